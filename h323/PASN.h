@@ -1,0 +1,129 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <iterator>
+#include <optional>
+#include <ostream>
+#include <string_view>
+
+#include "PBYTEArray.h"
+#include "PString.h"
+
+namespace asn1 {
+struct Value;
+extern const Value kAbsent;
+}  // namespace asn1
+
+// A view of a value in a decoded message: as cheap to copy as a pointer, and valid until the message object decodes
+// again or is destroyed, or the packet that it was decoded from is gone; texts and octets are views of that packet.
+//
+// The components of a message that failed to decode are all absent. An absent value can be read like any other: numbers
+// are 0, lists, octets and texts are empty, and a choice has the tag kNoTag.
+class PASN_Object {
+ public:
+  PASN_Object() = default;
+  explicit PASN_Object(const asn1::Value& value) : value_(&value) {}
+
+  // ASN.1 value notation for people, indented as deep as the signalling trace wants it.
+  friend std::ostream& operator<<(std::ostream& stream, const PASN_Object& object);
+
+ protected:
+  const asn1::Value* value_ = &asn1::kAbsent;
+};
+
+class PASN_OctetString : public PASN_Object {
+ public:
+  using PASN_Object::PASN_Object;
+  PBYTEArray GetValue() const;
+  operator PBYTEArray() const { return GetValue(); }
+};
+
+class PASN_Choice : public PASN_Object {
+ public:
+  static constexpr unsigned kNoTag = ~0U;
+
+  using PASN_Object::PASN_Object;
+
+  // The number of the alternative; the extension alternatives count on from the root ones. An alternative that came
+  // after the decoder's version of the standard has a number too.
+  unsigned GetTag() const;
+  // The alternative's ASN.1 identifier with every "-" written "_"; "<" tag ">" for one that the decoder does not know.
+  PString GetTagName() const;
+
+ protected:
+  // The chosen value, if the alternative of that number is the chosen one.
+  template <class Alternative>
+  std::optional<Alternative> alternative(unsigned tag) const {
+    return GetTag() == tag ? std::optional<Alternative>(chosen()) : std::nullopt;
+  }
+  const asn1::Value& chosen() const;
+};
+
+class PASN_Sequence : public PASN_Object {
+ public:
+  using PASN_Object::PASN_Object;
+
+ protected:
+  // The component of that number, counted over root and extension components; kAbsent if it is not there.
+  const asn1::Value& component(unsigned index) const;
+  unsigned number(unsigned index) const;
+
+  template <class Component>
+  std::optional<Component> optional(unsigned index) const {
+    const asn1::Value& value = component(index);
+    return &value == &asn1::kAbsent ? std::nullopt : std::optional<Component>(value);
+  }
+};
+
+// SEQUENCE OF and SET OF: read it front to back with a range-based for.
+template <class Element>
+class PASN_Array : public PASN_Object {
+ public:
+  class Iterator {
+   public:
+    using iterator_category = std::input_iterator_tag;
+    using value_type = Element;
+    using difference_type = std::ptrdiff_t;
+    using pointer = const Element*;
+    using reference = Element;
+
+    explicit Iterator(const asn1::Value* value) : value_(value) {}
+    Element operator*() const { return Element(*value_); }
+    Iterator& operator++();
+    bool operator==(const Iterator&) const = default;
+
+   private:
+    const asn1::Value* value_;
+  };
+
+  using PASN_Object::PASN_Object;
+
+  size_t GetSize() const;
+  bool IsEmpty() const { return GetSize() == 0; }
+  Iterator begin() const;
+  Iterator end() const { return Iterator(nullptr); }
+};
+
+// The parts of PASN_Array that do not depend on the element.
+namespace asn1 {
+size_t entries(const Value& list);
+const Value* firstEntry(const Value& list);
+const Value* nextEntry(const Value& entry);
+}  // namespace asn1
+
+template <class Element>
+typename PASN_Array<Element>::Iterator& PASN_Array<Element>::Iterator::operator++() {
+  value_ = asn1::nextEntry(*value_);
+  return *this;
+}
+
+template <class Element>
+size_t PASN_Array<Element>::GetSize() const {
+  return asn1::entries(*value_);
+}
+
+template <class Element>
+typename PASN_Array<Element>::Iterator PASN_Array<Element>::begin() const {
+  return Iterator(asn1::firstEntry(*value_));
+}

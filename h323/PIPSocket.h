@@ -1,0 +1,32 @@
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <ostream>
+
+#include "PBYTEArray.h"
+#include "PString.h"
+
+class PIPSocket {
+ public:
+  // An IPv4 address.
+  class Address {
+   public:
+    // 0.0.0.0
+    Address() = default;
+    // The address as in_addr::s_addr holds it: 32 bits in network byte order.
+    explicit Address(uint32_t networkOrder);
+    // The four octets in the order they are written; any other number of octets gives 0.0.0.0.
+    explicit Address(const PBYTEArray& octets);
+
+    // Four decimal numbers joined by ".".
+    PString AsString() const;
+
+    friend std::ostream& operator<<(std::ostream& stream, const Address& address) {
+      return stream << address.AsString();
+    }
+
+   private:
+    std::array<uint8_t, 4> octets_{};
+  };
+};

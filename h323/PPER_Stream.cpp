@@ -1,0 +1,45 @@
+#include "PPER_Stream.h"
+
+uint64_t PPER_Stream::octetNumber(size_t count) {
+  align();
+  const uint8_t* octet = octets(count);
+  if (octet == nullptr) return 0;
+  uint64_t number = 0;
+  for (const uint8_t* const end = octet + count; octet != end; ++octet) {
+    if (number >> 56 != 0) return UINT64_MAX;
+    number = number << 8 | *octet;
+  }
+  return number;
+}
+
+uint64_t PPER_Stream::smallNumber() {
+  if (!bit()) return bits(6);
+  bool more = false;
+  const size_t count = length(more);
+  // A number of more than 16,383 octets is nobody's.
+  if (more) fail();
+  return octetNumber(count);
+}
+
+size_t PPER_Stream::smallLength() {
+  if (!bit()) return bits(6) + 1;
+  bool more = false;
+  const size_t count = length(more);
+  if (more || count == 0) fail();
+  return count;
+}
+
+size_t PPER_Stream::length(bool& more) {
+  constexpr size_t kFragment = 16384;
+  more = false;
+  align();
+  if (!bit()) return bits(7);
+  if (!bit()) return bits(14);
+  const size_t fragments = bits(6);
+  if (fragments < 1 || fragments > 4) {
+    fail();
+    return 0;
+  }
+  more = true;
+  return fragments * kFragment;
+}
