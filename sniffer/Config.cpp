@@ -1,0 +1,62 @@
+#include "Config.h"
+
+#include <cstdlib>
+#include <utility>
+
+namespace {
+constexpr std::size_t kMaxLineLength = 511;
+}
+
+Config* Config::config = nullptr;
+log4cxx::LoggerPtr Config::logger = log4cxx::Logger::getLogger("SnifferClient");
+
+Config* Config::dft() {
+  if (config == nullptr) config = new Config;
+  return config;
+}
+
+void Config::setCfgFileName(std::string fileName) {
+  cfgFileName = std::move(fileName);
+}
+
+void Config::loadProperties() {
+  std::ifstream file(cfgFileName);
+  if (!file) failToRead();
+  std::string line;
+  for (int number = 1; std::getline(file, line); ++number) {
+    if (line.size() > kMaxLineLength) {
+      logger->warn("Line " + std::to_string(number) + " of " + cfgFileName + " is longer than " +
+                   std::to_string(kMaxLineLength) + " characters and is ignored");
+      continue;
+    }
+    addLine(line);
+  }
+  // A directory can be opened, but reading it fails.
+  if (file.bad()) failToRead();
+}
+
+void Config::addLine(const std::string& line) {
+  const auto equals = line.find('=');
+  if (equals == std::string::npos) return;
+  properties.emplace(line.substr(0, equals), trim(line.substr(equals + 1)));
+}
+
+void Config::failToRead() {
+  logger->error("Can't open configuration file " + cfgFileName);
+  std::exit(1);
+}
+
+std::string Config::getProperty(std::string key) {
+  return getPropertyText(key);
+}
+
+const std::string& Config::getPropertyText(const std::string& key) {
+  return properties[key];
+}
+
+std::string Config::trim(const std::string& s) {
+  constexpr const char* kWhite = " \r\n\t";
+  const auto first = s.find_first_not_of(kWhite);
+  if (first == std::string::npos) return {};
+  return s.substr(first, s.find_last_not_of(kWhite) - first + 1);
+}

@@ -1,0 +1,50 @@
+#pragma once
+
+#include <log4cxx/logger.h>
+
+#include <fstream>
+#include <map>
+#include <string>
+
+/// A flat file of key=value lines, read once into a table.
+///
+/// - A line without '=' is skipped; there is no other comment mechanism, so "# Port=1" sets the key "# Port".
+/// - The key is everything before the first '=', not trimmed: "Port = 1" sets the key "Port " with its blank.
+/// - The value is everything behind it, trimmed of blanks, tabs and carriage returns.
+/// - Of two lines with the same key the first counts.
+///
+/// Used by one thread, at start-up.
+class Config {
+ public:
+  Config() = default;
+  Config(const Config&) = delete;
+  virtual ~Config() = default;
+
+  /// The instance of this process, made on first use and never destroyed.
+  static Config* dft();
+
+  void setCfgFileName(std::string fileName);
+
+  /// Adds the file's keys to the table; keys that it holds already keep their values. A file that cannot be read ends
+  /// the process with status 1. A line of more than 511 characters is skipped with a warning.
+  void loadProperties();
+
+  /// The value of `key`; empty when it is absent.
+  std::string getProperty(std::string key);
+
+  /// The table's own copy of the value, which stays as it is until the process ends. An absent key is added, empty.
+  const std::string& getPropertyText(const std::string& key);
+
+  /// `s` without the blanks, tabs, carriage returns and line feeds at both ends.
+  std::string trim(const std::string& s);
+
+ private:
+  void addLine(const std::string& line);
+  [[noreturn]] void failToRead();
+
+  std::map<std::string, std::string> properties;
+  std::string cfgFileName;
+
+  static Config* config;
+  static log4cxx::LoggerPtr logger;
+};

@@ -1,0 +1,72 @@
+#pragma once
+
+#include <log4cxx/logger.h>
+
+#include <deque>
+#include <mutex>
+
+#include "BaseConnection.h"
+
+/// The lock of the process that hosts the sniffer: in Java, the monitor of the channel object. Re-entrant.
+class HostMonitor {
+ public:
+  virtual void enter() = 0;
+  virtual void leave() = 0;
+
+ protected:
+  ~HostMonitor() = default;
+};
+
+/// One frame that waits for the host.
+struct SnifferPacket {
+  int length;       ///< bytes in `payload`
+  u_char* payload;  ///< made with new[] by sendPacket(), released by receivePacket()
+};
+
+/// The recorder in this process: frames wait in one queue until the host fetches them, commands in another until the
+/// dissector takes them. No operation waits for anything but the locks.
+///
+/// The dissector's side holds the host's monitor around its changes, so a host that holds it sees the queues stand
+/// still. Both sides hold the connection's own lock as well, for the length of a queue operation: a host that forgets
+/// the monitor loses the stillness, never a frame.
+class EmbeddedConnection : public BaseConnection {
+ public:
+  /// The connection of this process, made on first use and never destroyed.
+  static EmbeddedConnection* dft();
+
+  EmbeddedConnection() = default;
+  EmbeddedConnection(const EmbeddedConnection&) = delete;
+  EmbeddedConnection& operator=(const EmbeddedConnection&) = delete;
+  ~EmbeddedConnection() override;
+
+  /// The monitor to hold from now on, or null for none. It is entered on the dissector's threads only.
+  void setHostMonitor(HostMonitor* hostMonitor) { monitor = hostMonitor; }
+
+  /// Dissector's side: takes the oldest command.
+  bool receiveRequest(SnifferRequest& request) override;
+
+  /// Dissector's side: queues a copy of the frame. Answers `length`.
+  int sendPacket(u_char* buffer, int length) override;
+
+  /// Dissector's side: empties both queues. The connection stays usable.
+  void closeConnection() override;
+
+  /// Host's side: copies the oldest frame to `buffer`, removes it and answers its length, or 0 when none waits. The
+  /// buffer must hold the largest frame, 65,535 bytes.
+  int receivePacket(char* buffer);
+
+  /// The same for a buffer of `capacity` bytes: a frame that does not fit stays, and the answer is 0.
+  int receivePacket(char* buffer, int capacity);
+
+  /// Host's side: queues a command. Always true.
+  bool sendRequest(SnifferRequest& request);
+
+ private:
+  std::deque<SnifferRequest> requestQueue;
+  std::deque<SnifferPacket> packetQueue;
+  std::mutex queueLock;  ///< innermost: nothing is called while it is held
+  HostMonitor* monitor = nullptr;
+
+  static EmbeddedConnection* theConnection;
+  static log4cxx::LoggerPtr logger;
+};

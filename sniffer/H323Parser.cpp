@@ -1,0 +1,1 @@
+#include "H323Parser.h"

@@ -1,0 +1,27 @@
+#include "Logging.h"
+
+#include <log4cxx/consoleappender.h>
+#include <log4cxx/logger.h>
+#include <log4cxx/patternlayout.h>
+#include <log4cxx/propertyconfigurator.h>
+#include <unistd.h>
+
+#include <memory>
+
+void configureLogging(const std::string& fileName) {
+  if (access(fileName.c_str(), R_OK) == 0) {
+    log4cxx::PropertyConfigurator::configure(log4cxx::File(fileName));
+    return;
+  }
+  logToConsole();
+  log4cxx::Logger::getLogger("SnifferClient")
+      ->warn("Can't read the logging configuration " + fileName + ", logging to standard error");
+}
+
+void logToConsole() {
+  const log4cxx::LoggerPtr root = log4cxx::Logger::getRootLogger();
+  if (!root->getAllAppenders().empty()) return;
+  const auto layout = std::make_shared<log4cxx::PatternLayout>(LOG4CXX_STR("%d %-5p %m%n"));
+  root->addAppender(std::make_shared<log4cxx::ConsoleAppender>(layout, log4cxx::ConsoleAppender::getSystemErr()));
+  root->setLevel(log4cxx::Level::getInfo());
+}

@@ -1,0 +1,10 @@
+#pragma once
+
+#include <string>
+
+/// Configures log4cxx from a properties file. When the file cannot be read, and nothing else has configured log4cxx
+/// before, messages go to standard error at INFO, the first of them a warning that says so.
+void configureLogging(const std::string& fileName);
+
+/// Messages go to standard error at INFO, unless log4cxx has been configured before.
+void logToConsole();

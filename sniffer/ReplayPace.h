@@ -1,0 +1,42 @@
+#pragma once
+
+#include <pcap/pcap.h>
+
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
+#include <optional>
+#include <string_view>
+
+/// Capture files in place of devices: a device name "file:PATH" is read with libpcap, at the pace of its time stamps.
+
+/// The path in a device name, or nothing when it names a device.
+std::optional<std::string_view> captureFilePath(std::string_view deviceName);
+
+/// Opens a capture file of Ethernet frames. On failure null, and the reason in `errbuf` (PCAP_ERRBUF_SIZE bytes).
+pcap_t* openCaptureFile(std::string_view path, char* errbuf);
+
+/// Lets the frames of one file pass at the distance of their time stamps, counted from the first.
+///
+/// The environment variable SNIFFER_REPLAY_PACE=full, for tests and measurements, lets them pass at once.
+class ReplayPace {
+ public:
+  ReplayPace();
+
+  /// Waits until the frame with this time stamp is due. A frame older than the first one is due at once. False when
+  /// stop() was called.
+  bool waitFor(const timeval& timeStamp);
+
+  /// Ends a wait, and every later one. Any thread.
+  void stop();
+
+ private:
+  using Clock = std::chrono::steady_clock;
+
+  const bool unpaced;
+  std::optional<std::chrono::microseconds> firstStamp;
+  Clock::time_point start;
+  std::mutex lock;
+  std::condition_variable stopSignal;
+  bool stopped = false;
+};

@@ -1,0 +1,389 @@
+#include "Sniffer.h"
+
+#include <getopt.h>
+#include <signal.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <functional>
+#include <new>
+#include <string_view>
+#include <utility>
+
+#include "Logging.h"
+#include "SngDissector.h"
+#include "StringTokenizer.h"
+
+namespace {
+
+constexpr const char* kCommandLineUsage =
+    "Usage: UdpSniffer [-d device] [-f filter] [-h server] [-p port] [-i serverSig]\t\t\t\t\t[-q portSig] [-c count] "
+    "[-e]\nwhere:\n\t-d The device name to sniff, defaults pcap choses device; e.g. eth0\n\t-f The sniff filter, "
+    "defaults to udp; e.g. udp\n\t-h The server host name, defaults to 127.0.0.1; e.g. 192.168.3.22\n\t-p The server "
+    "port name, defaults to 6000; e.g. 6000\n\t-i The signalling server hostname, defaults to server host; e.g. "
+    "192.168.3.22\n\t-q The signalling server port, defaults to server port; e.g. 6001\n\t-c The number of packets to "
+    "sniff, defaults to -1, -1 endless loop; e.g -1\n";
+
+/// A copy cut to the size of the buffer, terminating zero included.
+template <std::size_t size>
+void copyText(char (&to)[size], const char* from) {
+  to[std::string_view(from).copy(to, size - 1)] = 0;
+}
+
+u_char* copyOfText(const u_char* text) {
+  const std::size_t size = std::strlen(reinterpret_cast<const char*>(text)) + 1;
+  return static_cast<u_char*>(std::memcpy(new u_char[size], text, size));
+}
+
+const char* defaultDevice(char* errbuf) {
+// The one call that tells which device libpcap itself would take.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wdeprecated-declarations"
+  return pcap_lookupdev(errbuf);
+#pragma GCC diagnostic pop
+}
+
+}  // namespace
+
+pcap_t* Sniffer::handle[kMaxDevices] = {};
+pthread_t Sniffer::thread[kMaxDevices];
+bool Sniffer::deviceDown[kMaxDevices] = {true};
+int Sniffer::deviceCount = 0;
+int Sniffer::count = -1;
+std::atomic<bool> Sniffer::endMain = false;
+std::atomic<int> Sniffer::capturing = 0;
+std::unique_ptr<ReplayPace> Sniffer::replayPace[kMaxDevices];
+log4cxx::LoggerPtr Sniffer::logger = log4cxx::Logger::getLogger("SnifferClient");
+
+Sniffer::Sniffer() {
+  count = -1;
+  dissector = new SngDissector;
+  for (int i = 0; i < kMaxDevices; ++i) {
+    threadId[i] = i;
+    device[i] = new char[kDeviceNameSize]{};
+  }
+}
+
+Sniffer::~Sniffer() {
+  for (int i = 0; i < kMaxDevices; ++i) {
+    if (handle[i] != nullptr) pcap_close(handle[i]);
+    handle[i] = nullptr;
+    replayPace[i].reset();
+    delete[] device[i];
+  }
+  // A dissector made after this engine's has destroyed it already.
+  if (SngDissector::dft() == dissector) delete dissector;
+}
+
+// ---- configuration ----
+
+int Sniffer::setDevice(const char* devices) {
+  deviceCount = 0;
+  StringTokenizer names(devices, ';');
+  while (names.hasMoreTokens()) {
+    const std::string name = names.nextToken();
+    if (addDevice(name)) ++deviceCount;
+  }
+  return 0;
+}
+
+bool Sniffer::addDevice(const std::string& name) {
+  if (deviceCount == kMaxDevices) {
+    logger->error("Device " + name + " is left out: at most " + std::to_string(kMaxDevices) + " devices are captured");
+    return false;
+  }
+  if (name.size() >= kDeviceNameSize) {
+    if (!captureFilePath(name)) {
+      logger->error("Device " + name + " is left out: a device name has at most " +
+                    std::to_string(kDeviceNameSize - 1) + " characters");
+      return false;
+    }
+    delete[] std::exchange(device[deviceCount], new char[name.size() + 1]);
+  }
+  std::memcpy(device[deviceCount], name.c_str(), name.size() + 1);
+  return true;
+}
+
+int Sniffer::configure(int argc, char** argv) {
+  const char* devices = nullptr;
+  const char* expression = "udp";
+  optind = 1;
+  for (int option; (option = getopt(argc, argv, "d:f:h:p:")) != -1;) {
+    switch (option) {
+      case 'd':
+        devices = optarg;
+        break;
+      case 'f':
+        expression = optarg;
+        break;
+      case 'h':
+        serverNameMedia = optarg;
+        break;
+      case 'p':
+        serverPortMedia = std::atoi(optarg);
+        break;
+      default:
+        logger->error("Invalid argument " + std::to_string(option));
+        logger->error(kCommandLineUsage);
+    }
+  }
+  if (devices == nullptr) devices = defaultDevice(errbuf);
+  if (devices == nullptr) {
+    logger->error(std::string("Couldn't find default device=") + errbuf);
+    return 1;
+  }
+  setDevice(devices);
+  promiscuous = 1;
+  count = -1;
+  serverNameSig = serverNameMedia;
+  serverPortSig = serverPortMedia;
+  filter = expression;
+  displayConfig();
+  return 0;
+}
+
+int Sniffer::configureFromFile(int argc, char** argv) {
+  std::string logCfgFileName = "./log4cxx.properties";
+  instance = 0;
+  copyText(cfgFileName, "sniffer.properties");
+  optind = 1;
+  for (int option; (option = getopt(argc, argv, "c:l:")) != -1;) {
+    switch (option) {
+      case 'c':
+        if (std::strlen(optarg) >= kCfgFileNameSize) {
+          logger->error(std::string("The name of the configuration file is too long: ") + optarg + ", at most " +
+                        std::to_string(kCfgFileNameSize - 1) + " characters are possible");
+          return 1;
+        }
+        copyText(cfgFileName, optarg);
+        break;
+      case 'l':
+        logCfgFileName = optarg;
+        break;
+      default:
+        logger->error("Usage: sniffer [-c <cfgFileName>] [-l <logCfgFileName>]");
+        return 1;
+    }
+  }
+  configureLogging(logCfgFileName);
+  snifferConfig = std::make_unique<SnifferConfig>(cfgFileName);
+  setDevice(snifferConfig->getDevice());
+  serverNameMedia = snifferConfig->getServerName();
+  serverPortMedia = snifferConfig->getServerPort();
+  serverNameSig = serverNameMedia;
+  serverPortSig = serverPortMedia;
+  serverProtocol = snifferConfig->getServerProtocol();
+  filter = snifferConfig->getFilter();
+  traceSignalling = snifferConfig->getTraceSignalling();
+  immediateCapture = snifferConfig->getImmediateCapture();
+  count = -1;
+  setLogLevel(snifferConfig->getLogLevel());
+  setLoggerLevel(logLevel);
+  promiscuous = 1;
+  return 0;
+}
+
+void Sniffer::setLogLevel(const char* level) {
+  copyText(logLevel, level);
+}
+
+void Sniffer::setLoggerLevel(const char* level) {
+  if (level == SnifferConfig::Debug) logger->setLevel(log4cxx::Level::getDebug());
+  if (level == SnifferConfig::Info) logger->setLevel(log4cxx::Level::getInfo());
+  if (level == SnifferConfig::Warn) logger->setLevel(log4cxx::Level::getWarn());
+  if (level == SnifferConfig::Error) logger->setLevel(log4cxx::Level::getError());
+  if (level == SnifferConfig::Fatal) logger->setLevel(log4cxx::Level::getFatal());
+}
+
+void Sniffer::displayConfig() {
+  std::string text;
+  for (int i = 0; i < deviceCount; ++i) text += "device[" + std::to_string(i) + "]=" + device[i] + "\n";
+  text += std::string("Filter=") + filter + "\n";
+  text += std::string("ServerNameMedia=") + serverNameMedia + "\n";
+  text += "ServerPortMedia=" + std::to_string(serverPortMedia) + "\n";
+  text += std::string("ServerProtocol=") + serverProtocol + "\n";
+  text += "DeviceCount=" + std::to_string(deviceCount) + "\n";
+  text += std::string("LogLevel=") + logLevel + "\n";
+  text += std::string("TraceSignalling=") + (traceSignalling ? "1" : "0");
+  logger->info(text);
+}
+
+// ---- set-up ----
+
+pcap_t* Sniffer::getHandle(int i) {
+  const char* name = device[i];
+  replayPace[i].reset();
+  errbuf[0] = 0;
+  if (const auto path = captureFilePath(name)) {
+    handle[i] = openCaptureFile(*path, errbuf);
+    if (handle[i] != nullptr) replayPace[i] = std::make_unique<ReplayPace>();
+  } else {
+    handle[i] = immediateCapture ? openImmediate(name) : openLive(name);
+  }
+  if (handle[i] == nullptr) {
+    logger->error(std::string("Couldn't open device ") + name + ":" + errbuf);
+    return nullptr;
+  }
+  logger->info(std::string("Device: ") + name + " opened");
+  if (pcap_datalink(handle[i]) != DLT_EN10MB) {
+    logger->warn(std::string("Device ") + name + " is not an Ethernet device, its frames will not be understood");
+  }
+  return handle[i];
+}
+
+pcap_t* Sniffer::openLive(const char* name) {
+  return pcap_open_live(name, kSnapLength, promiscuous, kReadTimeoutMs, errbuf);
+}
+
+pcap_t* Sniffer::openImmediate(const char* name) {
+  pcap_t* pcap = pcap_create(name, errbuf);
+  if (pcap == nullptr) return nullptr;
+  pcap_set_snaplen(pcap, kSnapLength);
+  pcap_set_promisc(pcap, promiscuous);
+  pcap_set_timeout(pcap, kReadTimeoutMs);
+  pcap_set_immediate_mode(pcap, 1);
+  pcap_set_buffer_size(pcap, kImmediateBufferSize);
+  const int status = pcap_activate(pcap);
+  if (status >= 0) return pcap;
+  // The device's own words say more than those for the status, when there are any.
+  const char* reason = pcap_geterr(pcap);
+  std::string text = pcap_statustostr(status);
+  if (*reason != 0) text += std::string(" (") + reason + ")";
+  copyText(errbuf, text.c_str());
+  pcap_close(pcap);
+  return nullptr;
+}
+
+int Sniffer::installFilter(pcap_t* pcap) {
+  if (pcap_compile(pcap, &fp, filter, 0, netmask) == -1) {
+    logger->error(std::string("Couldn't parse filter ") + filter + ":" + pcap_geterr(pcap));
+    return 3;
+  }
+  logger->info(std::string("Filter compilation ok: ") + filter);
+  const int status = pcap_setfilter(pcap, &fp);
+  pcap_freecode(&fp);
+  if (status != 0) {
+    logger->error(std::string("Couldn't install filter ") + filter + ": " + pcap_geterr(pcap));
+    return 4;
+  }
+  logger->info(std::string("Filter instalation ok: ") + filter);
+  return 0;
+}
+
+int Sniffer::setupSniffing() {
+  displayConfig();
+  for (int i = 0; i < deviceCount; ++i) {
+    pcap_t* pcap = getHandle(i);
+    deviceDown[i] = pcap == nullptr;
+    if (deviceDown[i]) continue;
+    if (const int status = installFilter(pcap); status != 0) return status;
+  }
+  dissector->setSniffer(this);
+  dissector->setServerNameMedia(serverNameMedia);
+  dissector->setServerPortMedia(serverPortMedia);
+  dissector->setServerNameSig(serverNameSig);
+  dissector->setServerPortSig(serverPortSig);
+  dissector->makeConnection(embedded);
+  if (!embedded) dissector->startCmdReaderThread();
+  dissector->setTraceSignalling(traceSignalling);
+  return 0;
+}
+
+bool Sniffer::allDevicesDown() const {
+  return std::all_of(deviceDown, deviceDown + deviceCount, std::identity());
+}
+
+// ---- sniffing ----
+
+void Sniffer::startSniffing() {
+  logger->info("Sniffing started.");
+  startCaptureThreads();
+  while (!endMain) dissector->consumePacket();
+  logger->info("Sniffing ended.");
+}
+
+void Sniffer::startCaptureThreads() {
+  const std::lock_guard guard(lifecycle);
+  // Before the threads start, so that the first frames of a second run find the engine open.
+  endMain = stopRequested;
+  if (stopRequested) return;
+  started = true;
+  pthread_attr_t attributes;
+  pthread_attr_init(&attributes);
+  pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_JOINABLE);
+  capturing = static_cast<int>(std::count(deviceDown, deviceDown + deviceCount, false));
+  for (int i = 0; i < deviceCount; ++i) {
+    if (deviceDown[i]) continue;
+    const int rc = pthread_create(&thread[i], &attributes, startLoop, &threadId[i]);
+    if (rc != 0) {
+      logger->error("Error - return code from pthread_create() is " + std::to_string(rc));
+      std::exit(-1);
+    }
+    logger->info("PCAP thread created " + std::to_string(threadId[i]));
+  }
+  pthread_attr_destroy(&attributes);
+}
+
+void* Sniffer::startLoop(void* idp) {
+  const int i = *static_cast<int*>(idp);
+  ReplayPace* pace = replayPace[i].get();
+  const long result = pace != nullptr ? pcap_loop(handle[i], count, replayPacket, reinterpret_cast<u_char*>(pace))
+                                      : pcap_loop(handle[i], count, gotPacket, nullptr);
+  if (result == PCAP_ERROR) {
+    logger->error("PCAP thread " + std::to_string(i) + " captures no more: " + pcap_geterr(handle[i]));
+  }
+  --capturing;
+  return reinterpret_cast<void*>(result);
+}
+
+void Sniffer::gotPacket(u_char* args, const pcap_pkthdr* header, const u_char* packet) {
+  SngDissector* live = SngDissector::dft();
+  if (endMain || live == nullptr) return;
+  // Called from C: nothing may be thrown through it.
+  try {
+    SniffedPacket copy = SniffedPacket::copyOf(*header, packet, kSnapLength);
+    if (args != nullptr) copy.args = copyOfText(args);
+    live->producePacket(copy);
+  } catch (const std::bad_alloc&) {
+    logger->error("Out of memory, a frame is lost");
+  }
+}
+
+void Sniffer::replayPacket(u_char* args, const pcap_pkthdr* header, const u_char* packet) {
+  if (reinterpret_cast<ReplayPace*>(args)->waitFor(header->ts)) gotPacket(nullptr, header, packet);
+}
+
+bool Sniffer::replayFinished() {
+  const bool onlyFiles =
+      std::all_of(device, device + deviceCount, [](const char* name) { return captureFilePath(name).has_value(); });
+  const std::lock_guard guard(lifecycle);
+  return started && onlyFiles && capturing == 0 && dissector->isIdle();
+}
+
+void Sniffer::stopSniffing() {
+  {
+    const std::lock_guard guard(lifecycle);
+    if (std::exchange(stopRequested, true)) return;
+  }
+  logger->info("Ending Sniffing ...");
+  for (int i = 0; started && i < deviceCount; ++i) {
+    if (!deviceDown[i]) stopCaptureThread(i);
+  }
+  pthread_t* cmdThread = embedded ? nullptr : dissector->getCmdReaderThread();
+  endMain = true;
+  dissector->signalEnd();
+  if (cmdThread != nullptr) {
+    const int status = pthread_join(*cmdThread, nullptr);
+    dissector->cmdReaderJoined();
+    logger->info("Completed join with Command reader thread, status=" + std::to_string(status));
+  }
+}
+
+void Sniffer::stopCaptureThread(int i) {
+  pcap_breakloop(handle[i]);
+  if (replayPace[i]) replayPace[i]->stop();
+  pthread_kill(thread[i], SIGUSR1);
+  const int status = pthread_join(thread[i], nullptr);
+  logger->info("Completed join with PCAP thread " + std::to_string(i) + " status=" + std::to_string(status));
+}

@@ -1,0 +1,159 @@
+#pragma once
+
+#include <log4cxx/logger.h>
+#include <pcap/pcap.h>
+#include <pthread.h>
+
+#include <array>
+#include <atomic>
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include "ReplayPace.h"
+#include "SnifferConfig.h"
+
+class SngDissector;
+
+/// The capture engine: the settings, one libpcap handle and one thread for each device, and the order in which
+/// everything starts and stops. There is one in a process.
+///
+/// Use: the constructor; configure(), configureFromFile() or the setters; setupSniffing(); startSniffing(), which keeps
+/// the calling thread until another one calls stopSniffing(); the destructor.
+///
+/// A device name "file:PATH" replays a capture file at the pace of its time stamps (see ReplayPace.h).
+class Sniffer {
+ public:
+  static constexpr int kMaxDevices = 10;
+  static constexpr int kDeviceNameSize = 50;    ///< with the terminating zero; a file: name may be longer
+  static constexpr int kCfgFileNameSize = 100;  ///< with the terminating zero
+  static constexpr int kSnapLength = 8192;
+  static constexpr int kReadTimeoutMs = 1000;
+  static constexpr int kImmediateBufferSize = 32 * 1024 * 1024;
+
+  Sniffer();
+  Sniffer(const Sniffer&) = delete;
+  Sniffer& operator=(const Sniffer&) = delete;
+
+  /// Closes the capture handles and destroys the dissector. Not while startSniffing() runs.
+  virtual ~Sniffer();
+
+  /// Settings from the command line: -d DEVICES, -f FILTER, -h HOST, -p PORT. The texts are not copied. 0, or 1 when
+  /// there is no device.
+  int configure(int argc, char** argv);
+
+  /// Settings from a properties file: -c FILE, -l LOG4CXX_FILE. 0, or 1 for bad arguments. A properties file that
+  /// cannot be read ends the process with status 1.
+  int configureFromFile(int argc, char** argv);
+
+  /// Opens the devices, installs the filter, connects to the recorder. A device that cannot be opened is left out.
+  /// 0 when ready, 3 when the filter does not compile, 4 when it cannot be installed.
+  int setupSniffing();
+
+  /// Starts the capture threads and makes the calling thread the consumer until the engine is stopped.
+  void startSniffing();
+
+  /// Ends the capture threads and makes startSniffing() return; when it has not started yet, it will return at once.
+  /// Any thread but the one in startSniffing(). SIGUSR1 needs a handler: it interrupts the capture threads' reads.
+  void stopSniffing();
+
+  /// True when every device is a file and all their frames have been processed. Any thread.
+  bool replayFinished();
+
+  /// True when not one of the devices could be opened.
+  bool allDevicesDown() const;
+
+  /// The device list: names separated by ';'. At most ten, of at most 49 characters; what is more is left out with an
+  /// error line. Always 0.
+  int setDevice(const char* devices);
+
+  const char* getDevice(int i) const { return device[i]; }
+  int getDeviceCount() const { return deviceCount; }
+  bool isDeviceDown(int i) const { return deviceDown[i]; }
+
+  /// Opens device i. Null when it cannot be opened.
+  pcap_t* getHandle(int i);
+  void setHandle(pcap_t* pcap, int i) { handle[i] = pcap; }
+
+  // Texts are not copied and must live as long as the engine.
+  const char* getFilter() const { return filter; }
+  void setFilter(const char* expression) { filter = expression; }
+  int getPromiscuous() const { return promiscuous; }
+  void setPromiscuous(int on) { promiscuous = on; }
+  int getCount() const { return count; }
+  void setCount(int packets) { count = packets; }  ///< packets of each device, -1 for no limit
+  bool getEmbedded() const { return embedded; }
+  void setEmbedded(bool on) { embedded = on; }
+  bool getTraceSignalling() const { return traceSignalling; }
+  void setTraceSignalling(bool on) { traceSignalling = on; }
+  const char* getServerProtocol() const { return serverProtocol; }
+  void setServerProtocol(const char* protocol) { serverProtocol = protocol; }
+  const char* getServerNameMedia() const { return serverNameMedia; }
+  int getServerPortMedia() const { return serverPortMedia; }
+  const char* getLoglevel() const { return logLevel; }
+  void setLogLevel(const char* level);
+
+  /// Frames are to be handed over as they arrive, not when a buffer is full or a second has passed.
+  void setImmediateCapture(bool on) { immediateCapture = on; }
+  bool getImmediateCapture() const { return immediateCapture; }
+
+  /// True from the stop of the engine on, until the next start.
+  static bool getEndMain() { return endMain; }
+
+  void displayConfig();
+
+  /// Sets the level of the logger "SnifferClient", which is everyone's, by its name in capitals. Another text changes
+  /// nothing.
+  void setLoggerLevel(const char* level);
+
+  /// libpcap's callback, on the capture threads: queues a copy of the frame.
+  static void gotPacket(u_char* args, const pcap_pkthdr* header, const u_char* packet);
+
+  /// Body of a capture thread; `idp` points to the number of its device.
+  static void* startLoop(void* idp);
+
+ private:
+  bool addDevice(const std::string& name);
+  pcap_t* openLive(const char* name);
+  pcap_t* openImmediate(const char* name);
+  int installFilter(pcap_t* pcap);
+  void startCaptureThreads();
+  void stopCaptureThread(int i);
+  static void replayPacket(u_char* args, const pcap_pkthdr* header, const u_char* packet);
+
+  int threadId[kMaxDevices];
+  char* device[kMaxDevices];
+  const char* filter = "udp";
+  char logLevel[10] = "INFO";
+  int promiscuous = 1;
+  char errbuf[PCAP_ERRBUF_SIZE] = "";
+  bpf_program fp{};
+  bpf_u_int32 netmask = 0;
+  char cfgFileName[kCfgFileNameSize] = "";
+  int instance = 0;
+  std::unique_ptr<SnifferConfig> snifferConfig;
+  SngDissector* dissector;  ///< owned, as long as it is the live one
+  const char* serverNameMedia = "127.0.0.1";
+  int serverPortMedia = 6000;
+  const char* serverNameSig = nullptr;
+  int serverPortSig = 0;
+  const char* serverProtocol = "TCP";
+  bool embedded = false;
+  bool traceSignalling = false;
+  bool immediateCapture = false;
+
+  std::mutex lifecycle;  ///< guards the start of the capture threads against a stop at the same time
+  bool started = false;
+  bool stopRequested = false;
+
+  // libpcap's callback and the threads' start routine are plain functions: what they need belongs to the class.
+  static pcap_t* handle[kMaxDevices];
+  static pthread_t thread[kMaxDevices];
+  static bool deviceDown[kMaxDevices];
+  static int deviceCount;
+  static int count;
+  static std::atomic<bool> endMain;
+  static std::atomic<int> capturing;                           ///< capture threads that have not ended
+  static std::unique_ptr<ReplayPace> replayPace[kMaxDevices];  ///< of the devices that are files
+  static log4cxx::LoggerPtr logger;
+};

@@ -1,0 +1,51 @@
+#pragma once
+
+#include <log4cxx/logger.h>
+#include <netinet/in.h>
+
+#include <atomic>
+#include <mutex>
+
+#include "BaseConnection.h"
+
+/// The recorder at the end of UDP datagrams: one datagram a frame, one datagram a command. No state, no retry; a frame
+/// that cannot be sent whole is logged and lost.
+///
+/// Frames go to the configured address until a command arrives; from then on to where the last command came from.
+class UdpConnection : public BaseConnection {
+ public:
+  /// Opens and binds the socket, or ends the process with status 1. `host` is a dotted IPv4 address; the text is not
+  /// copied and must outlive the object. `port` is in host order.
+  UdpConnection(const char* host, int port);
+  UdpConnection(const UdpConnection&) = delete;
+  UdpConnection& operator=(const UdpConnection&) = delete;
+
+  /// Decodes one waiting datagram. Bytes behind the seventh are ignored; a datagram shorter than that is completed by
+  /// what earlier ones left in the buffer. Called by one thread.
+  bool receiveRequest(SnifferRequest& request) override;
+
+  /// Answers what sendto(2) gave: `length`, or -1.
+  int sendPacket(u_char* buffer, int length) override;
+
+  void closeConnection() override;
+
+  /// Leaves the socket open; closeConnection() closes it.
+  ~UdpConnection() override = default;
+
+  int getServerPort() const { return serverPort; }
+  int getClientSd() const { return clientSd; }
+
+ private:
+  sockaddr_in recorder();
+
+  sockaddr_in clientAddr{};
+  sockaddr_in serverAddr{};  ///< where frames go; guarded by `serverAddrLock`
+  int clientSd = -1;
+  int serverPort;
+  const char* serverHost;
+
+  std::mutex serverAddrLock;
+  std::atomic<bool> closed = false;
+
+  static log4cxx::LoggerPtr logger;
+};

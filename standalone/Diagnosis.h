@@ -1,0 +1,7 @@
+#pragma once
+
+#include "Sniffer.h"
+
+/// Tells on standard error why devices of a set-up engine could not be opened and what to do: which capability is
+/// missing and how to give it, or which devices there are.
+void explainDownDevices(const Sniffer& engine);
