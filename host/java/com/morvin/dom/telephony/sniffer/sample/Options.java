@@ -1,0 +1,129 @@
+package com.morvin.dom.telephony.sniffer.sample;
+
+import java.net.InetSocketAddress;
+import java.nio.file.InvalidPathException;
+import java.nio.file.Path;
+import java.util.ArrayList;
+import java.util.Iterator;
+import java.util.List;
+
+/** The command line. */
+final class Options {
+  static final String HELP = """
+      Records the calls that the sniffer sees: a WAV file for each direction of each call, and a table of calls.
+
+      usage: java -jar voip-sniffer.jar [--embedded DEVICES | --tcp [HOST:]PORT | --udp [HOST:]PORT] [OPTION]...
+
+      Where the sniffer is (without any of these: --tcp 6000):
+        --embedded DEVICES     in this process, on these devices (eth0, or eth0;eth1), or on capture files at their own
+                               pace (file:PATH). May be given several times: one run after another, each up to
+                               --idle-exit. Java must find libsniffer.so: -Djava.library.path=DIRECTORY
+        --tcp [HOST:]PORT      it connects to this address; HOST is 127.0.0.1 unless given
+        --udp [HOST:]PORT      it sends datagrams to this address
+
+      Options:
+        --filter EXPRESSION    with --embedded: the capture filter (default: udp or tcp)
+        --trace                with --embedded: log decoded H.323 messages
+        --out DIRECTORY        where recordings go (default: recordings)
+        --until-disconnect     with --tcp: end when the sniffer disconnects
+        --idle-exit SECONDS    end when nothing has been captured for so long
+        --call-timeout MINUTES give up a call without signalling or media after so long (default: 60)
+        --help                 this text
+      """;
+
+  /** A command line that cannot be used; the message says what to do. */
+  static final class UsageException extends Exception {
+    private static final long serialVersionUID = 1;
+
+    UsageException(String message) {
+      super(message);
+    }
+  }
+
+  private static final int DEFAULT_PORT = 6000;
+  private static final int MAX_NUMBER = 1_000_000;
+
+  final List<String> embedded = new ArrayList<>();
+  InetSocketAddress tcp;
+  InetSocketAddress udp;
+  String filter = "udp or tcp";
+  boolean trace;
+  Path out = Path.of("recordings");
+  boolean untilDisconnect;
+  long idleExitMillis = Long.MAX_VALUE;
+  long callTimeoutMillis = 3_600_000;
+  boolean help;
+
+  static Options parse(String... arguments) throws UsageException {
+    Options options = new Options();
+    for (Iterator<String> words = List.of(arguments).iterator(); words.hasNext();) {
+      options.take(words.next(), words);
+    }
+    options.check();
+    return options;
+  }
+
+  private void take(String option, Iterator<String> words) throws UsageException {
+    switch (option) {
+      case "--embedded" -> embedded.add(value(option, words));
+      case "--tcp" -> tcp = address(option, value(option, words));
+      case "--udp" -> udp = address(option, value(option, words));
+      case "--filter" -> filter = value(option, words);
+      case "--trace" -> trace = true;
+      case "--out" -> out = path(value(option, words));
+      case "--until-disconnect" -> untilDisconnect = true;
+      case "--idle-exit" -> idleExitMillis = 1000L * number(option, value(option, words), MAX_NUMBER);
+      case "--call-timeout" -> callTimeoutMillis = 60_000L * number(option, value(option, words), MAX_NUMBER);
+      case "--help", "-h" -> help = true;
+      default -> throw new UsageException("unknown option " + option);
+    }
+  }
+
+  private void check() throws UsageException {
+    int transports = (embedded.isEmpty() ? 0 : 1) + (tcp == null ? 0 : 1) + (udp == null ? 0 : 1);
+    if (transports > 1) {
+      throw new UsageException("--embedded, --tcp and --udp exclude each other");
+    }
+    if (embedded.size() > 1 && idleExitMillis == Long.MAX_VALUE) {
+      throw new UsageException("several --embedded need --idle-exit, or the first would never end");
+    }
+    if (transports == 0) {
+      tcp = new InetSocketAddress("127.0.0.1", DEFAULT_PORT);
+    }
+    if (untilDisconnect && tcp == null) {
+      throw new UsageException("--until-disconnect is for --tcp; use --idle-exit SECONDS");
+    }
+  }
+
+  private static String value(String option, Iterator<String> words) throws UsageException {
+    if (!words.hasNext()) {
+      throw new UsageException(option + " needs a value");
+    }
+    return words.next();
+  }
+
+  private static int number(String option, String value, int max) throws UsageException {
+    if (!value.matches("\\d{1,7}") || Integer.parseInt(value) < 1 || Integer.parseInt(value) > max) {
+      throw new UsageException(option + " needs a number from 1 to " + max + ", not " + value);
+    }
+    return Integer.parseInt(value);
+  }
+
+  private static InetSocketAddress address(String option, String value) throws UsageException {
+    int colon = value.lastIndexOf(':');
+    int port = number(option, value.substring(colon + 1), 65535);
+    InetSocketAddress address = new InetSocketAddress(colon < 0 ? "127.0.0.1" : value.substring(0, colon), port);
+    if (address.isUnresolved()) {
+      throw new UsageException(option + ": no such host: " + value.substring(0, colon));
+    }
+    return address;
+  }
+
+  private static Path path(String value) throws UsageException {
+    try {
+      return Path.of(value);
+    } catch (InvalidPathException e) {
+      throw new UsageException("--out: " + e.getMessage());
+    }
+  }
+}

@@ -1,0 +1,83 @@
+package com.morvin.dom.telephony.sniffer.sample;
+
+import java.io.IOException;
+import java.net.BindException;
+import java.time.Clock;
+import java.util.concurrent.CountDownLatch;
+import java.util.concurrent.TimeUnit;
+
+/** The sample recorder as a program. */
+public final class RecorderMain {
+  private static final long FINISH_SECONDS = 10;
+
+  private RecorderMain() {}
+
+  /**
+   * Records until it is interrupted or a limit of the command line is reached.
+   *
+   * @param arguments see {@code --help}
+   */
+  public static void main(String[] arguments) {
+    System.exit(run(arguments));
+  }
+
+  /** Returns the exit status. */
+  static int run(String... arguments) {
+    try {
+      Options options = Options.parse(arguments);
+      if (options.help) {
+        System.out.print(Options.HELP);
+        return 0;
+      }
+      record(options);
+      return 0;
+    } catch (Options.UsageException e) {
+      System.err.println("voip-sniffer: " + e.getMessage() + "\nTry --help.");
+      return 2;
+    } catch (IOException | UnsatisfiedLinkError e) {
+      System.err.println("voip-sniffer: " + (e instanceof BindException ? "cannot listen there: " : "") + e.getMessage());
+      return 1;
+    } catch (InterruptedException e) {
+      return 1;
+    }
+  }
+
+  private static void record(Options options) throws IOException, InterruptedException {
+    Console console = new Console(System.out, System.console() != null);
+    Recorder.Limits limits =
+        new Recorder.Limits(options.untilDisconnect, options.idleExitMillis, options.callTimeoutMillis);
+    Recorder recorder = new Recorder(options.out, limits, console, Clock.systemUTC());
+    CountDownLatch finished = new CountDownLatch(1);
+    finishOnShutdown(recorder, finished);
+    try {
+      if (options.embedded.isEmpty()) {
+        try (Transport link = options.udp != null ? new UdpTransport(options.udp, console)
+                                                  : new TcpTransport(options.tcp, console)) {
+          recorder.run(link);
+        }
+      }
+      for (String devices : options.embedded) {
+        if (!recorder.stopped()) {
+          try (Transport link = EmbeddedTransport.on(devices, options.filter, options.trace, console)) {
+            recorder.run(link);
+          }
+        }
+      }
+    } finally {
+      recorder.summarize();
+      finished.countDown();
+    }
+  }
+
+  /** On Ctrl-C the files are completed before the process ends. */
+  private static void finishOnShutdown(Recorder recorder, CountDownLatch finished) {
+    Runtime.getRuntime().addShutdownHook(new Thread(() -> {
+      recorder.stop();
+      try {
+        finished.await(FINISH_SECONDS, TimeUnit.SECONDS);
+      } catch (InterruptedException e) {
+        Thread.currentThread().interrupt();
+      }
+    }));
+  }
+}
