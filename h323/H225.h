@@ -48,6 +48,8 @@ class H225_AliasAddress : public PASN_Choice {
  public:
   enum Choices { e_dialedDigits, e_h323_ID, e_url_ID, e_transportID, e_email_ID, e_partyNumber };
   using PASN_Choice::PASN_Choice;
+  // See H323GetAliasAddressString.
+  PString AsString() const;
 };
 
 using H225_ArrayOf_AliasAddress = PASN_Array<H225_AliasAddress>;

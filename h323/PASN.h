@@ -13,6 +13,15 @@
 namespace asn1 {
 struct Value;
 extern const Value kAbsent;
+
+// The component of a SEQUENCE, counted over root and extension components; kAbsent if it is not there.
+const Value& component(const Value& sequence, unsigned index);
+// The characters of a string of 8-bit characters.
+PString text(const Value& string);
+
+size_t entries(const Value& list);
+const Value* firstEntry(const Value& list);
+const Value* nextEntry(const Value& entry);
 }  // namespace asn1
 
 // A view of a value in a decoded message: as cheap to copy as a pointer, and valid until the message object decodes
@@ -65,8 +74,7 @@ class PASN_Sequence : public PASN_Object {
   using PASN_Object::PASN_Object;
 
  protected:
-  // The component of that number, counted over root and extension components; kAbsent if it is not there.
-  const asn1::Value& component(unsigned index) const;
+  const asn1::Value& component(unsigned index) const { return asn1::component(*value_, index); }
   unsigned number(unsigned index) const;
 
   template <class Component>
@@ -104,13 +112,6 @@ class PASN_Array : public PASN_Object {
   Iterator begin() const;
   Iterator end() const { return Iterator(nullptr); }
 };
-
-// The parts of PASN_Array that do not depend on the element.
-namespace asn1 {
-size_t entries(const Value& list);
-const Value* firstEntry(const Value& list);
-const Value* nextEntry(const Value& entry);
-}  // namespace asn1
 
 template <class Element>
 typename PASN_Array<Element>::Iterator& PASN_Array<Element>::Iterator::operator++() {

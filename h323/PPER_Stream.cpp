@@ -2,6 +2,7 @@
 
 uint64_t PPER_Stream::octetNumber(size_t count) {
   align();
+  if (count == 0) fail();
   const uint8_t* octet = octets(count);
   if (octet == nullptr) return 0;
   uint64_t number = 0;

@@ -1,0 +1,19 @@
+#pragma once
+
+#include "Arena.h"
+#include "PPER_Stream.h"
+
+namespace asn1 {
+
+// SEQUENCE, SEQUENCE OF and CHOICE inside each other: messages that go deeper do not decode.
+inline constexpr unsigned kMaxDepth = 64;
+
+// Decodes the next value of `type`, which need not be the last one in `stream`, into `arena`, whose former values end
+// here. Answers kAbsent, and leaves the stream failed, when the octets end early, break a constraint that has no
+// extension marker, or exceed a limit (kMaxDepth, Arena).
+//
+// Extension additions and alternatives that `type` does not know are skipped by their length, the value of such an
+// alternative becomes an open type.
+const Value& decode(const Type& type, PPER_Stream& stream, Arena& arena);
+
+}  // namespace asn1
