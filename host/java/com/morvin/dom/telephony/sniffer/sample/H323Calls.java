@@ -87,7 +87,6 @@ final class H323Calls {
       if (!text.callId().isEmpty()) {
         byCallId.put(text.callId(), call);
       }
-      recorder.begin(call);
     }
     Leg leg = new Leg(call, calling);
     if (call.legs.size() < MAX_LEGS) {

@@ -183,13 +183,13 @@ final class Recorder {
     return room;
   }
 
-  void begin(Call call) {
-    calls.add(call);
-    console.line(call + "  " + call.protocol + "  " + Text.printable(call.caller) + " -> " + Text.printable(call.callee));
-  }
-
+  /** The signalling has told something about the call; of a new one the media is asked for before anything is said. */
   void update(Call call, long now) {
     destinations.update(call, call.destinations(), now);
+    if (calls.add(call)) {
+      console.line(
+          call + "  " + call.protocol + "  " + Text.printable(call.caller) + " -> " + Text.printable(call.callee));
+    }
   }
 
   void end(Call call, String how, long now) {

@@ -43,6 +43,7 @@ public final class RecorderMain {
   }
 
   private static void record(Options options) throws IOException, InterruptedException {
+    Rehearsal.play(options.out);
     Console console = new Console(System.out, System.console() != null);
     Recorder.Limits limits =
         new Recorder.Limits(options.untilDisconnect, options.idleExitMillis, options.callTimeoutMillis);

@@ -52,7 +52,6 @@ final class SipCalls {
       }
       call = new SipCall(message, now);
       calls.put(message.callId(), call);
-      recorder.begin(call);
     }
     call.active(now);
     String end = call.follow(message, frame, now);
