@@ -2,6 +2,7 @@
 
 #include <pcap/pcap.h>
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
@@ -27,6 +28,9 @@ class ReplayPace {
   /// stop() was called.
   bool waitFor(const timeval& timeStamp);
 
+  /// Frames that waitFor() has let pass. Any thread.
+  unsigned long getPassed() const { return passed; }
+
   /// Ends a wait, and every later one. Any thread.
   void stop();
 
@@ -39,4 +43,5 @@ class ReplayPace {
   std::mutex lock;
   std::condition_variable stopSignal;
   bool stopped = false;
+  std::atomic<unsigned long> passed = 0;
 };

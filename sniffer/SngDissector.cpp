@@ -218,6 +218,7 @@ void SngDissector::producePacket(SniffedPacket& packet) {
   {
     const MutexLock guard(packetQueueLock);
     packetQueue.push_back(packet);
+    if (packetQueue.size() > statistics.queueHighest) statistics.queueHighest = packetQueue.size();
   }
   pthread_cond_signal(&packetPresent);
 }
@@ -256,6 +257,7 @@ void SngDissector::clearQueue() {
   const std::size_t dumped = packetQueue.size();
   for (SniffedPacket& packet : packetQueue) packet.release();
   packetQueue.clear();
+  count(statistics.queueDiscarded, dumped);
   if (logger->isDebugEnabled()) {
     logger->debug("Dissector packet queue cleared. " + std::to_string(dumped) + " packets dumped.");
   }
@@ -285,6 +287,7 @@ void SngDissector::processPacket(u_char*, const pcap_pkthdr* header, u_char** pa
   const auto ip = read<sniff_ip>(frame + linkLength);
   const int ipLength = (ip.ip_vhl & 0x0F) * 4;
   if (ipLength < 20) {
+    count(statistics.otherDropped);
     logDrop("*** Dropping IP packet with unknown IP header\n", ip);
     return;
   }
@@ -296,6 +299,7 @@ void SngDissector::processPacket(u_char*, const pcap_pkthdr* header, u_char** pa
   } else if (ip.ip_p == IPPROTO_TCP) {
     processTcp(*packet, header, linkLength + ipLength);
   } else {
+    count(statistics.otherDropped);
     logDrop("*** Dropping IP packet with unknown upper layer protocol\n", ip);
   }
 }
@@ -313,11 +317,14 @@ void SngDissector::processUdp(const u_char* packet, const pcap_pkthdr* header, i
   ohdr.srcPort = ntohs(udp.uh_sport);
   ohdr.dstPort = ntohs(udp.uh_dport);
   const u_char* payload = packet + size_header + kUdpHeaderLength;
-  if (!isSip(payload) && !isRtpFilter()) return;
-  ohdr.protocol = static_cast<u_char>(payloadType);
   // The frame's own length counts, not that of the UDP header: padding behind a short datagram is sent as well.
   const int frameLength = static_cast<int>(header->len) - size_header - kUdpHeaderLength + kHeaderLength;
-  if (frameLength <= kHeaderLength) return;
+  const bool wanted = isSip(payload) || isRtpFilter();
+  if (!wanted || frameLength <= kHeaderLength) {
+    count(statistics.udpDropped);
+    return;
+  }
+  ohdr.protocol = static_cast<u_char>(payloadType);
   ohdr.len = htons(static_cast<u_short>(frameLength));
   u_char* frame = const_cast<u_char*>(packet);
   buildPayload(const_cast<u_char*>(payload) - kHeaderLength, frameLength, true, &frame);
@@ -327,13 +334,17 @@ void SngDissector::processTcp(u_char* packet, const pcap_pkthdr* header, int siz
   const auto tcp = read<sniff_tcp>(packet + size_header);
   const int tcpLength = ((tcp.th_offx2 & 0xF0) >> 4) * 4;
   if (tcpLength < 20) {
+    count(statistics.tcpDropped);
     logger->info("*** Fragmented TCP message. Header length: " + std::to_string(tcpLength) + " bytes");
     return;
   }
   ohdr.srcPort = ntohs(tcp.th_sport);
   ohdr.dstPort = ntohs(tcp.th_dport);
   const int frameLength = static_cast<int>(header->len) - size_header - tcpLength + kHeaderLength;
-  if (frameLength <= kHeaderLength) return;
+  if (frameLength <= kHeaderLength) {
+    count(statistics.tcpDropped);
+    return;
+  }
   ohdr.len = htons(static_cast<u_short>(frameLength));
   buildPayload(packet + size_header + tcpLength - kHeaderLength, frameLength, false, &packet);
 }
@@ -389,6 +400,8 @@ void SngDissector::buildPayload(u_char* payload, int payloadLen, bool isUdp, u_c
     sendFrame(payload, payloadLen);
   } else if (describeSegment(payload, payloadLen)) {
     sendFrame(description.data(), static_cast<int>(description.size()));
+  } else {
+    count(statistics.tcpDropped);
   }
 }
 
@@ -429,17 +442,45 @@ void SngDissector::sendFrame(u_char* frame, int length) {
   sendPayload(frame, length);
 }
 
-void SngDissector::sendPayload(u_char* payload, int len) {
+BaseConnection* SngDissector::connectionFor(const u_char* frame) const {
   const int type = payloadType;
-  if (type == kRtp) {
-    conMedia->sendPacket(payload, len);
-  } else if (conSig != nullptr && type == kSip) {
-    conSig->sendPacket(payload, len);
-  } else if (type == kSip || type == kH323 || payload[2] == kHeartbeat) {
-    conMedia->sendPacket(payload, len);
-  } else {
+  if (type == kRtp) return conMedia;
+  if (conSig != nullptr && type == kSip) return conSig;
+  if (type == kSip || type == kH323 || frame[2] == kHeartbeat) return conMedia;
+  return nullptr;
+}
+
+void SngDissector::sendPayload(u_char* payload, int len) {
+  BaseConnection* connection = connectionFor(payload);
+  if (connection == nullptr) {
     logger->warn("PAYLOAD NOT SENT");
+    return;
   }
+  const u_char protocol = payload[2];
+  if (connection->sendPacket(payload, len) != len) {
+    count(statistics.notSent);
+  } else if (protocol == kSip) {
+    count(statistics.sipForwarded);
+  } else if (protocol == kRtp) {
+    count(statistics.rtpForwarded);
+  } else if (protocol == kH323) {
+    count(statistics.h323Forwarded);
+  }
+}
+
+std::string SngDissector::reportStatistics() {
+  std::size_t queueLength;
+  {
+    const MutexLock guard(packetQueueLock);
+    queueLength = packetQueue.size();
+  }
+  std::size_t rtpListLength;
+  {
+    const MutexLock guard(rtpListLock);
+    applyClear();
+    rtpListLength = rtpList.size();
+  }
+  return statistics.report(queueLength, rtpListLength);
 }
 
 void SngDissector::printFormatHeader(const u_char* ptr) {

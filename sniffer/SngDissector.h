@@ -13,6 +13,7 @@
 #include "BaseConnection.h"
 #include "H323Parser.h"
 #include "SipHelper.h"
+#include "Statistics.h"
 
 class Sniffer;
 
@@ -165,6 +166,10 @@ class SngDissector {
   /// Ends the command reader and wakes the consumer; the engine's end flag is set before.
   void signalEnd();
 
+  /// Any thread.
+  Statistics& getStatistics() { return statistics; }
+  std::string reportStatistics();
+
   /// True when nothing is queued and nothing is being processed. Any thread.
   bool isIdle();
 
@@ -211,6 +216,7 @@ class SngDissector {
   enum PayloadType { kSip = 1, kRtp = 2, kHeartbeat = 3, kH323 = 4 };
 
   bool sharesMediaConnection() const;
+  BaseConnection* connectionFor(const u_char* frame) const;
   void makeUdpConnections();
   void makeTcpConnections();
   void logDrop(const char* heading, const sniff_ip& ip);
@@ -244,6 +250,7 @@ class SngDissector {
 
   std::vector<u_char> description;  ///< the H.323 frame being sent, reused
   bool cmdReaderStarted = false;
+  Statistics statistics;
 
   static std::atomic<SngDissector*> dissector;
   static log4cxx::LoggerPtr logger;

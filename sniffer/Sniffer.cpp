@@ -301,6 +301,7 @@ void Sniffer::startSniffing() {
   startCaptureThreads();
   while (!endMain) dissector->consumePacket();
   logger->info("Sniffing ended.");
+  logStatistics();
 }
 
 void Sniffer::startCaptureThreads() {
@@ -386,4 +387,38 @@ void Sniffer::stopCaptureThread(int i) {
   pthread_kill(thread[i], SIGUSR1);
   const int status = pthread_join(thread[i], nullptr);
   logger->info("Completed join with PCAP thread " + std::to_string(i) + " status=" + std::to_string(status));
+}
+
+// ---- statistics ----
+
+void Sniffer::logStatistics() {
+  const std::lock_guard guard(statisticsLock);
+  for (int i = 0; i < deviceCount; ++i) {
+    if (!deviceDown[i]) logDeviceStatistics(i);
+  }
+  logger->info(dissector->reportStatistics());
+}
+
+void Sniffer::logDeviceStatistics(int i) {
+  const std::string heading = std::string("Statistics of device ") + device[i] + ":";
+  if (replayPace[i]) {
+    logger->info(heading + " replayed=" + std::to_string(replayPace[i]->getPassed()));
+    return;
+  }
+  pcap_stat stat{};
+  if (pcap_stats(handle[i], &stat) != 0) {
+    logger->warn(heading + " not to be had: " + pcap_geterr(handle[i]));
+    return;
+  }
+  const std::string counters = heading + " received=" + std::to_string(stat.ps_recv) +
+                               " droppedByKernel=" + std::to_string(stat.ps_drop) +
+                               " droppedByInterface=" + std::to_string(stat.ps_ifdrop);
+  const u_int fresh = stat.ps_drop - std::exchange(kernelDrops[i], stat.ps_drop);
+  if (fresh == 0) {
+    logger->info(counters);
+    return;
+  }
+  logger->warn(counters + "; " + std::to_string(fresh) +
+               " frames are lost since the last report: a larger buffer (ImmediateCapture=yes), a narrower filter or a "
+               "free processor core helps");
 }

@@ -100,6 +100,10 @@ class Sniffer {
   /// True from the stop of the engine on, until the next start.
   static bool getEndMain() { return endMain; }
 
+  /// Logs what became of the frames: a line for each device, by libpcap's counters, and one for the rest. A device that
+  /// has lost frames in the kernel since the last time makes its line a warning. Any thread.
+  void logStatistics();
+
   void displayConfig();
 
   /// Sets the level of the logger "SnifferClient", which is everyone's, by its name in capitals. Another text changes
@@ -119,6 +123,7 @@ class Sniffer {
   int installFilter(pcap_t* pcap);
   void startCaptureThreads();
   void stopCaptureThread(int i);
+  void logDeviceStatistics(int i);
   static void replayPacket(u_char* args, const pcap_pkthdr* header, const u_char* packet);
 
   int threadId[kMaxDevices];
@@ -144,6 +149,9 @@ class Sniffer {
 
   std::mutex lifecycle;  ///< guards the start of the capture threads against a stop at the same time
   bool started = false;
+
+  std::mutex statisticsLock;
+  u_int kernelDrops[kMaxDevices] = {};  ///< as logged last
   bool stopRequested = false;
 
   // libpcap's callback and the threads' start routine are plain functions: what they need belongs to the class.

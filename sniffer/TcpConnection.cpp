@@ -67,6 +67,10 @@ void decode(const u_char* wire, SnifferRequest& request, log4cxx::LoggerPtr& log
                 ", port=" + std::to_string(request.rtpPort));
 }
 
+void countLink(Statistics::Counter Statistics::*counter) {
+  if (SngDissector* dissector = SngDissector::dft()) count(dissector->getStatistics().*counter);
+}
+
 void forgetRtpDestinations() {
   if (SngDissector* dissector = SngDissector::dft()) dissector->removeAllRtp();
 }
@@ -131,6 +135,7 @@ void TcpConnection::setConnected() {
   static std::atomic<unsigned> established = 0;
   stream = ++established;
   connected = true;
+  countLink(&Statistics::recorderConnects);
 }
 
 int TcpConnection::sendPacket(u_char* buffer, int length) {
@@ -197,6 +202,7 @@ int TcpConnection::checkError(int errnum) {
     default:
       logger->warn("Connection to recorder not working");
   }
+  countLink(&Statistics::recorderLosses);
   closeConnection();
   forgetRtpDestinations();
   return -1;
@@ -217,6 +223,7 @@ bool TcpConnection::receiveRequest(SnifferRequest& request) {
   const int room = ring.room();
   const int n = room > 0 ? static_cast<int>(recv(clientSd, ring.workBuffer, room, 0)) : -1;
   if (n == 0 && ring.total < SnifferRequest::kWireLength) {
+    countLink(&Statistics::recorderLosses);
     closeConnection();
     return false;
   }

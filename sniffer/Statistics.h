@@ -1,0 +1,36 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <string>
+
+/// What became of the frames since the engine was made. Written by the thread that does the work, without a lock; read
+/// by any thread.
+struct Statistics {
+  using Counter = std::atomic<std::uint64_t>;
+
+  // Frames that the connection to the recorder took whole.
+  Counter sipForwarded = 0;
+  Counter rtpForwarded = 0;
+  Counter h323Forwarded = 0;
+
+  // Frames that nobody asked for.
+  Counter udpDropped = 0;    ///< neither SIP nor to a listed destination, or without payload
+  Counter tcpDropped = 0;    ///< no payload, or nothing in it to tell the recorder
+  Counter otherDropped = 0;  ///< neither UDP nor TCP over IPv4
+
+  Counter queueHighest = 0;    ///< most frames that ever waited for the consumer
+  Counter queueDiscarded = 0;  ///< frames that waited while the recorder was lost or the engine ended
+
+  Counter recorderConnects = 0;
+  Counter recorderLosses = 0;
+  Counter notSent = 0;  ///< frames for the recorder that its connection did not take whole
+
+  /// One line for the log. The length of the queue and of the RTP list are told by their owner.
+  std::string report(std::size_t queueLength, std::size_t rtpListLength) const;
+};
+
+/// Counts one more. Relaxed: the counters stand for themselves and order nothing.
+inline void count(Statistics::Counter& counter, std::uint64_t more = 1) {
+  counter.fetch_add(more, std::memory_order_relaxed);
+}
