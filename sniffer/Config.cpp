@@ -22,6 +22,7 @@ void Config::setCfgFileName(std::string fileName) {
 void Config::loadProperties() {
   std::ifstream file(cfgFileName);
   if (!file) failToRead();
+  lines.clear();
   std::string line;
   for (int number = 1; std::getline(file, line); ++number) {
     if (line.size() > kMaxLineLength) {
@@ -29,16 +30,17 @@ void Config::loadProperties() {
                    std::to_string(kMaxLineLength) + " characters and is ignored");
       continue;
     }
-    addLine(line);
+    addLine(line, number);
   }
   // A directory can be opened, but reading it fails.
   if (file.bad()) failToRead();
 }
 
-void Config::addLine(const std::string& line) {
+void Config::addLine(const std::string& line, int number) {
   const auto equals = line.find('=');
   if (equals == std::string::npos) return;
-  properties.emplace(line.substr(0, equals), trim(line.substr(equals + 1)));
+  lines.push_back({number, line.substr(0, equals)});
+  properties.emplace(lines.back().key, trim(line.substr(equals + 1)));
 }
 
 void Config::failToRead() {

@@ -5,6 +5,7 @@
 #include <fstream>
 #include <map>
 #include <string>
+#include <vector>
 
 /// A flat file of key=value lines, read once into a table.
 ///
@@ -29,6 +30,15 @@ class Config {
   /// the process with status 1. A line of more than 511 characters is skipped with a warning.
   void loadProperties();
 
+  /// A line that sets a key.
+  struct Line {
+    int number;  ///< from 1
+    std::string key;
+  };
+
+  /// The lines of the last load that set a key, in order.
+  const std::vector<Line>& getLines() const { return lines; }
+
   /// The value of `key`; empty when it is absent.
   std::string getProperty(std::string key);
 
@@ -39,11 +49,12 @@ class Config {
   std::string trim(const std::string& s);
 
  private:
-  void addLine(const std::string& line);
+  void addLine(const std::string& line, int number);
   [[noreturn]] void failToRead();
 
   std::map<std::string, std::string> properties;
   std::string cfgFileName;
+  std::vector<Line> lines;
 
   static Config* config;
   static log4cxx::LoggerPtr logger;

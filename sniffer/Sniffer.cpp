@@ -181,6 +181,7 @@ int Sniffer::configureFromFile(int argc, char** argv) {
   setLogLevel(snifferConfig->getLogLevel());
   setLoggerLevel(logLevel);
   promiscuous = 1;
+  snifferConfig->reportOddities();
   return 0;
 }
 
@@ -273,12 +274,7 @@ int Sniffer::installFilter(pcap_t* pcap) {
 
 int Sniffer::setupSniffing() {
   displayConfig();
-  for (int i = 0; i < deviceCount; ++i) {
-    pcap_t* pcap = getHandle(i);
-    deviceDown[i] = pcap == nullptr;
-    if (deviceDown[i]) continue;
-    if (const int status = installFilter(pcap); status != 0) return status;
-  }
+  if (const int status = openDevices(); status != 0) return status;
   dissector->setSniffer(this);
   dissector->setServerNameMedia(serverNameMedia);
   dissector->setServerPortMedia(serverPortMedia);
@@ -287,6 +283,16 @@ int Sniffer::setupSniffing() {
   dissector->makeConnection(embedded);
   if (!embedded) dissector->startCmdReaderThread();
   dissector->setTraceSignalling(traceSignalling);
+  return 0;
+}
+
+int Sniffer::openDevices() {
+  for (int i = 0; i < deviceCount; ++i) {
+    pcap_t* pcap = getHandle(i);
+    deviceDown[i] = pcap == nullptr;
+    if (deviceDown[i]) continue;
+    if (const int status = installFilter(pcap); status != 0) return status;
+  }
   return 0;
 }
 

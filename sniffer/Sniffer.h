@@ -50,6 +50,10 @@ class Sniffer {
   /// 0 when ready, 3 when the filter does not compile, 4 when it cannot be installed.
   int setupSniffing();
 
+  /// The part of setupSniffing() that opens the devices and installs the filter, with the same results. It asks nothing
+  /// of the recorder.
+  int openDevices();
+
   /// Starts the capture threads and makes the calling thread the consumer until the engine is stopped.
   void startSniffing();
 
@@ -96,6 +100,9 @@ class Sniffer {
   /// Frames are to be handed over as they arrive, not when a buffer is full or a second has passed.
   void setImmediateCapture(bool on) { immediateCapture = on; }
   bool getImmediateCapture() const { return immediateCapture; }
+
+  /// The seconds after which logStatistics() is to be called again and again, by the properties file; 0 for never.
+  int getStatisticsInterval() const { return snifferConfig ? snifferConfig->getStatisticsInterval() : 0; }
 
   /// True from the stop of the engine on, until the next start.
   static bool getEndMain() { return endMain; }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <log4cxx/logger.h>
+
 #include <string>
 
 /// Typed access to the settings of the properties file.
@@ -18,6 +20,7 @@ class SnifferConfig {
   static const std::string LogLevel;
   static const std::string TraceSignalling;
   static const std::string ImmediateCapture;
+  static const std::string StatisticsInterval;
 
   static const std::string Debug;
   static const std::string Info;
@@ -49,11 +52,23 @@ class SnifferConfig {
   /// True only when the value is exactly "yes".
   bool getImmediateCapture();
 
+  /// Seconds between two reports of the statistics; 0, for none, when the value is no positive number.
+  int getStatisticsInterval();
+
+  /// Logs a warning for each key that means nothing and each value that makes no sense: the line, and what is assumed.
+  void reportOddities();
+
   std::string trim(const std::string& s);
 
   /// The trimmed level in upper case, or empty when it is none of the five.
   std::string validateLogLevel(std::string level);
 
  private:
+  void reportKeys();
+  void reportValues();
+  void warn(const std::string& key, const std::string& assumption);
+
   std::string logLevel;
+
+  static log4cxx::LoggerPtr logger;
 };

@@ -1,6 +1,9 @@
 #include "Diagnosis.h"
 
 #include <net/if.h>
+#include <netdb.h>
+#include <netinet/in.h>
+#include <pcap/pcap.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -34,6 +37,15 @@ std::string existingDevices() {
   return names;
 }
 
+std::string addressText(const sockaddr* address) {
+  char text[NI_MAXHOST] = "";
+  if (address == nullptr) return text;
+  const socklen_t length = address->sa_family == AF_INET6 ? sizeof(sockaddr_in6) : sizeof(sockaddr_in);
+  if (address->sa_family != AF_INET && address->sa_family != AF_INET6) return text;
+  getnameinfo(address, length, text, sizeof text, nullptr, 0, NI_NUMERICHOST);
+  return text;
+}
+
 void explainPrivilege() {
   std::cerr << "sniffer: capturing needs the capability CAP_NET_RAW. Run as root, or give it to the program once:\n"
             << "  sudo setcap cap_net_raw,cap_net_admin=ep " << programPath() << std::endl;
@@ -54,4 +66,23 @@ void explainDownDevices(const Sniffer& engine) {
     }
   }
   if (privilegeMissing) explainPrivilege();
+}
+
+bool listDevices() {
+  char errbuf[PCAP_ERRBUF_SIZE] = "";
+  pcap_if_t* devices = nullptr;
+  if (pcap_findalldevs(&devices, errbuf) != 0) {
+    std::cerr << "sniffer: cannot list the devices: " << errbuf << std::endl;
+    return false;
+  }
+  for (const pcap_if_t* device = devices; device != nullptr; device = device->next) {
+    std::cout << device->name;
+    if (device->description != nullptr) std::cout << " (" << device->description << ")";
+    for (const pcap_addr_t* one = device->addresses; one != nullptr; one = one->next) {
+      if (const std::string text = addressText(one->addr); !text.empty()) std::cout << " " << text;
+    }
+    std::cout << "\n";
+  }
+  pcap_freealldevs(devices);
+  return true;
 }

@@ -6,11 +6,14 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cctype>
+#include <chrono>
 #include <cstdlib>
 #include <iostream>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "Diagnosis.h"
 #include "Logging.h"
@@ -37,20 +40,25 @@ Usage: sniffer [-c FILE] [-l FILE]                       settings from a propert
   -h HOST     IPv4 address of the recorder, default 127.0.0.1
   -p PORT     its TCP port, default 6000
 
-  --help      this text
-  --version   the version
+  --check         open the devices, compile the filter, tell the result and end
+  --list-devices  the devices of this machine
+  --help          this text
+  --version       the version
 
 Filters: "udp" captures SIP and RTP; "udp or tcp" H.323 as well, whose H.245 connections use ports of their own
 choice; "udp or tcp port 1720" H.323 with fast start or tunnelled H.245. With VLAN tags: "udp or (vlan and udp)".
 
-Capturing on a device needs the capability CAP_NET_RAW. SIGINT and SIGTERM end the program.
+Capturing on a device needs the capability CAP_NET_RAW. SIGINT and SIGTERM end the program, SIGUSR2 makes it log its
+statistics.
 
 Exit status: 0 ended on request, 1 bad arguments or no device, 3 the filter does not compile, 4 it cannot be installed.
 )help";
 
 struct Arguments {
   bool fileMode = true;
+  bool checkOnly = false;
   const char* cfgFileName = kCfgFileName;
+  std::vector<std::string> forEngine;  ///< the program's name, and the options that the engine reads itself
 };
 
 [[noreturn]] void refuse(const std::string& reason) {
@@ -74,15 +82,22 @@ bool isIpv4Address(const char* text) {
 
 /// Refuses what the engine would overlook, and tells which of its two ways of configuration is meant.
 Arguments checkArguments(int argc, char** argv) {
-  enum { kHelpOption = 256, kVersionOption };
+  enum { kHelpOption = 256, kVersionOption, kCheckOption, kListOption };
   const option longOptions[] = {{"help", no_argument, nullptr, kHelpOption},
                                 {"version", no_argument, nullptr, kVersionOption},
+                                {"check", no_argument, nullptr, kCheckOption},
+                                {"list-devices", no_argument, nullptr, kListOption},
                                 {nullptr, 0, nullptr, 0}};
   Arguments arguments;
+  arguments.forEngine.push_back(argv[0]);
   std::string fileOptions;
   std::string lineOptions;
   opterr = 0;
   for (int option; (option = getopt_long(argc, argv, ":c:l:d:f:h:p:", longOptions, nullptr)) != -1;) {
+    if (option < kHelpOption && optarg != nullptr) {
+      arguments.forEngine.push_back(std::string("-") + static_cast<char>(option));
+      arguments.forEngine.push_back(optarg);
+    }
     switch (option) {
       case kHelpOption:
         std::cout << kHelp;
@@ -90,6 +105,11 @@ Arguments checkArguments(int argc, char** argv) {
       case kVersionOption:
         std::cout << "sniffer " SNIFFER_VERSION << std::endl;
         std::exit(0);
+      case kListOption:
+        std::exit(listDevices() ? 0 : kBadArguments);
+      case kCheckOption:
+        arguments.checkOnly = true;
+        break;
       case 'c':
         arguments.cfgFileName = optarg;
         [[fallthrough]];
@@ -116,19 +136,20 @@ Arguments checkArguments(int argc, char** argv) {
   }
   if (optind < argc) refuse(std::string("unexpected argument ") + argv[optind]);
   if (!fileOptions.empty() && !lineOptions.empty()) {
-    refuse("options of the two ways are mixed:" + fileOptions + " belong to a properties file," + lineOptions +
-           " to the command line");
+    refuse("the options of the two ways are mixed:" + fileOptions + " for a properties file," + lineOptions +
+           " for settings from the command line");
   }
   arguments.fileMode = lineOptions.empty();
   return arguments;
 }
 
-void handleSignals(sigset_t& endSignals) {
+void handleSignals(sigset_t& awaited) {
   // Blocked here, and so in every thread: only the one that waits for them takes them.
-  sigemptyset(&endSignals);
-  sigaddset(&endSignals, SIGINT);
-  sigaddset(&endSignals, SIGTERM);
-  pthread_sigmask(SIG_BLOCK, &endSignals, nullptr);
+  sigemptyset(&awaited);
+  sigaddset(&awaited, SIGINT);
+  sigaddset(&awaited, SIGTERM);
+  sigaddset(&awaited, SIGUSR2);
+  pthread_sigmask(SIG_BLOCK, &awaited, nullptr);
   signal(SIGPIPE, SIG_IGN);
   // Does nothing: being delivered, without SA_RESTART, is enough to interrupt a capture thread's read.
   struct sigaction interrupt = {};
@@ -136,20 +157,24 @@ void handleSignals(sigset_t& endSignals) {
   sigaction(SIGUSR1, &interrupt, nullptr);
 }
 
-int configure(Sniffer& engine, const Arguments& arguments, int argc, char** argv) {
+int configure(Sniffer& engine, Arguments& arguments) {
+  std::vector<char*> texts;
+  for (std::string& text : arguments.forEngine) texts.push_back(text.data());
+  const int argc = static_cast<int>(texts.size());
+  texts.push_back(nullptr);
   if (!arguments.fileMode) {
     if (access(kLogCfgFileName, R_OK) == 0) {
       configureLogging(kLogCfgFileName);
     } else {
       logToConsole();
     }
-    return engine.configure(argc, argv);
+    return engine.configure(argc, texts.data());
   }
   if (access(arguments.cfgFileName, R_OK) != 0) {
     std::cerr << "sniffer: cannot read the settings file " << arguments.cfgFileName
               << "; name another with -c, or give the settings by options (sniffer --help)" << std::endl;
   }
-  return engine.configureFromFile(argc, argv);
+  return engine.configureFromFile(argc, texts.data());
 }
 
 void tellWhatHappens(const Sniffer& engine) {
@@ -160,10 +185,31 @@ void tellWhatHappens(const Sniffer& engine) {
             << " over " << engine.getServerProtocol() << std::endl;
 }
 
-/// Ends the engine on a signal, or when there is nothing more to replay.
-void awaitEnd(Sniffer& engine, const sigset_t& endSignals) {
-  const timespec interval{0, 50'000'000};
-  while (sigtimedwait(&endSignals, nullptr, &interval) == -1 && !engine.replayFinished()) {
+/// Opens what the settings name and tells how that went. The recorder is not asked.
+int check(Sniffer& engine) {
+  int status = engine.openDevices();
+  explainDownDevices(engine);
+  for (int i = 0; i < engine.getDeviceCount(); ++i) {
+    if (engine.isDeviceDown(i)) status = std::max(status, kBadArguments);
+  }
+  if (engine.getDeviceCount() == 0) status = kBadArguments;
+  std::cout << (status == 0 ? "The settings are good" : "The settings will not do, see above") << std::endl;
+  return status;
+}
+
+/// Ends the engine on a signal, or when there is nothing more to replay. Meanwhile it logs the statistics when they are
+/// due or asked for.
+void awaitEnd(Sniffer& engine, const sigset_t& awaited) {
+  using Clock = std::chrono::steady_clock;
+  const std::chrono::seconds interval(engine.getStatisticsInterval());
+  auto due = Clock::now() + interval;
+  const timespec pause{0, 50'000'000};
+  while (!engine.replayFinished()) {
+    const int received = sigtimedwait(&awaited, nullptr, &pause);
+    if (received == SIGINT || received == SIGTERM) break;
+    const bool isDue = interval.count() > 0 && Clock::now() >= due;
+    if (received == SIGUSR2 || isDue) engine.logStatistics();
+    if (isDue) due += interval;
   }
   engine.stopSniffing();
 }
@@ -171,12 +217,13 @@ void awaitEnd(Sniffer& engine, const sigset_t& endSignals) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  const Arguments arguments = checkArguments(argc, argv);
-  sigset_t endSignals;
-  handleSignals(endSignals);
+  Arguments arguments = checkArguments(argc, argv);
+  sigset_t awaited;
+  handleSignals(awaited);
 
   Sniffer engine;
-  if (const int status = configure(engine, arguments, argc, argv); status != 0) return status;
+  if (const int status = configure(engine, arguments); status != 0) return status;
+  if (arguments.checkOnly) return check(engine);
   tellWhatHappens(engine);
   if (const int status = engine.setupSniffing(); status != 0) return status;
   explainDownDevices(engine);
@@ -184,7 +231,7 @@ int main(int argc, char** argv) {
     std::cerr << "sniffer: no device could be opened" << std::endl;
     return kBadArguments;
   }
-  std::thread end(awaitEnd, std::ref(engine), std::cref(endSignals));
+  std::thread end(awaitEnd, std::ref(engine), std::cref(awaited));
   engine.startSniffing();
   end.join();
   return 0;
