@@ -193,7 +193,7 @@ int check(Sniffer& engine) {
     if (engine.isDeviceDown(i)) status = std::max(status, kBadArguments);
   }
   if (engine.getDeviceCount() == 0) status = kBadArguments;
-  std::cout << (status == 0 ? "The settings are good" : "The settings will not do, see above") << std::endl;
+  std::cout << (status == 0 ? "Devices and filter are good" : "Devices or filter will not do, see above") << std::endl;
   return status;
 }
 

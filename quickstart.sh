@@ -1,0 +1,80 @@
+#!/usr/bin/env bash
+# Records calls with the sniffer inside a Java process.
+#   ./quickstart.sh           the calls of samples/, replayed
+#   ./quickstart.sh eth0      the calls that pass the device, until Ctrl-C
+#   ./quickstart.sh --help    more
+set -euo pipefail
+cd "$(dirname "$0")"
+
+usage() {
+  cat <<'HELP'
+Usage: ./quickstart.sh [--standalone] [DEVICE]
+
+Installs the packages it needs, builds, and records every call it sees: one WAV file for each direction in recordings/,
+and a line for each call in recordings/calls.csv. Without DEVICE it replays the calls of samples/.
+
+  --standalone  run the sniffer as a program of its own that sends to the recorder over TCP, instead of in its process
+HELP
+}
+
+standalone=no
+device=
+for argument in "$@"; do
+  case $argument in
+    --standalone) standalone=yes ;;
+    --help | -h) usage; exit 0 ;;
+    -*) usage >&2; exit 1 ;;
+    *) device=$argument ;;
+  esac
+done
+if [ -n "$device" ] && [ ! -e "/sys/class/net/$device" ] && [ "${device#file:}" = "$device" ]; then
+  echo "There is no device $device here. The devices are: $(ls /sys/class/net | tr '\n' ' ')" >&2
+  exit 1
+fi
+
+. packaging/setup.sh
+install_missing $BUILD_PACKAGES
+build quickstart
+
+# Everything runs in recordings/: the sniffer in a Java process takes its logging settings from the working directory.
+root=$PWD
+mkdir -p recordings
+cd recordings
+sed 's/^log4j.rootLogger=.*/log4j.rootLogger=INFO, file/' "$root/packaging/log4cxx.properties" >log4cxx.properties
+
+# H.323 signalling is TCP, on ports of the endpoints' choice.
+filter="udp or tcp"
+built=$root/build/quickstart
+recorder=("$JAVA_HOME/bin/java" "-Djava.library.path=$built/sniffer" -jar "$built/host/voip-sniffer.jar" --out .)
+may_capture=()
+case $device in
+  "")
+    devices="file:../samples/sip-g711a-call.pcap;file:../samples/h323-fast-start-tunnelled.pcap"
+    devices+=";file:../samples/h323-h245-separate.pcap"
+    echo "Replaying the three calls of samples/, which takes 15 seconds"
+    ;;
+  file:/*) devices=$device ;;
+  file:*) devices=file:../${device#file:} ;;
+  *)
+    devices=$device
+    # Capturing needs privilege; replaying does not.
+    [ "$(id -u)" = 0 ] || may_capture=(sudo)
+    echo "Recording the calls on $device; Ctrl-C ends it"
+    ;;
+esac
+ending=()
+[ "${devices#file:}" = "$devices" ] || ending=(--idle-exit 4)
+echo "The sniffer's log is recordings/sniffer.log"
+
+if [ $standalone = no ]; then
+  exec "${may_capture[@]}" "${recorder[@]}" --embedded "$devices" --filter "$filter" "${ending[@]}"
+fi
+
+sed -e "s|^Device=.*|Device=$devices|" -e "s|^Filter=.*|Filter=$filter|" "$root/packaging/sniffer.properties" \
+  >sniffer.properties
+"${recorder[@]}" --tcp 6000 --until-disconnect &
+recording=$!
+trap 'kill $recording 2>/dev/null || true' EXIT
+sleep 1
+"${may_capture[@]}" "$built/standalone/sniffer"
+wait $recording
