@@ -151,7 +151,20 @@ std::optional<H245_UserInputIndication> H245_IndicationMessage::userInput() cons
 H245_MultimediaSystemControlMessage::H245_MultimediaSystemControlMessage() : arena_(new asn1::Arena) {}
 H245_MultimediaSystemControlMessage::~H245_MultimediaSystemControlMessage() = default;
 
+namespace {
+
+// A Q.931 message of H.225.0 begins with the octets 8 and 2 (or 1): protocol discriminator and length of the call
+// reference. As H.245 they would be a requestMode with padding that is not zero, which no encoder makes; but what
+// follows may happen to be well-formed.
+bool looksLikeQ931(PPER_Stream stream) {
+  const uint64_t start = stream.bits(16);
+  return start == 0x0801 || start == 0x0802;
+}
+
+}  // namespace
+
 bool H245_MultimediaSystemControlMessage::Decode(PPER_Stream& stream) {
+  if (looksLikeQ931(stream)) stream.fail();
   value_ = &asn1::decode(h245::MultimediaSystemControlMessage, stream, *arena_);
   return !stream.failed();
 }

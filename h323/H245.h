@@ -170,7 +170,7 @@ class H245_MultimediaSystemControlMessage : public PASN_Choice {
   H245_MultimediaSystemControlMessage& operator=(const H245_MultimediaSystemControlMessage&) = delete;
 
   // Replaces the message by the next one in `stream` and answers whether it could be decoded; if not, everything in it
-  // is absent. Allocates nothing.
+  // is absent. Allocates nothing. A Q.931 message with a call reference is never taken for one of H.245.
   bool Decode(PPER_Stream& stream);
 
   std::optional<H245_RequestMessage> request() const;

@@ -84,7 +84,8 @@ class PASN_Sequence : public PASN_Object {
   }
 };
 
-// SEQUENCE OF and SET OF: read it front to back with a range-based for.
+// SEQUENCE OF and SET OF: read it front to back with a range-based for. (Name an optional list first: what
+// `for (... : *message.list())` would read is gone before the first entry.)
 template <class Element>
 class PASN_Array : public PASN_Object {
  public:

@@ -1,6 +1,7 @@
 #include "PERDecoder.h"
 
 #include <algorithm>
+#include <bit>
 #include <cstring>
 
 namespace asn1 {
@@ -57,6 +58,7 @@ Value* Decoder::newValue(const Type& type) {
 }
 
 Value* Decoder::decode(const Type& type) {
+  if (stream_.failed()) return nullptr;
   Value* const value = newValue(type);
   if (value == nullptr) return nullptr;
   switch (type.kind) {

@@ -1,0 +1,26 @@
+#include "Allocations.h"
+
+#include <atomic>
+#include <cstdlib>
+#include <new>
+
+namespace {
+std::atomic<size_t> count{0};
+}
+
+size_t allocations() {
+  return count;
+}
+
+void* operator new(size_t size) {
+  ++count;
+  if (void* const memory = std::malloc(size)) return memory;
+  throw std::bad_alloc();
+}
+
+void operator delete(void* memory) noexcept {
+  std::free(memory);
+}
+void operator delete(void* memory, size_t) noexcept {
+  std::free(memory);
+}

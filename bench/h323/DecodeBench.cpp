@@ -1,0 +1,106 @@
+// What decoding costs beside a memory copy of the same octets: time, and heap allocations a message.
+
+#include <benchmark/benchmark.h>
+
+#include <cstdlib>
+#include <cstring>
+
+#include "Allocations.h"
+#include "H225.h"
+#include "H245.h"
+#include "Q931.h"
+#include "Vectors.h"
+
+namespace {
+
+using Octets = std::vector<uint8_t>;
+
+Octets segment(const char* call, size_t index) {
+  return loadVectors(std::filesystem::path(TEST_FILES "/h323") / (std::string(call) + ".segments")).at(index).octets;
+}
+
+Octets setup() {
+  return segment("h323-fast-start-tunnelled", 0);
+}
+
+Octets setupInformation() {
+  const Octets message = setup();
+  Q931 q931;
+  q931.Decode(PBYTEArray(message.data(), message.size()));
+  const PBYTEArray contents = q931.GetIE(Q931::UserUserIE);
+  return Octets(contents.begin(), contents.end());
+}
+
+// The first tunnelled OpenLogicalChannel.
+Octets openLogicalChannel() {
+  return fromHex("030000640c2013800b0d0001000a140002138900");
+}
+
+// Calls `decode` in the loop, and prints its time beside that of a memory copy and the allocations it made.
+template <class Decode>
+void measure(benchmark::State& state, const Octets& octets, Decode decode) {
+  const PBYTEArray array(octets.data(), octets.size());
+  decode(array);
+  const size_t before = allocations();
+  for (auto _ : state) decode(array);
+  state.counters["allocations"] =
+      benchmark::Counter(static_cast<double>(allocations() - before), benchmark::Counter::kAvgIterations);
+  state.counters["octets"] = static_cast<double>(octets.size());
+}
+
+template <class Message>
+void decodeWith(benchmark::State& state, const Octets& octets) {
+  Message message;
+  measure(state, octets, [&](const PBYTEArray& array) {
+    PPER_Stream stream(array);
+    benchmark::DoNotOptimize(message.Decode(stream));
+  });
+}
+
+void copySetup(benchmark::State& state) {
+  Octets target(8192);
+  measure(state, setup(), [&](const PBYTEArray& array) {
+    std::memcpy(target.data(), array.GetPointer(), array.GetSize());
+    benchmark::ClobberMemory();
+  });
+}
+BENCHMARK(copySetup);
+
+// All of it: tried as H.245, then Q.931, the user information, and the channels of the fast start.
+void decodeSetup(benchmark::State& state) {
+  H245_MultimediaSystemControlMessage control;
+  Q931 q931;
+  H225_H323_UserInformation information;
+  H245_OpenLogicalChannel channel;
+  measure(state, setup(), [&](const PBYTEArray& array) {
+    PPER_Stream stream(array);
+    if (control.Decode(stream)) std::abort();
+    q931.Decode(array);
+    PPER_Stream contents(q931.GetIE(Q931::UserUserIE));
+    if (!information.Decode(contents)) std::abort();
+    const auto fastStart = information.h323_uu_pdu().h323_message_body().setup()->fastStart();
+    for (const PASN_OctetString& element : *fastStart) {
+      PPER_Stream start(element);
+      if (!channel.Decode(start)) std::abort();
+    }
+  });
+}
+BENCHMARK(decodeSetup);
+
+void decodeSetupInformation(benchmark::State& state) {
+  decodeWith<H225_H323_UserInformation>(state, setupInformation());
+}
+BENCHMARK(decodeSetupInformation);
+
+void decodeOpenLogicalChannel(benchmark::State& state) {
+  decodeWith<H245_MultimediaSystemControlMessage>(state, openLogicalChannel());
+}
+BENCHMARK(decodeOpenLogicalChannel);
+
+// What every call-signalling segment pays for H.245 being tried first.
+void tryQ931AsH245(benchmark::State& state) {
+  decodeWith<H245_MultimediaSystemControlMessage>(state, setup());
+}
+BENCHMARK(tryQ931AsH245);
+
+}  // namespace
