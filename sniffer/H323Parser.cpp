@@ -34,12 +34,13 @@ void appendCodec(const char* direction, const H245_DataType& dataType, PString& 
 // linked where it ended or unlinked where the iterator stands. An odd order only makes a walk miss, and what it does
 // find is equal to the key, since neither is less than the other. Never erase by key, nor ask for an equal_range():
 // they go from where one walk ended to where another did, which may be in front of it, and so out of the tree.
+//
+// insert() takes other turns than find() and may come upon the equal key that find() missed. Then that entry stays as
+// it is: the address belongs to the call that had it first.
 template <class Map>
 void put(Map& map, const typename Map::key_type& key, const typename Map::mapped_type& value) {
   if (const auto old = map.find(key); old != map.end()) map.erase(old);
-  const auto [entry, isNew] = map.insert({key, value});
-  // insert() takes other turns than find() and may come upon the equal key that find() missed.
-  if (!isNew) entry->second = value;
+  map.insert({key, value});
 }
 
 }  // namespace
