@@ -3,8 +3,8 @@ package com.morvin.dom.telephony.sniffer;
 import java.io.File;
 
 /**
- * The sniffer inside this Java process: captures the traffic of telephones and call servers and hands over SIP messages,
- * descriptions of H.323 calls, and the RTP that was asked for.
+ * The sniffer inside this Java process: captures the traffic of telephones and call servers and hands over SIP
+ * messages, descriptions of H.323 calls, and the RTP that was asked for.
  *
  * <p>An object of this class has three users, which are usually three threads:
  *
@@ -71,8 +71,8 @@ public class EmbeddedPacketChannel {
   /**
    * The devices to capture on, at most ten names separated by {@code ';'}, each at most 49 characters long. A name
    * {@code file:PATH} replays a capture file at the pace of its time stamps. A device that cannot be opened is logged
-   * and left out. Must be set, and not null, when {@link #mainLoop} is called; later changes have no effect, as with the
-   * other fields.
+   * and left out. Must be set, and not null, when {@link #mainLoop} is called; later changes have no effect, as with
+   * the other fields.
    */
   public String nicDevice;
 
@@ -102,9 +102,9 @@ public class EmbeddedPacketChannel {
   public EmbeddedPacketChannel() {}
 
   /**
-   * Captures and forwards until {@link #breakMainLoop} is called; the calling thread does the work. Returns at once when
-   * the set-up fails: an invalid filter is logged and reported on the standard error stream, a null field ends the call
-   * silently. It can be called again after it returned. Call it without holding this object's monitor.
+   * Captures and forwards until {@link #breakMainLoop} is called; the calling thread does the work. Returns at once
+   * when the set-up fails: an invalid filter is logged and reported on the standard error stream, a null field ends
+   * the call silently. It can be called again after it returned. Call it without holding this object's monitor.
    */
   public native void mainLoop();
 
@@ -120,8 +120,8 @@ public class EmbeddedPacketChannel {
    * Takes the oldest waiting frame. Never blocks. The caller holds this object's monitor.
    *
    * <p>A frame is a header of 15 bytes and a payload, numbers in network byte order: length of the whole frame (2
-   * bytes), protocol (1: 1 SIP, 2 RTP or RTCP, 3 heartbeat reply, 4 H.323 description), destination address (4) and port
-   * (2), source address (4) and port (2).
+   * bytes), protocol (1: 1 SIP, 2 RTP or RTCP, 3 heartbeat reply, 4 H.323 description), destination address (4) and
+   * port (2), source address (4) and port (2).
    *
    * @param buffer receives the frame from index 0 on; {@link #MAX_FRAME} bytes are always enough
    * @return the length of the frame in bytes; 0 when no frame waits, and also when the buffer is null or shorter than
@@ -132,13 +132,14 @@ public class EmbeddedPacketChannel {
   /**
    * Queues a command. Never blocks. The caller holds this object's monitor.
    *
-   * <p>A command has {@value #REQUEST_LENGTH} bytes, numbers in network byte order: code (1 byte: 1 forward the RTP sent
-   * to this address and port, 2 stop doing so, 3 send a heartbeat reply), IPv4 address (4), UDP port (2). It is carried
-   * out by the thread inside {@link #mainLoop} after the packet that it captures next; so on a silent network nothing
-   * answers a heartbeat.
+   * <p>A command has {@value #REQUEST_LENGTH} bytes, numbers in network byte order: code (1 byte: 1 forward the RTP
+   * sent to this address and port, 2 stop doing so, 3 send a heartbeat reply), IPv4 address (4), UDP port (2). It is
+   * carried out by the thread inside {@link #mainLoop} after the packet that it captures next; so on a silent network
+   * nothing answers a heartbeat.
    *
    * @param buffer the command; bytes after the seventh are ignored
-   * @return the length of {@code buffer} when the command was queued; 0 when the buffer is null or shorter than a command
+   * @return the length of {@code buffer} when the command was queued; 0 when the buffer is null or shorter than a
+   *     command
    */
   public native int sendRequest(byte[] buffer);
 

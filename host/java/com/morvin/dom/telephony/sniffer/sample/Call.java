@@ -29,7 +29,8 @@ abstract class Call {
   private String deadlineReason;
 
   /** The names in the table of calls are given whole; those in file names are short. */
-  Call(int number, String protocol, String id, String caller, String callee, String fileNames, long now, Path directory) {
+  Call(int number, String protocol, String id, String caller, String callee, String fileNames, long now,
+      Path directory) {
     this.number = number;
     this.protocol = protocol;
     this.id = id;

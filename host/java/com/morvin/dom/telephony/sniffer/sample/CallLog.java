@@ -16,9 +16,9 @@ import java.util.stream.Collectors;
 final class CallLog {
   private static final DateTimeFormatter TIME =
       DateTimeFormatter.ofPattern("yyyy-MM-dd'T'HH:mm:ss.SSSXXX").withZone(ZoneId.systemDefault());
-  private static final List<String> COLUMNS = List.of("start", "end", "seconds", "protocol", "caller", "callee", "call id",
-      "ended", "caller packets", "caller lost", "caller audio start", "caller files", "callee packets", "callee lost",
-      "callee audio start", "callee files", "notes");
+  private static final List<String> COLUMNS = List.of("start", "end", "seconds", "protocol", "caller", "callee",
+      "call id", "ended", "caller packets", "caller lost", "caller audio start", "caller files", "callee packets",
+      "callee lost", "callee audio start", "callee files", "notes");
 
   private final Path file;
 

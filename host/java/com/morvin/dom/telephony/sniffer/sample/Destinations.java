@@ -8,8 +8,8 @@ import java.util.Map;
 import java.util.function.Consumer;
 
 /**
- * Which destinations the sniffer has been asked to forward, and for which calls. A destination that several calls use is
- * asked for once and dismissed when the last of them has gone.
+ * Which destinations the sniffer has been asked to forward, and for which calls. A destination that several calls use
+ * is asked for once and dismissed when the last of them has gone.
  */
 final class Destinations {
   private static final int MAX_DISMISSED = 4096;
@@ -101,8 +101,8 @@ final class Destinations {
   }
 
   /**
-   * The sniffer forwards what no call uses: it missed the command, or the recorder was started anew. What was still under
-   * way when the command was sent is no reason to repeat it.
+   * The sniffer forwards what no call uses: it missed the command, or the recorder was started anew. What was still
+   * under way when the command was sent is no reason to repeat it.
    */
   void unwanted(Endpoint endpoint, long now) {
     Long last = dismissed.get(endpoint);

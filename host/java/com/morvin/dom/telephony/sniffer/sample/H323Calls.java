@@ -10,8 +10,8 @@ import java.util.Map;
  * Follows H.323 calls by the descriptions of their messages.
  *
  * <p>A call reference means something only on its signalling connection, so a call is known by both together. One call
- * can have several such legs: past a gatekeeper that routes signalling, which keeps the call identifier, and on an H.245
- * connection of its own, which runs between the same hosts with the same call reference.
+ * can have several such legs: past a gatekeeper that routes signalling, which keeps the call identifier, and on an
+ * H.245 connection of its own, which runs between the same hosts with the same call reference.
  */
 final class H323Calls {
   private static final int H323_PORT = 1720;
@@ -108,8 +108,8 @@ final class H323Calls {
   }
 
   private static Endpoint callingEnd(H323Text text, Frame frame) {
-    boolean fromCallee = text.isFromCallee()
-        || text.type() != H323Text.SETUP && frame.source().port() == H323_PORT && frame.destination().port() != H323_PORT;
+    boolean fromServer = frame.source().port() == H323_PORT && frame.destination().port() != H323_PORT;
+    boolean fromCallee = text.isFromCallee() || text.type() != H323Text.SETUP && fromServer;
     return fromCallee ? frame.destination() : frame.source();
   }
 
@@ -122,7 +122,8 @@ final class H323Calls {
     text.codecs().forEach(codec -> call.note("offers " + codec));
     boolean fromCaller = frame.source().equals(leg.calling);
     if (text.type() == H323Text.RELEASE_COMPLETE && call.isOverWithout(id)) {
-      recorder.end(call, (call.isAnswered() ? "hung up by " : "released by ") + (fromCaller ? "caller" : "callee"), now);
+      String how = call.isAnswered() ? "hung up by " : "released by ";
+      recorder.end(call, how + (fromCaller ? "caller" : "callee"), now);
       return;
     }
     call.learn(text.media(), Direction.to(fromCaller));
@@ -141,8 +142,8 @@ final class H323Calls {
     }
 
     private H323Call(H323Text text, String caller, String callee, long now) {
-      super(recorder.nextNumber(), "H.323", text.callId().isEmpty() ? text.callReference() : text.callId(), caller, callee,
-          Text.fileNamePart(caller) + "-" + Text.fileNamePart(callee), now, recorder.directory());
+      super(recorder.nextNumber(), "H.323", text.callId().isEmpty() ? text.callReference() : text.callId(), caller,
+          callee, Text.fileNamePart(caller) + "-" + Text.fileNamePart(callee), now, recorder.directory());
     }
 
     /** Whether the text begins another call although this one's end was not seen. */

@@ -65,7 +65,7 @@ record H323Text(int type, String callReference, String callId, String caller, St
         ? null : new H323Text(type, callReference, callId, caller, callee, List.copyOf(media), List.copyOf(codecs));
   }
 
-  /** Forward and reverse descriptions follow each other without a separator, so the parts are found by their prefixes. */
+  /** Forward and reverse descriptions follow each other without a separator: their parts are found by prefix. */
   private static void describe(String channel, List<Endpoint> media, List<String> codecs) {
     for (Matcher address = ADDRESS.matcher(channel); media.size() < MAX_MEDIA && address.find();) {
       Endpoint.ofMedia(address.group(1), Integer.parseInt(address.group(2))).ifPresent(media::add);

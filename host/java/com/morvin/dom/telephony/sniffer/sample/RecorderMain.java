@@ -35,7 +35,8 @@ public final class RecorderMain {
       System.err.println("voip-sniffer: " + e.getMessage() + "\nTry --help.");
       return 2;
     } catch (IOException | UnsatisfiedLinkError e) {
-      System.err.println("voip-sniffer: " + (e instanceof BindException ? "cannot listen there: " : "") + e.getMessage());
+      String what = e instanceof BindException ? "cannot listen there: " : "";
+      System.err.println("voip-sniffer: " + what + e.getMessage());
       return 1;
     } catch (InterruptedException e) {
       return 1;

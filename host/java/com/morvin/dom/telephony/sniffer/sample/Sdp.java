@@ -90,7 +90,7 @@ record Sdp(List<Media> media) {
     }
 
     boolean isPlainAudio() {
-      return words.length >= 3 && words[0].equals("audio") && (words[2].equals("RTP/AVP") || words[2].equals("RTP/AVPF"));
+      return words.length >= 3 && words[0].equals("audio") && words[2].matches("RTP/AVPF?");
     }
 
     Media media() {

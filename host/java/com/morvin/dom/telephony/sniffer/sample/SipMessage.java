@@ -15,8 +15,8 @@ import java.util.regex.Pattern;
  * @param method of a response, the method that it answers
  * @param branch the topmost Via branch, which names the transaction on this hop
  */
-record SipMessage(int status, String reason, String method, long cseq, String callId, String branch, Party from, Party to,
-    Optional<Sdp> sdp) {
+record SipMessage(int status, String reason, String method, long cseq, String callId, String branch, Party from,
+    Party to, Optional<Sdp> sdp) {
   /** A From or To header. */
   record Party(String uri, String tag) {
     private static final Pattern TAG = Pattern.compile(";\\s*tag\\s*=\\s*([^;,\\s]{1,256})", Pattern.CASE_INSENSITIVE);
@@ -45,7 +45,8 @@ record SipMessage(int status, String reason, String method, long cseq, String ca
       "i", "call-id", "f", "from", "t", "to", "v", "via", "l", "content-length", "c", "content-type");
   private static final Pattern STATUS_LINE = Pattern.compile("(?i)SIP/2\\.0\\s+([1-6]\\d\\d)(?:\\s+(.*))?");
   private static final Pattern CSEQ = Pattern.compile("(\\d{1,10})\\s+([A-Za-z]+)");
-  private static final Pattern BRANCH = Pattern.compile(";\\s*branch\\s*=\\s*([^;,\\s]{1,256})", Pattern.CASE_INSENSITIVE);
+  private static final Pattern BRANCH =
+      Pattern.compile(";\\s*branch\\s*=\\s*([^;,\\s]{1,256})", Pattern.CASE_INSENSITIVE);
 
   boolean isRequest() {
     return status == 0;
@@ -122,7 +123,7 @@ record SipMessage(int status, String reason, String method, long cseq, String ca
       }
     }
     Map<String, String> headers = new HashMap<>();
-    values.forEach((name, value) -> headers.put(name, value.toString()));
+    values.forEach((name, value) -> headers.put(name, value.toString().strip()));
     return headers;
   }
 

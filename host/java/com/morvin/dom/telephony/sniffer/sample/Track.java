@@ -12,8 +12,8 @@ import java.util.TreeSet;
 /**
  * What one party of a call says: the RTP sources heard in that direction and the files they are written to.
  *
- * <p>Mostly that is one source and one file. When the source changes (a transfer, music on hold), the new one goes on in
- * the file of the one that fell silent. Sources that speak at the same time get a file each.
+ * <p>Mostly that is one source and one file. When the source changes (a transfer, music on hold), the new one goes on
+ * in the file of the one that fell silent. Sources that speak at the same time get a file each.
  */
 final class Track {
   // Bounds against hostile traffic; real calls stay far below them.
@@ -208,7 +208,8 @@ final class Track {
 
     /** Samples of silence between what was written last and now, by the clock. */
     int gapUntil(long now) {
-      return firstArrival < 0 ? 0 : (int) Math.max(0, Math.min(now - endOfAudio, MAX_CLOCK_GAP_MILLIS) * SAMPLES_PER_MILLI);
+      long millis = firstArrival < 0 ? 0 : Math.min(now - endOfAudio, MAX_CLOCK_GAP_MILLIS);
+      return (int) Math.max(0, millis) * SAMPLES_PER_MILLI;
     }
 
     /** Samples of silence that timestamps may ask for. */

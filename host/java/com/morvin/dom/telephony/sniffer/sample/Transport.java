@@ -17,8 +17,8 @@ interface Transport extends Closeable {
   void send(Command command);
 
   /**
-   * How many sniffers have come so far, 0 before the first. Each begins with an empty list of destinations, also when it
-   * is the old one that connected again; so whenever this number grows, all destinations are to be sent again.
+   * How many sniffers have come so far, 0 before the first. Each begins with an empty list of destinations, also when
+   * it is the old one that connected again; so whenever this number grows, all destinations are to be sent again.
    */
   int sessions();
 

@@ -1,0 +1,18 @@
+# Compiles the first ```java block of PAGE, a public class, with JAVAC against JAR, in DIRECTORY.
+file(READ ${PAGE} text)
+if(NOT text MATCHES "\n```java\n(.*)")
+  message(FATAL_ERROR "${PAGE} has no java block")
+endif()
+set(block "${CMAKE_MATCH_1}")
+string(FIND "${block}" "\n```" end)
+string(SUBSTRING "${block}" 0 ${end} source)
+if(NOT source MATCHES "public (final )?class ([A-Za-z]+)")
+  message(FATAL_ERROR "the java block of ${PAGE} has no public class")
+endif()
+set(file ${DIRECTORY}/${CMAKE_MATCH_2}.java)
+file(WRITE ${file} "${source}\n")
+execute_process(COMMAND ${JAVAC} --release 17 -Xlint:all -Werror -cp ${JAR} -d ${DIRECTORY} ${file}
+                RESULT_VARIABLE status)
+if(NOT status EQUAL 0)
+  message(FATAL_ERROR "the java block of ${PAGE} does not compile")
+endif()

@@ -1,0 +1,74 @@
+package com.morvin.dom.telephony.sniffer.sample;
+
+import static com.morvin.dom.telephony.sniffer.sample.Testing.equal;
+import static com.morvin.dom.telephony.sniffer.sample.Testing.inDirectory;
+import static com.morvin.dom.telephony.sniffer.sample.Testing.that;
+
+import java.nio.ByteBuffer;
+import java.nio.ByteOrder;
+import java.nio.file.Files;
+import java.nio.file.Path;
+import java.util.Arrays;
+import java.util.List;
+
+/** The calls of samples/, recorded: the files hold what was said, sample by sample. */
+final class CaptureTest {
+  private static final Path SAMPLES = Path.of(System.getProperty("samples"));
+  private static final Path DATA = Path.of(System.getProperty("tests.data"), "h323");
+
+  void testSip() throws Exception {
+    check("sip-g711a-call", List.of(), 0, FakeSniffer.at("10.20.0.2:40000"), FakeSniffer.at("10.20.0.1:30000"));
+  }
+
+  void testH323() throws Exception {
+    for (String name : List.of("h323-fast-start-tunnelled", "h323-h245-separate")) {
+      check(name, Files.readAllLines(DATA.resolve(name + ".expected")), 2, FakeSniffer.at("10.20.0.2:5000"),
+          FakeSniffer.at("10.20.0.1:5000"));
+    }
+  }
+
+  /** At most so many packets may pass before the recorder has heard where they go. */
+  private static void check(String name, List<String> texts, int early, Endpoint callee, Endpoint caller)
+      throws Exception {
+    inDirectory(directory -> {
+      FakeSniffer sniffer = new FakeSniffer(directory);
+      Path capture = SAMPLES.resolve(name + ".pcap");
+      sniffer.replay(capture, texts);
+      equal(sniffer.list.size(), 0);
+      for (Direction direction : Direction.values()) {
+        short[] spoken = spoken(capture, direction == Direction.FROM_CALLER ? callee : caller);
+        short[] recorded = sniffer.samples("-" + direction + ".wav");
+        that(recorded.length >= spoken.length - early * 160, name + " misses " + (spoken.length - recorded.length));
+        equal(
+            Arrays.mismatch(recorded, Arrays.copyOfRange(spoken, spoken.length - recorded.length, spoken.length)), -1);
+      }
+      that(sniffer.table().get(0).contains("hung up by caller"), sniffer.table().get(0));
+    });
+  }
+
+  /** The A-law payloads sent to an address, in the order of capture, by the formula of G.711. */
+  private static short[] spoken(Path capture, Endpoint destination) throws Exception {
+    ByteBuffer in = ByteBuffer.wrap(Files.readAllBytes(capture)).order(ByteOrder.LITTLE_ENDIAN);
+    short[] samples = new short[1 << 20];
+    int count = 0;
+    for (in.position(24); in.hasRemaining();) {
+      byte[] packet = new byte[in.getInt(in.position() + 8)];
+      in.position(in.position() + 16).get(packet);
+      ByteBuffer fields = ByteBuffer.wrap(packet);
+      boolean wanted = fields.getShort(12) == 0x0800 && packet[23] == 17 && fields.getInt(30) == destination.ip()
+          && (fields.getShort(36) & 0xffff) == destination.port();
+      for (int i = 54; wanted && i < packet.length; i++) {
+        samples[count++] = decode(packet[i]);
+      }
+    }
+    return Arrays.copyOf(samples, count);
+  }
+
+  private static short decode(byte coded) {
+    int value = coded ^ 0x55;
+    int segment = value >> 4 & 7;
+    int magnitude = ((value & 15) << 4) + 8;
+    magnitude = segment == 0 ? magnitude : magnitude + 0x100 << segment - 1;
+    return (short) ((value & 0x80) != 0 ? magnitude : -magnitude);
+  }
+}

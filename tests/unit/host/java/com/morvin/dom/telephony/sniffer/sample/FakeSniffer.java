@@ -1,0 +1,220 @@
+package com.morvin.dom.telephony.sniffer.sample;
+
+import java.io.ByteArrayOutputStream;
+import java.io.IOException;
+import java.io.PrintStream;
+import java.nio.ByteBuffer;
+import java.nio.ByteOrder;
+import java.nio.charset.StandardCharsets;
+import java.nio.file.Files;
+import java.nio.file.Path;
+import java.time.Clock;
+import java.time.Instant;
+import java.time.ZoneId;
+import java.time.ZoneOffset;
+import java.util.ArrayList;
+import java.util.Iterator;
+import java.util.List;
+import java.util.stream.Stream;
+import javax.sound.sampled.AudioInputStream;
+import javax.sound.sampled.AudioSystem;
+import javax.sound.sampled.UnsupportedAudioFileException;
+
+/** A recorder with a sniffer that classifies as the real one does, on a clock that the test moves. */
+final class FakeSniffer extends Clock implements Transport {
+  /** What it has been asked to forward, in order and with duplicates, like the real list. */
+  final List<Endpoint> list = new ArrayList<>();
+  final List<Command> commands = new ArrayList<>();
+  final ByteArrayOutputStream printed = new ByteArrayOutputStream();
+  final Recorder recorder;
+  private final Path directory;
+  private long now = Instant.parse("2026-01-02T03:04:05Z").toEpochMilli();
+  int sessions = 1;
+  boolean losesCommands;
+
+  FakeSniffer(Path directory) throws IOException {
+    this.directory = directory;
+    Console console = new Console(new PrintStream(printed, true, StandardCharsets.UTF_8), false);
+    recorder = new Recorder(directory, Recorder.Limits.NONE, console, this);
+    recorder.attach(this);
+  }
+
+  // What the network does.
+
+  void sip(String source, String destination, String message) {
+    frame(Frame.SIP, at(source), at(destination), message.replace("\n", "\r\n").getBytes(StandardCharsets.UTF_8));
+  }
+
+  void h323(String source, String destination, String text) {
+    byte[] payload = text.getBytes(StandardCharsets.UTF_8);
+    payload[payload.length - 1] = 0;
+    frame(Frame.H323, at(source), at(destination), payload);
+  }
+
+  /** Whether it was forwarded. */
+  boolean udp(Endpoint source, Endpoint destination, byte[] payload) {
+    boolean listed = list.contains(destination);
+    if (listed) {
+      frame(Frame.RTP, source, destination, payload);
+    }
+    return listed;
+  }
+
+  void frame(int protocol, Endpoint source, Endpoint destination, byte[] payload) {
+    recorder.step(new Frame(protocol, destination, source, payload));
+  }
+
+  void pass(long millis) {
+    for (long end = now + millis; now < end;) {
+      now = Math.min(end, now + 100);
+      recorder.step(null);
+    }
+  }
+
+  /** Replays a capture at the pace of its time stamps; TCP segments with payload stand for the given descriptions. */
+  void replay(Path capture, List<String> descriptions) throws IOException {
+    ByteBuffer in = ByteBuffer.wrap(Files.readAllBytes(capture)).order(ByteOrder.LITTLE_ENDIAN);
+    Iterator<String> texts = descriptions.iterator();
+    long start = -1;
+    long begun = now;
+    for (in.position(24); in.hasRemaining();) {
+      long millis = 1000L * in.getInt() + in.getInt() / 1000;
+      byte[] packet = new byte[in.getInt()];
+      in.getInt();
+      in.get(packet);
+      start = start < 0 ? millis : start;
+      pass(Math.max(0, begun + millis - start - now));
+      classify(ByteBuffer.wrap(packet), texts);
+    }
+  }
+
+  private void classify(ByteBuffer packet, Iterator<String> texts) {
+    if (packet.getShort(12) != 0x0800) {
+      return;
+    }
+    int transport = 14 + 4 * (packet.get(14) & 15);
+    Endpoint source = new Endpoint(packet.getInt(26), packet.getShort(transport) & 0xffff);
+    Endpoint destination = new Endpoint(packet.getInt(30), packet.getShort(transport + 2) & 0xffff);
+    boolean tcp = packet.get(23) == 6;
+    int start = transport + (tcp ? (packet.get(transport + 12) >> 4 & 15) * 4 : 8);
+    int end = Math.min(packet.limit(), 14 + packet.getShort(16));
+    if (start >= end) {
+      return;
+    }
+    byte[] payload = new byte[end - start];
+    packet.get(start, payload);
+    if (tcp) {
+      String[] expected = texts.next().split("\t");
+      if (expected[0].equals("true")) {
+        h323(source.toString(), destination.toString(), expected[1].replace("\\n", "\n"));
+      }
+    } else if (source.port() == 5060 || new String(payload, 0, 7, StandardCharsets.US_ASCII).equals("SIP/2.0")) {
+      frame(Frame.SIP, source, destination, payload);
+    } else {
+      udp(source, destination, payload);
+    }
+  }
+
+  /** An RTP packet. */
+  static byte[] rtp(int payloadType, int sequence, int timestamp, int ssrc, byte[] payload) {
+    return ByteBuffer.allocate(12 + payload.length)
+        .put((byte) 0x80)
+        .put((byte) payloadType)
+        .putShort((short) sequence)
+        .putInt(timestamp)
+        .putInt(ssrc)
+        .put(payload)
+        .array();
+  }
+
+  static Endpoint at(String text) {
+    String[] parts = text.split(":");
+    return Endpoint.ofMedia(parts[0], Integer.parseInt(parts[1])).orElseThrow();
+  }
+
+  // What the recorder made of it.
+
+  /** Ends the recording; the samples of the one file whose name ends like this. */
+  short[] samples(String nameEnd) throws IOException, UnsupportedAudioFileException {
+    try (Stream<Path> files = Files.list(directory)) {
+      List<Path> found = files.filter(file -> file.toString().endsWith(nameEnd)).toList();
+      Testing.equal(found.size(), 1);
+      try (AudioInputStream wav = AudioSystem.getAudioInputStream(found.get(0).toFile())) {
+        Testing.equal(wav.getFormat().toString(), WavFile.FORMAT.toString());
+        short[] samples = new short[(int) wav.getFrameLength()];
+        ByteBuffer.wrap(wav.readAllBytes()).order(ByteOrder.LITTLE_ENDIAN).asShortBuffer().get(samples);
+        return samples;
+      }
+    }
+  }
+
+  List<String> table() throws IOException {
+    List<String> lines = Files.readAllLines(directory.resolve("calls.csv"));
+    return lines.subList(1, lines.size());
+  }
+
+  List<String> wavFiles() throws IOException {
+    try (Stream<Path> files = Files.list(directory)) {
+      return files.map(file -> file.getFileName().toString()).filter(name -> name.endsWith(".wav")).sorted().toList();
+    }
+  }
+
+  String printed() { return printed.toString(StandardCharsets.UTF_8); }
+
+  // The sniffer's end of the link.
+
+  @Override
+  public void send(Command command) {
+    commands.add(command);
+    switch (command.code()) {
+      case Command.ADD -> list.add(command.destination());
+      case Command.REMOVE -> list.removeIf(command.destination()::equals);
+      default -> { }
+    }
+  }
+
+  @Override
+  public Frame receive(long timeoutMillis) {
+    return null;
+  }
+
+  @Override
+  public int sessions() {
+    return sessions;
+  }
+
+  @Override
+  public boolean connected() {
+    return true;
+  }
+
+  @Override
+  public boolean losesCommands() {
+    return losesCommands;
+  }
+
+  @Override
+  public void close() {}
+
+  // The clock.
+
+  @Override
+  public long millis() {
+    return now;
+  }
+
+  @Override
+  public Instant instant() {
+    return Instant.ofEpochMilli(now);
+  }
+
+  @Override
+  public ZoneId getZone() {
+    return ZoneOffset.UTC;
+  }
+
+  @Override
+  public Clock withZone(ZoneId zone) {
+    return this;
+  }
+}

@@ -1,0 +1,124 @@
+package com.morvin.dom.telephony.sniffer.sample;
+
+import static com.morvin.dom.telephony.sniffer.sample.Testing.equal;
+import static com.morvin.dom.telephony.sniffer.sample.Testing.inDirectory;
+import static com.morvin.dom.telephony.sniffer.sample.Testing.that;
+
+import java.nio.charset.StandardCharsets;
+import java.nio.file.Path;
+import java.util.Random;
+
+/** Whatever anyone sends: nothing is thrown, nothing grows without bound, nothing is written where it should not be. */
+final class HostileInputTest {
+  private static final String INVITE = """
+      INVITE sip:b@b SIP/2.0
+      Via: SIP/2.0/UDP x;branch=z
+      From: "A" <sip:a@a>;tag=a
+      To: <sip:b@b>
+      Call-ID: 1
+      CSeq: 1 INVITE
+      Content-Type: application/sdp
+      Content-Length: 120
+
+      v=0
+      c=IN IP4 10.0.0.1
+      m=audio 4000 RTP/AVP 8 96
+      a=rtpmap:96 PCMU/8000/1
+      a=rtcp:4001 IN IP4 10.0.0.1
+      """;
+  private static final String SETUP = """
+      t:5
+      r:7
+      c:id
+      s:alice
+      d:bob
+      i:5
+      m:1:fcodec:g729 0,rtp:10.0.0.1 4000rcodec:g711Alaw64k 20,rtp:10.0.0.1 4002
+      a:1:rtp:10.0.0.2 4004
+      """;
+  private static final String[] SPICE = {"\r\n", "\n", ":", ";", "\"", "<", ">", "tag=", "/", "\0", "99999999999", "-1",
+      "a=rtpmap:", "m=audio ", "c=IN IP4 ", "t:", "r:", "m:", "rtp:", "/////", "\\", "\u00e9", "\u001b[2J",
+      "=cmd|' /C calc'!A0"};
+
+  private static byte[] mutate(String text, Random random) {
+    StringBuilder mutated = new StringBuilder(text);
+    for (int i = random.nextInt(8); i >= 0; i--) {
+      int at = random.nextInt(mutated.length() + 1);
+      int end = Math.min(mutated.length(), at + random.nextInt(20));
+      switch (random.nextInt(4)) {
+        case 0 -> mutated.delete(at, end);
+        case 1 -> mutated.insert(at, SPICE[random.nextInt(SPICE.length)]);
+        case 2 -> mutated.insert(at, mutated.substring(at, end).repeat(random.nextInt(20)));
+        default -> mutated.replace(at, end, SPICE[random.nextInt(SPICE.length)]);
+      }
+    }
+    return mutated.toString().getBytes(random.nextBoolean() ? StandardCharsets.UTF_8 : StandardCharsets.ISO_8859_1);
+  }
+
+  private static String response(String status) {
+    return INVITE.replace("INVITE sip:b@b SIP/2.0", "SIP/2.0 " + status).replace("<sip:b@b>", "<sip:b@b>;tag=b");
+  }
+
+  private static byte[] mediaPacket(Random random) {
+    byte[] packet = new byte[random.nextInt(40)];
+    random.nextBytes(packet);
+    if (packet.length > 0 && random.nextBoolean()) {
+      packet[0] = (byte) (0x80 | packet[0] & 0x3f);
+    }
+    return packet;
+  }
+
+  void testMutatedMessages() throws Exception {
+    inDirectory(directory -> {
+      FakeSniffer sniffer = new FakeSniffer(directory);
+      Random random = new Random(42);
+      for (int i = 0; i < 30_000; i++) {
+        Endpoint a = new Endpoint(random.nextInt(4), random.nextInt(4));
+        Endpoint b = new Endpoint(random.nextInt(4), random.nextInt(4));
+        Endpoint listed = sniffer.list.isEmpty() ? b : sniffer.list.get(random.nextInt(sniffer.list.size()));
+        switch (random.nextInt(4)) {
+          case 0 -> sniffer.frame(Frame.SIP, a, b, mutate(INVITE, random));
+          case 1 -> sniffer.frame(Frame.SIP, b, a, mutate(response(random.nextInt(6) + 1 + "00 x"), random));
+          case 2 -> sniffer.frame(Frame.H323, a, b, mutate(SETUP.replace("t:5", "t:" + random.nextInt(140)), random));
+          default -> sniffer.frame(Frame.RTP, a, listed, mediaPacket(random));
+        }
+        that(sniffer.list.size() < 20_000, "list " + sniffer.list.size());
+      }
+      that(sniffer.list.size() > 100, "calls were followed");
+      sniffer.pass(3_700_000);
+      equal(sniffer.list.size(), 0);
+      that(!sniffer.printed().contains("\u001b"), "a caller steers the terminal");
+      sniffer.table().forEach(line -> that(!line.matches("(.*,)?[=+@-].*") && !line.contains("\0"), line));
+    });
+  }
+
+  void testFloodOfCallsMakesWayForRealOnes() throws Exception {
+    inDirectory(directory -> {
+      FakeSniffer sniffer = new FakeSniffer(directory);
+      Endpoint a = new Endpoint(1, 1);
+      Endpoint b = new Endpoint(2, 2);
+      sniffer.frame(Frame.SIP, a, b, INVITE.getBytes(StandardCharsets.UTF_8));
+      sniffer.frame(Frame.SIP, b, a, response("200 OK").getBytes(StandardCharsets.UTF_8));
+      for (int i = 0; i < 9000; i++) {
+        String call =
+            INVITE.replace("Call-ID: 1", "Call-ID: flood-" + i).replace("audio 4000", "audio " + (5000 + 2 * i));
+        sniffer.frame(Frame.SIP, a, b, call.getBytes(StandardCharsets.UTF_8));
+        that(sniffer.list.size() <= 2 * 4000 + 4, "list " + sniffer.list.size());
+      }
+      that(sniffer.list.contains(FakeSniffer.at("10.0.0.1:4000")), "the answered call is still followed");
+      that(sniffer.list.contains(FakeSniffer.at("10.0.0.1:22998")), "the newest call is followed");
+    });
+  }
+
+  void testNamesStayInTheirPlace() {
+    for (String name : new String[] {"../../etc/passwd", "..", "", "a/b\\c", "-rf", ".hidden", "x".repeat(5000),
+        "\u202egnp.wav", "CON\0"}) {
+      String part = Text.fileNamePart(name);
+      that(part.matches("[A-Za-z0-9_+@][A-Za-z0-9._+@-]{0,39}"), part);
+      equal(Path.of("out").resolve(part).normalize().getNameCount(), 2);
+    }
+    equal(Text.csv("=1+1"), "'=1+1");
+    equal(Text.csv("a,\"b\"\n\tc"), "\"a,\"\"b\"\"  c\"");
+    equal(Text.csv("+36 1"), "'+36 1");
+  }
+}

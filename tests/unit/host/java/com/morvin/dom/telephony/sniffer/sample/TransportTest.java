@@ -1,0 +1,186 @@
+package com.morvin.dom.telephony.sniffer.sample;
+
+import static com.morvin.dom.telephony.sniffer.sample.Testing.equal;
+import static com.morvin.dom.telephony.sniffer.sample.Testing.that;
+
+import java.io.ByteArrayOutputStream;
+import java.io.IOException;
+import java.io.PrintStream;
+import java.net.DatagramPacket;
+import java.net.DatagramSocket;
+import java.net.InetSocketAddress;
+import java.net.Socket;
+import java.nio.ByteBuffer;
+import java.util.Arrays;
+import java.util.Queue;
+import java.util.concurrent.ConcurrentLinkedQueue;
+import java.util.concurrent.CountDownLatch;
+
+/** The three links, with the sniffer's end played by the test. */
+final class TransportTest {
+  private static final InetSocketAddress ANY = new InetSocketAddress("127.0.0.1", 0);
+  private static final Command ADD = Command.add(FakeSniffer.at("10.0.0.7:40000"));
+  private static final byte[] ADD_BYTES = {1, 10, 0, 0, 7, (byte) 0x9c, 0x40};
+
+  private final ByteArrayOutputStream printed = new ByteArrayOutputStream();
+  private final Console console = new Console(new PrintStream(printed, true), false);
+
+  private static byte[] frame(int protocol, int payload) {
+    return ByteBuffer.allocate(15 + payload)
+        .putShort((short) (15 + payload))
+        .put((byte) protocol)
+        .putInt(0x0a000002)
+        .putShort((short) 5000)
+        .putInt(0x0a000001)
+        .putShort((short) 4000)
+        .array();
+  }
+
+  private static Frame next(Transport link) throws Exception {
+    for (int i = 0; i < 50; i++) {
+      Frame frame = link.receive(100);
+      if (frame != null) {
+        return frame;
+      }
+    }
+    throw new AssertionError("no frame");
+  }
+
+  private interface Condition {
+    boolean holds();
+  }
+
+  private static void await(Transport link, Condition condition) throws Exception {
+    for (int i = 0; i < 100 && !condition.holds(); i++) {
+      equal(link.receive(50), null);
+    }
+    that(condition.holds(), "waited in vain");
+  }
+
+  void testTcp() throws Exception {
+    try (TcpTransport link = new TcpTransport(ANY, console)) {
+      link.send(ADD); // to nobody
+      try (Socket sniffer = new Socket("127.0.0.1", link.port());
+           Socket stranger = new Socket("127.0.0.1", link.port())) {
+        await(link, () -> link.sessions() == 2);
+        stranger.getOutputStream().write("GET / HTTP/1.1\r\n\r\n".getBytes());
+        await(link, () -> printed.toString().contains("which is no sniffer"));
+        link.send(ADD);
+        equal(Arrays.toString(sniffer.getInputStream().readNBytes(7)), Arrays.toString(ADD_BYTES));
+        // Frames split and joined, from the shortest to the longest.
+        ByteArrayOutputStream stream = new ByteArrayOutputStream();
+        for (int size : new int[] {0, 160, 65535 - 15, 1}) {
+          stream.write(frame(size == 0 ? Frame.HEARTBEAT : Frame.RTP, size));
+        }
+        byte[] bytes = stream.toByteArray();
+        Thread writer = new Thread(() -> {
+          try {
+            for (int at = 0, size = 1; at < bytes.length; at += size, size = Math.min(size * 3, bytes.length - at)) {
+              sniffer.getOutputStream().write(bytes, at, Math.min(size, bytes.length - at));
+              Thread.sleep(5);
+            }
+          } catch (IOException | InterruptedException e) {
+            throw new IllegalStateException(e);
+          }
+        });
+        writer.start();
+        equal(next(link).protocol(), Frame.HEARTBEAT);
+        Frame rtp = next(link);
+        equal(rtp.destination() + " " + rtp.source() + " " + rtp.payload().length, "10.0.0.2:5000 10.0.0.1:4000 160");
+        equal(next(link).payload().length, 65520);
+        equal(next(link).payload().length, 1);
+        writer.join();
+      }
+      await(link, () -> !link.connected());
+      try (Socket again = new Socket("127.0.0.1", link.port())) {
+        await(link, () -> link.connected() && link.sessions() == 3);
+        that(again.isConnected(), "connected again");
+      }
+    }
+  }
+
+  void testUdp() throws Exception {
+    try (UdpTransport link = new UdpTransport(ANY, console)) {
+      link.send(ADD);
+      InetSocketAddress recorder = new InetSocketAddress("127.0.0.1", link.port());
+      for (int session = 1; session <= 2; session++) {
+        try (DatagramSocket sniffer = new DatagramSocket()) {
+          for (byte[] datagram :
+              new byte[][] {{}, new byte[14], frame(5, 3), Arrays.copyOf(frame(2, 9), 30), frame(2, 160)}) {
+            sniffer.send(new DatagramPacket(datagram, datagram.length, recorder));
+          }
+          equal(next(link).payload().length, 160);
+          equal(link.sessions(), session);
+          link.send(ADD);
+          DatagramPacket command = new DatagramPacket(new byte[100], 100);
+          sniffer.setSoTimeout(5000);
+          sniffer.receive(command);
+          equal(Arrays.toString(Arrays.copyOf(command.getData(), command.getLength())), Arrays.toString(ADD_BYTES));
+        }
+      }
+      that(printed.toString().contains("ignoring datagrams"), printed.toString());
+    }
+  }
+
+  /** Behaves like the native methods. */
+  private static final class FakeEngine implements EmbeddedTransport.Engine {
+    final Queue<byte[]> frames = new ConcurrentLinkedQueue<>();
+    final Queue<byte[]> requests = new ConcurrentLinkedQueue<>();
+    final CountDownLatch broken = new CountDownLatch(1);
+
+    @Override
+    public void mainLoop() {
+      try {
+        broken.await();
+      } catch (InterruptedException e) {
+        Thread.currentThread().interrupt();
+      }
+    }
+
+    @Override
+    public void breakMainLoop() {
+      broken.countDown();
+    }
+
+    @Override
+    public int getPacket(byte[] buffer) {
+      byte[] frame = frames.peek();
+      if (frame == null || frame.length > buffer.length) {
+        return 0;
+      }
+      frames.remove();
+      System.arraycopy(frame, 0, buffer, 0, frame.length);
+      return frame.length;
+    }
+
+    @Override
+    public int sendRequest(byte[] command) {
+      requests.add(command);
+      return command.length;
+    }
+  }
+
+  void testEmbedded() throws Exception {
+    FakeEngine engine = new FakeEngine();
+    try (EmbeddedTransport link = new EmbeddedTransport(engine)) {
+      equal(link.receive(5), null);
+      for (int size : new int[] {0, 2000, 65535 - 15, 3}) {
+        engine.frames.add(frame(Frame.RTP, size));
+      }
+      for (int size : new int[] {0, 2000, 65535 - 15, 3}) {
+        equal(next(link).payload().length, size);
+      }
+      link.send(ADD);
+      equal(Arrays.toString(engine.requests.remove()), Arrays.toString(ADD_BYTES));
+      engine.frames.add(frame(Frame.RTP, 1));
+      engine.breakMainLoop();
+      equal(next(link).payload().length, 1);
+      try {
+        next(link);
+        throw new AssertionError("the end of the main loop went unnoticed");
+      } catch (IOException e) {
+        that(e.getMessage().contains("has stopped"), e.getMessage());
+      }
+    }
+  }
+}
