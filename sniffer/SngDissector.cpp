@@ -364,7 +364,8 @@ bool SngDissector::isRtpFilter() {
 // ---- RTP destinations ----
 
 void SngDissector::applyClear() {
-  if (rtpListCleared.exchange(false)) rtpList.clear();
+  // The plain read first: every datagram comes by here, and an exchange locks the bus.
+  if (rtpListCleared && rtpListCleared.exchange(false)) rtpList.clear();
 }
 
 void SngDissector::addRtp(u_int rtpIp, u_short rtpPort) {
