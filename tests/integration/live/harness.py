@@ -1,0 +1,426 @@
+"""What the integration tests of the program share: captures, a recorder, the program itself, network namespaces.
+
+The environment names what was built: SNIFFER_PROGRAM, SNIFFER_SAMPLES, SNIFFER_TEST_FILES, SNIFFER_LOAD_SENDER and
+SNIFFER_LOAD_RECORDER. Python's standard library and Debian's iproute2, util-linux, tcpreplay and sip-tester only.
+"""
+
+import collections
+import ctypes
+import os
+import pathlib
+import shutil
+import signal
+import socket
+import struct
+import subprocess
+import sys
+import tempfile
+import threading
+import time
+import unittest
+
+PROGRAM = os.environ["SNIFFER_PROGRAM"]
+SAMPLES = pathlib.Path(os.environ["SNIFFER_SAMPLES"])
+TEST_FILES = pathlib.Path(os.environ["SNIFFER_TEST_FILES"])
+PATIENCE = 30  # seconds for what takes a moment on an idle machine
+
+SIP, RTP, HEARTBEAT, H323 = 1, 2, 3, 4
+ADD, REMOVE, ARE_YOU_THERE = 1, 2, 3
+
+
+def wait_until(condition, what, patience=PATIENCE):
+    end = time.monotonic() + patience
+    while not condition():
+        if time.monotonic() > end:
+            raise AssertionError(f"waited {patience} s in vain for: {what}")
+        time.sleep(0.005)
+
+
+# ---- captures ----
+
+
+def sample(name):
+    for folder in (SAMPLES, TEST_FILES / "captures"):
+        if (folder / name).exists():
+            return folder / name
+    raise FileNotFoundError(name)
+
+
+class Frame:
+    """One Ethernet frame, untagged, of IPv4."""
+
+    def __init__(self, data, time=0.0):
+        self.data, self.time = data, time
+        header = 14 + (data[14] & 15) * 4
+        self.is_udp, self.is_tcp = data[23] == 17, data[23] == 6
+        self.source = (socket.inet_ntoa(data[26:30]), *struct.unpack_from("!H", data, header))
+        self.destination = (socket.inet_ntoa(data[30:34]), *struct.unpack_from("!H", data, header + 2))
+        self.payload = data[header + 8 :] if self.is_udp else data[header + (data[header + 12] >> 4) * 4 :]
+
+    @property
+    def is_sip(self):
+        return self.is_udp and 5060 in (self.source[1], self.destination[1])
+
+
+def udp_frame(source, destination, payload, time=0.0):
+    udp = struct.pack("!HHHH", source[1], destination[1], 8 + len(payload), 0)
+    ip = struct.pack("!BBHHHBBH", 0x45, 0, 28 + len(payload), 0, 0, 64, 17, 0)
+    addresses = socket.inet_aton(source[0]) + socket.inet_aton(destination[0])
+    return Frame(b"\2" * 6 + b"\4" * 6 + b"\x08\x00" + ip + addresses + udp + payload, time)
+
+
+def read_capture(path):
+    data = pathlib.Path(path).read_bytes()
+    order = "<" if data[:4] == b"\xd4\xc3\xb2\xa1" else ">"
+    frames, at = [], 24
+    while at < len(data):
+        seconds, microseconds, captured, _ = struct.unpack_from(order + "IIII", data, at)
+        frames.append(Frame(data[at + 16 : at + 16 + captured], seconds + microseconds / 1e6))
+        at += 16 + captured
+    return frames
+
+
+def capture_header(link_type=1):
+    return struct.pack("<IHHiIII", 0xA1B2C3D4, 2, 4, 0, 0, 65535, link_type)
+
+
+def capture_record(data, time=0.0):
+    return struct.pack("<IIII", int(time), round(time % 1 * 1e6) % 1000000, len(data), len(data)) + data
+
+
+def write_capture(path, frames):
+    records = b"".join(capture_record(frame.data, frame.time) for frame in frames)
+    pathlib.Path(path).write_bytes(capture_header() + records)
+
+
+def forwarded(protocol, frame, payload=None):
+    """The frame that the recorder is to get."""
+    payload = frame.payload if payload is None else payload
+    address = lambda end: socket.inet_aton(end[0]) + struct.pack("!H", end[1])
+    return struct.pack("!HB", 15 + len(payload), protocol) + address(frame.destination) + address(frame.source) + payload
+
+
+def command(code, destination=("0.0.0.0", 0)):
+    return bytes([code]) + socket.inet_aton(destination[0]) + struct.pack("!H", destination[1])
+
+
+# ---- the recorder ----
+
+
+class Recorder:
+    """Listens on loopback, collects the frames it gets, sends commands. One connection at a time, any number after
+    another; `streams` has what each of them left behind that is no whole frame."""
+
+    def __init__(self, protocol="TCP", namespace=None, port=0):
+        self.protocol, self.frames, self.remains = protocol, [], []
+        self.arrival = threading.Condition()
+        self.reading = threading.Event()
+        self.reading.set()
+        kind = socket.SOCK_STREAM if protocol == "TCP" else socket.SOCK_DGRAM
+        self.listener = make_socket(kind, namespace)
+        self.listener.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
+        self.listener.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, 4 << 20)
+        self.listener.bind(("127.0.0.1", port))
+        self.address = self.listener.getsockname()
+        self.connections, self.peer, self.accepted = [], None, 0
+        if protocol == "TCP":
+            self.listener.listen()
+        threading.Thread(target=self._accept if protocol == "TCP" else self._datagrams, daemon=True).start()
+
+    @property
+    def port(self):
+        return self.address[1]
+
+    def _accept(self):
+        while True:
+            try:
+                connection, _ = self.listener.accept()
+            except OSError:
+                return
+            connection.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
+            self.connections.append(connection)
+            self.accepted += 1
+            self._read(connection)
+
+    def _read(self, connection):
+        pending = bytearray()
+        try:
+            while data := connection.recv(1 << 20):
+                self.reading.wait()
+                pending += data
+                while len(pending) >= 2 and len(pending) >= int.from_bytes(pending[:2], "big"):
+                    length = int.from_bytes(pending[:2], "big")
+                    assert length >= 15, f"a frame of {length} bytes"
+                    self._arrived(bytes(pending[:length]))
+                    del pending[:length]
+        except OSError:
+            pass
+        self.remains.append(bytes(pending))
+
+    def _datagrams(self):
+        while True:
+            try:
+                data, self.peer = self.listener.recvfrom(65536)
+            except OSError:
+                return
+            if data:
+                assert len(data) == int.from_bytes(data[:2], "big"), "a datagram is one frame"
+                self._arrived(data)
+
+    def _arrived(self, frame):
+        with self.arrival:
+            self.frames.append(frame)
+            self.arrival.notify_all()
+
+    def wait(self, condition, what, patience=PATIENCE):
+        """`condition` is asked of the list of frames each time one has arrived."""
+        with self.arrival:
+            if not self.arrival.wait_for(lambda: condition(self.frames), patience):
+                raise AssertionError(f"waited {patience} s in vain for: {what}; have {len(self.frames)} frames")
+
+    def of(self, *protocols):
+        return [frame for frame in self.frames if frame[2] in protocols]
+
+    def send(self, data):
+        if self.protocol == "UDP":
+            self.listener.sendto(data, self.peer)
+        else:
+            wait_until(lambda: self.connections, "a connection of the program")
+            self.connections[-1].sendall(data)
+
+    def add(self, *destinations):
+        self.send_all(ADD, destinations)
+
+    def remove(self, *destinations):
+        self.send_all(REMOVE, destinations)
+
+    def send_all(self, code, destinations):
+        commands = [command(code, destination) for destination in destinations]
+        if self.protocol == "UDP":
+            for one in commands:
+                self.send(one)
+        else:
+            self.send(b"".join(commands))
+
+    def settle(self):
+        """Returns when all commands sent before have been carried out: they are answered in their order."""
+        answers = len(self.of(HEARTBEAT))
+        self.send(command(ARE_YOU_THERE))
+        self.wait(lambda _: len(self.of(HEARTBEAT)) > answers, "the answer to a heartbeat")
+
+    def drop_connection(self):
+        connection = self.connections.pop()
+        connection.shutdown(socket.SHUT_RDWR)
+        connection.close()
+
+    def close(self):
+        self.reading.set()
+        while self.connections:
+            self.drop_connection()
+        try:
+            self.listener.shutdown(socket.SHUT_RDWR)
+        except OSError:
+            pass
+        self.listener.close()
+
+
+# ---- the program ----
+
+
+class Program:
+    """The program under test, started with options, or with settings that are written to a properties file."""
+
+    def __init__(self, *options, settings=None, namespace=None, environment=None, prefix=()):
+        self.folder = tempfile.TemporaryDirectory(prefix="sniffer-test-")
+        folder = pathlib.Path(self.folder.name)
+        (folder / "log4cxx.properties").write_text(
+            "log4j.rootLogger=DEBUG, console\n"
+            "log4j.appender.console=org.apache.log4j.ConsoleAppender\n"
+            "log4j.appender.console.Target=System.err\n"
+            "log4j.appender.console.layout=org.apache.log4j.PatternLayout\n"
+            "log4j.appender.console.layout.ConversionPattern=%p %m%n\n"
+        )
+        if settings is not None:
+            lines = [f"{key}={value}\n" for key, value in ({"LogLevel": "DEBUG"} | settings).items()]
+            (folder / "sniffer.properties").write_text("".join(lines))
+        command_line = [*prefix, PROGRAM, *options]
+        self.process = subprocess.Popen(
+            [*(namespace.enter if namespace else ()), *die_with_us(), *command_line],
+            cwd=folder,
+            stdin=subprocess.DEVNULL,
+            stdout=subprocess.PIPE,
+            stderr=subprocess.PIPE,
+            text=True,
+            env=os.environ | (environment or {}),
+        )
+        self.output, self.log = [], []
+        self.readers = [
+            threading.Thread(target=self._collect, args=pair, daemon=True)
+            for pair in ((self.process.stdout, self.output), (self.process.stderr, self.log))
+        ]
+        for reader in self.readers:
+            reader.start()
+
+    @staticmethod
+    def _collect(stream, lines):
+        for line in stream:
+            lines.append(line.rstrip("\n"))
+
+    def logged(self, text):
+        return sum(text in line for line in self.log)
+
+    def wait_logged(self, text, times=1):
+        wait_until(lambda: self.logged(text) >= times or self.process.poll() is not None, f"the log line {text!r}")
+        if self.logged(text) < times:
+            raise AssertionError(f"the program ended without the log line {text!r}:\n" + "\n".join(self.log))
+
+    def status(self):
+        """The exit status of a program that ends by itself."""
+        try:
+            status = self.process.wait(PATIENCE)
+        except subprocess.TimeoutExpired:
+            self.process.kill()
+            raise AssertionError("the program does not end:\n" + "\n".join(self.log[-40:])) from None
+        for reader in self.readers:
+            reader.join()
+        self.process.stdout.close()
+        self.process.stderr.close()
+        return status
+
+    def end(self, signal_number=signal.SIGTERM):
+        self.process.send_signal(signal_number)
+        return self.status()
+
+    def close(self):
+        if self.process.poll() is None:
+            self.process.kill()
+            self.status()
+        self.folder.cleanup()
+
+
+class Wire:
+    """A capture device under the test's control: a pipe that the program replays as it is filled, at full speed."""
+
+    def __init__(self, folder, name="wire"):
+        self.path = pathlib.Path(folder) / name
+        os.mkfifo(self.path)
+        self.device = f"file:{self.path}"
+        self.pipe = None
+
+    def open(self):
+        """Waits for the program to open its end."""
+        self.pipe = open(self.path, "wb", buffering=0)
+        self.pipe.write(capture_header())
+
+    def send(self, *frames):
+        self.pipe.write(b"".join(capture_record(frame if isinstance(frame, bytes) else frame.data) for frame in frames))
+
+    def close(self):
+        if self.pipe:
+            self.pipe.close()
+            self.pipe = None
+
+
+def die_with_us():
+    """Nothing that a test starts outlives it, not even when ctest kills it."""
+    return ["setpriv", "--pdeathsig", "KILL"]
+
+
+# ---- network namespaces ----
+
+
+class Namespace:
+    """A network namespace without a name: it lives as long as the process that holds it, which dies with the test."""
+
+    def __init__(self):
+        self.holder = subprocess.Popen([*die_with_us(), "unshare", "--net", "sleep", "infinity"])
+        self.path = f"/proc/{self.holder.pid}/ns/net"
+        ours = os.readlink("/proc/self/ns/net")
+        wait_until(lambda: os.readlink(self.path) != ours, "a network namespace")
+        self.enter = ["nsenter", f"--net={self.path}"]
+        self.run("sysctl", "-qw", "net.ipv6.conf.default.disable_ipv6=1")
+        self.run("ip", "link", "set", "lo", "up")
+
+    def run(self, *command_line):
+        subprocess.run([*self.enter, *command_line], check=True, capture_output=True, text=True)
+
+    def start(self, *command_line, **options):
+        return subprocess.Popen([*self.enter, *die_with_us(), *command_line], **options)
+
+    def join(self, device, other, other_device):
+        """A veth pair, `device` here, `other_device` in the other namespace."""
+        self.run(
+            *("ip", "link", "add", device, "type", "veth"),
+            *("peer", "name", other_device, "netns", str(other.holder.pid)),
+        )
+        self.run("ip", "link", "set", device, "up")
+        other.run("ip", "link", "set", other_device, "up")
+
+    def close(self):
+        self.holder.kill()
+        self.holder.wait()
+
+
+def make_socket(kind, namespace=None):
+    """A socket stays in the namespace that its maker was in."""
+    if namespace is None:
+        return socket.socket(socket.AF_INET, kind)
+    libc = ctypes.CDLL(None, use_errno=True)
+    with open("/proc/thread-self/ns/net") as ours, open(namespace.path) as theirs:
+        if libc.setns(theirs.fileno(), 0) != 0:
+            raise OSError(ctypes.get_errno(), "setns")
+        try:
+            return socket.socket(socket.AF_INET, kind)
+        finally:
+            if libc.setns(ours.fileno(), 0) != 0:
+                os._exit(2)
+
+
+# ---- tests ----
+
+
+class TestCase(unittest.TestCase):
+    def keep(self, resource):
+        """Closes it when the test ends, whatever way."""
+        self.addCleanup(resource.close)
+        return resource
+
+    def folder(self):
+        folder = tempfile.TemporaryDirectory(prefix="sniffer-test-")
+        self.addCleanup(folder.cleanup)
+        return folder.name
+
+    def start(self, *options, **more):
+        return self.keep(Program(*options, **more))
+
+    def assert_frames(self, got, expected, what):
+        if got == expected:
+            return
+        missing = collections.Counter(expected) - collections.Counter(got)
+        extra = collections.Counter(got) - collections.Counter(expected)
+        self.fail(
+            f"{what}: {len(got)} frames, expected {len(expected)}; {missing.total()} are missing, {extra.total()} too many"
+            + ("" if missing or extra else ", and their order differs")
+        )
+
+    def assert_in_order(self, lines, texts):
+        at = 0
+        for text in texts:
+            while at < len(lines) and text not in lines[at]:
+                at += 1
+            self.assertLess(at, len(lines), f"{text!r} is not there, or not in its order, in:\n" + "\n".join(lines))
+
+
+def need_root(*programs):
+    """Ends the script with the status that ctest takes for "skipped"."""
+    missing = [program for program in programs if shutil.which(program) is None]
+    probe = "unshare --net true"
+    if os.geteuid() != 0 or subprocess.run(probe.split(), capture_output=True).returncode != 0:
+        missing.append("root, who may make network namespaces")
+    if missing:
+        print("SKIPPED: live capture needs " + ", ".join(missing))
+        sys.exit(77)
+
+
+def main():
+    unittest.main(verbosity=2)

@@ -1,0 +1,288 @@
+"""The link to the recorder: frames, commands, and a recorder that is late, slow, dies or comes back.
+
+Frames reach the program through a pipe that it takes for a capture file, so each test decides what is on the wire when.
+Needs no privilege.
+"""
+
+import random
+import socket
+import struct
+import threading
+import time
+import unittest
+
+import harness
+from harness import ADD, ARE_YOU_THERE, HEARTBEAT, REMOVE, RTP, SIP, Recorder, TestCase, Wire, command, forwarded, udp_frame
+
+ALICE, BOB = ("10.0.0.1", 4000), ("10.0.0.2", 5000)
+EVERYTHING = ""  # libpcap's filter that lets every frame pass
+
+
+def rtp(number, destination=BOB, source=ALICE, size=172):
+    return udp_frame(source, destination, struct.pack("!BBHII", 0x80, 8, number, number * 160, 7) + bytes(size - 12))
+
+
+def sip(number):
+    text = f"OPTIONS sip:{number}@10.0.0.2 SIP/2.0\r\nCSeq: {number} OPTIONS\r\n\r\n"
+    return udp_frame(("10.0.0.1", 5060), ("10.0.0.2", 5060), text.encode())
+
+
+class RecorderLink(TestCase):
+    def sniff(self, recorder, **settings):
+        """A running program, and the wire it captures on."""
+        self.recorder = recorder
+        self.wire = self.keep(Wire(self.folder()))
+        settings = {
+            **{"Device": self.wire.device, "Filter": "udp", "ServerName": "127.0.0.1", "ServerPort": recorder.port},
+            **{"ServerProtocol": recorder.protocol},
+            **settings,
+        }
+        self.program = self.start(settings=settings)
+        self.wire.open()
+        self.program.wait_logged("PCAP thread created")
+
+    def connect(self):
+        """Sends SIP until one message arrives: only then is there a connection."""
+        number = 0
+
+        def arrived():
+            nonlocal number
+            number += 1
+            self.wire.send(sip(1000000 + number))
+            return self.recorder.of(SIP)
+
+        harness.wait_until(arrived, "a connection to the recorder")
+        self.quiesce()
+
+    def quiesce(self):
+        """Returns when all that is on the wire has arrived."""
+        marker = sip(random.randrange(2000000, 3000000))
+        self.wire.send(marker)
+        self.recorder.wait(lambda frames: forwarded(SIP, marker) in frames[-50:], "the last frame on the wire")
+
+    def rtp_that_arrives(self, *frames):
+        before = len(self.recorder.of(RTP))
+        self.wire.send(*frames)
+        self.quiesce()
+        return self.recorder.of(RTP)[before:]
+
+    def test_frames_and_commands_over_either_transport(self):
+        for protocol in ("TCP", "UDP"):
+            with self.subTest(protocol):
+                self.sniff(self.keep(Recorder(protocol)), Filter=EVERYTHING)
+                self.connect()
+                plain = rtp(1)
+                tagged = rtp(2).data[:12] + b"\x81\x00\x00\x05" + rtp(2).data[12:]
+                double = rtp(3).data[:12] + b"\x88\xa8\x00\x05\x81\x00\x00\x06" + rtp(3).data[12:]
+                options = rtp(4).data[:14] + b"\x46" + rtp(4).data[15:34] + b"\x94\x04\0\0" + rtp(4).data[34:]
+                padded = rtp(5, size=13).data + bytes(5)
+                unwanted = [rtp(6, ("10.0.0.2", 5001)), rtp(7, ("10.0.0.3", 5000)), rtp(8, ALICE, BOB)]
+                icmp = plain.data[:23] + b"\1" + plain.data[24:]
+                empty = plain.data[:42]
+                wanted = [forwarded(RTP, rtp(n)) for n in (1, 2, 3, 4)]
+                wanted.append(forwarded(RTP, rtp(5), rtp(5, size=13).payload + bytes(5)))
+                wire = [plain, *unwanted, tagged, double, icmp, options, empty, plain.data[:30], plain.data[:14], padded]
+
+                self.assertEqual(self.rtp_that_arrives(*wire), [])
+                self.recorder.add(BOB)
+                self.recorder.send(command(9, BOB))
+                self.recorder.settle()
+                self.assert_frames(self.rtp_that_arrives(*wire), wanted, "listed")
+                self.assertEqual(self.recorder.of(HEARTBEAT)[-1][:3], b"\0\x0f\3")
+                self.assertEqual(len(self.recorder.of(HEARTBEAT)[-1]), 15)
+                self.program.wait_logged("ERROR *** Dropping IP packet with unknown upper layer protocol", 2)
+                self.program.wait_logged("DEBUG Added to list rtp (ip=0xa000002=10.0.0.2, port=0x1388=5000)")
+
+                # Twice in the list is once in the recording, and one removal takes both out.
+                self.recorder.add(BOB, ALICE)
+                self.recorder.settle()
+                self.assert_frames(self.rtp_that_arrives(rtp(9), rtp(10, ALICE, BOB)), [forwarded(RTP, rtp(9)), forwarded(RTP, rtp(10, ALICE, BOB))], "both")
+                self.recorder.remove(BOB)
+                self.recorder.settle()
+                self.assert_frames(self.rtp_that_arrives(rtp(9), rtp(10, ALICE, BOB)), [forwarded(RTP, rtp(10, ALICE, BOB))], "one left")
+                self.assertEqual(self.program.end(), 0)
+
+    def test_sip_is_forwarded_whole(self):
+        recorder = self.keep(Recorder())
+        self.sniff(recorder)
+        self.connect()
+        before = len(recorder.of(SIP))
+        call = harness.read_capture(harness.sample("sip-g711a-call.pcap"))
+        large = udp_frame(("10.0.0.1", 5060), ("10.0.0.2", 5060), b"INVITE sip:x SIP/2.0\r\n" + bytes(range(256)) * 30)
+        self.wire.send(*call, large)
+        expected = [forwarded(SIP, frame) for frame in [*call, large] if frame.is_sip]
+        recorder.wait(lambda _: len(recorder.of(SIP)) >= before + len(expected), "the SIP messages")
+        self.assert_frames(recorder.of(SIP)[before:], expected, "SIP")
+        self.assertEqual(recorder.of(RTP), [], "the program adds no destination of its own")
+
+    def test_commands_in_any_pieces(self):
+        recorder = self.keep(Recorder())
+        self.sniff(recorder)
+        self.connect()
+        # Byte by byte.
+        for byte in command(ADD, BOB):
+            recorder.send(bytes([byte]))
+            time.sleep(0.02)
+        recorder.settle()
+        self.assertEqual(len(self.rtp_that_arrives(rtp(1))), 1)
+        # The end of one with the beginning of the next, which waits for its rest.
+        stream = command(REMOVE, BOB) + command(ADD, ALICE)
+        recorder.send(stream[:10])
+        time.sleep(0.1)
+        recorder.send(stream[10:])
+        recorder.settle()
+        self.assertEqual(len(self.rtp_that_arrives(rtp(2), rtp(3, ALICE, BOB))), 1)
+        # Far more than the program's buffers hold, in odd pieces.
+        places = [(f"10.1.{i // 250}.{i % 250}", 10000 + i) for i in range(2000)]
+        stream = b"".join(command(ADD, place) for place in places) + command(REMOVE, places[1000])
+        at = 0
+        while at < len(stream):
+            size = random.choice((1, 6, 8, 1999, 2001, 4001))
+            recorder.send(stream[at : at + size])
+            at += size
+        recorder.settle()
+        frames = [rtp(i, place) for i, place in enumerate(places)]
+        expected = [forwarded(RTP, frame) for i, frame in enumerate(frames) if i != 1000]
+        self.assert_frames(self.rtp_that_arrives(*frames), expected, "2000 destinations")
+
+    def test_garbage_for_commands(self):
+        recorder = self.keep(Recorder())
+        self.sniff(recorder)
+        self.connect()
+        random.seed(7)
+        # No command that adds something, nor heartbeats by the thousand.
+        garbage = bytes(random.choice([*range(4, 256)]) for _ in range(70000))
+        recorder.send(garbage)
+        recorder.add(BOB)
+        recorder.settle()
+        self.assertEqual(len(self.rtp_that_arrives(rtp(1))), 1)
+        self.assertEqual(self.program.end(), 0)
+
+    def test_udp_follows_the_last_command(self):
+        first, second = self.keep(Recorder("UDP")), self.keep(Recorder("UDP"))
+        self.sniff(first)
+        self.connect()
+        second.peer = first.peer
+        second.send(command(ADD, BOB) + b"more than a command")
+        second.settle()
+        self.recorder = second
+        self.assertEqual(len(self.rtp_that_arrives(rtp(1))), 1)
+        self.assertEqual(first.of(RTP), [])
+        # Nobody listens any more: the program goes on, and keeps its list.
+        second.close()
+        self.wire.send(*[rtp(2)] * 20)
+        first.settle()
+        self.recorder = first
+        self.assertEqual(self.rtp_that_arrives(rtp(3))[-1], forwarded(RTP, rtp(3)))
+        self.assertEqual(self.program.end(), 0)
+
+    def test_recorder_dies_and_comes_back_in_a_call(self):
+        recorder = Recorder()
+        self.sniff(recorder)
+        self.connect()
+        recorder.add(BOB)
+        recorder.settle()
+        self.assertEqual(len(self.rtp_that_arrives(rtp(1))), 1)
+        recorder.close()
+        self.program.wait_logged("INFO Connection to Recorder closed.")
+        refused = "DEBUG TCP connect failed with errno="
+
+        # The call goes on, frame after frame. Attempts to connect are one a second.
+        talking = threading.Event()
+        talking.set()
+
+        def talk():
+            number = 2
+            while talking.is_set():
+                self.wire.send(rtp(number), sip(number))
+                number += 1
+                time.sleep(0.01)
+
+        talker = threading.Thread(target=talk)
+        talker.start()
+        self.addCleanup(talking.clear)
+        self.program.wait_logged(refused)
+        attempts, started = self.program.logged(refused), time.monotonic()
+        self.program.wait_logged(refused, attempts + 3)
+        self.assertGreater(time.monotonic() - started, 2.5)
+        self.assertEqual(self.program.logged("INFO Connecting to recorder"), 3, "construction, set-up, then once an outage")
+
+        self.recorder = self.keep(Recorder(port=recorder.port))
+        self.recorder.wait(lambda frames: len(frames) > 50, "frames after the recorder came back")
+        self.assertEqual(self.recorder.of(RTP), [], "the destinations of the old connection are forgotten")
+        self.recorder.add(BOB)
+        self.recorder.settle()
+        self.recorder.wait(lambda _: len(self.recorder.of(RTP)) > 50, "RTP after its destination was added again")
+        talking.clear()
+        talker.join()
+        numbers = [int.from_bytes(frame[17:19], "big") for frame in self.recorder.of(RTP)]
+        self.assertEqual(numbers, [*range(numbers[0], numbers[0] + len(numbers))], "no hole, no stale frame")
+        self.assertEqual(self.program.end(), 0)
+        self.assertEqual(self.recorder.remains, [b""], "no frame is half sent")
+
+    def test_recorder_that_stops_reading(self):
+        recorder = self.keep(Recorder())
+        self.sniff(recorder)
+        self.connect()
+        recorder.add(BOB)
+        recorder.settle()
+        recorder.reading.clear()
+        harness.wait_until(
+            lambda: self.wire.send(*[rtp(n, size=1200) for n in range(200)])
+            or self.program.logged("WARN Can not send. Connection to recorder lost."),
+            "a full send buffer",
+        )
+        self.assertEqual(self.program.logged("WARN Send error=11"), 1)
+        recorder.reading.set()
+        # The frames that were sent are still read from the old connection, then the new one is accepted.
+        harness.wait_until(lambda: self.wire.send(sip(1)) or recorder.accepted == 2, "a second connection")
+        recorder.wait(lambda frames: frames[-1][2] == SIP, "SIP on the second connection")
+        self.assertEqual(self.rtp_that_arrives(rtp(1)), [])
+        recorder.add(BOB)
+        recorder.settle()
+        self.assertEqual(self.rtp_that_arrives(rtp(2)), [forwarded(RTP, rtp(2))])
+
+    def test_recorder_that_is_absent_at_the_start(self):
+        with socket.socket() as unused:
+            unused.bind(("127.0.0.1", 0))
+            port = unused.getsockname()[1]
+            self.sniff(type("Absent", (), {"port": port, "protocol": "TCP"}))
+            harness.wait_until(
+                lambda: self.wire.send(sip(1)) or self.program.logged("TCP connect failed") >= 2, "attempts to connect"
+            )
+        self.recorder = self.keep(Recorder(port=port))
+        self.connect()
+        self.assertEqual(self.program.logged(f"INFO Connected to recorder 127.0.0.1:{port}"), 1)
+        self.recorder.close()
+        self.program.wait_logged("Connection to Recorder closed.")
+        failures = self.program.logged("TCP connect failed")
+        harness.wait_until(
+            lambda: self.wire.send(sip(2)) or self.program.logged("TCP connect failed") > failures, "another attempt"
+        )
+        self.assertEqual(self.program.end(), 0, "it ends while it has no connection")
+
+    def test_end_in_the_middle_of_traffic(self):
+        recorder = self.keep(Recorder())
+        self.sniff(recorder)
+        self.connect()
+        recorder.add(BOB)
+        recorder.settle()
+        ended = threading.Event()
+
+        def talk():
+            try:
+                for number in range(1 << 20):
+                    self.wire.send(*[rtp(number, size=1200)] * 4)
+            except BrokenPipeError:
+                ended.set()
+
+        threading.Thread(target=talk, daemon=True).start()
+        recorder.wait(lambda frames: len(frames) > 1000, "traffic")
+        self.assertEqual(self.program.end(), 0)
+        harness.wait_until(ended.is_set, "the end of the wire")
+        harness.wait_until(lambda: recorder.remains, "the end of the stream")
+        self.assertEqual(recorder.remains, [b""], "no frame is half sent")
+
+
+if __name__ == "__main__":
+    harness.main()
