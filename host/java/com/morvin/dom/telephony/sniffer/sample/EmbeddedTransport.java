@@ -24,10 +24,7 @@ final class EmbeddedTransport implements Transport {
   private final Engine engine;
   private final Thread sniffing;
   private volatile Throwable failure;
-
-  // Native code may copy the whole array in and out, so frames are first asked for with a small one.
-  private final byte[] small = new byte[2048];
-  private final byte[] large = new byte[EmbeddedPacketChannel.MAX_FRAME];
+  private final byte[] buffer = new byte[EmbeddedPacketChannel.MAX_FRAME];
 
   EmbeddedTransport(Engine engine) {
     this.engine = engine;
@@ -95,13 +92,7 @@ final class EmbeddedTransport implements Transport {
   }
 
   private Frame poll() throws ProtocolException {
-    byte[] buffer = small;
     int length = engine.getPacket(buffer);
-    if (length == 0) {
-      // Nothing waits, or a long frame does.
-      buffer = large;
-      length = engine.getPacket(buffer);
-    }
     return length == 0 ? null : Frame.of(ByteBuffer.wrap(buffer, 0, length));
   }
 
