@@ -1,0 +1,191 @@
+// What no decent encoder sends: messages cut short, lengths that lie, bombs, and the limits they run into.
+
+#include <gtest/gtest.h>
+
+#include <random>
+
+#include "Arena.h"
+#include "H225.h"
+#include "H245.h"
+#include "H245Schema.h"
+#include "PERDecoder.h"
+#include "Q931.h"
+#include "Vectors.h"
+
+namespace {
+
+using Octets = std::vector<uint8_t>;
+using asn1::Kind;
+using asn1::Value;
+
+// A type decoded from exactly these octets, which are on the heap so that a sanitizer sees each read behind them.
+class Decoded {
+ public:
+  Decoded(const asn1::Type& type, Octets octets) : octets_(std::move(octets)) {
+    octets_.shrink_to_fit();
+    PPER_Stream stream(PBYTEArray(octets_.data(), octets_.size()));
+    value_ = &asn1::decode(type, stream, *arena_);
+    failed_ = stream.failed();
+    EXPECT_EQ(failed_, value_->type == nullptr);
+  }
+  const Value& operator*() const { return *value_; }
+  const Value* operator->() const { return value_; }
+  bool failed() const { return failed_; }
+
+ private:
+  Octets octets_;
+  std::unique_ptr<asn1::Arena> arena_{new asn1::Arena};
+  const Value* value_ = nullptr;
+  bool failed_ = false;
+};
+
+Octets concat(std::initializer_list<Octets> parts) {
+  Octets all;
+  for (const Octets& part : parts) all.insert(all.end(), part.begin(), part.end());
+  return all;
+}
+
+// Numbers at the limits of the ways there are to code them.
+TEST(Hostile, Numbers) {
+  EXPECT_EQ(Decoded(asn1::Integer<0, 9>, {0x90})->number, 9);
+  EXPECT_TRUE(Decoded(asn1::Integer<0, 9>, {0xA0}).failed());
+  EXPECT_EQ(Decoded(asn1::Integer<1, 256>, {0xFF})->number, 256);
+  EXPECT_TRUE(Decoded(asn1::Integer<1, 65535>, {0xFF, 0xFF}).failed());
+  EXPECT_EQ(Decoded(asn1::Integer<0, 16777215>, {0x80, 1, 2, 3})->number, 0x010203);
+  EXPECT_TRUE(Decoded(asn1::Integer<0, 16777215>, {0xC0, 1, 2, 3, 4}).failed());
+  EXPECT_TRUE(Decoded(asn1::Integer<1, 4294967295>, {0xC0, 0xFF, 0xFF, 0xFF, 0xFF}).failed());
+  EXPECT_EQ(Decoded(asn1::Integer<>, {2, 0x80, 0})->number, -32768);
+  EXPECT_EQ(Decoded(asn1::Integer<>, {9, 0xFF, 0x80, 0, 0, 0, 0, 0, 0, 0})->number, INT64_MIN);
+  EXPECT_EQ(Decoded(asn1::Integer<>, {9, 0x80, 0, 0, 0, 0, 0, 0, 0, 0})->number, INT64_MIN);
+  EXPECT_EQ(Decoded(asn1::Integer<>, {9, 0x7F, 0, 0, 0, 0, 0, 0, 0, 0})->number, INT64_MAX);
+  EXPECT_EQ(Decoded(asn1::Integer<1, asn1::kMax>, {9, 1, 0, 0, 0, 0, 0, 0, 0, 0})->number, INT64_MAX);
+  EXPECT_TRUE(Decoded(asn1::Integer<>, {0}).failed());
+  EXPECT_TRUE(Decoded(asn1::Integer<1, asn1::kMax>, {0}).failed());
+  EXPECT_TRUE(Decoded(asn1::Integer<>, {0xC1}).failed());
+}
+
+TEST(Hostile, Lengths) {
+  EXPECT_EQ(Decoded(asn1::OctetString<>, {0})->length, 0);
+  EXPECT_TRUE(Decoded(asn1::OctetString<>, {1}).failed());
+  EXPECT_TRUE(Decoded(asn1::OctetString<>, {}).failed());
+  EXPECT_TRUE(Decoded(asn1::OctetString<>, {0xBF, 0xFF}).failed());
+  for (const uint8_t fragments : {0xC0, 0xC1, 0xC4, 0xC5, 0xFF}) {
+    EXPECT_TRUE(Decoded(asn1::OctetString<>, {fragments, 0, 0}).failed());
+  }
+  // Fragments come together whatever they hold; one that is followed by no length is not complete.
+  const Octets fragment(16384, 0x5A);
+  const Decoded whole(asn1::OctetString<>, concat({{0xC1}, fragment, {0xC1}, fragment, {2, 1, 2}}));
+  ASSERT_EQ(whole->length, 2 * 16384 + 2);
+  EXPECT_EQ(whole->octets[2 * 16384 + 1], 2);
+  EXPECT_TRUE(Decoded(asn1::OctetString<>, concat({{0xC1}, fragment})).failed());
+  EXPECT_EQ(Decoded(asn1::BitString<>, concat({{0xC1}, Octets(2048, 0xFF), {3, 0xE0}}))->length, 16384 + 3);
+  // What is copied has a limit.
+  EXPECT_TRUE(Decoded(asn1::OctetString<>, concat({{0xC4}, Octets(65536), {1, 1}})).failed());
+
+  // Four bits a character; not all of them are one.
+  const auto& digits = asn1::IA5StringFrom<asn1::h245::kDialedDigits, 1, 128>;
+  const Decoded text(digits, {0x08, 0x01, 0x23, 0xC0});
+  EXPECT_EQ(std::string(reinterpret_cast<const char*>(text->octets), text->length), "#*,09");
+  EXPECT_TRUE(Decoded(digits, {0, 0xD0}).failed());
+  EXPECT_TRUE(Decoded(asn1::IA5StringFrom<asn1::h245::kSignalTypes, 1>, {'E'}).failed());
+}
+
+inline constexpr asn1::Sequence kOlder({{"number", asn1::Integer<0, 255>}, asn1::kExtensible, {"flag", asn1::Boolean}});
+inline constexpr asn1::Choice kAlternatives(
+    {{"one", asn1::Null}, {"two", asn1::Null}, asn1::kExtensible, {"three", asn1::Boolean}});
+
+// What a later version added is passed over by its length, and nothing else is.
+TEST(Hostile, Extensions) {
+  // Additions: flag, in 3 octets, and one nobody knows in 2.
+  const Decoded later(kOlder, {0x80, 7, 0x03, 0x80, 3, 0x80, 0xFF, 0xFF, 2, 0xFF, 0xFF});
+  ASSERT_FALSE(later.failed());
+  EXPECT_EQ(later->child->number, 7);
+  ASSERT_NE(later->child->next, nullptr);
+  EXPECT_EQ(later->child->next->number, 1);
+  EXPECT_EQ(later->child->next->next, nullptr);
+  EXPECT_TRUE(Decoded(kOlder, {0x80, 7, 0x03, 0x80, 3, 0x80, 0xFF, 0xFF, 3, 0xFF, 0xFF}).failed());
+  EXPECT_TRUE(Decoded(kOlder, {0x80, 7, 0x03, 0x80, 0, 2, 0xFF, 0xFF}).failed());  // no room for the flag
+  EXPECT_TRUE(Decoded(kOlder, {0x80, 7, 0xFF}).failed());                          // more additions than octets
+  EXPECT_TRUE(Decoded(kOlder, {0x80, 7, 0x80, 0}).failed());                       // additions, but none
+
+  EXPECT_EQ(Decoded(kAlternatives, {0x80, 1, 0x80})->child->number, 1);
+  const Decoded unknown(kAlternatives, {0x85, 2, 0xAB, 0xCD});
+  EXPECT_EQ(unknown->length, 7);
+  EXPECT_EQ(unknown->child->length, 2);
+  const Decoded far(kAlternatives, {0xC0, 9, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0});
+  EXPECT_FALSE(far.failed());
+  EXPECT_TRUE(Decoded(kAlternatives, {0x85, 3, 0xAB, 0xCD}).failed());
+}
+
+extern inline const asn1::Choice<2> kNested;
+inline constexpr asn1::Choice<2> kNested({{"deeper", kNested}, {"end", asn1::Null}});
+
+TEST(Hostile, BombsEndAtTheLimits) {
+  // A bit a level.
+  EXPECT_FALSE(Decoded(kNested, {0x00, 0x00, 0x80}).failed());
+  EXPECT_TRUE(Decoded(kNested, Octets(100)).failed());
+  // 4,096 lists of 127 NULLs, which take no bits, from 4,096 octets.
+  const auto& lists = asn1::SequenceOf<asn1::SequenceOf<asn1::Null>>;
+  EXPECT_TRUE(Decoded(lists, concat({{0x90, 0x00}, Octets(4096, 127)})).failed());
+  EXPECT_TRUE(Decoded(asn1::SequenceOf<asn1::Null>, {0xBF, 0xFF}).failed());
+  EXPECT_TRUE(Decoded(asn1::SequenceOf<asn1::Null>, {0xC4}).failed());
+  EXPECT_EQ(Decoded(asn1::SequenceOf<asn1::Null>, {0x9F, 0xFF})->length, asn1::Arena::kMaxValues - 1);
+}
+
+// Cut anywhere and bent anywhere, a message decodes or not; then it can be read and printed, and the next one decodes.
+TEST(Hostile, DamagedMessages) {
+  std::mt19937 random(7);
+  H245_MultimediaSystemControlMessage control;
+  H225_H323_UserInformation information;
+  Q931 q931;
+  const auto read = [&](const Octets& source) {
+    const Octets octets(source);  // exactly as large
+    const PBYTEArray array(octets.data(), octets.size());
+    PStringStream printed;
+    PPER_Stream stream(array);
+    EXPECT_EQ(control.Decode(stream), control.GetTag() != PASN_Choice::kNoTag);
+    q931.Decode(array);
+    PPER_Stream contents(q931.GetIE(Q931::UserUserIE));
+    const bool decoded = information.Decode(contents);
+    EXPECT_EQ(decoded, information.h323_uu_pdu().h323_message_body().GetTag() != PASN_Choice::kNoTag);
+    printed << control << q931 << information;
+    const auto body = information.h323_uu_pdu().h323_message_body();
+    if (body.setup() && body.setup()->sourceAddress()) {
+      const auto aliases = *body.setup()->sourceAddress();
+      for (const H225_AliasAddress& alias : aliases) printed << H323GetAliasAddressString(alias);
+    }
+    return printed.view().size();
+  };
+  for (const auto& file : filesWith(TEST_FILES "/h323", ".segments")) {
+    for (const Vector& vector : loadVectors(file)) {
+      for (size_t size = 0; size < vector.octets.size(); ++size) {
+        read(Octets(vector.octets.begin(), vector.octets.begin() + static_cast<std::ptrdiff_t>(size)));
+      }
+      for (unsigned i = 0; i < 500; ++i) {
+        Octets bent = vector.octets;
+        for (size_t bends = 1 + random() % 4; bends > 0; --bends)
+          bent[random() % bent.size()] = static_cast<uint8_t>(random());
+        read(bent);
+      }
+      EXPECT_GT(read(vector.octets), 100);
+    }
+  }
+}
+
+TEST(Hostile, AbsentValuesRead) {
+  H245_OpenLogicalChannel channel;
+  const auto forward = channel.forwardLogicalChannelParameters();
+  EXPECT_EQ(channel.forwardLogicalChannelNumber(), 0);
+  EXPECT_FALSE(channel.reverseLogicalChannelParameters());
+  EXPECT_EQ(forward.dataType().GetTag(), PASN_Choice::kNoTag);
+  EXPECT_EQ(forward.dataType().GetTagName(), "");
+  EXPECT_FALSE(forward.multiplexParameters().h2250LogicalChannelParameters());
+  EXPECT_EQ(H225_AliasAddress().AsString(), "");
+  EXPECT_EQ(H225_Progress_UUIE().callIdentifier().guid().GetValue().GetSize(), 0);
+  EXPECT_TRUE(H225_ArrayOf_PASN_OctetString().IsEmpty());
+  PStringStream printed;
+  printed << channel;
+  EXPECT_EQ(printed.view(), "<<absent>>");
+}
+
+}  // namespace
