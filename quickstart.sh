@@ -45,36 +45,42 @@ sed 's/^log4j.rootLogger=.*/log4j.rootLogger=INFO, file/' "$root/packaging/log4c
 # H.323 signalling is TCP, on ports of the endpoints' choice.
 filter="udp or tcp"
 built=$root/build/quickstart
-recorder=("$JAVA_HOME/bin/java" "-Djava.library.path=$built/sniffer" -jar "$built/host/voip-sniffer.jar" --out .)
+recorder=("$JAVA_HOME/bin/java" "-Djava.library.path=$built/sniffer" -jar "$built/host/voip-sniffer.jar" --out "$PWD")
 may_capture=()
+
+# record DEVICES [OPTION...]
+record() {
+  local devices=$1
+  shift
+  if [ $standalone = no ]; then
+    "${may_capture[@]}" "${recorder[@]}" --embedded "$devices" --filter "$filter" "$@"
+    return
+  fi
+  sed -e "s|^Device=.*|Device=$devices|" -e "s|^Filter=.*|Filter=$filter|" "$root/packaging/sniffer.properties" \
+    >sniffer.properties
+  "${recorder[@]}" --tcp 6000 --until-disconnect &
+  recording=$!
+  trap 'kill $recording 2>/dev/null || true' EXIT
+  sleep 1
+  kill -0 $recording 2>/dev/null || exit 1
+  "${may_capture[@]}" "$built/standalone/sniffer"
+  wait $recording
+}
+
+echo "The sniffer's log is recordings/sniffer.log"
 case $device in
   "")
-    devices="file:../samples/sip-g711a-call.pcap;file:../samples/h323-fast-start-tunnelled.pcap"
-    devices+=";file:../samples/h323-h245-separate.pcap"
-    echo "Replaying the three calls of samples/, which takes 15 seconds"
+    echo "Replaying the three calls of samples/, which takes half a minute"
+    record "file:../samples/sip-g711a-call.pcap;file:../samples/h323-fast-start-tunnelled.pcap" --idle-exit 3
+    # By itself: it is a call between the same two telephones as the one before.
+    record "file:../samples/h323-h245-separate.pcap" --idle-exit 3
     ;;
-  file:/*) devices=$device ;;
-  file:*) devices=file:../${device#file:} ;;
+  file:/*) record "$device" --idle-exit 3 ;;
+  file:*) record "file:../${device#file:}" --idle-exit 3 ;;
   *)
-    devices=$device
     # Capturing needs privilege; replaying does not.
     [ "$(id -u)" = 0 ] || may_capture=(sudo)
     echo "Recording the calls on $device; Ctrl-C ends it"
+    record "$device"
     ;;
 esac
-ending=()
-[ "${devices#file:}" = "$devices" ] || ending=(--idle-exit 4)
-echo "The sniffer's log is recordings/sniffer.log"
-
-if [ $standalone = no ]; then
-  exec "${may_capture[@]}" "${recorder[@]}" --embedded "$devices" --filter "$filter" "${ending[@]}"
-fi
-
-sed -e "s|^Device=.*|Device=$devices|" -e "s|^Filter=.*|Filter=$filter|" "$root/packaging/sniffer.properties" \
-  >sniffer.properties
-"${recorder[@]}" --tcp 6000 --until-disconnect &
-recording=$!
-trap 'kill $recording 2>/dev/null || true' EXIT
-sleep 1
-"${may_capture[@]}" "$built/standalone/sniffer"
-wait $recording
