@@ -96,8 +96,8 @@ def write_capture(path, frames):
 def forwarded(protocol, frame, payload=None):
     """The frame that the recorder is to get."""
     payload = frame.payload if payload is None else payload
-    address = lambda end: socket.inet_aton(end[0]) + struct.pack("!H", end[1])
-    return struct.pack("!HB", 15 + len(payload), protocol) + address(frame.destination) + address(frame.source) + payload
+    ends = [socket.inet_aton(ip) + struct.pack("!H", port) for ip, port in (frame.destination, frame.source)]
+    return struct.pack("!HB", 15 + len(payload), protocol) + b"".join(ends) + payload
 
 
 def command(code, destination=("0.0.0.0", 0)):
@@ -399,7 +399,7 @@ class TestCase(unittest.TestCase):
         missing = collections.Counter(expected) - collections.Counter(got)
         extra = collections.Counter(got) - collections.Counter(expected)
         self.fail(
-            f"{what}: {len(got)} frames, expected {len(expected)}; {missing.total()} are missing, {extra.total()} too many"
+            f"{what}: {len(got)} frames, expected {len(expected)}; {missing.total()} missing, {extra.total()} too many"
             + ("" if missing or extra else ", and their order differs")
         )
 

@@ -2,7 +2,6 @@
 
 import os
 import signal
-import unittest
 
 import harness
 from harness import Recorder, TestCase, Wire
