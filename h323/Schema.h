@@ -91,17 +91,17 @@ struct Alphabet {
 
 struct Type;
 
-enum Presence : bool { kMandatory, kOptional };
+enum Presence : uint8_t { kMandatory, kOptional, kExtensionMarker };
 
 // A component of a SEQUENCE, an alternative of a CHOICE or a name of an ENUMERATED.
 struct Field {
   const char* name;
-  const Type* type;  // null: the extension marker
+  const Type* type;
   Presence presence;
 
   constexpr Field(const char* identifier, const Type& fieldType, Presence fieldPresence = kMandatory)
       : name(identifier), type(&fieldType), presence(fieldPresence) {}
-  constexpr Field() : name("..."), type(nullptr), presence(kMandatory) {}
+  constexpr Field() : name("..."), type(nullptr), presence(kExtensionMarker) {}
 };
 
 // The extension marker: the fields behind it are extension additions.
@@ -132,7 +132,7 @@ struct FieldList : Type {
 
   constexpr FieldList(Kind ofKind, const Field (&all)[kCount]) : Type(ofKind) {
     for (const Field& field : all) {
-      if (field.type == nullptr) {
+      if (field.presence == kExtensionMarker) {
         extensible = true;
         continue;
       }
