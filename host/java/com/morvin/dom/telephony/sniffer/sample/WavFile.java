@@ -13,7 +13,7 @@ import javax.sound.sampled.AudioInputStream;
 import javax.sound.sampled.AudioSystem;
 
 /**
- * A WAV file that grows while a call goes on. Its header is made right again every few seconds, so what has been
+ * A WAV file that grows while a call goes on. Its header is made right again every second, so what has been
  * recorded can be played even after the recorder was killed.
  */
 final class WavFile {
@@ -26,7 +26,7 @@ final class WavFile {
   private final Path path;
   private final RandomAccessFile file;
   private final int headerLength;
-  private final byte[] buffer = new byte[2 * 4 * RATE];
+  private final byte[] buffer = new byte[2 * RATE];
   private int buffered;
   private long samples;
   private boolean closed;
