@@ -143,11 +143,12 @@ TEST(Hostile, DamagedMessages) {
     const PBYTEArray array(octets.data(), octets.size());
     PStringStream printed;
     PPER_Stream stream(array);
-    EXPECT_EQ(control.Decode(stream), control.GetTag() != PASN_Choice::kNoTag);
+    const bool isControl = control.Decode(stream);
+    EXPECT_EQ(isControl, control.GetTag() != PASN_Choice::kNoTag);
     q931.Decode(array);
     PPER_Stream contents(q931.GetIE(Q931::UserUserIE));
-    const bool decoded = information.Decode(contents);
-    EXPECT_EQ(decoded, information.h323_uu_pdu().h323_message_body().GetTag() != PASN_Choice::kNoTag);
+    const bool isInformation = information.Decode(contents);
+    EXPECT_EQ(isInformation, information.h323_uu_pdu().h323_message_body().GetTag() != PASN_Choice::kNoTag);
     printed << control << q931 << information;
     const auto body = information.h323_uu_pdu().h323_message_body();
     if (body.setup() && body.setup()->sourceAddress()) {
