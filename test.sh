@@ -27,7 +27,7 @@ run_tests() {
 run_fuzzers() {
   local fuzzer name corpus
   build fuzz
-  for fuzzer in $(find build/fuzz/fuzz -type f -executable -name '*_fuzzer' | sort); do
+  for fuzzer in $(find build/fuzz/fuzz -type f -executable -not -path '*CMakeFiles*' | sort); do
     name=$(basename "$fuzzer")
     corpus=$(mktemp -d)
     if ! "$fuzzer" -max_total_time="${FUZZ_SECONDS:-15}" -timeout=10 -rss_limit_mb=2048 -artifact_prefix=build/fuzz/ \
