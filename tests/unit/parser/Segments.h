@@ -43,6 +43,17 @@ inline Segment readSegment(const std::string& line) {
   return segment;
 }
 
+/// Line feeds are written as a backslash and an n.
+inline std::string withLineFeeds(const std::string& written) {
+  std::string text;
+  for (std::size_t begin = 0, end = 0; end != std::string::npos; begin = end + 2) {
+    end = written.find("\\n", begin);
+    text += written.substr(begin, end - begin);
+    if (end != std::string::npos) text += '\n';
+  }
+  return text;
+}
+
 /// The segments of a recording below tests/data, and what the file beside it expects of them.
 inline std::vector<Segment> readSegments(const std::string& recording) {
   const std::string path = TEST_FILES "/" + recording;
@@ -53,10 +64,7 @@ inline std::vector<Segment> readSegments(const std::string& recording) {
     Segment segment = readSegment(line);
     const std::size_t text = expected.find('\t') + 1;
     segment.forwarded = expected.starts_with("true");
-    segment.text = expected.substr(text, expected.rfind('\t') - text);
-    for (std::size_t at = 0; (at = segment.text.find("\\n", at)) != std::string::npos; ++at) {
-      segment.text.replace(at, 2, "\n");
-    }
+    segment.text = withLineFeeds(expected.substr(text, expected.rfind('\t') - text));
     segments.push_back(std::move(segment));
   }
   return segments;
