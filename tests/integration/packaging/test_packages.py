@@ -1,0 +1,217 @@
+"""The Debian packages on this machine: installed, started as the service would be, upgraded, removed, purged.
+
+There may be no running systemd here, so the program of the unit is started by setpriv with the unit's user and
+capabilities, and the unit's limits on system calls are held against what strace sees. Needs root; leaves the machine as
+it was.
+"""
+
+import os
+import pathlib
+import pwd
+import re
+import shlex
+import shutil
+import subprocess
+import sys
+import time
+import unittest
+
+sys.path.insert(0, str(pathlib.Path(__file__).parent.parent / "live"))
+import harness
+from harness import SIP, Namespace, Recorder, forwarded
+
+NAMES = ["voip-sniffer", "libvoip-sniffer-java"]
+SETTINGS = pathlib.Path("/etc/voip-sniffer/sniffer.properties")
+SAMPLE = harness.sample("sip-g711a-call.pcap")
+
+
+def run(*command_line, **more):
+    """What the command prints, both ways; a failure shows it."""
+    done = subprocess.run(command_line, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, **more)
+    if done.returncode != 0:
+        raise AssertionError(f"{shlex.join(map(str, command_line))} ended with {done.returncode}:\n{done.stdout}")
+    return done.stdout
+
+
+def dpkg(*arguments):
+    """Waits while another one is at work."""
+    for _ in range(30):
+        done = subprocess.run(["dpkg", *arguments], stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
+        if "lock" not in done.stdout or done.returncode == 0:
+            break
+        time.sleep(1)
+    if done.returncode != 0:
+        raise AssertionError(f"dpkg {arguments} ended with {done.returncode}:\n{done.stdout}")
+    return done.stdout
+
+
+def installed(name):
+    query = ["dpkg-query", "-W", "-f=${Version}", name]
+    return subprocess.run(query, capture_output=True, text=True).stdout
+
+
+def user_exists():
+    return "voip-sniffer" in (entry.pw_name for entry in pwd.getpwall())
+
+
+def make_packages(version, folder):
+    config = os.environ["SNIFFER_CPACK_CONFIG"]
+    run("cpack", "--config", config, "-B", folder, "-D", f"CPACK_PACKAGE_VERSION={version}", cwd=folder)
+    return [str(path) for path in pathlib.Path(folder).glob(f"*_{version}-1_*.deb")]
+
+
+class Unit:
+    def __init__(self):
+        self.path = pathlib.Path("/usr/lib/systemd/system/voip-sniffer.service")
+        self.lines = re.findall(r"^(\w+)=(.*)$", self.path.read_text(), re.M)
+
+    def all(self, key):
+        return " ".join(value for name, value in self.lines if name == key)
+
+    def command(self):
+        """Its program under its user, with its capabilities and no others."""
+        names = self.all("AmbientCapabilities")
+        assert names == self.all("CapabilityBoundingSet")
+        capabilities = ",".join(["-all", *("+" + name.removeprefix("CAP_").lower() for name in names.split())])
+        limits = [f"--{of}={capabilities}" for of in ("bounding-set", "inh-caps", "ambient-caps")]
+        return [*self.user(), *limits, *shlex.split(self.all("ExecStart"))]
+
+    def user(self):
+        user, group = self.all("User"), self.all("Group")
+        return ["setpriv", f"--reuid={user}", f"--regid={group}", "--clear-groups", "--no-new-privs"]
+
+    def allowed_calls(self):
+        listed = {}
+        for line in run("systemd-analyze", "syscall-filter", "--no-pager").splitlines():
+            if line.startswith("@"):
+                group = listed.setdefault(line.strip(), set())
+            elif line.strip() and not line.strip().startswith("#"):
+                group.add(line.strip())
+
+        def members(name):
+            return set().union(*map(members, listed[name])) if name.startswith("@") else {name}
+
+        allowed = set()
+        for value in (value for name, value in self.lines if name == "SystemCallFilter"):
+            names = set().union(*map(members, value.removeprefix("~").split()))
+            allowed = allowed - names if value.startswith("~") else allowed | names
+        return allowed
+
+
+class Packages(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.folder = harness.tempfile.TemporaryDirectory(prefix="sniffer-test-")
+        cls.addClassCleanup(cls.folder.cleanup)
+        cls.addClassCleanup(lambda: dpkg("--purge", *filter(installed, NAMES)) if any(map(installed, NAMES)) else None)
+        cls.first, cls.second = (make_packages(version, cls.folder.name) for version in ("1.0.1", "1.0.2"))
+
+    def test_life_of_the_packages(self):
+        self.assertEqual(len(self.first), 2)
+        self.assertIn("systemctl enable --now voip-sniffer", dpkg("--install", *self.first))
+        self.check_what_is_there()
+        settings = SETTINGS.read_text()
+        for key, value in {"Device": "tap0", "ServerPort": "6543"}.items():
+            settings = re.sub(f"^{key}=.*$", f"{key}={value}", settings, flags=re.M)
+        SETTINGS.write_text(settings)
+        self.check_that_it_sniffs()
+        self.check_that_it_keeps_to_its_limits()
+
+        dpkg("--install", *self.second)
+        self.assertEqual([installed(name) for name in NAMES], ["1.0.2-1"] * 2)
+        self.assertEqual(SETTINGS.read_text(), settings, "an upgrade keeps the operator's settings")
+        self.check_that_it_sniffs()
+
+        dpkg("--remove", *NAMES)
+        self.assertFalse(pathlib.Path("/usr/sbin/sniffer").exists())
+        self.assertEqual(SETTINGS.read_text(), settings, "removal keeps the settings")
+        dpkg("--purge", *NAMES)
+        self.assertFalse(SETTINGS.parent.exists())
+        self.assertFalse(user_exists())
+        self.assertEqual([installed(name) for name in NAMES], ["", ""])
+
+    def check_what_is_there(self):
+        user = pwd.getpwnam("voip-sniffer")
+        self.assertLess(user.pw_uid, 1000)
+        self.assertIn("nologin", user.pw_shell)
+        conffiles = run("dpkg-query", "-W", "-f=${Conffiles}", "voip-sniffer")
+        self.assertEqual(conffiles.count("/etc/voip-sniffer/"), 2)
+        enabled = list(pathlib.Path("/etc/systemd/system").rglob("voip-sniffer*"))
+        self.assertEqual(enabled, [], "not before it is configured")
+        self.assertIn("passive VoIP sniffer", run("man", "-P", "cat", "8", "sniffer", env=os.environ | {"LC_ALL": "C"}))
+        unit = Unit()
+        run("systemd-analyze", "verify", "--man=no", str(unit.path))
+        exposure = run("systemd-analyze", "security", "--offline=true", "--no-pager", str(unit.path))
+        self.assertLessEqual(float(re.search(r"exposure level.*: ([\d.]+)", exposure)[1]), 2.0)
+        # Java finds the library without being told where.
+        source = pathlib.Path(__file__).parent / "LoadLibrary.java"
+        run("java", "-cp", "/usr/share/java/voip-sniffer.jar", str(source))
+
+    def sniff(self, *prefix):
+        here, there = Namespace(), Namespace()
+        self.addCleanup(here.close)
+        self.addCleanup(there.close)
+        there.join("wire0", here, "tap0")
+        recorder = Recorder("TCP", here, port=6543)
+        self.addCleanup(recorder.close)
+        log = open(os.path.join(self.folder.name, "log"), "w+")
+        self.addCleanup(log.close)
+        program = here.start(*prefix, *Unit().command(), cwd="/", stdout=log, stderr=log)
+        self.addCleanup(program.wait)
+        self.addCleanup(program.kill)
+
+        def logged():
+            log.seek(0)
+            return log.read()
+
+        def wait_logged(text):
+            harness.wait_until(lambda: text in logged() or program.poll() is not None, text)
+            self.assertIn(text, logged())
+
+        wait_logged("PCAP thread created 0")
+        invite = ["tcpreplay", "--quiet", "--intf1=wire0", "--limit=1", str(SAMPLE)]
+        # The first one may be lost on the connection being made.
+        harness.wait_until(lambda: recorder.frames or there.run(*invite), "a frame")
+        self.assertEqual(recorder.frames[0], forwarded(SIP, harness.read_capture(SAMPLE)[0]))
+        process = int(run("pgrep", "--exact", "--nslist", "net", "--ns", str(here.holder.pid), "sniffer"))
+        status = pathlib.Path(f"/proc/{process}/status").read_text()
+        os.kill(process, harness.signal.SIGUSR2)
+        wait_logged("Statistics of device tap0: received=")
+        wait_logged("Statistics: sipForwarded=")
+        os.kill(process, harness.signal.SIGTERM)
+        self.assertEqual(program.wait(30), 0, logged())
+        return status
+
+    def check_that_it_sniffs(self):
+        status = self.sniff()
+        self.assertIn(f"Uid:\t{pwd.getpwnam('voip-sniffer').pw_uid}\t", status)
+        self.assertEqual(set(re.findall(r"^Cap\w+:\t(\w+)$", status, re.M)), {"0000000000003000"})
+        # Without the capabilities it says what is missing.
+        powerless = [*Unit().user(), "--bounding-set=-all", "sniffer", "--check", "-d", "lo"]
+        check = subprocess.run(powerless, capture_output=True, text=True)
+        self.assertEqual(check.returncode, 1)
+        self.assertIn("cap_net_raw", check.stderr)
+
+    def check_that_it_keeps_to_its_limits(self):
+        trace = os.path.join(self.folder.name, "trace")
+        self.sniff("strace", "--follow-forks", f"--output={trace}", "--quiet=all")
+        lines = pathlib.Path(trace).read_text()
+        # What comes before its own first line is setpriv's.
+        own = lines[lines.rindex(' execve("/usr/sbin/sniffer"') :]
+        calls = set(re.findall(r"^\d+ +(\w+)\(", own, re.M))
+        self.assertIn("bind", calls)
+        unit = Unit()
+        self.assertEqual(calls - unit.allowed_calls(), set())
+        families = set(re.findall(r"\bsocket\((\w+)", own))
+        self.assertIn("AF_PACKET", families)
+        self.assertEqual(families - set(unit.all("RestrictAddressFamilies").split()), set())
+        self.assertNotRegex(own, r"\b(mmap|mprotect)\(.*PROT_WRITE\|PROT_EXEC")
+
+
+if __name__ == "__main__":
+    packaging = ["dpkg", "dpkg-shlibdeps", "systemd-analyze", "adduser", "man", "java"]
+    harness.need_root(*packaging, "setpriv", "tcpreplay", "strace", "pgrep")
+    if any(map(installed, NAMES)) or user_exists():
+        print("SKIPPED: the packages or their user are on this machine already, not this test's to remove")
+        sys.exit(77)
+    harness.main()
