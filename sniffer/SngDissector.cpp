@@ -126,6 +126,7 @@ void SngDissector::makeConnection(bool embedded) {
 }
 
 bool SngDissector::sharesMediaConnection() const {
+  if (serverNameSig == nullptr) return true;
   return serverPortMedia == serverPortSig && std::strcmp(serverNameMedia, serverNameSig) == 0;
 }
 
@@ -237,7 +238,7 @@ void SngDissector::consumePacket() {
       until.tv_nsec %= 1'000'000'000;
       pthread_cond_timedwait(&packetPresent, &packetQueueLock, &until);
     }
-    if (!Sniffer::getEndMain()) {
+    if (!packetQueue.empty() && !Sniffer::getEndMain()) {
       packet = packetQueue.front();
       packetQueue.pop_front();
       processing = true;

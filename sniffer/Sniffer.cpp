@@ -72,6 +72,7 @@ Sniffer::~Sniffer() {
     replayPace[i].reset();
     delete[] device[i];
   }
+  deviceCount = 0;
   // A dissector made after this engine's has destroyed it already.
   if (SngDissector::dft() == dissector) delete dissector;
 }
@@ -108,7 +109,7 @@ bool Sniffer::addDevice(const std::string& name) {
 int Sniffer::configure(int argc, char** argv) {
   const char* devices = nullptr;
   const char* expression = "udp";
-  optind = 1;
+  optind = 0;  // also forgets the rest of an argument that an earlier parse was in
   for (int option; (option = getopt(argc, argv, "d:f:h:p:")) != -1;) {
     switch (option) {
       case 'd':
@@ -147,7 +148,7 @@ int Sniffer::configureFromFile(int argc, char** argv) {
   std::string logCfgFileName = "./log4cxx.properties";
   instance = 0;
   copyText(cfgFileName, "sniffer.properties");
-  optind = 1;
+  optind = 0;  // also forgets the rest of an argument that an earlier parse was in
   for (int option; (option = getopt(argc, argv, "c:l:")) != -1;) {
     switch (option) {
       case 'c':
