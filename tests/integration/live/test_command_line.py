@@ -183,7 +183,8 @@ class CommandLine(TestCase):
 
     def test_without_logging_configuration_it_logs_to_the_console(self):
         recorder = self.keep(Recorder())
-        settings = {"Device": SIP_CALL, "ServerName": "127.0.0.1", "ServerPort": recorder.port, "ServerProtocol": "SCTP"}
+        settings = {"Device": SIP_CALL, "ServerName": "127.0.0.1", "ServerPort": recorder.port}
+        settings["ServerProtocol"] = "SCTP"
         program = self.start("-l", "/nowhere/log4cxx.properties", settings=settings, environment=AT_ONCE)
         self.assertEqual(program.status(), 0)
         self.assertEqual(program.logged("Can't read the logging configuration /nowhere/log4cxx.properties"), 1)

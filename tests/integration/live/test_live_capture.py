@@ -77,7 +77,8 @@ class LiveCapture(TestCase):
         self.addCleanup(opener.close)
         options = b"OPTIONS sip:nobody@10.20.0.2:5999 SIP/2.0\r\n\r\n"
         harness.wait_until(lambda: opener.sendto(options, ("10.20.0.2", 5999)) and recorder.frames, "a connection")
-        call = caller.start("sipp", "-sf", "caller.xml", "-i", "10.20.0.1", "-mp", "7000", "10.20.0.2", *common, **quiet)
+        common += ["-sf", "caller.xml", "-mp", "7000"]
+        call = caller.start("sipp", "-i", "10.20.0.1", "10.20.0.2", *common, **quiet)
         self.addCleanup(lambda: (call.kill(), call.wait()))
         self.assertEqual(call.wait(30), 0)
         recorder.wait(lambda frames: b"200 OK" in frames[-1] and b"2 BYE" in frames[-1], "the end of the call")

@@ -1,0 +1,127 @@
+// A recorder that counts.
+//
+// Usage: load_recorder TCP|UDP FRAMES
+//
+// Listens on a port of loopback, which it prints. When the first frame has arrived it asks for the RTP of 10.0.0.2:5000
+// and, once that is confirmed, prints "ready". Ends when that many RTP frames have arrived, or after five seconds
+// without any, and prints how many there were and how many of them were not the next in number.
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <string>
+#include <vector>
+
+namespace {
+
+constexpr int kHeader = 15;
+constexpr int kNumberAt = kHeader + 12;
+constexpr int kRtp = 2;
+constexpr int kHeartbeat = 3;
+constexpr int kSilenceMs = 5000;
+constexpr unsigned char kCommands[] = {1, 10, 0, 0, 2, 0x13, 0x88,  // add 10.0.0.2:5000
+                                       3, 0,  0, 0, 0, 0,    0};    // heartbeat
+
+class Count {
+ public:
+  explicit Count(uint64_t toExpect) : expected(toExpect) {}
+
+  /// True when the last of the expected frames has arrived.
+  bool take(const unsigned char* frame) {
+    if (frame[2] == kHeartbeat) announce("ready");
+    if (frame[2] != kRtp) return false;
+    uint32_t number;
+    std::memcpy(&number, frame + kNumberAt, sizeof number);
+    if (ntohl(number) != next) ++gaps;
+    next = ntohl(number) + 1;
+    return ++frames == expected;
+  }
+
+  static void announce(const char* text) {
+    std::puts(text);
+    std::fflush(stdout);
+  }
+
+  void print() const {
+    std::printf("%llu %llu\n", static_cast<unsigned long long>(frames), static_cast<unsigned long long>(gaps));
+  }
+
+ private:
+  const uint64_t expected;
+  uint64_t frames = 0;
+  uint64_t gaps = 0;
+  uint32_t next = 0;
+};
+
+int listenOnLoopback(int type) {
+  const int sd = socket(AF_INET, type, 0);
+  const int size = 32 << 20;
+  setsockopt(sd, SOL_SOCKET, SO_RCVBUFFORCE, &size, sizeof size);
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  socklen_t length = sizeof address;
+  if (bind(sd, reinterpret_cast<const sockaddr*>(&address), length) != 0) return -1;
+  if (type == SOCK_STREAM) listen(sd, 1);
+  getsockname(sd, reinterpret_cast<sockaddr*>(&address), &length);
+  Count::announce(std::to_string(ntohs(address.sin_port)).c_str());
+  return sd;
+}
+
+bool readable(int sd) {
+  pollfd one{sd, POLLIN, 0};
+  return poll(&one, 1, kSilenceMs) > 0;
+}
+
+void countStream(int listener, Count& count) {
+  const int sd = accept(listener, nullptr, nullptr);
+  send(sd, kCommands, sizeof kCommands, MSG_NOSIGNAL);
+  std::vector<unsigned char> buffer(1 << 20);
+  std::size_t filled = 0;
+  while (readable(sd)) {
+    const ssize_t n = recv(sd, buffer.data() + filled, buffer.size() - filled, 0);
+    if (n <= 0) return;
+    filled += n;
+    std::size_t at = 0;
+    for (;;) {
+      const std::size_t length = filled - at < kHeader ? SIZE_MAX : buffer[at] << 8 | buffer[at + 1];
+      if (length > filled - at) break;
+      if (count.take(&buffer[at])) return;
+      at += length;
+    }
+    std::memmove(buffer.data(), &buffer[at], filled - at);
+    filled -= at;
+  }
+}
+
+void countDatagrams(int sd, Count& count) {
+  unsigned char buffer[65536];
+  sockaddr_in from{};
+  socklen_t length = sizeof from;
+  recvfrom(sd, buffer, sizeof buffer, 0, reinterpret_cast<sockaddr*>(&from), &length);
+  for (const unsigned char* one : {kCommands, kCommands + 7}) {
+    sendto(sd, one, 7, 0, reinterpret_cast<const sockaddr*>(&from), length);
+  }
+  while (readable(sd)) {
+    if (recv(sd, buffer, sizeof buffer, 0) > kNumberAt + 3 && count.take(buffer)) return;
+    if (buffer[2] == kHeartbeat) count.take(buffer);
+  }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc != 3) return 1;
+  const bool stream = std::string(argv[1]) == "TCP";
+  Count count(std::stoull(argv[2]));
+  const int sd = listenOnLoopback(stream ? SOCK_STREAM : SOCK_DGRAM);
+  if (sd == -1) return 1;
+  stream ? countStream(sd, count) : countDatagrams(sd, count);
+  count.print();
+}

@@ -1,0 +1,113 @@
+// Puts RTP frames on an Ethernet device at a steady rate.
+//
+// Usage: load_sender DEVICE FRAMES_PER_SECOND SECONDS
+//
+// The frames are those of a G.711 stream to 10.0.0.2:5000, numbered in the first four bytes behind the RTP header. They
+// are sent in bursts, a thousand a second. Prints how many were sent and in how many seconds.
+
+#include <arpa/inet.h>
+#include <linux/if_packet.h>
+#include <net/ethernet.h>
+#include <net/if.h>
+#include <sys/socket.h>
+
+#include <array>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <string>
+#include <vector>
+
+namespace {
+
+constexpr int kRtpHeader = 12;
+constexpr int kPayload = 172;
+constexpr int kHeaders = 14 + 20 + 8;
+constexpr int kBurstsPerSecond = 1000;
+using Frame = std::array<unsigned char, kHeaders + kPayload>;
+
+Frame rtpFrame() {
+  constexpr unsigned char start[kHeaders + kRtpHeader] = {
+      2,    0,    0,    0,    0, 2, 2, 0, 0,  0,  0, 1, 8,  0,                     // Ethernet
+      0x45, 0,    0,    0,    0, 0, 0, 0, 64, 17, 0, 0, 10, 0, 0, 1, 10, 0, 0, 2,  // IPv4 from 10.0.0.1 to 10.0.0.2
+      0x0F, 0xA0, 0x13, 0x88, 0, 0, 0, 0,                                          // UDP from port 4000 to port 5000
+      0x80, 8};                                                                    // RTP, payload type PCMA
+  Frame frame{};
+  std::memcpy(frame.data(), start, sizeof start);
+  const uint16_t ipLength = htons(20 + 8 + kPayload);
+  const uint16_t udpLength = htons(8 + kPayload);
+  std::memcpy(&frame[16], &ipLength, 2);
+  std::memcpy(&frame[38], &udpLength, 2);
+  return frame;
+}
+
+int openDevice(const char* name) {
+  sockaddr_ll address{};
+  address.sll_family = AF_PACKET;
+  address.sll_ifindex = static_cast<int>(if_nametoindex(name));
+  const int sd = socket(AF_PACKET, SOCK_RAW, 0);
+  const int on = 1;
+  setsockopt(sd, SOL_PACKET, PACKET_QDISC_BYPASS, &on, sizeof on);
+  if (sd == -1 || bind(sd, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+    std::perror(name);
+    std::exit(1);
+  }
+  return sd;
+}
+
+/// The frames of one burst, and the system's description of them.
+class Burst {
+ public:
+  explicit Burst(std::size_t size) : frames(size, rtpFrame()), parts(size), messages(size) {
+    for (std::size_t i = 0; i < size; ++i) {
+      parts[i] = {frames[i].data(), frames[i].size()};
+      messages[i].msg_hdr.msg_iov = &parts[i];
+      messages[i].msg_hdr.msg_iovlen = 1;
+    }
+  }
+
+  void send(int sd, uint32_t firstNumber) {
+    for (Frame& frame : frames) {
+      const uint32_t number = htonl(firstNumber++);
+      std::memcpy(&frame[kHeaders + kRtpHeader], &number, sizeof number);
+    }
+    for (std::size_t sent = 0; sent < messages.size();) {
+      const int n = sendmmsg(sd, &messages[sent], static_cast<unsigned>(messages.size() - sent), 0);
+      if (n > 0) sent += n;  // a full queue: once more
+    }
+  }
+
+ private:
+  std::vector<Frame> frames;
+  std::vector<iovec> parts;
+  std::vector<mmsghdr> messages;
+};
+
+double seconds(const timespec& from) {
+  timespec now;
+  clock_gettime(CLOCK_MONOTONIC, &now);
+  return static_cast<double>(now.tv_sec - from.tv_sec) + static_cast<double>(now.tv_nsec - from.tv_nsec) / 1e9;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc != 4) return 1;
+  const int perBurst = std::stoi(argv[2]) / kBurstsPerSecond;
+  const int bursts = std::stoi(argv[3]) * kBurstsPerSecond;
+  const int sd = openDevice(argv[1]);
+  Burst burst(perBurst);
+  timespec start;
+  clock_gettime(CLOCK_MONOTONIC, &start);
+  timespec due = start;
+  for (int i = 0; i < bursts; ++i) {
+    burst.send(sd, static_cast<uint32_t>(i) * perBurst);
+    due.tv_nsec += 1'000'000'000 / kBurstsPerSecond;
+    due.tv_sec += due.tv_nsec / 1'000'000'000;
+    due.tv_nsec %= 1'000'000'000;
+    clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &due, nullptr);
+  }
+  std::printf("%d %.3f\n", bursts * perBurst, seconds(start));
+}
