@@ -29,7 +29,7 @@ extern const Value kAbsent;
 class Arena {
  public:
   // Messages with more values than this do not decode. The largest ones seen, capability sets, have a few hundred.
-  static constexpr size_t kMaxValues = 8192;
+  static constexpr size_t kMaxValues = 4096;
   // Limit of the octets that cannot be views of the packet: strings of characters in 4 bits, strings that begin in the
   // middle of an octet, strings in fragments.
   static constexpr size_t kMaxCopied = 65536;
