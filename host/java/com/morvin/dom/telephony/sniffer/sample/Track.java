@@ -165,7 +165,7 @@ final class Track {
     private void write(RtpStream.Arrival arrival) {
       RtpPacket packet = arrival.packet();
       int gap = packet.timestamp() - expectedTimestamp;
-      if (gap < 0 || gap > output.maxGapAt(arrival.time())) {
+      if (gap < 0 || gap > 0 && gap > output.maxGapAt(arrival.time())) {
         note("timestamp jumps");
         gap = output.gapUntil(arrival.time());
       }

@@ -72,7 +72,7 @@ final class HostileInputTest {
     inDirectory(directory -> {
       FakeSniffer sniffer = new FakeSniffer(directory);
       Random random = new Random(42);
-      for (int i = 0; i < 30_000; i++) {
+      for (int i = 0; i < 10_000; i++) {
         Endpoint a = new Endpoint(random.nextInt(4), random.nextInt(4));
         Endpoint b = new Endpoint(random.nextInt(4), random.nextInt(4));
         Endpoint listed = sniffer.list.isEmpty() ? b : sniffer.list.get(random.nextInt(sniffer.list.size()));
