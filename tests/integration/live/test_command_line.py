@@ -112,6 +112,39 @@ class CommandLine(TestCase):
         self.assertEqual(program.logged("opened"), 1, "the device behind a bad filter is not touched")
         self.assertEqual(program.logged("connection created"), 0)
 
+    def test_check_opens_devices_and_filter_and_no_connection(self):
+        cases = {
+            (SIP_CALL,): 0,
+            (SIP_CALL, "-f", "udp port 5060"): 0,
+            (f"{SIP_CALL};nosuch0",): 1,
+            ("nosuch0",): 1,
+            (SIP_CALL, "-f", "udp prot"): 3,
+        }
+        for (devices, *more), expected in cases.items():
+            with self.subTest(devices=devices, more=more):
+                status, output, errors = self.run_to_end("--check", "-d", devices, *more)
+                self.assertEqual(status, expected)
+                self.assertIn("good" if expected == 0 else "will not do", output)
+                self.assertNotIn("connection created", errors)
+        status, output, _ = self.run_to_end("--list-devices")
+        self.assertEqual(status, 0)
+        self.assertRegex(output, r"(?m)^lo\b.* 127\.0\.0\.1")
+
+    def test_statistics_on_request_and_at_the_end(self):
+        recorder, wire = self.keep(Recorder()), self.keep(Wire(self.folder()))
+        program = self.start("-d", wire.device, "-p", str(recorder.port))
+        wire.open()
+        call = harness.read_capture(harness.sample("sip-g711a-call.pcap"))
+        wire.send(*call)
+        recorder.wait(lambda frames: len(frames) == 6, "the SIP messages of the call")
+        for times in (1, 2):
+            program.process.send_signal(signal.SIGUSR2)
+            program.wait_logged("INFO Statistics: sipForwarded=6 rtpForwarded=0 h323Forwarded=0", times)
+        self.assertEqual(program.end(), 0)
+        udp = sum(frame.is_udp for frame in call)
+        self.assertEqual(program.logged(f"INFO Statistics of device {wire.device}: replayed={udp}"), 3)
+        self.assertEqual(program.logged(f"udpDropped={udp - 6} "), 3)
+
     def test_one_of_two_devices_is_enough(self):
         recorder = self.keep(Recorder())
         for missing in ("nosuch0", "lo", ""):

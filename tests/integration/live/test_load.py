@@ -17,7 +17,9 @@ RATE, SECONDS = (int(word) for word in os.environ.get("SNIFFER_LOAD", "10000 2")
 MEASURING = "SNIFFER_LOAD" in os.environ
 OPENER = udp_frame(("10.0.0.1", 5060), ("10.0.0.2", 5060), b"OPTIONS sip:bob@10.0.0.2 SIP/2.0\r\n\r\n")
 # The sender stands for a network and the recorder for a machine of its own: neither waits for the work of this one.
-AHEAD = ["chrt", "--rr", "1"] if subprocess.run(["chrt", "--rr", "1", "true"], capture_output=True).returncode == 0 else []
+AHEAD = ["chrt", "--rr", "1"]
+if subprocess.run([*AHEAD, "true"], capture_output=True).returncode != 0:
+    AHEAD = []
 TICKS = os.sysconf("SC_CLK_TCK")
 
 
