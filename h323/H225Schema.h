@@ -16,6 +16,7 @@ extern inline const Sequence<3> EnumeratedParameter;
 extern inline const Sequence<3> GenericData;
 
 inline constexpr const auto& ProtocolIdentifier = ObjectIdentifier;
+
 inline constexpr Sequence H221NonStandard({
     {"t35CountryCode", Integer<0, 255>},
     {"t35Extension", Integer<0, 255>},
@@ -87,6 +88,7 @@ inline constexpr Choice PublicTypeOfNumber({
 });
 
 inline constexpr const auto& NumberDigits = IA5StringFrom<kDialedDigits, 1, 128>;
+
 inline constexpr Sequence PublicPartyNumber({
     {"publicTypeOfNumber", PublicTypeOfNumber},
     {"publicNumberDigits", NumberDigits},
@@ -117,6 +119,7 @@ inline constexpr Choice PartyNumber({
 });
 
 inline constexpr const auto& TBCD_STRING = IA5StringFrom<kTbcdDigits>;
+
 inline constexpr Choice ANSI_41_UIM_system_id({
     {"sid", IA5StringFrom<kTbcdDigits, 1, 4>},
     {"mid", IA5StringFrom<kTbcdDigits, 1, 4>},
@@ -168,6 +171,7 @@ inline constexpr Choice NatureOfAddress({
 });
 
 inline constexpr const auto& IsupDigits = IA5StringFrom<kIsupDigits, 1, 128>;
+
 inline constexpr Sequence IsupPublicPartyNumber({
     {"natureOfAddress", NatureOfAddress},
     {"address", IsupDigits},
@@ -215,6 +219,7 @@ inline constexpr Sequence GatekeeperInfo({
 });
 
 inline constexpr const auto& BandWidth = Integer<0, 4294967295>;
+
 inline constexpr Sequence DataRate({
     {"nonStandardData", NonStandardParameter, kOptional},
     {"channelRate", BandWidth},
@@ -375,6 +380,7 @@ inline constexpr Sequence EndpointType({
 inline constexpr const auto& CallReferenceValue = Integer<0, 65535>;
 inline constexpr const auto& GloballyUniqueID = OctetString<16>;
 inline constexpr const auto& ConferenceIdentifier = GloballyUniqueID;
+
 inline constexpr Sequence Q954Details({
     {"conferenceCalling", Boolean},
     {"threePartyService", Boolean},
@@ -430,6 +436,7 @@ inline constexpr Choice H245Security({
 });
 
 inline constexpr const auto& GatekeeperIdentifier = BmpString<1, 128>;
+
 inline constexpr Sequence CryptoH323Token_cryptoEPPwdHash({
     {"alias", AliasAddress},
     {"timeStamp", h235::TimeStamp},
@@ -455,6 +462,7 @@ inline constexpr Choice CryptoH323Token({
 });
 
 inline constexpr const auto& EndpointIdentifier = BmpString<1, 128>;
+
 inline constexpr Choice ScnConnectionType({
     {"unknown", Null},
     {"bChannel", Null},
@@ -492,6 +500,7 @@ inline constexpr Enumerated ScreeningIndicator({
 });
 
 inline constexpr const auto& H248SignalsDescriptor = OctetString<>;
+
 inline constexpr Choice CallCreditServiceControl_billingMode({
     {"credit", Null},
     {"debit", Null},
@@ -632,6 +641,7 @@ inline constexpr Sequence CircuitInfo({
 });
 
 inline constexpr const auto& FeatureDescriptor = GenericData;
+
 inline constexpr Sequence ExtendedAliasAddress({
     {"address", AliasAddress},
     {"presentationIndicator", PresentationIndicator, kOptional},

@@ -12,6 +12,7 @@ inline constexpr const auto& Password = BmpString<1, 128>;
 inline constexpr const auto& Identifier = BmpString<1, 128>;
 inline constexpr const auto& KeyMaterial = BitString<1, 2048>;
 inline constexpr const auto& KeyMaterialExt = BitString<2049, 65536>;
+
 inline constexpr Sequence NonStandardParameter({
     {"nonStandardIdentifier", ObjectIdentifier},
     {"data", OctetString<>},
@@ -67,6 +68,7 @@ inline constexpr Sequence TypedCertificate({
 
 inline constexpr const auto& IV8 = OctetString<8>;
 inline constexpr const auto& IV16 = OctetString<16>;
+
 inline constexpr Sequence Params({
     {"ranInt", Integer<>, kOptional},
     {"iv8", IV8, kOptional},

@@ -46,6 +46,7 @@ inline constexpr Sequence MasterSlaveDetermination({
 });
 
 inline constexpr const auto& SequenceNumber = Integer<0, 255>;
+
 inline constexpr Choice Q2931Address_address({
     {"internationalNumber", NumericString<1, 16>},
     {"nsapAddress", OctetString<1, 20>},
@@ -227,6 +228,7 @@ inline constexpr Choice CompressionType({
 });
 
 inline constexpr const auto& SCTPChunkType = Integer<0, 255>;
+
 inline constexpr Choice CapabilityIdentifier({
     {"standard", ObjectIdentifier},
     {"h221NonStandard", NonStandardParameter},
@@ -270,6 +272,7 @@ inline constexpr Sequence GenericMessage({
 });
 
 inline constexpr const auto& GenericInformation = GenericMessage;
+
 inline constexpr Sequence SctpParam({
     {"appPPID", SequenceOf<Integer<1, 4294967295>>, kOptional},
     {"maxMessageSize", Integer<>, kOptional},
@@ -642,6 +645,7 @@ inline constexpr Choice RedundancyEncodingMethod({
 });
 
 inline constexpr const auto& CapabilityTableEntryNumber = Integer<1, 65535>;
+
 inline constexpr Sequence RedundancyEncodingCapability({
     {"redundancyEncodingMethod", RedundancyEncodingMethod},
     {"primaryEncoding", CapabilityTableEntryNumber},
@@ -1061,6 +1065,7 @@ inline constexpr Sequence NoPTAudioTelephonyEventCapability({
 });
 
 inline constexpr EmptySequence NoPTAudioToneCapability(true);
+
 inline constexpr Sequence ExtendedAudioCapability({
     {"audioCapability", SequenceOf<AudioCapability>},
     {"audioCapabilityExtension", SequenceOf<GenericCapability>, kOptional},
@@ -1117,6 +1122,7 @@ inline constexpr Choice MediaEncryptionAlgorithm({
 });
 
 inline constexpr const auto& EncryptionCapability = SequenceOf<MediaEncryptionAlgorithm, 1, 256>;
+
 inline constexpr Sequence AuthenticationCapability({
     {"nonStandard", NonStandardParameter, kOptional},
     kExtensible,
@@ -1175,6 +1181,7 @@ inline constexpr Choice MultiplexFormat({
 });
 
 inline constexpr const auto& AlternativeCapabilitySet = SequenceOf<CapabilityTableEntryNumber, 1, 256>;
+
 inline constexpr Sequence MultiplexedStreamCapability({
     {"multiplexFormat", MultiplexFormat},
     {"controlOnMuxStream", Boolean},
@@ -1216,6 +1223,7 @@ inline constexpr Sequence MultiplePayloadStreamCapability({
 });
 
 inline constexpr const auto& MaxRedundancy = Integer<1, kMax>;
+
 inline constexpr Choice FECCapability_rfc2733Format({
     {"rfc2733rfc2198", MaxRedundancy},
     {"rfc2733sameport", MaxRedundancy},
@@ -1273,6 +1281,7 @@ inline constexpr Sequence CapabilityTableEntry({
 });
 
 inline constexpr const auto& CapabilityDescriptorNumber = Integer<0, 255>;
+
 inline constexpr Sequence CapabilityDescriptor({
     {"capabilityDescriptorNumber", CapabilityDescriptorNumber},
     {"simultaneousCapabilities", SequenceOf<AlternativeCapabilitySet, 1, 256>, kOptional},
@@ -1289,6 +1298,7 @@ inline constexpr Sequence TerminalCapabilitySet({
 });
 
 inline constexpr const auto& LogicalChannelNumber = Integer<1, 65535>;
+
 inline constexpr Choice EncryptionMode({
     {"nonStandard", NonStandardParameter},
     {"h233Encryption", Null},
@@ -1358,6 +1368,7 @@ inline constexpr Choice DepFECData({
 });
 
 inline constexpr EmptySequence FECData_rfc2733_pktMode_rfc2733sameport(true);
+
 inline constexpr Sequence FECData_rfc2733_pktMode_rfc2733diffport({
     {"protectedChannel", LogicalChannelNumber},
     kExtensible,
@@ -1683,6 +1694,7 @@ inline constexpr Choice TransportAddress({
 
 inline constexpr const auto& McuNumber = Integer<0, 192>;
 inline constexpr const auto& TerminalNumber = Integer<0, 192>;
+
 inline constexpr Sequence TerminalLabel({
     {"mcuNumber", McuNumber},
     {"terminalNumber", TerminalNumber},
@@ -1838,6 +1850,7 @@ inline constexpr Sequence RequestChannelClose({
 });
 
 inline constexpr const auto& MultiplexTableEntryNumber = Integer<1, 15>;
+
 inline constexpr Choice MultiplexElement_type({
     {"logicalChannelNumber", Integer<0, 65535>},
     {"subElementList", SequenceOf<MultiplexElement, 2, 255>},
@@ -2278,6 +2291,7 @@ inline constexpr Sequence ModeElement({
 });
 
 inline constexpr const auto& ModeDescription = SequenceOf<ModeElement, 1, 256>;
+
 inline constexpr Sequence RequestMode({
     {"sequenceNumber", SequenceNumber},
     {"requestedModes", SequenceOf<ModeDescription, 1, 256>},
@@ -2302,6 +2316,7 @@ inline constexpr Sequence MaintenanceLoopRequest({
 });
 
 inline constexpr EmptySequence CommunicationModeRequest(true);
+
 inline constexpr Sequence Criteria({
     {"field", ObjectIdentifier},
     {"value", OctetString<1, 65535>},
@@ -2309,6 +2324,7 @@ inline constexpr Sequence Criteria({
 });
 
 inline constexpr const auto& CertSelectionCriteria = SequenceOf<Criteria, 1, 16>;
+
 inline constexpr Choice RemoteMCRequest({
     {"masterActivate", Null},
     {"slaveActivate", Null},
@@ -2408,6 +2424,7 @@ inline constexpr Choice MultilinkRequest({
 });
 
 inline constexpr const auto& MaximumBitRate = Integer<0, 4294967295>;
+
 inline constexpr Sequence LogicalChannelRateRequest({
     {"sequenceNumber", SequenceNumber},
     {"logicalChannelNumber", LogicalChannelNumber},
@@ -2709,6 +2726,7 @@ inline constexpr Choice CommunicationModeResponse({
 inline constexpr const auto& TerminalID = OctetString<1, 128>;
 inline constexpr const auto& ConferenceID = OctetString<1, 32>;
 inline constexpr const auto& Password = OctetString<1, 32>;
+
 inline constexpr Sequence TerminalInformation({
     {"terminalLabel", TerminalLabel},
     {"terminalID", TerminalID},
@@ -2911,6 +2929,7 @@ inline constexpr Choice ResponseMessage({
 });
 
 inline constexpr EmptySequence MaintenanceLoopOffCommand(true);
+
 inline constexpr Sequence SendTerminalCapabilitySet_specificRequest({
     {"multiplexCapability", Boolean},
     {"capabilityTableEntryNumbers", SequenceOf<CapabilityTableEntryNumber, 1, 65535>, kOptional},
@@ -3236,6 +3255,7 @@ inline constexpr Choice FunctionNotUnderstood({
 });
 
 inline constexpr EmptySequence MasterSlaveDeterminationRelease(true);
+
 inline constexpr Sequence TerminalCapabilitySetRelease({
     kExtensible,
     {"genericInformation", SequenceOf<GenericInformation>, kOptional},
@@ -3263,6 +3283,7 @@ inline constexpr Sequence RequestMultiplexEntryRelease({
 });
 
 inline constexpr EmptySequence RequestModeRelease(true);
+
 inline constexpr Sequence MiscellaneousIndication_type_videoNotDecodedMBs({
     {"firstMB", Integer<1, 8192>},
     {"numberOfMBs", Integer<1, 8192>},
@@ -3384,6 +3405,7 @@ inline constexpr Sequence NewATMVCIndication({
 
 inline constexpr const auto& IV8 = OctetString<8>;
 inline constexpr const auto& IV16 = OctetString<16>;
+
 inline constexpr Sequence Params({
     {"iv8", IV8, kOptional},
     {"iv16", IV16, kOptional},
@@ -3529,6 +3551,7 @@ inline constexpr Sequence FunctionNotSupported({
 });
 
 inline constexpr EmptySequence MultilinkIndication_crcDesired(true);
+
 inline constexpr Sequence MultilinkIndication_excessiveError({
     {"connectionIdentifier", ConnectionIdentifier},
     kExtensible,
@@ -3542,6 +3565,7 @@ inline constexpr Choice MultilinkIndication({
 });
 
 inline constexpr EmptySequence LogicalChannelRateRelease(true);
+
 inline constexpr Choice FlowControlIndication_scope({
     {"logicalChannelNumber", LogicalChannelNumber},
     {"resourceID", Integer<0, 65535>},

@@ -159,7 +159,7 @@ TEST(Vectors, NoCallReferenceMakesQ931LookLikeH245) {
     }
   };
   for (Vector& vector : vectorsOf(kCalls)) expectNoH245(vector, 1);
-  for (Vector& vector : vectorsOf(kMessages)) expectNoH245(vector, 64);
+  for (Vector& vector : vectorsOf(kMessages)) expectNoH245(vector, 61);
 }
 
 // The printed form of whole calls, exactly.
