@@ -1,10 +1,13 @@
 """A recorder to be killed: asks for the media of the calls it is told of, and writes down what it gets.
 
 Its journal is a file of records of the struct RECORD, which outlives it: frames by their protocol, destination, RTP
-sequence number and checksum, and what happened to the connection.
+sequence number and checksum, and what happened to the connection. A second file has the media it wants, so that it can
+ask again after a restart.
 """
 
 import collections
+import json
+import os
 import re
 import socket
 import struct
@@ -16,6 +19,7 @@ RECORD = struct.Struct("<BIHHId")
 SIP, RTP, HEARTBEAT, H323 = 1, 2, 3, 4  # the protocols of frames
 CONNECTED, ANSWERED, LISTED, UNLISTED, ENDED, GARBLED = 10, 11, 12, 13, 14, 15
 ADD, REMOVE, ARE_YOU_THERE = 1, 2, 3
+MOST_WANTED = 200  # the end of some calls is never heard of
 
 
 def number(ip):
@@ -40,7 +44,11 @@ def is_end(protocol, payload):
 class Recorder:
     def __init__(self, port, journal):
         self.journal = open(journal, "ab", buffering=0)
-        self.wanted = {}  # destinations and whether this connection's sniffer has been asked for them
+        self.memory = journal + ".wanted"
+        self.wanted = []
+        if os.path.exists(self.memory):
+            with open(self.memory) as file:
+                self.wanted = [tuple(destination) for destination in json.load(file)]
         self.listener = socket.create_server(("127.0.0.1", port))
 
     def note(self, kind, ip=0, port=0, sequence=0, checksum=0):
@@ -55,13 +63,18 @@ class Recorder:
             self.unanswered = collections.deque()
             try:
                 # A sniffer that lost its connection has forgotten what it was asked for.
-                self.ask(list(self.wanted))
+                self.ask(self.wanted)
                 self.read()
             except OSError:
                 pass
             self.now = time.time()
             self.journal.write(self.note(ENDED))
             self.connection.close()
+
+    def remember(self):
+        with open(self.memory + ".new", "w") as file:
+            json.dump(self.wanted, file)
+        os.replace(self.memory + ".new", self.memory)
 
     def ask(self, destinations):
         """Asks for them, and for an answer, which comes when all of them are listed."""
@@ -72,8 +85,8 @@ class Recorder:
 
     def dismiss(self, hosts):
         gone = [destination for destination in self.wanted if destination[0] in hosts]
-        for destination in gone:
-            del self.wanted[destination]
+        self.wanted = [destination for destination in self.wanted if destination[0] not in hosts]
+        self.remember()
         self.journal.write(b"".join(self.note(UNLISTED, *destination) for destination in gone))
         self.connection.sendall(b"".join(struct.pack("!BIH", REMOVE, *destination) for destination in gone))
 
@@ -110,7 +123,8 @@ class Recorder:
             return
         new = [destination for destination in media_of(protocol, payload) if destination not in self.wanted]
         if new:
-            self.wanted.update(dict.fromkeys(new))
+            self.wanted = (self.wanted + new)[-MOST_WANTED:]
+            self.remember()
             self.ask(new)
 
 
