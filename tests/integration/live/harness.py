@@ -5,6 +5,7 @@ SNIFFER_LOAD_RECORDER. Python's standard library and Debian's iproute2, util-lin
 """
 
 import collections
+import contextlib
 import ctypes
 import os
 import pathlib
@@ -109,7 +110,7 @@ def command(code, destination=("0.0.0.0", 0)):
 
 class Recorder:
     """Listens on loopback, collects the frames it gets, sends commands. One connection at a time, any number after
-    another; `streams` has what each of them left behind that is no whole frame."""
+    another."""
 
     def __init__(self, protocol="TCP", namespace=None, port=0):
         self.protocol, self.frames, self.remains = protocol, [], []
@@ -150,11 +151,13 @@ class Recorder:
                 pending += data
                 while len(pending) >= 2 and len(pending) >= int.from_bytes(pending[:2], "big"):
                     length = int.from_bytes(pending[:2], "big")
-                    assert length >= 15, f"a frame of {length} bytes"
+                    if length < 15:
+                        # A send buffer that was full for a moment: the rest of a frame came twice.
+                        raise ConnectionError("the stream is out of step")
                     self._arrived(bytes(pending[:length]))
                     del pending[:length]
         except OSError:
-            pass
+            connection.close()
         self.remains.append(bytes(pending))
 
     def _datagrams(self):
@@ -208,19 +211,23 @@ class Recorder:
         self.send(command(ARE_YOU_THERE))
         self.wait(lambda _: len(self.of(HEARTBEAT)) > answers, "the answer to a heartbeat")
 
+    def remainder(self):
+        """What the last connection that ended left behind that is no whole frame."""
+        wait_until(lambda: len(self.remains) == self.accepted, "the end of the connection")
+        return self.remains[-1]
+
     def drop_connection(self):
         connection = self.connections.pop()
-        connection.shutdown(socket.SHUT_RDWR)
+        with contextlib.suppress(OSError):
+            connection.shutdown(socket.SHUT_RDWR)
         connection.close()
 
     def close(self):
         self.reading.set()
         while self.connections:
             self.drop_connection()
-        try:
+        with contextlib.suppress(OSError):
             self.listener.shutdown(socket.SHUT_RDWR)
-        except OSError:
-            pass
         self.listener.close()
 
 
