@@ -63,11 +63,15 @@ final class H323CallsTest {
       // Both ends of one pair of hosts may have chosen the same reference.
       sniffer.h323("10.20.0.2:40000", "10.20.0.1:1720", setup.formatted("id-3", "b", 2, 2));
       equal(listed(sniffer).size(), 6);
+      // H.245 of its own between the hosts of one of them.
+      sniffer.h323("10.20.0.2:3333", "10.20.0.3:4444", "t:131\nr:7\na:1:rtp:10.20.0.2 6000\n");
+      sniffer.h323("10.20.0.3:40000", B, "t:98\nr:7\n");
+      equal(listed(sniffer).size(), 8);
       // A Setup that takes the place of a call whose end was missed.
       sniffer.h323(A, B, setup.formatted("id-4", "a", 1, 6));
       equal(listed(sniffer).toString(),
           "[10.20.0.1:5006, 10.20.0.1:5007, 10.20.0.2:5002, 10.20.0.2:5003,"
-              + " 10.20.0.3:5000, 10.20.0.3:5001]");
+          + " 10.20.0.2:6000, 10.20.0.2:6001, 10.20.0.3:5000, 10.20.0.3:5001]");
       sniffer.h323(B, "10.20.0.3:40000", "t:90\nr:7\n");
       sniffer.h323("10.20.0.3:40000", B, "t:90\nr:7\nc:id-2\n");
       equal(listed(sniffer).toString(), "[10.20.0.1:5006, 10.20.0.1:5007, 10.20.0.2:5002, 10.20.0.2:5003]");

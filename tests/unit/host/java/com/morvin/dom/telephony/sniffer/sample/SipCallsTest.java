@@ -111,7 +111,7 @@ final class SipCallsTest {
       list("10.0.0.1:4000", "10.0.0.1:4001", "10.0.0.8:6800", "10.0.0.8:6801");
       // Copies of what is long past change nothing.
       response("200 OK", "1 INVITE", BOB, ALICE, "a", "b", sdp("10.0.0.2", 6000));
-      request("INVITE", 7, BOB, ALICE, "b", "a", sdp("0.0.0.0", 6000));
+      request("INVITE", 2, ALICE, BOB, "a", "b", sdp("10.0.0.1", 4400));
       list("10.0.0.1:4000", "10.0.0.1:4001", "10.0.0.8:6800", "10.0.0.8:6801");
       // An offer in the 200, answered in the ACK.
       request("INVITE", 9, ALICE, BOB, "a", "b", "");
@@ -162,8 +162,10 @@ final class SipCallsTest {
       sniffer.sip(
           PROXY, CAROL, message("INVITE sip:carol@c SIP/2.0", "a", "", "1 INVITE", "carol", sdp("10.0.0.9", 9000)));
       response("183 Early", "1 INVITE", BOB, PROXY, "a", "b", sdp("10.0.0.2", 6000));
+      sniffer.sip(CAROL, PROXY, message("SIP/2.0 183 Early", "a", "c", "1 INVITE", "carol", sdp("10.0.0.3", 8000)));
+      equal(sniffer.list.size(), 8);
       sniffer.sip(CAROL, PROXY, message("SIP/2.0 486 Busy", "a", "c", "1 INVITE", "carol", ""));
-      list("10.0.0.1:4000", "10.0.0.1:4001", "10.0.0.9:9000", "10.0.0.9:9001", "10.0.0.2:6000", "10.0.0.2:6001");
+      equal(sniffer.list.size(), 8);
       response("200 OK", "1 INVITE", BOB, PROXY, "a", "b", sdp("10.0.0.2", 6000));
       response("200 OK", "1 INVITE", PROXY, ALICE, "a", "b", sdp("10.0.0.9", 9100));
       list("10.0.0.1:4000", "10.0.0.1:4001", "10.0.0.9:9000", "10.0.0.9:9001", "10.0.0.2:6000", "10.0.0.2:6001",
@@ -240,11 +242,14 @@ final class SipCallsTest {
           "asked for again");
       sniffer.pass(60_000);
       that(sniffer.list.size() <= 4 + 3 * 4, "repeated without end");
+      that(sniffer.printed().contains("the sniffer has been silent"), sniffer.printed());
+      that(sniffer.commands.stream().filter(command -> command.code() == Command.HEARTBEAT).count() >= 12, "heartbeats");
       // It forwards what no call wants.
       Endpoint stray = FakeSniffer.at("10.0.0.77:7000");
       sniffer.list.add(stray);
       sniffer.udp(FakeSniffer.at("10.0.0.1:4000"), stray, new byte[12]);
       that(!sniffer.list.contains(stray), "dismissed");
+      that(sniffer.printed().contains("the sniffer is back"), sniffer.printed());
     });
   }
 }

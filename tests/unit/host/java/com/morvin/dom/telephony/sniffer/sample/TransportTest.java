@@ -15,6 +15,7 @@ import java.util.Arrays;
 import java.util.Queue;
 import java.util.concurrent.ConcurrentLinkedQueue;
 import java.util.concurrent.CountDownLatch;
+import java.util.concurrent.locks.LockSupport;
 
 /** The three links, with the sniffer's end played by the test. */
 final class TransportTest {
@@ -120,6 +121,35 @@ final class TransportTest {
       }
       that(printed.toString().contains("ignoring datagrams"), printed.toString());
     }
+  }
+
+  /** The program as it is started, up to its end with the sniffer's. */
+  void testProgram() throws Exception {
+    for (String line : new String[] {"--bogus", "--tcp", "--tcp x", "--udp 0", "--tcp 1 --udp 2", "--idle-exit -1",
+        "--udp 6000 --until-disconnect", "--embedded a --embedded b"}) {
+      equal(RecorderMain.run(line.split(" ")), 2);
+    }
+    Testing.inDirectory(directory -> {
+      int port;
+      try (TcpTransport busy = new TcpTransport(ANY, console)) {
+        port = busy.port();
+        equal(RecorderMain.run("--tcp", "" + port, "--out", directory.toString()), 1);
+      }
+      Thread sniffer = new Thread(() -> {
+        for (int tries = 0; tries < 100; tries++) {
+          try (Socket link = new Socket("127.0.0.1", port)) {
+            link.getOutputStream().write(frame(Frame.SIP, 100));
+            return;
+          } catch (IOException notYet) {
+            LockSupport.parkNanos(50_000_000);
+          }
+        }
+      });
+      sniffer.start();
+      equal(RecorderMain.run("--tcp", "" + port, "--out", directory.toString(), "--until-disconnect"), 0);
+      equal(RecorderMain.run("--udp", "" + port, "--out", directory.toString(), "--idle-exit", "1"), 0);
+      sniffer.join();
+    });
   }
 
   /** Behaves like the native methods. */
