@@ -455,11 +455,14 @@ BaseConnection* SngDissector::connectionFor(const u_char* frame) const {
 void SngDissector::sendPayload(u_char* payload, int len) {
   BaseConnection* connection = connectionFor(payload);
   if (connection == nullptr) {
+    count(statistics.notSent);
     logger->warn("PAYLOAD NOT SENT");
     return;
   }
   const u_char protocol = payload[2];
-  if (connection->sendPacket(payload, len) != len) {
+  const bool sent = connection->sendPacket(payload, len) == len;
+  if (protocol == kHeartbeat) return;  // not a captured frame
+  if (!sent) {
     count(statistics.notSent);
   } else if (protocol == kSip) {
     count(statistics.sipForwarded);

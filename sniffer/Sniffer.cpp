@@ -417,10 +417,13 @@ void Sniffer::logDeviceStatistics(int i) {
     logger->warn(heading + " not to be had: " + pcap_geterr(handle[i]));
     return;
   }
-  const std::string counters = heading + " received=" + std::to_string(stat.ps_recv) +
-                               " droppedByKernel=" + std::to_string(stat.ps_drop) +
-                               " droppedByInterface=" + std::to_string(stat.ps_ifdrop);
-  const u_int fresh = stat.ps_drop - std::exchange(kernelDrops[i], stat.ps_drop);
+  auto& [received, droppedByKernel, droppedByInterface] = deviceCounters[i];
+  received.advance(stat.ps_recv);
+  droppedByInterface.advance(stat.ps_ifdrop);
+  const u_int fresh = droppedByKernel.advance(stat.ps_drop);
+  const std::string counters = heading + " received=" + std::to_string(received.total) +
+                               " droppedByKernel=" + std::to_string(droppedByKernel.total) +
+                               " droppedByInterface=" + std::to_string(droppedByInterface.total);
   if (fresh == 0) {
     logger->info(counters);
     return;

@@ -12,6 +12,7 @@
 
 #include "ReplayPace.h"
 #include "SnifferConfig.h"
+#include "Statistics.h"
 
 class SngDissector;
 
@@ -158,7 +159,9 @@ class Sniffer {
   bool started = false;
 
   std::mutex statisticsLock;
-  u_int kernelDrops[kMaxDevices] = {};  ///< as logged last
+  struct {
+    CarriedCounter received, droppedByKernel, droppedByInterface;
+  } deviceCounters[kMaxDevices];  ///< guarded by `statisticsLock`
   bool stopRequested = false;
 
   // libpcap's callback and the threads' start routine are plain functions: what they need belongs to the class.

@@ -30,6 +30,22 @@ struct Statistics {
   std::string report(std::size_t queueLength, std::size_t rtpListLength) const;
 };
 
+/// Carries one of libpcap's 32-bit counters on beyond its overflow, which takes days on a busy line.
+struct CarriedCounter {
+  std::uint64_t total = 0;
+
+  /// Takes in the counter's new value; returns by how much it has grown.
+  std::uint32_t advance(std::uint32_t now) {
+    const std::uint32_t more = now - last;
+    last = now;
+    total += more;
+    return more;
+  }
+
+ private:
+  std::uint32_t last = 0;
+};
+
 /// Counts one more. Relaxed: the counters stand for themselves and order nothing.
 inline void count(Statistics::Counter& counter, std::uint64_t more = 1) {
   counter.fetch_add(more, std::memory_order_relaxed);
