@@ -25,7 +25,8 @@ const Value* nextEntry(const Value& entry);
 }  // namespace asn1
 
 // A view of a value in a decoded message: as cheap to copy as a pointer, and valid until the message object decodes
-// again or is destroyed, or the packet that it was decoded from is gone; texts and octets are views of that packet.
+// again or is destroyed, or the packet that it was decoded from is gone; texts and octets are views of that packet. A
+// message and its views are for one thread at a time.
 //
 // The components of a message that failed to decode are all absent. An absent value can be read like any other: numbers
 // are 0, lists, octets and texts are empty, and a choice has the tag kNoTag.

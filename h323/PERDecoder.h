@@ -13,7 +13,8 @@ inline constexpr unsigned kMaxDepth = 64;
 // extension marker, or exceed a limit (kMaxDepth, Arena).
 //
 // Extension additions and alternatives that `type` does not know are skipped by their length, the value of such an
-// alternative becomes an open type.
+// alternative becomes an open type. An IA5String keeps characters above 127, which some senders write in names, and an
+// INTEGER beyond 64 bits becomes the nearest one within.
 const Value& decode(const Type& type, PPER_Stream& stream, Arena& arena);
 
 }  // namespace asn1

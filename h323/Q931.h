@@ -10,7 +10,7 @@
 // A Q.931 message as H.225.0 uses it for call signalling.
 //
 // Decoding copies nothing and allocates nothing: the contents of the information elements are views of the decoded
-// octets and valid as long as those.
+// octets and valid as long as those. An object is for one thread at a time.
 class Q931 {
  public:
   enum MsgTypes {
