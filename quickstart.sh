@@ -48,14 +48,20 @@ built=$root/build/quickstart
 recorder=("$JAVA_HOME/bin/java" "-Djava.library.path=$built/sniffer" -jar "$built/host/voip-sniffer.jar" --out "$PWD")
 may_capture=()
 
-# record DEVICES [OPTION...]
+# record DEVICES...: one list of devices after the other.
 record() {
-  local devices=$1
-  shift
+  local devices options=(--filter "$filter")
   if [ $standalone = no ]; then
-    "${may_capture[@]}" "${recorder[@]}" --embedded "$devices" --filter "$filter" "$@"
+    for devices in "$@"; do options+=(--embedded "$devices"); done
+    case $1 in file:*) options+=(--idle-exit 3) ;; esac
+    "${may_capture[@]}" "${recorder[@]}" "${options[@]}"
     return
   fi
+  for devices in "$@"; do record_standalone "$devices"; done
+}
+
+record_standalone() {
+  local devices=$1
   sed -e "s|^Device=.*|Device=$devices|" -e "s|^Filter=.*|Filter=$filter|" "$root/packaging/sniffer.properties" \
     >sniffer.properties
   "${recorder[@]}" --tcp 6000 --until-disconnect &
@@ -71,12 +77,12 @@ echo "The sniffer's log is recordings/sniffer.log"
 case $device in
   "")
     echo "Replaying the three calls of samples/, which takes half a minute"
-    record "file:../samples/sip-g711a-call.pcap;file:../samples/h323-fast-start-tunnelled.pcap" --idle-exit 3
-    # By itself: it is a call between the same two telephones as the one before.
-    record "file:../samples/h323-h245-separate.pcap" --idle-exit 3
+    # The last by itself: it is a call between the same two telephones as the one before.
+    record "file:../samples/sip-g711a-call.pcap;file:../samples/h323-fast-start-tunnelled.pcap" \
+      "file:../samples/h323-h245-separate.pcap"
     ;;
-  file:/*) record "$device" --idle-exit 3 ;;
-  file:*) record "file:../${device#file:}" --idle-exit 3 ;;
+  file:/*) record "$device" ;;
+  file:*) record "file:../${device#file:}" ;;
   *)
     # Capturing needs privilege; replaying does not.
     [ "$(id -u)" = 0 ] || may_capture=(sudo)
