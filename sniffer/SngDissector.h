@@ -5,6 +5,8 @@
 #include <pthread.h>
 
 #include <atomic>
+#include <bit>
+#include <cstdint>
 #include <deque>
 #include <memory>
 #include <string>
@@ -35,15 +37,18 @@ struct SniffedPacket {
   void release();
 };
 
-/// One destination that the recorder wants the RTP of.
+/// One destination that the recorder wants the RTP of. Eight bytes without a gap, compared as one number: every
+/// datagram that is not SIP is looked for among thousands of them.
 struct RtpAddr {
-  u_int rtpIp;      ///< IPv4 address in host order, first octet most significant
-  u_short rtpPort;  ///< UDP port in host order
+  u_int rtpIp;         ///< IPv4 address in host order, first octet most significant
+  u_short rtpPort;     ///< UDP port in host order
+  u_short filler = 0;  ///< always 0
 
   RtpAddr(u_int ip, u_short port) : rtpIp(ip), rtpPort(port) {}
-  bool operator==(const RtpAddr&) const = default;
+  bool operator==(const RtpAddr& other) const {
+    return std::bit_cast<std::uint64_t>(*this) == std::bit_cast<std::uint64_t>(other);
+  }
 };
-static_assert(sizeof(RtpAddr) == 8, "the list is scanned linearly: eight bytes an entry");
 
 /// Decides what each captured frame is and whether the recorder wants it, puts what it wants behind the 15-byte header
 /// and sends it, and carries out the recorder's commands.
