@@ -56,7 +56,8 @@ def user_exists():
 
 def make_packages(version, folder):
     config = os.environ["SNIFFER_CPACK_CONFIG"]
-    run("cpack", "--config", config, "-B", folder, "-D", f"CPACK_PACKAGE_VERSION={version}", cwd=folder)
+    fast = ["-D", "CPACK_DEBIAN_COMPRESSION_TYPE=gzip"]
+    run("cpack", "--config", config, "-B", folder, "-D", f"CPACK_PACKAGE_VERSION={version}", *fast, cwd=folder)
     return [str(path) for path in pathlib.Path(folder).glob(f"*_{version}-1_*.deb")]
 
 
