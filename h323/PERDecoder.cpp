@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <bit>
-#include <cstring>
 
 namespace asn1 {
 namespace {
@@ -230,10 +229,10 @@ void Decoder::sequenceOf(Value& value) {
   value.length = static_cast<uint32_t>(count);
   const Value** link = &value.child;
   for (uint64_t i = 0; i < count; ++i) {
-    const Value* const entry = decode(*type.element);
+    Value* const entry = decode(*type.element);
     if (entry == nullptr) return;
     *link = entry;
-    link = const_cast<const Value**>(&entry->next);
+    link = &entry->next;
   }
 }
 
@@ -345,18 +344,17 @@ void Decoder::fragments(Value& value, size_t length) {
   bool more = true;
   value.octets = nullptr;
   while (true) {
-    const size_t size = (length * (type.unit == 4 ? 8 : type.unit) + 7) / 8;
-    const uint8_t* const part = units(type, length);
+    const uint8_t* part = units(type, length);
     if (stream_.failed()) return;
-    uint8_t* copy = nullptr;
-    if (type.unit == 4) {
-      copy = const_cast<uint8_t*>(part);
-    } else {
-      copy = arena_.newOctets(size);
+    // Characters in 4 bits are copies already; copies follow each other.
+    if (type.unit != 4) {
+      const size_t size = (length * type.unit + 7) / 8;
+      uint8_t* const copy = arena_.newOctets(size);
       if (copy == nullptr) return stream_.fail();
       std::copy_n(part, size, copy);
+      part = copy;
     }
-    if (value.octets == nullptr) value.octets = copy;
+    if (value.octets == nullptr) value.octets = part;
     value.length += static_cast<uint32_t>(length);
     if (!more) return;
     length = stream_.length(more);
