@@ -1,7 +1,8 @@
 #!/usr/bin/env python3
 """Runs the stand-alone program and a Java process with the sniffer in it for a long time, both on the same two devices,
 on which generated SIP and H.323 calls with their media pass by. Meanwhile the recorder of the stand-alone program is
-killed, stopped, continued and restarted, and the devices' links go down and come up, all at random.
+killed, stopped, continued and restarted, the devices' links go down and come up, and the program itself gets no
+processor for longer than the kernel's buffers last, all at random.
 
 At the end every frame that was sent while the link was up has to be accounted for, memory and descriptors have to be
 flat, and both have to run still:
@@ -479,6 +480,8 @@ class Soak:
         common["stdout"] = self.host_output
         self.host = self.here.start(*command, "--embedded", devices, "--filter", "udp or tcp", cwd=host, **common)
         self.logs = [program / "sniffer.log", host / "sniffer.log"]
+        (program / "sniffer.log").touch()
+        self.program_log = open(program / "sniffer.log")
         self.watches = [Watch("stand-alone", self.program.pid, 4096, 2), Watch("in Java", self.host.pid, 24576, 40)]
         for log in self.logs:
             while not (log.exists() and log.read_text().count("PCAP thread created") == 2):
@@ -526,7 +529,7 @@ class Soak:
         """Does one of the things that happen in operation; returns when the next one is due."""
         self.account.disturbances.append(time.time())
         if not self.mishaps:
-            self.mishaps = ["kill", "stop", "terminate", "link", "link", "kill while stopped"]
+            self.mishaps = ["kill", "stop", "terminate", "link", "link", "kill while stopped", "freeze"]
             self.random.shuffle(self.mishaps)
         what = self.mishaps.pop()
         pause = self.random.uniform(0.3, 4)
@@ -536,6 +539,11 @@ class Soak:
             if link.up:
                 link.go_down(self.random.choice)
                 self.later(now + pause, link.came_up)
+        elif what == "freeze":
+            # Long enough for the kernel's buffers to overflow.
+            pause = 8
+            self.program.send_signal(signal.SIGSTOP)
+            self.later(now + pause, lambda: self.program.send_signal(signal.SIGCONT))
         elif self.recorder.poll() is None:
             if "stop" in what:
                 self.recorder.send_signal(signal.SIGSTOP)
@@ -586,6 +594,7 @@ class Soak:
             if now >= next_look:
                 next_look = now + 0.5
                 self.account.read()
+                self.read_disturbances()
                 self.account.balance(time.time() - PATIENCE)
                 self.check_alive()
             if now >= next_sample:
@@ -656,7 +665,7 @@ class Soak:
 
     def read_disturbances(self):
         """The connection may also be lost because the recorder got no processor: the log tells."""
-        for line in self.logs[0].read_text().splitlines():
+        for line in self.program_log:
             if "Send error" in line or "Connection to Recorder closed" in line:
                 stamp = time.mktime(time.strptime(line[:19], "%Y-%m-%d %H:%M:%S"))
                 self.account.disturbances.append(stamp)
@@ -700,6 +709,8 @@ class Soak:
             f"{account.holes} listed frames are missing in the middle of a connection, {dropped} were dropped by the "
             f"kernel; {account.cut} are missing at the end of one that was lost",
         )
+        told = re.search(" WARN Statistics of device .* frames are lost since the last report", self.logs[0].read_text())
+        self.check(bool(told) == (dropped > 0), "what the kernel dropped is told as a warning")
         short_sends = self.logs[0].read_text().count("Sent nSent=")
         self.check(account.garbled <= short_sends, f"{account.garbled} streams garbled after {short_sends} short sends")
         busy = account.received[RTP] > 0.2 * account.sent_by_kind[RTP] and account.received[H323] > 0
