@@ -79,7 +79,8 @@ inline Bytes forwarded(uint8_t protocol, const Frame& frame, const Bytes& payloa
 inline SniffedPacket sniffed(const Bytes& frame) {
   const auto length = static_cast<bpf_u_int32>(frame.size());
   const pcap_pkthdr header{{0, 0}, length, length};
-  return SniffedPacket::copyOf(header, frame.data(), 65535);
+  static const u_char kNothing = 0;
+  return SniffedPacket::copyOf(header, frame.empty() ? &kNothing : frame.data(), 65535);
 }
 
 /// Classifies one frame on the calling thread.

@@ -5,6 +5,7 @@
 
 #include <cstdlib>
 #include <fstream>
+#include <list>
 #include <thread>
 
 #include "EmbeddedConnection.h"
@@ -40,13 +41,13 @@ std::string captureFile(const std::string& name, int frames, std::chrono::micros
 
 int configure(Sniffer& engine, std::vector<std::string> options,
               int (Sniffer::*how)(int, char**) = &Sniffer::configure) {
-  static std::vector<std::string> kept;  // the engine copies nothing
-  kept = std::move(options);
-  kept.insert(kept.begin(), "sniffer");
+  static std::list<std::vector<std::string>> kept;  // the engine copies nothing
+  std::vector<std::string>& arguments = kept.emplace_back(std::move(options));
+  arguments.insert(arguments.begin(), "sniffer");
   std::vector<char*> argv;
-  for (std::string& option : kept) argv.push_back(option.data());
+  for (std::string& argument : arguments) argv.push_back(argument.data());
   argv.push_back(nullptr);
-  return (engine.*how)(static_cast<int>(kept.size()), argv.data());
+  return (engine.*how)(static_cast<int>(arguments.size()), argv.data());
 }
 
 class Engine : public testing::Test {
