@@ -43,7 +43,7 @@ cd recordings
 sed 's/^log4j.rootLogger=.*/log4j.rootLogger=INFO, file/' "$root/packaging/log4cxx.properties" >log4cxx.properties
 
 # H.323 signalling is TCP, on ports of the endpoints' choice.
-filter="udp or tcp"
+filter="ip and (udp or tcp)"
 built=$root/build/quickstart
 recorder=("$JAVA_HOME/bin/java" "-Djava.library.path=$built/sniffer" -jar "$built/host/voip-sniffer.jar" --out "$PWD")
 may_capture=()
