@@ -390,7 +390,8 @@ void SngDissector::removeRtp(u_int rtpIp, u_short rtpPort) {
 bool SngDissector::isInRtpList(u_int rtpIp, u_short rtpPort) {
   const MutexLock guard(rtpListLock);
   applyClear();
-  return std::find(rtpList.begin(), rtpList.end(), RtpAddr(rtpIp, rtpPort)) != rtpList.end();
+  const std::uint64_t key = RtpAddr(rtpIp, rtpPort).key();
+  return std::any_of(rtpList.begin(), rtpList.end(), [key](const RtpAddr& one) { return one.key() == key; });
 }
 
 // ---- forwarded frames ----

@@ -45,9 +45,8 @@ struct RtpAddr {
   u_short filler = 0;  ///< always 0
 
   RtpAddr(u_int ip, u_short port) : rtpIp(ip), rtpPort(port) {}
-  bool operator==(const RtpAddr& other) const {
-    return std::bit_cast<std::uint64_t>(*this) == std::bit_cast<std::uint64_t>(other);
-  }
+  bool operator==(const RtpAddr& other) const { return key() == other.key(); }
+  std::uint64_t key() const { return std::bit_cast<std::uint64_t>(*this); }
 };
 
 /// Decides what each captured frame is and whether the recorder wants it, puts what it wants behind the 15-byte header

@@ -1,0 +1,82 @@
+// What the classification of a frame costs, beside the copy that the capture thread makes of it.
+
+#include <benchmark/benchmark.h>
+
+#include <algorithm>
+#include <list>
+
+#include "BenchRecorders.h"
+
+namespace {
+
+const Bytes kSip =
+    bytes("INVITE sip:alice.example SIP/2.0\r\nVia: SIP/2.0/UDP 10.0.0.1\r\n\r\n" + std::string(600, 'x'));
+
+double copySeconds(const Bytes& frame, int times) {
+  const double start = secondsOf(CLOCK_THREAD_CPUTIME_ID);
+  for (int i = 0; i < times; ++i) {
+    SniffedPacket packet = sniffed(frame);
+    benchmark::DoNotOptimize(packet.packet);
+    packet.release();
+  }
+  return (secondsOf(CLOCK_THREAD_CPUTIME_ID) - start) / times;
+}
+
+/// Copy, classification and send to nowhere. Prints the nanoseconds beyond the copy, and the ratio to it.
+void classify(benchmark::State& state, const Frame& described, int listed) {
+  const auto dissector = quietDissector(listed, std::make_unique<DiscardingConnection>());
+  const Bytes frame = described.build();
+  const double start = secondsOf(CLOCK_THREAD_CPUTIME_ID);
+  for (auto _ : state) process(*dissector, frame);
+  const double each = (secondsOf(CLOCK_THREAD_CPUTIME_ID) - start) / static_cast<double>(state.iterations());
+  const double copy = copySeconds(frame, 200000);
+  state.counters["copy_ns"] = copy * 1e9;
+  state.counters["beyond_copy_ns"] = (each - copy) * 1e9;
+  state.counters["ratio_to_copy"] = each / copy;
+}
+
+void dropped(benchmark::State& state) {
+  classify(state, Frame{.dstPort = 9}, 0);
+}
+BENCHMARK(dropped);
+
+void sip(benchmark::State& state) {
+  classify(state, Frame{.payload = kSip}, 0);
+}
+BENCHMARK(sip);
+
+void rtpAmongListed(benchmark::State& state) {
+  classify(state, Frame{}, static_cast<int>(state.range(0)));
+}
+BENCHMARK(rtpAmongListed)->Arg(1)->Arg(100)->Arg(4000);
+
+void droppedAmongListed(benchmark::State& state) {
+  classify(state, Frame{.dstPort = 9}, static_cast<int>(state.range(0)));
+}
+BENCHMARK(droppedAmongListed)->Arg(100)->Arg(4000);
+
+/// The look-up alone, of the entry that was listed last, beside a linked list of the same entries.
+void lookUpAmongListed(benchmark::State& state) {
+  const int listed = static_cast<int>(state.range(0));
+  const auto dissector = quietDissector(listed, std::make_unique<DiscardingConnection>());
+  std::list<RtpAddr> list;
+  for (int i = 1; i < listed; ++i) list.emplace_back(0xC0A80000U + static_cast<u_int>(i), 5000);
+  list.emplace_back(0x0A000002, 5000);
+
+  const double start = secondsOf(CLOCK_THREAD_CPUTIME_ID);
+  for (auto _ : state) benchmark::DoNotOptimize(dissector->isInRtpList(0x0A000002, 5000));
+  const double each = (secondsOf(CLOCK_THREAD_CPUTIME_ID) - start) / static_cast<double>(state.iterations());
+
+  constexpr int kTimes = 20000;
+  const double listStart = secondsOf(CLOCK_THREAD_CPUTIME_ID);
+  for (int i = 0; i < kTimes; ++i) {
+    benchmark::DoNotOptimize(std::find(list.begin(), list.end(), RtpAddr(0x0A000002, 5000)));
+    benchmark::ClobberMemory();
+  }
+  const double listEach = (secondsOf(CLOCK_THREAD_CPUTIME_ID) - listStart) / kTimes;
+  state.counters["linked_list_ns"] = listEach * 1e9;
+  state.counters["ratio_to_linked_list"] = each / listEach;
+}
+BENCHMARK(lookUpAmongListed)->Arg(1)->Arg(100)->Arg(4000);
+
+}  // namespace
