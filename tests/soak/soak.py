@@ -17,379 +17,28 @@ Needs root, for network namespaces of its own, and nothing but Python's standard
 """
 
 import argparse
-import bisect
 import collections
-import fcntl
 import heapq
 import os
 import pathlib
 import random
 import re
 import signal
-import socket
 import statistics
-import struct
 import subprocess
 import sys
 import tempfile
 import time
-import zlib
 
-import recorder
-from recorder import H323, RTP, SIP
+from account import Account
+from recorder import H323, RTP
+from traffic import Link, Template, harness
 
 HERE = pathlib.Path(__file__).resolve().parent
 PORT = 6000
 DRAIN = 16  # seconds after the last new call in which calls end and the recorder catches up
 PATIENCE = 30  # seconds after its last frame in which all of a call reaches the recorder
 ENOUGH_FOR_MEMORY = 300  # seconds that a run must have for its memory to say something
-PROBE = 0x88B5  # the EtherType for experiments
-
-
-def fail_without(*conditions):
-    for met, what in conditions:
-        if not met:
-            print(f"SKIPPED: the soak needs {what}")
-            sys.exit(77)
-
-
-# ---- the network ----
-
-
-class Namespace:
-    def __init__(self):
-        self.holder = subprocess.Popen(["setpriv", "--pdeathsig", "KILL", "unshare", "--net", "sleep", "infinity"])
-        self.path = f"/proc/{self.holder.pid}/ns/net"
-        while os.readlink(self.path) == os.readlink("/proc/self/ns/net"):
-            time.sleep(0.01)
-        self.run("sysctl", "-qw", "net.ipv6.conf.default.disable_ipv6=1")
-        self.run("ip", "link", "set", "lo", "up")
-
-    def run(self, *words):
-        subprocess.run(["nsenter", f"--net={self.path}", *words], check=True)
-
-    def start(self, *words, **more):
-        return subprocess.Popen(["nsenter", f"--net={self.path}", "setpriv", "--pdeathsig", "KILL", *words], **more)
-
-    def socket(self, *kind):
-        """A socket stays in the namespace that its maker was in."""
-        with open("/proc/self/ns/net") as ours, open(self.path) as theirs:
-            setns(theirs.fileno())
-            try:
-                return socket.socket(*kind)
-            finally:
-                setns(ours.fileno())
-
-    def close(self):
-        self.holder.kill()
-        self.holder.wait()
-
-
-def setns(descriptor):
-    import ctypes
-
-    libc = ctypes.CDLL(None, use_errno=True)
-    if libc.setns(descriptor, 0) != 0:
-        raise OSError(ctypes.get_errno(), "setns")
-
-
-class End:
-    """One end of a link: may be put up and down."""
-
-    def __init__(self, namespace, name):
-        self.name = name
-        self.control = namespace.socket(socket.AF_INET, socket.SOCK_DGRAM)
-
-    def flags(self, new=None):
-        request = struct.pack("16sH14x", self.name.encode(), new or 0)
-        get, put = 0x8913, 0x8914  # SIOCGIFFLAGS, SIOCSIFFLAGS
-        return struct.unpack("16sH14x", fcntl.ioctl(self.control, get if new is None else put, request))[1]
-
-    def put(self, up):
-        flags = self.flags()
-        self.flags(flags | 1 if up else flags & ~1)
-
-
-class Link:
-    """A wire from the telephones to a device of the sniffers, and what has passed on it."""
-
-    def __init__(self, number, there, here):
-        self.device = f"tap{number}"
-        name = f"wire{number}"
-        peer = ["peer", "name", self.device, "netns", str(here.holder.pid)]
-        there.run("ip", "link", "add", name, "type", "veth", *peer)
-        self.ends = [End(there, name), End(here, self.device)]
-        for end in self.ends:
-            end.put(True)
-        self.wire = there.socket(socket.AF_PACKET, socket.SOCK_RAW, 0)
-        self.wire.bind((name, 0))
-        self.probe = here.socket(socket.AF_PACKET, socket.SOCK_RAW, socket.htons(PROBE))
-        self.probe.bind((self.device, PROBE))
-        self.probe.settimeout(0.01)
-        self.up, self.passed, self.lost, self.downs, self.number = False, 0, 0, 0, 0
-        self.came_up()
-
-    def came_up(self):
-        """Returns when a frame gets through."""
-        for end in self.ends:
-            end.put(True)
-        self.await_probe()
-        self.up = True
-
-    def go_down(self, choose):
-        """Returns when the link is down; what was sent before has arrived."""
-        self.await_probe()
-        choose(self.ends).put(False)
-        self.up, self.downs = False, self.downs + 1
-
-    def await_probe(self):
-        self.number += 1
-        probe = b"\2" * 12 + struct.pack("!HI", PROBE, self.number) + bytes(46)
-        while True:
-            try:
-                self.wire.send(probe)
-                while self.probe.recv(100) != probe:
-                    pass
-                return
-            except OSError:
-                time.sleep(0.005)
-
-    def send(self, frame):
-        """Whether it counts: not when the link is down."""
-        try:
-            self.wire.send(frame)
-        except OSError:
-            if self.up:
-                raise
-        if self.up:
-            self.passed += 1
-        else:
-            self.lost += 1
-        return self.up
-
-
-# ---- calls ----
-
-
-def read_capture(path):
-    data, at = path.read_bytes(), 24
-    order = "<" if data[:4] == b"\xd4\xc3\xb2\xa1" else ">"
-    while at < len(data):
-        seconds, microseconds, captured, _ = struct.unpack_from(order + "IIII", data, at)
-        yield seconds + microseconds / 1e6, data[at + 16 : at + 16 + captured]
-        at += 16 + captured
-
-
-class Frame:
-    """One of a recorded call; `kind` is what the recorder is to get, or None."""
-
-    def __init__(self, data):
-        self.data = data
-        transport = 14 + (data[14] & 15) * 4
-        self.source_port, self.port = struct.unpack_from("!HH", data, transport)
-        self.is_tcp = data[23] == 6
-        self.payload_at = transport + ((data[transport + 12] >> 4) * 4 if self.is_tcp else 8)
-        self.has_payload = len(data) > self.payload_at and not (self.is_tcp and self.total_length() <= self.payload_at)
-        self.is_signalling = self.is_tcp or 5060 in (self.source_port, self.port)
-        self.kind = None if self.is_tcp else SIP if self.is_signalling else RTP
-
-    def total_length(self):
-        return 14 + int.from_bytes(self.data[16:18], "big")
-
-
-class Template:
-    """A captured call, whose copies have hosts and call identification of their own."""
-
-    CALLER, CALLEE = "10.20.0.1", "10.20.0.2"
-
-    def __init__(self, path, expected=None):
-        self.frames, last, begin, ended = [], None, None, False
-        described = iter(re.findall(r"^(true|false)\t", expected.read_text(), re.M)) if expected else None
-        guid = re.search(r"c:([\da-f-]+)", expected.read_text())[1] if expected else ""
-        self.guid = bytes.fromhex(guid.replace("-", ""))
-        for at, data in read_capture(path):
-            if data[12:14] != b"\x08\x00":
-                continue
-            frame = Frame(data)
-            if frame.is_tcp and frame.has_payload and next(described) == "true":
-                frame.kind = H323
-            pause = at - last[0] if last else 0.0
-            begin = begin or at
-            if frame.is_signalling and frame.has_payload:
-                ended = at - begin > 5
-            elif not frame.is_signalling:
-                # Media that is behind the signalling of the end would be nobody's.
-                if ended:
-                    continue
-                # The recorder gets time to ask for the media.
-                if last and last[1].is_signalling:
-                    pause = max(pause, 1.0)
-            self.frames.append((pause, frame))
-            last = (at, frame)
-
-    def call(self, number):
-        """The frames of a call of its own, with the pauses in front of them."""
-        # Hosts of as many digits as those of the template.
-        a, number_of_a = divmod(number, 90 * 10 * 4)
-        b, number_of_b = divmod(number_of_a, 10 * 4)
-        c, d = divmod(number_of_b, 4)
-        hosts = [f"{11 + a % 89}.{10 + b}.{c}.{1 + 2 * d + more}" for more in (0, 1)]
-        exchange = []
-        for old, new in zip((self.CALLER, self.CALLEE), hosts):
-            exchange += [(socket.inet_aton(old), socket.inet_aton(new)), (old.encode(), new.encode())]
-        if self.guid:
-            exchange.append((self.guid, struct.pack("!IQ", number, number) + self.guid[12:]))
-        for pause, frame in self.frames:
-            data = frame.data
-            for old, new in exchange if frame.is_signalling else exchange[::2]:
-                data = data.replace(old, new)
-            at = frame.payload_at
-            if frame.is_tcp and 1720 in (frame.port, frame.source_port) and data[at + 4 : at + 6] == b"\x08\x02":
-                reference = (data[at + 6] & 0x80) << 8 | 1 + number % 0x7FFE
-                data = data[: at + 6] + struct.pack("!H", reference) + data[at + 8 :]
-            yield pause, frame, data
-
-
-def forwarded_checksum(kind, frame, data):
-    """Of the frame that the recorder is to get."""
-    payload = data[frame.payload_at :]
-    ports = struct.pack("!H", frame.port), struct.pack("!H", frame.source_port)
-    header = struct.pack("!HB", 15 + len(payload), kind) + data[30:34] + ports[0] + data[26:30] + ports[1]
-    return zlib.crc32(payload, zlib.crc32(header))
-
-
-# ---- the account of the stand-alone program ----
-
-
-class Connection:
-    def __init__(self, since):
-        self.since, self.answered, self.ended = since, None, None
-        self.highest = [-1, -1]  # by device, the latest frame in the order of sending that has arrived
-
-
-class Stream:
-    """What was sent to one destination while the link was up, and when the recorder wanted it."""
-
-    def __init__(self):
-        self.sent, self.wanted, self.texts_sent, self.texts_received = {}, [], [], []
-
-
-class Account:
-    def __init__(self, journal):
-        self.journal, self.pending = open(journal, "rb"), b""
-        self.streams, self.connections, self.disturbances, self.faults = {}, [], [], []
-        self.finished = collections.deque()  # calls to be balanced, by the time of their last frame
-        self.received, self.sent_by_kind = collections.Counter(), collections.Counter()
-        self.holes = self.cut = self.unlisted = self.media_received = self.garbled = 0
-
-    def fault(self, text):
-        self.faults.append(text)
-        print("FAULT:", text, flush=True)
-
-    def stream(self, ip, port):
-        return self.streams.setdefault((ip, port), Stream())
-
-    def sent(self, link_number, frame, data):
-        self.sent_by_kind[frame.kind] += 1
-        if frame.kind is None:
-            return
-        stream = self.stream(int.from_bytes(data[30:34], "big"), frame.port)
-        if frame.kind == H323:
-            stream.texts_sent.append(time.time())
-            return
-        sequence = int.from_bytes(data[frame.payload_at + 2 : frame.payload_at + 4], "big") if frame.kind == RTP else 0
-        key = (sequence, forwarded_checksum(frame.kind, frame, data))
-        # Link, position in its order, time, whether it has arrived.
-        stream.sent[key] = [link_number, self.position[link_number], time.time(), False, frame.kind]
-
-    def read(self):
-        """Takes in what the recorder has noted."""
-        data = self.pending + self.journal.read()
-        size = recorder.RECORD.size
-        whole = len(data) - len(data) % size
-        self.pending = data[whole:]
-        for kind, ip, port, sequence, checksum, at in recorder.RECORD.iter_unpack(data[:whole]):
-            if kind == recorder.CONNECTED:
-                if self.connections and self.connections[-1].ended is None:
-                    self.end_connection(at)
-                self.connections.append(Connection(at))
-            elif kind == recorder.ANSWERED:
-                if self.connections[-1].answered is None:
-                    self.connections[-1].answered = at
-            elif kind == recorder.LISTED:
-                self.stream(ip, port).wanted.append([self.connections[-1], at, float("inf")])
-            elif kind == recorder.UNLISTED:
-                for interval in self.stream(ip, port).wanted[-1:]:
-                    interval[2] = min(interval[2], at)
-            elif kind == recorder.GARBLED:
-                self.garbled += 1
-            elif kind == recorder.ENDED:
-                self.end_connection(at)
-            else:
-                self.arrived(kind, self.stream(ip, port), (sequence, checksum), at)
-
-    def end_connection(self, at):
-        self.connections[-1].ended = at
-
-    def arrived(self, kind, stream, key, at):
-        self.received[kind] += 1
-        if kind == H323:
-            stream.texts_received.append(at)
-            return
-        entry = stream.sent.get(key)
-        if entry is None or entry[3]:
-            self.fault(f"a frame of kind {kind} that was {'received twice' if entry else 'never sent'}")
-            return
-        entry[3] = True
-        highest = self.connections[-1].highest
-        highest[entry[0]] = max(highest[entry[0]], entry[1])
-
-    def balance(self, until):
-        """Balances the calls whose last frame was sent before."""
-        while self.finished and self.finished[0][0] < until:
-            for key in self.finished.popleft()[1]:
-                stream = self.streams.pop(key, None)
-                if stream:
-                    self.balance_stream(key, stream)
-
-    def balance_stream(self, key, stream):
-        for link, position, at, arrived, kind in stream.sent.values():
-            connection = self.wanting(stream, kind, at)
-            if connection is None:
-                self.unlisted += not arrived
-            elif not arrived:
-                self.missing(connection, link, position, at)
-        # Texts are told by their number: of several to one destination it is not known which is missing.
-        if stream.texts_sent and len(stream.texts_received) != len(stream.texts_sent):
-            connections = {self.wanting(stream, H323, at) for at in stream.texts_sent}
-            whole = len(connections) == 1 and None not in connections
-            if whole and not self.near_disturbance(connections.pop(), stream.texts_sent[-1]):
-                self.holes += len(stream.texts_sent) - len(stream.texts_received)
-
-    def wanting(self, stream, kind, at):
-        """The connection over which the recorder wanted what was sent at that time."""
-        if kind == RTP:
-            for connection, since, until in stream.wanted:
-                if since <= at < min(until, connection.ended or until):
-                    return connection
-            return None
-        number = bisect.bisect_right([one.answered or float("inf") for one in self.connections], at) - 1
-        connection = self.connections[number] if number >= 0 else None
-        return connection if connection and at < (connection.ended or float("inf")) else None
-
-    def missing(self, connection, link, position, at):
-        if position < connection.highest[link] or connection.ended is None:
-            self.holes += 1
-        elif self.near_disturbance(connection, at):
-            self.cut += 1
-        else:
-            self.fault("the end of a connection lost more than what was under way")
-
-    def near_disturbance(self, connection, at):
-        return any(connection.since - 2 <= one <= at + 2 for one in self.disturbances)
-
-
-# ---- the processes under test ----
 
 
 class Watch:
@@ -416,9 +65,9 @@ class Watch:
         return memory[1] - memory[0] <= self.tolerance[0] and descriptors[1] - descriptors[0] <= self.tolerance[1]
 
 
-def write_log_settings(folder, level="INFO"):
+def write_log_settings(folder):
     (folder / "log4cxx.properties").write_text(
-        f"log4j.rootLogger={level}, file\n"
+        "log4j.rootLogger=INFO, file\n"
         "log4j.appender.file=org.apache.log4j.FileAppender\n"
         "log4j.appender.file.File=sniffer.log\n"
         "log4j.appender.file.layout=org.apache.log4j.PatternLayout\n"
@@ -438,7 +87,7 @@ class Soak:
     def __init__(self, options):
         self.options, self.random = options, random.Random(options.seed)
         self.folder = pathlib.Path(tempfile.mkdtemp(prefix="sniffer-soak-"))
-        self.here, self.there = Namespace(), Namespace()
+        self.here, self.there = harness.Namespace(), harness.Namespace()
         self.links = [Link(number, self.there, self.here) for number in (0, 1)]
         captures = options.samples
         expected = HERE.parent / "data" / "h323"
@@ -446,8 +95,6 @@ class Soak:
         self.templates = [Template(captures / "sip-g711a-call.pcap")]
         self.templates += [Template(captures / f"{name}.pcap", expected / f"{name}.expected") for name in names]
         self.account = Account(self.make_journal())
-        self.account.position = [0, 0]
-        self.host_media = 0
         self.calls, self.started, self.clock = [], 0, 0.0
         self.counts = collections.Counter()
         self.recorder, self.mishaps = None, []
@@ -752,8 +399,7 @@ def main():
     parser.add_argument("--keep", action="store_true", help="keep logs and journal when all is well, too")
     options = parser.parse_args()
     options.build = options.build.resolve()
-    may = os.geteuid() == 0 and subprocess.run(["unshare", "--net", "true"], capture_output=True).returncode == 0
-    fail_without((may, "root, who may make network namespaces"))
+    harness.need_root("ip", "java")
     soak = Soak(options)
     good = False
     try:

@@ -368,16 +368,16 @@ class Namespace:
         self.holder.wait()
 
 
-def make_socket(kind, namespace=None):
+def make_socket(kind, namespace=None, family=socket.AF_INET, protocol=0):
     """A socket stays in the namespace that its maker was in."""
     if namespace is None:
-        return socket.socket(socket.AF_INET, kind)
+        return socket.socket(family, kind, protocol)
     libc = ctypes.CDLL(None, use_errno=True)
     with open("/proc/thread-self/ns/net") as ours, open(namespace.path) as theirs:
         if libc.setns(theirs.fileno(), 0) != 0:
             raise OSError(ctypes.get_errno(), "setns")
         try:
-            return socket.socket(socket.AF_INET, kind)
+            return socket.socket(family, kind, protocol)
         finally:
             if libc.setns(ours.fileno(), 0) != 0:
                 os._exit(2)
