@@ -26,6 +26,7 @@ constexpr int kNumberAt = kHeader + 12;
 constexpr int kRtp = 2;
 constexpr int kHeartbeat = 3;
 constexpr int kSilenceMs = 5000;
+constexpr int kMuch = 10000;
 constexpr unsigned char kCommands[] = {1, 10, 0, 0, 2, 0x13, 0x88,  // add 10.0.0.2:5000
                                        3, 0,  0, 0, 0, 0,    0};    // heartbeat
 
@@ -75,13 +76,13 @@ int listenOnLoopback(int type) {
   return sd;
 }
 
-/// Waits for data, and then for a little more of it: as a network card does, so that the recorder, which stands for
-/// another machine, does not take the processor from the sniffer once a frame.
-bool readable(int sd) {
+/// Waits for data and, unless much came the last time, for a little more of it: as a network card does, so that the
+/// recorder, which stands for another machine, does not take the processor from the sniffer once a frame.
+bool readable(int sd, bool much) {
   pollfd one{sd, POLLIN, 0};
   const bool is = poll(&one, 1, kSilenceMs) > 0;
   const timespec moderation{0, 200'000};
-  nanosleep(&moderation, nullptr);
+  if (!much) nanosleep(&moderation, nullptr);
   return is;
 }
 
@@ -90,8 +91,9 @@ void countStream(int listener, Count& count) {
   send(sd, kCommands, sizeof kCommands, MSG_NOSIGNAL);
   std::vector<unsigned char> buffer(1 << 20);
   std::size_t filled = 0;
-  while (readable(sd)) {
-    const ssize_t n = recv(sd, buffer.data() + filled, buffer.size() - filled, 0);
+  ssize_t n = 0;
+  while (readable(sd, n > kMuch)) {
+    n = recv(sd, buffer.data() + filled, buffer.size() - filled, 0);
     if (n <= 0) return;
     filled += n;
     std::size_t at = 0;
@@ -114,7 +116,7 @@ void countDatagrams(int sd, Count& count) {
   for (const unsigned char* one : {kCommands, kCommands + 7}) {
     sendto(sd, one, 7, 0, reinterpret_cast<const sockaddr*>(&from), length);
   }
-  while (readable(sd)) {
+  while (readable(sd, false)) {
     while (recv(sd, buffer, sizeof buffer, MSG_DONTWAIT) >= kHeader) {
       if (count.take(buffer)) return;
     }
