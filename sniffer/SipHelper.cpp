@@ -1,6 +1,5 @@
 #include "SipHelper.h"
 
-#include <cctype>
 #include <cstring>
 #include <string>
 
@@ -8,6 +7,15 @@ namespace {
 
 constexpr bool kQuickTestOnly = true;
 constexpr int kStartLineLimit = 17;
+
+// isspace() and toupper() of the C locale, inline: each datagram takes twenty of them.
+constexpr bool isWhite(u_char c) {
+  return c == ' ' || (c >= '\t' && c <= '\r');
+}
+
+constexpr int upper(u_char c) {
+  return c >= 'a' && c <= 'z' ? c - 'a' + 'A' : c;
+}
 
 const u_char* bytes(const char* text) {
   return reinterpret_cast<const u_char*>(text);
@@ -47,8 +55,8 @@ bool SipHelper::isResponse(const u_char* payload) {
 
 int SipHelper::memcmpNocase(const u_char* a, const u_char* b, int n) {
   for (int i = 0; i < n; ++i) {
-    const int left = std::toupper(a[i]);
-    const int right = std::toupper(b[i]);
+    const int left = upper(a[i]);
+    const int right = upper(b[i]);
     if (left != right) return left > right ? 1 : -1;
   }
   return 0;
@@ -56,19 +64,19 @@ int SipHelper::memcmpNocase(const u_char* a, const u_char* b, int n) {
 
 void SipHelper::getSecondWord(u_char* out, const u_char* in, int limit) {
   int budget = limit - 1;
-  while (budget >= 1 && std::isspace(*in)) ++in, --budget;
-  while (budget >= 1 && !std::isspace(*in)) ++in, --budget;
-  while (budget >= 1 && std::isspace(*in)) ++in, --budget;
+  while (budget >= 1 && isWhite(*in)) ++in, --budget;
+  while (budget >= 1 && !isWhite(*in)) ++in, --budget;
+  while (budget >= 1 && isWhite(*in)) ++in, --budget;
   std::memcpy(out, in, 4);
   out[4] = 0;
 }
 
 void SipHelper::removeWhiteOnce(u_char* out, const u_char* in, int limit) {
   int budget = limit - 1;
-  while (budget >= 1 && std::isspace(*in)) ++in, --budget;
-  while (budget >= 1 && !std::isspace(*in)) *out++ = *in++, --budget;
+  while (budget >= 1 && isWhite(*in)) ++in, --budget;
+  while (budget >= 1 && !isWhite(*in)) *out++ = *in++, --budget;
   *out++ = ' ';
-  while (budget >= 1 && std::isspace(*in)) ++in, --budget;
-  while (budget >= 1 && !std::isspace(*in)) *out++ = *in++, --budget;
+  while (budget >= 1 && isWhite(*in)) ++in, --budget;
+  while (budget >= 1 && !isWhite(*in)) *out++ = *in++, --budget;
   *out = 0;
 }

@@ -14,6 +14,7 @@
 namespace {
 
 constexpr int kFramesInRound = 100;
+const Frame kRtp{.payload = Bytes(172, 0x55)};  // 20 ms of G.711
 
 /// Empties a recorder's socket of the frames of one round.
 void drain(const Loopback& recorder, int type, std::size_t frameSize) {
@@ -67,18 +68,21 @@ double forwardRound(SngDissector& dissector, const Bytes& captured) {
   return secondsOf(CLOCK_THREAD_CPUTIME_ID) - start;
 }
 
+/// The frames of a round, each in memory of its own as captured ones are.
+std::vector<Bytes> framesOfRound() {
+  return std::vector<Bytes>(kFramesInRound, forwarded(2, kRtp, kRtp.payload));
+}
+
 template <typename Send>
-double bareRound(Send send) {
+double bareRound(const std::vector<Bytes>& frames, Send send) {
   const double start = secondsOf(CLOCK_THREAD_CPUTIME_ID);
-  for (int i = 0; i < kFramesInRound; ++i) send();
+  for (const Bytes& frame : frames) send(frame);
   return secondsOf(CLOCK_THREAD_CPUTIME_ID) - start;
 }
 
-const Frame kRtp{.payload = Bytes(172, 0x55)};  // 20 ms of G.711
-
 void forwardOverTcp(benchmark::State& state) {
   const Bytes captured = kRtp.build();
-  const Bytes sent = forwarded(2, kRtp, kRtp.payload);
+  const std::vector<Bytes> frames = framesOfRound();
   const Loopback listener(SOCK_STREAM, 0);
   auto connection = std::make_unique<TcpConnection>("127.0.0.1", listener.port());
   while (!connection->isConnected()) connection->tcpConnect();
@@ -95,16 +99,17 @@ void forwardOverTcp(benchmark::State& state) {
   compare(
       state, captured,
       [&] {
-        const double seconds = bareRound([&] {
-          if (send(bare.sd, sent.data(), sent.size(), MSG_NOSIGNAL) != static_cast<ssize_t>(sent.size())) std::abort();
+        const double seconds = bareRound(frames, [&](const Bytes& frame) {
+          if (send(bare.sd, frame.data(), frame.size(), MSG_NOSIGNAL) != static_cast<ssize_t>(frame.size()))
+            std::abort();
         });
-        drain(bareRecorder, SOCK_STREAM, sent.size());
+        drain(bareRecorder, SOCK_STREAM, frames[0].size());
         waitUntilAcknowledged(bare.sd);
         return seconds;
       },
       [&] {
         const double seconds = forwardRound(*dissector, captured);
-        drain(recorder, SOCK_STREAM, sent.size());
+        drain(recorder, SOCK_STREAM, frames[0].size());
         return seconds;
       });
 }
@@ -112,7 +117,7 @@ BENCHMARK(forwardOverTcp)->UseManualTime();
 
 void forwardOverUdp(benchmark::State& state) {
   const Bytes captured = kRtp.build();
-  const Bytes sent = forwarded(2, kRtp, kRtp.payload);
+  const std::vector<Bytes> frames = framesOfRound();
   const Loopback recorder(SOCK_DGRAM, 0);
   const Loopback bareRecorder(SOCK_DGRAM, 0);
   const auto dissector = quietDissector(100, std::make_unique<UdpConnection>("127.0.0.1", recorder.port()));
@@ -121,18 +126,18 @@ void forwardOverUdp(benchmark::State& state) {
   compare(
       state, captured,
       [&] {
-        const double seconds = bareRound([&] {
-          if (sendto(bare.sd, sent.data(), sent.size(), 0, reinterpret_cast<const sockaddr*>(&address),
-                     sizeof address) != static_cast<ssize_t>(sent.size())) {
+        const double seconds = bareRound(frames, [&](const Bytes& frame) {
+          if (sendto(bare.sd, frame.data(), frame.size(), 0, reinterpret_cast<const sockaddr*>(&address),
+                     sizeof address) != static_cast<ssize_t>(frame.size())) {
             std::abort();
           }
         });
-        drain(bareRecorder, SOCK_DGRAM, sent.size());
+        drain(bareRecorder, SOCK_DGRAM, frames[0].size());
         return seconds;
       },
       [&] {
         const double seconds = forwardRound(*dissector, captured);
-        drain(recorder, SOCK_DGRAM, sent.size());
+        drain(recorder, SOCK_DGRAM, frames[0].size());
         return seconds;
       });
 }
@@ -142,12 +147,13 @@ BENCHMARK(forwardOverUdp)->UseManualTime();
 void forwardToNowhere(benchmark::State& state) {
   const Bytes captured = kRtp.build();
   const auto dissector = quietDissector(100, std::make_unique<DiscardingConnection>());
+  const std::vector<Bytes> frames = framesOfRound();
   Bytes buffer(captured.size());
   compare(
       state, captured,
       [&] {
-        return bareRound([&] {
-          std::copy(captured.begin(), captured.end(), buffer.begin());
+        return bareRound(frames, [&](const Bytes& frame) {
+          std::copy(frame.begin(), frame.end(), buffer.begin());
           benchmark::DoNotOptimize(buffer.data());
           benchmark::ClobberMemory();
         });
