@@ -52,6 +52,7 @@ bool Sniffer::deviceDown[kMaxDevices] = {true};
 int Sniffer::deviceCount = 0;
 int Sniffer::count = -1;
 std::atomic<bool> Sniffer::endMain = false;
+std::atomic<bool> Sniffer::breaking = false;
 std::atomic<int> Sniffer::capturing = 0;
 std::unique_ptr<ReplayPace> Sniffer::replayPace[kMaxDevices];
 log4cxx::LoggerPtr Sniffer::logger = log4cxx::Logger::getLogger("SnifferClient");
@@ -317,6 +318,7 @@ void Sniffer::startCaptureThreads() {
   endMain = stopRequested;
   if (stopRequested) return;
   started = true;
+  breaking = false;
   pthread_attr_t attributes;
   pthread_attr_init(&attributes);
   pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_JOINABLE);
@@ -338,7 +340,7 @@ void* Sniffer::startLoop(void* idp) {
   ReplayPace* pace = replayPace[i].get();
   const long result = pace != nullptr ? pcap_loop(handle[i], count, replayPacket, reinterpret_cast<u_char*>(pace))
                                       : pcap_loop(handle[i], count, gotPacket, nullptr);
-  if (result == PCAP_ERROR) {
+  if (result == PCAP_ERROR && !breaking) {
     logger->error("PCAP thread " + std::to_string(i) + " captures no more: " + pcap_geterr(handle[i]));
   }
   --capturing;
@@ -362,11 +364,13 @@ void Sniffer::replayPacket(u_char* args, const pcap_pkthdr* header, const u_char
   if (reinterpret_cast<ReplayPace*>(args)->waitFor(header->ts)) gotPacket(nullptr, header, packet);
 }
 
-bool Sniffer::replayFinished() {
-  const bool onlyFiles =
-      std::all_of(device, device + deviceCount, [](const char* name) { return captureFilePath(name).has_value(); });
+bool Sniffer::captureFinished() {
   const std::lock_guard guard(lifecycle);
-  return started && onlyFiles && capturing == 0 && dissector->isIdle();
+  return started && capturing == 0 && dissector->isIdle();
+}
+
+bool Sniffer::replaysOnly() const {
+  return std::all_of(device, device + deviceCount, [](const char* name) { return captureFilePath(name).has_value(); });
 }
 
 void Sniffer::stopSniffing() {
@@ -375,6 +379,7 @@ void Sniffer::stopSniffing() {
     if (std::exchange(stopRequested, true)) return;
   }
   logger->info("Ending Sniffing ...");
+  breaking = true;
   for (int i = 0; started && i < deviceCount; ++i) {
     if (!deviceDown[i]) stopCaptureThread(i);
   }

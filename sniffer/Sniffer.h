@@ -62,8 +62,11 @@ class Sniffer {
   /// Any thread but the one in startSniffing(). SIGUSR1 needs a handler: it interrupts the capture threads' reads.
   void stopSniffing();
 
-  /// True when every device is a file and all their frames have been processed. Any thread.
-  bool replayFinished();
+  /// True when no device will give another frame, and all that they gave have been processed. Any thread.
+  bool captureFinished();
+
+  /// True when every device is a file to replay.
+  bool replaysOnly() const;
 
   /// True when not one of the devices could be opened.
   bool allDevicesDown() const;
@@ -171,6 +174,7 @@ class Sniffer {
   static int deviceCount;
   static int count;
   static std::atomic<bool> endMain;
+  static std::atomic<bool> breaking;                           ///< the capture threads are being stopped
   static std::atomic<int> capturing;                           ///< capture threads that have not ended
   static std::unique_ptr<ReplayPace> replayPace[kMaxDevices];  ///< of the devices that are files
   static log4cxx::LoggerPtr logger;

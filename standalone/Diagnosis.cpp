@@ -14,6 +14,8 @@
 
 namespace {
 
+constexpr const char* kAllDevices = "any";  // libpcap's own
+
 bool mayCapture() {
   const int sd = socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, 0);
   if (sd == -1) return errno != EPERM;
@@ -58,7 +60,7 @@ void explainDownDevices(const Sniffer& engine) {
   for (int i = 0; i < engine.getDeviceCount(); ++i) {
     const std::string name = engine.getDevice(i);
     if (!engine.isDeviceDown(i) || captureFilePath(name)) continue;
-    if (if_nametoindex(name.c_str()) == 0) {
+    if (name != kAllDevices && if_nametoindex(name.c_str()) == 0) {
       std::cerr << "sniffer: there is no device \"" << name << "\"; the devices here are: " << existingDevices()
                 << std::endl;
     } else {

@@ -23,7 +23,7 @@ namespace {
 
 constexpr const char* kLogCfgFileName = "./log4cxx.properties";
 constexpr const char* kCfgFileName = "sniffer.properties";
-constexpr int kBadArguments = 1;
+constexpr int kBadArguments = 1;  // or no device
 
 constexpr const char* kHelp =
     R"help(Forwards the VoIP traffic that a call recorder needs from a mirror port or a tap.
@@ -197,16 +197,25 @@ int check(Sniffer& engine) {
   return status;
 }
 
-/// Ends the engine on a signal, or when there is nothing more to replay. Meanwhile it logs the statistics when they are
-/// due or asked for.
-void awaitEnd(Sniffer& engine, const sigset_t& awaited) {
+/// Ends the engine on a signal, or when there is nothing more to capture. Meanwhile it logs the statistics when they
+/// are due or asked for. Leaves the exit status in `status`: a program whose devices are all gone is better started
+/// again.
+void awaitEnd(Sniffer& engine, const sigset_t& awaited, int& status) {
   using Clock = std::chrono::steady_clock;
   const std::chrono::seconds interval(engine.getStatisticsInterval());
   auto due = Clock::now() + interval;
   const timespec pause{0, 50'000'000};
-  while (!engine.replayFinished()) {
+  status = 0;
+  while (true) {
     const int received = sigtimedwait(&awaited, nullptr, &pause);
     if (received == SIGINT || received == SIGTERM) break;
+    if (engine.captureFinished()) {
+      if (!engine.replaysOnly()) {
+        std::cerr << "sniffer: there is no device left to capture on" << std::endl;
+        status = kBadArguments;
+      }
+      break;
+    }
     const bool isDue = interval.count() > 0 && Clock::now() >= due;
     if (received == SIGUSR2 || isDue) engine.logStatistics();
     if (isDue) due += interval;
@@ -222,17 +231,18 @@ int main(int argc, char** argv) {
   handleSignals(awaited);
 
   Sniffer engine;
-  if (const int status = configure(engine, arguments); status != 0) return status;
+  if (const int failure = configure(engine, arguments); failure != 0) return failure;
   if (arguments.checkOnly) return check(engine);
   tellWhatHappens(engine);
-  if (const int status = engine.setupSniffing(); status != 0) return status;
+  if (const int failure = engine.setupSniffing(); failure != 0) return failure;
   explainDownDevices(engine);
   if (engine.allDevicesDown()) {
     std::cerr << "sniffer: no device could be opened" << std::endl;
     return kBadArguments;
   }
-  std::thread end(awaitEnd, std::ref(engine), std::cref(awaited));
+  int status = 0;
+  std::thread end(awaitEnd, std::ref(engine), std::cref(awaited), std::ref(status));
   engine.startSniffing();
   end.join();
-  return 0;
+  return status;
 }

@@ -92,7 +92,7 @@ class LiveCapture(TestCase):
         signalling = [forwarded(SIP, frame) for frame in passed if frame.is_sip]
         self.assert_frames([frame for frame in recorder.of(SIP) if b"nobody" not in frame], signalling, "signalling")
 
-    def test_two_devices_of_which_one_is_missing_and_one_goes_away(self):
+    def test_devices_that_are_missing_and_that_go_away(self):
         here, there = self.keep(Namespace()), self.keep(Namespace())
         for number in (0, 1):
             there.join(f"wire{number}", here, f"tap{number}")
@@ -114,7 +114,9 @@ class LiveCapture(TestCase):
         there.run("tcpreplay", "--quiet", "--intf1=wire1", invite)
         recorder.wait(lambda frames: len(frames) == 3, "a frame of the device that stayed")
         self.assert_frames(recorder.frames, [forwarded(SIP, call[0])] * 3, "frames")
-        self.assertEqual(program.end(), 0)
+        there.run("ip", "link", "del", "wire1")
+        self.assertEqual(program.status(), 1)
+        program.wait_logged("there is no device left to capture on")
         self.assertEqual(program.logged("Completed join with PCAP thread"), 2)
 
     def test_device_that_is_down_and_filter_of_many_words(self):

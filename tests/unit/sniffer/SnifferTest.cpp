@@ -199,10 +199,10 @@ TEST_F(Engine, ReplaysFilesAtTheirPaceInOrder) {
     engine.setEmbedded(true);
     engine.setDevice(("file:" + path).c_str());
     ASSERT_EQ(engine.setupSniffing(), 0);
-    EXPECT_FALSE(engine.replayFinished());
+    EXPECT_FALSE(engine.captureFinished());
     log.take();
     const auto start = std::chrono::steady_clock::now();
-    run(engine, [&] { return engine.replayFinished(); });
+    run(engine, [&] { return engine.captureFinished(); });
     // Sleeps may be long, never short.
     EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(full ? 0 : 150));
     const std::vector<std::string> events = log.take();
