@@ -216,6 +216,7 @@ void Sniffer::displayConfig() {
 
 pcap_t* Sniffer::getHandle(int i) {
   const char* name = device[i];
+  if (handle[i] != nullptr) pcap_close(std::exchange(handle[i], nullptr));
   replayPace[i].reset();
   errbuf[0] = 0;
   if (const auto path = captureFilePath(name)) {
