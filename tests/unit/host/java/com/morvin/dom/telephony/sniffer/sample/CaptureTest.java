@@ -4,8 +4,6 @@ import static com.morvin.dom.telephony.sniffer.sample.Testing.equal;
 import static com.morvin.dom.telephony.sniffer.sample.Testing.inDirectory;
 import static com.morvin.dom.telephony.sniffer.sample.Testing.that;
 
-import java.nio.ByteBuffer;
-import java.nio.ByteOrder;
 import java.nio.file.Files;
 import java.nio.file.Path;
 import java.util.Arrays;
@@ -32,11 +30,10 @@ final class CaptureTest {
       throws Exception {
     inDirectory(directory -> {
       FakeSniffer sniffer = new FakeSniffer(directory);
-      Path capture = SAMPLES.resolve(name + ".pcap");
-      sniffer.replay(capture, texts);
+      sniffer.replay(SAMPLES.resolve(name + ".pcap"), texts);
       equal(sniffer.list.size(), 0);
       for (Direction direction : Direction.values()) {
-        short[] spoken = spoken(capture, direction == Direction.FROM_CALLER ? callee : caller);
+        short[] spoken = spoken(sniffer, direction == Direction.FROM_CALLER ? callee : caller);
         short[] recorded = sniffer.samples("-" + direction + ".wav");
         that(recorded.length >= spoken.length - early * 160, name + " misses " + (spoken.length - recorded.length));
         equal(
@@ -47,18 +44,12 @@ final class CaptureTest {
   }
 
   /** The A-law payloads sent to an address, in the order of capture, by the formula of G.711. */
-  private static short[] spoken(Path capture, Endpoint destination) throws Exception {
-    ByteBuffer in = ByteBuffer.wrap(Files.readAllBytes(capture)).order(ByteOrder.LITTLE_ENDIAN);
+  private static short[] spoken(FakeSniffer sniffer, Endpoint destination) {
     short[] samples = new short[1 << 20];
     int count = 0;
-    for (in.position(24); in.hasRemaining();) {
-      byte[] packet = new byte[in.getInt(in.position() + 8)];
-      in.position(in.position() + 16).get(packet);
-      ByteBuffer fields = ByteBuffer.wrap(packet);
-      boolean wanted = fields.getShort(12) == 0x0800 && packet[23] == 17 && fields.getInt(30) == destination.ip()
-          && (fields.getShort(36) & 0xffff) == destination.port();
-      for (int i = 54; wanted && i < packet.length; i++) {
-        samples[count++] = decode(packet[i]);
+    for (Frame frame : sniffer.passed) {
+      for (int i = 12; frame.destination().equals(destination) && i < frame.payload().length; i++) {
+        samples[count++] = decode(frame.payload()[i]);
       }
     }
     return Arrays.copyOf(samples, count);

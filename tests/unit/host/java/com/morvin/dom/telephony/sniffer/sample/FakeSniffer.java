@@ -25,6 +25,8 @@ final class FakeSniffer extends Clock implements Transport {
   /** What it has been asked to forward, in order and with duplicates, like the real list. */
   final List<Endpoint> list = new ArrayList<>();
   final List<Command> commands = new ArrayList<>();
+  /** Every datagram that went by, forwarded or not. */
+  final List<Frame> passed = new ArrayList<>();
   final ByteArrayOutputStream printed = new ByteArrayOutputStream();
   final Recorder recorder;
   private final Path directory;
@@ -53,6 +55,7 @@ final class FakeSniffer extends Clock implements Transport {
 
   /** Whether it was forwarded. */
   boolean udp(Endpoint source, Endpoint destination, byte[] payload) {
+    passed.add(new Frame(Frame.RTP, destination, source, payload));
     boolean listed = list.contains(destination);
     if (listed) {
       frame(Frame.RTP, source, destination, payload);
@@ -75,15 +78,13 @@ final class FakeSniffer extends Clock implements Transport {
   void replay(Path capture, List<String> descriptions) throws IOException {
     ByteBuffer in = ByteBuffer.wrap(Files.readAllBytes(capture)).order(ByteOrder.LITTLE_ENDIAN);
     Iterator<String> texts = descriptions.iterator();
-    long start = -1;
-    long begun = now;
+    long last = Long.MAX_VALUE;
     for (in.position(24); in.hasRemaining();) {
       long millis = 1000L * in.getInt() + in.getInt() / 1000;
       byte[] packet = new byte[in.getInt()];
-      in.getInt();
-      in.get(packet);
-      start = start < 0 ? millis : start;
-      pass(Math.max(0, begun + millis - start - now));
+      in.position(in.position() + 4).get(packet);
+      pass(Math.max(0, millis - last));
+      last = millis;
       classify(ByteBuffer.wrap(packet), texts);
     }
   }
@@ -159,6 +160,11 @@ final class FakeSniffer extends Clock implements Transport {
     }
   }
 
+  /** What it forwards, sorted, with duplicates. */
+  String listed() {
+    return String.join(" ", list.stream().map(Endpoint::toString).sorted().toList());
+  }
+
   String printed() { return printed.toString(StandardCharsets.UTF_8); }
 
   // The sniffer's end of the link.
@@ -197,11 +203,6 @@ final class FakeSniffer extends Clock implements Transport {
   public void close() {}
 
   // The clock.
-
-  @Override
-  public long millis() {
-    return now;
-  }
 
   @Override
   public Instant instant() {

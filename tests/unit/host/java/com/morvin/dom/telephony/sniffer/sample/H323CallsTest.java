@@ -7,7 +7,6 @@ import static com.morvin.dom.telephony.sniffer.sample.Testing.that;
 import java.nio.file.Files;
 import java.nio.file.Path;
 import java.util.List;
-import java.util.TreeSet;
 
 /** H.323 calls by the descriptions of their messages. */
 final class H323CallsTest {
@@ -15,10 +14,6 @@ final class H323CallsTest {
   private static final String B = "10.20.0.2:1720";
   private static final String GATEKEEPER = "10.20.0.9:1720";
   private static final Path DATA = Path.of(System.getProperty("tests.data"), "h323");
-
-  private static TreeSet<String> listed(FakeSniffer sniffer) {
-    return new TreeSet<>(sniffer.list.stream().map(Endpoint::toString).toList());
-  }
 
   /** The descriptions of real calls, of every way to open media: before the release all four addresses are known. */
   void testRealCalls() throws Exception {
@@ -34,8 +29,7 @@ final class H323CallsTest {
             continue;
           }
           if (text.startsWith("t:90") && released++ == 0) {
-            equal(listed(sniffer).toString(), "[10.20.0.1:5000, 10.20.0.1:5001, 10.20.0.2:5000, 10.20.0.2:5001]");
-            equal(sniffer.list.size(), 4);
+            equal(sniffer.listed(), "10.20.0.1:5000 10.20.0.1:5001 10.20.0.2:5000 10.20.0.2:5001");
           }
           // Setup comes from the caller, answers from the callee; an address comes from whom it belongs to.
           fromCaller = text.startsWith("t:5") || text.contains("a:101:rtp:10.20.0.1")
@@ -62,19 +56,19 @@ final class H323CallsTest {
       sniffer.h323("10.20.0.3:40000", B, setup.formatted("id-2", "c", 3, 0));
       // Both ends of one pair of hosts may have chosen the same reference.
       sniffer.h323("10.20.0.2:40000", "10.20.0.1:1720", setup.formatted("id-3", "b", 2, 2));
-      equal(listed(sniffer).size(), 6);
+      equal(sniffer.list.size(), 6);
       // H.245 of its own between the hosts of one of them.
       sniffer.h323("10.20.0.2:3333", "10.20.0.3:4444", "t:131\nr:7\na:1:rtp:10.20.0.2 6000\n");
       sniffer.h323("10.20.0.3:40000", B, "t:98\nr:7\n");
-      equal(listed(sniffer).size(), 8);
+      equal(sniffer.list.size(), 8);
       // A Setup that takes the place of a call whose end was missed.
       sniffer.h323(A, B, setup.formatted("id-4", "a", 1, 6));
-      equal(listed(sniffer).toString(),
-          "[10.20.0.1:5006, 10.20.0.1:5007, 10.20.0.2:5002, 10.20.0.2:5003,"
-          + " 10.20.0.2:6000, 10.20.0.2:6001, 10.20.0.3:5000, 10.20.0.3:5001]");
+      equal(sniffer.listed(),
+          "10.20.0.1:5006 10.20.0.1:5007 10.20.0.2:5002 10.20.0.2:5003"
+          + " 10.20.0.2:6000 10.20.0.2:6001 10.20.0.3:5000 10.20.0.3:5001");
       sniffer.h323(B, "10.20.0.3:40000", "t:90\nr:7\n");
       sniffer.h323("10.20.0.3:40000", B, "t:90\nr:7\nc:id-2\n");
-      equal(listed(sniffer).toString(), "[10.20.0.1:5006, 10.20.0.1:5007, 10.20.0.2:5002, 10.20.0.2:5003]");
+      equal(sniffer.listed(), "10.20.0.1:5006 10.20.0.1:5007 10.20.0.2:5002 10.20.0.2:5003");
       sniffer.h323(A, B, "t:90\nr:8\n");
       equal(sniffer.list.size(), 4);
     });
@@ -90,7 +84,7 @@ final class H323CallsTest {
       sniffer.h323(B, "10.20.0.9:41000", "t:7\nr:2\nc:id\n");
       sniffer.h323(B, "10.20.0.9:41000",
           "t:98\nr:2\nm:9:fcodec:g7231 0,rtp:10.20.0.2 6000rcodec:g711Ulaw64k 20,rtp:10.20.0.2 6002\ni:5\nz:?\n");
-      equal(listed(sniffer).toString(), "[10.20.0.2:6000, 10.20.0.2:6001, 10.20.0.2:6002, 10.20.0.2:6003]");
+      equal(sniffer.listed(), "10.20.0.2:6000 10.20.0.2:6001 10.20.0.2:6002 10.20.0.2:6003");
       sniffer.udp(FakeSniffer.at("10.20.0.1:5000"), FakeSniffer.at("10.20.0.2:6002"),
           FakeSniffer.rtp(0, 1, 1, 1, new byte[80]));
       sniffer.h323(GATEKEEPER, A, "t:90\nr:1\nc:id\n");

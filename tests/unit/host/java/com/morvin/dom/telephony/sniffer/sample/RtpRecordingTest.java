@@ -44,6 +44,13 @@ final class RtpRecordingTest {
     sniffer.udp(ALICE, BOB, FakeSniffer.rtp(payloadType, sequence, timestamp, ssrc, payload));
   }
 
+  /** So many packets at the pace of speech. */
+  private void talk(int packets, int sequence, int ssrc, int value) {
+    for (int i = sequence; i < sequence + packets; i++, sniffer.pass(20)) {
+      send(8, i, i * SIZE, ssrc, value);
+    }
+  }
+
   /** One letter for each 160 samples: that of the packet they came from, '.' for silence, '!' for a mixture. */
   private String heard(String nameEnd, Codec codec) throws Exception {
     short[] samples = sniffer.samples(nameEnd);
@@ -115,17 +122,12 @@ final class RtpRecordingTest {
 
   void testAnotherSourceGoesOnInTheFileAndTwoAtOnceGetTwo() throws Exception {
     recording(() -> {
-      int t = 0;
-      for (int i = 0; i < 20; i++, t += SIZE, sniffer.pass(20)) {
-        send(8, i, t, 1, 'a');
-      }
+      talk(20, 0, 1, 'a');
       sniffer.pass(100);
-      for (int i = 0; i < 20; i++, t += SIZE, sniffer.pass(20)) {
-        send(8, 40_000 + i, 900_000 + t, 2, 'b');
-      }
-      for (int i = 0; i < 30; i++, t += SIZE, sniffer.pass(20)) {
-        send(8, 40_020 + i, 900_000 + t, 2, 'c');
-        send(8, 500 + i, 77 + t, 3, 'd');
+      talk(20, 40_000, 2, 'b');
+      for (int i = 0; i < 30; i++, sniffer.pass(20)) {
+        send(8, 40_020 + i, (40_020 + i) * SIZE, 2, 'c');
+        send(8, 500 + i, 77 + i * SIZE, 3, 'd');
       }
       end();
       equal(heard("from-caller.wav", Codec.PCMA),
@@ -161,14 +163,10 @@ final class RtpRecordingTest {
 
   void testASenderThatStartsOverIsFollowed() throws Exception {
     recording(() -> {
-      for (int i = 0; i < 10; i++, sniffer.pass(20)) {
-        send(8, i, i * SIZE, 1, 'a');
-      }
-      for (int i = 0; i < 10; i++, sniffer.pass(20)) {
-        send(8, 30_000 + i, 5_000_000 + i * SIZE, 1, 'b');
-      }
-      for (int i = 10; i < 1010; i++) {  // a burst, faster than it was spoken, is nothing to mend
-        send(8, 30_000 + i, 5_000_000 + i * SIZE, 1, 'c');
+      talk(10, 0, 1, 'a');
+      talk(10, 30_000, 1, 'b');
+      for (int i = 30_010; i < 31_010; i++) { // a burst, faster than it was spoken, is nothing to mend
+        send(8, i, i * SIZE, 1, 'c');
       }
       end();
       equal(heard("from-caller.wav", Codec.PCMA), "aaaaaaaaaabbbbbbbbbb" + "c".repeat(1000));

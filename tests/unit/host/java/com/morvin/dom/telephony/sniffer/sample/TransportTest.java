@@ -11,11 +11,13 @@ import java.net.DatagramSocket;
 import java.net.InetSocketAddress;
 import java.net.Socket;
 import java.nio.ByteBuffer;
+import java.util.ArrayList;
 import java.util.Arrays;
+import java.util.List;
 import java.util.Queue;
 import java.util.concurrent.ConcurrentLinkedQueue;
-import java.util.concurrent.CountDownLatch;
-import java.util.concurrent.locks.LockSupport;
+import java.util.concurrent.CompletableFuture;
+import java.util.function.BooleanSupplier;
 
 /** The three links, with the sniffer's end played by the test. */
 final class TransportTest {
@@ -47,15 +49,11 @@ final class TransportTest {
     throw new AssertionError("no frame");
   }
 
-  private interface Condition {
-    boolean holds();
-  }
-
-  private static void await(Transport link, Condition condition) throws Exception {
-    for (int i = 0; i < 100 && !condition.holds(); i++) {
+  private static void await(Transport link, BooleanSupplier condition) throws Exception {
+    for (int i = 0; i < 100 && !condition.getAsBoolean(); i++) {
       equal(link.receive(50), null);
     }
-    that(condition.holds(), "waited in vain");
+    that(condition.getAsBoolean(), "waited in vain");
   }
 
   void testTcp() throws Exception {
@@ -74,23 +72,16 @@ final class TransportTest {
           stream.write(frame(size == 0 ? Frame.HEARTBEAT : Frame.RTP, size));
         }
         byte[] bytes = stream.toByteArray();
-        Thread writer = new Thread(() -> {
-          try {
-            for (int at = 0, size = 1; at < bytes.length; at += size, size = Math.min(size * 3, bytes.length - at)) {
-              sniffer.getOutputStream().write(bytes, at, Math.min(size, bytes.length - at));
-              Thread.sleep(5);
-            }
-          } catch (IOException | InterruptedException e) {
-            throw new IllegalStateException(e);
+        List<String> frames = new ArrayList<>();
+        for (int at = 0, size = 1; at < bytes.length || frames.size() < 4; at += size, size *= 3) {
+          size = Math.min(size, bytes.length - at);
+          sniffer.getOutputStream().write(bytes, at, size);
+          Frame frame = size > 0 ? link.receive(20) : next(link);
+          if (frame != null) {
+            frames.add(frame.protocol() + " " + frame.destination() + " " + frame.payload().length);
           }
-        });
-        writer.start();
-        equal(next(link).protocol(), Frame.HEARTBEAT);
-        Frame rtp = next(link);
-        equal(rtp.destination() + " " + rtp.source() + " " + rtp.payload().length, "10.0.0.2:5000 10.0.0.1:4000 160");
-        equal(next(link).payload().length, 65520);
-        equal(next(link).payload().length, 1);
-        writer.join();
+        }
+        equal(frames, List.of("3 10.0.0.2:5000 0", "2 10.0.0.2:5000 160", "2 10.0.0.2:5000 65520", "2 10.0.0.2:5000 1"));
       }
       await(link, () -> !link.connected());
       try (Socket again = new Socket("127.0.0.1", link.port())) {
@@ -135,20 +126,19 @@ final class TransportTest {
         port = busy.port();
         equal(RecorderMain.run("--tcp", "" + port, "--out", directory.toString()), 1);
       }
-      Thread sniffer = new Thread(() -> {
-        for (int tries = 0; tries < 100; tries++) {
-          try (Socket link = new Socket("127.0.0.1", port)) {
-            link.getOutputStream().write(frame(Frame.SIP, 100));
-            return;
-          } catch (IOException notYet) {
-            LockSupport.parkNanos(50_000_000);
-          }
+      CompletableFuture<Integer> status = CompletableFuture.supplyAsync(
+          () -> RecorderMain.run("--tcp", "" + port, "--out", directory.toString(), "--until-disconnect"));
+      boolean linked = false;
+      for (int tries = 0; tries < 100 && !linked; tries++, Thread.sleep(50)) {
+        try (Socket sniffer = new Socket("127.0.0.1", port)) {
+          sniffer.getOutputStream().write(frame(Frame.SIP, 100));
+          linked = true;
+        } catch (IOException e) {
+          equal(status.isDone(), false); // it listens in a moment
         }
-      });
-      sniffer.start();
-      equal(RecorderMain.run("--tcp", "" + port, "--out", directory.toString(), "--until-disconnect"), 0);
+      }
+      equal(status.get(), 0);
       equal(RecorderMain.run("--udp", "" + port, "--out", directory.toString(), "--idle-exit", "1"), 0);
-      sniffer.join();
     });
   }
 
@@ -156,20 +146,16 @@ final class TransportTest {
   private static final class FakeEngine implements EmbeddedTransport.Engine {
     final Queue<byte[]> frames = new ConcurrentLinkedQueue<>();
     final Queue<byte[]> requests = new ConcurrentLinkedQueue<>();
-    final CountDownLatch broken = new CountDownLatch(1);
+    final CompletableFuture<Void> broken = new CompletableFuture<>();
 
     @Override
     public void mainLoop() {
-      try {
-        broken.await();
-      } catch (InterruptedException e) {
-        Thread.currentThread().interrupt();
-      }
+      broken.join();
     }
 
     @Override
     public void breakMainLoop() {
-      broken.countDown();
+      broken.complete(null);
     }
 
     @Override
