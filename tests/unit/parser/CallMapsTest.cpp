@@ -54,16 +54,8 @@ class Calls {
   }
 
  private:
-  static Segment find(const char* beginning) {
-    for (Segment& segment : readSegments(kCalls[2])) {
-      if (segment.forwarded && segment.text.starts_with(beginning)) return segment;
-    }
-    ADD_FAILURE() << beginning;
-    return {};
-  }
-
-  Segment releaseComplete = find("t:90");
-  Segment openLogicalChannel = find("t:130");
+  Segment releaseComplete = segmentOf(kCalls[2], "t:90");
+  Segment openLogicalChannel = segmentOf(kCalls[2], "t:130");
 };
 
 using Events = std::vector<std::string>;
@@ -142,7 +134,7 @@ TEST(CallMaps, StayWholeUnderHostileAddresses) {
     std::map<Address, std::set<int>> announcedBy;
     Address last;
     int found = 0;
-    for (int step = 0; step < 100000; ++step) {
+    for (int step = 0; step < 35000; ++step) {
       const int reference = static_cast<int>(below(std::min(spread * 10, 32768U)));
       switch (below(4)) {
         case 0:

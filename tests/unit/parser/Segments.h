@@ -1,6 +1,7 @@
 #pragma once
 
 #include <arpa/inet.h>
+#include <gtest/gtest.h>
 #include <sys/types.h>
 
 #include <cstddef>
@@ -8,6 +9,7 @@
 #include <ostream>
 #include <sstream>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -73,6 +75,15 @@ inline std::vector<Segment> readSegments(const std::string& recording) {
 constexpr const char* kCalls[] = {"h323/h323-fast-start-separate", "h323/h323-fast-start-tunnelled",
                                   "h323/h323-h245-separate", "h323/h323-h245-tunnelled"};
 constexpr const char* kRandom = "parser/h323-random";  // every message of both recommendations
+
+/// The first segment that is described by a text that begins and goes on like this.
+inline Segment segmentOf(const char* recording, std::string_view beginning, std::string_view further = "") {
+  for (Segment& segment : readSegments(recording)) {
+    if (segment.text.starts_with(beginning) && segment.text.find(further) != std::string::npos) return segment;
+  }
+  ADD_FAILURE() << recording << " has no " << beginning;
+  return {};
+}
 
 struct Description {
   bool forwarded = false;
