@@ -145,8 +145,18 @@ void SnifferConfig::reportValues() {
     if (name.empty()) warn(Device, "there is an empty name in the list");
     if (!devices.insert(name).second) warn(Device, name + " is in the list twice and its frames are sent twice");
   }
-  if (*text(StatisticsInterval) != 0 && getStatisticsInterval() == 0)
+  if (*getFilter() == 0) warn(Filter, "everything is captured");
+  if (*text(LogLevel) != 0 && validateLogLevel(text(LogLevel)).empty()) warn(LogLevel, "INFO is used");
+  reportFlag(TraceSignalling, "the trace is on");
+  reportFlag(ImmediateCapture, "it is not immediate");
+  if (*text(StatisticsInterval) != 0 && getStatisticsInterval() == 0) {
     warn(StatisticsInterval, "no statistics are logged");
+  }
+}
+
+void SnifferConfig::reportFlag(const std::string& key, const std::string& assumption) {
+  const std::string value = text(key);
+  if (!value.empty() && value != "yes" && value != "no") warn(key, "neither yes nor no, " + assumption);
 }
 
 std::string SnifferConfig::trim(const std::string& s) {

@@ -66,6 +66,7 @@ class SnifferConfig {
  private:
   void reportKeys();
   void reportValues();
+  void reportFlag(const std::string& key, const std::string& assumption);
   void warn(const std::string& key, const std::string& assumption);
 
   std::string logLevel;

@@ -128,4 +128,41 @@ TEST(Settings, TextsStayValidWhileOthersAreLookedUp) {
       testing::ExitedWithCode(0), "");
 }
 
+TEST(Settings, OdditiesAreToldWithTheirLine) {
+  TestLog log;
+  SnifferConfig config(
+      fileOf("ServerName=recorder.example.org\n"
+             "ServerPort=70000\n"
+             "# Device=none\n"
+             "Device=eth0;eth1;eth0\n"
+             "Device=eth2\n"
+             "Filter =udp\n"
+             "ServerProtocol=SCTP\n"
+             "LogLevel=chatty\n"
+             "TraceSignalling=Yes\n"
+             "ImmediateCapture=no\n"
+             "StatisticsInterval=often\n"
+             "Recorder=1\n"));
+  log.take();
+  config.reportOddities();
+  const std::string line = "WARN Line ";
+  EXPECT_EQ(log.take(),
+            (std::vector<std::string>{
+                line + "5 of the settings: Device is set again, line 4 counts",
+                line + "6 of the settings: \"Filter \" is no setting, blanks in front of '=' belong to the key, "
+                       "ignored",
+                line + "12 of the settings: \"Recorder\" is no setting, ignored",
+                line + "1 of the settings: ServerName=recorder.example.org, the recorder is not reachable "
+                       "without a dotted IPv4 address",
+                line + "2 of the settings: ServerPort=70000, a port is a number from 1 to 65535, port 4464 is used",
+                line + "7 of the settings: ServerProtocol=SCTP, TCP is used",
+                line + "4 of the settings: Device=eth0;eth1;eth0, eth0 is in the list twice and its frames "
+                       "are sent twice",
+                "WARN The settings have no Filter, everything is captured",
+                line + "8 of the settings: LogLevel=chatty, INFO is used",
+                line + "9 of the settings: TraceSignalling=Yes, neither yes nor no, the trace is on",
+                line + "11 of the settings: StatisticsInterval=often, no statistics are logged",
+            }));
+}
+
 }  // namespace
