@@ -128,7 +128,7 @@ TEST(Settings, TextsStayValidWhileOthersAreLookedUp) {
       testing::ExitedWithCode(0), "");
 }
 
-TEST(Settings, OdditiesAreToldWithTheirLine) {
+void tellOddities() {
   TestLog log;
   SnifferConfig config(
       fileOf("ServerName=recorder.example.org\n"
@@ -163,6 +163,15 @@ TEST(Settings, OdditiesAreToldWithTheirLine) {
                 line + "9 of the settings: TraceSignalling=Yes, neither yes nor no, the trace is on",
                 line + "11 of the settings: StatisticsInterval=often, no statistics are logged",
             }));
+}
+
+TEST(Settings, OdditiesAreToldWithTheirLine) {
+  EXPECT_EXIT(
+      {
+        tellOddities();
+        std::exit(HasFailure() ? 1 : 0);
+      },
+      testing::ExitedWithCode(0), "");
 }
 
 }  // namespace
