@@ -129,7 +129,7 @@ class Soak:
         self.logs = [program / "sniffer.log", host / "sniffer.log"]
         (program / "sniffer.log").touch()
         self.program_log = open(program / "sniffer.log")
-        self.watches = [Watch("stand-alone", self.program.pid, 4096, 2), Watch("in Java", self.host.pid, 24576, 40)]
+        self.watches = [Watch("stand-alone", self.program.pid, 16384, 2), Watch("in Java", self.host.pid, 24576, 40)]
         for log in self.logs:
             while not (log.exists() and log.read_text().count("PCAP thread created") == 2):
                 if self.program.poll() is not None or self.host.poll() is not None:
