@@ -41,6 +41,7 @@ final class Recorder {
   private long lastTick;
   private long lastTraffic;
   private int lastNumber;
+  private final long[] received = new long[Frame.H323 + 1];  // frames, by protocol
   private long packets;
   private long lostOfEndedCalls;
   private long malformed;
@@ -89,6 +90,7 @@ final class Recorder {
     }
     if (frame != null) {
       heartbeat.heard(now);
+      received[frame.protocol()]++;
       if (frame.protocol() != Frame.HEARTBEAT || transport.waitsForTraffic()) {
         lastTraffic = now;
       }
@@ -230,6 +232,9 @@ final class Recorder {
     console.print("");
     console.print(Text.count(lastNumber, "call") + ", " + Text.count(packets, "media packet") + " (" + lostOfEndedCalls
         + " lost), " + Text.count(recordings.size(), "recording"));
+    console.print("Frames from the sniffer: " + received[Frame.SIP] + " SIP, " + received[Frame.RTP] + " RTP, "
+        + received[Frame.H323] + " H.323, " + received[Frame.HEARTBEAT] + " heartbeats in "
+        + Text.count(transport.sessions(), "session"));
     recordings.forEach((path, millis) -> console.print("  " + path + "  " + Text.seconds(millis) + " s"));
     if (lastNumber > 0) {
       console.print("The table of calls: " + log.file());
