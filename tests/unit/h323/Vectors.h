@@ -13,7 +13,6 @@
 // The signalling of whole calls: what each TCP segment holds, and what it is expected to be decoded as.
 struct Vector {
   std::vector<uint8_t> octets;  // behind the TPKT header
-  std::string text;             // the description, line feeds as they are
   std::string decodedAs;        // "h245:..." or "q931..."
 
   PBYTEArray payload() const { return PBYTEArray(octets.data(), octets.size()); }
@@ -45,14 +44,7 @@ inline std::vector<Vector> loadVectors(const std::filesystem::path& segments) {
     Vector vector;
     constexpr size_t kTpktDigits = 8;
     vector.octets = fromHex(std::string_view(segment).substr(segment.rfind(' ') + 1 + kTpktDigits));
-    const size_t text = expected.find('\t') + 1;
-    const size_t decodedAs = expected.rfind('\t') + 1;
-    for (size_t i = text; i < decodedAs - 1; ++i) {
-      const bool isLineFeed = expected.compare(i, 2, "\\n") == 0;
-      vector.text += isLineFeed ? '\n' : expected[i];
-      if (isLineFeed) ++i;
-    }
-    vector.decodedAs = expected.substr(decodedAs);
+    vector.decodedAs = expected.substr(expected.rfind('\t') + 1);
     vectors.push_back(std::move(vector));
   }
   return vectors;
