@@ -474,19 +474,19 @@ void SngDissector::sendPayload(u_char* payload, int len) {
   }
 }
 
+std::size_t SngDissector::getQueueLength() {
+  const MutexLock guard(packetQueueLock);
+  return packetQueue.size();
+}
+
 std::string SngDissector::reportStatistics() {
-  std::size_t queueLength;
-  {
-    const MutexLock guard(packetQueueLock);
-    queueLength = packetQueue.size();
-  }
   std::size_t rtpListLength;
   {
     const MutexLock guard(rtpListLock);
     applyClear();
     rtpListLength = rtpList.size();
   }
-  return statistics.report(queueLength, rtpListLength);
+  return statistics.report(getQueueLength(), rtpListLength);
 }
 
 void SngDissector::printFormatHeader(const u_char* ptr) {

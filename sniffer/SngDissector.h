@@ -174,6 +174,9 @@ class SngDissector {
   Statistics& getStatistics() { return statistics; }
   std::string reportStatistics();
 
+  /// Packets that wait for the consumer. Any thread.
+  std::size_t getQueueLength();
+
   /// True when nothing is queued and nothing is being processed. Any thread.
   bool isIdle();
 

@@ -309,6 +309,8 @@ void Sniffer::startSniffing() {
   logger->info("Sniffing started.");
   startCaptureThreads();
   while (!endMain) dissector->consumePacket();
+  // What came in while the last packet was in work counts as discarded in the report.
+  if (dissector->getQueueLength() > 0) dissector->clearQueue();
   logger->info("Sniffing ended.");
   logStatistics();
 }
