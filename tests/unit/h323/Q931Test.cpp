@@ -8,8 +8,8 @@ namespace {
 
 // The octets are kept, for a message is a view of them.
 struct Message : Q931 {
-  explicit Message(const char* hex) { decoded = decode(hex); }
-  bool decode(const char* hex) {
+  explicit Message(std::string_view hex) { decoded = decode(hex); }
+  bool decode(std::string_view hex) {
     octets = fromHex(hex);
     return Decode(PBYTEArray(octets.data(), octets.size()));
   }
@@ -17,13 +17,8 @@ struct Message : Q931 {
   bool decoded = false;
 };
 
-std::string hex(const PBYTEArray& octets) {
-  std::string text;
-  for (const uint8_t octet : octets) {
-    text += "0123456789abcdef"[octet >> 4];
-    text += "0123456789abcdef"[octet & 15];
-  }
-  return text;
+std::vector<uint8_t> octetsOf(const PBYTEArray& array) {
+  return {array.begin(), array.end()};
 }
 
 TEST(Q931, Header) {
@@ -49,23 +44,18 @@ TEST(Q931, Header) {
 
 TEST(Q931, Elements) {
   // One octet, two alike, and a User-user with its discriminator.
-  Message message(
-      "0802000105"
-      "a1"
-      "280161"
-      "28026263"
-      "7e000405aabbcc");
+  Message message("0802000105a1280161280262637e000405aabbcc");
   EXPECT_TRUE(message.decoded);
   EXPECT_TRUE(message.HasIE(0xA1));
-  EXPECT_EQ(hex(message.GetIE(0xA1)), "");
-  EXPECT_EQ(hex(message.GetIE(0x28)), "6263");
-  EXPECT_EQ(hex(message.GetIE(Q931::UserUserIE)), "aabbcc");
+  EXPECT_EQ(octetsOf(message.GetIE(0xA1)), fromHex(""));
+  EXPECT_EQ(octetsOf(message.GetIE(0x28)), fromHex("6263"));
+  EXPECT_EQ(octetsOf(message.GetIE(Q931::UserUserIE)), fromHex("aabbcc"));
   EXPECT_FALSE(message.HasIE(Q931::CalledPartyNumberIE));
   EXPECT_FALSE(message.HasIE(0x100));
   // What stands in front of a fault is there; nothing of the message before is.
   for (const char* fault : {"28", "280261", "7e00", "7e0000", "7e0001", "7e000305aa"}) {
     SCOPED_TRACE(fault);
-    EXPECT_FALSE(message.decode((std::string("0802000105040188") + fault).c_str()));
+    EXPECT_FALSE(message.decode(std::string("0802000105040188") + fault));
     EXPECT_TRUE(message.HasIE(4));
     EXPECT_FALSE(message.HasIE(0x28));
     EXPECT_FALSE(message.HasIE(Q931::UserUserIE));
@@ -74,27 +64,19 @@ TEST(Q931, Elements) {
   EXPECT_FALSE(message.HasIE(4));
 }
 
+// Octet 3a is there when octet 3 has bit 8 clear, octet 3b when 3a has.
 TEST(Q931, PartyNumbers) {
-  const auto called = [](const char* element) {
-    return Message((std::string("080200010570") + element).c_str()).GetCalledPartyNumber();
+  const struct {
+    std::string element;
+    const char* number;
+  } cases[] = {
+      {"03813132", "12"}, {"0401803132", "12"}, {"050100003132", "12"}, {"06813132003334", "12"}, {"00", ""},
+      {"0101", ""},       {"020100", ""},       {"0181", ""},           {"020180", ""},
   };
-  EXPECT_EQ(called("0381"
-                   "3132"),
-            "12");
-  EXPECT_EQ(called("0401"
-                   "803132"),
-            "12");
-  EXPECT_EQ(called("0501"
-                   "00003132"),
-            "12");  // octet 3b is there when 3a has bit 8 clear
-  EXPECT_EQ(called("0681"
-                   "3132003334"),
-            "12");
-  for (const char* none : {"00", "0101", "020100", "0181", "020180"}) EXPECT_EQ(called(none), "") << none;
-  EXPECT_EQ(Message("0802000105"
-                    "6c03813132")
-                .GetCallingPartyNumber(),
-            "12");
+  for (const auto& [element, number] : cases) {
+    EXPECT_EQ(Message("080200010570" + element).GetCalledPartyNumber(), number) << element;
+    EXPECT_EQ(Message("08020001056c" + element).GetCallingPartyNumber(), number) << element;
+  }
   EXPECT_EQ(Message("0802000105").GetCallingPartyNumber(), "");
 }
 

@@ -190,12 +190,11 @@ class RandomMessages {
     item.number = static_cast<int64_t>(length);
     items_.push_back(item);
 
-    const auto putUnit = [&](size_t i) { unit(item, i); };
-    if (type.range.upper >= 65536) return fragments(length, putUnit);
+    if (type.range.upper >= 65536) return fragments(length, [&](size_t i) { unit(item, i); });
     const bool fixed = type.range.lower == type.range.upper;
     if (!fixed) constrained(item.number, type.range);
     if (fixed ? length * type.unit > 16 : length > 0) out_.align();
-    for (size_t i = 0; i < length; ++i) putUnit(i);
+    for (size_t i = 0; i < length; ++i) unit(item, i);
   }
 
   void unit(const Item& item, size_t i) {

@@ -4,10 +4,10 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cctype>
 #include <cstdlib>
 #include <map>
 #include <optional>
+#include <regex>
 #include <set>
 #include <string>
 #include <vector>
@@ -22,29 +22,12 @@ using asn1::Kind;
 using asn1::Type;
 
 std::vector<std::string> tokensOf(const std::string& text) {
+  // A comment ends with its line or at the next pair of hyphens.
+  static const std::regex commentOrToken(
+      R"re(--.*?(?:--|\n)|-?[[:alnum:]]+(?:-[[:alnum:]]+)*|"[^"]*"|\.\.\.?|::=|\S)re");
   std::vector<std::string> tokens;
-  for (size_t i = 0; i < text.size();) {
-    const auto isWord = [&](size_t at) {
-      return at < text.size() && (std::isalnum(static_cast<unsigned char>(text[at])) || text[at] == '-');
-    };
-    if (text.compare(i, 2, "--") == 0) {
-      // A comment ends with its line or at the next pair of hyphens.
-      const size_t end = text.find('\n', i);
-      const size_t hyphens = text.find("--", i + 2);
-      i = hyphens < end ? hyphens + 2 : end;
-    } else if (isWord(i)) {
-      const size_t begin = i;
-      while (isWord(i) && text.compare(i, 2, "--") != 0) ++i;
-      tokens.push_back(text.substr(begin, i - begin));
-    } else if (std::isspace(static_cast<unsigned char>(text[i]))) {
-      ++i;
-    } else {
-      size_t length = text.compare(i, 3, "...") == 0 || text.compare(i, 3, "::=") == 0 ? 3 : 1;
-      if (length == 1 && text.compare(i, 2, "..") == 0) length = 2;
-      if (text[i] == '"') length = text.find('"', i + 1) - i + 1;
-      tokens.push_back(text.substr(i, length));
-      i += length;
-    }
+  for (std::sregex_iterator match(text.begin(), text.end(), commentOrToken), end; match != end; ++match) {
+    if (!match->str().starts_with("--")) tokens.push_back(match->str());
   }
   return tokens;
 }
@@ -102,8 +85,10 @@ class Comparison {
       }
       return text;
     }
+    // "SEQUENCE SIZE (1..4) OF" and "SEQUENCE (SIZE (1..4)) OF" say the same.
     std::string constraints() {
       std::string text;
+      if (take("SIZE")) text = "SIZE ";
       while (peek() == "(") text += brackets("(", ")");
       return text;
     }
@@ -125,50 +110,57 @@ class Comparison {
 
   // `size` is a constraint that stands outside.
   void compare(Cursor& cursor, const Type& type, const std::string& size = "") {
+    static const std::map<std::string, Kind> kinds = {
+        {"NULL", Kind::kNull},
+        {"BOOLEAN", Kind::kBoolean},
+        {"INTEGER", Kind::kInteger},
+        {"ENUMERATED", Kind::kEnumerated},
+        {"OBJECT", Kind::kObjectIdentifier},
+        {"BIT", Kind::kBitString},
+        {"OCTET", Kind::kOctetString},
+        {"IA5String", Kind::kCharacterString},
+        {"NumericString", Kind::kCharacterString},
+        {"GeneralString", Kind::kCharacterString},
+        {"BMPString", Kind::kBmpString},
+        {"SEQUENCE", Kind::kSequence},
+        {"SET", Kind::kSequence},
+        {"CHOICE", Kind::kChoice},
+    };
     const std::string word = cursor.next();
-    const auto expectKind = [&](Kind kind) { ASSERT_EQ(type.kind, kind) << cursor.path << ": " << word; };
-    if (word == "SEQUENCE" || word == "SET") {
-      const std::string entries = cursor.take("SIZE") ? cursor.brackets("(", ")") : cursor.constraints();
-      if (!cursor.take("OF")) {
-        expectKind(Kind::kSequence);
+    const auto found = kinds.find(word);
+    if (found == kinds.end()) return compareReference(cursor, type, word);
+    Kind kind = found->second;
+    if (word == "OBJECT" || word == "BIT" || word == "OCTET") cursor.next();
+    const std::string constraints = cursor.constraints() + size;
+    if (kind == Kind::kSequence && cursor.take("OF")) kind = Kind::kSequenceOf;
+    ASSERT_EQ(type.kind, kind) << cursor.path << ": " << word;
+    switch (kind) {
+      case Kind::kNull:
+      case Kind::kBoolean:
+        return;
+      case Kind::kSequence:
+      case Kind::kChoice:
+      case Kind::kEnumerated:
         return compareFields(cursor, type);
-      }
-      expectKind(Kind::kSequenceOf);
-      expectRange(cursor, type, entries, "0 .. MAX");
-      compare(cursor, *type.element);
-    } else if (word == "CHOICE") {
-      expectKind(Kind::kChoice);
-      compareFields(cursor, type);
-    } else if (word == "ENUMERATED") {
-      expectKind(Kind::kEnumerated);
-      compareFields(cursor, type);
-    } else if (word == "NULL") {
-      expectKind(Kind::kNull);
-    } else if (word == "BOOLEAN") {
-      expectKind(Kind::kBoolean);
-    } else if (word == "INTEGER") {
-      expectKind(Kind::kInteger);
-      const std::string range = cursor.constraints();
-      EXPECT_EQ(type.extensible, range.find("...") != std::string::npos) << cursor.path;
-      expectRange(cursor, type, range, "MIN .. MAX");
-    } else if (word == "OBJECT") {
-      cursor.next();
-      expectKind(Kind::kObjectIdentifier);
-    } else if (word == "OCTET" || word == "BIT") {
-      cursor.next();
-      expectKind(word == "BIT" ? Kind::kBitString : Kind::kOctetString);
-      expectRange(cursor, type, cursor.constraints() + size, "0 .. MAX");
-    } else if (word.ends_with("String") && word != "ChallengeString") {
-      expectKind(word == "BMPString" ? Kind::kBmpString : Kind::kCharacterString);
-      compareString(cursor, type, word, cursor.constraints() + size);
-    } else if (word == "TYPE-IDENTIFIER") {
-      cursor.at += 3;
-      cursor.constraints();
-      expectKind(Kind::kOpenType);
+      case Kind::kInteger:
+        EXPECT_EQ(type.extensible, constraints.find("...") != std::string::npos) << cursor.path;
+        return expectRange(cursor, type, constraints, "MIN .. MAX");
+      case Kind::kSequenceOf:
+        expectRange(cursor, type, constraints, "0 .. MAX");
+        return compare(cursor, *type.element);
+      default:
+        expectRange(cursor, type, constraints, "0 .. MAX");
+        return expectAlphabet(cursor, type, word, constraints);
+    }
+  }
+
+  void compareReference(Cursor& cursor, const Type& type, const std::string& word) {
+    if (word == "TYPE-IDENTIFIER") cursor.at += 3;  // ".&Type"
+    cursor.brackets("{", "}");
+    const std::string outside = cursor.constraints();
+    if (word == "TYPE-IDENTIFIER" || word == cursor.parameter) {
+      EXPECT_EQ(type.kind, Kind::kOpenType) << cursor.path;
     } else {
-      cursor.brackets("{", "}");
-      const std::string outside = cursor.constraints();
-      if (word == cursor.parameter) return expectKind(Kind::kOpenType);
       named(cursor.module, word, type, outside.starts_with("SIZE") ? outside : "");
     }
   }
@@ -204,8 +196,7 @@ class Comparison {
     EXPECT_EQ(type.rootCount, root.value_or(index)) << cursor.path;
   }
 
-  void compareString(Cursor& cursor, const Type& type, const std::string& word, const std::string& constraints) {
-    expectRange(cursor, type, constraints, "0 .. MAX");
+  void expectAlphabet(const Cursor& cursor, const Type& type, const std::string& word, const std::string& constraints) {
     std::string alphabet = word == "NumericString" ? " 0123456789" : "";
     if (const size_t quote = constraints.find('"'); quote != std::string::npos) {
       alphabet = constraints.substr(quote + 1, constraints.rfind('"') - quote - 1);
