@@ -139,13 +139,18 @@ class CommandLine(TestCase):
         wire.send(*call)
         recorder.wait(lambda frames: len(frames) == 6, "the SIP messages of the call")
         time.sleep(1)  # what is counted after it was sent, or dropped, nobody can wait for
-        for times in (1, 2):
-            program.process.send_signal(signal.SIGUSR2)
-            program.wait_logged("INFO Statistics: sipForwarded=6 rtpForwarded=0 h323Forwarded=0", times)
-        self.assertEqual(program.end(), 0)
         udp = sum(frame.is_udp for frame in call)
-        self.assertEqual(program.logged(f"INFO Statistics of device {wire.device}: replayed={udp}"), 3)
-        self.assertEqual(program.logged(f"udpDropped={udp - 6} "), 3)
+        asked = 0
+        # A frame is at the recorder a moment before it is counted.
+        while not program.logged("INFO Statistics: sipForwarded=6 rtpForwarded=0 h323Forwarded=0"):
+            asked += 1
+            self.assertLess(asked, 50, "six SIP messages are never counted")
+            program.process.send_signal(signal.SIGUSR2)
+            program.wait_logged("INFO Statistics: ", asked)
+        self.assertEqual(program.end(), 0)
+        self.assertEqual(program.logged("INFO Statistics: "), asked + 1)
+        self.assertEqual(program.logged(f"INFO Statistics of device {wire.device}: replayed={udp}"), asked + 1)
+        self.assertGreaterEqual(program.logged(f"udpDropped={udp - 6} "), 2)
 
     def test_one_of_two_devices_is_enough(self):
         recorder = self.keep(Recorder())
