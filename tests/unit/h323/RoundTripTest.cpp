@@ -231,7 +231,13 @@ class RandomMessages {
       present[type.fieldCount] = true;
       present.back() = true;
     }
-    smallLength(present.size() - type.rootCount);
+    const size_t additionCount = present.size() - type.rootCount;
+    if (future_) {
+      out_.bits(1, 1);
+      length(additionCount);
+    } else {
+      out_.bits(additionCount - 1, 7);
+    }
     for (size_t i = type.rootCount; i < present.size(); ++i) out_.bits(present[i], 1);
     for (unsigned i = type.rootCount; i < present.size(); ++i) {
       if (!present[i]) continue;
@@ -268,7 +274,7 @@ class RandomMessages {
       constrained(tag, Range(0, type.rootCount - 1));
       return value(*type.fields[tag].type, item.depth + 1, 0);
     }
-    smallNumber(tag - type.rootCount);
+    out_.bits(tag - type.rootCount, 7);
     if (tag < type.fieldCount) return addition(*type.fields[tag].type, item.depth + 1, 0);
     // Of an alternative nobody knows the octets are the value.
     out_.align();
@@ -283,7 +289,7 @@ class RandomMessages {
       if (leadsToNew(type, tag)) return tag;
     }
     // Now and then one of the future.
-    return type.extensible && oneIn(20) ? first + 60 : first;
+    return type.extensible && oneIn(20) ? type.fieldCount + 5U : first;
   }
 
   void addition(const Type& type, unsigned depth, unsigned index) {
@@ -322,21 +328,6 @@ class RandomMessages {
       out_.align();
       out_.bits(offset, octetsOf(offset) * 8);
     }
-  }
-
-  // X.691, 10.6
-  void smallNumber(size_t number) {
-    if (number < 64) return out_.bits(number, 7);
-    out_.bits(1, 1);
-    length(octetsOf(number));
-    out_.bits(number, octetsOf(number) * 8);
-  }
-
-  // X.691, 10.9.3.4
-  void smallLength(size_t count) {
-    if (count <= 64) return out_.bits(count - 1, 7);
-    out_.bits(1, 1);
-    length(count);
   }
 
   // X.691, 10.9.3.5 to 10.9.3.8

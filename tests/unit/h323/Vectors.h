@@ -49,12 +49,3 @@ inline std::vector<Vector> loadVectors(const std::filesystem::path& segments) {
   }
   return vectors;
 }
-
-inline std::vector<std::filesystem::path> filesWith(const std::filesystem::path& directory,
-                                                    std::string_view extension) {
-  std::vector<std::filesystem::path> files;
-  for (const auto& entry : std::filesystem::directory_iterator(directory)) {
-    if (entry.path().extension() == extension) files.push_back(entry.path());
-  }
-  return files;
-}
