@@ -14,6 +14,7 @@
 #include "../sniffer/Frames.h"
 #include "EmbeddedConnection.h"
 #include "FakeVm.h"
+#include "Sniffer.h"
 #include "com_morvin_dom_telephony_sniffer_EmbeddedPacketChannel.h"
 
 extern JNIEnv* mainLoop_JNIEnv;

@@ -74,6 +74,7 @@ TEST_F(Tcp, AnOutageIsToldOnceAndForgetsEverything) {
   listener.reset();
   const std::string recorder = std::string(" recorder 127.0.0.1:") + std::to_string(port);
   TcpConnection connection(kHost, port);
+  connection.setObserver(&dissector.getLinkObserver());
   EXPECT_EQ(log.take(), std::vector<std::string>{"INFO Connecting to" + recorder});
   EXPECT_EQ(connection.sendPacket(nullptr, 5), 0);
   EXPECT_EQ(connection.sendPacket(data.data(), 0), 0);
@@ -116,8 +117,10 @@ TEST_F(Tcp, AnOutageIsToldOnceAndForgetsEverything) {
 TEST_F(Tcp, AConnectInProgressIsCompletedByALaterSend) {
   const Loopback listener(SOCK_STREAM, 0, 0);
   TcpConnection first(kHost, listener.port());
+  first.setObserver(&dissector.getLinkObserver());
   first.tcpConnect();
   TcpConnection second(kHost, listener.port());  // finds the backlog full
+  second.setObserver(&dissector.getLinkObserver());
   EXPECT_EQ(second.sendPacket(data.data(), 100), -1);
   EXPECT_EQ(second.sendPacket(data.data(), 100), -1);
   EXPECT_TRUE(log.contains("DEBUG Connecting ..."));
@@ -171,6 +174,7 @@ TEST_F(Tcp, SendFailuresAreTreatedByKind) {
   for (const auto& [script, result, stays, stream, expectedEvents] : cases) {
     const Loopback listener(SOCK_STREAM, 0);
     TcpConnection connection(kHost, listener.port());
+    connection.setObserver(&dissector.getLinkObserver());
     const Loopback peer = established(connection, listener);
     list();
     log.take();
@@ -192,6 +196,7 @@ TEST_F(Tcp, SendFailuresAreTreatedByKind) {
 TEST_F(Tcp, ARecorderThatDoesNotReadLosesTheConnection) {
   const Loopback listener(SOCK_STREAM, 0);
   TcpConnection connection(kHost, listener.port());
+  connection.setObserver(&dissector.getLinkObserver());
   const Loopback peer = established(connection, listener);
   list();
   std::size_t sent = 0;
@@ -208,6 +213,7 @@ TEST_F(Tcp, ARecorderThatDoesNotReadLosesTheConnection) {
 TEST_F(Tcp, CommandsSurviveEverySplit) {
   const Loopback listener(SOCK_STREAM, 0);
   TcpConnection connection(kHost, listener.port());
+  connection.setObserver(&dissector.getLinkObserver());
   Loopback peer = established(connection, listener);
   SnifferRequest request;
   const auto next = [&] { return eventually([&] { return connection.receiveRequest(request); }); };

@@ -2,6 +2,8 @@
 
 #include <sys/types.h>
 
+#include <span>
+
 /// One command of the recorder.
 ///
 /// On the wire it is 7 bytes: the code (1), an IPv4 address (4) and a port (2), both in network byte order. Over TCP
@@ -24,6 +26,13 @@ struct SnifferRequest {
   }
 };
 
+/// One frame of a group that is sent together.
+struct OutgoingFrame {
+  u_char* bytes;  ///< the caller's
+  int length;
+  int sent = 0;  ///< what sendPacket() would have answered
+};
+
 /// The link to the recorder. One thread sends frames while another takes commands and may answer them with a frame:
 /// an implementation lets no frame of one thread get into a frame of the other.
 class BaseConnection {
@@ -36,6 +45,17 @@ class BaseConnection {
   virtual int sendPacket(u_char* buffer, int length) = 0;
 
   virtual void closeConnection() = 0;
+
+  /// Sends frames in order, so that nobody can tell it from a sendPacket() for each. Ends behind the first one that
+  /// is not taken whole: what follows has to be judged anew, for the recorder's wishes may have gone with the
+  /// connection. Answers the number of frames dealt with, the last one included; their `sent` is set.
+  virtual std::size_t sendPackets(std::span<OutgoingFrame> frames) {
+    for (std::size_t i = 0; i < frames.size(); ++i) {
+      frames[i].sent = sendPacket(frames[i].bytes, frames[i].length);
+      if (frames[i].sent != frames[i].length) return i + 1;
+    }
+    return frames.size();
+  }
 
   virtual ~BaseConnection() = default;
 };

@@ -10,11 +10,12 @@
 #include <mutex>
 #include <string>
 
+#include "Engine.h"
 #include "ReplayPace.h"
+#include "Settings.h"
+#include "SngDissector.h"
 #include "SnifferConfig.h"
 #include "Statistics.h"
-
-class SngDissector;
 
 /// The capture engine: the settings, one libpcap handle and one thread for each device, and the order in which
 /// everything starts and stops. There is one in a process.
@@ -23,7 +24,7 @@ class SngDissector;
 /// the calling thread until another one calls stopSniffing(); the destructor.
 ///
 /// A device name "file:PATH" replays a capture file at the pace of its time stamps (see ReplayPace.h).
-class Sniffer {
+class Sniffer final : public Engine {
  public:
   static constexpr int kMaxDevices = 10;
   static constexpr int kDeviceNameSize = 50;    ///< with the terminating zero; a file: name may be longer
@@ -90,11 +91,11 @@ class Sniffer {
   void setPromiscuous(int on) { promiscuous = on; }
   int getCount() const { return count; }
   void setCount(int packets) { count = packets; }  ///< packets of each device, -1 for no limit
-  bool getEmbedded() const { return embedded; }
+  bool getEmbedded() const override { return embedded; }
   void setEmbedded(bool on) { embedded = on; }
   bool getTraceSignalling() const { return traceSignalling; }
   void setTraceSignalling(bool on) { traceSignalling = on; }
-  const char* getServerProtocol() const { return serverProtocol; }
+  const char* getServerProtocol() const override { return serverProtocol; }
   void setServerProtocol(const char* protocol) { serverProtocol = protocol; }
   const char* getServerNameMedia() const { return serverNameMedia; }
   int getServerPortMedia() const { return serverPortMedia; }
@@ -110,6 +111,7 @@ class Sniffer {
 
   /// True from the stop of the engine on, until the next start.
   static bool getEndMain() { return endMain; }
+  bool hasEnded() const override { return endMain; }
 
   /// Logs what became of the frames: a line for each device, by libpcap's counters, and one for the rest. A device that
   /// has lost frames in the kernel since the last time makes its line a warning. Any thread.

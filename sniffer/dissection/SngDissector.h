@@ -13,11 +13,12 @@
 #include <vector>
 
 #include "BaseConnection.h"
+#include "Engine.h"
 #include "H323Parser.h"
+#include "LinkObserver.h"
+#include "Settings.h"
 #include "SipHelper.h"
 #include "Statistics.h"
-
-class Sniffer;
 
 /// One captured frame on its way from a capture thread to the consumer. The queue owns the three buffers until the
 /// consumer has processed the packet.
@@ -119,7 +120,8 @@ class SngDissector {
   static SngDissector* dft() { return dissector; }
 
   // Set-up, by one thread before any other knows the dissector. Host names are not copied.
-  void setSniffer(Sniffer* engine) { sniffer = engine; }
+  void setSniffer(Engine* engine) { sniffer = engine; }
+  void setSettings(const Settings& values) { settings = values; }
   void setServerNameMedia(const char* name) { serverNameMedia = name; }
   const char* getServerNameMedia() const { return serverNameMedia; }
   void setServerPortMedia(int port) { serverPortMedia = port; }
@@ -134,6 +136,9 @@ class SngDissector {
 
   /// Makes the connections to the recorder: the host's queues when `embedded`, else by the engine's transport.
   void makeConnection(bool embedded);
+
+  /// To be given to the connections that this dissector is to own.
+  LinkObserver& getLinkObserver() { return link; }
 
   /// Takes over connections made elsewhere; `signalling` may be null. For tests and measurements.
   void setConnections(std::unique_ptr<BaseConnection> media, std::unique_ptr<BaseConnection> signalling);
@@ -231,7 +236,24 @@ class SngDissector {
   void sendFrame(u_char* frame, int length);
   bool describeSegment(u_char* payload, int payloadLen);
 
-  Sniffer* sniffer = nullptr;
+  /// The link to the recorder is lost: what was asked for and what waits is dropped.
+  class Link final : public LinkObserver {
+   public:
+    explicit Link(SngDissector& dissector) : owner(dissector) {}
+    void linkEstablished() override { count(owner.statistics.recorderConnects); }
+    void linkLost() override { count(owner.statistics.recorderLosses); }
+    void forgetDestinations() override { owner.removeAllRtp(); }
+    void discardWaiting() override { owner.clearQueue(); }
+
+   private:
+    SngDissector& owner;
+  };
+
+  bool engineHasEnded() const { return sniffer != nullptr && sniffer->hasEnded(); }
+
+  Engine* sniffer = nullptr;
+  Settings settings;
+  Link link{*this};
   our_header ohdr{};
   const char* serverNameMedia = nullptr;
   int serverPortMedia = 6000;

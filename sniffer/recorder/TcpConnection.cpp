@@ -12,7 +12,6 @@
 #include <string>
 
 #include "DottedDecimal.h"
-#include "SngDissector.h"
 
 namespace {
 
@@ -53,6 +52,14 @@ struct CommandRing {
 
 CommandRing ring;
 
+/// For a connection that nobody owns yet.
+class Nobody final : public LinkObserver {
+  void linkEstablished() override {}
+  void linkLost() override {}
+  void forgetDestinations() override {}
+  void discardWaiting() override {}
+} nobody;
+
 void decode(const u_char* wire, SnifferRequest& request, log4cxx::LoggerPtr& logger) {
   constexpr u_short kHeartbeat = 3;
   const SnifferRequest decoded = SnifferRequest::fromWire(wire);
@@ -67,19 +74,11 @@ void decode(const u_char* wire, SnifferRequest& request, log4cxx::LoggerPtr& log
                 ", port=" + std::to_string(request.rtpPort));
 }
 
-void countLink(Statistics::Counter Statistics::*counter) {
-  if (SngDissector* dissector = SngDissector::dft()) count(dissector->getStatistics().*counter);
-}
-
-void forgetRtpDestinations() {
-  if (SngDissector* dissector = SngDissector::dft()) dissector->removeAllRtp();
-}
-
 }  // namespace
 
 log4cxx::LoggerPtr TcpConnection::logger = log4cxx::Logger::getLogger("SnifferClient");
 
-TcpConnection::TcpConnection(const char* host, int port) : serverPort(port), serverHost(host) {
+TcpConnection::TcpConnection(const char* host, int port) : observer(&nobody), serverPort(port), serverHost(host) {
   serverAddr.sin_family = AF_INET;
   serverAddr.sin_addr.s_addr = inet_addr(host);
   serverAddr.sin_port = htons(static_cast<uint16_t>(port));
@@ -135,7 +134,7 @@ void TcpConnection::setConnected() {
   static std::atomic<unsigned> established = 0;
   stream = ++established;
   connected = true;
-  countLink(&Statistics::recorderConnects);
+  observer->linkEstablished();
 }
 
 int TcpConnection::sendPacket(u_char* buffer, int length) {
@@ -157,8 +156,8 @@ bool TcpConnection::reconnect() {
 }
 
 void TcpConnection::rejectFrame() {
-  forgetRtpDestinations();
-  if (SngDissector* dissector = SngDissector::dft()) dissector->clearQueue();
+  observer->forgetDestinations();
+  observer->discardWaiting();
   rest(1, 0);
 }
 
@@ -202,9 +201,9 @@ int TcpConnection::checkError(int errnum) {
     default:
       logger->warn("Connection to recorder not working");
   }
-  countLink(&Statistics::recorderLosses);
+  observer->linkLost();
   closeConnection();
-  forgetRtpDestinations();
+  observer->forgetDestinations();
   return -1;
 }
 
@@ -223,7 +222,7 @@ bool TcpConnection::receiveRequest(SnifferRequest& request) {
   const int room = ring.room();
   const int n = room > 0 ? static_cast<int>(recv(clientSd, ring.workBuffer, room, 0)) : -1;
   if (n == 0 && ring.total < SnifferRequest::kWireLength) {
-    countLink(&Statistics::recorderLosses);
+    observer->linkLost();
     closeConnection();
     return false;
   }

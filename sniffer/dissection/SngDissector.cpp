@@ -11,7 +11,6 @@
 #include "DottedDecimal.h"
 #include "EmbeddedConnection.h"
 #include "MutexLock.h"
-#include "Sniffer.h"
 #include "TcpConnection.h"
 #include "UdpConnection.h"
 
@@ -138,6 +137,7 @@ void SngDissector::makeUdpConnections() {
 
 void SngDissector::makeTcpConnections() {
   auto* media = new TcpConnection(serverNameMedia, serverPortMedia);
+  media->setObserver(&link);
   conMedia = media;
   logger->info("TCP connection created");
   media->tcpConnect();
@@ -148,6 +148,7 @@ void SngDissector::makeTcpConnections() {
     return;
   }
   auto* signalling = new TcpConnection(serverNameSig, serverPortSig);
+  signalling->setObserver(&link);
   conSig = signalling;
   signalling->tcpConnect();
 }
@@ -229,7 +230,7 @@ void SngDissector::consumePacket() {
   {
     const MutexLock guard(packetQueueLock);
     processing = false;
-    while (packetQueue.empty() && !Sniffer::getEndMain()) {
+    while (packetQueue.empty() && !engineHasEnded()) {
       // The end is signalled without the lock and could be missed, so the wait looks again every 100 ms.
       timespec until;
       clock_gettime(CLOCK_REALTIME, &until);
@@ -238,7 +239,7 @@ void SngDissector::consumePacket() {
       until.tv_nsec %= 1'000'000'000;
       pthread_cond_timedwait(&packetPresent, &packetQueueLock, &until);
     }
-    if (!packetQueue.empty() && !Sniffer::getEndMain()) {
+    if (!packetQueue.empty() && !engineHasEnded()) {
       packet = packetQueue.front();
       packetQueue.pop_front();
       processing = true;

@@ -7,6 +7,7 @@
 #include <mutex>
 
 #include "BaseConnection.h"
+#include "LinkObserver.h"
 
 /// The recorder at the end of a TCP stream.
 ///
@@ -22,6 +23,9 @@ class TcpConnection : public BaseConnection {
   TcpConnection(const char* host, int port);
   TcpConnection(const TcpConnection&) = delete;
   TcpConnection& operator=(const TcpConnection&) = delete;
+
+  /// Who is told what becomes of the link. Before the first use; it must outlive the connection.
+  void setObserver(LinkObserver* owner) { observer = owner; }
 
   /// Decodes at most one command. Also answers true, with `request` as it was, while the beginning of a command waits
   /// for its rest; that command was sent in pieces, and the one before it is acted on again. Commands are read by one
@@ -56,6 +60,7 @@ class TcpConnection : public BaseConnection {
   void setConnected();
   void logConnecting() const;
 
+  LinkObserver* observer;
   sockaddr_in serverAddr{};
   int clientSd = -1;
   int serverPort;
