@@ -202,7 +202,7 @@ int check(Sniffer& engine) {
 /// again.
 void awaitEnd(Sniffer& engine, const sigset_t& awaited, int& status) {
   using Clock = std::chrono::steady_clock;
-  const std::chrono::seconds interval(engine.getStatisticsInterval());
+  const std::chrono::seconds interval(engine.getSettings().statisticsInterval);
   auto due = Clock::now() + interval;
   const timespec pause{0, 50'000'000};
   status = 0;

@@ -178,7 +178,8 @@ int Sniffer::configureFromFile(int argc, char** argv) {
   serverProtocol = snifferConfig->getServerProtocol();
   filter = snifferConfig->getFilter();
   traceSignalling = snifferConfig->getTraceSignalling();
-  immediateCapture = snifferConfig->getImmediateCapture();
+  settings.immediateCapture = snifferConfig->getImmediateCapture();
+  settings.statisticsInterval = snifferConfig->getStatisticsInterval();
   count = -1;
   setLogLevel(snifferConfig->getLogLevel());
   setLoggerLevel(logLevel);
@@ -223,7 +224,7 @@ pcap_t* Sniffer::getHandle(int i) {
     handle[i] = openCaptureFile(*path, errbuf);
     if (handle[i] != nullptr) replayPace[i] = std::make_unique<ReplayPace>();
   } else {
-    handle[i] = immediateCapture ? openImmediate(name) : openLive(name);
+    handle[i] = settings.immediateCapture ? openImmediate(name) : openLive(name);
   }
   if (handle[i] == nullptr) {
     logger->error(std::string("Couldn't open device ") + name + ":" + errbuf);
@@ -279,6 +280,7 @@ int Sniffer::setupSniffing() {
   displayConfig();
   if (const int status = openDevices(); status != 0) return status;
   dissector->setSniffer(this);
+  dissector->setSettings(settings);
   dissector->setServerNameMedia(serverNameMedia);
   dissector->setServerPortMedia(serverPortMedia);
   dissector->setServerNameSig(serverNameSig);

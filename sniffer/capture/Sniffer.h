@@ -103,11 +103,12 @@ class Sniffer final : public Engine {
   void setLogLevel(const char* level);
 
   /// Frames are to be handed over as they arrive, not when a buffer is full or a second has passed.
-  void setImmediateCapture(bool on) { immediateCapture = on; }
-  bool getImmediateCapture() const { return immediateCapture; }
+  void setImmediateCapture(bool on) { settings.immediateCapture = on; }
+  bool getImmediateCapture() const { return settings.immediateCapture; }
 
-  /// The seconds after which logStatistics() is to be called again and again, by the properties file; 0 for never.
-  int getStatisticsInterval() const { return snifferConfig ? snifferConfig->getStatisticsInterval() : 0; }
+  /// All settings beyond devices, filter and recorder. To be set before setupSniffing(), which hands them on.
+  void setSettings(const Settings& values) { settings = values; }
+  const Settings& getSettings() const { return settings; }
 
   /// True from the stop of the engine on, until the next start.
   static bool getEndMain() { return endMain; }
@@ -158,7 +159,7 @@ class Sniffer final : public Engine {
   const char* serverProtocol = "TCP";
   bool embedded = false;
   bool traceSignalling = false;
-  bool immediateCapture = false;
+  Settings settings;
 
   std::mutex lifecycle;  ///< guards the start of the capture threads against a stop at the same time
   bool started = false;
