@@ -178,8 +178,7 @@ int Sniffer::configureFromFile(int argc, char** argv) {
   serverProtocol = snifferConfig->getServerProtocol();
   filter = snifferConfig->getFilter();
   traceSignalling = snifferConfig->getTraceSignalling();
-  settings.immediateCapture = snifferConfig->getImmediateCapture();
-  settings.statisticsInterval = snifferConfig->getStatisticsInterval();
+  settings = snifferConfig->getSettings();
   count = -1;
   setLogLevel(snifferConfig->getLogLevel());
   setLoggerLevel(logLevel);

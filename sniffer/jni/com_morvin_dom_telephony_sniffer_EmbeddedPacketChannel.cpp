@@ -18,6 +18,7 @@
 
 #include "EmbeddedConnection.h"
 #include "Logging.h"
+#include "SettingsReader.h"
 #include "Sniffer.h"
 
 // The call of mainLoop that is under way, or null. The environment and the object are that thread's: no other may use
@@ -189,7 +190,7 @@ struct ChannelSettings {
   std::string packetFilter;
   int packetCount;
   bool traceSignalling;
-  bool immediateCapture;
+  Settings beyond;
 };
 
 std::optional<std::string> readString(JNIEnv* env, jobject channel, jclass type, const char* name) {
@@ -202,6 +203,13 @@ std::optional<std::string> readString(JNIEnv* env, jobject channel, jclass type,
   const std::string copy = characters;
   env->ReleaseStringUTFChars(text, characters);
   return copy;
+}
+
+/// The text of a field that host classes older than it do without.
+std::string readOptionalString(JNIEnv* env, jobject channel, jclass type, const char* name) {
+  const auto text = readString(env, channel, type, name);
+  if (!text) env->ExceptionClear();
+  return text.value_or("");
 }
 
 bool readOptionalFlag(JNIEnv* env, jobject channel, jclass type, const char* name) {
@@ -224,8 +232,9 @@ std::optional<ChannelSettings> readSettings(JNIEnv* env, jobject channel) {
   const jfieldID traceSignalling = env->GetFieldID(type, "traceSignalling", "Z");
   if (traceSignalling == nullptr) return std::nullopt;
   const bool trace = env->GetBooleanField(channel, traceSignalling) != 0;
-  // Host classes older than this field do without.
-  return ChannelSettings{*devices, *filter, count, trace, readOptionalFlag(env, channel, type, "immediateCapture")};
+  Settings beyond = parseHostSettings(readOptionalString(env, channel, type, "settings"));
+  if (readOptionalFlag(env, channel, type, "immediateCapture")) beyond.immediateCapture = true;
+  return ChannelSettings{*devices, *filter, count, trace, std::move(beyond)};
 }
 
 void installSignalHandler() {
@@ -246,7 +255,7 @@ void configure(Sniffer& engine, const ChannelSettings& settings) {
   engine.setCount(settings.packetCount);
   engine.setFilter(settings.packetFilter.c_str());
   engine.setTraceSignalling(settings.traceSignalling);
-  engine.setImmediateCapture(settings.immediateCapture);
+  engine.setSettings(settings.beyond);
   engine.setEmbedded(true);
 }
 

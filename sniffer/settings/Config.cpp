@@ -1,6 +1,7 @@
 #include "Config.h"
 
 #include <cstdlib>
+#include <fstream>
 #include <utility>
 
 namespace {
@@ -22,18 +23,22 @@ void Config::setCfgFileName(std::string fileName) {
 void Config::loadProperties() {
   std::ifstream file(cfgFileName);
   if (!file) failToRead();
+  loadLines(file, cfgFileName);
+  // A directory can be opened, but reading it fails.
+  if (file.bad()) failToRead();
+}
+
+void Config::loadLines(std::istream& text, const std::string& name) {
   lines.clear();
   std::string line;
-  for (int number = 1; std::getline(file, line); ++number) {
+  for (int number = 1; std::getline(text, line); ++number) {
     if (line.size() > kMaxLineLength) {
-      logger->warn("Line " + std::to_string(number) + " of " + cfgFileName + " is longer than " +
+      logger->warn("Line " + std::to_string(number) + " of " + name + " is longer than " +
                    std::to_string(kMaxLineLength) + " characters and is ignored");
       continue;
     }
     addLine(line, number);
   }
-  // A directory can be opened, but reading it fails.
-  if (file.bad()) failToRead();
 }
 
 void Config::addLine(const std::string& line, int number) {

@@ -2,12 +2,12 @@
 
 #include <log4cxx/logger.h>
 
-#include <fstream>
+#include <istream>
 #include <map>
 #include <string>
 #include <vector>
 
-/// A flat file of key=value lines, read once into a table.
+/// A flat text of key=value lines, read once into a table.
 ///
 /// - A line without '=' is skipped; there is no other comment mechanism, so "# Port=1" sets the key "# Port".
 /// - The key is everything before the first '=', not trimmed: "Port = 1" sets the key "Port " with its blank.
@@ -30,6 +30,9 @@ class Config {
   /// the process with status 1. A line of more than 511 characters is skipped with a warning.
   void loadProperties();
 
+  /// The same with the lines of a text; `name` is what a warning calls it.
+  void loadLines(std::istream& text, const std::string& name);
+
   /// A line that sets a key.
   struct Line {
     int number;  ///< from 1
@@ -46,7 +49,7 @@ class Config {
   const std::string& getPropertyText(const std::string& key);
 
   /// `s` without the blanks, tabs, carriage returns and line feeds at both ends.
-  std::string trim(const std::string& s);
+  static std::string trim(const std::string& s);
 
  private:
   void addLine(const std::string& line, int number);

@@ -6,7 +6,11 @@
 #include <log4cxx/propertyconfigurator.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cctype>
 #include <memory>
+
+#include "Config.h"
 
 void configureLogging(const std::string& fileName) {
   if (access(fileName.c_str(), R_OK) == 0) {
@@ -24,4 +28,13 @@ void logToConsole() {
   const auto layout = std::make_shared<log4cxx::PatternLayout>(LOG4CXX_STR("%d %-5p %m%n"));
   root->addAppender(std::make_shared<log4cxx::ConsoleAppender>(layout, log4cxx::ConsoleAppender::getSystemErr()));
   root->setLevel(log4cxx::Level::getInfo());
+}
+
+std::string logLevelNamed(const std::string& text) {
+  std::string level = Config::trim(text);
+  std::transform(level.begin(), level.end(), level.begin(), [](unsigned char c) { return std::toupper(c); });
+  for (const char* known : {"DEBUG", "INFO", "WARN", "ERROR", "FATAL"}) {
+    if (level == known) return level;
+  }
+  return {};
 }

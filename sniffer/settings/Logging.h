@@ -8,3 +8,7 @@ void configureLogging(const std::string& fileName);
 
 /// Messages go to standard error at INFO, unless log4cxx has been configured before.
 void logToConsole();
+
+/// The level that the text names in any case, blanks around it aside: "DEBUG", "INFO", "WARN", "ERROR" or "FATAL".
+/// Empty when it is none of them.
+std::string logLevelNamed(const std::string& text);

@@ -2,9 +2,9 @@
 
 #include <string>
 
-/// The values of the settings that decide how the sniffer works beyond where it captures and whom it serves. Each is off
-/// as it stands here. Filled from the properties file, or from the host's text of Key=value lines; the members are named
-/// after their keys.
+/// The values of the settings that decide how the sniffer works beyond where it captures and whom it serves. Each is
+/// off as it stands here. Filled from the properties file, or from the host's text of Key=value lines; the members are
+/// named after their keys.
 struct Settings {
   bool immediateCapture = false;
   bool reopenDevices = false;
@@ -25,4 +25,6 @@ struct Settings {
   bool reassembleTcp = false;
   bool dropDuplicates = false;
   bool sipAnyUri = false;
+
+  bool operator==(const Settings&) const = default;
 };

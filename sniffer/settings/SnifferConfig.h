@@ -1,10 +1,10 @@
 #pragma once
 
-#include <log4cxx/logger.h>
-
 #include <string>
 
-/// Typed access to the settings of the properties file.
+#include "Settings.h"
+
+/// Typed access to the settings of the properties file. What keys there are, SettingKeys.h tells.
 ///
 /// The text getters return pointers into the table of `Config`, which live until the process ends.
 class SnifferConfig {
@@ -19,8 +19,6 @@ class SnifferConfig {
   static const std::string ServerProtocol;
   static const std::string LogLevel;
   static const std::string TraceSignalling;
-  static const std::string ImmediateCapture;
-  static const std::string StatisticsInterval;
 
   static const std::string Debug;
   static const std::string Info;
@@ -49,11 +47,8 @@ class SnifferConfig {
   /// rely on it.
   bool getTraceSignalling();
 
-  /// True only when the value is exactly "yes".
-  bool getImmediateCapture();
-
-  /// Seconds between two reports of the statistics; 0, for none, when the value is no positive number.
-  int getStatisticsInterval();
+  /// The keys beyond these.
+  Settings getSettings();
 
   /// Logs a warning for each key that means nothing and each value that makes no sense: the line, and what is assumed.
   void reportOddities();
@@ -64,12 +59,5 @@ class SnifferConfig {
   std::string validateLogLevel(std::string level);
 
  private:
-  void reportKeys();
-  void reportValues();
-  void reportFlag(const std::string& key, const std::string& assumption);
-  void warn(const std::string& key, const std::string& assumption);
-
   std::string logLevel;
-
-  static log4cxx::LoggerPtr logger;
 };

@@ -28,6 +28,7 @@ struct FakeChannel {
   jint packetCount = -1;
   bool traceSignalling = false;
   bool immediateCapture = true;
+  std::optional<std::string> settings;
 
   std::set<std::string> missingFields;      ///< of the class
   bool outOfMemory = false;                 ///< no string's characters can be had
@@ -66,7 +67,8 @@ struct FakeVm : JNIEnv {
                                       {"packetFilter", "Ljava/lang/String;"},
                                       {"packetCount", "I"},
                                       {"traceSignalling", "Z"},
-                                      {"immediateCapture", "Z"}};
+                                      {"immediateCapture", "Z"},
+                                      {"settings", "Ljava/lang/String;"}};
 
   static FakeVm& of(JNIEnv* env) {
     FakeVm& self = *static_cast<FakeVm*>(env);
@@ -100,9 +102,10 @@ struct FakeVm : JNIEnv {
   static jobject getObjectField(JNIEnv* env, jobject object, jfieldID field) {
     check(env);
     FakeChannel& self = channel(object);
-    const bool isFilter = name(field) == "packetFilter";
-    if (isFilter) self.whileRead();
-    std::optional<std::string>& value = isFilter ? self.packetFilter : self.nicDevice;
+    if (name(field) == "packetFilter") self.whileRead();
+    std::optional<std::string>& value = name(field) == "packetFilter" ? self.packetFilter
+                                        : name(field) == "settings"   ? self.settings
+                                                                      : self.nicDevice;
     if (self.outOfMemory) return reinterpret_cast<jobject>(&kUnreadable);
     return value ? reinterpret_cast<jobject>(&*value) : nullptr;
   }

@@ -262,9 +262,27 @@ TEST_F(NativeMethods, ObjectThatCannotBeReadEndsTheCall) {
   EXPECT_TRUE(std::exchange(FakeVm::here()->pendingException, false));
   channel.outOfMemory = false;
 
-  channel.missingFields = {"immediateCapture"};  // is not asked of older host classes
+  // Not asked of older host classes, and a host may give them no value.
+  for (const auto& missing : {std::set<std::string>{"immediateCapture", "settings"}, {}}) {
+    channel.missingFields = missing;
+    start();
+    EXPECT_EQ(take(1).size(), 1u);
+    EXPECT_EQ(sniffer->getSettings().immediateCapture, missing.empty());
+    stop();
+  }
+}
+
+TEST_F(NativeMethods, SettingsComeFromTheObject) {
+  channel.nicDevice = idleDevice();
+  channel.immediateCapture = false;
+  channel.settings = "LookBack=2000\r\nDevice=eth0\nDropDuplicates=Yes\nReassembleTcp=yes";
   start();
   EXPECT_EQ(take(1).size(), 1u);
+  const Settings& settings = sniffer->getSettings();
+  EXPECT_EQ(settings.lookBack, 2000);
+  EXPECT_TRUE(settings.reassembleTcp && !settings.dropDuplicates && !settings.immediateCapture);
+  EXPECT_TRUE(log.contains("WARN Line 2 of the settings: Device is not for the host's settings, ignored"));
+  EXPECT_TRUE(log.contains("WARN Line 3 of the settings: DropDuplicates=Yes, neither yes nor no, no is assumed"));
   stop();
 }
 

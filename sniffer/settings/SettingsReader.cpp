@@ -1,0 +1,190 @@
+#include "SettingsReader.h"
+
+#include <arpa/inet.h>
+#include <strings.h>
+
+#include <algorithm>
+#include <charconv>
+#include <climits>
+#include <cstdlib>
+#include <iomanip>
+#include <map>
+#include <optional>
+#include <set>
+#include <sstream>
+
+#include "Logging.h"
+#include "SettingKeys.h"
+#include "StringTokenizer.h"
+
+namespace {
+
+constexpr const char* kYes = "yes";
+constexpr const char* kNo = "no";
+
+const log4cxx::LoggerPtr logger = log4cxx::Logger::getLogger("SnifferClient");
+
+/// What the digits say. What no 32 bits hold is out of every range, so it is as good as the largest number.
+std::optional<int> wholeNumber(const std::string& value) {
+  int number = 0;
+  const char* end = value.data() + value.size();
+  const auto [stop, error] = std::from_chars(value.data(), end, number);
+  if (stop != end || error == std::errc::invalid_argument) return std::nullopt;
+  if (error == std::errc()) return number;
+  return value.starts_with('-') ? INT_MIN : INT_MAX;
+}
+
+int inRange(const NumberKey& key, std::optional<int> number) {
+  return number ? std::clamp(*number, key.least, key.most) : Settings().*key.member;
+}
+
+void readInto(Settings& settings, const TextKey& key, const std::string& value) {
+  if (key.member != nullptr) settings.*key.member = value;
+}
+
+void readInto(Settings& settings, const FlagKey& key, const std::string& value) {
+  if (key.member != nullptr) settings.*key.member = value == kYes;
+}
+
+void readInto(Settings& settings, const NumberKey& key, const std::string& value) {
+  settings.*key.member = inRange(key, wholeNumber(value));
+}
+
+std::vector<std::string> odditiesOf(const TextKey& key, const std::string& value) {
+  return key.oddities != nullptr ? key.oddities(value) : std::vector<std::string>();
+}
+
+std::vector<std::string> odditiesOf(const FlagKey& key, const std::string& value) {
+  if (value.empty() || value == kYes || value == kNo) return {};
+  return {std::string("neither yes nor no, ") + key.otherwise};
+}
+
+std::vector<std::string> odditiesOf(const NumberKey& key, const std::string& value) {
+  const auto number = wholeNumber(value);
+  const int used = inRange(key, number);
+  if (value.empty() || number == used) return {};
+  return {std::string("not a number of ") + key.unit + " from " + std::to_string(key.least) + " to " +
+          std::to_string(key.most) + ", " + std::to_string(used) + " is used"};
+}
+
+void reportKeys(Config& config, SettingsOrigin origin) {
+  std::map<std::string, int> seen;
+  for (const auto& [number, key] : config.getLines()) {
+    const auto [first, isNew] = seen.emplace(key, number);
+    const std::string where = "Line " + std::to_string(number) + " of the settings: ";
+    if (key.starts_with('#')) continue;
+    const SettingKey* known = findSettingKey(key);
+    if (known == nullptr) {
+      const bool blanks = findSettingKey(config.trim(key)) != nullptr;
+      logger->warn(where + "\"" + key + "\" is no setting" +
+                   (blanks ? ", blanks in front of '=' belong to the key" : "") + ", ignored");
+    } else if (origin == SettingsOrigin::Host && !hasMember(*known)) {
+      logger->warn(where + key + " is not for the host's settings, ignored");
+    } else if (!isNew) {
+      logger->warn(where + key + " is set again, line " + std::to_string(first->second) + " counts");
+    }
+  }
+}
+
+void reportOddity(Config& config, const std::string& key, const std::string& oddity) {
+  const auto& lines = config.getLines();
+  const auto line = std::find_if(lines.begin(), lines.end(), [&](const auto& one) { return one.key == key; });
+  const std::string where = line == lines.end() ? "The settings have no " + key
+                                                : "Line " + std::to_string(line->number) + " of the settings: " + key +
+                                                      "=" + config.getProperty(key);
+  logger->warn(where + ", " + oddity);
+}
+
+std::string defaultOf(const SettingKey& key) {
+  const Settings defaults;
+  if (const auto* flag = std::get_if<FlagKey>(&key.value)) {
+    return flag->member != nullptr && defaults.*flag->member ? kYes : kNo;
+  }
+  if (const auto* number = std::get_if<NumberKey>(&key.value)) return std::to_string(defaults.*number->member);
+  return {};
+}
+
+}  // namespace
+
+namespace setting_oddities {
+
+std::vector<std::string> ofServerName(const std::string& value) {
+  in_addr address;
+  if (inet_pton(AF_INET, value.c_str(), &address) == 1) return {};
+  return {"the recorder is not reachable without a dotted IPv4 address"};
+}
+
+std::vector<std::string> ofServerPort(const std::string& value) {
+  const int port = std::atoi(value.c_str());
+  if (port >= 1 && port <= 65535) return {};
+  return {"a port is a number from 1 to 65535, port " + std::to_string(static_cast<in_port_t>(port)) + " is used"};
+}
+
+std::vector<std::string> ofServerProtocol(const std::string& value) {
+  if (strcasecmp(value.c_str(), "TCP") == 0 || strcasecmp(value.c_str(), "UDP") == 0) return {};
+  return {std::string(strncasecmp(value.c_str(), "UDP", 3) == 0 ? "UDP" : "TCP") + " is used"};
+}
+
+std::vector<std::string> ofDevice(const std::string& value) {
+  StringTokenizer names(value.c_str(), ';');
+  if (!names.hasMoreTokens()) return {"nothing is captured"};
+  std::vector<std::string> oddities;
+  std::set<std::string> devices;
+  while (names.hasMoreTokens()) {
+    const std::string name = names.nextToken();
+    if (name.empty()) oddities.push_back("there is an empty name in the list");
+    if (!devices.insert(name).second) oddities.push_back(name + " is in the list twice and its frames are sent twice");
+  }
+  return oddities;
+}
+
+std::vector<std::string> ofFilter(const std::string& value) {
+  if (!value.empty()) return {};
+  return {"everything is captured"};
+}
+
+std::vector<std::string> ofLogLevel(const std::string& value) {
+  if (value.empty() || !logLevelNamed(value).empty()) return {};
+  return {"INFO is used"};
+}
+
+}  // namespace setting_oddities
+
+Settings readSettings(Config& config) {
+  Settings settings;
+  for (const SettingKey& key : kSettingKeys) {
+    const std::string value = config.getProperty(std::string(key.name));
+    std::visit([&](const auto& kind) { readInto(settings, kind, value); }, key.value);
+  }
+  return settings;
+}
+
+void reportOddities(Config& config, SettingsOrigin origin) {
+  reportKeys(config, origin);
+  for (const SettingKey& key : kSettingKeys) {
+    if (origin == SettingsOrigin::Host && !hasMember(key)) continue;
+    const std::string name(key.name);
+    const std::string value = config.getProperty(name);
+    const auto oddities = std::visit([&](const auto& kind) { return odditiesOf(kind, value); }, key.value);
+    for (const std::string& oddity : oddities) reportOddity(config, name, oddity);
+  }
+}
+
+Settings parseHostSettings(const std::string& text) {
+  Config config;
+  std::istringstream lines(text);
+  config.loadLines(lines, "the host's settings");
+  reportOddities(config, SettingsOrigin::Host);
+  return readSettings(config);
+}
+
+std::string describeSettings() {
+  std::ostringstream text;
+  for (const SettingKey& key : kSettingKeys) {
+    const std::string byDefault = defaultOf(key);
+    text << std::left << std::setw(24) << key.name << key.help;
+    if (!byDefault.empty()) text << "; default " << byDefault;
+    text << "\n";
+  }
+  return text.str();
+}
