@@ -98,6 +98,13 @@ public class EmbeddedPacketChannel {
    */
   public boolean immediateCapture = true;
 
+  /**
+   * Further settings, one {@code Key=value} on each line: the keys of the properties file that the other fields do not
+   * cover, such as {@code "LookBack=2000\nCaptureTime=yes"}. Each is off unless it is given here. A key that the
+   * native side does not know costs a warning in the log and nothing else. Null and empty mean none.
+   */
+  public String settings;
+
   /** Makes a channel that captures nothing yet: set {@link #nicDevice}, then call {@link #mainLoop}. */
   public EmbeddedPacketChannel() {}
 

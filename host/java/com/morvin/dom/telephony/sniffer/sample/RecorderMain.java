@@ -1,5 +1,12 @@
 package com.morvin.dom.telephony.sniffer.sample;
 
+import com.morvin.dom.telephony.sniffer.sample.console.Console;
+import com.morvin.dom.telephony.sniffer.sample.recording.Recorder;
+import com.morvin.dom.telephony.sniffer.sample.signalling.CallFollower;
+import com.morvin.dom.telephony.sniffer.sample.transport.EmbeddedTransport;
+import com.morvin.dom.telephony.sniffer.sample.transport.TcpTransport;
+import com.morvin.dom.telephony.sniffer.sample.transport.Transport;
+import com.morvin.dom.telephony.sniffer.sample.transport.UdpTransport;
 import java.io.IOException;
 import java.net.BindException;
 import java.time.Clock;
@@ -9,6 +16,20 @@ import java.util.concurrent.TimeUnit;
 /** The sample recorder as a program. */
 public final class RecorderMain {
   private static final long FINISH_SECONDS = 10;
+
+  /** What a site that records calls wants of a sniffer in this process. */
+  private static final String SETTINGS = """
+      LookBack=2000
+      LookBackMemory=64
+      CaptureTime=yes
+      ReassembleFragments=yes
+      ReassembleTcp=yes
+      Decapsulate=yes
+      DropDuplicates=yes
+      SipAnyUri=yes
+      QueueLimit=1024
+      ReopenDevices=yes
+      """;
 
   private RecorderMain() {}
 
@@ -47,7 +68,8 @@ public final class RecorderMain {
     Rehearsal.play(options.out);
     Console console = new Console(System.out, System.console() != null);
     Recorder.Limits limits =
-        new Recorder.Limits(options.untilDisconnect, options.idleExitMillis, options.callTimeoutMillis);
+        new Recorder.Limits(options.untilDisconnect, options.idleExitMillis,
+            CallFollower.Limits.DEFAULT.withIdle(options.callTimeoutMillis));
     Recorder recorder = new Recorder(options.out, limits, console, Clock.systemUTC());
     CountDownLatch finished = new CountDownLatch(1);
     finishOnShutdown(recorder, finished);
@@ -60,7 +82,7 @@ public final class RecorderMain {
       }
       for (String devices : options.embedded) {
         if (!recorder.stopped()) {
-          try (Transport link = EmbeddedTransport.on(devices, options.filter, options.trace, console)) {
+          try (Transport link = EmbeddedTransport.on(devices, options.filter, options.trace, SETTINGS, console)) {
             recorder.run(link);
           }
         }

@@ -1,11 +1,20 @@
 package com.morvin.dom.telephony.sniffer.sample;
 
+import com.morvin.dom.telephony.sniffer.sample.console.Console;
+import com.morvin.dom.telephony.sniffer.sample.recording.Recorder;
+import com.morvin.dom.telephony.sniffer.sample.signalling.Call;
+import com.morvin.dom.telephony.sniffer.sample.transport.Command;
+import com.morvin.dom.telephony.sniffer.sample.transport.Endpoint;
+import com.morvin.dom.telephony.sniffer.sample.transport.Frame;
+import com.morvin.dom.telephony.sniffer.sample.transport.Received;
+import com.morvin.dom.telephony.sniffer.sample.transport.Transport;
 import java.io.IOException;
 import java.io.OutputStream;
 import java.io.PrintStream;
 import java.nio.charset.StandardCharsets;
 import java.nio.file.Path;
 import java.time.Clock;
+import java.util.Set;
 
 /**
  * Two calls that do not exist, signalled to a recorder without an audience, so that the virtual machine loads and links
@@ -40,18 +49,18 @@ final class Rehearsal implements Transport {
     recorder.step(frame(Frame.H323, SETUP));
   }
 
-  private static Frame frame(int protocol, String text) {
+  private static Received frame(int protocol, String text) {
     Endpoint nobody = new Endpoint(0, 0);
-    return new Frame(protocol, nobody, nobody, text.getBytes(StandardCharsets.UTF_8));
+    return new Received(new Frame(protocol, nobody, nobody, text.getBytes(StandardCharsets.UTF_8)), 0, 0, 0);
   }
 
   @Override
-  public Frame receive(long timeoutMillis) {
+  public Received receive(long timeoutMillis) {
     return null;
   }
 
   @Override
-  public void send(Command command) {
+  public void send(int sniffer, Command command) {
     command.bytes();
   }
 
@@ -61,8 +70,8 @@ final class Rehearsal implements Transport {
   }
 
   @Override
-  public boolean connected() {
-    return false;
+  public Set<Integer> sniffers() {
+    return Set.of();
   }
 
   @Override

@@ -4,6 +4,9 @@ import static com.morvin.dom.telephony.sniffer.sample.Testing.equal;
 import static com.morvin.dom.telephony.sniffer.sample.Testing.inDirectory;
 import static com.morvin.dom.telephony.sniffer.sample.Testing.that;
 
+import com.morvin.dom.telephony.sniffer.sample.signalling.Direction;
+import com.morvin.dom.telephony.sniffer.sample.transport.Endpoint;
+import com.morvin.dom.telephony.sniffer.sample.transport.Frame;
 import java.nio.file.Files;
 import java.nio.file.Path;
 import java.util.Arrays;

@@ -1,5 +1,14 @@
 package com.morvin.dom.telephony.sniffer.sample;
 
+import com.morvin.dom.telephony.sniffer.sample.console.Console;
+import com.morvin.dom.telephony.sniffer.sample.recording.Recorder;
+import com.morvin.dom.telephony.sniffer.sample.storage.WavFile;
+import com.morvin.dom.telephony.sniffer.sample.transport.Command;
+import com.morvin.dom.telephony.sniffer.sample.transport.Endpoint;
+import com.morvin.dom.telephony.sniffer.sample.transport.Frame;
+import com.morvin.dom.telephony.sniffer.sample.transport.Received;
+import com.morvin.dom.telephony.sniffer.sample.transport.Transport;
+import java.io.ByteArrayInputStream;
 import java.io.ByteArrayOutputStream;
 import java.io.IOException;
 import java.io.PrintStream;
@@ -15,7 +24,9 @@ import java.time.ZoneOffset;
 import java.util.ArrayList;
 import java.util.Iterator;
 import java.util.List;
+import java.util.Set;
 import java.util.stream.Stream;
+import javax.sound.sampled.AudioFormat;
 import javax.sound.sampled.AudioInputStream;
 import javax.sound.sampled.AudioSystem;
 import javax.sound.sampled.UnsupportedAudioFileException;
@@ -64,7 +75,7 @@ final class FakeSniffer extends Clock implements Transport {
   }
 
   void frame(int protocol, Endpoint source, Endpoint destination, byte[] payload) {
-    recorder.step(new Frame(protocol, destination, source, payload));
+    recorder.step(new Received(new Frame(protocol, destination, source, payload), sessions, 0, 0));
   }
 
   void pass(long millis) {
@@ -128,6 +139,14 @@ final class FakeSniffer extends Clock implements Transport {
         .array();
   }
 
+  /** A byte of G.711 as a sample, by another decoder than the recorder's. */
+  static short linear(AudioFormat.Encoding encoding, int coded) throws IOException {
+    AudioFormat format = new AudioFormat(encoding, 8000, 8, 1, 1, 8000, false);
+    AudioInputStream source = new AudioInputStream(new ByteArrayInputStream(new byte[] {(byte) coded}), format, 1);
+    byte[] sample = AudioSystem.getAudioInputStream(WavFile.FORMAT, source).readAllBytes();
+    return (short) (sample[0] & 255 | sample[1] << 8);
+  }
+
   static Endpoint at(String text) {
     String[] parts = text.split(":");
     return Endpoint.ofMedia(parts[0], Integer.parseInt(parts[1])).orElseThrow();
@@ -170,7 +189,7 @@ final class FakeSniffer extends Clock implements Transport {
   // The sniffer's end of the link.
 
   @Override
-  public void send(Command command) {
+  public void send(int sniffer, Command command) {
     commands.add(command);
     switch (command.code()) {
       case Command.ADD -> list.add(command.destination());
@@ -180,7 +199,7 @@ final class FakeSniffer extends Clock implements Transport {
   }
 
   @Override
-  public Frame receive(long timeoutMillis) {
+  public Received receive(long timeoutMillis) {
     return null;
   }
 
@@ -190,8 +209,8 @@ final class FakeSniffer extends Clock implements Transport {
   }
 
   @Override
-  public boolean connected() {
-    return true;
+  public Set<Integer> sniffers() {
+    return Set.of(sessions);
   }
 
   @Override

@@ -4,6 +4,10 @@ import static com.morvin.dom.telephony.sniffer.sample.Testing.equal;
 import static com.morvin.dom.telephony.sniffer.sample.Testing.inDirectory;
 import static com.morvin.dom.telephony.sniffer.sample.Testing.that;
 
+import com.morvin.dom.telephony.sniffer.sample.console.Text;
+import com.morvin.dom.telephony.sniffer.sample.signalling.Call;
+import com.morvin.dom.telephony.sniffer.sample.transport.Endpoint;
+import com.morvin.dom.telephony.sniffer.sample.transport.Frame;
 import java.nio.charset.StandardCharsets;
 import java.nio.file.Path;
 import java.util.Random;

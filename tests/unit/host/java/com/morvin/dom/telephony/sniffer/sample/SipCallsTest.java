@@ -4,6 +4,8 @@ import static com.morvin.dom.telephony.sniffer.sample.Testing.equal;
 import static com.morvin.dom.telephony.sniffer.sample.Testing.inDirectory;
 import static com.morvin.dom.telephony.sniffer.sample.Testing.that;
 
+import com.morvin.dom.telephony.sniffer.sample.transport.Command;
+import com.morvin.dom.telephony.sniffer.sample.transport.Endpoint;
 import java.util.List;
 import java.util.Set;
 import java.util.TreeSet;
@@ -192,13 +194,14 @@ final class SipCallsTest {
       sniffer.sip(ALICE, BOB,
           "INVITE sip:bob@b SIP/2.0\nv: SIP/2.0/UDP x;branch=z\nf: sip:alice@a;tag=a\nt: sip:bob@b\n"
               + "m: <sip:alice@10.0.0.1>\ni: call-1\nCSeq:\n 1\n\tINVITE\nc: multipart/mixed;boundary=part\n\n" + body);
-      list("10.0.0.1:4000", "10.0.0.1:4001", "10.0.0.7:4300", "10.0.0.7:4301");
+      list("10.0.0.1:4000", "10.0.0.1:4001", "10.0.0.1:4200", "10.0.0.1:4201", "10.0.0.7:4300", "10.0.0.7:4301");
       sniffer.sip(BOB, ALICE,
           "SIP/2.0 200 OK\nv: SIP/2.0/UDP x;branch=z\nf: sip:alice@a;tag=a\nt: sip:bob@b;tag=b\n"
               + "i: call-1\ncseq: 1 INVITE\nc: application/sdp\nl: 61\n\n"
               + "v=0\nc=IN IP4 10.0.0.2\nm=audio 6000 RTP/AVP 8\na=x:1234567\n" // 61 bytes: what follows is padding
               + "m=audio 6100 RTP/AVP 8\n");
-      list("10.0.0.1:4000", "10.0.0.1:4001", "10.0.0.7:4300", "10.0.0.7:4301", "10.0.0.2:6000", "10.0.0.2:6001");
+      list("10.0.0.1:4000", "10.0.0.1:4001", "10.0.0.1:4200", "10.0.0.1:4201", "10.0.0.7:4300", "10.0.0.7:4301",
+          "10.0.0.2:6000", "10.0.0.2:6001");
     });
   }
 

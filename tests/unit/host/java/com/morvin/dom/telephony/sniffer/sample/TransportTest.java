@@ -3,6 +3,14 @@ package com.morvin.dom.telephony.sniffer.sample;
 import static com.morvin.dom.telephony.sniffer.sample.Testing.equal;
 import static com.morvin.dom.telephony.sniffer.sample.Testing.that;
 
+import com.morvin.dom.telephony.sniffer.sample.console.Console;
+import com.morvin.dom.telephony.sniffer.sample.transport.Command;
+import com.morvin.dom.telephony.sniffer.sample.transport.EmbeddedTransport;
+import com.morvin.dom.telephony.sniffer.sample.transport.Frame;
+import com.morvin.dom.telephony.sniffer.sample.transport.TcpTransport;
+import com.morvin.dom.telephony.sniffer.sample.transport.Received;
+import com.morvin.dom.telephony.sniffer.sample.transport.Transport;
+import com.morvin.dom.telephony.sniffer.sample.transport.UdpTransport;
 import java.io.ByteArrayOutputStream;
 import java.io.IOException;
 import java.io.PrintStream;
@@ -41,9 +49,9 @@ final class TransportTest {
 
   private static Frame next(Transport link) throws Exception {
     for (int i = 0; i < 50; i++) {
-      Frame frame = link.receive(100);
-      if (frame != null) {
-        return frame;
+      Received received = link.receive(100);
+      if (received != null) {
+        return received.frame();
       }
     }
     throw new AssertionError("no frame");
@@ -76,16 +84,17 @@ final class TransportTest {
         for (int at = 0, size = 1; at < bytes.length || frames.size() < 4; at += size, size *= 3) {
           size = Math.min(size, bytes.length - at);
           sniffer.getOutputStream().write(bytes, at, size);
-          Frame frame = size > 0 ? link.receive(20) : next(link);
+          Received received = size > 0 ? link.receive(20) : null;
+          Frame frame = size == 0 ? next(link) : received == null ? null : received.frame();
           if (frame != null) {
             frames.add(frame.protocol() + " " + frame.destination() + " " + frame.payload().length);
           }
         }
         equal(frames, List.of("3 10.0.0.2:5000 0", "2 10.0.0.2:5000 160", "2 10.0.0.2:5000 65520", "2 10.0.0.2:5000 1"));
       }
-      await(link, () -> !link.connected());
+      await(link, () -> link.sniffers().isEmpty());
       try (Socket again = new Socket("127.0.0.1", link.port())) {
-        await(link, () -> link.connected() && link.sessions() == 3);
+        await(link, () -> !link.sniffers().isEmpty() && link.sessions() == 3);
         that(again.isConnected(), "connected again");
       }
     }
@@ -98,7 +107,7 @@ final class TransportTest {
       for (int session = 1; session <= 2; session++) {
         try (DatagramSocket sniffer = new DatagramSocket()) {
           for (byte[] datagram :
-              new byte[][] {{}, new byte[14], frame(5, 3), Arrays.copyOf(frame(2, 9), 30), frame(2, 160)}) {
+              new byte[][] {{}, new byte[14], frame(6, 3), Arrays.copyOf(frame(2, 9), 30), frame(2, 160)}) {
             sniffer.send(new DatagramPacket(datagram, datagram.length, recorder));
           }
           equal(next(link).payload().length, 160);

@@ -1,0 +1,69 @@
+package com.morvin.dom.telephony.sniffer.sample.media;
+
+import com.morvin.dom.telephony.sniffer.sample.console.Text;
+import java.util.Locale;
+import java.util.Map;
+
+/** What an RTP payload holds. */
+public record Codec(String name, Kind kind) {
+  /** What becomes of the payload. */
+  public enum Kind {
+    PCMA,
+    PCMU,
+    G722,
+    /** Kept as it came. */
+    OTHER,
+    /** Background noise, which nobody misses in a recording. */
+    COMFORT_NOISE,
+    /** Pressed keys (RFC 4733). */
+    TELEPHONE_EVENT
+  }
+
+  static final Codec PCMA = new Codec("PCMA", Kind.PCMA);
+  static final Codec PCMU = new Codec("PCMU", Kind.PCMU);
+  private static final Codec G722 = new Codec("G722", Kind.G722);
+  private static final Codec COMFORT_NOISE = new Codec("CN", Kind.COMFORT_NOISE);
+  private static final Codec TELEPHONE_EVENT = new Codec("telephone-event", Kind.TELEPHONE_EVENT);
+
+  /** The static assignments of RFC 3551 that telephones use. */
+  private static final Map<Integer, Codec> STATIC = Map.of(
+      0, PCMU, 8, PCMA, 9, G722, 13, COMFORT_NOISE, 19, COMFORT_NOISE, 3, other("GSM"), 4, other("G723"),
+      15, other("G728"), 18, other("G729"));
+
+  static Codec other(String name) {
+    return new Codec(name, Kind.OTHER);
+  }
+
+  /**
+   * By a payload type.
+   *
+   * @param encoding what the rtpmap attribute says of it, such as "PCMA/8000"; null when there is none
+   */
+  public static Codec of(int payloadType, String encoding) {
+    if (encoding == null) {
+      Codec known = STATIC.get(payloadType);
+      return known != null ? known : other("payload type " + payloadType);
+    }
+    String[] parts = Text.printable(encoding).split("/", -1);
+    boolean narrow = parts.length >= 2 && parts[1].equals("8000") && (parts.length == 2 || parts[2].equals("1"));
+    Codec codec = switch (parts[0].toUpperCase(Locale.ROOT)) {
+      case "PCMA" -> PCMA;
+      case "PCMU" -> PCMU;
+      case "G722" -> G722;
+      case "CN" -> COMFORT_NOISE;
+      case "TELEPHONE-EVENT" -> TELEPHONE_EVENT;
+      default -> other(parts[0]);
+    };
+    return codec.isAudio() && !narrow ? other(Text.printable(encoding)) : codec;
+  }
+
+  /** Whether it becomes sound in a WAV file. */
+  public boolean isAudio() {
+    return kind == Kind.PCMA || kind == Kind.PCMU || kind == Kind.G722;
+  }
+
+  /** Samples a second of that sound. */
+  int rate() {
+    return kind == Kind.G722 ? 16_000 : 8_000;
+  }
+}

@@ -1,0 +1,38 @@
+package com.morvin.dom.telephony.sniffer.sample.media;
+
+import java.nio.ByteBuffer;
+
+/** An RTP packet (RFC 3550), its payload within the bytes as they arrived. */
+public record RtpPacket(int payloadType, int sequence, int timestamp, int ssrc, byte[] bytes, int offset, int length) {
+  private static final int HEADER = 12;
+
+  /** Tells RTCP from RTP by the packet type (RFC 5761), whatever port it was sent to. */
+  public static boolean isRtcp(byte[] bytes) {
+    return bytes.length >= 8 && (bytes[0] & 0xc0) == 0x80 && (bytes[1] & 255) >= 200 && (bytes[1] & 255) <= 207;
+  }
+
+  /** Null when the bytes are no RTP packet. */
+  public static RtpPacket parse(byte[] bytes) {
+    if (bytes.length < HEADER || (bytes[0] & 0xc0) != 0x80) {
+      return null;
+    }
+    ByteBuffer in = ByteBuffer.wrap(bytes);
+    int offset = HEADER + 4 * (bytes[0] & 0x0f);
+    if ((bytes[0] & 0x10) != 0) {
+      if (offset + 4 > bytes.length) {
+        return null;
+      }
+      offset += 4 + 4 * (in.getShort(offset + 2) & 0xffff);
+    }
+    int length = bytes.length - offset;
+    if ((bytes[0] & 0x20) != 0 && length > 0) {
+      // The last byte counts the padding. Behind a short datagram it may be Ethernet padding instead, which is zero.
+      length -= bytes[bytes.length - 1] & 255;
+    }
+    if (length < 0) {
+      return null;
+    }
+    return new RtpPacket(
+        bytes[1] & 0x7f, in.getShort(2) & 0xffff, in.getInt(4), in.getInt(8), bytes, offset, length);
+  }
+}

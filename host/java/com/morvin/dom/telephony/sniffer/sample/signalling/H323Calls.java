@@ -1,0 +1,204 @@
+package com.morvin.dom.telephony.sniffer.sample.signalling;
+
+import com.morvin.dom.telephony.sniffer.sample.console.Text;
+import com.morvin.dom.telephony.sniffer.sample.transport.Endpoint;
+import com.morvin.dom.telephony.sniffer.sample.transport.Frame;
+import java.util.ArrayList;
+import java.util.HashMap;
+import java.util.LinkedHashMap;
+import java.util.List;
+import java.util.Map;
+
+/**
+ * Follows H.323 calls by the descriptions of their messages.
+ *
+ * <p>A call reference means something only on its signalling connection, so a call is known by both together. One call
+ * can have several such legs: past a gatekeeper that routes signalling, which keeps the call identifier, and on an
+ * H.245 connection of its own, which runs between the same hosts with the same call reference.
+ */
+final class H323Calls {
+  private static final int H323_PORT = 1720;
+  // Bounds against hostile traffic.
+  private static final int MAX_LEGS = 8;
+  private static final int MAX_DESTINATIONS = 32;
+  private static final int MAX_ENDED = 4096;
+  private static final long LATE_MILLIS = 10_000;
+
+  /** A connection by its ends, in the order of their numbers, and the call reference on it. */
+  private record LegId(String callReference, Endpoint low, Endpoint high) {
+    static LegId of(String callReference, Frame frame) {
+      Endpoint a = frame.source();
+      Endpoint b = frame.destination();
+      boolean ordered = a.ip() < b.ip() || a.ip() == b.ip() && a.port() < b.port();
+      return ordered ? new LegId(callReference, a, b) : new LegId(callReference, b, a);
+    }
+
+    boolean hasHostsOf(LegId other) {
+      return callReference.equals(other.callReference) && low.ip() == other.low.ip() && high.ip() == other.high.ip();
+    }
+  }
+
+  /** A leg of a call and which end of it the calling side is. */
+  private record Leg(H323Call call, Endpoint calling) {}
+
+  private final CallFollower follower;
+  /** Legs and call identifiers of calls that have ended, and when. */
+  private final Recent<Object, Long> ended = new Recent<>(MAX_ENDED);
+  private final Map<LegId, Leg> legs = new HashMap<>();
+  private final Map<String, H323Call> byCallId = new HashMap<>();
+
+  H323Calls(CallFollower follower) {
+    this.follower = follower;
+  }
+
+  /** The call that the text belongs to, or null. */
+  Call accept(Frame frame, long now) {
+    H323Text text = H323Text.parse(frame.payload());
+    if (text == null) {
+      follower.countMalformed();
+      return null;
+    }
+    LegId id = LegId.of(text.callReference(), frame);
+    Leg leg = legs.get(id);
+    if (leg != null && leg.call.isReplacedBy(text)) {
+      follower.end(leg.call, "replaced by the next call on its connection", now);
+      leg = null;
+    }
+    if (leg == null && !isLate(id, text, now)) {
+      leg = join(id, text, frame, now);
+    }
+    if (leg == null) {
+      return null;
+    }
+    follow(leg, id, text, frame, now);
+    return leg.call;
+  }
+
+  /** Whether it is about a call that has just ended: another sniffer may be late with the same. */
+  private boolean isLate(LegId id, H323Text text, long now) {
+    if (text.type() == H323Text.SETUP && text.callId().isEmpty()) {
+      return false;
+    }
+    Long end = ended.get(text.callId().isEmpty() ? id : text.callId());
+    return end != null && now - end < LATE_MILLIS;
+  }
+
+  /** A new leg, of a call that is known already or of a new one; null when the text is about neither. */
+  private Leg join(LegId id, H323Text text, Frame frame, long now) {
+    if (text.type() == H323Text.RELEASE_COMPLETE) {
+      return null;
+    }
+    Endpoint calling = callingEnd(text, frame);
+    H323Call call = byCallId.get(text.callId());
+    if (call == null && text.isSeparateH245()) {
+      Leg signalling = signallingOf(id);
+      if (signalling != null) {
+        call = signalling.call;
+        calling = frame.source().ip() == signalling.calling.ip() ? frame.source() : frame.destination();
+      }
+    }
+    if (call == null) {
+      // Without its Setup a call is worth following only if its media is told.
+      if (text.type() != H323Text.SETUP && text.media().isEmpty() || !follower.hasRoom(now)) {
+        return null;
+      }
+      call = new H323Call(text, calling, calling == frame.source() ? frame.destination() : frame.source(), now);
+      if (!text.callId().isEmpty()) {
+        byCallId.put(text.callId(), call);
+      }
+    }
+    Leg leg = new Leg(call, calling);
+    if (call.legs.size() < MAX_LEGS) {
+      call.legs.add(id);
+      legs.put(id, leg);
+    }
+    return leg;
+  }
+
+  /** The leg that an H.245 connection belongs to: of several the one that began last. */
+  private Leg signallingOf(LegId h245) {
+    Leg newest = null;
+    for (Map.Entry<LegId, Leg> entry : legs.entrySet()) {
+      if (entry.getKey().hasHostsOf(h245) && (newest == null || entry.getValue().call.number() > newest.call.number())) {
+        newest = entry.getValue();
+      }
+    }
+    return newest;
+  }
+
+  private static Endpoint callingEnd(H323Text text, Frame frame) {
+    boolean fromServer = frame.source().port() == H323_PORT && frame.destination().port() != H323_PORT;
+    boolean fromCallee = text.isFromCallee() || text.type() != H323Text.SETUP && fromServer;
+    return fromCallee ? frame.destination() : frame.source();
+  }
+
+  private void follow(Leg leg, LegId id, H323Text text, Frame frame, long now) {
+    H323Call call = leg.call;
+    call.active(now);
+    if (text.type() == H323Text.CONNECT) {
+      call.answered(now);
+    }
+    text.codecs().forEach(codec -> call.note("offers " + codec));
+    boolean fromCaller = frame.source().equals(leg.calling);
+    if (text.type() == H323Text.RELEASE_COMPLETE && call.isOverWithout(id)) {
+      String how = call.isAnswered() ? "hung up by " : "released by ";
+      follower.end(call, how + (fromCaller ? "caller" : "callee"), now);
+      return;
+    }
+    call.describe(text.media(), Direction.to(fromCaller));
+    follower.update(call, now);
+  }
+
+  private final class H323Call extends Call {
+    /** The first is the one the call began on. */
+    private final List<LegId> legs = new ArrayList<>();
+    private final Map<Endpoint, Use> destinations = new LinkedHashMap<>();
+
+    /** Parties without an alias are known by their address. */
+    H323Call(H323Text text, Endpoint calling, Endpoint called, long now) {
+      this(text, calling, text.caller().isEmpty() ? calling.address() : text.caller(),
+          text.callee().isEmpty() ? called.address() : text.callee(), now);
+    }
+
+    private H323Call(H323Text text, Endpoint calling, String caller, String callee, long now) {
+      super(follower.nextNumber(), "H.323", text.callId().isEmpty() ? text.callReference() : text.callId(), caller,
+          callee, Text.fileNamePart(caller) + "-" + Text.fileNamePart(callee), calling.ip(), now);
+    }
+
+    /** Whether the text begins another call although this one's end was not seen. */
+    boolean isReplacedBy(H323Text text) {
+      return text.type() == H323Text.SETUP && !text.callId().isEmpty() && !text.callId().equals(id());
+    }
+
+    /** A gatekeeper may try several callees: a later leg that is released is not yet the end. */
+    boolean isOverWithout(LegId released) {
+      boolean first = legs.indexOf(released) == 0;
+      legs.remove(released);
+      H323Calls.this.legs.remove(released);
+      return first || legs.isEmpty();
+    }
+
+    void describe(List<Endpoint> media, Direction direction) {
+      for (Endpoint rtp : media) {
+        if (destinations.size() < MAX_DESTINATIONS) {
+          Use use = new Use(this, direction, Sdp.Media.at(rtp));
+          destinations.putIfAbsent(rtp, use);
+          destinations.putIfAbsent(rtp.next(), use);
+        }
+      }
+    }
+
+    @Override
+    Map<Endpoint, Use> signalledDestinations() {
+      return new LinkedHashMap<>(destinations);
+    }
+
+    @Override
+    void ended(long now) {
+      legs.forEach(H323Calls.this.legs::remove);
+      byCallId.remove(id(), this);
+      legs.forEach(leg -> H323Calls.this.ended.renew(leg, now));
+      H323Calls.this.ended.renew(id(), now);
+    }
+  }
+}

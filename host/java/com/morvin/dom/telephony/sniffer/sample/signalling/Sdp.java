@@ -1,0 +1,122 @@
+package com.morvin.dom.telephony.sniffer.sample.signalling;
+
+import com.morvin.dom.telephony.sniffer.sample.transport.Endpoint;
+import java.util.ArrayList;
+import java.util.HashMap;
+import java.util.List;
+import java.util.Map;
+import java.util.Optional;
+
+/** The audio and fax that a session description (RFC 4566) offers to receive. */
+public record Sdp(List<Media> media) {
+  private static final int MAX_MEDIA = 8;
+  private static final int MAX_CODECS = 32;
+
+  /** What is sent to the address. */
+  public enum Kind {
+    RTP,
+    /** RTP whose payload is encrypted. */
+    SECURE_RTP,
+    /** T.38 over UDPTL, which is no RTP. */
+    FAX
+  }
+
+  /**
+   * One m= line. Without addresses (held or refused) nothing can be sent there.
+   *
+   * @param codecs by payload type, as the rtpmap attributes name them: "PCMA/8000"
+   */
+  public record Media(Optional<Endpoint> rtp, Optional<Endpoint> rtcp, Map<Integer, String> codecs, Kind kind) {
+    /** Media of which nothing but the addresses is known. */
+    static Media at(Endpoint rtp) {
+      return new Media(Optional.of(rtp), Optional.of(rtp.next()), Map.of(), Kind.RTP);
+    }
+  }
+
+  /** Reads what it understands and skips the rest: only audio over RTP and fax count. */
+  public static Sdp parse(String text) {
+    List<Section> sections = new ArrayList<>();
+    String sessionAddress = "";
+    Section section = null;
+    for (String line : text.split("\r\n|\n|\r")) {
+      if (line.startsWith("m=")) {
+        if (sections.size() == MAX_MEDIA) {
+          break;
+        }
+        section = new Section(line.substring(2), sessionAddress);
+        sections.add(section);
+      } else if (line.startsWith("c=")) {
+        String address = connectionAddress(line.substring(2));
+        if (section == null) {
+          sessionAddress = address;
+        } else {
+          section.address = address;
+        }
+      } else if (line.startsWith("a=") && section != null) {
+        section.attribute(line.substring(2));
+      } else if (line.startsWith("--")) {
+        break;  // the end of a part of a multipart body
+      }
+    }
+    return new Sdp(sections.stream().filter(Section::isKnown).map(Section::media).toList());
+  }
+
+  /** Of "IN IP4 10.0.0.1" or "IN IP4 10.0.0.1/127"; anything else gives an address that cannot be used. */
+  private static String connectionAddress(String value) {
+    String[] words = value.trim().split("\\s+");
+    return words.length >= 3 && words[0].equals("IN") && words[1].equals("IP4") ? words[2].split("/", 2)[0] : "";
+  }
+
+  private static int number(String digits) {
+    return digits.matches("\\d{1,5}") ? Integer.parseInt(digits) : 0;
+  }
+
+  /** An m= line and what follows it. */
+  private static final class Section {
+    private final String[] words;
+    private final Map<Integer, String> codecs = new HashMap<>();
+    private String address;
+    private String rtcpAddress = "";
+    private int rtcpPort;
+
+    /** An m= line is "audio 49170 RTP/AVP 8 0" or, with a number of ports, "audio 49170/2 RTP/AVP 8". */
+    Section(String line, String address) {
+      words = line.trim().split("\\s+");
+      this.address = address;
+    }
+
+    void attribute(String attribute) {
+      if (attribute.startsWith("rtpmap:")) {
+        String[] map = attribute.substring(7).trim().split("\\s+", 2);
+        if (map.length == 2 && map[0].matches("\\d{1,3}") && codecs.size() < MAX_CODECS) {
+          codecs.put(Integer.parseInt(map[0]), map[1].trim());
+        }
+      } else if (attribute.startsWith("rtcp:")) {  // RFC 3605
+        String[] rtcp = attribute.substring(5).trim().split("\\s+", 2);
+        rtcpPort = number(rtcp[0]);
+        rtcpAddress = rtcp.length == 2 ? connectionAddress(rtcp[1]) : "";
+      }
+    }
+
+    boolean isKnown() {
+      return words.length >= 3 && kind() != null;
+    }
+
+    private Kind kind() {
+      String transport = words[2];
+      if (words[0].equals("audio")) {
+        return transport.matches("RTP/AVPF?") ? Kind.RTP
+            : transport.matches("(UDP/TLS/)?RTP/SAVPF?") ? Kind.SECURE_RTP : null;
+      }
+      return words[0].equals("image") && transport.equalsIgnoreCase("udptl") ? Kind.FAX : null;
+    }
+
+    Media media() {
+      Optional<Endpoint> rtp = Endpoint.ofMedia(address, number(words[1].split("/", 2)[0]));
+      Optional<Endpoint> rtcp = kind() == Kind.FAX ? Optional.empty() : rtcpPort == 0
+          ? rtp.map(Endpoint::next)
+          : Endpoint.ofMedia(rtcpAddress.isEmpty() ? address : rtcpAddress, rtcpPort);
+      return new Media(rtp, rtp.isPresent() ? rtcp : Optional.empty(), Map.copyOf(codecs), kind());
+    }
+  }
+}

@@ -1,0 +1,145 @@
+package com.morvin.dom.telephony.sniffer.sample.signalling;
+
+import java.nio.charset.StandardCharsets;
+import java.util.HashMap;
+import java.util.Locale;
+import java.util.Map;
+import java.util.Optional;
+import java.util.regex.Matcher;
+import java.util.regex.Pattern;
+
+/**
+ * As much of a SIP message (RFC 3261) as it takes to follow calls.
+ *
+ * @param status 0 for a request
+ * @param method of a response, the method that it answers
+ * @param branch the topmost Via branch, which names the transaction on this hop
+ */
+public record SipMessage(int status, String reason, String method, long cseq, String callId, String branch, Party from,
+    Party to, Optional<Sdp> sdp) {
+  /** A From or To header. */
+  public record Party(String uri, String tag) {
+    private static final Pattern TAG = Pattern.compile(";\\s*tag\\s*=\\s*([^;,\\s]{1,256})", Pattern.CASE_INSENSITIVE);
+    private static final Pattern QUOTED = Pattern.compile("^\\s*\"(?:[^\"\\\\]|\\\\.)*+\"");
+
+    static Party parse(String header) {
+      String value = QUOTED.matcher(header).replaceFirst("");
+      int open = value.indexOf('<');
+      int close = value.indexOf('>', open + 1);
+      String uri = open >= 0 && close > open ? value.substring(open + 1, close) : value.split(";", 2)[0];
+      Matcher tag = TAG.matcher(open >= 0 && close > open ? value.substring(close + 1) : value);
+      return new Party(uri.strip(), tag.find() ? tag.group(1) : "");
+    }
+
+    /** "alice" of "sip:alice@10.0.0.1;user=phone", or the host when there is no user. */
+    String name() {
+      String address = uri.replaceFirst("^(?i)(sips?|tel):", "");
+      String user = address.split("[@;?]", 2)[0];
+      return user.isEmpty() ? address : user;
+    }
+  }
+
+  private static final int MAX_CALL_ID = 256;
+  private static final int MAX_HEADER_LINES = 256;
+  private static final Map<String, String> COMPACT = Map.of(
+      "i", "call-id", "f", "from", "t", "to", "v", "via", "l", "content-length", "c", "content-type");
+  private static final Pattern STATUS_LINE = Pattern.compile("(?i)SIP/2\\.0\\s+([1-6]\\d\\d)(?:\\s+(.*))?");
+  private static final Pattern CSEQ = Pattern.compile("(\\d{1,10})\\s+([A-Za-z]+)");
+  private static final Pattern BRANCH =
+      Pattern.compile(";\\s*branch\\s*=\\s*([^;,\\s]{1,256})", Pattern.CASE_INSENSITIVE);
+
+  public boolean isRequest() {
+    return status == 0;
+  }
+
+  public boolean isRequest(String name) {
+    return status == 0 && method.equals(name);
+  }
+
+  public boolean isSuccess() {
+    return status >= 200 && status < 300;
+  }
+
+  public boolean isFailure() {
+    return status >= 300;
+  }
+
+  /** Who sent the message. */
+  public Party sender() {
+    return isRequest() ? from : to;
+  }
+
+  /** Empty when the bytes are no SIP message or one without what identifies its call. */
+  public static Optional<SipMessage> parse(byte[] bytes) {
+    int bodyStart = bodyStart(bytes);
+    String[] lines = new String(bytes, 0, bodyStart, StandardCharsets.UTF_8).split("\r?\n", MAX_HEADER_LINES);
+    Map<String, String> headers = headers(lines);
+    Matcher cseq = CSEQ.matcher(headers.getOrDefault("cseq", ""));
+    String callId = headers.getOrDefault("call-id", "");
+    if (!cseq.lookingAt() || callId.isEmpty() || callId.length() > MAX_CALL_ID) {
+      return Optional.empty();
+    }
+    Matcher statusLine = STATUS_LINE.matcher(lines[0]);
+    boolean response = statusLine.matches();
+    Matcher branch = BRANCH.matcher(headers.getOrDefault("via", ""));
+    return Optional.of(new SipMessage(
+        response ? Integer.parseInt(statusLine.group(1)) : 0,
+        response && statusLine.group(2) != null ? statusLine.group(2) : "",
+        cseq.group(2).toUpperCase(Locale.ROOT),
+        Long.parseLong(cseq.group(1)),
+        callId,
+        branch.find() ? branch.group(1) : "",
+        Party.parse(headers.getOrDefault("from", "")),
+        Party.parse(headers.getOrDefault("to", "")),
+        sdp(bytes, bodyStart, headers)));
+  }
+
+  /** The index behind the first empty line. */
+  private static int bodyStart(byte[] bytes) {
+    for (int i = 0; i + 1 < bytes.length; i++) {
+      if (bytes[i] == '\n' && bytes[i + 1] == '\n') {
+        return i + 2;
+      }
+      if (bytes[i] == '\n' && bytes[i + 1] == '\r' && i + 2 < bytes.length && bytes[i + 2] == '\n') {
+        return i + 3;
+      }
+    }
+    return bytes.length;
+  }
+
+  /** By name in lower case, compact names written out; of several with one name, the first. */
+  private static Map<String, String> headers(String[] lines) {
+    Map<String, StringBuilder> values = new HashMap<>();
+    StringBuilder last = new StringBuilder();
+    for (int i = 1; i < lines.length && !lines[i].isEmpty(); i++) {
+      String line = lines[i];
+      int colon = line.indexOf(':');
+      if (line.charAt(0) == ' ' || line.charAt(0) == '\t') {
+        last.append(' ').append(line.strip());  // a folded header goes on
+      } else if (colon > 0) {
+        String name = line.substring(0, colon).strip().toLowerCase(Locale.ROOT);
+        last = new StringBuilder(line.substring(colon + 1).strip());
+        values.putIfAbsent(COMPACT.getOrDefault(name, name), last);
+      }
+    }
+    Map<String, String> headers = new HashMap<>();
+    values.forEach((name, value) -> headers.put(name, value.toString().strip()));
+    return headers;
+  }
+
+  /** The session description, alone in the body or in a part of it; padding behind the body is not read. */
+  private static Optional<Sdp> sdp(byte[] bytes, int start, Map<String, String> headers) {
+    String type = headers.getOrDefault("content-type", "").toLowerCase(Locale.ROOT);
+    if (!type.startsWith("application/sdp") && !type.startsWith("multipart/")) {
+      return Optional.empty();
+    }
+    int length = bytes.length - start;
+    String contentLength = headers.getOrDefault("content-length", "");
+    if (contentLength.matches("\\d{1,5}")) {
+      length = Math.min(length, Integer.parseInt(contentLength));
+    }
+    String body = new String(bytes, start, length, StandardCharsets.UTF_8);
+    Matcher version = Pattern.compile("(?m)^v=0").matcher(body);
+    return version.find() ? Optional.of(Sdp.parse(body.substring(version.start()))) : Optional.empty();
+  }
+}

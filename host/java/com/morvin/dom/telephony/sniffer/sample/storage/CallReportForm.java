@@ -1,0 +1,66 @@
+package com.morvin.dom.telephony.sniffer.sample.storage;
+
+import java.lang.reflect.ParameterizedType;
+import java.lang.reflect.RecordComponent;
+import java.lang.reflect.Type;
+import java.util.ArrayList;
+import java.util.LinkedHashMap;
+import java.util.List;
+import java.util.Map;
+
+/** Records as maps by the names of their components, and back. */
+final class CallReportForm {
+  private CallReportForm() {}
+
+  static Object write(Object value) {
+    if (value instanceof List<?> list) {
+      return list.stream().map(CallReportForm::write).toList();
+    }
+    if (!value.getClass().isRecord()) {
+      return value;
+    }
+    Map<String, Object> map = new LinkedHashMap<>();
+    for (RecordComponent component : value.getClass().getRecordComponents()) {
+      try {
+        map.put(component.getName(), write(component.getAccessor().invoke(value)));
+      } catch (ReflectiveOperationException e) {
+        throw new IllegalStateException(e);
+      }
+    }
+    return map;
+  }
+
+  static CallReport read(Object value) {
+    return (CallReport) read(value, CallReport.class);
+  }
+
+  private static Object read(Object value, Type type) {
+    if (type == long.class) {
+      return ((Double) value).longValue();
+    }
+    if (type instanceof ParameterizedType list) {
+      List<Object> elements = new ArrayList<>();
+      ((List<?>) value).forEach(element -> elements.add(read(element, list.getActualTypeArguments()[0])));
+      return List.copyOf(elements);
+    }
+    if (type instanceof Class<?> record && record.isRecord()) {
+      return readRecord((Map<?, ?>) value, record);
+    }
+    return value;
+  }
+
+  private static Object readRecord(Map<?, ?> map, Class<?> type) {
+    RecordComponent[] components = type.getRecordComponents();
+    Object[] values = new Object[components.length];
+    Class<?>[] types = new Class<?>[components.length];
+    for (int i = 0; i < components.length; i++) {
+      types[i] = components[i].getType();
+      values[i] = read(map.get(components[i].getName()), components[i].getGenericType());
+    }
+    try {
+      return type.getDeclaredConstructor(types).newInstance(values);
+    } catch (ReflectiveOperationException e) {
+      throw new IllegalArgumentException(e);
+    }
+  }
+}

@@ -1,0 +1,148 @@
+package com.morvin.dom.telephony.sniffer.sample.transport;
+
+import com.morvin.dom.telephony.sniffer.sample.console.Console;
+import com.morvin.dom.telephony.sniffer.EmbeddedPacketChannel;
+import java.io.IOException;
+import java.net.ProtocolException;
+import java.nio.ByteBuffer;
+import java.util.Set;
+import java.util.concurrent.TimeUnit;
+
+/** The sniffer in this process, running on a thread of its own. */
+public final class EmbeddedTransport implements Transport {
+  private static final long POLL_MILLIS = 1;
+  private static final int SNIFFER = 1;
+
+  /** What this transport needs of the sniffer; a test can stand in for it. */
+  public interface Engine {
+    void mainLoop();
+
+    void breakMainLoop();
+
+    int getPacket(byte[] buffer);
+
+    int sendRequest(byte[] command);
+  }
+
+  private final Engine engine;
+  private final Thread sniffing;
+  private volatile Throwable failure;
+  private final byte[] buffer = new byte[EmbeddedPacketChannel.MAX_FRAME];
+  private final CaptureTimes times = new CaptureTimes();
+  private long frameNumber;
+
+  public EmbeddedTransport(Engine engine) {
+    this.engine = engine;
+    sniffing = new Thread(engine::mainLoop, "sniffer");
+    sniffing.setDaemon(true);
+    sniffing.setUncaughtExceptionHandler((thread, thrown) -> failure = thrown);
+    sniffing.start();
+  }
+
+  public static EmbeddedTransport on(
+      String devices, String filter, boolean trace, String settings, Console console) {
+    EmbeddedPacketChannel channel = new EmbeddedPacketChannel();
+    channel.nicDevice = devices;
+    channel.packetFilter = filter;
+    channel.traceSignalling = trace;
+    channel.settings = settings;
+    console.line("sniffing on " + devices + ", filter \"" + filter + "\"");
+    return new EmbeddedTransport(engineOf(channel));
+  }
+
+  private static Engine engineOf(EmbeddedPacketChannel channel) {
+    return new Engine() {
+      @Override
+      public void mainLoop() {
+        channel.mainLoop();
+      }
+
+      @Override
+      public void breakMainLoop() {
+        channel.breakMainLoop();
+      }
+
+      @Override
+      public int getPacket(byte[] buffer) {
+        synchronized (channel) {
+          return channel.getPacket(buffer);
+        }
+      }
+
+      @Override
+      public int sendRequest(byte[] command) {
+        synchronized (channel) {
+          return channel.sendRequest(command);
+        }
+      }
+    };
+  }
+
+  @Override
+  public Received receive(long timeoutMillis) throws IOException, InterruptedException {
+    long deadline = System.nanoTime() + TimeUnit.MILLISECONDS.toNanos(timeoutMillis);
+    while (true) {
+      boolean running = sniffing.isAlive();
+      Received frame = poll();
+      if (frame != null) {
+        return frame;
+      }
+      if (!running) {
+        throw new IOException("the sniffer has stopped" + (failure == null ? "" : ": " + failure)
+            + "\nIts messages above tell why: mostly a device or a filter that it cannot use.");
+      }
+      if (System.nanoTime() - deadline >= 0) {
+        return null;
+      }
+      Thread.sleep(POLL_MILLIS);
+    }
+  }
+
+  private Received poll() throws ProtocolException {
+    for (int length = engine.getPacket(buffer); length > 0; length = engine.getPacket(buffer)) {
+      Frame frame = Frame.of(ByteBuffer.wrap(buffer, 0, length));
+      long captured = times.of(frame);
+      if (captured >= 0) {
+        return new Received(frame, SNIFFER, captured, ++frameNumber);
+      }
+    }
+    return null;
+  }
+
+  @Override
+  public void send(int sniffer, Command command) {
+    engine.sendRequest(command.bytes());
+  }
+
+  @Override
+  public int sessions() {
+    return 1;
+  }
+
+  @Override
+  public Set<Integer> sniffers() {
+    return sniffing.isAlive() ? Set.of(SNIFFER) : Set.of();
+  }
+
+  @Override
+  public boolean waitsForTraffic() {
+    return true;
+  }
+
+  /** Asks until the thread has ended, since it may not have entered the main loop when it is first asked. */
+  @Override
+  public void close() {
+    boolean interrupted = false;
+    while (sniffing.isAlive()) {
+      engine.breakMainLoop();
+      try {
+        sniffing.join(100);
+      } catch (InterruptedException e) {
+        interrupted = true;
+      }
+    }
+    if (interrupted) {
+      Thread.currentThread().interrupt();
+    }
+  }
+}

@@ -1,0 +1,48 @@
+package com.morvin.dom.telephony.sniffer.sample.transport;
+
+import java.util.Optional;
+import java.util.regex.Matcher;
+import java.util.regex.Pattern;
+
+/** An IPv4 address, most significant byte first, and a port. */
+public record Endpoint(int ip, int port) {
+  private static final Pattern DOTTED = Pattern.compile("(\\d{1,3})\\.(\\d{1,3})\\.(\\d{1,3})\\.(\\d{1,3})");
+
+  /** Of dotted text and a port; empty unless media can be sent there: a unicast address and a port from 1 to 65535. */
+  public static Optional<Endpoint> ofMedia(String address, int port) {
+    Matcher octets = DOTTED.matcher(address);
+    if (!octets.matches() || port < 1 || port > 65535) {
+      return Optional.empty();
+    }
+    int ip = 0;
+    for (int i = 1; i <= 4; i++) {
+      int octet = Integer.parseInt(octets.group(i));
+      if (octet > 255) {
+        return Optional.empty();
+      }
+      ip = ip << 8 | octet;
+    }
+    Endpoint endpoint = new Endpoint(ip, port);
+    return endpoint.isMedia() ? Optional.of(endpoint) : Optional.empty();
+  }
+
+  /** Whether media can be sent there. */
+  public boolean isMedia() {
+    int first = ip >>> 24;
+    return first > 0 && first < 224 && port > 0;
+  }
+
+  /** The same address with the next port, where RTCP goes by default; itself when there is no next port. */
+  public Endpoint next() {
+    return port < 65535 ? new Endpoint(ip, port + 1) : this;
+  }
+
+  public String address() {
+    return (ip >>> 24) + "." + (ip >>> 16 & 255) + "." + (ip >>> 8 & 255) + "." + (ip & 255);
+  }
+
+  @Override
+  public String toString() {
+    return address() + ":" + port;
+  }
+}

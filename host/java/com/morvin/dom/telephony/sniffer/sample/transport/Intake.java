@@ -1,0 +1,130 @@
+package com.morvin.dom.telephony.sniffer.sample.transport;
+
+import com.morvin.dom.telephony.sniffer.sample.console.Console;
+import com.morvin.dom.telephony.sniffer.sample.console.Text;
+import java.io.IOException;
+import java.util.ArrayDeque;
+import java.util.Queue;
+import java.util.concurrent.TimeUnit;
+
+/**
+ * Reads a transport on a thread of its own into a bounded queue, so that nothing the recorder does keeps a socket from
+ * being read. When the recorder is so far behind that the queue is full, the oldest frame is dropped and counted; only
+ * a transport that delivers again is left waiting instead.
+ */
+public final class Intake implements AutoCloseable {
+  private static final long MAX_BYTES = 64L << 20;
+  /** What a frame takes besides its payload, roughly. */
+  private static final int OVERHEAD = 200;
+  private static final long POLL_MILLIS = 200;
+
+  private final Transport transport;
+  private final Console console;
+  private final Queue<Received> frames = new ArrayDeque<>();
+  private final Thread reader = new Thread(this::read, "reader");
+  private long bytes;
+  private long dropped;
+  private IOException failure;
+  private boolean closed;
+
+  public Intake(Transport transport, Console console) {
+    this.transport = transport;
+    this.console = console;
+    reader.setDaemon(true);
+    reader.start();
+  }
+
+  /** As {@link Transport#receive}. */
+  public synchronized Received receive(long timeoutMillis) throws IOException, InterruptedException {
+    long deadline = System.nanoTime() + TimeUnit.MILLISECONDS.toNanos(timeoutMillis);
+    while (frames.isEmpty()) {
+      if (failure != null) {
+        throw failure;
+      }
+      long left = TimeUnit.NANOSECONDS.toMillis(deadline - System.nanoTime());
+      if (left <= 0) {
+        return null;
+      }
+      wait(left);
+    }
+    Received received = frames.remove();
+    if (bytes >= MAX_BYTES) {
+      notifyAll();
+    }
+    bytes -= sizeOf(received);
+    return received;
+  }
+
+  /** Frames that were dropped because the recorder was too slow. */
+  public synchronized long dropped() {
+    return dropped;
+  }
+
+  private void read() {
+    try {
+      while (!isClosed()) {
+        Received received = transport.receive(POLL_MILLIS);
+        if (received != null) {
+          add(received);
+        }
+      }
+    } catch (IOException e) {
+      fail(e);
+    } catch (InterruptedException e) {
+      fail(new IOException("interrupted"));
+    } catch (RuntimeException e) {
+      fail(new IOException("receiving failed: " + e, e));
+    }
+  }
+
+  private synchronized boolean isClosed() {
+    return closed;
+  }
+
+  private synchronized void add(Received received) throws InterruptedException {
+    while (transport.redelivers() && bytes >= MAX_BYTES && !closed) {
+      wait();
+    }
+    while (bytes >= MAX_BYTES) {
+      bytes -= sizeOf(frames.remove());
+      if (dropped++ == 0) {
+        console.line("the recorder is too slow for what comes: " + Text.count(MAX_BYTES >> 20, "MB") + " wait, the oldest "
+            + "frames are dropped");
+      }
+    }
+    frames.add(received);
+    bytes += sizeOf(received);
+    if (frames.size() == 1) {
+      notifyAll();
+    }
+  }
+
+  private static long sizeOf(Received received) {
+    return received.frame().payload().length + OVERHEAD;
+  }
+
+  private synchronized void fail(IOException cause) {
+    failure = cause;
+    notifyAll();
+  }
+
+  /** Returns when the transport is no longer read. */
+  @Override
+  public void close() {
+    synchronized (this) {
+      closed = true;
+      notifyAll();
+    }
+    boolean interrupted = false;
+    while (reader.isAlive()) {
+      try {
+        reader.join();
+      } catch (InterruptedException e) {
+        interrupted = true;
+      }
+    }
+    if (interrupted) {
+      Thread.currentThread().interrupt();
+    }
+  }
+}

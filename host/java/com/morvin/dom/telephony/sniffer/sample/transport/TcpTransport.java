@@ -1,0 +1,185 @@
+package com.morvin.dom.telephony.sniffer.sample.transport;
+
+import com.morvin.dom.telephony.sniffer.sample.console.Console;
+import com.morvin.dom.telephony.sniffer.sample.console.Text;
+import java.io.IOException;
+import java.net.InetSocketAddress;
+import java.net.ProtocolException;
+import java.net.StandardSocketOptions;
+import java.nio.ByteBuffer;
+import java.nio.channels.SelectionKey;
+import java.nio.channels.Selector;
+import java.nio.channels.ServerSocketChannel;
+import java.nio.channels.SocketChannel;
+import java.util.ArrayDeque;
+import java.util.Map;
+import java.util.Queue;
+import java.util.Set;
+import java.util.concurrent.ConcurrentHashMap;
+
+/** Listens for sniffers, which connect, and connect again whenever the link was lost. */
+public final class TcpTransport implements Transport {
+  private static final int MAX_CONNECTIONS = 16;
+  private static final int RECEIVE_BUFFER = 8 << 20;
+
+  private final Console console;
+  private final Selector selector = Selector.open();
+  private final ServerSocketChannel listener = ServerSocketChannel.open();
+  private final Map<Integer, Connection> connections = new ConcurrentHashMap<>();
+  private final Queue<Received> frames = new ArrayDeque<>();
+  private long frameNumber;
+  private volatile int sessions;
+
+  public TcpTransport(InetSocketAddress address, Console console) throws IOException {
+    this.console = console;
+    listener.setOption(StandardSocketOptions.SO_REUSEADDR, true);
+    listener.setOption(StandardSocketOptions.SO_RCVBUF, RECEIVE_BUFFER);
+    listener.bind(address);
+    listener.configureBlocking(false);
+    listener.register(selector, SelectionKey.OP_ACCEPT);
+    console.line("waiting for the sniffer on TCP " + Text.of((InetSocketAddress) listener.getLocalAddress()));
+  }
+
+  public int port() {
+    return listener.socket().getLocalPort();
+  }
+
+  @Override
+  public Received receive(long timeoutMillis) throws IOException {
+    if (frames.isEmpty()) {
+      selector.select(this::serve, Math.max(1, timeoutMillis));
+    }
+    return frames.poll();
+  }
+
+  private void serve(SelectionKey key) {
+    if (key.isValid() && key.isAcceptable()) {
+      accept();
+    } else if (key.isValid()) {
+      ((Connection) key.attachment()).read();
+    }
+  }
+
+  private void accept() {
+    SocketChannel channel = null;
+    try {
+      channel = listener.accept();
+      if (channel == null) {
+        return;
+      }
+      String peer = Text.of((InetSocketAddress) channel.getRemoteAddress());
+      if (connections.size() == MAX_CONNECTIONS) {
+        console.line("refused a connection from " + peer + ": " + MAX_CONNECTIONS + " are open");
+        channel.close();
+        return;
+      }
+      channel.configureBlocking(false);
+      channel.setOption(StandardSocketOptions.TCP_NODELAY, true);
+      channel.setOption(StandardSocketOptions.SO_KEEPALIVE, true);
+      Connection connection = new Connection(sessions + 1, channel, peer);
+      channel.register(selector, SelectionKey.OP_READ, connection);
+      connections.put(connection.number, connection);
+      sessions++;
+      console.line("sniffer connected from " + peer);
+    } catch (IOException e) {
+      console.line("a connection failed at once: " + e.getMessage());
+      close(channel);
+    }
+  }
+
+  @Override
+  public void send(int sniffer, Command command) {
+    Connection connection = connections.get(sniffer);
+    if (connection != null) {
+      connection.write(command);
+    }
+  }
+
+  @Override
+  public Set<Integer> sniffers() {
+    return Set.copyOf(connections.keySet());
+  }
+
+  @Override
+  public int sessions() {
+    return sessions;
+  }
+
+  @Override
+  public String nameOf(int sniffer) {
+    Connection connection = connections.get(sniffer);
+    return "the sniffer" + (connection == null ? "" : " at " + connection.peer);
+  }
+
+  @Override
+  public void close() {
+    connections.values().forEach(connection -> close(connection.channel));
+    close(listener);
+    close(selector);
+  }
+
+  private static void close(java.io.Closeable resource) {
+    try {
+      if (resource != null) {
+        resource.close();
+      }
+    } catch (IOException ignored) {
+      // Nothing is left to save.
+    }
+  }
+
+  private final class Connection {
+    private final int number;
+    private final SocketChannel channel;
+    private final String peer;
+    private final CaptureTimes times = new CaptureTimes();
+    private final ByteBuffer received = ByteBuffer.allocateDirect(16 * Frame.MAX_LENGTH);
+
+    Connection(int number, SocketChannel channel, String peer) {
+      this.number = number;
+      this.channel = channel;
+      this.peer = peer;
+    }
+
+    void read() {
+      try {
+        if (channel.read(received) < 0) {
+          end("sniffer disconnected: " + peer);
+          return;
+        }
+        received.flip();
+        for (Frame frame = Frame.take(received); frame != null; frame = Frame.take(received)) {
+          long captured = times.of(frame);
+          if (captured >= 0) {
+            frames.add(new Received(frame, number, captured, ++frameNumber));
+          }
+        }
+        received.compact();
+      } catch (ProtocolException e) {
+        end("closed the connection from " + peer + ", which is no sniffer: " + e.getMessage());
+      } catch (IOException e) {
+        end("sniffer lost: " + peer + ": " + e.getMessage());
+      }
+    }
+
+    /** Half a command would be worse than none, so a sniffer that takes no more commands is let go. */
+    synchronized void write(Command command) {
+      try {
+        ByteBuffer bytes = ByteBuffer.wrap(command.bytes());
+        channel.write(bytes);
+        if (bytes.hasRemaining()) {
+          end("closed the connection from " + peer + ", which takes no commands");
+        }
+      } catch (IOException e) {
+        end("sniffer lost: " + peer + ": " + e.getMessage());
+      }
+    }
+
+    private void end(String why) {
+      if (connections.remove(number, this)) {
+        close(channel);
+        console.line(why);
+      }
+    }
+  }
+}

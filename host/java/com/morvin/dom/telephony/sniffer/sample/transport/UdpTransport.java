@@ -1,0 +1,170 @@
+package com.morvin.dom.telephony.sniffer.sample.transport;
+
+import com.morvin.dom.telephony.sniffer.sample.console.Console;
+import com.morvin.dom.telephony.sniffer.sample.console.Text;
+import java.io.IOException;
+import java.net.DatagramPacket;
+import java.net.DatagramSocket;
+import java.net.InetSocketAddress;
+import java.net.ProtocolException;
+import java.net.SocketAddress;
+import java.net.SocketTimeoutException;
+import java.nio.ByteBuffer;
+import java.util.Map;
+import java.util.Set;
+import java.util.concurrent.ConcurrentHashMap;
+import java.util.concurrent.TimeUnit;
+
+/**
+ * Takes one frame from each datagram. A sniffer sends nothing before it has something to forward, and its port is known
+ * only then; so its first frame tells where commands go.
+ *
+ * <p>Another sender address is another sniffer, or one that was started anew. Anyone can send datagrams, and each new
+ * sniffer costs the commands of all calls: so there are only so many, and only a few new ones in a while. Frames of
+ * those beyond are taken like any others.
+ */
+public final class UdpTransport implements Transport {
+  private static final int RECEIVE_BUFFER = 16 << 20;
+  private static final int MAX_SNIFFERS = 16;
+  private static final int MAX_NEW = 4;
+  private static final long NEW_NANOS = TimeUnit.SECONDS.toNanos(10);
+
+  /** One sender address. */
+  private static final class Sniffer {
+    private final int number;
+    private final InetSocketAddress address;
+    private final CaptureTimes times = new CaptureTimes();
+
+    Sniffer(int number, InetSocketAddress address) {
+      this.number = number;
+      this.address = address;
+    }
+  }
+
+  private final Console console;
+  private final DatagramSocket socket;
+  private final Map<SocketAddress, Sniffer> byAddress = new ConcurrentHashMap<>();
+  private final Map<Integer, Sniffer> byNumber = new ConcurrentHashMap<>();
+  private final byte[] bytes = new byte[Frame.MAX_LENGTH];
+  private final Sniffer strangers = new Sniffer(0, null);
+  private volatile int sessions;
+  private long frameNumber;
+  private int timeout = -1;
+  private long newSince;
+  private int newCount;
+  private boolean complained;
+  private boolean refused;
+
+  public UdpTransport(InetSocketAddress address, Console console) throws IOException {
+    this.console = console;
+    socket = new DatagramSocket(null);
+    socket.setReceiveBufferSize(RECEIVE_BUFFER);
+    socket.bind(address);
+    newSince = System.nanoTime();
+    console.line("waiting for the sniffer on UDP " + Text.of((InetSocketAddress) socket.getLocalSocketAddress()));
+  }
+
+  public int port() {
+    return socket.getLocalPort();
+  }
+
+  /** What is no frame ends the wait early, like a time-out. */
+  @Override
+  public Received receive(long timeoutMillis) throws IOException {
+    try {
+      if (timeout != timeoutMillis) {
+        timeout = (int) Math.max(1, timeoutMillis);
+        socket.setSoTimeout(timeout);
+      }
+      DatagramPacket datagram = new DatagramPacket(bytes, bytes.length);
+      socket.receive(datagram);
+      Frame frame = Frame.of(ByteBuffer.wrap(bytes, 0, datagram.getLength()));
+      Sniffer sniffer = snifferAt((InetSocketAddress) datagram.getSocketAddress());
+      long captured = sniffer.times.of(frame);
+      return captured < 0 ? null : new Received(frame, sniffer.number, captured, ++frameNumber);
+    } catch (SocketTimeoutException e) {
+      return null;
+    } catch (ProtocolException e) {
+      if (!complained) {
+        console.line("ignoring datagrams that are no frames: " + e.getMessage());
+        complained = true;
+      }
+      return null;
+    }
+  }
+
+  private Sniffer snifferAt(InetSocketAddress address) {
+    Sniffer known = byAddress.get(address);
+    if (known != null) {
+      return known;
+    }
+    long now = System.nanoTime();
+    if (now - newSince >= NEW_NANOS) {
+      newSince = now;
+      newCount = 0;
+    }
+    if (newCount == MAX_NEW || byAddress.size() == MAX_SNIFFERS) {
+      if (!refused) {
+        console.line("many senders of datagrams: " + Text.of(address) + " and others get no commands for now");
+        refused = true;
+      }
+      return strangers;
+    }
+    newCount++;
+    Sniffer sniffer = new Sniffer(sessions + 1, address);
+    byAddress.put(address, sniffer);
+    byNumber.put(sniffer.number, sniffer);
+    sessions++;
+    console.line("sniffer sends from " + Text.of(address));
+    return sniffer;
+  }
+
+  @Override
+  public void send(int number, Command command) {
+    Sniffer sniffer = byNumber.get(number);
+    if (sniffer == null) {
+      return;
+    }
+    try {
+      byte[] command7 = command.bytes();
+      socket.send(new DatagramPacket(command7, command7.length, sniffer.address));
+    } catch (IOException e) {
+      console.line("a command to " + Text.of(sniffer.address) + " was not sent: " + e.getMessage());
+    }
+  }
+
+  @Override
+  public Set<Integer> sniffers() {
+    return Set.copyOf(byNumber.keySet());
+  }
+
+  @Override
+  public int sessions() {
+    return sessions;
+  }
+
+  @Override
+  public String nameOf(int number) {
+    Sniffer sniffer = byNumber.get(number);
+    return "the sniffer" + (sniffer == null ? "" : " at " + Text.of(sniffer.address));
+  }
+
+  /** One of several was stopped, or was started anew and sends from another port. */
+  @Override
+  public void forget(int number) {
+    Sniffer sniffer = byNumber.remove(number);
+    if (sniffer != null) {
+      byAddress.remove(sniffer.address);
+    }
+  }
+
+  @Override
+  public boolean losesCommands() {
+    return true;
+  }
+
+  @Override
+  public void close() {
+    socket.close();
+  }
+}
