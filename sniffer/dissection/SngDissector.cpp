@@ -45,7 +45,6 @@ std::string hexAndDecimal(const char* heading, u_int rtpIp, u_short rtpPort) {
 
 std::atomic<SngDissector*> SngDissector::dissector = nullptr;
 log4cxx::LoggerPtr SngDissector::logger = log4cxx::Logger::getLogger("SnifferClient");
-pthread_t SngDissector::cmdThread;
 
 SniffedPacket SniffedPacket::copyOf(const pcap_pkthdr& header, const u_char* frame, u_int maxLength) {
   const u_int length = std::min({header.len, header.caplen, maxLength});
@@ -69,7 +68,6 @@ void SniffedPacket::release() {
 
 SngDissector::SngDissector() {
   delete dissector.load();
-  cmdThreadId = "cmdReaderThread";
   h323Parser = std::make_unique<H323Parser>();
   const auto logFailure = [](const char* what) {
     const int error = errno;
@@ -83,10 +81,8 @@ SngDissector::SngDissector() {
 }
 
 SngDissector::~SngDissector() {
-  if (cmdReaderStarted) {
-    terminate = true;
-    pthread_join(cmdThread, nullptr);
-  }
+  interruptConnections();
+  commands.stop();
   if (conMedia != nullptr) {
     conMedia->closeConnection();
     if (conMedia != EmbeddedConnection::dft()) delete conMedia;
@@ -130,14 +126,27 @@ bool SngDissector::sharesMediaConnection() const {
 }
 
 void SngDissector::makeUdpConnections() {
-  conMedia = new UdpConnection(serverNameMedia, serverPortMedia);
+  conMedia = newUdpConnection(serverNameMedia, serverPortMedia);
   logger->info("UDP connection created");
-  conSig = sharesMediaConnection() ? nullptr : new UdpConnection(serverNameSig, serverPortSig);
+  conSig = sharesMediaConnection() ? nullptr : newUdpConnection(serverNameSig, serverPortSig);
+}
+
+BaseConnection* SngDissector::newUdpConnection(const char* host, int port) {
+  auto* connection = new UdpConnection(host, port);
+  connection->setObserver(&link);
+  connection->setCommandsFromServerOnly(settings.commandsFromServerOnly);
+  return connection;
+}
+
+TcpConnection* SngDissector::newTcpConnection(const char* host, int port) {
+  auto* connection = new TcpConnection(host, port);
+  connection->setObserver(&link);
+  connection->setSendTimeout(std::chrono::milliseconds(settings.sendTimeout));
+  return connection;
 }
 
 void SngDissector::makeTcpConnections() {
-  auto* media = new TcpConnection(serverNameMedia, serverPortMedia);
-  media->setObserver(&link);
+  TcpConnection* media = newTcpConnection(serverNameMedia, serverPortMedia);
   conMedia = media;
   logger->info("TCP connection created");
   media->tcpConnect();
@@ -147,8 +156,7 @@ void SngDissector::makeTcpConnections() {
     conSig = nullptr;
     return;
   }
-  auto* signalling = new TcpConnection(serverNameSig, serverPortSig);
-  signalling->setObserver(&link);
+  TcpConnection* signalling = newTcpConnection(serverNameSig, serverPortSig);
   conSig = signalling;
   signalling->tcpConnect();
 }
@@ -163,47 +171,37 @@ void SngDissector::closeConnection() {
   if (conMedia != nullptr) conMedia->closeConnection();
 }
 
+void SngDissector::interruptConnections() {
+  if (conMedia != nullptr) conMedia->interrupt();
+  if (conSig != nullptr) conSig->interrupt();
+}
+
 // ---- commands ----
 
 void SngDissector::startCmdReaderThread() {
-  pthread_attr_t attributes;
-  pthread_attr_init(&attributes);
-  pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_JOINABLE);
-  const int rc = pthread_create(&cmdThread, &attributes, startCmdReaderLoop, cmdThreadId.data());
-  pthread_attr_destroy(&attributes);
-  cmdReaderStarted = rc == 0;
-  if (rc != 0) {
-    logger->error("Error - startCmdReaderThread return code from pthread_create() is " + std::to_string(rc));
-  }
-  logger->info("Command reader thread created " + cmdThreadId);
+  commands.start(startCmdReaderLoop);
 }
 
 void* SngDissector::startCmdReaderLoop(void*) {
-  const timespec pause{0, 200};
-  for (SngDissector* live = dft(); live != nullptr && !live->terminate; live = dft()) {
-    live->checkCommand();
-    nanosleep(&pause, nullptr);
-  }
+  if (SngDissector* live = dft(); live != nullptr) live->commands.run(*live->conMedia);
   return nullptr;
 }
 
 void SngDissector::checkCommand() {
-  // A connection may answer true without a new command, as long as a command sent in pieces is incomplete. The limit,
-  // far above what a recorder sends at once, lets the thread end all the same and bounds what is repeated.
-  constexpr int kMostAtOnce = 4096;
-  SnifferRequest request;
-  for (int taken = 0; taken < kMostAtOnce && conMedia->receiveRequest(request); ++taken) {
-    switch (request.request) {
-      case 1:
-        addRtp(request.rtpAddr, request.rtpPort);
-        break;
-      case 2:
-        removeRtp(request.rtpAddr, request.rtpPort);
-        break;
-      case 3:
-        replyHeartbeat();
-        break;
-    }
+  commands.carryOutWaiting(*conMedia);
+}
+
+void SngDissector::carryOut(const SnifferRequest& request) {
+  switch (request.request) {
+    case 1:
+      addRtp(request.rtpAddr, request.rtpPort);
+      break;
+    case 2:
+      removeRtp(request.rtpAddr, request.rtpPort);
+      break;
+    case 3:
+      replyHeartbeat();
+      break;
   }
 }
 
@@ -266,7 +264,8 @@ void SngDissector::clearQueue() {
 }
 
 void SngDissector::signalEnd() {
-  terminate = true;
+  commands.signalEnd();
+  interruptConnections();
   h323Parser->displayCallIdMap();
   pthread_cond_signal(&packetPresent);
 }
@@ -480,6 +479,15 @@ std::size_t SngDissector::getQueueLength() {
   return packetQueue.size();
 }
 
+Statistics& SngDissector::getStatistics() {
+  if (conMedia != nullptr && conMedia == EmbeddedConnection::dft()) {
+    const EmbeddedConnection::Backlog backlog = EmbeddedConnection::dft()->getBacklog();
+    statistics.hostWaiting = backlog.waiting;
+    statistics.hostWaitingHighest = backlog.highest;
+  }
+  return statistics;
+}
+
 std::string SngDissector::reportStatistics() {
   std::size_t rtpListLength;
   {
@@ -487,7 +495,7 @@ std::string SngDissector::reportStatistics() {
     applyClear();
     rtpListLength = rtpList.size();
   }
-  return statistics.report(getQueueLength(), rtpListLength);
+  return getStatistics().report(getQueueLength(), rtpListLength);
 }
 
 void SngDissector::printFormatHeader(const u_char* ptr) {

@@ -13,12 +13,15 @@
 #include <vector>
 
 #include "BaseConnection.h"
+#include "CommandReader.h"
 #include "Engine.h"
 #include "H323Parser.h"
 #include "LinkObserver.h"
 #include "Settings.h"
 #include "SipHelper.h"
 #include "Statistics.h"
+
+class TcpConnection;
 
 /// One captured frame on its way from a capture thread to the consumer. The queue owns the three buffers until the
 /// consumer has processed the packet.
@@ -149,18 +152,19 @@ class SngDissector {
   void startCmdReaderThread();
 
   /// The thread to join, or null when none was started.
-  pthread_t* getCmdReaderThread() { return cmdReaderStarted ? &cmdThread : nullptr; }
+  pthread_t* getCmdReaderThread() { return commands.getThread(); }
 
   /// To be told by whoever joined the thread.
-  void cmdReaderJoined() { cmdReaderStarted = false; }
+  void cmdReaderJoined() { commands.joined(); }
 
+  /// The thread's entry: serves the dissector that is alive.
   static void* startCmdReaderLoop(void* arg);
 
   /// Carries out what commands are readable now: 1 adds an RTP destination, 2 removes it, 3 is answered by a heartbeat
   /// frame, any other is ignored.
   void checkCommand();
 
-  bool getTerminate() const { return terminate; }
+  bool getTerminate() const { return commands.hasEnded(); }
 
   /// Queues a packet and takes over its buffers. Capture threads.
   void producePacket(SniffedPacket& packet);
@@ -176,7 +180,7 @@ class SngDissector {
   void signalEnd();
 
   /// Any thread.
-  Statistics& getStatistics() { return statistics; }
+  Statistics& getStatistics();
   std::string reportStatistics();
 
   /// Packets that wait for the consumer. Any thread.
@@ -229,6 +233,10 @@ class SngDissector {
 
   bool sharesMediaConnection() const;
   BaseConnection* connectionFor(const u_char* frame) const;
+  void carryOut(const SnifferRequest& request);
+  void interruptConnections();
+  BaseConnection* newUdpConnection(const char* host, int port);
+  TcpConnection* newTcpConnection(const char* host, int port);
   void makeUdpConnections();
   void makeTcpConnections();
   void logDrop(const char* heading, const sniff_ip& ip);
@@ -244,6 +252,10 @@ class SngDissector {
     void linkLost() override { count(owner.statistics.recorderLosses); }
     void forgetDestinations() override { owner.removeAllRtp(); }
     void discardWaiting() override { owner.clearQueue(); }
+    void waitedForRoom(std::chrono::milliseconds time, std::size_t frames) override {
+      owner.statistics.countWait(time, frames);
+    }
+    void foreignCommand() override { count(owner.statistics.commandsIgnored); }
 
    private:
     SngDissector& owner;
@@ -261,12 +273,11 @@ class SngDissector {
   int serverPortSig = 6000;
   std::atomic<int> payloadType = 0;  ///< of the last packet that was forwarded; also read by the heartbeat reply
   bool brokenTcp = false;
-  std::atomic<bool> terminate = false;
   std::unique_ptr<SipHelper> sipHelper;
   BaseConnection* conMedia = nullptr;  ///< owned, unless it is the shared embedded connection
   BaseConnection* conSig = nullptr;    ///< owned; null when signalling shares the media connection
   std::unique_ptr<H323Parser> h323Parser;
-  std::string cmdThreadId;
+  CommandReader commands{[this](const SnifferRequest& request) { carryOut(request); }};
 
   std::vector<RtpAddr> rtpList;
   pthread_mutex_t rtpListLock;
@@ -278,10 +289,8 @@ class SngDissector {
   bool processing = false;  ///< the consumer is at work on a packet; guarded by `packetQueueLock`
 
   std::vector<u_char> description;  ///< the H.323 frame being sent, reused
-  bool cmdReaderStarted = false;
   Statistics statistics;
 
   static std::atomic<SngDissector*> dissector;
   static log4cxx::LoggerPtr logger;
-  static pthread_t cmdThread;
 };

@@ -2,6 +2,7 @@
 
 #include <sys/types.h>
 
+#include <ctime>
 #include <span>
 
 /// One command of the recorder.
@@ -56,6 +57,16 @@ class BaseConnection {
     }
     return frames.size();
   }
+
+  /// Sleeps until receiveRequest() may have something to act on. Of no use, and so a mere yield, where commands come
+  /// without a descriptor. The thread that takes commands.
+  virtual void awaitRequest() {
+    const timespec pause{0, 200};
+    nanosleep(&pause, nullptr);
+  }
+
+  /// From now on nothing waits in this connection; what waits goes on at once. Any thread.
+  virtual void interrupt() {}
 
   virtual ~BaseConnection() = default;
 };

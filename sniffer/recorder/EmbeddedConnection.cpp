@@ -1,5 +1,6 @@
 #include "EmbeddedConnection.h"
 
+#include <algorithm>
 #include <cstring>
 #include <limits>
 
@@ -42,6 +43,7 @@ int EmbeddedConnection::sendPacket(u_char* buffer, int length) {
   const MonitorGuard host(monitor);
   const std::lock_guard guard(queueLock);
   packetQueue.push_back({length, copy});
+  highestBacklog = std::max(highestBacklog, packetQueue.size());
   return length;
 }
 
@@ -60,6 +62,11 @@ int EmbeddedConnection::receivePacket(char* buffer, int capacity) {
   if (packet.length > 0) std::memcpy(buffer, packet.payload, packet.length);
   delete[] packet.payload;
   return packet.length;
+}
+
+EmbeddedConnection::Backlog EmbeddedConnection::getBacklog() {
+  const std::lock_guard guard(queueLock);
+  return {packetQueue.size(), highestBacklog};
 }
 
 bool EmbeddedConnection::sendRequest(SnifferRequest& request) {

@@ -58,12 +58,20 @@ class EmbeddedConnection : public BaseConnection {
   /// The same for a buffer of `capacity` bytes: a frame that does not fit stays, and the answer is 0.
   int receivePacket(char* buffer, int capacity);
 
+  struct Backlog {
+    std::size_t waiting = 0;  ///< frames that the host has not fetched yet
+    std::size_t highest = 0;  ///< most that ever waited
+  };
+  /// Any thread.
+  Backlog getBacklog();
+
   /// Host's side: queues a command. Always true.
   bool sendRequest(SnifferRequest& request);
 
  private:
   std::deque<SnifferRequest> requestQueue;
   std::deque<SnifferPacket> packetQueue;
+  std::size_t highestBacklog = 0;
   std::mutex queueLock;  ///< innermost: nothing is called while it is held
   HostMonitor* monitor = nullptr;
 

@@ -1,5 +1,8 @@
 #pragma once
 
+#include <chrono>
+#include <cstddef>
+
 /// Whoever owns a connection, told by it what becomes of the way to the recorder. So a connection knows nothing of the
 /// rooms above it.
 ///
@@ -18,6 +21,12 @@ class LinkObserver {
 
   /// What waits to be forwarded would be stale when the recorder is back.
   virtual void discardWaiting() = 0;
+
+  /// The recorder made no room for so long, and so many frames that were to leave together were held up.
+  virtual void waitedForRoom(std::chrono::milliseconds time, std::size_t frames) = 0;
+
+  /// A command came from elsewhere than the recorder and is not carried out.
+  virtual void foreignCommand() = 0;
 
  protected:
   ~LinkObserver() = default;

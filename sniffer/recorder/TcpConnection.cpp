@@ -58,6 +58,8 @@ class Nobody final : public LinkObserver {
   void linkLost() override {}
   void forgetDestinations() override {}
   void discardWaiting() override {}
+  void waitedForRoom(std::chrono::milliseconds, std::size_t) override {}
+  void foreignCommand() override {}
 } nobody;
 
 void decode(const u_char* wire, SnifferRequest& request, log4cxx::LoggerPtr& logger) {

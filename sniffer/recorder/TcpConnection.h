@@ -27,6 +27,9 @@ class TcpConnection : public BaseConnection {
   /// Who is told what becomes of the link. Before the first use; it must outlive the connection.
   void setObserver(LinkObserver* owner) { observer = owner; }
 
+  /// How long a send waits for a recorder that makes no room, before the connection counts as lost. 0: not at all.
+  void setSendTimeout(std::chrono::milliseconds time) { sendTimeout = time; }
+
   /// Decodes at most one command. Also answers true, with `request` as it was, while the beginning of a command waits
   /// for its rest; that command was sent in pieces, and the one before it is acted on again. Commands are read by one
   /// thread, from one connection of the process: all share one receive buffer.
@@ -61,6 +64,7 @@ class TcpConnection : public BaseConnection {
   void logConnecting() const;
 
   LinkObserver* observer;
+  std::chrono::milliseconds sendTimeout{0};
   sockaddr_in serverAddr{};
   int clientSd = -1;
   int serverPort;

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <cstring>
 #include <string>
 
 #include "DottedDecimal.h"
@@ -52,18 +53,26 @@ int UdpConnection::sendPacket(u_char* buffer, int length) {
 }
 
 bool UdpConnection::receiveRequest(SnifferRequest& request) {
-  static u_char buffer[2000];
+  // What is not a command must not complete one that comes too short: it does not get into the kept bytes.
+  static u_char kept[2000];
+  u_char received[sizeof kept];
   if (closed) return false;
   sockaddr_in from{};
   socklen_t fromLength = sizeof from;
-  const int n =
-      static_cast<int>(recvfrom(clientSd, buffer, sizeof buffer, 0, reinterpret_cast<sockaddr*>(&from), &fromLength));
-  if (n >= 0) {
+  const int n = static_cast<int>(
+      recvfrom(clientSd, received, sizeof received, 0, reinterpret_cast<sockaddr*>(&from), &fromLength));
+  if (n < 0) return false;
+  if (serverOnly && from.sin_addr.s_addr != inet_addr(serverHost)) {
+    if (observer != nullptr) observer->foreignCommand();
+    return false;
+  }
+  {
     const std::lock_guard guard(serverAddrLock);
     serverAddr = from;
   }
-  if (n <= 0) return false;
-  request = SnifferRequest::fromWire(buffer);
+  if (n == 0) return false;
+  std::memcpy(kept, received, static_cast<std::size_t>(n));
+  request = SnifferRequest::fromWire(kept);
   if (logger->isDebugEnabled()) {
     logger->debug("rx from server cmd=" + std::to_string(request.request) + ", ip=" + dottedDecimal(request.rtpAddr) +
                   ", port=" + std::to_string(request.rtpPort) + ", nRcvd=" + std::to_string(n));

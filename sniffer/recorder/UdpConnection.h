@@ -7,6 +7,7 @@
 #include <mutex>
 
 #include "BaseConnection.h"
+#include "LinkObserver.h"
 
 /// The recorder at the end of UDP datagrams: one datagram a frame, one datagram a command. No state, no retry; a frame
 /// that cannot be sent whole is logged and lost.
@@ -19,6 +20,12 @@ class UdpConnection : public BaseConnection {
   UdpConnection(const char* host, int port);
   UdpConnection(const UdpConnection&) = delete;
   UdpConnection& operator=(const UdpConnection&) = delete;
+
+  /// Who is told of commands that are not the recorder's. Before the first use; it must outlive the connection.
+  void setObserver(LinkObserver* owner) { observer = owner; }
+
+  /// Whether only datagrams from the host's address are commands. Before the first use.
+  void setCommandsFromServerOnly(bool only) { serverOnly = only; }
 
   /// Decodes one waiting datagram. Bytes behind the seventh are ignored; a datagram shorter than that is completed by
   /// what earlier ones left in the buffer. Called by one thread.
@@ -38,6 +45,8 @@ class UdpConnection : public BaseConnection {
  private:
   sockaddr_in recorder();
 
+  LinkObserver* observer = nullptr;
+  bool serverOnly = false;
   sockaddr_in clientAddr{};
   sockaddr_in serverAddr{};  ///< where frames go; guarded by `serverAddrLock`
   int clientSd = -1;

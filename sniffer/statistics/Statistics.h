@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <string>
 
@@ -24,9 +25,18 @@ struct Statistics {
 
   Counter recorderConnects = 0;
   Counter recorderLosses = 0;
-  Counter notSent = 0;  ///< frames for the recorder that its connection did not take whole
+  Counter sendWaits = 0;           ///< times that sending waited for the recorder to make room
+  Counter sendWaitLongest = 0;     ///< milliseconds
+  Counter framesWaited = 0;        ///< frames that were about to leave and were held up by those waits
+  Counter commandsIgnored = 0;     ///< commands from elsewhere than the recorder
+  Counter hostWaiting = 0;         ///< frames that the host has not fetched yet
+  Counter hostWaitingHighest = 0;  ///< most frames that ever waited for the host
+  Counter notSent = 0;             ///< frames for the recorder that its connection did not take whole
 
-  /// One line for the log. The length of the queue and of the RTP list are told by their owner.
+  void countWait(std::chrono::milliseconds time, std::size_t frames);
+
+  /// One line for the log. Figures of what is off are left out. The length of the queue and of the RTP list are told by
+  /// their owner.
   std::string report(std::size_t queueLength, std::size_t rtpListLength) const;
 };
 
