@@ -1,13 +1,10 @@
 #include "ReplayPace.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <cstdlib>
-#include <string>
+#include <string_view>
 
 namespace {
-
-constexpr std::string_view kFilePrefix = "file:";
 
 // The clock counts in nanoseconds and would overflow on the way to what a file can claim: no wait is longer than a
 // year, and no time stamp lies outside these seconds.
@@ -20,21 +17,6 @@ bool fullSpeedWanted() {
 }
 
 }  // namespace
-
-std::optional<std::string_view> captureFilePath(std::string_view deviceName) {
-  if (!deviceName.starts_with(kFilePrefix)) return std::nullopt;
-  return deviceName.substr(kFilePrefix.size());
-}
-
-pcap_t* openCaptureFile(std::string_view path, char* errbuf) {
-  pcap_t* handle = pcap_open_offline(std::string(path).c_str(), errbuf);
-  if (handle == nullptr || pcap_datalink(handle) == DLT_EN10MB) return handle;
-  const char* name = pcap_datalink_val_to_name(pcap_datalink(handle));
-  std::snprintf(errbuf, PCAP_ERRBUF_SIZE, "the frames of this file are %s, not Ethernet; capture on an Ethernet device",
-                name != nullptr ? name : "of an unknown kind");
-  pcap_close(handle);
-  return nullptr;
-}
 
 ReplayPace::ReplayPace() : unpaced(fullSpeedWanted()) {}
 

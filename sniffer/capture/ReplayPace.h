@@ -1,23 +1,14 @@
 #pragma once
 
-#include <pcap/pcap.h>
+#include <sys/time.h>
 
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
 #include <optional>
-#include <string_view>
 
-/// Capture files in place of devices: a device name "file:PATH" is read with libpcap, at the pace of its time stamps.
-
-/// The path in a device name, or nothing when it names a device.
-std::optional<std::string_view> captureFilePath(std::string_view deviceName);
-
-/// Opens a capture file of Ethernet frames. On failure null, and the reason in `errbuf` (PCAP_ERRBUF_SIZE bytes).
-pcap_t* openCaptureFile(std::string_view path, char* errbuf);
-
-/// Lets the frames of one file pass at the distance of their time stamps, counted from the first.
+/// Lets the frames of one capture file pass at the distance of their time stamps, counted from the first.
 ///
 /// The environment variable SNIFFER_REPLAY_PACE=full, for tests and measurements, lets them pass at once.
 class ReplayPace {

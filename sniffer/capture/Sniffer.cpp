@@ -46,15 +46,15 @@ const char* defaultDevice(char* errbuf) {
 
 }  // namespace
 
-pcap_t* Sniffer::handle[kMaxDevices] = {};
+Device* const Sniffer::handle = new Device[kMaxDevices];
 pthread_t Sniffer::thread[kMaxDevices];
 bool Sniffer::deviceDown[kMaxDevices] = {true};
 int Sniffer::deviceCount = 0;
 int Sniffer::count = -1;
 std::atomic<bool> Sniffer::endMain = false;
 std::atomic<bool> Sniffer::breaking = false;
-std::atomic<int> Sniffer::capturing = 0;
-std::unique_ptr<ReplayPace> Sniffer::replayPace[kMaxDevices];
+std::atomic<int> Sniffer::atWork = 0;
+thread_local const Device* Sniffer::source = nullptr;
 log4cxx::LoggerPtr Sniffer::logger = log4cxx::Logger::getLogger("SnifferClient");
 
 Sniffer::Sniffer() {
@@ -68,9 +68,7 @@ Sniffer::Sniffer() {
 
 Sniffer::~Sniffer() {
   for (int i = 0; i < kMaxDevices; ++i) {
-    if (handle[i] != nullptr) pcap_close(handle[i]);
-    handle[i] = nullptr;
-    replayPace[i].reset();
+    handle[i].close();
     delete[] device[i];
   }
   deviceCount = 0;
@@ -215,61 +213,29 @@ void Sniffer::displayConfig() {
 // ---- set-up ----
 
 pcap_t* Sniffer::getHandle(int i) {
-  const char* name = device[i];
-  if (handle[i] != nullptr) pcap_close(std::exchange(handle[i], nullptr));
-  replayPace[i].reset();
-  errbuf[0] = 0;
-  if (const auto path = captureFilePath(name)) {
-    handle[i] = openCaptureFile(*path, errbuf);
-    if (handle[i] != nullptr) replayPace[i] = std::make_unique<ReplayPace>();
+  const std::string name = device[i];
+  {
+    const std::lock_guard guard(statisticsLock);
+    reportedDrops[i] = 0;
+  }
+  if (handle[i].open(name, {promiscuous, settings.immediateCapture, settings.reopenDevices})) {
+    logger->info("Device: " + name + " opened");
   } else {
-    handle[i] = settings.immediateCapture ? openImmediate(name) : openLive(name);
+    logger->error("Couldn't open device " + name + ":" + handle[i].getError());
   }
-  if (handle[i] == nullptr) {
-    logger->error(std::string("Couldn't open device ") + name + ":" + errbuf);
-    return nullptr;
-  }
-  logger->info(std::string("Device: ") + name + " opened");
-  if (pcap_datalink(handle[i]) != DLT_EN10MB) {
-    logger->warn(std::string("Device ") + name + " is not an Ethernet device, its frames will not be understood");
-  }
-  return handle[i];
+  return handle[i].getHandle();
 }
 
-pcap_t* Sniffer::openLive(const char* name) {
-  return pcap_open_live(name, kSnapLength, promiscuous, kReadTimeoutMs, errbuf);
-}
-
-pcap_t* Sniffer::openImmediate(const char* name) {
-  pcap_t* pcap = pcap_create(name, errbuf);
-  if (pcap == nullptr) return nullptr;
-  pcap_set_snaplen(pcap, kSnapLength);
-  pcap_set_promisc(pcap, promiscuous);
-  pcap_set_timeout(pcap, kReadTimeoutMs);
-  pcap_set_immediate_mode(pcap, 1);
-  pcap_set_buffer_size(pcap, kImmediateBufferSize);
-  const int status = pcap_activate(pcap);
-  if (status >= 0) return pcap;
-  // The device's own words say more than those for the status, when there are any.
-  const char* reason = pcap_geterr(pcap);
-  std::string text = pcap_statustostr(status);
-  if (*reason != 0) text += std::string(" (") + reason + ")";
-  copyText(errbuf, text.c_str());
-  pcap_close(pcap);
-  return nullptr;
-}
-
-int Sniffer::installFilter(pcap_t* pcap) {
-  if (pcap_compile(pcap, &fp, filter, 0, netmask) == -1) {
-    logger->error(std::string("Couldn't parse filter ") + filter + ":" + pcap_geterr(pcap));
-    return 3;
+int Sniffer::installFilter(Device& opened) {
+  const Device::FilterResult result = opened.setFilter(filter);
+  if (result == Device::kFilterNotCompiled) {
+    logger->error(std::string("Couldn't parse filter ") + filter + ":" + opened.getError());
+    return result;
   }
   logger->info(std::string("Filter compilation ok: ") + filter);
-  const int status = pcap_setfilter(pcap, &fp);
-  pcap_freecode(&fp);
-  if (status != 0) {
-    logger->error(std::string("Couldn't install filter ") + filter + ": " + pcap_geterr(pcap));
-    return 4;
+  if (result == Device::kFilterNotInstalled) {
+    logger->error(std::string("Couldn't install filter ") + filter + ": " + opened.getError());
+    return result;
   }
   logger->info(std::string("Filter instalation ok: ") + filter);
   return 0;
@@ -292,10 +258,9 @@ int Sniffer::setupSniffing() {
 
 int Sniffer::openDevices() {
   for (int i = 0; i < deviceCount; ++i) {
-    pcap_t* pcap = getHandle(i);
-    deviceDown[i] = pcap == nullptr;
+    deviceDown[i] = getHandle(i) == nullptr;
     if (deviceDown[i]) continue;
-    if (const int status = installFilter(pcap); status != 0) return status;
+    if (const int status = installFilter(handle[i]); status != 0) return status;
   }
   return 0;
 }
@@ -308,46 +273,56 @@ bool Sniffer::allDevicesDown() const {
 
 void Sniffer::startSniffing() {
   logger->info("Sniffing started.");
-  startCaptureThreads();
-  while (!endMain) dissector->consumePacket();
+  if (const int rc = startCaptureThreads(); rc != 0) {
+    logger->error("Error - return code from pthread_create() is " + std::to_string(rc));
+    stopSniffing();
+    for (int i = 0; i < deviceCount; ++i) handle[i].close();
+    std::exit(-1);
+  }
+  while (!endMain) {
+    try {
+      dissector->consumePacket();
+    } catch (const std::exception& failure) {
+      logger->error(std::string("A frame is lost: ") + failure.what());
+    }
+  }
   // What came in while the last packet was in work counts as discarded in the report.
   if (dissector->getQueueLength() > 0) dissector->clearQueue();
   logger->info("Sniffing ended.");
   logStatistics();
 }
 
-void Sniffer::startCaptureThreads() {
+int Sniffer::startCaptureThreads() {
   const std::lock_guard guard(lifecycle);
   // Before the threads start, so that the first frames of a second run find the engine open.
   endMain = stopRequested;
-  if (stopRequested) return;
+  if (stopRequested) return 0;
   started = true;
   breaking = false;
   pthread_attr_t attributes;
   pthread_attr_init(&attributes);
   pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_JOINABLE);
-  capturing = static_cast<int>(std::count(deviceDown, deviceDown + deviceCount, false));
-  for (int i = 0; i < deviceCount; ++i) {
-    if (deviceDown[i]) continue;
-    const int rc = pthread_create(&thread[i], &attributes, startLoop, &threadId[i]);
-    if (rc != 0) {
-      logger->error("Error - return code from pthread_create() is " + std::to_string(rc));
-      std::exit(-1);
-    }
-    logger->info("PCAP thread created " + std::to_string(threadId[i]));
+  int rc = 0;
+  for (int i = 0; i < deviceCount && rc == 0; ++i) {
+    if (deviceDown[i] && !isDeviceAwaited(i)) continue;
+    ++atWork;
+    rc = pthread_create(&thread[i], &attributes, startLoop, &threadId[i]);
+    capturing[i] = rc == 0;
+    if (capturing[i]) logger->info("PCAP thread created " + std::to_string(threadId[i]));
   }
+  if (rc != 0) --atWork;
   pthread_attr_destroy(&attributes);
+  return rc;
 }
 
 void* Sniffer::startLoop(void* idp) {
   const int i = *static_cast<int*>(idp);
-  ReplayPace* pace = replayPace[i].get();
-  const long result = pace != nullptr ? pcap_loop(handle[i], count, replayPacket, reinterpret_cast<u_char*>(pace))
-                                      : pcap_loop(handle[i], count, gotPacket, nullptr);
+  source = &handle[i];
+  const long result = handle[i].capture(count, gotPacket);
   if (result == PCAP_ERROR && !breaking) {
-    logger->error("PCAP thread " + std::to_string(i) + " captures no more: " + pcap_geterr(handle[i]));
+    logger->error("PCAP thread " + std::to_string(i) + " captures no more: " + handle[i].getError());
   }
-  --capturing;
+  --atWork;
   return reinterpret_cast<void*>(result);
 }
 
@@ -356,7 +331,7 @@ void Sniffer::gotPacket(u_char* args, const pcap_pkthdr* header, const u_char* p
   if (endMain || live == nullptr) return;
   // Called from C: nothing may be thrown through it.
   try {
-    SniffedPacket copy = SniffedPacket::copyOf(*header, packet, kSnapLength);
+    SniffedPacket copy = SniffedPacket::copyOf(*header, packet, Device::kSnapLength);
     if (args != nullptr) copy.args = copyOfText(args);
     live->producePacket(copy);
   } catch (const std::bad_alloc&) {
@@ -364,13 +339,9 @@ void Sniffer::gotPacket(u_char* args, const pcap_pkthdr* header, const u_char* p
   }
 }
 
-void Sniffer::replayPacket(u_char* args, const pcap_pkthdr* header, const u_char* packet) {
-  if (reinterpret_cast<ReplayPace*>(args)->waitFor(header->ts)) gotPacket(nullptr, header, packet);
-}
-
 bool Sniffer::captureFinished() {
   const std::lock_guard guard(lifecycle);
-  return started && capturing == 0 && dissector->isIdle();
+  return started && atWork == 0 && dissector->isIdle();
 }
 
 bool Sniffer::replaysOnly() const {
@@ -378,31 +349,35 @@ bool Sniffer::replaysOnly() const {
 }
 
 void Sniffer::stopSniffing() {
+  const std::lock_guard untilDone(stopLock);
   {
     const std::lock_guard guard(lifecycle);
     if (std::exchange(stopRequested, true)) return;
   }
   logger->info("Ending Sniffing ...");
-  breaking = true;
-  for (int i = 0; started && i < deviceCount; ++i) {
-    if (!deviceDown[i]) stopCaptureThread(i);
-  }
-  pthread_t* cmdThread = embedded ? nullptr : dissector->getCmdReaderThread();
+  stopCaptureThreads();
   endMain = true;
   dissector->signalEnd();
-  if (cmdThread != nullptr) {
-    const int status = pthread_join(*cmdThread, nullptr);
-    dissector->cmdReaderJoined();
-    logger->info("Completed join with Command reader thread, status=" + std::to_string(status));
+  if (!embedded) stopCommandReader();
+}
+
+void Sniffer::stopCaptureThreads() {
+  breaking = true;
+  for (int i = 0; i < deviceCount; ++i) {
+    if (!std::exchange(capturing[i], false)) continue;
+    handle[i].breakLoop();
+    pthread_kill(thread[i], SIGUSR1);
+    const int status = pthread_join(thread[i], nullptr);
+    logger->info("Completed join with PCAP thread " + std::to_string(i) + " status=" + std::to_string(status));
   }
 }
 
-void Sniffer::stopCaptureThread(int i) {
-  pcap_breakloop(handle[i]);
-  if (replayPace[i]) replayPace[i]->stop();
-  pthread_kill(thread[i], SIGUSR1);
-  const int status = pthread_join(thread[i], nullptr);
-  logger->info("Completed join with PCAP thread " + std::to_string(i) + " status=" + std::to_string(status));
+void Sniffer::stopCommandReader() {
+  pthread_t* const cmdThread = dissector->getCmdReaderThread();
+  if (cmdThread == nullptr) return;
+  const int status = pthread_join(*cmdThread, nullptr);
+  dissector->cmdReaderJoined();
+  logger->info("Completed join with Command reader thread, status=" + std::to_string(status));
 }
 
 // ---- statistics ----
@@ -410,34 +385,37 @@ void Sniffer::stopCaptureThread(int i) {
 void Sniffer::logStatistics() {
   const std::lock_guard guard(statisticsLock);
   for (int i = 0; i < deviceCount; ++i) {
-    if (!deviceDown[i]) logDeviceStatistics(i);
+    if (!deviceDown[i] || isDeviceAwaited(i)) logDeviceStatistics(i);
   }
   logger->info(dissector->reportStatistics());
 }
 
+std::optional<DeviceCounters> Sniffer::getDeviceCounters(int i) const {
+  std::string reason;
+  return handle[i].counters(reason);
+}
+
 void Sniffer::logDeviceStatistics(int i) {
   const std::string heading = std::string("Statistics of device ") + device[i] + ":";
-  if (replayPace[i]) {
-    logger->info(heading + " replayed=" + std::to_string(replayPace[i]->getPassed()));
+  std::string reason;
+  const auto counters = handle[i].counters(reason);
+  if (!counters) {
+    logger->warn(heading + " not to be had: " + reason);
     return;
   }
-  pcap_stat stat{};
-  if (pcap_stats(handle[i], &stat) != 0) {
-    logger->warn(heading + " not to be had: " + pcap_geterr(handle[i]));
+  if (handle[i].isFile()) {
+    logger->info(heading + " replayed=" + std::to_string(counters->received));
     return;
   }
-  auto& [received, droppedByKernel, droppedByInterface] = deviceCounters[i];
-  received.advance(stat.ps_recv);
-  droppedByInterface.advance(stat.ps_ifdrop);
-  const u_int fresh = droppedByKernel.advance(stat.ps_drop);
-  const std::string counters = heading + " received=" + std::to_string(received.total) +
-                               " droppedByKernel=" + std::to_string(droppedByKernel.total) +
-                               " droppedByInterface=" + std::to_string(droppedByInterface.total);
+  const std::string text = heading + " received=" + std::to_string(counters->received) +
+                           " droppedByKernel=" + std::to_string(counters->droppedByKernel) +
+                           " droppedByInterface=" + std::to_string(counters->droppedByInterface);
+  const std::uint64_t fresh = counters->droppedByKernel - std::exchange(reportedDrops[i], counters->droppedByKernel);
   if (fresh == 0) {
-    logger->info(counters);
+    logger->info(text);
     return;
   }
-  logger->warn(counters + "; " + std::to_string(fresh) +
+  logger->warn(text + "; " + std::to_string(fresh) +
                " frames are lost since the last report: a larger buffer (ImmediateCapture=yes), a narrower filter or a "
                "free processor core helps");
 }

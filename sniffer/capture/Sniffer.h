@@ -4,34 +4,30 @@
 #include <pcap/pcap.h>
 #include <pthread.h>
 
-#include <array>
 #include <atomic>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 
+#include "Device.h"
 #include "Engine.h"
-#include "ReplayPace.h"
 #include "Settings.h"
 #include "SngDissector.h"
 #include "SnifferConfig.h"
-#include "Statistics.h"
 
-/// The capture engine: the settings, one libpcap handle and one thread for each device, and the order in which
-/// everything starts and stops. There is one in a process.
+/// The capture engine: the settings, a thread for each device, and the order in which everything starts and stops.
+/// There is one in a process.
 ///
 /// Use: the constructor; configure(), configureFromFile() or the setters; setupSniffing(); startSniffing(), which keeps
 /// the calling thread until another one calls stopSniffing(); the destructor.
 ///
-/// A device name "file:PATH" replays a capture file at the pace of its time stamps (see ReplayPace.h).
+/// A device name "file:PATH" replays a capture file at the pace of its time stamps (see Device.h).
 class Sniffer final : public Engine {
  public:
   static constexpr int kMaxDevices = 10;
   static constexpr int kDeviceNameSize = 50;    ///< with the terminating zero; a file: name may be longer
   static constexpr int kCfgFileNameSize = 100;  ///< with the terminating zero
-  static constexpr int kSnapLength = 8192;
-  static constexpr int kReadTimeoutMs = 1000;
-  static constexpr int kImmediateBufferSize = 32 * 1024 * 1024;
 
   Sniffer();
   Sniffer(const Sniffer&) = delete;
@@ -80,9 +76,17 @@ class Sniffer final : public Engine {
   int getDeviceCount() const { return deviceCount; }
   bool isDeviceDown(int i) const { return deviceDown[i]; }
 
+  /// True when device i is missing but will be captured as soon as it is there.
+  bool isDeviceAwaited(int i) const { return deviceDown[i] && handle[i].reopens(); }
+
   /// Opens device i. Null when it cannot be opened.
   pcap_t* getHandle(int i);
-  void setHandle(pcap_t* pcap, int i) { handle[i] = pcap; }
+
+  /// Makes `pcap` the handle of device i, which owns it from then on.
+  void setHandle(pcap_t* pcap, int i) { handle[i].adopt(pcap); }
+
+  /// What device i has counted; nothing when it is not open. Any thread.
+  std::optional<DeviceCounters> getDeviceCounters(int i) const;
 
   // Texts are not copied and must live as long as the engine.
   const char* getFilter() const { return filter; }
@@ -102,7 +106,7 @@ class Sniffer final : public Engine {
   const char* getLoglevel() const { return logLevel; }
   void setLogLevel(const char* level);
 
-  /// Frames are to be handed over as they arrive, not when a buffer is full or a second has passed.
+  /// Frames are to be handed over within a few milliseconds, not when a buffer is full or a second has passed.
   void setImmediateCapture(bool on) { settings.immediateCapture = on; }
   bool getImmediateCapture() const { return settings.immediateCapture; }
 
@@ -132,13 +136,11 @@ class Sniffer final : public Engine {
 
  private:
   bool addDevice(const std::string& name);
-  pcap_t* openLive(const char* name);
-  pcap_t* openImmediate(const char* name);
-  int installFilter(pcap_t* pcap);
-  void startCaptureThreads();
-  void stopCaptureThread(int i);
+  int installFilter(Device& opened);
+  int startCaptureThreads();
+  void stopCaptureThreads();
+  void stopCommandReader();
   void logDeviceStatistics(int i);
-  static void replayPacket(u_char* args, const pcap_pkthdr* header, const u_char* packet);
 
   int threadId[kMaxDevices];
   char* device[kMaxDevices];
@@ -146,8 +148,6 @@ class Sniffer final : public Engine {
   char logLevel[10] = "INFO";
   int promiscuous = 1;
   char errbuf[PCAP_ERRBUF_SIZE] = "";
-  bpf_program fp{};
-  bpf_u_int32 netmask = 0;
   char cfgFileName[kCfgFileNameSize] = "";
   int instance = 0;
   std::unique_ptr<SnifferConfig> snifferConfig;
@@ -161,24 +161,24 @@ class Sniffer final : public Engine {
   bool traceSignalling = false;
   Settings settings;
 
-  std::mutex lifecycle;  ///< guards the start of the capture threads against a stop at the same time
-  bool started = false;
+  std::mutex stopLock;            ///< held during a stop, so that a second one returns when all threads have ended
+  std::mutex lifecycle;           ///< held while the capture threads are started and while a stop begins
+  bool started = false;           ///< guarded by `lifecycle`
+  bool stopRequested = false;     ///< guarded by `lifecycle`
+  bool capturing[kMaxDevices]{};  ///< the device's thread is to be joined; of who starts or stops
 
   std::mutex statisticsLock;
-  struct {
-    CarriedCounter received, droppedByKernel, droppedByInterface;
-  } deviceCounters[kMaxDevices];  ///< guarded by `statisticsLock`
-  bool stopRequested = false;
+  std::uint64_t reportedDrops[kMaxDevices]{};  ///< guarded by `statisticsLock`
 
   // libpcap's callback and the threads' start routine are plain functions: what they need belongs to the class.
-  static pcap_t* handle[kMaxDevices];
+  static Device* const handle;  ///< kMaxDevices of them; never destroyed, since a thread may outlive main()
   static pthread_t thread[kMaxDevices];
   static bool deviceDown[kMaxDevices];
   static int deviceCount;
   static int count;
   static std::atomic<bool> endMain;
-  static std::atomic<bool> breaking;                           ///< the capture threads are being stopped
-  static std::atomic<int> capturing;                           ///< capture threads that have not ended
-  static std::unique_ptr<ReplayPace> replayPace[kMaxDevices];  ///< of the devices that are files
+  static std::atomic<bool> breaking;         ///< the capture threads are being stopped
+  static std::atomic<int> atWork;            ///< capture threads that have not ended
+  static thread_local const Device* source;  ///< what this capture thread reads
   static log4cxx::LoggerPtr logger;
 };

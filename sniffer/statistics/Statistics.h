@@ -52,6 +52,9 @@ struct CarriedCounter {
     return more;
   }
 
+  /// The counter will begin at 0 again.
+  void restart() { last = 0; }
+
  private:
   std::uint32_t last = 0;
 };

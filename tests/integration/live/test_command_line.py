@@ -81,7 +81,7 @@ class CommandLine(TestCase):
             "absent.pcap": (None, "No such file"),
             "empty.pcap": (b"", "truncated"),
             "garbage.pcap": (b"this is not a capture file at all", "unknown file format"),
-            "raw-ip.pcap": (harness.capture_header(link_type=101), "not Ethernet"),
+            "wlan.pcap": (harness.capture_header(link_type=105), "link layer IEEE802_11, which is not understood"),
         }
         for name, (content, reason) in files.items():
             path = os.path.join(folder, name)

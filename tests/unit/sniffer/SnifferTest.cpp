@@ -180,7 +180,8 @@ TEST_F(Engine, SetsUpWhatCanBeOpened) {
   ASSERT_EQ(events.size(), 8U);
   EXPECT_TRUE(events[1].starts_with("ERROR Couldn't open device no such device:"));
   EXPECT_EQ(events[2], "ERROR Couldn't open device file:" + wireless +
-                           ":the frames of this file are IEEE802_11, not Ethernet; capture on an Ethernet device");
+                           ":its frames have the link layer IEEE802_11, which is not understood; Ethernet, Linux "
+                           "cooked, raw IP and BSD loopback are");
   EXPECT_TRUE(events[3].starts_with("ERROR Couldn't open device file:/nonexistent:"));
   EXPECT_EQ(events[4], "INFO Device: file:" + ethernet + " opened");
   EXPECT_EQ(events[5], "INFO Filter compilation ok: udp");
