@@ -4,14 +4,17 @@
 #include <signal.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <functional>
 #include <new>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 #include "Logging.h"
+#include "PrometheusText.h"
 #include "SngDissector.h"
 #include "StringTokenizer.h"
 
@@ -279,6 +282,7 @@ void Sniffer::startSniffing() {
     for (int i = 0; i < deviceCount; ++i) handle[i].close();
     std::exit(-1);
   }
+  const auto statisticsFile = writeStatisticsFile();
   while (!endMain) {
     try {
       dissector->consumePacket();
@@ -382,6 +386,13 @@ void Sniffer::stopCommandReader() {
 
 // ---- statistics ----
 
+std::unique_ptr<StatisticsFile> Sniffer::writeStatisticsFile() {
+  if (settings.statisticsFile.empty()) return nullptr;
+  const int seconds = settings.statisticsInterval > 0 ? settings.statisticsInterval : kStatisticsFileInterval;
+  return std::make_unique<StatisticsFile>(settings.statisticsFile, std::chrono::seconds(seconds),
+                                          [this] { return prometheusStatistics(); });
+}
+
 void Sniffer::logStatistics() {
   const std::lock_guard guard(statisticsLock);
   for (int i = 0; i < deviceCount; ++i) {
@@ -393,6 +404,16 @@ void Sniffer::logStatistics() {
 std::optional<DeviceCounters> Sniffer::getDeviceCounters(int i) const {
   std::string reason;
   return handle[i].counters(reason);
+}
+
+std::string Sniffer::prometheusStatistics() {
+  std::vector<DeviceStatistics> devices;
+  for (int i = 0; i < deviceCount; ++i) {
+    const auto counters = getDeviceCounters(i);
+    const auto& [received, byKernel, byInterface] = counters.value_or(DeviceCounters());
+    devices.push_back({device[i], counters.has_value(), received, byKernel, byInterface});
+  }
+  return prometheusText(dissector->getStatistics(), devices);
 }
 
 void Sniffer::logDeviceStatistics(int i) {

@@ -15,6 +15,7 @@
 #include "Settings.h"
 #include "SngDissector.h"
 #include "SnifferConfig.h"
+#include "StatisticsFile.h"
 
 /// The capture engine: the settings, a thread for each device, and the order in which everything starts and stops.
 /// There is one in a process.
@@ -26,8 +27,9 @@
 class Sniffer final : public Engine {
  public:
   static constexpr int kMaxDevices = 10;
-  static constexpr int kDeviceNameSize = 50;    ///< with the terminating zero; a file: name may be longer
-  static constexpr int kCfgFileNameSize = 100;  ///< with the terminating zero
+  static constexpr int kDeviceNameSize = 50;          ///< with the terminating zero; a file: name may be longer
+  static constexpr int kCfgFileNameSize = 100;        ///< with the terminating zero
+  static constexpr int kStatisticsFileInterval = 60;  ///< seconds, without StatisticsInterval
 
   Sniffer();
   Sniffer(const Sniffer&) = delete;
@@ -122,6 +124,9 @@ class Sniffer final : public Engine {
   /// has lost frames in the kernel since the last time makes its line a warning. Any thread.
   void logStatistics();
 
+  /// The same figures in the text format of Prometheus. Any thread.
+  std::string prometheusStatistics();
+
   void displayConfig();
 
   /// Sets the level of the logger "SnifferClient", which is everyone's, by its name in capitals. Another text changes
@@ -140,6 +145,7 @@ class Sniffer final : public Engine {
   int startCaptureThreads();
   void stopCaptureThreads();
   void stopCommandReader();
+  std::unique_ptr<StatisticsFile> writeStatisticsFile();
   void logDeviceStatistics(int i);
 
   int threadId[kMaxDevices];

@@ -485,17 +485,15 @@ Statistics& SngDissector::getStatistics() {
     statistics.hostWaiting = backlog.waiting;
     statistics.hostWaitingHighest = backlog.highest;
   }
+  statistics.queueLength = getQueueLength();
+  const MutexLock guard(rtpListLock);
+  applyClear();
+  statistics.rtpListLength = rtpList.size();
   return statistics;
 }
 
 std::string SngDissector::reportStatistics() {
-  std::size_t rtpListLength;
-  {
-    const MutexLock guard(rtpListLock);
-    applyClear();
-    rtpListLength = rtpList.size();
-  }
-  return getStatistics().report(getQueueLength(), rtpListLength);
+  return getStatistics().report(settings);
 }
 
 void SngDissector::printFormatHeader(const u_char* ptr) {

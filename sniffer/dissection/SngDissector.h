@@ -248,8 +248,14 @@ class SngDissector {
   class Link final : public LinkObserver {
    public:
     explicit Link(SngDissector& dissector) : owner(dissector) {}
-    void linkEstablished() override { count(owner.statistics.recorderConnects); }
-    void linkLost() override { count(owner.statistics.recorderLosses); }
+    void linkEstablished() override {
+      owner.statistics.recorderConnects.add();
+      owner.statistics.recorderConnected = 1;
+    }
+    void linkLost() override {
+      owner.statistics.recorderLosses.add();
+      owner.statistics.recorderConnected = 0;
+    }
     void forgetDestinations() override { owner.removeAllRtp(); }
     void discardWaiting() override { owner.clearQueue(); }
     void waitedForRoom(std::chrono::milliseconds time, std::size_t frames) override {

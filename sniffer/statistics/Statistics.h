@@ -5,40 +5,132 @@
 #include <cstdint>
 #include <string>
 
-/// What became of the frames since the engine was made. Written by the thread that does the work, without a lock; read
-/// by any thread.
+#include "Settings.h"
+
+/// What became of the frames since the engine was made; kStatisticsRows tells of each what it means. Written by the
+/// threads that do the work, without a lock; read by any thread.
 struct Statistics {
-  using Counter = std::atomic<std::uint64_t>;
+  /// Relaxed: counters stand for themselves and order nothing.
+  struct Counter : std::atomic<std::uint64_t> {
+    constexpr Counter(std::uint64_t value = 0) : atomic(value) {}
+    using atomic::operator=;
 
-  // Frames that the connection to the recorder took whole.
-  Counter sipForwarded = 0;
-  Counter rtpForwarded = 0;
-  Counter h323Forwarded = 0;
+    void add(std::uint64_t more = 1) { fetch_add(more, std::memory_order_relaxed); }
 
-  // Frames that nobody asked for.
-  Counter udpDropped = 0;    ///< neither SIP nor to a listed destination, or without payload
-  Counter tcpDropped = 0;    ///< no payload, or nothing in it to tell the recorder
-  Counter otherDropped = 0;  ///< neither UDP nor TCP over IPv4
+    /// Becomes `value` unless it is that much already.
+    void raiseTo(std::uint64_t value) {
+      std::uint64_t now = load(std::memory_order_relaxed);
+      while (now < value && !compare_exchange_weak(now, value, std::memory_order_relaxed)) {
+      }
+    }
+  };
 
-  Counter queueHighest = 0;    ///< most frames that ever waited for the consumer
-  Counter queueDiscarded = 0;  ///< frames that waited while the recorder was lost or the engine ended
+  Counter sipForwarded, rtpForwarded, h323Forwarded;
+  Counter udpDropped, tcpDropped, otherDropped;
+  Counter queueLength, queueHighest, queueDiscarded;
+  Counter rtpListLength;
+  Counter recorderConnects, recorderLosses, recorderConnected;
+  Counter notSent;
+  Counter sendWaits, sendWaitLongest, framesWaited;
+  Counter commandsIgnored;
+  Counter hostWaiting, hostWaitingHighest;
+  Counter lookBackWaiting, lookBackOverflow;
+  Counter queueLimitMedia, queueLimitSignalling;
 
-  Counter recorderConnects = 0;
-  Counter recorderLosses = 0;
-  Counter sendWaits = 0;           ///< times that sending waited for the recorder to make room
-  Counter sendWaitLongest = 0;     ///< milliseconds
-  Counter framesWaited = 0;        ///< frames that were about to leave and were held up by those waits
-  Counter commandsIgnored = 0;     ///< commands from elsewhere than the recorder
-  Counter hostWaiting = 0;         ///< frames that the host has not fetched yet
-  Counter hostWaitingHighest = 0;  ///< most frames that ever waited for the host
-  Counter notSent = 0;             ///< frames for the recorder that its connection did not take whole
-
+  /// Sending waited so long for the recorder to make room, and held up so many frames that were about to leave.
   void countWait(std::chrono::milliseconds time, std::size_t frames);
 
-  /// One line for the log. Figures of what is off are left out. The length of the queue and of the RTP list are told by
-  /// their owner.
-  std::string report(std::size_t queueLength, std::size_t rtpListLength) const;
+  /// One line for the log.
+  std::string report(const Settings& settings) const;
 };
+
+/// A figure of the statistics: for the log, and for a file in the Prometheus text format. A new one takes a member of
+/// Statistics and a row here.
+struct StatisticsRow {
+  enum Kind { Total, Gauge };  ///< a gauge may fall
+  enum Unit { Plain, Milliseconds };
+
+  const char* name;  ///< in the log line
+  Statistics::Counter Statistics::*value;
+  Kind kind;
+  const char* metric;  ///< behind "sniffer_"; rows of the same metric differ in their label
+  const char* label;   ///< or null
+  const char* help;    ///< counts for all rows of the metric when it stands at the first of them
+
+  /// The figure is in the log line when this holds or it is not 0. Null: always.
+  bool (*shown)(const Settings& settings) = nullptr;
+  Unit unit = Plain;  ///< the file has seconds
+};
+
+namespace statistics_shown {
+constexpr bool whenNotZero(const Settings&) {
+  return false;
+}
+constexpr bool withSendTimeout(const Settings& settings) {
+  return settings.sendTimeout > 0;
+}
+constexpr bool withCommandsFromServerOnly(const Settings& settings) {
+  return settings.commandsFromServerOnly;
+}
+constexpr bool withLookBack(const Settings& settings) {
+  return settings.lookBack > 0;
+}
+constexpr bool withQueueLimit(const Settings& settings) {
+  return settings.queueLimit > 0;
+}
+}  // namespace statistics_shown
+
+inline constexpr StatisticsRow kStatisticsRows[] = {
+    {"sipForwarded", &Statistics::sipForwarded, StatisticsRow::Total, "forwarded_frames_total", "protocol=\"sip\"",
+     "Frames that the connection to the recorder took whole."},
+    {"rtpForwarded", &Statistics::rtpForwarded, StatisticsRow::Total, "forwarded_frames_total", "protocol=\"rtp\"", ""},
+    {"h323Forwarded", &Statistics::h323Forwarded, StatisticsRow::Total, "forwarded_frames_total", "protocol=\"h323\"",
+     ""},
+    {"udpDropped", &Statistics::udpDropped, StatisticsRow::Total, "unwanted_frames_total", "protocol=\"udp\"",
+     "Frames that nobody asked for: UDP neither SIP nor to a listed destination, TCP with nothing to tell, others."},
+    {"tcpDropped", &Statistics::tcpDropped, StatisticsRow::Total, "unwanted_frames_total", "protocol=\"tcp\"", ""},
+    {"otherDropped", &Statistics::otherDropped, StatisticsRow::Total, "unwanted_frames_total", "protocol=\"other\"",
+     ""},
+    {"queueLength", &Statistics::queueLength, StatisticsRow::Gauge, "queue_frames", nullptr,
+     "Captured frames that wait to be looked at."},
+    {"queueHighest", &Statistics::queueHighest, StatisticsRow::Gauge, "queue_frames_max", nullptr,
+     "Most frames that ever waited to be looked at."},
+    {"queueDiscarded", &Statistics::queueDiscarded, StatisticsRow::Total, "queue_discarded_frames_total", nullptr,
+     "Frames that waited while the recorder was lost or the sniffer ended."},
+    {"rtpListLength", &Statistics::rtpListLength, StatisticsRow::Gauge, "listed_destinations", nullptr,
+     "RTP destinations that the recorder has asked for."},
+    {"recorderConnects", &Statistics::recorderConnects, StatisticsRow::Total, "recorder_connects_total", nullptr,
+     "Connections made to the recorder."},
+    {"recorderLosses", &Statistics::recorderLosses, StatisticsRow::Total, "recorder_losses_total", nullptr,
+     "Connections to the recorder that were lost."},
+    {"notSent", &Statistics::notSent, StatisticsRow::Total, "not_sent_frames_total", nullptr,
+     "Frames for the recorder that its connection did not take whole."},
+    {nullptr, &Statistics::recorderConnected, StatisticsRow::Gauge, "recorder_connected", nullptr,
+     "1 while there is a TCP connection to the recorder."},
+
+    {"sendWaits", &Statistics::sendWaits, StatisticsRow::Total, "send_waits_total", nullptr,
+     "Times that sending waited for the recorder to make room.", statistics_shown::withSendTimeout},
+    {"sendWaitLongest", &Statistics::sendWaitLongest, StatisticsRow::Gauge, "send_wait_seconds_max", nullptr,
+     "The longest of these waits.", statistics_shown::withSendTimeout, StatisticsRow::Milliseconds},
+    {"framesWaited", &Statistics::framesWaited, StatisticsRow::Total, "send_waited_frames_total", nullptr,
+     "Frames that were about to leave and were held up by these waits.", statistics_shown::withSendTimeout},
+    {"commandsIgnored", &Statistics::commandsIgnored, StatisticsRow::Total, "ignored_commands_total", nullptr,
+     "Commands that did not come from the recorder's address.", statistics_shown::withCommandsFromServerOnly},
+    {"hostWaiting", &Statistics::hostWaiting, StatisticsRow::Gauge, "host_frames", nullptr,
+     "Frames that the Java host has not fetched yet.", statistics_shown::whenNotZero},
+    {"hostWaitingHighest", &Statistics::hostWaitingHighest, StatisticsRow::Gauge, "host_frames_max", nullptr,
+     "Most frames that ever waited for the Java host.", statistics_shown::whenNotZero},
+
+    {"lookBackWaiting", &Statistics::lookBackWaiting, StatisticsRow::Gauge, "look_back_frames", nullptr,
+     "Frames that LookBack keeps.", statistics_shown::withLookBack},
+    {"lookBackOverflow", &Statistics::lookBackOverflow, StatisticsRow::Total, "look_back_overflow_frames_total",
+     nullptr, "Frames that LookBack let go early because LookBackMemory was full.", statistics_shown::withLookBack},
+    {"queueLimitMedia", &Statistics::queueLimitMedia, StatisticsRow::Total, "queue_limit_frames_total",
+     "kind=\"media\"", "Frames that were dropped because of QueueLimit.", statistics_shown::withQueueLimit},
+    {"queueLimitSignalling", &Statistics::queueLimitSignalling, StatisticsRow::Total, "queue_limit_frames_total",
+     "kind=\"signalling\"", "", statistics_shown::withQueueLimit},
+};
+static_assert(std::size(kStatisticsRows) * sizeof(Statistics::Counter) == sizeof(Statistics), "a row for each figure");
 
 /// Carries one of libpcap's 32-bit counters on beyond its overflow, which takes days on a busy line.
 struct CarriedCounter {
@@ -59,7 +151,7 @@ struct CarriedCounter {
   std::uint32_t last = 0;
 };
 
-/// Counts one more. Relaxed: the counters stand for themselves and order nothing.
+/// Counts one more.
 inline void count(Statistics::Counter& counter, std::uint64_t more = 1) {
-  counter.fetch_add(more, std::memory_order_relaxed);
+  counter.add(more);
 }

@@ -1,0 +1,85 @@
+#include "StatisticsFile.h"
+
+#include <fcntl.h>
+#include <log4cxx/logger.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <exception>
+#include <utility>
+
+namespace {
+
+/// Everybody may read it: it is for another program. 0, or the error's number.
+int writeWhole(const std::string& name, const std::string& content) {
+  const int file = open(name.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0644);
+  if (file == -1) return errno;
+  int error = 0;
+  for (std::size_t done = 0; done < content.size() && error == 0;) {
+    const ssize_t written = write(file, content.data() + done, content.size() - done);
+    if (written >= 0) {
+      done += static_cast<std::size_t>(written);
+    } else if (errno != EINTR) {
+      error = errno;
+    }
+  }
+  if (close(file) != 0 && error == 0) error = errno;
+  return error;
+}
+
+}  // namespace
+
+StatisticsFile::StatisticsFile(std::string name, std::chrono::seconds every, std::function<std::string()> content)
+    : path(std::move(name)), interval(every), text(std::move(content)) {
+  try {
+    thread = std::thread(&StatisticsFile::run, this);
+  } catch (const std::exception& failure) {
+    tell(failure.what());
+  }
+}
+
+StatisticsFile::~StatisticsFile() {
+  {
+    const std::lock_guard guard(lock);
+    ended = true;
+  }
+  changed.notify_all();
+  if (thread.joinable()) thread.join();
+}
+
+void StatisticsFile::run() {
+  std::unique_lock guard(lock);
+  bool last = false;
+  while (true) {
+    last = ended;
+    guard.unlock();
+    replace();
+    if (last) return;
+    guard.lock();
+    changed.wait_for(guard, interval, [this] { return ended; });
+  }
+}
+
+void StatisticsFile::replace() {
+  const std::string fresh = path + ".new";
+  try {
+    int error = writeWhole(fresh, text());
+    if (error == 0 && std::rename(fresh.c_str(), path.c_str()) != 0) error = errno;
+    if (error != 0) std::remove(fresh.c_str());
+    tell(error == 0 ? "" : std::strerror(error));
+  } catch (const std::exception& failure) {
+    tell(failure.what());
+  }
+}
+
+void StatisticsFile::tell(const std::string& failure) {
+  if (failure == std::exchange(told, failure)) return;
+  const auto logger = log4cxx::Logger::getLogger("SnifferClient");
+  if (failure.empty()) {
+    logger->info("The statistics file " + path + " is written again");
+  } else {
+    logger->warn("Can't write the statistics file " + path + ": " + failure);
+  }
+}
