@@ -179,7 +179,7 @@ class SngDissector {
   /// Ends the command reader and wakes the consumer; the engine's end flag is set before.
   void signalEnd();
 
-  /// Any thread.
+  /// With the lengths as they are now. Any thread.
   Statistics& getStatistics();
   std::string reportStatistics();
 
