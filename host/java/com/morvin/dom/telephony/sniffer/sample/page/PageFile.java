@@ -1,0 +1,194 @@
+package com.morvin.dom.telephony.sniffer.sample.page;
+
+import static java.nio.file.StandardCopyOption.ATOMIC_MOVE;
+import static java.nio.file.StandardOpenOption.CREATE;
+import static java.nio.file.StandardOpenOption.READ;
+import static java.nio.file.StandardOpenOption.TRUNCATE_EXISTING;
+import static java.nio.file.StandardOpenOption.WRITE;
+
+import com.morvin.dom.telephony.sniffer.sample.storage.Json;
+import java.io.IOException;
+import java.nio.ByteBuffer;
+import java.nio.channels.FileChannel;
+import java.nio.charset.StandardCharsets;
+import java.nio.file.Files;
+import java.nio.file.NoSuchFileException;
+import java.nio.file.Path;
+import java.time.LocalDate;
+import java.time.ZoneId;
+import java.util.Arrays;
+import java.util.Comparator;
+import java.util.List;
+import java.util.regex.Matcher;
+import java.util.regex.Pattern;
+import java.util.stream.Collectors;
+import java.util.stream.Stream;
+
+/**
+ * index.html on the disk. Its calls stand one a line at the end of the file, in an element that is never closed, which
+ * HTML allows for: so a call is added by one write, and the page is whole at any moment. A new page takes the place of
+ * an old one by renaming.
+ */
+final class PageFile {
+  private static final String SETTLED = "{\"settled\":true}\n";
+  private static final Pattern HEAD = Pattern.compile("\\{\"since\":\"(\\d{4}-\\d\\d-\\d\\d)\".*");
+  private static final Pattern PUT_AWAY = Pattern.compile("\\d{4}-\\d\\d-\\d\\d[0-9_.-]*\\.html");
+
+  private final Path file;
+  private final Path days;
+  private final byte[] template = PageTemplate.bytes();
+  private LocalDate since;
+  private LocalDate lastDay;
+
+  private PageFile(Path directory) {
+    file = directory.resolve("index.html");
+    days = directory.resolve("days");
+  }
+
+  static PageFile open(Path directory, LocalDate today) throws IOException {
+    PageFile page = new PageFile(directory);
+    Files.createDirectories(directory);
+    page.open(today);
+    return page;
+  }
+
+  /** The day on which it had been written to for the last time when it was opened. */
+  LocalDate lastDay() {
+    return lastDay;
+  }
+
+  /** Bytes of calls; 0 when somebody has taken the page away. */
+  long size() {
+    return Math.max(0, file.toFile().length() - template.length);
+  }
+
+  /** Adds lines, all of them or none. A page that has been deleted begins anew. */
+  void append(String lines) throws IOException {
+    try (FileChannel channel = openOrCreate()) {
+      long end = channel.size();
+      try {
+        writeAll(channel.position(end), lines);
+      } catch (IOException e) {
+        channel.truncate(end);
+        throw e;
+      }
+    }
+  }
+
+  /** Keeps the page under days/, named after its days, and begins another. */
+  void putAway(LocalDate last, LocalDate today) throws IOException {
+    append(SETTLED);
+    Files.createDirectories(days);
+    String name = since.equals(last) || since.isAfter(last) ? last.toString() : since + "_" + last;
+    Path target = days.resolve(name + ".html");
+    for (int part = 2; Files.exists(target); part++) {
+      target = days.resolve(String.format("%s.%02d.html", name, part));
+    }
+    Files.move(file, target);
+    begin(today);
+  }
+
+  private void open(LocalDate today) throws IOException {
+    lastDay = today;
+    if (!Files.exists(file)) {
+      begin(today);
+      return;
+    }
+    lastDay = LocalDate.ofInstant(Files.getLastModifiedTime(file).toInstant(), ZoneId.systemDefault());
+    int start;
+    try (FileChannel channel = FileChannel.open(file, READ)) {
+      byte[] head = read(channel, 0, PageTemplate.MAX_LENGTH);
+      start = indexOfCalls(head);
+      if (start > 0) {
+        String line = new String(head, start, head.length - start, StandardCharsets.UTF_8).lines().findFirst().orElse("");
+        Matcher matcher = HEAD.matcher(line);
+        since = matcher.matches() ? LocalDate.parse(matcher.group(1)) : lastDay;
+      }
+      if (start > 0 && !Arrays.equals(head, 0, start, template, 0, template.length)) {
+        replaceTemplate(channel, start);
+      }
+    }
+    if (start < 0) {
+      Files.move(file, file.resolveSibling("index.html.old"));  // none of ours
+      begin(today);
+    }
+    // The calls that ran when the recorder ended run no more; a line that it could not complete ends here.
+    append("\n" + SETTLED);
+  }
+
+  private FileChannel openOrCreate() throws IOException {
+    try {
+      return FileChannel.open(file, READ, WRITE);
+    } catch (NoSuchFileException e) {
+      Files.createDirectories(file.getParent());
+      begin(LocalDate.now());
+      return FileChannel.open(file, READ, WRITE);
+    }
+  }
+
+  private void begin(LocalDate today) throws IOException {
+    since = today;
+    String head = "{\"since\":\"" + today + "\",\"older\":" + Json.write(older()) + "}\n";
+    replace(channel -> writeAll(channel, head));
+  }
+
+  /** Names under days/, the newest first. */
+  private List<String> older() throws IOException {
+    if (!Files.isDirectory(days)) {
+      return List.of();
+    }
+    try (Stream<Path> paths = Files.list(days)) {
+      return paths.map(path -> path.getFileName().toString()).filter(name -> PUT_AWAY.matcher(name).matches())
+          .sorted(Comparator.comparing((String name) -> name.replace(".html", "")).reversed())
+          .collect(Collectors.toList());
+    }
+  }
+
+  /** The page of an earlier version keeps its calls and gets the looks of this one. */
+  private void replaceTemplate(FileChannel old, int start) throws IOException {
+    replace(channel -> {
+      for (long at = start; at < old.size();) {
+        at += old.transferTo(at, old.size() - at, channel);
+      }
+    });
+  }
+
+  private interface Content {
+    void writeTo(FileChannel channel) throws IOException;
+  }
+
+  /** Writes the template and what follows it under another name, then lets it take the page's place. */
+  private void replace(Content calls) throws IOException {
+    Path next = file.resolveSibling("index.html.new");
+    try (FileChannel channel = FileChannel.open(next, WRITE, CREATE, TRUNCATE_EXISTING)) {
+      writeAll(channel, ByteBuffer.wrap(template));
+      calls.writeTo(channel);
+    }
+    Files.move(next, file, ATOMIC_MOVE);
+  }
+
+  /** Where the calls begin, or -1. */
+  private static int indexOfCalls(byte[] bytes) {
+    int index = new String(bytes, StandardCharsets.ISO_8859_1)
+        .indexOf(new String(PageTemplate.END, StandardCharsets.ISO_8859_1));
+    return index < 0 ? -1 : index + PageTemplate.END.length;
+  }
+
+  private static byte[] read(FileChannel channel, long position, int max) throws IOException {
+    ByteBuffer buffer = ByteBuffer.allocate((int) Math.min(max, channel.size() - position));
+    while (buffer.hasRemaining() && channel.read(buffer, position + buffer.position()) > 0) {
+      // A read may give less than it is asked for.
+    }
+    return Arrays.copyOf(buffer.array(), buffer.position());
+  }
+
+  private static void writeAll(FileChannel channel, String text) throws IOException {
+    writeAll(channel, StandardCharsets.UTF_8.encode(text));
+  }
+
+  private static void writeAll(FileChannel channel, ByteBuffer bytes) throws IOException {
+    while (bytes.hasRemaining()) {
+      channel.write(bytes);
+    }
+  }
+}
