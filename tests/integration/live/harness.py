@@ -1,7 +1,7 @@
 """What the integration tests of the program share: captures, a recorder, the program itself, network namespaces.
 
-The environment names what was built: SNIFFER_PROGRAM, SNIFFER_SAMPLES, SNIFFER_TEST_FILES, SNIFFER_LOAD_SENDER and
-SNIFFER_LOAD_RECORDER. Python's standard library and Debian's iproute2, util-linux, tcpreplay and sip-tester only.
+The environment names what was built: SNIFFER_PROGRAM, SNIFFER_SAMPLES and SNIFFER_TEST_FILES. Python's standard
+library and Debian's iproute2, util-linux, tcpreplay and sip-tester only.
 """
 
 import collections

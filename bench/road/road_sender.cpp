@@ -1,9 +1,11 @@
 // Puts RTP frames on an Ethernet device at a steady rate.
 //
-// Usage: load_sender DEVICE FRAMES_PER_SECOND SECONDS
+// Usage: road_sender DEVICE FRAMES_PER_SECOND SECONDS
+//        road_sender DEVICE opener
 //
 // The frames are those of a G.711 stream to 10.0.0.2:5000, numbered in the first four bytes behind the RTP header. They
-// are sent in bursts, a thousand a second. Prints how many were sent and in how many seconds.
+// are sent in bursts, a thousand a second. Prints how many were sent and in how many seconds. The second form sends one
+// SIP request, so that a sniffer has something to connect to its recorder for.
 
 #include <arpa/inet.h>
 #include <linux/if_packet.h>
@@ -18,6 +20,7 @@
 #include <cstring>
 #include <ctime>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace {
@@ -28,19 +31,29 @@ constexpr int kHeaders = 14 + 20 + 8;
 constexpr int kBurstsPerSecond = 1000;
 using Frame = std::array<unsigned char, kHeaders + kPayload>;
 
-Frame rtpFrame() {
-  constexpr unsigned char start[kHeaders + kRtpHeader] = {
-      2,    0,    0,    0,    0, 2, 2, 0, 0,  0,  0, 1, 8,  0,                     // Ethernet
-      0x45, 0,    0,    0,    0, 0, 0, 0, 64, 17, 0, 0, 10, 0, 0, 1, 10, 0, 0, 2,  // IPv4 from 10.0.0.1 to 10.0.0.2
-      0x0F, 0xA0, 0x13, 0x88, 0, 0, 0, 0,                                          // UDP from port 4000 to port 5000
-      0x80, 8};                                                                    // RTP, payload type PCMA
+/// With source and destination port as they stand on the wire, and a payload that begins so.
+Frame udpFrame(std::array<unsigned char, 4> ports, std::string_view payload) {
+  constexpr unsigned char start[kHeaders - 8] = {
+      2,    0, 0, 0, 0, 2, 2, 0, 0,  0,  0, 1, 8,  0,                     // Ethernet
+      0x45, 0, 0, 0, 0, 0, 0, 0, 64, 17, 0, 0, 10, 0, 0, 1, 10, 0, 0, 2,  // IPv4 from 10.0.0.1 to 10.0.0.2
+  };
   Frame frame{};
   std::memcpy(frame.data(), start, sizeof start);
+  std::memcpy(&frame[34], ports.data(), ports.size());
+  std::memcpy(&frame[kHeaders], payload.data(), payload.size());
   const uint16_t ipLength = htons(20 + 8 + kPayload);
   const uint16_t udpLength = htons(8 + kPayload);
   std::memcpy(&frame[16], &ipLength, 2);
   std::memcpy(&frame[38], &udpLength, 2);
   return frame;
+}
+
+Frame rtpFrame() {
+  return udpFrame({0x0F, 0xA0, 0x13, 0x88}, "\x80\x08");  // from port 4000 to port 5000; PCMA
+}
+
+Frame sipFrame() {
+  return udpFrame({0x13, 0xC4, 0x13, 0xC4}, "OPTIONS sip:bob@10.0.0.2 SIP/2.0\r\n\r\n");
 }
 
 int openDevice(const char* name) {
@@ -94,6 +107,10 @@ double seconds(const timespec& from) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  if (argc == 3) {
+    const Frame opener = sipFrame();
+    return send(openDevice(argv[1]), opener.data(), opener.size(), 0) > 0 ? 0 : 1;
+  }
   if (argc != 4) return 1;
   const int perBurst = std::stoi(argv[2]) / kBurstsPerSecond;
   const int bursts = std::stoi(argv[3]) * kBurstsPerSecond;

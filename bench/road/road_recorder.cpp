@@ -1,9 +1,9 @@
 // A recorder that counts.
 //
-// Usage: load_recorder TCP|UDP FRAMES
+// Usage: road_recorder TCP|UDP FRAMES
 //
 // Listens on a port of loopback, which it prints. When the first frame has arrived it asks for the RTP of 10.0.0.2:5000
-// and, once that is confirmed, prints "ready". Ends when that many RTP frames have arrived, or after five seconds
+// and, once that is confirmed, prints "ready". Ends when that many RTP frames have arrived, or after three seconds
 // without any, and prints how many there were and how many of them were not the next in number.
 
 #include <arpa/inet.h>
@@ -25,7 +25,7 @@ constexpr int kHeader = 15;
 constexpr int kNumberAt = kHeader + 12;
 constexpr int kRtp = 2;
 constexpr int kHeartbeat = 3;
-constexpr int kSilenceMs = 5000;
+constexpr int kSilenceMs = 3000;
 constexpr int kMuch = 10000;
 constexpr unsigned char kCommands[] = {1, 10, 0, 0, 2, 0x13, 0x88,  // add 10.0.0.2:5000
                                        3, 0,  0, 0, 0, 0,    0};    // heartbeat
