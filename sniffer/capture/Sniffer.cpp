@@ -34,11 +34,6 @@ void copyText(char (&to)[size], const char* from) {
   to[std::string_view(from).copy(to, size - 1)] = 0;
 }
 
-u_char* copyOfText(const u_char* text) {
-  const std::size_t size = std::strlen(reinterpret_cast<const char*>(text)) + 1;
-  return static_cast<u_char*>(std::memcpy(new u_char[size], text, size));
-}
-
 const char* defaultDevice(char* errbuf) {
 // The one call that tells which device libpcap itself would take.
 #pragma GCC diagnostic push
@@ -335,9 +330,12 @@ void Sniffer::gotPacket(u_char* args, const pcap_pkthdr* header, const u_char* p
   if (endMain || live == nullptr) return;
   // Called from C: nothing may be thrown through it.
   try {
-    SniffedPacket copy = SniffedPacket::copyOf(*header, packet, Device::kSnapLength);
-    if (args != nullptr) copy.args = copyOfText(args);
-    live->producePacket(copy);
+    SniffedPacket sniffed{args, header, packet};
+    if (source != nullptr) {
+      sniffed.linkType = source->linkType();
+      sniffed.replayed = source->isFile();
+    }
+    live->producePacket(sniffed);
   } catch (const std::bad_alloc&) {
     logger->error("Out of memory, a frame is lost");
   }

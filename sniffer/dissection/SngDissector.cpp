@@ -1,35 +1,34 @@
 #include "SngDissector.h"
 
-#include <arpa/inet.h>
-
 #include <algorithm>
-#include <cerrno>
+#include <chrono>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
+#include <utility>
 
 #include "DottedDecimal.h"
 #include "EmbeddedConnection.h"
-#include "MutexLock.h"
-#include "TcpConnection.h"
-#include "UdpConnection.h"
+#include "MediaHeader.h"
 
 namespace {
 
-constexpr int kUdpHeaderLength = 8;
-constexpr int kMaxFrameLength = 65535;  // its length is a 16-bit field
+constexpr int kEthernetLength = 14;
+constexpr int kOneTagLength = 18;   // IEEE 802.1Q
+constexpr int kTwoTagsLength = 22;  // IEEE 802.1ad: the inner tag is there as well
+constexpr int kIpv4Length = 20;
+constexpr int kUdpLength = 8;
+constexpr int kTcpLength = 20;
 
-/// Frames and their headers stand at any address: they are copied out, never read in place.
+// The end is signalled without the lock, and what has been kept grows old: the consumer's wait looks again.
+constexpr std::chrono::milliseconds kLookAgain(100);
+
+/// Headers stand at any address in a frame: they are copied out, never read in place.
 template <typename Header>
-Header read(const u_char* at) {
+Header headerAt(const u_char* at) {
   Header header;
   std::memcpy(&header, at, sizeof header);
   return header;
-}
-
-u_char* write(u_char* at, const void* value, std::size_t size) {
-  std::memcpy(at, value, size);
-  return at + size;
 }
 
 std::string hexAndDecimal(const char* heading, u_int rtpIp, u_short rtpPort) {
@@ -46,134 +45,53 @@ std::string hexAndDecimal(const char* heading, u_int rtpIp, u_short rtpPort) {
 std::atomic<SngDissector*> SngDissector::dissector = nullptr;
 log4cxx::LoggerPtr SngDissector::logger = log4cxx::Logger::getLogger("SnifferClient");
 
-SniffedPacket SniffedPacket::copyOf(const pcap_pkthdr& header, const u_char* frame, u_int maxLength) {
-  const u_int length = std::min({header.len, header.caplen, maxLength});
-  SniffedPacket copy;
-  copy.header = new pcap_pkthdr(header);
-  copy.header->len = copy.header->caplen = length;
-  copy.packet = new u_char[length + kSlack];
-  std::memcpy(copy.packet, frame, length);
-  std::memset(copy.packet + length, 0, kSlack);
-  return copy;
-}
-
-void SniffedPacket::release() {
-  delete[] args;
-  delete header;
-  delete[] packet;
-  *this = {};
-}
-
 // ---- construction and connections ----
 
 SngDissector::SngDissector() {
   delete dissector.load();
   h323Parser = std::make_unique<H323Parser>();
-  const auto logFailure = [](const char* what) {
-    const int error = errno;
-    logger->debug(what + std::to_string(error) + ":" + std::strerror(error));
-  };
-  if (pthread_mutex_init(&rtpListLock, nullptr) != 0) logFailure("Mutex rtpListLock init problem:");
-  if (pthread_cond_init(&packetPresent, nullptr) != 0) logFailure("Condition variable packetPresent init problem:");
-  if (pthread_mutex_init(&packetQueueLock, nullptr) != 0) logFailure("Mutex packetQueueLock init problem:");
   sipHelper = std::make_unique<SipHelper>();
   dissector = this;
 }
 
 SngDissector::~SngDissector() {
-  interruptConnections();
+  links.interrupt();
   commands.stop();
-  if (conMedia != nullptr) {
-    conMedia->closeConnection();
-    if (conMedia != EmbeddedConnection::dft()) delete conMedia;
-  }
-  if (conSig != nullptr) {
-    conSig->closeConnection();
-    delete conSig;
-  }
+  closeConnection();
   removeAllRtp();
   clearQueue();
-  pthread_mutex_destroy(&rtpListLock);
-  pthread_mutex_destroy(&packetQueueLock);
-  pthread_cond_destroy(&packetPresent);
   dissector = nullptr;
+}
+
+void SngDissector::setSettings(const Settings& values) {
+  settings = values;
+  packetQueue.setLimit(static_cast<std::size_t>(settings.queueLimit) << 20);
+  if (settings.lookBack > 0) {
+    lookBack = std::make_unique<LookBack>(std::chrono::milliseconds(settings.lookBack),
+                                          static_cast<std::size_t>(settings.lookBackMemory) << 20, statistics);
+  } else {
+    lookBack.reset();
+  }
+  forwarder.configure(settings.captureTime, lookBack.get());
 }
 
 void SngDissector::makeConnection(bool embedded) {
   if (embedded) {
-    logger->info("Embedded connection created");
-    conMedia = EmbeddedConnection::dft();
-    conSig = nullptr;
-    return;
+    links.makeEmbedded();
+  } else {
+    links.makeSockets(sniffer->getServerProtocol(), recorder, settings, link);
   }
-  // Three characters decide, so a copy that is shorter is padded with zeros.
-  u_char transport[4] = {};
-  std::strncpy(reinterpret_cast<char*>(transport), sniffer->getServerProtocol(), 3);
-  const auto is = [&](const char* name) {
-    return sipHelper->memcmpNocase(reinterpret_cast<const u_char*>(name), transport, 3) == 0;
-  };
-  if (is("UDP")) {
-    makeUdpConnections();
-    return;
-  }
-  if (!is("TCP")) logger->error("Invalid ServerProtocol assuming TCP");
-  makeTcpConnections();
 }
 
-bool SngDissector::sharesMediaConnection() const {
-  if (serverNameSig == nullptr) return true;
-  return serverPortMedia == serverPortSig && std::strcmp(serverNameMedia, serverNameSig) == 0;
+void SngDissector::Link::forgetDestinations() {
+  owner.forwarder.noteLinkLost();
+  owner.removeAllRtp();
 }
 
-void SngDissector::makeUdpConnections() {
-  conMedia = newUdpConnection(serverNameMedia, serverPortMedia);
-  logger->info("UDP connection created");
-  conSig = sharesMediaConnection() ? nullptr : newUdpConnection(serverNameSig, serverPortSig);
-}
-
-BaseConnection* SngDissector::newUdpConnection(const char* host, int port) {
-  auto* connection = new UdpConnection(host, port);
-  connection->setObserver(&link);
-  connection->setCommandsFromServerOnly(settings.commandsFromServerOnly);
-  return connection;
-}
-
-TcpConnection* SngDissector::newTcpConnection(const char* host, int port) {
-  auto* connection = new TcpConnection(host, port);
-  connection->setObserver(&link);
-  connection->setSendTimeout(std::chrono::milliseconds(settings.sendTimeout));
-  return connection;
-}
-
-void SngDissector::makeTcpConnections() {
-  TcpConnection* media = newTcpConnection(serverNameMedia, serverPortMedia);
-  conMedia = media;
-  logger->info("TCP connection created");
-  media->tcpConnect();
-  const std::string recorder = std::string(serverNameMedia) + ":" + std::to_string(serverPortMedia);
-  logger->info((media->isConnected() ? "Connected to recorder " : "Connecting to recorder ") + recorder);
-  if (sharesMediaConnection()) {
-    conSig = nullptr;
-    return;
-  }
-  TcpConnection* signalling = newTcpConnection(serverNameSig, serverPortSig);
-  conSig = signalling;
-  signalling->tcpConnect();
-}
-
-void SngDissector::setConnections(std::unique_ptr<BaseConnection> media, std::unique_ptr<BaseConnection> signalling) {
-  conMedia = media.release();
-  conSig = signalling.release();
-}
-
-void SngDissector::closeConnection() {
-  if (conSig != nullptr) conSig->closeConnection();
-  if (conMedia != nullptr) conMedia->closeConnection();
-}
-
-void SngDissector::interruptConnections() {
-  if (conMedia != nullptr) conMedia->interrupt();
-  if (conSig != nullptr) conSig->interrupt();
+void SngDissector::Link::discardWaiting() {
+  owner.forwarder.noteLinkLost();
+  // What waits is to be kept for a recorder that is back soon: the consumer will, when it comes to it.
+  if (owner.settings.lookBack == 0) owner.clearQueue();
 }
 
 // ---- commands ----
@@ -183,12 +101,12 @@ void SngDissector::startCmdReaderThread() {
 }
 
 void* SngDissector::startCmdReaderLoop(void*) {
-  if (SngDissector* live = dft(); live != nullptr) live->commands.run(*live->conMedia);
+  if (SngDissector* live = dft(); live != nullptr) live->commands.run(*live->links.getMedia());
   return nullptr;
 }
 
 void SngDissector::checkCommand() {
-  commands.carryOutWaiting(*conMedia);
+  commands.carryOutWaiting(*links.getMedia());
 }
 
 void SngDissector::carryOut(const SnifferRequest& request) {
@@ -207,57 +125,52 @@ void SngDissector::carryOut(const SnifferRequest& request) {
 
 void SngDissector::replyHeartbeat() {
   // A frame of its own: the working header belongs to the consumer, which may be in the middle of a packet.
-  u_char frame[kHeaderLength] = {0, kHeaderLength, kHeartbeat};
-  sendPayload(frame, kHeaderLength);
+  u_char frame[FrameHeader::kLength];
+  our_header{FrameHeader::kLength, FrameProtocol::Heartbeat}.write(frame);
+  sendPayload(frame, FrameHeader::kLength);
   logger->debug("Heartbeat sent");
 }
 
 // ---- queue ----
 
-void SngDissector::producePacket(SniffedPacket& packet) {
-  {
-    const MutexLock guard(packetQueueLock);
-    packetQueue.push_back(packet);
-    if (packetQueue.size() > statistics.queueHighest) statistics.queueHighest = packetQueue.size();
+void SngDissector::consumePacket() {
+  bool any = false;
+  while (!any && !engineHasEnded()) {
+    forwardRecalled();
+    sendMissedSignalling();
+    any = packetQueue.takeBatch(kLookAgain);
+    if (lookBack && !any) lookBack->expire();
   }
-  pthread_cond_signal(&packetPresent);
+  processBatch();
+  if (engineHasEnded()) clearQueue();
 }
 
-void SngDissector::consumePacket() {
-  SniffedPacket packet;
-  {
-    const MutexLock guard(packetQueueLock);
-    processing = false;
-    while (packetQueue.empty() && !engineHasEnded()) {
-      // The end is signalled without the lock and could be missed, so the wait looks again every 100 ms.
-      timespec until;
-      clock_gettime(CLOCK_REALTIME, &until);
-      until.tv_nsec += 100'000'000;
-      until.tv_sec += until.tv_nsec / 1'000'000'000;
-      until.tv_nsec %= 1'000'000'000;
-      pthread_cond_timedwait(&packetPresent, &packetQueueLock, &until);
-    }
-    if (!packetQueue.empty() && !engineHasEnded()) {
-      packet = packetQueue.front();
-      packetQueue.pop_front();
-      processing = true;
-    }
+void SngDissector::processBatch() {
+  const bool embedded = sniffer != nullptr && sniffer->getEmbedded();
+  inBatch = true;
+  while (!engineHasEnded()) {
+    QueuedPacket* packet = packetQueue.next();
+    if (packet == nullptr) break;
+    stamp = packet->stamp;
+    u_char* bytes = packet->bytes();
+    processPacket(nullptr, &packet->header, &bytes);
+    if (embedded) answerHost();
+    if (recallPending.load(std::memory_order_relaxed)) forwardRecalled();
   }
-  if (packet.header == nullptr) {
-    clearQueue();
-    return;
-  }
-  processPacket(packet.args, packet.header, &packet.packet);
-  packet.release();
-  if (sniffer != nullptr && sniffer->getEmbedded()) checkCommand();
+  inBatch = false;
+  forwarder.flush();
+}
+
+void SngDissector::answerHost() {
+  if (links.getMedia() == EmbeddedConnection::dft() && !EmbeddedConnection::dft()->hasRequest()) return;
+  // An answer comes behind the frames of the packets in front of it.
+  forwarder.flush();
+  checkCommand();
 }
 
 void SngDissector::clearQueue() {
-  const MutexLock guard(packetQueueLock);
-  const std::size_t dumped = packetQueue.size();
-  for (SniffedPacket& packet : packetQueue) packet.release();
-  packetQueue.clear();
-  count(statistics.queueDiscarded, dumped);
+  const std::size_t dumped = packetQueue.discard();
+  statistics.queueDiscarded.add(dumped);
   if (logger->isDebugEnabled()) {
     logger->debug("Dissector packet queue cleared. " + std::to_string(dumped) + " packets dumped.");
   }
@@ -265,34 +178,39 @@ void SngDissector::clearQueue() {
 
 void SngDissector::signalEnd() {
   commands.signalEnd();
-  interruptConnections();
+  links.interrupt();
   h323Parser->displayCallIdMap();
-  pthread_cond_signal(&packetPresent);
+  packetQueue.wake();
 }
 
-bool SngDissector::isIdle() {
-  const MutexLock guard(packetQueueLock);
-  return packetQueue.empty() && !processing;
+Statistics& SngDissector::getStatistics() {
+  if (links.getMedia() != nullptr && links.getMedia() == EmbeddedConnection::dft()) {
+    const EmbeddedConnection::Backlog backlog = EmbeddedConnection::dft()->getBacklog();
+    statistics.hostWaiting = backlog.waiting;
+    statistics.hostWaitingHighest = backlog.highest;
+  }
+  statistics.queueLength = getQueueLength();
+  statistics.rtpListLength = rtpList.length();
+  return statistics;
 }
 
 // ---- classification ----
 
 void SngDissector::processPacket(u_char*, const pcap_pkthdr* header, u_char** packet) {
   const u_char* frame = *packet;
-  const auto ethernet = read<sniff_ethernet>(frame);
+  const auto ethernet = headerAt<sniff_ethernet>(frame);
   const int etherType = ethernet.ether_type[0] * 256 + ethernet.ether_type[1];
-  int linkLength = 14;
-  if (etherType == 0x8100) linkLength = 18;  // one IEEE 802.1Q tag
-  if (etherType == 0x88A8) linkLength = 22;  // IEEE 802.1ad: the inner tag is there as well
+  int linkLength = kEthernetLength;
+  if (etherType == 0x8100) linkLength = kOneTagLength;
+  if (etherType == 0x88A8) linkLength = kTwoTagsLength;
 
-  const auto ip = read<sniff_ip>(frame + linkLength);
+  const auto ip = headerAt<sniff_ip>(frame + linkLength);
   const int ipLength = (ip.ip_vhl & 0x0F) * 4;
-  if (ipLength < 20) {
-    count(statistics.otherDropped);
+  if (ipLength < kIpv4Length) {
+    statistics.otherDropped.add();
     logDrop("*** Dropping IP packet with unknown IP header\n", ip);
     return;
   }
-  ohdr.protocol = ip.ip_p;
   ohdr.dstIp = ntohl(ip.ip_dst);
   ohdr.srcIp = ntohl(ip.ip_src);
   if (ip.ip_p == IPPROTO_UDP) {
@@ -300,7 +218,7 @@ void SngDissector::processPacket(u_char*, const pcap_pkthdr* header, u_char** pa
   } else if (ip.ip_p == IPPROTO_TCP) {
     processTcp(*packet, header, linkLength + ipLength);
   } else {
-    count(statistics.otherDropped);
+    statistics.otherDropped.add();
     logDrop("*** Dropping IP packet with unknown upper layer protocol\n", ip);
   }
 }
@@ -314,191 +232,178 @@ void SngDissector::logDrop(const char* heading, const sniff_ip& ip) {
 }
 
 void SngDissector::processUdp(const u_char* packet, const pcap_pkthdr* header, int size_header) {
-  const auto udp = read<sniff_udp>(packet + size_header);
+  const auto udp = headerAt<sniff_udp>(packet + size_header);
   ohdr.srcPort = ntohs(udp.uh_sport);
   ohdr.dstPort = ntohs(udp.uh_dport);
-  const u_char* payload = packet + size_header + kUdpHeaderLength;
+  const u_char* payload = packet + size_header + kUdpLength;
   // The frame's own length counts, not that of the UDP header: padding behind a short datagram is sent as well.
-  const int frameLength = static_cast<int>(header->len) - size_header - kUdpHeaderLength + kHeaderLength;
+  const int frameLength = static_cast<int>(header->len) - size_header - kUdpLength + FrameHeader::kLength;
   const bool wanted = isSip(payload) || isRtpFilter();
-  if (!wanted || frameLength <= kHeaderLength) {
-    count(statistics.udpDropped);
+  u_char* frame = const_cast<u_char*>(payload) - FrameHeader::kLength;
+  ohdr.len = static_cast<u_short>(frameLength);
+  if (!wanted || frameLength <= FrameHeader::kLength) {
+    dropUdp(frame, frameLength);
     return;
   }
-  ohdr.protocol = static_cast<u_char>(payloadType);
-  ohdr.len = htons(static_cast<u_short>(frameLength));
-  u_char* frame = const_cast<u_char*>(packet);
-  buildPayload(const_cast<u_char*>(payload) - kHeaderLength, frameLength, true, &frame);
+  ohdr.protocol = payloadType;
+  u_char* start = const_cast<u_char*>(packet);
+  buildPayload(frame, frameLength, true, &start);
+}
+
+void SngDissector::dropUdp(u_char* frame, int length) {
+  if (!lookBack || !looksLikeMedia(frame + FrameHeader::kLength, length - FrameHeader::kLength)) {
+    statistics.udpDropped.add();
+    return;
+  }
+  ohdr.protocol = FrameProtocol::Rtp;
+  ohdr.write(frame);
+  lookBack->keepMedia({stamp, {frame, static_cast<std::size_t>(length)}});
 }
 
 void SngDissector::processTcp(u_char* packet, const pcap_pkthdr* header, int size_header) {
-  const auto tcp = read<sniff_tcp>(packet + size_header);
+  const auto tcp = headerAt<sniff_tcp>(packet + size_header);
   const int tcpLength = ((tcp.th_offx2 & 0xF0) >> 4) * 4;
-  if (tcpLength < 20) {
-    count(statistics.tcpDropped);
+  if (tcpLength < kTcpLength) {
+    statistics.tcpDropped.add();
     logger->info("*** Fragmented TCP message. Header length: " + std::to_string(tcpLength) + " bytes");
     return;
   }
   ohdr.srcPort = ntohs(tcp.th_sport);
   ohdr.dstPort = ntohs(tcp.th_dport);
-  const int frameLength = static_cast<int>(header->len) - size_header - tcpLength + kHeaderLength;
-  if (frameLength <= kHeaderLength) {
-    count(statistics.tcpDropped);
+  const int frameLength = static_cast<int>(header->len) - size_header - tcpLength + FrameHeader::kLength;
+  if (frameLength <= FrameHeader::kLength) {
+    statistics.tcpDropped.add();
     return;
   }
-  ohdr.len = htons(static_cast<u_short>(frameLength));
-  buildPayload(packet + size_header + tcpLength - kHeaderLength, frameLength, false, &packet);
+  buildPayload(packet + size_header + tcpLength - FrameHeader::kLength, frameLength, false, &packet);
 }
 
 bool SngDissector::isSip(const u_char* payload) {
   if (!sipHelper->isRequest(payload) && !sipHelper->isResponse(payload)) return false;
-  payloadType = kSip;
+  payloadType = FrameProtocol::Sip;
   return true;
 }
 
 bool SngDissector::isRtpFilter() {
   if (!isInRtpList(ohdr.dstIp, ohdr.dstPort)) return false;
-  payloadType = kRtp;
+  payloadType = FrameProtocol::Rtp;
   return true;
 }
 
 // ---- RTP destinations ----
 
-void SngDissector::applyClear() {
-  // The plain read first: every datagram comes by here, and an exchange locks the bus.
-  if (rtpListCleared && rtpListCleared.exchange(false)) rtpList.clear();
-}
-
 void SngDissector::addRtp(u_int rtpIp, u_short rtpPort) {
-  {
-    const MutexLock guard(rtpListLock);
-    applyClear();
-    rtpList.emplace_back(rtpIp, rtpPort);
+  if (settings.lookBack > 0) {
+    // The flag before the entry, and the lock over both: whoever finds the entry finds what is to be done first.
+    const std::lock_guard guard(recallLock);
+    recallPending = true;
+    rtpList.add({rtpIp, rtpPort});
+    recalls.emplace_back(rtpIp, rtpPort);
+  } else {
+    rtpList.add({rtpIp, rtpPort});
   }
+  if (settings.lookBack > 0) packetQueue.wake();
   if (logger->isDebugEnabled()) logger->debug(hexAndDecimal("Added to list rtp (ip=0x", rtpIp, rtpPort));
 }
 
 void SngDissector::removeRtp(u_int rtpIp, u_short rtpPort) {
-  {
-    const MutexLock guard(rtpListLock);
-    applyClear();
-    std::erase(rtpList, RtpAddr(rtpIp, rtpPort));
-  }
+  rtpList.remove({rtpIp, rtpPort});
   if (logger->isDebugEnabled()) logger->debug(hexAndDecimal("Removed from list rtp (ip=0x", rtpIp, rtpPort));
 }
 
-bool SngDissector::isInRtpList(u_int rtpIp, u_short rtpPort) {
-  const MutexLock guard(rtpListLock);
-  applyClear();
-  const std::uint64_t key = RtpAddr(rtpIp, rtpPort).key();
-  return std::any_of(rtpList.begin(), rtpList.end(), [key](const RtpAddr& one) { return one.key() == key; });
+void SngDissector::forwardRecalled() {
+  if (!recallPending) return;
+  std::vector<RtpAddr> wanted;
+  {
+    const std::lock_guard guard(recallLock);
+    wanted.swap(recalls);
+    recallPending = false;
+  }
+  for (const RtpAddr& destination : wanted) {
+    if (!rtpList.contains(destination)) continue;
+    payloadType = FrameProtocol::Rtp;
+    for (const KeptFrame& kept : lookBack->recallMedia(destination)) forwarder.add(*links.getMedia(), kept);
+    forwarder.flush();
+    lookBack->releaseRecalled();
+  }
+}
+
+void SngDissector::sendMissedSignalling() {
+  if (!lookBack) return;
+  forwarder.sendMissed([this](const KeptFrame& missed) -> BaseConnection& {
+    const FrameProtocol protocol = FrameHeader::protocolOf(missed.frame.data());
+    return *links.forFrame(protocol, protocol);
+  });
 }
 
 // ---- forwarded frames ----
 
 void SngDissector::buildPayload(u_char* payload, int payloadLen, bool isUdp, u_char**) {
-  ohdr.srcIp = htonl(ohdr.srcIp);
-  ohdr.dstIp = htonl(ohdr.dstIp);
   if (isUdp) {
-    sendFrame(payload, payloadLen);
+    forward(payload, payloadLen);
   } else if (describeSegment(payload, payloadLen)) {
-    sendFrame(description.data(), static_cast<int>(description.size()));
+    forward(description.data(), static_cast<int>(description.size()));
+    forwarder.flush();  // the next description takes its place
   } else {
-    count(statistics.tcpDropped);
+    statistics.tcpDropped.add();
   }
 }
 
 bool SngDissector::describeSegment(u_char* payload, int payloadLen) {
   PString upStreamPayload;
-  const u_int srcPort = ohdr.srcPort;
-  const u_int dstPort = ohdr.dstPort;
-  if (!h323Parser->parseH323(payload, payloadLen, kHeaderLength, ohdr.srcIp, ohdr.dstIp, srcPort, dstPort,
-                             upStreamPayload)) {
+  const u_int source = htonl(ohdr.srcIp);
+  const u_int destination = htonl(ohdr.dstIp);
+  const u_int sourcePort = ohdr.srcPort;
+  const u_int destinationPort = ohdr.dstPort;
+  if (!h323Parser->parseH323(payload, payloadLen, FrameHeader::kLength, source, destination, sourcePort,
+                             destinationPort, upStreamPayload)) {
     return false;
   }
   const std::size_t textLength = upStreamPayload.GetLength();
-  const std::size_t length = textLength + kHeaderLength;
-  if (textLength == 0 || length > kMaxFrameLength) {
+  const std::size_t length = textLength + FrameHeader::kLength;
+  if (textLength == 0 || length > FrameHeader::kMaxFrame) {
     logger->warn("H.323 description of " + std::to_string(textLength) + " characters does not fit a frame, not sent");
     return false;
   }
-  payloadType = kH323;
-  ohdr.protocol = kH323;
-  ohdr.len = htons(static_cast<u_short>(length));
+  payloadType = ohdr.protocol = FrameProtocol::H323;
+  ohdr.len = static_cast<u_short>(length);
   description.resize(length);
   // A zero byte takes the place of the text's last character.
-  std::memcpy(description.data() + kHeaderLength, static_cast<const char*>(upStreamPayload), textLength - 1);
+  std::memcpy(description.data() + FrameHeader::kLength, static_cast<const char*>(upStreamPayload), textLength - 1);
   description.back() = 0;
   return true;
 }
 
-void SngDissector::sendFrame(u_char* frame, int length) {
-  ohdr.srcPort = htons(ohdr.srcPort);
-  ohdr.dstPort = htons(ohdr.dstPort);
-  u_char* at = frame;
-  at = write(at, &ohdr.len, sizeof ohdr.len);
-  at = write(at, &ohdr.protocol, sizeof ohdr.protocol);
-  at = write(at, &ohdr.dstIp, sizeof ohdr.dstIp);
-  at = write(at, &ohdr.dstPort, sizeof ohdr.dstPort);
-  at = write(at, &ohdr.srcIp, sizeof ohdr.srcIp);
-  write(at, &ohdr.srcPort, sizeof ohdr.srcPort);
-  sendPayload(frame, length);
-}
-
-BaseConnection* SngDissector::connectionFor(const u_char* frame) const {
-  const int type = payloadType;
-  if (type == kRtp) return conMedia;
-  if (conSig != nullptr && type == kSip) return conSig;
-  if (type == kSip || type == kH323 || frame[2] == kHeartbeat) return conMedia;
-  return nullptr;
+void SngDissector::forward(u_char* frame, int length) {
+  ohdr.write(frame);
+  BaseConnection* connection = links.forFrame(payloadType, ohdr.protocol);
+  if (connection == nullptr) {
+    sendPayload(frame, length);
+    return;
+  }
+  // Asked for a moment ago: what was kept for it goes first.
+  if (recallPending.load(std::memory_order_acquire)) forwardRecalled();
+  forwarder.add(*connection, {stamp, {frame, static_cast<std::size_t>(length)}});
+  if (!inBatch) forwarder.flush();
 }
 
 void SngDissector::sendPayload(u_char* payload, int len) {
-  BaseConnection* connection = connectionFor(payload);
+  const FrameProtocol protocol = FrameHeader::protocolOf(payload);
+  BaseConnection* connection = links.forFrame(payloadType, protocol);
   if (connection == nullptr) {
-    count(statistics.notSent);
+    statistics.notSent.add();
     logger->warn("PAYLOAD NOT SENT");
-    return;
+  } else if (protocol == FrameProtocol::Heartbeat) {
+    connection->sendPacket(payload, len);  // not a captured frame: not counted, and not kept
+  } else {
+    forwarder.add(*connection, {stamp, {payload, static_cast<std::size_t>(len)}});
+    forwarder.flush();
   }
-  const u_char protocol = payload[2];
-  const bool sent = connection->sendPacket(payload, len) == len;
-  if (protocol == kHeartbeat) return;  // not a captured frame
-  if (!sent) {
-    count(statistics.notSent);
-  } else if (protocol == kSip) {
-    count(statistics.sipForwarded);
-  } else if (protocol == kRtp) {
-    count(statistics.rtpForwarded);
-  } else if (protocol == kH323) {
-    count(statistics.h323Forwarded);
-  }
-}
-
-std::size_t SngDissector::getQueueLength() {
-  const MutexLock guard(packetQueueLock);
-  return packetQueue.size();
-}
-
-Statistics& SngDissector::getStatistics() {
-  if (conMedia != nullptr && conMedia == EmbeddedConnection::dft()) {
-    const EmbeddedConnection::Backlog backlog = EmbeddedConnection::dft()->getBacklog();
-    statistics.hostWaiting = backlog.waiting;
-    statistics.hostWaitingHighest = backlog.highest;
-  }
-  statistics.queueLength = getQueueLength();
-  const MutexLock guard(rtpListLock);
-  applyClear();
-  statistics.rtpListLength = rtpList.size();
-  return statistics;
-}
-
-std::string SngDissector::reportStatistics() {
-  return getStatistics().report(settings);
 }
 
 void SngDissector::printFormatHeader(const u_char* ptr) {
-  const auto number = [](const u_char* at) { return std::to_string(at[0] << 8 | at[1]); };
-  const auto address = [](const u_char* at) { return dottedDecimal(ntohl(read<u_int>(at))); };
-  logger->debug("len=" + number(ptr) + ", prot=" + std::to_string(ptr[2]) + ", dstIp=" + address(ptr + 3) +
-                ", dstPort=" + number(ptr + 7) + ", srcIp=" + address(ptr + 9) + ", srcPort=" + number(ptr + 13));
+  const our_header header = our_header::of(ptr);
+  logger->debug("len=" + std::to_string(header.len) + ", prot=" + std::to_string(static_cast<int>(header.protocol)) +
+                ", dstIp=" + dottedDecimal(header.dstIp) + ", dstPort=" + std::to_string(header.dstPort) +
+                ", srcIp=" + dottedDecimal(header.srcIp) + ", srcPort=" + std::to_string(header.srcPort));
 }

@@ -5,53 +5,26 @@
 #include <pthread.h>
 
 #include <atomic>
-#include <bit>
-#include <cstdint>
-#include <deque>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <vector>
 
 #include "BaseConnection.h"
 #include "CommandReader.h"
 #include "Engine.h"
+#include "FrameForwarder.h"
+#include "FrameHeader.h"
 #include "H323Parser.h"
 #include "LinkObserver.h"
+#include "LookBack.h"
+#include "PacketQueue.h"
+#include "RecorderLinks.h"
+#include "RtpDestinations.h"
 #include "Settings.h"
 #include "SipHelper.h"
+#include "SniffedPacket.h"
 #include "Statistics.h"
-
-class TcpConnection;
-
-/// One captured frame on its way from a capture thread to the consumer. The queue owns the three buffers until the
-/// consumer has processed the packet.
-struct SniffedPacket {
-  /// Zeroed bytes behind a frame copy: more than any walk over Ethernet with two tags (22), IPv4 (60) and TCP (60)
-  /// headers and a start-line test (20) can reach from a frame that ends too early.
-  static constexpr int kSlack = 192;
-
-  u_char* args = nullptr;         ///< copy of libpcap's user argument, or null; new[]
-  pcap_pkthdr* header = nullptr;  ///< copy of the capture header; `len` is the number of bytes in `packet`; new
-  u_char* packet = nullptr;       ///< copy of the frame from the Ethernet header on, with the slack behind it; new[]
-
-  /// Copies of a capture header and a frame. The copy ends where the capture ended: at the captured length, at the
-  /// length on the wire or at `maxLength`, whichever comes first.
-  static SniffedPacket copyOf(const pcap_pkthdr& header, const u_char* frame, u_int maxLength);
-
-  void release();
-};
-
-/// One destination that the recorder wants the RTP of. Eight bytes without a gap, compared as one number: every
-/// datagram that is not SIP is looked for among thousands of them.
-struct RtpAddr {
-  u_int rtpIp;         ///< IPv4 address in host order, first octet most significant
-  u_short rtpPort;     ///< UDP port in host order
-  u_short filler = 0;  ///< always 0
-
-  RtpAddr(u_int ip, u_short port) : rtpIp(ip), rtpPort(port) {}
-  bool operator==(const RtpAddr& other) const { return key() == other.key(); }
-  std::uint64_t key() const { return std::bit_cast<std::uint64_t>(*this); }
-};
 
 /// Decides what each captured frame is and whether the recorder wants it, puts what it wants behind the 15-byte header
 /// and sends it, and carries out the recorder's commands.
@@ -99,17 +72,11 @@ class SngDissector {
     u_short uh_sum;
   };
 
-  /// The header of the packet being forwarded. Addresses and ports are in host order until buildPayload() writes the
-  /// frame, `len` in network order from the start.
-  struct our_header {
-    u_short len;  ///< whole frame, the 15 header bytes included
-    u_char protocol;
-    u_int dstIp;
-    u_short dstPort;
-    u_int srcIp;
-    u_short srcPort;
-  };
-  static constexpr int kHeaderLength = 15;  ///< of our_header on the wire, packed
+  /// The header of the packet being forwarded, in host order until buildPayload() writes it.
+  using our_header = FrameHeader;
+
+  /// The longest frame that is taken from a capture thread: the capture engine's snap length.
+  static constexpr u_int kMaxPacket = 8192;
 
   /// Destroys the dissector that is alive, if any, and takes its place.
   SngDissector();
@@ -124,15 +91,15 @@ class SngDissector {
 
   // Set-up, by one thread before any other knows the dissector. Host names are not copied.
   void setSniffer(Engine* engine) { sniffer = engine; }
-  void setSettings(const Settings& values) { settings = values; }
-  void setServerNameMedia(const char* name) { serverNameMedia = name; }
-  const char* getServerNameMedia() const { return serverNameMedia; }
-  void setServerPortMedia(int port) { serverPortMedia = port; }
-  int getServerPortMedia() const { return serverPortMedia; }
-  void setServerNameSig(const char* name) { serverNameSig = name; }
-  const char* getServerNameSig() const { return serverNameSig; }
-  void setServerPortSig(int port) { serverPortSig = port; }
-  int getServerPortSig() const { return serverPortSig; }
+  void setSettings(const Settings& values);
+  void setServerNameMedia(const char* name) { recorder.nameMedia = name; }
+  const char* getServerNameMedia() const { return recorder.nameMedia; }
+  void setServerPortMedia(int port) { recorder.portMedia = port; }
+  int getServerPortMedia() const { return recorder.portMedia; }
+  void setServerNameSig(const char* name) { recorder.nameSig = name; }
+  const char* getServerNameSig() const { return recorder.nameSig; }
+  void setServerPortSig(int port) { recorder.portSig = port; }
+  int getServerPortSig() const { return recorder.portSig; }
   void setBrokenTcp(bool broken) { brokenTcp = broken; }
   bool getBrokenTcp() const { return brokenTcp; }
   void setTraceSignalling(bool trace) { h323Parser->setTraceSignalling(trace); }
@@ -144,10 +111,12 @@ class SngDissector {
   LinkObserver& getLinkObserver() { return link; }
 
   /// Takes over connections made elsewhere; `signalling` may be null. For tests and measurements.
-  void setConnections(std::unique_ptr<BaseConnection> media, std::unique_ptr<BaseConnection> signalling);
+  void setConnections(std::unique_ptr<BaseConnection> media, std::unique_ptr<BaseConnection> signalling) {
+    links.take(std::move(media), std::move(signalling));
+  }
 
   /// Closes both connections and keeps the objects.
-  void closeConnection();
+  void closeConnection() { links.close(); }
 
   void startCmdReaderThread();
 
@@ -166,10 +135,12 @@ class SngDissector {
 
   bool getTerminate() const { return commands.hasEnded(); }
 
-  /// Queues a packet and takes over its buffers. Capture threads.
-  void producePacket(SniffedPacket& packet);
+  // ---- the queue ----
 
-  /// Processes the oldest packet, waiting for one if need be. When the engine has ended it drops all that is queued
+  /// Queues a copy of a packet. Capture threads. Throws std::bad_alloc.
+  void producePacket(SniffedPacket& packet) { packetQueue.push(packet, kMaxPacket); }
+
+  /// Processes the packets that wait, waiting for one if need be. When the engine has ended it drops all that is queued
   /// instead. Consumer thread.
   void consumePacket();
 
@@ -179,18 +150,22 @@ class SngDissector {
   /// Ends the command reader and wakes the consumer; the engine's end flag is set before.
   void signalEnd();
 
-  /// With the lengths as they are now. Any thread.
-  Statistics& getStatistics();
-  std::string reportStatistics();
-
   /// Packets that wait for the consumer. Any thread.
-  std::size_t getQueueLength();
+  std::size_t getQueueLength() { return packetQueue.size(); }
 
   /// True when nothing is queued and nothing is being processed. Any thread.
-  bool isIdle();
+  bool isIdle() { return packetQueue.isIdle(); }
+
+  // ---- statistics; any thread ----
+
+  /// With the lengths as they are now.
+  Statistics& getStatistics();
+  std::string reportStatistics() { return getStatistics().report(settings); }
+
+  // ---- classification; consumer thread ----
 
   /// Classifies one frame and forwards it if it is wanted. `*packet` is the Ethernet header of a frame of `header->len`
-  /// bytes with SniffedPacket::kSlack readable bytes behind them. Consumer thread.
+  /// bytes with SniffedPacket::kSlack readable bytes behind them.
   void processPacket(u_char* args, const pcap_pkthdr* header, u_char** packet);
 
   /// `size_header` is where the UDP header starts.
@@ -205,19 +180,21 @@ class SngDissector {
   /// True when the packet's destination is listed; the packet is RTP from then on.
   bool isRtpFilter();
 
-  // The list of RTP destinations. Addresses and ports in host order. Any thread.
+  // ---- the list of RTP destinations; addresses and ports in host order; any thread ----
 
   /// Appends an entry, whether or not it is there already.
   void addRtp(u_int rtpIp, u_short rtpPort);
   /// Removes every equal entry.
   void removeRtp(u_int rtpIp, u_short rtpPort);
-  bool isInRtpList(u_int rtpIp, u_short rtpPort);
+  bool isInRtpList(u_int rtpIp, u_short rtpPort) const { return rtpList.contains({rtpIp, rtpPort}); }
   /// Empties the list, without waiting for anyone who uses it.
-  void removeAllRtp() { rtpListCleared = true; }
+  void removeAllRtp() { rtpList.clear(); }
 
-  /// Writes the frame header in front of a payload and sends the frame. `payload` points kHeaderLength bytes in front
-  /// of the transport payload, into the protocol headers, which are overwritten; `payloadLen` counts from there. Of a
-  /// TCP segment the text that describes it is sent instead, if there is one.
+  // ---- forwarding; consumer thread, but for the heartbeat's answer ----
+
+  /// Writes the frame header in front of a payload and sends the frame. `payload` points FrameHeader::kLength bytes in
+  /// front of the transport payload, into the protocol headers, which are overwritten; `payloadLen` counts from there.
+  /// Of a TCP segment the text that describes it is sent instead, if there is one.
   void buildPayload(u_char* payload, int payloadLen, bool isUdp, u_char** packet);
 
   /// Sends a frame on the connection that its class belongs to.
@@ -229,22 +206,7 @@ class SngDissector {
   void printFormatHeader(const u_char* ptr);
 
  private:
-  enum PayloadType { kSip = 1, kRtp = 2, kHeartbeat = 3, kH323 = 4 };
-
-  bool sharesMediaConnection() const;
-  BaseConnection* connectionFor(const u_char* frame) const;
-  void carryOut(const SnifferRequest& request);
-  void interruptConnections();
-  BaseConnection* newUdpConnection(const char* host, int port);
-  TcpConnection* newTcpConnection(const char* host, int port);
-  void makeUdpConnections();
-  void makeTcpConnections();
-  void logDrop(const char* heading, const sniff_ip& ip);
-  void applyClear();
-  void sendFrame(u_char* frame, int length);
-  bool describeSegment(u_char* payload, int payloadLen);
-
-  /// The link to the recorder is lost: what was asked for and what waits is dropped.
+  /// The link to the recorder is lost: what was asked for and what waits is dropped, or kept for a while.
   class Link final : public LinkObserver {
    public:
     explicit Link(SngDissector& dissector) : owner(dissector) {}
@@ -256,46 +218,56 @@ class SngDissector {
       owner.statistics.recorderLosses.add();
       owner.statistics.recorderConnected = 0;
     }
-    void forgetDestinations() override { owner.removeAllRtp(); }
-    void discardWaiting() override { owner.clearQueue(); }
+    void forgetDestinations() override;
+    void discardWaiting() override;
     void waitedForRoom(std::chrono::milliseconds time, std::size_t frames) override {
       owner.statistics.countWait(time, frames);
     }
-    void foreignCommand() override { count(owner.statistics.commandsIgnored); }
+    void foreignCommand() override { owner.statistics.commandsIgnored.add(); }
 
    private:
     SngDissector& owner;
   };
 
   bool engineHasEnded() const { return sniffer != nullptr && sniffer->hasEnded(); }
+  void carryOut(const SnifferRequest& request);
+  void processBatch();
+  void answerHost();
+  void forward(u_char* frame, int length);
+  void dropUdp(u_char* frame, int length);
+  void forwardRecalled();
+  void sendMissedSignalling();
+  void logDrop(const char* heading, const sniff_ip& ip);
+  bool describeSegment(u_char* payload, int payloadLen);
 
   Engine* sniffer = nullptr;
   Settings settings;
   Link link{*this};
-  our_header ohdr{};
-  const char* serverNameMedia = nullptr;
-  int serverPortMedia = 6000;
-  const char* serverNameSig = nullptr;
-  int serverPortSig = 6000;
-  std::atomic<int> payloadType = 0;  ///< of the last packet that was forwarded; also read by the heartbeat reply
-  bool brokenTcp = false;
-  std::unique_ptr<SipHelper> sipHelper;
-  BaseConnection* conMedia = nullptr;  ///< owned, unless it is the shared embedded connection
-  BaseConnection* conSig = nullptr;    ///< owned; null when signalling shares the media connection
-  std::unique_ptr<H323Parser> h323Parser;
-  CommandReader commands{[this](const SnifferRequest& request) { carryOut(request); }};
-
-  std::vector<RtpAddr> rtpList;
-  pthread_mutex_t rtpListLock;
-  std::atomic<bool> rtpListCleared = false;  ///< the list counts as empty; whoever locks it next empties it
-
-  std::deque<SniffedPacket> packetQueue;
-  pthread_mutex_t packetQueueLock;
-  pthread_cond_t packetPresent;
-  bool processing = false;  ///< the consumer is at work on a packet; guarded by `packetQueueLock`
-
-  std::vector<u_char> description;  ///< the H.323 frame being sent, reused
+  RecorderAddresses recorder;
   Statistics statistics;
+
+  our_header ohdr;
+  std::atomic<FrameProtocol> payloadType =
+      FrameProtocol::None;  ///< of the last packet forwarded; heartbeats go its way
+  bool brokenTcp = false;
+
+  std::unique_ptr<SipHelper> sipHelper;
+  std::unique_ptr<H323Parser> h323Parser;
+  std::vector<u_char> description;  ///< the H.323 frame being sent, reused
+
+  PacketQueue packetQueue{statistics};
+  RtpDestinations rtpList;
+  std::unique_ptr<LookBack> lookBack;  ///< null when nothing is kept
+  RecorderLinks links;
+  FrameForwarder forwarder{rtpList, statistics};
+  CommandReader commands{[this](const SnifferRequest& request) { carryOut(request); }};
+  CaptureStamp stamp;    ///< of the packet being processed
+  bool inBatch = false;  ///< more packets follow at once: their frames leave together
+
+  // Destinations asked for since the consumer looked last: what has been kept for them is to be forwarded.
+  std::mutex recallLock;
+  std::vector<RtpAddr> recalls;
+  std::atomic<bool> recallPending = false;
 
   static std::atomic<SngDissector*> dissector;
   static log4cxx::LoggerPtr logger;

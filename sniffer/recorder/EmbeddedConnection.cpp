@@ -72,6 +72,7 @@ EmbeddedConnection::Backlog EmbeddedConnection::getBacklog() {
 bool EmbeddedConnection::sendRequest(SnifferRequest& request) {
   const std::lock_guard guard(queueLock);
   requestQueue.push_back(request);
+  requestsWaiting = requestQueue.size();
   return true;
 }
 
@@ -81,6 +82,7 @@ bool EmbeddedConnection::receiveRequest(SnifferRequest& request) {
   if (requestQueue.empty()) return false;
   request = requestQueue.front();
   requestQueue.pop_front();
+  requestsWaiting = requestQueue.size();
   return true;
 }
 
@@ -88,6 +90,7 @@ void EmbeddedConnection::closeConnection() {
   const MonitorGuard host(monitor);
   const std::lock_guard guard(queueLock);
   requestQueue.clear();
+  requestsWaiting = 0;
   for (const SnifferPacket& packet : packetQueue) delete[] packet.payload;
   packetQueue.clear();
 }

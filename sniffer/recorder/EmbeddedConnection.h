@@ -2,6 +2,7 @@
 
 #include <log4cxx/logger.h>
 
+#include <atomic>
 #include <deque>
 #include <mutex>
 
@@ -42,6 +43,9 @@ class EmbeddedConnection : public BaseConnection {
   /// The monitor to hold from now on, or null for none. It is entered on the dissector's threads only.
   void setHostMonitor(HostMonitor* hostMonitor) { monitor = hostMonitor; }
 
+  /// True when a command waits. Without the monitor: for looking often.
+  bool hasRequest() const { return requestsWaiting.load(std::memory_order_acquire) != 0; }
+
   /// Dissector's side: takes the oldest command.
   bool receiveRequest(SnifferRequest& request) override;
 
@@ -70,6 +74,7 @@ class EmbeddedConnection : public BaseConnection {
 
  private:
   std::deque<SnifferRequest> requestQueue;
+  std::atomic<std::size_t> requestsWaiting = 0;
   std::deque<SnifferPacket> packetQueue;
   std::size_t highestBacklog = 0;
   std::mutex queueLock;  ///< innermost: nothing is called while it is held

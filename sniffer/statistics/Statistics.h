@@ -151,8 +151,3 @@ struct CarriedCounter {
  private:
   std::uint32_t last = 0;
 };
-
-/// Counts one more.
-inline void count(Statistics::Counter& counter, std::uint64_t more = 1) {
-  counter.add(more);
-}

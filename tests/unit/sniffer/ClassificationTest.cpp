@@ -128,17 +128,21 @@ TEST_F(Classification, RuntsAndLyingLengthsSendNothingButPayload) {
   }
 }
 
-TEST_F(Classification, CopiesOnlyWhatWasCaptured) {
-  const Bytes frame(300, 0xAA);
+TEST_F(Classification, QueuesOnlyWhatWasCaptured) {
+  const Bytes frame(9000, 0xAA);
   const struct {
     bpf_u_int32 wire, captured, limit, expected;
   } cases[] = {{300, 300, 8192, 300}, {9000, 300, 8192, 300}, {100, 300, 8192, 100}, {300, 300, 64, 64}, {0, 0, 64, 0}};
+  Statistics statistics;
+  PacketQueue queue(statistics);
   for (const auto& [wire, captured, limit, expected] : cases) {
-    SniffedPacket packet = SniffedPacket::copyOf({{1, 2}, captured, wire}, frame.data(), limit);
-    EXPECT_EQ(packet.header->len, expected);
-    EXPECT_EQ(packet.header->caplen, expected);
-    for (int i = 0; i < SniffedPacket::kSlack; ++i) ASSERT_EQ(packet.packet[expected + i], 0);
-    packet.release();
+    const pcap_pkthdr header{{1, 2}, captured, wire};
+    queue.push({nullptr, &header, frame.data()}, limit);
+    ASSERT_TRUE(queue.takeBatch(std::chrono::milliseconds(0)));
+    QueuedPacket* packet = queue.next();
+    EXPECT_EQ(packet->header.len, expected);
+    EXPECT_EQ(packet->header.caplen, expected);
+    for (int i = 0; i < SniffedPacket::kSlack; ++i) ASSERT_EQ(packet->bytes()[expected + i], 0);
   }
 }
 

@@ -69,8 +69,7 @@ TEST(Dissector, TheSecondDestroysTheFirst) {
   EXPECT_EQ(media.closed + signalling.closed, 2);
   EXPECT_EQ(media.destroyed + signalling.destroyed, 0);
   first->startCmdReaderThread();
-  SniffedPacket packets[] = {sniffed({1}), sniffed({2})};
-  for (SniffedPacket& packet : packets) first->producePacket(packet);
+  for (u_char content : {1, 2}) produce(*first, {content});
   {
     const SngDissector second;
     EXPECT_EQ(SngDissector::dft(), &second);
@@ -137,8 +136,7 @@ TEST(Queue, HandsOverEveryPacketOfEveryProducerInOrder) {
       for (uint16_t i = 0; i < kPackets; ++i) {
         number.clear();
         append(number, i, 2);
-        SniffedPacket packet = sniffed(Frame{.srcPort = producer, .payload = number}.build());
-        consumer.dissector->producePacket(packet);
+        produce(*consumer.dissector, Frame{.srcPort = producer, .payload = number}.build());
         if (i == kPackets / 2) std::this_thread::sleep_for(std::chrono::milliseconds(20));  // the queue runs empty
       }
     });
@@ -152,10 +150,7 @@ TEST(Queue, HandsOverEveryPacketOfEveryProducerInOrder) {
 
   // What is still queued at the end is dropped and counted.
   log.setLevel(log4cxx::Level::getDebug());
-  for (int i = 0; i < 3; ++i) {
-    SniffedPacket packet = sniffed(Frame{}.build());
-    consumer.dissector->producePacket(packet);
-  }
+  for (int i = 0; i < 3; ++i) produce(*consumer.dissector, Frame{}.build());
   consumer.dissector->consumePacket();
   EXPECT_TRUE(log.contains("DEBUG Dissector packet queue cleared. 3 packets dumped."));
   EXPECT_TRUE(consumer.dissector->isIdle());
@@ -168,8 +163,7 @@ TEST(Queue, OnlyTheEmbeddedConsumerTakesCommands) {
     Consumer consumer;
     consumer.media.commands = {{1, 5, 5}};
     consumer.engine.setEmbedded(embedded);
-    SniffedPacket packet = sniffed(Frame{}.build());
-    consumer.dissector->producePacket(packet);
+    produce(*consumer.dissector, Frame{}.build());
     EXPECT_TRUE(eventually([&] { return consumer.dissector->isIdle(); }));
     consumer.stop();
     EXPECT_EQ(consumer.dissector->isInRtpList(5, 5), embedded);

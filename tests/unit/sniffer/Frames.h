@@ -76,18 +76,31 @@ inline Bytes forwarded(uint8_t protocol, const Frame& frame, const Bytes& payloa
   return expected;
 }
 
-inline SniffedPacket sniffed(const Bytes& frame) {
+inline pcap_pkthdr captureHeader(const Bytes& frame) {
   const auto length = static_cast<bpf_u_int32>(frame.size());
-  const pcap_pkthdr header{{0, 0}, length, length};
-  static const u_char kNothing = 0;
-  return SniffedPacket::copyOf(header, frame.empty() ? &kNothing : frame.data(), 65535);
+  return {{0, 0}, length, length};
+}
+
+/// Queues one frame, as a capture thread does.
+inline void produce(SngDissector& dissector, const Bytes& frame) {
+  const pcap_pkthdr header = captureHeader(frame);
+  SniffedPacket packet{nullptr, &header, frame.data()};
+  dissector.producePacket(packet);
+}
+
+/// A copy as it stands in the queue: with zeros behind it.
+inline std::vector<u_char> withSlack(const Bytes& frame) {
+  std::vector<u_char> copy(frame.begin(), frame.end());
+  copy.resize(frame.size() + SniffedPacket::kSlack);
+  return copy;
 }
 
 /// Classifies one frame on the calling thread.
 inline void process(SngDissector& dissector, const Bytes& frame) {
-  SniffedPacket packet = sniffed(frame);
-  dissector.processPacket(packet.args, packet.header, &packet.packet);
-  packet.release();
+  const pcap_pkthdr header = captureHeader(frame);
+  std::vector<u_char> copy = withSlack(frame);
+  u_char* start = copy.data();
+  dissector.processPacket(nullptr, &header, &start);
 }
 
 /// A recorder in the test: keeps the frames, hands out the commands it was given.

@@ -82,8 +82,7 @@ TEST_F(Tcp, AnOutageIsToldOnceAndForgetsEverything) {
   longSleeps = 0;
   for (int i = 0; i < 3; ++i) {
     list();
-    SniffedPacket packet = sniffed({1, 2, 3});
-    dissector.producePacket(packet);
+    produce(dissector, {1, 2, 3});
     EXPECT_EQ(connection.sendPacket(data.data(), 100), -1);
     EXPECT_FALSE(listed());
     EXPECT_TRUE(dissector.isIdle());

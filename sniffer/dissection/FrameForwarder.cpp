@@ -1,0 +1,145 @@
+#include "FrameForwarder.h"
+
+#include <endian.h>
+
+#include <algorithm>
+#include <cstring>
+
+#include "MediaHeader.h"
+
+namespace {
+
+constexpr std::size_t kMostTogether = 128;
+constexpr std::int64_t kBetweenAttempts = 1'000'000;
+
+bool isSignalling(FrameProtocol protocol) {
+  return protocol != FrameProtocol::Rtp;
+}
+
+void writeTimeFrame(u_char* to, const KeptFrame& announced) {
+  FrameHeader header = FrameHeader::of(announced.frame.data());
+  header.len = FrameForwarder::kTimeFrameLength;
+  header.protocol = FrameProtocol::CaptureTime;
+  header.write(to);
+  const std::uint64_t time = htobe64(static_cast<std::uint64_t>(announced.stamp.captured));
+  std::memcpy(to + FrameHeader::kLength, &time, sizeof time);
+}
+
+}  // namespace
+
+void FrameForwarder::configure(bool announceCaptureTime, LookBack* keeper) {
+  captureTime = announceCaptureTime;
+  lookBack = keeper;
+}
+
+void FrameForwarder::add(BaseConnection& to, const KeptFrame& frame) {
+  if (connection != &to || group.size() == kMostTogether) flush();
+  const Entry entry{frame, FrameHeader::protocolOf(frame.frame.data())};
+  // What the recorder missed comes first.
+  if (lookBack != nullptr && !sendingMissed && isSignalling(entry.protocol) && lookBack->hasSignalling()) {
+    lookBack->keepSignalling(frame);
+    return;
+  }
+  connection = &to;
+  group.push_back(entry);
+}
+
+void FrameForwarder::flush() {
+  std::size_t done = 0;
+  while (done < group.size()) {
+    prepare(done);
+    linkLost = false;
+    done = settle(done, connection->sendPackets(outgoing));
+    // Ended early: the recorder may have been lost, and with it what it asked for.
+    judgeAnew(done);
+  }
+  group.clear();
+}
+
+void FrameForwarder::prepare(std::size_t from) {
+  outgoing.clear();
+  if (captureTime) timeFrames.resize(group.size());
+  const std::int64_t lateSince = captureTime ? CaptureStamp::now() - kLate : 0;
+  for (std::size_t i = from; i < group.size(); ++i) {
+    const KeptFrame& frame = group[i].frame;
+    if (captureTime && frame.stamp.seen < lateSince) {
+      writeTimeFrame(timeFrames[i].data(), frame);
+      outgoing.push_back({timeFrames[i].data(), kTimeFrameLength});
+    }
+    outgoing.push_back({frame.frame.data(), static_cast<int>(frame.frame.size())});
+  }
+}
+
+std::size_t FrameForwarder::settle(std::size_t from, std::size_t dealtWith) {
+  for (std::size_t i = 0; i < dealtWith; ++i) {
+    const OutgoingFrame& frame = outgoing[i];
+    const bool sent = frame.sent == frame.length;
+    if (FrameHeader::protocolOf(frame.bytes) != FrameProtocol::CaptureTime) {
+      account(group[from++], sent);
+    } else if (!sent) {
+      // The frame that it announces is lost with it: alone it would be taken for a timely one.
+      account(group[from++], false);
+    }
+  }
+  return from;
+}
+
+void FrameForwarder::account(const Entry& entry, bool sent) {
+  if (!sent) {
+    if (!linkLost || !keep(entry)) statistics.notSent.add();
+    return;
+  }
+  switch (entry.protocol) {
+    case FrameProtocol::Sip:
+      statistics.sipForwarded.add();
+      break;
+    case FrameProtocol::H323:
+      statistics.h323Forwarded.add();
+      break;
+    default:
+      statistics.rtpForwarded.add();
+  }
+}
+
+bool FrameForwarder::keep(const Entry& entry) {
+  if (lookBack == nullptr) return false;
+  if (isSignalling(entry.protocol)) {
+    if (!sendingMissed) lookBack->keepSignalling(entry.frame);
+    return true;
+  }
+  const u_char* payload = entry.frame.frame.data() + FrameHeader::kLength;
+  const int length = static_cast<int>(entry.frame.frame.size()) - FrameHeader::kLength;
+  if (!looksLikeMedia(payload, length)) return false;
+  lookBack->keepMedia(entry.frame);
+  return true;
+}
+
+void FrameForwarder::judgeAnew(std::size_t from) {
+  const auto isOver = [&](const Entry& entry) {
+    if (isSignalling(entry.protocol)) return linkLost && keep(entry);
+    const auto header = FrameHeader::of(entry.frame.frame.data());
+    if (destinations.contains({header.dstIp, header.dstPort})) return false;
+    if (!keep(entry)) statistics.udpDropped.add();
+    return true;
+  };
+  const auto rest = group.begin() + static_cast<std::ptrdiff_t>(from);
+  group.erase(std::remove_if(rest, group.end(), isOver), group.end());
+}
+
+std::optional<KeptFrame> FrameForwarder::nextMissed() {
+  if (lookBack == nullptr || !lookBack->hasSignalling() || CaptureStamp::now() < nextAttempt) return std::nullopt;
+  flush();
+  sendingMissed = true;
+  return lookBack->frontSignalling();
+}
+
+bool FrameForwarder::flushMissed() {
+  flush();
+  sendingMissed = false;
+  if (linkLost) {
+    nextAttempt = CaptureStamp::now() + kBetweenAttempts;
+    return false;
+  }
+  lookBack->popSignalling();
+  return true;
+}
