@@ -1,6 +1,7 @@
 #include "Logging.h"
 
 #include <log4cxx/consoleappender.h>
+#include <log4cxx/helpers/loglog.h>
 #include <log4cxx/logger.h>
 #include <log4cxx/patternlayout.h>
 #include <log4cxx/propertyconfigurator.h>
@@ -8,13 +9,30 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cstdio>
+#include <exception>
 #include <memory>
 
 #include "Config.h"
+#include "GuardedAppender.h"
+
+namespace {
+
+void configureFrom(const std::string& fileName) {
+  try {
+    log4cxx::helpers::LogLog::setQuietMode(false);
+    log4cxx::PropertyConfigurator::configure(log4cxx::File(fileName));
+  } catch (const std::exception& failure) {
+    std::fprintf(stderr, "sniffer: the logging configuration %s: %s\n", fileName.c_str(), failure.what());
+  }
+  guardAppenders();
+}
+
+}  // namespace
 
 void configureLogging(const std::string& fileName) {
   if (access(fileName.c_str(), R_OK) == 0) {
-    log4cxx::PropertyConfigurator::configure(log4cxx::File(fileName));
+    configureFrom(fileName);
     return;
   }
   logToConsole();

@@ -3,7 +3,8 @@
 #include <string>
 
 /// Configures log4cxx from a properties file. When the file cannot be read, and nothing else has configured log4cxx
-/// before, messages go to standard error at INFO, the first of them a warning that says so.
+/// before, messages go to standard error at INFO, the first of them a warning that says so. A log that cannot be
+/// written costs its lines and nothing else: no call of a logger throws (see GuardedAppender).
 void configureLogging(const std::string& fileName);
 
 /// Messages go to standard error at INFO, unless log4cxx has been configured before.
