@@ -96,12 +96,13 @@
       let record;
       try { record = JSON.parse(line); } catch { continue; }   // cut off when the machine died
       if (record.settled) calls.forEach((call, n) => call.running && calls.delete(n));
-      if (record.call) calls.set(record.call.name, prepare(record));
+      if (record.call) calls.set(record.key, prepare(record));
     }
   }
 
   /** The report of a call, with what drawing and searching need. Times within a call are seconds from its start. */
-  function prepare({call, peaks, running}) {
+  function prepare({key, call, peaks, running}) {
+    call.key = key;
     call.running = running;
     call.from = party(call.caller);
     call.to = party(call.callee);
@@ -128,7 +129,7 @@
     const onlyFlawed = byId('flawed').getAttribute('aria-pressed') === 'true';
     const terms = query.split(/\s+/);
     // +49 (30) 123-45 finds 493012345 and 03012345, however either is written.
-    const number = /^[+\d][\d\s()./-]{2,}$/.test(query) && query.replace(/\D/g, '').replace(/^0+/, '');
+    const number = /^[+(\d][\d\s()./-]{2,}$/.test(query) && query.replace(/\D/g, '').replace(/^0+/, '');
     return call => (!day || isoDay(call.start) === day) && (!onlyFlawed || flawed(call)) &&
       (!query || terms.every(term => call.text.includes(term)) || (number && call.numbers.includes(number)));
   }
@@ -136,7 +137,7 @@
   function search() {
     const fits = matcher();
     found = [...calls.values()].filter(fits)
-      .sort((a, b) => !!b.running - !!a.running || b.start - a.start || (a.name < b.name ? 1 : -1));
+      .sort((a, b) => !!b.running - !!a.running || b.start - a.start || (a.key < b.key ? 1 : -1));
     const all = calls.size;
     const up = found.filter(call => call.running).length;
     const narrowed = found.length !== all;
@@ -199,7 +200,7 @@
     mark();
   }
 
-  const address = call => '#' + encodeURIComponent(call.name);
+  const address = call => '#' + encodeURIComponent(call.key);
   const lasting = (call, attributes) => h('span', {...attributes, 'data-since': call.running && call.start},
     length(call.running ? (Date.now() - call.start) / 1000 : call.seconds));
 
@@ -619,7 +620,7 @@
       }
       setTimeout(ask, 3000 + 30 * (performance.now() - asked));   // long pages less often
       if (!event.data.lines.length) return;
-      const before = shown && shown.name;
+      const before = shown && shown.key;
       take(event.data.lines.map(String));
       search();
       if (before && calls.get(before) !== shown) show(calls.get(before) || null);

@@ -64,32 +64,39 @@ public final class CallPages implements Closeable {
   /**
    * Shows a call as running. To be told again of calls that an earlier run of the recorder left unfinished.
    *
-   * @param name as its report will have it
+   * @param key that no other call has, nor will have
    * @param protocol of its signalling
    * @param caller who called
    * @param callee who was called
    * @param start milliseconds since 1970
    * @throws IOException when it could not be written; it is tried again with the next call
    */
-  public void began(String name, String protocol, String caller, String callee, long start) throws IOException {
+  public void began(String key, String protocol, String caller, String callee, long start) throws IOException {
     CallReport.Voice silence = new CallReport.Voice(0, 0, List.of(), List.of());
     CallReport call = new CallReport(
-        name, protocol, "", caller, callee, start, 0, "", silence, silence, "", List.of(), List.of());
-    String line = "{\"running\":true,\"call\":" + call.json() + "}\n";
-    running.put(name, line);
+        key, protocol, "", caller, callee, start, 0, "", silence, silence, "", List.of(), List.of());
+    String line = line(key, "\"running\":true", call);
+    running.put(key, line);
     write(line);
   }
 
   /**
    * Shows a call as it was, with the shape of its recordings, which are complete by now.
    *
+   * <p>A call that went on after all is told again under its key: the later report counts.
+   *
+   * @param key as when it began
    * @param call what is known of it
    * @throws IOException when it could not be written; it is tried again with the next call
    */
-  public void ended(CallReport call) throws IOException {
-    running.remove(call.name());
-    String peaks = Json.write(List.of(peaks(call.fromCaller()), peaks(call.fromCallee())));
-    write("{\"peaks\":" + peaks + ",\"call\":" + call.json() + "}\n");
+  public void ended(String key, CallReport call) throws IOException {
+    running.remove(key);
+    List<List<String>> peaks = List.of(peaks(call.fromCaller()), peaks(call.fromCallee()));
+    write(line(key, "\"peaks\":" + Json.write(peaks), call));
+  }
+
+  private static String line(String key, String more, CallReport call) {
+    return "{\"key\":" + Json.write(key) + "," + more + ",\"call\":" + call.json() + "}\n";
   }
 
   /** Tries once more what could not be written. */
