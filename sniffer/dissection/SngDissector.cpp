@@ -111,13 +111,13 @@ void SngDissector::checkCommand() {
 
 void SngDissector::carryOut(const SnifferRequest& request) {
   switch (request.request) {
-    case 1:
+    case SnifferRequest::kAddDestination:
       addRtp(request.rtpAddr, request.rtpPort);
       break;
-    case 2:
+    case SnifferRequest::kRemoveDestination:
       removeRtp(request.rtpAddr, request.rtpPort);
       break;
-    case 3:
+    case SnifferRequest::kHeartbeat:
       replyHeartbeat();
       break;
   }
@@ -139,6 +139,7 @@ void SngDissector::consumePacket() {
     forwardRecalled();
     sendMissedSignalling();
     any = packetQueue.takeBatch(kLookAgain);
+    if (links.getMedia() == EmbeddedConnection::dft()) EmbeddedConnection::dft()->watchHost();
     if (lookBack && !any) lookBack->expire();
   }
   processBatch();
@@ -394,7 +395,7 @@ void SngDissector::sendPayload(u_char* payload, int len) {
     statistics.notSent.add();
     logger->warn("PAYLOAD NOT SENT");
   } else if (protocol == FrameProtocol::Heartbeat) {
-    connection->sendPacket(payload, len);  // not a captured frame: not counted, and not kept
+    connection->sendReply(payload, len);  // not a captured frame: not counted, and not kept
   } else {
     forwarder.add(*connection, {stamp, {payload, static_cast<std::size_t>(len)}});
     forwarder.flush();

@@ -5,27 +5,7 @@
 #include <ctime>
 #include <span>
 
-/// One command of the recorder.
-///
-/// On the wire it is 7 bytes: the code (1), an IPv4 address (4) and a port (2), both in network byte order. Over TCP
-/// commands follow each other without anything between them.
-struct SnifferRequest {
-  static constexpr int kWireLength = 7;
-
-  u_short request = 0;  ///< 1 add an RTP destination, 2 remove it, 3 heartbeat
-  u_int rtpAddr = 0;    ///< IPv4 address in host order: the first octet is the most significant byte
-  u_short rtpPort = 0;  ///< UDP port in host order
-
-  SnifferRequest() = default;
-  SnifferRequest(u_short code, u_int addr, u_short port) : request(code), rtpAddr(addr), rtpPort(port) {}
-  bool operator==(const SnifferRequest&) const = default;
-
-  /// Decodes the 7 bytes at `wire`.
-  static SnifferRequest fromWire(const u_char* wire) {
-    return {wire[0], u_int{wire[1]} << 24 | u_int{wire[2]} << 16 | u_int{wire[3]} << 8 | u_int{wire[4]},
-            static_cast<u_short>(wire[5] << 8 | wire[6])};
-  }
-};
+#include "SnifferRequest.h"
 
 /// One frame of a group that is sent together.
 struct OutgoingFrame {
@@ -47,9 +27,13 @@ class BaseConnection {
 
   virtual void closeConnection() = 0;
 
+  /// Sends one frame from the thread that takes commands. It never waits for the recorder to make room: where frames
+  /// do, it goes out with one of them, and counts as sent.
+  virtual int sendReply(u_char* buffer, int length) { return sendPacket(buffer, length); }
+
   /// Sends frames in order, so that nobody can tell it from a sendPacket() for each. Ends behind the first one that
-  /// is not taken whole: what follows has to be judged anew, for the recorder's wishes may have gone with the
-  /// connection. Answers the number of frames dealt with, the last one included; their `sent` is set.
+  /// is not taken whole, or earlier: what follows has to be judged anew, for the recorder's wishes may have gone with
+  /// the connection. Answers the number of frames dealt with, the last one included, at least one; their `sent` is set.
   virtual std::size_t sendPackets(std::span<OutgoingFrame> frames) {
     for (std::size_t i = 0; i < frames.size(); ++i) {
       frames[i].sent = sendPacket(frames[i].bytes, frames[i].length);

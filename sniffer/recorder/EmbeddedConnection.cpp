@@ -3,8 +3,12 @@
 #include <algorithm>
 #include <cstring>
 #include <limits>
+#include <string>
+#include <utility>
 
 namespace {
+
+using Clock = std::chrono::steady_clock;
 
 /// Holds the host's monitor, when there is one, for the length of a scope.
 class MonitorGuard {
@@ -33,18 +37,27 @@ EmbeddedConnection* EmbeddedConnection::dft() {
   return theConnection;
 }
 
-EmbeddedConnection::~EmbeddedConnection() {
-  for (const SnifferPacket& packet : packetQueue) delete[] packet.payload;
+int EmbeddedConnection::sendPacket(u_char* buffer, int length) {
+  OutgoingFrame frame{buffer, length};
+  sendPackets({&frame, 1});
+  return frame.sent;
 }
 
-int EmbeddedConnection::sendPacket(u_char* buffer, int length) {
-  auto* copy = new u_char[length];
-  std::memcpy(copy, buffer, length);
+std::size_t EmbeddedConnection::sendPackets(std::span<OutgoingFrame> frames) {
+  {
+    // The copies are made without the monitor: the host need not wait for them.
+    const std::lock_guard guard(queueLock);
+    for (OutgoingFrame& frame : frames) {
+      packetQueue.append(frame.bytes, frame.length);
+      frame.sent = frame.length;
+    }
+  }
   const MonitorGuard host(monitor);
   const std::lock_guard guard(queueLock);
-  packetQueue.push_back({length, copy});
+  if (packetQueue.size() == 0) idleSince = Clock::now();
+  packetQueue.publish();
   highestBacklog = std::max(highestBacklog, packetQueue.size());
-  return length;
+  return frames.size();
 }
 
 int EmbeddedConnection::receivePacket(char* buffer) {
@@ -52,16 +65,44 @@ int EmbeddedConnection::receivePacket(char* buffer) {
 }
 
 int EmbeddedConnection::receivePacket(char* buffer, int capacity) {
-  SnifferPacket packet;
+  SnifferPacket packet{};
+  bool unheardOf = false;
+  bool back = false;
+  std::size_t left = 0;
   {
     const std::lock_guard guard(queueLock);
-    if (packetQueue.empty() || packetQueue.front().length > capacity) return 0;
+    if (packetQueue.size() == 0) return 0;
     packet = packetQueue.front();
-    packetQueue.pop_front();
+    if (packet.length > capacity) {
+      auto told = tooLong[std::min<std::size_t>(static_cast<std::size_t>(packet.length), tooLong.size() - 1)];
+      unheardOf = !told;
+      told = true;
+    } else {
+      if (packet.length > 0) std::memcpy(buffer, packet.payload, static_cast<std::size_t>(packet.length));
+      packetQueue.pop();
+      left = packetQueue.size();
+      idleSince = Clock::now();
+      back = std::exchange(hostIsIdle, false);
+    }
   }
-  if (packet.length > 0) std::memcpy(buffer, packet.payload, packet.length);
-  delete[] packet.payload;
-  return packet.length;
+  if (back) logger->warn("The host fetches frames again, " + std::to_string(left) + " wait");
+  if (unheardOf) {
+    logger->warn("A frame of " + std::to_string(packet.length) + " bytes waits, the host's array holds " +
+                 std::to_string(capacity) + ": nothing is fetched until it is larger");
+  }
+  return packet.length > capacity ? 0 : packet.length;
+}
+
+void EmbeddedConnection::watchHost() {
+  std::size_t waiting;
+  {
+    const std::lock_guard guard(queueLock);
+    waiting = packetQueue.size();
+    if (waiting == 0 || hostIsIdle || Clock::now() - idleSince < hostPatience) return;
+    hostIsIdle = true;
+  }
+  logger->warn("The host has fetched nothing for " + std::to_string(hostPatience / std::chrono::seconds(1)) + " s, " +
+               std::to_string(waiting) + " frames wait");
 }
 
 EmbeddedConnection::Backlog EmbeddedConnection::getBacklog() {
@@ -91,6 +132,7 @@ void EmbeddedConnection::closeConnection() {
   const std::lock_guard guard(queueLock);
   requestQueue.clear();
   requestsWaiting = 0;
-  for (const SnifferPacket& packet : packetQueue) delete[] packet.payload;
   packetQueue.clear();
+  highestBacklog = 0;
+  hostIsIdle = false;
 }

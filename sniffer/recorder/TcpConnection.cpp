@@ -5,52 +5,21 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstring>
 #include <ctime>
 #include <string>
+#include <utility>
 
 #include "DottedDecimal.h"
 
 namespace {
 
 constexpr int kSendBufferSize = 60000;
-constexpr int kReceiveSize = 2000;
-constexpr int kRingSize = 4000;
-
-/// Received bytes that are not decoded yet. There is one for the process: commands come from one connection.
-struct CommandRing {
-  u_char workBuffer[kReceiveSize];
-  u_char buffer[kRingSize];
-  int offset = 0;        // where the next received byte goes
-  int requestStart = 0;  // first byte of the next command
-  int total = 0;         // bytes waiting
-  unsigned stream = 0;   // the connection that they came from
-
-  int room() const { return std::min(kReceiveSize, kRingSize - total); }
-
-  void append(int n) {
-    const int first = std::min(n, kRingSize - offset);
-    std::memcpy(buffer + offset, workBuffer, first);
-    std::memcpy(buffer, workBuffer + first, n - first);
-    offset = (offset + n) % kRingSize;
-    total += n;
-  }
-
-  void take(u_char* command) {
-    for (int i = 0; i < SnifferRequest::kWireLength; ++i) command[i] = buffer[(requestStart + i) % kRingSize];
-    requestStart = (requestStart + SnifferRequest::kWireLength) % kRingSize;
-    total -= SnifferRequest::kWireLength;
-  }
-
-  void restart(unsigned newStream) {
-    offset = requestStart = total = 0;
-    stream = newStream;
-  }
-};
-
-CommandRing ring;
+constexpr std::size_t kMostInGroup = 256;    // frames of one system call
+constexpr std::size_t kMostReplies = 65536;  // bytes of heartbeats that wait for room
+constexpr std::chrono::seconds kWorthTelling{1};
 
 /// For a connection that nobody owns yet.
 class Nobody final : public LinkObserver {
@@ -62,18 +31,18 @@ class Nobody final : public LinkObserver {
   void foreignCommand() override {}
 } nobody;
 
-void decode(const u_char* wire, SnifferRequest& request, log4cxx::LoggerPtr& logger) {
-  constexpr u_short kHeartbeat = 3;
-  const SnifferRequest decoded = SnifferRequest::fromWire(wire);
-  if (decoded.request == kHeartbeat) {
-    request.request = kHeartbeat;
-    if (logger->isDebugEnabled()) logger->debug("Heartbeat request received");
-    return;
+bool isSendable(const OutgoingFrame& frame) {
+  return frame.bytes != nullptr && frame.length >= 1;
+}
+
+/// The frames from the first on that can go out with one system call.
+std::size_t fillGroup(std::span<const OutgoingFrame> frames, std::span<iovec> group) {
+  std::size_t size = 0;
+  for (const OutgoingFrame& frame : frames) {
+    if (size == group.size() || !isSendable(frame)) break;
+    group[size++] = {frame.bytes, static_cast<std::size_t>(frame.length)};
   }
-  request = decoded;
-  if (!logger->isDebugEnabled()) return;
-  logger->debug("rx from server cmd=" + std::to_string(request.request) + ", ip=" + dottedDecimal(request.rtpAddr) +
-                ", port=" + std::to_string(request.rtpPort));
+  return size;
 }
 
 }  // namespace
@@ -115,7 +84,7 @@ int TcpConnection::getSocket() {
 }
 
 void TcpConnection::tcpConnect() {
-  const std::lock_guard guard(lock);
+  const Lock held(lock);
   if (clientSd == -1) clientSd = getSocket();
   if (clientSd == -1) return;
   if (connect(clientSd, reinterpret_cast<const sockaddr*>(&serverAddr), sizeof serverAddr) == 0) {
@@ -133,21 +102,12 @@ void TcpConnection::tcpConnect() {
 }
 
 void TcpConnection::setConnected() {
-  static std::atomic<unsigned> established = 0;
-  stream = ++established;
+  // What an earlier connection left half received must not become the beginning of this one's first command.
+  commands.restart();
+  replies.clear();
   connected = true;
+  wait.watch(clientSd);
   observer->linkEstablished();
-}
-
-int TcpConnection::sendPacket(u_char* buffer, int length) {
-  if (buffer == nullptr || length < 1) return 0;
-  {
-    const std::lock_guard guard(lock);
-    if (connected || reconnect()) return sendFrame(buffer, length);
-    if (connectRetries++ == 0) logConnecting();
-  }
-  rejectFrame();
-  return -1;
 }
 
 bool TcpConnection::reconnect() {
@@ -157,31 +117,140 @@ bool TcpConnection::reconnect() {
   return true;
 }
 
-void TcpConnection::rejectFrame() {
-  observer->forgetDestinations();
-  observer->discardWaiting();
-  rest(1, 0);
+// ---- sending ----
+
+int TcpConnection::sendPacket(u_char* buffer, int length) {
+  OutgoingFrame frame{buffer, length};
+  sendPackets({&frame, 1});
+  return frame.sent;
 }
 
-int TcpConnection::sendFrame(const u_char* buffer, int length) {
+std::size_t TcpConnection::sendPackets(std::span<OutgoingFrame> frames) {
+  Lock held(lock);
+  noneWaits.wait(held, [this] { return !waitingForRoom; });
+  for (std::size_t done = 0; done < frames.size();) {
+    OutgoingFrame& frame = frames[done];
+    frame.sent = 0;
+    if (!isSendable(frame)) {
+      ++done;
+      if (frame.length != 0) return done;
+    } else if (!connected && !reconnect()) {
+      frame.sent = reject(held);
+      return done + 1;
+    } else if (!sendGroup(frames.subspan(done), done, held)) {
+      return done;
+    }
+  }
+  sendReplies(held);
+  return frames.size();
+}
+
+int TcpConnection::reject(Lock& held) {
+  if (connectRetries++ == 0) logConnecting();
+  // Under the lock: what a recorder asks for as soon as it is back must not be forgotten.
+  observer->forgetDestinations();
+  observer->discardWaiting();
+  held.unlock();
+  rest(1, 0);
+  return -1;
+}
+
+bool TcpConnection::sendGroup(std::span<OutgoingFrame> frames, std::size_t& done, Lock& held) {
   connectRetries = 0;
-  int sent = 0;
-  int stop = 0;
-  while (sent < length && stop == 0) {
-    // MSG_NOSIGNAL: a recorder that went away is an error to handle, never the end of the process.
-    const int n = static_cast<int>(send(clientSd, buffer + sent, length - sent, MSG_NOSIGNAL));
-    if (n == -1) {
-      stop = checkError(errno);
-    } else if (n == length) {
+  if (!sendReplies(held)) {
+    ++done;
+    return false;
+  }
+  iovec pieces[kMostInGroup];
+  const std::size_t size = fillGroup(frames, pieces);
+  msghdr message{};
+  message.msg_iov = pieces;
+  message.msg_iovlen = size;
+  // MSG_NOSIGNAL: a recorder that went away is an error to handle, never the end of the process.
+  const ssize_t n = size == 1 ? send(clientSd, pieces[0].iov_base, pieces[0].iov_len, MSG_NOSIGNAL)
+                              : sendmsg(clientSd, &message, MSG_NOSIGNAL);
+
+  std::size_t whole = 0;
+  ssize_t left = n;
+  for (; whole < size && left >= frames[whole].length; ++whole) left -= frames[whole].sent = frames[whole].length;
+  done += whole;
+  // Where it ends between two frames, the one behind has not been tried yet.
+  if (whole == size || (whole > 0 && left == 0)) return true;
+  OutgoingFrame& frame = frames[whole];
+  frame.sent = sendRest({frame.bytes, static_cast<std::size_t>(frame.length)}, left, size - whole, held);
+  ++done;
+  return frame.sent == frame.length;
+}
+
+int TcpConnection::sendRest(std::span<const u_char> bytes, ssize_t n, std::size_t frames, Lock& held) {
+  const bool once = sendTimeout.count() > 0;
+  const auto length = static_cast<ssize_t>(bytes.size());
+  ssize_t sent = 0;
+  for (bool patient = once;;) {
+    if (n == -1 && errno == EAGAIN && patient) {
+      const Room room = waitForRoom(frames, held);
+      if (room == Room::kNeverMore) break;
+      // Little room does not count as room: when the time is over, it is tried all the same.
+      patient = room == Room::kThere;
+    } else if (n == -1) {
+      if (checkError(errno) != 0) break;
+    } else if (n == length || once) {
       sent += n;
+      patient = once;
     } else if (length - sent > n) {
       logger->warn("Sent nSent=" + std::to_string(n) + " bytes of " + std::to_string(length));
       sent += n;
     }
-    // A short send that completes the frame is not counted, and the rest goes out again: recorders in the field know
-    // this stream, so it stays.
+    // Without a time-out a short send that completes the frame is not counted, and the rest goes out again: recorders
+    // in the field know this stream, so it stays.
+    if (sent == length) break;
+    n = send(clientSd, bytes.data() + sent, bytes.size() - static_cast<std::size_t>(sent), MSG_NOSIGNAL);
   }
-  return sent;
+  return static_cast<int>(sent);
+}
+
+TcpConnection::Room TcpConnection::waitForRoom(std::size_t frames, Lock& held) {
+  using Clock = std::chrono::steady_clock;
+  const Clock::time_point start = Clock::now();
+  const int sd = clientSd;
+  waitingForRoom = true;
+  held.unlock();
+  const bool room = wait.untilWritable(sd, sendTimeout);
+  held.lock();
+  waitingForRoom = false;
+  noneWaits.notify_all();
+  const auto time = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start);
+  observer->waitedForRoom(time, frames);
+  if (time >= kWorthTelling) logger->warn("The recorder made no room for " + std::to_string(time.count()) + " ms");
+  if (connected) return room ? Room::kThere : Room::kNotInTime;
+  close(sd);  // closeConnection() left it
+  return Room::kNeverMore;
+}
+
+int TcpConnection::sendReply(u_char* buffer, int length) {
+  if (sendTimeout.count() == 0) return sendPacket(buffer, length);
+  if (!isSendable({buffer, length})) return 0;
+  Lock held(lock);
+  if (!waitingForRoom && !connected && !reconnect()) return reject(held);
+  if (!connected || replies.size() + static_cast<std::size_t>(length) > kMostReplies) return -1;
+  replies.insert(replies.end(), buffer, buffer + length);
+  if (waitingForRoom) return length;
+  const ssize_t n = send(clientSd, replies.data(), replies.size(), MSG_NOSIGNAL);
+  if (n > 0) {
+    replies.erase(replies.begin(), replies.begin() + n);
+  } else if (errno != EAGAIN) {
+    checkError(errno);
+  }
+  return length;
+}
+
+bool TcpConnection::sendReplies(Lock& held) {
+  while (connected && !replies.empty()) {
+    const std::vector<u_char> now = std::exchange(replies, {});
+    const ssize_t n = send(clientSd, now.data(), now.size(), MSG_NOSIGNAL);
+    if (sendRest(now, n, 1, held) < static_cast<int>(now.size())) return false;
+  }
+  return true;
 }
 
 int TcpConnection::checkError(int errnum) {
@@ -214,36 +283,42 @@ void TcpConnection::rest(long seconds, long nanoseconds) {
   nanosleep(&time, nullptr);
 }
 
-bool TcpConnection::receiveRequest(SnifferRequest& request) {
-  const std::lock_guard guard(lock);
-  if (!connected || clientSd == -1) return false;
-  // What an earlier connection left half received must not become the beginning of this one's first command.
-  if (ring.stream != stream) ring.restart(stream);
+// ---- commands ----
 
+bool TcpConnection::receiveRequest(SnifferRequest& request) {
+  const Lock held(lock);
+  if (!connected || clientSd == -1) return false;
   // Never more than fits: what finds no room waits in the socket.
-  const int room = ring.room();
-  const int n = room > 0 ? static_cast<int>(recv(clientSd, ring.workBuffer, room, 0)) : -1;
-  if (n == 0 && ring.total < SnifferRequest::kWireLength) {
+  std::array<u_char, CommandStream::kMostAtOnce> received;
+  const std::size_t room = commands.room();
+  const ssize_t n = room > 0 ? recv(clientSd, received.data(), room, 0) : -1;
+  if (n == 0 && commands.waiting() < SnifferRequest::kWireLength) {
     observer->linkLost();
     closeConnection();
     return false;
   }
-  if (n < 1 && ring.total < 1) return false;
+  if (n < 1 && commands.waiting() < 1) return false;
   if (n > 0) {
-    ring.append(n);
-    if (ring.total < SnifferRequest::kWireLength) return false;
+    commands.append({received.data(), static_cast<std::size_t>(n)});
+    if (commands.waiting() < SnifferRequest::kWireLength) return false;
   }
-  if (ring.total >= SnifferRequest::kWireLength) {
-    u_char wire[SnifferRequest::kWireLength];
-    ring.take(wire);
-    decode(wire, request, logger);
-  }
+  if (commands.take(request)) logCommand(request);
   return true;
 }
 
+void TcpConnection::logCommand(const SnifferRequest& request) {
+  if (!logger->isDebugEnabled()) return;
+  logger->debug(request.request == SnifferRequest::kHeartbeat
+                    ? "Heartbeat request received"
+                    : "rx from server cmd=" + std::to_string(request.request) +
+                          ", ip=" + dottedDecimal(request.rtpAddr) + ", port=" + std::to_string(request.rtpPort));
+}
+
 void TcpConnection::closeConnection() {
-  const std::lock_guard guard(lock);
-  if (connected) close(clientSd);
+  const Lock held(lock);
+  // A thread that waits for room is woken, and closes what it waits for.
+  if (connected && waitingForRoom) shutdown(clientSd, SHUT_RDWR);
+  if (connected && !waitingForRoom) close(clientSd);
   connected = false;
   // An attempt in progress is dropped as it is, without a close.
   clientSd = -1;

@@ -5,8 +5,8 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
-#include <cstring>
 #include <string>
 
 #include "DottedDecimal.h"
@@ -15,7 +15,7 @@ log4cxx::LoggerPtr UdpConnection::logger = log4cxx::Logger::getLogger("SnifferCl
 
 UdpConnection::UdpConnection(const char* host, int port) : serverPort(port), serverHost(host) {
   serverAddr.sin_family = AF_INET;
-  serverAddr.sin_addr.s_addr = inet_addr(serverHost);
+  serverAddr.sin_addr.s_addr = serverIp = inet_addr(serverHost);
   serverAddr.sin_port = htons(static_cast<uint16_t>(port));
   clientAddr.sin_family = AF_INET;
   clientAddr.sin_addr.s_addr = htonl(INADDR_ANY);
@@ -33,6 +33,8 @@ UdpConnection::UdpConnection(const char* host, int port) : serverPort(port), ser
     logger->error("Error, client bind failed UdpConnection");
     std::exit(1);
   }
+  sender.emplace(clientSd);
+  wait.watch(clientSd);
 }
 
 sockaddr_in UdpConnection::recorder() {
@@ -41,28 +43,32 @@ sockaddr_in UdpConnection::recorder() {
 }
 
 int UdpConnection::sendPacket(u_char* buffer, int length) {
-  const sockaddr_in to = recorder();
-  int sent = -1;
-  if (!closed) {
-    sent = static_cast<int>(sendto(clientSd, buffer, length, 0, reinterpret_cast<const sockaddr*>(&to), sizeof to));
-  }
-  if (sent != length) {
-    logger->error("len=" + std::to_string(length) + ", sent=" + std::to_string(sent) + "\nError sento on socket");
-  }
-  return sent;
+  OutgoingFrame frame{buffer, length};
+  sendPackets({&frame, 1});
+  return frame.sent;
+}
+
+std::size_t UdpConnection::sendPackets(std::span<OutgoingFrame> frames) {
+  const std::lock_guard guard(sendLock);
+  const std::size_t sent = closed ? 0 : sender->send(frames, recorder());
+  for (OutgoingFrame& frame : frames.first(sent)) frame.sent = frame.length;
+  if (sent == frames.size()) return sent;
+  OutgoingFrame& failed = frames[sent];
+  failed.sent = -1;
+  logger->error("len=" + std::to_string(failed.length) + ", sent=" + std::to_string(failed.sent) +
+                "\nError sento on socket");
+  return sent + 1;
 }
 
 bool UdpConnection::receiveRequest(SnifferRequest& request) {
-  // What is not a command must not complete one that comes too short: it does not get into the kept bytes.
-  static u_char kept[2000];
-  u_char received[sizeof kept];
   if (closed) return false;
+  std::array<u_char, 2000> received;
   sockaddr_in from{};
   socklen_t fromLength = sizeof from;
-  const int n = static_cast<int>(
-      recvfrom(clientSd, received, sizeof received, 0, reinterpret_cast<sockaddr*>(&from), &fromLength));
+  const ssize_t n =
+      recvfrom(clientSd, received.data(), received.size(), 0, reinterpret_cast<sockaddr*>(&from), &fromLength);
   if (n < 0) return false;
-  if (serverOnly && from.sin_addr.s_addr != inet_addr(serverHost)) {
+  if (serverOnly && from.sin_addr.s_addr != serverIp) {
     if (observer != nullptr) observer->foreignCommand();
     return false;
   }
@@ -71,8 +77,9 @@ bool UdpConnection::receiveRequest(SnifferRequest& request) {
     serverAddr = from;
   }
   if (n == 0) return false;
-  std::memcpy(kept, received, static_cast<std::size_t>(n));
-  request = SnifferRequest::fromWire(kept);
+  // One that is too short is completed by the bytes of those before it.
+  std::copy_n(received.begin(), std::min(static_cast<std::size_t>(n), command.size()), command.begin());
+  request = SnifferRequest::fromWire(command.data());
   if (logger->isDebugEnabled()) {
     logger->debug("rx from server cmd=" + std::to_string(request.request) + ", ip=" + dottedDecimal(request.rtpAddr) +
                   ", port=" + std::to_string(request.rtpPort) + ", nRcvd=" + std::to_string(n));

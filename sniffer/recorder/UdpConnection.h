@@ -3,11 +3,15 @@
 #include <log4cxx/logger.h>
 #include <netinet/in.h>
 
+#include <array>
 #include <atomic>
 #include <mutex>
+#include <optional>
 
 #include "BaseConnection.h"
+#include "DatagramSender.h"
 #include "LinkObserver.h"
+#include "SocketWait.h"
 
 /// The recorder at the end of UDP datagrams: one datagram a frame, one datagram a command. No state, no retry; a frame
 /// that cannot be sent whole is logged and lost.
@@ -31,8 +35,12 @@ class UdpConnection : public BaseConnection {
   /// what earlier ones left in the buffer. Called by one thread.
   bool receiveRequest(SnifferRequest& request) override;
 
-  /// Answers what sendto(2) gave: `length`, or -1.
+  /// Answers what the send gave: `length`, or -1.
   int sendPacket(u_char* buffer, int length) override;
+  std::size_t sendPackets(std::span<OutgoingFrame> frames) override;
+
+  void awaitRequest() override { wait.untilReadable(); }
+  void interrupt() override { wait.end(); }
 
   void closeConnection() override;
 
@@ -47,12 +55,17 @@ class UdpConnection : public BaseConnection {
 
   LinkObserver* observer = nullptr;
   bool serverOnly = false;
+  in_addr_t serverIp = 0;                                     ///< the configured one, in network order
+  std::array<u_char, SnifferRequest::kWireLength> command{};  ///< the last one, and what is left of those before it
   sockaddr_in clientAddr{};
   sockaddr_in serverAddr{};  ///< where frames go; guarded by `serverAddrLock`
   int clientSd = -1;
   int serverPort;
   const char* serverHost;
 
+  SocketWait wait;
+  std::optional<DatagramSender> sender;  ///< guarded by `sendLock`
+  std::mutex sendLock;
   std::mutex serverAddrLock;
   std::atomic<bool> closed = false;
 
