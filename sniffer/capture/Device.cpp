@@ -160,7 +160,7 @@ int Device::replay(int count, pcap_handler take) {
 bool Device::awaitReturn() {
   const bool wasThere = handle != nullptr;
   std::string unread;
-  counters(unread);  // takes in the last ones of the handle
+  getStatistics(unread);  // takes in the last ones of the handle
   {
     const std::lock_guard guard(lock);
     release();
@@ -201,22 +201,17 @@ void Device::breakLoop() {
   stopSignal.notify_all();
 }
 
-std::optional<DeviceCounters> Device::counters(std::string& reason) {
+DeviceStatistics Device::getStatistics(std::string& reason) {
   const std::lock_guard guard(lock);
-  if (pace) return DeviceCounters{pace->getPassed(), 0, 0};
-  if (handle == nullptr && !reopens()) {
-    reason = "it is not open";
-    return std::nullopt;
-  }
-  if (handle != nullptr) {
-    pcap_stat stat{};
-    if (pcap_stats(handle, &stat) != 0) {
-      reason = pcap_geterr(handle);
-      return std::nullopt;
-    }
+  if (pace) return {name, true, pace->getPassed(), 0, 0};
+  pcap_stat stat{};
+  const bool isUp = handle != nullptr && pcap_stats(handle, &stat) == 0;
+  if (isUp) {
     received.advance(stat.ps_recv);
     droppedByKernel.advance(stat.ps_drop);
     droppedByInterface.advance(stat.ps_ifdrop);
+  } else {
+    reason = handle != nullptr ? pcap_geterr(handle) : "it is not open";
   }
-  return DeviceCounters{received.total, droppedByKernel.total, droppedByInterface.total};
+  return {name, isUp, received.total, droppedByKernel.total, droppedByInterface.total};
 }

@@ -3,25 +3,18 @@
 #include <pcap/pcap.h>
 
 #include <condition_variable>
-#include <cstdint>
 #include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
 
+#include "PrometheusText.h"
 #include "ReplayPace.h"
 #include "Statistics.h"
 
 /// The path in a device name "file:PATH", which is replayed, or nothing when it names a network device.
 std::optional<std::string_view> captureFilePath(std::string_view deviceName);
-
-/// What a device has counted since it was opened first.
-struct DeviceCounters {
-  std::uint64_t received = 0;  ///< frames that passed the filter, those dropped by the kernel with them; of a file: all
-  std::uint64_t droppedByKernel = 0;
-  std::uint64_t droppedByInterface = 0;
-};
 
 /// A source of frames: a network device, or a capture file that stands for one and is replayed at the pace of its time
 /// stamps. Opened, given a filter, read by one thread, closed.
@@ -79,8 +72,9 @@ class Device {
   /// Ends capture(), now or as soon as it is called. Any thread. A blocked read of a file needs a signal besides.
   void breakLoop();
 
-  /// Nothing when there are none, and `reason` tells why: never opened, or the device is gone. Any thread.
-  std::optional<DeviceCounters> counters(std::string& reason);
+  /// What has been counted since open(), over the times that the device was away. `reason` tells why it is not up. Any
+  /// thread.
+  DeviceStatistics getStatistics(std::string& reason);
 
  private:
   pcap_t* openNetworkDevice(std::string& reason) const;

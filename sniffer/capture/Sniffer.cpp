@@ -7,7 +7,6 @@
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
-#include <functional>
 #include <new>
 #include <string_view>
 #include <utility>
@@ -264,7 +263,10 @@ int Sniffer::openDevices() {
 }
 
 bool Sniffer::allDevicesDown() const {
-  return std::all_of(deviceDown, deviceDown + deviceCount, std::identity());
+  for (int i = 0; i < deviceCount; ++i) {
+    if (!deviceDown[i] || isDeviceAwaited(i)) return false;
+  }
+  return true;
 }
 
 // ---- sniffing ----
@@ -399,37 +401,33 @@ void Sniffer::logStatistics() {
   logger->info(dissector->reportStatistics());
 }
 
-std::optional<DeviceCounters> Sniffer::getDeviceCounters(int i) const {
+std::vector<DeviceStatistics> Sniffer::getDeviceStatistics() const {
+  std::vector<DeviceStatistics> all;
   std::string reason;
-  return handle[i].counters(reason);
+  for (int i = 0; i < deviceCount; ++i) all.push_back(handle[i].getStatistics(reason));
+  return all;
 }
 
 std::string Sniffer::prometheusStatistics() {
-  std::vector<DeviceStatistics> devices;
-  for (int i = 0; i < deviceCount; ++i) {
-    const auto counters = getDeviceCounters(i);
-    const auto& [received, byKernel, byInterface] = counters.value_or(DeviceCounters());
-    devices.push_back({device[i], counters.has_value(), received, byKernel, byInterface});
-  }
-  return prometheusText(dissector->getStatistics(), devices);
+  return prometheusText(dissector->getStatistics(), getDeviceStatistics());
 }
 
 void Sniffer::logDeviceStatistics(int i) {
   const std::string heading = std::string("Statistics of device ") + device[i] + ":";
   std::string reason;
-  const auto counters = handle[i].counters(reason);
-  if (!counters) {
+  const DeviceStatistics now = handle[i].getStatistics(reason);
+  if (!now.isUp && !handle[i].reopens()) {
     logger->warn(heading + " not to be had: " + reason);
     return;
   }
   if (handle[i].isFile()) {
-    logger->info(heading + " replayed=" + std::to_string(counters->received));
+    logger->info(heading + " replayed=" + std::to_string(now.received));
     return;
   }
-  const std::string text = heading + " received=" + std::to_string(counters->received) +
-                           " droppedByKernel=" + std::to_string(counters->droppedByKernel) +
-                           " droppedByInterface=" + std::to_string(counters->droppedByInterface);
-  const std::uint64_t fresh = counters->droppedByKernel - std::exchange(reportedDrops[i], counters->droppedByKernel);
+  const std::string text = heading + " received=" + std::to_string(now.received) +
+                           " droppedByKernel=" + std::to_string(now.droppedByKernel) +
+                           " droppedByInterface=" + std::to_string(now.droppedByInterface);
+  const std::uint64_t fresh = now.droppedByKernel - std::exchange(reportedDrops[i], now.droppedByKernel);
   if (fresh == 0) {
     logger->info(text);
     return;

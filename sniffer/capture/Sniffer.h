@@ -7,8 +7,8 @@
 #include <atomic>
 #include <memory>
 #include <mutex>
-#include <optional>
 #include <string>
+#include <vector>
 
 #include "Device.h"
 #include "Engine.h"
@@ -67,7 +67,7 @@ class Sniffer final : public Engine {
   /// True when every device is a file to replay.
   bool replaysOnly() const;
 
-  /// True when not one of the devices could be opened.
+  /// True when not one of the devices could be opened, and none is awaited.
   bool allDevicesDown() const;
 
   /// The device list: names separated by ';'. At most ten, of at most 49 characters; what is more is left out with an
@@ -87,8 +87,11 @@ class Sniffer final : public Engine {
   /// Makes `pcap` the handle of device i, which owns it from then on.
   void setHandle(pcap_t* pcap, int i) { handle[i].adopt(pcap); }
 
-  /// What device i has counted; nothing when it is not open. Any thread.
-  std::optional<DeviceCounters> getDeviceCounters(int i) const;
+  /// What the devices have counted, in their order. Any thread.
+  std::vector<DeviceStatistics> getDeviceStatistics() const;
+
+  /// What became of the frames. Any thread.
+  const Statistics& getStatistics() const { return dissector->getStatistics(); }
 
   // Texts are not copied and must live as long as the engine.
   const char* getFilter() const { return filter; }

@@ -1,0 +1,101 @@
+#include "Arguments.h"
+
+#include <arpa/inet.h>
+#include <getopt.h>
+
+#include <algorithm>
+#include <cctype>
+#include <string_view>
+
+namespace {
+
+constexpr std::string_view kFileOptions = "cl";
+
+bool isFileOption(char option) {
+  return kFileOptions.find(option) != std::string_view::npos;
+}
+
+bool isPort(const std::string& text) {
+  const bool digits = std::all_of(text.begin(), text.end(), [](unsigned char c) { return std::isdigit(c); });
+  if (text.empty() || text.size() > 5 || !digits) return false;
+  const int port = std::stoi(text);
+  return port >= 1 && port <= 65535;
+}
+
+bool isIpv4Address(const std::string& text) {
+  in_addr address;
+  return inet_pton(AF_INET, text.c_str(), &address) == 1;
+}
+
+}  // namespace
+
+bool Arguments::inFileMode() const {
+  return std::all_of(options.begin(), options.end(), [](const auto& one) { return isFileOption(one.first); });
+}
+
+std::string Arguments::cfgFileName() const {
+  std::string name = "sniffer.properties";
+  for (const auto& [option, value] : options) {
+    if (option == 'c') name = value;
+  }
+  return name;
+}
+
+std::vector<std::string> Arguments::forEngine() const {
+  std::vector<std::string> words = {"sniffer"};
+  for (const auto& [option, value] : options) {
+    words.push_back(std::string("-") + option);
+    words.push_back(value);
+  }
+  return words;
+}
+
+std::string parse(int argc, char** argv, Arguments& arguments) {
+  enum { kFirstLong = 256, kHelp = kFirstLong, kVersion, kCheck, kListDevices };
+  const option longOptions[] = {{"help", no_argument, nullptr, kHelp},
+                                {"version", no_argument, nullptr, kVersion},
+                                {"check", no_argument, nullptr, kCheck},
+                                {"list-devices", no_argument, nullptr, kListDevices},
+                                {nullptr, 0, nullptr, 0}};
+  const auto act = [&](Arguments::Action action) {
+    arguments.action = action;
+    return std::string();
+  };
+  opterr = 0;
+  for (int option; (option = getopt_long(argc, argv, ":c:l:d:f:h:p:", longOptions, nullptr)) != -1;) {
+    // Of letters that stand together only the one that is wrong is named.
+    const bool isLetter = optopt > 0 && optopt < kFirstLong;
+    const std::string wrong = isLetter ? std::string("-") + static_cast<char>(optopt) : argv[optind - 1];
+    switch (option) {
+      case kHelp:
+        return act(Arguments::Action::Help);
+      case kVersion:
+        return act(Arguments::Action::Version);
+      case kListDevices:
+        return act(Arguments::Action::ListDevices);
+      case kCheck:
+        act(Arguments::Action::Check);
+        break;
+      case ':':
+        return wrong + " needs a value";
+      case '?':
+        return "unknown option " + wrong;
+      default:
+        arguments.options.emplace_back(static_cast<char>(option), optarg);
+    }
+  }
+  return optind < argc ? std::string("unexpected argument ") + argv[optind] : std::string();
+}
+
+std::string validate(const Arguments& arguments) {
+  std::string ofFile;
+  std::string ofLine;
+  for (const auto& [option, value] : arguments.options) {
+    (isFileOption(option) ? ofFile : ofLine) += std::string(" -") + option;
+    if (option == 'h' && !isIpv4Address(value)) return "-h takes an IPv4 address such as 192.168.3.22, not " + value;
+    if (option == 'p' && !isPort(value)) return "-p takes a port from 1 to 65535, not " + value;
+  }
+  if (ofFile.empty() || ofLine.empty()) return {};
+  return "the options of the two ways are mixed:" + ofFile + " for a properties file," + ofLine +
+         " for settings from the command line";
+}
