@@ -77,6 +77,8 @@ class TcpConnection : public BaseConnection {
   /// Sends the first frames in one system call, and finishes the one in which that ended. False when that one is not
   /// taken whole. Counts in `done` all that were dealt with.
   bool sendGroup(std::span<OutgoingFrame> frames, std::size_t& done, Lock& held);
+  /// Puts the first frames into `together`, where there are several, and answers how many: one at least.
+  std::size_t gather(std::span<const OutgoingFrame> frames);
   /// Goes on with a frame of which the last send gave `n`. `frames` wait with it.
   int sendRest(std::span<const u_char> bytes, ssize_t n, std::size_t frames, Lock& held);
   bool sendReplies(Lock& held);
@@ -97,9 +99,10 @@ class TcpConnection : public BaseConnection {
   int connectRetries = 0;  ///< sends in a row that found no connection
 
   SocketWait wait;
-  bool waitingForRoom = false;  ///< the sending thread, without the lock: the stream and the socket are its own
-  std::vector<u_char> replies;  ///< what goes out before the next frame
-  CommandStream commands;       ///< of this connection to the recorder
+  bool waitingForRoom = false;   ///< the sending thread, without the lock: the stream and the socket are its own
+  std::vector<u_char> together;  ///< the bytes of one system call, reused
+  std::vector<u_char> replies;   ///< what goes out before the next frame
+  CommandStream commands;        ///< of this connection to the recorder
 
   /// Held for a whole frame but for the wait for room, and wherever the socket is used, so that no thread closes it
   /// under another. Recursive: a failing send closes the connection through the interface.
