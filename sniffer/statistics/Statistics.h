@@ -38,6 +38,13 @@ struct Statistics {
   Counter lookBackWaiting, lookBackOverflow;
   Counter queueLimitMedia, queueLimitSignalling;
 
+  Counter duplicatesDropped, duplicatesForgotten;
+  Counter fragmentsHeld, fragmentsMalformed;
+  Counter datagramsReassembled, datagramsTimedOut, datagramsDisplaced, datagramsContradictory;
+  Counter segmentsFollowed, segmentsRetransmitted;
+  Counter streamMessages, streamMessagesTooLong;
+  Counter streamGaps, streamsOutOfStep, streamsDisplaced;
+
   /// Sending waited so long for the recorder to make room, and held up so many frames that were about to leave.
   void countWait(std::chrono::milliseconds time, std::size_t frames);
 
@@ -78,6 +85,15 @@ constexpr bool withLookBack(const Settings& settings) {
 }
 constexpr bool withQueueLimit(const Settings& settings) {
   return settings.queueLimit > 0;
+}
+constexpr bool withDropDuplicates(const Settings& settings) {
+  return settings.dropDuplicates;
+}
+constexpr bool withReassembleFragments(const Settings& settings) {
+  return settings.reassembleFragments;
+}
+constexpr bool withReassembleTcp(const Settings& settings) {
+  return settings.reassembleTcp;
 }
 }  // namespace statistics_shown
 
@@ -130,6 +146,41 @@ inline constexpr StatisticsRow kStatisticsRows[] = {
      "kind=\"media\"", "Frames that were dropped because of QueueLimit.", statistics_shown::withQueueLimit},
     {"queueLimitSignalling", &Statistics::queueLimitSignalling, StatisticsRow::Total, "queue_limit_frames_total",
      "kind=\"signalling\"", "", statistics_shown::withQueueLimit},
+
+    {"duplicatesDropped", &Statistics::duplicatesDropped, StatisticsRow::Total, "duplicate_frames_total", nullptr,
+     "Packets that had been seen a moment before.", statistics_shown::withDropDuplicates},
+    {"duplicatesForgotten", &Statistics::duplicatesForgotten, StatisticsRow::Total, "duplicates_forgotten_total",
+     nullptr, "Packets that could not be remembered for as long as a duplicate may take.",
+     statistics_shown::withDropDuplicates},
+    {"fragmentsHeld", &Statistics::fragmentsHeld, StatisticsRow::Total, "held_fragments_total", nullptr,
+     "Fragments but for those that made a datagram whole.", statistics_shown::withReassembleFragments},
+    {"fragmentsMalformed", &Statistics::fragmentsMalformed, StatisticsRow::Total, "malformed_fragments_total", nullptr,
+     "Fragments that no sender can have meant so.", statistics_shown::withReassembleFragments},
+    {"datagramsReassembled", &Statistics::datagramsReassembled, StatisticsRow::Total, "reassembled_datagrams_total",
+     nullptr, "Datagrams put together of fragments.", statistics_shown::withReassembleFragments},
+    {"datagramsTimedOut", &Statistics::datagramsTimedOut, StatisticsRow::Total, "incomplete_datagrams_total",
+     "reason=\"time\"",
+     "Datagrams that did not become whole: 30 s are over, there were too many, fragments contradict each other.",
+     statistics_shown::withReassembleFragments},
+    {"datagramsDisplaced", &Statistics::datagramsDisplaced, StatisticsRow::Total, "incomplete_datagrams_total",
+     "reason=\"memory\"", "", statistics_shown::withReassembleFragments},
+    {"datagramsContradictory", &Statistics::datagramsContradictory, StatisticsRow::Total, "incomplete_datagrams_total",
+     "reason=\"contradiction\"", "", statistics_shown::withReassembleFragments},
+    {"segmentsFollowed", &Statistics::segmentsFollowed, StatisticsRow::Total, "followed_segments_total", nullptr,
+     "TCP segments with payload of streams that carry signalling.", statistics_shown::withReassembleTcp},
+    {"segmentsRetransmitted", &Statistics::segmentsRetransmitted, StatisticsRow::Total, "retransmitted_segments_total",
+     nullptr, "Followed segments without a new octet.", statistics_shown::withReassembleTcp},
+    {"streamMessages", &Statistics::streamMessages, StatisticsRow::Total, "stream_messages_total", nullptr,
+     "Messages found in TCP streams.", statistics_shown::withReassembleTcp},
+    {"streamMessagesTooLong", &Statistics::streamMessagesTooLong, StatisticsRow::Total,
+     "stream_messages_too_long_total", nullptr, "Messages of TCP streams that do not fit a frame to the recorder.",
+     statistics_shown::withReassembleTcp},
+    {"streamGaps", &Statistics::streamGaps, StatisticsRow::Total, "stream_gaps_total", nullptr,
+     "Times that segments of a TCP stream were missing for good.", statistics_shown::withReassembleTcp},
+    {"streamsOutOfStep", &Statistics::streamsOutOfStep, StatisticsRow::Total, "streams_out_of_step_total", nullptr,
+     "Times that no message began where one had to.", statistics_shown::withReassembleTcp},
+    {"streamsDisplaced", &Statistics::streamsDisplaced, StatisticsRow::Total, "streams_displaced_total", nullptr,
+     "TCP streams forgotten for others.", statistics_shown::withReassembleTcp},
 };
 static_assert(std::size(kStatisticsRows) * sizeof(Statistics::Counter) == sizeof(Statistics), "a row for each figure");
 
