@@ -65,6 +65,7 @@ SngDissector::~SngDissector() {
 
 void SngDissector::setSettings(const Settings& values) {
   settings = values;
+  network = std::make_unique<NetworkStack>(settings, networkSink, statistics);
   packetQueue.setLimit(static_cast<std::size_t>(settings.queueLimit) << 20);
   if (settings.lookBack > 0) {
     lookBack = std::make_unique<LookBack>(std::chrono::milliseconds(settings.lookBack),
@@ -154,7 +155,13 @@ void SngDissector::processBatch() {
     if (packet == nullptr) break;
     stamp = packet->stamp;
     u_char* bytes = packet->bytes();
-    processPacket(nullptr, &packet->header, &bytes);
+    if (NetworkStack::isNeeded(settings, packet->linkType)) {
+      const timeval& captured = packet->header.ts;
+      network->takeFrame({bytes, packet->header.len}, packet->linkType,
+                         std::int64_t{captured.tv_sec} * 1'000'000 + captured.tv_usec);
+    } else {
+      processPacket(nullptr, &packet->header, &bytes);
+    }
     if (embedded) answerHost();
     if (recallPending.load(std::memory_order_relaxed)) forwardRecalled();
   }
@@ -204,8 +211,11 @@ void SngDissector::processPacket(u_char*, const pcap_pkthdr* header, u_char** pa
   int linkLength = kEthernetLength;
   if (etherType == 0x8100) linkLength = kOneTagLength;
   if (etherType == 0x88A8) linkLength = kTwoTagsLength;
+  processIp(*packet, header, linkLength);
+}
 
-  const auto ip = headerAt<sniff_ip>(frame + linkLength);
+void SngDissector::processIp(u_char* packet, const pcap_pkthdr* header, int linkLength) {
+  const auto ip = headerAt<sniff_ip>(packet + linkLength);
   const int ipLength = (ip.ip_vhl & 0x0F) * 4;
   if (ipLength < kIpv4Length) {
     statistics.otherDropped.add();
@@ -215,9 +225,9 @@ void SngDissector::processPacket(u_char*, const pcap_pkthdr* header, u_char** pa
   ohdr.dstIp = ntohl(ip.ip_dst);
   ohdr.srcIp = ntohl(ip.ip_src);
   if (ip.ip_p == IPPROTO_UDP) {
-    processUdp(frame, header, linkLength + ipLength);
+    processUdp(packet, header, linkLength + ipLength);
   } else if (ip.ip_p == IPPROTO_TCP) {
-    processTcp(*packet, header, linkLength + ipLength);
+    processTcp(packet, header, linkLength + ipLength);
   } else {
     statistics.otherDropped.add();
     logDrop("*** Dropping IP packet with unknown upper layer protocol\n", ip);
@@ -291,6 +301,50 @@ bool SngDissector::isRtpFilter() {
   return true;
 }
 
+// ---- what the network stack has found ----
+
+void SngDissector::Network::takePacket(std::span<std::uint8_t> frame, std::size_t ipOffset, bool isCaptured) {
+  const auto length = static_cast<bpf_u_int32>(frame.size());
+  const pcap_pkthdr header{{}, length, length};
+  owner.processIp(frame.data(), &header, static_cast<int>(ipOffset));
+  if (!isCaptured) owner.forwarder.flush();  // its bytes do not stay
+}
+
+void SngDissector::Network::setEnds(const StreamEnds& ends) {
+  owner.ohdr.srcIp = ends.source;
+  owner.ohdr.srcPort = ends.sourcePort;
+  owner.ohdr.dstIp = ends.destination;
+  owner.ohdr.dstPort = ends.destinationPort;
+}
+
+void SngDissector::Network::takeSipMessage(const StreamEnds& ends, std::span<const std::uint8_t> message) {
+  setEnds(ends);
+  std::vector<u_char>& frame = owner.description;
+  frame.assign(FrameHeader::kLength, 0);
+  frame.insert(frame.end(), message.begin(), message.end());
+  const std::size_t length = frame.size();
+  frame.resize(length + SniffedPacket::kSlack);
+  if (!owner.isSip(frame.data() + FrameHeader::kLength)) {
+    owner.statistics.tcpDropped.add();
+    return;
+  }
+  owner.ohdr.protocol = FrameProtocol::Sip;
+  owner.ohdr.len = static_cast<u_short>(length);
+  owner.forward(frame.data(), static_cast<int>(length));
+  owner.forwarder.flush();  // the next message takes its place
+}
+
+void SngDissector::Network::takeTpkt(const StreamEnds& ends, std::span<const std::uint8_t> tpkt) {
+  setEnds(ends);
+  u_char* segment = const_cast<u_char*>(tpkt.data());  // read only
+  if (!owner.describeSegment(segment, static_cast<int>(tpkt.size()), 0)) {
+    owner.statistics.tcpDropped.add();
+    return;
+  }
+  owner.forward(owner.description.data(), static_cast<int>(owner.description.size()));
+  owner.forwarder.flush();
+}
+
 // ---- RTP destinations ----
 
 void SngDissector::addRtp(u_int rtpIp, u_short rtpPort) {
@@ -350,14 +404,14 @@ void SngDissector::buildPayload(u_char* payload, int payloadLen, bool isUdp, u_c
   }
 }
 
-bool SngDissector::describeSegment(u_char* payload, int payloadLen) {
+bool SngDissector::describeSegment(u_char* payload, int payloadLen, int ourHdrLen) {
   PString upStreamPayload;
   const u_int source = htonl(ohdr.srcIp);
   const u_int destination = htonl(ohdr.dstIp);
   const u_int sourcePort = ohdr.srcPort;
   const u_int destinationPort = ohdr.dstPort;
-  if (!h323Parser->parseH323(payload, payloadLen, FrameHeader::kLength, source, destination, sourcePort,
-                             destinationPort, upStreamPayload)) {
+  if (!h323Parser->parseH323(payload, payloadLen, ourHdrLen, source, destination, sourcePort, destinationPort,
+                             upStreamPayload)) {
     return false;
   }
   const std::size_t textLength = upStreamPayload.GetLength();

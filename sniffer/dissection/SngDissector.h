@@ -18,6 +18,7 @@
 #include "H323Parser.h"
 #include "LinkObserver.h"
 #include "LookBack.h"
+#include "NetworkStack.h"
 #include "PacketQueue.h"
 #include "RecorderLinks.h"
 #include "RtpDestinations.h"
@@ -168,6 +169,9 @@ class SngDissector {
   /// bytes with SniffedPacket::kSlack readable bytes behind them.
   void processPacket(u_char* args, const pcap_pkthdr* header, u_char** packet);
 
+  /// As processPacket(), from the IP header on, which stands at `linkLength`.
+  void processIp(u_char* packet, const pcap_pkthdr* header, int linkLength);
+
   /// `size_header` is where the UDP header starts.
   void processUdp(const u_char* packet, const pcap_pkthdr* header, int size_header);
 
@@ -229,6 +233,20 @@ class SngDissector {
     SngDissector& owner;
   };
 
+  /// What the network stack has found is judged as if it had come plainly.
+  class Network final : public NetworkSink {
+   public:
+    explicit Network(SngDissector& dissector) : owner(dissector) {}
+    void takePacket(std::span<std::uint8_t> frame, std::size_t ipOffset, bool isCaptured) override;
+    void takeSipMessage(const StreamEnds& ends, std::span<const std::uint8_t> message) override;
+    void takeTpkt(const StreamEnds& ends, std::span<const std::uint8_t> tpkt) override;
+
+   private:
+    void setEnds(const StreamEnds& ends);
+
+    SngDissector& owner;
+  };
+
   bool engineHasEnded() const { return sniffer != nullptr && sniffer->hasEnded(); }
   void carryOut(const SnifferRequest& request);
   void processBatch();
@@ -238,7 +256,7 @@ class SngDissector {
   void forwardRecalled();
   void sendMissedSignalling();
   void logDrop(const char* heading, const sniff_ip& ip);
-  bool describeSegment(u_char* payload, int payloadLen);
+  bool describeSegment(u_char* payload, int payloadLen, int ourHdrLen = FrameHeader::kLength);
 
   Engine* sniffer = nullptr;
   Settings settings;
@@ -253,7 +271,10 @@ class SngDissector {
 
   std::unique_ptr<SipHelper> sipHelper;
   std::unique_ptr<H323Parser> h323Parser;
-  std::vector<u_char> description;  ///< the H.323 frame being sent, reused
+  std::vector<u_char> description;  ///< the frame being sent that is no part of a captured one, reused
+
+  Network networkSink{*this};
+  std::unique_ptr<NetworkStack> network = std::make_unique<NetworkStack>(settings, networkSink, statistics);
 
   PacketQueue packetQueue{statistics};
   RtpDestinations rtpList;
