@@ -3,6 +3,7 @@ package com.morvin.dom.telephony.sniffer.sample;
 import com.morvin.dom.telephony.sniffer.sample.console.Console;
 import com.morvin.dom.telephony.sniffer.sample.recording.Recorder;
 import com.morvin.dom.telephony.sniffer.sample.signalling.CallFollower;
+import com.morvin.dom.telephony.sniffer.sample.storage.Store;
 import com.morvin.dom.telephony.sniffer.sample.transport.EmbeddedTransport;
 import com.morvin.dom.telephony.sniffer.sample.transport.TcpTransport;
 import com.morvin.dom.telephony.sniffer.sample.transport.Transport;
@@ -15,7 +16,7 @@ import java.util.concurrent.TimeUnit;
 
 /** The sample recorder as a program. */
 public final class RecorderMain {
-  private static final long FINISH_SECONDS = 10;
+  private static final long FINISH_SECONDS = 20;
 
   /** What a site that records calls wants of a sniffer in this process. */
   private static final String SETTINGS = """
@@ -29,6 +30,7 @@ public final class RecorderMain {
       SipAnyUri=yes
       QueueLimit=1024
       ReopenDevices=yes
+      StatisticsInterval=60
       """;
 
   private RecorderMain() {}
@@ -65,31 +67,38 @@ public final class RecorderMain {
   }
 
   private static void record(Options options) throws IOException, InterruptedException {
-    Rehearsal.play(options.out);
+    Rehearsal.play();
     Console console = new Console(System.out, System.console() != null);
     Recorder.Limits limits =
         new Recorder.Limits(options.untilDisconnect, options.idleExitMillis,
             CallFollower.Limits.DEFAULT.withIdle(options.callTimeoutMillis));
-    Recorder recorder = new Recorder(options.out, limits, console, Clock.systemUTC());
-    CountDownLatch finished = new CountDownLatch(1);
-    finishOnShutdown(recorder, finished);
-    try {
-      if (options.embedded.isEmpty()) {
-        try (Transport link = options.udp != null ? new UdpTransport(options.udp, console)
-                                                  : new TcpTransport(options.tcp, console)) {
+    try (Store store = new Store(options.out, console)) {
+      Recorder recorder = new Recorder(store, limits, console, Clock.systemUTC(), report -> { });
+      CountDownLatch finished = new CountDownLatch(1);
+      finishOnShutdown(recorder, finished);
+      try {
+        record(options, recorder, console);
+      } finally {
+        recorder.summarize();
+        finished.countDown();
+      }
+    }
+  }
+
+  private static void record(Options options, Recorder recorder, Console console)
+      throws IOException, InterruptedException {
+    if (options.embedded.isEmpty()) {
+      try (Transport link = options.udp != null ? new UdpTransport(options.udp, console)
+                                                : new TcpTransport(options.tcp, console)) {
+        recorder.run(link);
+      }
+    }
+    for (String devices : options.embedded) {
+      if (!recorder.stopped()) {
+        try (Transport link = EmbeddedTransport.on(devices, options.filter, options.trace, SETTINGS, console)) {
           recorder.run(link);
         }
       }
-      for (String devices : options.embedded) {
-        if (!recorder.stopped()) {
-          try (Transport link = EmbeddedTransport.on(devices, options.filter, options.trace, SETTINGS, console)) {
-            recorder.run(link);
-          }
-        }
-      }
-    } finally {
-      recorder.summarize();
-      finished.countDown();
     }
   }
 

@@ -2,7 +2,7 @@ package com.morvin.dom.telephony.sniffer.sample;
 
 import com.morvin.dom.telephony.sniffer.sample.console.Console;
 import com.morvin.dom.telephony.sniffer.sample.recording.Recorder;
-import com.morvin.dom.telephony.sniffer.sample.signalling.Call;
+import com.morvin.dom.telephony.sniffer.sample.storage.Store;
 import com.morvin.dom.telephony.sniffer.sample.transport.Command;
 import com.morvin.dom.telephony.sniffer.sample.transport.Endpoint;
 import com.morvin.dom.telephony.sniffer.sample.transport.Frame;
@@ -12,14 +12,19 @@ import java.io.IOException;
 import java.io.OutputStream;
 import java.io.PrintStream;
 import java.nio.charset.StandardCharsets;
+import java.nio.file.Files;
 import java.nio.file.Path;
 import java.time.Clock;
+import java.util.ArrayDeque;
+import java.util.Comparator;
+import java.util.Queue;
 import java.util.Set;
+import java.util.stream.Stream;
 
 /**
- * Two calls that do not exist, signalled to a recorder without an audience, so that the virtual machine loads and links
- * what the first real call needs. Else that call would pay a tenth of a second between its signalling and the command
- * that asks for its media, and media does not wait.
+ * Two calls that do not exist, recorded without an audience, so that the virtual machine loads and links what the first
+ * real call needs. Else that call would pay a tenth of a second between its signalling and the command that asks for its
+ * media, and media does not wait.
  */
 final class Rehearsal implements Transport {
   private static final String INVITE = """
@@ -38,25 +43,44 @@ final class Rehearsal implements Transport {
       """;
   private static final String SETUP = "t:5\nr:1\nc:1\ns:a\nd:b\nm:1:rcodec:g711Alaw64k 20,rtp:127.0.0.1 9\n";
 
-  private Rehearsal() {}
+  private static final Endpoint NOBODY = new Endpoint(0x7f000001, 9);
+  private static final byte[] SPEECH = {(byte) 0x80, 8, 0, 1, 0, 0, 0, 0, 0, 0, 0, 1, 0x55};
 
-  /** Leaves nothing behind: a call without media has no files, and none of these ends. */
-  static void play(Path directory) throws IOException {
-    Console silence = new Console(new PrintStream(OutputStream.nullOutputStream()), false);
-    Recorder recorder = new Recorder(directory, Recorder.Limits.NONE, silence, Clock.systemUTC());
-    recorder.attach(new Rehearsal());
-    recorder.step(frame(Frame.SIP, INVITE));
-    recorder.step(frame(Frame.H323, SETUP));
+  private final Queue<Received> frames = new ArrayDeque<>();
+
+  private Rehearsal() {
+    add(Frame.SIP, INVITE.getBytes(StandardCharsets.UTF_8));
+    add(Frame.H323, SETUP.getBytes(StandardCharsets.UTF_8));
+    add(Frame.RTP, SPEECH);
   }
 
-  private static Received frame(int protocol, String text) {
-    Endpoint nobody = new Endpoint(0, 0);
-    return new Received(new Frame(protocol, nobody, nobody, text.getBytes(StandardCharsets.UTF_8)), 0, 0, 0);
+  private void add(int protocol, byte[] payload) {
+    frames.add(new Received(new Frame(protocol, NOBODY, NOBODY, payload), 0, 0, 0));
+  }
+
+  /** Leaves nothing behind. */
+  static void play() throws IOException, InterruptedException {
+    Path stage = Files.createTempDirectory("rehearsal");
+    Console silence = new Console(new PrintStream(OutputStream.nullOutputStream()), false);
+    try (Store store = new Store(stage, silence)) {
+      Recorder.Limits once = new Recorder.Limits(false, 0, Recorder.Limits.NONE.calls());
+      new Recorder(store, once, silence, Clock.systemUTC(), report -> { }).run(new Rehearsal());
+    } finally {
+      try (Stream<Path> all = Files.walk(stage)) {
+        for (Path path : all.sorted(Comparator.reverseOrder()).toList()) {
+          Files.deleteIfExists(path);
+        }
+      }
+    }
   }
 
   @Override
-  public Received receive(long timeoutMillis) {
-    return null;
+  public Received receive(long timeoutMillis) throws InterruptedException {
+    Received next = frames.poll();
+    if (next == null) {
+      Thread.sleep(timeoutMillis);
+    }
+    return next;
   }
 
   @Override
@@ -65,13 +89,13 @@ final class Rehearsal implements Transport {
   }
 
   @Override
-  public int sessions() {
-    return 0;
+  public Set<Integer> sniffers() {
+    return Set.of();
   }
 
   @Override
-  public Set<Integer> sniffers() {
-    return Set.of();
+  public int sessions() {
+    return 0;
   }
 
   @Override

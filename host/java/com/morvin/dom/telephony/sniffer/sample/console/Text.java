@@ -16,8 +16,13 @@ public final class Text {
 
   /** Without control characters, so that it can neither break a line nor steer a terminal, and not overlong. */
   public static String printable(String text) {
-    String clean = text.replaceAll("[\\p{Cntrl}\\p{Cf}\\p{Co}\\p{Cn}\\u2028\\u2029]", " ").strip();
-    return clean.length() <= MAX_PRINTED ? clean : clean.substring(0, MAX_PRINTED) + "...";
+    String clean = text.replaceAll("[\\p{Cntrl}\\p{Cf}\\p{Co}\\p{Cn}\\p{Cs}\\u2028\\u2029]", " ").strip();
+    if (clean.length() <= MAX_PRINTED) {
+      return clean;
+    }
+    // Half of a character outside the basic plane would be none.
+    boolean cut = Character.isHighSurrogate(clean.charAt(MAX_PRINTED - 1));
+    return clean.substring(0, cut ? MAX_PRINTED - 1 : MAX_PRINTED) + "...";
   }
 
   /** A part of a file name: only letters, digits and marks that mean nothing to a shell or a file system. */

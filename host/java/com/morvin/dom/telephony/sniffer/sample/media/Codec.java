@@ -30,6 +30,9 @@ public record Codec(String name, Kind kind) {
       0, PCMU, 8, PCMA, 9, G722, 13, COMFORT_NOISE, 19, COMFORT_NOISE, 3, other("GSM"), 4, other("G723"),
       15, other("G728"), 18, other("G729"));
 
+  /** Encrypted payload. */
+  public static final Codec SRTP = other("SRTP");
+
   static Codec other(String name) {
     return new Codec(name, Kind.OTHER);
   }

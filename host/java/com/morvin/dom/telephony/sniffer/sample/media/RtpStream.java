@@ -1,14 +1,14 @@
 package com.morvin.dom.telephony.sniffer.sample.media;
 
+import java.io.DataInput;
+import java.io.DataOutput;
+import java.io.IOException;
 import java.util.Map;
 import java.util.TreeMap;
 import java.util.function.Consumer;
 
 /** The packets of one source put in order: duplicates dropped, missing ones waited for a little, then counted. */
-public final class RtpStream {
-  /** A packet that arrived, and when. */
-  public record Arrival(RtpPacket packet, Codec codec, long time) {}
-
+final class RtpStream {
   /** How many packets are held back while an earlier one is missing. */
   private static final int REORDER_DEPTH = 16;
 
@@ -16,27 +16,37 @@ public final class RtpStream {
   private static final int MAX_DROPOUT = 3000;
   private static final int MAX_MISORDER = 100;
 
+  /** Packets that are remembered: another sniffer can be seconds late with what this one told already. */
+  private static final int REMEMBERED = 512;
+
   private final TreeMap<Long, Arrival> early = new TreeMap<>();
+  /** Sequence numbers and timestamps of the latest packets. */
+  private final long[] seen = new long[REMEMBERED];
   private Arrival suspect;
   private long next = -1;
   private long received;
   private long lost;
 
   /** Passes on what is due now, in order. */
-  public void accept(Arrival arrival, Consumer<Arrival> inOrder) {
-    int sequence = arrival.packet.sequence();
+  void accept(Arrival arrival, Consumer<Arrival> inOrder) {
+    int sequence = arrival.packet().sequence();
+    int slot = sequence % REMEMBERED;
+    long identity = 1L << 48 | (long) sequence << 32 | arrival.packet().timestamp() & 0xffffffffL;
+    if (seen[slot] == identity) {
+      return;
+    }
     if (next < 0) {
       next = 0x10000L + sequence;
     }
     int distance = (short) (sequence - (int) next);
     if (distance > MAX_DROPOUT || distance < -MAX_MISORDER) {
-      if (suspect == null || sequence != (suspect.packet.sequence() + 1 & 0xffff)) {
+      if (suspect == null || sequence != (suspect.packet().sequence() + 1 & 0xffff)) {
         suspect = arrival;
         return;
       }
       Arrival first = suspect;
       drain(inOrder);
-      next = 0x10000L + first.packet.sequence();
+      next = 0x10000L + first.packet().sequence();
       accept(first, inOrder);
       distance = (short) (sequence - (int) next);
     }
@@ -44,6 +54,7 @@ public final class RtpStream {
     if (distance < 0 || early.putIfAbsent(next + distance, arrival) != null) {
       return;
     }
+    seen[slot] = identity;
     received++;
     while (!early.isEmpty() && (early.firstKey() == next || early.size() > REORDER_DEPTH)) {
       release(inOrder);
@@ -51,7 +62,7 @@ public final class RtpStream {
   }
 
   /** Passes on what is still held back. */
-  public void drain(Consumer<Arrival> inOrder) {
+  void drain(Consumer<Arrival> inOrder) {
     while (!early.isEmpty()) {
       release(inOrder);
     }
@@ -65,12 +76,32 @@ public final class RtpStream {
   }
 
   /** Packets that arrived, each counted once. */
-  public long received() {
+  long received() {
     return received;
   }
 
   /** Packets that never came, or came too late. */
-  public long lost() {
+  long lost() {
     return lost;
+  }
+
+  void save(DataOutput out) throws IOException {
+    out.writeLong(next);
+    out.writeLong(received);
+    out.writeLong(lost);
+    out.writeInt(early.size());
+    for (Map.Entry<Long, Arrival> entry : early.entrySet()) {
+      out.writeLong(entry.getKey());
+      entry.getValue().save(out);
+    }
+  }
+
+  void restore(DataInput in) throws IOException {
+    next = in.readLong();
+    received = in.readLong();
+    lost = in.readLong();
+    for (int count = in.readInt(); count > 0; count--) {
+      early.put(in.readLong(), Arrival.restore(in));
+    }
   }
 }

@@ -1,9 +1,18 @@
 package com.morvin.dom.telephony.sniffer.sample.media;
 
-import com.morvin.dom.telephony.sniffer.sample.storage.WavFile;
+import com.morvin.dom.telephony.sniffer.sample.storage.CallReport;
+import com.morvin.dom.telephony.sniffer.sample.storage.KeptFiles;
+import com.morvin.dom.telephony.sniffer.sample.storage.PcapFile;
+import com.morvin.dom.telephony.sniffer.sample.storage.StereoFile;
+import com.morvin.dom.telephony.sniffer.sample.storage.Store;
+import com.morvin.dom.telephony.sniffer.sample.storage.StoredFile;
+import com.morvin.dom.telephony.sniffer.sample.transport.Frame;
+import java.io.DataInput;
+import java.io.DataOutput;
 import java.io.IOException;
-import java.nio.file.Path;
 import java.util.ArrayList;
+import java.util.Arrays;
+import java.util.Comparator;
 import java.util.LinkedHashMap;
 import java.util.List;
 import java.util.Map;
@@ -14,47 +23,49 @@ import java.util.TreeSet;
  * What one party of a call says: the RTP sources heard in that direction and the files they are written to.
  *
  * <p>Mostly that is one source and one file. When the source changes (a transfer, music on hold), the new one goes on
- * in the file of the one that fell silent. Sources that speak at the same time get a file each.
+ * in the file of the one that fell silent. Sources that speak at the same time get a file each. What is not decoded is
+ * kept as it came.
  */
 public final class Track {
   // Bounds against hostile traffic; real calls stay far below them.
   private static final int MAX_SOURCES = 8;
   private static final int MAX_FILES = 8;
   private static final int MAX_PAYLOAD = 2048;
+  private static final int MAX_NOTES = 16;
 
   /** How many packets of a new source wait for the decision whose file it gets. */
   private static final int PROBATION = 10;
   /** Packets of the old source that may still come after the first of the new one. */
   private static final int STRAGGLERS = 2;
-  /** How far timestamps may lead the clock: so a forged one cannot fill the disk with silence. */
-  private static final long MAX_LEAD_MILLIS = 10_000;
-  private static final long MAX_CLOCK_GAP_MILLIS = 3_600_000;
+  /** Datagrams that are no RTP are compared with as many before, since two sniffers may see them. */
+  private static final int COMPARED = 8;
+  /** Units of timestamps in a millisecond; G.722 has the same, although it has twice the samples (RFC 3551). */
+  private static final int TICKS = 8;
 
-  private static final int SAMPLES_PER_MILLI = WavFile.RATE / 1000;
-
-  private final Path directory;
+  private final Store store;
   private final String fileName;
   private final Map<Integer, Source> sources = new LinkedHashMap<>(16, 0.75f, true);
-  private final List<Output> outputs = new ArrayList<>();
+  private final List<Audio> outputs = new ArrayList<>();
   private final Set<String> notes = new TreeSet<>();
-  private boolean unwritable;
-  private long firstArrival = -1;
+  private final Digits digits = new Digits();
+  private final int[] recent = new int[COMPARED];
+  private PcapFile undecoded;
+  private String undecodedCodec = "";
+  private long undecodedFirst;
+  private long undecodedLast;
   private long forgottenReceived;
   private long forgottenLost;
 
-  public Track(Path directory, String fileName) {
-    this.directory = directory;
+  public Track(Store store, String fileName) {
+    this.store = store;
     this.fileName = fileName;
   }
 
-  /** Takes a packet as it arrives. */
-  public void accept(RtpPacket packet, Codec codec, long now) {
+  /** Takes a packet of RTP as it arrives. */
+  public void accept(Frame frame, RtpPacket packet, Codec codec, long time) {
     if (packet.length() > MAX_PAYLOAD) {
       note("oversized packets");
       return;
-    }
-    if (firstArrival < 0) {
-      firstArrival = now;
     }
     Source source = sources.get(packet.ssrc());
     if (source == null) {
@@ -62,7 +73,27 @@ public final class Track {
       source = new Source();
       sources.put(packet.ssrc(), source);
     }
-    source.stream.accept(new RtpStream.Arrival(packet, codec, now), source::play);
+    source.stream.accept(new Arrival(packet, codec, time, frame), source::play);
+  }
+
+  /** Takes a datagram that is no RTP. */
+  public void keep(Frame frame, String what, long time) {
+    int hash = Arrays.hashCode(frame.payload());
+    if (Arrays.stream(recent).noneMatch(other -> other == hash)) {
+      recent[(int) (forgottenReceived++ % COMPARED)] = hash;
+      store(frame, what, time);
+    }
+  }
+
+  private void store(Frame frame, String what, long time) {
+    if (undecoded == null) {
+      undecoded = store.pcap(fileName, null);
+      undecodedCodec = what;
+      undecodedFirst = time;
+    }
+    undecodedLast = Math.max(undecodedLast, time);
+    note(what + " is not decoded: kept as a pcap file");
+    undecoded.write(frame, time);
   }
 
   /** Forgets the source that has been silent for longest when there are too many. */
@@ -76,9 +107,15 @@ public final class Track {
     }
   }
 
-  public void close() {
+  /** No more packets come: what was held back is written. */
+  public void finish() {
     sources.values().forEach(Source::finish);
-    outputs.forEach(Output::close);
+    flush();
+  }
+
+  /** Hands what has been recorded to the disk. */
+  public void flush() {
+    files().forEach(StoredFile::flush);
   }
 
   public long received() {
@@ -89,24 +126,44 @@ public final class Track {
     return forgottenLost + sources.values().stream().mapToLong(source -> source.stream.lost()).sum();
   }
 
-  /** When the first packet came, in milliseconds since 1970; -1 when none did. */
-  public long firstArrival() {
-    return firstArrival;
-  }
-
-  /** The files with their length in milliseconds. */
-  public Map<Path, Long> recordings() {
-    Map<Path, Long> recordings = new LinkedHashMap<>();
-    outputs.forEach(output -> recordings.put(output.file.path(), output.file.samples() / SAMPLES_PER_MILLI));
-    return recordings;
+  /** Its files, in a fixed order. */
+  public List<StoredFile> files() {
+    List<StoredFile> files = new ArrayList<>();
+    outputs.forEach(output -> files.add(output.file()));
+    if (undecoded != null) {
+      files.add(undecoded);
+    }
+    return files;
   }
 
   public Set<String> notes() {
+    long missing = files().stream().mapToLong(StoredFile::missing).sum();
+    if (missing > 0) {
+      note((missing >> 10) + 1 + " KB could not be written: the disk was full or too slow");
+    }
     return notes;
   }
 
+  /** What is known of it, when its files have been written. */
+  public CallReport.Voice report(long callStart) {
+    List<CallReport.Part> parts = new ArrayList<>();
+    outputs.stream().filter(output -> output.file().path() != null).forEach(output -> parts.add(output.part(callStart)));
+    if (undecoded != null && undecoded.path() != null) {
+      parts.add(new CallReport.Part(undecoded.fileName(), undecodedCodec, (undecodedFirst - callStart) / 1000.0,
+          (undecodedLast - undecodedFirst) / 1000.0, List.of()));
+    }
+    parts.sort(Comparator.comparingDouble(CallReport.Part::offset));
+    return new CallReport.Voice(received(), lost(), parts, digits.pressed().stream()
+        .map(digit -> new CallReport.Digit((digit.time() - callStart) / 1000.0, String.valueOf(digit.key()))).toList());
+  }
+
+  /** What of it is sound, for the file with both directions. */
+  public List<StereoFile.Stretch> stretches(long callStart) {
+    return outputs.stream().flatMap(output -> output.stretches(callStart).stream()).toList();
+  }
+
   private void note(String text) {
-    if (notes.size() < 16) {
+    if (notes.size() < MAX_NOTES) {
       notes.add(text);
     }
   }
@@ -114,24 +171,30 @@ public final class Track {
   /** One source of RTP. */
   private final class Source {
     private final RtpStream stream = new RtpStream();
-    private final List<RtpStream.Arrival> held = new ArrayList<>();
-    private final Map<Output, Long> writtenBefore = new LinkedHashMap<>();
-    private Output output;
+    private final Decoder decoder = new Decoder();
+    private final List<Arrival> held = new ArrayList<>();
+    private final Map<Audio, Long> writtenBefore = new LinkedHashMap<>();
+    private Audio output;
     private int expectedTimestamp;
+    private long lostBefore;
 
-    void play(RtpStream.Arrival arrival) {
-      if (!arrival.codec().isAudio() || arrival.codec().rate() != 8000) {
-        if (arrival.codec().kind() == Codec.Kind.OTHER || arrival.codec().isAudio()) {
-          note(arrival.codec().name() + " is not written as WAV");
-        }
-        return;
+    void play(Arrival arrival) {
+      switch (arrival.codec().kind()) {
+        case COMFORT_NOISE -> { }
+        case TELEPHONE_EVENT -> digits.accept(arrival);
+        case OTHER -> store(arrival.frame(), arrival.codec().name(), arrival.time());
+        default -> playAudio(arrival);
       }
-      if (output != null && output.owner == this && !output.file.full()) {
+    }
+
+    private void playAudio(Arrival arrival) {
+      if (output != null && output.belongsTo(this) && output.file().rate() == arrival.codec().rate()
+          && !output.file().full()) {
         write(arrival);
         return;
       }
       if (held.isEmpty()) {
-        outputs.forEach(other -> writtenBefore.put(other, other.packets));
+        outputs.forEach(other -> writtenBefore.put(other, other.packets()));
       }
       held.add(arrival);
       if (outputs.isEmpty() || held.size() == PROBATION) {
@@ -148,110 +211,124 @@ public final class Track {
 
     /** Finds a file for the packets held: that of a source that has fallen silent meanwhile, or else a new one. */
     private void settle() {
-      output = outputs.stream().filter(this::isAbandoned).findFirst().orElseGet(Track.this::open);
-      if (output != null) {
-        output.owner = this;
-        expectedTimestamp = held.get(0).packet().timestamp() - output.gapUntil(held.get(0).time());
-        held.forEach(this::write);
-      }
+      Arrival first = held.get(0);
+      int rate = first.codec().rate();
+      output = outputs.stream().filter(other -> isAbandoned(other, rate)).findFirst()
+          .orElseGet(() -> open(first.codec()));
+      List<Arrival> ready = List.copyOf(held);
       held.clear();
       writtenBefore.clear();
-    }
-
-    private boolean isAbandoned(Output other) {
-      Long before = writtenBefore.get(other);
-      return before != null && other.packets - before <= STRAGGLERS && !other.file.full();
-    }
-
-    private void write(RtpStream.Arrival arrival) {
-      RtpPacket packet = arrival.packet();
-      int gap = packet.timestamp() - expectedTimestamp;
-      if (gap < 0 || gap > 0 && gap > output.maxGapAt(arrival.time())) {
-        note("timestamp jumps");
-        gap = output.gapUntil(arrival.time());
+      if (output != null) {
+        output.giveTo(this);
+        expectedTimestamp = first.packet().timestamp() - (int) output.pauseUntil(first.time()) * TICKS;
+        ready.stream().filter(arrival -> arrival.codec().rate() == rate).forEach(this::write);
       }
+    }
+
+    private boolean isAbandoned(Audio other, int rate) {
+      Long before = writtenBefore.get(other);
+      return before != null && other.packets() - before <= STRAGGLERS && !other.file().full()
+          && other.file().rate() == rate;
+    }
+
+    private void write(Arrival arrival) {
+      RtpPacket packet = arrival.packet();
+      long pause = packet.timestamp() - expectedTimestamp;
+      if (pause < 0 || pause > 0 && pause > output.maxPauseAt(arrival.time()) * TICKS) {
+        note("timestamp jumps");
+        pause = output.pauseUntil(arrival.time()) * TICKS;
+      }
+      boolean missing = stream.lost() > lostBefore;
+      lostBefore = stream.lost();
       expectedTimestamp = packet.timestamp() + packet.length();
-      output.write(gap, arrival);
+      short[] samples = decoder.decode(packet, arrival.codec());
+      output.write(pause * (arrival.codec().rate() / 1000) / TICKS, missing, samples, arrival.time());
+    }
+
+    void save(DataOutput out) throws IOException {
+      stream.save(out);
+      out.writeInt(output != null && output.belongsTo(this) ? outputs.indexOf(output) : -1);
+      out.writeInt(expectedTimestamp);
+      out.writeLong(lostBefore);
+      out.writeInt(held.size());
+      for (Arrival arrival : held) {
+        arrival.save(out);
+      }
+    }
+
+    void restore(DataInput in) throws IOException {
+      stream.restore(in);
+      int index = in.readInt();
+      expectedTimestamp = in.readInt();
+      if (index >= 0) {
+        output = outputs.get(index);
+        output.giveTo(this);
+        expectedTimestamp += (int) output.more() * TICKS;
+      }
+      lostBefore = in.readLong();
+      for (int count = in.readInt(); count > 0; count--) {
+        held.add(Arrival.restore(in));
+      }
+      outputs.forEach(other -> writtenBefore.put(other, other.packets()));
     }
   }
 
-  private Output open() {
-    if (unwritable) {
-      return null;
-    }
+  private Audio open(Codec codec) {
     if (outputs.size() == MAX_FILES) {
       note("more sources than files");
       return null;
     }
-    try {
-      Output output = new Output(new WavFile(directory, fileName));
-      outputs.add(output);
-      return output;
-    } catch (IOException e) {
-      unwritable = true;
-      note("cannot write a WAV file: " + e);
-      return null;
+    Audio output = new Audio(store.wav(fileName, codec.rate()), codec.name());
+    outputs.add(output);
+    return output;
+  }
+
+  /** Writes down what it takes to go on after a restart, besides the content of {@link #files}. */
+  public void save(DataOutput out) throws IOException {
+    out.writeLong(forgottenReceived);
+    out.writeLong(forgottenLost);
+    out.writeInt(notes.size());
+    for (String note : notes) {
+      out.writeUTF(note);
+    }
+    digits.save(out);
+    out.writeInt(outputs.size());
+    for (Audio output : outputs) {
+      output.save(out);
+    }
+    out.writeBoolean(undecoded != null);
+    out.writeUTF(undecodedCodec);
+    out.writeLong(undecodedFirst);
+    out.writeLong(undecodedLast);
+    out.writeInt(sources.size());
+    for (Map.Entry<Integer, Source> source : sources.entrySet()) {
+      out.writeInt(source.getKey());
+      source.getValue().save(out);
     }
   }
 
-  /** A file with the clock it is held against. */
-  private final class Output {
-    private final WavFile file;
-    private Source owner;
-    private long packets;
-    private long firstArrival = -1;
-    private long endOfAudio;
-    private boolean broken;
-
-    Output(WavFile file) {
-      this.file = file;
+  /** Goes on where another one was saved; the files come in their order. */
+  public void restore(DataInput in, KeptFiles files) throws IOException {
+    forgottenReceived = in.readLong();
+    forgottenLost = in.readLong();
+    for (int count = in.readInt(); count > 0; count--) {
+      notes.add(in.readUTF());
     }
-
-    /** Samples of silence between what was written last and now, by the clock. */
-    int gapUntil(long now) {
-      long millis = firstArrival < 0 ? 0 : Math.min(now - endOfAudio, MAX_CLOCK_GAP_MILLIS);
-      return (int) Math.max(0, millis) * SAMPLES_PER_MILLI;
+    digits.restore(in);
+    for (int count = in.readInt(); count > 0; count--) {
+      outputs.add(Audio.restore(in, (rate, samples) -> files.wav(fileName, rate, samples)));
     }
-
-    /** Samples of silence that timestamps may ask for. */
-    long maxGapAt(long now) {
-      long start = firstArrival < 0 ? now : firstArrival;
-      return (now - start + MAX_LEAD_MILLIS) * SAMPLES_PER_MILLI - file.samples();
+    if (in.readBoolean()) {
+      undecoded = files.pcap(fileName);
     }
-
-    void write(int gap, RtpStream.Arrival arrival) {
-      packets++;
-      if (firstArrival < 0) {
-        firstArrival = arrival.time();
-      }
-      endOfAudio = arrival.time() + arrival.packet().length() / SAMPLES_PER_MILLI;
-      if (broken) {
-        return;
-      }
-      try {
-        file.silence(gap);
-        RtpPacket packet = arrival.packet();
-        short[] decoded = new short[packet.length()];
-        for (int i = 0; i < decoded.length; i++) {
-          decoded[i] = (arrival.codec().kind() == Codec.Kind.PCMA ? G711.A_LAW : G711.MU_LAW)[packet.bytes()[packet.offset() + i] & 255];
-        }
-        file.write(decoded);
-      } catch (IOException e) {
-        fail(e);
-      }
-    }
-
-    void close() {
-      try {
-        file.close();
-      } catch (IOException e) {
-        fail(e);
-      }
-    }
-
-    private void fail(IOException e) {
-      broken = true;
-      note("writing " + file.path().getFileName() + " failed: " + e.getMessage());
+    undecodedCodec = in.readUTF();
+    undecodedFirst = in.readLong();
+    undecodedLast = in.readLong();
+    for (int count = in.readInt(); count > 0; count--) {
+      int ssrc = in.readInt();
+      Source source = new Source();
+      sources.put(ssrc, source);
+      source.restore(in);
     }
   }
 }

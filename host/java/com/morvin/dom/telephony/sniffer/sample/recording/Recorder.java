@@ -2,75 +2,93 @@ package com.morvin.dom.telephony.sniffer.sample.recording;
 
 import com.morvin.dom.telephony.sniffer.sample.console.Console;
 import com.morvin.dom.telephony.sniffer.sample.console.Text;
-import com.morvin.dom.telephony.sniffer.sample.media.Codec;
-import com.morvin.dom.telephony.sniffer.sample.media.RtpPacket;
-import com.morvin.dom.telephony.sniffer.sample.media.Track;
 import com.morvin.dom.telephony.sniffer.sample.signalling.Call;
 import com.morvin.dom.telephony.sniffer.sample.signalling.CallFollower;
 import com.morvin.dom.telephony.sniffer.sample.signalling.Direction;
 import com.morvin.dom.telephony.sniffer.sample.storage.CallLog;
+import com.morvin.dom.telephony.sniffer.sample.storage.CallReport;
+import com.morvin.dom.telephony.sniffer.sample.storage.Reports;
+import com.morvin.dom.telephony.sniffer.sample.storage.RunningCalls;
+import com.morvin.dom.telephony.sniffer.sample.storage.Store;
 import com.morvin.dom.telephony.sniffer.sample.transport.Frame;
 import com.morvin.dom.telephony.sniffer.sample.transport.Heartbeat;
 import com.morvin.dom.telephony.sniffer.sample.transport.Intake;
 import com.morvin.dom.telephony.sniffer.sample.transport.Received;
 import com.morvin.dom.telephony.sniffer.sample.transport.Transport;
 import java.io.IOException;
-import java.nio.file.Path;
 import java.time.Clock;
 import java.util.HashMap;
-import java.util.LinkedHashMap;
 import java.util.List;
 import java.util.Map;
+import java.util.function.Consumer;
 
 /**
- * Follows the calls that sniffers report, asks for their media, and writes them down. All of it happens on the
- * thread that calls {@link #run}.
+ * Follows the calls that sniffers report, asks for their media, and writes them down. Decoding happens on the thread
+ * that calls {@link #run}; it waits neither for a socket nor for the disk.
  */
 public final class Recorder implements CallFollower.Listener {
   private static final long TICK_MILLIS = 200;
+  private static final long SAVE_MILLIS = 1000;
+  /** Calls that were running longer ago are over. */
+  private static final long RESUME_MILLIS = 300_000;
 
-  /** When to stop by itself. */
+  /** When to stop by itself, and bounds for calls. */
   public record Limits(boolean untilDisconnect, long idleExitMillis, CallFollower.Limits calls) {
     public static final Limits NONE = new Limits(false, Long.MAX_VALUE, CallFollower.Limits.DEFAULT);
   }
 
-  private final Path directory;
+  private final Store store;
   private final Limits limits;
   private final Console console;
   private final Clock clock;
   private final CallLog log;
+  private final Reports reports;
   private final CallFollower follower;
+  private final Summary summary = new Summary();
 
   private final Map<Call, Recording> recordings = new HashMap<>();
-  private final Map<Path, Long> files = new LinkedHashMap<>();
+  private RunningCalls running;
+  private RunningCalls.Journal restoring;
   private Transport transport;
   private Heartbeat heartbeat;
+  private Intake intake;
   private int sessions;
+  private long lastNumber;
   private long lastTick;
+  private long lastSave;
   private long lastTraffic;
-  private final long[] received = new long[Frame.CAPTURE_TIME + 1];  // frames, by protocol
-  private long packets;
-  private long lostOfEndedCalls;
+  private volatile boolean saving;
   private volatile boolean stopping;
 
-  public Recorder(Path directory, Limits limits, Console console, Clock clock) throws IOException {
-    this.directory = directory;
+  /**
+   * Records into a store, which the caller closes.
+   *
+   * @param audience hears of each call that has ended, when all its files are there, on a thread of the store
+   */
+  public Recorder(Store store, Limits limits, Console console, Clock clock, Consumer<CallReport> audience)
+      throws IOException {
+    this.store = store;
     this.limits = limits;
     this.console = console;
     this.clock = clock;
-    log = new CallLog(directory);
+    log = new CallLog(store.directory());
+    reports = new Reports(store, log, console, report -> {
+      summary.add(report);
+      audience.accept(report);
+    });
     follower = new CallFollower(this, limits.calls, command -> transport.send(command));
   }
 
-  /** Records until {@link #stop} or one of the limits, then ends the calls that are still up. */
+  /** Records until {@link #stop} or one of the limits. Stopped, it goes on with the running calls when started again. */
   public void run(Transport link) throws IOException, InterruptedException {
     attach(link);
-    try (Intake intake = new Intake(link, console)) {
+    try (Intake reading = new Intake(link, console)) {
+      intake = reading;
       while (!stopping) {
         boolean gone = limits.untilDisconnect && link.sessions() > 0 && link.sniffers().isEmpty();
-        Received frame = intake.receive(TICK_MILLIS);
-        step(frame);
-        if (frame == null && (gone || clock.millis() - lastTraffic >= limits.idleExitMillis)) {
+        Received received = reading.receive(TICK_MILLIS);
+        step(received);
+        if (received == null && (gone || clock.millis() - lastTraffic >= limits.idleExitMillis)) {
           break;
         }
       }
@@ -79,11 +97,16 @@ public final class Recorder implements CallFollower.Listener {
     }
   }
 
-  public void attach(Transport link) {
+  /** Records what comes over a link from now on, beginning with what was running before a restart. */
+  public void attach(Transport link) throws IOException {
     transport = link;
     heartbeat = new Heartbeat(link, console);
     sessions = link.sessions();
     lastTraffic = clock.millis();
+    if (running == null) {
+      running = new RunningCalls(store, log, link.redelivers());
+      restore();
+    }
   }
 
   /** Handles one frame, or none, and does what is due. */
@@ -93,11 +116,12 @@ public final class Recorder implements CallFollower.Listener {
     if (received != null) {
       Frame frame = received.frame();
       heartbeat.heard(received.sniffer(), now);
-      this.received[frame.protocol()]++;
+      summary.count(frame);
+      lastNumber = received.number();
       if (frame.protocol() != Frame.HEARTBEAT || transport.waitsForTraffic()) {
         lastTraffic = now;
       }
-      dispatch(frame, now);
+      dispatch(received, now);
     }
     if (now - lastTick >= TICK_MILLIS || now < lastTick) {
       lastTick = now;
@@ -124,51 +148,122 @@ public final class Recorder implements CallFollower.Listener {
     return stopping;
   }
 
-  private void dispatch(Frame frame, long now) {
+  private void dispatch(Received received, long now) {
+    Frame frame = received.frame();
     switch (frame.protocol()) {
-      case Frame.SIP, Frame.H323 -> signalling(frame, now);
-      case Frame.RTP -> media(frame, now);
+      case Frame.SIP, Frame.H323 -> {
+        long before = follower.malformed();
+        follower.signalling(frame, now);
+        countMalformed(follower.malformed() - before);
+      }
+      case Frame.RTP -> media(received, now);
       default -> { }
     }
   }
 
-  private void signalling(Frame frame, long now) {
-    long before = follower.malformed();
-    follower.signalling(frame, now);
-    if (before == 0 && follower.malformed() > 0) {
-      console.line("ignoring malformed packets");
+  private void media(Received received, long now) {
+    Call.Use use = follower.media(received.frame(), now);
+    if (use != null) {
+      summary.countPacket();
+      Recording recording = recordings.get(use.call());
+      boolean known = recording.media(received.frame(), use.direction(), use.media(), received.time(now));
+      countMalformed(known ? 0 : 1);
     }
   }
 
-  private void media(Frame frame, long now) {
-    Call.Use use = follower.media(frame, now);
-    if (use == null) {
-      return;
-    }
-    packets++;
-    if (RtpPacket.isRtcp(frame.payload())) {
-      return;
-    }
-    RtpPacket packet = RtpPacket.parse(frame.payload());
-    if (packet != null) {
-      Codec codec = Codec.of(packet.payloadType(), use.media().codecs().get(packet.payloadType()));
-      recordings.get(use.call()).track(use.direction()).accept(packet, codec, now);
+  private void countMalformed(long count) {
+    if (summary.countMalformed(count)) {
+      console.line("ignoring malformed packets");
     }
   }
 
   private void tick(long now) {
     heartbeat.tick(now);
     follower.tick(now, transport.losesCommands());
-    long lost = lostOfEndedCalls + recordings.values().stream().mapToLong(Recording::lost).sum();
-    console.status("calls " + recordings.size() + " | packets " + packets + " | lost " + lost + " | sniffer "
-        + heartbeat.state());
+    if (now - lastSave >= SAVE_MILLIS || now < lastSave) {
+      lastSave = now;
+      long lost = recordings.values().stream().mapToLong(Recording::lost).sum();
+      console.status(summary.status(recordings.size(), lost, now, dropped()) + " | sniffer " + heartbeat.state());
+      save(now);
+    }
+  }
+
+  private long dropped() {
+    return intake == null ? 0 : intake.dropped();
+  }
+
+  /** While the disk is behind, an earlier one is still to come. */
+  private void save(long now) {
+    if (saving) {
+      return;
+    }
+    saving = true;
+    long upTo = lastNumber;
+    Transport link = transport;
+    running.save(recordings.values().stream().map(recording -> recording.save(running)).toList(), now, () -> {
+      saving = false;
+      if (link.redelivers()) {
+        link.acknowledge(upTo);
+      }
+    });
+  }
+
+  private void restore() {
+    try {
+      List<RunningCalls.Loaded> loaded = running.load();
+      long now = clock.millis();
+      boolean late = !transport.redelivers() && now - running.savedAt() > RESUME_MILLIS;
+      loaded.forEach(call -> restore(call, late, now));
+      if (!recordings.isEmpty()) {
+        console.line("going on with " + Text.count(recordings.size(), "call") + " from before the restart");
+      }
+    } catch (IOException e) {
+      console.line("what was running before the restart cannot be read: " + e);
+    }
+  }
+
+  private void restore(RunningCalls.Loaded loaded, boolean late, long now) {
+    restoring = loaded.journal();
+    for (RunningCalls.Signalled message : loaded.frames()) {
+      follower.signalling(message.frame(), message.time());
+    }
+    restoring = null;
+    Recording recording = recordings.values().stream().filter(other -> other.journal == loaded.journal()).findFirst()
+        .orElse(null);
+    if (recording == null) {
+      running.end(loaded.journal());
+      return;
+    }
+    try {
+      if (loaded.state() != null) {
+        recording.restore(loaded.state(), loaded.files());
+      }
+    } catch (IOException | RuntimeException e) {
+      console.line(recording.call + "  goes on in new files: " + e);
+    }
+    recording.call.resume(now);
+    if (late) {
+      follower.end(recording.call, "recording stopped", recording.call.lastActivity());
+    }
   }
 
   @Override
   public void began(Call call, long now) {
-    recordings.put(call, new Recording(call, directory));
-    console.line(call + "  " + call.protocol() + "  " + Text.printable(call.caller()) + " -> "
-        + Text.printable(call.callee()));
+    recordings.put(call, new Recording(call, restoring != null ? restoring : running.begin(), store));
+    if (restoring == null) {
+      console.line(call + "  " + call.protocol() + "  " + Text.printable(call.caller()) + " -> "
+          + Text.printable(call.callee()));
+    }
+  }
+
+  @Override
+  public void signalled(Call call, Frame frame, String label, long now) {
+    recordings.get(call).signalled(frame, label, now, restoring != null);
+  }
+
+  @Override
+  public void dialled(Call call, Direction direction, String digits, long now) {
+    recordings.get(call).dialled(direction, digits, now);
   }
 
   @Override
@@ -179,46 +274,55 @@ public final class Recorder implements CallFollower.Listener {
   @Override
   public void ended(Call call, String how, long now) {
     Recording recording = recordings.remove(call);
-    recording.close();
-    lostOfEndedCalls += recording.lost();
-    StringBuilder told = new StringBuilder();
-    for (Direction direction : Direction.values()) {
-      Track track = recording.track(direction);
-      files.putAll(track.recordings());
-      told.append("; ").append(direction).append(' ').append(Text.count(track.received(), "packet")).append(", ")
-          .append(track.lost()).append(" lost");
+    running.end(recording.journal);
+    if (how.equals(CallFollower.DROPPED)) {
+      // A flood leaves no trace on the disk.
+      if (summary.countFlood()) {
+        console.line("more calls than can be followed: those without media make way");
+      }
+      return;
     }
-    console.line(call + "  " + Text.printable(how) + " after " + Text.seconds(now - call.start()) + " s" + told);
-    recording.notes().forEach(note -> console.line(call + "  " + Text.printable(note)));
-    try {
-      log.add(recording.row(now, how));
-    } catch (IOException e) {
-      console.line("cannot write to " + log.file() + ": " + e);
+    if (recording.told() && call.isOnlyResumed()) {
+      return;
     }
+    report(recording, how, now);
   }
 
+  private void report(Recording recording, String how, long now) {
+    recording.report(reports, how, now);
+    summary.countLost(recording.lost());
+    console.line(recording.call + "  " + Text.printable(how) + " after " + Text.seconds(now - recording.call.start())
+        + " s; " + recording.counts());
+    recording.notes().forEach(note -> console.line(recording.call + "  " + Text.printable(note)));
+  }
+
+  /** When it was told to stop, it may be started again, and then the calls that are up go on. */
   private void finish() {
     long now = clock.millis();
+    boolean goesOn = stopping;
     for (Call call : List.copyOf(follower.calls())) {
-      follower.end(call, call.deadlineReason() != null ? call.deadlineReason() : "recording stopped", now);
+      String how = call.deadlineReason() != null ? call.deadlineReason() : "recording stopped";
+      if (!goesOn) {
+        follower.end(call, how, now);
+      } else if (!transport.redelivers() && !(recordings.get(call).told() && call.isOnlyResumed())) {
+        report(recordings.get(call), how, now);
+      }
     }
+    store.disk().drain();
+    saving = false;
+    save(now);
+    store.disk().drain();
     console.status("");
   }
 
   /** What has been recorded, for the end. */
   public void summarize() {
-    if (transport == null) {
-      return;  // it never began
-    }
-    console.print("");
-    console.print(Text.count(follower.seen(), "call") + ", " + Text.count(packets, "media packet") + " ("
-        + lostOfEndedCalls + " lost), " + Text.count(files.size(), "recording"));
-    console.print("Frames from the sniffer: " + received[Frame.SIP] + " SIP, " + received[Frame.RTP] + " RTP, "
-        + received[Frame.H323] + " H.323, " + received[Frame.HEARTBEAT] + " heartbeats in "
-        + Text.count(transport.sessions(), "session"));
-    files.forEach((path, millis) -> console.print("  " + path + "  " + Text.seconds(millis) + " s"));
-    if (follower.seen() > 0) {
-      console.print("The table of calls: " + log.file());
+    if (transport != null) {
+      console.print("");
+      summary.lines(follower.seen(), transport.sessions(), store.directory()).forEach(console::print);
+      if (follower.seen() > 0) {
+        console.print("The table of calls: " + log.file());
+      }
     }
   }
 }

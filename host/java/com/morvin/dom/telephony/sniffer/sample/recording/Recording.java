@@ -1,44 +1,126 @@
 package com.morvin.dom.telephony.sniffer.sample.recording;
 
 import com.morvin.dom.telephony.sniffer.sample.console.Text;
+import com.morvin.dom.telephony.sniffer.sample.media.Codec;
+import com.morvin.dom.telephony.sniffer.sample.media.RtpPacket;
 import com.morvin.dom.telephony.sniffer.sample.media.Track;
 import com.morvin.dom.telephony.sniffer.sample.signalling.Call;
 import com.morvin.dom.telephony.sniffer.sample.signalling.Direction;
-import com.morvin.dom.telephony.sniffer.sample.storage.CallLog;
-import java.nio.file.Path;
+import com.morvin.dom.telephony.sniffer.sample.signalling.Sdp;
+import com.morvin.dom.telephony.sniffer.sample.storage.CallReport;
+import com.morvin.dom.telephony.sniffer.sample.storage.KeptFiles;
+import com.morvin.dom.telephony.sniffer.sample.storage.Reports;
+import com.morvin.dom.telephony.sniffer.sample.storage.RunningCalls;
+import com.morvin.dom.telephony.sniffer.sample.storage.Store;
+import com.morvin.dom.telephony.sniffer.sample.storage.StoredFile;
+import com.morvin.dom.telephony.sniffer.sample.transport.Frame;
+import java.io.ByteArrayInputStream;
+import java.io.ByteArrayOutputStream;
+import java.io.DataInputStream;
+import java.io.DataOutputStream;
+import java.io.IOException;
+import java.io.UncheckedIOException;
 import java.time.Instant;
 import java.time.ZoneId;
 import java.time.format.DateTimeFormatter;
 import java.util.ArrayList;
+import java.util.Arrays;
 import java.util.EnumMap;
 import java.util.List;
 import java.util.Map;
 import java.util.Set;
 import java.util.TreeSet;
-import java.util.stream.Collectors;
 
 /** What is recorded of one call. */
 final class Recording {
   private static final DateTimeFormatter FILE_TIME =
       DateTimeFormatter.ofPattern("yyyyMMdd-HHmmss").withZone(ZoneId.systemDefault());
+  private static final int MAX_STEPS = 200;
+  private static final int MAX_DIALLED = 64;
+  private static final int MAX_FRESH = 64;
+  /** Messages that a new one is compared with: it may be repeated, or told by another sniffer. */
+  private static final int COMPARED = 16;
+
+  private record Dialled(Direction direction, String digits, long time) {}
 
   final Call call;
+  final RunningCalls.Journal journal;
   private final Map<Direction, Track> tracks = new EnumMap<>(Direction.class);
+  private final List<CallReport.Step> ladder = new ArrayList<>();
+  private final List<Dialled> dialled = new ArrayList<>();
+  private final int[] recent = new int[COMPARED];
+  private int messages;
+  /** Messages that are not in the journal yet. */
+  private final List<RunningCalls.Signalled> fresh = new ArrayList<>();
+  private final Reports.Place place;
+  private boolean told;
 
-  Recording(Call call, Path directory) {
+  Recording(Call call, RunningCalls.Journal journal, Store store) {
     this.call = call;
-    String prefix = FILE_TIME.format(Instant.ofEpochMilli(call.start())) + "-" + call.fileNames() + "-";
+    this.journal = journal;
+    String name = FILE_TIME.format(Instant.ofEpochMilli(call.start())) + "-" + call.fileNames();
+    place = new Reports.Place(name);
     for (Direction direction : Direction.values()) {
-      tracks.put(direction, new Track(directory, prefix + direction));
+      tracks.put(direction, new Track(store, name + "-" + direction));
     }
   }
 
-  Track track(Direction direction) {
-    return tracks.get(direction);
+  /** Adds a message. */
+  void signalled(Frame frame, String label, long time, boolean restored) {
+    int hash = 31 * frame.source().hashCode() + Arrays.hashCode(frame.payload());
+    if (Arrays.stream(recent).anyMatch(other -> other == hash)) {
+      return;
+    }
+    if (!restored && fresh.size() < MAX_FRESH) {
+      fresh.add(new RunningCalls.Signalled(time, frame));
+    }
+    recent[messages++ % COMPARED] = hash;
+    if (ladder.size() < MAX_STEPS) {
+      ladder.add(new CallReport.Step((time - call.start()) / 1000.0, frame.source().toString(),
+          frame.destination().toString(), Text.printable(label)));
+    }
+  }
+
+  void dialled(Direction direction, String digits, long time) {
+    if (dialled.size() < MAX_DIALLED) {
+      dialled.add(new Dialled(direction, digits, time));
+    }
+  }
+
+  /** Adds media; false when it is none. */
+  boolean media(Frame frame, Direction direction, Sdp.Media media, long time) {
+    Track track = tracks.get(direction);
+    if (media.kind() == Sdp.Kind.FAX) {
+      track.keep(frame, "T.38", time);
+      return true;
+    }
+    if (RtpPacket.isRtcp(frame.payload())) {
+      return true;
+    }
+    RtpPacket packet = RtpPacket.parse(frame.payload());
+    if (packet == null) {
+      return false;
+    }
+    Codec codec = media.kind() == Sdp.Kind.SECURE_RTP ? Codec.SRTP
+        : Codec.of(packet.payloadType(), media.codecs().get(packet.payloadType()));
+    track.accept(frame, packet, codec, time);
+    return true;
+  }
+
+  long received() {
+    return tracks.values().stream().mapToLong(Track::received).sum();
   }
 
   long lost() {
     return tracks.values().stream().mapToLong(Track::lost).sum();
+  }
+
+  /** "from-caller 3 packets, 0 lost; from-callee 4 packets, 1 lost". */
+  String counts() {
+    List<String> counts = new ArrayList<>();
+    tracks.forEach((direction, track) ->
+        counts.add(direction + " " + Text.count(track.received(), "packet") + ", " + track.lost() + " lost"));
+    return String.join("; ", counts);
   }
 
   Set<String> notes() {
@@ -47,22 +129,58 @@ final class Recording {
     return all;
   }
 
-  void close() {
-    tracks.values().forEach(Track::close);
+  /** Has it all written down; a call that goes on after all is written down again. */
+  void report(Reports reports, String how, long end) {
+    tracks.values().forEach(Track::finish);
+    long start = call.start();
+    reports.write(place, tracks.get(Direction.FROM_CALLER).stretches(start),
+        tracks.get(Direction.FROM_CALLEE).stretches(start), names -> new CallReport(names.report(), call.protocol(),
+            Text.printable(call.id()), Text.printable(call.caller()), Text.printable(call.callee()), start, end,
+            Text.printable(how), voice(Direction.FROM_CALLER), voice(Direction.FROM_CALLEE), names.stereo(),
+            List.copyOf(ladder), notes().stream().map(Text::printable).toList()));
+    told = true;
   }
 
-  List<String> row(long end, String how) {
-    List<String> fields = new ArrayList<>(List.of(CallLog.time(call.start()), CallLog.time(end),
-        Text.seconds(end - call.start()), call.protocol(), call.caller(), call.callee(), call.id(), how));
-    for (Direction direction : Direction.values()) {
-      Track track = track(direction);
-      fields.add(Long.toString(track.received()));
-      fields.add(Long.toString(track.lost()));
-      fields.add(track.firstArrival() < 0 ? "" : CallLog.time(track.firstArrival()));
-      fields.add(track.recordings().keySet().stream().map(path -> path.getFileName().toString())
-          .collect(Collectors.joining(" ")));
+  private CallReport.Voice voice(Direction direction) {
+    CallReport.Voice voice = tracks.get(direction).report(call.start());
+    List<CallReport.Digit> digits = new ArrayList<>(voice.digits());
+    dialled.stream().filter(some -> some.direction == direction)
+        .forEach(some -> digits.add(new CallReport.Digit((some.time - call.start()) / 1000.0, some.digits)));
+    return new CallReport.Voice(voice.packets(), voice.lost(), voice.parts(), digits);
+  }
+
+  /** Whether it has been written down how it ended. */
+  boolean told() {
+    return told;
+  }
+
+  /** Writes down what it takes to go on after a restart. */
+  RunningCalls.Saved save(RunningCalls running) {
+    fresh.forEach(message -> running.append(journal, message.time(), message.frame()));
+    fresh.clear();
+    try {
+      ByteArrayOutputStream bytes = new ByteArrayOutputStream();
+      DataOutputStream out = new DataOutputStream(bytes);
+      out.writeBoolean(told);
+      place.save(out);
+      List<StoredFile> files = new ArrayList<>();
+      for (Track track : tracks.values()) {
+        track.flush();
+        track.save(out);
+        files.addAll(track.files());
+      }
+      return new RunningCalls.Saved(journal, bytes.toByteArray(), files);
+    } catch (IOException e) {
+      throw new UncheckedIOException(e);  // nothing is written but an array
     }
-    fields.add(String.join("; ", notes()));
-    return fields;
+  }
+
+  void restore(byte[] state, KeptFiles files) throws IOException {
+    DataInputStream in = new DataInputStream(new ByteArrayInputStream(state));
+    told = in.readBoolean();
+    place.restore(in);
+    for (Track track : tracks.values()) {
+      track.restore(in, files);
+    }
   }
 }

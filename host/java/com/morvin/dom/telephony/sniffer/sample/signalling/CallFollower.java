@@ -22,6 +22,9 @@ import java.util.function.Consumer;
  * on their way before the listener hears of it.
  */
 public final class CallFollower {
+  /** How a call ended that made way for others. */
+  public static final String DROPPED = "dropped: too many calls";
+
   /** How many packets must come from one address before media is believed to be sent there as well. */
   private static final int STEADY_PACKETS = 10;
   private static final long ONE_SIDED_MILLIS = 400;
@@ -31,6 +34,12 @@ public final class CallFollower {
   /** What becomes of calls. */
   public interface Listener {
     void began(Call call, long now);
+
+    /** One of its messages has come, the first behind {@link #began}, the last before {@link #ended}. */
+    default void signalled(Call call, Frame frame, String label, long now) {}
+
+    /** Keys were pressed, as the signalling tells. */
+    default void dialled(Call call, Direction direction, String digits, long now) {}
 
     /** Its media is no longer asked for. */
     void ended(Call call, String how, long now);
@@ -174,7 +183,7 @@ public final class CallFollower {
   boolean hasRoom(long now) {
     if (calls.size() >= limits.calls && !silent.isEmpty()) {
       Set<Call> most = Collections.max(silent.values(), Comparator.comparingInt(Set::size));
-      end(Collections.min(most, Comparator.comparingInt(call -> worth(call, now))), "dropped: too many calls", now);
+      end(Collections.min(most, Comparator.comparingInt(call -> worth(call, now))), DROPPED, now);
     }
     boolean room = calls.size() < limits.calls;
     if (!room && !full) {
@@ -196,6 +205,14 @@ public final class CallFollower {
       silent.computeIfAbsent(call.origin(), origin -> new LinkedHashSet<>()).add(call);
       listener.began(call, now);
     }
+  }
+
+  void signalled(Call call, Frame frame, String label, long now) {
+    listener.signalled(call, frame, label, now);
+  }
+
+  void dialled(Call call, Direction direction, String digits, long now) {
+    listener.dialled(call, direction, digits, now);
   }
 
   private void unsilence(Call call) {

@@ -140,13 +140,16 @@ final class H323Calls {
     }
     text.codecs().forEach(codec -> call.note("offers " + codec));
     boolean fromCaller = frame.source().equals(leg.calling);
+    call.describe(text.media(), Direction.to(fromCaller));
+    follower.update(call, now);
+    follower.signalled(call, frame, text.label(), now);
+    if (!text.digits().isEmpty()) {
+      follower.dialled(call, Direction.to(!fromCaller), text.digits(), now);
+    }
     if (text.type() == H323Text.RELEASE_COMPLETE && call.isOverWithout(id)) {
       String how = call.isAnswered() ? "hung up by " : "released by ";
       follower.end(call, how + (fromCaller ? "caller" : "callee"), now);
-      return;
     }
-    call.describe(text.media(), Direction.to(fromCaller));
-    follower.update(call, now);
   }
 
   private final class H323Call extends Call {

@@ -4,6 +4,7 @@ import com.morvin.dom.telephony.sniffer.sample.transport.Endpoint;
 import java.nio.charset.StandardCharsets;
 import java.util.ArrayList;
 import java.util.List;
+import java.util.Map;
 import java.util.regex.Matcher;
 import java.util.regex.Pattern;
 
@@ -28,6 +29,13 @@ public record H323Text(int type, String callReference, String callId, String cal
   public static final int RELEASE_COMPLETE = 90;
   public static final int OPEN_LOGICAL_CHANNEL = 130;
   public static final int OPEN_LOGICAL_CHANNEL_ACK = 131;
+
+  private static final Map<Integer, String> LABELS = Map.ofEntries(Map.entry(ALERTING, "Alerting"),
+      Map.entry(CALL_PROCEEDING, "CallProceeding"), Map.entry(PROGRESS, "Progress"), Map.entry(SETUP, "Setup"),
+      Map.entry(CONNECT, "Connect"), Map.entry(SETUP_ACKNOWLEDGE, "SetupAcknowledge"),
+      Map.entry(RELEASE_COMPLETE, "ReleaseComplete"), Map.entry(98, "Facility"), Map.entry(123, "Information"),
+      Map.entry(OPEN_LOGICAL_CHANNEL, "OpenLogicalChannel"),
+      Map.entry(OPEN_LOGICAL_CHANNEL_ACK, "OpenLogicalChannelAck"));
 
   private static final int MAX_MEDIA = 16;
   private static final int MAX_NAME = 256;
@@ -79,6 +87,11 @@ public record H323Text(int type, String callReference, String callId, String cal
         codecs.add(codec.group(1));
       }
     }
+  }
+
+  /** "Setup", "Connect". */
+  public String label() {
+    return LABELS.getOrDefault(type, "message " + type);
   }
 
   public boolean isSeparateH245() {

@@ -68,6 +68,7 @@ final class SipCalls {
     String end = call.follow(message, frame, now);
     // Its destinations as they now are also when it ends: the listener hears of every call that was followed.
     follower.update(call, now);
+    follower.signalled(call, frame, message.label(), now);
     if (end != null) {
       follower.end(call, end, now);
     }

@@ -64,9 +64,9 @@ public record SipMessage(int status, String reason, String method, long cseq, St
     return status >= 300;
   }
 
-  /** Who sent the message. */
-  public Party sender() {
-    return isRequest() ? from : to;
+  /** "INVITE" or "180 Ringing". */
+  public String label() {
+    return isRequest() ? method : status + " " + reason;
   }
 
   /** Empty when the bytes are no SIP message or one without what identifies its call. */

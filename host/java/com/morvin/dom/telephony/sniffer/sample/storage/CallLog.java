@@ -2,6 +2,7 @@ package com.morvin.dom.telephony.sniffer.sample.storage;
 
 import com.morvin.dom.telephony.sniffer.sample.console.Text;
 import java.io.IOException;
+import java.nio.channels.FileChannel;
 import java.nio.charset.StandardCharsets;
 import java.nio.file.Files;
 import java.nio.file.Path;
@@ -12,6 +13,7 @@ import java.time.format.DateTimeFormatter;
 import java.util.ArrayList;
 import java.util.List;
 import java.util.stream.Collectors;
+import java.util.stream.Stream;
 
 /** The table of calls, calls.csv: a line for each, added when it has ended. */
 public final class CallLog {
@@ -19,32 +21,83 @@ public final class CallLog {
       DateTimeFormatter.ofPattern("yyyy-MM-dd'T'HH:mm:ss.SSSXXX").withZone(ZoneId.systemDefault());
   private static final List<String> COLUMNS = List.of("start", "end", "seconds", "protocol", "caller", "callee",
       "call id", "ended", "caller packets", "caller lost", "caller audio start", "caller files", "callee packets",
-      "callee lost", "callee audio start", "callee files", "notes");
+      "callee lost", "callee audio start", "callee files", "notes", "caller digits", "callee digits", "stereo file");
 
   private final Path file;
 
   public CallLog(Path directory) throws IOException {
-    Files.createDirectories(directory);
     file = directory.resolve("calls.csv");
     if (!Files.exists(file)) {
       append(COLUMNS);
+    } else {
+      keepApartFromOlderTable();
     }
+  }
+
+  /** A table that an older recorder began has fewer columns: it is kept beside the new one. */
+  private void keepApartFromOlderTable() throws IOException {
+    try (Stream<String> lines = Files.lines(file, StandardCharsets.UTF_8)) {
+      if (lines.findFirst().orElse("").equals(line(COLUMNS))) {
+        return;
+      }
+    }
+    Files.move(file, file.resolveSibling("calls-before-" + Instant.now().getEpochSecond() + ".csv"));
+    append(COLUMNS);
   }
 
   public Path file() {
     return file;
   }
 
-  public void add(List<String> fields) throws IOException {
+  /** Adds the line of a call. On the thread of the disk. */
+  void add(CallReport report) throws IOException {
+    List<String> fields = new ArrayList<>(List.of(time(report.start()), time(report.end()),
+        Text.seconds(report.end() - report.start()), report.protocol(), report.caller(), report.callee(), report.id(),
+        report.endReason()));
+    for (CallReport.Voice voice : List.of(report.fromCaller(), report.fromCallee())) {
+      fields.add(Long.toString(voice.packets()));
+      fields.add(Long.toString(voice.lost()));
+      fields.add(voice.parts().stream().findFirst()
+          .map(part -> time(report.start() + Math.round(part.offset() * 1000))).orElse(""));
+      fields.add(voice.parts().stream().map(CallReport.Part::file).collect(Collectors.joining(" ")));
+    }
+    fields.add(String.join("; ", report.notes()));
+    fields.add(digits(report.fromCaller()));
+    fields.add(digits(report.fromCallee()));
+    fields.add(report.stereo());
     append(fields);
   }
 
-  private void append(List<String> fields) throws IOException {
-    String line = fields.stream().map(Text::csv).collect(Collectors.joining(",")) + "\n";
-    Files.writeString(file, line, StandardCharsets.UTF_8, StandardOpenOption.CREATE, StandardOpenOption.APPEND);
+  private static String digits(CallReport.Voice voice) {
+    return voice.digits().stream().map(CallReport.Digit::digit).collect(Collectors.joining());
   }
 
-  public static String time(long millis) {
+  private void append(List<String> fields) throws IOException {
+    byte[] line = (line(fields) + "\n").getBytes(StandardCharsets.UTF_8);
+    long end = Files.exists(file) ? Files.size(file) : 0;
+    try {
+      Files.write(file, line, StandardOpenOption.CREATE, StandardOpenOption.APPEND);
+    } catch (IOException e) {
+      // It is tried again, so half a line is worse than none.
+      truncate(end);
+      throw e;
+    }
+  }
+
+  /** Cuts off what came later. */
+  void truncate(long size) throws IOException {
+    if (Files.exists(file) && Files.size(file) > size) {
+      try (FileChannel channel = FileChannel.open(file, StandardOpenOption.WRITE)) {
+        channel.truncate(size);
+      }
+    }
+  }
+
+  private static String line(List<String> fields) {
+    return fields.stream().map(Text::csv).collect(Collectors.joining(","));
+  }
+
+  private static String time(long millis) {
     return TIME.format(Instant.ofEpochMilli(millis));
   }
 }

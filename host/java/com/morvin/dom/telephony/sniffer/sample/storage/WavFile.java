@@ -1,70 +1,45 @@
 package com.morvin.dom.telephony.sniffer.sample.storage;
 
-import java.io.ByteArrayInputStream;
-import java.io.ByteArrayOutputStream;
 import java.io.IOException;
-import java.io.RandomAccessFile;
-import java.nio.file.FileAlreadyExistsException;
-import java.nio.file.Files;
+import java.nio.ByteBuffer;
+import java.nio.ByteOrder;
+import java.nio.channels.FileChannel;
+import java.nio.charset.StandardCharsets;
 import java.nio.file.Path;
-import javax.sound.sampled.AudioFileFormat;
-import javax.sound.sampled.AudioFormat;
-import javax.sound.sampled.AudioInputStream;
-import javax.sound.sampled.AudioSystem;
 
 /**
- * A WAV file that grows while a call goes on. Its header is made right again every second, so what has been
- * recorded can be played even after the recorder was killed.
+ * A WAV file of 16-bit samples. Its header is right whenever something has been written, so what has been recorded can
+ * be played even after the recorder was killed. Each block has its place: one that is dropped leaves silence.
  */
-public final class WavFile {
-  public static final int RATE = 8000;
-  public static final AudioFormat FORMAT = new AudioFormat(RATE, 16, 1, true, false);
-
-  /** A WAV file cannot exceed 4 GiB, and many programs stop at 2; this is 18 hours. */
+public final class WavFile extends StoredFile {
+  /** The header in front of the samples. */
+  static final int HEADER = 44;
+  private static final int BYTES = 2;
+  /** A WAV file cannot exceed 4 GiB, and many programs stop at 2; at 8,000 samples a second this is 18 hours. */
   private static final long MAX_SAMPLES = 512L << 20;
 
-  private final Path path;
-  private final RandomAccessFile file;
-  private final int headerLength;
-  private final byte[] buffer = new byte[2 * RATE];
-  private int buffered;
+  private final int rate;
+  private ByteBuffer block;
   private long samples;
-  private boolean closed;
 
-  /** Creates DIRECTORY/NAME.wav, or NAME-2.wav and so on when there is one already. */
-  public WavFile(Path directory, String name) throws IOException {
-    Files.createDirectories(directory);
-    byte[] header = emptyWav();
-    headerLength = header.length;
-    path = create(directory, name);
-    file = new RandomAccessFile(path.toFile(), "rw");
-    try {
-      file.write(header);
-    } catch (IOException e) {
-      file.close();
-      throw e;
-    }
+  /**
+   * A file that has its content still to come, or that goes on behind the samples that it holds.
+   *
+   * @param path null for a new one
+   */
+  WavFile(Store store, String name, int rate, Path path, long samples) {
+    super(store, name, "wav", path);
+    this.rate = rate;
+    this.samples = samples;
+    block = newBlock();
   }
 
-  private static Path create(Path directory, String name) throws IOException {
-    for (int i = 1;; i++) {
-      try {
-        return Files.createFile(directory.resolve(i == 1 ? name + ".wav" : name + "-" + i + ".wav"));
-      } catch (FileAlreadyExistsException e) {
-        // The next number, then.
-      }
-    }
+  private ByteBuffer newBlock() {
+    return ByteBuffer.allocate(BYTES * rate).order(ByteOrder.LITTLE_ENDIAN);
   }
 
-  private static byte[] emptyWav() throws IOException {
-    ByteArrayOutputStream out = new ByteArrayOutputStream();
-    AudioInputStream nothing = new AudioInputStream(new ByteArrayInputStream(new byte[0]), FORMAT, 0);
-    AudioSystem.write(nothing, AudioFileFormat.Type.WAVE, out);
-    return out.toByteArray();
-  }
-
-  public Path path() {
-    return path;
+  public int rate() {
+    return rate;
   }
 
   public long samples() {
@@ -75,48 +50,66 @@ public final class WavFile {
     return samples >= MAX_SAMPLES;
   }
 
-  public void write(short[] decoded) throws IOException {
+  public void write(short[] decoded) {
     for (short sample : decoded) {
-      write(sample);
-    }
-  }
-
-  public void silence(long length) throws IOException {
-    for (long i = 0; i < length; i++) {
-      write((short) 0);
-    }
-  }
-
-  private void write(short sample) throws IOException {
-    if (buffered == buffer.length) {
-      flush();
-    }
-    buffer[buffered++] = (byte) sample;
-    buffer[buffered++] = (byte) (sample >> 8);
-    samples++;
-  }
-
-  private void flush() throws IOException {
-    file.seek(file.length());
-    file.write(buffer, 0, buffered);
-    buffered = 0;
-    int data = (int) (file.length() - headerLength);
-    patch(4, headerLength - 8 + data);
-    patch(headerLength - 4, data);
-  }
-
-  /** The two lengths in the header are little-endian. */
-  private void patch(int position, int length) throws IOException {
-    file.seek(position);
-    file.writeInt(Integer.reverseBytes(length));
-  }
-
-  public void close() throws IOException {
-    if (!closed) {
-      closed = true;
-      try (file) {
+      if (!block.hasRemaining()) {
         flush();
       }
+      block.putShort(sample);
+      samples++;
     }
+  }
+
+  public void silence(long length) {
+    if (length * BYTES <= block.remaining()) {
+      block.position(block.position() + (int) length * BYTES);
+      samples += length;
+    } else {
+      // What is never written reads as zeros.
+      flush();
+      samples += length;
+    }
+  }
+
+  @Override
+  public void flush() {
+    if (block.position() > 0) {
+      ByteBuffer full = block.flip();
+      long end = samples;
+      block = newBlock();
+      submit(full.limit(), () -> store(full.duplicate(), end));
+    }
+  }
+
+  private void store(ByteBuffer full, long end) throws IOException {
+    try (FileChannel file = open()) {
+      writeAll(file, full, HEADER + end * BYTES - full.remaining());
+      writeAll(file, header(1, rate, end), 0);
+    }
+  }
+
+  static void writeAll(FileChannel file, ByteBuffer bytes, long position) throws IOException {
+    for (long at = position; bytes.hasRemaining();) {
+      at += file.write(bytes, at);
+    }
+  }
+
+  /** The header of a file with so many samples a channel. */
+  static ByteBuffer header(int channels, int rate, long samples) {
+    int data = (int) (samples * channels * BYTES);
+    return ByteBuffer.allocate(HEADER).order(ByteOrder.LITTLE_ENDIAN)
+        .put(ascii("RIFF")).putInt(HEADER - 8 + data).put(ascii("WAVE"))
+        .put(ascii("fmt ")).putInt(16).putShort((short) 1).putShort((short) channels).putInt(rate)
+        .putInt(rate * channels * BYTES).putShort((short) (channels * BYTES)).putShort((short) (8 * BYTES))
+        .put(ascii("data")).putInt(data).flip();
+  }
+
+  private static byte[] ascii(String text) {
+    return text.getBytes(StandardCharsets.US_ASCII);
+  }
+
+  /** The samples in a file of that size. */
+  static long samplesIn(long size) {
+    return Math.max(0, size - HEADER) / BYTES;
   }
 }

@@ -1,7 +1,6 @@
 package com.morvin.dom.telephony.sniffer.sample.transport;
 
 import com.morvin.dom.telephony.sniffer.sample.console.Console;
-import com.morvin.dom.telephony.sniffer.sample.console.Text;
 import java.io.IOException;
 import java.util.ArrayDeque;
 import java.util.Queue;
@@ -88,8 +87,8 @@ public final class Intake implements AutoCloseable {
     while (bytes >= MAX_BYTES) {
       bytes -= sizeOf(frames.remove());
       if (dropped++ == 0) {
-        console.line("the recorder is too slow for what comes: " + Text.count(MAX_BYTES >> 20, "MB") + " wait, the oldest "
-            + "frames are dropped");
+        console.line("the recorder is too slow for what comes: " + (MAX_BYTES >> 20)
+            + " MB wait, the oldest frames are dropped");
       }
     }
     frames.add(received);

@@ -1,7 +1,6 @@
 package com.morvin.dom.telephony.sniffer.sample;
 
 import static com.morvin.dom.telephony.sniffer.sample.Testing.equal;
-import static com.morvin.dom.telephony.sniffer.sample.Testing.inDirectory;
 import static com.morvin.dom.telephony.sniffer.sample.Testing.that;
 
 import com.morvin.dom.telephony.sniffer.sample.signalling.Direction;
@@ -31,8 +30,7 @@ final class CaptureTest {
   /** At most so many packets may pass before the recorder has heard where they go. */
   private static void check(String name, List<String> texts, int early, Endpoint callee, Endpoint caller)
       throws Exception {
-    inDirectory(directory -> {
-      FakeSniffer sniffer = new FakeSniffer(directory);
+    FakeSniffer.with(sniffer -> {
       sniffer.replay(SAMPLES.resolve(name + ".pcap"), texts);
       equal(sniffer.list.size(), 0);
       for (Direction direction : Direction.values()) {

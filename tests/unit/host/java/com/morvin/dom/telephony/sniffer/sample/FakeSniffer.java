@@ -2,7 +2,9 @@ package com.morvin.dom.telephony.sniffer.sample;
 
 import com.morvin.dom.telephony.sniffer.sample.console.Console;
 import com.morvin.dom.telephony.sniffer.sample.recording.Recorder;
-import com.morvin.dom.telephony.sniffer.sample.storage.WavFile;
+import com.morvin.dom.telephony.sniffer.sample.storage.CallReport;
+import com.morvin.dom.telephony.sniffer.sample.storage.Disk;
+import com.morvin.dom.telephony.sniffer.sample.storage.Store;
 import com.morvin.dom.telephony.sniffer.sample.transport.Command;
 import com.morvin.dom.telephony.sniffer.sample.transport.Endpoint;
 import com.morvin.dom.telephony.sniffer.sample.transport.Frame;
@@ -24,6 +26,7 @@ import java.time.ZoneOffset;
 import java.util.ArrayList;
 import java.util.Iterator;
 import java.util.List;
+import java.util.concurrent.CopyOnWriteArrayList;
 import java.util.Set;
 import java.util.stream.Stream;
 import javax.sound.sampled.AudioFormat;
@@ -33,22 +36,45 @@ import javax.sound.sampled.UnsupportedAudioFileException;
 
 /** A recorder with a sniffer that classifies as the real one does, on a clock that the test moves. */
 final class FakeSniffer extends Clock implements Transport {
+  private static final AudioFormat FORMAT = new AudioFormat(8000, 16, 1, true, false);
+
   /** What it has been asked to forward, in order and with duplicates, like the real list. */
   final List<Endpoint> list = new ArrayList<>();
   final List<Command> commands = new ArrayList<>();
   /** Every datagram that went by, forwarded or not. */
   final List<Frame> passed = new ArrayList<>();
   final ByteArrayOutputStream printed = new ByteArrayOutputStream();
+  final List<CallReport> reports = new CopyOnWriteArrayList<>();
+  final Store store;
   final Recorder recorder;
   private final Path directory;
   private long now = Instant.parse("2026-01-02T03:04:05Z").toEpochMilli();
   int sessions = 1;
   boolean losesCommands;
 
+  /** A test with a recorder in a directory of its own. */
+  interface Body {
+    void run(FakeSniffer sniffer) throws Exception;
+  }
+
+  static void with(Body body) throws Exception {
+    Testing.inDirectory(directory -> {
+      try (FakeSniffer sniffer = new FakeSniffer(directory)) {
+        body.run(sniffer);
+      }
+    });
+  }
+
   FakeSniffer(Path directory) throws IOException {
+    this(directory, () -> { });
+  }
+
+  /** With a disk that may be bad. */
+  FakeSniffer(Path directory, Disk.Job gate) throws IOException {
     this.directory = directory;
     Console console = new Console(new PrintStream(printed, true, StandardCharsets.UTF_8), false);
-    recorder = new Recorder(directory, Recorder.Limits.NONE, console, this);
+    store = new Store(directory, console, gate);
+    recorder = new Recorder(store, Recorder.Limits.NONE, console, this, reports::add);
     recorder.attach(this);
   }
 
@@ -143,7 +169,7 @@ final class FakeSniffer extends Clock implements Transport {
   static short linear(AudioFormat.Encoding encoding, int coded) throws IOException {
     AudioFormat format = new AudioFormat(encoding, 8000, 8, 1, 1, 8000, false);
     AudioInputStream source = new AudioInputStream(new ByteArrayInputStream(new byte[] {(byte) coded}), format, 1);
-    byte[] sample = AudioSystem.getAudioInputStream(WavFile.FORMAT, source).readAllBytes();
+    byte[] sample = AudioSystem.getAudioInputStream(FORMAT, source).readAllBytes();
     return (short) (sample[0] & 255 | sample[1] << 8);
   }
 
@@ -156,11 +182,12 @@ final class FakeSniffer extends Clock implements Transport {
 
   /** Ends the recording; the samples of the one file whose name ends like this. */
   short[] samples(String nameEnd) throws IOException, UnsupportedAudioFileException {
+    store.disk().drain();
     try (Stream<Path> files = Files.list(directory)) {
       List<Path> found = files.filter(file -> file.toString().endsWith(nameEnd)).toList();
       Testing.equal(found.size(), 1);
       try (AudioInputStream wav = AudioSystem.getAudioInputStream(found.get(0).toFile())) {
-        Testing.equal(wav.getFormat().toString(), WavFile.FORMAT.toString());
+        Testing.equal(wav.getFormat().toString(), FORMAT.toString());
         short[] samples = new short[(int) wav.getFrameLength()];
         ByteBuffer.wrap(wav.readAllBytes()).order(ByteOrder.LITTLE_ENDIAN).asShortBuffer().get(samples);
         return samples;
@@ -169,11 +196,13 @@ final class FakeSniffer extends Clock implements Transport {
   }
 
   List<String> table() throws IOException {
+    store.disk().drain();
     List<String> lines = Files.readAllLines(directory.resolve("calls.csv"));
     return lines.subList(1, lines.size());
   }
 
   List<String> wavFiles() throws IOException {
+    store.disk().drain();
     try (Stream<Path> files = Files.list(directory)) {
       return files.map(file -> file.getFileName().toString()).filter(name -> name.endsWith(".wav")).sorted().toList();
     }
@@ -219,7 +248,9 @@ final class FakeSniffer extends Clock implements Transport {
   }
 
   @Override
-  public void close() {}
+  public void close() {
+    store.close();
+  }
 
   // The clock.
 

@@ -1,7 +1,6 @@
 package com.morvin.dom.telephony.sniffer.sample;
 
 import static com.morvin.dom.telephony.sniffer.sample.Testing.equal;
-import static com.morvin.dom.telephony.sniffer.sample.Testing.inDirectory;
 import static com.morvin.dom.telephony.sniffer.sample.Testing.that;
 
 import java.nio.file.Files;
@@ -18,8 +17,7 @@ final class H323CallsTest {
   /** The descriptions of real calls, of every way to open media: before the release all four addresses are known. */
   void testRealCalls() throws Exception {
     for (String name : List.of("fast-start-tunnelled", "fast-start-separate", "h245-tunnelled", "h245-separate")) {
-      inDirectory(directory -> {
-        FakeSniffer sniffer = new FakeSniffer(directory);
+      FakeSniffer.with(sniffer -> {
         int released = 0;
         boolean fromCaller = true;
         for (String line : Files.readAllLines(DATA.resolve("h323-" + name + ".expected"))) {
@@ -49,8 +47,7 @@ final class H323CallsTest {
   }
 
   void testCallReferencesThatCollide() throws Exception {
-    inDirectory(directory -> {
-      FakeSniffer sniffer = new FakeSniffer(directory);
+    FakeSniffer.with(sniffer -> {
       String setup = "t:5\nr:7\nc:%s\ns:%s\nd:\nm:1:rcodec:g711Alaw64k 20,rtp:10.20.0.%d 500%d\n";
       sniffer.h323(A, B, setup.formatted("id-1", "a", 1, 0));
       sniffer.h323("10.20.0.3:40000", B, setup.formatted("id-2", "c", 3, 0));
@@ -75,8 +72,7 @@ final class H323CallsTest {
   }
 
   void testCallThroughGatekeeperIsOneCall() throws Exception {
-    inDirectory(directory -> {
-      FakeSniffer sniffer = new FakeSniffer(directory);
+    FakeSniffer.with(sniffer -> {
       sniffer.h323(A, GATEKEEPER, "t:5\nr:1\nc:id\ns:E164:123\nd:bob\n");
       sniffer.h323("10.20.0.9:41000", B, "t:5\nr:2\nc:id\ns:E164:123\nd:bob\n");
       sniffer.h323("10.20.0.9:41001", "10.20.0.4:1720", "t:5\nr:3\nc:id\ns:E164:123\nd:bob\n");
@@ -90,7 +86,7 @@ final class H323CallsTest {
       sniffer.h323(GATEKEEPER, A, "t:90\nr:1\nc:id\n");
       equal(sniffer.list.size(), 0);
       equal(sniffer.samples("-E164_123-bob-from-caller.wav").length, 80);
-      that(sniffer.table().get(0).endsWith(",offers g7231"), sniffer.table().get(0));
+      that(sniffer.table().get(0).endsWith(",offers g7231,,5,"), sniffer.table().get(0));
       equal(sniffer.table().size(), 1);
     });
   }

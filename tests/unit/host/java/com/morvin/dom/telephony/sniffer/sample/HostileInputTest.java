@@ -1,7 +1,6 @@
 package com.morvin.dom.telephony.sniffer.sample;
 
 import static com.morvin.dom.telephony.sniffer.sample.Testing.equal;
-import static com.morvin.dom.telephony.sniffer.sample.Testing.inDirectory;
 import static com.morvin.dom.telephony.sniffer.sample.Testing.that;
 
 import com.morvin.dom.telephony.sniffer.sample.console.Text;
@@ -75,8 +74,7 @@ final class HostileInputTest {
   }
 
   void testMutatedMessages() throws Exception {
-    inDirectory(directory -> {
-      FakeSniffer sniffer = new FakeSniffer(directory);
+    FakeSniffer.with(sniffer -> {
       Random random = new Random(42);
       for (int i = 0; i < 4000; i++) {
         Endpoint a = new Endpoint(random.nextInt(4), random.nextInt(4));
@@ -103,8 +101,7 @@ final class HostileInputTest {
   }
 
   void testFloodOfCallsMakesWayForRealOnes() throws Exception {
-    inDirectory(directory -> {
-      FakeSniffer sniffer = new FakeSniffer(directory);
+    FakeSniffer.with(sniffer -> {
       Endpoint a = new Endpoint(1, 1);
       Endpoint b = new Endpoint(2, 2);
       sniffer.frame(Frame.SIP, a, b, INVITE.getBytes(StandardCharsets.UTF_8));

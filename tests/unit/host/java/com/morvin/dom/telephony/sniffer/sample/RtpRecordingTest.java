@@ -1,7 +1,6 @@
 package com.morvin.dom.telephony.sniffer.sample;
 
 import static com.morvin.dom.telephony.sniffer.sample.Testing.equal;
-import static com.morvin.dom.telephony.sniffer.sample.Testing.inDirectory;
 import static com.morvin.dom.telephony.sniffer.sample.Testing.that;
 
 import com.morvin.dom.telephony.sniffer.sample.transport.Endpoint;
@@ -19,8 +18,8 @@ final class RtpRecordingTest {
   private FakeSniffer sniffer;
 
   private void recording(Testing.Body body) throws Exception {
-    inDirectory(directory -> {
-      sniffer = new FakeSniffer(directory);
+    FakeSniffer.with(fake -> {
+      sniffer = fake;
       String headers = "\nVia: x;branch=1\nFrom: <sip:a@a>;tag=a\nTo: <sip:b@b>%s\nCall-ID: 1\nCSeq: 1 INVITE\n"
           + "Content-Type: application/sdp\n\n";
       String sdp =
@@ -118,7 +117,7 @@ final class RtpRecordingTest {
       equal(heard("from-caller.wav", AudioFormat.Encoding.ULAW), "a.....b..c");
       equal(table(8), "7");
       equal(table(9), "0");
-      that(sniffer.table().get(0).contains("from-caller: iLBC is not written as WAV"), sniffer.table().get(0));
+      that(sniffer.table().get(0).contains("from-caller: iLBC is not decoded: kept as a pcap file"), sniffer.table().get(0));
     });
   }
 

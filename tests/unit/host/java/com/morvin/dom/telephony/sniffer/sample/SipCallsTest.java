@@ -1,7 +1,6 @@
 package com.morvin.dom.telephony.sniffer.sample;
 
 import static com.morvin.dom.telephony.sniffer.sample.Testing.equal;
-import static com.morvin.dom.telephony.sniffer.sample.Testing.inDirectory;
 import static com.morvin.dom.telephony.sniffer.sample.Testing.that;
 
 import com.morvin.dom.telephony.sniffer.sample.transport.Command;
@@ -50,8 +49,8 @@ final class SipCallsTest {
   }
 
   private void in(Testing.Body body) throws Exception {
-    inDirectory(directory -> {
-      sniffer = new FakeSniffer(directory);
+    FakeSniffer.with(fake -> {
+      sniffer = fake;
       body.run();
     });
   }

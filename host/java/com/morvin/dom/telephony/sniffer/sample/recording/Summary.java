@@ -1,0 +1,89 @@
+package com.morvin.dom.telephony.sniffer.sample.recording;
+
+import com.morvin.dom.telephony.sniffer.sample.console.Text;
+import com.morvin.dom.telephony.sniffer.sample.storage.CallReport;
+import com.morvin.dom.telephony.sniffer.sample.transport.Frame;
+import java.nio.file.Path;
+import java.util.ArrayList;
+import java.util.List;
+import java.util.stream.Stream;
+
+/** Counts what a recorder did. */
+final class Summary {
+  private static final int MAX_FILES = 20;
+
+  private final long[] frames = new long[Frame.CAPTURE_TIME + 1];  // by protocol
+  private final List<CallReport.Part> files = new ArrayList<>();
+  private long recordings;
+  private long stereo;
+  private long packets;
+  private long lost;
+  private long malformed;
+  private long flood;
+  private long total;
+  private long totalBefore;
+  private long statusAt;
+
+  void count(Frame frame) {
+    frames[frame.protocol()]++;
+    total++;
+  }
+
+  void countPacket() {
+    packets++;
+  }
+
+  /** Of a call that has ended. */
+  void countLost(long packets) {
+    lost += packets;
+  }
+
+  /** Returns whether these are the first. */
+  boolean countMalformed(long count) {
+    malformed += count;
+    return count > 0 && malformed == count;
+  }
+
+  /** Returns whether it is the first. */
+  boolean countFlood() {
+    return ++flood == 1;
+  }
+
+  /** On another thread than all others. */
+  synchronized void add(CallReport report) {
+    stereo += report.stereo().isEmpty() ? 0 : 1;
+    Stream.of(report.fromCaller(), report.fromCallee()).flatMap(voice -> voice.parts().stream()).forEach(part -> {
+      recordings++;
+      if (files.size() < MAX_FILES) {
+        files.add(part);
+      }
+    });
+  }
+
+  /** The live line. */
+  String status(int calls, long lostNow, long now, long dropped) {
+    long rate = statusAt == 0 || now <= statusAt ? 0 : (total - totalBefore) * 1000 / (now - statusAt);
+    statusAt = now;
+    totalBefore = total;
+    return Text.count(calls, "call") + " | " + rate + " frames/s | " + (lost + lostNow) + " lost"
+        + (dropped > 0 ? " | " + dropped + " DROPPED" : "");
+  }
+
+  synchronized List<String> lines(int calls, int sessions, Path directory) {
+    List<String> lines = new ArrayList<>();
+    lines.add(Text.count(calls, "call") + ", " + Text.count(packets, "media packet") + " (" + lost + " lost), "
+        + Text.count(recordings, "recording") + (stereo > 0 ? " and " + stereo + " in stereo" : ""));
+    lines.add("Frames from the sniffer: " + frames[Frame.SIP] + " SIP, " + frames[Frame.RTP] + " RTP, "
+        + frames[Frame.H323] + " H.323, " + frames[Frame.HEARTBEAT] + " heartbeats in "
+        + Text.count(sessions, "session"));
+    if (flood > 0) {
+      lines.add(Text.count(flood, "call") + " without media made way for others");
+    }
+    files.forEach(part -> lines.add("  " + directory.resolve(part.file()) + "  "
+        + Text.seconds(Math.round(part.duration() * 1000)) + " s"));
+    if (recordings > files.size()) {
+      lines.add("  and " + (recordings - files.size()) + " more");
+    }
+    return lines;
+  }
+}

@@ -1,0 +1,86 @@
+package com.morvin.dom.telephony.sniffer.sample.storage;
+
+import com.morvin.dom.telephony.sniffer.sample.transport.Frame;
+import java.io.IOException;
+import java.nio.ByteBuffer;
+import java.nio.channels.FileChannel;
+import java.nio.file.Path;
+
+/** Datagrams as they came, with headers of IP and UDP made for them, as a capture file of raw IP packets. */
+public final class PcapFile extends StoredFile {
+  private static final int HEADER = 24;
+  private static final int BLOCK = 16 << 10;
+  private static final int RECORD = 16;
+  private static final int IP = 20;
+  private static final int UDP = 8;
+  private static final int LINKTYPE_RAW = 101;
+
+  private ByteBuffer block = ByteBuffer.allocate(BLOCK);
+  /** Bytes of it that are on disk, as the thread of the disk knows. */
+  private long stored;
+
+  PcapFile(Store store, String name, Path path) {
+    super(store, name, "pcap", path);
+  }
+
+  /** Adds the datagram that the frame carried. */
+  public void write(Frame frame, long millis) {
+    byte[] payload = frame.payload();
+    int length = IP + UDP + payload.length;
+    if (length > 65535) {
+      return;
+    }
+    if (block.remaining() < RECORD + length) {
+      flush();
+    }
+    if (block.remaining() < RECORD + length) {
+      block = ByteBuffer.allocate(RECORD + length);
+    }
+    block.putInt((int) (millis / 1000)).putInt((int) (millis % 1000) * 1000).putInt(length).putInt(length);
+    int ip = block.position();
+    block.putShort((short) 0x4500).putShort((short) length).putInt(0x4000).putShort((short) 0x4011).putShort((short) 0)
+        .putInt(frame.source().ip()).putInt(frame.destination().ip());
+    block.putShort(ip + 10, checksum(block, ip));
+    block.putShort((short) frame.source().port()).putShort((short) frame.destination().port())
+        .putShort((short) (UDP + payload.length)).putShort((short) 0).put(payload);
+  }
+
+  private static short checksum(ByteBuffer bytes, int ip) {
+    int sum = 0;
+    for (int i = 0; i < IP; i += 2) {
+      sum += bytes.getShort(ip + i) & 0xffff;
+    }
+    return (short) ~(sum + (sum >> 16));
+  }
+
+  @Override
+  public void flush() {
+    if (block.position() > 0) {
+      ByteBuffer full = block.flip();
+      block = ByteBuffer.allocate(BLOCK);
+      submit(full.limit(), () -> store(full.duplicate()));
+    }
+  }
+
+  /** Tried again after half of it was written, it is written over that. */
+  private void store(ByteBuffer full) throws IOException {
+    try (FileChannel file = open()) {
+      long end = stored;
+      if (end == 0) {
+        end = file.size();
+      }
+      if (end == 0) {
+        WavFile.writeAll(file, header(), 0);
+        end = HEADER;
+      }
+      int size = full.remaining();
+      WavFile.writeAll(file, full, end);
+      stored = end + size;
+    }
+  }
+
+  private static ByteBuffer header() {
+    return ByteBuffer.allocate(HEADER).putInt(0xa1b2c3d4).putShort((short) 2).putShort((short) 4).putInt(0).putInt(0)
+        .putInt(65535).putInt(LINKTYPE_RAW).flip();
+  }
+}

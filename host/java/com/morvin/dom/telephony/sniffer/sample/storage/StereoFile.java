@@ -1,0 +1,109 @@
+package com.morvin.dom.telephony.sniffer.sample.storage;
+
+import java.io.IOException;
+import java.nio.ByteBuffer;
+import java.nio.ByteOrder;
+import java.nio.channels.FileChannel;
+import java.nio.file.Files;
+import java.nio.file.Path;
+import java.nio.file.StandardOpenOption;
+import java.util.ArrayList;
+import java.util.List;
+
+/**
+ * Both voices of a call in one WAV file, caller left, callee right. It is made of the mono files when the call has
+ * ended, and begins when the call does: what was captured at one time stands side by side.
+ */
+public final class StereoFile {
+  private static final int CHANNELS = 2;
+  private static final long MAX_FRAMES = 256L << 20;
+  private static final int BLOCK_FRAMES = 1 << 16;
+
+  /**
+   * Samples of a mono file that were spoken without a break.
+   *
+   * @param first the index of the first
+   * @param count how many there are
+   * @param start when the first was captured, in milliseconds since the start of the call
+   */
+  public record Stretch(WavFile file, long first, long count, long start) {}
+
+  private StereoFile() {}
+
+  /** Writes the file as a whole. On the thread of the disk. */
+  static Path write(Store store, String name, List<Stretch> left, List<Stretch> right) throws IOException {
+    int rate = 0;
+    long millis = 0;
+    List<Stretch> all = new ArrayList<>(left);
+    all.addAll(right);
+    for (Stretch stretch : all) {
+      rate = Math.max(rate, stretch.file.rate());
+      millis = Math.max(millis, stretch.start + stretch.count * 1000 / stretch.file.rate());
+    }
+    long frames = Math.min(millis * rate / 1000, MAX_FRAMES);
+    Path path = store.create(name, "wav");
+    try (FileChannel out = FileChannel.open(path, StandardOpenOption.WRITE)) {
+      WavFile.writeAll(out, WavFile.header(CHANNELS, rate, frames), 0);
+      for (long at = 0; at < frames; at += BLOCK_FRAMES) {
+        int count = (int) Math.min(BLOCK_FRAMES, frames - at);
+        short[] mixed = new short[CHANNELS * count];
+        mix(left, rate, at, count, mixed, 0);
+        mix(right, rate, at, count, mixed, 1);
+        ByteBuffer bytes = ByteBuffer.allocate(2 * mixed.length).order(ByteOrder.LITTLE_ENDIAN);
+        bytes.asShortBuffer().put(mixed);
+        WavFile.writeAll(out, bytes, WavFile.HEADER + at * CHANNELS * 2);
+      }
+      return path;
+    } catch (IOException e) {
+      Files.deleteIfExists(path);  // it is tried again, perhaps under another number
+      throw e;
+    }
+  }
+
+  /** Adds what of the stretches falls into a block. */
+  private static void mix(List<Stretch> stretches, int rate, long at, int count, short[] mixed, int channel)
+      throws IOException {
+    for (Stretch stretch : stretches) {
+      int times = rate / stretch.file.rate();
+      long start = stretch.start * rate / 1000;
+      long from = Math.max(at, start);
+      long to = Math.min(at + count, start + stretch.count * times);
+      if (from >= to || stretch.file.path() == null) {
+        continue;
+      }
+      long first = stretch.first + (from - start) / times;
+      ByteBuffer samples = read(stretch.file.path(), first, (int) ((to - from) / times) + 2);
+      for (long frame = from; frame < to; frame++) {
+        long position = frame - start;
+        int index = (int) (stretch.first + position / times - first);
+        int phase = (int) (position % times);
+        int sample = between(samples, index, phase, times);
+        int place = (int) (frame - at) * CHANNELS + channel;
+        mixed[place] = (short) Math.min(Math.max(mixed[place] + sample, Short.MIN_VALUE), Short.MAX_VALUE);
+      }
+    }
+  }
+
+  private static int between(ByteBuffer samples, int index, int phase, int times) {
+    int sample = sampleAt(samples, index);
+    return phase == 0 ? sample : sample + (sampleAt(samples, index + 1) - sample) * phase / times;
+  }
+
+  private static int sampleAt(ByteBuffer samples, int index) {
+    return 2 * index + 2 <= samples.limit() ? samples.getShort(2 * index) : 0;
+  }
+
+  private static ByteBuffer read(Path path, long first, int count) throws IOException {
+    ByteBuffer samples = ByteBuffer.allocate(2 * count).order(ByteOrder.LITTLE_ENDIAN);
+    try (FileChannel file = FileChannel.open(path, StandardOpenOption.READ)) {
+      for (long at = WavFile.HEADER + 2 * first; samples.hasRemaining();) {
+        int length = file.read(samples, at);
+        if (length < 0) {
+          break;
+        }
+        at += length;
+      }
+    }
+    return samples.flip();
+  }
+}
