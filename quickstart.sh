@@ -67,8 +67,12 @@ record_standalone() {
   "${recorder[@]}" --tcp 6000 --until-disconnect &
   recording=$!
   trap 'kill $recording 2>/dev/null || true' EXIT
-  sleep 1
-  kill -0 $recording 2>/dev/null || exit 1
+  # The sniffer tries to connect when it starts, and then only when it has something to send.
+  for _ in $(seq 100); do
+    kill -0 $recording 2>/dev/null || exit 1
+    if grep -qs ':1770 .* 0A ' /proc/net/tcp /proc/net/tcp6; then break; fi  # 1770 is 6000, 0A listens
+    sleep 0.1
+  done
   "${may_capture[@]}" "$built/standalone/sniffer"
   wait $recording
 }

@@ -67,7 +67,6 @@ public final class RecorderMain {
   }
 
   private static void record(Options options) throws IOException, InterruptedException {
-    Rehearsal.play();
     Console console = new Console(System.out, System.console() != null);
     Recorder.Limits limits =
         new Recorder.Limits(options.untilDisconnect, options.idleExitMillis,
@@ -90,8 +89,12 @@ public final class RecorderMain {
     if (options.embedded.isEmpty()) {
       try (Transport link = options.udp != null ? new UdpTransport(options.udp, console)
                                                 : new TcpTransport(options.tcp, console)) {
+        Rehearsal.play();  // what comes meanwhile waits in the socket
         recorder.run(link);
       }
+    }
+    if (!options.embedded.isEmpty()) {
+      Rehearsal.play();
     }
     for (String devices : options.embedded) {
       if (!recorder.stopped()) {
