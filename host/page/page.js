@@ -205,10 +205,10 @@
     length(call.running ? (Date.now() - call.start) / 1000 : call.seconds));
 
   function row(call) {
-    return h('a', {class: 'row', href: address(call), draggable: 'false'},
+    return h('a', {class: 'row', href: address(call), draggable: 'false', title: `${call.caller} → ${call.callee}\n${call.endReason}`},
       h('time', {datetime: new Date(call.start).toISOString()}, clock.format(call.start)),
       h('span', {class: 'who'}, bdi(call.from.name)), h('span', {class: 'whom'}, h('i', {'aria-label': 'to'}, '→'), bdi(call.to.name)),
-      call.running ? h('em', {class: 'live'}, 'Running') : sketch(call),
+      call.running ? h('em', {class: 'live'}, 'Running') : call.total ? sketch(call) : h('em', {class: 'mute'}, 'No sound'),
       lasting(call, {class: 'length'}), flawed(call) && h('em', {class: 'flaw'}, flaws(call)));
   }
 
