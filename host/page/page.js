@@ -96,13 +96,15 @@
       let record;
       try { record = JSON.parse(line); } catch { continue; }   // cut off when the machine died
       if (record.settled) calls.forEach((call, n) => call.running && calls.delete(n));
-      if (record.call) calls.set(record.key, prepare(record));
+      if (!record.call) continue;
+      calls.delete(record.was);
+      calls.set(record.call.name, prepare(record));
     }
   }
 
   /** The report of a call, with what drawing and searching need. Times within a call are seconds from its start. */
-  function prepare({key, call, peaks, running}) {
-    call.key = key;
+  function prepare({was, call, peaks, running}) {
+    call.was = was;
     call.running = running;
     call.from = party(call.caller);
     call.to = party(call.callee);
@@ -137,7 +139,7 @@
   function search() {
     const fits = matcher();
     found = [...calls.values()].filter(fits)
-      .sort((a, b) => !!b.running - !!a.running || b.start - a.start || (a.key < b.key ? 1 : -1));
+      .sort((a, b) => !!b.running - !!a.running || b.start - a.start || (a.name < b.name ? 1 : -1));
     const all = calls.size;
     const up = found.filter(call => call.running).length;
     const narrowed = found.length !== all;
@@ -200,7 +202,7 @@
     mark();
   }
 
-  const address = call => '#' + encodeURIComponent(call.key);
+  const address = call => '#' + encodeURIComponent(call.name);
   const lasting = (call, attributes) => h('span', {...attributes, 'data-since': call.running && call.start},
     length(call.running ? (Date.now() - call.start) / 1000 : call.seconds));
 
@@ -620,10 +622,11 @@
       }
       setTimeout(ask, 3000 + 30 * (performance.now() - asked));   // long pages less often
       if (!event.data.lines.length) return;
-      const before = shown && shown.key;
       take(event.data.lines.map(String));
       search();
-      if (before && calls.get(before) !== shown) show(calls.get(before) || null);
+      const now = shown && [...calls.values()].find(call => call.name === shown.name || (shown.running && call.was === shown.name));
+      if (now && now.name !== shown.name && location.hash) location.replace(address(now));
+      else if (now && now !== shown) show(now);
       else follow();
     });
     setTimeout(ask, 3000);

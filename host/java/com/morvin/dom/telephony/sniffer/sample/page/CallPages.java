@@ -2,15 +2,12 @@ package com.morvin.dom.telephony.sniffer.sample.page;
 
 import com.morvin.dom.telephony.sniffer.sample.storage.CallReport;
 import com.morvin.dom.telephony.sniffer.sample.storage.Json;
-import java.io.Closeable;
 import java.io.IOException;
 import java.nio.file.Path;
 import java.time.Clock;
 import java.time.Instant;
 import java.time.LocalDate;
 import java.time.ZoneId;
-import java.util.ArrayDeque;
-import java.util.Deque;
 import java.util.LinkedHashMap;
 import java.util.List;
 import java.util.Locale;
@@ -20,14 +17,12 @@ import java.util.Map;
  * The pages that people look at: index.html with the newest calls and, when there are many, days/ with older ones.
  *
  * <p>A call costs two short lines at the end of one file, whatever the number of calls: one when it begins and one when
- * it has ended. All operations belong to one thread, which may be another than the one that reads from the sniffer:
- * they read recordings and write to the disk.
+ * it has ended. All operations belong to the thread of the disk: they read recordings and write. One that has thrown
+ * can be tried again.
  */
-public final class CallPages implements Closeable {
+public final class CallPages {
   /** Characters that draw one voice. */
   private static final int POINTS = 400;
-  /** Lines that wait for a disk that is full. */
-  private static final int MAX_WAITING = 1000;
 
   /** Bytes of calls from which on a page is put away when its day is over, and in any case. */
   record Limits(long many, long most) {
@@ -38,7 +33,6 @@ public final class CallPages implements Closeable {
   private final Limits limits;
   private final Clock clock;
   private final Map<String, String> running = new LinkedHashMap<>();
-  private final Deque<String> waiting = new ArrayDeque<>();
   private final PageFile page;
   private LocalDate written;
 
@@ -62,67 +56,50 @@ public final class CallPages implements Closeable {
   }
 
   /**
-   * Shows a call as running. To be told again of calls that an earlier run of the recorder left unfinished.
+   * Shows a call as running. To be told when media comes, so that forged signalling leaves no trace on the disk; and told
+   * anew after a restart.
    *
-   * @param key that no other call has, nor will have
+   * @param running tells it apart from all others of this run
    * @param protocol of its signalling
    * @param caller who called
    * @param callee who was called
    * @param start milliseconds since 1970
-   * @throws IOException when it could not be written; it is tried again with the next call
+   * @throws IOException when it cannot be written
    */
-  public void began(String key, String protocol, String caller, String callee, long start) throws IOException {
+  public void began(String running, String protocol, String caller, String callee, long start) throws IOException {
     CallReport.Voice silence = new CallReport.Voice(0, 0, List.of(), List.of());
     CallReport call = new CallReport(
-        key, protocol, "", caller, callee, start, 0, "", silence, silence, "", List.of(), List.of());
-    String line = line(key, "\"running\":true", call);
-    running.put(key, line);
-    write(line);
+        running, protocol, "", caller, callee, start, 0, "", silence, silence, "", List.of(), List.of());
+    String line = line(running, "\"running\":true", call);
+    append(line);
+    this.running.put(running, line);
   }
 
   /**
-   * Shows a call as it was, with the shape of its recordings, which are complete by now.
+   * Shows a call as it was, with the shape of its recordings, which are complete by now. A call that went on after all is
+   * told again: the later report of a name counts.
    *
-   * <p>A call that went on after all is told again under its key: the later report counts.
-   *
-   * @param key as when it began
+   * @param running as when it began
    * @param call what is known of it
-   * @throws IOException when it could not be written; it is tried again with the next call
+   * @throws IOException when it cannot be written
    */
-  public void ended(String key, CallReport call) throws IOException {
-    running.remove(key);
+  public void ended(String running, CallReport call) throws IOException {
     List<List<String>> peaks = List.of(peaks(call.fromCaller()), peaks(call.fromCallee()));
-    write(line(key, "\"peaks\":" + Json.write(peaks), call));
+    append(line(running, "\"peaks\":" + Json.write(peaks), call));
+    this.running.remove(running);
   }
 
-  private static String line(String key, String more, CallReport call) {
-    return "{\"key\":" + Json.write(key) + "," + more + ",\"call\":" + call.json() + "}\n";
-  }
-
-  /** Tries once more what could not be written. */
-  @Override
-  public void close() throws IOException {
-    flush();
+  private static String line(String running, String more, CallReport call) {
+    return "{\"was\":" + Json.write(running) + "," + more + ",\"call\":" + call.json() + "}\n";
   }
 
   private LocalDate today() {
     return LocalDate.ofInstant(Instant.ofEpochMilli(clock.millis()), ZoneId.systemDefault());
   }
 
-  private void write(String line) throws IOException {
-    waiting.add(line);
-    if (waiting.size() > MAX_WAITING) {
-      waiting.remove();
-    }
-    flush();
-  }
-
-  private void flush() throws IOException {
-    while (!waiting.isEmpty()) {
-      turnOver();
-      page.append(waiting.element());
-      waiting.remove();
-    }
+  private void append(String line) throws IOException {
+    turnOver();
+    page.append(line);
   }
 
   /** Puts the page away when it is time, and takes what is still running over to the next. */
@@ -130,10 +107,7 @@ public final class CallPages implements Closeable {
     LocalDate today = today();
     long size = page.size();
     if (size > limits.most || size > limits.many && !today.equals(written)) {
-      page.putAway(written, today);
-      for (String line : running.values()) {
-        page.append(line);
-      }
+      page.putAway(written, today, String.join("", running.values()));
     }
     written = today;
   }

@@ -75,8 +75,8 @@ final class PageFile {
     }
   }
 
-  /** Keeps the page under days/, named after its days, and begins another. */
-  void putAway(LocalDate last, LocalDate today) throws IOException {
+  /** Keeps the page under days/, named after its days, and begins another with some lines. */
+  void putAway(LocalDate last, LocalDate today, String lines) throws IOException {
     append(SETTLED);
     Files.createDirectories(days);
     String name = since.equals(last) || since.isAfter(last) ? last.toString() : since + "_" + last;
@@ -85,13 +85,13 @@ final class PageFile {
       target = days.resolve(String.format("%s.%02d.html", name, part));
     }
     Files.move(file, target);
-    begin(today);
+    begin(today, lines);
   }
 
   private void open(LocalDate today) throws IOException {
     lastDay = today;
     if (!Files.exists(file)) {
-      begin(today);
+      begin(today, "");
       return;
     }
     lastDay = LocalDate.ofInstant(Files.getLastModifiedTime(file).toInstant(), ZoneId.systemDefault());
@@ -110,7 +110,7 @@ final class PageFile {
     }
     if (start < 0) {
       Files.move(file, file.resolveSibling("index.html.old"));  // none of ours
-      begin(today);
+      begin(today, "");
     }
     // The calls that ran when the recorder ended run no more; a line that it could not complete ends here.
     append("\n" + SETTLED);
@@ -121,15 +121,15 @@ final class PageFile {
       return FileChannel.open(file, READ, WRITE);
     } catch (NoSuchFileException e) {
       Files.createDirectories(file.getParent());
-      begin(LocalDate.now());
+      begin(LocalDate.now(), "");
       return FileChannel.open(file, READ, WRITE);
     }
   }
 
-  private void begin(LocalDate today) throws IOException {
+  private void begin(LocalDate today, String lines) throws IOException {
     since = today;
     String head = "{\"since\":\"" + today + "\",\"older\":" + Json.write(older()) + "}\n";
-    replace(channel -> writeAll(channel, head));
+    replace(channel -> writeAll(channel, head + lines));
   }
 
   /** Names under days/, the newest first. */
