@@ -98,13 +98,15 @@
       if (record.settled) calls.forEach((call, n) => call.running && calls.delete(n));
       if (!record.call) continue;
       calls.delete(record.was);
-      calls.set(record.call.name, prepare(record));
+      const call = prepare(record);
+      calls.set(call.name, call);
     }
   }
 
   /** The report of a call, with what drawing and searching need. Times within a call are seconds from its start. */
   function prepare({was, call, peaks, running}) {
     call.was = was;
+    call.name = call.name || was;   // a running call has no files to be named after
     call.running = running;
     call.from = party(call.caller);
     call.to = party(call.callee);

@@ -1,6 +1,7 @@
 package com.morvin.dom.telephony.sniffer.sample;
 
 import com.morvin.dom.telephony.sniffer.sample.console.Console;
+import com.morvin.dom.telephony.sniffer.sample.page.CallPages;
 import com.morvin.dom.telephony.sniffer.sample.recording.Recorder;
 import com.morvin.dom.telephony.sniffer.sample.signalling.CallFollower;
 import com.morvin.dom.telephony.sniffer.sample.storage.Store;
@@ -72,7 +73,9 @@ public final class RecorderMain {
         new Recorder.Limits(options.untilDisconnect, options.idleExitMillis,
             CallFollower.Limits.DEFAULT.withIdle(options.callTimeoutMillis));
     try (Store store = new Store(options.out, console)) {
-      Recorder recorder = new Recorder(store, limits, console, Clock.systemUTC(), report -> { });
+      CallPages pages = new CallPages(options.out, Clock.systemUTC());
+      store.disk().then(pages::open);
+      Recorder recorder = new Recorder(store, limits, console, Clock.systemUTC(), pages);
       CountDownLatch finished = new CountDownLatch(1);
       finishOnShutdown(recorder, finished);
       try {

@@ -1,5 +1,6 @@
 package com.morvin.dom.telephony.sniffer.sample.page;
 
+import com.morvin.dom.telephony.sniffer.sample.storage.Audience;
 import com.morvin.dom.telephony.sniffer.sample.storage.CallReport;
 import com.morvin.dom.telephony.sniffer.sample.storage.Json;
 import java.io.IOException;
@@ -17,80 +18,65 @@ import java.util.Map;
  * The pages that people look at: index.html with the newest calls and, when there are many, days/ with older ones.
  *
  * <p>A call costs two short lines at the end of one file, whatever the number of calls: one when it begins and one when
- * it has ended. All operations belong to the thread of the disk: they read recordings and write. One that has thrown
- * can be tried again.
+ * it has ended. All operations belong to the thread of the disk: they read recordings and write. One that has thrown can
+ * be tried again.
  */
-public final class CallPages {
+public final class CallPages implements Audience {
   /** Characters that draw one voice. */
   private static final int POINTS = 400;
 
-  /** Bytes of calls from which on a page is put away when its day is over, and in any case. */
-  record Limits(long many, long most) {
-    static final Limits USUAL = new Limits(2 << 20, 48 << 20);
-  }
+  /** Bytes of calls from which on a page is put away when its day is over. */
+  private static final long MANY = 2 << 20;
+  /** And in any case. */
+  private static final long MOST = 48 << 20;
 
   private final Path directory;
-  private final Limits limits;
   private final Clock clock;
   private final Map<String, String> running = new LinkedHashMap<>();
-  private final PageFile page;
+  private PageFile page;
   private LocalDate written;
 
   /**
-   * Goes on with the page that is there, or begins one.
+   * Pages beside the recordings.
    *
-   * @param directory where the recordings are
    * @param clock tells when a day is over
-   * @throws IOException when the page cannot be written
    */
-  public CallPages(Path directory, Clock clock) throws IOException {
-    this(directory, clock, Limits.USUAL);
-  }
-
-  CallPages(Path directory, Clock clock, Limits limits) throws IOException {
+  public CallPages(Path directory, Clock clock) {
     this.directory = directory;
     this.clock = clock;
-    this.limits = limits;
-    page = PageFile.open(directory, today());
-    written = page.lastDay();
   }
 
-  /**
-   * Shows a call as running. To be told when media comes, so that forged signalling leaves no trace on the disk; and told
-   * anew after a restart.
-   *
-   * @param running tells it apart from all others of this run
-   * @param protocol of its signalling
-   * @param caller who called
-   * @param callee who was called
-   * @param start milliseconds since 1970
-   * @throws IOException when it cannot be written
-   */
-  public void began(String running, String protocol, String caller, String callee, long start) throws IOException {
-    CallReport.Voice silence = new CallReport.Voice(0, 0, List.of(), List.of());
-    CallReport call = new CallReport(
-        running, protocol, "", caller, callee, start, 0, "", silence, silence, "", List.of(), List.of());
-    String line = line(running, "\"running\":true", call);
+  /** Goes on with the page that is there, or begins one, so that there is something to open before the first call. */
+  public void open() throws IOException {
+    if (page == null) {
+      page = PageFile.open(directory, today());
+      written = page.lastDay();
+    }
+  }
+
+  /** Shows a call as running. */
+  @Override
+  public void began(CallReport call) throws IOException {
+    String line = line(call, "\"running\":true");
     append(line);
-    this.running.put(running, line);
+    running.put(name(call), line);
   }
 
-  /**
-   * Shows a call as it was, with the shape of its recordings, which are complete by now. A call that went on after all is
-   * told again: the later report of a name counts.
-   *
-   * @param running as when it began
-   * @param call what is known of it
-   * @throws IOException when it cannot be written
-   */
-  public void ended(String running, CallReport call) throws IOException {
+  /** Shows a call as it was, with the shape of its recordings. */
+  @Override
+  public void ended(CallReport call) throws IOException {
     List<List<String>> peaks = List.of(peaks(call.fromCaller()), peaks(call.fromCallee()));
-    append(line(running, "\"peaks\":" + Json.write(peaks), call));
-    this.running.remove(running);
+    append(line(call, "\"peaks\":" + Json.write(peaks)));
+    running.remove(name(call));
   }
 
-  private static String line(String running, String more, CallReport call) {
-    return "{\"was\":" + Json.write(running) + "," + more + ",\"call\":" + call.json() + "}\n";
+  /** What a running call is known by, which has no files of its own to be named after. */
+  private static String name(CallReport call) {
+    return call.protocol() + " " + call.start() + " " + call.id();
+  }
+
+  private static String line(CallReport call, String more) {
+    return "{\"was\":" + Json.write(name(call)) + "," + more + ",\"call\":" + call.json() + "}\n";
   }
 
   private LocalDate today() {
@@ -98,6 +84,7 @@ public final class CallPages {
   }
 
   private void append(String line) throws IOException {
+    open();
     turnOver();
     page.append(line);
   }
@@ -106,7 +93,7 @@ public final class CallPages {
   private void turnOver() throws IOException {
     LocalDate today = today();
     long size = page.size();
-    if (size > limits.most || size > limits.many && !today.equals(written)) {
+    if (size > MOST || size > MANY && !today.equals(written)) {
       page.putAway(written, today, String.join("", running.values()));
     }
     written = today;

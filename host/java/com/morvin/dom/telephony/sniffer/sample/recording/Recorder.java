@@ -5,6 +5,7 @@ import com.morvin.dom.telephony.sniffer.sample.console.Text;
 import com.morvin.dom.telephony.sniffer.sample.signalling.Call;
 import com.morvin.dom.telephony.sniffer.sample.signalling.CallFollower;
 import com.morvin.dom.telephony.sniffer.sample.signalling.Direction;
+import com.morvin.dom.telephony.sniffer.sample.storage.Audience;
 import com.morvin.dom.telephony.sniffer.sample.storage.CallLog;
 import com.morvin.dom.telephony.sniffer.sample.storage.CallReport;
 import com.morvin.dom.telephony.sniffer.sample.storage.Reports;
@@ -20,7 +21,6 @@ import java.time.Clock;
 import java.util.HashMap;
 import java.util.List;
 import java.util.Map;
-import java.util.function.Consumer;
 
 /**
  * Follows the calls that sniffers report, asks for their media, and writes them down. Decoding happens on the thread
@@ -41,6 +41,7 @@ public final class Recorder implements CallFollower.Listener {
   private final Limits limits;
   private final Console console;
   private final Clock clock;
+  private final Audience audience;
   private final CallLog log;
   private final Reports reports;
   private final CallFollower follower;
@@ -63,18 +64,19 @@ public final class Recorder implements CallFollower.Listener {
   /**
    * Records into a store, which the caller closes.
    *
-   * @param audience hears of each call that has ended, when all its files are there, on a thread of the store
+   * @param audience hears of calls
    */
-  public Recorder(Store store, Limits limits, Console console, Clock clock, Consumer<CallReport> audience)
+  public Recorder(Store store, Limits limits, Console console, Clock clock, Audience audience)
       throws IOException {
     this.store = store;
     this.limits = limits;
     this.console = console;
     this.clock = clock;
+    this.audience = audience;
     log = new CallLog(store.directory());
     reports = new Reports(store, log, console, report -> {
       summary.add(report);
-      audience.accept(report);
+      store.disk().then(() -> audience.ended(report));
     });
     follower = new CallFollower(this, limits.calls, command -> transport.send(command));
   }
@@ -168,6 +170,10 @@ public final class Recorder implements CallFollower.Listener {
       Recording recording = recordings.get(use.call());
       boolean known = recording.media(received.frame(), use.direction(), use.media(), received.time(now));
       countMalformed(known ? 0 : 1);
+      if (known && recording.showsUp()) {
+        CallReport running = recording.unfinished();
+        store.disk().then(() -> audience.began(running));
+      }
     }
   }
 

@@ -54,6 +54,7 @@ final class Recording {
   private final List<RunningCalls.Signalled> fresh = new ArrayList<>();
   private final Reports.Place place;
   private boolean told;
+  private boolean shown;
 
   Recording(Call call, RunningCalls.Journal journal, Store store) {
     this.call = call;
@@ -127,6 +128,20 @@ final class Recording {
     Set<String> all = new TreeSet<>(call.notes());
     tracks.forEach((direction, track) -> track.notes().forEach(note -> all.add(direction + ": " + note)));
     return all;
+  }
+
+  /** Whether it is there for others to see from now on, and was not before. */
+  boolean showsUp() {
+    boolean first = !shown;
+    shown = true;
+    return first;
+  }
+
+  /** What is known of it while it runs. */
+  CallReport unfinished() {
+    CallReport.Voice none = new CallReport.Voice(0, 0, List.of(), List.of());
+    return new CallReport("", call.protocol(), Text.printable(call.id()), Text.printable(call.caller()),
+        Text.printable(call.callee()), call.start(), 0, "", none, none, "", List.copyOf(ladder), List.of());
   }
 
   /** Has it all written down; a call that goes on after all is written down again. */

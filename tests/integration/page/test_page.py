@@ -1,0 +1,138 @@
+"""The page of the sample recorder in a browser: calls that the recorder is told over TCP, looked at from the disk."""
+
+import os
+import pathlib
+import shutil
+import socket
+import subprocess
+import sys
+import time
+
+sys.path.insert(0, str(pathlib.Path(__file__).parent.parent / "live"))
+import harness
+from browser import Browser
+from harness import H323, RTP, SIP, forwarded, udp_frame
+
+CALL = [frame for frame in harness.read_capture(harness.sample("sip-g711a-call.pcap")) if frame.is_udp]
+HOSTILE = "</script><script>document.title='owned'</script>"
+IMAGE = "<img src=x onerror=\"document.title='owned'\">\u202e\u2028&amp;"
+ESCAPE, DOWN = "\ue00c", "\ue015"
+
+
+class Recorder:
+    """The sample recorder as a process, and its sniffer."""
+
+    def __init__(self, folder):
+        with socket.create_server(("127.0.0.1", 0)) as probe:
+            port = probe.getsockname()[1]
+        options = ["--tcp", str(port), "--out", folder]
+        self.process = subprocess.Popen(
+            [*harness.die_with_us(), os.environ["SNIFFER_JAVA"], "-jar", os.environ["SNIFFER_JAR"], *options],
+            stdout=subprocess.PIPE,
+            text=True,
+        )
+        self.wait_said("waiting for the sniffer")
+        self.sniffer = socket.create_connection(("127.0.0.1", port))
+
+    def wait_said(self, text):
+        if not any(text in line for line in self.process.stdout):
+            raise AssertionError(f"the recorder ended without saying {text!r}")
+
+    def tell(self, *frames):
+        for protocol, frame in frames:
+            self.sniffer.sendall(forwarded(protocol, frame))
+
+    def close(self):
+        self.sniffer.close()
+        self.process.terminate()
+        self.process.communicate(timeout=harness.PATIENCE)
+
+
+def sip_call(call_id, callee, until=len(CALL), missing=()):
+    """The sample call under another name; without its last frames it goes on."""
+    for i, frame in enumerate(CALL[:until]):
+        if frame.is_sip:
+            text = frame.payload.replace(b"1-24765", call_id).replace(b"sip:bob@", b"sip:" + callee + b"@")
+            yield SIP, udp_frame(frame.source, frame.destination, text)
+        elif i not in missing:
+            yield RTP, frame
+
+
+def h323_call(caller, callee):
+    setup = f"t:5\nr:7\nc:77\ns:{caller}\nd:{callee}\nm:1:rcodec:g711Alaw64k 20,rtp:10.9.0.1 6000\n"
+    for message in setup, "t:90\nr:7\n":
+        yield H323, udp_frame(("10.9.0.1", 40000), ("10.9.0.2", 1720), message.encode())
+
+
+class ThePage(harness.TestCase):
+    def test_calls_are_found_heard_and_harmless(self):
+        folder = pathlib.Path(self.folder())
+        page = folder / "index.html"
+        recorder = self.keep(Recorder(folder))
+        bye = next(i for i, frame in enumerate(CALL) if frame.payload.startswith(b"BYE"))
+        recorder.tell(*sip_call(b"first", b"+493012345", missing=range(100, 120)))
+        recorder.wait_said("hung up")
+        recorder.tell(*h323_call(HOSTILE, IMAGE))
+        recorder.wait_said("released")
+        recorder.tell(*sip_call(b"second", b"carol", until=bye))
+        harness.wait_until(lambda: page.exists() and "carol" in page.read_text(), "the running call on the page")
+
+        browser = self.keep(Browser())
+        browser.open(page.as_uri())
+        self.assertEqual(browser.all("#summary"), ["3 calls, 1 running"])
+        self.assertEqual(browser.all(".row .who"), ["alice", HOSTILE, "alice"])
+        self.assertEqual(browser.all(".row .live"), ["Running"])
+
+        with self.subTest("hostile names are text"):
+            browser.click("section:last-of-type .row")
+            self.assertEqual(browser.all("#call h2 .caller"), [HOSTILE])
+            self.assertTrue(browser.all("#call h2 .callee")[0].startswith('<img src=x onerror="'))
+            found = "return [document.images.length, document.scripts.length, document.title === 'owned']"
+            self.assertEqual(browser.script(found), [0, 2, False])
+
+        with self.subTest("keys search, choose and play"):
+            browser.keys("/" + "(030) 12345")
+            self.assertEqual(browser.all("#summary"), ["1 of 3 calls"])
+            browser.keys(DOWN + " ")
+            self.assertEqual(browser.all("#call h2 .callee bdi"), ["+493012345", "10.20.0.2"])
+            browser.wait("document.querySelector('audio').currentTime > 0.3")
+            browser.keys(" ")
+            browser.wait("document.querySelector('audio').paused")
+            browser.click(".choice label:last-child input")  # another file, at the same time of the call
+            browser.wait("document.querySelector('audio').currentTime > 0.2")
+            self.assertEqual(len(browser.all(".gaps li")), 1)
+            self.assertEqual(browser.all(".row .flaw"), ["20 lost"])
+            self.assertIn("INVITE", browser.all(".arrow b"))
+            browser.keys("/" + ESCAPE)
+            self.assertEqual(browser.all("#summary"), ["3 calls, 1 running"])
+
+        with self.subTest("what happens meanwhile appears by itself"):
+            recorder.tell(*list(sip_call(b"second", b"carol"))[bye:])
+            browser.wait("!document.querySelector('.row .live')")
+            self.assertEqual(browser.all("#summary"), ["3 calls"])
+        self.assertEqual(browser.complaints(), [])
+        recorder.close()
+
+        with self.subTest("many calls of a day that is over get a page of their own"):
+            data = page.read_text().splitlines(keepends=True)
+            call = next(line for line in data if "+493012345" in line and '"peaks"' in line)
+            copies = "".join(call.replace('"name":"', f'"name":"{i}-') for i in range((2 << 20) // len(call) + 1))
+            with page.open("a") as file:
+                file.write(copies + call[: len(call) // 2])  # the last one is cut off
+            os.utime(page, times=(time.time() - 86400,) * 2)
+            recorder = self.keep(Recorder(folder))
+            recorder.tell(*sip_call(b"third", b"dora"))
+            recorder.wait_said("hung up")
+            browser.open(page.as_uri())
+            browser.wait("document.getElementById('summary').textContent === '1 call'")
+            browser.click("#older a")
+            total = copies.count("\n") + 3
+            browser.wait(f"document.getElementById('summary').textContent === '{total:,} calls'")
+            self.assertEqual(browser.complaints(), [])
+
+
+if __name__ == "__main__":
+    if missing := [program for program in ("chromium", "chromedriver") if shutil.which(program) is None]:
+        print("SKIPPED: looking at the page needs " + " and ".join(missing))
+        sys.exit(77)
+    harness.main()
