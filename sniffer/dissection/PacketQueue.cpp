@@ -13,7 +13,8 @@
 
 namespace {
 
-constexpr std::size_t kMostSpare = 16;  // blocks kept after a burst: 4 MB
+constexpr std::size_t kMostSpare = 32;      // blocks kept after a burst: 8 MB
+constexpr std::size_t kClaimedAtOnce = 32;  // frames
 
 log4cxx::LoggerPtr logger() {
   return log4cxx::Logger::getLogger("SnifferClient");
@@ -38,9 +39,14 @@ PacketQueue::PacketQueue(Statistics& counters) : statistics(counters) {
     logInitFailure("Condition variable packetPresent init problem:", error);
   }
   pthread_condattr_destroy(&attributes);
-  if (const int error = pthread_mutex_init(&packetQueueLock, nullptr); error != 0) {
+  pthread_mutexattr_t adaptive;
+  pthread_mutexattr_init(&adaptive);
+  // Held for the copy of a frame: it is sooner free again than a thread is asleep.
+  pthread_mutexattr_settype(&adaptive, PTHREAD_MUTEX_ADAPTIVE_NP);
+  if (const int error = pthread_mutex_init(&packetQueueLock, &adaptive); error != 0) {
     logInitFailure("Mutex packetQueueLock init problem:", error);
   }
+  pthread_mutexattr_destroy(&adaptive);
 }
 
 PacketQueue::~PacketQueue() {
@@ -141,12 +147,13 @@ void PacketQueue::tellOverflowEnd() {
 
 bool PacketQueue::takeBatch(std::chrono::milliseconds atMost) {
   const MutexLock guard(packetQueueLock);
-  if (inHand == 0) dropHand();
+  consumer = std::this_thread::get_id();
+  if (inHand + claimed == 0) dropHand();
   for (Lane& lane : lanes) {
     if (lane.taken.memory && lane.front() == nullptr) recycle(lane.taken);
   }
   working = false;
-  if (waiting == 0 && inHand == 0 && !woken) wait(atMost);
+  if (waiting == 0 && inHand + claimed == 0 && !woken) wait(atMost);
   woken = false;
   for (Lane& lane : lanes) {
     if (!lane.taken.memory && !lane.waiting.empty()) takeFirstBlock(lane);
@@ -156,14 +163,14 @@ bool PacketQueue::takeBatch(std::chrono::milliseconds atMost) {
   for (const Lane& lane : lanes) {
     if (!lane.waiting.empty()) horizon = std::min(horizon, lane.waiting.front().first()->number);
   }
-  return working = inHand != 0;
+  return working = inHand + claimed != 0;
 }
 
 void PacketQueue::dropHand() {
   for (Lane& lane : lanes) {
     if (lane.taken.memory) lane.at = lane.taken.memory->end();
   }
-  handSize = 0;
+  handSize = claimedSize = 0;
 }
 
 void PacketQueue::takeFirstBlock(Lane& lane) {
@@ -186,15 +193,23 @@ QueuedPacket* PacketQueue::next() {
     packet = media;
   }
   if (packet == nullptr || packet->number >= horizon) return nullptr;
-  // Either this takes the frame or discard() does.
-  std::size_t left = inHand.load(std::memory_order_relaxed);
-  do {
-    if (left == 0) return nullptr;
-  } while (!inHand.compare_exchange_weak(left, left - 1, std::memory_order_relaxed));
+  if (claimed == 0 && !claim()) return nullptr;
+  --claimed;
   const std::size_t size = recordSize(packet->header.len);
   lane->at += size;
-  handSize.store(handSize.load(std::memory_order_relaxed) - size, std::memory_order_relaxed);
+  claimedSize += size;
   return packet;
+}
+
+bool PacketQueue::claim() {
+  handSize.store(handSize.load(std::memory_order_relaxed) - std::exchange(claimedSize, 0), std::memory_order_relaxed);
+  // Either this takes the frames or discard() does.
+  std::size_t left = inHand.load(std::memory_order_relaxed);
+  do {
+    if (left == 0) return false;
+    claimed = std::min(left, kClaimedAtOnce);
+  } while (!inHand.compare_exchange_weak(left, left - claimed, std::memory_order_relaxed));
+  return true;
 }
 
 void PacketQueue::wait(std::chrono::milliseconds atMost) {
@@ -222,7 +237,8 @@ void PacketQueue::wake() {
 
 std::size_t PacketQueue::discard() {
   const MutexLock guard(packetQueueLock);
-  const std::size_t dumped = waiting + inHand.exchange(0);
+  std::size_t dumped = waiting + inHand.exchange(0);
+  if (std::this_thread::get_id() == consumer) dumped += std::exchange(claimed, 0);
   for (Lane& lane : lanes) {
     for (Block& block : lane.waiting) recycle(block);
     lane.waiting.clear();

@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <deque>
 #include <memory>
+#include <thread>
 #include <vector>
 
 #include "CaptureStamp.h"
@@ -93,6 +94,7 @@ class PacketQueue {
   bool makeRoom(Lane& lane, std::size_t size);
   bool dropNewestMedia();
   void dropHand();
+  bool claim();
   void countOverflow(const Lane& lane);
   void tellOverflowEnd();
   void takeFirstBlock(Lane& lane);
@@ -119,7 +121,13 @@ class PacketQueue {
 
   std::uint64_t horizon = 0;  ///< the batch ends in front of this number
 
-  // What the consumer has taken and not had yet. None, though a block has frames left: they have been discarded.
-  std::atomic<std::size_t> inHand = 0;
-  std::atomic<std::size_t> handSize = 0;  ///< their bytes
+  // Taken by the consumer and not yet claimed for processing. None, though a block has frames left: they have been
+  // discarded. On lines of their own, so that the consumer's progress does not disturb the producers.
+  alignas(64) std::atomic<std::size_t> inHand = 0;
+  std::atomic<std::size_t> handSize = 0;  ///< their bytes, to a claim
+
+  // The consumer's own.
+  alignas(64) std::size_t claimed = 0;  ///< frames that no other thread discards
+  std::size_t claimedSize = 0;          ///< bytes had since the last claim
+  std::thread::id consumer;
 };

@@ -45,8 +45,7 @@ bool RtpDestinations::contains(RtpAddr destination) const {
     const std::uint64_t before = changes.load(std::memory_order_acquire);
     const Table& now = *table.load(std::memory_order_acquire);
     if (now.keys[now.slotOf(key)].load(std::memory_order_acquire) == key) return true;
-    // Not found: true only if nothing moved meanwhile.
-    std::atomic_thread_fence(std::memory_order_acquire);
+    // Not found: true only if nothing moved meanwhile. The keys were read with acquire, so this is read after them.
     if (before % 2 == 0 && changes.load(std::memory_order_relaxed) == before) return false;
     std::this_thread::yield();
   }

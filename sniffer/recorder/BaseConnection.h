@@ -33,7 +33,8 @@ class BaseConnection {
 
   /// Sends frames in order, so that nobody can tell it from a sendPacket() for each. Ends behind the first one that
   /// is not taken whole, or earlier: what follows has to be judged anew, for the recorder's wishes may have gone with
-  /// the connection. Answers the number of frames dealt with, the last one included, at least one; their `sent` is set.
+  /// the connection, and after a wait for the recorder a frame may have become late. Answers the number of frames dealt
+  /// with, the last one included; their `sent` is set. None only after a wait, behind which there is room.
   virtual std::size_t sendPackets(std::span<OutgoingFrame> frames) {
     for (std::size_t i = 0; i < frames.size(); ++i) {
       frames[i].sent = sendPacket(frames[i].bytes, frames[i].length);

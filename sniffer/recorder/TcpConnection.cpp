@@ -112,7 +112,8 @@ bool TcpConnection::reconnect() {
 
 int TcpConnection::sendPacket(u_char* buffer, int length) {
   OutgoingFrame frame{buffer, length};
-  sendPackets({&frame, 1});
+  while (sendPackets({&frame, 1}) == 0) {
+  }
   return frame.sent;
 }
 
@@ -164,8 +165,20 @@ bool TcpConnection::sendGroup(std::span<OutgoingFrame> frames, std::size_t& done
   done += whole;
   // Where it ends between two frames, the one behind has not been tried yet.
   if (whole == size || (whole > 0 && left == 0)) return true;
+  // A frame that has not begun and had to wait is the caller's again: it may be late now.
   OutgoingFrame& frame = frames[whole];
-  frame.sent = sendRest({frame.bytes, static_cast<std::size_t>(frame.length)}, left, size - whole, held);
+  bool patient = sendTimeout.count() > 0;
+  if (n == -1 && errno == EAGAIN && patient) {
+    const Room room = waitForRoom(size, held);
+    if (room == Room::kThere) return false;
+    // Little room does not count as room: now that the time is over, it is tried all the same.
+    patient = false;
+    left = room == Room::kNeverMore ? 0
+                                    : send(clientSd, frame.bytes, static_cast<std::size_t>(frame.length), MSG_NOSIGNAL);
+  }
+  frame.sent = connected
+                   ? sendRest({frame.bytes, static_cast<std::size_t>(frame.length)}, left, size - whole, patient, held)
+                   : 0;
   ++done;
   return frame.sent == frame.length;
 }
@@ -182,11 +195,11 @@ std::size_t TcpConnection::gather(std::span<const OutgoingFrame> frames) {
   return std::max<std::size_t>(size, 1);
 }
 
-int TcpConnection::sendRest(std::span<const u_char> bytes, ssize_t n, std::size_t frames, Lock& held) {
+int TcpConnection::sendRest(std::span<const u_char> bytes, ssize_t n, std::size_t frames, bool patient, Lock& held) {
   const bool once = sendTimeout.count() > 0;
   const auto length = static_cast<ssize_t>(bytes.size());
   ssize_t sent = 0;
-  for (bool patient = once;;) {
+  while (true) {
     if (n == -1 && errno == EAGAIN && patient) {
       const Room room = waitForRoom(frames, held);
       if (room == Room::kNeverMore) break;
@@ -248,7 +261,7 @@ bool TcpConnection::sendReplies(Lock& held) {
   while (connected && !replies.empty()) {
     const std::vector<u_char> now = std::exchange(replies, {});
     const ssize_t n = send(clientSd, now.data(), now.size(), MSG_NOSIGNAL);
-    if (sendRest(now, n, 1, held) < static_cast<int>(now.size())) return false;
+    if (sendRest(now, n, 1, sendTimeout.count() > 0, held) < static_cast<int>(now.size())) return false;
   }
   return true;
 }

@@ -80,7 +80,7 @@ class TcpConnection : public BaseConnection {
   /// Puts the first frames into `together`, where there are several, and answers how many: one at least.
   std::size_t gather(std::span<const OutgoingFrame> frames);
   /// Goes on with a frame of which the last send gave `n`. `frames` wait with it.
-  int sendRest(std::span<const u_char> bytes, ssize_t n, std::size_t frames, Lock& held);
+  int sendRest(std::span<const u_char> bytes, ssize_t n, std::size_t frames, bool patient, Lock& held);
   bool sendReplies(Lock& held);
   Room waitForRoom(std::size_t frames, Lock& held);
   int reject(Lock& held);
