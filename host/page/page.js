@@ -579,6 +579,7 @@
     const next = Math.min(found.length - 1, Math.max(0, shown && found.includes(shown) ? found.indexOf(shown) + by : 0));
     while (drawn <= next) drawMore();
     location.replace(address(found[next]));
+    follow();   // at once: the event comes only behind the keys that were pressed meanwhile
     found[next].row.focus({preventScroll: true});
     found[next].row.scrollIntoView({block: 'nearest'});
   }

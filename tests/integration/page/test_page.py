@@ -96,10 +96,11 @@ class ThePage(harness.TestCase):
             browser.keys(DOWN + " ")
             self.assertEqual(browser.all("#call h2 .callee bdi"), ["+493012345", "10.20.0.2"])
             browser.wait("document.querySelector('audio').currentTime > 0.3")
+            browser.click(".choice label:last-child input")  # while it plays: the callee alone, who speaks later
+            browser.wait("document.querySelector('audio').currentTime > 0.3")
+            self.assertIn("from-callee", browser.script("return document.querySelector('audio').src"))
             browser.keys(" ")
             browser.wait("document.querySelector('audio').paused")
-            browser.click(".choice label:last-child input")  # another file, at the same time of the call
-            browser.wait("document.querySelector('audio').currentTime > 0.2")
             self.assertEqual(len(browser.all(".gaps li")), 1)
             self.assertEqual(browser.all(".row .flaw"), ["20 lost"])
             self.assertIn("INVITE", browser.all(".arrow b"))
