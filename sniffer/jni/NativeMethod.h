@@ -1,0 +1,17 @@
+#pragma once
+
+#include <cstdio>
+#include <exception>
+
+/// Runs the body of a native method. What it throws ends here, with a line on the standard error stream: logging may be
+/// what has failed.
+template <typename Body>
+void nativeMethod(const char* name, Body body) noexcept {
+  try {
+    body();
+  } catch (const std::exception& failure) {
+    std::fprintf(stderr, "%s: %s\n", name, failure.what());
+  } catch (...) {
+    std::fprintf(stderr, "%s: unknown failure\n", name);
+  }
+}
