@@ -1,4 +1,5 @@
-"""The native library in a real Java virtual machine, with every JNI check that it has."""
+"""The native library in a real Java virtual machine, with every JNI check that it has; and what the program shares with
+it and neither may suffer from: a log that cannot be written, a statistics file."""
 
 import os
 import pathlib
@@ -8,7 +9,7 @@ import unittest
 
 sys.path.insert(0, str(pathlib.Path(__file__).parent.parent / "live"))
 import harness
-from harness import ADD, RTP, SIP, Namespace, command, forwarded, udp_frame
+from harness import ADD, RTP, SIP, Namespace, Recorder, Wire, command, forwarded, udp_frame
 
 JAVA = [
     os.environ["SNIFFER_JAVA"],
@@ -17,7 +18,8 @@ JAVA = [
 ]
 MEDIA = [("10.20.0.1", 30000), ("10.20.0.2", 40000)]
 CALL = harness.sample("sip-g711a-call.pcap")
-CAN_CAPTURE = os.geteuid() == 0
+CAPTURED = [frame for frame in harness.read_capture(CALL) if frame.is_udp]
+EXPECTED = [forwarded(SIP if one.is_sip else RTP, one) for one in CAPTURED if one.is_sip or one.destination in MEDIA]
 
 
 def invite(number, time=0.0):
@@ -25,18 +27,30 @@ def invite(number, time=0.0):
     return udp_frame(("10.0.0.1", 5060), ("10.0.0.2", 5060), text, time)
 
 
-def expected_of_call():
-    frames = [frame for frame in harness.read_capture(CALL) if frame.is_udp]
-    return [
-        forwarded(SIP if frame.is_sip else RTP, frame) for frame in frames if frame.is_sip or frame.destination in MEDIA
-    ]
+def logging_to(*files):
+    lines = ["log4j.rootLogger=DEBUG, " + ", ".join(f"a{i}" for i in range(len(files)))]
+    for i, file in enumerate(files):
+        lines.append(f"log4j.appender.a{i}=org.apache.log4j.FileAppender")
+        lines.append(f"log4j.appender.a{i}.File={file}")
+        lines.append(f"log4j.appender.a{i}.layout=org.apache.log4j.PatternLayout")
+        lines.append(f"log4j.appender.a{i}.layout.ConversionPattern=%p %m%n")
+    return "\n".join(lines)
 
 
-class InTheVirtualMachine(harness.TestCase):
+class Test(harness.TestCase):
     def setUp(self):
         self.directory = pathlib.Path(self.folder())
-        self.set_logging("log4j.rootLogger=OFF\n")
 
+    def check_metrics(self, file, **figures):
+        text = file.read_text()
+        check = subprocess.run(["promtool", "check", "metrics"], input=text, capture_output=True, text=True)
+        self.assertEqual((check.returncode, check.stdout, check.stderr), (0, "", ""))
+        for name, count in figures.items():
+            self.assertIn(f'sniffer_forwarded_frames_total{{protocol="{name}"}} {count}\n', text)
+        self.assertEqual(list(file.parent.glob("*.new")), [])
+
+
+class InTheVirtualMachine(Test):
     def set_logging(self, text):
         (self.directory / "log4cxx.properties").write_text(text)
 
@@ -60,68 +74,100 @@ class InTheVirtualMachine(harness.TestCase):
             self.assertNotIn(complaint, said)
         return output, errors
 
-    def record(self, devices, frames, count=-1, filter="udp", **more):
+    def record(self, devices, frames, count=-1, settings="", **more):
         file = self.directory / "frames"
         commands = [command(ADD, destination).hex() for destination in MEDIA]
-        self.run_host("record", devices, filter, count, frames, file, *commands, **more)
+        _, errors = self.run_host("record", devices, count, settings, frames, file, *commands, **more)
         data, taken = file.read_bytes(), []
         while data:
             length = int.from_bytes(data[:2], "big")
             taken.append(data[:length])
             data = data[length:]
-        return taken
+        return taken, errors
 
-    def test_call_from_a_file(self):
-        expected = expected_of_call()
-        taken = self.record(f"file:{CALL}", len(expected), environment={"SNIFFER_REPLAY_PACE": "full"})
-        self.assert_frames(taken, expected, "frames")
+    def test_call_from_a_file_with_a_full_log_disk(self):
+        self.set_logging(logging_to("/dev/full", "/proc/none"))
+        metrics = self.directory / "sniffer.prom"
+        pace = {"SNIFFER_REPLAY_PACE": "full"}
+        settings = f"StatisticsFile={metrics} Device=eth0"
+        taken, errors = self.record(f"file:{CALL}", len(EXPECTED), settings=settings, environment=pace)
+        self.assert_frames(taken, EXPECTED, "frames")
+        self.assertEqual([errors.count(f"the log {file} cannot") for file in ("/dev/full", "/proc/none")], [1, 1])
+        self.check_metrics(metrics, sip=len([frame for frame in EXPECTED if frame[2] == SIP]))
 
-    @unittest.skipUnless(CAN_CAPTURE, "capturing on a device needs root")
+    @unittest.skipUnless(os.geteuid() == 0, "capturing on a device needs root")
     def test_call_on_a_device(self):
         here, there = self.keep(Namespace()), self.keep(Namespace())
         there.join("wire0", here, "tap0")
-        expected = expected_of_call()
+        self.set_logging(logging_to(self.directory / "log"))
 
         def replay():
-            harness.time.sleep(2)
+            log = self.directory / "log"
+            harness.wait_until(lambda: log.exists() and "PCAP thread created 0" in log.read_text(), "the capture")
             there.run("tcpreplay", "--quiet", "--multiplier=4", "--intf1=wire0", str(CALL))
 
-        taken = self.record("tap0", len(expected), namespace=here, meanwhile=replay)
-        self.assert_frames(taken, expected, "frames")
+        taken, _ = self.record("tap0", len(EXPECTED), namespace=here, meanwhile=replay)
+        self.assert_frames(taken, EXPECTED, "frames")
 
-    def test_two_devices_with_a_limit(self):
+    def test_two_devices_with_a_limit_and_no_logging_configuration(self):
         file = self.directory / "many.pcap"
         harness.write_capture(file, [invite(number) for number in range(50)])
         expected = [forwarded(SIP, invite(number)) for number in range(10)]
-        taken = self.record(f"file:{file};file:{file};file:/none", 20, count=10)
+        taken, errors = self.record(f"file:{file};file:{file};file:/none", 20, count=10, settings="LookBack=x")
         self.assert_frames(sorted(taken), sorted(expected * 2), "frames")
+        self.assertIn("WARN  Can't read the logging configuration ./log4cxx.properties", errors)
+        self.assertIn("WARN  Line 1 of the settings: LookBack=x", errors)
 
     def test_starts_stops_and_misuse(self):
-        idle, call = self.directory / "idle.pcap", self.directory / "call.pcap"
+        self.set_logging("log4j.rootLogger=OFF\n")
+        idle, busy = self.directory / "idle.pcap", self.directory / "busy.pcap"
         harness.write_capture(idle, [invite(0), invite(1, 3600.0)])
-        harness.write_capture(call, [invite(number, number / 50000) for number in range(20000)])
-        output, errors = self.run_host("lifecycle", f"file:{idle}", f"file:{call}")
+        harness.write_capture(busy, [invite(number % 1000000, number / 20000) for number in range(100000)])
+        output, errors = self.run_host("lifecycle", f"file:{idle}", f"file:{busy}")
         self.assertIn("lived", output)
         self.assertEqual(errors.count("Errors in setup, terminating...\n"), 1)
-
-    def test_missing_logging_configuration(self):
-        (self.directory / "log4cxx.properties").unlink()
-        file = self.directory / "one.pcap"
-        harness.write_capture(file, [invite(0)])
-        _, errors = self.run_host("record", f"file:{file}", "udp", -1, 1, self.directory / "frames")
-        self.assertIn("WARN  Can't read the logging configuration ./log4cxx.properties", errors)
-
-    def test_load(self):
-        file, count = self.directory / "load.pcap", 200000
-        harness.write_capture(file, [invite(number) for number in range(count)])
-        output, _ = self.run_host("load", f"file:{file}", count, environment={"SNIFFER_REPLAY_PACE": "full"})
-        print(output.strip(), end=" ")
-
-    def test_exit_while_sniffing(self):
-        file = self.directory / "busy.pcap"
-        harness.write_capture(file, [invite(number % 1000000, number / 20000) for number in range(100000)])
         for _ in range(3):
-            self.run_host("exit", f"file:{file}", status=7)
+            self.run_host("exit", f"file:{busy}", status=7)
+
+
+class InTheProgram(Test):
+    def test_log_and_statistics_whose_files_cannot_be_written(self):
+        folder = self.directory / "log"
+        log, metrics = folder / "sniffer.log", folder / "sniffer.prom"
+
+        def put(make):
+            """In place of the folder, in one step."""
+            make(self.directory / "next")
+            os.replace(self.directory / "next", folder)
+
+        def forward():
+            """Each frame costs log lines: the recorder asks whether somebody is there."""
+            sent.append(invite(len(sent)))
+            wire.send(sent[-1])
+            recorder.wait(lambda _: len(recorder.of(SIP)) == len(sent), "a frame, whatever becomes of the log")
+            recorder.settle()
+
+        put(lambda link: link.symlink_to(self.folder()))
+        (self.directory / "log4cxx.properties").write_text(logging_to(log, "/dev/full", "/dev/stderr"))
+        recorder, wire, sent = self.keep(Recorder("UDP")), self.keep(Wire(self.directory)), []
+        settings = {
+            **{"ServerName": "127.0.0.1", "ServerPort": recorder.port, "ServerProtocol": "UDP", "Device": wire.device},
+            **{"StatisticsFile": metrics, "StatisticsInterval": 1},
+        }
+        program = self.start("-l", self.directory / "log4cxx.properties", settings=settings)
+        wire.open()
+        for change, told in (
+            (lambda file: file.write_text("no directory"), [f"the log {log} cannot", "Can't write the statistics"]),
+            (lambda link: link.symlink_to(self.folder()), [f"The statistics file {metrics} is written again"]),
+        ):
+            forward()
+            put(change)
+            harness.wait_until(lambda told=told: forward() or all(map(program.logged, told)), told[0])
+        harness.wait_until(lambda: forward() or "log lines are lost: Not a directory" in log.read_text(), "the log")
+        self.assertEqual(program.end(), 0)
+        self.assertEqual(program.logged("the log /dev/full cannot be written (IO Exception"), 1)
+        self.assertIn("Sniffing ended.", log.read_text())
+        self.check_metrics(metrics, sip=len(sent))
 
 
 if __name__ == "__main__":
