@@ -10,11 +10,11 @@
 #include <utility>
 #include <vector>
 
-/// Collects what the logger "SnifferClient" writes, from DEBUG on, for the length of a scope. An event reads
+/// Collects what a logger writes, from DEBUG on, for the length of a scope. An event reads
 /// "LEVEL message". Any thread.
 class TestLog {
  public:
-  TestLog() {
+  explicit TestLog(const char* name = "SnifferClient") : logger(log4cxx::Logger::getLogger(name)) {
     logger->setAdditivity(false);
     logger->setLevel(log4cxx::Level::getDebug());
     logger->addAppender(collector);
@@ -52,6 +52,6 @@ class TestLog {
     std::vector<std::string> events;
   };
 
-  log4cxx::LoggerPtr logger = log4cxx::Logger::getLogger("SnifferClient");
+  log4cxx::LoggerPtr logger;
   std::shared_ptr<Collector> collector = std::make_shared<Collector>();
 };

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <arpa/inet.h>
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
@@ -22,10 +23,11 @@ class Loopback {
     setsockopt(sd, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
   }
   /// Bound to a port, `SOCK_STREAM` and listening or `SOCK_DGRAM`.
-  explicit Loopback(int type, uint16_t port, int backlog = 8) : Loopback(socket(AF_INET, type, 0)) {
+  explicit Loopback(int type, uint16_t port, int backlog = 8, in_addr_t host = INADDR_LOOPBACK)
+      : Loopback(socket(AF_INET, type, 0)) {
     const int on = 1;
     setsockopt(sd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
-    sockaddr_in address = at(port);
+    sockaddr_in address = at(port, host);
     EXPECT_EQ(bind(sd, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
     if (type == SOCK_STREAM) listen(sd, backlog);
   }
@@ -36,10 +38,10 @@ class Loopback {
   }
   ~Loopback() { close(); }
 
-  static sockaddr_in at(uint16_t port) {
+  static sockaddr_in at(uint16_t port, in_addr_t host = INADDR_LOOPBACK) {
     sockaddr_in address{};
     address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    address.sin_addr.s_addr = htonl(host);
     address.sin_port = htons(port);
     return address;
   }
@@ -94,6 +96,12 @@ class Loopback {
 
   int sd;
 };
+
+/// What a test puts itself in front of.
+template <typename Function>
+Function* systemCall(const char* name) {
+  return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
+}
 
 /// The 7 bytes of a command.
 inline Bytes command(int code, uint32_t address = 0, uint16_t port = 0) {
