@@ -1,0 +1,83 @@
+#!/usr/bin/env python3
+"""Prints the definitions file of a broker between fronts and recorders: queues, exchanges, bindings.
+
+    definitions.py 4 >definitions.json                    for load_definitions in rabbitmq.conf, or import_definitions
+    definitions.py 4 --generation 2                       the same queues spread anew; see docs/scaling.md
+    definitions.py 4 --queues east-1,east-2,west-1,west-2 with names of your own
+"""
+import argparse
+import base64
+import hashlib
+import json
+import os
+import re
+import sys
+
+EXCHANGE = "voip-calls"
+QUEUE = "voip-recorder"
+DEAD = "voip-dead"
+# Buckets of a queue among which keys are spread: with one each, few calls could all meet in one queue.
+WEIGHT = "8"
+DEAD_BYTES = 64 << 20
+
+
+def quorum_queue(name, **arguments):
+    return {"name": name, "vhost": "/", "durable": True, "auto_delete": False,
+            "arguments": {"x-queue-type": "quorum", **arguments}}
+
+
+def exchange(name, kind):
+    return {"name": name, "vhost": "/", "type": kind, "durable": True, "auto_delete": False, "internal": False,
+            "arguments": {}}
+
+
+def binding(source, queue, key):
+    return {"source": source, "vhost": "/", "destination": queue, "destination_type": "queue", "routing_key": key,
+            "arguments": {}}
+
+
+def account(name, password):
+    salt = os.urandom(4)
+    digest = base64.b64encode(salt + hashlib.sha256(salt + password.encode()).digest()).decode()
+    return {"name": name, "password_hash": digest, "hashing_algorithm": "rabbit_password_hashing_sha256", "tags": ""}
+
+
+def definitions(queues, generation, user=None, ready=True):
+    """Only a generation whose exchange "ready" exists is used: it is made when all queues are bound."""
+    calls = f"{EXCHANGE}.{generation}"
+    made = {
+        "vhosts": [{"name": "/"}],
+        # One recorder reads a queue at a time; another that is started for it waits to take over.
+        "queues": [quorum_queue(DEAD, **{"x-max-length-bytes": DEAD_BYTES, "x-overflow": "drop-head"})]
+        + [quorum_queue(name, **{"x-single-active-consumer": True, "x-dead-letter-exchange": DEAD}) for name in queues],
+        "exchanges": [exchange(DEAD, "fanout"), exchange(calls, "x-consistent-hash")]
+        + ([exchange(calls + ".ready", "fanout")] if ready else []),
+        "bindings": [binding(DEAD, DEAD, "")] + [binding(calls, name, WEIGHT) for name in queues],
+    }
+    if user:
+        name, _, password = user.partition(":")
+        made["users"] = [account(name, password)]
+        made["permissions"] = [{"user": name, "vhost": "/", "configure": "^$", "write": ".*", "read": ".*"}]
+    return made
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
+    parser.add_argument("recorders", type=int, help="how many recorders, which is how many queues")
+    parser.add_argument("--queues", help=f"their names with commas between them (default: {QUEUE}-1, {QUEUE}-2, ...)")
+    parser.add_argument("--generation", type=int, default=1, help="1 for the first set of queues, 2 for the next, ...")
+    parser.add_argument("--user", metavar="NAME:PASSWORD", help="also an account for fronts and recorders")
+    parser.add_argument("--without-ready", action="store_true", help="leave out the mark that puts it to use")
+    options = parser.parse_args()
+    queues = options.queues.split(",") if options.queues else [f"{QUEUE}-{i + 1}" for i in range(options.recorders)]
+    if not 1 <= options.recorders <= 1000 or options.generation < 1:
+        sys.exit("definitions.py: there are 1 to 1000 recorders, and generations count from 1")
+    if len(set(queues)) != options.recorders or not all(re.fullmatch(r"[\w.-]{1,200}", name) for name in queues):
+        sys.exit(f"definitions.py: {options.recorders} recorders need as many queues with names of their own, made of "
+                 "letters, digits, dots, dashes and underscores")
+    json.dump(definitions(queues, options.generation, options.user, not options.without_ready), sys.stdout, indent=1)
+    print()
+
+
+if __name__ == "__main__":
+    main()
