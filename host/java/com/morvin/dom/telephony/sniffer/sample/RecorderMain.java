@@ -6,6 +6,7 @@ import com.morvin.dom.telephony.sniffer.sample.recording.Recorder;
 import com.morvin.dom.telephony.sniffer.sample.signalling.CallFollower;
 import com.morvin.dom.telephony.sniffer.sample.storage.Store;
 import com.morvin.dom.telephony.sniffer.sample.transport.EmbeddedTransport;
+import com.morvin.dom.telephony.sniffer.sample.transport.Service;
 import com.morvin.dom.telephony.sniffer.sample.transport.TcpTransport;
 import com.morvin.dom.telephony.sniffer.sample.transport.Transport;
 import com.morvin.dom.telephony.sniffer.sample.transport.UdpTransport;
@@ -72,46 +73,53 @@ public final class RecorderMain {
     Recorder.Limits limits =
         new Recorder.Limits(options.untilDisconnect, options.idleExitMillis,
             CallFollower.Limits.DEFAULT.withIdle(options.callTimeoutMillis));
+    if (options.publish != null) {
+      serve(options, Cluster.load().front(options.publish, options.bufferBytes, limits, console), console);
+      return;
+    }
     try (Store store = new Store(options.out, console)) {
       CallPages pages = new CallPages(options.out, Clock.systemUTC());
       store.disk().then(pages::open);
-      Recorder recorder = new Recorder(store, limits, console, Clock.systemUTC(), pages);
-      CountDownLatch finished = new CountDownLatch(1);
-      finishOnShutdown(recorder, finished);
-      try {
-        record(options, recorder, console);
-      } finally {
-        recorder.summarize();
-        finished.countDown();
-      }
+      serve(options, new Recorder(store, limits, console, Clock.systemUTC(), pages), console);
     }
   }
 
-  private static void record(Options options, Recorder recorder, Console console)
-      throws IOException, InterruptedException {
-    if (options.embedded.isEmpty()) {
-      try (Transport link = options.udp != null ? new UdpTransport(options.udp, console)
-                                                : new TcpTransport(options.tcp, console)) {
-        Rehearsal.play();  // what comes meanwhile waits in the socket
-        recorder.run(link);
+  private static void serve(Options options, Service service, Console console) throws IOException, InterruptedException {
+    CountDownLatch finished = new CountDownLatch(1);
+    finishOnShutdown(service, finished);
+    try {
+      if (options.embedded.isEmpty()) {
+        try (Transport link = transport(options, console)) {
+          Rehearsal.play();  // what comes meanwhile waits in the socket
+          service.run(link);
+        }
+      } else {
+        Rehearsal.play();
       }
-    }
-    if (!options.embedded.isEmpty()) {
-      Rehearsal.play();
-    }
-    for (String devices : options.embedded) {
-      if (!recorder.stopped()) {
-        try (Transport link = EmbeddedTransport.on(devices, options.filter, options.trace, SETTINGS, console)) {
-          recorder.run(link);
+      for (String devices : options.embedded) {
+        if (!service.stopped()) {
+          try (Transport link = EmbeddedTransport.on(devices, options.filter, options.trace, SETTINGS, console)) {
+            service.run(link);
+          }
         }
       }
+    } finally {
+      service.summarize();
+      finished.countDown();
     }
+  }
+
+  private static Transport transport(Options options, Console console) throws IOException {
+    if (options.consume != null) {
+      return Cluster.load().queue(options.consume, options.queue, console);
+    }
+    return options.udp != null ? new UdpTransport(options.udp, console) : new TcpTransport(options.tcp, console);
   }
 
   /** On Ctrl-C the files are completed before the process ends. */
-  private static void finishOnShutdown(Recorder recorder, CountDownLatch finished) {
+  private static void finishOnShutdown(Service service, CountDownLatch finished) {
     Runtime.getRuntime().addShutdownHook(new Thread(() -> {
-      recorder.stop();
+      service.stop();
       try {
         finished.await(FINISH_SECONDS, TimeUnit.SECONDS);
       } catch (InterruptedException e) {

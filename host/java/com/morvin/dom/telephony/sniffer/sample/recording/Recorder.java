@@ -15,6 +15,7 @@ import com.morvin.dom.telephony.sniffer.sample.transport.Frame;
 import com.morvin.dom.telephony.sniffer.sample.transport.Heartbeat;
 import com.morvin.dom.telephony.sniffer.sample.transport.Intake;
 import com.morvin.dom.telephony.sniffer.sample.transport.Received;
+import com.morvin.dom.telephony.sniffer.sample.transport.Service;
 import com.morvin.dom.telephony.sniffer.sample.transport.Transport;
 import java.io.IOException;
 import java.time.Clock;
@@ -26,7 +27,7 @@ import java.util.Map;
  * Follows the calls that sniffers report, asks for their media, and writes them down. Decoding happens on the thread
  * that calls {@link #run}; it waits neither for a socket nor for the disk.
  */
-public final class Recorder implements CallFollower.Listener {
+public final class Recorder implements Service, CallFollower.Listener {
   private static final long TICK_MILLIS = 200;
   private static final long SAVE_MILLIS = 1000;
   /** Calls that were running longer ago are over. */
@@ -55,6 +56,8 @@ public final class Recorder implements CallFollower.Listener {
   private Intake intake;
   private int sessions;
   private long lastNumber;
+  /** What was captured before that has been handled; of what waits in a queue that is not the time it is. */
+  private long reached;
   private long lastTick;
   private long lastSave;
   private long lastTraffic;
@@ -82,6 +85,7 @@ public final class Recorder implements CallFollower.Listener {
   }
 
   /** Records until {@link #stop} or one of the limits. Stopped, it goes on with the running calls when started again. */
+  @Override
   public void run(Transport link) throws IOException, InterruptedException {
     attach(link);
     try (Intake reading = new Intake(link, console)) {
@@ -108,12 +112,15 @@ public final class Recorder implements CallFollower.Listener {
     if (running == null) {
       running = new RunningCalls(store, log, link.redelivers());
       restore();
+      link.resume(running.position());
     }
   }
 
   /** Handles one frame, or none, and does what is due. */
   public void step(Received received) {
     long now = clock.millis();
+    long time = transport.redelivers() && received != null ? received.captured() : now;
+    reached = transport.redelivers() ? Math.max(reached, received != null ? time : transport.caughtUp(now)) : now;
     greet();
     if (received != null) {
       Frame frame = received.frame();
@@ -123,7 +130,7 @@ public final class Recorder implements CallFollower.Listener {
       if (frame.protocol() != Frame.HEARTBEAT || transport.waitsForTraffic()) {
         lastTraffic = now;
       }
-      dispatch(received, now);
+      dispatch(received, time);
     }
     if (now - lastTick >= TICK_MILLIS || now < lastTick) {
       lastTick = now;
@@ -142,10 +149,12 @@ public final class Recorder implements CallFollower.Listener {
   }
 
   /** Makes {@link #run} return soon. Any thread may call it. */
+  @Override
   public void stop() {
     stopping = true;
   }
 
+  @Override
   public boolean stopped() {
     return stopping;
   }
@@ -185,7 +194,7 @@ public final class Recorder implements CallFollower.Listener {
 
   private void tick(long now) {
     heartbeat.tick(now);
-    follower.tick(now, transport.losesCommands());
+    follower.tick(reached, transport.losesCommands());
     if (now - lastSave >= SAVE_MILLIS || now < lastSave) {
       lastSave = now;
       long lost = recordings.values().stream().mapToLong(Recording::lost).sum();
@@ -206,7 +215,8 @@ public final class Recorder implements CallFollower.Listener {
     saving = true;
     long upTo = lastNumber;
     Transport link = transport;
-    running.save(recordings.values().stream().map(recording -> recording.save(running)).toList(), now, () -> {
+    byte[] position = link.position(upTo);
+    running.save(recordings.values().stream().map(recording -> recording.save(running)).toList(), now, position, () -> {
       saving = false;
       if (link.redelivers()) {
         link.acknowledge(upTo);
@@ -322,6 +332,7 @@ public final class Recorder implements CallFollower.Listener {
   }
 
   /** What has been recorded, for the end. */
+  @Override
   public void summarize() {
     if (transport != null) {
       console.print("");

@@ -61,6 +61,7 @@ public final class RunningCalls {
   private final List<Path> ended = new ArrayList<>();
   private long lastJournal = System.currentTimeMillis();
   private long savedAt;
+  private byte[] position = new byte[0];
 
   /**
    * In the folder of a store.
@@ -142,9 +143,10 @@ public final class RunningCalls {
    * Saves how far all running calls are, behind all that was written before.
    *
    * @param now milliseconds since 1970
+   * @param position what the transport needs to go on from there
    * @param done is run on the thread of the disk
    */
-  public void save(List<Saved> calls, long now, Runnable done) {
+  public void save(List<Saved> calls, long now, byte[] position, Runnable done) {
     store.disk().then(() -> {
       if (goesBack) {
         store.sync();
@@ -156,6 +158,8 @@ public final class RunningCalls {
       out.writeInt(VERSION);
       out.writeLong(now);
       out.writeLong(Files.size(log.file()));
+      out.writeInt(position.length);
+      out.write(position);
       out.writeInt(calls.size());
       for (Saved call : calls) {
         write(call, out);
@@ -191,6 +195,11 @@ public final class RunningCalls {
     return savedAt;
   }
 
+  /** As it was saved; empty when nothing was. */
+  public byte[] position() {
+    return position;
+  }
+
   /** The calls that were running, oldest first. To be called once, before anything else. */
   public List<Loaded> load() throws IOException {
     Map<String, Loaded> saved = new HashMap<>();
@@ -202,6 +211,8 @@ public final class RunningCalls {
         }
         savedAt = in.readLong();
         long logged = in.readLong();
+        position = new byte[in.readInt()];
+        in.readFully(position);
         if (goesBack) {
           log.truncate(logged);
         }

@@ -3,11 +3,11 @@ package com.morvin.dom.telephony.sniffer.sample.transport;
 import java.nio.ByteBuffer;
 
 /** Joins the frames that tell capture times with those they precede. One for each sniffer. */
-final class CaptureTimes {
+public final class CaptureTimes {
   private Frame announcement;
 
   /** The capture time of a frame in milliseconds, 0 when it was not told; -1 of a frame that tells one. */
-  long of(Frame frame) {
+  public long of(Frame frame) {
     if (frame.protocol() == Frame.CAPTURE_TIME) {
       announcement = frame;
       return -1;

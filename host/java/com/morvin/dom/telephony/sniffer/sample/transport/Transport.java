@@ -60,6 +60,22 @@ public interface Transport extends Closeable {
     return false;
   }
 
+  /** What it takes to go on after the frame with this number in another run, to be kept with what came of the frames. */
+  default byte[] position(long number) {
+    return new byte[0];
+  }
+
+  /** Goes on where an earlier run was: before anything is received. */
+  default void resume(byte[] position) {}
+
+  /**
+   * What was captured before that time has been delivered, as far as can be known, when {@link #receive} has nothing to
+   * deliver. Times of calls run by it, so that what waits while the recorder is down or behind is not taken for silence.
+   */
+  default long caughtUp(long now) {
+    return now;
+  }
+
   /**
    * All that follows from the frames up to this number is on disk and survives a crash. Only called when the transport
    * redelivers, from any thread, with numbers that grow.

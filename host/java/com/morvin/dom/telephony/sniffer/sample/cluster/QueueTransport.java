@@ -1,0 +1,334 @@
+package com.morvin.dom.telephony.sniffer.sample.cluster;
+
+import com.morvin.dom.telephony.sniffer.sample.console.Console;
+import com.morvin.dom.telephony.sniffer.sample.console.Text;
+import com.morvin.dom.telephony.sniffer.sample.transport.CaptureTimes;
+import com.morvin.dom.telephony.sniffer.sample.transport.Command;
+import com.morvin.dom.telephony.sniffer.sample.transport.Frame;
+import com.morvin.dom.telephony.sniffer.sample.transport.Received;
+import com.morvin.dom.telephony.sniffer.sample.transport.Transport;
+import com.rabbitmq.client.AMQP;
+import com.rabbitmq.client.Channel;
+import com.rabbitmq.client.Connection;
+import com.rabbitmq.client.DefaultConsumer;
+import com.rabbitmq.client.Envelope;
+import com.rabbitmq.client.ShutdownSignalException;
+import java.io.IOException;
+import java.net.ProtocolException;
+import java.nio.ByteBuffer;
+import java.nio.file.Path;
+import java.util.ArrayDeque;
+import java.util.ArrayList;
+import java.util.Deque;
+import java.util.HashSet;
+import java.util.List;
+import java.util.Queue;
+import java.util.Set;
+import java.util.concurrent.BlockingQueue;
+import java.util.concurrent.LinkedBlockingQueue;
+import java.util.concurrent.TimeUnit;
+
+/**
+ * Delivers the frames that a queue of the broker holds. The broker keeps a message until all that came of it is safe;
+ * when the connection or this process ends before that, it delivers it again. What has been recorded is not delivered
+ * twice for all that.
+ *
+ * <p>There are no sniffers to talk to: the front asks for the media.
+ */
+final class QueueTransport implements Transport {
+  private static final int MAX_PREFETCH = 10_000;
+  private static final long RETRY_NANOS = TimeUnit.MILLISECONDS.toNanos(500);
+  private static final long TICK_NANOS = TimeUnit.MILLISECONDS.toNanos(200);
+  private static final long NOT_YET = Long.MAX_VALUE;
+
+  /** A message as it was delivered over one of the connections. */
+  private record Delivery(Connection over, long tag, AMQP.BasicProperties properties, byte[] body) {}
+
+  /** A message until it is acknowledged, and the numbers of its frames once they are passed on. */
+  private static final class Pending {
+    private final Connection over;
+    private final long tag;
+    private final MessageId id;
+    private long first = NOT_YET;
+    private long last = NOT_YET;
+
+    Pending(Delivery delivery, MessageId id) {
+      over = delivery.over;
+      tag = delivery.tag;
+      this.id = id;
+    }
+  }
+
+  /** What is in a message. */
+  private record Content(Pending pending, List<Received> repeated, List<Received> frames) {}
+
+  private final Broker broker;
+  private final String queue;
+  private final Console console;
+  private final Positions positions;
+  private final Sequences<Content> sequences = new Sequences<>();
+  private final Set<MessageId.Stream> unsignalled = new HashSet<>();
+  private final BlockingQueue<Delivery> deliveries = new LinkedBlockingQueue<>();
+  private final Queue<Received> frames = new ArrayDeque<>();
+  private final Deque<Pending> pending = new ArrayDeque<>();
+  private volatile Connection connection;
+  private Channel channel;
+  private String told = "";
+  private long nextTry = System.nanoTime();
+  private long nextTick = System.nanoTime();
+  private long number;
+  private long safe;
+  private long damaged;
+  private long missing;
+
+  QueueTransport(Broker broker, String queue, Path file, Console console) throws IOException {
+    this.broker = broker;
+    this.queue = queue;
+    this.console = console;
+    positions = new Positions(file);
+    positions.all().forEach((call, position) -> sequences.startAt(call, position.sequence(), System.nanoTime()));
+  }
+
+  @Override
+  public Received receive(long timeoutMillis) throws InterruptedException {
+    if (frames.isEmpty()) {
+      long now = System.nanoTime();
+      connect(now);
+      Delivery delivery = deliveries.poll(sequences.isWaiting() ? Math.min(timeoutMillis, 50) : timeoutMillis,
+          TimeUnit.MILLISECONDS);
+      synchronized (this) {
+        if (delivery != null && delivery.over == connection) {
+          take(delivery);
+        }
+        tick();
+      }
+    }
+    return frames.poll();
+  }
+
+  private void connect(long now) {
+    Connection current = connection;
+    if (current != null && current.isOpen() && channel.isOpen()) {
+      return;
+    }
+    if (current != null) {
+      lose(channel.isOpen() ? "the connection was lost" : Broker.reason(channel.getCloseReason()));
+    }
+    if (now - nextTry >= 0) {
+      try {
+        consume(broker.connect());
+      } catch (IOException | ShutdownSignalException e) {
+        lose(Broker.reason(e));
+      }
+    }
+  }
+
+  private synchronized void lose(String why) {
+    Connection lost = connection;
+    connection = null;
+    Broker.closeQuietly(lost);
+    nextTry = System.nanoTime() + RETRY_NANOS;
+    // What was not passed on comes again.
+    deliveries.clear();
+    sequences.restart();
+    pending.removeIf(message -> message.last == NOT_YET);
+    if (!why.equals(told)) {
+      console.line("cannot consume " + queue + " of " + broker + ": " + why);
+      told = why;
+    }
+  }
+
+  private void consume(Connection from) throws IOException {
+    connection = from;
+    channel = from.createChannel();
+    // A message is no longer than that, so this bounds memory.
+    channel.basicQos((int) Math.max(100, Math.min(MAX_PREFETCH, Runtime.getRuntime().maxMemory() / 4 / Message.MAX_BODY)));
+    channel.basicConsume(queue, false, new DefaultConsumer(channel) {
+      @Override
+      public void handleDelivery(String consumer, Envelope envelope, AMQP.BasicProperties properties, byte[] body) {
+        deliveries.add(new Delivery(from, envelope.getDeliveryTag(), properties, body));
+      }
+
+      @Override
+      public void handleCancel(String consumer) {
+        from.abort();  // the queue was deleted
+      }
+    });
+    console.line("consuming " + queue + " of " + broker);
+    told = "";
+  }
+
+  private void take(Delivery delivery) {
+    MessageId id = MessageId.parse(delivery.properties.getMessageId());
+    Pending message = new Pending(delivery, id);
+    Content content = null;
+    try {
+      content = id == null ? null : read(message, delivery);
+    } catch (ProtocolException e) {
+      // Told below.
+    }
+    if (content == null) {
+      reject(delivery);
+      return;
+    }
+    pending.add(message);
+    if (id.sequence() > 0 && sequences.isNew(id.call())) {
+      unsignalled.add(id.call());
+    } else if (id.sequence() == 0) {
+      unsignalled.remove(id.call());
+    }
+    boolean last = header(delivery, Message.LAST) instanceof Boolean over && over;
+    List<Content> due = sequences.accept(id, content, last, System.nanoTime());
+    if (due == null) {
+      // It has been passed on before: it is safe when that is.
+      message.first = number + 1;
+      message.last = number;
+      settle();
+    } else {
+      due.forEach(this::pass);
+    }
+  }
+
+  private static Object header(Delivery delivery, String name) {
+    return delivery.properties.getHeaders() == null ? null : delivery.properties.getHeaders().get(name);
+  }
+
+  /** Null when it is none of a front's messages. */
+  private static Content read(Pending message, Delivery delivery) throws ProtocolException {
+    int recap = header(delivery, Message.RECAP) instanceof Integer bytes ? bytes : 0;
+    if (!Message.CONTENT_TYPE.equals(delivery.properties.getContentType()) || recap < 0 || recap > delivery.body.length) {
+      return null;
+    }
+    return new Content(message, frames(ByteBuffer.wrap(delivery.body, 0, recap)),
+        frames(ByteBuffer.wrap(delivery.body, recap, delivery.body.length - recap)));
+  }
+
+  private static List<Received> frames(ByteBuffer bytes) throws ProtocolException {
+    List<Received> frames = new ArrayList<>();
+    CaptureTimes times = new CaptureTimes();
+    while (bytes.hasRemaining()) {
+      Frame frame = Frame.take(bytes);
+      if (frame == null) {
+        throw new ProtocolException("the last frame is cut off");
+      }
+      long captured = times.of(frame);
+      if (captured >= 0) {
+        frames.add(new Received(frame, 0, captured, 0));
+      }
+    }
+    return frames;
+  }
+
+  /** The broker keeps it aside for people to look at. */
+  private void reject(Delivery delivery) {
+    if (damaged++ == 0) {
+      console.line("a message in " + queue + " is none of a front's: it was put aside in the queue voip-dead");
+    }
+    try {
+      channel.basicReject(delivery.tag, false);
+    } catch (IOException | ShutdownSignalException e) {
+      // Then it comes again.
+    }
+  }
+
+  private void pass(Content content) {
+    Pending message = content.pending;
+    MessageId.Stream call = message.id.call();
+    if (!content.repeated.isEmpty() && unsignalled.remove(call)) {
+      content.repeated.forEach(this::pass);
+    }
+    Positions.Position position = positions.of(call);
+    int done = position.sequence() == message.id.sequence() ? position.frames() : 0;
+    message.first = number + 1 - done;
+    content.frames.stream().skip(done).forEach(this::pass);
+    message.last = number;
+  }
+
+  private void pass(Received read) {
+    frames.add(new Received(read.frame(), 0, read.captured(), ++number));
+  }
+
+  private void tick() {
+    long now = System.nanoTime();
+    if (now - nextTick >= 0) {
+      nextTick = now + TICK_NANOS;
+      sequences.overdue(now).forEach(this::pass);
+      unsignalled.removeIf(sequences::isNew);
+      if (sequences.missing() > missing) {
+        console.line(Text.count(sequences.missing() - missing, "message") + " of " + queue + " never came");
+        missing = sequences.missing();
+      }
+    }
+  }
+
+  @Override
+  public synchronized void acknowledge(long upTo) {
+    safe = Math.max(safe, upTo);
+    settle();
+  }
+
+  private void settle() {
+    long tag = 0;
+    while (!pending.isEmpty() && pending.peek().last <= safe) {
+      Pending message = pending.remove();
+      remember(message.id.call(), new Positions.Position(message.id.sequence() + 1, 0));
+      tag = message.over == connection ? message.tag : tag;
+    }
+    Pending half = pending.peek();
+    if (half != null && half.first <= safe && half.last != NOT_YET) {
+      remember(half.id.call(), new Positions.Position(half.id.sequence(), (int) (safe - half.first + 1)));
+    }
+    try {
+      positions.write(sequences::isNew);
+      if (tag > 0) {
+        channel.basicAck(tag, true);
+      }
+    } catch (IOException | ShutdownSignalException e) {
+      // Not acknowledged, it comes again; the next time around tells.
+    }
+  }
+
+  /** A message that came again is behind what is known already. */
+  private void remember(MessageId.Stream call, Positions.Position position) {
+    if (position.sequence() > positions.of(call).sequence()
+        || position.sequence() == positions.of(call).sequence() && position.frames() > positions.of(call).frames()) {
+      positions.put(call, position);
+    }
+  }
+
+  @Override
+  public boolean redelivers() {
+    return true;
+  }
+
+  @Override
+  public void send(int sniffer, Command command) {}
+
+  @Override
+  public Set<Integer> sniffers() {
+    return Set.of();
+  }
+
+  @Override
+  public int sessions() {
+    return 0;
+  }
+
+  @Override
+  public String nameOf(int sniffer) {
+    return queue + " of " + broker;
+  }
+
+  @Override
+  public void close() {
+    synchronized (this) {
+      Broker.closeQuietly(connection);
+      connection = null;
+    }
+    try {
+      positions.close();
+    } catch (IOException e) {
+      console.line("cannot close the file of positions: " + e.getMessage());
+    }
+  }
+}
