@@ -8,20 +8,23 @@ cd "$(dirname "$0")"
 
 usage() {
   cat <<'HELP'
-Usage: ./quickstart.sh [--standalone] [DEVICE]
+Usage: ./quickstart.sh [--standalone | --cluster] [DEVICE]
 
 Installs the packages it needs, builds, and records every call it sees: one WAV file for each direction in recordings/,
 and a line for each call in recordings/calls.csv. Without DEVICE it replays the calls of samples/.
 
   --standalone  run the sniffer as a program of its own that sends to the recorder over TCP, instead of in its process
+  --cluster     put a broker between the sniffer and two recorders, as more than one machine would (docs/scaling.md)
 HELP
 }
 
 standalone=no
+cluster=no
 device=
 for argument in "$@"; do
   case $argument in
     --standalone) standalone=yes ;;
+    --cluster) cluster=yes ;;
     --help | -h) usage; exit 0 ;;
     -*) usage >&2; exit 1 ;;
     *) device=$argument ;;
@@ -33,7 +36,7 @@ if [ -n "$device" ] && [ ! -e "/sys/class/net/$device" ] && [ "${device#file:}" 
 fi
 
 . packaging/setup.sh
-install_missing $BUILD_PACKAGES
+if [ $cluster = yes ]; then install_missing $BUILD_PACKAGES $CLUSTER_PACKAGES; else install_missing $BUILD_PACKAGES; fi
 build quickstart
 
 # Everything runs in recordings/: the sniffer in a Java process takes its logging settings from the working directory.
@@ -45,7 +48,8 @@ sed 's/^log4j.rootLogger=.*/log4j.rootLogger=INFO, file/' "$root/packaging/log4c
 # H.323 signalling is TCP, on ports of the endpoints' choice.
 filter="ip and (udp or tcp)"
 built=$root/build/quickstart
-recorder=("$JAVA_HOME/bin/java" "-Djava.library.path=$built/sniffer" -jar "$built/host/voip-sniffer.jar" --out "$PWD")
+java=("$JAVA_HOME/bin/java" "-Djava.library.path=$built/sniffer" -jar "$built/host/voip-sniffer.jar")
+recorder=("${java[@]}" --out "$PWD")
 may_capture=()
 
 # record DEVICES...: one list of devices after the other.
@@ -77,6 +81,12 @@ record_standalone() {
   wait $recording
 }
 
+if [ $cluster = yes ]; then
+  # The sniffer's side becomes a front, which records nothing; two recorders of their own take what it publishes.
+  . "$root/packaging/rabbitmq/trial.sh"
+  recorder=("${java[@]}" --publish "$broker_address" --out "$PWD/front")
+fi
+
 echo "The sniffer's log is recordings/sniffer.log"
 case $device in
   "")
@@ -94,3 +104,5 @@ case $device in
     record "$device"
     ;;
 esac
+
+if [ $cluster = yes ]; then show_spread; fi
