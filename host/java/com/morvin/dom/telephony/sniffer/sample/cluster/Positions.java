@@ -1,116 +1,49 @@
 package com.morvin.dom.telephony.sniffer.sample.cluster;
 
-import java.io.IOException;
-import java.nio.ByteBuffer;
-import java.nio.channels.FileChannel;
 import java.nio.charset.StandardCharsets;
-import java.nio.file.Files;
-import java.nio.file.NoSuchFileException;
-import java.nio.file.Path;
-import java.nio.file.StandardCopyOption;
-import java.nio.file.StandardOpenOption;
 import java.util.HashMap;
 import java.util.Map;
+import java.util.function.BiConsumer;
 import java.util.function.Predicate;
 
-/**
- * Remembers on disk how far each call has been recorded: the broker forgets what is acknowledged a moment after that, and
- * a recorder that is killed in that moment must not record it again.
- *
- * <p>A journal: the last line of a call counts. It is written anew, without calls that are over, when it has grown.
- */
-final class Positions implements AutoCloseable {
-  private static final long MAX_BYTES = 4 << 20;
-
+/** How far each call has been recorded: what was recorded and is delivered again is not recorded twice. */
+final class Positions {
   /** All messages before the sequence number are recorded, and so many frames of that one. */
-  record Position(long sequence, int frames) {
-    static final Position START = new Position(0, 0);
+  private record Position(long sequence, int frames) {}
+
+  private final Map<MessageId.Stream, Position> all = new HashMap<>();
+
+  void put(MessageId.Stream call, long sequence, int frames) {
+    all.put(call, new Position(sequence, frames));
   }
 
-  private final Path path;
-  private final Map<MessageId.Stream, Position> safe = new HashMap<>();
-  private final StringBuilder unwritten = new StringBuilder();
-  private FileChannel file;
-
-  Positions(Path path) throws IOException {
-    this.path = path;
-    Files.createDirectories(path.toAbsolutePath().getParent());
-    read();
-    file = open(path);
+  /** How many frames of the message are recorded, although it is not recorded as a whole. */
+  int framesOf(MessageId id) {
+    Position position = all.get(id.call());
+    return position != null && position.sequence == id.sequence() ? position.frames : 0;
   }
 
-  private static FileChannel open(Path path) throws IOException {
-    return FileChannel.open(path, StandardOpenOption.CREATE, StandardOpenOption.WRITE, StandardOpenOption.APPEND);
+  void forget(Predicate<MessageId.Stream> over) {
+    all.keySet().removeIf(over);
   }
 
-  private void read() throws IOException {
-    try {
-      // A line without its end was being written when the recorder was killed.
-      String text = Files.readString(path, StandardCharsets.ISO_8859_1);
-      text.substring(0, text.lastIndexOf('\n') + 1).lines().forEach(line -> {
-        String[] words = line.split(" ");
-        MessageId id = MessageId.parse(words[0]);
-        if (id != null && words.length == 2 && words[1].matches("\\d{1,9}")) {
-          safe.put(id.call(), new Position(id.sequence(), Integer.parseInt(words[1])));
-        }
-      });
-    } catch (NoSuchFileException e) {
-      // The first start.
-    }
+  /** All of them, for {@link #read}. */
+  byte[] bytes() {
+    StringBuilder text = new StringBuilder();
+    all.forEach((call, position) ->
+        text.append(new MessageId(call, position.sequence)).append(' ').append(position.frames).append('\n'));
+    return text.toString().getBytes(StandardCharsets.ISO_8859_1);
   }
 
-  Map<MessageId.Stream, Position> all() {
-    return safe;
-  }
-
-  Position of(MessageId.Stream call) {
-    return safe.getOrDefault(call, Position.START);
-  }
-
-  void put(MessageId.Stream call, Position position) {
-    if (!position.equals(safe.put(call, position))) {
-      append(unwritten, call, position);
-    }
-  }
-
-  private static void append(StringBuilder to, MessageId.Stream call, Position position) {
-    to.append(new MessageId(call, position.sequence)).append(' ').append(position.frames).append('\n');
-  }
-
-  /** When it returns, what was put is on disk. */
-  void write(Predicate<MessageId.Stream> over) throws IOException {
-    if (file.size() + unwritten.length() > MAX_BYTES) {
-      compact(over);
-    } else if (unwritten.length() > 0) {
-      write(file, unwritten);
-    }
-    unwritten.setLength(0);
-  }
-
-  private void compact(Predicate<MessageId.Stream> over) throws IOException {
-    safe.keySet().removeIf(over);
-    StringBuilder all = new StringBuilder();
-    safe.forEach((call, position) -> append(all, call, position));
-    Path anew = path.resolveSibling(path.getFileName() + ".new");
-    Files.deleteIfExists(anew);
-    try (FileChannel to = open(anew)) {
-      write(to, all);
-    }
-    Files.move(anew, path, StandardCopyOption.ATOMIC_MOVE);
-    file.close();
-    file = open(path);
-  }
-
-  private static void write(FileChannel to, CharSequence text) throws IOException {
-    ByteBuffer bytes = StandardCharsets.ISO_8859_1.encode(text.toString());
-    while (bytes.hasRemaining()) {
-      to.write(bytes);
-    }
-    to.force(false);
-  }
-
-  @Override
-  public void close() throws IOException {
-    file.close();
+  /** Restores what an earlier run had, and tells of each call the first message that is not recorded as a whole. */
+  void read(byte[] bytes, BiConsumer<MessageId.Stream, Long> next) {
+    new String(bytes, StandardCharsets.ISO_8859_1).lines().forEach(line -> {
+      String[] words = line.split(" ");
+      MessageId id = MessageId.parse(words[0]);
+      if (id != null && words.length == 2 && words[1].matches("\\d{1,9}")) {
+        put(id.call(), id.sequence(), Integer.parseInt(words[1]));
+        next.accept(id.call(), id.sequence());
+      }
+    });
   }
 }

@@ -16,7 +16,6 @@ import com.rabbitmq.client.ShutdownSignalException;
 import java.io.IOException;
 import java.net.ProtocolException;
 import java.nio.ByteBuffer;
-import java.nio.file.Path;
 import java.util.ArrayDeque;
 import java.util.ArrayList;
 import java.util.Deque;
@@ -39,54 +38,61 @@ final class QueueTransport implements Transport {
   private static final int MAX_PREFETCH = 10_000;
   private static final long RETRY_NANOS = TimeUnit.MILLISECONDS.toNanos(500);
   private static final long TICK_NANOS = TimeUnit.MILLISECONDS.toNanos(200);
+  private static final long IDLE_MILLIS = 2000;
   private static final long NOT_YET = Long.MAX_VALUE;
 
   /** A message as it was delivered over one of the connections. */
   private record Delivery(Connection over, long tag, AMQP.BasicProperties properties, byte[] body) {}
 
-  /** A message until it is acknowledged, and the numbers of its frames once they are passed on. */
+  /** A message until it is acknowledged, and the number of its last frame once that is passed on. */
   private static final class Pending {
     private final Connection over;
     private final long tag;
-    private final MessageId id;
-    private long first = NOT_YET;
     private long last = NOT_YET;
 
-    Pending(Delivery delivery, MessageId id) {
+    Pending(Delivery delivery) {
       over = delivery.over;
       tag = delivery.tag;
-      this.id = id;
     }
   }
 
+  /** The frames of a message: those numbers, and before the first so many that an earlier run has recorded. */
+  private record Passed(MessageId id, int done, long first, long last) {}
+
   /** What is in a message. */
-  private record Content(Pending pending, List<Received> repeated, List<Received> frames) {}
+  private record Content(MessageId id, Pending pending, List<Received> repeated, List<Received> frames) {}
 
   private final Broker broker;
   private final String queue;
   private final Console console;
-  private final Positions positions;
+  private final Positions positions = new Positions();
   private final Sequences<Content> sequences = new Sequences<>();
   private final Set<MessageId.Stream> unsignalled = new HashSet<>();
   private final BlockingQueue<Delivery> deliveries = new LinkedBlockingQueue<>();
   private final Queue<Received> frames = new ArrayDeque<>();
   private final Deque<Pending> pending = new ArrayDeque<>();
+  private final Queue<Passed> passed = new ArrayDeque<>();
   private volatile Connection connection;
   private Channel channel;
   private String told = "";
   private long nextTry = System.nanoTime();
   private long nextTick = System.nanoTime();
+  private long lastDelivery = System.nanoTime();
+  private long captured;
   private long number;
   private long safe;
   private long damaged;
   private long missing;
 
-  QueueTransport(Broker broker, String queue, Path file, Console console) throws IOException {
+  QueueTransport(Broker broker, String queue, Console console) {
     this.broker = broker;
     this.queue = queue;
     this.console = console;
-    positions = new Positions(file);
-    positions.all().forEach((call, position) -> sequences.startAt(call, position.sequence(), System.nanoTime()));
+  }
+
+  @Override
+  public void resume(byte[] position) {
+    positions.read(position, (call, next) -> sequences.startAt(call, next, System.nanoTime()));
   }
 
   @Override
@@ -140,6 +146,7 @@ final class QueueTransport implements Transport {
 
   private void consume(Connection from) throws IOException {
     connection = from;
+    lastDelivery = System.nanoTime();
     channel = from.createChannel();
     // A message is no longer than that, so this bounds memory.
     channel.basicQos((int) Math.max(100, Math.min(MAX_PREFETCH, Runtime.getRuntime().maxMemory() / 4 / Message.MAX_BODY)));
@@ -159,11 +166,12 @@ final class QueueTransport implements Transport {
   }
 
   private void take(Delivery delivery) {
+    lastDelivery = System.nanoTime();
     MessageId id = MessageId.parse(delivery.properties.getMessageId());
-    Pending message = new Pending(delivery, id);
+    Pending message = new Pending(delivery);
     Content content = null;
     try {
-      content = id == null ? null : read(message, delivery);
+      content = id == null ? null : read(id, message, delivery);
     } catch (ProtocolException e) {
       // Told below.
     }
@@ -181,7 +189,6 @@ final class QueueTransport implements Transport {
     List<Content> due = sequences.accept(id, content, last, System.nanoTime());
     if (due == null) {
       // It has been passed on before: it is safe when that is.
-      message.first = number + 1;
       message.last = number;
       settle();
     } else {
@@ -194,12 +201,12 @@ final class QueueTransport implements Transport {
   }
 
   /** Null when it is none of a front's messages. */
-  private static Content read(Pending message, Delivery delivery) throws ProtocolException {
+  private static Content read(MessageId id, Pending message, Delivery delivery) throws ProtocolException {
     int recap = header(delivery, Message.RECAP) instanceof Integer bytes ? bytes : 0;
     if (!Message.CONTENT_TYPE.equals(delivery.properties.getContentType()) || recap < 0 || recap > delivery.body.length) {
       return null;
     }
-    return new Content(message, frames(ByteBuffer.wrap(delivery.body, 0, recap)),
+    return new Content(id, message, frames(ByteBuffer.wrap(delivery.body, 0, recap)),
         frames(ByteBuffer.wrap(delivery.body, recap, delivery.body.length - recap)));
   }
 
@@ -232,19 +239,18 @@ final class QueueTransport implements Transport {
   }
 
   private void pass(Content content) {
-    Pending message = content.pending;
-    MessageId.Stream call = message.id.call();
-    if (!content.repeated.isEmpty() && unsignalled.remove(call)) {
+    if (!content.repeated.isEmpty() && unsignalled.remove(content.id.call())) {
       content.repeated.forEach(this::pass);
     }
-    Positions.Position position = positions.of(call);
-    int done = position.sequence() == message.id.sequence() ? position.frames() : 0;
-    message.first = number + 1 - done;
+    int done = positions.framesOf(content.id);
+    long first = number + 1;
     content.frames.stream().skip(done).forEach(this::pass);
-    message.last = number;
+    content.pending.last = number;
+    passed.add(new Passed(content.id, done, first, number));
   }
 
   private void pass(Received read) {
+    captured = Math.max(captured, read.captured());
     frames.add(new Received(read.frame(), 0, read.captured(), ++number));
   }
 
@@ -262,6 +268,20 @@ final class QueueTransport implements Transport {
   }
 
   @Override
+  public synchronized byte[] position(long upTo) {
+    while (!passed.isEmpty() && passed.peek().last <= upTo) {
+      MessageId id = passed.remove().id;
+      positions.put(id.call(), id.sequence() + 1, 0);
+    }
+    Passed half = passed.peek();
+    if (half != null && half.first <= upTo) {
+      positions.put(half.id.call(), half.id.sequence(), half.done + (int) (upTo - half.first + 1));
+    }
+    positions.forget(sequences::isNew);
+    return positions.bytes();
+  }
+
+  @Override
   public synchronized void acknowledge(long upTo) {
     safe = Math.max(safe, upTo);
     settle();
@@ -271,29 +291,23 @@ final class QueueTransport implements Transport {
     long tag = 0;
     while (!pending.isEmpty() && pending.peek().last <= safe) {
       Pending message = pending.remove();
-      remember(message.id.call(), new Positions.Position(message.id.sequence() + 1, 0));
       tag = message.over == connection ? message.tag : tag;
     }
-    Pending half = pending.peek();
-    if (half != null && half.first <= safe && half.last != NOT_YET) {
-      remember(half.id.call(), new Positions.Position(half.id.sequence(), (int) (safe - half.first + 1)));
-    }
     try {
-      positions.write(sequences::isNew);
       if (tag > 0) {
         channel.basicAck(tag, true);
       }
     } catch (IOException | ShutdownSignalException e) {
-      // Not acknowledged, it comes again; the next time around tells.
+      // Not acknowledged, it comes again.
     }
   }
 
-  /** A message that came again is behind what is known already. */
-  private void remember(MessageId.Stream call, Positions.Position position) {
-    if (position.sequence() > positions.of(call).sequence()
-        || position.sequence() == positions.of(call).sequence() && position.frames() > positions.of(call).frames()) {
-      positions.put(call, position);
-    }
+  /** The time of the last frame, or while nothing comes a little before now. */
+  @Override
+  public synchronized long caughtUp(long now) {
+    boolean idle = connection != null && connection.isOpen() && !sequences.isWaiting() && deliveries.isEmpty()
+        && System.nanoTime() - lastDelivery >= TimeUnit.MILLISECONDS.toNanos(IDLE_MILLIS);
+    return idle ? Math.max(captured, now - IDLE_MILLIS) : captured;
   }
 
   @Override
@@ -324,11 +338,6 @@ final class QueueTransport implements Transport {
     synchronized (this) {
       Broker.closeQuietly(connection);
       connection = null;
-    }
-    try {
-      positions.close();
-    } catch (IOException e) {
-      console.line("cannot close the file of positions: " + e.getMessage());
     }
   }
 }

@@ -42,7 +42,7 @@ final class Sequences<T> {
     orders.put(call, order);
   }
 
-  /** Whether nothing is known of the call: it began with another recorder. */
+  /** Whether nothing is known of the call: it began with another recorder, or is long over. */
   boolean isNew(MessageId.Stream call) {
     return !orders.containsKey(call);
   }
@@ -107,11 +107,6 @@ final class Sequences<T> {
   void restart() {
     orders.values().forEach(order -> order.early.clear());
     early = 0;
-  }
-
-  /** Whether it may be forgotten. */
-  boolean hasForgotten(MessageId.Stream call) {
-    return !orders.containsKey(call);
   }
 
   boolean isWaiting() {
