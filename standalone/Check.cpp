@@ -46,6 +46,7 @@ bool recorderIsPossible(const Sniffer& engine) {
 using Frame = std::vector<u_char>;
 
 enum : u_short { kIpv4 = 0x0800, kMpls = 0x8847, kPppoe = 0x8864 };
+constexpr u_int kSomePort = 49152;
 constexpr u_short kLaterFragment = 185;  // as the second of two frames of 1500 bytes has it
 
 void append(Frame& frame, u_int value, int bytes) {
@@ -88,7 +89,7 @@ Frame build(const Kind& kind, u_int source, u_int destination, u_int port) {
     append(frame, 64U << 24 | static_cast<u_int>(kind.protocol) << 16, 4);
     append(frame, source, 4);
     append(frame, destination, 4);
-    append(frame, port << 16 | (kind.port != 0 ? kind.port : port), 4);
+    append(frame, kind.port != 0 ? kSomePort << 16 | kind.port : port << 16 | port, 4);
   }
   frame.resize(128);
   return frame;

@@ -24,9 +24,10 @@ class Device {
   static constexpr int kReadTimeoutMs = 1000;
 
   // With immediate capture the kernel hands a block of frames over after this time. libpcap's own immediate mode would
-  // wake the capture thread for each frame, at ten times the cost.
+  // wake the capture thread for each frame, at ten times the cost. Each block, however empty, takes 256 KiB of the
+  // buffer: as many as fit, times the time-out, is how long the capture thread may be kept from running.
   static constexpr int kImmediateTimeoutMs = 2;
-  static constexpr int kImmediateBufferSize = 32 * 1024 * 1024;
+  static constexpr int kImmediateBufferSize = 128 * 1024 * 1024;
 
   /// What came of a filter, as the set-up returns it.
   enum FilterResult { kFilterInstalled = 0, kFilterNotCompiled = 3, kFilterNotInstalled = 4 };
