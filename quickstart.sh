@@ -10,8 +10,8 @@ usage() {
   cat <<'HELP'
 Usage: ./quickstart.sh [--standalone | --cluster] [DEVICE]
 
-Installs the packages it needs, builds, and records every call it sees: one WAV file for each direction in recordings/,
-and a line for each call in recordings/calls.csv. Without DEVICE it replays the calls of samples/.
+Installs the packages it needs, builds, and records every call it sees into recordings/, where index.html shows and plays
+them in a browser. Without DEVICE it replays the calls of samples/.
 
   --standalone  run the sniffer as a program of its own that sends to the recorder over TCP, instead of in its process
   --cluster     put a broker between the sniffer and two recorders, as more than one machine would (docs/scaling.md)

@@ -335,16 +335,19 @@
   function ladder(call) {
     const steps = call.ladder;
     if (!steps.length) return null;
-    const hosts = [...new Set(steps.flatMap(step => [step.from, step.to]))];
+    // One line for each host, whatever ports it used, unless a host talks to itself.
+    const hostOf = end => end.replace(/:\d+$/, '');
+    const place = steps.some(step => hostOf(step.from) === hostOf(step.to)) ? end => end : hostOf;
+    const hosts = [...new Set(steps.flatMap(step => [place(step.from), place(step.to)]))];
     const share = 100 / hosts.length;
-    const middle = host => (hosts.indexOf(host) + 0.5) * share;
+    const middle = end => (hosts.indexOf(place(end)) + 0.5) * share;
     const head = h('div', {class: 'step hosts'}, h('span'), h('div', {class: 'lanes'}, hosts.map(host => h('span', {}, bdi(host)))));
     const lines = h('div', {class: 'lifelines', 'aria-hidden': 'true'}, hosts.map(host => at(h('i'), middle(host))));
     const rows = steps.map(step => {
       const [a, b] = [middle(step.from), middle(step.to)];
       const arrow = at(h('span', {class: 'arrow ' + (b < a ? 'left' : 'right')}, h('b', {}, bdi(step.label))), Math.min(a, b), Math.abs(b - a));
       return h('li', {class: 'step'}, h('time', {title: clockSeconds.format(call.start + step.at * 1000)}, `+${step.at.toFixed(3)}`),
-        h('div', {class: 'lanes'}, h('span', {class: 'unseen'}, `${step.from} to ${step.to}: `), arrow));
+        h('div', {class: 'lanes', title: `${step.from} → ${step.to}`}, h('span', {class: 'unseen'}, `${step.from} to ${step.to}: `), arrow));
     });
     const whole = h('div', {class: 'ladder'}, head, h('div', {class: 'steps'}, lines, h('ol', {}, rows)));
     whole.style.minWidth = `${4.5 + 9 * hosts.length}rem`;

@@ -80,6 +80,7 @@ public final class RecorderMain {
     try (Store store = new Store(options.out, console)) {
       CallPages pages = new CallPages(options.out, Clock.systemUTC());
       store.disk().then(pages::open);
+      console.line("calls can be seen and heard at " + pages.address());
       serve(options, new Recorder(store, limits, console, Clock.systemUTC(), pages), console);
     }
   }

@@ -4,6 +4,7 @@ import com.morvin.dom.telephony.sniffer.sample.storage.Audience;
 import com.morvin.dom.telephony.sniffer.sample.storage.CallReport;
 import com.morvin.dom.telephony.sniffer.sample.storage.Json;
 import java.io.IOException;
+import java.net.URI;
 import java.nio.file.Path;
 import java.time.Clock;
 import java.time.Instant;
@@ -52,6 +53,11 @@ public final class CallPages implements Audience {
       page = PageFile.open(directory, today());
       written = page.lastDay();
     }
+  }
+
+  /** Where a browser finds them. */
+  public URI address() {
+    return directory.toAbsolutePath().normalize().resolve(PageFile.NAME).toUri();
   }
 
   /** Shows a call as running. */

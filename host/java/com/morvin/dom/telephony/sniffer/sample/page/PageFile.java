@@ -30,6 +30,7 @@ import java.util.stream.Stream;
  * an old one by renaming.
  */
 final class PageFile {
+  static final String NAME = "index.html";
   private static final String SETTLED = "{\"settled\":true}\n";
   private static final Pattern HEAD = Pattern.compile("\\{\"since\":\"(\\d{4}-\\d\\d-\\d\\d)\".*");
   private static final Pattern PUT_AWAY = Pattern.compile("\\d{4}-\\d\\d-\\d\\d[0-9_.-]*\\.html");
@@ -41,7 +42,7 @@ final class PageFile {
   private LocalDate lastDay;
 
   private PageFile(Path directory) {
-    file = directory.resolve("index.html");
+    file = directory.resolve(NAME);
     days = directory.resolve("days");
   }
 
@@ -109,7 +110,7 @@ final class PageFile {
       }
     }
     if (start < 0) {
-      Files.move(file, file.resolveSibling("index.html.old"));  // none of ours
+      Files.move(file, file.resolveSibling(NAME + ".old"));  // none of ours
       begin(today, "");
     }
     // The calls that ran when the recorder ended run no more; a line that it could not complete ends here.
@@ -159,7 +160,7 @@ final class PageFile {
 
   /** Writes the template and what follows it under another name, then lets it take the page's place. */
   private void replace(Content calls) throws IOException {
-    Path next = file.resolveSibling("index.html.new");
+    Path next = file.resolveSibling(NAME + ".new");
     try (FileChannel channel = FileChannel.open(next, WRITE, CREATE, TRUNCATE_EXISTING)) {
       writeAll(channel, ByteBuffer.wrap(template));
       calls.writeTo(channel);
