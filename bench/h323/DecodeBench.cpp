@@ -6,23 +6,22 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <string>
+#include <vector>
 
 #include "Allocations.h"
 #include "H225.h"
 #include "H245.h"
 #include "Q931.h"
-#include "Vectors.h"
+#include "Segments.h"
 
 namespace {
 
 using Octets = std::vector<uint8_t>;
 
-Octets segment(const char* call, size_t index) {
-  return loadVectors(std::filesystem::path(TEST_FILES "/h323") / (std::string(call) + ".segments")).at(index).octets;
-}
-
 Octets setup() {
-  return segment("h323-fast-start-tunnelled", 0);
+  const PBYTEArray message = readSegments(kCalls[1]).at(0).message();
+  return Octets(message.begin(), message.end());
 }
 
 Octets setupInformation() {
@@ -111,12 +110,6 @@ void decodeOpenLogicalChannel(benchmark::State& state) {
   decodeWith<H245_MultimediaSystemControlMessage>(state, openLogicalChannel());
 }
 BENCHMARK(decodeOpenLogicalChannel);
-
-// What every call-signalling segment pays for H.245 being tried first.
-void tryQ931AsH245(benchmark::State& state) {
-  decodeWith<H245_MultimediaSystemControlMessage>(state, setup());
-}
-BENCHMARK(tryQ931AsH245);
 
 // 8,192 octets of lists in lists, until the arena is full.
 void refuseBomb(benchmark::State& state) {

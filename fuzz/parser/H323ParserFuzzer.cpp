@@ -5,48 +5,23 @@
 // TCP, TPKT header included. What is too short for its length is the last segment. The addresses are few, so that
 // segments find what others announced.
 
-#include <log4cxx/appenderskeleton.h>
+#include <arpa/inet.h>
 #include <log4cxx/logger.h>
 
 #include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
-#include <memory>
 #include <vector>
 
 #include "H323Parser.h"
+#include "SipAnyUri.h"
 
 namespace {
 
 constexpr int kHeaderLength = 15;
-constexpr uint8_t kAddresses[4][4] = {{10, 20, 0, 1}, {10, 20, 0, 2}, {10, 9, 7, 21}, {10, 20, 0, 10}};
+constexpr const char* kAddresses[] = {"10.20.0.1", "10.20.0.2", "10.9.7.21", "10.20.0.10"};
 constexpr u_int kPorts[] = {1720, 2077, 40000, 65535};
-
-// Reads each event, so that its text is made.
-struct Reader : log4cxx::AppenderSkeleton {
-  void append(const log4cxx::spi::LoggingEventPtr& event, log4cxx::helpers::Pool&) override {
-    if (event->getMessage().empty() && event->getLevel() != log4cxx::Level::getInfo() &&
-        event->getLevel() != log4cxx::Level::getError()) {
-      std::abort();
-    }
-  }
-  void close() override {}
-  bool requiresLayout() const override { return false; }
-};
-
-log4cxx::LoggerPtr makeLogger() {
-  auto logger = log4cxx::Logger::getLogger("SnifferClient");
-  logger->setAdditivity(false);
-  logger->addAppender(std::make_shared<Reader>());
-  return logger;
-}
-
-u_int networkOrder(unsigned index) {
-  u_int address;
-  std::memcpy(&address, kAddresses[index], sizeof address);
-  return address;
-}
 
 void checkText(bool forwarded, const PString& text) {
   const char* const characters = text;
@@ -57,7 +32,9 @@ void checkText(bool forwarded, const PString& text) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  static const log4cxx::LoggerPtr logger = makeLogger();
+  // Without an appender; the texts of events are made all the same.
+  static const auto logger = log4cxx::Logger::getLogger("SnifferClient");
+  logger->setAdditivity(false);
   H323Parser parser;
   while (size >= 4) {
     const unsigned connection = data[0];
@@ -66,15 +43,16 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     // Exactly as large as the segment, so that the sanitizer sees what is read behind its end.
     std::vector<u_char> segment(kHeaderLength + length);
     std::copy_n(data + 4, length, segment.begin() + kHeaderLength);
+    isSipRequestWithAnyUri(data + 4, length);
     data += 4 + length;
     size -= 4 + length;
 
     logger->setLevel((settings & 1) != 0 ? log4cxx::Level::getDebug() : log4cxx::Level::getError());
     parser.setTraceSignalling((settings & 2) != 0);
     PString text;
-    const bool forwarded = parser.parseH323(segment.data(), static_cast<int>(segment.size()), kHeaderLength,
-                                            networkOrder(connection & 3), networkOrder(connection >> 2 & 3),
-                                            kPorts[connection >> 4 & 3], kPorts[connection >> 6 & 3], text);
+    const bool forwarded = parser.parseH323(
+        segment.data(), static_cast<int>(segment.size()), kHeaderLength, inet_addr(kAddresses[connection & 3]),
+        inet_addr(kAddresses[connection >> 2 & 3]), kPorts[connection >> 4 & 3], kPorts[connection >> 6 & 3], text);
     checkText(forwarded, text);
     if ((settings & 4) != 0) parser.displayCallIdMap();
   }

@@ -49,7 +49,7 @@ log4cxx::LoggerPtr SngDissector::logger = log4cxx::Logger::getLogger("SnifferCli
 
 SngDissector::SngDissector() {
   delete dissector.load();
-  h323Parser = std::make_unique<H323Parser>();
+  h323Parser = std::make_unique<H323Parser>(&statistics);
   sipHelper = std::make_unique<SipHelper>();
   dissector = this;
 }

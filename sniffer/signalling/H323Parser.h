@@ -3,16 +3,17 @@
 #include <log4cxx/logger.h>
 #include <sys/types.h>
 
-#include <map>
-#include <mutex>
-#include <optional>
 #include <ostream>
 
+#include "CallMaps.h"
+#include "Effort.h"
 #include "H225.h"
 #include "H245.h"
+#include "MediaDescription.h"
 #include "PBYTEArray.h"
 #include "PString.h"
 #include "Q931.h"
+#include "Statistics.h"
 
 /// Describes H.323 signalling (Q.931 with H.225.0, H.245) in a few lines of text for the recorder: which call, who
 /// calls whom, and where the media goes.
@@ -22,8 +23,9 @@
 /// caller, "d:" callee, "i:" digits, "m:" proposed and "a:" accepted logical channel. Texts of the network stand in
 /// them as they came; they may hold line feeds and any octet but zero.
 ///
-/// H.245 on a connection of its own names no call. So the addresses that calls announce for it are remembered, until
-/// the call is released: calls whose ReleaseComplete is lost, or names no call identifier, stay for good.
+/// H.245 on a connection of its own names no call; CallMaps remembers which call announced it.
+///
+/// What a segment costs is bounded, see asn1::Effort: behind a bomb nothing more of the segment is described.
 ///
 /// One thread calls parseH323(), and what it is made of. displayCallIdMap() may be called by any thread. Addresses are
 /// IPv4 in network byte order, as in_addr holds them, ports in host order; tx is the source of the segment and rx its
@@ -37,41 +39,23 @@ class H323Parser {
     u_char tpkt_length[2];  ///< big-endian, this header included
   };
 
-  /// Where an H.245 connection is listened for.
-  struct h245Addr {
-    PString h245Ip;  ///< dotted decimal
-    u_int h245Port = 0;
+  using h245Addr = CallMaps::h245Addr;
+  using h245comp = CallMaps::h245comp;
+  using callrefcomp = CallMaps::callrefcomp;
 
-    h245Addr() = default;
-    h245Addr(const PString& ip, u_int port) : h245Ip(ip), h245Port(port) {}
-
-    friend std::ostream& operator<<(std::ostream& stream, const h245Addr& addr) {
-      return stream << addr.h245Ip << ':' << addr.h245Port;
-    }
-  };
-
-  /// By address or by port, whichever is less: each of two entries may come before the other. That is no strict weak
-  /// order, so a map ordered by it allows but few operations: see put() in H323Parser.cpp.
-  struct h245comp {
-    bool operator()(const h245Addr& a, const h245Addr& b) const {
-      return a.h245Ip.Compare(b.h245Ip) == PString::LessThan || a.h245Port < b.h245Port;
-    }
-  };
-
-  /// As texts: "10" comes before "9".
-  struct callrefcomp {
-    bool operator()(const PString& a, const PString& b) const { return a.Compare(b) == PString::LessThan; }
-  };
-
-  H323Parser() = default;
+  /// What is counted goes to `statistics`, which may be null and must outlive the parser.
+  explicit H323Parser(Statistics* statistics = nullptr) : callMaps(statistics) {}
   H323Parser(const H323Parser&) = delete;
   H323Parser& operator=(const H323Parser&) = delete;
   virtual ~H323Parser() = default;
 
   /// Describes one TCP segment. `payload` has `len` octets, the first `ourHdrLen` of which are not part of the segment.
   /// `upStreamPayload` is empty on entry. True when the text is to be forwarded; when it is not, what is in it is of no
-  /// use. Of several messages in a segment only the first one is described, and messages are not put together from
-  /// several segments.
+  /// use.
+  ///
+  /// Of several messages in a segment only the first one is described, and messages are not put together from several
+  /// segments. Who follows TCP streams hands in one complete TPKT, its header included, as if it were a segment: then
+  /// each message gets a text of its own, and nothing behind it is taken for a part of it.
   bool parseH323(u_char* payload, int len, int ourHdrLen, const u_int& tx_ip, const u_int& rx_ip, const u_int& tx_port,
                  const u_int& rx_port, PString& upStreamPayload);
 
@@ -85,63 +69,65 @@ class H323Parser {
                                             const u_int& rx_ip, const u_int& tx_port, const u_int& rx_port,
                                             PString& upStreamPayload, bool isTunneled);
 
-  // Each of these appends to `upStreamPayload` what it finds to describe.
+  // Each of these appends to `upStreamPayload` what it finds to describe: see MediaDescription.h.
 
-  /// A line for each element that is an OpenLogicalChannel.
   void getFastStartParams(H225_ArrayOf_PASN_OctetString& h245FastStartParams, PString& upStreamPayload);
-  /// An OpenLogicalChannel: "m:", its number and both directions.
-  void getRequestMediaParams(H245_RequestMessage& Request, PString& upStreamPayload);
-  /// What an OpenLogicalChannelAck says about both directions.
-  void getResponseMediaParams(H245_ResponseMessage& Response, PString& upStreamPayload);
+  void getRequestMediaParams(H245_RequestMessage& Request, PString& upStreamPayload) {
+    if (const auto channel = Request.openLogicalChannel()) appendLogicalChannel(*channel, upStreamPayload);
+  }
+  void getResponseMediaParams(H245_ResponseMessage& Response, PString& upStreamPayload) {
+    if (const auto ack = Response.openLogicalChannelAck()) appendAcknowledgedAddresses(*ack, upStreamPayload);
+  }
   void getForwardLogicalChannelParams(H245_OpenLogicalChannel_forwardLogicalChannelParameters& flcParams,
-                                      PString& upStreamPayload);
+                                      PString& upStreamPayload) {
+    appendForwardChannel(flcParams, upStreamPayload);
+  }
   void getReverseLogicalChannelParams(H245_OpenLogicalChannel_reverseLogicalChannelParameters& rlcParams,
-                                      PString& upStreamPayload);
-  void getH2250LogicalChannelParams(H245_H2250LogicalChannelParameters& h225LCParams, PString& upStreamPayload);
+                                      PString& upStreamPayload) {
+    appendReverseChannel(rlcParams, upStreamPayload);
+  }
+  void getH2250LogicalChannelParams(H245_H2250LogicalChannelParameters& h225LCParams, PString& upStreamPayload) {
+    appendMediaChannel(h225LCParams, upStreamPayload);
+  }
   void getForwardLogicalChannelAckParams(H245_H2250LogicalChannelAckParameters& h225LCAckParams,
-                                         PString& upStreamPayload);
-  /// "rtp:", address and port, if that is IPv4.
-  void getMediaChannelAttributes(H245_TransportAddress& mediaChannel, PString& upStreamPayload);
-  /// "rtcp:", address and port, if that is IPv4. Not part of any description so far: RTCP is next to RTP.
-  void getMediaControlChannelAttributes(H245_TransportAddress& mediaControlChannel, PString& upStreamPayload);
+                                         PString& upStreamPayload) {
+    appendMediaChannel(h225LCAckParams, upStreamPayload);
+  }
+  void getMediaChannelAttributes(H245_TransportAddress& mediaChannel, PString& upStreamPayload) {
+    appendMediaAddress(mediaChannel, upStreamPayload);
+  }
+  /// Not part of any description so far: RTCP is next to RTP.
+  void getMediaControlChannelAttributes(H245_TransportAddress& mediaControlChannel, PString& upStreamPayload) {
+    appendMediaControlAddress(mediaControlChannel, upStreamPayload);
+  }
 
-  /// The call announces that it listens for H.245 at `addr`. That takes the address over from any other call; an
-  /// address that the same call announced before stays its own.
-  void updateMaps(PString& callReference, h245Addr& addr);
+  /// See CallMaps::announce().
+  void updateMaps(PString& callReference, h245Addr& addr) { callMaps.announce(callReference, addr); }
 
   /// Logs at DEBUG what calls and addresses are known. Any thread.
-  void displayCallIdMap();
+  void displayCallIdMap() { callMaps.display(); }
 
   /// Whole messages go to the log at INFO. To be set before the first segment.
   void setTraceSignalling(bool trace) { traceSignalling = trace; }
 
  private:
-  bool describeCallSignalling(const u_int& tx_ip, const u_int& rx_ip, const u_int& tx_port, const u_int& rx_port,
-                              PString& upStreamPayload, std::ostream* trace);
-  bool describeTunneledH245(const H225_H323_UU_PDU& pdu, const u_int& tx_ip, const u_int& rx_ip, const u_int& tx_port,
-                            const u_int& rx_port, PString& upStreamPayload, std::ostream* trace);
-  bool describeBody(const H225_H323_UU_PDU_h323_message_body& body, PString& callReference, PString& upStreamPayload);
+  /// The two ends of a segment's connection.
+  struct Connection {
+    const u_int& tx_ip;
+    const u_int& rx_ip;
+    const u_int& tx_port;
+    const u_int& rx_port;
+  };
 
-  void describe(const H225_Setup_UUIE& setup, PString& callReference, PString& upStreamPayload);
-  void describe(const H225_Information_UUIE& information, PString& upStreamPayload);
-  void describe(const H225_ReleaseComplete_UUIE& release, const PString& callReference, PString& upStreamPayload);
-  void appendCallId(const char* message, const std::optional<H225_CallIdentifier>& callId, PString& upStreamPayload);
-  template <class UUIE>
-  void appendFastStart(const UUIE& uuie, PString& upStreamPayload);
-  template <class UUIE>
-  void appendFastStartOrAnnounce(const char* message, const UUIE& uuie, PString& callReference,
-                                 PString& upStreamPayload);
-  void announce(const char* message, const H225_TransportAddress& address, PString& callReference);
-  void forget(const PString& callReference);
-  void appendLogicalChannel(const H245_OpenLogicalChannelView& channel, PString& upStreamPayload);
-  void appendAddress(const char* channel, const char* protocol, const H245_TransportAddress& address,
-                     PString& upStreamPayload);
-  bool appendCallOf(const h245Addr& tx, const h245Addr& rx, unsigned messageType, const char* complaint,
+  bool describeCallSignalling(const Connection& connection, asn1::Effort& effort, PString& upStreamPayload,
+                              std::ostream* trace);
+  bool describeTunneledH245(const H225_H323_UU_PDU& pdu, const Connection& connection, asn1::Effort& effort,
+                            PString& upStreamPayload, std::ostream* trace);
+  bool appendCallOf(const Connection& connection, unsigned messageType, const char* complaint,
                     PString& upStreamPayload);
-  bool findCall(const h245Addr& addr, PString& callReference);
+  bool isTracing() const;
 
-  std::map<h245Addr, PString, h245comp> h245Map;        ///< the call that announced the address
-  std::map<PString, h245Addr, callrefcomp> callRefMap;  ///< the address that the call announced last
+  CallMaps callMaps;
 
   // Decoded into again and again, so that a message costs no memory of its own.
   H245_MultimediaSystemControlMessage h245MSCMsg;
@@ -150,7 +136,6 @@ class H323Parser {
   H245_OpenLogicalChannel olc;
 
   bool traceSignalling = false;
-  std::mutex mapsLock;  ///< guards both maps: who ends the sniffer has them logged while a segment may be in work
 
   static log4cxx::LoggerPtr logger;
   static H323Parser* h323Parser;  ///< for whoever wants one parser for the process; a dissector has its own

@@ -34,6 +34,7 @@ struct Statistics {
   Counter notSent;
   Counter sendWaits, sendWaitLongest, framesWaited;
   Counter commandsIgnored;
+  Counter h245AddressesForgotten;
   Counter hostWaiting, hostWaitingHighest;
   Counter lookBackWaiting, lookBackOverflow;
   Counter queueLimitMedia, queueLimitSignalling;
@@ -133,6 +134,9 @@ inline constexpr StatisticsRow kStatisticsRows[] = {
      "Frames that were about to leave and were held up by these waits.", statistics_shown::withSendTimeout},
     {"commandsIgnored", &Statistics::commandsIgnored, StatisticsRow::Total, "ignored_commands_total", nullptr,
      "Commands that did not come from the recorder's address.", statistics_shown::withCommandsFromServerOnly},
+    {"h245AddressesForgotten", &Statistics::h245AddressesForgotten, StatisticsRow::Total,
+     "forgotten_h245_addresses_total", nullptr,
+     "H.245 addresses of calls that nobody released, pushed out by later ones.", statistics_shown::whenNotZero},
     {"hostWaiting", &Statistics::hostWaiting, StatisticsRow::Gauge, "host_frames", nullptr,
      "Frames that the Java host has not fetched yet.", statistics_shown::whenNotZero},
     {"hostWaitingHighest", &Statistics::hostWaitingHighest, StatisticsRow::Gauge, "host_frames_max", nullptr,

@@ -5,37 +5,36 @@
 
 #include <memory>
 
-#include "Arena.h"
 #include "H225.h"
 #include "H245.h"
-#include "H245Schema.h"
-#include "PERDecoder.h"
 
 namespace {
 
 using Octets = std::vector<uint8_t>;
-using asn1::Kind;
+using asn1::Effort;
 using asn1::Value;
 
 // A type decoded from exactly these octets, which are on the heap so that a sanitizer sees each read behind them.
 class Decoded {
  public:
-  Decoded(const asn1::Type& type, Octets octets) : octets_(std::move(octets)) {
+  Decoded(const asn1::Type& type, Octets octets, uint32_t steps = Effort::kSteps) : octets_(std::move(octets)) {
     octets_.shrink_to_fit();
-    PPER_Stream stream(PBYTEArray(octets_.data(), octets_.size()));
+    Effort effort;
+    effort.spend(Effort::kSteps - steps);
+    PPER_Stream stream(PBYTEArray(octets_.data(), octets_.size()), effort);
     value_ = &asn1::decode(type, stream, *arena_);
-    failed_ = stream.failed();
-    EXPECT_EQ(failed_, value_->type == nullptr);
+    EXPECT_EQ(stream.failed(), failed());
+    spent = steps - effort.left();
   }
   const Value& operator*() const { return *value_; }
   const Value* operator->() const { return value_; }
-  bool failed() const { return failed_; }
+  bool failed() const { return value_->type == nullptr; }
+  uint32_t spent = 0;
 
  private:
   Octets octets_;
   std::unique_ptr<asn1::Arena> arena_{new asn1::Arena};
   const Value* value_ = nullptr;
-  bool failed_ = false;
 };
 
 Octets concat(std::initializer_list<Octets> parts) {
@@ -46,45 +45,52 @@ Octets concat(std::initializer_list<Octets> parts) {
 
 // Numbers at the limits of the ways there are to code them.
 TEST(Hostile, Numbers) {
-  EXPECT_EQ(Decoded(asn1::Integer<0, 9>, {0x90})->number, 9);
+  const asn1::Type& positive = asn1::Integer<1, asn1::kMax>;
+  const struct {
+    const asn1::Type& type;
+    Octets octets;
+    int64_t number;
+  } cases[] = {
+      {asn1::Integer<0, 9>, {0x90}, 9},
+      {asn1::Integer<1, 256>, {0xFF}, 256},
+      {asn1::Integer<0, 16777215>, {0x80, 1, 2, 3}, 0x010203},
+      {asn1::Integer<>, {2, 0x80, 0}, -32768},
+      {asn1::Integer<>, {9, 0xFF, 0x80, 0, 0, 0, 0, 0, 0, 0}, INT64_MIN},
+      {asn1::Integer<>, {9, 0x80, 0, 0, 0, 0, 0, 0, 0, 0}, INT64_MIN},
+      {asn1::Integer<>, {9, 0x7F, 0, 0, 0, 0, 0, 0, 0, 0}, INT64_MAX},
+      {positive, {9, 1, 0, 0, 0, 0, 0, 0, 0, 0}, INT64_MAX},
+  };
+  for (const auto& [type, octets, number] : cases) EXPECT_EQ(Decoded(type, octets)->number, number);
   EXPECT_TRUE(Decoded(asn1::Integer<0, 9>, {0xA0}).failed());
-  EXPECT_EQ(Decoded(asn1::Integer<1, 256>, {0xFF})->number, 256);
   EXPECT_TRUE(Decoded(asn1::Integer<1, 65535>, {0xFF, 0xFF}).failed());
-  EXPECT_EQ(Decoded(asn1::Integer<0, 16777215>, {0x80, 1, 2, 3})->number, 0x010203);
   EXPECT_TRUE(Decoded(asn1::Integer<0, 16777215>, {0xC0, 1, 2, 3, 4}).failed());
   EXPECT_TRUE(Decoded(asn1::Integer<1, 4294967295>, {0xC0, 0xFF, 0xFF, 0xFF, 0xFF}).failed());
-  EXPECT_EQ(Decoded(asn1::Integer<>, {2, 0x80, 0})->number, -32768);
-  EXPECT_EQ(Decoded(asn1::Integer<>, {9, 0xFF, 0x80, 0, 0, 0, 0, 0, 0, 0})->number, INT64_MIN);
-  EXPECT_EQ(Decoded(asn1::Integer<>, {9, 0x80, 0, 0, 0, 0, 0, 0, 0, 0})->number, INT64_MIN);
-  EXPECT_EQ(Decoded(asn1::Integer<>, {9, 0x7F, 0, 0, 0, 0, 0, 0, 0, 0})->number, INT64_MAX);
-  EXPECT_EQ(Decoded(asn1::Integer<1, asn1::kMax>, {9, 1, 0, 0, 0, 0, 0, 0, 0, 0})->number, INT64_MAX);
-  EXPECT_TRUE(Decoded(asn1::Integer<>, {0}).failed());
-  EXPECT_TRUE(Decoded(asn1::Integer<1, asn1::kMax>, {0}).failed());
-  EXPECT_TRUE(Decoded(asn1::Integer<>, {0xC1}).failed());
+  for (const uint8_t length : {0x00, 0xC1}) {
+    EXPECT_TRUE(Decoded(asn1::Integer<>, {length}).failed());
+    EXPECT_TRUE(Decoded(positive, {length}).failed());
+  }
 }
 
 TEST(Hostile, Lengths) {
-  EXPECT_EQ(Decoded(asn1::OctetString<>, {0})->length, 0);
-  EXPECT_TRUE(Decoded(asn1::OctetString<>, {1}).failed());
-  EXPECT_TRUE(Decoded(asn1::OctetString<>, {}).failed());
-  EXPECT_TRUE(Decoded(asn1::OctetString<>, {0xBF, 0xFF}).failed());
-  for (const uint8_t fragments : {0xC0, 0xC1, 0xC4, 0xC5, 0xFF}) {
-    EXPECT_TRUE(Decoded(asn1::OctetString<>, {fragments, 0, 0}).failed());
+  const asn1::Type& any = asn1::OctetString<>;
+  EXPECT_EQ(Decoded(any, {0})->length, 0);
+  for (const Octets& octets : {Octets{}, {1}, {0x80}, {0xBF, 0xFF}, {0xC0, 0, 0}, {0xC1, 0, 0}, {0xC5, 0}, {0xFF, 0}}) {
+    EXPECT_TRUE(Decoded(any, octets).failed());
   }
   // Fragments come together whatever they hold; one that is followed by no length is not complete.
   const Octets fragment(16384, 0x5A);
-  const Decoded whole(asn1::OctetString<>, concat({{0xC1}, fragment, {0xC1}, fragment, {2, 1, 2}}));
+  const Decoded whole(any, concat({{0xC1}, fragment, {0xC1}, fragment, {2, 1, 2}}));
   ASSERT_EQ(whole->length, 2 * 16384 + 2);
   EXPECT_EQ(whole->octets[2 * 16384 + 1], 2);
-  EXPECT_TRUE(Decoded(asn1::OctetString<>, concat({{0xC1}, fragment})).failed());
+  EXPECT_TRUE(Decoded(any, concat({{0xC1}, fragment})).failed());
   EXPECT_EQ(Decoded(asn1::BitString<>, concat({{0xC1}, Octets(2048, 0xFF), {3, 0xE0}}))->length, 16384 + 3);
   // What is copied has a limit.
-  EXPECT_TRUE(Decoded(asn1::OctetString<>, concat({{0xC4}, Octets(65536), {1, 1}})).failed());
+  EXPECT_TRUE(Decoded(any, concat({{0xC4}, Octets(65536), {1, 1}})).failed());
 
   // Four bits a character; not all of them are one.
   const auto& digits = asn1::IA5StringFrom<asn1::h245::kDialedDigits, 1, 128>;
-  const Decoded text(digits, {0x08, 0x01, 0x23, 0xC0});
-  EXPECT_EQ(std::string(reinterpret_cast<const char*>(text->octets), text->length), "#*,09");
+  const Decoded text(digits, {0x18, 0x01, 0x23, 0x45, 0x67, 0x89, 0xAB, 0xC0});  // 13 of them
+  EXPECT_EQ(asn1::text(*text), "#*,0123456789");
   EXPECT_TRUE(Decoded(digits, {0, 0xD0}).failed());
   EXPECT_TRUE(Decoded(asn1::IA5StringFrom<asn1::h245::kSignalTypes, 1>, {'E'}).failed());
 }
@@ -102,23 +108,28 @@ TEST(Hostile, Extensions) {
   ASSERT_NE(later->child->next, nullptr);
   EXPECT_EQ(later->child->next->number, 1);
   EXPECT_EQ(later->child->next->next, nullptr);
-  EXPECT_TRUE(Decoded(kOlder, {0x80, 7, 0x03, 0x80, 3, 0x80, 0xFF, 0xFF, 3, 0xFF, 0xFF}).failed());
-  EXPECT_TRUE(Decoded(kOlder, {0x80, 7, 0x03, 0x80, 0, 2, 0xFF, 0xFF}).failed());  // no room for the flag
-  EXPECT_TRUE(Decoded(kOlder, {0x80, 7, 0xFF}).failed());                          // more additions than octets
-  EXPECT_TRUE(Decoded(kOlder, {0x80, 7, 0x80, 0}).failed());                       // additions, but none
+  for (const Octets& octets : {Octets{0x80, 7, 0x03, 0x80, 3, 0x80, 0xFF, 0xFF, 3, 0xFF, 0xFF},
+                               {0x80, 7, 0x03, 0x80, 0, 2, 0xFF, 0xFF},  // no room for the flag
+                               {0x80, 7, 0xFF},                          // more additions than octets
+                               {0x80, 7, 0x80, 0}}) {                    // additions, but none
+    EXPECT_TRUE(Decoded(kOlder, octets).failed());
+  }
+  // Its part of a message may itself be in fragments.
+  EXPECT_EQ(Decoded(kOlder, concat({{0x80, 7, 0x01, 0xC1, 0x80}, Octets(16383), {1, 0}}))->child->next->number, 1);
 
   EXPECT_EQ(Decoded(kAlternatives, {0x80, 1, 0x80})->child->number, 1);
   const Decoded unknown(kAlternatives, {0x85, 2, 0xAB, 0xCD});
   EXPECT_EQ(unknown->length, 7);
   EXPECT_EQ(unknown->child->length, 2);
-  const Decoded far(kAlternatives, {0xC0, 9, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0});
-  EXPECT_FALSE(far.failed());
+  EXPECT_FALSE(Decoded(kAlternatives, concat({{0xC0, 9}, Octets(9, 0xFF), {0}})).failed());
   EXPECT_TRUE(Decoded(kAlternatives, {0x85, 3, 0xAB, 0xCD}).failed());
 }
 
 extern inline const asn1::Choice<2> kNested;
 inline constexpr asn1::Choice<2> kNested({{"deeper", kNested}, {"end", asn1::Null}});
 
+// Memory, depth, and work that is out of all proportion to the octets: 16,383 presence bits, or thousands of additions
+// that nobody knows.
 TEST(Hostile, BombsEndAtTheLimits) {
   // A bit a level.
   EXPECT_FALSE(Decoded(kNested, {0x00, 0x00, 0x80}).failed());
@@ -129,6 +140,13 @@ TEST(Hostile, BombsEndAtTheLimits) {
   EXPECT_TRUE(Decoded(asn1::SequenceOf<asn1::Null>, {0xBF, 0xFF}).failed());
   EXPECT_TRUE(Decoded(asn1::SequenceOf<asn1::Null>, {0xC4}).failed());
   EXPECT_EQ(Decoded(asn1::SequenceOf<asn1::Null>, {0x8F, 0xFF})->length, asn1::Arena::kMaxValues - 1);
+
+  const Octets lying{0x80, 7, 0x80, 0xBF, 0xFF, 0xFF};
+  EXPECT_LT(Decoded(kOlder, lying).spent, 100);
+  const Octets additions = concat({{0x80, 7, 0x80, 0x88, 0x00, 0x7F}, Octets(255, 0xFF), Octets(2047)});
+  const Decoded bomb(kOlder, additions, 1000);
+  EXPECT_TRUE(bomb.failed());
+  EXPECT_EQ(bomb.spent, 1000);
 }
 
 TEST(Hostile, AbsentValuesRead) {

@@ -3,12 +3,12 @@
 #include <cstring>
 #include <memory>
 
+#include "../Segments.h"
 #include "H225.h"
 #include "H225Schema.h"
 #include "OpalGloballyUniqueID.h"
 #include "PERDecoder.h"
 #include "PIPSocket.h"
-#include "Vectors.h"
 
 namespace {
 

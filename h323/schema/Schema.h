@@ -38,7 +38,7 @@ enum class Kind : uint8_t {
 inline constexpr int64_t kMin = std::numeric_limits<int64_t>::min();
 inline constexpr int64_t kMax = std::numeric_limits<int64_t>::max();
 
-// Limits of a value or of a size, both included, and how X.691 (10.5 to 10.8) codes a number within them.
+// Limits of a value or of a size, both included, and how X.691 (July 2002, 10.5 to 10.8) codes a number within them.
 struct Range {
   enum class Coding : uint8_t { kSingle, kBits, kOctet, kTwoOctets, kUpToOctets, kSemiConstrained, kUnconstrained };
 
@@ -91,6 +91,9 @@ struct Alphabet {
 
 struct Type;
 
+// The optional components of a SEQUENCE's root.
+inline constexpr unsigned kMaxOptional = 56;
+
 enum Presence : uint8_t { kMandatory, kOptional, kExtensionMarker };
 
 // A component of a SEQUENCE, an alternative of a CHOICE or a name of an ENUMERATED.
@@ -140,6 +143,7 @@ struct FieldList : Type {
       if (extensible) continue;
       ++rootCount;
       optionalCount += field.presence == kOptional;
+      if (optionalCount > kMaxOptional) throw "more presence bits than the decoder reads at once";
     }
     fields = list;
     range = Range(0, kind == Kind::kSequence ? 0 : rootCount - 1);
@@ -177,6 +181,7 @@ struct StringType : Type {
   constexpr StringType(Kind ofKind, uint8_t bitsPerUnit, int64_t lower, int64_t upper,
                        const Alphabet* characters = nullptr)
       : Type(ofKind) {
+    if (lower != upper && upper < 16 / bitsPerUnit) throw "the decoder pads in front of every string of variable size, which X.691 does not do in front of one that short";
     unit = bitsPerUnit;
     range = Range(lower, upper);
     alphabet = characters;
@@ -185,6 +190,7 @@ struct StringType : Type {
 
 struct SequenceOfType : Type {
   constexpr SequenceOfType(const Type& ofType, int64_t lower, int64_t upper) : Type(Kind::kSequenceOf) {
+    if (lower != 0 && upper >= 65536) throw "the decoder does not check the lower limit of a list without an upper one";
     element = &ofType;
     range = Range(lower, upper);
   }

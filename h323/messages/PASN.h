@@ -3,16 +3,18 @@
 #include <cstddef>
 #include <cstdint>
 #include <iterator>
+#include <memory>
 #include <optional>
 #include <ostream>
-#include <string_view>
+#include <type_traits>
 
+#include "Arena.h"
 #include "PBYTEArray.h"
+#include "PERDecoder.h"
+#include "PPER_Stream.h"
 #include "PString.h"
 
 namespace asn1 {
-struct Value;
-extern const Value kAbsent;
 
 // The component of a SEQUENCE, counted over root and extension components; kAbsent if it is not there.
 const Value& component(const Value& sequence, unsigned index);
@@ -62,27 +64,72 @@ class PASN_Choice : public PASN_Object {
   PString GetTagName() const;
 
  protected:
-  // The chosen value, if the alternative of that number is the chosen one.
-  template <class Alternative>
-  std::optional<Alternative> alternative(unsigned tag) const {
-    return GetTag() == tag ? std::optional<Alternative>(chosen()) : std::nullopt;
-  }
   const asn1::Value& chosen() const;
 };
 
-class PASN_Sequence : public PASN_Object {
+// A field of `kType`, written as its identifier: a name that the type does not have does not compile.
+template <const auto& kType>
+struct PASN_Field {
+  consteval PASN_Field(const char* name) : index(asn1::indexOf(kType, name)) {}
+  unsigned index;
+};
+
+// A view of a CHOICE of the type `kType`.
+template <const auto& kType>
+class PASN_ChoiceType : public PASN_Choice {
+ public:
+  using PASN_Choice::PASN_Choice;
+
+ protected:
+  static consteval unsigned tagOf(PASN_Field<kType> field) { return field.index; }
+
+  // The chosen value, if it is this alternative.
+  template <class Alternative>
+  std::optional<Alternative> alternative(PASN_Field<kType> field) const {
+    return GetTag() == field.index ? std::optional<Alternative>(chosen()) : std::nullopt;
+  }
+};
+
+// A view of a SEQUENCE of the type `kType`.
+template <const auto& kType>
+class PASN_SequenceType : public PASN_Object {
  public:
   using PASN_Object::PASN_Object;
 
  protected:
-  const asn1::Value& component(unsigned index) const { return asn1::component(*value_, index); }
-  unsigned number(unsigned index) const;
+  unsigned number(PASN_Field<kType> field) const { return static_cast<unsigned>(component(field).number); }
 
   template <class Component>
-  std::optional<Component> optional(unsigned index) const {
-    const asn1::Value& value = component(index);
-    return &value == &asn1::kAbsent ? std::nullopt : std::optional<Component>(value);
+  Component mandatory(PASN_Field<kType> field) const {
+    return Component(component(field));
   }
+  template <class Component>
+  std::optional<Component> optional(PASN_Field<kType> field) const {
+    const asn1::Value& value = component(field);
+    return value.type == nullptr ? std::nullopt : std::optional<Component>(value);
+  }
+
+ private:
+  const asn1::Value& component(PASN_Field<kType> field) const { return asn1::component(*value_, field.index); }
+};
+
+// A message of the type `kType` that is decoded by itself and read as `View`.
+template <class View, const auto& kType>
+class PASN_Message : public View {
+ public:
+  PASN_Message() = default;
+  PASN_Message(const PASN_Message&) = delete;
+  PASN_Message& operator=(const PASN_Message&) = delete;
+
+  // Replaces the message by the next one in `stream` and answers whether it could be decoded; if not, everything in it
+  // is absent. Allocates nothing.
+  bool Decode(PPER_Stream& stream) {
+    this->value_ = &asn1::decode(kType, stream, *arena_);
+    return !stream.failed();
+  }
+
+ private:
+  const std::unique_ptr<asn1::Arena> arena_ = std::make_unique_for_overwrite<asn1::Arena>();
 };
 
 // SEQUENCE OF and SET OF: read it front to back with a range-based for. (Name an optional list first: what

@@ -6,13 +6,11 @@
 #include <cstdint>
 #include <cstring>
 
+#include "Effort.h"
 #include "PBYTEArray.h"
 
-namespace asn1 {
-class Arena;
-}
-
-// Reads the aligned variant of the basic packed encoding rules (X.691) bit by bit from octets that somebody else owns.
+// Reads the aligned variant of the basic packed encoding rules (X.691, July 2002) bit by bit from octets that somebody
+// else owns.
 //
 // Nothing is read behind the end. A read that would, or that finds what the rules exclude, fails the stream for good:
 // from then on every read answers 0. So a decoder may read on and ask once, at the end.
@@ -20,6 +18,11 @@ class PPER_Stream {
  public:
   explicit PPER_Stream(const PBYTEArray& octets)
       : octets_(octets.GetPointer()), size_(octets.GetSize()), end_(octets.GetSize() * 8) {}
+  // What is decoded from the stream is charged to `effort`, which must outlive it; else to an Effort of its own.
+  PPER_Stream(const PBYTEArray& octets, asn1::Effort& effort) : PPER_Stream(octets) { effort_ = &effort; }
+
+  // Null if the stream has none of its own.
+  asn1::Effort* effort() const { return effort_; }
 
   bool failed() const { return failed_; }
   void fail() {
@@ -71,7 +74,7 @@ class PPER_Stream {
   // X.691, 10.6: a small number without upper limit.
   uint64_t smallNumber();
 
-  // X.691, 10.9.4.2: the number of extension bits, at least 1.
+  // X.691, 10.9.3.4: the number of extension bits, at least 1.
   size_t smallLength();
 
   // X.691, 10.9.3.5 to 10.9.3.8: a length without upper limit. When `more` is set on return, it is the length of a
@@ -117,4 +120,5 @@ class PPER_Stream {
   size_t position_ = 0;
   size_t end_;
   bool failed_ = false;
+  asn1::Effort* effort_ = nullptr;
 };

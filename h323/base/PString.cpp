@@ -15,8 +15,3 @@ PString PString::Trim() const {
   while (!text.empty() && isBlank(text.back())) text.remove_suffix(1);
   return PString(text);
 }
-
-PString& PString::operator+=(const PString& text) {
-  text_ += text.text_;
-  return *this;
-}

@@ -32,15 +32,16 @@ size_t PPER_Stream::smallLength() {
 
 size_t PPER_Stream::length(bool& more) {
   constexpr size_t kFragment = 16384;
-  more = false;
   align();
-  if (!bit()) return bits(7);
-  if (!bit()) return bits(14);
-  const size_t fragments = bits(6);
+  const uint64_t first = bits(8);
+  more = first >= 0xC0;
+  if (first < 0x80) return first;
+  if (!more) return (first & 0x3F) << 8 | bits(8);
+  const size_t fragments = first & 0x3F;
   if (fragments < 1 || fragments > 4) {
     fail();
+    more = false;
     return 0;
   }
-  more = true;
   return fragments * kFragment;
 }

@@ -22,7 +22,7 @@ struct Value {
 };
 
 // A value that is not there.
-extern const Value kAbsent;
+inline constexpr Value kAbsent{nullptr, nullptr, {0}, 0, 0};
 
 // Where the values of one message live. It is made once, as large as a message may get, and used for one message after
 // the other; memory that no message has needed yet is never touched.

@@ -15,7 +15,7 @@ int64_t clampedSum(int64_t lower, uint64_t offset) {
 
 class Decoder {
  public:
-  Decoder(PPER_Stream& stream, Arena& arena) : stream_(stream), arena_(arena) {}
+  Decoder(PPER_Stream& stream, Arena& arena, Effort& effort) : stream_(stream), arena_(arena), effort_(effort) {}
 
   // Null after a failure.
   Value* decode(const Type& type);
@@ -39,11 +39,12 @@ class Decoder {
 
   PPER_Stream& stream_;
   Arena& arena_;
+  Effort& effort_;
   unsigned depth_ = 0;
 };
 
 Value* Decoder::newValue(const Type& type) {
-  Value* const value = arena_.newValue();
+  Value* const value = effort_.spend() ? arena_.newValue() : nullptr;
   if (value == nullptr) {
     stream_.fail();
     return nullptr;
@@ -197,15 +198,17 @@ void Decoder::extensionAdditions(Value& value, const Value** link) {
   const size_t count = stream_.smallLength();
   PPER_Stream presence = stream_;
   stream_.skip(count);
-  for (size_t first = 0; first < count; first += 32) {
+  for (size_t first = 0; first < count && !stream_.failed(); first += 32) {
+    if (!effort_.spend()) return stream_.fail();
     const unsigned width = static_cast<unsigned>(std::min<size_t>(count - first, 32));
     uint64_t present = presence.bits(width) << (64 - width);
-    while (present != 0 && !stream_.failed()) {
+    while (present != 0) {
       const int zeros = std::countl_zero(present);
       present &= ~(uint64_t{1} << 63 >> zeros);
       const size_t index = type.rootCount + first + static_cast<size_t>(zeros);
       if (index >= type.fieldCount) {
         skipOpenType();
+        if (stream_.failed()) return;
         continue;
       }
       Value* const component = openType(*type.fields[index].type);
@@ -275,11 +278,12 @@ Value* Decoder::openType(const Type& type) {
 }
 
 void Decoder::skipOpenType() {
+  if (!effort_.spend()) return stream_.fail();
   bool more = true;
   while (more) stream_.skip(stream_.length(more) * 8);
 }
 
-// X.691, 15, 16, 23 and 26
+// X.691, 15, 16, 23 and 27
 void Decoder::string(Value& value) {
   const Type& type = *value.type;
   const Range& size = type.range;
@@ -329,10 +333,15 @@ const uint8_t* Decoder::units(const Type& type, size_t count) {
     return nullptr;
   }
   uint8_t* octet = copy;
-  for (size_t left = bits; left > 0;) {
+  size_t left = bits;
+  for (; left >= 32; left -= 32) {
+    const uint64_t word = stream_.bits(32);
+    for (unsigned shift = 32; shift > 0;)
+      *octet++ = static_cast<uint8_t>(word >> (shift -= step) & (0xFFU >> (8 - step)));
+  }
+  while (left > 0) {
     const unsigned taken = static_cast<unsigned>(std::min<size_t>(left, step));
-    const auto read = static_cast<uint8_t>(stream_.bits(taken));
-    *octet++ = static_cast<uint8_t>(step == 8 ? read << (8 - taken) : read);
+    *octet++ = static_cast<uint8_t>(stream_.bits(taken) << (step - taken));
     left -= taken;
   }
   return copy;
@@ -383,7 +392,10 @@ void Decoder::checkCharacters(const Value& value) {
 
 const Value& decode(const Type& type, PPER_Stream& stream, Arena& arena) {
   arena.clear();
-  const Value* const value = Decoder(stream, arena).decode(type);
+  Effort own;
+  Effort& effort = stream.effort() == nullptr ? own : *stream.effort();
+  if (!effort.spend(Effort::kMessage)) stream.fail();
+  const Value* const value = Decoder(stream, arena, effort).decode(type);
   return value == nullptr ? kAbsent : *value;
 }
 

@@ -1,6 +1,5 @@
 #include "PASN.h"
 
-#include "Arena.h"
 #include "Printing.h"
 
 std::ostream& operator<<(std::ostream& stream, const PASN_Object& object) {
@@ -24,13 +23,7 @@ const asn1::Value& PASN_Choice::chosen() const {
   return value_->type == nullptr ? asn1::kAbsent : *value_->child;
 }
 
-unsigned PASN_Sequence::number(unsigned index) const {
-  return static_cast<unsigned>(component(index).number);
-}
-
 namespace asn1 {
-
-constinit const Value kAbsent{nullptr, nullptr, {0}, 0, 0};
 
 const Value& component(const Value& sequence, unsigned index) {
   if (sequence.type == nullptr) return kAbsent;

@@ -33,9 +33,15 @@ class PString {
   // A copy without the white space (isspace of the C locale) at either end.
   PString Trim() const;
 
-  PString& operator+=(const PString& text);
-  PString& operator+=(const char* text) { return *this += PString(text); }
-  PString& operator+=(char character) { return *this += PString(std::string_view(&character, 1)); }
+  PString& operator+=(const PString& text) { return *this += text.text_.c_str(); }
+  PString& operator+=(const char* text) {
+    text_ += text;
+    return *this;
+  }
+  PString& operator+=(char character) {
+    if (character != '\0') text_ += character;
+    return *this;
+  }
 
   friend PString operator+(PString left, const PString& right) { return left += right; }
   friend PString operator+(PString left, const char* right) { return left += right; }

@@ -1,0 +1,125 @@
+#include "CallDescription.h"
+
+#include <log4cxx/logger.h>
+
+#include "MediaDescription.h"
+#include "OpalGloballyUniqueID.h"
+#include "PIPSocket.h"
+
+namespace {
+const log4cxx::LoggerPtr logger = log4cxx::Logger::getLogger("SnifferClient");
+}
+
+bool CallDescription::append(const H225_H323_UU_PDU_h323_message_body& body) {
+  switch (q931.GetMessageType()) {
+    case Q931::SetupMsg:
+      return appendSetup(body.setup());
+    case Q931::CallProceedingMsg:
+      return appendFastStartOf("CallProceeding", body.callProceeding());
+    case Q931::ProgressMsg:
+      return appendFastStartOf("Progress", body.progress());
+    case Q931::AlertingMsg:
+      return appendMediaOf("Alerting", "ALERTING", body.alerting());
+    case Q931::ConnectMsg:
+      return appendMediaOf("Connect", "CONNECT", body.connect());
+    case Q931::SetupAckMsg:
+      return appendCallIdOf("SetupAck", body.setupAcknowledge());
+    case Q931::InformationMsg:
+      return appendInformation(body.information());
+    case Q931::FacilityMsg:
+      return appendFastStartOf("Facility", body.facility());
+    case Q931::ReleaseCompleteMsg:
+      return appendReleaseComplete(body.releaseComplete());
+    default:
+      return false;
+  }
+}
+
+bool CallDescription::appendSetup(const std::optional<H225_Setup_UUIE>& setup) {
+  if (!setup) return false;
+  appendCallId("SETUP", setup->callIdentifier());
+  appendParty("s:", "Caller", setup->sourceAddress(), q931.GetCallingPartyNumber());
+  appendParty("d:", "Callee", setup->destinationAddress(), q931.GetCalledPartyNumber());
+  appendProposalsOrAnnounce("SETUP", *setup);
+  return true;
+}
+
+bool CallDescription::appendInformation(const std::optional<H225_Information_UUIE>& information) {
+  if (!information) return false;
+  appendCallId("Information", information->callIdentifier());
+  const PString digits = q931.GetCalledPartyNumber();
+  LOG4CXX_DEBUG(logger, "Digit: " << digits);
+  text += "i:";
+  text += digits;
+  text += '\n';
+  appendProposals(information->fastStart());
+  return true;
+}
+
+bool CallDescription::appendReleaseComplete(const std::optional<H225_ReleaseComplete_UUIE>& release) {
+  if (!release) return false;
+  const PString suffix = " CallRef:" + callReference;
+  if (appendCallId("ReleaseComplete", release->callIdentifier(), suffix)) callMaps.release(callReference);
+  return true;
+}
+
+bool CallDescription::appendCallIdOf(const char* message, const auto& uuie) {
+  if (uuie) appendCallId(message, uuie->callIdentifier());
+  return uuie.has_value();
+}
+
+bool CallDescription::appendFastStartOf(const char* message, const auto& uuie) {
+  if (!appendCallIdOf(message, uuie)) return false;
+  appendProposals(uuie->fastStart());
+  return true;
+}
+
+bool CallDescription::appendMediaOf(const char* message, const char* inUpperCase, const auto& uuie) {
+  if (!appendCallIdOf(message, uuie)) return false;
+  appendProposalsOrAnnounce(inUpperCase, *uuie);
+  return true;
+}
+
+bool CallDescription::appendCallId(const char* message, const std::optional<H225_CallIdentifier>& callId,
+                                   const char* suffix) {
+  if (!callId) return false;
+  const PString id = OpalGloballyUniqueID(callId->guid()).AsString();
+  text += "c:";
+  text += id;
+  text += '\n';
+  LOG4CXX_DEBUG(logger, message << " CallId: " << id << suffix);
+  return true;
+}
+
+void CallDescription::appendParty(const char* line, const char* role,
+                                  const std::optional<H225_ArrayOf_AliasAddress>& aliases, const PString& number) {
+  const bool hasAlias = aliases && !aliases->IsEmpty();
+  const PString party = hasAlias ? H323GetAliasAddressString(*aliases->begin()) : number;
+  LOG4CXX_DEBUG(logger, "SETUP (" << (hasAlias ? "H225" : "Q931") << ") " << role << ": " << party);
+  text += line;
+  text += party;
+  text += '\n';
+}
+
+void CallDescription::appendProposals(const std::optional<H225_ArrayOf_PASN_OctetString>& fastStart) {
+  if (fastStart) appendFastStart(*fastStart, channel, effort, text);
+}
+
+// With fast start the media is described already, and H.245 may never be spoken: then the address is not taken.
+void CallDescription::appendProposalsOrAnnounce(const char* message, const auto& uuie) {
+  if (const auto fastStart = uuie.fastStart()) {
+    appendProposals(fastStart);
+  } else if (const auto address = uuie.h245Address()) {
+    announce(message, *address);
+  }
+}
+
+void CallDescription::announce(const char* message, const H225_TransportAddress& address) {
+  const auto ipAddress = address.ipAddress();
+  if (!ipAddress) {
+    LOG4CXX_DEBUG(logger, message << " has h245 address which is not IPv4");
+    logger->error(static_cast<const char*>(address.GetTagName()));
+    return;
+  }
+  callMaps.announce(callReference, {PIPSocket::Address(ipAddress->ip()).AsString(), ipAddress->port()});
+}

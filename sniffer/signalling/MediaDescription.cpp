@@ -1,0 +1,105 @@
+#include "MediaDescription.h"
+
+#include <log4cxx/logger.h>
+
+#include "PIPSocket.h"
+
+namespace {
+
+const log4cxx::LoggerPtr logger = log4cxx::Logger::getLogger("SnifferClient");
+
+void appendCodec(const char* direction, const H245_DataType& dataType, PString& text) {
+  const auto audio = dataType.audioData();
+  if (!audio) return;
+  const unsigned tag = audio->GetTag();
+  // Only of G.711 at 64 kbit/s does the recorder want the frames per packet.
+  const bool isG711 = tag == H245_AudioCapability::e_g711Alaw64k || tag == H245_AudioCapability::e_g711Ulaw64k;
+  text += direction;
+  text += audio->GetTagName();
+  text += ' ';
+  text += PString(isG711 ? audio->integer() : 0);
+  text += ',';
+}
+
+void appendAddress(const char* channel, const char* protocol, const H245_TransportAddress& address, PString& text) {
+  const auto unicast = address.unicastAddress();
+  if (!unicast) {
+    LOG4CXX_DEBUG(logger, channel << " Address is not Unicast. " << address.GetTagName() << " is not supported");
+    return;
+  }
+  const auto iPAddress = unicast->iPAddress();
+  if (!iPAddress) {
+    LOG4CXX_DEBUG(logger, channel << " address is not IPv4. " << unicast->GetTagName() << " is not supported");
+    return;
+  }
+  text += protocol;
+  text += PIPSocket::Address(iPAddress->network()).AsString();
+  text += ' ';
+  text += PString(iPAddress->tsapIdentifier());
+}
+
+}  // namespace
+
+void appendLogicalChannel(const H245_OpenLogicalChannelView& channel, PString& text) {
+  text += "m:";
+  text += PString(channel.forwardLogicalChannelNumber());
+  text += ':';
+  appendForwardChannel(channel.forwardLogicalChannelParameters(), text);
+  if (const auto reverse = channel.reverseLogicalChannelParameters()) appendReverseChannel(*reverse, text);
+}
+
+void appendAcknowledgedAddresses(const H245_OpenLogicalChannelAck& acknowledgement, PString& text) {
+  if (const auto forward = acknowledgement.forwardMultiplexAckParameters()) {
+    if (const auto parameters = forward->h2250LogicalChannelAckParameters()) appendMediaChannel(*parameters, text);
+  }
+  const auto reverse = acknowledgement.reverseLogicalChannelParameters();
+  if (const auto multiplex = reverse ? reverse->multiplexParameters() : std::nullopt) {
+    if (const auto parameters = multiplex->h2250LogicalChannelParameters()) appendMediaChannel(*parameters, text);
+  }
+}
+
+void appendForwardChannel(const H245_OpenLogicalChannel_forwardLogicalChannelParameters& channel, PString& text) {
+  appendCodec("fcodec:", channel.dataType(), text);
+  if (const auto parameters = channel.multiplexParameters().h2250LogicalChannelParameters()) {
+    appendMediaChannel(*parameters, text);
+  }
+}
+
+void appendReverseChannel(const H245_OpenLogicalChannel_reverseLogicalChannelParameters& channel, PString& text) {
+  appendCodec("rcodec:", channel.dataType(), text);
+  if (const auto multiplex = channel.multiplexParameters()) {
+    if (const auto parameters = multiplex->h2250LogicalChannelParameters()) appendMediaChannel(*parameters, text);
+  }
+}
+
+void appendMediaChannel(const H245_H2250LogicalChannelParameters& parameters, PString& text) {
+  if (const auto address = parameters.mediaChannel()) appendMediaAddress(*address, text);
+}
+
+void appendMediaChannel(const H245_H2250LogicalChannelAckParameters& parameters, PString& text) {
+  if (const auto address = parameters.mediaChannel()) appendMediaAddress(*address, text);
+}
+
+void appendMediaAddress(const H245_TransportAddress& address, PString& text) {
+  appendAddress("MediaChannel", "rtp:", address, text);
+}
+
+void appendMediaControlAddress(const H245_TransportAddress& address, PString& text) {
+  appendAddress("MediaControlChannel", "rtcp:", address, text);
+}
+
+void appendFastStart(const H225_ArrayOf_PASN_OctetString& elements, H245_OpenLogicalChannel& channel,
+                     asn1::Effort& effort, PString& text) {
+  for (const PASN_OctetString& element : elements) {
+    const uint32_t before = effort.left();
+    if (before == 0) break;
+    PPER_Stream stream(element.GetValue(), effort);
+    if (!channel.Decode(stream)) {
+      LOG4CXX_DEBUG(logger, "H323 fast-start parameter decode failed");
+      continue;
+    }
+    appendLogicalChannel(channel, text);
+    text += '\n';
+    effort.wasWorthIt(before);
+  }
+}
