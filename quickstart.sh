@@ -66,8 +66,9 @@ record() {
 
 record_standalone() {
   local devices=$1
-  sed -e "s|^Device=.*|Device=$devices|" -e "s|^Filter=.*|Filter=$filter|" "$root/packaging/sniffer.properties" \
-    >sniffer.properties
+  # The sample recorder knows the frames that tell when others were captured.
+  sed -e "s|^Device=.*|Device=$devices|" -e "s|^Filter=.*|Filter=$filter|" -e 's|^CaptureTime=.*|CaptureTime=yes|' \
+    "$root/packaging/sniffer.properties" >sniffer.properties
   "${recorder[@]}" --tcp 6000 --until-disconnect &
   recording=$!
   trap 'kill $recording 2>/dev/null || true' EXIT

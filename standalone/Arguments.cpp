@@ -51,11 +51,12 @@ std::vector<std::string> Arguments::forEngine() const {
 }
 
 std::string parse(int argc, char** argv, Arguments& arguments) {
-  enum { kFirstLong = 256, kHelp = kFirstLong, kVersion, kCheck, kListDevices };
+  enum { kFirstLong = 256, kHelp = kFirstLong, kVersion, kCheck, kListDevices, kListSettings };
   const option longOptions[] = {{"help", no_argument, nullptr, kHelp},
                                 {"version", no_argument, nullptr, kVersion},
                                 {"check", no_argument, nullptr, kCheck},
                                 {"list-devices", no_argument, nullptr, kListDevices},
+                                {"settings", no_argument, nullptr, kListSettings},
                                 {nullptr, 0, nullptr, 0}};
   const auto act = [&](Arguments::Action action) {
     arguments.action = action;
@@ -73,6 +74,8 @@ std::string parse(int argc, char** argv, Arguments& arguments) {
         return act(Arguments::Action::Version);
       case kListDevices:
         return act(Arguments::Action::ListDevices);
+      case kListSettings:
+        return act(Arguments::Action::ListSettings);
       case kCheck:
         act(Arguments::Action::Check);
         break;

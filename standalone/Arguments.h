@@ -7,7 +7,7 @@
 /// What the command line asks for. The engine has two ways of configuration, by a properties file and by options; the
 /// options of the two cannot be mixed.
 struct Arguments {
-  enum class Action { Run, Check, ListDevices, Help, Version };
+  enum class Action { Run, Check, ListDevices, ListSettings, Help, Version };
 
   Action action = Action::Run;
   std::vector<std::pair<char, std::string>> options;  ///< those with a value, in their order

@@ -11,6 +11,7 @@
 #include "Check.h"
 #include "Diagnosis.h"
 #include "Logging.h"
+#include "SettingsReader.h"
 #include "Sniffer.h"
 #include "Watch.h"
 
@@ -36,6 +37,7 @@ Usage: sniffer [-c FILE] [-l FILE]                       settings from a propert
 
   --check         open the devices, compile the filter, tell the result and end
   --list-devices  the devices of this machine
+  --settings      the keys of the properties file
   --help          this text
   --version       the version
 
@@ -110,6 +112,9 @@ int act(const Arguments& arguments) {
       return 0;
     case Arguments::Action::ListDevices:
       return listDevices() ? 0 : kBadArguments;
+    case Arguments::Action::ListSettings:
+      std::cout << describeSettings();
+      return 0;
     case Arguments::Action::Check:
       return checkSettings(arguments);
     case Arguments::Action::Run:

@@ -9,6 +9,7 @@
 #include "SettingKeys.h"
 #include "SettingsReader.h"
 #include "SnifferConfig.h"
+#include "Statistics.h"
 #include "StringTokenizer.h"
 #include "TestLog.h"
 
@@ -136,6 +137,32 @@ TEST(SettingTable, ValuesAreTakenOrReplacedAndOdditiesTold) {
   };
   for (const SettingKey& key : kSettingKeys) EXPECT_EQ(all(key.name) == all(""), !hasMember(key)) << key.name;
   EXPECT_EQ(log.take(), Texts());
+}
+
+std::string contentOf(const char* path) {
+  std::ifstream file(std::string(TEST_FILES "/../../") + path);
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
+TEST(SettingTable, EveryKeyAndEveryFigureIsDocumented) {
+  const std::string readme = contentOf("README.md"), sample = contentOf("packaging/sniffer.properties");
+  const std::string operation = contentOf("docs/operation.md");
+  for (const SettingKey& key : kSettingKeys) {
+    EXPECT_NE(readme.find("`" + std::string(key.name) + "`"), std::string::npos) << key.name;
+    if (hasMember(key)) EXPECT_NE(sample.find(std::string(key.name) + "="), std::string::npos) << key.name;
+  }
+  for (const StatisticsRow& row : kStatisticsRows) {
+    if (row.name != nullptr)
+      EXPECT_NE(operation.find("`" + std::string(row.name) + "`"), std::string::npos) << row.name;
+  }
+  // What new installations get makes sense, and switches on what it should.
+  TestLog log;
+  Config config;
+  load(config, sample);
+  reportOddities(config, SettingsOrigin::File);
+  EXPECT_EQ(log.take(), Texts());
+  const Settings settings = readSettings(config);
+  EXPECT_TRUE(settings.sendTimeout == 5000 && settings.lookBack == 2000 && settings.queueLimit == 1024);
 }
 
 TEST(SettingTable, OdditiesOfAFileAreToldWithTheirLine) {
