@@ -147,13 +147,15 @@ std::string contentOf(const char* path) {
 TEST(SettingTable, EveryKeyAndEveryFigureIsDocumented) {
   const std::string readme = contentOf("README.md"), sample = contentOf("packaging/sniffer.properties");
   const std::string operation = contentOf("docs/operation.md");
+  const auto expectIn = [](const std::string& text, const std::string& name) {
+    EXPECT_NE(text.find(name), std::string::npos) << name;
+  };
   for (const SettingKey& key : kSettingKeys) {
-    EXPECT_NE(readme.find("`" + std::string(key.name) + "`"), std::string::npos) << key.name;
-    if (hasMember(key)) EXPECT_NE(sample.find(std::string(key.name) + "="), std::string::npos) << key.name;
+    expectIn(readme, "`" + std::string(key.name) + "`");
+    expectIn(sample, hasMember(key) ? std::string(key.name) + "=" : "");
   }
   for (const StatisticsRow& row : kStatisticsRows) {
-    if (row.name != nullptr)
-      EXPECT_NE(operation.find("`" + std::string(row.name) + "`"), std::string::npos) << row.name;
+    expectIn(operation, row.name != nullptr ? "`" + std::string(row.name) + "`" : "");
   }
   // What new installations get makes sense, and switches on what it should.
   TestLog log;
