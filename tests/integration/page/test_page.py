@@ -103,6 +103,8 @@ class ThePage(harness.TestCase):
             browser.wait("document.querySelector('audio').paused")
             self.assertEqual(len(browser.all(".gaps li")), 1)
             self.assertEqual(browser.all(".row .flaw"), ["20 lost"])
+            drawn = "return Array.from(document.querySelectorAll('.sketch path'), p => p.getAttribute('d').length > 90)"
+            self.assertEqual(browser.script(drawn), [True, True])
             self.assertIn("INVITE", browser.all(".arrow b"))
             browser.keys("/" + ESCAPE)
             self.assertEqual(browser.all("#summary"), ["3 calls, 1 running"])
