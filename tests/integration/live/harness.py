@@ -37,6 +37,14 @@ def wait_until(condition, what, patience=PATIENCE):
         time.sleep(0.005)
 
 
+LOG_TO_FILE = (
+    "log4j.rootLogger=INFO, file\n"
+    "log4j.appender.file=org.apache.log4j.FileAppender\n"
+    "log4j.appender.file.File=sniffer.log\n"
+    "log4j.appender.file.layout=org.apache.log4j.PatternLayout\n"
+    "log4j.appender.file.layout.ConversionPattern=%d{yyyy-MM-dd HH:mm:ss,SSS} %p %m%n\n"
+)
+
 # ---- captures ----
 
 
