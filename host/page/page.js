@@ -50,8 +50,8 @@
   const format = options => new Intl.DateTimeFormat(undefined, options);
   const longDay = format({weekday: 'long', day: 'numeric', month: 'long', year: 'numeric'});
   const shortDay = format({weekday: 'short', day: 'numeric', month: 'short', year: 'numeric'});
-  const clock = format({hour: '2-digit', minute: '2-digit', hour12: false});
-  const clockSeconds = format({hour: '2-digit', minute: '2-digit', second: '2-digit', hour12: false});
+  const clock = format({hour: '2-digit', minute: '2-digit', hourCycle: 'h23'});
+  const clockSeconds = format({hour: '2-digit', minute: '2-digit', second: '2-digit', hourCycle: 'h23'});
   const two = n => String(n).padStart(2, '0');
 
   function isoDay(millis) {
@@ -93,13 +93,16 @@
   function take(all) {
     for (const line of all) {
       taken++;
-      let record;
-      try { record = JSON.parse(line); } catch { continue; }   // cut off when the machine died
-      if (record.settled) calls.forEach((call, n) => call.running && calls.delete(n));
-      if (!record.call) continue;
-      calls.delete(record.was);
-      const call = prepare(record);
-      calls.set(call.name, call);
+      try {
+        const record = JSON.parse(line);
+        if (record.settled) calls.forEach((call, n) => call.running && calls.delete(n));
+        if (!record.call) continue;
+        const call = prepare(record);
+        calls.delete(record.was);
+        calls.set(call.name, call);
+      } catch (error) {
+        console.info(`a line is left out: ${error.message}`);   // it was cut off when the machine died
+      }
     }
   }
 
@@ -122,7 +125,7 @@
     call.total = Math.max(0, ...sounds.map(sound => sound.offset + sound.duration));
     call.seconds = (call.end - call.start) / 1000;
     call.text = [call.caller, call.callee, call.from.name, call.to.name, call.id, call.protocol, call.endReason, isoDay(call.start),
-      longDay.format(call.start), ...call.notes, ...call.voices.map(voice => voice.digits.map(digit => digit.digit).join(''))].join('\n').toLowerCase();
+      clock.format(call.start), longDay.format(call.start), ...call.notes, ...call.voices.map(voice => voice.digits.map(digit => digit.digit).join(''))].join('\n').toLowerCase();
     call.numbers = [call.from.name, call.to.name].map(name => name.replace(/\D/g, '')).join('\n');
     return call;
   }
@@ -132,7 +135,7 @@
     const day = byId('day').value;
     const onlyFlawed = byId('flawed').getAttribute('aria-pressed') === 'true';
     const terms = query.split(/\s+/);
-    // +49 (30) 123-45 finds 493012345 and 03012345, however either is written.
+    // (030) 123-45 finds +493012345: punctuation and leading zeros do not count.
     const number = /^[+(\d][\d\s()./-]{2,}$/.test(query) && query.replace(/\D/g, '').replace(/^0+/, '');
     return call => (!day || isoDay(call.start) === day) && (!onlyFlawed || flawed(call)) &&
       (!query || terms.every(term => call.text.includes(term)) || (number && call.numbers.includes(number)));
@@ -566,7 +569,8 @@
 
   /** The call that the address names; on a wide screen the newest when it names none. */
   function follow() {
-    const n = decodeURIComponent(location.hash.slice(1));
+    let n = '';
+    try { n = decodeURIComponent(location.hash.slice(1)); } catch { /* nobody's name */ }
     const wide = matchMedia('(min-width: 900px)').matches;
     const before = shown;
     document.body.classList.toggle('chosen', calls.has(n));
@@ -631,9 +635,9 @@
       take(event.data.lines.map(String));
       search();
       const now = shown && [...calls.values()].find(call => call.name === shown.name || (shown.running && call.was === shown.name));
-      if (now && now.name !== shown.name && location.hash) location.replace(address(now));
-      else if (now && now !== shown) show(now);
-      else follow();
+      if (!now) follow();
+      else if (now.name !== shown.name && location.hash) location.replace(address(now));
+      else if (now !== shown) show(now);
     });
     setTimeout(ask, 3000);
   }

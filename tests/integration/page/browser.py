@@ -24,7 +24,7 @@ class Browser:
         said = next(line for line in self.driver.stdout if "successfully on port" in line)
         self.url = f"http://127.0.0.1:{said.split()[-1].rstrip('.')}/session"
         arguments = [*CHROMIUM, f"--user-data-dir={self.profile.name}", "--window-size=1280,800"]
-        options = {"goog:chromeOptions": {"args": arguments}, "goog:loggingPrefs": {"browser": "ALL"}}
+        options = {"goog:chromeOptions": {"args": arguments}, "goog:loggingPrefs": {"browser": "WARNING"}}
         session = self.call("POST", "", capabilities={"alwaysMatch": options})["sessionId"]
         self.url += "/" + session
 

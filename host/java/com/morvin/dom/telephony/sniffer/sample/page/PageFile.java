@@ -1,6 +1,7 @@
 package com.morvin.dom.telephony.sniffer.sample.page;
 
 import static java.nio.file.StandardCopyOption.ATOMIC_MOVE;
+import static java.nio.file.StandardCopyOption.REPLACE_EXISTING;
 import static java.nio.file.StandardOpenOption.CREATE;
 import static java.nio.file.StandardOpenOption.READ;
 import static java.nio.file.StandardOpenOption.TRUNCATE_EXISTING;
@@ -110,7 +111,7 @@ final class PageFile {
       }
     }
     if (start < 0) {
-      Files.move(file, file.resolveSibling(NAME + ".old"));  // none of ours
+      Files.move(file, file.resolveSibling(NAME + ".old"), REPLACE_EXISTING);  // none of ours
       begin(today, "");
     }
     // The calls that ran when the recorder ended run no more; a line that it could not complete ends here.
