@@ -1,19 +1,84 @@
 #include "MainLoop.h"
 
+#include <log4cxx/logger.h>
+#include <signal.h>
+
 #include <chrono>
+#include <cstdio>
+#include <cstdlib>
 #include <utility>
 
 #include "ChannelMonitor.h"
 #include "NativeMethod.h"
+#include "com_morvin_dom_telephony_sniffer_EmbeddedPacketChannel.h"
 
 /// The engine of the run, or null. MainLoop's to guard.
 Sniffer* sniffer = nullptr;
+
+namespace {
+
+log4cxx::LoggerPtr logger() {
+  return log4cxx::Logger::getLogger("SnifferClient");
+}
+
+void installSignalHandler() {
+  struct sigaction action {};
+  action.sa_handler = signalHandler;  // without SA_RESTART: the signal ends a blocked read
+  sigemptyset(&action.sa_mask);
+  sigaction(SIGUSR1, &action, nullptr);
+}
+
+void configure(Sniffer& engine, const ChannelFields& fields) {
+  engine.setDevice(fields.nicDevice.c_str());
+  engine.setPromiscuous(1);
+  engine.setCount(fields.packetCount);
+  engine.setFilter(fields.packetFilter.c_str());
+  engine.setTraceSignalling(fields.traceSignalling);
+  engine.setSettings(fields.settings);
+  engine.setEmbedded(true);
+}
+
+}  // namespace
 
 MainLoop& MainLoop::dft() {
   static MainLoop& theMainLoop = *new MainLoop;
   return theMainLoop;
 }
 
+void MainLoop::run(const std::function<void()>& body) {
+  if (!begin()) {
+    logger()->error("mainLoop is running already, a second call of it does nothing");
+    return;
+  }
+  nativeMethod("mainLoop", body);
+  end();
+}
+
+void MainLoop::sniff(const ChannelFields& fields) {
+  Sniffer engine;
+  configure(engine, fields);
+  nativeMethod("mainLoop", [&] {
+    if (publish(&engine)) startEngine(engine);
+  });
+  retract();
+}
+
+void MainLoop::startEngine(Sniffer& engine) {
+  stopBeforeStaticObjectsGo();
+  if (engine.setupSniffing() != 0) {
+    std::fputs("Errors in setup, terminating...\n", stderr);
+    return;
+  }
+  installSignalHandler();
+  try {
+    engine.startSniffing();
+  } catch (...) {
+    engine.stopSniffing();
+    throw;
+  }
+}
+
+/// The calling thread takes the run. False when another one has it.
 bool MainLoop::begin() {
   const std::lock_guard guard(lock);
   if (running) return false;
@@ -29,12 +94,14 @@ void MainLoop::end() {
   changed.notify_all();
 }
 
+/// Lets stop() reach the engine. False when the run has been stopped before.
 bool MainLoop::publish(Sniffer* engine) {
   const std::lock_guard guard(lock);
   sniffer = engine;
   return !stopRequested && !processEnds;
 }
 
+/// Afterwards no other thread uses the engine.
 void MainLoop::retract() {
   std::unique_lock guard(lock);
   changed.wait(guard, [this] { return !stopping; });
@@ -57,6 +124,17 @@ void MainLoop::stop() {
   changed.notify_all();
 }
 
+void MainLoop::stopBeforeStaticObjectsGo() {
+  // What the stop logs with must be there before it is registered, or it is gone when the stop comes.
+  for (const int level : {log4cxx::Level::DEBUG_INT, log4cxx::Level::INFO_INT, log4cxx::Level::WARN_INT,
+                          log4cxx::Level::ERROR_INT, log4cxx::Level::FATAL_INT}) {
+    log4cxx::Level::toLevel(level);
+  }
+  static const bool once = [] { return std::atexit([] { dft().stopAtExit(); }) == 0; }();
+  if (!once) logger()->warn("The end of the process will not stop the capture");
+}
+
+/// Ends the run as the process ends, so that nothing logs or captures while static objects are destroyed.
 void MainLoop::stopAtExit() {
   using std::chrono::milliseconds;
   {

@@ -1,9 +1,11 @@
 #pragma once
 
 #include <condition_variable>
+#include <functional>
 #include <mutex>
 #include <thread>
 
+#include "ChannelFields.h"
 #include "Sniffer.h"
 
 /// The one run of the engine that a process can have at a time, and what other threads may do to it.
@@ -12,23 +14,26 @@ class MainLoop {
   /// Never destroyed: threads may still be here when the process ends.
   static MainLoop& dft();
 
-  /// The calling thread takes the run. False when another one has it.
-  bool begin();
-  void end();
+  /// The calling thread takes the run for as long as `body` takes. Another one that has it already keeps it: then an
+  /// ERROR says so and nothing is done.
+  void run(const std::function<void()>& body);
 
-  /// Lets stop() reach the engine. False when the run has been stopped before.
-  bool publish(Sniffer* engine);
-
-  /// Takes the engine back: afterwards no other thread uses it.
-  void retract();
+  /// Inside run(): makes an engine, captures and forwards to the host until stop(). Returns at once when the run has
+  /// been stopped before, and, with a line on standard error, when the set-up fails.
+  void sniff(const ChannelFields& fields);
 
   /// Ends the run, if there is one, and returns when capture has stopped.
   void stop();
 
-  /// Ends the run as the process ends, so that nothing logs or captures while static objects are destroyed.
-  void stopAtExit();
-
  private:
+  bool begin();
+  void end();
+  bool publish(Sniffer* engine);
+  void retract();
+  void stopAtExit();
+  static void stopBeforeStaticObjectsGo();
+  static void startEngine(Sniffer& engine);
+
   std::mutex lock;
   std::condition_variable changed;
   bool running = false;

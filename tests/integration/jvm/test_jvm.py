@@ -14,8 +14,9 @@ from harness import ADD, RTP, SIP, Namespace, Recorder, Wire, command, forwarded
 JAVA = [
     os.environ["SNIFFER_JAVA"],
     *("-Xcheck:jni", "-Xmx256m", "-Djava.library.path=" + os.environ["SNIFFER_LIBRARY"]),
-    *("-cp", os.environ["SNIFFER_CLASSPATH"], "VmHost"),
+    *("-cp", os.environ["SNIFFER_CLASSPATH"]),
 ]
+OLDER = str(pathlib.Path(__file__).parent / "OlderHost.java")
 MEDIA = [("10.20.0.1", 30000), ("10.20.0.2", 40000)]
 CALL = harness.sample("sip-g711a-call.pcap")
 CAPTURED = [frame for frame in harness.read_capture(CALL) if frame.is_udp]
@@ -54,9 +55,9 @@ class InTheVirtualMachine(Test):
     def set_logging(self, text):
         (self.directory / "log4cxx.properties").write_text(text)
 
-    def run_host(self, *words, status=0, environment=None, namespace=None, meanwhile=None):
+    def run_host(self, *words, program="VmHost", status=0, environment=None, namespace=None, meanwhile=None):
         process = subprocess.Popen(
-            [*(namespace.enter if namespace else ()), *harness.die_with_us(), *JAVA, *map(str, words)],
+            [*(namespace.enter if namespace else ()), *harness.die_with_us(), *JAVA, program, *map(str, words)],
             cwd=self.directory,
             env=os.environ | (environment or {}),
             stdout=subprocess.PIPE,
@@ -126,6 +127,10 @@ class InTheVirtualMachine(Test):
         output, errors = self.run_host("lifecycle", f"file:{idle}", f"file:{busy}")
         self.assertIn("lived", output)
         self.assertEqual(errors.count("Errors in setup, terminating...\n"), 1)
+        self.set_logging(logging_to(self.directory / "log"))
+        output, _ = self.run_host(f"file:{idle}", program=OLDER)
+        self.assertIn("lived", output)
+        self.assertNotIn("WARN", (self.directory / "log").read_text())
         for _ in range(3):
             self.run_host("exit", f"file:{busy}", status=7)
 
