@@ -83,7 +83,8 @@
   const bdi = text => h('bdi', {}, text);
   const brief = text => text.length > 60 ? [...text].slice(0, 60).join('') + '…' : text;
   const flawed = call => call.voices.some(voice => voice.lost || voice.gaps.length);
-  const fileUrl = file => base + file.split('/').map(encodeURIComponent).join('/');
+  const escaped = text => encodeURIComponent(text.replace(/\p{Cs}/gu, '\ufffd'));
+  const fileUrl = file => base + file.split('/').map(escaped).join('/');
 
   // Levels are characters of this alphabet, 0 to 63.
   const ALPHABET = 'ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-_';
@@ -207,7 +208,7 @@
     mark();
   }
 
-  const address = call => '#' + encodeURIComponent(call.name);
+  const address = call => '#' + escaped(call.name);
   const lasting = (call, attributes) => h('span', {...attributes, 'data-since': call.running && call.start},
     length(call.running ? (Date.now() - call.start) / 1000 : call.seconds));
 
