@@ -23,12 +23,6 @@ constexpr int kHeaderLength = 15;
 constexpr const char* kAddresses[] = {"10.20.0.1", "10.20.0.2", "10.9.7.21", "10.20.0.10"};
 constexpr u_int kPorts[] = {1720, 2077, 40000, 65535};
 
-void checkText(bool forwarded, const PString& text) {
-  const char* const characters = text;
-  if (std::strlen(characters) != text.GetLength()) std::abort();
-  if (forwarded && (std::strncmp(characters, "t:", 2) != 0 || characters[text.GetLength() - 1] != '\n')) std::abort();
-}
-
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
@@ -53,7 +47,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const bool forwarded = parser.parseH323(
         segment.data(), static_cast<int>(segment.size()), kHeaderLength, inet_addr(kAddresses[connection & 3]),
         inet_addr(kAddresses[connection >> 2 & 3]), kPorts[connection >> 4 & 3], kPorts[connection >> 6 & 3], text);
-    checkText(forwarded, text);
+    const char* const characters = text;
+    if (std::strlen(characters) != text.GetLength()) std::abort();
+    if (forwarded && (std::strncmp(characters, "t:", 2) != 0 || characters[text.GetLength() - 1] != '\n')) std::abort();
     if ((settings & 4) != 0) parser.displayCallIdMap();
   }
   return 0;

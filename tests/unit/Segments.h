@@ -5,10 +5,8 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <fstream>
-#include <sstream>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -50,11 +48,6 @@ inline std::string contentsOf(const std::string& path) {
   return {std::istreambuf_iterator<char>(file), {}};
 }
 
-[[noreturn]] inline void fail(const std::string& recording, const std::string& missing) {
-  std::fprintf(stderr, "%s has no %s\n", recording.c_str(), missing.c_str());
-  std::abort();
-}
-
 /// The segments of a recording below tests/data, and what the file beside it expects of them.
 inline std::vector<Segment> readSegments(const std::string& recording) {
   std::vector<Segment> segments;
@@ -74,7 +67,7 @@ inline std::vector<Segment> readSegments(const std::string& recording) {
     segment.text = text;
     segments.push_back(segment);
   }
-  if (segments.empty()) fail(recording, "segments");
+  if (segments.empty()) throw std::runtime_error("no segments in " + recording);
   return segments;
 }
 
@@ -87,5 +80,5 @@ inline Segment segmentOf(const char* recording, std::string_view beginning, std:
   for (Segment& segment : readSegments(recording)) {
     if (segment.text.starts_with(beginning) && segment.text.find(further) != std::string::npos) return segment;
   }
-  fail(recording, std::string(beginning));
+  throw std::runtime_error(recording + std::string(" has no ") + std::string(beginning));
 }

@@ -45,29 +45,21 @@ Octets concat(std::initializer_list<Octets> parts) {
 
 // Numbers at the limits of the ways there are to code them.
 TEST(Hostile, Numbers) {
-  const asn1::Type& positive = asn1::Integer<1, asn1::kMax>;
-  const struct {
-    const asn1::Type& type;
-    Octets octets;
-    int64_t number;
-  } cases[] = {
-      {asn1::Integer<0, 9>, {0x90}, 9},
-      {asn1::Integer<1, 256>, {0xFF}, 256},
-      {asn1::Integer<0, 16777215>, {0x80, 1, 2, 3}, 0x010203},
-      {asn1::Integer<>, {2, 0x80, 0}, -32768},
-      {asn1::Integer<>, {9, 0xFF, 0x80, 0, 0, 0, 0, 0, 0, 0}, INT64_MIN},
-      {asn1::Integer<>, {9, 0x80, 0, 0, 0, 0, 0, 0, 0, 0}, INT64_MIN},
-      {asn1::Integer<>, {9, 0x7F, 0, 0, 0, 0, 0, 0, 0, 0}, INT64_MAX},
-      {positive, {9, 1, 0, 0, 0, 0, 0, 0, 0, 0}, INT64_MAX},
-  };
-  for (const auto& [type, octets, number] : cases) EXPECT_EQ(Decoded(type, octets)->number, number);
+  const asn1::Type &any = asn1::Integer<>, &positive = asn1::Integer<1, asn1::kMax>;
+  EXPECT_EQ(Decoded(asn1::Integer<0, 9>, {0x90})->number, 9);
+  EXPECT_EQ(Decoded(asn1::Integer<1, 256>, {0xFF})->number, 256);
+  EXPECT_EQ(Decoded(asn1::Integer<0, 16777215>, {0x80, 1, 2, 3})->number, 0x010203);
+  EXPECT_EQ(Decoded(any, {2, 0x80, 0})->number, -32768);
+  EXPECT_EQ(Decoded(any, {9, 0xFF, 0x80, 0, 0, 0, 0, 0, 0, 0})->number, INT64_MIN);
+  EXPECT_EQ(Decoded(any, {9, 0x80, 0, 0, 0, 0, 0, 0, 0, 0})->number, INT64_MIN);
+  EXPECT_EQ(Decoded(any, {9, 0x7F, 0, 0, 0, 0, 0, 0, 0, 0})->number, INT64_MAX);
+  EXPECT_EQ(Decoded(positive, {9, 1, 0, 0, 0, 0, 0, 0, 0, 0})->number, INT64_MAX);
   EXPECT_TRUE(Decoded(asn1::Integer<0, 9>, {0xA0}).failed());
   EXPECT_TRUE(Decoded(asn1::Integer<1, 65535>, {0xFF, 0xFF}).failed());
   EXPECT_TRUE(Decoded(asn1::Integer<0, 16777215>, {0xC0, 1, 2, 3, 4}).failed());
   EXPECT_TRUE(Decoded(asn1::Integer<1, 4294967295>, {0xC0, 0xFF, 0xFF, 0xFF, 0xFF}).failed());
   for (const uint8_t length : {0x00, 0xC1}) {
-    EXPECT_TRUE(Decoded(asn1::Integer<>, {length}).failed());
-    EXPECT_TRUE(Decoded(positive, {length}).failed());
+    EXPECT_TRUE(Decoded(any, {length}).failed() && Decoded(positive, {length}).failed());
   }
 }
 
@@ -108,12 +100,10 @@ TEST(Hostile, Extensions) {
   ASSERT_NE(later->child->next, nullptr);
   EXPECT_EQ(later->child->next->number, 1);
   EXPECT_EQ(later->child->next->next, nullptr);
-  for (const Octets& octets : {Octets{0x80, 7, 0x03, 0x80, 3, 0x80, 0xFF, 0xFF, 3, 0xFF, 0xFF},
-                               {0x80, 7, 0x03, 0x80, 0, 2, 0xFF, 0xFF},  // no room for the flag
-                               {0x80, 7, 0xFF},                          // more additions than octets
-                               {0x80, 7, 0x80, 0}}) {                    // additions, but none
-    EXPECT_TRUE(Decoded(kOlder, octets).failed());
-  }
+  EXPECT_TRUE(Decoded(kOlder, {0x80, 7, 0x03, 0x80, 3, 0x80, 0xFF, 0xFF, 3, 0xFF, 0xFF}).failed());
+  EXPECT_TRUE(Decoded(kOlder, {0x80, 7, 0x03, 0x80, 0, 2, 0xFF, 0xFF}).failed());  // no room for the flag
+  EXPECT_TRUE(Decoded(kOlder, {0x80, 7, 0xFF}).failed());                          // more additions than octets
+  EXPECT_TRUE(Decoded(kOlder, {0x80, 7, 0x80, 0}).failed());                       // additions, but none
   // Its part of a message may itself be in fragments.
   EXPECT_EQ(Decoded(kOlder, concat({{0x80, 7, 0x01, 0xC1, 0x80}, Octets(16383), {1, 0}}))->child->next->number, 1);
 
@@ -153,11 +143,10 @@ TEST(Hostile, AbsentValuesRead) {
   H245_OpenLogicalChannel channel;
   const auto forward = channel.forwardLogicalChannelParameters();
   EXPECT_EQ(channel.forwardLogicalChannelNumber(), 0);
-  EXPECT_FALSE(channel.reverseLogicalChannelParameters());
+  EXPECT_FALSE(channel.reverseLogicalChannelParameters() ||
+               forward.multiplexParameters().h2250LogicalChannelParameters());
   EXPECT_EQ(forward.dataType().GetTag(), PASN_Choice::kNoTag);
-  EXPECT_EQ(forward.dataType().GetTagName(), "");
-  EXPECT_FALSE(forward.multiplexParameters().h2250LogicalChannelParameters());
-  EXPECT_EQ(H225_AliasAddress().AsString(), "");
+  EXPECT_EQ(forward.dataType().GetTagName() + H225_AliasAddress().AsString(), "");
   EXPECT_EQ(H225_Progress_UUIE().callIdentifier().guid().GetValue().GetSize(), 0);
   EXPECT_TRUE(H225_ArrayOf_PASN_OctetString().IsEmpty());
   PStringStream printed;

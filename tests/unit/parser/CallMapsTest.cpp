@@ -13,10 +13,6 @@ namespace {
 using Events = std::vector<std::string>;
 using Address = CallMaps::h245Addr;
 
-PString reference(unsigned number) {
-  return PString(number);
-}
-
 Events dump(CallMaps& calls, TestLog& log) {
   log.take();
   calls.display();
@@ -67,24 +63,22 @@ TEST(CallMaps, FindWhatIsEqual) {
   std::mt19937 random(7);
   for (const unsigned spread : {4U, 60U, 20000U}) {
     CallMaps calls;
-    std::map<std::pair<std::string, u_int>, std::string> owners;
-    std::map<std::string, std::pair<std::string, u_int>> lasts;
+    std::map<Address, std::string, CallMaps::h245order> owners;
+    std::map<std::string, Address> lasts;
     for (int step = 0; step < 30000; ++step) {
       const std::string call = std::to_string(random() % spread);
-      const std::pair<std::string, u_int> address("10.0.0." + std::to_string(random() % std::min(spread, 200U)),
-                                                  random() % spread);
+      const Address address("10.0.0." + std::to_string(random() % std::min(spread, 200U)), random() % spread);
       if (step % 4 == 3) {
         calls.release(call);
         if (lasts.contains(call)) owners.erase(lasts[call]);
         lasts.erase(call);
       } else {
-        calls.announce(call, {address.first, address.second});
+        calls.announce(call, address);
         owners[address] = call;
         lasts[call] = address;
       }
-      const auto asked = lasts.contains(call) ? lasts[call] : address;
-      const auto found = calls.callOf({asked.first, asked.second});
-      ASSERT_EQ(found.value_or("none"), owners.contains(asked) ? owners[asked].c_str() : "none");
+      const Address asked = lasts.contains(call) ? lasts[call] : address;
+      ASSERT_EQ(calls.callOf(asked).value_or("none"), owners.contains(asked) ? owners[asked].c_str() : "none");
     }
   }
   const CallMaps::h245comp before;
@@ -104,7 +98,7 @@ TEST(CallMaps, ForgetTheAddressAnnouncedLongestAgo) {
   log.setLevel(log4cxx::Level::getWarn());
   Statistics statistics;
   CallMaps calls(&statistics);
-  for (unsigned port = 0; port < CallMaps::kMostAddresses; ++port) calls.announce(reference(port), {"a", port});
+  for (unsigned port = 0; port < CallMaps::kMostAddresses; ++port) calls.announce(PString(port), {"a", port});
   calls.announce("again", {"a", 0});
   EXPECT_EQ(log.take(), Events());
   calls.announce("new", {"b", 1});
@@ -126,8 +120,8 @@ TEST(CallMaps, AreLoggedWhileTheyChange) {
   CallMaps calls;
   std::thread changing([&] {
     for (unsigned step = 0; step < 300; ++step) {
-      calls.announce(reference(step % 20), {"10.0.0.1", step % 30});
-      calls.release(reference(step * 7 % 20));
+      calls.announce(PString(step % 20), {"10.0.0.1", step % 30});
+      calls.release(PString(step * 7 % 20));
     }
   });
   for (int step = 0; step < 100; ++step) calls.display();
