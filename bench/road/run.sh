@@ -3,6 +3,8 @@
 # all of them wanted) arrive without loss, and what a frame costs the sniffer in processor time.
 #
 #   bench/road/run.sh [BUILD] [WAY...]     BUILD: default build/release. WAY: TCP, UDP, Java; default all three
+#   bench/road/run.sh BUILD pause [RATE...]  a TCP recorder that is stopped for three seconds of eight, at each rate:
+#                                          status 1 when a frame is lost, comes twice or the connection changes
 #   bench/road/run.sh BUILD check          a moderate rate only: status 1 when a frame is lost
 #
 # Needs root, iproute2, ethtool and tcpdump. Everything happens in two network namespaces of its own. ROAD_SECONDS (2)
@@ -131,6 +133,25 @@ if [ "${1:-}" = check ]; then
   for way in "TCP yes" "UDP no"; do
     immediate=${way#* }
     trial "${way% *}" 10000 || { echo "$way: $text"; cat "$folder/log"; exit 1; }
+  done
+  exit
+fi
+
+if [ "${1:-}" = pause ]; then
+  shift
+  seconds=8
+  export ROAD_PAUSE=yes
+  [ $# -gt 0 ] || set -- 4000 50000
+  for rate; do
+    start_sniffer TCP $((rate * seconds))
+    recorder=${pids[-2]}
+    (sleep 2; kill -STOP "$recorder"; sleep 3; kill -CONT "$recorder") &
+    read -r sent _ < <(send "$rate" $seconds)
+    read -r arrived gaps < <(await "$folder/recorder" '^[0-9]+ [0-9]+$')
+    stop -TERM
+    echo "$rate a second: $arrived of $sent, $gaps gaps;$(grep -o ' sendWaits=.*' "$folder/log")"
+    grep -E 'recorderConnects|WARN' "$folder/log" | sed 's/^/  /' >&2
+    [ "$arrived" = "$sent" ] && [ "$gaps" = 0 ] && grep -q 'recorderConnects=1 ' "$folder/log" || exit 1
   done
   exit
 fi
