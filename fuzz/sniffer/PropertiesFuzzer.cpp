@@ -1,12 +1,11 @@
-// Properties files, and what the engine makes of their device list.
-
-#include <sys/mman.h>
-#include <unistd.h>
+// Properties files, what the engine makes of their device list, and the settings that a host gives.
 
 #include <cstdlib>
+#include <sstream>
 #include <string>
 
-#include "Config.h"
+#include "SettingKeys.h"
+#include "SettingsReader.h"
 #include "Sniffer.h"
 
 namespace {
@@ -15,34 +14,32 @@ void require(bool condition) {
   if (!condition) std::abort();
 }
 
-/// A file in memory, under the name that the process sees it by.
-std::string writeFile(const uint8_t* data, std::size_t size) {
-  static const int sd = static_cast<int>(memfd_create("properties", 0));
-  require(ftruncate(sd, 0) == 0);
-  require(pwrite(sd, data, size, 0) == static_cast<ssize_t>(size));
-  return "/proc/self/fd/" + std::to_string(sd);
-}
-
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
   log4cxx::Logger::getRootLogger()->setLevel(log4cxx::Level::getOff());
+  const std::string input(reinterpret_cast<const char*>(data), size);
   Config config;
-  config.setCfgFileName(writeFile(data, size));
-  config.loadProperties();
+  std::istringstream lines(input);
+  config.loadLines(lines, "input");
   for (const Config::Line& line : config.getLines()) {
     const std::string value = config.getProperty(line.key);
-    require(line.key.size() + value.size() <= 510);
-    require(value == config.trim(value));
+    require(line.key.size() + value.size() <= 510 && value == Config::trim(value));
+  }
+  reportOddities(config, SettingsOrigin::File);
+  const Settings settings = parseHostSettings(input);
+  require(settings == readSettings(config));
+  for (const SettingKey& key : kSettingKeys) {
+    const auto* number = std::get_if<NumberKey>(&key.value);
+    if (number == nullptr) continue;
+    require(settings.*number->member >= number->least && settings.*number->member <= number->most);
   }
 
   static Sniffer engine;
   const std::string devices = config.getProperty("Device");
   engine.setDevice(devices.c_str());
   require(engine.getDeviceCount() <= Sniffer::kMaxDevices);
-  for (int i = 0; i < engine.getDeviceCount(); ++i) {
-    require(devices.find(engine.getDevice(i)) != std::string::npos);
-  }
+  for (int i = 0; i < engine.getDeviceCount(); ++i) require(devices.find(engine.getDevice(i)) != std::string::npos);
   engine.setLogLevel(config.getProperty("LogLevel").c_str());
   require(std::string(engine.getLoglevel()).size() <= 9);
   return 0;

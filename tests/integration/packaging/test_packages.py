@@ -13,7 +13,6 @@ import shlex
 import shutil
 import subprocess
 import sys
-import time
 import unittest
 
 sys.path.insert(0, str(pathlib.Path(__file__).parent.parent / "live"))
@@ -34,15 +33,7 @@ def run(*command_line, **more):
 
 
 def dpkg(*arguments):
-    """Waits while another one is at work."""
-    for _ in range(30):
-        done = subprocess.run(["dpkg", *arguments], stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
-        if "lock" not in done.stdout or done.returncode == 0:
-            break
-        time.sleep(1)
-    if done.returncode != 0:
-        raise AssertionError(f"dpkg {arguments} ended with {done.returncode}:\n{done.stdout}")
-    return done.stdout
+    return run("dpkg", *arguments)
 
 
 def installed(name):
