@@ -8,7 +8,7 @@
 #   bench/road/run.sh BUILD check          a moderate rate only: status 1 when a frame is lost
 #
 # Needs root, iproute2, ethtool and tcpdump. Everything happens in two network namespaces of its own. ROAD_SECONDS (2)
-# is the length of a trial, ROAD_MOST (800000) the highest rate tried, ROAD_SETTINGS
+# is the length of a trial, ROAD_MOST (1600000) the highest rate tried, ROAD_SETTINGS
 # (SendTimeout=5000) more settings of the stand-alone sniffer.
 set -euo pipefail
 export LC_ALL=C
@@ -17,7 +17,7 @@ here=$(cd "$(dirname "$0")" && pwd)
 build=$(cd "${1:-$here/../../build/release}" && pwd)
 shift || true
 seconds=${ROAD_SECONDS:-2}
-most=${ROAD_MOST:-800000}
+most=${ROAD_MOST:-1600000}
 immediate=yes
 
 skip() { echo "SKIPPED: $*"; exit 77; }

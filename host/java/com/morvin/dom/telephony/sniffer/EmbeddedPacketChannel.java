@@ -93,8 +93,9 @@ public class EmbeddedPacketChannel {
   public boolean traceSignalling;
 
   /**
-   * Whether frames are handed over as they arrive. Without it the kernel collects them for up to a second, which costs
-   * less, but signalling comes late, and the media that passes before the answer to it is not recorded.
+   * Whether frames are handed over within a few milliseconds, through a buffer of 128 MiB for each device. Without it
+   * the kernel collects them for up to a second: signalling comes late, and the media that passes before the answer to
+   * it is not recorded.
    */
   public boolean immediateCapture = true;
 
