@@ -5,7 +5,7 @@ BUILD_PACKAGES="$RUN_PACKAGES g++ cmake ninja-build pkg-config"
 CLUSTER_PACKAGES="rabbitmq-server librabbitmq-client-java python3"
 TEST_PACKAGES="$BUILD_PACKAGES $CLUSTER_PACKAGES libgtest-dev libbenchmark-dev clang libclang-rt-14-dev ccache \
   iproute2 ethtool tcpreplay tcpdump sip-tester binutils dpkg-dev adduser systemd procps strace prometheus \
-  chromium chromium-driver"
+  chromium chromium-driver stunnel4 openssl"
 
 export JAVA_HOME=${JAVA_HOME_17:-/usr/lib/jvm/java-17-openjdk-$(dpkg --print-architecture 2>/dev/null || echo amd64)}
 
