@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <functional>
 
 #include "MediaHeader.h"
 
@@ -49,11 +50,29 @@ void FrameForwarder::flush() {
   while (done < group.size()) {
     prepare(done);
     linkLost = false;
-    done = settle(done, connection->sendPackets(outgoing));
+    restDiscarded = false;
+    sender = std::this_thread::get_id();
+    const std::size_t dealtWith = connection->sendPackets(outgoing);
+    sender = std::thread::id();
+    done = settle(done, dealtWith);
+    if (restDiscarded) break;
     // Ended early: the recorder may have been lost, and with it what it asked for.
     judgeAnew(done);
   }
   group.clear();
+}
+
+std::size_t FrameForwarder::discardRest() {
+  if (sender.load() != std::this_thread::get_id() || lookBack != nullptr) return 0;
+  restDiscarded = true;
+  // Those in front of the failing one have been taken whole.
+  auto failing = std::find_if(outgoing.begin(), outgoing.end(), [](const auto& one) { return one.sent != one.length; });
+  const auto isTime = [](const OutgoingFrame& one) {
+    return FrameHeader::protocolOf(one.bytes) == FrameProtocol::CaptureTime;
+  };
+  if (failing != outgoing.end() && isTime(*failing)) ++failing;
+  const auto behind = failing == outgoing.end() ? failing : failing + 1;
+  return static_cast<std::size_t>(std::count_if(behind, outgoing.end(), std::not_fn(isTime)));
 }
 
 void FrameForwarder::prepare(std::size_t from) {

@@ -2,6 +2,7 @@
 
 #include <array>
 #include <atomic>
+#include <thread>
 #include <vector>
 
 #include "BaseConnection.h"
@@ -40,6 +41,10 @@ class FrameForwarder {
     }
   }
 
+  /// What waits is discarded: the frames behind the one that is just failing as well, as if they were still in the
+  /// queue. Answers how many they are; none on another thread than the one that sends.
+  std::size_t discardRest();
+
   /// The way to the recorder is lost. Any thread.
   void noteLinkLost() { linkLost = true; }
 
@@ -67,6 +72,8 @@ class FrameForwarder {
   std::vector<OutgoingFrame> outgoing;  ///< the group with the frames that tell the time
   std::vector<std::array<u_char, kTimeFrameLength>> timeFrames;
   std::atomic<bool> linkLost = false;
+  std::atomic<std::thread::id> sender;  ///< the thread inside sendPackets(), if any
+  bool restDiscarded = false;
   bool sendingMissed = false;
   std::int64_t nextAttempt = 0;  ///< microseconds of this machine's clock
 };

@@ -177,7 +177,7 @@ void SngDissector::answerHost() {
 }
 
 void SngDissector::clearQueue() {
-  const std::size_t dumped = packetQueue.discard();
+  const std::size_t dumped = packetQueue.discard() + forwarder.discardRest();
   statistics.queueDiscarded.add(dumped);
   if (logger->isDebugEnabled()) {
     logger->debug("Dissector packet queue cleared. " + std::to_string(dumped) + " packets dumped.");

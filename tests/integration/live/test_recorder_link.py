@@ -245,6 +245,29 @@ class RecorderLink(TestCase):
         recorder.settle()
         self.assertEqual(self.rtp_that_arrives(rtp(2)), [forwarded(RTP, rtp(2))])
 
+    def test_media_of_fifty_calls_asked_for_late(self):
+        """Everything since the first packet, once and in order, then the live media; what left late tells its time."""
+        for protocol in ("TCP", "UDP"):
+            with self.subTest(protocol):
+                recorder = self.keep(Recorder(protocol))
+                self.sniff(recorder, LookBack=60000, CaptureTime="yes", SendTimeout=5000)
+                self.connect()
+                phones = [(f"10.0.1.{number}", 5000) for number in range(50)]
+                media = [[rtp(number, phone) for phone in phones] for number in range(25)]
+                self.wire.send(*[frame for moment in media[:15] for frame in moment])
+                self.quiesce()
+                self.assertEqual(recorder.of(RTP), [])
+                recorder.add(*phones)
+                self.wire.send(*[frame for moment in media[15:] for frame in moment])
+                recorder.settle()
+                self.quiesce()
+                recorder.wait(lambda _: len(recorder.of(RTP)) >= 50 * 25, "all media")
+                for phone in phones:
+                    here = socket.inet_aton(phone[0])
+                    numbers = [int.from_bytes(frame[17:19], "big") for frame in recorder.of(RTP) if frame[3:7] == here]
+                    self.assertEqual(numbers, [*range(25)], phone)
+                self.assertEqual(self.program.end(), 0)
+
     def test_recorder_that_is_absent_at_the_start(self):
         with socket.socket() as unused:
             unused.bind(("127.0.0.1", 0))
