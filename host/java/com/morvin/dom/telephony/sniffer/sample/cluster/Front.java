@@ -51,6 +51,7 @@ final class Front implements Service, CallFollower.Listener {
   private long frames;
   private long dropped;
   private long lostTold;
+  private boolean losing;
   private volatile boolean stopping;
 
   Front(Broker broker, long bufferBytes, Recorder.Limits limits, Console console) {
@@ -146,13 +147,21 @@ final class Front implements Service, CallFollower.Listener {
     heartbeat.tick(now);
     follower.tick(now, transport.losesCommands());
     long lost = outbox.lostFrames();
-    if (lost > 0 && lostTold == 0) {
-      console.line("the buffer for the broker is full: the oldest media is dropped, and counted");
-    }
-    lostTold = outbox.isEmpty() ? 0 : lost;
+    tellOfLoss(lost);
     console.status("calls " + streams.size() + " | frames " + frames + " | " + (outbox.bytes() >> 10) + " KB for the broker"
         + (publisher.isConnected() ? "" : ", which is AWAY") + " | lost " + (lost + dropped) + " | sniffer "
         + heartbeat.state());
+  }
+
+  private void tellOfLoss(long lost) {
+    if (!losing && lost > lostTold) {
+      losing = true;
+      console.line("the buffer for the broker is full: the oldest media is dropped, and counted");
+    } else if (losing && outbox.isEmpty()) {
+      losing = false;
+      console.line("the broker has caught up; " + Text.count(lost - lostTold, "frame") + " lost");
+      lostTold = lost;
+    }
   }
 
   @Override
