@@ -19,6 +19,8 @@ DEAD = "voip-dead"
 # Buckets of a queue among which keys are spread: with one each, few calls could all meet in one queue.
 WEIGHT = "8"
 DEAD_BYTES = 64 << 20
+ARGUMENTS = {"x-single-active-consumer": True, "x-dead-letter-exchange": DEAD,
+             "x-dead-letter-strategy": "at-least-once", "x-overflow": "reject-publish"}
 
 
 def quorum_queue(name, **arguments):
@@ -47,9 +49,10 @@ def definitions(queues, generation, user=None, ready=True):
     calls = f"{EXCHANGE}.{generation}"
     made = {
         "vhosts": [{"name": "/"}],
-        # One recorder reads a queue at a time; another that is started for it waits to take over.
+        # One recorder reads a queue at a time; another that is started for it waits to take over. What a recorder puts
+        # aside leaves its queue only when it is safe in the other one.
         "queues": [quorum_queue(DEAD, **{"x-max-length-bytes": DEAD_BYTES, "x-overflow": "drop-head"})]
-        + [quorum_queue(name, **{"x-single-active-consumer": True, "x-dead-letter-exchange": DEAD}) for name in queues],
+        + [quorum_queue(name, **ARGUMENTS) for name in queues],
         "exchanges": [exchange(DEAD, "fanout"), exchange(calls, "x-consistent-hash")]
         + ([exchange(calls + ".ready", "fanout")] if ready else []),
         "bindings": [binding(DEAD, DEAD, "")] + [binding(calls, name, WEIGHT) for name in queues],

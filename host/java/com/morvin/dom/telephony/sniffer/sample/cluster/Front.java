@@ -121,9 +121,9 @@ final class Front implements Service, CallFollower.Listener {
   private void publish(Frame frame, long captured, long now) {
     Call call = null;
     switch (frame.protocol()) {
-      case Frame.SIP, Frame.H323 -> call = follower.signalling(frame, captured);
+      case Frame.SIP, Frame.H323 -> call = follower.signalling(frame, now);
       case Frame.RTP -> {
-        Call.Use use = follower.media(frame, captured);
+        Call.Use use = follower.media(frame, now);
         call = use == null ? null : use.call();
       }
       default -> { }

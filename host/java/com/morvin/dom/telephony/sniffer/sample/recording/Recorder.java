@@ -120,7 +120,7 @@ public final class Recorder implements Service, CallFollower.Listener {
   public void step(Received received) {
     long now = clock.millis();
     long time = transport.redelivers() && received != null ? received.captured() : now;
-    reached = transport.redelivers() ? Math.max(reached, received != null ? time : transport.caughtUp(now)) : now;
+    reached = transport.redelivers() && received == null ? transport.caughtUp(now) : time;
     greet();
     if (received != null) {
       Frame frame = received.frame();
