@@ -56,7 +56,9 @@ final class CallStream {
     byte[] announcement = new Frame(Frame.CAPTURE_TIME, frame.destination(), frame.source(),
         ByteBuffer.allocate(Long.BYTES).putLong(captured * 1000).array()).bytes();
     byte[] bytes = frame.bytes();
-    if (open && body.size() + announcement.length + bytes.length > Message.MAX_BODY) {
+    boolean media = frame.protocol() == Frame.RTP;
+    // Apart from media, signalling is small enough to be kept when not all can be.
+    if (open && (media == signalling || body.size() + announcement.length + bytes.length > Message.MAX_BODY)) {
       flush(false);
     }
     boolean first = !open;
@@ -66,8 +68,8 @@ final class CallStream {
     body.writeBytes(announcement);
     body.writeBytes(bytes);
     frames++;
-    if (frame.protocol() != Frame.RTP) {
-      signalling = true;
+    signalling = !media;
+    if (signalling) {
       if (signalled.size() + announcement.length + bytes.length <= MAX_RECAP) {
         signalled.writeBytes(announcement);
         signalled.writeBytes(bytes);
