@@ -13,6 +13,7 @@ import com.morvin.dom.telephony.sniffer.sample.transport.UdpTransport;
 import java.io.IOException;
 import java.net.BindException;
 import java.time.Clock;
+import java.time.InstantSource;
 import java.util.concurrent.CountDownLatch;
 import java.util.concurrent.TimeUnit;
 
@@ -81,7 +82,7 @@ public final class RecorderMain {
       CallPages pages = new CallPages(options.out, Clock.systemUTC());
       store.disk().then(pages::open);
       console.line("calls can be seen and heard at " + pages.address());
-      serve(options, new Recorder(store, limits, console, Clock.systemUTC(), pages), console);
+      serve(options, new Recorder(store, limits, console, InstantSource.system(), pages), console);
     }
   }
 

@@ -14,7 +14,7 @@ import java.io.PrintStream;
 import java.nio.charset.StandardCharsets;
 import java.nio.file.Files;
 import java.nio.file.Path;
-import java.time.Clock;
+import java.time.InstantSource;
 import java.util.ArrayDeque;
 import java.util.Comparator;
 import java.util.Queue;
@@ -64,7 +64,7 @@ final class Rehearsal implements Transport {
     Console silence = new Console(new PrintStream(OutputStream.nullOutputStream()), false);
     try (Store store = new Store(stage, silence)) {
       Recorder.Limits once = new Recorder.Limits(false, 0, Recorder.Limits.NONE.calls());
-      new Recorder(store, once, silence, Clock.systemUTC(), report -> { }).run(new Rehearsal());
+      new Recorder(store, once, silence, InstantSource.system(), report -> { }).run(new Rehearsal());
     } finally {
       try (Stream<Path> all = Files.walk(stage)) {
         for (Path path : all.sorted(Comparator.reverseOrder()).toList()) {

@@ -18,8 +18,8 @@ import com.morvin.dom.telephony.sniffer.sample.transport.Received;
 import com.morvin.dom.telephony.sniffer.sample.transport.Service;
 import com.morvin.dom.telephony.sniffer.sample.transport.Transport;
 import java.io.IOException;
-import java.time.Clock;
-import java.util.HashMap;
+import java.time.InstantSource;
+import java.util.LinkedHashMap;
 import java.util.List;
 import java.util.Map;
 
@@ -41,14 +41,14 @@ public final class Recorder implements Service, CallFollower.Listener {
   private final Store store;
   private final Limits limits;
   private final Console console;
-  private final Clock clock;
+  private final InstantSource clock;
   private final Audience audience;
   private final CallLog log;
   private final Reports reports;
   private final CallFollower follower;
   private final Summary summary = new Summary();
 
-  private final Map<Call, Recording> recordings = new HashMap<>();
+  private final Map<Call, Recording> recordings = new LinkedHashMap<>();
   private RunningCalls running;
   private RunningCalls.Journal restoring;
   private Transport transport;
@@ -69,7 +69,7 @@ public final class Recorder implements Service, CallFollower.Listener {
    *
    * @param audience hears of calls
    */
-  public Recorder(Store store, Limits limits, Console console, Clock clock, Audience audience)
+  public Recorder(Store store, Limits limits, Console console, InstantSource clock, Audience audience)
       throws IOException {
     this.store = store;
     this.limits = limits;
@@ -312,8 +312,8 @@ public final class Recorder implements Service, CallFollower.Listener {
     recording.notes().forEach(note -> console.line(recording.call + "  " + Text.printable(note)));
   }
 
-  /** When it was told to stop, it may be started again, and then the calls that are up go on. */
-  private void finish() {
+  /** Ends. When it was told to stop, it may be started again, and then the calls that are up go on. */
+  public void finish() {
     long now = clock.millis();
     boolean goesOn = stopping;
     for (Call call : List.copyOf(follower.calls())) {

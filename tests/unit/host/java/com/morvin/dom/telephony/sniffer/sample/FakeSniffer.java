@@ -3,7 +3,6 @@ package com.morvin.dom.telephony.sniffer.sample;
 import com.morvin.dom.telephony.sniffer.sample.console.Console;
 import com.morvin.dom.telephony.sniffer.sample.recording.Recorder;
 import com.morvin.dom.telephony.sniffer.sample.storage.CallReport;
-import com.morvin.dom.telephony.sniffer.sample.storage.Disk;
 import com.morvin.dom.telephony.sniffer.sample.storage.Store;
 import com.morvin.dom.telephony.sniffer.sample.transport.Command;
 import com.morvin.dom.telephony.sniffer.sample.transport.Endpoint;
@@ -14,20 +13,23 @@ import java.io.ByteArrayInputStream;
 import java.io.ByteArrayOutputStream;
 import java.io.IOException;
 import java.io.PrintStream;
+import java.io.UncheckedIOException;
 import java.nio.ByteBuffer;
 import java.nio.ByteOrder;
 import java.nio.charset.StandardCharsets;
 import java.nio.file.Files;
 import java.nio.file.Path;
-import java.time.Clock;
 import java.time.Instant;
-import java.time.ZoneId;
-import java.time.ZoneOffset;
 import java.util.ArrayList;
+import java.util.HashMap;
 import java.util.Iterator;
 import java.util.List;
+import java.util.Map;
+import java.util.concurrent.ConcurrentHashMap;
 import java.util.concurrent.CopyOnWriteArrayList;
+import java.util.concurrent.CountDownLatch;
 import java.util.Set;
+import java.util.stream.IntStream;
 import java.util.stream.Stream;
 import javax.sound.sampled.AudioFormat;
 import javax.sound.sampled.AudioInputStream;
@@ -35,8 +37,10 @@ import javax.sound.sampled.AudioSystem;
 import javax.sound.sampled.UnsupportedAudioFileException;
 
 /** A recorder with a sniffer that classifies as the real one does, on a clock that the test moves. */
-final class FakeSniffer extends Clock implements Transport {
+final class FakeSniffer implements Transport {
   private static final AudioFormat FORMAT = new AudioFormat(8000, 16, 1, true, false);
+
+  private static final Map<String, Short> LINEAR = new ConcurrentHashMap<>();
 
   /** What it has been asked to forward, in order and with duplicates, like the real list. */
   final List<Endpoint> list = new ArrayList<>();
@@ -45,19 +49,24 @@ final class FakeSniffer extends Clock implements Transport {
   final List<Frame> passed = new ArrayList<>();
   final ByteArrayOutputStream printed = new ByteArrayOutputStream();
   final List<CallReport> reports = new CopyOnWriteArrayList<>();
-  final Store store;
-  final Recorder recorder;
+  private final Console console = new Console(new PrintStream(printed, true, StandardCharsets.UTF_8), false);
+  private final List<Received> unsafe = new CopyOnWriteArrayList<>();
+  private final Map<Short, Character> letters = new HashMap<>();
+  private volatile CountDownLatch stalled = new CountDownLatch(0);
+  private volatile boolean full;
+  Store store;
+  Recorder recorder;
   private final Path directory;
   private long now = Instant.parse("2026-01-02T03:04:05Z").toEpochMilli();
-  int sessions = 1;
+  private int sessions = 1;
+  private int current = 1;
+  private long number;
+  long lateMillis;
   boolean losesCommands;
+  boolean redelivers;
 
-  /** A test with a recorder in a directory of its own. */
-  interface Body {
-    void run(FakeSniffer sniffer) throws Exception;
-  }
-
-  static void with(Body body) throws Exception {
+  /** Runs the body with a recorder in a directory of its own. */
+  static void with(Testing.Body<FakeSniffer> body) throws Exception {
     Testing.inDirectory(directory -> {
       try (FakeSniffer sniffer = new FakeSniffer(directory)) {
         body.run(sniffer);
@@ -66,16 +75,85 @@ final class FakeSniffer extends Clock implements Transport {
   }
 
   FakeSniffer(Path directory) throws IOException {
-    this(directory, () -> { });
+    this.directory = directory;
+    start();
   }
 
-  /** With a disk that may be bad. */
-  FakeSniffer(Path directory, Disk.Job gate) throws IOException {
-    this.directory = directory;
-    Console console = new Console(new PrintStream(printed, true, StandardCharsets.UTF_8), false);
-    store = new Store(directory, console, gate);
-    recorder = new Recorder(store, Recorder.Limits.NONE, console, this, reports::add);
+  private void start() throws IOException {
+    store = new Store(directory, console, () -> {
+      try {
+        stalled.await();
+      } catch (InterruptedException e) {
+        throw new IOException(e);
+      }
+      if (full) {
+        throw new IOException("No space left on device");
+      }
+    });
+    recorder = new Recorder(store, Recorder.Limits.NONE, console, () -> Instant.ofEpochMilli(now), reports::add);
     recorder.attach(this);
+  }
+
+  /** "full", "stalled" or "good". */
+  void disk(String state) {
+    full = state.equals("full");
+    stalled.countDown();
+    stalled = new CountDownLatch(state.equals("stalled") ? 1 : 0);
+  }
+
+  /** Stops the recorder, or lets it die, and starts another one; what was not safe comes again. */
+  void restart(String how) throws IOException {
+    if (how.equals("stop")) {
+      recorder.stop();
+      recorder.finish();
+    }
+    store.close();
+    list.clear();
+    current = ++sessions;
+    start();
+    List<Received> again = List.copyOf(unsafe);
+    unsafe.clear();
+    again.forEach(this::deliver);
+  }
+
+  void redeliver() throws IOException {
+    redelivers = true;
+    restart("kill");
+  }
+
+  private void deliver(Received received) {
+    if (redelivers) {
+      unsafe.add(received);
+    }
+    recorder.step(received);
+  }
+
+  /** Frames come from this sniffer from now on. */
+  void session(int number) {
+    current = number;
+    sessions = Math.max(sessions, number);
+  }
+
+  @Override
+  public boolean redelivers() {
+    return redelivers;
+  }
+
+  @Override
+  public void acknowledge(long number) {
+    unsafe.removeIf(received -> received.number() <= number);
+  }
+
+  /** The packet that a sample of the recording is from. */
+  char letter(short sample) {
+    if (letters.isEmpty()) {
+      for (char c = 'a'; c <= 'z'; c++) {
+        letters.put(linear(AudioFormat.Encoding.ULAW, c), Character.toUpperCase(c));
+        letters.put(linear(AudioFormat.Encoding.ALAW, c), c);
+      }
+      letters.put((short) 0, '.');
+    }
+    return letters.getOrDefault(sample, '?');
   }
 
   // What the network does.
@@ -101,10 +179,14 @@ final class FakeSniffer extends Clock implements Transport {
   }
 
   void frame(int protocol, Endpoint source, Endpoint destination, byte[] payload) {
-    recorder.step(new Received(new Frame(protocol, destination, source, payload), sessions, 0, 0));
+    deliver(new Received(new Frame(protocol, destination, source, payload), current,
+        lateMillis == 0 && !redelivers ? 0 : now - lateMillis, ++number));
   }
 
   void pass(long millis) {
+    if (!full && stalled.getCount() == 0) {
+      store.disk().drain(); // the clock of the test is faster than the disk
+    }
     for (long end = now + millis; now < end;) {
       now = Math.min(end, now + Math.max(100, millis / 1000));
       recorder.step(null);
@@ -166,11 +248,17 @@ final class FakeSniffer extends Clock implements Transport {
   }
 
   /** A byte of G.711 as a sample, by another decoder than the recorder's. */
-  static short linear(AudioFormat.Encoding encoding, int coded) throws IOException {
-    AudioFormat format = new AudioFormat(encoding, 8000, 8, 1, 1, 8000, false);
-    AudioInputStream source = new AudioInputStream(new ByteArrayInputStream(new byte[] {(byte) coded}), format, 1);
-    byte[] sample = AudioSystem.getAudioInputStream(FORMAT, source).readAllBytes();
-    return (short) (sample[0] & 255 | sample[1] << 8);
+  static short linear(AudioFormat.Encoding encoding, int coded) {
+    return LINEAR.computeIfAbsent(encoding + " " + (coded & 255), key -> {
+      AudioFormat format = new AudioFormat(encoding, 8000, 8, 1, 1, 8000, false);
+      AudioInputStream source = new AudioInputStream(new ByteArrayInputStream(new byte[] {(byte) coded}), format, 1);
+      try {
+        byte[] sample = AudioSystem.getAudioInputStream(FORMAT, source).readAllBytes();
+        return (short) (sample[0] & 255 | sample[1] << 8);
+      } catch (IOException e) {
+        throw new UncheckedIOException(e);
+      }
+    });
   }
 
   static Endpoint at(String text) {
@@ -182,16 +270,14 @@ final class FakeSniffer extends Clock implements Transport {
 
   /** Ends the recording; the samples of the one file whose name ends like this. */
   short[] samples(String nameEnd) throws IOException, UnsupportedAudioFileException {
-    store.disk().drain();
-    try (Stream<Path> files = Files.list(directory)) {
-      List<Path> found = files.filter(file -> file.toString().endsWith(nameEnd)).toList();
-      Testing.equal(found.size(), 1);
-      try (AudioInputStream wav = AudioSystem.getAudioInputStream(found.get(0).toFile())) {
-        Testing.equal(wav.getFormat().toString(), FORMAT.toString());
-        short[] samples = new short[(int) wav.getFrameLength()];
-        ByteBuffer.wrap(wav.readAllBytes()).order(ByteOrder.LITTLE_ENDIAN).asShortBuffer().get(samples);
-        return samples;
-      }
+    List<Path> found = files(nameEnd);
+    Testing.equal(found.size(), 1);
+    try (AudioInputStream wav = AudioSystem.getAudioInputStream(found.get(0).toFile())) {
+      byte[] bytes = wav.readAllBytes();
+      Testing.equal(wav.getFrameLength() * wav.getFormat().getFrameSize(), (long) bytes.length);
+      short[] samples = new short[bytes.length / 2];
+      ByteBuffer.wrap(bytes).order(ByteOrder.LITTLE_ENDIAN).asShortBuffer().get(samples);
+      return samples;
     }
   }
 
@@ -201,10 +287,20 @@ final class FakeSniffer extends Clock implements Transport {
     return lines.subList(1, lines.size());
   }
 
-  List<String> wavFiles() throws IOException {
+  /** The last one, as it is read again. */
+  String report() throws IOException {
+    store.disk().drain();
+    CallReport last = reports.get(reports.size() - 1);
+    Path file = directory.resolve(CallReport.FOLDER).resolve(last.name() + ".json");
+    Testing.equal(CallReport.read(file), last);
+    return last.json();
+  }
+
+  /** The files whose names end like this. */
+  List<Path> files(String nameEnd) throws IOException {
     store.disk().drain();
     try (Stream<Path> files = Files.list(directory)) {
-      return files.map(file -> file.getFileName().toString()).filter(name -> name.endsWith(".wav")).sorted().toList();
+      return files.filter(file -> file.toString().endsWith(nameEnd)).sorted().toList();
     }
   }
 
@@ -219,6 +315,9 @@ final class FakeSniffer extends Clock implements Transport {
 
   @Override
   public void send(int sniffer, Command command) {
+    if (sniffer < sessions && command.code() != Command.HEARTBEAT) {
+      return; // the others are told the same
+    }
     commands.add(command);
     switch (command.code()) {
       case Command.ADD -> list.add(command.destination());
@@ -239,7 +338,7 @@ final class FakeSniffer extends Clock implements Transport {
 
   @Override
   public Set<Integer> sniffers() {
-    return Set.of(sessions);
+    return Set.copyOf(IntStream.rangeClosed(1, sessions).boxed().toList());
   }
 
   @Override
@@ -250,22 +349,5 @@ final class FakeSniffer extends Clock implements Transport {
   @Override
   public void close() {
     store.close();
-  }
-
-  // The clock.
-
-  @Override
-  public Instant instant() {
-    return Instant.ofEpochMilli(now);
-  }
-
-  @Override
-  public ZoneId getZone() {
-    return ZoneOffset.UTC;
-  }
-
-  @Override
-  public Clock withZone(ZoneId zone) {
-    return this;
   }
 }

@@ -3,13 +3,18 @@ package com.morvin.dom.telephony.sniffer.sample;
 import static com.morvin.dom.telephony.sniffer.sample.Testing.equal;
 import static com.morvin.dom.telephony.sniffer.sample.Testing.that;
 
+import com.morvin.dom.telephony.sniffer.sample.console.Console;
 import com.morvin.dom.telephony.sniffer.sample.console.Text;
-import com.morvin.dom.telephony.sniffer.sample.signalling.Call;
+import com.morvin.dom.telephony.sniffer.sample.storage.Disk;
 import com.morvin.dom.telephony.sniffer.sample.transport.Endpoint;
 import com.morvin.dom.telephony.sniffer.sample.transport.Frame;
+import java.io.IOException;
 import java.nio.charset.StandardCharsets;
 import java.nio.file.Path;
+import java.util.Queue;
 import java.util.Random;
+import java.util.concurrent.ConcurrentLinkedQueue;
+import java.util.concurrent.CountDownLatch;
 
 /** Whatever anyone sends: nothing is thrown, nothing grows without bound, nothing is written where it should not be. */
 final class HostileInputTest {
@@ -42,8 +47,9 @@ final class HostileInputTest {
   private static final String[] SPICE = {"\r\n", "\n", ":", ";", "\"", "<", ">", "tag=", "/", "\0", "99999999999", "-1",
       "a=rtpmap:", "m=audio ", "c=IN IP4 ", "t:", "r:", "m:", "rtp:", "/////", "\\", "\u00e9", "\u001b[2J",
       "=cmd|' /C calc'!A0"};
-
   private static final int[] TYPES = {5, 5, 7, 90, 98, 130, 131};
+  private static final Endpoint A = new Endpoint(0x0a000001, 5060);
+  private static final Endpoint B = new Endpoint(0x0a000002, 5060);
 
   private static byte[] mutate(String text, Random random) {
     StringBuilder mutated = new StringBuilder(text);
@@ -73,6 +79,10 @@ final class HostileInputTest {
     return packet;
   }
 
+  private static void sip(FakeSniffer sniffer, Endpoint source, Endpoint destination, String message) {
+    sniffer.frame(Frame.SIP, source, destination, message.getBytes(StandardCharsets.UTF_8));
+  }
+
   void testMutatedMessages() throws Exception {
     FakeSniffer.with(sniffer -> {
       Random random = new Random(42);
@@ -91,29 +101,98 @@ final class HostileInputTest {
         }
         that(sniffer.list.size() < 20_000, "list " + sniffer.list.size());
         sniffer.pass(i % 500 == 0 ? 30_000 : 0);
+        if (i % 1000 == 999) {
+          sniffer.restart(i % 2000 == 999 ? "stop" : "kill");
+        }
       }
       sniffer.pass(3_700_000);
       equal(sniffer.list.size(), 0);
       that(sniffer.table().size() > 200, "calls were followed: " + sniffer.table().size());
       that(!sniffer.printed().contains("\u001b"), "a caller steers the terminal");
       sniffer.table().forEach(line -> that(!line.matches("(.*,)?[=+@-].*") && !line.contains("\0"), line));
+      that(!sniffer.report().matches(".*[<>&].*"), "a caller writes into the page");
     });
   }
 
+  /** Forged calls make way for one with media, answered or not, and leave no trace on the disk. */
   void testFloodOfCallsMakesWayForRealOnes() throws Exception {
     FakeSniffer.with(sniffer -> {
-      Endpoint a = new Endpoint(1, 1);
-      Endpoint b = new Endpoint(2, 2);
-      sniffer.frame(Frame.SIP, a, b, INVITE.getBytes(StandardCharsets.UTF_8));
-      sniffer.frame(Frame.SIP, b, a, response("200 OK").getBytes(StandardCharsets.UTF_8));
-      for (int i = 0; i < 4500; i++) {
-        String call =
-            INVITE.replace("Call-ID: 1", "Call-ID: flood-" + i).replace("audio 4000", "audio " + (5000 + 2 * i));
-        sniffer.frame(Frame.SIP, a, b, call.getBytes(StandardCharsets.UTF_8));
+      sip(sniffer, A, B, INVITE);
+      sip(sniffer, B, A, response("200 OK"));
+      for (int i = 0; i < 9000; i++) {
+        String id = "Call-ID: flood-" + i;
+        String port = "audio " + (5000 + 2 * i);
+        sip(sniffer, B, A, INVITE.replace("Call-ID: 1", id).replace("audio 4000", port));
+        if (i % 2 == 0) {
+          sip(sniffer, A, B, response("200 OK").replace("Call-ID: 1", id).replace("audio 4000", port));
+        }
         that(sniffer.list.size() <= 2 * 4000 + 4, "list " + sniffer.list.size());
+        sniffer.pass(i == 4500 ? 11_000 : 0);
       }
       that(sniffer.list.contains(FakeSniffer.at("10.0.0.1:4000")), "the answered call is still followed");
-      that(sniffer.list.contains(FakeSniffer.at("10.0.0.1:13998")), "the newest call is followed");
+      that(sniffer.list.contains(FakeSniffer.at("10.0.0.1:22998")), "the newest call is followed");
+      that(sniffer.table().isEmpty() && sniffer.files(".csv").size() == 1, "the flood is in the table");
+    });
+  }
+
+  /** One call is bounded, too: methods, tags, branches, addresses. */
+  void testEndlessCall() throws Exception {
+    FakeSniffer.with(sniffer -> {
+      sip(sniffer, A, B, INVITE);
+      for (int i = 0; i < 20_000; i++) {
+        String media = "m=audio " + (10_000 + 2 * (i % 20_000)) + " RTP/AVP 8\n";
+        sip(sniffer, B, A, response(i % 2 == 0 ? "200 OK" : "183 x").replace("1 INVITE", i + " " + "M".repeat(3000) + i));
+        sip(sniffer, A, B, INVITE.replace("branch=z", "branch=" + i).replace("tag=a", "tag=" + i)
+            .replace("Content-Length: 120\n", "").replace("1 INVITE", i + " INVITE") + media.repeat(8));
+      }
+      that(sniffer.list.size() <= 70, "list " + sniffer.list.size());
+      sniffer.pass(2000);
+      that(sniffer.store.disk().droppedBytes() == 0, "dropped");
+    });
+  }
+
+  /** RTP with forged numbers costs neither disk nor speech. */
+  void testForgedMedia() throws Exception {
+    FakeSniffer.with(sniffer -> {
+      sip(sniffer, A, B, INVITE);
+      Endpoint listed = FakeSniffer.at("10.0.0.1:4000");
+      Random random = new Random(1);
+      for (int i = 0; i < 200; i++, sniffer.pass(20)) {
+        sniffer.udp(B, listed, FakeSniffer.rtp(8, i, i * 160, 1, new byte[160]));
+        sniffer.udp(B, listed, FakeSniffer.rtp(8, random.nextInt(), random.nextInt(), random.nextInt(), new byte[160]));
+        sniffer.udp(B, listed, FakeSniffer.rtp(8, random.nextInt() | 0x8000, random.nextInt(), 1, new byte[160]));
+        sniffer.udp(B, listed, FakeSniffer.rtp(8, i, 0, random.nextInt(), new byte[60_000]));
+      }
+      sniffer.recorder.finish();
+      int length = sniffer.samples("from-callee.wav").length;
+      that(length >= 200 * 160 && length < 220 * 160, "samples " + length);
+      that(sniffer.files(".wav").size() <= 8, "files " + sniffer.files(".wav"));
+    });
+  }
+
+  void testWhatWaitsForTheDiskIsBounded() throws Exception {
+    Testing.inDirectory(directory -> {
+      CountDownLatch stalled = new CountDownLatch(1);
+      Queue<Integer> written = new ConcurrentLinkedQueue<>();
+      Queue<Integer> dropped = new ConcurrentLinkedQueue<>();
+      try (Disk disk = new Disk(directory, 100_000, new Console(System.out, false), () -> {
+        try {
+          stalled.await();
+        } catch (InterruptedException e) {
+          throw new IOException(e);
+        }
+      })) {
+        for (int i = 0; i < 20; i++) {
+          int number = i;
+          disk.write(9_800, () -> written.add(number), () -> dropped.add(number));
+          disk.then(() -> written.add(100 + number));
+        }
+        stalled.countDown();
+        disk.drain();
+      }
+      equal(written.size(), 20 + 10);
+      equal(dropped.size(), 10);
+      that(written.contains(19) && dropped.contains(5), "the oldest go: " + dropped);
     });
   }
 
@@ -126,5 +205,7 @@ final class HostileInputTest {
     }
     equal(Text.csv("=1+1"), "'=1+1");
     equal(Text.csv("a,\"b\"\n\tc"), "\"a,\"\"b\"\"  c\"");
+    // Half of a character would make the line of the table unwritable.
+    that(StandardCharsets.UTF_8.newEncoder().canEncode(Text.csv("x".repeat(199) + "\ud83d\ude00y")), "cut in two");
   }
 }

@@ -1,7 +1,6 @@
 package com.morvin.dom.telephony.sniffer.sample;
 
-import java.io.IOException;
-import java.io.UncheckedIOException;
+import java.io.File;
 import java.lang.reflect.InvocationTargetException;
 import java.lang.reflect.Method;
 import java.nio.file.Files;
@@ -15,8 +14,8 @@ public final class Testing {
   private Testing() {}
 
   /** A body of a test, which may throw. */
-  interface Body {
-    void run() throws Exception;
+  interface Body<T> {
+    void run(T argument) throws Exception;
   }
 
   /**
@@ -55,27 +54,14 @@ public final class Testing {
   }
 
   /** Runs the body and removes the directory again. */
-  static void inDirectory(DirectoryBody body) throws Exception {
+  static void inDirectory(Body<Path> body) throws Exception {
     Path directory = Files.createTempDirectory("recorder-test");
     try {
       body.run(directory);
     } finally {
       try (Stream<Path> all = Files.walk(directory)) {
-        all.sorted(Comparator.reverseOrder()).forEach(Testing::delete);
+        all.sorted(Comparator.reverseOrder()).map(Path::toFile).forEach(File::delete);
       }
-    }
-  }
-
-  /** A test with a directory. */
-  interface DirectoryBody {
-    void run(Path directory) throws Exception;
-  }
-
-  private static void delete(Path path) {
-    try {
-      Files.delete(path);
-    } catch (IOException e) {
-      throw new UncheckedIOException(e);
     }
   }
 }

@@ -37,14 +37,8 @@ final class TransportTest {
   private final Console console = new Console(new PrintStream(printed, true), false);
 
   private static byte[] frame(int protocol, int payload) {
-    return ByteBuffer.allocate(15 + payload)
-        .putShort((short) (15 + payload))
-        .put((byte) protocol)
-        .putInt(0x0a000002)
-        .putShort((short) 5000)
-        .putInt(0x0a000001)
-        .putShort((short) 4000)
-        .array();
+    return new Frame(protocol, FakeSniffer.at("10.0.0.2:5000"), FakeSniffer.at("10.0.0.1:4000"), new byte[payload])
+        .bytes();
   }
 
   private static Frame next(Transport link) throws Exception {
@@ -102,23 +96,33 @@ final class TransportTest {
 
   void testUdp() throws Exception {
     try (UdpTransport link = new UdpTransport(ANY, console)) {
-      link.send(ADD);
       InetSocketAddress recorder = new InetSocketAddress("127.0.0.1", link.port());
-      for (int session = 1; session <= 2; session++) {
-        try (DatagramSocket sniffer = new DatagramSocket()) {
-          for (byte[] datagram :
-              new byte[][] {{}, new byte[14], frame(6, 3), Arrays.copyOf(frame(2, 9), 30), frame(2, 160)}) {
-            sniffer.send(new DatagramPacket(datagram, datagram.length, recorder));
+      try (DatagramSocket one = new DatagramSocket(); DatagramSocket other = new DatagramSocket()) {
+        for (int round = 0; round < 3; round++) {
+          for (DatagramSocket sniffer : List.of(one, other)) {
+            for (byte[] datagram :
+                new byte[][] {{}, new byte[14], frame(6, 3), Arrays.copyOf(frame(2, 9), 30), frame(5, 8), frame(2, 160)}) {
+              sniffer.send(new DatagramPacket(datagram, datagram.length, recorder));
+            }
+            equal(next(link).payload().length, 160);
           }
-          equal(next(link).payload().length, 160);
-          equal(link.sessions(), session);
-          link.send(ADD);
+        }
+        equal(link.sessions(), 2); // senders that take turns are no new ones
+        link.send(ADD);
+        for (DatagramSocket sniffer : List.of(one, other)) {
           DatagramPacket command = new DatagramPacket(new byte[100], 100);
           sniffer.setSoTimeout(5000);
           sniffer.receive(command);
           equal(Arrays.toString(Arrays.copyOf(command.getData(), command.getLength())), Arrays.toString(ADD_BYTES));
         }
       }
+      for (int stranger = 0; stranger < 40; stranger++) {
+        try (DatagramSocket socket = new DatagramSocket()) {
+          socket.send(new DatagramPacket(frame(2, 1), 16, recorder));
+          equal(next(link).payload().length, 1);
+        }
+      }
+      that(link.sessions() <= 4, "strangers cost commands: " + link.sessions());
       that(printed.toString().contains("ignoring datagrams"), printed.toString());
     }
   }
@@ -191,15 +195,20 @@ final class TransportTest {
       equal(link.receive(5), null);
       for (int size : new int[] {0, 2000, 65535 - 15, 3}) {
         engine.frames.add(frame(Frame.RTP, size));
-      }
-      for (int size : new int[] {0, 2000, 65535 - 15, 3}) {
         equal(next(link).payload().length, size);
       }
+      // A frame that tells when the next was captured belongs to that and to no other.
+      byte[] time = ByteBuffer.wrap(frame(Frame.CAPTURE_TIME, 8)).putLong(15, 1_700_000_000_123_456L).array();
+      byte[] elsewhere = ByteBuffer.wrap(frame(Frame.RTP, 9)).putInt(3, 1).array();
+      engine.frames.addAll(List.of(time, frame(2, 1), frame(2, 1), time, elsewhere, frame(2, 1)));
+      List<Long> captured = new ArrayList<>();
+      while (captured.size() < 4) {
+        captured.add(link.receive(5000).captured());
+      }
+      equal(captured, List.of(1_700_000_000_123L, 0L, 0L, 0L));
       link.send(ADD);
       equal(Arrays.toString(engine.requests.remove()), Arrays.toString(ADD_BYTES));
-      engine.frames.add(frame(Frame.RTP, 1));
       engine.breakMainLoop();
-      equal(next(link).payload().length, 1);
       try {
         next(link);
         throw new AssertionError("the end of the main loop went unnoticed");

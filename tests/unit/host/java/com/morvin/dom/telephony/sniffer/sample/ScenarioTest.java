@@ -1,0 +1,260 @@
+package com.morvin.dom.telephony.sniffer.sample;
+
+import static com.morvin.dom.telephony.sniffer.sample.Testing.equal;
+import static com.morvin.dom.telephony.sniffer.sample.Testing.that;
+
+import com.morvin.dom.telephony.sniffer.sample.signalling.Direction;
+import com.morvin.dom.telephony.sniffer.sample.transport.Command;
+import com.morvin.dom.telephony.sniffer.sample.transport.Endpoint;
+import com.morvin.dom.telephony.sniffer.sample.transport.Frame;
+import java.nio.charset.StandardCharsets;
+import java.nio.file.Files;
+import java.nio.file.Path;
+import java.util.Arrays;
+import java.util.HashMap;
+import java.util.HexFormat;
+import java.util.Iterator;
+import java.util.List;
+import java.util.Map;
+import java.util.stream.Stream;
+import java.util.zip.CRC32;
+import javax.sound.sampled.AudioFormat;
+
+/** The cases of tests/data/recorder: what goes by and what the recorder makes of it. Their README tells the words. */
+final class ScenarioTest {
+  private static final Path CASES = Path.of(System.getProperty("tests.data"), "recorder");
+  private static final Map<String, String> HOSTS = Map.of("A", "10.0.0.1", "B", "10.0.0.2", "C", "10.0.0.3", "D",
+      "10.0.0.4", "N", "203.0.113.7", "P", "10.0.0.9");
+  private static final int SIZE = 160;
+  private static final Path SAMPLES = Path.of(System.getProperty("samples"));
+  private static final Path H323 = Path.of(System.getProperty("tests.data"), "h323");
+
+  private FakeSniffer sniffer;
+  private String callId;
+
+  void testSip() throws Exception { runAll("sip.txt"); }
+
+  void testH323() throws Exception { runAll("h323.txt"); }
+
+  void testMedia() throws Exception { runAll("media.txt"); }
+
+  void testFaults() throws Exception { runAll("faults.txt"); }
+
+  /** Each case has a recorder of its own. */
+  private void runAll(String file) throws Exception {
+    String[] cases = Files.readString(CASES.resolve(file)).split("(?m)^== ");
+    for (String one : Arrays.asList(cases).subList(1, cases.length)) {
+      FakeSniffer.with(fake -> {
+        sniffer = fake;
+        callId = "call-1";
+        Iterator<String> lines = one.lines().iterator();
+        String name = lines.next();
+        while (lines.hasNext()) {
+          String line = lines.next();
+          try {
+            step(line.split("#")[0].strip(), lines);
+          } catch (Exception | AssertionError e) {
+            throw new AssertionError(file + ", " + name + ", " + line + "\n" + e.getMessage() + "\n"
+                + sniffer.printed(), e);
+          }
+        }
+      });
+    }
+  }
+
+  private void step(String line, Iterator<String> lines) throws Exception {
+    String[] words = line.split("\\s+");
+    String rest = words.length > 1 ? line.substring(line.indexOf(words[1], words[0].length())) : "";
+    switch (words[0]) {
+      case "" -> { }
+      case "id" -> callId = words[1];
+      case "sip" -> sip(words);
+      case "raw" -> raw(words, lines);
+      case "h323" -> sniffer.h323(host(words[1]), host(words[2]), words[3].replace('|', '\n').replace('_', ' ') + "\n");
+      case "rtp" -> rtp(words);
+      case "udp" -> sniffer.udp(at(words[1]), at(words[2]), HexFormat.of().parseHex(words[3]));
+      case "pass" -> sniffer.pass(Long.parseLong(words[1]));
+      case "sniffer" -> sniffer.session(Integer.parseInt(words[1]));
+      case "late" -> sniffer.lateMillis = Long.parseLong(words[1]);
+      case "forgets" -> sniffer.list.clear();
+      case "misses" -> sniffer.list.remove(at(words[1]));
+      case "commands-get-lost" -> sniffer.losesCommands = true;
+      case "disk" -> sniffer.disk(words[1]);
+      case "redelivers" -> sniffer.redeliver();
+      case "restart" -> sniffer.restart(words[1]);
+      case "list" -> equal(sniffer.listed(), String.join(" ",
+          Stream.of(words).skip(1).flatMap(ScenarioTest::endpoints).sorted().toList()));
+      case "listed" -> equal(sniffer.list.size(), Integer.parseInt(words[1]));
+      case "adds" -> that(count(Command.ADD) <= Long.parseLong(words[1]), "adds: " + count(Command.ADD));
+      case "heartbeats" -> that(count(Command.HEARTBEAT) >= Long.parseLong(words[1]), "" + count(Command.HEARTBEAT));
+      case "calls" -> equal(sniffer.table().size(), Integer.parseInt(words[1]));
+      case "line" -> contains(sniffer.table().get(Integer.parseInt(words[1]) - 1),
+          rest.substring(words[1].length()).strip());
+      case "files" -> equal(sniffer.files(words[1]).size(), Integer.parseInt(words[2]));
+      case "heard" -> equal(heard(words[1]), spell(words[2]));
+      case "crc" -> equal(crc(sniffer.samples(words[1])), words[2]);
+      case "stereo" -> stereo(Integer.parseInt(words[1]), words[2], words[3]);
+      case "report" -> contains(sniffer.report(), rest);
+      case "printed" -> contains(sniffer.printed(), rest);
+      default -> throw new IllegalArgumentException("no such step");
+    }
+  }
+
+  private static void contains(String text, String part) { that(text.contains(part), part + " is not in " + text); }
+
+  private long count(int code) {
+    return sniffer.commands.stream().filter(command -> command.code() == code).count();
+  }
+
+  private static String host(String text) {
+    String[] parts = text.split(":");
+    return HOSTS.getOrDefault(parts[0], parts[0]) + ":" + (parts.length > 1 ? parts[1] : "5060");
+  }
+
+  private static Endpoint at(String text) { return FakeSniffer.at(host(text)); }
+
+  /** "A:4000+" is two. */
+  private static Stream<String> endpoints(String text) {
+    String first = host(text.replace("+", ""));
+    return text.endsWith("+") ? Stream.of(first, at(first).next().toString()) : Stream.of(first);
+  }
+
+  /** "a*3b" is "aaab". */
+  private static String spell(String text) {
+    StringBuilder spelled = new StringBuilder();
+    for (String part : text.split("(?<=\\d)(?=\\D)|(?<=[^*\\d])(?=[^*\\d])")) {
+      String[] times = part.split("\\*");
+      spelled.append(times[0].repeat(times.length > 1 ? Integer.parseInt(times[1]) : 1));
+    }
+    return spelled.toString();
+  }
+
+  /** sip FROM TO METHOD CSEQ TAGS BRANCH [SDP], or with "STATUS REASON METHOD" for a response. */
+  private void sip(String[] words) {
+    boolean response = Character.isDigit(words[3].charAt(0));
+    int at = response ? 5 : 3;
+    String start = response ? "SIP/2.0 " + words[3] + " " + words[4].replace('_', ' ') : words[3] + " sip:x@y SIP/2.0";
+    String[] tags = words[at + 2].split("-", 2);
+    String body = words.length > at + 4 ? sdp(words[at + 4].split(";")) : "";
+    sniffer.sip(host(words[1]), host(words[2]), start + "\nVia: SIP/2.0/UDP x:5060;branch=" + words[at + 3]
+        + "\nVia: SIP/2.0/UDP y;branch=other\nFrom: \"Alice; <tag=no>\" <sip:alice@a.example>;tag=" + tags[0]
+        + "\nTo: <sip:bob@b.example>" + (tags[1].isEmpty() ? "" : ";tag=" + tags[1]) + "\nCall-ID: " + callId
+        + "\nCSeq: " + words[at + 1] + " " + words[at] + "\n"
+        + (body.isEmpty() ? "" : "Content-Type: application/sdp\n") + "\n" + body);
+  }
+
+  /** ADDRESS:PORT;ATTRIBUTE... with "_" for a blank; an attribute "m=" is a line of its own. */
+  private static String sdp(String[] parts) {
+    String[] address = host(parts[0]).split(":");
+    StringBuilder sdp = new StringBuilder("v=0\no=- 1 1 IN IP4 0.0.0.0\ns=-\nc=IN IP4 " + address[0] + "\nt=0 0\nm=audio "
+        + address[1] + " RTP/AVP 8 0 9 97 98 101\na=rtpmap:97 pcmu/8000/1\na=rtpmap:98 iLBC/8000\n"
+        + "a=rtpmap:101 telephone-event/8000\n");
+    for (String part : Arrays.asList(parts).subList(1, parts.length)) {
+      sdp.append(part.startsWith("m=") ? "" : "a=").append(part.replace('_', ' ')).append('\n');
+    }
+    return sdp.toString();
+  }
+
+  /** A SIP message as it follows, up to a line "end". */
+  private void raw(String[] words, Iterator<String> lines) {
+    StringBuilder message = new StringBuilder();
+    for (String line = lines.next(); !line.equals("end"); line = lines.next()) {
+      message.append(line.replace("\\t", "\t")).append('\n');
+    }
+    sniffer.sip(host(words[1]), host(words[2]), message.toString());
+  }
+
+  /** rtp FROM TO LETTERS [pt= ssrc= seq= ts= every= by=letter]: a packet for each letter, "." for a lost one. */
+  private void rtp(String[] words) {
+    Map<String, Integer> options = new HashMap<>(Map.of("pt", 8, "ssrc", 7, "seq", 0, "ts", 0, "every", 20, "size", SIZE));
+    boolean byLetter = words[words.length - 1].equals("by=letter");
+    for (int i = 4; i < words.length - (byLetter ? 1 : 0); i++) {
+      options.put(words[i].split("=")[0], Integer.decode(words[i].split("=")[1]));
+    }
+    String letters = spell(words[3]);
+    for (int i = 0; i < letters.length(); i++) {
+      char letter = letters.charAt(i);
+      int index = byLetter ? letter - 'a' : i;
+      byte[] payload = new byte[options.get("size")];
+      Arrays.fill(payload, (byte) letter);
+      if (letter != '.') {
+        sniffer.udp(at(words[1]), at(words[2]), FakeSniffer.rtp(options.get("pt"), options.get("seq") + index & 0xffff,
+            options.get("ts") + index * SIZE, options.get("ssrc"), payload));
+      }
+      sniffer.pass(options.get("every"));
+    }
+  }
+
+  /** One letter for each 160 samples: that of the packet they came from, '.' for silence, '!' for a mixture. */
+  private String heard(String nameEnd) throws Exception {
+    short[] samples = sniffer.samples(nameEnd);
+    StringBuilder heard = new StringBuilder();
+    for (int start = 0; start < samples.length; start += SIZE) {
+      short first = samples[start];
+      boolean uniform = true;
+      for (int i = start; i < Math.min(start + SIZE, samples.length); i++) {
+        uniform &= samples[i] == first;
+      }
+      heard.append(uniform ? sniffer.letter(first) : '!');
+    }
+    return heard.toString();
+  }
+
+  private static String crc(short[] samples) {
+    CRC32 crc = new CRC32();
+    for (short sample : samples) {
+      crc.update(sample);
+      crc.update(sample >> 8);
+    }
+    return Long.toHexString(crc.getValue());
+  }
+
+  /** At so many milliseconds of the stereo file these letters are heard left and right. */
+  private void stereo(int millis, String left, String right) throws Exception {
+    short[] samples = sniffer.samples("-stereo.wav");
+    int frame = 2 * 8 * millis;
+    equal(sniffer.letter(samples[frame]) + "" + sniffer.letter(samples[frame + 1]), left + right);
+  }
+
+  // The calls of samples/: the files hold what was said, sample by sample.
+
+  void testSampleSip() throws Exception {
+    check("sip-g711a-call", List.of(), 0, FakeSniffer.at("10.20.0.2:40000"), FakeSniffer.at("10.20.0.1:30000"));
+  }
+
+  void testSamplesH323() throws Exception {
+    for (String name : List.of("h323-fast-start-tunnelled", "h323-h245-separate")) {
+      check(name, Files.readAllLines(H323.resolve(name + ".expected")), 2, FakeSniffer.at("10.20.0.2:5000"),
+          FakeSniffer.at("10.20.0.1:5000"));
+    }
+  }
+
+  /** At most so many packets may pass before the recorder has heard where they go. */
+  private static void check(String name, List<String> texts, int early, Endpoint callee, Endpoint caller)
+      throws Exception {
+    FakeSniffer.with(sniffer -> {
+      sniffer.replay(SAMPLES.resolve(name + ".pcap"), texts);
+      equal(sniffer.list.size(), 0);
+      for (Direction direction : Direction.values()) {
+        short[] spoken = spoken(sniffer, direction == Direction.FROM_CALLER ? callee : caller);
+        short[] recorded = sniffer.samples("-" + direction + ".wav");
+        that(recorded.length >= spoken.length - early * 160, name + " misses " + (spoken.length - recorded.length));
+        equal(
+            Arrays.mismatch(recorded, Arrays.copyOfRange(spoken, spoken.length - recorded.length, spoken.length)), -1);
+      }
+      that(sniffer.table().get(0).contains("hung up by caller"), sniffer.table().get(0));
+    });
+  }
+
+  /** The A-law payloads sent to an address, in the order of capture, by the formula of G.711. */
+  private static short[] spoken(FakeSniffer sniffer, Endpoint destination) {
+    short[] samples = new short[1 << 20];
+    int count = 0;
+    for (Frame frame : sniffer.passed) {
+      for (int i = 12; frame.destination().equals(destination) && i < frame.payload().length; i++) {
+        samples[count++] = FakeSniffer.linear(AudioFormat.Encoding.ALAW, frame.payload()[i]);
+      }
+    }
+    return Arrays.copyOf(samples, count);
+  }
+}
