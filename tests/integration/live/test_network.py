@@ -1,0 +1,309 @@
+"""Calls as networks carry them: wrapped in tags and tunnels, in fragments, over TCP, mirrored twice. Whatever the variant,
+the recorder is to get what it gets of the plain capture."""
+
+import itertools
+import os
+import re
+import socket
+import struct
+import subprocess
+import threading
+
+import harness
+from calls import Call, CallRecorder, Dump, expected_media, media_of
+from harness import H323, RTP, SIP, Frame, Namespace, Recorder, forwarded
+
+ALL = ["Decapsulate", "ReassembleFragments", "ReassembleTcp", "DropDuplicates", "SipAnyUri"]
+SIP_CALL, H323_CALL = "sip-g711a-call", "h323-h245-separate"
+MACS, IPV4, IPV6 = b"\2" * 6 + b"\4" * 6, 0x0800, 0x86DD
+
+
+def u16(*values):
+    return struct.pack(f"!{len(values)}H", *values)
+
+
+# ---- one packet: an IPv4 packet in, what is on the wire out ----
+
+numbers = itertools.count(1)
+
+
+def ethernet(payload, ether_type=IPV4):
+    return MACS + u16(ether_type) + payload
+
+
+def ipv4(payload, protocol, source="10.9.9.1", destination="10.9.9.2", number=None, fragment=0):
+    number = next(numbers) % 65535 + 1 if number is None else number
+    header = struct.pack("!BBHHHBBH", 0x45, 0, 20 + len(payload), number, fragment, 64, protocol, 0)
+    return header + socket.inet_aton(source) + socket.inet_aton(destination) + payload
+
+
+def ipv6(payload, next_header):
+    addresses = socket.inet_pton(socket.AF_INET6, "fd00::1") + socket.inet_pton(socket.AF_INET6, "fd00::2")
+    return struct.pack("!IHBB", 6 << 28, len(payload), next_header, 64) + addresses + payload
+
+
+def udp(payload, port):
+    return u16(49152, port, 8 + len(payload), 0) + payload
+
+
+def vxlan(ip):
+    return udp(b"\x08\0\0\0\0\0\x2a\0" + ethernet(ip), 4789)
+
+
+def geneve(ip):
+    return udp(b"\x02\0\x65\x58\0\0\x2a\0" + b"\1\2\3\1abcd" + ethernet(ip), 6081)
+
+
+def gre(flags, protocol, fields, payload):
+    return u16(flags, protocol) + fields + payload
+
+
+def tags(*types):
+    """Tags of these types, outermost first, around an IPv4 packet."""
+    return lambda ip: MACS + b"".join(u16(kind, 100 + i) for i, kind in enumerate(types)) + u16(IPV4) + ip
+
+
+def over(wrap, protocol):
+    return lambda ip: ethernet(ipv4(wrap(ip), protocol))
+
+
+def over6(wrap, protocol):
+    return lambda ip: ethernet(ipv6(wrap(ip), protocol), IPV6)
+
+
+def deep(ip):
+    for _ in range(4):  # VXLAN, and a tag in it: eight layers
+        ip = ipv4(vxlan(ip)[:28] + u16(0x8100, 7, IPV4) + ip, 17)
+        ip = ip[:2] + u16(len(ip)) + ip[4:24] + u16(len(ip) - 20) + ip[26:]
+    return ethernet(ip)
+
+
+ERSPAN_II, ERSPAN_III = b"\x10\x64\0\x0c\0\0\0\1", b"\x20\x64\0\x0c\0\0\0\1\0\0"
+WRAPPED = {  # name: (libpcap's link type, wrapping of an IPv4 packet)
+    "plain": (1, ethernet),
+    "Linux cooked": (113, lambda ip: u16(0, 1, 6) + MACS[:6] + u16(0, IPV4) + ip),
+    "Linux cooked, version 2": (276, lambda ip: u16(IPV4, 0, 0, 1, 1) + b"\0\6" + MACS[:6] + b"\0\0" + ip),
+    "raw IP": (101, lambda ip: ip),
+    "BSD loopback": (0, lambda ip: struct.pack("<I", 2) + ip),
+    "OpenBSD loopback": (108, lambda ip: struct.pack("!I", 2) + ip),
+    "cooked, with a tag": (113, lambda ip: u16(0, 1, 6) + MACS[:6] + u16(0, 0x8100, 5, IPV4) + ip),
+    "802.1Q": (1, tags(0x8100)),
+    "802.1ad alone": (1, tags(0x88A8)),
+    "802.1ad and 802.1Q": (1, tags(0x88A8, 0x8100)),
+    "802.1Q twice": (1, tags(0x8100, 0x8100)),
+    "old tags, three": (1, tags(0x9100, 0x9100, 0x8100)),
+    "MPLS": (1, lambda ip: ethernet(struct.pack("!II", 16 << 12 | 64, 17 << 12 | 0x140) + ip, 0x8847)),
+    "MPLS pseudowire": (1, lambda ip: ethernet(struct.pack("!II", 17 << 12 | 0x140, 0) + ethernet(ip), 0x8847)),
+    "PPPoE": (1, lambda ip: ethernet(b"\x11\0\0\1" + u16(len(ip) + 2, 0x21) + ip, 0x8864)),
+    "IP in IP": (1, over(lambda ip: ip, 4)),
+    "IPv4 in IPv6": (1, over6(lambda ip: ip, 4)),
+    "GRE": (1, over(lambda ip: gre(0, IPV4, b"", ip), 47)),
+    "GRE with checksum, key and sequence": (1, over(lambda ip: gre(0xB000, IPV4, b"\0" * 12, ip), 47)),
+    "GRE with Ethernet": (1, over(lambda ip: gre(0x2000, 0x6558, b"\0\0\0\1", ethernet(ip)), 47)),
+    "GRE over IPv6": (1, over6(lambda ip: gre(0x2000, 0x6558, b"\0\0\0\1", ethernet(ip)), 47)),
+    "ERSPAN type I": (1, over(lambda ip: gre(0, 0x88BE, b"", ethernet(ip)), 47)),
+    "ERSPAN type II": (1, over(lambda ip: gre(0x1000, 0x88BE, b"\0\0\0\1" + ERSPAN_II, ethernet(ip)), 47)),
+    "ERSPAN type III": (1, over(lambda ip: gre(0x1000, 0x22EB, b"\0\0\0\1" + ERSPAN_III + u16(0), ethernet(ip)), 47)),
+    "ERSPAN type III, subheader": (
+        1,
+        over(lambda ip: gre(0x1000, 0x22EB, b"\0\0\0\1" + ERSPAN_III + u16(1) + b"\x18" + b"\0" * 7, ethernet(ip)), 47),
+    ),
+    "VXLAN": (1, over(vxlan, 17)),
+    "VXLAN over IPv6": (1, over6(vxlan, 17)),
+    "GENEVE with options": (1, over(geneve, 17)),
+    "GENEVE over IPv6": (1, over6(geneve, 17)),
+    "ERSPAN in a tag in VXLAN": (
+        1,
+        over(lambda ip: udp(b"\x08" + b"\0" * 7 + tags(0x8100)(over(lambda i: gre(0, 0x88BE, b"", ethernet(i)), 47)(ip)[14:]), 4789), 17),
+    ),
+    "eight layers": (1, deep),
+}
+
+# ---- several packets for one ----
+
+
+def pieces(ip, *cuts):
+    """The packet as fragments cut at multiples of eight."""
+    header, payload = ip[:20], ip[20:]
+    ends = [cut for cut in cuts if cut < len(payload)] + [len(payload)]
+    for start, end in zip([0, *ends], ends):
+        field = start // 8 | (0x2000 if end < len(payload) else 0)
+        yield header[:2] + u16(20 + end - start) + header[4:6] + u16(field) + header[8:] + payload[start:end]
+
+
+def numbered(ip):
+    """With an identification of its own: fragments without one belong to whatever was sent last."""
+    return ip[:4] + u16(next(numbers) % 65535 + 1) + ip[6:]
+
+
+def fragments(ip):
+    return list(pieces(numbered(ip), 48, 136))
+
+
+def overlapping(ip):
+    first, *rest = pieces(numbered(ip), 48)
+    if not rest:
+        return [first]
+    again = list(pieces(first[:6] + u16(0) + first[8:20] + ip[20:], 24))[-1]
+    return [again, first, first]
+
+
+def of_tunnel(ip):
+    return [ethernet(piece) for piece in pieces(ipv4(vxlan(ip), 17), 64)]
+
+
+def behind_router(ip):
+    routed = ip[:8] + bytes([ip[8] - 1, ip[9]]) + b"\xbe\xef" + ip[12:]
+    return MACS[::-1] + u16(IPV4) + routed
+
+
+MANY = {
+    "fragments": lambda ip: map(ethernet, fragments(ip)),
+    "fragments backwards": lambda ip: map(ethernet, reversed(fragments(ip))),
+    "fragments, overlapping and again": lambda ip: map(ethernet, overlapping(ip)),
+    "fragments in VXLAN": lambda ip: [over(vxlan, 17)(piece) for piece in fragments(ip)],
+    "fragmented VXLAN": of_tunnel,
+    "two mirror ports": lambda ip: [ethernet(ip), ethernet(ip)],
+    "both sides of a router": lambda ip: [ethernet(ip), behind_router(ip)],
+    "a port and an ERSPAN mirror": lambda ip: [ethernet(ip), WRAPPED["ERSPAN type II"][1](ip)],
+}
+
+# ---- TCP: the payloads of segments, cut and sent in other ways ----
+
+
+def segment(frame, sequence, payload, flags=0x18):
+    tcp = u16(frame.source[1], frame.destination[1]) + struct.pack("!IIHHHH", sequence % 2**32, 0, 0x5000 | flags, 0xFFFF, 0, 0)
+    return ethernet(ipv4(tcp + payload, 6, frame.source[0], frame.destination[0]))
+
+
+def bytewise(data):
+    return [data[i : i + 7] for i in range(0, len(data), 7)]
+
+
+def web_socket(data):
+    key, size = b"\x11\x22\x33\x44", len(data)
+    return b"\x82\xfe" + u16(size) + key + bytes(octet ^ key[i % 4] for i, octet in enumerate(data))
+
+
+HANDSHAKE = b"GET / HTTP/1.1\r\nUpgrade: websocket\r\nSec-WebSocket-Protocol: sip\r\n\r\n"
+STREAMS = {  # name: (what opens a stream, a message on the stream, its segments, order of the segments)
+    "TCP": (b"", lambda data: data, lambda data: [data], list),
+    "TCP, cut": (b"\r\n\r\n", lambda data: data + b"\r\n\r\n", bytewise, list),
+    "TCP, backwards and again": (b"", lambda data: data, bytewise, lambda all: all[:1] + all[::-1] + all),
+    "TCP, header alone": (b"", lambda data: data, lambda data: [data[:4], data[4:]], list),
+    "WebSocket": (HANDSHAKE, web_socket, bytewise, list),
+}
+
+
+def over_tcp(frames, stream, only_sip=False):
+    """The frames' SIP messages, or the payload of their TCP segments, as streams that end in a wrap-around."""
+    opening, message, cut, order = STREAMS[stream]
+    sequences = {}
+    for frame in frames:
+        if not (frame.is_sip or (frame.is_tcp and frame.payload and not only_sip)):
+            if not frame.is_tcp:
+                yield frame.data
+            continue
+        payload = message(frame.payload) if frame.is_sip else frame.payload
+        if (frame.source, frame.destination) not in sequences:
+            yield segment(frame, 2**32 - 101, b"", 2)
+            sequences[frame.source, frame.destination] = 2**32 - 100
+            payload = (opening if frame.is_sip else b"") + payload
+        parts = []
+        for part in cut(payload):
+            parts.append(segment(frame, sequences[frame.source, frame.destination], part))
+            sequences[frame.source, frame.destination] += len(part)
+        yield from order(parts)
+
+
+def glued(frames):
+    """Consecutive TPKTs of one direction in one segment."""
+    frames = [frame for frame in frames if frame.is_udp or frame.payload]
+    for (source, destination), group in itertools.groupby(frames, lambda frame: (frame.source, frame.destination)):
+        group = list(group)
+        data = b"".join(frame.payload for frame in group)
+        sequence = struct.unpack_from("!I", group[0].data, 38)[0]
+        yield from ([segment(group[0], sequence, data)] if group[0].is_tcp and data else [frame.data for frame in group])
+
+
+OPENER = harness.udp_frame(("10.9.9.9", 5060), ("10.9.9.8", 5999), b"OPTIONS sip:nobody@x SIP/2.0\r\n\r\n").data[14:]
+
+
+class Calls:
+    """Two calls, with the first hundred of each one's media packets, and what the recorder is to get of them."""
+
+    def __init__(self):
+        calls = [Call(SIP_CALL), Call(H323_CALL)]
+        self.signalling = [frame for call in calls for frame in call.signalling]
+        self.destinations = [destination for frame in self.signalling for destination in media_of(frame)]
+        self.frames = []
+        for call in calls:
+            media = itertools.count()
+            frames = [frame for piece, _ in call.pieces for frame in piece]
+            self.frames += [frame for frame in frames if not frame.is_udp or frame.is_sip or next(media) < 100]
+        self.media = expected_media(self.frames, self.destinations)
+
+    @staticmethod
+    def packet(frame):
+        return frame.data[14 : 14 + struct.unpack_from("!H", frame.data, 16)[0]]
+
+    def variants(self):
+        """Names with link type and frames."""
+        for name, (link_type, wrap) in WRAPPED.items():
+            yield name, link_type, [wrap(self.packet(frame)) for frame in self.frames]
+        for name, wrap in MANY.items():
+            yield name, 1, [data for frame in self.frames for data in wrap(self.packet(frame))]
+        for name in STREAMS:
+            yield name, 1, list(over_tcp(self.frames, name))
+        yield "several TPKTs in a segment", 1, list(glued(self.frames))
+        for link in ("VXLAN", "ERSPAN type III"):
+            wrap = WRAPPED[link][1]
+            yield f"TCP in fragments in {link}", 1, [
+                wrap(piece) for data in over_tcp(self.frames, "TCP") for piece in fragments(data[14:])
+            ]
+
+
+class Variants(harness.TestCase):
+    def play(self, name, link_type, frames, settings):
+        """A program that gets the frames a millisecond apart, when the recorder has asked for all media."""
+        recorder = self.keep(Recorder())
+        path = os.path.join(self.folder(), "frames")
+        os.mkfifo(path)
+        program = self.start(
+            settings={"Device": f"file:{path}", "ServerName": "127.0.0.1", "ServerPort": recorder.port, "LogLevel": "INFO"}
+            | dict.fromkeys(settings, "yes"),
+            environment={"SNIFFER_REPLAY_PACE": "full"},
+        )
+        with open(path, "wb", buffering=0) as pipe:
+            pipe.write(harness.capture_header(link_type))
+            # The program connects by its first frames, which may be lost on it.
+            wrap = next(wrap for kind, wrap in WRAPPED.values() if kind == link_type)
+            openers = itertools.count()
+            harness.wait_until(
+                lambda: pipe.write(harness.capture_record(wrap(numbered(OPENER)), next(openers))) and recorder.frames,
+                "a connection",
+            )
+            recorder.add(*self.calls.destinations)
+            recorder.settle()
+            # One time for all that a packet became, so that a duplicate is close to its original.
+            pipe.write(b"".join(harness.capture_record(data, 9000 + i / 1000) for i, data in enumerate(frames)))
+        self.assertEqual(program.status(), 0)
+        recorder.remainder()
+        recorder.frames = [frame for frame in recorder.frames if b"nobody" not in frame]
+        figures = dict(re.findall(r"(\w+)=(\d+)", [line for line in program.log if "Statistics: " in line][-1]))
+        return recorder, {key: int(value) for key, value in figures.items()}, next(openers)
+
+    def test_each_variant(self):
+        self.calls = Calls()
+        for name, link_type, frames in self.calls.variants():
+            with self.subTest(name):
+                recorder, figures, openers = self.play(name, link_type, frames, ALL)
+                self.assert_frames(recorder.of(SIP, H323), self.calls.signalling, "signalling")
+                self.assert_frames(recorder.of(RTP), self.calls.media, "media")
+                ends = ["sipForwarded", "rtpForwarded", "h323Forwarded", "udpDropped", "tcpDropped", "otherDropped"]
+                ends += ["notSent", "queueDiscarded", "duplicatesDropped", "fragmentsHeld", "segmentsFollowed"]
+                self.assertEqual(sum(figures[key] for key in ends), openers + len(frames) + figures["streamMessages"], figures)
+
+
+if __name__ == "__main__":
+    harness.main()
