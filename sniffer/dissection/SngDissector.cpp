@@ -154,14 +154,7 @@ void SngDissector::processBatch() {
     QueuedPacket* packet = packetQueue.next();
     if (packet == nullptr) break;
     stamp = packet->stamp;
-    u_char* bytes = packet->bytes();
-    if (NetworkStack::isNeeded(settings, packet->linkType)) {
-      const timeval& captured = packet->header.ts;
-      network->takeFrame({bytes, packet->header.len}, packet->linkType,
-                         std::int64_t{captured.tv_sec} * 1'000'000 + captured.tv_usec);
-    } else {
-      processPacket(nullptr, &packet->header, &bytes);
-    }
+    processFrame(packet->header, packet->bytes(), packet->linkType);
     if (embedded) answerHost();
     if (recallPending.load(std::memory_order_relaxed)) forwardRecalled();
   }
@@ -203,6 +196,15 @@ Statistics& SngDissector::getStatistics() {
 }
 
 // ---- classification ----
+
+void SngDissector::processFrame(const pcap_pkthdr& header, u_char* frame, int linkType) {
+  if (!NetworkStack::isNeeded(settings, linkType)) {
+    processPacket(nullptr, &header, &frame);
+    return;
+  }
+  const std::int64_t time = std::int64_t{header.ts.tv_sec} * 1'000'000 + header.ts.tv_usec;
+  network->takeFrame({frame, header.len}, linkType, time);
+}
 
 void SngDissector::processPacket(u_char*, const pcap_pkthdr* header, u_char** packet) {
   const u_char* frame = *packet;
@@ -324,11 +326,12 @@ void SngDissector::Network::takeSipMessage(const StreamEnds& ends, std::span<con
   frame.insert(frame.end(), message.begin(), message.end());
   const std::size_t length = frame.size();
   frame.resize(length + SniffedPacket::kSlack);
-  if (!owner.isSip(frame.data() + FrameHeader::kLength)) {
+  // The start line has been read in full; whether that is enough is the setting's to say.
+  if (!owner.settings.sipAnyUri && !owner.isSip(frame.data() + FrameHeader::kLength)) {
     owner.statistics.tcpDropped.add();
     return;
   }
-  owner.ohdr.protocol = FrameProtocol::Sip;
+  owner.payloadType = owner.ohdr.protocol = FrameProtocol::Sip;
   owner.ohdr.len = static_cast<u_short>(length);
   owner.forward(frame.data(), static_cast<int>(length));
   owner.forwarder.flush();  // the next message takes its place

@@ -165,6 +165,10 @@ class SngDissector {
 
   // ---- classification; consumer thread ----
 
+  /// Takes the plain way of Ethernet frames, or through the network stack, as settings and link type (libpcap's DLT_
+  /// value) ask for. SniffedPacket::kSlack zeroed bytes stand behind the frame, which is written to.
+  void processFrame(const pcap_pkthdr& header, u_char* frame, int linkType);
+
   /// Classifies one frame and forwards it if it is wanted. `*packet` is the Ethernet header of a frame of `header->len`
   /// bytes with SniffedPacket::kSlack readable bytes behind them.
   void processPacket(u_char* args, const pcap_pkthdr* header, u_char** packet);
@@ -213,7 +217,7 @@ class SngDissector {
   /// The link to the recorder is lost: what was asked for and what waits is dropped, or kept for a while.
   class Link final : public LinkObserver {
    public:
-    explicit Link(SngDissector& dissector) : owner(dissector) {}
+    explicit Link(SngDissector& conductor) : owner(conductor) {}
     void linkEstablished() override {
       owner.statistics.recorderConnects.add();
       owner.statistics.recorderConnected = 1;
@@ -236,7 +240,7 @@ class SngDissector {
   /// What the network stack has found is judged as if it had come plainly.
   class Network final : public NetworkSink {
    public:
-    explicit Network(SngDissector& dissector) : owner(dissector) {}
+    explicit Network(SngDissector& conductor) : owner(conductor) {}
     void takePacket(std::span<std::uint8_t> frame, std::size_t ipOffset, bool isCaptured) override;
     void takeSipMessage(const StreamEnds& ends, std::span<const std::uint8_t> message) override;
     void takeTpkt(const StreamEnds& ends, std::span<const std::uint8_t> tpkt) override;

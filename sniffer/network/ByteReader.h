@@ -1,8 +1,11 @@
 #pragma once
 
+#include <endian.h>
+
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <span>
 
 /// Reads fields in network byte order off the front of captured bytes, and never beyond their end. A read that the end
@@ -11,9 +14,9 @@ class ByteReader {
  public:
   explicit ByteReader(std::span<const std::uint8_t> bytes) : all(bytes), end(bytes.size()) {}
 
-  std::uint8_t u8() { return static_cast<std::uint8_t>(number(1)); }
-  std::uint16_t u16() { return static_cast<std::uint16_t>(number(2)); }
-  std::uint32_t u32() { return number(4); }
+  std::uint8_t u8() { return number<std::uint8_t>(); }
+  std::uint16_t u16() { return be16toh(number<std::uint16_t>()); }
+  std::uint32_t u32() { return be32toh(number<std::uint32_t>()); }
 
   void skip(std::size_t length) {
     cut |= length > left();
@@ -32,15 +35,16 @@ class ByteReader {
   std::span<const std::uint8_t> rest() const { return all.subspan(at, left()); }
 
  private:
-  std::uint32_t number(std::size_t size) {
-    if (size > left()) {
+  template <class Number>
+  Number number() {
+    if (sizeof(Number) > left()) {
       cut = true;
       at = end;
       return 0;
     }
-    std::uint32_t value = 0;
-    for (std::size_t i = 0; i < size; ++i) value = value << 8 | all[at + i];
-    at += size;
+    Number value;
+    std::memcpy(&value, all.data() + at, sizeof value);
+    at += sizeof value;
     return value;
   }
 

@@ -35,8 +35,6 @@ class DuplicateFilter {
     std::array<Sighting, 4> sightings;
   };
 
-  std::uint64_t identify(const Ipv4Header& header, std::span<const std::uint8_t> packet) const;
-
   Statistics& statistics;
   SeededHash hash;
   std::vector<Bucket> buckets;

@@ -1,9 +1,12 @@
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <span>
+
+#include "ByteReader.h"
 
 /// The fields of an IPv4 header (RFC 791) that matter here. Addresses in host order, first octet most significant.
 struct Ipv4Header {
@@ -22,3 +25,27 @@ struct Ipv4Header {
   /// Nothing when no IPv4 header that makes sense begins at the first of the bytes.
   static std::optional<Ipv4Header> read(std::span<const std::uint8_t> bytes);
 };
+
+inline std::optional<Ipv4Header> Ipv4Header::read(std::span<const std::uint8_t> bytes) {
+  ByteReader reader(bytes);
+  Ipv4Header header;
+  const unsigned versionAndLength = reader.u8();
+  header.length = (versionAndLength & 0x0F) * 4;
+  reader.skip(1);
+  const std::size_t total = reader.u16();
+  header.id = reader.u16();
+  const unsigned fragment = reader.u16();
+  header.moreFragments = (fragment & 0x2000) != 0;
+  header.fragmentOffset = (fragment & 0x1FFF) * 8;
+  reader.skip(1);
+  header.protocol = reader.u8();
+  reader.skip(2);
+  header.source = reader.u32();
+  header.destination = reader.u32();
+  if (!reader.ok() || versionAndLength >> 4 != 4 || header.length < 20 || header.length > bytes.size()) return {};
+  // A card that is to cut the packet leaves 0 there.
+  header.total = total == 0 ? bytes.size() : std::min(total, bytes.size());
+  header.cut = total > bytes.size();
+  if (header.total < header.length) return {};
+  return header;
+}

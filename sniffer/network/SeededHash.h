@@ -22,16 +22,23 @@ class SeededHash {
   /// Goes on from another hash.
   std::uint64_t operator()(std::span<const std::uint8_t> bytes, std::uint64_t state) const {
     const std::uint8_t* at = bytes.data();
-    std::size_t left = bytes.size();
-    std::uint64_t other = state ^ left;
-    for (; left >= 32; at += 32, left -= 32) {
-      state = fold(word(at) ^ keys[0], word(at + 8) ^ state);
-      other = fold(word(at + 16) ^ keys[1], word(at + 24) ^ other);
+    const std::size_t size = bytes.size();
+    const std::uint8_t* end = at + size;
+    std::uint64_t other = state ^ size;
+    if (size >= 16) {
+      for (; end - at > 32; at += 32) {
+        state = fold(word(at) ^ keys[0], word(at + 8) ^ state);
+        other = fold(word(at + 16) ^ keys[1], word(at + 24) ^ other);
+      }
+      // What is left, and before it what makes it up to whole words.
+      if (end - at > 16) state = fold(word(at) ^ keys[0], word(at + 8) ^ state);
+      other = fold(word(end - 16) ^ keys[1], word(end - 8) ^ other);
+    } else {
+      std::uint64_t words[2] = {};
+      if (size > 0) std::memcpy(words, at, size);
+      state = fold(words[0] ^ keys[0], words[1] ^ state);
     }
-    for (; left >= 8; at += 8, left -= 8) state = fold(word(at) ^ keys[0], state ^ keys[1]);
-    std::uint64_t tail = 0;
-    if (left > 0) std::memcpy(&tail, at, left);
-    return fold(state ^ tail ^ keys[1], other ^ keys[0]);
+    return fold(state ^ keys[1], other ^ keys[0]);
   }
 
  private:
