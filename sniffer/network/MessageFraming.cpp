@@ -13,7 +13,6 @@ constexpr std::size_t kLongestMethod = 32;
 constexpr std::size_t kLongestStartLine = 8'192;
 constexpr std::uint64_t kLongestBelieved = 16 << 20;  // a stream is not left for longer because of one length field
 constexpr std::size_t kLongestHandshake = 16'384;
-constexpr std::string_view kSipVersion = "SIP/2.0";
 constexpr std::string_view kEmptyLine = "\r\n\r\n";
 
 std::string_view text(Octets octets) {

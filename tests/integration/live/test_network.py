@@ -3,15 +3,15 @@ the recorder is to get what it gets of the plain capture."""
 
 import itertools
 import os
+import pathlib
 import re
 import socket
 import struct
 import subprocess
-import threading
 
 import harness
-from calls import Call, CallRecorder, Dump, expected_media, media_of
-from harness import H323, RTP, SIP, Frame, Namespace, Recorder, forwarded
+from calls import Call, expected_media, media_of
+from harness import H323, RTP, SIP, Namespace, Recorder
 
 ALL = ["Decapsulate", "ReassembleFragments", "ReassembleTcp", "DropDuplicates", "SipAnyUri"]
 SIP_CALL, H323_CALL = "sip-g711a-call", "h323-h245-separate"
@@ -303,6 +303,130 @@ class Variants(harness.TestCase):
                 ends = ["sipForwarded", "rtpForwarded", "h323Forwarded", "udpDropped", "tcpDropped", "otherDropped"]
                 ends += ["notSent", "queueDiscarded", "duplicatesDropped", "fragmentsHeld", "segmentsFollowed"]
                 self.assertEqual(sum(figures[key] for key in ends), openers + len(frames) + figures["streamMessages"], figures)
+
+
+FRAGMENT = "(ip[6:2] & 0x1fff != 0)"
+FILTERS = [  # what is on the wire, the filter, the settings, the device: none of it needs more, none does with less
+    ("802.1Q twice", "vlan and vlan and udp", "Decapsulate", "tap0"),
+    ("802.1ad and 802.1Q", "udp or (vlan and (udp or (vlan and udp)))", "", "tap0"),
+    ("MPLS", "mpls", "Decapsulate", "tap0"),
+    ("PPPoE", "pppoes", "Decapsulate", "tap0"),
+    ("IP in IP", "ip proto 4", "Decapsulate", "tap0"),
+    ("GRE", "ip proto 47", "Decapsulate", "tap0"),
+    ("GRE over IPv6", "ip6 proto 47", "Decapsulate", "tap0"),
+    ("ERSPAN type III", "ip proto 47", "Decapsulate", "tap0"),
+    ("VXLAN", "udp port 4789", "Decapsulate", "tap0"),
+    ("GENEVE over IPv6", "udp port 6081", "Decapsulate", "tap0"),
+    ("fragmented VXLAN", "udp port 4789 or " + FRAGMENT, "Decapsulate ReassembleFragments", "tap0"),
+    ("fragments", "udp port 5060 or " + FRAGMENT, "ReassembleFragments", "tap0"),
+    ("TCP, cut", "tcp", "ReassembleTcp", "tap0"),
+    ("two mirror ports", "udp", "DropDuplicates", "tap0"),
+    ("plain", "udp and not host 127.0.0.1", "", "any"),
+]
+TUNNELS = {  # devices of the kernel's, which wrap what is sent on them
+    "vxlan": "id 42 dstport 4789 local 10.9.9.1 remote 10.9.9.2",
+    "geneve": "id 42 remote 10.9.9.2",
+    "gretap": "local 10.9.9.1 remote 10.9.9.2",
+    "erspan": "seq key 5 local 10.9.9.1 remote 10.9.9.2 erspan_ver 1 erspan 12",
+    "vlan": "link wire0 id 42",
+}
+
+
+class Live(harness.TestCase):
+    def setUp(self):
+        if os.geteuid() != 0:
+            self.skipTest("capturing needs root")
+        self.calls = Calls()
+        self.here, self.there = self.keep(Namespace()), self.keep(Namespace())
+        self.there.join("wire0", self.here, "tap0")
+        self.there.run("ip", "addr", "add", "10.9.9.1/24", "dev", "wire0")
+
+    def sniff(self, filter, settings, device="tap0"):
+        recorder = self.keep(Recorder("UDP", self.here))
+        server = {"ServerName": "127.0.0.1", "ServerPort": recorder.port, "ServerProtocol": "UDP"}
+        options = {"Device": device, "Filter": filter, "ImmediateCapture": "yes"} | dict.fromkeys(settings.split(), "yes")
+        program = self.start(settings=server | options, namespace=self.here)
+        program.wait_logged("PCAP thread created")
+        return program, recorder
+
+    def play(self, frames, device="wire0"):
+        path = os.path.join(self.folder(), "frames.pcap")
+        records = b"".join(harness.capture_record(data) for data in frames)
+        with open(path, "wb") as file:
+            file.write(harness.capture_header() + records)
+        self.there.run("tcpreplay", "--quiet", "--topspeed", f"--intf1={device}", path)
+
+    def check_signalling(self, recorder, program, what):
+        expected = [frame for frame in self.calls.signalling if frame[2] == SIP]
+        recorder.wait(lambda frames: len(frames) >= len(expected), what)
+        self.assertEqual(program.end(), 0)
+        self.assert_frames(recorder.of(SIP), expected, what)
+
+    def test_filters(self):
+        self.calls.frames = [frame for frame in self.calls.frames if frame.is_sip]
+        variants = {name: frames for name, _, frames in self.calls.variants()}
+        for name, filter, settings, device in FILTERS:
+            with self.subTest(name):
+                program, recorder = self.sniff(filter, settings, device)
+                self.play(variants[name])
+                self.check_signalling(recorder, program, name)
+
+    def test_tunnels_of_the_kernel(self):
+        """Those that this kernel can make."""
+        self.there.run("ip", "neigh", "add", "10.9.9.2", "lladdr", "02:00:00:00:00:02", "dev", "wire0", "nud", "permanent")
+        sip = [frame.data for frame in self.calls.frames if frame.is_sip]
+        missing = []
+        for kind, options in TUNNELS.items():
+            before, after = (options.split()[:2], options.split()[2:]) if kind == "vlan" else ([], options.split())
+            try:
+                self.there.run("ip", "link", "add", *before, "name", "tunnel0", "type", kind, *after)
+            except subprocess.CalledProcessError:
+                missing.append(kind)
+                continue
+            with self.subTest(kind):
+                self.there.run("ip", "link", "set", "tunnel0", "up")
+                program, recorder = self.sniff("not arp and not icmp", "Decapsulate")
+                self.play(sip, "tunnel0")
+                self.check_signalling(recorder, program, kind)
+                self.there.run("ip", "link", "del", "tunnel0")
+        if missing:
+            self.skipTest("this kernel has no " + ", ".join(missing))
+
+    def test_real_calls_in_fragments_and_segments(self):
+        """SIPp over an interface that takes 576 bytes: over UDP in fragments, over TCP in segments."""
+        self.here.run("ip", "addr", "add", "10.9.9.2/24", "dev", "tap0")
+        for namespace, device in ((self.there, "wire0"), (self.here, "tap0")):
+            namespace.run("ip", "link", "set", device, "mtu", "576")
+            namespace.run("ethtool", "-K", device, "tso", "off", "gso", "off", "gro", "off")
+        scenario = (pathlib.Path(__file__).parent / "sip" / "caller.xml").read_text()
+        subject = "Subject: " + "long " * 200
+        scenario = re.sub(r"<(pause|nop).*", "", scenario).replace("SIP/2.0/UDP", "SIP/2.0/[transport]")
+        path = pathlib.Path(self.folder(), "caller.xml")
+        path.write_text(scenario.replace("Max-Forwards: 70", subject.strip() + "\n      Max-Forwards: 70"))
+        quiet = {"stdin": subprocess.DEVNULL, "stdout": subprocess.DEVNULL, "stderr": subprocess.DEVNULL}
+        for transport, filter in (("u1", "udp port 5060 or " + FRAGMENT), ("t1", "tcp")):
+            with self.subTest(transport):
+                program, recorder = self.sniff(filter, "ReassembleFragments ReassembleTcp")
+                common = ["-t", transport, "-p", "5060", "-m", "3", "-nostdin", "-timeout", "25", "-timeout_error"]
+                answer = self.here.start("sipp", "-sn", "uas", "-i", "10.9.9.2", *common, **quiet)
+                self.addCleanup(lambda process=answer: (process.kill(), process.wait()))
+                harness.wait_until(lambda: self.listens(transport), "SIPp")
+                call = self.there.start("sipp", "-i", "10.9.9.1", "10.9.9.2", "-sf", str(path), *common, **quiet)
+                self.addCleanup(lambda process=call: (process.kill(), process.wait()))
+                self.assertEqual(call.wait(30), 0)
+                answer.wait(30)
+                recorder.wait(lambda frames: len(frames) >= 18, "INVITE, 180, 200, ACK, BYE, 200 of three calls")
+                self.assertEqual(program.end(), 0)
+                messages = [frame[15:].partition(b"\r\n\r\n") for frame in recorder.of(SIP)]
+                self.assertEqual(len(messages), 18)
+                for head, _, body in messages:
+                    self.assertEqual(int(re.search(rb"Content-Length: *(\d+)", head)[1]), len(body), head)
+                long = [head for head, _, _ in messages if subject.strip().encode() in head]
+                self.assertEqual(len(long), 9, "INVITE, ACK and BYE in one piece")
+
+    def listens(self, transport):
+        command = ["ss", "-Hln", "-t" if transport == "t1" else "-u", "sport = :5060"]
+        return subprocess.run([*self.here.enter, *command], capture_output=True, text=True).stdout
 
 
 if __name__ == "__main__":
