@@ -11,7 +11,7 @@ namespace asn1 {
 class Effort {
  public:
   // Of a segment, whatever comes of it. The largest messages seen take a few hundred.
-  static constexpr uint32_t kSteps = 8192;
+  static constexpr uint32_t kSteps = 5120;
   // Beyond these, for messages that described something: hundreds of channels in one Setup.
   static constexpr uint32_t kReserve = 20480;
   // To begin a message.
