@@ -36,7 +36,8 @@ jint JNICALL Java_com_morvin_dom_telephony_sniffer_EmbeddedPacketChannel_getPack
   // Only the frame goes into the array: pinning or copying the elements would cost by the size of the array.
   char frame[kMaxFrameLength];
   const int capacity = std::min<jsize>(env->GetArrayLength(buffer), kMaxFrameLength);
-  const int length = EmbeddedConnection::dft()->receivePacket(frame, capacity);
+  int length = 0;
+  nativeMethod("getPacket", [&] { length = EmbeddedConnection::dft()->receivePacket(frame, capacity); });
   if (length > 0) env->SetByteArrayRegion(buffer, 0, length, reinterpret_cast<const jbyte*>(frame));
   return length;
 }
