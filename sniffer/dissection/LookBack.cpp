@@ -25,82 +25,82 @@ std::int64_t monotonicTime() {
 LookBack::LookBack(std::chrono::milliseconds howLong, std::size_t bytes, Statistics& counters)
     : time(howLong.count()), memory(std::max(bytes, 2 * kBlockSize)), statistics(counters) {}
 
-void LookBack::letGo(Statistics::Counter& counter) {
-  counter.add();
-  --statistics.lookBackWaiting;
-}
-
 // ---- media ----
 
 void LookBack::keepMedia(const KeptFrame& kept) {
   const auto header = FrameHeader::of(kept.frame.data());
-  const std::uint64_t destination = RtpAddr(header.dstIp, header.dstPort).key();
-  newest = monotonicTime();
-  auto* record = new (room(PageBlock::aligned(sizeof(Record) + kept.frame.size())))
-      Record{nullptr, destination, newest, kept.stamp, static_cast<std::uint32_t>(kept.frame.size()), false};
+  u_char* start = room(PageBlock::aligned(sizeof(Record) + kept.frame.size()));
+  newestKept = monotonicTime();
+  Newest& last = newest[RtpAddr(header.dstIp, header.dstPort).key()];
+  auto* record = new (start)
+      Record{last.record, last.number, newestKept, kept.stamp, static_cast<std::uint32_t>(kept.frame.size())};
   std::memcpy(record->frame(), kept.frame.data(), kept.frame.size());
-  const auto [chain, isNew] = chains.try_emplace(destination, Chain{record, record});
-  if (!isNew) {
-    chain->second.last->next = record;
-    chain->second.last = record;
-  }
+  last = {record, nextNumber++};
+  ++blocks.back().waiting;
   statistics.lookBackWaiting.add();
 }
 
 u_char* LookBack::room(std::size_t size) {
   if (!blocks.empty()) {
-    if (u_char* start = blocks.back()->take(size)) return start;
+    if (u_char* start = blocks.back().memory->take(size)) return start;
   }
   expire();
   while (!pinned && !blocks.empty() && (blocks.size() + 1) * kBlockSize + signallingSize > memory) {
     dropOldestBlock(statistics.lookBackOverflow);
   }
+  if (newest.size() > forgetAt) forgetEmptied();
+  Block block{nullptr, nextNumber};
   if (spare.empty() || size > kBlockSize) {
-    blocks.push_back(std::make_unique<PageBlock>(std::max(size, kBlockSize)));
+    block.memory = std::make_unique<PageBlock>(std::max(size, kBlockSize));
   } else {
-    blocks.push_back(std::move(spare.back()));
+    block.memory = std::move(spare.back());
     spare.pop_back();
   }
-  return blocks.back()->take(size);
+  blocks.push_back(std::move(block));
+  return blocks.back().memory->take(size);
 }
 
 void LookBack::dropOldestBlock(Statistics::Counter& counter) {
-  PageBlock& block = *blocks.front();
-  for (u_char* at = block.begin(); at != block.end();) {
-    auto& record = *reinterpret_cast<Record*>(at);
-    at += PageBlock::aligned(sizeof(Record) + record.length);
-    if (record.recalled) continue;
-    unchain(record);
-    letGo(counter);
-  }
-  block.cutBack(block.begin());
-  if (spare.size() < kMostSpare && block.getCapacity() == kBlockSize) spare.push_back(std::move(blocks.front()));
+  Block& block = blocks.front();
+  counter.add(block.waiting);
+  statistics.lookBackWaiting -= block.waiting;
+  block.memory->cutBack(block.memory->begin());
+  if (spare.size() < kMostSpare && block.memory->getCapacity() == kBlockSize) spare.push_back(std::move(block.memory));
   blocks.pop_front();
 }
 
-void LookBack::unchain(Record& record) {
-  // The oldest of all is the first of its chain.
-  const auto chain = chains.find(record.destination);
-  chain->second.first = record.next;
-  if (record.next == nullptr) chains.erase(chain);
+void LookBack::forgetEmptied() {
+  std::erase_if(newest, [oldest = oldestNumber()](const auto& one) { return one.second.number < oldest; });
+  forgetAt = std::max<std::size_t>(1024, newest.size() * 2);
+}
+
+LookBack::Block& LookBack::blockOf(std::uint64_t number) {
+  const auto behind =
+      std::upper_bound(blocks.begin(), blocks.end(), number,
+                       [](std::uint64_t value, const Block& block) { return value < block.firstNumber; });
+  return *std::prev(behind);
 }
 
 std::span<const KeptFrame> LookBack::recallMedia(RtpAddr destination) {
   recalled.clear();
   pinned = true;
-  const auto chain = chains.find(destination.key());
-  if (chain == chains.end()) return {};
+  const auto found = newest.find(destination.key());
+  if (found == newest.end()) return {};
   const auto oldest = monotonicTime() - time;
-  for (Record* record = chain->second.first; record != nullptr; record = record->next) {
-    record->recalled = true;
+  auto [record, number] = found->second;
+  while (number >= oldestNumber()) {
+    --blockOf(number).waiting;
+    --statistics.lookBackWaiting;
     if (record->kept < oldest) {
-      letGo(statistics.udpDropped);
+      statistics.udpDropped.add();
     } else {
-      --statistics.lookBackWaiting;
       recalled.push_back({record->stamp, {record->frame(), record->length}});
     }
+    number = record->numberBefore;
+    record = record->before;
   }
-  chains.erase(chain);
+  newest.erase(found);
+  std::reverse(recalled.begin(), recalled.end());
   return recalled;
 }
 
@@ -144,10 +144,11 @@ void LookBack::expire() {
   if (pinned) return;
   // A block is as old as its last frame, which is no younger than the first of the block behind it.
   const auto isOver = [&] {
-    const auto until = blocks.size() == 1 ? newest : reinterpret_cast<Record*>(blocks[1]->begin())->kept;
+    const auto until = blocks.size() == 1 ? newestKept : reinterpret_cast<Record*>(blocks[1].memory->begin())->kept;
     return until < oldest;
   };
   while (!blocks.empty() && isOver()) dropOldestBlock(statistics.udpDropped);
+  if (blocks.empty()) newest.clear();
 }
 
 void LookBack::clear() {

@@ -58,20 +58,25 @@ class LookBack {
   void clear();
 
  private:
-  /// Its frame stands behind it.
+  /// Its frame stands behind it. Linked backwards, so that nothing points at a record that is let go but records that
+  /// are younger, which know its number: the oldest block goes without a look at what is in it.
   struct Record {
-    Record* next;  ///< of the same destination
-    std::uint64_t destination;
-    std::int64_t kept;  ///< milliseconds of the monotonic clock
+    Record* before;              ///< the one of the same destination that was kept before
+    std::uint64_t numberBefore;  ///< 0: none
+    std::int64_t kept;           ///< milliseconds of the monotonic clock
     CaptureStamp stamp;
     std::uint32_t length;
-    bool recalled;
 
     u_char* frame() { return reinterpret_cast<u_char*>(this + 1); }
   };
-  struct Chain {
-    Record* first;
-    Record* last;
+  struct Block {
+    std::unique_ptr<PageBlock> memory;
+    std::uint64_t firstNumber = 0;
+    std::size_t waiting = 0;  ///< records that have not been recalled
+  };
+  struct Newest {
+    Record* record;
+    std::uint64_t number;
   };
   struct Missed {
     std::int64_t kept;
@@ -79,19 +84,22 @@ class LookBack {
     std::vector<u_char> frame;
   };
 
-  void letGo(Statistics::Counter& counter);
   u_char* room(std::size_t size);
   void dropOldestBlock(Statistics::Counter& counter);
-  void unchain(Record& record);
+  void forgetEmptied();
+  Block& blockOf(std::uint64_t number);
+  std::uint64_t oldestNumber() const { return blocks.empty() ? nextNumber : blocks.front().firstNumber; }
 
   const std::int64_t time;  ///< milliseconds
   const std::size_t memory;
   Statistics& statistics;
 
-  std::deque<std::unique_ptr<PageBlock>> blocks;
+  std::deque<Block> blocks;
   std::vector<std::unique_ptr<PageBlock>> spare;
-  std::int64_t newest = 0;  ///< when the last media frame was kept
-  std::unordered_map<std::uint64_t, Chain> chains;
+  std::uint64_t nextNumber = 1;                      ///< of the next record
+  std::int64_t newestKept = 0;                       ///< when the last media frame was kept
+  std::unordered_map<std::uint64_t, Newest> newest;  ///< by destination
+  std::size_t forgetAt = 1024;                       ///< destinations at which those without a frame are forgotten
   std::vector<KeptFrame> recalled;
   bool pinned = false;  ///< frames of `recalled` are in use
 
