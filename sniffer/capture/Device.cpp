@@ -2,17 +2,15 @@
 
 #include <log4cxx/logger.h>
 
-#include <algorithm>
-#include <array>
 #include <chrono>
 #include <utility>
+
+#include "LinkLayer.h"
 
 namespace {
 
 constexpr std::string_view kFilePrefix = "file:";
 constexpr std::chrono::seconds kRetryInterval(1);
-constexpr std::array kUnderstood = {DLT_EN10MB, DLT_LINUX_SLL, DLT_LINUX_SLL2, DLT_RAW,
-                                    DLT_IPV4,   DLT_IPV6,      DLT_NULL,       DLT_LOOP};
 
 log4cxx::LoggerPtr logger() {
   static const log4cxx::LoggerPtr one = log4cxx::Logger::getLogger("SnifferClient");
@@ -22,7 +20,7 @@ log4cxx::LoggerPtr logger() {
 /// The link layer if it is one that is not understood, else empty.
 std::string strangeLinkLayer(pcap_t* handle) {
   const int type = pcap_datalink(handle);
-  if (std::find(kUnderstood.begin(), kUnderstood.end(), type) != kUnderstood.end()) return {};
+  if (understandsLinkType(type)) return {};
   const char* known = pcap_datalink_val_to_name(type);
   return known != nullptr ? known : "number " + std::to_string(type);
 }

@@ -10,6 +10,7 @@
 #include "DottedDecimal.h"
 #include "EmbeddedConnection.h"
 #include "MediaHeader.h"
+#include "SipAnyUri.h"
 
 namespace {
 
@@ -251,7 +252,8 @@ void SngDissector::processUdp(const u_char* packet, const pcap_pkthdr* header, i
   const u_char* payload = packet + size_header + kUdpLength;
   // The frame's own length counts, not that of the UDP header: padding behind a short datagram is sent as well.
   const int frameLength = static_cast<int>(header->len) - size_header - kUdpLength + FrameHeader::kLength;
-  const bool wanted = isSip(payload) || isRtpFilter();
+  const int payloadLength = frameLength - FrameHeader::kLength;
+  const bool wanted = isSip(payload) || isSipWithAnyUri(payload, payloadLength) || isRtpFilter();
   u_char* frame = const_cast<u_char*>(payload) - FrameHeader::kLength;
   ohdr.len = static_cast<u_short>(frameLength);
   if (!wanted || frameLength <= FrameHeader::kLength) {
@@ -293,6 +295,13 @@ void SngDissector::processTcp(u_char* packet, const pcap_pkthdr* header, int siz
 
 bool SngDissector::isSip(const u_char* payload) {
   if (!sipHelper->isRequest(payload) && !sipHelper->isResponse(payload)) return false;
+  payloadType = FrameProtocol::Sip;
+  return true;
+}
+
+bool SngDissector::isSipWithAnyUri(const u_char* payload, int length) {
+  if (!settings.sipAnyUri || length <= 0) return false;
+  if (!isSipRequestWithAnyUri(payload, static_cast<std::size_t>(length))) return false;
   payloadType = FrameProtocol::Sip;
   return true;
 }

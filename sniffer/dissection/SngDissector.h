@@ -259,6 +259,7 @@ class SngDissector {
   void dropUdp(u_char* frame, int length);
   void forwardRecalled();
   void sendMissedSignalling();
+  bool isSipWithAnyUri(const u_char* payload, int length);
   void logDrop(const char* heading, const sniff_ip& ip);
   bool describeSegment(u_char* payload, int payloadLen, int ourHdrLen = FrameHeader::kLength);
 

@@ -1,6 +1,6 @@
 #include "LinkLayer.h"
 
-#include <pcap/pcap.h>
+#include <pcap/dlt.h>
 
 #include <algorithm>
 
@@ -29,13 +29,6 @@ bool understandsLinkType(int linkType) {
   constexpr int kUnderstood[] = {DLT_EN10MB, DLT_LINUX_SLL, DLT_LINUX_SLL2, DLT_RAW,
                                  DLT_IPV4,   DLT_IPV6,      DLT_NULL,       DLT_LOOP};
   return std::find(std::begin(kUnderstood), std::end(kUnderstood), linkType) != std::end(kUnderstood);
-}
-
-std::string nameOfLinkType(int linkType) {
-  const char* name = pcap_datalink_val_to_name(linkType);
-  const char* description = pcap_datalink_val_to_description(linkType);
-  if (name == nullptr || description == nullptr) return "number " + std::to_string(linkType);
-  return std::string(name) + " (" + description + ")";
 }
 
 LinkHeader readLinkHeader(int linkType, std::span<const std::uint8_t> frame) {

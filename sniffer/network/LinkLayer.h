@@ -3,7 +3,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <span>
-#include <string>
 
 /// Where a frame's link-layer header ends, and what it says comes behind it.
 struct LinkHeader {
@@ -14,9 +13,6 @@ struct LinkHeader {
 /// True for the link types whose frames are understood: Ethernet, Linux cooked version 1 and 2 (the device `any`), raw
 /// IP and BSD loopback. `linkType` is a DLT_ value of libpcap, as pcap_datalink() answers it.
 bool understandsLinkType(int linkType);
-
-/// "PPP_SERIAL (PPP over serial)", or the number of one that libpcap does not know either.
-std::string nameOfLinkType(int linkType);
 
 /// Reads a frame's link-layer header without VLAN tags. A link type that is not understood is read as Ethernet.
 LinkHeader readLinkHeader(int linkType, std::span<const std::uint8_t> frame);

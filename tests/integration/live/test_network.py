@@ -305,6 +305,14 @@ class Variants(harness.TestCase):
                 self.assertEqual(sum(figures[key] for key in ends), openers + len(frames) + figures["streamMessages"], figures)
 
 
+    def test_request_to_a_telephone_number(self):
+        self.calls = Calls()
+        request = harness.udp_frame(("10.1.1.1", 5060), ("10.1.1.2", 5060), b"INVITE tel:+1555 SIP/2.0\r\n\r\n")
+        for settings, expected in ([], []), (["SipAnyUri"], [harness.forwarded(SIP, request)]):
+            recorder, _, _ = self.play("tel:", 1, [request.data], settings)
+            self.assert_frames(recorder.of(SIP), expected, f"with {settings}")
+
+
 FRAGMENT = "(ip[6:2] & 0x1fff != 0)"
 FILTERS = [  # what is on the wire, the filter, the settings, the device: none of it needs more, none does with less
     ("802.1Q twice", "vlan and vlan and udp", "Decapsulate", "tap0"),
