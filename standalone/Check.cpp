@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <iostream>
-#include <regex>
 #include <set>
 #include <string>
 #include <vector>
@@ -59,14 +58,15 @@ struct Candidates {
   std::set<u_int> ports = {1720, 5060, 16384};
 
   explicit Candidates(const std::string& filter) {
-    static const std::regex words(R"(\d+\.\d+\.\d+\.\d+|\d+)");
-    for (std::sregex_iterator word(filter.begin(), filter.end(), words), end; word != end; ++word) {
-      const std::string text = word->str();
-      if (in_addr address; inet_pton(AF_INET, text.c_str(), &address) == 1) {
+    std::size_t end = 0;
+    for (std::size_t at; (at = filter.find_first_of("0123456789", end)) != std::string::npos;) {
+      end = std::min(filter.find_first_not_of("0123456789.", at), filter.size());
+      const std::string word = filter.substr(at, end - at);
+      if (in_addr address; inet_pton(AF_INET, word.c_str(), &address) == 1) {
         // Of a network one of its hosts as well.
         addresses.insert({ntohl(address.s_addr), ntohl(address.s_addr) | 1});
-      } else if (text.size() <= 5) {
-        ports.insert(static_cast<u_int>(std::stoi(text)));
+      } else if (word.size() <= 5 && word.find('.') == std::string::npos) {
+        ports.insert(static_cast<u_int>(std::stoi(word)));
       }
     }
   }
