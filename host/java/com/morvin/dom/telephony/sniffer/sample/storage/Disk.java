@@ -5,6 +5,7 @@ import com.morvin.dom.telephony.sniffer.sample.console.Text;
 import java.io.IOException;
 import java.nio.ByteBuffer;
 import java.nio.channels.FileChannel;
+import java.nio.file.FileSystemException;
 import java.nio.file.Files;
 import java.nio.file.Path;
 import java.nio.file.StandardOpenOption;
@@ -20,7 +21,7 @@ import java.util.concurrent.TimeUnit;
  */
 public final class Disk implements AutoCloseable {
   private static final long RETRY_MILLIS = 500;
-  /** After so many tries a job is given up if other things can be written there. */
+  /** After so many tries a job is given up if others can be done there. */
   private static final int TRIES = 3;
   private static final int PROBE_BYTES = 64 << 10;
   private static final int JOB_OVERHEAD = 200;
@@ -127,7 +128,8 @@ public final class Disk implements AutoCloseable {
         return true;
       } catch (IOException e) {
         fail(e);
-        if (tries >= TRIES && canWrite()) {
+        // Names and rights are troubles of one file; when its content cannot be written the disk is full.
+        if (tries >= TRIES && e instanceof FileSystemException && canWrite()) {
           console.line("given up after several tries: " + e);
           return false;
         }
