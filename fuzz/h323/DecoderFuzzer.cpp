@@ -1,7 +1,6 @@
 // Any octets as each of the messages there are: decoded and printed. How calls and media channels are read is the
 // business of the parser's fuzzer.
 
-#include <cstddef>
 #include <cstdint>
 
 #include "H225.h"

@@ -7,7 +7,6 @@
 #include <memory>
 #include <random>
 #include <set>
-#include <string>
 #include <utility>
 #include <vector>
 
@@ -83,7 +82,6 @@ class RandomMessages {
   static constexpr unsigned kDeep = 8;
 
   size_t upTo(size_t most) { return std::uniform_int_distribution<size_t>(0, most)(random_); }
-  bool oneIn(size_t count) { return upTo(count - 1) == 0; }
 
   void bits(uint64_t number, unsigned count) {
     while (count-- > 0) {
@@ -118,7 +116,7 @@ class RandomMessages {
       for (unsigned i = 0; i < type.fieldCount; ++i) made.insert({&type, i});
       // The limits are the telling values.
       const int64_t any = std::uniform_int_distribution<int64_t>(type.range.lower, type.range.upper)(random_);
-      const bool beyond = type.kind == Kind::kInteger && type.extensible && oneIn(4);
+      const bool beyond = type.kind == Kind::kInteger && type.extensible && upTo(3) == 0;
       number = beyond ? type.range.upper + 1 + any % 100000
                       : std::array{type.range.lower, type.range.upper, any, any}[upTo(3)];
       if (type.extensible) bits(beyond, 1);

@@ -1,14 +1,10 @@
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <memory>
 
 #include "../Segments.h"
 #include "H225.h"
-#include "H225Schema.h"
 #include "OpalGloballyUniqueID.h"
-#include "PERDecoder.h"
-#include "PIPSocket.h"
 
 namespace {
 
@@ -24,16 +20,7 @@ TEST(Texts, EndAtTheirFirstZero) {
   EXPECT_EQ(PString("\xE9").Compare("z"), PString::GreaterThan);
   EXPECT_EQ(PString("1").Compare("10"), PString::LessThan);
   EXPECT_EQ(PString(static_cast<const char*>(nullptr)).Compare(""), PString::EqualTo);
-}
-
-TEST(Texts, AddressesAndIdentifiers) {
-  const auto octets = fromHex("181d96c5bfe3f11184cb4a1b0e11fba3");
-  EXPECT_EQ(OpalGloballyUniqueID(PBYTEArray(octets.data(), 16)).AsString(), "181d96c5-bfe3-f111-84cb-4a1b0e11fba3");
   EXPECT_EQ(OpalGloballyUniqueID(PBYTEArray()).AsString(), "00000000-0000-0000-0000-000000000000");
-  EXPECT_EQ(PIPSocket::Address(PBYTEArray(octets.data(), 4)).AsString(), "24.29.150.197");
-  uint32_t networkOrder = 0;
-  std::memcpy(&networkOrder, octets.data(), 4);
-  EXPECT_EQ(PIPSocket::Address(networkOrder).AsString(), "24.29.150.197");
 }
 
 // Encoded aliases. Those of the other kinds are in the calls that the parser's tests describe.

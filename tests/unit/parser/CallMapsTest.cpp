@@ -100,7 +100,6 @@ TEST(CallMaps, ForgetTheAddressAnnouncedLongestAgo) {
   CallMaps calls(&statistics);
   for (unsigned port = 0; port < CallMaps::kMostAddresses; ++port) calls.announce(PString(port), {"a", port});
   calls.announce("again", {"a", 0});
-  EXPECT_EQ(log.take(), Events());
   calls.announce("new", {"b", 1});
   calls.announce("newer", {"b", 2});
   EXPECT_EQ(statistics.h245AddressesForgotten, 2);

