@@ -280,6 +280,7 @@ void Sniffer::startSniffing() {
     std::exit(-1);
   }
   const auto statisticsFile = writeStatisticsFile();
+  const auto statisticsLog = logStatisticsRegularly();
   while (!endMain) {
     try {
       dissector->consumePacket();
@@ -391,6 +392,12 @@ std::unique_ptr<StatisticsFile> Sniffer::writeStatisticsFile() {
   const int seconds = settings.statisticsInterval > 0 ? settings.statisticsInterval : kStatisticsFileInterval;
   return std::make_unique<StatisticsFile>(settings.statisticsFile, std::chrono::seconds(seconds),
                                           [this] { return prometheusStatistics(); });
+}
+
+/// For a host: the program does so itself, on the thread that awaits its signals.
+std::unique_ptr<PeriodicTask> Sniffer::logStatisticsRegularly() {
+  if (!embedded || settings.statisticsInterval == 0) return nullptr;
+  return std::make_unique<PeriodicTask>(std::chrono::seconds(settings.statisticsInterval), [this] { logStatistics(); });
 }
 
 void Sniffer::logStatistics() {

@@ -12,6 +12,7 @@
 
 #include "Device.h"
 #include "Engine.h"
+#include "PeriodicTask.h"
 #include "Settings.h"
 #include "SngDissector.h"
 #include "SnifferConfig.h"
@@ -149,6 +150,7 @@ class Sniffer final : public Engine {
   void stopCaptureThreads();
   void stopCommandReader();
   std::unique_ptr<StatisticsFile> writeStatisticsFile();
+  std::unique_ptr<PeriodicTask> logStatisticsRegularly();
   void logDeviceStatistics(int i);
 
   int threadId[kMaxDevices];

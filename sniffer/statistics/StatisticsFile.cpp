@@ -31,35 +31,15 @@ int writeWhole(const std::string& name, const std::string& content) {
 
 }  // namespace
 
-StatisticsFile::StatisticsFile(std::string name, std::chrono::seconds every, std::function<std::string()> content)
-    : path(std::move(name)), interval(every), text(std::move(content)) {
-  try {
-    thread = std::thread(&StatisticsFile::run, this);
-  } catch (const std::exception& failure) {
-    tell(failure.what());
-  }
+StatisticsFile::StatisticsFile(std::string name, std::chrono::seconds interval, std::function<std::string()> content)
+    : path(std::move(name)), text(std::move(content)) {
+  replace();
+  renewal.emplace(interval, [this] { replace(); });
 }
 
 StatisticsFile::~StatisticsFile() {
-  {
-    const std::lock_guard guard(lock);
-    ended = true;
-  }
-  changed.notify_all();
-  if (thread.joinable()) thread.join();
-}
-
-void StatisticsFile::run() {
-  std::unique_lock guard(lock);
-  bool last = false;
-  while (true) {
-    last = ended;
-    guard.unlock();
-    replace();
-    if (last) return;
-    guard.lock();
-    changed.wait_for(guard, interval, [this] { return ended; });
-  }
+  renewal.reset();
+  replace();
 }
 
 void StatisticsFile::replace() {

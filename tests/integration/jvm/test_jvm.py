@@ -104,10 +104,12 @@ class InTheVirtualMachine(Test):
 
         def replay():
             log = self.directory / "log"
-            harness.wait_until(lambda: log.exists() and "PCAP thread created 0" in log.read_text(), "the capture")
+            harness.wait_until(lambda: log.exists() and "Statistics of device tap0" in log.read_text(), "a report")
             there.run("tcpreplay", "--quiet", "--multiplier=4", "--intf1=wire0", str(CALL))
 
-        taken, _ = self.record("tap0", len(EXPECTED), namespace=here, meanwhile=replay)
+        taken, _ = self.record(
+            "tap0", len(EXPECTED), settings="StatisticsInterval=1", namespace=here, meanwhile=replay
+        )
         self.assert_frames(taken, EXPECTED, "frames")
 
     def test_two_devices_with_a_limit_and_no_logging_configuration(self):
