@@ -140,14 +140,6 @@ def fragments(ip):
     return list(pieces(numbered(ip), 48, 136))
 
 
-def overlapping(ip):
-    first, *rest = pieces(numbered(ip), 48)
-    if not rest:
-        return [first]
-    again = list(pieces(first[:6] + u16(0) + first[8:20] + ip[20:], 24))[-1]
-    return [again, first, first]
-
-
 def of_tunnel(ip):
     return [ethernet(piece) for piece in pieces(ipv4(vxlan(ip), 17), 64)]
 
@@ -159,8 +151,6 @@ def behind_router(ip):
 
 MANY = {
     "fragments": lambda ip: map(ethernet, fragments(ip)),
-    "fragments backwards": lambda ip: map(ethernet, reversed(fragments(ip))),
-    "fragments, overlapping and again": lambda ip: map(ethernet, overlapping(ip)),
     "fragments in VXLAN": lambda ip: [over(vxlan, 17)(piece) for piece in fragments(ip)],
     "fragmented VXLAN": of_tunnel,
     "two mirror ports": lambda ip: [ethernet(ip), ethernet(ip)],
@@ -216,16 +206,6 @@ def over_tcp(frames, stream, only_sip=False):
         yield from order(parts)
 
 
-def glued(frames):
-    """Consecutive TPKTs of one direction in one segment."""
-    frames = [frame for frame in frames if frame.is_udp or frame.payload]
-    for (source, destination), group in itertools.groupby(frames, lambda frame: (frame.source, frame.destination)):
-        group = list(group)
-        data = b"".join(frame.payload for frame in group)
-        sequence = struct.unpack_from("!I", group[0].data, 38)[0]
-        yield from ([segment(group[0], sequence, data)] if group[0].is_tcp and data else [frame.data for frame in group])
-
-
 OPENER = harness.udp_frame(("10.9.9.9", 5060), ("10.9.9.8", 5999), b"OPTIONS sip:nobody@x SIP/2.0\r\n\r\n").data[14:]
 
 
@@ -255,7 +235,6 @@ class Calls:
             yield name, 1, [data for frame in self.frames for data in wrap(self.packet(frame))]
         for name in STREAMS:
             yield name, 1, list(over_tcp(self.frames, name))
-        yield "several TPKTs in a segment", 1, list(glued(self.frames))
         for link in ("VXLAN", "ERSPAN type III"):
             wrap = WRAPPED[link][1]
             yield f"TCP in fragments in {link}", 1, [
