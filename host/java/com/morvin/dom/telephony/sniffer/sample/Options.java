@@ -32,6 +32,7 @@ final class Options {
         --buffer MB            with --publish: what is kept while the broker is slow or away (default: a quarter of
                                Java's memory)
         --filter EXPRESSION    with --embedded: the capture filter (default: udp or tcp)
+        --set KEY=VALUE        with --embedded: a further setting of the sniffer; may be given several times
         --trace                with --embedded: log decoded H.323 messages
         --out DIRECTORY        where recordings go (default: recordings)
         --until-disconnect     with --tcp: end when the sniffer disconnects
@@ -61,6 +62,7 @@ final class Options {
   long bufferBytes = Runtime.getRuntime().maxMemory() / 4;
   String filter = "udp or tcp";
   boolean trace;
+  final List<String> settings = new ArrayList<>();
   Path out = Path.of("recordings");
   boolean untilDisconnect;
   long idleExitMillis = Long.MAX_VALUE;
@@ -86,6 +88,7 @@ final class Options {
       case "--publish" -> publish = broker(option, value(option, words));
       case "--buffer" -> bufferBytes = (long) number(option, value(option, words), MAX_NUMBER) << 20;
       case "--filter" -> filter = value(option, words);
+      case "--set" -> settings.add(value(option, words));
       case "--trace" -> trace = true;
       case "--out" -> out = path(value(option, words));
       case "--until-disconnect" -> untilDisconnect = true;

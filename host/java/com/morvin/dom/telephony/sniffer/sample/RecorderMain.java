@@ -14,8 +14,11 @@ import java.io.IOException;
 import java.net.BindException;
 import java.time.Clock;
 import java.time.InstantSource;
+import java.util.LinkedHashMap;
+import java.util.Map;
 import java.util.concurrent.CountDownLatch;
 import java.util.concurrent.TimeUnit;
+import java.util.stream.Stream;
 
 /** The sample recorder as a program. */
 public final class RecorderMain {
@@ -100,7 +103,7 @@ public final class RecorderMain {
       }
       for (String devices : options.embedded) {
         if (!service.stopped()) {
-          try (Transport link = EmbeddedTransport.on(devices, options.filter, options.trace, SETTINGS, console)) {
+          try (Transport link = EmbeddedTransport.on(devices, options.filter, options.trace, settings(options), console)) {
             service.run(link);
           }
         }
@@ -109,6 +112,14 @@ public final class RecorderMain {
       service.summarize();
       finished.countDown();
     }
+  }
+
+  /** What the command line sets takes the place of what is here. */
+  private static String settings(Options options) {
+    Map<String, String> byKey = new LinkedHashMap<>();
+    Stream.concat(SETTINGS.lines(), options.settings.stream())
+        .forEach(line -> byKey.put(line.split("=", 2)[0].strip(), line));
+    return String.join("\n", byKey.values());
   }
 
   private static Transport transport(Options options, Console console) throws IOException {

@@ -130,7 +130,13 @@ public final class Recorder implements Service, CallFollower.Listener {
       if (frame.protocol() != Frame.HEARTBEAT || transport.waitsForTraffic()) {
         lastTraffic = now;
       }
-      dispatch(received, time);
+      try {
+        dispatch(received, time);
+      } catch (RuntimeException e) {
+        // Whoever sent this shall not end the recording of all others.
+        countMalformed(1);
+        console.line("a frame between " + frame.source() + " and " + frame.destination() + " cannot be handled: " + e);
+      }
     }
     if (now - lastTick >= TICK_MILLIS || now < lastTick) {
       lastTick = now;
@@ -198,7 +204,7 @@ public final class Recorder implements Service, CallFollower.Listener {
     if (now - lastSave >= SAVE_MILLIS || now < lastSave) {
       lastSave = now;
       long lost = recordings.values().stream().mapToLong(Recording::lost).sum();
-      console.status(summary.status(recordings.size(), lost, now, dropped()) + " | sniffer " + heartbeat.state());
+      console.status(summary.status(recordings.size(), lost, now, dropped()) + " | " + heartbeat.state());
       save(now);
     }
   }

@@ -78,6 +78,6 @@ public final class Heartbeat {
 
   public String state() {
     long silent = pulses.values().stream().filter(pulse -> pulse.silent).count();
-    return transport.sniffers().isEmpty() ? "no sniffer" : silent > 0 ? silent + " SILENT" : "ok";
+    return transport.sniffers().isEmpty() ? "no sniffer" : silent > 0 ? "sniffer SILENT" : "sniffer ok";
   }
 }

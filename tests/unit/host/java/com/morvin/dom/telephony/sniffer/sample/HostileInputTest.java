@@ -119,7 +119,7 @@ final class HostileInputTest {
     FakeSniffer.with(sniffer -> {
       sip(sniffer, A, B, INVITE);
       sip(sniffer, B, A, response("200 OK"));
-      for (int i = 0; i < 9000; i++) {
+      for (int i = 0; i < 6000; i++) {
         String id = "Call-ID: flood-" + i;
         String port = "audio " + (5000 + 2 * i);
         sip(sniffer, B, A, INVITE.replace("Call-ID: 1", id).replace("audio 4000", port));
@@ -130,7 +130,7 @@ final class HostileInputTest {
         sniffer.pass(i == 4500 ? 11_000 : 0);
       }
       that(sniffer.list.contains(FakeSniffer.at("10.0.0.1:4000")), "the answered call is still followed");
-      that(sniffer.list.contains(FakeSniffer.at("10.0.0.1:22998")), "the newest call is followed");
+      that(sniffer.list.contains(FakeSniffer.at("10.0.0.1:16998")), "the newest call is followed");
       that(sniffer.table().isEmpty() && sniffer.files(".csv").size() == 1, "the flood is in the table");
     });
   }
@@ -139,7 +139,7 @@ final class HostileInputTest {
   void testEndlessCall() throws Exception {
     FakeSniffer.with(sniffer -> {
       sip(sniffer, A, B, INVITE);
-      for (int i = 0; i < 20_000; i++) {
+      for (int i = 0; i < 5_000; i++) {
         String media = "m=audio " + (10_000 + 2 * (i % 20_000)) + " RTP/AVP 8\n";
         sip(sniffer, B, A, response(i % 2 == 0 ? "200 OK" : "183 x").replace("1 INVITE", i + " " + "M".repeat(3000) + i));
         sip(sniffer, A, B, INVITE.replace("branch=z", "branch=" + i).replace("tag=a", "tag=" + i)
