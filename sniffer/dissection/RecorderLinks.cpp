@@ -22,13 +22,13 @@ bool shareOneConnection(const RecorderAddresses& recorder) {
 }  // namespace
 
 RecorderLinks::~RecorderLinks() {
-  if (conMedia != nullptr) {
-    conMedia->closeConnection();
-    if (conMedia != EmbeddedConnection::dft()) delete conMedia;
+  if (BaseConnection* media = conMedia) {
+    media->closeConnection();
+    if (media != EmbeddedConnection::dft()) delete media;
   }
-  if (conSig != nullptr) {
-    conSig->closeConnection();
-    delete conSig;
+  if (BaseConnection* signalling = conSig) {
+    signalling->closeConnection();
+    delete signalling;
   }
 }
 
@@ -100,15 +100,15 @@ BaseConnection* RecorderLinks::forFrame(FrameProtocol packetClass, FrameProtocol
   if (packetClass == FrameProtocol::Rtp) return conMedia;
   if (conSig != nullptr && packetClass == FrameProtocol::Sip) return conSig;
   const bool signalling = packetClass == FrameProtocol::Sip || packetClass == FrameProtocol::H323;
-  return signalling || protocol == FrameProtocol::Heartbeat ? conMedia : nullptr;
+  return signalling || protocol == FrameProtocol::Heartbeat ? conMedia.load() : nullptr;
 }
 
 void RecorderLinks::interrupt() {
-  if (conMedia != nullptr) conMedia->interrupt();
-  if (conSig != nullptr) conSig->interrupt();
+  if (BaseConnection* media = conMedia) media->interrupt();
+  if (BaseConnection* signalling = conSig) signalling->interrupt();
 }
 
 void RecorderLinks::close() {
-  if (conSig != nullptr) conSig->closeConnection();
-  if (conMedia != nullptr) conMedia->closeConnection();
+  if (BaseConnection* signalling = conSig) signalling->closeConnection();
+  if (BaseConnection* media = conMedia) media->closeConnection();
 }

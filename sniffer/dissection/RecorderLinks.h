@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <memory>
 
 #include "BaseConnection.h"
@@ -62,6 +63,7 @@ class RecorderLinks {
   void makeUdp(const RecorderAddresses& recorder, const Manner& manner);
   void makeTcp(const RecorderAddresses& recorder, const Manner& manner);
 
-  BaseConnection* conMedia = nullptr;  ///< owned, unless it is the shared embedded connection
-  BaseConnection* conSig = nullptr;    ///< owned; null when signalling shares the media connection
+  // Atomic, since a stop may come while they are being made.
+  std::atomic<BaseConnection*> conMedia = nullptr;  ///< owned, unless it is the shared embedded connection
+  std::atomic<BaseConnection*> conSig = nullptr;    ///< owned; null when signalling shares the media connection
 };
