@@ -7,6 +7,7 @@
 #include <sys/ioctl.h>
 
 #include "BenchRecorders.h"
+#include "EmbeddedConnection.h"
 #include "Loopback.h"
 #include "TcpConnection.h"
 #include "UdpConnection.h"
@@ -139,23 +140,43 @@ void forwardOverUdp(benchmark::State& state) {
 }
 BENCHMARK(forwardOverUdp)->UseManualTime();
 
+/// The seconds that copies of the frames of a round take.
+double copyRound(const std::vector<Bytes>& frames) {
+  Bytes buffer(frames[0].size());
+  return bareRound(frames, [&](const Bytes& frame) {
+    std::copy(frame.begin(), frame.end(), buffer.begin());
+    benchmark::DoNotOptimize(buffer.data());
+    benchmark::ClobberMemory();
+  });
+}
+
 /// Without a socket, beside a copy of the frame to a buffer: what everything but the send costs.
 void forwardToNowhere(benchmark::State& state) {
   const Bytes captured = kRtp.build();
   const auto dissector = quietDissector(100, std::make_unique<DiscardingConnection>());
   const std::vector<Bytes> frames = framesOfRound();
-  Bytes buffer(captured.size());
   compare(
-      state, captured,
-      [&] {
-        return bareRound(frames, [&](const Bytes& frame) {
-          std::copy(frame.begin(), frame.end(), buffer.begin());
-          benchmark::DoNotOptimize(buffer.data());
-          benchmark::ClobberMemory();
-        });
-      },
-      [&] { return forwardRound(*dissector, captured); });
+      state, captured, [&] { return copyRound(frames); }, [&] { return forwardRound(*dissector, captured); });
 }
 BENCHMARK(forwardToNowhere)->UseManualTime();
+
+/// To the queue of a host in this process, which fetches between the rounds; beside a copy of the frame.
+void forwardToHost(benchmark::State& state) {
+  const Bytes captured = kRtp.build();
+  auto connection = std::make_unique<EmbeddedConnection>();
+  EmbeddedConnection& host = *connection;
+  const auto dissector = quietDissector(100, std::move(connection));
+  const std::vector<Bytes> frames = framesOfRound();
+  Bytes buffer(captured.size());
+  compare(
+      state, captured, [&] { return copyRound(frames); },
+      [&] {
+        const double seconds = forwardRound(*dissector, captured);
+        while (host.receivePacket(reinterpret_cast<char*>(buffer.data())) > 0) {
+        }
+        return seconds;
+      });
+}
+BENCHMARK(forwardToHost)->UseManualTime();
 
 }  // namespace
