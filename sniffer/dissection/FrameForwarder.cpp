@@ -90,34 +90,24 @@ void FrameForwarder::prepare(std::size_t from) {
 }
 
 std::size_t FrameForwarder::settle(std::size_t from, std::size_t dealtWith) {
+  std::uint64_t sip = 0, h323 = 0, rtp = 0;
   for (std::size_t i = 0; i < dealtWith; ++i) {
     const OutgoingFrame& frame = outgoing[i];
     const bool sent = frame.sent == frame.length;
-    if (FrameHeader::protocolOf(frame.bytes) != FrameProtocol::CaptureTime) {
-      account(group[from++], sent);
-    } else if (!sent) {
-      // The frame that it announces is lost with it: alone it would be taken for a timely one.
-      account(group[from++], false);
+    if (sent && FrameHeader::protocolOf(frame.bytes) == FrameProtocol::CaptureTime) continue;
+    // With the frame that tells its time a frame is lost as well: alone it would be taken for a timely one.
+    const Entry& entry = group[from++];
+    if (!sent) {
+      if (!linkLost || !keep(entry)) statistics.notSent.add();
+    } else {
+      ++(entry.protocol == FrameProtocol::Sip ? sip : entry.protocol == FrameProtocol::H323 ? h323 : rtp);
     }
   }
+  // Once for all: a locked addition for each frame would be a tenth of its cost.
+  if (sip != 0) statistics.sipForwarded.add(sip);
+  if (h323 != 0) statistics.h323Forwarded.add(h323);
+  if (rtp != 0) statistics.rtpForwarded.add(rtp);
   return from;
-}
-
-void FrameForwarder::account(const Entry& entry, bool sent) {
-  if (!sent) {
-    if (!linkLost || !keep(entry)) statistics.notSent.add();
-    return;
-  }
-  switch (entry.protocol) {
-    case FrameProtocol::Sip:
-      statistics.sipForwarded.add();
-      break;
-    case FrameProtocol::H323:
-      statistics.h323Forwarded.add();
-      break;
-    default:
-      statistics.rtpForwarded.add();
-  }
 }
 
 bool FrameForwarder::keep(const Entry& entry) {

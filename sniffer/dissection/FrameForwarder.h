@@ -57,7 +57,6 @@ class FrameForwarder {
   void prepare(std::size_t from);
   std::size_t settle(std::size_t from, std::size_t dealtWith);
   void judgeAnew(std::size_t from);
-  void account(const Entry& entry, bool sent);
   bool keep(const Entry& entry);
   std::optional<KeptFrame> nextMissed();
   bool flushMissed();
