@@ -29,7 +29,12 @@ class Loopback {
     setsockopt(sd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
     sockaddr_in address = at(port, host);
     EXPECT_EQ(bind(sd, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
-    if (type == SOCK_STREAM) listen(sd, backlog);
+    if (type != SOCK_STREAM) return;
+    // As on Ethernet. The loopback's own segments are as large as a receive buffer, so that a full one opens only when a
+    // timer of the kernel's probes it.
+    const int segment = 1448;
+    setsockopt(sd, IPPROTO_TCP, TCP_MAXSEG, &segment, sizeof segment);
+    listen(sd, backlog);
   }
   Loopback(Loopback&& other) noexcept : sd(std::exchange(other.sd, -1)) {}
   Loopback& operator=(Loopback&& other) noexcept {
