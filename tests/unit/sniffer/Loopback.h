@@ -29,12 +29,7 @@ class Loopback {
     setsockopt(sd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
     sockaddr_in address = at(port, host);
     EXPECT_EQ(bind(sd, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
-    if (type != SOCK_STREAM) return;
-    // As on Ethernet. The loopback's own segments are as large as a receive buffer, so that a full one opens only when a
-    // timer of the kernel's probes it.
-    const int segment = 1448;
-    setsockopt(sd, IPPROTO_TCP, TCP_MAXSEG, &segment, sizeof segment);
-    listen(sd, backlog);
+    if (type == SOCK_STREAM) listen(sd, backlog);
   }
   Loopback(Loopback&& other) noexcept : sd(std::exchange(other.sd, -1)) {}
   Loopback& operator=(Loopback&& other) noexcept {
@@ -56,6 +51,13 @@ class Loopback {
     socklen_t length = sizeof address;
     getsockname(sd, reinterpret_cast<sockaddr*>(&address), &length);
     return ntohs(address.sin_port);
+  }
+
+  /// Segments as on Ethernet, for connections that are accepted from now on. The loopback's own are as large as a
+  /// receive buffer, so that a full one opens only when a timer of the kernel's probes it.
+  void limitSegments() const {
+    const int size = 1448;
+    setsockopt(sd, IPPROTO_TCP, TCP_MAXSEG, &size, sizeof size);
   }
 
   Loopback accept() const { return Loopback(::accept(sd, nullptr, nullptr)); }

@@ -44,6 +44,7 @@ constexpr const char* kHost = "127.0.0.1";
 class Tcp : public testing::Test {
  protected:
   Tcp() {
+    listener.limitSegments();
     connection.setObserver(&dissector.getLinkObserver());
     log.take();
   }
