@@ -105,7 +105,8 @@ TEST(Dissector, TheListIsSafeAgainstItsReaders) {
 
 /// The engine on a thread of its own, without devices: only the queue, the consumer and a recorder in the test.
 struct Consumer {
-  Consumer() {
+  explicit Consumer(bool embedded = false) {
+    engine.setEmbedded(embedded);
     dissector->setSniffer(&engine);
     dissector->setConnections(std::make_unique<RecordingConnection>(media), nullptr);
     thread = std::thread([this] { engine.startSniffing(); });
@@ -160,9 +161,8 @@ TEST(Queue, HandsOverEveryPacketOfEveryProducerInOrder) {
 TEST(Queue, OnlyTheEmbeddedConsumerTakesCommands) {
   const TestLog log;
   for (const bool embedded : {false, true}) {
-    Consumer consumer;
+    Consumer consumer(embedded);
     consumer.media.commands = {{1, 5, 5}};
-    consumer.engine.setEmbedded(embedded);
     produce(*consumer.dissector, Frame{}.build());
     EXPECT_TRUE(eventually([&] { return consumer.dissector->isIdle(); }));
     consumer.stop();
