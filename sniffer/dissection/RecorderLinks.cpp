@@ -21,12 +21,12 @@ bool shareOneConnection(const RecorderAddresses& recorder) {
 
 }  // namespace
 
-RecorderLinks::~RecorderLinks() {
-  if (BaseConnection* media = conMedia) {
+void RecorderLinks::release() {
+  if (BaseConnection* media = conMedia.exchange(nullptr)) {
     media->closeConnection();
     if (media != EmbeddedConnection::dft()) delete media;
   }
-  if (BaseConnection* signalling = conSig) {
+  if (BaseConnection* signalling = conSig.exchange(nullptr)) {
     signalling->closeConnection();
     delete signalling;
   }

@@ -22,7 +22,7 @@ class TcpConnection;
 class RecorderLinks {
  public:
   RecorderLinks() = default;
-  ~RecorderLinks();
+  ~RecorderLinks() { release(); }
   RecorderLinks(const RecorderLinks&) = delete;
   RecorderLinks& operator=(const RecorderLinks&) = delete;
 
@@ -46,6 +46,9 @@ class RecorderLinks {
 
   /// From now on nothing waits in a connection. Any thread.
   void interrupt();
+
+  /// Closes both and lets go of them.
+  void release();
 
   /// Closes both and keeps the objects.
   void close();

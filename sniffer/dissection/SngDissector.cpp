@@ -58,7 +58,7 @@ SngDissector::SngDissector() {
 SngDissector::~SngDissector() {
   links.interrupt();
   commands.stop();
-  closeConnection();
+  links.release();
   removeAllRtp();
   clearQueue();
   dissector = nullptr;

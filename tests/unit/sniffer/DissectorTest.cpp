@@ -74,6 +74,7 @@ TEST(Dissector, TheSecondDestroysTheFirst) {
     const SngDissector second;
     EXPECT_EQ(SngDissector::dft(), &second);
     EXPECT_EQ(media.destroyed, 1);
+    EXPECT_EQ(media.closed + signalling.closed, 4) << "on request, and once when it is released";
     EXPECT_EQ(signalling.destroyed, 1);
     EXPECT_TRUE(log.contains("DEBUG Dissector packet queue cleared. 2 packets dumped."));
   }
