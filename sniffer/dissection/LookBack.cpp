@@ -150,11 +150,3 @@ void LookBack::expire() {
   while (!blocks.empty() && isOver()) dropOldestBlock(statistics.udpDropped);
   if (blocks.empty()) newest.clear();
 }
-
-void LookBack::clear() {
-  while (!blocks.empty()) dropOldestBlock(statistics.udpDropped);
-  while (!signalling.empty()) {
-    statistics.queueDiscarded.add();
-    popSignalling();
-  }
-}

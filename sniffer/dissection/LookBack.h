@@ -54,9 +54,6 @@ class LookBack {
   /// Lets go what is too old. To be called now and then.
   void expire();
 
-  /// Everything has been kept for nothing.
-  void clear();
-
  private:
   /// Its frame stands behind it. Linked backwards, so that nothing points at a record that is let go but records that
   /// are younger, which know its number: the oldest block goes without a look at what is in it.

@@ -21,7 +21,7 @@ class CommandLine(TestCase):
 
     def test_help_and_version(self):
         options = "-c FILE.*-l FILE.*-d DEVICES.*-f FILTER.*-h HOST.*-p PORT"
-        for option, expected in (("--help", options), ("--version", r"^sniffer \d+\.\d+\.\d+$")):
+        for option, expected in (("--help", options), ("--version", r"^sniffer \d+\.\d+\.\d+$"), ("--settings", "LookBackMemory .*default 64")):
             status, output, errors = self.run_to_end(option)
             self.assertEqual((status, errors), (0, ""))
             self.assertRegex(output, f"(?s){expected}")

@@ -149,7 +149,7 @@ TEST_F(Evidence, MemoryAndTimeOfTheLookBackAreBounded) {
   settings.lookBack = 60'000;
   settings.lookBackMemory = 1;
   start(settings);
-  for (int i = 0; i < 3000; ++i) capture(Bytes(1000, 0x80), static_cast<uint16_t>(i % 7));
+  for (int i = 0; i < 3000; ++i) capture(Bytes(1000, 0x80), static_cast<uint16_t>(i));
   settle();
   EXPECT_GT(dissector->getStatistics().lookBackOverflow, 1500U);
   EXPECT_GT(dissector->getStatistics().lookBackWaiting, 700U);
@@ -165,6 +165,14 @@ TEST_F(Evidence, MemoryAndTimeOfTheLookBackAreBounded) {
     return dissector->getStatistics().udpDropped == before + 1;
   }));
   EXPECT_TRUE(brief.recallMedia({kPhone, 5000}).empty());
+  const auto overflow = dissector->getStatistics().lookBackOverflow.load();
+  Bytes message = forwarded(1, Frame{}, Bytes(1000, 'S'));
+  for (int i = 0; i < 1000; ++i) brief.keepSignalling({{}, message});
+  EXPECT_GT(dissector->getStatistics().lookBackOverflow, overflow + 400);
+  EXPECT_TRUE(eventually([&] {
+    brief.expire();
+    return !brief.hasSignalling();
+  }));
 }
 
 TEST_F(Evidence, ALostRecorderGetsTheSignallingItMissedAndTheMediaWhenItAsksAgain) {
