@@ -85,8 +85,11 @@ TEST(SnifferConfigGetters, HaveTheirDefaultsAndTheirTextsStay) {
           SnifferConfig config(fileOf(text));
           const char* const kept = config.getServerName();
           for (int i = 0; i < 1000; ++i) Config::dft()->getProperty(std::to_string(i));
-          const bool ok = config.getLogLevel() == std::string(level) && config.getTraceSignalling() == trace &&
-                          config.getServerPort() == port && kept == std::string(name);
+          const std::string unused =
+              std::string(config.getTransport()) + config.getProtocolList() + config.getPortList();
+          const bool ok = unused.empty() && config.getLogLevel() == std::string(level) &&
+                          config.getTraceSignalling() == trace && config.getServerPort() == port &&
+                          kept == std::string(name);
           std::exit(ok ? 0 : 1);
         },
         testing::ExitedWithCode(0), message)
