@@ -11,6 +11,8 @@
 
 #include "Diagnosis.h"
 
+using namespace voip;
+
 namespace {
 
 constexpr int kWillNotDo = 1;

@@ -12,6 +12,8 @@
 #include <iostream>
 #include <string>
 
+using namespace voip;
+
 namespace {
 
 constexpr const char* kAllDevices = "any";  // libpcap's own

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Sniffer.h"
+#include "capture/Sniffer.h"
 
 /// Tells on standard error why devices of a set-up engine could not be opened and what to do: which capability is
 /// missing and how to give it, or which devices there are.

@@ -7,6 +7,8 @@
 #include <string_view>
 #include <utility>
 
+using namespace voip;
+
 namespace {
 
 constexpr std::string_view kErase = "\r\x1b[K";

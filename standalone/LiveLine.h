@@ -9,7 +9,7 @@
 #include <mutex>
 #include <string>
 
-#include "Sniffer.h"
+#include "capture/Sniffer.h"
 
 /// One line at the bottom of a terminal that tells how things stand: frames a second in and out, what is lost and
 /// waits, the recorder. It makes room for lines of the log. Does nothing when standard output is no terminal.

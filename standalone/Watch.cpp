@@ -7,6 +7,8 @@
 
 #include "LiveLine.h"
 
+using namespace voip;
+
 namespace {
 
 using Clock = std::chrono::steady_clock;

@@ -5,7 +5,7 @@
 #include <atomic>
 #include <thread>
 
-#include "Sniffer.h"
+#include "capture/Sniffer.h"
 
 /// Takes the signals of the program: SIGINT and SIGTERM end it, SIGUSR2 logs the statistics. Tells them when they are
 /// due, too, and ends the engine when there is nothing more to capture.

@@ -10,10 +10,12 @@
 #include "Arguments.h"
 #include "Check.h"
 #include "Diagnosis.h"
-#include "Logging.h"
-#include "SettingsReader.h"
-#include "Sniffer.h"
+#include "settings/Logging.h"
+#include "settings/SettingsReader.h"
+#include "capture/Sniffer.h"
 #include "Watch.h"
+
+using namespace voip;
 
 namespace {
 

@@ -10,10 +10,10 @@
 #include <vector>
 
 #include "Allocations.h"
-#include "H225.h"
-#include "H245.h"
-#include "Q931.h"
-#include "Segments.h"
+#include "h323/messages/H225.h"
+#include "h323/messages/H245.h"
+#include "h323/messages/Q931.h"
+#include "support/Segments.h"
 
 namespace {
 

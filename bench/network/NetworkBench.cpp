@@ -2,10 +2,13 @@
 
 #include <benchmark/benchmark.h>
 
+#include <chrono>
 #include <cstring>
 #include <random>
 
-#include "Packets.h"
+#include "support/Packets.h"
+
+using namespace voip;
 
 namespace {
 
@@ -13,27 +16,34 @@ constexpr int kPackets = 4096;
 constexpr std::int64_t kApart = 10;  // microseconds: 100,000 frames a second
 
 struct NullSink final : NetworkSink {
-  void takePacket(std::span<std::uint8_t> frame, std::size_t, bool) override { benchmark::DoNotOptimize(frame.data()); }
-  void takeSipMessage(const StreamEnds&, std::span<const std::uint8_t> message) override {
+  void takeDatagram(const Datagram& datagram) override { benchmark::DoNotOptimize(datagram.payload.data()); }
+  void takeSegment(const Segment& segment) override { benchmark::DoNotOptimize(segment.payload.data()); }
+  void takeSipMessage(const FlowEnds&, std::span<const std::uint8_t> message) override {
     benchmark::DoNotOptimize(message.data());
   }
-  void takeTpkt(const StreamEnds&, std::span<const std::uint8_t> tpkt) override {
+  void takeTpkt(const FlowEnds&, std::span<const std::uint8_t> tpkt) override {
     benchmark::DoNotOptimize(tpkt.data());
   }
+  void refuseMessage(const FlowEnds&, std::uint64_t) override {}
+  void refuseHeader(const sniff_ip&) override {}
+  void refuseProtocol(const sniff_ip&) override {}
+  void refuseTcpHeader(int) override {}
+  void count(NetworkCount) override { ++counted; }
+
+  std::uint64_t counted = 0;
 };
 
 /// Takes `frames` again and again, `changes(frame, n)` before the n-th, and prints the ratio to copying them.
 template <class Change>
-void run(benchmark::State& state, const Settings& settings, std::vector<Bytes> frames, Change change) {
-  Statistics statistics;
+void run(benchmark::State& state, const NetworkOptions& options, std::vector<Bytes> frames, Change change) {
   NullSink sink;
-  NetworkStack stack(settings, sink, statistics);
-  for (Bytes& frame : frames) frame.resize(frame.size() + FragmentReassembler::kSlack);
+  NetworkStack stack(options, sink);
+  for (Bytes& frame : frames) frame.resize(frame.size() + kFrameSlack);
   std::uint64_t n = 0;
   const auto next = [&]() -> std::span<std::uint8_t> {
     Bytes& frame = frames[n % frames.size()];
     change(frame, n++);
-    return std::span(frame).first(frame.size() - FragmentReassembler::kSlack);
+    return std::span(frame).first(frame.size() - kFrameSlack);
   };
   Bytes copy(65536);
   const auto timed = [&](auto&& work) {
@@ -55,10 +65,10 @@ void run(benchmark::State& state, const Settings& settings, std::vector<Bytes> f
   state.counters["ratio_to_copy"] = each / copying;
 }
 
-Settings with(bool Settings::*setting) {
-  Settings settings;
-  settings.*setting = true;
-  return settings;
+NetworkOptions with(bool NetworkOptions::*option) {
+  NetworkOptions options;
+  options.*option = true;
+  return options;
 }
 
 /// RTP of a thousand streams, numbered by the sender or not.
@@ -84,7 +94,7 @@ void nothing(benchmark::State& state) {
 BENCHMARK(nothing);
 
 void duplicates(benchmark::State& state, bool numbered) {
-  run(state, with(&Settings::dropDuplicates), media(numbered), setSequence);
+  run(state, with(&NetworkOptions::dropDuplicates), media(numbered), setSequence);
 }
 void duplicatesNumbered(benchmark::State& state) {
   duplicates(state, true);
@@ -96,7 +106,7 @@ void duplicatesNotNumbered(benchmark::State& state) {
 BENCHMARK(duplicatesNotNumbered);
 
 void decapsulatePlain(benchmark::State& state) {
-  run(state, with(&Settings::decapsulate), media(true), [](Bytes&, std::uint64_t) {});
+  run(state, with(&NetworkOptions::decapsulate), media(true), [](Bytes&, std::uint64_t) {});
 }
 BENCHMARK(decapsulatePlain);
 
@@ -104,7 +114,7 @@ void decapsulateVxlan(benchmark::State& state) {
   const auto wrap = [](const Bytes& packet) {
     return Ip{}(udp(4789, number(8, 1) + zeros(7) + ethernet(0x0800, packet)));
   };
-  run(state, with(&Settings::decapsulate), media(true, wrap), [](Bytes&, std::uint64_t) {});
+  run(state, with(&NetworkOptions::decapsulate), media(true, wrap), [](Bytes&, std::uint64_t) {});
 }
 BENCHMARK(decapsulateVxlan);
 
@@ -122,7 +132,7 @@ void neither(benchmark::State& state, bool seenFromStart) {
   }
   std::shuffle(frames.begin(), frames.end(), random);
   const auto count = frames.size();
-  run(state, with(&Settings::reassembleTcp), std::move(frames), [&](Bytes& frame, std::uint64_t n) {
+  run(state, with(&NetworkOptions::reassembleTcp), std::move(frames), [&](Bytes& frame, std::uint64_t n) {
     // The first round of each opens its stream.
     frame[47] = seenFromStart && n < count ? 0x02 : 0x10;
   });
@@ -139,7 +149,7 @@ BENCHMARK(neitherFromTheMiddle)->Arg(100)->Arg(1000)->Arg(20000);
 void sipOverTcp(benchmark::State& state) {
   const Bytes message =
       text("OPTIONS sip:a@b SIP/2.0\r\nVia: SIP/2.0/TCP x\r\nContent-Length: 600\r\n\r\n") + zeros(600);
-  run(state, with(&Settings::reassembleTcp), {ethernet(0x0800, Ip{.protocol = 6}(tcp(1, message)))},
+  run(state, with(&NetworkOptions::reassembleTcp), {ethernet(0x0800, Ip{.protocol = 6}(tcp(1, message)))},
       [&](Bytes& frame, std::uint64_t n) {
         const Bytes sequence = number(n * message.size(), 4);
         std::copy(sequence.begin(), sequence.end(), frame.begin() + 38);
@@ -152,7 +162,7 @@ void twoFragments(benchmark::State& state) {
   for (int part = 0; part < 2; ++part) {
     frames.push_back(ethernet(0x0800, Ip{.fragment = part == 0 ? 0x2000 : 100}(zeros(800))));
   }
-  run(state, with(&Settings::reassembleFragments), frames, [](Bytes&, std::uint64_t) {});
+  run(state, with(&NetworkOptions::reassembleFragments), frames, [](Bytes&, std::uint64_t) {});
 }
 BENCHMARK(twoFragments);
 

@@ -3,9 +3,9 @@
 
 #include <cstdint>
 
-#include "H225.h"
-#include "H245.h"
-#include "Q931.h"
+#include "h323/messages/H225.h"
+#include "h323/messages/H245.h"
+#include "h323/messages/Q931.h"
 
 namespace {
 

@@ -2,10 +2,14 @@
 // first octet of each tells its link type (3 bits) and by which power of two of microseconds time has gone on (5 bits).
 // Each stands in memory of its own, so that no byte beside it is read unnoticed. Every frame has to be in one figure.
 
+#include <log4cxx/logger.h>
 #include <cstdlib>
 #include <memory>
 
-#include "Split.h"
+#include "support/Frames.h"
+#include "support/Split.h"
+
+using namespace voip;
 
 namespace {
 

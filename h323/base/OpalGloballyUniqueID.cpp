@@ -1,4 +1,4 @@
-#include "OpalGloballyUniqueID.h"
+#include "h323/base/OpalGloballyUniqueID.h"
 
 #include <algorithm>
 

@@ -3,8 +3,8 @@
 #include <array>
 #include <cstdint>
 
-#include "PBYTEArray.h"
-#include "PString.h"
+#include "h323/base/PBYTEArray.h"
+#include "h323/base/PString.h"
 
 // A globally unique identifier: the name of a call or of a conference.
 class OpalGloballyUniqueID {

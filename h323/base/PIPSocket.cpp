@@ -1,4 +1,4 @@
-#include "PIPSocket.h"
+#include "h323/base/PIPSocket.h"
 
 #include <algorithm>
 #include <cstring>

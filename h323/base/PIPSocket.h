@@ -4,8 +4,8 @@
 #include <cstdint>
 #include <ostream>
 
-#include "PBYTEArray.h"
-#include "PString.h"
+#include "h323/base/PBYTEArray.h"
+#include "h323/base/PString.h"
 
 class PIPSocket {
  public:

@@ -1,4 +1,4 @@
-#include "PString.h"
+#include "h323/base/PString.h"
 
 #include <cctype>
 

@@ -3,7 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "Schema.h"
+#include "h323/schema/Schema.h"
 
 namespace asn1 {
 

@@ -1,4 +1,4 @@
-#include "PERDecoder.h"
+#include "h323/decoder/PERDecoder.h"
 
 #include <algorithm>
 #include <bit>

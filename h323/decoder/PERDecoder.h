@@ -1,7 +1,7 @@
 #pragma once
 
-#include "Arena.h"
-#include "PPER_Stream.h"
+#include "h323/decoder/Arena.h"
+#include "h323/decoder/PPER_Stream.h"
 
 namespace asn1 {
 

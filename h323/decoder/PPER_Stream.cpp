@@ -1,4 +1,4 @@
-#include "PPER_Stream.h"
+#include "h323/decoder/PPER_Stream.h"
 
 uint64_t PPER_Stream::octetNumber(size_t count) {
   align();

@@ -6,8 +6,8 @@
 #include <cstdint>
 #include <cstring>
 
-#include "Effort.h"
-#include "PBYTEArray.h"
+#include "h323/decoder/Effort.h"
+#include "h323/base/PBYTEArray.h"
 
 // Reads the aligned variant of the basic packed encoding rules (X.691, July 2002) bit by bit from octets that somebody
 // else owns.

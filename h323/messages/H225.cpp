@@ -1,8 +1,8 @@
-#include "H225.h"
+#include "h323/messages/H225.h"
 
 #include <arpa/inet.h>
 
-#include "PIPSocket.h"
+#include "h323/base/PIPSocket.h"
 
 namespace h225 = asn1::h225;
 using asn1::indexOf;

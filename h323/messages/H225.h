@@ -2,9 +2,9 @@
 
 #include <optional>
 
-#include "H225Schema.h"
-#include "PASN.h"
-#include "PString.h"
+#include "h323/schema/H225Schema.h"
+#include "h323/messages/PASN.h"
+#include "h323/base/PString.h"
 
 // The parts of H.225.0 call signalling that name a call, its parties and its media. A class stands for the ASN.1 type
 // of its name; its operations are named by the components of the type, and those that may be missing (components of an

@@ -1,4 +1,4 @@
-#include "H245.h"
+#include "h323/messages/H245.h"
 
 unsigned H245_AudioCapability::integer() const {
   const asn1::Value& value = chosen();

@@ -1,6 +1,6 @@
-#include "PASN.h"
+#include "h323/messages/PASN.h"
 
-#include "Printing.h"
+#include "h323/messages/Printing.h"
 
 std::ostream& operator<<(std::ostream& stream, const PASN_Object& object) {
   asn1::print(stream, *object.value_, asn1::kRootIndent);

@@ -8,11 +8,11 @@
 #include <ostream>
 #include <type_traits>
 
-#include "Arena.h"
-#include "PBYTEArray.h"
-#include "PERDecoder.h"
-#include "PPER_Stream.h"
-#include "PString.h"
+#include "h323/decoder/Arena.h"
+#include "h323/base/PBYTEArray.h"
+#include "h323/decoder/PERDecoder.h"
+#include "h323/decoder/PPER_Stream.h"
+#include "h323/base/PString.h"
 
 namespace asn1 {
 

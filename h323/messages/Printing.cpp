@@ -1,4 +1,4 @@
-#include "Printing.h"
+#include "h323/messages/Printing.h"
 
 #include <algorithm>
 #include <string>

@@ -3,8 +3,8 @@
 #include <ostream>
 #include <string>
 
-#include "Arena.h"
-#include "PBYTEArray.h"
+#include "h323/decoder/Arena.h"
+#include "h323/base/PBYTEArray.h"
 
 namespace asn1 {
 

@@ -1,9 +1,9 @@
-#include "Q931.h"
+#include "h323/messages/Q931.h"
 
 #include <iterator>
 #include <string>
 
-#include "Printing.h"
+#include "h323/messages/Printing.h"
 
 namespace {
 

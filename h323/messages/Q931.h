@@ -4,8 +4,8 @@
 #include <bitset>
 #include <ostream>
 
-#include "PBYTEArray.h"
-#include "PString.h"
+#include "h323/base/PBYTEArray.h"
+#include "h323/base/PString.h"
 
 // A Q.931 message as H.225.0 uses it for call signalling.
 //

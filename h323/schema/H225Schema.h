@@ -1,8 +1,8 @@
 #pragma once
 
-#include "H235Schema.h"
-#include "H245Schema.h"
-#include "Schema.h"
+#include "h323/schema/H235Schema.h"
+#include "h323/schema/H245Schema.h"
+#include "h323/schema/Schema.h"
 
 // H.225.0 version 8: everything that an H323-UserInformation reaches.
 namespace asn1::h225 {

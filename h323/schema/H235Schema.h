@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Schema.h"
+#include "h323/schema/Schema.h"
 
 // H.235: the security tokens that H.225.0 call signalling carries.
 namespace asn1::h235 {

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Schema.h"
+#include "h323/schema/Schema.h"
 
 // H.245 version 17: everything that a MultimediaSystemControlMessage reaches.
 namespace asn1::h245 {

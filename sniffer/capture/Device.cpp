@@ -1,21 +1,19 @@
-#include "Device.h"
+#include "capture/Device.h"
 
-#include <log4cxx/logger.h>
 
 #include <chrono>
 #include <utility>
 
-#include "LinkLayer.h"
+#include "network/LinkLayer.h"
+#include "base/Logger.h"
+
+namespace voip {
 
 namespace {
 
 constexpr std::string_view kFilePrefix = "file:";
 constexpr std::chrono::seconds kRetryInterval(1);
 
-log4cxx::LoggerPtr logger() {
-  static const log4cxx::LoggerPtr one = log4cxx::Logger::getLogger("SnifferClient");
-  return one;
-}
 
 /// The link layer if it is one that is not understood, else empty.
 std::string strangeLinkLayer(pcap_t* handle) {
@@ -164,7 +162,7 @@ bool Device::awaitReturn() {
     release();
     if (stopped) return false;
   }
-  if (wasThere) logger()->warn("Device " + name + " is gone (" + error + "), it is tried again every second");
+  if (wasThere) logger().warn("Device " + name + " is gone (" + error + "), it is tried again every second");
   for (;;) {
     {
       std::unique_lock guard(lock);
@@ -172,7 +170,7 @@ bool Device::awaitReturn() {
     }
     if (takeAgain()) break;
   }
-  logger()->info("Device " + name + " is there and is captured");
+  logger().info("Device " + name + " is there and is captured");
   return true;
 }
 
@@ -213,3 +211,5 @@ DeviceStatistics Device::getStatistics(std::string& reason) {
   }
   return {name, isUp, received.total, droppedByKernel.total, droppedByInterface.total};
 }
+
+}  // namespace voip

@@ -9,9 +9,11 @@
 #include <string>
 #include <string_view>
 
-#include "PrometheusText.h"
-#include "ReplayPace.h"
-#include "Statistics.h"
+#include "statistics/PrometheusText.h"
+#include "capture/ReplayPace.h"
+#include "statistics/Statistics.h"
+
+namespace voip {
 
 /// The path in a device name "file:PATH", which is replayed, or nothing when it names a network device.
 std::optional<std::string_view> captureFilePath(std::string_view deviceName);
@@ -98,3 +100,5 @@ class Device {
   // Guarded by `lock`. libpcap counts from 0 for each handle.
   CarriedCounter received, droppedByKernel, droppedByInterface;
 };
+
+}  // namespace voip

@@ -1,8 +1,10 @@
-#include "ReplayPace.h"
+#include "capture/ReplayPace.h"
 
 #include <algorithm>
 #include <cstdlib>
 #include <string_view>
+
+namespace voip {
 
 namespace {
 
@@ -43,3 +45,5 @@ void ReplayPace::stop() {
   }
   stopSignal.notify_all();
 }
+
+}  // namespace voip

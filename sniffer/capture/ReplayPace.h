@@ -8,6 +8,8 @@
 #include <mutex>
 #include <optional>
 
+namespace voip {
+
 /// Lets the frames of one capture file pass at the distance of their time stamps, counted from the first.
 ///
 /// The environment variable SNIFFER_REPLAY_PACE=full, for tests and measurements, lets them pass at once.
@@ -36,3 +38,5 @@ class ReplayPace {
   bool stopped = false;
   std::atomic<unsigned long> passed = 0;
 };
+
+}  // namespace voip

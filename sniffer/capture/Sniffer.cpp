@@ -1,4 +1,4 @@
-#include "Sniffer.h"
+#include "capture/Sniffer.h"
 
 #include <getopt.h>
 #include <signal.h>
@@ -12,10 +12,13 @@
 #include <utility>
 #include <vector>
 
-#include "Logging.h"
-#include "PrometheusText.h"
-#include "SngDissector.h"
-#include "StringTokenizer.h"
+#include "settings/Logging.h"
+#include "statistics/PrometheusText.h"
+#include "dissection/SngDissector.h"
+#include "settings/StringTokenizer.h"
+#include "base/Logger.h"
+
+using namespace voip;
 
 namespace {
 
@@ -52,7 +55,6 @@ std::atomic<bool> Sniffer::endMain = false;
 std::atomic<bool> Sniffer::breaking = false;
 std::atomic<int> Sniffer::atWork = 0;
 thread_local const Device* Sniffer::source = nullptr;
-log4cxx::LoggerPtr Sniffer::logger = log4cxx::Logger::getLogger("SnifferClient");
 
 Sniffer::Sniffer() {
   count = -1;
@@ -87,12 +89,12 @@ int Sniffer::setDevice(const char* devices) {
 
 bool Sniffer::addDevice(const std::string& name) {
   if (deviceCount == kMaxDevices) {
-    logger->error("Device " + name + " is left out: at most " + std::to_string(kMaxDevices) + " devices are captured");
+    logger().error("Device " + name + " is left out: at most " + std::to_string(kMaxDevices) + " devices are captured");
     return false;
   }
   if (name.size() >= kDeviceNameSize) {
     if (!captureFilePath(name)) {
-      logger->error("Device " + name + " is left out: a device name has at most " +
+      logger().error("Device " + name + " is left out: a device name has at most " +
                     std::to_string(kDeviceNameSize - 1) + " characters");
       return false;
     }
@@ -121,13 +123,13 @@ int Sniffer::configure(int argc, char** argv) {
         serverPortMedia = std::atoi(optarg);
         break;
       default:
-        logger->error("Invalid argument " + std::to_string(option));
-        logger->error(kCommandLineUsage);
+        logger().error("Invalid argument " + std::to_string(option));
+        logger().error(kCommandLineUsage);
     }
   }
   if (devices == nullptr) devices = defaultDevice(errbuf);
   if (devices == nullptr) {
-    logger->error(std::string("Couldn't find default device=") + errbuf);
+    logger().error(std::string("Couldn't find default device=") + errbuf);
     return 1;
   }
   setDevice(devices);
@@ -149,7 +151,7 @@ int Sniffer::configureFromFile(int argc, char** argv) {
     switch (option) {
       case 'c':
         if (std::strlen(optarg) >= kCfgFileNameSize) {
-          logger->error(std::string("The name of the configuration file is too long: ") + optarg + ", at most " +
+          logger().error(std::string("The name of the configuration file is too long: ") + optarg + ", at most " +
                         std::to_string(kCfgFileNameSize - 1) + " characters are possible");
           return 1;
         }
@@ -159,7 +161,7 @@ int Sniffer::configureFromFile(int argc, char** argv) {
         logCfgFileName = optarg;
         break;
       default:
-        logger->error("Usage: sniffer [-c <cfgFileName>] [-l <logCfgFileName>]");
+        logger().error("Usage: sniffer [-c <cfgFileName>] [-l <logCfgFileName>]");
         return 1;
     }
   }
@@ -187,11 +189,7 @@ void Sniffer::setLogLevel(const char* level) {
 }
 
 void Sniffer::setLoggerLevel(const char* level) {
-  if (level == SnifferConfig::Debug) logger->setLevel(log4cxx::Level::getDebug());
-  if (level == SnifferConfig::Info) logger->setLevel(log4cxx::Level::getInfo());
-  if (level == SnifferConfig::Warn) logger->setLevel(log4cxx::Level::getWarn());
-  if (level == SnifferConfig::Error) logger->setLevel(log4cxx::Level::getError());
-  if (level == SnifferConfig::Fatal) logger->setLevel(log4cxx::Level::getFatal());
+  logger().setLevel(level);
 }
 
 void Sniffer::displayConfig() {
@@ -204,7 +202,7 @@ void Sniffer::displayConfig() {
   text += "DeviceCount=" + std::to_string(deviceCount) + "\n";
   text += std::string("LogLevel=") + logLevel + "\n";
   text += std::string("TraceSignalling=") + (traceSignalling ? "1" : "0");
-  logger->info(text);
+  logger().info(text);
 }
 
 // ---- set-up ----
@@ -216,9 +214,9 @@ pcap_t* Sniffer::getHandle(int i) {
     reportedDrops[i] = 0;
   }
   if (handle[i].open(name, {promiscuous, settings.immediateCapture, settings.reopenDevices})) {
-    logger->info("Device: " + name + " opened");
+    logger().info("Device: " + name + " opened");
   } else {
-    logger->error("Couldn't open device " + name + ":" + handle[i].getError());
+    logger().error("Couldn't open device " + name + ":" + handle[i].getError());
   }
   return handle[i].getHandle();
 }
@@ -226,15 +224,15 @@ pcap_t* Sniffer::getHandle(int i) {
 int Sniffer::installFilter(Device& opened) {
   const Device::FilterResult result = opened.setFilter(filter);
   if (result == Device::kFilterNotCompiled) {
-    logger->error(std::string("Couldn't parse filter ") + filter + ":" + opened.getError());
+    logger().error(std::string("Couldn't parse filter ") + filter + ":" + opened.getError());
     return result;
   }
-  logger->info(std::string("Filter compilation ok: ") + filter);
+  logger().info(std::string("Filter compilation ok: ") + filter);
   if (result == Device::kFilterNotInstalled) {
-    logger->error(std::string("Couldn't install filter ") + filter + ": " + opened.getError());
+    logger().error(std::string("Couldn't install filter ") + filter + ": " + opened.getError());
     return result;
   }
-  logger->info(std::string("Filter instalation ok: ") + filter);
+  logger().info(std::string("Filter instalation ok: ") + filter);
   return 0;
 }
 
@@ -272,9 +270,9 @@ bool Sniffer::allDevicesDown() const {
 // ---- sniffing ----
 
 void Sniffer::startSniffing() {
-  logger->info("Sniffing started.");
+  logger().info("Sniffing started.");
   if (const int rc = startCaptureThreads(); rc != 0) {
-    logger->error("Error - return code from pthread_create() is " + std::to_string(rc));
+    logger().error("Error - return code from pthread_create() is " + std::to_string(rc));
     stopSniffing();
     for (int i = 0; i < deviceCount; ++i) handle[i].close();
     std::exit(-1);
@@ -285,12 +283,12 @@ void Sniffer::startSniffing() {
     try {
       dissector->consumePacket();
     } catch (const std::exception& failure) {
-      logger->error(std::string("A frame is lost: ") + failure.what());
+      logger().error(std::string("A frame is lost: ") + failure.what());
     }
   }
   // What came in while the last packet was in work counts as discarded in the report.
   if (dissector->getQueueLength() > 0) dissector->clearQueue();
-  logger->info("Sniffing ended.");
+  logger().info("Sniffing ended.");
   logStatistics();
 }
 
@@ -310,7 +308,7 @@ int Sniffer::startCaptureThreads() {
     ++atWork;
     rc = pthread_create(&thread[i], &attributes, startLoop, &threadId[i]);
     capturing[i] = rc == 0;
-    if (capturing[i]) logger->info("PCAP thread created " + std::to_string(threadId[i]));
+    if (capturing[i]) logger().info("PCAP thread created " + std::to_string(threadId[i]));
   }
   if (rc != 0) --atWork;
   pthread_attr_destroy(&attributes);
@@ -322,7 +320,7 @@ void* Sniffer::startLoop(void* idp) {
   source = &handle[i];
   const long result = handle[i].capture(count, gotPacket);
   if (result == PCAP_ERROR && !breaking) {
-    logger->error("PCAP thread " + std::to_string(i) + " captures no more: " + handle[i].getError());
+    logger().error("PCAP thread " + std::to_string(i) + " captures no more: " + handle[i].getError());
   }
   --atWork;
   return reinterpret_cast<void*>(result);
@@ -340,7 +338,7 @@ void Sniffer::gotPacket(u_char* args, const pcap_pkthdr* header, const u_char* p
     }
     live->producePacket(sniffed);
   } catch (const std::bad_alloc&) {
-    logger->error("Out of memory, a frame is lost");
+    logger().error("Out of memory, a frame is lost");
   }
 }
 
@@ -359,7 +357,7 @@ void Sniffer::stopSniffing() {
     const std::lock_guard guard(lifecycle);
     if (std::exchange(stopRequested, true)) return;
   }
-  logger->info("Ending Sniffing ...");
+  logger().info("Ending Sniffing ...");
   stopCaptureThreads();
   endMain = true;
   dissector->signalEnd();
@@ -373,7 +371,7 @@ void Sniffer::stopCaptureThreads() {
     handle[i].breakLoop();
     pthread_kill(thread[i], SIGUSR1);
     const int status = pthread_join(thread[i], nullptr);
-    logger->info("Completed join with PCAP thread " + std::to_string(i) + " status=" + std::to_string(status));
+    logger().info("Completed join with PCAP thread " + std::to_string(i) + " status=" + std::to_string(status));
   }
 }
 
@@ -382,7 +380,7 @@ void Sniffer::stopCommandReader() {
   if (cmdThread == nullptr) return;
   const int status = pthread_join(*cmdThread, nullptr);
   dissector->cmdReaderJoined();
-  logger->info("Completed join with Command reader thread, status=" + std::to_string(status));
+  logger().info("Completed join with Command reader thread, status=" + std::to_string(status));
 }
 
 // ---- statistics ----
@@ -405,7 +403,7 @@ void Sniffer::logStatistics() {
   for (int i = 0; i < deviceCount; ++i) {
     if (!deviceDown[i] || isDeviceAwaited(i)) logDeviceStatistics(i);
   }
-  logger->info(dissector->reportStatistics());
+  logger().info(dissector->reportStatistics());
 }
 
 std::vector<DeviceStatistics> Sniffer::getDeviceStatistics() const {
@@ -424,11 +422,11 @@ void Sniffer::logDeviceStatistics(int i) {
   std::string reason;
   const DeviceStatistics now = handle[i].getStatistics(reason);
   if (!now.isUp && !handle[i].reopens()) {
-    logger->warn(heading + " not to be had: " + reason);
+    logger().warn(heading + " not to be had: " + reason);
     return;
   }
   if (handle[i].isFile()) {
-    logger->info(heading + " replayed=" + std::to_string(now.received));
+    logger().info(heading + " replayed=" + std::to_string(now.received));
     return;
   }
   const std::string text = heading + " received=" + std::to_string(now.received) +
@@ -436,10 +434,10 @@ void Sniffer::logDeviceStatistics(int i) {
                            " droppedByInterface=" + std::to_string(now.droppedByInterface);
   const std::uint64_t fresh = now.droppedByKernel - std::exchange(reportedDrops[i], now.droppedByKernel);
   if (fresh == 0) {
-    logger->info(text);
+    logger().info(text);
     return;
   }
-  logger->warn(text + "; " + std::to_string(fresh) +
+  logger().warn(text + "; " + std::to_string(fresh) +
                " frames are lost since the last report: a larger buffer (ImmediateCapture=yes), a narrower filter or a "
                "free processor core helps");
 }

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <log4cxx/logger.h>
 #include <pcap/pcap.h>
 #include <pthread.h>
 
@@ -10,13 +9,13 @@
 #include <string>
 #include <vector>
 
-#include "Device.h"
-#include "Engine.h"
-#include "PeriodicTask.h"
-#include "Settings.h"
-#include "SngDissector.h"
-#include "SnifferConfig.h"
-#include "StatisticsFile.h"
+#include "capture/Device.h"
+#include "dissection/Engine.h"
+#include "statistics/PeriodicTask.h"
+#include "settings/Settings.h"
+#include "dissection/SngDissector.h"
+#include "settings/SnifferConfig.h"
+#include "statistics/StatisticsFile.h"
 
 /// The capture engine: the settings, a thread for each device, and the order in which everything starts and stops.
 /// There is one in a process.
@@ -25,7 +24,7 @@
 /// the calling thread until another one calls stopSniffing(); the destructor.
 ///
 /// A device name "file:PATH" replays a capture file at the pace of its time stamps (see Device.h).
-class Sniffer final : public Engine {
+class Sniffer final : public voip::Engine {
  public:
   static constexpr int kMaxDevices = 10;
   static constexpr int kDeviceNameSize = 50;          ///< with the terminating zero; a file: name may be longer
@@ -39,11 +38,11 @@ class Sniffer final : public Engine {
   /// Closes the capture handles and destroys the dissector. Not while startSniffing() runs.
   virtual ~Sniffer();
 
-  /// Settings from the command line: -d DEVICES, -f FILTER, -h HOST, -p PORT. The texts are not copied. 0, or 1 when
+  /// voip::Settings from the command line: -d DEVICES, -f FILTER, -h HOST, -p PORT. The texts are not copied. 0, or 1 when
   /// there is no device.
   int configure(int argc, char** argv);
 
-  /// Settings from a properties file: -c FILE, -l LOG4CXX_FILE. 0, or 1 for bad arguments. A properties file that
+  /// voip::Settings from a properties file: -c FILE, -l LOG4CXX_FILE. 0, or 1 for bad arguments. A properties file that
   /// cannot be read ends the process with status 1.
   int configureFromFile(int argc, char** argv);
 
@@ -89,10 +88,10 @@ class Sniffer final : public Engine {
   void setHandle(pcap_t* pcap, int i) { handle[i].adopt(pcap); }
 
   /// What the devices have counted, in their order. Any thread.
-  std::vector<DeviceStatistics> getDeviceStatistics() const;
+  std::vector<voip::DeviceStatistics> getDeviceStatistics() const;
 
   /// What became of the frames. Any thread.
-  const Statistics& getStatistics() const { return dissector->getStatistics(); }
+  voip::Statistics getStatistics() const { return dissector->getStatistics(); }
 
   // Texts are not copied and must live as long as the engine.
   const char* getFilter() const { return filter; }
@@ -117,8 +116,8 @@ class Sniffer final : public Engine {
   bool getImmediateCapture() const { return settings.immediateCapture; }
 
   /// All settings beyond devices, filter and recorder. To be set before setupSniffing(), which hands them on.
-  void setSettings(const Settings& values) { settings = values; }
-  const Settings& getSettings() const { return settings; }
+  void setSettings(const voip::Settings& values) { settings = values; }
+  const voip::Settings& getSettings() const { return settings; }
 
   /// True from the stop of the engine on, until the next start.
   static bool getEndMain() { return endMain; }
@@ -145,12 +144,12 @@ class Sniffer final : public Engine {
 
  private:
   bool addDevice(const std::string& name);
-  int installFilter(Device& opened);
+  int installFilter(voip::Device& opened);
   int startCaptureThreads();
   void stopCaptureThreads();
   void stopCommandReader();
-  std::unique_ptr<StatisticsFile> writeStatisticsFile();
-  std::unique_ptr<PeriodicTask> logStatisticsRegularly();
+  std::unique_ptr<voip::StatisticsFile> writeStatisticsFile();
+  std::unique_ptr<voip::PeriodicTask> logStatisticsRegularly();
   void logDeviceStatistics(int i);
 
   int threadId[kMaxDevices];
@@ -170,7 +169,7 @@ class Sniffer final : public Engine {
   const char* serverProtocol = "TCP";
   bool embedded = false;
   bool traceSignalling = false;
-  Settings settings;
+  voip::Settings settings;
 
   std::mutex stopLock;            ///< held during a stop, so that a second one returns when all threads have ended
   std::mutex lifecycle;           ///< held while the capture threads are started and while a stop begins
@@ -182,7 +181,7 @@ class Sniffer final : public Engine {
   std::uint64_t reportedDrops[kMaxDevices]{};  ///< guarded by `statisticsLock`
 
   // libpcap's callback and the threads' start routine are plain functions: what they need belongs to the class.
-  static Device* const handle;  ///< kMaxDevices of them; never destroyed, since a thread may outlive main()
+  static voip::Device* const handle;  ///< kMaxDevices of them; never destroyed, since a thread may outlive main()
   static pthread_t thread[kMaxDevices];
   static bool deviceDown[kMaxDevices];
   static int deviceCount;
@@ -190,6 +189,5 @@ class Sniffer final : public Engine {
   static std::atomic<bool> endMain;
   static std::atomic<bool> breaking;         ///< the capture threads are being stopped
   static std::atomic<int> atWork;            ///< capture threads that have not ended
-  static thread_local const Device* source;  ///< what this capture thread reads
-  static log4cxx::LoggerPtr logger;
+  static thread_local const voip::Device* source;  ///< what this capture thread reads
 };

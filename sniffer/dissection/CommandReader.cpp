@@ -1,22 +1,24 @@
-#include "CommandReader.h"
+#include "dissection/CommandReader.h"
 
-log4cxx::LoggerPtr CommandReader::logger = log4cxx::Logger::getLogger("SnifferClient");
+#include "base/Logger.h"
+
+namespace voip {
 
 void CommandReader::carryOutWaiting(BaseConnection& connection) {
-  // No wire and no host can give this code: what still has it was not decoded.
+  // No wire and no host can give this code: a request that still has it was not decoded.
   constexpr u_short kNotDecoded = 0xFFFF;
-  // A connection may answer true without a new command, as long as a command sent in pieces is incomplete: then the one
-  // before runs again. The limit bounds that, and what a recorder that never pauses can do to the end.
+  // A connection may return true without a new command, as long as a command sent in pieces is incomplete: then the one
+  // before runs again. The limit bounds that, and how long a recorder that never pauses can delay the end.
   constexpr int kMostRepeats = 4096;
   SnifferRequest request;
   for (int repeats = 0; repeats < kMostRepeats;) {
     const u_short before = request.request;
     request.request = kNotDecoded;
     if (!connection.receiveRequest(request)) return;
-    const bool decoded = request.request != kNotDecoded;
-    if (!decoded) request.request = before;
-    if (!decoded || terminate) ++repeats;
-    carryOut(request);
+    const bool isDecoded = request.request != kNotDecoded;
+    if (!isDecoded) request.request = before;
+    if (!isDecoded || terminate_) ++repeats;
+    carryOut_(request);
   }
 }
 
@@ -24,25 +26,27 @@ void CommandReader::start(void* (*entry)(void*)) {
   pthread_attr_t attributes;
   pthread_attr_init(&attributes);
   pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_JOINABLE);
-  const int rc = pthread_create(&thread, &attributes, entry, threadId.data());
+  const int rc = pthread_create(&thread_, &attributes, entry, threadId_.data());
   pthread_attr_destroy(&attributes);
-  started = rc == 0;
+  isStarted_ = rc == 0;
   if (rc != 0) {
-    logger->error("Error - startCmdReaderThread return code from pthread_create() is " + std::to_string(rc));
+    logger().error("Error - startCmdReaderThread return code from pthread_create() is " + std::to_string(rc));
   }
-  logger->info("Command reader thread created " + threadId);
+  logger().info("Command reader thread created " + threadId_);
 }
 
 void CommandReader::run(BaseConnection& connection) {
-  while (!terminate) {
+  while (!terminate_) {
     carryOutWaiting(connection);
     connection.awaitRequest();
   }
 }
 
 void CommandReader::stop() {
-  if (!started) return;
-  terminate = true;
-  pthread_join(thread, nullptr);
-  started = false;
+  if (!isStarted_) return;
+  terminate_ = true;
+  pthread_join(thread_, nullptr);
+  isStarted_ = false;
 }
+
+}  // namespace voip

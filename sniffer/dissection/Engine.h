@@ -1,5 +1,7 @@
 #pragma once
 
+namespace voip {
+
 /// What the dissector has to know of the engine that drives it. The engine is above it, so it is seen through this.
 class Engine {
  public:
@@ -15,3 +17,5 @@ class Engine {
  protected:
   ~Engine() = default;
 };
+
+}  // namespace voip

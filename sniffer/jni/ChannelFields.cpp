@@ -1,8 +1,10 @@
-#include "ChannelFields.h"
+#include "jni/ChannelFields.h"
 
 #include <utility>
 
-#include "SettingsReader.h"
+#include "settings/SettingsReader.h"
+
+namespace voip {
 
 namespace {
 
@@ -50,3 +52,5 @@ std::optional<ChannelFields> readChannelFields(JNIEnv* env, jobject channel) {
   if (readOptionalFlag(env, channel, type, "immediateCapture")) settings.immediateCapture = true;
   return ChannelFields{*devices, *filter, count, trace, std::move(settings)};
 }
+
+}  // namespace voip

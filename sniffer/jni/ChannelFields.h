@@ -5,7 +5,9 @@
 #include <optional>
 #include <string>
 
-#include "Settings.h"
+#include "settings/Settings.h"
+
+namespace voip {
 
 /// The fields of the channel object.
 struct ChannelFields {
@@ -19,3 +21,5 @@ struct ChannelFields {
 /// Reads them on the calling thread, and logs what is odd about the settings. Nothing when a field is missing, with the
 /// exception of the look-up pending, or holds no text.
 std::optional<ChannelFields> readChannelFields(JNIEnv* env, jobject channel);
+
+}  // namespace voip

@@ -1,12 +1,13 @@
-#include "ChannelMonitor.h"
+#include "jni/ChannelMonitor.h"
 
 #include <atomic>
 #include <utility>
 
-// The call of mainLoop that is under way, or null. The environment and the object are that thread's: no other may use
-// them.
+// The call of mainLoop that is under way, or null. Only its thread may use the environment and the object.
 JNIEnv* mainLoop_JNIEnv = nullptr;
 jobject mainLoop_jobject = nullptr;
+
+namespace voip {
 
 namespace {
 std::atomic<bool> abandoned = false;
@@ -51,3 +52,5 @@ void ChannelMonitor::abandonMachine() {
 bool ChannelMonitor::isInsideMachine() {
   return insideMachine;
 }
+
+}  // namespace voip

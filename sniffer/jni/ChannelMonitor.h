@@ -2,7 +2,9 @@
 
 #include <jni.h>
 
-#include "EmbeddedConnection.h"
+#include "recorder/EmbeddedConnection.h"
+
+namespace voip {
 
 /// The channel object's monitor, for the thread in mainLoop, as long as it is there. What fails there is taken back:
 /// frames are safe without the monitor, and no exception may stay pending under the calls that follow.
@@ -27,3 +29,5 @@ class ChannelMonitor final : public HostMonitor {
 
   bool entered = false;
 };
+
+}  // namespace voip

@@ -1,6 +1,5 @@
-#include "MainLoop.h"
+#include "jni/MainLoop.h"
 
-#include <log4cxx/logger.h>
 #include <signal.h>
 
 #include <chrono>
@@ -8,22 +7,22 @@
 #include <cstdlib>
 #include <utility>
 
-#include "ChannelMonitor.h"
-#include "NativeMethod.h"
-#include "com_morvin_dom_telephony_sniffer_EmbeddedPacketChannel.h"
+#include "jni/ChannelMonitor.h"
+#include "jni/NativeMethod.h"
+#include "settings/Logging.h"
+#include "base/Logger.h"
 
-/// The engine of the run, or null. MainLoop's to guard.
+/// The engine of the run, or null. MainLoop guards it.
 Sniffer* sniffer = nullptr;
+
+namespace voip {
 
 namespace {
 
-log4cxx::LoggerPtr logger() {
-  return log4cxx::Logger::getLogger("SnifferClient");
-}
 
-void installSignalHandler() {
+void installSignalHandler(void (*onSignal)(int)) {
   struct sigaction action {};
-  action.sa_handler = signalHandler;  // without SA_RESTART: the signal ends a blocked read
+  action.sa_handler = onSignal;  // without SA_RESTART: the signal ends a blocked read
   sigemptyset(&action.sa_mask);
   sigaction(SIGUSR1, &action, nullptr);
 }
@@ -47,29 +46,29 @@ MainLoop& MainLoop::dft() {
 
 void MainLoop::run(const std::function<void()>& body) {
   if (!begin()) {
-    logger()->error("mainLoop is running already, a second call of it does nothing");
+    logger().error("mainLoop is running already, a second call of it does nothing");
     return;
   }
   nativeMethod("mainLoop", body);
   end();
 }
 
-void MainLoop::sniff(const ChannelFields& fields) {
+void MainLoop::sniff(const ChannelFields& fields, void (*onSignal)(int)) {
   Sniffer engine;
   configure(engine, fields);
   nativeMethod("mainLoop", [&] {
-    if (publish(&engine)) startEngine(engine);
+    if (publish(&engine)) startEngine(engine, onSignal);
   });
   retract();
 }
 
-void MainLoop::startEngine(Sniffer& engine) {
+void MainLoop::startEngine(Sniffer& engine, void (*onSignal)(int)) {
   stopBeforeStaticObjectsGo();
   if (engine.setupSniffing() != 0) {
     std::fputs("Errors in setup, terminating...\n", stderr);
     return;
   }
-  installSignalHandler();
+  installSignalHandler(onSignal);
   try {
     engine.startSniffing();
   } catch (...) {
@@ -126,12 +125,9 @@ void MainLoop::stop() {
 
 void MainLoop::stopBeforeStaticObjectsGo() {
   // What the stop logs with must be there before it is registered, or it is gone when the stop comes.
-  for (const int level : {log4cxx::Level::DEBUG_INT, log4cxx::Level::INFO_INT, log4cxx::Level::WARN_INT,
-                          log4cxx::Level::ERROR_INT, log4cxx::Level::FATAL_INT}) {
-    log4cxx::Level::toLevel(level);
-  }
+  makeLogLevels();
   static const bool once = [] { return std::atexit([] { dft().stopAtExit(); }) == 0; }();
-  if (!once) logger()->warn("The end of the process will not stop the capture");
+  if (!once) logger().warn("The end of the process will not stop the capture");
 }
 
 /// Ends the run as the process ends, so that nothing logs or captures while static objects are destroyed.
@@ -151,3 +147,5 @@ void MainLoop::stopAtExit() {
     if (ChannelMonitor::isInsideMachine()) return;
   }
 }
+
+}  // namespace voip

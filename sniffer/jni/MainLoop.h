@@ -5,8 +5,10 @@
 #include <mutex>
 #include <thread>
 
-#include "ChannelFields.h"
-#include "Sniffer.h"
+#include "jni/ChannelFields.h"
+#include "capture/Sniffer.h"
+
+namespace voip {
 
 /// The one run of the engine that a process can have at a time, and what other threads may do to it.
 class MainLoop {
@@ -20,7 +22,9 @@ class MainLoop {
 
   /// Inside run(): makes an engine, captures and forwards to the host until stop(). Returns at once when the run has
   /// been stopped before, and, with a line on standard error, when the set-up fails.
-  void sniff(const ChannelFields& fields);
+  ///
+  /// `onSignal` becomes the handler of SIGUSR1, which interrupts the reads of capture threads.
+  void sniff(const ChannelFields& fields, void (*onSignal)(int));
 
   /// Ends the run, if there is one, and returns when capture has stopped.
   void stop();
@@ -32,7 +36,7 @@ class MainLoop {
   void retract();
   void stopAtExit();
   static void stopBeforeStaticObjectsGo();
-  static void startEngine(Sniffer& engine);
+  static void startEngine(Sniffer& engine, void (*onSignal)(int));
 
   std::mutex lock;
   std::condition_variable changed;
@@ -42,3 +46,5 @@ class MainLoop {
   bool stopping = false;  ///< a thread is in the engine's stopSniffing()
   std::thread::id runner;
 };
+
+}  // namespace voip

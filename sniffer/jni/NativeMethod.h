@@ -3,6 +3,8 @@
 #include <cstdio>
 #include <exception>
 
+namespace voip {
+
 /// Runs the body of a native method. What it throws ends here, with a line on the standard error stream: logging may be
 /// what has failed.
 template <typename Body>
@@ -15,3 +17,5 @@ void nativeMethod(const char* name, Body body) noexcept {
     std::fprintf(stderr, "%s: unknown failure\n", name);
   }
 }
+
+}  // namespace voip

@@ -1,12 +1,14 @@
-#include "com_morvin_dom_telephony_sniffer_EmbeddedPacketChannel.h"
+#include "jni/com_morvin_dom_telephony_sniffer_EmbeddedPacketChannel.h"
 
 #include <algorithm>
 
-#include "ChannelFields.h"
-#include "ChannelMonitor.h"
-#include "Logging.h"
-#include "MainLoop.h"
-#include "NativeMethod.h"
+#include "jni/ChannelFields.h"
+#include "jni/ChannelMonitor.h"
+#include "settings/Logging.h"
+#include "jni/MainLoop.h"
+#include "jni/NativeMethod.h"
+
+using namespace voip;
 
 namespace {
 
@@ -15,7 +17,7 @@ constexpr int kMaxFrameLength = 65535;
 void runMainLoop(JNIEnv* env, jobject channel) {
   const ChannelMonitor monitor(env, channel);
   configureLogging("./log4cxx.properties");
-  if (const auto fields = readChannelFields(env, channel)) MainLoop::dft().sniff(*fields);
+  if (const auto fields = readChannelFields(env, channel)) MainLoop::dft().sniff(*fields, signalHandler);
 }
 
 }  // namespace

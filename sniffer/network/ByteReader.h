@@ -8,6 +8,8 @@
 #include <cstring>
 #include <span>
 
+namespace voip {
+
 /// Reads fields in network byte order off the front of captured bytes, and never beyond their end. A read that the end
 /// cuts off answers 0, takes all that is left and is remembered: ok() need be asked only where it matters.
 class ByteReader {
@@ -53,3 +55,5 @@ class ByteReader {
   std::size_t end;
   bool cut = false;
 };
+
+}  // namespace voip

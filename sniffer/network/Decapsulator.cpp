@@ -1,10 +1,12 @@
-#include "Decapsulator.h"
+#include "network/Decapsulator.h"
 
 #include <netinet/in.h>
 
-#include "ByteReader.h"
-#include "EtherType.h"
-#include "Ipv4.h"
+#include "network/ByteReader.h"
+#include "network/EtherType.h"
+#include "network/Ipv4.h"
+
+namespace voip {
 
 namespace {
 
@@ -195,3 +197,5 @@ std::optional<InnerPacket> Decapsulator::unwrap(std::span<const std::uint8_t> by
                                                 int layers) {
   return Walk(bytes, layers).from(from);
 }
+
+}  // namespace voip

@@ -5,7 +5,9 @@
 #include <optional>
 #include <span>
 
-#include "LinkLayer.h"
+#include "network/LinkLayer.h"
+
+namespace voip {
 
 /// An IPv4 packet inside captured bytes.
 struct InnerPacket {
@@ -27,3 +29,5 @@ class Decapsulator {
   /// fragment. `from` says where in `bytes` to begin and with what; `layers` have been taken off already.
   static std::optional<InnerPacket> unwrap(std::span<const std::uint8_t> bytes, const LinkHeader& from, int layers = 0);
 };
+
+}  // namespace voip

@@ -1,8 +1,10 @@
-#include "DuplicateFilter.h"
+#include "network/DuplicateFilter.h"
 
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+
+namespace voip {
 
 namespace {
 
@@ -30,7 +32,9 @@ bool DuplicateFilter::seen(const Ipv4Header& header, std::span<const std::uint8_
     if (sighting.hash == identity && std::abs(time - sighting.time) <= kWindow) return true;
     if (sighting.time < oldest->time) oldest = &sighting;
   }
-  if (time - oldest->time <= kWindow) statistics.duplicatesForgotten.add();
+  if (time - oldest->time <= kWindow) counters_.count(NetworkCount::kDuplicatesForgotten);
   *oldest = {identity, time};
   return false;
 }
+
+}  // namespace voip

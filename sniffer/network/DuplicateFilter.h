@@ -5,9 +5,11 @@
 #include <span>
 #include <vector>
 
-#include "Ipv4.h"
-#include "SeededHash.h"
-#include "Statistics.h"
+#include "network/Ipv4.h"
+#include "network/SeededHash.h"
+#include "network/NetworkSink.h"
+
+namespace voip {
 
 /// Knows an IPv4 packet again that was seen a moment ago: at another mirror port, or on the other side of a router.
 ///
@@ -18,7 +20,7 @@ class DuplicateFilter {
  public:
   static constexpr std::int64_t kWindow = 50'000;  ///< microseconds
 
-  explicit DuplicateFilter(Statistics& counts) : statistics(counts), buckets(kBuckets) {}
+  explicit DuplicateFilter(NetworkCounters& counters) : counters_(counters), buckets(kBuckets) {}
 
   /// True when the packet was seen within the window before. `time` is the capture time in microseconds; several
   /// devices' times may come a little out of order. `packet` begins with the header and ends where the packet does.
@@ -35,7 +37,9 @@ class DuplicateFilter {
     std::array<Sighting, 4> sightings;
   };
 
-  Statistics& statistics;
+  NetworkCounters& counters_;
   SeededHash hash;
   std::vector<Bucket> buckets;
 };
+
+}  // namespace voip

@@ -2,6 +2,8 @@
 
 #include <cstdint>
 
+namespace voip {
+
 // What follows a link-layer header, as IEEE 802 numbers it. GRE and GENEVE use the same numbers.
 constexpr std::uint16_t kEtherIpv4 = 0x0800;
 constexpr std::uint16_t kEtherIpv6 = 0x86DD;
@@ -14,3 +16,5 @@ constexpr std::uint16_t kEtherPppoeSession = 0x8864;
 constexpr std::uint16_t kEtherBridged = 0x6558;    ///< a whole Ethernet frame
 constexpr std::uint16_t kEtherErspan = 0x88BE;     ///< ERSPAN types I and II
 constexpr std::uint16_t kEtherErspanIII = 0x22EB;  ///< ERSPAN type III
+
+}  // namespace voip

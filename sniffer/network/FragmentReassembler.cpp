@@ -1,8 +1,12 @@
-#include "FragmentReassembler.h"
+#include "network/FragmentReassembler.h"
 
 #include <algorithm>
 #include <array>
 #include <cstring>
+
+#include "base/FrameLimits.h"
+
+namespace voip {
 
 namespace {
 
@@ -37,14 +41,14 @@ std::optional<FragmentReassembler::Datagram> FragmentReassembler::add(const Ipv4
   const std::size_t length = packet.size() - header.length;
   if (length == 0 || header.cut || (header.moreFragments && length % kBlock != 0) ||
       header.length + header.fragmentOffset + length > kMaxPayload) {
-    statistics.fragmentsMalformed.add();
+    counters_.count(NetworkCount::kFragmentsMalformed);
     return {};
   }
   Entry& entry = entryFor({header.source, header.destination, header.id, header.protocol}, time);
   Partial& partial = *entry.partial;
   if (partial.spoilt) return {};
   if (!merge(partial, header, packet)) {
-    statistics.datagramsContradictory.add();
+    counters_.count(NetworkCount::kDatagramsContradictory);
     spoil(partial);
     return {};
   }
@@ -55,7 +59,7 @@ std::optional<FragmentReassembler::Datagram> FragmentReassembler::add(const Ipv4
     makeRoom();
     return {};
   }
-  statistics.datagramsReassembled.add();
+  counters_.count(NetworkCount::kDatagramsReassembled);
   Datagram datagram = finish(partial);
   drop(entry);
   return datagram;
@@ -65,7 +69,7 @@ FragmentReassembler::Entry& FragmentReassembler::entryFor(const Key& key, std::i
   const std::uint64_t hashed = hashOf(key);
   if (Entry* entry = partials.find(key, hashed)) return *entry;
   if (partials.full()) {
-    statistics.datagramsDisplaced.add();
+    counters_.count(NetworkCount::kDatagramsDisplaced);
     drop(*partials.oldestValue());
   }
   Entry& entry = partials.insert(key, hashed);
@@ -121,7 +125,7 @@ FragmentReassembler::Datagram FragmentReassembler::finish(Partial& partial) {
   memory -= partial.bytes.size();
   datagram.memory = std::move(partial.bytes);
   partial.bytes.clear();
-  datagram.memory.resize(kMaxHeader + partial.total + kSlack);
+  datagram.memory.resize(kMaxHeader + partial.total + kFrameSlack);
   datagram.packet =
       std::span(datagram.memory).subspan(kMaxHeader - partial.headerLength, partial.headerLength + partial.total);
   std::uint8_t* header = datagram.packet.data();
@@ -134,7 +138,7 @@ FragmentReassembler::Datagram FragmentReassembler::finish(Partial& partial) {
 
 void FragmentReassembler::makeRoom() {
   while (memory > kMaxMemory) {
-    statistics.datagramsDisplaced.add();
+    counters_.count(NetworkCount::kDatagramsDisplaced);
     drop(*partials.oldestValue());
   }
 }
@@ -142,7 +146,7 @@ void FragmentReassembler::makeRoom() {
 void FragmentReassembler::expire(std::int64_t time) {
   for (Entry* oldest = partials.oldestValue(); oldest != nullptr && time - oldest->partial->since > kPatience;
        oldest = partials.oldestValue()) {
-    if (!oldest->partial->spoilt) statistics.datagramsTimedOut.add();
+    if (!oldest->partial->spoilt) counters_.count(NetworkCount::kDatagramsTimedOut);
     drop(*oldest);
   }
 }
@@ -151,3 +155,5 @@ void FragmentReassembler::drop(Entry& entry) {
   memory -= sizeof(Partial) + entry.partial->bytes.size();
   partials.erase(entry);
 }
+
+}  // namespace voip

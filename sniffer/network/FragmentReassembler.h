@@ -8,10 +8,12 @@
 #include <span>
 #include <vector>
 
-#include "Ipv4.h"
-#include "LruTable.h"
-#include "SeededHash.h"
-#include "Statistics.h"
+#include "network/Ipv4.h"
+#include "network/LruTable.h"
+#include "network/SeededHash.h"
+#include "network/NetworkSink.h"
+
+namespace voip {
 
 /// Puts IPv4 datagrams together of their fragments (RFC 791), in whatever order and how often they come. Fragments that
 /// contradict each other spoil their datagram (as RFC 5722 has it for IPv6): what arrives of it later is dropped as
@@ -24,12 +26,11 @@ class FragmentReassembler {
   static constexpr std::int64_t kPatience = 30'000'000;  ///< microseconds
   static constexpr std::size_t kMaxDatagrams = 4'096;
   static constexpr std::size_t kMaxMemory = 16 << 20;
-  static constexpr std::size_t kSlack = 192;  ///< zeroed bytes behind a datagram
 
-  explicit FragmentReassembler(Statistics& counts) : statistics(counts) {}
+  explicit FragmentReassembler(NetworkCounters& counters) : counters_(counters) {}
 
   /// A whole datagram: `packet` is in `memory`, begins with its IP header, which says that it is no fragment, and has
-  /// `kSlack` bytes behind it.
+  /// kFrameSlack zeroed bytes after it.
   struct Datagram {
     std::vector<std::uint8_t> memory;
     std::span<std::uint8_t> packet;
@@ -79,8 +80,10 @@ class FragmentReassembler {
   void expire(std::int64_t time);
   void drop(Entry& entry);
 
-  Statistics& statistics;
+  NetworkCounters& counters_;
   SeededHash hash;
   LruTable<Key, Entry> partials{kMaxDatagrams};  // never touched, so in the order of their first fragments
   std::size_t memory = 0;
 };
+
+}  // namespace voip

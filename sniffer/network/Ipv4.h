@@ -6,7 +6,9 @@
 #include <optional>
 #include <span>
 
-#include "ByteReader.h"
+#include "network/ByteReader.h"
+
+namespace voip {
 
 /// The fields of an IPv4 header (RFC 791) that matter here. Addresses in host order, first octet most significant.
 struct Ipv4Header {
@@ -49,3 +51,5 @@ inline std::optional<Ipv4Header> Ipv4Header::read(std::span<const std::uint8_t> 
   if (header.total < header.length) return {};
   return header;
 }
+
+}  // namespace voip

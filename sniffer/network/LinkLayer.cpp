@@ -1,15 +1,15 @@
-#include "LinkLayer.h"
+#include "network/LinkLayer.h"
 
 #include <pcap/dlt.h>
 
 #include <algorithm>
 
-#include "ByteReader.h"
-#include "EtherType.h"
+#include "network/ByteReader.h"
+#include "network/EtherType.h"
+
+namespace voip {
 
 namespace {
-
-constexpr std::size_t kTagLength = 4;
 
 /// No link-layer header, or one that names nothing by EtherType: the IP version tells.
 std::uint16_t byVersion(std::span<const std::uint8_t> frame, std::size_t at) {
@@ -49,8 +49,4 @@ LinkHeader readLinkHeader(int linkType, std::span<const std::uint8_t> frame) {
   }
 }
 
-std::size_t plainNetworkOffset(const LinkHeader& link) {
-  if (link.etherType == kEtherVlan) return link.length + kTagLength;
-  if (link.etherType == kEtherServiceVlan) return link.length + 2 * kTagLength;
-  return link.length;
-}
+}  // namespace voip

@@ -4,6 +4,8 @@
 #include <cstdint>
 #include <vector>
 
+namespace voip {
+
 /// A bounded map that knows which of its entries was put or touched longest ago. Room for all of them is taken when it
 /// is made, so that entries never move; memory is used as they come. The hash of a key is the caller's, who seeds it
 /// where strangers choose the keys.
@@ -126,3 +128,5 @@ class LruTable {
   std::vector<Index> slots;  // open addressing, at most half full
   Index oldest = kNone, newest = kNone, free = kNone;
 };
+
+}  // namespace voip

@@ -1,16 +1,16 @@
-#include "MessageFraming.h"
+#include "network/MessageFraming.h"
 
 #include <algorithm>
 #include <charconv>
 #include <string_view>
 
-#include "ByteReader.h"
+#include "network/ByteReader.h"
+
+namespace voip {
 
 namespace {
 
 constexpr std::size_t kTpktHeader = 4;
-constexpr std::size_t kLongestMethod = 32;
-constexpr std::size_t kLongestStartLine = 8'192;
 constexpr std::uint64_t kLongestBelieved = 16 << 20;  // a stream is not left for longer because of one length field
 constexpr std::size_t kLongestHandshake = 16'384;
 constexpr std::string_view kEmptyLine = "\r\n\r\n";
@@ -25,18 +25,6 @@ char lower(char c) {
 
 bool equalNocase(std::string_view a, std::string_view b) {
   return std::equal(a.begin(), a.end(), b.begin(), b.end(), [](char x, char y) { return lower(x) == lower(y); });
-}
-
-bool isAlpha(char c) {
-  return lower(c) >= 'a' && lower(c) <= 'z';
-}
-
-bool isDigit(char c) {
-  return c >= '0' && c <= '9';
-}
-
-bool isTokenChar(char c) {
-  return isAlpha(c) || isDigit(c) || std::string_view("-.!%*_+`'~").find(c) != std::string_view::npos;
 }
 
 Likeness beginsWith(std::string_view octets, std::string_view wanted) {
@@ -63,19 +51,6 @@ std::string_view fieldOf(std::string_view header, std::string_view name, std::st
     if (equalNocase(field, name) || equalNocase(field, shortName)) return trimmed(line.substr(colon + 1));
   }
   return {};
-}
-
-/// Behind a method token and a blank: a URI, a blank and the version, to the end of the line.
-Likeness endsRequestLine(std::string_view line) {
-  std::size_t at = 0;
-  const auto more = [&] { return at < line.size(); };
-  if (more() && !isAlpha(line[at])) return Likeness::kNo;
-  while (more() && (isAlpha(line[at]) || isDigit(line[at]) || line[at] == '+' || line[at] == '-' || line[at] == '.'))
-    ++at;
-  if (more() && line[at] != ':') return Likeness::kNo;
-  while (more() && static_cast<unsigned char>(line[at]) > ' ') ++at;
-  if (!more()) return line.size() > kLongestStartLine ? Likeness::kNo : Likeness::kPerhaps;
-  return beginsWith(line.substr(at), " SIP/2.0\r\n");
 }
 
 }  // namespace
@@ -111,16 +86,6 @@ std::size_t findTpkt(Octets octets) {
 }
 
 // ---- SIP ----
-
-Likeness beginsSip(Octets octets) {
-  const std::string_view line = text(octets);
-  if (const Likeness response = beginsWith(line, "SIP/2.0 "); response != Likeness::kNo) return response;
-  std::size_t method = 0;
-  while (method < line.size() && method <= kLongestMethod && isTokenChar(line[method])) ++method;
-  if (method == line.size()) return method <= kLongestMethod ? Likeness::kPerhaps : Likeness::kNo;
-  if (method == 0 || line[method] != ' ') return Likeness::kNo;
-  return endsRequestLine(line.substr(method + 1));
-}
 
 Cut cutSip(Octets octets, std::size_t known) {
   const std::string_view stream = text(octets);
@@ -196,3 +161,5 @@ Cut cutWebSocket(Octets octets, WebSocketFrame& frame) {
   if (payload > kMaxMessage) return {Cut::kTooLong, length};
   return {length > octets.size() ? Cut::kMore : Cut::kMessage, length};
 }
+
+}  // namespace voip

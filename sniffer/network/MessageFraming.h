@@ -4,13 +4,18 @@
 #include <cstdint>
 #include <span>
 
+#include "base/FrameLimits.h"
+#include "signalling/SipStartLine.h"
+
+namespace voip {
+
 /// How the messages of a TCP stream are told from each other: by the TPKT header (RFC 1006), by Content-Length in SIP
 /// (RFC 3261 18.3), by WebSocket frames (RFC 6455) that carry SIP (RFC 7118).
 
 using Octets = std::span<const std::uint8_t>;
 
 /// The longest message that fits a frame to the recorder, whose length is a 16-bit field and counts 15 header bytes.
-constexpr std::size_t kMaxMessage = 65535 - 15;
+constexpr std::size_t kMaxMessage = kMaxForwardedFrame - kForwardedHeader;
 
 /// What the front of a stream holds.
 struct Cut {
@@ -25,9 +30,6 @@ struct Cut {
   std::uint64_t length = 0;
 };
 
-/// Whether octets are the beginning of something, as far as they go.
-enum class Likeness { kNo, kPerhaps, kYes };
-
 // ---- TPKT ----
 
 Likeness beginsTpkt(Octets octets);
@@ -37,9 +39,6 @@ Cut cutTpkt(Octets octets);
 std::size_t findTpkt(Octets octets);
 
 // ---- SIP ----
-
-/// A start line: SIP/2.0 first, or a method token, one URI of any scheme and SIP/2.0 (RFC 3261 25.1).
-Likeness beginsSip(Octets octets);
 
 /// `known` of the octets were there before, when it was not known how many are needed. CRLFs between messages (RFC
 /// 5626 4.4.1) are to be skipped. A message without Content-Length has no body.
@@ -65,3 +64,5 @@ struct WebSocketFrame {
 };
 
 Cut cutWebSocket(Octets octets, WebSocketFrame& frame);
+
+}  // namespace voip

@@ -1,23 +1,43 @@
-#include "NetworkStack.h"
+#include "network/NetworkStack.h"
 
 #include <netinet/in.h>
+#include <pcap/dlt.h>
 
 #include <algorithm>
 #include <cstring>
 
-#include "EtherType.h"
+#include "base/FrameLimits.h"
+#include "network/EtherType.h"
+#include "network/PlainPacket.h"
 
-NetworkStack::NetworkStack(const Settings& settings, NetworkSink& takesItems, Statistics& counts)
-    : sink(takesItems), statistics(counts), decapsulate(settings.decapsulate) {
-  if (settings.dropDuplicates) duplicates.emplace(statistics);
-  if (settings.reassembleFragments) fragments.emplace(statistics);
-  if (settings.reassembleTcp) streams.emplace(sink, statistics);
+namespace voip {
+
+NetworkStack::NetworkStack(const NetworkOptions& options, NetworkSink& sink)
+    : sink_(sink),
+      options_(options),
+      isPlain_(!options.decapsulate && !options.dropDuplicates && !options.reassembleFragments &&
+               !options.reassembleTcp) {
+  if (options.dropDuplicates) duplicates_.emplace(sink);
+  if (options.reassembleFragments) fragments_.emplace(sink);
+  if (options.reassembleTcp) streams_.emplace(sink);
+}
+
+void NetworkStack::takePlainFrame(std::span<std::uint8_t> frame) {
+  constexpr std::size_t kEthernetLength = 14;
+  constexpr std::size_t kTypeOffset = 12;
+  const std::uint8_t* type = frame.data() + kTypeOffset;  // the slack takes the place of a type that is missing
+  const auto etherType = static_cast<std::uint16_t>(type[0] << 8 | type[1]);
+  takeIp(frame, plainNetworkOffset({kEthernetLength, etherType}), true, sink_);
 }
 
 void NetworkStack::takeFrame(std::span<std::uint8_t> frame, int linkType, std::int64_t time) {
+  if (isPlain_ && linkType == DLT_EN10MB) {
+    takePlainFrame(frame);
+    return;
+  }
   const LinkHeader link = readLinkHeader(linkType, frame);
   InnerPacket packet;
-  if (decapsulate) packet = Decapsulator::unwrap(frame, link).value_or(packet);
+  if (options_.decapsulate) packet = Decapsulator::unwrap(frame, link).value_or(packet);
   if (packet.layers == 0) {
     packet.offset = plainNetworkOffset(link);
     packet.length = frame.size() - std::min(frame.size(), packet.offset);  // padding included
@@ -30,50 +50,55 @@ void NetworkStack::takePacket(const Bytes& from, const InnerPacket& packet, std:
   const auto bytes = frame.subspan(std::min(packet.offset, frame.size()), packet.length);
   const auto header = Ipv4Header::read(bytes);
   if (!header) {
-    handOn(from, packet);
+    takeAsItIs(from, packet);
     return;
   }
   const auto exact = bytes.first(header->total);
-  if (duplicates && duplicates->seen(*header, exact, time)) {
-    statistics.duplicatesDropped.add();
-  } else if (fragments && header->isFragment()) {
+  if (duplicates_ && duplicates_->seen(*header, exact, time)) {
+    sink_.count(NetworkCount::kDuplicatesDropped);
+  } else if (fragments_ && header->isFragment()) {
     takeFragment(*header, exact, packet.layers, time);
-  } else if (streams && header->protocol == IPPROTO_TCP && !header->isFragment()) {
-    if (!takeSegment(*header, exact, time)) handOn(from, packet);
+  } else if (streams_ && header->protocol == IPPROTO_TCP && !header->isFragment()) {
+    if (!takeSegment(*header, exact, time)) takeAsItIs(from, packet);
   } else if (packet.tunnelled && header->protocol != IPPROTO_UDP && header->protocol != IPPROTO_TCP) {
     // A filter sees the tunnel only and cannot leave it out, so it costs no line in the log.
-    statistics.otherDropped.add();
+    sink_.count(NetworkCount::kOtherDropped);
   } else {
-    handOn(from, packet);
+    takeAsItIs(from, packet);
   }
 }
 
 void NetworkStack::takeFragment(const Ipv4Header& header, std::span<const std::uint8_t> bytes, int layers,
                                 std::int64_t time) {
-  auto datagram = fragments->add(header, bytes, time);
+  auto datagram = fragments_->add(header, bytes, time);
   if (!datagram) {
-    statistics.fragmentsHeld.add();
+    sink_.count(NetworkCount::kFragmentsHeld);
     return;
   }
-  // It is no fragment now, so only what a layer less holds can be one again: this ends.
+  // It is no fragment now, so only a packet in a further layer can be one again: the recursion ends.
   InnerPacket packet{0, datagram->packet.size(), layers, layers > 0};
-  if (decapsulate) packet = Decapsulator::unwrap(datagram->packet, {0, kEtherIpv4}, layers).value_or(packet);
+  if (options_.decapsulate) {
+    packet = Decapsulator::unwrap(datagram->packet, {0, kEtherIpv4}, layers).value_or(packet);
+  }
   takePacket({datagram->packet, false}, packet, time);
 }
 
-/// False when the segment is to go the plain way, because of a header that makes no sense.
+/// Returns false when the segment has to take the plain way, because its header makes no sense.
 bool NetworkStack::takeSegment(const Ipv4Header& header, std::span<const std::uint8_t> bytes, std::int64_t time) {
   const auto segment = TcpSegment::read(bytes.subspan(header.length));
   if (!segment) return false;
-  const StreamEnds ends{header.source, header.destination, segment->sourcePort, segment->destinationPort};
-  (streams->follow(ends, *segment, time) ? statistics.segmentsFollowed : statistics.tcpDropped).add();
+  const FlowEnds ends{header.source, header.destination, segment->sourcePort, segment->destinationPort};
+  const bool isFollowed = streams_->follow(ends, *segment, time);
+  sink_.count(isFollowed ? NetworkCount::kSegmentsFollowed : NetworkCount::kTcpDropped);
   return true;
 }
 
-void NetworkStack::handOn(const Bytes& from, const InnerPacket& packet) {
+void NetworkStack::takeAsItIs(const Bytes& from, const InnerPacket& packet) {
   const auto frame = from.bytes;
   const std::size_t end = std::min(frame.size(), packet.offset + packet.length);
-  // Nobody is to take the trailer of an outer frame for a part of the packet.
-  std::memset(frame.data() + end, 0, std::min(frame.size() - end, FragmentReassembler::kSlack));
-  sink.takePacket(frame.first(end), packet.offset, from.areCaptured);
+  // The trailer of an outer frame must not be taken for a part of the packet.
+  std::memset(frame.data() + end, 0, std::min(frame.size() - end, kFrameSlack));
+  takeIp(frame.first(end), packet.offset, from.areCaptured, sink_);
 }
+
+}  // namespace voip

@@ -5,6 +5,8 @@
 #include <random>
 #include <span>
 
+namespace voip {
+
 /// Hashes octets that strangers choose: with a seed of its own in each process, so that nobody can aim at collisions.
 /// Multiplies 64 bits to 128 and folds them, eight octets at a time; two lanes, so that the processor need not wait.
 class SeededHash {
@@ -57,3 +59,5 @@ class SeededHash {
   std::uint64_t seed;
   std::uint64_t keys[2];
 };
+
+}  // namespace voip

@@ -5,7 +5,9 @@
 #include <optional>
 #include <span>
 
-#include "ByteReader.h"
+#include "network/ByteReader.h"
+
+namespace voip {
 
 /// The fields of a TCP header (RFC 9293) that matter here, in host order.
 struct TcpSegment {
@@ -33,3 +35,5 @@ struct TcpSegment {
     return segment;
   }
 };
+
+}  // namespace voip

@@ -1,9 +1,11 @@
-#include "TcpStreams.h"
+#include "network/TcpStreams.h"
 
-#include <log4cxx/logger.h>
+
 
 #include <algorithm>
 #include <cstring>
+
+namespace voip {
 
 namespace {
 
@@ -16,19 +18,9 @@ std::int32_t distance(std::uint32_t from, std::uint32_t to) {
   return static_cast<std::int32_t>(to - from);
 }
 
-log4cxx::LoggerPtr& logger() {
-  static log4cxx::LoggerPtr instance = log4cxx::Logger::getLogger("SnifferClient");
-  return instance;
-}
-
-std::string dotted(std::uint32_t ip, std::uint16_t port) {
-  return std::to_string(ip >> 24) + "." + std::to_string(ip >> 16 & 255) + "." + std::to_string(ip >> 8 & 255) + "." +
-         std::to_string(ip & 255) + ":" + std::to_string(port);
-}
-
 }  // namespace
 
-std::uint64_t TcpStreams::hashOf(const StreamEnds& ends) const {
+std::uint64_t TcpStreams::hashOf(const FlowEnds& ends) const {
   std::uint8_t octets[12];
   static_assert(sizeof ends == sizeof octets);
   std::memcpy(octets, &ends, sizeof octets);
@@ -37,7 +29,7 @@ std::uint64_t TcpStreams::hashOf(const StreamEnds& ends) const {
 
 // ---- segments ----
 
-bool TcpStreams::follow(const StreamEnds& ends, const TcpSegment& segment, std::int64_t time) {
+bool TcpStreams::follow(const FlowEnds& ends, const TcpSegment& segment, std::int64_t time) {
   closeOldGaps(time);
   const bool bare = segment.payload.empty();
   if (bare && !segment.isSyn && !segment.isReset) return false;
@@ -74,7 +66,7 @@ bool TcpStreams::follow(const StreamEnds& ends, const TcpSegment& segment, std::
   return stream->kind != Kind::kNeither;
 }
 
-void TcpStreams::begin(Stream* stream, const StreamEnds& ends, std::uint64_t hashed, const TcpSegment& segment) {
+void TcpStreams::begin(Stream* stream, const FlowEnds& ends, std::uint64_t hashed, const TcpSegment& segment) {
   const std::uint32_t first = segment.sequence + 1;
   if (stream == nullptr) {
     stream = &newStream(ends, hashed);
@@ -86,9 +78,9 @@ void TcpStreams::begin(Stream* stream, const StreamEnds& ends, std::uint64_t has
   stream->fromStart = true;
 }
 
-TcpStreams::Stream& TcpStreams::newStream(const StreamEnds& ends, std::uint64_t hashed) {
+TcpStreams::Stream& TcpStreams::newStream(const FlowEnds& ends, std::uint64_t hashed) {
   if (streams.full()) {
-    statistics.streamsDisplaced.add();
+    sink.count(NetworkCount::kStreamsDisplaced);
     forget(*streams.oldestValue());
   }
   return streams.insert(ends, hashed);
@@ -107,7 +99,7 @@ void TcpStreams::restart(Stream& stream, std::uint32_t sequence) {
 void TcpStreams::place(Stream& stream, std::uint32_t sequence, Octets octets, std::int64_t time) {
   std::int32_t ahead = distance(stream.next, sequence);
   if (ahead > kWindow || ahead < -kWindow) {
-    statistics.streamGaps.add();
+    sink.count(NetworkCount::kStreamGaps);
     restart(stream, sequence);
     ahead = 0;
   }
@@ -117,7 +109,7 @@ void TcpStreams::place(Stream& stream, std::uint32_t sequence, Octets octets, st
   }
   const auto old = static_cast<std::size_t>(-ahead);
   if (old >= octets.size()) {
-    statistics.segmentsRetransmitted.add();
+    sink.count(NetworkCount::kSegmentsRetransmitted);
     return;
   }
   deliver(stream, octets.subspan(old));
@@ -130,7 +122,7 @@ void TcpStreams::keepEarly(Stream& stream, std::uint32_t sequence, Octets octets
     return distance(one.sequence, number) > 0;
   });
   if (at != early.end() && at->sequence == sequence && at->octets.size() >= octets.size()) {
-    statistics.segmentsRetransmitted.add();
+    sink.count(NetworkCount::kSegmentsRetransmitted);
     return;
   }
   early.insert(at, {sequence, {octets.begin(), octets.end()}});
@@ -163,7 +155,7 @@ void TcpStreams::useEarly(Stream& stream) {
 
 /// What is missing will not come: goes on behind it.
 void TcpStreams::closeGap(Stream& stream) {
-  statistics.streamGaps.add();
+  sink.count(NetworkCount::kStreamGaps);
   const std::uint32_t next = stream.kept->early.front().sequence;
   const auto missing = static_cast<std::uint64_t>(distance(stream.next, next));
   stream.skip -= std::min(stream.skip, missing);
@@ -228,7 +220,7 @@ std::size_t TcpStreams::takeMessages(Stream& stream, Octets octets, std::size_t 
         at += static_cast<std::size_t>(piece.length);
         break;
       case Cut::kTooLong:
-        tellTooLong(stream, piece.length);
+        refuse(stream, piece.length);
         [[fallthrough]];
       case Cut::kSkip: {
         const auto here = static_cast<std::size_t>(std::min<std::uint64_t>(piece.length, rest.size()));
@@ -286,7 +278,7 @@ TcpStreams::Kind TcpStreams::decide(Octets octets) const {
 }
 
 std::size_t TcpStreams::findNext(const Stream& stream, Octets octets) {
-  statistics.streamsOutOfStep.add();
+  sink.count(NetworkCount::kStreamsOutOfStep);
   // Not where the octets begin: there it was looked already.
   if (stream.kind == Kind::kTpkt) return 1 + findTpkt(octets.subspan(1));
   if (stream.kind == Kind::kSip) return 1 + findSip(octets.subspan(1));
@@ -298,8 +290,8 @@ void TcpStreams::handOn(Stream& stream, Octets message) {
     takeWebSocketFrame(stream, message);
     return;
   }
-  statistics.streamMessages.add();
-  const StreamEnds& ends = streams.keyOf(stream);
+  sink.count(NetworkCount::kStreamMessages);
+  const FlowEnds& ends = streams.keyOf(stream);
   if (stream.kind == Kind::kSip) {
     sink.takeSipMessage(ends, message);
   } else {
@@ -316,24 +308,22 @@ void TcpStreams::takeWebSocketFrame(Stream& stream, Octets octets) {
   std::vector<std::uint8_t>& message = isPart ? keptOf(stream).assembly : unmasked;
   if (frame.opcode != kContinuation) message.clear();
   if (message.size() + payload.size() > kMaxMessage) {
-    tellTooLong(stream, message.size() + payload.size());
+    refuse(stream, message.size() + payload.size());
     message.clear();
     return;
   }
   for (std::size_t i = 0; i < payload.size(); ++i) message.push_back(payload[i] ^ frame.key[i % 4]);
   if (!frame.isLast) return;
   if (beginsSip(message) == Likeness::kYes) {
-    statistics.streamMessages.add();
+    sink.count(NetworkCount::kStreamMessages);
     sink.takeSipMessage(streams.keyOf(stream), message);
   }
   message.clear();
 }
 
-void TcpStreams::tellTooLong(const Stream& stream, std::uint64_t length) {
-  statistics.streamMessagesTooLong.add();
-  const StreamEnds& ends = streams.keyOf(stream);
-  logger()->warn("A message of " + std::to_string(length) + " bytes from " + dotted(ends.source, ends.sourcePort) +
-                 " to " + dotted(ends.destination, ends.destinationPort) + " over TCP does not fit a frame, not sent");
+void TcpStreams::refuse(const Stream& stream, std::uint64_t length) {
+  sink.count(NetworkCount::kStreamMessagesTooLong);
+  sink.refuseMessage(streams.keyOf(stream), length);
 }
 
 // ---- memory ----
@@ -359,7 +349,9 @@ void TcpStreams::forget(Stream& stream) {
 
 void TcpStreams::makeRoom() {
   while (memory > kMaxMemory) {
-    statistics.streamsDisplaced.add();
+    sink.count(NetworkCount::kStreamsDisplaced);
     forget(*streams.oldestValue());
   }
 }
+
+}  // namespace voip

@@ -7,12 +7,13 @@
 #include <span>
 #include <vector>
 
-#include "LruTable.h"
-#include "MessageFraming.h"
-#include "NetworkSink.h"
-#include "SeededHash.h"
-#include "Statistics.h"
-#include "TcpSegment.h"
+#include "network/LruTable.h"
+#include "network/MessageFraming.h"
+#include "network/NetworkSink.h"
+#include "network/SeededHash.h"
+#include "network/TcpSegment.h"
+
+namespace voip {
 
 /// Follows the TCP streams that carry SIP, SIP over WebSocket or TPKTs, and hands on their messages one by one,
 /// wherever segments cut them: segments that come again, overlap, or come out of order, numbers that wrap around,
@@ -30,11 +31,11 @@ class TcpStreams {
   static constexpr std::size_t kMaxStreamMemory = 256 << 10;
   static constexpr std::int64_t kPatience = 2'000'000;  ///< microseconds
 
-  TcpStreams(NetworkSink& takesMessages, Statistics& counts) : sink(takesMessages), statistics(counts) {}
+  explicit TcpStreams(NetworkSink& takesMessages) : sink(takesMessages) {}
 
   /// Takes in one segment. `time` is its capture time in microseconds. False when it is of no stream that is followed,
   /// or has no payload.
-  bool follow(const StreamEnds& ends, const TcpSegment& segment, std::int64_t time);
+  bool follow(const FlowEnds& ends, const TcpSegment& segment, std::int64_t time);
 
   std::size_t streamCount() const { return streams.size(); }
   std::size_t memoryUsed() const { return memory; }
@@ -71,12 +72,12 @@ class TcpStreams {
 
   struct Gap {
     std::int64_t since;
-    StreamEnds ends;
+    FlowEnds ends;
   };
 
-  std::uint64_t hashOf(const StreamEnds& ends) const;
-  Stream& newStream(const StreamEnds& ends, std::uint64_t hashed);
-  void begin(Stream* stream, const StreamEnds& ends, std::uint64_t hashed, const TcpSegment& segment);
+  std::uint64_t hashOf(const FlowEnds& ends) const;
+  Stream& newStream(const FlowEnds& ends, std::uint64_t hashed);
+  void begin(Stream* stream, const FlowEnds& ends, std::uint64_t hashed, const TcpSegment& segment);
   void place(Stream& stream, std::uint32_t sequence, Octets octets, std::int64_t time);
   void keepEarly(Stream& stream, std::uint32_t sequence, Octets octets, std::int64_t time);
   void useEarly(Stream& stream);
@@ -91,7 +92,7 @@ class TcpStreams {
   std::size_t findNext(const Stream& stream, Octets octets);
   void handOn(Stream& stream, Octets message);
   void takeWebSocketFrame(Stream& stream, Octets octets);
-  void tellTooLong(const Stream& stream, std::uint64_t length);
+  void refuse(const Stream& stream, std::uint64_t length);
 
   Kept& keptOf(Stream& stream);
   void account(Stream& stream);
@@ -99,11 +100,12 @@ class TcpStreams {
   void makeRoom();
 
   NetworkSink& sink;
-  Statistics& statistics;
   SeededHash hash;
-  LruTable<StreamEnds, Stream> streams{kMaxStreams};
+  LruTable<FlowEnds, Stream> streams{kMaxStreams};
   std::deque<Gap> gaps;  ///< those that were opened, oldest first; some have been closed since
   std::size_t memory = 0;
   WebSocketFrame frame;                ///< the last one that was cut
   std::vector<std::uint8_t> unmasked;  ///< a message of a WebSocket, reused
 };
+
+}  // namespace voip

@@ -1,7 +1,9 @@
-#include "CommandStream.h"
+#include "recorder/CommandStream.h"
 
 #include <algorithm>
 #include <cstring>
+
+namespace voip {
 
 std::size_t CommandStream::room() const {
   return std::min(kMostAtOnce, ring.size() - total);
@@ -31,3 +33,5 @@ bool CommandStream::take(SnifferRequest& request) {
   }
   return true;
 }
+
+}  // namespace voip

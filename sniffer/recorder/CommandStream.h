@@ -3,7 +3,9 @@
 #include <array>
 #include <span>
 
-#include "SnifferRequest.h"
+#include "recorder/SnifferRequest.h"
+
+namespace voip {
 
 /// Commands that come as a stream of bytes, in pieces of any size: a ring that takes bytes in and gives commands out.
 class CommandStream {
@@ -32,3 +34,5 @@ class CommandStream {
   std::size_t requestStart = 0;  ///< first byte of the next command
   std::size_t total = 0;
 };
+
+}  // namespace voip

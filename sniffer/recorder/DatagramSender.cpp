@@ -1,4 +1,4 @@
-#include "DatagramSender.h"
+#include "recorder/DatagramSender.h"
 
 #include <netinet/udp.h>
 #include <sys/socket.h>
@@ -8,6 +8,8 @@
 #include <cerrno>
 #include <cstdint>
 #include <cstring>
+
+namespace voip {
 
 namespace {
 
@@ -120,3 +122,5 @@ std::size_t DatagramSender::sendOnce(std::span<const OutgoingFrame> frames, cons
   if (sent > 0 && (error == EIO || error == EOPNOTSUPP)) largestSegment = 0;
   return sent;
 }
+
+}  // namespace voip

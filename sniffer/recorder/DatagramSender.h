@@ -4,7 +4,9 @@
 
 #include <span>
 
-#include "BaseConnection.h"
+#include "recorder/BaseConnection.h"
+
+namespace voip {
 
 /// Sends frames as datagrams, many with one system call. Where neighbours are of the same size they go as segments of
 /// one send (UDP_SEGMENT, udp(7)), which the kernel cuts into the same datagrams; it is remembered when the kernel or
@@ -26,3 +28,5 @@ class DatagramSender {
   bool segmentsKnown;      ///< to this kernel
   sockaddr_in last{};      ///< what is remembered belongs to the path to here
 };
+
+}  // namespace voip

@@ -1,4 +1,6 @@
-#include "EmbeddedConnection.h"
+#include "recorder/EmbeddedConnection.h"
+
+#include "base/Logger.h"
 
 #include <algorithm>
 #include <cstring>
@@ -6,35 +8,41 @@
 #include <string>
 #include <utility>
 
+using namespace voip;
+
 namespace {
+
+/// The connection has a logger of its own.
+const Logger& ownLogger() {
+  static const Logger& own = *new Logger("EmbeddedConnection");
+  return own;
+}
 
 using Clock = std::chrono::steady_clock;
 
 /// Holds the host's monitor, when there is one, for the length of a scope.
 class MonitorGuard {
  public:
-  explicit MonitorGuard(HostMonitor* hostMonitor) : monitor(hostMonitor) {
-    if (monitor != nullptr) monitor->enter();
+  explicit MonitorGuard(HostMonitor* monitor) : monitor_(monitor) {
+    if (monitor_ != nullptr) monitor_->enter();
   }
   ~MonitorGuard() {
-    if (monitor != nullptr) monitor->leave();
+    if (monitor_ != nullptr) monitor_->leave();
   }
   MonitorGuard(const MonitorGuard&) = delete;
   MonitorGuard& operator=(const MonitorGuard&) = delete;
 
  private:
-  HostMonitor* monitor;
+  HostMonitor* monitor_;
 };
 
 }  // namespace
 
-EmbeddedConnection* EmbeddedConnection::theConnection = nullptr;
-log4cxx::LoggerPtr EmbeddedConnection::logger = log4cxx::Logger::getLogger("EmbeddedConnection");
+EmbeddedConnection* EmbeddedConnection::theConnection_ = nullptr;
 
 EmbeddedConnection* EmbeddedConnection::dft() {
-  static std::once_flag once;
-  std::call_once(once, [] { theConnection = new EmbeddedConnection; });
-  return theConnection;
+  static EmbeddedConnection* const made = theConnection_ = new EmbeddedConnection;
+  return made;
 }
 
 int EmbeddedConnection::sendPacket(u_char* buffer, int length) {
@@ -43,21 +51,21 @@ int EmbeddedConnection::sendPacket(u_char* buffer, int length) {
   return frame.sent;
 }
 
-std::size_t EmbeddedConnection::sendPackets(std::span<OutgoingFrame> frames) {
+SendResult EmbeddedConnection::sendPackets(std::span<OutgoingFrame> frames) {
   {
     // The copies are made without the monitor: the host need not wait for them.
-    const std::lock_guard guard(queueLock);
+    const MutexLock held(queueLock_);
     for (OutgoingFrame& frame : frames) {
-      packetQueue.append(frame.bytes, frame.length);
+      packetQueue_.append(frame.bytes, frame.length);
       frame.sent = frame.length;
     }
   }
-  const MonitorGuard host(monitor);
-  const std::lock_guard guard(queueLock);
-  if (packetQueue.size() == 0) idleSince = Clock::now();
-  packetQueue.publish();
-  highestBacklog = std::max(highestBacklog, packetQueue.size());
-  return frames.size();
+  const MonitorGuard host(monitor_);
+  const MutexLock held(queueLock_);
+  if (packetQueue_.size() == 0) idleSince_ = Clock::now();
+  packetQueue_.publish();
+  highestBacklog_ = std::max(highestBacklog_, packetQueue_.size());
+  return {frames.size()};
 }
 
 int EmbeddedConnection::receivePacket(char* buffer) {
@@ -66,28 +74,28 @@ int EmbeddedConnection::receivePacket(char* buffer) {
 
 int EmbeddedConnection::receivePacket(char* buffer, int capacity) {
   SnifferPacket packet{};
-  bool unheardOf = false;
+  bool isNew = false;
   bool back = false;
   std::size_t left = 0;
   {
-    const std::lock_guard guard(queueLock);
-    if (packetQueue.size() == 0) return 0;
-    packet = packetQueue.front();
+    const MutexLock held(queueLock_);
+    if (packetQueue_.size() == 0) return 0;
+    packet = packetQueue_.front();
     if (packet.length > capacity) {
-      auto told = tooLong[std::min<std::size_t>(static_cast<std::size_t>(packet.length), tooLong.size() - 1)];
-      unheardOf = !told;
-      told = true;
+      auto isLogged = loggedLengths_[std::min<std::size_t>(static_cast<std::size_t>(packet.length), loggedLengths_.size() - 1)];
+      isNew = !isLogged;
+      isLogged = true;
     } else {
       if (packet.length > 0) std::memcpy(buffer, packet.payload, static_cast<std::size_t>(packet.length));
-      packetQueue.pop();
-      left = packetQueue.size();
-      idleSince = Clock::now();
-      back = std::exchange(hostIsIdle, false);
+      packetQueue_.pop();
+      left = packetQueue_.size();
+      idleSince_ = Clock::now();
+      back = std::exchange(hostIsIdle_, false);
     }
   }
-  if (back) logger->warn("The host fetches frames again, " + std::to_string(left) + " wait");
-  if (unheardOf) {
-    logger->warn("A frame of " + std::to_string(packet.length) + " bytes waits, the host's array holds " +
+  if (back) ownLogger().warn("The host fetches frames again, " + std::to_string(left) + " wait");
+  if (isNew) {
+    ownLogger().warn("A frame of " + std::to_string(packet.length) + " bytes waits, the host's array holds " +
                  std::to_string(capacity) + ": nothing is fetched until it is larger");
   }
   return packet.length > capacity ? 0 : packet.length;
@@ -96,43 +104,43 @@ int EmbeddedConnection::receivePacket(char* buffer, int capacity) {
 void EmbeddedConnection::watchHost() {
   std::size_t waiting;
   {
-    const std::lock_guard guard(queueLock);
-    waiting = packetQueue.size();
-    if (waiting == 0 || hostIsIdle || Clock::now() - idleSince < hostPatience) return;
-    hostIsIdle = true;
+    const MutexLock held(queueLock_);
+    waiting = packetQueue_.size();
+    if (waiting == 0 || hostIsIdle_ || Clock::now() - idleSince_ < hostPatience_) return;
+    hostIsIdle_ = true;
   }
-  logger->warn("The host has fetched nothing for " + std::to_string(hostPatience / std::chrono::seconds(1)) + " s, " +
+  ownLogger().warn("The host has fetched nothing for " + std::to_string(hostPatience_ / std::chrono::seconds(1)) + " s, " +
                std::to_string(waiting) + " frames wait");
 }
 
-EmbeddedConnection::Backlog EmbeddedConnection::getBacklog() {
-  const std::lock_guard guard(queueLock);
-  return {packetQueue.size(), highestBacklog};
+HostBacklog EmbeddedConnection::getBacklog() {
+  const MutexLock held(queueLock_);
+  return {packetQueue_.size(), highestBacklog_};
 }
 
 bool EmbeddedConnection::sendRequest(SnifferRequest& request) {
-  const std::lock_guard guard(queueLock);
-  requestQueue.push_back(request);
-  requestsWaiting = requestQueue.size();
+  const MutexLock held(queueLock_);
+  requestQueue_.push_back(request);
+  requestsWaiting_ = requestQueue_.size();
   return true;
 }
 
 bool EmbeddedConnection::receiveRequest(SnifferRequest& request) {
-  const MonitorGuard host(monitor);
-  const std::lock_guard guard(queueLock);
-  if (requestQueue.empty()) return false;
-  request = requestQueue.front();
-  requestQueue.pop_front();
-  requestsWaiting = requestQueue.size();
+  const MonitorGuard host(monitor_);
+  const MutexLock held(queueLock_);
+  if (requestQueue_.empty()) return false;
+  request = requestQueue_.front();
+  requestQueue_.pop_front();
+  requestsWaiting_ = requestQueue_.size();
   return true;
 }
 
 void EmbeddedConnection::closeConnection() {
-  const MonitorGuard host(monitor);
-  const std::lock_guard guard(queueLock);
-  requestQueue.clear();
-  requestsWaiting = 0;
-  packetQueue.clear();
-  highestBacklog = 0;
-  hostIsIdle = false;
+  const MonitorGuard host(monitor_);
+  const MutexLock held(queueLock_);
+  requestQueue_.clear();
+  requestsWaiting_ = 0;
+  packetQueue_.clear();
+  highestBacklog_ = 0;
+  hostIsIdle_ = false;
 }

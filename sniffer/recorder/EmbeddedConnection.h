@@ -1,15 +1,15 @@
 #pragma once
 
-#include <log4cxx/logger.h>
-
 #include <atomic>
 #include <bitset>
 #include <chrono>
 #include <deque>
-#include <mutex>
 
-#include "BaseConnection.h"
-#include "FrameQueue.h"
+#include "base/Mutex.h"
+#include "recorder/BaseConnection.h"
+#include "recorder/FrameQueue.h"
+
+namespace voip {
 
 /// The lock of the process that hosts the sniffer: in Java, the monitor of the channel object. Re-entrant.
 class HostMonitor {
@@ -21,12 +21,14 @@ class HostMonitor {
   ~HostMonitor() = default;
 };
 
+}  // namespace voip
+
 /// The recorder in this process: frames wait in one queue until the host fetches them, commands in another until the
 /// dissector takes them. No operation waits for anything but the locks.
 ///
-/// The dissector's side holds the host's monitor around its changes, so a host that holds it sees the queues stand
-/// still. Both sides hold the connection's own lock as well, for the length of a queue operation: a host that forgets
-/// the monitor loses the stillness, never a frame. A host that leaves frames waiting for long is told of in the log.
+/// The dissector's side holds the host's monitor while it changes a queue, so a host that holds the monitor sees the
+/// queues stand still. Both sides also hold the connection's own lock for the length of a queue operation: a host that
+/// does not take the monitor loses no frame.
 class EmbeddedConnection : public BaseConnection {
  public:
   /// The connection of this process, made on first use and never destroyed.
@@ -37,60 +39,54 @@ class EmbeddedConnection : public BaseConnection {
   EmbeddedConnection& operator=(const EmbeddedConnection&) = delete;
   ~EmbeddedConnection() override = default;
 
-  /// The monitor to hold from now on, or null for none. It is entered on the dissector's threads only.
-  void setHostMonitor(HostMonitor* hostMonitor) { monitor = hostMonitor; }
+  /// The monitor to hold from now on, or null for none. Entered on the dissector's threads only.
+  void setHostMonitor(voip::HostMonitor* monitor) { monitor_ = monitor; }
 
-  /// True when a command waits. Without the monitor: for looking often.
-  bool hasRequest() const { return requestsWaiting.load(std::memory_order_acquire) != 0; }
+  /// True when a command waits. Takes no lock.
+  bool mayHaveRequest() const override { return requestsWaiting_.load(std::memory_order_acquire) != 0; }
 
   /// Dissector's side: takes the oldest command.
   bool receiveRequest(SnifferRequest& request) override;
 
-  /// Dissector's side: queues a copy of the frame. Answers `length`.
+  /// Dissector's side: queues a copy of the frame. Returns `length`.
   int sendPacket(u_char* buffer, int length) override;
 
   /// Dissector's side: queues copies of all frames, which the host sees at once.
-  std::size_t sendPackets(std::span<OutgoingFrame> frames) override;
+  voip::SendResult sendPackets(std::span<voip::OutgoingFrame> frames) override;
 
   /// Dissector's side: empties both queues. The connection stays usable.
   void closeConnection() override;
 
-  /// Host's side: copies the oldest frame to `buffer`, removes it and answers its length, or 0 when none waits. The
+  /// Host's side: copies the oldest frame to `buffer`, removes it and returns its length, or 0 when none waits. The
   /// buffer must hold the largest frame, 65,535 bytes.
   int receivePacket(char* buffer);
 
-  /// The same for a buffer of `capacity` bytes: a frame that does not fit stays, and the answer is 0. Logged once for
-  /// each length.
+  /// The same for a buffer of `capacity` bytes: a frame that does not fit stays, and 0 is returned. Logged once for each
+  /// length.
   int receivePacket(char* buffer, int capacity);
 
-  struct Backlog {
-    std::size_t waiting = 0;  ///< frames that the host has not fetched yet
-    std::size_t highest = 0;  ///< most that ever waited
-  };
-  /// Any thread.
-  Backlog getBacklog();
+  voip::HostBacklog getBacklog() override;
+  void watchHost() override;
 
-  /// Tells in the log of a host that leaves frames waiting. To be called every now and then, on the dissector's side.
-  void watchHost();
+  /// How long frames may wait without a fetch before the log warns. For tests.
+  void setHostPatience(std::chrono::milliseconds patience) { hostPatience_ = patience; }
 
-  /// How long frames may wait without one being fetched, before the log tells of it. For tests.
-  void setHostPatience(std::chrono::milliseconds patience) { hostPatience = patience; }
-
-  /// Host's side: queues a command. Always true.
+  /// Host's side: queues a command. Returns true.
   bool sendRequest(SnifferRequest& request);
 
  private:
-  std::deque<SnifferRequest> requestQueue;
-  std::atomic<std::size_t> requestsWaiting = 0;
-  FrameQueue packetQueue;
-  std::size_t highestBacklog = 0;
-  std::chrono::milliseconds hostPatience{10'000};
-  std::chrono::steady_clock::time_point idleSince;  ///< the last fetch, or when the first frame came to wait
-  bool hostIsIdle = false;                          ///< the log has told so
-  std::bitset<65536> tooLong;                       ///< lengths of frames that the log has told to be too long
-  std::mutex queueLock;                             ///< of all above; innermost: nothing is called while it is held
-  HostMonitor* monitor = nullptr;
+  std::chrono::milliseconds hostPatience_{10'000};
+  voip::HostMonitor* monitor_ = nullptr;
+  std::atomic<std::size_t> requestsWaiting_ = 0;
 
-  static EmbeddedConnection* theConnection;
-  static log4cxx::LoggerPtr logger;
+  voip::Mutex queueLock_;  // the innermost lock: nothing is called while it is held
+  std::deque<SnifferRequest> requestQueue_ GUARDED_BY(queueLock_);
+  voip::FrameQueue packetQueue_ GUARDED_BY(queueLock_);
+  std::size_t highestBacklog_ GUARDED_BY(queueLock_) = 0;
+  /// The last fetch, or when the first waiting frame came.
+  std::chrono::steady_clock::time_point idleSince_ GUARDED_BY(queueLock_);
+  bool hostIsIdle_ GUARDED_BY(queueLock_) = false;          ///< and the log says so
+  std::bitset<65536> loggedLengths_ GUARDED_BY(queueLock_);  ///< of frames that did not fit the host's buffer
+
+  static EmbeddedConnection* theConnection_;
 };

@@ -5,6 +5,10 @@
 
 #include <cstring>
 
+#include "base/FrameLimits.h"
+
+namespace voip {
+
 /// What a forwarded frame holds: the third byte of its header.
 enum class FrameProtocol : u_char {
   None = 0,         ///< not classified
@@ -20,9 +24,8 @@ enum class FrameProtocol : u_char {
 /// On the wire, without gaps and most significant byte first: length (2), protocol (1), destination address (4) and
 /// port (2), source address (4) and port (2).
 struct FrameHeader {
-  static constexpr int kLength = 15;         ///< on the wire
+  static constexpr int kLength = kForwardedHeader;         ///< on the wire
   static constexpr int kProtocolOffset = 2;  ///< of the protocol on the wire
-  static constexpr int kMaxFrame = 65535;    ///< the length is a 16-bit field
 
   u_short len = 0;  ///< of the whole frame, these 15 bytes included
   FrameProtocol protocol = FrameProtocol::None;
@@ -68,3 +71,5 @@ struct FrameHeader {
     return ntohl(wire);
   }
 };
+
+}  // namespace voip

@@ -1,12 +1,13 @@
-#include "FrameQueue.h"
+#include "recorder/FrameQueue.h"
 
 #include <algorithm>
 #include <cstring>
+#include <utility>
+
+namespace voip {
 
 namespace {
 
-constexpr std::size_t kBlockSize = 128 << 10;  // the longest frame fits
-constexpr std::size_t kMostSpare = 8;
 constexpr std::size_t kLengthSize = sizeof(int);
 
 std::size_t bytesOf(int length) {
@@ -16,50 +17,47 @@ std::size_t bytesOf(int length) {
 }  // namespace
 
 void FrameQueue::append(const u_char* bytes, int length) {
-  Block& block = blockWithRoom(kLengthSize + bytesOf(length));
-  u_char* at = block.bytes.get() + block.written;
+  const std::size_t size = kLengthSize + bytesOf(length);
+  u_char* at = blockWithRoom(size).memory->take(size);
   std::memcpy(at, &length, kLengthSize);
   if (length > 0) std::memcpy(at + kLengthSize, bytes, bytesOf(length));
-  block.written += kLengthSize + bytesOf(length);
-  ++appended;
+  ++appended_;
 }
 
 FrameQueue::Block& FrameQueue::blockWithRoom(std::size_t size) {
-  if (!blocks.empty() && blocks.back().capacity - blocks.back().written >= size) return blocks.back();
-  if (size > kBlockSize || spare.empty()) return blocks.emplace_back(std::max(size, kBlockSize));
-  blocks.push_back(std::move(spare.back()));
-  spare.pop_back();
-  return blocks.back();
+  if (blocks_.empty() || !blocks_.back().memory->hasRoom(size)) {
+    auto memory = pool_.take(size);
+    u_char* const start = memory->begin();
+    blocks_.push_back({std::move(memory), start});
+  }
+  return blocks_.back();
 }
 
 SnifferPacket FrameQueue::front() const {
-  const Block& block = blocks.front();
-  SnifferPacket packet{0, block.bytes.get() + block.read + kLengthSize};
-  std::memcpy(&packet.length, packet.payload - kLengthSize, kLengthSize);
+  const u_char* at = blocks_.front().read;
+  SnifferPacket packet{0, at + kLengthSize};
+  std::memcpy(&packet.length, at, kLengthSize);
   return packet;
 }
 
 void FrameQueue::pop() {
-  Block& block = blocks.front();
+  Block& block = blocks_.front();
   block.read += kLengthSize + bytesOf(front().length);
-  --published;
-  --appended;
-  if (block.read < block.written) return;
-  if (blocks.size() == 1) {
-    block.read = block.written = 0;
+  --published_;
+  --appended_;
+  if (block.read != block.memory->end()) return;
+  if (blocks_.size() == 1) {
+    block.read = block.memory->begin();
+    block.memory->cutBack(block.read);
     return;
   }
-  putAside(std::move(block));
-  blocks.pop_front();
-}
-
-void FrameQueue::putAside(Block block) {
-  if (block.capacity != kBlockSize || spare.size() == kMostSpare) return;
-  block.read = block.written = 0;
-  spare.push_back(std::move(block));
+  pool_.giveBack(std::move(block.memory));
+  blocks_.pop_front();
 }
 
 void FrameQueue::clear() {
-  blocks.clear();
-  appended = published = 0;
+  blocks_.clear();
+  appended_ = published_ = 0;
 }
+
+}  // namespace voip

@@ -2,9 +2,11 @@
 
 #include <sys/types.h>
 
+#include <cstddef>
 #include <deque>
 #include <memory>
-#include <vector>
+
+#include "base/BlockPool.h"
 
 /// One frame that waits for the host.
 struct SnifferPacket {
@@ -12,16 +14,17 @@ struct SnifferPacket {
   const u_char* payload;  ///< the queue's, until pop()
 };
 
-/// Copies of frames, first in, first out. They stand in large blocks that are used again, so that a frame costs no
-/// allocation; what a burst took beyond a megabyte is given back as it drains. For one thread at a time.
+namespace voip {
+
+/// Copies of frames, first in, first out, in blocks that are reused. One thread at a time.
 class FrameQueue {
  public:
-  /// Takes a frame in; it counts once it is published.
+  /// Queues a frame; it counts once it is published.
   void append(const u_char* bytes, int length);
-  void publish() { published = appended; }
+  void publish() { published_ = appended_; }
 
   // Of what is published.
-  std::size_t size() const { return published; }
+  std::size_t size() const { return published_; }
   SnifferPacket front() const;
   void pop();
 
@@ -30,18 +33,19 @@ class FrameQueue {
 
  private:
   struct Block {
-    explicit Block(std::size_t size) : bytes(new u_char[size]), capacity(size) {}
-    std::unique_ptr<u_char[]> bytes;
-    std::size_t capacity;
-    std::size_t written = 0;  ///< each frame behind its length
-    std::size_t read = 0;
+    std::unique_ptr<PageBlock> memory;  ///< each frame after its length
+    u_char* read;                       ///< the oldest frame that was not popped
   };
 
   Block& blockWithRoom(std::size_t size);
-  void putAside(Block block);
 
-  std::deque<Block> blocks;  ///< oldest first
-  std::vector<Block> spare;
-  std::size_t appended = 0;
-  std::size_t published = 0;
+  static constexpr std::size_t kBlockSize = 128 << 10;  // the longest frame fits
+  static constexpr std::size_t kMostSpare = 8;
+
+  BlockPool pool_{kBlockSize, kMostSpare};
+  std::deque<Block> blocks_;  ///< oldest first
+  std::size_t appended_ = 0;
+  std::size_t published_ = 0;
 };
+
+}  // namespace voip

@@ -1,4 +1,4 @@
-#include "SocketWait.h"
+#include "recorder/SocketWait.h"
 
 #include <poll.h>
 #include <sys/epoll.h>
@@ -8,6 +8,8 @@
 #include <algorithm>
 #include <cerrno>
 #include <ctime>
+
+namespace voip {
 
 namespace {
 
@@ -57,3 +59,5 @@ void SocketWait::end() {
   ended = true;
   eventfd_write(endEvent, 1);
 }
+
+}  // namespace voip

@@ -3,6 +3,8 @@
 #include <atomic>
 #include <chrono>
 
+namespace voip {
+
 /// Where threads sleep until a socket is ready, or until the end. One thread waits to read and one to write.
 class SocketWait {
  public:
@@ -30,3 +32,5 @@ class SocketWait {
   int readable;  ///< epoll(7), which takes new sockets in and lets closed ones go while a thread waits
   std::atomic<bool> ended = false;
 };
+
+}  // namespace voip

@@ -1,56 +1,57 @@
 #pragma once
 
-#include <log4cxx/logger.h>
 #include <netinet/in.h>
 
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
-#include <mutex>
-#include <vector>
+#include <memory>
 
-#include "BaseConnection.h"
-#include "CommandStream.h"
-#include "LinkObserver.h"
-#include "SocketWait.h"
+#include "base/Mutex.h"
+#include "recorder/BaseConnection.h"
+#include "recorder/CommandStream.h"
+#include "recorder/SocketWait.h"
+#include "recorder/StreamSending.h"
+#include "statistics/Statistics.h"
 
 /// The recorder at the end of a TCP stream.
 ///
 /// Nothing is opened before the first send. A lost connection is closed, and each later send makes one attempt to get
-/// it back, followed by a pause of one second when it fails. The socket never blocks: a send buffer that stays full
-/// counts as a lost connection, at once or after the time-out for sending. While there is none, every send makes the
-/// dissector forget its RTP destinations and its queue, so that a recorder that comes back gets nothing stale.
+/// it back. The socket never blocks: a send buffer that stays full counts as a lost connection, at once or after the
+/// time-out for sending.
 ///
-/// The sending thread calls sendPacket() and sendPackets(), the command thread receiveRequest(), awaitRequest() and
-/// sendReply().
-class TcpConnection : public BaseConnection {
+/// The sending thread calls sendPacket(), sendPackets() and pause(), the command thread receiveRequest(),
+/// awaitRequest() and sendReply().
+class TcpConnection : public BaseConnection, private voip::StreamSocket {
  public:
   /// `host` is a dotted IPv4 address; the text is not copied and must outlive the object. `port` is in host order.
   TcpConnection(const char* host, int port);
   TcpConnection(const TcpConnection&) = delete;
   TcpConnection& operator=(const TcpConnection&) = delete;
 
-  /// Who is told what becomes of the link. Before the first use; it must outlive the connection.
-  void setObserver(LinkObserver* owner) { observer = owner; }
+  /// Connections and waits are counted there. Before the first use; it must outlive the connection.
+  void setStatistics(voip::Statistics& statistics) { statistics_ = &statistics; }
 
-  /// How long a send waits for a recorder that makes no room, before the connection counts as lost. Then also what is
-  /// left of a frame after a short send is sent once and counted. 0: neither. Before the first use.
-  void setSendTimeout(std::chrono::milliseconds time) { sendTimeout = time; }
+  /// How long a send waits for a recorder that makes no room, before the connection counts as lost. Each byte is then
+  /// sent once, and a short send that completes a frame counts. 0: no wait, and the accounting of sendPacket(). Before
+  /// the first use.
+  void setSendTimeout(std::chrono::milliseconds time);
 
-  /// Decodes at most one command. Also answers true, with `request` as it was, while the beginning of a command waits
+  /// Decodes at most one command. Also returns true, with `request` as it was, while the beginning of a command waits
   /// for its rest; that command was sent in pieces, and the one before it is acted on again.
   bool receiveRequest(SnifferRequest& request) override;
 
-  /// Answers the bytes counted as sent, 0 for nothing to send, -1 after a second without a connection.
+  /// Returns the bytes counted as sent, 0 for nothing to send, -1 after a second without a connection. A short send is
+  /// logged and counted, unless it completes the frame: then the rest goes out again.
   int sendPacket(u_char* buffer, int length) override;
-  std::size_t sendPackets(std::span<OutgoingFrame> frames) override;
+  voip::SendResult sendPackets(std::span<voip::OutgoingFrame> frames) override;
 
-  /// As sendPacket(); with a time-out for sending it leaves what finds no room to the sending thread, behind the frame
-  /// in work, and then answers `length`. -1 when too much is left there already.
-  int sendReply(u_char* buffer, int length) override;
+  /// With a time-out for sending, a reply that finds no room goes out after the frame in work, and counts as sent; -1
+  /// when too many wait already.
+  voip::LinkEvent sendReply(voip::OutgoingFrame& reply) override;
 
-  void awaitRequest() override { wait.untilReadable(); }
-  void interrupt() override { wait.end(); }
+  void pause() override { rest(1, 0); }
+  void awaitRequest() override { wait_.untilReadable(); }
+  void interrupt() override { wait_.end(); }
 
   void closeConnection() override;
 
@@ -62,52 +63,45 @@ class TcpConnection : public BaseConnection {
   /// One attempt to connect; it may still be in progress when this returns.
   void tcpConnect();
 
-  bool isConnected() const { return connected; }
+  bool isConnected() const { return connected_; }
 
-  /// What to do after a send that failed with `errnum`: 0 to go on with the frame, -1 to give it up.
-  int checkError(int errnum);
+  /// Decides on a send that failed with `errnum`: 0 to go on with the frame, -1 to give it up. May close the connection.
+  int checkError(int errnum) override;
 
   /// Sleeps; a signal cuts it short.
   void rest(long seconds, long nanoseconds);
 
  private:
-  using Lock = std::unique_lock<std::recursive_mutex>;
-  enum class Room { kThere, kNotInTime, kNeverMore };
-
-  /// Sends the first frames in one system call, and finishes the one in which that ended. False when that one is not
-  /// taken whole. Counts in `done` all that were dealt with.
-  bool sendGroup(std::span<OutgoingFrame> frames, std::size_t& done, Lock& held);
-  /// Puts the first frames into `together`, where there are several, and answers how many: one at least.
-  std::size_t gather(std::span<const OutgoingFrame> frames);
-  /// Goes on with a frame of which the last send gave `n`. `frames` wait with it.
-  int sendRest(std::span<const u_char> bytes, ssize_t n, std::size_t frames, bool patient, Lock& held);
-  bool sendReplies(Lock& held);
-  Room waitForRoom(std::size_t frames, Lock& held);
-  int reject(Lock& held);
-  bool reconnect();
-  void setConnected();
-  void logConnecting() const;
+  bool isExact() const { return exact_ != nullptr; }
+  voip::LinkEvent sendReplyExactly(voip::OutgoingFrame& reply) REQUIRES(lock_);
+  voip::SendProgress sendFrames(std::span<voip::OutgoingFrame> frames) REQUIRES(lock_);
+  bool reconnect() REQUIRES(lock_);
+  void setConnected() REQUIRES(lock_);
+  void countLoss();
+  std::string address() const;
   static void logCommand(const SnifferRequest& request);
 
-  LinkObserver* observer;
-  std::chrono::milliseconds sendTimeout{0};
-  sockaddr_in serverAddr{};
-  int clientSd = -1;
-  int serverPort;
-  const char* serverHost;
-  std::atomic<bool> connected = false;
-  int connectRetries = 0;  ///< sends in a row that found no connection
+  ssize_t sendBytes(std::span<const u_char> bytes) override;
+  Room waitForRoom(std::size_t frames) REQUIRES(lock_) override;
 
-  SocketWait wait;
-  bool waitingForRoom = false;   ///< the sending thread, without the lock: the stream and the socket are its own
-  std::vector<u_char> together;  ///< the bytes of one system call, reused
-  std::vector<u_char> replies;   ///< what goes out before the next frame
-  CommandStream commands;        ///< of this connection to the recorder
+  voip::Statistics* statistics_ = nullptr;
+  std::chrono::milliseconds sendTimeout_{0};
+  sockaddr_in serverAddr_{};
+  const int serverPort_;
+  const char* const serverHost_;
 
   /// Held for a whole frame but for the wait for room, and wherever the socket is used, so that no thread closes it
   /// under another. Recursive: a failing send closes the connection through the interface.
-  std::recursive_mutex lock;
-  std::condition_variable_any noneWaits;
+  voip::Mutex lock_{"", voip::Mutex::kRecursive};
+  voip::Condition noneWaits_;
+  int clientSd_ = -1;
+  std::atomic<bool> connected_ = false;
+  int connectRetries_ GUARDED_BY(lock_) = 0;  ///< sends in a row that found no connection
+  bool waitingForRoom_ = false;               ///< the sending thread waits without the lock; the stream stays its own
+  voip::LinkEvent event_ = voip::LinkEvent::kNone;  ///< of the send in work
+  std::unique_ptr<voip::StreamSending> sending_;
+  voip::ExactSending* exact_ = nullptr;  ///< `sending_`, with a time-out for sending
+  voip::CommandStream commands_ GUARDED_BY(lock_);
 
-  static log4cxx::LoggerPtr logger;
+  voip::SocketWait wait_;
 };

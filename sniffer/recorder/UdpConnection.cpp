@@ -1,4 +1,4 @@
-#include "UdpConnection.h"
+#include "recorder/UdpConnection.h"
 
 #include <arpa/inet.h>
 #include <fcntl.h>
@@ -9,37 +9,38 @@
 #include <cstdlib>
 #include <string>
 
-#include "DottedDecimal.h"
+#include "base/DottedDecimal.h"
+#include "base/Logger.h"
 
-log4cxx::LoggerPtr UdpConnection::logger = log4cxx::Logger::getLogger("SnifferClient");
+using namespace voip;
 
-UdpConnection::UdpConnection(const char* host, int port) : serverPort(port), serverHost(host) {
-  serverAddr.sin_family = AF_INET;
-  serverAddr.sin_addr.s_addr = serverIp = inet_addr(serverHost);
-  serverAddr.sin_port = htons(static_cast<uint16_t>(port));
-  clientAddr.sin_family = AF_INET;
-  clientAddr.sin_addr.s_addr = htonl(INADDR_ANY);
-  clientAddr.sin_port = htons(0);
+UdpConnection::UdpConnection(const char* host, int port) : serverPort_(port), serverHost_(host) {
+  serverAddr_.sin_family = AF_INET;
+  serverAddr_.sin_addr.s_addr = serverIp_ = inet_addr(serverHost_);
+  serverAddr_.sin_port = htons(static_cast<uint16_t>(port));
+  clientAddr_.sin_family = AF_INET;
+  clientAddr_.sin_addr.s_addr = htonl(INADDR_ANY);
+  clientAddr_.sin_port = htons(0);
 
-  clientSd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-  if (clientSd == -1) {
-    logger->error("Error, client can't open datagram socket");
+  clientSd_ = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+  if (clientSd_ == -1) {
+    logger().error("Error, client can't open datagram socket");
     std::exit(1);
   }
-  fcntl(clientSd, F_SETFL, fcntl(clientSd, F_GETFL) | O_NONBLOCK);
+  fcntl(clientSd_, F_SETFL, fcntl(clientSd_, F_GETFL) | O_NONBLOCK);
   const int on = 1;
-  setsockopt(clientSd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
-  if (bind(clientSd, reinterpret_cast<const sockaddr*>(&clientAddr), sizeof clientAddr) != 0) {
-    logger->error("Error, client bind failed UdpConnection");
+  setsockopt(clientSd_, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+  if (bind(clientSd_, reinterpret_cast<const sockaddr*>(&clientAddr_), sizeof clientAddr_) != 0) {
+    logger().error("Error, client bind failed UdpConnection");
     std::exit(1);
   }
-  sender.emplace(clientSd);
-  wait.watch(clientSd);
+  sender_.emplace(clientSd_);
+  wait_.watch(clientSd_);
 }
 
 sockaddr_in UdpConnection::recorder() {
-  const std::lock_guard guard(serverAddrLock);
-  return serverAddr;
+  const MutexLock held(serverAddrLock_);
+  return serverAddr_;
 }
 
 int UdpConnection::sendPacket(u_char* buffer, int length) {
@@ -48,46 +49,46 @@ int UdpConnection::sendPacket(u_char* buffer, int length) {
   return frame.sent;
 }
 
-std::size_t UdpConnection::sendPackets(std::span<OutgoingFrame> frames) {
-  const std::lock_guard guard(sendLock);
-  const std::size_t sent = closed ? 0 : sender->send(frames, recorder());
+SendResult UdpConnection::sendPackets(std::span<OutgoingFrame> frames) {
+  const MutexLock held(sendLock_);
+  const std::size_t sent = closed_ ? 0 : sender_->send(frames, recorder());
   for (OutgoingFrame& frame : frames.first(sent)) frame.sent = frame.length;
-  if (sent == frames.size()) return sent;
+  if (sent == frames.size()) return {sent};
   OutgoingFrame& failed = frames[sent];
   failed.sent = -1;
-  logger->error("len=" + std::to_string(failed.length) + ", sent=" + std::to_string(failed.sent) +
+  logger().error("len=" + std::to_string(failed.length) + ", sent=" + std::to_string(failed.sent) +
                 "\nError sento on socket");
-  return sent + 1;
+  return {sent + 1};
 }
 
 bool UdpConnection::receiveRequest(SnifferRequest& request) {
-  if (closed) return false;
+  if (closed_) return false;
   std::array<u_char, 2000> received;
   sockaddr_in from{};
   socklen_t fromLength = sizeof from;
   const ssize_t n =
-      recvfrom(clientSd, received.data(), received.size(), 0, reinterpret_cast<sockaddr*>(&from), &fromLength);
+      recvfrom(clientSd_, received.data(), received.size(), 0, reinterpret_cast<sockaddr*>(&from), &fromLength);
   if (n < 0) return false;
-  if (serverOnly && from.sin_addr.s_addr != serverIp) {
-    if (observer != nullptr) observer->foreignCommand();
+  if (serverOnly_ && from.sin_addr.s_addr != serverIp_) {
+    if (statistics_ != nullptr) statistics_->commandsIgnored.add();
     return false;
   }
   {
-    const std::lock_guard guard(serverAddrLock);
-    serverAddr = from;
+    const MutexLock held(serverAddrLock_);
+    serverAddr_ = from;
   }
   if (n == 0) return false;
   // One that is too short is completed by the bytes of those before it.
-  std::copy_n(received.begin(), std::min(static_cast<std::size_t>(n), command.size()), command.begin());
-  request = SnifferRequest::fromWire(command.data());
-  if (logger->isDebugEnabled()) {
-    logger->debug("rx from server cmd=" + std::to_string(request.request) + ", ip=" + dottedDecimal(request.rtpAddr) +
+  std::copy_n(received.begin(), std::min(static_cast<std::size_t>(n), command_.size()), command_.begin());
+  request = SnifferRequest::fromWire(command_.data());
+  if (logger().isDebugEnabled()) {
+    logger().debug("rx from server cmd=" + std::to_string(request.request) + ", ip=" + dottedDecimal(request.rtpAddr) +
                   ", port=" + std::to_string(request.rtpPort) + ", nRcvd=" + std::to_string(n));
   }
   return true;
 }
 
 void UdpConnection::closeConnection() {
-  // The descriptor's number may belong to someone else afterwards: it is closed once and not used again.
-  if (!closed.exchange(true)) close(clientSd);
+  // The descriptor's number may belong to someone else afterwards: it is closed_ once and not used again.
+  if (!closed_.exchange(true)) close(clientSd_);
 }

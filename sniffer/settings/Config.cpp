@@ -1,15 +1,18 @@
-#include "Config.h"
+#include "settings/Config.h"
+
+#include "base/Logger.h"
 
 #include <cstdlib>
 #include <fstream>
 #include <utility>
+
+using namespace voip;
 
 namespace {
 constexpr std::size_t kMaxLineLength = 511;
 }
 
 Config* Config::config = nullptr;
-log4cxx::LoggerPtr Config::logger = log4cxx::Logger::getLogger("SnifferClient");
 
 Config* Config::dft() {
   if (config == nullptr) config = new Config;
@@ -33,7 +36,7 @@ void Config::loadLines(std::istream& text, const std::string& name) {
   std::string line;
   for (int number = 1; std::getline(text, line); ++number) {
     if (line.size() > kMaxLineLength) {
-      logger->warn("Line " + std::to_string(number) + " of " + name + " is longer than " +
+      logger().warn("Line " + std::to_string(number) + " of " + name + " is longer than " +
                    std::to_string(kMaxLineLength) + " characters and is ignored");
       continue;
     }
@@ -49,7 +52,7 @@ void Config::addLine(const std::string& line, int number) {
 }
 
 void Config::failToRead() {
-  logger->error("Can't open configuration file " + cfgFileName);
+  logger().error("Can't open configuration file " + cfgFileName);
   std::exit(1);
 }
 

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <log4cxx/logger.h>
 
 #include <istream>
 #include <map>
@@ -60,5 +59,4 @@ class Config {
   std::vector<Line> lines;
 
   static Config* config;
-  static log4cxx::LoggerPtr logger;
 };

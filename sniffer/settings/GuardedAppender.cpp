@@ -1,4 +1,4 @@
-#include "GuardedAppender.h"
+#include "settings/GuardedAppender.h"
 
 #include <fcntl.h>
 #include <log4cxx/helpers/loglog.h>
@@ -13,6 +13,8 @@
 #include <exception>
 #include <stdexcept>
 #include <utility>
+
+namespace voip {
 
 using log4cxx::spi::LoggingEvent;
 
@@ -101,3 +103,5 @@ void guardAppenders() {
   // From here on the guards tell what goes wrong, and not a line of it for each line of the log.
   log4cxx::helpers::LogLog::setQuietMode(true);
 }
+
+}  // namespace voip

@@ -7,6 +7,8 @@
 #include <cstdint>
 #include <string>
 
+namespace voip {
+
 /// Stands in front of an appender so that whatever befalls it costs log lines and nothing else. log4cxx lets an
 /// appender's exceptions out of every call of a logger, on whatever thread; and a file that could not be opened, or is
 /// no longer there, swallows lines without a word.
@@ -40,3 +42,5 @@ class GuardedAppender final : public log4cxx::AppenderSkeleton {
 
 /// Puts a guard in front of every appender that the loggers have.
 void guardAppenders();
+
+}  // namespace voip

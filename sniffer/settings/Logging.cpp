@@ -1,4 +1,4 @@
-#include "Logging.h"
+#include "settings/Logging.h"
 
 #include <log4cxx/consoleappender.h>
 #include <log4cxx/helpers/loglog.h>
@@ -13,8 +13,11 @@
 #include <exception>
 #include <memory>
 
-#include "Config.h"
-#include "GuardedAppender.h"
+#include "base/Logger.h"
+#include "settings/Config.h"
+#include "settings/GuardedAppender.h"
+
+namespace voip {
 
 namespace {
 
@@ -36,8 +39,7 @@ void configureLogging(const std::string& fileName) {
     return;
   }
   logToConsole();
-  log4cxx::Logger::getLogger("SnifferClient")
-      ->warn("Can't read the logging configuration " + fileName + ", logging to standard error");
+  logger().warn("Can't read the logging configuration " + fileName + ", logging to standard error");
 }
 
 void logToConsole() {
@@ -48,6 +50,13 @@ void logToConsole() {
   root->setLevel(log4cxx::Level::getInfo());
 }
 
+void makeLogLevels() {
+  for (const int level : {log4cxx::Level::DEBUG_INT, log4cxx::Level::INFO_INT, log4cxx::Level::WARN_INT,
+                          log4cxx::Level::ERROR_INT, log4cxx::Level::FATAL_INT}) {
+    log4cxx::Level::toLevel(level);
+  }
+}
+
 std::string logLevelNamed(const std::string& text) {
   std::string level = Config::trim(text);
   std::transform(level.begin(), level.end(), level.begin(), [](unsigned char c) { return std::toupper(c); });
@@ -56,3 +65,5 @@ std::string logLevelNamed(const std::string& text) {
   }
   return {};
 }
+
+}  // namespace voip

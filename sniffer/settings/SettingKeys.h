@@ -5,7 +5,9 @@
 #include <variant>
 #include <vector>
 
-#include "Settings.h"
+#include "settings/Settings.h"
+
+namespace voip {
 
 /// A value that is taken as it stands. `oddities` tells what is odd about one, and what is done about it.
 struct TextKey {
@@ -97,3 +99,5 @@ constexpr const SettingKey* findSettingKey(std::string_view name) {
 constexpr bool hasMember(const SettingKey& key) {
   return std::visit([](const auto& value) { return value.member != nullptr; }, key.value);
 }
+
+}  // namespace voip

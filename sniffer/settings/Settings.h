@@ -2,6 +2,8 @@
 
 #include <string>
 
+namespace voip {
+
 /// The values of the settings that decide how the sniffer works beyond where it captures and whom it serves. Each is
 /// off as it stands here. Filled from the properties file, or from the host's text of Key=value lines; the members are
 /// named after their keys.
@@ -28,3 +30,5 @@ struct Settings {
 
   bool operator==(const Settings&) const = default;
 };
+
+}  // namespace voip

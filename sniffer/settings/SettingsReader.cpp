@@ -1,4 +1,4 @@
-#include "SettingsReader.h"
+#include "settings/SettingsReader.h"
 
 #include <arpa/inet.h>
 #include <strings.h>
@@ -13,16 +13,18 @@
 #include <set>
 #include <sstream>
 
-#include "Logging.h"
-#include "SettingKeys.h"
-#include "StringTokenizer.h"
+#include "settings/Logging.h"
+#include "settings/SettingKeys.h"
+#include "settings/StringTokenizer.h"
+#include "base/Logger.h"
+
+namespace voip {
 
 namespace {
 
 constexpr const char* kYes = "yes";
 constexpr const char* kNo = "no";
 
-const log4cxx::LoggerPtr logger = log4cxx::Logger::getLogger("SnifferClient");
 
 /// What the digits say. What no 32 bits hold is out of every range, so it is as good as the largest number.
 std::optional<int> wholeNumber(const std::string& value) {
@@ -76,12 +78,12 @@ void reportKeys(Config& config, SettingsOrigin origin) {
     const SettingKey* known = findSettingKey(key);
     if (known == nullptr) {
       const bool blanks = findSettingKey(config.trim(key)) != nullptr;
-      logger->warn(where + "\"" + key + "\" is no setting" +
+      logger().warn(where + "\"" + key + "\" is no setting" +
                    (blanks ? ", blanks in front of '=' belong to the key" : "") + ", ignored");
     } else if (origin == SettingsOrigin::Host && !hasMember(*known)) {
-      logger->warn(where + key + " is not for the host's settings, ignored");
+      logger().warn(where + key + " is not for the host's settings, ignored");
     } else if (!isNew) {
-      logger->warn(where + key + " is set again, line " + std::to_string(first->second) + " counts");
+      logger().warn(where + key + " is set again, line " + std::to_string(first->second) + " counts");
     }
   }
 }
@@ -92,7 +94,7 @@ void reportOddity(Config& config, const std::string& key, const std::string& odd
   const std::string where = line == lines.end() ? "The settings have no " + key
                                                 : "Line " + std::to_string(line->number) + " of the settings: " + key +
                                                       "=" + config.getProperty(key);
-  logger->warn(where + ", " + oddity);
+  logger().warn(where + ", " + oddity);
 }
 
 std::string defaultOf(const SettingKey& key) {
@@ -188,3 +190,5 @@ std::string describeSettings() {
   }
   return text.str();
 }
+
+}  // namespace voip

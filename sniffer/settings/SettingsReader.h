@@ -2,8 +2,10 @@
 
 #include <string>
 
-#include "Config.h"
-#include "Settings.h"
+#include "settings/Config.h"
+#include "settings/Settings.h"
+
+namespace voip {
 
 /// Whose settings these are: a host gives those that it has no fields for.
 enum class SettingsOrigin { File, Host };
@@ -20,3 +22,5 @@ Settings parseHostSettings(const std::string& text);
 
 /// A line for each key: its name, what it does, its default.
 std::string describeSettings();
+
+}  // namespace voip

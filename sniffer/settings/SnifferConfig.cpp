@@ -1,13 +1,15 @@
-#include "SnifferConfig.h"
+#include "settings/SnifferConfig.h"
 
 #include <cstdlib>
 #include <iostream>
 #include <utility>
 
-#include "Config.h"
-#include "Logging.h"
-#include "SettingKeys.h"
-#include "SettingsReader.h"
+#include "settings/Config.h"
+#include "settings/Logging.h"
+#include "settings/SettingKeys.h"
+#include "settings/SettingsReader.h"
+
+using namespace voip;
 
 namespace {
 

@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "Settings.h"
+#include "settings/Settings.h"
 
 /// Typed access to the settings of the properties file. What keys there are, SettingKeys.h tells.
 ///
@@ -48,7 +48,7 @@ class SnifferConfig {
   bool getTraceSignalling();
 
   /// The keys beyond these.
-  Settings getSettings();
+  voip::Settings getSettings();
 
   /// Logs a warning for each key that means nothing and each value that makes no sense: the line, and what is assumed.
   void reportOddities();

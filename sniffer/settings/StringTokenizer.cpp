@@ -1,4 +1,4 @@
-#include "StringTokenizer.h"
+#include "settings/StringTokenizer.h"
 
 #include <utility>
 

@@ -1,13 +1,14 @@
-#include "CallDescription.h"
+#include "signalling/CallDescription.h"
 
-#include <log4cxx/logger.h>
 
-#include "MediaDescription.h"
-#include "OpalGloballyUniqueID.h"
-#include "PIPSocket.h"
+#include "signalling/MediaDescription.h"
+#include "h323/base/OpalGloballyUniqueID.h"
+#include "h323/base/PIPSocket.h"
+#include "base/Logger.h"
+
+namespace voip {
 
 namespace {
-const log4cxx::LoggerPtr logger = log4cxx::Logger::getLogger("SnifferClient");
 }
 
 bool CallDescription::append(const H225_H323_UU_PDU_h323_message_body& body) {
@@ -48,7 +49,7 @@ bool CallDescription::appendInformation(const std::optional<H225_Information_UUI
   if (!information) return false;
   appendCallId("Information", information->callIdentifier());
   const PString digits = q931.GetCalledPartyNumber();
-  LOG4CXX_DEBUG(logger, "Digit: " << digits);
+  logger().debug("Digit: ", digits);
   text += "i:";
   text += digits;
   text += '\n';
@@ -87,7 +88,7 @@ bool CallDescription::appendCallId(const char* message, const std::optional<H225
   text += "c:";
   text += id;
   text += '\n';
-  LOG4CXX_DEBUG(logger, message << " CallId: " << id << suffix);
+  logger().debug(message, " CallId: ", id, suffix);
   return true;
 }
 
@@ -95,7 +96,7 @@ void CallDescription::appendParty(const char* line, const char* role,
                                   const std::optional<H225_ArrayOf_AliasAddress>& aliases, const PString& number) {
   const bool hasAlias = aliases && !aliases->IsEmpty();
   const PString party = hasAlias ? H323GetAliasAddressString(*aliases->begin()) : number;
-  LOG4CXX_DEBUG(logger, "SETUP (" << (hasAlias ? "H225" : "Q931") << ") " << role << ": " << party);
+  logger().debug("SETUP (", (hasAlias ? "H225" : "Q931"), ") ", role, ": ", party);
   text += line;
   text += party;
   text += '\n';
@@ -117,9 +118,11 @@ void CallDescription::appendProposalsOrAnnounce(const char* message, const auto&
 void CallDescription::announce(const char* message, const H225_TransportAddress& address) {
   const auto ipAddress = address.ipAddress();
   if (!ipAddress) {
-    LOG4CXX_DEBUG(logger, message << " has h245 address which is not IPv4");
-    logger->error(static_cast<const char*>(address.GetTagName()));
+    logger().debug(message, " has h245 address which is not IPv4");
+    logger().error(static_cast<const char*>(address.GetTagName()));
     return;
   }
   callMaps.announce(callReference, {PIPSocket::Address(ipAddress->ip()).AsString(), ipAddress->port()});
 }
+
+}  // namespace voip

@@ -2,12 +2,14 @@
 
 #include <optional>
 
-#include "CallMaps.h"
-#include "Effort.h"
-#include "H225.h"
-#include "H245.h"
-#include "PString.h"
-#include "Q931.h"
+#include "signalling/CallMaps.h"
+#include "h323/decoder/Effort.h"
+#include "h323/messages/H225.h"
+#include "h323/messages/H245.h"
+#include "h323/base/PString.h"
+#include "h323/messages/Q931.h"
+
+namespace voip {
 
 /// What a message of H.225.0 says about its call: who calls whom, with which media, and where H.245 will be spoken. One
 /// object describes one message.
@@ -51,3 +53,5 @@ class CallDescription {
   asn1::Effort& effort;
   PString& text;
 };
+
+}  // namespace voip

@@ -1,19 +1,22 @@
-#include "CallMaps.h"
+#include "signalling/CallMaps.h"
+
+#include "base/Logger.h"
 
 #include <utility>
 
+namespace voip {
+
 namespace {
-const log4cxx::LoggerPtr logger = log4cxx::Logger::getLogger("SnifferClient");
 }
 
 void CallMaps::announce(const PString& callReference, const h245Addr& addr) {
   const std::lock_guard guard(lock);
   callRefMap.insert_or_assign(callReference, addr);
-  LOG4CXX_DEBUG(logger, "Inserted " << callReference << " and " << addr << " into Call Reference Map");
+  logger().debug("Inserted ", callReference, " and ", addr, " into Call Reference Map");
   if (const auto old = h245Map.find(addr); old != h245Map.end()) erase(old);
   if (h245Map.size() == kMostAddresses) forgetOldest();
   h245Map.insert({addr, {callReference, byAge.insert(byAge.end(), addr)}});
-  LOG4CXX_DEBUG(logger, "Inserted " << addr << " and " << callReference << " into H245 Map");
+  logger().debug("Inserted ", addr, " and ", callReference, " into H245 Map");
 }
 
 void CallMaps::release(const PString& callReference) {
@@ -22,11 +25,11 @@ void CallMaps::release(const PString& callReference) {
   if (call == callRefMap.end()) return;
   const h245Addr addr = call->second;
   callRefMap.erase(call);
-  LOG4CXX_DEBUG(logger, "Erased " << callReference << " and " << addr << " from Call Reference Map");
+  logger().debug("Erased ", callReference, " and ", addr, " from Call Reference Map");
   const auto entry = h245Map.find(addr);
   if (entry == h245Map.end()) return;
   erase(entry);
-  LOG4CXX_DEBUG(logger, "Erased " << addr << " and " << callReference << " from H245 Map");
+  logger().debug("Erased ", addr, " and ", callReference, " from H245 Map");
 }
 
 std::optional<PString> CallMaps::callOf(const h245Addr& addr) const {
@@ -36,15 +39,15 @@ std::optional<PString> CallMaps::callOf(const h245Addr& addr) const {
 }
 
 void CallMaps::display() const {
-  if (!log4cxx::Logger::isDebugEnabledFor(logger)) return;
+  if (!logger().isDebugEnabled()) return;
   const std::lock_guard guard(lock);
-  if (callRefMap.empty()) logger->debug("CallRefMap is empty");
-  if (h245Map.empty()) logger->debug("h245Map is empty");
+  if (callRefMap.empty()) logger().debug("CallRefMap is empty");
+  if (h245Map.empty()) logger().debug("h245Map is empty");
   for (const auto& [callReference, addr] : callRefMap) {
-    LOG4CXX_DEBUG(logger, "Call Ref Map --- Key = " << callReference << ", Value = " << addr);
+    logger().debug("Call Ref Map --- Key = ", callReference, ", Value = ", addr);
   }
   for (const auto& [addr, announcement] : h245Map) {
-    LOG4CXX_DEBUG(logger, "h245Map --- Key = " << addr << ", Value = " << announcement.callReference);
+    logger().debug("h245Map --- Key = ", addr, ", Value = ", announcement.callReference);
   }
 }
 
@@ -62,7 +65,9 @@ void CallMaps::forgetOldest() {
   erase(oldest);
   if (statistics != nullptr) statistics->h245AddressesForgotten.add();
   if (!std::exchange(warned, true)) {
-    LOG4CXX_WARN(logger, "More than " << kMostAddresses << " H.245 addresses were announced by calls that nobody "
-                                      << "released: from now on the oldest are forgotten");
+    logger().warn("More than " + std::to_string(kMostAddresses) +
+                  " H.245 addresses were announced by calls that nobody released: from now on the oldest are forgotten");
   }
 }
+
+}  // namespace voip

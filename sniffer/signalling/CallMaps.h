@@ -1,6 +1,5 @@
 #pragma once
 
-#include <log4cxx/logger.h>
 #include <sys/types.h>
 
 #include <cstddef>
@@ -10,8 +9,10 @@
 #include <optional>
 #include <ostream>
 
-#include "PString.h"
-#include "Statistics.h"
+#include "h323/base/PString.h"
+#include "statistics/Statistics.h"
+
+namespace voip {
 
 /// Which call an H.245 connection belongs to: H.245 names no call, so the addresses that calls announce for it are
 /// remembered until the call is released.
@@ -94,3 +95,5 @@ class CallMaps {
   Statistics* statistics;
   bool warned = false;
 };
+
+}  // namespace voip

@@ -1,10 +1,13 @@
-#include "H323Parser.h"
+#include "signalling/H323Parser.h"
 
 #include <cstring>
 #include <sstream>
 
-#include "CallDescription.h"
-#include "PIPSocket.h"
+#include "signalling/CallDescription.h"
+#include "h323/base/PIPSocket.h"
+#include "base/Logger.h"
+
+using namespace voip;
 
 namespace {
 
@@ -25,7 +28,6 @@ bool looksLikeQ931(const PBYTEArray& octets) {
 
 }  // namespace
 
-log4cxx::LoggerPtr H323Parser::logger = log4cxx::Logger::getLogger("SnifferClient");
 H323Parser* H323Parser::h323Parser = nullptr;
 
 bool H323Parser::parseH323(u_char* payload, int len, int ourHdrLen, const u_int& tx_ip, const u_int& rx_ip,
@@ -54,7 +56,7 @@ bool H323Parser::decode(PBYTEArray& appPayload, const u_int& tx_ip, const u_int&
   if (!isTracing()) return describeCallSignalling(connection, effort, upStreamPayload, nullptr);
   std::ostringstream trace;
   const bool forward = describeCallSignalling(connection, effort, upStreamPayload, &trace);
-  logger->info(trace.str());
+  logger().info(trace.str());
   return forward;
 }
 
@@ -113,7 +115,7 @@ bool H323Parser::handleH245MultimediaSystemControlMsg(H245_MultimediaSystemContr
   if (isTracing()) {
     std::ostringstream trace;
     trace << "\n=== H245 Message ===\n" << message;
-    logger->info(trace.str());
+    logger().info(trace.str());
   }
   const auto belongsToCall = [&](unsigned type, const char* complaint) {
     return isTunneled || appendCallOf(connection, type, complaint, upStreamPayload);
@@ -148,7 +150,7 @@ bool H323Parser::handleH245MultimediaSystemControlMsg(H245_MultimediaSystemContr
     upStreamPayload += "i:";
     upStreamPayload += *digits;
     upStreamPayload += '\n';
-    LOG4CXX_DEBUG(logger, "H.245 DTMF Passed: " << *digits);
+    logger().debug("H.245 DTMF Passed: ", *digits);
   }
   return false;  // digits alone are not worth a frame
 }
@@ -164,8 +166,8 @@ bool H323Parser::appendCallOf(const Connection& connection, unsigned messageType
   auto callReference = callMaps.callOf(tx);
   if (!callReference) callReference = callMaps.callOf(rx);
   if (!callReference) {
-    logger->error(complaint);
-    LOG4CXX_DEBUG(logger, "Tx IP:Port=" << tx << "\nRx IP:Port=" << rx);
+    logger().error(complaint);
+    logger().debug("Tx IP:Port=", tx, "\nRx IP:Port=", rx);
     displayCallIdMap();
     return false;
   }
@@ -176,5 +178,5 @@ bool H323Parser::appendCallOf(const Connection& connection, unsigned messageType
 }
 
 bool H323Parser::isTracing() const {
-  return traceSignalling && logger->isInfoEnabled();
+  return traceSignalling && logger().isInfoEnabled();
 }

@@ -1,19 +1,18 @@
 #pragma once
 
-#include <log4cxx/logger.h>
 #include <sys/types.h>
 
 #include <ostream>
 
-#include "CallMaps.h"
-#include "Effort.h"
-#include "H225.h"
-#include "H245.h"
-#include "MediaDescription.h"
-#include "PBYTEArray.h"
-#include "PString.h"
-#include "Q931.h"
-#include "Statistics.h"
+#include "signalling/CallMaps.h"
+#include "h323/decoder/Effort.h"
+#include "h323/messages/H225.h"
+#include "h323/messages/H245.h"
+#include "signalling/MediaDescription.h"
+#include "h323/base/PBYTEArray.h"
+#include "h323/base/PString.h"
+#include "h323/messages/Q931.h"
+#include "statistics/Statistics.h"
 
 /// Describes H.323 signalling (Q.931 with H.225.0, H.245) in a few lines of text for the recorder: which call, who
 /// calls whom, and where the media goes.
@@ -39,12 +38,12 @@ class H323Parser {
     u_char tpkt_length[2];  ///< big-endian, this header included
   };
 
-  using h245Addr = CallMaps::h245Addr;
-  using h245comp = CallMaps::h245comp;
-  using callrefcomp = CallMaps::callrefcomp;
+  using h245Addr = voip::CallMaps::h245Addr;
+  using h245comp = voip::CallMaps::h245comp;
+  using callrefcomp = voip::CallMaps::callrefcomp;
 
   /// What is counted goes to `statistics`, which may be null and must outlive the parser.
-  explicit H323Parser(Statistics* statistics = nullptr) : callMaps(statistics) {}
+  explicit H323Parser(voip::Statistics* statistics = nullptr) : callMaps(statistics) {}
   H323Parser(const H323Parser&) = delete;
   H323Parser& operator=(const H323Parser&) = delete;
   virtual ~H323Parser() = default;
@@ -73,32 +72,32 @@ class H323Parser {
 
   void getFastStartParams(H225_ArrayOf_PASN_OctetString& h245FastStartParams, PString& upStreamPayload);
   void getRequestMediaParams(H245_RequestMessage& Request, PString& upStreamPayload) {
-    if (const auto channel = Request.openLogicalChannel()) appendLogicalChannel(*channel, upStreamPayload);
+    if (const auto channel = Request.openLogicalChannel()) voip::appendLogicalChannel(*channel, upStreamPayload);
   }
   void getResponseMediaParams(H245_ResponseMessage& Response, PString& upStreamPayload) {
-    if (const auto ack = Response.openLogicalChannelAck()) appendAcknowledgedAddresses(*ack, upStreamPayload);
+    if (const auto ack = Response.openLogicalChannelAck()) voip::appendAcknowledgedAddresses(*ack, upStreamPayload);
   }
   void getForwardLogicalChannelParams(H245_OpenLogicalChannel_forwardLogicalChannelParameters& flcParams,
                                       PString& upStreamPayload) {
-    appendForwardChannel(flcParams, upStreamPayload);
+    voip::appendForwardChannel(flcParams, upStreamPayload);
   }
   void getReverseLogicalChannelParams(H245_OpenLogicalChannel_reverseLogicalChannelParameters& rlcParams,
                                       PString& upStreamPayload) {
-    appendReverseChannel(rlcParams, upStreamPayload);
+    voip::appendReverseChannel(rlcParams, upStreamPayload);
   }
   void getH2250LogicalChannelParams(H245_H2250LogicalChannelParameters& h225LCParams, PString& upStreamPayload) {
-    appendMediaChannel(h225LCParams, upStreamPayload);
+    voip::appendMediaChannel(h225LCParams, upStreamPayload);
   }
   void getForwardLogicalChannelAckParams(H245_H2250LogicalChannelAckParameters& h225LCAckParams,
                                          PString& upStreamPayload) {
-    appendMediaChannel(h225LCAckParams, upStreamPayload);
+    voip::appendMediaChannel(h225LCAckParams, upStreamPayload);
   }
   void getMediaChannelAttributes(H245_TransportAddress& mediaChannel, PString& upStreamPayload) {
-    appendMediaAddress(mediaChannel, upStreamPayload);
+    voip::appendMediaAddress(mediaChannel, upStreamPayload);
   }
   /// Not part of any description so far: RTCP is next to RTP.
   void getMediaControlChannelAttributes(H245_TransportAddress& mediaControlChannel, PString& upStreamPayload) {
-    appendMediaControlAddress(mediaControlChannel, upStreamPayload);
+    voip::appendMediaControlAddress(mediaControlChannel, upStreamPayload);
   }
 
   /// See CallMaps::announce().
@@ -127,7 +126,7 @@ class H323Parser {
                     PString& upStreamPayload);
   bool isTracing() const;
 
-  CallMaps callMaps;
+  voip::CallMaps callMaps;
 
   // Decoded into again and again, so that a message costs no memory of its own.
   H245_MultimediaSystemControlMessage h245MSCMsg;
@@ -137,6 +136,5 @@ class H323Parser {
 
   bool traceSignalling = false;
 
-  static log4cxx::LoggerPtr logger;
   static H323Parser* h323Parser;  ///< for whoever wants one parser for the process; a dissector has its own
 };

@@ -1,12 +1,13 @@
-#include "MediaDescription.h"
+#include "signalling/MediaDescription.h"
 
-#include <log4cxx/logger.h>
 
-#include "PIPSocket.h"
+#include "h323/base/PIPSocket.h"
+#include "base/Logger.h"
+
+namespace voip {
 
 namespace {
 
-const log4cxx::LoggerPtr logger = log4cxx::Logger::getLogger("SnifferClient");
 
 void appendCodec(const char* direction, const H245_DataType& dataType, PString& text) {
   const auto audio = dataType.audioData();
@@ -24,12 +25,12 @@ void appendCodec(const char* direction, const H245_DataType& dataType, PString& 
 void appendAddress(const char* channel, const char* protocol, const H245_TransportAddress& address, PString& text) {
   const auto unicast = address.unicastAddress();
   if (!unicast) {
-    LOG4CXX_DEBUG(logger, channel << " Address is not Unicast. " << address.GetTagName() << " is not supported");
+    logger().debug(channel, " Address is not Unicast. ", address.GetTagName(), " is not supported");
     return;
   }
   const auto iPAddress = unicast->iPAddress();
   if (!iPAddress) {
-    LOG4CXX_DEBUG(logger, channel << " address is not IPv4. " << unicast->GetTagName() << " is not supported");
+    logger().debug(channel, " address is not IPv4. ", unicast->GetTagName(), " is not supported");
     return;
   }
   text += protocol;
@@ -95,7 +96,7 @@ void appendFastStart(const H225_ArrayOf_PASN_OctetString& elements, H245_OpenLog
     if (before == 0) break;
     PPER_Stream stream(element.GetValue(), effort);
     if (!channel.Decode(stream)) {
-      LOG4CXX_DEBUG(logger, "H323 fast-start parameter decode failed");
+      logger().debug("H323 fast-start parameter decode failed");
       continue;
     }
     appendLogicalChannel(channel, text);
@@ -103,3 +104,5 @@ void appendFastStart(const H225_ArrayOf_PASN_OctetString& elements, H245_OpenLog
     effort.wasWorthIt(before);
   }
 }
+
+}  // namespace voip

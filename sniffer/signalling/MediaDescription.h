@@ -1,9 +1,11 @@
 #pragma once
 
-#include "Effort.h"
-#include "H225.h"
-#include "H245.h"
-#include "PString.h"
+#include "h323/decoder/Effort.h"
+#include "h323/messages/H225.h"
+#include "h323/messages/H245.h"
+#include "h323/base/PString.h"
+
+namespace voip {
 
 // What H.245 says about media channels, in the words that the recorder reads. Each of these appends to `text` what it
 // finds to describe, without a line feed unless it says so.
@@ -27,3 +29,5 @@ void appendMediaControlAddress(const H245_TransportAddress& address, PString& te
 /// A line for each element that is an OpenLogicalChannel, decoded into `channel` at the cost of `effort`.
 void appendFastStart(const H225_ArrayOf_PASN_OctetString& elements, H245_OpenLogicalChannel& channel,
                      asn1::Effort& effort, PString& text);
+
+}  // namespace voip

@@ -1,4 +1,4 @@
-#include "SipHelper.h"
+#include "signalling/SipHelper.h"
 
 #include <cstring>
 #include <string>

@@ -1,15 +1,18 @@
-#include "PeriodicTask.h"
+#include "statistics/PeriodicTask.h"
 
-#include <log4cxx/logger.h>
+#include "base/Logger.h"
+
 
 #include <exception>
 #include <string>
 #include <utility>
 
+namespace voip {
+
 namespace {
 
 void tellFailure(const std::exception& failure) {
-  log4cxx::Logger::getLogger("SnifferClient")->warn(std::string("Statistics are not told: ") + failure.what());
+  logger().warn(std::string("Statistics are not told: ") + failure.what());
 }
 
 }  // namespace
@@ -44,3 +47,5 @@ void PeriodicTask::run() {
     guard.lock();
   }
 }
+
+}  // namespace voip

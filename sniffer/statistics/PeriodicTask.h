@@ -6,6 +6,8 @@
 #include <mutex>
 #include <thread>
 
+namespace voip {
+
 /// Runs a task on a thread of its own again and again, for the first time when an interval has passed, as long as the
 /// object lives. The destructor waits for a task that runs. When there is no thread to be had, a WARN says so.
 class PeriodicTask {
@@ -25,3 +27,5 @@ class PeriodicTask {
   bool ended = false;
   std::thread thread;
 };
+
+}  // namespace voip

@@ -1,7 +1,9 @@
-#include "PrometheusText.h"
+#include "statistics/PrometheusText.h"
 
 #include <cstdio>
 #include <string_view>
+
+namespace voip {
 
 namespace {
 
@@ -95,3 +97,5 @@ std::string prometheusText(const Statistics& statistics, const std::vector<Devic
   for (const DeviceRow& row : kDeviceRows) addDeviceRow(text, row, devices);
   return text;
 }
+
+}  // namespace voip

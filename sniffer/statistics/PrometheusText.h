@@ -4,7 +4,9 @@
 #include <string>
 #include <vector>
 
-#include "Statistics.h"
+#include "statistics/Statistics.h"
+
+namespace voip {
 
 /// What became of the frames of one device.
 struct DeviceStatistics {
@@ -17,3 +19,5 @@ struct DeviceStatistics {
 
 /// All figures in the text format of Prometheus, version 0.0.4, as node_exporter's textfile collector takes it.
 std::string prometheusText(const Statistics& statistics, const std::vector<DeviceStatistics>& devices);
+
+}  // namespace voip

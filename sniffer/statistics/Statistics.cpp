@@ -1,4 +1,6 @@
-#include "Statistics.h"
+#include "statistics/Statistics.h"
+
+namespace voip {
 
 void Statistics::countWait(std::chrono::milliseconds time, std::size_t frames) {
   sendWaits.add();
@@ -17,3 +19,5 @@ std::string Statistics::report(const Settings& settings) const {
   }
   return text;
 }
+
+}  // namespace voip

@@ -6,7 +6,9 @@
 #include <iterator>
 #include <string>
 
-#include "Settings.h"
+#include "settings/Settings.h"
+
+namespace voip {
 
 /// What became of the frames since the engine was made; kStatisticsRows tells of each what it means. Written by the
 /// threads that do the work, without a lock; read by any thread.
@@ -14,6 +16,7 @@ struct Statistics {
   /// Relaxed: counters stand for themselves and order nothing.
   struct Counter : std::atomic<std::uint64_t> {
     constexpr Counter(std::uint64_t value = 0) : atomic(value) {}
+    Counter(const Counter& other) : atomic(other.load(std::memory_order_relaxed)) {}
     using atomic::operator=;
 
     void add(std::uint64_t more = 1) { fetch_add(more, std::memory_order_relaxed); }
@@ -206,3 +209,5 @@ struct CarriedCounter {
  private:
   std::uint32_t last = 0;
 };
+
+}  // namespace voip

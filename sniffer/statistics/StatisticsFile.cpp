@@ -1,7 +1,8 @@
-#include "StatisticsFile.h"
+#include "statistics/StatisticsFile.h"
+
+#include "base/Logger.h"
 
 #include <fcntl.h>
-#include <log4cxx/logger.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -9,6 +10,8 @@
 #include <cstring>
 #include <exception>
 #include <utility>
+
+namespace voip {
 
 namespace {
 
@@ -56,10 +59,11 @@ void StatisticsFile::replace() {
 
 void StatisticsFile::tell(const std::string& failure) {
   if (failure == std::exchange(told, failure)) return;
-  const auto logger = log4cxx::Logger::getLogger("SnifferClient");
   if (failure.empty()) {
-    logger->info("The statistics file " + path + " is written again");
+    logger().info("The statistics file " + path + " is written again");
   } else {
-    logger->warn("Can't write the statistics file " + path + ": " + failure);
+    logger().warn("Can't write the statistics file " + path + ": " + failure);
   }
 }
+
+}  // namespace voip

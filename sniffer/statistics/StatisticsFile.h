@@ -5,7 +5,9 @@
 #include <optional>
 #include <string>
 
-#include "PeriodicTask.h"
+#include "statistics/PeriodicTask.h"
+
+namespace voip {
 
 /// A file that holds the latest statistics while the object lives, and the last ones afterwards. Written at once, at
 /// every interval by a thread of its own, and at the end. Whoever reads the file sees a whole one: it is replaced by
@@ -27,3 +29,5 @@ class StatisticsFile {
   std::string told;  ///< the failure that was told last; empty when all is well
   std::optional<PeriodicTask> renewal;
 };
+
+}  // namespace voip

@@ -5,8 +5,8 @@
 
 #include <memory>
 
-#include "H225.h"
-#include "H245.h"
+#include "h323/messages/H225.h"
+#include "h323/messages/H245.h"
 
 namespace {
 

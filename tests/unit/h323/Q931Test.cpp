@@ -1,8 +1,8 @@
-#include "Q931.h"
+#include "h323/messages/Q931.h"
 
 #include <gtest/gtest.h>
 
-#include "../Segments.h"
+#include "support/Segments.h"
 
 namespace {
 

@@ -10,9 +10,9 @@
 #include <utility>
 #include <vector>
 
-#include "H225Schema.h"
-#include "H245Schema.h"
-#include "PERDecoder.h"
+#include "h323/schema/H225Schema.h"
+#include "h323/schema/H245Schema.h"
+#include "h323/decoder/PERDecoder.h"
 
 namespace {
 

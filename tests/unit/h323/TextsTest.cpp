@@ -2,9 +2,9 @@
 
 #include <memory>
 
-#include "../Segments.h"
-#include "H225.h"
-#include "OpalGloballyUniqueID.h"
+#include "support/Segments.h"
+#include "h323/messages/H225.h"
+#include "h323/base/OpalGloballyUniqueID.h"
 
 namespace {
 

@@ -1,6 +1,6 @@
 // The run of the native methods under the sanitizers. What Java has to do with it is tested in a virtual machine.
 
-#include "MainLoop.h"
+#include "jni/MainLoop.h"
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -10,8 +10,11 @@
 #include <fstream>
 #include <future>
 
-#include "../TestLog.h"
-#include "EmbeddedConnection.h"
+#include "support/TestLog.h"
+#include "jni/com_morvin_dom_telephony_sniffer_EmbeddedPacketChannel.h"
+#include "recorder/EmbeddedConnection.h"
+
+using namespace voip;
 
 extern Sniffer* sniffer;
 
@@ -33,7 +36,7 @@ class MainLoopTest : public testing::Test {
   void SetUp() override { GTEST_FLAG_SET(death_test_style, "threadsafe"); }
 
   void mainLoop() {
-    MainLoop::dft().run([this] { MainLoop::dft().sniff(fields); });
+    MainLoop::dft().run([this] { MainLoop::dft().sniff(fields, signalHandler); });
   }
 
   void start() {
@@ -60,7 +63,7 @@ TEST_F(MainLoopTest, StopIsSafeAtAnyTime) {
   MainLoop::dft().stop();  // before
   MainLoop::dft().run([this] {
     std::thread([] { MainLoop::dft().stop(); }).join();  // before there is an engine
-    MainLoop::dft().sniff(fields);
+    MainLoop::dft().sniff(fields, signalHandler);
   });
 
   // While the engine is being set up: a pipe keeps it waiting for the header of the file.

@@ -1,7 +1,9 @@
 #include <gtest/gtest.h>
 #include <pcap/pcap.h>
 
-#include "Packets.h"
+#include "support/Packets.h"
+
+using namespace voip;
 
 namespace {
 
@@ -79,14 +81,12 @@ TEST(NetworkStack, PutsFragmentsTogether) {
       {"malformed", {oddLength, beyond}, 0, 0, 2},
   };
   for (const auto& one : cases) {
-    Settings settings = Stack::all();
-    settings.dropDuplicates = false;
-    Stack stack(settings);
+    Stack stack({.decapsulate = true, .reassembleFragments = true});
     for (const Bytes& fragment : one.fragments) stack.take(fragment);
     EXPECT_EQ(stack.sink.items, Items(one.datagrams, std::string(40, 'a') + std::string(40, 'b'))) << one.what;
-    EXPECT_EQ(stack.statistics.datagramsContradictory, one.contradictory) << one.what;
-    EXPECT_EQ(stack.statistics.fragmentsMalformed, one.malformed) << one.what;
-    EXPECT_EQ(stack.statistics.fragmentsHeld + one.datagrams, one.fragments.size()) << one.what;
+    EXPECT_EQ(stack.sink.counts[NetworkCount::kDatagramsContradictory], one.contradictory) << one.what;
+    EXPECT_EQ(stack.sink.counts[NetworkCount::kFragmentsMalformed], one.malformed) << one.what;
+    EXPECT_EQ(stack.sink.counts[NetworkCount::kFragmentsHeld] + one.datagrams, one.fragments.size()) << one.what;
   }
 }
 
@@ -94,15 +94,15 @@ TEST(NetworkStack, BoundsWhatWaitsForFragments) {
   Stack stack;
   std::int64_t time = 0;
   for (int id = 0; id < 5'000; ++id) stack.take(ethernet(0x0800, Ip{.id = id, .fragment = 0x2000}(zeros(8))), time);
-  EXPECT_EQ(stack.statistics.datagramsDisplaced, 5'000U - FragmentReassembler::kMaxDatagrams);
+  EXPECT_EQ(stack.sink.counts[NetworkCount::kDatagramsDisplaced], 5'000U - FragmentReassembler::kMaxDatagrams);
   time += FragmentReassembler::kPatience + 1;
   stack.take(ethernet(0x0800, Ip{.id = 6'000, .fragment = 0x2000}(zeros(8))), time);
-  EXPECT_EQ(stack.statistics.datagramsTimedOut, FragmentReassembler::kMaxDatagrams);
-  const std::uint64_t before = stack.statistics.datagramsDisplaced;
+  EXPECT_EQ(stack.sink.counts[NetworkCount::kDatagramsTimedOut], FragmentReassembler::kMaxDatagrams);
+  const std::uint64_t before = stack.sink.counts[NetworkCount::kDatagramsDisplaced];
   for (int id = 0; id < 400; ++id) {  // 64 KiB each
     stack.take(ethernet(0x0800, Ip{.id = id, .fragment = 0x3FF0}(zeros(8))), time);
   }
-  EXPECT_GT(stack.statistics.datagramsDisplaced, before + 100);
+  EXPECT_GT(stack.sink.counts[NetworkCount::kDatagramsDisplaced], before + 100);
 }
 
 TEST(NetworkStack, DropsWhatWasSeenAMomentAgo) {
@@ -134,7 +134,7 @@ TEST(NetworkStack, DropsWhatWasSeenAMomentAgo) {
     Stack stack;
     stack.take(one.before.empty() ? first : one.before, 1'000'000);
     stack.take(one.second, 1'000'000 + one.later);
-    EXPECT_EQ(stack.statistics.duplicatesDropped, one.isDuplicate ? 1U : 0U) << one.what;
+    EXPECT_EQ(stack.sink.counts[NetworkCount::kDuplicatesDropped], one.isDuplicate ? 1U : 0U) << one.what;
   }
 }
 

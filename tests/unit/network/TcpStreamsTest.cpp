@@ -2,7 +2,9 @@
 
 #include <random>
 
-#include "Packets.h"
+#include "support/Packets.h"
+
+using namespace voip;
 
 namespace {
 
@@ -42,10 +44,9 @@ const std::string kWebSocketStream = kHandshake + webSocket(kInvite.substr(0, 20
                                      webSocket(kInvite.substr(20), 0x80) + webSocket(kRinging) + webSocket(kBye);
 
 struct Follower {
-  Statistics statistics;
   WritingSink sink;
-  TcpStreams streams{sink, statistics};
-  StreamEnds ends{1, 2, 3, 4};
+  TcpStreams streams{sink};
+  FlowEnds ends{1, 2, 3, 4};
 
   bool segment(std::uint32_t sequence, const std::string& payload, std::int64_t time = 0, bool isSyn = false) {
     const Bytes octets = text(payload);
@@ -85,7 +86,7 @@ TEST(TcpStreams, FindMessagesWhereverSegmentsCut) {
                          stream.substr(piece.from, piece.to - piece.from));
       }
       ASSERT_EQ(follower.sink.items, messages) << "round " << round;
-      ASSERT_EQ(follower.statistics.streamGaps + follower.statistics.streamsOutOfStep, 0U);
+      ASSERT_EQ(follower.sink.counts[NetworkCount::kStreamGaps] + follower.sink.counts[NetworkCount::kStreamsOutOfStep], 0U);
     }
   }
 }
@@ -146,7 +147,7 @@ TEST(TcpStreams, RefuseWhatIsNeitherAndTellWhatDoesNotFit) {
     EXPECT_TRUE(follower.segment(static_cast<std::uint32_t>(at), stream.substr(at, 1000)));
   }
   EXPECT_EQ(follower.sink.items, (Items{fits, kBye}));
-  EXPECT_EQ(follower.statistics.streamMessagesTooLong, 1U);
+  EXPECT_EQ(follower.sink.counts[NetworkCount::kStreamMessagesTooLong], 1U);
 }
 
 TEST(TcpStreams, AreBounded) {
@@ -156,7 +157,7 @@ TEST(TcpStreams, AreBounded) {
     follower.segment(0, "", 0, true);
   }
   EXPECT_EQ(follower.streams.streamCount(), TcpStreams::kMaxStreams);
-  EXPECT_EQ(follower.statistics.streamsDisplaced, 10U);
+  EXPECT_EQ(follower.sink.counts[NetworkCount::kStreamsDisplaced], 10U);
   // Whatever is missing, a stream waits with 256 KiB at most, and all of them with 64 MB.
   const std::string piece(1000, 'x');
   for (std::uint32_t host = 0; host < 400; ++host) {
@@ -167,7 +168,7 @@ TEST(TcpStreams, AreBounded) {
               std::min<std::size_t>((host + 1) * TcpStreams::kMaxStreamMemory, TcpStreams::kMaxMemory));
   }
   EXPECT_GT(follower.streams.memoryUsed(), TcpStreams::kMaxMemory - TcpStreams::kMaxStreamMemory);
-  EXPECT_GT(follower.statistics.streamGaps, 0U);
+  EXPECT_GT(follower.sink.counts[NetworkCount::kStreamGaps], 0U);
 }
 
 }  // namespace

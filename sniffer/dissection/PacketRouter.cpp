@@ -1,0 +1,194 @@
+#include "dissection/PacketRouter.h"
+
+#include <cstdio>
+#include <iterator>
+
+#include "base/DottedDecimal.h"
+#include "base/FrameLimits.h"
+#include "base/Logger.h"
+#include "forwarding/MediaHeader.h"
+#include "network/PlainPacket.h"
+
+namespace voip {
+
+namespace {
+
+NetworkOptions optionsOf(const Settings& settings) {
+  return {settings.decapsulate, settings.dropDuplicates, settings.reassembleFragments, settings.reassembleTcp};
+}
+
+/// In the order of NetworkCount.
+constexpr Statistics::Counter Statistics::*kCounters[] = {
+    &Statistics::otherDropped,         &Statistics::tcpDropped,
+    &Statistics::duplicatesDropped,    &Statistics::duplicatesForgotten,
+    &Statistics::fragmentsHeld,        &Statistics::fragmentsMalformed,
+    &Statistics::datagramsReassembled, &Statistics::datagramsTimedOut,
+    &Statistics::datagramsDisplaced,   &Statistics::datagramsContradictory,
+    &Statistics::segmentsFollowed,     &Statistics::segmentsRetransmitted,
+    &Statistics::streamMessages,       &Statistics::streamMessagesTooLong,
+    &Statistics::streamGaps,           &Statistics::streamsOutOfStep,
+    &Statistics::streamsDisplaced,
+};
+static_assert(std::size(kCounters) == static_cast<std::size_t>(NetworkCount::kStreamsDisplaced) + 1);
+
+void logRefusal(const char* heading, const sniff_ip& ip) {
+  // The 16-bit fields are printed as the host reads them from the frame: a raw view.
+  char dump[160];
+  std::snprintf(dump, sizeof dump, "%svhl=%02x tos=%02x len=%04x id=%04x off=%04x ttl=%02x p=%02x sum=%04x", heading,
+                ip.ip_vhl, ip.ip_tos, ip.ip_len, ip.ip_id, ip.ip_off, ip.ip_ttl, ip.ip_p, ip.ip_sum);
+  logger().error(dump);
+}
+
+}  // namespace
+
+PacketRouter::PacketRouter(RtpDestinations& destinations, Recalls& recalls, RecorderLinks& links,
+                           FrameForwarder& forwarder, Statistics& statistics)
+    : destinations_(destinations),
+      recalls_(recalls),
+      links_(links),
+      forwarder_(forwarder),
+      statistics_(statistics),
+      classifier_(destinations, statistics) {
+  configure({}, nullptr);
+}
+
+void PacketRouter::configure(const Settings& settings, LookBack* lookBack) {
+  lookBack_ = lookBack;
+  classifier_.setSipAnyUri(settings.sipAnyUri);
+  network_ = std::make_unique<NetworkStack>(optionsOf(settings), static_cast<NetworkSink&>(*this));
+}
+
+// ---- frames ----
+
+void PacketRouter::takeFrame(const pcap_pkthdr& header, u_char* frame, int linkType, const CaptureStamp& stamp) {
+  stamp_ = stamp;
+  const std::int64_t time = std::int64_t{header.ts.tv_sec} * 1'000'000 + header.ts.tv_usec;
+  network_->takeFrame({frame, header.len}, linkType, time);
+}
+
+void PacketRouter::takePlainUdp(std::span<u_char> frame, std::size_t offset) {
+  takeUdp(frame, offset, classifier_.ends(), true, *this);
+}
+
+void PacketRouter::takePlainTcp(std::span<u_char> frame, std::size_t offset) {
+  takeTcp(frame, offset, classifier_.ends(), *this);
+}
+
+// ---- items of the network ----
+
+void PacketRouter::takeDatagram(const Datagram& datagram) {
+  if (classifier_.classify(datagram) == FrameProtocol::None || datagram.payload.empty()) {
+    drop(datagram);
+    return;
+  }
+  forward({datagram.payload.data() - kForwardedHeader, datagram.payload.size() + kForwardedHeader});
+  if (!datagram.isCaptured) forwarder_.flush();  // its bytes do not stay
+}
+
+void PacketRouter::drop(const Datagram& datagram) {
+  if (lookBack_ == nullptr || !looksLikeMedia(datagram.payload.data(), static_cast<int>(datagram.payload.size()))) {
+    statistics_.udpDropped.add();
+    return;
+  }
+  const std::span frame(datagram.payload.data() - kForwardedHeader, datagram.payload.size() + kForwardedHeader);
+  classifier_.header().protocol = FrameProtocol::Rtp;
+  classifier_.header().write(frame.data());
+  lookBack_->keepMedia({stamp_, frame});
+}
+
+void PacketRouter::takeSegment(const Segment& segment) {
+  if (segment.payload.empty()) {
+    statistics_.tcpDropped.add();
+  } else {
+    forwardDescription(segment.ends, segment.payload);
+  }
+}
+
+void PacketRouter::takeTpkt(const FlowEnds& ends, std::span<const std::uint8_t> tpkt) {
+  forwardDescription(ends, {const_cast<u_char*>(tpkt.data()), tpkt.size()});  // it is only read
+}
+
+void PacketRouter::takeSipMessage(const FlowEnds& ends, std::span<const std::uint8_t> message) {
+  made_.assign(kForwardedHeader, 0);
+  made_.insert(made_.end(), message.begin(), message.end());
+  made_.resize(made_.size() + kFrameSlack);
+  // The stream's framing has read the whole start line. Whether any URI will do is the setting's choice.
+  if (!classifier_.takesAnyUri() && !classifier_.isSip(made_.data() + kForwardedHeader)) {
+    statistics_.tcpDropped.add();
+    return;
+  }
+  classifier_.setClass(FrameProtocol::Sip, ends, message.size());
+  made_.resize(kForwardedHeader + message.size());
+  forwardMade();
+}
+
+void PacketRouter::forwardDescription(const FlowEnds& ends, std::span<u_char> octets) {
+  if (!classifier_.describe(ends, octets, description_)) {
+    statistics_.tcpDropped.add();
+    return;
+  }
+  // A zero byte takes the place of the text's last character.
+  made_.assign(kForwardedHeader, 0);
+  made_.insert(made_.end(), description_.begin(), description_.end());
+  made_.push_back(0);
+  forwardMade();
+}
+
+void PacketRouter::forwardMade() {
+  forward(made_);
+  forwarder_.flush();  // the next one takes its place
+}
+
+// ---- to the recorder ----
+
+void PacketRouter::forward(std::span<u_char> frame) {
+  classifier_.header().write(frame.data());
+  BaseConnection* connection = links_.forFrame(classifier_.lastClass(), classifier_.header().protocol);
+  if (connection == nullptr) {
+    statistics_.notSent.add();
+    logger().warn("PAYLOAD NOT SENT");
+    return;
+  }
+  // Asked for a moment ago: what was kept for it goes first.
+  if (recalls_.arePending()) forwardRecalled();
+  forwarder_.add(*connection, {stamp_, frame});
+}
+
+void PacketRouter::forwardRecalled() {
+  if (!recalls_.arePending()) return;
+  for (const RtpAddr& destination : recalls_.take()) {
+    if (lookBack_ == nullptr || !destinations_.contains(destination)) continue;
+    for (const KeptFrame& kept : lookBack_->media.recall(destination)) forwarder_.add(*links_.getMedia(), kept);
+    forwarder_.flush();
+    lookBack_->media.releaseRecalled();
+  }
+}
+
+// ---- refused ----
+
+void PacketRouter::refuseHeader(const sniff_ip& ip) {
+  statistics_.otherDropped.add();
+  logRefusal("*** Dropping IP packet with unknown IP header\n", ip);
+}
+
+void PacketRouter::refuseProtocol(const sniff_ip& ip) {
+  statistics_.otherDropped.add();
+  logRefusal("*** Dropping IP packet with unknown upper layer protocol\n", ip);
+}
+
+void PacketRouter::refuseTcpHeader(int length) {
+  statistics_.tcpDropped.add();
+  logger().info("*** Fragmented TCP message. Header length: " + std::to_string(length) + " bytes");
+}
+
+void PacketRouter::refuseMessage(const FlowEnds& ends, std::uint64_t length) {
+  logger().warn("A message of " + std::to_string(length) + " bytes from " + dottedDecimal(ends.source) + ":" +
+                std::to_string(ends.sourcePort) + " to " + dottedDecimal(ends.destination) + ":" +
+                std::to_string(ends.destinationPort) + " over TCP does not fit a frame, not sent");
+}
+
+void PacketRouter::count(NetworkCount what) {
+  (statistics_.*kCounters[static_cast<std::size_t>(what)]).add();
+}
+
+}  // namespace voip

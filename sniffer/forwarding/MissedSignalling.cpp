@@ -1,0 +1,44 @@
+#include "forwarding/MissedSignalling.h"
+
+namespace voip {
+
+namespace {
+
+constexpr std::size_t kOverhead = 64;  // bytes of a frame besides its own
+constexpr Instant kBetweenAttempts{1000};
+
+}  // namespace
+
+void MissedSignalling::keep(const KeptFrame& kept, Instant now) {
+  frames_.push_back({now, kept.stamp, {kept.frame.begin(), kept.frame.end()}});
+  size_ += kept.frame.size() + kOverhead;
+  statistics_.lookBackWaiting.add();
+  while (size_ > memory_) {
+    statistics_.lookBackOverflow.add();
+    pop();
+  }
+}
+
+KeptFrame MissedSignalling::front() {
+  Missed& oldest = frames_.front();
+  return {oldest.stamp, oldest.frame};
+}
+
+void MissedSignalling::pop() {
+  --statistics_.lookBackWaiting;
+  size_ -= frames_.front().frame.size() + kOverhead;
+  frames_.pop_front();
+}
+
+void MissedSignalling::fail(Instant now) {
+  nextAttempt_ = now + kBetweenAttempts;
+}
+
+void MissedSignalling::expire(Instant now) {
+  while (!frames_.empty() && frames_.front().kept < now - time_) {
+    statistics_.queueDiscarded.add();
+    pop();
+  }
+}
+
+}  // namespace voip

@@ -1,0 +1,116 @@
+#include "forwarding/RecorderLinks.h"
+
+#include <chrono>
+#include <cstring>
+#include <string>
+#include <utility>
+
+#include "base/Logger.h"
+#include "recorder/EmbeddedConnection.h"
+#include "recorder/TcpConnection.h"
+#include "recorder/UdpConnection.h"
+#include "signalling/SipHelper.h"
+
+namespace voip {
+
+namespace {
+
+bool shareOneConnection(const RecorderAddresses& recorder) {
+  if (recorder.nameSig == nullptr) return true;
+  return recorder.portMedia == recorder.portSig && std::strcmp(recorder.nameMedia, recorder.nameSig) == 0;
+}
+
+std::unique_ptr<UdpConnection> makeUdp(const char* host, int port, const Settings& settings, Statistics& statistics) {
+  auto connection = std::make_unique<UdpConnection>(host, port);
+  connection->setStatistics(statistics);
+  connection->setCommandsFromServerOnly(settings.commandsFromServerOnly);
+  return connection;
+}
+
+std::unique_ptr<TcpConnection> makeTcp(const char* host, int port, const Settings& settings, Statistics& statistics) {
+  auto connection = std::make_unique<TcpConnection>(host, port);
+  connection->setStatistics(statistics);
+  connection->setSendTimeout(std::chrono::milliseconds(settings.sendTimeout));
+  return connection;
+}
+
+}  // namespace
+
+// ---- making and releasing ----
+
+void RecorderLinks::own(Owned media, Owned signalling) {
+  media_ = std::move(media);
+  signalling_ = std::move(signalling);
+  conMedia_ = media_.get();
+  conSig_ = signalling_.get();
+}
+
+void RecorderLinks::take(std::unique_ptr<BaseConnection> media, std::unique_ptr<BaseConnection> signalling) {
+  own({media.release(), destroy}, {signalling.release(), destroy});
+}
+
+void RecorderLinks::makeEmbedded() {
+  logger().info("Embedded connection created");
+  own({EmbeddedConnection::dft(), leave}, {nullptr, leave});
+}
+
+void RecorderLinks::makeSockets(const char* transport, const RecorderAddresses& recorder, const Settings& settings,
+                                Statistics& statistics) {
+  // Three characters decide, so a copy that is shorter is padded with zeros.
+  u_char name[4] = {};
+  std::strncpy(reinterpret_cast<char*>(name), transport, 3);
+  SipHelper text;
+  const auto is = [&](const char* known) {
+    return text.memcmpNocase(reinterpret_cast<const u_char*>(known), name, 3) == 0;
+  };
+  const bool isShared = shareOneConnection(recorder);
+  if (is("UDP")) {
+    take(makeUdp(recorder.nameMedia, recorder.portMedia, settings, statistics), nullptr);
+    logger().info("UDP connection created");
+    if (isShared) return;
+    signalling_ = {makeUdp(recorder.nameSig, recorder.portSig, settings, statistics).release(), destroy};
+    conSig_ = signalling_.get();
+    return;
+  }
+  if (!is("TCP")) logger().error("Invalid ServerProtocol assuming TCP");
+  auto made = makeTcp(recorder.nameMedia, recorder.portMedia, settings, statistics);
+  TcpConnection& media = *made;
+  take(std::move(made), nullptr);
+  logger().info("TCP connection created");
+  media.tcpConnect();
+  const std::string address = std::string(recorder.nameMedia) + ":" + std::to_string(recorder.portMedia);
+  logger().info((media.isConnected() ? "Connected to recorder " : "Connecting to recorder ") + address);
+  if (isShared) return;
+  auto signalling = makeTcp(recorder.nameSig, recorder.portSig, settings, statistics);
+  signalling->tcpConnect();
+  signalling_ = {signalling.release(), destroy};
+  conSig_ = signalling_.get();
+}
+
+void RecorderLinks::release() {
+  if (BaseConnection* media = conMedia_.exchange(nullptr)) media->closeConnection();
+  media_.reset();
+  if (BaseConnection* signalling = conSig_.exchange(nullptr)) signalling->closeConnection();
+  signalling_.reset();
+}
+
+void RecorderLinks::close() {
+  if (BaseConnection* signalling = conSig_) signalling->closeConnection();
+  if (BaseConnection* media = conMedia_) media->closeConnection();
+}
+
+// ---- using ----
+
+BaseConnection* RecorderLinks::forFrame(FrameProtocol packetClass, FrameProtocol protocol) const {
+  if (packetClass == FrameProtocol::Rtp) return conMedia_;
+  if (conSig_ != nullptr && packetClass == FrameProtocol::Sip) return conSig_;
+  const bool isSignalling = packetClass == FrameProtocol::Sip || packetClass == FrameProtocol::H323;
+  return isSignalling || protocol == FrameProtocol::Heartbeat ? conMedia_.load() : nullptr;
+}
+
+void RecorderLinks::interrupt() {
+  if (BaseConnection* media = conMedia_) media->interrupt();
+  if (BaseConnection* signalling = conSig_) signalling->interrupt();
+}
+
+}  // namespace voip

@@ -1,0 +1,283 @@
+// Nothing that the recorder wants is lost between the wire and its connection, and what is lost is counted.
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <memory>
+#include <string>
+#include <thread>
+
+#include "support/Frames.h"
+#include "support/Loopback.h"
+#include "capture/Sniffer.h"
+#include "support/TestLog.h"
+
+using namespace voip;
+
+namespace {
+
+/// A recorder that can be away.
+struct FlakyConnection : RecordingConnection {
+  using RecordingConnection::RecordingConnection;
+
+  SendResult sendPackets(std::span<OutgoingFrame> frames) override {
+    for (std::size_t i = 0; i < frames.size(); ++i) {
+      if (left-- > 0) {
+        frames[i].sent = sendPacket(frames[i].bytes, frames[i].length);
+        continue;
+      }
+      ++attempts;
+      frames[i].sent = -1;
+      return {i + 1, LinkEvent::kUnreachable};
+    }
+    return {frames.size()};
+  }
+
+  std::atomic<int> left = 1 << 30;  ///< frames that it still takes
+  std::atomic<int> attempts = 0;
+};
+
+constexpr u_int kPhone = 0x0A000002;
+
+Bytes rtp(u_char number, u_char first = 0x80) {
+  Bytes payload = {first, 8, 0, number};
+  payload.resize(20, number);
+  return payload;
+}
+
+Bytes sip(const std::string& id) {
+  return bytes("BYE sip:" + id + " SIP/2.0\r\n\r\n");
+}
+
+/// The engine with its consumer on a thread, settings, and a recorder in the test.
+class Evidence : public testing::Test {
+ protected:
+  void start(const Settings& settings) {
+    dissector = SngDissector::dft();
+    dissector->setSettings(settings);
+    dissector->setSniffer(&engine);
+    auto made = std::make_unique<FlakyConnection>(media);
+    connection = made.get();
+    dissector->setConnections(std::move(made), nullptr);
+    consumer = std::thread([this] { engine.startSniffing(); });
+    EXPECT_TRUE(eventually([] { return !Sniffer::getEndMain(); }));
+  }
+  void stop() {
+    engine.stopSniffing();
+    if (consumer.joinable()) consumer.join();
+  }
+  ~Evidence() override { stop(); }
+
+  void capture(const Bytes& payload, uint16_t port = 5000) {
+    produce(*dissector, Frame{.dstPort = port, .payload = payload}.build());
+    ++captured;
+  }
+  void settle() {
+    EXPECT_TRUE(eventually([&] { return dissector->isIdle(); }));
+  }
+  /// What the recorder has: a letter and a number for each frame.
+  std::string received() const {
+    std::string all;
+    for (const Bytes& frame : media.frames) {
+      all += frame[2] == 5   ? "t"
+             : frame[2] == 1 ? "S" + std::string(1, frame[15 + 8])
+                             : "R" + std::to_string(frame[18]);
+      all += ' ';
+    }
+    return all;
+  }
+  /// Each frame is in one figure.
+  void expectSum() {
+    const Statistics now = dissector->getStatistics();
+    EXPECT_EQ(now.sipForwarded + now.rtpForwarded + now.udpDropped + now.queueDiscarded + now.notSent +
+                  now.lookBackWaiting + now.lookBackOverflow + now.queueLimitMedia + now.queueLimitSignalling +
+                  now.queueLength,
+              captured);
+  }
+
+  TestLog log;
+  RecordingConnection::Record media;
+  FlakyConnection* connection = nullptr;
+  Sniffer engine;
+  SngDissector* dissector = nullptr;
+  std::thread consumer;
+  std::uint64_t captured = 0;
+};
+
+TEST_F(Evidence, MediaAskedForLateComesFirstInOrderAndOnce) {
+  Settings settings;
+  settings.lookBack = 60'000;
+  start(settings);
+  capture(rtp(1));
+  capture(rtp(9), 5002);
+  capture(rtp(9, 0x00));  // STUN
+  capture(rtp(9, 0x16));  // DTLS
+  capture(Bytes(3, 0x80));
+  capture(rtp(2, 0x81));
+  settle();
+  EXPECT_EQ(received(), "");
+  dissector->addRtp(kPhone, 5000);  // and nothing else arrives
+  EXPECT_TRUE(eventually([&] { return dissector->getStatistics().rtpForwarded == 2; }));
+  capture(rtp(3));
+  dissector->addRtp(kPhone, 5000);
+  capture(rtp(4));
+  settle();
+  EXPECT_EQ(received(), "R1 R2 R3 R4 ");
+  dissector->removeRtp(kPhone, 5000);
+  capture(rtp(5));
+  settle();
+  expectSum();
+  EXPECT_EQ(dissector->getStatistics().lookBackWaiting, 2U);
+}
+
+TEST_F(Evidence, AsksAtAnyMomentOfARunningStreamLeaveNoHoleInIt) {
+  log.setLevel(log4cxx::Level::getOff());
+  Settings settings;
+  settings.lookBack = 60'000;
+  start(settings);
+  constexpr int kStreams = 200;
+  std::thread asking([&] {
+    for (uint16_t port = 0; port < kStreams; ++port) dissector->addRtp(kPhone, port);
+  });
+  for (u_char number = 0; number < 100; ++number) {
+    for (uint16_t port = 0; port < kStreams; ++port) capture(rtp(number), port);
+  }
+  asking.join();
+  EXPECT_TRUE(eventually([&] { return dissector->getStatistics().rtpForwarded == captured; }));
+  stop();
+  std::vector<int> next(kStreams);
+  for (const Bytes& frame : media.frames) EXPECT_EQ(int{frame[18]}, next[frame[7] << 8 | frame[8]]++);
+}
+
+TEST_F(Evidence, MemoryOfTheLookBackIsBounded) {
+  Settings settings;
+  settings.lookBack = 60'000;
+  settings.lookBackMemory = 1;
+  start(settings);
+  for (int i = 0; i < 3000; ++i) capture(Bytes(1000, 0x80), static_cast<uint16_t>(i));
+  settle();
+  EXPECT_GT(dissector->getStatistics().lookBackOverflow, 1500U);
+  EXPECT_GT(dissector->getStatistics().lookBackWaiting, 700U);
+  expectSum();
+}
+
+TEST_F(Evidence, ALostRecorderGetsTheSignallingItMissedAndTheMediaWhenItAsksAgain) {
+  Settings settings;
+  settings.lookBack = 60'000;
+  start(settings);
+  dissector->addRtp(kPhone, 5000);
+  capture(sip("1"));
+  capture(rtp(1));
+  settle();
+  connection->left = 0;
+  capture(rtp(2));
+  capture(sip("2"));
+  capture(rtp(3));
+  capture(sip("3"));
+  settle();
+  EXPECT_EQ(received(), "S1 R1 ");
+  connection->left = 1 << 30;
+  capture(sip("4"));
+  EXPECT_TRUE(eventually([&] { return dissector->getStatistics().sipForwarded == 4; }));
+  EXPECT_EQ(received(), "S1 R1 S2 S3 S4 ");
+  dissector->addRtp(kPhone, 5000);
+  EXPECT_TRUE(eventually([&] { return dissector->getStatistics().rtpForwarded == 3; }));
+  EXPECT_EQ(received(), "S1 R1 S2 S3 S4 R2 R3 ");
+  expectSum();
+}
+
+TEST_F(Evidence, AGroupThatLosesItsRecorderIsJudgedAnew) {
+  start({});
+  dissector->addRtp(kPhone, 5000);
+  connection->left = 30;
+  for (u_char i = 0; i < 100; ++i) capture(rtp(i));
+  settle();
+  EXPECT_EQ(media.frames.size(), 30U);
+  const Statistics now = dissector->getStatistics();
+  EXPECT_EQ(now.notSent, 1U);
+  EXPECT_EQ(now.udpDropped + now.queueDiscarded, 69U) << "what is not asked for any more is not sent";
+  expectSum();
+  // Each attempt may take a second: what waits behind the first is dropped, wherever it waits.
+  connection->attempts = 0;
+  for (u_char i = 0; i < 100; ++i) capture(sip("1"));
+  settle();
+  EXPECT_LT(connection->attempts, 50);
+  expectSum();
+}
+
+TEST_F(Evidence, LateFramesAreAnnouncedByTheirCaptureTime) {
+  Settings settings;
+  settings.captureTime = true;
+  start(settings);
+  dissector->addRtp(kPhone, 5000);
+  const Bytes frame = Frame{.payload = rtp(7)}.build();
+  pcap_pkthdr header = captureHeader(frame);
+  header.ts = {1'700'000'000, 123'456};
+  SniffedPacket packet{nullptr, &header, frame.data()};
+  dissector->producePacket(packet);
+  packet.replayed = true;  // its time stamp is that of another day, but it is not late
+  dissector->producePacket(packet);
+  timespec now;
+  clock_gettime(CLOCK_REALTIME, &now);
+  header.ts = {now.tv_sec + 60, 0};
+  packet.replayed = false;
+  dissector->producePacket(packet);
+  captured = 3;
+  settle();
+  EXPECT_EQ(received(), "t R7 R7 R7 ");
+  const Bytes time = media.frames[0];
+  EXPECT_EQ(Bytes(time.begin(), time.begin() + 3), Bytes({0, 23, 5}));
+  EXPECT_TRUE(std::equal(time.begin() + 3, time.begin() + 15, media.frames[1].begin() + 3));
+  std::uint64_t microseconds = 0;
+  for (int i = 15; i < 23; ++i) microseconds = microseconds << 8 | time[i];
+  EXPECT_EQ(microseconds, 1'700'000'000'123'456U);
+  expectSum();
+}
+
+TEST(QueueLimit, DropsTheNewestMediaAndSignallingLast) {
+  TestLog log;
+  Statistics statistics;
+  PacketQueue queue(statistics);
+  queue.setLimit(1 << 20);
+  const auto push = [&](const Bytes& payload) {
+    const Bytes frame = Frame{.payload = payload}.build();
+    const pcap_pkthdr header = captureHeader(frame);
+    queue.push({nullptr, &header, frame.data()}, 8192,
+               payload[0] == 0x80 ? PacketQueue::Kind::kMedia : PacketQueue::Kind::kSignalling);
+  };
+  Bytes media(1000, 0x80), signalling = bytes("INVITE sip:a");
+  signalling.resize(1000);
+  for (int i = 0; i < 1000; ++i) push(media);
+  const auto fits = queue.size();
+  EXPECT_EQ(fits + statistics.queueLimitMedia, 1000U);
+  EXPECT_LE(fits * 1042, 1U << 20);
+  for (int i = 0; i < 500; ++i) push(signalling);
+  EXPECT_EQ(queue.size(), fits) << "the newest media give way";
+  EXPECT_EQ(statistics.queueLimitSignalling, 0U);
+  for (int i = 0; i < 500; ++i) push(signalling);
+  EXPECT_EQ(statistics.queueLimitMedia, 1000U);
+  EXPECT_EQ(queue.size() + statistics.queueLimitSignalling, 1000U);
+  EXPECT_EQ(log.count("WARN The queue has reached its limit of 1 MB: the newest frames are lost, media first, until "
+                      "the recorder is faster again"),
+            1);
+
+  std::uint64_t last = 0;
+  std::size_t frames = 0;
+  while (queue.size() != 0 && queue.takeBatch(std::chrono::milliseconds(0))) {
+    for (QueuedPacket* packet = queue.next(); packet != nullptr; packet = queue.next(), ++frames) {
+      EXPECT_GE(packet->number, last);
+      last = packet->number;
+      if (frames == 100) {
+        push(media);  // the other lane, behind everything
+      }
+    }
+  }
+  EXPECT_GT(frames, 800U);
+  push(media);
+  EXPECT_EQ(log.count("WARN The queue is below its limit again; lost since the start for want of room: " +
+                      std::to_string(statistics.queueLimitMedia) + " media and " +
+                      std::to_string(statistics.queueLimitSignalling) + " other frames"),
+            1);
+}
+
+}  // namespace

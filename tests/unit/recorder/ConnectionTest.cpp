@@ -1,0 +1,209 @@
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+
+#include <array>
+#include <cerrno>
+
+#include "recorder/EmbeddedConnection.h"
+#include "support/Loopback.h"
+#include "support/TestLog.h"
+#include "recorder/UdpConnection.h"
+
+using namespace voip;
+
+namespace {
+
+int segmentRefusal = 0;  // the error with which segments are refused
+int segmentSends = 0;
+
+}  // namespace
+
+extern "C" int sendmmsg(int sd, mmsghdr* messages, unsigned count, int flags) {
+  static const auto real = systemCall<int(int, mmsghdr*, unsigned, int)>("sendmmsg");
+  for (unsigned i = 0; i < count; ++i) {
+    if (messages[i].msg_hdr.msg_controllen == 0) continue;
+    ++segmentSends;
+    if (segmentRefusal == 0) continue;
+    errno = segmentRefusal;
+    return i > 0 ? real(sd, messages, i, flags) : -1;
+  }
+  return real(sd, messages, count, flags);
+}
+
+namespace {
+
+class Udp : public testing::Test {
+ protected:
+  /// What comes of a datagram from there.
+  bool commands(const Loopback& from, const Bytes& datagram) {
+    from.writeTo(Loopback(dup(connection.getClientSd())).port(), datagram);
+    connection.awaitRequest();
+    return connection.receiveRequest(request);
+  }
+
+  TestLog log;
+  Statistics statistics;
+  Loopback recorder{SOCK_DGRAM, 0, 0, INADDR_LOOPBACK + 1};
+  Loopback other{SOCK_DGRAM, 0};
+  UdpConnection connection{"127.0.0.2", recorder.port()};
+  SnifferRequest request;
+};
+
+TEST_F(Udp, AnswersWhereTheLastCommandCameFrom) {
+  EXPECT_EQ(connection.getServerPort(), recorder.port());
+  EXPECT_FALSE(connection.receiveRequest(request));
+  Bytes frame(1400, 0x11), heartbeat = command(3, 0x0A000007, 40000), two = heartbeat;
+  EXPECT_EQ(connection.sendPacket(frame.data(), 1400), 1400);
+  EXPECT_EQ(recorder.readDatagram(), frame);
+  append(two, command(1, 1, 1));
+  const struct {
+    const Loopback& from;
+    Bytes datagram;
+    SnifferRequest decoded;
+  } cases[] = {{other, heartbeat, {3, 0x0A000007, 40000}},
+               {recorder, {1, 192}, {1, 0xC0000007, 40000}},  // too short: completed by what is kept
+               {other, two, {3, 0x0A000007, 40000}}};         // too long: the rest is ignored
+  for (const auto& [from, datagram, decoded] : cases) {
+    EXPECT_TRUE(commands(from, datagram));
+    EXPECT_EQ(request, decoded);
+    EXPECT_EQ(connection.sendPacket(frame.data(), 1400), 1400);
+    EXPECT_EQ(from.readDatagram(), frame);
+  }
+  EXPECT_TRUE(log.contains("DEBUG rx from server cmd=3, ip=10.0.0.7, port=40000, nRcvd=7"));
+  EXPECT_FALSE(commands(recorder, {})) << "no bytes, no command";
+}
+
+TEST_F(Udp, OnRequestOnlyTheServerCommands) {
+  connection.setStatistics(statistics);
+  connection.setCommandsFromServerOnly(true);
+  EXPECT_FALSE(commands(other, command(1, 0xFFFFFFFF, 9)));
+  EXPECT_TRUE(commands(recorder, {2, 10}));
+  EXPECT_EQ(request, SnifferRequest(2, 0x0A000000, 0)) << "not completed by the stranger's";
+  EXPECT_EQ(statistics.commandsIgnored, 1U);
+}
+
+TEST_F(Udp, AGroupIsADatagramEachInOrder) {
+  std::vector<int> sizes(70, 200);  // more than one send can have segments
+  sizes.insert(sizes.end(), {100, 300, 300, 0, 1400, 1400, 70000, 50, 50});
+  // What does not pass is remembered; what may pass is tried again.
+  for (const auto& [refusal, attempts] : {std::pair{0, 14}, {EINVAL, 3}, {EIO, 1}, {EAGAIN, 6}}) {
+    SCOPED_TRACE(refusal);
+    UdpConnection fresh("127.0.0.2", recorder.port());
+    segmentRefusal = refusal;
+    segmentSends = 0;
+    for (int round = 0; round < 2; ++round) {
+      std::vector<Bytes> frames;
+      std::vector<OutgoingFrame> group;
+      for (const int size : sizes) frames.emplace_back(size, static_cast<u_char>(frames.size()));
+      for (Bytes& frame : frames) group.push_back({frame.data(), static_cast<int>(frame.size())});
+      EXPECT_EQ(fresh.sendPackets(group).dealtWith, 77U) << "after the one that is too long";
+      EXPECT_EQ(fresh.sendPackets(std::span(group).subspan(77)).dealtWith, 2U);
+      EXPECT_EQ(group[76].sent, -1);
+      frames.erase(frames.begin() + 76);
+      for (const Bytes& frame : frames) EXPECT_EQ(recorder.readDatagram(), frame);
+    }
+    EXPECT_EQ(log.take(), std::vector<std::string>(2, "ERROR len=70000, sent=-1\nError sento on socket"));
+    EXPECT_EQ(segmentSends, attempts);
+  }
+  segmentRefusal = 0;
+}
+
+TEST_F(Udp, ClosesItsDescriptorOnce) {
+  connection.closeConnection();
+  const Loopback successor(SOCK_DGRAM, 0);
+  ASSERT_EQ(successor.sd, connection.getClientSd()) << "the system gives the number to the next socket";
+  connection.closeConnection();
+  EXPECT_NE(fcntl(successor.sd, F_GETFD), -1);
+  u_char byte = 0;
+  EXPECT_EQ(connection.sendPacket(&byte, 1), -1);
+  EXPECT_FALSE(connection.receiveRequest(request));
+}
+
+TEST_F(Udp, WithoutASocketTheProcessEnds) {
+  const auto withoutDescriptors = [] {
+    const rlimit none{};
+    setrlimit(RLIMIT_NOFILE, &none);
+    const UdpConnection unused("127.0.0.1", 9);
+  };
+  EXPECT_EXIT(withoutDescriptors(), testing::ExitedWithCode(1), "");
+}
+
+/// Counts how often it is held, and that it is never left without having been entered.
+struct CountingMonitor : HostMonitor {
+  void enter() override { ++entered, ++depth; }
+  void leave() override { --depth; }
+  int entered = 0;
+  int depth = 0;
+};
+
+TEST(Embedded, QueuesFramesAndCommandsInOrder) {
+  EXPECT_EQ(EmbeddedConnection::dft(), EmbeddedConnection::dft());
+  EmbeddedConnection connection;
+  CountingMonitor monitor;
+  connection.setHostMonitor(&monitor);
+  std::array<char, 64> buffer{};
+  EXPECT_EQ(connection.receivePacket(buffer.data()), 0);
+  Bytes first = {1, 2, 3}, second(40, 9);
+  OutgoingFrame group[] = {{first.data(), 3}, {second.data(), 40}};
+  EXPECT_EQ(connection.sendPackets(group).dealtWith, 2U);
+  EXPECT_EQ(monitor.entered, 1) << "once a group";
+  first[0] = 77;  // the queue has its own copy
+  EXPECT_EQ(connection.receivePacket(buffer.data(), 3), 3);
+  EXPECT_EQ(std::string(buffer.data(), 4), std::string("\1\2\3\0", 4));
+  EXPECT_EQ(connection.receivePacket(buffer.data()), 40);
+  EXPECT_EQ(connection.receivePacket(buffer.data()), 0);
+
+  // As many commands as the host has put in are carried out at once.
+  std::vector<u_int> carriedOut;
+  SnifferRequest request(1, 0, 1);
+  for (; request.rtpAddr < 5000; ++request.rtpAddr) EXPECT_TRUE(connection.sendRequest(request));
+  EXPECT_TRUE(connection.mayHaveRequest());
+  EXPECT_EQ(monitor.entered, 1) << "on the dissector's side only";
+  while (connection.receiveRequest(request)) carriedOut.push_back(request.rtpAddr);
+  ASSERT_EQ(carriedOut.size(), 5000U);
+  EXPECT_TRUE(std::is_sorted(carriedOut.begin(), carriedOut.end()));
+
+  connection.sendRequest(request);
+  connection.sendPacket(first.data(), 3);
+  connection.closeConnection();
+  EXPECT_EQ(connection.receivePacket(buffer.data()), 0);
+  EXPECT_FALSE(connection.receiveRequest(request));
+  EXPECT_EQ(connection.sendPacket(first.data(), 3), 3);
+  EXPECT_EQ(connection.receivePacket(buffer.data()), 3);
+  EXPECT_EQ(monitor.depth, 0);
+}
+
+TEST(Embedded, ABurstComesOutAsItWentInAndTheLogWarnsOfAHostThatDoesNotFetch) {
+  TestLog log("EmbeddedConnection");
+  EmbeddedConnection connection;
+  std::vector<char> buffer(1 << 20);
+  // More than the blocks that are kept, frames that end blocks and one that is larger than a block.
+  const auto lengthOf = [](int i) { return i == 500 ? 1 << 20 : i % 2 == 0 ? 15 + i : 65535 - i; };
+  const auto send = [&](int i) {
+    Bytes frame(static_cast<std::size_t>(lengthOf(i)), static_cast<u_char>(i));
+    connection.sendPacket(frame.data(), lengthOf(i));
+  };
+  for (int round = 0; round < 2; ++round) {
+    for (int i = 0; i < 501; ++i) send(i);
+    EXPECT_EQ(connection.getBacklog().waiting, 501U);
+    for (int i = 0; i < 501; ++i) {
+      ASSERT_EQ(connection.receivePacket(buffer.data()), lengthOf(i));
+      EXPECT_EQ(std::count(buffer.begin(), buffer.begin() + lengthOf(i), static_cast<char>(i)), lengthOf(i));
+    }
+  }
+  EXPECT_EQ(connection.getBacklog().highest, 501U);
+  send(0), send(2);
+  for (int again = 0; again < 2; ++again) {
+    connection.setHostPatience(std::chrono::hours(again == 0 ? 1 : 0));
+    connection.watchHost();
+    EXPECT_EQ(connection.receivePacket(buffer.data(), 14), 0) << "a frame that does not fit stays";
+  }
+  connection.receivePacket(buffer.data());
+  EXPECT_EQ(
+      log.take(),
+      std::vector<std::string>(
+          {"WARN A frame of 15 bytes waits, the host's array holds 14: nothing is fetched until it is larger",
+           "WARN The host has fetched nothing for 0 s, 2 frames wait", "WARN The host fetches frames again, 1 wait"}));
+}
+
+}  // namespace

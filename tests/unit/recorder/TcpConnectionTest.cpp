@@ -1,0 +1,307 @@
+#include "recorder/TcpConnection.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cerrno>
+#include <deque>
+
+#include "support/Loopback.h"
+#include "support/TestLog.h"
+
+using namespace voip;
+
+namespace {
+
+// What the next calls of send() do: take so many bytes, or fail with the negated errno. Empty: what the system does.
+std::deque<int> sendScript;
+std::atomic<int> longSleeps = 0;
+
+}  // namespace
+
+extern "C" ssize_t send(int sd, const void* buffer, size_t length, int flags) {
+  static const auto real = systemCall<ssize_t(int, const void*, size_t, int)>("send");
+  if (sendScript.empty()) return real(sd, buffer, length, flags);
+  const int step = sendScript.front();
+  sendScript.pop_front();
+  if (step >= 0) return real(sd, buffer, static_cast<size_t>(step), flags);
+  errno = -step;
+  return -1;
+}
+
+// The pause of an outage is counted, not slept.
+extern "C" int nanosleep(const timespec* time, timespec* rest) {
+  static const auto real = systemCall<int(const timespec*, timespec*)>("nanosleep");
+  if (time->tv_sec != 1 || time->tv_nsec != 0) return real(time, rest);
+  ++longSleeps;
+  const timespec instead{0, 10'000'000};
+  return real(&instead, rest);
+}
+
+namespace {
+
+constexpr const char* kHost = "127.0.0.1";
+
+class Tcp : public testing::Test {
+ protected:
+  Tcp() {
+    listener.limitSegments();
+    connection.setStatistics(statistics);
+    log.take();
+  }
+  ~Tcp() override { sendScript.clear(); }
+
+  /// What a send of 100 bytes finds out.
+  LinkEvent eventOf(TcpConnection& to) {
+    OutgoingFrame frame{data.data(), 100};
+    return to.sendPackets({&frame, 1}).link;
+  }
+
+  /// The recorder's end of a connection made by the first sends.
+  Loopback established(TcpConnection& to, const Loopback& at) {
+    EXPECT_TRUE(eventually([&] { return to.sendPacket(data.data(), 100) == 100; }));
+    Loopback peer = at.accept();
+    EXPECT_EQ(peer.read(100).size(), 100U);
+    return peer;
+  }
+  Loopback established() { return established(connection, listener); }
+
+  TestLog log;
+  Statistics statistics;
+  Bytes data = Bytes(60000, 0x42);
+  Loopback listener{SOCK_STREAM, 0};
+  const std::string recorder = " recorder 127.0.0.1:" + std::to_string(listener.port());
+  TcpConnection connection{kHost, listener.port()};
+  SnifferRequest request;
+};
+
+TEST_F(Tcp, AnOutageIsLoggedOnceAndReportedEachTime) {
+  const uint16_t port = listener.port();
+  listener.close();
+  const TcpConnection another(kHost, port);
+  EXPECT_EQ(log.take(), std::vector<std::string>{"INFO Connecting to" + recorder});
+  EXPECT_EQ(connection.sendPacket(nullptr, 5), 0);
+  EXPECT_EQ(connection.sendPacket(data.data(), 0), 0);
+  EXPECT_TRUE(log.take().empty());
+  longSleeps = 0;
+  for (int i = 0; i < 3; ++i) {
+    EXPECT_EQ(connection.sendPacket(data.data(), 100), -1);
+    EXPECT_EQ(eventOf(connection), LinkEvent::kUnreachable);
+  }
+  EXPECT_EQ(longSleeps, 3) << "the caller of sendPackets() pauses itself";
+  EXPECT_EQ(log.count("INFO Connecting to" + recorder), 1);
+  EXPECT_TRUE(log.contains("DEBUG TCP connect failed with errno=" + std::to_string(ECONNREFUSED)));
+  EXPECT_EQ(log.count("INFO Tcp socket send buffer size=60000"), 1);
+  EXPECT_FALSE(connection.receiveRequest(request));
+
+  // The recorder comes and goes: that is another outage.
+  log.take();
+  {
+    Loopback again(SOCK_STREAM, port);
+    established(connection, again).close();
+    EXPECT_TRUE(eventually([&] { return !connection.receiveRequest(request) && !connection.isConnected(); }));
+    EXPECT_EQ(log.count("INFO Connected to" + recorder), 1);
+    EXPECT_EQ(log.count("INFO Connection to Recorder closed."), 1);
+  }
+  EXPECT_EQ(connection.sendPacket(data.data(), 1), -1);
+  EXPECT_EQ(log.count("INFO Connecting to" + recorder), 1);
+}
+
+TEST_F(Tcp, AConnectInProgressIsCompletedByALaterSend) {
+  const Loopback narrow(SOCK_STREAM, 0, 0);
+  TcpConnection first(kHost, narrow.port());
+  first.tcpConnect();
+  TcpConnection second(kHost, narrow.port());  // finds the backlog full
+  EXPECT_EQ(second.sendPacket(data.data(), 100), -1);
+  EXPECT_EQ(second.sendPacket(data.data(), 100), -1);
+  EXPECT_TRUE(log.contains("DEBUG Connecting ..."));
+  EXPECT_FALSE(second.isConnected());
+  const Loopback peer = narrow.accept();
+  EXPECT_TRUE(eventually([&] { return second.sendPacket(data.data(), 100) == 100; }));
+  EXPECT_EQ(narrow.accept().read(100).size(), 100U);
+}
+
+TEST_F(Tcp, ShortAndFailedSendsAreTreatedByKindWhereverAGroupEnds) {
+  Bytes bytes;
+  for (int i = 0; i < 300; ++i) bytes.push_back(static_cast<u_char>(i));
+  const std::string short60 = "WARN Sent nSent=60 bytes of 100;", short30 = "WARN Sent nSent=30 bytes of 100;";
+  const std::string closed = "INFO Connection to Recorder closed.;", tooLarge = "WARN Packet too large to send.;";
+  const std::string interrupted = "WARN Send error=4;WARN Interrupted while sending - will continue sending.;";
+  const std::string full = "WARN Send error=11;WARN Can not send. Connection to recorder lost.;" + closed;
+  const std::string gone = "WARN Send error=32;WARN Connection to recorder lost.;" + closed;
+  using Ranges = std::vector<std::pair<int, int>>;
+  const struct {
+    int timeout, frames;
+    std::deque<int> script;
+    std::vector<int> results;
+    Ranges stream;
+    std::string events;
+  } cases[] = {
+      {0, 1, {-EINTR, 100}, {100}, {{0, 100}}, interrupted},
+      {0, 1, {-EMSGSIZE}, {0}, {}, "WARN Send error=90;" + tooLarge},
+      {0, 1, {-EPIPE}, {0}, {}, gone},
+      {0, 1, {-EIO}, {0}, {}, "WARN Send error=5;WARN Connection to recorder not working;" + closed},
+      {0, 1, {60, -EAGAIN}, {60}, {{0, 60}}, short60 + full},
+      // A rest that is sent in one piece does not count and is sent again.
+      {0, 1, {60, 40, 40, 30, -EAGAIN}, {90}, {{0, 100}, {60, 100}, {60, 90}}, short60 + short30 + full},
+      {0, 3, {160, 40, 30, -EAGAIN}, {100, 90}, {{0, 200}, {160, 190}}, short60 + short30 + full},
+      {0, 3, {100, -ENOBUFS}, {100, 0}, {{0, 100}}, "WARN Send error=105;" + tooLarge},
+      {0, 3, {-EINTR, 100, 200}, {100, 100, 100}, {{0, 300}}, interrupted},
+      // With a time-out it waits for room, which is there, and every byte goes out once.
+      {9000, 3, {160, -EAGAIN, 30, -EAGAIN, 10, 100}, {100, 100, 100}, {{0, 300}}, ""},
+      {9000, 3, {200, -EPIPE}, {100, 100, 0}, {{0, 200}}, gone},
+  };
+  for (const auto& [timeout, frames, script, results, stream, events] : cases) {
+    SCOPED_TRACE(testing::PrintToString(script));
+    TcpConnection scripted(kHost, listener.port());
+    scripted.setStatistics(statistics);
+    scripted.setSendTimeout(std::chrono::milliseconds(timeout));
+    const Loopback peer = established(scripted, listener);
+    log.take();
+    sendScript = script;
+    std::vector<OutgoingFrame> group;
+    for (int i = 0; i < frames; ++i) group.push_back({bytes.data() + 100 * i, 100, -7});
+    const SendResult result = scripted.sendPackets(group);
+    EXPECT_EQ(result.dealtWith, results.size());
+    for (std::size_t i = 0; i < results.size(); ++i) EXPECT_EQ(group[i].sent, results[i]);
+    EXPECT_TRUE(sendScript.empty());
+    const bool stays = !events.ends_with(closed);
+    EXPECT_EQ(scripted.isConnected(), stays);
+    EXPECT_EQ(result.link, stays ? LinkEvent::kNone : LinkEvent::kLost);
+    std::string seen;
+    for (const std::string& event : log.take()) seen += event.starts_with("DEBUG") ? "" : event + ";";
+    EXPECT_EQ(seen, events);
+    scripted.closeConnection();
+    Bytes expected;
+    for (const auto& [from, to] : stream) expected.insert(expected.end(), bytes.begin() + from, bytes.begin() + to);
+    EXPECT_EQ(peer.read(1000), expected);
+  }
+  EXPECT_EQ(statistics.sendWaits, 2U);
+  EXPECT_EQ(statistics.framesWaited, 4U);
+}
+
+TEST_F(Tcp, ARecorderThatDoesNotReadIsLostOrWaitedForAndServed) {
+  constexpr std::size_t kFrames = 40;
+  std::vector<Bytes> frames(kFrames, Bytes(60000, 2));
+  for (std::size_t i = 0; i < kFrames; ++i) {
+    frames[i][0] = 60000 >> 8;
+    frames[i][1] = 60000 & 0xFF;
+    frames[i][15] = static_cast<u_char>(i);
+  }
+  const auto sendAll = [&] {
+    std::vector<OutgoingFrame> group;
+    for (Bytes& frame : frames) group.push_back({frame.data(), 60000});
+    std::size_t done = 0;  // after a wait, what has not begun is the caller's again
+    do done += connection.sendPackets(std::span(group).subspan(done)).dealtWith;
+    while (done < kFrames && connection.isConnected());
+    return done;
+  };
+  Loopback peer = established();
+  EXPECT_LT(sendAll(), kFrames);
+  EXPECT_TRUE(log.contains("WARN Can not send. Connection to recorder lost."));
+  EXPECT_FALSE(connection.isConnected());
+
+  connection.setSendTimeout(std::chrono::minutes(1));
+  peer = established();
+  std::thread sender([&] { EXPECT_EQ(sendAll(), kFrames); });
+  peer.write(command(1, 5, 5));
+  EXPECT_TRUE(eventually([&] { return connection.receiveRequest(request); }));
+  Bytes heartbeat = {0, 15, 3, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0};
+  OutgoingFrame reply{heartbeat.data(), 15};
+  EXPECT_EQ(connection.sendReply(reply), LinkEvent::kNone);
+  EXPECT_EQ(reply.sent, 15);
+  std::vector<Bytes> received;
+  while (received.size() <= kFrames) received.push_back(peer.readFrame());
+  sender.join();
+  EXPECT_EQ(std::erase(received, heartbeat), 1U) << "between the frames";
+  EXPECT_EQ(received, frames);
+
+  // The end of the connection, or of the program, ends the wait.
+  for (const bool end : {false, true}) {
+    std::thread blocked([&] { EXPECT_LT(sendAll(), kFrames); });
+    peer.read(1);
+    end ? connection.interrupt() : connection.closeConnection();
+    blocked.join();
+    EXPECT_FALSE(connection.isConnected());
+    if (!end) peer = established();
+  }
+}
+
+TEST_F(Tcp, CommandsSurviveEverySplit) {
+  Loopback peer = established();
+  const auto next = [&] { return eventually([&] { return connection.receiveRequest(request); }); };
+  const Bytes add = command(1, 0x0A000007, 40000);
+  const auto part = [&](int from, int to) { return Bytes(add.begin() + from, add.begin() + to); };
+  const SnifferRequest added(1, 0x0A000007, 40000), removed(2, 0xFF00FF01, 1);
+  EXPECT_FALSE(connection.receiveRequest(request));
+
+  Bytes two = add;
+  append(two, command(2, 0xFF00FF01, 1));
+  peer.write(two);
+  EXPECT_TRUE(next());
+  EXPECT_EQ(request, added);
+  EXPECT_TRUE(log.contains("DEBUG rx from server cmd=1, ip=10.0.0.7, port=40000"));
+  EXPECT_TRUE(connection.receiveRequest(request)) << "the second needs no new data";
+  EXPECT_EQ(request, removed);
+  EXPECT_FALSE(connection.receiveRequest(request));
+
+  peer.write(part(0, 4));
+  EXPECT_FALSE(connection.receiveRequest(request));
+  EXPECT_TRUE(next()) << "a command in pieces repeats the one before";
+  EXPECT_EQ(request, removed);
+  peer.write(part(4, 7));
+  EXPECT_TRUE(eventually([&] { return connection.receiveRequest(request) && request == added; }));
+  EXPECT_FALSE(connection.receiveRequest(request));
+
+  peer.write(command(3, 0x01020304, 5));
+  EXPECT_TRUE(next());
+  EXPECT_EQ(request, SnifferRequest(3, 0x0A000007, 40000)) << "a heartbeat leaves address and port alone";
+  EXPECT_TRUE(log.contains("DEBUG Heartbeat request received"));
+
+  // The half of a command dies with its connection.
+  peer.write(part(0, 3));
+  EXPECT_FALSE(connection.receiveRequest(request));
+  connection.closeConnection();
+  peer = established();
+  peer.write(command(2, 0xFF00FF01, 1));
+  EXPECT_TRUE(next());
+  EXPECT_EQ(request, removed);
+  peer.write(part(0, 6));
+  peer.close();
+  EXPECT_TRUE(eventually([&] { return !connection.receiveRequest(request) && !connection.isConnected(); }));
+}
+
+TEST_F(Tcp, CommandsWakeTheirReaderAndNothingElseDoes) {
+  struct Counted : TcpConnection {
+    using TcpConnection::TcpConnection;
+    void awaitRequest() override {
+      ++sleeps;
+      TcpConnection::awaitRequest();
+    }
+    std::atomic<int> sleeps = 0;
+  } counted(kHost, listener.port());
+  log.setLevel(log4cxx::Level::getOff());
+  std::vector<std::atomic<bool>> carriedOut(10000);
+  std::atomic<std::size_t> count = 0;
+  std::atomic<bool> ended = false;
+  std::thread thread([&] {
+    for (SnifferRequest add; !ended; counted.awaitRequest()) {
+      while (counted.receiveRequest(add)) count += !carriedOut[add.rtpAddr].exchange(true);
+    }
+  });
+  for (const u_int from : {0U, 5000U}) {  // on a connection each
+    Bytes adds;
+    for (u_int i = from; i < from + 5000; ++i) append(adds, command(1, i));
+    Loopback peer = established(counted, listener);
+    peer.write(adds);
+    EXPECT_TRUE(eventually([&] { return count == from + 5000; }));
+    peer.close();
+    EXPECT_TRUE(eventually([&] { return !counted.isConnected(); }));
+  }
+  ended = true;
+  counted.interrupt();
+  thread.join();
+  EXPECT_LT(counted.sleeps, 1000);
+}
+
+}  // namespace

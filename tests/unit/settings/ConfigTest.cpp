@@ -1,0 +1,189 @@
+#include "settings/Config.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <numeric>
+#include <sstream>
+
+#include "settings/SettingKeys.h"
+#include "settings/SettingsReader.h"
+#include "settings/SnifferConfig.h"
+#include "statistics/Statistics.h"
+#include "support/TestLog.h"
+
+using namespace voip;
+
+namespace {
+
+using Texts = std::vector<std::string>;
+
+std::string fileOf(const std::string& text) {
+  const std::string name = testing::TempDir() + "sniffer-config-test.properties";
+  std::ofstream(name, std::ios::binary) << text;
+  return name;
+}
+
+void load(Config& config, const std::string& text) {
+  std::istringstream lines(text);
+  config.loadLines(lines, "test");
+}
+
+TEST(Properties, KeepWhatTheLinesSay) {
+  TestLog log;
+  const std::string longest(509, 'x');
+  Config config;
+  load(config,
+       "A=1\nA=2\r\n# a comment\n# B=3\n C=4\nD = 5\nE=a=b=c\r\nF= \t text with blanks \t\r\nG=  \t\n=nokey\n\nL=" +
+           longest + "\nM=x" + longest + "\nZ=" + std::string(5000, 'y') + "\nlast=without line feed");
+  const std::pair<const char*, std::string> expected[] = {{"A", "1"},     {"# B", "3"},
+                                                          {"C", ""},      {" C", "4"},
+                                                          {"D", ""},      {"D ", "5"},
+                                                          {"E", "a=b=c"}, {"F", "text with blanks"},
+                                                          {"G", ""},      {"", "nokey"},
+                                                          {"L", longest}, {"M", ""},
+                                                          {"Z", ""},      {"last", "without line feed"},
+                                                          {"absent", ""}};
+  for (const auto& [key, value] : expected) EXPECT_EQ(config.getProperty(key), value) << key;
+  EXPECT_EQ(log.take().size(), 2U) << "each over-long line is told about";
+
+  // A second load adds what is new. A key that was looked up in vain is in the table, empty.
+  load(config, "A=changed\nabsent=late\nnew=1");
+  for (const auto& [key, value] : {std::pair{"A", "1"}, {"absent", ""}, {"new", "1"}}) {
+    EXPECT_EQ(config.getProperty(key), value) << key;
+  }
+}
+
+TEST(Properties, UnreadableFileEndsTheProcess) {
+  for (const std::string& name : {std::string("/nonexistent/file"), testing::TempDir()}) {
+    EXPECT_EXIT(
+        {
+          std::atexit([] { std::fputs("left by exit", stderr); });
+          SnifferConfig config(name);
+        },
+        testing::ExitedWithCode(1), "left by exit");
+  }
+}
+
+// The table of settings belongs to the process, so each file is read in a process of its own.
+TEST(SnifferConfigGetters, HaveTheirDefaultsAndTheirTextsStay) {
+  const struct {
+    const char *text, *level;
+    bool trace;
+    int port;
+    const char *name, *message;
+  } cases[] = {
+      {"", "INFO", true, 0, "", "^Invalid LogLevel, assuming INFO\n$"},
+      {"LogLevel=TRACE\nTraceSignalling=yes\nServerPort=port", "INFO", false, 0, "",
+       "^Invalid LogLevel, assuming INFO\n$"},
+      {"LogLevel= warn \nTraceSignalling=YES\nServerPort=6000x\nServerName=a b", "WARN", true, 6000, "a b", "^$"},
+      {"LogLevel=Fatal\nTraceSignalling=no\nServerPort = 7", "FATAL", true, 0, "", "^$"},
+      {"LogLevel=error\nServerPort=99999999999999999999\nServerPort=1", "ERROR", true, -1, "", "^$"},
+  };
+  for (const auto& [text, level, trace, port, name, message] : cases) {
+    EXPECT_EXIT(
+        {
+          SnifferConfig config(fileOf(text));
+          const char* const kept = config.getServerName();
+          for (int i = 0; i < 1000; ++i) Config::dft()->getProperty(std::to_string(i));
+          const std::string unused =
+              std::string(config.getTransport()) + config.getProtocolList() + config.getPortList();
+          const bool ok = unused.empty() && config.getLogLevel() == std::string(level) &&
+                          config.getTraceSignalling() == trace && config.getServerPort() == port &&
+                          kept == std::string(name);
+          std::exit(ok ? 0 : 1);
+        },
+        testing::ExitedWithCode(0), message)
+        << text;
+  }
+}
+
+TEST(SettingTable, ValuesAreTakenOrReplacedAndOdditiesTold) {
+  const std::string used = "not a number of milliseconds from 0 to 60000, ";
+  const struct {
+    const char* line;
+    int lookBack;
+    std::string oddity;
+  } numbers[] = {{"LookBack=2000", 2000, ""},
+                 {"LookBack=", 0, ""},
+                 {"LookBack=0060", 60, ""},
+                 {"LookBack=60001", 60000, used + "60000 is used"},
+                 {"LookBack=-1", 0, used + "0 is used"},
+                 {"LookBack=99999999999999999999", 60000, used + "60000 is used"},
+                 {"LookBack=5s", 0, used + "0 is used"},
+                 {"LookBack=yes", 0, used + "0 is used"}};
+  TestLog log;
+  for (const auto& [line, lookBack, oddity] : numbers) {
+    EXPECT_EQ(parseHostSettings(line).lookBack, lookBack) << line;
+    EXPECT_EQ(log.take(),
+              oddity.empty() ? Texts() : Texts{"WARN Line 1 of the settings: " + std::string(line) + ", " + oddity});
+  }
+  // Every key arrives in its own member: all on is different from all on but one.
+  const auto all = [](std::string_view but) {
+    std::string text;
+    for (const SettingKey& key : kSettingKeys) {
+      const bool isFlag = std::holds_alternative<FlagKey>(key.value);
+      if (hasMember(key) && key.name != but) text += std::string(key.name) + (isFlag ? "=yes\n" : "=7\n");
+    }
+    return parseHostSettings(text);
+  };
+  for (const SettingKey& key : kSettingKeys) EXPECT_EQ(all(key.name) == all(""), !hasMember(key)) << key.name;
+  EXPECT_EQ(log.take(), Texts());
+}
+
+std::string contentOf(const char* path) {
+  std::ifstream file(std::string(TEST_FILES "/../../") + path);
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
+TEST(SettingTable, EveryKeyAndEveryFigureIsDocumented) {
+  const std::string readme = contentOf("README.md"), sample = contentOf("packaging/sniffer.properties");
+  const std::string operation = contentOf("docs/operation.md");
+  const auto expectIn = [](const std::string& text, const std::string& name) {
+    EXPECT_NE(text.find(name), std::string::npos) << name;
+  };
+  for (const SettingKey& key : kSettingKeys) {
+    expectIn(readme, "`" + std::string(key.name) + "`");
+    expectIn(sample, hasMember(key) ? std::string(key.name) + "=" : "");
+  }
+  for (const StatisticsRow& row : kStatisticsRows) {
+    expectIn(operation, row.name != nullptr ? "`" + std::string(row.name) + "`" : "");
+  }
+  // What new installations get makes sense, and switches on what it should.
+  TestLog log;
+  Config config;
+  load(config, sample);
+  reportOddities(config, SettingsOrigin::File);
+  EXPECT_EQ(log.take(), Texts());
+  const Settings settings = readSettings(config);
+  EXPECT_TRUE(settings.sendTimeout == 5000 && settings.lookBack == 2000 && settings.queueLimit == 1024);
+}
+
+TEST(SettingTable, OdditiesOfAFileAreToldWithTheirLine) {
+  TestLog log;
+  Config config;
+  load(config,
+       "ServerName=recorder.example.org\nServerPort=70000\n# Device=none\nDevice=eth0;;eth0;\nDevice=eth2\n"
+       "Filter =udp\nServerProtocol=SCTP\nLogLevel=chatty\nTraceSignalling=Yes\nImmediateCapture=no\n"
+       "StatisticsInterval=often\nRecorder=1\n");
+  reportOddities(config, SettingsOrigin::File);
+  const Texts told = log.take();
+  EXPECT_EQ(
+      std::accumulate(told.begin(), told.end(), std::string(), [](auto all, auto& one) { return all + one + "\n"; }),
+      R"(WARN Line 5 of the settings: Device is set again, line 4 counts
+WARN Line 6 of the settings: "Filter " is no setting, blanks in front of '=' belong to the key, ignored
+WARN Line 12 of the settings: "Recorder" is no setting, ignored
+WARN Line 1 of the settings: ServerName=recorder.example.org, the recorder is not reachable without a dotted IPv4 address
+WARN Line 2 of the settings: ServerPort=70000, a port is a number from 1 to 65535, port 4464 is used
+WARN Line 7 of the settings: ServerProtocol=SCTP, TCP is used
+WARN Line 4 of the settings: Device=eth0;;eth0;, there is an empty name in the list
+WARN Line 4 of the settings: Device=eth0;;eth0;, eth0 is in the list twice and its frames are sent twice
+WARN The settings have no Filter, everything is captured
+WARN Line 8 of the settings: LogLevel=chatty, INFO is used
+WARN Line 9 of the settings: TraceSignalling=Yes, neither yes nor no, the trace is on
+WARN Line 11 of the settings: StatisticsInterval=often, not a number of seconds from 0 to 86400, 0 is used
+)");
+}
+
+}  // namespace

@@ -1,0 +1,119 @@
+#pragma once
+
+#include <cstdint>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "base/FrameLimits.h"
+#include "dissection/SngDissector.h"
+#include "support/Bytes.h"
+
+// Captured frames for tests, fuzzers and benchmarks, and a recorder that keeps what it is sent.
+
+/// An Ethernet frame, described by its fields; what a field says need not be true.
+struct Frame {
+  uint32_t srcIp = 0x0A000001;
+  uint16_t srcPort = 4000;
+  uint32_t dstIp = 0x0A000002;
+  uint16_t dstPort = 5000;
+  Bytes payload = Bytes(160, 0x55);
+  Bytes link = {0x08, 0x00};  ///< from the EtherType on
+  uint8_t ipVhl = 0x45;
+  uint8_t protocol = 17;
+  uint8_t tcpOffset = 0x50;
+  Bytes ipOptions = {};
+  Bytes tcpOptions = {};
+  std::size_t minimum = 0;  ///< padded with zeros up to here
+
+  Bytes build() const {
+    Bytes frame(12, 0xEE);
+    append(frame, link);
+    append(frame, ipVhl, 1);
+    append(frame, 0x00003C1C004000, 7);  // service 0, total length 0x003c, identification 0x1c00, fragment field 0x4000
+    frame.insert(frame.end(), {0x40, protocol, 0xAB, 0xCD});
+    append(frame, srcIp, 4);
+    append(frame, dstIp, 4);
+    append(frame, ipOptions);
+    append(frame, srcPort, 2);
+    append(frame, dstPort, 2);
+    if (protocol == 6) {
+      append(frame, 0, 8);
+      append(frame, tcpOffset, 1);
+      append(frame, 0, 7);
+      append(frame, tcpOptions);
+    } else {
+      append(frame, 0, 4);
+    }
+    append(frame, payload);
+    if (frame.size() < minimum) frame.resize(minimum);
+    return frame;
+  }
+};
+
+/// What the recorder is to receive for a frame.
+inline Bytes forwarded(uint8_t protocol, const Frame& frame, const Bytes& payload) {
+  Bytes expected;
+  append(expected, payload.size() + 15, 2);
+  append(expected, protocol, 1);
+  append(expected, frame.dstIp, 4);
+  append(expected, frame.dstPort, 2);
+  append(expected, frame.srcIp, 4);
+  append(expected, frame.srcPort, 2);
+  append(expected, payload);
+  return expected;
+}
+
+inline pcap_pkthdr captureHeader(const Bytes& frame) {
+  const auto length = static_cast<bpf_u_int32>(frame.size());
+  return {{0, 0}, length, length};
+}
+
+/// Queues one frame, as a capture thread does.
+inline void produce(SngDissector& dissector, const Bytes& frame) {
+  const pcap_pkthdr header = captureHeader(frame);
+  SniffedPacket packet{nullptr, &header, frame.data()};
+  dissector.producePacket(packet);
+}
+
+/// A copy as it stands in the queue: with zeros behind it.
+inline std::vector<u_char> withSlack(const Bytes& frame) {
+  std::vector<u_char> copy(frame.begin(), frame.end());
+  copy.resize(frame.size() + voip::kFrameSlack);
+  return copy;
+}
+
+/// Classifies one frame on the calling thread.
+inline void process(SngDissector& dissector, const Bytes& frame) {
+  const pcap_pkthdr header = captureHeader(frame);
+  std::vector<u_char> copy = withSlack(frame);
+  u_char* start = copy.data();
+  dissector.processPacket(nullptr, &header, &start);
+}
+
+/// A recorder in the test: keeps the frames, hands out the commands it was given.
+struct RecordingConnection : BaseConnection {
+  struct Record {
+    std::vector<Bytes> frames;
+    std::vector<SnifferRequest> commands;
+    int closed = 0;
+    int destroyed = 0;
+  };
+
+  explicit RecordingConnection(Record& kept) : record(kept) {}
+  ~RecordingConnection() override { ++record.destroyed; }
+
+  bool receiveRequest(SnifferRequest& request) override {
+    if (record.commands.empty()) return false;
+    request = record.commands.front();
+    record.commands.erase(record.commands.begin());
+    return true;
+  }
+  int sendPacket(u_char* buffer, int length) override {
+    record.frames.emplace_back(buffer, buffer + length);
+    return length;
+  }
+  void closeConnection() override { ++record.closed; }
+
+  Record& record;
+};

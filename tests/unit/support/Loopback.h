@@ -1,0 +1,119 @@
+#pragma once
+
+#include <arpa/inet.h>
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <utility>
+
+#include "support/Bytes.h"
+#include "support/Eventually.h"
+
+/// A socket of the test's recorder on the loopback device. No call waits longer than five seconds.
+class Loopback {
+ public:
+  explicit Loopback(int descriptor) : sd(descriptor) {
+    const timeval patience{5, 0};
+    setsockopt(sd, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
+  }
+  /// Bound to a port, `SOCK_STREAM` and listening or `SOCK_DGRAM`.
+  explicit Loopback(int type, uint16_t port, int backlog = 8, in_addr_t host = INADDR_LOOPBACK)
+      : Loopback(socket(AF_INET, type, 0)) {
+    const int on = 1;
+    setsockopt(sd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+    sockaddr_in address = at(port, host);
+    EXPECT_EQ(bind(sd, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+    if (type == SOCK_STREAM) listen(sd, backlog);
+  }
+  Loopback(Loopback&& other) noexcept : sd(std::exchange(other.sd, -1)) {}
+  Loopback& operator=(Loopback&& other) noexcept {
+    std::swap(sd, other.sd);
+    return *this;
+  }
+  ~Loopback() { close(); }
+
+  static sockaddr_in at(uint16_t port, in_addr_t host = INADDR_LOOPBACK) {
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(host);
+    address.sin_port = htons(port);
+    return address;
+  }
+
+  uint16_t port() const {
+    sockaddr_in address{};
+    socklen_t length = sizeof address;
+    getsockname(sd, reinterpret_cast<sockaddr*>(&address), &length);
+    return ntohs(address.sin_port);
+  }
+
+  /// Segments as on Ethernet, for connections that are accepted from now on. The loopback's own are as large as a
+  /// receive buffer, so that a full one opens only when a timer of the kernel's probes it.
+  void limitSegments() const {
+    const int size = 1448;
+    setsockopt(sd, IPPROTO_TCP, TCP_MAXSEG, &size, sizeof size);
+  }
+
+  Loopback accept() const { return Loopback(::accept(sd, nullptr, nullptr)); }
+
+  void close() {
+    if (sd != -1) ::close(std::exchange(sd, -1));
+  }
+
+  void write(const Bytes& data) const {
+    EXPECT_EQ(::write(sd, data.data(), data.size()), static_cast<ssize_t>(data.size()));
+  }
+
+  void writeTo(uint16_t to, const Bytes& data) const {
+    const sockaddr_in address = at(to);
+    sendto(sd, data.data(), data.size(), 0, reinterpret_cast<const sockaddr*>(&address), sizeof address);
+  }
+
+  /// What comes until there are `size` bytes, or the end of the stream.
+  Bytes read(std::size_t size) const {
+    Bytes data(size);
+    std::size_t got = 0;
+    for (ssize_t n = 1; got < size && n > 0; got += n > 0 ? static_cast<std::size_t>(n) : 0) {
+      n = recv(sd, data.data() + got, size - got, 0);
+    }
+    data.resize(got);
+    return data;
+  }
+
+  Bytes readDatagram() const {
+    Bytes data(65536);
+    const ssize_t n = recv(sd, data.data(), data.size(), 0);
+    data.resize(n > 0 ? static_cast<std::size_t>(n) : 0);
+    return data;
+  }
+
+  /// The next whole frame of the stream, empty at its end.
+  Bytes readFrame() const {
+    Bytes frame = read(15);
+    if (frame.size() < 15) return {};
+    append(frame, read(static_cast<std::size_t>(frame[0] << 8 | frame[1]) - 15));
+    return frame;
+  }
+
+  int sd;
+};
+
+/// What a test puts itself in front of.
+template <typename Function>
+Function* systemCall(const char* name) {
+  return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
+}
+
+/// The 7 bytes of a command.
+inline Bytes command(int code, uint32_t address = 0, uint16_t port = 0) {
+  Bytes wire;
+  append(wire, static_cast<uint64_t>(code), 1);
+  append(wire, address, 4);
+  append(wire, port, 2);
+  return wire;
+}

@@ -1,0 +1,104 @@
+#pragma once
+
+#include <pcap/dlt.h>
+
+#include <cstdint>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "base/FrameLimits.h"
+#include "network/NetworkStack.h"
+
+// Packets from the inside out, and a sink that writes down what it gets.
+
+using Bytes = std::vector<std::uint8_t>;
+
+inline Bytes operator+(Bytes left, const Bytes& right) {
+  left.insert(left.end(), right.begin(), right.end());
+  return left;
+}
+
+inline Bytes text(const std::string& characters) {
+  return {characters.begin(), characters.end()};
+}
+
+/// `value` in `size` octets.
+inline Bytes number(std::uint64_t value, int size) {
+  Bytes octets;
+  while (size-- > 0) octets.push_back(static_cast<std::uint8_t>(value >> 8 * size));
+  return octets;
+}
+
+inline Bytes zeros(std::size_t size) {
+  return Bytes(size);
+}
+
+struct Ip {
+  int protocol = 17;
+  int id = 1;
+  int fragment = 0;  ///< flags and offset, as they stand in the header
+  int ttl = 64;
+
+  Bytes operator()(const Bytes& payload) const {
+    return number(0x4500, 2) + number(20 + payload.size(), 2) + number(id, 2) + number(fragment, 2) + number(ttl, 1) +
+           number(protocol, 1) + zeros(2) + number(0x0A000001, 4) + number(0x0A000002, 4) + payload;
+  }
+};
+
+inline Bytes udp(int port, const Bytes& payload) {
+  return number(4000, 2) + number(port, 2) + number(8 + payload.size(), 2) + zeros(2) + payload;
+}
+
+inline Bytes tcp(std::uint32_t sequence, const Bytes& payload, int flags = 0x10) {
+  return number(4000, 2) + number(5060, 2) + number(sequence, 4) + zeros(4) + number(0x5000 + flags, 2) + zeros(6) +
+         payload;
+}
+
+inline Bytes ethernet(int etherType, const Bytes& payload) {
+  return zeros(12) + number(etherType, 2) + payload;
+}
+
+/// Writes down what it gets.
+struct WritingSink final : voip::NetworkSink {
+  std::vector<std::string> items;
+  std::map<voip::NetworkCount, std::uint64_t> counts;
+
+  void takeDatagram(const voip::Datagram& datagram) override { take(datagram.payload); }
+  void takeSegment(const voip::Segment& segment) override { take(segment.payload); }
+  void takeSipMessage(const voip::FlowEnds&, std::span<const std::uint8_t> message) override {
+    items.emplace_back(message.begin(), message.end());
+  }
+  void takeTpkt(const voip::FlowEnds&, std::span<const std::uint8_t> tpkt) override {
+    items.emplace_back(tpkt.begin(), tpkt.end());
+  }
+  void refuseMessage(const voip::FlowEnds&, std::uint64_t length) override { tooLong.push_back(length); }
+  void refuseHeader(const voip::sniff_ip&) override { ++refused; }
+  void refuseProtocol(const voip::sniff_ip&) override { ++refused; }
+  void refuseTcpHeader(int) override { ++refused; }
+  void count(voip::NetworkCount what) override { ++counts[what]; }
+
+  std::vector<std::uint64_t> tooLong;
+  int refused = 0;
+
+ private:
+  void take(std::span<std::uint8_t> payload) {
+    for (std::size_t i = 0; i < voip::kFrameSlack - 100; ++i) {
+      if (payload.data()[payload.size() + i] != 0) items.push_back("slack is not zero");
+    }
+    items.emplace_back(payload.begin(), payload.end());
+  }
+};
+
+/// A network stack with everything on.
+struct Stack {
+  WritingSink sink;
+  voip::NetworkStack stack;
+
+  explicit Stack(voip::NetworkOptions options = {true, true, true, true}) : stack(options, sink) {}
+
+  void take(const Bytes& frame, std::int64_t time = 0, int linkType = DLT_EN10MB) {
+    Bytes copy = frame + zeros(voip::kFrameSlack);
+    stack.takeFrame(std::span(copy).first(frame.size()), linkType, time);
+  }
+};
