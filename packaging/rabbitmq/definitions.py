@@ -1,9 +1,9 @@
 #!/usr/bin/env python3
-"""Prints the definitions file of a broker between fronts and recorders: queues, exchanges, bindings.
+"""Prints the RabbitMQ definitions for a broker between fronts and recorders: queues, exchanges, bindings.
 
     definitions.py 4 >definitions.json                    for load_definitions in rabbitmq.conf, or import_definitions
-    definitions.py 4 --generation 2                       the same queues spread anew; see docs/scaling.md
-    definitions.py 4 --queues east-1,east-2,west-1,west-2 with names of your own
+    definitions.py 4 --generation 2                       the next generation, over the same queues; see docs/scaling.md
+    definitions.py 4 --queues east-1,east-2,west-1,west-2 with your own names
 """
 import argparse
 import base64
@@ -16,7 +16,7 @@ import sys
 EXCHANGE = "voip-calls"
 QUEUE = "voip-recorder"
 DEAD = "voip-dead"
-# Buckets of a queue among which keys are spread: with one each, few calls could all meet in one queue.
+# Hash buckets for each queue. With one bucket each, a small number of calls could all go to one queue.
 WEIGHT = "8"
 DEAD_BYTES = 64 << 20
 ARGUMENTS = {"x-single-active-consumer": True, "x-dead-letter-exchange": DEAD,
@@ -45,12 +45,12 @@ def account(name, password):
 
 
 def definitions(queues, generation, user=None, ready=True):
-    """Only a generation whose exchange "ready" exists is used: it is made when all queues are bound."""
+    """Fronts use a generation only when its exchange "ready" exists; `ready` is False until all queues are bound."""
     calls = f"{EXCHANGE}.{generation}"
     made = {
         "vhosts": [{"name": "/"}],
-        # One recorder reads a queue at a time; another that is started for it waits to take over. What a recorder puts
-        # aside leaves its queue only when it is safe in the other one.
+        # One recorder reads a queue at a time; a second one waits to take over. A rejected message leaves its queue
+        # only when the queue voip-dead has it on disk.
         "queues": [quorum_queue(DEAD, **{"x-max-length-bytes": DEAD_BYTES, "x-overflow": "drop-head"})]
         + [quorum_queue(name, **ARGUMENTS) for name in queues],
         "exchanges": [exchange(DEAD, "fanout"), exchange(calls, "x-consistent-hash")]
@@ -66,11 +66,11 @@ def definitions(queues, generation, user=None, ready=True):
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
-    parser.add_argument("recorders", type=int, help="how many recorders, which is how many queues")
-    parser.add_argument("--queues", help=f"their names with commas between them (default: {QUEUE}-1, {QUEUE}-2, ...)")
-    parser.add_argument("--generation", type=int, default=1, help="1 for the first set of queues, 2 for the next, ...")
-    parser.add_argument("--user", metavar="NAME:PASSWORD", help="also an account for fronts and recorders")
-    parser.add_argument("--without-ready", action="store_true", help="leave out the mark that puts it to use")
+    parser.add_argument("recorders", type=int, help="number of recorders; each has one queue")
+    parser.add_argument("--queues", help=f"their names, separated by commas (default: {QUEUE}-1, {QUEUE}-2, ...)")
+    parser.add_argument("--generation", type=int, default=1, help="1 for the first generation, 2 for the next, ...")
+    parser.add_argument("--user", metavar="NAME:PASSWORD", help="also create an account for fronts and recorders")
+    parser.add_argument("--without-ready", action="store_true", help="leave out the mark of a ready generation")
     options = parser.parse_args()
     queues = options.queues.split(",") if options.queues else [f"{QUEUE}-{i + 1}" for i in range(options.recorders)]
     if not 1 <= options.recorders <= 1000 or options.generation < 1:

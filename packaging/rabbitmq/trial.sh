@@ -1,4 +1,4 @@
-# Sourced by quickstart.sh --cluster: a broker of its own and two recorders, which end with the script.
+# Sourced by quickstart.sh --cluster: starts a private broker and two recorders, which end with the script.
 
 broker_port=27672
 broker_folder=$PWD/broker
@@ -14,10 +14,10 @@ end_trial() {
   broker stop
 }
 
-# How many messages no recorder has safe on disk yet.
+# Prints the number of messages that no recorder has acknowledged.
 waiting() { broker run rabbitmqctl -q --no-table-headers list_queues messages | awk '{ sum += $1 } END { print sum + 0 }'; }
 
-# Waits for what the front has published, then tells which recorder has which calls.
+# Waits until all messages are acknowledged, then prints the calls of each recorder.
 show_spread() {
   local folder
   while [ "$(waiting)" -gt 0 ]; do
