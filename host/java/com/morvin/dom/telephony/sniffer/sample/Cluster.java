@@ -1,8 +1,7 @@
 package com.morvin.dom.telephony.sniffer.sample;
 
 import com.morvin.dom.telephony.sniffer.sample.console.Console;
-import com.morvin.dom.telephony.sniffer.sample.recording.Recorder;
-import com.morvin.dom.telephony.sniffer.sample.transport.Service;
+import com.morvin.dom.telephony.sniffer.sample.service.Service;
 import com.morvin.dom.telephony.sniffer.sample.transport.Transport;
 import java.io.IOException;
 import java.net.MalformedURLException;
@@ -26,7 +25,7 @@ public interface Cluster {
   String PACKAGE = "librabbitmq-client-java";
 
   /** Follows calls and publishes their frames. */
-  Service front(URI broker, long bufferBytes, Recorder.Limits limits, Console console) throws IOException;
+  Service front(URI broker, long bufferBytes, Service.Limits limits, Console console) throws IOException;
 
   /** Delivers what a queue of the broker holds. */
   Transport queue(URI broker, String queue, Console console) throws IOException;

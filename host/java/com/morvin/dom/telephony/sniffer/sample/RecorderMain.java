@@ -3,10 +3,10 @@ package com.morvin.dom.telephony.sniffer.sample;
 import com.morvin.dom.telephony.sniffer.sample.console.Console;
 import com.morvin.dom.telephony.sniffer.sample.page.CallPages;
 import com.morvin.dom.telephony.sniffer.sample.recording.Recorder;
+import com.morvin.dom.telephony.sniffer.sample.service.Service;
 import com.morvin.dom.telephony.sniffer.sample.signalling.CallFollower;
 import com.morvin.dom.telephony.sniffer.sample.storage.Store;
 import com.morvin.dom.telephony.sniffer.sample.transport.EmbeddedTransport;
-import com.morvin.dom.telephony.sniffer.sample.transport.Service;
 import com.morvin.dom.telephony.sniffer.sample.transport.TcpTransport;
 import com.morvin.dom.telephony.sniffer.sample.transport.Transport;
 import com.morvin.dom.telephony.sniffer.sample.transport.UdpTransport;
@@ -74,8 +74,8 @@ public final class RecorderMain {
 
   private static void record(Options options) throws IOException, InterruptedException {
     Console console = new Console(System.out, System.console() != null);
-    Recorder.Limits limits =
-        new Recorder.Limits(options.untilDisconnect, options.idleExitMillis,
+    Service.Limits limits =
+        new Service.Limits(options.untilDisconnect, options.idleExitMillis,
             CallFollower.Limits.DEFAULT.withIdle(options.callTimeoutMillis));
     if (options.publish != null) {
       serve(options, Cluster.load().front(options.publish, options.bufferBytes, limits, console), console);

@@ -2,6 +2,7 @@ package com.morvin.dom.telephony.sniffer.sample;
 
 import com.morvin.dom.telephony.sniffer.sample.console.Console;
 import com.morvin.dom.telephony.sniffer.sample.recording.Recorder;
+import com.morvin.dom.telephony.sniffer.sample.service.Service;
 import com.morvin.dom.telephony.sniffer.sample.storage.Store;
 import com.morvin.dom.telephony.sniffer.sample.transport.Command;
 import com.morvin.dom.telephony.sniffer.sample.transport.Endpoint;
@@ -63,7 +64,7 @@ final class Rehearsal implements Transport {
     Path stage = Files.createTempDirectory("rehearsal");
     Console silence = new Console(new PrintStream(OutputStream.nullOutputStream()), false);
     try (Store store = new Store(stage, silence)) {
-      Recorder.Limits once = new Recorder.Limits(false, 0, Recorder.Limits.NONE.calls());
+      Service.Limits once = new Service.Limits(false, 0, Service.Limits.NONE.calls());
       new Recorder(store, once, silence, InstantSource.system(), report -> { }).run(new Rehearsal());
     } finally {
       try (Stream<Path> all = Files.walk(stage)) {

@@ -2,8 +2,7 @@ package com.morvin.dom.telephony.sniffer.sample.cluster;
 
 import com.morvin.dom.telephony.sniffer.sample.Cluster;
 import com.morvin.dom.telephony.sniffer.sample.console.Console;
-import com.morvin.dom.telephony.sniffer.sample.recording.Recorder;
-import com.morvin.dom.telephony.sniffer.sample.transport.Service;
+import com.morvin.dom.telephony.sniffer.sample.service.Service;
 import com.morvin.dom.telephony.sniffer.sample.transport.Transport;
 import java.io.IOException;
 import java.net.URI;
@@ -17,7 +16,7 @@ public final class AmqpCluster implements Cluster {
   }
 
   @Override
-  public Service front(URI broker, long bufferBytes, Recorder.Limits limits, Console console) throws IOException {
+  public Service front(URI broker, long bufferBytes, Service.Limits limits, Console console) throws IOException {
     return new Front(new Broker(broker, "front"), bufferBytes, limits, console);
   }
 

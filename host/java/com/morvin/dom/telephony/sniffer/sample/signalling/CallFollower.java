@@ -53,6 +53,10 @@ public final class CallFollower {
     /** A call that nobody answers is given up after five minutes; phones do so earlier. */
     public static final Limits DEFAULT = new Limits(4000, 3_600_000, 300_000);
 
+    public Limits withCalls(int number) {
+      return new Limits(number, idleMillis, unansweredMillis);
+    }
+
     public Limits withIdle(long millis) {
       return new Limits(calls, millis, unansweredMillis);
     }

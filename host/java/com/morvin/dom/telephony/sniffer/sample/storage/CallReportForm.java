@@ -43,8 +43,8 @@ final class CallReportForm {
       ((List<?>) value).forEach(element -> elements.add(read(element, list.getActualTypeArguments()[0])));
       return List.copyOf(elements);
     }
-    if (type instanceof Class<?> record && record.isRecord()) {
-      return readRecord((Map<?, ?>) value, record);
+    if (type instanceof Class<?> form && form.isRecord()) {
+      return readRecord((Map<?, ?>) value, form);
     }
     return value;
   }

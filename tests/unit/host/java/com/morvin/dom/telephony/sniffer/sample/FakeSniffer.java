@@ -2,6 +2,7 @@ package com.morvin.dom.telephony.sniffer.sample;
 
 import com.morvin.dom.telephony.sniffer.sample.console.Console;
 import com.morvin.dom.telephony.sniffer.sample.recording.Recorder;
+import com.morvin.dom.telephony.sniffer.sample.service.Service;
 import com.morvin.dom.telephony.sniffer.sample.storage.CallReport;
 import com.morvin.dom.telephony.sniffer.sample.storage.Store;
 import com.morvin.dom.telephony.sniffer.sample.transport.Command;
@@ -90,7 +91,7 @@ final class FakeSniffer implements Transport {
         throw new IOException("No space left on device");
       }
     });
-    recorder = new Recorder(store, Recorder.Limits.NONE, console, () -> Instant.ofEpochMilli(now), reports::add);
+    recorder = new Recorder(store, Service.Limits.NONE, console, () -> Instant.ofEpochMilli(now), reports::add);
     recorder.attach(this);
   }
 
