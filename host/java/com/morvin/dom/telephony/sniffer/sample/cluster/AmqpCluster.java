@@ -7,11 +7,11 @@ import com.morvin.dom.telephony.sniffer.sample.transport.Transport;
 import java.io.IOException;
 import java.net.URI;
 
-/** Front and recorders around a broker that speaks AMQP 0-9-1. */
+/** Connects front and recorders through a broker that speaks AMQP 0-9-1. */
 public final class AmqpCluster implements Cluster {
-  /** Connects to nothing yet. */
+  /** Makes an object without a connection. */
   public AmqpCluster() {
-    // Fails here, and not on some thread later, when the library is missing.
+    // When the library is missing, this fails here and not later on another thread.
     com.rabbitmq.client.ConnectionFactory.class.getName();
   }
 

@@ -16,8 +16,8 @@ import java.util.Queue;
 import java.util.UUID;
 
 /**
- * Publishes calls to a broker and records nothing. It follows calls only to know which call a frame belongs to, asks the
- * sniffers for their media, and publishes the frames of each call under the key of the call.
+ * Publishes calls to a broker and records nothing. It follows calls only to know which call a frame belongs to, asks
+ * the sniffers for their media, and publishes the frames of each call under the key of the call.
  */
 final class Front extends Service {
   private static final int MAX_CALLS = 50_000;
@@ -35,7 +35,7 @@ final class Front extends Service {
   private final Queue<Opened> opened = new ArrayDeque<>();
   private final List<Call> over = new ArrayList<>();
   private long frames;
-  private long lostTold;
+  private long lostReported;
   private boolean losing;
 
   Front(Broker broker, long bufferBytes, Limits limits, Console console) {
@@ -81,7 +81,7 @@ final class Front extends Service {
     }
   }
 
-  /** A call that a frame has ended is closed when that frame is in its stream, too. */
+  /** Closes the streams of ended calls. The frame that ended a call is in its stream by now. */
   private void closeCalls() {
     over.forEach(call -> streams.remove(call).flush(true));
     over.clear();
@@ -90,20 +90,20 @@ final class Front extends Service {
   @Override
   protected void tick(long now) {
     long lost = outbox.lostFrames();
-    tellOfLoss(lost);
-    console.status("calls " + streams.size() + " | frames " + frames + " | " + (outbox.bytes() >> 10) + " KB for the broker"
-        + (publisher.isConnected() ? "" : ", which is AWAY") + " | lost " + (lost + dropped()) + " | sniffer "
-        + snifferState());
+    reportLoss(lost);
+    console.status("calls " + streams.size() + " | frames " + frames + " | " + (outbox.bytes() >> 10)
+        + " KB for the broker" + (publisher.isConnected() ? "" : ", which is AWAY") + " | lost " + (lost + dropped())
+        + " | sniffer " + snifferState());
   }
 
-  private void tellOfLoss(long lost) {
-    if (!losing && lost > lostTold) {
+  private void reportLoss(long lost) {
+    if (!losing && lost > lostReported) {
       losing = true;
       console.line("the buffer for the broker is full: the oldest media is dropped, and counted");
     } else if (losing && outbox.isEmpty()) {
       losing = false;
-      console.line("the broker has caught up; " + Text.count(lost - lostTold, "frame") + " lost");
-      lostTold = lost;
+      console.line("the broker has caught up; " + Text.count(lost - lostReported, "frame") + " lost");
+      lostReported = lost;
     }
   }
 
@@ -136,8 +136,8 @@ final class Front extends Service {
   public void summarize() {
     publisher.close();
     console.print(Text.count(follower.seen(), "call") + ", " + Text.count(frames, "frame") + ": "
-        + outbox.confirmedFrames() + " in " + Text.count(outbox.confirmedMessages(), "message") + " safe with the broker, "
-        + outbox.lostFrames() + " lost because the buffer was full, " + outbox.openFrames()
+        + outbox.confirmedFrames() + " in " + Text.count(outbox.confirmedMessages(), "message")
+        + " safe with the broker, " + outbox.lostFrames() + " lost because the buffer was full, " + outbox.openFrames()
         + " lost because the broker was not there at the end; at most " + (outbox.peak() >> 10) + " KB waited");
     if (dropped() > 0) {
       console.print(Text.count(dropped(), "frame") + " dropped before that: this machine was too slow");

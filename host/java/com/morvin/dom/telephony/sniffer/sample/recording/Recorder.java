@@ -6,9 +6,9 @@ import com.morvin.dom.telephony.sniffer.sample.service.Service;
 import com.morvin.dom.telephony.sniffer.sample.signalling.Call;
 import com.morvin.dom.telephony.sniffer.sample.signalling.CallFollower;
 import com.morvin.dom.telephony.sniffer.sample.signalling.Direction;
-import com.morvin.dom.telephony.sniffer.sample.storage.Audience;
 import com.morvin.dom.telephony.sniffer.sample.storage.CallLog;
 import com.morvin.dom.telephony.sniffer.sample.storage.CallReport;
+import com.morvin.dom.telephony.sniffer.sample.storage.ReportListener;
 import com.morvin.dom.telephony.sniffer.sample.storage.Reports;
 import com.morvin.dom.telephony.sniffer.sample.storage.RunningCalls;
 import com.morvin.dom.telephony.sniffer.sample.storage.Store;
@@ -32,7 +32,7 @@ public final class Recorder extends Service {
   private static final long RESUME_MILLIS = 300_000;
 
   private final Store store;
-  private final Audience audience;
+  private final ReportListener listener;
   private final CallLog log;
   private final Reports reports;
   private final Summary summary = new Summary();
@@ -48,17 +48,17 @@ public final class Recorder extends Service {
    * Records into a store, which the caller closes.
    *
    * @param clock the time of day
-   * @param audience hears of calls
+   * @param listener is called on the disk thread
    */
-  public Recorder(Store store, Limits limits, Console console, InstantSource clock, Audience audience)
+  public Recorder(Store store, Limits limits, Console console, InstantSource clock, ReportListener listener)
       throws IOException {
     super(limits, POLL_MILLIS, console, clock);
     this.store = store;
-    this.audience = audience;
+    this.listener = listener;
     log = new CallLog(store.directory());
     reports = new Reports(store, log, console, report -> {
       summary.add(report);
-      store.disk().then(() -> audience.ended(report));
+      store.disk().submit(() -> listener.ended(report));
     });
   }
 
@@ -106,9 +106,9 @@ public final class Recorder extends Service {
       Recording recording = recordings.get(use.call());
       boolean known = recording.media(received.frame(), use.direction(), use.media(), received.time(now));
       countMalformed(known ? 0 : 1);
-      if (known && recording.showsUp()) {
+      if (known && recording.markShown()) {
         CallReport running = recording.unfinished();
-        store.disk().then(() -> audience.began(running));
+        store.disk().submit(() -> listener.began(running));
       }
     }
   }
@@ -129,7 +129,7 @@ public final class Recorder extends Service {
     }
   }
 
-  /** While the disk is behind, an earlier one is still to come. */
+  /** Saves the state of all running calls, unless the previous state is not on disk yet. */
   private void save(long now) {
     if (saving) {
       return;
@@ -162,7 +162,7 @@ public final class Recorder extends Service {
 
   private void restore(RunningCalls.Loaded loaded, boolean late, long now) {
     restoring = loaded.journal();
-    for (RunningCalls.Signalled message : loaded.frames()) {
+    for (RunningCalls.TimedFrame message : loaded.frames()) {
       follower.signalling(message.frame(), message.time());
     }
     restoring = null;
@@ -214,13 +214,13 @@ public final class Recorder extends Service {
     Recording recording = recordings.remove(call);
     running.end(recording.journal);
     if (how.equals(CallFollower.DROPPED)) {
-      // A flood leaves no trace on the disk.
+      // A flood of calls must not fill the disk.
       if (summary.countFlood()) {
         console.line("more calls than can be followed: those without media make way");
       }
       return;
     }
-    if (recording.told() && call.isOnlyResumed()) {
+    if (recording.isReported() && call.isOnlyResumed()) {
       return;
     }
     report(recording, how, now);
@@ -243,7 +243,7 @@ public final class Recorder extends Service {
       String how = call.deadlineReason() != null ? call.deadlineReason() : "recording stopped";
       if (!goesOn) {
         follower.end(call, how, now);
-      } else if (!transport().redelivers() && !(recordings.get(call).told() && call.isOnlyResumed())) {
+      } else if (!transport().redelivers() && !(recordings.get(call).isReported() && call.isOnlyResumed())) {
         report(recordings.get(call), how, now);
       }
     }

@@ -185,7 +185,7 @@ final class HostileInputTest {
         for (int i = 0; i < 20; i++) {
           int number = i;
           disk.write(9_800, () -> written.add(number), () -> dropped.add(number));
-          disk.then(() -> written.add(100 + number));
+          disk.submit(() -> written.add(100 + number));
         }
         stalled.countDown();
         disk.drain();
