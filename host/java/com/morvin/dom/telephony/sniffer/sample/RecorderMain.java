@@ -72,7 +72,8 @@ public final class RecorderMain {
     }
   }
 
-  private static void record(Options options) throws IOException, InterruptedException {
+  /** Records until the end. Package-private for tests. */
+  static void record(Options options) throws IOException, InterruptedException {
     Console console = new Console(System.out, System.console() != null);
     Service.Limits limits = new Service.Limits(options.untilDisconnect, options.idleExitMillis,
         CallFollower.Limits.DEFAULT.withIdle(options.callTimeoutMillis));
