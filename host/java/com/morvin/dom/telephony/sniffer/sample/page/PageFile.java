@@ -20,6 +20,7 @@ import java.time.ZoneId;
 import java.util.Arrays;
 import java.util.Comparator;
 import java.util.List;
+import java.util.Locale;
 import java.util.regex.Matcher;
 import java.util.regex.Pattern;
 import java.util.stream.Collectors;
@@ -85,7 +86,7 @@ final class PageFile {
     String name = since.equals(last) || since.isAfter(last) ? last.toString() : since + "_" + last;
     Path target = days.resolve(name + ".html");
     for (int part = 2; Files.exists(target); part++) {
-      target = days.resolve(String.format("%s.%02d.html", name, part));
+      target = days.resolve(String.format(Locale.ROOT, "%s.%02d.html", name, part));
     }
     Files.move(file, target);
     begin(today, lines);
