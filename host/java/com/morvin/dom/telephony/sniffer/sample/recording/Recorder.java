@@ -62,7 +62,7 @@ public final class Recorder extends Service {
     });
   }
 
-  /** Goes on with the calls that were running before a restart. */
+  /** Continues the calls that were running before a restart, with the first transport only. */
   @Override
   protected void attached() {
     if (running == null) {

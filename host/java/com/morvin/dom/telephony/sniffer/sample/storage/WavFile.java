@@ -15,7 +15,7 @@ public final class WavFile extends StoredFile {
   /** The length of the header in bytes. */
   static final int HEADER = 44;
   private static final int BYTES = 2;
-  /** Many programs read at most 2 GiB of a WAV file. At 8000 Hz this limit is 18 hours. */
+  /** The longest file: 1 GiB, or 18 hours at 8000 Hz. Many programs read at most 2 GiB of a WAV file. */
   private static final long MAX_SAMPLES = 512L << 20;
 
   private final int rate;
