@@ -4,11 +4,13 @@ import com.rabbitmq.client.Connection;
 import com.rabbitmq.client.ConnectionFactory;
 import com.rabbitmq.client.DefaultConsumer;
 import com.rabbitmq.client.Envelope;
+import java.io.IOException;
 import java.nio.ByteBuffer;
 import java.util.Arrays;
+import java.util.Locale;
 import java.util.concurrent.CountDownLatch;
 
-/** Consumes a queue as any recorder can, and tells how long after its capture a frame comes out: URI QUEUE FRAMES. */
+/** Consumes a queue and prints the delay of the RTP frames since their capture. Arguments: URI, queue, frames. */
 public final class Delay {
   private static final int RTP = 2;
   private static final int CAPTURE_TIME = 5;
@@ -24,7 +26,7 @@ public final class Delay {
       channel.basicConsume(arguments[1], false, new DefaultConsumer(channel) {
         @Override
         public void handleDelivery(String tag, Envelope envelope, AMQP.BasicProperties properties, byte[] body)
-            throws java.io.IOException {
+            throws IOException {
           long now = System.currentTimeMillis() * 1000;
           long captured = 0;
           ByteBuffer in = ByteBuffer.wrap(body);
@@ -43,7 +45,8 @@ public final class Delay {
       left.await();
     }
     Arrays.sort(delays);
-    System.out.printf("delay from wire to recorder: %d ms in the middle, %d ms for 99 %% of the frames, %d ms at most%n",
+    System.out.printf(Locale.ROOT,
+        "delay from wire to recorder: %d ms in the middle, %d ms for 99 %% of the frames, %d ms at most%n",
         delays[delays.length / 2] / 1000, delays[delays.length * 99 / 100] / 1000, delays[delays.length - 1] / 1000);
   }
 }

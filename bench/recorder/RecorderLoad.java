@@ -1,3 +1,6 @@
+import com.morvin.dom.telephony.sniffer.sample.transport.Command;
+import com.morvin.dom.telephony.sniffer.sample.transport.Endpoint;
+import com.morvin.dom.telephony.sniffer.sample.transport.Frame;
 import java.io.BufferedOutputStream;
 import java.io.DataInputStream;
 import java.io.IOException;
@@ -16,8 +19,8 @@ import java.util.concurrent.atomic.AtomicLong;
 import java.util.stream.Stream;
 
 /**
- * A sniffer that sees many calls, for a recorder that listens: so many SIP calls at a time, of 20 seconds each, with
- * G.711 in both directions. Afterwards it counts what the recorder wrote. See run.sh.
+ * A sniffer with many simultaneous calls: SIP calls of 20 s each, with G.711 in both directions. After the recorder has
+ * ended, it compares the table of calls with the packets sent. See run.sh.
  */
 public final class RecorderLoad {
   private static final int PACKETS_A_CALL = 1000;
@@ -32,31 +35,27 @@ public final class RecorderLoad {
     out = new BufferedOutputStream(recorder.getOutputStream(), 1 << 16);
     DataInputStream commands = new DataInputStream(recorder.getInputStream());
     Thread reader = new Thread(() -> {
-      byte[] command = new byte[7];
+      byte[] command = new byte[Command.LENGTH];
       try {
         while (true) {
           commands.readFully(command);
-          adds.addAndGet(command[0] == 1 ? 1 : 0);
+          adds.addAndGet(command[0] == Command.ADD ? 1 : 0);
         }
       } catch (IOException e) {
-        // The end.
+        // The recorder has closed the connection.
       }
     });
     reader.setDaemon(true);
     reader.start();
   }
 
-  private static byte[] frame(int protocol, int to, int toPort, int from, int fromPort, byte[] payload) {
-    return ByteBuffer.allocate(15 + payload.length).putShort((short) (15 + payload.length)).put((byte) protocol).putInt(to)
-        .putShort((short) toPort).putInt(from).putShort((short) fromPort).put(payload).array();
-  }
-
-  private void send(byte[] frame) throws IOException {
-    out.write(frame);
+  /** Sends a frame between the same ports of two addresses. */
+  private void send(int protocol, int to, int from, int port, byte[] payload) throws IOException {
+    out.write(new Frame(protocol, new Endpoint(to, port), new Endpoint(from, port), payload).bytes());
     frames++;
   }
 
-  /** The calls that follow each other in one place. */
+  /** The successive calls of two telephones. */
   private final class Line {
     private final int caller;
     private final int callee;
@@ -71,12 +70,13 @@ public final class RecorderLoad {
 
     private void sip(boolean fromCaller, String start, String cseq, boolean sdp) throws IOException {
       int from = fromCaller ? caller : callee;
-      String address = (from >>> 24) + "." + (from >> 16 & 255) + "." + (from >> 8 & 255) + "." + (from & 255);
-      String text = start + "\r\nVia: SIP/2.0/UDP x;branch=z" + cseq.charAt(0) + "\r\nFrom: <sip:" + caller
-          + "@load>;tag=a\r\nTo: <sip:" + callee + "@load>" + (start.startsWith("INVITE") ? "" : ";tag=b") + "\r\nCall-ID: "
-          + caller + "-" + call + "\r\nCSeq: " + cseq + "\r\n" + (sdp ? "Content-Type: application/sdp\r\n\r\nv=0\r\nc=IN IP4 "
-          + address + "\r\nm=audio 4000 RTP/AVP 8\r\n" : "\r\n");
-      send(frame(1, fromCaller ? callee : caller, 5060, from, 5060, text.getBytes(StandardCharsets.US_ASCII)));
+      String body = "v=0\r\nc=IN IP4 " + new Endpoint(from, 0).address() + "\r\nm=audio 4000 RTP/AVP 8\r\n";
+      String text = start + "\r\nVia: SIP/2.0/UDP x;branch=z" + cseq.charAt(0)
+          + "\r\nFrom: <sip:" + caller + "@load>;tag=a"
+          + "\r\nTo: <sip:" + callee + "@load>" + (start.startsWith("INVITE") ? "" : ";tag=b")
+          + "\r\nCall-ID: " + caller + "-" + call + "\r\nCSeq: " + cseq + "\r\n"
+          + (sdp ? "Content-Type: application/sdp\r\n\r\n" + body : "\r\n");
+      send(Frame.SIP, fromCaller ? callee : caller, from, 5060, text.getBytes(StandardCharsets.US_ASCII));
     }
 
     void begin() throws IOException {
@@ -98,8 +98,8 @@ public final class RecorderLoad {
       }
       byte[] rtp = ByteBuffer.allocate(12 + SIZE).putShort((short) 0x8008).putShort((short) sent).putInt(sent * SIZE)
           .putInt(call).array();
-      send(frame(2, callee, 4000, caller, 4000, rtp));
-      send(frame(2, caller, 4000, callee, 4000, rtp));
+      send(Frame.RTP, callee, caller, 4000, rtp);
+      send(Frame.RTP, caller, callee, 4000, rtp);
       media += 2;
       sent++;
     }
@@ -129,13 +129,13 @@ public final class RecorderLoad {
     out.flush();
   }
 
-  /** The processor time of a loop that reads as many frames and writes them into one file. */
+  /** Returns the processor time of a loop that reads frames and writes them to a file, in microseconds per frame. */
   private static double bare(long frames, Path file) throws Exception {
     try (ServerSocket server = new ServerSocket(0); Socket to = new Socket("127.0.0.1", server.getLocalPort());
          Socket from = server.accept()) {
       Thread sender = new Thread(() -> {
         try {
-          byte[] frame = frame(2, 1, 1, 1, 1, new byte[12 + SIZE]);
+          byte[] frame = new Frame(Frame.RTP, new Endpoint(1, 1), new Endpoint(1, 1), new byte[12 + SIZE]).bytes();
           OutputStream out = new BufferedOutputStream(to.getOutputStream(), 1 << 14);
           for (long i = 0; i < frames; i++) {
             out.write(frame);
@@ -155,7 +155,7 @@ public final class RecorderLoad {
     }
   }
 
-  /** Seconds of processor time, and megabytes in memory, of a process. */
+  /** Returns the processor time of a process in seconds and its resident memory in megabytes. */
   private static double[] usage(String pid) throws IOException {
     String stat = Files.readString(Path.of("/proc", pid, "stat"));
     String[] fields = stat.substring(stat.lastIndexOf(')') + 2).split(" ");
@@ -163,7 +163,7 @@ public final class RecorderLoad {
         Long.parseLong(fields[21]) * 4096 / 1e6};
   }
 
-  /** Arguments: port, calls at a time, seconds, process and folder of the recorder. */
+  /** Arguments: port, simultaneous calls, seconds, process id of the recorder, directory of the recorder. */
   public static void main(String[] words) throws Exception {
     int calls = Integer.parseInt(words[1]);
     int seconds = Integer.parseInt(words[2]);
@@ -174,7 +174,7 @@ public final class RecorderLoad {
           Thread.sleep(15_000);
         }
       } catch (IOException | InterruptedException e) {
-        // It has ended.
+        // The recorder has ended.
       }
     });
     watch.setDaemon(true);
@@ -202,8 +202,8 @@ public final class RecorderLoad {
       }
     }
     double bare = bare(load.frames, Path.of(words[4], "bare"));
-    System.out.printf(Locale.ROOT, "%d calls at a time, %d in all; %d packets sent, %d recorded, %d lost; %d adds%n", calls,
-        rows, load.media, recorded, lost, load.adds.get());
+    System.out.printf(Locale.ROOT, "%d calls at a time, %d in all; %d packets sent, %d recorded, %d lost; %d adds%n",
+        calls, rows, load.media, recorded, lost, load.adds.get());
     System.out.printf(Locale.ROOT, "%.1f us a frame; %.1f times a loop that reads and writes them as they are%n", cost,
         cost / bare);
     System.exit(recorded == load.media && lost == 0 ? 0 : 1);

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # The sample recorder under the load of many calls, over TCP on this machine: status 1 when a packet is missing.
 #   bench/recorder/run.sh [BUILD] [CALLS] [SECONDS]     default: build/release 200 60
-# What it prints of memory should not grow after the first minute.
+# The printed memory should not grow after the first minute.
 set -euo pipefail
 
 here=$(cd "$(dirname "$0")" && pwd)
@@ -14,6 +14,6 @@ java -Xmx512m -jar "$build/host/voip-sniffer.jar" --tcp "$port" --out "$folder" 
 recorder=$!
 until grep -qs waiting "$folder/log"; do kill -0 $recorder; sleep 0.1; done
 status=0
-java "$here/RecorderLoad.java" "$port" "$calls" "$seconds" $recorder "$folder" || status=$?
+java -cp "$build/host/voip-sniffer.jar" "$here/RecorderLoad.java" "$port" "$calls" "$seconds" $recorder "$folder" || status=$?
 grep -E 'DROPPED|dropped|cannot|failed' "$folder/log" || true
 exit $status

@@ -3,15 +3,16 @@ import java.nio.ByteBuffer;
 import java.util.concurrent.locks.LockSupport;
 
 /**
- * A host that counts, as road_recorder does: DEVICE FRAMES. It asks for the RTP of 10.0.0.2:5000, prints "ready" when
- * that is confirmed, and at the end how many RTP frames came and how many were not the next in number.
+ * A Java host that counts frames as road_recorder does. Arguments: device, frames. It asks for the RTP sent to
+ * 10.0.0.2:5000 and prints "ready" after the heartbeat reply. At the end it prints the number of RTP frames and the
+ * number of gaps in their sequence.
  */
 class RoadHost {
   private static final int HEADER = 15;
   private static final int RTP = 2;
   private static final int HEARTBEAT = 3;
-  private static final long PAUSE = 500_000;
-  private static final long SILENCE = 3_000_000_000L;
+  private static final long PAUSE_NANOS = 500_000;
+  private static final long SILENCE_NANOS = 3_000_000_000L;
 
   public static void main(String[] arguments) throws InterruptedException {
     EmbeddedPacketChannel channel = new EmbeddedPacketChannel();
@@ -25,7 +26,7 @@ class RoadHost {
       channel.sendRequest(new byte[] {HEARTBEAT, 0, 0, 0, 0, 0, 0});
     }
     count(channel, Long.parseLong(arguments[1]));
-    Thread.sleep(Long.MAX_VALUE); // whoever started this looks at the processor time of the process, and kills it
+    Thread.sleep(Long.MAX_VALUE); // the script reads the processor time of the process, then kills it
   }
 
   private static void count(EmbeddedPacketChannel channel, long expected) {
@@ -33,14 +34,14 @@ class RoadHost {
     long frames = 0;
     long gaps = 0;
     int next = 0;
-    long last = System.nanoTime() + 10 * SILENCE;
-    while (frames < expected && System.nanoTime() - last < SILENCE) {
+    long last = System.nanoTime() + 10 * SILENCE_NANOS;
+    while (frames < expected && System.nanoTime() - last < SILENCE_NANOS) {
       int length;
       synchronized (channel) {
         length = channel.getPacket(frame.array());
       }
       if (length == 0) {
-        LockSupport.parkNanos(PAUSE);
+        LockSupport.parkNanos(PAUSE_NANOS);
       } else if (frame.get(2) == HEARTBEAT) {
         System.out.println("ready");
       } else if (frame.get(2) == RTP) {

@@ -1,6 +1,6 @@
 package com.morvin.dom.telephony.sniffer;
 
-/** A host class from before the fields immediateCapture and settings: takes a frame of a device, and ends. */
+/** A host class of an older version, without the fields immediateCapture and settings. Takes one frame and ends. */
 class EmbeddedPacketChannel {
   String nicDevice;
   String packetFilter = "udp";

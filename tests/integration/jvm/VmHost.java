@@ -1,10 +1,11 @@
 import com.morvin.dom.telephony.sniffer.EmbeddedPacketChannel;
 import java.io.FileOutputStream;
 import java.io.OutputStream;
+import java.nio.charset.StandardCharsets;
 import java.util.HexFormat;
 import java.util.concurrent.atomic.AtomicBoolean;
 
-/** A host process for the native library, driven by test_jvm.py: a scenario and its arguments. */
+/** A host process of the native library for test_jvm.py. Arguments: a scenario and its arguments. */
 public final class VmHost {
   private final EmbeddedPacketChannel channel = new EmbeddedPacketChannel();
   private final byte[] buffer = new byte[EmbeddedPacketChannel.MAX_FRAME];
@@ -20,7 +21,7 @@ public final class VmHost {
     }
   }
 
-  /** record DEVICES PACKET_COUNT SETTINGS FRAMES FILE COMMAND...: writes so many frames one behind the other. */
+  /** Writes frames to a file. Arguments: record DEVICES PACKET_COUNT SETTINGS FRAMES FILE COMMAND... */
   private void record(String[] words) throws Exception {
     channel.packetCount = Integer.parseInt(words[2]);
     channel.settings = words[3].replace(' ', '\n');
@@ -41,13 +42,13 @@ public final class VmHost {
     stop();
   }
 
-  /** Starts, stops and misuse, in one process. */
+  /** Starts and stops the sniffer many times in one process, and calls its methods with invalid arguments. */
   private void lifecycle(String idle, String busy) throws Exception {
     channel.breakMainLoop();
     check(channel.getPacket(buffer) == 0, "no frame");
     check(channel.getPacket(null) == 0 && channel.sendRequest(null) == 0, "null arrays");
     check(channel.sendRequest(new byte[6]) == 0 && channel.sendRequest(new byte[9]) == 9, "short and long commands");
-    channel.mainLoop();  // no device: a null field
+    channel.mainLoop();  // returns at once: the device is null
 
     channel.packetFilter = "no such filter";
     channel.nicDevice = idle;
@@ -59,12 +60,13 @@ public final class VmHost {
       check(channel.getPacket(new byte[0]) == 0, "a frame stays when the array is too short");
       int length = next();
       check(length > 15 && buffer[2] == 1, "a SIP frame");
-      check(channel.getPacket(buffer) == 0 && new String(buffer, 15, 6).equals("INVITE"), "nothing is written");
+      check(channel.getPacket(buffer) == 0, "no further frame");
+      check(new String(buffer, 15, 6, StandardCharsets.US_ASCII).equals("INVITE"), "nothing is written");
       channel.mainLoop();  // a second one returns at once
       check(loop.isAlive(), "the first goes on");
       stop();
     }
-    // Under load, with a thread that sits in getPacket and one that holds the monitor while it stops.
+    // Under load, while one thread is in getPacket and another one stops the sniffer with the monitor held.
     AtomicBoolean ended = new AtomicBoolean();
     Thread reader = new Thread(() -> {
       byte[] small = new byte[2048];
@@ -100,14 +102,14 @@ public final class VmHost {
   }
 
   private void stop() throws InterruptedException {
-    // A break that comes before mainLoop has begun does nothing, so it is repeated.
+    // breakMainLoop has no effect before mainLoop has begun, so it is repeated.
     do {
       channel.breakMainLoop();
       loop.join(100);
     } while (loop.isAlive());
   }
 
-  /** Waits for a frame; the answer is its length. */
+  /** Waits for a frame and returns its length. */
   private int next() throws InterruptedException {
     while (true) {
       synchronized (channel) {

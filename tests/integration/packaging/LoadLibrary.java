@@ -1,4 +1,4 @@
-/** Loads the sniffer's library from where the package has put it. */
+/** Loads the library of the sniffer from the directory that the package installs it in. */
 class LoadLibrary {
   public static void main(String[] arguments) {
     new com.morvin.dom.telephony.sniffer.EmbeddedPacketChannel();

@@ -3,16 +3,16 @@ package com.morvin.dom.telephony.sniffer;
 import java.io.File;
 
 /**
- * The sniffer inside this Java process: captures the traffic of telephones and call servers and hands over SIP
- * messages, descriptions of H.323 calls, and the RTP that was asked for.
+ * The sniffer inside this Java process. It captures the traffic of telephones and call servers, and forwards SIP
+ * messages, descriptions of H.323 messages, and the requested RTP.
  *
- * <p>An object of this class has three users, which are usually three threads:
+ * <p>Usually three threads use an object of this class:
  *
  * <ol>
- *   <li>One calls {@link #mainLoop}, which captures and does not return until sniffing ends.
- *   <li>One drains frames with {@link #getPacket} and answers with commands through {@link #sendRequest}, both
- *       <em>while it holds the monitor of this object</em>.
- *   <li>One, any but the first, calls {@link #breakMainLoop} when it is time to end.
+ *   <li>One calls {@link #mainLoop}, which captures and returns when capture has ended.
+ *   <li>One takes frames with {@link #getPacket} and sends commands with {@link #sendRequest}, both <em>while it holds
+ *       the monitor of this object</em>.
+ *   <li>One, any but the first, calls {@link #breakMainLoop} to end the capture.
  * </ol>
  *
  * <pre>{@code
@@ -40,17 +40,15 @@ import java.io.File;
  *
  * <h2>The monitor</h2>
  *
- * Frames and commands wait in two queues that this object's monitor guards. The native code enters the monitor on the
- * thread inside {@code mainLoop} whenever it queues a frame or looks for a command; {@code getPacket} and
- * {@code sendRequest} rely on their caller to hold it. So hold it for the call and no longer: while it is held, capture
- * goes on but no frame is forwarded. {@code mainLoop} itself must not be called with the monitor held, or no other
- * thread could ever take a frame.
+ * The monitor of this object guards two queues, one of frames and one of commands. The thread inside {@code mainLoop}
+ * enters the monitor when it queues a frame or looks for a command. {@code getPacket} and {@code sendRequest} require
+ * that the caller holds it. Hold it only for the call: while it is held, capture continues but no frame is forwarded.
+ * Do not hold it when you call {@code mainLoop}, or no other thread can take a frame.
  *
  * <h2>One at a time</h2>
  *
- * There is one capture engine and one pair of queues in a process, whatever the number of channel objects. A
- * {@code mainLoop} that is called while another one runs returns at once. After one has ended, the next may start, on
- * this object or on another.
+ * A process has one capture engine and one pair of queues, for all objects of this class. A second {@code mainLoop}
+ * returns at once while another one runs. After that one has ended, the next may start, on this object or on another.
  *
  * <h2>Logging</h2>
  *
@@ -58,7 +56,7 @@ import java.io.File;
  * directory of the process.
  */
 public class EmbeddedPacketChannel {
-  /** The length of the longest frame in bytes: an array of this size is always long enough for {@link #getPacket}. */
+  /** The length of the longest frame in bytes: an array of this size is long enough for each {@link #getPacket}. */
   public static final int MAX_FRAME = 65535;
 
   /** The length of a command in bytes; see {@link #sendRequest}. */
@@ -71,79 +69,78 @@ public class EmbeddedPacketChannel {
   /**
    * The devices to capture on, at most ten names separated by {@code ';'}, each at most 49 characters long. A name
    * {@code file:PATH} replays a capture file at the pace of its time stamps. A device that cannot be opened is logged
-   * and left out. Must be set, and not null, when {@link #mainLoop} is called; later changes have no effect, as with
-   * the other fields.
+   * and left out. The field must be set before {@link #mainLoop} is called. Later changes of this and the other fields
+   * have no effect.
    */
   public String nicDevice;
 
   /**
    * The capture filter, a libpcap expression, applied to every device. {@code "udp"} is enough for SIP and its media;
-   * H.323 signalling needs TCP as well: {@code "udp or tcp"}. Behind VLAN tags a filter must say so:
+   * H.323 signalling needs TCP as well: {@code "udp or tcp"}. A filter for traffic with VLAN tags must name them:
    * {@code "udp or tcp or (vlan and (udp or tcp))"}.
    */
   public String packetFilter = "udp";
 
   /**
-   * The number of packets to capture on each device, or -1 for no end. When they have been captured {@link #mainLoop}
+   * The number of packets to capture on each device, or -1 for no limit. After they are captured, {@link #mainLoop}
    * still waits for {@link #breakMainLoop}.
    */
   public int packetCount = -1;
 
-  /** Whether decoded H.323 messages are written to the log, whole, at level INFO. */
+  /** Whether each decoded H.323 message is logged completely, at level INFO. */
   public boolean traceSignalling;
 
   /**
-   * Whether frames are handed over within a few milliseconds, through a buffer of 128 MiB for each device. Without it
-   * the kernel collects them for up to a second: signalling comes late, and the media that passes before the answer to
-   * it is not recorded.
+   * Whether packets are captured without delay, through a buffer of 128 MiB for each device. Without it the kernel
+   * collects packets for up to a second: signalling is forwarded late, and the media before the resulting command is
+   * not recorded.
    */
   public boolean immediateCapture = true;
 
   /**
    * Further settings, one {@code Key=value} on each line: the keys of the properties file that the other fields do not
-   * cover, such as {@code "LookBack=2000\nCaptureTime=yes"}. Each is off unless it is given here. A key that the
-   * native side does not know costs a warning in the log and nothing else. Null and empty mean none.
+   * cover, such as {@code "LookBack=2000\nCaptureTime=yes"}. A setting that is not given here is off. An unknown key is
+   * logged as a warning and ignored. Null and an empty text mean no settings.
    */
   public String settings;
 
-  /** Makes a channel that captures nothing yet: set {@link #nicDevice}, then call {@link #mainLoop}. */
+  /** Makes a channel that does not capture yet. Set {@link #nicDevice}, then call {@link #mainLoop}. */
   public EmbeddedPacketChannel() {}
 
   /**
-   * Captures and forwards until {@link #breakMainLoop} is called; the calling thread does the work. Returns at once
-   * when the set-up fails: an invalid filter is logged and reported on the standard error stream, a null field ends
-   * the call silently. It can be called again after it returned. Call it without holding this object's monitor.
+   * Captures and forwards on the calling thread until {@link #breakMainLoop} is called. Returns at once when the set-up
+   * fails: an invalid filter is logged and printed to the standard error stream, a null field is not reported. It can
+   * be called again after it has returned. The caller must not hold the monitor of this object.
    */
   public native void mainLoop();
 
   /**
-   * Ends {@link #mainLoop}; frames that were captured but not forwarded yet are dropped. To be called from a thread
-   * other than the one inside {@code mainLoop}. It returns when capture has stopped; join the other thread to know that
-   * {@code mainLoop} has returned. It is safe at any time: before {@code mainLoop} was called or after it returned, it
-   * does nothing.
+   * Ends {@link #mainLoop}, and drops frames that are captured but not forwarded. Call it from a thread other than the
+   * one inside {@code mainLoop}. It returns after capture has stopped; join the other thread to wait until
+   * {@code mainLoop} has returned. Before {@code mainLoop} is called and after it has returned, it does nothing.
    */
   public native void breakMainLoop();
 
   /**
-   * Takes the oldest waiting frame. Never blocks. The caller holds this object's monitor.
+   * Takes the oldest waiting frame without blocking. The caller holds the monitor of this object.
    *
-   * <p>A frame is a header of 15 bytes and a payload, numbers in network byte order: length of the whole frame (2
-   * bytes), protocol (1: 1 SIP, 2 RTP or RTCP, 3 heartbeat reply, 4 H.323 description), destination address (4) and
-   * port (2), source address (4) and port (2).
+   * <p>A frame is a header of 15 bytes and a payload. Numbers are in network byte order: length of the whole frame (2
+   * bytes), protocol (1 byte: 1 SIP, 2 RTP or RTCP, 3 heartbeat reply, 4 H.323 description), destination address (4)
+   * and port (2), source address (4) and port (2).
    *
-   * @param buffer receives the frame from index 0 on; {@link #MAX_FRAME} bytes are always enough
-   * @return the length of the frame in bytes; 0 when no frame waits, and also when the buffer is null or shorter than
-   *     the frame, which then goes on waiting
+   * @param buffer receives the frame from index 0; {@link #MAX_FRAME} bytes are always enough
+   * @return the length of the frame in bytes; 0 when no frame waits, and when the buffer is null or shorter than the
+   *     frame, which then stays in the queue
    */
   public native int getPacket(byte[] buffer);
 
   /**
-   * Queues a command. Never blocks. The caller holds this object's monitor.
+   * Queues a command without blocking. The caller holds the monitor of this object.
    *
-   * <p>A command has {@value #REQUEST_LENGTH} bytes, numbers in network byte order: code (1 byte: 1 forward the RTP
-   * sent to this address and port, 2 stop doing so, 3 send a heartbeat reply), IPv4 address (4), UDP port (2). It is
-   * carried out by the thread inside {@link #mainLoop} after the packet that it captures next; so on a silent network
-   * nothing answers a heartbeat.
+   * <p>A command has {@value #REQUEST_LENGTH} bytes. Numbers are in network byte order: code (1 byte: 1 forward the RTP
+   * sent to this address and port, 2 stop forwarding it, 3 send a heartbeat reply), IPv4 address (4), UDP port (2). The
+   * thread inside {@link #mainLoop} carries it out after the next captured packet, so there is no heartbeat reply
+   * without traffic.
    *
    * @param buffer the command; bytes after the seventh are ignored
    * @return the length of {@code buffer} when the command was queued; 0 when the buffer is null or shorter than a

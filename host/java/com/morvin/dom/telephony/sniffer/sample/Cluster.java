@@ -1,8 +1,7 @@
 package com.morvin.dom.telephony.sniffer.sample;
 
 import com.morvin.dom.telephony.sniffer.sample.console.Console;
-import com.morvin.dom.telephony.sniffer.sample.recording.Recorder;
-import com.morvin.dom.telephony.sniffer.sample.transport.Service;
+import com.morvin.dom.telephony.sniffer.sample.service.Service;
 import com.morvin.dom.telephony.sniffer.sample.transport.Transport;
 import java.io.IOException;
 import java.net.MalformedURLException;
@@ -16,25 +15,29 @@ import java.util.ServiceConfigurationError;
 import java.util.ServiceLoader;
 
 /**
- * More than one machine: calls pass a broker. What does that is in a jar of its own, because it needs the broker's
- * client library, and is loaded only when it is asked for.
+ * Recording on more than one machine, connected by a broker. The implementation is in a jar of its own, because it
+ * needs the client library of the broker. It is loaded only when the command line asks for it.
  */
 public interface Cluster {
-  /** What the jar is called; it lies beside that of this class. */
+  /** The name of the jar, which lies in the directory of the jar of this class. */
   String JAR = "voip-sniffer-cluster.jar";
-  /** Where the client library comes from. */
+  /** The package of the client library. */
   String PACKAGE = "librabbitmq-client-java";
 
-  /** Follows calls and publishes their frames. */
-  Service front(URI broker, long bufferBytes, Recorder.Limits limits, Console console) throws IOException;
+  /**
+   * Returns a service that follows calls and publishes their frames.
+   *
+   * @param bufferBytes how much it keeps while the broker is slow or away
+   */
+  Service front(URI broker, long bufferBytes, Service.Limits limits, Console console) throws IOException;
 
-  /** Delivers what a queue of the broker holds. */
+  /** Returns a transport that delivers the frames in a queue of the broker. */
   Transport queue(URI broker, String queue, Console console) throws IOException;
 
   /**
-   * Loads it.
+   * Loads the implementation.
    *
-   * @throws IOException when it is not installed, with a message that says what to do
+   * @throws IOException when it is not installed, with a message for the operator
    */
   static Cluster load() throws IOException {
     try {

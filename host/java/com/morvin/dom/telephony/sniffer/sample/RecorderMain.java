@@ -3,10 +3,10 @@ package com.morvin.dom.telephony.sniffer.sample;
 import com.morvin.dom.telephony.sniffer.sample.console.Console;
 import com.morvin.dom.telephony.sniffer.sample.page.CallPages;
 import com.morvin.dom.telephony.sniffer.sample.recording.Recorder;
+import com.morvin.dom.telephony.sniffer.sample.service.Service;
 import com.morvin.dom.telephony.sniffer.sample.signalling.CallFollower;
 import com.morvin.dom.telephony.sniffer.sample.storage.Store;
 import com.morvin.dom.telephony.sniffer.sample.transport.EmbeddedTransport;
-import com.morvin.dom.telephony.sniffer.sample.transport.Service;
 import com.morvin.dom.telephony.sniffer.sample.transport.TcpTransport;
 import com.morvin.dom.telephony.sniffer.sample.transport.Transport;
 import com.morvin.dom.telephony.sniffer.sample.transport.UdpTransport;
@@ -24,7 +24,7 @@ import java.util.stream.Stream;
 public final class RecorderMain {
   private static final long FINISH_SECONDS = 20;
 
-  /** What a site that records calls wants of a sniffer in this process. */
+  /** The settings of the sniffer in this process, for a site that records calls. */
   private static final String SETTINGS = """
       LookBack=2000
       LookBackMemory=64
@@ -72,38 +72,40 @@ public final class RecorderMain {
     }
   }
 
-  private static void record(Options options) throws IOException, InterruptedException {
+  /** Records until the end. Package-private for tests. */
+  static void record(Options options) throws IOException, InterruptedException {
     Console console = new Console(System.out, System.console() != null);
-    Recorder.Limits limits =
-        new Recorder.Limits(options.untilDisconnect, options.idleExitMillis,
-            CallFollower.Limits.DEFAULT.withIdle(options.callTimeoutMillis));
+    Service.Limits limits = new Service.Limits(options.untilDisconnect, options.idleExitMillis,
+        CallFollower.Limits.DEFAULT.withIdle(options.callTimeoutMillis));
     if (options.publish != null) {
       serve(options, Cluster.load().front(options.publish, options.bufferBytes, limits, console), console);
       return;
     }
     try (Store store = new Store(options.out, console)) {
       CallPages pages = new CallPages(options.out, Clock.systemUTC());
-      store.disk().then(pages::open);
+      store.disk().submit(pages::open);
       console.line("calls can be seen and heard at " + pages.address());
       serve(options, new Recorder(store, limits, console, InstantSource.system(), pages), console);
     }
   }
 
-  private static void serve(Options options, Service service, Console console) throws IOException, InterruptedException {
+  private static void serve(Options options, Service service, Console console)
+      throws IOException, InterruptedException {
     CountDownLatch finished = new CountDownLatch(1);
     finishOnShutdown(service, finished);
     try {
       if (options.embedded.isEmpty()) {
         try (Transport link = transport(options, console)) {
-          Rehearsal.play();  // what comes meanwhile waits in the socket
+          WarmUp.run();  // frames that come meanwhile wait in the socket
           service.run(link);
         }
       } else {
-        Rehearsal.play();
+        WarmUp.run();
       }
       for (String devices : options.embedded) {
         if (!service.stopped()) {
-          try (Transport link = EmbeddedTransport.on(devices, options.filter, options.trace, settings(options), console)) {
+          try (Transport link =
+              EmbeddedTransport.on(devices, options.filter, options.trace, settings(options), console)) {
             service.run(link);
           }
         }
@@ -114,7 +116,7 @@ public final class RecorderMain {
     }
   }
 
-  /** What the command line sets takes the place of what is here. */
+  /** Returns the settings of the sniffer: those of the command line override those of this class. */
   private static String settings(Options options) {
     Map<String, String> byKey = new LinkedHashMap<>();
     Stream.concat(SETTINGS.lines(), options.settings.stream())
@@ -129,7 +131,7 @@ public final class RecorderMain {
     return options.udp != null ? new UdpTransport(options.udp, console) : new TcpTransport(options.tcp, console);
   }
 
-  /** On Ctrl-C the files are completed before the process ends. */
+  /** Completes the files before the process ends on a signal. */
   private static void finishOnShutdown(Service service, CountDownLatch finished) {
     Runtime.getRuntime().addShutdownHook(new Thread(() -> {
       service.stop();

@@ -2,22 +2,21 @@ package com.morvin.dom.telephony.sniffer.sample.cluster;
 
 import com.morvin.dom.telephony.sniffer.sample.Cluster;
 import com.morvin.dom.telephony.sniffer.sample.console.Console;
-import com.morvin.dom.telephony.sniffer.sample.recording.Recorder;
-import com.morvin.dom.telephony.sniffer.sample.transport.Service;
+import com.morvin.dom.telephony.sniffer.sample.service.Service;
 import com.morvin.dom.telephony.sniffer.sample.transport.Transport;
 import java.io.IOException;
 import java.net.URI;
 
-/** Front and recorders around a broker that speaks AMQP 0-9-1. */
+/** Connects front and recorders through a broker that speaks AMQP 0-9-1. */
 public final class AmqpCluster implements Cluster {
-  /** Connects to nothing yet. */
+  /** Makes an object without a connection. */
   public AmqpCluster() {
-    // Fails here, and not on some thread later, when the library is missing.
+    // When the library is missing, this fails here and not later on another thread.
     com.rabbitmq.client.ConnectionFactory.class.getName();
   }
 
   @Override
-  public Service front(URI broker, long bufferBytes, Recorder.Limits limits, Console console) throws IOException {
+  public Service front(URI broker, long bufferBytes, Service.Limits limits, Console console) throws IOException {
     return new Front(new Broker(broker, "front"), bufferBytes, limits, console);
   }
 

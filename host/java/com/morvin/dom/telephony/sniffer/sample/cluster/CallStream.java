@@ -10,12 +10,14 @@ import java.util.HexFormat;
 import java.util.concurrent.atomic.AtomicInteger;
 import java.util.function.Consumer;
 
-/** Joins the frames of one call to messages. */
+/**
+ * Collects the frames of one call into messages. Belongs to the thread of the front. Times are milliseconds since 1970.
+ */
 final class CallStream {
-  /** A routing key of AMQP has no more bytes. */
+  /** The longest routing key of AMQP, in bytes. */
   private static final int MAX_KEY = 255;
   private static final long RECAP_MILLIS = 30_000;
-  /** Of signalling that is repeated; an ordinary call has a fifth of it. */
+  /** The most signalling that is repeated, in bytes; an ordinary call has a fifth of it. */
   private static final int MAX_RECAP = 32 << 10;
 
   private final MessageId.Stream id;
@@ -47,38 +49,40 @@ final class CallStream {
     try {
       return HexFormat.of().formatHex(MessageDigest.getInstance("SHA-256").digest(bytes));
     } catch (NoSuchAlgorithmException e) {
-      throw new AssertionError(e);  // every Java has it
+      throw new AssertionError(e);  // every Java platform has SHA-256
     }
   }
 
-  /** Adds a frame that was captured at a time. Returns whether a message began with it. */
+  /** Adds a frame and its time of capture. Returns whether the frame began a message. */
   boolean add(Frame frame, long captured, long now) {
-    byte[] announcement = new Frame(Frame.CAPTURE_TIME, frame.destination(), frame.source(),
+    byte[] captureTime = new Frame(Frame.CAPTURE_TIME, frame.destination(), frame.source(),
         ByteBuffer.allocate(Long.BYTES).putLong(captured * 1000).array()).bytes();
     byte[] bytes = frame.bytes();
     boolean media = frame.protocol() == Frame.RTP;
-    // Apart from media, signalling is small enough to be kept when not all can be.
-    if (open && (media == signalling || body.size() + announcement.length + bytes.length > Message.MAX_BODY)) {
+    // Media and signalling go in separate messages, because the outbox drops signalling last.
+    if (open && (media == signalling || body.size() + captureTime.length + bytes.length > Message.MAX_BODY)) {
       flush(false);
     }
     boolean first = !open;
     if (first) {
       begin(now);
     }
-    body.writeBytes(announcement);
+    body.writeBytes(captureTime);
     body.writeBytes(bytes);
     frames++;
     signalling = !media;
     if (signalling) {
-      if (signalled.size() + announcement.length + bytes.length <= MAX_RECAP) {
-        signalled.writeBytes(announcement);
+      if (signalled.size() + captureTime.length + bytes.length <= MAX_RECAP) {
+        signalled.writeBytes(captureTime);
         signalled.writeBytes(bytes);
       }
     }
     return first;
   }
 
-  /** A recorder that takes over in mid-call learns from repeated signalling what it records. */
+  /**
+   * Begins a message. Every 30 s it repeats the signalling, for a recorder that takes over in the middle of the call.
+   */
   private void begin(long now) {
     open = true;
     began = now;
@@ -89,16 +93,17 @@ final class CallStream {
     }
   }
 
-  /** When the message that is being made was begun. */
+  /** Returns the time when the open message was begun. */
   long began() {
     return began;
   }
 
+  /** Whether there is an open message. */
   boolean isOpen() {
     return open;
   }
 
-  /** Completes the message that is being made. The last one says that the call is over, frames or not. */
+  /** Completes the open message. The last message reports the end of the call, even without frames. */
   void flush(boolean last) {
     if (open || last) {
       out.accept(new Message(new MessageId(id, sequence++), generation, key, recap, last, signalling || last,

@@ -2,16 +2,11 @@ package com.morvin.dom.telephony.sniffer.sample.cluster;
 
 import com.morvin.dom.telephony.sniffer.sample.console.Console;
 import com.morvin.dom.telephony.sniffer.sample.console.Text;
-import com.morvin.dom.telephony.sniffer.sample.recording.Recorder;
+import com.morvin.dom.telephony.sniffer.sample.service.Service;
 import com.morvin.dom.telephony.sniffer.sample.signalling.Call;
-import com.morvin.dom.telephony.sniffer.sample.signalling.CallFollower;
 import com.morvin.dom.telephony.sniffer.sample.transport.Frame;
-import com.morvin.dom.telephony.sniffer.sample.transport.Heartbeat;
-import com.morvin.dom.telephony.sniffer.sample.transport.Intake;
 import com.morvin.dom.telephony.sniffer.sample.transport.Received;
-import com.morvin.dom.telephony.sniffer.sample.transport.Service;
-import com.morvin.dom.telephony.sniffer.sample.transport.Transport;
-import java.io.IOException;
+import java.time.InstantSource;
 import java.util.ArrayDeque;
 import java.util.ArrayList;
 import java.util.HashMap;
@@ -21,84 +16,43 @@ import java.util.Queue;
 import java.util.UUID;
 
 /**
- * Stands between sniffers and a broker: follows calls just far enough to know which of them a frame belongs to, asks the
- * sniffers for their media, and publishes what each call consists of under its key. It records nothing.
+ * Publishes calls to a broker and records nothing. It follows calls only to know which call a frame belongs to, asks
+ * the sniffers for their media, and publishes the frames of each call under the key of the call.
  */
-final class Front implements Service, CallFollower.Listener {
+final class Front extends Service {
   private static final int MAX_CALLS = 50_000;
-  private static final long TICK_MILLIS = 200;
-  /** For how long a message may be filled. */
-  private static final long FILL_MILLIS = 100;
   private static final long POLL_MILLIS = 20;
+  /** A message is published at the latest after this time. */
+  private static final long FILL_MILLIS = 100;
 
   private record Opened(CallStream stream, long at) {}
 
-  private final Recorder.Limits limits;
-  private final Console console;
   private final Outbox outbox;
   private final Publisher publisher;
-  private final CallFollower follower;
   private final String session = UUID.randomUUID().toString();
   private final Map<Call, CallStream> streams = new HashMap<>();
-  /** Those whose message is being made, oldest first; some have been completed meanwhile. */
+  /** Streams with an open message, oldest first; some of the messages have been published since. */
   private final Queue<Opened> opened = new ArrayDeque<>();
   private final List<Call> over = new ArrayList<>();
-  private Transport transport;
-  private Heartbeat heartbeat;
-  private int sessions;
-  private long lastTick;
-  private long lastTraffic;
   private long frames;
-  private long dropped;
-  private long lostTold;
+  private long lostReported;
   private boolean losing;
-  private volatile boolean stopping;
 
-  Front(Broker broker, long bufferBytes, Recorder.Limits limits, Console console) {
-    this.limits = limits;
-    this.console = console;
+  Front(Broker broker, long bufferBytes, Limits limits, Console console) {
+    super(new Limits(limits.untilDisconnect(), limits.idleExitMillis(), limits.calls().withCalls(MAX_CALLS)),
+        POLL_MILLIS, console, InstantSource.system());
     outbox = new Outbox(bufferBytes);
-    follower = new CallFollower(this, new CallFollower.Limits(MAX_CALLS, limits.calls().idleMillis(),
-        limits.calls().unansweredMillis()), command -> transport.send(command));
     console.line("up to " + (bufferBytes >> 20) + " MB are kept for " + broker + " while it is slow or away");
     publisher = new Publisher(broker, outbox, console);
   }
 
   @Override
-  public void run(Transport link) throws IOException, InterruptedException {
-    transport = link;
-    heartbeat = new Heartbeat(link, console);
-    sessions = link.sessions();
-    lastTraffic = System.currentTimeMillis();
-    try (Intake intake = new Intake(link, console)) {
-      while (!stopping) {
-        boolean gone = limits.untilDisconnect() && link.sessions() > 0 && link.sniffers().isEmpty();
-        Received received = intake.receive(POLL_MILLIS);
-        long now = System.currentTimeMillis();
-        step(received, now);
-        if (received == null && (gone || now - lastTraffic >= limits.idleExitMillis())) {
-          break;
-        }
-        dropped = intake.dropped();
-      }
-    } finally {
-      finish();
-    }
+  protected void handle(Received received, long now) {
+    publish(received.frame(), received.time(now), now);
   }
 
-  private void step(Received received, long now) {
-    greet();
-    if (received != null) {
-      heartbeat.heard(received.sniffer(), now);
-      if (received.frame().protocol() != Frame.HEARTBEAT || transport.waitsForTraffic()) {
-        lastTraffic = now;
-      }
-      publish(received.frame(), received.time(now), now);
-    }
-    if (now - lastTick >= TICK_MILLIS || now < lastTick) {
-      lastTick = now;
-      tick(now);
-    }
+  @Override
+  protected void stepped(long now) {
     closeCalls();
     while (!opened.isEmpty() && (now - opened.peek().at >= FILL_MILLIS || now < opened.peek().at)) {
       Opened due = opened.remove();
@@ -106,16 +60,6 @@ final class Front implements Service, CallFollower.Listener {
         due.stream.flush(false);
       }
     }
-  }
-
-  /** A sniffer that has come anew forwards nothing yet. */
-  private void greet() {
-    int newest = transport.sessions();
-    for (int sniffer = sessions + 1; sniffer <= newest; sniffer++) {
-      int anew = sniffer;
-      follower.resend(command -> transport.send(anew, command));
-    }
-    sessions = newest;
   }
 
   private void publish(Frame frame, long captured, long now) {
@@ -137,37 +81,36 @@ final class Front implements Service, CallFollower.Listener {
     }
   }
 
-  /** A call that a frame has ended is closed when that frame is in its stream, too. */
+  /** Closes the streams of ended calls. The frame that ended a call is in its stream by now. */
   private void closeCalls() {
     over.forEach(call -> streams.remove(call).flush(true));
     over.clear();
   }
 
-  private void tick(long now) {
-    heartbeat.tick(now);
-    follower.tick(now, transport.losesCommands());
+  @Override
+  protected void tick(long now) {
     long lost = outbox.lostFrames();
-    tellOfLoss(lost);
-    console.status("calls " + streams.size() + " | frames " + frames + " | " + (outbox.bytes() >> 10) + " KB for the broker"
-        + (publisher.isConnected() ? "" : ", which is AWAY") + " | lost " + (lost + dropped) + " | sniffer "
-        + heartbeat.state());
+    reportLoss(lost);
+    console.status("calls " + streams.size() + " | frames " + frames + " | " + (outbox.bytes() >> 10)
+        + " KB for the broker" + (publisher.isConnected() ? "" : ", which is AWAY") + " | lost " + (lost + dropped())
+        + " | sniffer " + snifferState());
   }
 
-  private void tellOfLoss(long lost) {
-    if (!losing && lost > lostTold) {
+  private void reportLoss(long lost) {
+    if (!losing && lost > lostReported) {
       losing = true;
       console.line("the buffer for the broker is full: the oldest media is dropped, and counted");
     } else if (losing && outbox.isEmpty()) {
       losing = false;
-      console.line("the broker has caught up; " + Text.count(lost - lostTold, "frame") + " lost");
-      lostTold = lost;
+      console.line("the broker has caught up; " + Text.count(lost - lostReported, "frame") + " lost");
+      lostReported = lost;
     }
   }
 
   @Override
   public void began(Call call, long now) {
     MessageId.Stream id = new MessageId.Stream(session, call.number());
-    streams.put(call, new CallStream(id, call.id(), System.currentTimeMillis(), outbox::add));
+    streams.put(call, new CallStream(id, call.id(), clock.millis(), outbox::add));
   }
 
   @Override
@@ -180,33 +123,24 @@ final class Front implements Service, CallFollower.Listener {
     console.line("no more than " + calls + " calls can be followed at a time: new ones are not published");
   }
 
-  private void finish() {
+  @Override
+  public void finish() {
     for (Call call : List.copyOf(follower.calls())) {
-      follower.end(call, "publishing stopped", System.currentTimeMillis());
+      follower.end(call, "publishing stopped", clock.millis());
     }
     closeCalls();
     console.status("");
   }
 
   @Override
-  public void stop() {
-    stopping = true;
-  }
-
-  @Override
-  public boolean stopped() {
-    return stopping;
-  }
-
-  @Override
   public void summarize() {
     publisher.close();
     console.print(Text.count(follower.seen(), "call") + ", " + Text.count(frames, "frame") + ": "
-        + outbox.confirmedFrames() + " in " + Text.count(outbox.confirmedMessages(), "message") + " safe with the broker, "
-        + outbox.lostFrames() + " lost because the buffer was full, " + outbox.openFrames()
+        + outbox.confirmedFrames() + " in " + Text.count(outbox.confirmedMessages(), "message")
+        + " safe with the broker, " + outbox.lostFrames() + " lost because the buffer was full, " + outbox.openFrames()
         + " lost because the broker was not there at the end; at most " + (outbox.peak() >> 10) + " KB waited");
-    if (dropped > 0) {
-      console.print(Text.count(dropped, "frame") + " dropped before that: this machine was too slow");
+    if (dropped() > 0) {
+      console.print(Text.count(dropped(), "frame") + " dropped before that: this machine was too slow");
     }
   }
 }

@@ -3,21 +3,25 @@ package com.morvin.dom.telephony.sniffer.sample.cluster;
 import java.util.concurrent.atomic.AtomicInteger;
 
 /**
- * Some frames of one call, as they go through the broker in one piece: see docs/recorder-protocol.md.
+ * Frames of one call in one message of the broker; see docs/recorder-protocol.md.
  *
- * @param generation which set of queues the call is spread over; 0 while that is open
- * @param key what the call is known by wherever it is seen; it decides about the recorder
- * @param recap how many bytes at the beginning repeat signalling that earlier messages had
- * @param last whether the call has ended with it
- * @param signalling whether it says something that only signalling says, and so is dropped last
- * @param frames how many there are, the repeated ones not counted
- * @param body the frames, each behind one that tells when it was captured
+ * @param generation the generation of queues that the call is assigned to; 0 before it is assigned. All messages of the
+ *     call share the object
+ * @param key identifies the call on all machines; the broker selects the recorder by it
+ * @param recap the length in bytes of the repeated signalling at the start of the body
+ * @param last whether the call has ended
+ * @param signalling whether the message holds new signalling or the end of the call, and so is dropped last
+ * @param frames the number of frames without the repeated ones
+ * @param body the frames, each after a frame with its capture time
  */
-record Message(MessageId id, AtomicInteger generation, String key, int recap, boolean last, boolean signalling, int frames,
-    byte[] body) {
+record Message(MessageId id, AtomicInteger generation, String key, int recap, boolean last, boolean signalling,
+    int frames, byte[] body) {
+  /** The content type of a message. */
   static final String CONTENT_TYPE = "application/vnd.voip-sniffer.frames; version=1";
-  /** How long a body may become by another frame. */
+  /** A frame is added to a body only up to this length in bytes. */
   static final int MAX_BODY = 64 << 10;
+  /** The header with the length of the repeated signalling. */
   static final String RECAP = "recap";
+  /** The header that marks the last message of a call. */
   static final String LAST = "last";
 }

@@ -4,15 +4,15 @@ import java.util.regex.Matcher;
 import java.util.regex.Pattern;
 
 /**
- * Which message it is: so one that comes twice is known, and one that is missing.
+ * Identifies a message, so that the recorder notices repeated and missing messages.
  *
- * @param call that it belongs to; see {@link Stream}
- * @param sequence counts the messages of the call, from 0
+ * @param call the call; see {@link Stream}
+ * @param sequence counts the messages of the call from 0
  */
 record MessageId(Stream call, long sequence) {
   private static final Pattern FORM = Pattern.compile("([A-Za-z0-9-]{1,64})/(\\d{1,18})/(\\d{1,18})");
 
-  /** A call as one run of a front numbered it. Two fronts that see the same call publish two streams under one key. */
+  /** A call as numbered by one run of a front. Two fronts that see the same call publish two streams under one key. */
   record Stream(String session, long number) {
     @Override
     public String toString() {
@@ -20,7 +20,7 @@ record MessageId(Stream call, long sequence) {
     }
   }
 
-  /** Null when the text is none. */
+  /** Parses the text form. Returns null when the text has another form. */
   static MessageId parse(String text) {
     Matcher parts = text == null ? null : FORM.matcher(text);
     return parts == null || !parts.matches() ? null

@@ -7,17 +7,17 @@ import java.util.TreeMap;
 import java.util.concurrent.TimeUnit;
 
 /**
- * Messages on their way to the broker, from when they are complete until the broker has confirmed that they are on its
- * disks. There is a bound: beyond it the oldest media is dropped first, signalling last, and counted.
+ * The messages that the broker has not confirmed yet, bounded in bytes. When the bound is exceeded, the oldest media is
+ * dropped first and signalling last. Lost frames are counted. Any thread may call any method.
  */
 final class Outbox {
-  /** What a message takes besides its body, roughly. */
+  /** Approximate memory of a message in addition to its body, in bytes. */
   private static final int OVERHEAD = 400;
-  // What the broker may have unconfirmed at a time.
+  // The most that is published before the broker has confirmed it.
   private static final int MAX_UNCONFIRMED = 4000;
   private static final long MAX_UNCONFIRMED_BYTES = 32L << 20;
 
-  /** A message, which is equal to no other. */
+  /** A message with its own identity: two entries are never equal. */
   static final class Entry {
     final Message message;
 
@@ -32,7 +32,7 @@ final class Outbox {
 
   private final long maxBytes;
   private LinkedHashSet<Entry> waiting = new LinkedHashSet<>();
-  /** Those of them that are dropped first. */
+  /** The waiting entries without signalling, which are dropped first. */
   private LinkedHashSet<Entry> media = new LinkedHashSet<>();
   private final TreeMap<Long, Entry> unconfirmed = new TreeMap<>();
   private long bytes;
@@ -46,12 +46,13 @@ final class Outbox {
     this.maxBytes = maxBytes;
   }
 
+  /** Adds a message, and drops older ones when the bound is exceeded. */
   synchronized void add(Message message) {
     Entry entry = new Entry(message);
     add(entry);
     bytes += entry.bytes();
     while (bytes > maxBytes && drop(media) || bytes > maxBytes && drop(waiting)) {
-      // One more has made room.
+      // One more was dropped.
     }
     peak = Math.max(peak, bytes);
     notifyAll();
@@ -76,7 +77,10 @@ final class Outbox {
     return true;
   }
 
-  /** The next to publish, or null when there is none in time, or none that the broker may have yet. */
+  /**
+   * Removes and returns the next message to publish. Returns null when there is none in time, or while too much is
+   * unconfirmed.
+   */
   synchronized Entry next(long timeoutMillis) throws InterruptedException {
     long deadline = System.nanoTime() + TimeUnit.MILLISECONDS.toNanos(timeoutMillis);
     while (true) {
@@ -94,15 +98,20 @@ final class Outbox {
     }
   }
 
-  /** It is about to be published, under a number that grows. */
+  /** Records that an entry is about to be published under a number. Numbers increase. */
   synchronized void sent(long number, Entry entry) {
     unconfirmed.put(number, entry);
     unconfirmedBytes += entry.bytes();
   }
 
-  /** The broker has it, and all before it when that is said. */
+  /**
+   * Removes a confirmed message.
+   *
+   * @param multiple whether all messages before it are confirmed as well
+   */
   synchronized void confirmed(long number, boolean multiple) {
-    Map<Long, Entry> safe = multiple ? unconfirmed.headMap(number, true) : unconfirmed.subMap(number, true, number, true);
+    Map<Long, Entry> safe =
+        multiple ? unconfirmed.headMap(number, true) : unconfirmed.subMap(number, true, number, true);
     safe.values().forEach(entry -> {
       unconfirmedBytes -= entry.bytes();
       bytes -= entry.bytes();
@@ -113,7 +122,7 @@ final class Outbox {
     notifyAll();
   }
 
-  /** Whatever was not confirmed is to be published again, in its order, before all else. */
+  /** Puts all unconfirmed messages back in their order, before the waiting ones, to be published again. */
   synchronized void putBack() {
     LinkedHashSet<Entry> before = waiting;
     waiting = new LinkedHashSet<>();
@@ -124,33 +133,37 @@ final class Outbox {
     unconfirmedBytes = 0;
   }
 
+  /** Whether all messages are confirmed or dropped. */
   synchronized boolean isEmpty() {
     return waiting.isEmpty() && unconfirmed.isEmpty();
   }
 
-  /** What waits or is not confirmed. */
+  /** Returns the size of the waiting and unconfirmed messages in bytes. */
   synchronized long bytes() {
     return bytes;
   }
 
+  /** Returns the largest size so far, in bytes. */
   synchronized long peak() {
     return peak;
   }
 
+  /** Returns the number of confirmed messages. */
   synchronized long confirmedMessages() {
     return confirmedMessages;
   }
 
+  /** Returns the number of frames in confirmed messages. */
   synchronized long confirmedFrames() {
     return confirmedFrames;
   }
 
-  /** Frames that were dropped because the bound was reached. */
+  /** Returns the number of frames that were dropped because the bound was exceeded. */
   synchronized long lostFrames() {
     return lostFrames;
   }
 
-  /** Frames that neither were dropped nor are known to be safe. */
+  /** Returns the number of frames that are neither confirmed nor dropped. */
   synchronized long openFrames() {
     long frames = unconfirmed.values().stream().mapToLong(entry -> entry.message.frames()).sum();
     return frames + waiting.stream().mapToLong(entry -> entry.message.frames()).sum();

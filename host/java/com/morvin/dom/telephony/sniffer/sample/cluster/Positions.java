@@ -6,28 +6,33 @@ import java.util.Map;
 import java.util.function.BiConsumer;
 import java.util.function.Predicate;
 
-/** How far each call has been recorded: what was recorded and is delivered again is not recorded twice. */
+/**
+ * The position up to which each call has been recorded, so that a message that is delivered again is not recorded
+ * twice.
+ */
 final class Positions {
-  /** All messages before the sequence number are recorded, and so many frames of that one. */
+  /** All messages before the sequence number are recorded, and a number of frames of that message. */
   private record Position(long sequence, int frames) {}
 
   private final Map<MessageId.Stream, Position> all = new HashMap<>();
 
+  /** Sets the position of a call. */
   void put(MessageId.Stream call, long sequence, int frames) {
     all.put(call, new Position(sequence, frames));
   }
 
-  /** How many frames of the message are recorded, although it is not recorded as a whole. */
+  /** Returns the number of recorded frames of a message that is recorded only in part; 0 for any other message. */
   int framesOf(MessageId id) {
     Position position = all.get(id.call());
     return position != null && position.sequence == id.sequence() ? position.frames : 0;
   }
 
+  /** Removes the calls for which the predicate is true. */
   void forget(Predicate<MessageId.Stream> over) {
     all.keySet().removeIf(over);
   }
 
-  /** All of them, for {@link #read}. */
+  /** Returns all positions in the form that {@link #read} takes. */
   byte[] bytes() {
     StringBuilder text = new StringBuilder();
     all.forEach((call, position) ->
@@ -35,7 +40,11 @@ final class Positions {
     return text.toString().getBytes(StandardCharsets.ISO_8859_1);
   }
 
-  /** Restores what an earlier run had, and tells of each call the first message that is not recorded as a whole. */
+  /**
+   * Restores the positions of an earlier run.
+   *
+   * @param next receives for each call the number of the first message that is not completely recorded
+   */
   void read(byte[] bytes, BiConsumer<MessageId.Stream, Long> next) {
     new String(bytes, StandardCharsets.ISO_8859_1).lines().forEach(line -> {
       String[] words = line.split(" ");

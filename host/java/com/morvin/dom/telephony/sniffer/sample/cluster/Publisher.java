@@ -17,9 +17,9 @@ import java.util.concurrent.TimeUnit;
 import java.util.concurrent.TimeoutException;
 
 /**
- * Brings what is in the outbox to the broker, on a thread of its own. Whenever something goes wrong, the connection is
- * closed, and what was not confirmed is published again over the next one: so a message can arrive twice, and its number
- * shows that.
+ * Publishes the messages of the outbox on a thread of its own. After any failure it closes the connection and publishes
+ * the unconfirmed messages again over the next one. So a message can arrive twice; the recorder recognises it by its
+ * id.
  */
 final class Publisher implements AutoCloseable {
   private static final long RETRY_MILLIS = 500;
@@ -39,7 +39,7 @@ final class Publisher implements AutoCloseable {
   private long nextProbe;
   private long awaySince;
   private long lostBefore;
-  private String told = "";
+  private String reportedFault = "";
 
   Publisher(Broker broker, Outbox outbox, Console console) {
     this.broker = broker;
@@ -50,6 +50,7 @@ final class Publisher implements AutoCloseable {
     thread.start();
   }
 
+  /** Whether there is a connection to the broker. Any thread may call it. */
   boolean isConnected() {
     return connection != null;
   }
@@ -60,20 +61,20 @@ final class Publisher implements AutoCloseable {
         try {
           publish();
         } catch (IOException | TimeoutException | RuntimeException e) {
-          lose(trouble != null ? trouble : Broker.reason(e));
+          disconnect(trouble != null ? trouble : Broker.reason(e));
         }
         if (!closing) {
           Thread.sleep(RETRY_MILLIS);
         }
       }
     } catch (InterruptedException e) {
-      // The end, then.
+      // close() interrupts the thread to end it.
     } finally {
       Broker.closeQuietly(connection);
     }
   }
 
-  /** Until something goes wrong, which is thrown, or the end. */
+  /** Publishes until {@link #close}, or throws the first failure. */
   private void publish() throws IOException, TimeoutException, InterruptedException {
     trouble = null;
     Connection to = broker.connect();
@@ -82,7 +83,7 @@ final class Publisher implements AutoCloseable {
     Channel channel = to.createChannel();
     listen(to, channel);
     probe(to);
-    comeBack();
+    reportConnected();
     while (!closing) {
       if (trouble != null) {
         throw new IOException(trouble);
@@ -101,7 +102,7 @@ final class Publisher implements AutoCloseable {
 
   private void publish(Channel channel, Outbox.Entry entry) throws IOException {
     Message message = entry.message;
-    // A call stays with the queues it began on, so that it does not change its recorder.
+    // A call stays in the queues that it began in, so that its recorder stays the same.
     message.generation().compareAndSet(0, generation);
     Map<String, Object> headers = new HashMap<>();
     if (message.recap() > 0) {
@@ -118,7 +119,7 @@ final class Publisher implements AutoCloseable {
 
   private void listen(Connection to, Channel channel) throws IOException {
     channel.confirmSelect();
-    // Of a message that no queue takes the return comes before its confirmation, which then must not count.
+    // A message that no queue takes is returned before it is confirmed. That confirmation must not count.
     channel.addReturnListener((code, text, exchange, key, properties, body) ->
         trouble = "no queue is bound to " + exchange + ": see packaging/rabbitmq/voip-queues");
     channel.addConfirmListener(new ConfirmListener() {
@@ -150,7 +151,7 @@ final class Publisher implements AutoCloseable {
     });
   }
 
-  /** Finds the newest set of queues that is complete. */
+  /** Finds the newest generation of queues that is complete. */
   private void probe(Connection to) throws IOException, TimeoutException {
     while (exists(to, Broker.EXCHANGE + (generation + 1) + Broker.READY)) {
       generation++;
@@ -171,36 +172,37 @@ final class Publisher implements AutoCloseable {
     } catch (IOException e) {
       if (e.getCause() instanceof ShutdownSignalException closed
           && closed.getReason() instanceof AMQP.Channel.Close close && close.getReplyCode() == NOT_FOUND) {
-        return false;  // and the channel is closed
+        return false;  // the broker has closed the channel
       }
       throw e;
     }
   }
 
-  private void comeBack() {
+  private void reportConnected() {
     long away = TimeUnit.NANOSECONDS.toMillis(System.nanoTime() - awaySince);
     long lost = outbox.lostFrames() - lostBefore;
-    console.line(told.isEmpty() ? "publishing to " + broker : broker + " is back after " + Text.seconds(away) + " s; "
-        + (outbox.bytes() >> 10) + " KB wait, " + Text.count(lost, "frame") + " lost");
-    told = "";
+    console.line(reportedFault.isEmpty() ? "publishing to " + broker
+        : broker + " is back after " + Text.seconds(away) + " s; " + (outbox.bytes() >> 10) + " KB wait, "
+            + Text.count(lost, "frame") + " lost");
+    reportedFault = "";
   }
 
-  private void lose(String why) {
+  private void disconnect(String why) {
     Connection lost = connection;
     connection = null;
     Broker.closeQuietly(lost);
     outbox.putBack();
-    if (told.isEmpty()) {
+    if (reportedFault.isEmpty()) {
       awaySince = lost == null ? awaySince : System.nanoTime();
       lostBefore = outbox.lostFrames();
     }
-    if (!why.equals(told)) {
+    if (!why.equals(reportedFault)) {
       console.line("cannot publish to " + broker + ": " + why + "; what comes is kept meanwhile");
-      told = why;
+      reportedFault = why;
     }
   }
 
-  /** Waits a few seconds until everything is confirmed. */
+  /** Waits for the outstanding confirmations, at most 8 s, and stops the thread. */
   @Override
   public void close() {
     long deadline = System.nanoTime() + TimeUnit.SECONDS.toNanos(CLOSE_SECONDS);

@@ -28,11 +28,11 @@ import java.util.concurrent.LinkedBlockingQueue;
 import java.util.concurrent.TimeUnit;
 
 /**
- * Delivers the frames that a queue of the broker holds. The broker keeps a message until all that came of it is safe;
- * when the connection or this process ends before that, it delivers it again. What has been recorded is not delivered
- * twice for all that.
+ * Delivers the frames in a queue of the broker. The broker keeps a message until the recordings made from it are safe
+ * on disk. When the connection or this process ends earlier, the broker delivers the message again; frames that are
+ * already recorded are not delivered twice.
  *
- * <p>There are no sniffers to talk to: the front asks for the media.
+ * <p>This transport has no sniffers: the front asks them for media.
  */
 final class QueueTransport implements Transport {
   private static final int MAX_PREFETCH = 10_000;
@@ -41,10 +41,10 @@ final class QueueTransport implements Transport {
   private static final long IDLE_MILLIS = 2000;
   private static final long NOT_YET = Long.MAX_VALUE;
 
-  /** A message as it was delivered over one of the connections. */
+  /** A message as delivered, and the connection that delivered it. */
   private record Delivery(Connection over, long tag, AMQP.BasicProperties properties, byte[] body) {}
 
-  /** A message until it is acknowledged, and the number of its last frame once that is passed on. */
+  /** A message that is not acknowledged yet, and the number of its last frame after that was delivered. */
   private static final class Pending {
     private final Connection over;
     private final long tag;
@@ -56,10 +56,12 @@ final class QueueTransport implements Transport {
     }
   }
 
-  /** The frames of a message: those numbers, and before the first so many that an earlier run has recorded. */
+  /**
+   * The numbers of the delivered frames of a message, and the count of frames before them that an earlier run recorded.
+   */
   private record Passed(MessageId id, int done, long first, long last) {}
 
-  /** What is in a message. */
+  /** The frames of a message, the repeated signalling apart. */
   private record Content(MessageId id, Pending pending, List<Received> repeated, List<Received> frames) {}
 
   private final Broker broker;
@@ -74,7 +76,7 @@ final class QueueTransport implements Transport {
   private final Queue<Passed> passed = new ArrayDeque<>();
   private volatile Connection connection;
   private Channel channel;
-  private String told = "";
+  private String reportedFault = "";
   private long nextTry = System.nanoTime();
   private long nextTick = System.nanoTime();
   private long lastDelivery = System.nanoTime();
@@ -118,29 +120,29 @@ final class QueueTransport implements Transport {
       return;
     }
     if (current != null) {
-      lose(channel.isOpen() ? "the connection was lost" : Broker.reason(channel.getCloseReason()));
+      disconnect(channel.isOpen() ? "the connection was lost" : Broker.reason(channel.getCloseReason()));
     }
     if (now - nextTry >= 0) {
       try {
         consume(broker.connect());
       } catch (IOException | ShutdownSignalException e) {
-        lose(Broker.reason(e));
+        disconnect(Broker.reason(e));
       }
     }
   }
 
-  private synchronized void lose(String why) {
+  private synchronized void disconnect(String why) {
     Connection lost = connection;
     connection = null;
     Broker.closeQuietly(lost);
     nextTry = System.nanoTime() + RETRY_NANOS;
-    // What was not passed on comes again.
+    // The broker delivers the other messages again.
     deliveries.clear();
     sequences.restart();
     pending.removeIf(message -> message.last == NOT_YET);
-    if (!why.equals(told)) {
+    if (!why.equals(reportedFault)) {
       console.line("cannot consume " + queue + " of " + broker + ": " + why);
-      told = why;
+      reportedFault = why;
     }
   }
 
@@ -148,8 +150,9 @@ final class QueueTransport implements Transport {
     connection = from;
     lastDelivery = System.nanoTime();
     channel = from.createChannel();
-    // A message is no longer than that, so this bounds memory.
-    channel.basicQos((int) Math.max(100, Math.min(MAX_PREFETCH, Runtime.getRuntime().maxMemory() / 4 / Message.MAX_BODY)));
+    // The length of a message is bounded, so this bounds the memory.
+    long prefetch = Math.min(MAX_PREFETCH, Runtime.getRuntime().maxMemory() / 4 / Message.MAX_BODY);
+    channel.basicQos((int) Math.max(100, prefetch));
     channel.basicConsume(queue, false, new DefaultConsumer(channel) {
       @Override
       public void handleDelivery(String consumer, Envelope envelope, AMQP.BasicProperties properties, byte[] body) {
@@ -162,7 +165,7 @@ final class QueueTransport implements Transport {
       }
     });
     console.line("consuming " + queue + " of " + broker);
-    told = "";
+    reportedFault = "";
   }
 
   private void take(Delivery delivery) {
@@ -173,7 +176,7 @@ final class QueueTransport implements Transport {
     try {
       content = id == null ? null : read(id, message, delivery);
     } catch (ProtocolException e) {
-      // Told below.
+      // Rejected below.
     }
     if (content == null) {
       reject(delivery);
@@ -188,7 +191,7 @@ final class QueueTransport implements Transport {
     boolean last = header(delivery, Message.LAST) instanceof Boolean over && over;
     List<Content> due = sequences.accept(id, content, last, System.nanoTime());
     if (due == null) {
-      // It has been passed on before: it is safe when that is.
+      // A repeated message is safe when the frames delivered so far are.
       message.last = number;
       settle();
     } else {
@@ -200,10 +203,11 @@ final class QueueTransport implements Transport {
     return delivery.properties.getHeaders() == null ? null : delivery.properties.getHeaders().get(name);
   }
 
-  /** Null when it is none of a front's messages. */
+  /** Returns null when the message does not come from a front. */
   private static Content read(MessageId id, Pending message, Delivery delivery) throws ProtocolException {
     int recap = header(delivery, Message.RECAP) instanceof Integer bytes ? bytes : 0;
-    if (!Message.CONTENT_TYPE.equals(delivery.properties.getContentType()) || recap < 0 || recap > delivery.body.length) {
+    if (!Message.CONTENT_TYPE.equals(delivery.properties.getContentType())
+        || recap < 0 || recap > delivery.body.length) {
       return null;
     }
     return new Content(id, message, frames(ByteBuffer.wrap(delivery.body, 0, recap)),
@@ -226,7 +230,7 @@ final class QueueTransport implements Transport {
     return frames;
   }
 
-  /** The broker keeps it aside for people to look at. */
+  /** Rejects a message. The broker moves it to a queue for the operator. */
   private void reject(Delivery delivery) {
     if (damaged++ == 0) {
       console.line("a message in " + queue + " is none of a front's: it was put aside in the queue voip-dead");
@@ -234,7 +238,7 @@ final class QueueTransport implements Transport {
     try {
       channel.basicReject(delivery.tag, false);
     } catch (IOException | ShutdownSignalException e) {
-      // Then it comes again.
+      // The broker delivers it again.
     }
   }
 
@@ -298,11 +302,11 @@ final class QueueTransport implements Transport {
         channel.basicAck(tag, true);
       }
     } catch (IOException | ShutdownSignalException e) {
-      // Not acknowledged, it comes again.
+      // The broker delivers them again.
     }
   }
 
-  /** The time of the last frame, or while nothing comes a little before now. */
+  /** Returns the capture time of the last frame; while nothing comes, a time a little before now. */
   @Override
   public synchronized long caughtUp(long now) {
     boolean idle = connection != null && connection.isOpen() && !sequences.isWaiting() && deliveries.isEmpty()

@@ -9,15 +9,15 @@ import java.util.TreeMap;
 import java.util.concurrent.TimeUnit;
 
 /**
- * Puts the messages of each call in order. A broker delivers a message again that was not acknowledged, and not always
- * before later ones, and a front publishes one again that was not confirmed; so what has been there is refused, and
- * what is early waits a little for what is missing.
+ * Puts the messages of each call in order. The broker delivers unacknowledged messages again, not always before later
+ * ones, and a front publishes unconfirmed messages again. So repeated messages are refused, and out-of-order messages
+ * wait up to 2 s for the missing ones. Times are those of {@link System#nanoTime}.
  *
- * @param <T> what is known by the number of a message
+ * @param <T> the content of a message
  */
 final class Sequences<T> {
   private static final long PATIENCE_NANOS = TimeUnit.SECONDS.toNanos(2);
-  /** How long a call is remembered that has ended or from which nothing comes. */
+  /** A call is forgotten after this time without messages: the shorter one when it has ended. */
   private static final long MEMORY_NANOS = TimeUnit.MINUTES.toNanos(2);
   private static final long SILENT_NANOS = TimeUnit.HOURS.toNanos(2);
   private static final int MAX_EARLY = 5000;
@@ -34,7 +34,7 @@ final class Sequences<T> {
   private int early;
   private long missing;
 
-  /** The call goes on at a message, the first that has not been there. */
+  /** Continues a call at a message, the first one that is not recorded. */
   void startAt(MessageId.Stream call, long sequence, long now) {
     Order order = new Order();
     order.next = sequence;
@@ -42,12 +42,15 @@ final class Sequences<T> {
     orders.put(call, order);
   }
 
-  /** Whether nothing is known of the call: it began with another recorder, or is long over. */
+  /** Whether the call is unknown: it began at another recorder or ended long ago. */
   boolean isNew(MessageId.Stream call) {
     return !orders.containsKey(call);
   }
 
-  /** What is due now, in order; null when the message has been there before. */
+  /**
+   * Adds a message and returns the messages that are due now, in order; returns null when the message is a repeated
+   * one.
+   */
   List<T> accept(MessageId id, T message, boolean last, long now) {
     Order order = orders.computeIfAbsent(id.call(), call -> new Order());
     order.touched = now;
@@ -78,7 +81,7 @@ final class Sequences<T> {
     return due;
   }
 
-  /** Gives up what is missing before the first that is there. */
+  /** Gives up the missing messages before the first one that is there. */
   private List<T> skip(Order order, long now) {
     if (order.early.isEmpty()) {
       return List.of();
@@ -88,7 +91,7 @@ final class Sequences<T> {
     return inOrder(order, now);
   }
 
-  /** What has waited long enough. Calls that ended a while ago are forgotten; to be called about every second. */
+  /** Returns the messages that have waited long enough, and forgets old calls. To be called a few times a second. */
   List<T> overdue(long now) {
     List<T> due = new ArrayList<>();
     for (Iterator<Order> all = orders.values().iterator(); all.hasNext();) {
@@ -103,17 +106,18 @@ final class Sequences<T> {
     return due;
   }
 
-  /** Forgets what is early: it will come again. */
+  /** Forgets the out-of-order messages. The broker delivers them again. */
   void restart() {
     orders.values().forEach(order -> order.early.clear());
     early = 0;
   }
 
+  /** Whether a message waits for a missing one. */
   boolean isWaiting() {
     return early > 0;
   }
 
-  /** Messages that never came. */
+  /** Returns the number of messages that were given up. */
   long missing() {
     return missing;
   }

@@ -4,7 +4,10 @@ import java.io.PrintStream;
 import java.time.LocalTime;
 import java.time.format.DateTimeFormatter;
 
-/** A line for each event and, on a terminal, one live status line below them. */
+/**
+ * Prints one line for each event and, on a terminal, a status line below them that is replaced in place. Any thread may
+ * call any method.
+ */
 public final class Console {
   private static final DateTimeFormatter TIME = DateTimeFormatter.ofPattern("HH:mm:ss");
   private static final String CLEAR_LINE = "\r\033[K";
@@ -13,17 +16,22 @@ public final class Console {
   private final boolean live;
   private String status = "";
 
+  /**
+   * Prints to a stream.
+   *
+   * @param live whether the stream is a terminal and shows the status line
+   */
   public Console(PrintStream out, boolean live) {
     this.out = out;
     this.live = live;
   }
 
-  /** Prints a line with the time in front. Any thread may call it. */
+  /** Prints a line that starts with the local time of day. */
   public synchronized void line(String text) {
     print(LocalTime.now().format(TIME) + "  " + text);
   }
 
-  /** Prints a line as it is. */
+  /** Prints a line without the time. */
   public synchronized void print(String text) {
     if (live) {
       out.println(CLEAR_LINE + text);
@@ -34,7 +42,7 @@ public final class Console {
     out.flush();
   }
 
-  /** Replaces the status line; an empty one removes it. */
+  /** Replaces the status line. An empty text removes it. */
   public synchronized void status(String text) {
     if (live && !text.equals(status)) {
       status = text;

@@ -6,7 +6,7 @@ import java.io.DataOutput;
 import java.io.IOException;
 import java.nio.ByteBuffer;
 
-/** A packet that arrived: the frame it came in, what it holds, and when it was captured. */
+/** A received RTP packet, its codec, its time of capture in milliseconds since 1970, and the frame that carried it. */
 record Arrival(RtpPacket packet, Codec codec, long time, Frame frame) {
   void save(DataOutput out) throws IOException {
     byte[] bytes = frame.bytes();

@@ -4,18 +4,25 @@ import com.morvin.dom.telephony.sniffer.sample.console.Text;
 import java.util.Locale;
 import java.util.Map;
 
-/** What an RTP payload holds. */
+/**
+ * The codec of an RTP payload.
+ *
+ * @param name as SDP names it: "PCMA"
+ */
 public record Codec(String name, Kind kind) {
-  /** What becomes of the payload. */
+  /** How the payload is handled. */
   public enum Kind {
+    /** Decoded as G.711 A-law. */
     PCMA,
+    /** Decoded as G.711 mu-law. */
     PCMU,
+    /** Decoded as G.722. */
     G722,
-    /** Kept as it came. */
+    /** Not decoded: kept in a capture file. */
     OTHER,
-    /** Background noise, which nobody misses in a recording. */
+    /** Comfort noise (RFC 3389): ignored. */
     COMFORT_NOISE,
-    /** Pressed keys (RFC 4733). */
+    /** Pressed keys (RFC 4733): listed in the report. */
     TELEPHONE_EVENT
   }
 
@@ -25,7 +32,7 @@ public record Codec(String name, Kind kind) {
   private static final Codec COMFORT_NOISE = new Codec("CN", Kind.COMFORT_NOISE);
   private static final Codec TELEPHONE_EVENT = new Codec("telephone-event", Kind.TELEPHONE_EVENT);
 
-  /** The static assignments of RFC 3551 that telephones use. */
+  /** The static payload types of RFC 3551 that telephones use. */
   private static final Map<Integer, Codec> STATIC = Map.of(
       0, PCMU, 8, PCMA, 9, G722, 13, COMFORT_NOISE, 19, COMFORT_NOISE, 3, other("GSM"), 4, other("G723"),
       15, other("G728"), 18, other("G729"));
@@ -38,9 +45,9 @@ public record Codec(String name, Kind kind) {
   }
 
   /**
-   * By a payload type.
+   * Returns the codec of a payload type.
    *
-   * @param encoding what the rtpmap attribute says of it, such as "PCMA/8000"; null when there is none
+   * @param encoding the value of the rtpmap attribute, such as "PCMA/8000"; null when there is none
    */
   public static Codec of(int payloadType, String encoding) {
     if (encoding == null) {
@@ -60,12 +67,12 @@ public record Codec(String name, Kind kind) {
     return codec.isAudio() && !narrow ? other(Text.printable(encoding)) : codec;
   }
 
-  /** Whether it becomes sound in a WAV file. */
+  /** Whether it is decoded into a WAV file. */
   public boolean isAudio() {
     return kind == Kind.PCMA || kind == Kind.PCMU || kind == Kind.G722;
   }
 
-  /** Samples a second of that sound. */
+  /** Returns the sample rate of the WAV file in Hz. */
   int rate() {
     return kind == Kind.G722 ? 16_000 : 8_000;
   }

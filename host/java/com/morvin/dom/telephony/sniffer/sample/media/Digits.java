@@ -6,12 +6,12 @@ import java.io.IOException;
 import java.util.ArrayList;
 import java.util.List;
 
-/** The keys that were pressed, told by telephone events (RFC 4733): some packets for each key, of one timestamp. */
+/** Collects pressed keys from telephone events (RFC 4733). All packets of one key have the same timestamp. */
 final class Digits {
   private static final int MAX_DIGITS = 256;
   private static final String KEYS = "0123456789*#ABCD";
 
-  /** A key and when it was pressed, in milliseconds since 1970. */
+  /** A key and the time when it was pressed, in milliseconds since 1970. */
   record Pressed(char key, long time) {}
 
   private final List<Pressed> pressed = new ArrayList<>();

@@ -1,6 +1,6 @@
 package com.morvin.dom.telephony.sniffer.sample.media;
 
-/** The tables of ITU-T G.711: each byte is one sample. */
+/** The decoding tables of ITU-T G.711: one 16-bit sample for each byte. */
 final class G711 {
   static final short[] A_LAW = new short[256];
   static final short[] MU_LAW = new short[256];

@@ -1,9 +1,9 @@
 package com.morvin.dom.telephony.sniffer.sample.media;
 
 /**
- * A decoder of ITU-T G.722 at 64 kbit/s: each byte gives two samples at 16 kHz. The signal is coded in two bands, each
- * by adaptive differences from a prediction; the receive quadrature mirror filter joins them. Names of variables are
- * those of the recommendation's blocks.
+ * A decoder of ITU-T G.722 at 64 kbit/s: each byte yields two samples at 16 kHz. The signal has two bands, each coded
+ * as adaptive differences from a prediction; the receive quadrature mirror filter combines them. The variables have the
+ * names of the blocks in the recommendation.
  */
 final class G722 {
   /** Table 14: 6-bit inverse quantizer of the lower band, by code word. */
@@ -12,7 +12,7 @@ final class G722 {
       -2032, -1688, -1360, -1040, -728, 24808, 21904, 19008, 16704, 14984, 13512, 12280, 11192, 10232, 9360, 8576,
       7856, 7192, 6576, 6000, 5456, 4944, 4464, 4008, 3576, 3168, 2776, 2400, 2032, 1688, 1360, 1040, 728, 432, 136,
       -432, -136};
-  /** 4-bit inverse quantizer of the lower band, on which its predictor adapts. */
+  /** 4-bit inverse quantizer of the lower band, the input of its predictor. */
   private static final int[] QM4 =
       {0, -20456, -12896, -8968, -6288, -4240, -2584, -1200, 20456, 12896, 8968, 6288, 4240, 2584, 1200, 0};
   /** 2-bit inverse quantizer of the higher band. */
@@ -23,7 +23,7 @@ final class G722 {
   /** Table of the inverse logarithm. */
   private static final int[] ILB = {2048, 2093, 2139, 2186, 2233, 2282, 2332, 2383, 2435, 2489, 2543, 2599, 2656, 2714,
       2774, 2834, 2896, 2960, 3025, 3091, 3158, 3228, 3298, 3371, 3444, 3520, 3597, 3676, 3756, 3838, 3922, 4008};
-  /** Coefficients of the quadrature mirror filter, one phase of it; the other is the same backwards. */
+  /** Coefficients of one phase of the quadrature mirror filter. The other phase has them in reverse order. */
   private static final int[] QMF = {3, -11, 12, 32, -210, 951, 3876, -805, 362, -156, 53, -11};
 
   /** One band: its quantizer step and its predictor of two poles and six zeros. */
@@ -105,7 +105,7 @@ final class G722 {
   private final int[] even = new int[12];
   private final int[] odd = new int[12];
 
-  /** Two samples for each byte. */
+  /** Decodes a payload into two samples for each byte. */
   short[] decode(byte[] coded, int offset, int length) {
     short[] samples = new short[2 * length];
     for (int i = 0; i < length; i++) {

@@ -2,16 +2,22 @@ package com.morvin.dom.telephony.sniffer.sample.media;
 
 import java.nio.ByteBuffer;
 
-/** An RTP packet (RFC 3550), its payload within the bytes as they arrived. */
+/**
+ * An RTP packet (RFC 3550).
+ *
+ * @param bytes the whole datagram, not copied
+ * @param offset of the payload in the datagram
+ * @param length of the payload in bytes
+ */
 public record RtpPacket(int payloadType, int sequence, int timestamp, int ssrc, byte[] bytes, int offset, int length) {
   private static final int HEADER = 12;
 
-  /** Tells RTCP from RTP by the packet type (RFC 5761), whatever port it was sent to. */
+  /** Whether a datagram is RTCP. The packet type decides (RFC 5761), not the port. */
   public static boolean isRtcp(byte[] bytes) {
     return bytes.length >= 8 && (bytes[0] & 0xc0) == 0x80 && (bytes[1] & 255) >= 200 && (bytes[1] & 255) <= 207;
   }
 
-  /** Null when the bytes are no RTP packet. */
+  /** Parses a datagram. Returns null when it is not an RTP packet. */
   public static RtpPacket parse(byte[] bytes) {
     if (bytes.length < HEADER || (bytes[0] & 0xc0) != 0x80) {
       return null;
@@ -26,7 +32,7 @@ public record RtpPacket(int payloadType, int sequence, int timestamp, int ssrc, 
     }
     int length = bytes.length - offset;
     if ((bytes[0] & 0x20) != 0 && length > 0) {
-      // The last byte counts the padding. Behind a short datagram it may be Ethernet padding instead, which is zero.
+      // The last byte is the padding length. After a short datagram it may be Ethernet padding, which is zero.
       length -= bytes[bytes.length - 1] & 255;
     }
     if (length < 0) {

@@ -7,27 +7,30 @@ import java.util.Map;
 import java.util.TreeMap;
 import java.util.function.Consumer;
 
-/** The packets of one source put in order: duplicates dropped, missing ones waited for a little, then counted. */
+/**
+ * Puts the packets of one RTP source in order. It drops duplicates, waits up to 16 packets for a missing one, and
+ * counts lost packets.
+ */
 final class RtpStream {
-  /** How many packets are held back while an earlier one is missing. */
+  /** The number of packets that are held back while an earlier one is missing. */
   private static final int REORDER_DEPTH = 16;
 
-  // RFC 3550, A.1: a jump beyond these is believed when the packet after it follows on.
+  // RFC 3550, A.1: a larger jump is accepted when the next packet continues from it.
   private static final int MAX_DROPOUT = 3000;
   private static final int MAX_MISORDER = 100;
 
-  /** Packets that are remembered: another sniffer can be seconds late with what this one told already. */
+  /** The number of packets that are remembered. Another sniffer can deliver the same packet seconds later. */
   private static final int REMEMBERED = 512;
 
   private final TreeMap<Long, Arrival> early = new TreeMap<>();
-  /** Sequence numbers and timestamps of the latest packets. */
+  /** Sequence numbers and timestamps of the last packets. */
   private final long[] seen = new long[REMEMBERED];
   private Arrival suspect;
   private long next = -1;
   private long received;
   private long lost;
 
-  /** Passes on what is due now, in order. */
+  /** Adds a packet and passes on the packets that are due, in order. */
   void accept(Arrival arrival, Consumer<Arrival> inOrder) {
     int sequence = arrival.packet().sequence();
     int slot = sequence % REMEMBERED;
@@ -61,7 +64,7 @@ final class RtpStream {
     }
   }
 
-  /** Passes on what is still held back. */
+  /** Passes on all packets that are held back. */
   void drain(Consumer<Arrival> inOrder) {
     while (!early.isEmpty()) {
       release(inOrder);
@@ -75,12 +78,12 @@ final class RtpStream {
     inOrder.accept(first.getValue());
   }
 
-  /** Packets that arrived, each counted once. */
+  /** Returns the number of received packets without duplicates. */
   long received() {
     return received;
   }
 
-  /** Packets that never came, or came too late. */
+  /** Returns the number of packets that never came or came too late. */
   long lost() {
     return lost;
   }

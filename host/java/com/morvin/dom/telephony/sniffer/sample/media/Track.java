@@ -1,8 +1,8 @@
 package com.morvin.dom.telephony.sniffer.sample.media;
 
 import com.morvin.dom.telephony.sniffer.sample.storage.CallReport;
-import com.morvin.dom.telephony.sniffer.sample.storage.KeptFiles;
 import com.morvin.dom.telephony.sniffer.sample.storage.PcapFile;
+import com.morvin.dom.telephony.sniffer.sample.storage.ResumedFiles;
 import com.morvin.dom.telephony.sniffer.sample.storage.StereoFile;
 import com.morvin.dom.telephony.sniffer.sample.storage.Store;
 import com.morvin.dom.telephony.sniffer.sample.storage.StoredFile;
@@ -20,32 +20,33 @@ import java.util.Set;
 import java.util.TreeSet;
 
 /**
- * What one party of a call says: the RTP sources heard in that direction and the files they are written to.
+ * The media of one direction of a call: its RTP sources and the files that they are written to. Belongs to the recorder
+ * thread. Times are milliseconds since 1970.
  *
- * <p>Mostly that is one source and one file. When the source changes (a transfer, music on hold), the new one goes on
- * in the file of the one that fell silent. Sources that speak at the same time get a file each. What is not decoded is
- * kept as it came.
+ * <p>Usually there is one source and one file. When the source changes (a transfer, music on hold), the new source
+ * continues the file of the source that fell silent. Sources that send at the same time get a file each. Media that is
+ * not decoded is kept in a capture file.
  */
 public final class Track {
-  // Bounds against hostile traffic; real calls stay far below them.
+  // Limits against hostile traffic. Real calls stay far below them.
   private static final int MAX_SOURCES = 8;
   private static final int MAX_FILES = 8;
   private static final int MAX_PAYLOAD = 2048;
   private static final int MAX_NOTES = 16;
 
-  /** How many packets of a new source wait for the decision whose file it gets. */
+  /** The number of packets of a new source before it is assigned to a file. */
   private static final int PROBATION = 10;
-  /** Packets of the old source that may still come after the first of the new one. */
+  /** The number of packets of the old source that may come after the first packet of the new one. */
   private static final int STRAGGLERS = 2;
-  /** Datagrams that are no RTP are compared with as many before, since two sniffers may see them. */
+  /** A datagram other than RTP is compared with this number of earlier ones, because two sniffers may deliver it. */
   private static final int COMPARED = 8;
-  /** Units of timestamps in a millisecond; G.722 has the same, although it has twice the samples (RFC 3551). */
+  /** RTP timestamp units in a millisecond. They are the same for G.722, which has twice the samples (RFC 3551). */
   private static final int TICKS = 8;
 
   private final Store store;
   private final String fileName;
   private final Map<Integer, Source> sources = new LinkedHashMap<>(16, 0.75f, true);
-  private final List<Audio> outputs = new ArrayList<>();
+  private final List<AudioOutput> outputs = new ArrayList<>();
   private final Set<String> notes = new TreeSet<>();
   private final Digits digits = new Digits();
   private final int[] recent = new int[COMPARED];
@@ -56,12 +57,17 @@ public final class Track {
   private long forgottenReceived;
   private long forgottenLost;
 
+  /**
+   * Makes a track without media.
+   *
+   * @param fileName the name of its files, without a number and an extension
+   */
   public Track(Store store, String fileName) {
     this.store = store;
     this.fileName = fileName;
   }
 
-  /** Takes a packet of RTP as it arrives. */
+  /** Adds an RTP packet. Packets may come out of order. */
   public void accept(Frame frame, RtpPacket packet, Codec codec, long time) {
     if (packet.length() > MAX_PAYLOAD) {
       note("oversized packets");
@@ -76,7 +82,7 @@ public final class Track {
     source.stream.accept(new Arrival(packet, codec, time, frame), source::play);
   }
 
-  /** Takes a datagram that is no RTP. */
+  /** Adds a datagram other than RTP. It is kept in the capture file under the given codec name. */
   public void keep(Frame frame, String what, long time) {
     int hash = Arrays.hashCode(frame.payload());
     if (Arrays.stream(recent).noneMatch(other -> other == hash)) {
@@ -96,7 +102,7 @@ public final class Track {
     undecoded.write(frame, time);
   }
 
-  /** Forgets the source that has been silent for longest when there are too many. */
+  /** Forgets the source that has been silent for the longest time when there are too many. */
   private void makeRoom() {
     if (sources.size() == MAX_SOURCES) {
       Source oldest = sources.remove(sources.keySet().iterator().next());
@@ -107,26 +113,28 @@ public final class Track {
     }
   }
 
-  /** No more packets come: what was held back is written. */
+  /** Writes the packets that are held back. No more packets follow. */
   public void finish() {
     sources.values().forEach(Source::finish);
     flush();
   }
 
-  /** Hands what has been recorded to the disk. */
+  /** Passes all recorded media to the disk thread. */
   public void flush() {
     files().forEach(StoredFile::flush);
   }
 
+  /** Returns the number of received packets without duplicates. */
   public long received() {
     return forgottenReceived + sources.values().stream().mapToLong(source -> source.stream.received()).sum();
   }
 
+  /** Returns the number of lost packets. */
   public long lost() {
     return forgottenLost + sources.values().stream().mapToLong(source -> source.stream.lost()).sum();
   }
 
-  /** Its files, in a fixed order. */
+  /** Returns the files in a fixed order. */
   public List<StoredFile> files() {
     List<StoredFile> files = new ArrayList<>();
     outputs.forEach(output -> files.add(output.file()));
@@ -136,6 +144,7 @@ public final class Track {
     return files;
   }
 
+  /** Returns remarks for the report. */
   public Set<String> notes() {
     long missing = files().stream().mapToLong(StoredFile::missing).sum();
     if (missing > 0) {
@@ -144,10 +153,11 @@ public final class Track {
     return notes;
   }
 
-  /** What is known of it, when its files have been written. */
+  /** Describes the track for the report. Called on the disk thread after its files have been written. */
   public CallReport.Voice report(long callStart) {
     List<CallReport.Part> parts = new ArrayList<>();
-    outputs.stream().filter(output -> output.file().path() != null).forEach(output -> parts.add(output.part(callStart)));
+    outputs.stream().filter(output -> output.file().path() != null)
+        .forEach(output -> parts.add(output.part(callStart)));
     if (undecoded != null && undecoded.path() != null) {
       parts.add(new CallReport.Part(undecoded.fileName(), undecodedCodec, (undecodedFirst - callStart) / 1000.0,
           (undecodedLast - undecodedFirst) / 1000.0, List.of()));
@@ -157,7 +167,7 @@ public final class Track {
         .map(digit -> new CallReport.Digit((digit.time() - callStart) / 1000.0, String.valueOf(digit.key()))).toList());
   }
 
-  /** What of it is sound, for the file with both directions. */
+  /** Returns the stretches of speech, for the file with both directions. */
   public List<StereoFile.Stretch> stretches(long callStart) {
     return outputs.stream().flatMap(output -> output.stretches(callStart).stream()).toList();
   }
@@ -173,8 +183,8 @@ public final class Track {
     private final RtpStream stream = new RtpStream();
     private final Decoder decoder = new Decoder();
     private final List<Arrival> held = new ArrayList<>();
-    private final Map<Audio, Long> writtenBefore = new LinkedHashMap<>();
-    private Audio output;
+    private final Map<AudioOutput, Long> writtenBefore = new LinkedHashMap<>();
+    private AudioOutput output;
     private int expectedTimestamp;
     private long lostBefore;
 
@@ -188,7 +198,7 @@ public final class Track {
     }
 
     private void playAudio(Arrival arrival) {
-      if (output != null && output.belongsTo(this) && output.file().rate() == arrival.codec().rate()
+      if (output != null && output.isOwnedBy(this) && output.file().rate() == arrival.codec().rate()
           && !output.file().full()) {
         write(arrival);
         return;
@@ -198,19 +208,19 @@ public final class Track {
       }
       held.add(arrival);
       if (outputs.isEmpty() || held.size() == PROBATION) {
-        settle();
+        assignOutput();
       }
     }
 
     void finish() {
       stream.drain(this::play);
       if (!held.isEmpty()) {
-        settle();
+        assignOutput();
       }
     }
 
-    /** Finds a file for the packets held: that of a source that has fallen silent meanwhile, or else a new one. */
-    private void settle() {
+    /** Assigns the source to a file: that of a source that has fallen silent, or else a new one. */
+    private void assignOutput() {
       Arrival first = held.get(0);
       int rate = first.codec().rate();
       output = outputs.stream().filter(other -> isAbandoned(other, rate)).findFirst()
@@ -219,13 +229,13 @@ public final class Track {
       held.clear();
       writtenBefore.clear();
       if (output != null) {
-        output.giveTo(this);
+        output.setOwner(this);
         expectedTimestamp = first.packet().timestamp() - (int) output.pauseUntil(first.time()) * TICKS;
         ready.stream().filter(arrival -> arrival.codec().rate() == rate).forEach(this::write);
       }
     }
 
-    private boolean isAbandoned(Audio other, int rate) {
+    private boolean isAbandoned(AudioOutput other, int rate) {
       Long before = writtenBefore.get(other);
       return before != null && other.packets() - before <= STRAGGLERS && !other.file().full()
           && other.file().rate() == rate;
@@ -247,7 +257,7 @@ public final class Track {
 
     void save(DataOutput out) throws IOException {
       stream.save(out);
-      out.writeInt(output != null && output.belongsTo(this) ? outputs.indexOf(output) : -1);
+      out.writeInt(output != null && output.isOwnedBy(this) ? outputs.indexOf(output) : -1);
       out.writeInt(expectedTimestamp);
       out.writeLong(lostBefore);
       out.writeInt(held.size());
@@ -262,8 +272,8 @@ public final class Track {
       expectedTimestamp = in.readInt();
       if (index >= 0) {
         output = outputs.get(index);
-        output.giveTo(this);
-        expectedTimestamp += (int) output.more() * TICKS;
+        output.setOwner(this);
+        expectedTimestamp += (int) output.excessMillis() * TICKS;
       }
       lostBefore = in.readLong();
       for (int count = in.readInt(); count > 0; count--) {
@@ -273,17 +283,17 @@ public final class Track {
     }
   }
 
-  private Audio open(Codec codec) {
+  private AudioOutput open(Codec codec) {
     if (outputs.size() == MAX_FILES) {
       note("more sources than files");
       return null;
     }
-    Audio output = new Audio(store.wav(fileName, codec.rate()), codec.name());
+    AudioOutput output = new AudioOutput(store.wav(fileName, codec.rate()), codec.name());
     outputs.add(output);
     return output;
   }
 
-  /** Writes down what it takes to go on after a restart, besides the content of {@link #files}. */
+  /** Saves the state for a restart, without the content of {@link #files}. */
   public void save(DataOutput out) throws IOException {
     out.writeLong(forgottenReceived);
     out.writeLong(forgottenLost);
@@ -293,7 +303,7 @@ public final class Track {
     }
     digits.save(out);
     out.writeInt(outputs.size());
-    for (Audio output : outputs) {
+    for (AudioOutput output : outputs) {
       output.save(out);
     }
     out.writeBoolean(undecoded != null);
@@ -307,8 +317,8 @@ public final class Track {
     }
   }
 
-  /** Goes on where another one was saved; the files come in their order. */
-  public void restore(DataInput in, KeptFiles files) throws IOException {
+  /** Restores a saved state. The files come in the order of {@link #files}. */
+  public void restore(DataInput in, ResumedFiles files) throws IOException {
     forgottenReceived = in.readLong();
     forgottenLost = in.readLong();
     for (int count = in.readInt(); count > 0; count--) {
@@ -316,7 +326,7 @@ public final class Track {
     }
     digits.restore(in);
     for (int count = in.readInt(); count > 0; count--) {
-      outputs.add(Audio.restore(in, (rate, samples) -> files.wav(fileName, rate, samples)));
+      outputs.add(AudioOutput.restore(in, (rate, samples) -> files.wav(fileName, rate, samples)));
     }
     if (in.readBoolean()) {
       undecoded = files.pcap(fileName);

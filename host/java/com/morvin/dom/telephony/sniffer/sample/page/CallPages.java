@@ -1,8 +1,8 @@
 package com.morvin.dom.telephony.sniffer.sample.page;
 
-import com.morvin.dom.telephony.sniffer.sample.storage.Audience;
 import com.morvin.dom.telephony.sniffer.sample.storage.CallReport;
 import com.morvin.dom.telephony.sniffer.sample.storage.Json;
+import com.morvin.dom.telephony.sniffer.sample.storage.ReportListener;
 import java.io.IOException;
 import java.net.URI;
 import java.nio.file.Path;
@@ -16,73 +16,73 @@ import java.util.Locale;
 import java.util.Map;
 
 /**
- * The pages that people look at: index.html with the newest calls and, when there are many, days/ with older ones.
+ * Writes the pages for the browser: index.html with the newest calls and, when there are many, days/ with older ones.
  *
- * <p>A call costs two short lines at the end of one file, whatever the number of calls: one when it begins and one when
- * it has ended. All operations belong to the thread of the disk: they read recordings and write. One that has thrown can
- * be tried again.
+ * <p>A call appends two short lines to one file: one when it begins and one when it has ended. All methods belong to
+ * the disk thread, except {@link #address}, because they read recordings and write files. A method that has thrown can
+ * be called again.
  */
-public final class CallPages implements Audience {
-  /** Characters that draw one voice. */
+public final class CallPages implements ReportListener {
+  /** The number of characters of one waveform. */
   private static final int POINTS = 400;
 
-  /** Bytes of calls from which on a page is put away when its day is over. */
-  private static final long MANY = 2 << 20;
-  /** And in any case. */
-  private static final long MOST = 48 << 20;
+  /** A page with more bytes of calls is archived at the end of its day. */
+  private static final long ROLL_BYTES = 2 << 20;
+  /** A page with more bytes of calls is archived at once. */
+  private static final long MAX_BYTES = 48 << 20;
 
   private final Path directory;
   private final Clock clock;
   private final Map<String, String> running = new LinkedHashMap<>();
   private PageFile page;
-  private LocalDate written;
+  private LocalDate lastDay;
 
   /**
-   * Pages beside the recordings.
+   * Writes the pages into the directory of the recordings.
    *
-   * @param clock tells when a day is over
+   * @param clock the time of day, which decides when a day is over
    */
   public CallPages(Path directory, Clock clock) {
     this.directory = directory;
     this.clock = clock;
   }
 
-  /** Goes on with the page that is there, or begins one, so that there is something to open before the first call. */
+  /** Opens the existing page or creates one, so that the address is valid before the first call. */
   public void open() throws IOException {
     if (page == null) {
       page = PageFile.open(directory, today());
-      written = page.lastDay();
+      lastDay = page.lastDay();
     }
   }
 
-  /** Where a browser finds them. */
+  /** Returns the address of the page for a browser. Any thread may call it. */
   public URI address() {
     return directory.toAbsolutePath().normalize().resolve(PageFile.NAME).toUri();
   }
 
-  /** Shows a call as running. */
+  /** Adds a running call. */
   @Override
   public void began(CallReport call) throws IOException {
     String line = line(call, "\"running\":true");
     append(line);
-    running.put(name(call), line);
+    running.put(key(call), line);
   }
 
-  /** Shows a call as it was, with the shape of its recordings. */
+  /** Adds an ended call with its waveforms. */
   @Override
   public void ended(CallReport call) throws IOException {
     List<List<String>> peaks = List.of(peaks(call.fromCaller()), peaks(call.fromCallee()));
     append(line(call, "\"peaks\":" + Json.write(peaks)));
-    running.remove(name(call));
+    running.remove(key(call));
   }
 
-  /** What a running call is known by, which has no files of its own to be named after. */
-  private static String name(CallReport call) {
+  /** Returns the identity of a call. A running call has no file name yet. */
+  private static String key(CallReport call) {
     return call.protocol() + " " + call.start() + " " + call.id();
   }
 
   private static String line(CallReport call, String more) {
-    return "{\"was\":" + Json.write(name(call)) + "," + more + ",\"call\":" + call.json() + "}\n";
+    return "{\"was\":" + Json.write(key(call)) + "," + more + ",\"call\":" + call.json() + "}\n";
   }
 
   private LocalDate today() {
@@ -91,27 +91,27 @@ public final class CallPages implements Audience {
 
   private void append(String line) throws IOException {
     open();
-    turnOver();
+    rollOver();
     page.append(line);
   }
 
-  /** Puts the page away when it is time, and takes what is still running over to the next. */
-  private void turnOver() throws IOException {
+  /** Archives the page when it is due, and copies the running calls to the next one. */
+  private void rollOver() throws IOException {
     LocalDate today = today();
     long size = page.size();
-    if (size > MOST || size > MANY && !today.equals(written)) {
-      page.putAway(written, today, String.join("", running.values()));
+    if (size > MAX_BYTES || size > ROLL_BYTES && !today.equals(lastDay)) {
+      page.archive(lastDay, today, String.join("", running.values()));
     }
-    written = today;
+    lastDay = today;
   }
 
-  /** The shape of each file of a voice. */
+  /** Returns the waveform of each file of one direction. */
   private List<String> peaks(CallReport.Voice voice) {
     int points = POINTS / Math.max(1, voice.parts().size());
     return voice.parts().stream().map(part -> peaks(part.file(), points)).toList();
   }
 
-  /** A recording that cannot be read is shown without its shape: the page is no reason to fail. */
+  /** Returns the waveform of a file; an unreadable file has none, because the page must not fail. */
   private String peaks(String file, int points) {
     try {
       return file.toLowerCase(Locale.ROOT).endsWith(".wav") ? Waveform.of(directory.resolve(file), points) : "";

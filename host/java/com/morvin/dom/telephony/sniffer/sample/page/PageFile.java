@@ -20,21 +20,22 @@ import java.time.ZoneId;
 import java.util.Arrays;
 import java.util.Comparator;
 import java.util.List;
+import java.util.Locale;
 import java.util.regex.Matcher;
 import java.util.regex.Pattern;
 import java.util.stream.Collectors;
 import java.util.stream.Stream;
 
 /**
- * index.html on the disk. Its calls stand one a line at the end of the file, in an element that is never closed, which
- * HTML allows for: so a call is added by one write, and the page is whole at any moment. A new page takes the place of
- * an old one by renaming.
+ * The file index.html. Its calls are lines at the end of the file, in an element that is never closed, as HTML permits.
+ * So one write adds a call, and the page is always valid. A new page replaces an old one by renaming. Belongs to the
+ * disk thread.
  */
 final class PageFile {
   static final String NAME = "index.html";
   private static final String SETTLED = "{\"settled\":true}\n";
   private static final Pattern HEAD = Pattern.compile("\\{\"since\":\"(\\d{4}-\\d\\d-\\d\\d)\".*");
-  private static final Pattern PUT_AWAY = Pattern.compile("\\d{4}-\\d\\d-\\d\\d[0-9_.-]*\\.html");
+  private static final Pattern ARCHIVED = Pattern.compile("\\d{4}-\\d\\d-\\d\\d[0-9_.-]*\\.html");
 
   private final Path file;
   private final Path days;
@@ -47,6 +48,7 @@ final class PageFile {
     days = directory.resolve("days");
   }
 
+  /** Opens the existing page or creates one. */
   static PageFile open(Path directory, LocalDate today) throws IOException {
     PageFile page = new PageFile(directory);
     Files.createDirectories(directory);
@@ -54,17 +56,17 @@ final class PageFile {
     return page;
   }
 
-  /** The day on which it had been written to for the last time when it was opened. */
+  /** Returns the day of the last write before the page was opened. */
   LocalDate lastDay() {
     return lastDay;
   }
 
-  /** Bytes of calls; 0 when somebody has taken the page away. */
+  /** Returns the size of the calls in bytes; 0 when the page was deleted. */
   long size() {
     return Math.max(0, file.toFile().length() - template.length);
   }
 
-  /** Adds lines, all of them or none. A page that has been deleted begins anew. */
+  /** Appends all lines or none. Creates the page again when it was deleted. */
   void append(String lines) throws IOException {
     try (FileChannel channel = openOrCreate()) {
       long end = channel.size();
@@ -77,14 +79,14 @@ final class PageFile {
     }
   }
 
-  /** Keeps the page under days/, named after its days, and begins another with some lines. */
-  void putAway(LocalDate last, LocalDate today, String lines) throws IOException {
+  /** Moves the page to days/, named after its days, and begins another page with the given lines. */
+  void archive(LocalDate last, LocalDate today, String lines) throws IOException {
     append(SETTLED);
     Files.createDirectories(days);
     String name = since.equals(last) || since.isAfter(last) ? last.toString() : since + "_" + last;
     Path target = days.resolve(name + ".html");
     for (int part = 2; Files.exists(target); part++) {
-      target = days.resolve(String.format("%s.%02d.html", name, part));
+      target = days.resolve(String.format(Locale.ROOT, "%s.%02d.html", name, part));
     }
     Files.move(file, target);
     begin(today, lines);
@@ -102,7 +104,8 @@ final class PageFile {
       byte[] head = read(channel, 0, PageTemplate.MAX_LENGTH);
       start = indexOfCalls(head);
       if (start > 0) {
-        String line = new String(head, start, head.length - start, StandardCharsets.UTF_8).lines().findFirst().orElse("");
+        String calls = new String(head, start, head.length - start, StandardCharsets.UTF_8);
+        String line = calls.lines().findFirst().orElse("");
         Matcher matcher = HEAD.matcher(line);
         since = matcher.matches() ? LocalDate.parse(matcher.group(1)) : lastDay;
       }
@@ -111,10 +114,10 @@ final class PageFile {
       }
     }
     if (start < 0) {
-      Files.move(file, file.resolveSibling(NAME + ".old"), REPLACE_EXISTING);  // none of ours
+      Files.move(file, file.resolveSibling(NAME + ".old"), REPLACE_EXISTING);  // not written by this program
       begin(today, "");
     }
-    // The calls that ran when the recorder ended run no more; a line that it could not complete ends here.
+    // The calls that were running when the recorder ended are over. The line feed ends an incomplete line.
     append("\n" + SETTLED);
   }
 
@@ -134,19 +137,19 @@ final class PageFile {
     replace(channel -> writeAll(channel, head + lines));
   }
 
-  /** Names under days/, the newest first. */
+  /** Returns the file names in days/, newest first. */
   private List<String> older() throws IOException {
     if (!Files.isDirectory(days)) {
       return List.of();
     }
     try (Stream<Path> paths = Files.list(days)) {
-      return paths.map(path -> path.getFileName().toString()).filter(name -> PUT_AWAY.matcher(name).matches())
+      return paths.map(path -> path.getFileName().toString()).filter(name -> ARCHIVED.matcher(name).matches())
           .sorted(Comparator.comparing((String name) -> name.replace(".html", "")).reversed())
           .collect(Collectors.toList());
     }
   }
 
-  /** The page of an earlier version keeps its calls and gets the looks of this one. */
+  /** Gives a page of an earlier version the template of this version. Its calls stay. */
   private void replaceTemplate(FileChannel old, int start) throws IOException {
     replace(channel -> {
       for (long at = start; at < old.size();) {
@@ -159,7 +162,7 @@ final class PageFile {
     void writeTo(FileChannel channel) throws IOException;
   }
 
-  /** Writes the template and what follows it under another name, then lets it take the page's place. */
+  /** Writes the template and the calls to a new file, which then replaces the page. */
   private void replace(Content calls) throws IOException {
     Path next = file.resolveSibling(NAME + ".new");
     try (FileChannel channel = FileChannel.open(next, WRITE, CREATE, TRUNCATE_EXISTING)) {
@@ -169,7 +172,7 @@ final class PageFile {
     Files.move(next, file, ATOMIC_MOVE);
   }
 
-  /** Where the calls begin, or -1. */
+  /** Returns the position of the first call, or -1. */
   private static int indexOfCalls(byte[] bytes) {
     int index = new String(bytes, StandardCharsets.ISO_8859_1)
         .indexOf(new String(PageTemplate.END, StandardCharsets.ISO_8859_1));
@@ -179,7 +182,7 @@ final class PageFile {
   private static byte[] read(FileChannel channel, long position, int max) throws IOException {
     ByteBuffer buffer = ByteBuffer.allocate((int) Math.min(max, channel.size() - position));
     while (buffer.hasRemaining() && channel.read(buffer, position + buffer.position()) > 0) {
-      // A read may give less than it is asked for.
+      // A read may return fewer bytes than requested.
     }
     return Arrays.copyOf(buffer.array(), buffer.position());
   }

@@ -8,16 +8,19 @@ import java.security.MessageDigest;
 import java.security.NoSuchAlgorithmException;
 import java.util.Base64;
 
-/** The page without its calls. It ends within the element that holds them, so that a call is added behind all else. */
+/** The page without calls. It ends inside the element that holds them, so that calls are appended to the file. */
 final class PageTemplate {
-  /** What the template ends in, and nothing before it holds. */
+  /** The end of the template. It does not occur earlier in it. */
   static final byte[] END = "id=\"data\">\n".getBytes(StandardCharsets.UTF_8);
-  /** No template is longer. */
+  /** The maximum length of a template of any version, in bytes. */
   static final int MAX_LENGTH = 256 << 10;
 
   private PageTemplate() {}
 
-  /** With style and script in place. The browser is told the script's hash and so runs nothing else, whatever calls hold. */
+  /**
+   * Returns the template with its style and script. The page declares the hash of the script, so that the browser runs
+   * no script from the text of a call.
+   */
   static byte[] bytes() {
     String script = resource("page.js");
     return resource("page.html").replace("@STYLE@", resource("page.css")).replace("@HASH@", sha256(script))

@@ -7,9 +7,9 @@ import javax.sound.sampled.AudioInputStream;
 import javax.sound.sampled.AudioSystem;
 import javax.sound.sampled.UnsupportedAudioFileException;
 
-/** How loud a recording is over time, in a few characters. */
+/** The loudness of a recording over time, as a short text. */
 final class Waveform {
-  /** Of a long recording so much of each point's stretch is read, so that hours cost no more than minutes. */
+  /** The most bytes that are read for one point, so that a long recording takes no longer than a short one. */
   private static final int MAX_BYTES_OF_POINT = 64 << 10;
   private static final int LEVELS = 64;
   private static final String ALPHABET = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-_";
@@ -17,8 +17,10 @@ final class Waveform {
   private Waveform() {}
 
   /**
-   * So many characters at most, each the peak of its stretch of the file: {@code A} is silence, {@code _} full scale,
-   * with the square root between them, so that soft speech is seen. Empty when the file is no 16-bit WAV.
+   * Returns one character for the peak of each part of a file: {@code A} is silence, {@code _} full scale. The scale is
+   * the square root, so that quiet speech is visible. Returns an empty text when the file is not a 16-bit WAV file.
+   *
+   * @param maxPoints the most characters
    */
   static String of(Path wav, int maxPoints) throws IOException {
     try (AudioInputStream sound = AudioSystem.getAudioInputStream(wav.toFile())) {

@@ -2,20 +2,18 @@ package com.morvin.dom.telephony.sniffer.sample.recording;
 
 import com.morvin.dom.telephony.sniffer.sample.console.Console;
 import com.morvin.dom.telephony.sniffer.sample.console.Text;
+import com.morvin.dom.telephony.sniffer.sample.service.Service;
 import com.morvin.dom.telephony.sniffer.sample.signalling.Call;
 import com.morvin.dom.telephony.sniffer.sample.signalling.CallFollower;
 import com.morvin.dom.telephony.sniffer.sample.signalling.Direction;
-import com.morvin.dom.telephony.sniffer.sample.storage.Audience;
 import com.morvin.dom.telephony.sniffer.sample.storage.CallLog;
 import com.morvin.dom.telephony.sniffer.sample.storage.CallReport;
+import com.morvin.dom.telephony.sniffer.sample.storage.ReportListener;
 import com.morvin.dom.telephony.sniffer.sample.storage.Reports;
 import com.morvin.dom.telephony.sniffer.sample.storage.RunningCalls;
 import com.morvin.dom.telephony.sniffer.sample.storage.Store;
 import com.morvin.dom.telephony.sniffer.sample.transport.Frame;
-import com.morvin.dom.telephony.sniffer.sample.transport.Heartbeat;
-import com.morvin.dom.telephony.sniffer.sample.transport.Intake;
 import com.morvin.dom.telephony.sniffer.sample.transport.Received;
-import com.morvin.dom.telephony.sniffer.sample.transport.Service;
 import com.morvin.dom.telephony.sniffer.sample.transport.Transport;
 import java.io.IOException;
 import java.time.InstantSource;
@@ -24,145 +22,68 @@ import java.util.List;
 import java.util.Map;
 
 /**
- * Follows the calls that sniffers report, asks for their media, and writes them down. Decoding happens on the thread
- * that calls {@link #run}; it waits neither for a socket nor for the disk.
+ * Records calls: follows the calls that sniffers report, asks for their media, and writes it to files. The thread that
+ * calls {@link #run} decodes the media; it waits neither for a socket nor for the disk.
  */
-public final class Recorder implements Service, CallFollower.Listener {
-  private static final long TICK_MILLIS = 200;
+public final class Recorder extends Service {
+  private static final long POLL_MILLIS = 200;
   private static final long SAVE_MILLIS = 1000;
-  /** Calls that were running longer ago are over. */
+  /** After a longer interruption a saved call counts as ended. */
   private static final long RESUME_MILLIS = 300_000;
 
-  /** When to stop by itself, and bounds for calls. */
-  public record Limits(boolean untilDisconnect, long idleExitMillis, CallFollower.Limits calls) {
-    public static final Limits NONE = new Limits(false, Long.MAX_VALUE, CallFollower.Limits.DEFAULT);
-  }
-
   private final Store store;
-  private final Limits limits;
-  private final Console console;
-  private final InstantSource clock;
-  private final Audience audience;
+  private final ReportListener listener;
   private final CallLog log;
   private final Reports reports;
-  private final CallFollower follower;
   private final Summary summary = new Summary();
 
   private final Map<Call, Recording> recordings = new LinkedHashMap<>();
   private RunningCalls running;
   private RunningCalls.Journal restoring;
-  private Transport transport;
-  private Heartbeat heartbeat;
-  private Intake intake;
-  private int sessions;
   private long lastNumber;
-  /** What was captured before that has been handled; of what waits in a queue that is not the time it is. */
-  private long reached;
-  private long lastTick;
   private long lastSave;
-  private long lastTraffic;
   private volatile boolean saving;
-  private volatile boolean stopping;
 
   /**
    * Records into a store, which the caller closes.
    *
-   * @param audience hears of calls
+   * @param clock the time of day
+   * @param listener is called on the disk thread
    */
-  public Recorder(Store store, Limits limits, Console console, InstantSource clock, Audience audience)
+  public Recorder(Store store, Limits limits, Console console, InstantSource clock, ReportListener listener)
       throws IOException {
+    super(limits, POLL_MILLIS, console, clock);
     this.store = store;
-    this.limits = limits;
-    this.console = console;
-    this.clock = clock;
-    this.audience = audience;
+    this.listener = listener;
     log = new CallLog(store.directory());
     reports = new Reports(store, log, console, report -> {
       summary.add(report);
-      store.disk().then(() -> audience.ended(report));
+      store.disk().submit(() -> listener.ended(report));
     });
-    follower = new CallFollower(this, limits.calls, command -> transport.send(command));
   }
 
-  /** Records until {@link #stop} or one of the limits. Stopped, it goes on with the running calls when started again. */
+  /** Continues the calls that were running before a restart, with the first transport only. */
   @Override
-  public void run(Transport link) throws IOException, InterruptedException {
-    attach(link);
-    try (Intake reading = new Intake(link, console)) {
-      intake = reading;
-      while (!stopping) {
-        boolean gone = limits.untilDisconnect && link.sessions() > 0 && link.sniffers().isEmpty();
-        Received received = reading.receive(TICK_MILLIS);
-        step(received);
-        if (received == null && (gone || clock.millis() - lastTraffic >= limits.idleExitMillis)) {
-          break;
-        }
-      }
-    } finally {
-      finish();
-    }
-  }
-
-  /** Records what comes over a link from now on, beginning with what was running before a restart. */
-  public void attach(Transport link) throws IOException {
-    transport = link;
-    heartbeat = new Heartbeat(link, console);
-    sessions = link.sessions();
-    lastTraffic = clock.millis();
+  protected void attached() {
     if (running == null) {
-      running = new RunningCalls(store, log, link.redelivers());
+      running = new RunningCalls(store, log, transport().redelivers());
       restore();
-      link.resume(running.position());
+      transport().resume(running.position());
     }
-  }
-
-  /** Handles one frame, or none, and does what is due. */
-  public void step(Received received) {
-    long now = clock.millis();
-    long time = transport.redelivers() && received != null ? received.captured() : now;
-    reached = transport.redelivers() && received == null ? transport.caughtUp(now) : time;
-    greet();
-    if (received != null) {
-      Frame frame = received.frame();
-      heartbeat.heard(received.sniffer(), now);
-      summary.count(frame);
-      lastNumber = received.number();
-      if (frame.protocol() != Frame.HEARTBEAT || transport.waitsForTraffic()) {
-        lastTraffic = now;
-      }
-      try {
-        dispatch(received, time);
-      } catch (RuntimeException e) {
-        // Whoever sent this shall not end the recording of all others.
-        countMalformed(1);
-        console.line("a frame between " + frame.source() + " and " + frame.destination() + " cannot be handled: " + e);
-      }
-    }
-    if (now - lastTick >= TICK_MILLIS || now < lastTick) {
-      lastTick = now;
-      tick(now);
-    }
-  }
-
-  /** A sniffer that has come anew forwards nothing yet. */
-  private void greet() {
-    int newest = transport.sessions();
-    for (int sniffer = sessions + 1; sniffer <= newest; sniffer++) {
-      int anew = sniffer;
-      follower.resend(command -> transport.send(anew, command));
-    }
-    sessions = newest;
-  }
-
-  /** Makes {@link #run} return soon. Any thread may call it. */
-  @Override
-  public void stop() {
-    stopping = true;
   }
 
   @Override
-  public boolean stopped() {
-    return stopping;
+  protected void handle(Received received, long time) {
+    Frame frame = received.frame();
+    summary.count(frame);
+    lastNumber = received.number();
+    try {
+      dispatch(received, time);
+    } catch (RuntimeException e) {
+      // The sender of one frame must not end the recording of all other calls.
+      countMalformed(1);
+      console.line("a frame between " + frame.source() + " and " + frame.destination() + " cannot be handled: " + e);
+    }
   }
 
   private void dispatch(Received received, long now) {
@@ -185,9 +106,9 @@ public final class Recorder implements Service, CallFollower.Listener {
       Recording recording = recordings.get(use.call());
       boolean known = recording.media(received.frame(), use.direction(), use.media(), received.time(now));
       countMalformed(known ? 0 : 1);
-      if (known && recording.showsUp()) {
+      if (known && recording.markShown()) {
         CallReport running = recording.unfinished();
-        store.disk().then(() -> audience.began(running));
+        store.disk().submit(() -> listener.began(running));
       }
     }
   }
@@ -198,29 +119,24 @@ public final class Recorder implements Service, CallFollower.Listener {
     }
   }
 
-  private void tick(long now) {
-    heartbeat.tick(now);
-    follower.tick(reached, transport.losesCommands());
+  @Override
+  protected void tick(long now) {
     if (now - lastSave >= SAVE_MILLIS || now < lastSave) {
       lastSave = now;
       long lost = recordings.values().stream().mapToLong(Recording::lost).sum();
-      console.status(summary.status(recordings.size(), lost, now, dropped()) + " | " + heartbeat.state());
+      console.status(summary.status(recordings.size(), lost, now, dropped()) + " | " + snifferState());
       save(now);
     }
   }
 
-  private long dropped() {
-    return intake == null ? 0 : intake.dropped();
-  }
-
-  /** While the disk is behind, an earlier one is still to come. */
+  /** Saves the state of all running calls, unless the previous state is not on disk yet. */
   private void save(long now) {
     if (saving) {
       return;
     }
     saving = true;
     long upTo = lastNumber;
-    Transport link = transport;
+    Transport link = transport();
     byte[] position = link.position(upTo);
     running.save(recordings.values().stream().map(recording -> recording.save(running)).toList(), now, position, () -> {
       saving = false;
@@ -234,7 +150,7 @@ public final class Recorder implements Service, CallFollower.Listener {
     try {
       List<RunningCalls.Loaded> loaded = running.load();
       long now = clock.millis();
-      boolean late = !transport.redelivers() && now - running.savedAt() > RESUME_MILLIS;
+      boolean late = !transport().redelivers() && now - running.savedAt() > RESUME_MILLIS;
       loaded.forEach(call -> restore(call, late, now));
       if (!recordings.isEmpty()) {
         console.line("going on with " + Text.count(recordings.size(), "call") + " from before the restart");
@@ -246,7 +162,7 @@ public final class Recorder implements Service, CallFollower.Listener {
 
   private void restore(RunningCalls.Loaded loaded, boolean late, long now) {
     restoring = loaded.journal();
-    for (RunningCalls.Signalled message : loaded.frames()) {
+    for (RunningCalls.TimedFrame message : loaded.frames()) {
       follower.signalling(message.frame(), message.time());
     }
     restoring = null;
@@ -298,13 +214,13 @@ public final class Recorder implements Service, CallFollower.Listener {
     Recording recording = recordings.remove(call);
     running.end(recording.journal);
     if (how.equals(CallFollower.DROPPED)) {
-      // A flood leaves no trace on the disk.
+      // A flood of calls must not fill the disk.
       if (summary.countFlood()) {
         console.line("more calls than can be followed: those without media make way");
       }
       return;
     }
-    if (recording.told() && call.isOnlyResumed()) {
+    if (recording.isReported() && call.isOnlyResumed()) {
       return;
     }
     report(recording, how, now);
@@ -318,15 +234,16 @@ public final class Recorder implements Service, CallFollower.Listener {
     recording.notes().forEach(note -> console.line(recording.call + "  " + Text.printable(note)));
   }
 
-  /** Ends. When it was told to stop, it may be started again, and then the calls that are up go on. */
+  /** Ends the recording of all calls. After {@link #stop} they stay saved, and the next recorder continues them. */
+  @Override
   public void finish() {
     long now = clock.millis();
-    boolean goesOn = stopping;
+    boolean goesOn = stopped();
     for (Call call : List.copyOf(follower.calls())) {
       String how = call.deadlineReason() != null ? call.deadlineReason() : "recording stopped";
       if (!goesOn) {
         follower.end(call, how, now);
-      } else if (!transport.redelivers() && !(recordings.get(call).told() && call.isOnlyResumed())) {
+      } else if (!transport().redelivers() && !(recordings.get(call).isReported() && call.isOnlyResumed())) {
         report(recordings.get(call), how, now);
       }
     }
@@ -337,12 +254,11 @@ public final class Recorder implements Service, CallFollower.Listener {
     console.status("");
   }
 
-  /** What has been recorded, for the end. */
   @Override
   public void summarize() {
-    if (transport != null) {
+    if (transport() != null) {
       console.print("");
-      summary.lines(follower.seen(), transport.sessions(), store.directory()).forEach(console::print);
+      summary.lines(follower.seen(), transport().sessions(), store.directory()).forEach(console::print);
       if (follower.seen() > 0) {
         console.print("The table of calls: " + log.file());
       }

@@ -8,8 +8,8 @@ import com.morvin.dom.telephony.sniffer.sample.signalling.Call;
 import com.morvin.dom.telephony.sniffer.sample.signalling.Direction;
 import com.morvin.dom.telephony.sniffer.sample.signalling.Sdp;
 import com.morvin.dom.telephony.sniffer.sample.storage.CallReport;
-import com.morvin.dom.telephony.sniffer.sample.storage.KeptFiles;
 import com.morvin.dom.telephony.sniffer.sample.storage.Reports;
+import com.morvin.dom.telephony.sniffer.sample.storage.ResumedFiles;
 import com.morvin.dom.telephony.sniffer.sample.storage.RunningCalls;
 import com.morvin.dom.telephony.sniffer.sample.storage.Store;
 import com.morvin.dom.telephony.sniffer.sample.storage.StoredFile;
@@ -31,14 +31,17 @@ import java.util.Map;
 import java.util.Set;
 import java.util.TreeSet;
 
-/** What is recorded of one call. */
+/**
+ * The recording of one call: its messages, its media and its remarks. Belongs to the recorder thread; the report is
+ * written on the disk thread. Times are milliseconds since 1970.
+ */
 final class Recording {
   private static final DateTimeFormatter FILE_TIME =
       DateTimeFormatter.ofPattern("yyyyMMdd-HHmmss").withZone(ZoneId.systemDefault());
   private static final int MAX_STEPS = 200;
   private static final int MAX_DIALLED = 64;
-  private static final int MAX_FRESH = 64;
-  /** Messages that a new one is compared with: it may be repeated, or told by another sniffer. */
+  private static final int MAX_UNSAVED = 64;
+  /** A message is compared with this number of earlier ones: it may be repeated, or delivered by another sniffer. */
   private static final int COMPARED = 16;
 
   private record Dialled(Direction direction, String digits, long time) {}
@@ -51,29 +54,29 @@ final class Recording {
   private final int[] recent = new int[COMPARED];
   private int messages;
   /** Messages that are not in the journal yet. */
-  private final List<RunningCalls.Signalled> fresh = new ArrayList<>();
-  private final Reports.Place place;
-  private boolean told;
+  private final List<RunningCalls.TimedFrame> unsaved = new ArrayList<>();
+  private final Reports.CallFiles callFiles;
+  private boolean reported;
   private boolean shown;
 
   Recording(Call call, RunningCalls.Journal journal, Store store) {
     this.call = call;
     this.journal = journal;
     String name = FILE_TIME.format(Instant.ofEpochMilli(call.start())) + "-" + call.fileNames();
-    place = new Reports.Place(name);
+    callFiles = new Reports.CallFiles(name);
     for (Direction direction : Direction.values()) {
       tracks.put(direction, new Track(store, name + "-" + direction));
     }
   }
 
-  /** Adds a message. */
+  /** Adds a signalling message, unless it is a repeated one. */
   void signalled(Frame frame, String label, long time, boolean restored) {
     int hash = 31 * frame.source().hashCode() + Arrays.hashCode(frame.payload());
     if (Arrays.stream(recent).anyMatch(other -> other == hash)) {
       return;
     }
-    if (!restored && fresh.size() < MAX_FRESH) {
-      fresh.add(new RunningCalls.Signalled(time, frame));
+    if (!restored && unsaved.size() < MAX_UNSAVED) {
+      unsaved.add(new RunningCalls.TimedFrame(time, frame));
     }
     recent[messages++ % COMPARED] = hash;
     if (ladder.size() < MAX_STEPS) {
@@ -82,13 +85,14 @@ final class Recording {
     }
   }
 
+  /** Adds keys that were reported by the signalling. */
   void dialled(Direction direction, String digits, long time) {
     if (dialled.size() < MAX_DIALLED) {
       dialled.add(new Dialled(direction, digits, time));
     }
   }
 
-  /** Adds media; false when it is none. */
+  /** Adds a media datagram. Returns whether it is valid. */
   boolean media(Frame frame, Direction direction, Sdp.Media media, long time) {
     Track track = tracks.get(direction);
     if (media.kind() == Sdp.Kind.FAX) {
@@ -108,15 +112,12 @@ final class Recording {
     return true;
   }
 
-  long received() {
-    return tracks.values().stream().mapToLong(Track::received).sum();
-  }
-
+  /** Returns the number of lost packets in both directions. */
   long lost() {
     return tracks.values().stream().mapToLong(Track::lost).sum();
   }
 
-  /** "from-caller 3 packets, 0 lost; from-callee 4 packets, 1 lost". */
+  /** Returns "from-caller 3 packets, 0 lost; from-callee 4 packets, 1 lost". */
   String counts() {
     List<String> counts = new ArrayList<>();
     tracks.forEach((direction, track) ->
@@ -124,36 +125,37 @@ final class Recording {
     return String.join("; ", counts);
   }
 
+  /** Returns the remarks for the report. */
   Set<String> notes() {
     Set<String> all = new TreeSet<>(call.notes());
     tracks.forEach((direction, track) -> track.notes().forEach(note -> all.add(direction + ": " + note)));
     return all;
   }
 
-  /** Whether it is there for others to see from now on, and was not before. */
-  boolean showsUp() {
+  /** Marks the call as shown to the listener. Returns whether it was not shown before. */
+  boolean markShown() {
     boolean first = !shown;
     shown = true;
     return first;
   }
 
-  /** What is known of it while it runs. */
+  /** Returns a report of the running call, without an end and without files. */
   CallReport unfinished() {
     CallReport.Voice none = new CallReport.Voice(0, 0, List.of(), List.of());
     return new CallReport("", call.protocol(), Text.printable(call.id()), Text.printable(call.caller()),
         Text.printable(call.callee()), call.start(), 0, "", none, none, "", List.copyOf(ladder), List.of());
   }
 
-  /** Has it all written down; a call that goes on after all is written down again. */
+  /** Queues the report for the disk thread. A call that continues later is reported again under the same name. */
   void report(Reports reports, String how, long end) {
     tracks.values().forEach(Track::finish);
     long start = call.start();
-    reports.write(place, tracks.get(Direction.FROM_CALLER).stretches(start),
+    reports.write(callFiles, tracks.get(Direction.FROM_CALLER).stretches(start),
         tracks.get(Direction.FROM_CALLEE).stretches(start), names -> new CallReport(names.report(), call.protocol(),
             Text.printable(call.id()), Text.printable(call.caller()), Text.printable(call.callee()), start, end,
             Text.printable(how), voice(Direction.FROM_CALLER), voice(Direction.FROM_CALLEE), names.stereo(),
             List.copyOf(ladder), notes().stream().map(Text::printable).toList()));
-    told = true;
+    reported = true;
   }
 
   private CallReport.Voice voice(Direction direction) {
@@ -164,20 +166,20 @@ final class Recording {
     return new CallReport.Voice(voice.packets(), voice.lost(), voice.parts(), digits);
   }
 
-  /** Whether it has been written down how it ended. */
-  boolean told() {
-    return told;
+  /** Whether the end of the call has been reported. */
+  boolean isReported() {
+    return reported;
   }
 
-  /** Writes down what it takes to go on after a restart. */
+  /** Returns the state for a restart, and queues the unsaved messages and media for the disk thread. */
   RunningCalls.Saved save(RunningCalls running) {
-    fresh.forEach(message -> running.append(journal, message.time(), message.frame()));
-    fresh.clear();
+    unsaved.forEach(message -> running.append(journal, message.time(), message.frame()));
+    unsaved.clear();
     try {
       ByteArrayOutputStream bytes = new ByteArrayOutputStream();
       DataOutputStream out = new DataOutputStream(bytes);
-      out.writeBoolean(told);
-      place.save(out);
+      out.writeBoolean(reported);
+      callFiles.save(out);
       List<StoredFile> files = new ArrayList<>();
       for (Track track : tracks.values()) {
         track.flush();
@@ -186,14 +188,15 @@ final class Recording {
       }
       return new RunningCalls.Saved(journal, bytes.toByteArray(), files);
     } catch (IOException e) {
-      throw new UncheckedIOException(e);  // nothing is written but an array
+      throw new UncheckedIOException(e);  // an array in memory cannot fail
     }
   }
 
-  void restore(byte[] state, KeptFiles files) throws IOException {
+  /** Restores a saved state. */
+  void restore(byte[] state, ResumedFiles files) throws IOException {
     DataInputStream in = new DataInputStream(new ByteArrayInputStream(state));
-    told = in.readBoolean();
-    place.restore(in);
+    reported = in.readBoolean();
+    callFiles.restore(in);
     for (Track track : tracks.values()) {
       track.restore(in, files);
     }

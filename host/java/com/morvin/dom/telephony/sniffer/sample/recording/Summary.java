@@ -8,7 +8,7 @@ import java.util.ArrayList;
 import java.util.List;
 import java.util.stream.Stream;
 
-/** Counts what a recorder did. */
+/** The counters of a recorder. Belongs to the recorder thread, except {@link #add}. */
 final class Summary {
   private static final int MAX_FILES = 20;
 
@@ -24,32 +24,34 @@ final class Summary {
   private long totalBefore;
   private long statusAt;
 
+  /** Counts a frame of the sniffer. */
   void count(Frame frame) {
     frames[frame.protocol()]++;
     total++;
   }
 
+  /** Counts a packet of a followed call. */
   void countPacket() {
     packets++;
   }
 
-  /** Of a call that has ended. */
+  /** Counts the lost packets of an ended call. */
   void countLost(long packets) {
     lost += packets;
   }
 
-  /** Returns whether these are the first. */
+  /** Counts malformed packets. Returns whether they are the first ones. */
   boolean countMalformed(long count) {
     malformed += count;
     return count > 0 && malformed == count;
   }
 
-  /** Returns whether it is the first. */
+  /** Counts a call that made way for others. Returns whether it is the first one. */
   boolean countFlood() {
     return ++flood == 1;
   }
 
-  /** On another thread than all others. */
+  /** Counts the files of an ended call. Called on the disk thread. */
   synchronized void add(CallReport report) {
     stereo += report.stereo().isEmpty() ? 0 : 1;
     Stream.of(report.fromCaller(), report.fromCallee()).flatMap(voice -> voice.parts().stream()).forEach(part -> {
@@ -60,7 +62,7 @@ final class Summary {
     });
   }
 
-  /** The live line. */
+  /** Returns the status line. */
   String status(int calls, long lostNow, long now, long dropped) {
     long rate = statusAt == 0 || now <= statusAt ? 0 : (total - totalBefore) * 1000 / (now - statusAt);
     statusAt = now;
@@ -69,6 +71,7 @@ final class Summary {
         + (dropped > 0 ? " | " + dropped + " DROPPED" : "");
   }
 
+  /** Returns the lines for the end of the program. */
   synchronized List<String> lines(int calls, int sessions, Path directory) {
     List<String> lines = new ArrayList<>();
     lines.add(Text.count(calls, "call") + ", " + Text.count(packets, "media packet") + " (" + lost + " lost), "

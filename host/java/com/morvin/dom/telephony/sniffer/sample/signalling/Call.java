@@ -8,13 +8,17 @@ import java.util.Map;
 import java.util.Set;
 import java.util.TreeSet;
 
-/** A call while it is followed: who, since when, where its media goes. The signalling protocols extend it. */
+/**
+ * A call that is followed: its parties, its times and the destinations of its media. A subclass for each signalling
+ * protocol adds what that protocol needs. Belongs to the thread of the {@link CallFollower}, except the methods that
+ * return values given to the constructor. Times are milliseconds since 1970.
+ */
 public abstract class Call {
   private static final int MAX_NOTES = 16;
   private static final long RESUMED_MILLIS = 60_000;
 
-  /** What of it is media in one direction, and where that comes from. */
-  private static final class Heard {
+  /** The media received in one direction and its source. */
+  private static final class Flow {
     private long first = -1;
     private long last;
     private Endpoint source;
@@ -30,7 +34,7 @@ public abstract class Call {
   private final long start;
   private final int origin;
 
-  private final Map<Direction, Heard> heard = new EnumMap<>(Direction.class);
+  private final Map<Direction, Flow> flows = new EnumMap<>(Direction.class);
   private final Map<Endpoint, Use> learned = new LinkedHashMap<>();
   private final Set<String> notes = new TreeSet<>();
   private long answered = -1;
@@ -40,10 +44,12 @@ public abstract class Call {
   private String deadlineReason;
 
   /**
-   * The names of the parties are kept whole.
+   * Makes a call that begins now.
    *
-   * @param fileNames them, short and fit for a file name
-   * @param origin the IPv4 address that the call was signalled from
+   * @param caller the complete name of the caller
+   * @param callee the complete name of the callee
+   * @param fileNames both names, short and safe for a file name
+   * @param origin the IPv4 address that the first message came from
    */
   Call(int number, String protocol, String id, String caller, String callee, String fileNames, int origin, long now) {
     this.number = number;
@@ -56,29 +62,34 @@ public abstract class Call {
     start = now;
     lastActivity = now;
     for (Direction direction : Direction.values()) {
-      heard.put(direction, new Heard());
+      flows.put(direction, new Flow());
     }
   }
 
-  /** Whether it carries the media of a destination that is used as described. */
+  /**
+   * A destination is used by a call.
+   *
+   * @param direction the direction of the media sent to the destination
+   * @param media its description in the signalling
+   */
   public record Use(Call call, Direction direction, Sdp.Media media) {}
 
-  /** Where media of this call is sent to, as far as its signalling told. */
+  /** Returns the destinations of the media, as described by the signalling, in a new map. */
   abstract Map<Endpoint, Use> signalledDestinations();
 
-  /** The call has ended: its signalling forgets it. */
+  /** Removes the call from the maps of its protocol. */
   abstract void ended(long now);
 
-  /** Where media of this call is sent to, as far as is known. */
+  /** Returns all known destinations of the media: the signalled and the learned ones. */
   final Map<Endpoint, Use> destinations() {
     Map<Endpoint, Use> all = signalledDestinations();
     learned.forEach(all::putIfAbsent);
     return all;
   }
 
-  /** Media has come: of this direction, from there. */
-  void hear(Direction direction, Endpoint source, long now) {
-    Heard media = heard.get(direction);
+  /** Records that media of a direction was received from a source. */
+  void countMedia(Direction direction, Endpoint source, long now) {
+    Flow media = flows.get(direction);
     if (media.first < 0) {
       media.first = now;
     }
@@ -89,87 +100,97 @@ public abstract class Call {
     resumed = -1;
   }
 
-  /** Where so many packets of this direction in a row came from; null when they did not. */
+  /**
+   * Returns the source of the last packets of a direction; null when fewer than the given number came from it in a row.
+   */
   Endpoint steadySource(Direction direction, int packets) {
-    Heard media = heard.get(direction);
+    Flow media = flows.get(direction);
     return media.fromSource >= packets ? media.source : null;
   }
 
-  /** For how long one direction has been heard while the other was not. */
-  long alone(Direction direction, Direction other, long now) {
-    return now - Math.max(heard.get(direction).first, heard.get(other).last);
+  /** Returns how long media of one direction has come without media of the other, in milliseconds. */
+  long oneSidedMillis(Direction direction, Direction other, long now) {
+    return now - Math.max(flows.get(direction).first, flows.get(other).last);
   }
 
-  /** Media is sent there although no signalling said so. */
+  /** Adds a destination that the signalling did not describe. */
   void learn(Endpoint destination, Use use) {
     learned.put(destination, use);
   }
 
+  /** Returns the number of learned destinations. */
   int learned() {
     return learned.size();
   }
 
-  /** Counts the calls of this run. */
+  /** Returns the number of the call, counted from 1 in each run. */
   public int number() {
     return number;
   }
 
-  /** "SIP" or "H.323". */
+  /** Returns "SIP" or "H.323". */
   public String protocol() {
     return protocol;
   }
 
-  /** What the call is known by wherever it is seen: the Call-ID or the H.323 call identifier. */
+  /** Returns the Call-ID or the H.323 call identifier, which is the same on every machine that sees the call. */
   public String id() {
     return id;
   }
 
+  /** Returns the complete name of the caller. */
   public String caller() {
     return caller;
   }
 
+  /** Returns the complete name of the callee. */
   public String callee() {
     return callee;
   }
 
-  /** The parties, fit for a file name. */
+  /** Returns the names of both parties, safe for a file name. */
   public String fileNames() {
     return fileNames;
   }
 
-  /** Milliseconds since 1970. */
+  /** Returns the time of the first message. */
   public long start() {
     return start;
   }
 
+  /** Returns the IPv4 address that the first message came from. */
   int origin() {
     return origin;
   }
 
+  /** Whether media of either direction was received. */
   public boolean hasMedia() {
-    return heard.values().stream().anyMatch(media -> media.first >= 0);
+    return flows.values().stream().anyMatch(media -> media.first >= 0);
   }
 
+  /** Records that a message was received. */
   void active(long now) {
     lastActivity = now;
     resumed = -1;
   }
 
+  /** Returns the time of the last message or media packet. */
   public long lastActivity() {
     return lastActivity;
   }
 
-  /** The recorder was started anew: a call that ended meanwhile shows no more life. */
+  /** Marks the call as restored after a restart. It ends soon unless a message or media follows. */
   public void resume(long now) {
     lastActivity = now;
     resumed = now;
   }
 
-  /** Whether nothing has been seen of it since the recorder was started anew. */
+  /** Whether nothing was received for the call since the restart. */
   public boolean isOnlyResumed() {
     return resumed >= 0;
   }
 
+  /** Records the time of the first answer. */
   void answered(long now) {
     if (answered < 0) {
       answered = now;
@@ -184,34 +205,37 @@ public abstract class Call {
     return answered;
   }
 
+  /** Adds a remark for the report. */
   void note(String text) {
     if (notes.size() < MAX_NOTES) {
       notes.add(text);
     }
   }
 
+  /** Returns the remarks for the report. */
   public Set<String> notes() {
     return Collections.unmodifiableSet(notes);
   }
 
-  /** The call will end then, unless something speaks against it before. */
+  /** Schedules the end of the call, unless {@link #cancelEnd} is called before. */
   void endAt(long time, String reason) {
     deadline = time;
     deadlineReason = reason;
   }
 
-  void goOn() {
+  /** Cancels {@link #endAt}. */
+  void cancelEnd() {
     deadline = Long.MAX_VALUE;
     deadlineReason = null;
   }
 
-  /** Why it is about to end; null when it is not. */
+  /** Returns the reason of the scheduled end; null when none is scheduled. */
   public String deadlineReason() {
     return deadlineReason;
   }
 
-  /** Why the call is over by now, or null while it is not. */
-  String overdue(long now, long idleMillis, long unansweredMillis) {
+  /** Returns the reason when the call is over by now; null while it is not. */
+  String expiryReason(long now, long idleMillis, long unansweredMillis) {
     if (now >= deadline) {
       return deadlineReason;
     }

@@ -15,44 +15,65 @@ import java.util.Set;
 import java.util.function.Consumer;
 
 /**
- * Tells which call a frame belongs to, and keeps the sniffers' lists of destinations in step with the calls. It records
- * nothing. All of it happens on one thread.
+ * Assigns frames to calls, and keeps the lists of destinations of the sniffers up to date. It records nothing. All
+ * methods belong to one thread, which also calls the listener. Times are milliseconds since 1970.
  *
- * <p>A call is announced to the listener before its first frame is returned, and the commands that ask for its media are
- * on their way before the listener hears of it.
+ * <p>The commands for the media of a new call are sent first, then the listener is called, then the first frame of the
+ * call is returned.
  */
 public final class CallFollower {
-  /** How a call ended that made way for others. */
+  /** The end reason of a call that made way for others. */
   public static final String DROPPED = "dropped: too many calls";
 
-  /** How many packets must come from one address before media is believed to be sent there as well. */
+  /** The number of packets from one address before that address is learned as a destination. */
   private static final int STEADY_PACKETS = 10;
   private static final long ONE_SIDED_MILLIS = 400;
   private static final int MAX_LEARNED = 4;
   private static final long SOON_MILLIS = 10_000;
 
-  /** What becomes of calls. */
+  /** Is called for the events of calls. */
   public interface Listener {
+    /** A call has begun. */
     void began(Call call, long now);
 
-    /** One of its messages has come, the first behind {@link #began}, the last before {@link #ended}. */
+    /**
+     * A message of a call was received. The first one follows {@link #began}, the last one comes before {@link #ended}.
+     *
+     * @param label "INVITE", "180 Ringing", "Setup"
+     */
     default void signalled(Call call, Frame frame, String label, long now) {}
 
-    /** Keys were pressed, as the signalling tells. */
+    /** The signalling has reported pressed keys. */
     default void dialled(Call call, Direction direction, String digits, long now) {}
 
-    /** Its media is no longer asked for. */
+    /**
+     * A call has ended. Its media is no longer asked for.
+     *
+     * @param how the reason: "hung up by caller"
+     */
     void ended(Call call, String how, long now);
 
-    /** More calls than can be followed: new ones are not, from now on. Told once for each time. */
+    /** The limit of calls was reached; new calls are not followed. Called once each time the limit is reached. */
     default void full(int calls) {}
   }
 
-  /** Bounds: calls at a time, how long a call may be silent, how long it may stay unanswered. */
+  /**
+   * The limits for calls.
+   *
+   * @param calls the most calls at a time
+   * @param idleMillis a call ends after this time without messages and media
+   * @param unansweredMillis the same for an unanswered call without media
+   */
   public record Limits(int calls, long idleMillis, long unansweredMillis) {
-    /** A call that nobody answers is given up after five minutes; phones do so earlier. */
+    /** 4000 calls, an hour of silence, five minutes without an answer (phones give up earlier). */
     public static final Limits DEFAULT = new Limits(4000, 3_600_000, 300_000);
 
+    /** Returns these limits with another number of calls. */
+    public Limits withCalls(int number) {
+      return new Limits(number, idleMillis, unansweredMillis);
+    }
+
+    /** Returns these limits with another idle time. */
     public Limits withIdle(long millis) {
       return new Limits(calls, millis, unansweredMillis);
     }
@@ -64,16 +85,16 @@ public final class CallFollower {
   private final SipCalls sipCalls = new SipCalls(this);
   private final H323Calls h323Calls = new H323Calls(this);
   private final Set<Call> calls = new LinkedHashSet<>();
-  /** Those of them that no media has come of, by the address that their signalling came from, oldest first. */
+  /** The calls without media, by the address that their signalling came from, oldest first. */
   private final Map<Integer, Set<Call>> silent = new HashMap<>();
   private int lastNumber;
   private long malformed;
   private boolean full;
 
   /**
-   * Asks for media by the given way to all sniffers.
+   * Makes a follower without calls.
    *
-   * @param sniffers carries out commands at once
+   * @param sniffers sends a command to all sniffers
    */
   public CallFollower(Listener listener, Limits limits, Consumer<Command> sniffers) {
     this.listener = listener;
@@ -81,12 +102,15 @@ public final class CallFollower {
     destinations = new Destinations(sniffers);
   }
 
-  /** Follows a frame of signalling; the call that it belongs to, which it may have ended, or null. */
+  /** Handles a signalling frame. Returns its call, which the frame may have ended, or null. */
   public Call signalling(Frame frame, long now) {
     return frame.protocol() == Frame.SIP ? sipCalls.accept(frame, now) : h323Calls.accept(frame, now);
   }
 
-  /** Whose media a frame is; null when nobody's, and then it is asked for no longer. */
+  /**
+   * Handles a media frame. Returns its call and direction. Returns null when no call uses the destination, and then
+   * asks the sniffers to stop forwarding it.
+   */
   public Call.Use media(Frame frame, long now) {
     Call.Use use = destinations.find(frame.destination(), frame.source());
     if (use == null) {
@@ -95,27 +119,28 @@ public final class CallFollower {
     }
     Call call = use.call();
     if (!call.hasMedia()) {
-      unsilence(call);
+      removeSilent(call);
     }
-    call.hear(use.direction(), frame.source(), now);
+    call.countMedia(use.direction(), frame.source(), now);
     learnFrom(use, now);
     return use;
   }
 
   /**
-   * Behind address translation a party receives where it sends from (symmetric RTP), and not where its signalling says.
-   * So when one direction is heard and the other is not, the source of the one is taken for the destination of the
-   * other.
+   * Learns a destination. A party that is subject to address translation receives media at the address that it sends
+   * from (symmetric RTP), not at the signalled one. So when only one direction is received, its source becomes a
+   * destination of the other direction.
    */
   private void learnFrom(Call.Use use, long now) {
     Call call = use.call();
     Endpoint source = call.steadySource(use.direction(), STEADY_PACKETS);
     Direction other = use.direction().opposite();
-    if (source == null || call.learned() == MAX_LEARNED || call.alone(use.direction(), other, now) < ONE_SIDED_MILLIS) {
+    if (source == null || call.learned() == MAX_LEARNED
+        || call.oneSidedMillis(use.direction(), other, now) < ONE_SIDED_MILLIS) {
       return;
     }
     Map<Endpoint, Call.Use> known = call.destinations();
-    if (source.isMedia() && !known.containsKey(source)) {
+    if (source.acceptsMedia() && !known.containsKey(source)) {
       Sdp.Media media = known.values().stream().filter(of -> of.direction() == other).map(Call.Use::media).findFirst()
           .orElse(use.media());
       call.learn(source, new Call.Use(call, other, media));
@@ -123,50 +148,55 @@ public final class CallFollower {
     }
   }
 
-  /** Ends calls whose time has come; to be called a few times a second. */
+  /**
+   * Ends the calls that are over by the time limits. To be called a few times a second.
+   *
+   * @param commandsGetLost whether commands for destinations without media are repeated
+   */
   public void tick(long now, boolean commandsGetLost) {
     if (commandsGetLost) {
       destinations.repeat(now);
     }
     List<Call> overdue = new ArrayList<>();
     calls.forEach(call -> {
-      if (call.overdue(now, limits.idleMillis, limits.unansweredMillis) != null) {
+      if (call.expiryReason(now, limits.idleMillis, limits.unansweredMillis) != null) {
         overdue.add(call);
       }
     });
-    overdue.forEach(call -> end(call, call.overdue(now, limits.idleMillis, limits.unansweredMillis), now));
+    overdue.forEach(call -> end(call, call.expiryReason(now, limits.idleMillis, limits.unansweredMillis), now));
   }
 
-  /** Asks a sniffer whose list is empty for everything. */
+  /** Asks a sniffer with an empty list for all destinations. */
   public void resend(Consumer<Command> sniffer) {
     destinations.resend(sniffer);
   }
 
+  /** Returns the running calls, oldest first: a view that changes with them. */
   public Collection<Call> calls() {
     return Collections.unmodifiableSet(calls);
   }
 
-  /** Calls that have begun so far. */
+  /** Returns the number of calls so far. */
   public int seen() {
     return lastNumber;
   }
 
-  /** Frames of signalling that made no sense. */
+  /** Returns the number of malformed signalling frames. */
   public long malformed() {
     return malformed;
   }
 
-  /** Ends a call whatever its signalling says. */
+  /** Ends a call in any state of its signalling. */
   public void end(Call call, String how, long now) {
     if (calls.remove(call)) {
-      unsilence(call);
+      removeSilent(call);
       call.ended(now);
       destinations.update(call, Map.of(), now);
       listener.ended(call, how, now);
     }
   }
 
-  // What the followers of one kind of signalling ask for.
+  // The methods below are for SipCalls and H323Calls.
 
   int nextNumber() {
     return ++lastNumber;
@@ -177,13 +207,13 @@ public final class CallFollower {
   }
 
   /**
-   * Whether another call can be followed. A flood of calls that carry no media makes way: first those of the address
-   * that most of them came from.
+   * Makes room for another call. Returns whether there is room. At the limit a call without media makes way, one from
+   * the address with the most calls without media.
    */
-  boolean hasRoom(long now) {
+  boolean makeRoom(long now) {
     if (calls.size() >= limits.calls && !silent.isEmpty()) {
       Set<Call> most = Collections.max(silent.values(), Comparator.comparingInt(Set::size));
-      end(Collections.min(most, Comparator.comparingInt(call -> worth(call, now))), DROPPED, now);
+      end(Collections.min(most, Comparator.comparingInt(call -> priority(call, now))), DROPPED, now);
     }
     boolean room = calls.size() < limits.calls;
     if (!room && !full) {
@@ -193,12 +223,15 @@ public final class CallFollower {
     return room;
   }
 
-  /** Of a call without media: media comes soon after the answer, or it never comes. Of equals the oldest is the least. */
-  private static int worth(Call call, long now) {
+  /**
+   * Returns the priority of a call without media. Media comes soon after the answer or never, so a call that was
+   * answered long ago has the lowest priority. Among equal calls the oldest one makes way.
+   */
+  private static int priority(Call call, long now) {
     return !call.isAnswered() ? 1 : now - call.answeredAt() < SOON_MILLIS ? 2 : 0;
   }
 
-  /** The signalling has told something about the call; of a new one the media is asked for before anything is said. */
+  /** Updates the destinations of a call, and reports a new call to the listener afterwards. */
   void update(Call call, long now) {
     destinations.update(call, call.destinations(), now);
     if (calls.add(call)) {
@@ -215,7 +248,7 @@ public final class CallFollower {
     listener.dialled(call, direction, digits, now);
   }
 
-  private void unsilence(Call call) {
+  private void removeSilent(Call call) {
     Set<Call> ofOrigin = silent.get(call.origin());
     if (ofOrigin != null && ofOrigin.remove(call) && ofOrigin.isEmpty()) {
       silent.remove(call.origin());

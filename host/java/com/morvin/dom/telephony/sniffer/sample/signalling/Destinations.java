@@ -10,12 +10,12 @@ import java.util.Map;
 import java.util.function.Consumer;
 
 /**
- * Which destinations the sniffer has been asked to forward, and for which calls. A destination that several calls use
- * is asked for once and dismissed when the last of them has gone.
+ * The destinations that the sniffers were asked to forward, and the calls that use them. A destination that several
+ * calls use is requested once, and dismissed when the last of the calls has ended.
  */
 final class Destinations {
   private static final int MAX_DISMISSED = 4096;
-  /** Calls that share a destination; a real one is shared by two or three. */
+  /** The most calls that share a destination. Real calls share one between two or three. */
   private static final int MAX_USES = 16;
   private static final int MAX_REPEATS = 3;
   private static final long REPEAT_MILLIS = 1000;
@@ -38,14 +38,14 @@ final class Destinations {
 
   private final Map<Endpoint, Entry> entries = new LinkedHashMap<>();
   private final Map<Call, Map<Endpoint, Call.Use>> ofCalls = new HashMap<>();
-  private final Recent<Endpoint, Long> dismissed = new Recent<>(MAX_DISMISSED);
+  private final BoundedMap<Endpoint, Long> dismissed = new BoundedMap<>(MAX_DISMISSED);
   private final Consumer<Command> sniffers;
 
   Destinations(Consumer<Command> sniffers) {
     this.sniffers = sniffers;
   }
 
-  /** Makes these the destinations of the call, in place of those it had. New ones are asked for before old ones go. */
+  /** Replaces the destinations of a call. New ones are requested before old ones are dismissed. */
   void update(Call call, Map<Endpoint, Call.Use> wanted, long now) {
     Map<Endpoint, Call.Use> before = ofCalls.getOrDefault(call, Map.of());
     wanted.forEach((endpoint, use) -> {
@@ -78,14 +78,14 @@ final class Destinations {
   }
 
   private void dismiss(Endpoint endpoint, long now) {
-    dismissed.renew(endpoint, now);
+    dismissed.putLast(endpoint, now);
     sniffers.accept(Command.remove(endpoint));
   }
 
   /**
-   * Whose media it is that was sent from one address to another; null when nobody's is. Of several calls the one whose
-   * other party receives at the source has the best claim (most telephones send from where they receive), then the
-   * newest.
+   * Returns the use of a destination by the call of a media frame; null when no call uses it. Of several calls, the
+   * first choice is one whose other party receives at the source (most telephones send from there), then the newest
+   * one.
    */
   Call.Use find(Endpoint destination, Endpoint source) {
     Entry entry = entries.get(destination);
@@ -104,8 +104,8 @@ final class Destinations {
   }
 
   /**
-   * The sniffer forwards what no call uses: it missed the command, or the recorder was started anew. What was still
-   * under way when the command was sent is no reason to repeat it.
+   * Dismisses a destination that no call uses. A sniffer forwards it because it missed the command, or because the
+   * recorder was restarted. The command is not repeated within 1 s, because frames sent before it may still arrive.
    */
   void unwanted(Endpoint endpoint, long now) {
     Long last = dismissed.get(endpoint);
@@ -114,14 +114,14 @@ final class Destinations {
     }
   }
 
-  /** Asks a sniffer for everything: its list is empty. */
-  void resend(Consumer<Command> anew) {
-    entries.keySet().forEach(endpoint -> anew.accept(Command.add(endpoint)));
+  /** Asks a sniffer with an empty list for all destinations. */
+  void resend(Consumer<Command> sniffer) {
+    entries.keySet().forEach(endpoint -> sniffer.accept(Command.add(endpoint)));
   }
 
   /**
-   * Where commands can get lost, asks again for destinations that nothing has come from, a few times: an entry that was
-   * there already appears twice in the sniffer's list, which does no harm, and goes when the other goes.
+   * Requests destinations without media again, up to three times. For transports that can lose commands. A second entry
+   * in the list of the sniffer is harmless: one command removes both.
    */
   void repeat(long now) {
     entries.forEach((endpoint, entry) -> {

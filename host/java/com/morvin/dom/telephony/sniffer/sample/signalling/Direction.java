@@ -1,8 +1,10 @@
 package com.morvin.dom.telephony.sniffer.sample.signalling;
 
-/** Whose voice it is. */
+/** The direction of media: which party sends it. */
 public enum Direction {
+  /** Sent by the caller. */
   FROM_CALLER("from-caller"),
+  /** Sent by the callee. */
   FROM_CALLEE("from-callee");
 
   private final String label;
@@ -11,11 +13,12 @@ public enum Direction {
     this.label = label;
   }
 
-  /** What is sent to an address of one party is spoken by the other. */
+  /** Returns the direction of media sent to the caller or to the callee: the other party sends it. */
   public static Direction to(boolean caller) {
     return caller ? FROM_CALLEE : FROM_CALLER;
   }
 
+  /** Returns the other direction. */
   public Direction opposite() {
     return this == FROM_CALLER ? FROM_CALLEE : FROM_CALLER;
   }

@@ -12,19 +12,19 @@ import java.util.Map;
 /**
  * Follows H.323 calls by the descriptions of their messages.
  *
- * <p>A call reference means something only on its signalling connection, so a call is known by both together. One call
- * can have several such legs: past a gatekeeper that routes signalling, which keeps the call identifier, and on an
- * H.245 connection of its own, which runs between the same hosts with the same call reference.
+ * <p>A call reference is valid only on its signalling connection, so both together identify a leg. A call can have
+ * several legs: on the other side of a gatekeeper that routes signalling, with the same call identifier, and on a
+ * separate H.245 connection, between the same hosts and with the same call reference.
  */
 final class H323Calls {
   private static final int H323_PORT = 1720;
-  // Bounds against hostile traffic.
+  // Limits against hostile traffic.
   private static final int MAX_LEGS = 8;
   private static final int MAX_DESTINATIONS = 32;
   private static final int MAX_ENDED = 4096;
   private static final long LATE_MILLIS = 10_000;
 
-  /** A connection by its ends, in the order of their numbers, and the call reference on it. */
+  /** A connection, identified by its ends in ascending order, and a call reference on it. */
   private record LegId(String callReference, Endpoint low, Endpoint high) {
     static LegId of(String callReference, Frame frame) {
       Endpoint a = frame.source();
@@ -38,12 +38,12 @@ final class H323Calls {
     }
   }
 
-  /** A leg of a call and which end of it the calling side is. */
+  /** A leg of a call and its calling end. */
   private record Leg(H323Call call, Endpoint calling) {}
 
   private final CallFollower follower;
-  /** Legs and call identifiers of calls that have ended, and when. */
-  private final Recent<Object, Long> ended = new Recent<>(MAX_ENDED);
+  /** The legs and call identifiers of ended calls, with the time of the end. */
+  private final BoundedMap<Object, Long> ended = new BoundedMap<>(MAX_ENDED);
   private final Map<LegId, Leg> legs = new HashMap<>();
   private final Map<String, H323Call> byCallId = new HashMap<>();
 
@@ -51,7 +51,7 @@ final class H323Calls {
     this.follower = follower;
   }
 
-  /** The call that the text belongs to, or null. */
+  /** Handles a description. Returns its call or null. */
   Call accept(Frame frame, long now) {
     H323Text text = H323Text.parse(frame.payload());
     if (text == null) {
@@ -74,7 +74,7 @@ final class H323Calls {
     return leg.call;
   }
 
-  /** Whether it is about a call that has just ended: another sniffer may be late with the same. */
+  /** Whether the description belongs to a call that has just ended. Another sniffer may deliver it late. */
   private boolean isLate(LegId id, H323Text text, long now) {
     if (text.type() == H323Text.SETUP && text.callId().isEmpty()) {
       return false;
@@ -83,7 +83,7 @@ final class H323Calls {
     return end != null && now - end < LATE_MILLIS;
   }
 
-  /** A new leg, of a call that is known already or of a new one; null when the text is about neither. */
+  /** Adds a leg to a known or a new call. Returns null when there is no such call. */
   private Leg join(LegId id, H323Text text, Frame frame, long now) {
     if (text.type() == H323Text.RELEASE_COMPLETE) {
       return null;
@@ -98,8 +98,8 @@ final class H323Calls {
       }
     }
     if (call == null) {
-      // Without its Setup a call is worth following only if its media is told.
-      if (text.type() != H323Text.SETUP && text.media().isEmpty() || !follower.hasRoom(now)) {
+      // A call whose Setup was missed is followed only if its media is described.
+      if (text.type() != H323Text.SETUP && text.media().isEmpty() || !follower.makeRoom(now)) {
         return null;
       }
       call = new H323Call(text, calling, calling == frame.source() ? frame.destination() : frame.source(), now);
@@ -115,12 +115,13 @@ final class H323Calls {
     return leg;
   }
 
-  /** The leg that an H.245 connection belongs to: of several the one that began last. */
+  /** Returns the leg that a separate H.245 connection belongs to: of several the one of the newest call. */
   private Leg signallingOf(LegId h245) {
     Leg newest = null;
     for (Map.Entry<LegId, Leg> entry : legs.entrySet()) {
-      if (entry.getKey().hasHostsOf(h245) && (newest == null || entry.getValue().call.number() > newest.call.number())) {
-        newest = entry.getValue();
+      Leg leg = entry.getValue();
+      if (entry.getKey().hasHostsOf(h245) && (newest == null || leg.call.number() > newest.call.number())) {
+        newest = leg;
       }
     }
     return newest;
@@ -153,11 +154,11 @@ final class H323Calls {
   }
 
   private final class H323Call extends Call {
-    /** The first is the one the call began on. */
+    /** The legs of the call. The call began on the first one. */
     private final List<LegId> legs = new ArrayList<>();
     private final Map<Endpoint, Use> destinations = new LinkedHashMap<>();
 
-    /** Parties without an alias are known by their address. */
+    /** Makes a call. The name of a party without an alias is its address. */
     H323Call(H323Text text, Endpoint calling, Endpoint called, long now) {
       this(text, calling, text.caller().isEmpty() ? calling.address() : text.caller(),
           text.callee().isEmpty() ? called.address() : text.callee(), now);
@@ -168,12 +169,15 @@ final class H323Calls {
           callee, Text.fileNamePart(caller) + "-" + Text.fileNamePart(callee), calling.ip(), now);
     }
 
-    /** Whether the text begins another call although this one's end was not seen. */
+    /** Whether the description begins another call on the same leg: the end of this call was missed. */
     boolean isReplacedBy(H323Text text) {
       return text.type() == H323Text.SETUP && !text.callId().isEmpty() && !text.callId().equals(id());
     }
 
-    /** A gatekeeper may try several callees: a later leg that is released is not yet the end. */
+    /**
+     * Removes a released leg. Returns whether the call is over. The release of a later leg does not end the call,
+     * because a gatekeeper may try several callees.
+     */
     boolean isOverWithout(LegId released) {
       boolean first = legs.indexOf(released) == 0;
       legs.remove(released);
@@ -200,8 +204,8 @@ final class H323Calls {
     void ended(long now) {
       legs.forEach(H323Calls.this.legs::remove);
       byCallId.remove(id(), this);
-      legs.forEach(leg -> H323Calls.this.ended.renew(leg, now));
-      H323Calls.this.ended.renew(id(), now);
+      legs.forEach(leg -> H323Calls.this.ended.putLast(leg, now));
+      H323Calls.this.ended.putLast(id(), now);
     }
   }
 }

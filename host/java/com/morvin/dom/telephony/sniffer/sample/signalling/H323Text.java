@@ -9,17 +9,20 @@ import java.util.regex.Matcher;
 import java.util.regex.Pattern;
 
 /**
- * The description of an H.323 message, which is lines that start with a letter and a colon.
+ * The description of an H.323 message: lines that start with a letter and a colon.
  *
- * @param type the Q.931 message type, or one of the types of H.245 messages on a connection of their own
+ * @param type the Q.931 message type, or the type of an H.245 message on a separate connection
  * @param callReference decimal, the same in both directions
  * @param callId the call identifier; empty when the message had none
- * @param media where the sender of the message wants to receive RTP
+ * @param caller the alias of the caller; empty when the message had none
+ * @param callee the alias of the callee; empty when the message had none
+ * @param media where the sender of the message receives RTP
  * @param codecs names of codecs other than G.711
- * @param digits that were dialled in the call; empty when none were
+ * @param digits dialled during the call; empty when there are none
  */
-public record H323Text(int type, String callReference, String callId, String caller, String callee, List<Endpoint> media,
-    List<String> codecs, String digits) {
+public record H323Text(int type, String callReference, String callId, String caller, String callee,
+    List<Endpoint> media, List<String> codecs, String digits) {
+  // Message types.
   public static final int ALERTING = 1;
   public static final int CALL_PROCEEDING = 2;
   public static final int PROGRESS = 3;
@@ -43,7 +46,7 @@ public record H323Text(int type, String callReference, String callId, String cal
   private static final Pattern ADDRESS = Pattern.compile("rtp:([0-9.]{7,15}) (\\d{1,5})");
   private static final Pattern CODEC = Pattern.compile("[fr]codec:(\\w{1,64}) \\d+,");
 
-  /** Null when the text lacks what every description has, its type and call reference. */
+  /** Parses a description. Returns null when it has no type or no call reference. */
   public static H323Text parse(byte[] payload) {
     int end = payload.length;
     while (end > 0 && payload[end - 1] == 0) {
@@ -70,14 +73,16 @@ public record H323Text(int type, String callReference, String callId, String cal
         case 'd' -> callee = value.substring(0, Math.min(value.length(), MAX_NAME));
         case 'i' -> digits = value.matches("[0-9A-D*#!]{1,64}") ? value : digits;
         case 'm', 'a' -> describe(value, media, codecs);
-        default -> { }  // what later versions may add
+        default -> { }  // from a later version of the sniffer
       }
     }
-    return type < 0 || callReference.isEmpty()
-        ? null : new H323Text(type, callReference, callId, caller, callee, List.copyOf(media), List.copyOf(codecs), digits);
+    if (type < 0 || callReference.isEmpty()) {
+      return null;
+    }
+    return new H323Text(type, callReference, callId, caller, callee, List.copyOf(media), List.copyOf(codecs), digits);
   }
 
-  /** Forward and reverse descriptions follow each other without a separator: their parts are found by prefix. */
+  /** Reads a media line. Its forward and reverse parts have no separator, so they are found by their prefixes. */
   private static void describe(String channel, List<Endpoint> media, List<String> codecs) {
     for (Matcher address = ADDRESS.matcher(channel); media.size() < MAX_MEDIA && address.find();) {
       Endpoint.ofMedia(address.group(1), Integer.parseInt(address.group(2))).ifPresent(media::add);
@@ -89,16 +94,17 @@ public record H323Text(int type, String callReference, String callId, String cal
     }
   }
 
-  /** "Setup", "Connect". */
+  /** Returns the name of the message: "Setup", "Connect". */
   public String label() {
     return LABELS.getOrDefault(type, "message " + type);
   }
 
+  /** Whether the message came on a separate H.245 connection. */
   public boolean isSeparateH245() {
     return type == OPEN_LOGICAL_CHANNEL || type == OPEN_LOGICAL_CHANNEL_ACK;
   }
 
-  /** Whether only the called side sends such messages. */
+  /** Whether only the called side sends messages of this type. */
   public boolean isFromCallee() {
     return switch (type) {
       case ALERTING, CALL_PROCEEDING, PROGRESS, CONNECT, SETUP_ACKNOWLEDGE -> true;

@@ -7,33 +7,40 @@ import java.util.List;
 import java.util.Map;
 import java.util.Optional;
 
-/** The audio and fax that a session description (RFC 4566) offers to receive. */
+/**
+ * The audio and fax media of a session description (RFC 4566).
+ *
+ * @param media in the order of the description
+ */
 public record Sdp(List<Media> media) {
   private static final int MAX_MEDIA = 8;
   private static final int MAX_CODECS = 32;
 
-  /** What is sent to the address. */
+  /** The kind of media that is sent to the address. */
   public enum Kind {
+    /** RTP in clear. */
     RTP,
-    /** RTP whose payload is encrypted. */
+    /** RTP with an encrypted payload. */
     SECURE_RTP,
-    /** T.38 over UDPTL, which is no RTP. */
+    /** T.38 over UDPTL. */
     FAX
   }
 
   /**
-   * One m= line. Without addresses (held or refused) nothing can be sent there.
+   * One m= line.
    *
-   * @param codecs by payload type, as the rtpmap attributes name them: "PCMA/8000"
+   * @param rtp where RTP or T.38 is received; empty when the media is on hold or refused
+   * @param rtcp where RTCP is received; empty without it
+   * @param codecs the rtpmap attributes, such as "PCMA/8000", by payload type
    */
   public record Media(Optional<Endpoint> rtp, Optional<Endpoint> rtcp, Map<Integer, String> codecs, Kind kind) {
-    /** Media of which nothing but the addresses is known. */
+    /** Returns media with known addresses and unknown codecs. */
     static Media at(Endpoint rtp) {
       return new Media(Optional.of(rtp), Optional.of(rtp.next()), Map.of(), Kind.RTP);
     }
   }
 
-  /** Reads what it understands and skips the rest: only audio over RTP and fax count. */
+  /** Parses a description. Skips all lines and media that it does not know. */
   public static Sdp parse(String text) {
     List<Section> sections = new ArrayList<>();
     String sessionAddress = "";
@@ -61,7 +68,7 @@ public record Sdp(List<Media> media) {
     return new Sdp(sections.stream().filter(Section::isKnown).map(Section::media).toList());
   }
 
-  /** Of "IN IP4 10.0.0.1" or "IN IP4 10.0.0.1/127"; anything else gives an address that cannot be used. */
+  /** Returns the address of "IN IP4 10.0.0.1" or "IN IP4 10.0.0.1/127"; of any other text an empty one. */
   private static String connectionAddress(String value) {
     String[] words = value.trim().split("\\s+");
     return words.length >= 3 && words[0].equals("IN") && words[1].equals("IP4") ? words[2].split("/", 2)[0] : "";
@@ -71,7 +78,7 @@ public record Sdp(List<Media> media) {
     return digits.matches("\\d{1,5}") ? Integer.parseInt(digits) : 0;
   }
 
-  /** An m= line and what follows it. */
+  /** An m= line and its attributes. */
   private static final class Section {
     private final String[] words;
     private final Map<Integer, String> codecs = new HashMap<>();
@@ -79,7 +86,7 @@ public record Sdp(List<Media> media) {
     private String rtcpAddress = "";
     private int rtcpPort;
 
-    /** An m= line is "audio 49170 RTP/AVP 8 0" or, with a number of ports, "audio 49170/2 RTP/AVP 8". */
+    /** Reads "audio 49170 RTP/AVP 8 0" or, with a number of ports, "audio 49170/2 RTP/AVP 8". */
     Section(String line, String address) {
       words = line.trim().split("\\s+");
       this.address = address;

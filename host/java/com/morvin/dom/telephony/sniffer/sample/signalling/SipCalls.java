@@ -10,43 +10,44 @@ import java.util.Map;
 import java.util.Optional;
 import java.util.Set;
 
-/** Follows SIP calls by their messages, whichever side of a proxy they were seen on. */
+/** Follows SIP calls by their messages, captured on either side of a proxy. */
 final class SipCalls {
-  // Bounds against hostile traffic.
+  // Limits against hostile traffic.
   private static final int MAX_LEGS = 64;
   private static final int MAX_BRANCHES = 64;
   private static final int MAX_DESTINATIONS = 64;
   private static final int MAX_ENDED = 4096;
 
-  /** The requests whose success can change where media goes. */
+  /** The requests whose success can change the destinations of media. */
   private static final Set<String> FOLLOWED = Set.of("INVITE", "UPDATE", "PRACK", "BYE");
 
-  /** How long a rejected call may take to be tried again, with credentials or at another place. */
+  /** The time in which a rejected call may be tried again, with credentials or at another address. */
   private static final long RETRY_MILLIS = 5_000;
-  /** How long a party may take to answer a BYE or a CANCEL; RFC 3261 gives it 32 seconds. */
-  private static final long GOODBYE_MILLIS = 32_000;
+  /** The time in which a BYE or a CANCEL must be answered (RFC 3261: 32 s). */
+  private static final long BYE_TIMEOUT_MILLIS = 32_000;
 
   private final CallFollower follower;
   private final Map<String, SipCall> calls = new HashMap<>();
 
   /**
-   * The INVITEs of a call that has ended, and when: their senders may repeat them for a while, or another sniffer may
-   * tell of them late. On another branch it is another attempt, although a forking proxy keeps Call-ID and CSeq.
+   * An ended call: the CSeq and the branches of its INVITEs, and the time of its end. A sender may repeat an INVITE,
+   * and another sniffer may deliver it late. An INVITE on another branch is a new attempt, although a forking proxy
+   * keeps Call-ID and CSeq.
    */
   private record Ended(long invite, Set<String> branches, long time) {
     boolean isRepeatedBy(SipMessage message, long now) {
       boolean known = message.branch().isEmpty() ? message.cseq() <= invite : branches.contains(message.branch());
-      return now - time < GOODBYE_MILLIS && (known || message.cseq() < invite);
+      return now - time < BYE_TIMEOUT_MILLIS && (known || message.cseq() < invite);
     }
   }
 
-  private final Recent<String, Ended> ended = new Recent<>(MAX_ENDED);
+  private final BoundedMap<String, Ended> ended = new BoundedMap<>(MAX_ENDED);
 
   SipCalls(CallFollower follower) {
     this.follower = follower;
   }
 
-  /** The call that the message belongs to, or null. */
+  /** Handles a message. Returns its call or null. */
   Call accept(Frame frame, long now) {
     Optional<SipMessage> parsed = SipMessage.parse(frame.payload());
     if (parsed.isEmpty()) {
@@ -58,7 +59,7 @@ final class SipCalls {
     if (call == null) {
       Ended before = ended.get(message.callId());
       if (!message.isRequest("INVITE") || before != null && before.isRepeatedBy(message, now)
-          || !follower.hasRoom(now)) {
+          || !follower.makeRoom(now)) {
         return null;
       }
       call = new SipCall(message, frame.source().ip(), now);
@@ -66,7 +67,7 @@ final class SipCalls {
     }
     call.active(now);
     String end = call.follow(message, frame, now);
-    // Its destinations as they now are also when it ends: the listener hears of every call that was followed.
+    // A call that ends at once is updated as well, because the listener must be called for every call.
     follower.update(call, now);
     follower.signalled(call, frame, message.label(), now);
     if (end != null) {
@@ -76,16 +77,16 @@ final class SipCalls {
   }
 
   /**
-   * One party as seen on one hop: who, by its tag, and the address it was heard at. A proxy passes messages on and may
-   * relay the media, so the same party can have other media addresses on the next hop.
+   * One party on one hop: its tag and its address on that hop. A proxy may relay the media, so the same party can have
+   * other media addresses on the next hop.
    */
   private record LegId(String tag, int ip) {}
 
-  /** The media of one party on one hop by offer and answer (RFC 3264). */
+  /** The media of one party on one hop, by offer and answer (RFC 3264). */
   private static final class Leg {
-    /** Of the latest request with a description; the same again is a retransmission. */
+    /** The CSeq of the last request with a description. The same CSeq again is a retransmission. */
     private long lastOffer = -1;
-    /** Of the requests of the other party that have been answered with success, by method. */
+    /** The CSeq of the last successful request of the other party, by method. */
     private final Map<String, Long> answeredRequests = new HashMap<>();
     private boolean answered;
     private Optional<Sdp> agreed = Optional.empty();
@@ -104,7 +105,7 @@ final class SipCalls {
   private final class SipCall extends Call {
     private final String callerTag;
     private final Map<LegId, Leg> legs = new LinkedHashMap<>();
-    /** Branches of the INVITEs of this attempt, and those of them that no final response has come for. */
+    /** The branches of the INVITEs of this attempt; {@code ringing} holds those without a final response. */
     private final Set<String> branches = new HashSet<>();
     private final Set<String> ringing = new HashSet<>();
     private long lastInvite;
@@ -116,7 +117,7 @@ final class SipCalls {
       callerTag = invite.from().tag();
     }
 
-    /** Returns how the call ended, or null while it has not. */
+    /** Handles a message. Returns the reason when it ends the call, or null. */
     String follow(SipMessage message, Frame frame, long now) {
       if (message.isRequest()) {
         followRequest(message, frame, now);
@@ -147,7 +148,7 @@ final class SipCalls {
         case "INVITE" -> {
           lastInvite = Math.max(lastInvite, request.cseq());
           if (!isAnswered() && branches.size() < MAX_BRANCHES && branches.add(request.branch())) {
-            goOn();
+            cancelEnd();
             ringing.add(request.branch());
           }
           offer(sender, request);
@@ -157,15 +158,15 @@ final class SipCalls {
         case "CANCEL" -> {
           if (!isAnswered()) {
             cancelled = true;
-            endAt(now + GOODBYE_MILLIS, "cancelled");
+            endAt(now + BYE_TIMEOUT_MILLIS, "cancelled");
           }
         }
-        case "BYE" -> endAt(now + GOODBYE_MILLIS, "hung up by " + nameOf(request.from()));
+        case "BYE" -> endAt(now + BYE_TIMEOUT_MILLIS, "hung up by " + nameOf(request.from()));
         default -> { }
       }
     }
 
-    /** Until it is answered the old description stays in force beside the new one. */
+    /** Adds a proposal. The agreed description stays valid until the offer is answered. */
     private void offer(Leg sender, SipMessage request) {
       if (request.cseq() > sender.lastOffer) {
         sender.lastOffer = request.cseq();
@@ -180,15 +181,15 @@ final class SipCalls {
       switch (response.method()) {
         case "INVITE" -> {
           if (!isAnswered()) {
-            goOn();
+            cancelEnd();
             answered(now);
             forgetUnanswered(response.to().tag());
           }
           answerer.answered = true;
           ringing.clear();
-          settle(response, frame, answerer);
+          applyAnswer(response, frame, answerer);
         }
-        case "UPDATE", "PRACK" -> settle(response, frame, answerer);
+        case "UPDATE", "PRACK" -> applyAnswer(response, frame, answerer);
         case "BYE" -> {
           return endOf(response);
         }
@@ -197,8 +198,10 @@ final class SipCalls {
       return null;
     }
 
-    /** Before the call is answered, answers are proposals too: another branch may have made others. */
-    private void settle(SipMessage response, Frame frame, Leg answerer) {
+    /**
+     * Applies an answer. Before the call is answered it is only a proposal, because other branches may answer as well.
+     */
+    private void applyAnswer(SipMessage response, Frame frame, Leg answerer) {
       if (!isAnswered()) {
         response.sdp().ifPresent(sdp -> answerer.proposed = Optional.of(sdp));
         return;
@@ -207,7 +210,7 @@ final class SipCalls {
       leg(response.from(), frame.destination(), false).agreeToProposal();
     }
 
-    /** When one branch of a forked call is answered, the others are given up. */
+    /** Removes the other branches of a forked call after one of them is answered. */
     private void forgetUnanswered(String tag) {
       legs.keySet().removeIf(leg -> !leg.tag.equals(callerTag) && !leg.tag.equals(tag));
     }
@@ -230,24 +233,26 @@ final class SipCalls {
           if (response.status() == 408 || response.status() == 481) {
             return endOf(response);
           }
-          goOn();  // most likely the party is asked for credentials first
+          cancelEnd();  // usually the party must send credentials first
         }
         default -> { }
       }
       return null;
     }
 
-    /** Whether the caller mostly tries again at once: redirected, asked for credentials, or refused an extension. */
+    /** Whether a caller usually tries again: it is redirected, must send credentials, or used a refused extension. */
     private static boolean isWorthRetrying(int status) {
       return status < 400 || status == 401 || status == 407 || status == 420 || status == 422 || status == 488;
     }
 
-    /** A forked call can have several answered dialogs; it ends with the last. */
+    /**
+     * Returns the reason when the last dialog of the call has ended. A forked call can have several answered dialogs.
+     */
     private String endOf(SipMessage byeResponse) {
       String callee = byeResponse.from().tag().equals(callerTag) ? byeResponse.to().tag() : byeResponse.from().tag();
       legs.keySet().removeIf(leg -> leg.tag.equals(callee));
       if (legs.values().stream().anyMatch(leg -> leg.answered)) {
-        goOn();
+        cancelEnd();
         return null;
       }
       return "hung up by " + nameOf(byeResponse.from());
@@ -258,8 +263,10 @@ final class SipCalls {
     }
 
     /**
-     * Only legs that say something about media are kept: of a group of telephones that ring there are many others. When
-     * there are too many, one that was not answered makes way.
+     * Returns the leg of a party. A leg without a description is not kept, because a group of ringing telephones makes
+     * many of them. When there are too many legs, an unanswered one is removed.
+     *
+     * @param matters whether the leg is kept
      */
     private Leg leg(SipMessage.Party party, Endpoint address, boolean matters) {
       LegId id = new LegId(party.tag(), address.ip());
@@ -303,7 +310,7 @@ final class SipCalls {
     @Override
     void ended(long now) {
       calls.remove(id(), this);
-      ended.renew(id(), new Ended(lastInvite, branches, now));
+      ended.putLast(id(), new Ended(lastInvite, branches, now));
     }
   }
 }

@@ -9,15 +9,17 @@ import java.util.regex.Matcher;
 import java.util.regex.Pattern;
 
 /**
- * As much of a SIP message (RFC 3261) as it takes to follow calls.
+ * The parts of a SIP message (RFC 3261) that are needed to follow calls.
  *
- * @param status 0 for a request
- * @param method of a response, the method that it answers
- * @param branch the topmost Via branch, which names the transaction on this hop
+ * @param status the status code of a response; 0 for a request
+ * @param reason the reason phrase of a response
+ * @param method the method of the request, also in a response
+ * @param branch the branch of the topmost Via header, which identifies the transaction on this hop
+ * @param sdp the session description; empty when the message has none
  */
 public record SipMessage(int status, String reason, String method, long cseq, String callId, String branch, Party from,
     Party to, Optional<Sdp> sdp) {
-  /** A From or To header. */
+  /** The URI and the tag of a From or To header. */
   public record Party(String uri, String tag) {
     private static final Pattern TAG = Pattern.compile(";\\s*tag\\s*=\\s*([^;,\\s]{1,256})", Pattern.CASE_INSENSITIVE);
     private static final Pattern QUOTED = Pattern.compile("^\\s*\"(?:[^\"\\\\]|\\\\.)*+\"");
@@ -31,7 +33,7 @@ public record SipMessage(int status, String reason, String method, long cseq, St
       return new Party(uri.strip(), tag.find() ? tag.group(1) : "");
     }
 
-    /** "alice" of "sip:alice@10.0.0.1;user=phone", or the host when there is no user. */
+    /** Returns "alice" for "sip:alice@10.0.0.1;user=phone"; returns the host when there is no user. */
     String name() {
       String address = uri.replaceFirst("^(?i)(sips?|tel):", "");
       String user = address.split("[@;?]", 2)[0];
@@ -48,28 +50,32 @@ public record SipMessage(int status, String reason, String method, long cseq, St
   private static final Pattern BRANCH =
       Pattern.compile(";\\s*branch\\s*=\\s*([^;,\\s]{1,256})", Pattern.CASE_INSENSITIVE);
 
+  /** Whether it is a request. */
   public boolean isRequest() {
     return status == 0;
   }
 
+  /** Whether it is a request with a method. */
   public boolean isRequest(String name) {
     return status == 0 && method.equals(name);
   }
 
+  /** Whether it is a response with a status of 200 to 299. */
   public boolean isSuccess() {
     return status >= 200 && status < 300;
   }
 
+  /** Whether it is a response with a status from 300. */
   public boolean isFailure() {
     return status >= 300;
   }
 
-  /** "INVITE" or "180 Ringing". */
+  /** Returns "INVITE" or "180 Ringing". */
   public String label() {
     return isRequest() ? method : status + " " + reason;
   }
 
-  /** Empty when the bytes are no SIP message or one without what identifies its call. */
+  /** Parses a message. Returns empty when it has no valid Call-ID and CSeq. */
   public static Optional<SipMessage> parse(byte[] bytes) {
     int bodyStart = bodyStart(bytes);
     String[] lines = new String(bytes, 0, bodyStart, StandardCharsets.UTF_8).split("\r?\n", MAX_HEADER_LINES);
@@ -94,7 +100,7 @@ public record SipMessage(int status, String reason, String method, long cseq, St
         sdp(bytes, bodyStart, headers)));
   }
 
-  /** The index behind the first empty line. */
+  /** Returns the index after the first empty line. */
   private static int bodyStart(byte[] bytes) {
     for (int i = 0; i + 1 < bytes.length; i++) {
       if (bytes[i] == '\n' && bytes[i + 1] == '\n') {
@@ -107,7 +113,7 @@ public record SipMessage(int status, String reason, String method, long cseq, St
     return bytes.length;
   }
 
-  /** By name in lower case, compact names written out; of several with one name, the first. */
+  /** Returns the headers by lower-case full name. Of several headers with the same name it returns the first. */
   private static Map<String, String> headers(String[] lines) {
     Map<String, StringBuilder> values = new HashMap<>();
     StringBuilder last = new StringBuilder();
@@ -115,7 +121,7 @@ public record SipMessage(int status, String reason, String method, long cseq, St
       String line = lines[i];
       int colon = line.indexOf(':');
       if (line.charAt(0) == ' ' || line.charAt(0) == '\t') {
-        last.append(' ').append(line.strip());  // a folded header goes on
+        last.append(' ').append(line.strip());  // continues a folded header
       } else if (colon > 0) {
         String name = line.substring(0, colon).strip().toLowerCase(Locale.ROOT);
         last = new StringBuilder(line.substring(colon + 1).strip());
@@ -127,7 +133,7 @@ public record SipMessage(int status, String reason, String method, long cseq, St
     return headers;
   }
 
-  /** The session description, alone in the body or in a part of it; padding behind the body is not read. */
+  /** Returns the session description: the body or a part of it, without padding after the body. */
   private static Optional<Sdp> sdp(byte[] bytes, int start, Map<String, String> headers) {
     String type = headers.getOrDefault("content-type", "").toLowerCase(Locale.ROOT);
     if (!type.startsWith("application/sdp") && !type.startsWith("multipart/")) {

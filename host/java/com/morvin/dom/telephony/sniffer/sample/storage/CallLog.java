@@ -2,11 +2,9 @@ package com.morvin.dom.telephony.sniffer.sample.storage;
 
 import com.morvin.dom.telephony.sniffer.sample.console.Text;
 import java.io.IOException;
-import java.nio.channels.FileChannel;
 import java.nio.charset.StandardCharsets;
 import java.nio.file.Files;
 import java.nio.file.Path;
-import java.nio.file.StandardOpenOption;
 import java.time.Instant;
 import java.time.ZoneId;
 import java.time.format.DateTimeFormatter;
@@ -15,7 +13,7 @@ import java.util.List;
 import java.util.stream.Collectors;
 import java.util.stream.Stream;
 
-/** The table of calls, calls.csv: a line for each, added when it has ended. */
+/** The table of calls, calls.csv, with a line for each ended call. */
 public final class CallLog {
   private static final DateTimeFormatter TIME =
       DateTimeFormatter.ofPattern("yyyy-MM-dd'T'HH:mm:ss.SSSXXX").withZone(ZoneId.systemDefault());
@@ -25,6 +23,7 @@ public final class CallLog {
 
   private final Path file;
 
+  /** Opens the table of a directory, or creates it. */
   public CallLog(Path directory) throws IOException {
     file = directory.resolve("calls.csv");
     if (!Files.exists(file)) {
@@ -34,7 +33,7 @@ public final class CallLog {
     }
   }
 
-  /** A table that an older recorder began has fewer columns: it is kept beside the new one. */
+  /** Renames a table with other columns, which an older recorder has written, and begins a new one. */
   private void keepApartFromOlderTable() throws IOException {
     try (Stream<String> lines = Files.lines(file, StandardCharsets.UTF_8)) {
       if (lines.findFirst().orElse("").equals(line(COLUMNS))) {
@@ -45,11 +44,12 @@ public final class CallLog {
     append(COLUMNS);
   }
 
+  /** Returns the path of the table. */
   public Path file() {
     return file;
   }
 
-  /** Adds the line of a call. On the thread of the disk. */
+  /** Adds the line of a call. Called on the disk thread. */
   void add(CallReport report) throws IOException {
     List<String> fields = new ArrayList<>(List.of(time(report.start()), time(report.end()),
         Text.seconds(report.end() - report.start()), report.protocol(), report.caller(), report.callee(), report.id(),
@@ -73,24 +73,7 @@ public final class CallLog {
   }
 
   private void append(List<String> fields) throws IOException {
-    byte[] line = (line(fields) + "\n").getBytes(StandardCharsets.UTF_8);
-    long end = Files.exists(file) ? Files.size(file) : 0;
-    try {
-      Files.write(file, line, StandardOpenOption.CREATE, StandardOpenOption.APPEND);
-    } catch (IOException e) {
-      // It is tried again, so half a line is worse than none.
-      truncate(end);
-      throw e;
-    }
-  }
-
-  /** Cuts off what came later. */
-  void truncate(long size) throws IOException {
-    if (Files.exists(file) && Files.size(file) > size) {
-      try (FileChannel channel = FileChannel.open(file, StandardOpenOption.WRITE)) {
-        channel.truncate(size);
-      }
-    }
+    FileOperations.append(file, (line(fields) + "\n").getBytes(StandardCharsets.UTF_8));
   }
 
   private static String line(List<String> fields) {

@@ -6,39 +6,39 @@ import java.nio.file.Path;
 import java.util.List;
 
 /**
- * What is known of a call that has ended, as people want to see it. It is kept as a JSON file for each call, whose
- * names are those of the components here. File names are relative to the folder of the recordings. All texts come from
- * the network: they are free of control characters and not overlong, and otherwise anything.
+ * The report of an ended call. It is saved as a JSON file with the names of these components. File names are relative
+ * to the directory of the recordings. Texts from the network have no control characters and a limited length; they can
+ * hold anything else.
  *
- * @param name that the names of its files begin with; one call's alone
+ * @param name the unique name of the report file, without its extension
  * @param protocol "SIP" or "H.323"
  * @param id the Call-ID or the H.323 call identifier
  * @param start milliseconds since 1970
  * @param end milliseconds since 1970
- * @param endReason how it ended: "hung up by caller"
- * @param fromCaller what the caller said
- * @param fromCallee what the callee said
- * @param stereo the file with both, caller left, which begins when the call does; empty when there is none
- * @param ladder the messages of its signalling, in order
- * @param notes what else there is to say
+ * @param endReason why it ended: "hung up by caller"
+ * @param fromCaller the media sent by the caller
+ * @param fromCallee the media sent by the callee
+ * @param stereo the file with both directions, caller left, which begins with the call; empty when there is none
+ * @param ladder the signalling messages, in order
+ * @param notes further remarks
  */
 public record CallReport(String name, String protocol, String id, String caller, String callee, long start, long end,
     String endReason, Voice fromCaller, Voice fromCallee, String stereo, List<Step> ladder, List<String> notes) {
-  /** The folder of the reports, in that of the recordings. */
+  /** The directory of the reports, inside the directory of the recordings. */
   public static final String FOLDER = "calls";
 
   /**
-   * One direction.
+   * The media of one direction.
    *
-   * @param packets of RTP that came, each counted once
-   * @param lost that never came
-   * @param parts the files, in the order in which they begin; mostly one
+   * @param packets the number of received RTP packets without duplicates
+   * @param lost the number of lost packets
+   * @param parts the files in the order of their start; usually one
    * @param digits pressed keys
    */
   public record Voice(long packets, long lost, List<Part> parts, List<Digit> digits) {}
 
   /**
-   * One file of one direction: a WAV file or, of a codec that is not decoded, a pcap file.
+   * One file of one direction: a WAV file or, for a codec that is not decoded, a pcap file.
    *
    * @param codec as SDP names it: "PCMA"
    * @param offset from the start of the call to the first sample, in seconds
@@ -47,14 +47,14 @@ public record CallReport(String name, String protocol, String id, String caller,
    */
   public record Part(String file, String codec, double offset, double duration, List<Gap> gaps) {}
 
-  /** In seconds from the start of the file. */
+  /** A part of a file with lost speech, in seconds from the start of the file. */
   public record Gap(double from, double to) {}
 
-  /** A pressed key, in seconds from the start of the call. */
+  /** A pressed key and its time in seconds from the start of the call. */
   public record Digit(double at, String digit) {}
 
   /**
-   * A message of the signalling.
+   * A signalling message.
    *
    * @param at in seconds from the start of the call
    * @param from address and port
@@ -63,19 +63,19 @@ public record CallReport(String name, String protocol, String id, String caller,
    */
   public record Step(double at, String from, String to, String label) {}
 
-  /** As one line of JSON, which can stand in a script element of a page. */
+  /** Returns one line of JSON, which is safe inside a script element of a page. */
   public String json() {
-    return Json.write(CallReportForm.write(this));
+    return Json.write(RecordMapper.write(this));
   }
 
   /**
    * Reads a report.
    *
-   * @throws IOException also when the file holds something else
+   * @throws IOException when the file cannot be read or is not a report
    */
   public static CallReport read(Path file) throws IOException {
     try {
-      return CallReportForm.read(Json.read(Files.readString(file)));
+      return RecordMapper.read(Json.read(Files.readString(file)));
     } catch (RuntimeException e) {
       throw new IOException(file + " is no report of a call: " + e.getMessage(), e);
     }

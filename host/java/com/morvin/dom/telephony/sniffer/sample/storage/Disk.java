@@ -15,20 +15,21 @@ import java.util.Iterator;
 import java.util.concurrent.TimeUnit;
 
 /**
- * Does all writing, in order, on a thread of its own, so that a disk that is slow, stalls or is full keeps nobody
- * waiting. What cannot be written is tried again until it can; meanwhile it waits in memory, and when that is full the
- * oldest media is dropped and counted.
+ * Runs all jobs that write, in order, on the disk thread, so that no other thread waits for a disk that is slow,
+ * stalled or full. A failed job is repeated until it succeeds. Meanwhile the others wait in memory. When too much
+ * waits, the oldest media is dropped and counted. Any thread may call any method.
  */
 public final class Disk implements AutoCloseable {
   private static final long RETRY_MILLIS = 500;
-  /** After so many tries a job is given up if others can be done there. */
+  /** A job is given up after this number of tries if other files can be written. */
   private static final int TRIES = 3;
   private static final int PROBE_BYTES = 64 << 10;
   private static final int JOB_OVERHEAD = 200;
   private static final long CLOSE_SECONDS = 8;
 
-  /** Something to write, from the beginning each time it is tried. */
+  /** A job for the disk thread. It starts from the beginning each time it is repeated. */
   public interface Job {
+    /** Runs the job. An exception makes the disk thread repeat it. */
     void run() throws IOException;
   }
 
@@ -47,10 +48,11 @@ public final class Disk implements AutoCloseable {
   private long failingSince;
 
   /**
-   * Writes into a directory.
+   * Starts the disk thread.
    *
-   * @param maxBytes what may wait
-   * @param gate runs before each job and each try, in its place when it throws: a test can stand for a bad disk
+   * @param directory is probed to distinguish a full disk from a fault of one file
+   * @param maxBytes the most media that waits
+   * @param gate runs before each try of a job, which fails when it throws; a test simulates a faulty disk with it
    */
   public Disk(Path directory, long maxBytes, Console console, Job gate) {
     this.directory = directory;
@@ -61,12 +63,17 @@ public final class Disk implements AutoCloseable {
     writer.start();
   }
 
-  /** Does a job that must not be left out, unless it can never succeed. */
-  public void then(Job job) {
+  /** Queues a job that is not dropped. It is given up only when it cannot succeed. */
+  public void submit(Job job) {
     add(new Entry(job, 0, null));
   }
 
-  /** Writes media: the oldest is dropped when too much waits, and then that is run instead, on any thread. */
+  /**
+   * Queues a job that writes media, and that can be dropped when too much waits.
+   *
+   * @param size of the media in bytes
+   * @param dropped runs instead of a dropped job, on any thread
+   */
   public void write(int size, Job job, Runnable dropped) {
     add(new Entry(job, size + JOB_OVERHEAD, dropped));
   }
@@ -118,7 +125,7 @@ public final class Disk implements AutoCloseable {
     return entries.poll();
   }
 
-  /** Returns whether it has been done. */
+  /** Repeats a job until it succeeds. Returns false when it is given up. */
   private boolean perform(Entry entry) {
     for (int tries = 1;; tries++) {
       try {
@@ -128,7 +135,7 @@ public final class Disk implements AutoCloseable {
         return true;
       } catch (IOException e) {
         fail(e);
-        // Names and rights are troubles of one file; when its content cannot be written the disk is full.
+        // A wrong name or missing rights concern one file. When no content can be written, the disk is full.
         if (tries >= TRIES && e instanceof FileSystemException && canWrite()) {
           console.line("given up after several tries: " + e);
           return false;
@@ -160,7 +167,7 @@ public final class Disk implements AutoCloseable {
       try {
         Files.deleteIfExists(probe);
       } catch (IOException ignored) {
-        // It is empty or small.
+        // The file that is left is small.
       }
     }
   }
@@ -175,8 +182,8 @@ public final class Disk implements AutoCloseable {
   private void succeed() {
     if (failingSince != 0) {
       String missing = droppedBytes == 0 ? "nothing was dropped" : (droppedBytes >> 10) + " KB were dropped";
-      console.line("writing goes on after " + Text.seconds(TimeUnit.NANOSECONDS.toMillis(System.nanoTime() - failingSince))
-          + " s; " + missing);
+      long millis = TimeUnit.NANOSECONDS.toMillis(System.nanoTime() - failingSince);
+      console.line("writing goes on after " + Text.seconds(millis) + " s; " + missing);
       failingSince = 0;
     }
   }
@@ -189,7 +196,7 @@ public final class Disk implements AutoCloseable {
     }
   }
 
-  /** Waits until all that was asked for is on disk, or for some seconds. */
+  /** Waits until all queued jobs are done, at most 8 s. */
   public synchronized void drain() {
     long deadline = System.nanoTime() + TimeUnit.SECONDS.toNanos(CLOSE_SECONDS);
     while ((busy || !entries.isEmpty()) && System.nanoTime() - deadline < 0) {
@@ -197,12 +204,12 @@ public final class Disk implements AutoCloseable {
     }
   }
 
-  /** Media that was not written. */
+  /** Returns the amount of dropped media in bytes. */
   public synchronized long droppedBytes() {
     return droppedBytes;
   }
 
-  /** Finishes what can be written in a few seconds. */
+  /** Waits as {@link #drain} does, discards the remaining jobs and stops the disk thread. */
   @Override
   public void close() {
     synchronized (this) {

@@ -7,15 +7,15 @@ import java.util.Locale;
 import java.util.Map;
 
 /**
- * JSON (RFC 8259) of maps, lists, texts, numbers and booleans. What is written can stand inside a script element of a
- * page as it is: it holds no angle bracket, no ampersand and no line separator.
+ * Writes and reads JSON (RFC 8259): maps, lists, texts, numbers and booleans. The output is safe inside a script
+ * element of a page: it holds no angle bracket, no ampersand and no line separator.
  */
 public final class Json {
   private static final int MAX_DEPTH = 32;
 
   private Json() {}
 
-  /** Numbers that are not whole are written with milliseconds. */
+  /** Returns a value as JSON. Floating-point numbers have three decimals. */
   public static String write(Object value) {
     StringBuilder out = new StringBuilder();
     write(value, out);
@@ -67,9 +67,9 @@ public final class Json {
   }
 
   /**
-   * Reads what {@link #write} wrote: objects as maps, arrays as lists, all numbers as doubles.
+   * Parses the output of {@link #write}: objects become maps, arrays lists, and all numbers doubles.
    *
-   * @throws IllegalArgumentException when the text is something else
+   * @throws IllegalArgumentException when the text is not JSON
    */
   public static Object read(String text) {
     Reader reader = new Reader(text);

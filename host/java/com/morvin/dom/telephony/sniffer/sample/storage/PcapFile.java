@@ -6,7 +6,10 @@ import java.nio.ByteBuffer;
 import java.nio.channels.FileChannel;
 import java.nio.file.Path;
 
-/** Datagrams as they came, with headers of IP and UDP made for them, as a capture file of raw IP packets. */
+/**
+ * A capture file of raw IP packets. It holds received datagrams, for which it makes IP and UDP headers. Belongs to the
+ * recorder thread.
+ */
 public final class PcapFile extends StoredFile {
   private static final int HEADER = 24;
   private static final int BLOCK = 16 << 10;
@@ -16,14 +19,14 @@ public final class PcapFile extends StoredFile {
   private static final int LINKTYPE_RAW = 101;
 
   private ByteBuffer block = ByteBuffer.allocate(BLOCK);
-  /** Bytes of it that are on disk, as the thread of the disk knows. */
+  /** The size of the file in bytes. Belongs to the disk thread. */
   private long stored;
 
   PcapFile(Store store, String name, Path path) {
     super(store, name, "pcap", path);
   }
 
-  /** Adds the datagram that the frame carried. */
+  /** Adds the datagram of a frame, captured at a time in milliseconds since 1970. */
   public void write(Frame frame, long millis) {
     byte[] payload = frame.payload();
     int length = IP + UDP + payload.length;
@@ -62,7 +65,7 @@ public final class PcapFile extends StoredFile {
     }
   }
 
-  /** Tried again after half of it was written, it is written over that. */
+  /** Appends a block. A repeated try overwrites the part of the block that an earlier try has written. */
   private void store(ByteBuffer full) throws IOException {
     try (FileChannel file = open()) {
       long end = stored;
@@ -70,11 +73,11 @@ public final class PcapFile extends StoredFile {
         end = file.size();
       }
       if (end == 0) {
-        WavFile.writeAll(file, header(), 0);
+        FileOperations.writeAll(file, header(), 0);
         end = HEADER;
       }
       int size = full.remaining();
-      WavFile.writeAll(file, full, end);
+      FileOperations.writeAll(file, full, end);
       stored = end + size;
     }
   }

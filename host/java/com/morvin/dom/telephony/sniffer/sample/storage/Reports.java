@@ -11,40 +11,46 @@ import java.util.List;
 import java.util.function.Consumer;
 import java.util.function.Function;
 
-/** Writes down calls that have ended: the file with both voices, the report, the line in the table. */
+/** Writes the results of ended calls: the stereo file, the report and the line in the table. */
 public final class Reports {
   private final Store store;
   private final CallLog log;
   private final Console console;
-  private final Consumer<CallReport> audience;
+  private final Consumer<CallReport> listener;
 
   /**
-   * Into a store.
+   * Writes into a store.
    *
-   * @param audience hears of each report when all its files are there, on the thread of the disk
+   * @param listener is called with each report after all its files are written, on the disk thread
    */
-  public Reports(Store store, CallLog log, Console console, Consumer<CallReport> audience) {
+  public Reports(Store store, CallLog log, Console console, Consumer<CallReport> listener) {
     this.store = store;
     this.log = log;
     this.console = console;
-    this.audience = audience;
+    this.listener = listener;
   }
 
-  /** The files of one call, which may be written more than once: it goes on after a restart. */
-  public static final class Place {
+  /**
+   * The report and the stereo file of one call. A call that continues after a restart is written again under these
+   * names.
+   */
+  public static final class CallFiles {
     private final String name;
     private volatile Path report;
     private volatile Path stereo;
 
-    public Place(String name) {
+    /** Makes the names; the files do not exist yet. */
+    public CallFiles(String name) {
       this.name = name;
     }
 
+    /** Saves the state for a restart. */
     public void save(DataOutput out) throws IOException {
       out.writeUTF(report == null ? "" : report.toString());
       out.writeUTF(stereo == null ? "" : stereo.toString());
     }
 
+    /** Restores a saved state. */
     public void restore(DataInput in) throws IOException {
       String written = in.readUTF();
       String mixed = in.readUTF();
@@ -54,44 +60,49 @@ public final class Reports {
   }
 
   /**
-   * Reports a call whose files have been handed to the disk.
+   * Queues the jobs for a call after its media has been passed to the disk thread.
    *
-   * @param report is asked for, with the names of the report and of the stereo file, when they have been written
+   * @param report makes the report; called on the disk thread after the media and the stereo file are written
    */
-  public void write(Place place, List<StereoFile.Stretch> left, List<StereoFile.Stretch> right,
+  public void write(CallFiles files, List<StereoFile.Stretch> left, List<StereoFile.Stretch> right,
       Function<Names, CallReport> report) {
     Disk disk = store.disk();
-    disk.then(() -> mix(place, left, right));
+    disk.submit(() -> mix(files, left, right));
     CallReport[] written = new CallReport[1];
-    disk.then(() -> {
-      if (place.report == null) {
-        place.report = store.create(CallReport.FOLDER + "/" + place.name, "json");
+    disk.submit(() -> {
+      if (files.report == null) {
+        files.report = store.create(CallReport.FOLDER + "/" + files.name, "json");
       }
-      String name = place.report.getFileName().toString().replaceFirst("\\.json$", "");
-      String stereo = place.stereo == null ? "" : place.stereo.getFileName().toString();
+      String name = files.report.getFileName().toString().replaceFirst("\\.json$", "");
+      String stereo = files.stereo == null ? "" : files.stereo.getFileName().toString();
       written[0] = report.apply(new Names(name, stereo));
-      store.written(place.report);
-      Files.write(place.report, written[0].json().getBytes(StandardCharsets.UTF_8));
+      store.written(files.report);
+      Files.write(files.report, written[0].json().getBytes(StandardCharsets.UTF_8));
     });
-    disk.then(() -> {
+    disk.submit(() -> {
       if (written[0] != null) {
         log.add(written[0]);
       }
     });
-    disk.then(() -> tell(written[0]));
+    disk.submit(() -> notifyListener(written[0]));
   }
 
-  /** What the report and the stereo file are called; the latter is empty when there is none. */
+  /**
+   * The names of the written files.
+   *
+   * @param report without its extension
+   * @param stereo empty when there is no stereo file
+   */
   public record Names(String report, String stereo) {}
 
-  private void mix(Place place, List<StereoFile.Stretch> left, List<StereoFile.Stretch> right) throws IOException {
-    if (place.stereo != null) {
-      Files.deleteIfExists(place.stereo);
-      place.stereo = null;
+  private void mix(CallFiles files, List<StereoFile.Stretch> left, List<StereoFile.Stretch> right) throws IOException {
+    if (files.stereo != null) {
+      Files.deleteIfExists(files.stereo);
+      files.stereo = null;
     }
     if (isThere(left) && isThere(right)) {
-      place.stereo = StereoFile.write(store, place.name + "-stereo", left, right);
-      store.written(place.stereo);
+      files.stereo = StereoFile.write(store, files.name + "-stereo", left, right);
+      store.written(files.stereo);
     }
   }
 
@@ -99,10 +110,10 @@ public final class Reports {
     return stretches.stream().anyMatch(stretch -> stretch.file().path() != null);
   }
 
-  private void tell(CallReport report) {
+  private void notifyListener(CallReport report) {
     if (report != null) {
       try {
-        audience.accept(report);
+        listener.accept(report);
       } catch (RuntimeException e) {
         console.line("the page of calls was not written: " + e);
       }

@@ -6,10 +6,8 @@ import java.io.DataInputStream;
 import java.io.DataOutputStream;
 import java.io.IOException;
 import java.nio.ByteBuffer;
-import java.nio.channels.FileChannel;
 import java.nio.file.Files;
 import java.nio.file.Path;
-import java.nio.file.StandardCopyOption;
 import java.nio.file.StandardOpenOption;
 import java.util.ArrayList;
 import java.util.HashMap;
@@ -20,16 +18,16 @@ import java.util.Set;
 import java.util.stream.Stream;
 
 /**
- * What it takes to go on with running calls after a restart. The signalling of each call is kept as it came, in a
- * journal of its own; how far its media is written, of all calls together, in one file that is replaced as a whole, the
- * checkpoint.
+ * Saves the running calls, so that they continue after a restart. Each call has a journal with its signalling frames.
+ * The state of the media of all calls is in one file, the checkpoint, which is always replaced as a whole.
  *
- * <p>When frames are delivered again after a restart, everything goes back to the checkpoint: files are cut, and those
- * that were created later are removed.
+ * <p>When the transport redelivers frames, a restart rolls all files back to the checkpoint: it truncates them, and
+ * removes the files that were created later. Methods belong to the recorder thread; the writing is done on the disk
+ * thread.
  */
 public final class RunningCalls {
   private static final int VERSION = 1;
-  /** A journal keeps its first frames and the last ones; in between are refreshes of a long call. */
+  /** A longer journal keeps its first and its last frames. Those between are refreshes of a long call. */
   private static final int MAX_FRAMES = 512;
   private static final int FIRST_FRAMES = 32;
   private static final String JOURNAL = ".call";
@@ -44,56 +42,51 @@ public final class RunningCalls {
     }
   }
 
-  /** A frame of signalling and when it came, in milliseconds since 1970. */
-  public record Signalled(long time, Frame frame) {}
+  /** A signalling frame and its time in milliseconds since 1970. */
+  public record TimedFrame(long time, Frame frame) {}
 
-  /** A running call as it is saved: how far its files are is asked when all before has been written. */
+  /** A running call to save. The sizes of its files are read after all earlier jobs are done. */
   public record Saved(Journal journal, byte[] state, List<StoredFile> files) {}
 
-  /** A call as it was saved; the state is null when it began after the checkpoint. */
-  public record Loaded(Journal journal, List<Signalled> frames, byte[] state, KeptFiles files) {}
+  /** A saved call. Its state is null when it began after the checkpoint. */
+  public record Loaded(Journal journal, List<TimedFrame> frames, byte[] state, ResumedFiles files) {}
 
   private final Store store;
   private final CallLog log;
   private final Path checkpoint;
   private final Path created;
-  private final boolean goesBack;
+  private final boolean rollsBack;
   private final List<Path> ended = new ArrayList<>();
   private long lastJournal = System.currentTimeMillis();
   private long savedAt;
   private byte[] position = new byte[0];
 
   /**
-   * In the folder of a store.
+   * Saves into the directory of a store.
    *
-   * @param goesBack whether frames are delivered again that came after the checkpoint
+   * @param rollsBack whether frames after the checkpoint are delivered again
    */
-  public RunningCalls(Store store, CallLog log, boolean goesBack) {
+  public RunningCalls(Store store, CallLog log, boolean rollsBack) {
     this.store = store;
     this.log = log;
-    this.goesBack = goesBack;
+    this.rollsBack = rollsBack;
     checkpoint = store.running().resolve("checkpoint");
     created = store.running().resolve("created");
   }
 
-  /** A journal for a call that begins. */
+  /** Makes the journal of a new call. */
   public Journal begin() {
     return new Journal(store.running().resolve(++lastJournal + JOURNAL));
   }
 
+  /** Queues a frame for a journal. */
   public void append(Journal journal, long time, Frame frame) {
     byte[] record = ByteBuffer.allocate(Long.BYTES + Frame.HEADER + frame.payload().length).putLong(time)
         .put(frame.bytes()).array();
     boolean shorten = ++journal.frames % MAX_FRAMES == 0;
-    store.disk().then(() -> {
-      long end = Files.exists(journal.file) ? Files.size(journal.file) : 0;
+    store.disk().submit(() -> {
       store.written(journal.file);
-      try {
-        Files.write(journal.file, record, StandardOpenOption.CREATE, StandardOpenOption.APPEND);
-      } catch (IOException e) {
-        cut(journal.file, end);
-        throw e;
-      }
+      FileOperations.append(journal.file, record);
       if (shorten) {
         shorten(journal.file);
       }
@@ -101,7 +94,7 @@ public final class RunningCalls {
   }
 
   private static void shorten(Path file) throws IOException {
-    List<Signalled> frames = read(file);
+    List<TimedFrame> frames = read(file);
     if (frames.size() > MAX_FRAMES / 2) {
       ByteArrayOutputStream out = new ByteArrayOutputStream();
       for (int i = 0; i < frames.size(); i++) {
@@ -110,28 +103,17 @@ public final class RunningCalls {
           out.writeBytes(frames.get(i).frame.bytes());
         }
       }
-      replace(file, out.toByteArray());
+      FileOperations.replace(file, out.toByteArray());
     }
   }
 
-  private static void replace(Path file, byte[] content) throws IOException {
-    Path fresh = file.resolveSibling(file.getFileName() + ".new");
-    Files.write(fresh, content);
-    Files.move(fresh, file, StandardCopyOption.ATOMIC_MOVE);
-  }
-
-  private static void cut(Path file, long size) throws IOException {
-    if (Files.exists(file) && Files.size(file) > size) {
-      try (FileChannel channel = FileChannel.open(file, StandardOpenOption.WRITE)) {
-        channel.truncate(size);
-      }
-    }
-  }
-
-  /** The call has ended: there is nothing to go on with. Until the next checkpoint it may have to end once more. */
+  /**
+   * Removes the journal of an ended call. If a restart can roll back the end of the call, the journal is kept until the
+   * next checkpoint.
+   */
   public void end(Journal journal) {
-    store.disk().then(() -> {
-      if (goesBack) {
+    store.disk().submit(() -> {
+      if (rollsBack) {
         ended.add(journal.file);
       } else {
         Files.deleteIfExists(journal.file);
@@ -140,15 +122,15 @@ public final class RunningCalls {
   }
 
   /**
-   * Saves how far all running calls are, behind all that was written before.
+   * Queues a checkpoint of all running calls after all earlier jobs.
    *
    * @param now milliseconds since 1970
-   * @param position what the transport needs to go on from there
-   * @param done is run on the thread of the disk
+   * @param position the position of the transport; see Transport
+   * @param done runs on the disk thread after the checkpoint is written
    */
   public void save(List<Saved> calls, long now, byte[] position, Runnable done) {
-    store.disk().then(() -> {
-      if (goesBack) {
+    store.disk().submit(() -> {
+      if (rollsBack) {
         store.sync();
       } else {
         store.forgetUnsynced();
@@ -164,8 +146,8 @@ public final class RunningCalls {
       for (Saved call : calls) {
         write(call, out);
       }
-      replace(checkpoint, bytes.toByteArray());
-      if (goesBack) {
+      FileOperations.replace(checkpoint, bytes.toByteArray());
+      if (rollsBack) {
         store.written(checkpoint);
         store.sync();
         Files.deleteIfExists(created);
@@ -190,17 +172,17 @@ public final class RunningCalls {
     }
   }
 
-  /** When the checkpoint that was loaded had been saved, in milliseconds since 1970; 0 when there was none. */
+  /** Returns the time of the loaded checkpoint in milliseconds since 1970; 0 when there was none. */
   public long savedAt() {
     return savedAt;
   }
 
-  /** As it was saved; empty when nothing was. */
+  /** Returns the saved position of the transport; empty when there was none. */
   public byte[] position() {
     return position;
   }
 
-  /** The calls that were running, oldest first. To be called once, before anything else. */
+  /** Loads the saved calls, oldest first. Called once, before all other methods. */
   public List<Loaded> load() throws IOException {
     Map<String, Loaded> saved = new HashMap<>();
     Set<String> files = new HashSet<>();
@@ -213,8 +195,8 @@ public final class RunningCalls {
         long logged = in.readLong();
         position = new byte[in.readInt()];
         in.readFully(position);
-        if (goesBack) {
-          log.truncate(logged);
+        if (rollsBack) {
+          FileOperations.truncate(log.file(), logged);
         }
         for (int count = in.readInt(); count > 0; count--) {
           Loaded call = read(in, files);
@@ -222,7 +204,7 @@ public final class RunningCalls {
         }
       }
     }
-    if (goesBack) {
+    if (rollsBack) {
       removeCreated(files);
       store.onCreate(this::remember);
     }
@@ -232,8 +214,8 @@ public final class RunningCalls {
   private Loaded read(DataInputStream in, Set<String> all) throws IOException {
     Path file = store.running().resolve(Path.of(in.readUTF()).getFileName());
     long size = in.readLong();
-    if (goesBack) {
-      cut(file, size);
+    if (rollsBack) {
+      FileOperations.truncate(file, size);
     }
     byte[] state = new byte[in.readInt()];
     in.readFully(state);
@@ -243,11 +225,11 @@ public final class RunningCalls {
       long length = in.readLong();
       names.add(name);
       all.add(name);
-      if (goesBack && !name.isEmpty()) {
-        cut(store.directory().resolve(name), length);
+      if (rollsBack && !name.isEmpty()) {
+        FileOperations.truncate(store.directory().resolve(name), length);
       }
     }
-    return new Loaded(new Journal(file), List.of(), state, new KeptFiles(store, names));
+    return new Loaded(new Journal(file), List.of(), state, new ResumedFiles(store, names));
   }
 
   private List<Loaded> journals(Map<String, Loaded> saved) throws IOException {
@@ -258,35 +240,35 @@ public final class RunningCalls {
     List<Loaded> loaded = new ArrayList<>();
     for (Path path : paths) {
       Loaded call = saved.get(path.getFileName().toString());
-      if (call == null && goesBack) {
+      if (call == null && rollsBack) {
         Files.deleteIfExists(path);
       } else {
         Journal journal = new Journal(path);
-        List<Signalled> frames = read(path);
+        List<TimedFrame> frames = read(path);
         journal.frames = frames.size();
         lastJournal = Math.max(lastJournal, Long.parseLong(path.getFileName().toString().replaceAll("\\D", "")));
-        loaded.add(call == null ? new Loaded(journal, frames, null, new KeptFiles(store, List.of()))
+        loaded.add(call == null ? new Loaded(journal, frames, null, new ResumedFiles(store, List.of()))
             : new Loaded(journal, frames, call.state, call.files));
       }
     }
     return loaded;
   }
 
-  private static List<Signalled> read(Path journal) throws IOException {
-    List<Signalled> frames = new ArrayList<>();
+  private static List<TimedFrame> read(Path journal) throws IOException {
+    List<TimedFrame> frames = new ArrayList<>();
     ByteBuffer in = ByteBuffer.wrap(Files.readAllBytes(journal));
     while (in.remaining() >= Long.BYTES) {
       long time = in.getLong();
       Frame frame = Frame.take(in);
       if (frame == null) {
-        break;  // the end of it was not written any more
+        break;  // the last frame is incomplete
       }
-      frames.add(new Signalled(time, frame));
+      frames.add(new TimedFrame(time, frame));
     }
     return frames;
   }
 
-  /** A file is about to be created: going back to the checkpoint removes it. */
+  /** Notes a file before it is created, so that a rollback removes it. */
   private void remember(Path path) throws IOException {
     Files.writeString(created, store.directory().relativize(path) + "\n", StandardOpenOption.CREATE,
         StandardOpenOption.APPEND);

@@ -11,8 +11,8 @@ import java.util.ArrayList;
 import java.util.List;
 
 /**
- * Both voices of a call in one WAV file, caller left, callee right. It is made of the mono files when the call has
- * ended, and begins when the call does: what was captured at one time stands side by side.
+ * Writes both directions of a call into one WAV file, caller left, callee right. The file is made from the mono files
+ * of an ended call. It begins with the call, so samples captured at the same time are in the same place.
  */
 public final class StereoFile {
   private static final int CHANNELS = 2;
@@ -20,17 +20,17 @@ public final class StereoFile {
   private static final int BLOCK_FRAMES = 1 << 16;
 
   /**
-   * Samples of a mono file that were spoken without a break.
+   * A stretch of a mono file without a pause.
    *
-   * @param first the index of the first
-   * @param count how many there are
-   * @param start when the first was captured, in milliseconds since the start of the call
+   * @param first the index of its first sample
+   * @param count the number of samples
+   * @param start the time of capture of the first sample, in milliseconds since the start of the call
    */
   public record Stretch(WavFile file, long first, long count, long start) {}
 
   private StereoFile() {}
 
-  /** Writes the file as a whole. On the thread of the disk. */
+  /** Writes the whole file and returns its path. Called on the disk thread. */
   static Path write(Store store, String name, List<Stretch> left, List<Stretch> right) throws IOException {
     int rate = 0;
     long millis = 0;
@@ -43,7 +43,7 @@ public final class StereoFile {
     long frames = Math.min(millis * rate / 1000, MAX_FRAMES);
     Path path = store.create(name, "wav");
     try (FileChannel out = FileChannel.open(path, StandardOpenOption.WRITE)) {
-      WavFile.writeAll(out, WavFile.header(CHANNELS, rate, frames), 0);
+      FileOperations.writeAll(out, WavFile.header(CHANNELS, rate, frames), 0);
       for (long at = 0; at < frames; at += BLOCK_FRAMES) {
         int count = (int) Math.min(BLOCK_FRAMES, frames - at);
         short[] mixed = new short[CHANNELS * count];
@@ -51,16 +51,16 @@ public final class StereoFile {
         mix(right, rate, at, count, mixed, 1);
         ByteBuffer bytes = ByteBuffer.allocate(2 * mixed.length).order(ByteOrder.LITTLE_ENDIAN);
         bytes.asShortBuffer().put(mixed);
-        WavFile.writeAll(out, bytes, WavFile.HEADER + at * CHANNELS * 2);
+        FileOperations.writeAll(out, bytes, WavFile.HEADER + at * CHANNELS * 2);
       }
       return path;
     } catch (IOException e) {
-      Files.deleteIfExists(path);  // it is tried again, perhaps under another number
+      Files.deleteIfExists(path);  // a repeated try may use another name
       throw e;
     }
   }
 
-  /** Adds what of the stretches falls into a block. */
+  /** Adds the samples of a block to one channel. */
   private static void mix(List<Stretch> stretches, int rate, long at, int count, short[] mixed, int channel)
       throws IOException {
     for (Stretch stretch : stretches) {

@@ -15,16 +15,19 @@ import java.util.List;
 import java.util.Map;
 import java.util.Set;
 
-/** The folder of the recordings: makes its files, each with a name of its own. One recorder uses it at a time. */
+/**
+ * The directory of the recordings. Creates files with unique names. A lock file ensures that only one recorder uses the
+ * directory.
+ */
 public final class Store implements AutoCloseable {
   private static final int MAX_REMEMBERED = 10_000;
   private static final long MAX_WAITING = 256L << 20;
-  /** What the recorder needs to go on after a restart. */
+  /** The directory with the state for a restart. */
   static final String RUNNING = "running";
 
-  /** Hears of files before they are created. */
-  interface Creation {
-    void about(Path path) throws IOException;
+  /** Is called before a file is created. */
+  interface CreationListener {
+    void creating(Path path) throws IOException;
   }
 
   private final Path directory;
@@ -32,13 +35,18 @@ public final class Store implements AutoCloseable {
   private final FileChannel lock;
   private final Map<String, Integer> lastNumber = new HashMap<>();
   private final Set<Path> unsynced = new LinkedHashSet<>();
-  private Creation created = path -> { };
+  private CreationListener creationListener = path -> { };
 
+  /**
+   * Opens a directory, and creates it when it is missing.
+   *
+   * @throws IOException also when another recorder uses it
+   */
   public Store(Path directory, Console console) throws IOException {
     this(directory, console, () -> { });
   }
 
-  /** With a gate for the disk: see {@link Disk}. */
+  /** Opens a directory with a gate for the disk thread; see {@link Disk}. */
   public Store(Path directory, Console console, Disk.Job gate) throws IOException {
     this.directory = directory;
     Files.createDirectories(running());
@@ -52,7 +60,7 @@ public final class Store implements AutoCloseable {
     try {
       held = channel.tryLock();
     } catch (OverlappingFileLockException e) {
-      // Another one in this process.
+      // Another recorder in this process holds the lock.
     } finally {
       if (held == null) {
         channel.close();
@@ -64,6 +72,7 @@ public final class Store implements AutoCloseable {
     return channel;
   }
 
+  /** Returns the directory. */
   public Path directory() {
     return directory;
   }
@@ -72,44 +81,45 @@ public final class Store implements AutoCloseable {
     return directory.resolve(RUNNING);
   }
 
+  /** Returns the disk thread that writes into the directory. */
   public Disk disk() {
     return disk;
   }
 
-  /** A new WAV file; it is created when something is written. */
+  /** Makes a WAV file, which is created with its first samples. */
   public WavFile wav(String name, int rate) {
     return new WavFile(this, name, rate, null, 0);
   }
 
-  /** A WAV file that goes on. */
+  /** Continues a WAV file after the given number of samples. */
   public WavFile wav(String name, int rate, Path path, long samples) {
     return new WavFile(this, name, rate, path, samples);
   }
 
-  /** A capture file; one that goes on when there is a path. */
+  /** Makes a capture file, or continues the file of a path that is not null. */
   public PcapFile pcap(String name, Path path) {
     return new PcapFile(this, name, path);
   }
 
-  /** Each file that is created from now on is told before it is used, on the thread of the disk. */
-  void onCreate(Creation listener) {
-    created = listener;
+  /** Sets the listener for the files created from now on. It is called on the disk thread. */
+  void onCreate(CreationListener listener) {
+    creationListener = listener;
   }
 
-  /** Creates NAME.EXTENSION, or NAME-2.EXTENSION and so on when there is one already. On the thread of the disk. */
+  /** Creates NAME.EXTENSION, or NAME-2.EXTENSION and so on when the file exists. Called on the disk thread. */
   Path create(String name, String extension) throws IOException {
     String key = name + "." + extension;
     for (int number = lastNumber.getOrDefault(key, 0) + 1;; number++) {
       Path path = numbered(name, extension, number);
       if (!Files.exists(path)) {
         try {
-          created.about(path);
+          creationListener.creating(path);
           Files.createDirectories(path.getParent());
           Files.createFile(path);
           remember(key, number);
           return path;
         } catch (FileAlreadyExistsException e) {
-          // The next free number, then.
+          // Continue with the next free number.
         }
       }
       number = lastTaken(name, extension, number);
@@ -123,7 +133,7 @@ public final class Store implements AutoCloseable {
     lastNumber.put(key, number);
   }
 
-  /** A number that is taken and whose successor is free, in a logarithmic number of tries. */
+  /** Returns a number that is taken, while the next one is free, in a logarithmic number of tries. */
   private int lastTaken(String name, String extension, int taken) {
     int low = taken;
     int high = taken + 1;
@@ -146,11 +156,12 @@ public final class Store implements AutoCloseable {
     return directory.resolve(name + (number == 1 ? "" : "-" + number) + "." + extension);
   }
 
+  /** Notes a file that {@link #sync} must write to the disk. */
   void written(Path path) {
     unsynced.add(path);
   }
 
-  /** Makes what has been written survive a crash of the machine. On the thread of the disk. */
+  /** Forces the noted files to the disk, so that they survive a crash of the machine. Called on the disk thread. */
   void sync() throws IOException {
     for (Path path : List.copyOf(unsynced)) {
       if (Files.exists(path)) {
@@ -162,7 +173,7 @@ public final class Store implements AutoCloseable {
     }
   }
 
-  /** What need not survive is forgotten, or the list would grow. On the thread of the disk. */
+  /** Forgets the noted files, which need not survive a crash. Called on the disk thread. */
   void forgetUnsynced() {
     unsynced.clear();
   }
@@ -173,7 +184,7 @@ public final class Store implements AutoCloseable {
     try {
       lock.close();
     } catch (IOException ignored) {
-      // The system frees it with the process.
+      // The system releases the lock when the process ends.
     }
   }
 }

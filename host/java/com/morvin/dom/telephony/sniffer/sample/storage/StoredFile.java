@@ -8,8 +8,8 @@ import java.nio.file.StandardOpenOption;
 import java.util.concurrent.atomic.AtomicLong;
 
 /**
- * A file that grows while a call goes on. It is created with its first content, so that none is left empty, and open
- * only while it is written: so there can be any number.
+ * A file that grows during a call. It is created with its first content, so that no empty file is left. It is open only
+ * while it is written, so that the number of files has no limit.
  */
 public abstract class StoredFile {
   final Store store;
@@ -18,7 +18,7 @@ public abstract class StoredFile {
   private final AtomicLong missing = new AtomicLong();
   private volatile Path path;
 
-  /** A file NAME.EXTENSION, or NAME-2.EXTENSION and so on when there is one already; or one that is there. */
+  /** Makes the file NAME.EXTENSION, see {@link Store#create}, or continues the file of a path that is not null. */
   StoredFile(Store store, String name, String extension, Path path) {
     this.store = store;
     this.name = name;
@@ -26,43 +26,35 @@ public abstract class StoredFile {
     this.path = path;
   }
 
-  /** Hands over what has been collected. */
+  /** Passes the collected content to the disk thread. */
   public abstract void flush();
 
-  /** Where it is; null before it is created. */
+  /** Returns the path; null before the file is created. Any thread may call it. */
   public Path path() {
     return path;
   }
 
-  /** The name without its folder; empty when nothing was written. */
+  /** Returns the name without the directory; empty when nothing was written. */
   public String fileName() {
     return path == null ? "" : path.getFileName().toString();
   }
 
-  /** Bytes that were dropped because the disk could not take them. */
+  /** Returns the number of bytes that were dropped because too much waited for the disk. */
   public long missing() {
     return missing.get();
   }
 
-  /** Its size on disk. */
+  /** Returns the size on disk in bytes. */
   public long size() throws IOException {
     return path == null ? 0 : Files.size(path);
   }
 
-  /** Cuts off what came later. */
-  public void truncate(long size) throws IOException {
-    if (path != null) {
-      try (FileChannel file = FileChannel.open(path, StandardOpenOption.WRITE)) {
-        file.truncate(size);
-      }
-    }
-  }
-
+  /** Queues a job that writes a number of bytes. */
   void submit(int bytes, Disk.Job job) {
     store.disk().write(bytes, job, () -> missing.addAndGet(bytes));
   }
 
-  /** On the thread of the disk. */
+  /** Opens the file, and creates it when it is new. Called on the disk thread. */
   FileChannel open() throws IOException {
     if (path == null) {
       path = store.create(name, extension);

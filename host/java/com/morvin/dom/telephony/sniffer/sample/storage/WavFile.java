@@ -8,14 +8,14 @@ import java.nio.charset.StandardCharsets;
 import java.nio.file.Path;
 
 /**
- * A WAV file of 16-bit samples. Its header is right whenever something has been written, so what has been recorded can
- * be played even after the recorder was killed. Each block has its place: one that is dropped leaves silence.
+ * A mono WAV file of 16-bit samples. The header is updated with each block, so the file can be played even after the
+ * recorder was killed. Each block has a fixed place, so a dropped block leaves silence. Belongs to the recorder thread.
  */
 public final class WavFile extends StoredFile {
-  /** The header in front of the samples. */
+  /** The length of the header in bytes. */
   static final int HEADER = 44;
   private static final int BYTES = 2;
-  /** A WAV file cannot exceed 4 GiB, and many programs stop at 2; at 8,000 samples a second this is 18 hours. */
+  /** The longest file: 1 GiB, or 18 hours at 8000 Hz. Many programs read at most 2 GiB of a WAV file. */
   private static final long MAX_SAMPLES = 512L << 20;
 
   private final int rate;
@@ -23,9 +23,9 @@ public final class WavFile extends StoredFile {
   private long samples;
 
   /**
-   * A file that has its content still to come, or that goes on behind the samples that it holds.
+   * Makes a new file, or continues an existing one after its samples.
    *
-   * @param path null for a new one
+   * @param path null for a new file
    */
   WavFile(Store store, String name, int rate, Path path, long samples) {
     super(store, name, "wav", path);
@@ -38,18 +38,22 @@ public final class WavFile extends StoredFile {
     return ByteBuffer.allocate(BYTES * rate).order(ByteOrder.LITTLE_ENDIAN);
   }
 
+  /** Returns the sample rate in Hz. */
   public int rate() {
     return rate;
   }
 
+  /** Returns the number of samples, including those that are not written yet. */
   public long samples() {
     return samples;
   }
 
+  /** Whether the file has its maximum length. */
   public boolean full() {
     return samples >= MAX_SAMPLES;
   }
 
+  /** Appends samples. */
   public void write(short[] decoded) {
     for (short sample : decoded) {
       if (!block.hasRemaining()) {
@@ -60,12 +64,13 @@ public final class WavFile extends StoredFile {
     }
   }
 
+  /** Appends a number of zero samples. */
   public void silence(long length) {
     if (length * BYTES <= block.remaining()) {
       block.position(block.position() + (int) length * BYTES);
       samples += length;
     } else {
-      // What is never written reads as zeros.
+      // A part that is never written is read as zeros.
       flush();
       samples += length;
     }
@@ -83,18 +88,12 @@ public final class WavFile extends StoredFile {
 
   private void store(ByteBuffer full, long end) throws IOException {
     try (FileChannel file = open()) {
-      writeAll(file, full, HEADER + end * BYTES - full.remaining());
-      writeAll(file, header(1, rate, end), 0);
+      FileOperations.writeAll(file, full, HEADER + end * BYTES - full.remaining());
+      FileOperations.writeAll(file, header(1, rate, end), 0);
     }
   }
 
-  static void writeAll(FileChannel file, ByteBuffer bytes, long position) throws IOException {
-    for (long at = position; bytes.hasRemaining();) {
-      at += file.write(bytes, at);
-    }
-  }
-
-  /** The header of a file with so many samples a channel. */
+  /** Returns the header of a file with a number of samples in each channel. */
   static ByteBuffer header(int channels, int rate, long samples) {
     int data = (int) (samples * channels * BYTES);
     return ByteBuffer.allocate(HEADER).order(ByteOrder.LITTLE_ENDIAN)
@@ -108,7 +107,7 @@ public final class WavFile extends StoredFile {
     return text.getBytes(StandardCharsets.US_ASCII);
   }
 
-  /** The samples in a file of that size. */
+  /** Returns the number of samples in a file of a size in bytes. */
   static long samplesIn(long size) {
     return Math.max(0, size - HEADER) / BYTES;
   }

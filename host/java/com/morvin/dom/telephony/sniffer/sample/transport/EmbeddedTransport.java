@@ -1,26 +1,35 @@
 package com.morvin.dom.telephony.sniffer.sample.transport;
 
-import com.morvin.dom.telephony.sniffer.sample.console.Console;
 import com.morvin.dom.telephony.sniffer.EmbeddedPacketChannel;
+import com.morvin.dom.telephony.sniffer.sample.console.Console;
 import java.io.IOException;
 import java.net.ProtocolException;
 import java.nio.ByteBuffer;
 import java.util.Set;
 import java.util.concurrent.TimeUnit;
 
-/** The sniffer in this process, running on a thread of its own. */
+/**
+ * The sniffer in this process. Its main loop runs on a thread of its own from the constructor to {@link #close}. One
+ * thread receives; any thread may call the other methods.
+ */
 public final class EmbeddedTransport implements Transport {
   private static final long POLL_MILLIS = 1;
   private static final int SNIFFER = 1;
 
-  /** What this transport needs of the sniffer; a test can stand in for it. */
+  /**
+   * The methods of {@link EmbeddedPacketChannel} that the transport uses. A test implements them without the library.
+   */
   public interface Engine {
+    /** Captures until {@link #breakMainLoop}. */
     void mainLoop();
 
+    /** Ends {@link #mainLoop} from another thread. */
     void breakMainLoop();
 
+    /** Copies the oldest frame into the buffer and returns its length, or 0 when there is none. */
     int getPacket(byte[] buffer);
 
+    /** Queues a command and returns its length, or 0 when it is invalid. */
     int sendRequest(byte[] command);
   }
 
@@ -31,6 +40,7 @@ public final class EmbeddedTransport implements Transport {
   private final CaptureTimes times = new CaptureTimes();
   private long frameNumber;
 
+  /** Starts the main loop of an engine. */
   public EmbeddedTransport(Engine engine) {
     this.engine = engine;
     sniffing = new Thread(engine::mainLoop, "sniffer");
@@ -39,6 +49,12 @@ public final class EmbeddedTransport implements Transport {
     sniffing.start();
   }
 
+  /**
+   * Starts the sniffer of this process.
+   *
+   * @param devices as in {@link EmbeddedPacketChannel#nicDevice}
+   * @param settings as in {@link EmbeddedPacketChannel#settings}
+   */
   public static EmbeddedTransport on(
       String devices, String filter, boolean trace, String settings, Console console) {
     EmbeddedPacketChannel channel = new EmbeddedPacketChannel();
@@ -129,7 +145,7 @@ public final class EmbeddedTransport implements Transport {
     return true;
   }
 
-  /** Asks until the thread has ended, since it may not have entered the main loop when it is first asked. */
+  /** Repeats the request to end, because it has no effect before the thread has entered the main loop. */
   @Override
   public void close() {
     boolean interrupted = false;

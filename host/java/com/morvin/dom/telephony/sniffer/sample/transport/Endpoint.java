@@ -4,11 +4,19 @@ import java.util.Optional;
 import java.util.regex.Matcher;
 import java.util.regex.Pattern;
 
-/** An IPv4 address, most significant byte first, and a port. */
+/**
+ * An IPv4 address and a UDP or TCP port.
+ *
+ * @param ip the address, its first octet in the most significant byte
+ * @param port 0 to 65535
+ */
 public record Endpoint(int ip, int port) {
   private static final Pattern DOTTED = Pattern.compile("(\\d{1,3})\\.(\\d{1,3})\\.(\\d{1,3})\\.(\\d{1,3})");
 
-  /** Of dotted text and a port; empty unless media can be sent there: a unicast address and a port from 1 to 65535. */
+  /**
+   * Parses a dotted address. Returns empty unless media can be sent there: a unicast address and a port from 1 to
+   * 65535.
+   */
   public static Optional<Endpoint> ofMedia(String address, int port) {
     Matcher octets = DOTTED.matcher(address);
     if (!octets.matches() || port < 1 || port > 65535) {
@@ -23,20 +31,21 @@ public record Endpoint(int ip, int port) {
       ip = ip << 8 | octet;
     }
     Endpoint endpoint = new Endpoint(ip, port);
-    return endpoint.isMedia() ? Optional.of(endpoint) : Optional.empty();
+    return endpoint.acceptsMedia() ? Optional.of(endpoint) : Optional.empty();
   }
 
-  /** Whether media can be sent there. */
-  public boolean isMedia() {
+  /** Whether media can be sent there: the address is unicast and the port is not 0. */
+  public boolean acceptsMedia() {
     int first = ip >>> 24;
     return first > 0 && first < 224 && port > 0;
   }
 
-  /** The same address with the next port, where RTCP goes by default; itself when there is no next port. */
+  /** Returns the next port of the address, the default for RTCP; returns this endpoint when there is no next port. */
   public Endpoint next() {
     return port < 65535 ? new Endpoint(ip, port + 1) : this;
   }
 
+  /** Returns the dotted address. */
   public String address() {
     return (ip >>> 24) + "." + (ip >>> 16 & 255) + "." + (ip >>> 8 & 255) + "." + (ip & 255);
   }

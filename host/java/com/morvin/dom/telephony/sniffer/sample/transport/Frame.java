@@ -3,23 +3,34 @@ package com.morvin.dom.telephony.sniffer.sample.transport;
 import java.net.ProtocolException;
 import java.nio.ByteBuffer;
 
-/** One frame of the sniffer: what was captured, and between which addresses. */
+/**
+ * One frame of the sniffer: a captured payload and the addresses that it was sent between.
+ *
+ * @param protocol one of {@link #SIP} to {@link #CAPTURE_TIME}
+ * @param payload not copied: nobody changes it
+ */
 public record Frame(int protocol, Endpoint destination, Endpoint source, byte[] payload) {
+  /** A SIP message. */
   public static final int SIP = 1;
+  /** A datagram sent to a destination that the recorder asked for: RTP, RTCP or T.38. */
   public static final int RTP = 2;
+  /** The reply to a heartbeat. It has no payload. */
   public static final int HEARTBEAT = 3;
+  /** The description of an H.323 message. */
   public static final int H323 = 4;
-  /** Tells when the frame behind it was captured. */
+  /** The capture time of the next frame: microseconds since 1970, 8 bytes. */
   public static final int CAPTURE_TIME = 5;
 
+  /** The length of the header in bytes. */
   public static final int HEADER = 15;
+  /** The length of the longest frame in bytes, with its header. */
   public static final int MAX_LENGTH = 65535;
 
   /**
-   * Takes one frame off the front of the bytes.
+   * Reads the next frame from a stream and advances the position of the buffer.
    *
-   * @return null when they do not hold a whole frame yet
-   * @throws ProtocolException when no frame starts like this
+   * @return null when the buffer does not hold a complete frame yet
+   * @throws ProtocolException when the bytes are not the start of a frame
    */
   public static Frame take(ByteBuffer bytes) throws ProtocolException {
     if (bytes.remaining() < 3) {
@@ -43,7 +54,11 @@ public record Frame(int protocol, Endpoint destination, Endpoint source, byte[] 
     return new Frame(protocol, destination, source, payload);
   }
 
-  /** The frame that is all of these bytes. */
+  /**
+   * Reads a frame that takes up the whole buffer, such as a datagram.
+   *
+   * @throws ProtocolException when the buffer holds anything else
+   */
   public static Frame of(ByteBuffer bytes) throws ProtocolException {
     Frame frame = take(bytes);
     if (frame == null || bytes.hasRemaining()) {
@@ -52,7 +67,7 @@ public record Frame(int protocol, Endpoint destination, Endpoint source, byte[] 
     return frame;
   }
 
-  /** The frame as it goes over the wire. */
+  /** Returns the wire form, in network byte order. */
   public byte[] bytes() {
     return ByteBuffer.allocate(HEADER + payload.length).putShort((short) (HEADER + payload.length))
         .put((byte) protocol).putInt(destination.ip()).putShort((short) destination.port()).putInt(source.ip())

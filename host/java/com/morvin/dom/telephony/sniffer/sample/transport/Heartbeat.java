@@ -6,7 +6,10 @@ import java.util.HashMap;
 import java.util.Map;
 import java.util.Set;
 
-/** Asks each sniffer for a sign of life every few seconds, and notices when none comes. */
+/**
+ * Sends a heartbeat to each sniffer every 5 s. Reports a sniffer that has been silent for 15 s, and forgets it after 60
+ * s. All methods belong to one thread. Times are milliseconds since 1970.
+ */
 public final class Heartbeat {
   private static final long INTERVAL_MILLIS = 5_000;
   private static final long PATIENCE_MILLIS = 15_000;
@@ -23,12 +26,13 @@ public final class Heartbeat {
   private final Console console;
   private final Map<Integer, Pulse> pulses = new HashMap<>();
 
+  /** Watches the sniffers of a transport. */
   public Heartbeat(Transport transport, Console console) {
     this.transport = transport;
     this.console = console;
   }
 
-  /** Any frame is a sign of life. */
+  /** Records that a sniffer is alive. Any frame shows that, not only a heartbeat reply. */
   public void heard(int sniffer, long now) {
     Pulse pulse = pulses.get(sniffer);
     if (pulse == null) {
@@ -43,6 +47,7 @@ public final class Heartbeat {
     pulse.silent = false;
   }
 
+  /** Sends the heartbeats that are due and reports silent sniffers. To be called a few times a second. */
   public void tick(long now) {
     Set<Integer> sniffers = transport.sniffers();
     pulses.keySet().retainAll(sniffers);
@@ -58,7 +63,7 @@ public final class Heartbeat {
   }
 
   private void tick(int sniffer, Pulse pulse, long now) {
-    // Where replies wait for traffic, questions would only pile up.
+    // Where replies wait for traffic, further requests would only queue up.
     if (now - pulse.asked >= INTERVAL_MILLIS && !(pulse.awaited && transport.waitsForTraffic())) {
       transport.send(sniffer, Command.heartbeat());
       pulse.asked = now;
@@ -76,6 +81,7 @@ public final class Heartbeat {
     }
   }
 
+  /** Returns the state of the sniffers, for the status line. */
   public String state() {
     long silent = pulses.values().stream().filter(pulse -> pulse.silent).count();
     return transport.sniffers().isEmpty() ? "no sniffer" : silent > 0 ? "sniffer SILENT" : "sniffer ok";

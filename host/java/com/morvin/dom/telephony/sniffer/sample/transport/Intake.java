@@ -7,13 +7,13 @@ import java.util.Queue;
 import java.util.concurrent.TimeUnit;
 
 /**
- * Reads a transport on a thread of its own into a bounded queue, so that nothing the recorder does keeps a socket from
- * being read. When the recorder is so far behind that the queue is full, the oldest frame is dropped and counted; only
- * a transport that delivers again is left waiting instead.
+ * Reads a transport on a thread of its own into a queue of at most 64 MiB, so that the socket is read even while the
+ * recorder is busy. When the queue is full, the oldest frame is dropped and counted. A transport that redelivers is not
+ * read while the queue is full, and nothing is dropped.
  */
 public final class Intake implements AutoCloseable {
   private static final long MAX_BYTES = 64L << 20;
-  /** What a frame takes besides its payload, roughly. */
+  /** Approximate memory of a frame in addition to its payload, in bytes. */
   private static final int OVERHEAD = 200;
   private static final long POLL_MILLIS = 200;
 
@@ -26,6 +26,7 @@ public final class Intake implements AutoCloseable {
   private IOException failure;
   private boolean closed;
 
+  /** Starts the thread. The caller closes the transport after this object. */
   public Intake(Transport transport, Console console) {
     this.transport = transport;
     this.console = console;
@@ -33,7 +34,7 @@ public final class Intake implements AutoCloseable {
     reader.start();
   }
 
-  /** As {@link Transport#receive}. */
+  /** Takes the oldest frame, as {@link Transport#receive} does. Called by one thread. */
   public synchronized Received receive(long timeoutMillis) throws IOException, InterruptedException {
     long deadline = System.nanoTime() + TimeUnit.MILLISECONDS.toNanos(timeoutMillis);
     while (frames.isEmpty()) {
@@ -54,7 +55,7 @@ public final class Intake implements AutoCloseable {
     return received;
   }
 
-  /** Frames that were dropped because the recorder was too slow. */
+  /** Returns the number of frames that were dropped because the queue was full. Any thread may call it. */
   public synchronized long dropped() {
     return dropped;
   }
@@ -107,7 +108,7 @@ public final class Intake implements AutoCloseable {
     notifyAll();
   }
 
-  /** Returns when the transport is no longer read. */
+  /** Stops the thread. Returns after the last call of {@link Transport#receive} has returned. */
   @Override
   public void close() {
     synchronized (this) {

@@ -17,7 +17,10 @@ import java.util.Queue;
 import java.util.Set;
 import java.util.concurrent.ConcurrentHashMap;
 
-/** Listens for sniffers, which connect, and connect again whenever the link was lost. */
+/**
+ * Listens for sniffers on a TCP port. A sniffer connects again after it has lost its connection. One thread receives;
+ * any thread may call the other methods.
+ */
 public final class TcpTransport implements Transport {
   private static final int MAX_CONNECTIONS = 16;
   private static final int RECEIVE_BUFFER = 8 << 20;
@@ -30,6 +33,7 @@ public final class TcpTransport implements Transport {
   private long frameNumber;
   private volatile int sessions;
 
+  /** Listens on an address; port 0 stands for any free port. */
   public TcpTransport(InetSocketAddress address, Console console) throws IOException {
     this.console = console;
     listener.setOption(StandardSocketOptions.SO_REUSEADDR, true);
@@ -40,6 +44,7 @@ public final class TcpTransport implements Transport {
     console.line("waiting for the sniffer on TCP " + Text.of((InetSocketAddress) listener.getLocalAddress()));
   }
 
+  /** Returns the port that it listens on. */
   public int port() {
     return listener.socket().getLocalPort();
   }
@@ -124,7 +129,7 @@ public final class TcpTransport implements Transport {
         resource.close();
       }
     } catch (IOException ignored) {
-      // Nothing is left to save.
+      // There is nothing left to do with it.
     }
   }
 
@@ -162,7 +167,7 @@ public final class TcpTransport implements Transport {
       }
     }
 
-    /** Half a command would be worse than none, so a sniffer that takes no more commands is let go. */
+    /** Closes the connection when a command does not fit, because the rest of it would be read as another command. */
     synchronized void write(Command command) {
       try {
         ByteBuffer bytes = ByteBuffer.wrap(command.bytes());

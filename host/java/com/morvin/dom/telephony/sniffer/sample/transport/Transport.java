@@ -5,22 +5,22 @@ import java.io.IOException;
 import java.util.Set;
 
 /**
- * The link to one or more sniffers: frames in, commands out. One thread receives; any thread may call the other
- * operations.
+ * The link to one or more sniffers: delivers their frames and sends them commands. One thread receives; any thread may
+ * call the other methods.
  *
- * <p>Each sniffer has a number, which is never used again. One that connects anew, or was started anew, gets a new
- * number: its list of destinations is empty then.
+ * <p>Sniffers are numbered from 1 in the order in which they appear, and no number is used twice. A sniffer that
+ * connects again or was restarted gets a new number, because its list of destinations is empty.
  */
 public interface Transport extends Closeable {
   /**
    * Waits for a frame.
    *
-   * @return null when none came in time
-   * @throws IOException when none will ever come, with a message for the operator
+   * @return null when none came in time; may return earlier than that
+   * @throws IOException when the transport will deliver no more frames, with a message for the operator
    */
   Received receive(long timeoutMillis) throws IOException, InterruptedException;
 
-  /** Sends a command to one sniffer, whole, without waiting. To one that has gone it does nothing. */
+  /** Sends a complete command to a sniffer without waiting. Does nothing when the sniffer has gone. */
   void send(int sniffer, Command command);
 
   /** Sends a command to every sniffer. */
@@ -28,57 +28,61 @@ public interface Transport extends Closeable {
     sniffers().forEach(sniffer -> send(sniffer, command));
   }
 
-  /** The sniffers to talk to at present. */
+  /** Returns the numbers of the sniffers that take commands at present. */
   Set<Integer> sniffers();
 
-  /** The number of sniffers so far: no number is greater. */
+  /** Returns the greatest number that a sniffer has had so far. */
   int sessions();
 
-  /** Where the sniffer is, for people. */
+  /** Returns a name of the sniffer for messages to the operator. */
   default String nameOf(int sniffer) {
     return "the sniffer";
   }
 
-  /** Nothing has come from it for long, although it was asked. */
+  /** Called when a sniffer has not replied to heartbeats for long. The transport may stop sending it commands. */
   default void forget(int sniffer) {}
 
-  /** Whether commands can get lost on their way. */
+  /** Whether a command can get lost. */
   default boolean losesCommands() {
     return false;
   }
 
-  /** Whether the sniffer carries out commands only when it has captured another packet. */
+  /** Whether the sniffer carries out a command only after it has captured another packet. */
   default boolean waitsForTraffic() {
     return false;
   }
 
   /**
-   * Whether frames come again after a restart unless they were acknowledged. Such a transport is never asked to drop a
-   * frame: while the recorder is behind, {@link #receive} is not called.
+   * Whether frames are delivered again after a restart unless they were acknowledged. Such a transport keeps what the
+   * recorder has no room for: {@link #receive} is not called meanwhile.
    */
   default boolean redelivers() {
     return false;
   }
 
-  /** What it takes to go on after the frame with this number in another run, to be kept with what came of the frames. */
+  /**
+   * Returns the state from which another run can continue after the frame with this number. The recorder saves it
+   * together with the recordings.
+   */
   default byte[] position(long number) {
     return new byte[0];
   }
 
-  /** Goes on where an earlier run was: before anything is received. */
+  /** Continues from the {@link #position} that an earlier run saved. Called before anything is received. */
   default void resume(byte[] position) {}
 
   /**
-   * What was captured before that time has been delivered, as far as can be known, when {@link #receive} has nothing to
-   * deliver. Times of calls run by it, so that what waits while the recorder is down or behind is not taken for silence.
+   * Returns a time in milliseconds since 1970: as far as is known, all frames captured before it have been delivered.
+   * Called when {@link #receive} has nothing to deliver. The time limits of calls use this time, so that frames that
+   * wait while the recorder is down or slow do not count as silence.
    */
   default long caughtUp(long now) {
     return now;
   }
 
   /**
-   * All that follows from the frames up to this number is on disk and survives a crash. Only called when the transport
-   * redelivers, from any thread, with numbers that grow.
+   * Reports that the results of the frames up to this number are on disk and survive a crash. Called only when the
+   * transport redelivers, on any thread, with increasing numbers.
    */
   default void acknowledge(long number) {}
 

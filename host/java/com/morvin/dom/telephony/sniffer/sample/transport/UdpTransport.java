@@ -16,12 +16,12 @@ import java.util.concurrent.ConcurrentHashMap;
 import java.util.concurrent.TimeUnit;
 
 /**
- * Takes one frame from each datagram. A sniffer sends nothing before it has something to forward, and its port is known
- * only then; so its first frame tells where commands go.
+ * Receives frames as UDP datagrams, one frame in each. The address of a sniffer is known from its first frame, which it
+ * sends when it has something to forward. One thread receives; any thread may call the other methods.
  *
- * <p>Another sender address is another sniffer, or one that was started anew. Anyone can send datagrams, and each new
- * sniffer costs the commands of all calls: so there are only so many, and only a few new ones in a while. Frames of
- * those beyond are taken like any others.
+ * <p>A new sender address is a new sniffer or a restarted one. Anyone can send datagrams, and each new sniffer is sent
+ * the commands of all calls. So at most 16 senders count as sniffers, and at most 4 new ones in 10 s. Frames of other
+ * senders are delivered under number 0, which takes no commands.
  */
 public final class UdpTransport implements Transport {
   private static final int RECEIVE_BUFFER = 16 << 20;
@@ -55,6 +55,7 @@ public final class UdpTransport implements Transport {
   private boolean complained;
   private boolean refused;
 
+  /** Receives on an address; port 0 stands for any free port. */
   public UdpTransport(InetSocketAddress address, Console console) throws IOException {
     this.console = console;
     socket = new DatagramSocket(null);
@@ -64,11 +65,12 @@ public final class UdpTransport implements Transport {
     console.line("waiting for the sniffer on UDP " + Text.of((InetSocketAddress) socket.getLocalSocketAddress()));
   }
 
+  /** Returns the port that it receives on. */
   public int port() {
     return socket.getLocalPort();
   }
 
-  /** What is no frame ends the wait early, like a time-out. */
+  /** Also returns null after a datagram that is not a frame. */
   @Override
   public Received receive(long timeoutMillis) throws IOException {
     try {
@@ -149,7 +151,7 @@ public final class UdpTransport implements Transport {
     return "the sniffer" + (sniffer == null ? "" : " at " + Text.of(sniffer.address));
   }
 
-  /** One of several was stopped, or was started anew and sends from another port. */
+  /** Removes a sniffer that was stopped, or was restarted and sends from another port. */
   @Override
   public void forget(int number) {
     Sniffer sniffer = byNumber.remove(number);

@@ -2,6 +2,7 @@ package com.morvin.dom.telephony.sniffer.sample;
 
 import com.morvin.dom.telephony.sniffer.sample.console.Console;
 import com.morvin.dom.telephony.sniffer.sample.recording.Recorder;
+import com.morvin.dom.telephony.sniffer.sample.service.Service;
 import com.morvin.dom.telephony.sniffer.sample.storage.CallReport;
 import com.morvin.dom.telephony.sniffer.sample.storage.Store;
 import com.morvin.dom.telephony.sniffer.sample.transport.Command;
@@ -25,10 +26,10 @@ import java.util.HashMap;
 import java.util.Iterator;
 import java.util.List;
 import java.util.Map;
+import java.util.Set;
 import java.util.concurrent.ConcurrentHashMap;
 import java.util.concurrent.CopyOnWriteArrayList;
 import java.util.concurrent.CountDownLatch;
-import java.util.Set;
 import java.util.stream.IntStream;
 import java.util.stream.Stream;
 import javax.sound.sampled.AudioFormat;
@@ -36,16 +37,16 @@ import javax.sound.sampled.AudioInputStream;
 import javax.sound.sampled.AudioSystem;
 import javax.sound.sampled.UnsupportedAudioFileException;
 
-/** A recorder with a sniffer that classifies as the real one does, on a clock that the test moves. */
+/** A recorder, and a sniffer that classifies traffic as the real one does. The test moves their clock. */
 final class FakeSniffer implements Transport {
   private static final AudioFormat FORMAT = new AudioFormat(8000, 16, 1, true, false);
 
   private static final Map<String, Short> LINEAR = new ConcurrentHashMap<>();
 
-  /** What it has been asked to forward, in order and with duplicates, like the real list. */
+  /** The list of destinations, in order and with duplicates, like the real list. */
   final List<Endpoint> list = new ArrayList<>();
   final List<Command> commands = new ArrayList<>();
-  /** Every datagram that went by, forwarded or not. */
+  /** All datagrams of the network, forwarded or not. */
   final List<Frame> passed = new ArrayList<>();
   final ByteArrayOutputStream printed = new ByteArrayOutputStream();
   final List<CallReport> reports = new CopyOnWriteArrayList<>();
@@ -54,6 +55,7 @@ final class FakeSniffer implements Transport {
   private final Map<Short, Character> letters = new HashMap<>();
   private volatile CountDownLatch stalled = new CountDownLatch(0);
   private volatile boolean full;
+  private volatile CountDownLatch refusals = new CountDownLatch(2);
   Store store;
   Recorder recorder;
   private final Path directory;
@@ -65,7 +67,7 @@ final class FakeSniffer implements Transport {
   boolean losesCommands;
   boolean redelivers;
 
-  /** Runs the body with a recorder in a directory of its own. */
+  /** Runs the body with a new recorder in a new directory. */
   static void with(Testing.Body<FakeSniffer> body) throws Exception {
     Testing.inDirectory(directory -> {
       try (FakeSniffer sniffer = new FakeSniffer(directory)) {
@@ -87,21 +89,23 @@ final class FakeSniffer implements Transport {
         throw new IOException(e);
       }
       if (full) {
+        refusals.countDown();
         throw new IOException("No space left on device");
       }
     });
-    recorder = new Recorder(store, Recorder.Limits.NONE, console, () -> Instant.ofEpochMilli(now), reports::add);
+    recorder = new Recorder(store, Service.Limits.NONE, console, () -> Instant.ofEpochMilli(now), reports::add);
     recorder.attach(this);
   }
 
-  /** "full", "stalled" or "good". */
+  /** Sets the state of the disk: "full", "stalled" or "good". */
   void disk(String state) {
+    refusals = new CountDownLatch(2);
     full = state.equals("full");
     stalled.countDown();
     stalled = new CountDownLatch(state.equals("stalled") ? 1 : 0);
   }
 
-  /** Stops the recorder, or lets it die, and starts another one; what was not safe comes again. */
+  /** Stops or kills the recorder and starts another one. Frames that were not acknowledged are delivered again. */
   void restart(String how) throws IOException {
     if (how.equals("stop")) {
       recorder.stop();
@@ -128,7 +132,7 @@ final class FakeSniffer implements Transport {
     recorder.step(received);
   }
 
-  /** Frames come from this sniffer from now on. */
+  /** Sends the following frames as another sniffer. */
   void session(int number) {
     current = number;
     sessions = Math.max(sessions, number);
@@ -144,7 +148,7 @@ final class FakeSniffer implements Transport {
     unsafe.removeIf(received -> received.number() <= number);
   }
 
-  /** The packet that a sample of the recording is from. */
+  /** Returns the letter of the packet that a recorded sample comes from. */
   char letter(short sample) {
     if (letters.isEmpty()) {
       for (char c = 'a'; c <= 'z'; c++) {
@@ -156,7 +160,7 @@ final class FakeSniffer implements Transport {
     return letters.getOrDefault(sample, '?');
   }
 
-  // What the network does.
+  // The methods below are events of the network.
 
   void sip(String source, String destination, String message) {
     frame(Frame.SIP, at(source), at(destination), message.replace("\n", "\r\n").getBytes(StandardCharsets.UTF_8));
@@ -168,7 +172,7 @@ final class FakeSniffer implements Transport {
     frame(Frame.H323, at(source), at(destination), payload);
   }
 
-  /** Whether it was forwarded. */
+  /** Sends a datagram. Returns whether the sniffer forwarded it. */
   boolean udp(Endpoint source, Endpoint destination, byte[] payload) {
     passed.add(new Frame(Frame.RTP, destination, source, payload));
     boolean listed = list.contains(destination);
@@ -183,9 +187,10 @@ final class FakeSniffer implements Transport {
         lateMillis == 0 && !redelivers ? 0 : now - lateMillis, ++number));
   }
 
+  /** Moves the clock. */
   void pass(long millis) {
     if (!full && stalled.getCount() == 0) {
-      store.disk().drain(); // the clock of the test is faster than the disk
+      awaitDisk(); // the clock of the test is faster than the disk
     }
     for (long end = now + millis; now < end;) {
       now = Math.min(end, now + Math.max(100, millis / 1000));
@@ -193,7 +198,7 @@ final class FakeSniffer implements Transport {
     }
   }
 
-  /** Replays a capture at the pace of its time stamps; TCP segments with payload stand for the given descriptions. */
+  /** Replays a capture at the pace of its time stamps. Each TCP segment with payload yields the next description. */
   void replay(Path capture, List<String> descriptions) throws IOException {
     ByteBuffer in = ByteBuffer.wrap(Files.readAllBytes(capture)).order(ByteOrder.LITTLE_ENDIAN);
     Iterator<String> texts = descriptions.iterator();
@@ -235,7 +240,7 @@ final class FakeSniffer implements Transport {
     }
   }
 
-  /** An RTP packet. */
+  /** Returns an RTP packet. */
   static byte[] rtp(int payloadType, int sequence, int timestamp, int ssrc, byte[] payload) {
     return ByteBuffer.allocate(12 + payload.length)
         .put((byte) 0x80)
@@ -247,7 +252,7 @@ final class FakeSniffer implements Transport {
         .array();
   }
 
-  /** A byte of G.711 as a sample, by another decoder than the recorder's. */
+  /** Decodes a byte of G.711, with another decoder than that of the recorder. */
   static short linear(AudioFormat.Encoding encoding, int coded) {
     return LINEAR.computeIfAbsent(encoding + " " + (coded & 255), key -> {
       AudioFormat format = new AudioFormat(encoding, 8000, 8, 1, 1, 8000, false);
@@ -266,9 +271,9 @@ final class FakeSniffer implements Transport {
     return Endpoint.ofMedia(parts[0], Integer.parseInt(parts[1])).orElseThrow();
   }
 
-  // What the recorder made of it.
+  // The methods below return the results of the recorder.
 
-  /** Ends the recording; the samples of the one file whose name ends like this. */
+  /** Returns the samples of the only file whose name has this end. */
   short[] samples(String nameEnd) throws IOException, UnsupportedAudioFileException {
     List<Path> found = files(nameEnd);
     Testing.equal(found.size(), 1);
@@ -281,42 +286,59 @@ final class FakeSniffer implements Transport {
     }
   }
 
+  /** Waits until the disk thread has done all jobs so far; on a full disk, until it has reported the failure. */
+  private void awaitDisk() {
+    CountDownLatch done = full ? refusals : new CountDownLatch(1);
+    if (!full) {
+      // The jobs so far may queue further ones, so the last job is queued after them.
+      store.disk().submit(() -> store.disk().submit(done::countDown));
+    }
+    try {
+      done.await();
+    } catch (InterruptedException e) {
+      throw new AssertionError(e);
+    }
+  }
+
+  /** Returns the lines of the table of calls. */
   List<String> table() throws IOException {
-    store.disk().drain();
+    awaitDisk();
     List<String> lines = Files.readAllLines(directory.resolve("calls.csv"));
     return lines.subList(1, lines.size());
   }
 
-  /** The last one, as it is read again. */
+  /** Returns the last report as JSON. */
   String report() throws IOException {
-    store.disk().drain();
+    awaitDisk();
     CallReport last = reports.get(reports.size() - 1);
     Path file = directory.resolve(CallReport.FOLDER).resolve(last.name() + ".json");
     Testing.equal(CallReport.read(file), last);
     return last.json();
   }
 
-  /** The files whose names end like this. */
+  /** Returns the files whose names have this end. */
   List<Path> files(String nameEnd) throws IOException {
-    store.disk().drain();
+    awaitDisk();
     try (Stream<Path> files = Files.list(directory)) {
       return files.filter(file -> file.toString().endsWith(nameEnd)).sorted().toList();
     }
   }
 
-  /** What it forwards, sorted, with duplicates. */
+  /** Returns the list of destinations, sorted, with duplicates. */
   String listed() {
     return String.join(" ", list.stream().map(Endpoint::toString).sorted().toList());
   }
 
-  String printed() { return printed.toString(StandardCharsets.UTF_8); }
+  String printed() {
+    return printed.toString(StandardCharsets.UTF_8);
+  }
 
-  // The sniffer's end of the link.
+  // The methods below are the transport of the recorder.
 
   @Override
   public void send(int sniffer, Command command) {
     if (sniffer < sessions && command.code() != Command.HEARTBEAT) {
-      return; // the others are told the same
+      return; // all sniffers share one list
     }
     commands.add(command);
     switch (command.code()) {

@@ -16,7 +16,7 @@ import java.util.Random;
 import java.util.concurrent.ConcurrentLinkedQueue;
 import java.util.concurrent.CountDownLatch;
 
-/** Whatever anyone sends: nothing is thrown, nothing grows without bound, nothing is written where it should not be. */
+/** No input makes the recorder throw, grow without limit or write outside its directory. */
 final class HostileInputTest {
   private static final String INVITE = """
       INVITE sip:b@b SIP/2.0
@@ -114,7 +114,7 @@ final class HostileInputTest {
     });
   }
 
-  /** Forged calls make way for one with media, answered or not, and leave no trace on the disk. */
+  /** Forged calls, answered or not, make way for a real one, and leave no trace on the disk. */
   void testFloodOfCallsMakesWayForRealOnes() throws Exception {
     FakeSniffer.with(sniffer -> {
       sip(sniffer, A, B, INVITE);
@@ -135,13 +135,14 @@ final class HostileInputTest {
     });
   }
 
-  /** One call is bounded, too: methods, tags, branches, addresses. */
+  /** One call has limits as well: methods, tags, branches, addresses. */
   void testEndlessCall() throws Exception {
     FakeSniffer.with(sniffer -> {
       sip(sniffer, A, B, INVITE);
       for (int i = 0; i < 5_000; i++) {
         String media = "m=audio " + (10_000 + 2 * (i % 20_000)) + " RTP/AVP 8\n";
-        sip(sniffer, B, A, response(i % 2 == 0 ? "200 OK" : "183 x").replace("1 INVITE", i + " " + "M".repeat(3000) + i));
+        String method = i + " " + "M".repeat(3000) + i;
+        sip(sniffer, B, A, response(i % 2 == 0 ? "200 OK" : "183 x").replace("1 INVITE", method));
         sip(sniffer, A, B, INVITE.replace("branch=z", "branch=" + i).replace("tag=a", "tag=" + i)
             .replace("Content-Length: 120\n", "").replace("1 INVITE", i + " INVITE") + media.repeat(8));
       }
@@ -151,7 +152,7 @@ final class HostileInputTest {
     });
   }
 
-  /** RTP with forged numbers costs neither disk nor speech. */
+  /** Forged RTP neither fills the disk nor replaces speech. */
   void testForgedMedia() throws Exception {
     FakeSniffer.with(sniffer -> {
       sip(sniffer, A, B, INVITE);
@@ -185,7 +186,7 @@ final class HostileInputTest {
         for (int i = 0; i < 20; i++) {
           int number = i;
           disk.write(9_800, () -> written.add(number), () -> dropped.add(number));
-          disk.then(() -> written.add(100 + number));
+          disk.submit(() -> written.add(100 + number));
         }
         stalled.countDown();
         disk.drain();
@@ -205,7 +206,7 @@ final class HostileInputTest {
     }
     equal(Text.csv("=1+1"), "'=1+1");
     equal(Text.csv("a,\"b\"\n\tc"), "\"a,\"\"b\"\"  c\"");
-    // Half of a character would make the line of the table unwritable.
+    // Half of a surrogate pair could not be encoded in UTF-8.
     that(StandardCharsets.UTF_8.newEncoder().canEncode(Text.csv("x".repeat(199) + "\ud83d\ude00y")), "cut in two");
   }
 }

@@ -7,7 +7,6 @@ import com.morvin.dom.telephony.sniffer.sample.signalling.Direction;
 import com.morvin.dom.telephony.sniffer.sample.transport.Command;
 import com.morvin.dom.telephony.sniffer.sample.transport.Endpoint;
 import com.morvin.dom.telephony.sniffer.sample.transport.Frame;
-import java.nio.charset.StandardCharsets;
 import java.nio.file.Files;
 import java.nio.file.Path;
 import java.util.Arrays;
@@ -20,7 +19,7 @@ import java.util.stream.Stream;
 import java.util.zip.CRC32;
 import javax.sound.sampled.AudioFormat;
 
-/** The cases of tests/data/recorder: what goes by and what the recorder makes of it. Their README tells the words. */
+/** Runs the cases of tests/data/recorder: traffic and the expected recordings. Their README describes the steps. */
 final class ScenarioTest {
   private static final Path CASES = Path.of(System.getProperty("tests.data"), "recorder");
   private static final Map<String, String> HOSTS = Map.of("A", "10.0.0.1", "B", "10.0.0.2", "C", "10.0.0.3", "D",
@@ -113,13 +112,13 @@ final class ScenarioTest {
 
   private static Endpoint at(String text) { return FakeSniffer.at(host(text)); }
 
-  /** "A:4000+" is two. */
+  /** Returns the endpoints of "A:4000"; "A:4000+" stands for two. */
   private static Stream<String> endpoints(String text) {
     String first = host(text.replace("+", ""));
     return text.endsWith("+") ? Stream.of(first, at(first).next().toString()) : Stream.of(first);
   }
 
-  /** "a*3b" is "aaab". */
+  /** Returns "aaab" for "a*3b". */
   private static String spell(String text) {
     StringBuilder spelled = new StringBuilder();
     for (String part : text.split("(?<=\\d)(?=\\D)|(?<=[^*\\d])(?=[^*\\d])")) {
@@ -129,7 +128,7 @@ final class ScenarioTest {
     return spelled.toString();
   }
 
-  /** sip FROM TO METHOD CSEQ TAGS BRANCH [SDP], or with "STATUS REASON METHOD" for a response. */
+  /** Sends sip FROM TO METHOD CSEQ TAGS BRANCH [SDP]; a response has STATUS REASON METHOD instead of METHOD. */
   private void sip(String[] words) {
     boolean response = Character.isDigit(words[3].charAt(0));
     int at = response ? 5 : 3;
@@ -143,11 +142,11 @@ final class ScenarioTest {
         + (body.isEmpty() ? "" : "Content-Type: application/sdp\n") + "\n" + body);
   }
 
-  /** ADDRESS:PORT;ATTRIBUTE... with "_" for a blank; an attribute "m=" is a line of its own. */
+  /** Returns the description for ADDRESS:PORT;ATTRIBUTE... where "_" is a blank and "m=..." is a line without "a=". */
   private static String sdp(String[] parts) {
     String[] address = host(parts[0]).split(":");
-    StringBuilder sdp = new StringBuilder("v=0\no=- 1 1 IN IP4 0.0.0.0\ns=-\nc=IN IP4 " + address[0] + "\nt=0 0\nm=audio "
-        + address[1] + " RTP/AVP 8 0 9 97 98 101\na=rtpmap:97 pcmu/8000/1\na=rtpmap:98 iLBC/8000\n"
+    StringBuilder sdp = new StringBuilder("v=0\no=- 1 1 IN IP4 0.0.0.0\ns=-\nc=IN IP4 " + address[0] + "\nt=0 0\n"
+        + "m=audio " + address[1] + " RTP/AVP 8 0 9 97 98 101\na=rtpmap:97 pcmu/8000/1\na=rtpmap:98 iLBC/8000\n"
         + "a=rtpmap:101 telephone-event/8000\n");
     for (String part : Arrays.asList(parts).subList(1, parts.length)) {
       sdp.append(part.startsWith("m=") ? "" : "a=").append(part.replace('_', ' ')).append('\n');
@@ -155,7 +154,7 @@ final class ScenarioTest {
     return sdp.toString();
   }
 
-  /** A SIP message as it follows, up to a line "end". */
+  /** Sends the SIP message in the following lines, up to a line "end". */
   private void raw(String[] words, Iterator<String> lines) {
     StringBuilder message = new StringBuilder();
     for (String line = lines.next(); !line.equals("end"); line = lines.next()) {
@@ -164,9 +163,10 @@ final class ScenarioTest {
     sniffer.sip(host(words[1]), host(words[2]), message.toString());
   }
 
-  /** rtp FROM TO LETTERS [pt= ssrc= seq= ts= every= by=letter]: a packet for each letter, "." for a lost one. */
+  /** Sends a packet for each letter of rtp FROM TO LETTERS [pt= ssrc= seq= ts= every= by=letter]; "." is a lost one. */
   private void rtp(String[] words) {
-    Map<String, Integer> options = new HashMap<>(Map.of("pt", 8, "ssrc", 7, "seq", 0, "ts", 0, "every", 20, "size", SIZE));
+    Map<String, Integer> options =
+        new HashMap<>(Map.of("pt", 8, "ssrc", 7, "seq", 0, "ts", 0, "every", 20, "size", SIZE));
     boolean byLetter = words[words.length - 1].equals("by=letter");
     for (int i = 4; i < words.length - (byLetter ? 1 : 0); i++) {
       options.put(words[i].split("=")[0], Integer.decode(words[i].split("=")[1]));
@@ -185,7 +185,7 @@ final class ScenarioTest {
     }
   }
 
-  /** One letter for each 160 samples: that of the packet they came from, '.' for silence, '!' for a mixture. */
+  /** Returns a letter for each 160 samples: that of their packet, '.' for silence, '!' for a mixture. */
   private String heard(String nameEnd) throws Exception {
     short[] samples = sniffer.samples(nameEnd);
     StringBuilder heard = new StringBuilder();
@@ -209,14 +209,14 @@ final class ScenarioTest {
     return Long.toHexString(crc.getValue());
   }
 
-  /** At so many milliseconds of the stereo file these letters are heard left and right. */
+  /** Checks the letters at a time of the stereo file, left and right. */
   private void stereo(int millis, String left, String right) throws Exception {
     short[] samples = sniffer.samples("-stereo.wav");
     int frame = 2 * 8 * millis;
     equal(sniffer.letter(samples[frame]) + "" + sniffer.letter(samples[frame + 1]), left + right);
   }
 
-  // The calls of samples/: the files hold what was said, sample by sample.
+  // The calls of samples/ are recorded sample by sample.
 
   void testSampleSip() throws Exception {
     check("sip-g711a-call", List.of(), 0, FakeSniffer.at("10.20.0.2:40000"), FakeSniffer.at("10.20.0.1:30000"));
@@ -229,7 +229,11 @@ final class ScenarioTest {
     }
   }
 
-  /** At most so many packets may pass before the recorder has heard where they go. */
+  /**
+   * Replays a sample call and compares its recordings.
+   *
+   * @param early the most packets that may pass before the recorder knows their destination
+   */
   private static void check(String name, List<String> texts, int early, Endpoint callee, Endpoint caller)
       throws Exception {
     FakeSniffer.with(sniffer -> {
@@ -246,7 +250,7 @@ final class ScenarioTest {
     });
   }
 
-  /** The A-law payloads sent to an address, in the order of capture, by the formula of G.711. */
+  /** Returns the decoded A-law payloads sent to an address, in the order of capture. */
   private static short[] spoken(FakeSniffer sniffer, Endpoint destination) {
     short[] samples = new short[1 << 20];
     int count = 0;

@@ -2,6 +2,7 @@ package com.morvin.dom.telephony.sniffer.sample;
 
 import com.morvin.dom.telephony.sniffer.sample.console.Console;
 import com.morvin.dom.telephony.sniffer.sample.recording.Recorder;
+import com.morvin.dom.telephony.sniffer.sample.service.Service;
 import com.morvin.dom.telephony.sniffer.sample.storage.Store;
 import com.morvin.dom.telephony.sniffer.sample.transport.Command;
 import com.morvin.dom.telephony.sniffer.sample.transport.Endpoint;
@@ -22,11 +23,11 @@ import java.util.Set;
 import java.util.stream.Stream;
 
 /**
- * Two calls that do not exist, recorded without an audience, so that the virtual machine loads and links what the first
- * real call needs. Else that call would pay a tenth of a second between its signalling and the command that asks for its
- * media, and media does not wait.
+ * Records two invented calls into a temporary directory, so that the virtual machine loads and links the classes that
+ * the first real call needs. Without it, the command for the media of that call would be about 100 ms late, and the
+ * media in between would be missing.
  */
-final class Rehearsal implements Transport {
+final class WarmUp implements Transport {
   private static final String INVITE = """
       INVITE sip:b@127.0.0.1 SIP/2.0
       Via: SIP/2.0/UDP 127.0.0.1;branch=1
@@ -43,30 +44,30 @@ final class Rehearsal implements Transport {
       """;
   private static final String SETUP = "t:5\nr:1\nc:1\ns:a\nd:b\nm:1:rcodec:g711Alaw64k 20,rtp:127.0.0.1 9\n";
 
-  private static final Endpoint NOBODY = new Endpoint(0x7f000001, 9);
+  private static final Endpoint ENDPOINT = new Endpoint(0x7f000001, 9);
   private static final byte[] SPEECH = {(byte) 0x80, 8, 0, 1, 0, 0, 0, 0, 0, 0, 0, 1, 0x55};
 
   private final Queue<Received> frames = new ArrayDeque<>();
 
-  private Rehearsal() {
+  private WarmUp() {
     add(Frame.SIP, INVITE.getBytes(StandardCharsets.UTF_8));
     add(Frame.H323, SETUP.getBytes(StandardCharsets.UTF_8));
     add(Frame.RTP, SPEECH);
   }
 
   private void add(int protocol, byte[] payload) {
-    frames.add(new Received(new Frame(protocol, NOBODY, NOBODY, payload), 0, 0, 0));
+    frames.add(new Received(new Frame(protocol, ENDPOINT, ENDPOINT, payload), 0, 0, 0));
   }
 
-  /** Leaves nothing behind. */
-  static void play() throws IOException, InterruptedException {
-    Path stage = Files.createTempDirectory("rehearsal");
-    Console silence = new Console(new PrintStream(OutputStream.nullOutputStream()), false);
-    try (Store store = new Store(stage, silence)) {
-      Recorder.Limits once = new Recorder.Limits(false, 0, Recorder.Limits.NONE.calls());
-      new Recorder(store, once, silence, InstantSource.system(), report -> { }).run(new Rehearsal());
+  /** Returns after the calls are recorded and the directory is removed. */
+  static void run() throws IOException, InterruptedException {
+    Path directory = Files.createTempDirectory("rehearsal");
+    Console console = new Console(new PrintStream(OutputStream.nullOutputStream()), false);
+    try (Store store = new Store(directory, console)) {
+      Service.Limits limits = new Service.Limits(false, 0, Service.Limits.NONE.calls());
+      new Recorder(store, limits, console, InstantSource.system(), report -> { }).run(new WarmUp());
     } finally {
-      try (Stream<Path> all = Files.walk(stage)) {
+      try (Stream<Path> all = Files.walk(directory)) {
         for (Path path : all.sorted(Comparator.reverseOrder()).toList()) {
           Files.deleteIfExists(path);
         }

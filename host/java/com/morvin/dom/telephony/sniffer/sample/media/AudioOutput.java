@@ -9,18 +9,21 @@ import java.io.IOException;
 import java.util.ArrayList;
 import java.util.List;
 
-/** A WAV file of one direction, with the clock it is held against. */
-final class Audio {
-  /** How far timestamps may lead the clock: so a forged one cannot fill the disk with silence. */
+/**
+ * A WAV file of one direction, and the clock that its samples are aligned to. Belongs to the recorder thread. Times are
+ * milliseconds since 1970.
+ */
+final class AudioOutput {
+  /** How far RTP timestamps may be ahead of the clock. A forged timestamp must not fill the disk with silence. */
   private static final long MAX_LEAD_MILLIS = 10_000;
   private static final long MAX_CLOCK_GAP_MILLIS = 3_600_000;
-  /** After so much silence the clock decides where speech goes on. */
+  /** After a longer pause the clock decides where speech continues. */
   private static final long PAUSE_MILLIS = 200;
-  /** Less is jitter. */
+  /** A smaller difference is jitter. */
   private static final long DRIFT_MILLIS = 40;
   private static final int MAX_MARKS = 2000;
 
-  /** Where speech goes on after a pause: the sample, and when it was captured. */
+  /** The first sample after a pause and its time of capture. */
   private record Anchor(long sample, long time) {}
 
   private record Gap(long from, long to) {}
@@ -33,10 +36,10 @@ final class Audio {
   private long firstArrival = -1;
   private long endOfAudio;
   private boolean interrupted;
-  private long more;
+  private long excessMillis;
   private Object owner;
 
-  Audio(WavFile file, String codec) {
+  AudioOutput(WavFile file, String codec) {
     this.file = file;
     this.codec = codec;
   }
@@ -49,35 +52,35 @@ final class Audio {
     return packets;
   }
 
-  /** The source that writes to it at present. */
-  boolean belongsTo(Object source) {
+  /** Whether a source writes to this file at present. */
+  boolean isOwnedBy(Object source) {
     return owner == source;
   }
 
-  void giveTo(Object source) {
+  void setOwner(Object source) {
     owner = source;
   }
 
-  private int perMilli() {
+  private int samplesPerMilli() {
     return file.rate() / 1000;
   }
 
-  /** Milliseconds of silence between what was written last and now, by the clock. */
+  /** Returns the pause since the last sample in milliseconds, by the clock. */
   long pauseUntil(long now) {
     return firstArrival < 0 ? 0 : Math.max(0, Math.min(now - endOfAudio, MAX_CLOCK_GAP_MILLIS));
   }
 
-  /** Milliseconds of silence that timestamps may ask for. */
+  /** Returns the longest pause in milliseconds that RTP timestamps may ask for. */
   long maxPauseAt(long now) {
     long start = firstArrival < 0 ? now : firstArrival;
-    return now - start + MAX_LEAD_MILLIS - file.samples() / perMilli();
+    return now - start + MAX_LEAD_MILLIS - file.samples() / samplesPerMilli();
   }
 
   /**
-   * Adds speech behind a pause.
+   * Writes a pause and the samples after it.
    *
    * @param pause in samples
-   * @param missing whether it is known that packets were lost in it
+   * @param missing whether packets were lost in the pause
    */
   void write(long pause, boolean missing, short[] samples, long time) {
     packets++;
@@ -89,17 +92,17 @@ final class Audio {
     }
     interrupted = false;
     file.silence(pause);
-    if (anchors.isEmpty() || pause >= PAUSE_MILLIS * perMilli()) {
+    if (anchors.isEmpty() || pause >= PAUSE_MILLIS * samplesPerMilli()) {
       anchor(time);
     }
     file.write(samples);
-    endOfAudio = time + samples.length / perMilli();
+    endOfAudio = time + samples.length / samplesPerMilli();
   }
 
   private void anchor(long time) {
     if (!anchors.isEmpty()) {
       Anchor last = anchors.get(anchors.size() - 1);
-      long drift = time - last.time - (file.samples() - last.sample) / perMilli();
+      long drift = time - last.time - (file.samples() - last.sample) / samplesPerMilli();
       if (Math.abs(drift) < DRIFT_MILLIS || anchors.size() == MAX_MARKS) {
         return;
       }
@@ -113,13 +116,14 @@ final class Audio {
     }
   }
 
+  /** Describes the file for the report. */
   CallReport.Part part(long callStart) {
     double rate = file.rate();
     return new CallReport.Part(file.fileName(), codec, (firstArrival - callStart) / 1000.0, file.samples() / rate,
         gaps.stream().map(gap -> new CallReport.Gap(gap.from / rate, gap.to / rate)).toList());
   }
 
-  /** What was spoken without a break, on the clock of the call. */
+  /** Returns the stretches of speech without a pause, with their times since the start of the call. */
   List<StereoFile.Stretch> stretches(long callStart) {
     List<StereoFile.Stretch> stretches = new ArrayList<>();
     for (int i = 0; i < anchors.size(); i++) {
@@ -131,9 +135,9 @@ final class Audio {
     return stretches;
   }
 
-  /** Milliseconds that were on disk beyond what was saved. */
-  long more() {
-    return more;
+  /** Returns the length of the audio that was written after the state was saved, in milliseconds. */
+  long excessMillis() {
+    return excessMillis;
   }
 
   void save(DataOutput out) throws IOException {
@@ -155,20 +159,20 @@ final class Audio {
     }
   }
 
-  /** The way to a file whose rate and samples are known. */
-  interface Reopen {
-    WavFile file(int rate, long samples) throws IOException;
+  /** Opens a file with a known rate and number of samples. */
+  interface FileOpener {
+    WavFile open(int rate, long samples) throws IOException;
   }
 
-  /** The next packet comes after the recorder was away; the file may hold more than was known of it. */
-  static Audio restore(DataInput in, Reopen reopen) throws IOException {
+  /** Restores a saved output. The file may hold more samples than the saved state says. */
+  static AudioOutput restore(DataInput in, FileOpener opener) throws IOException {
     int rate = in.readInt();
     long samples = in.readLong();
-    Audio audio = new Audio(reopen.file(rate, samples), in.readUTF());
-    audio.more = (audio.file.samples() - samples) / audio.perMilli();
+    AudioOutput audio = new AudioOutput(opener.open(rate, samples), in.readUTF());
+    audio.excessMillis = (audio.file.samples() - samples) / audio.samplesPerMilli();
     audio.packets = in.readLong();
     audio.firstArrival = in.readLong();
-    audio.endOfAudio = in.readLong() + audio.more;
+    audio.endOfAudio = in.readLong() + audio.excessMillis;
     for (int count = in.readInt(); count > 0; count--) {
       audio.anchors.add(new Anchor(in.readLong(), in.readLong()));
     }

@@ -6,13 +6,13 @@ import java.nio.file.Path;
 import java.util.Iterator;
 import java.util.List;
 
-/** The files of a call that goes on after a restart, in the order in which they were saved. */
-public final class KeptFiles {
+/** The files of a call that continues after a restart, in the order in which they were saved. */
+public final class ResumedFiles {
   private final Store store;
   private final Iterator<String> names;
 
-  /** By name in the folder of the recordings; an empty one was not created yet. */
-  KeptFiles(Store store, List<String> names) {
+  /** Takes the names of the files in the directory of the recordings. The name is empty if a file was not created. */
+  ResumedFiles(Store store, List<String> names) {
     this.store = store;
     this.names = names.iterator();
   }
@@ -23,13 +23,18 @@ public final class KeptFiles {
     return path != null && Files.exists(path) ? path : null;
   }
 
-  /** The next one, of which at least so many samples are taken for written. */
+  /**
+   * Continues the next file as a WAV file.
+   *
+   * @param samples the least number of samples that the file counts as
+   */
   public WavFile wav(String name, int rate, long samples) throws IOException {
     Path path = next();
     long there = path == null ? 0 : WavFile.samplesIn(Files.size(path));
     return store.wav(name, rate, path, Math.max(there, samples));
   }
 
+  /** Continues the next file as a capture file. */
   public PcapFile pcap(String name) {
     return store.pcap(name, next());
   }

@@ -8,13 +8,13 @@ import java.util.LinkedHashMap;
 import java.util.List;
 import java.util.Map;
 
-/** Records as maps by the names of their components, and back. */
-final class CallReportForm {
-  private CallReportForm() {}
+/** Converts records to maps with the names of their components, and back. */
+final class RecordMapper {
+  private RecordMapper() {}
 
   static Object write(Object value) {
     if (value instanceof List<?> list) {
-      return list.stream().map(CallReportForm::write).toList();
+      return list.stream().map(RecordMapper::write).toList();
     }
     if (!value.getClass().isRecord()) {
       return value;
@@ -43,8 +43,8 @@ final class CallReportForm {
       ((List<?>) value).forEach(element -> elements.add(read(element, list.getActualTypeArguments()[0])));
       return List.copyOf(elements);
     }
-    if (type instanceof Class<?> record && record.isRecord()) {
-      return readRecord((Map<?, ?>) value, record);
+    if (type instanceof Class<?> recordType && recordType.isRecord()) {
+      return readRecord((Map<?, ?>) value, recordType);
     }
     return value;
   }

@@ -1,0 +1,184 @@
+package com.morvin.dom.telephony.sniffer.sample.service;
+
+import com.morvin.dom.telephony.sniffer.sample.console.Console;
+import com.morvin.dom.telephony.sniffer.sample.signalling.CallFollower;
+import com.morvin.dom.telephony.sniffer.sample.transport.Frame;
+import com.morvin.dom.telephony.sniffer.sample.transport.Heartbeat;
+import com.morvin.dom.telephony.sniffer.sample.transport.Intake;
+import com.morvin.dom.telephony.sniffer.sample.transport.Received;
+import com.morvin.dom.telephony.sniffer.sample.transport.Transport;
+import java.io.IOException;
+import java.time.InstantSource;
+
+/**
+ * The loop that serves the sniffers of a transport. The recorder and the front extend it.
+ *
+ * <p>The loop receives frames, asks each new sniffer for the media of the running calls, sends heartbeats, follows the
+ * time limits of calls, and ends on {@link #stop} or at one of its own limits. A subclass handles the frames and the
+ * calls.
+ *
+ * <p>All methods belong to the thread that calls {@link #run}, except {@link #stop} and {@link #stopped}, which any
+ * thread may call.
+ */
+public abstract class Service implements CallFollower.Listener {
+  private static final long TICK_MILLIS = 200;
+
+  /**
+   * When the loop ends by itself, and the bounds for calls.
+   *
+   * @param untilDisconnect whether the loop ends after the last sniffer has disconnected
+   * @param idleExitMillis the loop ends after this time without captured traffic
+   * @param calls the bounds for calls
+   */
+  public record Limits(boolean untilDisconnect, long idleExitMillis, CallFollower.Limits calls) {
+    /** The loop does not end by itself; calls have their usual bounds. */
+    public static final Limits NONE = new Limits(false, Long.MAX_VALUE, CallFollower.Limits.DEFAULT);
+  }
+
+  /** Lines for the operator. */
+  protected final Console console;
+  /** The time of day of the loop. */
+  protected final InstantSource clock;
+  /** Assigns frames to calls. */
+  protected final CallFollower follower;
+
+  private final Limits limits;
+  private final long pollMillis;
+  private Transport transport;
+  private Heartbeat heartbeat;
+  private Intake intake;
+  private int sessions;
+  private long lastTick;
+  private long lastTraffic;
+  private volatile boolean stopping;
+
+  /**
+   * Makes a loop without a transport.
+   *
+   * @param pollMillis how long the loop waits for a frame before the next step
+   */
+  protected Service(Limits limits, long pollMillis, Console console, InstantSource clock) {
+    this.limits = limits;
+    this.pollMillis = pollMillis;
+    this.console = console;
+    this.clock = clock;
+    follower = new CallFollower(this, limits.calls(), command -> transport.send(command));
+  }
+
+  /** Called once for each transport, before anything is received from it. */
+  protected void attached() throws IOException {}
+
+  /**
+   * Handles a frame.
+   *
+   * @param time milliseconds since 1970: now or, when the transport redelivers, the time of capture
+   */
+  protected abstract void handle(Received received, long time);
+
+  /**
+   * Called every 200 ms, after the heartbeats and the time limits of calls.
+   *
+   * @param now milliseconds since 1970
+   */
+  protected abstract void tick(long now);
+
+  /** Called at the end of each step. */
+  protected void stepped(long now) {}
+
+  /** Ends the work on the transport. {@link #run} may be called again afterwards. */
+  public abstract void finish();
+
+  /** Prints what was done, once, at the end of the program. */
+  public abstract void summarize();
+
+  /**
+   * Serves a transport until {@link #stop} or one of the limits.
+   *
+   * @throws IOException when the transport delivers nothing more, with a message for the operator
+   */
+  public final void run(Transport link) throws IOException, InterruptedException {
+    attach(link);
+    try (Intake reading = new Intake(link, console)) {
+      intake = reading;
+      while (!stopping) {
+        boolean gone = limits.untilDisconnect && link.sessions() > 0 && link.sniffers().isEmpty();
+        Received received = reading.receive(pollMillis);
+        step(received);
+        if (received == null && (gone || clock.millis() - lastTraffic >= limits.idleExitMillis)) {
+          break;
+        }
+      }
+    } finally {
+      finish();
+    }
+  }
+
+  /** The first part of {@link #run}: serves a transport from now on. */
+  public final void attach(Transport link) throws IOException {
+    transport = link;
+    heartbeat = new Heartbeat(link, console);
+    sessions = link.sessions();
+    lastTraffic = clock.millis();
+    attached();
+  }
+
+  /**
+   * One step of {@link #run}: handles a frame and does what is due.
+   *
+   * @param received null when no frame came
+   */
+  public final void step(Received received) {
+    long now = clock.millis();
+    long time = received != null && transport.redelivers() ? received.captured() : now;
+    resendToNewSniffers();
+    if (received != null) {
+      heartbeat.heard(received.sniffer(), now);
+      if (received.frame().protocol() != Frame.HEARTBEAT || transport.waitsForTraffic()) {
+        lastTraffic = now;
+      }
+      handle(received, time);
+    }
+    if (now - lastTick >= TICK_MILLIS || now < lastTick) {
+      lastTick = now;
+      heartbeat.tick(now);
+      follower.tick(received != null ? time : transport.caughtUp(now), transport.losesCommands());
+      tick(now);
+    }
+    stepped(now);
+  }
+
+  /** A new sniffer has an empty list of destinations. */
+  private void resendToNewSniffers() {
+    int newest = transport.sessions();
+    for (int number = sessions + 1; number <= newest; number++) {
+      int sniffer = number;
+      follower.resend(command -> transport.send(sniffer, command));
+    }
+    sessions = newest;
+  }
+
+  /** Makes {@link #run} return soon. Any thread may call it. */
+  public final void stop() {
+    stopping = true;
+  }
+
+  /** Whether {@link #stop} was called. Any thread may call it. */
+  public final boolean stopped() {
+    return stopping;
+  }
+
+  /** The transport that is served; null before the first one. */
+  protected final Transport transport() {
+    return transport;
+  }
+
+  /** The state of the sniffers, for the status line. */
+  protected final String snifferState() {
+    return heartbeat.state();
+  }
+
+  /** The number of frames that were dropped because this program was too slow. */
+  protected final long dropped() {
+    return intake == null ? 0 : intake.dropped();
+  }
+}

@@ -1,0 +1,17 @@
+package com.morvin.dom.telephony.sniffer.sample.storage;
+
+import java.io.IOException;
+
+/** Is called for the calls of a recorder, on the disk thread. A method that throws is called again. */
+public interface ReportListener {
+  /**
+   * The first media of a call was received. The report has no end and no name. It is repeated after a restart.
+   */
+  default void began(CallReport call) throws IOException {}
+
+  /**
+   * A call has ended and all its files are written. When the call continues after a restart, another report with the
+   * same name follows.
+   */
+  void ended(CallReport call) throws IOException;
+}
