@@ -15,9 +15,9 @@ bool Logger::isInfoEnabled() const {
 }
 
 void Logger::setLevel(const std::string& name) const {
-  for (const log4cxx::LevelPtr& level : {log4cxx::Level::getDebug(), log4cxx::Level::getInfo(),
-                                         log4cxx::Level::getWarn(), log4cxx::Level::getError(),
-                                         log4cxx::Level::getFatal()}) {
+  for (const log4cxx::LevelPtr& level :
+       {log4cxx::Level::getDebug(), log4cxx::Level::getInfo(), log4cxx::Level::getWarn(), log4cxx::Level::getError(),
+        log4cxx::Level::getFatal()}) {
     if (name == level->toString()) logger_->setLevel(level);
   }
 }

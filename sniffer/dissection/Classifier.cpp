@@ -10,41 +10,15 @@
 
 namespace voip {
 
-void Classifier::setEnds(const FlowEnds& ends) {
-  header_.dstIp = ends.destination;
-  header_.dstPort = ends.destinationPort;
-  header_.srcIp = ends.source;
-  header_.srcPort = ends.sourcePort;
-}
-
-FrameProtocol Classifier::classify(const Datagram& datagram) {
-  setEnds(datagram.ends);
-  header_.len = static_cast<u_short>(datagram.payload.size() + FrameHeader::kLength);
-  const bool isWanted = isSip(datagram.payload.data()) || isSipWithAnyUri(datagram.payload) || isRtpFilter();
-  return header_.protocol = isWanted ? lastClass_.load(std::memory_order_relaxed) : FrameProtocol::None;
-}
-
 void Classifier::setClass(FrameProtocol protocol, const FlowEnds& ends, std::size_t payloadLength) {
   setEnds(ends);
   header_.len = static_cast<u_short>(payloadLength + FrameHeader::kLength);
   lastClass_ = header_.protocol = protocol;
 }
 
-bool Classifier::isSip(const u_char* payload) {
-  if (!sipHelper_.isRequest(payload) && !sipHelper_.isResponse(payload)) return false;
-  lastClass_ = FrameProtocol::Sip;
-  return true;
-}
-
 bool Classifier::isSipWithAnyUri(std::span<const std::uint8_t> payload) {
   if (!sipAnyUri_ || !isSipRequestWithAnyUri(payload)) return false;
   lastClass_ = FrameProtocol::Sip;
-  return true;
-}
-
-bool Classifier::isRtpFilter() {
-  if (!destinations_.contains({header_.dstIp, header_.dstPort})) return false;
-  lastClass_ = FrameProtocol::Rtp;
   return true;
 }
 

@@ -5,6 +5,7 @@
 #include <atomic>
 #include <cstdint>
 #include <span>
+#include <string>
 
 #include "forwarding/RtpDestinations.h"
 #include "network/NetworkSink.h"
@@ -63,5 +64,33 @@ class Classifier {
   FrameHeader header_;
   std::atomic<FrameProtocol> lastClass_ = FrameProtocol::None;
 };
+
+// ---- inline: each datagram goes through these ----
+
+inline void Classifier::setEnds(const FlowEnds& ends) {
+  header_.dstIp = ends.destination;
+  header_.dstPort = ends.destinationPort;
+  header_.srcIp = ends.source;
+  header_.srcPort = ends.sourcePort;
+}
+
+inline FrameProtocol Classifier::classify(const Datagram& datagram) {
+  setEnds(datagram.ends);
+  header_.len = static_cast<u_short>(datagram.payload.size() + FrameHeader::kLength);
+  const bool isWanted = isSip(datagram.payload.data()) || isSipWithAnyUri(datagram.payload) || isRtpFilter();
+  return header_.protocol = isWanted ? lastClass_.load(std::memory_order_relaxed) : FrameProtocol::None;
+}
+
+inline bool Classifier::isSip(const u_char* payload) {
+  if (!sipHelper_.isRequest(payload) && !sipHelper_.isResponse(payload)) return false;
+  lastClass_ = FrameProtocol::Sip;
+  return true;
+}
+
+inline bool Classifier::isRtpFilter() {
+  if (!destinations_.contains({header_.dstIp, header_.dstPort})) return false;
+  lastClass_ = FrameProtocol::Rtp;
+  return true;
+}
 
 }  // namespace voip

@@ -110,8 +110,7 @@ void SngDissector::removeRtp(u_int rtpIp, u_short rtpPort) {
 // ---- the queue ----
 
 void SngDissector::producePacket(SniffedPacket& packet) {
-  const bool isMedia =
-      packetQueue_.hasLimit() && carriesMedia(packet.packet, packet.header->caplen, packet.linkType);
+  const bool isMedia = packetQueue_.hasLimit() && carriesMedia(packet.packet, packet.header->caplen, packet.linkType);
   packetQueue_.push(packet, kMaxPacket, isMedia ? PacketQueue::Kind::kMedia : PacketQueue::Kind::kSignalling);
 }
 
@@ -135,7 +134,7 @@ void SngDissector::processBatch() {
     if (packet == nullptr) break;
     router_.takeFrame(packet->header, packet->bytes(), packet->linkType, packet->stamp);
     if (isEmbedded) answerHost();
-    router_.forwardRecalled();
+    if (recalls_.arePending()) router_.forwardRecalled();
   }
   forwarder_.flush();
 }
@@ -148,9 +147,8 @@ void SngDissector::answerHost() {
 }
 
 void SngDissector::sendMissedSignalling() {
-  forwarder_.sendMissed([this](FrameProtocol protocol) -> BaseConnection& {
-    return *links_.forFrame(protocol, protocol);
-  });
+  forwarder_.sendMissed(
+      [this](FrameProtocol protocol) -> BaseConnection& { return *links_.forFrame(protocol, protocol); });
 }
 
 void SngDissector::signalEnd() {

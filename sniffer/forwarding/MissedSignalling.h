@@ -11,8 +11,8 @@
 
 namespace voip {
 
-/// Signalling that a lost recorder missed, oldest first, for when the recorder is back. Frames are kept for a fixed time
-/// and in a fixed amount of memory; the oldest are dropped first. The caller hands in the time. One thread.
+/// Signalling that a lost recorder missed, oldest first, for when the recorder is back. Frames are kept for a fixed
+/// time and in a fixed amount of memory; the oldest are dropped first. The caller hands in the time. One thread.
 class MissedSignalling {
  public:
   /// `memory` in bytes.

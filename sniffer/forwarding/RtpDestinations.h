@@ -31,8 +31,9 @@ class RtpDestinations {
   std::size_t length();
 
  private:
-  // Open addressing with linear probing; no free slot stands between a key and its home. The sizes double, so all tables
-  // that were outgrown are together no larger than the present one: they are kept for readers that still use one.
+  // Open addressing with linear probing; no free slot stands between a key and its home. The sizes double, so all
+  // tables that were outgrown are together no larger than the present one: they are kept for readers that still use
+  // one.
   struct Table {
     explicit Table(std::size_t size);
     std::size_t slotOf(std::uint64_t key) const;  ///< the slot of the key, or the free slot where it belongs

@@ -156,8 +156,7 @@ void PacketQueue::takeFirstBlock(Lane& lane) {
 QueuedPacket* PacketQueue::next() {
   Lane* lane = &frames_;
   QueuedPacket* packet = lane->front();
-  if (QueuedPacket* media = media_.front();
-      media != nullptr && (packet == nullptr || media->number < packet->number)) {
+  if (QueuedPacket* media = media_.front(); media != nullptr && (packet == nullptr || media->number < packet->number)) {
     lane = &media_;
     packet = media;
   }

@@ -63,8 +63,8 @@ class PacketQueue {
   void wake();
 
   /// Drops all waiting frames, those that the consumer has taken but not begun included. Counts them, and `others` that
-  /// the caller has dropped, as discarded, and logs their number at DEBUG. Any thread; while the consumer is in a batch,
-  /// up to 32 frames of it are spared.
+  /// the caller has dropped, as discarded, and logs their number at DEBUG. Any thread; while the consumer is in a
+  /// batch, up to 32 frames of it are spared.
   void clear(std::size_t others = 0);
 
   /// The same, sparing nothing. Consumer only.

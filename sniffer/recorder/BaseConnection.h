@@ -63,9 +63,9 @@ class BaseConnection {
     return {frames.size()};
   }
 
-  /// Sends one frame from the thread that takes commands. Never waits for the recorder to make room: where frames do, it
-  /// goes out with one of them, and counts as sent. Never connects: only the thread that forwards frames does, so that
-  /// it has acted on the loss of a connection before the next one brings commands.
+  /// Sends one frame from the thread that takes commands. Never waits for the recorder to make room: where frames do,
+  /// it goes out with one of them, and counts as sent. Never connects: only the thread that forwards frames does, so
+  /// that it has acted on the loss of a connection before the next one brings commands.
   virtual voip::LinkEvent sendReply(voip::OutgoingFrame& reply) { return sendPackets({&reply, 1}).link; }
 
   /// Sleeps until the next attempt to connect makes sense, after LinkEvent::kUnreachable.

@@ -82,7 +82,8 @@ int EmbeddedConnection::receivePacket(char* buffer, int capacity) {
     if (packetQueue_.size() == 0) return 0;
     packet = packetQueue_.front();
     if (packet.length > capacity) {
-      auto isLogged = loggedLengths_[std::min<std::size_t>(static_cast<std::size_t>(packet.length), loggedLengths_.size() - 1)];
+      auto isLogged =
+          loggedLengths_[std::min<std::size_t>(static_cast<std::size_t>(packet.length), loggedLengths_.size() - 1)];
       isNew = !isLogged;
       isLogged = true;
     } else {
@@ -96,7 +97,7 @@ int EmbeddedConnection::receivePacket(char* buffer, int capacity) {
   if (back) ownLogger().warn("The host fetches frames again, " + std::to_string(left) + " wait");
   if (isNew) {
     ownLogger().warn("A frame of " + std::to_string(packet.length) + " bytes waits, the host's array holds " +
-                 std::to_string(capacity) + ": nothing is fetched until it is larger");
+                     std::to_string(capacity) + ": nothing is fetched until it is larger");
   }
   return packet.length > capacity ? 0 : packet.length;
 }
@@ -109,8 +110,8 @@ void EmbeddedConnection::watchHost() {
     if (waiting == 0 || hostIsIdle_ || Clock::now() - idleSince_ < hostPatience_) return;
     hostIsIdle_ = true;
   }
-  ownLogger().warn("The host has fetched nothing for " + std::to_string(hostPatience_ / std::chrono::seconds(1)) + " s, " +
-               std::to_string(waiting) + " frames wait");
+  ownLogger().warn("The host has fetched nothing for " + std::to_string(hostPatience_ / std::chrono::seconds(1)) +
+                   " s, " + std::to_string(waiting) + " frames wait");
 }
 
 HostBacklog EmbeddedConnection::getBacklog() {

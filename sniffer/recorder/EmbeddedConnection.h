@@ -61,8 +61,8 @@ class EmbeddedConnection : public BaseConnection {
   /// buffer must hold the largest frame, 65,535 bytes.
   int receivePacket(char* buffer);
 
-  /// The same for a buffer of `capacity` bytes: a frame that does not fit stays, and 0 is returned. Logged once for each
-  /// length.
+  /// The same for a buffer of `capacity` bytes: a frame that does not fit stays, and 0 is returned. Logged once for
+  /// each length.
   int receivePacket(char* buffer, int capacity);
 
   voip::HostBacklog getBacklog() override;
@@ -85,7 +85,7 @@ class EmbeddedConnection : public BaseConnection {
   std::size_t highestBacklog_ GUARDED_BY(queueLock_) = 0;
   /// The last fetch, or when the first waiting frame came.
   std::chrono::steady_clock::time_point idleSince_ GUARDED_BY(queueLock_);
-  bool hostIsIdle_ GUARDED_BY(queueLock_) = false;          ///< and the log says so
+  bool hostIsIdle_ GUARDED_BY(queueLock_) = false;           ///< and the log says so
   std::bitset<65536> loggedLengths_ GUARDED_BY(queueLock_);  ///< of frames that did not fit the host's buffer
 
   static EmbeddedConnection* theConnection_;

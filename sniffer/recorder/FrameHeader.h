@@ -24,8 +24,8 @@ enum class FrameProtocol : u_char {
 /// On the wire, without gaps and most significant byte first: length (2), protocol (1), destination address (4) and
 /// port (2), source address (4) and port (2).
 struct FrameHeader {
-  static constexpr int kLength = kForwardedHeader;         ///< on the wire
-  static constexpr int kProtocolOffset = 2;  ///< of the protocol on the wire
+  static constexpr int kLength = kForwardedHeader;  ///< on the wire
+  static constexpr int kProtocolOffset = 2;         ///< of the protocol on the wire
 
   u_short len = 0;  ///< of the whole frame, these 15 bytes included
   FrameProtocol protocol = FrameProtocol::None;

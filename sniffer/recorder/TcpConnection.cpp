@@ -28,7 +28,9 @@ bool isSendable(const OutgoingFrame& frame) {
 }  // namespace
 
 TcpConnection::TcpConnection(const char* host, int port)
-    : serverPort_(port), serverHost_(host), sending_(std::make_unique<AccountedSending>(static_cast<StreamSocket&>(*this))) {
+    : serverPort_(port),
+      serverHost_(host),
+      sending_(std::make_unique<AccountedSending>(static_cast<StreamSocket&>(*this))) {
   serverAddr_.sin_family = AF_INET;
   serverAddr_.sin_addr.s_addr = inet_addr(host);
   serverAddr_.sin_port = htons(static_cast<uint16_t>(port));

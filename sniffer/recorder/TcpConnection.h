@@ -65,7 +65,8 @@ class TcpConnection : public BaseConnection, private voip::StreamSocket {
 
   bool isConnected() const { return connected_; }
 
-  /// Decides on a send that failed with `errnum`: 0 to go on with the frame, -1 to give it up. May close the connection.
+  /// Decides on a send that failed with `errnum`: 0 to go on with the frame, -1 to give it up. May close the
+  /// connection.
   int checkError(int errnum) override;
 
   /// Sleeps; a signal cuts it short.

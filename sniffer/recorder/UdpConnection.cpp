@@ -57,7 +57,7 @@ SendResult UdpConnection::sendPackets(std::span<OutgoingFrame> frames) {
   OutgoingFrame& failed = frames[sent];
   failed.sent = -1;
   logger().error("len=" + std::to_string(failed.length) + ", sent=" + std::to_string(failed.sent) +
-                "\nError sento on socket");
+                 "\nError sento on socket");
   return {sent + 1};
 }
 
@@ -83,7 +83,7 @@ bool UdpConnection::receiveRequest(SnifferRequest& request) {
   request = SnifferRequest::fromWire(command_.data());
   if (logger().isDebugEnabled()) {
     logger().debug("rx from server cmd=" + std::to_string(request.request) + ", ip=" + dottedDecimal(request.rtpAddr) +
-                  ", port=" + std::to_string(request.rtpPort) + ", nRcvd=" + std::to_string(n));
+                   ", port=" + std::to_string(request.rtpPort) + ", nRcvd=" + std::to_string(n));
   }
   return true;
 }
