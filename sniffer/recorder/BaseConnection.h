@@ -2,7 +2,9 @@
 
 #include <sys/types.h>
 
+#include <atomic>
 #include <cstddef>
+#include <cstdint>
 #include <ctime>
 #include <span>
 
@@ -52,7 +54,8 @@ class BaseConnection {
 
   /// Sends frames in order; the recorder cannot tell this from a sendPacket() for each. Ends after the first frame that
   /// was not taken whole, or earlier: the caller judges the other frames anew, since a lost recorder's wishes are void,
-  /// and after a wait for the recorder a frame may be late. Deals with no frame only after a wait that ended with room.
+  /// and after a wait for the recorder a frame may be late. May deal with no frame after a wait, or when the recorder
+  /// closed the stream meanwhile; the next call then makes an attempt to connect.
   ///
   /// Does not pause after a failed attempt to connect: the caller does, with pause(), once it has acted on the event.
   virtual voip::SendResult sendPackets(std::span<voip::OutgoingFrame> frames) {
@@ -84,8 +87,15 @@ class BaseConnection {
   /// From now on nothing waits in this connection, and what waits goes on at once. Any thread.
   virtual void interrupt() {}
 
+  /// Bytes that can be sent now without delay to frames that follow: 0 while the recorder is slow. Frames do not heed
+  /// it; what has no hurry does.
+  virtual std::size_t getRoom() { return SIZE_MAX; }
+
   /// Of a host in this process; without one nothing ever waits. Any thread.
   virtual voip::HostBacklog getBacklog() { return {}; }
+
+  /// Bytes of the frames in the backlog; null when nothing ever waits. Any thread.
+  virtual const std::atomic<std::size_t>* getBacklogSize() const { return nullptr; }
 
   /// Warns in the log of a host that does not fetch its frames. To be called now and then by the thread that sends.
   virtual void watchHost() {}

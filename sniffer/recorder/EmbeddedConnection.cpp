@@ -58,6 +58,7 @@ SendResult EmbeddedConnection::sendPackets(std::span<OutgoingFrame> frames) {
     for (OutgoingFrame& frame : frames) {
       packetQueue_.append(frame.bytes, frame.length);
       frame.sent = frame.length;
+      backlogSize_ += static_cast<std::size_t>(std::max(frame.length, 0));
     }
   }
   const MonitorGuard host(monitor_);
@@ -89,6 +90,7 @@ int EmbeddedConnection::receivePacket(char* buffer, int capacity) {
     } else {
       if (packet.length > 0) std::memcpy(buffer, packet.payload, static_cast<std::size_t>(packet.length));
       packetQueue_.pop();
+      backlogSize_ -= static_cast<std::size_t>(std::max(packet.length, 0));
       left = packetQueue_.size();
       idleSince_ = Clock::now();
       back = std::exchange(hostIsIdle_, false);
@@ -142,6 +144,7 @@ void EmbeddedConnection::closeConnection() {
   requestQueue_.clear();
   requestsWaiting_ = 0;
   packetQueue_.clear();
+  backlogSize_ = 0;
   highestBacklog_ = 0;
   hostIsIdle_ = false;
 }

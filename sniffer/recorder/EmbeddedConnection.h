@@ -66,6 +66,7 @@ class EmbeddedConnection : public BaseConnection {
   int receivePacket(char* buffer, int capacity);
 
   voip::HostBacklog getBacklog() override;
+  const std::atomic<std::size_t>* getBacklogSize() const override { return &backlogSize_; }
   void watchHost() override;
 
   /// How long frames may wait without a fetch before the log warns. For tests.
@@ -78,6 +79,7 @@ class EmbeddedConnection : public BaseConnection {
   std::chrono::milliseconds hostPatience_{10'000};
   voip::HostMonitor* monitor_ = nullptr;
   std::atomic<std::size_t> requestsWaiting_ = 0;
+  std::atomic<std::size_t> backlogSize_ = 0;  ///< bytes of the frames in the queue
 
   voip::Mutex queueLock_;  // the innermost lock: nothing is called while it is held
   std::deque<SnifferRequest> requestQueue_ GUARDED_BY(queueLock_);

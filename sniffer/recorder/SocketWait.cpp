@@ -55,6 +55,10 @@ bool SocketWait::untilWritable(int sd, std::chrono::milliseconds longest) {
   return false;
 }
 
+void SocketWait::untilEnd(std::chrono::milliseconds longest) {
+  untilWritable(-1, longest);  // poll(2) ignores this descriptor
+}
+
 void SocketWait::end() {
   ended = true;
   eventfd_write(endEvent, 1);

@@ -23,6 +23,9 @@ class SocketWait {
   /// Sleeps until `sd` takes something again, has failed or was shut down: true. False when that takes too long.
   bool untilWritable(int sd, std::chrono::milliseconds longest);
 
+  /// Sleeps for a time, or until the end.
+  void untilEnd(std::chrono::milliseconds longest);
+
   /// From now on nothing waits here. Any thread.
   void end();
   bool hasEnded() const { return ended; }

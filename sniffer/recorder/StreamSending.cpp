@@ -77,7 +77,7 @@ int AccountedSending::finish(std::span<const u_char> frame, ssize_t sentNow) {
 // ---- exact ----
 
 SendProgress ExactSending::send(std::span<OutgoingFrame> frames) {
-  if (!sendReplies()) return {1, false};
+  if (!sendReplies()) return {0, false};
   const GroupSend group = sendTogether(frames);
   if (group.endsBetweenFrames()) return {group.whole};
   OutgoingFrame& frame = frames[group.whole];
@@ -86,22 +86,29 @@ SendProgress ExactSending::send(std::span<OutgoingFrame> frames) {
   if (sentNow == -1 && errno == EAGAIN) {
     const auto room = socket_.waitForRoom(group.tried);
     // A frame that has not begun and had to wait is the caller's again: it may be late now.
-    if (room == StreamSocket::Room::kThere) return {0, false};
-    if (room == StreamSocket::Room::kClosed) return {1, false};
+    if (room != StreamSocket::Room::kNotInTime) return {0, false};
     // Too little space counts as none: the time is over, but the frame is tried all the same.
     patience = Patience::kNo;
     sentNow = socket_.sendBytes(bytesOf(frame));
   }
-  frame.sent = finish(bytesOf(frame), sentNow, group.tried - group.whole, patience);
-  return {group.whole + 1, frame.sent == frame.length};
+  const Finish finished = finish(bytesOf(frame), sentNow, group.tried - group.whole, patience);
+  // The stream has ended within the frame: the next one gets the whole of it.
+  if (finished.isClosed) return {group.whole, false};
+  frame.sent = finished.sent;
+  // After a wait the other frames may be late.
+  return {group.whole + 1, frame.sent == frame.length && !finished.hasWaited};
 }
 
-int ExactSending::finish(std::span<const u_char> frame, ssize_t sentNow, std::size_t heldUp, Patience patience) {
+ExactSending::Finish ExactSending::finish(std::span<const u_char> frame, ssize_t sentNow, std::size_t heldUp,
+                                          Patience patience) {
+  Finish result;
   std::size_t sent = 0;
   while (true) {
     if (sentNow == -1 && errno == EAGAIN && patience == Patience::kYes) {
       const auto room = socket_.waitForRoom(heldUp);
-      if (room == StreamSocket::Room::kClosed) break;
+      result.hasWaited = true;
+      result.isClosed = room == StreamSocket::Room::kClosed;
+      if (result.isClosed) break;
       // Too little space counts as none: the time is over, but the rest is tried all the same.
       if (room == StreamSocket::Room::kNotInTime) patience = Patience::kNo;
     } else if (sentNow == -1) {
@@ -113,7 +120,8 @@ int ExactSending::finish(std::span<const u_char> frame, ssize_t sentNow, std::si
     if (sent == frame.size()) break;
     sentNow = socket_.sendBytes(frame.subspan(sent));
   }
-  return static_cast<int>(sent);
+  result.sent = static_cast<int>(sent);
+  return result;
 }
 
 bool ExactSending::addReply(std::span<const u_char> reply) {
@@ -135,7 +143,7 @@ bool ExactSending::sendReplies() {
   while (!replies_.empty()) {
     // While this waits for room, further replies may come.
     const std::vector<u_char> now = std::exchange(replies_, {});
-    if (finish(now, socket_.sendBytes(now), 1, Patience::kYes) < static_cast<int>(now.size())) return false;
+    if (finish(now, socket_.sendBytes(now), 1, Patience::kYes).sent < static_cast<int>(now.size())) return false;
   }
   return true;
 }

@@ -97,7 +97,12 @@ class ExactSending final : public StreamSending {
 
  private:
   enum class Patience { kYes, kNo };
-  int finish(std::span<const u_char> frame, ssize_t sentNow, std::size_t heldUp, Patience patience);
+  struct Finish {
+    int sent = 0;
+    bool hasWaited = false;
+    bool isClosed = false;  ///< the recorder closed the stream meanwhile
+  };
+  Finish finish(std::span<const u_char> frame, ssize_t sentNow, std::size_t heldUp, Patience patience);
 
   std::vector<u_char> replies_;
 };

@@ -2,6 +2,8 @@
 
 #include <arpa/inet.h>
 #include <fcntl.h>
+#include <linux/sockios.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -20,6 +22,7 @@ namespace {
 
 constexpr int kSendBufferSize = 60000;
 constexpr std::chrono::seconds kLoggedWait{1};
+constexpr std::chrono::milliseconds kStallPause{1};
 
 bool isSendable(const OutgoingFrame& frame) {
   return frame.bytes != nullptr && frame.length >= 1;
@@ -96,6 +99,7 @@ void TcpConnection::setConnected() {
   // What an earlier connection left half received must not become the beginning of this one's first command.
   commands_.restart();
   if (isExact()) exact_->dropReplies();
+  isStalled_ = false;
   connected_ = true;
   wait_.watch(clientSd_);
   if (statistics_ == nullptr) return;
@@ -124,7 +128,7 @@ int TcpConnection::sendPacket(u_char* buffer, int length) {
   do {
     result = sendPackets({&frame, 1});
   } while (result.dealtWith == 0);
-  if (result.link == LinkEvent::kUnreachable) pause();
+  if (result.link == LinkEvent::kUnreachable) rest(1, 0);
   return frame.sent;
 }
 
@@ -176,18 +180,39 @@ LinkEvent TcpConnection::sendReplyExactly(OutgoingFrame& reply) {
 
 ssize_t TcpConnection::sendBytes(std::span<const u_char> bytes) {
   // MSG_NOSIGNAL: a recorder that went away is an error to handle, never the end of the process.
-  return send(clientSd_, bytes.data(), bytes.size(), MSG_NOSIGNAL);
+  const ssize_t sent = send(clientSd_, bytes.data(), bytes.size(), MSG_NOSIGNAL);
+  if (sent > 0) isStalled_ = false;
+  return sent;
+}
+
+std::size_t TcpConnection::getRoom() {
+  const MutexLock held(lock_);
+  if (!connected_) return 1;  // one frame, to connect
+  // A third of the send buffer: frames that come meanwhile find the rest.
+  constexpr int kShare = kSendBufferSize / 3;
+  int waiting = 0;
+  if (ioctl(clientSd_, SIOCOUTQ, &waiting) != 0) return 1;
+  return waiting < kShare ? static_cast<std::size_t>(kShare - waiting) : 0;
+}
+
+void TcpConnection::pause() {
+  wait_.untilEnd(std::chrono::seconds(1));
 }
 
 /// The caller holds the lock, once; it is free during the wait.
 StreamSocket::Room TcpConnection::waitForRoom(std::size_t frames) {
-  using Clock = std::chrono::steady_clock;
   const Clock::time_point start = Clock::now();
   const int sd = clientSd_;
+  const bool wasStalled = isStalled_;
+  if (!wasStalled) stalledSince_ = start;
   waitingForRoom_ = true;
   lock_.unlock();
-  const bool isRoom = wait_.untilWritable(sd, sendTimeout_);
+  // poll() may find room where send() finds none, when the system is short of memory: then a pause, not a busy loop.
+  if (wasStalled) wait_.untilEnd(kStallPause);
+  const bool isInTime = Clock::now() - stalledSince_ < sendTimeout_;
+  const bool isRoom = isInTime && wait_.untilWritable(sd, sendTimeout_);
   lock_.lock();
+  isStalled_ = isRoom;
   waitingForRoom_ = false;
   noneWaits_.notifyAll();
   const auto time = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start);

@@ -49,7 +49,8 @@ class TcpConnection : public BaseConnection, private voip::StreamSocket {
   /// when too many wait already.
   voip::LinkEvent sendReply(voip::OutgoingFrame& reply) override;
 
-  void pause() override { rest(1, 0); }
+  void pause() override;
+  std::size_t getRoom() override;
   void awaitRequest() override { wait_.untilReadable(); }
   void interrupt() override { wait_.end(); }
 
@@ -73,6 +74,8 @@ class TcpConnection : public BaseConnection, private voip::StreamSocket {
   void rest(long seconds, long nanoseconds);
 
  private:
+  using Clock = std::chrono::steady_clock;
+
   bool isExact() const { return exact_ != nullptr; }
   voip::LinkEvent sendReplyExactly(voip::OutgoingFrame& reply) REQUIRES(lock_);
   voip::SendProgress sendFrames(std::span<voip::OutgoingFrame> frames) REQUIRES(lock_);
@@ -98,7 +101,9 @@ class TcpConnection : public BaseConnection, private voip::StreamSocket {
   int clientSd_ = -1;
   std::atomic<bool> connected_ = false;
   int connectRetries_ GUARDED_BY(lock_) = 0;  ///< sends in a row that found no connection
-  bool waitingForRoom_ = false;               ///< the sending thread waits without the lock; the stream stays its own
+  bool isStalled_ = false;                    ///< room was there, but nothing has been sent since
+  Clock::time_point stalledSince_;
+  bool waitingForRoom_ = false;  ///< the sending thread waits without the lock; the stream stays its own
   voip::LinkEvent event_ = voip::LinkEvent::kNone;  ///< of the send in work
   std::unique_ptr<voip::StreamSending> sending_;
   voip::ExactSending* exact_ = nullptr;  ///< `sending_`, with a time-out for sending

@@ -52,13 +52,27 @@ int UdpConnection::sendPacket(u_char* buffer, int length) {
 SendResult UdpConnection::sendPackets(std::span<OutgoingFrame> frames) {
   const MutexLock held(sendLock_);
   const std::size_t sent = closed_ ? 0 : sender_->send(frames, recorder());
-  for (OutgoingFrame& frame : frames.first(sent)) frame.sent = frame.length;
+  for (OutgoingFrame& frame : frames.first(sent)) {
+    frame.sent = frame.length;
+    room_ -= std::min(room_, static_cast<std::size_t>(frame.length));
+  }
   if (sent == frames.size()) return {sent};
   OutgoingFrame& failed = frames[sent];
   failed.sent = -1;
   logger().error("len=" + std::to_string(failed.length) + ", sent=" + std::to_string(failed.sent) +
                  "\nError sento on socket");
   return {sent + 1};
+}
+
+std::size_t UdpConnection::getRoom() {
+  constexpr std::int64_t kMost = 65'536;  // bytes
+  constexpr std::int64_t kBytesPerMicrosecond = 16;
+  const auto now = std::chrono::steady_clock::now();
+  const auto elapsed = std::chrono::duration_cast<std::chrono::microseconds>(now - roomAt_).count();
+  roomAt_ = now;
+  const auto gained = std::min(kMost, std::min(elapsed, kMost) * kBytesPerMicrosecond);
+  room_ = std::min(static_cast<std::size_t>(kMost), room_ + static_cast<std::size_t>(gained));
+  return room_;
 }
 
 bool UdpConnection::receiveRequest(SnifferRequest& request) {

@@ -4,6 +4,7 @@
 
 #include <array>
 #include <atomic>
+#include <chrono>
 #include <optional>
 
 #include "base/Mutex.h"
@@ -38,6 +39,9 @@ class UdpConnection : public BaseConnection {
   int sendPacket(u_char* buffer, int length) override;
   voip::SendResult sendPackets(std::span<voip::OutgoingFrame> frames) override;
 
+  /// Not more than 16 MB a second, so that a recorder's socket does not overflow.
+  std::size_t getRoom() override;
+
   void awaitRequest() override { wait_.untilReadable(); }
   void interrupt() override { wait_.end(); }
 
@@ -60,6 +64,9 @@ class UdpConnection : public BaseConnection {
   int clientSd_ = -1;
   const int serverPort_;
   const char* const serverHost_;
+
+  std::chrono::steady_clock::time_point roomAt_;  ///< `room_` is of that time; the sending thread's
+  std::size_t room_ = 0;
 
   voip::SocketWait wait_;
   voip::Mutex serverAddrLock_;

@@ -147,8 +147,10 @@ TEST_F(Tcp, ShortAndFailedSendsAreTreatedByKindWhereverAGroupEnds) {
       {0, 3, {160, 40, 30, -EAGAIN}, {100, 90}, {{0, 200}, {160, 190}}, short60 + short30 + full},
       {0, 3, {100, -ENOBUFS}, {100, 0}, {{0, 100}}, "WARN Send error=105;" + tooLarge},
       {0, 3, {-EINTR, 100, 200}, {100, 100, 100}, {{0, 300}}, interrupted},
-      // With a time-out it waits for room, which is there, and every byte goes out once.
-      {9000, 3, {160, -EAGAIN, 30, -EAGAIN, 10, 100}, {100, 100, 100}, {{0, 300}}, ""},
+      // With a time-out it waits for room, which is there, and every byte goes out once. The frames after that are the
+      // caller's again.
+      {9000, 3, {160, -EAGAIN, 30, -EAGAIN, 10}, {100, 100}, {{0, 200}}, ""},
+      {9000, 3, {160, 40, 100}, {100, 100, 100}, {{0, 300}}, ""},
       {9000, 3, {200, -EPIPE}, {100, 100, 0}, {{0, 200}}, gone},
   };
   for (const auto& [timeout, frames, script, results, stream, events] : cases) {
@@ -215,6 +217,19 @@ TEST_F(Tcp, ARecorderThatDoesNotReadIsLostOrWaitedForAndServed) {
   sender.join();
   EXPECT_EQ(std::erase(received, heartbeat), 1U) << "between the frames";
   EXPECT_EQ(received, frames);
+
+  // The frame in which the stream ends stays the caller's, who sends it whole on the next one.
+  std::size_t done = 0;
+  std::thread interrupted([&] { done = sendAll(); });
+  peer.read(100'000);
+  connection.closeConnection();  // as receiveRequest() does at the end of the stream
+  interrupted.join();
+  ASSERT_LT(done, kFrames);
+  std::thread retrying(
+      [&] { EXPECT_TRUE(eventually([&] { return connection.sendPacket(frames[done].data(), 60000) == 60000; })); });
+  peer = listener.accept();
+  EXPECT_EQ(peer.readFrame(), frames[done]);
+  retrying.join();
 
   // The end of the connection, or of the program, ends the wait.
   for (const bool end : {false, true}) {
