@@ -66,8 +66,13 @@ PacketQueue::Block& PacketQueue::blockFor(Lane& lane, std::size_t size) {
   return lane.waiting.back();
 }
 
+std::size_t PacketQueue::waitingBytes() const {
+  const std::size_t others = othersWaiting_ != nullptr ? othersWaiting_->load(std::memory_order_relaxed) : 0;
+  return waitingSize_ + handSize_.load(std::memory_order_relaxed) + others;
+}
+
 bool PacketQueue::fits(std::size_t size) const {
-  return waitingSize_ + handSize_.load(std::memory_order_relaxed) + size <= limit_;
+  return waitingBytes() + size <= limit_;
 }
 
 bool PacketQueue::makeRoom(Lane& lane, std::size_t size) {
@@ -106,7 +111,7 @@ void PacketQueue::countOverflow(const Lane& lane) {
 
 void PacketQueue::logOverflowEnd() {
   // Not at the first free place, which the next frame takes: once an eighth is free.
-  if (waitingSize_ + handSize_.load(std::memory_order_relaxed) > limit_ / 8 * 7) return;
+  if (waitingBytes() > limit_ / 8 * 7) return;
   overflowing_ = false;
   logger().warn("The queue is below its limit again; lost since the start for want of room: " +
                 std::to_string(statistics_.queueLimitMedia) + " media and " +

@@ -49,6 +49,9 @@ class PacketQueue {
   void setLimit(std::size_t bytes) { limit_ = bytes; }
   bool hasLimit() const { return limit_ != 0; }
 
+  /// Bytes that wait elsewhere and count against the limit, or null. Before the first frame.
+  void setOthersWaiting(const std::atomic<std::size_t>* bytes) { othersWaiting_ = bytes; }
+
   /// Queues a copy of a frame of at most `maxLength` bytes. Any thread. Throws std::bad_alloc.
   void push(const SniffedPacket& packet, u_int maxLength, Kind kind);
 
@@ -100,6 +103,7 @@ class PacketQueue {
   bool makeRoom(Lane& lane, std::size_t size) REQUIRES(packetQueueLock_);
   bool dropNewestMedia() REQUIRES(packetQueueLock_);
   bool fits(std::size_t size) const REQUIRES(packetQueueLock_);
+  std::size_t waitingBytes() const REQUIRES(packetQueueLock_);
   void countOverflow(const Lane& lane) REQUIRES(packetQueueLock_);
   void logOverflowEnd() REQUIRES(packetQueueLock_);
   void takeFirstBlock(Lane& lane) REQUIRES(packetQueueLock_);
@@ -111,6 +115,7 @@ class PacketQueue {
 
   Statistics& statistics_;
   std::size_t limit_ = 0;
+  const std::atomic<std::size_t>* othersWaiting_ = nullptr;
 
   Condition packetPresent_{"packetPresent"};
   Mutex packetQueueLock_{"packetQueueLock", Mutex::kAdaptive};  // held for the copy of a frame
