@@ -41,10 +41,10 @@ void logRefusal(const char* heading, const sniff_ip& ip) {
 
 }  // namespace
 
-PacketRouter::PacketRouter(RtpDestinations& destinations, Recalls& recalls, RecorderLinks& links,
-                           FrameForwarder& forwarder, Statistics& statistics)
-    : destinations_(destinations),
-      recalls_(recalls),
+PacketRouter::PacketRouter(const RtpDestinations& destinations, const Recalls& recalls, CatchUp& catchUp,
+                           RecorderLinks& links, FrameForwarder& forwarder, Statistics& statistics)
+    : recalls_(recalls),
+      catchUp_(catchUp),
       links_(links),
       forwarder_(forwarder),
       statistics_(statistics),
@@ -149,19 +149,19 @@ void PacketRouter::forward(std::span<u_char> frame) {
     logger().warn("PAYLOAD NOT SENT");
     return;
   }
-  // Asked for a moment ago: what was kept for it goes first.
-  if (recalls_.arePending()) forwardRecalled();
-  forwarder_.add(*connection, {stamp_, frame});
+  if (hasToWait()) {
+    lookBack_->keepMedia({stamp_, frame});
+  } else {
+    forwarder_.add(*connection, {stamp_, frame});
+  }
 }
 
-void PacketRouter::forwardRecalled() {
-  if (!recalls_.arePending()) return;
-  for (const RtpAddr& destination : recalls_.take()) {
-    if (lookBack_ == nullptr || !destinations_.contains(destination)) continue;
-    for (const KeptFrame& kept : lookBack_->media.recall(destination)) forwarder_.add(*links_.getMedia(), kept);
-    forwarder_.flush();
-    lookBack_->media.releaseRecalled();
-  }
+/// Media whose destination was asked for a moment ago waits for the media that was kept before.
+bool PacketRouter::hasToWait() {
+  if (recalls_.arePending()) catchUp_.takeRequests();
+  if (!catchUp_.isActive()) return false;
+  const FrameHeader& header = classifier_.header();
+  return header.protocol == FrameProtocol::Rtp && catchUp_.holds({header.dstIp, header.dstPort});
 }
 
 // ---- refused ----

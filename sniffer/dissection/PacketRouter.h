@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "dissection/Classifier.h"
+#include "forwarding/CatchUp.h"
 #include "forwarding/FrameForwarder.h"
 #include "forwarding/LookBack.h"
 #include "forwarding/Recalls.h"
@@ -25,8 +26,8 @@ namespace voip {
 /// nowhere. Frames to the recorder wait in the forwarder until its flush(). Consumer only.
 class PacketRouter final : private NetworkSink {
  public:
-  PacketRouter(RtpDestinations& destinations, Recalls& recalls, RecorderLinks& links, FrameForwarder& forwarder,
-               Statistics& statistics);
+  PacketRouter(const RtpDestinations& destinations, const Recalls& recalls, CatchUp& catchUp, RecorderLinks& links,
+               FrameForwarder& forwarder, Statistics& statistics);
 
   /// `lookBack` may be null.
   void configure(const Settings& settings, LookBack* lookBack);
@@ -50,9 +51,6 @@ class PacketRouter final : private NetworkSink {
   /// Forwards the description of a segment or TPKT, if there is one.
   void forwardDescription(const FlowEnds& ends, std::span<u_char> octets);
 
-  /// Forwards the kept media of the destinations that were asked for.
-  void forwardRecalled();
-
  private:
   void takeDatagram(const Datagram& datagram) override;
   void takeSegment(const Segment& segment) override;
@@ -65,10 +63,11 @@ class PacketRouter final : private NetworkSink {
   void count(NetworkCount what) override;
 
   void drop(const Datagram& datagram);
+  bool hasToWait();
   void forwardMade();
 
-  RtpDestinations& destinations_;
-  Recalls& recalls_;
+  const Recalls& recalls_;
+  CatchUp& catchUp_;
   RecorderLinks& links_;
   FrameForwarder& forwarder_;
   Statistics& statistics_;

@@ -13,6 +13,8 @@ namespace {
 
 // The end is signalled without the lock, and kept frames grow old: the consumer's wait looks again.
 constexpr std::chrono::milliseconds kLookAgain(100);
+constexpr std::chrono::milliseconds kLookSoon(2);  // while kept media waits for room in the connection
+constexpr std::chrono::milliseconds kNoWait(0);
 
 std::string hexAndDecimal(const char* heading, u_int rtpIp, u_short rtpPort) {
   char hexIp[16];
@@ -52,12 +54,14 @@ void SngDissector::setSettings(const Settings& settings) {
                                            static_cast<std::size_t>(settings.lookBackMemory) << 20, statistics_);
   }
   forwarder_.configure(settings.captureTime, lookBack_.get());
+  catchUp_.configure(lookBack_.get());
   router_.configure(settings, lookBack_.get());
 }
 
 void SngDissector::makeConnection(bool embedded) {
   if (embedded) {
     links_.makeEmbedded();
+    packetQueue_.setOthersWaiting(links_.getMedia()->getBacklogSize());
   } else {
     links_.makeSockets(sniffer_->getServerProtocol(), recorder_, settings_, statistics_);
   }
@@ -115,26 +119,38 @@ void SngDissector::producePacket(SniffedPacket& packet) {
 }
 
 void SngDissector::consumePacket() {
-  bool isAny = false;
-  while (!isAny && !engineHasEnded()) {
-    router_.forwardRecalled();
-    sendMissedSignalling();
-    isAny = packetQueue_.takeBatch(kLookAgain);
-    if (BaseConnection* media = links_.getMedia()) media->watchHost();
-    if (lookBack_ != nullptr && !isAny) lookBack_->expire();
+  while (!engineHasEnded() && !takeBatch()) {
   }
-  processBatch();
+  try {
+    processBatch();
+  } catch (...) {
+    forwarder_.dropGroup();  // its bytes are those of the batch
+    throw;
+  }
   if (engineHasEnded()) packetQueue_.clearFromConsumer();
 }
 
+/// Does what has no packet for a cause, and waits for packets. Returns false when there are none.
+bool SngDissector::takeBatch() {
+  catchUp_.takeRequests();
+  sendMissedSignalling();
+  const bool hasMore = catchUp_.step();
+  const auto patience = hasMore ? kNoWait : catchUp_.isActive() ? kLookSoon : kLookAgain;
+  const bool isAny = packetQueue_.takeBatch(patience);
+  if (BaseConnection* media = links_.getMedia()) media->watchHost();
+  if (lookBack_ == nullptr || isAny) return isAny;
+  lookBack_->media.expire();
+  if (isEmbedded()) answerHost();  // a line may be silent when the host asks for kept media
+  return false;
+}
+
 void SngDissector::processBatch() {
-  const bool isEmbedded = sniffer_ != nullptr && sniffer_->getEmbedded();
+  const bool hasHost = isEmbedded();
   while (!engineHasEnded()) {
     QueuedPacket* packet = packetQueue_.next();
     if (packet == nullptr) break;
     router_.takeFrame(packet->header, packet->bytes(), packet->linkType, packet->stamp);
-    if (isEmbedded) answerHost();
-    if (recalls_.arePending()) router_.forwardRecalled();
+    if (hasHost) answerHost();
   }
   forwarder_.flush();
 }

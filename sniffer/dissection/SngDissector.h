@@ -10,6 +10,7 @@
 #include "dissection/CommandReader.h"
 #include "dissection/Engine.h"
 #include "dissection/PacketRouter.h"
+#include "forwarding/CatchUp.h"
 #include "forwarding/FrameForwarder.h"
 #include "forwarding/LookBack.h"
 #include "forwarding/Recalls.h"
@@ -170,6 +171,8 @@ class SngDissector {
  private:
   bool engineHasEnded() const { return sniffer_ != nullptr && sniffer_->hasEnded(); }
   void carryOut(const SnifferRequest& request);
+  bool isEmbedded() const { return sniffer_ != nullptr && sniffer_->getEmbedded(); }
+  bool takeBatch();
   void processBatch();
   void answerHost();
   void sendMissedSignalling();
@@ -186,7 +189,8 @@ class SngDissector {
   std::unique_ptr<voip::LookBack> lookBack_;  ///< null when nothing is kept
   voip::RecorderLinks links_;
   voip::FrameForwarder forwarder_{rtpList_, packetQueue_, statistics_};
-  voip::PacketRouter router_{rtpList_, recalls_, links_, forwarder_, statistics_};
+  voip::CatchUp catchUp_{recalls_, rtpList_, links_, forwarder_};
+  voip::PacketRouter router_{rtpList_, recalls_, catchUp_, links_, forwarder_, statistics_};
   voip::CommandReader commands_{[this](const SnifferRequest& request) { carryOut(request); }};
 
   static std::atomic<SngDissector*> dissector_;

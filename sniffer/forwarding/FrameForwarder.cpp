@@ -62,14 +62,15 @@ void FrameForwarder::prepare(std::size_t from) {
   outgoing_.clear();
   if (announceCaptureTime_) timeFrames_.resize(group_.size());
   const std::int64_t lateSince = announceCaptureTime_ ? CaptureStamp::now() - kLate : 0;
-  for (std::size_t i = from; i < group_.size(); ++i) {
-    const KeptFrame& frame = group_[i].frame;
-    if (announceCaptureTime_ && frame.stamp.seen < lateSince) {
-      writeTimeFrame(timeFrames_[i].data(), frame);
-      outgoing_.push_back({timeFrames_[i].data(), kTimeFrameLength});
-    }
-    outgoing_.push_back({frame.frame.data(), static_cast<int>(frame.frame.size())});
+  for (std::size_t i = from; i < group_.size(); ++i) prepare(group_[i].frame, i, lateSince);
+}
+
+void FrameForwarder::prepare(const KeptFrame& frame, std::size_t number, std::int64_t lateSince) {
+  if (announceCaptureTime_ && frame.stamp.seen < lateSince) {
+    writeTimeFrame(timeFrames_[number].data(), frame);
+    outgoing_.push_back({timeFrames_[number].data(), kTimeFrameLength});
   }
+  outgoing_.push_back({frame.frame.data(), static_cast<int>(frame.frame.size())});
 }
 
 /// Counts the frames that were dealt with, from the group's frame `from` on. Returns the frame after them.
@@ -137,6 +138,29 @@ bool FrameForwarder::sendMissed(BaseConnection& connection, const KeptFrame& fra
   }
   lookBack_->signalling.pop();
   return true;
+}
+
+std::size_t FrameForwarder::sendKept(BaseConnection& connection, std::span<const KeptFrame> frames) {
+  if (frames.empty()) return 0;
+  outgoing_.clear();
+  if (announceCaptureTime_) timeFrames_.resize(std::max(timeFrames_.size(), frames.size()));
+  const std::int64_t lateSince = announceCaptureTime_ ? CaptureStamp::now() - kLate : 0;
+  for (std::size_t i = 0; i < frames.size(); ++i) prepare(frames[i], i, lateSince);
+  const SendResult result = connection.sendPackets(outgoing_);
+  std::size_t sent = 0;
+  for (const OutgoingFrame& frame : std::span(outgoing_).first(result.dealtWith)) {
+    if (frame.sent != frame.length) break;
+    if (FrameHeader::protocolOf(frame.bytes) != FrameProtocol::CaptureTime) ++sent;
+  }
+  statistics_.rtpForwarded.add(sent);
+  if (result.link != LinkEvent::kNone) destinations_.clear();
+  if (result.link == LinkEvent::kUnreachable) connection.pause();
+  return sent;
+}
+
+void FrameForwarder::dropGroup() {
+  statistics_.notSent.add(group_.size());
+  group_.clear();
 }
 
 void FrameForwarder::sendReply(BaseConnection& connection, bool takesCommands, std::span<u_char> frame) {

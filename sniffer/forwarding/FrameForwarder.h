@@ -38,11 +38,20 @@ class FrameForwarder {
   /// Sends the group.
   LinkEvent flush();
 
+  /// Sends media that was kept, the oldest first, after a flush(). Returns how many frames were sent; the others stay
+  /// the caller's.
+  std::size_t sendKept(BaseConnection& connection, std::span<const KeptFrame> frames);
+
+  /// Forgets the group, whose bytes do not stay. Its frames count as not sent.
+  void dropGroup();
+
   /// Sends the signalling that the recorder missed, as far as it takes it. `connectionFor` returns the connection of a
   /// frame by its class.
   template <typename ConnectionFor>
   void sendMissed(ConnectionFor connectionFor) {
-    while (lookBack_ != nullptr && lookBack_->signalling.isDue(monotonicNow())) {
+    if (lookBack_ == nullptr) return;
+    lookBack_->signalling.expire(monotonicNow());
+    while (lookBack_->signalling.isDue(monotonicNow())) {
       flush();  // may drop the oldest one
       if (lookBack_->signalling.empty()) return;
       const KeptFrame oldest = lookBack_->signalling.front();
@@ -66,6 +75,7 @@ class FrameForwarder {
 
   bool sendMissed(BaseConnection& connection, const KeptFrame& frame);
   void prepare(std::size_t from);
+  void prepare(const KeptFrame& frame, std::size_t number, std::int64_t lateSince);
   std::size_t settle(std::size_t from, const SendResult& result);
   void loseRecorder(std::size_t from);
   void judgeAnew(std::size_t from, LinkEvent event);

@@ -9,30 +9,74 @@
 
 namespace voip {
 
-void KeptMedia::keep(const KeptFrame& kept, std::size_t memory) {
+namespace {
+
+// An eighth of the memory is for the table of destinations, of which each takes so many bytes.
+constexpr std::size_t kTableShare = 8;
+constexpr std::size_t kDestinationSize = 56;
+constexpr std::size_t kFewestDestinations = 1024;
+
+std::size_t destinationsFor(std::size_t memory) {
+  return std::max(kFewestDestinations, memory / kTableShare / kDestinationSize);
+}
+
+}  // namespace
+
+KeptMedia::KeptMedia(Instant time, std::size_t memory, Statistics& statistics)
+    : time_(time),
+      memory_(std::max(memory - memory / kTableShare, 2 * kBlockSize)),
+      statistics_(statistics),
+      newest_(destinationsFor(memory)) {}
+
+// ---- keeping ----
+
+void KeptMedia::keep(const KeptFrame& kept, std::size_t reserved) {
   const auto header = FrameHeader::of(kept.frame.data());
-  u_char* start = room(PageBlock::aligned(sizeof(Record) + kept.frame.size()), memory);
+  u_char* start = room(PageBlock::aligned(sizeof(Record) + kept.frame.size()), reserved);
   newestKept_ = monotonicNow();
-  Newest& last = newest_[RtpAddr(header.dstIp, header.dstPort).key()];
+  Newest& last = newestOf(RtpAddr(header.dstIp, header.dstPort).key());
+  const std::uint64_t number = nextNumber_++;
   auto* record = new (start)
       Record{last.record, last.number, newestKept_, kept.stamp, static_cast<std::uint32_t>(kept.frame.size())};
   std::memcpy(record->frame(), kept.frame.data(), kept.frame.size());
-  last = {record, nextNumber_++};
+  last = {record, number};
   ++blocks_.back().waiting;
   statistics_.lookBackWaiting.add();
 }
 
-u_char* KeptMedia::room(std::size_t size, std::size_t memory) {
+std::uint64_t KeptMedia::hashOf(std::uint64_t key) const {
+  std::uint8_t octets[sizeof key];
+  std::memcpy(octets, &key, sizeof key);
+  return hash_(octets);
+}
+
+KeptMedia::Newest& KeptMedia::newestOf(std::uint64_t key) {
+  const std::uint64_t hash = hashOf(key);
+  if (Newest* found = newest_.find(key, hash)) {
+    newest_.touch(*found);
+    return *found;
+  }
+  forgetEmptied(2);
+  if (newest_.full()) newest_.erase(*newest_.oldestValue());
+  return newest_.insert(key, hash);
+}
+
+/// Forgets destinations whose frames have all been dropped: a few at a time, so that no frame has to wait.
+void KeptMedia::forgetEmptied(int atMost) {
+  while (atMost-- > 0 && newest_.size() > 0 && !isKept(newest_.oldestValue()->number)) {
+    newest_.erase(*newest_.oldestValue());
+  }
+}
+
+u_char* KeptMedia::room(std::size_t size, std::size_t reserved) {
   if (!blocks_.empty()) {
     if (u_char* start = blocks_.back().memory->take(size)) return start;
   }
   expire();
-  const std::size_t most = std::max(memory, 2 * kBlockSize);
-  while (!isPinned_ && !blocks_.empty() && (blocks_.size() + 1) * kBlockSize > most) {
-    dropOldestBlock(statistics_.lookBackOverflow);
-  }
-  if (newest_.size() > forgetAt_) forgetEmptied();
-  blocks_.push_back({pool_.take(size), nextNumber_});
+  const std::size_t most = std::max(memory_ - std::min(reserved, memory_), 2 * kBlockSize);
+  while (!blocks_.empty() && (blocks_.size() + 1) * kBlockSize > most) dropOldestBlock(statistics_.lookBackOverflow);
+  Block block{pool_.take(size), nextNumber_};
+  blocks_.push_back(std::move(block));
   return blocks_.back().memory->take(size);
 }
 
@@ -44,11 +88,6 @@ void KeptMedia::dropOldestBlock(Statistics::Counter& counter) {
   blocks_.pop_front();
 }
 
-void KeptMedia::forgetEmptied() {
-  std::erase_if(newest_, [oldest = oldestNumber()](const auto& one) { return one.second.number < oldest; });
-  forgetAt_ = std::max<std::size_t>(1024, newest_.size() * 2);
-}
-
 KeptMedia::Block& KeptMedia::blockOf(std::uint64_t number) {
   const auto after =
       std::upper_bound(blocks_.begin(), blocks_.end(), number,
@@ -56,36 +95,72 @@ KeptMedia::Block& KeptMedia::blockOf(std::uint64_t number) {
   return *std::prev(after);
 }
 
-std::span<const KeptFrame> KeptMedia::recall(RtpAddr destination) {
-  recalled_.clear();
-  isPinned_ = true;
-  const auto found = newest_.find(destination.key());
-  if (found == newest_.end()) return {};
-  const Instant oldest = monotonicNow() - time_;
-  auto [record, number] = found->second;
-  while (number >= oldestNumber()) {
-    --blockOf(number).waiting;
-    --statistics_.lookBackWaiting;
-    if (record->kept < oldest) {
-      statistics_.udpDropped.add();
-    } else {
-      recalled_.push_back({record->stamp, {record->frame(), record->length}});
-    }
-    number = record->previousNumber;
-    record = record->previous;
-  }
-  newest_.erase(found);
-  std::reverse(recalled_.begin(), recalled_.end());
-  return recalled_;
-}
-
 void KeptMedia::expire() {
-  if (isPinned_) return;
+  if (!recalled_.empty()) return;
   const Instant oldest = monotonicNow() - time_;
   // A block is as old as its last frame, which is no newer than the first frame of the next block.
   const auto isOver = [&] { return (blocks_.size() == 1 ? newestKept_ : blocks_[1].first()->kept) < oldest; };
   while (!blocks_.empty() && isOver()) dropOldestBlock(statistics_.udpDropped);
-  if (blocks_.empty()) newest_.clear();
+  forgetEmptied(64);
+}
+
+// ---- recalling ----
+
+bool KeptMedia::beginRecall(RtpAddr destination) {
+  cancelRecall();
+  recalledKey_ = destination.key();
+  Newest* found = newest_.find(recalledKey_, hashOf(recalledKey_));
+  if (found == nullptr) return false;
+  const Instant oldest = monotonicNow() - time_;
+  for (Newest at = *found; isKept(at.number); at = {at.record->previous, at.record->previousNumber}) {
+    if (at.record->kept >= oldest) {
+      recalled_.push_front(at);
+    } else {
+      --blockOf(at.number).waiting;
+      --statistics_.lookBackWaiting;
+      statistics_.udpDropped.add();
+    }
+  }
+  newest_.erase(*found);
+  return !recalled_.empty();
+}
+
+std::span<const KeptFrame> KeptMedia::peekRecalled(std::size_t most) {
+  peeked_.clear();
+  while (!recalled_.empty() && !isKept(recalled_.front().number)) recalled_.pop_front();
+  for (const Newest& one : recalled_) {
+    if (peeked_.size() == most) break;
+    peeked_.push_back({one.record->stamp, {one.record->frame(), one.record->length}});
+  }
+  return peeked_;
+}
+
+void KeptMedia::popRecalled(std::size_t count) {
+  while (count-- > 0) {
+    --blockOf(recalled_.front().number).waiting;
+    --statistics_.lookBackWaiting;
+    recalled_.pop_front();
+  }
+}
+
+void KeptMedia::cancelRecall() {
+  while (!recalled_.empty() && !isKept(recalled_.front().number)) recalled_.pop_front();
+  if (recalled_.empty()) return;
+  Record& oldest = *recalled_.front().record;
+  oldest.previous = nullptr;  // what comes before it has been sent
+  oldest.previousNumber = 0;
+  const Newest last = recalled_.back();
+  recalled_.clear();
+  Newest& newest = newestOf(recalledKey_);
+  if (!isKept(newest.number)) {
+    newest = last;
+    return;
+  }
+  // Frames that were kept meanwhile follow.
+  Record* first = newest.record;
+  while (isKept(first->previousNumber)) first = first->previous;
+  first->previous = last.record;
+  first->previousNumber = last.number;
 }
 
 }  // namespace voip

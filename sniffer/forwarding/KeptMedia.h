@@ -7,34 +7,46 @@
 #include <deque>
 #include <memory>
 #include <span>
-#include <unordered_map>
 #include <vector>
 
 #include "base/BlockPool.h"
 #include "forwarding/KeptFrame.h"
 #include "forwarding/RtpAddr.h"
+#include "network/LruTable.h"
+#include "network/SeededHash.h"
 #include "statistics/Statistics.h"
 
 namespace voip {
 
 /// Media that the recorder has not asked for yet, by destination. Frames are kept for a fixed time and in a limited
-/// amount of memory; the oldest are dropped first. Consumer only.
+/// amount of memory, the table of destinations included; the oldest are dropped first. Consumer only.
+///
+/// A recall hands out the frames of one destination, oldest first. It may take a while: frames that are kept for the
+/// destination meanwhile come after its present ones, and no frame is dropped for its age alone.
 class KeptMedia {
  public:
-  KeptMedia(Instant time, Statistics& statistics) : time_(time), statistics_(statistics) {}
+  /// `memory` in bytes.
+  KeptMedia(Instant time, std::size_t memory, Statistics& statistics);
   KeptMedia(const KeptMedia&) = delete;
   KeptMedia& operator=(const KeptMedia&) = delete;
 
-  /// Keeps a copy of a frame, which counts as dropped when its time is over. All frames together take at most `memory`
-  /// bytes, but at least two blocks.
-  void keep(const KeptFrame& kept, std::size_t memory);
+  /// Keeps a copy of a frame, which counts as dropped when its time is over. `reserved` bytes of the memory are in use
+  /// elsewhere.
+  void keep(const KeptFrame& kept, std::size_t reserved);
 
-  /// The frames for `destination`, oldest first. They are kept no longer, but their memory stays until
-  /// releaseRecalled().
-  std::span<const KeptFrame> recall(RtpAddr destination);
+  /// Begins a recall. Returns false when nothing is kept for `destination`. Frames that are too old already count as
+  /// dropped.
+  bool beginRecall(RtpAddr destination);
 
-  /// The memory of the last recall() may be reused.
-  void releaseRecalled() { isPinned_ = false; }
+  /// The next frames of the recall, at most `most`; none when it is over. They stay until the next call of an
+  /// operation.
+  std::span<const KeptFrame> peekRecalled(std::size_t most);
+
+  /// The first `count` of these frames have been sent, and are kept no longer.
+  void popRecalled(std::size_t count);
+
+  /// Ends the recall; the rest of its frames is kept as before it, in order.
+  void cancelRecall();
 
   /// Drops frames that are too old. To be called now and then.
   void expire();
@@ -54,35 +66,42 @@ class KeptMedia {
   struct Block {
     std::unique_ptr<PageBlock> memory;
     std::uint64_t firstNumber = 0;
-    std::size_t waiting = 0;  ///< records that have not been recalled
+    std::size_t waiting = 0;  ///< records that have not been sent
 
     Record* first() const { return reinterpret_cast<Record*>(memory->begin()); }
   };
   struct Newest {
-    Record* record;
-    std::uint64_t number;
+    Record* record = nullptr;
+    std::uint64_t number = 0;
   };
 
   static constexpr std::size_t kBlockSize = 128 * 1024;
   static constexpr std::size_t kMostSpare = 8;
 
-  u_char* room(std::size_t size, std::size_t memory);
+  u_char* room(std::size_t size, std::size_t reserved);
   void dropOldestBlock(Statistics::Counter& counter);
-  void forgetEmptied();
+  Newest& newestOf(std::uint64_t key);
+  void forgetEmptied(int atMost);
   Block& blockOf(std::uint64_t number);
+  bool isKept(std::uint64_t number) const { return number >= oldestNumber(); }
   std::uint64_t oldestNumber() const { return blocks_.empty() ? nextNumber_ : blocks_.front().firstNumber; }
+  std::uint64_t hashOf(std::uint64_t key) const;
 
   const Instant time_;
+  const std::size_t memory_;  ///< for blocks
   Statistics& statistics_;
 
   BlockPool pool_{kBlockSize, kMostSpare};
   std::deque<Block> blocks_;
   std::uint64_t nextNumber_ = 1;  ///< of the next record
   Instant newestKept_{0};
-  std::unordered_map<std::uint64_t, Newest> newest_;  ///< by destination
-  std::size_t forgetAt_ = 1024;                       ///< destinations at which those without a frame are forgotten
-  std::vector<KeptFrame> recalled_;
-  bool isPinned_ = false;  ///< frames of `recalled_` are in use
+  SeededHash hash_;  ///< strangers choose the destinations
+  LruTable<std::uint64_t, Newest> newest_;
+
+  // The recall.
+  std::uint64_t recalledKey_ = 0;
+  std::deque<Newest> recalled_;  ///< oldest first; some may have been dropped since
+  std::vector<KeptFrame> peeked_;
 };
 
 }  // namespace voip

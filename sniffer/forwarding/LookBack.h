@@ -1,6 +1,5 @@
 #pragma once
 
-#include <algorithm>
 #include <cstddef>
 
 #include "forwarding/KeptMedia.h"
@@ -13,24 +12,13 @@ namespace voip {
 struct LookBack {
   /// Frames are kept for `time`, in `memory` bytes.
   LookBack(Instant time, std::size_t memory, Statistics& statistics)
-      : media(time, statistics), signalling(time, memory / 2, statistics), memory_(memory) {}
+      : media(time, memory, statistics), signalling(time, memory / 2, statistics) {}
 
-  void keepMedia(const KeptFrame& kept) {
-    const std::size_t taken = std::min(signalling.size(), memory_);
-    media.keep(kept, memory_ - taken);
-  }
+  void keepMedia(const KeptFrame& kept) { media.keep(kept, signalling.size()); }
   void keepSignalling(const KeptFrame& kept) { signalling.keep(kept, monotonicNow()); }
-
-  void expire() {
-    signalling.expire(monotonicNow());
-    media.expire();
-  }
 
   KeptMedia media;
   MissedSignalling signalling;
-
- private:
-  const std::size_t memory_;
 };
 
 }  // namespace voip

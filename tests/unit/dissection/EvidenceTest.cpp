@@ -7,9 +7,9 @@
 #include <string>
 #include <thread>
 
+#include "capture/Sniffer.h"
 #include "support/Frames.h"
 #include "support/Loopback.h"
-#include "capture/Sniffer.h"
 #include "support/TestLog.h"
 
 using namespace voip;
@@ -33,6 +33,9 @@ struct FlakyConnection : RecordingConnection {
     return {frames.size()};
   }
 
+  std::size_t getRoom() override { return room; }
+
+  std::atomic<std::size_t> room = SIZE_MAX;
   std::atomic<int> left = 1 << 30;  ///< frames that it still takes
   std::atomic<int> attempts = 0;
 };
@@ -183,6 +186,33 @@ TEST_F(Evidence, ALostRecorderGetsTheSignallingItMissedAndTheMediaWhenItAsksAgai
   dissector->addRtp(kPhone, 5000);
   EXPECT_TRUE(eventually([&] { return dissector->getStatistics().rtpForwarded == 3; }));
   EXPECT_EQ(received(), "S1 R1 S2 S3 S4 R2 R3 ");
+  expectSum();
+}
+
+TEST_F(Evidence, KeptMediaLeavesAsFastAsTheRecorderTakesItAndSurvivesItsLoss) {
+  Settings settings;
+  settings.lookBack = 60'000;
+  start(settings);
+  const auto forwarded = [&] { return dissector->getStatistics().rtpForwarded.load(); };
+  for (u_char number = 0; number < 9; ++number) capture(rtp(number));
+  settle();
+  connection->room = 0;
+  dissector->addRtp(kPhone, 5000);
+  capture(rtp(9));
+  capture(sip("1"));
+  settle();
+  EXPECT_EQ(received(), "S1 ") << "signalling does not wait for media";
+  connection->left = 3;
+  connection->room = 1;  // a frame at a time
+  EXPECT_TRUE(eventually([&] { return connection->attempts > 0; }));
+  connection->left = 1 << 30;
+  capture(rtp(10));
+  settle();
+  EXPECT_EQ(forwarded(), 3U) << "a lost recorder has to ask again";
+  dissector->addRtp(kPhone, 5000);
+  capture(rtp(11));
+  EXPECT_TRUE(eventually([&] { return forwarded() == 12; }));
+  EXPECT_EQ(received(), "S1 R0 R1 R2 R3 R4 R5 R6 R7 R8 R9 R10 R11 ");
   expectSum();
 }
 

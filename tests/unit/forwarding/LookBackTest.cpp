@@ -16,16 +16,71 @@ Bytes frameOf(FrameProtocol protocol, std::size_t payload) {
   return frame;
 }
 
-TEST(LookBack, DropsMediaThatIsTooOld) {
+const RtpAddr kDestination{1, 5000};
+
+TEST(KeptMedia, DropsFramesThatAreTooOld) {
   Statistics statistics;
-  KeptMedia media(Instant(1), statistics);
+  KeptMedia media(Instant(1), 1 << 20, statistics);
   Bytes frame = frameOf(FrameProtocol::Rtp, 20);
-  media.keep({{}, frame}, 1 << 20);
+  media.keep({{}, frame}, 0);
   EXPECT_TRUE(eventually([&] {
     media.expire();
     return statistics.udpDropped == 1;
   }));
-  EXPECT_TRUE(media.recall({1, 5000}).empty());
+  EXPECT_FALSE(media.beginRecall(kDestination));
+}
+
+TEST(KeptMedia, ARecallGoesOnInOrderWhateverInterruptsIt) {
+  Statistics statistics;
+  KeptMedia media(Instant(60'000), 1 << 20, statistics);
+  u_char number = 0;
+  const auto keep = [&](int count) {
+    for (; count > 0; --count) {
+      Bytes frame = frameOf(FrameProtocol::Rtp, 20);
+      frame.back() = number++;
+      media.keep({{}, frame}, 0);
+    }
+  };
+  u_char expected = 0;
+  const auto send = [&](std::size_t peek, std::size_t count) {
+    const auto frames = media.peekRecalled(peek);
+    ASSERT_GE(frames.size(), count);
+    for (std::size_t i = 0; i < count; ++i) EXPECT_EQ(frames[i].frame.back(), expected++);
+    media.popRecalled(count);
+  };
+  keep(10);
+  ASSERT_TRUE(media.beginRecall(kDestination));
+  send(6, 4);
+  keep(3);
+  send(100, 2);
+  media.cancelRecall();
+  keep(2);
+  ASSERT_TRUE(media.beginRecall(kDestination));
+  keep(1);
+  send(100, 9);
+  EXPECT_TRUE(media.peekRecalled(1).empty());
+  ASSERT_TRUE(media.beginRecall(kDestination)) << "kept during the recall";
+  send(100, 1);
+  EXPECT_FALSE(media.beginRecall(kDestination));
+  EXPECT_EQ(expected, number);
+  EXPECT_EQ(statistics.lookBackWaiting, 0U);
+}
+
+TEST(KeptMedia, FrameAndTableMemoryAreBoundedWhoeverChoosesTheDestinations) {
+  Statistics statistics;
+  KeptMedia media(Instant(60'000), 1 << 20, statistics);
+  Bytes frame = frameOf(FrameProtocol::Rtp, 172);
+  constexpr int kFrames = 50'000;
+  ASSERT_FALSE(media.beginRecall(kDestination));
+  for (u_int i = 0; i < kFrames; ++i) {
+    FrameHeader{static_cast<u_short>(frame.size()), FrameProtocol::Rtp, i << 16, 5000, 2, 4000}.write(frame.data());
+    media.keep({{}, frame}, 0);
+    if (i == kFrames - 1000) media.beginRecall({i << 16, 5000});  // its frames are dropped before it goes on
+  }
+  EXPECT_LT(statistics.lookBackWaiting, 5'000U);
+  EXPECT_EQ(statistics.lookBackWaiting + statistics.lookBackOverflow, kFrames);
+  media.cancelRecall();
+  EXPECT_TRUE(media.beginRecall({(kFrames - 1U) << 16, 5000}));
 }
 
 TEST(MissedSignalling, IsBoundedInTimeAndMemoryAndTriedOnceASecond) {

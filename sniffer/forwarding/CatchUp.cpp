@@ -1,0 +1,56 @@
+#include "forwarding/CatchUp.h"
+
+#include <algorithm>
+
+namespace voip {
+
+namespace {
+
+constexpr std::size_t kMostTogether = 64;  // frames
+
+/// As many of the frames as fit the room, but one at least if there is any room.
+std::span<const KeptFrame> fitting(std::span<const KeptFrame> frames, std::size_t room) {
+  std::size_t count = 0;
+  for (; count < frames.size() && frames[count].frame.size() <= room; ++count) room -= frames[count].frame.size();
+  return frames.first(std::min(frames.size(), std::max<std::size_t>(count, 1)));
+}
+
+}  // namespace
+
+void CatchUp::takeRequests() {
+  for (const RtpAddr& destination : recalls_.take()) {
+    if (lookBack_ != nullptr && held_.insert(destination.key()).second) waiting_.push_back(destination);
+  }
+}
+
+bool CatchUp::step() {
+  if (!isActive()) return false;
+  const RtpAddr destination = waiting_.front();
+  if (!destinations_.contains(destination)) {  // no longer wanted: for instance since the recorder was lost
+    finishFirst();
+    return isActive();
+  }
+  if (!isRecalling_ && !lookBack_->media.beginRecall(destination)) {
+    finishFirst();
+    return isActive();
+  }
+  isRecalling_ = true;
+  BaseConnection& connection = *links_.getMedia();
+  const std::size_t room = connection.getRoom();
+  if (room == 0) return false;
+  forwarder_.flush();  // may keep frames
+  const auto frames = fitting(lookBack_->media.peekRecalled(kMostTogether), room);
+  lookBack_->media.popRecalled(forwarder_.sendKept(connection, frames));
+  // Further frames may have been kept meanwhile: the next step begins with these.
+  if (frames.empty()) isRecalling_ = false;
+  return true;
+}
+
+void CatchUp::finishFirst() {
+  if (isRecalling_) lookBack_->media.cancelRecall();
+  isRecalling_ = false;
+  held_.erase(waiting_.front().key());
+  waiting_.pop_front();
+}
+
+}  // namespace voip
