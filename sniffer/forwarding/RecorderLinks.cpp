@@ -20,14 +20,21 @@ bool shareOneConnection(const RecorderAddresses& recorder) {
   return recorder.portMedia == recorder.portSig && std::strcmp(recorder.nameMedia, recorder.nameSig) == 0;
 }
 
-std::unique_ptr<UdpConnection> makeUdp(const char* host, int port, const Settings& settings, Statistics& statistics) {
+bool isTransport(const char* text, const char* known) {
+  // Three characters decide, so a copy that is shorter is padded with zeros.
+  u_char name[4] = {};
+  std::strncpy(reinterpret_cast<char*>(name), text, 3);
+  return SipHelper().memcmpNocase(reinterpret_cast<const u_char*>(known), name, 3) == 0;
+}
+
+std::unique_ptr<UdpConnection> newUdp(const char* host, int port, const Settings& settings, Statistics& statistics) {
   auto connection = std::make_unique<UdpConnection>(host, port);
   connection->setStatistics(statistics);
   connection->setCommandsFromServerOnly(settings.commandsFromServerOnly);
   return connection;
 }
 
-std::unique_ptr<TcpConnection> makeTcp(const char* host, int port, const Settings& settings, Statistics& statistics) {
+std::unique_ptr<TcpConnection> newTcp(const char* host, int port, const Settings& settings, Statistics& statistics) {
   auto connection = std::make_unique<TcpConnection>(host, port);
   connection->setStatistics(statistics);
   connection->setSendTimeout(std::chrono::milliseconds(settings.sendTimeout));
@@ -38,53 +45,56 @@ std::unique_ptr<TcpConnection> makeTcp(const char* host, int port, const Setting
 
 // ---- making and releasing ----
 
-void RecorderLinks::own(Owned media, Owned signalling) {
-  media_ = std::move(media);
-  signalling_ = std::move(signalling);
+void RecorderLinks::setMedia(Owned connection) {
+  media_ = std::move(connection);
   conMedia_ = media_.get();
+}
+
+void RecorderLinks::setSignalling(Owned connection) {
+  signalling_ = std::move(connection);
   conSig_ = signalling_.get();
 }
 
 void RecorderLinks::take(std::unique_ptr<BaseConnection> media, std::unique_ptr<BaseConnection> signalling) {
-  own({media.release(), destroy}, {signalling.release(), destroy});
+  setMedia({media.release(), destroy});
+  setSignalling({signalling.release(), destroy});
 }
 
 void RecorderLinks::makeEmbedded() {
   logger().info("Embedded connection created");
-  own({EmbeddedConnection::dft(), leave}, {nullptr, leave});
+  setMedia({EmbeddedConnection::dft(), leave});
+  setSignalling({nullptr, leave});
 }
 
 void RecorderLinks::makeSockets(const char* transport, const RecorderAddresses& recorder, const Settings& settings,
                                 Statistics& statistics) {
-  // Three characters decide, so a copy that is shorter is padded with zeros.
-  u_char name[4] = {};
-  std::strncpy(reinterpret_cast<char*>(name), transport, 3);
-  SipHelper text;
-  const auto is = [&](const char* known) {
-    return text.memcmpNocase(reinterpret_cast<const u_char*>(known), name, 3) == 0;
-  };
-  const bool isShared = shareOneConnection(recorder);
-  if (is("UDP")) {
-    take(makeUdp(recorder.nameMedia, recorder.portMedia, settings, statistics), nullptr);
-    logger().info("UDP connection created");
-    if (isShared) return;
-    signalling_ = {makeUdp(recorder.nameSig, recorder.portSig, settings, statistics).release(), destroy};
-    conSig_ = signalling_.get();
+  if (isTransport(transport, "UDP")) {
+    makeUdp(recorder, settings, statistics);
     return;
   }
-  if (!is("TCP")) logger().error("Invalid ServerProtocol assuming TCP");
-  auto made = makeTcp(recorder.nameMedia, recorder.portMedia, settings, statistics);
-  TcpConnection& media = *made;
-  take(std::move(made), nullptr);
+  if (!isTransport(transport, "TCP")) logger().error("Invalid ServerProtocol assuming TCP");
+  makeTcp(recorder, settings, statistics);
+}
+
+void RecorderLinks::makeUdp(const RecorderAddresses& recorder, const Settings& settings, Statistics& statistics) {
+  take(newUdp(recorder.nameMedia, recorder.portMedia, settings, statistics), nullptr);
+  logger().info("UDP connection created");
+  if (shareOneConnection(recorder)) return;
+  setSignalling({newUdp(recorder.nameSig, recorder.portSig, settings, statistics).release(), destroy});
+}
+
+void RecorderLinks::makeTcp(const RecorderAddresses& recorder, const Settings& settings, Statistics& statistics) {
+  auto connection = newTcp(recorder.nameMedia, recorder.portMedia, settings, statistics);
+  TcpConnection& media = *connection;
+  take(std::move(connection), nullptr);
   logger().info("TCP connection created");
   media.tcpConnect();
   const std::string address = std::string(recorder.nameMedia) + ":" + std::to_string(recorder.portMedia);
   logger().info((media.isConnected() ? "Connected to recorder " : "Connecting to recorder ") + address);
-  if (isShared) return;
-  auto signalling = makeTcp(recorder.nameSig, recorder.portSig, settings, statistics);
+  if (shareOneConnection(recorder)) return;
+  auto signalling = newTcp(recorder.nameSig, recorder.portSig, settings, statistics);
   signalling->tcpConnect();
-  signalling_ = {signalling.release(), destroy};
-  conSig_ = signalling_.get();
+  setSignalling({signalling.release(), destroy});
 }
 
 void RecorderLinks::release() {

@@ -59,7 +59,10 @@ class RecorderLinks {
   static void destroy(BaseConnection* connection) { delete connection; }
   static void leave(BaseConnection*) {}  ///< the shared embedded connection stays
 
-  void own(Owned media, Owned signalling);
+  void setMedia(Owned connection);
+  void setSignalling(Owned connection);
+  void makeUdp(const RecorderAddresses& recorder, const Settings& settings, Statistics& statistics);
+  void makeTcp(const RecorderAddresses& recorder, const Settings& settings, Statistics& statistics);
 
   Owned media_{nullptr, leave};
   Owned signalling_{nullptr, leave};
