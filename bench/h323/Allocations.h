@@ -3,4 +3,4 @@
 #include <cstddef>
 
 // Heap allocations of the program so far.
-size_t allocations();
+std::size_t allocations();

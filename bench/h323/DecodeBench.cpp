@@ -17,7 +17,7 @@
 
 namespace {
 
-using Octets = std::vector<uint8_t>;
+using Octets = std::vector<std::uint8_t>;
 
 Octets setup() {
   const PBYTEArray message = readSegments(kCalls[1]).at(0).message();
@@ -61,7 +61,7 @@ void measure(benchmark::State& state, const Octets& octets, Decode decode) {
   const PBYTEArray array(octets.data(), octets.size());
   const double copy = secondsToCopy(octets);
   decode(array);
-  const size_t before = allocations();
+  const std::size_t before = allocations();
   const double start = seconds();
   for (auto _ : state) decode(array);
   const double loop = seconds() - start;

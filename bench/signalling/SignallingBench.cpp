@@ -61,7 +61,7 @@ double measureEach(benchmark::State& state, std::vector<Segment> segments, Work 
   state.counters["median_ns"] = median;
   state.counters["p99_ns"] = quantile(typical, 0.99);
   if (medianOfCopies != 0) state.counters["copies"] = median / medianOfCopies;
-  state.SetItemsProcessed(state.iterations() * static_cast<int64_t>(segments.size()));
+  state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(segments.size()));
   return median;
 }
 

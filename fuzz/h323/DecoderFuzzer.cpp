@@ -20,7 +20,7 @@ void decode(const PBYTEArray& octets, std::ostream& text) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const PBYTEArray octets(data, size);
   PStringStream text;
   decode<H245_MultimediaSystemControlMessage>(octets, text);

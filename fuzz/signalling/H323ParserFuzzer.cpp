@@ -27,7 +27,7 @@ constexpr u_int kPorts[] = {1720, 2077, 40000, 65535};
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   // Without an appender; the texts of events are made all the same.
   static const auto logger = log4cxx::Logger::getLogger("SnifferClient");
   logger->setAdditivity(false);
@@ -35,7 +35,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   while (size >= 4) {
     const unsigned connection = data[0];
     const unsigned settings = data[1];
-    const size_t length = std::min<size_t>(static_cast<size_t>(data[2]) << 8 | data[3], size - 4);
+    const std::size_t length = std::min<std::size_t>(static_cast<std::size_t>(data[2]) << 8 | data[3], size - 4);
     // Exactly as large as the segment, so that the sanitizer sees what is read behind its end.
     std::vector<u_char> segment(kHeaderLength + length);
     std::copy_n(data + 4, length, segment.begin() + kHeaderLength);

@@ -16,5 +16,5 @@ class OpalGloballyUniqueID {
   PString AsString() const;
 
  private:
-  std::array<uint8_t, 16> octets_{};
+  std::array<std::uint8_t, 16> octets_{};
 };

@@ -15,7 +15,7 @@ class PIPSocket {
     // 0.0.0.0
     Address() = default;
     // The address as in_addr::s_addr holds it: 32 bits in network byte order.
-    explicit Address(uint32_t networkOrder);
+    explicit Address(std::uint32_t networkOrder);
     // The four octets in the order they are written; any other number of octets gives 0.0.0.0.
     explicit Address(const PBYTEArray& octets);
 
@@ -27,6 +27,6 @@ class PIPSocket {
     }
 
    private:
-    std::array<uint8_t, 4> octets_{};
+    std::array<std::uint8_t, 4> octets_{};
   };
 };

@@ -24,7 +24,7 @@ class PString {
   // Terminated by a zero; valid until the text is changed.
   operator const char*() const { return text_.c_str(); }
 
-  size_t GetLength() const { return text_.size(); }
+  std::size_t GetLength() const { return text_.size(); }
   bool IsEmpty() const { return text_.empty(); }
 
   // By character codes, as unsigned numbers; a text sorts behind its own beginning.

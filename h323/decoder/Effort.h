@@ -11,30 +11,30 @@ namespace asn1 {
 class Effort {
  public:
   // Of a segment, whatever comes of it. The largest messages seen take a few hundred.
-  static constexpr uint32_t kSteps = 5120;
+  static constexpr std::uint32_t kSteps = 5120;
   // Beyond these, for messages that described something: hundreds of channels in one Setup.
-  static constexpr uint32_t kReserve = 20480;
+  static constexpr std::uint32_t kReserve = 20480;
   // To begin a message.
-  static constexpr uint32_t kMessage = 16;
+  static constexpr std::uint32_t kMessage = 16;
 
   // False when there is less left; then nothing is left any more.
-  bool spend(uint32_t steps = 1) {
+  bool spend(std::uint32_t steps = 1) {
     if (steps > left_) left_ = 0;
     left_ -= std::min(steps, left_);
     return left_ != 0;
   }
-  uint32_t left() const { return left_; }
+  std::uint32_t left() const { return left_; }
 
   // What was spent since this much was left was worth it: it comes out of the reserve.
-  void wasWorthIt(uint32_t leftBefore) {
-    const uint32_t steps = std::min(leftBefore - left_, reserve_);
+  void wasWorthIt(std::uint32_t leftBefore) {
+    const std::uint32_t steps = std::min(leftBefore - left_, reserve_);
     left_ += steps;
     reserve_ -= steps;
   }
 
  private:
-  uint32_t left_ = kSteps;
-  uint32_t reserve_ = kReserve;
+  std::uint32_t left_ = kSteps;
+  std::uint32_t reserve_ = kReserve;
 };
 
 }  // namespace asn1

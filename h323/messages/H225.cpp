@@ -7,7 +7,7 @@
 namespace h225 = asn1::h225;
 using asn1::indexOf;
 
-PASN_OctetString H225_ArrayOf_PASN_OctetString::operator[](size_t index) const {
+PASN_OctetString H225_ArrayOf_PASN_OctetString::operator[](std::size_t index) const {
   // Octet strings have nothing below them, so that the arena holds them one behind the other.
   return PASN_OctetString(*(asn1::firstEntry(*value_) + index));
 }
@@ -37,11 +37,11 @@ void appendUtf8(std::string& text, char32_t code) {
 
 // A BMPString is read as UTF-16; half a surrogate pair becomes the replacement character.
 PString utf8(const asn1::Value& bmpString) {
-  const auto unit = [&](uint32_t i) -> char32_t {
+  const auto unit = [&](std::uint32_t i) -> char32_t {
     return static_cast<char32_t>(bmpString.octets[2 * i] << 8 | bmpString.octets[2 * i + 1]);
   };
   std::string text;
-  for (uint32_t i = 0; i < bmpString.length; ++i) {
+  for (std::uint32_t i = 0; i < bmpString.length; ++i) {
     char32_t code = unit(i);
     const bool isHigh = (code & 0xFC00) == 0xD800;
     if (isHigh && i + 1 < bmpString.length && (unit(i + 1) & 0xFC00) == 0xDC00) {

@@ -2,9 +2,9 @@
 
 #include <optional>
 
-#include "h323/schema/H225Schema.h"
-#include "h323/messages/PASN.h"
 #include "h323/base/PString.h"
+#include "h323/messages/PASN.h"
+#include "h323/schema/H225Schema.h"
 
 // The parts of H.225.0 call signalling that name a call, its parties and its media. A class stands for the ASN.1 type
 // of its name; its operations are named by the components of the type, and those that may be missing (components of an
@@ -18,7 +18,7 @@ class H225_ArrayOf_PASN_OctetString : public PASN_Array<PASN_OctetString> {
  public:
   using PASN_Array::PASN_Array;
   // `index` must be less than GetSize().
-  PASN_OctetString operator[](size_t index) const;
+  PASN_OctetString operator[](std::size_t index) const;
 };
 
 class H225_TransportAddress_ipAddress : public PASN_SequenceType<asn1::h225::TransportAddress_ipAddress> {

@@ -2,9 +2,9 @@
 
 #include <optional>
 
-#include "h323/schema/H245Schema.h"
-#include "h323/messages/PASN.h"
 #include "h323/base/PString.h"
+#include "h323/messages/PASN.h"
+#include "h323/schema/H245Schema.h"
 
 // The parts of H.245 that describe media channels and user input. A class stands for the ASN.1 type of its name; its
 // operations are named by the components of the type, and those that may be missing, or are one of several

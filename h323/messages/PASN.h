@@ -8,11 +8,11 @@
 #include <ostream>
 #include <type_traits>
 
-#include "h323/decoder/Arena.h"
 #include "h323/base/PBYTEArray.h"
+#include "h323/base/PString.h"
+#include "h323/decoder/Arena.h"
 #include "h323/decoder/PERDecoder.h"
 #include "h323/decoder/PPER_Stream.h"
-#include "h323/base/PString.h"
 
 namespace asn1 {
 
@@ -21,7 +21,7 @@ const Value& component(const Value& sequence, unsigned index);
 // The characters of a string of 8-bit characters.
 PString text(const Value& string);
 
-size_t entries(const Value& list);
+std::size_t entries(const Value& list);
 const Value* firstEntry(const Value& list);
 const Value* nextEntry(const Value& entry);
 }  // namespace asn1
@@ -156,7 +156,7 @@ class PASN_Array : public PASN_Object {
 
   using PASN_Object::PASN_Object;
 
-  size_t GetSize() const;
+  std::size_t GetSize() const;
   bool IsEmpty() const { return GetSize() == 0; }
   Iterator begin() const;
   Iterator end() const { return Iterator(nullptr); }
@@ -169,7 +169,7 @@ typename PASN_Array<Element>::Iterator& PASN_Array<Element>::Iterator::operator+
 }
 
 template <class Element>
-size_t PASN_Array<Element>::GetSize() const {
+std::size_t PASN_Array<Element>::GetSize() const {
   return asn1::entries(*value_);
 }
 

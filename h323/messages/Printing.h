@@ -3,8 +3,8 @@
 #include <ostream>
 #include <string>
 
-#include "h323/decoder/Arena.h"
 #include "h323/base/PBYTEArray.h"
+#include "h323/decoder/Arena.h"
 
 namespace asn1 {
 

@@ -121,7 +121,7 @@ constexpr Name kCauses[] = {
     {127, "Interworking"},
 };
 
-template <size_t kCount>
+template <std::size_t kCount>
 std::string nameOf(const Name (&names)[kCount], unsigned code) {
   for (const Name& name : names) {
     if (name.code == code) return name.name;
@@ -130,13 +130,13 @@ std::string nameOf(const Name (&names)[kCount], unsigned code) {
 }
 
 // Reads octets off the front; the caller asks first whether there are enough.
-uint8_t take(PBYTEArray& octets) {
-  const uint8_t first = octets[0];
+std::uint8_t take(PBYTEArray& octets) {
+  const std::uint8_t first = octets[0];
   octets = PBYTEArray(octets.GetPointer() + 1, octets.GetSize() - 1);
   return first;
 }
 
-PBYTEArray take(PBYTEArray& octets, size_t count) {
+PBYTEArray take(PBYTEArray& octets, std::size_t count) {
   const PBYTEArray front(octets.GetPointer(), count);
   octets = PBYTEArray(octets.GetPointer() + count, octets.GetSize() - count);
   return front;
@@ -146,11 +146,11 @@ PBYTEArray take(PBYTEArray& octets, size_t count) {
 
 bool Q931::Decode(const PBYTEArray& octets) {
   present_.reset();
-  constexpr size_t kShortestMessage = 5;
+  constexpr std::size_t kShortestMessage = 5;
   if (octets.GetSize() < kShortestMessage) return false;
   PBYTEArray rest = octets;
   const unsigned discriminator = take(rest);
-  const size_t referenceLength = take(rest);
+  const std::size_t referenceLength = take(rest);
   if (referenceLength > 2) return false;
   const PBYTEArray reference = take(rest, referenceLength);
 
@@ -163,8 +163,8 @@ bool Q931::Decode(const PBYTEArray& octets) {
 
 bool Q931::decodeElements(PBYTEArray rest) {
   while (!rest.IsEmpty()) {
-    const uint8_t code = take(rest);
-    size_t length = 0;
+    const std::uint8_t code = take(rest);
+    std::size_t length = 0;
     if ((code & 0x80) == 0) {
       if (rest.IsEmpty()) return false;
       length = take(rest);
@@ -187,7 +187,7 @@ bool Q931::decodeElements(PBYTEArray rest) {
 // Q.931, 4.5.8 and 4.5.10: octet 3 and, unless bit 8 ends the group, octets 3a and 3b stand before the digits.
 PString Q931::partyNumber(unsigned code) const {
   const PBYTEArray contents = GetIE(code);
-  size_t headers = 1;
+  std::size_t headers = 1;
   while (headers <= 2 && headers <= contents.GetSize() && (contents[headers - 1] & 0x80) == 0) ++headers;
   if (headers > contents.GetSize()) return PString();
   return PString(

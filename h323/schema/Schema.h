@@ -19,7 +19,7 @@
 // packed encoding has to know of a type is worked out here, when the tables are compiled.
 namespace asn1 {
 
-enum class Kind : uint8_t {
+enum class Kind : std::uint8_t {
   kNull,
   kBoolean,
   kInteger,
@@ -35,38 +35,46 @@ enum class Kind : uint8_t {
   kChoice
 };
 
-inline constexpr int64_t kMin = std::numeric_limits<int64_t>::min();
-inline constexpr int64_t kMax = std::numeric_limits<int64_t>::max();
+inline constexpr std::int64_t kMin = std::numeric_limits<std::int64_t>::min();
+inline constexpr std::int64_t kMax = std::numeric_limits<std::int64_t>::max();
 
 // Limits of a value or of a size, both included, and how X.691 (July 2002, 10.5 to 10.8) codes a number within them.
 struct Range {
-  enum class Coding : uint8_t { kSingle, kBits, kOctet, kTwoOctets, kUpToOctets, kSemiConstrained, kUnconstrained };
+  enum class Coding : std::uint8_t {
+    kSingle,
+    kBits,
+    kOctet,
+    kTwoOctets,
+    kUpToOctets,
+    kSemiConstrained,
+    kUnconstrained
+  };
 
-  int64_t lower = kMin;
-  int64_t upper = kMax;
+  std::int64_t lower = kMin;
+  std::int64_t upper = kMax;
   Coding coding = Coding::kUnconstrained;
-  uint8_t width = 0;  // kBits: the number of bits; kUpToOctets: of the bits that count the octets
+  std::uint8_t width = 0;  // kBits: the number of bits; kUpToOctets: of the bits that count the octets
 
   constexpr Range() = default;
-  constexpr Range(int64_t from, int64_t to) : lower(from), upper(to) {
+  constexpr Range(std::int64_t from, std::int64_t to) : lower(from), upper(to) {
     if (lower == kMin) return;
     if (upper == kMax) {
       coding = Coding::kSemiConstrained;
       return;
     }
-    const uint64_t span = static_cast<uint64_t>(upper) - static_cast<uint64_t>(lower);
+    const std::uint64_t span = static_cast<std::uint64_t>(upper) - static_cast<std::uint64_t>(lower);
     if (span == 0) {
       coding = Coding::kSingle;
     } else if (span < 255) {
       coding = Coding::kBits;
-      width = static_cast<uint8_t>(std::bit_width(span));
+      width = static_cast<std::uint8_t>(std::bit_width(span));
     } else if (span == 255) {
       coding = Coding::kOctet;
     } else if (span < 65536) {
       coding = Coding::kTwoOctets;
     } else {
       coding = Coding::kUpToOctets;
-      width = static_cast<uint8_t>(std::bit_width((std::bit_width(span) + 7U) / 8 - 1));
+      width = static_cast<std::uint8_t>(std::bit_width((std::bit_width(span) + 7U) / 8 - 1));
     }
   }
 };
@@ -74,12 +82,12 @@ struct Range {
 // The characters that a string may have, in the order of their codes.
 struct Alphabet {
   char characters[20] = {};
-  uint8_t size = 0;
+  std::uint8_t size = 0;
 
   // In any order.
   explicit constexpr Alphabet(std::string_view any) {
     for (const char character : any) {
-      size_t i = size++;
+      std::size_t i = size++;
       for (; i > 0 && characters[i - 1] > character; --i) characters[i] = characters[i - 1];
       characters[i] = character;
     }
@@ -94,7 +102,7 @@ struct Type;
 // The optional components of a SEQUENCE's root.
 inline constexpr unsigned kMaxOptional = 56;
 
-enum Presence : uint8_t { kMandatory, kOptional, kExtensionMarker };
+enum Presence : std::uint8_t { kMandatory, kOptional, kExtensionMarker };
 
 // A component of a SEQUENCE, an alternative of a CHOICE or a name of an ENUMERATED.
 struct Field {
@@ -113,10 +121,10 @@ inline constexpr Field kExtensible;
 struct Type {
   Kind kind = Kind::kNull;
   bool extensible = false;
-  uint8_t unit = 0;           // strings: bits a character, octets 8, bits 1
-  uint8_t optionalCount = 0;  // SEQUENCE: optional components of the root
-  uint16_t rootCount = 0;
-  uint16_t fieldCount = 0;  // with the extension additions, without the marker
+  std::uint8_t unit = 0;           // strings: bits a character, octets 8, bits 1
+  std::uint8_t optionalCount = 0;  // SEQUENCE: optional components of the root
+  std::uint16_t rootCount = 0;
+  std::uint16_t fieldCount = 0;  // with the extension additions, without the marker
   const Field* fields = nullptr;
   const Type* element = nullptr;       // SEQUENCE OF
   const Alphabet* alphabet = nullptr;  // strings of restricted characters
@@ -129,7 +137,7 @@ struct Type {
 };
 
 // What SEQUENCE, CHOICE and ENUMERATED have in common: a list of fields.
-template <size_t kCount>
+template <std::size_t kCount>
 struct FieldList : Type {
   Field list[kCount];
 
@@ -150,17 +158,17 @@ struct FieldList : Type {
   }
 };
 
-template <size_t kCount>
+template <std::size_t kCount>
 struct Sequence : FieldList<kCount> {
   explicit constexpr Sequence(const Field (&all)[kCount]) : FieldList<kCount>(Kind::kSequence, all) {}
 };
 
-template <size_t kCount>
+template <std::size_t kCount>
 struct Choice : FieldList<kCount> {
   explicit constexpr Choice(const Field (&all)[kCount]) : FieldList<kCount>(Kind::kChoice, all) {}
 };
 
-template <size_t kCount>
+template <std::size_t kCount>
 struct Enumerated : FieldList<kCount> {
   explicit constexpr Enumerated(const Field (&all)[kCount]) : FieldList<kCount>(Kind::kEnumerated, all) {}
 };
@@ -171,17 +179,18 @@ struct EmptySequence : Type {
 };
 
 struct IntegerType : Type {
-  constexpr IntegerType(int64_t lower, int64_t upper, bool isExtensible) : Type(Kind::kInteger) {
+  constexpr IntegerType(std::int64_t lower, std::int64_t upper, bool isExtensible) : Type(Kind::kInteger) {
     range = Range(lower, upper);
     extensible = isExtensible;
   }
 };
 
 struct StringType : Type {
-  constexpr StringType(Kind ofKind, uint8_t bitsPerUnit, int64_t lower, int64_t upper,
+  constexpr StringType(Kind ofKind, std::uint8_t bitsPerUnit, std::int64_t lower, std::int64_t upper,
                        const Alphabet* characters = nullptr)
       : Type(ofKind) {
-    if (lower != upper && upper < 16 / bitsPerUnit) throw "the decoder pads in front of every string of variable size, which X.691 does not do in front of one that short";
+    if (lower != upper && upper < 16 / bitsPerUnit)
+      throw "the decoder pads in front of every string of variable size, which X.691 does not do in front of one that short";
     unit = bitsPerUnit;
     range = Range(lower, upper);
     alphabet = characters;
@@ -189,7 +198,7 @@ struct StringType : Type {
 };
 
 struct SequenceOfType : Type {
-  constexpr SequenceOfType(const Type& ofType, int64_t lower, int64_t upper) : Type(Kind::kSequenceOf) {
+  constexpr SequenceOfType(const Type& ofType, std::int64_t lower, std::int64_t upper) : Type(Kind::kSequenceOf) {
     if (lower != 0 && upper >= 65536) throw "the decoder does not check the lower limit of a list without an upper one";
     element = &ofType;
     range = Range(lower, upper);
@@ -201,34 +210,34 @@ inline constexpr Type Boolean(Kind::kBoolean);
 inline constexpr StringType ObjectIdentifier(Kind::kObjectIdentifier, 8, 0, kMax);
 inline constexpr StringType OpenType(Kind::kOpenType, 8, 0, kMax);
 
-template <int64_t kLower = kMin, int64_t kUpper = kMax>
+template <std::int64_t kLower = kMin, std::int64_t kUpper = kMax>
 inline constexpr IntegerType Integer(kLower, kUpper, false);
 // With an extension marker in the constraint.
-template <int64_t kLower, int64_t kUpper>
+template <std::int64_t kLower, std::int64_t kUpper>
 inline constexpr IntegerType ExtensibleInteger(kLower, kUpper, true);
 
 // Strings of a size: OctetString<> of any, OctetString<4> of one, OctetString<1, 20> of a range.
-template <int64_t kLower = 0, int64_t kUpper = kLower == 0 ? kMax : kLower>
+template <std::int64_t kLower = 0, std::int64_t kUpper = kLower == 0 ? kMax : kLower>
 inline constexpr StringType BitString(Kind::kBitString, 1, kLower, kUpper);
-template <int64_t kLower = 0, int64_t kUpper = kLower == 0 ? kMax : kLower>
+template <std::int64_t kLower = 0, std::int64_t kUpper = kLower == 0 ? kMax : kLower>
 inline constexpr StringType OctetString(Kind::kOctetString, 8, kLower, kUpper);
-template <int64_t kLower = 0, int64_t kUpper = kLower == 0 ? kMax : kLower>
+template <std::int64_t kLower = 0, std::int64_t kUpper = kLower == 0 ? kMax : kLower>
 inline constexpr StringType BmpString(Kind::kBmpString, 16, kLower, kUpper);
-template <int64_t kLower = 0, int64_t kUpper = kLower == 0 ? kMax : kLower>
+template <std::int64_t kLower = 0, std::int64_t kUpper = kLower == 0 ? kMax : kLower>
 inline constexpr StringType IA5String(Kind::kCharacterString, 8, kLower, kUpper);
 inline constexpr StringType GeneralString(Kind::kCharacterString, 8, 0, kMax);
 
 // An IA5String (FROM (...)). The aligned variant codes a character in 1, 2, 4 or 8 bits; in 8 it is the code itself.
-template <const Alphabet& kAlphabet, int64_t kLower = 0, int64_t kUpper = kLower == 0 ? kMax : kLower>
+template <const Alphabet& kAlphabet, std::int64_t kLower = 0, std::int64_t kUpper = kLower == 0 ? kMax : kLower>
 inline constexpr StringType IA5StringFrom(Kind::kCharacterString,
                                           std::bit_ceil(static_cast<unsigned>(std::bit_width(kAlphabet.size - 1U))),
                                           kLower, kUpper, &kAlphabet);
 
 inline constexpr Alphabet kNumeric("0123456789 ");
-template <int64_t kLower, int64_t kUpper>
+template <std::int64_t kLower, std::int64_t kUpper>
 inline constexpr const StringType& NumericString = IA5StringFrom<kNumeric, kLower, kUpper>;
 
-template <const auto& kElement, int64_t kLower = 0, int64_t kUpper = kMax>
+template <const auto& kElement, std::int64_t kLower = 0, std::int64_t kUpper = kMax>
 inline constexpr SequenceOfType SequenceOf(kElement, kLower, kUpper);
 
 // The number of the field called `name`: a wrong name does not compile.

@@ -1,15 +1,13 @@
 #include "signalling/CallDescription.h"
 
-
-#include "signalling/MediaDescription.h"
+#include "base/Logger.h"
 #include "h323/base/OpalGloballyUniqueID.h"
 #include "h323/base/PIPSocket.h"
-#include "base/Logger.h"
+#include "signalling/MediaDescription.h"
 
 namespace voip {
 
-namespace {
-}
+namespace {}
 
 bool CallDescription::append(const H225_H323_UU_PDU_h323_message_body& body) {
   switch (q931.GetMessageType()) {

@@ -2,12 +2,12 @@
 
 #include <optional>
 
-#include "signalling/CallMaps.h"
+#include "h323/base/PString.h"
 #include "h323/decoder/Effort.h"
 #include "h323/messages/H225.h"
 #include "h323/messages/H245.h"
-#include "h323/base/PString.h"
 #include "h323/messages/Q931.h"
+#include "signalling/CallMaps.h"
 
 namespace voip {
 

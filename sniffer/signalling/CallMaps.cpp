@@ -6,8 +6,7 @@
 
 namespace voip {
 
-namespace {
-}
+namespace {}
 
 void CallMaps::announce(const PString& callReference, const h245Addr& addr) {
   const std::lock_guard guard(lock);
@@ -65,8 +64,9 @@ void CallMaps::forgetOldest() {
   erase(oldest);
   if (statistics != nullptr) statistics->h245AddressesForgotten.add();
   if (!std::exchange(warned, true)) {
-    logger().warn("More than " + std::to_string(kMostAddresses) +
-                  " H.245 addresses were announced by calls that nobody released: from now on the oldest are forgotten");
+    logger().warn(
+        "More than " + std::to_string(kMostAddresses) +
+        " H.245 addresses were announced by calls that nobody released: from now on the oldest are forgotten");
   }
 }
 

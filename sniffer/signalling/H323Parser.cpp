@@ -3,9 +3,9 @@
 #include <cstring>
 #include <sstream>
 
-#include "signalling/CallDescription.h"
-#include "h323/base/PIPSocket.h"
 #include "base/Logger.h"
+#include "h323/base/PIPSocket.h"
+#include "signalling/CallDescription.h"
 
 using namespace voip;
 
@@ -88,7 +88,7 @@ bool H323Parser::describeTunneledH245(const H225_H323_UU_PDU& pdu, const Connect
   if (!h245Control) return false;
   bool forward = false;
   for (const PASN_OctetString& element : *h245Control) {
-    const uint32_t before = effort.left();
+    const std::uint32_t before = effort.left();
     if (before == 0) break;
     PPER_Stream stream(element.GetValue(), effort);
     if (!h245MSCMsg.Decode(stream)) continue;

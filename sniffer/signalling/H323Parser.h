@@ -4,14 +4,14 @@
 
 #include <ostream>
 
-#include "signalling/CallMaps.h"
+#include "h323/base/PBYTEArray.h"
+#include "h323/base/PString.h"
 #include "h323/decoder/Effort.h"
 #include "h323/messages/H225.h"
 #include "h323/messages/H245.h"
-#include "signalling/MediaDescription.h"
-#include "h323/base/PBYTEArray.h"
-#include "h323/base/PString.h"
 #include "h323/messages/Q931.h"
+#include "signalling/CallMaps.h"
+#include "signalling/MediaDescription.h"
 #include "statistics/Statistics.h"
 
 /// Describes H.323 signalling (Q.931 with H.225.0, H.245) in a few lines of text for the recorder: which call, who

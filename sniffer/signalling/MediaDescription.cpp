@@ -1,13 +1,11 @@
 #include "signalling/MediaDescription.h"
 
-
-#include "h323/base/PIPSocket.h"
 #include "base/Logger.h"
+#include "h323/base/PIPSocket.h"
 
 namespace voip {
 
 namespace {
-
 
 void appendCodec(const char* direction, const H245_DataType& dataType, PString& text) {
   const auto audio = dataType.audioData();
@@ -92,7 +90,7 @@ void appendMediaControlAddress(const H245_TransportAddress& address, PString& te
 void appendFastStart(const H225_ArrayOf_PASN_OctetString& elements, H245_OpenLogicalChannel& channel,
                      asn1::Effort& effort, PString& text) {
   for (const PASN_OctetString& element : elements) {
-    const uint32_t before = effort.left();
+    const std::uint32_t before = effort.left();
     if (before == 0) break;
     PPER_Stream stream(element.GetValue(), effort);
     if (!channel.Decode(stream)) {

@@ -1,9 +1,9 @@
 #pragma once
 
+#include "h323/base/PString.h"
 #include "h323/decoder/Effort.h"
 #include "h323/messages/H225.h"
 #include "h323/messages/H245.h"
-#include "h323/base/PString.h"
 
 namespace voip {
 

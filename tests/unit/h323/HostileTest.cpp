@@ -10,14 +10,14 @@
 
 namespace {
 
-using Octets = std::vector<uint8_t>;
+using Octets = std::vector<std::uint8_t>;
 using asn1::Effort;
 using asn1::Value;
 
 // A type decoded from exactly these octets, which are on the heap so that a sanitizer sees each read behind them.
 class Decoded {
  public:
-  Decoded(const asn1::Type& type, Octets octets, uint32_t steps = Effort::kSteps) : octets_(std::move(octets)) {
+  Decoded(const asn1::Type& type, Octets octets, std::uint32_t steps = Effort::kSteps) : octets_(std::move(octets)) {
     octets_.shrink_to_fit();
     Effort effort;
     effort.spend(Effort::kSteps - steps);
@@ -29,7 +29,7 @@ class Decoded {
   const Value& operator*() const { return *value_; }
   const Value* operator->() const { return value_; }
   bool failed() const { return value_->type == nullptr; }
-  uint32_t spent = 0;
+  std::uint32_t spent = 0;
 
  private:
   Octets octets_;
@@ -58,7 +58,7 @@ TEST(Hostile, Numbers) {
   EXPECT_TRUE(Decoded(asn1::Integer<1, 65535>, {0xFF, 0xFF}).failed());
   EXPECT_TRUE(Decoded(asn1::Integer<0, 16777215>, {0xC0, 1, 2, 3, 4}).failed());
   EXPECT_TRUE(Decoded(asn1::Integer<1, 4294967295>, {0xC0, 0xFF, 0xFF, 0xFF, 0xFF}).failed());
-  for (const uint8_t length : {0x00, 0xC1}) {
+  for (const std::uint8_t length : {0x00, 0xC1}) {
     EXPECT_TRUE(Decoded(any, {length}).failed() && Decoded(positive, {length}).failed());
   }
 }

@@ -6,7 +6,7 @@
 
 namespace {
 
-using Octets = std::vector<uint8_t>;
+using Octets = std::vector<std::uint8_t>;
 
 // The octets are kept, for a message is a view of them.
 struct Message : Q931 {

@@ -2,9 +2,9 @@
 
 #include <memory>
 
-#include "support/Segments.h"
-#include "h323/messages/H225.h"
 #include "h323/base/OpalGloballyUniqueID.h"
+#include "h323/messages/H225.h"
+#include "support/Segments.h"
 
 namespace {
 

@@ -7,9 +7,9 @@
 #include <memory>
 #include <random>
 
+#include "signalling/H323Parser.h"
 #include "support/Segments.h"
 #include "support/TestLog.h"
-#include "signalling/H323Parser.h"
 
 using namespace voip;
 

@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <string>
 
-
 namespace {
 
 /// The text in a buffer that ends right behind what a test may read, so that the sanitizer sees one byte too many.

@@ -34,7 +34,8 @@ TEST(SipStartLine, OfAStreamIsRecognisedAsFarAsItGoes) {
     const std::vector<u_char> exact(text.begin(), text.end());
     return beginsSip(exact);
   };
-  for (const std::string_view line : {"INVITE tel:+1555 SIP/2.0\r\n", "x-.!%*_+`'~1 urn:a:b sip/2.0\n", "sip/2.0 200"}) {
+  for (const std::string_view line :
+       {"INVITE tel:+1555 SIP/2.0\r\n", "x-.!%*_+`'~1 urn:a:b sip/2.0\n", "sip/2.0 200"}) {
     EXPECT_EQ(likeness(line), Likeness::kYes) << line;
     const std::size_t decisive = line.find('\n') == line.npos ? 8 : line.size();
     for (std::size_t size = 0; size < decisive; ++size) {

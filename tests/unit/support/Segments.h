@@ -35,10 +35,10 @@ struct Segment {
   bool isH245() const { return decodedAs.starts_with("h245"); }
 };
 
-inline std::vector<uint8_t> fromHex(std::string_view text) {
-  std::vector<uint8_t> octets;
+inline std::vector<std::uint8_t> fromHex(std::string_view text) {
+  std::vector<std::uint8_t> octets;
   for (std::size_t i = 0; i + 1 < text.size(); i += 2) {
-    octets.push_back(static_cast<uint8_t>(std::stoi(std::string(text.substr(i, 2)), nullptr, 16)));
+    octets.push_back(static_cast<std::uint8_t>(std::stoi(std::string(text.substr(i, 2)), nullptr, 16)));
   }
   return octets;
 }
