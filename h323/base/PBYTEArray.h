@@ -3,8 +3,8 @@
 #include <cstddef>
 #include <cstdint>
 
-// A view of octets that somebody else owns, usually a part of a packet. Copying it copies no octets; it is valid as
-// long as the octets it was made from.
+/// A view of octets, usually of a part of a packet. The view does not own the octets: a copy of it copies no octets,
+/// and it is valid as long as they are.
 class PBYTEArray {
  public:
   constexpr PBYTEArray() = default;
@@ -14,7 +14,7 @@ class PBYTEArray {
   constexpr bool IsEmpty() const { return size_ == 0; }
   constexpr const std::uint8_t* GetPointer() const { return octets_; }
 
-  // `index` must be less than GetSize().
+  /// `index` must be less than GetSize().
   constexpr std::uint8_t operator[](std::size_t index) const { return octets_[index]; }
 
   constexpr const std::uint8_t* begin() const { return octets_; }

@@ -5,19 +5,20 @@
 
 namespace asn1 {
 
-// How much decoding one segment is worth, in steps. A step is a value, an extension addition that is skipped, or 32
-// bits that tell which additions there are: some nanoseconds. The messages of a segment draw on one Effort, for it is
-// the segment that anybody can send; once it is used up no further message decodes.
+/// The limit of the work that one captured segment may cause, in steps. A step takes some nanoseconds: it decodes a
+/// value, skips an extension addition, or reads 32 of the bits that say which additions are present. All messages of a
+/// segment share one Effort, because anyone can send a segment full of small messages. No message decodes after the
+/// Effort is used up.
 class Effort {
  public:
-  // Of a segment, whatever comes of it. The largest messages seen take a few hundred.
+  /// The steps of any segment. The largest messages seen take a few hundred.
   static constexpr std::uint32_t kSteps = 5120;
-  // Beyond these, for messages that described something: hundreds of channels in one Setup.
+  /// Further steps for messages that are described. They suffice for hundreds of channels in one Setup.
   static constexpr std::uint32_t kReserve = 20480;
-  // To begin a message.
+  /// The cost of a message besides its values.
   static constexpr std::uint32_t kMessage = 16;
 
-  // False when there is less left; then nothing is left any more.
+  /// Returns false when these steps use up the Effort.
   bool spend(std::uint32_t steps = 1) {
     if (steps > left_) left_ = 0;
     left_ -= std::min(steps, left_);
@@ -25,8 +26,8 @@ class Effort {
   }
   std::uint32_t left() const { return left_; }
 
-  // What was spent since this much was left was worth it: it comes out of the reserve.
-  void wasWorthIt(std::uint32_t leftBefore) {
+  /// Takes the steps spent since `leftBefore` steps were left out of the reserve instead, as far as it goes.
+  void chargeReserve(std::uint32_t leftBefore) {
     const std::uint32_t steps = std::min(leftBefore - left_, reserve_);
     left_ += steps;
     reserve_ -= steps;

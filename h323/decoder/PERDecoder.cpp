@@ -6,18 +6,19 @@
 namespace asn1 {
 namespace {
 
-// Numbers beyond 64 bits keep their sign and lose the rest.
+/// Returns `lower` plus `offset`, or kMax if the sum exceeds 64 bits.
 std::int64_t clampedSum(std::int64_t lower, std::uint64_t offset) {
   return offset > static_cast<std::uint64_t>(kMax) - static_cast<std::uint64_t>(lower)
              ? kMax
              : static_cast<std::int64_t>(static_cast<std::uint64_t>(lower) + offset);
 }
 
+/// Decodes one message: walks the type and reads a value for each part of it.
 class Decoder {
  public:
   Decoder(PPER_Stream& stream, Arena& arena, Effort& effort) : stream_(stream), arena_(arena), effort_(effort) {}
 
-  // Null after a failure.
+  /// Returns null after a failure.
   Value* decode(const Type& type);
 
  private:
@@ -147,7 +148,7 @@ std::int64_t Decoder::unconstrained() {
   const bool negative = (octets[0] & 0x80) != 0;
   std::uint64_t number = negative ? ~std::uint64_t{0} : 0;
   for (std::size_t i = 0; i < count; ++i) {
-    // The next shift must not lose anything but copies of the sign.
+    // The next shift may only lose copies of the sign bit.
     const std::int64_t top = static_cast<std::int64_t>(number) >> 55;
     if (top != (negative ? -1 : 0)) return negative ? kMin : kMax;
     number = number << 8 | octets[i];
@@ -173,7 +174,7 @@ void Decoder::enumerated(Value& value) {
 void Decoder::sequence(Value& value) {
   const Type& type = *value.type;
   const bool extended = type.extensible && stream_.bit();
-  // The first presence bit comes to the top.
+  // Moves the first presence bit to the top.
   std::uint64_t present = type.optionalCount == 0 ? 0 : stream_.bits(type.optionalCount) << (64 - type.optionalCount);
   const Value** link = &value.child;
   *link = nullptr;
@@ -227,7 +228,7 @@ void Decoder::sequenceOf(Value& value) {
   bool more = false;
   const std::uint64_t count =
       type.range.upper < 65536 ? static_cast<std::uint64_t>(constrained(type.range)) : stream_.length(more);
-  // A fragment counts more entries than the arena holds; so may the whole, and then it need not be begun.
+  // A fragment has more entries than the arena holds. A longer list cannot succeed either, so it fails at once.
   if (more || count > Arena::kMaxValues) return stream_.fail();
   value.length = static_cast<std::uint32_t>(count);
   const Value** link = &value.child;
@@ -253,13 +254,13 @@ void Decoder::choice(Value& value) {
   value.child = tag < type.fieldCount ? openType(*type.fields[tag].type) : decode(OpenType);
 }
 
-// X.691, 10.2: a value of `type` inside its own length. What it leaves of that is skipped.
+// X.691, 10.2: a value of `type` after its length in octets. Octets that the value does not use are skipped.
 Value* Decoder::openType(const Type& type) {
   const PPER_Stream before = stream_;
   bool more = false;
   const std::size_t length = stream_.length(more);
   if (more) {
-    // Its parts are put together first.
+    // Joins the fragments, then decodes the copy.
     stream_ = before;
     Value whole{&OpenType, nullptr, {0}, 0, 0};
     string(whole);
@@ -311,17 +312,15 @@ void Decoder::string(Value& value) {
   if (type.alphabet != nullptr) checkCharacters(value);
 }
 
-// `count` characters, octets or bits as octets: where they are if they can be, else in a copy.
+// Returns `count` characters, octets or bits as octets: a view of the packet if possible, otherwise a copy.
 const std::uint8_t* Decoder::units(const Type& type, std::size_t count) {
   const std::size_t bits = count * type.unit;
   if (stream_.position() % 8 == 0 && type.unit != 4) {
-    const std::size_t whole = bits / 8;
-    if (bits % 8 == 0) return stream_.octets(whole);
-    const PPER_Stream start = stream_;
-    stream_.skip(bits);
-    return PPER_Stream(start).octets(whole);
+    const std::uint8_t* const view = stream_.octets(bits / 8);
+    stream_.skip(bits % 8);
+    return view;
   }
-  // Do not take room for what is not there.
+  // Checks the length before it takes memory for the copy.
   if (bits > stream_.bitsLeft()) {
     stream_.fail();
     return nullptr;
@@ -347,7 +346,7 @@ const std::uint8_t* Decoder::units(const Type& type, std::size_t count) {
   return copy;
 }
 
-// X.691, 10.9.3.8: fragments of whole octets, the last of which is shorter than 16K.
+// X.691, 10.9.3.8. Every fragment but the last is a multiple of 16K units, so each ends at an octet boundary.
 void Decoder::fragments(Value& value, std::size_t length) {
   const Type& type = *value.type;
   bool more = true;
@@ -355,7 +354,7 @@ void Decoder::fragments(Value& value, std::size_t length) {
   while (true) {
     const std::uint8_t* part = units(type, length);
     if (stream_.failed()) return;
-    // Characters in 4 bits are copies already; copies follow each other.
+    // 4-bit characters are copied already. Consecutive copies are contiguous in the arena.
     if (type.unit != 4) {
       const std::size_t size = (length * type.unit + 7) / 8;
       std::uint8_t* const copy = arena_.newOctets(size);
@@ -370,7 +369,7 @@ void Decoder::fragments(Value& value, std::size_t length) {
   }
 }
 
-// Puts characters for indices, and checks that they are in the alphabet.
+// Replaces indices by characters and checks that all characters are in the alphabet.
 void Decoder::checkCharacters(const Value& value) {
   if (stream_.failed()) return;
   const Alphabet& alphabet = *value.type->alphabet;
@@ -380,7 +379,7 @@ void Decoder::checkCharacters(const Value& value) {
     }
     return;
   }
-  // Strings of indices are always copies.
+  // A string of indices is always a copy.
   std::uint8_t* const copy = const_cast<std::uint8_t*>(value.octets);
   for (std::uint32_t i = 0; i < value.length; ++i) {
     if (copy[i] >= alphabet.size) return stream_.fail();

@@ -17,7 +17,7 @@ std::uint64_t PPER_Stream::smallNumber() {
   if (!bit()) return bits(6);
   bool more = false;
   const std::size_t count = length(more);
-  // A number of more than 16,383 octets is nobody's.
+  // No sender uses a number of more than 16,383 octets.
   if (more) fail();
   return octetNumber(count);
 }

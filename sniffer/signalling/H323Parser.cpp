@@ -98,7 +98,7 @@ bool H323Parser::describeTunneledH245(const H225_H323_UU_PDU& pdu, const Connect
       continue;
     }
     forward = true;
-    effort.wasWorthIt(before);
+    effort.chargeReserve(before);
   }
   return forward;
 }
