@@ -12,7 +12,7 @@ struct Name {
   const char* name;
 };
 
-// Q.931, table 4-2, and H.225.0
+/// Q.931, table 4-2, and H.225.0.
 constexpr Name kMessageTypes[] = {
     {0, "Escape"},        {1, "Alerting"},  {2, "CallProceeding"}, {3, "Progress"},         {5, "Setup"},
     {7, "Connect"},       {13, "SetupAck"}, {15, "ConnectAck"},    {32, "UserInformation"}, {33, "SuspendReject"},
@@ -22,7 +22,7 @@ constexpr Name kMessageTypes[] = {
     {123, "Information"}, {125, "Status"},
 };
 
-// Q.931, table 4-3
+/// Q.931, table 4-3.
 constexpr Name kElements[] = {
     {0, "Segmented-Message"},
     {4, "Bearer-Capability"},
@@ -62,7 +62,7 @@ constexpr Name kElements[] = {
     {161, "Sending-Complete"},
 };
 
-// Q.850
+/// Q.850.
 constexpr Name kCauses[] = {
     {1, "Unallocated number"},
     {2, "No route to network"},
@@ -129,13 +129,14 @@ std::string nameOf(const Name (&names)[kCount], unsigned code) {
   return "<" + std::to_string(code) + ">";
 }
 
-// Reads octets off the front; the caller asks first whether there are enough.
+/// Removes the first octet and returns it. There must be one.
 std::uint8_t take(PBYTEArray& octets) {
   const std::uint8_t first = octets[0];
   octets = PBYTEArray(octets.GetPointer() + 1, octets.GetSize() - 1);
   return first;
 }
 
+/// Removes the first `count` octets and returns them. There must be as many.
 PBYTEArray take(PBYTEArray& octets, std::size_t count) {
   const PBYTEArray front(octets.GetPointer(), count);
   octets = PBYTEArray(octets.GetPointer() + count, octets.GetSize() - count);
@@ -171,7 +172,7 @@ bool Q931::decodeElements(PBYTEArray rest) {
       if (code == UserUserIE) {
         if (rest.IsEmpty()) return false;
         length = length << 8 | take(rest);
-        // It counts the protocol discriminator.
+        // The length includes the protocol discriminator.
         if (length == 0 || rest.IsEmpty()) return false;
         take(rest);
         --length;
@@ -184,7 +185,8 @@ bool Q931::decodeElements(PBYTEArray rest) {
   return true;
 }
 
-// Q.931, 4.5.8 and 4.5.10: octet 3 and, unless bit 8 ends the group, octets 3a and 3b stand before the digits.
+// Q.931, 4.5.8 and 4.5.10: octet 3 precedes the digits, octet 3a as well if bit 8 of octet 3 is clear, and octet 3b if
+// bit 8 of octet 3a is clear.
 PString Q931::partyNumber(unsigned code) const {
   const PBYTEArray contents = GetIE(code);
   std::size_t headers = 1;
