@@ -11,7 +11,7 @@ void appendCodec(const char* direction, const H245_DataType& dataType, PString& 
   const auto audio = dataType.audioData();
   if (!audio) return;
   const unsigned tag = audio->GetTag();
-  // Only of G.711 at 64 kbit/s does the recorder want the frames per packet.
+  // The recorder reads the frames per packet of G.711 at 64 kbit/s only; the number of all other codecs is 0.
   const bool isG711 = tag == H245_AudioCapability::e_g711Alaw64k || tag == H245_AudioCapability::e_g711Ulaw64k;
   text += direction;
   text += audio->GetTagName();
@@ -26,15 +26,15 @@ void appendAddress(const char* channel, const char* protocol, const H245_Transpo
     logger().debug(channel, " Address is not Unicast. ", address.GetTagName(), " is not supported");
     return;
   }
-  const auto iPAddress = unicast->iPAddress();
-  if (!iPAddress) {
+  const auto ipAddress = unicast->iPAddress();
+  if (!ipAddress) {
     logger().debug(channel, " address is not IPv4. ", unicast->GetTagName(), " is not supported");
     return;
   }
   text += protocol;
-  text += PIPSocket::Address(iPAddress->network()).AsString();
+  text += PIPSocket::Address(ipAddress->network()).AsString();
   text += ' ';
-  text += PString(iPAddress->tsapIdentifier());
+  text += PString(ipAddress->tsapIdentifier());
 }
 
 }  // namespace

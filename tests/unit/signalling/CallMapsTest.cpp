@@ -65,7 +65,7 @@ TEST(CallMaps, FindWhatIsEqual) {
   std::mt19937 random(7);
   for (const unsigned spread : {4U, 60U, 20000U}) {
     CallMaps calls;
-    std::map<Address, std::string, CallMaps::h245order> owners;
+    std::map<Address, std::string, CallMaps::AddressOrder> owners;
     std::map<std::string, Address> lasts;
     for (int step = 0; step < 30000; ++step) {
       const std::string call = std::to_string(random() % spread);
@@ -84,7 +84,7 @@ TEST(CallMaps, FindWhatIsEqual) {
     }
   }
   const CallMaps::h245comp before;
-  const CallMaps::h245order order;
+  const CallMaps::AddressOrder order;
   const Address addresses[] = {{"10.0.0.1", 9}, {"10.0.0.2", 8}, {"10.0.0.10", 9}, {"9.0.0.1", 8}, {"10.0.0.1", 8}};
   for (const Address& a : addresses) {
     for (const Address& b : addresses) {
@@ -100,7 +100,7 @@ TEST(CallMaps, ForgetTheAddressAnnouncedLongestAgo) {
   log.setLevel(log4cxx::Level::getWarn());
   Statistics statistics;
   CallMaps calls(&statistics);
-  for (unsigned port = 0; port < CallMaps::kMostAddresses; ++port) calls.announce(PString(port), {"a", port});
+  for (unsigned port = 0; port < CallMaps::kMaxAddresses; ++port) calls.announce(PString(port), {"a", port});
   calls.announce("again", {"a", 0});
   calls.announce("new", {"b", 1});
   calls.announce("newer", {"b", 2});
