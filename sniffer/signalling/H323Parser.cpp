@@ -3,6 +3,7 @@
 #include <cstring>
 #include <optional>
 #include <sstream>
+#include <string>
 
 #include "base/Logger.h"
 #include "h323/base/PIPSocket.h"
@@ -65,16 +66,32 @@ bool H323Parser::parseH323(u_char* payload, int len, int ourHdrLen, const u_int&
 
 bool H323Parser::decode(PBYTEArray& appPayload, const u_int& tx_ip, const u_int& rx_ip, const u_int& tx_port,
                         const u_int& rx_port, PString& upStreamPayload) {
-  asn1::Effort effort;
-  PPER_Stream stream(appPayload, effort);
-  if (!looksLikeQ931(appPayload) && h245MSCMsg_.Decode(stream)) {
-    return handleH245MultimediaSystemControlMsg(h245MSCMsg_, tx_ip, rx_ip, tx_port, rx_port, upStreamPayload, false);
-  }
-  q931pdu_.Decode(appPayload);  // the readable part of a faulty message is described
   const Connection connection{tx_ip, rx_ip, tx_port, rx_port};
-  if (!isTracing()) return describeQ931(connection, effort, upStreamPayload, nullptr);
+  if (!segmentEffort_) {
+    asn1::Effort effort;
+    return describe(appPayload, connection, effort, upStreamPayload);
+  }
+  // Charges Q.931 messages without ASN.1 as well.
+  if (!segmentEffort_->spend(asn1::Effort::kMessage)) return false;
+  const bool forward = describe(appPayload, connection, *segmentEffort_, upStreamPayload);
+  if (forward) segmentEffort_->chargeReserve(asn1::Effort::kMessage);
+  return forward;
+}
+
+bool H323Parser::describe(const PBYTEArray& message, const Connection& connection, asn1::Effort& effort,
+                          PString& text) {
+  const std::uint32_t before = effort.left();
+  PPER_Stream stream(message, effort);
+  if (!looksLikeQ931(message) && h245MSCMsg_.Decode(stream)) {
+    const bool forward = handleH245MultimediaSystemControlMsg(h245MSCMsg_, connection.txIp, connection.rxIp,
+                                                              connection.txPort, connection.rxPort, text, false);
+    if (forward) effort.chargeReserve(before - effort.left());
+    return forward;
+  }
+  q931pdu_.Decode(message);  // the readable part of a faulty message is described
+  if (!isTracing()) return describeQ931(connection, effort, text, nullptr);
   std::ostringstream trace;
-  const bool forward = describeQ931(connection, effort, upStreamPayload, &trace);
+  const bool forward = describeQ931(connection, effort, text, &trace);
   logger().info(trace.str());
   return forward;
 }
@@ -89,15 +106,18 @@ bool H323Parser::describeQ931(const Connection& connection, asn1::Effort& effort
   text += '\n';
 
   if (!q931pdu_.HasIE(Q931::UserUserIE)) return false;
+  const std::uint32_t before = effort.left();
   PPER_Stream stream(q931pdu_.GetIE(Q931::UserUserIE), effort);
   if (!ui_.Decode(stream)) return false;
+  const std::uint32_t cost = before - effort.left();
   const H225_H323_UU_PDU pdu = ui_.h323_uu_pdu();
   if (trace != nullptr) *trace << "\n=== H323 Message ===\n" << pdu;
   const auto body = pdu.h323_message_body();
-  if (body.GetTag() == H225_H323_UU_PDU_h323_message_body::e_empty) {
-    return describeTunneledH245(pdu, connection, effort, text, trace);
-  }
-  return CallDescription(q931pdu_, callReference, callMaps_, olc_, effort, text).append(body);
+  const bool isEmpty = body.GetTag() == H225_H323_UU_PDU_h323_message_body::e_empty;
+  const bool forward = isEmpty ? describeTunneledH245(pdu, connection, effort, text, trace)
+                               : CallDescription(q931pdu_, callReference, callMaps_, olc_, effort, text).append(body);
+  if (forward) effort.chargeReserve(cost);
+  return forward;
 }
 
 bool H323Parser::describeTunneledH245(const H225_H323_UU_PDU& pdu, const Connection& connection, asn1::Effort& effort,
@@ -116,7 +136,7 @@ bool H323Parser::describeTunneledH245(const H225_H323_UU_PDU& pdu, const Connect
       continue;
     }
     forward = true;
-    effort.chargeReserve(before);
+    effort.chargeReserve(before - effort.left());
   }
   return forward;
 }
@@ -164,15 +184,22 @@ bool H323Parser::appendCall(const Connection& connection, unsigned messageType, 
   auto callReference = callMaps_.callOf(tx);
   if (!callReference) callReference = callMaps_.callOf(rx);
   if (!callReference) {
-    logger().error(complaint);
-    logger().debug("Tx IP:Port=", tx, "\nRx IP:Port=", rx);
-    displayCallIdMap();
+    logUnknownCall(complaint, tx, rx);
     return false;
   }
   text += "r:";
   text += *callReference;
   text += '\n';
   return true;
+}
+
+void H323Parser::logUnknownCall(const char* complaint, const h245Addr& tx, const h245Addr& rx) {
+  std::optional<std::string> line = complaint;
+  if (segmentEffort_) line = unknownCalls_.admit(complaint, LineLimit::Clock::now());
+  if (!line) return;
+  logger().error(*line);
+  logger().debug("Tx IP:Port=", tx, "\nRx IP:Port=", rx);
+  displayCallIdMap();
 }
 
 void H323Parser::getFastStartParams(H225_ArrayOf_PASN_OctetString& h245FastStartParams, PString& upStreamPayload) {

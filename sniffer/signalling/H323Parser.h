@@ -2,6 +2,7 @@
 
 #include <sys/types.h>
 
+#include <optional>
 #include <ostream>
 
 #include "h323/base/PBYTEArray.h"
@@ -11,6 +12,7 @@
 #include "h323/messages/H245.h"
 #include "h323/messages/Q931.h"
 #include "signalling/CallMaps.h"
+#include "signalling/LineLimit.h"
 #include "signalling/MediaDescription.h"
 #include "statistics/Statistics.h"
 
@@ -24,7 +26,8 @@
 ///
 /// H.245 on a connection of its own names no call; CallMaps finds the call that announced the connection.
 ///
-/// An asn1::Effort limits the cost of a segment. The rest of a segment that exceeds it is not described.
+/// An asn1::Effort limits the cost of a segment. The rest of a segment that exceeds it is not described. With TCP
+/// reassembly beginSegment() says which messages belong to one segment.
 ///
 /// One thread calls parseH323() and the operations that it consists of. Any thread may call displayCallIdMap().
 /// Addresses are IPv4 in network byte order, as in_addr holds them, ports are in host order; tx is the source of the
@@ -57,6 +60,15 @@ class H323Parser {
   /// text of its own, and the octets after it are not taken for a part of it.
   bool parseH323(u_char* payload, int len, int ourHdrLen, const u_int& tx_ip, const u_int& rx_ip, const u_int& tx_port,
                  const u_int& rx_port, PString& upStreamPayload);
+
+  /// Announces the TPKTs that one captured segment completes. Without this call, each call of parseH323() has an Effort
+  /// of its own, as is right for whole segments: a segment with hundreds of TPKTs could cost hundreds of times as much.
+  /// From the first call on:
+  /// - The TPKTs until the next call share one Effort. TPKTs that are described are charged to its reserve. After the
+  ///   Effort is used up, parseH323() returns false and logs nothing.
+  /// - The lines about an H.245 message that matches no call, and the maps in the log after it, appear at most once a
+  ///   second. The line has the number of the suppressed ones, if any, at its end.
+  void beginSegment() { segmentEffort_.emplace(); }
 
   /// Like parseH323(), for the octets after the TPKT header.
   bool decode(PBYTEArray& appPayload, const u_int& tx_ip, const u_int& rx_ip, const u_int& tx_port,
@@ -120,6 +132,7 @@ class H323Parser {
 
   // Each of these appends to `text` and returns whether that is to be forwarded. `trace` is null without a trace.
 
+  bool describe(const PBYTEArray& message, const Connection& connection, asn1::Effort& effort, PString& text);
   bool describeQ931(const Connection& connection, asn1::Effort& effort, PString& text, std::ostream* trace);
   bool describeTunneledH245(const H225_H323_UU_PDU& pdu, const Connection& connection, asn1::Effort& effort,
                             PString& text, std::ostream* trace);
@@ -129,6 +142,7 @@ class H323Parser {
   /// Appends type and call reference of a message on an H.245 connection. When no call has announced either end of the
   /// connection, logs `complaint` and returns false.
   bool appendCall(const Connection& connection, unsigned messageType, const char* complaint, PString& text);
+  void logUnknownCall(const char* complaint, const h245Addr& tx, const h245Addr& rx);
   bool isTracing() const;
 
   voip::CallMaps callMaps_;
@@ -140,6 +154,9 @@ class H323Parser {
   H245_OpenLogicalChannel olc_;
 
   bool traceSignalling_ = false;
+
+  std::optional<asn1::Effort> segmentEffort_;  ///< set by beginSegment()
+  voip::LineLimit unknownCalls_;               ///< in use after beginSegment()
 
   static H323Parser* h323Parser_;  ///< reserved for a parser of the process; null
 };

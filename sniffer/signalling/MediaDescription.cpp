@@ -99,7 +99,7 @@ void appendFastStart(const H225_ArrayOf_PASN_OctetString& elements, H245_OpenLog
     }
     appendLogicalChannel(channel, text);
     text += '\n';
-    effort.chargeReserve(before);
+    effort.chargeReserve(before - effort.left());
   }
 }
 
