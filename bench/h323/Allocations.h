@@ -2,5 +2,5 @@
 
 #include <cstddef>
 
-// Heap allocations of the program so far.
+/// The heap allocations of the program so far.
 std::size_t allocations();

@@ -26,9 +26,9 @@ class Effort {
   }
   std::uint32_t left() const { return left_; }
 
-  /// Takes the steps spent since `leftBefore` steps were left out of the reserve instead, as far as it goes.
-  void chargeReserve(std::uint32_t leftBefore) {
-    const std::uint32_t steps = std::min(leftBefore - left_, reserve_);
+  /// Charges `steps` that are already spent to the reserve instead, as far as it goes.
+  void chargeReserve(std::uint32_t steps) {
+    steps = std::min(steps, reserve_);
     left_ += steps;
     reserve_ -= steps;
   }

@@ -1,4 +1,4 @@
-// Random values of every type of both schemas: what is decoded is what was encoded.
+// Encodes random values of every type of both schemas and compares what the decoder makes of them.
 
 #include <gtest/gtest.h>
 
@@ -23,15 +23,15 @@ using asn1::Value;
 using Octets = std::vector<std::uint8_t>;
 using Fields = std::set<std::pair<const Type*, unsigned>>;
 
-// What a message holds, each value in front of what is in it: numbers, tags, which component it is, how many entries,
-// the octets of strings behind their length.
+/// The contents of a message in a list, each value before the values that it contains: numbers, tags, component
+/// indices, the numbers of entries, the lengths of strings before their octets.
 using Contents = std::vector<std::int64_t>;
 
 bool isString(const Type& type) {
   return type.kind >= Kind::kObjectIdentifier && type.kind <= Kind::kOpenType;
 }
 
-// As it stands when it is decoded: a character in 4 bits has become an octet; behind the last bit anything may stand.
+/// Appends a string as the decoder returns it: a 4-bit character is an octet, and bits after the last one are ignored.
 void appendString(const Type& type, std::size_t length, const std::uint8_t* octets, Contents& contents) {
   contents.push_back(static_cast<std::int64_t>(length));
   const std::size_t bits = length * (type.unit == 4 ? 8 : type.unit);
@@ -49,7 +49,7 @@ void appendContents(const Value& value, Contents& contents) {
   }
 }
 
-// All fields that `type` reaches.
+/// Collects the fields of `type` and of every type that it contains.
 void collectFields(const Type& type, Fields& fields) {
   if (type.element != nullptr) collectFields(*type.element, fields);
   for (unsigned i = 0; i < type.fieldCount; ++i) {
@@ -61,9 +61,9 @@ unsigned octetsFor(std::uint64_t number) {
   return number < 256 ? 1 : 1 + octetsFor(number >> 8);
 }
 
-// Makes values at random, those fields first that it has not made yet. They are encoded while they are made, bit by
-// bit, straight from X.691 (July 2002, basic packed encoding rules, aligned variant): of the tables only the types are
-// used, not what was worked out for the decoder.
+/// Makes random values and prefers fields that it has not made yet. Encodes them at the same time, bit by bit,
+/// according to X.691 (July 2002, basic packed encoding rules, aligned variant). It uses only the types of the tables,
+/// not what they compute for the decoder.
 class RandomMessages {
  public:
   Octets octets;
@@ -78,7 +78,7 @@ class RandomMessages {
   }
 
  private:
-  // From here on a message goes no deeper than it must.
+  /// A message nests no deeper than necessary from this depth.
   static constexpr unsigned kDeep = 8;
 
   std::size_t upTo(std::size_t most) { return std::uniform_int_distribution<std::size_t>(0, most)(random_); }
@@ -114,7 +114,7 @@ class RandomMessages {
       bits(static_cast<std::uint64_t>(number = static_cast<std::int64_t>(upTo(1))), 1);
     } else if (type.kind != Kind::kNull) {
       for (unsigned i = 0; i < type.fieldCount; ++i) made.insert({&type, i});
-      // The limits are the telling values.
+      // Prefers the limits, where faults are likely.
       const std::int64_t any = std::uniform_int_distribution<std::int64_t>(type.range.lower, type.range.upper)(random_);
       const bool beyond = type.kind == Kind::kInteger && type.extensible && upTo(3) == 0;
       number = beyond ? type.range.upper + 1 + any % 100000
@@ -179,7 +179,8 @@ class RandomMessages {
   }
 
   void choice(const Type& type, unsigned depth) {
-    unsigned tag = depth > kDeep ? 0 : static_cast<unsigned>(upTo(type.fieldCount - 1U));  // 0 never leads back
+    unsigned tag =
+        depth > kDeep ? 0 : static_cast<unsigned>(upTo(type.fieldCount - 1U));  // alternative 0 never recurses
     for (unsigned i = 0; i < type.fieldCount && depth <= kDeep && !isNew(type, tag); ++i) {
       tag = (tag + 1) % type.fieldCount;
     }
@@ -191,7 +192,7 @@ class RandomMessages {
     beyond ? addition(*type.fields[tag].type, depth + 1) : value(*type.fields[tag].type, depth + 1);
   }
 
-  // Inside its own length.
+  /// Encodes a value after its length in octets.
   void addition(const Type& type, unsigned depth) {
     const Octets outer = std::exchange(octets, {});
     const std::size_t used = std::exchange(used_, 0);
@@ -255,7 +256,7 @@ TEST(RoundTrip, OfEveryTypeThereIs) {
       Contents contents;
       appendContents(decoded, contents);
       ASSERT_TRUE(contents == message.contents) << type->fields[index].name;
-      // Complete means complete: without its last octet it is none.
+      // The decoder needs the last octet, so the message has no octet too many.
       if (message.octets.empty()) continue;
       PPER_Stream cut(PBYTEArray(message.octets.data(), message.octets.size() - 1));
       asn1::decode(*type, cut, *arena);

@@ -40,7 +40,7 @@ TEST(CallMaps, FollowAnnouncementsAndReleases) {
                                       "DEBUG h245Map --- Key = 10.0.0.1:7000, Value = 10"}));
   EXPECT_EQ(calls.callOf(first), "9");
 
-  // Another call takes the address over; then a release by the first call takes it from that one.
+  // Another call takes the address over. The release of the first call removes it all the same.
   calls.announce("10", second);
   EXPECT_EQ(calls.callOf(second), "10");
   log.take();
@@ -48,7 +48,7 @@ TEST(CallMaps, FollowAnnouncementsAndReleases) {
   EXPECT_EQ(log.take(), (Events{"DEBUG Erased 9 and 10.0.0.1:6000 from Call Reference Map",
                                 "DEBUG Erased 10.0.0.1:6000 and 9 from H245 Map"}));
   EXPECT_FALSE(calls.callOf(second));
-  // Unknown calls and calls whose address is gone.
+  // Unknown calls, and a call whose address is removed already.
   calls.release("9");
   EXPECT_EQ(log.take(), Events());
   calls.release("10");
@@ -57,8 +57,8 @@ TEST(CallMaps, FollowAnnouncementsAndReleases) {
                                       "DEBUG h245Map --- Key = 10.0.0.1:7000, Value = 10"}));
 }
 
-// Whatever was announced and released before, an address belongs to the call that announced it last, and the order of
-// what is logged is h245comp's wherever that has one.
+// An address belongs to the call that announced it last, whatever was announced and released before. AddressOrder
+// agrees with h245comp.
 TEST(CallMaps, FindWhatIsEqual) {
   TestLog log;
   log.setLevel(log4cxx::Level::getError());
@@ -108,14 +108,14 @@ TEST(CallMaps, ForgetTheAddressAnnouncedLongestAgo) {
   EXPECT_EQ(calls.callOf({"a", 0}), "again");
   EXPECT_FALSE(calls.callOf({"a", 1}) || calls.callOf({"a", 2}));
   EXPECT_EQ(calls.callOf({"a", 3}), "3");
-  // A call whose last address is forgotten takes it from nobody any more; another address of it stays.
+  // A call whose last address is forgotten does not remove it from another call.
   calls.announce("newest", {"a", 1});
   calls.release("1");
   EXPECT_EQ(calls.callOf({"a", 1}), "newest");
   EXPECT_EQ(log.take().size(), 1);
 }
 
-// The thread that ends the sniffer has the maps logged while the other may still be at a segment.
+// The thread that ends the sniffer logs the maps while another thread may still describe a segment.
 TEST(CallMaps, AreLoggedWhileTheyChange) {
   TestLog log;
   CallMaps calls;
