@@ -61,13 +61,14 @@ class H323Parser {
   bool parseH323(u_char* payload, int len, int ourHdrLen, const u_int& tx_ip, const u_int& rx_ip, const u_int& tx_port,
                  const u_int& rx_port, PString& upStreamPayload);
 
-  /// Announces the TPKTs that one captured segment completes. Without this call, each call of parseH323() has an Effort
-  /// of its own, as is right for whole segments: a segment with hundreds of TPKTs could cost hundreds of times as much.
-  /// From the first call on:
+  /// With TCP reassembly, to be called for each captured segment before the TPKTs that it completes. Without this call,
+  /// each call of parseH323() has an Effort of its own, so a segment with hundreds of TPKTs costs as much as hundreds
+  /// of segments. From the first call on:
   /// - The TPKTs until the next call share one Effort. TPKTs that are described are charged to its reserve. After the
   ///   Effort is used up, parseH323() returns false and logs nothing.
-  /// - The lines about an H.245 message that matches no call, and the maps in the log after it, appear at most once a
-  ///   second. The line has the number of the suppressed ones, if any, at its end.
+  /// - The lines about an H.245 message that matches no call, and the maps after them, are logged at most once a
+  /// second.
+  ///   The first of these lines ends with the number of suppressed ones, if any.
   void beginSegment() { segmentEffort_.emplace(); }
 
   /// Like parseH323(), for the octets after the TPKT header.
