@@ -5,14 +5,14 @@
 #include <new>
 
 namespace {
-std::atomic<size_t> count{0};
+std::atomic<std::size_t> count{0};
 }
 
-size_t allocations() {
+std::size_t allocations() {
   return count;
 }
 
-void* operator new(size_t size) {
+void* operator new(std::size_t size) {
   ++count;
   if (void* const memory = std::malloc(size)) return memory;
   throw std::bad_alloc();
@@ -21,6 +21,6 @@ void* operator new(size_t size) {
 void operator delete(void* memory) noexcept {
   std::free(memory);
 }
-void operator delete(void* memory, size_t) noexcept {
+void operator delete(void* memory, std::size_t) noexcept {
   std::free(memory);
 }

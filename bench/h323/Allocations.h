@@ -2,5 +2,5 @@
 
 #include <cstddef>
 
-// Heap allocations of the program so far.
-size_t allocations();
+/// The heap allocations of the program so far.
+std::size_t allocations();

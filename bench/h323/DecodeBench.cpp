@@ -1,8 +1,10 @@
-// What decoding costs beside a memory copy of the same octets: time, and heap allocations a message.
+// The time to decode a message, as a multiple of a memory copy of its octets, and the heap allocations it needs.
 
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
+#include <cstddef>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
@@ -17,7 +19,7 @@
 
 namespace {
 
-using Octets = std::vector<uint8_t>;
+using Octets = std::vector<std::uint8_t>;
 
 Octets setup() {
   const PBYTEArray message = readSegments(kCalls[1]).at(0).message();
@@ -32,17 +34,17 @@ Octets setupInformation() {
   return Octets(contents.begin(), contents.end());
 }
 
-// The first tunnelled OpenLogicalChannel.
+/// The first tunnelled OpenLogicalChannel of the calls.
 Octets openLogicalChannel() {
   return fromHex("030000640c2013800b0d0001000a140002138900");
 }
 
-// Of the processor, for other programs share the machine.
+/// Processor time, because other programs share the machine.
 double seconds() {
   return static_cast<double>(std::clock()) / CLOCKS_PER_SEC;
 }
 
-// The seconds that a memory copy of the octets takes.
+/// The time of a memory copy of the octets.
 double secondsToCopy(const Octets& octets) {
   constexpr int kCopies = 1000000;
   Octets target(octets.size());
@@ -54,14 +56,14 @@ double secondsToCopy(const Octets& octets) {
   return (seconds() - start) / kCopies;
 }
 
-// Calls `decode` in the loop; the counters are the heap allocations it makes, the size of the message, and how many
-// memory copies of it take as long.
+/// Calls `decode` in the loop. The counters are its heap allocations, the size of the message, and the number of memory
+/// copies of the message that take as long.
 template <class Decode>
 void measure(benchmark::State& state, const Octets& octets, Decode decode) {
   const PBYTEArray array(octets.data(), octets.size());
   const double copy = secondsToCopy(octets);
   decode(array);
-  const size_t before = allocations();
+  const std::size_t before = allocations();
   const double start = seconds();
   for (auto _ : state) decode(array);
   const double loop = seconds() - start;
@@ -80,7 +82,7 @@ void decodeWith(benchmark::State& state, const Octets& octets) {
   });
 }
 
-// All of it: tried as H.245, then Q.931, the user information, and the channels of the fast start.
+/// All steps: the attempt as H.245, Q.931, the user information, and the channels of the fast start.
 void decodeSetup(benchmark::State& state) {
   H245_MultimediaSystemControlMessage control;
   Q931 q931;
@@ -111,7 +113,7 @@ void decodeOpenLogicalChannel(benchmark::State& state) {
 }
 BENCHMARK(decodeOpenLogicalChannel);
 
-// 8,192 octets of lists in lists, until the arena is full.
+/// 8,192 octets of nested lists, until the arena is full.
 void refuseBomb(benchmark::State& state) {
   Octets bomb(8192);
   std::ranges::copy(fromHex("080000ff"), bomb.begin());

@@ -1,6 +1,7 @@
-// Any octets as each of the messages there are: decoded and printed. How calls and media channels are read is the
-// business of the parser's fuzzer.
+// Decodes an input as each of the messages and prints it. The parser's fuzzer covers the views of calls and media
+// channels.
 
+#include <cstddef>
 #include <cstdint>
 
 #include "h323/messages/H225.h"
@@ -9,7 +10,7 @@
 
 namespace {
 
-// As in use: one object for all messages.
+/// Decodes into one object for all inputs, as the parser does.
 template <class Message>
 void decode(const PBYTEArray& octets, std::ostream& text) {
   static Message message;
@@ -20,7 +21,7 @@ void decode(const PBYTEArray& octets, std::ostream& text) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const PBYTEArray octets(data, size);
   PStringStream text;
   decode<H245_MultimediaSystemControlMessage>(octets, text);

@@ -1,9 +1,9 @@
-// Signalling as a whole: segments of many connections, one after the other, with the call maps alive between them.
+// Fuzzes the parser with segments of several connections, one after the other. The call maps live as long as an input.
 //
-// An input is a list of segments. Each begins with four octets: the connection (two bits for each of the two addresses
-// and ports), what happens to the parser besides, and the length of the segment, big-endian; then the segment as in
-// TCP, TPKT header included. What is too short for its length is the last segment. The addresses are few, so that
-// segments find what others announced.
+// An input is a list of segments. A segment has a header of four octets: the connection (two bits for each of the two
+// addresses and ports), bits for the state of the parser, and the length of the segment, big-endian. The segment
+// follows, with its TPKT header. The last segment may be shorter than its length. There are few addresses, so that
+// segments match addresses that others announced.
 
 #include <arpa/inet.h>
 #include <log4cxx/logger.h>
@@ -27,16 +27,16 @@ constexpr u_int kPorts[] = {1720, 2077, 40000, 65535};
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  // Without an appender; the texts of events are made all the same.
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  // The logger has no appender, but the texts of its events are built.
   static const auto logger = log4cxx::Logger::getLogger("SnifferClient");
   logger->setAdditivity(false);
   H323Parser parser;
   while (size >= 4) {
     const unsigned connection = data[0];
     const unsigned settings = data[1];
-    const size_t length = std::min<size_t>(static_cast<size_t>(data[2]) << 8 | data[3], size - 4);
-    // Exactly as large as the segment, so that the sanitizer sees what is read behind its end.
+    const std::size_t length = std::min<std::size_t>(static_cast<std::size_t>(data[2]) << 8 | data[3], size - 4);
+    // The buffer ends with the segment, so that the sanitizer finds a read beyond the end.
     std::vector<u_char> segment(kHeaderLength + length);
     std::copy_n(data + 4, length, segment.begin() + kHeaderLength);
     isSipRequestWithAnyUri({data + 4, length});
@@ -46,6 +46,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
 
     logger->setLevel((settings & 1) != 0 ? log4cxx::Level::getDebug() : log4cxx::Level::getError());
     parser.setTraceSignalling((settings & 2) != 0);
+    if ((settings & 8) != 0) parser.beginSegment();
     PString text;
     const bool forwarded = parser.parseH323(
         segment.data(), static_cast<int>(segment.size()), kHeaderLength, inet_addr(kAddresses[connection & 3]),

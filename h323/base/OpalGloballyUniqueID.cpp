@@ -9,7 +9,7 @@ OpalGloballyUniqueID::OpalGloballyUniqueID(const PBYTEArray& octets) {
 PString OpalGloballyUniqueID::AsString() const {
   constexpr char kDigits[] = "0123456789abcdef";
   std::string text;
-  for (size_t i = 0; i < octets_.size(); ++i) {
+  for (std::size_t i = 0; i < octets_.size(); ++i) {
     if (i == 4 || i == 6 || i == 8 || i == 10) text += '-';
     text += kDigits[octets_[i] >> 4];
     text += kDigits[octets_[i] & 15];

@@ -6,15 +6,15 @@
 #include "h323/base/PBYTEArray.h"
 #include "h323/base/PString.h"
 
-// A globally unique identifier: the name of a call or of a conference.
+/// The globally unique identifier of a call or of a conference.
 class OpalGloballyUniqueID {
  public:
-  // From its 16 octets; any other number of octets gives the identifier of zeros.
+  /// `octets` are the 16 octets of the identifier. Any other number of octets makes the identifier of zeros.
   explicit OpalGloballyUniqueID(const PBYTEArray& octets);
 
-  // 32 lower-case hexadecimal digits in the order of the octets, grouped 8-4-4-4-12 by "-".
+  /// Returns 32 lower-case hexadecimal digits in the order of the octets, grouped 8-4-4-4-12 by "-".
   PString AsString() const;
 
  private:
-  std::array<uint8_t, 16> octets_{};
+  std::array<std::uint8_t, 16> octets_{};
 };

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
-PIPSocket::Address::Address(uint32_t networkOrder) {
+PIPSocket::Address::Address(std::uint32_t networkOrder) {
   std::memcpy(octets_.data(), &networkOrder, octets_.size());
 }
 

@@ -9,17 +9,17 @@
 
 class PIPSocket {
  public:
-  // An IPv4 address.
+  /// An IPv4 address.
   class Address {
    public:
-    // 0.0.0.0
+    /// 0.0.0.0
     Address() = default;
-    // The address as in_addr::s_addr holds it: 32 bits in network byte order.
-    explicit Address(uint32_t networkOrder);
-    // The four octets in the order they are written; any other number of octets gives 0.0.0.0.
+    /// `networkOrder` is the address as in_addr::s_addr holds it: 32 bits in network byte order.
+    explicit Address(std::uint32_t networkOrder);
+    /// `octets` are the four octets in the order in which they are written. Any other number of octets makes 0.0.0.0.
     explicit Address(const PBYTEArray& octets);
 
-    // Four decimal numbers joined by ".".
+    /// Returns four decimal numbers joined by ".".
     PString AsString() const;
 
     friend std::ostream& operator<<(std::ostream& stream, const Address& address) {
@@ -27,6 +27,6 @@ class PIPSocket {
     }
 
    private:
-    std::array<uint8_t, 4> octets_{};
+    std::array<std::uint8_t, 4> octets_{};
   };
 };

@@ -7,48 +7,50 @@
 
 namespace asn1 {
 
-// A decoded value. What it is, its type says; the values in it hang below it as a list.
+/// A decoded value. Its type says which of its fields are meaningful. The values that it contains are a linked list
+/// that begins at `child`.
 struct Value {
-  const Type* type;   // null: absent
-  const Value* next;  // behind it in the same SEQUENCE, SEQUENCE OF
+  const Type* type;   ///< null: the value is absent
+  const Value* next;  ///< the value after this one in the same SEQUENCE or SEQUENCE OF; null for the last one
   union {
-    int64_t number;         // BOOLEAN, INTEGER, ENUMERATED (the index of the name)
-    const uint8_t* octets;  // strings, OBJECT IDENTIFIER, open type
-    const Value* child;     // SEQUENCE, SEQUENCE OF: the first one or null; CHOICE: the chosen one
+    std::int64_t number;         ///< BOOLEAN, INTEGER, ENUMERATED (the index of the name)
+    const std::uint8_t* octets;  ///< strings, OBJECT IDENTIFIER, open type
+    const Value* child;          ///< SEQUENCE, SEQUENCE OF: the first value or null; CHOICE: the chosen value
   };
-  // Strings: characters, octets or bits; CHOICE: the tag; SEQUENCE OF: the entries.
-  uint32_t length;
-  uint16_t index;  // in a SEQUENCE: which component it is
+  std::uint32_t length;  ///< strings: characters, octets or bits; CHOICE: the tag; SEQUENCE OF: the number of entries
+  std::uint16_t index;   ///< of a component in its SEQUENCE
 };
 
-// A value that is not there.
+/// The absent value.
 inline constexpr Value kAbsent{nullptr, nullptr, {0}, 0, 0};
 
-// Where the values of one message live. It is made once, as large as a message may get, and used for one message after
-// the other; memory that no message has needed yet is never touched.
+/// The memory of the values of one message. An arena is allocated once, in the size of the largest message, and reused
+/// for each further message. Pages that no message has needed yet are never touched.
 class Arena {
  public:
-  // Messages with more values than this do not decode. The largest ones seen, capability sets, have a few hundred.
-  static constexpr size_t kMaxValues = 4096;
-  // Limit of the octets that cannot be views of the packet: strings of characters in 4 bits, strings that begin in the
-  // middle of an octet, strings in fragments.
-  static constexpr size_t kMaxCopied = 65536;
+  /// A message with more values does not decode. The largest messages seen, capability sets, have a few hundred.
+  static constexpr std::size_t kMaxValues = 4096;
+  /// The limit of the copied octets of a message. Strings of 4-bit characters, strings that begin in the middle of an
+  /// octet and strings in fragments are copied; all others are views of the packet.
+  static constexpr std::size_t kMaxCopied = 65536;
 
+  /// Invalidates all values.
   void clear() { usedValues_ = usedOctets_ = 0; }
 
-  // Null when there is no room; not initialised otherwise.
+  /// Returns null when the arena is full. The new value is not initialised.
   Value* newValue() { return usedValues_ == kMaxValues ? nullptr : &values_[usedValues_++]; }
-  uint8_t* newOctets(size_t count) {
+  /// Returns null when the arena is full. The octets are not initialised and follow those of the call before.
+  std::uint8_t* newOctets(std::size_t count) {
     if (count > kMaxCopied - usedOctets_) return nullptr;
     usedOctets_ += count;
     return octets_ + usedOctets_ - count;
   }
 
  private:
-  size_t usedValues_ = 0;
-  size_t usedOctets_ = 0;
+  std::size_t usedValues_ = 0;
+  std::size_t usedOctets_ = 0;
   Value values_[kMaxValues];
-  uint8_t octets_[kMaxCopied];
+  std::uint8_t octets_[kMaxCopied];
 };
 
 }  // namespace asn1

@@ -5,36 +5,37 @@
 
 namespace asn1 {
 
-// How much decoding one segment is worth, in steps. A step is a value, an extension addition that is skipped, or 32
-// bits that tell which additions there are: some nanoseconds. The messages of a segment draw on one Effort, for it is
-// the segment that anybody can send; once it is used up no further message decodes.
+/// The limit of the work that one captured segment may cause, in steps. A step takes some nanoseconds: it decodes a
+/// value, skips an extension addition, or reads 32 of the bits that say which additions are present. All messages of a
+/// segment share one Effort, because anyone can send a segment full of small messages. No message decodes after the
+/// Effort is used up.
 class Effort {
  public:
-  // Of a segment, whatever comes of it. The largest messages seen take a few hundred.
-  static constexpr uint32_t kSteps = 5120;
-  // Beyond these, for messages that described something: hundreds of channels in one Setup.
-  static constexpr uint32_t kReserve = 20480;
-  // To begin a message.
-  static constexpr uint32_t kMessage = 16;
+  /// The steps of any segment. The largest messages seen take a few hundred.
+  static constexpr std::uint32_t kSteps = 5120;
+  /// Further steps for messages that are described. They suffice for hundreds of channels in one Setup.
+  static constexpr std::uint32_t kReserve = 20480;
+  /// The cost of a message besides its values.
+  static constexpr std::uint32_t kMessage = 16;
 
-  // False when there is less left; then nothing is left any more.
-  bool spend(uint32_t steps = 1) {
+  /// Returns false when these steps use up the Effort.
+  bool spend(std::uint32_t steps = 1) {
     if (steps > left_) left_ = 0;
     left_ -= std::min(steps, left_);
     return left_ != 0;
   }
-  uint32_t left() const { return left_; }
+  std::uint32_t left() const { return left_; }
 
-  // What was spent since this much was left was worth it: it comes out of the reserve.
-  void wasWorthIt(uint32_t leftBefore) {
-    const uint32_t steps = std::min(leftBefore - left_, reserve_);
+  /// Charges `steps` that are already spent to the reserve instead, as far as it goes.
+  void chargeReserve(std::uint32_t steps) {
+    steps = std::min(steps, reserve_);
     left_ += steps;
     reserve_ -= steps;
   }
 
  private:
-  uint32_t left_ = kSteps;
-  uint32_t reserve_ = kReserve;
+  std::uint32_t left_ = kSteps;
+  std::uint32_t reserve_ = kReserve;
 };
 
 }  // namespace asn1

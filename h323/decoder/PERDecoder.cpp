@@ -6,24 +6,25 @@
 namespace asn1 {
 namespace {
 
-// Numbers beyond 64 bits keep their sign and lose the rest.
-int64_t clampedSum(int64_t lower, uint64_t offset) {
-  return offset > static_cast<uint64_t>(kMax) - static_cast<uint64_t>(lower)
+/// Returns `lower` plus `offset`, or kMax if the sum exceeds 64 bits.
+std::int64_t clampedSum(std::int64_t lower, std::uint64_t offset) {
+  return offset > static_cast<std::uint64_t>(kMax) - static_cast<std::uint64_t>(lower)
              ? kMax
-             : static_cast<int64_t>(static_cast<uint64_t>(lower) + offset);
+             : static_cast<std::int64_t>(static_cast<std::uint64_t>(lower) + offset);
 }
 
+/// Decodes one message: walks the type and reads a value for each part of it.
 class Decoder {
  public:
   Decoder(PPER_Stream& stream, Arena& arena, Effort& effort) : stream_(stream), arena_(arena), effort_(effort) {}
 
-  // Null after a failure.
+  /// Returns null after a failure.
   Value* decode(const Type& type);
 
  private:
   Value* newValue(const Type& type);
-  int64_t constrained(const Range& range);
-  int64_t unconstrained();
+  std::int64_t constrained(const Range& range);
+  std::int64_t unconstrained();
   void integer(Value& value);
   void enumerated(Value& value);
   void sequence(Value& value);
@@ -33,8 +34,8 @@ class Decoder {
   Value* openType(const Type& type);
   void skipOpenType();
   void string(Value& value);
-  const uint8_t* units(const Type& type, size_t count);
-  void fragments(Value& value, size_t length);
+  const std::uint8_t* units(const Type& type, std::size_t count);
+  void fragments(Value& value, std::size_t length);
   void checkCharacters(const Value& value);
 
   PPER_Stream& stream_;
@@ -103,8 +104,8 @@ Value* Decoder::decode(const Type& type) {
 }
 
 // X.691, 10.5 and 10.7
-int64_t Decoder::constrained(const Range& range) {
-  uint64_t offset = 0;
+std::int64_t Decoder::constrained(const Range& range) {
+  std::uint64_t offset = 0;
   switch (range.coding) {
     case Range::Coding::kSingle:
       break;
@@ -124,7 +125,7 @@ int64_t Decoder::constrained(const Range& range) {
       break;
     case Range::Coding::kSemiConstrained: {
       bool more = false;
-      const size_t count = stream_.length(more);
+      const std::size_t count = stream_.length(more);
       if (more) stream_.fail();
       offset = stream_.octetNumber(count);
       break;
@@ -132,27 +133,27 @@ int64_t Decoder::constrained(const Range& range) {
     case Range::Coding::kUnconstrained:
       return unconstrained();
   }
-  const int64_t number = clampedSum(range.lower, offset);
+  const std::int64_t number = clampedSum(range.lower, offset);
   if (number > range.upper) stream_.fail();
   return number;
 }
 
 // X.691, 10.8
-int64_t Decoder::unconstrained() {
+std::int64_t Decoder::unconstrained() {
   bool more = false;
-  const size_t count = stream_.length(more);
+  const std::size_t count = stream_.length(more);
   if (more || count == 0) stream_.fail();
-  const uint8_t* const octets = stream_.octets(count);
+  const std::uint8_t* const octets = stream_.octets(count);
   if (octets == nullptr) return 0;
   const bool negative = (octets[0] & 0x80) != 0;
-  uint64_t number = negative ? ~uint64_t{0} : 0;
-  for (size_t i = 0; i < count; ++i) {
-    // The next shift must not lose anything but copies of the sign.
-    const int64_t top = static_cast<int64_t>(number) >> 55;
+  std::uint64_t number = negative ? ~std::uint64_t{0} : 0;
+  for (std::size_t i = 0; i < count; ++i) {
+    // The next shift may only lose copies of the sign bit.
+    const std::int64_t top = static_cast<std::int64_t>(number) >> 55;
     if (top != (negative ? -1 : 0)) return negative ? kMin : kMax;
     number = number << 8 | octets[i];
   }
-  return static_cast<int64_t>(number);
+  return static_cast<std::int64_t>(number);
 }
 
 void Decoder::integer(Value& value) {
@@ -162,7 +163,7 @@ void Decoder::integer(Value& value) {
 
 void Decoder::enumerated(Value& value) {
   if (value.type->extensible && stream_.bit()) {
-    const uint64_t number = stream_.smallNumber();
+    const std::uint64_t number = stream_.smallNumber();
     value.number = clampedSum(value.type->rootCount, number);
   } else {
     value.number = constrained(value.type->range);
@@ -173,11 +174,11 @@ void Decoder::enumerated(Value& value) {
 void Decoder::sequence(Value& value) {
   const Type& type = *value.type;
   const bool extended = type.extensible && stream_.bit();
-  // The first presence bit comes to the top.
-  uint64_t present = type.optionalCount == 0 ? 0 : stream_.bits(type.optionalCount) << (64 - type.optionalCount);
+  // Moves the first presence bit to the top.
+  std::uint64_t present = type.optionalCount == 0 ? 0 : stream_.bits(type.optionalCount) << (64 - type.optionalCount);
   const Value** link = &value.child;
   *link = nullptr;
-  for (uint16_t i = 0; i < type.rootCount; ++i) {
+  for (std::uint16_t i = 0; i < type.rootCount; ++i) {
     const Field& field = type.fields[i];
     if (field.presence == kOptional) {
       const bool here = present >> 63 != 0;
@@ -195,17 +196,17 @@ void Decoder::sequence(Value& value) {
 
 void Decoder::extensionAdditions(Value& value, const Value** link) {
   const Type& type = *value.type;
-  const size_t count = stream_.smallLength();
+  const std::size_t count = stream_.smallLength();
   PPER_Stream presence = stream_;
   stream_.skip(count);
-  for (size_t first = 0; first < count && !stream_.failed(); first += 32) {
+  for (std::size_t first = 0; first < count && !stream_.failed(); first += 32) {
     if (!effort_.spend()) return stream_.fail();
-    const unsigned width = static_cast<unsigned>(std::min<size_t>(count - first, 32));
-    uint64_t present = presence.bits(width) << (64 - width);
+    const unsigned width = static_cast<unsigned>(std::min<std::size_t>(count - first, 32));
+    std::uint64_t present = presence.bits(width) << (64 - width);
     while (present != 0) {
       const int zeros = std::countl_zero(present);
-      present &= ~(uint64_t{1} << 63 >> zeros);
-      const size_t index = type.rootCount + first + static_cast<size_t>(zeros);
+      present &= ~(std::uint64_t{1} << 63 >> zeros);
+      const std::size_t index = type.rootCount + first + static_cast<std::size_t>(zeros);
       if (index >= type.fieldCount) {
         skipOpenType();
         if (stream_.failed()) return;
@@ -213,7 +214,7 @@ void Decoder::extensionAdditions(Value& value, const Value** link) {
       }
       Value* const component = openType(*type.fields[index].type);
       if (component == nullptr) return;
-      component->index = static_cast<uint16_t>(index);
+      component->index = static_cast<std::uint16_t>(index);
       *link = component;
       link = &component->next;
     }
@@ -225,13 +226,13 @@ void Decoder::sequenceOf(Value& value) {
   const Type& type = *value.type;
   value.child = nullptr;
   bool more = false;
-  const uint64_t count =
-      type.range.upper < 65536 ? static_cast<uint64_t>(constrained(type.range)) : stream_.length(more);
-  // A fragment counts more entries than the arena holds; so may the whole, and then it need not be begun.
+  const std::uint64_t count =
+      type.range.upper < 65536 ? static_cast<std::uint64_t>(constrained(type.range)) : stream_.length(more);
+  // A fragment has more entries than the arena holds. A longer list cannot succeed either, so it fails at once.
   if (more || count > Arena::kMaxValues) return stream_.fail();
-  value.length = static_cast<uint32_t>(count);
+  value.length = static_cast<std::uint32_t>(count);
   const Value** link = &value.child;
-  for (uint64_t i = 0; i < count; ++i) {
+  for (std::uint64_t i = 0; i < count; ++i) {
     Value* const entry = decode(*type.element);
     if (entry == nullptr) return;
     *link = entry;
@@ -244,22 +245,22 @@ void Decoder::choice(Value& value) {
   const Type& type = *value.type;
   value.child = nullptr;
   if (!type.extensible || !stream_.bit()) {
-    value.length = static_cast<uint32_t>(constrained(type.range));
+    value.length = static_cast<std::uint32_t>(constrained(type.range));
     if (!stream_.failed()) value.child = decode(*type.fields[value.length].type);
     return;
   }
-  const uint64_t tag = type.rootCount + std::min<uint64_t>(stream_.smallNumber(), INT32_MAX);
-  value.length = static_cast<uint32_t>(tag);
+  const std::uint64_t tag = type.rootCount + std::min<std::uint64_t>(stream_.smallNumber(), INT32_MAX);
+  value.length = static_cast<std::uint32_t>(tag);
   value.child = tag < type.fieldCount ? openType(*type.fields[tag].type) : decode(OpenType);
 }
 
-// X.691, 10.2: a value of `type` inside its own length. What it leaves of that is skipped.
+// X.691, 10.2: a value of `type` after its length in octets. Octets that the value does not use are skipped.
 Value* Decoder::openType(const Type& type) {
   const PPER_Stream before = stream_;
   bool more = false;
-  const size_t length = stream_.length(more);
+  const std::size_t length = stream_.length(more);
   if (more) {
-    // Its parts are put together first.
+    // Joins the fragments, then decodes the copy.
     stream_ = before;
     Value whole{&OpenType, nullptr, {0}, 0, 0};
     string(whole);
@@ -271,7 +272,7 @@ Value* Decoder::openType(const Type& type) {
     if (value != nullptr) stream_ = outer;
     return value;
   }
-  const size_t outer = stream_.enter(length);
+  const std::size_t outer = stream_.enter(length);
   Value* const value = decode(type);
   stream_.leave(outer);
   return value;
@@ -288,103 +289,101 @@ void Decoder::string(Value& value) {
   const Type& type = *value.type;
   const Range& size = type.range;
   if (size.coding == Range::Coding::kSingle && size.upper < 65536) {
-    const size_t length = static_cast<size_t>(size.lower);
+    const std::size_t length = static_cast<std::size_t>(size.lower);
     if (length * type.unit > 16) stream_.align();
     value.octets = units(type, length);
-    value.length = static_cast<uint32_t>(length);
+    value.length = static_cast<std::uint32_t>(length);
   } else if (size.upper < 65536) {
-    const size_t length = static_cast<size_t>(constrained(size));
+    const std::size_t length = static_cast<std::size_t>(constrained(size));
     if (length != 0) stream_.align();
     value.octets = units(type, length);
-    value.length = static_cast<uint32_t>(length);
+    value.length = static_cast<std::uint32_t>(length);
   } else {
     bool more = false;
-    const size_t length = stream_.length(more);
+    const std::size_t length = stream_.length(more);
     if (more) {
       fragments(value, length);
     } else {
       value.octets = units(type, length);
-      value.length = static_cast<uint32_t>(length);
+      value.length = static_cast<std::uint32_t>(length);
     }
     if (value.length < size.lower || value.length > size.upper) stream_.fail();
   }
   if (type.alphabet != nullptr) checkCharacters(value);
 }
 
-// `count` characters, octets or bits as octets: where they are if they can be, else in a copy.
-const uint8_t* Decoder::units(const Type& type, size_t count) {
-  const size_t bits = count * type.unit;
+// Returns `count` characters, octets or bits as octets: a view of the packet if possible, otherwise a copy.
+const std::uint8_t* Decoder::units(const Type& type, std::size_t count) {
+  const std::size_t bits = count * type.unit;
   if (stream_.position() % 8 == 0 && type.unit != 4) {
-    const size_t whole = bits / 8;
-    if (bits % 8 == 0) return stream_.octets(whole);
-    const PPER_Stream start = stream_;
-    stream_.skip(bits);
-    return PPER_Stream(start).octets(whole);
+    const std::uint8_t* const view = stream_.octets(bits / 8);
+    stream_.skip(bits % 8);
+    return view;
   }
-  // Do not take room for what is not there.
+  // Checks the length before it takes memory for the copy.
   if (bits > stream_.bitsLeft()) {
     stream_.fail();
     return nullptr;
   }
   const unsigned step = type.unit == 4 ? 4 : 8;
-  uint8_t* const copy = arena_.newOctets((bits + step - 1) / step);
+  std::uint8_t* const copy = arena_.newOctets((bits + step - 1) / step);
   if (copy == nullptr) {
     stream_.fail();
     return nullptr;
   }
-  uint8_t* octet = copy;
-  size_t left = bits;
+  std::uint8_t* octet = copy;
+  std::size_t left = bits;
   for (; left >= 32; left -= 32) {
-    const uint64_t word = stream_.bits(32);
+    const std::uint64_t word = stream_.bits(32);
     for (unsigned shift = 32; shift > 0;)
-      *octet++ = static_cast<uint8_t>(word >> (shift -= step) & (0xFFU >> (8 - step)));
+      *octet++ = static_cast<std::uint8_t>(word >> (shift -= step) & (0xFFU >> (8 - step)));
   }
   while (left > 0) {
-    const unsigned taken = static_cast<unsigned>(std::min<size_t>(left, step));
-    *octet++ = static_cast<uint8_t>(stream_.bits(taken) << (step - taken));
+    const unsigned taken = static_cast<unsigned>(std::min<std::size_t>(left, step));
+    *octet++ = static_cast<std::uint8_t>(stream_.bits(taken) << (step - taken));
     left -= taken;
   }
   return copy;
 }
 
-// X.691, 10.9.3.8: fragments of whole octets, the last of which is shorter than 16K.
-void Decoder::fragments(Value& value, size_t length) {
+// X.691, 10.9.3.8. Every fragment but the last is a multiple of 16K units, so each ends at an octet boundary.
+void Decoder::fragments(Value& value, std::size_t length) {
   const Type& type = *value.type;
   bool more = true;
   value.octets = nullptr;
   while (true) {
-    const uint8_t* part = units(type, length);
+    const std::uint8_t* part = units(type, length);
     if (stream_.failed()) return;
-    // Characters in 4 bits are copies already; copies follow each other.
+    // 4-bit characters are copied already. Consecutive copies are contiguous in the arena.
     if (type.unit != 4) {
-      const size_t size = (length * type.unit + 7) / 8;
-      uint8_t* const copy = arena_.newOctets(size);
+      const std::size_t size = (length * type.unit + 7) / 8;
+      std::uint8_t* const copy = arena_.newOctets(size);
       if (copy == nullptr) return stream_.fail();
       std::copy_n(part, size, copy);
       part = copy;
     }
     if (value.octets == nullptr) value.octets = part;
-    value.length += static_cast<uint32_t>(length);
+    value.length += static_cast<std::uint32_t>(length);
     if (!more) return;
     length = stream_.length(more);
   }
 }
 
-// Puts characters for indices, and checks that they are in the alphabet.
+// Replaces indices by characters and checks that all characters are in the alphabet.
 void Decoder::checkCharacters(const Value& value) {
   if (stream_.failed()) return;
   const Alphabet& alphabet = *value.type->alphabet;
   if (value.type->unit == 8) {
-    for (uint32_t i = 0; i < value.length; ++i) {
+    for (std::uint32_t i = 0; i < value.length; ++i) {
       if (!alphabet.contains(static_cast<char>(value.octets[i]))) return stream_.fail();
     }
     return;
   }
-  // Strings of indices are always copies.
-  uint8_t* const copy = const_cast<uint8_t*>(value.octets);
-  for (uint32_t i = 0; i < value.length; ++i) {
+  // A string of indices is always a copy.
+  std::uint8_t* const copy = const_cast<std::uint8_t*>(value.octets);
+  for (std::uint32_t i = 0; i < value.length; ++i) {
     if (copy[i] >= alphabet.size) return stream_.fail();
-    copy[i] = static_cast<uint8_t>(alphabet.characters[copy[i]]);
+    copy[i] = static_cast<std::uint8_t>(alphabet.characters[copy[i]]);
   }
 }
 

@@ -5,18 +5,18 @@
 
 namespace asn1 {
 
-// Clauses of X.691, here and in the sources, are those of its edition of July 2002.
+// Clause numbers of X.691, here and in the sources, are those of the edition of July 2002.
 
-// SEQUENCE, SEQUENCE OF and CHOICE inside each other: messages that go deeper do not decode.
+/// The limit of nested SEQUENCE, SEQUENCE OF and CHOICE values. A deeper message does not decode.
 inline constexpr unsigned kMaxDepth = 64;
 
-// Decodes the next value of `type`, which need not be the last one in `stream`, into `arena`, whose former values end
-// here. Answers kAbsent, and leaves the stream failed, when the octets end early, break a constraint that has no
-// extension marker, or exceed a limit (kMaxDepth, Arena, the stream's Effort).
-//
-// Extension additions and alternatives that `type` does not know are skipped by their length, the value of such an
-// alternative becomes an open type. An IA5String keeps characters above 127, which some senders write in names, and an
-// INTEGER beyond 64 bits becomes the nearest one within.
+/// Decodes the next value of `type` from `stream` into `arena`, whose earlier values become invalid. More octets may
+/// follow the value in the stream. Returns kAbsent and fails the stream when the octets end early, violate a constraint
+/// that has no extension marker, or exceed a limit (kMaxDepth, Arena, the stream's Effort).
+///
+/// Extension additions that `type` does not know are skipped by their length. The value of an alternative that `type`
+/// does not know becomes an open type. An IA5String keeps characters above 127, because some senders write them in
+/// names. An INTEGER beyond 64 bits becomes the nearest 64-bit number.
 const Value& decode(const Type& type, PPER_Stream& stream, Arena& arena);
 
 }  // namespace asn1

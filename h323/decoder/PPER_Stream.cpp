@@ -1,43 +1,43 @@
 #include "h323/decoder/PPER_Stream.h"
 
-uint64_t PPER_Stream::octetNumber(size_t count) {
+std::uint64_t PPER_Stream::octetNumber(std::size_t count) {
   align();
   if (count == 0) fail();
-  const uint8_t* octet = octets(count);
+  const std::uint8_t* octet = octets(count);
   if (octet == nullptr) return 0;
-  uint64_t number = 0;
-  for (const uint8_t* const end = octet + count; octet != end; ++octet) {
+  std::uint64_t number = 0;
+  for (const std::uint8_t* const end = octet + count; octet != end; ++octet) {
     if (number >> 56 != 0) return UINT64_MAX;
     number = number << 8 | *octet;
   }
   return number;
 }
 
-uint64_t PPER_Stream::smallNumber() {
+std::uint64_t PPER_Stream::smallNumber() {
   if (!bit()) return bits(6);
   bool more = false;
-  const size_t count = length(more);
-  // A number of more than 16,383 octets is nobody's.
+  const std::size_t count = length(more);
+  // No sender uses a number of more than 16,383 octets.
   if (more) fail();
   return octetNumber(count);
 }
 
-size_t PPER_Stream::smallLength() {
+std::size_t PPER_Stream::smallLength() {
   if (!bit()) return bits(6) + 1;
   bool more = false;
-  const size_t count = length(more);
+  const std::size_t count = length(more);
   if (more || count == 0) fail();
   return count;
 }
 
-size_t PPER_Stream::length(bool& more) {
-  constexpr size_t kFragment = 16384;
+std::size_t PPER_Stream::length(bool& more) {
+  constexpr std::size_t kFragment = 16384;
   align();
-  const uint64_t first = bits(8);
+  const std::uint64_t first = bits(8);
   more = first >= 0xC0;
   if (first < 0x80) return first;
   if (!more) return (first & 0x3F) << 8 | bits(8);
-  const size_t fragments = first & 0x3F;
+  const std::size_t fragments = first & 0x3F;
   if (fragments < 1 || fragments > 4) {
     fail();
     more = false;

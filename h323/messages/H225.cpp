@@ -7,8 +7,8 @@
 namespace h225 = asn1::h225;
 using asn1::indexOf;
 
-PASN_OctetString H225_ArrayOf_PASN_OctetString::operator[](size_t index) const {
-  // Octet strings have nothing below them, so that the arena holds them one behind the other.
+PASN_OctetString H225_ArrayOf_PASN_OctetString::operator[](std::size_t index) const {
+  // An octet string contains no values, so the entries are contiguous in the arena.
   return PASN_OctetString(*(asn1::firstEntry(*value_) + index));
 }
 
@@ -35,13 +35,13 @@ void appendUtf8(std::string& text, char32_t code) {
   }
 }
 
-// A BMPString is read as UTF-16; half a surrogate pair becomes the replacement character.
+/// Converts a BMPString, read as UTF-16. Half a surrogate pair becomes the replacement character.
 PString utf8(const asn1::Value& bmpString) {
-  const auto unit = [&](uint32_t i) -> char32_t {
+  const auto unit = [&](std::uint32_t i) -> char32_t {
     return static_cast<char32_t>(bmpString.octets[2 * i] << 8 | bmpString.octets[2 * i + 1]);
   };
   std::string text;
-  for (uint32_t i = 0; i < bmpString.length; ++i) {
+  for (std::uint32_t i = 0; i < bmpString.length; ++i) {
     char32_t code = unit(i);
     const bool isHigh = (code & 0xFC00) == 0xD800;
     if (isHigh && i + 1 < bmpString.length && (unit(i + 1) & 0xFC00) == 0xDC00) {
@@ -54,10 +54,12 @@ PString utf8(const asn1::Value& bmpString) {
   return PString(text);
 }
 
+/// ':' and the port, nothing for port 0.
 PString portSuffix(unsigned port) {
   return port == 0 ? PString() : ":" + PString(port);
 }
 
+/// The address after "ip$"; see H323GetAliasAddressString().
 PString transportText(const H225_TransportAddress& address) {
   if (const auto ip = address.ipAddress()) {
     const PString text = PIPSocket::Address(ip->ip()).AsString();
@@ -71,6 +73,7 @@ PString transportText(const H225_TransportAddress& address) {
   return PString();
 }
 
+/// The digits after the kind of number; see H323GetAliasAddressString().
 PString partyText(const asn1::Value& partyNumber) {
   const asn1::Value& number = *partyNumber.child;
   switch (partyNumber.length) {

@@ -2,23 +2,24 @@
 
 #include <optional>
 
-#include "h323/schema/H225Schema.h"
-#include "h323/messages/PASN.h"
 #include "h323/base/PString.h"
+#include "h323/messages/PASN.h"
+#include "h323/schema/H225Schema.h"
 
-// The parts of H.225.0 call signalling that name a call, its parties and its media. A class stands for the ASN.1 type
-// of its name; its operations are named by the components of the type, and those that may be missing (components of an
-// extension too, for an older peer does not send them), or are one of several alternatives, answer std::nullopt when
-// they are not there. The numbers of the alternatives are the tags of the standard.
+// The parts of H.225.0 call signalling that name a call, its parties and its media. Each class represents the ASN.1
+// type of its name, and its operations have the names of the components of that type. An operation returns std::nullopt
+// if its component is absent or its alternative is not chosen. Components of an extension may be absent even where the
+// standard requires them, because older peers do not send them. The numbers of the alternatives are the tags of the
+// standard.
 //
-// H225_H323_UserInformation is decoded; everything else is a view of it (see PASN_Object for how long it is valid).
+// H225_H323_UserInformation can be decoded. All other classes are views of it; see PASN_Object for their lifetime.
 
-// A list of encoded messages.
+/// A list of encoded messages.
 class H225_ArrayOf_PASN_OctetString : public PASN_Array<PASN_OctetString> {
  public:
   using PASN_Array::PASN_Array;
-  // `index` must be less than GetSize().
-  PASN_OctetString operator[](size_t index) const;
+  /// `index` must be less than GetSize().
+  PASN_OctetString operator[](std::size_t index) const;
 };
 
 class H225_TransportAddress_ipAddress : public PASN_SequenceType<asn1::h225::TransportAddress_ipAddress> {
@@ -58,15 +59,18 @@ class H225_AliasAddress : public PASN_ChoiceType<asn1::h225::AliasAddress> {
     e_partyNumber = tagOf("partyNumber")
   };
   using PASN_ChoiceType::PASN_ChoiceType;
-  // See H323GetAliasAddressString.
+  /// See H323GetAliasAddressString().
   PString AsString() const;
 };
 
 using H225_ArrayOf_AliasAddress = PASN_Array<H225_AliasAddress>;
 
-// The alias for people. dialedDigits, url-ID and email-ID: the characters. h323-ID: as UTF-8. transportID: "ip$", the
-// address (IPv6 in brackets, "*" for 0.0.0.0), ":" and the port unless it is 0. partyNumber: "E164:", "Private:",
-// "Data:", "Telex:" or "NSP:" and the digits. Empty for anything else.
+/// Returns the alias as text:
+/// - dialedDigits, url-ID and email-ID: the characters
+/// - h323-ID: the characters in UTF-8
+/// - transportID: "ip$", the address (IPv6 in brackets, "*" for 0.0.0.0), and ":" and the port unless that is 0
+/// - partyNumber: "E164:", "Private:", "Data:", "Telex:" or "NSP:", and the digits
+/// - anything else: the empty text
 PString H323GetAliasAddressString(const H225_AliasAddress& alias);
 
 class H225_CallIdentifier : public PASN_SequenceType<asn1::h225::CallIdentifier> {

@@ -2,17 +2,16 @@
 
 #include <optional>
 
-#include "h323/schema/H245Schema.h"
-#include "h323/messages/PASN.h"
 #include "h323/base/PString.h"
+#include "h323/messages/PASN.h"
+#include "h323/schema/H245Schema.h"
 
-// The parts of H.245 that describe media channels and user input. A class stands for the ASN.1 type of its name; its
-// operations are named by the components of the type, and those that may be missing, or are one of several
-// alternatives, answer std::nullopt when they are not there. The numbers of the alternatives are the tags of the
-// standard.
+// The parts of H.245 that describe media channels and user input. Each class represents the ASN.1 type of its name, and
+// its operations have the names of the components of that type. An operation returns std::nullopt if its component is
+// absent or its alternative is not chosen. The numbers of the alternatives are the tags of the standard.
 //
-// H245_MultimediaSystemControlMessage and H245_OpenLogicalChannel are decoded; everything else is a view of them (see
-// PASN_Object for how long it is valid).
+// H245_MultimediaSystemControlMessage and H245_OpenLogicalChannel can be decoded. All other classes are views of them;
+// see PASN_Object for their lifetime.
 
 class H245_UnicastAddress_iPAddress : public PASN_SequenceType<asn1::h245::UnicastAddress_iPAddress> {
  public:
@@ -43,7 +42,7 @@ class H245_AudioCapability : public PASN_ChoiceType<asn1::h245::AudioCapability>
  public:
   enum Choices { e_g711Alaw64k = tagOf("g711Alaw64k"), e_g711Ulaw64k = tagOf("g711Ulaw64k") };
   using PASN_ChoiceType::PASN_ChoiceType;
-  // The value of an alternative that is an INTEGER (frames or samples per packet); 0 for all others.
+  /// Returns the value of an alternative that is an INTEGER (frames or samples per packet), 0 for all others.
   unsigned integer() const;
 };
 
@@ -114,7 +113,7 @@ class H245_OpenLogicalChannel_reverseLogicalChannelParameters
   }
 };
 
-// An OpenLogicalChannel inside another message; H245_OpenLogicalChannel below is one that is decoded by itself.
+/// An OpenLogicalChannel inside another message. H245_OpenLogicalChannel below is one that is decoded by itself.
 class H245_OpenLogicalChannelView : public PASN_SequenceType<asn1::h245::OpenLogicalChannel> {
  public:
   using PASN_SequenceType::PASN_SequenceType;

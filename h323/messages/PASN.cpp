@@ -37,7 +37,7 @@ PString text(const Value& string) {
   return PString(std::string_view(reinterpret_cast<const char*>(string.octets), string.length));
 }
 
-size_t entries(const Value& list) {
+std::size_t entries(const Value& list) {
   return list.type == nullptr ? 0 : list.length;
 }
 const Value* firstEntry(const Value& list) {

@@ -8,36 +8,40 @@
 #include <ostream>
 #include <type_traits>
 
-#include "h323/decoder/Arena.h"
 #include "h323/base/PBYTEArray.h"
+#include "h323/base/PString.h"
+#include "h323/decoder/Arena.h"
 #include "h323/decoder/PERDecoder.h"
 #include "h323/decoder/PPER_Stream.h"
-#include "h323/base/PString.h"
 
 namespace asn1 {
 
-// The component of a SEQUENCE, counted over root and extension components; kAbsent if it is not there.
+/// Returns the component `index` of a SEQUENCE, kAbsent if it is absent. The index counts root components, then
+/// extension components.
 const Value& component(const Value& sequence, unsigned index);
-// The characters of a string of 8-bit characters.
+/// Returns the characters of a string of 8-bit characters.
 PString text(const Value& string);
 
-size_t entries(const Value& list);
+std::size_t entries(const Value& list);
+/// Null if the list is empty.
 const Value* firstEntry(const Value& list);
+/// Null after the last entry.
 const Value* nextEntry(const Value& entry);
+
 }  // namespace asn1
 
-// A view of a value in a decoded message: as cheap to copy as a pointer, and valid until the message object decodes
-// again or is destroyed, or the packet that it was decoded from is gone; texts and octets are views of that packet. A
-// message and its views are for one thread at a time.
-//
-// The components of a message that failed to decode are all absent. An absent value can be read like any other: numbers
-// are 0, lists, octets and texts are empty, and a choice has the tag kNoTag.
+/// A view of a value in a decoded message, as cheap to copy as a pointer. It is valid until the message object decodes
+/// again or is destroyed, or until the packet that it was decoded from is released: octets are views of that packet.
+/// One thread at a time may use a message and its views.
+///
+/// All components of a message that failed to decode are absent. An absent value can be read like any other: numbers
+/// are 0, lists, octets and texts are empty, and a choice has the tag kNoTag.
 class PASN_Object {
  public:
   PASN_Object() = default;
   explicit PASN_Object(const asn1::Value& value) : value_(&value) {}
 
-  // ASN.1 value notation for people, indented as deep as the signalling trace wants it.
+  /// Writes ASN.1 value notation for the signalling trace, with the indentation of the trace.
   friend std::ostream& operator<<(std::ostream& stream, const PASN_Object& object);
 
  protected:
@@ -57,24 +61,25 @@ class PASN_Choice : public PASN_Object {
 
   using PASN_Object::PASN_Object;
 
-  // The number of the alternative; the extension alternatives count on from the root ones. An alternative that came
-  // after the decoder's version of the standard has a number too.
+  /// Returns the number of the alternative. The extension alternatives are numbered after the root alternatives,
+  /// including those of later versions of the standard, which the decoder does not know.
   unsigned GetTag() const;
-  // The alternative's ASN.1 identifier with every "-" written "_"; "<" tag ">" for one that the decoder does not know.
+  /// Returns the ASN.1 identifier of the alternative with every "-" written "_", or "<" tag ">" if the decoder does not
+  /// know the alternative.
   PString GetTagName() const;
 
  protected:
   const asn1::Value& chosen() const;
 };
 
-// A field of `kType`, written as its identifier: a name that the type does not have does not compile.
+/// A field of `kType`, written as its identifier. A name that the type does not have does not compile.
 template <const auto& kType>
 struct PASN_Field {
   consteval PASN_Field(const char* name) : index(asn1::indexOf(kType, name)) {}
   unsigned index;
 };
 
-// A view of a CHOICE of the type `kType`.
+/// A view of a CHOICE of the type `kType`.
 template <const auto& kType>
 class PASN_ChoiceType : public PASN_Choice {
  public:
@@ -83,14 +88,14 @@ class PASN_ChoiceType : public PASN_Choice {
  protected:
   static consteval unsigned tagOf(PASN_Field<kType> field) { return field.index; }
 
-  // The chosen value, if it is this alternative.
+  /// Returns the chosen value if it is this alternative.
   template <class Alternative>
   std::optional<Alternative> alternative(PASN_Field<kType> field) const {
     return GetTag() == field.index ? std::optional<Alternative>(chosen()) : std::nullopt;
   }
 };
 
-// A view of a SEQUENCE of the type `kType`.
+/// A view of a SEQUENCE of the type `kType`.
 template <const auto& kType>
 class PASN_SequenceType : public PASN_Object {
  public:
@@ -113,7 +118,7 @@ class PASN_SequenceType : public PASN_Object {
   const asn1::Value& component(PASN_Field<kType> field) const { return asn1::component(*value_, field.index); }
 };
 
-// A message of the type `kType` that is decoded by itself and read as `View`.
+/// A message of the type `kType` that is decoded by itself and read as `View`.
 template <class View, const auto& kType>
 class PASN_Message : public View {
  public:
@@ -121,8 +126,8 @@ class PASN_Message : public View {
   PASN_Message(const PASN_Message&) = delete;
   PASN_Message& operator=(const PASN_Message&) = delete;
 
-  // Replaces the message by the next one in `stream` and answers whether it could be decoded; if not, everything in it
-  // is absent. Allocates nothing.
+  /// Replaces the message by the next one in `stream`. Returns false if that does not decode; then all components are
+  /// absent. Allocates nothing.
   bool Decode(PPER_Stream& stream) {
     this->value_ = &asn1::decode(kType, stream, *arena_);
     return !stream.failed();
@@ -132,8 +137,8 @@ class PASN_Message : public View {
   const std::unique_ptr<asn1::Arena> arena_ = std::make_unique_for_overwrite<asn1::Arena>();
 };
 
-// SEQUENCE OF and SET OF: read it front to back with a range-based for. (Name an optional list first: what
-// `for (... : *message.list())` would read is gone before the first entry.)
+/// SEQUENCE OF and SET OF, for range-based for loops. Store an optional list in a variable first: the temporary in
+/// `for (... : *message.list())` is destroyed before the first iteration.
 template <class Element>
 class PASN_Array : public PASN_Object {
  public:
@@ -156,7 +161,7 @@ class PASN_Array : public PASN_Object {
 
   using PASN_Object::PASN_Object;
 
-  size_t GetSize() const;
+  std::size_t GetSize() const;
   bool IsEmpty() const { return GetSize() == 0; }
   Iterator begin() const;
   Iterator end() const { return Iterator(nullptr); }
@@ -169,7 +174,7 @@ typename PASN_Array<Element>::Iterator& PASN_Array<Element>::Iterator::operator+
 }
 
 template <class Element>
-size_t PASN_Array<Element>::GetSize() const {
+std::size_t PASN_Array<Element>::GetSize() const {
   return asn1::entries(*value_);
 }
 

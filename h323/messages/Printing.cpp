@@ -7,9 +7,9 @@
 namespace asn1 {
 namespace {
 
-constexpr size_t kOctetsPerLine = 16;
-constexpr size_t kCharactersPerLine = 8;
-constexpr uint32_t kShortBitString = 64;
+constexpr std::size_t kOctetsPerLine = 16;
+constexpr std::size_t kCharactersPerLine = 8;
+constexpr std::uint32_t kShortBitString = 64;
 
 bool isPrintable(unsigned character) {
   return character >= ' ' && character <= '~';
@@ -23,7 +23,7 @@ void appendHex(std::string& line, unsigned number, unsigned digits) {
   while (digits-- > 0) line += "0123456789abcdef"[number >> digits * 4 & 15];
 }
 
-// "name {", the lines, and the brace that closes it.
+/// Writes `head`, an opening brace, what `lines` writes, and the closing brace.
 template <class Lines>
 void printBlock(std::ostream& stream, std::string_view head, unsigned indent, Lines lines) {
   stream << head << "{\n";
@@ -43,7 +43,7 @@ void printFields(std::ostream& stream, const Value& sequence, unsigned indent) {
 
 void printEntries(std::ostream& stream, const Value& list, unsigned indent) {
   printBlock(stream, std::to_string(list.length) + " entries ", indent, [&] {
-    size_t index = 0;
+    std::size_t index = 0;
     for (const Value* entry = list.child; entry != nullptr; entry = entry->next) {
       stream << std::string(indent + 2, ' ') << '[' << index++ << "]=";
       print(stream, *entry, indent + 2);
@@ -64,11 +64,11 @@ void printOctetString(std::ostream& stream, const Value& value, unsigned indent)
 
 void printBmpString(std::ostream& stream, const Value& value, unsigned indent) {
   printBlock(stream, " " + std::to_string(value.length) + " characters ", indent, [&] {
-    for (uint32_t i = 0; i < value.length; i += kCharactersPerLine) {
-      const uint32_t end = std::min<uint32_t>(value.length, i + kCharactersPerLine);
+    for (std::uint32_t i = 0; i < value.length; i += kCharactersPerLine) {
+      const std::uint32_t end = std::min<std::uint32_t>(value.length, i + kCharactersPerLine);
       std::string line(indent + 2, ' ');
       std::string text;
-      for (uint32_t j = i; j < end; ++j) {
+      for (std::uint32_t j = i; j < end; ++j) {
         const unsigned character = value.octets[2 * j] << 8U | value.octets[2 * j + 1];
         appendHex(line, character, 4);
         line += ' ';
@@ -82,17 +82,17 @@ void printBmpString(std::ostream& stream, const Value& value, unsigned indent) {
 
 void printCharacterString(std::ostream& stream, const Value& value) {
   std::string text = "\"";
-  for (uint32_t i = 0; i < value.length; ++i) {
+  for (std::uint32_t i = 0; i < value.length; ++i) {
     const unsigned char character = value.octets[i];
     constexpr std::string_view kEscaped = "\"\\\a\b\f\n\r\t\v";
     constexpr std::string_view kLetters = "\"\\abfnrtv";
-    if (const size_t escape = kEscaped.find(static_cast<char>(character)); escape != std::string_view::npos) {
+    if (const std::size_t escape = kEscaped.find(static_cast<char>(character)); escape != std::string_view::npos) {
       text += '\\';
       text += kLetters[escape];
     } else if (isPrintable(character)) {
       text += static_cast<char>(character);
     } else {
-      // In octal, which ends after three digits whatever follows.
+      // An octal escape ends after three digits, whatever follows.
       text += '\\';
       for (const int shift : {6, 3, 0}) text += static_cast<char>('0' + (character >> shift & 7));
     }
@@ -106,18 +106,19 @@ void printBitString(std::ostream& stream, const Value& value, unsigned indent) {
                [&] { printOctets(stream, PBYTEArray(value.octets, (value.length + 7) / 8), indent + 2); });
     return;
   }
-  for (uint32_t i = 0; i < value.length; ++i) stream << (value.octets[i / 8] >> (7 - i % 8) & 1);
+  for (std::uint32_t i = 0; i < value.length; ++i) stream << (value.octets[i / 8] >> (7 - i % 8) & 1);
 }
 
-// X.690, 8.19: seven bits an octet, the last octet of a number has bit 8 clear; the first number holds two.
+/// X.690, 8.19: a number has seven bits an octet, and bit 8 of its last octet is clear. The first number stands for the
+/// first two components.
 void printObjectIdentifier(std::ostream& stream, const Value& value) {
-  uint64_t number = 0;
+  std::uint64_t number = 0;
   bool first = true;
-  for (uint32_t i = 0; i < value.length; ++i) {
+  for (std::uint32_t i = 0; i < value.length; ++i) {
     number = number << 7 | (value.octets[i] & 0x7F);
     if ((value.octets[i] & 0x80) != 0) continue;
     if (first) {
-      const uint64_t root = std::min<uint64_t>(number / 40, 2);
+      const std::uint64_t root = std::min<std::uint64_t>(number / 40, 2);
       stream << root << '.' << number - root * 40;
     } else {
       stream << '.' << number;
@@ -190,11 +191,11 @@ void print(std::ostream& stream, const Value& value, unsigned indent) {
 
 void printOctets(std::ostream& stream, const PBYTEArray& octets, unsigned indent) {
   if (octets.IsEmpty()) stream << '\n';
-  for (size_t i = 0; i < octets.GetSize(); i += kOctetsPerLine) {
-    const size_t end = std::min(octets.GetSize(), i + kOctetsPerLine);
+  for (std::size_t i = 0; i < octets.GetSize(); i += kOctetsPerLine) {
+    const std::size_t end = std::min(octets.GetSize(), i + kOctetsPerLine);
     std::string line(indent, ' ');
     std::string text;
-    for (size_t j = i; j < end; ++j) {
+    for (std::size_t j = i; j < end; ++j) {
       if (j - i == kOctetsPerLine / 2) line += ' ';
       appendHex(line, octets[j], 2);
       line += ' ';

@@ -3,22 +3,22 @@
 #include <ostream>
 #include <string>
 
-#include "h323/decoder/Arena.h"
 #include "h323/base/PBYTEArray.h"
+#include "h323/decoder/Arena.h"
 
 namespace asn1 {
 
-// The root of a message is printed as if it stood this deep.
+/// The indentation of the root of a message.
 inline constexpr unsigned kRootIndent = 6;
 
-// Value notation: what follows the name of the value in its line, and the lines below it, `indent` blanks and more
-// deep. Ends without a line feed.
+/// Writes a value in value notation, without a line feed at the end. The first line continues the line of the value's
+/// name; the further lines are indented by at least `indent` blanks.
 void print(std::ostream& stream, const Value& value, unsigned indent);
 
-// Sixteen octets a line, in hexadecimal and as characters. Nothing at all is one empty line.
+/// Writes sixteen octets a line, in hexadecimal and as characters; one empty line for no octets.
 void printOctets(std::ostream& stream, const PBYTEArray& octets, unsigned indent);
 
-// The identifier of the chosen alternative, or its number in angle brackets.
+/// Returns the identifier of the chosen alternative, or its number in angle brackets if the decoder does not know it.
 std::string nameOf(const Value& choice);
 
 }  // namespace asn1

@@ -12,7 +12,7 @@ struct Name {
   const char* name;
 };
 
-// Q.931, table 4-2, and H.225.0
+/// Q.931, table 4-2, and H.225.0.
 constexpr Name kMessageTypes[] = {
     {0, "Escape"},        {1, "Alerting"},  {2, "CallProceeding"}, {3, "Progress"},         {5, "Setup"},
     {7, "Connect"},       {13, "SetupAck"}, {15, "ConnectAck"},    {32, "UserInformation"}, {33, "SuspendReject"},
@@ -22,7 +22,7 @@ constexpr Name kMessageTypes[] = {
     {123, "Information"}, {125, "Status"},
 };
 
-// Q.931, table 4-3
+/// Q.931, table 4-3.
 constexpr Name kElements[] = {
     {0, "Segmented-Message"},
     {4, "Bearer-Capability"},
@@ -62,7 +62,7 @@ constexpr Name kElements[] = {
     {161, "Sending-Complete"},
 };
 
-// Q.850
+/// Q.850.
 constexpr Name kCauses[] = {
     {1, "Unallocated number"},
     {2, "No route to network"},
@@ -121,7 +121,7 @@ constexpr Name kCauses[] = {
     {127, "Interworking"},
 };
 
-template <size_t kCount>
+template <std::size_t kCount>
 std::string nameOf(const Name (&names)[kCount], unsigned code) {
   for (const Name& name : names) {
     if (name.code == code) return name.name;
@@ -129,14 +129,15 @@ std::string nameOf(const Name (&names)[kCount], unsigned code) {
   return "<" + std::to_string(code) + ">";
 }
 
-// Reads octets off the front; the caller asks first whether there are enough.
-uint8_t take(PBYTEArray& octets) {
-  const uint8_t first = octets[0];
+/// Removes the first octet and returns it. There must be one.
+std::uint8_t take(PBYTEArray& octets) {
+  const std::uint8_t first = octets[0];
   octets = PBYTEArray(octets.GetPointer() + 1, octets.GetSize() - 1);
   return first;
 }
 
-PBYTEArray take(PBYTEArray& octets, size_t count) {
+/// Removes the first `count` octets and returns them. There must be as many.
+PBYTEArray take(PBYTEArray& octets, std::size_t count) {
   const PBYTEArray front(octets.GetPointer(), count);
   octets = PBYTEArray(octets.GetPointer() + count, octets.GetSize() - count);
   return front;
@@ -146,11 +147,11 @@ PBYTEArray take(PBYTEArray& octets, size_t count) {
 
 bool Q931::Decode(const PBYTEArray& octets) {
   present_.reset();
-  constexpr size_t kShortestMessage = 5;
+  constexpr std::size_t kShortestMessage = 5;
   if (octets.GetSize() < kShortestMessage) return false;
   PBYTEArray rest = octets;
   const unsigned discriminator = take(rest);
-  const size_t referenceLength = take(rest);
+  const std::size_t referenceLength = take(rest);
   if (referenceLength > 2) return false;
   const PBYTEArray reference = take(rest, referenceLength);
 
@@ -163,15 +164,15 @@ bool Q931::Decode(const PBYTEArray& octets) {
 
 bool Q931::decodeElements(PBYTEArray rest) {
   while (!rest.IsEmpty()) {
-    const uint8_t code = take(rest);
-    size_t length = 0;
+    const std::uint8_t code = take(rest);
+    std::size_t length = 0;
     if ((code & 0x80) == 0) {
       if (rest.IsEmpty()) return false;
       length = take(rest);
       if (code == UserUserIE) {
         if (rest.IsEmpty()) return false;
         length = length << 8 | take(rest);
-        // It counts the protocol discriminator.
+        // The length includes the protocol discriminator.
         if (length == 0 || rest.IsEmpty()) return false;
         take(rest);
         --length;
@@ -184,10 +185,11 @@ bool Q931::decodeElements(PBYTEArray rest) {
   return true;
 }
 
-// Q.931, 4.5.8 and 4.5.10: octet 3 and, unless bit 8 ends the group, octets 3a and 3b stand before the digits.
+// Q.931, 4.5.8 and 4.5.10: octet 3 precedes the digits, octet 3a as well if bit 8 of octet 3 is clear, and octet 3b if
+// bit 8 of octet 3a is clear.
 PString Q931::partyNumber(unsigned code) const {
   const PBYTEArray contents = GetIE(code);
-  size_t headers = 1;
+  std::size_t headers = 1;
   while (headers <= 2 && headers <= contents.GetSize() && (contents[headers - 1] & 0x80) == 0) ++headers;
   if (headers > contents.GetSize()) return PString();
   return PString(

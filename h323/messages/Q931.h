@@ -7,10 +7,10 @@
 #include "h323/base/PBYTEArray.h"
 #include "h323/base/PString.h"
 
-// A Q.931 message as H.225.0 uses it for call signalling.
-//
-// Decoding copies nothing and allocates nothing: the contents of the information elements are views of the decoded
-// octets and valid as long as those. An object is for one thread at a time.
+/// A Q.931 message as H.225.0 uses it for call signalling.
+///
+/// Decoding copies and allocates nothing: the contents of the information elements are views of the decoded octets and
+/// valid as long as those. One thread at a time may use an object.
 class Q931 {
  public:
   enum MsgTypes {
@@ -30,29 +30,31 @@ class Q931 {
 
   enum InformationElementCodes { CauseIE = 8, CallingPartyNumberIE = 108, CalledPartyNumberIE = 112, UserUserIE = 126 };
 
-  // Replaces the message by the one in `octets` and answers whether all of it could be read. After a failure the
-  // information elements in front of the fault are readable; a failure in front of the message type leaves the call
-  // reference and the types of the message before.
+  /// Replaces the message by the one in `octets`. Returns false if the message is faulty; then the information elements
+  /// before the fault are present. A fault before the message type leaves the call reference and the message type of
+  /// the previous message.
   bool Decode(const PBYTEArray& octets);
 
   unsigned GetProtocolDiscriminator() const { return protocolDiscriminator_; }
-  // 15 bits, without the direction flag.
+  /// 15 bits, without the direction flag.
   unsigned GetCallReference() const { return callReference_; }
-  // The direction flag: sent by the side that the call came to.
+  /// The direction flag: true if the called side sent the message.
   bool IsFromDestination() const { return fromDestination_; }
-  // The whole octet; any value.
+  /// The whole octet; any value.
   unsigned GetMessageType() const { return messageType_; }
 
-  // Codes of one-octet elements have bit 8 set. A code above 255 is absent.
+  /// One-octet elements have codes with bit 8 set. Codes above 255 are absent.
   bool HasIE(unsigned code) const { return code < present_.size() && present_[code]; }
-  // The contents without code and length, for User-user without its protocol discriminator too; empty if absent.
+  /// Returns the contents without code and length; for User-user also without the protocol discriminator. Empty if the
+  /// element is absent.
   PBYTEArray GetIE(unsigned code) const { return HasIE(code) ? contents_[code] : PBYTEArray(); }
 
-  // The digits of the element, empty if it is absent or too short.
+  /// The digits of the element; empty if it is absent or too short.
   PString GetCallingPartyNumber() const { return partyNumber(CallingPartyNumberIE); }
   PString GetCalledPartyNumber() const { return partyNumber(CalledPartyNumberIE); }
 
-  // For people: header fields and elements in order of their codes, a line each, contents in hexadecimal.
+  /// Writes the header fields and the elements in the order of their codes for the signalling trace, contents in
+  /// hexadecimal.
   friend std::ostream& operator<<(std::ostream& stream, const Q931& message);
 
  private:

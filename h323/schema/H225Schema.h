@@ -4,14 +4,14 @@
 #include "h323/schema/H245Schema.h"
 #include "h323/schema/Schema.h"
 
-// H.225.0 version 8: everything that an H323-UserInformation reaches.
+// H.225.0 version 8: H323-UserInformation and every type that it contains.
 namespace asn1::h225 {
 
 inline constexpr Alphabet kDialedDigits("0123456789#*,");
 inline constexpr Alphabet kTbcdDigits("0123456789#*abc");
 inline constexpr Alphabet kIsupDigits("0123456789ABCDE");
 
-// These contain themselves by way of others; the number is that of their lines.
+// Types that contain themselves through others need a declaration. The number counts the entries of the table.
 extern inline const Sequence<3> EnumeratedParameter;
 extern inline const Sequence<3> GenericData;
 

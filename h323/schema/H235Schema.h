@@ -2,7 +2,7 @@
 
 #include "h323/schema/Schema.h"
 
-// H.235: the security tokens that H.225.0 call signalling carries.
+// H.235: the security tokens in H.225.0 call signalling.
 namespace asn1::h235 {
 
 inline constexpr const auto& ChallengeString = OctetString<8, 128>;

@@ -2,13 +2,13 @@
 
 #include "h323/schema/Schema.h"
 
-// H.245 version 17: everything that a MultimediaSystemControlMessage reaches.
+// H.245 version 17: MultimediaSystemControlMessage and every type that it contains.
 namespace asn1::h245 {
 
 inline constexpr Alphabet kDialedDigits("0123456789#*,");
 inline constexpr Alphabet kSignalTypes("0123456789#*ABCD!");
 
-// These contain themselves by way of others; the number is that of their lines.
+// Types that contain themselves through others need a declaration. The number counts the entries of the table.
 extern inline const Sequence<4> GenericParameter;
 extern inline const Sequence<3> DataApplicationCapability;
 extern inline const Choice<8> VideoCapability;

@@ -6,8 +6,8 @@
 #include <limits>
 #include <string_view>
 
-// ASN.1 types as constants. The tables of the recommendations (H235Schema.h, H245Schema.h, H225Schema.h) are written in
-// these words so that they read like the ASN.1 they stand for:
+// ASN.1 types as constants. The tables of the recommendations (H225Schema.h, H235Schema.h, H245Schema.h) are written
+// with these types so that they read like their ASN.1:
 //
 //   CallIdentifier ::= SEQUENCE                  inline constexpr Sequence CallIdentifier({
 //   {                                                {"guid", GloballyUniqueID},
@@ -15,11 +15,11 @@
 //       ...                                      });
 //   }
 //
-// An identifier has "_" where ASN.1 has "-". SET OF is SEQUENCE OF, for packed encoding does not tell them apart. What
-// packed encoding has to know of a type is worked out here, when the tables are compiled.
+// An identifier has "_" where ASN.1 has "-". SET OF is written as SEQUENCE OF, because packed encoding treats both
+// alike. The constructors compute at compile time what packed encoding needs to know about a type.
 namespace asn1 {
 
-enum class Kind : uint8_t {
+enum class Kind : std::uint8_t {
   kNull,
   kBoolean,
   kInteger,
@@ -35,51 +35,60 @@ enum class Kind : uint8_t {
   kChoice
 };
 
-inline constexpr int64_t kMin = std::numeric_limits<int64_t>::min();
-inline constexpr int64_t kMax = std::numeric_limits<int64_t>::max();
+inline constexpr std::int64_t kMin = std::numeric_limits<std::int64_t>::min();
+inline constexpr std::int64_t kMax = std::numeric_limits<std::int64_t>::max();
 
-// Limits of a value or of a size, both included, and how X.691 (July 2002, 10.5 to 10.8) codes a number within them.
+/// The limits of a value or of a size, both included, and how X.691 (July 2002, 10.5 to 10.8) codes a number within
+/// them.
 struct Range {
-  enum class Coding : uint8_t { kSingle, kBits, kOctet, kTwoOctets, kUpToOctets, kSemiConstrained, kUnconstrained };
+  enum class Coding : std::uint8_t {
+    kSingle,
+    kBits,
+    kOctet,
+    kTwoOctets,
+    kUpToOctets,
+    kSemiConstrained,
+    kUnconstrained
+  };
 
-  int64_t lower = kMin;
-  int64_t upper = kMax;
+  std::int64_t lower = kMin;
+  std::int64_t upper = kMax;
   Coding coding = Coding::kUnconstrained;
-  uint8_t width = 0;  // kBits: the number of bits; kUpToOctets: of the bits that count the octets
+  std::uint8_t width = 0;  ///< kBits: the number of bits; kUpToOctets: the bits of the number of octets
 
   constexpr Range() = default;
-  constexpr Range(int64_t from, int64_t to) : lower(from), upper(to) {
+  constexpr Range(std::int64_t from, std::int64_t to) : lower(from), upper(to) {
     if (lower == kMin) return;
     if (upper == kMax) {
       coding = Coding::kSemiConstrained;
       return;
     }
-    const uint64_t span = static_cast<uint64_t>(upper) - static_cast<uint64_t>(lower);
+    const std::uint64_t span = static_cast<std::uint64_t>(upper) - static_cast<std::uint64_t>(lower);
     if (span == 0) {
       coding = Coding::kSingle;
     } else if (span < 255) {
       coding = Coding::kBits;
-      width = static_cast<uint8_t>(std::bit_width(span));
+      width = static_cast<std::uint8_t>(std::bit_width(span));
     } else if (span == 255) {
       coding = Coding::kOctet;
     } else if (span < 65536) {
       coding = Coding::kTwoOctets;
     } else {
       coding = Coding::kUpToOctets;
-      width = static_cast<uint8_t>(std::bit_width((std::bit_width(span) + 7U) / 8 - 1));
+      width = static_cast<std::uint8_t>(std::bit_width((std::bit_width(span) + 7U) / 8 - 1));
     }
   }
 };
 
-// The characters that a string may have, in the order of their codes.
+/// The characters that a string may contain, in the order of their codes.
 struct Alphabet {
   char characters[20] = {};
-  uint8_t size = 0;
+  std::uint8_t size = 0;
 
-  // In any order.
-  explicit constexpr Alphabet(std::string_view any) {
-    for (const char character : any) {
-      size_t i = size++;
+  /// `unordered` has the characters in any order.
+  explicit constexpr Alphabet(std::string_view unordered) {
+    for (const char character : unordered) {
+      std::size_t i = size++;
       for (; i > 0 && characters[i - 1] > character; --i) characters[i] = characters[i - 1];
       characters[i] = character;
     }
@@ -91,12 +100,12 @@ struct Alphabet {
 
 struct Type;
 
-// The optional components of a SEQUENCE's root.
+/// The most optional components that the root of a SEQUENCE may have: the decoder reads their presence bits at once.
 inline constexpr unsigned kMaxOptional = 56;
 
-enum Presence : uint8_t { kMandatory, kOptional, kExtensionMarker };
+enum Presence : std::uint8_t { kMandatory, kOptional, kExtensionMarker };
 
-// A component of a SEQUENCE, an alternative of a CHOICE or a name of an ENUMERATED.
+/// A component of a SEQUENCE, an alternative of a CHOICE or a name of an ENUMERATED.
 struct Field {
   const char* name;
   const Type* type;
@@ -107,20 +116,20 @@ struct Field {
   constexpr Field() : name("..."), type(nullptr), presence(kExtensionMarker) {}
 };
 
-// The extension marker: the fields behind it are extension additions.
+/// The extension marker. The fields after it are extension additions.
 inline constexpr Field kExtensible;
 
 struct Type {
   Kind kind = Kind::kNull;
   bool extensible = false;
-  uint8_t unit = 0;           // strings: bits a character, octets 8, bits 1
-  uint8_t optionalCount = 0;  // SEQUENCE: optional components of the root
-  uint16_t rootCount = 0;
-  uint16_t fieldCount = 0;  // with the extension additions, without the marker
+  std::uint8_t unit = 0;           ///< strings: the bits of a character; 8 for octets, 1 for bits
+  std::uint8_t optionalCount = 0;  ///< SEQUENCE: optional components of the root
+  std::uint16_t rootCount = 0;
+  std::uint16_t fieldCount = 0;  ///< including the extension additions, without the marker
   const Field* fields = nullptr;
-  const Type* element = nullptr;       // SEQUENCE OF
-  const Alphabet* alphabet = nullptr;  // strings of restricted characters
-  Range range;  // INTEGER: of the value; CHOICE, ENUMERATED: of the root index; others: of the size
+  const Type* element = nullptr;       ///< SEQUENCE OF
+  const Alphabet* alphabet = nullptr;  ///< strings of restricted characters
+  Range range;  ///< INTEGER: of the value; CHOICE, ENUMERATED: of the root index; others: of the size
 
   constexpr Type() = default;
   explicit constexpr Type(Kind ofKind) : kind(ofKind) {}
@@ -128,8 +137,8 @@ struct Type {
   Type& operator=(const Type&) = delete;
 };
 
-// What SEQUENCE, CHOICE and ENUMERATED have in common: a list of fields.
-template <size_t kCount>
+/// The common base of SEQUENCE, CHOICE and ENUMERATED: a list of fields.
+template <std::size_t kCount>
 struct FieldList : Type {
   Field list[kCount];
 
@@ -143,45 +152,46 @@ struct FieldList : Type {
       if (extensible) continue;
       ++rootCount;
       optionalCount += field.presence == kOptional;
-      if (optionalCount > kMaxOptional) throw "more presence bits than the decoder reads at once";
+      if (optionalCount > kMaxOptional) throw "the decoder does not read so many presence bits at once";
     }
     fields = list;
     range = Range(0, kind == Kind::kSequence ? 0 : rootCount - 1);
   }
 };
 
-template <size_t kCount>
+template <std::size_t kCount>
 struct Sequence : FieldList<kCount> {
   explicit constexpr Sequence(const Field (&all)[kCount]) : FieldList<kCount>(Kind::kSequence, all) {}
 };
 
-template <size_t kCount>
+template <std::size_t kCount>
 struct Choice : FieldList<kCount> {
   explicit constexpr Choice(const Field (&all)[kCount]) : FieldList<kCount>(Kind::kChoice, all) {}
 };
 
-template <size_t kCount>
+template <std::size_t kCount>
 struct Enumerated : FieldList<kCount> {
   explicit constexpr Enumerated(const Field (&all)[kCount]) : FieldList<kCount>(Kind::kEnumerated, all) {}
 };
 
-// A SEQUENCE without components.
+/// A SEQUENCE without components.
 struct EmptySequence : Type {
   explicit constexpr EmptySequence(bool isExtensible) : Type(Kind::kSequence) { extensible = isExtensible; }
 };
 
 struct IntegerType : Type {
-  constexpr IntegerType(int64_t lower, int64_t upper, bool isExtensible) : Type(Kind::kInteger) {
+  constexpr IntegerType(std::int64_t lower, std::int64_t upper, bool isExtensible) : Type(Kind::kInteger) {
     range = Range(lower, upper);
     extensible = isExtensible;
   }
 };
 
 struct StringType : Type {
-  constexpr StringType(Kind ofKind, uint8_t bitsPerUnit, int64_t lower, int64_t upper,
+  constexpr StringType(Kind ofKind, std::uint8_t bitsPerUnit, std::int64_t lower, std::int64_t upper,
                        const Alphabet* characters = nullptr)
       : Type(ofKind) {
-    if (lower != upper && upper < 16 / bitsPerUnit) throw "the decoder pads in front of every string of variable size, which X.691 does not do in front of one that short";
+    // X.691 does not pad before a string of less than 16 bits; the decoder pads before every string of variable size.
+    if (lower != upper && upper < 16 / bitsPerUnit) throw "the decoder does not know short strings without padding";
     unit = bitsPerUnit;
     range = Range(lower, upper);
     alphabet = characters;
@@ -189,7 +199,7 @@ struct StringType : Type {
 };
 
 struct SequenceOfType : Type {
-  constexpr SequenceOfType(const Type& ofType, int64_t lower, int64_t upper) : Type(Kind::kSequenceOf) {
+  constexpr SequenceOfType(const Type& ofType, std::int64_t lower, std::int64_t upper) : Type(Kind::kSequenceOf) {
     if (lower != 0 && upper >= 65536) throw "the decoder does not check the lower limit of a list without an upper one";
     element = &ofType;
     range = Range(lower, upper);
@@ -201,37 +211,38 @@ inline constexpr Type Boolean(Kind::kBoolean);
 inline constexpr StringType ObjectIdentifier(Kind::kObjectIdentifier, 8, 0, kMax);
 inline constexpr StringType OpenType(Kind::kOpenType, 8, 0, kMax);
 
-template <int64_t kLower = kMin, int64_t kUpper = kMax>
+template <std::int64_t kLower = kMin, std::int64_t kUpper = kMax>
 inline constexpr IntegerType Integer(kLower, kUpper, false);
-// With an extension marker in the constraint.
-template <int64_t kLower, int64_t kUpper>
+/// An INTEGER with an extension marker in its constraint.
+template <std::int64_t kLower, std::int64_t kUpper>
 inline constexpr IntegerType ExtensibleInteger(kLower, kUpper, true);
 
-// Strings of a size: OctetString<> of any, OctetString<4> of one, OctetString<1, 20> of a range.
-template <int64_t kLower = 0, int64_t kUpper = kLower == 0 ? kMax : kLower>
+// Strings: OctetString<> has any size, OctetString<4> size 4, OctetString<1, 20> a size from 1 to 20.
+template <std::int64_t kLower = 0, std::int64_t kUpper = kLower == 0 ? kMax : kLower>
 inline constexpr StringType BitString(Kind::kBitString, 1, kLower, kUpper);
-template <int64_t kLower = 0, int64_t kUpper = kLower == 0 ? kMax : kLower>
+template <std::int64_t kLower = 0, std::int64_t kUpper = kLower == 0 ? kMax : kLower>
 inline constexpr StringType OctetString(Kind::kOctetString, 8, kLower, kUpper);
-template <int64_t kLower = 0, int64_t kUpper = kLower == 0 ? kMax : kLower>
+template <std::int64_t kLower = 0, std::int64_t kUpper = kLower == 0 ? kMax : kLower>
 inline constexpr StringType BmpString(Kind::kBmpString, 16, kLower, kUpper);
-template <int64_t kLower = 0, int64_t kUpper = kLower == 0 ? kMax : kLower>
+template <std::int64_t kLower = 0, std::int64_t kUpper = kLower == 0 ? kMax : kLower>
 inline constexpr StringType IA5String(Kind::kCharacterString, 8, kLower, kUpper);
 inline constexpr StringType GeneralString(Kind::kCharacterString, 8, 0, kMax);
 
-// An IA5String (FROM (...)). The aligned variant codes a character in 1, 2, 4 or 8 bits; in 8 it is the code itself.
-template <const Alphabet& kAlphabet, int64_t kLower = 0, int64_t kUpper = kLower == 0 ? kMax : kLower>
+/// An IA5String (FROM (...)). The aligned variant codes a character in 1, 2, 4 or 8 bits. 8 bits are the character
+/// code; fewer bits are the index in the alphabet.
+template <const Alphabet& kAlphabet, std::int64_t kLower = 0, std::int64_t kUpper = kLower == 0 ? kMax : kLower>
 inline constexpr StringType IA5StringFrom(Kind::kCharacterString,
                                           std::bit_ceil(static_cast<unsigned>(std::bit_width(kAlphabet.size - 1U))),
                                           kLower, kUpper, &kAlphabet);
 
 inline constexpr Alphabet kNumeric("0123456789 ");
-template <int64_t kLower, int64_t kUpper>
+template <std::int64_t kLower, std::int64_t kUpper>
 inline constexpr const StringType& NumericString = IA5StringFrom<kNumeric, kLower, kUpper>;
 
-template <const auto& kElement, int64_t kLower = 0, int64_t kUpper = kMax>
+template <const auto& kElement, std::int64_t kLower = 0, std::int64_t kUpper = kMax>
 inline constexpr SequenceOfType SequenceOf(kElement, kLower, kUpper);
 
-// The number of the field called `name`: a wrong name does not compile.
+/// Returns the index of the field `name`. A name that the type does not have does not compile.
 consteval unsigned indexOf(const Type& type, std::string_view name) {
   for (unsigned i = 0; i < type.fieldCount; ++i) {
     if (type.fields[i].name == name) return i;

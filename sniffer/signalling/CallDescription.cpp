@@ -1,34 +1,30 @@
 #include "signalling/CallDescription.h"
 
-
-#include "signalling/MediaDescription.h"
+#include "base/Logger.h"
 #include "h323/base/OpalGloballyUniqueID.h"
 #include "h323/base/PIPSocket.h"
-#include "base/Logger.h"
+#include "signalling/MediaDescription.h"
 
 namespace voip {
 
-namespace {
-}
-
 bool CallDescription::append(const H225_H323_UU_PDU_h323_message_body& body) {
-  switch (q931.GetMessageType()) {
+  switch (q931_.GetMessageType()) {
     case Q931::SetupMsg:
       return appendSetup(body.setup());
     case Q931::CallProceedingMsg:
-      return appendFastStartOf("CallProceeding", body.callProceeding());
+      return appendIdAndFastStartOf("CallProceeding", body.callProceeding());
     case Q931::ProgressMsg:
-      return appendFastStartOf("Progress", body.progress());
+      return appendIdAndFastStartOf("Progress", body.progress());
     case Q931::AlertingMsg:
-      return appendMediaOf("Alerting", "ALERTING", body.alerting());
+      return appendIdAndMediaOf("Alerting", "ALERTING", body.alerting());
     case Q931::ConnectMsg:
-      return appendMediaOf("Connect", "CONNECT", body.connect());
+      return appendIdAndMediaOf("Connect", "CONNECT", body.connect());
     case Q931::SetupAckMsg:
-      return appendCallIdOf("SetupAck", body.setupAcknowledge());
+      return appendIdOf("SetupAck", body.setupAcknowledge());
     case Q931::InformationMsg:
       return appendInformation(body.information());
     case Q931::FacilityMsg:
-      return appendFastStartOf("Facility", body.facility());
+      return appendIdAndFastStartOf("Facility", body.facility());
     case Q931::ReleaseCompleteMsg:
       return appendReleaseComplete(body.releaseComplete());
     default:
@@ -39,45 +35,45 @@ bool CallDescription::append(const H225_H323_UU_PDU_h323_message_body& body) {
 bool CallDescription::appendSetup(const std::optional<H225_Setup_UUIE>& setup) {
   if (!setup) return false;
   appendCallId("SETUP", setup->callIdentifier());
-  appendParty("s:", "Caller", setup->sourceAddress(), q931.GetCallingPartyNumber());
-  appendParty("d:", "Callee", setup->destinationAddress(), q931.GetCalledPartyNumber());
-  appendProposalsOrAnnounce("SETUP", *setup);
+  appendParty("s:", "Caller", setup->sourceAddress(), q931_.GetCallingPartyNumber());
+  appendParty("d:", "Callee", setup->destinationAddress(), q931_.GetCalledPartyNumber());
+  appendMedia("SETUP", *setup);
   return true;
 }
 
 bool CallDescription::appendInformation(const std::optional<H225_Information_UUIE>& information) {
   if (!information) return false;
   appendCallId("Information", information->callIdentifier());
-  const PString digits = q931.GetCalledPartyNumber();
+  const PString digits = q931_.GetCalledPartyNumber();
   logger().debug("Digit: ", digits);
-  text += "i:";
-  text += digits;
-  text += '\n';
+  text_ += "i:";
+  text_ += digits;
+  text_ += '\n';
   appendProposals(information->fastStart());
   return true;
 }
 
 bool CallDescription::appendReleaseComplete(const std::optional<H225_ReleaseComplete_UUIE>& release) {
   if (!release) return false;
-  const PString suffix = " CallRef:" + callReference;
-  if (appendCallId("ReleaseComplete", release->callIdentifier(), suffix)) callMaps.release(callReference);
+  const PString suffix = " CallRef:" + callReference_;
+  if (appendCallId("ReleaseComplete", release->callIdentifier(), suffix)) callMaps_.release(callReference_);
   return true;
 }
 
-bool CallDescription::appendCallIdOf(const char* message, const auto& uuie) {
+bool CallDescription::appendIdOf(const char* message, const auto& uuie) {
   if (uuie) appendCallId(message, uuie->callIdentifier());
   return uuie.has_value();
 }
 
-bool CallDescription::appendFastStartOf(const char* message, const auto& uuie) {
-  if (!appendCallIdOf(message, uuie)) return false;
+bool CallDescription::appendIdAndFastStartOf(const char* message, const auto& uuie) {
+  if (!appendIdOf(message, uuie)) return false;
   appendProposals(uuie->fastStart());
   return true;
 }
 
-bool CallDescription::appendMediaOf(const char* message, const char* inUpperCase, const auto& uuie) {
-  if (!appendCallIdOf(message, uuie)) return false;
-  appendProposalsOrAnnounce(inUpperCase, *uuie);
+bool CallDescription::appendIdAndMediaOf(const char* message, const char* messageInCapitals, const auto& uuie) {
+  if (!appendIdOf(message, uuie)) return false;
+  appendMedia(messageInCapitals, *uuie);
   return true;
 }
 
@@ -85,29 +81,29 @@ bool CallDescription::appendCallId(const char* message, const std::optional<H225
                                    const char* suffix) {
   if (!callId) return false;
   const PString id = OpalGloballyUniqueID(callId->guid()).AsString();
-  text += "c:";
-  text += id;
-  text += '\n';
+  text_ += "c:";
+  text_ += id;
+  text_ += '\n';
   logger().debug(message, " CallId: ", id, suffix);
   return true;
 }
 
-void CallDescription::appendParty(const char* line, const char* role,
+void CallDescription::appendParty(const char* tag, const char* role,
                                   const std::optional<H225_ArrayOf_AliasAddress>& aliases, const PString& number) {
   const bool hasAlias = aliases && !aliases->IsEmpty();
   const PString party = hasAlias ? H323GetAliasAddressString(*aliases->begin()) : number;
   logger().debug("SETUP (", (hasAlias ? "H225" : "Q931"), ") ", role, ": ", party);
-  text += line;
-  text += party;
-  text += '\n';
+  text_ += tag;
+  text_ += party;
+  text_ += '\n';
 }
 
 void CallDescription::appendProposals(const std::optional<H225_ArrayOf_PASN_OctetString>& fastStart) {
-  if (fastStart) appendFastStart(*fastStart, channel, effort, text);
+  if (fastStart) appendFastStart(*fastStart, channel_, effort_, text_);
 }
 
-// With fast start the media is described already, and H.245 may never be spoken: then the address is not taken.
-void CallDescription::appendProposalsOrAnnounce(const char* message, const auto& uuie) {
+// An H.245 address beside fast start is ignored: the media is described already, and H.245 may never be used.
+void CallDescription::appendMedia(const char* message, const auto& uuie) {
   if (const auto fastStart = uuie.fastStart()) {
     appendProposals(fastStart);
   } else if (const auto address = uuie.h245Address()) {
@@ -122,7 +118,7 @@ void CallDescription::announce(const char* message, const H225_TransportAddress&
     logger().error(static_cast<const char*>(address.GetTagName()));
     return;
   }
-  callMaps.announce(callReference, {PIPSocket::Address(ipAddress->ip()).AsString(), ipAddress->port()});
+  callMaps_.announce(callReference_, {PIPSocket::Address(ipAddress->ip()).AsString(), ipAddress->port()});
 }
 
 }  // namespace voip

@@ -14,18 +14,20 @@
 
 namespace voip {
 
-/// Which call an H.245 connection belongs to: H.245 names no call, so the addresses that calls announce for it are
-/// remembered until the call is released.
+/// Finds the call of an H.245 connection. H.245 names no call, so the maps keep the addresses that calls announce for
+/// H.245 until the call is released.
 ///
-/// Two maps mirror each other, call reference to address and back, but not in everything: an address that a call
-/// announced before its last one stays with it for good, and one that another call takes over is still named by the
-/// first, whose release then takes it away. What nobody releases is bounded: beyond kMostAddresses the address that was
-/// announced longest ago is forgotten, and counted.
+/// The two maps mirror each other, call reference to address and address to call reference, with two intended
+/// exceptions. When a call announces a second address, the first one stays in the map by address for good. When another
+/// call takes over an address, the map by call reference still has it for the first call, whose release then removes
+/// it.
 ///
-/// Every change is logged at DEBUG. Any thread.
+/// Calls that are never released cannot fill the memory: after kMaxAddresses the oldest address is removed and counted.
+///
+/// Logs every change at DEBUG. Any thread.
 class CallMaps {
  public:
-  /// Where an H.245 connection is listened for.
+  /// The address and port at which an endpoint listens for H.245.
   struct h245Addr {
     PString h245Ip;  ///< dotted decimal
     u_int h245Port = 0;
@@ -39,61 +41,63 @@ class CallMaps {
     }
   };
 
-  /// By address or by port, whichever is less. When that is the address of one and the port of the other, each comes
-  /// before the other: two addresses are the same only if neither is less. A tree cannot be kept in such an order.
+  /// Less by address or less by port. This is kept on purpose although it is no strict weak order: of two addresses
+  /// that differ in both in opposite directions, each is less than the other. A tree does not work in this order; use
+  /// AddressOrder. Two addresses are equal if and only if neither is less.
   struct h245comp {
     bool operator()(const h245Addr& a, const h245Addr& b) const {
       return a.h245Ip.Compare(b.h245Ip) == PString::LessThan || a.h245Port < b.h245Port;
     }
   };
 
-  /// By address, then by port: one of the orders that agree with h245comp about every pair on which it decides.
-  struct h245order {
+  /// By address, then by port: a strict weak order. It agrees with h245comp where only one of two addresses is less.
+  struct AddressOrder {
     bool operator()(const h245Addr& a, const h245Addr& b) const {
       const PString::Comparison order = a.h245Ip.Compare(b.h245Ip);
       return order == PString::LessThan || (order == PString::EqualTo && a.h245Port < b.h245Port);
     }
   };
 
-  /// As texts: "10" comes before "9".
+  /// As texts: "10" is less than "9".
   struct callrefcomp {
     bool operator()(const PString& a, const PString& b) const { return a.Compare(b) == PString::LessThan; }
   };
 
-  static constexpr std::size_t kMostAddresses = 65536;
+  static constexpr std::size_t kMaxAddresses = 65536;
 
-  /// Addresses that are forgotten are counted in `counters`, which may be null and must outlive the maps.
-  explicit CallMaps(Statistics* counters = nullptr) : statistics(counters) {}
+  /// Counts the addresses removed because of kMaxAddresses in `statistics`, which may be null and must outlive the
+  /// maps.
+  explicit CallMaps(Statistics* statistics = nullptr) : statistics_(statistics) {}
 
-  /// The call announces that it listens for H.245 at `addr`. That takes the address over from any other call; an
-  /// address that the same call announced before stays its own.
+  /// Records that the call listens for H.245 at `addr`. Takes the address over from any other call. Earlier addresses
+  /// of the same call stay.
   void announce(const PString& callReference, const h245Addr& addr);
 
-  /// The call is over: forgets it and the address that it announced last.
+  /// Removes the call and the address that it announced last.
   void release(const PString& callReference);
 
-  /// The reference of the call that announced `addr`.
+  /// Returns the reference of the call that announced `addr` last.
   std::optional<PString> callOf(const h245Addr& addr) const;
 
-  /// Logs at DEBUG what is known.
+  /// Logs both maps at DEBUG.
   void display() const;
 
  private:
   struct Announcement {
     PString callReference;
-    std::list<h245Addr>::iterator age;
+    std::list<h245Addr>::iterator age;  ///< the entry in byAge_
   };
-  using AddressMap = std::map<h245Addr, Announcement, h245order>;
+  using AddressMap = std::map<h245Addr, Announcement, AddressOrder>;
 
   void erase(AddressMap::iterator entry);
-  void forgetOldest();
+  void eraseOldest();
 
-  AddressMap h245Map;                                   ///< the call that announced the address
-  std::map<PString, h245Addr, callrefcomp> callRefMap;  ///< the address that the call announced last
-  std::list<h245Addr> byAge;                            ///< the keys of h245Map, announced longest ago first
-  mutable std::mutex lock;  ///< guards all three: who ends the sniffer has them logged while a segment may be in work
-  Statistics* statistics;
-  bool warned = false;
+  AddressMap h245Map_;                                   ///< the call that announced the address last
+  std::map<PString, h245Addr, callrefcomp> callRefMap_;  ///< the address that the call announced last
+  std::list<h245Addr> byAge_;                            ///< the keys of h245Map_, oldest first
+  mutable std::mutex lock_;  ///< guards all members: another thread may log the maps while a segment is described
+  Statistics* statistics_;
+  bool warned_ = false;
 };
 
 }  // namespace voip

@@ -1,34 +1,54 @@
 #include "signalling/H323Parser.h"
 
 #include <cstring>
+#include <optional>
 #include <sstream>
+#include <string>
 
-#include "signalling/CallDescription.h"
-#include "h323/base/PIPSocket.h"
 #include "base/Logger.h"
+#include "h323/base/PIPSocket.h"
+#include "signalling/CallDescription.h"
 
 using namespace voip;
 
 namespace {
 
-// "t:" of H.245 messages that no Q.931 message carries.
+// Message types for the "t:" line of H.245 messages on a connection of their own. Q.931 does not use these numbers.
 constexpr unsigned kOpenLogicalChannel = 130;
 constexpr unsigned kOpenLogicalChannelAck = 131;
+
+constexpr const char* kChannelWithoutCall = "Dropping pkt as received OLC does not match existing session";
+constexpr const char* kAcknowledgementWithoutCall = "Dropping pkt as received OLCAck does not match existing session";
 
 H323Parser::h245Addr addressOf(u_int ip, u_int port) {
   return {PIPSocket::Address(ip).AsString(), port};
 }
 
-// A Q.931 message of H.225.0 begins with the octets 8 and 2 (or 1): protocol discriminator and length of the call
-// reference. As H.245 they would be a requestMode with padding that is not zero, which no encoder makes; but what
-// follows may happen to be well-formed.
+/// True for the first octets of a Q.931 message of H.225.0: protocol discriminator 8 and a call reference of 2 (or 1)
+/// octets. In H.245 they would be a requestMode with padding bits that are set, which no encoder writes. Without this
+/// test the octets after them could decode as H.245 by chance.
 bool looksLikeQ931(const PBYTEArray& octets) {
   return octets.GetSize() >= 2 && octets[0] == 8 && (octets[1] == 1 || octets[1] == 2);
 }
 
+void appendAcknowledgement(const H245_OpenLogicalChannelAck& acknowledgement, PString& text) {
+  text += "a:";
+  text += PString(acknowledgement.forwardLogicalChannelNumber());
+  text += ':';
+  appendAcknowledgedAddresses(acknowledgement, text);
+  text += '\n';
+}
+
+void appendDigits(const PString& digits, PString& text) {
+  text += "i:";
+  text += digits;
+  text += '\n';
+  logger().debug("H.245 DTMF Passed: ", digits);
+}
+
 }  // namespace
 
-H323Parser* H323Parser::h323Parser = nullptr;
+H323Parser* H323Parser::h323Parser_ = nullptr;
 
 bool H323Parser::parseH323(u_char* payload, int len, int ourHdrLen, const u_int& tx_ip, const u_int& rx_ip,
                            const u_int& tx_port, const u_int& rx_port, PString& upStreamPayload) {
@@ -38,145 +58,155 @@ bool H323Parser::parseH323(u_char* payload, int len, int ourHdrLen, const u_int&
   sniff_tpkt tpkt;
   if (length < sizeof tpkt) return false;
   std::memcpy(&tpkt, segment, sizeof tpkt);
+  // Only zero is a wrong length: segments of senders with a faulty length are described all the same.
   if (tpkt.tpkt_version != 3 || (tpkt.tpkt_length[0] | tpkt.tpkt_length[1]) == 0) return false;
-  // The length is not looked at further: segments of senders that get it wrong are described all the same.
   PBYTEArray appPayload(segment + sizeof tpkt, length - sizeof tpkt);
   return decode(appPayload, tx_ip, rx_ip, tx_port, rx_port, upStreamPayload);
 }
 
 bool H323Parser::decode(PBYTEArray& appPayload, const u_int& tx_ip, const u_int& rx_ip, const u_int& tx_port,
                         const u_int& rx_port, PString& upStreamPayload) {
-  asn1::Effort effort;
   const Connection connection{tx_ip, rx_ip, tx_port, rx_port};
-  PPER_Stream stream(appPayload, effort);
-  if (!looksLikeQ931(appPayload) && h245MSCMsg.Decode(stream)) {
-    return handleH245MultimediaSystemControlMsg(h245MSCMsg, tx_ip, rx_ip, tx_port, rx_port, upStreamPayload, false);
+  if (!segmentEffort_) {
+    asn1::Effort effort;
+    return describe(appPayload, connection, effort, upStreamPayload);
   }
-  q931pdu.Decode(appPayload);  // as much of it as there is
-  if (!isTracing()) return describeCallSignalling(connection, effort, upStreamPayload, nullptr);
+  // Charges Q.931 messages without ASN.1 as well.
+  if (!segmentEffort_->spend(asn1::Effort::kMessage)) return false;
+  const bool forward = describe(appPayload, connection, *segmentEffort_, upStreamPayload);
+  if (forward) segmentEffort_->chargeReserve(asn1::Effort::kMessage);
+  return forward;
+}
+
+bool H323Parser::describe(const PBYTEArray& message, const Connection& connection, asn1::Effort& effort,
+                          PString& text) {
+  const std::uint32_t before = effort.left();
+  PPER_Stream stream(message, effort);
+  if (!looksLikeQ931(message) && h245MSCMsg_.Decode(stream)) {
+    const bool forward = handleH245MultimediaSystemControlMsg(h245MSCMsg_, connection.txIp, connection.rxIp,
+                                                              connection.txPort, connection.rxPort, text, false);
+    if (forward) effort.chargeReserve(before - effort.left());
+    return forward;
+  }
+  q931pdu_.Decode(message);  // the readable part of a faulty message is described
+  if (!isTracing()) return describeQ931(connection, effort, text, nullptr);
   std::ostringstream trace;
-  const bool forward = describeCallSignalling(connection, effort, upStreamPayload, &trace);
+  const bool forward = describeQ931(connection, effort, text, &trace);
   logger().info(trace.str());
   return forward;
 }
 
-bool H323Parser::describeCallSignalling(const Connection& connection, asn1::Effort& effort, PString& upStreamPayload,
-                                        std::ostream* trace) {
-  if (trace != nullptr) *trace << "\n=== Q931 Message ===\n" << q931pdu;
-  const PString callReference(q931pdu.GetCallReference());
-  upStreamPayload = "t:";
-  upStreamPayload += PString(q931pdu.GetMessageType());
-  upStreamPayload += "\nr:";
-  upStreamPayload += callReference;
-  upStreamPayload += '\n';
+bool H323Parser::describeQ931(const Connection& connection, asn1::Effort& effort, PString& text, std::ostream* trace) {
+  if (trace != nullptr) *trace << "\n=== Q931 Message ===\n" << q931pdu_;
+  const PString callReference(q931pdu_.GetCallReference());
+  text = "t:";
+  text += PString(q931pdu_.GetMessageType());
+  text += "\nr:";
+  text += callReference;
+  text += '\n';
 
-  if (!q931pdu.HasIE(Q931::UserUserIE)) return false;
-  PPER_Stream stream(q931pdu.GetIE(Q931::UserUserIE), effort);
-  if (!ui.Decode(stream)) return false;
-  const H225_H323_UU_PDU pdu = ui.h323_uu_pdu();
+  if (!q931pdu_.HasIE(Q931::UserUserIE)) return false;
+  const std::uint32_t before = effort.left();
+  PPER_Stream stream(q931pdu_.GetIE(Q931::UserUserIE), effort);
+  if (!ui_.Decode(stream)) return false;
+  const std::uint32_t cost = before - effort.left();
+  const H225_H323_UU_PDU pdu = ui_.h323_uu_pdu();
   if (trace != nullptr) *trace << "\n=== H323 Message ===\n" << pdu;
   const auto body = pdu.h323_message_body();
-  if (body.GetTag() == H225_H323_UU_PDU_h323_message_body::e_empty) {
-    return describeTunneledH245(pdu, connection, effort, upStreamPayload, trace);
-  }
-  return CallDescription(q931pdu, callReference, callMaps, olc, effort, upStreamPayload).append(body);
+  const bool isEmpty = body.GetTag() == H225_H323_UU_PDU_h323_message_body::e_empty;
+  const bool forward = isEmpty ? describeTunneledH245(pdu, connection, effort, text, trace)
+                               : CallDescription(q931pdu_, callReference, callMaps_, olc_, effort, text).append(body);
+  if (forward) effort.chargeReserve(cost);
+  return forward;
 }
 
 bool H323Parser::describeTunneledH245(const H225_H323_UU_PDU& pdu, const Connection& connection, asn1::Effort& effort,
-                                      PString& upStreamPayload, std::ostream* trace) {
+                                      PString& text, std::ostream* trace) {
   const auto h245Control = pdu.h245Control();
   if (!h245Control) return false;
   bool forward = false;
   for (const PASN_OctetString& element : *h245Control) {
-    const uint32_t before = effort.left();
+    const std::uint32_t before = effort.left();
     if (before == 0) break;
     PPER_Stream stream(element.GetValue(), effort);
-    if (!h245MSCMsg.Decode(stream)) continue;
-    if (trace != nullptr) *trace << "\n=== H245 Message ===\n" << h245MSCMsg;
-    if (!handleH245MultimediaSystemControlMsg(h245MSCMsg, connection.tx_ip, connection.rx_ip, connection.tx_port,
-                                              connection.rx_port, upStreamPayload, true)) {
+    if (!h245MSCMsg_.Decode(stream)) continue;
+    if (trace != nullptr) *trace << "\n=== H245 Message ===\n" << h245MSCMsg_;
+    if (!handleH245MultimediaSystemControlMsg(h245MSCMsg_, connection.txIp, connection.rxIp, connection.txPort,
+                                              connection.rxPort, text, true)) {
       continue;
     }
     forward = true;
-    effort.wasWorthIt(before);
+    effort.chargeReserve(before - effort.left());
   }
   return forward;
-}
-
-void H323Parser::getFastStartParams(H225_ArrayOf_PASN_OctetString& h245FastStartParams, PString& upStreamPayload) {
-  asn1::Effort effort;
-  appendFastStart(h245FastStartParams, olc, effort, upStreamPayload);
 }
 
 bool H323Parser::handleH245MultimediaSystemControlMsg(H245_MultimediaSystemControlMessage& message, const u_int& tx_ip,
                                                       const u_int& rx_ip, const u_int& tx_port, const u_int& rx_port,
                                                       PString& upStreamPayload, bool isTunneled) {
-  const Connection connection{tx_ip, rx_ip, tx_port, rx_port};
   if (isTracing()) {
     std::ostringstream trace;
     trace << "\n=== H245 Message ===\n" << message;
     logger().info(trace.str());
   }
-  const auto belongsToCall = [&](unsigned type, const char* complaint) {
-    return isTunneled || appendCallOf(connection, type, complaint, upStreamPayload);
-  };
+  return describeH245(message, {tx_ip, rx_ip, tx_port, rx_port}, isTunneled, upStreamPayload);
+}
 
+bool H323Parser::describeH245(const H245_MultimediaSystemControlMessageView& message, const Connection& connection,
+                              bool isTunneled, PString& text) {
   const auto response = message.response();
-  if (const auto ack = response ? response->openLogicalChannelAck() : std::nullopt) {
-    if (!belongsToCall(kOpenLogicalChannelAck, "Dropping pkt as received OLCAck does not match existing session")) {
-      return false;
-    }
-    upStreamPayload += "a:";
-    upStreamPayload += PString(ack->forwardLogicalChannelNumber());
-    upStreamPayload += ':';
-    appendAcknowledgedAddresses(*ack, upStreamPayload);
-    upStreamPayload += '\n';
+  if (const auto acknowledgement = response ? response->openLogicalChannelAck() : std::nullopt) {
+    if (!isTunneled && !appendCall(connection, kOpenLogicalChannelAck, kAcknowledgementWithoutCall, text)) return false;
+    appendAcknowledgement(*acknowledgement, text);
     return true;
   }
 
   const auto request = message.request();
   if (const auto channel = request ? request->openLogicalChannel() : std::nullopt) {
-    if (!belongsToCall(kOpenLogicalChannel, "Dropping pkt as received OLC does not match existing session")) {
-      return false;
-    }
-    appendLogicalChannel(*channel, upStreamPayload);
-    upStreamPayload += '\n';
+    if (!isTunneled && !appendCall(connection, kOpenLogicalChannel, kChannelWithoutCall, text)) return false;
+    appendLogicalChannel(*channel, text);
+    text += '\n';
     return true;
   }
 
   const auto indication = message.indication();
   const auto userInput = indication ? indication->userInput() : std::nullopt;
-  if (const auto digits = userInput ? userInput->alphanumeric() : std::nullopt) {
-    upStreamPayload += "i:";
-    upStreamPayload += *digits;
-    upStreamPayload += '\n';
-    logger().debug("H.245 DTMF Passed: ", *digits);
-  }
-  return false;  // digits alone are not worth a frame
+  if (const auto digits = userInput ? userInput->alphanumeric() : std::nullopt) appendDigits(*digits, text);
+  return false;  // digits are only forwarded beside a channel of the same Q.931 message
 }
 
-// Appends what names the message and its call; false if no call has announced either address.
-bool H323Parser::appendCallOf(const Connection& connection, unsigned messageType, const char* complaint,
-                              PString& upStreamPayload) {
-  const h245Addr tx = addressOf(connection.tx_ip, connection.tx_port);
-  const h245Addr rx = addressOf(connection.rx_ip, connection.rx_port);
-  upStreamPayload += "t:";
-  upStreamPayload += PString(messageType);
-  upStreamPayload += '\n';
-  auto callReference = callMaps.callOf(tx);
-  if (!callReference) callReference = callMaps.callOf(rx);
+bool H323Parser::appendCall(const Connection& connection, unsigned messageType, const char* complaint, PString& text) {
+  const h245Addr tx = addressOf(connection.txIp, connection.txPort);
+  const h245Addr rx = addressOf(connection.rxIp, connection.rxPort);
+  text += "t:";
+  text += PString(messageType);
+  text += '\n';
+  auto callReference = callMaps_.callOf(tx);
+  if (!callReference) callReference = callMaps_.callOf(rx);
   if (!callReference) {
-    logger().error(complaint);
-    logger().debug("Tx IP:Port=", tx, "\nRx IP:Port=", rx);
-    displayCallIdMap();
+    logUnknownCall(complaint, tx, rx);
     return false;
   }
-  upStreamPayload += "r:";
-  upStreamPayload += *callReference;
-  upStreamPayload += '\n';
+  text += "r:";
+  text += *callReference;
+  text += '\n';
   return true;
 }
 
+void H323Parser::logUnknownCall(const char* complaint, const h245Addr& tx, const h245Addr& rx) {
+  std::optional<std::string> line = complaint;
+  if (segmentEffort_) line = unknownCalls_.admit(complaint, LineLimit::Clock::now());
+  if (!line) return;
+  logger().error(*line);
+  logger().debug("Tx IP:Port=", tx, "\nRx IP:Port=", rx);
+  displayCallIdMap();
+}
+
+void H323Parser::getFastStartParams(H225_ArrayOf_PASN_OctetString& h245FastStartParams, PString& upStreamPayload) {
+  asn1::Effort effort;
+  appendFastStart(h245FastStartParams, olc_, effort, upStreamPayload);
+}
+
 bool H323Parser::isTracing() const {
-  return traceSignalling && logger().isInfoEnabled();
+  return traceSignalling_ && logger().isInfoEnabled();
 }

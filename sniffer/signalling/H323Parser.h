@@ -2,73 +2,86 @@
 
 #include <sys/types.h>
 
+#include <optional>
 #include <ostream>
 
-#include "signalling/CallMaps.h"
+#include "h323/base/PBYTEArray.h"
+#include "h323/base/PString.h"
 #include "h323/decoder/Effort.h"
 #include "h323/messages/H225.h"
 #include "h323/messages/H245.h"
-#include "signalling/MediaDescription.h"
-#include "h323/base/PBYTEArray.h"
-#include "h323/base/PString.h"
 #include "h323/messages/Q931.h"
+#include "signalling/CallMaps.h"
+#include "signalling/LineLimit.h"
+#include "signalling/MediaDescription.h"
 #include "statistics/Statistics.h"
 
-/// Describes H.323 signalling (Q.931 with H.225.0, H.245) in a few lines of text for the recorder: which call, who
-/// calls whom, and where the media goes.
+/// Describes H.323 signalling (Q.931 with H.225.0, H.245) in a few lines of text for the recorder: the call, its
+/// parties, and the addresses of its media.
 ///
-/// A line starts with a letter and a colon and ends with a line feed: "t:" message type (of Q.931; 130 and 131 are
+/// A line starts with a tag and ends with a line feed. The tags are "t:" message type (of Q.931; 130 and 131 are
 /// OpenLogicalChannel and its Ack on an H.245 connection of their own), "r:" call reference, "c:" call identifier, "s:"
-/// caller, "d:" callee, "i:" digits, "m:" proposed and "a:" accepted logical channel. Texts of the network stand in
-/// them as they came; they may hold line feeds and any octet but zero.
+/// caller, "d:" callee, "i:" digits, "m:" proposed and "a:" accepted logical channel. Texts from the network are copied
+/// unchanged and may contain line feeds and every octet but zero.
 ///
-/// H.245 on a connection of its own names no call; CallMaps remembers which call announced it.
+/// H.245 on a connection of its own names no call; CallMaps finds the call that announced the connection.
 ///
-/// What a segment costs is bounded, see asn1::Effort: behind a bomb nothing more of the segment is described.
+/// An asn1::Effort limits the cost of a segment. The rest of a segment that exceeds it is not described. With TCP
+/// reassembly beginSegment() says which messages belong to one segment.
 ///
-/// One thread calls parseH323(), and what it is made of. displayCallIdMap() may be called by any thread. Addresses are
-/// IPv4 in network byte order, as in_addr holds them, ports in host order; tx is the source of the segment and rx its
-/// destination. Nothing is thrown; what is wrong with a message is logged, and the message not described.
+/// One thread calls parseH323() and the operations that it consists of. Any thread may call displayCallIdMap().
+/// Addresses are IPv4 in network byte order, as in_addr holds them, ports are in host order; tx is the source of the
+/// segment and rx its destination. Throws nothing; a faulty message is logged and not described.
 class H323Parser {
  public:
-  /// RFC 1006: in front of each message. The fields as they stand in the segment.
+  /// The header before each message (RFC 1006), as it is in the segment.
   struct sniff_tpkt {
     u_char tpkt_version;
     u_char tpkt_reserved;
-    u_char tpkt_length[2];  ///< big-endian, this header included
+    u_char tpkt_length[2];  ///< big-endian, includes this header
   };
 
   using h245Addr = voip::CallMaps::h245Addr;
   using h245comp = voip::CallMaps::h245comp;
   using callrefcomp = voip::CallMaps::callrefcomp;
 
-  /// What is counted goes to `statistics`, which may be null and must outlive the parser.
-  explicit H323Parser(voip::Statistics* statistics = nullptr) : callMaps(statistics) {}
+  /// `statistics` may be null and must outlive the parser.
+  explicit H323Parser(voip::Statistics* statistics = nullptr) : callMaps_(statistics) {}
   H323Parser(const H323Parser&) = delete;
   H323Parser& operator=(const H323Parser&) = delete;
   virtual ~H323Parser() = default;
 
-  /// Describes one TCP segment. `payload` has `len` octets, the first `ourHdrLen` of which are not part of the segment.
-  /// `upStreamPayload` is empty on entry. True when the text is to be forwarded; when it is not, what is in it is of no
-  /// use.
+  /// Describes one TCP segment. `payload` has `len` octets, of which the first `ourHdrLen` are not part of the segment.
+  /// `upStreamPayload` is empty on entry. Returns true when the text is to be forwarded; otherwise the text is
+  /// meaningless.
   ///
-  /// Of several messages in a segment only the first one is described, and messages are not put together from several
-  /// segments. Who follows TCP streams hands in one complete TPKT, its header included, as if it were a segment: then
-  /// each message gets a text of its own, and nothing behind it is taken for a part of it.
+  /// Describes only the first of several messages in a segment and does not join messages from several segments. With
+  /// TCP reassembly the caller passes one complete TPKT with its header instead of a segment. Then each message has a
+  /// text of its own, and the octets after it are not taken for a part of it.
   bool parseH323(u_char* payload, int len, int ourHdrLen, const u_int& tx_ip, const u_int& rx_ip, const u_int& tx_port,
                  const u_int& rx_port, PString& upStreamPayload);
 
-  /// As parseH323(), for what is behind the TPKT header.
+  /// With TCP reassembly, to be called for each captured segment before the TPKTs that it completes. Without this call,
+  /// each call of parseH323() has an Effort of its own, so a segment with hundreds of TPKTs costs as much as hundreds
+  /// of segments. From the first call on:
+  /// - The TPKTs until the next call share one Effort. TPKTs that are described are charged to its reserve. After the
+  ///   Effort is used up, parseH323() returns false and logs nothing.
+  /// - The lines about an H.245 message that matches no call, and the maps after them, are logged at most once a
+  /// second.
+  ///   The first of these lines ends with the number of suppressed ones, if any.
+  void beginSegment() { segmentEffort_.emplace(); }
+
+  /// Like parseH323(), for the octets after the TPKT header.
   bool decode(PBYTEArray& appPayload, const u_int& tx_ip, const u_int& rx_ip, const u_int& tx_port,
               const u_int& rx_port, PString& upStreamPayload);
 
-  /// As parseH323(), for a decoded message of H.245. `isTunneled` says that it came inside a Q.931 message, which names
-  /// the call; else the call is the one that announced either address.
+  /// Like parseH323(), for a decoded H.245 message. `isTunneled`: the message was inside a Q.931 message, which names
+  /// the call. Otherwise the call is the one that announced the source or the destination.
   bool handleH245MultimediaSystemControlMsg(H245_MultimediaSystemControlMessage& message, const u_int& tx_ip,
                                             const u_int& rx_ip, const u_int& tx_port, const u_int& rx_port,
                                             PString& upStreamPayload, bool isTunneled);
 
-  // Each of these appends to `upStreamPayload` what it finds to describe: see MediaDescription.h.
+  // These operations append to `upStreamPayload`; MediaDescription.h documents their texts.
 
   void getFastStartParams(H225_ArrayOf_PASN_OctetString& h245FastStartParams, PString& upStreamPayload);
   void getRequestMediaParams(H245_RequestMessage& Request, PString& upStreamPayload) {
@@ -95,46 +108,56 @@ class H323Parser {
   void getMediaChannelAttributes(H245_TransportAddress& mediaChannel, PString& upStreamPayload) {
     voip::appendMediaAddress(mediaChannel, upStreamPayload);
   }
-  /// Not part of any description so far: RTCP is next to RTP.
+  /// No description contains media control channels.
   void getMediaControlChannelAttributes(H245_TransportAddress& mediaControlChannel, PString& upStreamPayload) {
     voip::appendMediaControlAddress(mediaControlChannel, upStreamPayload);
   }
 
   /// See CallMaps::announce().
-  void updateMaps(PString& callReference, h245Addr& addr) { callMaps.announce(callReference, addr); }
+  void updateMaps(PString& callReference, h245Addr& addr) { callMaps_.announce(callReference, addr); }
 
-  /// Logs at DEBUG what calls and addresses are known. Any thread.
-  void displayCallIdMap() { callMaps.display(); }
+  /// Logs the known calls and addresses at DEBUG. Any thread.
+  void displayCallIdMap() { callMaps_.display(); }
 
-  /// Whole messages go to the log at INFO. To be set before the first segment.
-  void setTraceSignalling(bool trace) { traceSignalling = trace; }
+  /// Whether to log each decoded message at INFO. To be set before the first segment.
+  void setTraceSignalling(bool trace) { traceSignalling_ = trace; }
 
  private:
   /// The two ends of a segment's connection.
   struct Connection {
-    const u_int& tx_ip;
-    const u_int& rx_ip;
-    const u_int& tx_port;
-    const u_int& rx_port;
+    u_int txIp;
+    u_int rxIp;
+    u_int txPort;
+    u_int rxPort;
   };
 
-  bool describeCallSignalling(const Connection& connection, asn1::Effort& effort, PString& upStreamPayload,
-                              std::ostream* trace);
+  // Each of these appends to `text` and returns whether that is to be forwarded. `trace` is null without a trace.
+
+  bool describe(const PBYTEArray& message, const Connection& connection, asn1::Effort& effort, PString& text);
+  bool describeQ931(const Connection& connection, asn1::Effort& effort, PString& text, std::ostream* trace);
   bool describeTunneledH245(const H225_H323_UU_PDU& pdu, const Connection& connection, asn1::Effort& effort,
-                            PString& upStreamPayload, std::ostream* trace);
-  bool appendCallOf(const Connection& connection, unsigned messageType, const char* complaint,
-                    PString& upStreamPayload);
+                            PString& text, std::ostream* trace);
+  bool describeH245(const H245_MultimediaSystemControlMessageView& message, const Connection& connection,
+                    bool isTunneled, PString& text);
+
+  /// Appends type and call reference of a message on an H.245 connection. When no call has announced either end of the
+  /// connection, logs `complaint` and returns false.
+  bool appendCall(const Connection& connection, unsigned messageType, const char* complaint, PString& text);
+  void logUnknownCall(const char* complaint, const h245Addr& tx, const h245Addr& rx);
   bool isTracing() const;
 
-  voip::CallMaps callMaps;
+  voip::CallMaps callMaps_;
 
-  // Decoded into again and again, so that a message costs no memory of its own.
-  H245_MultimediaSystemControlMessage h245MSCMsg;
-  Q931 q931pdu;
-  H225_H323_UserInformation ui;
-  H245_OpenLogicalChannel olc;
+  // Decode targets. They are members so that decoding allocates nothing.
+  H245_MultimediaSystemControlMessage h245MSCMsg_;
+  Q931 q931pdu_;
+  H225_H323_UserInformation ui_;
+  H245_OpenLogicalChannel olc_;
 
-  bool traceSignalling = false;
+  bool traceSignalling_ = false;
 
-  static H323Parser* h323Parser;  ///< for whoever wants one parser for the process; a dissector has its own
+  std::optional<asn1::Effort> segmentEffort_;  ///< set by beginSegment()
+  voip::LineLimit unknownCalls_;               ///< in use after beginSegment()
+
+  static H323Parser* h323Parser_;  ///< reserved for a parser of the process; null
 };

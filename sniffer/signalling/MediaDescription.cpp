@@ -1,19 +1,17 @@
 #include "signalling/MediaDescription.h"
 
-
-#include "h323/base/PIPSocket.h"
 #include "base/Logger.h"
+#include "h323/base/PIPSocket.h"
 
 namespace voip {
 
 namespace {
 
-
 void appendCodec(const char* direction, const H245_DataType& dataType, PString& text) {
   const auto audio = dataType.audioData();
   if (!audio) return;
   const unsigned tag = audio->GetTag();
-  // Only of G.711 at 64 kbit/s does the recorder want the frames per packet.
+  // The recorder reads the frames per packet of G.711 at 64 kbit/s only; the number of all other codecs is 0.
   const bool isG711 = tag == H245_AudioCapability::e_g711Alaw64k || tag == H245_AudioCapability::e_g711Ulaw64k;
   text += direction;
   text += audio->GetTagName();
@@ -28,15 +26,15 @@ void appendAddress(const char* channel, const char* protocol, const H245_Transpo
     logger().debug(channel, " Address is not Unicast. ", address.GetTagName(), " is not supported");
     return;
   }
-  const auto iPAddress = unicast->iPAddress();
-  if (!iPAddress) {
+  const auto ipAddress = unicast->iPAddress();
+  if (!ipAddress) {
     logger().debug(channel, " address is not IPv4. ", unicast->GetTagName(), " is not supported");
     return;
   }
   text += protocol;
-  text += PIPSocket::Address(iPAddress->network()).AsString();
+  text += PIPSocket::Address(ipAddress->network()).AsString();
   text += ' ';
-  text += PString(iPAddress->tsapIdentifier());
+  text += PString(ipAddress->tsapIdentifier());
 }
 
 }  // namespace
@@ -92,7 +90,7 @@ void appendMediaControlAddress(const H245_TransportAddress& address, PString& te
 void appendFastStart(const H225_ArrayOf_PASN_OctetString& elements, H245_OpenLogicalChannel& channel,
                      asn1::Effort& effort, PString& text) {
   for (const PASN_OctetString& element : elements) {
-    const uint32_t before = effort.left();
+    const std::uint32_t before = effort.left();
     if (before == 0) break;
     PPER_Stream stream(element.GetValue(), effort);
     if (!channel.Decode(stream)) {
@@ -101,7 +99,7 @@ void appendFastStart(const H225_ArrayOf_PASN_OctetString& elements, H245_OpenLog
     }
     appendLogicalChannel(channel, text);
     text += '\n';
-    effort.wasWorthIt(before);
+    effort.chargeReserve(before - effort.left());
   }
 }
 

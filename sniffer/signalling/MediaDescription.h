@@ -1,32 +1,33 @@
 #pragma once
 
+#include "h323/base/PString.h"
 #include "h323/decoder/Effort.h"
 #include "h323/messages/H225.h"
 #include "h323/messages/H245.h"
-#include "h323/base/PString.h"
 
 namespace voip {
 
-// What H.245 says about media channels, in the words that the recorder reads. Each of these appends to `text` what it
-// finds to describe, without a line feed unless it says so.
+// Descriptions of the media channels of H.245, in the form that the recorder reads. Each function appends to `text`
+// what its first argument contains of that, without a line feed at the end unless stated otherwise.
 
-/// An OpenLogicalChannel: "m:", its number and both directions.
+/// An OpenLogicalChannel: "m:", its number, ":", and both directions.
 void appendLogicalChannel(const H245_OpenLogicalChannelView& channel, PString& text);
-/// What an OpenLogicalChannelAck says about both directions.
+/// The media channels of both directions of an OpenLogicalChannelAck.
 void appendAcknowledgedAddresses(const H245_OpenLogicalChannelAck& acknowledgement, PString& text);
-/// "fcodec:" for audio, and where the media is to be sent.
+/// "fcodec:" and the codec for audio, then the media channel.
 void appendForwardChannel(const H245_OpenLogicalChannel_forwardLogicalChannelParameters& channel, PString& text);
-/// "rcodec:" for audio, and where the media is to be sent.
+/// "rcodec:" and the codec for audio, then the media channel.
 void appendReverseChannel(const H245_OpenLogicalChannel_reverseLogicalChannelParameters& channel, PString& text);
-/// "rtp:", address and port of the media channel, if there is one.
+/// "rtp:", address and port of the media channel.
 void appendMediaChannel(const H245_H2250LogicalChannelParameters& parameters, PString& text);
 void appendMediaChannel(const H245_H2250LogicalChannelAckParameters& parameters, PString& text);
-/// "rtp:", address and port, if that is IPv4.
+/// "rtp:", address and port. Logs an address other than IPv4 at DEBUG.
 void appendMediaAddress(const H245_TransportAddress& address, PString& text);
-/// "rtcp:", address and port, if that is IPv4.
+/// "rtcp:", address and port. Logs an address other than IPv4 at DEBUG.
 void appendMediaControlAddress(const H245_TransportAddress& address, PString& text);
 
-/// A line for each element that is an OpenLogicalChannel, decoded into `channel` at the cost of `effort`.
+/// A line for each element that is an OpenLogicalChannel. The elements are decoded into `channel` and charged to
+/// `effort`.
 void appendFastStart(const H225_ArrayOf_PASN_OctetString& elements, H245_OpenLogicalChannel& channel,
                      asn1::Effort& effort, PString& text);
 

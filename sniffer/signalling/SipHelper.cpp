@@ -8,7 +8,7 @@ namespace {
 constexpr bool kQuickTestOnly = true;
 constexpr int kStartLineLimit = 17;
 
-// isspace() and toupper() of the C locale, inline: each datagram takes twenty of them.
+// isspace() and toupper() of the C locale as inline functions: the test of a datagram calls them twenty times.
 constexpr bool isWhite(u_char c) {
   return c == ' ' || (c >= '\t' && c <= '\r');
 }

@@ -11,9 +11,9 @@ namespace {
 
 constexpr std::string_view kVersion = "SIP/2.0";
 
-// A stream is not believed for longer.
-constexpr std::size_t kLongestMethod = 32;
-constexpr std::size_t kLongestLine = 8'192;
+// Limits of a plausible start line. A stream that exceeds one is not SIP.
+constexpr std::size_t kMaxMethodLength = 32;
+constexpr std::size_t kMaxLineLength = 8'192;
 
 bool isAlpha(char c) {
   return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
@@ -27,7 +27,7 @@ bool isTokenCharacter(char c) {
   return isAlphanumericOr("-.!%*_+`'~", c);
 }
 
-// Octets above 127 have to be escaped, but not everybody does.
+// Octets above 127 must be escaped, but some senders do not.
 bool isUriCharacter(unsigned char c) {
   return c > ' ' && c != 127;
 }
@@ -36,17 +36,17 @@ std::string_view textOf(std::span<const std::uint8_t> octets) {
   return {reinterpret_cast<const char*>(octets.data()), octets.size()};
 }
 
-/// Takes the longest front of which all characters fit.
+/// Removes the longest beginning whose characters all satisfy `fits`, and returns it.
 template <typename Predicate>
 std::string_view takeWhile(std::string_view& text, Predicate fits) {
   const auto end = std::find_if_not(text.begin(), text.end(), fits);
-  const std::string_view front = text.substr(0, static_cast<std::size_t>(end - text.begin()));
-  text.remove_prefix(front.size());
-  return front;
+  const std::string_view beginning = text.substr(0, static_cast<std::size_t>(end - text.begin()));
+  text.remove_prefix(beginning.size());
+  return beginning;
 }
 
-/// As far as `text` goes, it is `wanted` in any case.
-bool agrees(std::string_view text, std::string_view wanted) {
+/// True when `text` begins with `wanted`, or is a beginning of it, in any case.
+bool startsLike(std::string_view text, std::string_view wanted) {
   const std::size_t length = std::min(text.size(), wanted.size());
   return strncasecmp(text.data(), wanted.data(), length) == 0;
 }
@@ -57,8 +57,8 @@ Likeness lineEnd(std::string_view text) {
   return text.front() == '\n' ? Likeness::kYes : Likeness::kNo;
 }
 
-/// A scheme, a colon, and at least one character more.
-Likeness uri(std::string_view& text) {
+/// Removes a URI: a scheme, a colon, and at least one more character.
+Likeness takeUri(std::string_view& text) {
   if (!text.empty() && !isAlpha(text.front())) return Likeness::kNo;
   takeWhile(text, [](char c) { return isAlphanumericOr("+-.", c); });
   if (text.empty()) return Likeness::kPerhaps;
@@ -68,12 +68,12 @@ Likeness uri(std::string_view& text) {
   return text.empty() ? Likeness::kPerhaps : Likeness::kYes;
 }
 
-/// What comes after the method. `isComplete`: the text has the version whole.
-Likeness afterMethod(std::string_view text, bool& isComplete) {
-  if (const Likeness likeness = uri(text); likeness != Likeness::kYes) return likeness;
+/// Whether `text` is what follows the method and its blank. Sets `isComplete` when it contains the whole version.
+Likeness restOfRequestLine(std::string_view text, bool& isComplete) {
+  if (const Likeness likeness = takeUri(text); likeness != Likeness::kYes) return likeness;
   if (text.front() != ' ') return Likeness::kNo;
   text.remove_prefix(1);
-  if (!agrees(text, kVersion)) return Likeness::kNo;
+  if (!startsLike(text, kVersion)) return Likeness::kNo;
   isComplete = text.size() >= kVersion.size();
   return isComplete ? lineEnd(text.substr(kVersion.size())) : Likeness::kPerhaps;
 }
@@ -82,26 +82,26 @@ Likeness afterMethod(std::string_view text, bool& isComplete) {
 
 Likeness beginsSip(std::span<const std::uint8_t> octets) {
   std::string_view text = textOf(octets);
-  if (agrees(text, kVersion)) {
+  if (startsLike(text, kVersion)) {
     if (text.size() <= kVersion.size()) return Likeness::kPerhaps;
     return text[kVersion.size()] == ' ' ? Likeness::kYes : Likeness::kNo;
   }
   const std::size_t method = takeWhile(text, isTokenCharacter).size();
-  if (method == 0 || method > kLongestMethod) return Likeness::kNo;
+  if (method == 0 || method > kMaxMethodLength) return Likeness::kNo;
   if (text.empty()) return Likeness::kPerhaps;
   if (text.front() != ' ') return Likeness::kNo;
   bool isComplete = false;
-  const Likeness likeness = afterMethod(text.substr(1), isComplete);
-  return likeness == Likeness::kPerhaps && text.size() > kLongestLine ? Likeness::kNo : likeness;
+  const Likeness likeness = restOfRequestLine(text.substr(1), isComplete);
+  return likeness == Likeness::kPerhaps && text.size() > kMaxLineLength ? Likeness::kNo : likeness;
 }
 
 bool isSipRequestWithAnyUri(std::span<const std::uint8_t> datagram) {
   std::string_view text = textOf(datagram);
   text.remove_prefix(std::min(text.find_first_not_of("\r\n"), text.size()));
-  // Most of what is asked about is RTP, and ends here.
+  // Most datagrams are RTP and end here.
   if (takeWhile(text, isTokenCharacter).empty() || !text.starts_with(' ')) return false;
   bool isComplete = false;
-  const Likeness likeness = afterMethod(text.substr(1), isComplete);
+  const Likeness likeness = restOfRequestLine(text.substr(1), isComplete);
   return likeness == Likeness::kYes || (likeness == Likeness::kPerhaps && isComplete);
 }
 

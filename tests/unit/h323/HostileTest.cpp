@@ -1,5 +1,5 @@
-// What no decent encoder sends: lengths that lie, bombs, and the limits they run into. Messages cut short and bent are
-// the business of the fuzzers and of the parser's tests.
+// Input that no correct encoder writes: false lengths, bombs, and the limits of the decoder. The fuzzers and the
+// parser's tests cover damaged messages.
 
 #include <gtest/gtest.h>
 
@@ -10,14 +10,14 @@
 
 namespace {
 
-using Octets = std::vector<uint8_t>;
+using Octets = std::vector<std::uint8_t>;
 using asn1::Effort;
 using asn1::Value;
 
-// A type decoded from exactly these octets, which are on the heap so that a sanitizer sees each read behind them.
+/// A type decoded from exactly these octets, which are on the heap so that a sanitizer finds a read beyond them.
 class Decoded {
  public:
-  Decoded(const asn1::Type& type, Octets octets, uint32_t steps = Effort::kSteps) : octets_(std::move(octets)) {
+  Decoded(const asn1::Type& type, Octets octets, std::uint32_t steps = Effort::kSteps) : octets_(std::move(octets)) {
     octets_.shrink_to_fit();
     Effort effort;
     effort.spend(Effort::kSteps - steps);
@@ -29,7 +29,7 @@ class Decoded {
   const Value& operator*() const { return *value_; }
   const Value* operator->() const { return value_; }
   bool failed() const { return value_->type == nullptr; }
-  uint32_t spent = 0;
+  std::uint32_t spent = 0;
 
  private:
   Octets octets_;
@@ -43,7 +43,7 @@ Octets concat(std::initializer_list<Octets> parts) {
   return all;
 }
 
-// Numbers at the limits of the ways there are to code them.
+// Numbers at the limits of each coding.
 TEST(Hostile, Numbers) {
   const asn1::Type &any = asn1::Integer<>, &positive = asn1::Integer<1, asn1::kMax>;
   EXPECT_EQ(Decoded(asn1::Integer<0, 9>, {0x90})->number, 9);
@@ -58,7 +58,7 @@ TEST(Hostile, Numbers) {
   EXPECT_TRUE(Decoded(asn1::Integer<1, 65535>, {0xFF, 0xFF}).failed());
   EXPECT_TRUE(Decoded(asn1::Integer<0, 16777215>, {0xC0, 1, 2, 3, 4}).failed());
   EXPECT_TRUE(Decoded(asn1::Integer<1, 4294967295>, {0xC0, 0xFF, 0xFF, 0xFF, 0xFF}).failed());
-  for (const uint8_t length : {0x00, 0xC1}) {
+  for (const std::uint8_t length : {0x00, 0xC1}) {
     EXPECT_TRUE(Decoded(any, {length}).failed() && Decoded(positive, {length}).failed());
   }
 }
@@ -69,17 +69,17 @@ TEST(Hostile, Lengths) {
   for (const Octets& octets : {Octets{}, {1}, {0x80}, {0xBF, 0xFF}, {0xC0, 0, 0}, {0xC1, 0, 0}, {0xC5, 0}, {0xFF, 0}}) {
     EXPECT_TRUE(Decoded(any, octets).failed());
   }
-  // Fragments come together whatever they hold; one that is followed by no length is not complete.
+  // The decoder joins fragments. A fragment without a length after it is incomplete.
   const Octets fragment(16384, 0x5A);
   const Decoded whole(any, concat({{0xC1}, fragment, {0xC1}, fragment, {2, 1, 2}}));
   ASSERT_EQ(whole->length, 2 * 16384 + 2);
   EXPECT_EQ(whole->octets[2 * 16384 + 1], 2);
   EXPECT_TRUE(Decoded(any, concat({{0xC1}, fragment})).failed());
   EXPECT_EQ(Decoded(asn1::BitString<>, concat({{0xC1}, Octets(2048, 0xFF), {3, 0xE0}}))->length, 16384 + 3);
-  // What is copied has a limit.
+  // Copied octets have a limit.
   EXPECT_TRUE(Decoded(any, concat({{0xC4}, Octets(65536), {1, 1}})).failed());
 
-  // Four bits a character; not all of them are one.
+  // Characters of four bits, some of which are not in the alphabet.
   const auto& digits = asn1::IA5StringFrom<asn1::h245::kDialedDigits, 1, 128>;
   const Decoded text(digits, {0x18, 0x01, 0x23, 0x45, 0x67, 0x89, 0xAB, 0xC0});  // 13 of them
   EXPECT_EQ(asn1::text(*text), "#*,0123456789");
@@ -91,9 +91,9 @@ inline constexpr asn1::Sequence kOlder({{"number", asn1::Integer<0, 255>}, asn1:
 inline constexpr asn1::Choice kAlternatives(
     {{"one", asn1::Null}, {"two", asn1::Null}, asn1::kExtensible, {"three", asn1::Boolean}});
 
-// What a later version added is passed over by its length, and nothing else is.
+// The decoder skips additions of a later version by their length, and nothing else.
 TEST(Hostile, Extensions) {
-  // Additions: flag, in 3 octets, and one nobody knows in 2.
+  // Additions: the flag in 3 octets and an unknown one in 2.
   const Decoded later(kOlder, {0x80, 7, 0x03, 0x80, 3, 0x80, 0xFF, 0xFF, 2, 0xFF, 0xFF});
   ASSERT_FALSE(later.failed());
   EXPECT_EQ(later->child->number, 7);
@@ -101,10 +101,10 @@ TEST(Hostile, Extensions) {
   EXPECT_EQ(later->child->next->number, 1);
   EXPECT_EQ(later->child->next->next, nullptr);
   EXPECT_TRUE(Decoded(kOlder, {0x80, 7, 0x03, 0x80, 3, 0x80, 0xFF, 0xFF, 3, 0xFF, 0xFF}).failed());
-  EXPECT_TRUE(Decoded(kOlder, {0x80, 7, 0x03, 0x80, 0, 2, 0xFF, 0xFF}).failed());  // no room for the flag
+  EXPECT_TRUE(Decoded(kOlder, {0x80, 7, 0x03, 0x80, 0, 2, 0xFF, 0xFF}).failed());  // no octet for the flag
   EXPECT_TRUE(Decoded(kOlder, {0x80, 7, 0xFF}).failed());                          // more additions than octets
-  EXPECT_TRUE(Decoded(kOlder, {0x80, 7, 0x80, 0}).failed());                       // additions, but none
-  // Its part of a message may itself be in fragments.
+  EXPECT_TRUE(Decoded(kOlder, {0x80, 7, 0x80, 0}).failed());                       // a list of no additions
+  // An addition may be in fragments.
   EXPECT_EQ(Decoded(kOlder, concat({{0x80, 7, 0x01, 0xC1, 0x80}, Octets(16383), {1, 0}}))->child->next->number, 1);
 
   EXPECT_EQ(Decoded(kAlternatives, {0x80, 1, 0x80})->child->number, 1);
@@ -118,13 +118,12 @@ TEST(Hostile, Extensions) {
 extern inline const asn1::Choice<2> kNested;
 inline constexpr asn1::Choice<2> kNested({{"deeper", kNested}, {"end", asn1::Null}});
 
-// Memory, depth, and work that is out of all proportion to the octets: 16,383 presence bits, or thousands of additions
-// that nobody knows.
+// Memory, depth, and work out of proportion to the octets: 16,383 presence bits, or thousands of unknown additions.
 TEST(Hostile, BombsEndAtTheLimits) {
-  // A bit a level.
+  // One bit nests one level.
   EXPECT_FALSE(Decoded(kNested, {0x00, 0x00, 0x80}).failed());
   EXPECT_TRUE(Decoded(kNested, Octets(100)).failed());
-  // 4,096 lists of 127 NULLs, which take no bits, from 4,096 octets.
+  // 4,096 octets make 4,096 lists of 127 NULLs, because a NULL takes no bits.
   const auto& lists = asn1::SequenceOf<asn1::SequenceOf<asn1::Null>>;
   EXPECT_TRUE(Decoded(lists, concat({{0x90, 0x00}, Octets(4096, 127)})).failed());
   EXPECT_TRUE(Decoded(asn1::SequenceOf<asn1::Null>, {0xBF, 0xFF}).failed());

@@ -6,9 +6,9 @@
 
 namespace {
 
-using Octets = std::vector<uint8_t>;
+using Octets = std::vector<std::uint8_t>;
 
-// The octets are kept, for a message is a view of them.
+/// A message with the octets that it is a view of.
 struct Message : Q931 {
   explicit Message(std::string_view hex) { decode(hex); }
   bool decode(std::string_view hex) {
@@ -25,7 +25,7 @@ TEST(Q931, Header) {
   EXPECT_EQ(message.GetCallReference(), 0x7FFF);
   EXPECT_TRUE(message.IsFromDestination());
   EXPECT_EQ(message.GetMessageType(), Q931::SetupMsg);
-  // Too short, or a call reference too long: the message before stays.
+  // A message that is too short or has too long a call reference leaves the header of the previous one.
   EXPECT_FALSE(message.decode("08020001"));
   EXPECT_FALSE(message.decode("0803000001"));
   EXPECT_EQ(message.GetCallReference(), 0x7FFF);
@@ -41,14 +41,14 @@ TEST(Q931, Header) {
 }
 
 TEST(Q931, Elements) {
-  // One octet, two alike, and a User-user with its discriminator.
+  // A one-octet element, a repeated element, and User-user with its discriminator.
   Message message("0802000105a1280161280262637e000405aabbcc");
   EXPECT_TRUE(message.HasIE(0xA1) && message.GetIE(0xA1).IsEmpty());
   EXPECT_EQ(message.contentsOf(0x28), (Octets{0x62, 0x63}));
   EXPECT_EQ(message.contentsOf(Q931::UserUserIE), (Octets{0xAA, 0xBB, 0xCC}));
   EXPECT_FALSE(message.HasIE(Q931::CalledPartyNumberIE));
   EXPECT_FALSE(message.HasIE(0x100));
-  // What stands in front of a fault is there; nothing of the message before is.
+  // The elements before a fault are present, those of the previous message are not.
   for (const char* fault : {"28", "280261", "7e00", "7e0000", "7e0001", "7e000305aa"}) {
     SCOPED_TRACE(fault);
     EXPECT_FALSE(message.decode(std::string("0802000105040188") + fault));
@@ -59,7 +59,7 @@ TEST(Q931, Elements) {
   EXPECT_FALSE(message.HasIE(4));
 }
 
-// Octet 3a is there when octet 3 has bit 8 clear, octet 3b when 3a has.
+// Octet 3a is present when bit 8 of octet 3 is clear, octet 3b when bit 8 of octet 3a is clear.
 TEST(Q931, PartyNumbers) {
   const std::pair<std::string, const char*> cases[] = {
       {"03813132", "12"}, {"0401803132", "12"}, {"050100003132", "12"}, {"06813132003334", "12"}, {"00", ""},

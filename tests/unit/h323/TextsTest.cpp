@@ -2,9 +2,9 @@
 
 #include <memory>
 
-#include "support/Segments.h"
-#include "h323/messages/H225.h"
 #include "h323/base/OpalGloballyUniqueID.h"
+#include "h323/messages/H225.h"
+#include "support/Segments.h"
 
 namespace {
 
@@ -23,7 +23,7 @@ TEST(Texts, EndAtTheirFirstZero) {
   EXPECT_EQ(OpalGloballyUniqueID(PBYTEArray()).AsString(), "00000000-0000-0000-0000-000000000000");
 }
 
-// Encoded aliases. Those of the other kinds are in the calls that the parser's tests describe.
+// The calls in the parser's tests contain the other kinds of aliases.
 TEST(Texts, Aliases) {
   const struct {
     const char* encoded;

@@ -40,7 +40,7 @@ TEST(CallMaps, FollowAnnouncementsAndReleases) {
                                       "DEBUG h245Map --- Key = 10.0.0.1:7000, Value = 10"}));
   EXPECT_EQ(calls.callOf(first), "9");
 
-  // Another call takes the address over; then a release by the first call takes it from that one.
+  // Another call takes the address over. The release of the first call removes it all the same.
   calls.announce("10", second);
   EXPECT_EQ(calls.callOf(second), "10");
   log.take();
@@ -48,7 +48,7 @@ TEST(CallMaps, FollowAnnouncementsAndReleases) {
   EXPECT_EQ(log.take(), (Events{"DEBUG Erased 9 and 10.0.0.1:6000 from Call Reference Map",
                                 "DEBUG Erased 10.0.0.1:6000 and 9 from H245 Map"}));
   EXPECT_FALSE(calls.callOf(second));
-  // Unknown calls and calls whose address is gone.
+  // Unknown calls, and a call whose address is removed already.
   calls.release("9");
   EXPECT_EQ(log.take(), Events());
   calls.release("10");
@@ -57,15 +57,15 @@ TEST(CallMaps, FollowAnnouncementsAndReleases) {
                                       "DEBUG h245Map --- Key = 10.0.0.1:7000, Value = 10"}));
 }
 
-// Whatever was announced and released before, an address belongs to the call that announced it last, and the order of
-// what is logged is h245comp's wherever that has one.
+// An address belongs to the call that announced it last, whatever was announced and released before. AddressOrder
+// agrees with h245comp.
 TEST(CallMaps, FindWhatIsEqual) {
   TestLog log;
   log.setLevel(log4cxx::Level::getError());
   std::mt19937 random(7);
   for (const unsigned spread : {4U, 60U, 20000U}) {
     CallMaps calls;
-    std::map<Address, std::string, CallMaps::h245order> owners;
+    std::map<Address, std::string, CallMaps::AddressOrder> owners;
     std::map<std::string, Address> lasts;
     for (int step = 0; step < 30000; ++step) {
       const std::string call = std::to_string(random() % spread);
@@ -84,7 +84,7 @@ TEST(CallMaps, FindWhatIsEqual) {
     }
   }
   const CallMaps::h245comp before;
-  const CallMaps::h245order order;
+  const CallMaps::AddressOrder order;
   const Address addresses[] = {{"10.0.0.1", 9}, {"10.0.0.2", 8}, {"10.0.0.10", 9}, {"9.0.0.1", 8}, {"10.0.0.1", 8}};
   for (const Address& a : addresses) {
     for (const Address& b : addresses) {
@@ -100,7 +100,7 @@ TEST(CallMaps, ForgetTheAddressAnnouncedLongestAgo) {
   log.setLevel(log4cxx::Level::getWarn());
   Statistics statistics;
   CallMaps calls(&statistics);
-  for (unsigned port = 0; port < CallMaps::kMostAddresses; ++port) calls.announce(PString(port), {"a", port});
+  for (unsigned port = 0; port < CallMaps::kMaxAddresses; ++port) calls.announce(PString(port), {"a", port});
   calls.announce("again", {"a", 0});
   calls.announce("new", {"b", 1});
   calls.announce("newer", {"b", 2});
@@ -108,14 +108,14 @@ TEST(CallMaps, ForgetTheAddressAnnouncedLongestAgo) {
   EXPECT_EQ(calls.callOf({"a", 0}), "again");
   EXPECT_FALSE(calls.callOf({"a", 1}) || calls.callOf({"a", 2}));
   EXPECT_EQ(calls.callOf({"a", 3}), "3");
-  // A call whose last address is forgotten takes it from nobody any more; another address of it stays.
+  // A call whose last address is forgotten does not remove it from another call.
   calls.announce("newest", {"a", 1});
   calls.release("1");
   EXPECT_EQ(calls.callOf({"a", 1}), "newest");
   EXPECT_EQ(log.take().size(), 1);
 }
 
-// The thread that ends the sniffer has the maps logged while the other may still be at a segment.
+// The thread that ends the sniffer logs the maps while another thread may still describe a segment.
 TEST(CallMaps, AreLoggedWhileTheyChange) {
   TestLog log;
   CallMaps calls;

@@ -1,21 +1,22 @@
-// Segments in, texts and log events out.
+// Passes segments to the parser and compares texts and log events.
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstring>
 #include <memory>
 #include <random>
 
+#include "signalling/H323Parser.h"
 #include "support/Segments.h"
 #include "support/TestLog.h"
-#include "signalling/H323Parser.h"
 
 using namespace voip;
 
 namespace {
 
-// Whether it is forwarded, and the text.
+/// Whether the segment is forwarded, and the text.
 using Description = std::pair<bool, std::string>;
 
 Description describe(H323Parser& parser, Segment segment) {
@@ -28,9 +29,9 @@ Description describe(H323Parser& parser, Segment segment) {
 
 constexpr std::size_t kTpkt = kHeaderLength;
 constexpr std::size_t kMessage = kTpkt + kTpktLength;
-constexpr std::size_t kMessageType = kMessage + 4;  // behind a call reference of two octets
+constexpr std::size_t kMessageType = kMessage + 4;  // after a call reference of two octets
 
-// Text and log; but for the calls that are logged when one is not found, which CallMaps is tested for.
+// Ignores the log lines of the call maps, which the test of CallMaps compares.
 TEST(Description, IsWhatEachRecordingExpects) {
   TestLog log;
   std::string events;
@@ -48,7 +49,7 @@ TEST(Description, IsWhatEachRecordingExpects) {
   EXPECT_EQ(events, contentsOf(TEST_FILES "/signalling/events.log"));
 }
 
-// A trace is one event a segment, and one more in front for each tunnelled message.
+// A segment is traced in one event, after one event for each tunnelled message.
 TEST(Description, IsTracedAsRecorded) {
   TestLog log;
   for (const char* call : kCalls) {
@@ -69,7 +70,7 @@ TEST(Description, IsTracedAsRecorded) {
   }
 }
 
-// Media control channels are described like media channels, though no message has them described.
+// No description contains a media control channel, so the test calls its operation itself.
 TEST(Description, OfAMediaControlChannelDiffersInItsNameOnly) {
   TestLog log;
   const auto describeBoth = [&, parser = std::make_unique<H323Parser>()](std::string_view encoded) {
@@ -98,7 +99,7 @@ TEST(Description, NeedsATpktHeaderButNotItsLength) {
   const auto changed = [&](std::size_t size, std::initializer_list<std::pair<std::size_t, u_char>> octets) {
     Segment segment = call;
     segment.payload.resize(kTpkt + size);
-    segment.payload.shrink_to_fit();  // so that a sanitizer sees what is read behind the end
+    segment.payload.shrink_to_fit();  // so that a sanitizer finds a read beyond the end
     for (const auto& [at, octet] : octets) segment.payload.at(kTpkt + at) = octet;
     return describe(parser, segment);
   };
@@ -108,15 +109,15 @@ TEST(Description, NeedsATpktHeaderButNotItsLength) {
   EXPECT_EQ(changed(whole, {{0, 2}}), nothing);
   EXPECT_EQ(changed(whole, {{2, 0}, {3, 0}}), nothing);
   EXPECT_EQ(changed(whole, {{1, 77}, {2, 0}, {3, 1}}), expected);
-  // What follows the message in its segment is read as information elements, and is none.
+  // Octets after the message are read as information elements. A single octet is none.
   EXPECT_EQ(changed(whole + 1, {}), expected);
-  // A header alone: the type and the reference of the message before, which is not a message.
+  // After a header alone the parser still has the type and the reference of the previous message, but no body.
   EXPECT_EQ(changed(kTpktLength, {}), (Description{false, call.text.substr(0, call.text.find("c:"))}));
-  // The length is counted in 16 bits.
+  // The parser keeps the length in 16 bits.
   for (const std::size_t size : {65536, 65536 + 3}) EXPECT_EQ(changed(size, {}), nothing);
 }
 
-// H.245 is tried first, on every segment. And the type says what body there must be.
+// The parser tries H.245 first on every segment, whatever the call reference. The body must match the type.
 TEST(Description, GoesByCallReferenceAndTypeWhateverTheyAre) {
   TestLog log;
   log.setLevel(log4cxx::Level::getError());
@@ -138,7 +139,7 @@ TEST(Description, GoesByCallReferenceAndTypeWhateverTheyAre) {
   }
 }
 
-// Texts of the network are passed on as they are, but for what is behind a zero.
+// The parser copies texts from the network unchanged up to the first zero.
 TEST(Description, TakesTheNumbersOfQ931ForMissingAliasesWhateverIsInThem) {
   TestLog log;
   H323Parser parser;
@@ -149,7 +150,13 @@ TEST(Description, TakesTheNumbersOfQ931ForMissingAliasesWhateverIsInThem) {
   EXPECT_EQ(describe(parser, setup), (Description{true, setup.text}));
 }
 
-// Messages of H.245 in one of Q.931.
+Segment segmentFrom(const std::string& hex) {
+  Segment segment;
+  segment.payload = fromHex(std::string(2 * kHeaderLength, '0') + hex);
+  return segment;
+}
+
+/// A Q.931 message with tunnelled H.245 messages.
 Segment tunnelled(const std::vector<std::string>& elements) {
   const auto sized = [](const std::string& octets, std::size_t size, unsigned flag) {
     return std::string{static_cast<char>(flag | size >> 8), static_cast<char>(size)} + octets;
@@ -160,15 +167,13 @@ Segment tunnelled(const std::vector<std::string>& elements) {
   const auto empty = fromHex("052810010004c00180"), facility = fromHex("0300200008020001627e");
   const std::string body = std::string(empty.begin(), empty.end()) + sized(list, list.size(), 0x80);
   const std::string message = std::string(facility.begin(), facility.end()) + sized(body, body.size(), 0);
-  Segment segment;
-  segment.payload = fromHex(std::string(2 * kHeaderLength, '0'));
+  Segment segment = segmentFrom("");
   segment.payload.insert(segment.payload.end(), message.begin(), message.end());
   return segment;
 }
 
-// Hundreds of channels are described; what is behind thousands of messages that come to nothing is not, however well
-// each of them does by itself.
-TEST(Description, EndsWhereASegmentIsNotWorthTheWork) {
+// Hundreds of channels are described, but a channel after thousands of useless messages is not.
+TEST(Description, EndsWhenTheEffortOfASegmentIsUsedUp) {
   TestLog log;
   log.setLevel(log4cxx::Level::getError());
   H323Parser parser;
@@ -188,13 +193,61 @@ TEST(Description, EndsWhereASegmentIsNotWorthTheWork) {
   }
 }
 
-// Whatever is cut off or turned over, the next whole message is described as if nothing had been. The maps apart, a
-// parser has no memory.
+// Without beginSegment() each call stands for a segment. After it, small TPKTs that are not described use up the effort
+// that they share; described ones do not.
+TEST(Description, SharesTheEffortOfASegmentAmongItsTpkts) {
+  TestLog log;
+  log.setLevel(log4cxx::Level::getError());
+  H323Parser parser;
+  const Segment call = segmentOf(kCalls[0], "t:5");
+  const Segment channel = segmentFrom("03000018030000640c2013800b0d0001000a140002138900");
+  const auto isDescribedAfter = [&](const Segment& useless) {
+    for (int i = 0; i < 1000; ++i) describe(parser, useless);
+    return describe(parser, call) == Description{true, call.text};
+  };
+  const std::string complaint = "ERROR Dropping pkt as received OLC does not match existing session";
+  EXPECT_TRUE(isDescribedAfter(channel));
+  EXPECT_EQ(log.count(complaint), 1000);
+  log.take();
+
+  for (const char* useless : {"0300000500", "030000090802000105", "0300000762c0c4"}) {
+    parser.beginSegment();
+    EXPECT_FALSE(isDescribedAfter(segmentFrom(useless))) << useless;
+  }
+  parser.beginSegment();
+  EXPECT_FALSE(isDescribedAfter(channel));
+  const auto complaints = log.take();
+  EXPECT_EQ(complaints.at(0), complaint);
+  EXPECT_LT(complaints.size(), 50);
+
+  PString callReference("7");
+  H323Parser::h245Addr address("0.0.0.0", 0);
+  parser.updateMaps(callReference, address);
+  parser.beginSegment();
+  for (int i = 0; i < 341; ++i) ASSERT_TRUE(describe(parser, channel).first);
+  EXPECT_EQ(describe(parser, call), (Description{true, call.text}));
+}
+
+TEST(LineLimit, AdmitsOneLineASecondAndCountsTheOthers) {
+  LineLimit limit;
+  const auto admitted = [&](int milliseconds) {
+    return limit.admit("line", LineLimit::Clock::time_point(std::chrono::milliseconds(milliseconds))).value_or("");
+  };
+  EXPECT_EQ(admitted(0), "line");
+  EXPECT_EQ(admitted(0), "");
+  EXPECT_EQ(admitted(999), "");
+  EXPECT_EQ(admitted(1000), "line (2 such lines suppressed)");
+  EXPECT_EQ(admitted(1999), "");
+  EXPECT_EQ(admitted(5000), "line (1 such lines suppressed)");
+  EXPECT_EQ(admitted(9000), "line");
+}
+
+// A damaged message has no effect on the description of the next one: the parser keeps no state but the call maps.
 TEST(Description, SurvivesDamage) {
   TestLog log;
   log.setLevel(log4cxx::Level::getInfo());
   H323Parser parser;
-  parser.setTraceSignalling(true);  // printed as well, for nobody to read
+  parser.setTraceSignalling(true);  // so that printing is tested as well
   std::mt19937 random(1);
   const Segment whole = segmentOf(kCalls[0], "t:5");
   const auto segments = readSegments(kRandom);

@@ -5,10 +5,9 @@
 #include <algorithm>
 #include <string>
 
-
 namespace {
 
-/// The text in a buffer that ends right behind what a test may read, so that the sanitizer sees one byte too many.
+/// The text in a buffer of as many bytes as a test may read, so that the sanitizer finds a read beyond them.
 struct Payload {
   explicit Payload(const std::string& text) : start(new u_char[20]()) {
     std::copy_n(text.begin(), std::min<std::size_t>(text.size(), 20), start);
@@ -39,7 +38,7 @@ TEST(SipHelper, RecognisesStartLines) {
       {word15 + "x sip:", kNone},
       {word15 + "  sip:", kNone},
       {"\t" + word15 + " sip:", kNone},
-      {"               \tsip:", kQuick},  // all white: the budget ends right in front of "sip:"
+      {"               \tsip:", kQuick},  // all white: the budget ends directly before "sip:"
       {"SIP/2.0 200 OK", kResponse},
       {"sip/2.0 180 Ringing", kResponse},
       {" SIP/2.0 200 OK", kNone},

@@ -10,14 +10,14 @@ using namespace voip;
 
 TEST(SipAnyUri, TakesARequestLineAndNothingElse) {
   const auto isRequest = [](std::string_view text) {
-    const std::vector<u_char> exact(text.begin(), text.end());  // so that a sanitizer sees a read beyond the end
+    const std::vector<u_char> exact(text.begin(), text.end());  // so that a sanitizer finds a read beyond the end
     return isSipRequestWithAnyUri(exact);
   };
   for (const std::string_view line :
        {"INVITE tel:+1555 SIP/2.0", "OPTIONS sips:a@b SIP/2.0\n", "x-.!%*_+`'~1 urn:service:sos sip/2.0\r\nFrom: x y",
         "\r\n\r\nMESSAGE im:b\xc3\xa9@c SIP/2.0\r\n", "SUBSCRIBE a+b.c-d:x SIP/2.0\r\n"}) {
     EXPECT_TRUE(isRequest(line)) << line;
-    // Nothing is one before its version is complete.
+    // A line is no request before its version is complete.
     for (std::size_t size = 0; size < line.find("/2.0") + 4; ++size) EXPECT_FALSE(isRequest(line.substr(0, size)));
   }
   for (const std::string_view line :
@@ -34,7 +34,8 @@ TEST(SipStartLine, OfAStreamIsRecognisedAsFarAsItGoes) {
     const std::vector<u_char> exact(text.begin(), text.end());
     return beginsSip(exact);
   };
-  for (const std::string_view line : {"INVITE tel:+1555 SIP/2.0\r\n", "x-.!%*_+`'~1 urn:a:b sip/2.0\n", "sip/2.0 200"}) {
+  for (const std::string_view line :
+       {"INVITE tel:+1555 SIP/2.0\r\n", "x-.!%*_+`'~1 urn:a:b sip/2.0\n", "sip/2.0 200"}) {
     EXPECT_EQ(likeness(line), Likeness::kYes) << line;
     const std::size_t decisive = line.find('\n') == line.npos ? 8 : line.size();
     for (std::size_t size = 0; size < decisive; ++size) {

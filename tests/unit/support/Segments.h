@@ -13,20 +13,20 @@
 
 #include "h323/base/PBYTEArray.h"
 
-/// The room for a frame header in front of each segment, and the TPKT header behind it.
+/// The space for a frame header before each segment, and the length of the TPKT header after it.
 constexpr int kHeaderLength = 15;
 constexpr std::size_t kTpktLength = 4;
 
-/// A TCP segment of recorded signalling, and what is expected to become of it.
+/// A TCP segment of recorded signalling and its expected description.
 struct Segment {
-  u_int tx_ip = 0;  // network order
+  u_int tx_ip = 0;  ///< network order, like rx_ip
   u_int rx_ip = 0;
   u_int tx_port = 0;
   u_int rx_port = 0;
-  std::vector<u_char> payload;  // with the room in front
+  std::vector<u_char> payload;  ///< after kHeaderLength octets of space
   bool forwarded = false;
   std::string text;
-  std::string decodedAs;  // "h245:..." or "q931..."
+  std::string decodedAs;  ///< "h245:..." or "q931..."
 
   PBYTEArray message() const {
     constexpr std::size_t kFront = kHeaderLength + kTpktLength;
@@ -35,10 +35,10 @@ struct Segment {
   bool isH245() const { return decodedAs.starts_with("h245"); }
 };
 
-inline std::vector<uint8_t> fromHex(std::string_view text) {
-  std::vector<uint8_t> octets;
+inline std::vector<std::uint8_t> fromHex(std::string_view text) {
+  std::vector<std::uint8_t> octets;
   for (std::size_t i = 0; i + 1 < text.size(); i += 2) {
-    octets.push_back(static_cast<uint8_t>(std::stoi(std::string(text.substr(i, 2)), nullptr, 16)));
+    octets.push_back(static_cast<std::uint8_t>(std::stoi(std::string(text.substr(i, 2)), nullptr, 16)));
   }
   return octets;
 }
@@ -48,7 +48,7 @@ inline std::string contentsOf(const std::string& path) {
   return {std::istreambuf_iterator<char>(file), {}};
 }
 
-/// The segments of a recording below tests/data, and what the file beside it expects of them.
+/// The segments of a recording below tests/data, with the expectations of the file beside it.
 inline std::vector<Segment> readSegments(const std::string& recording) {
   std::vector<Segment> segments;
   std::ifstream segmentLines(TEST_FILES "/" + recording + ".segments");
@@ -73,9 +73,9 @@ inline std::vector<Segment> readSegments(const std::string& recording) {
 
 constexpr const char* kCalls[] = {"h323/h323-fast-start-separate", "h323/h323-fast-start-tunnelled",
                                   "h323/h323-h245-separate", "h323/h323-h245-tunnelled"};
-constexpr const char* kRandom = "signalling/h323-random";  // every message of both recommendations
+constexpr const char* kRandom = "signalling/h323-random";  ///< every message of both recommendations
 
-/// The first segment that is described by a text that begins and goes on like this.
+/// The first segment whose expected text begins with `beginning` and contains `further`.
 inline Segment segmentOf(const char* recording, std::string_view beginning, std::string_view further = "") {
   for (Segment& segment : readSegments(recording)) {
     if (segment.text.starts_with(beginning) && segment.text.find(further) != std::string::npos) return segment;
