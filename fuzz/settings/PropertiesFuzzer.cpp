@@ -29,7 +29,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
     const std::string value = config.getProperty(line.key);
     require(line.key.size() + value.size() <= 510 && value == Config::trim(value));
   }
-  reportOddities(config, SettingsOrigin::File);
+  logSettingWarnings(config, SettingsOrigin::File);
   const Settings settings = parseHostSettings(input);
   require(settings == readSettings(config));
   for (const SettingKey& key : kSettingKeys) {

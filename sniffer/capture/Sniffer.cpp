@@ -180,7 +180,7 @@ int Sniffer::configureFromFile(int argc, char** argv) {
   setLogLevel(snifferConfig->getLogLevel());
   setLoggerLevel(logLevel);
   promiscuous = 1;
-  snifferConfig->reportOddities();
+  snifferConfig->logWarnings();
   return 0;
 }
 
@@ -333,7 +333,7 @@ void Sniffer::gotPacket(u_char* args, const pcap_pkthdr* header, const u_char* p
   try {
     SniffedPacket sniffed{args, header, packet};
     if (source != nullptr) {
-      sniffed.linkType = source->linkType();
+      sniffed.linkType = source->getLinkType();
       sniffed.replayed = source->isFile();
     }
     live->producePacket(sniffed);

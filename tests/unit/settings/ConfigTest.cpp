@@ -154,7 +154,7 @@ TEST(SettingTable, EveryKeyAndEveryFigureIsDocumented) {
   TestLog log;
   Config config;
   load(config, sample);
-  reportOddities(config, SettingsOrigin::File);
+  logSettingWarnings(config, SettingsOrigin::File);
   EXPECT_EQ(log.take(), Texts());
   const Settings settings = readSettings(config);
   EXPECT_TRUE(settings.sendTimeout == 5000 && settings.lookBack == 2000 && settings.queueLimit == 1024);
@@ -167,7 +167,7 @@ TEST(SettingTable, OdditiesOfAFileAreToldWithTheirLine) {
        "ServerName=recorder.example.org\nServerPort=70000\n# Device=none\nDevice=eth0;;eth0;\nDevice=eth2\n"
        "Filter =udp\nServerProtocol=SCTP\nLogLevel=chatty\nTraceSignalling=Yes\nImmediateCapture=no\n"
        "StatisticsInterval=often\nRecorder=1\n");
-  reportOddities(config, SettingsOrigin::File);
+  logSettingWarnings(config, SettingsOrigin::File);
   const Texts told = log.take();
   EXPECT_EQ(
       std::accumulate(told.begin(), told.end(), std::string(), [](auto all, auto& one) { return all + one + "\n"; }),
