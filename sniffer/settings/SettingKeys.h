@@ -9,14 +9,13 @@
 
 namespace voip {
 
-/// A text, taken unchanged. `check` returns the warnings for a value: each says what is wrong and what is used instead.
-/// Null accepts every text.
+/// A text, used unchanged. `check` returns the warnings for a value; null accepts every value.
 struct TextKey {
   std::vector<std::string> (*check)(const std::string& value) = nullptr;
   std::string Settings::*member = nullptr;
 };
 
-/// True for exactly "yes". `otherwise` is the warning for a value that is neither "yes" nor "no".
+/// True for exactly "yes". `otherwise` is what the warning about a value that is neither "yes" nor "no" says.
 struct FlagKey {
   bool Settings::*member = nullptr;
   const char* otherwise = "no is assumed";

@@ -133,7 +133,7 @@ inline constexpr auto kStatisticsRows = [] {
       {"sendWaitLongest", &S::sendWaitLongest, kGauge, "send_wait_seconds_max", "", withSendTimeout,
        "The longest wait for space in the connection to the recorder.", StatisticsRow::kMilliseconds},
       {"framesWaited", &S::framesWaited, kCounter, "send_waited_frames_total", "", withSendTimeout,
-       "Frames that such waits delayed."},
+       "Frames delayed by waits for space in the connection to the recorder."},
       {"commandsIgnored", &S::commandsIgnored, kCounter, "ignored_commands_total", "",
        with<&Settings::commandsFromServerOnly>, "Commands from other addresses than the recorder's."},
       {"h245AddressesForgotten", &S::h245AddressesForgotten, kCounter, "forgotten_h245_addresses_total", "", never,
