@@ -7,6 +7,10 @@
 #include <cctype>
 #include <string_view>
 
+#include "capture/EngineOptions.h"
+
+using namespace voip;
+
 namespace {
 
 constexpr std::string_view kFileOptions = "cl";
@@ -29,11 +33,11 @@ bool isIpv4Address(const std::string& text) {
 
 }  // namespace
 
-bool Arguments::inFileMode() const {
+bool Arguments::isFileMode() const {
   return std::all_of(options.begin(), options.end(), [](const auto& one) { return isFileOption(one.first); });
 }
 
-std::string Arguments::cfgFileName() const {
+std::string Arguments::getCfgFileName() const {
   std::string name = "sniffer.properties";
   for (const auto& [option, value] : options) {
     if (option == 'c') name = value;
@@ -41,7 +45,7 @@ std::string Arguments::cfgFileName() const {
   return name;
 }
 
-std::vector<std::string> Arguments::forEngine() const {
+std::vector<std::string> Arguments::getEngineArguments() const {
   std::vector<std::string> words = {"sniffer"};
   for (const auto& [option, value] : options) {
     words.push_back(std::string("-") + option);
@@ -64,7 +68,7 @@ std::string parse(int argc, char** argv, Arguments& arguments) {
   };
   opterr = 0;
   for (int option; (option = getopt_long(argc, argv, ":c:l:d:f:h:p:", longOptions, nullptr)) != -1;) {
-    // Of letters that stand together only the one that is wrong is named.
+    // In a group of letters only the wrong one is named.
     const bool isLetter = optopt > 0 && optopt < kFirstLong;
     const std::string wrong = isLetter ? std::string("-") + static_cast<char>(optopt) : argv[optind - 1];
     switch (option) {
@@ -91,14 +95,17 @@ std::string parse(int argc, char** argv, Arguments& arguments) {
 }
 
 std::string validate(const Arguments& arguments) {
-  std::string ofFile;
-  std::string ofLine;
+  std::string fileOptions;
+  std::string lineOptions;
   for (const auto& [option, value] : arguments.options) {
-    (isFileOption(option) ? ofFile : ofLine) += std::string(" -") + option;
+    (isFileOption(option) ? fileOptions : lineOptions) += std::string(" -") + option;
+    if (option == 'c' && value.size() > FileOptions::kMaxNameLength) {
+      return "-c takes a name of at most " + std::to_string(FileOptions::kMaxNameLength) + " characters, not " + value;
+    }
     if (option == 'h' && !isIpv4Address(value)) return "-h takes an IPv4 address such as 192.168.3.22, not " + value;
     if (option == 'p' && !isPort(value)) return "-p takes a port from 1 to 65535, not " + value;
   }
-  if (ofFile.empty() || ofLine.empty()) return {};
-  return "the options of the two ways are mixed:" + ofFile + " for a properties file," + ofLine +
+  if (fileOptions.empty() || lineOptions.empty()) return {};
+  return "the options of the two ways are mixed:" + fileOptions + " for a properties file," + lineOptions +
          " for settings from the command line";
 }

@@ -4,25 +4,26 @@
 #include <utility>
 #include <vector>
 
-/// What the command line asks for. The engine has two ways of configuration, by a properties file and by options; the
-/// options of the two cannot be mixed.
+/// The command line of the program. The engine is configured by a properties file (-c, -l) or by options (-d, -f, -h,
+/// -p); the two cannot be mixed.
 struct Arguments {
   enum class Action { Run, Check, ListDevices, ListSettings, Help, Version };
 
   Action action = Action::Run;
-  std::vector<std::pair<char, std::string>> options;  ///< those with a value, in their order
+  std::vector<std::pair<char, std::string>> options;  ///< the options with a value, in order
 
-  bool inFileMode() const;
+  /// True when the engine is configured by a properties file.
+  bool isFileMode() const;
 
-  /// The settings file of the file mode.
-  std::string cfgFileName() const;
+  /// Returns the name of the properties file.
+  std::string getCfgFileName() const;
 
-  /// As main() gets them, for the engine: the program's name and the options with a value.
-  std::vector<std::string> forEngine() const;
+  /// Returns the program's name and the options with a value, in the form that main() gets them.
+  std::vector<std::string> getEngineArguments() const;
 };
 
-/// Fills `arguments` as far as they make sense; returns what does not, or an empty text.
+/// Fills `arguments` from the command line. Returns the first error, empty without one.
 std::string parse(int argc, char** argv, Arguments& arguments);
 
-/// What the engine would overlook in arguments that make sense, or an empty text.
+/// Checks the values, which the engine would accept without a message. Returns the first error, empty without one.
 std::string validate(const Arguments& arguments);

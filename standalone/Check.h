@@ -2,6 +2,10 @@
 
 #include "capture/Sniffer.h"
 
-/// Opens what the settings of a configured engine name and tells what will not work. The recorder is not asked. The
-/// exit status of the program: 0 when all is good.
+/// Checks the devices, the filter and the recorder's address of a configured engine, without a connection to the
+/// recorder. Prints each error on standard error and the result on standard output. Returns the exit status of the
+/// program, 0 when all is good.
 int check(Sniffer& engine);
+
+/// Prints the result for an engine that could not be configured, because no device was named and libpcap finds none.
+int reportNoDefaultDevice();

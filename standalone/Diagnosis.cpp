@@ -16,8 +16,9 @@ using namespace voip;
 
 namespace {
 
-constexpr const char* kAllDevices = "any";  // libpcap's own
+constexpr const char* kAllDevices = "any";  // a device of libpcap's own
 
+/// Returns false when the process lacks the capability that capturing needs.
 bool mayCapture() {
   const int sd = socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, 0);
   if (sd == -1) return errno != EPERM;
@@ -50,21 +51,37 @@ std::string addressText(const sockaddr* address) {
   return text;
 }
 
+bool exists(const std::string& device) {
+  return captureFilePath(device) || device == kAllDevices || if_nametoindex(device.c_str()) != 0;
+}
+
+std::string missingDeviceText(const std::string& device) {
+  return "there is no device \"" + device + "\"; the devices here are: " + existingDevices();
+}
+
+}  // namespace
+
+DownDevice diagnose(const Sniffer& engine, int i) {
+  const std::string name = engine.getDevice(i);
+  if (!exists(name)) return {missingDeviceText(name), false};
+  const std::string text = "device \"" + name + "\" cannot be opened: " + engine.getDeviceError(i);
+  if (captureFilePath(name)) return {text + "; name another capture file", false};
+  if (!mayCapture()) return {text, true};
+  return {text + "; bring it up (ip link set dev " + name + " up) or name another device", false};
+}
+
 void explainPrivilege() {
   std::cerr << "sniffer: capturing needs the capability CAP_NET_RAW. Run as root, or give it to the program once:\n"
             << "  sudo setcap cap_net_raw,cap_net_admin=ep " << programPath() << std::endl;
 }
-
-}  // namespace
 
 void explainDownDevices(const Sniffer& engine) {
   bool privilegeMissing = false;
   for (int i = 0; i < engine.getDeviceCount(); ++i) {
     const std::string name = engine.getDevice(i);
     if (!engine.isDeviceDown(i) || captureFilePath(name)) continue;
-    if (name != kAllDevices && if_nametoindex(name.c_str()) == 0) {
-      std::cerr << "sniffer: there is no device \"" << name << "\"; the devices here are: " << existingDevices()
-                << std::endl;
+    if (!exists(name)) {
+      std::cerr << "sniffer: " << missingDeviceText(name) << std::endl;
     } else {
       privilegeMissing = privilegeMissing || !mayCapture();
     }

@@ -13,7 +13,7 @@ namespace {
 
 constexpr std::string_view kErase = "\r\x1b[K";
 
-/// Straight to the terminal: what cannot be written there need not be.
+/// Writes to the terminal without a buffer. A failure does not matter.
 void write(std::string_view text) {
   [[maybe_unused]] const ssize_t written = ::write(STDOUT_FILENO, text.data(), text.size());
 }
@@ -31,55 +31,55 @@ std::string timeOfDay(std::time_t time) {
 
 }  // namespace
 
-LiveLine::LiveLine(Sniffer& shown) : engine(shown), onTerminal(isatty(STDOUT_FILENO) == 1) {
-  // An appender of the program's own logger comes before those of the root, which write.
-  if (onTerminal) logger->addAppender(line);
+LiveLine::LiveLine(Sniffer& engine) : engine_(engine), onTerminal_(isatty(STDOUT_FILENO) == 1) {
+  // log4cxx calls the appenders of this logger before those of the root logger, which write the line of the log.
+  if (onTerminal_) logger_->addAppender(line_);
 }
 
 LiveLine::~LiveLine() {
-  if (!onTerminal) return;
-  logger->removeAppender(line);
-  line->erase();
+  if (!onTerminal_) return;
+  logger_->removeAppender(line_);
+  line_->erase();
 }
 
 void LiveLine::renew() {
-  if (onTerminal) line->show(figures());
+  if (onTerminal_) line_->show(figuresText());
 }
 
-std::string LiveLine::figures() {
+std::string LiveLine::figuresText() {
   std::uint64_t in = 0;
   std::uint64_t dropped = 0;
-  for (const DeviceStatistics& device : engine.getDeviceStatistics()) {
+  for (const DeviceStatistics& device : engine_.getDeviceStatistics()) {
     in += device.received;
     dropped += device.droppedByKernel + device.droppedByInterface;
   }
-  const Statistics& now = engine.getStatistics();
+  const Statistics now = engine_.getStatistics();
   const std::uint64_t out = now.sipForwarded + now.rtpForwarded + now.h323Forwarded;
   const auto rate = [](std::uint64_t& last, std::uint64_t total) {
     return std::to_string(total - std::exchange(last, total)) + "/s";
   };
-  return "in " + rate(lastIn, in) + ", out " + rate(lastOut, out) + ", drops " + std::to_string(dropped) + ", queue " +
-         std::to_string(now.queueLength) + ", listed " + std::to_string(now.rtpListLength) + ", recorder " +
-         recorder(now.recorderConnected != 0);
+  return "in " + rate(lastIn_, in) + ", out " + rate(lastOut_, out) + ", drops " + std::to_string(dropped) +
+         ", queue " + std::to_string(now.queueLength) + ", listed " + std::to_string(now.rtpListLength) +
+         ", recorder " + recorderText(now.recorderConnected != 0);
 }
 
-std::string LiveLine::recorder(bool connected) {
-  if (strncasecmp(engine.getServerProtocol(), "UDP", 3) == 0) return "over UDP";
+std::string LiveLine::recorderText(bool connected) {
+  if (strncasecmp(engine_.getServerProtocol(), "UDP", 3) == 0) return "over UDP";
   if (connected) {
-    lostAt = 0;
+    lostSince_ = 0;
     return "connected";
   }
-  if (lostAt == 0) lostAt = std::time(nullptr);
-  return "lost since " + timeOfDay(lostAt);
+  if (lostSince_ == 0) lostSince_ = std::time(nullptr);
+  return "lost since " + timeOfDay(lostSince_);
 }
 
 void LiveLine::Eraser::show(const std::string& text) {
-  const std::lock_guard guard(lock);
-  isShown = true;
+  const MutexLock lock(mutex_);
+  isShown_ = true;
   write(std::string(kErase) + text.substr(0, columns() - 1));
 }
 
 void LiveLine::Eraser::erase() {
-  const std::lock_guard guard(lock);
-  if (std::exchange(isShown, false)) write(kErase);
+  const MutexLock lock(mutex_);
+  if (std::exchange(isShown_, false)) write(kErase);
 }

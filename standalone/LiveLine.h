@@ -6,26 +6,27 @@
 #include <cstdint>
 #include <ctime>
 #include <memory>
-#include <mutex>
 #include <string>
 
+#include "base/Mutex.h"
 #include "capture/Sniffer.h"
 
-/// One line at the bottom of a terminal that tells how things stand: frames a second in and out, what is lost and
-/// waits, the recorder. It makes room for lines of the log. Does nothing when standard output is no terminal.
+/// A line at the bottom of a terminal with the current figures: frames per second in and out, drops, queue, recorder.
+/// The line is erased before a line of the log appears. Does nothing when standard output is no terminal.
 class LiveLine {
  public:
-  explicit LiveLine(Sniffer& shown);
+  explicit LiveLine(Sniffer& engine);
   ~LiveLine();
   LiveLine(const LiveLine&) = delete;
   LiveLine& operator=(const LiveLine&) = delete;
 
-  /// Shows the figures of this moment. To be called every second.
+  /// Shows the current figures. Call it every second.
   void renew();
 
  private:
-  /// Takes the line away before another appender writes one of the log.
-  struct Eraser final : log4cxx::AppenderSkeleton {
+  /// Erases the line before another appender writes a line of the log.
+  class Eraser final : public log4cxx::AppenderSkeleton {
+   public:
     void append(const log4cxx::spi::LoggingEventPtr&, log4cxx::helpers::Pool&) override { erase(); }
     void close() override {}
     bool requiresLayout() const override { return false; }
@@ -33,18 +34,19 @@ class LiveLine {
     void show(const std::string& text);
     void erase();
 
-    std::mutex lock;
-    bool isShown = false;
+   private:
+    voip::Mutex mutex_;
+    bool isShown_ GUARDED_BY(mutex_) = false;
   };
 
-  std::string figures();
-  std::string recorder(bool connected);
+  std::string figuresText();
+  std::string recorderText(bool connected);
 
-  Sniffer& engine;
-  const bool onTerminal;
-  std::shared_ptr<Eraser> line = std::make_shared<Eraser>();
-  log4cxx::LoggerPtr logger = log4cxx::Logger::getLogger("SnifferClient");
-  std::uint64_t lastIn = 0;
-  std::uint64_t lastOut = 0;
-  std::time_t lostAt = std::time(nullptr);  ///< 0 while the recorder is connected
+  Sniffer& engine_;
+  const bool onTerminal_;
+  std::shared_ptr<Eraser> line_ = std::make_shared<Eraser>();
+  log4cxx::LoggerPtr logger_ = log4cxx::Logger::getLogger("SnifferClient");
+  std::uint64_t lastIn_ = 0;
+  std::uint64_t lastOut_ = 0;
+  std::time_t lostSince_ = std::time(nullptr);  ///< 0 while the recorder is connected
 };

@@ -12,77 +12,78 @@ using namespace voip;
 namespace {
 
 using Clock = std::chrono::steady_clock;
-constexpr timespec kPause{0, 50'000'000};
+constexpr timespec kPollInterval{0, 50'000'000};
 
-/// What happens again and again; never when the interval is 0.
-class Periodic {
+/// A time that comes at every interval, and never when the interval is 0.
+class Schedule {
  public:
-  explicit Periodic(std::chrono::seconds every) : interval(every), due(Clock::now() + every) {}
+  explicit Schedule(std::chrono::seconds interval) : interval_(interval), due_(Clock::now() + interval) {}
 
   bool isDue() {
-    if (interval.count() == 0 || Clock::now() < due) return false;
-    due += interval;
+    if (interval_.count() == 0 || Clock::now() < due_) return false;
+    due_ += interval_;
     return true;
   }
 
  private:
-  const std::chrono::seconds interval;
-  Clock::time_point due;
+  const std::chrono::seconds interval_;
+  Clock::time_point due_;
 };
 
 }  // namespace
 
 Watch::Watch() {
-  // Blocked here, and so in every thread: only the one that waits for them takes them.
-  sigemptyset(&awaited);
-  sigaddset(&awaited, SIGINT);
-  sigaddset(&awaited, SIGTERM);
-  sigaddset(&awaited, SIGUSR2);
-  pthread_sigmask(SIG_BLOCK, &awaited, nullptr);
+  // All later threads inherit the blocked signals, so only the thread that awaits them takes them.
+  sigemptyset(&signals_);
+  sigaddset(&signals_, SIGINT);
+  sigaddset(&signals_, SIGTERM);
+  sigaddset(&signals_, SIGUSR2);
+  pthread_sigmask(SIG_BLOCK, &signals_, nullptr);
   signal(SIGPIPE, SIG_IGN);
-  // Does nothing: being delivered, without SA_RESTART, is enough to interrupt a capture thread's read.
+  // A handler without SA_RESTART: the signal interrupts the read of a capture thread.
   struct sigaction interrupt = {};
   interrupt.sa_handler = [](int) {};
   sigaction(SIGUSR1, &interrupt, nullptr);
-  thread = std::thread([this] { run(); });
+  thread_ = std::thread([this] { run(); });
 }
 
 Watch::~Watch() {
-  given = true;
-  if (thread.joinable()) thread.join();
+  ended_ = true;
+  if (thread_.joinable()) thread_.join();
 }
 
 int Watch::finish() {
-  thread.join();
-  return status;
+  thread_.join();
+  return status_;
 }
 
-bool Watch::nothingLeft(Sniffer& running) {
-  if (!running.captureFinished()) return false;
-  if (!running.replaysOnly()) {
+/// A capture that has finished is a failure unless all devices were files.
+bool Watch::captureFinished(Sniffer& engine) {
+  if (!engine.captureFinished()) return false;
+  if (!engine.replaysOnly()) {
     std::cerr << "sniffer: there is no device left to capture on" << std::endl;
-    status = kNoDevice;
+    status_ = kNoDevice;
   }
   return true;
 }
 
 void Watch::run() {
   std::optional<LiveLine> live;
-  std::optional<Periodic> report;
-  Periodic renewal(std::chrono::seconds(1));
-  while (!given) {
-    const int received = sigtimedwait(&awaited, nullptr, &kPause);
-    const bool asked = received == SIGINT || received == SIGTERM;
-    Sniffer* const running = engine;
+  std::optional<Schedule> report;
+  Schedule renewal(std::chrono::seconds(1));
+  while (!ended_) {
+    const int received = sigtimedwait(&signals_, nullptr, &kPollInterval);
+    const bool stopAsked = received == SIGINT || received == SIGTERM;
+    Sniffer* const running = engine_;
     if (running == nullptr) {
-      if (asked) std::_Exit(0);
+      if (stopAsked) std::_Exit(0);
       continue;
     }
     if (!report) {
       live.emplace(*running);
       report.emplace(std::chrono::seconds(running->getSettings().statisticsInterval));
     }
-    if (asked || nothingLeft(*running)) {
+    if (stopAsked || captureFinished(*running)) {
       live.reset();
       running->stopSniffing();
       return;

@@ -7,35 +7,35 @@
 
 #include "capture/Sniffer.h"
 
-/// Takes the signals of the program: SIGINT and SIGTERM end it, SIGUSR2 logs the statistics. Tells them when they are
-/// due, too, and ends the engine when there is nothing more to capture.
+/// The thread that awaits the signals of the program: SIGINT and SIGTERM stop the engine, SIGUSR2 logs the statistics.
+/// The thread also logs the statistics at their interval, and stops the engine when capture has finished.
 class Watch {
  public:
-  /// The status of a program whose devices are all gone: it is better started again.
+  /// The exit status of a program whose devices are all gone. A service manager restarts it.
   static constexpr int kNoDevice = 1;
 
-  /// To be made before any other thread, which shall not get these signals. Until begin() there is nothing to be lost:
-  /// a signal to end ends the process at once with status 0, whatever the set-up waits for.
+  /// Blocks the signals in the calling thread, so make it before any other thread. Until begin(), SIGINT and SIGTERM
+  /// end the process at once with status 0: nothing can be lost yet, and the set-up may take long.
   Watch();
 
-  /// Ends the thread, and the engine no more.
+  /// Stops the watch thread; does not stop the engine.
   ~Watch();
   Watch(const Watch&) = delete;
   Watch& operator=(const Watch&) = delete;
 
-  /// From now on `running` is ended properly.
-  void begin(Sniffer& running) { engine = &running; }
+  /// From now on a signal stops `engine`.
+  void begin(Sniffer& engine) { engine_ = &engine; }
 
-  /// Waits until the engine has been ended; returns the exit status.
+  /// Waits until the watch thread has stopped the engine. Returns the exit status of the program.
   int finish();
 
  private:
   void run();
-  bool nothingLeft(Sniffer& running);
+  bool captureFinished(Sniffer& engine);
 
-  sigset_t awaited;
-  std::atomic<Sniffer*> engine = nullptr;
-  std::atomic<bool> given = false;  ///< up
-  int status = 0;
-  std::thread thread;
+  sigset_t signals_;
+  std::atomic<Sniffer*> engine_ = nullptr;
+  std::atomic<bool> ended_ = false;
+  int status_ = 0;
+  std::thread thread_;
 };

@@ -1,4 +1,4 @@
-// The stand-alone sniffer: reads its settings, starts the engine, and ends it on SIGINT, on SIGTERM, or when all
+// The stand-alone sniffer: reads its settings, starts the engine, and stops it on SIGINT, on SIGTERM, or when all
 // capture files have been replayed.
 
 #include <unistd.h>
@@ -10,17 +10,17 @@
 #include "Arguments.h"
 #include "Check.h"
 #include "Diagnosis.h"
+#include "Watch.h"
+#include "capture/Sniffer.h"
 #include "settings/Logging.h"
 #include "settings/SettingsReader.h"
-#include "capture/Sniffer.h"
-#include "Watch.h"
 
 using namespace voip;
 
 namespace {
 
 constexpr const char* kLogCfgFileName = "./log4cxx.properties";
-constexpr int kBadArguments = 1;  // or no device
+constexpr int kFailure = 1;  // bad arguments or no device
 
 constexpr const char* kHelp =
     R"help(Forwards the VoIP traffic that a call recorder needs from a mirror port or a tap.
@@ -31,17 +31,17 @@ Usage: sniffer [-c FILE] [-l FILE]                       settings from a propert
   -c FILE     settings, default sniffer.properties
   -l FILE     log4cxx settings, default ./log4cxx.properties
 
-  -d DEVICES  what to capture on: names separated by ';', at most ten; default: libpcap's choice.
-              file:PATH replays a capture file at its own pace, without any privilege
+  -d DEVICES  devices to capture on: names separated by ';', at most ten; default: libpcap's choice.
+              file:PATH replays a capture file at its own pace and needs no privilege
   -f FILTER   libpcap filter expression, default udp
   -h HOST     IPv4 address of the recorder, default 127.0.0.1
   -p PORT     its TCP port, default 6000
 
-  --check         open the devices, compile the filter, tell the result and end
-  --list-devices  the devices of this machine
-  --settings      the keys of the properties file
-  --help          this text
-  --version       the version
+  --check         check the devices, the filter and the recorder's address, print the result and end
+  --list-devices  print the devices of this machine
+  --settings      print the keys of the properties file
+  --help          print this text
+  --version       print the version
 
 Filters: "udp" captures SIP and RTP; "udp or tcp" H.323 as well, whose H.245 connections use ports of their own
 choice; "udp or tcp port 1720" H.323 with fast start or tunnelled H.245. With VLAN tags: "udp or (vlan and udp)".
@@ -57,7 +57,7 @@ int configure(Sniffer& engine, const Arguments& arguments, std::vector<std::stri
   for (std::string& word : words) texts.push_back(word.data());
   texts.push_back(nullptr);
   const int argc = static_cast<int>(words.size());
-  if (!arguments.inFileMode()) {
+  if (!arguments.isFileMode()) {
     if (access(kLogCfgFileName, R_OK) == 0) {
       configureLogging(kLogCfgFileName);
     } else {
@@ -65,14 +65,14 @@ int configure(Sniffer& engine, const Arguments& arguments, std::vector<std::stri
     }
     return engine.configure(argc, texts.data());
   }
-  if (access(arguments.cfgFileName().c_str(), R_OK) != 0) {
-    std::cerr << "sniffer: cannot read the settings file " << arguments.cfgFileName()
+  if (access(arguments.getCfgFileName().c_str(), R_OK) != 0) {
+    std::cerr << "sniffer: cannot read the settings file " << arguments.getCfgFileName()
               << "; name another with -c, or give the settings by options (sniffer --help)" << std::endl;
   }
   return engine.configureFromFile(argc, texts.data());
 }
 
-void tellWhatHappens(const Sniffer& engine) {
+void printConfiguration(const Sniffer& engine) {
   std::string devices;
   for (int i = 0; i < engine.getDeviceCount(); ++i) devices += (i > 0 ? ", " : "") + std::string(engine.getDevice(i));
   std::cout << "Capturing on " << (devices.empty() ? "no device" : devices) << " (filter \"" << engine.getFilter()
@@ -81,23 +81,23 @@ void tellWhatHappens(const Sniffer& engine) {
 }
 
 int checkSettings(const Arguments& arguments) {
-  std::vector<std::string> words = arguments.forEngine();
+  std::vector<std::string> words = arguments.getEngineArguments();
   Sniffer engine;
-  const int failure = configure(engine, arguments, words);
-  return failure != 0 ? failure : check(engine);
+  if (configure(engine, arguments, words) != 0) return reportNoDefaultDevice();
+  return check(engine);
 }
 
 int run(const Arguments& arguments) {
-  std::vector<std::string> words = arguments.forEngine();  // the engine copies nothing
+  std::vector<std::string> words = arguments.getEngineArguments();  // the engine copies nothing
   Watch watch;
   Sniffer engine;
   if (const int failure = configure(engine, arguments, words); failure != 0) return failure;
-  tellWhatHappens(engine);
+  printConfiguration(engine);
   if (const int failure = engine.setupSniffing(); failure != 0) return failure;
   explainDownDevices(engine);
   if (engine.allDevicesDown()) {
     std::cerr << "sniffer: no device could be opened" << std::endl;
-    return kBadArguments;
+    return kFailure;
   }
   watch.begin(engine);
   engine.startSniffing();
@@ -113,7 +113,7 @@ int act(const Arguments& arguments) {
       std::cout << "sniffer " SNIFFER_VERSION << std::endl;
       return 0;
     case Arguments::Action::ListDevices:
-      return listDevices() ? 0 : kBadArguments;
+      return listDevices() ? 0 : kFailure;
     case Arguments::Action::ListSettings:
       std::cout << describeSettings();
       return 0;
@@ -129,9 +129,9 @@ int act(const Arguments& arguments) {
 
 int main(int argc, char** argv) {
   Arguments arguments;
-  std::string wrong = parse(argc, argv, arguments);
-  if (wrong.empty()) wrong = validate(arguments);
-  if (wrong.empty()) return act(arguments);
-  std::cerr << "sniffer: " << wrong << "\nTry 'sniffer --help'." << std::endl;
-  return kBadArguments;
+  std::string error = parse(argc, argv, arguments);
+  if (error.empty()) error = validate(arguments);
+  if (error.empty()) return act(arguments);
+  std::cerr << "sniffer: " << error << "\nTry 'sniffer --help'." << std::endl;
+  return kFailure;
 }

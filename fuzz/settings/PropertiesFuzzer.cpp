@@ -1,13 +1,15 @@
-// Properties files, what the engine makes of their device list, and the settings that a host gives.
+// Properties files, the device list of the engine, and the settings of a host.
 
 #include <log4cxx/logger.h>
+
+#include <cstdint>
 #include <cstdlib>
 #include <sstream>
 #include <string>
 
+#include "capture/Sniffer.h"
 #include "settings/SettingKeys.h"
 #include "settings/SettingsReader.h"
-#include "capture/Sniffer.h"
 
 using namespace voip;
 
@@ -19,7 +21,7 @@ void require(bool condition) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   log4cxx::Logger::getRootLogger()->setLevel(log4cxx::Level::getOff());
   const std::string input(reinterpret_cast<const char*>(data), size);
   Config config;
@@ -29,7 +31,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
     const std::string value = config.getProperty(line.key);
     require(line.key.size() + value.size() <= 510 && value == Config::trim(value));
   }
-  reportOddities(config, SettingsOrigin::File);
+  logSettingWarnings(config, SettingsOrigin::File);
   const Settings settings = parseHostSettings(input);
   require(settings == readSettings(config));
   for (const SettingKey& key : kSettingKeys) {
@@ -44,6 +46,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
   require(engine.getDeviceCount() <= Sniffer::kMaxDevices);
   for (int i = 0; i < engine.getDeviceCount(); ++i) require(devices.find(engine.getDevice(i)) != std::string::npos);
   engine.setLogLevel(config.getProperty("LogLevel").c_str());
-  require(std::string(engine.getLoglevel()).size() <= 9);
+  require(std::string(engine.getLoglevel()).size() <= Sniffer::kMaxLogLevelLength);
   return 0;
 }

@@ -1,11 +1,10 @@
 #include "capture/Device.h"
 
-
 #include <chrono>
 #include <utility>
 
-#include "network/LinkLayer.h"
 #include "base/Logger.h"
+#include "network/LinkLayer.h"
 
 namespace voip {
 
@@ -14,20 +13,19 @@ namespace {
 constexpr std::string_view kFilePrefix = "file:";
 constexpr std::chrono::seconds kRetryInterval(1);
 
-
-/// The link layer if it is one that is not understood, else empty.
-std::string strangeLinkLayer(pcap_t* handle) {
+/// Returns the name of the link layer when it is not supported, else an empty text.
+std::string unsupportedLinkLayer(pcap_t* handle) {
   const int type = pcap_datalink(handle);
   if (understandsLinkType(type)) return {};
   const char* known = pcap_datalink_val_to_name(type);
   return known != nullptr ? known : "number " + std::to_string(type);
 }
 
-/// Closes the handle and returns null when its frames are not understood.
-pcap_t* understood(pcap_t* handle, std::string& reason) {
-  const std::string strange = handle != nullptr ? strangeLinkLayer(handle) : std::string();
-  if (strange.empty()) return handle;
-  reason = "its frames have the link layer " + strange +
+/// Returns the handle, or closes it and returns null when its link layer is not supported.
+pcap_t* closeUnlessSupported(pcap_t* handle, std::string& reason) {
+  const std::string unsupported = handle != nullptr ? unsupportedLinkLayer(handle) : std::string();
+  if (unsupported.empty()) return handle;
+  reason = "its frames have the link layer " + unsupported +
            ", which is not understood; Ethernet, Linux cooked, raw IP and BSD loopback are";
   pcap_close(handle);
   return nullptr;
@@ -51,9 +49,9 @@ pcap_t* openImmediate(const std::string& name, int promiscuous, std::string& rea
   pcap_set_buffer_size(handle, Device::kImmediateBufferSize);
   const int status = pcap_activate(handle);
   if (status >= 0) return handle;
-  // The device's own words say more than those for the status, when there are any.
+  // The message of the device is more precise than that of the status, but may be empty.
   reason = pcap_statustostr(status);
-  if (const std::string words = pcap_geterr(handle); !words.empty()) reason += " (" + words + ")";
+  if (const std::string message = pcap_geterr(handle); !message.empty()) reason += " (" + message + ")";
   pcap_close(handle);
   return nullptr;
 }
@@ -66,9 +64,8 @@ Device::FilterResult install(pcap_t* handle, const std::string& expression, std:
   }
   const int status = pcap_setfilter(handle, &program);
   pcap_freecode(&program);
-  if (status == 0) return Device::kFilterInstalled;
-  reason = pcap_geterr(handle);
-  return Device::kFilterNotInstalled;
+  reason = status == 0 ? "" : pcap_geterr(handle);
+  return status == 0 ? Device::kFilterInstalled : Device::kFilterNotInstalled;
 }
 
 }  // namespace
@@ -80,136 +77,154 @@ std::optional<std::string_view> captureFilePath(std::string_view deviceName) {
 
 // ---- opening and closing ----
 
-bool Device::open(const std::string& newName, const Mode& newMode) {
+bool Device::open(const std::string& name, const Mode& mode) {
   close();
-  name = newName;
-  mode = newMode;
+  name_ = name;
+  mode_ = mode;
   const auto path = captureFilePath(name);
-  adopt(understood(path ? openFile(*path, error) : openNetworkDevice(error), error));
-  if (path && handle != nullptr) pace = std::make_unique<ReplayPace>();
-  return handle != nullptr;
+  pcap_t* const opened = path ? openFile(*path, error_) : openNetworkDevice(error_);
+  adopt(closeUnlessSupported(opened, error_));
+  if (handle_ == nullptr) return false;
+  if (path) pace_ = std::make_unique<ReplayPace>();
+  error_.clear();  // libpcap leaves warnings in it
+  return true;
 }
 
 pcap_t* Device::openNetworkDevice(std::string& reason) const {
-  if (mode.immediate) return openImmediate(name, mode.promiscuous, reason);
+  if (mode_.immediate) return openImmediate(name_, mode_.promiscuous, reason);
   char errbuf[PCAP_ERRBUF_SIZE] = "";
-  pcap_t* opened = pcap_open_live(name.c_str(), kSnapLength, mode.promiscuous, kReadTimeoutMs, errbuf);
+  pcap_t* handle = pcap_open_live(name_.c_str(), kSnapLength, mode_.promiscuous, kReadTimeoutMs, errbuf);
   reason = errbuf;
-  return opened;
+  return handle;
 }
 
 void Device::adopt(pcap_t* opened) {
-  const std::lock_guard guard(lock);
-  if (handle != opened) release();
-  handle = opened;
-  stopped = false;
+  const MutexLock lock(mutex_);
+  if (handle_ != opened) release();
+  handle_ = opened;
+  stopped_ = false;
 }
 
 void Device::close() {
-  const std::lock_guard guard(lock);
+  const MutexLock lock(mutex_);
   release();
-  pace.reset();
-  received = droppedByKernel = droppedByInterface = {};
+  pace_.reset();
+  received_ = droppedByKernel_ = droppedByInterface_ = {};
+  takenDrops_ = 0;
 }
 
 void Device::release() {
-  if (handle != nullptr) pcap_close(std::exchange(handle, nullptr));
-  received.restart();
-  droppedByKernel.restart();
-  droppedByInterface.restart();
+  if (handle_ != nullptr) pcap_close(std::exchange(handle_, nullptr));
+  received_.restart();
+  droppedByKernel_.restart();
+  droppedByInterface_.restart();
 }
 
 Device::FilterResult Device::setFilter(const std::string& expression) {
-  filter = expression;
-  return install(handle, filter, error);
+  filter_ = expression;
+  return install(handle_, filter_, error_);
 }
 
 // ---- capturing ----
 
-int Device::capture(int count, pcap_handler take) {
-  if (isFile()) return replay(count, take);
+int Device::capture(int count, pcap_handler callback) {
+  if (isFile()) return replay(count, callback);
   for (;;) {
-    if (handle != nullptr) {
-      const int result = pcap_loop(handle, count, take, nullptr);
+    if (handle_ != nullptr) {
+      const int result = pcap_loop(handle_, count, callback, nullptr);
       if (result != PCAP_ERROR) return result;
-      error = pcap_geterr(handle);
+      error_ = pcap_geterr(handle_);
     }
     if (!reopens()) return PCAP_ERROR;
-    if (!awaitReturn()) return PCAP_ERROR_BREAK;
+    if (!waitUntilReopened()) return PCAP_ERROR_BREAK;
   }
 }
 
-int Device::replay(int count, pcap_handler take) {
+int Device::replay(int count, pcap_handler callback) {
   struct Player {
     ReplayPace& pace;
-    pcap_handler take;
-  } player{*pace, take};
+    pcap_handler callback;
+  } player{*pace_, callback};
   const auto play = [](u_char* user, const pcap_pkthdr* header, const u_char* frame) {
-    auto& [slow, next] = *reinterpret_cast<Player*>(user);
-    if (slow.waitFor(header->ts)) next(nullptr, header, frame);
+    auto& [pace, pass] = *reinterpret_cast<Player*>(user);
+    if (pace.waitFor(header->ts)) pass(nullptr, header, frame);
   };
-  const int result = pcap_loop(handle, count, play, reinterpret_cast<u_char*>(&player));
-  if (result == PCAP_ERROR) error = pcap_geterr(handle);
+  const int result = pcap_loop(handle_, count, play, reinterpret_cast<u_char*>(&player));
+  if (result == PCAP_ERROR) error_ = pcap_geterr(handle_);
   return result;
 }
 
-bool Device::awaitReturn() {
-  const bool wasThere = handle != nullptr;
-  std::string unread;
-  getStatistics(unread);  // takes in the last ones of the handle
-  {
-    const std::lock_guard guard(lock);
-    release();
-    if (stopped) return false;
-  }
-  if (wasThere) logger().warn("Device " + name + " is gone (" + error + "), it is tried again every second");
-  for (;;) {
-    {
-      std::unique_lock guard(lock);
-      if (stopSignal.wait_for(guard, kRetryInterval, [this] { return stopped; })) return false;
-    }
-    if (takeAgain()) break;
-  }
-  logger().info("Device " + name + " is there and is captured");
+/// Opens the device again as soon as it is there. Returns false after breakLoop().
+bool Device::waitUntilReopened() {
+  const bool wasOpen = handle_ != nullptr;
+  if (!releaseHandle()) return false;
+  if (wasOpen) logger().warn("Device " + name_ + " is gone (" + error_ + "), it is tried again every second");
+  do {
+    if (!pauseBeforeRetry()) return false;
+  } while (!reopen());
+  logger().info("Device " + name_ + " is there and is captured");
   return true;
 }
 
-bool Device::takeAgain() {
-  pcap_t* opened = understood(openNetworkDevice(error), error);
+/// Returns false after breakLoop().
+bool Device::releaseHandle() {
+  std::string unused;
+  getStatistics(unused);  // the last counts of the handle
+  const MutexLock lock(mutex_);
+  release();
+  return !stopped_;
+}
+
+/// Returns false after breakLoop().
+bool Device::pauseBeforeRetry() {
+  const auto end = Condition::Clock::now() + kRetryInterval;
+  const MutexLock lock(mutex_);
+  while (!stopped_ && stopSignal_.waitUntil(mutex_, end)) {
+  }
+  return !stopped_;
+}
+
+bool Device::reopen() {
+  pcap_t* opened = closeUnlessSupported(openNetworkDevice(error_), error_);
   if (opened == nullptr) return false;
-  if (install(opened, filter, error) != kFilterInstalled) {
+  if (install(opened, filter_, error_) != kFilterInstalled) {
     pcap_close(opened);
     return false;
   }
-  const std::lock_guard guard(lock);
-  handle = opened;
-  if (stopped) pcap_breakloop(handle);
+  const MutexLock lock(mutex_);
+  handle_ = opened;
+  if (stopped_) pcap_breakloop(handle_);
   return true;
 }
 
 void Device::breakLoop() {
   {
-    const std::lock_guard guard(lock);
-    stopped = true;
-    if (handle != nullptr) pcap_breakloop(handle);
-    if (pace) pace->stop();
+    const MutexLock lock(mutex_);
+    stopped_ = true;
+    if (handle_ != nullptr) pcap_breakloop(handle_);
+    if (pace_) pace_->stop();
   }
-  stopSignal.notify_all();
+  stopSignal_.notifyAll();
 }
 
 DeviceStatistics Device::getStatistics(std::string& reason) {
-  const std::lock_guard guard(lock);
-  if (pace) return {name, true, pace->getPassed(), 0, 0};
+  const MutexLock lock(mutex_);
+  if (pace_) return {name_, true, pace_->getPassed(), 0, 0};
   pcap_stat stat{};
-  const bool isUp = handle != nullptr && pcap_stats(handle, &stat) == 0;
+  const bool isUp = handle_ != nullptr && pcap_stats(handle_, &stat) == 0;
   if (isUp) {
-    received.advance(stat.ps_recv);
-    droppedByKernel.advance(stat.ps_drop);
-    droppedByInterface.advance(stat.ps_ifdrop);
+    received_.update(stat.ps_recv);
+    droppedByKernel_.update(stat.ps_drop);
+    droppedByInterface_.update(stat.ps_ifdrop);
   } else {
-    reason = handle != nullptr ? pcap_geterr(handle) : "it is not open";
+    reason = handle_ != nullptr ? pcap_geterr(handle_) : "it is not open";
   }
-  return {name, isUp, received.total, droppedByKernel.total, droppedByInterface.total};
+  return {name_, isUp, received_.getTotal(), droppedByKernel_.getTotal(), droppedByInterface_.getTotal()};
+}
+
+std::uint64_t Device::takeNewDrops(const DeviceStatistics& figures) {
+  const MutexLock lock(mutex_);
+  return figures.droppedByKernel - std::exchange(takenDrops_, figures.droppedByKernel);
 }
 
 }  // namespace voip

@@ -2,43 +2,44 @@
 
 #include <pcap/pcap.h>
 
-#include <condition_variable>
+#include <cstdint>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
 
-#include "statistics/PrometheusText.h"
+#include "base/Mutex.h"
+#include "capture/ExtendedCounter.h"
 #include "capture/ReplayPace.h"
-#include "statistics/Statistics.h"
+#include "statistics/PrometheusText.h"
 
 namespace voip {
 
-/// The path in a device name "file:PATH", which is replayed, or nothing when it names a network device.
+/// Returns the path in a device name "file:PATH", or nothing when the name is that of a network device.
 std::optional<std::string_view> captureFilePath(std::string_view deviceName);
 
-/// A source of frames: a network device, or a capture file that stands for one and is replayed at the pace of its time
-/// stamps. Opened, given a filter, read by one thread, closed.
+/// A source of frames: a network device, or a capture file that is replayed at the pace of its time stamps.
+///
+/// One thread opens the device, sets the filter, captures and closes. Other threads may call only what says so.
 class Device {
  public:
   static constexpr int kSnapLength = 8192;
   static constexpr int kReadTimeoutMs = 1000;
 
-  // With immediate capture the kernel hands a block of frames over after this time. libpcap's own immediate mode would
-  // wake the capture thread for each frame, at ten times the cost. Each block, however empty, takes 256 KiB of the
-  // buffer: as many as fit, times the time-out, is how long the capture thread may be kept from running.
+  // With immediate capture the kernel passes on a block of frames after this time. The immediate mode of libpcap would
+  // wake the capture thread for each frame, at ten times the cost. A block takes 256 KiB of the buffer even when it is
+  // nearly empty: the number of blocks times the time-out is how long the capture thread may be kept from running.
   static constexpr int kImmediateTimeoutMs = 2;
   static constexpr int kImmediateBufferSize = 128 * 1024 * 1024;
 
-  /// What came of a filter, as the set-up returns it.
+  /// The result of setting a filter; also a result of the engine's set-up.
   enum FilterResult { kFilterInstalled = 0, kFilterNotCompiled = 3, kFilterNotInstalled = 4 };
 
   /// How a network device is opened.
   struct Mode {
     int promiscuous = 1;
-    bool immediate = false;  ///< frames within milliseconds and through a large buffer
-    bool reopen = false;     ///< capture() waits for a device that is missing or goes away, and takes it again
+    bool immediate = false;  ///< frames arrive within milliseconds, through a large buffer
+    bool reopen = false;     ///< capture() opens a missing device again, one attempt a second
   };
 
   Device() = default;
@@ -46,59 +47,71 @@ class Device {
   Device& operator=(const Device&) = delete;
   ~Device() { close(); }
 
-  /// Closes what is open and opens `name`. On failure false, and getError() tells why: there is no such device, the
-  /// privilege is missing, or its frames have a link layer that is not understood.
+  /// Closes what is open and opens `name`. Returns false on failure, with the reason in getError(): there is no such
+  /// device, the privilege is missing, or the link layer is not supported.
   bool open(const std::string& name, const Mode& mode);
 
-  /// Takes over a handle that was opened elsewhere.
+  /// Takes ownership of a handle that was opened elsewhere.
   void adopt(pcap_t* opened);
 
   void close();
 
-  /// Compiles a filter expression, empty for everything, and installs it, now and when the device is taken again. On
-  /// failure getError() tells why.
+  /// Compiles a filter expression and installs it, also when the device is opened again. An empty expression matches
+  /// every frame. On failure the reason is in getError().
   FilterResult setFilter(const std::string& expression);
 
-  const std::string& getError() const { return error; }
-  pcap_t* getHandle() const { return handle; }
-  bool isFile() const { return pace != nullptr; }
-  bool reopens() const { return mode.reopen && !isFile(); }
+  /// The reason of the last failure, empty after a success.
+  const std::string& getError() const { return error_; }
 
-  /// The kind of frames, one of libpcap's DLT_ values.
-  int linkType() const { return handle != nullptr ? pcap_datalink(handle) : DLT_EN10MB; }
+  pcap_t* getHandle() const { return handle_; }
+  bool isFile() const { return pace_ != nullptr; }
+  bool reopens() const { return mode_.reopen && !isFile(); }
 
-  /// Reads frames until `count` of them have been given to `take` since the device was there (-1: endless), the file
-  /// ends, the device fails or breakLoop() is called. What pcap_loop() has returned; getError() tells more of
-  /// PCAP_ERROR. `take` gets a null user argument.
-  int capture(int count, pcap_handler take);
+  /// The link layer of the frames, one of libpcap's DLT_ values.
+  int getLinkType() const { return handle_ != nullptr ? pcap_datalink(handle_) : DLT_EN10MB; }
 
-  /// Ends capture(), now or as soon as it is called. Any thread. A blocked read of a file needs a signal besides.
+  /// Reads frames and passes each to `callback`, with a null user argument. Ends after `count` frames since the device
+  /// was last opened (-1: no limit), at the end of the file, on an error or on breakLoop(). Returns the result of
+  /// pcap_loop(); the reason for PCAP_ERROR is in getError().
+  int capture(int count, pcap_handler callback);
+
+  /// Ends capture(), also one that has not started yet. Any thread. A signal has to interrupt a blocked read of a file.
   void breakLoop();
 
-  /// What has been counted since open(), over the times that the device was away. `reason` tells why it is not up. Any
-  /// thread.
+  /// Returns the figures since open(), including those from before the device was reopened. When the device is not up,
+  /// `reason` says why. Any thread.
   DeviceStatistics getStatistics(std::string& reason);
+
+  /// Returns by how many frames droppedByKernel has grown from the last call to the figures of this one. Any thread.
+  std::uint64_t takeNewDrops(const DeviceStatistics& figures);
 
  private:
   pcap_t* openNetworkDevice(std::string& reason) const;
-  int replay(int count, pcap_handler take);
-  bool awaitReturn();
-  bool takeAgain();
-  void release();
+  int replay(int count, pcap_handler callback);
+  bool waitUntilReopened();
+  bool pauseBeforeRetry();
+  bool reopen();
+  bool releaseHandle();
+  void release() REQUIRES(mutex_);
 
-  std::string name;
-  std::string filter;
-  std::string error;
-  Mode mode;
-  std::unique_ptr<ReplayPace> pace;  ///< of a file
+  std::string name_;
+  std::string filter_;
+  std::string error_;
+  Mode mode_;
+  std::unique_ptr<ReplayPace> pace_;  ///< null for a network device
 
-  std::mutex lock;           ///< held while `handle` changes, and by the threads that do not capture while they use it
-  pcap_t* handle = nullptr;  ///< changed by the capturing thread only, while there is one
-  bool stopped = false;
-  std::condition_variable stopSignal;
+  Mutex mutex_;
+  Condition stopSignal_;
+  bool stopped_ GUARDED_BY(mutex_) = false;
 
-  // Guarded by `lock`. libpcap counts from 0 for each handle.
-  CarriedCounter received, droppedByKernel, droppedByInterface;
+  /// Only the capturing thread changes it, with `mutex_` held. Other threads hold `mutex_` while they use it.
+  pcap_t* handle_ = nullptr;
+
+  // libpcap counts from 0 for each handle.
+  ExtendedCounter received_ GUARDED_BY(mutex_);
+  ExtendedCounter droppedByKernel_ GUARDED_BY(mutex_);
+  ExtendedCounter droppedByInterface_ GUARDED_BY(mutex_);
+  std::uint64_t takenDrops_ GUARDED_BY(mutex_) = 0;
 };
 
 }  // namespace voip

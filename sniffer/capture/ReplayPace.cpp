@@ -8,8 +8,8 @@ namespace voip {
 
 namespace {
 
-// The clock counts in nanoseconds and would overflow on the way to what a file can claim: no wait is longer than a
-// year, and no time stamp lies outside these seconds.
+// The clock counts nanoseconds, and the time stamps of a hostile file would overflow it. So time stamps and waits are
+// limited.
 constexpr std::chrono::microseconds kLongestWait = std::chrono::hours(24 * 365);
 constexpr time_t kLastSecond = time_t{1} << 33;
 
@@ -20,30 +20,31 @@ bool fullSpeedWanted() {
 
 }  // namespace
 
-ReplayPace::ReplayPace() : unpaced(fullSpeedWanted()) {}
+ReplayPace::ReplayPace() : unpaced_(fullSpeedWanted()) {}
 
 bool ReplayPace::waitFor(const timeval& timeStamp) {
   const auto stamp = std::chrono::seconds(std::clamp(timeStamp.tv_sec, time_t{0}, kLastSecond)) +
                      std::chrono::microseconds(std::clamp<suseconds_t>(timeStamp.tv_usec, 0, 999'999));
-  std::unique_lock guard(lock);
-  if (!firstStamp) {
-    firstStamp = stamp;
-    start = Clock::now();
+  const MutexLock lock(mutex_);
+  if (!firstStamp_) {
+    firstStamp_ = stamp;
+    start_ = Clock::now();
   }
-  if (!unpaced) {
-    const auto due = start + std::clamp(stamp - *firstStamp, std::chrono::microseconds(0), kLongestWait);
-    stopSignal.wait_until(guard, due, [this] { return stopped; });
+  if (!unpaced_) {
+    const auto due = start_ + std::clamp(stamp - *firstStamp_, std::chrono::microseconds(0), kLongestWait);
+    while (!stopped_ && stopSignal_.waitUntil(mutex_, due)) {
+    }
   }
-  if (!stopped) ++passed;
-  return !stopped;
+  if (!stopped_) ++passed_;
+  return !stopped_;
 }
 
 void ReplayPace::stop() {
   {
-    const std::lock_guard guard(lock);
-    stopped = true;
+    const MutexLock lock(mutex_);
+    stopped_ = true;
   }
-  stopSignal.notify_all();
+  stopSignal_.notifyAll();
 }
 
 }  // namespace voip

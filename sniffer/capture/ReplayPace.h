@@ -4,39 +4,39 @@
 
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
-#include <mutex>
 #include <optional>
+
+#include "base/Mutex.h"
 
 namespace voip {
 
-/// Lets the frames of one capture file pass at the distance of their time stamps, counted from the first.
+/// Paces the replay of a capture file by the time stamps of its frames, counted from the first frame.
 ///
-/// The environment variable SNIFFER_REPLAY_PACE=full, for tests and measurements, lets them pass at once.
+/// The environment variable SNIFFER_REPLAY_PACE=full, for tests and measurements, replays without a pause.
 class ReplayPace {
  public:
   ReplayPace();
 
-  /// Waits until the frame with this time stamp is due. A frame older than the first one is due at once. False when
-  /// stop() was called.
+  /// Waits until the frame with this time stamp is due. A frame older than the first one is due at once. Returns false
+  /// after stop().
   bool waitFor(const timeval& timeStamp);
 
-  /// Frames that waitFor() has let pass. Any thread.
-  unsigned long getPassed() const { return passed; }
+  /// The number of frames for which waitFor() returned true. Any thread.
+  unsigned long getPassed() const { return passed_; }
 
-  /// Ends a wait, and every later one. Any thread.
+  /// Ends the current wait and all later ones. Any thread.
   void stop();
 
  private:
-  using Clock = std::chrono::steady_clock;
+  using Clock = Condition::Clock;
 
-  const bool unpaced;
-  std::optional<std::chrono::microseconds> firstStamp;
-  Clock::time_point start;
-  std::mutex lock;
-  std::condition_variable stopSignal;
-  bool stopped = false;
-  std::atomic<unsigned long> passed = 0;
+  const bool unpaced_;
+  Mutex mutex_;
+  Condition stopSignal_;
+  bool stopped_ GUARDED_BY(mutex_) = false;
+  std::optional<std::chrono::microseconds> firstStamp_ GUARDED_BY(mutex_);
+  Clock::time_point start_ GUARDED_BY(mutex_);
+  std::atomic<unsigned long> passed_ = 0;
 };
 
 }  // namespace voip

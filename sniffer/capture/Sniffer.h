@@ -5,31 +5,28 @@
 
 #include <atomic>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
 
-#include "capture/Device.h"
+#include "base/Mutex.h"
+#include "capture/CaptureThreads.h"
+#include "capture/DeviceList.h"
+#include "capture/StatisticsReporter.h"
 #include "dissection/Engine.h"
-#include "statistics/PeriodicTask.h"
-#include "settings/Settings.h"
 #include "dissection/SngDissector.h"
+#include "settings/Settings.h"
 #include "settings/SnifferConfig.h"
-#include "statistics/StatisticsFile.h"
 
-/// The capture engine: the settings, a thread for each device, and the order in which everything starts and stops.
-/// There is one in a process.
+/// The capture engine: holds the settings, and starts and stops everything in order. There is one in a process.
 ///
 /// Use: the constructor; configure(), configureFromFile() or the setters; setupSniffing(); startSniffing(), which keeps
 /// the calling thread until another one calls stopSniffing(); the destructor.
 ///
-/// A device name "file:PATH" replays a capture file at the pace of its time stamps (see Device.h).
+/// A device name "file:PATH" replays a capture file at the pace of its time stamps.
 class Sniffer final : public voip::Engine {
  public:
-  static constexpr int kMaxDevices = 10;
-  static constexpr int kDeviceNameSize = 50;          ///< with the terminating zero; a file: name may be longer
-  static constexpr int kCfgFileNameSize = 100;        ///< with the terminating zero
-  static constexpr int kStatisticsFileInterval = 60;  ///< seconds, without StatisticsInterval
+  static constexpr int kMaxDevices = voip::DeviceList::kMaxDevices;
+  static constexpr int kMaxLogLevelLength = 9;
 
   Sniffer();
   Sniffer(const Sniffer&) = delete;
@@ -38,102 +35,99 @@ class Sniffer final : public voip::Engine {
   /// Closes the capture handles and destroys the dissector. Not while startSniffing() runs.
   virtual ~Sniffer();
 
-  /// voip::Settings from the command line: -d DEVICES, -f FILTER, -h HOST, -p PORT. The texts are not copied. 0, or 1 when
-  /// there is no device.
+  /// Configures from the command line: -d DEVICES, -f FILTER, -h HOST, -p PORT. The texts are not copied, except the
+  /// devices. Returns 0, or 1 when there is no device.
   int configure(int argc, char** argv);
 
-  /// voip::Settings from a properties file: -c FILE, -l LOG4CXX_FILE. 0, or 1 for bad arguments. A properties file that
-  /// cannot be read ends the process with status 1.
+  /// Configures from a properties file: -c FILE, -l LOG4CXX_FILE. Returns 0, or 1 for bad arguments. Ends the process
+  /// with status 1 when the properties file cannot be read.
   int configureFromFile(int argc, char** argv);
 
-  /// Opens the devices, installs the filter, connects to the recorder. A device that cannot be opened is left out.
-  /// 0 when ready, 3 when the filter does not compile, 4 when it cannot be installed.
+  /// Opens the devices, installs the filter and connects to the recorder. A device that cannot be opened is left out.
+  /// Returns 0 when ready, 3 when the filter does not compile, 4 when it cannot be installed.
   int setupSniffing();
 
-  /// The part of setupSniffing() that opens the devices and installs the filter, with the same results. It asks nothing
-  /// of the recorder.
+  /// The part of setupSniffing() that opens the devices and installs the filter, with the same results.
   int openDevices();
 
   /// Starts the capture threads and makes the calling thread the consumer until the engine is stopped.
   void startSniffing();
 
-  /// Ends the capture threads and makes startSniffing() return; when it has not started yet, it will return at once.
-  /// Any thread but the one in startSniffing(). SIGUSR1 needs a handler: it interrupts the capture threads' reads.
+  /// Ends the capture threads and makes startSniffing() return, also one that has not started yet. Any thread except
+  /// the one in startSniffing(). SIGUSR1 needs a handler: it interrupts the reads of the capture threads.
   void stopSniffing();
 
-  /// True when no device will give another frame, and all that they gave have been processed. Any thread.
+  /// True when all capture threads have ended and all their frames have been processed. Any thread.
   bool captureFinished();
 
   /// True when every device is a file to replay.
-  bool replaysOnly() const;
+  bool replaysOnly() const { return devices_.replaysOnly(); }
 
-  /// True when not one of the devices could be opened, and none is awaited.
-  bool allDevicesDown() const;
+  /// True when none of the devices could be opened and none is awaited.
+  bool allDevicesDown() const { return devices_.allDown(); }
 
-  /// The device list: names separated by ';'. At most ten, of at most 49 characters; what is more is left out with an
-  /// error line. Always 0.
+  /// Sets the device list: names separated by ';', at most ten, each of at most 49 characters. Names beyond the limits
+  /// are left out with an ERROR. Always returns 0.
   int setDevice(const char* devices);
 
-  const char* getDevice(int i) const { return device[i]; }
-  int getDeviceCount() const { return deviceCount; }
-  bool isDeviceDown(int i) const { return deviceDown[i]; }
+  const char* getDevice(int i) const { return devices_.getName(i).c_str(); }
+  int getDeviceCount() const { return devices_.size(); }
+  bool isDeviceDown(int i) const { return devices_.isDown(i); }
 
-  /// True when device i is missing but will be captured as soon as it is there.
-  bool isDeviceAwaited(int i) const { return deviceDown[i] && handle[i].reopens(); }
+  /// Returns why device i could not be opened or did not take the filter. Empty when it did.
+  const std::string& getDeviceError(int i) const { return devices_[i].getError(); }
 
-  /// Opens device i. Null when it cannot be opened.
+  /// Opens device i. Returns null when it cannot be opened.
   pcap_t* getHandle(int i);
 
-  /// Makes `pcap` the handle of device i, which owns it from then on.
-  void setHandle(pcap_t* pcap, int i) { handle[i].adopt(pcap); }
+  /// Makes `pcap` the handle of device i, which takes ownership.
+  void setHandle(pcap_t* pcap, int i) { devices_[i].adopt(pcap); }
 
-  /// What the devices have counted, in their order. Any thread.
-  std::vector<voip::DeviceStatistics> getDeviceStatistics() const;
+  /// Returns the figures of the devices, in their order. Any thread.
+  std::vector<voip::DeviceStatistics> getDeviceStatistics() const { return devices_.getStatistics(); }
 
-  /// What became of the frames. Any thread.
-  voip::Statistics getStatistics() const { return dissector->getStatistics(); }
+  /// Returns a snapshot of the dissector's figures. Any thread.
+  voip::Statistics getStatistics() const { return dissector_->getStatistics(); }
 
   // Texts are not copied and must live as long as the engine.
-  const char* getFilter() const { return filter; }
-  void setFilter(const char* expression) { filter = expression; }
-  int getPromiscuous() const { return promiscuous; }
-  void setPromiscuous(int on) { promiscuous = on; }
-  int getCount() const { return count; }
-  void setCount(int packets) { count = packets; }  ///< packets of each device, -1 for no limit
-  bool getEmbedded() const override { return embedded; }
-  void setEmbedded(bool on) { embedded = on; }
-  bool getTraceSignalling() const { return traceSignalling; }
-  void setTraceSignalling(bool on) { traceSignalling = on; }
-  const char* getServerProtocol() const override { return serverProtocol; }
-  void setServerProtocol(const char* protocol) { serverProtocol = protocol; }
-  const char* getServerNameMedia() const { return serverNameMedia; }
-  int getServerPortMedia() const { return serverPortMedia; }
-  const char* getLoglevel() const { return logLevel; }
-  void setLogLevel(const char* level);
+  const char* getFilter() const { return filter_; }
+  void setFilter(const char* filter) { filter_ = filter; }
+  int getPromiscuous() const { return promiscuous_; }
+  void setPromiscuous(int promiscuous) { promiscuous_ = promiscuous; }
+  int getCount() const { return count_; }
+  void setCount(int count) { count_ = count; }  ///< packets of each device, -1 for no limit
+  bool getEmbedded() const override { return embedded_; }
+  void setEmbedded(bool embedded) { embedded_ = embedded; }
+  bool getTraceSignalling() const { return traceSignalling_; }
+  void setTraceSignalling(bool traceSignalling) { traceSignalling_ = traceSignalling; }
+  const char* getServerProtocol() const override { return serverProtocol_; }
+  void setServerProtocol(const char* serverProtocol) { serverProtocol_ = serverProtocol; }
+  const char* getServerNameMedia() const { return serverNameMedia_; }
+  int getServerPortMedia() const { return serverPortMedia_; }
 
-  /// Frames are to be handed over within a few milliseconds, not when a buffer is full or a second has passed.
-  void setImmediateCapture(bool on) { settings.immediateCapture = on; }
-  bool getImmediateCapture() const { return settings.immediateCapture; }
+  const char* getLoglevel() const { return logLevel_.c_str(); }
+  void setLogLevel(const char* logLevel);  ///< copied, cut to kMaxLogLevelLength
 
-  /// All settings beyond devices, filter and recorder. To be set before setupSniffing(), which hands them on.
-  void setSettings(const voip::Settings& values) { settings = values; }
-  const voip::Settings& getSettings() const { return settings; }
+  /// Sets whether frames arrive within a few milliseconds instead of up to a second.
+  void setImmediateCapture(bool immediate) { settings_.immediateCapture = immediate; }
+  bool getImmediateCapture() const { return settings_.immediateCapture; }
 
-  /// True from the stop of the engine on, until the next start.
-  static bool getEndMain() { return endMain; }
-  bool hasEnded() const override { return endMain; }
+  /// Sets all settings beyond devices, filter and recorder. Call it before setupSniffing().
+  void setSettings(const voip::Settings& settings) { settings_ = settings; }
+  const voip::Settings& getSettings() const { return settings_; }
 
-  /// Logs what became of the frames: a line for each device, by libpcap's counters, and one for the rest. A device that
-  /// has lost frames in the kernel since the last time makes its line a warning. Any thread.
-  void logStatistics();
+  /// True from the stop of the engine until the next start.
+  static bool getEndMain() { return endMain_; }
+  bool hasEnded() const override { return endMain_; }
 
-  /// The same figures in the text format of Prometheus. Any thread.
-  std::string prometheusStatistics();
+  /// Logs the statistics (see StatisticsReporter). Any thread.
+  void logStatistics() { statisticsReporter_.log(); }
 
+  /// Logs the configuration.
   void displayConfig();
 
-  /// Sets the level of the logger "SnifferClient", which is everyone's, by its name in capitals. Another text changes
-  /// nothing.
+  /// Sets the level of the logger "SnifferClient", which all classes share, by its name in capitals. Another text
+  /// changes nothing.
   void setLoggerLevel(const char* level);
 
   /// libpcap's callback, on the capture threads: queues a copy of the frame.
@@ -143,51 +137,34 @@ class Sniffer final : public voip::Engine {
   static void* startLoop(void* idp);
 
  private:
-  bool addDevice(const std::string& name);
-  int installFilter(voip::Device& opened);
+  voip::Device::Mode deviceMode() const;
   int startCaptureThreads();
-  void stopCaptureThreads();
   void stopCommandReader();
-  std::unique_ptr<voip::StatisticsFile> writeStatisticsFile();
-  std::unique_ptr<voip::PeriodicTask> logStatisticsRegularly();
-  void logDeviceStatistics(int i);
 
-  int threadId[kMaxDevices];
-  char* device[kMaxDevices];
-  const char* filter = "udp";
-  char logLevel[10] = "INFO";
-  int promiscuous = 1;
-  char errbuf[PCAP_ERRBUF_SIZE] = "";
-  char cfgFileName[kCfgFileNameSize] = "";
-  int instance = 0;
-  std::unique_ptr<SnifferConfig> snifferConfig;
-  SngDissector* dissector;  ///< owned, as long as it is the live one
-  const char* serverNameMedia = "127.0.0.1";
-  int serverPortMedia = 6000;
-  const char* serverNameSig = nullptr;
-  int serverPortSig = 0;
-  const char* serverProtocol = "TCP";
-  bool embedded = false;
-  bool traceSignalling = false;
-  voip::Settings settings;
+  const char* filter_ = "udp";
+  std::string logLevel_ = "INFO";
+  int promiscuous_ = 1;
+  std::unique_ptr<SnifferConfig> snifferConfig_;
+  SngDissector* dissector_;  ///< owned while it is the live one
+  const char* serverNameMedia_ = "127.0.0.1";
+  int serverPortMedia_ = 6000;
+  const char* serverNameSig_ = nullptr;
+  int serverPortSig_ = 0;
+  const char* serverProtocol_ = "TCP";
+  bool embedded_ = false;
+  bool traceSignalling_ = false;
+  voip::Settings settings_;
+  voip::StatisticsReporter statisticsReporter_;
 
-  std::mutex stopLock;            ///< held during a stop, so that a second one returns when all threads have ended
-  std::mutex lifecycle;           ///< held while the capture threads are started and while a stop begins
-  bool started = false;           ///< guarded by `lifecycle`
-  bool stopRequested = false;     ///< guarded by `lifecycle`
-  bool capturing[kMaxDevices]{};  ///< the device's thread is to be joined; of who starts or stops
+  voip::Mutex stopMutex_;   ///< held during a stop: a second stop returns when all threads have ended
+  voip::Mutex stateMutex_;  ///< held while the capture threads are started and while a stop begins
+  bool started_ GUARDED_BY(stateMutex_) = false;
+  bool stopRequested_ GUARDED_BY(stateMutex_) = false;
 
-  std::mutex statisticsLock;
-  std::uint64_t reportedDrops[kMaxDevices]{};  ///< guarded by `statisticsLock`
-
-  // libpcap's callback and the threads' start routine are plain functions: what they need belongs to the class.
-  static voip::Device* const handle;  ///< kMaxDevices of them; never destroyed, since a thread may outlive main()
-  static pthread_t thread[kMaxDevices];
-  static bool deviceDown[kMaxDevices];
-  static int deviceCount;
-  static int count;
-  static std::atomic<bool> endMain;
-  static std::atomic<bool> breaking;         ///< the capture threads are being stopped
-  static std::atomic<int> atWork;            ///< capture threads that have not ended
-  static thread_local const voip::Device* source;  ///< what this capture thread reads
+  // libpcap's callback and the body of a thread are plain functions, so what they use is static. Never destroyed: a
+  // capture thread may run until the process ends.
+  static voip::DeviceList& devices_;
+  static voip::CaptureThreads& captureThreads_;
+  static int count_;
+  static std::atomic<bool> endMain_;
 };

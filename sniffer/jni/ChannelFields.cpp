@@ -20,13 +20,14 @@ std::optional<std::string> readString(JNIEnv* env, jobject channel, jclass type,
   return copy;
 }
 
-/// The text of a field that host classes older than it do without.
+/// Returns the text of a field that a host class may lack, empty when it does.
 std::string readOptionalString(JNIEnv* env, jobject channel, jclass type, const char* name) {
   const auto text = readString(env, channel, type, name);
   if (!text) env->ExceptionClear();
   return text.value_or("");
 }
 
+/// Returns the flag of a field that a host class may lack, false when it does.
 bool readOptionalFlag(JNIEnv* env, jobject channel, jclass type, const char* name) {
   const jfieldID field = env->GetFieldID(type, name, "Z");
   if (field != nullptr) return env->GetBooleanField(channel, field) != 0;

@@ -15,11 +15,11 @@ struct ChannelFields {
   std::string packetFilter;
   int packetCount;
   bool traceSignalling;
-  Settings settings;  ///< of the text `settings` and the flag `immediateCapture`, which older host classes do without
+  Settings settings;  ///< from the fields `settings` and `immediateCapture`, which a host class may lack
 };
 
-/// Reads them on the calling thread, and logs what is odd about the settings. Nothing when a field is missing, with the
-/// exception of the look-up pending, or holds no text.
+/// Reads the fields on the calling thread. Logs the warnings of the settings. Returns nothing when a field is missing
+/// (the Java exception of the look-up stays pending) or a text field is null.
 std::optional<ChannelFields> readChannelFields(JNIEnv* env, jobject channel);
 
 }  // namespace voip

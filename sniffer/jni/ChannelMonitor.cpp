@@ -3,14 +3,14 @@
 #include <atomic>
 #include <utility>
 
-// The call of mainLoop that is under way, or null. Only its thread may use the environment and the object.
+// The environment and the object of the running mainLoop(), or null. Only the thread of mainLoop() may use them.
 JNIEnv* mainLoop_JNIEnv = nullptr;
 jobject mainLoop_jobject = nullptr;
 
 namespace voip {
 
 namespace {
-std::atomic<bool> abandoned = false;
+std::atomic<bool> machineAbandoned = false;
 std::atomic<bool> insideMachine = false;
 }  // namespace
 
@@ -27,17 +27,17 @@ ChannelMonitor::~ChannelMonitor() {
 }
 
 void ChannelMonitor::enter() {
-  entered = call(&JNIEnv::MonitorEnter);
+  entered_ = call(&JNIEnv::MonitorEnter);
 }
 
 void ChannelMonitor::leave() {
-  if (std::exchange(entered, false)) call(&JNIEnv::MonitorExit);
+  if (std::exchange(entered_, false)) call(&JNIEnv::MonitorExit);
 }
 
 bool ChannelMonitor::call(jint (JNIEnv::*operation)(jobject)) {
   insideMachine = true;
   bool done = false;
-  if (!abandoned) {
+  if (!machineAbandoned) {
     done = (mainLoop_JNIEnv->*operation)(mainLoop_jobject) == JNI_OK;
     if (!done) mainLoop_JNIEnv->ExceptionClear();
   }
@@ -46,7 +46,7 @@ bool ChannelMonitor::call(jint (JNIEnv::*operation)(jobject)) {
 }
 
 void ChannelMonitor::abandonMachine() {
-  abandoned = true;
+  machineAbandoned = true;
 }
 
 bool ChannelMonitor::isInsideMachine() {

@@ -6,8 +6,10 @@
 
 namespace voip {
 
-/// The channel object's monitor, for the thread in mainLoop, as long as it is there. What fails there is taken back:
-/// frames are safe without the monitor, and no exception may stay pending under the calls that follow.
+/// The monitor of the channel object, for the thread in mainLoop(). It exists as long as mainLoop() runs.
+///
+/// A failure to enter or leave is ignored and its Java exception cleared: the queues have a lock of their own, and
+/// later JNI calls must not be made with a pending exception.
 class ChannelMonitor final : public HostMonitor {
  public:
   ChannelMonitor(JNIEnv* env, jobject channel);
@@ -18,16 +20,17 @@ class ChannelMonitor final : public HostMonitor {
   void enter() override;
   void leave() override;
 
-  /// The process is ending: the virtual machine, which may be gone, is left alone from now on.
+  /// Stops all use of the virtual machine: the process ends and the machine may be gone. Any thread.
   static void abandonMachine();
 
-  /// The thread in mainLoop is inside the virtual machine, which at the end of the process does not let it out again.
+  /// Returns true while the thread in mainLoop() is inside the virtual machine. At the end of the process the machine
+  /// may keep it there for good. Any thread.
   static bool isInsideMachine();
 
  private:
   bool call(jint (JNIEnv::*operation)(jobject));
 
-  bool entered = false;
+  bool entered_ = false;
 };
 
 }  // namespace voip

@@ -7,18 +7,17 @@
 #include <cstdlib>
 #include <utility>
 
+#include "base/Logger.h"
 #include "jni/ChannelMonitor.h"
 #include "jni/NativeMethod.h"
 #include "settings/Logging.h"
-#include "base/Logger.h"
 
-/// The engine of the run, or null. MainLoop guards it.
+/// The engine of the run, or null. The mutex of MainLoop guards it.
 Sniffer* sniffer = nullptr;
 
 namespace voip {
 
 namespace {
-
 
 void installSignalHandler(void (*onSignal)(int)) {
   struct sigaction action {};
@@ -40,8 +39,8 @@ void configure(Sniffer& engine, const ChannelFields& fields) {
 }  // namespace
 
 MainLoop& MainLoop::dft() {
-  static MainLoop& theMainLoop = *new MainLoop;
-  return theMainLoop;
+  static MainLoop& theOne = *new MainLoop;
+  return theOne;
 }
 
 void MainLoop::run(const std::function<void()>& body) {
@@ -77,75 +76,92 @@ void MainLoop::startEngine(Sniffer& engine, void (*onSignal)(int)) {
   }
 }
 
-/// The calling thread takes the run. False when another one has it.
+/// Gives the run to the calling thread. Returns false when another thread has it.
 bool MainLoop::begin() {
-  const std::lock_guard guard(lock);
-  if (running) return false;
-  running = true;
-  stopRequested = false;
-  runner = std::this_thread::get_id();
+  const MutexLock lock(mutex_);
+  if (running_) return false;
+  running_ = true;
+  stopRequested_ = false;
+  runner_ = std::this_thread::get_id();
   return true;
 }
 
 void MainLoop::end() {
-  const std::lock_guard guard(lock);
-  running = false;
-  changed.notify_all();
+  const MutexLock lock(mutex_);
+  running_ = false;
+  changed_.notifyAll();
 }
 
-/// Lets stop() reach the engine. False when the run has been stopped before.
+/// Makes the engine known to stop(). Returns false when the run has been stopped already.
 bool MainLoop::publish(Sniffer* engine) {
-  const std::lock_guard guard(lock);
+  const MutexLock lock(mutex_);
   sniffer = engine;
-  return !stopRequested && !processEnds;
+  return !stopRequested_ && !processEnds_;
 }
 
-/// Afterwards no other thread uses the engine.
+/// After this no other thread uses the engine.
 void MainLoop::retract() {
-  std::unique_lock guard(lock);
-  changed.wait(guard, [this] { return !stopping; });
+  const MutexLock lock(mutex_);
+  while (stopping_) changed_.wait(mutex_);
   sniffer = nullptr;
 }
 
 void MainLoop::stop() {
-  std::unique_lock guard(lock);
-  if (!running) return;
-  if (std::exchange(stopRequested, true)) {
-    changed.wait(guard, [this] { return !stopping; });
-    return;
+  Sniffer* const engine = beginStop();
+  if (engine == nullptr) return;
+  nativeMethod("breakMainLoop", [&] { engine->stopSniffing(); });
+  endStop();
+}
+
+/// Returns the engine that the calling thread has to stop. Returns null when there is none, and after another thread
+/// has stopped it.
+Sniffer* MainLoop::beginStop() {
+  const MutexLock lock(mutex_);
+  if (!running_) return nullptr;
+  if (std::exchange(stopRequested_, true)) {
+    while (stopping_) changed_.wait(mutex_);
+    return nullptr;
   }
-  if (sniffer == nullptr) return;
-  stopping = true;
-  guard.unlock();
-  nativeMethod("breakMainLoop", [] { sniffer->stopSniffing(); });
-  guard.lock();
-  stopping = false;
-  changed.notify_all();
+  stopping_ = sniffer != nullptr;
+  return sniffer;
 }
 
+void MainLoop::endStop() {
+  const MutexLock lock(mutex_);
+  stopping_ = false;
+  changed_.notifyAll();
+}
+
+// ---- the end of the process ----
+
+/// Registers a stop that runs before the static objects are destroyed that capture and logging use.
 void MainLoop::stopBeforeStaticObjectsGo() {
-  // What the stop logs with must be there before it is registered, or it is gone when the stop comes.
+  // Objects that are made after the registration are destroyed before the stop, so the stop could not log with them.
   makeLogLevels();
-  static const bool once = [] { return std::atexit([] { dft().stopAtExit(); }) == 0; }();
-  if (!once) logger().warn("The end of the process will not stop the capture");
+  static const bool registered = [] { return std::atexit([] { dft().stopAtExit(); }) == 0; }();
+  if (!registered) logger().warn("The end of the process will not stop the capture");
 }
 
-/// Ends the run as the process ends, so that nothing logs or captures while static objects are destroyed.
 void MainLoop::stopAtExit() {
-  using std::chrono::milliseconds;
   {
-    const std::lock_guard guard(lock);
-    // Who ends the process from inside the run cannot wait for it.
-    if (running && runner == std::this_thread::get_id()) return;
-    processEnds = true;
+    const MutexLock lock(mutex_);
+    // A thread that ends the process from inside the run cannot wait for the run.
+    if (running_ && runner_ == std::this_thread::get_id()) return;
+    processEnds_ = true;
   }
   ChannelMonitor::abandonMachine();
   stop();
-  std::unique_lock guard(lock);
-  const auto ended = [this] { return !running; };
-  for (int tries = 0; tries < 50 && !changed.wait_for(guard, milliseconds(100), ended); ++tries) {
+  for (int tries = 0; tries < 50 && !endsWithin(std::chrono::milliseconds(100)); ++tries) {
     if (ChannelMonitor::isInsideMachine()) return;
   }
+}
+
+bool MainLoop::endsWithin(std::chrono::milliseconds time) {
+  const auto end = Condition::Clock::now() + time;
+  const MutexLock lock(mutex_);
+  while (running_ && changed_.waitUntil(mutex_, end)) {
+  }
+  return !running_;
 }
 
 }  // namespace voip

@@ -1,32 +1,31 @@
 #pragma once
 
-#include <condition_variable>
+#include <chrono>
 #include <functional>
-#include <mutex>
 #include <thread>
 
-#include "jni/ChannelFields.h"
+#include "base/Mutex.h"
 #include "capture/Sniffer.h"
+#include "jni/ChannelFields.h"
 
 namespace voip {
 
-/// The one run of the engine that a process can have at a time, and what other threads may do to it.
+/// The run of the engine inside the host, at most one in a process at a time. Any thread may call any operation.
 class MainLoop {
  public:
-  /// Never destroyed: threads may still be here when the process ends.
+  /// Returns the instance of the process. It is never destroyed: threads may use it while the process ends.
   static MainLoop& dft();
 
-  /// The calling thread takes the run for as long as `body` takes. Another one that has it already keeps it: then an
-  /// ERROR says so and nothing is done.
+  /// Calls `body` as the run of the calling thread. When another thread has a run, logs an ERROR and does nothing.
   void run(const std::function<void()>& body);
 
   /// Inside run(): makes an engine, captures and forwards to the host until stop(). Returns at once when the run has
-  /// been stopped before, and, with a line on standard error, when the set-up fails.
+  /// been stopped already, and, after a line on standard error, when the set-up fails.
   ///
-  /// `onSignal` becomes the handler of SIGUSR1, which interrupts the reads of capture threads.
+  /// `onSignal` becomes the handler of SIGUSR1, which interrupts the reads of the capture threads.
   void sniff(const ChannelFields& fields, void (*onSignal)(int));
 
-  /// Ends the run, if there is one, and returns when capture has stopped.
+  /// Stops the run, if there is one. Returns when capture has stopped.
   void stop();
 
  private:
@@ -34,17 +33,20 @@ class MainLoop {
   void end();
   bool publish(Sniffer* engine);
   void retract();
+  Sniffer* beginStop();
+  void endStop();
   void stopAtExit();
+  bool endsWithin(std::chrono::milliseconds time);
   static void stopBeforeStaticObjectsGo();
   static void startEngine(Sniffer& engine, void (*onSignal)(int));
 
-  std::mutex lock;
-  std::condition_variable changed;
-  bool running = false;
-  bool stopRequested = false;
-  bool processEnds = false;
-  bool stopping = false;  ///< a thread is in the engine's stopSniffing()
-  std::thread::id runner;
+  Mutex mutex_;
+  Condition changed_;
+  bool running_ GUARDED_BY(mutex_) = false;
+  std::thread::id runner_ GUARDED_BY(mutex_);
+  bool stopRequested_ GUARDED_BY(mutex_) = false;
+  bool stopping_ GUARDED_BY(mutex_) = false;  ///< a thread is in the engine's stopSniffing()
+  bool processEnds_ GUARDED_BY(mutex_) = false;
 };
 
 }  // namespace voip

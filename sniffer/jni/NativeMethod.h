@@ -5,8 +5,8 @@
 
 namespace voip {
 
-/// Runs the body of a native method. What it throws ends here, with a line on the standard error stream: logging may be
-/// what has failed.
+/// Runs the body of a native method and catches its exceptions. Reports them on standard error, because logging may be
+/// the cause.
 template <typename Body>
 void nativeMethod(const char* name, Body body) noexcept {
   try {

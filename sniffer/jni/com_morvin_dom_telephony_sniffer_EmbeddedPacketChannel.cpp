@@ -1,12 +1,13 @@
 #include "jni/com_morvin_dom_telephony_sniffer_EmbeddedPacketChannel.h"
 
 #include <algorithm>
+#include <cstdint>
 
 #include "jni/ChannelFields.h"
 #include "jni/ChannelMonitor.h"
-#include "settings/Logging.h"
 #include "jni/MainLoop.h"
 #include "jni/NativeMethod.h"
+#include "settings/Logging.h"
 
 using namespace voip;
 
@@ -35,7 +36,7 @@ void JNICALL Java_com_morvin_dom_telephony_sniffer_EmbeddedPacketChannel_breakMa
 jint JNICALL Java_com_morvin_dom_telephony_sniffer_EmbeddedPacketChannel_getPacket(JNIEnv* env, jobject,
                                                                                    jbyteArray buffer) {
   if (buffer == nullptr) return 0;
-  // Only the frame goes into the array: pinning or copying the elements would cost by the size of the array.
+  // SetByteArrayRegion() copies only the frame. GetByteArrayElements() may copy the whole array.
   char frame[kMaxFrameLength];
   const int capacity = std::min<jsize>(env->GetArrayLength(buffer), kMaxFrameLength);
   int length = 0;
@@ -49,7 +50,7 @@ jint JNICALL Java_com_morvin_dom_telephony_sniffer_EmbeddedPacketChannel_sendReq
   if (buffer == nullptr) return 0;
   const jsize length = env->GetArrayLength(buffer);
   if (length < SnifferRequest::kWireLength) return 0;
-  u_char wire[SnifferRequest::kWireLength];
+  std::uint8_t wire[SnifferRequest::kWireLength];
   env->GetByteArrayRegion(buffer, 0, SnifferRequest::kWireLength, reinterpret_cast<jbyte*>(wire));
   SnifferRequest request = SnifferRequest::fromWire(wire);
   jint result = 0;

@@ -12,32 +12,32 @@ namespace {
 constexpr std::size_t kMaxLineLength = 511;
 }
 
-Config* Config::config = nullptr;
+Config* Config::config_ = nullptr;
 
 Config* Config::dft() {
-  if (config == nullptr) config = new Config;
-  return config;
+  if (config_ == nullptr) config_ = new Config;
+  return config_;
 }
 
 void Config::setCfgFileName(std::string fileName) {
-  cfgFileName = std::move(fileName);
+  cfgFileName_ = std::move(fileName);
 }
 
 void Config::loadProperties() {
-  std::ifstream file(cfgFileName);
+  std::ifstream file(cfgFileName_);
   if (!file) failToRead();
-  loadLines(file, cfgFileName);
-  // A directory can be opened, but reading it fails.
+  loadLines(file, cfgFileName_);
+  // A directory can be opened but not read.
   if (file.bad()) failToRead();
 }
 
 void Config::loadLines(std::istream& text, const std::string& name) {
-  lines.clear();
+  lines_.clear();
   std::string line;
   for (int number = 1; std::getline(text, line); ++number) {
     if (line.size() > kMaxLineLength) {
       logger().warn("Line " + std::to_string(number) + " of " + name + " is longer than " +
-                   std::to_string(kMaxLineLength) + " characters and is ignored");
+                    std::to_string(kMaxLineLength) + " characters and is ignored");
       continue;
     }
     addLine(line, number);
@@ -47,12 +47,12 @@ void Config::loadLines(std::istream& text, const std::string& name) {
 void Config::addLine(const std::string& line, int number) {
   const auto equals = line.find('=');
   if (equals == std::string::npos) return;
-  lines.push_back({number, line.substr(0, equals)});
-  properties.emplace(lines.back().key, trim(line.substr(equals + 1)));
+  lines_.push_back({number, line.substr(0, equals)});
+  properties_.emplace(lines_.back().key, trim(line.substr(equals + 1)));
 }
 
 void Config::failToRead() {
-  logger().error("Can't open configuration file " + cfgFileName);
+  logger().error("Can't open configuration file " + cfgFileName_);
   std::exit(1);
 }
 
@@ -61,7 +61,7 @@ std::string Config::getProperty(std::string key) {
 }
 
 const std::string& Config::getPropertyText(const std::string& key) {
-  return properties[key];
+  return properties_[key];
 }
 
 std::string Config::trim(const std::string& s) {

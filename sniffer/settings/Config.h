@@ -1,62 +1,62 @@
 #pragma once
 
-
 #include <istream>
 #include <map>
 #include <string>
 #include <vector>
 
-/// A flat text of key=value lines, read once into a table.
+/// The table of a properties file: a text of key=value lines.
 ///
-/// - A line without '=' is skipped; there is no other comment mechanism, so "# Port=1" sets the key "# Port".
-/// - The key is everything before the first '=', not trimmed: "Port = 1" sets the key "Port " with its blank.
-/// - The value is everything behind it, trimmed of blanks, tabs and carriage returns.
-/// - Of two lines with the same key the first counts.
+/// - A line without '=' is skipped. There is no other comment mechanism, so "# Port=1" sets the key "# Port".
+/// - The key is the text before the first '=', not trimmed: "Port = 1" sets the key "Port " with its blank.
+/// - The value is the text after the first '=', without blanks, tabs and carriage returns at both ends.
+/// - When a key occurs twice, the first line wins.
 ///
-/// Used by one thread, at start-up.
+/// For one thread at a time: a look-up may add a key.
 class Config {
  public:
   Config() = default;
   Config(const Config&) = delete;
   virtual ~Config() = default;
 
-  /// The instance of this process, made on first use and never destroyed.
+  /// Returns the instance of the process, which is made on first use and never destroyed.
   static Config* dft();
 
   void setCfgFileName(std::string fileName);
 
-  /// Adds the file's keys to the table; keys that it holds already keep their values. A file that cannot be read ends
-  /// the process with status 1. A line of more than 511 characters is skipped with a warning.
+  /// Adds the keys of the file to the table. A key that is in the table keeps its value. Ends the process with status 1
+  /// when the file cannot be read. Skips lines of more than 511 characters with a warning.
   void loadProperties();
 
-  /// The same with the lines of a text; `name` is what a warning calls it.
+  /// Adds the keys of a text. Warnings call the text `name`.
   void loadLines(std::istream& text, const std::string& name);
 
   /// A line that sets a key.
   struct Line {
-    int number;  ///< from 1
+    int number;  ///< counted from 1
     std::string key;
   };
 
-  /// The lines of the last load that set a key, in order.
-  const std::vector<Line>& getLines() const { return lines; }
+  /// The lines of the last load that set a key, in the order of the file.
+  const std::vector<Line>& getLines() const { return lines_; }
 
-  /// The value of `key`; empty when it is absent.
+  /// Returns the value of `key`, empty when the key is absent.
   std::string getProperty(std::string key);
 
-  /// The table's own copy of the value, which stays as it is until the process ends. An absent key is added, empty.
+  /// Returns the value in the table. The reference stays valid and unchanged for the lifetime of the table. An absent
+  /// key is added with an empty value.
   const std::string& getPropertyText(const std::string& key);
 
-  /// `s` without the blanks, tabs, carriage returns and line feeds at both ends.
+  /// Returns `s` without blanks, tabs, carriage returns and line feeds at both ends.
   static std::string trim(const std::string& s);
 
  private:
   void addLine(const std::string& line, int number);
   [[noreturn]] void failToRead();
 
-  std::map<std::string, std::string> properties;
-  std::string cfgFileName;
-  std::vector<Line> lines;
+  std::map<std::string, std::string> properties_;
+  std::string cfgFileName_;
+  std::vector<Line> lines_;
 
-  static Config* config;
+  static Config* config_;
 };

@@ -20,12 +20,12 @@ using log4cxx::spi::LoggingEvent;
 
 namespace {
 
-constexpr std::chrono::seconds kRetryAfter(1);
-constexpr std::chrono::minutes kTellAfter(1);
+constexpr std::chrono::seconds kRetryInterval(1);
+constexpr std::chrono::minutes kReportInterval(1);
 
-/// Why nothing can be written to the file of this name, or empty.
-std::string faultOf(const std::string& name) {
-  return faccessat(AT_FDCWD, name.c_str(), W_OK, AT_EACCESS) == 0 ? "" : std::strerror(errno);
+/// Returns why the file cannot be written, empty when it can.
+std::string writeError(const std::string& path) {
+  return faccessat(AT_FDCWD, path.c_str(), W_OK, AT_EACCESS) == 0 ? "" : std::strerror(errno);
 }
 
 void guard(const log4cxx::LoggerPtr& logger) {
@@ -39,59 +39,60 @@ void guard(const log4cxx::LoggerPtr& logger) {
 }  // namespace
 
 GuardedAppender::GuardedAppender(log4cxx::AppenderPtr appender)
-    : inner(std::move(appender)), file(std::dynamic_pointer_cast<log4cxx::FileAppender>(inner)), checked(Clock::now()) {
-  setName(inner->getName());
-  if (file) fault = faultOf(file->getFile());
+    : appender_(std::move(appender)),
+      file_(std::dynamic_pointer_cast<log4cxx::FileAppender>(appender_)),
+      lastCheck_(Clock::now()) {
+  setName(appender_->getName());
+  if (file_) fileError_ = writeError(file_->getFile());
 }
 
 void GuardedAppender::append(const log4cxx::spi::LoggingEventPtr& event, log4cxx::helpers::Pool& pool) {
   try {
-    if (file) checkFile(pool);
-    if (!fault.empty()) throw std::runtime_error(fault);
+    if (file_) checkFile(pool);
+    if (!fileError_.empty()) throw std::runtime_error(fileError_);
     write(event, pool);
   } catch (const std::exception& failure) {
-    ++lost;
-    reason = failure.what();
-    tellLoss();
+    ++lostLines_;
+    lossReason_ = failure.what();
+    reportLoss();
   }
 }
 
 void GuardedAppender::write(const log4cxx::spi::LoggingEventPtr& event, log4cxx::helpers::Pool& pool) {
-  if (lost > 0) {
-    const std::string text = std::to_string(lost) + " log lines are lost: " + reason;
+  if (lostLines_ > 0) {
+    const std::string text = std::to_string(lostLines_) + " log lines are lost: " + lossReason_;
     const auto notice = std::make_shared<LoggingEvent>(event->getLoggerName(), log4cxx::Level::getWarn(), text,
                                                        log4cxx::spi::LocationInfo::getLocationUnavailable());
-    inner->doAppend(notice, pool);
-    lost = 0;
+    appender_->doAppend(notice, pool);
+    lostLines_ = 0;
   }
-  inner->doAppend(event, pool);
+  appender_->doAppend(event, pool);
 }
 
 void GuardedAppender::checkFile(log4cxx::helpers::Pool& pool) {
   const auto now = Clock::now();
-  if (now - checked < kRetryAfter) return;
-  checked = now;
-  const std::string found = faultOf(file->getFile());
-  if (found.empty() && fault.empty()) return;
-  // Gone, or back: either way it is not the one that is open.
-  fault = found;
-  file->activateOptions(pool);
-  fault = faultOf(file->getFile());
+  if (now - lastCheck_ < kRetryInterval) return;
+  lastCheck_ = now;
+  const std::string found = writeError(file_->getFile());
+  if (found.empty() && fileError_.empty()) return;
+  // The file was removed or is back: the open one is another file.
+  fileError_ = found;
+  file_->activateOptions(pool);
+  fileError_ = writeError(file_->getFile());
 }
 
-void GuardedAppender::tellLoss() {
+void GuardedAppender::reportLoss() {
   const auto now = Clock::now();
-  if (told && now - toldAt < kTellAfter) return;
-  told = true;
-  toldAt = now;
-  const std::string name = file ? file->getFile() : inner->getName();
+  if (lastReport_ && now - *lastReport_ < kReportInterval) return;
+  lastReport_ = now;
+  const std::string name = file_ ? file_->getFile() : appender_->getName();
   std::fprintf(stderr, "sniffer: the log %s cannot be written (%s); lines lost so far: %llu\n", name.c_str(),
-               reason.c_str(), static_cast<unsigned long long>(lost));
+               lossReason_.c_str(), static_cast<unsigned long long>(lostLines_));
 }
 
 void GuardedAppender::close() {
   try {
-    inner->close();
+    appender_->close();
   } catch (const std::exception& failure) {
     std::fprintf(stderr, "sniffer: closing the log: %s\n", failure.what());
   }
@@ -100,7 +101,7 @@ void GuardedAppender::close() {
 void guardAppenders() {
   guard(log4cxx::Logger::getRootLogger());
   for (const log4cxx::LoggerPtr& logger : log4cxx::LogManager::getCurrentLoggers()) guard(logger);
-  // From here on the guards tell what goes wrong, and not a line of it for each line of the log.
+  // The guards report failures from now on; log4cxx would print a line for each log line.
   log4cxx::helpers::LogLog::setQuietMode(true);
 }
 

@@ -5,16 +5,16 @@
 
 #include <chrono>
 #include <cstdint>
+#include <optional>
 #include <string>
 
 namespace voip {
 
-/// Stands in front of an appender so that whatever befalls it costs log lines and nothing else. log4cxx lets an
-/// appender's exceptions out of every call of a logger, on whatever thread; and a file that could not be opened, or is
-/// no longer there, swallows lines without a word.
+/// Wraps an appender so that a failure of it costs log lines only. log4cxx passes the exceptions of an appender on to
+/// the thread that logs, and discards lines silently when a log file could not be opened or has been removed.
 ///
-/// Lost lines are told on standard error, at most once a minute, and in the log itself when it is written again. A file
-/// that is gone or could not be opened is opened again as soon as that can be done, tried once a second at most.
+/// Lost lines are reported on standard error, at most once a minute, and in the log when it can be written again. A
+/// file that is missing or could not be opened is opened again, at most one attempt a second.
 class GuardedAppender final : public log4cxx::AppenderSkeleton {
  public:
   explicit GuardedAppender(log4cxx::AppenderPtr appender);
@@ -28,19 +28,18 @@ class GuardedAppender final : public log4cxx::AppenderSkeleton {
 
   void write(const log4cxx::spi::LoggingEventPtr& event, log4cxx::helpers::Pool& pool);
   void checkFile(log4cxx::helpers::Pool& pool);
-  void tellLoss();
+  void reportLoss();
 
-  const log4cxx::AppenderPtr inner;
-  const log4cxx::FileAppenderPtr file;  ///< `inner`, when that writes to a file
-  Clock::time_point checked;            ///< the file
-  std::string fault;                    ///< why its lines are lost; empty when it is open
-  std::uint64_t lost = 0;               ///< lines since it was written last
-  std::string reason;                   ///< why they were lost
-  bool told = false;
-  Clock::time_point toldAt;
+  const log4cxx::AppenderPtr appender_;
+  const log4cxx::FileAppenderPtr file_;  ///< `appender_` if it writes to a file, else null
+  Clock::time_point lastCheck_;          ///< of the file
+  std::string fileError_;                ///< why the file cannot be written; empty when it can
+  std::uint64_t lostLines_ = 0;          ///< since the last line that was written
+  std::string lossReason_;
+  std::optional<Clock::time_point> lastReport_;  ///< of a loss, on standard error
 };
 
-/// Puts a guard in front of every appender that the loggers have.
+/// Wraps every appender of every logger in a guard.
 void guardAppenders();
 
 }  // namespace voip

@@ -4,15 +4,14 @@
 
 namespace voip {
 
-/// The values of the settings that decide how the sniffer works beyond where it captures and whom it serves. Each is
-/// off as it stands here. Filled from the properties file, or from the host's text of Key=value lines; the members are
-/// named after their keys.
+/// The settings beyond devices, filter and recorder, with their defaults. Each member is named after its key, in the
+/// properties file and in the host's text of Key=value lines.
 struct Settings {
   bool immediateCapture = false;
   bool reopenDevices = false;
 
   int statisticsInterval = 0;  ///< seconds; 0: only at the end and on request
-  std::string statisticsFile;  ///< path; empty: none
+  std::string statisticsFile;  ///< path; empty: no file
 
   int sendTimeout = 0;  ///< milliseconds, 0 to 60,000
   bool commandsFromServerOnly = false;
@@ -20,7 +19,7 @@ struct Settings {
   int lookBack = 0;         ///< milliseconds, 0 to 60,000
   int lookBackMemory = 64;  ///< MB
   bool captureTime = false;
-  int queueLimit = 0;  ///< MB; 0: none
+  int queueLimit = 0;  ///< MB; 0: no limit
 
   bool decapsulate = false;
   bool reassembleFragments = false;

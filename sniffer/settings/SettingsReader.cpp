@@ -13,10 +13,10 @@
 #include <set>
 #include <sstream>
 
+#include "base/Logger.h"
 #include "settings/Logging.h"
 #include "settings/SettingKeys.h"
 #include "settings/StringTokenizer.h"
-#include "base/Logger.h"
 
 namespace voip {
 
@@ -25,8 +25,8 @@ namespace {
 constexpr const char* kYes = "yes";
 constexpr const char* kNo = "no";
 
-
-/// What the digits say. What no 32 bits hold is out of every range, so it is as good as the largest number.
+/// Returns the number, or nothing for another text. A number beyond 32 bits is out of every range, so the largest or
+/// smallest one stands for it.
 std::optional<int> wholeNumber(const std::string& value) {
   int number = 0;
   const char* end = value.data() + value.size();
@@ -52,16 +52,16 @@ void readInto(Settings& settings, const NumberKey& key, const std::string& value
   settings.*key.member = inRange(key, wholeNumber(value));
 }
 
-std::vector<std::string> odditiesOf(const TextKey& key, const std::string& value) {
-  return key.oddities != nullptr ? key.oddities(value) : std::vector<std::string>();
+std::vector<std::string> warningsFor(const TextKey& key, const std::string& value) {
+  return key.check != nullptr ? key.check(value) : std::vector<std::string>();
 }
 
-std::vector<std::string> odditiesOf(const FlagKey& key, const std::string& value) {
+std::vector<std::string> warningsFor(const FlagKey& key, const std::string& value) {
   if (value.empty() || value == kYes || value == kNo) return {};
   return {std::string("neither yes nor no, ") + key.otherwise};
 }
 
-std::vector<std::string> odditiesOf(const NumberKey& key, const std::string& value) {
+std::vector<std::string> warningsFor(const NumberKey& key, const std::string& value) {
   const auto number = wholeNumber(value);
   const int used = inRange(key, number);
   if (value.empty() || number == used) return {};
@@ -69,7 +69,7 @@ std::vector<std::string> odditiesOf(const NumberKey& key, const std::string& val
           std::to_string(key.most) + ", " + std::to_string(used) + " is used"};
 }
 
-void reportKeys(Config& config, SettingsOrigin origin) {
+void warnAboutKeys(Config& config, SettingsOrigin origin) {
   std::map<std::string, int> seen;
   for (const auto& [number, key] : config.getLines()) {
     const auto [first, isNew] = seen.emplace(key, number);
@@ -77,9 +77,9 @@ void reportKeys(Config& config, SettingsOrigin origin) {
     if (key.starts_with('#')) continue;
     const SettingKey* known = findSettingKey(key);
     if (known == nullptr) {
-      const bool blanks = findSettingKey(config.trim(key)) != nullptr;
+      const bool blanks = findSettingKey(Config::trim(key)) != nullptr;
       logger().warn(where + "\"" + key + "\" is no setting" +
-                   (blanks ? ", blanks in front of '=' belong to the key" : "") + ", ignored");
+                    (blanks ? ", blanks in front of '=' belong to the key" : "") + ", ignored");
     } else if (origin == SettingsOrigin::Host && !hasMember(*known)) {
       logger().warn(where + key + " is not for the host's settings, ignored");
     } else if (!isNew) {
@@ -88,13 +88,13 @@ void reportKeys(Config& config, SettingsOrigin origin) {
   }
 }
 
-void reportOddity(Config& config, const std::string& key, const std::string& oddity) {
+void warnAboutValue(Config& config, const std::string& key, const std::string& warning) {
   const auto& lines = config.getLines();
   const auto line = std::find_if(lines.begin(), lines.end(), [&](const auto& one) { return one.key == key; });
   const std::string where = line == lines.end() ? "The settings have no " + key
                                                 : "Line " + std::to_string(line->number) + " of the settings: " + key +
                                                       "=" + config.getProperty(key);
-  logger().warn(where + ", " + oddity);
+  logger().warn(where + ", " + warning);
 }
 
 std::string defaultOf(const SettingKey& key) {
@@ -108,49 +108,49 @@ std::string defaultOf(const SettingKey& key) {
 
 }  // namespace
 
-namespace setting_oddities {
+namespace setting_checks {
 
-std::vector<std::string> ofServerName(const std::string& value) {
+std::vector<std::string> serverName(const std::string& value) {
   in_addr address;
   if (inet_pton(AF_INET, value.c_str(), &address) == 1) return {};
   return {"the recorder is not reachable without a dotted IPv4 address"};
 }
 
-std::vector<std::string> ofServerPort(const std::string& value) {
+std::vector<std::string> serverPort(const std::string& value) {
   const int port = std::atoi(value.c_str());
   if (port >= 1 && port <= 65535) return {};
   return {"a port is a number from 1 to 65535, port " + std::to_string(static_cast<in_port_t>(port)) + " is used"};
 }
 
-std::vector<std::string> ofServerProtocol(const std::string& value) {
+std::vector<std::string> serverProtocol(const std::string& value) {
   if (strcasecmp(value.c_str(), "TCP") == 0 || strcasecmp(value.c_str(), "UDP") == 0) return {};
   return {std::string(strncasecmp(value.c_str(), "UDP", 3) == 0 ? "UDP" : "TCP") + " is used"};
 }
 
-std::vector<std::string> ofDevice(const std::string& value) {
+std::vector<std::string> device(const std::string& value) {
   StringTokenizer names(value.c_str(), ';');
   if (!names.hasMoreTokens()) return {"nothing is captured"};
-  std::vector<std::string> oddities;
+  std::vector<std::string> warnings;
   std::set<std::string> devices;
   while (names.hasMoreTokens()) {
     const std::string name = names.nextToken();
-    if (name.empty()) oddities.push_back("there is an empty name in the list");
-    if (!devices.insert(name).second) oddities.push_back(name + " is in the list twice and its frames are sent twice");
+    if (name.empty()) warnings.push_back("there is an empty name in the list");
+    if (!devices.insert(name).second) warnings.push_back(name + " is in the list twice and its frames are sent twice");
   }
-  return oddities;
+  return warnings;
 }
 
-std::vector<std::string> ofFilter(const std::string& value) {
+std::vector<std::string> filter(const std::string& value) {
   if (!value.empty()) return {};
   return {"everything is captured"};
 }
 
-std::vector<std::string> ofLogLevel(const std::string& value) {
+std::vector<std::string> logLevel(const std::string& value) {
   if (value.empty() || !logLevelNamed(value).empty()) return {};
   return {"INFO is used"};
 }
 
-}  // namespace setting_oddities
+}  // namespace setting_checks
 
 Settings readSettings(Config& config) {
   Settings settings;
@@ -161,14 +161,14 @@ Settings readSettings(Config& config) {
   return settings;
 }
 
-void reportOddities(Config& config, SettingsOrigin origin) {
-  reportKeys(config, origin);
+void logSettingWarnings(Config& config, SettingsOrigin origin) {
+  warnAboutKeys(config, origin);
   for (const SettingKey& key : kSettingKeys) {
     if (origin == SettingsOrigin::Host && !hasMember(key)) continue;
     const std::string name(key.name);
     const std::string value = config.getProperty(name);
-    const auto oddities = std::visit([&](const auto& kind) { return odditiesOf(kind, value); }, key.value);
-    for (const std::string& oddity : oddities) reportOddity(config, name, oddity);
+    const auto warnings = std::visit([&](const auto& kind) { return warningsFor(kind, value); }, key.value);
+    for (const std::string& warning : warnings) warnAboutValue(config, name, warning);
   }
 }
 
@@ -176,7 +176,7 @@ Settings parseHostSettings(const std::string& text) {
   Config config;
   std::istringstream lines(text);
   config.loadLines(lines, "the host's settings");
-  reportOddities(config, SettingsOrigin::Host);
+  logSettingWarnings(config, SettingsOrigin::Host);
   return readSettings(config);
 }
 

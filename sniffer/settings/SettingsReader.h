@@ -7,20 +7,21 @@
 
 namespace voip {
 
-/// Whose settings these are: a host gives those that it has no fields for.
+/// The source of a text of settings. A host's text holds only the keys for which the host object has no field.
 enum class SettingsOrigin { File, Host };
 
-/// The values of the table's keys. What makes no sense is as if it were absent, or the nearest that does.
+/// Returns the values of all keys. An invalid value is replaced by the default, a number out of range by the nearest
+/// one in range.
 Settings readSettings(Config& config);
 
-/// Logs a warning for each key that means nothing and each value that makes no sense: the line, and what is assumed.
-void reportOddities(Config& config, SettingsOrigin origin);
+/// Logs a warning for each unknown or repeated key and for each invalid value: the line, and what is used instead.
+void logSettingWarnings(Config& config, SettingsOrigin origin);
 
-/// The settings in a host's text of Key=value lines, under the rules of a properties file (see Config). Logs its
-/// oddities.
+/// Returns the settings in a host's text of Key=value lines, by the rules of a properties file (see Config). Logs the
+/// warnings.
 Settings parseHostSettings(const std::string& text);
 
-/// A line for each key: its name, what it does, its default.
+/// Returns a text with a line for each key: its name, its meaning and its default.
 std::string describeSettings();
 
 }  // namespace voip

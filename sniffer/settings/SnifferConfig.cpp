@@ -13,7 +13,7 @@ using namespace voip;
 
 namespace {
 
-/// The name of a key that the table has.
+/// Returns the name of a key. Does not compile when the table lacks the key.
 consteval const char* nameOf(const char* key) {
   return findSettingKey(key)->name.data();
 }
@@ -72,8 +72,8 @@ const char* SnifferConfig::getPortList() {
 }
 
 const char* SnifferConfig::getLogLevel() {
-  logLevel = validateLogLevel(Config::dft()->getProperty(LogLevel));
-  if (!logLevel.empty()) return logLevel.c_str();
+  logLevel_ = validateLogLevel(Config::dft()->getProperty(LogLevel));
+  if (!logLevel_.empty()) return logLevel_.c_str();
   std::cerr << "Invalid LogLevel, assuming INFO" << std::endl;
   return Info.c_str();
 }
@@ -86,8 +86,8 @@ Settings SnifferConfig::getSettings() {
   return readSettings(*Config::dft());
 }
 
-void SnifferConfig::reportOddities() {
-  ::reportOddities(*Config::dft(), SettingsOrigin::File);
+void SnifferConfig::logWarnings() {
+  logSettingWarnings(*Config::dft(), SettingsOrigin::File);
 }
 
 std::string SnifferConfig::trim(const std::string& s) {

@@ -4,9 +4,9 @@
 
 #include "settings/Settings.h"
 
-/// Typed access to the settings of the properties file. What keys there are, SettingKeys.h tells.
+/// Typed access to the settings of the properties file. SettingKeys.h lists all keys.
 ///
-/// The text getters return pointers into the table of `Config`, which live until the process ends.
+/// The text getters return pointers into the table of `Config`, which stay valid until the process ends.
 class SnifferConfig {
  public:
   static const std::string ServerName;
@@ -26,38 +26,38 @@ class SnifferConfig {
   static const std::string Error;
   static const std::string Fatal;
 
-  /// Loads the file; the process ends with status 1 when it cannot be read.
+  /// Loads the file. Ends the process with status 1 when the file cannot be read.
   explicit SnifferConfig(std::string cfgFileName);
   virtual ~SnifferConfig() = default;
 
   const char* getServerName();      ///< recorder host, dotted IPv4
-  int getServerPort();              ///< recorder port; the leading digits of the value, 0 when there are none
+  int getServerPort();              ///< recorder port: the leading digits of the value, 0 without digits
   const char* getDevice();          ///< device names separated by ';'
   const char* getFilter();          ///< libpcap filter expression; empty matches every packet
   const char* getServerProtocol();  ///< "TCP" or "UDP"
-  const char* getTransport();       ///< read by nobody
-  const char* getProtocolList();    ///< read by nobody
-  const char* getPortList();        ///< read by nobody
+  const char* getTransport();       ///< not used
+  const char* getProtocolList();    ///< not used
+  const char* getPortList();        ///< not used
 
-  /// The level in upper case; "INFO", with a message on standard error, when the value is no level. Stays valid until
-  /// the next call.
+  /// Returns the level in upper case, or "INFO" after a message on standard error when the value is no level. The text
+  /// stays valid until the next call.
   const char* getLogLevel();
 
-  /// False only when the value is exactly "yes": the sense is the reverse of what the key says, and installations
-  /// rely on it.
+  /// Returns false only when the value is exactly "yes". The sense is the reverse of the key's name; installations rely
+  /// on it.
   bool getTraceSignalling();
 
-  /// The keys beyond these.
+  /// Returns the values of the other keys.
   voip::Settings getSettings();
 
-  /// Logs a warning for each key that means nothing and each value that makes no sense: the line, and what is assumed.
-  void reportOddities();
+  /// Logs a warning for each unknown or repeated key and for each invalid value.
+  void logWarnings();
 
   std::string trim(const std::string& s);
 
-  /// The trimmed level in upper case, or empty when it is none of the five.
+  /// Returns the trimmed level in upper case, or an empty text when it is none of the five.
   std::string validateLogLevel(std::string level);
 
  private:
-  std::string logLevel;
+  std::string logLevel_;
 };

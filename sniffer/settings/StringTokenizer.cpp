@@ -2,16 +2,16 @@
 
 #include <utility>
 
-StringTokenizer::StringTokenizer(const char* text, char separatorChar) : buffer(text), separator(separatorChar) {}
+StringTokenizer::StringTokenizer(const char* text, char separator) : buffer_(text), separator_(separator) {}
 
 bool StringTokenizer::hasMoreTokens() const {
-  return !buffer.empty();
+  return !buffer_.empty();
 }
 
 std::string StringTokenizer::nextToken() {
-  const auto end = buffer.find(separator);
-  if (end == std::string::npos) return std::exchange(buffer, {});
-  std::string token = buffer.substr(0, end);
-  buffer.erase(0, end + 1);
+  const auto end = buffer_.find(separator_);
+  if (end == std::string::npos) return std::exchange(buffer_, {});
+  std::string token = buffer_.substr(0, end);
+  buffer_.erase(0, end + 1);
   return token;
 }

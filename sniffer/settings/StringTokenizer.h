@@ -2,9 +2,9 @@
 
 #include <string>
 
-/// Splits a text on a single separator character.
+/// Splits a text at a separator character.
 ///
-/// "a;;b" gives "a", "" and "b"; a separator at the end adds nothing: "a;" gives only "a". An empty text gives no
+/// "a;;b" has the tokens "a", "" and "b". A separator at the end adds no token: "a;" has only "a". An empty text has no
 /// token.
 class StringTokenizer {
  public:
@@ -14,10 +14,10 @@ class StringTokenizer {
 
   bool hasMoreTokens() const;
 
-  /// The text before the next separator, or the rest when there is none; empty when nothing is left.
+  /// Returns the text before the next separator, or the rest of the text. Empty when there is no token left.
   std::string nextToken();
 
  private:
-  std::string buffer;  ///< what has not been handed out yet
-  char separator;
+  std::string buffer_;  ///< the text not yet returned
+  char separator_;
 };

@@ -1,51 +1,55 @@
 #include "statistics/PeriodicTask.h"
 
-#include "base/Logger.h"
-
-
 #include <exception>
 #include <string>
 #include <utility>
+
+#include "base/Logger.h"
 
 namespace voip {
 
 namespace {
 
-void tellFailure(const std::exception& failure) {
+void logFailure(const std::exception& failure) {
   logger().warn(std::string("Statistics are not told: ") + failure.what());
 }
 
 }  // namespace
 
-PeriodicTask::PeriodicTask(std::chrono::seconds every, std::function<void()> what)
-    : interval(every), task(std::move(what)) {
+PeriodicTask::PeriodicTask(std::chrono::seconds interval, std::function<void()> task)
+    : interval_(interval), task_(std::move(task)) {
   try {
-    thread = std::thread(&PeriodicTask::run, this);
+    thread_ = std::thread(&PeriodicTask::run, this);
   } catch (const std::exception& failure) {
-    tellFailure(failure);
+    logFailure(failure);
   }
 }
 
 PeriodicTask::~PeriodicTask() {
   {
-    const std::lock_guard guard(lock);
-    ended = true;
+    const MutexLock lock(mutex_);
+    ended_ = true;
   }
-  changed.notify_all();
-  if (thread.joinable()) thread.join();
+  changed_.notifyAll();
+  if (thread_.joinable()) thread_.join();
 }
 
 void PeriodicTask::run() {
-  std::unique_lock guard(lock);
-  while (!changed.wait_for(guard, interval, [this] { return ended; })) {
-    guard.unlock();
+  while (!endsWithinInterval()) {
     try {
-      task();
+      task_();
     } catch (const std::exception& failure) {
-      tellFailure(failure);
+      logFailure(failure);
     }
-    guard.lock();
   }
+}
+
+bool PeriodicTask::endsWithinInterval() {
+  const auto end = Condition::Clock::now() + interval_;
+  const MutexLock lock(mutex_);
+  while (!ended_ && changed_.waitUntil(mutex_, end)) {
+  }
+  return ended_;
 }
 
 }  // namespace voip

@@ -1,15 +1,15 @@
 #pragma once
 
 #include <chrono>
-#include <condition_variable>
 #include <functional>
-#include <mutex>
 #include <thread>
+
+#include "base/Mutex.h"
 
 namespace voip {
 
-/// Runs a task on a thread of its own again and again, for the first time when an interval has passed, as long as the
-/// object lives. The destructor waits for a task that runs. When there is no thread to be had, a WARN says so.
+/// Runs a task on a thread of its own, at every interval, for the first time after one interval. The destructor waits
+/// for a running task. When the thread cannot be created, a WARN says so and the task does not run.
 class PeriodicTask {
  public:
   PeriodicTask(std::chrono::seconds interval, std::function<void()> task);
@@ -19,13 +19,14 @@ class PeriodicTask {
 
  private:
   void run();
+  bool endsWithinInterval();
 
-  const std::chrono::seconds interval;
-  const std::function<void()> task;
-  std::mutex lock;
-  std::condition_variable changed;
-  bool ended = false;
-  std::thread thread;
+  const std::chrono::seconds interval_;
+  const std::function<void()> task_;
+  Mutex mutex_;
+  Condition changed_;
+  bool ended_ GUARDED_BY(mutex_) = false;
+  std::thread thread_;
 };
 
 }  // namespace voip

@@ -12,8 +12,8 @@ constexpr std::string_view kPrefix = "sniffer_";
 struct DeviceRow {
   const char* metric;
   const char* type;
-  const char* cause;  ///< the value of the label `by`, or null
-  const char* help;
+  const char* by;    ///< value of the label `by`, or null
+  const char* help;  ///< empty in the second row of a metric
   std::uint64_t (*value)(const DeviceStatistics& device);
 };
 
@@ -22,10 +22,10 @@ constexpr const char* kUp = "device_up";
 constexpr DeviceRow kDeviceRows[] = {
     {kUp, "gauge", nullptr, "1 while the device is open.",
      [](const DeviceStatistics& device) -> std::uint64_t { return device.isUp; }},
-    {"device_received_frames_total", "counter", nullptr, "Frames that the device has given.",
+    {"device_received_frames_total", "counter", nullptr, "Frames received from the device.",
      [](const DeviceStatistics& device) { return device.received; }},
     {"device_dropped_frames_total", "counter", "kernel",
-     "Frames lost before the sniffer saw them: by the kernel, whose buffer was full, or by the interface.",
+     "Frames lost before the sniffer: in the full buffer of the kernel or in the interface.",
      [](const DeviceStatistics& device) { return device.droppedByKernel; }},
     {"device_dropped_frames_total", "counter", "interface", "",
      [](const DeviceStatistics& device) { return device.droppedByInterface; }},
@@ -39,7 +39,8 @@ void addSample(std::string& text, const std::string& metric, const std::string& 
   text += metric + (labels.empty() ? "" : "{" + labels + "}") + " " + value + "\n";
 }
 
-/// A label's value: printable ASCII as it is, anything else as '?', as bytes that are no UTF-8 spoil the whole file.
+/// Returns a label value in quotes. Other characters than printable ASCII become '?': a byte that is not UTF-8 makes
+/// the whole file invalid.
 std::string quoted(const std::string& value) {
   std::string text = "\"";
   for (const char c : value) {
@@ -50,39 +51,28 @@ std::string quoted(const std::string& value) {
 }
 
 std::string inBaseUnit(std::uint64_t value, StatisticsRow::Unit unit) {
-  if (unit == StatisticsRow::Plain) return std::to_string(value);
+  if (unit == StatisticsRow::kNone) return std::to_string(value);
   char text[32];
   std::snprintf(text, sizeof text, "%llu.%03u", static_cast<unsigned long long>(value / 1000),
                 static_cast<unsigned>(value % 1000));
   return text;
 }
 
-/// A metric's rows must stand together in the file; in the table they stand in the order of the log line.
-bool isFirstOfItsMetric(const StatisticsRow& row) {
-  for (const StatisticsRow& other : kStatisticsRows) {
-    if (std::string_view(other.metric) == row.metric) return &other == &row;
-  }
-  return false;
-}
-
-void addMetric(std::string& text, const Statistics& statistics, const StatisticsRow& first) {
-  const std::string metric = std::string(kPrefix) + first.metric;
-  addHeading(text, metric, first.help, first.kind == StatisticsRow::Total ? "counter" : "gauge");
-  for (const StatisticsRow& row : kStatisticsRows) {
-    if (std::string_view(row.metric) != first.metric) continue;
-    addSample(text, metric, row.label == nullptr ? "" : row.label, inBaseUnit(statistics.*row.value, row.unit));
-  }
+void addRow(std::string& text, const StatisticsRow& row, const Statistics& statistics) {
+  const std::string metric = std::string(kPrefix) + row.metric;
+  if (*row.help != 0) addHeading(text, metric, row.help, row.kind == StatisticsRow::kCounter ? "counter" : "gauge");
+  addSample(text, metric, row.label, inBaseUnit(statistics.*row.value, row.unit));
 }
 
 void addDeviceRow(std::string& text, const DeviceRow& row, const std::vector<DeviceStatistics>& devices) {
   const std::string metric = std::string(kPrefix) + row.metric;
   if (*row.help != 0) addHeading(text, metric, row.help, row.type);
   for (std::size_t i = 0; i < devices.size(); ++i) {
-    // A counter that falls to 0 and is back would be taken for a burst; a gap is not.
+    // A counter that falls to 0 and rises again would look like a burst. A missing sample does not.
     if (!devices[i].isUp && row.metric != kUp) continue;
-    // A device may be listed twice.
+    // The index tells apart a device that is listed twice.
     std::string labels = "device=" + quoted(devices[i].name) + ",index=" + quoted(std::to_string(i));
-    if (row.cause != nullptr) labels += ",by=" + quoted(row.cause);
+    if (row.by != nullptr) labels += ",by=" + quoted(row.by);
     addSample(text, metric, labels, std::to_string(row.value(devices[i])));
   }
 }
@@ -91,9 +81,7 @@ void addDeviceRow(std::string& text, const DeviceRow& row, const std::vector<Dev
 
 std::string prometheusText(const Statistics& statistics, const std::vector<DeviceStatistics>& devices) {
   std::string text;
-  for (const StatisticsRow& row : kStatisticsRows) {
-    if (isFirstOfItsMetric(row)) addMetric(text, statistics, row);
-  }
+  for (const StatisticsRow& row : kStatisticsRows) addRow(text, row, statistics);
   for (const DeviceRow& row : kDeviceRows) addDeviceRow(text, row, devices);
   return text;
 }

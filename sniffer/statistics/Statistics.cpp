@@ -13,9 +13,7 @@ std::string Statistics::report(const Settings& settings) const {
   for (const StatisticsRow& row : kStatisticsRows) {
     if (row.name == nullptr) continue;
     const std::uint64_t value = this->*row.value;
-    if (row.shown == nullptr || value != 0 || row.shown(settings)) {
-      text += std::string(" ") + row.name + "=" + std::to_string(value);
-    }
+    if (value != 0 || row.zeroShown(settings)) text += std::string(" ") + row.name + "=" + std::to_string(value);
   }
   return text;
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <atomic>
 #include <chrono>
 #include <cstdint>
@@ -10,10 +11,10 @@
 
 namespace voip {
 
-/// What became of the frames since the engine was made; kStatisticsRows tells of each what it means. Written by the
-/// threads that do the work, without a lock; read by any thread.
+/// What became of the frames since the engine was made. The working threads update the figures without a lock. A copy
+/// is a snapshot: each figure is read once, not all at the same moment. kStatisticsRows says what each figure means.
 struct Statistics {
-  /// Relaxed: counters stand for themselves and order nothing.
+  /// Relaxed: a counter orders no other memory access.
   struct Counter : std::atomic<std::uint64_t> {
     constexpr Counter(std::uint64_t value = 0) : atomic(value) {}
     Counter(const Counter& other) : atomic(other.load(std::memory_order_relaxed)) {}
@@ -21,7 +22,7 @@ struct Statistics {
 
     void add(std::uint64_t more = 1) { fetch_add(more, std::memory_order_relaxed); }
 
-    /// Becomes `value` unless it is that much already.
+    /// Sets the counter to `value` if that is more.
     void raiseTo(std::uint64_t value) {
       std::uint64_t now = load(std::memory_order_relaxed);
       while (now < value && !compare_exchange_weak(now, value, std::memory_order_relaxed)) {
@@ -49,165 +50,141 @@ struct Statistics {
   Counter streamMessages, streamMessagesTooLong;
   Counter streamGaps, streamsOutOfStep, streamsDisplaced;
 
-  /// Sending waited so long for the recorder to make room, and held up so many frames that were about to leave.
+  /// Counts a wait for space in the recorder's connection, and the frames that it delayed.
   void countWait(std::chrono::milliseconds time, std::size_t frames);
 
-  /// One line for the log.
+  /// Returns the log line.
   std::string report(const Settings& settings) const;
 };
 
-/// A figure of the statistics: for the log, and for a file in the Prometheus text format. A new one takes a member of
-/// Statistics and a row here.
+/// A figure of the statistics, for the log line and for the file in the Prometheus text format. A new figure is a
+/// member of Statistics and a row of kStatisticsRows.
 struct StatisticsRow {
-  enum Kind { Total, Gauge };  ///< a gauge may fall
-  enum Unit { Plain, Milliseconds };
+  enum Kind { kCounter, kGauge };  ///< a gauge may fall
+  enum Unit { kNone, kMilliseconds };
 
-  const char* name;  ///< in the log line
+  const char* name;  ///< in the log line; null: not there
   Statistics::Counter Statistics::*value;
   Kind kind;
-  const char* metric;  ///< behind "sniffer_"; rows of the same metric differ in their label
-  const char* label;   ///< or null
-  const char* help;    ///< counts for all rows of the metric when it stands at the first of them
+  const char* metric;  ///< without the prefix "sniffer_"; rows of the same metric are neighbours
+  const char* label;   ///< may be empty
 
-  /// The figure is in the log line when this holds or it is not 0. Null: always.
-  bool (*shown)(const Settings& settings) = nullptr;
-  Unit unit = Plain;  ///< the file has seconds
+  /// Returns true when the log line has the figure although it is 0.
+  bool (*zeroShown)(const Settings& settings);
+
+  const char* help;   ///< empty in the second and later rows of a metric
+  Unit unit = kNone;  ///< in the file milliseconds become seconds
 };
 
-namespace statistics_shown {
-constexpr bool whenNotZero(const Settings&) {
+namespace zero_shown {
+constexpr bool always(const Settings&) {
+  return true;
+}
+constexpr bool never(const Settings&) {
   return false;
 }
-constexpr bool withSendTimeout(const Settings& settings) {
-  return settings.sendTimeout > 0;
+/// While the setting is on.
+template <auto Settings::*setting>
+constexpr bool with(const Settings& settings) {
+  return static_cast<int>(settings.*setting) > 0;
 }
-constexpr bool withCommandsFromServerOnly(const Settings& settings) {
-  return settings.commandsFromServerOnly;
-}
-constexpr bool withLookBack(const Settings& settings) {
-  return settings.lookBack > 0;
-}
-constexpr bool withQueueLimit(const Settings& settings) {
-  return settings.queueLimit > 0;
-}
-constexpr bool withDropDuplicates(const Settings& settings) {
-  return settings.dropDuplicates;
-}
-constexpr bool withReassembleFragments(const Settings& settings) {
-  return settings.reassembleFragments;
-}
-constexpr bool withReassembleTcp(const Settings& settings) {
-  return settings.reassembleTcp;
-}
-}  // namespace statistics_shown
+}  // namespace zero_shown
 
-inline constexpr StatisticsRow kStatisticsRows[] = {
-    {"sipForwarded", &Statistics::sipForwarded, StatisticsRow::Total, "forwarded_frames_total", "protocol=\"sip\"",
-     "Frames that the connection to the recorder took whole."},
-    {"rtpForwarded", &Statistics::rtpForwarded, StatisticsRow::Total, "forwarded_frames_total", "protocol=\"rtp\"", ""},
-    {"h323Forwarded", &Statistics::h323Forwarded, StatisticsRow::Total, "forwarded_frames_total", "protocol=\"h323\"",
-     ""},
-    {"udpDropped", &Statistics::udpDropped, StatisticsRow::Total, "unwanted_frames_total", "protocol=\"udp\"",
-     "Frames that nobody asked for: UDP neither SIP nor to a listed destination, TCP with nothing to tell, others."},
-    {"tcpDropped", &Statistics::tcpDropped, StatisticsRow::Total, "unwanted_frames_total", "protocol=\"tcp\"", ""},
-    {"otherDropped", &Statistics::otherDropped, StatisticsRow::Total, "unwanted_frames_total", "protocol=\"other\"",
-     ""},
-    {"queueLength", &Statistics::queueLength, StatisticsRow::Gauge, "queue_frames", nullptr,
-     "Captured frames that wait to be looked at."},
-    {"queueHighest", &Statistics::queueHighest, StatisticsRow::Gauge, "queue_frames_max", nullptr,
-     "Most frames that ever waited to be looked at."},
-    {"queueDiscarded", &Statistics::queueDiscarded, StatisticsRow::Total, "queue_discarded_frames_total", nullptr,
-     "Frames that waited while the recorder was lost or the sniffer ended."},
-    {"rtpListLength", &Statistics::rtpListLength, StatisticsRow::Gauge, "listed_destinations", nullptr,
-     "RTP destinations that the recorder has asked for."},
-    {"recorderConnects", &Statistics::recorderConnects, StatisticsRow::Total, "recorder_connects_total", nullptr,
-     "Connections made to the recorder."},
-    {"recorderLosses", &Statistics::recorderLosses, StatisticsRow::Total, "recorder_losses_total", nullptr,
-     "Connections to the recorder that were lost."},
-    {"notSent", &Statistics::notSent, StatisticsRow::Total, "not_sent_frames_total", nullptr,
-     "Frames for the recorder that its connection did not take whole."},
-    {nullptr, &Statistics::recorderConnected, StatisticsRow::Gauge, "recorder_connected", nullptr,
-     "1 while there is a TCP connection to the recorder."},
+/// All figures, in the order of the log line.
+inline constexpr auto kStatisticsRows = [] {
+  using S = Statistics;
+  using enum StatisticsRow::Kind;
+  using namespace zero_shown;
+  constexpr auto withSendTimeout = with<&Settings::sendTimeout>;
+  constexpr auto withLookBack = with<&Settings::lookBack>;
+  constexpr auto withQueueLimit = with<&Settings::queueLimit>;
+  constexpr auto withDropDuplicates = with<&Settings::dropDuplicates>;
+  constexpr auto withFragments = with<&Settings::reassembleFragments>;
+  constexpr auto withTcp = with<&Settings::reassembleTcp>;
+  return std::to_array<StatisticsRow>({
+      {"sipForwarded", &S::sipForwarded, kCounter, "forwarded_frames_total", R"(protocol="sip")", always,
+       "Frames that the connection to the recorder accepted in full."},
+      {"rtpForwarded", &S::rtpForwarded, kCounter, "forwarded_frames_total", R"(protocol="rtp")", always, ""},
+      {"h323Forwarded", &S::h323Forwarded, kCounter, "forwarded_frames_total", R"(protocol="h323")", always, ""},
+      {"udpDropped", &S::udpDropped, kCounter, "unwanted_frames_total", R"(protocol="udp")", always,
+       "Frames not for the recorder: UDP that is neither SIP nor for a listed destination, TCP without a description, "
+       "others."},
+      {"tcpDropped", &S::tcpDropped, kCounter, "unwanted_frames_total", R"(protocol="tcp")", always, ""},
+      {"otherDropped", &S::otherDropped, kCounter, "unwanted_frames_total", R"(protocol="other")", always, ""},
+      {"queueLength", &S::queueLength, kGauge, "queue_frames", "", always,
+       "Captured frames that wait to be processed."},
+      {"queueHighest", &S::queueHighest, kGauge, "queue_frames_max", "", always,
+       "Most frames that ever waited to be processed."},
+      {"queueDiscarded", &S::queueDiscarded, kCounter, "queue_discarded_frames_total", "", always,
+       "Frames discarded from the queue when the recorder was lost or the sniffer ended."},
+      {"rtpListLength", &S::rtpListLength, kGauge, "listed_destinations", "", always,
+       "RTP destinations that the recorder has asked for."},
+      {"recorderConnects", &S::recorderConnects, kCounter, "recorder_connects_total", "", always,
+       "Connections made to the recorder."},
+      {"recorderLosses", &S::recorderLosses, kCounter, "recorder_losses_total", "", always,
+       "Connections to the recorder that were lost."},
+      {"notSent", &S::notSent, kCounter, "not_sent_frames_total", "", always,
+       "Frames that the connection to the recorder did not accept in full."},
+      {nullptr, &S::recorderConnected, kGauge, "recorder_connected", "", always,
+       "1 while there is a TCP connection to the recorder."},
 
-    {"sendWaits", &Statistics::sendWaits, StatisticsRow::Total, "send_waits_total", nullptr,
-     "Times that sending waited for the recorder to make room.", statistics_shown::withSendTimeout},
-    {"sendWaitLongest", &Statistics::sendWaitLongest, StatisticsRow::Gauge, "send_wait_seconds_max", nullptr,
-     "The longest of these waits.", statistics_shown::withSendTimeout, StatisticsRow::Milliseconds},
-    {"framesWaited", &Statistics::framesWaited, StatisticsRow::Total, "send_waited_frames_total", nullptr,
-     "Frames that were about to leave and were held up by these waits.", statistics_shown::withSendTimeout},
-    {"commandsIgnored", &Statistics::commandsIgnored, StatisticsRow::Total, "ignored_commands_total", nullptr,
-     "Commands that did not come from the recorder's address.", statistics_shown::withCommandsFromServerOnly},
-    {"h245AddressesForgotten", &Statistics::h245AddressesForgotten, StatisticsRow::Total,
-     "forgotten_h245_addresses_total", nullptr,
-     "H.245 addresses of calls that nobody released, pushed out by later ones.", statistics_shown::whenNotZero},
-    {"hostWaiting", &Statistics::hostWaiting, StatisticsRow::Gauge, "host_frames", nullptr,
-     "Frames that the Java host has not fetched yet.", statistics_shown::whenNotZero},
-    {"hostWaitingHighest", &Statistics::hostWaitingHighest, StatisticsRow::Gauge, "host_frames_max", nullptr,
-     "Most frames that ever waited for the Java host.", statistics_shown::whenNotZero},
+      {"sendWaits", &S::sendWaits, kCounter, "send_waits_total", "", withSendTimeout,
+       "Times that sending waited for space in the connection to the recorder."},
+      {"sendWaitLongest", &S::sendWaitLongest, kGauge, "send_wait_seconds_max", "", withSendTimeout,
+       "The longest wait for space in the connection to the recorder.", StatisticsRow::kMilliseconds},
+      {"framesWaited", &S::framesWaited, kCounter, "send_waited_frames_total", "", withSendTimeout,
+       "Frames delayed by waits for space in the connection to the recorder."},
+      {"commandsIgnored", &S::commandsIgnored, kCounter, "ignored_commands_total", "",
+       with<&Settings::commandsFromServerOnly>, "Commands from other addresses than the recorder's."},
+      {"h245AddressesForgotten", &S::h245AddressesForgotten, kCounter, "forgotten_h245_addresses_total", "", never,
+       "H.245 addresses of unreleased calls that newer addresses displaced."},
+      {"hostWaiting", &S::hostWaiting, kGauge, "host_frames", "", never,
+       "Frames that the Java host has not fetched yet."},
+      {"hostWaitingHighest", &S::hostWaitingHighest, kGauge, "host_frames_max", "", never,
+       "Most frames that ever waited for the Java host."},
 
-    {"lookBackWaiting", &Statistics::lookBackWaiting, StatisticsRow::Gauge, "look_back_frames", nullptr,
-     "Frames that LookBack keeps.", statistics_shown::withLookBack},
-    {"lookBackOverflow", &Statistics::lookBackOverflow, StatisticsRow::Total, "look_back_overflow_frames_total",
-     nullptr, "Frames that LookBack let go early because LookBackMemory was full.", statistics_shown::withLookBack},
-    {"queueLimitMedia", &Statistics::queueLimitMedia, StatisticsRow::Total, "queue_limit_frames_total",
-     "kind=\"media\"", "Frames that were dropped because of QueueLimit.", statistics_shown::withQueueLimit},
-    {"queueLimitSignalling", &Statistics::queueLimitSignalling, StatisticsRow::Total, "queue_limit_frames_total",
-     "kind=\"signalling\"", "", statistics_shown::withQueueLimit},
+      {"lookBackWaiting", &S::lookBackWaiting, kGauge, "look_back_frames", "", withLookBack,
+       "Frames that LookBack keeps."},
+      {"lookBackOverflow", &S::lookBackOverflow, kCounter, "look_back_overflow_frames_total", "", withLookBack,
+       "Frames that LookBack dropped early because LookBackMemory was full."},
+      {"queueLimitMedia", &S::queueLimitMedia, kCounter, "queue_limit_frames_total", R"(kind="media")", withQueueLimit,
+       "Frames dropped because of QueueLimit."},
+      {"queueLimitSignalling", &S::queueLimitSignalling, kCounter, "queue_limit_frames_total", R"(kind="signalling")",
+       withQueueLimit, ""},
 
-    {"duplicatesDropped", &Statistics::duplicatesDropped, StatisticsRow::Total, "duplicate_frames_total", nullptr,
-     "Packets that had been seen a moment before.", statistics_shown::withDropDuplicates},
-    {"duplicatesForgotten", &Statistics::duplicatesForgotten, StatisticsRow::Total, "duplicates_forgotten_total",
-     nullptr, "Packets that could not be remembered for as long as a duplicate may take.",
-     statistics_shown::withDropDuplicates},
-    {"fragmentsHeld", &Statistics::fragmentsHeld, StatisticsRow::Total, "held_fragments_total", nullptr,
-     "Fragments but for those that made a datagram whole.", statistics_shown::withReassembleFragments},
-    {"fragmentsMalformed", &Statistics::fragmentsMalformed, StatisticsRow::Total, "malformed_fragments_total", nullptr,
-     "Fragments that no sender can have meant so.", statistics_shown::withReassembleFragments},
-    {"datagramsReassembled", &Statistics::datagramsReassembled, StatisticsRow::Total, "reassembled_datagrams_total",
-     nullptr, "Datagrams put together of fragments.", statistics_shown::withReassembleFragments},
-    {"datagramsTimedOut", &Statistics::datagramsTimedOut, StatisticsRow::Total, "incomplete_datagrams_total",
-     "reason=\"time\"",
-     "Datagrams that did not become whole: 30 s are over, there were too many, fragments contradict each other.",
-     statistics_shown::withReassembleFragments},
-    {"datagramsDisplaced", &Statistics::datagramsDisplaced, StatisticsRow::Total, "incomplete_datagrams_total",
-     "reason=\"memory\"", "", statistics_shown::withReassembleFragments},
-    {"datagramsContradictory", &Statistics::datagramsContradictory, StatisticsRow::Total, "incomplete_datagrams_total",
-     "reason=\"contradiction\"", "", statistics_shown::withReassembleFragments},
-    {"segmentsFollowed", &Statistics::segmentsFollowed, StatisticsRow::Total, "followed_segments_total", nullptr,
-     "TCP segments with payload of streams that carry signalling.", statistics_shown::withReassembleTcp},
-    {"segmentsRetransmitted", &Statistics::segmentsRetransmitted, StatisticsRow::Total, "retransmitted_segments_total",
-     nullptr, "Followed segments without a new octet.", statistics_shown::withReassembleTcp},
-    {"streamMessages", &Statistics::streamMessages, StatisticsRow::Total, "stream_messages_total", nullptr,
-     "Messages found in TCP streams.", statistics_shown::withReassembleTcp},
-    {"streamMessagesTooLong", &Statistics::streamMessagesTooLong, StatisticsRow::Total,
-     "stream_messages_too_long_total", nullptr, "Messages of TCP streams that do not fit a frame to the recorder.",
-     statistics_shown::withReassembleTcp},
-    {"streamGaps", &Statistics::streamGaps, StatisticsRow::Total, "stream_gaps_total", nullptr,
-     "Times that segments of a TCP stream were missing for good.", statistics_shown::withReassembleTcp},
-    {"streamsOutOfStep", &Statistics::streamsOutOfStep, StatisticsRow::Total, "streams_out_of_step_total", nullptr,
-     "Times that no message began where one had to.", statistics_shown::withReassembleTcp},
-    {"streamsDisplaced", &Statistics::streamsDisplaced, StatisticsRow::Total, "streams_displaced_total", nullptr,
-     "TCP streams forgotten for others.", statistics_shown::withReassembleTcp},
-};
+      {"duplicatesDropped", &S::duplicatesDropped, kCounter, "duplicate_frames_total", "", withDropDuplicates,
+       "Packets that were captured a second time."},
+      {"duplicatesForgotten", &S::duplicatesForgotten, kCounter, "duplicates_forgotten_total", "", withDropDuplicates,
+       "Packets forgotten before a duplicate of them could be recognised."},
+      {"fragmentsHeld", &S::fragmentsHeld, kCounter, "held_fragments_total", "", withFragments,
+       "Fragments held until the datagram was complete, without the one that completed it."},
+      {"fragmentsMalformed", &S::fragmentsMalformed, kCounter, "malformed_fragments_total", "", withFragments,
+       "Fragments with an impossible offset or length."},
+      {"datagramsReassembled", &S::datagramsReassembled, kCounter, "reassembled_datagrams_total", "", withFragments,
+       "Datagrams reassembled from fragments."},
+      {"datagramsTimedOut", &S::datagramsTimedOut, kCounter, "incomplete_datagrams_total", R"(reason="time")",
+       withFragments,
+       "Datagrams dropped incomplete: after 30 s, for lack of memory, because of contradictory fragments."},
+      {"datagramsDisplaced", &S::datagramsDisplaced, kCounter, "incomplete_datagrams_total", R"(reason="memory")",
+       withFragments, ""},
+      {"datagramsContradictory", &S::datagramsContradictory, kCounter, "incomplete_datagrams_total",
+       R"(reason="contradiction")", withFragments, ""},
+      {"segmentsFollowed", &S::segmentsFollowed, kCounter, "followed_segments_total", "", withTcp,
+       "TCP segments with payload in streams that carry signalling."},
+      {"segmentsRetransmitted", &S::segmentsRetransmitted, kCounter, "retransmitted_segments_total", "", withTcp,
+       "TCP segments of these streams without new data."},
+      {"streamMessages", &S::streamMessages, kCounter, "stream_messages_total", "", withTcp,
+       "Messages found in TCP streams."},
+      {"streamMessagesTooLong", &S::streamMessagesTooLong, kCounter, "stream_messages_too_long_total", "", withTcp,
+       "Messages of TCP streams that do not fit into a frame to the recorder."},
+      {"streamGaps", &S::streamGaps, kCounter, "stream_gaps_total", "", withTcp,
+       "Times that segments of a TCP stream never arrived."},
+      {"streamsOutOfStep", &S::streamsOutOfStep, kCounter, "streams_out_of_step_total", "", withTcp,
+       "Times that no message began at an expected message boundary."},
+      {"streamsDisplaced", &S::streamsDisplaced, kCounter, "streams_displaced_total", "", withTcp,
+       "TCP streams dropped to make space for others."},
+  });
+}();
 static_assert(std::size(kStatisticsRows) * sizeof(Statistics::Counter) == sizeof(Statistics), "a row for each figure");
-
-/// Carries one of libpcap's 32-bit counters on beyond its overflow, which takes days on a busy line.
-struct CarriedCounter {
-  std::uint64_t total = 0;
-
-  /// Takes in the counter's new value; returns by how much it has grown.
-  std::uint32_t advance(std::uint32_t now) {
-    const std::uint32_t more = now - last;
-    last = now;
-    total += more;
-    return more;
-  }
-
-  /// The counter will begin at 0 again.
-  void restart() { last = 0; }
-
- private:
-  std::uint32_t last = 0;
-};
 
 }  // namespace voip

@@ -1,8 +1,7 @@
 #include "statistics/StatisticsFile.h"
 
-#include "base/Logger.h"
-
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -11,14 +10,19 @@
 #include <exception>
 #include <utility>
 
+#include "base/Logger.h"
+
 namespace voip {
 
 namespace {
 
-/// Everybody may read it: it is for another program. 0, or the error's number.
-int writeWhole(const std::string& name, const std::string& content) {
-  const int file = open(name.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0644);
+constexpr mode_t kReadableByAll = 0644;
+
+/// Writes a file that any user may read. Returns 0 or the number of the error.
+int writeWhole(const std::string& path, const std::string& content) {
+  const int file = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, kReadableByAll);
   if (file == -1) return errno;
+  fchmod(file, kReadableByAll);  // the umask may have cleared bits; a failure is no reason to lose the content
   int error = 0;
   for (std::size_t done = 0; done < content.size() && error == 0;) {
     const ssize_t written = write(file, content.data() + done, content.size() - done);
@@ -34,35 +38,35 @@ int writeWhole(const std::string& name, const std::string& content) {
 
 }  // namespace
 
-StatisticsFile::StatisticsFile(std::string name, std::chrono::seconds interval, std::function<std::string()> content)
-    : path(std::move(name)), text(std::move(content)) {
+StatisticsFile::StatisticsFile(std::string path, std::chrono::seconds interval, std::function<std::string()> text)
+    : path_(std::move(path)), text_(std::move(text)) {
   replace();
-  renewal.emplace(interval, [this] { replace(); });
+  renewal_.emplace(interval, [this] { replace(); });
 }
 
 StatisticsFile::~StatisticsFile() {
-  renewal.reset();
+  renewal_.reset();
   replace();
 }
 
 void StatisticsFile::replace() {
-  const std::string fresh = path + ".new";
+  const std::string fresh = path_ + ".new";
   try {
-    int error = writeWhole(fresh, text());
-    if (error == 0 && std::rename(fresh.c_str(), path.c_str()) != 0) error = errno;
+    int error = writeWhole(fresh, text_());
+    if (error == 0 && std::rename(fresh.c_str(), path_.c_str()) != 0) error = errno;
     if (error != 0) std::remove(fresh.c_str());
-    tell(error == 0 ? "" : std::strerror(error));
+    report(error == 0 ? "" : std::strerror(error));
   } catch (const std::exception& failure) {
-    tell(failure.what());
+    report(failure.what());
   }
 }
 
-void StatisticsFile::tell(const std::string& failure) {
-  if (failure == std::exchange(told, failure)) return;
+void StatisticsFile::report(const std::string& failure) {
+  if (failure == std::exchange(reportedFailure_, failure)) return;
   if (failure.empty()) {
-    logger().info("The statistics file " + path + " is written again");
+    logger().info("The statistics file " + path_ + " is written again");
   } else {
-    logger().warn("Can't write the statistics file " + path + ": " + failure);
+    logger().warn("Can't write the statistics file " + path_ + ": " + failure);
   }
 }
 

@@ -9,12 +9,14 @@
 
 namespace voip {
 
-/// A file that holds the latest statistics while the object lives, and the last ones afterwards. Written at once, at
-/// every interval by a thread of its own, and at the end. Whoever reads the file sees a whole one: it is replaced by
-/// rename(2), so its directory must be writable. What cannot be written is told once, and again when it can.
+/// A file with the latest statistics. The constructor writes it, a thread renews it at every interval, the destructor
+/// writes it for the last time. Any user may read the file, whatever the umask.
+///
+/// rename(2) replaces the file, so a reader never sees a part of it and its directory must be writable. A failure is
+/// logged once, and so is the first success after it.
 class StatisticsFile {
  public:
-  /// `text` gives what the file is to hold, on any thread.
+  /// `text` returns the content of the file. Any thread.
   StatisticsFile(std::string path, std::chrono::seconds interval, std::function<std::string()> text);
   ~StatisticsFile();
   StatisticsFile(const StatisticsFile&) = delete;
@@ -22,12 +24,12 @@ class StatisticsFile {
 
  private:
   void replace();
-  void tell(const std::string& failure);
+  void report(const std::string& failure);
 
-  const std::string path;
-  const std::function<std::string()> text;
-  std::string told;  ///< the failure that was told last; empty when all is well
-  std::optional<PeriodicTask> renewal;
+  const std::string path_;
+  const std::function<std::string()> text_;
+  std::string reportedFailure_;  ///< empty when the file could be written
+  std::optional<PeriodicTask> renewal_;
 };
 
 }  // namespace voip

@@ -98,13 +98,20 @@ class CommandLine(TestCase):
         self.assertGreater(len(recorder.of(harness.SIP)), 0)
 
     def test_check_tells_the_truth(self):
+        # The log goes to a file: the errors are on standard error all the same.
+        folder = self.folder()
+        log, logging = os.path.join(folder, "log"), os.path.join(folder, "log4cxx.properties")
+        with open(logging, "w") as file:
+            file.write(harness.LOG_TO_FILE.replace("sniffer.log", log))
         fragments, streams = {"ReassembleFragments": "yes"}, {"ReassembleTcp": "yes"}
         cases = [
             ({}, 0, ""),
             ({"Device": f"{SIP_CALL};nosuch0"}, 1, '"nosuch0"'),
-            ({"Filter": "udp prot"}, 3, "udp prot"),
+            ({"Device": "nosuch0;file:/none;", "ServerName": "recorder"}, 1, "/none: No such file"),
+            ({"Device": ""}, 1, "no device is set"),
+            ({"Filter": "udp prot"}, 3, '"udp prot" does not compile: can'),
             ({"ServerName": "recorder"}, 1, '"recorder"'),
-            ({"ServerPort": 0}, 1, "not 0"),
+            ({"ServerPort": 0}, 1, "port is 0"),
             ({"ServerProtocol": "SCTP"}, 1, '"SCTP"'),
             ({"Filter": "udp port 5062 and net 10.1.0.0/16"} | fragments, 0, "warning: ReassembleFragments"),
             ({"Filter": "udp port 5062 or (ip[6:2] & 0x1fff != 0)"} | fragments, 0, ""),
@@ -115,12 +122,16 @@ class CommandLine(TestCase):
         ]
         for settings, expected, told in cases:
             with self.subTest(settings):
-                status, output, errors = self.run_to_end("--check", settings=GOOD | settings)
+                status, output, errors = self.run_to_end("--check", "-l", logging, settings=GOOD | settings)
                 self.assertEqual(status, expected)
-                self.assertIn("good" if expected == 0 else "will not do", output)
+                count = errors.count("sniffer: ") - errors.count("sniffer: warning: ")
+                self.assertEqual(count > 0, expected > 0)
+                ready = "Ready: devices, filter and the recorder's address are good"
+                self.assertEqual(output, f"Not ready: {count} error{'s' * (count > 1)}" if count else ready)
                 self.assertIn(told, errors)
                 self.assertEqual("warning:" in errors, told.startswith("warning"))
-                self.assertNotIn("connection created", errors)
+        with open(log) as file:
+            self.assertNotIn("connection created", file.read())
         status, output, _ = self.run_to_end("--list-devices")
         self.assertEqual(status, 0)
         self.assertRegex(output, r"(?m)^lo\b.* 127\.0\.0\.1")

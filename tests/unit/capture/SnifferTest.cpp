@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/stat.h>
 
 #include <cstdlib>
 #include <fstream>
@@ -23,7 +24,7 @@ std::string temporary(const std::string& name) {
   return testing::TempDir() + "sniffer-test-" + name;
 }
 
-/// A capture file with a SIP message every `interval`.
+/// Writes a capture file with a SIP message every `interval` and returns its path.
 std::string captureFile(const std::string& name, int frames, std::chrono::microseconds interval,
                         int linkType = DLT_EN10MB) {
   const std::string path = temporary(name);
@@ -45,7 +46,7 @@ std::string captureFile(const std::string& name, int frames, std::chrono::micros
 
 int configure(Sniffer& engine, std::vector<std::string> options,
               int (Sniffer::*how)(int, char**) = &Sniffer::configure) {
-  static std::list<std::vector<std::string>> kept;  // the engine copies nothing
+  static std::list<std::vector<std::string>> kept;  // the engine keeps pointers to the texts
   std::vector<std::string>& arguments = kept.emplace_back(std::move(options));
   arguments.insert(arguments.begin(), "sniffer");
   std::vector<char*> argv;
@@ -81,7 +82,7 @@ TEST_F(Engine, TakesItsSettingsFromTheCommandLine) {
   Sniffer engine;
   EXPECT_EQ(configure(engine, {"-d", "eth0;;eth1;", "-i", "-f", "udp port 5060", "-h", "10.0.0.5", "-p", "7001"}), 0);
   const std::vector<std::string> events = log.take();
-  ASSERT_EQ(events.size(), 3U) << "an unknown option is told about and passed over";
+  ASSERT_EQ(events.size(), 3U) << "an unknown option is logged and ignored";
   EXPECT_EQ(events[0], "ERROR Invalid argument 63");
   EXPECT_TRUE(
       events[1].starts_with("ERROR Usage: UdpSniffer [-d device] [-f filter] [-h server] [-p port] "
@@ -106,7 +107,7 @@ TEST_F(Engine, LimitsTheDeviceList) {
   EXPECT_EQ(engine.getDevice(0), longest);
   EXPECT_EQ(engine.getDevice(1), file);
   EXPECT_EQ(engine.getDevice(9), std::string("8"));
-  EXPECT_EQ(log.take().size(), 3U) << "each name left out is told about";
+  EXPECT_EQ(log.take().size(), 3U) << "each name left out is logged";
   engine.setDevice((longest + ";x;" + file + file).c_str());
   EXPECT_EQ(engine.getDevice(1), std::string("x"));
   EXPECT_EQ(engine.getDevice(2), file + file);
@@ -119,7 +120,7 @@ TEST_F(Engine, TakesOnlyLevelNamesInCapitals) {
                                                         {"INFO", "INFO"},   {"DEBUG", "DEBUG"}};
   for (const auto& [name, level] : levels) {
     engine.setLoggerLevel(name);
-    EXPECT_EQ(log.level()->toString(), level);
+    EXPECT_EQ(log.getLevel()->toString(), level);
   }
 }
 
@@ -172,6 +173,26 @@ TEST_F(Engine, ReplaysFilesAtTheirPace) {
   }
 }
 
+TEST_F(Engine, WritesAStatisticsFileThatAnyUserMayRead) {
+  const mode_t umaskBefore = umask(0077);
+  const std::string path = temporary("statistics");
+  Settings settings;
+  settings.statisticsFile = path;
+  Sniffer engine;
+  engine.setEmbedded(true);
+  engine.setSettings(settings);
+  engine.setDevice(("file:" + captureFile("one.pcap", 1, std::chrono::microseconds(0))).c_str());
+  ASSERT_EQ(engine.setupSniffing(), 0);
+  run(engine, [&] { return engine.captureFinished(); });
+  umask(umaskBefore);
+  struct stat status {};
+  ASSERT_EQ(stat(path.c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 0777, 0644U);
+  std::ifstream file(path);
+  const std::string text(std::istreambuf_iterator<char>(file), {});
+  EXPECT_NE(text.find("\nsniffer_forwarded_frames_total{protocol=\"sip\"} 1\n"), std::string::npos);
+}
+
 TEST_F(Engine, AHostileTimeStampNeitherStallsNorOverflows) {
   ReplayPace pace;
   EXPECT_TRUE(pace.waitFor({1000, 0}));
@@ -202,7 +223,7 @@ TEST_F(Engine, StopsUnderLoadAtTheEndOfAFrame) {
   log.setLevel(log4cxx::Level::getInfo());
   const std::string kTooSlow = "WARN Can not send. Connection to recorder lost.";
   const Loopback listener(SOCK_STREAM, 0);
-  for (int round = 0; round < 2; ++round) {  // the second engine starts where the first has been
+  for (int round = 0; round < 2; ++round) {  // the second engine shares its static state with the first
     Sniffer engine;
     ASSERT_EQ(configure(engine, {"-d", "file:" + path + ";file:" + path + ";no such device", "-p",
                                  std::to_string(listener.port())}),
@@ -230,7 +251,7 @@ TEST_F(Engine, StopsUnderLoadAtTheEndOfAFrame) {
     EXPECT_EQ(log.count("INFO Completed join with Command reader thread, status=0"), 1);
     SngDissector::dft()->closeConnection();
     recorder.join();
-    // Only a recorder that was too slow and counts as lost may see half a frame.
+    // Only a recorder that was too slow, and so counts as lost, may get a part of a frame.
     EXPECT_TRUE(whole || log.contains(kTooSlow));
   }
 }

@@ -1,4 +1,4 @@
-// The run of the native methods under the sanitizers. What Java has to do with it is tested in a virtual machine.
+// The run of the native methods, for the sanitizers. Other tests run the native methods in a Java virtual machine.
 
 #include "jni/MainLoop.h"
 
@@ -10,15 +10,15 @@
 #include <fstream>
 #include <future>
 
-#include "support/TestLog.h"
 #include "jni/com_morvin_dom_telephony_sniffer_EmbeddedPacketChannel.h"
 #include "recorder/EmbeddedConnection.h"
+#include "support/TestLog.h"
 
 using namespace voip;
 
 extern Sniffer* sniffer;
 
-/// A process that ends while sniffing joins nobody: its threads are no leak.
+/// A process that ends while sniffing does not join its threads. They are no leak.
 extern "C" const char* __tsan_default_options() {
   return "report_thread_leaks=0";
 }

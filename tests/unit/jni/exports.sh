@@ -1,5 +1,5 @@
 #!/bin/sh
-# exports.sh NM LIBRARY: fails unless the library defines exactly the four native methods.
+# exports.sh NM LIBRARY: fails unless the library exports exactly the four native methods.
 prefix=Java_com_morvin_dom_telephony_sniffer_EmbeddedPacketChannel_
 expected="${prefix}breakMainLoop
 ${prefix}getPacket

@@ -46,9 +46,9 @@ TEST(Properties, KeepWhatTheLinesSay) {
                                                           {"Z", ""},      {"last", "without line feed"},
                                                           {"absent", ""}};
   for (const auto& [key, value] : expected) EXPECT_EQ(config.getProperty(key), value) << key;
-  EXPECT_EQ(log.take().size(), 2U) << "each over-long line is told about";
+  EXPECT_EQ(log.take().size(), 2U) << "each over-long line is logged";
 
-  // A second load adds what is new. A key that was looked up in vain is in the table, empty.
+  // A second load adds new keys only. The look-up of an absent key has added it, empty.
   load(config, "A=changed\nabsent=late\nnew=1");
   for (const auto& [key, value] : {std::pair{"A", "1"}, {"absent", ""}, {"new", "1"}}) {
     EXPECT_EQ(config.getProperty(key), value) << key;
@@ -66,7 +66,7 @@ TEST(Properties, UnreadableFileEndsTheProcess) {
   }
 }
 
-// The table of settings belongs to the process, so each file is read in a process of its own.
+// The table of settings is one for the process, so a process of its own reads each file.
 TEST(SnifferConfigGetters, HaveTheirDefaultsAndTheirTextsStay) {
   const struct {
     const char *text, *level;
@@ -99,12 +99,12 @@ TEST(SnifferConfigGetters, HaveTheirDefaultsAndTheirTextsStay) {
   }
 }
 
-TEST(SettingTable, ValuesAreTakenOrReplacedAndOdditiesTold) {
+TEST(SettingTable, ValuesAreTakenOrReplacedWithAWarning) {
   const std::string used = "not a number of milliseconds from 0 to 60000, ";
   const struct {
     const char* line;
     int lookBack;
-    std::string oddity;
+    std::string warning;
   } numbers[] = {{"LookBack=2000", 2000, ""},
                  {"LookBack=", 0, ""},
                  {"LookBack=0060", 60, ""},
@@ -114,13 +114,13 @@ TEST(SettingTable, ValuesAreTakenOrReplacedAndOdditiesTold) {
                  {"LookBack=5s", 0, used + "0 is used"},
                  {"LookBack=yes", 0, used + "0 is used"}};
   TestLog log;
-  for (const auto& [line, lookBack, oddity] : numbers) {
+  for (const auto& [line, lookBack, warning] : numbers) {
     EXPECT_EQ(parseHostSettings(line).lookBack, lookBack) << line;
     EXPECT_EQ(log.take(),
-              oddity.empty() ? Texts() : Texts{"WARN Line 1 of the settings: " + std::string(line) + ", " + oddity});
+              warning.empty() ? Texts() : Texts{"WARN Line 1 of the settings: " + std::string(line) + ", " + warning});
   }
-  // Every key arrives in its own member: all on is different from all on but one.
-  const auto all = [](std::string_view but) {
+  // Each key sets a member of its own: without one key the settings differ.
+  const auto allBut = [](std::string_view but) {
     std::string text;
     for (const SettingKey& key : kSettingKeys) {
       const bool isFlag = std::holds_alternative<FlagKey>(key.value);
@@ -128,7 +128,7 @@ TEST(SettingTable, ValuesAreTakenOrReplacedAndOdditiesTold) {
     }
     return parseHostSettings(text);
   };
-  for (const SettingKey& key : kSettingKeys) EXPECT_EQ(all(key.name) == all(""), !hasMember(key)) << key.name;
+  for (const SettingKey& key : kSettingKeys) EXPECT_EQ(allBut(key.name) == allBut(""), !hasMember(key)) << key.name;
   EXPECT_EQ(log.take(), Texts());
 }
 
@@ -150,28 +150,28 @@ TEST(SettingTable, EveryKeyAndEveryFigureIsDocumented) {
   for (const StatisticsRow& row : kStatisticsRows) {
     expectIn(operation, row.name != nullptr ? "`" + std::string(row.name) + "`" : "");
   }
-  // What new installations get makes sense, and switches on what it should.
+  // The sample for new installations has no warnings and switches on the settings of a recording site.
   TestLog log;
   Config config;
   load(config, sample);
-  reportOddities(config, SettingsOrigin::File);
+  logSettingWarnings(config, SettingsOrigin::File);
   EXPECT_EQ(log.take(), Texts());
   const Settings settings = readSettings(config);
   EXPECT_TRUE(settings.sendTimeout == 5000 && settings.lookBack == 2000 && settings.queueLimit == 1024);
 }
 
-TEST(SettingTable, OdditiesOfAFileAreToldWithTheirLine) {
+TEST(SettingTable, WarningsOfAFileNameTheLine) {
   TestLog log;
   Config config;
   load(config,
        "ServerName=recorder.example.org\nServerPort=70000\n# Device=none\nDevice=eth0;;eth0;\nDevice=eth2\n"
        "Filter =udp\nServerProtocol=SCTP\nLogLevel=chatty\nTraceSignalling=Yes\nImmediateCapture=no\n"
        "StatisticsInterval=often\nRecorder=1\n");
-  reportOddities(config, SettingsOrigin::File);
-  const Texts told = log.take();
-  EXPECT_EQ(
-      std::accumulate(told.begin(), told.end(), std::string(), [](auto all, auto& one) { return all + one + "\n"; }),
-      R"(WARN Line 5 of the settings: Device is set again, line 4 counts
+  logSettingWarnings(config, SettingsOrigin::File);
+  const Texts events = log.take();
+  EXPECT_EQ(std::accumulate(events.begin(), events.end(), std::string(),
+                            [](auto all, auto& one) { return all + one + "\n"; }),
+            R"(WARN Line 5 of the settings: Device is set again, line 4 counts
 WARN Line 6 of the settings: "Filter " is no setting, blanks in front of '=' belong to the key, ignored
 WARN Line 12 of the settings: "Recorder" is no setting, ignored
 WARN Line 1 of the settings: ServerName=recorder.example.org, the recorder is not reachable without a dotted IPv4 address

@@ -5,53 +5,59 @@
 
 #include <algorithm>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <utility>
 #include <vector>
 
-/// Collects what a logger writes, from DEBUG on, for the length of a scope. An event reads
-/// "LEVEL message". Any thread.
+#include "base/Mutex.h"
+
+/// Collects the events of a logger, from DEBUG on, for the length of a scope. An event is "LEVEL message". Any thread.
 class TestLog {
  public:
-  explicit TestLog(const char* name = "SnifferClient") : logger(log4cxx::Logger::getLogger(name)) {
-    logger->setAdditivity(false);
-    logger->setLevel(log4cxx::Level::getDebug());
-    logger->addAppender(collector);
+  explicit TestLog(const char* name = "SnifferClient") : logger_(log4cxx::Logger::getLogger(name)) {
+    logger_->setAdditivity(false);
+    logger_->setLevel(log4cxx::Level::getDebug());
+    logger_->addAppender(collector_);
   }
-  ~TestLog() { logger->removeAppender(collector); }
+  ~TestLog() { logger_->removeAppender(collector_); }
   TestLog(const TestLog&) = delete;
   TestLog& operator=(const TestLog&) = delete;
 
-  void setLevel(const log4cxx::LevelPtr& level) { logger->setLevel(level); }
-  log4cxx::LevelPtr level() const { return logger->getLevel(); }
+  void setLevel(const log4cxx::LevelPtr& level) { logger_->setLevel(level); }
+  log4cxx::LevelPtr getLevel() const { return logger_->getLevel(); }
 
-  /// The events so far, which are forgotten.
-  std::vector<std::string> take() {
-    const std::lock_guard guard(collector->lock);
-    return std::exchange(collector->events, {});
-  }
+  /// Removes and returns the events so far.
+  std::vector<std::string> take() { return collector_->take(); }
 
-  long count(const std::string& event) const {
-    const std::lock_guard guard(collector->lock);
-    return std::count(collector->events.begin(), collector->events.end(), event);
-  }
+  long count(const std::string& event) const { return collector_->count(event); }
 
   bool contains(const std::string& event) const { return count(event) > 0; }
 
  private:
-  struct Collector : log4cxx::AppenderSkeleton {
+  class Collector : public log4cxx::AppenderSkeleton {
+   public:
     void append(const log4cxx::spi::LoggingEventPtr& event, log4cxx::helpers::Pool&) override {
-      const std::lock_guard guard(lock);
-      events.push_back(event->getLevel()->toString() + " " + event->getMessage());
+      const voip::MutexLock lock(mutex_);
+      events_.push_back(event->getLevel()->toString() + " " + event->getMessage());
     }
     void close() override {}
     bool requiresLayout() const override { return false; }
 
-    std::mutex lock;
-    std::vector<std::string> events;
+    std::vector<std::string> take() {
+      const voip::MutexLock lock(mutex_);
+      return std::exchange(events_, {});
+    }
+
+    long count(const std::string& event) {
+      const voip::MutexLock lock(mutex_);
+      return std::count(events_.begin(), events_.end(), event);
+    }
+
+   private:
+    voip::Mutex mutex_;
+    std::vector<std::string> events_ GUARDED_BY(mutex_);
   };
 
-  log4cxx::LoggerPtr logger;
-  std::shared_ptr<Collector> collector = std::make_shared<Collector>();
+  log4cxx::LoggerPtr logger_;
+  std::shared_ptr<Collector> collector_ = std::make_shared<Collector>();
 };

@@ -1,0 +1,132 @@
+#include "FilterCheck.h"
+
+#include <arpa/inet.h>
+#include <pcap/pcap.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <set>
+
+using namespace voip;
+
+namespace {
+
+using Frame = std::vector<std::uint8_t>;
+
+enum : std::uint16_t { kIpv4 = 0x0800, kMpls = 0x8847, kPppoe = 0x8864 };
+constexpr std::uint32_t kSomePort = 49152;
+constexpr std::uint16_t kLaterFragment = 185;  // the offset in the second of two frames of 1500 bytes
+
+void append(Frame& frame, std::uint32_t value, int bytes) {
+  while (bytes-- > 0) frame.push_back(static_cast<std::uint8_t>(value >> 8 * bytes));
+}
+
+/// The addresses and ports that a filter may let through: those that its text names, and usual ones.
+struct Candidates {
+  std::set<std::uint32_t> addresses = {0x0A000001, 0x0A000002};
+  std::set<std::uint32_t> ports = {1720, 5060, 16384};
+
+  explicit Candidates(const std::string& filter) {
+    std::size_t end = 0;
+    for (std::size_t at; (at = filter.find_first_of("0123456789", end)) != std::string::npos;) {
+      end = std::min(filter.find_first_not_of("0123456789.", at), filter.size());
+      const std::string word = filter.substr(at, end - at);
+      if (in_addr address; inet_pton(AF_INET, word.c_str(), &address) == 1) {
+        // The second one is a host, should the first be a network.
+        addresses.insert({ntohl(address.s_addr), ntohl(address.s_addr) | 1});
+      } else if (word.size() <= 5 && word.find('.') == std::string::npos) {
+        ports.insert(static_cast<std::uint32_t>(std::stoi(word)));
+      }
+    }
+  }
+};
+
+/// A kind of frame, with the fields that filters usually test.
+struct Kind {
+  std::uint16_t etherType;
+  std::uint8_t protocol = 0;  ///< of an IPv4 frame
+  std::uint16_t fragmentOffset = 0;
+  std::uint32_t port = 0;  ///< destination port; 0: each of the candidates
+};
+
+Frame build(const Kind& kind, std::uint32_t source, std::uint32_t destination, std::uint32_t port) {
+  Frame frame(12);
+  append(frame, kind.etherType, 2);
+  if (kind.etherType == kIpv4) {
+    append(frame, 0x45000064, 4);
+    append(frame, kind.fragmentOffset, 4);
+    append(frame, 64U << 24 | static_cast<std::uint32_t>(kind.protocol) << 16, 4);
+    append(frame, source, 4);
+    append(frame, destination, 4);
+    append(frame, kind.port != 0 ? kSomePort << 16 | kind.port : port << 16 | port, 4);
+  }
+  frame.resize(128);
+  return frame;
+}
+
+bool letsThrough(const bpf_program& program, const Candidates& candidates, const Kind& kind) {
+  for (const std::uint32_t source : candidates.addresses) {
+    for (const std::uint32_t destination : candidates.addresses) {
+      for (const std::uint32_t port : candidates.ports) {
+        const Frame frame = build(kind, source, destination, port);
+        const auto length = static_cast<bpf_u_int32>(frame.size());
+        const pcap_pkthdr header{{}, length, length};
+        if (pcap_offline_filter(&program, &header, frame.data()) != 0) return true;
+      }
+    }
+  }
+  return false;
+}
+
+/// A setting, and the kinds of frames it is for. The filter has to let through at least one kind.
+struct Need {
+  bool Settings::*setting;
+  const char* name;
+  std::vector<Kind> kinds;
+  const char* excluded;  ///< frames, and what to add to the filter
+};
+
+const Need kNeeds[] = {
+    {&Settings::reassembleFragments,
+     "ReassembleFragments",
+     {{kIpv4, IPPROTO_UDP, kLaterFragment}},
+     "the later fragments of a datagram, which have no ports; add \"or (ip[6:2] & 0x1fff != 0)\""},
+    {&Settings::reassembleTcp, "ReassembleTcp", {{kIpv4, IPPROTO_TCP}}, "TCP; add \"or tcp\""},
+    {&Settings::decapsulate,
+     "Decapsulate",
+     {{kIpv4, IPPROTO_UDP, 0, 4789},
+      {kIpv4, IPPROTO_UDP, 0, 6081},
+      {kIpv4, IPPROTO_GRE},
+      {kIpv4, IPPROTO_IPIP},
+      {kMpls},
+      {kPppoe}},
+     "all tunnels; add the one that the mirror uses, such as \"or udp port 4789\" (VXLAN), \"or proto gre\", \"or "
+     "mpls\""},
+};
+
+std::vector<std::string> warnings(const bpf_program& program, const Candidates& candidates, const Settings& settings) {
+  std::vector<std::string> texts;
+  if (!letsThrough(program, candidates, {kIpv4, IPPROTO_UDP})) return texts;
+  for (const Need& need : kNeeds) {
+    if (!(settings.*need.setting)) continue;
+    const bool met = std::any_of(need.kinds.begin(), need.kinds.end(),
+                                 [&](const Kind& kind) { return letsThrough(program, candidates, kind); });
+    if (met) continue;
+    texts.push_back(std::string(need.name) + "=yes has no effect: the filter excludes " + need.excluded);
+  }
+  return texts;
+}
+
+}  // namespace
+
+std::vector<std::string> checkFilter(const char* filter, const Settings& settings) {
+  std::vector<std::string> texts;
+  pcap_t* ethernet = pcap_open_dead(DLT_EN10MB, 65535);
+  bpf_program program{};
+  if (pcap_compile(ethernet, &program, filter, 0, 0) == 0) {
+    texts = warnings(program, Candidates(filter), settings);
+    pcap_freecode(&program);
+  }
+  pcap_close(ethernet);
+  return texts;
+}
