@@ -38,13 +38,13 @@ pcap_t* openFile(std::string_view path, std::string& reason) {
   return handle;
 }
 
-pcap_t* openImmediate(const std::string& name, int promiscuous, std::string& reason) {
+pcap_t* openImmediate(const std::string& name, const Device::Mode& mode, std::string& reason) {
   char errbuf[PCAP_ERRBUF_SIZE] = "";
   pcap_t* handle = pcap_create(name.c_str(), errbuf);
   reason = errbuf;
   if (handle == nullptr) return nullptr;
-  pcap_set_snaplen(handle, Device::kSnapLength);
-  pcap_set_promisc(handle, promiscuous);
+  pcap_set_snaplen(handle, mode.snapLength);
+  pcap_set_promisc(handle, mode.promiscuous);
   pcap_set_timeout(handle, Device::kImmediateTimeoutMs);
   pcap_set_buffer_size(handle, Device::kImmediateBufferSize);
   const int status = pcap_activate(handle);
@@ -91,9 +91,9 @@ bool Device::open(const std::string& name, const Mode& mode) {
 }
 
 pcap_t* Device::openNetworkDevice(std::string& reason) const {
-  if (mode_.immediate) return openImmediate(name_, mode_.promiscuous, reason);
+  if (mode_.immediate) return openImmediate(name_, mode_, reason);
   char errbuf[PCAP_ERRBUF_SIZE] = "";
-  pcap_t* handle = pcap_open_live(name_.c_str(), kSnapLength, mode_.promiscuous, kReadTimeoutMs, errbuf);
+  pcap_t* handle = pcap_open_live(name_.c_str(), mode_.snapLength, mode_.promiscuous, kReadTimeoutMs, errbuf);
   reason = errbuf;
   return handle;
 }

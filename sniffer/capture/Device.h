@@ -24,6 +24,7 @@ std::optional<std::string_view> captureFilePath(std::string_view deviceName);
 class Device {
  public:
   static constexpr int kSnapLength = 8192;
+  static constexpr int kLargeSnapLength = 65535;  ///< segmentation offload makes frames as long as an IP packet
   static constexpr int kReadTimeoutMs = 1000;
 
   // With immediate capture the kernel passes on a block of frames after this time. The immediate mode of libpcap would
@@ -40,6 +41,7 @@ class Device {
     int promiscuous = 1;
     bool immediate = false;  ///< frames arrive within milliseconds, through a large buffer
     bool reopen = false;     ///< capture() opens a missing device again, one attempt a second
+    int snapLength = kSnapLength;
   };
 
   Device() = default;

@@ -139,7 +139,8 @@ int Sniffer::openDevices() {
 }
 
 Device::Mode Sniffer::deviceMode() const {
-  return {promiscuous_, settings_.immediateCapture, settings_.reopenDevices};
+  return {promiscuous_, settings_.immediateCapture, settings_.reopenDevices,
+          settings_.reassembleTcp ? Device::kLargeSnapLength : Device::kSnapLength};
 }
 
 // ---- sniffing ----

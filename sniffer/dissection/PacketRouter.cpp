@@ -55,6 +55,7 @@ PacketRouter::PacketRouter(const RtpDestinations& destinations, const Recalls& r
 void PacketRouter::configure(const Settings& settings, LookBack* lookBack) {
   lookBack_ = lookBack;
   classifier_.setSipAnyUri(settings.sipAnyUri);
+  followsStreams_ = settings.reassembleTcp;
   network_ = std::make_unique<NetworkStack>(optionsOf(settings), static_cast<NetworkSink&>(*this));
 }
 
@@ -62,6 +63,7 @@ void PacketRouter::configure(const Settings& settings, LookBack* lookBack) {
 
 void PacketRouter::takeFrame(const pcap_pkthdr& header, u_char* frame, int linkType, const CaptureStamp& stamp) {
   stamp_ = stamp;
+  if (followsStreams_) classifier_.h323Parser().beginSegment();
   const std::int64_t time = std::int64_t{header.ts.tv_sec} * 1'000'000 + header.ts.tv_usec;
   network_->takeFrame({frame, header.len}, linkType, time);
 }

@@ -73,6 +73,7 @@ class PacketRouter final : private NetworkSink {
   Statistics& statistics_;
   LookBack* lookBack_ = nullptr;
   Classifier classifier_;
+  bool followsStreams_ = false;
   std::unique_ptr<NetworkStack> network_;
   CaptureStamp stamp_;        ///< of the frame in work
   std::string description_;   ///< reused

@@ -115,7 +115,8 @@ void SngDissector::removeRtp(u_int rtpIp, u_short rtpPort) {
 
 void SngDissector::producePacket(SniffedPacket& packet) {
   const bool isMedia = packetQueue_.hasLimit() && carriesMedia(packet.packet, packet.header->caplen, packet.linkType);
-  packetQueue_.push(packet, kMaxPacket, isMedia ? PacketQueue::Kind::kMedia : PacketQueue::Kind::kSignalling);
+  const u_int mostBytes = settings_.reassembleTcp ? kMaxPacketOfStreams : kMaxPacket;
+  packetQueue_.push(packet, mostBytes, isMedia ? PacketQueue::Kind::kMedia : PacketQueue::Kind::kSignalling);
 }
 
 void SngDissector::consumePacket() {

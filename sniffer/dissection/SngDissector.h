@@ -40,6 +40,7 @@ class SngDissector {
 
   /// The longest frame that is taken from a capture thread: the capture engine's snap length.
   static constexpr u_int kMaxPacket = 8192;
+  static constexpr u_int kMaxPacketOfStreams = 65535;  ///< the same while TCP streams are followed
 
   /// Destroys the dissector that is alive, if any, and takes its place.
   SngDissector();
