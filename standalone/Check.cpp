@@ -50,17 +50,22 @@ void addDeviceErrors(const Sniffer& engine, ErrorList& errors) {
   if (privilegeMissing) explainPrivilege();
 }
 
+/// Returns the device that did not take the filter.
+int findFilterFailure(const Sniffer& engine) {
+  int i = 0;
+  while (i + 1 < engine.getDeviceCount() && (engine.isDeviceDown(i) || engine.getDeviceError(i).empty())) ++i;
+  return i;
+}
+
 void addFilterError(const Sniffer& engine, int status, ErrorList& errors) {
+  const int i = findFilterFailure(engine);
   const std::string filter = std::string("the filter \"") + engine.getFilter() + "\" ";
-  for (int i = 0; i < engine.getDeviceCount(); ++i) {
-    const std::string& reason = engine.getDeviceError(i);
-    if (engine.isDeviceDown(i) || reason.empty()) continue;
-    if (status == Device::kFilterNotCompiled) {
-      errors.add(filter + "does not compile: " + reason +
-                 "; pcap-filter(7) describes the syntax of Filter (option -f)");
-    } else {
-      errors.add(filter + "cannot be installed on " + engine.getDevice(i) + ": " + reason + "; simplify it");
-    }
+  if (status == Device::kFilterNotCompiled) {
+    errors.add(filter + "does not compile: " + engine.getDeviceError(i) +
+               "; pcap-filter(7) describes the syntax of Filter (option -f)");
+  } else {
+    errors.add(filter + "cannot be installed on " + engine.getDevice(i) + ": " + engine.getDeviceError(i) +
+               "; simplify it");
   }
 }
 

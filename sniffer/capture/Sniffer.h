@@ -108,10 +108,6 @@ class Sniffer final : public voip::Engine {
   const char* getLoglevel() const { return logLevel_.c_str(); }
   void setLogLevel(const char* logLevel);  ///< copied, cut to kMaxLogLevelLength
 
-  /// Sets whether frames arrive within a few milliseconds instead of up to a second.
-  void setImmediateCapture(bool immediate) { settings_.immediateCapture = immediate; }
-  bool getImmediateCapture() const { return settings_.immediateCapture; }
-
   /// Sets all settings beyond devices, filter and recorder. Call it before setupSniffing().
   void setSettings(const voip::Settings& settings) { settings_ = settings; }
   const voip::Settings& getSettings() const { return settings_; }
