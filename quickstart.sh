@@ -35,7 +35,7 @@ if [ -n "$device" ] && [ ! -e "/sys/class/net/$device" ] && [ "${device#file:}" 
   exit 1
 fi
 
-. packaging/setup.sh
+. tools/setup.sh
 if [ $cluster = yes ]; then install_missing $BUILD_PACKAGES $CLUSTER_PACKAGES; else install_missing $BUILD_PACKAGES; fi
 build quickstart
 
@@ -84,7 +84,7 @@ record_standalone() {
 
 if [ $cluster = yes ]; then
   # The sniffer's side becomes a front, which records nothing; two recorders of their own take what it publishes.
-  . "$root/packaging/rabbitmq/trial.sh"
+  . "$root/tools/cluster-trial.sh"
   recorder=("${java[@]}" --publish "$broker_address" --out "$PWD/front")
 fi
 

@@ -4,7 +4,7 @@
 #   FUZZ_SECONDS=900 ./test.sh   the fuzzers longer than the 10 seconds each
 set -euo pipefail
 cd "$(dirname "$0")"
-. packaging/setup.sh
+. tools/setup.sh
 install_missing $TEST_PACKAGES
 
 failed=0
