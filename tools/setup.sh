@@ -1,54 +1,83 @@
-# Sourced by quickstart.sh and test.sh, from the root of the project: installs what is missing and builds, quietly.
+# Sourced by quickstart.sh and test.sh from the root of the project. Installs missing packages and builds.
 
-RUN_PACKAGES="openjdk-17-jdk-headless libpcap-dev liblog4cxx-dev"
-BUILD_PACKAGES="$RUN_PACKAGES g++ cmake ninja-build pkg-config"
+BUILD_PACKAGES="openjdk-17-jdk-headless libpcap-dev liblog4cxx-dev g++ cmake ninja-build pkg-config"
 CLUSTER_PACKAGES="rabbitmq-server librabbitmq-client-java python3"
-TEST_PACKAGES="$BUILD_PACKAGES $CLUSTER_PACKAGES libgtest-dev libbenchmark-dev clang libclang-rt-14-dev ccache \
-  iproute2 ethtool tcpreplay tcpdump sip-tester binutils dpkg-dev adduser systemd procps strace prometheus \
-  chromium chromium-driver stunnel4 openssl"
 
 export JAVA_HOME=${JAVA_HOME_17:-/usr/lib/jvm/java-17-openjdk-$(dpkg --print-architecture 2>/dev/null || echo amd64)}
 
 as_root() { if [ "$(id -u)" = 0 ]; then "$@"; else sudo "$@"; fi; }
 
-# quietly WHAT COMMAND...: shows what the command printed only when it fails.
+# Prints a line. On a terminal it replaces the line that shows progress.
+say() { if [ -t 1 ]; then printf '\r\033[K%s\n' "$*"; else printf '%s\n' "$*"; fi; }
+
+# quietly WHAT COMMAND...: shows the output of the command only when it fails.
 quietly() {
   local what=$1 log
   shift
   log=$(mktemp)
-  if ! "$@" >"$log" 2>&1; then
-    tail -n 40 "$log" >&2
-    echo "$what failed; the last lines are above, all of it is in $log" >&2
-    exit 1
-  fi
+  "$@" >"$log" 2>&1 || give_up "$what" "$log"
   rm -f "$log"
 }
 
-install_missing() {
-  local package missing=()
+give_up() {
+  say "$(tail -n 40 "$2")" >&2
+  echo "$1 failed. The last lines are above, all lines are in $2." >&2
+  exit 1
+}
+
+# missing PACKAGE...: prints those that are not installed.
+missing() {
+  local package
   for package in "$@"; do
-    dpkg-query -W -f='${Status}\n' "$package" 2>/dev/null | grep -q '^install ok installed$' || missing+=("$package")
+    dpkg-query -W -f='${Status}\n' "$package" 2>/dev/null | grep -q '^install ok installed$' || echo "$package"
   done
-  [ ${#missing[@]} -eq 0 ] && return
+}
+
+install_missing() {
+  local packages
+  packages=$(missing "$@" | tr '\n' ' ')
+  [ -n "$packages" ] || return 0
   if ! command -v apt-get >/dev/null; then
-    echo "This needs Debian 12 or a relative of it. Elsewhere install these packages by hand: ${missing[*]}" >&2
+    echo "This script installs packages on Debian 12 and its relatives. Please install by hand: $packages" >&2
     exit 1
   fi
   if [ "$(id -u)" != 0 ] && ! command -v sudo >/dev/null; then
-    echo "Run this as root, or install sudo, to add these packages: ${missing[*]}" >&2
+    echo "Please run this script as root, or install sudo. It needs these packages: $packages" >&2
     exit 1
   fi
-  echo "Installing ${missing[*]}"
+  say "Installing $packages"
   quietly "apt-get update" as_root apt-get update
   quietly "apt-get install" as_root env DEBIAN_FRONTEND=noninteractive \
-    apt-get install -y --no-install-recommends "${missing[@]}"
+    apt-get install -y --no-install-recommends $packages
 }
 
-# build PRESET [TARGET...]
+# build PRESET [TARGET...]: without targets it builds those of the preset. Shows progress.
 build() {
-  local preset=$1
+  local preset=$1 log
   shift
-  [ -e "build/$preset/build.ninja" ] || echo "Building ($preset); the first time takes a few minutes"
-  quietly "Configuring ($preset)" cmake --preset "$preset"
-  quietly "Building ($preset)" cmake --build "build/$preset" ${1:+--target "$@"}
+  if [ "$preset" = quickstart ] && [ -e build/release/build.ninja ]; then
+    quietly "Configuring ($preset)" cmake build/release  # test.sh may have configured it: the tests stay
+  else
+    quietly "Configuring ($preset)" cmake --preset "$preset"
+  fi
+  log=$(mktemp)
+  NINJA_STATUS='[%f of %t] ' cmake --build --preset "$preset" ${1:+--target "$@"} 2>&1 |
+    tee "$log" | show_progress "$preset"
+  [ "${PIPESTATUS[0]}" = 0 ] || give_up "Building ($preset)" "$log"
+  rm -f "$log"
+}
+
+# Reads ninja's output. Shows one line that changes on a terminal, and a line every 20 seconds elsewhere.
+show_progress() {
+  local line next=0
+  while read -r line; do
+    if [[ ! $line =~ ^\[([0-9]+\ of\ [0-9]+)\] ]]; then continue; fi
+    if [ -t 1 ]; then
+      printf '\r\033[KBuilding (%s): %s' "$1" "${BASH_REMATCH[1]}"
+    elif [ $SECONDS -ge $next ]; then
+      echo "Building ($1): ${BASH_REMATCH[1]}"
+      next=$((SECONDS + 20))
+    fi
+  done
+  if [ -t 1 ]; then printf '\r\033[K'; fi
 }

@@ -43,7 +43,8 @@ public final class Delay {
       left.await();
     }
     Arrays.sort(delays);
-    System.out.printf("delay from wire to recorder: %d ms in the middle, %d ms for 99 %% of the frames, %d ms at most%n",
+    System.out.printf(
+        "delay from wire to recorder: %d ms in the middle, %d ms for 99 %% of the frames, %d ms at most%n",
         delays[delays.length / 2] / 1000, delays[delays.length * 99 / 100] / 1000, delays[delays.length - 1] / 1000);
   }
 }

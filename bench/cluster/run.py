@@ -87,7 +87,8 @@ class Bench(cluster.ClusterTest):
         before = {part: self.busy(pids) for part, pids in parts.items()}
         rate = self.rate(names, sniffer)
         frames = CALLS * PACKETS * 2
-        cost = ", ".join(f"{part} {(self.busy(pids) - before[part]) / frames * 1e6:.0f}" for part, pids in parts.items())
+        costs = {part: (self.busy(pids) - before[part]) / frames * 1e6 for part, pids in parts.items()}
+        cost = ", ".join(f"{part} {microseconds:.0f}" for part, microseconds in costs.items())
         self.stop_all()
         self.broker("stop")
         return rate, cost

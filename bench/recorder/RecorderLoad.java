@@ -47,7 +47,8 @@ public final class RecorderLoad {
   }
 
   private static byte[] frame(int protocol, int to, int toPort, int from, int fromPort, byte[] payload) {
-    return ByteBuffer.allocate(15 + payload.length).putShort((short) (15 + payload.length)).put((byte) protocol).putInt(to)
+    ByteBuffer frame = ByteBuffer.allocate(15 + payload.length).putShort((short) (15 + payload.length));
+    return frame.put((byte) protocol).putInt(to)
         .putShort((short) toPort).putInt(from).putShort((short) fromPort).put(payload).array();
   }
 
@@ -73,8 +74,9 @@ public final class RecorderLoad {
       int from = fromCaller ? caller : callee;
       String address = (from >>> 24) + "." + (from >> 16 & 255) + "." + (from >> 8 & 255) + "." + (from & 255);
       String text = start + "\r\nVia: SIP/2.0/UDP x;branch=z" + cseq.charAt(0) + "\r\nFrom: <sip:" + caller
-          + "@load>;tag=a\r\nTo: <sip:" + callee + "@load>" + (start.startsWith("INVITE") ? "" : ";tag=b") + "\r\nCall-ID: "
-          + caller + "-" + call + "\r\nCSeq: " + cseq + "\r\n" + (sdp ? "Content-Type: application/sdp\r\n\r\nv=0\r\nc=IN IP4 "
+          + "@load>;tag=a\r\nTo: <sip:" + callee + "@load>" + (start.startsWith("INVITE") ? "" : ";tag=b")
+          + "\r\nCall-ID: " + caller + "-" + call + "\r\nCSeq: " + cseq + "\r\n"
+          + (sdp ? "Content-Type: application/sdp\r\n\r\nv=0\r\nc=IN IP4 "
           + address + "\r\nm=audio 4000 RTP/AVP 8\r\n" : "\r\n");
       send(frame(1, fromCaller ? callee : caller, 5060, from, 5060, text.getBytes(StandardCharsets.US_ASCII)));
     }
@@ -202,7 +204,8 @@ public final class RecorderLoad {
       }
     }
     double bare = bare(load.frames, Path.of(words[4], "bare"));
-    System.out.printf(Locale.ROOT, "%d calls at a time, %d in all; %d packets sent, %d recorded, %d lost; %d adds%n", calls,
+    System.out.printf(Locale.ROOT,
+        "%d calls at a time, %d in all; %d packets sent, %d recorded, %d lost; %d adds%n", calls,
         rows, load.media, recorded, lost, load.adds.get());
     System.out.printf(Locale.ROOT, "%.1f us a frame; %.1f times a loop that reads and writes them as they are%n", cost,
         cost / bare);

@@ -29,7 +29,12 @@ ip netns add $wire 2>/dev/null || skip "no network namespace can be made here"
 
 folder=$(mktemp -d)
 pids=()
-stop() { for pid in "${pids[@]}"; do kill "$@" "$pid" 2>/dev/null || true; done; wait "${pids[@]}" 2>/dev/null || true; pids=(); }
+stop() {
+  local pid
+  for pid in "${pids[@]}"; do kill "$@" "$pid" 2>/dev/null || true; done
+  wait "${pids[@]}" 2>/dev/null || true
+  pids=()
+}
 finish() { stop -KILL; ip netns del $wire; ip netns del $tap; rm -rf "$folder"; } 2>/dev/null
 trap finish EXIT
 ip netns add $tap
@@ -74,8 +79,8 @@ log4j.appender.console.layout.ConversionPattern=%p %m%n
   : >"$folder/log"
   if [ "$1" = Java ]; then
     cd "$folder"
-    start nice -n -20 java -cp "$build/host/voip-sniffer.jar" -Djava.library.path="$build/sniffer" "$here/RoadHost.java" \
-      tap0 "$2" >recorder 2>log
+    start nice -n -20 java -cp "$build/host/voip-sniffer.jar" -Djava.library.path="$build/sniffer" \
+      "$here/RoadHost.java" tap0 "$2" >recorder 2>log
   else
     start "${ahead[@]}" "$build/bench/road/road_recorder" "$1" "$2" >"$folder/recorder"
     local port

@@ -62,7 +62,8 @@ def record(journal_path):
                 while len(pending) - at >= 2 and len(pending) - at >= int.from_bytes(pending[at : at + 2], "big"):
                     frame = bytes(pending[at : at + int.from_bytes(pending[at : at + 2], "big")])
                     at += len(frame)
-                    notes.append(NOTE.pack(frame[2], *struct.unpack_from("!IH", frame, 3), *struct.unpack_from("!H", frame, 17)))
+                    (sequence,) = struct.unpack_from("!H", frame, 17)
+                    notes.append(NOTE.pack(frame[2], *struct.unpack_from("!IH", frame, 3), sequence))
                     if frame[2] == SIP:
                         follow(frame, wanted, memory, connection)
                 journal.write(b"".join(notes))
@@ -95,7 +96,8 @@ class Call:
         addresses = [(ip, 5060) for ip, _ in self.ends]
         caller, callee = addresses[0][0], addresses[1][0]
         ip, port = self.ends[sender]
-        body = f"v=0\r\no=- 1 1 IN IP4 {ip}\r\ns=-\r\nc=IN IP4 {ip}\r\nt=0 0\r\nm=audio {port} RTP/AVP 8\r\n" if media else ""
+        sdp = f"v=0\r\no=- 1 1 IN IP4 {ip}\r\ns=-\r\nc=IN IP4 {ip}\r\nt=0 0\r\nm=audio {port} RTP/AVP 8\r\n"
+        body = sdp if media else ""
         method = "BYE" if first_line.startswith("BYE") or media is None else "INVITE"
         text = (
             f"{first_line} SIP/2.0\r\n" if not first_line[0].isdigit() else f"SIP/2.0 {first_line}\r\n"
@@ -116,7 +118,8 @@ class Call:
         for number in range(int(self.length * 50)):
             for sender in (0, 1):
                 header = struct.pack("!BBHII", 0x80, 8, number, number * 160, self.number * 2 + sender)
-                yield (0.0 if sender else 0.02), RTP, udp_frame(self.ends[sender], self.ends[1 - sender], header + b"\xd5" * 160)
+                frame = udp_frame(self.ends[sender], self.ends[1 - sender], header + b"\xd5" * 160)
+                yield (0.0 if sender else 0.02), RTP, frame
         yield 0.5, SIP, self.sip(f"BYE {uri}", 0, False)
         yield 0.05, SIP, self.sip("200 OK", 1, None)
 
@@ -129,7 +132,8 @@ class Link:
         there.join(self.name, here, self.device)
         self.socket = make_socket(socket.SOCK_RAW, there, socket.AF_PACKET)
         self.socket.bind((self.name, 0))
-        harness.wait_until(lambda: pathlib.Path(f"/proc/{here.holder.pid}/net/dev").read_text().count("tap") > number, "it")
+        devices = pathlib.Path(f"/proc/{here.holder.pid}/net/dev")
+        harness.wait_until(lambda: devices.read_text().count("tap") > number, "the device")
 
     def put(self, up):
         self.there.run("ip", "link", "set", self.name, "up" if up else "down")
@@ -208,7 +212,8 @@ class Soak:
             link.send(frame)
             destination = frame.destination
             if kind == RTP:
-                self.sent.setdefault(destination, []).append((struct.unpack_from("!H", frame.payload, 2)[0], self.kills))
+                (sequence,) = struct.unpack_from("!H", frame.payload, 2)
+                self.sent.setdefault(destination, []).append((sequence, self.kills))
         following = next(frames, None)
         if following is not None:
             self.later(following[0], self.step, link, frames, following[1:])
@@ -312,8 +317,9 @@ class Soak:
                 got[host, port][sequence] += 1
             elif protocol == SIP:
                 told.add(host)
-        # Of a call whose signalling was in the sockets the recorder has never heard.
-        heard = {end: stream for end, stream in self.sent.items() if end[0].rsplit(".", 1)[0] + ".1" in told and end in got}
+        # The recorder knows no call whose signalling was lost in a socket.
+        known = {end for end in got if end[0].rsplit(".", 1)[0] + ".1" in told}
+        heard = {end: stream for end, stream in self.sent.items() if end in known}
         missing, arrived = collections.Counter(), 0
         for end, stream in heard.items():
             for sequence, kills in stream:

@@ -225,7 +225,8 @@ class ClusterTest(unittest.TestCase):
         os.kill(broker, signal.SIGCONT)
         self.hears("small", "the broker has caught up; [1-9][0-9]* frames lost")
         self.end("small")
-        told = [int(number) for number in self.said("small", r"(\d+) frames: (\d+) in .*broker, (\d+) lost.*, (\d+) lost")[0]]
+        summary = r"(\d+) frames: (\d+) in .*broker, (\d+) lost.*, (\d+) lost"
+        told = [int(number) for number in self.said("small", summary)[0]]
         self.assertEqual(told[0], 10 * 4 * 2 * PHASE + 10 * 4)
         self.assertEqual(told[0], sum(told[1:]))
         self.assertEqual(told[3], 0)

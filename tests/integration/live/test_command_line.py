@@ -20,8 +20,12 @@ class CommandLine(TestCase):
         return program.status(), "\n".join(program.output), "\n".join(program.log)
 
     def test_help_and_version(self):
-        options = "-c FILE.*-l FILE.*-d DEVICES.*-f FILTER.*-h HOST.*-p PORT"
-        for option, expected in (("--help", options), ("--version", r"^sniffer \d+\.\d+\.\d+$"), ("--settings", "LookBackMemory .*default 64")):
+        cases = {
+            "--help": "-c FILE.*-l FILE.*-d DEVICES.*-f FILTER.*-h HOST.*-p PORT",
+            "--version": r"^sniffer \d+\.\d+\.\d+$",
+            "--settings": "LookBackMemory .*default 64",
+        }
+        for option, expected in cases.items():
             status, output, errors = self.run_to_end(option)
             self.assertEqual((status, errors), (0, ""))
             self.assertRegex(output, f"(?s){expected}")

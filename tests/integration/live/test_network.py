@@ -1,5 +1,5 @@
-"""Calls as networks carry them: wrapped in tags and tunnels, in fragments, over TCP, mirrored twice. Whatever the variant,
-the recorder is to get what it gets of the plain capture."""
+"""Calls as networks carry them: in tags and tunnels, in fragments, over TCP, mirrored twice. In every variant the
+recorder must get the frames of the plain capture."""
 
 import itertools
 import os
@@ -78,6 +78,10 @@ def deep(ip):
     return ethernet(ip)
 
 
+def erspan_in_tag(ip):
+    return tags(0x8100)(over(lambda inner: gre(0, 0x88BE, b"", ethernet(inner)), 47)(ip)[14:])
+
+
 ERSPAN_II, ERSPAN_III = b"\x10\x64\0\x0c\0\0\0\1", b"\x20\x64\0\x0c\0\0\0\1\0\0"
 WRAPPED = {  # name: (libpcap's link type, wrapping of an IPv4 packet)
     "plain": (1, ethernet),
@@ -114,7 +118,7 @@ WRAPPED = {  # name: (libpcap's link type, wrapping of an IPv4 packet)
     "GENEVE over IPv6": (1, over6(geneve, 17)),
     "ERSPAN in a tag in VXLAN": (
         1,
-        over(lambda ip: udp(b"\x08" + b"\0" * 7 + tags(0x8100)(over(lambda i: gre(0, 0x88BE, b"", ethernet(i)), 47)(ip)[14:]), 4789), 17),
+        over(lambda ip: udp(b"\x08" + b"\0" * 7 + erspan_in_tag(ip), 4789), 17),
     ),
     "eight layers": (1, deep),
 }
@@ -162,7 +166,8 @@ MANY = {
 
 
 def segment(frame, sequence, payload, flags=0x18):
-    tcp = u16(frame.source[1], frame.destination[1]) + struct.pack("!IIHHHH", sequence % 2**32, 0, 0x5000 | flags, 0xFFFF, 0, 0)
+    tcp = u16(frame.source[1], frame.destination[1])
+    tcp += struct.pack("!IIHHHH", sequence % 2**32, 0, 0x5000 | flags, 0xFFFF, 0, 0)
     return ethernet(ipv4(tcp + payload, 6, frame.source[0], frame.destination[0]))
 
 
@@ -248,8 +253,10 @@ class Variants(harness.TestCase):
         recorder = self.keep(Recorder())
         path = os.path.join(self.folder(), "frames")
         os.mkfifo(path)
+        server = {"ServerName": "127.0.0.1", "ServerPort": recorder.port}
         program = self.start(
-            settings={"Device": f"file:{path}", "ServerName": "127.0.0.1", "ServerPort": recorder.port, "LogLevel": "INFO"}
+            settings={"Device": f"file:{path}", "LogLevel": "INFO"}
+            | server
             | dict.fromkeys(settings, "yes"),
             environment={"SNIFFER_REPLAY_PACE": "full"},
         )
@@ -281,7 +288,8 @@ class Variants(harness.TestCase):
                 self.assert_frames(recorder.of(RTP), self.calls.media, "media")
                 ends = ["sipForwarded", "rtpForwarded", "h323Forwarded", "udpDropped", "tcpDropped", "otherDropped"]
                 ends += ["notSent", "queueDiscarded", "duplicatesDropped", "fragmentsHeld", "segmentsFollowed"]
-                self.assertEqual(sum(figures[key] for key in ends), openers + len(frames) + figures["streamMessages"], figures)
+                total = openers + len(frames) + figures["streamMessages"]
+                self.assertEqual(sum(figures[key] for key in ends), total, figures)
 
 
     def test_request_to_a_telephone_number(self):
@@ -331,7 +339,8 @@ class Live(harness.TestCase):
     def sniff(self, filter, settings, device="tap0"):
         recorder = self.keep(Recorder("UDP", self.here))
         server = {"ServerName": "127.0.0.1", "ServerPort": recorder.port, "ServerProtocol": "UDP"}
-        options = {"Device": device, "Filter": filter, "ImmediateCapture": "yes"} | dict.fromkeys(settings.split(), "yes")
+        options = {"Device": device, "Filter": filter}
+        options |= dict.fromkeys(["ImmediateCapture", *settings.split()], "yes")
         program = self.start(settings=server | options, namespace=self.here)
         program.wait_logged("PCAP thread created")
         return program, recorder
@@ -360,7 +369,8 @@ class Live(harness.TestCase):
 
     def test_tunnels_of_the_kernel(self):
         """Those that this kernel can make."""
-        self.there.run("ip", "neigh", "add", "10.9.9.2", "lladdr", "02:00:00:00:00:02", "dev", "wire0", "nud", "permanent")
+        neighbour = "ip neigh add 10.9.9.2 lladdr 02:00:00:00:00:02 dev wire0 nud permanent"
+        self.there.run(*neighbour.split())
         sip = [frame.data for frame in self.calls.frames if frame.is_sip]
         missing = []
         for kind, options in TUNNELS.items():
