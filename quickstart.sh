@@ -80,7 +80,7 @@ record_standalone() {
   recording=$!
   exec {output}>&-
   trap 'kill $recording 2>/dev/null || true' EXIT
-  # The sniffer connects when it starts, and later only when it has something to send. So the recorder must listen first.
+  # The recorder must listen before the sniffer starts: the sniffer connects then, and later only to send something.
   until grep -q 'waiting for the sniffer' recorder.log; do
     kill -0 $recording 2>/dev/null || exit 1
     sleep 0.1

@@ -71,7 +71,7 @@ build() {
 show_progress() {
   local line next=0
   while read -r line; do
-    if [[ ! $line =~ ^\[([0-9]+\ of\ [0-9]+)\] ]]; then continue; fi
+    if [[ ! $line =~ ^\[([1-9][0-9]*\ of\ [0-9]+)\] ]]; then continue; fi
     if [ -t 1 ]; then
       printf '\r\033[KBuilding (%s): %s' "$1" "${BASH_REMATCH[1]}"
     elif [ $SECONDS -ge $next ]; then
