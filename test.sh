@@ -60,7 +60,7 @@ if has integration; then
   later+=" $CLUSTER_PACKAGES chromium chromium-driver iproute2 ethtool tcpreplay tcpdump sip-tester binutils dpkg-dev"
   later+=" adduser systemd procps strace prometheus stunnel4 openssl"
 fi
-if [ -n "$labels" ]; then builds+=" release" steps+=("release (${labels#|})"); fi
+if [ -n "$labels" ]; then builds+=" release" steps+=("release ($(tr '|' , <<<"${labels#|}"))"); fi
 if has asan || has fuzz; then builds+=" asan" later+=" clang libclang-rt-14-dev"; fi
 if has asan; then steps+=(asan); fi
 if has tsan; then builds+=" tsan" steps+=(tsan); fi

@@ -61,13 +61,14 @@ build() {
     quietly "Configuring ($preset)" cmake --preset "$preset"
   fi
   log=$(mktemp)
-  NINJA_STATUS='[%f of %t] ' cmake --build --preset "$preset" ${1:+--target "$@"} 2>&1 |
+  # Tests that run beside a build get the processor first.
+  NINJA_STATUS='[%f of %t] ' nice cmake --build --preset "$preset" ${1:+--target "$@"} 2>&1 |
     tee "$log" | show_progress "$preset"
   [ "${PIPESTATUS[0]}" = 0 ] || give_up "Building ($preset)" "$log"
   rm -f "$log"
 }
 
-# Reads ninja's output. Shows one line that changes on a terminal, and a line every 20 seconds elsewhere.
+# Reads ninja's output. Shows one line that changes on a terminal, and a line every 30 seconds elsewhere.
 show_progress() {
   local line next=0
   while read -r line; do
@@ -76,7 +77,7 @@ show_progress() {
       printf '\r\033[KBuilding (%s): %s' "$1" "${BASH_REMATCH[1]}"
     elif [ $SECONDS -ge $next ]; then
       echo "Building ($1): ${BASH_REMATCH[1]}"
-      next=$((SECONDS + 20))
+      next=$((SECONDS + 30))
     fi
   done
   if [ -t 1 ]; then printf '\r\033[K'; fi

@@ -41,7 +41,7 @@ ip netns add $tap
 ip -n $wire link add wire0 type veth peer name tap0 netns $tap
 for side in "$wire wire0" "$tap tap0"; do
   set -- $side "$@"
-  ip netns exec "$1" sysctl -qw "net.ipv6.conf.$2.disable_ipv6=1"
+  [ ! -e /proc/sys/net/ipv6 ] || ip netns exec "$1" sysctl -qw "net.ipv6.conf.$2.disable_ipv6=1"
   # As on a mirror port that is set up well.
   ip netns exec "$1" ethtool -K "$2" gro off gso off tso off >/dev/null
   ip -n "$1" link set lo up

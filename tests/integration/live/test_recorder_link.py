@@ -246,10 +246,12 @@ class RecorderLink(TestCase):
         self.assertEqual(self.rtp_that_arrives(rtp(2)), [forwarded(RTP, rtp(2))])
 
     def test_media_of_fifty_calls_asked_for_late(self):
-        """Everything since the first packet, once and in order, then the live media; what left late tells its time."""
+        """All media since the first packet arrive once and in order. A late frame is preceded by its capture time."""
         for protocol in ("TCP", "UDP"):
             with self.subTest(protocol):
                 recorder = self.keep(Recorder(protocol))
+                if protocol == "UDP" and not recorder.takes_bursts:
+                    self.skipTest("net.core.rmem_max is too small for a burst of 1,250 datagrams")
                 self.sniff(recorder, LookBack=60000, CaptureTime="yes", SendTimeout=5000)
                 self.connect()
                 phones = [(f"10.0.1.{number}", 5000) for number in range(50)]
