@@ -1,4 +1,4 @@
-"""Calls through a real broker, while everything that can die dies: what is recorded is exact, to the sample."""
+"""Calls through a broker while recorders and the broker are killed. The recordings are exact to the sample."""
 
 import audioop
 import contextlib
@@ -47,7 +47,7 @@ def wait_for(what, condition, seconds=60):
 
 
 class Sniffer:
-    """Stands for one: sends frames over TCP, and remembers what it was asked for."""
+    """Represents a sniffer: sends frames over TCP and remembers the requested destinations."""
 
     def __init__(self, port):
         self.link = wait_for("the front", lambda: self.connect(port))
@@ -194,7 +194,7 @@ class ClusterTest(unittest.TestCase):
         self.hears("front", "cannot publish")
         self.broker("start", 2)
         self.hears("front", "is back after .* 0 frames lost")
-        # Another recorder: calls that run stay where they are.
+        # With another recorder, active calls stay with their recorders.
         self.broker("run", ROOT / "packaging/rabbitmq/voip-queues", 3)
         self.hears("front", r"voip-calls\.2")
         self.recorder(3)

@@ -1,7 +1,7 @@
-"""What the integration tests of the program share: captures, a recorder, the program itself, network namespaces.
+"""Shared by the integration tests: captures, a recorder, the program, network namespaces.
 
-The environment names what was built: SNIFFER_PROGRAM, SNIFFER_SAMPLES and SNIFFER_TEST_FILES. Python's standard
-library and Debian's iproute2, util-linux, tcpreplay and sip-tester only.
+The environment has the paths SNIFFER_PROGRAM, SNIFFER_SAMPLES and SNIFFER_TEST_FILES. The tests use only the standard
+library of Python and Debian's iproute2, util-linux, tcpreplay and sip-tester.
 """
 
 import collections
@@ -23,7 +23,7 @@ import unittest
 PROGRAM = os.environ["SNIFFER_PROGRAM"]
 SAMPLES = pathlib.Path(os.environ["SNIFFER_SAMPLES"])
 TEST_FILES = pathlib.Path(os.environ["SNIFFER_TEST_FILES"])
-PATIENCE = 30  # seconds for what takes a moment on an idle machine
+PATIENCE = 30  # seconds; on an idle machine every wait takes a moment
 
 SIP, RTP, HEARTBEAT, H323 = 1, 2, 3, 4
 ADD, REMOVE, ARE_YOU_THERE = 1, 2, 3
@@ -106,7 +106,7 @@ def write_capture(path, frames):
 
 
 def forwarded(protocol, frame, payload=None):
-    """The frame that the recorder is to get."""
+    """Returns the frame that the recorder must receive."""
     payload = frame.payload if payload is None else payload
     ends = [socket.inet_aton(ip) + struct.pack("!H", port) for ip, port in (frame.destination, frame.source)]
     return struct.pack("!HB", 15 + len(payload), protocol) + b"".join(ends) + payload
@@ -120,8 +120,7 @@ def command(code, destination=("0.0.0.0", 0)):
 
 
 class Recorder:
-    """Listens on loopback, collects the frames it gets, sends commands. One connection at a time, any number after
-    another."""
+    """Listens on loopback, collects the frames it receives, sends commands. It serves one connection at a time."""
 
     def __init__(self, protocol="TCP", namespace=None, port=0):
         self.protocol, self.frames, self.remains = protocol, [], []
@@ -170,7 +169,7 @@ class Recorder:
                 while len(pending) >= 2 and len(pending) >= int.from_bytes(pending[:2], "big"):
                     length = int.from_bytes(pending[:2], "big")
                     if length < 15:
-                        # A send buffer that was full for a moment: the rest of a frame came twice.
+                        # The send buffer was full for a moment, so the rest of a frame was sent twice.
                         raise ConnectionError("the stream is out of step")
                     self._arrived(bytes(pending[:length]))
                     del pending[:length]
@@ -194,7 +193,7 @@ class Recorder:
             self.arrival.notify_all()
 
     def wait(self, condition, what, patience=PATIENCE):
-        """`condition` is asked of the list of frames each time one has arrived."""
+        """Calls `condition` with the list of frames after each arrival, until it is true."""
         with self.arrival:
             if not self.arrival.wait_for(lambda: condition(self.frames), patience):
                 raise AssertionError(f"waited {patience} s in vain for: {what}; have {len(self.frames)} frames")
@@ -224,13 +223,13 @@ class Recorder:
             self.send(b"".join(commands))
 
     def settle(self):
-        """Returns when all commands sent before have been carried out: they are answered in their order."""
+        """Returns after all earlier commands were carried out. The program handles commands in order."""
         answers = len(self.of(HEARTBEAT))
         self.send(command(ARE_YOU_THERE))
         self.wait(lambda _: len(self.of(HEARTBEAT)) > answers, "the answer to a heartbeat")
 
     def remainder(self):
-        """What the last connection that ended left behind that is no whole frame."""
+        """Returns the incomplete frame at the end of the last connection."""
         wait_until(lambda: len(self.remains) == self.accepted, "the end of the connection")
         return self.remains[-1]
 
@@ -300,7 +299,7 @@ class Program:
             raise AssertionError(f"the program ended without the log line {text!r}:\n" + "\n".join(self.log))
 
     def status(self):
-        """The exit status of a program that ends by itself."""
+        """Waits for the end of the program and returns its exit status."""
         try:
             status = self.process.wait(PATIENCE)
         except subprocess.TimeoutExpired:
@@ -324,7 +323,7 @@ class Program:
 
 
 class Wire:
-    """A capture device under the test's control: a pipe that the program replays as it is filled, at full speed."""
+    """A capture device that the test controls: a named pipe that the program replays at full speed."""
 
     def __init__(self, folder, name="wire"):
         self.path = pathlib.Path(folder) / name
@@ -333,7 +332,7 @@ class Wire:
         self.pipe = None
 
     def open(self):
-        """Waits for the program to open its end."""
+        """Waits until the program has opened the pipe."""
         self.pipe = open(self.path, "wb", buffering=0)
         self.pipe.write(capture_header())
 
@@ -347,7 +346,7 @@ class Wire:
 
 
 def die_with_us():
-    """Nothing that a test starts outlives it, not even when ctest kills it."""
+    """Prefix of a command that ends with the test, even if ctest kills the test."""
     return ["setpriv", "--pdeathsig", "KILL"]
 
 
@@ -355,7 +354,7 @@ def die_with_us():
 
 
 class Namespace:
-    """A network namespace without a name: it lives as long as the process that holds it, which dies with the test."""
+    """A network namespace without a name. It exists as long as its holder process, which ends with the test."""
 
     def __init__(self):
         self.holder = subprocess.Popen([*die_with_us(), "unshare", "--net", "sleep", "infinity"])
@@ -374,7 +373,7 @@ class Namespace:
         return subprocess.Popen([*self.enter, *die_with_us(), *command_line], **options)
 
     def join(self, device, other, other_device):
-        """A veth pair, `device` here, `other_device` in the other namespace."""
+        """Makes a veth pair with `device` here and `other_device` in the other namespace."""
         self.run(
             *("ip", "link", "add", device, "type", "veth"),
             *("peer", "name", other_device, "netns", str(other.holder.pid)),
@@ -388,7 +387,7 @@ class Namespace:
 
 
 def make_socket(kind, namespace=None, family=socket.AF_INET, protocol=0):
-    """A socket stays in the namespace that its maker was in."""
+    """Returns a socket in the namespace. A socket stays in the namespace in which it was made."""
     if namespace is None:
         return socket.socket(family, kind, protocol)
     libc = ctypes.CDLL(None, use_errno=True)
@@ -407,7 +406,7 @@ def make_socket(kind, namespace=None, family=socket.AF_INET, protocol=0):
 
 class TestCase(unittest.TestCase):
     def keep(self, resource):
-        """Closes it when the test ends, whatever way."""
+        """Closes the resource when the test ends."""
         self.addCleanup(resource.close)
         return resource
 

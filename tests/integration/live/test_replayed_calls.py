@@ -1,5 +1,4 @@
-"""Calls that are replayed: the recorder gets all signalling and, after its commands, every packet of the media. Needs no
-privilege."""
+"""Replayed calls: the recorder receives all signalling and, after its commands, every media packet. Needs no privilege."""
 
 import harness
 from calls import Call, CallRecorder
