@@ -1,4 +1,4 @@
-"""Replayed calls: the recorder receives all signalling and, after its commands, every media packet. Needs no privilege."""
+"""Replayed calls: the recorder receives all signalling and, after its commands, all media. Needs no privilege."""
 
 import harness
 from calls import Call, CallRecorder
