@@ -10,10 +10,10 @@ usage() {
   cat <<'HELP'
 Usage: ./quickstart.sh [--standalone | --cluster] [DEVICE]
 
-Installs the packages it needs, builds, and records every call it sees into recordings/, where index.html shows and plays
-them in a browser. Without DEVICE it replays the calls of samples/.
+Installs the packages it needs, builds, and records every call it sees into recordings/. The page index.html there shows
+and plays the calls in a browser. Without DEVICE it replays the calls of samples/.
 
-  --standalone  run the sniffer as a program of its own that sends to the recorder over TCP, instead of in its process
+  --standalone  run the sniffer as a program that sends to the recorder over TCP, instead of in the recorder's process
   --cluster     put a broker between the sniffer and two recorders, as more than one machine would (docs/scaling.md)
 HELP
 }
@@ -35,24 +35,28 @@ if [ -n "$device" ] && [ ! -e "/sys/class/net/$device" ] && [ "${device#file:}" 
   exit 1
 fi
 
-. packaging/setup.sh
-if [ $cluster = yes ]; then install_missing $BUILD_PACKAGES $CLUSTER_PACKAGES; else install_missing $BUILD_PACKAGES; fi
-build quickstart
+. tools/setup.sh
+packages=$BUILD_PACKAGES
+targets=sniffer_jar
+if [ $standalone = yes ]; then targets+=" sniffer_standalone"; else targets+=" sniffer"; fi
+if [ $cluster = yes ]; then packages+=" $CLUSTER_PACKAGES" targets+=" sniffer_cluster_jar"; fi
+install_missing $packages
+build quickstart $targets
 
-# Everything runs in recordings/: the sniffer in a Java process takes its logging settings from the working directory.
+# Everything runs in recordings/: in a Java process the sniffer reads its logging settings from the working directory.
 root=$PWD
 mkdir -p recordings
 cd recordings
 sed 's/^log4j.rootLogger=.*/log4j.rootLogger=INFO, file/' "$root/packaging/log4cxx.properties" >log4cxx.properties
 
-# H.323 signalling is TCP, on ports of the endpoints' choice.
+# H.323 signalling uses TCP, on ports that the endpoints choose.
 filter="ip and (udp or tcp)"
-built=$root/build/quickstart
+built=$root/build/release
 java=("$JAVA_HOME/bin/java" "-Djava.library.path=$built/sniffer" -jar "$built/host/voip-sniffer.jar")
 recorder=("${java[@]}" --out "$PWD")
 may_capture=()
 
-# record DEVICES...: one list of devices after the other.
+# record DEVICES...: records one list of devices after the other.
 record() {
   local devices options=(--filter "$filter")
   if [ $standalone = no ]; then
@@ -66,25 +70,29 @@ record() {
 
 record_standalone() {
   local devices=$1
-  # The sample recorder knows the frames that tell when others were captured.
+  # The sample recorder understands the frames with capture times.
   sed -e "s|^Device=.*|Device=$devices|" -e "s|^Filter=.*|Filter=$filter|" -e 's|^CaptureTime=.*|CaptureTime=yes|' \
     "$root/packaging/sniffer.properties" >sniffer.properties
-  "${recorder[@]}" --tcp 6000 --until-disconnect &
+  : >recorder.log
+  exec {output}> >(exec tee recorder.log)
+  showing=$!
+  "${recorder[@]}" --tcp 6000 --until-disconnect >&$output &
   recording=$!
+  exec {output}>&-
   trap 'kill $recording 2>/dev/null || true' EXIT
-  # The sniffer tries to connect when it starts, and then only when it has something to send.
-  for _ in $(seq 100); do
+  # The recorder must listen before the sniffer starts: the sniffer connects then, and later only to send something.
+  until grep -q 'waiting for the sniffer' recorder.log; do
     kill -0 $recording 2>/dev/null || exit 1
-    if grep -qs ':1770 .* 0A ' /proc/net/tcp /proc/net/tcp6; then break; fi  # 1770 is 6000, 0A listens
     sleep 0.1
   done
   "${may_capture[@]}" "$built/standalone/sniffer"
   wait $recording
+  wait $showing
 }
 
 if [ $cluster = yes ]; then
-  # The sniffer's side becomes a front, which records nothing; two recorders of their own take what it publishes.
-  . "$root/packaging/rabbitmq/trial.sh"
+  # The process with the sniffer publishes to the broker and records nothing. Two recorders consume from the broker.
+  . "$root/tools/cluster-trial.sh"
   recorder=("${java[@]}" --publish "$broker_address" --out "$PWD/front")
 fi
 
@@ -92,7 +100,7 @@ echo "The sniffer's log is recordings/sniffer.log"
 case $device in
   "")
     echo "Replaying the three calls of samples/, which takes half a minute"
-    # The last by itself: it is a call between the same two telephones as the one before.
+    # The last two calls are between the same telephones, so they follow each other.
     record "file:../samples/sip-g711a-call.pcap;file:../samples/h323-fast-start-tunnelled.pcap" \
       "file:../samples/h323-h245-separate.pcap"
     ;;

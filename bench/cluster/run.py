@@ -1,10 +1,10 @@
 #!/usr/bin/env python3
-"""Calls through a broker on this machine: frames a second through 1, 2 and 4 queues until they are safe on the
-recorders' disks, beside a recorder without a broker in the same run; the delay; bytes on the broker's disk.
+"""Measures calls through a broker on this machine: frames per second until they are on the recorders' disks, with 1, 2
+and 4 queues and with a recorder without a broker; the delay; the bytes on the broker's disk.
 
     bench/cluster/run.py [BUILD]      BUILD: default build/release
 
-CALLS (60) and SECONDS (10) of speech in each are sent as fast as they are taken.
+Environment: CALLS (60), and the SECONDS (10) of speech in each call. The frames are sent as fast as possible.
 """
 import os
 import pathlib
@@ -87,7 +87,8 @@ class Bench(cluster.ClusterTest):
         before = {part: self.busy(pids) for part, pids in parts.items()}
         rate = self.rate(names, sniffer)
         frames = CALLS * PACKETS * 2
-        cost = ", ".join(f"{part} {(self.busy(pids) - before[part]) / frames * 1e6:.0f}" for part, pids in parts.items())
+        costs = {part: (self.busy(pids) - before[part]) / frames * 1e6 for part, pids in parts.items()}
+        cost = ", ".join(f"{part} {microseconds:.0f}" for part, microseconds in costs.items())
         self.stop_all()
         self.broker("stop")
         return rate, cost

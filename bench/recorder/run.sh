@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# The sample recorder under the load of many calls, over TCP on this machine: status 1 when a packet is missing.
+# Sends many calls at a time to the sample recorder over TCP on this machine. Ends with status 1 when a packet is lost.
 #   bench/recorder/run.sh [BUILD] [CALLS] [SECONDS]     default: build/release 200 60
-# The printed memory should not grow after the first minute.
+# The memory that it prints should not grow after the first minute.
 set -euo pipefail
 
 here=$(cd "$(dirname "$0")" && pwd)

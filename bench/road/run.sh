@@ -1,15 +1,15 @@
 #!/usr/bin/env bash
-# The whole road of a packet, from a device to a recorder on the same machine: how many RTP frames a second (214 bytes,
-# all of them wanted) arrive without loss, and what a frame costs the sniffer in processor time.
+# Measures the path of a packet from a device to a recorder on the same machine: the highest rate of RTP frames (214
+# bytes, all requested) without loss, and the processor time of the sniffer per frame.
 #
 #   bench/road/run.sh [BUILD] [WAY...]     BUILD: default build/release. WAY: TCP, UDP, Java; default all three
-#   bench/road/run.sh BUILD pause [RATE...]  a TCP recorder that is stopped for three seconds of eight, at each rate:
-#                                          status 1 when a frame is lost, comes twice or the connection changes
-#   bench/road/run.sh BUILD check          a moderate rate only: status 1 when a frame is lost
+#   bench/road/run.sh BUILD pause [RATE...]  stops a TCP recorder for three of eight seconds, at each rate;
+#                                          status 1 when a frame is lost or repeated, or the connection changes
+#   bench/road/run.sh BUILD check          runs a moderate rate only; status 1 when a frame is lost
 #
-# Needs root, iproute2, ethtool and tcpdump. Everything happens in two network namespaces of its own. ROAD_SECONDS (2)
-# is the length of a trial, ROAD_MOST (1600000) the highest rate tried, ROAD_SETTINGS
-# (SendTimeout=5000) more settings of the stand-alone sniffer.
+# Needs root, iproute2, ethtool and tcpdump. It makes two network namespaces and removes them. Environment: ROAD_SECONDS
+# (2) is the length of a trial, ROAD_MOST (1600000) the highest rate, ROAD_SETTINGS (SendTimeout=5000) are further
+# settings of the stand-alone sniffer.
 set -euo pipefail
 export LC_ALL=C
 
@@ -19,7 +19,7 @@ shift || true
 seconds=${ROAD_SECONDS:-2}
 most=${ROAD_MOST:-1600000}
 immediate=yes
-latest=$((100 * seconds + 200))  # milliseconds behind the last frame that is sent
+latest=$((100 * seconds + 200))  # milliseconds after the last frame was sent
 
 skip() { echo "SKIPPED: $*"; exit 77; }
 [ "$(id -u)" = 0 ] || skip "the road needs root, for network namespaces"
@@ -29,28 +29,33 @@ ip netns add $wire 2>/dev/null || skip "no network namespace can be made here"
 
 folder=$(mktemp -d)
 pids=()
-stop() { for pid in "${pids[@]}"; do kill "$@" "$pid" 2>/dev/null || true; done; wait "${pids[@]}" 2>/dev/null || true; pids=(); }
+stop() {
+  local pid
+  for pid in "${pids[@]}"; do kill "$@" "$pid" 2>/dev/null || true; done
+  wait "${pids[@]}" 2>/dev/null || true
+  pids=()
+}
 finish() { stop -KILL; ip netns del $wire; ip netns del $tap; rm -rf "$folder"; } 2>/dev/null
 trap finish EXIT
 ip netns add $tap
 ip -n $wire link add wire0 type veth peer name tap0 netns $tap
 for side in "$wire wire0" "$tap tap0"; do
   set -- $side "$@"
-  ip netns exec "$1" sysctl -qw "net.ipv6.conf.$2.disable_ipv6=1"
-  # As on a mirror port that is set up well.
+  [ ! -e /proc/sys/net/ipv6 ] || ip netns exec "$1" sysctl -qw "net.ipv6.conf.$2.disable_ipv6=1"
+  # A well configured mirror port does not merge frames either.
   ip netns exec "$1" ethtool -K "$2" gro off gso off tso off >/dev/null
   ip -n "$1" link set lo up
   ip -n "$1" link set "$2" up
   shift 2
 done
 
-# The sender stands for a network and the recorder for a machine of its own: neither waits for the work of this one.
+# Sender and recorder represent other machines, so they must not wait for the sniffer's use of the processor.
 ahead=(chrt --rr 1)
 "${ahead[@]}" true 2>/dev/null || ahead=()
 
-# What is started ends with this script.
+# The processes end with this script.
 start() { ip netns exec $tap setpriv --pdeathsig KILL "$@" & pids+=($!); }
-await() {  # FILE PATTERN COMMAND...: the first line that matches; the command is repeated while it does not
+await() {  # FILE PATTERN COMMAND...: prints the first line that matches; repeats the command until then
   local file=$1 pattern=$2 tries=0
   shift 2
   until grep -m1 -E "$pattern" "$file"; do
@@ -74,8 +79,8 @@ log4j.appender.console.layout.ConversionPattern=%p %m%n
   : >"$folder/log"
   if [ "$1" = Java ]; then
     cd "$folder"
-    start nice -n -20 java -cp "$build/host/voip-sniffer.jar" -Djava.library.path="$build/sniffer" "$here/RoadHost.java" \
-      tap0 "$2" >recorder 2>log
+    start nice -n -20 java -cp "$build/host/voip-sniffer.jar" -Djava.library.path="$build/sniffer" \
+      "$here/RoadHost.java" tap0 "$2" >recorder 2>log
   else
     start "${ahead[@]}" "$build/bench/road/road_recorder" "$1" "$2" >"$folder/recorder"
     local port
@@ -115,7 +120,7 @@ trial() {  # WAY RATE: true when nothing was lost; leaves $cost, in microseconds
   fi
   cost=$(awk "BEGIN {printf \"%.2f\", ($after - $before) * 1e6 / $(getconf CLK_TCK) / $sent}")
   text="$arrived of $sent, $gaps gaps, $cost us a frame, the last $late ms after it was sent"
-  # A sender that cannot keep its rate says nothing about this one, and a queue that only grows is no rate to be held.
+  # A trial does not count if the sender was too slow, or if the last frame arrived late because a queue grew.
   awk "BEGIN {exit !($arrived == $sent && $gaps == 0 && $took < $seconds * 1.03 && $late < $latest)}"
 }
 

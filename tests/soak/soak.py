@@ -1,11 +1,11 @@
 #!/usr/bin/env python3
-"""Runs the stand-alone program and a Java process with the sniffer in it for a long time, both on the same two devices,
-on which SIP calls with their media pass by. Meanwhile the recorder of the stand-alone program is stopped, killed and
-started again, and the devices' links go down and come up, all at random.
+"""Runs the stand-alone program and a Java process with the sniffer on the same two devices with SIP calls and their
+media. Meanwhile it stops, kills and restarts the recorder of the stand-alone program, and takes the links of the
+devices down and up, all at random.
 
-At the end every frame that was sent while its link was up is accounted for: counted once by each sniffer, recorded by
-the Java process, and recorded once by the recorder, but for what was in the sockets when it was killed. Memory is flat
-in a run of five minutes or more. Needs root, for network namespaces of its own. Usage:
+At the end it accounts for every frame that was sent while its link was up: each sniffer has counted it once, the Java
+process has recorded it, and the recorder has recorded it once unless it was in a socket when the recorder was killed.
+Memory does not grow in a run of five minutes or more. Needs root for network namespaces. Usage:
   tests/soak/soak.py --build build/release --seconds 3600 --seed 1
 """
 
@@ -30,29 +30,29 @@ import time
 HERE = pathlib.Path(__file__).resolve().parent
 sys.path.insert(0, str(HERE.parent / "integration" / "live"))
 for name in ("SNIFFER_PROGRAM", "SNIFFER_SAMPLES", "SNIFFER_TEST_FILES"):
-    os.environ.setdefault(name, ".")  # of no matter here
+    os.environ.setdefault(name, ".")  # the harness reads them, this script does not
 import harness  # noqa: E402
 from calls import media_of_sip  # noqa: E402
 from harness import ADD, REMOVE, RTP, SIP, command, make_socket, udp_frame  # noqa: E402
 
 PORT, RECEIVE_BUFFER = 6000, 128 << 10
-IN_SOCKETS = 900 << 10  # bytes of frames: the send buffer, twice the receive buffer, and what was read and not noted
+IN_SOCKETS = 900 << 10  # bytes: the send buffer, twice the receive buffer, and frames read but not noted
 NOTE = struct.Struct("!BIHH")  # protocol, destination, RTP sequence number
 LOOK_BACK = {"SendTimeout": 10000, "LookBack": 20000, "QueueLimit": 256, "ImmediateCapture": "yes"}
 
 
-# ---- the recorder, a process to be killed ----
+# ---- the recorder, in a process that is killed ----
 
 
 def record(journal_path):
-    """Asks for the media of the calls it is told of, and notes what it gets. Its notes and its wishes outlive it."""
+    """Requests the media of all calls and notes each frame. Notes and requests are kept in files when it is killed."""
     journal, memory = open(journal_path, "ab", buffering=0), pathlib.Path(journal_path + ".wanted")
     wanted = [tuple(one) for one in json.loads(memory.read_text())] if memory.exists() else []
     listener = socket.create_server(("127.0.0.1", PORT), reuse_port=False)
     listener.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, RECEIVE_BUFFER)
     while True:
         connection, _ = listener.accept()
-        # A sniffer that lost its connection has forgotten what it was asked for.
+        # A sniffer that lost its connection has forgotten the requests.
         connection.sendall(b"".join(command(ADD, one) for one in wanted))
         pending = bytearray()
         with contextlib.suppress(OSError):
@@ -62,7 +62,8 @@ def record(journal_path):
                 while len(pending) - at >= 2 and len(pending) - at >= int.from_bytes(pending[at : at + 2], "big"):
                     frame = bytes(pending[at : at + int.from_bytes(pending[at : at + 2], "big")])
                     at += len(frame)
-                    notes.append(NOTE.pack(frame[2], *struct.unpack_from("!IH", frame, 3), *struct.unpack_from("!H", frame, 17)))
+                    (sequence,) = struct.unpack_from("!H", frame, 17)
+                    notes.append(NOTE.pack(frame[2], *struct.unpack_from("!IH", frame, 3), sequence))
                     if frame[2] == SIP:
                         follow(frame, wanted, memory, connection)
                 journal.write(b"".join(notes))
@@ -85,7 +86,7 @@ def follow(frame, wanted, memory, connection):
 
 
 class Call:
-    """A call between two telephones of its own: when which frame is sent."""
+    """A call between two telephones, with the time of each frame."""
 
     def __init__(self, number, length):
         place = f"10.{64 + number % 150}.{number // 150 % 250}."
@@ -95,7 +96,8 @@ class Call:
         addresses = [(ip, 5060) for ip, _ in self.ends]
         caller, callee = addresses[0][0], addresses[1][0]
         ip, port = self.ends[sender]
-        body = f"v=0\r\no=- 1 1 IN IP4 {ip}\r\ns=-\r\nc=IN IP4 {ip}\r\nt=0 0\r\nm=audio {port} RTP/AVP 8\r\n" if media else ""
+        sdp = f"v=0\r\no=- 1 1 IN IP4 {ip}\r\ns=-\r\nc=IN IP4 {ip}\r\nt=0 0\r\nm=audio {port} RTP/AVP 8\r\n"
+        body = sdp if media else ""
         method = "BYE" if first_line.startswith("BYE") or media is None else "INVITE"
         text = (
             f"{first_line} SIP/2.0\r\n" if not first_line[0].isdigit() else f"SIP/2.0 {first_line}\r\n"
@@ -109,27 +111,29 @@ class Call:
         return udp_frame(addresses[sender], addresses[1 - sender], text.encode())
 
     def frames(self):
-        """The pause in front of each frame, its kind, and the frame."""
+        """Yields the pause before each frame, its kind, and the frame."""
         uri = f"sip:b@{self.ends[1][0]}"
         yield 0, SIP, self.sip(f"INVITE {uri}", 0, True)
         yield 0.1, SIP, self.sip("200 OK", 1, True)
         for number in range(int(self.length * 50)):
             for sender in (0, 1):
                 header = struct.pack("!BBHII", 0x80, 8, number, number * 160, self.number * 2 + sender)
-                yield (0.0 if sender else 0.02), RTP, udp_frame(self.ends[sender], self.ends[1 - sender], header + b"\xd5" * 160)
+                frame = udp_frame(self.ends[sender], self.ends[1 - sender], header + b"\xd5" * 160)
+                yield (0.0 if sender else 0.02), RTP, frame
         yield 0.5, SIP, self.sip(f"BYE {uri}", 0, False)
         yield 0.05, SIP, self.sip("200 OK", 1, None)
 
 
 class Link:
-    """A wire from the telephones to a device of the sniffers."""
+    """A veth pair from the telephones to a device of the sniffers."""
 
     def __init__(self, number, there, here):
         self.device, self.name, self.there, self.up, self.sent = f"tap{number}", f"wire{number}", there, True, 0
         there.join(self.name, here, self.device)
         self.socket = make_socket(socket.SOCK_RAW, there, socket.AF_PACKET)
         self.socket.bind((self.name, 0))
-        harness.wait_until(lambda: pathlib.Path(f"/proc/{here.holder.pid}/net/dev").read_text().count("tap") > number, "it")
+        devices = pathlib.Path(f"/proc/{here.holder.pid}/net/dev")
+        harness.wait_until(lambda: devices.read_text().count("tap") > number, "the device")
 
     def put(self, up):
         self.there.run("ip", "link", "set", self.name, "up" if up else "down")
@@ -199,16 +203,17 @@ class Soak:
             self.later(self.options.call_interval, self.new_call)
 
     def step(self, link, frames, ready):
-        """Sends the frame that is due, and plans the next one."""
+        """Sends a frame and schedules the next one."""
         kind, frame = ready or (None, None)
         if kind == SIP and not link.up:
-            self.later(0.1, self.step, link, frames, ready)  # telephones try again
+            self.later(0.1, self.step, link, frames, ready)  # telephones retransmit
             return
         if kind is not None and link.up:
             link.send(frame)
             destination = frame.destination
             if kind == RTP:
-                self.sent.setdefault(destination, []).append((struct.unpack_from("!H", frame.payload, 2)[0], self.kills))
+                (sequence,) = struct.unpack_from("!H", frame.payload, 2)
+                self.sent.setdefault(destination, []).append((sequence, self.kills))
         following = next(frames, None)
         if following is not None:
             self.later(following[0], self.step, link, frames, following[1:])
@@ -246,7 +251,7 @@ class Soak:
             self.later(2, self.look)
 
     def run(self):
-        # A clock that stands still while this process gets no processor: no bursts to make up for it.
+        # The clock stops while this process does not run, so that no burst follows.
         self.now, last = 0.0, time.monotonic()
         self.end = self.options.seconds - 20
         for action in (self.new_call, self.look):
@@ -261,13 +266,13 @@ class Soak:
                 action(*arguments)
             time.sleep(0.001)
 
-    # -- the account --
+    # -- the balance --
 
     def finish(self):
         total = sum(link.sent for link in self.links)
         media = sum(len(stream) for stream in self.sent.values())
         harness.wait_until(lambda: self.counted("program")["lookBackWaiting"] == 0, "the end of what is kept", 60)
-        self.host.send_signal(signal.SIGTERM)  # it tells its figures when it ends
+        self.host.send_signal(signal.SIGTERM)  # it prints its figures when it ends
         self.host.wait(60)
         figures = {name: self.counted(name) for name in self.memory}
         for name, figure in figures.items():
@@ -293,7 +298,7 @@ class Soak:
         return not self.faults
 
     def counted(self, name):
-        """The statistics as they are now, those of the two devices added up."""
+        """Returns the current statistics, summed over the two devices."""
         if name == "program":
             before = self.log(name).count(" Statistics:")
             self.program.send_signal(signal.SIGUSR2)
@@ -312,8 +317,9 @@ class Soak:
                 got[host, port][sequence] += 1
             elif protocol == SIP:
                 told.add(host)
-        # Of a call whose signalling was in the sockets the recorder has never heard.
-        heard = {end: stream for end, stream in self.sent.items() if end[0].rsplit(".", 1)[0] + ".1" in told and end in got}
+        # The recorder knows no call whose signalling was lost in a socket.
+        known = {end for end in got if end[0].rsplit(".", 1)[0] + ".1" in told}
+        heard = {end: stream for end, stream in self.sent.items() if end in known}
         missing, arrived = collections.Counter(), 0
         for end, stream in heard.items():
             for sequence, kills in stream:

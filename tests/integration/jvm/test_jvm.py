@@ -1,5 +1,5 @@
-"""The native library in a real Java virtual machine, with every JNI check that it has; and what the program shares with
-it and neither may suffer from: a log that cannot be written, a statistics file."""
+"""The native library in a Java virtual machine with all JNI checks. Also for the program: log and statistics files that
+cannot be written."""
 
 import os
 import pathlib
@@ -96,7 +96,7 @@ class InTheVirtualMachine(Test):
         self.assertEqual([errors.count(f"the log {file} cannot") for file in ("/dev/full", "/proc/none")], [1, 1])
         self.check_metrics(metrics, sip=len([frame for frame in EXPECTED if frame[2] == SIP]))
 
-    @unittest.skipUnless(os.geteuid() == 0, "capturing on a device needs root")
+    @unittest.skipUnless(harness.may_make_namespaces(), "capture needs root with the right to make network namespaces")
     def test_call_on_a_device(self):
         here, there = self.keep(Namespace()), self.keep(Namespace())
         there.join("wire0", here, "tap0")
@@ -143,12 +143,12 @@ class InTheProgram(Test):
         log, metrics = folder / "sniffer.log", folder / "sniffer.prom"
 
         def put(make):
-            """In place of the folder, in one step."""
+            """Replaces the folder atomically."""
             make(self.directory / "next")
             os.replace(self.directory / "next", folder)
 
         def forward():
-            """Each frame costs log lines: the recorder asks whether somebody is there."""
+            """Sends a frame. The heartbeat of the recorder causes log lines."""
             sent.append(invite(len(sent)))
             wire.send(sent[-1])
             recorder.wait(lambda _: len(recorder.of(SIP)) == len(sent), "a frame, whatever becomes of the log")

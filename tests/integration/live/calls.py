@@ -1,4 +1,4 @@
-"""A recorder that follows calls, and the wires that calls pass by on."""
+"""A recorder that follows calls, captured calls, and devices to replay them on."""
 
 import re
 import subprocess
@@ -8,7 +8,7 @@ from harness import H323, RTP, SIP, Namespace, Recorder, forwarded
 
 
 def media_of_sip(frame):
-    """Where a forwarded SIP message wants RTP and RTCP."""
+    """Returns the RTP and RTCP destinations in a forwarded SIP message."""
     text = frame[15:].decode(errors="replace")
     address = re.search(r"^c=IN IP4 (\S+)", text, re.M)
     ports = re.findall(r"^m=audio (\d+)", text, re.M)
@@ -25,7 +25,7 @@ def media_of(frame):
 
 
 class CallRecorder(Recorder):
-    """Asks for the media of each call it is told of, at once and once for each destination."""
+    """Requests the media of each call as soon as it receives the signalling, once for each destination."""
 
     def __init__(self, *arguments, **more):
         self.asked = []
@@ -41,14 +41,14 @@ class CallRecorder(Recorder):
 
 
 class Tap:
-    """A namespace in which the program listens at one end of a wire, and one with the other end."""
+    """Two namespaces with a veth pair: the program captures in `here`, frames are sent in `there`."""
 
     def __init__(self):
         self.here, self.there = Namespace(), Namespace()
         self.there.join("wire0", self.here, "tap0")
 
     def play(self, path, speed):
-        """Puts the frames of a capture on the wire, a few times as fast as they were."""
+        """Sends the frames of a capture, `speed` times as fast as they were captured."""
         self.there.run("tcpreplay", "--quiet", "--intf1=wire0", f"--multiplier={speed}", str(path))
 
     def close(self):
@@ -57,14 +57,14 @@ class Tap:
 
 
 def expected_media(frames, destinations):
-    """What is to be forwarded of `frames` once `destinations` are listed."""
+    """Returns the forwarded frames when `destinations` are listed."""
     media = [frame for frame in frames if frame.is_udp and not frame.is_sip]
     return [forwarded(RTP, frame) for frame in media if frame.destination in destinations]
 
 
 class Call:
-    """A captured call, in the pieces that it falls into when the recorder is to be given time to ask for media each
-    time it learns of some, and what it is to get of it."""
+    """A captured call and the frames that the recorder must receive. The call is split into pieces: each ends with a
+    message after which the recorder must request media."""
 
     def __init__(self, name):
         frames = harness.read_capture(harness.sample(f"{name}.pcap"))
@@ -97,7 +97,7 @@ class Call:
 
 
 class Dump:
-    """All UDP frames that pass a device, by the word of another program."""
+    """All UDP frames on a device, captured with tcpdump."""
 
     def __init__(self, namespace, device, path):
         self.path = path

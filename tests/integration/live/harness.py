@@ -1,7 +1,7 @@
-"""What the integration tests of the program share: captures, a recorder, the program itself, network namespaces.
+"""Shared by the integration tests: captures, a recorder, the program, network namespaces.
 
-The environment names what was built: SNIFFER_PROGRAM, SNIFFER_SAMPLES and SNIFFER_TEST_FILES. Python's standard
-library and Debian's iproute2, util-linux, tcpreplay and sip-tester only.
+The environment has the paths SNIFFER_PROGRAM, SNIFFER_SAMPLES and SNIFFER_TEST_FILES. The tests use only the standard
+library of Python and Debian's iproute2, util-linux, tcpreplay and sip-tester.
 """
 
 import collections
@@ -23,10 +23,13 @@ import unittest
 PROGRAM = os.environ["SNIFFER_PROGRAM"]
 SAMPLES = pathlib.Path(os.environ["SNIFFER_SAMPLES"])
 TEST_FILES = pathlib.Path(os.environ["SNIFFER_TEST_FILES"])
-PATIENCE = 30  # seconds for what takes a moment on an idle machine
+PATIENCE = 30  # seconds; on an idle machine every wait takes a moment
 
 SIP, RTP, HEARTBEAT, H323 = 1, 2, 3, 4
 ADD, REMOVE, ARE_YOU_THERE = 1, 2, 3
+
+RECEIVE_BUFFER = 4 << 20
+SO_RCVBUFFORCE = 33  # <asm/socket.h>; Python has no name for it
 
 
 def wait_until(condition, what, patience=PATIENCE):
@@ -103,7 +106,7 @@ def write_capture(path, frames):
 
 
 def forwarded(protocol, frame, payload=None):
-    """The frame that the recorder is to get."""
+    """Returns the frame that the recorder must receive."""
     payload = frame.payload if payload is None else payload
     ends = [socket.inet_aton(ip) + struct.pack("!H", port) for ip, port in (frame.destination, frame.source)]
     return struct.pack("!HB", 15 + len(payload), protocol) + b"".join(ends) + payload
@@ -117,8 +120,7 @@ def command(code, destination=("0.0.0.0", 0)):
 
 
 class Recorder:
-    """Listens on loopback, collects the frames it gets, sends commands. One connection at a time, any number after
-    another."""
+    """Listens on loopback, collects the frames it receives, sends commands. It serves one connection at a time."""
 
     def __init__(self, protocol="TCP", namespace=None, port=0):
         self.protocol, self.frames, self.remains = protocol, [], []
@@ -128,7 +130,9 @@ class Recorder:
         kind = socket.SOCK_STREAM if protocol == "TCP" else socket.SOCK_DGRAM
         self.listener = make_socket(kind, namespace)
         self.listener.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
-        self.listener.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, 4 << 20)
+        for option in (socket.SO_RCVBUF, SO_RCVBUFFORCE):  # only root may exceed net.core.rmem_max
+            with contextlib.suppress(PermissionError):
+                self.listener.setsockopt(socket.SOL_SOCKET, option, RECEIVE_BUFFER)
         self.listener.bind(("127.0.0.1", port))
         self.address = self.listener.getsockname()
         self.connections, self.peer, self.accepted = [], None, 0
@@ -139,6 +143,11 @@ class Recorder:
     @property
     def port(self):
         return self.address[1]
+
+    @property
+    def takes_bursts(self):
+        """True unless the kernel limits the receive buffer, so that datagrams of a burst are lost."""
+        return self.listener.getsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF) >= RECEIVE_BUFFER
 
     def _accept(self):
         while True:
@@ -160,7 +169,7 @@ class Recorder:
                 while len(pending) >= 2 and len(pending) >= int.from_bytes(pending[:2], "big"):
                     length = int.from_bytes(pending[:2], "big")
                     if length < 15:
-                        # A send buffer that was full for a moment: the rest of a frame came twice.
+                        # The send buffer was full for a moment, so the rest of a frame was sent twice.
                         raise ConnectionError("the stream is out of step")
                     self._arrived(bytes(pending[:length]))
                     del pending[:length]
@@ -184,7 +193,7 @@ class Recorder:
             self.arrival.notify_all()
 
     def wait(self, condition, what, patience=PATIENCE):
-        """`condition` is asked of the list of frames each time one has arrived."""
+        """Calls `condition` with the list of frames after each arrival, until it is true."""
         with self.arrival:
             if not self.arrival.wait_for(lambda: condition(self.frames), patience):
                 raise AssertionError(f"waited {patience} s in vain for: {what}; have {len(self.frames)} frames")
@@ -214,13 +223,13 @@ class Recorder:
             self.send(b"".join(commands))
 
     def settle(self):
-        """Returns when all commands sent before have been carried out: they are answered in their order."""
+        """Returns after all earlier commands were carried out. The program handles commands in order."""
         answers = len(self.of(HEARTBEAT))
         self.send(command(ARE_YOU_THERE))
         self.wait(lambda _: len(self.of(HEARTBEAT)) > answers, "the answer to a heartbeat")
 
     def remainder(self):
-        """What the last connection that ended left behind that is no whole frame."""
+        """Returns the incomplete frame at the end of the last connection."""
         wait_until(lambda: len(self.remains) == self.accepted, "the end of the connection")
         return self.remains[-1]
 
@@ -290,7 +299,7 @@ class Program:
             raise AssertionError(f"the program ended without the log line {text!r}:\n" + "\n".join(self.log))
 
     def status(self):
-        """The exit status of a program that ends by itself."""
+        """Waits for the end of the program and returns its exit status."""
         try:
             status = self.process.wait(PATIENCE)
         except subprocess.TimeoutExpired:
@@ -314,7 +323,7 @@ class Program:
 
 
 class Wire:
-    """A capture device under the test's control: a pipe that the program replays as it is filled, at full speed."""
+    """A capture device that the test controls: a named pipe that the program replays at full speed."""
 
     def __init__(self, folder, name="wire"):
         self.path = pathlib.Path(folder) / name
@@ -323,7 +332,7 @@ class Wire:
         self.pipe = None
 
     def open(self):
-        """Waits for the program to open its end."""
+        """Waits until the program has opened the pipe."""
         self.pipe = open(self.path, "wb", buffering=0)
         self.pipe.write(capture_header())
 
@@ -337,7 +346,7 @@ class Wire:
 
 
 def die_with_us():
-    """Nothing that a test starts outlives it, not even when ctest kills it."""
+    """Prefix of a command that ends with the test, even if ctest kills the test."""
     return ["setpriv", "--pdeathsig", "KILL"]
 
 
@@ -345,7 +354,7 @@ def die_with_us():
 
 
 class Namespace:
-    """A network namespace without a name: it lives as long as the process that holds it, which dies with the test."""
+    """A network namespace without a name. It exists as long as its holder process, which ends with the test."""
 
     def __init__(self):
         self.holder = subprocess.Popen([*die_with_us(), "unshare", "--net", "sleep", "infinity"])
@@ -353,7 +362,8 @@ class Namespace:
         ours = os.readlink("/proc/self/ns/net")
         wait_until(lambda: os.readlink(self.path) != ours, "a network namespace")
         self.enter = ["nsenter", f"--net={self.path}"]
-        self.run("sysctl", "-qw", "net.ipv6.conf.default.disable_ipv6=1")
+        if os.path.exists("/proc/sys/net/ipv6"):
+            self.run("sysctl", "-qw", "net.ipv6.conf.default.disable_ipv6=1")
         self.run("ip", "link", "set", "lo", "up")
 
     def run(self, *command_line):
@@ -363,7 +373,7 @@ class Namespace:
         return subprocess.Popen([*self.enter, *die_with_us(), *command_line], **options)
 
     def join(self, device, other, other_device):
-        """A veth pair, `device` here, `other_device` in the other namespace."""
+        """Makes a veth pair with `device` here and `other_device` in the other namespace."""
         self.run(
             *("ip", "link", "add", device, "type", "veth"),
             *("peer", "name", other_device, "netns", str(other.holder.pid)),
@@ -377,7 +387,7 @@ class Namespace:
 
 
 def make_socket(kind, namespace=None, family=socket.AF_INET, protocol=0):
-    """A socket stays in the namespace that its maker was in."""
+    """Returns a socket in the namespace. A socket stays in the namespace in which it was made."""
     if namespace is None:
         return socket.socket(family, kind, protocol)
     libc = ctypes.CDLL(None, use_errno=True)
@@ -396,7 +406,7 @@ def make_socket(kind, namespace=None, family=socket.AF_INET, protocol=0):
 
 class TestCase(unittest.TestCase):
     def keep(self, resource):
-        """Closes it when the test ends, whatever way."""
+        """Closes the resource when the test ends."""
         self.addCleanup(resource.close)
         return resource
 
@@ -426,12 +436,17 @@ class TestCase(unittest.TestCase):
             self.assertLess(at, len(lines), f"{text!r} is not there, or not in its order, in:\n" + "\n".join(lines))
 
 
+def may_make_namespaces():
+    """True for root, unless root is confined in a container."""
+    probe = "unshare --net true"
+    return os.geteuid() == 0 and subprocess.run(probe.split(), capture_output=True).returncode == 0
+
+
 def need_root(*programs):
     """Ends the script with the status that ctest takes for "skipped"."""
     missing = [program for program in programs if shutil.which(program) is None]
-    probe = "unshare --net true"
-    if os.geteuid() != 0 or subprocess.run(probe.split(), capture_output=True).returncode != 0:
-        missing.append("root, who may make network namespaces")
+    if not may_make_namespaces():
+        missing.append("root with the right to make network namespaces")
     if missing:
         print("SKIPPED: live capture needs " + ", ".join(missing))
         sys.exit(77)

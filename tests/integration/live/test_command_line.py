@@ -20,8 +20,12 @@ class CommandLine(TestCase):
         return program.status(), "\n".join(program.output), "\n".join(program.log)
 
     def test_help_and_version(self):
-        options = "-c FILE.*-l FILE.*-d DEVICES.*-f FILTER.*-h HOST.*-p PORT"
-        for option, expected in (("--help", options), ("--version", r"^sniffer \d+\.\d+\.\d+$"), ("--settings", "LookBackMemory .*default 64")):
+        cases = {
+            "--help": "-c FILE.*-l FILE.*-d DEVICES.*-f FILTER.*-h HOST.*-p PORT",
+            "--version": r"^sniffer \d+\.\d+\.\d+$",
+            "--settings": "LookBackMemory .*default 64",
+        }
+        for option, expected in cases.items():
             status, output, errors = self.run_to_end(option)
             self.assertEqual((status, errors), (0, ""))
             self.assertRegex(output, f"(?s){expected}")
@@ -138,12 +142,12 @@ class CommandLine(TestCase):
 
     def test_signals_end_the_set_up(self):
         for number in (signal.SIGINT, signal.SIGTERM):
-            program = self.start("-d", self.keep(Wire(self.folder())).device)  # which nobody fills
+            program = self.start("-d", self.keep(Wire(self.folder())).device)  # it stays empty
             program.wait_logged("DeviceCount=1")
             self.assertEqual(program.end(number), 0)
 
     def test_a_capture_thread_that_cannot_be_created(self):
-        # Room for the stacks of three threads: one for signals, one for commands, one that captures.
+        # The address space holds the stacks of three threads: for signals, for commands, and for one device.
         limits = ["prlimit", f"--stack={4 << 30}", f"--as={14 << 30}"]
         if subprocess.run([*limits, harness.PROGRAM, "--version"], capture_output=True).returncode != 0:
             self.skipTest("the sanitizers take more address space")
@@ -175,7 +179,7 @@ class CommandLine(TestCase):
         wire.send(*call)
         udp, asked = sum(frame.is_udp for frame in call), 0
         counted = f"INFO Statistics: sipForwarded=6 rtpForwarded=0 h323Forwarded=0 udpDropped={udp - 6} "
-        # A frame is at the recorder a moment before it is counted.
+        # The program counts a frame after it has sent it.
         while not program.logged(counted):
             asked += 1
             program.process.send_signal(signal.SIGUSR2)
@@ -210,7 +214,7 @@ class CommandLine(TestCase):
         for wire in wires:
             wire.open()
         program.wait_logged("PCAP thread created 1")
-        # Neither ends the program: the one only interrupts reads, the other tells of a recorder that went away.
+        # Neither signal ends the program: SIGUSR1 interrupts reads, SIGPIPE reports a lost recorder.
         program.process.send_signal(signal.SIGUSR1)
         program.process.send_signal(signal.SIGPIPE)
         self.assertEqual(program.end(), 0)

@@ -52,7 +52,7 @@ class LiveCapture(TestCase):
                 self.check_replayed_call(name)
 
     def test_real_call(self):
-        """Each frame that tcpdump saw on the same device."""
+        """The recorder receives each frame that tcpdump captured on the same device."""
         folder = self.folder()
         shutil.copytree(SCENARIOS, folder, dirs_exist_ok=True)
         speech = [frame for frame in harness.read_capture(SIP_CALL) if frame.source == ("10.20.0.1", 30000)]
@@ -69,7 +69,7 @@ class LiveCapture(TestCase):
         common = ["-p", "5060", "-m", "1", "-nostdin", "-timeout", "25", "-timeout_error"]
         answer = callee.start("sipp", "-sn", "uas", "-i", "10.20.0.2", "-mp", "6000", "-rtp_echo", *common, **quiet)
         self.addCleanup(lambda: (answer.kill(), answer.wait()))
-        # The program connects by its first frames, which may be lost on it.
+        # The program connects with its first frames, which may be lost.
         opener = harness.make_socket(socket.SOCK_DGRAM, caller)
         self.addCleanup(opener.close)
         options = b"OPTIONS sip:nobody@10.20.0.2:5999 SIP/2.0\r\n\r\n"
@@ -89,7 +89,7 @@ class LiveCapture(TestCase):
         self.assert_frames([frame for frame in recorder.of(SIP) if b"nobody" not in frame], signalling, "signalling")
 
     def send_invite(self, namespace, device, recorder, number):
-        """As the so-manieth frame that the recorder gets."""
+        """Sends an INVITE, which must be frame `number` at the recorder."""
         invite = harness.read_capture(SIP_CALL)[:1]
         path = os.path.join(self.folder(), "invite.pcap")
         harness.write_capture(path, invite)

@@ -1,5 +1,5 @@
-"""Calls as networks carry them: wrapped in tags and tunnels, in fragments, over TCP, mirrored twice. Whatever the variant,
-the recorder is to get what it gets of the plain capture."""
+"""Calls as networks carry them: in tags and tunnels, in fragments, over TCP, mirrored twice. In every variant the
+recorder must get the frames of the plain capture."""
 
 import itertools
 import os
@@ -22,7 +22,7 @@ def u16(*values):
     return struct.pack(f"!{len(values)}H", *values)
 
 
-# ---- one packet: an IPv4 packet in, what is on the wire out ----
+# ---- one packet: each function wraps an IPv4 packet into a frame ----
 
 numbers = itertools.count(1)
 
@@ -59,7 +59,7 @@ def gre(flags, protocol, fields, payload):
 
 
 def tags(*types):
-    """Tags of these types, outermost first, around an IPv4 packet."""
+    """Returns a function that adds tags of these types, the outermost first."""
     return lambda ip: MACS + b"".join(u16(kind, 100 + i) for i, kind in enumerate(types)) + u16(IPV4) + ip
 
 
@@ -76,6 +76,10 @@ def deep(ip):
         ip = ipv4(vxlan(ip)[:28] + u16(0x8100, 7, IPV4) + ip, 17)
         ip = ip[:2] + u16(len(ip)) + ip[4:24] + u16(len(ip) - 20) + ip[26:]
     return ethernet(ip)
+
+
+def erspan_in_tag(ip):
+    return tags(0x8100)(over(lambda inner: gre(0, 0x88BE, b"", ethernet(inner)), 47)(ip)[14:])
 
 
 ERSPAN_II, ERSPAN_III = b"\x10\x64\0\x0c\0\0\0\1", b"\x20\x64\0\x0c\0\0\0\1\0\0"
@@ -114,16 +118,16 @@ WRAPPED = {  # name: (libpcap's link type, wrapping of an IPv4 packet)
     "GENEVE over IPv6": (1, over6(geneve, 17)),
     "ERSPAN in a tag in VXLAN": (
         1,
-        over(lambda ip: udp(b"\x08" + b"\0" * 7 + tags(0x8100)(over(lambda i: gre(0, 0x88BE, b"", ethernet(i)), 47)(ip)[14:]), 4789), 17),
+        over(lambda ip: udp(b"\x08" + b"\0" * 7 + erspan_in_tag(ip), 4789), 17),
     ),
     "eight layers": (1, deep),
 }
 
-# ---- several packets for one ----
+# ---- several frames for one packet ----
 
 
 def pieces(ip, *cuts):
-    """The packet as fragments cut at multiples of eight."""
+    """Yields fragments of the packet, cut at multiples of eight."""
     header, payload = ip[:20], ip[20:]
     ends = [cut for cut in cuts if cut < len(payload)] + [len(payload)]
     for start, end in zip([0, *ends], ends):
@@ -132,7 +136,7 @@ def pieces(ip, *cuts):
 
 
 def numbered(ip):
-    """With an identification of its own: fragments without one belong to whatever was sent last."""
+    """Sets a unique identification. Fragments with the same one would belong to the same packet."""
     return ip[:4] + u16(next(numbers) % 65535 + 1) + ip[6:]
 
 
@@ -158,11 +162,12 @@ MANY = {
     "a port and an ERSPAN mirror": lambda ip: [ethernet(ip), WRAPPED["ERSPAN type II"][1](ip)],
 }
 
-# ---- TCP: the payloads of segments, cut and sent in other ways ----
+# ---- TCP: other segments and another order of the same streams ----
 
 
 def segment(frame, sequence, payload, flags=0x18):
-    tcp = u16(frame.source[1], frame.destination[1]) + struct.pack("!IIHHHH", sequence % 2**32, 0, 0x5000 | flags, 0xFFFF, 0, 0)
+    tcp = u16(frame.source[1], frame.destination[1])
+    tcp += struct.pack("!IIHHHH", sequence % 2**32, 0, 0x5000 | flags, 0xFFFF, 0, 0)
     return ethernet(ipv4(tcp + payload, 6, frame.source[0], frame.destination[0]))
 
 
@@ -186,7 +191,7 @@ STREAMS = {  # name: (what opens a stream, a message on the stream, its segments
 
 
 def over_tcp(frames, stream, only_sip=False):
-    """The frames' SIP messages, or the payload of their TCP segments, as streams that end in a wrap-around."""
+    """Yields the SIP messages and TCP payloads of the frames as TCP streams with a sequence number wrap-around."""
     opening, message, cut, order = STREAMS[stream]
     sequences = {}
     for frame in frames:
@@ -210,7 +215,7 @@ OPENER = harness.udp_frame(("10.9.9.9", 5060), ("10.9.9.8", 5999), b"OPTIONS sip
 
 
 class Calls:
-    """Two calls, with the first hundred of each one's media packets, and what the recorder is to get of them."""
+    """Two calls with the first 100 media packets of each, and the frames that the recorder must receive."""
 
     def __init__(self):
         calls = [Call(SIP_CALL), Call(H323_CALL)]
@@ -228,7 +233,7 @@ class Calls:
         return frame.data[14 : 14 + struct.unpack_from("!H", frame.data, 16)[0]]
 
     def variants(self):
-        """Names with link type and frames."""
+        """Yields name, link type and frames of each variant."""
         for name, (link_type, wrap) in WRAPPED.items():
             yield name, link_type, [wrap(self.packet(frame)) for frame in self.frames]
         for name, wrap in MANY.items():
@@ -244,18 +249,20 @@ class Calls:
 
 class Variants(harness.TestCase):
     def play(self, name, link_type, frames, settings):
-        """A program that gets the frames a millisecond apart, when the recorder has asked for all media."""
+        """Runs the program on the frames, one millisecond apart, after the recorder has requested all media."""
         recorder = self.keep(Recorder())
         path = os.path.join(self.folder(), "frames")
         os.mkfifo(path)
+        server = {"ServerName": "127.0.0.1", "ServerPort": recorder.port}
         program = self.start(
-            settings={"Device": f"file:{path}", "ServerName": "127.0.0.1", "ServerPort": recorder.port, "LogLevel": "INFO"}
+            settings={"Device": f"file:{path}", "LogLevel": "INFO"}
+            | server
             | dict.fromkeys(settings, "yes"),
             environment={"SNIFFER_REPLAY_PACE": "full"},
         )
         with open(path, "wb", buffering=0) as pipe:
             pipe.write(harness.capture_header(link_type))
-            # The program connects by its first frames, which may be lost on it.
+            # The program connects with its first frames, which may be lost.
             wrap = next(wrap for kind, wrap in WRAPPED.values() if kind == link_type)
             openers = itertools.count()
             harness.wait_until(
@@ -264,7 +271,7 @@ class Variants(harness.TestCase):
             )
             recorder.add(*self.calls.destinations)
             recorder.settle()
-            # One time for all that a packet became, so that a duplicate is close to its original.
+            # Duplicates must be close to the original in time.
             pipe.write(b"".join(harness.capture_record(data, 9000 + i / 1000) for i, data in enumerate(frames)))
         self.assertEqual(program.status(), 0)
         recorder.remainder()
@@ -281,7 +288,8 @@ class Variants(harness.TestCase):
                 self.assert_frames(recorder.of(RTP), self.calls.media, "media")
                 ends = ["sipForwarded", "rtpForwarded", "h323Forwarded", "udpDropped", "tcpDropped", "otherDropped"]
                 ends += ["notSent", "queueDiscarded", "duplicatesDropped", "fragmentsHeld", "segmentsFollowed"]
-                self.assertEqual(sum(figures[key] for key in ends), openers + len(frames) + figures["streamMessages"], figures)
+                total = openers + len(frames) + figures["streamMessages"]
+                self.assertEqual(sum(figures[key] for key in ends), total, figures)
 
 
     def test_request_to_a_telephone_number(self):
@@ -293,7 +301,7 @@ class Variants(harness.TestCase):
 
 
 FRAGMENT = "(ip[6:2] & 0x1fff != 0)"
-FILTERS = [  # what is on the wire, the filter, the settings, the device: none of it needs more, none does with less
+FILTERS = [  # variant, filter, settings, device: each variant needs exactly these
     ("802.1Q twice", "vlan and vlan and udp", "Decapsulate", "tap0"),
     ("802.1ad and 802.1Q", "udp or (vlan and (udp or (vlan and udp)))", "", "tap0"),
     ("MPLS", "mpls", "Decapsulate", "tap0"),
@@ -310,7 +318,7 @@ FILTERS = [  # what is on the wire, the filter, the settings, the device: none o
     ("two mirror ports", "udp", "DropDuplicates", "tap0"),
     ("plain", "udp and not host 127.0.0.1", "", "any"),
 ]
-TUNNELS = {  # devices of the kernel's, which wrap what is sent on them
+TUNNELS = {  # kernel devices that encapsulate frames
     "vxlan": "id 42 dstport 4789 local 10.9.9.1 remote 10.9.9.2",
     "geneve": "id 42 remote 10.9.9.2",
     "gretap": "local 10.9.9.1 remote 10.9.9.2",
@@ -321,8 +329,8 @@ TUNNELS = {  # devices of the kernel's, which wrap what is sent on them
 
 class Live(harness.TestCase):
     def setUp(self):
-        if os.geteuid() != 0:
-            self.skipTest("capturing needs root")
+        if not harness.may_make_namespaces():
+            self.skipTest("capture needs root with the right to make network namespaces")
         self.calls = Calls()
         self.here, self.there = self.keep(Namespace()), self.keep(Namespace())
         self.there.join("wire0", self.here, "tap0")
@@ -331,7 +339,8 @@ class Live(harness.TestCase):
     def sniff(self, filter, settings, device="tap0"):
         recorder = self.keep(Recorder("UDP", self.here))
         server = {"ServerName": "127.0.0.1", "ServerPort": recorder.port, "ServerProtocol": "UDP"}
-        options = {"Device": device, "Filter": filter, "ImmediateCapture": "yes"} | dict.fromkeys(settings.split(), "yes")
+        options = {"Device": device, "Filter": filter}
+        options |= dict.fromkeys(["ImmediateCapture", *settings.split()], "yes")
         program = self.start(settings=server | options, namespace=self.here)
         program.wait_logged("PCAP thread created")
         return program, recorder
@@ -359,8 +368,9 @@ class Live(harness.TestCase):
                 self.check_signalling(recorder, program, name)
 
     def test_tunnels_of_the_kernel(self):
-        """Those that this kernel can make."""
-        self.there.run("ip", "neigh", "add", "10.9.9.2", "lladdr", "02:00:00:00:00:02", "dev", "wire0", "nud", "permanent")
+        """Skips the tunnels for which this kernel has no module."""
+        neighbour = "ip neigh add 10.9.9.2 lladdr 02:00:00:00:00:02 dev wire0 nud permanent"
+        self.there.run(*neighbour.split())
         sip = [frame.data for frame in self.calls.frames if frame.is_sip]
         missing = []
         for kind, options in TUNNELS.items():
@@ -380,7 +390,7 @@ class Live(harness.TestCase):
             self.skipTest("this kernel has no " + ", ".join(missing))
 
     def test_real_calls_in_fragments_and_segments(self):
-        """SIPp over an interface that takes 576 bytes: over UDP in fragments, over TCP in segments."""
+        """SIPp on a device with an MTU of 576 bytes: fragments over UDP, segments over TCP."""
         self.here.run("ip", "addr", "add", "10.9.9.2/24", "dev", "tap0")
         for namespace, device in ((self.there, "wire0"), (self.here, "tap0")):
             namespace.run("ip", "link", "set", device, "mtu", "576")

@@ -1,4 +1,4 @@
-"""The recipe of docs/operation.md for an encrypted way to the recorder, with the real stunnel4 at both ends."""
+"""The stunnel configuration of docs/operation.md for an encrypted link to the recorder, with stunnel4 at both ends."""
 
 import contextlib
 import pathlib
@@ -32,7 +32,7 @@ class Tunnel(TestCase):
             key.write((self.place / f"{name}.crt").read_text())
 
     def end(self, text):
-        """One end of the tunnel, by the manual's file."""
+        """Starts one end of the tunnel with the configuration of the manual."""
         for manual, here in self.here.items():
             text = text.replace(manual, here)
         text = re.sub(r"(?m)^ *(set[ug]id.*\n|;.*\n)?", "", text)
@@ -68,7 +68,7 @@ class Tunnel(TestCase):
         recorder.wait(lambda _: len(recorder.of(RTP)) == len(media), "the media")
         self.assert_frames(recorder.of(RTP), [forwarded(RTP, frame) for frame in media], "media through the tunnel")
 
-        # Whoever has another certificate gets no connection to the recorder.
+        # A peer with another certificate gets no connection to the recorder.
         accepted, strange = recorder.accepted, free_port()
         self.here |= {f"127.0.0.1:{near}": f"127.0.0.1:{strange}", "/sniffer.pem": "/stranger.pem"}
         self.end(ends[0])

@@ -1,8 +1,7 @@
-"""The Debian packages on this machine: installed, started as the service would be, upgraded, removed, purged.
+"""Installs, starts, upgrades, removes and purges the Debian packages on this machine.
 
-There may be no running systemd here, so the program of the unit is started by setpriv with the unit's user and
-capabilities, and the unit's limits on system calls are held against what strace sees. Needs root; leaves the machine as
-it was.
+The test does not need a running systemd: setpriv starts the program with the user and the capabilities of the unit, and
+strace shows whether the system calls stay within the limits of the unit. Needs root. Restores the machine.
 """
 
 import os
@@ -25,7 +24,7 @@ SAMPLE = harness.sample("sip-g711a-call.pcap")
 
 
 def run(*command_line, **more):
-    """What the command prints, both ways; a failure shows it."""
+    """Returns the output of the command, standard error included. A failure shows it."""
     done = subprocess.run(command_line, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, **more)
     if done.returncode != 0:
         raise AssertionError(f"{shlex.join(map(str, command_line))} ended with {done.returncode}:\n{done.stdout}")
@@ -61,7 +60,7 @@ class Unit:
         return " ".join(value for name, value in self.lines if name == key)
 
     def command(self):
-        """Its program under its user, with its capabilities and no others."""
+        """Returns a command that runs the program with the user and exactly the capabilities of the unit."""
         names = self.all("AmbientCapabilities")
         assert names == self.all("CapabilityBoundingSet")
         capabilities = ",".join(["-all", *("+" + name.removeprefix("CAP_").lower() for name in names.split())])
@@ -135,7 +134,7 @@ class Packages(unittest.TestCase):
         run("systemd-analyze", "verify", "--man=no", str(unit.path))
         exposure = run("systemd-analyze", "security", "--offline=true", "--no-pager", str(unit.path))
         self.assertLessEqual(float(re.search(r"exposure level.*: ([\d.]+)", exposure)[1]), 2.0)
-        # Java finds the library without being told where.
+        # Java finds the library on its default path.
         source = pathlib.Path(__file__).parent / "LoadLibrary.java"
         run("java", "-cp", "/usr/share/java/voip-sniffer.jar", str(source))
 
@@ -162,7 +161,7 @@ class Packages(unittest.TestCase):
 
         wait_logged("PCAP thread created 0")
         invite = ["tcpreplay", "--quiet", "--intf1=wire0", "--limit=1", str(SAMPLE)]
-        # The first one may be lost on the connection being made.
+        # The first frame may be lost while the program connects.
         harness.wait_until(lambda: recorder.frames or there.run(*invite), "a frame")
         self.assertEqual(recorder.frames[0], forwarded(SIP, harness.read_capture(SAMPLE)[0]))
         process = int(run("pgrep", "--exact", "--nslist", "net", "--ns", str(here.holder.pid), "sniffer"))
@@ -178,7 +177,7 @@ class Packages(unittest.TestCase):
         status = self.sniff()
         self.assertIn(f"Uid:\t{pwd.getpwnam('voip-sniffer').pw_uid}\t", status)
         self.assertEqual(set(re.findall(r"^Cap\w+:\t(\w+)$", status, re.M)), {"0000000000003000"})
-        # Without the capabilities it says what is missing.
+        # Without the capabilities it reports what is missing.
         powerless = [*Unit().user(), "--bounding-set=-all", "sniffer", "--check", "-d", "lo"]
         check = subprocess.run(powerless, capture_output=True, text=True)
         self.assertEqual(check.returncode, 1)
@@ -188,7 +187,7 @@ class Packages(unittest.TestCase):
         trace = os.path.join(self.folder.name, "trace")
         self.sniff("strace", "--follow-forks", f"--output={trace}", "--quiet=all")
         lines = pathlib.Path(trace).read_text()
-        # What comes before its own first line is setpriv's.
+        # The lines before the execve of the program belong to setpriv.
         own = lines[lines.rindex(' execve("/usr/sbin/sniffer"') :]
         calls = set(re.findall(r"^\d+ +(\w+)\(", own, re.M))
         self.assertIn("bind", calls)

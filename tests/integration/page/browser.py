@@ -43,7 +43,7 @@ class Browser:
         return self.call("POST", "/execute/sync", script=text, args=[])
 
     def all(self, selector):
-        """The texts of the elements."""
+        """Returns the texts of the elements."""
         return self.script(f"return Array.from(document.querySelectorAll({selector!r}), e => e.innerText)")
 
     def click(self, selector):

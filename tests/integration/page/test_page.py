@@ -1,4 +1,4 @@
-"""The page of the sample recorder in a browser: calls that the recorder is told over TCP, looked at from the disk."""
+"""The page of the sample recorder in a browser. The calls reach the recorder over TCP; the page is opened from disk."""
 
 import os
 import pathlib
@@ -20,7 +20,7 @@ ESCAPE, DOWN = "\ue00c", "\ue015"
 
 
 class Recorder:
-    """The sample recorder as a process, and its sniffer."""
+    """Runs the sample recorder and sends it the frames of a sniffer."""
 
     def __init__(self, folder):
         with socket.create_server(("127.0.0.1", 0)) as probe:
@@ -49,7 +49,7 @@ class Recorder:
 
 
 def sip_call(call_id, callee, until=len(CALL), missing=()):
-    """The sample call under another name; without its last frames it goes on."""
+    """Yields the sample call under another name. Without its last frames it stays active."""
     for i, frame in enumerate(CALL[:until]):
         if frame.is_sip:
             text = frame.payload.replace(b"1-24765", call_id).replace(b"sip:bob@", b"sip:" + callee + b"@")

@@ -221,7 +221,7 @@ TEST(Connections, FollowTheTransportAndTheAddresses) {
     dissector.addRtp(rtp.dstIp, rtp.dstPort);
     process(dissector, sip.build());
     process(dissector, rtp.build());
-    const auto received = [&](const Loopback& at, std::size_t frames) {
+    const auto received = [&, udp = udp](const Loopback& at, std::size_t frames) {
       std::vector<Bytes> all;
       if (frames == 0) return all;
       const Loopback stream(udp ? dup(at.sd) : ::accept(at.sd, nullptr, nullptr));

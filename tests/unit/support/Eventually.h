@@ -3,11 +3,11 @@
 #include <chrono>
 #include <thread>
 
-/// Returns true as soon as `condition` holds, false after five seconds.
+/// Returns true as soon as `condition` holds, false after 30 seconds.
 template <typename Condition>
 bool eventually(Condition condition) {
   using namespace std::chrono_literals;
-  for (int i = 0; i < 5000; ++i) {
+  for (int i = 0; i < 30000; ++i) {
     if (condition()) return true;
     std::this_thread::sleep_for(1ms);
   }

@@ -14,11 +14,11 @@
 #include "support/Bytes.h"
 #include "support/Eventually.h"
 
-/// A socket of the test's recorder on the loopback device. No call waits longer than five seconds.
+/// A socket of the test's recorder on the loopback device. No call waits longer than 30 seconds.
 class Loopback {
  public:
   explicit Loopback(int descriptor) : sd(descriptor) {
-    const timeval patience{5, 0};
+    const timeval patience{30, 0};
     setsockopt(sd, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
   }
   /// Bound to a port, `SOCK_STREAM` and listening or `SOCK_DGRAM`.
@@ -52,11 +52,13 @@ class Loopback {
     return ntohs(address.sin_port);
   }
 
-  /// Segments as on Ethernet, for connections that are accepted from now on. The loopback's own are as large as a
-  /// receive buffer, so that a full one opens only when a timer of the kernel's probes it.
+  /// Sets the segment size of Ethernet and a receive buffer of 128 KiB for connections that are accepted later. The
+  /// kernel enlarges other receive buffers up to tcp_rmem, which differs between machines. Segments of the loopback
+  /// device are as large as the receive buffer: when it is full, it opens only when a timer of the kernel probes it.
   void limitSegments() const {
-    const int size = 1448;
+    const int size = 1448, buffer = 64 << 10;  // the kernel doubles the buffer
     setsockopt(sd, IPPROTO_TCP, TCP_MAXSEG, &size, sizeof size);
+    setsockopt(sd, SOL_SOCKET, SO_RCVBUF, &buffer, sizeof buffer);
   }
 
   Loopback accept() const { return Loopback(::accept(sd, nullptr, nullptr)); }
