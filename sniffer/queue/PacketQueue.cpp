@@ -12,7 +12,7 @@ namespace voip {
 
 namespace {
 
-constexpr std::size_t kMostSpare = 32;      // blocks kept after a burst: 8 MB
+constexpr std::size_t kMaxSpare = 32;       // blocks kept after a burst: 8 MB
 constexpr std::size_t kClaimedAtOnce = 32;  // frames
 
 std::size_t recordSize(std::size_t length) {
@@ -27,7 +27,7 @@ CaptureStamp stampOf(const SniffedPacket& packet) {
 
 }  // namespace
 
-PacketQueue::PacketQueue(Statistics& statistics) : statistics_(statistics), pool_(kBlockSize, kMostSpare) {}
+PacketQueue::PacketQueue(Statistics& statistics) : statistics_(statistics), pool_(kBlockSize, kMaxSpare) {}
 
 // ---- capture threads ----
 
@@ -94,7 +94,7 @@ bool PacketQueue::dropNewestMedia() {
   --waiting_;
   if (--block.frames != 0) {
     block.last = reinterpret_cast<QueuedPacket*>(newest - block.last->previous);
-    block.memory->cutBack(newest);
+    block.memory->truncate(newest);
   } else {
     recycle(block);
     media_.waiting.pop_back();
@@ -110,7 +110,7 @@ void PacketQueue::countOverflow(const Lane& lane) {
 }
 
 void PacketQueue::logOverflowEnd() {
-  // Not at the first free place, which the next frame takes: once an eighth is free.
+  // The next frame may take the first free space, so the overflow ends only when an eighth of the limit is free.
   if (waitingBytes() > limit_ / 8 * 7) return;
   overflowing_ = false;
   logger().warn("The queue is below its limit again; lost since the start for want of room: " +
@@ -132,7 +132,7 @@ bool PacketQueue::takeBatch(std::chrono::milliseconds atMost) {
   for (Lane* lane : {&frames_, &media_}) {
     if (!lane->taken.memory && !lane->waiting.empty()) takeFirstBlock(*lane);
   }
-  // A frame that waits in one lane may be older than the last ones in the block of the other.
+  // A waiting frame of one lane may be older than the last frames in the taken block of the other lane.
   horizon_ = pushed_;
   for (const Lane* lane : {&frames_, &media_}) {
     if (!lane->waiting.empty()) horizon_ = std::min(horizon_, lane->waiting.front().first()->number);
@@ -174,7 +174,7 @@ QueuedPacket* PacketQueue::next() {
   return packet;
 }
 
-/// Either this takes the frames or clear() does.
+/// Claims the next frames, which clear() then does not discard. Returns false when it has discarded them already.
 bool PacketQueue::claim() {
   handSize_.store(handSize_.load(std::memory_order_relaxed) - std::exchange(claimedSize_, 0),
                   std::memory_order_relaxed);

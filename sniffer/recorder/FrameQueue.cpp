@@ -48,7 +48,7 @@ void FrameQueue::pop() {
   if (block.read != block.memory->end()) return;
   if (blocks_.size() == 1) {
     block.read = block.memory->begin();
-    block.memory->cutBack(block.read);
+    block.memory->truncate(block.read);
     return;
   }
   pool_.giveBack(std::move(block.memory));
