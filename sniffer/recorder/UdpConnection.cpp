@@ -68,6 +68,7 @@ std::size_t UdpConnection::getRoom() {
   constexpr std::int64_t kMax = 65'536;  // bytes
   constexpr std::int64_t kBytesPerMicrosecond = 16;
   const auto now = std::chrono::steady_clock::now();
+  const MutexLock held(sendLock_);
   const auto elapsed = std::chrono::duration_cast<std::chrono::microseconds>(now - roomAt_).count();
   roomAt_ = now;
   const auto gained = std::min(kMax, std::min(elapsed, kMax) * kBytesPerMicrosecond);

@@ -71,13 +71,12 @@ class UdpConnection : public BaseConnection {
   const int serverPort_;
   const char* const serverHost_;
 
-  std::chrono::steady_clock::time_point roomAt_;  ///< time of `room_`
-  std::size_t room_ = 0;                          ///< result of the last getRoom(), less what was sent since
-
   voip::SocketWait wait_;
   voip::Mutex serverAddrLock_;
   sockaddr_in serverAddr_ GUARDED_BY(serverAddrLock_){};  ///< destination of the frames
   voip::Mutex sendLock_;
+  std::chrono::steady_clock::time_point roomAt_ GUARDED_BY(sendLock_);  ///< time of `room_`
+  std::size_t room_ GUARDED_BY(sendLock_) = 0;  ///< result of the last getRoom(), less what was sent since
   std::optional<voip::DatagramSender> sender_ GUARDED_BY(sendLock_);
   std::atomic<bool> closed_ = false;
 };
