@@ -90,7 +90,7 @@ void SngDissector::carryOut(const SnifferRequest& request) {
 
 void SngDissector::replyHeartbeat() {
   // The reply has a frame of its own: the consumer may be using the classifier's header.
-  u_char frame[FrameHeader::kLength];
+  std::uint8_t frame[FrameHeader::kLength];
   our_header{FrameHeader::kLength, FrameProtocol::Heartbeat}.write(frame);
   sendPayload(frame, FrameHeader::kLength);
   logger().debug("Heartbeat sent");
@@ -188,7 +188,7 @@ Statistics SngDissector::getStatistics() {
 
 // ---- single steps of the path of a frame ----
 
-void SngDissector::processFrame(const pcap_pkthdr& header, u_char* frame, int linkType) {
+void SngDissector::processFrame(const pcap_pkthdr& header, std::uint8_t* frame, int linkType) {
   router_.takeFrame(header, frame, linkType, {});
   forwarder_.flush();
 }

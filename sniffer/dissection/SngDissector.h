@@ -4,6 +4,8 @@
 #include <pthread.h>
 
 #include <atomic>
+#include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <string>
 
@@ -148,7 +150,7 @@ class SngDissector {
 
   /// Processes a frame of `header.len` bytes with a link layer of `linkType` (libpcap's DLT_ value) according to the
   /// settings, and forwards what the recorder wants. Writes to the frame. kFrameSlack zeroed bytes must follow it.
-  void processFrame(const pcap_pkthdr& header, u_char* frame, int linkType);
+  void processFrame(const pcap_pkthdr& header, std::uint8_t* frame, int linkType);
 
   /// Classifies an Ethernet frame of `header->len` bytes at `*packet` and forwards it if the recorder wants it. Writes
   /// to the frame. kFrameSlack readable bytes must follow it. `args` is not used.

@@ -42,8 +42,9 @@ void PacketQueue::push(const SniffedPacket& packet, u_int maxLength, Kind kind) 
     if (hasLimit() && !makeRoom(lane, size)) return;
     Block& block = blockFor(lane, size);
     auto* record = reinterpret_cast<QueuedPacket*>(block.memory->take(size));
-    const auto distance =
-        block.last != nullptr ? reinterpret_cast<u_char*>(record) - reinterpret_cast<u_char*>(block.last) : 0;
+    const auto distance = block.last != nullptr
+                              ? reinterpret_cast<std::uint8_t*>(record) - reinterpret_cast<std::uint8_t*>(block.last)
+                              : 0;
     *record = {*packet.header, stamp, pushed_++, static_cast<std::uint32_t>(distance), packet.linkType};
     record->header.len = record->header.caplen = length;
     std::memcpy(record->bytes(), packet.packet, length);
@@ -89,7 +90,7 @@ bool PacketQueue::makeRoom(Lane& lane, std::size_t size) {
 bool PacketQueue::dropNewestMedia() {
   if (media_.waiting.empty()) return false;
   Block& block = media_.waiting.back();
-  auto* newest = reinterpret_cast<u_char*>(block.last);
+  auto* newest = reinterpret_cast<std::uint8_t*>(block.last);
   waitingSize_ -= recordSize(block.last->header.len);
   --waiting_;
   if (--block.frames != 0) {

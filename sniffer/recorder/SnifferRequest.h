@@ -2,6 +2,8 @@
 
 #include <sys/types.h>
 
+#include <cstdint>
+
 /// One command of the recorder.
 ///
 /// On the wire it has 7 bytes in network byte order: code (1), IPv4 address (4), port (2). On TCP, commands follow each
@@ -22,8 +24,8 @@ struct SnifferRequest {
   SnifferRequest(u_short code, u_int addr, u_short port) : request(code), rtpAddr(addr), rtpPort(port) {}
   bool operator==(const SnifferRequest&) const = default;
 
-  /// Decodes the 7 bytes at `wire`.
-  static SnifferRequest fromWire(const u_char* wire) {
+  /// Returns the command in the 7 bytes at `wire`.
+  static SnifferRequest fromWire(const std::uint8_t* wire) {
     return {wire[0], u_int{wire[1]} << 24 | u_int{wire[2]} << 16 | u_int{wire[3]} << 8 | u_int{wire[4]},
             static_cast<u_short>(wire[5] << 8 | wire[6])};
   }
