@@ -178,7 +178,7 @@ TEST_F(Classification, RoutesHeartbeatsByTheClassOfTheLastFrame) {
     return to.frames.size() == 1 && to.frames[0].size() == 15 && to.frames[0][0] == 0 && to.frames[0][1] == 15 &&
            to.frames[0][2] == 3;
   };
-  u_char unknown[15] = {0, 15, 4};
+  std::uint8_t unknown[15] = {0, 15, 4};
   dissector.sendPayload(unknown, 15);
   EXPECT_EQ(log.take(), std::vector<std::string>{"WARN PAYLOAD NOT SENT"});
   EXPECT_TRUE(heartbeatGoesTo(media));

@@ -73,7 +73,7 @@ TEST(Dissector, TheSecondDestroysTheFirst) {
   EXPECT_EQ(media.closed + signalling.closed, 2);
   EXPECT_EQ(media.destroyed + signalling.destroyed, 0);
   first->startCmdReaderThread();
-  for (u_char content : {1, 2}) produce(*first, {content});
+  for (std::uint8_t content : {1, 2}) produce(*first, {content});
   {
     const SngDissector second;
     EXPECT_EQ(SngDissector::dft(), &second);
@@ -185,6 +185,15 @@ TEST(Queue, TheEndWakesAWaitingConsumer) {
   }
 }
 
+/// Returns the next frames that a recorder receives; over TCP, on a new connection.
+std::vector<Bytes> receivedBy(const Loopback& recorder, bool udp, std::size_t frames) {
+  std::vector<Bytes> all;
+  if (frames == 0) return all;
+  const Loopback stream(udp ? dup(recorder.sd) : ::accept(recorder.sd, nullptr, nullptr));
+  while (all.size() < frames) all.push_back(udp ? stream.readDatagram() : stream.readFrame());
+  return all;
+}
+
 TEST(Connections, FollowTransportAndAddresses) {
   TestLog log;
   const struct {
@@ -221,18 +230,11 @@ TEST(Connections, FollowTransportAndAddresses) {
     dissector.addRtp(rtp.dstIp, rtp.dstPort);
     process(dissector, sip.build());
     process(dissector, rtp.build());
-    const auto received = [&](const Loopback& at, std::size_t frames) {
-      std::vector<Bytes> all;
-      if (frames == 0) return all;
-      const Loopback stream(udp ? dup(at.sd) : ::accept(at.sd, nullptr, nullptr));
-      while (all.size() < frames) all.push_back(udp ? stream.readDatagram() : stream.readFrame());
-      return all;
-    };
     const Bytes sipFrame = forwarded(1, sip, sip.payload);
     const Bytes rtpFrame = forwarded(2, rtp, rtp.payload);
     using Frames = std::vector<Bytes>;
-    EXPECT_EQ(received(media, separate ? 1 : 2), separate ? Frames({rtpFrame}) : Frames({sipFrame, rtpFrame}));
-    EXPECT_EQ(received(signalling, separate ? 1 : 0), separate ? Frames({sipFrame}) : Frames());
+    EXPECT_EQ(receivedBy(media, udp, separate ? 1 : 2), separate ? Frames({rtpFrame}) : Frames({sipFrame, rtpFrame}));
+    EXPECT_EQ(receivedBy(signalling, udp, separate ? 1 : 0), separate ? Frames({sipFrame}) : Frames());
   }
 }
 

@@ -42,7 +42,7 @@ struct FlakyConnection : RecordingConnection {
 
 constexpr u_int kPhone = 0x0A000002;
 
-Bytes rtp(u_char number, u_char first = 0x80) {
+Bytes rtp(std::uint8_t number, std::uint8_t first = 0x80) {
   Bytes payload = {first, 8, 0, number};
   payload.resize(20, number);
   return payload;
@@ -143,7 +143,7 @@ TEST_F(Evidence, AnAddDuringAStreamLeavesNoGap) {
   std::thread adding([&] {
     for (std::uint16_t port = 0; port < kStreams; ++port) dissector->addRtp(kPhone, port);
   });
-  for (u_char number = 0; number < 100; ++number) {
+  for (std::uint8_t number = 0; number < 100; ++number) {
     for (std::uint16_t port = 0; port < kStreams; ++port) capture(rtp(number), port);
   }
   adding.join();
@@ -195,7 +195,7 @@ TEST_F(Evidence, SendsKeptMediaAsTheRecorderTakesItAndKeepsItInAnOutage) {
   settings.lookBack = 60'000;
   start(settings);
   const auto forwarded = [&] { return dissector->getStatistics().rtpForwarded.load(); };
-  for (u_char number = 0; number < 9; ++number) capture(rtp(number));
+  for (std::uint8_t number = 0; number < 9; ++number) capture(rtp(number));
   settle();
   connection->room = 0;
   dissector->addRtp(kPhone, 5000);
@@ -221,7 +221,7 @@ TEST_F(Evidence, ChecksTheRestOfAGroupAgainAfterALoss) {
   start({});
   dissector->addRtp(kPhone, 5000);
   connection->left = 30;
-  for (u_char i = 0; i < 100; ++i) capture(rtp(i));
+  for (std::uint8_t i = 0; i < 100; ++i) capture(rtp(i));
   settle();
   EXPECT_EQ(media.frames.size(), 30U);
   const Statistics now = dissector->getStatistics();
@@ -230,7 +230,7 @@ TEST_F(Evidence, ChecksTheRestOfAGroupAgainAfterALoss) {
   expectSum();
   // Each attempt to connect may take a second, so all frames after the first are dropped, wherever they wait.
   connection->attempts = 0;
-  for (u_char i = 0; i < 100; ++i) capture(sip("1"));
+  for (std::uint8_t i = 0; i < 100; ++i) capture(sip("1"));
   settle();
   EXPECT_LT(connection->attempts, 50);
   expectSum();

@@ -114,7 +114,7 @@ TEST_F(Udp, ClosesItsDescriptorOnce) {
   ASSERT_EQ(successor.sd, connection.getClientSd()) << "the system gives the number to the next socket";
   connection.closeConnection();
   EXPECT_NE(fcntl(successor.sd, F_GETFD), -1);
-  u_char byte = 0;
+  std::uint8_t byte = 0;
   EXPECT_EQ(connection.sendPacket(&byte, 1), -1);
   EXPECT_FALSE(connection.receiveRequest(request));
 }

@@ -271,12 +271,19 @@ TEST_F(TcpSlowRecorder, IsNotWaitedForAfterTheEnd) {
   }
 }
 
-TEST_F(Tcp, DecodesCommandsSplitAnywhere) {
+class TcpCommands : public Tcp {
+ protected:
+  bool next() {
+    return eventually([&] { return connection.receiveRequest(request); });
+  }
+  Bytes part(int from, int to) const { return {add.begin() + from, add.begin() + to}; }
+
   Loopback peer = established();
-  const auto next = [&] { return eventually([&] { return connection.receiveRequest(request); }); };
   const Bytes add = command(1, 0x0A000007, 40000);
-  const auto part = [&](int from, int to) { return Bytes(add.begin() + from, add.begin() + to); };
-  const SnifferRequest added(1, 0x0A000007, 40000), removed(2, 0xFF00FF01, 1);
+  const SnifferRequest added{1, 0x0A000007, 40000}, removed{2, 0xFF00FF01, 1};
+};
+
+TEST_F(TcpCommands, AreDecodedWhateverTheirSplit) {
   EXPECT_FALSE(connection.receiveRequest(request));
 
   Bytes two = add;
@@ -301,8 +308,9 @@ TEST_F(Tcp, DecodesCommandsSplitAnywhere) {
   EXPECT_TRUE(next());
   EXPECT_EQ(request, SnifferRequest(3, 0x0A000007, 40000)) << "a heartbeat leaves address and port alone";
   EXPECT_TRUE(log.contains("DEBUG Heartbeat request received"));
+}
 
-  // Half a command is discarded with its connection.
+TEST_F(TcpCommands, AreNotCompletedByAnotherConnection) {
   peer.write(part(0, 3));
   EXPECT_FALSE(connection.receiveRequest(request));
   connection.closeConnection();
