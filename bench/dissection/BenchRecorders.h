@@ -1,13 +1,13 @@
 #pragma once
 
 #include <log4cxx/logger.h>
-#include <time.h>
 
+#include <ctime>
 #include <memory>
 
 #include "support/Frames.h"
 
-/// Takes every frame and keeps none.
+/// A recorder that discards all frames.
 struct DiscardingConnection : BaseConnection {
   bool receiveRequest(SnifferRequest&) override { return false; }
   int sendPacket(u_char* buffer, int length) override {
@@ -16,10 +16,10 @@ struct DiscardingConnection : BaseConnection {
   }
   void closeConnection() override {}
 
-  volatile u_char last = 0;
+  volatile std::uint8_t last = 0;  ///< read from each frame
 };
 
-/// A dissector that logs nothing, with 10.0.0.2:5000 listed last of `listed` destinations.
+/// Returns a dissector that logs nothing. 10.0.0.2:5000 is the last of the `listed` destinations.
 inline std::unique_ptr<SngDissector> quietDissector(int listed, std::unique_ptr<BaseConnection> recorder) {
   log4cxx::Logger::getLogger("SnifferClient")->setLevel(log4cxx::Level::getOff());
   auto dissector = std::make_unique<SngDissector>();
@@ -29,7 +29,8 @@ inline std::unique_ptr<SngDissector> quietDissector(int listed, std::unique_ptr<
   return dissector;
 }
 
-/// Processor time wherever one thread is measured: what else the machine does is none of it.
+/// Returns a clock's time in seconds. Benchmarks of one thread use its processor time, which other load on the machine
+/// does not affect.
 inline double secondsOf(clockid_t clock) {
   timespec now;
   clock_gettime(clock, &now);

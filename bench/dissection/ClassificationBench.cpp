@@ -1,4 +1,4 @@
-// What the classification of a frame costs, beside the copy that the capture thread makes of it.
+// The cost of classifying a frame, compared with the copy that the capture thread makes of it.
 
 #include <benchmark/benchmark.h>
 
@@ -22,7 +22,8 @@ double copySeconds(const Bytes& frame, int times) {
   return (secondsOf(CLOCK_THREAD_CPUTIME_ID) - start) / times;
 }
 
-/// Copy, classification and send to nowhere. Prints the nanoseconds beyond the copy, and the ratio to it.
+/// Copies a frame, classifies it and sends it to a recorder that discards it. Prints the nanoseconds beyond the copy,
+/// and the ratio to the copy.
 void classify(benchmark::State& state, const Frame& described, int listed) {
   const auto dissector = quietDissector(listed, std::make_unique<DiscardingConnection>());
   const Bytes frame = described.build();
@@ -55,23 +56,25 @@ void droppedAmongListed(benchmark::State& state) {
 }
 BENCHMARK(droppedAmongListed)->Arg(100)->Arg(4000);
 
-/// Media that nobody has asked for, to so many destinations, dropped and kept in turns. Prints what keeping adds.
+/// Media that the recorder has not asked for, to a number of destinations, dropped and kept in turns. Prints the cost
+/// that keeping adds.
 void keptForLater(benchmark::State& state) {
-  const auto destinations = static_cast<uint16_t>(state.range(0));
+  const auto destinations = static_cast<std::uint16_t>(state.range(0));
   const auto dissector = quietDissector(0, std::make_unique<DiscardingConnection>());
-  std::vector<std::vector<u_char>> frames;
+  std::vector<Bytes> frames;
   Bytes rtp(172, 0xD5);
   rtp[0] = 0x80;
-  for (uint16_t port = 0; port < destinations; ++port)
+  for (std::uint16_t port = 0; port < destinations; ++port) {
     frames.push_back(withSlack(Frame{.dstPort = port, .payload = rtp}.build()));
+  }
   const auto length = static_cast<bpf_u_int32>(frames[0].size() - kFrameSlack);
   const pcap_pkthdr header{{0, 0}, length, length};
   const auto pass = [&] {
     const double start = secondsOf(CLOCK_THREAD_CPUTIME_ID);
     for (int round = 0; round < 100'000 / destinations; ++round) {
-      for (std::vector<u_char>& frame : frames) {
+      for (Bytes& frame : frames) {
         // Keeping writes a header over the end of the UDP header, as forwarding does.
-        u_char saved[FrameHeader::kLength];
+        std::uint8_t saved[FrameHeader::kLength];
         std::memcpy(saved, frame.data() + 42 - FrameHeader::kLength, sizeof saved);
         u_char* bytes = frame.data();
         dissector->processPacket(nullptr, &header, &bytes);
@@ -87,7 +90,7 @@ void keptForLater(benchmark::State& state) {
     dissector->setSettings({});
     dropped += pass();
     dissector->setSettings(keeping);
-    for (int warm = 0; warm < 3; ++warm) pass();  // until the memory is full, as after a while
+    for (int warm = 0; warm < 3; ++warm) pass();  // until the memory is full
     kept += pass();
   }
   const auto times = static_cast<double>(state.iterations());
@@ -96,7 +99,7 @@ void keptForLater(benchmark::State& state) {
 }
 BENCHMARK(keptForLater)->Arg(10)->Arg(1000);
 
-/// The look-up alone, of the entry that was listed last, beside a linked list of the same entries.
+/// A look-up of the last entry of the list, compared with a linked list of the same entries.
 void lookUpAmongListed(benchmark::State& state) {
   const int listed = static_cast<int>(state.range(0));
   const auto dissector = quietDissector(listed, std::make_unique<DiscardingConnection>());

@@ -1,6 +1,6 @@
-// RTP frames through the classification to a recorder, beside a bare loop that sends the same frames on the same kind
-// of socket. The two take turns, in rounds short enough for the recorder's buffers, which are emptied in between: what
-// is measured is the sending side, and no frame is lost.
+// The cost of forwarding RTP frames to a recorder, compared with a bare loop that sends the same frames on a socket of
+// the same kind. The two take turns in short rounds that fit into the recorder's buffers, which are emptied after each
+// round. So only the sending side is measured, and no frame is lost.
 
 #include <benchmark/benchmark.h>
 #include <linux/sockios.h>
@@ -8,9 +8,9 @@
 
 #include "BenchRecorders.h"
 #include "recorder/EmbeddedConnection.h"
-#include "support/Loopback.h"
 #include "recorder/TcpConnection.h"
 #include "recorder/UdpConnection.h"
+#include "support/Loopback.h"
 
 using namespace voip;
 
@@ -19,7 +19,7 @@ namespace {
 constexpr int kFramesInRound = 100;
 const Frame kRtp{.payload = Bytes(172, 0x55)};  // 20 ms of G.711
 
-/// Empties a recorder's socket of the frames of one round.
+/// Reads the frames of one round from a recorder's socket.
 void drain(const Loopback& recorder, int type, std::size_t frameSize) {
   static Bytes buffer(1 << 20);
   std::size_t left = type == SOCK_STREAM ? kFramesInRound * frameSize : kFramesInRound;
@@ -35,12 +35,14 @@ void waitUntilAcknowledged(int sd) {
   for (int unsent = 1; unsent > 0;) ioctl(sd, SIOCOUTQ, &unsent);
 }
 
+/// Seconds of all rounds.
 struct Rounds {
   double bare = 0;
   double through = 0;
 };
 
-/// `sendBare` sends one frame, `forward` classifies and sends one; each has a recorder of its own.
+/// Alternates the two rounds, each of which has a recorder of its own and returns its seconds: `bareRound` sends the
+/// frames, `throughRound` classifies and sends them.
 template <typename Bare, typename Through>
 void compare(benchmark::State& state, const Bytes& captured, Bare bareRound, Through throughRound) {
   Rounds seconds;
@@ -51,15 +53,15 @@ void compare(benchmark::State& state, const Bytes& captured, Bare bareRound, Thr
     state.SetIterationTime(through);
   }
   const double frames = static_cast<double>(state.iterations()) * kFramesInRound;
-  // The capture thread makes the copy, so it is none of the sending thread's cost.
   state.counters["bare_ns"] = seconds.bare / frames * 1e9;
   state.counters["through_ns"] = seconds.through / frames * 1e9;
   state.counters["ratio_to_bare_send"] = seconds.through / seconds.bare;
-  state.SetItemsProcessed(static_cast<int64_t>(frames));
-  state.SetBytesProcessed(static_cast<int64_t>(frames * static_cast<double>(captured.size())));
+  state.SetItemsProcessed(static_cast<std::int64_t>(frames));
+  state.SetBytesProcessed(static_cast<std::int64_t>(frames * static_cast<double>(captured.size())));
 }
 
-/// The seconds that the frames of a round, all waiting, take on the sending thread.
+/// Queues the frames of a round. Returns the seconds that the sending thread takes for them, without the copy, which is
+/// the capture thread's work.
 double forwardRound(SngDissector& dissector, const Bytes& captured) {
   for (int i = 0; i < kFramesInRound; ++i) produce(dissector, captured);
   const double start = secondsOf(CLOCK_THREAD_CPUTIME_ID);
@@ -67,7 +69,7 @@ double forwardRound(SngDissector& dissector, const Bytes& captured) {
   return secondsOf(CLOCK_THREAD_CPUTIME_ID) - start;
 }
 
-/// The frames of a round, each in memory of its own as captured ones are.
+/// Returns the frames of a round, each in memory of its own like captured frames.
 std::vector<Bytes> framesOfRound() {
   return std::vector<Bytes>(kFramesInRound, forwarded(2, kRtp, kRtp.payload));
 }
@@ -142,7 +144,7 @@ void forwardOverUdp(benchmark::State& state) {
 }
 BENCHMARK(forwardOverUdp)->UseManualTime();
 
-/// The seconds that copies of the frames of a round take.
+/// Returns the seconds that copying the frames of a round takes.
 double copyRound(const std::vector<Bytes>& frames) {
   Bytes buffer(frames[0].size());
   return bareRound(frames, [&](const Bytes& frame) {
@@ -152,7 +154,7 @@ double copyRound(const std::vector<Bytes>& frames) {
   });
 }
 
-/// Without a socket, beside a copy of the frame to a buffer: what everything but the send costs.
+/// Forwarding to a recorder that discards the frames, compared with a copy of the frame: the cost without the send.
 void forwardToNowhere(benchmark::State& state) {
   const Bytes captured = kRtp.build();
   const auto dissector = quietDissector(100, std::make_unique<DiscardingConnection>());
@@ -162,7 +164,7 @@ void forwardToNowhere(benchmark::State& state) {
 }
 BENCHMARK(forwardToNowhere)->UseManualTime();
 
-/// To the queue of a host in this process, which fetches between the rounds; beside a copy of the frame.
+/// Forwarding to a host in this process, which fetches the frames after each round, compared with a copy of the frame.
 void forwardToHost(benchmark::State& state) {
   const Bytes captured = kRtp.build();
   auto connection = std::make_unique<EmbeddedConnection>();

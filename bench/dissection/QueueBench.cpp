@@ -1,4 +1,5 @@
-// The hand-off from capture threads to the consumer, beside the copies alone, made by the same number of threads.
+// The cost of passing frames from the capture threads to the consumer, compared with the copies alone, made by the same
+// number of threads.
 
 #include <benchmark/benchmark.h>
 
@@ -49,7 +50,7 @@ void handOff(benchmark::State& state) {
   constexpr int kFrames = 400000;
   const int producers = static_cast<int>(state.range(0));
   const Bytes frame = Frame{}.build();
-  const pcap_pkthdr header{{0, 0}, static_cast<bpf_u_int32>(frame.size()), static_cast<bpf_u_int32>(frame.size())};
+  const pcap_pkthdr header = captureHeader(frame);
   Consumer consumer;
   double cpu = 0;
   for (auto _ : state) {
@@ -70,14 +71,14 @@ void handOff(benchmark::State& state) {
     }
   });
   const double copies = secondsOf(CLOCK_PROCESS_CPUTIME_ID) - copyStart;
-  state.SetItemsProcessed(static_cast<int64_t>(state.iterations()) * kFrames);
-  // Processor time of all threads: of the copies, the hand-off, the classification and the release.
+  state.SetItemsProcessed(static_cast<std::int64_t>(state.iterations()) * kFrames);
+  // Processor time of all threads for the copies, the queue and the classification.
   state.counters["cpu_ns_per_frame"] = cpu / kFrames * 1e9;
   state.counters["ratio_to_copies"] = cpu / copies;
 }
 BENCHMARK(handOff)->Arg(1)->Arg(4)->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(3);
 
-/// The queue by itself, both sides on one thread: what the hand-over of a frame takes, beside a copy of the frame.
+/// The queue alone, with both sides on one thread, compared with a copy of the frame.
 void handOver(benchmark::State& state) {
   constexpr int kTogether = 500;
   const Bytes frame = Frame{.payload = Bytes(172)}.build();
@@ -114,13 +115,13 @@ double residentMegabytes() {
   return static_cast<double>(pages) * 4096 / 1e6;
 }
 
-/// An hour of 50 calls, 50 frames a second and direction, at full speed. Prints how the resident memory changes from
-/// the first tenth to the end.
+/// An hour of 50 calls with 50 frames a second and direction, at full speed. Prints the resident memory after the first
+/// tenth and at the end.
 void hourOfFrames(benchmark::State& state) {
   constexpr int kFrames = 50 * 2 * 50 * 3600;
-  constexpr int kAtOnce = 1000;  // a queue that is allowed to grow is as large as it grew
+  constexpr int kAtOnce = 1000;  // limits the queue, whose size would else depend on the machine
   const Bytes frame = Frame{}.build();
-  const pcap_pkthdr header{{0, 0}, static_cast<bpf_u_int32>(frame.size()), static_cast<bpf_u_int32>(frame.size())};
+  const pcap_pkthdr header = captureHeader(frame);
   Consumer consumer;
   for (auto _ : state) {
     for (int i = 0; i < kFrames; ++i) {

@@ -1,10 +1,11 @@
-// A recorder that counts.
+// A recorder that counts RTP frames.
 //
 // Usage: road_recorder TCP|UDP FRAMES
 //
-// Listens on a port of loopback, which it prints. When the first frame has arrived it asks for the RTP of 10.0.0.2:5000
-// and, once that is confirmed, prints "ready". Ends when that many RTP frames have arrived, or after three seconds
-// without any, and prints how many there were and how many of them were not the next in number.
+// Listens on a port of the loopback device, which it prints. Asks for the RTP of 10.0.0.2:5000 after the first
+// connection or datagram, and prints "ready" after the heartbeat reply that confirms it. Ends after FRAMES RTP frames,
+// or after three seconds without data. Prints the number of RTP frames, and how many of them did not have the next
+// number.
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
@@ -22,28 +23,29 @@
 
 namespace {
 
-constexpr int kHeader = 15;
-constexpr int kNumberAt = kHeader + 12;
+constexpr int kLargeRead = 10000;        // bytes
+constexpr int kHeader = 15;              // bytes
+constexpr int kNumberAt = kHeader + 12;  // index of the number, after the RTP header
 constexpr int kRtp = 2;
 constexpr int kHeartbeat = 3;
 constexpr int kSilenceMs = 3000;
-constexpr int kMuch = 10000;
 constexpr unsigned char kCommands[] = {1, 10, 0, 0, 2, 0x13, 0x88,  // add 10.0.0.2:5000
                                        3, 0,  0, 0, 0, 0,    0};    // heartbeat
 
+/// Counts the RTP frames and the gaps in their numbers.
 class Count {
  public:
-  explicit Count(uint64_t toExpect) : expected(toExpect) {}
+  explicit Count(std::uint64_t expected) : expected_(expected) {}
 
-  /// True when the last of the expected frames has arrived.
+  /// Counts a frame. Returns true for the last of the expected RTP frames.
   bool take(const unsigned char* frame) {
     if (frame[2] == kHeartbeat) announce("ready");
     if (frame[2] != kRtp) return false;
-    uint32_t number;
+    std::uint32_t number;
     std::memcpy(&number, frame + kNumberAt, sizeof number);
-    if (ntohl(number) != next) ++gaps;
-    next = ntohl(number) + 1;
-    return ++frames == expected;
+    if (ntohl(number) != next_) ++gaps_;
+    next_ = ntohl(number) + 1;
+    return ++frames_ == expected_;
   }
 
   static void announce(const char* text) {
@@ -52,20 +54,20 @@ class Count {
   }
 
   void print() const {
-    std::printf("%llu %llu\n", static_cast<unsigned long long>(frames), static_cast<unsigned long long>(gaps));
+    std::printf("%llu %llu\n", static_cast<unsigned long long>(frames_), static_cast<unsigned long long>(gaps_));
   }
 
  private:
-  const uint64_t expected;
-  uint64_t frames = 0;
-  uint64_t gaps = 0;
-  uint32_t next = 0;
+  const std::uint64_t expected_;
+  std::uint64_t frames_ = 0;
+  std::uint64_t gaps_ = 0;
+  std::uint32_t next_ = 0;
 };
 
 int listenOnLoopback(int type) {
   const int sd = socket(AF_INET, type, 0);
   const int size = 32 << 20;
-  // Where it is to be stopped, the system's own size: or nobody would notice.
+  // In a test that stops the recorder, the buffer keeps the system's size: a larger one would hide the stop.
   if (std::getenv("ROAD_PAUSE") == nullptr) setsockopt(sd, SOL_SOCKET, SO_RCVBUFFORCE, &size, sizeof size);
   sockaddr_in address{};
   address.sin_family = AF_INET;
@@ -78,14 +80,14 @@ int listenOnLoopback(int type) {
   return sd;
 }
 
-/// Waits for data and, unless much came the last time, for a little more of it: as a network card does, so that the
-/// recorder, which stands for another machine, does not take the processor from the sniffer once a frame.
-bool readable(int sd, bool much) {
+/// Waits for data. Waits a little longer unless the last read was large, like the interrupt moderation of a network
+/// card: the recorder stands for another machine and must not take the processor from the sniffer for each frame.
+bool readable(int sd, bool wasLarge) {
   pollfd one{sd, POLLIN, 0};
-  const bool is = poll(&one, 1, kSilenceMs) > 0;
+  const bool isReadable = poll(&one, 1, kSilenceMs) > 0;
   const timespec moderation{0, 200'000};
-  if (!much) nanosleep(&moderation, nullptr);
-  return is;
+  if (!wasLarge) nanosleep(&moderation, nullptr);
+  return isReadable;
 }
 
 void countStream(int listener, Count& count) {
@@ -94,7 +96,7 @@ void countStream(int listener, Count& count) {
   std::vector<unsigned char> buffer(1 << 20);
   std::size_t filled = 0;
   ssize_t n = 0;
-  while (readable(sd, n > kMuch)) {
+  while (readable(sd, n > kLargeRead)) {
     n = recv(sd, buffer.data() + filled, buffer.size() - filled, 0);
     if (n <= 0) return;
     filled += n;

@@ -1,11 +1,11 @@
-// Puts RTP frames on an Ethernet device at a steady rate.
+// Sends RTP frames on an Ethernet device at a steady rate.
 //
 // Usage: road_sender DEVICE FRAMES_PER_SECOND SECONDS
 //        road_sender DEVICE opener
 //
-// The frames are those of a G.711 stream to 10.0.0.2:5000, numbered in the first four bytes behind the RTP header. They
-// are sent in bursts, a thousand a second. Prints how many were sent and in how many seconds. The second form sends one
-// SIP request, so that a sniffer has something to connect to its recorder for.
+// The frames belong to a G.711 stream to 10.0.0.2:5000. The four bytes after the RTP header contain their number, in
+// network byte order. Sends a thousand bursts a second. Prints the number of frames and the seconds they took. The
+// second form sends one SIP request, whose frame makes a sniffer connect to its recorder.
 
 #include <arpa/inet.h>
 #include <linux/if_packet.h>
@@ -25,13 +25,14 @@
 
 namespace {
 
-constexpr int kRtpHeader = 12;
+constexpr int kRtpHeader = 12;  // bytes, as below
 constexpr int kPayload = 172;
 constexpr int kHeaders = 14 + 20 + 8;
 constexpr int kBurstsPerSecond = 1000;
 using Frame = std::array<unsigned char, kHeaders + kPayload>;
 
-/// With source and destination port as they stand on the wire, and a payload that begins so.
+/// Returns a frame with a payload that begins with `payload`. `ports` are source and destination port in network byte
+/// order.
 Frame udpFrame(std::array<unsigned char, 4> ports, std::string_view payload) {
   constexpr unsigned char start[kHeaders - 8] = {
       2,    0, 0, 0, 0, 2, 2, 0, 0,  0,  0, 1, 8,  0,                     // Ethernet
@@ -41,8 +42,8 @@ Frame udpFrame(std::array<unsigned char, 4> ports, std::string_view payload) {
   std::memcpy(frame.data(), start, sizeof start);
   std::memcpy(&frame[34], ports.data(), ports.size());
   std::memcpy(&frame[kHeaders], payload.data(), payload.size());
-  const uint16_t ipLength = htons(20 + 8 + kPayload);
-  const uint16_t udpLength = htons(8 + kPayload);
+  const std::uint16_t ipLength = htons(20 + 8 + kPayload);
+  const std::uint16_t udpLength = htons(8 + kPayload);
   std::memcpy(&frame[16], &ipLength, 2);
   std::memcpy(&frame[38], &udpLength, 2);
   return frame;
@@ -70,35 +71,37 @@ int openDevice(const char* name) {
   return sd;
 }
 
-/// The frames of one burst, and the system's description of them.
+/// The frames of one burst, and the messages of the system call that sends them.
 class Burst {
  public:
-  explicit Burst(std::size_t size) : frames(size, rtpFrame()), parts(size), messages(size) {
+  explicit Burst(std::size_t size) : frames_(size, rtpFrame()), parts_(size), messages_(size) {
     for (std::size_t i = 0; i < size; ++i) {
-      parts[i] = {frames[i].data(), frames[i].size()};
-      messages[i].msg_hdr.msg_iov = &parts[i];
-      messages[i].msg_hdr.msg_iovlen = 1;
+      parts_[i] = {frames_[i].data(), frames_[i].size()};
+      messages_[i].msg_hdr.msg_iov = &parts_[i];
+      messages_[i].msg_hdr.msg_iovlen = 1;
     }
   }
 
-  void send(int sd, uint32_t firstNumber) {
-    for (Frame& frame : frames) {
-      const uint32_t number = htonl(firstNumber++);
+  /// Numbers the frames and sends them.
+  void send(int sd, std::uint32_t firstNumber) {
+    for (Frame& frame : frames_) {
+      const std::uint32_t number = htonl(firstNumber++);
       std::memcpy(&frame[kHeaders + kRtpHeader], &number, sizeof number);
     }
-    for (std::size_t sent = 0; sent < messages.size();) {
-      const int n = sendmmsg(sd, &messages[sent], static_cast<unsigned>(messages.size() - sent), 0);
-      if (n > 0) sent += n;  // a full queue: once more
+    for (std::size_t sent = 0; sent < messages_.size();) {
+      const int n = sendmmsg(sd, &messages_[sent], static_cast<unsigned>(messages_.size() - sent), 0);
+      if (n > 0) sent += n;  // a full queue: tries again
     }
   }
 
  private:
-  std::vector<Frame> frames;
-  std::vector<iovec> parts;
-  std::vector<mmsghdr> messages;
+  std::vector<Frame> frames_;
+  std::vector<iovec> parts_;
+  std::vector<mmsghdr> messages_;
 };
 
-double seconds(const timespec& from) {
+/// Returns the seconds since `from`.
+double secondsSince(const timespec& from) {
   timespec now;
   clock_gettime(CLOCK_MONOTONIC, &now);
   return static_cast<double>(now.tv_sec - from.tv_sec) + static_cast<double>(now.tv_nsec - from.tv_nsec) / 1e9;
@@ -120,11 +123,11 @@ int main(int argc, char** argv) {
   clock_gettime(CLOCK_MONOTONIC, &start);
   timespec due = start;
   for (int i = 0; i < bursts; ++i) {
-    burst.send(sd, static_cast<uint32_t>(i) * perBurst);
+    burst.send(sd, static_cast<std::uint32_t>(i) * perBurst);
     due.tv_nsec += 1'000'000'000 / kBurstsPerSecond;
     due.tv_sec += due.tv_nsec / 1'000'000'000;
     due.tv_nsec %= 1'000'000'000;
     clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &due, nullptr);
   }
-  std::printf("%d %.3f\n", bursts * perBurst, seconds(start));
+  std::printf("%d %.3f\n", bursts * perBurst, secondsSince(start));
 }

@@ -1,23 +1,22 @@
-// Whole frames, one after the other, through the classification. Input: frames, each behind its length in two bytes.
-// A frame of no bytes is a heartbeat. What is sent must be a frame that fits what was captured.
+// Captured frames through classification and forwarding. Input: frames, as Split cuts them; an empty one is a
+// heartbeat. Each forwarded frame must be well-formed and match the captured frame.
 
 #include <log4cxx/logger.h>
-#include <cstdlib>
+
+#include <algorithm>
 #include <memory>
 
 #include "support/Frames.h"
+#include "support/Require.h"
 #include "support/Split.h"
 
 using namespace voip;
 
 namespace {
 
-Bytes captured;  // the frame being processed, as it came
+Bytes captured;  // the current frame, unchanged
 
-void require(bool condition) {
-  if (!condition) std::abort();
-}
-
+/// A recorder that checks each frame against the captured one.
 struct CheckingConnection : BaseConnection {
   bool receiveRequest(SnifferRequest&) override { return false; }
   void closeConnection() override {}
@@ -27,7 +26,7 @@ struct CheckingConnection : BaseConnection {
     const std::size_t payload = static_cast<std::size_t>(length) - 15;
     switch (buffer[2]) {
       case 1:
-      case 2:  // the end of the frame, unchanged, and never a byte from behind it
+      case 2:  // the end of the captured frame, unchanged, and no byte after it
         require(payload > 0 && payload + 42 <= captured.size());
         require(std::equal(captured.end() - static_cast<long>(payload), captured.end(), buffer + 15));
         break;
@@ -46,11 +45,11 @@ struct CheckingConnection : BaseConnection {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   log4cxx::Logger::getRootLogger()->setLevel(log4cxx::Level::getOff());
   SngDissector dissector;
   dissector.setConnections(std::make_unique<CheckingConnection>(), std::make_unique<CheckingConnection>());
-  // Destinations that mutations find: those of the corpus, and what zeroed bytes behind a short frame look like.
+  // Destinations that mutations find: those of the corpus, and that of the zeroed bytes after a truncated frame.
   dissector.addRtp(0x0A000002, 5000);
   dissector.addRtp(0, 0);
   for (Split frames(data, size); frames.more();) {

@@ -1,26 +1,16 @@
-// The recorder's command stream, in arbitrary splits. Input: what comes at once, each piece behind its length in two
-// bytes; a piece of no bytes ends the stream, and another one begins. What is decoded must be the whole commands of
-// each stream, and no more.
-
-#include <cstdlib>
+// The recorder's command stream, split anywhere. Input: the pieces of the stream, as Split cuts them; an empty piece
+// ends the stream and begins another. The decoder must return exactly the whole commands of each stream.
 
 #include "recorder/CommandStream.h"
+#include "support/Require.h"
 #include "support/Split.h"
 
 using namespace voip;
 
-namespace {
-
-void require(bool condition) {
-  if (!condition) std::abort();
-}
-
-}  // namespace
-
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
-  static CommandStream stream;  // as it was left: a restart must do
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  static CommandStream stream;  // in any state: restart() must discard it
   stream.restart();
-  const SnifferRequest untouched(0xFFFF, 0xFFFFFFFF, 0xFFFF);  // a code that no byte holds
+  const SnifferRequest untouched(0xFFFF, 0xFFFFFFFF, 0xFFFF);  // a code that is longer than a byte
   Bytes pending;
   for (Split pieces(data, size); pieces.more();) {
     const Bytes piece = pieces.next();

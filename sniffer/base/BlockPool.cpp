@@ -13,8 +13,8 @@ std::unique_ptr<PageBlock> BlockPool::take(std::size_t size) {
 }
 
 void BlockPool::giveBack(std::unique_ptr<PageBlock> block) {
-  if (spare_.size() >= mostSpare_ || block->capacity() != blockSize_) return;
-  block->cutBack(block->begin());
+  if (spare_.size() >= maxSpare_ || block->capacity() != blockSize_) return;
+  block->truncate(block->begin());
   spare_.push_back(std::move(block));
 }
 

@@ -8,22 +8,24 @@
 
 namespace voip {
 
-/// Blocks of one size. A few that are not in use stay for the next user, so that steady traffic allocates nothing; the
-/// memory of a burst goes back to the system. One thread at a time.
+/// Reusable blocks of memory of one size. The pool keeps a few unused blocks, so that steady traffic allocates nothing,
+/// and returns the memory of a burst to the system. One thread at a time.
 class BlockPool {
  public:
-  /// Keeps at most `mostSpare` unused blocks.
-  BlockPool(std::size_t blockSize, std::size_t mostSpare) : blockSize_(blockSize), mostSpare_(mostSpare) {}
+  /// `blockSize` in bytes. The pool keeps at most `maxSpare` unused blocks.
+  BlockPool(std::size_t blockSize, std::size_t maxSpare) : blockSize_(blockSize), maxSpare_(maxSpare) {}
 
-  /// An empty block with room for `size` bytes, larger than the others if it must be. Throws std::bad_alloc.
+  /// Returns an empty block with space for `size` bytes. A `size` beyond the pool's block size gets a block of exactly
+  /// that size. Throws std::bad_alloc.
   std::unique_ptr<PageBlock> take(std::size_t size);
 
-  /// Takes a block back, whatever is in it.
+  /// Takes back a block and discards its content. Destroys the block when the pool has enough spare ones or the block
+  /// is of another size. Throws std::bad_alloc.
   void giveBack(std::unique_ptr<PageBlock> block);
 
  private:
   const std::size_t blockSize_;
-  const std::size_t mostSpare_;
+  const std::size_t maxSpare_;
   std::vector<std::unique_ptr<PageBlock>> spare_;
 };
 

@@ -4,14 +4,14 @@
 
 namespace voip {
 
-/// Zeroed bytes after each frame in memory: more than any walk over Ethernet with two tags (22), IPv4 (60) and TCP (60)
-/// headers and a start-line test (20) can reach from a frame that ends too early.
+/// Number of zeroed bytes after each captured frame in memory. Reading the headers of a truncated frame stays within
+/// them: Ethernet with two tags (22), IPv4 (60), TCP (60) and the test of a start line (20).
 constexpr std::size_t kFrameSlack = 192;
 
-/// The longest frame to the recorder: its length is a 16-bit field.
+/// Maximum length in bytes of a forwarded frame with its header: the length is a 16-bit field.
 constexpr std::size_t kMaxForwardedFrame = 65535;
 
-/// The header before each frame to the recorder.
+/// Length in bytes of the header of a forwarded frame.
 constexpr std::size_t kForwardedHeader = 15;
 
 }  // namespace voip

@@ -10,23 +10,25 @@ class Logger;
 
 namespace voip {
 
-/// A log4cxx logger by its name. Keeps the headers of log4cxx out of the files that only write log lines. Any thread.
+/// A log4cxx logger. Keeps the headers of log4cxx out of the files that only write log lines. Any thread.
 class Logger {
  public:
+  /// `name` is the logger's name in log4cxx. Loggers of one name share their level and appenders.
   explicit Logger(const char* name);
 
   bool isDebugEnabled() const;
   bool isInfoEnabled() const;
 
-  /// By its name in capitals: "DEBUG", "INFO", "WARN", "ERROR" or "FATAL". Another text changes nothing.
+  /// Sets the level by its name: "DEBUG", "INFO", "WARN", "ERROR" or "FATAL". Any other text changes nothing.
   void setLevel(const std::string& name) const;
 
+  /// Each writes one log line, if its level is enabled.
   void debug(const std::string& line) const;
   void info(const std::string& line) const;
   void warn(const std::string& line) const;
   void error(const std::string& line) const;
 
-  /// Joins its arguments to one line, only when the level is enabled.
+  /// Joins its arguments to one line. Builds the line only when DEBUG is enabled.
   template <typename First, typename... Others>
   void debug(const First& first, const Others&... others) const {
     if (!isDebugEnabled()) return;
@@ -39,7 +41,8 @@ class Logger {
   std::shared_ptr<log4cxx::Logger> logger_;
 };
 
-/// The logger "SnifferClient", which all classes share. Never destroyed: threads log until the process ends.
+/// Returns the logger "SnifferClient", which all classes share. It is never destroyed: threads log until the process
+/// ends.
 const Logger& logger();
 
 }  // namespace voip

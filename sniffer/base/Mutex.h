@@ -13,11 +13,11 @@ class CAPABILITY("mutex") Mutex {
  public:
   enum Kind {
     kPlain,
-    kAdaptive,   ///< spins before it sleeps: for a lock that is held for less time than a thread takes to fall asleep
-    kRecursive,  ///< the thread that holds it may take it again
+    kAdaptive,   ///< spins before it sleeps; for a lock that is held for less time than falling asleep takes
+    kRecursive,  ///< the holding thread may lock it again
   };
 
-  /// `name` is the mutex in the log line about a failed initialisation.
+  /// `name` names the mutex in the log line about a failed initialisation; it is not kept.
   explicit Mutex(const char* name = "", Kind kind = kPlain);
   ~Mutex() { pthread_mutex_destroy(&mutex_); }
   Mutex(const Mutex&) = delete;
@@ -31,7 +31,7 @@ class CAPABILITY("mutex") Mutex {
   pthread_mutex_t mutex_;
 };
 
-/// Holds a mutex for the length of a scope.
+/// Holds a mutex for the duration of a scope.
 class SCOPED_CAPABILITY MutexLock {
  public:
   explicit MutexLock(Mutex& mutex) ACQUIRE(mutex) : mutex_(mutex) { mutex_.lock(); }
@@ -43,24 +43,28 @@ class SCOPED_CAPABILITY MutexLock {
   Mutex& mutex_;
 };
 
-/// A condition variable on the monotonic clock: a step of the time of day neither stretches nor shortens a wait. A wait
-/// may end early; the caller tests its predicate again.
+/// A condition variable on the monotonic clock: a change of the wall clock neither extends nor shortens a wait. A wait
+/// may end early, so the caller tests its predicate again.
 class Condition {
  public:
   using Clock = std::chrono::steady_clock;
 
-  /// `name` is the condition in the log line about a failed initialisation.
+  /// `name` names the condition in the log line about a failed initialisation; it is not kept.
   explicit Condition(const char* name = "");
   ~Condition() { pthread_cond_destroy(&condition_); }
   Condition(const Condition&) = delete;
   Condition& operator=(const Condition&) = delete;
 
+  /// Releases `mutex`, waits for a notification and locks `mutex` again.
   void wait(Mutex& mutex) REQUIRES(mutex) { pthread_cond_wait(&condition_, &mutex.mutex_); }
 
-  /// Returns false when the time has come.
+  /// As wait(), but no longer than until `end`. Returns false when that time has passed.
   bool waitUntil(Mutex& mutex, Clock::time_point end) REQUIRES(mutex);
 
+  /// Wakes one waiting thread. Any thread, with or without the mutex.
   void notifyOne() { pthread_cond_signal(&condition_); }
+
+  /// Wakes all waiting threads. Any thread, with or without the mutex.
   void notifyAll() { pthread_cond_broadcast(&condition_); }
 
  private:

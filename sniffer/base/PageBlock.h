@@ -5,21 +5,23 @@
 
 namespace voip {
 
-/// Memory for many records, filled from the front. It consists of whole pages of the system, which get them back when
-/// the block is destroyed. One thread at a time.
+/// Memory for many records, filled from its beginning. It consists of whole pages, which return to the system when the
+/// block is destroyed. One thread at a time.
 class PageBlock {
  public:
+  /// Alignment of records in bytes.
   static constexpr std::size_t kAlignment = 16;
 
+  /// Returns `size` rounded up to the alignment. Records stay aligned when the size of each is.
   static constexpr std::size_t aligned(std::size_t size) { return (size + kAlignment - 1) & ~(kAlignment - 1); }
 
-  /// Throws std::bad_alloc.
+  /// Allocates `capacity` bytes, which are zeroed. Throws std::bad_alloc.
   explicit PageBlock(std::size_t capacity);
   ~PageBlock();
   PageBlock(const PageBlock&) = delete;
   PageBlock& operator=(const PageBlock&) = delete;
 
-  /// The next `size` bytes, or null when they do not fit.
+  /// Returns the next `size` bytes, which stay the block's, or null when they do not fit.
   std::uint8_t* take(std::size_t size) {
     if (!hasRoom(size)) return nullptr;
     std::uint8_t* start = memory_ + used_;
@@ -27,13 +29,18 @@ class PageBlock {
     return start;
   }
 
+  /// True when take() of `size` bytes succeeds.
   bool hasRoom(std::size_t size) const { return capacity_ - used_ >= size; }
+
+  /// The bytes in use: from begin() up to, not including, end().
   std::uint8_t* begin() const { return memory_; }
   std::uint8_t* end() const { return memory_ + used_; }
+
+  /// Size of the block in bytes.
   std::size_t capacity() const { return capacity_; }
 
-  /// Gives the bytes from `start` on back.
-  void cutBack(const std::uint8_t* start) { used_ = static_cast<std::size_t>(start - memory_); }
+  /// Frees the bytes from `start` to end(). `start` is a result of take(), or begin().
+  void truncate(const std::uint8_t* start) { used_ = static_cast<std::size_t>(start - memory_); }
 
  private:
   std::uint8_t* memory_;

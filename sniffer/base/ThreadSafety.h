@@ -1,6 +1,6 @@
 #pragma once
 
-// Clang's thread-safety annotations (-Wthread-safety). Other compilers ignore them.
+// Clang's thread-safety annotations (-Wthread-safety). They expand to nothing for other compilers.
 
 #if defined(__clang__)
 #define VOIP_THREAD_ANNOTATION(x) __attribute__((x))

@@ -16,41 +16,48 @@
 
 namespace voip {
 
-/// Decides what an item of the network is to the recorder, and fills the header that it is forwarded with. Consumer
-/// only, but for lastClass().
+/// Decides whether the recorder wants an item of the network, and fills the header of its frame. Consumer only, except
+/// lastClass().
 class Classifier {
  public:
+  /// Both arguments must outlive the object.
   Classifier(const RtpDestinations& destinations, Statistics& statistics)
       : destinations_(destinations), h323Parser_(&statistics) {}
 
-  /// Whether SIP requests to URIs other than sip: count as SIP.
+  /// Sets whether SIP requests to URIs other than sip: are SIP, too. To be called before the first item.
   void setSipAnyUri(bool on) { sipAnyUri_ = on; }
+
+  /// True when they are.
   bool takesAnyUri() const { return sipAnyUri_; }
 
+  /// Returns the parser of H.323 signalling, which stays this object's.
   H323Parser& h323Parser() { return h323Parser_; }
 
-  /// The class of a datagram: SIP by its start line, RTP by its destination, else None. kFrameSlack readable bytes
-  /// follow the payload. Fills the header.
+  /// Returns the class of a datagram: SIP by its start line, RTP by its destination, else None. kFrameSlack readable
+  /// bytes must follow the payload. Fills the header.
   FrameProtocol classify(const Datagram& datagram);
 
-  /// Fills the header for an item of a class that is known.
+  /// Fills the header for an item of a known class. `payloadLength` in bytes.
   void setClass(FrameProtocol protocol, const FlowEnds& ends, std::size_t payloadLength);
 
-  /// The description of one H.323 segment or TPKT between `ends`, without its last character. Returns false when there
-  /// is nothing to forward. Fills the header.
+  /// Sets `text` to the description of one H.323 segment or TPKT between `ends`, without its last character. `octets`
+  /// are only read. Returns false when there is nothing to forward. Fills the header.
   bool describe(const FlowEnds& ends, std::span<std::uint8_t> octets, std::string& text);
 
-  /// True for a SIP start line (RFC 3261) at `payload`, of which 20 bytes are readable; the item is SIP from then on.
-  bool isSip(const u_char* payload);
+  /// Returns true when a SIP start line (RFC 3261) is at `payload`, and makes SIP the last class. 20 bytes must be
+  /// readable.
+  bool isSip(const std::uint8_t* payload);
 
-  /// True when the destination in the header is listed; the item is RTP from then on.
+  /// Returns true when the destination in the header is on the list, and makes RTP the last class.
   bool isRtpFilter();
 
-  /// The header of the item that was classified last.
+  /// Returns the header of the item that was classified last, which stays this object's.
   FrameHeader& header() { return header_; }
+
+  /// Returns the addresses and ports in that header, in host order.
   FlowEnds ends() const { return {header_.srcIp, header_.dstIp, header_.srcPort, header_.dstPort}; }
 
-  /// The class of the item forwarded last; heartbeat replies take its way. Any thread.
+  /// Returns the class of the last item that had one. Heartbeat replies use the connection of this class. Any thread.
   FrameProtocol lastClass() const { return lastClass_; }
 
  private:
@@ -65,7 +72,7 @@ class Classifier {
   std::atomic<FrameProtocol> lastClass_ = FrameProtocol::None;
 };
 
-// ---- inline: each datagram goes through these ----
+// ---- inline, since each datagram needs them ----
 
 inline void Classifier::setEnds(const FlowEnds& ends) {
   header_.dstIp = ends.destination;
@@ -81,7 +88,7 @@ inline FrameProtocol Classifier::classify(const Datagram& datagram) {
   return header_.protocol = isWanted ? lastClass_.load(std::memory_order_relaxed) : FrameProtocol::None;
 }
 
-inline bool Classifier::isSip(const u_char* payload) {
+inline bool Classifier::isSip(const std::uint8_t* payload) {
   if (!sipHelper_.isRequest(payload) && !sipHelper_.isResponse(payload)) return false;
   lastClass_ = FrameProtocol::Sip;
   return true;

@@ -5,13 +5,13 @@
 namespace voip {
 
 void CommandReader::carryOutWaiting(BaseConnection& connection) {
-  // No wire and no host can give this code: a request that still has it was not decoded.
+  // No decoded command has this code: the code of a command is one byte.
   constexpr u_short kNotDecoded = 0xFFFF;
-  // A connection may return true without a new command, as long as a command sent in pieces is incomplete: then the one
-  // before runs again. The limit bounds that, and how long a recorder that never pauses can delay the end.
-  constexpr int kMostRepeats = 4096;
+  // While the rest of a command is missing, a connection may return true without a new command: then the previous one
+  // is carried out again. The limit bounds this, and the delay of the end by a recorder that sends without a pause.
+  constexpr int kMaxRepeats = 4096;
   SnifferRequest request;
-  for (int repeats = 0; repeats < kMostRepeats;) {
+  for (int repeats = 0; repeats < kMaxRepeats;) {
     const u_short before = request.request;
     request.request = kNotDecoded;
     if (!connection.receiveRequest(request)) return;
@@ -26,13 +26,13 @@ void CommandReader::start(void* (*entry)(void*)) {
   pthread_attr_t attributes;
   pthread_attr_init(&attributes);
   pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_JOINABLE);
-  const int rc = pthread_create(&thread_, &attributes, entry, threadId_.data());
+  const int rc = pthread_create(&thread_, &attributes, entry, threadName_.data());
   pthread_attr_destroy(&attributes);
   isStarted_ = rc == 0;
   if (rc != 0) {
     logger().error("Error - startCmdReaderThread return code from pthread_create() is " + std::to_string(rc));
   }
-  logger().info("Command reader thread created " + threadId_);
+  logger().info("Command reader thread created " + threadName_);
 }
 
 void CommandReader::run(BaseConnection& connection) {

@@ -2,16 +2,17 @@
 
 namespace voip {
 
-/// What the dissector has to know of the engine that drives it. The engine is above it, so it is seen through this.
+/// The engine that drives the dissector, as far as the dissector uses it. The engine is in a higher room, so it
+/// implements this interface.
 class Engine {
  public:
-  /// The transport to the recorder as the settings have it, "TCP" or "UDP".
+  /// Returns the transport to the recorder as configured: "TCP" or "UDP". The text stays the engine's.
   virtual const char* getServerProtocol() const = 0;
 
   /// True when the recorder is the process that hosts the sniffer.
   virtual bool getEmbedded() const = 0;
 
-  /// True from the stop of the engine on, until the next start. Any thread.
+  /// True after a stop of the engine, until its next start. Any thread.
   virtual bool hasEnded() const = 0;
 
  protected:

@@ -17,7 +17,7 @@ NetworkOptions optionsOf(const Settings& settings) {
   return {settings.decapsulate, settings.dropDuplicates, settings.reassembleFragments, settings.reassembleTcp};
 }
 
-/// In the order of NetworkCount.
+/// The counters in the order of NetworkCount.
 constexpr Statistics::Counter Statistics::*kCounters[] = {
     &Statistics::otherDropped,         &Statistics::tcpDropped,
     &Statistics::duplicatesDropped,    &Statistics::duplicatesForgotten,
@@ -32,7 +32,7 @@ constexpr Statistics::Counter Statistics::*kCounters[] = {
 static_assert(std::size(kCounters) == static_cast<std::size_t>(NetworkCount::kStreamsDisplaced) + 1);
 
 void logRefusal(const char* heading, const sniff_ip& ip) {
-  // The 16-bit fields are printed as the host reads them from the frame: a raw view.
+  // The 16-bit fields are printed in the byte order of the host, without conversion.
   char dump[160];
   std::snprintf(dump, sizeof dump, "%svhl=%02x tos=%02x len=%04x id=%04x off=%04x ttl=%02x p=%02x sum=%04x", heading,
                 ip.ip_vhl, ip.ip_tos, ip.ip_len, ip.ip_id, ip.ip_off, ip.ip_ttl, ip.ip_p, ip.ip_sum);
@@ -84,7 +84,7 @@ void PacketRouter::takeDatagram(const Datagram& datagram) {
     return;
   }
   forward({datagram.payload.data() - kForwardedHeader, datagram.payload.size() + kForwardedHeader});
-  if (!datagram.isCaptured) forwarder_.flush();  // its bytes do not stay
+  if (!datagram.isCaptured) forwarder_.flush();  // its bytes are valid during this call only
 }
 
 void PacketRouter::drop(const Datagram& datagram) {
@@ -107,14 +107,14 @@ void PacketRouter::takeSegment(const Segment& segment) {
 }
 
 void PacketRouter::takeTpkt(const FlowEnds& ends, std::span<const std::uint8_t> tpkt) {
-  forwardDescription(ends, {const_cast<u_char*>(tpkt.data()), tpkt.size()});  // it is only read
+  forwardDescription(ends, {const_cast<u_char*>(tpkt.data()), tpkt.size()});  // which is only read
 }
 
 void PacketRouter::takeSipMessage(const FlowEnds& ends, std::span<const std::uint8_t> message) {
   made_.assign(kForwardedHeader, 0);
   made_.insert(made_.end(), message.begin(), message.end());
   made_.resize(made_.size() + kFrameSlack);
-  // The stream's framing has read the whole start line. Whether any URI will do is the setting's choice.
+  // The framing of the stream has checked the whole start line, for any URI. Only the setting allows any URI.
   if (!classifier_.takesAnyUri() && !classifier_.isSip(made_.data() + kForwardedHeader)) {
     statistics_.tcpDropped.add();
     return;
@@ -138,7 +138,7 @@ void PacketRouter::forwardDescription(const FlowEnds& ends, std::span<u_char> oc
 
 void PacketRouter::forwardMade() {
   forward(made_);
-  forwarder_.flush();  // the next one takes its place
+  forwarder_.flush();  // before the next frame overwrites this one
 }
 
 // ---- to the recorder ----
@@ -158,7 +158,7 @@ void PacketRouter::forward(std::span<u_char> frame) {
   }
 }
 
-/// Media whose destination was asked for a moment ago waits for the media that was kept before.
+/// Returns true for media of a destination whose older, kept media has not been sent yet.
 bool PacketRouter::hasToWait() {
   if (recalls_.arePending()) catchUp_.takeRequests();
   if (!catchUp_.isActive()) return false;

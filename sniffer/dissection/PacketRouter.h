@@ -22,33 +22,37 @@
 
 namespace voip {
 
-/// The road of a captured frame: through the network stack and the classifier to the forwarder, to the look-back, or
-/// nowhere. Frames to the recorder wait in the forwarder until its flush(). Consumer only.
+/// The path of a captured frame: from the network stack through the classifier to the forwarder or the look-back, or
+/// its end, which is counted. Frames for the recorder wait in the forwarder until its flush(). Consumer only.
 class PacketRouter final : private NetworkSink {
  public:
+  /// All arguments must outlive the object.
   PacketRouter(const RtpDestinations& destinations, const Recalls& recalls, CatchUp& catchUp, RecorderLinks& links,
                FrameForwarder& forwarder, Statistics& statistics);
 
-  /// `lookBack` may be null.
+  /// Applies the settings and discards the state of the network stack. `lookBack` stays the caller's and may be null.
   void configure(const Settings& settings, LookBack* lookBack);
 
+  /// Returns the classifier, which stays this object's.
   Classifier& classifier() { return classifier_; }
 
-  /// Takes one captured frame of a link type (libpcap's DLT_ value). The frame is written to; kFrameSlack zeroed bytes
-  /// follow it.
+  /// Takes one captured frame of `header.len` bytes with a link layer of `linkType` (libpcap's DLT_ value). Writes to
+  /// the frame. kFrameSlack zeroed bytes must follow it. It must stay valid until the forwarder's flush().
   void takeFrame(const pcap_pkthdr& header, u_char* frame, int linkType, const CaptureStamp& stamp);
 
-  /// Takes an Ethernet frame the plain way, whatever the settings are.
+  /// Takes an Ethernet frame the plain way, whatever the settings are. Otherwise as takeFrame().
   void takePlainFrame(std::span<u_char> frame) { network_->takePlainFrame(frame); }
 
-  // Steps of the plain way, for a header at `offset` of a packet with the addresses of the item classified last.
+  // Single steps of the plain way. `offset` is the index of the UDP or TCP header in `frame`. The addresses are those
+  // of the item that was classified last.
   void takePlainUdp(std::span<u_char> frame, std::size_t offset);
   void takePlainTcp(std::span<u_char> frame, std::size_t offset);
 
-  /// Writes the header of the item classified last over the first bytes of `frame` and hands the frame on.
+  /// Writes the header of the item that was classified last over the first 15 bytes of `frame` and passes the frame to
+  /// the forwarder or the look-back.
   void forward(std::span<u_char> frame);
 
-  /// Forwards the description of a segment or TPKT, if there is one.
+  /// Forwards the description of a segment or TPKT, if it has one, and counts it as dropped if not.
   void forwardDescription(const FlowEnds& ends, std::span<u_char> octets);
 
  private:
@@ -75,9 +79,9 @@ class PacketRouter final : private NetworkSink {
   Classifier classifier_;
   bool followsStreams_ = false;
   std::unique_ptr<NetworkStack> network_;
-  CaptureStamp stamp_;        ///< of the frame in work
-  std::string description_;   ///< reused
-  std::vector<u_char> made_;  ///< the frame that is no part of a captured one, reused
+  CaptureStamp stamp_;        ///< of the current frame
+  std::string description_;   ///< the current H.323 description; reused
+  std::vector<u_char> made_;  ///< a frame that is no part of a captured frame; reused
 };
 
 }  // namespace voip

@@ -11,9 +11,9 @@ using namespace voip;
 
 namespace {
 
-// The end is signalled without the lock, and kept frames grow old: the consumer's wait looks again.
-constexpr std::chrono::milliseconds kLookAgain(100);
-constexpr std::chrono::milliseconds kLookSoon(2);  // while kept media waits for room in the connection
+// The consumer's wait for packets is limited: kept frames expire, and missed signalling is tried again.
+constexpr std::chrono::milliseconds kIdleWait(100);
+constexpr std::chrono::milliseconds kRoomWait(2);  // while kept media waits for space in the connection
 constexpr std::chrono::milliseconds kNoWait(0);
 
 std::string hexAndDecimal(const char* heading, u_int rtpIp, u_short rtpPort) {
@@ -89,8 +89,8 @@ void SngDissector::carryOut(const SnifferRequest& request) {
 }
 
 void SngDissector::replyHeartbeat() {
-  // A frame of its own: the classifier's header belongs to the consumer, which may be in the middle of a packet.
-  u_char frame[FrameHeader::kLength];
+  // The reply has a frame of its own: the consumer may be using the classifier's header.
+  std::uint8_t frame[FrameHeader::kLength];
   our_header{FrameHeader::kLength, FrameProtocol::Heartbeat}.write(frame);
   sendPayload(frame, FrameHeader::kLength);
   logger().debug("Heartbeat sent");
@@ -125,23 +125,23 @@ void SngDissector::consumePacket() {
   try {
     processBatch();
   } catch (...) {
-    forwarder_.dropGroup();  // its bytes are those of the batch
+    forwarder_.dropGroup();  // its bytes belong to the batch
     throw;
   }
   if (engineHasEnded()) packetQueue_.clearFromConsumer();
 }
 
-/// Does what has no packet for a cause, and waits for packets. Returns false when there are none.
+/// Does the work that no packet causes, then waits for packets. Returns false when there are none.
 bool SngDissector::takeBatch() {
   catchUp_.takeRequests();
   sendMissedSignalling();
   const bool hasMore = catchUp_.step();
-  const auto patience = hasMore ? kNoWait : catchUp_.isActive() ? kLookSoon : kLookAgain;
-  const bool isAny = packetQueue_.takeBatch(patience);
+  const auto longest = hasMore ? kNoWait : catchUp_.isActive() ? kRoomWait : kIdleWait;
+  const bool hasPackets = packetQueue_.takeBatch(longest);
   if (BaseConnection* media = links_.getMedia()) media->watchHost();
-  if (lookBack_ == nullptr || isAny) return isAny;
+  if (lookBack_ == nullptr || hasPackets) return hasPackets;
   lookBack_->media.expire();
-  if (isEmbedded()) answerHost();  // a line may be silent when the host asks for kept media
+  if (isEmbedded()) checkHostCommands();  // the host may ask for kept media while no packet arrives
   return false;
 }
 
@@ -151,14 +151,14 @@ void SngDissector::processBatch() {
     QueuedPacket* packet = packetQueue_.next();
     if (packet == nullptr) break;
     router_.takeFrame(packet->header, packet->bytes(), packet->linkType, packet->stamp);
-    if (hasHost) answerHost();
+    if (hasHost) checkHostCommands();
   }
   forwarder_.flush();
 }
 
-void SngDissector::answerHost() {
+void SngDissector::checkHostCommands() {
   if (!links_.getMedia()->mayHaveRequest()) return;
-  // A reply follows the frames of the packets before it.
+  // A reply is sent after the frames of the packets before it.
   forwarder_.flush();
   checkCommand();
 }
@@ -187,9 +187,9 @@ Statistics SngDissector::getStatistics() {
   return now;
 }
 
-// ---- steps of the road ----
+// ---- single steps of the path of a frame ----
 
-void SngDissector::processFrame(const pcap_pkthdr& header, u_char* frame, int linkType) {
+void SngDissector::processFrame(const pcap_pkthdr& header, std::uint8_t* frame, int linkType) {
   router_.takeFrame(header, frame, linkType, {});
   forwarder_.flush();
 }
@@ -227,7 +227,7 @@ void SngDissector::sendPayload(u_char* payload, int len) {
     statistics_.notSent.add();
     logger().warn("PAYLOAD NOT SENT");
   } else if (protocol == FrameProtocol::Heartbeat) {
-    // Not a captured frame: not counted, and not kept.
+    // A reply is no captured frame: it is neither counted nor kept.
     forwarder_.sendReply(*connection, connection == links_.getMedia(), frame);
   } else {
     forwarder_.add(*connection, {{}, frame});

@@ -4,6 +4,8 @@
 #include <pthread.h>
 
 #include <atomic>
+#include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <string>
 
@@ -24,10 +26,11 @@
 #include "settings/Settings.h"
 #include "statistics/Statistics.h"
 
-/// Conducts the way of each captured frame from the queue to the recorder, and carries out the recorder's commands.
+/// Takes captured frames from the queue, forwards them to the recorder, and carries out the recorder's commands.
 ///
-/// Capture threads call producePacket(). One consumer thread calls consumePacket() and does everything from there to
-/// the send. Stand-alone, a command-reader thread calls checkCommand(); embedded, the consumer does after each packet.
+/// Capture threads call producePacket(). One consumer thread calls consumePacket(), which does everything up to the
+/// send. The stand-alone program carries out commands on a command-reader thread; embedded, the consumer calls
+/// checkCommand() after each packet.
 class SngDissector {
  public:
   using sniff_ethernet = voip::sniff_ethernet;
@@ -35,27 +38,34 @@ class SngDissector {
   using sniff_tcp = voip::sniff_tcp;
   using sniff_udp = voip::sniff_udp;
 
-  /// The header of the packet being forwarded, in host order until buildPayload() writes it.
+  /// The header of a forwarded frame, in host order until it is written to the frame.
   using our_header = voip::FrameHeader;
 
-  /// The longest frame that is taken from a capture thread: the capture engine's snap length.
+  /// Maximum length in bytes of a captured frame: the capture engine's snap length.
   static constexpr u_int kMaxPacket = 8192;
   static constexpr u_int kMaxPacketOfStreams = 65535;  ///< the same while TCP streams are followed
 
-  /// Destroys the dissector that is alive, if any, and takes its place.
+  /// Destroys the live dissector, if there is one, and takes its place.
   SngDissector();
   SngDissector(const SngDissector&) = delete;
   SngDissector& operator=(const SngDissector&) = delete;
 
-  /// Ends the command reader if it still runs, closes the connections and drops what is queued.
+  /// Stops the command reader, closes the connections and drops all queued packets. No other thread may use the
+  /// dissector at that time.
   virtual ~SngDissector();
 
-  /// The live dissector, or null. Any thread.
+  /// Returns the live dissector, which stays its owner's, or null. Any thread.
   static SngDissector* dft() { return dissector_; }
 
-  // ---- set-up, by one thread before any other knows the dissector; host names are not copied ----
+  // ---- set-up, by one thread before any other uses the dissector ----
+  //
+  // Host names are IPv4 addresses in dotted-decimal form, which are not copied and must outlive the connections. Ports
+  // are in host order.
 
+  /// Sets the engine that drives the dissector; null for none. It must outlive the dissector's use of it.
   void setSniffer(voip::Engine* engine) { sniffer_ = engine; }
+
+  /// Applies the settings. Drops frames that the look-back has kept.
   void setSettings(const voip::Settings& settings);
   void setServerNameMedia(const char* name) { recorder_.nameMedia = name; }
   const char* getServerNameMedia() const { return recorder_.nameMedia; }
@@ -65,107 +75,126 @@ class SngDissector {
   const char* getServerNameSig() const { return recorder_.nameSig; }
   void setServerPortSig(int port) { recorder_.portSig = port; }
   int getServerPortSig() const { return recorder_.portSig; }
+
+  /// A setting without effect.
   void setBrokenTcp(bool broken) { brokenTcp_ = broken; }
   bool getBrokenTcp() const { return brokenTcp_; }
+
+  /// Sets whether each H.323 message is logged at INFO.
   void setTraceSignalling(bool trace) { router_.classifier().h323Parser().setTraceSignalling(trace); }
 
-  /// Makes the connections to the recorder: the host's queues when `embedded`, else by the engine's transport.
+  /// Makes the connections to the recorder: to the host when `embedded`, else over the engine's transport. The engine
+  /// and the recorder's addresses must be set.
   void makeConnection(bool embedded);
 
-  /// Takes over connections made elsewhere; `signalling` may be null. For tests and measurements.
+  /// Takes ownership of connections made elsewhere; `signalling` may be null. For tests and benchmarks.
   void setConnections(std::unique_ptr<BaseConnection> media, std::unique_ptr<BaseConnection> signalling) {
     links_.take(std::move(media), std::move(signalling));
   }
 
-  /// Closes both connections and keeps the objects.
+  /// Closes the connections but keeps the objects.
   void closeConnection() { links_.close(); }
 
   // ---- commands ----
 
+  /// Starts the command-reader thread. The connections must have been made.
   void startCmdReaderThread() { commands_.start(startCmdReaderLoop); }
 
-  /// The thread to join, or null when none was started.
+  /// Returns the thread to join, which stays the dissector's, or null when none was started.
   pthread_t* getCmdReaderThread() { return commands_.getThread(); }
 
-  /// The thread has been joined.
+  /// Notes that the caller has joined the thread.
   void cmdReaderJoined() { commands_.joined(); }
 
-  /// The thread's entry: serves the dissector that is alive.
+  /// The entry of the command-reader thread: carries out commands for the live dissector. `arg` is not used.
   static void* startCmdReaderLoop(void* arg);
 
-  /// Carries out the commands that are readable now: 1 adds an RTP destination, 2 removes it, 3 is answered by a
-  /// heartbeat frame, any other is ignored.
+  /// Carries out the commands that are readable now: 1 adds an RTP destination, 2 removes it, 3 sends a heartbeat
+  /// reply; any other is ignored. One thread at a time.
   void checkCommand() { commands_.carryOutWaiting(*links_.getMedia()); }
 
+  /// Sends a heartbeat reply and logs it at DEBUG. Command thread.
   void replyHeartbeat();
 
+  /// True after signalEnd(). Any thread.
   bool getTerminate() const { return commands_.hasEnded(); }
 
   // ---- the queue ----
 
-  /// Queues a copy of a packet. Capture threads. Throws std::bad_alloc.
+  /// Queues a copy of a packet, which stays the caller's. Any thread. Throws std::bad_alloc.
   void producePacket(SniffedPacket& packet);
 
-  /// Processes the packets that wait, waiting for one if need be. When the engine has ended it drops all queued packets
-  /// instead. Consumer thread.
+  /// Waits until packets are queued and processes them. Drops all queued packets instead after the end of the engine.
+  /// Consumer thread.
   void consumePacket();
 
   /// Drops all queued packets. Any thread.
   void clearQueue() { packetQueue_.clear(); }
 
-  /// Ends the command reader and wakes the consumer; the engine's end flag is set before.
+  /// Ends the command reader and all waits of the dissector, and logs the H.323 calls. The engine has set its end flag
+  /// before. Any thread.
   void signalEnd();
 
-  /// Packets that wait for the consumer. Any thread.
+  /// Returns the number of packets that wait for the consumer. Any thread.
   std::size_t getQueueLength() { return packetQueue_.size(); }
 
   /// True when nothing is queued and nothing is being processed. Any thread.
   bool isIdle() { return packetQueue_.isIdle(); }
 
-  /// The figures as they are now. Any thread.
+  /// Returns a copy of the present statistics. Any thread.
   voip::Statistics getStatistics();
+
+  /// Returns the present statistics as the text of the log line. Any thread.
   std::string reportStatistics() { return getStatistics().report(settings_); }
 
-  // ---- steps of the road by themselves; consumer thread ----
+  // ---- single steps of the path of a frame; consumer thread ----
 
-  /// Takes a frame of a link type (libpcap's DLT_ value) to the recorder or to nowhere, as the settings ask for.
-  /// `header.len` bytes are written to; kFrameSlack zeroed bytes follow them.
-  void processFrame(const pcap_pkthdr& header, u_char* frame, int linkType);
+  /// Processes a frame of `header.len` bytes with a link layer of `linkType` (libpcap's DLT_ value) according to the
+  /// settings, and forwards what the recorder wants. Writes to the frame. kFrameSlack zeroed bytes must follow it.
+  void processFrame(const pcap_pkthdr& header, std::uint8_t* frame, int linkType);
 
-  /// Classifies one Ethernet frame and forwards it if it is wanted. `*packet` is the Ethernet header of a frame of
-  /// `header->len` bytes with kFrameSlack readable bytes after them.
+  /// Classifies an Ethernet frame of `header->len` bytes at `*packet` and forwards it if the recorder wants it. Writes
+  /// to the frame. kFrameSlack readable bytes must follow it. `args` is not used.
   void processPacket(u_char* args, const pcap_pkthdr* header, u_char** packet);
 
-  /// `size_header` is where the UDP header starts. The addresses are those of the packet processed last.
+  /// Processes a frame of `header->len` bytes whose UDP header begins at index `size_header`. The addresses are those
+  /// of the last packet. Writes to the frame.
   void processUdp(const u_char* packet, const pcap_pkthdr* header, int size_header);
 
-  /// The same for a TCP header.
+  /// As processUdp(), for a TCP header.
   void processTcp(u_char* packet, const pcap_pkthdr* header, int size_header);
 
-  /// True for a SIP start line (RFC 3261) at `payload`; the packet is SIP from then on.
+  /// Returns true when a SIP start line (RFC 3261) is at `payload`, and makes SIP the class of the packet. 20 bytes
+  /// must be readable.
   bool isSip(const u_char* payload) { return router_.classifier().isSip(payload); }
 
-  /// True when the packet's destination is listed; the packet is RTP from then on.
+  /// Returns true when the destination of the packet is on the list, and makes RTP the class of the packet.
   bool isRtpFilter() { return router_.classifier().isRtpFilter(); }
 
-  /// Writes the frame header before a payload and sends the frame. `payload` points FrameHeader::kLength bytes before
-  /// the transport payload, into the protocol headers, which are overwritten; `payloadLen` counts from there. Of a TCP
-  /// segment the text that describes it is sent instead, if there is one.
+  /// Writes the frame header before a payload and sends the frame. `payload` is FrameHeader::kLength bytes before the
+  /// transport payload, in the protocol headers, which are overwritten; `payloadLen` is the number of bytes from there.
+  /// For a TCP segment (not `isUdp`), sends its H.323 description instead, if it has one. `packet` is not used.
   void buildPayload(u_char* payload, int payloadLen, bool isUdp, u_char** packet);
 
-  /// Sends a frame on the connection of its class.
+  /// Sends a frame of `len` bytes, header first, on the connection of the last class. It stays the caller's. Heartbeat
+  /// replies: command thread.
   void sendPayload(u_char* payload, int len);
 
-  /// Logs the 15 header bytes of a frame at DEBUG. For diagnosis.
+  /// Logs the header of a frame, 15 bytes at `ptr`, at DEBUG. For diagnosis.
   void printFormatHeader(const u_char* ptr);
 
   // ---- the list of RTP destinations; addresses and ports in host order; any thread ----
 
-  /// Appends an entry, whether or not there is an equal one.
+  /// Adds an entry, whether or not there is an equal one, and recalls kept media of the destination. Throws
+  /// std::bad_alloc.
   void addRtp(u_int rtpIp, u_short rtpPort);
-  /// Removes every equal entry.
+
+  /// Removes all equal entries.
   void removeRtp(u_int rtpIp, u_short rtpPort);
+
+  /// True when the list has an equal entry. Takes no lock.
   bool isInRtpList(u_int rtpIp, u_short rtpPort) const { return rtpList_.contains({rtpIp, rtpPort}); }
+
   /// Empties the list without waiting for threads that use it.
   void removeAllRtp() { rtpList_.clear(); }
 
@@ -175,7 +204,7 @@ class SngDissector {
   bool isEmbedded() const { return sniffer_ != nullptr && sniffer_->getEmbedded(); }
   bool takeBatch();
   void processBatch();
-  void answerHost();
+  void checkHostCommands();
   void sendMissedSignalling();
 
   voip::Engine* sniffer_ = nullptr;
@@ -187,7 +216,7 @@ class SngDissector {
   voip::RtpDestinations rtpList_;
   voip::PacketQueue packetQueue_{statistics_};
   voip::Recalls recalls_;
-  std::unique_ptr<voip::LookBack> lookBack_;  ///< null when nothing is kept
+  std::unique_ptr<voip::LookBack> lookBack_;  ///< null without the setting
   voip::RecorderLinks links_;
   voip::FrameForwarder forwarder_{rtpList_, packetQueue_, statistics_};
   voip::CatchUp catchUp_{recalls_, rtpList_, links_, forwarder_};

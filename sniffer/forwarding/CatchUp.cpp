@@ -6,9 +6,9 @@ namespace voip {
 
 namespace {
 
-constexpr std::size_t kMostTogether = 64;  // frames
+constexpr std::size_t kMaxTogether = 64;  // frames
 
-/// As many of the frames as fit the room, but one at least if there is any room.
+/// Returns the first frames, as many as fit into `room` bytes, but at least one.
 std::span<const KeptFrame> fitting(std::span<const KeptFrame> frames, std::size_t room) {
   std::size_t count = 0;
   for (; count < frames.size() && frames[count].frame.size() <= room; ++count) room -= frames[count].frame.size();
@@ -26,7 +26,7 @@ void CatchUp::takeRequests() {
 bool CatchUp::step() {
   if (!isActive()) return false;
   const RtpAddr destination = waiting_.front();
-  if (!destinations_.contains(destination)) {  // no longer wanted: for instance since the recorder was lost
+  if (!destinations_.contains(destination)) {  // removed by a command, or because the recorder was lost
     finishFirst();
     return isActive();
   }
@@ -38,10 +38,10 @@ bool CatchUp::step() {
   BaseConnection& connection = *links_.getMedia();
   const std::size_t room = connection.getRoom();
   if (room == 0) return false;
-  forwarder_.flush();  // may keep frames
-  const auto frames = fitting(lookBack_->media.peekRecalled(kMostTogether), room);
+  forwarder_.flush();  // first, since it may keep frames
+  const auto frames = fitting(lookBack_->media.peekRecalled(kMaxTogether), room);
   lookBack_->media.popRecalled(forwarder_.sendKept(connection, frames));
-  // Further frames may have been kept meanwhile: the next step begins with these.
+  // Frames that were kept meanwhile need a recall of their own, which the next step begins.
   if (frames.empty()) isRecalling_ = false;
   return true;
 }

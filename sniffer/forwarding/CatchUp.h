@@ -12,26 +12,28 @@
 
 namespace voip {
 
-/// Brings kept media to a recorder that asked for it late: in small steps, as much at a time as the connection takes
-/// without delay to other frames. Until a destination has caught up, its new media is kept, too, so that all of it
-/// leaves in order. Consumer only.
+/// Sends kept media of the destinations that the recorder asks for, in small steps: each step sends as much as the
+/// connection takes without delaying other frames. New media of such a destination is kept until the older media has
+/// been sent, so that all of it is sent in order. Consumer only.
 class CatchUp {
  public:
+  /// All arguments must outlive the object.
   CatchUp(Recalls& recalls, const RtpDestinations& destinations, RecorderLinks& links, FrameForwarder& forwarder)
       : recalls_(recalls), destinations_(destinations), links_(links), forwarder_(forwarder) {}
 
-  /// `lookBack` may be null; then there is nothing to catch up with.
+  /// Sets the look-back, which stays the caller's; null when no media is kept. To be called before the first packet.
   void configure(LookBack* lookBack) { lookBack_ = lookBack; }
 
+  /// True while a destination has kept media to send.
   bool isActive() const { return !waiting_.empty(); }
 
-  /// Takes in the destinations that were asked for.
+  /// Takes the destinations that the recorder has asked for since the last call.
   void takeRequests();
 
-  /// True when media to the destination has to be kept for now.
+  /// True when new media of the destination has to be kept.
   bool holds(RtpAddr destination) const { return isActive() && held_.contains(destination.key()); }
 
-  /// Sends the next kept frames. Returns true when there are more and the connection takes more now.
+  /// Sends the next kept frames. Returns true when more may wait and the connection takes data now.
   bool step();
 
  private:
@@ -43,8 +45,8 @@ class CatchUp {
   FrameForwarder& forwarder_;
   LookBack* lookBack_ = nullptr;
 
-  std::deque<RtpAddr> waiting_;  ///< the first one's media is being recalled
-  std::unordered_set<std::uint64_t> held_;
+  std::deque<RtpAddr> waiting_;             ///< in the order of the requests; the first is being recalled
+  std::unordered_set<std::uint64_t> held_;  ///< keys of `waiting_`
   bool isRecalling_ = false;
 };
 

@@ -11,9 +11,10 @@ namespace voip {
 
 namespace {
 
-constexpr std::size_t kMostTogether = 128;
+constexpr std::size_t kMaxGroup = 128;  // frames
 
-void writeTimeFrame(u_char* to, const KeptFrame& announced) {
+/// Writes the frame with the capture time of `announced`: its header and 8 bytes in network byte order.
+void writeTimeFrame(std::uint8_t* to, const KeptFrame& announced) {
   FrameHeader header = FrameHeader::of(announced.frame.data());
   header.len = FrameForwarder::kTimeFrameLength;
   header.protocol = FrameProtocol::CaptureTime;
@@ -32,9 +33,9 @@ void FrameForwarder::configure(bool announceCaptureTime, LookBack* lookBack) {
 // ---- the group ----
 
 void FrameForwarder::add(BaseConnection& connection, const KeptFrame& frame) {
-  if (connection_ != &connection || group_.size() == kMostTogether) flush();
+  if (connection_ != &connection || group_.size() == kMaxGroup) flush();
   const Entry entry{frame, FrameHeader::protocolOf(frame.frame.data()), Origin::kCaptured};
-  // What the recorder missed comes first.
+  // Signalling that the recorder missed is sent first.
   if (lookBack_ != nullptr && entry.isSignalling() && !lookBack_->signalling.empty()) {
     lookBack_->keepSignalling(frame);
     return;
@@ -46,41 +47,45 @@ void FrameForwarder::add(BaseConnection& connection, const KeptFrame& frame) {
 LinkEvent FrameForwarder::flush() {
   SendResult result;
   for (std::size_t done = 0; done < group_.size();) {
-    prepare(done);
+    beginOutgoing(group_.size());
+    for (std::size_t i = done; i < group_.size(); ++i) appendOutgoing(group_[i].frame, i);
     result = connection_->sendPackets(outgoing_);
     if (result.link != LinkEvent::kNone) destinations_.clear();
-    done = settle(done, result);
-    if (result.link == LinkEvent::kUnreachable) loseRecorder(done);
-    judgeAnew(done, result.link);
+    done = countDealtWith(done, result);
+    if (result.link == LinkEvent::kUnreachable && lookBack_ == nullptr) dropRest(done);
+    recheckRest(done, result.link);
     if (result.link == LinkEvent::kUnreachable) connection_->pause();
   }
   group_.clear();
   return result.link;
 }
 
-void FrameForwarder::prepare(std::size_t from) {
+/// Begins a new send, of at most so many frames.
+void FrameForwarder::beginOutgoing(std::size_t frames) {
   outgoing_.clear();
-  if (announceCaptureTime_) timeFrames_.resize(group_.size());
-  const std::int64_t lateSince = announceCaptureTime_ ? CaptureStamp::now() - kLate : 0;
-  for (std::size_t i = from; i < group_.size(); ++i) prepare(group_[i].frame, i, lateSince);
+  if (!announceCaptureTime_) return;
+  timeFrames_.resize(std::max(timeFrames_.size(), frames));
+  lateSince_ = CaptureStamp::now() - kLate;
 }
 
-void FrameForwarder::prepare(const KeptFrame& frame, std::size_t number, std::int64_t lateSince) {
-  if (announceCaptureTime_ && frame.stamp.seen < lateSince) {
+/// Adds a frame to the send, after its capture time if it is late.
+void FrameForwarder::appendOutgoing(const KeptFrame& frame, std::size_t number) {
+  if (announceCaptureTime_ && frame.stamp.seen < lateSince_) {
     writeTimeFrame(timeFrames_[number].data(), frame);
     outgoing_.push_back({timeFrames_[number].data(), kTimeFrameLength});
   }
   outgoing_.push_back({frame.frame.data(), static_cast<int>(frame.frame.size())});
 }
 
-/// Counts the frames that were dealt with, from the group's frame `from` on. Returns the frame after them.
-std::size_t FrameForwarder::settle(std::size_t from, const SendResult& result) {
+/// Counts the frames that were dealt with, from the group's frame `from` on, and keeps what a lost recorder missed.
+/// Returns the index of the next frame.
+std::size_t FrameForwarder::countDealtWith(std::size_t from, const SendResult& result) {
   std::uint64_t sip = 0, h323 = 0, rtp = 0;
   for (std::size_t i = 0; i < result.dealtWith; ++i) {
     const OutgoingFrame& frame = outgoing_[i];
     const bool isSent = frame.sent == frame.length;
     if (isSent && FrameHeader::protocolOf(frame.bytes) == FrameProtocol::CaptureTime) continue;
-    // A frame is lost with its capture time: alone it would be taken for a timely one.
+    // A frame is lost with its capture time: without it, it would look timely.
     const Entry& entry = group_[from++];
     if (!isSent) {
       if (result.link == LinkEvent::kNone || !keep(entry)) statistics_.notSent.add();
@@ -88,21 +93,21 @@ std::size_t FrameForwarder::settle(std::size_t from, const SendResult& result) {
       ++(entry.protocol == FrameProtocol::Sip ? sip : entry.protocol == FrameProtocol::H323 ? h323 : rtp);
     }
   }
-  // Once for all: an atomic addition for each frame would be a tenth of its cost.
+  // One atomic addition per group: one per frame would be a tenth of the frame's cost.
   if (sip != 0) statistics_.sipForwarded.add(sip);
   if (h323 != 0) statistics_.h323Forwarded.add(h323);
   if (rtp != 0) statistics_.rtpForwarded.add(rtp);
   return from;
 }
 
-/// Without a look-back, what waits would be stale when the recorder is back: the rest of the group, too, as if it were
-/// still in the queue.
-void FrameForwarder::loseRecorder(std::size_t from) {
-  if (lookBack_ != nullptr) return;
+/// Drops the queue and the rest of the group, which would be old when the recorder is back. The rest of the group
+/// counts as if it were still in the queue.
+void FrameForwarder::dropRest(std::size_t from) {
   queue_.clearFromConsumer(group_.size() - from);
   group_.resize(from);
 }
 
+/// Returns false when there is no look-back, or the frame is neither signalling nor media.
 bool FrameForwarder::keep(const Entry& entry) {
   if (lookBack_ == nullptr) return false;
   if (entry.isSignalling()) {
@@ -115,8 +120,10 @@ bool FrameForwarder::keep(const Entry& entry) {
   return true;
 }
 
-void FrameForwarder::judgeAnew(std::size_t from, LinkEvent event) {
-  const auto isOver = [&](const Entry& entry) {
+/// Removes frames from the rest of the group that are no longer to be sent: media whose destination was removed, and
+/// signalling that has to wait for the next connection.
+void FrameForwarder::recheckRest(std::size_t from, LinkEvent event) {
+  const auto isNotSent = [&](const Entry& entry) {
     if (entry.isSignalling()) return event != LinkEvent::kNone && keep(entry);
     const auto header = FrameHeader::of(entry.frame.frame.data());
     if (destinations_.contains({header.dstIp, header.dstPort})) return false;
@@ -124,10 +131,10 @@ void FrameForwarder::judgeAnew(std::size_t from, LinkEvent event) {
     return true;
   };
   const auto rest = group_.begin() + static_cast<std::ptrdiff_t>(from);
-  group_.erase(std::remove_if(rest, group_.end(), isOver), group_.end());
+  group_.erase(std::remove_if(rest, group_.end(), isNotSent), group_.end());
 }
 
-// ---- frames by themselves ----
+// ---- kept frames and replies ----
 
 bool FrameForwarder::sendMissed(BaseConnection& connection, const KeptFrame& frame) {
   connection_ = &connection;
@@ -142,10 +149,8 @@ bool FrameForwarder::sendMissed(BaseConnection& connection, const KeptFrame& fra
 
 std::size_t FrameForwarder::sendKept(BaseConnection& connection, std::span<const KeptFrame> frames) {
   if (frames.empty()) return 0;
-  outgoing_.clear();
-  if (announceCaptureTime_) timeFrames_.resize(std::max(timeFrames_.size(), frames.size()));
-  const std::int64_t lateSince = announceCaptureTime_ ? CaptureStamp::now() - kLate : 0;
-  for (std::size_t i = 0; i < frames.size(); ++i) prepare(frames[i], i, lateSince);
+  beginOutgoing(frames.size());
+  for (std::size_t i = 0; i < frames.size(); ++i) appendOutgoing(frames[i], i);
   const SendResult result = connection.sendPackets(outgoing_);
   std::size_t sent = 0;
   for (const OutgoingFrame& frame : std::span(outgoing_).first(result.dealtWith)) {
@@ -163,7 +168,7 @@ void FrameForwarder::dropGroup() {
   group_.clear();
 }
 
-void FrameForwarder::sendReply(BaseConnection& connection, bool takesCommands, std::span<u_char> frame) {
+void FrameForwarder::sendReply(BaseConnection& connection, bool takesCommands, std::span<std::uint8_t> frame) {
   OutgoingFrame reply{frame.data(), static_cast<int>(frame.size())};
   const LinkEvent event = takesCommands ? connection.sendReply(reply) : connection.sendPackets({&reply, 1}).link;
   if (event == LinkEvent::kNone) return;

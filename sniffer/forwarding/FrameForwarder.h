@@ -16,37 +16,43 @@
 
 namespace voip {
 
-/// Brings frames to the recorder: collects frames that wait together, so that they leave with few system calls, and
-/// counts what became of each. When the recorder is lost in the middle of a group, the frames after the failing one are
-/// judged anew, as if they had been sent one by one. Consumer only, but for sendReply().
+/// Sends frames to the recorder. Collects waiting frames in a group, so that few system calls send them, and counts
+/// each as sent, kept or lost. When the recorder is lost within a group, checks the frames after the failing one again,
+/// as if they were sent one by one. Consumer only, except sendReply().
 class FrameForwarder {
  public:
-  /// A frame that leaves later than this after its capture is preceded by a frame with its capture time, if wanted.
+  /// A frame that is sent later than this after its capture is preceded by a frame with its capture time, if
+  /// configured.
   static constexpr std::int64_t kLate = 20'000;  ///< microseconds
+
+  /// Length in bytes of a frame with a capture time.
   static constexpr int kTimeFrameLength = FrameHeader::kLength + 8;
 
-  /// A recorder that is lost takes its destinations and what waits in the queue with it.
+  /// When the recorder is lost, clears `destinations` and, without a look-back, `queue`. All arguments must outlive the
+  /// object.
   FrameForwarder(RtpDestinations& destinations, PacketQueue& queue, Statistics& statistics)
       : destinations_(destinations), queue_(queue), statistics_(statistics) {}
 
-  /// `lookBack` keeps what a lost recorder misses; may be null.
+  /// `announceCaptureTime`: whether frames with capture times are sent. `lookBack` keeps what a lost recorder misses;
+  /// it stays the caller's and may be null. To be called before the first frame.
   void configure(bool announceCaptureTime, LookBack* lookBack);
 
-  /// Puts a frame at the end of the group, which leaves when it is full. The bytes must stay until flush().
+  /// Adds a frame to the group, which is sent when it is full. Keeps signalling instead while older signalling waits
+  /// for the recorder. The bytes stay the caller's and must be valid until flush().
   void add(BaseConnection& connection, const KeptFrame& frame);
 
-  /// Sends the group.
+  /// Sends the group. Returns what happened to the link.
   LinkEvent flush();
 
-  /// Sends media that was kept, the oldest first, after a flush(). Returns how many frames were sent; the others stay
-  /// the caller's.
+  /// Sends kept media, oldest first. To be called after flush(). Returns the number of frames sent; the caller keeps
+  /// the others.
   std::size_t sendKept(BaseConnection& connection, std::span<const KeptFrame> frames);
 
-  /// Forgets the group, whose bytes do not stay. Its frames count as not sent.
+  /// Empties the group without sending it and counts its frames as not sent. For when their bytes become invalid.
   void dropGroup();
 
-  /// Sends the signalling that the recorder missed, as far as it takes it. `connectionFor` returns the connection of a
-  /// frame by its class.
+  /// Sends the signalling that a lost recorder missed, oldest first, until a send fails. `connectionFor` returns the
+  /// BaseConnection& for a FrameProtocol.
   template <typename ConnectionFor>
   void sendMissed(ConnectionFor connectionFor) {
     if (lookBack_ == nullptr) return;
@@ -59,8 +65,9 @@ class FrameForwarder {
     }
   }
 
-  /// Sends a frame on the thread that takes commands. `takesCommands`: they come on this connection.
-  void sendReply(BaseConnection& connection, bool takesCommands, std::span<u_char> frame);
+  /// Sends the reply to a command; `frame` stays the caller's. `takesCommands`: whether commands arrive on
+  /// `connection`. Command thread.
+  void sendReply(BaseConnection& connection, bool takesCommands, std::span<std::uint8_t> frame);
 
  private:
   enum class Origin { kCaptured, kMissed };
@@ -74,11 +81,11 @@ class FrameForwarder {
   };
 
   bool sendMissed(BaseConnection& connection, const KeptFrame& frame);
-  void prepare(std::size_t from);
-  void prepare(const KeptFrame& frame, std::size_t number, std::int64_t lateSince);
-  std::size_t settle(std::size_t from, const SendResult& result);
-  void loseRecorder(std::size_t from);
-  void judgeAnew(std::size_t from, LinkEvent event);
+  void beginOutgoing(std::size_t frames);
+  void appendOutgoing(const KeptFrame& frame, std::size_t number);
+  std::size_t countDealtWith(std::size_t from, const SendResult& result);
+  void dropRest(std::size_t from);
+  void recheckRest(std::size_t from, LinkEvent event);
   bool keep(const Entry& entry);
 
   RtpDestinations& destinations_;
@@ -89,8 +96,9 @@ class FrameForwarder {
 
   BaseConnection* connection_ = nullptr;  ///< of all frames in the group
   std::vector<Entry> group_;
-  std::vector<OutgoingFrame> outgoing_;  ///< the group with the frames that announce capture times
-  std::vector<std::array<u_char, kTimeFrameLength>> timeFrames_;
+  std::vector<OutgoingFrame> outgoing_;  ///< the frames of one send, with the frames that announce capture times
+  std::vector<std::array<std::uint8_t, kTimeFrameLength>> timeFrames_;
+  std::int64_t lateSince_ = 0;  ///< a frame seen before this time is late; microseconds since 1970
 };
 
 }  // namespace voip

@@ -1,7 +1,5 @@
 #pragma once
 
-#include <sys/types.h>
-
 #include <chrono>
 #include <cstdint>
 #include <ctime>
@@ -11,16 +9,17 @@
 
 namespace voip {
 
-/// A frame for the recorder: the 15-byte header and the payload.
+/// A frame for the recorder with its capture time. Does not own the bytes.
 struct KeptFrame {
   CaptureStamp stamp;
-  std::span<u_char> frame;
+  std::span<std::uint8_t> frame;  ///< the 15-byte header and the payload
 };
 
-/// A point of the monotonic clock.
+/// A time of the monotonic clock, or a duration.
 using Instant = std::chrono::milliseconds;
 
-/// The monotonic clock, to a few milliseconds: it is read for each frame that is kept.
+/// Returns the time of the monotonic clock, to a few milliseconds: the coarse clock is cheap enough to be read for each
+/// kept frame. Any thread.
 inline Instant monotonicNow() {
   timespec time;
   clock_gettime(CLOCK_MONOTONIC_COARSE, &time);

@@ -11,13 +11,13 @@ namespace voip {
 
 namespace {
 
-// An eighth of the memory is for the table of destinations, of which each takes so many bytes.
+// An eighth of the memory is for the table of destinations.
 constexpr std::size_t kTableShare = 8;
-constexpr std::size_t kDestinationSize = 56;
-constexpr std::size_t kFewestDestinations = 1024;
+constexpr std::size_t kDestinationSize = 56;  // bytes in the table
+constexpr std::size_t kMinDestinations = 1024;
 
 std::size_t destinationsFor(std::size_t memory) {
-  return std::max(kFewestDestinations, memory / kTableShare / kDestinationSize);
+  return std::max(kMinDestinations, memory / kTableShare / kDestinationSize);
 }
 
 }  // namespace
@@ -32,7 +32,7 @@ KeptMedia::KeptMedia(Instant time, std::size_t memory, Statistics& statistics)
 
 void KeptMedia::keep(const KeptFrame& kept, std::size_t reserved) {
   const auto header = FrameHeader::of(kept.frame.data());
-  u_char* start = room(PageBlock::aligned(sizeof(Record) + kept.frame.size()), reserved);
+  std::uint8_t* start = allocate(PageBlock::aligned(sizeof(Record) + kept.frame.size()), reserved);
   newestKept_ = monotonicNow();
   Newest& last = newestOf(RtpAddr(header.dstIp, header.dstPort).key());
   const std::uint64_t number = nextNumber_++;
@@ -61,20 +61,21 @@ KeptMedia::Newest& KeptMedia::newestOf(std::uint64_t key) {
   return newest_.insert(key, hash);
 }
 
-/// Forgets destinations whose frames have all been dropped: a few at a time, so that no frame has to wait.
+/// Forgets destinations whose frames have all been dropped, a few at a time, so that no frame is delayed.
 void KeptMedia::forgetEmptied(int atMost) {
   while (atMost-- > 0 && newest_.size() > 0 && !isKept(newest_.oldestValue()->number)) {
     newest_.erase(*newest_.oldestValue());
   }
 }
 
-u_char* KeptMedia::room(std::size_t size, std::size_t reserved) {
+/// Returns space for a record. Drops expired blocks, and the oldest ones when the memory is used up.
+std::uint8_t* KeptMedia::allocate(std::size_t size, std::size_t reserved) {
   if (!blocks_.empty()) {
-    if (u_char* start = blocks_.back().memory->take(size)) return start;
+    if (std::uint8_t* start = blocks_.back().memory->take(size)) return start;
   }
   expire();
-  const std::size_t most = std::max(memory_ - std::min(reserved, memory_), 2 * kBlockSize);
-  while (!blocks_.empty() && (blocks_.size() + 1) * kBlockSize > most) dropOldestBlock(statistics_.lookBackOverflow);
+  const std::size_t limit = std::max(memory_ - std::min(reserved, memory_), 2 * kBlockSize);
+  while (!blocks_.empty() && (blocks_.size() + 1) * kBlockSize > limit) dropOldestBlock(statistics_.lookBackOverflow);
   Block block{pool_.take(size), nextNumber_};
   blocks_.push_back(std::move(block));
   return blocks_.back().memory->take(size);
@@ -99,8 +100,8 @@ void KeptMedia::expire() {
   if (!recalled_.empty()) return;
   const Instant oldest = monotonicNow() - time_;
   // A block is as old as its last frame, which is no newer than the first frame of the next block.
-  const auto isOver = [&] { return (blocks_.size() == 1 ? newestKept_ : blocks_[1].first()->kept) < oldest; };
-  while (!blocks_.empty() && isOver()) dropOldestBlock(statistics_.udpDropped);
+  const auto isExpired = [&] { return (blocks_.size() == 1 ? newestKept_ : blocks_[1].first()->kept) < oldest; };
+  while (!blocks_.empty() && isExpired()) dropOldestBlock(statistics_.udpDropped);
   forgetEmptied(64);
 }
 
@@ -125,11 +126,11 @@ bool KeptMedia::beginRecall(RtpAddr destination) {
   return !recalled_.empty();
 }
 
-std::span<const KeptFrame> KeptMedia::peekRecalled(std::size_t most) {
+std::span<const KeptFrame> KeptMedia::peekRecalled(std::size_t atMost) {
   peeked_.clear();
   while (!recalled_.empty() && !isKept(recalled_.front().number)) recalled_.pop_front();
   for (const Newest& one : recalled_) {
-    if (peeked_.size() == most) break;
+    if (peeked_.size() == atMost) break;
     peeked_.push_back({one.record->stamp, {one.record->frame(), one.record->length}});
   }
   return peeked_;
@@ -147,7 +148,7 @@ void KeptMedia::cancelRecall() {
   while (!recalled_.empty() && !isKept(recalled_.front().number)) recalled_.pop_front();
   if (recalled_.empty()) return;
   Record& oldest = *recalled_.front().record;
-  oldest.previous = nullptr;  // what comes before it has been sent
+  oldest.previous = nullptr;  // the frames before it have been sent
   oldest.previousNumber = 0;
   const Newest last = recalled_.back();
   recalled_.clear();
@@ -156,7 +157,7 @@ void KeptMedia::cancelRecall() {
     newest = last;
     return;
   }
-  // Frames that were kept meanwhile follow.
+  // Frames that were kept during the recall follow its own.
   Record* first = newest.record;
   while (isKept(first->previousNumber)) first = first->previous;
   first->previous = last.record;

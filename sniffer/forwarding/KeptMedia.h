@@ -1,7 +1,5 @@
 #pragma once
 
-#include <sys/types.h>
-
 #include <cstddef>
 #include <cstdint>
 #include <deque>
@@ -18,50 +16,50 @@
 
 namespace voip {
 
-/// Media that the recorder has not asked for yet, by destination. Frames are kept for a fixed time and in a limited
+/// Media that the recorder has not asked for yet, by destination. Frames are kept for a limited time and in a limited
 /// amount of memory, the table of destinations included; the oldest are dropped first. Consumer only.
 ///
-/// A recall hands out the frames of one destination, oldest first. It may take a while: frames that are kept for the
-/// destination meanwhile come after its present ones, and no frame is dropped for its age alone.
+/// A recall returns the frames of one destination, oldest first, in several steps. Frames that are kept for the
+/// destination during the recall follow later, with another recall. No frame expires during a recall.
 class KeptMedia {
  public:
-  /// `memory` in bytes.
+  /// Keeps frames for `time` in `memory` bytes. Counts them in `statistics`, which must outlive the object.
   KeptMedia(Instant time, std::size_t memory, Statistics& statistics);
   KeptMedia(const KeptMedia&) = delete;
   KeptMedia& operator=(const KeptMedia&) = delete;
 
-  /// Keeps a copy of a frame, which counts as dropped when its time is over. `reserved` bytes of the memory are in use
-  /// elsewhere.
+  /// Keeps a copy of a frame, which counts as dropped when it expires. `reserved` bytes of the memory are in use
+  /// elsewhere. Throws std::bad_alloc.
   void keep(const KeptFrame& kept, std::size_t reserved);
 
-  /// Begins a recall. Returns false when nothing is kept for `destination`. Frames that are too old already count as
-  /// dropped.
+  /// Begins a recall, after cancelRecall(). Returns false when no frame is kept for `destination`. Expired frames count
+  /// as dropped.
   bool beginRecall(RtpAddr destination);
 
-  /// The next frames of the recall, at most `most`; none when it is over. They stay until the next call of an
-  /// operation.
-  std::span<const KeptFrame> peekRecalled(std::size_t most);
+  /// Returns the next frames of the recall, at most `atMost`; none when no frame is left. They are valid until the next
+  /// call of any operation.
+  std::span<const KeptFrame> peekRecalled(std::size_t atMost);
 
-  /// The first `count` of these frames have been sent, and are kept no longer.
+  /// Removes the first `count` of these frames, which have been sent.
   void popRecalled(std::size_t count);
 
-  /// Ends the recall; the rest of its frames is kept as before it, in order.
+  /// Ends the recall. Its remaining frames are kept as before, in order.
   void cancelRecall();
 
-  /// Drops frames that are too old. To be called now and then.
+  /// Drops expired frames. To be called regularly.
   void expire();
 
  private:
-  /// Its frame follows it. Only newer records link to older ones, by address and number, so that the oldest block can
-  /// be dropped unread.
+  /// A kept frame, whose bytes follow the record. Only newer records link to older ones, by address and number, so that
+  /// the oldest block can be dropped unread.
   struct Record {
-    Record* previous;              ///< the record of the same destination before this one
-    std::uint64_t previousNumber;  ///< 0: none
-    Instant kept;
+    Record* previous;              ///< the previous record of the same destination
+    std::uint64_t previousNumber;  ///< its number, 0 for none; it may have been dropped
+    Instant kept;                  ///< when the frame was kept
     CaptureStamp stamp;
-    std::uint32_t length;
+    std::uint32_t length;  ///< bytes of the frame
 
-    u_char* frame() { return reinterpret_cast<u_char*>(this + 1); }
+    std::uint8_t* frame() { return reinterpret_cast<std::uint8_t*>(this + 1); }
   };
   struct Block {
     std::unique_ptr<PageBlock> memory;
@@ -75,10 +73,10 @@ class KeptMedia {
     std::uint64_t number = 0;
   };
 
-  static constexpr std::size_t kBlockSize = 128 * 1024;
-  static constexpr std::size_t kMostSpare = 8;
+  static constexpr std::size_t kBlockSize = 128 * 1024;  ///< bytes
+  static constexpr std::size_t kMaxSpare = 8;            ///< unused blocks
 
-  u_char* room(std::size_t size, std::size_t reserved);
+  std::uint8_t* allocate(std::size_t size, std::size_t reserved);
   void dropOldestBlock(Statistics::Counter& counter);
   Newest& newestOf(std::uint64_t key);
   void forgetEmptied(int atMost);
@@ -88,20 +86,20 @@ class KeptMedia {
   std::uint64_t hashOf(std::uint64_t key) const;
 
   const Instant time_;
-  const std::size_t memory_;  ///< for blocks
+  const std::size_t memory_;  ///< bytes for blocks
   Statistics& statistics_;
 
-  BlockPool pool_{kBlockSize, kMostSpare};
-  std::deque<Block> blocks_;
-  std::uint64_t nextNumber_ = 1;  ///< of the next record
+  BlockPool pool_{kBlockSize, kMaxSpare};
+  std::deque<Block> blocks_;      ///< oldest frames first
+  std::uint64_t nextNumber_ = 1;  ///< number of the next record
   Instant newestKept_{0};
-  SeededHash hash_;  ///< strangers choose the destinations
-  LruTable<std::uint64_t, Newest> newest_;
+  SeededHash hash_;                         ///< seeded, since anyone can choose the destinations
+  LruTable<std::uint64_t, Newest> newest_;  ///< the newest record of each destination
 
   // The recall.
-  std::uint64_t recalledKey_ = 0;
-  std::deque<Newest> recalled_;  ///< oldest first; some may have been dropped since
-  std::vector<KeptFrame> peeked_;
+  std::uint64_t recalledKey_ = 0;  ///< its destination
+  std::deque<Newest> recalled_;    ///< its frames, oldest first; some may have been dropped meanwhile
+  std::vector<KeptFrame> peeked_;  ///< result of the last peekRecalled()
 };
 
 }  // namespace voip

@@ -6,7 +6,7 @@
 
 namespace voip {
 
-bool carriesMedia(const u_char* frame, u_int length, int linkType) {
+bool carriesMedia(const std::uint8_t* frame, u_int length, int linkType) {
   constexpr u_int kUdpLength = 8;
   const auto ip = static_cast<u_int>(plainNetworkOffset(readLinkHeader(linkType, {frame, length})));
   if (length < ip + 20 || frame[ip] >> 4 != 4 || frame[ip + 9] != IPPROTO_UDP) return false;

@@ -2,17 +2,19 @@
 
 #include <sys/types.h>
 
+#include <cstdint>
+
 namespace voip {
 
-/// True when a UDP payload of `length` bytes looks like RTP or RTCP: version 2, and room for a header (RFC 3550).
-/// Neither STUN nor DTLS on the same port begins like that (RFC 7983).
-inline bool looksLikeMedia(const u_char* payload, int length) {
+/// Returns true when a UDP payload of `length` bytes looks like RTP or RTCP: version 2 and long enough for a header
+/// (RFC 3550). STUN and DTLS on the same port begin differently (RFC 7983). Any thread.
+inline bool looksLikeMedia(const std::uint8_t* payload, int length) {
   constexpr int kShortest = 8;  // an RTCP receiver report without a report
   return length >= kShortest && (payload[0] & 0xC0) == 0x80;
 }
 
-/// The same for a whole frame with IPv4 and UDP: a quick look, for the order in which frames are dropped when there is
-/// no room. `linkType` is libpcap's DLT_ value.
-bool carriesMedia(const u_char* frame, u_int length, int linkType);
+/// As looksLikeMedia(), for a captured frame of `length` bytes with IPv4 and UDP, the link-layer header first: a quick
+/// test that decides which frames a full queue drops first. `linkType` is libpcap's DLT_ value. Any thread.
+bool carriesMedia(const std::uint8_t* frame, u_int length, int linkType);
 
 }  // namespace voip

@@ -1,8 +1,7 @@
 #pragma once
 
-#include <sys/types.h>
-
 #include <cstddef>
+#include <cstdint>
 #include <deque>
 #include <vector>
 
@@ -11,49 +10,52 @@
 
 namespace voip {
 
-/// Signalling that a lost recorder missed, oldest first, for when the recorder is back. Frames are kept for a fixed
-/// time and in a fixed amount of memory; the oldest are dropped first. The caller hands in the time. One thread.
+/// Signalling that a lost recorder missed, oldest first, for the next connection. Frames are kept for a limited time
+/// and in a limited amount of memory; the oldest are dropped first. The caller passes the present time. Consumer only.
 class MissedSignalling {
  public:
-  /// `memory` in bytes.
+  /// Keeps frames for `time` in `memory` bytes. Counts them in `statistics`, which must outlive the object.
   MissedSignalling(Instant time, std::size_t memory, Statistics& statistics)
       : time_(time), memory_(memory), statistics_(statistics) {}
   MissedSignalling(const MissedSignalling&) = delete;
   MissedSignalling& operator=(const MissedSignalling&) = delete;
 
-  /// Keeps a copy of a frame.
+  /// Keeps a copy of a frame. Drops the oldest ones when the memory is used up. Throws std::bad_alloc.
   void keep(const KeptFrame& kept, Instant now);
 
+  /// True when no frame is kept.
   bool empty() const { return frames_.empty(); }
 
-  /// Memory in use, in bytes.
+  /// Returns the memory in use, in bytes.
   std::size_t size() const { return size_; }
 
-  /// True when a frame waits and an attempt to send it makes sense: not within a second after a failed one.
+  /// True when a frame waits and an attempt to send it is due: not within a second after a failed one.
   bool isDue(Instant now) const { return !empty() && now >= nextAttempt_; }
 
-  /// The oldest frame. It stays until pop().
+  /// Returns the oldest frame, which is valid until it is removed. There must be one.
   KeptFrame front();
+
+  /// Removes the oldest frame. There must be one.
   void pop();
 
-  /// An attempt to send the oldest frame failed: there is no recorder.
+  /// Notes that an attempt to send the oldest frame failed.
   void fail(Instant now);
 
-  /// Drops frames that are too old. To be called now and then.
+  /// Drops expired frames. To be called regularly.
   void expire(Instant now);
 
  private:
   struct Missed {
-    Instant kept;
+    Instant kept;  ///< when the frame was kept
     CaptureStamp stamp;
-    std::vector<u_char> frame;
+    std::vector<std::uint8_t> frame;
   };
 
   const Instant time_;
   const std::size_t memory_;
   Statistics& statistics_;
-  std::deque<Missed> frames_;
-  std::size_t size_ = 0;
+  std::deque<Missed> frames_;  ///< oldest first
+  std::size_t size_ = 0;       ///< bytes
   Instant nextAttempt_{0};
 };
 

@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <cstddef>
+#include <cstdint>
 #include <unordered_set>
 #include <utility>
 #include <vector>
@@ -11,23 +12,25 @@
 
 namespace voip {
 
-/// Destinations that the recorder asked for since the consumer looked last: their kept media has to be forwarded before
-/// any newer media. Any thread.
+/// Destinations that the recorder has asked for and the consumer has not taken yet. Their kept media has to be
+/// forwarded before newer media. Any thread.
 class Recalls {
  public:
-  /// Adds a destination to the list and asks for its kept media. Beyond 65,536 destinations that the consumer has not
-  /// looked at, kept media stays where it is.
+  /// Adds a destination to `list` and requests its kept media. Does not request it when 65,536 other destinations wait
+  /// for the consumer. Throws std::bad_alloc.
   void add(RtpAddr destination, RtpDestinations& list) {
-    // The flag before the entry, and the lock over both: a consumer that finds the entry also finds the flag.
+    // The flag is set before the entry is added: a consumer that finds the entry also finds the flag, and then waits
+    // for the lock until the request is complete.
     const MutexLock held(recallLock_);
     isPending_ = true;
     list.add(destination);
-    if (known_.size() < kMost && known_.insert(destination.key()).second) destinations_.push_back(destination);
+    if (known_.size() < kMaxWaiting && known_.insert(destination.key()).second) destinations_.push_back(destination);
   }
 
+  /// True when destinations wait for take(). Takes no lock.
   bool arePending() const { return isPending_.load(std::memory_order_acquire); }
 
-  /// Returns the destinations in the order of the requests, each once. They are then forgotten.
+  /// Removes and returns the waiting destinations in the order of the requests, each once.
   std::vector<RtpAddr> take() {
     const MutexLock held(recallLock_);
     isPending_ = false;
@@ -36,11 +39,11 @@ class Recalls {
   }
 
  private:
-  static constexpr std::size_t kMost = 65'536;
+  static constexpr std::size_t kMaxWaiting = 65'536;  ///< destinations
 
   Mutex recallLock_;
   std::vector<RtpAddr> destinations_ GUARDED_BY(recallLock_);
-  std::unordered_set<std::uint64_t> known_ GUARDED_BY(recallLock_);
+  std::unordered_set<std::uint64_t> known_ GUARDED_BY(recallLock_);  ///< keys of `destinations_`
   std::atomic<bool> isPending_ = false;
 };
 

@@ -1,6 +1,7 @@
 #include "forwarding/RecorderLinks.h"
 
 #include <chrono>
+#include <cstdint>
 #include <cstring>
 #include <string>
 #include <utility>
@@ -21,10 +22,10 @@ bool shareOneConnection(const RecorderAddresses& recorder) {
 }
 
 bool isTransport(const char* text, const char* known) {
-  // Three characters decide, so a copy that is shorter is padded with zeros.
-  u_char name[4] = {};
+  // Three characters decide. The copy pads a shorter text with zeros.
+  std::uint8_t name[4] = {};
   std::strncpy(reinterpret_cast<char*>(name), text, 3);
-  return SipHelper().memcmpNocase(reinterpret_cast<const u_char*>(known), name, 3) == 0;
+  return SipHelper().memcmpNocase(reinterpret_cast<const std::uint8_t*>(known), name, 3) == 0;
 }
 
 std::unique_ptr<UdpConnection> newUdp(const char* host, int port, const Settings& settings, Statistics& statistics) {

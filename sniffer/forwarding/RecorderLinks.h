@@ -10,47 +10,51 @@
 
 namespace voip {
 
-/// Where the recorder is: two addresses, which may be the same. The texts are not copied.
+/// The recorder's addresses for media and for signalling, which may be the same. The texts are not copied and must
+/// outlive the connections. Ports are in host order.
 struct RecorderAddresses {
-  const char* nameMedia = nullptr;  ///< dotted IPv4 address
+  const char* nameMedia = nullptr;  ///< IPv4 address in dotted-decimal form
   int portMedia = 6000;
-  const char* nameSig = nullptr;  ///< null: signalling goes with the media
+  const char* nameSig = nullptr;  ///< as `nameMedia`; null: signalling is sent with the media
   int portSig = 6000;
 };
 
-/// The connections to the recorder: one for everything, or a second one for SIP.
+/// The connections to the recorder: one for all frames, or a second one for SIP. They are made and released by one
+/// thread while no other sends or takes commands.
 class RecorderLinks {
  public:
   RecorderLinks() = default;
+
+  /// Closes and destroys the connections.
   ~RecorderLinks() { release(); }
   RecorderLinks(const RecorderLinks&) = delete;
   RecorderLinks& operator=(const RecorderLinks&) = delete;
 
-  /// The recorder is the host of this process.
+  /// Makes the host of this process the recorder: uses the shared embedded connection, which is never destroyed.
   void makeEmbedded();
 
-  /// The recorder is at the end of sockets: over UDP when `transport` begins with these three letters in any case, else
-  /// over TCP. The connections count in `statistics`, which must outlive them.
+  /// Makes connections over UDP when `transport` begins with "UDP" in any case, else over TCP. Begins to connect over
+  /// TCP. The connections count in `statistics`, which must outlive them.
   void makeSockets(const char* transport, const RecorderAddresses& recorder, const Settings& settings,
                    Statistics& statistics);
 
-  /// Takes over connections made elsewhere; `signalling` may be null.
+  /// Takes ownership of connections made elsewhere; `signalling` may be null.
   void take(std::unique_ptr<BaseConnection> media, std::unique_ptr<BaseConnection> signalling);
 
-  /// Null before there are connections.
+  /// Returns the connection for media, which stays this object's, or null before there is one. Any thread.
   BaseConnection* getMedia() const { return conMedia_; }
 
-  /// The connection for a frame with `protocol` in its header while packets of class `packetClass` are forwarded; null
-  /// when it is neither signalling, media nor a heartbeat reply.
+  /// Returns the connection for a frame with `protocol` in its header after a packet of class `packetClass`; it stays
+  /// this object's. Null when the class is none of SIP, RTP and H.323 and the frame is no heartbeat reply. Any thread.
   BaseConnection* forFrame(FrameProtocol packetClass, FrameProtocol protocol) const;
 
-  /// From now on nothing waits in a connection. Any thread.
+  /// Ends all waits in the connections, present and future. Any thread.
   void interrupt();
 
-  /// Closes both and destroys them.
+  /// Closes and destroys the connections; the shared embedded connection is only closed.
   void release();
 
-  /// Closes both and keeps the objects.
+  /// Closes the connections but keeps the objects.
   void close();
 
  private:
@@ -67,7 +71,7 @@ class RecorderLinks {
   Owned media_{nullptr, leave};
   Owned signalling_{nullptr, leave};
 
-  // Atomic, since a stop may come while they are being made.
+  // Atomic, since interrupt() may be called while the connections are made.
   std::atomic<BaseConnection*> conMedia_ = nullptr;
   std::atomic<BaseConnection*> conSig_ = nullptr;  ///< null when signalling shares the media connection
 };

@@ -1,17 +1,17 @@
 #pragma once
 
-#include <time.h>
-
 #include <cstdint>
+#include <ctime>
 
 namespace voip {
 
 /// When a frame was captured, in microseconds since 1970.
 struct CaptureStamp {
   std::int64_t captured = 0;  ///< by its time stamp
-  std::int64_t seen = 0;      ///< by the clock of this machine: differs for a frame that is replayed from a file
+  std::int64_t seen = 0;      ///< by this machine's clock; later than `captured` for a frame of a capture file
 
-  /// The clock of this machine, to a few milliseconds: it is read for each frame.
+  /// Returns this machine's time in microseconds since 1970, to a few milliseconds: the coarse clock is cheap enough to
+  /// be read for each frame. Any thread.
   static std::int64_t now() {
     timespec time;
     clock_gettime(CLOCK_REALTIME_COARSE, &time);

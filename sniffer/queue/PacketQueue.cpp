@@ -12,7 +12,7 @@ namespace voip {
 
 namespace {
 
-constexpr std::size_t kMostSpare = 32;      // blocks kept after a burst: 8 MB
+constexpr std::size_t kMaxSpare = 32;       // blocks kept after a burst: 8 MB
 constexpr std::size_t kClaimedAtOnce = 32;  // frames
 
 std::size_t recordSize(std::size_t length) {
@@ -27,7 +27,7 @@ CaptureStamp stampOf(const SniffedPacket& packet) {
 
 }  // namespace
 
-PacketQueue::PacketQueue(Statistics& statistics) : statistics_(statistics), pool_(kBlockSize, kMostSpare) {}
+PacketQueue::PacketQueue(Statistics& statistics) : statistics_(statistics), pool_(kBlockSize, kMaxSpare) {}
 
 // ---- capture threads ----
 
@@ -42,8 +42,9 @@ void PacketQueue::push(const SniffedPacket& packet, u_int maxLength, Kind kind) 
     if (hasLimit() && !makeRoom(lane, size)) return;
     Block& block = blockFor(lane, size);
     auto* record = reinterpret_cast<QueuedPacket*>(block.memory->take(size));
-    const auto distance =
-        block.last != nullptr ? reinterpret_cast<u_char*>(record) - reinterpret_cast<u_char*>(block.last) : 0;
+    const auto distance = block.last != nullptr
+                              ? reinterpret_cast<std::uint8_t*>(record) - reinterpret_cast<std::uint8_t*>(block.last)
+                              : 0;
     *record = {*packet.header, stamp, pushed_++, static_cast<std::uint32_t>(distance), packet.linkType};
     record->header.len = record->header.caplen = length;
     std::memcpy(record->bytes(), packet.packet, length);
@@ -89,12 +90,12 @@ bool PacketQueue::makeRoom(Lane& lane, std::size_t size) {
 bool PacketQueue::dropNewestMedia() {
   if (media_.waiting.empty()) return false;
   Block& block = media_.waiting.back();
-  auto* newest = reinterpret_cast<u_char*>(block.last);
+  auto* newest = reinterpret_cast<std::uint8_t*>(block.last);
   waitingSize_ -= recordSize(block.last->header.len);
   --waiting_;
   if (--block.frames != 0) {
     block.last = reinterpret_cast<QueuedPacket*>(newest - block.last->previous);
-    block.memory->cutBack(newest);
+    block.memory->truncate(newest);
   } else {
     recycle(block);
     media_.waiting.pop_back();
@@ -110,7 +111,7 @@ void PacketQueue::countOverflow(const Lane& lane) {
 }
 
 void PacketQueue::logOverflowEnd() {
-  // Not at the first free place, which the next frame takes: once an eighth is free.
+  // The next frame may take the first free space, so the overflow ends only when an eighth of the limit is free.
   if (waitingBytes() > limit_ / 8 * 7) return;
   overflowing_ = false;
   logger().warn("The queue is below its limit again; lost since the start for want of room: " +
@@ -132,7 +133,7 @@ bool PacketQueue::takeBatch(std::chrono::milliseconds atMost) {
   for (Lane* lane : {&frames_, &media_}) {
     if (!lane->taken.memory && !lane->waiting.empty()) takeFirstBlock(*lane);
   }
-  // A frame that waits in one lane may be older than the last ones in the block of the other.
+  // A waiting frame of one lane may be older than the last frames in the taken block of the other lane.
   horizon_ = pushed_;
   for (const Lane* lane : {&frames_, &media_}) {
     if (!lane->waiting.empty()) horizon_ = std::min(horizon_, lane->waiting.front().first()->number);
@@ -174,7 +175,7 @@ QueuedPacket* PacketQueue::next() {
   return packet;
 }
 
-/// Either this takes the frames or clear() does.
+/// Claims the next frames, which clear() then does not discard. Returns false when it has discarded them already.
 bool PacketQueue::claim() {
   handSize_.store(handSize_.load(std::memory_order_relaxed) - std::exchange(claimedSize_, 0),
                   std::memory_order_relaxed);

@@ -16,67 +16,76 @@
 
 namespace voip {
 
-/// One frame in the queue. Its bytes follow it, and kFrameSlack zeroed bytes follow these.
+/// One frame in the queue. Its bytes follow this record, then kFrameSlack zeroed bytes.
 struct QueuedPacket {
   pcap_pkthdr header;  ///< `len` and `caplen` are both the number of bytes in the queue
   CaptureStamp stamp;
-  std::uint64_t number;    ///< counts the queued frames
-  std::uint32_t previous;  ///< bytes back to the record before this one in its block, 0 for the first
+  std::uint64_t number;    ///< position among all queued frames, from 0
+  std::uint32_t previous;  ///< distance in bytes to the previous record in the block, 0 for the first
   std::int32_t linkType;   ///< libpcap's DLT_ value
 
+  /// The frame, `header.len` bytes, the link-layer header first.
   std::uint8_t* bytes() { return reinterpret_cast<std::uint8_t*>(this + 1); }
 };
 
-/// Captured frames on their way from the capture threads to the one consumer, oldest first.
+/// The queue of captured frames between the capture threads and the one consumer, oldest first.
 ///
-/// Frames are copied into blocks of memory that are reused, so no frame allocates. The consumer takes a block at a time
-/// under one lock. Without a limit the queue grows as far as the consumer lags, and gives the memory back afterwards.
+/// push() copies frames into reused blocks of memory, so that a frame needs no allocation of its own. The consumer
+/// takes a whole block under one lock. Without a limit the queue grows while the consumer is too slow, and frees the
+/// memory afterwards.
 ///
-/// With a limit, media and signalling wait in lanes of their own. When there is no room, the newest media frames are
-/// dropped, and signalling only when no media is left to drop.
+/// With a limit, media and signalling have a lane each. A full queue drops the newest media frames, and drops
+/// signalling only when no waiting media is left.
 class PacketQueue {
  public:
-  static constexpr std::size_t kBlockSize = 256 * 1024;
+  static constexpr std::size_t kBlockSize = 256 * 1024;  ///< bytes
 
-  /// What a frame carries, as far as the limit is concerned.
+  /// The content of a frame, which decides what a full queue drops.
   enum class Kind { kSignalling, kMedia };
 
+  /// Counts dropped frames in `statistics`, which must outlive the queue.
   explicit PacketQueue(Statistics& statistics);
   PacketQueue(const PacketQueue&) = delete;
   PacketQueue& operator=(const PacketQueue&) = delete;
 
-  /// Waiting frames take at most this many bytes; 0 for no limit. Before the first frame.
+  /// Limits the memory of the waiting frames to `bytes`; 0 for no limit. To be called before the first push().
   void setLimit(std::size_t bytes) { limit_ = bytes; }
+
+  /// True when the queue has a limit. Any thread.
   bool hasLimit() const { return limit_ != 0; }
 
-  /// Bytes that wait elsewhere and count against the limit, or null. Before the first frame.
+  /// Counts `*bytes`, the size of frames that wait elsewhere, against the limit; null for none. `bytes` must outlive
+  /// the queue. To be called before the first push().
   void setOthersWaiting(const std::atomic<std::size_t>* bytes) { othersWaiting_ = bytes; }
 
-  /// Queues a copy of a frame of at most `maxLength` bytes. Any thread. Throws std::bad_alloc.
+  /// Queues a copy of a frame: its first `len`, `caplen` or `maxLength` bytes, whichever is least. With a limit, drops
+  /// and counts frames that do not fit, this one included. Any thread. Throws std::bad_alloc.
   void push(const SniffedPacket& packet, u_int maxLength, Kind kind);
 
-  /// Waits up to `atMost` for a frame or a wake(), and takes waiting frames as the new batch. Returns false when there
-  /// are none. Consumer only.
+  /// Waits for a frame or a wake(), but no longer than `atMost`, and takes waiting frames as the new batch. Invalidates
+  /// the frames of the previous batch. Returns false when no frame waits. Consumer only.
   bool takeBatch(std::chrono::milliseconds atMost);
 
-  /// The next frame of the batch, or null at its end. It stays until the next takeBatch(). Consumer only.
+  /// Returns the next frame of the batch, oldest first, or null at its end. The frame stays the queue's and is valid
+  /// until the next takeBatch(). Consumer only.
   QueuedPacket* next();
 
-  /// Ends the consumer's wait. Any thread.
+  /// Ends the consumer's wait, or its next one if it does not wait. Any thread.
   void wake();
 
-  /// Drops all waiting frames, those that the consumer has taken but not begun included. Counts them, and `others` that
-  /// the caller has dropped, as discarded, and logs their number at DEBUG. Any thread; while the consumer is in a
-  /// batch, up to 32 frames of it are spared.
+  /// Drops all waiting frames, including those of the batch. Counts them and `others`, frames that the caller has
+  /// dropped, as discarded, and logs their number at DEBUG. Any thread. While the consumer works on a batch, up to 32
+  /// frames of the batch are not dropped.
   void clear(std::size_t others = 0);
 
-  /// The same, sparing nothing. Consumer only.
+  /// As clear(), but drops the whole batch. Consumer only.
   void clearFromConsumer(std::size_t others = 0);
 
-  /// Waiting frames, those of the batch included. Any thread.
+  /// Returns the number of waiting frames. Frames of the batch count until the consumer claims them, 32 at a time. Any
+  /// thread.
   std::size_t size();
 
-  /// True when nothing waits and the consumer works on nothing. Any thread.
+  /// True when no frame waits and the consumer has no batch. Any thread.
   bool isIdle();
 
  private:
@@ -88,11 +97,11 @@ class PacketQueue {
     QueuedPacket* first() const { return reinterpret_cast<QueuedPacket*>(memory->begin()); }
   };
 
-  /// Blocks in the order of their frames.
+  /// Blocks, oldest frames first.
   struct Lane {
     std::deque<Block> waiting;
-    Block taken;                 ///< by the consumer
-    std::uint8_t* at = nullptr;  ///< the consumer's place in it
+    Block taken;                 ///< the block of the consumer's batch
+    std::uint8_t* at = nullptr;  ///< the next record in `taken`
 
     QueuedPacket* front() const {
       return taken.memory && at != taken.memory->end() ? reinterpret_cast<QueuedPacket*>(at) : nullptr;
@@ -118,29 +127,29 @@ class PacketQueue {
   const std::atomic<std::size_t>* othersWaiting_ = nullptr;
 
   Condition packetPresent_{"packetPresent"};
-  Mutex packetQueueLock_{"packetQueueLock", Mutex::kAdaptive};  // held for the copy of a frame
+  Mutex packetQueueLock_{"packetQueueLock", Mutex::kAdaptive};  ///< held for the copy of a frame
 
-  // The lock guards the lanes, but for `taken` and `at`, which are the consumer's.
-  Lane frames_;  ///< all frames; with a limit those that are no media
+  // The lock guards the lanes except `taken` and `at`, which belong to the consumer.
+  Lane frames_;  ///< all frames; with a limit, all but media
   Lane media_;
   BlockPool pool_ GUARDED_BY(packetQueueLock_);
   std::uint64_t pushed_ GUARDED_BY(packetQueueLock_) = 0;     ///< number of the next frame
   std::size_t waiting_ GUARDED_BY(packetQueueLock_) = 0;      ///< frames that the consumer has not taken
   std::size_t waitingSize_ GUARDED_BY(packetQueueLock_) = 0;  ///< their bytes
-  bool sleeping_ GUARDED_BY(packetQueueLock_) = false;        ///< the consumer waits for a signal
+  bool sleeping_ GUARDED_BY(packetQueueLock_) = false;        ///< the consumer waits for a notification
   bool working_ GUARDED_BY(packetQueueLock_) = false;         ///< the consumer has a batch
   bool overflowing_ GUARDED_BY(packetQueueLock_) = false;
   bool woken_ GUARDED_BY(packetQueueLock_) = false;
 
-  // Frames that the consumer has taken and not claimed. 0, though a block has frames left: they have been discarded. On
-  // cache lines of their own, so that the consumer's progress does not disturb the producers.
+  // Both on a cache line of their own, so that the consumer's progress does not slow the capture threads.
+  /// Frames that the consumer has taken and not claimed; 0 with frames left in a block after these were discarded.
   alignas(64) std::atomic<std::size_t> inHand_ = 0;
-  std::atomic<std::size_t> handSize_ = 0;  ///< their bytes, to a claim
+  std::atomic<std::size_t> handSize_ = 0;  ///< bytes of the taken frames, updated with each claim
 
-  // The consumer's own.
-  alignas(64) std::uint64_t horizon_ = 0;  ///< the batch ends before this number
-  std::size_t claimed_ = 0;                ///< frames that no other thread discards
-  std::size_t claimedSize_ = 0;            ///< bytes taken since the last claim
+  // Used by the consumer only.
+  alignas(64) std::uint64_t horizon_ = 0;  ///< number of the first frame after the batch
+  std::size_t claimed_ = 0;                ///< claimed frames that next() has not returned; clear() leaves them
+  std::size_t claimedSize_ = 0;            ///< bytes of the frames returned since the last claim
 };
 
 }  // namespace voip

@@ -2,11 +2,11 @@
 
 #include <pcap/pcap.h>
 
-/// One captured frame as a capture thread hands it over. Everything stays the caller's; the queue takes copies.
+/// One captured frame as a capture thread passes it to the queue. All memory stays the caller's; the queue copies it.
 struct SniffedPacket {
   const u_char* args = nullptr;         ///< libpcap's user argument
-  const pcap_pkthdr* header = nullptr;  ///< time stamp and lengths, as libpcap gives them
-  const u_char* packet = nullptr;       ///< `header->caplen` bytes from the link-layer header on
+  const pcap_pkthdr* header = nullptr;  ///< time stamp and lengths in libpcap's form
+  const u_char* packet = nullptr;       ///< `header->caplen` bytes, the link-layer header first
   int linkType = DLT_EN10MB;            ///< libpcap's DLT_ value
-  bool replayed = false;                ///< read from a file: the time stamp is not of today
+  bool replayed = false;                ///< true for a frame of a capture file: its time stamp is old
 };

@@ -14,50 +14,53 @@ namespace voip {
 
 /// One frame of a group that is sent together.
 struct OutgoingFrame {
-  u_char* bytes;  ///< the caller's
-  int length;
-  int sent = 0;  ///< what sendPacket() would have returned
+  std::uint8_t* bytes;  ///< the whole frame, header first; stays the caller's
+  int length;           ///< bytes
+  int sent = 0;         ///< set by the send: the result of a sendPacket() of this frame
 };
 
-/// What a send found out about the link to the recorder.
+/// What happened to the link to the recorder during a send.
 enum class LinkEvent {
   kNone,
-  kLost,         ///< the connection failed and is closed; the recorder will ask again for what it wants
-  kUnreachable,  ///< there is no connection, and the attempt to make one failed
+  kLost,         ///< the connection failed and is closed; the recorder asks again for its destinations
+  kUnreachable,  ///< there is no connection, and an attempt to connect failed
 };
 
+/// The result of sending a group of frames.
 struct SendResult {
-  std::size_t dealtWith = 0;  ///< frames; the `sent` of each is set
+  std::size_t dealtWith = 0;  ///< number of frames whose `sent` is set, from the first on
   LinkEvent link = LinkEvent::kNone;
 };
 
-/// Frames that wait for a host in this process.
+/// Number of frames that wait for the host.
 struct HostBacklog {
-  std::size_t waiting = 0;
-  std::size_t highest = 0;  ///< most that ever waited
+  std::size_t waiting = 0;  ///< now
+  std::size_t highest = 0;  ///< the highest number so far
 };
 
 }  // namespace voip
 
-/// The link to the recorder. One thread sends frames while another takes commands and may answer them with a frame:
-/// an implementation lets no frame of one thread get into a frame of the other.
+/// The link to the recorder. The sending thread forwards frames; the command thread, which may be the same, takes
+/// commands and sends the replies to them. An implementation never mixes the bytes of two frames.
 class BaseConnection {
  public:
-  /// Takes the next command. Never waits. Returns false when there is nothing to act on now.
+  /// Takes the next command. Never waits. Returns false, with `request` unchanged, when there is nothing to act on now.
+  /// Command thread.
   virtual bool receiveRequest(SnifferRequest& request) = 0;
 
-  /// Sends one whole frame of `length` bytes; `buffer` stays the caller's. Returns the bytes sent, or what the
-  /// connection documents for a failure.
+  /// Sends one whole frame of `length` bytes, header first; `buffer` stays the caller's. Returns the number of bytes
+  /// sent; each connection documents what it returns for a failure. Sending thread.
   virtual int sendPacket(u_char* buffer, int length) = 0;
 
+  /// Closes the link, also while other threads use it.
   virtual void closeConnection() = 0;
 
-  /// Sends frames in order; the recorder cannot tell this from a sendPacket() for each. Ends after the first frame that
-  /// was not taken whole, or earlier: the caller judges the other frames anew, since a lost recorder's wishes are void,
-  /// and after a wait for the recorder a frame may be late. May deal with no frame after a wait, or when the recorder
-  /// closed the stream meanwhile; the next call then makes an attempt to connect.
+  /// Sends frames in order. The recorder receives the same bytes as from a sendPacket() for each frame. Stops after the
+  /// first frame that was not sent whole, or earlier, so that the caller can check the other frames again: a lost
+  /// recorder has lost its destinations, and after a wait a frame may be late. May deal with no frame at all, after a
+  /// wait or when the recorder closed the stream meanwhile; the next call then attempts to connect. Sending thread.
   ///
-  /// Does not pause after a failed attempt to connect: the caller does, with pause(), once it has acted on the event.
+  /// Does not pause after a failed attempt to connect. The caller acts on the event first and then calls pause().
   virtual voip::SendResult sendPackets(std::span<voip::OutgoingFrame> frames) {
     for (std::size_t i = 0; i < frames.size(); ++i) {
       frames[i].sent = sendPacket(frames[i].bytes, frames[i].length);
@@ -66,38 +69,41 @@ class BaseConnection {
     return {frames.size()};
   }
 
-  /// Sends one frame from the thread that takes commands. Never waits for the recorder to make room: where frames do,
-  /// it goes out with one of them, and counts as sent. Never connects: only the thread that forwards frames does, so
-  /// that it has acted on the loss of a connection before the next one brings commands.
+  /// Sends the reply to a command. Command thread.
+  ///
+  /// Never waits for space in the send buffer: a connection that waits with frames sends the reply after one of them,
+  /// and the reply counts as sent. Never connects: the sending thread has to act on a lost connection before commands
+  /// arrive on the next one.
   virtual voip::LinkEvent sendReply(voip::OutgoingFrame& reply) { return sendPackets({&reply, 1}).link; }
 
-  /// Sleeps until the next attempt to connect makes sense, after LinkEvent::kUnreachable.
+  /// Waits until the next attempt to connect is due. To be called after LinkEvent::kUnreachable. Sending thread.
   virtual void pause() {}
 
-  /// Sleeps until receiveRequest() may have something to act on. A mere yield where commands come without a descriptor.
-  /// The thread that takes commands.
+  /// Waits until receiveRequest() may return true. A connection without a descriptor to wait for only yields. Command
+  /// thread.
   virtual void awaitRequest() {
     const timespec yield{0, 200};
     nanosleep(&yield, nullptr);
   }
 
-  /// False when receiveRequest() would return false. Cheap.
+  /// Returns false only when receiveRequest() would return false. Takes no lock. Command thread.
   virtual bool mayHaveRequest() const { return true; }
 
-  /// From now on nothing waits in this connection, and what waits goes on at once. Any thread.
+  /// Ends all waits in this connection, present and future. Any thread.
   virtual void interrupt() {}
 
-  /// Bytes that can be sent now without delay to frames that follow: 0 while the recorder is slow. Frames do not heed
-  /// it; what has no hurry does.
+  /// Returns how many bytes can be sent now without delaying the frames that follow; 0 while the recorder is slow.
+  /// Kept media observes it, other frames do not. Sending thread.
   virtual std::size_t getRoom() { return SIZE_MAX; }
 
-  /// Of a host in this process; without one nothing ever waits. Any thread.
+  /// Returns the frames that wait for the host; none unless the recorder is the host. Any thread.
   virtual voip::HostBacklog getBacklog() { return {}; }
 
-  /// Bytes of the frames in the backlog; null when nothing ever waits. Any thread.
+  /// Returns the size in bytes of the frames that wait for the host; null unless the recorder is the host. The counter
+  /// stays the connection's. Any thread.
   virtual const std::atomic<std::size_t>* getBacklogSize() const { return nullptr; }
 
-  /// Warns in the log of a host that does not fetch its frames. To be called now and then by the thread that sends.
+  /// Logs a warning when the host has not fetched its frames for too long. To be called regularly. Sending thread.
   virtual void watchHost() {}
 
   virtual ~BaseConnection() = default;

@@ -6,25 +6,25 @@
 namespace voip {
 
 std::size_t CommandStream::room() const {
-  return std::min(kMostAtOnce, ring.size() - total);
+  return std::min(kMaxAppended, ring_.size() - total_);
 }
 
-void CommandStream::append(std::span<const u_char> bytes) {
-  const std::size_t first = std::min(bytes.size(), ring.size() - offset);
-  std::memcpy(ring.data() + offset, bytes.data(), first);
-  std::memcpy(ring.data(), bytes.data() + first, bytes.size() - first);
-  offset = (offset + bytes.size()) % ring.size();
-  total += bytes.size();
+void CommandStream::append(std::span<const std::uint8_t> bytes) {
+  const std::size_t first = std::min(bytes.size(), ring_.size() - offset_);
+  std::memcpy(ring_.data() + offset_, bytes.data(), first);
+  std::memcpy(ring_.data(), bytes.data() + first, bytes.size() - first);
+  offset_ = (offset_ + bytes.size()) % ring_.size();
+  total_ += bytes.size();
 }
 
 bool CommandStream::take(SnifferRequest& request) {
-  std::array<u_char, SnifferRequest::kWireLength> wire;
-  if (total < wire.size()) return false;
-  for (u_char& byte : wire) {
-    byte = ring[requestStart];
-    requestStart = (requestStart + 1) % ring.size();
+  std::array<std::uint8_t, SnifferRequest::kWireLength> wire;
+  if (total_ < wire.size()) return false;
+  for (std::uint8_t& byte : wire) {
+    byte = ring_[requestStart_];
+    requestStart_ = (requestStart_ + 1) % ring_.size();
   }
-  total -= wire.size();
+  total_ -= wire.size();
   const SnifferRequest decoded = SnifferRequest::fromWire(wire.data());
   if (decoded.request == SnifferRequest::kHeartbeat) {
     request.request = decoded.request;

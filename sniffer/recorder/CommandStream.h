@@ -1,38 +1,40 @@
 #pragma once
 
 #include <array>
+#include <cstddef>
+#include <cstdint>
 #include <span>
 
 #include "recorder/SnifferRequest.h"
 
 namespace voip {
 
-/// Commands that come as a stream of bytes, in pieces of any size: a ring that takes bytes in and gives commands out.
+/// Decodes commands from a stream of bytes that arrives in pieces of any size. One thread at a time.
 class CommandStream {
  public:
-  static constexpr std::size_t kMostAtOnce = 2000;
+  static constexpr std::size_t kMaxAppended = 2000;  ///< bytes of one append()
 
-  /// Bytes that append() takes now, at most kMostAtOnce. Always some, once every whole command has been taken.
+  /// Returns how many bytes append() takes now, at most kMaxAppended. Not 0 after all whole commands have been taken.
   std::size_t room() const;
 
-  /// Takes in at most room() bytes.
-  void append(std::span<const u_char> bytes);
+  /// Adds received bytes, at most room().
+  void append(std::span<const std::uint8_t> bytes);
 
-  /// Bytes that are not decoded yet.
-  std::size_t waiting() const { return total; }
+  /// Returns the number of bytes that are not decoded yet.
+  std::size_t waiting() const { return total_; }
 
-  /// Decodes the next command. A heartbeat's address and port are skipped: those of `request` stay. False, with
-  /// `request` as it was, while there is no whole one.
+  /// Decodes the next command. A heartbeat changes only the code of `request`, not its address and port. Returns false,
+  /// with `request` unchanged, when no whole command has arrived.
   bool take(SnifferRequest& request);
 
-  /// Forgets what waits: another stream begins.
-  void restart() { offset = requestStart = total = 0; }
+  /// Discards all bytes: a new stream begins.
+  void restart() { offset_ = requestStart_ = total_ = 0; }
 
  private:
-  std::array<u_char, 2 * kMostAtOnce> ring{};
-  std::size_t offset = 0;        ///< where the next received byte goes
-  std::size_t requestStart = 0;  ///< first byte of the next command
-  std::size_t total = 0;
+  std::array<std::uint8_t, 2 * kMaxAppended> ring_{};
+  std::size_t offset_ = 0;        ///< index of the next received byte
+  std::size_t requestStart_ = 0;  ///< index of the next command
+  std::size_t total_ = 0;         ///< bytes that are not decoded yet
 };
 
 }  // namespace voip

@@ -8,25 +8,26 @@
 
 namespace voip {
 
-/// Sends frames as datagrams, many with one system call. Where neighbours are of the same size they go as segments of
-/// one send (UDP_SEGMENT, udp(7)), which the kernel cuts into the same datagrams; it is remembered when the kernel or
-/// the path to the recorder does not do that. For one thread at a time.
+/// Sends frames as datagrams, many with one system call. Consecutive frames of the same size are sent with segmentation
+/// offload (UDP_SEGMENT, udp(7)), from which the kernel makes the same datagrams. The sender notes when the kernel or
+/// the path to the recorder does not support this. One thread at a time.
 class DatagramSender {
  public:
-  /// `sd` stays the caller's.
+  /// `sd` is a datagram socket, which stays the caller's and must stay open.
   explicit DatagramSender(int sd);
 
-  /// Sends in order, until one cannot be sent. Answers how many went out; errno then tells of the one behind them.
+  /// Sends each frame as one datagram, in order. Stops at the first frame that cannot be sent; errno has the reason.
+  /// Returns the number of frames sent. Ignores and does not set the `sent` of a frame.
   std::size_t send(std::span<const OutgoingFrame> frames, const sockaddr_in& to);
 
  private:
-  /// The same for as many as fit one system call: none only when the first cannot be sent.
+  /// As send(), for the frames of one system call. Returns 0 only when the first frame cannot be sent.
   std::size_t sendOnce(std::span<const OutgoingFrame> frames, const sockaddr_in& to);
 
-  int socket;
-  int largestSegment = 0;  ///< 0: each frame by itself
-  bool segmentsKnown;      ///< to this kernel
-  sockaddr_in last{};      ///< what is remembered belongs to the path to here
+  const int socket_;
+  int largestSegment_ = 0;    ///< in bytes, on the path to `last_`; 0 without segmentation offload
+  bool kernelKnowsSegments_;  ///< the kernel has UDP_SEGMENT
+  sockaddr_in last_{};        ///< destination of the last group
 };
 
 }  // namespace voip

@@ -20,7 +20,7 @@ const Logger& ownLogger() {
 
 using Clock = std::chrono::steady_clock;
 
-/// Holds the host's monitor, when there is one, for the length of a scope.
+/// Holds the host's monitor, if there is one, for the duration of a scope.
 class MonitorGuard {
  public:
   explicit MonitorGuard(HostMonitor* monitor) : monitor_(monitor) {
@@ -53,7 +53,7 @@ int EmbeddedConnection::sendPacket(u_char* buffer, int length) {
 
 SendResult EmbeddedConnection::sendPackets(std::span<OutgoingFrame> frames) {
   {
-    // The copies are made without the monitor: the host need not wait for them.
+    // The copies are made without the monitor, so that the host does not wait for them.
     const MutexLock held(queueLock_);
     for (OutgoingFrame& frame : frames) {
       packetQueue_.append(frame.bytes, frame.length);
@@ -75,8 +75,8 @@ int EmbeddedConnection::receivePacket(char* buffer) {
 
 int EmbeddedConnection::receivePacket(char* buffer, int capacity) {
   SnifferPacket packet{};
-  bool isNew = false;
-  bool back = false;
+  bool isNewLength = false;
+  bool isFetchedAgain = false;
   std::size_t left = 0;
   {
     const MutexLock held(queueLock_);
@@ -85,7 +85,7 @@ int EmbeddedConnection::receivePacket(char* buffer, int capacity) {
     if (packet.length > capacity) {
       auto isLogged =
           loggedLengths_[std::min<std::size_t>(static_cast<std::size_t>(packet.length), loggedLengths_.size() - 1)];
-      isNew = !isLogged;
+      isNewLength = !isLogged;
       isLogged = true;
     } else {
       if (packet.length > 0) std::memcpy(buffer, packet.payload, static_cast<std::size_t>(packet.length));
@@ -93,11 +93,11 @@ int EmbeddedConnection::receivePacket(char* buffer, int capacity) {
       backlogSize_ -= static_cast<std::size_t>(std::max(packet.length, 0));
       left = packetQueue_.size();
       idleSince_ = Clock::now();
-      back = std::exchange(hostIsIdle_, false);
+      isFetchedAgain = std::exchange(hostIsIdle_, false);
     }
   }
-  if (back) ownLogger().warn("The host fetches frames again, " + std::to_string(left) + " wait");
-  if (isNew) {
+  if (isFetchedAgain) ownLogger().warn("The host fetches frames again, " + std::to_string(left) + " wait");
+  if (isNewLength) {
     ownLogger().warn("A frame of " + std::to_string(packet.length) + " bytes waits, the host's array holds " +
                      std::to_string(capacity) + ": nothing is fetched until it is larger");
   }

@@ -11,7 +11,8 @@
 
 namespace voip {
 
-/// The lock of the process that hosts the sniffer: in Java, the monitor of the channel object. Re-entrant.
+/// The lock of the process that hosts the sniffer: in Java, the monitor of the channel object. Re-entrant. enter() and
+/// leave() are called on the dissector's threads.
 class HostMonitor {
  public:
   virtual void enter() = 0;
@@ -23,15 +24,15 @@ class HostMonitor {
 
 }  // namespace voip
 
-/// The recorder in this process: frames wait in one queue until the host fetches them, commands in another until the
-/// dissector takes them. No operation waits for anything but the locks.
+/// The link to a recorder in this process, the host. Frames wait in a queue until the host fetches them, commands in
+/// another queue until the dissector takes them. No operation waits for anything but the locks.
 ///
-/// The dissector's side holds the host's monitor while it changes a queue, so a host that holds the monitor sees the
-/// queues stand still. Both sides also hold the connection's own lock for the length of a queue operation: a host that
-/// does not take the monitor loses no frame.
+/// The dissector's threads hold the host's monitor while they change a queue that the host sees, so a host that holds
+/// the monitor sees no change. All threads also hold the connection's own lock during a queue operation: a host that
+/// does not hold the monitor loses no frame.
 class EmbeddedConnection : public BaseConnection {
  public:
-  /// The connection of this process, made on first use and never destroyed.
+  /// Returns the connection of this process, which is made on first use and never destroyed. Any thread.
   static EmbeddedConnection* dft();
 
   EmbeddedConnection() = default;
@@ -39,40 +40,41 @@ class EmbeddedConnection : public BaseConnection {
   EmbeddedConnection& operator=(const EmbeddedConnection&) = delete;
   ~EmbeddedConnection() override = default;
 
-  /// The monitor to hold from now on, or null for none. Entered on the dissector's threads only.
+  /// Sets the monitor that the dissector's threads hold from now on; null for none. It stays the caller's. To be called
+  /// while no dissector uses the connection.
   void setHostMonitor(voip::HostMonitor* monitor) { monitor_ = monitor; }
 
-  /// True when a command waits. Takes no lock.
+  /// True when a command waits. Takes no lock. Any thread.
   bool mayHaveRequest() const override { return requestsWaiting_.load(std::memory_order_acquire) != 0; }
 
-  /// Dissector's side: takes the oldest command.
+  /// Takes the oldest command. Returns false when none waits. Dissector's thread.
   bool receiveRequest(SnifferRequest& request) override;
 
-  /// Dissector's side: queues a copy of the frame. Returns `length`.
+  /// Queues a copy of the frame. Returns `length`. Dissector's thread. Throws std::bad_alloc.
   int sendPacket(u_char* buffer, int length) override;
 
-  /// Dissector's side: queues copies of all frames, which the host sees at once.
+  /// Queues copies of all frames; they become visible to the host together. Dissector's thread. Throws std::bad_alloc.
   voip::SendResult sendPackets(std::span<voip::OutgoingFrame> frames) override;
 
-  /// Dissector's side: empties both queues. The connection stays usable.
+  /// Empties both queues. The connection stays usable. Dissector's thread.
   void closeConnection() override;
 
-  /// Host's side: copies the oldest frame to `buffer`, removes it and returns its length, or 0 when none waits. The
-  /// buffer must hold the largest frame, 65,535 bytes.
+  /// Copies the oldest frame to `buffer` and removes it from the queue. Returns its length in bytes, or 0 when no frame
+  /// waits. `buffer` must hold the longest frame, 65,535 bytes. Host's thread.
   int receivePacket(char* buffer);
 
-  /// The same for a buffer of `capacity` bytes: a frame that does not fit stays, and 0 is returned. Logged once for
-  /// each length.
+  /// As above for a buffer of `capacity` bytes: when the oldest frame does not fit, it stays in the queue and 0 is
+  /// returned. Logs this once for each length.
   int receivePacket(char* buffer, int capacity);
 
   voip::HostBacklog getBacklog() override;
   const std::atomic<std::size_t>* getBacklogSize() const override { return &backlogSize_; }
   void watchHost() override;
 
-  /// How long frames may wait without a fetch before the log warns. For tests.
+  /// Sets how long frames may wait without a fetch before watchHost() logs a warning. For tests.
   void setHostPatience(std::chrono::milliseconds patience) { hostPatience_ = patience; }
 
-  /// Host's side: queues a command. Returns true.
+  /// Queues a copy of a command. Returns true. Host's thread. Throws std::bad_alloc.
   bool sendRequest(SnifferRequest& request);
 
  private:
@@ -81,13 +83,13 @@ class EmbeddedConnection : public BaseConnection {
   std::atomic<std::size_t> requestsWaiting_ = 0;
   std::atomic<std::size_t> backlogSize_ = 0;  ///< bytes of the frames in the queue
 
-  voip::Mutex queueLock_;  // the innermost lock: nothing is called while it is held
+  voip::Mutex queueLock_;  ///< the innermost lock: no other lock is taken while it is held
   std::deque<SnifferRequest> requestQueue_ GUARDED_BY(queueLock_);
   voip::FrameQueue packetQueue_ GUARDED_BY(queueLock_);
   std::size_t highestBacklog_ GUARDED_BY(queueLock_) = 0;
-  /// The last fetch, or when the first waiting frame came.
+  /// Time of the last fetch, or of the first frame in an empty queue.
   std::chrono::steady_clock::time_point idleSince_ GUARDED_BY(queueLock_);
-  bool hostIsIdle_ GUARDED_BY(queueLock_) = false;           ///< and the log says so
+  bool hostIsIdle_ GUARDED_BY(queueLock_) = false;           ///< the warning has been logged
   std::bitset<65536> loggedLengths_ GUARDED_BY(queueLock_);  ///< of frames that did not fit the host's buffer
 
   static EmbeddedConnection* theConnection_;

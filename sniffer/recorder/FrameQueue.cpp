@@ -16,9 +16,9 @@ std::size_t bytesOf(int length) {
 
 }  // namespace
 
-void FrameQueue::append(const u_char* bytes, int length) {
+void FrameQueue::append(const std::uint8_t* bytes, int length) {
   const std::size_t size = kLengthSize + bytesOf(length);
-  u_char* at = blockWithRoom(size).memory->take(size);
+  std::uint8_t* at = blockWithRoom(size).memory->take(size);
   std::memcpy(at, &length, kLengthSize);
   if (length > 0) std::memcpy(at + kLengthSize, bytes, bytesOf(length));
   ++appended_;
@@ -27,14 +27,14 @@ void FrameQueue::append(const u_char* bytes, int length) {
 FrameQueue::Block& FrameQueue::blockWithRoom(std::size_t size) {
   if (blocks_.empty() || !blocks_.back().memory->hasRoom(size)) {
     auto memory = pool_.take(size);
-    u_char* const start = memory->begin();
+    std::uint8_t* const start = memory->begin();
     blocks_.push_back({std::move(memory), start});
   }
   return blocks_.back();
 }
 
 SnifferPacket FrameQueue::front() const {
-  const u_char* at = blocks_.front().read;
+  const std::uint8_t* at = blocks_.front().read;
   SnifferPacket packet{0, at + kLengthSize};
   std::memcpy(&packet.length, at, kLengthSize);
   return packet;
@@ -48,7 +48,7 @@ void FrameQueue::pop() {
   if (block.read != block.memory->end()) return;
   if (blocks_.size() == 1) {
     block.read = block.memory->begin();
-    block.memory->cutBack(block.read);
+    block.memory->truncate(block.read);
     return;
   }
   pool_.giveBack(std::move(block.memory));

@@ -3,46 +3,53 @@
 #include <sys/types.h>
 
 #include <cstddef>
+#include <cstdint>
 #include <deque>
 #include <memory>
 
 #include "base/BlockPool.h"
 
-/// One frame that waits for the host.
+/// One frame in the queue to the host.
 struct SnifferPacket {
   int length;             ///< bytes in `payload`
-  const u_char* payload;  ///< the queue's, until pop()
+  const u_char* payload;  ///< the whole frame, header first; stays the queue's and is valid until pop()
 };
 
 namespace voip {
 
-/// Copies of frames, first in, first out, in blocks that are reused. One thread at a time.
+/// A queue of copies of frames, first in, first out, in reused blocks of memory. One thread at a time.
 class FrameQueue {
  public:
-  /// Queues a frame; it counts once it is published.
-  void append(const u_char* bytes, int length);
+  /// Appends a copy of a frame of `length` bytes. It is not visible until publish(). Throws std::bad_alloc.
+  void append(const std::uint8_t* bytes, int length);
+
+  /// Makes all appended frames visible to the operations below.
   void publish() { published_ = appended_; }
 
-  // Of what is published.
+  /// Returns the number of published frames.
   std::size_t size() const { return published_; }
+
+  /// Returns the oldest frame. The queue must not be empty.
   SnifferPacket front() const;
+
+  /// Removes the oldest frame. The queue must not be empty.
   void pop();
 
-  /// Drops everything, the unpublished too.
+  /// Removes all frames, published or not.
   void clear();
 
  private:
   struct Block {
-    std::unique_ptr<PageBlock> memory;  ///< each frame after its length
-    u_char* read;                       ///< the oldest frame that was not popped
+    std::unique_ptr<PageBlock> memory;  ///< frames, each after its length
+    std::uint8_t* read;                 ///< the oldest frame that is still in the queue
   };
 
   Block& blockWithRoom(std::size_t size);
 
-  static constexpr std::size_t kBlockSize = 128 << 10;  // the longest frame fits
-  static constexpr std::size_t kMostSpare = 8;
+  static constexpr std::size_t kBlockSize = 128 << 10;  ///< bytes; the longest frame fits
+  static constexpr std::size_t kMaxSpare = 8;           ///< unused blocks
 
-  BlockPool pool_{kBlockSize, kMostSpare};
+  BlockPool pool_{kBlockSize, kMaxSpare};
   std::deque<Block> blocks_;  ///< oldest first
   std::size_t appended_ = 0;
   std::size_t published_ = 0;

@@ -13,43 +13,43 @@ namespace voip {
 
 namespace {
 
-constexpr int kWithoutEvent = 100;  // milliseconds until the end is noticed when nothing tells of it
+constexpr int kPollInterval = 100;  // milliseconds between looks at `ended_` without an event descriptor
 
 }  // namespace
 
-SocketWait::SocketWait() : endEvent(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)), readable(epoll_create1(EPOLL_CLOEXEC)) {
-  watch(endEvent);
+SocketWait::SocketWait() : endEvent_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)), readable_(epoll_create1(EPOLL_CLOEXEC)) {
+  watch(endEvent_);
 }
 
 SocketWait::~SocketWait() {
-  if (readable != -1) close(readable);
-  if (endEvent != -1) close(endEvent);
+  if (readable_ != -1) close(readable_);
+  if (endEvent_ != -1) close(endEvent_);
 }
 
 void SocketWait::watch(int sd) {
   epoll_event event{};
   event.events = EPOLLIN;
-  epoll_ctl(readable, EPOLL_CTL_ADD, sd, &event);
+  epoll_ctl(readable_, EPOLL_CTL_ADD, sd, &event);
 }
 
 void SocketWait::untilReadable() {
   epoll_event event;
   const bool slept =
-      !ended && (epoll_wait(readable, &event, 1, endEvent == -1 ? kWithoutEvent : -1) != -1 || errno == EINTR);
+      !ended_ && (epoll_wait(readable_, &event, 1, endEvent_ == -1 ? kPollInterval : -1) != -1 || errno == EINTR);
   if (slept) return;
-  // At the end, and when the process had no descriptors left for this: look again soon, and let the others run.
-  const timespec pause{0, ended ? 200 : 1'000'000};
+  // After the end, or without an epoll descriptor: a short pause instead of a busy loop.
+  const timespec pause{0, ended_ ? 200 : 1'000'000};
   nanosleep(&pause, nullptr);
 }
 
 bool SocketWait::untilWritable(int sd, std::chrono::milliseconds longest) {
   using Clock = std::chrono::steady_clock;
-  pollfd waits[] = {{sd, POLLOUT, 0}, {endEvent, POLLIN, 0}};
+  pollfd waits[] = {{sd, POLLOUT, 0}, {endEvent_, POLLIN, 0}};
   const Clock::time_point end = Clock::now() + longest;
-  for (auto left = longest; !ended && left.count() > 0;
+  for (auto left = longest; !ended_ && left.count() > 0;
        left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now())) {
     const int sleep = static_cast<int>(left.count());
-    if (poll(waits, 2, endEvent == -1 ? std::min(sleep, kWithoutEvent) : sleep) > 0 && waits[0].revents != 0)
+    if (poll(waits, 2, endEvent_ == -1 ? std::min(sleep, kPollInterval) : sleep) > 0 && waits[0].revents != 0)
       return true;
   }
   return false;
@@ -60,8 +60,8 @@ void SocketWait::untilEnd(std::chrono::milliseconds longest) {
 }
 
 void SocketWait::end() {
-  ended = true;
-  eventfd_write(endEvent, 1);
+  ended_ = true;
+  eventfd_write(endEvent_, 1);
 }
 
 }  // namespace voip

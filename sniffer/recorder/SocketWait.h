@@ -5,7 +5,8 @@
 
 namespace voip {
 
-/// Where threads sleep until a socket is ready, or until the end. One thread waits to read and one to write.
+/// Waits for sockets, with an end that any thread can set. One thread waits to read and one to write. When the process
+/// has no descriptor left for this, the waits poll.
 class SocketWait {
  public:
   SocketWait();
@@ -13,27 +14,28 @@ class SocketWait {
   SocketWait& operator=(const SocketWait&) = delete;
   ~SocketWait();
 
-  /// The socket that untilReadable() waits for from now on, also when it already waits. A socket that is closed is
-  /// watched no more. Any thread.
+  /// Adds a socket to those that untilReadable() waits for, also during a wait. Closing the socket removes it; it stays
+  /// the caller's. Any thread.
   void watch(int sd);
 
-  /// Sleeps until a watched socket has something to read, has failed or was ended by the other side.
+  /// Waits until a watched socket has data to read, has failed or was closed by the peer, or until end(). May return
+  /// early. The reading thread.
   void untilReadable();
 
-  /// Sleeps until `sd` takes something again, has failed or was shut down: true. False when that takes too long.
+  /// Waits until `sd` takes data again, has failed or was shut down; then returns true. Returns false after `longest`
+  /// or end(). The writing thread.
   bool untilWritable(int sd, std::chrono::milliseconds longest);
 
-  /// Sleeps for a time, or until the end.
+  /// Waits for `longest` or until end(). The writing thread.
   void untilEnd(std::chrono::milliseconds longest);
 
-  /// From now on nothing waits here. Any thread.
+  /// Ends all waits, present and future. Any thread.
   void end();
-  bool hasEnded() const { return ended; }
 
  private:
-  int endEvent;  ///< readable from the end on
-  int readable;  ///< epoll(7), which takes new sockets in and lets closed ones go while a thread waits
-  std::atomic<bool> ended = false;
+  const int endEvent_;  ///< eventfd(2): readable after end()
+  const int readable_;  ///< epoll(7): sockets are added and closed ones disappear, also while a thread waits
+  std::atomic<bool> ended_ = false;
 };
 
 }  // namespace voip

@@ -11,10 +11,10 @@ namespace voip {
 
 namespace {
 
-constexpr std::size_t kMostTogether = 65536;  // bytes of one system call, unless it is one frame
-constexpr std::size_t kMostReplies = 65536;   // bytes
+constexpr std::size_t kMaxTogether = 65536;  // bytes of one system call, unless it is one frame
+constexpr std::size_t kMaxReplies = 65536;   // bytes
 
-std::span<const u_char> bytesOf(const OutgoingFrame& frame) {
+std::span<const std::uint8_t> bytesOf(const OutgoingFrame& frame) {
   return {frame.bytes, static_cast<std::size_t>(frame.length)};
 }
 
@@ -24,7 +24,7 @@ std::span<const u_char> bytesOf(const OutgoingFrame& frame) {
 
 StreamSending::GroupSend StreamSending::sendTogether(std::span<OutgoingFrame> frames) {
   GroupSend group{gather(frames)};
-  group.rest = socket_.sendBytes(group.tried > 1 ? std::span<const u_char>(together_) : bytesOf(frames[0]));
+  group.rest = socket_.sendBytes(group.tried > 1 ? std::span<const std::uint8_t>(together_) : bytesOf(frames[0]));
   while (group.whole < group.tried && group.rest >= frames[group.whole].length) {
     OutgoingFrame& frame = frames[group.whole++];
     group.rest -= frame.sent = frame.length;
@@ -32,14 +32,14 @@ StreamSending::GroupSend StreamSending::sendTogether(std::span<OutgoingFrame> fr
   return group;
 }
 
-/// Copies the first frames to `together_`, where there are several. Returns how many: one at least.
+/// Copies the first frames to `together_`, unless there is only one. Returns their number, at least 1.
 std::size_t StreamSending::gather(std::span<const OutgoingFrame> frames) {
-  // A copy here costs less than half of what the kernel takes to collect pieces.
+  // A copy costs less than half of what the kernel needs to gather the pieces.
   together_.clear();
   std::size_t size = 0;
   for (const OutgoingFrame& frame : frames) {
     if (frame.bytes == nullptr || frame.length < 1) break;
-    if (together_.size() + static_cast<std::size_t>(frame.length) > kMostTogether) break;
+    if (together_.size() + static_cast<std::size_t>(frame.length) > kMaxTogether) break;
     if (frames.size() > 1) together_.insert(together_.end(), frame.bytes, frame.bytes + frame.length);
     ++size;
   }
@@ -56,7 +56,7 @@ SendProgress AccountedSending::send(std::span<OutgoingFrame> frames) {
   return {group.whole + 1, frame.sent == frame.length};
 }
 
-int AccountedSending::finish(std::span<const u_char> frame, ssize_t sentNow) {
+int AccountedSending::finish(std::span<const std::uint8_t> frame, ssize_t sentNow) {
   const auto length = static_cast<ssize_t>(frame.size());
   ssize_t sent = 0;
   while (true) {
@@ -85,21 +85,21 @@ SendProgress ExactSending::send(std::span<OutgoingFrame> frames) {
   Patience patience = Patience::kYes;
   if (sentNow == -1 && errno == EAGAIN) {
     const auto room = socket_.waitForRoom(group.tried);
-    // A frame that has not begun and had to wait is the caller's again: it may be late now.
+    // A frame that waited before its first byte goes back to the caller: it may be late now.
     if (room != StreamSocket::Room::kNotInTime) return {0, false};
-    // Too little space counts as none: the time is over, but the frame is tried all the same.
+    // Too little space counts as none. After the time-out the frame is tried once more, in case there is some.
     patience = Patience::kNo;
     sentNow = socket_.sendBytes(bytesOf(frame));
   }
   const Finish finished = finish(bytesOf(frame), sentNow, group.tried - group.whole, patience);
-  // The stream has ended within the frame: the next one gets the whole of it.
+  // The stream ended within the frame: the caller sends the whole frame on the next stream.
   if (finished.isClosed) return {group.whole, false};
   frame.sent = finished.sent;
   // After a wait the other frames may be late.
   return {group.whole + 1, frame.sent == frame.length && !finished.hasWaited};
 }
 
-ExactSending::Finish ExactSending::finish(std::span<const u_char> frame, ssize_t sentNow, std::size_t heldUp,
+ExactSending::Finish ExactSending::finish(std::span<const std::uint8_t> frame, ssize_t sentNow, std::size_t heldUp,
                                           Patience patience) {
   Finish result;
   std::size_t sent = 0;
@@ -109,7 +109,7 @@ ExactSending::Finish ExactSending::finish(std::span<const u_char> frame, ssize_t
       result.hasWaited = true;
       result.isClosed = room == StreamSocket::Room::kClosed;
       if (result.isClosed) break;
-      // Too little space counts as none: the time is over, but the rest is tried all the same.
+      // As in send().
       if (room == StreamSocket::Room::kNotInTime) patience = Patience::kNo;
     } else if (sentNow == -1) {
       if (socket_.checkError(errno) != 0) break;
@@ -124,8 +124,8 @@ ExactSending::Finish ExactSending::finish(std::span<const u_char> frame, ssize_t
   return result;
 }
 
-bool ExactSending::addReply(std::span<const u_char> reply) {
-  if (replies_.size() + reply.size() > kMostReplies) return false;
+bool ExactSending::addReply(std::span<const std::uint8_t> reply) {
+  if (replies_.size() + reply.size() > kMaxReplies) return false;
   replies_.insert(replies_.end(), reply.begin(), reply.end());
   return true;
 }
@@ -141,8 +141,8 @@ void ExactSending::sendRepliesNow() {
 
 bool ExactSending::sendReplies() {
   while (!replies_.empty()) {
-    // While this waits for room, further replies may come.
-    const std::vector<u_char> now = std::exchange(replies_, {});
+    // Further replies may be added while these wait for space.
+    const std::vector<std::uint8_t> now = std::exchange(replies_, {});
     if (finish(now, socket_.sendBytes(now), 1, Patience::kYes).sent < static_cast<int>(now.size())) return false;
   }
   return true;

@@ -36,8 +36,8 @@ TcpConnection::TcpConnection(const char* host, int port)
       sending_(std::make_unique<AccountedSending>(static_cast<StreamSocket&>(*this))) {
   serverAddr_.sin_family = AF_INET;
   serverAddr_.sin_addr.s_addr = inet_addr(host);
-  serverAddr_.sin_port = htons(static_cast<uint16_t>(port));
-  logger().info("Connecting to recorder " + address());
+  serverAddr_.sin_port = htons(static_cast<std::uint16_t>(port));
+  logger().info("Connecting to recorder " + getAddress());
 }
 
 TcpConnection::~TcpConnection() {
@@ -52,7 +52,7 @@ void TcpConnection::setSendTimeout(std::chrono::milliseconds time) {
   sending_ = std::move(exact);
 }
 
-std::string TcpConnection::address() const {
+std::string TcpConnection::getAddress() const {
   return std::string(serverHost_) + ":" + std::to_string(serverPort_);
 }
 
@@ -71,7 +71,7 @@ int TcpConnection::getSocket() {
   socklen_t length = sizeof size;
   if (getsockopt(sd, SOL_SOCKET, SO_SNDBUF, &size, &length) != 0) logger().warn("Error getsockopt");
   size = kSendBufferSize;
-  // The same words for both failures: operators' log filters look for them.
+  // Both failures have the same log text: log filters of operators know it.
   if (setsockopt(sd, SOL_SOCKET, SO_SNDBUF, &size, sizeof size) != 0) logger().warn("Error getsockopt");
   logger().info("Tcp socket send buffer size=" + std::to_string(kSendBufferSize));
   return sd;
@@ -85,7 +85,7 @@ void TcpConnection::tcpConnect() {
     setConnected();
     return;
   }
-  // The socket stays: a later attempt on it shows how this one ended.
+  // The socket stays open: a later attempt on it shows the result of this one.
   const int error = errno;
   if (error == EALREADY) return;
   if (error == EINPROGRESS) {
@@ -96,7 +96,7 @@ void TcpConnection::tcpConnect() {
 }
 
 void TcpConnection::setConnected() {
-  // What an earlier connection left half received must not become the beginning of this one's first command.
+  // Half a command of an earlier connection must not become the beginning of the first command of this one.
   commands_.restart();
   if (isExact()) exact_->dropReplies();
   isStalled_ = false;
@@ -110,7 +110,7 @@ void TcpConnection::setConnected() {
 bool TcpConnection::reconnect() {
   tcpConnect();
   if (!connected_) return false;
-  logger().info("Connected to recorder " + address());
+  logger().info("Connected to recorder " + getAddress());
   return true;
 }
 
@@ -140,13 +140,13 @@ SendResult TcpConnection::sendPackets(std::span<OutgoingFrame> frames) {
   for (std::size_t done = 0; done < frames.size();) {
     progress = sendFrames(frames.subspan(done));
     done += progress.dealtWith;
-    if (!progress.goesOn) return {done, event_};
+    if (!progress.mayContinue) return {done, event_};
   }
   if (isExact() && connected_) exact_->sendReplies();
   return {frames.size(), event_};
 }
 
-/// Sends the first of the frames, one at least.
+/// Sends frames from the first on. Connects first if there is no connection.
 SendProgress TcpConnection::sendFrames(std::span<OutgoingFrame> frames) {
   OutgoingFrame& first = frames[0];
   first.sent = 0;
@@ -155,7 +155,7 @@ SendProgress TcpConnection::sendFrames(std::span<OutgoingFrame> frames) {
     connectRetries_ = 0;
     return sending_->send(frames);
   }
-  if (connectRetries_++ == 0) logger().info("Connecting to recorder " + address());
+  if (connectRetries_++ == 0) logger().info("Connecting to recorder " + getAddress());
   first.sent = -1;
   event_ = LinkEvent::kUnreachable;
   return {1, false};
@@ -178,8 +178,8 @@ LinkEvent TcpConnection::sendReplyExactly(OutgoingFrame& reply) {
   return event_;
 }
 
-ssize_t TcpConnection::sendBytes(std::span<const u_char> bytes) {
-  // MSG_NOSIGNAL: a recorder that went away is an error to handle, never the end of the process.
+ssize_t TcpConnection::sendBytes(std::span<const std::uint8_t> bytes) {
+  // MSG_NOSIGNAL: a closed connection is an error to handle and must not end the process.
   const ssize_t sent = send(clientSd_, bytes.data(), bytes.size(), MSG_NOSIGNAL);
   if (sent > 0) isStalled_ = false;
   return sent;
@@ -187,8 +187,8 @@ ssize_t TcpConnection::sendBytes(std::span<const u_char> bytes) {
 
 std::size_t TcpConnection::getRoom() {
   const MutexLock held(lock_);
-  if (!connected_) return 1;  // one frame, to connect
-  // A third of the send buffer: frames that come meanwhile find the rest.
+  if (!connected_) return 1;  // one frame, whose send connects
+  // A third of the send buffer; the rest is for other frames.
   constexpr int kShare = kSendBufferSize / 3;
   int waiting = 0;
   if (ioctl(clientSd_, SIOCOUTQ, &waiting) != 0) return 1;
@@ -199,7 +199,7 @@ void TcpConnection::pause() {
   wait_.untilEnd(std::chrono::seconds(1));
 }
 
-/// The caller holds the lock, once; it is free during the wait.
+/// The caller holds the recursive lock once; the wait releases it.
 StreamSocket::Room TcpConnection::waitForRoom(std::size_t frames) {
   const Clock::time_point start = Clock::now();
   const int sd = clientSd_;
@@ -207,7 +207,7 @@ StreamSocket::Room TcpConnection::waitForRoom(std::size_t frames) {
   if (!wasStalled) stalledSince_ = start;
   waitingForRoom_ = true;
   lock_.unlock();
-  // poll() may find room where send() finds none, when the system is short of memory: then a pause, not a busy loop.
+  // When the system is short of memory, poll() may report space where send() finds none: pause instead of a busy loop.
   if (wasStalled) wait_.untilEnd(kStallPause);
   const bool isInTime = Clock::now() - stalledSince_ < sendTimeout_;
   const bool isRoom = isInTime && wait_.untilWritable(sd, sendTimeout_);
@@ -258,8 +258,8 @@ void TcpConnection::rest(long seconds, long nanoseconds) {
 bool TcpConnection::receiveRequest(SnifferRequest& request) {
   const MutexLock held(lock_);
   if (!connected_ || clientSd_ == -1) return false;
-  // Never more than fits: what finds no room waits in the socket.
-  std::array<u_char, CommandStream::kMostAtOnce> received;
+  // Reads no more than fits; the rest waits in the socket.
+  std::array<std::uint8_t, CommandStream::kMaxAppended> received;
   const std::size_t room = commands_.room();
   const ssize_t n = room > 0 ? recv(clientSd_, received.data(), room, 0) : -1;
   if (n == 0 && commands_.waiting() < SnifferRequest::kWireLength) {
@@ -286,11 +286,11 @@ void TcpConnection::logCommand(const SnifferRequest& request) {
 
 void TcpConnection::closeConnection() {
   const MutexLock held(lock_);
-  // A thread that waits for room is woken, and closes what it waits for.
+  // A thread that waits for space wakes up and closes the socket itself.
   if (connected_ && waitingForRoom_) shutdown(clientSd_, SHUT_RDWR);
   if (connected_ && !waitingForRoom_) close(clientSd_);
   connected_ = false;
-  // An attempt in progress is dropped as it is, without a close.
+  // A socket that is still connecting is abandoned without a close.
   clientSd_ = -1;
   logger().info("Connection to Recorder closed.");
 }

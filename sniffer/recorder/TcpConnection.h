@@ -4,7 +4,9 @@
 
 #include <atomic>
 #include <chrono>
+#include <cstdint>
 #include <memory>
+#include <string>
 
 #include "base/Mutex.h"
 #include "recorder/BaseConnection.h"
@@ -13,40 +15,44 @@
 #include "recorder/StreamSending.h"
 #include "statistics/Statistics.h"
 
-/// The recorder at the end of a TCP stream.
+/// The link to a recorder over TCP.
 ///
-/// Nothing is opened before the first send. A lost connection is closed, and each later send makes one attempt to get
-/// it back. The socket never blocks: a send buffer that stays full counts as a lost connection, at once or after the
-/// time-out for sending.
+/// The constructor opens nothing: tcpConnect() or the first send does. A lost connection is closed, and each later send
+/// makes one attempt to connect. The socket does not block: a full send buffer counts as a lost connection, at once or
+/// after the time-out for sending.
 ///
-/// The sending thread calls sendPacket(), sendPackets() and pause(), the command thread receiveRequest(),
+/// The sending thread calls sendPacket(), sendPackets(), getRoom() and pause(), the command thread receiveRequest(),
 /// awaitRequest() and sendReply().
 class TcpConnection : public BaseConnection, private voip::StreamSocket {
  public:
-  /// `host` is a dotted IPv4 address; the text is not copied and must outlive the object. `port` is in host order.
+  /// `host` is an IPv4 address in dotted-decimal form; the text is not copied and must outlive the object. `port` is in
+  /// host order.
   TcpConnection(const char* host, int port);
   TcpConnection(const TcpConnection&) = delete;
   TcpConnection& operator=(const TcpConnection&) = delete;
 
-  /// Connections and waits are counted there. Before the first use; it must outlive the connection.
+  /// Counts connections, losses and waits in `statistics`, which must outlive the connection. To be called before the
+  /// first use.
   void setStatistics(voip::Statistics& statistics) { statistics_ = &statistics; }
 
-  /// How long a send waits for a recorder that makes no room, before the connection counts as lost. Each byte is then
-  /// sent once, and a short send that completes a frame counts. 0: no wait, and the accounting of sendPacket(). Before
-  /// the first use.
+  /// Sets how long a send waits for space in the send buffer before the connection counts as lost. Each byte is then
+  /// sent once, and a short send that completes a frame counts. 0, the default: no wait, and the accounting of
+  /// sendPacket(). To be called before the first use.
   void setSendTimeout(std::chrono::milliseconds time);
 
-  /// Decodes at most one command. Also returns true, with `request` as it was, while the beginning of a command waits
-  /// for its rest; that command was sent in pieces, and the one before it is acted on again.
+  /// Decodes at most one command. Also returns true, with `request` unchanged, while the rest of a command is missing:
+  /// the caller then carries out the previous command again. Command thread.
   bool receiveRequest(SnifferRequest& request) override;
 
-  /// Returns the bytes counted as sent, 0 for nothing to send, -1 after a second without a connection. A short send is
-  /// logged and counted, unless it completes the frame: then the rest goes out again.
+  /// Returns the number of bytes counted as sent; 0 for a null `buffer` or a `length` below 1; -1, after a pause of a
+  /// second, without a connection. A short send is logged and counted, unless it completes the frame: then it is not
+  /// counted, and its bytes are sent again. Sending thread.
   int sendPacket(u_char* buffer, int length) override;
+
   voip::SendResult sendPackets(std::span<voip::OutgoingFrame> frames) override;
 
-  /// With a time-out for sending, a reply that finds no room goes out after the frame in work, and counts as sent; -1
-  /// when too many wait already.
+  /// With a time-out for sending, a reply that finds no space is sent after the current frame and counts as sent; when
+  /// too many replies wait, its `sent` is -1. Command thread.
   voip::LinkEvent sendReply(voip::OutgoingFrame& reply) override;
 
   void pause() override;
@@ -54,23 +60,26 @@ class TcpConnection : public BaseConnection, private voip::StreamSocket {
   void awaitRequest() override { wait_.untilReadable(); }
   void interrupt() override { wait_.end(); }
 
+  /// Closes the connection; a later send connects again. Any thread.
   void closeConnection() override;
 
+  /// Closes the connection.
   ~TcpConnection() override;
 
-  /// A new non-blocking socket, or -1.
+  /// Returns a new non-blocking socket, which is the caller's, or -1. Logs a failure.
   int getSocket();
 
-  /// One attempt to connect; it may still be in progress when this returns.
+  /// Makes one attempt to connect, which may still be in progress on return. Any thread.
   void tcpConnect();
 
+  /// True while a connection is established. Any thread.
   bool isConnected() const { return connected_; }
 
-  /// Decides on a send that failed with `errnum`: 0 to go on with the frame, -1 to give it up. May close the
-  /// connection.
+  /// Logs a send that failed with `errnum` and closes the connection if it is lost. Returns 0 to continue with the
+  /// frame, -1 to give it up.
   int checkError(int errnum) override;
 
-  /// Sleeps; a signal cuts it short.
+  /// Sleeps for the given time, or until a signal.
   void rest(long seconds, long nanoseconds);
 
  private:
@@ -82,10 +91,10 @@ class TcpConnection : public BaseConnection, private voip::StreamSocket {
   bool reconnect() REQUIRES(lock_);
   void setConnected() REQUIRES(lock_);
   void countLoss();
-  std::string address() const;
+  std::string getAddress() const;
   static void logCommand(const SnifferRequest& request);
 
-  ssize_t sendBytes(std::span<const u_char> bytes) override;
+  ssize_t sendBytes(std::span<const std::uint8_t> bytes) override;
   Room waitForRoom(std::size_t frames) REQUIRES(lock_) override;
 
   voip::Statistics* statistics_ = nullptr;
@@ -94,19 +103,19 @@ class TcpConnection : public BaseConnection, private voip::StreamSocket {
   const int serverPort_;
   const char* const serverHost_;
 
-  /// Held for a whole frame but for the wait for room, and wherever the socket is used, so that no thread closes it
-  /// under another. Recursive: a failing send closes the connection through the interface.
+  /// Held for every use of the socket, so that no thread closes it while another uses it, and for a whole frame except
+  /// during a wait for space. Recursive: a failed send closes the connection through the interface.
   voip::Mutex lock_{"", voip::Mutex::kRecursive};
-  voip::Condition noneWaits_;
+  voip::Condition noneWaits_;  ///< `waitingForRoom_` has become false
   int clientSd_ = -1;
   std::atomic<bool> connected_ = false;
-  int connectRetries_ GUARDED_BY(lock_) = 0;  ///< sends in a row that found no connection
-  bool isStalled_ = false;                    ///< room was there, but nothing has been sent since
+  int connectRetries_ GUARDED_BY(lock_) = 0;  ///< consecutive sends without a connection
+  bool isStalled_ = false;                    ///< poll() reported space, but nothing has been sent since
   Clock::time_point stalledSince_;
-  bool waitingForRoom_ = false;  ///< the sending thread waits without the lock; the stream stays its own
-  voip::LinkEvent event_ = voip::LinkEvent::kNone;  ///< of the send in work
+  bool waitingForRoom_ = false;  ///< the sending thread waits without the lock; no other thread may send
+  voip::LinkEvent event_ = voip::LinkEvent::kNone;  ///< of the current send
   std::unique_ptr<voip::StreamSending> sending_;
-  voip::ExactSending* exact_ = nullptr;  ///< `sending_`, with a time-out for sending
+  voip::ExactSending* exact_ = nullptr;  ///< `sending_` if there is a time-out for sending, else null
   voip::CommandStream commands_ GUARDED_BY(lock_);
 
   voip::SocketWait wait_;

@@ -17,7 +17,7 @@ using namespace voip;
 UdpConnection::UdpConnection(const char* host, int port) : serverPort_(port), serverHost_(host) {
   serverAddr_.sin_family = AF_INET;
   serverAddr_.sin_addr.s_addr = serverIp_ = inet_addr(serverHost_);
-  serverAddr_.sin_port = htons(static_cast<uint16_t>(port));
+  serverAddr_.sin_port = htons(static_cast<std::uint16_t>(port));
   clientAddr_.sin_family = AF_INET;
   clientAddr_.sin_addr.s_addr = htonl(INADDR_ANY);
   clientAddr_.sin_port = htons(0);
@@ -38,7 +38,7 @@ UdpConnection::UdpConnection(const char* host, int port) : serverPort_(port), se
   wait_.watch(clientSd_);
 }
 
-sockaddr_in UdpConnection::recorder() {
+sockaddr_in UdpConnection::getRecorder() {
   const MutexLock held(serverAddrLock_);
   return serverAddr_;
 }
@@ -51,7 +51,7 @@ int UdpConnection::sendPacket(u_char* buffer, int length) {
 
 SendResult UdpConnection::sendPackets(std::span<OutgoingFrame> frames) {
   const MutexLock held(sendLock_);
-  const std::size_t sent = closed_ ? 0 : sender_->send(frames, recorder());
+  const std::size_t sent = closed_ ? 0 : sender_->send(frames, getRecorder());
   for (OutgoingFrame& frame : frames.first(sent)) {
     frame.sent = frame.length;
     room_ -= std::min(room_, static_cast<std::size_t>(frame.length));
@@ -65,19 +65,20 @@ SendResult UdpConnection::sendPackets(std::span<OutgoingFrame> frames) {
 }
 
 std::size_t UdpConnection::getRoom() {
-  constexpr std::int64_t kMost = 65'536;  // bytes
+  constexpr std::int64_t kMax = 65'536;  // bytes
   constexpr std::int64_t kBytesPerMicrosecond = 16;
   const auto now = std::chrono::steady_clock::now();
+  const MutexLock held(sendLock_);
   const auto elapsed = std::chrono::duration_cast<std::chrono::microseconds>(now - roomAt_).count();
   roomAt_ = now;
-  const auto gained = std::min(kMost, std::min(elapsed, kMost) * kBytesPerMicrosecond);
-  room_ = std::min(static_cast<std::size_t>(kMost), room_ + static_cast<std::size_t>(gained));
+  const auto gained = std::min(kMax, std::min(elapsed, kMax) * kBytesPerMicrosecond);
+  room_ = std::min(static_cast<std::size_t>(kMax), room_ + static_cast<std::size_t>(gained));
   return room_;
 }
 
 bool UdpConnection::receiveRequest(SnifferRequest& request) {
   if (closed_) return false;
-  std::array<u_char, 2000> received;
+  std::array<std::uint8_t, 2000> received;
   sockaddr_in from{};
   socklen_t fromLength = sizeof from;
   const ssize_t n =
@@ -92,7 +93,7 @@ bool UdpConnection::receiveRequest(SnifferRequest& request) {
     serverAddr_ = from;
   }
   if (n == 0) return false;
-  // One that is too short is completed by the bytes of those before it.
+  // The bytes that a short datagram lacks keep their values from earlier datagrams.
   std::copy_n(received.begin(), std::min(static_cast<std::size_t>(n), command_.size()), command_.begin());
   request = SnifferRequest::fromWire(command_.data());
   if (logger().isDebugEnabled()) {
@@ -103,6 +104,6 @@ bool UdpConnection::receiveRequest(SnifferRequest& request) {
 }
 
 void UdpConnection::closeConnection() {
-  // The descriptor's number may belong to someone else afterwards: it is closed_ once and not used again.
+  // The system may reuse the number of a closed descriptor, so it is closed once and not used afterwards.
   if (!closed_.exchange(true)) close(clientSd_);
 }

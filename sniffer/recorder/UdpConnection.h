@@ -5,6 +5,7 @@
 #include <array>
 #include <atomic>
 #include <chrono>
+#include <cstdint>
 #include <optional>
 
 #include "base/Mutex.h"
@@ -13,65 +14,69 @@
 #include "recorder/SocketWait.h"
 #include "statistics/Statistics.h"
 
-/// The recorder at the end of UDP datagrams: one datagram a frame, one datagram a command. No state, no retry; a frame
-/// that cannot be sent whole is logged and lost.
+/// The link to a recorder over UDP: each frame and each command is one datagram. There is no connection state and no
+/// retry; a frame that cannot be sent whole is logged and lost.
 ///
-/// Frames go to the configured address until a command arrives; from then on to the source of the last command.
+/// Frames go to the configured address until a command arrives, afterwards to the source of the last command.
 class UdpConnection : public BaseConnection {
  public:
-  /// Opens and binds the socket, or ends the process with status 1. `host` is a dotted IPv4 address; the text is not
-  /// copied and must outlive the object. `port` is in host order.
+  /// Opens and binds the socket; ends the process with status 1 when that fails. `host` is an IPv4 address in
+  /// dotted-decimal form; the text is not copied and must outlive the object. `port` is in host order.
   UdpConnection(const char* host, int port);
   UdpConnection(const UdpConnection&) = delete;
   UdpConnection& operator=(const UdpConnection&) = delete;
 
-  /// Commands from elsewhere are counted there. Before the first use; it must outlive the connection.
+  /// Counts ignored commands in `statistics`, which must outlive the connection. To be called before the first use.
   void setStatistics(voip::Statistics& statistics) { statistics_ = &statistics; }
 
-  /// Whether only datagrams from the host's address are commands. Before the first use.
+  /// Sets whether only datagrams from the configured address are commands; others are then ignored and counted. To be
+  /// called before the first use.
   void setCommandsFromServerOnly(bool only) { serverOnly_ = only; }
 
-  /// Decodes one waiting datagram. Bytes after the seventh are ignored; a shorter datagram is completed by what earlier
-  /// ones left in the buffer. Called by one thread.
+  /// Decodes one waiting datagram. Bytes after the seventh are ignored; missing bytes have their values from earlier
+  /// datagrams. Command thread.
   bool receiveRequest(SnifferRequest& request) override;
 
-  /// Returns `length`, or -1 when the datagram was not sent.
+  /// Returns `length`, or -1 when the datagram was not sent. Any thread.
   int sendPacket(u_char* buffer, int length) override;
+
   voip::SendResult sendPackets(std::span<voip::OutgoingFrame> frames) override;
 
-  /// Not more than 16 MB a second, so that a recorder's socket does not overflow.
+  /// Allows 16 MB a second, so that the recorder's receive buffer does not overflow. Sending thread.
   std::size_t getRoom() override;
 
   void awaitRequest() override { wait_.untilReadable(); }
   void interrupt() override { wait_.end(); }
 
+  /// Closes the socket for good: later sends return -1. Any thread.
   void closeConnection() override;
 
-  /// Leaves the socket open; closeConnection() closes it.
+  /// Does not close the socket; closeConnection() does.
   ~UdpConnection() override = default;
 
+  /// Returns the configured port in host order.
   int getServerPort() const { return serverPort_; }
+  /// Returns the descriptor of the socket, which stays the connection's.
   int getClientSd() const { return clientSd_; }
 
  private:
-  sockaddr_in recorder();
+  sockaddr_in getRecorder();
 
   voip::Statistics* statistics_ = nullptr;
   bool serverOnly_ = false;
-  in_addr_t serverIp_ = 0;                                     ///< the configured one, in network order
-  std::array<u_char, SnifferRequest::kWireLength> command_{};  ///< the last one, and what is left of those before it
+  in_addr_t serverIp_ = 0;                                           ///< the configured address, in network byte order
+  std::array<std::uint8_t, SnifferRequest::kWireLength> command_{};  ///< bytes of the last datagrams
   sockaddr_in clientAddr_{};
   int clientSd_ = -1;
   const int serverPort_;
   const char* const serverHost_;
 
-  std::chrono::steady_clock::time_point roomAt_;  ///< `room_` is of that time; the sending thread's
-  std::size_t room_ = 0;
-
   voip::SocketWait wait_;
   voip::Mutex serverAddrLock_;
-  sockaddr_in serverAddr_ GUARDED_BY(serverAddrLock_){};  ///< where frames go
+  sockaddr_in serverAddr_ GUARDED_BY(serverAddrLock_){};  ///< destination of the frames
   voip::Mutex sendLock_;
+  std::chrono::steady_clock::time_point roomAt_ GUARDED_BY(sendLock_);  ///< time of `room_`
+  std::size_t room_ GUARDED_BY(sendLock_) = 0;  ///< result of the last getRoom(), less what was sent since
   std::optional<voip::DatagramSender> sender_ GUARDED_BY(sendLock_);
   std::atomic<bool> closed_ = false;
 };

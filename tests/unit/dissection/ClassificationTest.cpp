@@ -11,7 +11,7 @@ namespace {
 
 const Bytes kSip = bytes("INVITE sip:alice.example SIP/2.0\r\n\r\n");
 
-/// A dissector whose recorder is the test, with 10.0.0.2:5000 listed.
+/// A dissector whose recorder is the test, with 10.0.0.2:5000 on the list.
 class Classification : public testing::Test {
  protected:
   Classification() {
@@ -21,7 +21,7 @@ class Classification : public testing::Test {
     log.take();
   }
 
-  /// The frame sent for `frame`, or nothing.
+  /// Returns the frame that is sent for a captured frame; empty when none is.
   Bytes sentFor(const Bytes& frame) {
     media.frames.clear();
     signalling.frames.clear();
@@ -49,7 +49,7 @@ TEST_F(Classification, ForwardsWhatTheRecorderWants) {
   const struct {
     const char* what;
     Frame frame;
-    int protocol;  // 0: dropped without a word
+    int protocol;  // 0: dropped without a log line
     Bytes payload = {};
   } cases[] = {
       {"listed", rtp, 2, rtp.payload},
@@ -74,13 +74,13 @@ TEST_F(Classification, ForwardsWhatTheRecorderWants) {
   };
   for (const auto& [what, frame, protocol, payload] : cases) {
     EXPECT_EQ(sentFor(frame.build()),
-              protocol == 0 ? Bytes() : forwarded(static_cast<uint8_t>(protocol), frame, payload))
+              protocol == 0 ? Bytes() : forwarded(static_cast<std::uint8_t>(protocol), frame, payload))
         << what;
   }
   EXPECT_TRUE(log.take().empty());
 }
 
-TEST_F(Classification, TellsWhyItDropsOddHeaders) {
+TEST_F(Classification, LogsWhyItDropsInvalidHeaders) {
   const std::string dump = "tos=00 len=3c00 id=001c off=0040 ttl=40 p=";
   const std::string header = "ERROR *** Dropping IP packet with unknown IP header\n";
   const std::string upper = "ERROR *** Dropping IP packet with unknown upper layer protocol\n";
@@ -100,17 +100,17 @@ TEST_F(Classification, TellsWhyItDropsOddHeaders) {
   }
 }
 
-TEST_F(Classification, RuntsAndLyingLengthsSendNothingButPayload) {
+TEST_F(Classification, ForwardsOnlyCapturedPayloadOfTruncatedFrames) {
   const Bytes qinq = {0x88, 0xA8, 0, 5, 0x81, 0, 0, 6, 8, 0};
   const struct {
     Frame frame;
-    std::size_t start;     // of the payload, as the headers have it
-    std::size_t shortest;  // payload that is recognised
-    uint8_t protocol;
+    std::size_t start;     // of the payload, according to the headers
+    std::size_t shortest;  // payload that is recognised, in bytes
+    std::uint8_t protocol;
   } cases[] = {
       {{}, 42, 1, 2},
       {{.link = qinq}, 50, 1, 2},
-      {{.ipVhl = 0x4F}, 82, 1, 0},  // what follows the header it claims to have is no listed port
+      {{.ipVhl = 0x4F}, 82, 1, 0},  // the bytes after the claimed header are no listed port
       {{.dstPort = 9, .payload = kSip}, 42, 11, 1},
       {{.dstPort = 9, .payload = bytes("SIP/2.0 200 OK")}, 42, 7, 1},
       {{.protocol = 6}, 54, 1, 0},
@@ -130,7 +130,7 @@ TEST_F(Classification, RuntsAndLyingLengthsSendNothingButPayload) {
   }
 }
 
-TEST_F(Classification, QueuesOnlyWhatWasCaptured) {
+TEST_F(Classification, QueuesOnlyCapturedBytes) {
   const Bytes frame(9000, 0xAA);
   const struct {
     bpf_u_int32 wire, captured, limit, expected;
@@ -148,7 +148,7 @@ TEST_F(Classification, QueuesOnlyWhatWasCaptured) {
   }
 }
 
-TEST_F(Classification, ListKeepsDuplicatesAndForgetsThemTogether) {
+TEST_F(Classification, ListKeepsDuplicatesAndRemovesThemTogether) {
   const Bytes rtp = Frame{}.build();
   dissector.addRtp(0x0A000002, 5000);
   dissector.removeRtp(0x0A000002, 5001);
@@ -167,10 +167,10 @@ TEST_F(Classification, ListKeepsDuplicatesAndForgetsThemTogether) {
   EXPECT_TRUE(sentFor(rtp).empty());
   dissector.removeAllRtp();
   dissector.addRtp(0x0A000002, 5000);
-  EXPECT_FALSE(sentFor(rtp).empty()) << "what is added after the list was emptied stays";
+  EXPECT_FALSE(sentFor(rtp).empty()) << "an entry that is added after the list was emptied stays";
 }
 
-TEST_F(Classification, RoutesByTheClassOfTheLastFrame) {
+TEST_F(Classification, RoutesHeartbeatsByTheClassOfTheLastFrame) {
   const auto heartbeatGoesTo = [&](RecordingConnection::Record& to) {
     media.frames.clear();
     signalling.frames.clear();
@@ -178,7 +178,7 @@ TEST_F(Classification, RoutesByTheClassOfTheLastFrame) {
     return to.frames.size() == 1 && to.frames[0].size() == 15 && to.frames[0][0] == 0 && to.frames[0][1] == 15 &&
            to.frames[0][2] == 3;
   };
-  u_char unknown[15] = {0, 15, 4};
+  std::uint8_t unknown[15] = {0, 15, 4};
   dissector.sendPayload(unknown, 15);
   EXPECT_EQ(log.take(), std::vector<std::string>{"WARN PAYLOAD NOT SENT"});
   EXPECT_TRUE(heartbeatGoesTo(media));

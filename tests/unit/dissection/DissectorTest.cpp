@@ -6,10 +6,10 @@
 #include <random>
 #include <thread>
 
-#include "support/Frames.h"
-#include "support/Loopback.h"
 #include "capture/Sniffer.h"
 #include "recorder/TcpConnection.h"
+#include "support/Frames.h"
+#include "support/Loopback.h"
 #include "support/TestLog.h"
 
 using namespace voip;
@@ -34,7 +34,7 @@ TEST(Commands, AreCarriedOutInOrder) {
   EXPECT_EQ(log.take().size(), 4U) << "two adds, a heartbeat and a removal; unknown codes are silent";
 }
 
-TEST(Commands, AReaderThatAlwaysHasMoreDoesNotKeepTheThread) {
+TEST(Commands, TheReaderEndsWhileMoreArrive) {
   struct Endless : RecordingConnection {
     using RecordingConnection::RecordingConnection;
     bool receiveRequest(SnifferRequest&) override {
@@ -73,7 +73,7 @@ TEST(Dissector, TheSecondDestroysTheFirst) {
   EXPECT_EQ(media.closed + signalling.closed, 2);
   EXPECT_EQ(media.destroyed + signalling.destroyed, 0);
   first->startCmdReaderThread();
-  for (u_char content : {1, 2}) produce(*first, {content});
+  for (std::uint8_t content : {1, 2}) produce(*first, {content});
   {
     const SngDissector second;
     EXPECT_EQ(SngDissector::dft(), &second);
@@ -85,7 +85,7 @@ TEST(Dissector, TheSecondDestroysTheFirst) {
   EXPECT_EQ(SngDissector::dft(), nullptr);
 }
 
-TEST(Dissector, TheListIsSafeAgainstItsReaders) {
+TEST(Dissector, EmptiesTheListWhileOthersUseIt) {
   TestLog log;
   log.setLevel(log4cxx::Level::getOff());
   SngDissector dissector;
@@ -108,7 +108,7 @@ TEST(Dissector, TheListIsSafeAgainstItsReaders) {
   EXPECT_FALSE(dissector.isInRtpList(2, 2));
 }
 
-/// The engine on a thread of its own, without devices: only the queue, the consumer and a recorder in the test.
+/// The engine without devices, on a thread of its own: the queue, the consumer and a recorder in the test.
 struct Consumer {
   explicit Consumer(bool embedded = false) {
     engine.setEmbedded(embedded);
@@ -129,17 +129,17 @@ struct Consumer {
   std::thread thread;
 };
 
-TEST(Queue, HandsOverEveryPacketOfEveryProducerInOrder) {
+TEST(Queue, DeliversEveryPacketOfEveryProducerInOrder) {
   TestLog log;
   log.setLevel(log4cxx::Level::getInfo());
   Consumer consumer;
-  constexpr uint16_t kProducers = 4, kPackets = 2000;
+  constexpr std::uint16_t kProducers = 4, kPackets = 2000;
   consumer.dissector->addRtp(0x0A000002, 5000);
   std::vector<std::thread> producers;
-  for (uint16_t producer = 0; producer < kProducers; ++producer) {
+  for (std::uint16_t producer = 0; producer < kProducers; ++producer) {
     producers.emplace_back([&, producer] {
       Bytes number;
-      for (uint16_t i = 0; i < kPackets; ++i) {
+      for (std::uint16_t i = 0; i < kPackets; ++i) {
         number.clear();
         append(number, i, 2);
         produce(*consumer.dissector, Frame{.srcPort = producer, .payload = number}.build());
@@ -154,7 +154,7 @@ TEST(Queue, HandsOverEveryPacketOfEveryProducerInOrder) {
   int next[kProducers] = {};
   for (const Bytes& frame : consumer.media.frames) EXPECT_EQ(frame[15] << 8 | frame[16], next[frame[14]]++);
 
-  // What is still queued at the end is dropped and counted.
+  // Packets that are still queued at the end are dropped and counted.
   log.setLevel(log4cxx::Level::getDebug());
   for (int i = 0; i < 3; ++i) produce(*consumer.dissector, Frame{}.build());
   consumer.dissector->consumePacket();
@@ -175,7 +175,7 @@ TEST(Queue, OnlyTheEmbeddedConsumerTakesCommands) {
   }
 }
 
-TEST(Queue, AWaitingConsumerWakesForTheEnd) {
+TEST(Queue, TheEndWakesAWaitingConsumer) {
   const TestLog log;
   for (int i = 0; i < 5; ++i) {
     Consumer consumer;
@@ -185,7 +185,16 @@ TEST(Queue, AWaitingConsumerWakesForTheEnd) {
   }
 }
 
-TEST(Connections, FollowTheTransportAndTheAddresses) {
+/// Returns the next frames that a recorder receives; over TCP, on a new connection.
+std::vector<Bytes> receivedBy(const Loopback& recorder, bool udp, std::size_t frames) {
+  std::vector<Bytes> all;
+  if (frames == 0) return all;
+  const Loopback stream(udp ? dup(recorder.sd) : ::accept(recorder.sd, nullptr, nullptr));
+  while (all.size() < frames) all.push_back(udp ? stream.readDatagram() : stream.readFrame());
+  return all;
+}
+
+TEST(Connections, FollowTransportAndAddresses) {
   TestLog log;
   const struct {
     const char* transport;
@@ -213,7 +222,7 @@ TEST(Connections, FollowTheTransportAndTheAddresses) {
     EXPECT_EQ(log.count("ERROR Invalid ServerProtocol assuming TCP"), known ? 0 : 1);
     EXPECT_EQ(log.count("INFO UDP connection created"), udp ? 1 : 0);
     EXPECT_EQ(log.count("INFO TCP connection created"), udp ? 0 : 1);
-    // One line of the object, one that tells how far the first attempt got.
+    // One line is by the constructor, one has the result of the first attempt.
     EXPECT_EQ(log.count("INFO Connecting to" + recorder) + log.count("INFO Connected to" + recorder), udp ? 0 : 2);
 
     const Frame sip{.payload = kSip};
@@ -221,24 +230,17 @@ TEST(Connections, FollowTheTransportAndTheAddresses) {
     dissector.addRtp(rtp.dstIp, rtp.dstPort);
     process(dissector, sip.build());
     process(dissector, rtp.build());
-    const auto received = [&, udp = udp](const Loopback& at, std::size_t frames) {
-      std::vector<Bytes> all;
-      if (frames == 0) return all;
-      const Loopback stream(udp ? dup(at.sd) : ::accept(at.sd, nullptr, nullptr));
-      while (all.size() < frames) all.push_back(udp ? stream.readDatagram() : stream.readFrame());
-      return all;
-    };
     const Bytes sipFrame = forwarded(1, sip, sip.payload);
     const Bytes rtpFrame = forwarded(2, rtp, rtp.payload);
     using Frames = std::vector<Bytes>;
-    EXPECT_EQ(received(media, separate ? 1 : 2), separate ? Frames({rtpFrame}) : Frames({sipFrame, rtpFrame}));
-    EXPECT_EQ(received(signalling, separate ? 1 : 0), separate ? Frames({sipFrame}) : Frames());
+    EXPECT_EQ(receivedBy(media, udp, separate ? 1 : 2), separate ? Frames({rtpFrame}) : Frames({sipFrame, rtpFrame}));
+    EXPECT_EQ(receivedBy(signalling, udp, separate ? 1 : 0), separate ? Frames({sipFrame}) : Frames());
   }
 }
 
-TEST(Connections, AnOutageForgetsDestinationsAndDropsTheQueue) {
+TEST(Connections, AnOutageEmptiesTheListAndTheQueue) {
   TestLog log;
-  uint16_t port;
+  std::uint16_t port;
   {
     const Loopback gone(SOCK_STREAM, 0);
     port = gone.port();
@@ -255,7 +257,7 @@ TEST(Connections, AnOutageForgetsDestinationsAndDropsTheQueue) {
   EXPECT_EQ(dissector.getStatistics().notSent, 1U);
 }
 
-TEST(Connections, HeartbeatsNeverGetIntoAFrame) {
+TEST(Connections, HeartbeatsNeverSplitAFrame) {
   TestLog log;
   log.setLevel(log4cxx::Level::getOff());
   const Loopback listener(SOCK_STREAM, 0);

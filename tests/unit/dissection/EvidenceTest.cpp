@@ -1,4 +1,4 @@
-// Nothing that the recorder wants is lost between the wire and its connection, and what is lost is counted.
+// No frame that the recorder wants is lost between capture and connection unless it is counted as lost.
 
 #include <gtest/gtest.h>
 
@@ -16,7 +16,7 @@ using namespace voip;
 
 namespace {
 
-/// A recorder that can be away.
+/// A recorder that can become unreachable.
 struct FlakyConnection : RecordingConnection {
   using RecordingConnection::RecordingConnection;
 
@@ -36,13 +36,13 @@ struct FlakyConnection : RecordingConnection {
   std::size_t getRoom() override { return room; }
 
   std::atomic<std::size_t> room = SIZE_MAX;
-  std::atomic<int> left = 1 << 30;  ///< frames that it still takes
+  std::atomic<int> left = 1 << 30;  ///< number of frames that it still takes
   std::atomic<int> attempts = 0;
 };
 
 constexpr u_int kPhone = 0x0A000002;
 
-Bytes rtp(u_char number, u_char first = 0x80) {
+Bytes rtp(std::uint8_t number, std::uint8_t first = 0x80) {
   Bytes payload = {first, 8, 0, number};
   payload.resize(20, number);
   return payload;
@@ -52,7 +52,7 @@ Bytes sip(const std::string& id) {
   return bytes("BYE sip:" + id + " SIP/2.0\r\n\r\n");
 }
 
-/// The engine with its consumer on a thread, settings, and a recorder in the test.
+/// The engine with settings, its consumer on a thread of its own, and a recorder in the test.
 class Evidence : public testing::Test {
  protected:
   void start(const Settings& settings) {
@@ -71,14 +71,15 @@ class Evidence : public testing::Test {
   }
   ~Evidence() override { stop(); }
 
-  void capture(const Bytes& payload, uint16_t port = 5000) {
+  void capture(const Bytes& payload, std::uint16_t port = 5000) {
     produce(*dissector, Frame{.dstPort = port, .payload = payload}.build());
     ++captured;
   }
   void settle() {
     EXPECT_TRUE(eventually([&] { return dissector->isIdle(); }));
   }
-  /// What the recorder has: a letter and a number for each frame.
+  /// Returns a letter and a number for each frame that the recorder has received: S for SIP, R for RTP, and "t" for a
+  /// capture time.
   std::string received() const {
     std::string all;
     for (const Bytes& frame : media.frames) {
@@ -89,7 +90,7 @@ class Evidence : public testing::Test {
     }
     return all;
   }
-  /// Each frame is in one figure.
+  /// Expects that each captured frame is counted once.
   void expectSum() {
     const Statistics now = dissector->getStatistics();
     EXPECT_EQ(now.sipForwarded + now.rtpForwarded + now.udpDropped + now.queueDiscarded + now.notSent +
@@ -107,7 +108,7 @@ class Evidence : public testing::Test {
   std::uint64_t captured = 0;
 };
 
-TEST_F(Evidence, MediaAskedForLateComesFirstInOrderAndOnce) {
+TEST_F(Evidence, SendsKeptMediaFirstInOrderAndOnce) {
   Settings settings;
   settings.lookBack = 60'000;
   start(settings);
@@ -119,7 +120,7 @@ TEST_F(Evidence, MediaAskedForLateComesFirstInOrderAndOnce) {
   capture(rtp(2, 0x81));
   settle();
   EXPECT_EQ(received(), "");
-  dissector->addRtp(kPhone, 5000);  // and nothing else arrives
+  dissector->addRtp(kPhone, 5000);  // no packet follows
   EXPECT_TRUE(eventually([&] { return dissector->getStatistics().rtpForwarded == 2; }));
   capture(rtp(3));
   dissector->addRtp(kPhone, 5000);
@@ -133,38 +134,38 @@ TEST_F(Evidence, MediaAskedForLateComesFirstInOrderAndOnce) {
   EXPECT_EQ(dissector->getStatistics().lookBackWaiting, 2U);
 }
 
-TEST_F(Evidence, AsksAtAnyMomentOfARunningStreamLeaveNoHoleInIt) {
+TEST_F(Evidence, AnAddDuringAStreamLeavesNoGap) {
   log.setLevel(log4cxx::Level::getOff());
   Settings settings;
   settings.lookBack = 60'000;
   start(settings);
   constexpr int kStreams = 200;
-  std::thread asking([&] {
-    for (uint16_t port = 0; port < kStreams; ++port) dissector->addRtp(kPhone, port);
+  std::thread adding([&] {
+    for (std::uint16_t port = 0; port < kStreams; ++port) dissector->addRtp(kPhone, port);
   });
-  for (u_char number = 0; number < 100; ++number) {
-    for (uint16_t port = 0; port < kStreams; ++port) capture(rtp(number), port);
+  for (std::uint8_t number = 0; number < 100; ++number) {
+    for (std::uint16_t port = 0; port < kStreams; ++port) capture(rtp(number), port);
   }
-  asking.join();
+  adding.join();
   EXPECT_TRUE(eventually([&] { return dissector->getStatistics().rtpForwarded == captured; }));
   stop();
   std::vector<int> next(kStreams);
   for (const Bytes& frame : media.frames) EXPECT_EQ(int{frame[18]}, next[frame[7] << 8 | frame[8]]++);
 }
 
-TEST_F(Evidence, MemoryOfTheLookBackIsBounded) {
+TEST_F(Evidence, LimitsTheMemoryOfTheLookBack) {
   Settings settings;
   settings.lookBack = 60'000;
   settings.lookBackMemory = 1;
   start(settings);
-  for (int i = 0; i < 3000; ++i) capture(Bytes(1000, 0x80), static_cast<uint16_t>(i));
+  for (int i = 0; i < 3000; ++i) capture(Bytes(1000, 0x80), static_cast<std::uint16_t>(i));
   settle();
   EXPECT_GT(dissector->getStatistics().lookBackOverflow, 1500U);
   EXPECT_GT(dissector->getStatistics().lookBackWaiting, 700U);
   expectSum();
 }
 
-TEST_F(Evidence, ALostRecorderGetsTheSignallingItMissedAndTheMediaWhenItAsksAgain) {
+TEST_F(Evidence, SendsMissedSignallingAfterAnOutageAndMediaAfterAnAdd) {
   Settings settings;
   settings.lookBack = 60'000;
   start(settings);
@@ -189,12 +190,12 @@ TEST_F(Evidence, ALostRecorderGetsTheSignallingItMissedAndTheMediaWhenItAsksAgai
   expectSum();
 }
 
-TEST_F(Evidence, KeptMediaLeavesAsFastAsTheRecorderTakesItAndSurvivesItsLoss) {
+TEST_F(Evidence, SendsKeptMediaAsTheRecorderTakesItAndKeepsItInAnOutage) {
   Settings settings;
   settings.lookBack = 60'000;
   start(settings);
   const auto forwarded = [&] { return dissector->getStatistics().rtpForwarded.load(); };
-  for (u_char number = 0; number < 9; ++number) capture(rtp(number));
+  for (std::uint8_t number = 0; number < 9; ++number) capture(rtp(number));
   settle();
   connection->room = 0;
   dissector->addRtp(kPhone, 5000);
@@ -216,26 +217,26 @@ TEST_F(Evidence, KeptMediaLeavesAsFastAsTheRecorderTakesItAndSurvivesItsLoss) {
   expectSum();
 }
 
-TEST_F(Evidence, AGroupThatLosesItsRecorderIsJudgedAnew) {
+TEST_F(Evidence, ChecksTheRestOfAGroupAgainAfterALoss) {
   start({});
   dissector->addRtp(kPhone, 5000);
   connection->left = 30;
-  for (u_char i = 0; i < 100; ++i) capture(rtp(i));
+  for (std::uint8_t i = 0; i < 100; ++i) capture(rtp(i));
   settle();
   EXPECT_EQ(media.frames.size(), 30U);
   const Statistics now = dissector->getStatistics();
   EXPECT_EQ(now.notSent, 1U);
-  EXPECT_EQ(now.udpDropped + now.queueDiscarded, 69U) << "what is not asked for any more is not sent";
+  EXPECT_EQ(now.udpDropped + now.queueDiscarded, 69U) << "their destination is no longer on the list";
   expectSum();
-  // Each attempt may take a second: what waits behind the first is dropped, wherever it waits.
+  // Each attempt to connect may take a second, so all frames after the first are dropped, wherever they wait.
   connection->attempts = 0;
-  for (u_char i = 0; i < 100; ++i) capture(sip("1"));
+  for (std::uint8_t i = 0; i < 100; ++i) capture(sip("1"));
   settle();
   EXPECT_LT(connection->attempts, 50);
   expectSum();
 }
 
-TEST_F(Evidence, LateFramesAreAnnouncedByTheirCaptureTime) {
+TEST_F(Evidence, SendsTheCaptureTimeBeforeALateFrame) {
   Settings settings;
   settings.captureTime = true;
   start(settings);
@@ -245,7 +246,7 @@ TEST_F(Evidence, LateFramesAreAnnouncedByTheirCaptureTime) {
   header.ts = {1'700'000'000, 123'456};
   SniffedPacket packet{nullptr, &header, frame.data()};
   dissector->producePacket(packet);
-  packet.replayed = true;  // its time stamp is that of another day, but it is not late
+  packet.replayed = true;  // an old time stamp does not make this one late
   dissector->producePacket(packet);
   timespec now;
   clock_gettime(CLOCK_REALTIME, &now);
@@ -282,7 +283,7 @@ TEST(QueueLimit, DropsTheNewestMediaAndSignallingLast) {
   EXPECT_EQ(fits + statistics.queueLimitMedia, 1000U);
   EXPECT_LE(fits * 1042, 1U << 20);
   for (int i = 0; i < 500; ++i) push(signalling);
-  EXPECT_EQ(queue.size(), fits) << "the newest media give way";
+  EXPECT_EQ(queue.size(), fits) << "the newest media is dropped";
   EXPECT_EQ(statistics.queueLimitSignalling, 0U);
   for (int i = 0; i < 500; ++i) push(signalling);
   EXPECT_EQ(statistics.queueLimitMedia, 1000U);
@@ -298,7 +299,7 @@ TEST(QueueLimit, DropsTheNewestMediaAndSignallingLast) {
       EXPECT_GE(packet->number, last);
       last = packet->number;
       if (frames == 100) {
-        push(media);  // the other lane, behind everything
+        push(media);  // to the other lane, as the last frame
       }
     }
   }

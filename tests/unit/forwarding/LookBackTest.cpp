@@ -18,7 +18,7 @@ Bytes frameOf(FrameProtocol protocol, std::size_t payload) {
 
 const RtpAddr kDestination{1, 5000};
 
-TEST(KeptMedia, DropsFramesThatAreTooOld) {
+TEST(KeptMedia, DropsExpiredFrames) {
   Statistics statistics;
   KeptMedia media(Instant(1), 1 << 20, statistics);
   Bytes frame = frameOf(FrameProtocol::Rtp, 20);
@@ -30,10 +30,10 @@ TEST(KeptMedia, DropsFramesThatAreTooOld) {
   EXPECT_FALSE(media.beginRecall(kDestination));
 }
 
-TEST(KeptMedia, ARecallGoesOnInOrderWhateverInterruptsIt) {
+TEST(KeptMedia, RecallsInOrderDespiteInterruptions) {
   Statistics statistics;
   KeptMedia media(Instant(60'000), 1 << 20, statistics);
-  u_char number = 0;
+  std::uint8_t number = 0;
   const auto keep = [&](int count) {
     for (; count > 0; --count) {
       Bytes frame = frameOf(FrameProtocol::Rtp, 20);
@@ -41,7 +41,7 @@ TEST(KeptMedia, ARecallGoesOnInOrderWhateverInterruptsIt) {
       media.keep({{}, frame}, 0);
     }
   };
-  u_char expected = 0;
+  std::uint8_t expected = 0;
   const auto send = [&](std::size_t peek, std::size_t count) {
     const auto frames = media.peekRecalled(peek);
     ASSERT_GE(frames.size(), count);
@@ -66,7 +66,7 @@ TEST(KeptMedia, ARecallGoesOnInOrderWhateverInterruptsIt) {
   EXPECT_EQ(statistics.lookBackWaiting, 0U);
 }
 
-TEST(KeptMedia, FrameAndTableMemoryAreBoundedWhoeverChoosesTheDestinations) {
+TEST(KeptMedia, LimitsMemoryForFramesAndDestinations) {
   Statistics statistics;
   KeptMedia media(Instant(60'000), 1 << 20, statistics);
   Bytes frame = frameOf(FrameProtocol::Rtp, 172);
@@ -75,7 +75,7 @@ TEST(KeptMedia, FrameAndTableMemoryAreBoundedWhoeverChoosesTheDestinations) {
   for (u_int i = 0; i < kFrames; ++i) {
     FrameHeader{static_cast<u_short>(frame.size()), FrameProtocol::Rtp, i << 16, 5000, 2, 4000}.write(frame.data());
     media.keep({{}, frame}, 0);
-    if (i == kFrames - 1000) media.beginRecall({i << 16, 5000});  // its frames are dropped before it goes on
+    if (i == kFrames - 1000) media.beginRecall({i << 16, 5000});  // its frames are dropped before any is recalled
   }
   EXPECT_LT(statistics.lookBackWaiting, 5'000U);
   EXPECT_EQ(statistics.lookBackWaiting + statistics.lookBackOverflow, kFrames);
@@ -83,12 +83,12 @@ TEST(KeptMedia, FrameAndTableMemoryAreBoundedWhoeverChoosesTheDestinations) {
   EXPECT_TRUE(media.beginRecall({(kFrames - 1U) << 16, 5000}));
 }
 
-TEST(MissedSignalling, IsBoundedInTimeAndMemoryAndTriedOnceASecond) {
+TEST(MissedSignalling, LimitsTimeAndMemoryAndIsDueOnceASecond) {
   Statistics statistics;
   MissedSignalling missed(Instant(5'000), 10'000, statistics);
   const Instant start(100'000);
   EXPECT_FALSE(missed.isDue(start));
-  for (u_char number = 0; number < 10; ++number) {
+  for (std::uint8_t number = 0; number < 10; ++number) {
     Bytes message = frameOf(FrameProtocol::Sip, 85);
     message.back() = number;
     missed.keep({{}, message}, start + Instant(number));

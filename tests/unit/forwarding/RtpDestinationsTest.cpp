@@ -9,13 +9,13 @@
 
 using namespace voip;
 
-TEST(Destinations, AreThoseThatWereAddedAndNotRemovedSince) {
+TEST(Destinations, AreThoseAddedAndNotRemovedSince) {
   RtpDestinations list;
   std::map<std::pair<u_int, u_short>, std::size_t> expected = {{{7, 7}, 1}};
   list.add({7, 7});
   std::atomic<bool> stop = false;
   std::thread reader([&] {
-    while (!stop) ASSERT_TRUE(list.contains({7, 7})) << "whatever is moved around it";
+    while (!stop) ASSERT_TRUE(list.contains({7, 7})) << "while other keys move";
   });
   std::mt19937 random(1);
   for (int i = 0; i < 20000; ++i) {

@@ -5,16 +5,16 @@
 #include <cerrno>
 
 #include "recorder/EmbeddedConnection.h"
+#include "recorder/UdpConnection.h"
 #include "support/Loopback.h"
 #include "support/TestLog.h"
-#include "recorder/UdpConnection.h"
 
 using namespace voip;
 
 namespace {
 
-int segmentRefusal = 0;  // the error with which segments are refused
-int segmentSends = 0;
+int segmentRefusal = 0;  // errno of sends with segmentation offload, or 0 when they succeed
+int segmentSends = 0;    // their number
 
 }  // namespace
 
@@ -34,7 +34,7 @@ namespace {
 
 class Udp : public testing::Test {
  protected:
-  /// What comes of a datagram from there.
+  /// Sends a datagram to the connection. Returns true when it is taken as a command.
   bool commands(const Loopback& from, const Bytes& datagram) {
     from.writeTo(Loopback(dup(connection.getClientSd())).port(), datagram);
     connection.awaitRequest();
@@ -49,7 +49,7 @@ class Udp : public testing::Test {
   SnifferRequest request;
 };
 
-TEST_F(Udp, AnswersWhereTheLastCommandCameFrom) {
+TEST_F(Udp, SendsFramesToTheSourceOfTheLastCommand) {
   EXPECT_EQ(connection.getServerPort(), recorder.port());
   EXPECT_FALSE(connection.receiveRequest(request));
   Bytes frame(1400, 0x11), heartbeat = command(3, 0x0A000007, 40000), two = heartbeat;
@@ -61,7 +61,7 @@ TEST_F(Udp, AnswersWhereTheLastCommandCameFrom) {
     Bytes datagram;
     SnifferRequest decoded;
   } cases[] = {{other, heartbeat, {3, 0x0A000007, 40000}},
-               {recorder, {1, 192}, {1, 0xC0000007, 40000}},  // too short: completed by what is kept
+               {recorder, {1, 192}, {1, 0xC0000007, 40000}},  // too short: the rest is that of the last command
                {other, two, {3, 0x0A000007, 40000}}};         // too long: the rest is ignored
   for (const auto& [from, datagram, decoded] : cases) {
     EXPECT_TRUE(commands(from, datagram));
@@ -73,19 +73,19 @@ TEST_F(Udp, AnswersWhereTheLastCommandCameFrom) {
   EXPECT_FALSE(commands(recorder, {})) << "no bytes, no command";
 }
 
-TEST_F(Udp, OnRequestOnlyTheServerCommands) {
+TEST_F(Udp, TakesCommandsOnlyFromTheServerIfConfigured) {
   connection.setStatistics(statistics);
   connection.setCommandsFromServerOnly(true);
   EXPECT_FALSE(commands(other, command(1, 0xFFFFFFFF, 9)));
   EXPECT_TRUE(commands(recorder, {2, 10}));
-  EXPECT_EQ(request, SnifferRequest(2, 0x0A000000, 0)) << "not completed by the stranger's";
+  EXPECT_EQ(request, SnifferRequest(2, 0x0A000000, 0)) << "without bytes of the ignored command";
   EXPECT_EQ(statistics.commandsIgnored, 1U);
 }
 
-TEST_F(Udp, AGroupIsADatagramEachInOrder) {
+TEST_F(Udp, SendsEachFrameOfAGroupAsOneDatagramInOrder) {
   std::vector<int> sizes(70, 200);  // more than one send can have segments
   sizes.insert(sizes.end(), {100, 300, 300, 0, 1400, 1400, 70000, 50, 50});
-  // What does not pass is remembered; what may pass is tried again.
+  // Segments that the path cannot take are not tried again; after a temporary error they are.
   for (const auto& [refusal, attempts] : {std::pair{0, 14}, {EINVAL, 3}, {EIO, 1}, {EAGAIN, 6}}) {
     SCOPED_TRACE(refusal);
     UdpConnection fresh("127.0.0.2", recorder.port());
@@ -94,9 +94,9 @@ TEST_F(Udp, AGroupIsADatagramEachInOrder) {
     for (int round = 0; round < 2; ++round) {
       std::vector<Bytes> frames;
       std::vector<OutgoingFrame> group;
-      for (const int size : sizes) frames.emplace_back(size, static_cast<u_char>(frames.size()));
+      for (const int size : sizes) frames.emplace_back(size, static_cast<std::uint8_t>(frames.size()));
       for (Bytes& frame : frames) group.push_back({frame.data(), static_cast<int>(frame.size())});
-      EXPECT_EQ(fresh.sendPackets(group).dealtWith, 77U) << "after the one that is too long";
+      EXPECT_EQ(fresh.sendPackets(group).dealtWith, 77U) << "stops after the frame that is too long";
       EXPECT_EQ(fresh.sendPackets(std::span(group).subspan(77)).dealtWith, 2U);
       EXPECT_EQ(group[76].sent, -1);
       frames.erase(frames.begin() + 76);
@@ -114,12 +114,12 @@ TEST_F(Udp, ClosesItsDescriptorOnce) {
   ASSERT_EQ(successor.sd, connection.getClientSd()) << "the system gives the number to the next socket";
   connection.closeConnection();
   EXPECT_NE(fcntl(successor.sd, F_GETFD), -1);
-  u_char byte = 0;
+  std::uint8_t byte = 0;
   EXPECT_EQ(connection.sendPacket(&byte, 1), -1);
   EXPECT_FALSE(connection.receiveRequest(request));
 }
 
-TEST_F(Udp, WithoutASocketTheProcessEnds) {
+TEST_F(Udp, ExitsWhenThereIsNoSocket) {
   const auto withoutDescriptors = [] {
     const rlimit none{};
     setrlimit(RLIMIT_NOFILE, &none);
@@ -128,7 +128,7 @@ TEST_F(Udp, WithoutASocketTheProcessEnds) {
   EXPECT_EXIT(withoutDescriptors(), testing::ExitedWithCode(1), "");
 }
 
-/// Counts how often it is held, and that it is never left without having been entered.
+/// Counts how often and how deeply it is entered.
 struct CountingMonitor : HostMonitor {
   void enter() override { ++entered, ++depth; }
   void leave() override { --depth; }
@@ -153,7 +153,7 @@ TEST(Embedded, QueuesFramesAndCommandsInOrder) {
   EXPECT_EQ(connection.receivePacket(buffer.data()), 40);
   EXPECT_EQ(connection.receivePacket(buffer.data()), 0);
 
-  // As many commands as the host has put in are carried out at once.
+  // All waiting commands can be taken at once.
   std::vector<u_int> carriedOut;
   SnifferRequest request(1, 0, 1);
   for (; request.rtpAddr < 5000; ++request.rtpAddr) EXPECT_TRUE(connection.sendRequest(request));
@@ -173,14 +173,14 @@ TEST(Embedded, QueuesFramesAndCommandsInOrder) {
   EXPECT_EQ(monitor.depth, 0);
 }
 
-TEST(Embedded, ABurstComesOutAsItWentInAndTheLogWarnsOfAHostThatDoesNotFetch) {
+TEST(Embedded, KeepsABurstInOrderAndWarnsWhenTheHostDoesNotFetch) {
   TestLog log("EmbeddedConnection");
   EmbeddedConnection connection;
   std::vector<char> buffer(1 << 20);
-  // More than the blocks that are kept, frames that end blocks and one that is larger than a block.
+  // More frames than the spare blocks hold, frames at the end of a block, and one that is larger than a block.
   const auto lengthOf = [](int i) { return i == 500 ? 1 << 20 : i % 2 == 0 ? 15 + i : 65535 - i; };
   const auto send = [&](int i) {
-    Bytes frame(static_cast<std::size_t>(lengthOf(i)), static_cast<u_char>(i));
+    Bytes frame(static_cast<std::size_t>(lengthOf(i)), static_cast<std::uint8_t>(i));
     connection.sendPacket(frame.data(), lengthOf(i));
   };
   for (int round = 0; round < 2; ++round) {

@@ -13,7 +13,7 @@ using namespace voip;
 
 namespace {
 
-// What the next calls of send() do: take so many bytes, or fail with the negated errno. Empty: what the system does.
+// What the next calls of send() do: send so many bytes, or fail with the negated errno. Empty: the system's send().
 std::deque<int> sendScript;
 std::atomic<int> longSleeps = 0;
 
@@ -29,7 +29,7 @@ extern "C" ssize_t send(int sd, const void* buffer, size_t length, int flags) {
   return -1;
 }
 
-// The pause of an outage is counted, not slept.
+// Counts the pauses of an outage and shortens them.
 extern "C" int nanosleep(const timespec* time, timespec* rest) {
   static const auto real = systemCall<int(const timespec*, timespec*)>("nanosleep");
   if (time->tv_sec != 1 || time->tv_nsec != 0) return real(time, rest);
@@ -51,13 +51,13 @@ class Tcp : public testing::Test {
   }
   ~Tcp() override { sendScript.clear(); }
 
-  /// What a send of 100 bytes finds out.
+  /// Sends 100 bytes and returns what happened to the link.
   LinkEvent eventOf(TcpConnection& to) {
     OutgoingFrame frame{data.data(), 100};
     return to.sendPackets({&frame, 1}).link;
   }
 
-  /// The recorder's end of a connection made by the first sends.
+  /// Connects by sending. Returns the recorder's end of the connection.
   Loopback established(TcpConnection& to, const Loopback& at) {
     EXPECT_TRUE(eventually([&] { return to.sendPacket(data.data(), 100) == 100; }));
     Loopback peer = at.accept();
@@ -75,8 +75,8 @@ class Tcp : public testing::Test {
   SnifferRequest request;
 };
 
-TEST_F(Tcp, AnOutageIsLoggedOnceAndReportedEachTime) {
-  const uint16_t port = listener.port();
+TEST_F(Tcp, LogsAnOutageOnceAndReportsItForEachSend) {
+  const std::uint16_t port = listener.port();
   listener.close();
   const TcpConnection another(kHost, port);
   EXPECT_EQ(log.take(), std::vector<std::string>{"INFO Connecting to" + recorder});
@@ -94,7 +94,7 @@ TEST_F(Tcp, AnOutageIsLoggedOnceAndReportedEachTime) {
   EXPECT_EQ(log.count("INFO Tcp socket send buffer size=60000"), 1);
   EXPECT_FALSE(connection.receiveRequest(request));
 
-  // The recorder comes and goes: that is another outage.
+  // After the recorder has connected and gone, another outage begins.
   log.take();
   {
     Loopback again(SOCK_STREAM, port);
@@ -107,7 +107,7 @@ TEST_F(Tcp, AnOutageIsLoggedOnceAndReportedEachTime) {
   EXPECT_EQ(log.count("INFO Connecting to" + recorder), 1);
 }
 
-TEST_F(Tcp, AConnectInProgressIsCompletedByALaterSend) {
+TEST_F(Tcp, ALaterSendCompletesAConnectInProgress) {
   const Loopback narrow(SOCK_STREAM, 0, 0);
   TcpConnection first(kHost, narrow.port());
   first.tcpConnect();
@@ -121,90 +121,116 @@ TEST_F(Tcp, AConnectInProgressIsCompletedByALaterSend) {
   EXPECT_EQ(narrow.accept().read(100).size(), 100U);
 }
 
-TEST_F(Tcp, ShortAndFailedSendsAreTreatedByKindWhereverAGroupEnds) {
-  Bytes bytes;
-  for (int i = 0; i < 300; ++i) bytes.push_back(static_cast<u_char>(i));
+/// One send of a group of 100-byte frames, and what it has to do.
+struct ScriptedSend {
+  int timeout;  ///< for sending, in milliseconds
+  int frames;
+  std::deque<int> script;
+  std::vector<int> results;                 ///< `sent` of each frame dealt with
+  std::vector<std::pair<int, int>> stream;  ///< ranges of the group's bytes that the recorder receives
+  std::string events;
+};
+
+const std::string kClosed = "INFO Connection to Recorder closed.;";
+
+class TcpSend : public Tcp {
+ protected:
+  void expect(const ScriptedSend& scripted) {
+    SCOPED_TRACE(testing::PrintToString(scripted.script));
+    TcpConnection sender(kHost, listener.port());
+    sender.setStatistics(statistics);
+    sender.setSendTimeout(std::chrono::milliseconds(scripted.timeout));
+    const Loopback peer = established(sender, listener);
+    log.take();
+    Bytes bytes;
+    for (int i = 0; i < 300; ++i) bytes.push_back(static_cast<std::uint8_t>(i));
+    std::vector<OutgoingFrame> group;
+    for (int i = 0; i < scripted.frames; ++i) group.push_back({bytes.data() + 100 * i, 100, -7});
+    sendScript = scripted.script;
+    const SendResult result = sender.sendPackets(group);
+    EXPECT_EQ(result.dealtWith, scripted.results.size());
+    for (std::size_t i = 0; i < scripted.results.size(); ++i) EXPECT_EQ(group[i].sent, scripted.results[i]);
+    EXPECT_TRUE(sendScript.empty());
+    const bool stays = !scripted.events.ends_with(kClosed);
+    EXPECT_EQ(sender.isConnected(), stays);
+    EXPECT_EQ(result.link, stays ? LinkEvent::kNone : LinkEvent::kLost);
+    std::string seen;
+    for (const std::string& event : log.take()) seen += event.starts_with("DEBUG") ? "" : event + ";";
+    EXPECT_EQ(seen, scripted.events);
+    sender.closeConnection();
+    Bytes expected;
+    for (const auto& [from, to] : scripted.stream) {
+      expected.insert(expected.end(), bytes.begin() + from, bytes.begin() + to);
+    }
+    EXPECT_EQ(peer.read(1000), expected);
+  }
+};
+
+TEST_F(TcpSend, HandlesEachKindOfShortAndFailedSend) {
   const std::string short60 = "WARN Sent nSent=60 bytes of 100;", short30 = "WARN Sent nSent=30 bytes of 100;";
-  const std::string closed = "INFO Connection to Recorder closed.;", tooLarge = "WARN Packet too large to send.;";
+  const std::string tooLarge = "WARN Packet too large to send.;";
   const std::string interrupted = "WARN Send error=4;WARN Interrupted while sending - will continue sending.;";
-  const std::string full = "WARN Send error=11;WARN Can not send. Connection to recorder lost.;" + closed;
-  const std::string gone = "WARN Send error=32;WARN Connection to recorder lost.;" + closed;
-  using Ranges = std::vector<std::pair<int, int>>;
-  const struct {
-    int timeout, frames;
-    std::deque<int> script;
-    std::vector<int> results;
-    Ranges stream;
-    std::string events;
-  } cases[] = {
+  const std::string full = "WARN Send error=11;WARN Can not send. Connection to recorder lost.;" + kClosed;
+  const std::string gone = "WARN Send error=32;WARN Connection to recorder lost.;" + kClosed;
+  const ScriptedSend cases[] = {
       {0, 1, {-EINTR, 100}, {100}, {{0, 100}}, interrupted},
       {0, 1, {-EMSGSIZE}, {0}, {}, "WARN Send error=90;" + tooLarge},
       {0, 1, {-EPIPE}, {0}, {}, gone},
-      {0, 1, {-EIO}, {0}, {}, "WARN Send error=5;WARN Connection to recorder not working;" + closed},
+      {0, 1, {-EIO}, {0}, {}, "WARN Send error=5;WARN Connection to recorder not working;" + kClosed},
       {0, 1, {60, -EAGAIN}, {60}, {{0, 60}}, short60 + full},
       // A rest that is sent in one piece does not count and is sent again.
       {0, 1, {60, 40, 40, 30, -EAGAIN}, {90}, {{0, 100}, {60, 100}, {60, 90}}, short60 + short30 + full},
       {0, 3, {160, 40, 30, -EAGAIN}, {100, 90}, {{0, 200}, {160, 190}}, short60 + short30 + full},
       {0, 3, {100, -ENOBUFS}, {100, 0}, {{0, 100}}, "WARN Send error=105;" + tooLarge},
       {0, 3, {-EINTR, 100, 200}, {100, 100, 100}, {{0, 300}}, interrupted},
-      // With a time-out it waits for room, which is there, and every byte goes out once. The frames after that are the
-      // caller's again.
+      // With a time-out it waits for space, which there is, and sends each byte once. The frames after the wait go back
+      // to the caller.
       {9000, 3, {160, -EAGAIN, 30, -EAGAIN, 10}, {100, 100}, {{0, 200}}, ""},
       {9000, 3, {160, 40, 100}, {100, 100, 100}, {{0, 300}}, ""},
       {9000, 3, {200, -EPIPE}, {100, 100, 0}, {{0, 200}}, gone},
   };
-  for (const auto& [timeout, frames, script, results, stream, events] : cases) {
-    SCOPED_TRACE(testing::PrintToString(script));
-    TcpConnection scripted(kHost, listener.port());
-    scripted.setStatistics(statistics);
-    scripted.setSendTimeout(std::chrono::milliseconds(timeout));
-    const Loopback peer = established(scripted, listener);
-    log.take();
-    sendScript = script;
-    std::vector<OutgoingFrame> group;
-    for (int i = 0; i < frames; ++i) group.push_back({bytes.data() + 100 * i, 100, -7});
-    const SendResult result = scripted.sendPackets(group);
-    EXPECT_EQ(result.dealtWith, results.size());
-    for (std::size_t i = 0; i < results.size(); ++i) EXPECT_EQ(group[i].sent, results[i]);
-    EXPECT_TRUE(sendScript.empty());
-    const bool stays = !events.ends_with(closed);
-    EXPECT_EQ(scripted.isConnected(), stays);
-    EXPECT_EQ(result.link, stays ? LinkEvent::kNone : LinkEvent::kLost);
-    std::string seen;
-    for (const std::string& event : log.take()) seen += event.starts_with("DEBUG") ? "" : event + ";";
-    EXPECT_EQ(seen, events);
-    scripted.closeConnection();
-    Bytes expected;
-    for (const auto& [from, to] : stream) expected.insert(expected.end(), bytes.begin() + from, bytes.begin() + to);
-    EXPECT_EQ(peer.read(1000), expected);
-  }
+  for (const ScriptedSend& scripted : cases) expect(scripted);
   EXPECT_EQ(statistics.sendWaits, 2U);
   EXPECT_EQ(statistics.framesWaited, 4U);
 }
 
-TEST_F(Tcp, ARecorderThatDoesNotReadIsLostOrWaitedForAndServed) {
-  constexpr std::size_t kFrames = 40;
-  std::vector<Bytes> frames(kFrames, Bytes(60000, 2));
-  for (std::size_t i = 0; i < kFrames; ++i) {
-    frames[i][0] = 60000 >> 8;
-    frames[i][1] = 60000 & 0xFF;
-    frames[i][15] = static_cast<u_char>(i);
+/// A recorder that reads slowly or not at all.
+class TcpSlowRecorder : public Tcp {
+ protected:
+  static constexpr std::size_t kFrames = 40;
+
+  TcpSlowRecorder() {
+    for (std::size_t i = 0; i < kFrames; ++i) {
+      frames[i][0] = 60000 >> 8;
+      frames[i][1] = 60000 & 0xFF;
+      frames[i][15] = static_cast<std::uint8_t>(i);
+    }
   }
-  const auto sendAll = [&] {
+
+  /// Sends all frames unless the connection is lost. Returns the number of frames dealt with.
+  std::size_t sendAll() {
     std::vector<OutgoingFrame> group;
     for (Bytes& frame : frames) group.push_back({frame.data(), 60000});
-    std::size_t done = 0;  // after a wait, what has not begun is the caller's again
-    do done += connection.sendPackets(std::span(group).subspan(done)).dealtWith;
-    while (done < kFrames && connection.isConnected());
+    std::size_t done = 0;
+    do {  // after a wait, frames that have not begun go back to the caller
+      done += connection.sendPackets(std::span(group).subspan(done)).dealtWith;
+    } while (done < kFrames && connection.isConnected());
     return done;
-  };
-  Loopback peer = established();
+  }
+
+  std::vector<Bytes> frames = std::vector<Bytes>(kFrames, Bytes(60000, 2));
+};
+
+TEST_F(TcpSlowRecorder, IsLostWithoutATimeOut) {
+  const Loopback peer = established();
   EXPECT_LT(sendAll(), kFrames);
   EXPECT_TRUE(log.contains("WARN Can not send. Connection to recorder lost."));
   EXPECT_FALSE(connection.isConnected());
+}
 
+TEST_F(TcpSlowRecorder, GetsWholeFramesAndReplies) {
   connection.setSendTimeout(std::chrono::minutes(1));
-  peer = established();
+  Loopback peer = established();
   std::thread sender([&] { EXPECT_EQ(sendAll(), kFrames); });
   peer.write(command(1, 5, 5));
   EXPECT_TRUE(eventually([&] { return connection.receiveRequest(request); }));
@@ -218,7 +244,7 @@ TEST_F(Tcp, ARecorderThatDoesNotReadIsLostOrWaitedForAndServed) {
   EXPECT_EQ(std::erase(received, heartbeat), 1U) << "between the frames";
   EXPECT_EQ(received, frames);
 
-  // The frame in which the stream ends stays the caller's, who sends it whole on the next one.
+  // A frame in which the stream ends goes back to the caller, which sends the whole frame on the next stream.
   std::size_t done = 0;
   std::thread interrupted([&] { done = sendAll(); });
   peer.read(100'000);
@@ -230,24 +256,34 @@ TEST_F(Tcp, ARecorderThatDoesNotReadIsLostOrWaitedForAndServed) {
   peer = listener.accept();
   EXPECT_EQ(peer.readFrame(), frames[done]);
   retrying.join();
+}
 
-  // The end of the connection, or of the program, ends the wait.
-  for (const bool end : {false, true}) {
+TEST_F(TcpSlowRecorder, IsNotWaitedForAfterTheEnd) {
+  connection.setSendTimeout(std::chrono::minutes(1));
+  Loopback peer = established();
+  for (const bool ofProgram : {false, true}) {
     std::thread blocked([&] { EXPECT_LT(sendAll(), kFrames); });
     peer.read(1);
-    end ? connection.interrupt() : connection.closeConnection();
+    ofProgram ? connection.interrupt() : connection.closeConnection();
     blocked.join();
     EXPECT_FALSE(connection.isConnected());
-    if (!end) peer = established();
+    if (!ofProgram) peer = established();
   }
 }
 
-TEST_F(Tcp, CommandsSurviveEverySplit) {
+class TcpCommands : public Tcp {
+ protected:
+  bool next() {
+    return eventually([&] { return connection.receiveRequest(request); });
+  }
+  Bytes part(int from, int to) const { return {add.begin() + from, add.begin() + to}; }
+
   Loopback peer = established();
-  const auto next = [&] { return eventually([&] { return connection.receiveRequest(request); }); };
   const Bytes add = command(1, 0x0A000007, 40000);
-  const auto part = [&](int from, int to) { return Bytes(add.begin() + from, add.begin() + to); };
-  const SnifferRequest added(1, 0x0A000007, 40000), removed(2, 0xFF00FF01, 1);
+  const SnifferRequest added{1, 0x0A000007, 40000}, removed{2, 0xFF00FF01, 1};
+};
+
+TEST_F(TcpCommands, AreDecodedWhateverTheirSplit) {
   EXPECT_FALSE(connection.receiveRequest(request));
 
   Bytes two = add;
@@ -272,8 +308,9 @@ TEST_F(Tcp, CommandsSurviveEverySplit) {
   EXPECT_TRUE(next());
   EXPECT_EQ(request, SnifferRequest(3, 0x0A000007, 40000)) << "a heartbeat leaves address and port alone";
   EXPECT_TRUE(log.contains("DEBUG Heartbeat request received"));
+}
 
-  // The half of a command dies with its connection.
+TEST_F(TcpCommands, AreNotCompletedByAnotherConnection) {
   peer.write(part(0, 3));
   EXPECT_FALSE(connection.receiveRequest(request));
   connection.closeConnection();
@@ -286,7 +323,7 @@ TEST_F(Tcp, CommandsSurviveEverySplit) {
   EXPECT_TRUE(eventually([&] { return !connection.receiveRequest(request) && !connection.isConnected(); }));
 }
 
-TEST_F(Tcp, CommandsWakeTheirReaderAndNothingElseDoes) {
+TEST_F(Tcp, OnlyCommandsWakeTheCommandReader) {
   struct Counted : TcpConnection {
     using TcpConnection::TcpConnection;
     void awaitRequest() override {
@@ -304,7 +341,7 @@ TEST_F(Tcp, CommandsWakeTheirReaderAndNothingElseDoes) {
       while (counted.receiveRequest(add)) count += !carriedOut[add.rtpAddr].exchange(true);
     }
   });
-  for (const u_int from : {0U, 5000U}) {  // on a connection each
+  for (const u_int from : {0U, 5000U}) {  // each half on a connection of its own
     Bytes adds;
     for (u_int i = from; i < from + 5000; ++i) append(adds, command(1, i));
     Loopback peer = established(counted, listener);

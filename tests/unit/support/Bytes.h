@@ -1,19 +1,19 @@
 #pragma once
 
-#include <sys/types.h>
-
 #include <cstdint>
 #include <string>
 #include <vector>
 
-using Bytes = std::vector<u_char>;
+using Bytes = std::vector<std::uint8_t>;
 
+/// Returns the characters of a text.
 inline Bytes bytes(const std::string& text) {
   return Bytes(text.begin(), text.end());
 }
 
-inline void append(Bytes& to, uint64_t value, int size) {
-  while (size-- > 0) to.push_back(static_cast<u_char>(value >> 8 * size));
+/// Appends `value` in `size` bytes, in network byte order.
+inline void append(Bytes& to, std::uint64_t value, int size) {
+  while (size-- > 0) to.push_back(static_cast<std::uint8_t>(value >> 8 * size));
 }
 
 inline void append(Bytes& to, const Bytes& more) {

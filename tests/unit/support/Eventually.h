@@ -3,7 +3,7 @@
 #include <chrono>
 #include <thread>
 
-/// Returns true as soon as `condition` holds, false after 30 seconds.
+/// Waits until `condition` holds. Returns false when it does not hold within 30 seconds.
 template <typename Condition>
 bool eventually(Condition condition) {
   using namespace std::chrono_literals;

@@ -9,25 +9,26 @@
 #include "dissection/SngDissector.h"
 #include "support/Bytes.h"
 
-// Captured frames for tests, fuzzers and benchmarks, and a recorder that keeps what it is sent.
+// Captured frames for tests, fuzzers and benchmarks, and a recorder that keeps the frames it receives.
 
-/// An Ethernet frame, described by its fields; what a field says need not be true.
+/// An Ethernet frame, described by its fields. The fields may contradict each other.
 struct Frame {
-  uint32_t srcIp = 0x0A000001;
-  uint16_t srcPort = 4000;
-  uint32_t dstIp = 0x0A000002;
-  uint16_t dstPort = 5000;
+  std::uint32_t srcIp = 0x0A000001;
+  std::uint16_t srcPort = 4000;
+  std::uint32_t dstIp = 0x0A000002;
+  std::uint16_t dstPort = 5000;
   Bytes payload = Bytes(160, 0x55);
-  Bytes link = {0x08, 0x00};  ///< from the EtherType on
-  uint8_t ipVhl = 0x45;
-  uint8_t protocol = 17;
-  uint8_t tcpOffset = 0x50;
+  Bytes link = {0x08, 0x00};  ///< the link-layer header from the EtherType on, VLAN tags included
+  std::uint8_t ipVhl = 0x45;
+  std::uint8_t protocol = 17;
+  std::uint8_t tcpOffset = 0x50;
   Bytes ipOptions = {};
   Bytes tcpOptions = {};
-  std::size_t minimum = 0;  ///< padded with zeros up to here
+  std::size_t minimum = 0;  ///< length up to which zeros pad the frame
 
+  /// Returns the bytes of the frame.
   Bytes build() const {
-    Bytes frame(12, 0xEE);
+    Bytes frame(12, 0xEE);  // MAC addresses
     append(frame, link);
     append(frame, ipVhl, 1);
     append(frame, 0x00003C1C004000, 7);  // service 0, total length 0x003c, identification 0x1c00, fragment field 0x4000
@@ -51,8 +52,8 @@ struct Frame {
   }
 };
 
-/// What the recorder is to receive for a frame.
-inline Bytes forwarded(uint8_t protocol, const Frame& frame, const Bytes& payload) {
+/// Returns the frame that the recorder has to receive for a captured frame.
+inline Bytes forwarded(std::uint8_t protocol, const Frame& frame, const Bytes& payload) {
   Bytes expected;
   append(expected, payload.size() + 15, 2);
   append(expected, protocol, 1);
@@ -64,6 +65,7 @@ inline Bytes forwarded(uint8_t protocol, const Frame& frame, const Bytes& payloa
   return expected;
 }
 
+/// Returns libpcap's header for a frame captured whole, at time 0.
 inline pcap_pkthdr captureHeader(const Bytes& frame) {
   const auto length = static_cast<bpf_u_int32>(frame.size());
   return {{0, 0}, length, length};
@@ -76,22 +78,23 @@ inline void produce(SngDissector& dissector, const Bytes& frame) {
   dissector.producePacket(packet);
 }
 
-/// A copy as it stands in the queue: with zeros behind it.
-inline std::vector<u_char> withSlack(const Bytes& frame) {
-  std::vector<u_char> copy(frame.begin(), frame.end());
+/// Returns a copy with kFrameSlack zeroed bytes after it, as in the queue.
+inline Bytes withSlack(const Bytes& frame) {
+  Bytes copy = frame;
   copy.resize(frame.size() + voip::kFrameSlack);
   return copy;
 }
 
-/// Classifies one frame on the calling thread.
+/// Classifies a copy of one frame on the calling thread.
 inline void process(SngDissector& dissector, const Bytes& frame) {
   const pcap_pkthdr header = captureHeader(frame);
-  std::vector<u_char> copy = withSlack(frame);
+  Bytes copy = withSlack(frame);
   u_char* start = copy.data();
   dissector.processPacket(nullptr, &header, &start);
 }
 
-/// A recorder in the test: keeps the frames, hands out the commands it was given.
+/// A recorder in the test: keeps the frames it receives in a record, and sends the commands in it. The record outlives
+/// the connection.
 struct RecordingConnection : BaseConnection {
   struct Record {
     std::vector<Bytes> frames;

@@ -9,20 +9,23 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <cstdint>
 #include <utility>
 
 #include "support/Bytes.h"
 #include "support/Eventually.h"
 
-/// A socket of the test's recorder on the loopback device. No call waits longer than 30 seconds.
+/// A socket of the test's recorder on the loopback device, closed with the object. No receiving call waits longer than
+/// 30 seconds.
 class Loopback {
  public:
+  /// Takes ownership of a descriptor.
   explicit Loopback(int descriptor) : sd(descriptor) {
     const timeval patience{30, 0};
     setsockopt(sd, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
   }
-  /// Bound to a port, `SOCK_STREAM` and listening or `SOCK_DGRAM`.
-  explicit Loopback(int type, uint16_t port, int backlog = 8, in_addr_t host = INADDR_LOOPBACK)
+  /// Makes a socket bound to a port, 0 for any: `SOCK_STREAM`, which listens, or `SOCK_DGRAM`.
+  explicit Loopback(int type, std::uint16_t port, int backlog = 8, in_addr_t host = INADDR_LOOPBACK)
       : Loopback(socket(AF_INET, type, 0)) {
     const int on = 1;
     setsockopt(sd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
@@ -37,7 +40,8 @@ class Loopback {
   }
   ~Loopback() { close(); }
 
-  static sockaddr_in at(uint16_t port, in_addr_t host = INADDR_LOOPBACK) {
+  /// Returns a socket address; both arguments are in host order.
+  static sockaddr_in at(std::uint16_t port, in_addr_t host = INADDR_LOOPBACK) {
     sockaddr_in address{};
     address.sin_family = AF_INET;
     address.sin_addr.s_addr = htonl(host);
@@ -45,7 +49,8 @@ class Loopback {
     return address;
   }
 
-  uint16_t port() const {
+  /// Returns the port that the socket is bound to, in host order.
+  std::uint16_t port() const {
     sockaddr_in address{};
     socklen_t length = sizeof address;
     getsockname(sd, reinterpret_cast<sockaddr*>(&address), &length);
@@ -61,6 +66,7 @@ class Loopback {
     setsockopt(sd, SOL_SOCKET, SO_RCVBUF, &buffer, sizeof buffer);
   }
 
+  /// Returns the next connection.
   Loopback accept() const { return Loopback(::accept(sd, nullptr, nullptr)); }
 
   void close() {
@@ -71,12 +77,12 @@ class Loopback {
     EXPECT_EQ(::write(sd, data.data(), data.size()), static_cast<ssize_t>(data.size()));
   }
 
-  void writeTo(uint16_t to, const Bytes& data) const {
+  void writeTo(std::uint16_t to, const Bytes& data) const {
     const sockaddr_in address = at(to);
     sendto(sd, data.data(), data.size(), 0, reinterpret_cast<const sockaddr*>(&address), sizeof address);
   }
 
-  /// What comes until there are `size` bytes, or the end of the stream.
+  /// Returns `size` bytes of the stream, or fewer at its end.
   Bytes read(std::size_t size) const {
     Bytes data(size);
     std::size_t got = 0;
@@ -87,6 +93,7 @@ class Loopback {
     return data;
   }
 
+  /// Returns the next datagram; empty when none arrives.
   Bytes readDatagram() const {
     Bytes data(65536);
     const ssize_t n = recv(sd, data.data(), data.size(), 0);
@@ -94,7 +101,7 @@ class Loopback {
     return data;
   }
 
-  /// The next whole frame of the stream, empty at its end.
+  /// Returns the next whole frame of the stream; empty at its end.
   Bytes readFrame() const {
     Bytes frame = read(15);
     if (frame.size() < 15) return {};
@@ -105,16 +112,16 @@ class Loopback {
   int sd;
 };
 
-/// What a test puts itself in front of.
+/// Returns the system's function `name`, which a test replaces with its own.
 template <typename Function>
 Function* systemCall(const char* name) {
   return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
 }
 
-/// The 7 bytes of a command.
-inline Bytes command(int code, uint32_t address = 0, uint16_t port = 0) {
+/// Returns the 7 bytes of a command.
+inline Bytes command(int code, std::uint32_t address = 0, std::uint16_t port = 0) {
   Bytes wire;
-  append(wire, static_cast<uint64_t>(code), 1);
+  append(wire, static_cast<std::uint64_t>(code), 1);
   append(wire, address, 4);
   append(wire, port, 2);
   return wire;
