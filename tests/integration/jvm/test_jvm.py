@@ -3,6 +3,7 @@ cannot be written."""
 
 import os
 import pathlib
+import shutil
 import subprocess
 import sys
 import unittest
@@ -44,8 +45,11 @@ class Test(harness.TestCase):
 
     def check_metrics(self, file, **figures):
         text = file.read_text()
-        check = subprocess.run(["promtool", "check", "metrics"], input=text, capture_output=True, text=True)
-        self.assertEqual((check.returncode, check.stdout, check.stderr), (0, "", ""))
+        if shutil.which("promtool"):
+            check = subprocess.run(["promtool", "check", "metrics"], input=text, capture_output=True, text=True)
+            self.assertEqual((check.returncode, check.stdout, check.stderr), (0, "", ""))
+        else:
+            print("SKIPPED: the check of the statistics file needs promtool (Debian package prometheus)")
         for name, count in figures.items():
             self.assertIn(f'sniffer_forwarded_frames_total{{protocol="{name}"}} {count}\n', text)
         self.assertEqual(list(file.parent.glob("*.new")), [])

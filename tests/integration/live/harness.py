@@ -40,6 +40,11 @@ def wait_until(condition, what, patience=PATIENCE):
         time.sleep(0.005)
 
 
+def free_port():
+    with socket.create_server(("127.0.0.1", 0)) as probe:
+        return probe.getsockname()[1]
+
+
 LOG_TO_FILE = (
     "log4j.rootLogger=INFO, file\n"
     "log4j.appender.file=org.apache.log4j.FileAppender\n"

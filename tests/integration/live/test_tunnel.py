@@ -11,16 +11,10 @@ import sys
 import unittest
 
 import harness
-from harness import SIP, RTP, Recorder, TestCase, Wire, forwarded, udp_frame
+from harness import SIP, RTP, Recorder, TestCase, Wire, forwarded, free_port, udp_frame
 
 MANUAL = pathlib.Path(__file__).parents[3] / "docs" / "operation.md"
 BOB = ("10.0.0.2", 5000)
-
-
-def free_port():
-    with socket.socket() as one:
-        one.bind(("127.0.0.1", 0))
-        return one.getsockname()[1]
 
 
 class Tunnel(TestCase):

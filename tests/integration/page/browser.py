@@ -18,11 +18,12 @@ CHROMIUM = [
 class Browser:
     def __init__(self):
         self.profile = tempfile.TemporaryDirectory(prefix="sniffer-test-", ignore_cleanup_errors=True)
+        port = harness.free_port()  # without IPv6 the driver does not report a port that it has chosen
         self.driver = subprocess.Popen(
-            [*harness.die_with_us(), "chromedriver", "--port=0"], stdout=subprocess.PIPE, text=True
+            [*harness.die_with_us(), "chromedriver", f"--port={port}"], stdout=subprocess.PIPE, text=True
         )
-        said = next(line for line in self.driver.stdout if "successfully on port" in line)
-        self.url = f"http://127.0.0.1:{said.split()[-1].rstrip('.')}/session"
+        next(line for line in self.driver.stdout if "successfully on port" in line)
+        self.url = f"http://127.0.0.1:{port}/session"
         arguments = [*CHROMIUM, f"--user-data-dir={self.profile.name}", "--window-size=1280,800"]
         options = {"goog:chromeOptions": {"args": arguments}, "goog:loggingPrefs": {"browser": "WARNING"}}
         session = self.call("POST", "", capabilities={"alwaysMatch": options})["sessionId"]

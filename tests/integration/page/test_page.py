@@ -23,8 +23,7 @@ class Recorder:
     """Runs the sample recorder and sends it the frames of a sniffer."""
 
     def __init__(self, folder):
-        with socket.create_server(("127.0.0.1", 0)) as probe:
-            port = probe.getsockname()[1]
+        port = harness.free_port()
         options = ["--tcp", str(port), "--out", folder]
         self.process = subprocess.Popen(
             [*harness.die_with_us(), os.environ["SNIFFER_JAVA"], "-jar", os.environ["SNIFFER_JAR"], *options],
