@@ -77,24 +77,13 @@ public final class Recorder extends Service {
     Frame frame = received.frame();
     summary.count(frame);
     lastNumber = received.number();
-    try {
-      dispatch(received, time);
-    } catch (RuntimeException e) {
-      // The sender of one frame must not end the recording of all other calls.
-      countMalformed(1);
-      console.line("a frame between " + frame.source() + " and " + frame.destination() + " cannot be handled: " + e);
-    }
-  }
-
-  private void dispatch(Received received, long now) {
-    Frame frame = received.frame();
     switch (frame.protocol()) {
       case Frame.SIP, Frame.H323 -> {
         long before = follower.malformed();
-        follower.signalling(frame, now);
+        follower.signalling(frame, time);
         countMalformed(follower.malformed() - before);
       }
-      case Frame.RTP -> media(received, now);
+      case Frame.RTP -> media(received, time);
       default -> { }
     }
   }
@@ -113,7 +102,8 @@ public final class Recorder extends Service {
     }
   }
 
-  private void countMalformed(long count) {
+  @Override
+  protected void countMalformed(long count) {
     if (summary.countMalformed(count)) {
       console.line("ignoring malformed packets");
     }

@@ -82,6 +82,9 @@ public abstract class Service implements CallFollower.Listener {
    */
   protected abstract void tick(long now);
 
+  /** Counts packets that were ignored because they are malformed, or because handling them failed. */
+  protected void countMalformed(long count) {}
+
   /** Called at the end of each step. */
   protected void stepped(long now) {}
 
@@ -136,7 +139,7 @@ public abstract class Service implements CallFollower.Listener {
       if (received.frame().protocol() != Frame.HEARTBEAT || transport.waitsForTraffic()) {
         lastTraffic = now;
       }
-      handle(received, time);
+      handleSafely(received, time);
     }
     if (now - lastTick >= TICK_MILLIS || now < lastTick) {
       lastTick = now;
@@ -145,6 +148,17 @@ public abstract class Service implements CallFollower.Listener {
       tick(now);
     }
     stepped(now);
+  }
+
+  /** Handles a frame. The sender of one frame must not end the service for all calls. */
+  private void handleSafely(Received received, long time) {
+    try {
+      handle(received, time);
+    } catch (RuntimeException e) {
+      Frame frame = received.frame();
+      console.line("a frame between " + frame.source() + " and " + frame.destination() + " cannot be handled: " + e);
+      countMalformed(1);
+    }
   }
 
   /** A new sniffer has an empty list of destinations. */

@@ -65,6 +65,7 @@ final class FakeSniffer implements Transport {
   private long number;
   long lateMillis;
   boolean losesCommands;
+  boolean refusesCommand;
   boolean redelivers;
 
   /** Runs the body with a new recorder in a new directory. */
@@ -339,6 +340,10 @@ final class FakeSniffer implements Transport {
   public void send(int sniffer, Command command) {
     if (sniffer < sessions && command.code() != Command.HEARTBEAT) {
       return; // all sniffers share one list
+    }
+    if (refusesCommand) {
+      refusesCommand = false;
+      throw new IllegalStateException("refused");
     }
     commands.add(command);
     switch (command.code()) {

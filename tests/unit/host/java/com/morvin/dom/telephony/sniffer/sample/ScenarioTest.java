@@ -78,6 +78,7 @@ final class ScenarioTest {
       case "forgets" -> sniffer.list.clear();
       case "misses" -> sniffer.list.remove(at(words[1]));
       case "commands-get-lost" -> sniffer.losesCommands = true;
+      case "command-fails" -> sniffer.refusesCommand = true;
       case "disk" -> sniffer.disk(words[1]);
       case "redelivers" -> sniffer.redeliver();
       case "restart" -> sniffer.restart(words[1]);
