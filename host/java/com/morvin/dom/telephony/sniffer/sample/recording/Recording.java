@@ -62,7 +62,7 @@ final class Recording {
   Recording(Call call, RunningCalls.Journal journal, Store store) {
     this.call = call;
     this.journal = journal;
-    String name = FILE_TIME.format(Instant.ofEpochMilli(call.start())) + "-" + call.fileNames();
+    String name = FILE_TIME.format(Instant.ofEpochMilli(call.start().stamp())) + "-" + call.fileNames();
     callFiles = new Reports.CallFiles(name);
     for (Direction direction : Direction.values()) {
       tracks.put(direction, new Track(store, name + "-" + direction));
@@ -80,7 +80,7 @@ final class Recording {
     }
     recent[messages++ % COMPARED] = hash;
     if (ladder.size() < MAX_STEPS) {
-      ladder.add(new CallReport.Step((time - call.start()) / 1000.0, frame.source().toString(),
+      ladder.add(new CallReport.Step((time - call.start().stamp()) / 1000.0, frame.source().toString(),
           frame.destination().toString(), Text.printable(label)));
     }
   }
@@ -143,13 +143,13 @@ final class Recording {
   CallReport unfinished() {
     CallReport.Voice none = new CallReport.Voice(0, 0, List.of(), List.of());
     return new CallReport("", call.protocol(), Text.printable(call.id()), Text.printable(call.caller()),
-        Text.printable(call.callee()), call.start(), 0, "", none, none, "", List.copyOf(ladder), List.of());
+        Text.printable(call.callee()), call.start().stamp(), 0, "", none, none, "", List.copyOf(ladder), List.of());
   }
 
   /** Queues the report for the disk thread. A call that continues later is reported again under the same name. */
   void report(Reports reports, String how, long end) {
     tracks.values().forEach(Track::finish);
-    long start = call.start();
+    long start = call.start().stamp();
     reports.write(callFiles, tracks.get(Direction.FROM_CALLER).stretches(start),
         tracks.get(Direction.FROM_CALLEE).stretches(start), names -> new CallReport(names.report(), call.protocol(),
             Text.printable(call.id()), Text.printable(call.caller()), Text.printable(call.callee()), start, end,
@@ -159,10 +159,10 @@ final class Recording {
   }
 
   private CallReport.Voice voice(Direction direction) {
-    CallReport.Voice voice = tracks.get(direction).report(call.start());
+    CallReport.Voice voice = tracks.get(direction).report(call.start().stamp());
     List<CallReport.Digit> digits = new ArrayList<>(voice.digits());
     dialled.stream().filter(some -> some.direction == direction)
-        .forEach(some -> digits.add(new CallReport.Digit((some.time - call.start()) / 1000.0, some.digits)));
+        .forEach(some -> digits.add(new CallReport.Digit((some.time - call.start().stamp()) / 1000.0, some.digits)));
     return new CallReport.Voice(voice.packets(), voice.lost(), voice.parts(), digits);
   }
 

@@ -13,7 +13,7 @@ import java.util.Set;
 /** Follows SIP calls by their messages, captured on either side of a proxy. */
 final class SipCalls {
   // Limits against hostile traffic.
-  private static final int MAX_LEGS = 64;
+  private static final int MAX_PARTIES = 64;
   private static final int MAX_BRANCHES = 64;
   private static final int MAX_DESTINATIONS = 64;
   private static final int MAX_ENDED = 4096;
@@ -34,10 +34,10 @@ final class SipCalls {
    * and another sniffer may deliver it late. An INVITE on another branch is a new attempt, although a forking proxy
    * keeps Call-ID and CSeq.
    */
-  private record Ended(long invite, Set<String> branches, long time) {
-    boolean isRepeatedBy(SipMessage message, long now) {
+  private record Ended(long invite, Set<String> branches, Moment time) {
+    boolean isRepeatedBy(SipMessage message, Moment now) {
       boolean known = message.branch().isEmpty() ? message.cseq() <= invite : branches.contains(message.branch());
-      return now - time < BYE_TIMEOUT_MILLIS && (known || message.cseq() < invite);
+      return now.since(time) < BYE_TIMEOUT_MILLIS && (known || message.cseq() < invite);
     }
   }
 
@@ -48,7 +48,7 @@ final class SipCalls {
   }
 
   /** Handles a message. Returns its call or null. */
-  Call accept(Frame frame, long now) {
+  Call accept(Frame frame, Moment now) {
     Optional<SipMessage> parsed = SipMessage.parse(frame.payload());
     if (parsed.isEmpty()) {
       follower.countMalformed();
@@ -65,14 +65,12 @@ final class SipCalls {
       call = new SipCall(message, frame.source().ip(), now);
       calls.put(message.callId(), call);
     }
-    call.active(now);
-    String end = call.follow(message, frame, now);
+    call.lifetime().active(now);
+    call.follow(message, frame, now);
     // A call that ends at once is updated as well, because the listener must be called for every call.
     follower.update(call, now);
     follower.signalled(call, frame, message.label(), now);
-    if (end != null) {
-      follower.end(call, end, now);
-    }
+    follower.endIfOver(call, now);
     return call;
   }
 
@@ -80,10 +78,10 @@ final class SipCalls {
    * One party on one hop: its tag and its address on that hop. A proxy may relay the media, so the same party can have
    * other media addresses on the next hop.
    */
-  private record LegId(String tag, int ip) {}
+  private record PartyId(String tag, int ip) {}
 
   /** The media of one party on one hop, by offer and answer (RFC 3264). */
-  private static final class Leg {
+  private static final class PartyMedia {
     /** The CSeq of the last request with a description. The same CSeq again is a retransmission. */
     private long lastOffer = -1;
     /** The CSeq of the last successful request of the other party, by method. */
@@ -103,52 +101,50 @@ final class SipCalls {
   }
 
   private final class SipCall extends Call {
+    private final Leg leg;
     private final String callerTag;
-    private final Map<LegId, Leg> legs = new LinkedHashMap<>();
+    private final Map<PartyId, PartyMedia> parties = new LinkedHashMap<>();
     /** The branches of the INVITEs of this attempt; {@code ringing} holds those without a final response. */
     private final Set<String> branches = new HashSet<>();
     private final Set<String> ringing = new HashSet<>();
     private long lastInvite;
     private boolean cancelled;
 
-    SipCall(SipMessage invite, int origin, long now) {
-      super(follower.nextNumber(), "SIP", invite.callId(), invite.from().uri(), invite.to().uri(),
-          Text.fileNamePart(invite.from().name()) + "-" + Text.fileNamePart(invite.to().name()), origin, now);
+    SipCall(SipMessage invite, int origin, Moment now) {
+      super(follower.nextNumber(), "SIP", new Leg(invite.callId(), invite.from().uri(), invite.to().uri(), now),
+          Text.fileNamePart(invite.from().name()) + "-" + Text.fileNamePart(invite.to().name()), origin);
+      leg = legs().get(0);
       callerTag = invite.from().tag();
     }
 
-    /** Handles a message. Returns the reason when it ends the call, or null. */
-    String follow(SipMessage message, Frame frame, long now) {
+    void follow(SipMessage message, Frame frame, Moment now) {
       if (message.isRequest()) {
         followRequest(message, frame, now);
-        return null;
+        return;
       }
       if (!FOLLOWED.contains(message.method())) {
-        return null;
+        return;
       }
-      Leg answerer = leg(message.to(), frame.source(), message.isSuccess() || message.sdp().isPresent());
+      PartyMedia answerer = party(message.to(), frame.source(), message.isSuccess() || message.sdp().isPresent());
       if (message.cseq() <= answerer.answeredRequests.getOrDefault(message.method(), -1L)) {
-        return null;  // a retransmission
+        return;  // a retransmission
       }
       if (message.isSuccess()) {
-        return followSuccess(message, frame, answerer, now);
-      }
-      if (message.isFailure()) {
-        return followFailure(message, frame, now);
-      }
-      if (message.method().equals("INVITE")) {
+        followSuccess(message, frame, answerer, now);
+      } else if (message.isFailure()) {
+        followFailure(message, frame, now);
+      } else if (message.method().equals("INVITE")) {
         message.sdp().ifPresent(sdp -> answerer.proposed = Optional.of(sdp));
       }
-      return null;
     }
 
-    private void followRequest(SipMessage request, Frame frame, long now) {
-      Leg sender = leg(request.from(), frame.source(), request.sdp().isPresent());
+    private void followRequest(SipMessage request, Frame frame, Moment now) {
+      PartyMedia sender = party(request.from(), frame.source(), request.sdp().isPresent());
       switch (request.method()) {
         case "INVITE" -> {
           lastInvite = Math.max(lastInvite, request.cseq());
-          if (!isAnswered() && branches.size() < MAX_BRANCHES && branches.add(request.branch())) {
-            cancelEnd();
+          if (lifetime().answer() == null && branches.size() < MAX_BRANCHES && branches.add(request.branch())) {
+            leg.cancelEnd();
             ringing.add(request.branch());
           }
           offer(sender, request);
@@ -156,18 +152,18 @@ final class SipCalls {
         case "UPDATE", "PRACK" -> offer(sender, request);
         case "ACK" -> request.sdp().filter(sdp -> request.cseq() >= sender.lastOffer).ifPresent(sender::agree);
         case "CANCEL" -> {
-          if (!isAnswered()) {
+          if (lifetime().answer() == null) {
             cancelled = true;
-            endAt(now + BYE_TIMEOUT_MILLIS, "cancelled");
+            leg.end("cancelled", now, BYE_TIMEOUT_MILLIS);
           }
         }
-        case "BYE" -> endAt(now + BYE_TIMEOUT_MILLIS, "hung up by " + nameOf(request.from()));
+        case "BYE" -> leg.end("hung up by " + nameOf(request.from()), now, BYE_TIMEOUT_MILLIS);
         default -> { }
       }
     }
 
     /** Adds a proposal. The agreed description stays valid until the offer is answered. */
-    private void offer(Leg sender, SipMessage request) {
+    private void offer(PartyMedia sender, SipMessage request) {
       if (request.cseq() > sender.lastOffer) {
         sender.lastOffer = request.cseq();
         if (request.sdp().isPresent()) {
@@ -176,13 +172,13 @@ final class SipCalls {
       }
     }
 
-    private String followSuccess(SipMessage response, Frame frame, Leg answerer, long now) {
+    private void followSuccess(SipMessage response, Frame frame, PartyMedia answerer, Moment now) {
       answerer.answeredRequests.put(response.method(), response.cseq());
       switch (response.method()) {
         case "INVITE" -> {
-          if (!isAnswered()) {
-            cancelEnd();
-            answered(now);
+          if (lifetime().answer() == null) {
+            leg.cancelEnd();
+            lifetime().answered(now);
             forgetUnanswered(response.to().tag());
           }
           answerer.answered = true;
@@ -190,54 +186,48 @@ final class SipCalls {
           applyAnswer(response, frame, answerer);
         }
         case "UPDATE", "PRACK" -> applyAnswer(response, frame, answerer);
-        case "BYE" -> {
-          return endOf(response);
-        }
+        case "BYE" -> endDialog(response, now);
         default -> { }
       }
-      return null;
     }
 
     /**
      * Applies an answer. Before the call is answered it is only a proposal, because other branches may answer as well.
      */
-    private void applyAnswer(SipMessage response, Frame frame, Leg answerer) {
-      if (!isAnswered()) {
+    private void applyAnswer(SipMessage response, Frame frame, PartyMedia answerer) {
+      if (lifetime().answer() == null) {
         response.sdp().ifPresent(sdp -> answerer.proposed = Optional.of(sdp));
         return;
       }
       response.sdp().ifPresentOrElse(answerer::agree, answerer::agreeToProposal);
-      leg(response.from(), frame.destination(), false).agreeToProposal();
+      party(response.from(), frame.destination(), false).agreeToProposal();
     }
 
     /** Removes the other branches of a forked call after one of them is answered. */
     private void forgetUnanswered(String tag) {
-      legs.keySet().removeIf(leg -> !leg.tag.equals(callerTag) && !leg.tag.equals(tag));
+      parties.keySet().removeIf(party -> !party.tag.equals(callerTag) && !party.tag.equals(tag));
     }
 
-    private String followFailure(SipMessage response, Frame frame, long now) {
+    private void followFailure(SipMessage response, Frame frame, Moment now) {
       switch (response.method()) {
         case "INVITE" -> {
-          if (isAnswered()) {
-            leg(response.from(), frame.destination(), false).proposed = Optional.empty();
+          if (lifetime().answer() != null) {
+            party(response.from(), frame.destination(), false).proposed = Optional.empty();
           } else if (response.cseq() >= lastInvite && ringing.remove(response.branch()) && ringing.isEmpty()) {
             String how = cancelled ? "cancelled" : "failed: " + response.status() + " " + response.reason();
-            if (cancelled || !isWorthRetrying(response.status())) {
-              return how;
-            }
-            endAt(now + RETRY_MILLIS, how);
+            leg.end(how, now, cancelled || !isWorthRetrying(response.status()) ? 0 : RETRY_MILLIS);
           }
         }
-        case "UPDATE", "PRACK" -> leg(response.from(), frame.destination(), false).proposed = Optional.empty();
+        case "UPDATE", "PRACK" -> party(response.from(), frame.destination(), false).proposed = Optional.empty();
         case "BYE" -> {
           if (response.status() == 408 || response.status() == 481) {
-            return endOf(response);
+            endDialog(response, now);
+          } else {
+            leg.cancelEnd();  // usually the party must send credentials first
           }
-          cancelEnd();  // usually the party must send credentials first
         }
         default -> { }
       }
-      return null;
     }
 
     /** Whether a caller usually tries again: it is redirected, must send credentials, or used a refused extension. */
@@ -245,17 +235,15 @@ final class SipCalls {
       return status < 400 || status == 401 || status == 407 || status == 420 || status == 422 || status == 488;
     }
 
-    /**
-     * Returns the reason when the last dialog of the call has ended. A forked call can have several answered dialogs.
-     */
-    private String endOf(SipMessage byeResponse) {
+    /** Ends a dialog and, with the last one, the call. A forked call can have several answered dialogs. */
+    private void endDialog(SipMessage byeResponse, Moment now) {
       String callee = byeResponse.from().tag().equals(callerTag) ? byeResponse.to().tag() : byeResponse.from().tag();
-      legs.keySet().removeIf(leg -> leg.tag.equals(callee));
-      if (legs.values().stream().anyMatch(leg -> leg.answered)) {
-        cancelEnd();
-        return null;
+      parties.keySet().removeIf(party -> party.tag.equals(callee));
+      if (parties.values().stream().anyMatch(party -> party.answered)) {
+        leg.cancelEnd();
+      } else {
+        leg.endNow("hung up by " + nameOf(byeResponse.from()), now);
       }
-      return "hung up by " + nameOf(byeResponse.from());
     }
 
     private String nameOf(SipMessage.Party party) {
@@ -263,35 +251,35 @@ final class SipCalls {
     }
 
     /**
-     * Returns the leg of a party. A leg without a description is not kept, because a group of ringing telephones makes
-     * many of them. When there are too many legs, an unanswered one is removed.
+     * Returns the media of a party. A party without a description is not kept, because a group of ringing telephones
+     * makes many of them. When there are too many parties, an unanswered one is removed.
      *
-     * @param matters whether the leg is kept
+     * @param matters whether the party is kept
      */
-    private Leg leg(SipMessage.Party party, Endpoint address, boolean matters) {
-      LegId id = new LegId(party.tag(), address.ip());
-      Leg leg = legs.get(id);
-      if (leg != null) {
-        return leg;
+    private PartyMedia party(SipMessage.Party party, Endpoint address, boolean matters) {
+      PartyId id = new PartyId(party.tag(), address.ip());
+      PartyMedia media = parties.get(id);
+      if (media != null) {
+        return media;
       }
-      leg = new Leg();
-      if (legs.size() == MAX_LEGS && matters) {
-        legs.entrySet().stream().filter(old -> !old.getValue().answered && !old.getKey().tag.equals(callerTag))
-            .map(Map.Entry::getKey).findFirst().ifPresent(legs::remove);
+      media = new PartyMedia();
+      if (parties.size() == MAX_PARTIES && matters) {
+        parties.entrySet().stream().filter(old -> !old.getValue().answered && !old.getKey().tag.equals(callerTag))
+            .map(Map.Entry::getKey).findFirst().ifPresent(parties::remove);
       }
-      if (matters && legs.size() < MAX_LEGS) {
-        legs.put(id, leg);
+      if (matters && parties.size() < MAX_PARTIES) {
+        parties.put(id, media);
       }
-      return leg;
+      return media;
     }
 
     @Override
     Map<Endpoint, Use> signalledDestinations() {
       Map<Endpoint, Use> destinations = new LinkedHashMap<>();
-      legs.forEach((id, leg) -> {
+      parties.forEach((id, media) -> {
         Direction direction = Direction.to(id.tag.equals(callerTag));
-        leg.agreed.ifPresent(sdp -> collect(sdp, direction, destinations));
-        leg.proposed.ifPresent(sdp -> collect(sdp, direction, destinations));
+        media.agreed.ifPresent(sdp -> collect(sdp, direction, destinations));
+        media.proposed.ifPresent(sdp -> collect(sdp, direction, destinations));
       });
       return destinations;
     }
@@ -301,14 +289,14 @@ final class SipCalls {
         if (destinations.size() >= MAX_DESTINATIONS) {
           return;
         }
-        Use use = new Use(this, direction, media);
+        Use use = new Use(this, leg, direction, media);
         media.rtp().ifPresent(endpoint -> destinations.put(endpoint, use));
         media.rtcp().ifPresent(endpoint -> destinations.putIfAbsent(endpoint, use));
       }
     }
 
     @Override
-    void ended(long now) {
+    void ended(Moment now) {
       calls.remove(id(), this);
       ended.putLast(id(), new Ended(lastInvite, branches, now));
     }

@@ -73,6 +73,7 @@ final class ScenarioTest {
       case "rtp" -> rtp(words);
       case "udp" -> sniffer.udp(at(words[1]), at(words[2]), HexFormat.of().parseHex(words[3]));
       case "pass" -> sniffer.pass(Long.parseLong(words[1]));
+      case "clock" -> sniffer.offset += Long.parseLong(words[1]);
       case "sniffer" -> sniffer.session(Integer.parseInt(words[1]));
       case "late" -> sniffer.lateMillis = Long.parseLong(words[1]);
       case "forgets" -> sniffer.list.clear();
@@ -239,6 +240,7 @@ final class ScenarioTest {
       throws Exception {
     FakeSniffer.with(sniffer -> {
       sniffer.replay(SAMPLES.resolve(name + ".pcap"), texts);
+      sniffer.pass(1100);
       equal(sniffer.list.size(), 0);
       for (Direction direction : Direction.values()) {
         short[] spoken = spoken(sniffer, direction == Direction.FROM_CALLER ? callee : caller);
