@@ -1,10 +1,12 @@
 package com.morvin.dom.telephony.sniffer.sample.signalling;
 
+import com.morvin.dom.telephony.sniffer.sample.transport.Endpoint;
 import java.nio.charset.StandardCharsets;
-import java.util.HashMap;
+import java.util.HashSet;
+import java.util.List;
 import java.util.Locale;
-import java.util.Map;
 import java.util.Optional;
+import java.util.Set;
 import java.util.regex.Matcher;
 import java.util.regex.Pattern;
 
@@ -17,10 +19,10 @@ import java.util.regex.Pattern;
  * @param branch the branch of the topmost Via header, which identifies the transaction on this hop
  * @param sdp the session description; empty when the message has none
  */
-public record SipMessage(int status, String reason, String method, long cseq, String callId, String branch, Party from,
-    Party to, Optional<Sdp> sdp) {
+record SipMessage(int status, String reason, String method, long cseq, String callId, String branch, Party from,
+    Party to, Optional<Sdp> sdp, SipHeaders headers) {
   /** The URI and the tag of a From or To header. */
-  public record Party(String uri, String tag) {
+  record Party(String uri, String tag) {
     private static final Pattern TAG = Pattern.compile(";\\s*tag\\s*=\\s*([^;,\\s]{1,256})", Pattern.CASE_INSENSITIVE);
     private static final Pattern QUOTED = Pattern.compile("^\\s*\"(?:[^\"\\\\]|\\\\.)*+\"");
 
@@ -43,51 +45,63 @@ public record SipMessage(int status, String reason, String method, long cseq, St
 
   private static final int MAX_CALL_ID = 256;
   private static final int MAX_HEADER_LINES = 256;
-  private static final Map<String, String> COMPACT = Map.of(
-      "i", "call-id", "f", "from", "t", "to", "v", "via", "l", "content-length", "c", "content-type");
+  private static final int MAX_HOSTS = 8;
+  private static final List<String> ROUTE = List.of("via", "route", "record-route", "contact");
   private static final Pattern STATUS_LINE = Pattern.compile("(?i)SIP/2\\.0\\s+([1-6]\\d\\d)(?:\\s+(.*))?");
   private static final Pattern CSEQ = Pattern.compile("(\\d{1,10})\\s+([A-Za-z]+)");
   private static final Pattern BRANCH =
       Pattern.compile(";\\s*branch\\s*=\\s*([^;,\\s]{1,256})", Pattern.CASE_INSENSITIVE);
 
   /** Whether it is a request. */
-  public boolean isRequest() {
+  boolean isRequest() {
     return status == 0;
   }
 
   /** Whether it is a request with a method. */
-  public boolean isRequest(String name) {
+  boolean isRequest(String name) {
     return status == 0 && method.equals(name);
   }
 
   /** Whether it is a response with a status of 200 to 299. */
-  public boolean isSuccess() {
+  boolean isSuccess() {
     return status >= 200 && status < 300;
   }
 
   /** Whether it is a response with a status from 300. */
-  public boolean isFailure() {
+  boolean isFailure() {
     return status >= 300;
   }
 
   /** Returns "INVITE" or "180 Ringing". */
-  public String label() {
+  String label() {
     return isRequest() ? method : status + " " + reason;
   }
 
+  /** Returns the IPv4 addresses that messages of the dialog take: those of the hops so far and of the sender. */
+  Set<Integer> route() {
+    Set<Integer> hosts = new HashSet<>();
+    for (String name : ROUTE) {
+      for (String value : headers.all(name)) {
+        Endpoint.DOTTED.matcher(value).results().limit(MAX_HOSTS)
+            .forEach(address -> Endpoint.ofMedia(address.group(), 1).ifPresent(host -> hosts.add(host.ip())));
+      }
+    }
+    return hosts;
+  }
+
   /** Parses a message. Returns empty when it has no valid Call-ID and CSeq. */
-  public static Optional<SipMessage> parse(byte[] bytes) {
+  static Optional<SipMessage> parse(byte[] bytes) {
     int bodyStart = bodyStart(bytes);
     String[] lines = new String(bytes, 0, bodyStart, StandardCharsets.UTF_8).split("\r?\n", MAX_HEADER_LINES);
-    Map<String, String> headers = headers(lines);
-    Matcher cseq = CSEQ.matcher(headers.getOrDefault("cseq", ""));
-    String callId = headers.getOrDefault("call-id", "");
+    SipHeaders headers = new SipHeaders(lines);
+    Matcher cseq = CSEQ.matcher(headers.first("cseq"));
+    String callId = headers.first("call-id");
     if (!cseq.lookingAt() || callId.isEmpty() || callId.length() > MAX_CALL_ID) {
       return Optional.empty();
     }
     Matcher statusLine = STATUS_LINE.matcher(lines[0]);
     boolean response = statusLine.matches();
-    Matcher branch = BRANCH.matcher(headers.getOrDefault("via", ""));
+    Matcher branch = BRANCH.matcher(headers.first("via"));
     return Optional.of(new SipMessage(
         response ? Integer.parseInt(statusLine.group(1)) : 0,
         response && statusLine.group(2) != null ? statusLine.group(2) : "",
@@ -95,9 +109,9 @@ public record SipMessage(int status, String reason, String method, long cseq, St
         Long.parseLong(cseq.group(1)),
         callId,
         branch.find() ? branch.group(1) : "",
-        Party.parse(headers.getOrDefault("from", "")),
-        Party.parse(headers.getOrDefault("to", "")),
-        sdp(bytes, bodyStart, headers)));
+        Party.parse(headers.first("from")),
+        Party.parse(headers.first("to")),
+        sdp(bytes, bodyStart, headers), headers));
   }
 
   /** Returns the index after the first empty line. */
@@ -113,34 +127,14 @@ public record SipMessage(int status, String reason, String method, long cseq, St
     return bytes.length;
   }
 
-  /** Returns the headers by lower-case full name. Of several headers with the same name it returns the first. */
-  private static Map<String, String> headers(String[] lines) {
-    Map<String, StringBuilder> values = new HashMap<>();
-    StringBuilder last = new StringBuilder();
-    for (int i = 1; i < lines.length && !lines[i].isEmpty(); i++) {
-      String line = lines[i];
-      int colon = line.indexOf(':');
-      if (line.charAt(0) == ' ' || line.charAt(0) == '\t') {
-        last.append(' ').append(line.strip());  // continues a folded header
-      } else if (colon > 0) {
-        String name = line.substring(0, colon).strip().toLowerCase(Locale.ROOT);
-        last = new StringBuilder(line.substring(colon + 1).strip());
-        values.putIfAbsent(COMPACT.getOrDefault(name, name), last);
-      }
-    }
-    Map<String, String> headers = new HashMap<>();
-    values.forEach((name, value) -> headers.put(name, value.toString().strip()));
-    return headers;
-  }
-
   /** Returns the session description: the body or a part of it, without padding after the body. */
-  private static Optional<Sdp> sdp(byte[] bytes, int start, Map<String, String> headers) {
-    String type = headers.getOrDefault("content-type", "").toLowerCase(Locale.ROOT);
+  private static Optional<Sdp> sdp(byte[] bytes, int start, SipHeaders headers) {
+    String type = headers.first("content-type").toLowerCase(Locale.ROOT);
     if (!type.startsWith("application/sdp") && !type.startsWith("multipart/")) {
       return Optional.empty();
     }
     int length = bytes.length - start;
-    String contentLength = headers.getOrDefault("content-length", "");
+    String contentLength = headers.first("content-length");
     if (contentLength.matches("\\d{1,5}")) {
       length = Math.min(length, Integer.parseInt(contentLength));
     }

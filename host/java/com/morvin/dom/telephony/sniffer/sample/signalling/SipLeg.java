@@ -1,0 +1,352 @@
+package com.morvin.dom.telephony.sniffer.sample.signalling;
+
+import com.morvin.dom.telephony.sniffer.sample.transport.Endpoint;
+import com.morvin.dom.telephony.sniffer.sample.transport.Frame;
+import java.util.HashMap;
+import java.util.HashSet;
+import java.util.LinkedHashMap;
+import java.util.LinkedHashSet;
+import java.util.Map;
+import java.util.Set;
+
+/**
+ * A leg of a SIP call: the dialogs of one Call-ID (RFC 3261), captured on either side of a proxy.
+ *
+ * <p>Messages that do not fit the leg are ignored, because anyone can send them: a request within a dialog needs the
+ * tags of the dialog and must pass between hosts that take part in the leg. A failure needs the transaction as well.
+ */
+final class SipLeg extends Leg {
+  // Limits against hostile traffic.
+  private static final int MAX_PARTIES = 64;
+  private static final int MAX_BRANCHES = 64;
+  private static final int MAX_TAGS = 64;
+  private static final int MAX_HOSTS = 64;
+  private static final int MAX_DESTINATIONS = 64;
+
+  /** The requests whose success can change the destinations of media. */
+  private static final Set<String> FOLLOWED = Set.of("INVITE", "UPDATE", "PRACK", "BYE");
+
+  /** The time in which a rejected call may be tried again, with credentials or at another address. */
+  private static final long RETRY_MILLIS = 5_000;
+  /** The time in which a BYE or a CANCEL must be answered (RFC 3261: 32 s). */
+  static final long BYE_TIMEOUT_MILLIS = 32_000;
+
+  /** The tags of the caller: several when an INVITE is sent again with credentials or forwarded with another tag. */
+  private final Set<String> callers = new HashSet<>();
+  private final BoundedMap<String, Boolean> callees = new BoundedMap<>(MAX_TAGS);
+  /** The tags of the callees whose answer has not been followed by a BYE. */
+  private final Set<String> answered = new HashSet<>();
+  /** The IPv4 addresses that take part in the signalling. */
+  private final Set<Integer> hosts = new HashSet<>();
+  /** The keys of the last requests. */
+  private final BoundedMap<String, Boolean> requests = new BoundedMap<>(MAX_BRANCHES);
+  private final Map<PartyMedia.Id, PartyMedia> parties = new LinkedHashMap<>();
+  /** The branches of the INVITEs of this attempt; {@code ringing} holds those without a final response. */
+  private final Set<String> branches = new HashSet<>();
+  private final Set<String> ringing = new LinkedHashSet<>();
+  private long lastInvite;
+  private boolean cancelled;
+  private boolean isAnswered;
+
+  SipLeg(SipMessage invite, Moment now) {
+    super(invite.callId(), invite.from().uri(), invite.to().uri(), now);
+    callers.add(invite.from().tag());
+    if (!invite.to().tag().isEmpty()) {
+      callees.put(invite.to().tag(), true);
+    }
+  }
+
+  /** Handles a message. Returns whether it fits the leg; otherwise it has no effect. */
+  boolean follow(SipMessage message, Frame frame, Moment now) {
+    if (message.isRequest() ? !fitsRequest(message, frame) : !fitsResponse(message, frame)) {
+      return false;
+    }
+    if (message.isRequest()) {
+      requests.putLast(transaction(message), true);
+      followRequest(message, frame, now);
+    } else if (FOLLOWED.contains(message.method())) {
+      followResponse(message, frame, now);
+    }
+    return true;
+  }
+
+  /** Returns the key of a transaction on one hop. */
+  private static String transaction(SipMessage message) {
+    return message.method() + " " + (message.branch().isEmpty() ? message.cseq() : message.branch());
+  }
+
+  private boolean fitsRequest(SipMessage request, Frame frame) {
+    return switch (request.method()) {
+      case "INVITE" -> fitsAttempt(request, frame) || fitsRenewal(request, frame);
+      case "CANCEL" -> isBetweenHosts(frame) && ringing.contains(request.branch());
+      default -> isWithinDialog(request, frame);
+    };
+  }
+
+  /** Whether it is an INVITE that begins the leg, or sends it on, or repeats it with another tag. */
+  private boolean fitsAttempt(SipMessage invite, Frame frame) {
+    String tag = invite.from().tag();
+    boolean fits = branches.isEmpty() || invite.to().tag().isEmpty()
+        && (callers.contains(tag) || !isAnswered || hosts.contains(frame.source().ip()));
+    if (fits) {
+      if (callers.size() < MAX_TAGS) {
+        callers.add(tag);
+      }
+      join(invite, frame);
+    }
+    return fits;
+  }
+
+  /** Whether it is an INVITE within a dialog. It may take another way than the first one. */
+  private boolean fitsRenewal(SipMessage invite, Frame frame) {
+    boolean fits = hasTagsOfDialog(invite) && hosts.contains(frame.source().ip());
+    if (fits) {
+      join(invite, frame);
+    }
+    return fits;
+  }
+
+  private boolean fitsResponse(SipMessage response, Frame frame) {
+    boolean known = requests.containsKey(transaction(response));
+    boolean fits = isParty(response.from().tag()) && (known || isBetweenHosts(frame));
+    if (response.method().equals("BYE")) {
+      return fits && isWithinDialog(response, frame) && (known || response.isSuccess());
+    }
+    if (response.isFailure()) {
+      return fits && known && isBetweenHosts(frame);
+    }
+    if (fits && response.method().equals("INVITE")) {
+      join(response, frame);
+      if (!response.to().tag().isEmpty() && !callers.contains(response.to().tag())) {
+        callees.putLast(response.to().tag(), true);
+      }
+    }
+    return fits;
+  }
+
+  /** Adds the hosts of a message, between which the requests of its dialog may pass. */
+  private void join(SipMessage message, Frame frame) {
+    if (hosts.size() < MAX_HOSTS) {
+      hosts.add(frame.source().ip());
+      hosts.add(frame.destination().ip());
+      hosts.addAll(message.route());
+    }
+  }
+
+  private boolean isBetweenHosts(Frame frame) {
+    return hosts.contains(frame.source().ip()) && hosts.contains(frame.destination().ip());
+  }
+
+  private boolean isWithinDialog(SipMessage message, Frame frame) {
+    return isBetweenHosts(frame) && hasTagsOfDialog(message);
+  }
+
+  private boolean hasTagsOfDialog(SipMessage message) {
+    String from = message.from().tag();
+    String to = message.to().tag();
+    return callers.contains(from) && isCallee(to) || callers.contains(to) && isCallee(from);
+  }
+
+  /** Whether a tag is one of a callee. While no response was seen, it can be any. */
+  private boolean isCallee(String tag) {
+    return callees.containsKey(tag) || callees.isEmpty() && !tag.isEmpty();
+  }
+
+  private boolean isParty(String tag) {
+    return callers.contains(tag) || callees.containsKey(tag);
+  }
+
+  private void followRequest(SipMessage request, Frame frame, Moment now) {
+    PartyMedia sender = party(request.from(), frame.source(), request.sdp().isPresent());
+    switch (request.method()) {
+      case "INVITE" -> {
+        lastInvite = Math.max(lastInvite, request.cseq());
+        if (!isAnswered && branches.size() < MAX_BRANCHES && branches.add(request.branch())) {
+          cancelEnd();
+          cancelled = false;
+          ringing.add(request.branch());
+        }
+        sender.offer(request);
+      }
+      case "UPDATE", "PRACK" -> sender.offer(request);
+      case "ACK" -> request.sdp().filter(sdp -> sender.isCurrent(request)).ifPresent(sender::agree);
+      case "CANCEL" -> {
+        if (!isAnswered) {
+          cancelled = true;
+          end("cancelled", now, BYE_TIMEOUT_MILLIS);
+        }
+      }
+      case "BYE" -> hangUp(request, now, BYE_TIMEOUT_MILLIS);
+      default -> { }
+    }
+  }
+
+  /** Schedules the end, unless an earlier BYE has done so. */
+  private void hangUp(SipMessage bye, Moment now, long delay) {
+    if (ending() == null || isOverruled()) {
+      end("hung up by " + nameOf(bye.from()), now, delay);
+    }
+  }
+
+  private void followResponse(SipMessage response, Frame frame, Moment now) {
+    PartyMedia answerer =
+        party(response.to(), frame.source(), response.isSuccess() || response.sdp().isPresent());
+    if (answerer.hasAnswered(response)) {
+      return;  // a retransmission
+    }
+    if (response.isSuccess()) {
+      answerer.answered(response);
+      followSuccess(response, frame, answerer, now);
+    } else if (response.isFailure()) {
+      followFailure(response, frame, now);
+    } else if (response.method().equals("INVITE")) {
+      response.sdp().ifPresent(answerer::propose);
+    }
+  }
+
+  private void followSuccess(SipMessage response, Frame frame, PartyMedia answerer, Moment now) {
+    switch (response.method()) {
+      case "INVITE" -> {
+        cancelEnd();
+        if (!isAnswered) {
+          isAnswered = true;
+          forgetUnanswered(response.to().tag());
+        }
+        if (answered.size() < MAX_TAGS) {
+          answered.add(response.to().tag());
+        }
+        ringing.clear();
+        applyAnswer(response, frame, answerer);
+      }
+      case "UPDATE", "PRACK" -> applyAnswer(response, frame, answerer);
+      case "BYE" -> endDialog(response, now);
+      default -> { }
+    }
+  }
+
+  /**
+   * Applies an answer. Before the call is answered it is only a proposal, because other branches may answer as well.
+   */
+  private void applyAnswer(SipMessage response, Frame frame, PartyMedia answerer) {
+    if (!isAnswered) {
+      response.sdp().ifPresent(answerer::propose);
+      return;
+    }
+    response.sdp().ifPresentOrElse(answerer::agree, answerer::agreeToProposal);
+    party(response.from(), frame.destination(), false).agreeToProposal();
+  }
+
+  /** Removes the other branches of a forked call after one of them is answered. */
+  private void forgetUnanswered(String tag) {
+    parties.keySet().removeIf(party -> !callers.contains(party.tag()) && !party.tag().equals(tag));
+  }
+
+  private void followFailure(SipMessage response, Frame frame, Moment now) {
+    switch (response.method()) {
+      case "INVITE" -> {
+        if (isAnswered) {
+          party(response.from(), frame.destination(), false).withdrawProposal();
+        } else if (response.cseq() >= lastInvite && ringing.remove(response.branch()) && ringing.isEmpty()) {
+          String how = cancelled ? "cancelled" : "failed: " + response.status() + " " + response.reason();
+          end(how, now, cancelled || !isWorthRetrying(response.status()) ? 0 : RETRY_MILLIS);
+        }
+      }
+      case "UPDATE", "PRACK" -> party(response.from(), frame.destination(), false).withdrawProposal();
+      case "BYE" -> {
+        if (response.status() == 408 || response.status() == 481) {
+          endDialog(response, now);
+        } else {
+          cancelEnd();  // usually the party must send credentials first
+        }
+      }
+      default -> { }
+    }
+  }
+
+  /** Whether a caller usually tries again: it is redirected, must send credentials, or used a refused extension. */
+  private static boolean isWorthRetrying(int status) {
+    return status < 400 || status == 401 || status == 407 || status == 420 || status == 422 || status == 488;
+  }
+
+  /**
+   * Ends a dialog and, with the last one, the leg. A forked call can have several answered dialogs. When the BYE was
+   * not seen, its answer counts like a BYE without an answer.
+   */
+  private void endDialog(SipMessage byeResponse, Moment now) {
+    String from = byeResponse.from().tag();
+    String callee = callers.contains(from) ? byeResponse.to().tag() : from;
+    answered.remove(callee);
+    if (!answered.isEmpty()) {
+      parties.keySet().removeIf(party -> party.tag().equals(callee));
+      cancelEnd();
+    } else if (!requests.containsKey(transaction(byeResponse))) {
+      hangUp(byeResponse, now, BYE_TIMEOUT_MILLIS);
+    } else {
+      endNow("hung up by " + nameOf(byeResponse.from()), now);
+    }
+  }
+
+  private String nameOf(SipMessage.Party party) {
+    return callers.contains(party.tag()) ? "caller" : "callee";
+  }
+
+  /**
+   * Returns the media of a party. A party without a description is not kept, because a group of ringing telephones
+   * makes many of them. When there are too many parties, an unanswered one is removed.
+   *
+   * @param matters whether the party is kept
+   */
+  private PartyMedia party(SipMessage.Party party, Endpoint address, boolean matters) {
+    PartyMedia.Id id = new PartyMedia.Id(party.tag(), address.ip());
+    PartyMedia media = parties.get(id);
+    if (media != null) {
+      return media;
+    }
+    media = new PartyMedia();
+    if (parties.size() == MAX_PARTIES && matters) {
+      parties.keySet().stream().filter(old -> !answered.contains(old.tag()) && !callers.contains(old.tag()))
+          .findFirst().ifPresent(parties::remove);
+    }
+    if (matters && parties.size() < MAX_PARTIES) {
+      parties.put(id, media);
+    }
+    return media;
+  }
+
+  /** Whether the leg was answered. */
+  boolean isAnswered() {
+    return isAnswered;
+  }
+
+  /** Adds the destinations of the media of this leg. */
+  void collect(Call call, Map<Endpoint, Call.Use> destinations) {
+    Map<Endpoint, Call.Use> own = new LinkedHashMap<>();
+    parties.forEach((id, party) -> {
+      Direction direction = Direction.to(callers.contains(id.tag()));
+      party.descriptions().flatMap(sdp -> sdp.media().stream()).filter(media -> own.size() < MAX_DESTINATIONS)
+          .forEach(media -> {
+            Call.Use use = new Call.Use(call, this, direction, media);
+            media.rtp().ifPresent(endpoint -> own.put(endpoint, use));
+            media.rtcp().ifPresent(endpoint -> own.putIfAbsent(endpoint, use));
+          });
+    });
+    own.forEach(destinations::putIfAbsent);
+  }
+
+  /** Returns what is known about the INVITEs, to recognise repeated ones after the end of the leg. */
+  Attempt attempt(Moment end) {
+    return new Attempt(lastInvite, branches, end);
+  }
+
+  /**
+   * The INVITEs of an ended leg: the last CSeq, the branches, and the time of the end. A sender may repeat an INVITE,
+   * and another sniffer may deliver it late. An INVITE on another branch is a new attempt, although a forking proxy
+   * keeps Call-ID and CSeq.
+   */
+  record Attempt(long invite, Set<String> branches, Moment end) {
+    boolean isRepeatedBy(SipMessage message, Moment now) {
+      boolean known = message.branch().isEmpty() ? message.cseq() <= invite : branches.contains(message.branch());
+      return now.since(end) < BYE_TIMEOUT_MILLIS && (known || message.cseq() < invite);
+    }
+  }
+}
