@@ -12,7 +12,7 @@ final class SipCall extends Call {
 
   SipCall(SipCalls calls, int number, SipLeg first, SipMessage invite, int origin) {
     super(number, "SIP", first,
-        Text.fileNamePart(invite.from().name()) + "-" + Text.fileNamePart(invite.to().name()), origin);
+        Text.fileNamePart(invite.caller().name()) + "-" + Text.fileNamePart(invite.to().name()), origin);
     this.calls = calls;
     leg = first;
   }

@@ -46,6 +46,9 @@ final class SipCalls {
     // A call that ends at once is updated as well, because the listener must be called for every call.
     follower.update(call, now);
     follower.signalled(call, frame, message.label() + (fits ? "" : " (does not belong to the call)"), now);
+    if (fits && entry.leg.hasNewKey(message)) {
+      follower.dialled(call, entry.leg.directionFrom(message.from()), message.digits(), now);
+    }
     follower.endIfOver(call, now);
     return call;
   }

@@ -2,7 +2,6 @@ package com.morvin.dom.telephony.sniffer.sample.signalling;
 
 import com.morvin.dom.telephony.sniffer.sample.transport.Endpoint;
 import com.morvin.dom.telephony.sniffer.sample.transport.Frame;
-import java.util.HashMap;
 import java.util.HashSet;
 import java.util.LinkedHashMap;
 import java.util.LinkedHashSet;
@@ -44,12 +43,14 @@ final class SipLeg extends Leg {
   /** The branches of the INVITEs of this attempt; {@code ringing} holds those without a final response. */
   private final Set<String> branches = new HashSet<>();
   private final Set<String> ringing = new LinkedHashSet<>();
+  /** The CSeq of the last pressed key of each tag. */
+  private final BoundedMap<String, Long> lastKeys = new BoundedMap<>(MAX_TAGS);
   private long lastInvite;
   private boolean cancelled;
   private boolean isAnswered;
 
   SipLeg(SipMessage invite, Moment now) {
-    super(invite.callId(), invite.from().uri(), invite.to().uri(), now);
+    super(invite.callId(), invite.caller().uri(), invite.to().uri(), now);
     callers.add(invite.from().tag());
     if (!invite.to().tag().isEmpty()) {
       callees.put(invite.to().tag(), true);
@@ -311,6 +312,21 @@ final class SipLeg extends Leg {
       parties.put(id, media);
     }
     return media;
+  }
+
+  /** Whether a request reports a pressed key that was not reported before, on another hop or by another sniffer. */
+  boolean hasNewKey(SipMessage request) {
+    if (request.digits().isEmpty() || !request.isRequest("INFO")
+        || request.cseq() <= lastKeys.getOrDefault(request.from().tag(), -1L)) {
+      return false;
+    }
+    lastKeys.put(request.from().tag(), request.cseq());
+    return true;
+  }
+
+  /** Returns the direction of media sent by a party. */
+  Direction directionFrom(SipMessage.Party party) {
+    return Direction.to(!callers.contains(party.tag()));
   }
 
   /** Whether the leg was answered. */

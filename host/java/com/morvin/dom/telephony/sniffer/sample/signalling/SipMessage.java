@@ -18,9 +18,11 @@ import java.util.regex.Pattern;
  * @param method the method of the request, also in a response
  * @param branch the branch of the topmost Via header, which identifies the transaction on this hop
  * @param sdp the session description; empty when the message has none
+ * @param digits the pressed keys of an INFO; empty when it has none
  */
 record SipMessage(int status, String reason, String method, long cseq, String callId, String branch, Party from,
-    Party to, Optional<Sdp> sdp, SipHeaders headers) {
+    Party to, Optional<Sdp> sdp, String digits,
+    SipHeaders headers) {
   /** The URI and the tag of a From or To header. */
   record Party(String uri, String tag) {
     private static final Pattern TAG = Pattern.compile(";\\s*tag\\s*=\\s*([^;,\\s]{1,256})", Pattern.CASE_INSENSITIVE);
@@ -35,6 +37,11 @@ record SipMessage(int status, String reason, String method, long cseq, String ca
       return new Party(uri.strip(), tag.find() ? tag.group(1) : "");
     }
 
+    /** Whether the party has withheld its name. */
+    boolean isAnonymous() {
+      return name().equalsIgnoreCase("anonymous") || uri.toLowerCase(Locale.ROOT).contains("@anonymous.invalid");
+    }
+
     /** Returns "alice" for "sip:alice@10.0.0.1;user=phone"; returns the host when there is no user. */
     String name() {
       String address = uri.replaceFirst("^(?i)(sips?|tel):", "");
@@ -47,6 +54,8 @@ record SipMessage(int status, String reason, String method, long cseq, String ca
   private static final int MAX_HEADER_LINES = 256;
   private static final int MAX_HOSTS = 8;
   private static final List<String> ROUTE = List.of("via", "route", "record-route", "contact");
+  private static final Pattern SIGNAL = Pattern.compile("(?im)^Signal\\s*=\\s*(1[0-5]|[0-9A-D*#])\\s*$");
+  private static final Pattern KEY = Pattern.compile("(?i)^\\s*(1[0-5]|[0-9A-D*#])\\s*$");
   private static final Pattern STATUS_LINE = Pattern.compile("(?i)SIP/2\\.0\\s+([1-6]\\d\\d)(?:\\s+(.*))?");
   private static final Pattern CSEQ = Pattern.compile("(\\d{1,10})\\s+([A-Za-z]+)");
   private static final Pattern BRANCH =
@@ -77,6 +86,17 @@ record SipMessage(int status, String reason, String method, long cseq, String ca
     return isRequest() ? method : status + " " + reason;
   }
 
+  /**
+   * Returns the caller of an INVITE. When it is anonymous, the network may have added its identity (RFC 3325) for those
+   * that it trusts.
+   */
+  Party caller() {
+    String asserted = headers.first("p-asserted-identity");
+    String remote = headers.first("remote-party-id");
+    String identity = asserted.isEmpty() && !remote.contains("party=called") ? remote : asserted;
+    return from.isAnonymous() && !identity.isEmpty() ? Party.parse(identity) : from;
+  }
+
   /** Returns the IPv4 addresses that messages of the dialog take: those of the hops so far and of the sender. */
   Set<Integer> route() {
     Set<Integer> hosts = new HashSet<>();
@@ -99,6 +119,8 @@ record SipMessage(int status, String reason, String method, long cseq, String ca
     if (!cseq.lookingAt() || callId.isEmpty() || callId.length() > MAX_CALL_ID) {
       return Optional.empty();
     }
+    String type = headers.first("content-type").toLowerCase(Locale.ROOT);
+    String body = body(bytes, bodyStart, headers.first("content-length"));
     Matcher statusLine = STATUS_LINE.matcher(lines[0]);
     boolean response = statusLine.matches();
     Matcher branch = BRANCH.matcher(headers.first("via"));
@@ -111,7 +133,9 @@ record SipMessage(int status, String reason, String method, long cseq, String ca
         branch.find() ? branch.group(1) : "",
         Party.parse(headers.first("from")),
         Party.parse(headers.first("to")),
-        sdp(bytes, bodyStart, headers), headers));
+        sdp(type, body),
+        digits(type, body),
+        headers));
   }
 
   /** Returns the index after the first empty line. */
@@ -127,19 +151,35 @@ record SipMessage(int status, String reason, String method, long cseq, String ca
     return bytes.length;
   }
 
-  /** Returns the session description: the body or a part of it, without padding after the body. */
-  private static Optional<Sdp> sdp(byte[] bytes, int start, SipHeaders headers) {
-    String type = headers.first("content-type").toLowerCase(Locale.ROOT);
-    if (!type.startsWith("application/sdp") && !type.startsWith("multipart/")) {
-      return Optional.empty();
-    }
+  /** Returns the body without padding after it. */
+  private static String body(byte[] bytes, int start, String contentLength) {
     int length = bytes.length - start;
-    String contentLength = headers.first("content-length");
     if (contentLength.matches("\\d{1,5}")) {
       length = Math.min(length, Integer.parseInt(contentLength));
     }
-    String body = new String(bytes, start, length, StandardCharsets.UTF_8);
+    return new String(bytes, start, length, StandardCharsets.UTF_8);
+  }
+
+  /** Returns the session description: the body or a part of it. */
+  private static Optional<Sdp> sdp(String type, String body) {
+    if (!type.startsWith("application/sdp") && !type.startsWith("multipart/")) {
+      return Optional.empty();
+    }
     Matcher version = Pattern.compile("(?m)^v=0").matcher(body);
     return version.find() ? Optional.of(Sdp.parse(body.substring(version.start()))) : Optional.empty();
+  }
+
+  /** Returns the keys of "Signal=5" (application/dtmf-relay) or "5" (application/dtmf). */
+  private static String digits(String type, String body) {
+    if (!type.startsWith("application/dtmf")) {
+      return "";
+    }
+    Matcher key = (type.startsWith("application/dtmf-relay") ? SIGNAL : KEY).matcher(body);
+    if (!key.find()) {
+      return "";
+    }
+    String pressed = key.group(1).toUpperCase(Locale.ROOT);
+    // Some telephones send the number of the event (RFC 4733).
+    return pressed.length() == 1 ? pressed : String.valueOf("*#ABCD".charAt(Integer.parseInt(pressed) - 10));
   }
 }
