@@ -38,7 +38,9 @@ import java.util.TreeSet;
 final class Recording {
   private static final DateTimeFormatter FILE_TIME =
       DateTimeFormatter.ofPattern("yyyyMMdd-HHmmss").withZone(ZoneId.systemDefault());
+  /** A longer list of messages keeps its first and its last ones. Those between are refreshes of a long call. */
   private static final int MAX_STEPS = 200;
+  private static final int FIRST_STEPS = 50;
   private static final int MAX_DIALLED = 64;
   private static final int MAX_UNSAVED = 64;
   /** A message is compared with this number of earlier ones: it may be repeated, or delivered by another sniffer. */
@@ -79,10 +81,11 @@ final class Recording {
       unsaved.add(new RunningCalls.TimedFrame(time, frame));
     }
     recent[messages++ % COMPARED] = hash;
-    if (ladder.size() < MAX_STEPS) {
-      ladder.add(new CallReport.Step((time - call.start().stamp()) / 1000.0, frame.source().toString(),
-          frame.destination().toString(), Text.printable(label)));
+    if (ladder.size() == MAX_STEPS) {
+      ladder.remove(FIRST_STEPS);
     }
+    ladder.add(new CallReport.Step((time - call.start().stamp()) / 1000.0, frame.source().toString(),
+        frame.destination().toString(), Text.printable(label)));
   }
 
   /** Adds keys that were reported by the signalling. */

@@ -139,6 +139,7 @@ final class HostileInputTest {
   void testEndlessCall() throws Exception {
     FakeSniffer.with(sniffer -> {
       sip(sniffer, A, B, INVITE);
+      sip(sniffer, B, A, response("181 first"));
       for (int i = 0; i < 5_000; i++) {
         String media = "m=audio " + (10_000 + 2 * (i % 20_000)) + " RTP/AVP 8\n";
         String method = i + " " + "M".repeat(3000) + i;
@@ -149,6 +150,11 @@ final class HostileInputTest {
       that(sniffer.list.size() <= 70, "list " + sniffer.list.size());
       sniffer.pass(2000);
       that(sniffer.store.disk().droppedBytes() == 0, "dropped");
+      sip(sniffer, B, A, response("180 last"));
+      sniffer.recorder.finish();
+      String report = sniffer.report();
+      that(report.contains("181 first") && report.contains("180 last"), "the first and the last messages are listed");
+      equal(report.split("\"label\":").length - 1, 200);
     });
   }
 
