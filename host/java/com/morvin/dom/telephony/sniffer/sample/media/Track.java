@@ -98,7 +98,7 @@ public final class Track {
       undecodedFirst = time;
     }
     undecodedLast = Math.max(undecodedLast, time);
-    note(what + " is not decoded: kept as a pcap file");
+    note(what.equals(Codec.SRTP.name()) ? "encrypted, kept as pcap" : what + " is not decoded: kept as a pcap file");
     undecoded.write(frame, time);
   }
 

@@ -102,7 +102,7 @@ final class Recording {
       track.keep(frame, "T.38", time);
       return true;
     }
-    if (RtpPacket.isRtcp(frame.payload())) {
+    if (RtpPacket.isRtcp(frame.payload()) || RtpPacket.isSetup(frame.payload())) {
       return true;
     }
     RtpPacket packet = RtpPacket.parse(frame.payload());

@@ -56,6 +56,14 @@ final class PartyMedia {
     proposed.ifPresent(this::agree);
   }
 
+  /** Applies what the other party has answered to the descriptions of this one. */
+  void decide(PartyMedia answerer) {
+    answerer.descriptions().reduce((first, last) -> last).ifPresent(answer -> {
+      agreed = agreed.map(offer -> offer.answeredBy(answer));
+      proposed = proposed.map(offer -> offer.answeredBy(answer));
+    });
+  }
+
   void withdrawProposal() {
     proposed = Optional.empty();
   }

@@ -170,7 +170,10 @@ final class SipLeg extends Leg {
         sender.offer(request);
       }
       case "UPDATE", "PRACK" -> sender.offer(request);
-      case "ACK" -> request.sdp().filter(sdp -> sender.isCurrent(request)).ifPresent(sender::agree);
+      case "ACK" -> request.sdp().filter(sdp -> sender.isCurrent(request)).ifPresent(sdp -> {
+        sender.agree(sdp);
+        party(request.to(), frame.destination(), false).decide(sender);
+      });
       case "CANCEL" -> {
         if (!isAnswered) {
           cancelled = true;
@@ -201,7 +204,10 @@ final class SipLeg extends Leg {
     } else if (response.isFailure()) {
       followFailure(response, frame, now);
     } else if (response.method().equals("INVITE")) {
-      response.sdp().ifPresent(answerer::propose);
+      response.sdp().ifPresent(sdp -> {
+        answerer.propose(sdp);
+        party(response.from(), frame.destination(), false).decide(answerer);
+      });
     }
   }
 
@@ -213,7 +219,7 @@ final class SipLeg extends Leg {
           isAnswered = true;
           forgetUnanswered(response.to().tag());
         }
-        if (answered.size() < MAX_TAGS) {
+        if (answered.size() < MAX_TAGS && !callers.contains(response.to().tag())) {
           answered.add(response.to().tag());
         }
         ringing.clear();
@@ -229,12 +235,14 @@ final class SipLeg extends Leg {
    * Applies an answer. Before the call is answered it is only a proposal, because other branches may answer as well.
    */
   private void applyAnswer(SipMessage response, Frame frame, PartyMedia answerer) {
+    PartyMedia offerer = party(response.from(), frame.destination(), false);
     if (!isAnswered) {
       response.sdp().ifPresent(answerer::propose);
-      return;
+    } else {
+      response.sdp().ifPresentOrElse(answerer::agree, answerer::agreeToProposal);
+      offerer.agreeToProposal();
     }
-    response.sdp().ifPresentOrElse(answerer::agree, answerer::agreeToProposal);
-    party(response.from(), frame.destination(), false).agreeToProposal();
+    offerer.decide(answerer);
   }
 
   /** Removes the other branches of a forked call after one of them is answered. */

@@ -290,6 +290,11 @@ final class FakeSniffer implements Transport, TimeSource {
     }
   }
 
+  /** Returns the sample rate of the only file whose name has this end. */
+  float rate(String nameEnd) throws IOException, UnsupportedAudioFileException {
+    return AudioSystem.getAudioFileFormat(files(nameEnd).get(0).toFile()).getFormat().getSampleRate();
+  }
+
   /** Waits until the disk thread has done all jobs so far; on a full disk, until it has reported the failure. */
   private void awaitDisk() {
     CountDownLatch done = full ? refusals : new CountDownLatch(1);

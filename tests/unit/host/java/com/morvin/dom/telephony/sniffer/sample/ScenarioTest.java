@@ -24,6 +24,7 @@ final class ScenarioTest {
   private static final Path CASES = Path.of(System.getProperty("tests.data"), "recorder");
   private static final Map<String, String> HOSTS = Map.of("A", "10.0.0.1", "B", "10.0.0.2", "C", "10.0.0.3", "D",
       "10.0.0.4", "N", "203.0.113.7", "P", "10.0.0.9");
+  private static final Path CAPTURES = Path.of(System.getProperty("tests.data"), "captures");
   private static final int SIZE = 160;
   private static final Path SAMPLES = Path.of(System.getProperty("samples"));
   private static final Path H323 = Path.of(System.getProperty("tests.data"), "h323");
@@ -72,6 +73,7 @@ final class ScenarioTest {
       case "h323" -> sniffer.h323(host(words[1]), host(words[2]), words[3].replace('|', '\n').replace('_', ' ') + "\n");
       case "rtp" -> rtp(words);
       case "udp" -> sniffer.udp(at(words[1]), at(words[2]), HexFormat.of().parseHex(words[3]));
+      case "replay" -> replay(words[1]);
       case "pass" -> sniffer.pass(Long.parseLong(words[1]));
       case "clock" -> sniffer.offset += Long.parseLong(words[1]);
       case "sniffer" -> sniffer.session(Integer.parseInt(words[1]));
@@ -93,6 +95,7 @@ final class ScenarioTest {
           rest.substring(words[1].length()).strip());
       case "files" -> equal(sniffer.files(words[1]).size(), Integer.parseInt(words[2]));
       case "heard" -> equal(heard(words[1]), spell(words[2]));
+      case "tone" -> tone(words[1], Integer.parseInt(words[2]));
       case "crc" -> equal(crc(sniffer.samples(words[1])), words[2]);
       case "stereo" -> stereo(Integer.parseInt(words[1]), words[2], words[3]);
       case "report" -> contains(sniffer.report(), rest);
@@ -209,6 +212,27 @@ final class ScenarioTest {
       crc.update(sample >> 8);
     }
     return Long.toHexString(crc.getValue());
+  }
+
+  private void replay(String name) throws Exception {
+    sniffer.replay(CAPTURES.resolve(name + ".pcap"), List.of());
+    sniffer.pass(1100);
+  }
+
+  /** Checks that nearly all energy of a file is at one frequency: its correlation with the tone. */
+  private void tone(String nameEnd, int hertz) throws Exception {
+    short[] samples = sniffer.samples(nameEnd);
+    double step = 2 * Math.PI * hertz / sniffer.rate(nameEnd);
+    double real = 0;
+    double imaginary = 0;
+    double energy = 0;
+    for (int i = 0; i < samples.length; i++) {
+      real += samples[i] * Math.cos(step * i);
+      imaginary += samples[i] * Math.sin(step * i);
+      energy += (double) samples[i] * samples[i];
+    }
+    double correlation = Math.hypot(real, imaginary) / Math.sqrt(energy * samples.length / 2);
+    that(samples.length > 20_000 && correlation > 0.98, samples.length + " samples, correlation " + correlation);
   }
 
   /** Checks the letters at a time of the stereo file, left and right. */
