@@ -82,6 +82,25 @@ final class CallStream {
   }
 
   /**
+   * Adds the signalling of a call that is a leg of this one, in a message of its own. So far its frames went to another
+   * recorder.
+   */
+  void add(CallStream leg, long now) {
+    byte[] frames = leg.signalled.toByteArray();
+    if (frames.length == 0) {
+      return;
+    }
+    flush(false);
+    begin(now);
+    body.writeBytes(frames);
+    signalling = true;
+    if (signalled.size() + frames.length <= MAX_RECAP) {
+      signalled.writeBytes(frames);
+    }
+    flush(false);
+  }
+
+  /**
    * Begins a message. Every 30 s it repeats the signalling, for a recorder that takes over in the middle of the call.
    */
   private void begin(long now) {

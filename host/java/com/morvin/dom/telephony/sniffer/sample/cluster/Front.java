@@ -115,6 +115,12 @@ final class Front extends Service {
   }
 
   @Override
+  public void merged(Call call, Call other, boolean turned) {
+    streams.get(call).add(streams.get(other), now().steady());
+    over.add(other);
+  }
+
+  @Override
   public void ended(Call call, String how, Moment at) {
     over.add(call);
   }

@@ -67,6 +67,16 @@ public final class Track {
     this.fileName = fileName;
   }
 
+  /** Returns the name of its files. */
+  public String fileName() {
+    return fileName;
+  }
+
+  /** Whether nothing was received. */
+  public boolean isEmpty() {
+    return sources.isEmpty() && undecoded == null;
+  }
+
   /** Adds an RTP packet. Packets may come out of order. */
   public void accept(Frame frame, RtpPacket packet, Codec codec, long time) {
     if (packet.length() > MAX_PAYLOAD) {

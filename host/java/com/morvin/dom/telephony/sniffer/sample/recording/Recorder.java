@@ -18,6 +18,7 @@ import com.morvin.dom.telephony.sniffer.sample.transport.Frame;
 import com.morvin.dom.telephony.sniffer.sample.transport.Received;
 import com.morvin.dom.telephony.sniffer.sample.transport.Transport;
 import java.io.IOException;
+import java.util.Comparator;
 import java.util.LinkedHashMap;
 import java.util.List;
 import java.util.Map;
@@ -95,7 +96,7 @@ public final class Recorder extends Service {
       Recording recording = recordings.get(use.call());
       long waited = now.stamp() - received.time(now.stamp());
       long time = stamp(use.call(), now) - waited;
-      boolean known = recording.media(received.frame(), use.direction(), use.media(), time);
+      boolean known = recording.media(received.frame(), use, time);
       countMalformed(known ? 0 : 1);
       if (known && recording.markShown()) {
         CallReport running = recording.unfinished();
@@ -164,9 +165,9 @@ public final class Recorder extends Service {
 
   private void restore(RunningCalls.Loaded loaded, boolean late, Moment now) {
     restoring = loaded.journal();
-    for (RunningCalls.TimedFrame message : loaded.frames()) {
-      follower.signalling(message.frame(), before(now, message.time()));
-    }
+    // The journal of a merged call holds the frames of its legs one after the other.
+    loaded.frames().stream().sorted(Comparator.comparingLong(RunningCalls.TimedFrame::time))
+        .forEach(message -> follower.signalling(message.frame(), before(now, message.time())));
     restoring = null;
     Recording recording = recordings.values().stream().filter(other -> other.journal == loaded.journal()).findFirst()
         .orElse(null);
@@ -203,12 +204,26 @@ public final class Recorder extends Service {
 
   @Override
   public void signalled(Call call, Frame frame, String label, Moment now) {
-    recordings.get(call).signalled(frame, label, stamp(call, now), restoring != null);
+    recordings.get(call).signalled(frame, label, stamp(call, now), restoring);
   }
 
   @Override
   public void dialled(Call call, Direction direction, String digits, Moment now) {
     recordings.get(call).dialled(direction, digits, stamp(call, now));
+  }
+
+  @Override
+  public void merged(Call call, Call other, boolean turned) {
+    Recording recording = recordings.get(call);
+    Recording added = recordings.remove(other);
+    recording.add(added, turned, running);
+    if (restoring == null) {
+      console.line(other + "  belongs to " + call);
+    }
+    if (added.isShown()) {
+      CallReport shown = added.unfinished();
+      store.disk().submit(() -> listener.merged(shown));
+    }
   }
 
   @Override
@@ -248,11 +263,11 @@ public final class Recorder extends Service {
     Moment now = now();
     boolean goesOn = stopped();
     for (Call call : List.copyOf(follower.calls())) {
-      String how = call.endReason() != null ? call.endReason() : "recording stopped";
+      Call.End end = call.signalledEnd() != null ? call.signalledEnd() : new Call.End("recording stopped", now);
       if (!goesOn) {
-        follower.end(call, how, now, now);
+        follower.end(call, end.how(), end.at(), now);
       } else if (!transport().redelivers() && !(recordings.get(call).isReported() && call.lifetime().isOnlyResumed())) {
-        report(recordings.get(call), how, now);
+        report(recordings.get(call), end.how(), end.at());
       }
     }
     store.disk().drain();

@@ -3,6 +3,7 @@ package com.morvin.dom.telephony.sniffer.sample.signalling;
 import com.morvin.dom.telephony.sniffer.sample.transport.Endpoint;
 import java.util.ArrayList;
 import java.util.Collections;
+import java.util.Comparator;
 import java.util.LinkedHashMap;
 import java.util.List;
 import java.util.Map;
@@ -64,6 +65,39 @@ public abstract class Call {
     Map<Endpoint, Use> all = signalledDestinations();
     learned.forEach(all::putIfAbsent);
     return all;
+  }
+
+  /** Adds a leg. */
+  final void add(Leg leg) {
+    legs.add(leg);
+  }
+
+  /** Adds everything of another call, whose sides may be exchanged. */
+  final void add(Call other, boolean turned) {
+    for (Leg leg : other.legs) {
+      if (turned) {
+        leg.turn();
+      }
+      legs.add(leg);
+    }
+    legs.sort(Comparator.comparingLong(leg -> leg.start().steady()));
+    flow.add(other.flow, turned);
+    lifetime.add(other.lifetime);
+    other.notes.forEach(this::note);
+    other.learned.forEach((endpoint, use) ->
+        learned.putIfAbsent(endpoint, new Use(this, use.leg, use.direction.turned(turned), use.media)));
+  }
+
+  /** Retires the legs that have ended by now. Returns whether there are any. */
+  boolean retireLegs(Moment now, CallFollower.Limits limits) {
+    boolean any = false;
+    for (Leg leg : legs) {
+      if (!leg.isRetired() && leg.isOver(now)) {
+        leg.retire();
+        any = true;
+      }
+    }
+    return any;
   }
 
   /** Records that media was received for a use of this call. */
@@ -150,14 +184,16 @@ public abstract class Call {
     return Collections.unmodifiableSet(notes);
   }
 
-  /** Returns the reason of the scheduled end; null when none is scheduled. */
-  public String endReason() {
-    Leg.Ending last = lastEnding();
-    return last == null ? null : last.how();
-  }
+  /**
+   * The end of a call.
+   *
+   * @param how the reason: "hung up by caller"
+   * @param at the time of the last message or media packet
+   */
+  public record End(String how, Moment at) {}
 
-  /** Returns the end of the leg that ends last; null while a leg has no end. */
-  private Leg.Ending lastEnding() {
+  /** Returns the end by the signalling, which is that of the leg that ends last; null while a leg has no end. */
+  public End signalledEnd() {
     Leg.Ending last = null;
     for (Leg leg : legs) {
       if (leg.ending() == null) {
@@ -165,24 +201,15 @@ public abstract class Call {
       }
       last = last == null || leg.ending().at().since(last.at()) > 0 ? leg.ending() : last;
     }
-    return last;
+    Moment media = flow.last();
+    boolean wentOn = media != null && media.since(last.at()) > Leg.OVERRULED_MILLIS;
+    return new End(last.how(), wentOn ? media : last.at());
   }
-
-  /**
-   * A call is over.
-   *
-   * @param how the reason: "hung up by caller"
-   * @param at the time of the last message or media packet
-   */
-  record End(String how, Moment at) {}
 
   /** Returns the end when the call is over by now; null while it is not. */
   End endBy(Moment now, CallFollower.Limits limits) {
     if (legs.stream().allMatch(leg -> leg.isOver(now))) {
-      Leg.Ending last = lastEnding();
-      Moment media = flow.last();
-      boolean wentOn = media != null && media.since(last.at()) > Leg.OVERRULED_MILLIS;
-      return new End(last.how(), wentOn ? media : last.at());
+      return signalledEnd();
     }
     boolean patient = lifetime.answer() != null || flow.exists();
     long idle = patient ? limits.idleMillis() : Math.min(limits.idleMillis(), limits.unansweredMillis());

@@ -46,6 +46,14 @@ public final class CallFollower {
     default void dialled(Call call, Direction direction, String digits, Moment now) {}
 
     /**
+     * Two calls have turned out to be legs of one. The second one is not followed any more; what follows for its legs
+     * belongs to the first one.
+     *
+     * @param turned whether the caller of the second call is on the side of the callee of the first one
+     */
+    default void merged(Call call, Call other, boolean turned) {}
+
+    /**
      * A call has ended. Its media is no longer asked for.
      *
      * @param how the reason: "hung up by caller"
@@ -88,6 +96,7 @@ public final class CallFollower {
   /** The calls without media, by the address that their signalling came from, oldest first. */
   private final Map<Integer, Set<Call>> silent = new HashMap<>();
   private int lastNumber;
+  private int mergers;
   private long malformed;
   private boolean full;
 
@@ -159,7 +168,10 @@ public final class CallFollower {
     }
     List.copyOf(calls).forEach(call -> {
       call.legs().stream().filter(Leg::isOverruled)
-          .forEach(leg -> call.note("media went on after the signalling said: " + leg.ending().how()));
+          .forEach(leg -> call.note("media went on after the signalling said: " + leg.how()));
+      if (call.legs().size() > 1 && call.retireLegs(now, limits)) {
+        update(call, now);
+      }
       endIfOver(call, now);
     });
   }
@@ -184,7 +196,7 @@ public final class CallFollower {
 
   /** Returns the number of calls so far. */
   public int seen() {
-    return lastNumber;
+    return lastNumber - mergers;
   }
 
   /** Returns the number of malformed signalling frames. */
@@ -248,6 +260,26 @@ public final class CallFollower {
     if (calls.add(call)) {
       silent.computeIfAbsent(call.origin(), origin -> new LinkedHashSet<>()).add(call);
       listener.began(call, now);
+    }
+  }
+
+  /** Returns the uses of a destination by all calls. */
+  List<Call.Use> uses(Endpoint destination) {
+    return destinations.uses(destination);
+  }
+
+  /** Follows the legs of a second call as those of the first one. */
+  void merge(Call call, Call other, boolean turned, Moment now) {
+    call.add(other, turned);
+    destinations.update(call, call.destinations(), now);
+    destinations.update(other, Map.of(), now);
+    removeSilent(other);
+    if (call.flow().exists()) {
+      removeSilent(call);
+    }
+    if (calls.remove(other)) {
+      mergers++;
+      listener.merged(call, other, turned);
     }
   }
 

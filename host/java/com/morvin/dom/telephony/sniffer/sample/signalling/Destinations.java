@@ -104,6 +104,12 @@ final class Destinations {
     return best;
   }
 
+  /** Returns the uses of a destination by all calls. */
+  List<Call.Use> uses(Endpoint destination) {
+    Entry entry = entries.get(destination);
+    return entry == null ? List.of() : List.copyOf(entry.uses);
+  }
+
   private int fit(Call.Use use, Endpoint source, Moment now) {
     Map<Endpoint, Call.Use> ofCall = ofCalls.get(use.call());
     Call.Use other = ofCall.get(source);

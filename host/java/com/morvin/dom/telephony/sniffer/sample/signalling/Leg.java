@@ -27,6 +27,8 @@ public class Leg {
   private final Moment start;
   private Ending ending;
   private Moment media;
+  private boolean turned;
+  private boolean retired;
 
   Leg(String id, String caller, String callee, Moment start) {
     this.id = id;
@@ -55,14 +57,39 @@ public class Leg {
     return start;
   }
 
+  /** Whether the caller of the leg is on the side of the callee of the call. */
+  final boolean isTurned() {
+    return turned;
+  }
+
+  /** Exchanges the sides of the leg in its call. */
+  final void turn() {
+    turned = !turned;
+  }
+
+  /** Marks an ended leg. Its media is no longer needed. */
+  final void retire() {
+    retired = true;
+  }
+
+  /** Whether the leg has ended while others of its call go on. */
+  final boolean isRetired() {
+    return retired;
+  }
+
+  /** Returns the reason of the end; an empty text when none is known. */
+  public final String how() {
+    return ending == null ? "" : ending.how;
+  }
+
   /** Schedules the end of the leg after a delay in milliseconds, unless {@link #cancelEnd} is called before. */
   final void end(String how, Moment now, long delay) {
     ending = new Ending(how, now, now.steady() + delay);
   }
 
-  /** Ends the leg now. The time of the end is that of the message that has scheduled it. */
-  final void endNow(String how, Moment now) {
-    ending = new Ending(how, ending == null ? now : ending.at, now.steady());
+  /** Schedules the end of the leg anew. The time of the end is that of the message that has scheduled it before. */
+  final void confirmEnd(String how, Moment now, long delay) {
+    ending = new Ending(how, ending == null ? now : ending.at, now.steady() + delay);
   }
 
   /** Cancels {@link #end}. */
@@ -73,6 +100,11 @@ public class Leg {
   /** Returns the scheduled end; null when none is scheduled. */
   final Ending ending() {
     return ending;
+  }
+
+  /** Whether media of the leg was received. */
+  final boolean hasMedia() {
+    return media != null;
   }
 
   /** Records that media of the leg was received. */

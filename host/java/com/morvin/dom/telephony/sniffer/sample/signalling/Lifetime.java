@@ -38,6 +38,17 @@ public final class Lifetime {
     return resumed != null;
   }
 
+  /** Adds the signs of life of another call. */
+  void add(Lifetime other) {
+    lastActivity = lastActivity.latest(other.lastActivity);
+    if (answered == null || other.answered != null && answered.since(other.answered) > 0) {
+      answered = other.answered;
+    }
+    if (other.resumed == null) {
+      resumed = null;
+    }
+  }
+
   /** Records the time of the first answer. */
   void answered(Moment now) {
     if (answered == null) {

@@ -34,6 +34,21 @@ final class MediaFlow {
     stream.source = source;
   }
 
+  /** Adds the media of another call, whose directions may be exchanged. */
+  void add(MediaFlow other, boolean turned) {
+    streams.forEach((direction, stream) -> {
+      Stream added = other.streams.get(direction.turned(turned));
+      if (added.last != null) {
+        stream.first = stream.first == null || stream.first.since(added.first) > 0 ? added.first : stream.first;
+        if (added.last.latest(stream.last) == added.last) {
+          stream.last = added.last;
+          stream.source = added.source;
+          stream.fromSource = added.fromSource;
+        }
+      }
+    });
+  }
+
   /** Whether media of either direction was received. */
   boolean exists() {
     return last() != null;

@@ -1,7 +1,9 @@
 package com.morvin.dom.telephony.sniffer.sample.signalling;
 
 import com.morvin.dom.telephony.sniffer.sample.transport.Frame;
+import java.util.Comparator;
 import java.util.HashMap;
+import java.util.List;
 import java.util.Map;
 import java.util.Optional;
 
@@ -9,15 +11,14 @@ import java.util.Optional;
 final class SipCalls {
   private static final int MAX_ENDED = 4096;
 
-  /** A leg and its call. */
-  private record Entry(SipLeg leg, SipCall call) {}
-
   private final CallFollower follower;
-  private final Map<String, Entry> entries = new HashMap<>();
+  private final Map<String, SipLeg> legs = new HashMap<>();
+  private final SipLinks links;
   private final BoundedMap<String, SipLeg.Attempt> ended = new BoundedMap<>(MAX_ENDED);
 
   SipCalls(CallFollower follower) {
     this.follower = follower;
+    links = new SipLinks(legs::get, follower::uses);
   }
 
   /** Handles a message. Returns its call or null. */
@@ -28,51 +29,99 @@ final class SipCalls {
       return null;
     }
     SipMessage message = parsed.get();
-    Entry entry = entries.get(message.callId());
-    if (entry == null) {
-      entry = begin(message, frame, now);
+    SipLeg leg = legs.get(message.callId());
+    if (leg == null || leg.isRetired() && leg.attempt(now).isFollowedBy(message, now)) {
+      leg = begin(message, leg, frame, now);
     }
-    if (entry == null) {
+    if (leg == null) {
       return null;
     }
-    SipCall call = entry.call;
-    boolean fits = entry.leg.follow(message, frame, now);
+    boolean fits = leg.follow(message, frame, now);
     if (fits) {
-      call.lifetime().active(now);
+      leg.call().lifetime().active(now);
     }
-    if (entry.leg.isAnswered()) {
-      call.lifetime().answered(now);
+    if (leg.isAnswered()) {
+      leg.call().lifetime().answered(now);
     }
     // A call that ends at once is updated as well, because the listener must be called for every call.
-    follower.update(call, now);
-    follower.signalled(call, frame, message.label() + (fits ? "" : " (does not belong to the call)"), now);
-    if (fits && entry.leg.hasNewKey(message)) {
-      follower.dialled(call, entry.leg.directionFrom(message.from()), message.digits(), now);
+    follower.update(leg.call(), now);
+    if (fits) {
+      link(leg, message, frame, now);
     }
+    follower.signalled(leg.call(), frame, message.label() + (fits ? "" : " (does not belong to the call)"), now);
+    if (fits && leg.hasNewKey(message)) {
+      follower.dialled(leg.call(), leg.directionFrom(message.from()), message.digits(), now);
+    }
+    SipCall call = leg.call();
     follower.endIfOver(call, now);
     return call;
   }
 
-  private Entry begin(SipMessage message, Frame frame, Moment now) {
+  /**
+   * Makes a leg of a running or a new call.
+   *
+   * @param retired an earlier leg of a running call with this Call-ID; may be null
+   */
+  private SipLeg begin(SipMessage message, SipLeg retired, Frame frame, Moment now) {
     SipLeg.Attempt before = ended.get(message.callId());
-    if (!message.isRequest("INVITE") || before != null && before.isRepeatedBy(message, now)
-        || !follower.makeRoom(now)) {
+    if (before == null ? !message.isRequest("INVITE") : !before.isFollowedBy(message, now)) {
       return null;
     }
-    SipLeg leg = new SipLeg(message, now);
-    Entry entry = new Entry(leg, new SipCall(this, follower.nextNumber(), leg, message, frame.source().ip()));
-    entries.put(message.callId(), entry);
-    return entry;
+    SipLeg leg = new SipLeg(message, frame, now);
+    List<SipLinks.Link> found = retired != null ? List.of(new SipLinks.Link(retired.call(), retired.isTurned()))
+        : links.find(message, frame, now);
+    if (!found.isEmpty() && found.get(0).call().hasRoomFor(1)) {
+      join(leg, found, now);
+    } else if (follower.makeRoom(now)) {
+      new SipCall(this, follower.nextNumber(), leg, message);
+    } else {
+      return null;
+    }
+    legs.put(message.callId(), leg);
+    links.add(leg);
+    return leg;
+  }
+
+  /** Adds a leg to the oldest of the linked calls, after that has taken in the others. */
+  private void join(SipLeg leg, List<SipLinks.Link> found, Moment now) {
+    SipLinks.Link oldest = found.stream().min(Comparator.comparingInt(link -> link.call().number())).orElseThrow();
+    for (SipLinks.Link link : found) {
+      merge(oldest.call(), link.call(), oldest.turned() != link.turned(), now);
+    }
+    if (oldest.turned()) {
+      leg.turn();
+    }
+    leg.setCall(oldest.call());
+    oldest.call().add(leg);
+  }
+
+  private void merge(SipCall call, SipCall other, boolean turned, Moment now) {
+    if (call == other || !call.hasRoomFor(other.legs().size())) {
+      return;
+    }
+    SipCall older = call.number() < other.number() ? call : other;
+    SipCall younger = older == call ? other : call;
+    younger.sipLegs().forEach(leg -> leg.setCall(older));
+    follower.merge(older, younger, turned, now);
+  }
+
+  /** Merges the call of a leg with others that a message has linked to it. */
+  private void link(SipLeg leg, SipMessage message, Frame frame, Moment now) {
+    if (message.isRequest("REFER")) {
+      links.refer(leg, message, frame, now);
+    } else if (message.method().equals("REFER") && message.status() >= 200) {
+      links.referAnswered(leg, message).ifPresent(other -> merge(leg.call(), other.call(), other.turned(), now));
+    } else if (message.sdp().isPresent()) {
+      links.sameStream(leg.call()).ifPresent(other -> merge(leg.call(), other.call(), other.turned(), now));
+    }
   }
 
   /** Forgets an ended call. */
   void ended(SipCall call, Moment now) {
-    for (Leg leg : call.legs()) {
-      Entry entry = entries.get(leg.id());
-      if (entry != null && entry.call == call) {
-        entries.remove(leg.id());
-        ended.putLast(leg.id(), entry.leg.attempt(now));
-      }
+    for (SipLeg leg : call.sipLegs()) {
+      legs.remove(leg.id(), leg);
+      links.remove(leg);
+      ended.putLast(leg.id(), leg.attempt(now));
     }
   }
 }

@@ -19,7 +19,6 @@ final class SipLeg extends Leg {
   private static final int MAX_PARTIES = 64;
   private static final int MAX_BRANCHES = 64;
   private static final int MAX_TAGS = 64;
-  private static final int MAX_HOSTS = 64;
   private static final int MAX_DESTINATIONS = 64;
 
   /** The requests whose success can change the destinations of media. */
@@ -30,13 +29,9 @@ final class SipLeg extends Leg {
   /** The time in which a BYE or a CANCEL must be answered (RFC 3261: 32 s). */
   static final long BYE_TIMEOUT_MILLIS = 32_000;
 
-  /** The tags of the caller: several when an INVITE is sent again with credentials or forwarded with another tag. */
-  private final Set<String> callers = new HashSet<>();
-  private final BoundedMap<String, Boolean> callees = new BoundedMap<>(MAX_TAGS);
+  private final SipParticipants participants = new SipParticipants();
   /** The tags of the callees whose answer has not been followed by a BYE. */
   private final Set<String> answered = new HashSet<>();
-  /** The IPv4 addresses that take part in the signalling. */
-  private final Set<Integer> hosts = new HashSet<>();
   /** The keys of the last requests. */
   private final BoundedMap<String, Boolean> requests = new BoundedMap<>(MAX_BRANCHES);
   private final Map<PartyMedia.Id, PartyMedia> parties = new LinkedHashMap<>();
@@ -45,15 +40,86 @@ final class SipLeg extends Leg {
   private final Set<String> ringing = new LinkedHashSet<>();
   /** The CSeq of the last pressed key of each tag. */
   private final BoundedMap<String, Long> lastKeys = new BoundedMap<>(MAX_TAGS);
+  private final String sessionId;
+  /** The hosts that have sent and received the INVITE, on the first hop and on all hops. */
+  private final int calling;
+  private final Set<Integer> called = new HashSet<>();
+  private SipCall call;
+  private Moment lastMessage;
   private long lastInvite;
   private boolean cancelled;
   private boolean isAnswered;
+  private boolean isReferred;
 
-  SipLeg(SipMessage invite, Moment now) {
+  SipLeg(SipMessage invite, Frame frame, Moment now) {
     super(invite.callId(), invite.caller().uri(), invite.to().uri(), now);
-    callers.add(invite.from().tag());
-    if (!invite.to().tag().isEmpty()) {
-      callees.put(invite.to().tag(), true);
+    sessionId = invite.sessionId();
+    calling = frame.source().ip();
+    lastMessage = now;
+    participants.addCaller(invite.from().tag());
+    participants.addCallee(invite.to().tag());
+  }
+
+  /** Returns the call that the leg belongs to. */
+  SipCall call() {
+    return call;
+  }
+
+  void setCall(SipCall owner) {
+    call = owner;
+  }
+
+  /** Returns the identity of the session (RFC 7989); empty when there is none. */
+  String sessionId() {
+    return sessionId;
+  }
+
+  /** Returns the host that has sent the first INVITE. */
+  int calling() {
+    return calling;
+  }
+
+  /** Whether the INVITE was sent to a host. */
+  boolean hasCalled(int host) {
+    return called.contains(host);
+  }
+
+  /** Whether a host takes part in the signalling. */
+  boolean hasHost(int host) {
+    return participants.hasHost(host);
+  }
+
+  /** Whether both legs are between the same hosts. */
+  boolean isParallelTo(SipLeg other) {
+    return calling == other.calling && called.stream().anyMatch(other.called::contains)
+        || called.contains(other.calling) && other.called.contains(calling);
+  }
+
+  /** Whether a host has described a destination as its own. */
+  boolean isDescribedBy(int host, Endpoint destination) {
+    return parties.entrySet().stream().anyMatch(party -> party.getKey().ip() == host && party.getValue().descriptions()
+        .flatMap(sdp -> sdp.media().stream()).anyMatch(media -> media.rtp().filter(destination::equals).isPresent()));
+  }
+
+  /** Whether a tag is that of a party of the leg. */
+  boolean isParty(String tag) {
+    return participants.isParty(tag);
+  }
+
+  /** Whether the party with a tag is on the side of the caller of the call. */
+  boolean isOnCallerSide(String tag) {
+    return participants.isCaller(tag) != isTurned();
+  }
+
+  /** Records that a party was asked to call somebody else. The call does not end until that had time to happen. */
+  void setReferred(boolean referred) {
+    isReferred = referred;
+  }
+
+  /** Ends a leg that was not answered in time. */
+  void expire(Moment now, long millis) {
+    if (ending() == null && !isAnswered && !hasMedia() && now.since(lastMessage) >= millis) {
+      end("timeout", now, 0);
     }
   }
 
@@ -62,6 +128,7 @@ final class SipLeg extends Leg {
     if (message.isRequest() ? !fitsRequest(message, frame) : !fitsResponse(message, frame)) {
       return false;
     }
+    lastMessage = now;
     if (message.isRequest()) {
       requests.putLast(transaction(message), true);
       followRequest(message, frame, now);
@@ -79,7 +146,7 @@ final class SipLeg extends Leg {
   private boolean fitsRequest(SipMessage request, Frame frame) {
     return switch (request.method()) {
       case "INVITE" -> fitsAttempt(request, frame) || fitsRenewal(request, frame);
-      case "CANCEL" -> isBetweenHosts(frame) && ringing.contains(request.branch());
+      case "CANCEL" -> participants.include(frame) && ringing.contains(request.branch());
       default -> isWithinDialog(request, frame);
     };
   }
@@ -88,73 +155,44 @@ final class SipLeg extends Leg {
   private boolean fitsAttempt(SipMessage invite, Frame frame) {
     String tag = invite.from().tag();
     boolean fits = branches.isEmpty() || invite.to().tag().isEmpty()
-        && (callers.contains(tag) || !isAnswered || hosts.contains(frame.source().ip()));
+        && (participants.isCaller(tag) || participants.hasHost(frame.source().ip()));
     if (fits) {
-      if (callers.size() < MAX_TAGS) {
-        callers.add(tag);
+      participants.addCaller(tag);
+      participants.addHosts(invite, frame);
+      if (called.size() < MAX_BRANCHES) {
+        called.add(frame.destination().ip());
       }
-      join(invite, frame);
     }
     return fits;
   }
 
   /** Whether it is an INVITE within a dialog. It may take another way than the first one. */
   private boolean fitsRenewal(SipMessage invite, Frame frame) {
-    boolean fits = hasTagsOfDialog(invite) && hosts.contains(frame.source().ip());
+    boolean fits = participants.include(invite) && participants.hasHost(frame.source().ip());
     if (fits) {
-      join(invite, frame);
+      participants.addHosts(invite, frame);
     }
     return fits;
   }
 
   private boolean fitsResponse(SipMessage response, Frame frame) {
     boolean known = requests.containsKey(transaction(response));
-    boolean fits = isParty(response.from().tag()) && (known || isBetweenHosts(frame));
+    boolean fits = isParty(response.from().tag()) && (known || participants.include(frame));
     if (response.method().equals("BYE")) {
       return fits && isWithinDialog(response, frame) && (known || response.isSuccess());
     }
     if (response.isFailure()) {
-      return fits && known && isBetweenHosts(frame);
+      return fits && known && participants.include(frame);
     }
     if (fits && response.method().equals("INVITE")) {
-      join(response, frame);
-      if (!response.to().tag().isEmpty() && !callers.contains(response.to().tag())) {
-        callees.putLast(response.to().tag(), true);
-      }
+      participants.addHosts(response, frame);
+      participants.addCallee(response.to().tag());
     }
     return fits;
   }
 
-  /** Adds the hosts of a message, between which the requests of its dialog may pass. */
-  private void join(SipMessage message, Frame frame) {
-    if (hosts.size() < MAX_HOSTS) {
-      hosts.add(frame.source().ip());
-      hosts.add(frame.destination().ip());
-      hosts.addAll(message.route());
-    }
-  }
-
-  private boolean isBetweenHosts(Frame frame) {
-    return hosts.contains(frame.source().ip()) && hosts.contains(frame.destination().ip());
-  }
-
   private boolean isWithinDialog(SipMessage message, Frame frame) {
-    return isBetweenHosts(frame) && hasTagsOfDialog(message);
-  }
-
-  private boolean hasTagsOfDialog(SipMessage message) {
-    String from = message.from().tag();
-    String to = message.to().tag();
-    return callers.contains(from) && isCallee(to) || callers.contains(to) && isCallee(from);
-  }
-
-  /** Whether a tag is one of a callee. While no response was seen, it can be any. */
-  private boolean isCallee(String tag) {
-    return callees.containsKey(tag) || callees.isEmpty() && !tag.isEmpty();
-  }
-
-  private boolean isParty(String tag) {
-    return callers.contains(tag) || callees.containsKey(tag);
+    return participants.include(frame) && participants.include(message);
   }
 
   private void followRequest(SipMessage request, Frame frame, Moment now) {
@@ -219,7 +257,7 @@ final class SipLeg extends Leg {
           isAnswered = true;
           forgetUnanswered(response.to().tag());
         }
-        if (answered.size() < MAX_TAGS && !callers.contains(response.to().tag())) {
+        if (answered.size() < MAX_TAGS && !participants.isCaller(response.to().tag())) {
           answered.add(response.to().tag());
         }
         ringing.clear();
@@ -247,7 +285,7 @@ final class SipLeg extends Leg {
 
   /** Removes the other branches of a forked call after one of them is answered. */
   private void forgetUnanswered(String tag) {
-    parties.keySet().removeIf(party -> !callers.contains(party.tag()) && !party.tag().equals(tag));
+    parties.keySet().removeIf(party -> !participants.isCaller(party.tag()) && !party.tag().equals(tag));
   }
 
   private void followFailure(SipMessage response, Frame frame, Moment now) {
@@ -283,7 +321,7 @@ final class SipLeg extends Leg {
    */
   private void endDialog(SipMessage byeResponse, Moment now) {
     String from = byeResponse.from().tag();
-    String callee = callers.contains(from) ? byeResponse.to().tag() : from;
+    String callee = participants.isCaller(from) ? byeResponse.to().tag() : from;
     answered.remove(callee);
     if (!answered.isEmpty()) {
       parties.keySet().removeIf(party -> party.tag().equals(callee));
@@ -291,12 +329,12 @@ final class SipLeg extends Leg {
     } else if (!requests.containsKey(transaction(byeResponse))) {
       hangUp(byeResponse, now, BYE_TIMEOUT_MILLIS);
     } else {
-      endNow("hung up by " + nameOf(byeResponse.from()), now);
+      confirmEnd("hung up by " + nameOf(byeResponse.from()), now, isReferred ? RETRY_MILLIS : 0);
     }
   }
 
   private String nameOf(SipMessage.Party party) {
-    return callers.contains(party.tag()) ? "caller" : "callee";
+    return isOnCallerSide(party.tag()) ? "caller" : "callee";
   }
 
   /**
@@ -313,7 +351,7 @@ final class SipLeg extends Leg {
     }
     media = new PartyMedia();
     if (parties.size() == MAX_PARTIES && matters) {
-      parties.keySet().stream().filter(old -> !answered.contains(old.tag()) && !callers.contains(old.tag()))
+      parties.keySet().stream().filter(old -> !answered.contains(old.tag()) && !participants.isCaller(old.tag()))
           .findFirst().ifPresent(parties::remove);
     }
     if (matters && parties.size() < MAX_PARTIES) {
@@ -334,7 +372,7 @@ final class SipLeg extends Leg {
 
   /** Returns the direction of media sent by a party. */
   Direction directionFrom(SipMessage.Party party) {
-    return Direction.to(!callers.contains(party.tag()));
+    return Direction.to(!isOnCallerSide(party.tag()));
   }
 
   /** Whether the leg was answered. */
@@ -343,10 +381,10 @@ final class SipLeg extends Leg {
   }
 
   /** Adds the destinations of the media of this leg. */
-  void collect(Call call, Map<Endpoint, Call.Use> destinations) {
+  void collect(Map<Endpoint, Call.Use> destinations) {
     Map<Endpoint, Call.Use> own = new LinkedHashMap<>();
     parties.forEach((id, party) -> {
-      Direction direction = Direction.to(callers.contains(id.tag()));
+      Direction direction = Direction.to(isOnCallerSide(id.tag()));
       party.descriptions().flatMap(sdp -> sdp.media().stream()).filter(media -> own.size() < MAX_DESTINATIONS)
           .forEach(media -> {
             Call.Use use = new Call.Use(call, this, direction, media);
@@ -368,9 +406,10 @@ final class SipLeg extends Leg {
    * keeps Call-ID and CSeq.
    */
   record Attempt(long invite, Set<String> branches, Moment end) {
-    boolean isRepeatedBy(SipMessage message, Moment now) {
+    boolean isFollowedBy(SipMessage message, Moment now) {
       boolean known = message.branch().isEmpty() ? message.cseq() <= invite : branches.contains(message.branch());
-      return now.since(end) < BYE_TIMEOUT_MILLIS && (known || message.cseq() < invite);
+      boolean late = now.since(end) < BYE_TIMEOUT_MILLIS && (known || message.cseq() < invite);
+      return message.isRequest("INVITE") && !late;
     }
   }
 }

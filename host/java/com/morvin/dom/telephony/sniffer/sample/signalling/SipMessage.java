@@ -1,6 +1,7 @@
 package com.morvin.dom.telephony.sniffer.sample.signalling;
 
 import com.morvin.dom.telephony.sniffer.sample.transport.Endpoint;
+import java.net.URLDecoder;
 import java.nio.charset.StandardCharsets;
 import java.util.HashSet;
 import java.util.List;
@@ -50,12 +51,32 @@ record SipMessage(int status, String reason, String method, long cseq, String ca
     }
   }
 
+  /** A dialog as Replaces names it (RFC 3891). The tags are as the receiver of the header sees them. */
+  record DialogId(String callId, String toTag, String fromTag) {
+    private static final Pattern PARAMETER = Pattern.compile(";\\s*(to|from)-tag\\s*=\\s*([^;,\\s]{1,256})",
+        Pattern.CASE_INSENSITIVE);
+
+    static DialogId parse(String value) {
+      String to = "";
+      String from = "";
+      for (Matcher parameter = PARAMETER.matcher(value); parameter.find();) {
+        if (parameter.group(1).equalsIgnoreCase("to")) {
+          to = parameter.group(2);
+        } else {
+          from = parameter.group(2);
+        }
+      }
+      return new DialogId(value.split(";", 2)[0].strip(), to, from);
+    }
+  }
+
   private static final int MAX_CALL_ID = 256;
   private static final int MAX_HEADER_LINES = 256;
   private static final int MAX_HOSTS = 8;
   private static final List<String> ROUTE = List.of("via", "route", "record-route", "contact");
   private static final Pattern SIGNAL = Pattern.compile("(?im)^Signal\\s*=\\s*(1[0-5]|[0-9A-D*#])\\s*$");
   private static final Pattern KEY = Pattern.compile("(?i)^\\s*(1[0-5]|[0-9A-D*#])\\s*$");
+  private static final Pattern REPLACES = Pattern.compile("(?i)[?&]Replaces=([^&>\\s]{1,1024})");
   private static final Pattern STATUS_LINE = Pattern.compile("(?i)SIP/2\\.0\\s+([1-6]\\d\\d)(?:\\s+(.*))?");
   private static final Pattern CSEQ = Pattern.compile("(\\d{1,10})\\s+([A-Za-z]+)");
   private static final Pattern BRANCH =
@@ -95,6 +116,41 @@ record SipMessage(int status, String reason, String method, long cseq, String ca
     String remote = headers.first("remote-party-id");
     String identity = asserted.isEmpty() && !remote.contains("party=called") ? remote : asserted;
     return from.isAnonymous() && !identity.isEmpty() ? Party.parse(identity) : from;
+  }
+
+  /** Returns the dialog that an INVITE takes the place of. */
+  Optional<DialogId> replaces() {
+    return Optional.of(headers.first("replaces")).filter(value -> !value.isEmpty()).map(DialogId::parse);
+  }
+
+  /** Returns the target of a REFER (RFC 3515). */
+  Party referTo() {
+    return Party.parse(headers.first("refer-to"));
+  }
+
+  /** Returns the dialog that the target of a REFER is to give up. */
+  Optional<DialogId> referredReplaces() {
+    Matcher replaces = REPLACES.matcher(headers.first("refer-to"));
+    if (!replaces.find()) {
+      return Optional.empty();
+    }
+    try {
+      String escaped = replaces.group(1).replace("+", "%2B");  // the decoder is made for forms
+      return Optional.of(DialogId.parse(URLDecoder.decode(escaped, StandardCharsets.UTF_8)));
+    } catch (IllegalArgumentException e) {
+      return Optional.empty();
+    }
+  }
+
+  /** Returns the identity of the session on the side of the sender (RFC 7989); empty when there is none. */
+  String sessionId() {
+    String id = headers.first("session-id").split(";", 2)[0].strip();
+    return id.matches("[0-9a-fA-F]{32}") && !id.matches("0+") ? id : "";
+  }
+
+  /** Returns the values of the headers that no standard defines. Call managers name other Call-IDs there. */
+  List<String> extensions() {
+    return headers.extensions();
   }
 
   /** Returns the IPv4 addresses that messages of the dialog take: those of the hops so far and of the sender. */

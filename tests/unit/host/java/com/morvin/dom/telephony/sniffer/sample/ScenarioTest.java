@@ -31,8 +31,11 @@ final class ScenarioTest {
 
   private FakeSniffer sniffer;
   private String callId;
+  private String header = "";
 
   void testSip() throws Exception { runAll("sip.txt"); }
+
+  void testLegs() throws Exception { runAll("legs.txt"); }
 
   void testH323() throws Exception { runAll("h323.txt"); }
 
@@ -68,6 +71,7 @@ final class ScenarioTest {
     switch (words[0]) {
       case "" -> { }
       case "id" -> callId = words[1];
+      case "with" -> header = rest + "\n";
       case "sip" -> sip(words);
       case "raw" -> raw(words, lines);
       case "h323" -> sniffer.h323(host(words[1]), host(words[2]), words[3].replace('|', '\n').replace('_', ' ') + "\n");
@@ -143,8 +147,9 @@ final class ScenarioTest {
     sniffer.sip(host(words[1]), host(words[2]), start + "\nVia: SIP/2.0/UDP x:5060;branch=" + words[at + 3]
         + "\nVia: SIP/2.0/UDP y;branch=other\nFrom: \"Alice; <tag=no>\" <sip:alice@a.example>;tag=" + tags[0]
         + "\nTo: <sip:bob@b.example>" + (tags[1].isEmpty() ? "" : ";tag=" + tags[1]) + "\nCall-ID: " + callId
-        + "\nCSeq: " + words[at + 1] + " " + words[at] + "\n"
+        + "\nCSeq: " + words[at + 1] + " " + words[at] + "\n" + header
         + (body.isEmpty() ? "" : "Content-Type: application/sdp\n") + "\n" + body);
+    header = "";
   }
 
   /** Returns the description for ADDRESS:PORT;ATTRIBUTE... where "_" is a blank and "m=..." is a line without "a=". */
