@@ -8,6 +8,7 @@ import com.morvin.dom.telephony.sniffer.sample.signalling.Call;
 import com.morvin.dom.telephony.sniffer.sample.signalling.Direction;
 import com.morvin.dom.telephony.sniffer.sample.signalling.Sdp;
 import com.morvin.dom.telephony.sniffer.sample.storage.CallReport;
+import com.morvin.dom.telephony.sniffer.sample.storage.PcapFile;
 import com.morvin.dom.telephony.sniffer.sample.storage.Reports;
 import com.morvin.dom.telephony.sniffer.sample.storage.ResumedFiles;
 import com.morvin.dom.telephony.sniffer.sample.storage.RunningCalls;
@@ -44,6 +45,9 @@ final class Recording {
   private static final int MAX_STEPS = 200;
   private static final int FIRST_STEPS = 50;
   private static final int MAX_DIALLED = 64;
+  /** The messages that are kept for a capture file: the first and the last ones. */
+  private static final int MAX_KEPT = 32;
+  private static final int FIRST_KEPT = 16;
   private static final int MAX_UNSAVED = 64;
   /** A message is compared with this number of earlier ones: it may be repeated, or delivered by another sniffer. */
   private static final int COMPARED = 16;
@@ -58,6 +62,7 @@ final class Recording {
   private final Map<Direction, Relay> relays = new EnumMap<>(Direction.class);
   private final List<CallReport.Step> ladder = new ArrayList<>();
   private final List<Dialled> dialled = new ArrayList<>();
+  private final List<RunningCalls.TimedFrame> kept = new ArrayList<>();
   private final int[] recent = new int[COMPARED];
   private int messages;
   /** Messages that are not in the journal yet. */
@@ -74,7 +79,7 @@ final class Recording {
     String name = FILE_TIME.format(Instant.ofEpochMilli(call.start().stamp())) + "-" + call.fileNames();
     callFiles = new Reports.CallFiles(name);
     for (Direction direction : Direction.values()) {
-      tracks.put(direction, new Track(store, name + "-" + direction));
+      tracks.put(direction, new Track(store, name + "-" + direction, this::begin));
       earlierTracks.put(direction, new ArrayList<>());
       relays.put(direction, new Relay());
     }
@@ -93,6 +98,7 @@ final class Recording {
     if (ladder.size() > MAX_STEPS) {
       ladder.subList(FIRST_STEPS, FIRST_STEPS + ladder.size() - MAX_STEPS).clear();
     }
+    leg.kept.forEach(message -> keep(message.frame(), message.time()));
     leg.dialled.forEach(some -> dialled(some.direction.turned(turned), some.digits, some.time));
     for (Direction direction : Direction.values()) {
       addTracks(direction, leg.tracks.get(direction.turned(turned)));
@@ -140,11 +146,27 @@ final class Recording {
       unsaved.add(new RunningCalls.TimedFrame(time, frame));
     }
     recent[messages++ % COMPARED] = hash;
+    if (frame.protocol() == Frame.SIP) {
+      keep(frame, time);
+    }
     if (ladder.size() == MAX_STEPS) {
       ladder.remove(FIRST_STEPS);
     }
     ladder.add(new CallReport.Step((time - call.start().stamp()) / 1000.0, frame.source().toString(),
         frame.destination().toString(), Text.printable(label)));
+  }
+
+  private void keep(Frame frame, long time) {
+    if (kept.size() == MAX_KEPT) {
+      kept.remove(FIRST_KEPT);
+    }
+    kept.add(new RunningCalls.TimedFrame(time, frame));
+    tracks.values().forEach(track -> track.signalled(frame, time));
+  }
+
+  /** Begins a capture file with the signalling so far. */
+  private void begin(PcapFile file) {
+    kept.forEach(message -> file.write(message.frame(), message.time()));
   }
 
   /** Adds keys that were reported by the signalling. */
@@ -302,7 +324,7 @@ final class Recording {
   }
 
   private Track restoreTrack(DataInputStream in, ResumedFiles files) throws IOException {
-    Track track = new Track(store, in.readUTF());
+    Track track = new Track(store, in.readUTF(), this::begin);
     track.restore(in, files);
     return track;
   }

@@ -7,6 +7,7 @@ import com.morvin.dom.telephony.sniffer.sample.signalling.Direction;
 import com.morvin.dom.telephony.sniffer.sample.transport.Command;
 import com.morvin.dom.telephony.sniffer.sample.transport.Endpoint;
 import com.morvin.dom.telephony.sniffer.sample.transport.Frame;
+import java.nio.charset.StandardCharsets;
 import java.nio.file.Files;
 import java.nio.file.Path;
 import java.util.Arrays;
@@ -100,6 +101,7 @@ final class ScenarioTest {
       case "files" -> equal(sniffer.files(words[1]).size(), Integer.parseInt(words[2]));
       case "heard" -> equal(heard(words[1]), spell(words[2]));
       case "tone" -> tone(words[1], Integer.parseInt(words[2]));
+      case "captured" -> captured(words[1], rest.substring(words[1].length()).strip().split("\\|"));
       case "crc" -> equal(crc(sniffer.samples(words[1])), words[2]);
       case "stereo" -> stereo(Integer.parseInt(words[1]), words[2], words[3]);
       case "report" -> contains(sniffer.report(), rest);
@@ -222,6 +224,15 @@ final class ScenarioTest {
   private void replay(String name) throws Exception {
     sniffer.replay(CAPTURES.resolve(name + ".pcap"), List.of());
     sniffer.pass(1100);
+  }
+
+  private void captured(String nameEnd, String[] texts) throws Exception {
+    String content = Files.readString(sniffer.files(nameEnd).get(0), StandardCharsets.ISO_8859_1);
+    int at = 0;
+    for (String text : texts) {
+      at = content.indexOf(text, at) + 1;
+      that(at > 0, text + " is missing or out of order");
+    }
   }
 
   /** Checks that nearly all energy of a file is at one frequency: its correlation with the tone. */
