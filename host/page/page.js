@@ -219,7 +219,7 @@
       h('time', {datetime: new Date(call.start).toISOString()}, clock.format(call.start)),
       h('span', {class: 'who'}, bdi(call.from.name)), h('span', {class: 'whom'}, h('i', {'aria-label': 'to'}, '→'), bdi(call.to.name)),
       call.running ? h('em', {class: 'live'}, 'Running') : call.total ? sketch(call)
-        : h('em', {class: 'mute'}, call.unplayable ? bdi(`${call.unplayable}: recorded, not playable here`) : 'No sound'),
+        : call.unplayable ? h('em', {class: 'mute', title: 'Recorded, not playable here'}, 'Recorded: ', bdi(call.unplayable)) : h('em', {class: 'mute'}, 'No sound'),
       lasting(call, {class: 'length'}), flawed(call) && h('em', {class: 'flaw'}, flaws(call)));
   }
 
@@ -279,7 +279,7 @@
     pane.replaceChildren(...[
       h('a', {class: 'back', href: '#'}, '‹ Calls'), heading(call),
       player ? player.element : h('p', {class: 'note'}, call.running
-        ? 'The call is being recorded. It can be listened to here when it has ended.' : call.unplayable ? `The sound is recorded, but not playable here: it is ${call.unplayable}. The files are below.`
+        ? 'The call is being recorded. It can be listened to here when it has ended.' : call.unplayable ? `Recorded, not playable here: ${call.unplayable}. The files are below.`
           : 'No sound of this call was recorded.'),
       voices(call), gaps(call), digits(call), legs(call), ladder(call), files(call)].filter(Boolean));
     if (player) player.draw();

@@ -173,8 +173,9 @@ final class SipLinks {
     return call.sipLegs().stream().anyMatch(leg -> other.sipLegs().stream().anyMatch(leg::isParallelTo));
   }
 
-  private static boolean haveOpposite(Map<Endpoint, Call.Use> own, Direction ownDirection, Map<Endpoint, Call.Use> others,
-      Direction otherDirection) {
+  /** Whether two calls share a destination of the direction opposite to the given one of each. */
+  private static boolean haveOpposite(
+      Map<Endpoint, Call.Use> own, Direction ownDirection, Map<Endpoint, Call.Use> others, Direction otherDirection) {
     return own.entrySet().stream().anyMatch(second -> {
       Call.Use other = others.get(second.getKey());
       return other != null && second.getValue().direction() != ownDirection && other.direction() != otherDirection
@@ -197,8 +198,8 @@ final class SipLinks {
   }
 
   /**
-   * Handles the final response to a REFER. Returns the call that the target gives up for this transfer. The target takes
-   * the side of the party that has asked for it.
+   * Handles the final response to a REFER. Returns the call that the target gives up for this transfer. The target
+   * takes the side of the party that has asked for it.
    */
   Optional<Link> referAnswered(SipLeg leg, SipMessage response) {
     Referral referral = referrals.stream().filter(known -> known.isOf(leg, response)).findFirst().orElse(null);
