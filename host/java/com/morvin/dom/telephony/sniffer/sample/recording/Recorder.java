@@ -264,7 +264,7 @@ public final class Recorder extends Service {
     boolean goesOn = stopped();
     for (Call call : List.copyOf(follower.calls())) {
       Call.End end = call.signalledEnd() != null ? call.signalledEnd() : new Call.End("recording stopped", now);
-      if (!goesOn) {
+      if (!goesOn || call.isHungUp(now)) {
         follower.end(call, end.how(), end.at(), now);
       } else if (!transport().redelivers() && !(recordings.get(call).isReported() && call.lifetime().isOnlyResumed())) {
         report(recordings.get(call), end.how(), end.at());

@@ -122,9 +122,12 @@ public class Leg {
    * its media has stopped.
    */
   final boolean isOver(Moment now) {
-    if (ending == null || now.steady() < ending.due) {
-      return false;
-    }
-    return media == null || now.since(media) >= (isOverruled() ? PATIENCE_MILLIS : SILENCE_MILLIS);
+    return isHungUp(now)
+        && (media == null || now.since(media) >= (isOverruled() ? PATIENCE_MILLIS : SILENCE_MILLIS));
+  }
+
+  /** Whether the signalling has ended the leg. */
+  final boolean isHungUp(Moment now) {
+    return ending != null && now.steady() >= ending.due;
   }
 }
