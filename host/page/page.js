@@ -97,9 +97,9 @@
       try {
         const record = JSON.parse(line);
         if (record.settled) calls.forEach((call, n) => call.running && calls.delete(n));
+        calls.delete(record.was);
         if (!record.call) continue;
         const call = prepare(record);
-        calls.delete(record.was);
         calls.set(call.name, call);
       } catch (error) {
         console.info(`a line is left out: ${error.message}`);   // it was cut off when the machine died
@@ -110,6 +110,7 @@
   /** The report of a call, with what drawing and searching need. Times within a call are seconds from its start. */
   function prepare({was, call, peaks, running}) {
     call.was = was;
+    call.legs = call.legs || [];   // earlier versions did not write them
     call.name = call.name || was;   // a running call has no files to be named after
     call.running = running;
     call.from = party(call.caller);
@@ -125,7 +126,8 @@
     call.begin = sounds.length ? Math.min(...sounds.map(sound => sound.offset)) : 0;
     call.total = Math.max(0, ...sounds.map(sound => sound.offset + sound.duration));
     call.seconds = (call.end - call.start) / 1000;
-    call.text = [call.caller, call.callee, call.from.name, call.to.name, call.id, call.protocol, call.endReason, isoDay(call.start),
+    call.unplayable = call.total ? '' : [...new Set(call.voices.flatMap(voice => voice.parts.map(part => part.codec)))].join(', ');
+    call.text = [call.caller, call.callee, call.from.name, call.to.name, call.id, ...call.legs.flatMap(leg => [leg.id, leg.caller, leg.callee]), call.protocol, call.endReason, isoDay(call.start),
       clock.format(call.start), longDay.format(call.start), ...call.notes, ...call.voices.map(voice => voice.digits.map(digit => digit.digit).join(''))].join('\n').toLowerCase();
     call.numbers = [call.from.name, call.to.name].map(name => name.replace(/\D/g, '')).join('\n');
     return call;
@@ -216,7 +218,8 @@
     return h('a', {class: 'row', href: address(call), draggable: 'false', title: `${call.caller} → ${call.callee}\n${call.endReason}`},
       h('time', {datetime: new Date(call.start).toISOString()}, clock.format(call.start)),
       h('span', {class: 'who'}, bdi(call.from.name)), h('span', {class: 'whom'}, h('i', {'aria-label': 'to'}, '→'), bdi(call.to.name)),
-      call.running ? h('em', {class: 'live'}, 'Running') : call.total ? sketch(call) : h('em', {class: 'mute'}, 'No sound'),
+      call.running ? h('em', {class: 'live'}, 'Running') : call.total ? sketch(call)
+        : call.unplayable ? h('em', {class: 'mute', title: 'Recorded, not playable here'}, 'Recorded: ', bdi(call.unplayable)) : h('em', {class: 'mute'}, 'No sound'),
       lasting(call, {class: 'length'}), flawed(call) && h('em', {class: 'flaw'}, flaws(call)));
   }
 
@@ -276,8 +279,9 @@
     pane.replaceChildren(...[
       h('a', {class: 'back', href: '#'}, '‹ Calls'), heading(call),
       player ? player.element : h('p', {class: 'note'}, call.running
-        ? 'The call is being recorded. It can be listened to here when it has ended.' : 'No sound of this call was recorded.'),
-      voices(call), gaps(call), digits(call), ladder(call), files(call)].filter(Boolean));
+        ? 'The call is being recorded. It can be listened to here when it has ended.' : call.unplayable ? `Recorded, not playable here: ${call.unplayable}. The files are below.`
+          : 'No sound of this call was recorded.'),
+      voices(call), gaps(call), digits(call), legs(call), ladder(call), files(call)].filter(Boolean));
     if (player) player.draw();
   }
 
@@ -334,6 +338,14 @@
     const all = inOrder(call, voice => voice.digits).sort((a, b) => a[1].at - b[1].at);
     return all.length > 0 && section('Digits', h('ol', {class: 'digits'}, all.map(([voice, {at, digit}]) =>
       h('li', {class: voice.role}, jump(at, h('kbd', {}, bdi(digit)))))));
+  }
+
+  /** What a call manager or a transfer has made one call of. */
+  function legs(call) {
+    const row = leg => h('tr', {}, h('td', {class: 'number'}, `+${leg.at.toFixed(1)}`), h('td', {}, bdi(party(leg.caller).name), ' → ', bdi(party(leg.callee).name)),
+      h('td', {}, bdi(leg.endReason || '–')), h('td', {}, h('code', {}, bdi(leg.id))));
+    return call.legs.length > 0 && section('Legs', h('div', {class: 'wide'}, h('table', {}, h('thead', {}, h('tr', {},
+      ['Began', 'Parties', 'Ended', 'Call ID'].map(text => h('th', {scope: 'col'}, text)))), h('tbody', {}, call.legs.map(row)))));
   }
 
   function ladder(call) {

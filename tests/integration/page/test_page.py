@@ -63,7 +63,57 @@ def h323_call(caller, callee):
         yield H323, udp_frame(("10.9.0.1", 40000), ("10.9.0.2", 1720), message.encode())
 
 
+def sip(source, destination, start, call_id, cseq, port=0, header=""):
+    """A message between alice, whose tag is the Call-ID, and her callee; and media to that port of the sender."""
+    body = f"v=0\nc=IN IP4 {source}\nm=audio {port} RTP/AVP 8\n" if port else ""
+    text = (
+        f"{start}\nVia: SIP/2.0/UDP x;branch={call_id}{cseq}\nFrom: <sip:alice@a>;tag={call_id}\nTo: <sip:bob@b>"
+        f"{'' if start.startswith('INVITE') else ';tag=b'}\nCall-ID: {call_id}\nCSeq: {cseq}\n{header}"
+        f"Content-Type: application/sdp\n\n{body}"
+    )
+    return SIP, udp_frame((source, 5060), (destination, 5060), text.encode())
+
+
+def running_call(call_id, callee, port):
+    yield sip("10.8.0.1", callee, "INVITE sip:bob@b SIP/2.0", call_id, "1 INVITE", port)
+    yield sip(callee, "10.8.0.1", "SIP/2.0 200 OK", call_id, "1 INVITE", port)
+    for number in range(20):
+        packet = bytes([0x80, 8, 0, number]) + (160 * number).to_bytes(4, "big") + bytes([0, 0, 0, 1]) + b"\x55" * 160
+        yield RTP, udp_frame(("10.8.0.1", port), (callee, port), packet)
+
+
 class ThePage(harness.TestCase):
+    def test_calls_with_legs_and_calls_that_cannot_be_played(self):
+        folder = pathlib.Path(self.folder())
+        recorder = self.keep(Recorder(folder))
+        recorder.tell(*running_call("one", "10.8.0.2", 4000), *running_call("two", "10.8.0.3", 4002))
+        page = folder / "index.html"
+        harness.wait_until(lambda: page.exists() and page.read_text().count('"running":true') == 2, "two running calls")
+        browser = self.keep(Browser())
+        browser.open(page.as_uri())
+        self.assertEqual(browser.all("#summary"), ["2 calls, 2 running"])
+        transfer = "Refer-To: <sip:bob@c?Replaces=two%3Bto-tag%3Db%3Bfrom-tag%3Dtwo>\n"
+        recorder.tell(
+            sip("10.8.0.1", "10.8.0.2", "REFER sip:bob@b SIP/2.0", "one", "2 REFER", header=transfer),
+            sip("10.8.0.2", "10.8.0.1", "SIP/2.0 202 Accepted", "one", "2 REFER"),
+        )
+        browser.wait("document.getElementById('summary').textContent === '1 call, 1 running'")
+        for call_id, callee in ("two", "10.8.0.3"), ("one", "10.8.0.2"):
+            recorder.tell(
+                sip("10.8.0.1", callee, "BYE sip:bob@b SIP/2.0", call_id, "3 BYE"),
+                sip(callee, "10.8.0.1", "SIP/2.0 200 OK", call_id, "3 BYE"),
+            )
+        recorder.wait_said("hung up")
+        for frame in harness.read_capture(harness.TEST_FILES / "captures/telephones-osrtp.pcap"):
+            if frame.is_udp:
+                recorder.tell((SIP if frame.is_sip else RTP, frame))
+        recorder.wait_said("hung up")
+        browser.wait("document.querySelectorAll('.row').length === 2 && !document.querySelector('.row .live')")
+        self.assertEqual(browser.all(".row .mute"), ["Recorded: SRTP"])
+        browser.click(".row:has(.sketch)")
+        self.assertEqual(browser.all("#call td code"), ["one", "two"])
+        self.assertEqual(browser.complaints(), [])
+
     def test_calls_are_found_heard_and_harmless(self):
         folder = pathlib.Path(self.folder())
         page = folder / "index.html"

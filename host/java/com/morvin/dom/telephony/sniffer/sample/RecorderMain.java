@@ -4,6 +4,7 @@ import com.morvin.dom.telephony.sniffer.sample.console.Console;
 import com.morvin.dom.telephony.sniffer.sample.page.CallPages;
 import com.morvin.dom.telephony.sniffer.sample.recording.Recorder;
 import com.morvin.dom.telephony.sniffer.sample.service.Service;
+import com.morvin.dom.telephony.sniffer.sample.service.TimeSource;
 import com.morvin.dom.telephony.sniffer.sample.signalling.CallFollower;
 import com.morvin.dom.telephony.sniffer.sample.storage.Store;
 import com.morvin.dom.telephony.sniffer.sample.transport.EmbeddedTransport;
@@ -13,7 +14,6 @@ import com.morvin.dom.telephony.sniffer.sample.transport.UdpTransport;
 import java.io.IOException;
 import java.net.BindException;
 import java.time.Clock;
-import java.time.InstantSource;
 import java.util.LinkedHashMap;
 import java.util.Map;
 import java.util.concurrent.CountDownLatch;
@@ -85,7 +85,7 @@ public final class RecorderMain {
       CallPages pages = new CallPages(options.out, Clock.systemUTC());
       store.disk().submit(pages::open);
       console.line("calls can be seen and heard at " + pages.address());
-      serve(options, new Recorder(store, limits, console, InstantSource.system(), pages), console);
+      serve(options, new Recorder(store, limits, console, TimeSource.system(), pages), console);
     }
   }
 

@@ -3,6 +3,7 @@ package com.morvin.dom.telephony.sniffer.sample;
 import com.morvin.dom.telephony.sniffer.sample.console.Console;
 import com.morvin.dom.telephony.sniffer.sample.recording.Recorder;
 import com.morvin.dom.telephony.sniffer.sample.service.Service;
+import com.morvin.dom.telephony.sniffer.sample.service.TimeSource;
 import com.morvin.dom.telephony.sniffer.sample.storage.Store;
 import com.morvin.dom.telephony.sniffer.sample.transport.Command;
 import com.morvin.dom.telephony.sniffer.sample.transport.Endpoint;
@@ -15,7 +16,6 @@ import java.io.PrintStream;
 import java.nio.charset.StandardCharsets;
 import java.nio.file.Files;
 import java.nio.file.Path;
-import java.time.InstantSource;
 import java.util.ArrayDeque;
 import java.util.Comparator;
 import java.util.Queue;
@@ -65,7 +65,7 @@ final class WarmUp implements Transport {
     Console console = new Console(new PrintStream(OutputStream.nullOutputStream()), false);
     try (Store store = new Store(directory, console)) {
       Service.Limits limits = new Service.Limits(false, 0, Service.Limits.NONE.calls());
-      new Recorder(store, limits, console, InstantSource.system(), report -> { }).run(new WarmUp());
+      new Recorder(store, limits, console, TimeSource.system(), report -> { }).run(new WarmUp());
     } finally {
       try (Stream<Path> all = Files.walk(directory)) {
         for (Path path : all.sorted(Comparator.reverseOrder()).toList()) {

@@ -11,7 +11,8 @@ import java.util.concurrent.atomic.AtomicInteger;
 import java.util.function.Consumer;
 
 /**
- * Collects the frames of one call into messages. Belongs to the thread of the front. Times are milliseconds since 1970.
+ * Collects the frames of one call into messages. Belongs to the thread of the front. Times are milliseconds of
+ * a clock that never steps, unless noted otherwise.
  */
 final class CallStream {
   /** The longest routing key of AMQP, in bytes. */
@@ -53,7 +54,7 @@ final class CallStream {
     }
   }
 
-  /** Adds a frame and its time of capture. Returns whether the frame began a message. */
+  /** Adds a frame and its time of capture in milliseconds since 1970. Returns whether the frame began a message. */
   boolean add(Frame frame, long captured, long now) {
     byte[] captureTime = new Frame(Frame.CAPTURE_TIME, frame.destination(), frame.source(),
         ByteBuffer.allocate(Long.BYTES).putLong(captured * 1000).array()).bytes();
@@ -78,6 +79,25 @@ final class CallStream {
       }
     }
     return first;
+  }
+
+  /**
+   * Adds the signalling of a call that is a leg of this one, in a message of its own. So far its frames went to another
+   * recorder.
+   */
+  void add(CallStream leg, long now) {
+    byte[] frames = leg.signalled.toByteArray();
+    if (frames.length == 0) {
+      return;
+    }
+    flush(false);
+    begin(now);
+    body.writeBytes(frames);
+    signalling = true;
+    if (signalled.size() + frames.length <= MAX_RECAP) {
+      signalled.writeBytes(frames);
+    }
+    flush(false);
   }
 
   /**

@@ -3,10 +3,11 @@ package com.morvin.dom.telephony.sniffer.sample.cluster;
 import com.morvin.dom.telephony.sniffer.sample.console.Console;
 import com.morvin.dom.telephony.sniffer.sample.console.Text;
 import com.morvin.dom.telephony.sniffer.sample.service.Service;
+import com.morvin.dom.telephony.sniffer.sample.service.TimeSource;
 import com.morvin.dom.telephony.sniffer.sample.signalling.Call;
+import com.morvin.dom.telephony.sniffer.sample.signalling.Moment;
 import com.morvin.dom.telephony.sniffer.sample.transport.Frame;
 import com.morvin.dom.telephony.sniffer.sample.transport.Received;
-import java.time.InstantSource;
 import java.util.ArrayDeque;
 import java.util.ArrayList;
 import java.util.HashMap;
@@ -40,21 +41,21 @@ final class Front extends Service {
 
   Front(Broker broker, long bufferBytes, Limits limits, Console console) {
     super(new Limits(limits.untilDisconnect(), limits.idleExitMillis(), limits.calls().withCalls(MAX_CALLS)),
-        POLL_MILLIS, console, InstantSource.system());
+        POLL_MILLIS, console, TimeSource.system());
     outbox = new Outbox(bufferBytes);
     console.line("up to " + (bufferBytes >> 20) + " MB are kept for " + broker + " while it is slow or away");
     publisher = new Publisher(broker, outbox, console);
   }
 
   @Override
-  protected void handle(Received received, long now) {
-    publish(received.frame(), received.time(now), now);
+  protected void handle(Received received, Moment now) {
+    publish(received.frame(), received.time(now.stamp()), now);
   }
 
   @Override
-  protected void stepped(long now) {
+  protected void stepped(Moment now) {
     closeCalls();
-    while (!opened.isEmpty() && (now - opened.peek().at >= FILL_MILLIS || now < opened.peek().at)) {
+    while (!opened.isEmpty() && now.steady() - opened.peek().at >= FILL_MILLIS) {
       Opened due = opened.remove();
       if (due.stream.isOpen() && due.stream.began() == due.at) {
         due.stream.flush(false);
@@ -62,7 +63,7 @@ final class Front extends Service {
     }
   }
 
-  private void publish(Frame frame, long captured, long now) {
+  private void publish(Frame frame, long captured, Moment now) {
     Call call = null;
     switch (frame.protocol()) {
       case Frame.SIP, Frame.H323 -> call = follower.signalling(frame, now);
@@ -75,7 +76,7 @@ final class Front extends Service {
     CallStream stream = call == null ? null : streams.get(call);
     if (stream != null) {
       frames++;
-      if (stream.add(frame, captured, now)) {
+      if (stream.add(frame, captured, now.steady())) {
         opened.add(new Opened(stream, stream.began()));
       }
     }
@@ -88,7 +89,7 @@ final class Front extends Service {
   }
 
   @Override
-  protected void tick(long now) {
+  protected void tick(Moment now) {
     long lost = outbox.lostFrames();
     reportLoss(lost);
     console.status("calls " + streams.size() + " | frames " + frames + " | " + (outbox.bytes() >> 10)
@@ -108,13 +109,19 @@ final class Front extends Service {
   }
 
   @Override
-  public void began(Call call, long now) {
+  public void began(Call call, Moment now) {
     MessageId.Stream id = new MessageId.Stream(session, call.number());
-    streams.put(call, new CallStream(id, call.id(), clock.millis(), outbox::add));
+    streams.put(call, new CallStream(id, call.id(), now.steady(), outbox::add));
   }
 
   @Override
-  public void ended(Call call, String how, long now) {
+  public void merged(Call call, Call other, boolean turned) {
+    streams.get(call).add(streams.get(other), now().steady());
+    over.add(other);
+  }
+
+  @Override
+  public void ended(Call call, String how, Moment at) {
     over.add(call);
   }
 
@@ -126,7 +133,7 @@ final class Front extends Service {
   @Override
   public void finish() {
     for (Call call : List.copyOf(follower.calls())) {
-      follower.end(call, "publishing stopped", clock.millis());
+      follower.end(call, "publishing stopped", now(), now());
     }
     closeCalls();
     console.status("");

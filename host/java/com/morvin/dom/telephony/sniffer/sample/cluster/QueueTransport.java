@@ -38,7 +38,6 @@ final class QueueTransport implements Transport {
   private static final int MAX_PREFETCH = 10_000;
   private static final long RETRY_NANOS = TimeUnit.MILLISECONDS.toNanos(500);
   private static final long TICK_NANOS = TimeUnit.MILLISECONDS.toNanos(200);
-  private static final long IDLE_MILLIS = 2000;
   private static final long NOT_YET = Long.MAX_VALUE;
 
   /** A message as delivered, and the connection that delivered it. */
@@ -79,8 +78,6 @@ final class QueueTransport implements Transport {
   private String reportedFault = "";
   private long nextTry = System.nanoTime();
   private long nextTick = System.nanoTime();
-  private long lastDelivery = System.nanoTime();
-  private long captured;
   private long number;
   private long safe;
   private long damaged;
@@ -148,7 +145,6 @@ final class QueueTransport implements Transport {
 
   private void consume(Connection from) throws IOException {
     connection = from;
-    lastDelivery = System.nanoTime();
     channel = from.createChannel();
     // The length of a message is bounded, so this bounds the memory.
     long prefetch = Math.min(MAX_PREFETCH, Runtime.getRuntime().maxMemory() / 4 / Message.MAX_BODY);
@@ -169,7 +165,6 @@ final class QueueTransport implements Transport {
   }
 
   private void take(Delivery delivery) {
-    lastDelivery = System.nanoTime();
     MessageId id = MessageId.parse(delivery.properties.getMessageId());
     Pending message = new Pending(delivery);
     Content content = null;
@@ -254,7 +249,6 @@ final class QueueTransport implements Transport {
   }
 
   private void pass(Received read) {
-    captured = Math.max(captured, read.captured());
     frames.add(new Received(read.frame(), 0, read.captured(), ++number));
   }
 
@@ -306,12 +300,10 @@ final class QueueTransport implements Transport {
     }
   }
 
-  /** Returns the capture time of the last frame; while nothing comes, a time a little before now. */
   @Override
-  public synchronized long caughtUp(long now) {
-    boolean idle = connection != null && connection.isOpen() && !sequences.isWaiting() && deliveries.isEmpty()
-        && System.nanoTime() - lastDelivery >= TimeUnit.MILLISECONDS.toNanos(IDLE_MILLIS);
-    return idle ? Math.max(captured, now - IDLE_MILLIS) : captured;
+  public boolean isCutOff() {
+    Connection current = connection;
+    return current == null || !current.isOpen();
   }
 
   @Override

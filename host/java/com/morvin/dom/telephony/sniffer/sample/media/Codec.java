@@ -72,6 +72,11 @@ public record Codec(String name, Kind kind) {
     return kind == Kind.PCMA || kind == Kind.PCMU || kind == Kind.G722;
   }
 
+  /** Whether it is heard or listed: audio that is decoded, and pressed keys. */
+  public boolean isPlayed() {
+    return isAudio() || kind == Kind.TELEPHONE_EVENT;
+  }
+
   /** Returns the sample rate of the WAV file in Hz. */
   int rate() {
     return kind == Kind.G722 ? 16_000 : 8_000;

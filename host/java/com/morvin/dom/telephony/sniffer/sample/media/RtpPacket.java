@@ -17,6 +17,11 @@ public record RtpPacket(int payloadType, int sequence, int timestamp, int ssrc, 
     return bytes.length >= 8 && (bytes[0] & 0xc0) == 0x80 && (bytes[1] & 255) >= 200 && (bytes[1] & 255) <= 207;
   }
 
+  /** Whether a datagram is one of those that share the port with RTP and prepare it: STUN or DTLS (RFC 7983). */
+  public static boolean isSetup(byte[] bytes) {
+    return bytes.length > HEADER && (bytes[0] >= 0 && bytes[0] <= 3 || bytes[0] >= 20 && bytes[0] <= 63);
+  }
+
   /** Parses a datagram. Returns null when it is not an RTP packet. */
   public static RtpPacket parse(byte[] bytes) {
     if (bytes.length < HEADER || (bytes[0] & 0xc0) != 0x80) {

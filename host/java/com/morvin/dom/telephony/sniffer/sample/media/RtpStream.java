@@ -9,7 +9,7 @@ import java.util.function.Consumer;
 
 /**
  * Puts the packets of one RTP source in order. It drops duplicates, waits up to 16 packets for a missing one, and
- * counts lost packets.
+ * counts lost packets. The first packet waits for the second one, which may have overtaken it.
  */
 final class RtpStream {
   /** The number of packets that are held back while an earlier one is missing. */
@@ -40,6 +40,8 @@ final class RtpStream {
     }
     if (next < 0) {
       next = 0x10000L + sequence;
+    } else if (isFirstOvertaken(sequence)) {
+      next--;
     }
     int distance = (short) (sequence - (int) next);
     if (distance > MAX_DROPOUT || distance < -MAX_MISORDER) {
@@ -59,9 +61,14 @@ final class RtpStream {
     }
     seen[slot] = identity;
     received++;
-    while (!early.isEmpty() && (early.firstKey() == next || early.size() > REORDER_DEPTH)) {
+    while (received > 1 && !early.isEmpty() && (early.firstKey() == next || early.size() > REORDER_DEPTH)) {
       release(inOrder);
     }
+  }
+
+  /** Whether only one packet was received so far, and this is the packet before it. */
+  private boolean isFirstOvertaken(int sequence) {
+    return received == 1 && !early.isEmpty() && sequence == (next - 1 & 0xffff);
   }
 
   /** Passes on all packets that are held back. */

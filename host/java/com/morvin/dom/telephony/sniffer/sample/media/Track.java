@@ -18,6 +18,7 @@ import java.util.List;
 import java.util.Map;
 import java.util.Set;
 import java.util.TreeSet;
+import java.util.function.Consumer;
 
 /**
  * The media of one direction of a call: its RTP sources and the files that they are written to. Belongs to the recorder
@@ -45,6 +46,7 @@ public final class Track {
 
   private final Store store;
   private final String fileName;
+  private final Consumer<PcapFile> begun;
   private final Map<Integer, Source> sources = new LinkedHashMap<>(16, 0.75f, true);
   private final List<AudioOutput> outputs = new ArrayList<>();
   private final Set<String> notes = new TreeSet<>();
@@ -61,10 +63,29 @@ public final class Track {
    * Makes a track without media.
    *
    * @param fileName the name of its files, without a number and an extension
+   * @param begun is called for a new capture file, before the media is added
    */
-  public Track(Store store, String fileName) {
+  public Track(Store store, String fileName, Consumer<PcapFile> begun) {
     this.store = store;
     this.fileName = fileName;
+    this.begun = begun;
+  }
+
+  /** Adds a signalling message to the capture file, if there is one: a reader needs it to decode the media. */
+  public void signalled(Frame frame, long time) {
+    if (undecoded != null) {
+      undecoded.write(frame, time);
+    }
+  }
+
+  /** Returns the name of its files. */
+  public String fileName() {
+    return fileName;
+  }
+
+  /** Whether nothing was received. */
+  public boolean isEmpty() {
+    return sources.isEmpty() && undecoded == null;
   }
 
   /** Adds an RTP packet. Packets may come out of order. */
@@ -96,9 +117,10 @@ public final class Track {
       undecoded = store.pcap(fileName, null);
       undecodedCodec = what;
       undecodedFirst = time;
+      begun.accept(undecoded);
     }
     undecodedLast = Math.max(undecodedLast, time);
-    note(what + " is not decoded: kept as a pcap file");
+    note(what.equals(Codec.SRTP.name()) ? "encrypted, kept as pcap" : what + " is not decoded: kept as a pcap file");
     undecoded.write(frame, time);
   }
 

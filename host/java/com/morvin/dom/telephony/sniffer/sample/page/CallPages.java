@@ -68,6 +68,13 @@ public final class CallPages implements ReportListener {
     running.put(key(call), line);
   }
 
+  /** Removes a running call that is a leg of another one. */
+  @Override
+  public void merged(CallReport call) throws IOException {
+    append("{\"was\":" + Json.write(key(call)) + "}\n");
+    running.remove(key(call));
+  }
+
   /** Adds an ended call with its waveforms. */
   @Override
   public void ended(CallReport call) throws IOException {

@@ -3,9 +3,11 @@ package com.morvin.dom.telephony.sniffer.sample.recording;
 import com.morvin.dom.telephony.sniffer.sample.console.Console;
 import com.morvin.dom.telephony.sniffer.sample.console.Text;
 import com.morvin.dom.telephony.sniffer.sample.service.Service;
+import com.morvin.dom.telephony.sniffer.sample.service.TimeSource;
 import com.morvin.dom.telephony.sniffer.sample.signalling.Call;
 import com.morvin.dom.telephony.sniffer.sample.signalling.CallFollower;
 import com.morvin.dom.telephony.sniffer.sample.signalling.Direction;
+import com.morvin.dom.telephony.sniffer.sample.signalling.Moment;
 import com.morvin.dom.telephony.sniffer.sample.storage.CallLog;
 import com.morvin.dom.telephony.sniffer.sample.storage.CallReport;
 import com.morvin.dom.telephony.sniffer.sample.storage.ReportListener;
@@ -16,7 +18,7 @@ import com.morvin.dom.telephony.sniffer.sample.transport.Frame;
 import com.morvin.dom.telephony.sniffer.sample.transport.Received;
 import com.morvin.dom.telephony.sniffer.sample.transport.Transport;
 import java.io.IOException;
-import java.time.InstantSource;
+import java.util.Comparator;
 import java.util.LinkedHashMap;
 import java.util.List;
 import java.util.Map;
@@ -41,16 +43,15 @@ public final class Recorder extends Service {
   private RunningCalls running;
   private RunningCalls.Journal restoring;
   private long lastNumber;
-  private long lastSave;
+  private long lastSave = -SAVE_MILLIS;
   private volatile boolean saving;
 
   /**
    * Records into a store, which the caller closes.
    *
-   * @param clock the time of day
    * @param listener is called on the disk thread
    */
-  public Recorder(Store store, Limits limits, Console console, InstantSource clock, ReportListener listener)
+  public Recorder(Store store, Limits limits, Console console, TimeSource clock, ReportListener listener)
       throws IOException {
     super(limits, POLL_MILLIS, console, clock);
     this.store = store;
@@ -73,38 +74,29 @@ public final class Recorder extends Service {
   }
 
   @Override
-  protected void handle(Received received, long time) {
+  protected void handle(Received received, Moment time) {
     Frame frame = received.frame();
     summary.count(frame);
     lastNumber = received.number();
-    try {
-      dispatch(received, time);
-    } catch (RuntimeException e) {
-      // The sender of one frame must not end the recording of all other calls.
-      countMalformed(1);
-      console.line("a frame between " + frame.source() + " and " + frame.destination() + " cannot be handled: " + e);
-    }
-  }
-
-  private void dispatch(Received received, long now) {
-    Frame frame = received.frame();
     switch (frame.protocol()) {
       case Frame.SIP, Frame.H323 -> {
         long before = follower.malformed();
-        follower.signalling(frame, now);
+        follower.signalling(frame, time);
         countMalformed(follower.malformed() - before);
       }
-      case Frame.RTP -> media(received, now);
+      case Frame.RTP -> media(received, time);
       default -> { }
     }
   }
 
-  private void media(Received received, long now) {
+  private void media(Received received, Moment now) {
     Call.Use use = follower.media(received.frame(), now);
     if (use != null) {
       summary.countPacket();
       Recording recording = recordings.get(use.call());
-      boolean known = recording.media(received.frame(), use.direction(), use.media(), received.time(now));
+      long waited = now.stamp() - received.time(now.stamp());
+      long time = stamp(use.call(), now) - waited;
+      boolean known = recording.media(received.frame(), use, time);
       countMalformed(known ? 0 : 1);
       if (known && recording.markShown()) {
         CallReport running = recording.unfinished();
@@ -113,24 +105,34 @@ public final class Recorder extends Service {
     }
   }
 
-  private void countMalformed(long count) {
+  /**
+   * Returns the time of a moment in a call, in milliseconds since 1970. It counts from the start of the call, so that a
+   * step of the time of day does not tear the call apart.
+   */
+  private long stamp(Call call, Moment moment) {
+    Moment start = call.start();
+    return transport().redelivers() ? moment.stamp() : start.stamp() + moment.steady() - start.steady();
+  }
+
+  @Override
+  protected void countMalformed(long count) {
     if (summary.countMalformed(count)) {
       console.line("ignoring malformed packets");
     }
   }
 
   @Override
-  protected void tick(long now) {
-    if (now - lastSave >= SAVE_MILLIS || now < lastSave) {
-      lastSave = now;
+  protected void tick(Moment now) {
+    if (now.steady() - lastSave >= SAVE_MILLIS) {
+      lastSave = now.steady();
       long lost = recordings.values().stream().mapToLong(Recording::lost).sum();
-      console.status(summary.status(recordings.size(), lost, now, dropped()) + " | " + snifferState());
+      console.status(summary.status(recordings.size(), lost, now.steady(), dropped()) + " | " + snifferState());
       save(now);
     }
   }
 
   /** Saves the state of all running calls, unless the previous state is not on disk yet. */
-  private void save(long now) {
+  private void save(Moment now) {
     if (saving) {
       return;
     }
@@ -138,7 +140,8 @@ public final class Recorder extends Service {
     long upTo = lastNumber;
     Transport link = transport();
     byte[] position = link.position(upTo);
-    running.save(recordings.values().stream().map(recording -> recording.save(running)).toList(), now, position, () -> {
+    List<RunningCalls.Saved> calls = recordings.values().stream().map(recording -> recording.save(running)).toList();
+    running.save(calls, now.stamp(), position, () -> {
       saving = false;
       if (link.redelivers()) {
         link.acknowledge(upTo);
@@ -149,8 +152,8 @@ public final class Recorder extends Service {
   private void restore() {
     try {
       List<RunningCalls.Loaded> loaded = running.load();
-      long now = clock.millis();
-      boolean late = !transport().redelivers() && now - running.savedAt() > RESUME_MILLIS;
+      Moment now = now();
+      boolean late = !transport().redelivers() && now.stamp() - running.savedAt() > RESUME_MILLIS;
       loaded.forEach(call -> restore(call, late, now));
       if (!recordings.isEmpty()) {
         console.line("going on with " + Text.count(recordings.size(), "call") + " from before the restart");
@@ -160,11 +163,11 @@ public final class Recorder extends Service {
     }
   }
 
-  private void restore(RunningCalls.Loaded loaded, boolean late, long now) {
+  private void restore(RunningCalls.Loaded loaded, boolean late, Moment now) {
     restoring = loaded.journal();
-    for (RunningCalls.TimedFrame message : loaded.frames()) {
-      follower.signalling(message.frame(), message.time());
-    }
+    // The journal of a merged call holds the frames of its legs one after the other.
+    loaded.frames().stream().sorted(Comparator.comparingLong(RunningCalls.TimedFrame::time))
+        .forEach(message -> follower.signalling(message.frame(), before(now, message.time())));
     restoring = null;
     Recording recording = recordings.values().stream().filter(other -> other.journal == loaded.journal()).findFirst()
         .orElse(null);
@@ -179,14 +182,19 @@ public final class Recorder extends Service {
     } catch (IOException | RuntimeException e) {
       console.line(recording.call + "  goes on in new files: " + e);
     }
-    recording.call.resume(now);
+    recording.call.lifetime().resume(before(now, running.savedAt()), now);
     if (late) {
-      follower.end(recording.call, "recording stopped", recording.call.lastActivity());
+      follower.end(recording.call, "recording stopped", recording.call.lifetime().lastActivity(), now);
     }
   }
 
+  /** Returns an earlier moment. */
+  private static Moment before(Moment now, long stamp) {
+    return new Moment(now.steady() - (now.stamp() - stamp), stamp);
+  }
+
   @Override
-  public void began(Call call, long now) {
+  public void began(Call call, Moment now) {
     recordings.put(call, new Recording(call, restoring != null ? restoring : running.begin(), store));
     if (restoring == null) {
       console.line(call + "  " + call.protocol() + "  " + Text.printable(call.caller()) + " -> "
@@ -195,13 +203,27 @@ public final class Recorder extends Service {
   }
 
   @Override
-  public void signalled(Call call, Frame frame, String label, long now) {
-    recordings.get(call).signalled(frame, label, now, restoring != null);
+  public void signalled(Call call, Frame frame, String label, Moment now) {
+    recordings.get(call).signalled(frame, label, stamp(call, now), restoring);
   }
 
   @Override
-  public void dialled(Call call, Direction direction, String digits, long now) {
-    recordings.get(call).dialled(direction, digits, now);
+  public void dialled(Call call, Direction direction, String digits, Moment now) {
+    recordings.get(call).dialled(direction, digits, stamp(call, now));
+  }
+
+  @Override
+  public void merged(Call call, Call other, boolean turned) {
+    Recording recording = recordings.get(call);
+    Recording added = recordings.remove(other);
+    recording.add(added, turned, running);
+    if (restoring == null) {
+      console.line(other + "  belongs to " + call);
+    }
+    if (added.isShown()) {
+      CallReport shown = added.unfinished();
+      store.disk().submit(() -> listener.merged(shown));
+    }
   }
 
   @Override
@@ -210,7 +232,7 @@ public final class Recorder extends Service {
   }
 
   @Override
-  public void ended(Call call, String how, long now) {
+  public void ended(Call call, String how, Moment at) {
     Recording recording = recordings.remove(call);
     running.end(recording.journal);
     if (how.equals(CallFollower.DROPPED)) {
@@ -220,31 +242,32 @@ public final class Recorder extends Service {
       }
       return;
     }
-    if (recording.isReported() && call.isOnlyResumed()) {
+    if (recording.isReported() && call.lifetime().isOnlyResumed()) {
       return;
     }
-    report(recording, how, now);
+    report(recording, how, at);
   }
 
-  private void report(Recording recording, String how, long now) {
-    recording.report(reports, how, now);
+  private void report(Recording recording, String how, Moment at) {
+    long end = stamp(recording.call, at);
+    recording.report(reports, how, end);
     summary.countLost(recording.lost());
-    console.line(recording.call + "  " + Text.printable(how) + " after " + Text.seconds(now - recording.call.start())
-        + " s; " + recording.counts());
+    console.line(recording.call + "  " + Text.printable(how) + " after "
+        + Text.seconds(end - recording.call.start().stamp()) + " s; " + recording.counts());
     recording.notes().forEach(note -> console.line(recording.call + "  " + Text.printable(note)));
   }
 
   /** Ends the recording of all calls. After {@link #stop} they stay saved, and the next recorder continues them. */
   @Override
   public void finish() {
-    long now = clock.millis();
+    Moment now = now();
     boolean goesOn = stopped();
     for (Call call : List.copyOf(follower.calls())) {
-      String how = call.deadlineReason() != null ? call.deadlineReason() : "recording stopped";
-      if (!goesOn) {
-        follower.end(call, how, now);
-      } else if (!transport().redelivers() && !(recordings.get(call).isReported() && call.isOnlyResumed())) {
-        report(recordings.get(call), how, now);
+      Call.End end = call.signalledEnd() != null ? call.signalledEnd() : new Call.End("recording stopped", now);
+      if (!goesOn || call.isHungUp(now)) {
+        follower.end(call, end.how(), end.at(), now);
+      } else if (!transport().redelivers() && !(recordings.get(call).isReported() && call.lifetime().isOnlyResumed())) {
+        report(recordings.get(call), end.how(), end.at());
       }
     }
     store.disk().drain();

@@ -8,6 +8,7 @@ import com.morvin.dom.telephony.sniffer.sample.signalling.Call;
 import com.morvin.dom.telephony.sniffer.sample.signalling.Direction;
 import com.morvin.dom.telephony.sniffer.sample.signalling.Sdp;
 import com.morvin.dom.telephony.sniffer.sample.storage.CallReport;
+import com.morvin.dom.telephony.sniffer.sample.storage.PcapFile;
 import com.morvin.dom.telephony.sniffer.sample.storage.Reports;
 import com.morvin.dom.telephony.sniffer.sample.storage.ResumedFiles;
 import com.morvin.dom.telephony.sniffer.sample.storage.RunningCalls;
@@ -25,11 +26,13 @@ import java.time.ZoneId;
 import java.time.format.DateTimeFormatter;
 import java.util.ArrayList;
 import java.util.Arrays;
+import java.util.Comparator;
 import java.util.EnumMap;
 import java.util.List;
 import java.util.Map;
 import java.util.Set;
 import java.util.TreeSet;
+import java.util.stream.Stream;
 
 /**
  * The recording of one call: its messages, its media and its remarks. Belongs to the recorder thread; the report is
@@ -38,8 +41,13 @@ import java.util.TreeSet;
 final class Recording {
   private static final DateTimeFormatter FILE_TIME =
       DateTimeFormatter.ofPattern("yyyyMMdd-HHmmss").withZone(ZoneId.systemDefault());
+  /** A longer list of messages keeps its first and its last ones. Those between are refreshes of a long call. */
   private static final int MAX_STEPS = 200;
+  private static final int FIRST_STEPS = 50;
   private static final int MAX_DIALLED = 64;
+  /** The messages that are kept for a capture file: the first and the last ones. */
+  private static final int MAX_KEPT = 32;
+  private static final int FIRST_KEPT = 16;
   private static final int MAX_UNSAVED = 64;
   /** A message is compared with this number of earlier ones: it may be repeated, or delivered by another sniffer. */
   private static final int COMPARED = 16;
@@ -49,12 +57,17 @@ final class Recording {
   final Call call;
   final RunningCalls.Journal journal;
   private final Map<Direction, Track> tracks = new EnumMap<>(Direction.class);
+  /** The tracks of calls that have turned out to be legs of this one. Nothing is added to them. */
+  private final Map<Direction, List<Track>> earlierTracks = new EnumMap<>(Direction.class);
+  private final Map<Direction, Relay> relays = new EnumMap<>(Direction.class);
   private final List<CallReport.Step> ladder = new ArrayList<>();
   private final List<Dialled> dialled = new ArrayList<>();
+  private final List<RunningCalls.TimedFrame> kept = new ArrayList<>();
   private final int[] recent = new int[COMPARED];
   private int messages;
   /** Messages that are not in the journal yet. */
   private final List<RunningCalls.TimedFrame> unsaved = new ArrayList<>();
+  private final Store store;
   private final Reports.CallFiles callFiles;
   private boolean reported;
   private boolean shown;
@@ -62,27 +75,98 @@ final class Recording {
   Recording(Call call, RunningCalls.Journal journal, Store store) {
     this.call = call;
     this.journal = journal;
-    String name = FILE_TIME.format(Instant.ofEpochMilli(call.start())) + "-" + call.fileNames();
+    this.store = store;
+    String name = FILE_TIME.format(Instant.ofEpochMilli(call.start().stamp())) + "-" + call.fileNames();
     callFiles = new Reports.CallFiles(name);
     for (Direction direction : Direction.values()) {
-      tracks.put(direction, new Track(store, name + "-" + direction));
+      tracks.put(direction, new Track(store, name + "-" + direction, this::begin));
+      earlierTracks.put(direction, new ArrayList<>());
+      relays.put(direction, new Relay());
     }
   }
 
-  /** Adds a signalling message, unless it is a repeated one. */
-  void signalled(Frame frame, String label, long time, boolean restored) {
+  /**
+   * Adds the recording of a call that is a leg of this one.
+   *
+   * @param turned whether its caller is on the side of the callee of this call
+   */
+  void add(Recording leg, boolean turned, RunningCalls running) {
+    double later = (leg.call.start().stamp() - call.start().stamp()) / 1000.0;
+    leg.ladder.forEach(step ->
+        ladder.add(new CallReport.Step(step.at() + later, step.from(), step.to(), step.label())));
+    ladder.sort(Comparator.comparingDouble(CallReport.Step::at));
+    if (ladder.size() > MAX_STEPS) {
+      ladder.subList(FIRST_STEPS, FIRST_STEPS + ladder.size() - MAX_STEPS).clear();
+    }
+    leg.kept.forEach(message -> keep(message.frame(), message.time()));
+    leg.dialled.forEach(some -> dialled(some.direction.turned(turned), some.digits, some.time));
+    for (Direction direction : Direction.values()) {
+      addTracks(direction, leg.tracks.get(direction.turned(turned)));
+      earlierTracks.get(direction).addAll(leg.earlierTracks.get(direction.turned(turned)));
+    }
+    if (leg.journal != journal) {
+      leg.saveMessages(running);
+      running.merge(journal, leg.journal);
+    }
+  }
+
+  private void addTracks(Direction direction, Track track) {
+    if (track.isEmpty()) {
+      return;
+    }
+    if (tracks.get(direction).isEmpty()) {
+      tracks.put(direction, track);
+    } else {
+      tracks.get(direction).flush();  // first, so that its files have the lower numbers
+      track.finish();
+      earlierTracks.get(direction).add(track);
+    }
+  }
+
+  private Stream<Track> tracksOf(Direction direction) {
+    return Stream.concat(Stream.of(tracks.get(direction)), earlierTracks.get(direction).stream());
+  }
+
+  /** Returns all tracks in a fixed order. */
+  private Stream<Track> allTracks() {
+    return Stream.concat(tracks.values().stream(), earlierTracks.values().stream().flatMap(List::stream));
+  }
+
+  /**
+   * Adds a signalling message, unless it is a repeated one.
+   *
+   * @param restoring the journal that the message comes from; null when it is a new one
+   */
+  void signalled(Frame frame, String label, long time, RunningCalls.Journal restoring) {
     int hash = 31 * frame.source().hashCode() + Arrays.hashCode(frame.payload());
     if (Arrays.stream(recent).anyMatch(other -> other == hash)) {
       return;
     }
-    if (!restored && unsaved.size() < MAX_UNSAVED) {
+    if (restoring != journal && unsaved.size() < MAX_UNSAVED) {
       unsaved.add(new RunningCalls.TimedFrame(time, frame));
     }
     recent[messages++ % COMPARED] = hash;
-    if (ladder.size() < MAX_STEPS) {
-      ladder.add(new CallReport.Step((time - call.start()) / 1000.0, frame.source().toString(),
-          frame.destination().toString(), Text.printable(label)));
+    if (frame.protocol() == Frame.SIP) {
+      keep(frame, time);
     }
+    if (ladder.size() == MAX_STEPS) {
+      ladder.remove(FIRST_STEPS);
+    }
+    ladder.add(new CallReport.Step((time - call.start().stamp()) / 1000.0, frame.source().toString(),
+        frame.destination().toString(), Text.printable(label)));
+  }
+
+  private void keep(Frame frame, long time) {
+    if (kept.size() == MAX_KEPT) {
+      kept.remove(FIRST_KEPT);
+    }
+    kept.add(new RunningCalls.TimedFrame(time, frame));
+    tracks.values().forEach(track -> track.signalled(frame, time));
+  }
+
+  /** Begins a capture file with the signalling so far. */
+  private void begin(PcapFile file) {
+    kept.forEach(message -> file.write(message.frame(), message.time()));
   }
 
   /** Adds keys that were reported by the signalling. */
@@ -93,13 +177,14 @@ final class Recording {
   }
 
   /** Adds a media datagram. Returns whether it is valid. */
-  boolean media(Frame frame, Direction direction, Sdp.Media media, long time) {
-    Track track = tracks.get(direction);
+  boolean media(Frame frame, Call.Use use, long time) {
+    Sdp.Media media = use.media();
+    Track track = tracks.get(use.direction());
     if (media.kind() == Sdp.Kind.FAX) {
       track.keep(frame, "T.38", time);
       return true;
     }
-    if (RtpPacket.isRtcp(frame.payload())) {
+    if (RtpPacket.isRtcp(frame.payload()) || RtpPacket.isSetup(frame.payload())) {
       return true;
     }
     RtpPacket packet = RtpPacket.parse(frame.payload());
@@ -108,27 +193,34 @@ final class Recording {
     }
     Codec codec = media.kind() == Sdp.Kind.SECURE_RTP ? Codec.SRTP
         : Codec.of(packet.payloadType(), media.codecs().get(packet.payloadType()));
-    track.accept(frame, packet, codec, time);
+    if (!codec.isPlayed() || relays.get(use.direction()).accepts(use.leg(), packet.ssrc(), time)) {
+      track.accept(frame, packet, codec, time);
+    }
     return true;
   }
 
   /** Returns the number of lost packets in both directions. */
   long lost() {
-    return tracks.values().stream().mapToLong(Track::lost).sum();
+    return allTracks().mapToLong(Track::lost).sum();
   }
 
   /** Returns "from-caller 3 packets, 0 lost; from-callee 4 packets, 1 lost". */
   String counts() {
     List<String> counts = new ArrayList<>();
-    tracks.forEach((direction, track) ->
-        counts.add(direction + " " + Text.count(track.received(), "packet") + ", " + track.lost() + " lost"));
+    for (Direction direction : Direction.values()) {
+      long received = tracksOf(direction).mapToLong(Track::received).sum();
+      long lost = tracksOf(direction).mapToLong(Track::lost).sum();
+      counts.add(direction + " " + Text.count(received, "packet") + ", " + lost + " lost");
+    }
     return String.join("; ", counts);
   }
 
   /** Returns the remarks for the report. */
   Set<String> notes() {
     Set<String> all = new TreeSet<>(call.notes());
-    tracks.forEach((direction, track) -> track.notes().forEach(note -> all.add(direction + ": " + note)));
+    for (Direction direction : Direction.values()) {
+      tracksOf(direction).forEach(track -> track.notes().forEach(note -> all.add(direction + ": " + note)));
+    }
     return all;
   }
 
@@ -139,31 +231,48 @@ final class Recording {
     return first;
   }
 
+  /** Whether the call was shown to the listener. */
+  boolean isShown() {
+    return shown;
+  }
+
   /** Returns a report of the running call, without an end and without files. */
   CallReport unfinished() {
     CallReport.Voice none = new CallReport.Voice(0, 0, List.of(), List.of());
     return new CallReport("", call.protocol(), Text.printable(call.id()), Text.printable(call.caller()),
-        Text.printable(call.callee()), call.start(), 0, "", none, none, "", List.copyOf(ladder), List.of());
+        Text.printable(call.callee()), call.start().stamp(), 0, "", none, none, "", List.copyOf(ladder), List.of(),
+        legs());
   }
 
   /** Queues the report for the disk thread. A call that continues later is reported again under the same name. */
   void report(Reports reports, String how, long end) {
-    tracks.values().forEach(Track::finish);
-    long start = call.start();
+    allTracks().forEach(Track::finish);
+    List<CallReport.Leg> legs = legs();
+    long start = call.start().stamp();
     reports.write(callFiles, tracks.get(Direction.FROM_CALLER).stretches(start),
         tracks.get(Direction.FROM_CALLEE).stretches(start), names -> new CallReport(names.report(), call.protocol(),
             Text.printable(call.id()), Text.printable(call.caller()), Text.printable(call.callee()), start, end,
             Text.printable(how), voice(Direction.FROM_CALLER), voice(Direction.FROM_CALLEE), names.stereo(),
-            List.copyOf(ladder), notes().stream().map(Text::printable).toList()));
+            List.copyOf(ladder), notes().stream().map(Text::printable).toList(), legs));
     reported = true;
   }
 
   private CallReport.Voice voice(Direction direction) {
-    CallReport.Voice voice = tracks.get(direction).report(call.start());
-    List<CallReport.Digit> digits = new ArrayList<>(voice.digits());
+    List<CallReport.Voice> voices = tracksOf(direction).map(track -> track.report(call.start().stamp())).toList();
+    List<CallReport.Digit> digits = new ArrayList<>();
+    voices.forEach(voice -> digits.addAll(voice.digits()));
     dialled.stream().filter(some -> some.direction == direction)
-        .forEach(some -> digits.add(new CallReport.Digit((some.time - call.start()) / 1000.0, some.digits)));
-    return new CallReport.Voice(voice.packets(), voice.lost(), voice.parts(), digits);
+        .forEach(some -> digits.add(new CallReport.Digit((some.time - call.start().stamp()) / 1000.0, some.digits)));
+    List<CallReport.Part> parts = voices.stream().flatMap(voice -> voice.parts().stream())
+        .sorted(Comparator.comparingDouble(CallReport.Part::offset)).toList();
+    return new CallReport.Voice(voices.stream().mapToLong(CallReport.Voice::packets).sum(),
+        voices.stream().mapToLong(CallReport.Voice::lost).sum(), parts, digits);
+  }
+
+  private List<CallReport.Leg> legs() {
+    return call.legs().size() == 1 ? List.of() : call.legs().stream().map(leg ->
+        new CallReport.Leg(Math.max(0, leg.start().stamp() - call.start().stamp()) / 1000.0, Text.printable(leg.id()),
+            Text.printable(leg.caller()), Text.printable(leg.callee()), Text.printable(leg.how()))).toList();
   }
 
   /** Whether the end of the call has been reported. */
@@ -173,18 +282,21 @@ final class Recording {
 
   /** Returns the state for a restart, and queues the unsaved messages and media for the disk thread. */
   RunningCalls.Saved save(RunningCalls running) {
-    unsaved.forEach(message -> running.append(journal, message.time(), message.frame()));
-    unsaved.clear();
+    saveMessages(running);
     try {
       ByteArrayOutputStream bytes = new ByteArrayOutputStream();
       DataOutputStream out = new DataOutputStream(bytes);
       out.writeBoolean(reported);
       callFiles.save(out);
       List<StoredFile> files = new ArrayList<>();
-      for (Track track : tracks.values()) {
-        track.flush();
-        track.save(out);
-        files.addAll(track.files());
+      for (Direction direction : Direction.values()) {
+        out.writeInt(earlierTracks.get(direction).size());
+        for (Track track : tracksOf(direction).toList()) {
+          out.writeUTF(track.fileName());
+          track.flush();
+          track.save(out);
+          files.addAll(track.files());
+        }
       }
       return new RunningCalls.Saved(journal, bytes.toByteArray(), files);
     } catch (IOException e) {
@@ -192,13 +304,28 @@ final class Recording {
     }
   }
 
+  private void saveMessages(RunningCalls running) {
+    unsaved.forEach(message -> running.append(journal, message.time(), message.frame()));
+    unsaved.clear();
+  }
+
   /** Restores a saved state. */
   void restore(byte[] state, ResumedFiles files) throws IOException {
     DataInputStream in = new DataInputStream(new ByteArrayInputStream(state));
     reported = in.readBoolean();
     callFiles.restore(in);
-    for (Track track : tracks.values()) {
-      track.restore(in, files);
+    for (Direction direction : Direction.values()) {
+      int earlier = in.readInt();
+      tracks.put(direction, restoreTrack(in, files));
+      for (; earlier > 0; earlier--) {
+        earlierTracks.get(direction).add(restoreTrack(in, files));
+      }
     }
+  }
+
+  private Track restoreTrack(DataInputStream in, ResumedFiles files) throws IOException {
+    Track track = new Track(store, in.readUTF(), this::begin);
+    track.restore(in, files);
+    return track;
   }
 }

@@ -2,13 +2,13 @@ package com.morvin.dom.telephony.sniffer.sample.service;
 
 import com.morvin.dom.telephony.sniffer.sample.console.Console;
 import com.morvin.dom.telephony.sniffer.sample.signalling.CallFollower;
+import com.morvin.dom.telephony.sniffer.sample.signalling.Moment;
 import com.morvin.dom.telephony.sniffer.sample.transport.Frame;
 import com.morvin.dom.telephony.sniffer.sample.transport.Heartbeat;
 import com.morvin.dom.telephony.sniffer.sample.transport.Intake;
 import com.morvin.dom.telephony.sniffer.sample.transport.Received;
 import com.morvin.dom.telephony.sniffer.sample.transport.Transport;
 import java.io.IOException;
-import java.time.InstantSource;
 
 /**
  * The loop that serves the sniffers of a transport. The recorder and the front extend it.
@@ -22,6 +22,8 @@ import java.time.InstantSource;
  */
 public abstract class Service implements CallFollower.Listener {
   private static final long TICK_MILLIS = 200;
+  /** A step that took longer is an interruption of this process, in which frames were waiting. */
+  private static final long MAX_STEP_MILLIS = 30_000;
 
   /**
    * When the loop ends by itself, and the bounds for calls.
@@ -37,18 +39,19 @@ public abstract class Service implements CallFollower.Listener {
 
   /** Lines for the operator. */
   protected final Console console;
-  /** The time of day of the loop. */
-  protected final InstantSource clock;
   /** Assigns frames to calls. */
   protected final CallFollower follower;
 
   private final Limits limits;
+  private final TimeSource clock;
   private final long pollMillis;
   private Transport transport;
   private Heartbeat heartbeat;
   private Intake intake;
   private int sessions;
-  private long lastTick;
+  private Moment now;
+  private long lastStep;
+  private long lastTick = -TICK_MILLIS;
   private long lastTraffic;
   private volatile boolean stopping;
 
@@ -57,11 +60,13 @@ public abstract class Service implements CallFollower.Listener {
    *
    * @param pollMillis how long the loop waits for a frame before the next step
    */
-  protected Service(Limits limits, long pollMillis, Console console, InstantSource clock) {
+  protected Service(Limits limits, long pollMillis, Console console, TimeSource clock) {
     this.limits = limits;
     this.pollMillis = pollMillis;
     this.console = console;
     this.clock = clock;
+    lastStep = clock.steadyMillis();
+    now = new Moment(0, clock.millis());
     follower = new CallFollower(this, limits.calls(), command -> transport.send(command));
   }
 
@@ -71,19 +76,18 @@ public abstract class Service implements CallFollower.Listener {
   /**
    * Handles a frame.
    *
-   * @param time milliseconds since 1970: now or, when the transport redelivers, the time of capture
+   * @param time now; when the transport redelivers, its stamp is the time of capture
    */
-  protected abstract void handle(Received received, long time);
+  protected abstract void handle(Received received, Moment time);
 
-  /**
-   * Called every 200 ms, after the heartbeats and the time limits of calls.
-   *
-   * @param now milliseconds since 1970
-   */
-  protected abstract void tick(long now);
+  /** Called every 200 ms, after the heartbeats and the time limits of calls. */
+  protected abstract void tick(Moment now);
+
+  /** Counts packets that were ignored because they are malformed, or because handling them failed. */
+  protected void countMalformed(long count) {}
 
   /** Called at the end of each step. */
-  protected void stepped(long now) {}
+  protected void stepped(Moment now) {}
 
   /** Ends the work on the transport. {@link #run} may be called again afterwards. */
   public abstract void finish();
@@ -104,7 +108,7 @@ public abstract class Service implements CallFollower.Listener {
         boolean gone = limits.untilDisconnect && link.sessions() > 0 && link.sniffers().isEmpty();
         Received received = reading.receive(pollMillis);
         step(received);
-        if (received == null && (gone || clock.millis() - lastTraffic >= limits.idleExitMillis)) {
+        if (received == null && (gone || now.steady() - lastTraffic >= limits.idleExitMillis)) {
           break;
         }
       }
@@ -118,7 +122,8 @@ public abstract class Service implements CallFollower.Listener {
     transport = link;
     heartbeat = new Heartbeat(link, console);
     sessions = link.sessions();
-    lastTraffic = clock.millis();
+    lastStep = clock.steadyMillis();
+    lastTraffic = now.steady();
     attached();
   }
 
@@ -128,23 +133,45 @@ public abstract class Service implements CallFollower.Listener {
    * @param received null when no frame came
    */
   public final void step(Received received) {
-    long now = clock.millis();
-    long time = received != null && transport.redelivers() ? received.captured() : now;
+    advance();
     resendToNewSniffers();
     if (received != null) {
-      heartbeat.heard(received.sniffer(), now);
+      heartbeat.heard(received.sniffer(), now.steady());
       if (received.frame().protocol() != Frame.HEARTBEAT || transport.waitsForTraffic()) {
-        lastTraffic = now;
+        lastTraffic = now.steady();
       }
-      handle(received, time);
+      handleSafely(received, transport.redelivers() ? new Moment(now.steady(), received.captured()) : now);
     }
-    if (now - lastTick >= TICK_MILLIS || now < lastTick) {
-      lastTick = now;
-      heartbeat.tick(now);
-      follower.tick(received != null ? time : transport.caughtUp(now), transport.losesCommands());
+    if (now.steady() - lastTick >= TICK_MILLIS) {
+      lastTick = now.steady();
+      heartbeat.tick(now.steady());
+      follower.tick(now, transport.losesCommands());
       tick(now);
     }
     stepped(now);
+  }
+
+  private void advance() {
+    long steady = clock.steadyMillis();
+    long elapsed = transport.isCutOff() ? 0 : Math.min(steady - lastStep, MAX_STEP_MILLIS);
+    lastStep = steady;
+    now = new Moment(now.steady() + elapsed, clock.millis());
+  }
+
+  /** Returns the time of the last step. */
+  protected final Moment now() {
+    return now;
+  }
+
+  /** Handles a frame. The sender of one frame must not end the service for all calls. */
+  private void handleSafely(Received received, Moment time) {
+    try {
+      handle(received, time);
+    } catch (RuntimeException e) {
+      Frame frame = received.frame();
+      console.line("a frame between " + frame.source() + " and " + frame.destination() + " cannot be handled: " + e);
+      countMalformed(1);
+    }
   }
 
   /** A new sniffer has an empty list of destinations. */

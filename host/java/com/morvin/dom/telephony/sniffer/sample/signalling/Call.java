@@ -1,84 +1,64 @@
 package com.morvin.dom.telephony.sniffer.sample.signalling;
 
 import com.morvin.dom.telephony.sniffer.sample.transport.Endpoint;
+import java.util.ArrayList;
 import java.util.Collections;
-import java.util.EnumMap;
+import java.util.Comparator;
 import java.util.LinkedHashMap;
+import java.util.List;
 import java.util.Map;
 import java.util.Set;
 import java.util.TreeSet;
 
 /**
- * A call that is followed: its parties, its times and the destinations of its media. A subclass for each signalling
+ * A call that is followed: its parties, its legs and the destinations of its media. A subclass for each signalling
  * protocol adds what that protocol needs. Belongs to the thread of the {@link CallFollower}, except the methods that
- * return values given to the constructor. Times are milliseconds since 1970.
+ * return values given to the constructor.
  */
 public abstract class Call {
   private static final int MAX_NOTES = 16;
-  private static final long RESUMED_MILLIS = 60_000;
-
-  /** The media received in one direction and its source. */
-  private static final class Flow {
-    private long first = -1;
-    private long last;
-    private Endpoint source;
-    private int fromSource;
-  }
 
   private final int number;
   private final String protocol;
-  private final String id;
-  private final String caller;
-  private final String callee;
+  private final Leg first;
   private final String fileNames;
-  private final long start;
   private final int origin;
-
-  private final Map<Direction, Flow> flows = new EnumMap<>(Direction.class);
+  private final List<Leg> legs = new ArrayList<>();
+  private final MediaFlow flow = new MediaFlow();
+  private final Lifetime lifetime;
   private final Map<Endpoint, Use> learned = new LinkedHashMap<>();
   private final Set<String> notes = new TreeSet<>();
-  private long answered = -1;
-  private long lastActivity;
-  private long resumed = -1;
-  private long deadline = Long.MAX_VALUE;
-  private String deadlineReason;
 
   /**
-   * Makes a call that begins now.
+   * Makes a call.
    *
-   * @param caller the complete name of the caller
-   * @param callee the complete name of the callee
-   * @param fileNames both names, short and safe for a file name
+   * @param first the leg that the call begins with; it names the call
+   * @param fileNames the names of both parties, short and safe for a file name
    * @param origin the IPv4 address that the first message came from
    */
-  Call(int number, String protocol, String id, String caller, String callee, String fileNames, int origin, long now) {
+  Call(int number, String protocol, Leg first, String fileNames, int origin) {
     this.number = number;
     this.protocol = protocol;
-    this.id = id;
-    this.caller = caller;
-    this.callee = callee;
+    this.first = first;
     this.fileNames = fileNames;
     this.origin = origin;
-    start = now;
-    lastActivity = now;
-    for (Direction direction : Direction.values()) {
-      flows.put(direction, new Flow());
-    }
+    legs.add(first);
+    lifetime = new Lifetime(first.start());
   }
 
   /**
-   * A destination is used by a call.
+   * A destination is used by a leg of a call.
    *
    * @param direction the direction of the media sent to the destination
    * @param media its description in the signalling
    */
-  public record Use(Call call, Direction direction, Sdp.Media media) {}
+  public record Use(Call call, Leg leg, Direction direction, Sdp.Media media) {}
 
   /** Returns the destinations of the media, as described by the signalling, in a new map. */
   abstract Map<Endpoint, Use> signalledDestinations();
 
   /** Removes the call from the maps of its protocol. */
-  abstract void ended(long now);
+  abstract void ended(Moment now);
 
   /** Returns all known destinations of the media: the signalled and the learned ones. */
   final Map<Endpoint, Use> destinations() {
@@ -87,30 +67,44 @@ public abstract class Call {
     return all;
   }
 
-  /** Records that media of a direction was received from a source. */
-  void countMedia(Direction direction, Endpoint source, long now) {
-    Flow media = flows.get(direction);
-    if (media.first < 0) {
-      media.first = now;
+  /** Adds a leg. */
+  final void add(Leg leg) {
+    legs.add(leg);
+  }
+
+  /** Adds everything of another call, whose sides may be exchanged. */
+  final void add(Call other, boolean turned) {
+    for (Leg leg : other.legs) {
+      if (turned) {
+        leg.turn();
+      }
+      legs.add(leg);
     }
-    media.last = now;
-    media.fromSource = source.equals(media.source) ? media.fromSource + 1 : 1;
-    media.source = source;
-    lastActivity = now;
-    resumed = -1;
+    legs.sort(Comparator.comparingLong(leg -> leg.start().steady()));
+    flow.add(other.flow, turned);
+    lifetime.add(other.lifetime);
+    other.notes.forEach(this::note);
+    other.learned.forEach((endpoint, use) ->
+        learned.putIfAbsent(endpoint, new Use(this, use.leg, use.direction.turned(turned), use.media)));
   }
 
-  /**
-   * Returns the source of the last packets of a direction; null when fewer than the given number came from it in a row.
-   */
-  Endpoint steadySource(Direction direction, int packets) {
-    Flow media = flows.get(direction);
-    return media.fromSource >= packets ? media.source : null;
+  /** Retires the legs that have ended by now. Returns whether there are any. */
+  boolean retireLegs(Moment now, CallFollower.Limits limits) {
+    boolean any = false;
+    for (Leg leg : legs) {
+      if (!leg.isRetired() && leg.isOver(now)) {
+        leg.retire();
+        any = true;
+      }
+    }
+    return any;
   }
 
-  /** Returns how long media of one direction has come without media of the other, in milliseconds. */
-  long oneSidedMillis(Direction direction, Direction other, long now) {
-    return now - Math.max(flows.get(direction).first, flows.get(other).last);
+  /** Records that media was received for a use of this call. */
+  void countMedia(Use use, Endpoint source, Moment now) {
+    flow.count(use.direction, source, now);
+    use.leg.media(now);
+    lifetime.active(now);
   }
 
   /** Adds a destination that the signalling did not describe. */
@@ -135,17 +129,17 @@ public abstract class Call {
 
   /** Returns the Call-ID or the H.323 call identifier, which is the same on every machine that sees the call. */
   public String id() {
-    return id;
+    return first.id();
   }
 
   /** Returns the complete name of the caller. */
   public String caller() {
-    return caller;
+    return first.caller();
   }
 
   /** Returns the complete name of the callee. */
   public String callee() {
-    return callee;
+    return first.callee();
   }
 
   /** Returns the names of both parties, safe for a file name. */
@@ -154,8 +148,8 @@ public abstract class Call {
   }
 
   /** Returns the time of the first message. */
-  public long start() {
-    return start;
+  public Moment start() {
+    return first.start();
   }
 
   /** Returns the IPv4 address that the first message came from. */
@@ -163,46 +157,19 @@ public abstract class Call {
     return origin;
   }
 
-  /** Whether media of either direction was received. */
-  public boolean hasMedia() {
-    return flows.values().stream().anyMatch(media -> media.first >= 0);
+  /** Returns the legs in the order of their start: a view. */
+  public List<Leg> legs() {
+    return Collections.unmodifiableList(legs);
   }
 
-  /** Records that a message was received. */
-  void active(long now) {
-    lastActivity = now;
-    resumed = -1;
+  /** Returns the received media. */
+  MediaFlow flow() {
+    return flow;
   }
 
-  /** Returns the time of the last message or media packet. */
-  public long lastActivity() {
-    return lastActivity;
-  }
-
-  /** Marks the call as restored after a restart. It ends soon unless a message or media follows. */
-  public void resume(long now) {
-    lastActivity = now;
-    resumed = now;
-  }
-
-  /** Whether nothing was received for the call since the restart. */
-  public boolean isOnlyResumed() {
-    return resumed >= 0;
-  }
-
-  /** Records the time of the first answer. */
-  void answered(long now) {
-    if (answered < 0) {
-      answered = now;
-    }
-  }
-
-  boolean isAnswered() {
-    return answered >= 0;
-  }
-
-  long answeredAt() {
-    return answered;
+  /** Returns the signs of life. */
+  public Lifetime lifetime() {
+    return lifetime;
   }
 
   /** Adds a remark for the report. */
@@ -217,33 +184,42 @@ public abstract class Call {
     return Collections.unmodifiableSet(notes);
   }
 
-  /** Schedules the end of the call, unless {@link #cancelEnd} is called before. */
-  void endAt(long time, String reason) {
-    deadline = time;
-    deadlineReason = reason;
-  }
+  /**
+   * The end of a call.
+   *
+   * @param how the reason: "hung up by caller"
+   * @param at the time of the last message or media packet
+   */
+  public record End(String how, Moment at) {}
 
-  /** Cancels {@link #endAt}. */
-  void cancelEnd() {
-    deadline = Long.MAX_VALUE;
-    deadlineReason = null;
-  }
-
-  /** Returns the reason of the scheduled end; null when none is scheduled. */
-  public String deadlineReason() {
-    return deadlineReason;
-  }
-
-  /** Returns the reason when the call is over by now; null while it is not. */
-  String expiryReason(long now, long idleMillis, long unansweredMillis) {
-    if (now >= deadline) {
-      return deadlineReason;
+  /** Returns the end by the signalling, which is that of the leg that ends last; null while a leg has no end. */
+  public End signalledEnd() {
+    Leg.Ending last = null;
+    for (Leg leg : legs) {
+      if (leg.ending() == null) {
+        return null;
+      }
+      last = last == null || leg.ending().at().since(last.at()) > 0 ? leg.ending() : last;
     }
-    if (resumed >= 0 && now - resumed >= RESUMED_MILLIS) {
-      return "recording stopped";
+    Moment media = flow.last();
+    boolean wentOn = media != null && media.since(last.at()) > Leg.OVERRULED_MILLIS;
+    return new End(last.how(), wentOn ? media : last.at());
+  }
+
+  /** Whether the signalling has ended the call. It goes on for as long as its media does. */
+  public boolean isHungUp(Moment now) {
+    return legs.stream().allMatch(leg -> leg.isHungUp(now));
+  }
+
+  /** Returns the end when the call is over by now; null while it is not. */
+  End endBy(Moment now, CallFollower.Limits limits) {
+    if (legs.stream().allMatch(leg -> leg.isOver(now))) {
+      return signalledEnd();
     }
-    long patience = isAnswered() || hasMedia() ? idleMillis : Math.min(idleMillis, unansweredMillis);
-    return now - lastActivity >= patience ? "timeout" : null;
+    boolean patient = lifetime.answer() != null || flow.exists();
+    long idle = patient ? limits.idleMillis() : Math.min(limits.idleMillis(), limits.unansweredMillis());
+    String reason = lifetime.expiryReason(now, idle);
+    return reason == null ? null : new End(reason, lifetime.lastActivity());
   }
 
   @Override

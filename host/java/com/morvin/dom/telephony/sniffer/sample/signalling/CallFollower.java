@@ -3,7 +3,6 @@ package com.morvin.dom.telephony.sniffer.sample.signalling;
 import com.morvin.dom.telephony.sniffer.sample.transport.Command;
 import com.morvin.dom.telephony.sniffer.sample.transport.Endpoint;
 import com.morvin.dom.telephony.sniffer.sample.transport.Frame;
-import java.util.ArrayList;
 import java.util.Collection;
 import java.util.Collections;
 import java.util.Comparator;
@@ -16,7 +15,7 @@ import java.util.function.Consumer;
 
 /**
  * Assigns frames to calls, and keeps the lists of destinations of the sniffers up to date. It records nothing. All
- * methods belong to one thread, which also calls the listener. Times are milliseconds since 1970.
+ * methods belong to one thread, which also calls the listener.
  *
  * <p>The commands for the media of a new call are sent first, then the listener is called, then the first frame of the
  * call is returned.
@@ -34,24 +33,33 @@ public final class CallFollower {
   /** Is called for the events of calls. */
   public interface Listener {
     /** A call has begun. */
-    void began(Call call, long now);
+    void began(Call call, Moment now);
 
     /**
      * A message of a call was received. The first one follows {@link #began}, the last one comes before {@link #ended}.
      *
      * @param label "INVITE", "180 Ringing", "Setup"
      */
-    default void signalled(Call call, Frame frame, String label, long now) {}
+    default void signalled(Call call, Frame frame, String label, Moment now) {}
 
     /** The signalling has reported pressed keys. */
-    default void dialled(Call call, Direction direction, String digits, long now) {}
+    default void dialled(Call call, Direction direction, String digits, Moment now) {}
+
+    /**
+     * Two calls have turned out to be legs of one. The second one is not followed any more; what follows for its legs
+     * belongs to the first one.
+     *
+     * @param turned whether the caller of the second call is on the side of the callee of the first one
+     */
+    default void merged(Call call, Call other, boolean turned) {}
 
     /**
      * A call has ended. Its media is no longer asked for.
      *
      * @param how the reason: "hung up by caller"
+     * @param at the time of the last message or media packet
      */
-    void ended(Call call, String how, long now);
+    void ended(Call call, String how, Moment at);
 
     /** The limit of calls was reached; new calls are not followed. Called once each time the limit is reached. */
     default void full(int calls) {}
@@ -88,6 +96,7 @@ public final class CallFollower {
   /** The calls without media, by the address that their signalling came from, oldest first. */
   private final Map<Integer, Set<Call>> silent = new HashMap<>();
   private int lastNumber;
+  private int mergers;
   private long malformed;
   private boolean full;
 
@@ -103,7 +112,7 @@ public final class CallFollower {
   }
 
   /** Handles a signalling frame. Returns its call, which the frame may have ended, or null. */
-  public Call signalling(Frame frame, long now) {
+  public Call signalling(Frame frame, Moment now) {
     return frame.protocol() == Frame.SIP ? sipCalls.accept(frame, now) : h323Calls.accept(frame, now);
   }
 
@@ -111,17 +120,17 @@ public final class CallFollower {
    * Handles a media frame. Returns its call and direction. Returns null when no call uses the destination, and then
    * asks the sniffers to stop forwarding it.
    */
-  public Call.Use media(Frame frame, long now) {
-    Call.Use use = destinations.find(frame.destination(), frame.source());
+  public Call.Use media(Frame frame, Moment now) {
+    Call.Use use = destinations.find(frame.destination(), frame.source(), now);
     if (use == null) {
       destinations.unwanted(frame.destination(), now);
       return null;
     }
     Call call = use.call();
-    if (!call.hasMedia()) {
+    if (!call.flow().exists()) {
       removeSilent(call);
     }
-    call.countMedia(use.direction(), frame.source(), now);
+    call.countMedia(use, frame.source(), now);
     learnFrom(use, now);
     return use;
   }
@@ -131,19 +140,19 @@ public final class CallFollower {
    * from (symmetric RTP), not at the signalled one. So when only one direction is received, its source becomes a
    * destination of the other direction.
    */
-  private void learnFrom(Call.Use use, long now) {
+  private void learnFrom(Call.Use use, Moment now) {
     Call call = use.call();
-    Endpoint source = call.steadySource(use.direction(), STEADY_PACKETS);
+    Endpoint source = call.flow().steadySource(use.direction(), STEADY_PACKETS);
     Direction other = use.direction().opposite();
     if (source == null || call.learned() == MAX_LEARNED
-        || call.oneSidedMillis(use.direction(), other, now) < ONE_SIDED_MILLIS) {
+        || call.flow().oneSidedMillis(use.direction(), now) < ONE_SIDED_MILLIS) {
       return;
     }
     Map<Endpoint, Call.Use> known = call.destinations();
     if (source.acceptsMedia() && !known.containsKey(source)) {
       Sdp.Media media = known.values().stream().filter(of -> of.direction() == other).map(Call.Use::media).findFirst()
           .orElse(use.media());
-      call.learn(source, new Call.Use(call, other, media));
+      call.learn(source, new Call.Use(call, use.leg(), other, media));
       destinations.update(call, call.destinations(), now);
     }
   }
@@ -153,17 +162,26 @@ public final class CallFollower {
    *
    * @param commandsGetLost whether commands for destinations without media are repeated
    */
-  public void tick(long now, boolean commandsGetLost) {
+  public void tick(Moment now, boolean commandsGetLost) {
     if (commandsGetLost) {
       destinations.repeat(now);
     }
-    List<Call> overdue = new ArrayList<>();
-    calls.forEach(call -> {
-      if (call.expiryReason(now, limits.idleMillis, limits.unansweredMillis) != null) {
-        overdue.add(call);
+    List.copyOf(calls).forEach(call -> {
+      call.legs().stream().filter(Leg::isOverruled)
+          .forEach(leg -> call.note("media went on after the signalling said: " + leg.how()));
+      if (call.legs().size() > 1 && call.retireLegs(now, limits)) {
+        update(call, now);
       }
+      endIfOver(call, now);
     });
-    overdue.forEach(call -> end(call, call.expiryReason(now, limits.idleMillis, limits.unansweredMillis), now));
+  }
+
+  /** Ends a call that is over by now. */
+  void endIfOver(Call call, Moment now) {
+    Call.End end = call.endBy(now, limits);
+    if (end != null) {
+      end(call, end.how(), end.at(), now);
+    }
   }
 
   /** Asks a sniffer with an empty list for all destinations. */
@@ -178,7 +196,7 @@ public final class CallFollower {
 
   /** Returns the number of calls so far. */
   public int seen() {
-    return lastNumber;
+    return lastNumber - mergers;
   }
 
   /** Returns the number of malformed signalling frames. */
@@ -186,13 +204,17 @@ public final class CallFollower {
     return malformed;
   }
 
-  /** Ends a call in any state of its signalling. */
-  public void end(Call call, String how, long now) {
+  /**
+   * Ends a call in any state of its signalling.
+   *
+   * @param at the time of the end for the report
+   */
+  public void end(Call call, String how, Moment at, Moment now) {
     if (calls.remove(call)) {
       removeSilent(call);
       call.ended(now);
       destinations.update(call, Map.of(), now);
-      listener.ended(call, how, now);
+      listener.ended(call, how, at);
     }
   }
 
@@ -210,10 +232,10 @@ public final class CallFollower {
    * Makes room for another call. Returns whether there is room. At the limit a call without media makes way, one from
    * the address with the most calls without media.
    */
-  boolean makeRoom(long now) {
+  boolean makeRoom(Moment now) {
     if (calls.size() >= limits.calls && !silent.isEmpty()) {
       Set<Call> most = Collections.max(silent.values(), Comparator.comparingInt(Set::size));
-      end(Collections.min(most, Comparator.comparingInt(call -> priority(call, now))), DROPPED, now);
+      end(Collections.min(most, Comparator.comparingInt(call -> priority(call, now))), DROPPED, now, now);
     }
     boolean room = calls.size() < limits.calls;
     if (!room && !full) {
@@ -227,12 +249,13 @@ public final class CallFollower {
    * Returns the priority of a call without media. Media comes soon after the answer or never, so a call that was
    * answered long ago has the lowest priority. Among equal calls the oldest one makes way.
    */
-  private static int priority(Call call, long now) {
-    return !call.isAnswered() ? 1 : now - call.answeredAt() < SOON_MILLIS ? 2 : 0;
+  private static int priority(Call call, Moment now) {
+    Moment answer = call.lifetime().answer();
+    return answer == null ? 1 : now.since(answer) < SOON_MILLIS ? 2 : 0;
   }
 
   /** Updates the destinations of a call, and reports a new call to the listener afterwards. */
-  void update(Call call, long now) {
+  void update(Call call, Moment now) {
     destinations.update(call, call.destinations(), now);
     if (calls.add(call)) {
       silent.computeIfAbsent(call.origin(), origin -> new LinkedHashSet<>()).add(call);
@@ -240,11 +263,31 @@ public final class CallFollower {
     }
   }
 
-  void signalled(Call call, Frame frame, String label, long now) {
+  /** Returns the uses of a destination by all calls. */
+  List<Call.Use> uses(Endpoint destination) {
+    return destinations.uses(destination);
+  }
+
+  /** Follows the legs of a second call as those of the first one. */
+  void merge(Call call, Call other, boolean turned, Moment now) {
+    call.add(other, turned);
+    destinations.update(call, call.destinations(), now);
+    destinations.update(other, Map.of(), now);
+    removeSilent(other);
+    if (call.flow().exists()) {
+      removeSilent(call);
+    }
+    if (calls.remove(other)) {
+      mergers++;
+      listener.merged(call, other, turned);
+    }
+  }
+
+  void signalled(Call call, Frame frame, String label, Moment now) {
     listener.signalled(call, frame, label, now);
   }
 
-  void dialled(Call call, Direction direction, String digits, long now) {
+  void dialled(Call call, Direction direction, String digits, Moment now) {
     listener.dialled(call, direction, digits, now);
   }
 

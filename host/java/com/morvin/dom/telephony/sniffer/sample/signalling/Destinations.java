@@ -3,6 +3,8 @@ package com.morvin.dom.telephony.sniffer.sample.signalling;
 import com.morvin.dom.telephony.sniffer.sample.transport.Command;
 import com.morvin.dom.telephony.sniffer.sample.transport.Endpoint;
 import java.util.ArrayList;
+import java.util.Collections;
+import java.util.Comparator;
 import java.util.HashMap;
 import java.util.LinkedHashMap;
 import java.util.List;
@@ -24,12 +26,12 @@ final class Destinations {
     final List<Call.Use> uses = new ArrayList<>(1);
     boolean heard;
     int repeats;
-    long nextRepeat;
+    Moment asked;
 
     void replace(Call.Use old, Call.Use use) {
       uses.remove(old);
       if (uses.size() == MAX_USES) {
-        Call.Use mute = uses.stream().filter(other -> !other.call().hasMedia()).findFirst().orElse(uses.get(0));
+        Call.Use mute = uses.stream().filter(other -> !other.call().flow().exists()).findFirst().orElse(uses.get(0));
         uses.remove(mute);
       }
       uses.add(use);
@@ -38,7 +40,7 @@ final class Destinations {
 
   private final Map<Endpoint, Entry> entries = new LinkedHashMap<>();
   private final Map<Call, Map<Endpoint, Call.Use>> ofCalls = new HashMap<>();
-  private final BoundedMap<Endpoint, Long> dismissed = new BoundedMap<>(MAX_DISMISSED);
+  private final BoundedMap<Endpoint, Moment> dismissed = new BoundedMap<>(MAX_DISMISSED);
   private final Consumer<Command> sniffers;
 
   Destinations(Consumer<Command> sniffers) {
@@ -46,7 +48,7 @@ final class Destinations {
   }
 
   /** Replaces the destinations of a call. New ones are requested before old ones are dismissed. */
-  void update(Call call, Map<Endpoint, Call.Use> wanted, long now) {
+  void update(Call call, Map<Endpoint, Call.Use> wanted, Moment now) {
     Map<Endpoint, Call.Use> before = ofCalls.getOrDefault(call, Map.of());
     wanted.forEach((endpoint, use) -> {
       Call.Use old = before.get(endpoint);
@@ -54,7 +56,7 @@ final class Destinations {
         Entry entry = entries.get(endpoint);
         if (entry == null) {
           entry = new Entry();
-          entry.nextRepeat = now + REPEAT_MILLIS;
+          entry.asked = now;
           entries.put(endpoint, entry);
           sniffers.accept(Command.add(endpoint));
         }
@@ -77,39 +79,56 @@ final class Destinations {
     }
   }
 
-  private void dismiss(Endpoint endpoint, long now) {
+  private void dismiss(Endpoint endpoint, Moment now) {
     dismissed.putLast(endpoint, now);
     sniffers.accept(Command.remove(endpoint));
   }
 
   /**
-   * Returns the use of a destination by the call of a media frame; null when no call uses it. Of several calls, the
-   * first choice is one whose other party receives at the source (most telephones send from there), then the newest
-   * one.
+   * Returns the use of a destination by the call of a media frame; null when no call uses it. Source and destination
+   * together identify the call, so that both directions of a stream belong to the same one: the other party of the call
+   * receives at the source (most telephones send from there), or at least at another port of its address. Among calls
+   * that fit equally well, the first choice is the one that has just received this stream, then the newest one.
    */
-  Call.Use find(Endpoint destination, Endpoint source) {
+  Call.Use find(Endpoint destination, Endpoint source, Moment now) {
     Entry entry = entries.get(destination);
     if (entry == null) {
       return null;
     }
     entry.heard = true;
-    int newest = entry.uses.size() - 1;
-    for (int i = newest; i >= 0; i--) {
-      Call.Use use = entry.uses.get(i);
-      if (ofCalls.get(use.call()).containsKey(source)) {
-        return use;
-      }
+    Call.Use best = entry.uses.get(0);
+    if (entry.uses.size() > 1) {
+      best = Collections.max(entry.uses, Comparator.comparingInt((Call.Use use) -> fit(use, source, now))
+          .thenComparingInt(use -> use.call().number()));
     }
-    return entry.uses.get(newest);
+    return best;
+  }
+
+  /** Returns the uses of a destination by all calls. */
+  List<Call.Use> uses(Endpoint destination) {
+    Entry entry = entries.get(destination);
+    return entry == null ? List.of() : List.copyOf(entry.uses);
+  }
+
+  private int fit(Call.Use use, Endpoint source, Moment now) {
+    Map<Endpoint, Call.Use> ofCall = ofCalls.get(use.call());
+    Call.Use other = ofCall.get(source);
+    int flowing = use.call().flow().comesFrom(use.direction(), source, now) ? 1 : 0;
+    if (other != null && other.direction() != use.direction()) {
+      return 4 + flowing;
+    }
+    boolean knowsHost = ofCall.entrySet().stream()
+        .anyMatch(any -> any.getKey().ip() == source.ip() && any.getValue().direction() != use.direction());
+    return (knowsHost ? 2 : 0) + flowing;
   }
 
   /**
    * Dismisses a destination that no call uses. A sniffer forwards it because it missed the command, or because the
    * recorder was restarted. The command is not repeated within 1 s, because frames sent before it may still arrive.
    */
-  void unwanted(Endpoint endpoint, long now) {
-    Long last = dismissed.get(endpoint);
-    if (last == null || now - last >= REPEAT_MILLIS) {
+  void unwanted(Endpoint endpoint, Moment now) {
+    Moment last = dismissed.get(endpoint);
+    if (last == null || now.since(last) >= REPEAT_MILLIS) {
       dismiss(endpoint, now);
     }
   }
@@ -123,11 +142,12 @@ final class Destinations {
    * Requests destinations without media again, up to three times. For transports that can lose commands. A second entry
    * in the list of the sniffer is harmless: one command removes both.
    */
-  void repeat(long now) {
+  void repeat(Moment now) {
     entries.forEach((endpoint, entry) -> {
-      if (!entry.heard && entry.repeats < MAX_REPEATS && now >= entry.nextRepeat) {
+      if (!entry.heard && entry.repeats < MAX_REPEATS
+          && now.since(entry.asked) >= REPEAT_MILLIS << entry.repeats) {
         entry.repeats++;
-        entry.nextRepeat = now + (REPEAT_MILLIS << entry.repeats);
+        entry.asked = now;
         sniffers.accept(Command.add(endpoint));
       }
     });

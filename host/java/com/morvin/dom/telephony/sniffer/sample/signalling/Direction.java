@@ -23,6 +23,11 @@ public enum Direction {
     return this == FROM_CALLER ? FROM_CALLEE : FROM_CALLER;
   }
 
+  /** Returns the other direction if the sides are exchanged. */
+  public Direction turned(boolean exchanged) {
+    return exchanged ? opposite() : this;
+  }
+
   @Override
   public String toString() {
     return label;

@@ -12,39 +12,39 @@ import java.util.Map;
 /**
  * Follows H.323 calls by the descriptions of their messages.
  *
- * <p>A call reference is valid only on its signalling connection, so both together identify a leg. A call can have
- * several legs: on the other side of a gatekeeper that routes signalling, with the same call identifier, and on a
- * separate H.245 connection, between the same hosts and with the same call reference.
+ * <p>A call reference is valid only on its signalling connection, so both together are the key. A call can have
+ * several connections: on the other side of a gatekeeper that routes signalling, with the same call identifier, and
+ * for separate H.245, between the same hosts and with the same call reference.
  */
 final class H323Calls {
   private static final int H323_PORT = 1720;
   // Limits against hostile traffic.
-  private static final int MAX_LEGS = 8;
+  private static final int MAX_CONNECTIONS = 8;
   private static final int MAX_DESTINATIONS = 32;
   private static final int MAX_ENDED = 4096;
   private static final long LATE_MILLIS = 10_000;
 
   /** A connection, identified by its ends in ascending order, and a call reference on it. */
-  private record LegId(String callReference, Endpoint low, Endpoint high) {
-    static LegId of(String callReference, Frame frame) {
+  private record ConnectionId(String callReference, Endpoint low, Endpoint high) {
+    static ConnectionId of(String callReference, Frame frame) {
       Endpoint a = frame.source();
       Endpoint b = frame.destination();
       boolean ordered = a.ip() < b.ip() || a.ip() == b.ip() && a.port() < b.port();
-      return ordered ? new LegId(callReference, a, b) : new LegId(callReference, b, a);
+      return ordered ? new ConnectionId(callReference, a, b) : new ConnectionId(callReference, b, a);
     }
 
-    boolean hasHostsOf(LegId other) {
+    boolean hasHostsOf(ConnectionId other) {
       return callReference.equals(other.callReference) && low.ip() == other.low.ip() && high.ip() == other.high.ip();
     }
   }
 
-  /** A leg of a call and its calling end. */
-  private record Leg(H323Call call, Endpoint calling) {}
+  /** The call of a connection and the calling end. */
+  private record Connection(H323Call call, Endpoint calling) {}
 
   private final CallFollower follower;
-  /** The legs and call identifiers of ended calls, with the time of the end. */
-  private final BoundedMap<Object, Long> ended = new BoundedMap<>(MAX_ENDED);
-  private final Map<LegId, Leg> legs = new HashMap<>();
+  /** The connections and call identifiers of ended calls, with the time of the end. */
+  private final BoundedMap<Object, Moment> ended = new BoundedMap<>(MAX_ENDED);
+  private final Map<ConnectionId, Connection> connections = new HashMap<>();
   private final Map<String, H323Call> byCallId = new HashMap<>();
 
   H323Calls(CallFollower follower) {
@@ -52,46 +52,46 @@ final class H323Calls {
   }
 
   /** Handles a description. Returns its call or null. */
-  Call accept(Frame frame, long now) {
+  Call accept(Frame frame, Moment now) {
     H323Text text = H323Text.parse(frame.payload());
     if (text == null) {
       follower.countMalformed();
       return null;
     }
-    LegId id = LegId.of(text.callReference(), frame);
-    Leg leg = legs.get(id);
-    if (leg != null && leg.call.isReplacedBy(text)) {
-      follower.end(leg.call, "replaced by the next call on its connection", now);
-      leg = null;
+    ConnectionId id = ConnectionId.of(text.callReference(), frame);
+    Connection connection = connections.get(id);
+    if (connection != null && connection.call.isReplacedBy(text)) {
+      follower.end(connection.call, "replaced by the next call on its connection", now, now);
+      connection = null;
     }
-    if (leg == null && !isLate(id, text, now)) {
-      leg = join(id, text, frame, now);
+    if (connection == null && !isLate(id, text, now)) {
+      connection = join(id, text, frame, now);
     }
-    if (leg == null) {
+    if (connection == null) {
       return null;
     }
-    follow(leg, id, text, frame, now);
-    return leg.call;
+    follow(connection, id, text, frame, now);
+    return connection.call;
   }
 
   /** Whether the description belongs to a call that has just ended. Another sniffer may deliver it late. */
-  private boolean isLate(LegId id, H323Text text, long now) {
+  private boolean isLate(ConnectionId id, H323Text text, Moment now) {
     if (text.type() == H323Text.SETUP && text.callId().isEmpty()) {
       return false;
     }
-    Long end = ended.get(text.callId().isEmpty() ? id : text.callId());
-    return end != null && now - end < LATE_MILLIS;
+    Moment end = ended.get(text.callId().isEmpty() ? id : text.callId());
+    return end != null && now.since(end) < LATE_MILLIS;
   }
 
-  /** Adds a leg to a known or a new call. Returns null when there is no such call. */
-  private Leg join(LegId id, H323Text text, Frame frame, long now) {
+  /** Adds a connection to a known or a new call. Returns null when there is no such call. */
+  private Connection join(ConnectionId id, H323Text text, Frame frame, Moment now) {
     if (text.type() == H323Text.RELEASE_COMPLETE) {
       return null;
     }
     Endpoint calling = callingEnd(text, frame);
     H323Call call = byCallId.get(text.callId());
     if (call == null && text.isSeparateH245()) {
-      Leg signalling = signallingOf(id);
+      Connection signalling = signallingOf(id);
       if (signalling != null) {
         call = signalling.call;
         calling = frame.source().ip() == signalling.calling.ip() ? frame.source() : frame.destination();
@@ -107,21 +107,21 @@ final class H323Calls {
         byCallId.put(text.callId(), call);
       }
     }
-    Leg leg = new Leg(call, calling);
-    if (call.legs.size() < MAX_LEGS) {
-      call.legs.add(id);
-      legs.put(id, leg);
+    Connection connection = new Connection(call, calling);
+    if (call.connections.size() < MAX_CONNECTIONS) {
+      call.connections.add(id);
+      connections.put(id, connection);
     }
-    return leg;
+    return connection;
   }
 
-  /** Returns the leg that a separate H.245 connection belongs to: of several the one of the newest call. */
-  private Leg signallingOf(LegId h245) {
-    Leg newest = null;
-    for (Map.Entry<LegId, Leg> entry : legs.entrySet()) {
-      Leg leg = entry.getValue();
-      if (entry.getKey().hasHostsOf(h245) && (newest == null || leg.call.number() > newest.call.number())) {
-        newest = leg;
+  /** Returns the connection that a separate H.245 connection belongs to: of several the one of the newest call. */
+  private Connection signallingOf(ConnectionId h245) {
+    Connection newest = null;
+    for (Map.Entry<ConnectionId, Connection> entry : connections.entrySet()) {
+      Connection connection = entry.getValue();
+      if (entry.getKey().hasHostsOf(h245) && (newest == null || connection.call.number() > newest.call.number())) {
+        newest = connection;
       }
     }
     return newest;
@@ -133,14 +133,14 @@ final class H323Calls {
     return fromCallee ? frame.destination() : frame.source();
   }
 
-  private void follow(Leg leg, LegId id, H323Text text, Frame frame, long now) {
-    H323Call call = leg.call;
-    call.active(now);
+  private void follow(Connection connection, ConnectionId id, H323Text text, Frame frame, Moment now) {
+    H323Call call = connection.call;
+    call.lifetime().active(now);
     if (text.type() == H323Text.CONNECT) {
-      call.answered(now);
+      call.lifetime().answered(now);
     }
     text.codecs().forEach(codec -> call.note("offers " + codec));
-    boolean fromCaller = frame.source().equals(leg.calling);
+    boolean fromCaller = frame.source().equals(connection.calling);
     call.describe(text.media(), Direction.to(fromCaller));
     follower.update(call, now);
     follower.signalled(call, frame, text.label(), now);
@@ -148,47 +148,51 @@ final class H323Calls {
       follower.dialled(call, Direction.to(!fromCaller), text.digits(), now);
     }
     if (text.type() == H323Text.RELEASE_COMPLETE && call.isOverWithout(id)) {
-      String how = call.isAnswered() ? "hung up by " : "released by ";
-      follower.end(call, how + (fromCaller ? "caller" : "callee"), now);
+      String how = call.lifetime().answer() != null ? "hung up by " : "released by ";
+      call.leg.end(how + (fromCaller ? "caller" : "callee"), now, 0);
+      follower.endIfOver(call, now);
     }
   }
 
   private final class H323Call extends Call {
-    /** The legs of the call. The call began on the first one. */
-    private final List<LegId> legs = new ArrayList<>();
+    /** The connections of the call. The call began on the first one. */
+    private final List<ConnectionId> connections = new ArrayList<>();
     private final Map<Endpoint, Use> destinations = new LinkedHashMap<>();
+    private final Leg leg;
 
     /** Makes a call. The name of a party without an alias is its address. */
-    H323Call(H323Text text, Endpoint calling, Endpoint called, long now) {
-      this(text, calling, text.caller().isEmpty() ? calling.address() : text.caller(),
-          text.callee().isEmpty() ? called.address() : text.callee(), now);
+    H323Call(H323Text text, Endpoint calling, Endpoint called, Moment now) {
+      this(new Leg(text.callId().isEmpty() ? text.callReference() : text.callId(),
+          text.caller().isEmpty() ? calling.address() : text.caller(),
+          text.callee().isEmpty() ? called.address() : text.callee(), now), calling);
     }
 
-    private H323Call(H323Text text, Endpoint calling, String caller, String callee, long now) {
-      super(follower.nextNumber(), "H.323", text.callId().isEmpty() ? text.callReference() : text.callId(), caller,
-          callee, Text.fileNamePart(caller) + "-" + Text.fileNamePart(callee), calling.ip(), now);
+    private H323Call(Leg leg, Endpoint calling) {
+      super(follower.nextNumber(), "H.323", leg,
+          Text.fileNamePart(leg.caller()) + "-" + Text.fileNamePart(leg.callee()), calling.ip());
+      this.leg = leg;
     }
 
-    /** Whether the description begins another call on the same leg: the end of this call was missed. */
+    /** Whether the description begins another call on the same connection: the end of this call was missed. */
     boolean isReplacedBy(H323Text text) {
       return text.type() == H323Text.SETUP && !text.callId().isEmpty() && !text.callId().equals(id());
     }
 
     /**
-     * Removes a released leg. Returns whether the call is over. The release of a later leg does not end the call,
-     * because a gatekeeper may try several callees.
+     * Removes a released connection. Returns whether the call is over. The release of a later connection does not end
+     * the call, because a gatekeeper may try several callees.
      */
-    boolean isOverWithout(LegId released) {
-      boolean first = legs.indexOf(released) == 0;
-      legs.remove(released);
-      H323Calls.this.legs.remove(released);
-      return first || legs.isEmpty();
+    boolean isOverWithout(ConnectionId released) {
+      boolean first = connections.indexOf(released) == 0;
+      connections.remove(released);
+      H323Calls.this.connections.remove(released);
+      return first || connections.isEmpty();
     }
 
     void describe(List<Endpoint> media, Direction direction) {
       for (Endpoint rtp : media) {
         if (destinations.size() < MAX_DESTINATIONS) {
-          Use use = new Use(this, direction, Sdp.Media.at(rtp));
+          Use use = new Use(this, leg, direction, Sdp.Media.at(rtp));
           destinations.putIfAbsent(rtp, use);
           destinations.putIfAbsent(rtp.next(), use);
         }
@@ -201,10 +205,10 @@ final class H323Calls {
     }
 
     @Override
-    void ended(long now) {
-      legs.forEach(H323Calls.this.legs::remove);
+    void ended(Moment now) {
+      connections.forEach(H323Calls.this.connections::remove);
       byCallId.remove(id(), this);
-      legs.forEach(leg -> H323Calls.this.ended.putLast(leg, now));
+      connections.forEach(connection -> H323Calls.this.ended.putLast(connection, now));
       H323Calls.this.ended.putLast(id(), now);
     }
   }

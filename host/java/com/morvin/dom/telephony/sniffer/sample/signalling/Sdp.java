@@ -32,25 +32,40 @@ public record Sdp(List<Media> media) {
    * @param rtp where RTP or T.38 is received; empty when the media is on hold or refused
    * @param rtcp where RTCP is received; empty without it
    * @param codecs the rtpmap attributes, such as "PCMA/8000", by payload type
+   * @param line the number of the m= line; an answer has the lines of its offer
    */
-  public record Media(Optional<Endpoint> rtp, Optional<Endpoint> rtcp, Map<Integer, String> codecs, Kind kind) {
+  public record Media(Optional<Endpoint> rtp, Optional<Endpoint> rtcp, Map<Integer, String> codecs, Kind kind,
+      int line) {
     /** Returns media with known addresses and unknown codecs. */
     static Media at(Endpoint rtp) {
-      return new Media(Optional.of(rtp), Optional.of(rtp.next()), Map.of(), Kind.RTP);
+      return new Media(Optional.of(rtp), Optional.of(rtp.next()), Map.of(), Kind.RTP, 0);
     }
+  }
+
+  /**
+   * Returns this offer as the answer has decided on it. An offer of RTP/AVP with keys leaves the choice between clear
+   * and encrypted media to the answer (RFC 8643).
+   */
+  Sdp answeredBy(Sdp answer) {
+    return new Sdp(media.stream().map(offered -> answer.media.stream()
+        .filter(other -> other.line == offered.line && other.rtp.isPresent() && other.kind != Kind.FAX
+            && offered.kind != Kind.FAX)
+        .map(other -> new Media(offered.rtp, offered.rtcp, offered.codecs, other.kind, offered.line))
+        .findFirst().orElse(offered)).toList());
   }
 
   /** Parses a description. Skips all lines and media that it does not know. */
   public static Sdp parse(String text) {
     List<Section> sections = new ArrayList<>();
     String sessionAddress = "";
+    boolean sessionKeys = false;
     Section section = null;
     for (String line : text.split("\r\n|\n|\r")) {
       if (line.startsWith("m=")) {
         if (sections.size() == MAX_MEDIA) {
           break;
         }
-        section = new Section(line.substring(2), sessionAddress);
+        section = new Section(line.substring(2), sections.size(), sessionAddress, sessionKeys);
         sections.add(section);
       } else if (line.startsWith("c=")) {
         String address = connectionAddress(line.substring(2));
@@ -61,6 +76,8 @@ public record Sdp(List<Media> media) {
         }
       } else if (line.startsWith("a=") && section != null) {
         section.attribute(line.substring(2));
+      } else if (line.startsWith("a=")) {
+        sessionKeys |= isKey(line.substring(2));
       } else if (line.startsWith("--")) {
         break;  // the end of a part of a multipart body
       }
@@ -74,6 +91,11 @@ public record Sdp(List<Media> media) {
     return words.length >= 3 && words[0].equals("IN") && words[1].equals("IP4") ? words[2].split("/", 2)[0] : "";
   }
 
+  /** Whether an attribute offers a key for SRTP (RFC 4568) or DTLS-SRTP (RFC 5763). */
+  private static boolean isKey(String attribute) {
+    return attribute.startsWith("crypto:") || attribute.startsWith("fingerprint:");
+  }
+
   private static int number(String digits) {
     return digits.matches("\\d{1,5}") ? Integer.parseInt(digits) : 0;
   }
@@ -81,18 +103,23 @@ public record Sdp(List<Media> media) {
   /** An m= line and its attributes. */
   private static final class Section {
     private final String[] words;
+    private final int line;
     private final Map<Integer, String> codecs = new HashMap<>();
     private String address;
     private String rtcpAddress = "";
     private int rtcpPort;
+    private boolean keys;
 
     /** Reads "audio 49170 RTP/AVP 8 0" or, with a number of ports, "audio 49170/2 RTP/AVP 8". */
-    Section(String line, String address) {
-      words = line.trim().split("\\s+");
+    Section(String text, int line, String address, boolean keys) {
+      words = text.trim().split("\\s+");
+      this.line = line;
       this.address = address;
+      this.keys = keys;
     }
 
     void attribute(String attribute) {
+      keys |= isKey(attribute);
       if (attribute.startsWith("rtpmap:")) {
         String[] map = attribute.substring(7).trim().split("\\s+", 2);
         if (map.length == 2 && map[0].matches("\\d{1,3}") && codecs.size() < MAX_CODECS) {
@@ -112,8 +139,8 @@ public record Sdp(List<Media> media) {
     private Kind kind() {
       String transport = words[2];
       if (words[0].equals("audio")) {
-        return transport.matches("RTP/AVPF?") ? Kind.RTP
-            : transport.matches("(UDP/TLS/)?RTP/SAVPF?") ? Kind.SECURE_RTP : null;
+        return transport.matches("(UDP/TLS/)?RTP/SAVPF?") || keys && transport.matches("RTP/AVPF?") ? Kind.SECURE_RTP
+            : transport.matches("RTP/AVPF?") ? Kind.RTP : null;
       }
       return words[0].equals("image") && transport.equalsIgnoreCase("udptl") ? Kind.FAX : null;
     }
@@ -123,7 +150,7 @@ public record Sdp(List<Media> media) {
       Optional<Endpoint> rtcp = kind() == Kind.FAX ? Optional.empty() : rtcpPort == 0
           ? rtp.map(Endpoint::next)
           : Endpoint.ofMedia(rtcpAddress.isEmpty() ? address : rtcpAddress, rtcpPort);
-      return new Media(rtp, rtp.isPresent() ? rtcp : Optional.empty(), Map.copyOf(codecs), kind());
+      return new Media(rtp, rtp.isPresent() ? rtcp : Optional.empty(), Map.copyOf(codecs), kind(), line);
     }
   }
 }

@@ -21,9 +21,11 @@ import java.util.List;
  * @param stereo the file with both directions, caller left, which begins with the call; empty when there is none
  * @param ladder the signalling messages, in order
  * @param notes further remarks
+ * @param legs the legs of a call that has more than one, in the order of their start
  */
 public record CallReport(String name, String protocol, String id, String caller, String callee, long start, long end,
-    String endReason, Voice fromCaller, Voice fromCallee, String stereo, List<Step> ladder, List<String> notes) {
+    String endReason, Voice fromCaller, Voice fromCallee, String stereo, List<Step> ladder, List<String> notes,
+    List<Leg> legs) {
   /** The directory of the reports, inside the directory of the recordings. */
   public static final String FOLDER = "calls";
 
@@ -62,6 +64,15 @@ public record CallReport(String name, String protocol, String id, String caller,
    * @param label "INVITE", "180 Ringing", "Setup"
    */
   public record Step(double at, String from, String to, String label) {}
+
+  /**
+   * A part of the call with signalling of its own.
+   *
+   * @param at its start in seconds from the start of the call
+   * @param id the Call-ID
+   * @param endReason why it ended; empty when the call ended before
+   */
+  public record Leg(double at, String id, String caller, String callee, String endReason) {}
 
   /** Returns one line of JSON, which is safe inside a script element of a page. */
   public String json() {

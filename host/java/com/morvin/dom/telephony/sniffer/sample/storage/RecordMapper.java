@@ -40,6 +40,9 @@ final class RecordMapper {
     }
     if (type instanceof ParameterizedType list) {
       List<Object> elements = new ArrayList<>();
+      if (value == null) {
+        return elements;  // written by an earlier version
+      }
       ((List<?>) value).forEach(element -> elements.add(read(element, list.getActualTypeArguments()[0])));
       return List.copyOf(elements);
     }

@@ -9,6 +9,9 @@ public interface ReportListener {
    */
   default void began(CallReport call) throws IOException {}
 
+  /** A call that has begun is a leg of another one. It has no report of its own. */
+  default void merged(CallReport call) throws IOException {}
+
   /**
    * A call has ended and all its files are written. When the call continues after a restart, another report with the
    * same name follows.

@@ -26,7 +26,7 @@ import java.util.stream.Stream;
  * thread.
  */
 public final class RunningCalls {
-  private static final int VERSION = 1;
+  private static final int VERSION = 2;
   /** A longer journal keeps its first and its last frames. Those between are refreshes of a long call. */
   private static final int MAX_FRAMES = 512;
   private static final int FIRST_FRAMES = 32;
@@ -105,6 +105,18 @@ public final class RunningCalls {
       }
       FileOperations.replace(file, out.toByteArray());
     }
+  }
+
+  /** Adds the frames of another journal to a journal, and ends the other one. */
+  public void merge(Journal journal, Journal other) {
+    journal.frames += other.frames;
+    store.disk().submit(() -> {
+      if (Files.exists(other.file)) {
+        store.written(journal.file);
+        FileOperations.append(journal.file, Files.readAllBytes(other.file));
+      }
+    });
+    end(other);
   }
 
   /**

@@ -11,7 +11,8 @@ import java.util.regex.Pattern;
  * @param port 0 to 65535
  */
 public record Endpoint(int ip, int port) {
-  private static final Pattern DOTTED = Pattern.compile("(\\d{1,3})\\.(\\d{1,3})\\.(\\d{1,3})\\.(\\d{1,3})");
+  /** A dotted address in a text. */
+  public static final Pattern DOTTED = Pattern.compile("(\\d{1,3})\\.(\\d{1,3})\\.(\\d{1,3})\\.(\\d{1,3})");
 
   /**
    * Parses a dotted address. Returns empty unless media can be sent there: a unicast address and a port from 1 to

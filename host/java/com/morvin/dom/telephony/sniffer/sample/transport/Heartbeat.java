@@ -8,7 +8,7 @@ import java.util.Set;
 
 /**
  * Sends a heartbeat to each sniffer every 5 s. Reports a sniffer that has been silent for 15 s, and forgets it after 60
- * s. All methods belong to one thread. Times are milliseconds since 1970.
+ * s. All methods belong to one thread. Times are milliseconds of a clock that never steps.
  */
 public final class Heartbeat {
   private static final long INTERVAL_MILLIS = 5_000;
@@ -55,6 +55,7 @@ public final class Heartbeat {
       Pulse pulse = pulses.get(sniffer);
       if (pulse == null) {
         pulse = new Pulse();
+        pulse.asked = now - INTERVAL_MILLIS;
         pulse.heard = now;
         pulses.put(sniffer, pulse);
       }

@@ -72,12 +72,11 @@ public interface Transport extends Closeable {
   default void resume(byte[] position) {}
 
   /**
-   * Returns a time in milliseconds since 1970: as far as is known, all frames captured before it have been delivered.
-   * Called when {@link #receive} has nothing to deliver. The time limits of calls use this time, so that frames that
-   * wait while the recorder is down or slow do not count as silence.
+   * Whether frames wait where they cannot be received at present. The time limits of calls stand still meanwhile, so
+   * that this does not count as silence.
    */
-  default long caughtUp(long now) {
-    return now;
+  default boolean isCutOff() {
+    return false;
   }
 
   /**

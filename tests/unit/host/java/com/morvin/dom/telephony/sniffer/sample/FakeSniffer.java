@@ -3,6 +3,7 @@ package com.morvin.dom.telephony.sniffer.sample;
 import com.morvin.dom.telephony.sniffer.sample.console.Console;
 import com.morvin.dom.telephony.sniffer.sample.recording.Recorder;
 import com.morvin.dom.telephony.sniffer.sample.service.Service;
+import com.morvin.dom.telephony.sniffer.sample.service.TimeSource;
 import com.morvin.dom.telephony.sniffer.sample.storage.CallReport;
 import com.morvin.dom.telephony.sniffer.sample.storage.Store;
 import com.morvin.dom.telephony.sniffer.sample.transport.Command;
@@ -38,7 +39,7 @@ import javax.sound.sampled.AudioSystem;
 import javax.sound.sampled.UnsupportedAudioFileException;
 
 /** A recorder, and a sniffer that classifies traffic as the real one does. The test moves their clock. */
-final class FakeSniffer implements Transport {
+final class FakeSniffer implements Transport, TimeSource {
   private static final AudioFormat FORMAT = new AudioFormat(8000, 16, 1, true, false);
 
   private static final Map<String, Short> LINEAR = new ConcurrentHashMap<>();
@@ -59,12 +60,15 @@ final class FakeSniffer implements Transport {
   Store store;
   Recorder recorder;
   private final Path directory;
-  private long now = Instant.parse("2026-01-02T03:04:05Z").toEpochMilli();
+  /** The time of day is the steady time and an offset, which jumps when somebody sets the clock. */
+  long offset = Instant.parse("2026-01-02T03:04:05Z").toEpochMilli();
+  private long now;
   private int sessions = 1;
   private int current = 1;
   private long number;
   long lateMillis;
   boolean losesCommands;
+  boolean refusesCommand;
   boolean redelivers;
 
   /** Runs the body with a new recorder in a new directory. */
@@ -93,7 +97,7 @@ final class FakeSniffer implements Transport {
         throw new IOException("No space left on device");
       }
     });
-    recorder = new Recorder(store, Service.Limits.NONE, console, () -> Instant.ofEpochMilli(now), reports::add);
+    recorder = new Recorder(store, Service.Limits.NONE, console, this, reports::add);
     recorder.attach(this);
   }
 
@@ -184,7 +188,7 @@ final class FakeSniffer implements Transport {
 
   void frame(int protocol, Endpoint source, Endpoint destination, byte[] payload) {
     deliver(new Received(new Frame(protocol, destination, source, payload), current,
-        lateMillis == 0 && !redelivers ? 0 : now - lateMillis, ++number));
+        lateMillis == 0 && !redelivers ? 0 : millis() - lateMillis, ++number));
   }
 
   /** Moves the clock. */
@@ -286,6 +290,11 @@ final class FakeSniffer implements Transport {
     }
   }
 
+  /** Returns the sample rate of the only file whose name has this end. */
+  float rate(String nameEnd) throws IOException, UnsupportedAudioFileException {
+    return AudioSystem.getAudioFileFormat(files(nameEnd).get(0).toFile()).getFormat().getSampleRate();
+  }
+
   /** Waits until the disk thread has done all jobs so far; on a full disk, until it has reported the failure. */
   private void awaitDisk() {
     CountDownLatch done = full ? refusals : new CountDownLatch(1);
@@ -333,12 +342,26 @@ final class FakeSniffer implements Transport {
     return printed.toString(StandardCharsets.UTF_8);
   }
 
-  // The methods below are the transport of the recorder.
+  // The methods below are the clocks and the transport of the recorder.
+
+  @Override
+  public long millis() {
+    return offset + now;
+  }
+
+  @Override
+  public long steadyMillis() {
+    return now;
+  }
 
   @Override
   public void send(int sniffer, Command command) {
     if (sniffer < sessions && command.code() != Command.HEARTBEAT) {
       return; // all sniffers share one list
+    }
+    if (refusesCommand) {
+      refusesCommand = false;
+      throw new IllegalStateException("refused");
     }
     commands.add(command);
     switch (command.code()) {

@@ -47,6 +47,9 @@ final class HostileInputTest {
   private static final String[] SPICE = {"\r\n", "\n", ":", ";", "\"", "<", ">", "tag=", "/", "\0", "99999999999", "-1",
       "a=rtpmap:", "m=audio ", "c=IN IP4 ", "t:", "r:", "m:", "rtp:", "/////", "\\", "\u00e9", "\u001b[2J",
       "=cmd|' /C calc'!A0"};
+  private static final String[] METHODS = {"INVITE", "INVITE", "BYE", "CANCEL", "REFER", "INFO"};
+  private static final String[] LINKS = {"", "", "", "X-Leg: %d", "Replaces: %d;to-tag=b;from-tag=a",
+      "Session-ID: %032d", "Refer-To: <sip:b@c?Replaces=%d%%3Bto-tag%%3Db%%3Bfrom-tag%%3Da>"};
   private static final int[] TYPES = {5, 5, 7, 90, 98, 130, 131};
   private static final Endpoint A = new Endpoint(0x0a000001, 5060);
   private static final Endpoint B = new Endpoint(0x0a000002, 5060);
@@ -91,10 +94,12 @@ final class HostileInputTest {
         Endpoint b = new Endpoint(random.nextInt(4), random.nextInt(4));
         Endpoint listed = sniffer.list.isEmpty() ? b : sniffer.list.get(random.nextInt(sniffer.list.size()));
         String callId = "Call-ID: " + random.nextInt(200);
+        String request = INVITE.replace("INVITE", METHODS[random.nextInt(METHODS.length)]).replace("Call-ID: 1",
+            String.format(LINKS[random.nextInt(LINKS.length)] + "\n" + callId, random.nextInt(200)).stripLeading());
         String response = response(random.nextInt(6) + 1 + "00 x").replace("Call-ID: 1", callId);
         String text = SETUP.replace("c:id", "c:" + random.nextInt(200)).replace("t:5", "t:" + TYPES[random.nextInt(7)]);
         switch (random.nextInt(4)) {
-          case 0 -> sniffer.frame(Frame.SIP, a, b, mutate(INVITE.replace("Call-ID: 1", callId), random));
+          case 0 -> sniffer.frame(Frame.SIP, a, b, mutate(request, random));
           case 1 -> sniffer.frame(Frame.SIP, b, a, mutate(response, random));
           case 2 -> sniffer.frame(Frame.H323, a, b, mutate(text, random));
           default -> sniffer.frame(Frame.RTP, a, listed, mediaPacket(random));
@@ -108,6 +113,7 @@ final class HostileInputTest {
       sniffer.pass(3_700_000);
       equal(sniffer.list.size(), 0);
       that(sniffer.table().size() > 200, "calls were followed: " + sniffer.table().size());
+      that(!sniffer.printed().contains("cannot be handled"), sniffer.printed());
       that(!sniffer.printed().contains("\u001b"), "a caller steers the terminal");
       sniffer.table().forEach(line -> that(!line.matches("(.*,)?[=+@-].*") && !line.contains("\0"), line));
       that(!sniffer.report().matches(".*[<>&].*"), "a caller writes into the page");
@@ -139,6 +145,7 @@ final class HostileInputTest {
   void testEndlessCall() throws Exception {
     FakeSniffer.with(sniffer -> {
       sip(sniffer, A, B, INVITE);
+      sip(sniffer, B, A, response("181 first"));
       for (int i = 0; i < 5_000; i++) {
         String media = "m=audio " + (10_000 + 2 * (i % 20_000)) + " RTP/AVP 8\n";
         String method = i + " " + "M".repeat(3000) + i;
@@ -149,6 +156,11 @@ final class HostileInputTest {
       that(sniffer.list.size() <= 70, "list " + sniffer.list.size());
       sniffer.pass(2000);
       that(sniffer.store.disk().droppedBytes() == 0, "dropped");
+      sip(sniffer, B, A, response("180 last"));
+      sniffer.recorder.finish();
+      String report = sniffer.report();
+      that(report.contains("181 first") && report.contains("180 last"), "the first and the last messages are listed");
+      equal(report.split("\"label\":").length - 1, 200);
     });
   }
 

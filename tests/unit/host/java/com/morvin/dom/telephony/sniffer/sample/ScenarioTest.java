@@ -7,6 +7,7 @@ import com.morvin.dom.telephony.sniffer.sample.signalling.Direction;
 import com.morvin.dom.telephony.sniffer.sample.transport.Command;
 import com.morvin.dom.telephony.sniffer.sample.transport.Endpoint;
 import com.morvin.dom.telephony.sniffer.sample.transport.Frame;
+import java.nio.charset.StandardCharsets;
 import java.nio.file.Files;
 import java.nio.file.Path;
 import java.util.Arrays;
@@ -24,14 +25,18 @@ final class ScenarioTest {
   private static final Path CASES = Path.of(System.getProperty("tests.data"), "recorder");
   private static final Map<String, String> HOSTS = Map.of("A", "10.0.0.1", "B", "10.0.0.2", "C", "10.0.0.3", "D",
       "10.0.0.4", "N", "203.0.113.7", "P", "10.0.0.9");
+  private static final Path CAPTURES = Path.of(System.getProperty("tests.data"), "captures");
   private static final int SIZE = 160;
   private static final Path SAMPLES = Path.of(System.getProperty("samples"));
   private static final Path H323 = Path.of(System.getProperty("tests.data"), "h323");
 
   private FakeSniffer sniffer;
   private String callId;
+  private String header = "";
 
   void testSip() throws Exception { runAll("sip.txt"); }
+
+  void testLegs() throws Exception { runAll("legs.txt"); }
 
   void testH323() throws Exception { runAll("h323.txt"); }
 
@@ -67,17 +72,21 @@ final class ScenarioTest {
     switch (words[0]) {
       case "" -> { }
       case "id" -> callId = words[1];
+      case "with" -> header = rest + "\n";
       case "sip" -> sip(words);
       case "raw" -> raw(words, lines);
       case "h323" -> sniffer.h323(host(words[1]), host(words[2]), words[3].replace('|', '\n').replace('_', ' ') + "\n");
       case "rtp" -> rtp(words);
       case "udp" -> sniffer.udp(at(words[1]), at(words[2]), HexFormat.of().parseHex(words[3]));
+      case "replay" -> replay(words[1]);
       case "pass" -> sniffer.pass(Long.parseLong(words[1]));
+      case "clock" -> sniffer.offset += Long.parseLong(words[1]);
       case "sniffer" -> sniffer.session(Integer.parseInt(words[1]));
       case "late" -> sniffer.lateMillis = Long.parseLong(words[1]);
       case "forgets" -> sniffer.list.clear();
       case "misses" -> sniffer.list.remove(at(words[1]));
       case "commands-get-lost" -> sniffer.losesCommands = true;
+      case "command-fails" -> sniffer.refusesCommand = true;
       case "disk" -> sniffer.disk(words[1]);
       case "redelivers" -> sniffer.redeliver();
       case "restart" -> sniffer.restart(words[1]);
@@ -91,6 +100,8 @@ final class ScenarioTest {
           rest.substring(words[1].length()).strip());
       case "files" -> equal(sniffer.files(words[1]).size(), Integer.parseInt(words[2]));
       case "heard" -> equal(heard(words[1]), spell(words[2]));
+      case "tone" -> tone(words[1], Integer.parseInt(words[2]));
+      case "captured" -> captured(words[1], rest.substring(words[1].length()).strip().split("\\|"));
       case "crc" -> equal(crc(sniffer.samples(words[1])), words[2]);
       case "stereo" -> stereo(Integer.parseInt(words[1]), words[2], words[3]);
       case "report" -> contains(sniffer.report(), rest);
@@ -138,8 +149,9 @@ final class ScenarioTest {
     sniffer.sip(host(words[1]), host(words[2]), start + "\nVia: SIP/2.0/UDP x:5060;branch=" + words[at + 3]
         + "\nVia: SIP/2.0/UDP y;branch=other\nFrom: \"Alice; <tag=no>\" <sip:alice@a.example>;tag=" + tags[0]
         + "\nTo: <sip:bob@b.example>" + (tags[1].isEmpty() ? "" : ";tag=" + tags[1]) + "\nCall-ID: " + callId
-        + "\nCSeq: " + words[at + 1] + " " + words[at] + "\n"
+        + "\nCSeq: " + words[at + 1] + " " + words[at] + "\n" + header
         + (body.isEmpty() ? "" : "Content-Type: application/sdp\n") + "\n" + body);
+    header = "";
   }
 
   /** Returns the description for ADDRESS:PORT;ATTRIBUTE... where "_" is a blank and "m=..." is a line without "a=". */
@@ -209,6 +221,36 @@ final class ScenarioTest {
     return Long.toHexString(crc.getValue());
   }
 
+  private void replay(String name) throws Exception {
+    sniffer.replay(CAPTURES.resolve(name + ".pcap"), List.of());
+    sniffer.pass(1100);
+  }
+
+  private void captured(String nameEnd, String[] texts) throws Exception {
+    String content = Files.readString(sniffer.files(nameEnd).get(0), StandardCharsets.ISO_8859_1);
+    int at = 0;
+    for (String text : texts) {
+      at = content.indexOf(text, at) + 1;
+      that(at > 0, text + " is missing or out of order");
+    }
+  }
+
+  /** Checks that nearly all energy of a file is at one frequency: its correlation with the tone. */
+  private void tone(String nameEnd, int hertz) throws Exception {
+    short[] samples = sniffer.samples(nameEnd);
+    double step = 2 * Math.PI * hertz / sniffer.rate(nameEnd);
+    double real = 0;
+    double imaginary = 0;
+    double energy = 0;
+    for (int i = 0; i < samples.length; i++) {
+      real += samples[i] * Math.cos(step * i);
+      imaginary += samples[i] * Math.sin(step * i);
+      energy += (double) samples[i] * samples[i];
+    }
+    double correlation = Math.hypot(real, imaginary) / Math.sqrt(energy * samples.length / 2);
+    that(samples.length > 20_000 && correlation > 0.98, samples.length + " samples, correlation " + correlation);
+  }
+
   /** Checks the letters at a time of the stereo file, left and right. */
   private void stereo(int millis, String left, String right) throws Exception {
     short[] samples = sniffer.samples("-stereo.wav");
@@ -238,6 +280,7 @@ final class ScenarioTest {
       throws Exception {
     FakeSniffer.with(sniffer -> {
       sniffer.replay(SAMPLES.resolve(name + ".pcap"), texts);
+      sniffer.pass(1100);
       equal(sniffer.list.size(), 0);
       for (Direction direction : Direction.values()) {
         short[] spoken = spoken(sniffer, direction == Direction.FROM_CALLER ? callee : caller);

@@ -1,0 +1,133 @@
+package com.morvin.dom.telephony.sniffer.sample.signalling;
+
+/**
+ * A part of a call with signalling of its own. A call that passes a call manager or is transferred has several legs.
+ * Belongs to the thread of the {@link CallFollower}, except the methods that return values given to the constructor.
+ */
+public class Leg {
+  /** Media that is this old has stopped. */
+  static final long SILENCE_MILLIS = 1_000;
+  /** Media that is received so long after the end of the signalling shows that the leg goes on. */
+  static final long OVERRULED_MILLIS = 2_000;
+  /** The time without media after which a leg that went on is over. */
+  private static final long PATIENCE_MILLIS = 32_000;
+
+  /**
+   * The end of a leg by its signalling.
+   *
+   * @param how the reason: "hung up by caller"
+   * @param at the time of the message
+   * @param due the steady time when the end takes effect
+   */
+  record Ending(String how, Moment at, long due) {}
+
+  private final String id;
+  private final String caller;
+  private final String callee;
+  private final Moment start;
+  private Ending ending;
+  private Moment media;
+  private boolean turned;
+  private boolean retired;
+
+  Leg(String id, String caller, String callee, Moment start) {
+    this.id = id;
+    this.caller = caller;
+    this.callee = callee;
+    this.start = start;
+  }
+
+  /** Returns the Call-ID or the H.323 call identifier. */
+  public final String id() {
+    return id;
+  }
+
+  /** Returns the complete name of the caller of this leg. */
+  public final String caller() {
+    return caller;
+  }
+
+  /** Returns the complete name of the callee of this leg. */
+  public final String callee() {
+    return callee;
+  }
+
+  /** Returns the time of the first message. */
+  public final Moment start() {
+    return start;
+  }
+
+  /** Whether the caller of the leg is on the side of the callee of the call. */
+  final boolean isTurned() {
+    return turned;
+  }
+
+  /** Exchanges the sides of the leg in its call. */
+  final void turn() {
+    turned = !turned;
+  }
+
+  /** Marks an ended leg. Its media is no longer needed. */
+  final void retire() {
+    retired = true;
+  }
+
+  /** Whether the leg has ended while others of its call go on. */
+  final boolean isRetired() {
+    return retired;
+  }
+
+  /** Returns the reason of the end; an empty text when none is known. */
+  public final String how() {
+    return ending == null ? "" : ending.how;
+  }
+
+  /** Schedules the end of the leg after a delay in milliseconds, unless {@link #cancelEnd} is called before. */
+  final void end(String how, Moment now, long delay) {
+    ending = new Ending(how, now, now.steady() + delay);
+  }
+
+  /** Schedules the end of the leg anew. The time of the end is that of the message that has scheduled it before. */
+  final void confirmEnd(String how, Moment now, long delay) {
+    ending = new Ending(how, ending == null ? now : ending.at, now.steady() + delay);
+  }
+
+  /** Cancels {@link #end}. */
+  final void cancelEnd() {
+    ending = null;
+  }
+
+  /** Returns the scheduled end; null when none is scheduled. */
+  final Ending ending() {
+    return ending;
+  }
+
+  /** Whether media of the leg was received. */
+  final boolean hasMedia() {
+    return media != null;
+  }
+
+  /** Records that media of the leg was received. */
+  final void media(Moment now) {
+    media = now;
+  }
+
+  /** Whether media goes on although the signalling has ended the leg. */
+  final boolean isOverruled() {
+    return ending != null && media != null && media.steady() >= ending.due + OVERRULED_MILLIS;
+  }
+
+  /**
+   * Whether the leg has ended. Media overrules the signalling, because anyone can forge a message: the leg ends when
+   * its media has stopped.
+   */
+  final boolean isOver(Moment now) {
+    return isHungUp(now)
+        && (media == null || now.since(media) >= (isOverruled() ? PATIENCE_MILLIS : SILENCE_MILLIS));
+  }
+
+  /** Whether the signalling has ended the leg. */
+  final boolean isHungUp(Moment now) {
+    return ending != null && now.steady() >= ending.due;
+  }
+}

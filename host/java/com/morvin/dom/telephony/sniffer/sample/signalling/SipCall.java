@@ -1,0 +1,49 @@
+package com.morvin.dom.telephony.sniffer.sample.signalling;
+
+import com.morvin.dom.telephony.sniffer.sample.console.Text;
+import com.morvin.dom.telephony.sniffer.sample.transport.Endpoint;
+import java.util.LinkedHashMap;
+import java.util.List;
+import java.util.Map;
+
+/** A call by SIP: one leg or, through a call manager or after a transfer, several. */
+final class SipCall extends Call {
+  private static final int MAX_LEGS = 16;
+
+  private final SipCalls calls;
+
+  SipCall(SipCalls calls, int number, SipLeg first, SipMessage invite) {
+    super(number, "SIP", first,
+        Text.fileNamePart(invite.caller().name()) + "-" + Text.fileNamePart(invite.to().name()), first.calling());
+    this.calls = calls;
+    first.setCall(this);
+  }
+
+  /** Returns the legs in the order of their start. */
+  List<SipLeg> sipLegs() {
+    return legs().stream().map(SipLeg.class::cast).toList();
+  }
+
+  /** Whether there is room for a number of further legs. */
+  boolean hasRoomFor(int more) {
+    return legs().size() + more <= MAX_LEGS;
+  }
+
+  @Override
+  boolean retireLegs(Moment now, CallFollower.Limits limits) {
+    sipLegs().forEach(leg -> leg.expire(now, limits.unansweredMillis()));
+    return super.retireLegs(now, limits);
+  }
+
+  @Override
+  Map<Endpoint, Use> signalledDestinations() {
+    Map<Endpoint, Use> destinations = new LinkedHashMap<>();
+    sipLegs().stream().filter(leg -> !leg.isRetired()).forEach(leg -> leg.collect(destinations));
+    return destinations;
+  }
+
+  @Override
+  void ended(Moment now) {
+    calls.ended(this, now);
+  }
+}

@@ -1,0 +1,415 @@
+package com.morvin.dom.telephony.sniffer.sample.signalling;
+
+import com.morvin.dom.telephony.sniffer.sample.transport.Endpoint;
+import com.morvin.dom.telephony.sniffer.sample.transport.Frame;
+import java.util.HashSet;
+import java.util.LinkedHashMap;
+import java.util.LinkedHashSet;
+import java.util.Map;
+import java.util.Set;
+
+/**
+ * A leg of a SIP call: the dialogs of one Call-ID (RFC 3261), captured on either side of a proxy.
+ *
+ * <p>Messages that do not fit the leg are ignored, because anyone can send them: a request within a dialog needs the
+ * tags of the dialog and must pass between hosts that take part in the leg. A failure needs the transaction as well.
+ */
+final class SipLeg extends Leg {
+  // Limits against hostile traffic.
+  private static final int MAX_PARTIES = 64;
+  private static final int MAX_BRANCHES = 64;
+  private static final int MAX_TAGS = 64;
+  private static final int MAX_DESTINATIONS = 64;
+
+  /** The requests whose success can change the destinations of media. */
+  private static final Set<String> FOLLOWED = Set.of("INVITE", "UPDATE", "PRACK", "BYE");
+
+  /** The time in which a rejected call may be tried again, with credentials or at another address. */
+  private static final long RETRY_MILLIS = 5_000;
+  /** The time in which a BYE or a CANCEL must be answered (RFC 3261: 32 s). */
+  static final long BYE_TIMEOUT_MILLIS = 32_000;
+
+  private final SipParticipants participants = new SipParticipants();
+  /** The tags of the callees whose answer has not been followed by a BYE. */
+  private final Set<String> answered = new HashSet<>();
+  /** The keys of the last requests. */
+  private final BoundedMap<String, Boolean> requests = new BoundedMap<>(MAX_BRANCHES);
+  private final Map<PartyMedia.Id, PartyMedia> parties = new LinkedHashMap<>();
+  /** The branches of the INVITEs of this attempt; {@code ringing} holds those without a final response. */
+  private final Set<String> branches = new HashSet<>();
+  private final Set<String> ringing = new LinkedHashSet<>();
+  /** The CSeq of the last pressed key of each tag. */
+  private final BoundedMap<String, Long> lastKeys = new BoundedMap<>(MAX_TAGS);
+  private final String sessionId;
+  /** The hosts that have sent and received the INVITE, on the first hop and on all hops. */
+  private final int calling;
+  private final Set<Integer> called = new HashSet<>();
+  private SipCall call;
+  private Moment lastMessage;
+  private long lastInvite;
+  private boolean cancelled;
+  private boolean isAnswered;
+  private boolean isReferred;
+
+  SipLeg(SipMessage invite, Frame frame, Moment now) {
+    super(invite.callId(), invite.caller().uri(), invite.to().uri(), now);
+    sessionId = invite.sessionId();
+    calling = frame.source().ip();
+    lastMessage = now;
+    participants.addCaller(invite.from().tag());
+    participants.addCallee(invite.to().tag());
+  }
+
+  /** Returns the call that the leg belongs to. */
+  SipCall call() {
+    return call;
+  }
+
+  void setCall(SipCall owner) {
+    call = owner;
+  }
+
+  /** Returns the identity of the session (RFC 7989); empty when there is none. */
+  String sessionId() {
+    return sessionId;
+  }
+
+  /** Returns the host that has sent the first INVITE. */
+  int calling() {
+    return calling;
+  }
+
+  /** Whether the INVITE was sent to a host. */
+  boolean hasCalled(int host) {
+    return called.contains(host);
+  }
+
+  /** Whether a host takes part in the signalling. */
+  boolean hasHost(int host) {
+    return participants.hasHost(host);
+  }
+
+  /** Whether both legs are between the same hosts. */
+  boolean isParallelTo(SipLeg other) {
+    return calling == other.calling && called.stream().anyMatch(other.called::contains)
+        || called.contains(other.calling) && other.called.contains(calling);
+  }
+
+  /** Whether a host has described a destination as its own. */
+  boolean isDescribedBy(int host, Endpoint destination) {
+    return parties.entrySet().stream().anyMatch(party -> party.getKey().ip() == host && party.getValue().descriptions()
+        .flatMap(sdp -> sdp.media().stream()).anyMatch(media -> media.rtp().filter(destination::equals).isPresent()));
+  }
+
+  /** Whether a tag is that of a party of the leg. */
+  boolean isParty(String tag) {
+    return participants.isParty(tag);
+  }
+
+  /** Whether the party with a tag is on the side of the caller of the call. */
+  boolean isOnCallerSide(String tag) {
+    return participants.isCaller(tag) != isTurned();
+  }
+
+  /** Records that a party was asked to call somebody else. The call does not end until that had time to happen. */
+  void setReferred(boolean referred) {
+    isReferred = referred;
+  }
+
+  /** Ends a leg that was not answered in time. */
+  void expire(Moment now, long millis) {
+    if (ending() == null && !isAnswered && !hasMedia() && now.since(lastMessage) >= millis) {
+      end("timeout", now, 0);
+    }
+  }
+
+  /** Handles a message. Returns whether it fits the leg; otherwise it has no effect. */
+  boolean follow(SipMessage message, Frame frame, Moment now) {
+    if (message.isRequest() ? !fitsRequest(message, frame) : !fitsResponse(message, frame)) {
+      return false;
+    }
+    lastMessage = now;
+    if (message.isRequest()) {
+      requests.putLast(transaction(message), true);
+      followRequest(message, frame, now);
+    } else if (FOLLOWED.contains(message.method())) {
+      followResponse(message, frame, now);
+    }
+    return true;
+  }
+
+  /** Returns the key of a transaction on one hop. */
+  private static String transaction(SipMessage message) {
+    return message.method() + " " + (message.branch().isEmpty() ? message.cseq() : message.branch());
+  }
+
+  private boolean fitsRequest(SipMessage request, Frame frame) {
+    return switch (request.method()) {
+      case "INVITE" -> fitsAttempt(request, frame) || fitsRenewal(request, frame);
+      case "CANCEL" -> participants.include(frame) && ringing.contains(request.branch());
+      default -> isWithinDialog(request, frame);
+    };
+  }
+
+  /** Whether it is an INVITE that begins the leg, or sends it on, or repeats it with another tag. */
+  private boolean fitsAttempt(SipMessage invite, Frame frame) {
+    String tag = invite.from().tag();
+    boolean fits = branches.isEmpty() || invite.to().tag().isEmpty()
+        && (participants.isCaller(tag) || participants.hasHost(frame.source().ip()));
+    if (fits) {
+      participants.addCaller(tag);
+      participants.addHosts(invite, frame);
+      if (called.size() < MAX_BRANCHES) {
+        called.add(frame.destination().ip());
+      }
+    }
+    return fits;
+  }
+
+  /** Whether it is an INVITE within a dialog. It may take another way than the first one. */
+  private boolean fitsRenewal(SipMessage invite, Frame frame) {
+    boolean fits = participants.include(invite) && participants.hasHost(frame.source().ip());
+    if (fits) {
+      participants.addHosts(invite, frame);
+    }
+    return fits;
+  }
+
+  private boolean fitsResponse(SipMessage response, Frame frame) {
+    boolean known = requests.containsKey(transaction(response));
+    boolean fits = isParty(response.from().tag()) && (known || participants.include(frame));
+    if (response.method().equals("BYE")) {
+      return fits && isWithinDialog(response, frame) && (known || response.isSuccess());
+    }
+    if (response.isFailure()) {
+      return fits && known && participants.include(frame);
+    }
+    if (fits && response.method().equals("INVITE")) {
+      participants.addHosts(response, frame);
+      participants.addCallee(response.to().tag());
+    }
+    return fits;
+  }
+
+  private boolean isWithinDialog(SipMessage message, Frame frame) {
+    return participants.include(frame) && participants.include(message);
+  }
+
+  private void followRequest(SipMessage request, Frame frame, Moment now) {
+    PartyMedia sender = party(request.from(), frame.source(), request.sdp().isPresent());
+    switch (request.method()) {
+      case "INVITE" -> {
+        lastInvite = Math.max(lastInvite, request.cseq());
+        if (!isAnswered && branches.size() < MAX_BRANCHES && branches.add(request.branch())) {
+          cancelEnd();
+          cancelled = false;
+          ringing.add(request.branch());
+        }
+        sender.offer(request);
+      }
+      case "UPDATE", "PRACK" -> sender.offer(request);
+      case "ACK" -> request.sdp().filter(sdp -> sender.isCurrent(request)).ifPresent(sdp -> {
+        sender.agree(sdp);
+        party(request.to(), frame.destination(), false).decide(sender);
+      });
+      case "CANCEL" -> {
+        if (!isAnswered) {
+          cancelled = true;
+          end("cancelled", now, BYE_TIMEOUT_MILLIS);
+        }
+      }
+      case "BYE" -> hangUp(request, now, BYE_TIMEOUT_MILLIS);
+      default -> { }
+    }
+  }
+
+  /** Schedules the end, unless an earlier BYE has done so. */
+  private void hangUp(SipMessage bye, Moment now, long delay) {
+    if (ending() == null || isOverruled()) {
+      end("hung up by " + nameOf(bye.from()), now, delay);
+    }
+  }
+
+  private void followResponse(SipMessage response, Frame frame, Moment now) {
+    PartyMedia answerer =
+        party(response.to(), frame.source(), response.isSuccess() || response.sdp().isPresent());
+    if (answerer.hasAnswered(response)) {
+      return;  // a retransmission
+    }
+    if (response.isSuccess()) {
+      answerer.answered(response);
+      followSuccess(response, frame, answerer, now);
+    } else if (response.isFailure()) {
+      followFailure(response, frame, now);
+    } else if (response.method().equals("INVITE")) {
+      response.sdp().ifPresent(sdp -> {
+        answerer.propose(sdp);
+        party(response.from(), frame.destination(), false).decide(answerer);
+      });
+    }
+  }
+
+  private void followSuccess(SipMessage response, Frame frame, PartyMedia answerer, Moment now) {
+    switch (response.method()) {
+      case "INVITE" -> {
+        cancelEnd();
+        if (!isAnswered) {
+          isAnswered = true;
+          forgetUnanswered(response.to().tag());
+        }
+        if (answered.size() < MAX_TAGS && !participants.isCaller(response.to().tag())) {
+          answered.add(response.to().tag());
+        }
+        ringing.clear();
+        applyAnswer(response, frame, answerer);
+      }
+      case "UPDATE", "PRACK" -> applyAnswer(response, frame, answerer);
+      case "BYE" -> endDialog(response, now);
+      default -> { }
+    }
+  }
+
+  /**
+   * Applies an answer. Before the call is answered it is only a proposal, because other branches may answer as well.
+   */
+  private void applyAnswer(SipMessage response, Frame frame, PartyMedia answerer) {
+    PartyMedia offerer = party(response.from(), frame.destination(), false);
+    if (!isAnswered) {
+      response.sdp().ifPresent(answerer::propose);
+    } else {
+      response.sdp().ifPresentOrElse(answerer::agree, answerer::agreeToProposal);
+      offerer.agreeToProposal();
+    }
+    offerer.decide(answerer);
+  }
+
+  /** Removes the other branches of a forked call after one of them is answered. */
+  private void forgetUnanswered(String tag) {
+    parties.keySet().removeIf(party -> !participants.isCaller(party.tag()) && !party.tag().equals(tag));
+  }
+
+  private void followFailure(SipMessage response, Frame frame, Moment now) {
+    switch (response.method()) {
+      case "INVITE" -> {
+        if (isAnswered) {
+          party(response.from(), frame.destination(), false).withdrawProposal();
+        } else if (response.cseq() >= lastInvite && ringing.remove(response.branch()) && ringing.isEmpty()) {
+          String how = cancelled ? "cancelled" : "failed: " + response.status() + " " + response.reason();
+          end(how, now, cancelled || !isWorthRetrying(response.status()) ? 0 : RETRY_MILLIS);
+        }
+      }
+      case "UPDATE", "PRACK" -> party(response.from(), frame.destination(), false).withdrawProposal();
+      case "BYE" -> {
+        if (response.status() == 408 || response.status() == 481) {
+          endDialog(response, now);
+        } else {
+          cancelEnd();  // usually the party must send credentials first
+        }
+      }
+      default -> { }
+    }
+  }
+
+  /** Whether a caller usually tries again: it is redirected, must send credentials, or used a refused extension. */
+  private static boolean isWorthRetrying(int status) {
+    return status < 400 || status == 401 || status == 407 || status == 420 || status == 422 || status == 488;
+  }
+
+  /**
+   * Ends a dialog and, with the last one, the leg. A forked call can have several answered dialogs. When the BYE was
+   * not seen, its answer counts like a BYE without an answer.
+   */
+  private void endDialog(SipMessage byeResponse, Moment now) {
+    String from = byeResponse.from().tag();
+    String callee = participants.isCaller(from) ? byeResponse.to().tag() : from;
+    answered.remove(callee);
+    if (!answered.isEmpty()) {
+      parties.keySet().removeIf(party -> party.tag().equals(callee));
+      cancelEnd();
+    } else if (!requests.containsKey(transaction(byeResponse))) {
+      hangUp(byeResponse, now, BYE_TIMEOUT_MILLIS);
+    } else {
+      confirmEnd("hung up by " + nameOf(byeResponse.from()), now, isReferred ? RETRY_MILLIS : 0);
+    }
+  }
+
+  private String nameOf(SipMessage.Party party) {
+    return isOnCallerSide(party.tag()) ? "caller" : "callee";
+  }
+
+  /**
+   * Returns the media of a party. A party without a description is not kept, because a group of ringing telephones
+   * makes many of them. When there are too many parties, an unanswered one is removed.
+   *
+   * @param matters whether the party is kept
+   */
+  private PartyMedia party(SipMessage.Party party, Endpoint address, boolean matters) {
+    PartyMedia.Id id = new PartyMedia.Id(party.tag(), address.ip());
+    PartyMedia media = parties.get(id);
+    if (media != null) {
+      return media;
+    }
+    media = new PartyMedia();
+    if (parties.size() == MAX_PARTIES && matters) {
+      parties.keySet().stream().filter(old -> !answered.contains(old.tag()) && !participants.isCaller(old.tag()))
+          .findFirst().ifPresent(parties::remove);
+    }
+    if (matters && parties.size() < MAX_PARTIES) {
+      parties.put(id, media);
+    }
+    return media;
+  }
+
+  /** Whether a request reports a pressed key that was not reported before, on another hop or by another sniffer. */
+  boolean hasNewKey(SipMessage request) {
+    if (request.digits().isEmpty() || !request.isRequest("INFO")
+        || request.cseq() <= lastKeys.getOrDefault(request.from().tag(), -1L)) {
+      return false;
+    }
+    lastKeys.put(request.from().tag(), request.cseq());
+    return true;
+  }
+
+  /** Returns the direction of media sent by a party. */
+  Direction directionFrom(SipMessage.Party party) {
+    return Direction.to(!isOnCallerSide(party.tag()));
+  }
+
+  /** Whether the leg was answered. */
+  boolean isAnswered() {
+    return isAnswered;
+  }
+
+  /** Adds the destinations of the media of this leg. */
+  void collect(Map<Endpoint, Call.Use> destinations) {
+    Map<Endpoint, Call.Use> own = new LinkedHashMap<>();
+    parties.forEach((id, party) -> {
+      Direction direction = Direction.to(isOnCallerSide(id.tag()));
+      party.descriptions().flatMap(sdp -> sdp.media().stream()).filter(media -> own.size() < MAX_DESTINATIONS)
+          .forEach(media -> {
+            Call.Use use = new Call.Use(call, this, direction, media);
+            media.rtp().ifPresent(endpoint -> own.put(endpoint, use));
+            media.rtcp().ifPresent(endpoint -> own.putIfAbsent(endpoint, use));
+          });
+    });
+    own.forEach(destinations::putIfAbsent);
+  }
+
+  /** Returns what is known about the INVITEs, to recognise repeated ones after the end of the leg. */
+  Attempt attempt(Moment end) {
+    return new Attempt(lastInvite, branches, end);
+  }
+
+  /**
+   * The INVITEs of an ended leg: the last CSeq, the branches, and the time of the end. A sender may repeat an INVITE,
+   * and another sniffer may deliver it late. An INVITE on another branch is a new attempt, although a forking proxy
+   * keeps Call-ID and CSeq.
+   */
+  record Attempt(long invite, Set<String> branches, Moment end) {
+    boolean isFollowedBy(SipMessage message, Moment now) {
+      boolean known = message.branch().isEmpty() ? message.cseq() <= invite : branches.contains(message.branch());
+      boolean late = now.since(end) < BYE_TIMEOUT_MILLIS && (known || message.cseq() < invite);
+      return message.isRequest("INVITE") && !late;
+    }
+  }
+}

@@ -1,0 +1,221 @@
+package com.morvin.dom.telephony.sniffer.sample.signalling;
+
+import com.morvin.dom.telephony.sniffer.sample.transport.Endpoint;
+import com.morvin.dom.telephony.sniffer.sample.transport.Frame;
+import java.util.ArrayDeque;
+import java.util.ArrayList;
+import java.util.Comparator;
+import java.util.Deque;
+import java.util.HashMap;
+import java.util.HashSet;
+import java.util.List;
+import java.util.Map;
+import java.util.Optional;
+import java.util.Set;
+import java.util.function.Function;
+import java.util.stream.Stream;
+
+/**
+ * Finds the legs that are one call: those that a call manager connects, and those of transfers. A leg has a Call-ID of
+ * its own, so the link is in other places: Replaces (RFC 3891), REFER (RFC 3515), Session-ID (RFC 7989), headers of the
+ * call manager that name the Call-ID of another leg, and the addresses of the media.
+ */
+final class SipLinks {
+  private static final int MAX_REFERRALS = 256;
+  private static final long REFERRAL_MILLIS = 32_000;
+
+  /**
+   * A running call that a leg belongs to.
+   *
+   * @param turned whether the caller of the leg is on the side of the callee of the call
+   */
+  record Link(SipCall call, boolean turned) {}
+
+  /** A party was asked to call a target. */
+  private static final class Referral {
+    private final SipLeg leg;
+    private final SipMessage refer;
+    private final Set<Integer> askedHosts = new HashSet<>();
+    private final Moment time;
+
+    Referral(SipLeg leg, SipMessage refer, Moment time) {
+      this.leg = leg;
+      this.refer = refer;
+      this.time = time;
+    }
+
+    boolean isOf(SipLeg other, SipMessage message) {
+      return leg == other && refer.cseq() == message.cseq() && refer.from().tag().equals(message.from().tag());
+    }
+
+    boolean isFollowedBy(SipMessage invite, Frame frame) {
+      return askedHosts.contains(frame.source().ip()) && refer.referTo().name().equals(invite.to().name());
+    }
+  }
+
+  private final Function<String, SipLeg> byCallId;
+  private final Function<Endpoint, List<Call.Use>> uses;
+  private final Map<String, SipLeg> bySession = new HashMap<>();
+  private final Deque<Referral> referrals = new ArrayDeque<>();
+
+  /**
+   * Finds links.
+   *
+   * @param byCallId returns the running leg with a Call-ID, or null
+   * @param uses returns the uses of a destination by all calls
+   */
+  SipLinks(Function<String, SipLeg> byCallId, Function<Endpoint, List<Call.Use>> uses) {
+    this.byCallId = byCallId;
+    this.uses = uses;
+  }
+
+  /** Adds a leg. */
+  void add(SipLeg leg) {
+    if (!leg.sessionId().isEmpty()) {
+      bySession.putIfAbsent(leg.sessionId(), leg);
+    }
+  }
+
+  /** Forgets an ended leg. */
+  void remove(SipLeg leg) {
+    bySession.remove(leg.sessionId(), leg);
+    referrals.removeIf(referral -> referral.leg == leg);
+  }
+
+  /** Returns the calls that an INVITE with a new Call-ID belongs to, each once. */
+  List<Link> find(SipMessage invite, Frame frame, Moment now) {
+    List<Link> links = new ArrayList<>();
+    Stream.of(replaced(invite), referred(invite, frame, now), named(invite, frame), sameSession(invite, frame))
+        .flatMap(Optional::stream).forEach(links::add);
+    if (links.isEmpty()) {
+      sameMedia(invite, frame).ifPresent(links::add);
+    }
+    List<Link> distinct = new ArrayList<>();
+    links.stream().filter(link -> distinct.stream().noneMatch(other -> other.call == link.call))
+        .forEach(distinct::add);
+    return distinct;
+  }
+
+  /** The callee keeps its side, and the caller takes the place of the other party of the replaced dialog. */
+  private Optional<Link> replaced(SipMessage invite) {
+    return invite.replaces().flatMap(dialog -> {
+      SipLeg leg = byCallId.apply(dialog.callId());
+      return leg == null || !leg.isParty(dialog.toTag()) || !leg.isParty(dialog.fromTag()) ? Optional.empty()
+          : Optional.of(new Link(leg.call(), leg.isOnCallerSide(dialog.toTag())));
+    });
+  }
+
+  /** The caller was asked to send the INVITE, and keeps its side. */
+  private Optional<Link> referred(SipMessage invite, Frame frame, Moment now) {
+    referrals.removeIf(referral -> now.since(referral.time) > REFERRAL_MILLIS);
+    return referrals.stream().filter(referral -> referral.isFollowedBy(invite, frame)).findFirst().map(referral -> {
+      referral.leg.setReferred(false);
+      return new Link(referral.leg.call(), !referral.leg.isOnCallerSide(referral.refer.to().tag()));
+    });
+  }
+
+  private Optional<Link> named(SipMessage invite, Frame frame) {
+    return invite.extensions().stream().map(value -> byCallId.apply(value.split("[;,\\s]", 2)[0]))
+        .filter(leg -> leg != null).findFirst().map(leg -> connected(leg, frame));
+  }
+
+  private Optional<Link> sameSession(SipMessage invite, Frame frame) {
+    SipLeg leg = bySession.get(invite.sessionId());
+    return leg == null || leg.calling() == frame.source().ip() ? Optional.empty() : Optional.of(connected(leg, frame));
+  }
+
+  /** The host that was called on another leg sends this one on; or it calls both parties (RFC 3725). */
+  private static Link connected(SipLeg leg, Frame frame) {
+    int host = frame.source().ip();
+    List<SipLeg> legs = leg.call().sipLegs();
+    SipLeg incoming = legs.stream().filter(other -> other.hasCalled(host)).findFirst().orElse(null);
+    if (incoming != null) {
+      return new Link(leg.call(), incoming.isTurned());
+    }
+    return new Link(leg.call(), leg.calling() == host ? !leg.isTurned() : leg.isTurned());
+  }
+
+  /**
+   * A call manager that does not relay media offers the address of a party of a call. The party itself may use its
+   * address for another call.
+   */
+  private Optional<Link> sameMedia(SipMessage invite, Frame frame) {
+    int host = frame.source().ip();
+    return invite.sdp().stream().flatMap(sdp -> sdp.media().stream()).flatMap(media -> media.rtp().stream())
+        .flatMap(address -> uses.apply(address).stream().filter(use -> isManagedBy(use, host, address)))
+        .max(Comparator.comparingInt(use -> use.call().number()))
+        .map(use -> new Link((SipCall) use.call(), use.direction() == Direction.FROM_CALLER));
+  }
+
+  private static boolean isManagedBy(Call.Use use, int host, Endpoint address) {
+    return use.call() instanceof SipCall call && call.sipLegs().stream().anyMatch(leg -> leg.hasHost(host))
+        && call.sipLegs().stream().noneMatch(leg -> leg.isDescribedBy(host, address));
+  }
+
+  /**
+   * Returns another call with media between the same two addresses: a call manager has connected the parties directly.
+   * A call between the same hosts is an earlier one whose end was missed.
+   */
+  Optional<Link> sameStream(SipCall call) {
+    Map<Endpoint, Call.Use> own = call.destinations();
+    for (Map.Entry<Endpoint, Call.Use> first : own.entrySet()) {
+      for (Call.Use other : uses.apply(first.getKey())) {
+        if (other.call() instanceof SipCall candidate && candidate != call && !areParallel(call, candidate)
+            && haveOpposite(own, first.getValue().direction(), candidate.destinations(), other.direction())) {
+          return Optional.of(new Link(candidate, first.getValue().direction() != other.direction()));
+        }
+      }
+    }
+    return Optional.empty();
+  }
+
+  private static boolean areParallel(SipCall call, SipCall other) {
+    return call.sipLegs().stream().anyMatch(leg -> other.sipLegs().stream().anyMatch(leg::isParallelTo));
+  }
+
+  /** Whether two calls share a destination of the direction opposite to the given one of each. */
+  private static boolean haveOpposite(
+      Map<Endpoint, Call.Use> own, Direction ownDirection, Map<Endpoint, Call.Use> others, Direction otherDirection) {
+    return own.entrySet().stream().anyMatch(second -> {
+      Call.Use other = others.get(second.getKey());
+      return other != null && second.getValue().direction() != ownDirection && other.direction() != otherDirection
+          && other.media().rtp().filter(second.getKey()::equals).isPresent();
+    });
+  }
+
+  /** Records a REFER. */
+  void refer(SipLeg leg, SipMessage refer, Frame frame, Moment now) {
+    Referral referral = referrals.stream().filter(known -> known.isOf(leg, refer)).findFirst().orElse(null);
+    if (referral == null) {
+      referral = new Referral(leg, refer, now);
+      referrals.addLast(referral);
+      leg.setReferred(true);
+      if (referrals.size() > MAX_REFERRALS) {
+        referrals.removeFirst().leg.setReferred(false);
+      }
+    }
+    referral.askedHosts.add(frame.destination().ip());
+  }
+
+  /**
+   * Handles the final response to a REFER. Returns the call that the target gives up for this transfer. The target
+   * takes the side of the party that has asked for it.
+   */
+  Optional<Link> referAnswered(SipLeg leg, SipMessage response) {
+    Referral referral = referrals.stream().filter(known -> known.isOf(leg, response)).findFirst().orElse(null);
+    if (referral == null) {
+      return Optional.empty();
+    }
+    if (response.isFailure()) {
+      leg.setReferred(false);
+      referrals.remove(referral);
+      return Optional.empty();
+    }
+    return referral.refer.referredReplaces().flatMap(dialog -> {
+      SipLeg other = byCallId.apply(dialog.callId());
+      boolean fits = other != null && other.isParty(dialog.toTag()) && other.isParty(dialog.fromTag());
+      return !fits ? Optional.empty() : Optional.of(new Link(other.call(),
+          other.isOnCallerSide(dialog.toTag()) != leg.isOnCallerSide(referral.refer.from().tag())));
+    });
+  }
+}
