@@ -14,6 +14,7 @@
 #include "forwarding/Recalls.h"
 #include "forwarding/RecorderLinks.h"
 #include "forwarding/RtpDestinations.h"
+#include "network/ForwardClock.h"
 #include "network/NetworkStack.h"
 #include "queue/CaptureStamp.h"
 #include "settings/Settings.h"
@@ -37,6 +38,12 @@ class PacketRouter final : private NetworkSink {
   /// follow it.
   void takeFrame(const pcap_pkthdr& header, u_char* frame, int linkType, const CaptureStamp& stamp);
 
+  /// Does what is due in the network stack while no frame comes: early segments may be forwarded.
+  void expire();
+
+  /// Forwards what the network stack still has: no frame will come.
+  void flush() { network_->flush(); }
+
   /// Takes an Ethernet frame the plain way, whatever the settings are.
   void takePlainFrame(std::span<u_char> frame) { network_->takePlainFrame(frame); }
 
@@ -56,9 +63,10 @@ class PacketRouter final : private NetworkSink {
  private:
   void takeDatagram(const Datagram& datagram) override;
   void takeSegment(const Segment& segment) override;
-  void takeSipMessage(const FlowEnds& ends, std::span<const std::uint8_t> message) override;
-  void takeTpkt(const FlowEnds& ends, std::span<const std::uint8_t> tpkt) override;
+  void takeSipMessage(const FlowEnds& ends, Octets message, std::int64_t captured) override;
+  void takeTpkt(const FlowEnds& ends, Octets tpkt, std::int64_t captured) override;
   void refuseMessage(const FlowEnds& ends, std::uint64_t length) override;
+  void refuseTail(const FlowEnds& ends, std::size_t missing) override;
   void refuseHeader(const sniff_ip& ip) override;
   void refuseProtocol(const sniff_ip& ip) override;
   void refuseTcpHeader(int length) override;
@@ -66,6 +74,7 @@ class PacketRouter final : private NetworkSink {
 
   void drop(const Datagram& datagram);
   void forwardMade();
+  CaptureStamp stampAt(std::int64_t captured) const;
 
   RtpDestinations& destinations_;
   Recalls& recalls_;
@@ -75,6 +84,9 @@ class PacketRouter final : private NetworkSink {
   LookBack* lookBack_ = nullptr;
   Classifier classifier_;
   std::unique_ptr<NetworkStack> network_;
+  bool isPlain_ = true;  ///< the network stack takes no notice of time
+  ForwardClock clock_;   ///< of the network stack
+  bool hasLoggedTail_ = false;
   CaptureStamp stamp_;        ///< of the frame in work
   std::string description_;   ///< reused
   std::vector<u_char> made_;  ///< the frame that is no part of a captured one, reused

@@ -44,8 +44,8 @@ struct Statistics {
 
   Counter duplicatesDropped, duplicatesForgotten;
   Counter fragmentsHeld, fragmentsMalformed;
-  Counter datagramsReassembled, datagramsTimedOut, datagramsDisplaced, datagramsContradictory;
-  Counter segmentsFollowed, segmentsRetransmitted;
+  Counter datagramsReassembled, datagramsTimedOut, datagramsDisplaced, datagramsContradictory, datagramsMixed;
+  Counter segmentsFollowed, segmentsRetransmitted, segmentsCut;
   Counter streamMessages, streamMessagesTooLong;
   Counter streamGaps, streamsOutOfStep, streamsDisplaced;
 
@@ -167,16 +167,21 @@ inline constexpr StatisticsRow kStatisticsRows[] = {
      nullptr, "Datagrams put together of fragments.", statistics_shown::withReassembleFragments},
     {"datagramsTimedOut", &Statistics::datagramsTimedOut, StatisticsRow::Total, "incomplete_datagrams_total",
      "reason=\"time\"",
-     "Datagrams that did not become whole: 30 s are over, there were too many, fragments contradict each other.",
+     "Datagrams that did not become whole: 30 s are over, there were too many, fragments contradict each other, "
+     "or the checksum is wrong: they belong to different datagrams.",
      statistics_shown::withReassembleFragments},
     {"datagramsDisplaced", &Statistics::datagramsDisplaced, StatisticsRow::Total, "incomplete_datagrams_total",
      "reason=\"memory\"", "", statistics_shown::withReassembleFragments},
     {"datagramsContradictory", &Statistics::datagramsContradictory, StatisticsRow::Total, "incomplete_datagrams_total",
      "reason=\"contradiction\"", "", statistics_shown::withReassembleFragments},
+    {"datagramsMixed", &Statistics::datagramsMixed, StatisticsRow::Total, "incomplete_datagrams_total",
+     "reason=\"checksum\"", "", statistics_shown::withReassembleFragments},
     {"segmentsFollowed", &Statistics::segmentsFollowed, StatisticsRow::Total, "followed_segments_total", nullptr,
      "TCP segments with payload of streams that carry signalling.", statistics_shown::withReassembleTcp},
     {"segmentsRetransmitted", &Statistics::segmentsRetransmitted, StatisticsRow::Total, "retransmitted_segments_total",
      nullptr, "Followed segments without a new octet.", statistics_shown::withReassembleTcp},
+    {"segmentsCut", &Statistics::segmentsCut, StatisticsRow::Total, "cut_segments_total", nullptr,
+     "Followed segments that were longer than the snap length.", statistics_shown::withReassembleTcp},
     {"streamMessages", &Statistics::streamMessages, StatisticsRow::Total, "stream_messages_total", nullptr,
      "Messages found in TCP streams.", statistics_shown::withReassembleTcp},
     {"streamMessagesTooLong", &Statistics::streamMessagesTooLong, StatisticsRow::Total,
