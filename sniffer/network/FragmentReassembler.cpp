@@ -21,7 +21,9 @@ void store16(std::uint8_t* at, std::size_t value) {
   at[1] = static_cast<std::uint8_t>(value);
 }
 
-/// False when the packet is UDP with a checksum (RFC 768) that is wrong. A sender need not compute one: then it is 0.
+/// False when the packet is UDP with a checksum (RFC 768) that is wrong. A sender need not compute one:
+/// then it is 0. One that a network card was to compute, in a packet captured before the card, is the sum of the pseudo
+/// header.
 bool hasRightChecksum(Octets packet) {
   constexpr std::size_t kUdpLength = 8, kProtocol = 9, kAddresses = 12;
   if (packet[kProtocol] != IPPROTO_UDP) return true;
@@ -30,7 +32,10 @@ bool hasRightChecksum(Octets packet) {
   const auto length = static_cast<std::size_t>(udp[4] << 8 | udp[5]);
   if (length < kUdpLength || length > udp.size()) return false;
   const std::uint64_t pseudoHeader = htobe16(IPPROTO_UDP) + std::uint64_t{htobe16(static_cast<std::uint16_t>(length))};
-  return checksumOf(sumWords(udp.first(length), sumWords(packet.subspan(kAddresses, 8), pseudoHeader))) == 0;
+  const std::uint64_t partial = sumWords(packet.subspan(kAddresses, 8), pseudoHeader);
+  const std::uint16_t inPacket = static_cast<std::uint16_t>(udp[6] << 8 | udp[7]);
+  const bool isLeftToCard = inPacket == static_cast<std::uint16_t>(~checksumOf(partial));
+  return isLeftToCard || checksumOf(sumWords(udp.first(length), partial)) == 0;
 }
 
 }  // namespace

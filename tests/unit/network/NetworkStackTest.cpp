@@ -74,6 +74,7 @@ TEST(NetworkStack, UnwrapsWhatWrapsAndNothingElse) {
 TEST(NetworkStack, PutsFragmentsTogether) {
   const Bytes unchecked = udp(5000, text(std::string(40, 'a') + std::string(40, 'b')));
   const Bytes checked = udp(5000, text(std::string(40, 'a') + std::string(40, 'b')), 0x7CC8);
+  const Bytes leftToCard = udp(5000, text(std::string(40, 'a') + std::string(40, 'b')), 0x146C);
   const Bytes other = udp(5000, text(std::string(40, 'c') + std::string(40, 'd')), 0x2C78);
   const auto pieceOf = [](const Bytes& whole, std::size_t from, std::size_t to, int id = 7) {
     const int more = to < whole.size() ? 0x2000 : 0;
@@ -101,6 +102,7 @@ TEST(NetworkStack, PutsFragmentsTogether) {
       {"of two datagrams", {piece(0, 32), piece(0, 32, 9), piece(32, 88, 9), piece(32, 88)}, 2},
       {"malformed", {oddLength, beyond}, 0, 0, 2},
       {"with a checksum", {pieceOf(checked, 32, 88), pieceOf(checked, 0, 32)}, 1},
+      {"with a checksum that was left to the card", {pieceOf(leftToCard, 32, 88), pieceOf(leftToCard, 0, 32)}, 1},
       {"of two datagrams with one number", {pieceOf(checked, 0, 48), pieceOf(other, 48, 88)}, 0, 0, 0, 1},
   };
   for (const auto& one : cases) {
