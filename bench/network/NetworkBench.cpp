@@ -1,6 +1,8 @@
-// What each step of the network stack costs a frame, beside a copy of the frame in the same run.
+// What each step of the network stack costs a frame, beside a copy of the frame in the same run; and the most that a
+// single frame costs under attacks on what the stack keeps.
 
 #include <benchmark/benchmark.h>
+#include <time.h>
 
 #include <chrono>
 #include <cstring>
@@ -18,13 +20,12 @@ constexpr std::int64_t kApart = 10;  // microseconds: 100,000 frames a second
 struct NullSink final : NetworkSink {
   void takeDatagram(const Datagram& datagram) override { benchmark::DoNotOptimize(datagram.payload.data()); }
   void takeSegment(const Segment& segment) override { benchmark::DoNotOptimize(segment.payload.data()); }
-  void takeSipMessage(const FlowEnds&, std::span<const std::uint8_t> message) override {
+  void takeSipMessage(const FlowEnds&, Octets message, std::int64_t) override {
     benchmark::DoNotOptimize(message.data());
   }
-  void takeTpkt(const FlowEnds&, std::span<const std::uint8_t> tpkt) override {
-    benchmark::DoNotOptimize(tpkt.data());
-  }
+  void takeTpkt(const FlowEnds&, Octets tpkt, std::int64_t) override { benchmark::DoNotOptimize(tpkt.data()); }
   void refuseMessage(const FlowEnds&, std::uint64_t) override {}
+  void refuseTail(const FlowEnds&, std::size_t) override {}
   void refuseHeader(const sniff_ip&) override {}
   void refuseProtocol(const sniff_ip&) override {}
   void refuseTcpHeader(int) override {}
@@ -45,6 +46,11 @@ void run(benchmark::State& state, const NetworkOptions& options, std::vector<Byt
     change(frame, n++);
     return std::span(frame).first(frame.size() - kFrameSlack);
   };
+  const auto take = [&] {
+    const auto frame = next();
+    const auto time = static_cast<std::int64_t>(n) * kApart;
+    stack.takeFrame(frame, DLT_EN10MB, time, time);
+  };
   Bytes copy(65536);
   const auto timed = [&](auto&& work) {
     const auto start = std::chrono::steady_clock::now();
@@ -56,11 +62,11 @@ void run(benchmark::State& state, const NetworkOptions& options, std::vector<Byt
     std::memcpy(copy.data(), frame.data(), frame.size());
     benchmark::DoNotOptimize(copy.data());
   });
+  n = 0;
   for (auto _ : state) {
-    const auto frame = next();
-    stack.takeFrame(frame, DLT_EN10MB, static_cast<std::int64_t>(n) * kApart);
+    take();
   }
-  const double each = timed([&] { stack.takeFrame(next(), DLT_EN10MB, static_cast<std::int64_t>(n) * kApart); });
+  const double each = timed(take);
   state.counters["copy_ns"] = copying;
   state.counters["ratio_to_copy"] = each / copying;
 }
@@ -165,5 +171,147 @@ void twoFragments(benchmark::State& state) {
   run(state, with(&NetworkOptions::reassembleFragments), frames, [](Bytes&, std::uint64_t) {});
 }
 BENCHMARK(twoFragments);
+
+// ---- attacks ----
+
+/// Takes frames and keeps the highest processor time of one: not the clock's, which runs on while others have the
+/// processor.
+class Attack {
+ public:
+  explicit Attack(const NetworkOptions& options) : stack_(options, sink_) {}
+
+  void take(const Bytes& packet, std::int64_t time) {
+    Bytes frame = ethernet(0x0800, packet) + zeros(kFrameSlack);
+    const double before = processorTime();
+    stack_.takeFrame(std::span(frame).first(frame.size() - kFrameSlack), DLT_EN10MB, time, time);
+    worst_ = std::max(worst_, processorTime() - before);
+    ++frames_;
+  }
+
+  /// A segment of one of many streams.
+  void takeSegment(int stream, std::uint32_t sequence, const Bytes& payload, std::int64_t time, int flags = 0x10) {
+    take(Ip{.protocol = 6, .id = 0, .source = 0x0B000000 + static_cast<std::uint32_t>(stream)}(
+             tcp(sequence, payload, flags)),
+         time);
+  }
+
+  void report(benchmark::State& state) const {
+    state.counters["frames"] = static_cast<double>(frames_);
+    state.counters["worst_us"] = worst_;
+  }
+
+ private:
+  static double processorTime() {
+    timespec time;
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
+    return static_cast<double>(time.tv_sec) * 1e6 + static_cast<double>(time.tv_nsec) / 1e3;
+  }
+
+  NullSink sink_;
+  NetworkStack stack_;
+  double worst_ = 0;
+  std::uint64_t frames_ = 0;
+};
+
+template <class Work>
+void attack(benchmark::State& state, bool NetworkOptions::*option, Work work) {
+  for (auto _ : state) {
+    Attack frames(with(option));
+    work(frames);
+    frames.report(state);
+  }
+}
+
+constexpr auto kTcp = &NetworkOptions::reassembleTcp;
+const Bytes kStart = text("OPTIONS sip:a@b SIP/2.0\r\nl: 0\r\n\r\n");
+
+/// Streams full of holes, all of which are given up at the same time.
+void attackWithHoles(benchmark::State& state) {
+  attack(state, kTcp, [](Attack& frames) {
+    constexpr int kStreams = 250, kHoles = 4'020;
+    std::int64_t time = 0;
+    for (int stream = 0; stream < kStreams; ++stream) frames.takeSegment(stream, 0, kStart, 0);
+    for (int hole = kHoles; hole > 0; --hole) {
+      for (int stream = 0; stream < kStreams; ++stream) {
+        frames.takeSegment(stream, static_cast<std::uint32_t>(100 + 2 * hole), {'x'}, ++time);
+      }
+    }
+    for (int i = 0; i < 50'000; ++i) frames.takeSegment(0, 50, {'x'}, time + 2'000'001);
+  });
+}
+BENCHMARK(attackWithHoles)->Iterations(1);
+
+/// A hole before a header that comes octet by octet, in many segments.
+void attackWithOctets(benchmark::State& state, const Bytes& octets, const Bytes& handshake) {
+  attack(state, kTcp, [&](Attack& frames) {
+    constexpr std::uint32_t kFirst = 1;
+    frames.takeSegment(0, kFirst - 1, {}, 0, 0x02);
+    const auto at = kFirst + static_cast<std::uint32_t>(handshake.size());
+    for (std::uint32_t i = 1; i < octets.size(); ++i) frames.takeSegment(0, at + i, {octets[i]}, i);
+    frames.takeSegment(0, kFirst, handshake + Bytes{octets[0]}, 10'000);
+    for (int i = 0; i < 1'000; ++i) frames.takeSegment(0, 0, {'x'}, 20'000);
+  });
+}
+void attackWithLongLine(benchmark::State& state) {
+  attackWithOctets(state, text("OPTIONS sip:" + std::string(8'100, 'a')), {});
+}
+BENCHMARK(attackWithLongLine)->Iterations(1);
+void attackWithLongHeader(benchmark::State& state) {
+  attackWithOctets(state, kStart + text(std::string(30'000, '\r')), kStart);
+}
+BENCHMARK(attackWithLongHeader)->Iterations(1);
+
+/// Large segments in which a message could begin everywhere.
+void attackWithBeginnings(benchmark::State& state, const std::string& opening, const std::string& beginning) {
+  attack(state, kTcp, [&](Attack& frames) {
+    frames.takeSegment(0, 0, {}, 0, 0x02);
+    frames.takeSegment(0, 1, text(opening), 0);
+    std::string many;
+    while (many.size() + beginning.size() < 65'000) many += beginning;
+    auto at = static_cast<std::uint32_t>(1 + opening.size() + 10);  // a hole: the stream is out of step
+    for (int i = 0; i < 20; ++i, at += static_cast<std::uint32_t>(many.size())) {
+      frames.takeSegment(0, at, text(many), 3'000'000 + i);
+      frames.takeSegment(1, 0, {}, 6'000'000 + i, 0x02);
+    }
+  });
+}
+void attackWithTpkts(benchmark::State& state) {
+  attackWithBeginnings(state, {"\3\0\0\5x", 5}, {"\3\0\1", 3});
+}
+BENCHMARK(attackWithTpkts)->Iterations(1);
+void attackWithStartLines(benchmark::State& state) {
+  attackWithBeginnings(state, "OPTIONS sip:a@b SIP/2.0\r\nl: 0\r\n\r\n", "A a:b SIP/2.0\n");
+}
+BENCHMARK(attackWithStartLines)->Iterations(1);
+void attackWithFrames(benchmark::State& state) {
+  attackWithBeginnings(state, "GET / HTTP/1.1\r\nSec-WebSocket-Protocol: sip\r\n\r\n",
+                       "\x81\x7D"
+                       "A a:b");
+}
+BENCHMARK(attackWithFrames)->Iterations(1);
+
+/// More early data than the memory takes, in large and in small streams.
+void attackOnMemory(benchmark::State& state) {
+  attack(state, kTcp, [](Attack& frames) {
+    std::int64_t time = 0;
+    for (int stream = 0; stream < 600; ++stream) {
+      frames.takeSegment(stream, 0, kStart, time);
+      for (std::uint32_t i = 0; i < 1'900; ++i) frames.takeSegment(stream, 1'000 + 2 * i, {'x'}, ++time);
+    }
+    for (int stream = 1'000; stream < 61'000; ++stream) {
+      frames.takeSegment(stream, 0, text("OPTIONS sip:a@b SIP/2.0\r\n") + zeros(1'300), ++time);
+    }
+  });
+}
+BENCHMARK(attackOnMemory)->Iterations(1);
+
+/// As many incomplete datagrams as are kept, all of which are too old at the same time.
+void attackWithFragments(benchmark::State& state) {
+  attack(state, &NetworkOptions::reassembleFragments, [](Attack& frames) {
+    for (int id = 0; id < 5'000; ++id) frames.take(Ip{.id = id, .fragment = 0x2000 + 200}(zeros(800)), id);
+    for (int id = 0; id < 200; ++id) frames.take(Ip{.id = id, .fragment = 0x2000}(zeros(800)), 40'000'000);
+  });
+}
+BENCHMARK(attackWithFragments)->Iterations(1);
 
 }  // namespace

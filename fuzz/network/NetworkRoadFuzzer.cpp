@@ -1,32 +1,64 @@
-// Frames in, forwarded frames out, under all settings at once. Input: frames, each behind its length in two bytes; the
-// first octet of each tells its link type (3 bits) and by which power of two of microseconds time has gone on (5 bits).
-// Each stands in memory of its own, so that no byte beside it is read unnoticed. Every frame has to be in one figure.
+// Frames in, datagrams and messages out, under all options at once. Input: frames, each after its length in two bytes;
+// the first octet of each is its link type (3 bits) and a step of time (5 bits): a power of two of microseconds, or one
+// of the special steps below. Each frame is in memory of its own, so that no byte after it is read unnoticed. The
+// limits are small, so that they are reached. Each frame has to be counted once.
 
-#include <log4cxx/logger.h>
+#include <pcap/dlt.h>
+
 #include <cstdlib>
-#include <memory>
+#include <vector>
 
-#include "support/Frames.h"
+#include "base/FrameLimits.h"
+#include "network/ForwardClock.h"
+#include "network/NetworkStack.h"
 #include "support/Split.h"
 
 using namespace voip;
 
 namespace {
 
+constexpr int kClockSetBack = 31, kOtherDevice = 30, kPause = 29;
+
 void require(bool condition) {
   if (!condition) std::abort();
 }
 
-struct CheckingConnection : BaseConnection {
-  bool receiveRequest(SnifferRequest&) override { return false; }
-  void closeConnection() override {}
-  int sendPacket(u_char* buffer, int length) override {
-    require(length > 15 && length <= 65535 && (buffer[0] << 8 | buffer[1]) == length);
-    require(buffer[2] == 1 || buffer[2] == 2 || (buffer[2] == 4 && buffer[length - 1] == 0));
-    unsigned sum = 0;  // reads each byte
-    for (int i = 15; i < length; ++i) sum += buffer[i];
-    require(sum <= 255U * 65535);
-    return length;
+/// Reads each byte of what it gets, and counts the frames.
+class CheckingSink final : public NetworkSink {
+ public:
+  void takeDatagram(const Datagram& datagram) override {
+    read(datagram.payload);
+    ++frames;
+  }
+  void takeSegment(const Segment& segment) override {
+    read(segment.payload);
+    ++frames;
+  }
+  void takeSipMessage(const FlowEnds&, Octets message, std::int64_t) override {
+    require(!message.empty() && message.size() <= kMaxMessage);
+    read(message);
+  }
+  void takeTpkt(const FlowEnds&, Octets tpkt, std::int64_t) override {
+    require(tpkt.size() > 4 && tpkt[0] == 3 && tpkt.size() == static_cast<std::size_t>(tpkt[2] << 8 | tpkt[3]));
+    read(tpkt);
+  }
+  void refuseMessage(const FlowEnds&, std::uint64_t length) override { require(length > kMaxMessage); }
+  void refuseTail(const FlowEnds&, std::size_t missing) override { require(missing > 0 && missing <= 65535); }
+  void refuseHeader(const sniff_ip&) override { ++frames; }
+  void refuseProtocol(const sniff_ip&) override { ++frames; }
+  void refuseTcpHeader(int) override { ++frames; }
+  void count(NetworkCount what) override {
+    frames += what == NetworkCount::kOtherDropped || what == NetworkCount::kTcpDropped ||
+              what == NetworkCount::kDuplicatesDropped || what == NetworkCount::kFragmentsHeld ||
+              what == NetworkCount::kSegmentsFollowed;
+  }
+
+  std::uint64_t frames = 0;
+
+ private:
+  static void read(Octets octets) {
+    volatile std::uint8_t sum = 0;
+    for (const std::uint8_t octet : octets) sum = static_cast<std::uint8_t>(sum ^ octet);
   }
 };
 
@@ -35,31 +67,31 @@ struct CheckingConnection : BaseConnection {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
   constexpr int kLinkTypes[] = {DLT_EN10MB, DLT_LINUX_SLL, DLT_LINUX_SLL2, DLT_RAW,
                                 DLT_NULL,   DLT_LOOP,      DLT_IPV4,       DLT_EN10MB};
-  log4cxx::Logger::getRootLogger()->setLevel(log4cxx::Level::getOff());
-  SngDissector dissector;
-  Settings settings;
-  settings.decapsulate = settings.reassembleFragments = settings.reassembleTcp = settings.dropDuplicates = true;
-  settings.sipAnyUri = true;
-  dissector.setSettings(settings);
-  dissector.setConnections(std::make_unique<CheckingConnection>(), nullptr);
-  for (const u_int host : {1U, 2U}) dissector.addRtp(0x0A140000 + host, host == 1 ? 30000 : 40000);  // those of the corpus
-  std::int64_t time = 0;
-  std::uint64_t count = 0;
-  for (Split frames(data, size); frames.more();) {
-    const Bytes piece = frames.next();
+  const NetworkLimits limits = {.streams = 8,
+                                .openings = 2,
+                                .streamMemory = 16'384,
+                                .earlyMemory = 4'096,
+                                .datagrams = 4,
+                                .datagramMemory = 8'192,
+                                .duplicateBuckets = 2};
+  CheckingSink sink;
+  NetworkStack stack({true, true, true, true}, sink, limits);
+  ForwardClock clock;
+  std::int64_t captured = 10'000'000'000, monotonic = 1;
+  std::uint64_t frames = 0;
+  for (Split pieces(data, size); pieces.more();) {
+    const Bytes piece = pieces.next();
     if (piece.empty()) continue;
-    time += std::int64_t{1} << (piece[0] >> 3);
-    std::vector<u_char> frame = withSlack(Bytes(piece.begin() + 1, piece.end()));
-    const auto length = static_cast<bpf_u_int32>(piece.size() - 1);
-    const pcap_pkthdr header{{time / 1'000'000, time % 1'000'000}, length, length};
-    dissector.processFrame(header, frame.data(), kLinkTypes[piece[0] & 7]);
-    ++count;
+    const int step = piece[0] >> 3;
+    captured += step == kClockSetBack ? -3'600'000'000 : step == kOtherDevice ? -40'000 : std::int64_t{1} << step;
+    if (step == kPause) stack.expire(clock.advance(monotonic += 1'000'000));
+    std::vector<std::uint8_t> frame(piece.begin() + 1, piece.end());
+    const std::size_t length = frame.size();
+    frame.resize(length + kFrameSlack);
+    stack.takeFrame(std::span(frame).first(length), kLinkTypes[piece[0] & 7], captured, clock.at(captured, monotonic));
+    ++frames;
   }
-  const Statistics& figures = dissector.getStatistics();
-  require(figures.sipForwarded + figures.rtpForwarded + figures.h323Forwarded + figures.udpDropped +
-              figures.tcpDropped + figures.otherDropped + figures.duplicatesDropped + figures.fragmentsHeld +
-              figures.segmentsFollowed ==
-          count + figures.streamMessages);
-  dissector.signalEnd();
+  require(sink.frames == frames);
+  stack.flush();
   return 0;
 }

@@ -1,7 +1,10 @@
 #include "dissection/PacketRouter.h"
 
+#include <time.h>
+
 #include <cstdio>
 #include <iterator>
+#include <utility>
 
 #include "base/DottedDecimal.h"
 #include "base/FrameLimits.h"
@@ -19,17 +22,27 @@ NetworkOptions optionsOf(const Settings& settings) {
 
 /// The counters in the order of NetworkCount.
 constexpr Statistics::Counter Statistics::*kCounters[] = {
-    &Statistics::otherDropped,         &Statistics::tcpDropped,
-    &Statistics::duplicatesDropped,    &Statistics::duplicatesForgotten,
-    &Statistics::fragmentsHeld,        &Statistics::fragmentsMalformed,
-    &Statistics::datagramsReassembled, &Statistics::datagramsTimedOut,
-    &Statistics::datagramsDisplaced,   &Statistics::datagramsContradictory,
-    &Statistics::segmentsFollowed,     &Statistics::segmentsRetransmitted,
-    &Statistics::streamMessages,       &Statistics::streamMessagesTooLong,
-    &Statistics::streamGaps,           &Statistics::streamsOutOfStep,
+    &Statistics::otherDropped,           &Statistics::tcpDropped,        &Statistics::duplicatesDropped,
+    &Statistics::duplicatesForgotten,    &Statistics::fragmentsHeld,     &Statistics::fragmentsMalformed,
+    &Statistics::datagramsReassembled,   &Statistics::datagramsTimedOut, &Statistics::datagramsDisplaced,
+    &Statistics::datagramsContradictory, &Statistics::datagramsMixed,    &Statistics::segmentsFollowed,
+    &Statistics::segmentsRetransmitted,  &Statistics::segmentsCut,       &Statistics::streamMessages,
+    &Statistics::streamMessagesTooLong,  &Statistics::streamGaps,        &Statistics::streamsOutOfStep,
     &Statistics::streamsDisplaced,
 };
 static_assert(std::size(kCounters) == static_cast<std::size_t>(NetworkCount::kStreamsDisplaced) + 1);
+
+/// The machine's monotonic clock in microseconds, to a few milliseconds: it is read for each frame.
+std::int64_t monotonic() {
+  timespec time;
+  clock_gettime(CLOCK_MONOTONIC_COARSE, &time);
+  return time.tv_sec * std::int64_t{1'000'000} + time.tv_nsec / 1000;
+}
+
+std::string describe(const FlowEnds& ends) {
+  return dottedDecimal(ends.source) + ":" + std::to_string(ends.sourcePort) + " to " + dottedDecimal(ends.destination) +
+         ":" + std::to_string(ends.destinationPort);
+}
 
 void logRefusal(const char* heading, const sniff_ip& ip) {
   // The 16-bit fields are printed in the byte order of the host, without conversion.
@@ -57,6 +70,7 @@ void PacketRouter::configure(const Settings& settings, LookBack* lookBack) {
   classifier_.setSipAnyUri(settings.sipAnyUri);
   followsStreams_ = settings.reassembleTcp;
   network_ = std::make_unique<NetworkStack>(optionsOf(settings), static_cast<NetworkSink&>(*this));
+  isPlain_ = !settings.dropDuplicates && !settings.reassembleFragments && !settings.reassembleTcp;
 }
 
 // ---- frames ----
@@ -65,7 +79,11 @@ void PacketRouter::takeFrame(const pcap_pkthdr& header, u_char* frame, int linkT
   stamp_ = stamp;
   if (followsStreams_) classifier_.h323Parser().beginSegment();
   const std::int64_t time = std::int64_t{header.ts.tv_sec} * 1'000'000 + header.ts.tv_usec;
-  network_->takeFrame({frame, header.len}, linkType, time);
+  network_->takeFrame({frame, header.len}, linkType, time, isPlain_ ? 0 : clock_.at(time, monotonic()));
+}
+
+void PacketRouter::expire() {
+  if (!isPlain_) network_->expire(clock_.advance(monotonic()));
 }
 
 void PacketRouter::takePlainUdp(std::span<u_char> frame, std::size_t offset) {
@@ -106,11 +124,18 @@ void PacketRouter::takeSegment(const Segment& segment) {
   }
 }
 
-void PacketRouter::takeTpkt(const FlowEnds& ends, std::span<const std::uint8_t> tpkt) {
-  forwardDescription(ends, {const_cast<u_char*>(tpkt.data()), tpkt.size()});  // which is only read
+/// The stamp of an item that was captured then, before the frame in work.
+CaptureStamp PacketRouter::stampAt(std::int64_t captured) const {
+  return {captured, stamp_.seen - (stamp_.captured - captured)};
 }
 
-void PacketRouter::takeSipMessage(const FlowEnds& ends, std::span<const std::uint8_t> message) {
+void PacketRouter::takeTpkt(const FlowEnds& ends, Octets tpkt, std::int64_t captured) {
+  const CaptureStamp inWork = std::exchange(stamp_, stampAt(captured));
+  forwardDescription(ends, {const_cast<u_char*>(tpkt.data()), tpkt.size()});  // it is only read
+  stamp_ = inWork;
+}
+
+void PacketRouter::takeSipMessage(const FlowEnds& ends, Octets message, std::int64_t captured) {
   made_.assign(kForwardedHeader, 0);
   made_.insert(made_.end(), message.begin(), message.end());
   made_.resize(made_.size() + kFrameSlack);
@@ -121,7 +146,9 @@ void PacketRouter::takeSipMessage(const FlowEnds& ends, std::span<const std::uin
   }
   classifier_.setClass(FrameProtocol::Sip, ends, message.size());
   made_.resize(kForwardedHeader + message.size());
+  const CaptureStamp inWork = std::exchange(stamp_, stampAt(captured));
   forwardMade();
+  stamp_ = inWork;
 }
 
 void PacketRouter::forwardDescription(const FlowEnds& ends, std::span<u_char> octets) {
@@ -184,9 +211,15 @@ void PacketRouter::refuseTcpHeader(int length) {
 }
 
 void PacketRouter::refuseMessage(const FlowEnds& ends, std::uint64_t length) {
-  logger().warn("A message of " + std::to_string(length) + " bytes from " + dottedDecimal(ends.source) + ":" +
-                std::to_string(ends.sourcePort) + " to " + dottedDecimal(ends.destination) + ":" +
-                std::to_string(ends.destinationPort) + " over TCP does not fit a frame, not sent");
+  logger().warn("A message of " + std::to_string(length) + " bytes from " + describe(ends) +
+                " over TCP does not fit a frame, not sent");
+}
+
+void PacketRouter::refuseTail(const FlowEnds& ends, std::size_t missing) {
+  if (std::exchange(hasLoggedTail_, true)) return;
+  logger().warn(
+      "A segment from " + describe(ends) + " was captured without its last " + std::to_string(missing) +
+      " bytes: it is longer than the snap length. Messages in such segments are lost; segmentsCut counts them");
 }
 
 void PacketRouter::count(NetworkCount what) {

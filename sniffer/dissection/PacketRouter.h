@@ -15,6 +15,7 @@
 #include "forwarding/Recalls.h"
 #include "forwarding/RecorderLinks.h"
 #include "forwarding/RtpDestinations.h"
+#include "network/ForwardClock.h"
 #include "network/NetworkStack.h"
 #include "queue/CaptureStamp.h"
 #include "settings/Settings.h"
@@ -40,6 +41,12 @@ class PacketRouter final : private NetworkSink {
   /// the frame. kFrameSlack zeroed bytes must follow it. It must stay valid until the forwarder's flush().
   void takeFrame(const pcap_pkthdr& header, u_char* frame, int linkType, const CaptureStamp& stamp);
 
+  /// Does what is due in the network stack while no frame comes: early segments may be forwarded.
+  void expire();
+
+  /// Forwards what the network stack still has: no frame will come.
+  void flush() { network_->flush(); }
+
   /// Takes an Ethernet frame the plain way, whatever the settings are. Otherwise as takeFrame().
   void takePlainFrame(std::span<u_char> frame) { network_->takePlainFrame(frame); }
 
@@ -58,9 +65,10 @@ class PacketRouter final : private NetworkSink {
  private:
   void takeDatagram(const Datagram& datagram) override;
   void takeSegment(const Segment& segment) override;
-  void takeSipMessage(const FlowEnds& ends, std::span<const std::uint8_t> message) override;
-  void takeTpkt(const FlowEnds& ends, std::span<const std::uint8_t> tpkt) override;
+  void takeSipMessage(const FlowEnds& ends, Octets message, std::int64_t captured) override;
+  void takeTpkt(const FlowEnds& ends, Octets tpkt, std::int64_t captured) override;
   void refuseMessage(const FlowEnds& ends, std::uint64_t length) override;
+  void refuseTail(const FlowEnds& ends, std::size_t missing) override;
   void refuseHeader(const sniff_ip& ip) override;
   void refuseProtocol(const sniff_ip& ip) override;
   void refuseTcpHeader(int length) override;
@@ -69,6 +77,7 @@ class PacketRouter final : private NetworkSink {
   void drop(const Datagram& datagram);
   bool hasToWait();
   void forwardMade();
+  CaptureStamp stampAt(std::int64_t captured) const;
 
   const Recalls& recalls_;
   CatchUp& catchUp_;
@@ -79,6 +88,9 @@ class PacketRouter final : private NetworkSink {
   Classifier classifier_;
   bool followsStreams_ = false;
   std::unique_ptr<NetworkStack> network_;
+  bool isPlain_ = true;  ///< the network stack takes no notice of time
+  ForwardClock clock_;   ///< of the network stack
+  bool hasLoggedTail_ = false;
   CaptureStamp stamp_;        ///< of the current frame
   std::string description_;   ///< the current H.323 description; reused
   std::vector<u_char> made_;  ///< a frame that is no part of a captured frame; reused

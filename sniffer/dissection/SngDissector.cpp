@@ -128,11 +128,16 @@ void SngDissector::consumePacket() {
     forwarder_.dropGroup();  // its bytes belong to the batch
     throw;
   }
-  if (engineHasEnded()) packetQueue_.clearFromConsumer();
+  if (!engineHasEnded()) return;
+  router_.flush();
+  forwarder_.flush();
+  packetQueue_.clearFromConsumer();
 }
 
 /// Does the work that no packet causes, then waits for packets. Returns false when there are none.
 bool SngDissector::takeBatch() {
+  router_.expire();
+  forwarder_.flush();
   catchUp_.takeRequests();
   sendMissedSignalling();
   const bool hasMore = catchUp_.step();

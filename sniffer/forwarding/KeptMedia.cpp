@@ -53,18 +53,18 @@ std::uint64_t KeptMedia::hashOf(std::uint64_t key) const {
 KeptMedia::Newest& KeptMedia::newestOf(std::uint64_t key) {
   const std::uint64_t hash = hashOf(key);
   if (Newest* found = newest_.find(key, hash)) {
-    newest_.touch(*found);
+    newest_.move(*found);
     return *found;
   }
   forgetEmptied(2);
-  if (newest_.full()) newest_.erase(*newest_.oldestValue());
+  if (newest_.isFull()) newest_.erase(*newest_.oldest());
   return newest_.insert(key, hash);
 }
 
 /// Forgets destinations whose frames have all been dropped, a few at a time, so that no frame is delayed.
 void KeptMedia::forgetEmptied(int atMost) {
-  while (atMost-- > 0 && newest_.size() > 0 && !isKept(newest_.oldestValue()->number)) {
-    newest_.erase(*newest_.oldestValue());
+  while (atMost-- > 0 && newest_.size() > 0 && !isKept(newest_.oldest()->number)) {
+    newest_.erase(*newest_.oldest());
   }
 }
 

@@ -8,10 +8,10 @@
 #include <vector>
 
 #include "base/BlockPool.h"
+#include "base/LruTable.h"
+#include "base/SeededHash.h"
 #include "forwarding/KeptFrame.h"
 #include "forwarding/RtpAddr.h"
-#include "network/LruTable.h"
-#include "network/SeededHash.h"
 #include "statistics/Statistics.h"
 
 namespace voip {

@@ -10,50 +10,51 @@
 
 namespace voip {
 
-/// Reads fields in network byte order off the front of captured bytes, and never beyond their end. A read that the end
-/// cuts off answers 0, takes all that is left and is remembered: ok() need be asked only where it matters.
+/// Reads fields in network byte order from the front of captured bytes, never beyond their end. A read that the end
+/// cuts off returns 0, takes all that is left and is remembered, so ok() needs to be checked only where the value
+/// matters.
 class ByteReader {
  public:
-  explicit ByteReader(std::span<const std::uint8_t> bytes) : all(bytes), end(bytes.size()) {}
+  explicit ByteReader(std::span<const std::uint8_t> bytes) : all_(bytes), end_(bytes.size()) {}
 
   std::uint8_t u8() { return number<std::uint8_t>(); }
   std::uint16_t u16() { return be16toh(number<std::uint16_t>()); }
   std::uint32_t u32() { return be32toh(number<std::uint32_t>()); }
 
   void skip(std::size_t length) {
-    cut |= length > left();
-    at += std::min(length, left());
+    isCut_ |= length > left();
+    at_ += std::min(length, left());
   }
 
-  /// A length field says that nothing that belongs here comes after `length` more bytes.
-  void limit(std::size_t length) { end = at + std::min(length, left()); }
+  /// Ends the bytes after `length` more, as a length field says.
+  void limit(std::size_t length) { end_ = at_ + std::min(length, left()); }
 
-  /// The byte that comes next, or 0.
-  std::uint8_t peek() const { return left() > 0 ? all[at] : std::uint8_t{0}; }
+  /// Returns the next byte without taking it, or 0 at the end.
+  std::uint8_t peek() const { return left() > 0 ? all_[at_] : std::uint8_t{0}; }
 
-  bool ok() const { return !cut; }
-  std::size_t position() const { return at; }
-  std::size_t left() const { return end - at; }
-  std::span<const std::uint8_t> rest() const { return all.subspan(at, left()); }
+  bool ok() const { return !isCut_; }
+  std::size_t position() const { return at_; }
+  std::size_t left() const { return end_ - at_; }
+  std::span<const std::uint8_t> rest() const { return all_.subspan(at_, left()); }
 
  private:
   template <class Number>
   Number number() {
     if (sizeof(Number) > left()) {
-      cut = true;
-      at = end;
+      isCut_ = true;
+      at_ = end_;
       return 0;
     }
     Number value;
-    std::memcpy(&value, all.data() + at, sizeof value);
-    at += sizeof value;
+    std::memcpy(&value, all_.data() + at_, sizeof value);
+    at_ += sizeof value;
     return value;
   }
 
-  std::span<const std::uint8_t> all;
-  std::size_t at = 0;
-  std::size_t end;
-  bool cut = false;
+  std::span<const std::uint8_t> all_;
+  std::size_t at_ = 0;
+  std::size_t end_;
+  bool isCut_ = false;
 };
 
 }  // namespace voip

@@ -4,6 +4,7 @@
 
 #include "network/ByteReader.h"
 #include "network/EtherType.h"
+#include "network/InternetChecksum.h"
 #include "network/Ipv4.h"
 
 namespace voip {
@@ -15,17 +16,43 @@ constexpr int kIpv6InIp = 41;
 constexpr int kGre = 47;
 constexpr int kVxlanPort = 4789;
 constexpr int kGenevePort = 6081;
-constexpr std::uint16_t kNothing = 0;  // nothing in there that is known
+constexpr std::uint16_t kNothing = 0;  // nothing that is known
 
-/// One walk from the outside in. Each step takes a header off and answers what comes next, as an EtherType.
+bool isTag(std::uint16_t etherType) {
+  return etherType == kEtherVlan || etherType == kEtherServiceVlan || etherType == kEtherOldQinQ;
+}
+
+bool hasRightChecksum(Octets packet) {
+  const auto header = Ipv4Header::read(packet);
+  return header && checksumOf(sumWords(packet.first(header->length))) == 0;
+}
+
+bool looksLikeIp(std::uint16_t etherType, Octets packet) {
+  if (etherType == kEtherIpv4) return Ipv4Header::read(packet).has_value();
+  return etherType == kEtherIpv6 && !packet.empty() && packet[0] >> 4 == 6;
+}
+
+/// An Ethernet frame, with tags or without, that has an IP packet inside.
+bool looksLikeEthernet(Octets frame) {
+  ByteReader reader(frame);
+  reader.skip(12);
+  std::uint16_t type = reader.u16();
+  while (reader.ok() && isTag(type)) {
+    reader.skip(2);
+    type = reader.u16();
+  }
+  return looksLikeIp(type, reader.rest());
+}
+
+/// One walk from the outside to the inside. Each step removes a header and returns the EtherType of what follows.
 class Walk {
  public:
-  Walk(std::span<const std::uint8_t> all, int layers) : bytes(all), reader(all) { packet.layers = layers; }
+  Walk(Octets bytes, int layers) : reader_(bytes) { packet_.layers = layers; }
 
   std::optional<InnerPacket> from(const LinkHeader& start) {
-    reader.skip(start.length);
-    for (std::uint16_t next = start.etherType; next != kNothing && reader.ok();) next = step(next);
-    return found;
+    reader_.skip(start.length);
+    for (std::uint16_t next = start.etherType; next != kNothing && reader_.ok();) next = step(next);
+    return found_;
   }
 
  private:
@@ -40,7 +67,7 @@ class Walk {
       case kEtherOldQinQ:
         return oneMore() ? tags() : kNothing;
       case kEtherErspan:
-        return erspan();  // GRE has been counted for it
+        return erspan();  // GRE was counted as its layer
       case kEtherErspanIII:
         return erspanIII();
       default:
@@ -49,7 +76,7 @@ class Walk {
   }
 
   std::uint16_t tunnel(std::uint16_t type) {
-    packet.tunnelled = true;
+    packet_.isTunnelled = true;
     switch (type) {
       case kEtherMpls:
       case kEtherMplsMulticast:
@@ -63,64 +90,69 @@ class Walk {
     }
   }
 
-  bool oneMore() { return ++packet.layers <= Decapsulator::kMaxLayers; }
+  bool oneMore() { return ++packet_.layers <= Decapsulator::kMaxLayers; }
 
   std::uint16_t ethernet() {
-    reader.skip(12);
-    return reader.u16();
+    reader_.skip(12);
+    return reader_.u16();
   }
 
   std::uint16_t tags() {
     std::uint16_t type = kEtherVlan;
-    while (reader.ok() && (type == kEtherVlan || type == kEtherServiceVlan || type == kEtherOldQinQ)) {
-      reader.skip(2);
-      type = reader.u16();
+    while (reader_.ok() && isTag(type)) {
+      reader_.skip(2);
+      type = reader_.u16();
     }
     return type;
   }
 
-  /// Labels do not tell what they carry: IP, or Ethernet with a control word in front (RFC 4448) or without.
+  /// Labels do not say what follows them: IP, or Ethernet with a control word (RFC 4448) or without. A MAC address may
+  /// begin like any of them, so what makes sense as a whole is taken.
   std::uint16_t labels() {
-    while (reader.ok() && (reader.u32() & 0x100) == 0) {
+    constexpr std::size_t kControlWord = 4;
+    while (reader_.ok() && (reader_.u32() & 0x100) == 0) {
     }
-    const int first = reader.peek() >> 4;
-    if (first == 4) return kEtherIpv4;
-    if (first == 6) return kEtherIpv6;
-    if (first == 0) reader.skip(4);
-    return ethernet();
+    const Octets rest = reader_.rest();
+    const int version = reader_.peek() >> 4;
+    if (version == 4 && hasRightChecksum(rest)) return kEtherIpv4;
+    if (looksLikeEthernet(rest)) return ethernet();
+    if (version == 0) reader_.skip(kControlWord);
+    return version == 4 ? kEtherIpv4 : version == 6 ? kEtherIpv6 : ethernet();
   }
 
   std::uint16_t pppoe() {
-    if (reader.u16() != 0x1100) return kNothing;  // version 1, type 1, session data
-    reader.skip(2);
-    reader.limit(reader.u16());
-    const unsigned protocol = reader.peek() % 2 == 1 ? reader.u8() : reader.u16();  // one octet when it is compressed
+    if (reader_.u16() != 0x1100) return kNothing;  // version 1, type 1, session data
+    reader_.skip(2);
+    reader_.limit(reader_.u16());
+    const unsigned protocol =
+        reader_.peek() % 2 == 1 ? reader_.u8() : reader_.u16();  // one octet when it is compressed
     if (protocol == 0x0021) return kEtherIpv4;
     if (protocol == 0x0057) return kEtherIpv6;
     return protocol == 0x0281 ? kEtherMpls : kNothing;
   }
 
   std::uint16_t ipv4() {
-    const auto header = Ipv4Header::read(reader.rest());
+    const auto header = Ipv4Header::read(reader_.rest());
     if (!header) return kNothing;
-    packet.offset = reader.position();
-    packet.length = header->total;
-    found = packet;
+    packet_.offset = reader_.position();
+    packet_.length = header->total;
+    found_ = packet_;
     if (header->isFragment()) return kNothing;
-    reader.limit(header->total);
-    reader.skip(header->length);
+    reader_.limit(header->total);
+    reader_.skip(header->length);
     return transport(header->protocol);
   }
 
   std::uint16_t ipv6() {
-    if (reader.u32() >> 28 != 6) return kNothing;
-    const std::uint16_t length = reader.u16();
-    unsigned protocol = reader.u8();
-    reader.skip(1 + 2 * 16);
-    if (length > 0) reader.limit(length);
-    while (reader.ok() && (protocol == IPPROTO_HOPOPTS || protocol == IPPROTO_ROUTING || protocol == IPPROTO_DSTOPTS)) {
-      protocol = reader.u8();
-      reader.skip(reader.u8() * std::size_t{8} + 6);
+    if (reader_.u32() >> 28 != 6) return kNothing;
+    const std::uint16_t length = reader_.u16();
+    unsigned protocol = reader_.u8();
+    reader_.skip(1 + 2 * 16);
+    if (length > 0) reader_.limit(length);
+    while (reader_.ok() &&
+           (protocol == IPPROTO_HOPOPTS || protocol == IPPROTO_ROUTING || protocol == IPPROTO_DSTOPTS)) {
+      protocol = reader_.u8();
+      reader_.skip(reader_.u8() * std::size_t{8} + 6);
     }
     return transport(protocol);
   }
@@ -129,72 +161,70 @@ class Walk {
     if (protocol != kIpInIp && protocol != kIpv6InIp && protocol != kGre && protocol != IPPROTO_UDP) return kNothing;
     const std::uint16_t inside = protocol == IPPROTO_UDP ? udp() : protocol == kGre ? gre() : kEtherIpv4;
     if (inside == kNothing || !oneMore()) return kNothing;
-    packet.tunnelled = true;
-    if (found) found->tunnelled = true;
+    packet_.isTunnelled = true;
+    if (found_) found_->isTunnelled = true;
     return protocol == kIpv6InIp ? kEtherIpv6 : inside;
   }
 
   std::uint16_t udp() {
-    reader.skip(2);
-    const int port = reader.u16();
-    reader.skip(4);
+    reader_.skip(2);
+    const int port = reader_.u16();
+    reader_.skip(4);
     return port == kVxlanPort ? vxlan() : port == kGenevePort ? geneve() : kNothing;
   }
 
   std::uint16_t vxlan() {
-    const bool hasNetwork = (reader.u8() & 0x08) != 0;
-    reader.skip(7);
+    const bool hasNetwork = (reader_.u8() & 0x08) != 0;
+    reader_.skip(7);
     return hasNetwork ? ethernet() : kNothing;
   }
 
   std::uint16_t geneve() {
-    const unsigned versionAndLength = reader.u8();
-    reader.skip(1);
-    const std::uint16_t type = reader.u16();
-    reader.skip(4 + (versionAndLength & 0x3F) * std::size_t{4});
+    const unsigned versionAndLength = reader_.u8();
+    reader_.skip(1);
+    const std::uint16_t type = reader_.u16();
+    reader_.skip(4 + (versionAndLength & 0x3F) * std::size_t{4});
     if (versionAndLength >> 6 != 0) return kNothing;
     return type == kEtherBridged ? ethernet() : type;
   }
 
   std::uint16_t gre() {
-    const unsigned flags = reader.u16();
-    const std::uint16_t type = reader.u16();
+    const unsigned flags = reader_.u16();
+    const std::uint16_t type = reader_.u16();
     if ((flags & 0x4007) != 0) return kNothing;  // source routes, or another version
-    if ((flags & 0x8000) != 0) reader.skip(4);   // checksum
-    if ((flags & 0x2000) != 0) reader.skip(4);   // key
+    if ((flags & 0x8000) != 0) reader_.skip(4);  // checksum
+    if ((flags & 0x2000) != 0) reader_.skip(4);  // key
     const bool hasSequence = (flags & 0x1000) != 0;
-    if (hasSequence) reader.skip(4);
+    if (hasSequence) reader_.skip(4);
     // Type I of ERSPAN has neither a sequence number nor a header of its own.
     return type == kEtherBridged || (type == kEtherErspan && !hasSequence) ? ethernet() : type;
   }
 
   std::uint16_t erspan() {
-    const bool isTypeII = reader.u8() >> 4 == 1;
-    reader.skip(7);
+    const bool isTypeII = reader_.u8() >> 4 == 1;
+    reader_.skip(7);
     return isTypeII ? ethernet() : kNothing;
   }
 
   std::uint16_t erspanIII() {
-    const bool isTypeIII = reader.u8() >> 4 == 2;
-    reader.skip(9);
-    const unsigned flags = reader.u16();
-    if ((flags & 1) != 0) reader.skip(8);  // the optional subheader
+    const bool isTypeIII = reader_.u8() >> 4 == 2;
+    reader_.skip(9);
+    const unsigned flags = reader_.u16();
+    if ((flags & 1) != 0) reader_.skip(8);  // the optional subheader
     if (!isTypeIII) return kNothing;
     const unsigned frameType = flags >> 10 & 0x1F;
     if (frameType == 0) return ethernet();
-    return frameType == 2 ? (reader.peek() >> 4 == 6 ? kEtherIpv6 : kEtherIpv4) : kNothing;
+    return frameType == 2 ? (reader_.peek() >> 4 == 6 ? kEtherIpv6 : kEtherIpv4) : kNothing;
   }
 
-  std::span<const std::uint8_t> bytes;
-  ByteReader reader;
-  InnerPacket packet;
-  std::optional<InnerPacket> found;
+  ByteReader reader_;
+  InnerPacket packet_;
+  std::optional<InnerPacket> found_;
 };
 
 }  // namespace
 
-std::optional<InnerPacket> Decapsulator::unwrap(std::span<const std::uint8_t> bytes, const LinkHeader& from,
-                                                int layers) {
+std::optional<InnerPacket> Decapsulator::unwrap(Octets bytes, const LinkHeader& from, int layers) {
   return Walk(bytes, layers).from(from);
 }
 

@@ -8,32 +8,47 @@ namespace voip {
 
 namespace {
 
+constexpr std::size_t kTypeOfService = 1;
 constexpr std::size_t kTimeToLive = 8;
 constexpr std::size_t kChecksum = 10;
-constexpr std::size_t kTelling = 64;  // of the payload of a numbered packet: RTP and TCP headers are in there
+constexpr std::size_t kTelling = 64;  // of the payload of a numbered packet: includes RTP and TCP headers
 constexpr std::size_t kFront = 32;    // of the payload: enough for packets to spread over the table
+constexpr std::uint64_t kCutOff = 1;
+constexpr int kArrivalBits = 10;  // arrivals are kept in about milliseconds
 
 }  // namespace
 
-bool DuplicateFilter::seen(const Ipv4Header& header, std::span<const std::uint8_t> packet, std::int64_t time) {
+bool DuplicateFilter::seen(const Ipv4Header& header, Octets packet, std::int64_t captured, std::int64_t now) {
   std::array<std::uint8_t, 60> fields;
   std::memcpy(fields.data(), packet.data(), header.length);
-  fields[kTimeToLive] = fields[kChecksum] = fields[kChecksum + 1] = 0;
+  fields[kTypeOfService] = fields[kTimeToLive] = fields[kChecksum] = fields[kChecksum + 1] = 0;
   auto payload = packet.subspan(header.length);
   if (header.id != 0) payload = payload.first(std::min(payload.size(), kTelling));
   const std::size_t front = std::min(payload.size(), kFront);
-  const std::uint64_t place = hash(payload.first(front), hash(std::span(fields).first(header.length)));
-  Bucket& bucket = buckets[place % kBuckets];
+  const std::uint64_t place = hash_(payload.first(front), hash_(Octets(fields).first(header.length)));
+  Bucket& bucket = buckets_[place & (buckets_.size() - 1)];
   __builtin_prefetch(&bucket, 1);  // while the rest is read
-  const std::uint64_t identity = hash(payload.subspan(front), place);
+  const std::uint64_t identity = hash_(payload.subspan(front), place) & ~kCutOff;
 
+  const bool isWhole = header.missing == 0;
+  const Sighting sighting{identity | (isWhole ? 0 : kCutOff), static_cast<std::uint32_t>(captured),
+                          static_cast<std::uint32_t>(now >> kArrivalBits)};
+  const auto age = [&](const Sighting& other) { return sighting.arrived - other.arrived; };
   Sighting* oldest = bucket.sightings.data();
-  for (Sighting& sighting : bucket.sightings) {
-    if (sighting.hash == identity && std::abs(time - sighting.time) <= kWindow) return true;
-    if (sighting.time < oldest->time) oldest = &sighting;
+  const auto isRecent = [&](const Sighting& other) {
+    const std::int64_t distance = static_cast<std::int32_t>(sighting.captured - other.captured);
+    return age(other) <= kLongestDelay >> kArrivalBits && std::abs(distance) <= kWindow;
+  };
+  for (Sighting& other : bucket.sightings) {
+    if ((other.hash & ~kCutOff) == identity && isRecent(other)) {
+      if (!isWhole || (other.hash & kCutOff) == 0) return true;
+      other = sighting;
+      return false;
+    }
+    if (other.hash == 0 || age(other) > age(*oldest)) oldest = &other;
   }
-  if (time - oldest->time <= kWindow) counters_.count(NetworkCount::kDuplicatesForgotten);
-  *oldest = {identity, time};
+  if (oldest->hash != 0 && age(*oldest) <= kWindow >> kArrivalBits) counters_.count(NetworkCount::kDuplicatesForgotten);
+  *oldest = sighting;
   return false;
 }
 

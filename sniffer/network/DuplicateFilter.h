@@ -2,44 +2,50 @@
 
 #include <array>
 #include <cstdint>
-#include <span>
 #include <vector>
 
+#include "base/SeededHash.h"
 #include "network/Ipv4.h"
-#include "network/SeededHash.h"
 #include "network/NetworkSink.h"
+#include "network/Octets.h"
 
 namespace voip {
 
-/// Knows an IPv4 packet again that was seen a moment ago: at another mirror port, or on the other side of a router.
+/// Recognises an IPv4 packet that was captured a moment before: at another mirror port, or on the other side of a
+/// router.
 ///
-/// Packets are the same when all of them is but time to live and header checksum. When the sender numbers its packets
-/// (identification is not 0) the header and the first bytes of the payload decide; else all of it. Remembered is a
-/// 64-bit hash, in a table of fixed size: 65,536 packets, which is 50 ms of 1.3 million packets a second.
+/// Packets are the same when they differ at most in type of service, time to live and header checksum, which routers
+/// change. When the sender numbers its packets (identification is not 0), the header and the first bytes of the payload
+/// decide; else all of the packet. A packet that was cut off by the capture does not make a whole one a duplicate.
+///
+/// Remembers 64-bit hashes in a table of fixed size: by default 65,536 packets, 50 ms of 1.3 million packets a second.
 class DuplicateFilter {
  public:
-  static constexpr std::int64_t kWindow = 50'000;  ///< microseconds
+  static constexpr std::int64_t kWindow = 50'000;  ///< microseconds between the capture times
+  /// Microseconds between the arrivals: a capture thread may hand in its frames a second late. It guards the window
+  /// against steps of the capture times.
+  static constexpr std::int64_t kLongestDelay = 5'000'000;
 
-  explicit DuplicateFilter(NetworkCounters& counters) : counters_(counters), buckets(kBuckets) {}
+  DuplicateFilter(NetworkCounters& counters, std::size_t buckets) : counters_(counters), buckets_(buckets) {}
 
-  /// True when the packet was seen within the window before. `time` is the capture time in microseconds; several
-  /// devices' times may come a little out of order. `packet` begins with the header and ends where the packet does.
-  bool seen(const Ipv4Header& header, std::span<const std::uint8_t> packet, std::int64_t time);
+  /// Returns true when the packet was seen before. `captured` is its capture time in microseconds, and several devices'
+  /// frames may come out of order; `now` only goes forward. `packet` begins with the header and ends where the packet
+  /// does.
+  bool seen(const Ipv4Header& header, Octets packet, std::int64_t captured, std::int64_t now);
 
  private:
-  static constexpr std::size_t kBuckets = 16'384;
-
   struct Sighting {
-    std::uint64_t hash = 0;
-    std::int64_t time = INT64_MIN / 2;
+    std::uint64_t hash = 0;      ///< the lowest bit is set when the packet was cut off; all 0: none
+    std::uint32_t captured = 0;  ///< microseconds, modulo 2^32
+    std::uint32_t arrived = 0;   ///< units of 1,024 microseconds, modulo 2^32
   };
   struct alignas(64) Bucket {  // a cache line
     std::array<Sighting, 4> sightings;
   };
 
   NetworkCounters& counters_;
-  SeededHash hash;
-  std::vector<Bucket> buckets;
+  SeededHash hash_;
+  std::vector<Bucket> buckets_;
 };
 
 }  // namespace voip

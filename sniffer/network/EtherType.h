@@ -4,12 +4,12 @@
 
 namespace voip {
 
-// What follows a link-layer header, as IEEE 802 numbers it. GRE and GENEVE use the same numbers.
+// The types of IEEE 802 for what follows a link-layer header. GRE and GENEVE use the same numbers.
 constexpr std::uint16_t kEtherIpv4 = 0x0800;
 constexpr std::uint16_t kEtherIpv6 = 0x86DD;
 constexpr std::uint16_t kEtherVlan = 0x8100;         ///< IEEE 802.1Q
 constexpr std::uint16_t kEtherServiceVlan = 0x88A8;  ///< IEEE 802.1ad
-constexpr std::uint16_t kEtherOldQinQ = 0x9100;      ///< tags of before 802.1ad
+constexpr std::uint16_t kEtherOldQinQ = 0x9100;      ///< used before 802.1ad
 constexpr std::uint16_t kEtherMpls = 0x8847;
 constexpr std::uint16_t kEtherMplsMulticast = 0x8848;
 constexpr std::uint16_t kEtherPppoeSession = 0x8864;

@@ -1,29 +1,49 @@
 #include "network/FragmentReassembler.h"
 
+#include <endian.h>
+#include <netinet/in.h>
+
 #include <algorithm>
 #include <array>
 #include <cstring>
 
 #include "base/FrameLimits.h"
+#include "network/InternetChecksum.h"
 
 namespace voip {
 
 namespace {
+
+constexpr int kMostExpired = 32;  // by one call, so that no frame pays for thousands
 
 void store16(std::uint8_t* at, std::size_t value) {
   at[0] = static_cast<std::uint8_t>(value >> 8);
   at[1] = static_cast<std::uint8_t>(value);
 }
 
-/// RFC 1071.
-std::uint16_t checksum(std::span<const std::uint8_t> header) {
-  std::uint32_t sum = 0;
-  for (std::size_t i = 0; i + 1 < header.size(); i += 2) sum += header[i] << 8 | header[i + 1];
-  while (sum >> 16 != 0) sum = (sum & 0xFFFF) + (sum >> 16);
-  return static_cast<std::uint16_t>(~sum);
+/// False when the packet is UDP with a checksum (RFC 768) that is wrong. A sender need not compute one:
+/// then it is 0. One that a network card was to compute, in a packet captured before the card, is the sum of the pseudo
+/// header.
+bool hasRightChecksum(Octets packet) {
+  constexpr std::size_t kUdpLength = 8, kProtocol = 9, kAddresses = 12;
+  if (packet[kProtocol] != IPPROTO_UDP) return true;
+  const Octets udp = packet.subspan((packet[0] & 0x0F) * std::size_t{4});
+  if (udp.size() < kUdpLength || (udp[6] == 0 && udp[7] == 0)) return true;
+  const auto length = static_cast<std::size_t>(udp[4] << 8 | udp[5]);
+  if (length < kUdpLength || length > udp.size()) return false;
+  const std::uint64_t pseudoHeader = htobe16(IPPROTO_UDP) + std::uint64_t{htobe16(static_cast<std::uint16_t>(length))};
+  const std::uint64_t partial = sumWords(packet.subspan(kAddresses, 8), pseudoHeader);
+  const std::uint16_t inPacket = static_cast<std::uint16_t>(udp[6] << 8 | udp[7]);
+  const bool isLeftToCard = inPacket == static_cast<std::uint16_t>(~checksumOf(partial));
+  return isLeftToCard || checksumOf(sumWords(udp.first(length), partial)) == 0;
 }
 
 }  // namespace
+
+bool FragmentReassembler::Partial::isWhole() const {
+  return total > 0 && headerLength > 0 && blocks == (total + kBlock - 1) / kBlock &&
+         headerLength + total <= kMaxPayload;
+}
 
 std::uint64_t FragmentReassembler::hashOf(const Key& key) const {
   std::array<std::uint8_t, 11> octets;
@@ -31,56 +51,56 @@ std::uint64_t FragmentReassembler::hashOf(const Key& key) const {
   std::memcpy(octets.data() + 4, &key.destination, 4);
   std::memcpy(octets.data() + 8, &key.id, 2);
   octets[10] = key.protocol;
-  return hash(octets);
+  return hash_(octets);
 }
 
-std::optional<FragmentReassembler::Datagram> FragmentReassembler::add(const Ipv4Header& header,
-                                                                      std::span<const std::uint8_t> packet,
-                                                                      std::int64_t time) {
-  expire(time);
+std::optional<FragmentReassembler::Datagram> FragmentReassembler::add(const Ipv4Header& header, Octets packet,
+                                                                      std::int64_t now) {
+  expire(now);
   const std::size_t length = packet.size() - header.length;
-  if (length == 0 || header.cut || (header.moreFragments && length % kBlock != 0) ||
+  if (length == 0 || header.missing > 0 || (header.moreFragments && length % kBlock != 0) ||
       header.length + header.fragmentOffset + length > kMaxPayload) {
     counters_.count(NetworkCount::kFragmentsMalformed);
     return {};
   }
-  Entry& entry = entryFor({header.source, header.destination, header.id, header.protocol}, time);
+  Entry& entry = entryFor({header.source, header.destination, header.id, header.protocol}, now);
   Partial& partial = *entry.partial;
-  if (partial.spoilt) return {};
+  if (partial.isSpoilt) return {};
   if (!merge(partial, header, packet)) {
     counters_.count(NetworkCount::kDatagramsContradictory);
     spoil(partial);
     return {};
   }
-  const bool whole = partial.total > 0 && partial.headerLength > 0 &&
-                     partial.blocks == (partial.total + kBlock - 1) / kBlock &&
-                     partial.headerLength + partial.total <= kMaxPayload;
-  if (!whole) {
+  if (!partial.isWhole()) {
     makeRoom();
     return {};
   }
-  counters_.count(NetworkCount::kDatagramsReassembled);
   Datagram datagram = finish(partial);
   drop(entry);
+  if (!hasRightChecksum(datagram.packet)) {
+    counters_.count(NetworkCount::kDatagramsMixed);
+    return {};
+  }
+  counters_.count(NetworkCount::kDatagramsReassembled);
   return datagram;
 }
 
-FragmentReassembler::Entry& FragmentReassembler::entryFor(const Key& key, std::int64_t time) {
+FragmentReassembler::Entry& FragmentReassembler::entryFor(const Key& key, std::int64_t now) {
   const std::uint64_t hashed = hashOf(key);
-  if (Entry* entry = partials.find(key, hashed)) return *entry;
-  if (partials.full()) {
+  if (Entry* entry = partials_.find(key, hashed)) return *entry;
+  if (partials_.isFull()) {
     counters_.count(NetworkCount::kDatagramsDisplaced);
-    drop(*partials.oldestValue());
+    drop(*partials_.oldest());
   }
-  Entry& entry = partials.insert(key, hashed);
+  Entry& entry = partials_.insert(key, hashed);
   entry.partial = std::make_unique<Partial>();
-  entry.partial->since = time;
-  memory += sizeof(Partial);
+  entry.partial->since = now;
+  memory_ += sizeof(Partial);
   return entry;
 }
 
-/// False when it contradicts what is there.
-bool FragmentReassembler::merge(Partial& partial, const Ipv4Header& header, std::span<const std::uint8_t> packet) {
+/// Returns false when the fragment contradicts others of its datagram.
+bool FragmentReassembler::merge(Partial& partial, const Ipv4Header& header, Octets packet) {
   const auto payload = packet.subspan(header.length);
   const std::size_t end = header.fragmentOffset + payload.size();
   if (partial.total > 0 && (end > partial.total || (!header.moreFragments && end != partial.total))) return false;
@@ -90,7 +110,7 @@ bool FragmentReassembler::merge(Partial& partial, const Ipv4Header& header, std:
   }
   partial.end = std::max(partial.end, end);
   if (partial.bytes.size() < kMaxHeader + partial.end) {
-    memory += kMaxHeader + partial.end - partial.bytes.size();
+    memory_ += kMaxHeader + partial.end - partial.bytes.size();
     partial.bytes.resize(kMaxHeader + partial.end);
   }
   for (std::size_t at = 0; at < payload.size(); at += kBlock) {
@@ -104,7 +124,7 @@ bool FragmentReassembler::merge(Partial& partial, const Ipv4Header& header, std:
   return true;
 }
 
-bool FragmentReassembler::mergeBlock(Partial& partial, std::size_t at, std::span<const std::uint8_t> block) {
+bool FragmentReassembler::mergeBlock(Partial& partial, std::size_t at, Octets block) {
   std::uint8_t* place = partial.bytes.data() + kMaxHeader + at;
   const std::size_t number = at / kBlock;
   if (partial.present[number]) return std::memcmp(place, block.data(), block.size()) == 0;
@@ -115,14 +135,14 @@ bool FragmentReassembler::mergeBlock(Partial& partial, std::size_t at, std::span
 }
 
 void FragmentReassembler::spoil(Partial& partial) {
-  partial.spoilt = true;
-  memory -= partial.bytes.size();
+  partial.isSpoilt = true;
+  memory_ -= partial.bytes.size();
   partial.bytes = {};
 }
 
 FragmentReassembler::Datagram FragmentReassembler::finish(Partial& partial) {
   Datagram datagram;
-  memory -= partial.bytes.size();
+  memory_ -= partial.bytes.size();
   datagram.memory = std::move(partial.bytes);
   partial.bytes.clear();
   datagram.memory.resize(kMaxHeader + partial.total + kFrameSlack);
@@ -132,28 +152,29 @@ FragmentReassembler::Datagram FragmentReassembler::finish(Partial& partial) {
   store16(header + 2, datagram.packet.size());
   store16(header + 6, 0);
   store16(header + 10, 0);
-  store16(header + 10, checksum(datagram.packet.first(partial.headerLength)));
+  store16(header + 10, checksumOf(sumWords(datagram.packet.first(partial.headerLength))));
   return datagram;
 }
 
 void FragmentReassembler::makeRoom() {
-  while (memory > kMaxMemory) {
+  while (memory_ > limits_.datagramMemory) {
     counters_.count(NetworkCount::kDatagramsDisplaced);
-    drop(*partials.oldestValue());
+    drop(*partials_.oldest());
   }
 }
 
-void FragmentReassembler::expire(std::int64_t time) {
-  for (Entry* oldest = partials.oldestValue(); oldest != nullptr && time - oldest->partial->since > kPatience;
-       oldest = partials.oldestValue()) {
-    if (!oldest->partial->spoilt) counters_.count(NetworkCount::kDatagramsTimedOut);
+void FragmentReassembler::expire(std::int64_t now) {
+  for (int i = 0; i < kMostExpired; ++i) {
+    Entry* oldest = partials_.oldest();
+    if (oldest == nullptr || now - oldest->partial->since <= limits_.datagramPatience) return;
+    if (!oldest->partial->isSpoilt) counters_.count(NetworkCount::kDatagramsTimedOut);
     drop(*oldest);
   }
 }
 
 void FragmentReassembler::drop(Entry& entry) {
-  memory -= sizeof(Partial) + entry.partial->bytes.size();
-  partials.erase(entry);
+  memory_ -= sizeof(Partial) + entry.partial->bytes.size();
+  partials_.erase(entry);
 }
 
 }  // namespace voip

@@ -8,43 +8,45 @@
 #include <span>
 #include <vector>
 
+#include "base/LruTable.h"
+#include "base/SeededHash.h"
 #include "network/Ipv4.h"
-#include "network/LruTable.h"
-#include "network/SeededHash.h"
+#include "network/NetworkOptions.h"
 #include "network/NetworkSink.h"
+#include "network/Octets.h"
 
 namespace voip {
 
-/// Puts IPv4 datagrams together of their fragments (RFC 791), in whatever order and how often they come. Fragments that
-/// contradict each other spoil their datagram (as RFC 5722 has it for IPv6): what arrives of it later is dropped as
-/// well.
+/// Reassembles IPv4 datagrams from their fragments (RFC 791), in any order and however often they come. Fragments that
+/// contradict each other spoil their datagram, as RFC 5722 requires for IPv6: later fragments of it are dropped as
+/// well. A UDP datagram whose checksum is wrong is dropped: its fragments belong to different datagrams (RFC 4963).
 ///
-/// Bounded: a datagram is given up 30 s after its first fragment, and the oldest one when there are more than 4,096 or
-/// they take more than 16 MB. Time is that of the captures.
+/// Bounded: a datagram is dropped 30 s after its first fragment, and the oldest one when there are more than 4,096 or
+/// they take more than 16 MB (see NetworkLimits).
 class FragmentReassembler {
  public:
-  static constexpr std::int64_t kPatience = 30'000'000;  ///< microseconds
-  static constexpr std::size_t kMaxDatagrams = 4'096;
-  static constexpr std::size_t kMaxMemory = 16 << 20;
+  FragmentReassembler(NetworkCounters& counters, const NetworkLimits& limits)
+      : counters_(counters), limits_(limits), partials_(limits.datagrams) {}
 
-  explicit FragmentReassembler(NetworkCounters& counters) : counters_(counters) {}
-
-  /// A whole datagram: `packet` is in `memory`, begins with its IP header, which says that it is no fragment, and has
-  /// kFrameSlack zeroed bytes after it.
+  /// A whole datagram. `packet` lies in `memory` and begins with its IP header, which is that of an unfragmented
+  /// packet. kFrameSlack zeroed bytes follow it.
   struct Datagram {
     std::vector<std::uint8_t> memory;
     std::span<std::uint8_t> packet;
   };
 
-  /// Takes in one fragment; `packet` begins with `header` and ends where the packet does. The datagram, when that was
-  /// what it lacked.
-  std::optional<Datagram> add(const Ipv4Header& header, std::span<const std::uint8_t> packet, std::int64_t time);
+  /// Takes one fragment and returns its datagram when that is whole now. `packet` begins with `header` and ends where
+  /// the packet does. `now` is in microseconds and only goes forward.
+  std::optional<Datagram> add(const Ipv4Header& header, Octets packet, std::int64_t now);
 
-  std::size_t waiting() const { return partials.size(); }  ///< datagrams that lack something
-  std::size_t memoryUsed() const { return memory; }
+  /// Drops some of the datagrams that have waited for too long: the next call takes the others.
+  void expire(std::int64_t now);
+
+  std::size_t waiting() const { return partials_.size(); }  ///< incomplete datagrams
+  std::size_t memoryUsed() const { return memory_; }
 
  private:
-  static constexpr std::size_t kBlock = 8;  // fragments are cut in units of this
+  static constexpr std::size_t kBlock = 8;  // the unit of fragment offsets
   static constexpr std::size_t kMaxHeader = 60;
   static constexpr std::size_t kMaxPayload = 65535;
 
@@ -56,14 +58,16 @@ class FragmentReassembler {
   };
 
   struct Partial {
-    std::vector<std::uint8_t> bytes;  ///< room for the header, payload, slack
+    std::vector<std::uint8_t> bytes;  ///< kMaxHeader bytes that end with the header, then the payload
     std::bitset<kMaxPayload / kBlock + 1> present;
-    std::size_t blocks = 0;        ///< that are present
-    std::size_t end = 0;           ///< of what has come
+    std::size_t blocks = 0;        ///< number of those that are present
+    std::size_t end = 0;           ///< of the present part of the payload
     std::size_t total = 0;         ///< of the payload; 0 while the last fragment is missing
-    std::size_t headerLength = 0;  ///< 0 while the first one is missing
+    std::size_t headerLength = 0;  ///< 0 while the first fragment is missing
     std::int64_t since = 0;
-    bool spoilt = false;
+    bool isSpoilt = false;
+
+    bool isWhole() const;
   };
 
   struct Entry {
@@ -71,19 +75,19 @@ class FragmentReassembler {
   };
 
   std::uint64_t hashOf(const Key& key) const;
-  Entry& entryFor(const Key& key, std::int64_t time);
-  bool merge(Partial& partial, const Ipv4Header& header, std::span<const std::uint8_t> packet);
-  bool mergeBlock(Partial& partial, std::size_t at, std::span<const std::uint8_t> block);
+  Entry& entryFor(const Key& key, std::int64_t now);
+  bool merge(Partial& partial, const Ipv4Header& header, Octets packet);
+  bool mergeBlock(Partial& partial, std::size_t at, Octets block);
   void spoil(Partial& partial);
   Datagram finish(Partial& partial);
   void makeRoom();
-  void expire(std::int64_t time);
   void drop(Entry& entry);
 
   NetworkCounters& counters_;
-  SeededHash hash;
-  LruTable<Key, Entry> partials{kMaxDatagrams};  // never touched, so in the order of their first fragments
-  std::size_t memory = 0;
+  const NetworkLimits limits_;
+  SeededHash hash_;
+  LruTable<Key, Entry> partials_;  ///< never touched, so in the order of their first fragments
+  std::size_t memory_ = 0;
 };
 
 }  // namespace voip

@@ -12,9 +12,9 @@ namespace voip {
 
 /// The fields of an IPv4 header (RFC 791) that matter here. Addresses in host order, first octet most significant.
 struct Ipv4Header {
-  std::size_t length = 0;  ///< of the header, options included
-  std::size_t total = 0;   ///< of the packet, as far as it was captured; what is behind it is padding or a trailer
-  bool cut = false;        ///< the packet was longer than what was captured of it
+  std::size_t length = 0;   ///< of the header, options included
+  std::size_t total = 0;    ///< of the packet, as far as it was captured; padding or a trailer follows
+  std::size_t missing = 0;  ///< bytes of the packet after these, not captured
   std::uint16_t id = 0;
   std::size_t fragmentOffset = 0;  ///< in bytes
   bool moreFragments = false;
@@ -24,7 +24,7 @@ struct Ipv4Header {
 
   bool isFragment() const { return moreFragments || fragmentOffset > 0; }
 
-  /// Nothing when no IPv4 header that makes sense begins at the first of the bytes.
+  /// Returns nothing when the bytes do not begin with an IPv4 header that makes sense.
   static std::optional<Ipv4Header> read(std::span<const std::uint8_t> bytes);
 };
 
@@ -45,9 +45,9 @@ inline std::optional<Ipv4Header> Ipv4Header::read(std::span<const std::uint8_t> 
   header.source = reader.u32();
   header.destination = reader.u32();
   if (!reader.ok() || versionAndLength >> 4 != 4 || header.length < 20 || header.length > bytes.size()) return {};
-  // A card that is to cut the packet leaves 0 there.
+  // A packet that the network card has yet to segment may have the length 0.
   header.total = total == 0 ? bytes.size() : std::min(total, bytes.size());
-  header.cut = total > bytes.size();
+  header.missing = std::max(total, bytes.size()) - bytes.size();
   if (header.total < header.length) return {};
   return header;
 }

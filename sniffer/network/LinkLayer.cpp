@@ -11,7 +11,7 @@ namespace voip {
 
 namespace {
 
-/// No link-layer header, or one that names nothing by EtherType: the IP version tells.
+/// For link layers without an EtherType: the IP version decides.
 std::uint16_t byVersion(std::span<const std::uint8_t> frame, std::size_t at) {
   if (at >= frame.size()) return 0;
   return frame[at] >> 4 == 6 ? kEtherIpv6 : kEtherIpv4;

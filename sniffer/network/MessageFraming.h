@@ -2,67 +2,78 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <span>
+#include <string_view>
 
 #include "base/FrameLimits.h"
+#include "network/Octets.h"
 #include "signalling/SipStartLine.h"
 
 namespace voip {
 
-/// How the messages of a TCP stream are told from each other: by the TPKT header (RFC 1006), by Content-Length in SIP
-/// (RFC 3261 18.3), by WebSocket frames (RFC 6455) that carry SIP (RFC 7118).
-
-using Octets = std::span<const std::uint8_t>;
+/// How messages are cut from a TCP stream: by the TPKT header (RFC 1006), and by Content-Length in SIP (RFC 3261 18.3).
+/// WebSocketFraming.h has a third way.
 
 /// The longest message that fits a frame to the recorder, whose length is a 16-bit field and counts 15 header bytes.
 constexpr std::size_t kMaxMessage = kMaxForwardedFrame - kForwardedHeader;
 
+/// A length field is believed up to here: a stream is not skipped any longer because of one message.
+constexpr std::uint64_t kLongestBelieved = 16 << 20;
+
 /// What the front of a stream holds.
 struct Cut {
   enum Kind {
-    kMore,     ///< nothing is to be told before the stream has come to `length` octets; 0: not known how many
-    kSkip,     ///< `length` octets that are no message; they need not all have come
+    kMore,     ///< undecided before the stream has `length` octets; 0: the number is unknown
+    kSkip,     ///< `length` octets that are no message, of which some may be still to come
     kTooLong,  ///< as kSkip: a message longer than kMaxMessage
     kMessage,  ///< a message of `length` octets
-    kLost,     ///< not what begins a message
+    kLost,     ///< no message begins here
   };
   Kind kind;
   std::uint64_t length = 0;
 };
 
+/// Where a message begins, or may begin when more octets come. `at` is the number of octets when there is none.
+struct Found {
+  std::size_t at;
+  Likeness likeness = Likeness::kNo;
+};
+
 // ---- TPKT ----
 
 Likeness beginsTpkt(Octets octets);
+
+/// kSkip for a TPKT without content: a keep-alive of firewall traversal.
 Cut cutTpkt(Octets octets);
 
-/// Where a TPKT begins that ends with the octets or is followed by another one; their number if there is none.
-std::size_t findTpkt(Octets octets);
+/// Finds a TPKT that ends with the octets or is followed by another one.
+Found findTpkt(Octets octets);
 
 // ---- SIP ----
 
-/// `known` of the octets were there before, when it was not known how many are needed. CRLFs between messages (RFC
-/// 5626 4.4.1) are to be skipped. A message without Content-Length has no body.
+/// Whether the octets begin a start line and a header field after it. A start line alone may be a line of a body.
+Likeness beginsSipMessage(Octets octets);
+
+/// `known` of the octets were there before, when the end of the header was missing. CRLFs between messages (RFC 5626
+/// 4.4.1) are skipped. A message without Content-Length has no body. A bare line feed ends a line as well as CRLF does.
 Cut cutSip(Octets octets, std::size_t known);
 
-/// Where a line begins that is, or may become, a start line; the number of octets if there is none.
-std::size_t findSip(Octets octets);
+/// Finds a line that begins a message. The octets begin with a line.
+Found findSip(Octets octets);
 
-// ---- WebSocket ----
+// ---- text ----
 
-/// The handshake of either side, as far as its first line: GET, or the status 101.
-Likeness beginsWebSocket(Octets octets);
+/// The number of carriage returns and line feeds that the octets begin with.
+std::size_t countLineEnds(Octets octets);
 
-/// kSkip for a whole handshake that agrees on SIP, kLost for another one.
-Cut cutHandshake(Octets octets);
+/// Returns the position after the empty line that ends a header, or npos. `known` of the octets were searched before.
+std::size_t endOfHeader(std::string_view stream, std::size_t known);
 
-/// One frame of a WebSocket.
-struct WebSocketFrame {
-  bool isLast = false;        ///< of its message
-  std::uint8_t opcode = 0;    ///< 0 goes on with a message, 1 text, 2 binary, from 8 on control
-  std::uint8_t key[4] = {};   ///< all zero when it is not masked
-  std::size_t payloadAt = 0;  ///< the payload goes on to the end of the frame
-};
+/// Returns the value of the first header field with one of the names, or an empty text. `header` begins with the start
+/// line. Continuation lines (RFC 3261 7.3.1) are part of the value.
+std::string_view fieldOf(std::string_view header, std::string_view name, std::string_view shortName);
 
-Cut cutWebSocket(Octets octets, WebSocketFrame& frame);
+std::string_view textOf(Octets octets);
+std::string_view trimmed(std::string_view value);
+bool equalNocase(std::string_view a, std::string_view b);
 
 }  // namespace voip

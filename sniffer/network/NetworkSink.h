@@ -5,6 +5,7 @@
 #include <span>
 
 #include "network/FlowEnds.h"
+#include "network/Octets.h"
 #include "network/WireHeaders.h"
 
 namespace voip {
@@ -12,7 +13,7 @@ namespace voip {
 /// What the network room counts.
 enum class NetworkCount {
   kOtherDropped,  ///< packets in tunnels that are neither UDP nor TCP
-  kTcpDropped,    ///< TCP segments of no stream that is followed
+  kTcpDropped,    ///< TCP segments of streams that are not followed
   kDuplicatesDropped,
   kDuplicatesForgotten,
   kFragmentsHeld,
@@ -21,8 +22,10 @@ enum class NetworkCount {
   kDatagramsTimedOut,
   kDatagramsDisplaced,
   kDatagramsContradictory,
+  kDatagramsMixed,  ///< fragments of several datagrams: the checksum was wrong
   kSegmentsFollowed,
   kSegmentsRetransmitted,
+  kSegmentsCut,  ///< followed segments that were not captured to their end
   kStreamMessages,
   kStreamMessagesTooLong,
   kStreamGaps,
@@ -39,11 +42,11 @@ class NetworkCounters {
 };
 
 /// The payload of a UDP datagram. It may be written to, and so may the 42 bytes of headers before it, if these were
-/// captured. kFrameSlack readable bytes follow it, zeroed. It includes padding after the packet in a plain frame.
+/// captured. kFrameSlack readable bytes follow it, zeroed. In a plain frame it includes the padding after the packet.
 struct Datagram {
   FlowEnds ends;
   std::span<std::uint8_t> payload;
-  bool isCaptured;  ///< it stays as long as the captured frame; else it is valid during the call only
+  bool isCaptured;  ///< it is valid as long as the captured frame; else during the call only
 };
 
 /// The payload of one TCP segment, otherwise as Datagram.
@@ -52,24 +55,29 @@ struct Segment {
   std::span<std::uint8_t> payload;
 };
 
-/// Takes what the network carried. Spans are valid during the call, unless it says otherwise. The thread that owns the
-/// network stack.
+/// Takes what the network carried, on the thread that owns the network stack. Spans are valid during the call, unless
+/// stated otherwise. `captured` is the capture time in microseconds of the segment that completed a message; it may lie
+/// before that of the frame in work, because a message may have waited for a missing segment.
 class NetworkSink : public NetworkCounters {
  public:
   virtual void takeDatagram(const Datagram& datagram) = 0;
   virtual void takeSegment(const Segment& segment) = 0;
 
-  /// A SIP message of a TCP stream (RFC 3261 18.3), short enough for one frame to the recorder.
-  virtual void takeSipMessage(const FlowEnds& ends, std::span<const std::uint8_t> message) = 0;
+  /// Takes a SIP message of a TCP stream (RFC 3261 18.3), short enough for one frame to the recorder.
+  virtual void takeSipMessage(const FlowEnds& ends, Octets message, std::int64_t captured) = 0;
 
-  /// A TPKT of a TCP stream (RFC 1006), its header included.
-  virtual void takeTpkt(const FlowEnds& ends, std::span<const std::uint8_t> tpkt) = 0;
+  /// Takes a TPKT of a TCP stream (RFC 1006), its header included.
+  virtual void takeTpkt(const FlowEnds& ends, Octets tpkt, std::int64_t captured) = 0;
 
-  /// A message of a TCP stream that is too long for one frame to the recorder.
+  /// Reports a message of a TCP stream that is too long for one frame to the recorder.
   virtual void refuseMessage(const FlowEnds& ends, std::uint64_t length) = 0;
 
-  // Packets that are not looked into: the IP header is too short, the protocol is neither UDP nor TCP, the TCP header
-  // is too short.
+  /// Reports a TCP segment of a followed stream whose last `missing` octets were not captured: the frame was longer
+  /// than the snap length.
+  virtual void refuseTail(const FlowEnds& ends, std::size_t missing) = 0;
+
+  // Packets that are not examined: the IP header is too short, the protocol is neither UDP nor TCP, the TCP header is
+  // too short.
   virtual void refuseHeader(const sniff_ip& ip) = 0;
   virtual void refuseProtocol(const sniff_ip& ip) = 0;
   virtual void refuseTcpHeader(int length) = 0;

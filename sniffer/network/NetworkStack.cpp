@@ -12,25 +12,25 @@
 
 namespace voip {
 
-NetworkStack::NetworkStack(const NetworkOptions& options, NetworkSink& sink)
+NetworkStack::NetworkStack(const NetworkOptions& options, NetworkSink& sink, const NetworkLimits& limits)
     : sink_(sink),
       options_(options),
       isPlain_(!options.decapsulate && !options.dropDuplicates && !options.reassembleFragments &&
                !options.reassembleTcp) {
-  if (options.dropDuplicates) duplicates_.emplace(sink);
-  if (options.reassembleFragments) fragments_.emplace(sink);
-  if (options.reassembleTcp) streams_.emplace(sink);
+  if (options.dropDuplicates) duplicates_.emplace(sink, limits.duplicateBuckets);
+  if (options.reassembleFragments) fragments_.emplace(sink, limits);
+  if (options.reassembleTcp) streams_.emplace(sink, limits);
 }
 
 void NetworkStack::takePlainFrame(std::span<std::uint8_t> frame) {
   constexpr std::size_t kEthernetLength = 14;
   constexpr std::size_t kTypeOffset = 12;
-  const std::uint8_t* type = frame.data() + kTypeOffset;  // the slack takes the place of a type that is missing
+  const std::uint8_t* type = frame.data() + kTypeOffset;  // in the slack when the frame is too short
   const auto etherType = static_cast<std::uint16_t>(type[0] << 8 | type[1]);
   takeIp(frame, plainNetworkOffset({kEthernetLength, etherType}), true, sink_);
 }
 
-void NetworkStack::takeFrame(std::span<std::uint8_t> frame, int linkType, std::int64_t time) {
+void NetworkStack::takeFrame(std::span<std::uint8_t> frame, int linkType, std::int64_t captured, std::int64_t now) {
   if (isPlain_ && linkType == DLT_EN10MB) {
     takePlainFrame(frame);
     return;
@@ -42,10 +42,10 @@ void NetworkStack::takeFrame(std::span<std::uint8_t> frame, int linkType, std::i
     packet.offset = plainNetworkOffset(link);
     packet.length = frame.size() - std::min(frame.size(), packet.offset);  // padding included
   }
-  takePacket({frame, true}, packet, time);
+  takePacket({frame, true}, packet, {captured, now});
 }
 
-void NetworkStack::takePacket(const Bytes& from, const InnerPacket& packet, std::int64_t time) {
+void NetworkStack::takePacket(const Bytes& from, const InnerPacket& packet, const Times& times) {
   const auto frame = from.bytes;
   const auto bytes = frame.subspan(std::min(packet.offset, frame.size()), packet.length);
   const auto header = Ipv4Header::read(bytes);
@@ -54,49 +54,58 @@ void NetworkStack::takePacket(const Bytes& from, const InnerPacket& packet, std:
     return;
   }
   const auto exact = bytes.first(header->total);
-  if (duplicates_ && duplicates_->seen(*header, exact, time)) {
+  if (duplicates_ && duplicates_->seen(*header, exact, times.captured, times.now)) {
     sink_.count(NetworkCount::kDuplicatesDropped);
   } else if (fragments_ && header->isFragment()) {
-    takeFragment(*header, exact, packet.layers, time);
+    takeFragment(*header, exact, packet, times);
   } else if (streams_ && header->protocol == IPPROTO_TCP && !header->isFragment()) {
-    if (!takeSegment(*header, exact, time)) takeAsItIs(from, packet);
-  } else if (packet.tunnelled && header->protocol != IPPROTO_UDP && header->protocol != IPPROTO_TCP) {
-    // A filter sees the tunnel only and cannot leave it out, so it costs no line in the log.
+    if (!takeSegment(*header, exact, times)) takeAsItIs(from, packet);
+  } else if (packet.isTunnelled && header->protocol != IPPROTO_UDP && header->protocol != IPPROTO_TCP) {
+    // A capture filter sees the tunnel only and cannot exclude the packet, so it costs no line in the log.
     sink_.count(NetworkCount::kOtherDropped);
   } else {
     takeAsItIs(from, packet);
   }
 }
 
-void NetworkStack::takeFragment(const Ipv4Header& header, std::span<const std::uint8_t> bytes, int layers,
-                                std::int64_t time) {
-  auto datagram = fragments_->add(header, bytes, time);
+void NetworkStack::takeFragment(const Ipv4Header& header, Octets bytes, const InnerPacket& packet, const Times& times) {
+  auto datagram = fragments_->add(header, bytes, times.now);
   if (!datagram) {
     sink_.count(NetworkCount::kFragmentsHeld);
     return;
   }
   // It is no fragment now, so only a packet in a further layer can be one again: the recursion ends.
-  InnerPacket packet{0, datagram->packet.size(), layers, layers > 0};
+  InnerPacket whole{0, datagram->packet.size(), packet.layers, packet.isTunnelled};
   if (options_.decapsulate) {
-    packet = Decapsulator::unwrap(datagram->packet, {0, kEtherIpv4}, layers).value_or(packet);
+    whole = Decapsulator::unwrap(datagram->packet, {0, kEtherIpv4}, packet.layers).value_or(whole);
+    whole.isTunnelled |= packet.isTunnelled;
   }
-  takePacket({datagram->packet, false}, packet, time);
+  takePacket({datagram->packet, false}, whole, times);
 }
 
 /// Returns false when the segment has to take the plain way, because its header makes no sense.
-bool NetworkStack::takeSegment(const Ipv4Header& header, std::span<const std::uint8_t> bytes, std::int64_t time) {
-  const auto segment = TcpSegment::read(bytes.subspan(header.length));
+bool NetworkStack::takeSegment(const Ipv4Header& header, Octets bytes, const Times& times) {
+  const auto segment = TcpSegment::read(bytes.subspan(header.length), header.missing);
   if (!segment) return false;
   const FlowEnds ends{header.source, header.destination, segment->sourcePort, segment->destinationPort};
-  const bool isFollowed = streams_->follow(ends, *segment, time);
+  const bool isFollowed = streams_->follow(ends, *segment, times.captured, times.now);
   sink_.count(isFollowed ? NetworkCount::kSegmentsFollowed : NetworkCount::kTcpDropped);
   return true;
+}
+
+void NetworkStack::expire(std::int64_t now) {
+  if (fragments_) fragments_->expire(now);
+  if (streams_) streams_->expire(now);
+}
+
+void NetworkStack::flush() {
+  if (streams_) streams_->flush();
 }
 
 void NetworkStack::takeAsItIs(const Bytes& from, const InnerPacket& packet) {
   const auto frame = from.bytes;
   const std::size_t end = std::min(frame.size(), packet.offset + packet.length);
-  // The trailer of an outer frame must not be taken for a part of the packet.
+  // Otherwise the trailer of an outer frame would count as a part of the packet.
   std::memset(frame.data() + end, 0, std::min(frame.size() - end, kFrameSlack));
   takeIp(frame.first(end), packet.offset, from.areCaptured, sink_);
 }

@@ -1,11 +1,14 @@
 #pragma once
 
+#include <endian.h>
+
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <optional>
-#include <span>
 
-#include "network/ByteReader.h"
+#include "network/Octets.h"
+#include "network/WireHeaders.h"
 
 namespace voip {
 
@@ -14,25 +17,29 @@ struct TcpSegment {
   std::uint16_t sourcePort = 0;
   std::uint16_t destinationPort = 0;
   std::uint32_t sequence = 0;
+  std::uint32_t acknowledged = 0;
   bool isSyn = false;
+  bool isFin = false;
   bool isReset = false;
-  std::span<const std::uint8_t> payload;
+  bool hasAcknowledged = false;
+  Octets payload;
+  std::size_t missing = 0;  ///< octets of the payload that were not captured, at its end
 
-  /// Nothing when the header makes no sense. `bytes` end where the IP packet does.
-  static std::optional<TcpSegment> read(std::span<const std::uint8_t> bytes) {
-    ByteReader reader(bytes);
-    TcpSegment segment;
-    segment.sourcePort = reader.u16();
-    segment.destinationPort = reader.u16();
-    segment.sequence = reader.u32();
-    reader.skip(4);
-    const std::size_t length = (reader.u8() >> 4) * std::size_t{4};
-    const unsigned flags = reader.u8();
-    segment.isSyn = (flags & 0x02) != 0;
-    segment.isReset = (flags & 0x04) != 0;
-    if (length < 20 || length > bytes.size()) return {};
-    segment.payload = bytes.subspan(length);
-    return segment;
+  bool isBare() const { return payload.empty() && missing == 0; }
+
+  /// Returns nothing when the header makes no sense. `bytes` end where the IP packet does, or `missing` octets before.
+  static std::optional<TcpSegment> read(Octets bytes, std::size_t missing = 0) {
+    sniff_tcp header;
+    if (bytes.size() < sizeof header) return {};
+    std::memcpy(&header, bytes.data(), sizeof header);
+    const std::size_t length = (header.th_offx2 >> 4) * std::size_t{4};
+    if (length < sizeof header || length > bytes.size()) return {};
+    const unsigned flags = header.th_flags;
+    return TcpSegment{be16toh(header.th_sport), be16toh(header.th_dport),
+                      be32toh(header.th_seq),   be32toh(header.th_ack),
+                      (flags & 0x02) != 0,      (flags & 0x01) != 0,
+                      (flags & 0x04) != 0,      (flags & 0x10) != 0,
+                      bytes.subspan(length),    missing};
   }
 };
 

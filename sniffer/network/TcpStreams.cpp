@@ -1,7 +1,5 @@
 #include "network/TcpStreams.h"
 
-
-
 #include <algorithm>
 #include <cstring>
 
@@ -9,348 +7,294 @@ namespace voip {
 
 namespace {
 
-constexpr std::int32_t kWindow = 1 << 20;        // numbers further away belong to another connection
-constexpr std::size_t kOverhead = 64;            // of a piece that came early, in memory
-constexpr std::size_t kMaxGaps = 65'536;         // remembered
-constexpr std::int64_t kTouchEvery = 1'000'000;  // microseconds; the order of idle streams need not be finer
+constexpr std::size_t kSizeFrom[] = {1, 4'096, 32'768};  // bytes, from which on a stream is in the next list
 
-std::int32_t distance(std::uint32_t from, std::uint32_t to) {
-  return static_cast<std::int32_t>(to - from);
+std::uint32_t secondOf(std::int64_t now) {
+  return static_cast<std::uint32_t>(now / 1'000'000);
 }
 
 }  // namespace
+
+/// What one call may pass on of early segments.
+struct TcpStreams::Budget {
+  std::size_t segments = 32;
+  std::size_t octets = 65'536;
+
+  bool isSpent() const { return segments == 0 || octets == 0; }
+};
+
+/// Takes the octets of a stream for its messages.
+class TcpStreams::Delivery final : public OctetReceiver {
+ public:
+  Delivery(TcpStreams& streams, Stream& stream)
+      : streams_(streams), ends_(streams.streams_.keyOf(stream)), stream_(stream) {}
+
+  std::size_t octets() const { return octets_; }
+
+ private:
+  void takeOctets(Octets octets, std::int64_t captured) override {
+    octets_ += octets.size();
+    stream_.messages.take(octets, {streams_.sink_, ends_, captured, streams_.unmasked_});
+  }
+
+  void loseOctets(std::uint64_t count) override {
+    streams_.sink_.count(NetworkCount::kStreamGaps);
+    stream_.messages.lose(count);
+  }
+
+  void restart(bool isFromStart) override {
+    if (!isFromStart) streams_.sink_.count(NetworkCount::kStreamGaps);
+    stream_.messages.start(isFromStart);
+  }
+
+  TcpStreams& streams_;
+  const FlowEnds& ends_;
+  Stream& stream_;
+  std::size_t octets_ = 0;
+};
+
+TcpStreams::TcpStreams(NetworkSink& sink, const NetworkLimits& limits)
+    : sink_(sink), limits_(limits), streams_(limits.streams) {}
 
 std::uint64_t TcpStreams::hashOf(const FlowEnds& ends) const {
   std::uint8_t octets[12];
   static_assert(sizeof ends == sizeof octets);
   std::memcpy(octets, &ends, sizeof octets);
-  return hash(octets);
+  return hash_(octets);
 }
 
 // ---- segments ----
 
-bool TcpStreams::follow(const FlowEnds& ends, const TcpSegment& segment, std::int64_t time) {
-  closeOldGaps(time);
-  const bool bare = segment.payload.empty();
-  if (bare && !segment.isSyn && !segment.isReset) return false;
+bool TcpStreams::follow(const FlowEnds& ends, const TcpSegment& segment, std::int64_t captured, std::int64_t now) {
+  if (!waiting_.empty()) {
+    if (segment.hasAcknowledged) acknowledge(ends.reversed(), segment.acknowledged);
+    expire(now);
+  }
+  const bool isControl = segment.isSyn || segment.isFin || segment.isReset;
+  if (segment.isBare() && !isControl) return false;
+
   const std::uint64_t hashed = hashOf(ends);
-  Stream* stream = streams.find(ends, hashed);
-  if (segment.isReset) {
-    if (stream != nullptr) forget(*stream);
+  Stream* stream = streams_.find(ends, hashed);
+  if (segment.isBare() || segment.isReset) {
+    takeControl(stream, ends, hashed, segment);
     return false;
   }
-  if (segment.isSyn) {
-    begin(stream, ends, hashed, segment);
-    if (bare) return false;
-    stream = streams.find(ends, hashed);
+  if (segment.isSyn && !isProtected(stream)) {
+    takeSyn(stream, ends, hashed, segment.sequence + 1);
+    stream = streams_.find(ends, hashed);
+  }
+  const std::uint32_t sequence = segment.sequence + (segment.isSyn ? 1 : 0);
+  // Nothing has been seen of the numbers of a SYN, so they need no protection.
+  if (stream != nullptr && !hasPayload(*stream) && stream->order.isFar(sequence)) {
+    forget(*stream);
+    stream = nullptr;
   }
   if (stream == nullptr) {
-    if (decide(segment.payload) == Kind::kNeither) return false;
+    if (!MessageStream::mayBeginWith(segment.payload)) return false;
     stream = &newStream(ends, hashed);
-    stream->next = segment.sequence;
+    stream->order.start(sequence, false);
   }
-  if (time - stream->touched > kTouchEvery) {
-    stream->touched = time;
-    streams.touch(*stream);
-  }
-  if (stream->kind == Kind::kNeither) return false;
-  place(*stream, segment.sequence + (segment.isSyn ? 1 : 0), segment.payload, time);
-  if (stream->kind == Kind::kUndecided && !stream->fromStart && !stream->kept) {
-    streams.erase(*stream);  // it began like a message and is none
+  if (stream->messages.kind() == MessageStream::Kind::kForeign) {
+    takeForeign(*stream, segment, now);
     return false;
   }
-  if (memory > kMaxMemory) {
-    streams.touch(*stream);
-    makeRoom();
+  if (segment.missing > 0) {
+    sink_.count(NetworkCount::kSegmentsCut);
+    sink_.refuseTail(ends, segment.missing);
   }
-  return stream->kind != Kind::kNeither;
+  return takePayload(*stream, {sequence, segment.payload, segment.missing, segment.isFin, captured, now});
 }
 
-void TcpStreams::begin(Stream* stream, const FlowEnds& ends, std::uint64_t hashed, const TcpSegment& segment) {
-  const std::uint32_t first = segment.sequence + 1;
-  if (stream == nullptr) {
-    stream = &newStream(ends, hashed);
-  } else if (stream->fromStart && stream->first == first) {
-    return;  // the same SYN again
+void TcpStreams::takeForeign(Stream& stream, const TcpSegment& segment, std::int64_t now) {
+  if (segment.isFin) {
+    forget(stream);
+  } else if (secondOf(now) != stream.touched) {
+    enlist(stream, kExpendable, now);
   }
-  restart(*stream, first);
-  stream->first = first;
-  stream->fromStart = true;
+}
+
+bool TcpStreams::takePayload(Stream& stream, const ArrivedSegment& segment) {
+  Delivery delivery(*this, stream);
+  if (stream.order.take(segment, delivery) == StreamReassembly::Placement::kRepeated) {
+    sink_.count(NetworkCount::kSegmentsRetransmitted);
+  }
+  if (stream.order.due(limits_) <= segment.now) {
+    Budget budget;
+    while (!budget.isSpent() && release(stream, segment.now, budget)) {
+    }
+  }
+  return settle(stream, segment.now);
+}
+
+/// Takes SYN, FIN and RST. A RST counts only with the expected number: RFC 5961 has the receiver of another one ask the
+/// sender, which an observer cannot do, so another one counts as forged. When a RST was real, no segment follows it,
+/// and the stream leaves for others later.
+void TcpStreams::takeControl(Stream* stream, const FlowEnds& ends, std::uint64_t hashed, const TcpSegment& segment) {
+  if (segment.isSyn) {
+    takeSyn(stream, ends, hashed, segment.sequence + 1);
+  } else if (stream != nullptr && stream->messages.kind() == MessageStream::Kind::kForeign) {
+    forget(*stream);  // its numbers were not followed
+  } else if (stream != nullptr) {
+    stream->order.takeEnd(segment.sequence);
+    if (stream->order.hasEnded()) forget(*stream);
+  }
+}
+
+void TcpStreams::takeSyn(Stream* stream, const FlowEnds& ends, std::uint64_t hashed, std::uint32_t first) {
+  if (isProtected(stream)) {
+    stream->order.takeSyn(first);
+    account(*stream, std::int64_t{stream->touched} * 1'000'000);
+    return;
+  }
+  if (stream == nullptr) {
+    if (streams_.sizeOf(kOpening) >= limits_.openings) forget(*streams_.oldest(kOpening));
+    stream = &newStream(ends, hashed);
+  }
+  stream->order.start(first, true);
+  stream->messages.start(true);
+
+  streams_.move(*stream, kOpening);
 }
 
 TcpStreams::Stream& TcpStreams::newStream(const FlowEnds& ends, std::uint64_t hashed) {
-  if (streams.full()) {
-    sink.count(NetworkCount::kStreamsDisplaced);
-    forget(*streams.oldestValue());
-  }
-  return streams.insert(ends, hashed);
+  if (streams_.isFull()) makePlace();
+  return streams_.insert(ends, hashed, kOpening);
 }
 
-void TcpStreams::restart(Stream& stream, std::uint32_t sequence) {
-  if (stream.kept) memory -= stream.kept->size;
-  stream.kept.reset();
-  stream.gapSince = 0;
-  stream.skip = stream.wanted = 0;
-  stream.next = sequence;
-  stream.kind = Kind::kUndecided;
-  stream.fromStart = false;
+void TcpStreams::acknowledge(const FlowEnds& ends, std::uint32_t sequence) {
+  Stream* stream = streams_.find(ends, hashOf(ends));
+  if (stream == nullptr || stream->due == StreamReassembly::kNever) return;
+  stream->order.acknowledge(sequence);
+  schedule(*stream);
 }
 
-void TcpStreams::place(Stream& stream, std::uint32_t sequence, Octets octets, std::int64_t time) {
-  std::int32_t ahead = distance(stream.next, sequence);
-  if (ahead > kWindow || ahead < -kWindow) {
-    sink.count(NetworkCount::kStreamGaps);
-    restart(stream, sequence);
-    ahead = 0;
-  }
-  if (ahead > 0) {
-    keepEarly(stream, sequence, octets, time);
-    return;
-  }
-  const auto old = static_cast<std::size_t>(-ahead);
-  if (old >= octets.size()) {
-    sink.count(NetworkCount::kSegmentsRetransmitted);
-    return;
-  }
-  deliver(stream, octets.subspan(old));
-  if (stream.gapSince != 0) useEarly(stream);
+// ---- early segments ----
+
+bool TcpStreams::release(Stream& stream, std::int64_t now, Budget& budget) {
+  Delivery delivery(*this, stream);
+  if (!stream.order.release(now, limits_, delivery)) return false;
+  --budget.segments;
+  budget.octets -= std::min(budget.octets, delivery.octets());
+  return true;
 }
 
-void TcpStreams::keepEarly(Stream& stream, std::uint32_t sequence, Octets octets, std::int64_t time) {
-  std::vector<Early>& early = keptOf(stream).early;
-  const auto at = std::lower_bound(early.begin(), early.end(), sequence, [](const Early& one, std::uint32_t number) {
-    return distance(one.sequence, number) > 0;
-  });
-  if (at != early.end() && at->sequence == sequence && at->octets.size() >= octets.size()) {
-    sink.count(NetworkCount::kSegmentsRetransmitted);
-    return;
-  }
-  early.insert(at, {sequence, {octets.begin(), octets.end()}});
-  stream.kept->earlySize += octets.size() + kOverhead;
-  account(stream);
-  if (stream.gapSince == 0) {
-    stream.gapSince = std::max<std::int64_t>(time, 1);
-    gaps.push_back({stream.gapSince, streams.keyOf(stream)});
-  }
-  while (stream.gapSince != 0 && stream.kept->size > kMaxStreamMemory) closeGap(stream);
-}
-
-/// Delivers what came early, as far as it now fits on.
-void TcpStreams::useEarly(Stream& stream) {
-  std::vector<Early> early = std::move(stream.kept->early);
-  stream.kept->early.clear();
-  auto at = early.begin();
-  for (; at != early.end(); ++at) {
-    const std::int32_t ahead = distance(stream.next, at->sequence);
-    if (ahead > 0) break;
-    const auto old = static_cast<std::size_t>(-ahead);
-    if (old < at->octets.size()) deliver(stream, Octets(at->octets).subspan(old));
-    stream.kept->earlySize -= at->octets.size() + kOverhead;
-  }
-  early.erase(early.begin(), at);
-  if (early.empty()) stream.gapSince = 0;
-  stream.kept->early = std::move(early);
-  account(stream);
-}
-
-/// What is missing will not come: goes on behind it.
-void TcpStreams::closeGap(Stream& stream) {
-  sink.count(NetworkCount::kStreamGaps);
-  const std::uint32_t next = stream.kept->early.front().sequence;
-  const auto missing = static_cast<std::uint64_t>(distance(stream.next, next));
-  stream.skip -= std::min(stream.skip, missing);
-  stream.next = next;
-  stream.wanted = 0;
-  stream.kept->partial.clear();
-  stream.kept->assembly.clear();
-  if (stream.kind == Kind::kUndecided) stream.fromStart = false;
-  useEarly(stream);
-}
-
-void TcpStreams::closeOldGaps(std::int64_t time) {
-  while (!gaps.empty() && (time - gaps.front().since > kPatience || gaps.size() > kMaxGaps)) {
-    const Gap gap = gaps.front();
-    gaps.pop_front();
-    Stream* stream = streams.find(gap.ends, hashOf(gap.ends));
-    if (stream == nullptr || stream->gapSince != gap.since) continue;
-    while (stream->gapSince != 0) closeGap(*stream);
-  }
-}
-
-// ---- messages ----
-
-/// Octets that follow those delivered before.
-void TcpStreams::deliver(Stream& stream, Octets octets) {
-  stream.next += static_cast<std::uint32_t>(octets.size());
-  const auto skipped = static_cast<std::size_t>(std::min<std::uint64_t>(stream.skip, octets.size()));
-  stream.skip -= skipped;
-  octets = octets.subspan(skipped);
-  if (octets.empty() || stream.kind == Kind::kNeither) return;
-  if (!stream.kept || stream.kept->partial.empty()) {
-    const std::size_t used = takeMessages(stream, octets, 0);
-    if (used < octets.size()) {
-      keptOf(stream).partial.assign(octets.begin() + static_cast<std::ptrdiff_t>(used), octets.end());
+void TcpStreams::releaseDue(std::int64_t now, Budget& budget) {
+  while (!budget.isSpent() && !waiting_.empty() && waiting_.begin()->first <= now) {
+    Stream& stream = *waiting_.begin()->second;
+    --budget.segments;  // for the stream itself
+    while (!budget.isSpent() && release(stream, now, budget)) {
     }
-  } else {
-    // Moved out, so that what is done on the way finds the stream in order.
-    std::vector<std::uint8_t> partial = std::move(stream.kept->partial);
-    stream.kept->partial.clear();
-    const std::size_t known = stream.wanted == 0 ? partial.size() : 0;
-    partial.insert(partial.end(), octets.begin(), octets.end());
-    const std::size_t used = partial.size() < stream.wanted ? 0 : takeMessages(stream, partial, known);
-    partial.erase(partial.begin(), partial.begin() + static_cast<std::ptrdiff_t>(used));
-    if (stream.kept) stream.kept->partial = std::move(partial);
+    waiting_.erase(waiting_.begin());
+    stream.due = StreamReassembly::kNever;
+    settle(stream, std::int64_t{stream.touched} * 1'000'000);
   }
-  if (stream.kept) account(stream);
 }
 
-/// Hands on what is whole; answers how many octets are done with. `known` of them were not enough before.
-std::size_t TcpStreams::takeMessages(Stream& stream, Octets octets, std::size_t known) {
-  std::size_t at = 0;
-  stream.wanted = 0;
-  while (at < octets.size()) {
-    const Octets rest = octets.subspan(at);
-    const Cut piece = cut(stream, rest, at == 0 ? known : 0);
-    switch (piece.kind) {
-      case Cut::kMore:
-        stream.wanted = static_cast<std::uint32_t>(piece.length);
-        return at;
-      case Cut::kMessage:
-        handOn(stream, rest.first(static_cast<std::size_t>(piece.length)));
-        at += static_cast<std::size_t>(piece.length);
-        break;
-      case Cut::kTooLong:
-        refuse(stream, piece.length);
-        [[fallthrough]];
-      case Cut::kSkip: {
-        const auto here = static_cast<std::size_t>(std::min<std::uint64_t>(piece.length, rest.size()));
-        stream.skip = piece.length - here;
-        at += here;
-        break;
-      }
-      case Cut::kLost:
-        at += findNext(stream, rest);
+void TcpStreams::expire(std::int64_t now) {
+  Budget budget;
+  releaseDue(now, budget);
+}
+
+void TcpStreams::flush() {
+  while (!waiting_.empty()) expire(StreamReassembly::kNever - 1);
+  for (std::size_t list = 0; list < kLists; ++list) {
+    while (Stream* stream = streams_.oldest(list)) {
+      Delivery delivery(*this, *stream);
+      stream->order.releaseRival(delivery);
+      forget(*stream);
     }
   }
-  return at;
 }
 
-Cut TcpStreams::cut(Stream& stream, Octets octets, std::size_t known) {
-  if (stream.kind == Kind::kUndecided) {
-    const std::size_t blank = std::min(octets.size(), std::size_t{4});
-    std::size_t begin = 0;
-    while (begin < blank && (octets[begin] == '\r' || octets[begin] == '\n')) ++begin;
-    if (begin > 0) return {Cut::kSkip, begin};
-    stream.kind = decide(octets);
-    if (stream.kind == Kind::kUndecided) return {Cut::kMore};
-    // A stream that was not seen from its start may come to a message yet.
-    if (stream.kind == Kind::kNeither && !stream.fromStart) stream.kind = Kind::kUndecided;
-    if (stream.kind == Kind::kNeither || stream.kind == Kind::kUndecided) return {Cut::kSkip, octets.size()};
+/// Looks at a stream again at the time when its early segments are due. A stream that is due later than it was is left
+/// where it is until then, because each segment in order defers it.
+void TcpStreams::schedule(Stream& stream) {
+  const std::int64_t due = stream.order.due(limits_);
+  if (due >= stream.due) return;
+  if (stream.due != StreamReassembly::kNever) waiting_.erase({stream.due, &stream});
+  waiting_.emplace(due, &stream);
+  stream.due = due;
+}
+
+// ---- the table ----
+
+/// True when one segment with other numbers must not change the stream.
+bool TcpStreams::isProtected(const Stream* stream) const {
+  return stream != nullptr && hasPayload(*stream) && stream->messages.kind() != MessageStream::Kind::kForeign;
+}
+
+bool TcpStreams::isExpendable(const Stream& stream) {
+  const MessageStream::Kind kind = stream.messages.kind();
+  return kind == MessageStream::Kind::kForeign || kind == MessageStream::Kind::kUndecided;
+}
+
+/// Brings the table up to date with a stream that took octets. Returns false when the stream is not followed. The
+/// stream may be gone afterwards.
+bool TcpStreams::settle(Stream& stream, std::int64_t now) {
+  const bool isFollowed = stream.messages.kind() != MessageStream::Kind::kForeign;
+  account(stream, now);
+  if (stream.memory == 0 && stream.messages.isBlank()) {
+    forget(stream);  // it began like a message and is none
+    return false;
   }
-  switch (stream.kind) {
-    case Kind::kTpkt:
-      return cutTpkt(octets);
-    case Kind::kSip:
-      return cutSip(octets, known);
-    case Kind::kHandshake: {
-      const Cut handshake = cutHandshake(octets);
-      if (handshake.kind == Cut::kMore) return handshake;
-      stream.kind = handshake.kind == Cut::kSkip ? Kind::kWebSocket : Kind::kNeither;
-      return {Cut::kSkip, handshake.kind == Cut::kSkip ? handshake.length : octets.size()};
-    }
-    case Kind::kWebSocket:
-      return cutWebSocket(octets, frame);
-    default:
-      return {Cut::kSkip, octets.size()};
+  if (stream.order.hasEnded()) {
+    forget(stream);
+    return isFollowed;
   }
+  schedule(stream);
+  if (memory_ > limits_.streamMemory) makeRoom();
+  return isFollowed;
 }
 
-/// What a stream is whose message begins with these octets. Undecided: it takes more of them.
-TcpStreams::Kind TcpStreams::decide(Octets octets) const {
-  const Likeness tpkt = beginsTpkt(octets);
-  if (tpkt == Likeness::kYes) return Kind::kTpkt;
-  if (tpkt == Likeness::kPerhaps) return Kind::kUndecided;
-  const Likeness webSocket = beginsWebSocket(octets);
-  if (webSocket == Likeness::kYes) return Kind::kHandshake;
-  const Likeness sip = beginsSip(octets);
-  if (sip == Likeness::kYes) return Kind::kSip;
-  return sip == Likeness::kPerhaps || webSocket == Likeness::kPerhaps ? Kind::kUndecided : Kind::kNeither;
+void TcpStreams::account(Stream& stream, std::int64_t now) {
+  const auto memory = static_cast<std::uint32_t>(stream.order.memoryUsed() + stream.messages.memoryUsed());
+  memory_ += memory;
+  memory_ -= stream.memory;
+  stream.memory = memory;
+  enlist(stream, listFor(stream), now);
 }
 
-std::size_t TcpStreams::findNext(const Stream& stream, Octets octets) {
-  sink.count(NetworkCount::kStreamsOutOfStep);
-  // Not where the octets begin: there it was looked already.
-  if (stream.kind == Kind::kTpkt) return 1 + findTpkt(octets.subspan(1));
-  if (stream.kind == Kind::kSip) return 1 + findSip(octets.subspan(1));
-  return octets.size();
+void TcpStreams::enlist(Stream& stream, std::size_t list, std::int64_t now) {
+  // The order of idle streams need not be finer than a second.
+  const std::uint32_t second = secondOf(now);
+  if (second == stream.touched && list == streams_.listOf(stream)) return;
+  stream.touched = second;
+  streams_.move(stream, list);
 }
 
-void TcpStreams::handOn(Stream& stream, Octets message) {
-  if (stream.kind == Kind::kWebSocket) {
-    takeWebSocketFrame(stream, message);
-    return;
-  }
-  sink.count(NetworkCount::kStreamMessages);
-  const FlowEnds& ends = streams.keyOf(stream);
-  if (stream.kind == Kind::kSip) {
-    sink.takeSipMessage(ends, message);
-  } else {
-    sink.takeTpkt(ends, message);
-  }
-}
-
-void TcpStreams::takeWebSocketFrame(Stream& stream, Octets octets) {
-  constexpr std::uint8_t kContinuation = 0;
-  constexpr std::uint8_t kControl = 8;
-  if (frame.opcode >= kControl) return;
-  const Octets payload = octets.subspan(frame.payloadAt);
-  const bool isPart = !frame.isLast || frame.opcode == kContinuation;
-  std::vector<std::uint8_t>& message = isPart ? keptOf(stream).assembly : unmasked;
-  if (frame.opcode != kContinuation) message.clear();
-  if (message.size() + payload.size() > kMaxMessage) {
-    refuse(stream, message.size() + payload.size());
-    message.clear();
-    return;
-  }
-  for (std::size_t i = 0; i < payload.size(); ++i) message.push_back(payload[i] ^ frame.key[i % 4]);
-  if (!frame.isLast) return;
-  if (beginsSip(message) == Likeness::kYes) {
-    sink.count(NetworkCount::kStreamMessages);
-    sink.takeSipMessage(streams.keyOf(stream), message);
-  }
-  message.clear();
-}
-
-void TcpStreams::refuse(const Stream& stream, std::uint64_t length) {
-  sink.count(NetworkCount::kStreamMessagesTooLong);
-  sink.refuseMessage(streams.keyOf(stream), length);
-}
-
-// ---- memory ----
-
-TcpStreams::Kept& TcpStreams::keptOf(Stream& stream) {
-  if (!stream.kept) stream.kept = std::make_unique<Kept>();
-  return *stream.kept;
-}
-
-/// Counts anew what the stream keeps, and gives it back when that is nothing.
-void TcpStreams::account(Stream& stream) {
-  Kept& kept = *stream.kept;
-  const std::size_t size = kept.partial.size() + kept.assembly.size() + kept.earlySize;
-  memory += size - kept.size;
-  kept.size = size;
-  if (size == 0) stream.kept.reset();
+std::size_t TcpStreams::listFor(const Stream& stream) const {
+  std::size_t size = 0;
+  while (size < std::size(kSizeFrom) && stream.memory >= kSizeFrom[size]) ++size;
+  return (isExpendable(stream) ? kExpendable : kSignalling) + size;
 }
 
 void TcpStreams::forget(Stream& stream) {
-  if (stream.kept) memory -= stream.kept->size;
-  streams.erase(stream);
+  if (stream.due != StreamReassembly::kNever) waiting_.erase({stream.due, &stream});
+  memory_ -= stream.memory;
+  streams_.erase(stream);
+}
+
+void TcpStreams::displace(Stream& stream) {
+  if (hasPayload(stream)) sink_.count(NetworkCount::kStreamsDisplaced);
+  forget(stream);
+}
+
+void TcpStreams::makePlace() {
+  for (std::size_t list = 0; list < kLists; ++list) {
+    if (Stream* oldest = streams_.oldest(list)) {
+      displace(*oldest);
+      return;
+    }
+  }
 }
 
 void TcpStreams::makeRoom() {
-  while (memory > kMaxMemory) {
-    sink.count(NetworkCount::kStreamsDisplaced);
-    forget(*streams.oldestValue());
+  for (std::size_t size = kSizes - 1; size > 0; --size) {
+    for (const std::size_t lists : {kExpendable, kSignalling}) {
+      while (memory_ > limits_.streamMemory && streams_.oldest(lists + size) != nullptr) {
+        displace(*streams_.oldest(lists + size));
+      }
+    }
   }
 }
 

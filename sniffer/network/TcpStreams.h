@@ -2,110 +2,96 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <deque>
-#include <memory>
-#include <span>
+#include <set>
+#include <utility>
 #include <vector>
 
-#include "network/LruTable.h"
-#include "network/MessageFraming.h"
+#include "base/LruTable.h"
+#include "base/SeededHash.h"
+#include "network/MessageStream.h"
+#include "network/NetworkOptions.h"
 #include "network/NetworkSink.h"
-#include "network/SeededHash.h"
+#include "network/StreamReassembly.h"
 #include "network/TcpSegment.h"
 
 namespace voip {
 
-/// Follows the TCP streams that carry SIP, SIP over WebSocket or TPKTs, and hands on their messages one by one,
-/// wherever segments cut them: segments that come again, overlap, or come out of order, numbers that wrap around,
-/// streams that are first seen in the middle. What is missing is waited for 2 s of capture time; then it goes on with
-/// the next message.
+/// Follows the TCP streams that carry SIP, SIP over WebSocket or TPKTs, and passes on their messages one by one. Each
+/// direction is a stream of its own: StreamReassembly orders its octets, MessageStream cuts them into messages. A
+/// stream that carries something else is recognised by its first octets, or, when those were not captured, by the first
+/// octets of each of its segments.
 ///
-/// A stream that carries something else is known by its first octets, or, when those were not seen, by what each of its
-/// segments begins with.
-///
-/// Bounded: 256 KiB a stream; 64 MB and 100,000 streams, beyond which the one idle longest is forgotten.
+/// Bounded by NetworkLimits. When the table is full, streams leave in this order: those without payload, foreign and
+/// undecided ones, the others; the one idle for longest first. For memory only streams that hold some leave, the
+/// largest first. A call passes on a limited number of early segments, so that no frame pays for what came before;
+/// later calls go on.
 class TcpStreams {
  public:
-  static constexpr std::size_t kMaxStreams = 100'000;
-  static constexpr std::size_t kMaxMemory = 64 << 20;
-  static constexpr std::size_t kMaxStreamMemory = 256 << 10;
-  static constexpr std::int64_t kPatience = 2'000'000;  ///< microseconds
+  TcpStreams(NetworkSink& sink, const NetworkLimits& limits);
 
-  explicit TcpStreams(NetworkSink& takesMessages) : sink(takesMessages) {}
+  /// Takes one segment. `captured` is its capture time; `now` only goes forward; both in microseconds. Returns false
+  /// when the segment belongs to no stream that is followed, or has no payload.
+  bool follow(const FlowEnds& ends, const TcpSegment& segment, std::int64_t captured, std::int64_t now);
 
-  /// Takes in one segment. `time` is its capture time in microseconds. False when it is of no stream that is followed,
-  /// or has no payload.
-  bool follow(const FlowEnds& ends, const TcpSegment& segment, std::int64_t time);
+  /// Passes on early segments whose gaps are not waited for any longer.
+  void expire(std::int64_t now);
 
-  std::size_t streamCount() const { return streams.size(); }
-  std::size_t memoryUsed() const { return memory; }
+  /// Gives up all gaps and forgets all streams: no segment will come.
+  void flush();
+
+  std::size_t streamCount() const { return streams_.size(); }
+  std::size_t memoryUsed() const { return memory_; }
 
  private:
-  enum class Kind : std::uint8_t { kUndecided, kNeither, kTpkt, kSip, kHandshake, kWebSocket };
-
-  /// Octets that came before those in front of them.
-  struct Early {
-    std::uint32_t sequence;
-    std::vector<std::uint8_t> octets;
-  };
-
-  /// What a stream keeps from one segment to the next; most keep nothing.
-  struct Kept {
-    std::vector<std::uint8_t> partial;   ///< the message that is not whole
-    std::vector<Early> early;            ///< by sequence number
-    std::vector<std::uint8_t> assembly;  ///< a message of several WebSocket frames, as far as it goes
-    std::size_t earlySize = 0;           ///< what `early` takes
-    std::size_t size = 0;                ///< what all of it takes, as counted last
-  };
-
   struct Stream {
-    std::unique_ptr<Kept> kept;
-    std::int64_t touched = 0;
-    std::int64_t gapSince = 0;  ///< 0: nothing is missing
-    std::uint64_t skip = 0;     ///< octets to come that are no message
-    std::uint32_t first = 0;    ///< sequence number of its first octet, when `fromStart`
-    std::uint32_t next = 0;     ///< sequence number of the octet that is waited for
-    std::uint32_t wanted = 0;   ///< the partial message is whole when it is that long; 0: not known
-    Kind kind = Kind::kUndecided;
-    bool fromStart = false;
+    StreamReassembly order;
+    MessageStream messages;
+    std::int64_t due = StreamReassembly::kNever;  ///< its entry in `waiting_`
+    std::uint32_t memory = 0;                     ///< as counted last
+    std::uint32_t touched = 0;                    ///< in seconds
   };
 
-  struct Gap {
-    std::int64_t since;
-    FlowEnds ends;
-  };
+  // Lists of the table: streams without payload; by memory, foreign and undecided streams; by memory, the others.
+  static constexpr std::size_t kOpening = 0;
+  static constexpr std::size_t kSizes = 4;
+  static constexpr std::size_t kExpendable = 1;
+  static constexpr std::size_t kSignalling = kExpendable + kSizes;
+  static constexpr std::size_t kLists = kSignalling + kSizes;
+
+  class Delivery;
+  struct Budget;
 
   std::uint64_t hashOf(const FlowEnds& ends) const;
   Stream& newStream(const FlowEnds& ends, std::uint64_t hashed);
-  void begin(Stream* stream, const FlowEnds& ends, std::uint64_t hashed, const TcpSegment& segment);
-  void place(Stream& stream, std::uint32_t sequence, Octets octets, std::int64_t time);
-  void keepEarly(Stream& stream, std::uint32_t sequence, Octets octets, std::int64_t time);
-  void useEarly(Stream& stream);
-  void closeGap(Stream& stream);
-  void closeOldGaps(std::int64_t time);
-  void restart(Stream& stream, std::uint32_t sequence);
+  void takeControl(Stream* stream, const FlowEnds& ends, std::uint64_t hashed, const TcpSegment& segment);
+  void takeSyn(Stream* stream, const FlowEnds& ends, std::uint64_t hashed, std::uint32_t first);
+  void takeForeign(Stream& stream, const TcpSegment& segment, std::int64_t now);
+  bool takePayload(Stream& stream, const ArrivedSegment& segment);
+  void acknowledge(const FlowEnds& ends, std::uint32_t sequence);
 
-  void deliver(Stream& stream, Octets octets);
-  std::size_t takeMessages(Stream& stream, Octets octets, std::size_t known);
-  Cut cut(Stream& stream, Octets octets, std::size_t known);
-  Kind decide(Octets octets) const;
-  std::size_t findNext(const Stream& stream, Octets octets);
-  void handOn(Stream& stream, Octets message);
-  void takeWebSocketFrame(Stream& stream, Octets octets);
-  void refuse(const Stream& stream, std::uint64_t length);
+  bool release(Stream& stream, std::int64_t now, Budget& budget);
+  void releaseDue(std::int64_t now, Budget& budget);
 
-  Kept& keptOf(Stream& stream);
-  void account(Stream& stream);
+  bool hasPayload(const Stream& stream) const { return streams_.listOf(stream) != kOpening; }
+  bool isProtected(const Stream* stream) const;
+  static bool isExpendable(const Stream& stream);
+  bool settle(Stream& stream, std::int64_t now);
+  void schedule(Stream& stream);
+  void account(Stream& stream, std::int64_t now);
+  void enlist(Stream& stream, std::size_t list, std::int64_t now);
+  std::size_t listFor(const Stream& stream) const;
   void forget(Stream& stream);
+  void displace(Stream& stream);
+  void makePlace();
   void makeRoom();
 
-  NetworkSink& sink;
-  SeededHash hash;
-  LruTable<FlowEnds, Stream> streams{kMaxStreams};
-  std::deque<Gap> gaps;  ///< those that were opened, oldest first; some have been closed since
-  std::size_t memory = 0;
-  WebSocketFrame frame;                ///< the last one that was cut
-  std::vector<std::uint8_t> unmasked;  ///< a message of a WebSocket, reused
+  NetworkSink& sink_;
+  const NetworkLimits limits_;
+  SeededHash hash_;
+  LruTable<FlowEnds, Stream, kLists> streams_;
+  std::set<std::pair<std::int64_t, Stream*>> waiting_;  ///< streams with early segments, by the time they are due
+  std::size_t memory_ = 0;
+  std::vector<std::uint8_t> unmasked_;  ///< a message of a WebSocket, reused
 };
 
 }  // namespace voip

@@ -4,7 +4,7 @@
 
 namespace voip {
 
-// Headers as they stand in a frame: multi-byte fields in network order. A header stands at any address in a frame, so it
+// Headers as they are in a frame: multi-byte fields in network order. A header may be at any address in a frame, so it
 // is copied out, never read in place.
 
 struct sniff_ethernet {

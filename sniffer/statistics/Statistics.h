@@ -45,8 +45,8 @@ struct Statistics {
 
   Counter duplicatesDropped, duplicatesForgotten;
   Counter fragmentsHeld, fragmentsMalformed;
-  Counter datagramsReassembled, datagramsTimedOut, datagramsDisplaced, datagramsContradictory;
-  Counter segmentsFollowed, segmentsRetransmitted;
+  Counter datagramsReassembled, datagramsTimedOut, datagramsDisplaced, datagramsContradictory, datagramsMixed;
+  Counter segmentsFollowed, segmentsRetransmitted, segmentsCut;
   Counter streamMessages, streamMessagesTooLong;
   Counter streamGaps, streamsOutOfStep, streamsDisplaced;
 
@@ -169,10 +169,14 @@ inline constexpr auto kStatisticsRows = [] {
        withFragments, ""},
       {"datagramsContradictory", &S::datagramsContradictory, kCounter, "incomplete_datagrams_total",
        R"(reason="contradiction")", withFragments, ""},
+      {"datagramsMixed", &S::datagramsMixed, kCounter, "incomplete_datagrams_total", R"(reason="checksum")",
+       withFragments, ""},
       {"segmentsFollowed", &S::segmentsFollowed, kCounter, "followed_segments_total", "", withTcp,
        "TCP segments with payload in streams that carry signalling."},
       {"segmentsRetransmitted", &S::segmentsRetransmitted, kCounter, "retransmitted_segments_total", "", withTcp,
        "TCP segments of these streams without new data."},
+      {"segmentsCut", &S::segmentsCut, kCounter, "cut_segments_total", "", withTcp,
+       "TCP segments of these streams that were longer than the snap length."},
       {"streamMessages", &S::streamMessages, kCounter, "stream_messages_total", "", withTcp,
        "Messages found in TCP streams."},
       {"streamMessagesTooLong", &S::streamMessagesTooLong, kCounter, "stream_messages_too_long_total", "", withTcp,

@@ -45,26 +45,90 @@ const std::string kWebSocketStream = kHandshake + webSocket(kInvite.substr(0, 20
 
 struct Follower {
   WritingSink sink;
-  TcpStreams streams{sink};
+  NetworkLimits limits;
+  TcpStreams streams{sink, limits};
   FlowEnds ends{1, 2, 3, 4};
 
-  bool segment(std::uint32_t sequence, const std::string& payload, std::int64_t time = 0, bool isSyn = false) {
+  Follower() = default;
+  explicit Follower(const NetworkLimits& some) : limits(some) {}
+
+  bool take(const FlowEnds& from, TcpSegment segment, const std::string& payload, std::int64_t captured,
+            std::int64_t now) {
     const Bytes octets = text(payload);
+    segment.payload = octets;
+    return streams.follow(from, segment, captured, now);
+  }
+
+  bool segment(std::uint32_t sequence, const std::string& payload, std::int64_t time = 0, bool isSyn = false) {
     TcpSegment one;
     one.sequence = sequence;
     one.isSyn = isSyn;
-    one.payload = octets;
-    return streams.follow(ends, one, time);
+    return take(ends, one, payload, time, time);
   }
 };
 
-// Wherever segments cut, in whatever order they come and how often, the messages are the same.
+const NetworkLimits kFew = {.streams = 16, .openings = 4};
+
+/// What happens to a stream.
+struct Step {
+  enum Kind { kSegment, kSyn, kFin, kReset, kAcknowledgement, kPause, kEnd };
+
+  std::uint32_t at = 0;
+  std::string octets = {};
+  std::int64_t time = 0;
+  Kind kind = kSegment;
+  std::size_t missing = 0;    ///< octets of the segment that were not captured
+  std::int64_t captured = 0;  ///< the capture time, where it differs from the time by this much
+
+  void happenTo(Follower& follower) const {
+    if (kind == kPause) {
+      follower.streams.expire(time);
+    } else if (kind == kEnd) {
+      follower.streams.flush();
+    } else {
+      TcpSegment one;
+      one.sequence = at;
+      one.isSyn = kind == kSyn;
+      one.isFin = kind == kFin;
+      one.isReset = kind == kReset;
+      one.missing = missing;
+      one.hasAcknowledged = kind == kAcknowledgement;
+      one.acknowledged = at;
+      follower.take(one.hasAcknowledged ? follower.ends.reversed() : follower.ends, one, octets, time + captured, time);
+    }
+  }
+};
+
+struct Case {
+  const char* what;
+  std::vector<Step> steps;
+  Items messages;
+};
+
+std::string brief(const Items& items) {
+  std::string all;
+  for (const std::string& item : items) all += item.substr(0, 9) + "... ";
+  return all;
+}
+
+void check(const Case& one) {
+  Follower follower(kFew);
+  for (const Step& step : one.steps) step.happenTo(follower);
+  EXPECT_TRUE(follower.sink.items == one.messages)
+      << one.what << ": " << brief(follower.sink.items) << "instead of " << brief(one.messages);
+}
+
+std::uint32_t after(const std::string& text) {
+  return static_cast<std::uint32_t>(100 + text.size());
+}
+
+// However the segments are cut, in any order and however often they come, the messages are the same.
 TEST(TcpStreams, FindMessagesWhereverSegmentsCut) {
   std::mt19937 random(1);
   const std::pair<std::string, Items> streams[] = {{kSipStream, kSip}, {kH323Stream, kH323}, {kWebSocketStream, kSip}};
   for (const auto& [stream, messages] : streams) {
     for (int round = 0; round < 300; ++round) {
-      Follower follower;
+      Follower follower(kFew);
       const std::uint32_t first = round % 2 == 0 ? 0U - random() % 500 : random();  // half of them wrap around
       follower.segment(first - 1, "", 0, true);
       struct Piece {
@@ -86,50 +150,156 @@ TEST(TcpStreams, FindMessagesWhereverSegmentsCut) {
                          stream.substr(piece.from, piece.to - piece.from));
       }
       ASSERT_EQ(follower.sink.items, messages) << "round " << round;
-      ASSERT_EQ(follower.sink.counts[NetworkCount::kStreamGaps] + follower.sink.counts[NetworkCount::kStreamsOutOfStep], 0U);
+      ASSERT_EQ(follower.sink.counts[NetworkCount::kStreamGaps] + follower.sink.counts[NetworkCount::kStreamsOutOfStep],
+                0U);
     }
   }
 }
 
-TEST(TcpStreams, GoOnBehindWhatIsMissing) {
-  struct Segment {
-    std::uint32_t at;
-    std::string octets;
-    std::int64_t time = 0;
-  };
-  const auto behind = [](const std::string& text) { return static_cast<std::uint32_t>(100 + text.size()); };
+TEST(TcpStreams, GoOnAfterALoss) {
   const std::string half = kInvite.substr(30);
   const std::string tail = kH323[1].substr(300);
-  const struct {
-    const char* what;
-    std::vector<Segment> segments;
-    Items messages;
-  } cases[] = {
-      {"first seen in the middle of a message", {{100, half}, {behind(half), kRinging + kBye}}, {kRinging, kBye}},
-      {"first seen in the middle of a TPKT", {{100, tail}, {behind(tail), kH323[2]}}, {kH323[2]}},
+  const std::string trap = sip("MESSAGE sip:a@b SIP/2.0", "BYE sip:not@sent SIP/2.0\r\nis only a line\r\n");
+  const std::string keepAlive("\3\0\0\4", 4), frame = webSocket(kBye);
+  const Case cases[] = {
+      {"first seen in the middle of a message", {{100, half}, {after(half), kRinging + kBye}}, {kRinging, kBye}},
+      {"first seen in the middle of a TPKT", {{100, tail}, {after(tail), kH323[2]}}, {kH323[2]}},
+      {"first seen in the middle of a WebSocket", {{100, frame.substr(9)}, {after(frame), frame}}, {kBye}},
+      {"first seen in the middle, with a line of a body", {{100, trap.substr(trap.find("BYE"))}}, {}},
+      {"first seen at a keep-alive", {{100, "\r\n\r\n"}, {104, "\r\n\r\n" + kInvite}}, {kInvite}},
       {"a segment is lost",
        {{100, kInvite + kRinging.substr(0, 9)},
         {1100, "x: y\r\n\r\n" + kBye},
         {1500, "", 1},
         {100 + 2000, kRinging, 3'000'000},
-        {behind(std::string(2000, ' ') + kRinging), kBye, 6'000'000}},
+        {after(std::string(2000, ' ') + kRinging), kBye, 6'000'000}},
        {kInvite, kBye, kRinging, kBye}},
+      {"the middle of a message with a start line in its body is lost",
+       {{100, trap.substr(0, trap.size() - 50)},
+        {after(trap) - 40, trap.substr(trap.size() - 40) + kBye},
+        {0, "", 2'000'000, Step::kPause}},
+       {kBye}},
+      {"its header is lost",
+       {{100, kInvite}, {after(kInvite) + 60, trap.substr(60) + kBye}, {0, "", 2'000'000, Step::kPause}},
+       {kInvite, kBye}},
       {"a segment with the end of a TPKT is lost",
        {{100, kH323[0] + kH323[1].substr(0, 9)}, {1100, tail + kH323[2]}, {100, kH323[0], 3'000'000}},
        {kH323[0], kH323[2]}},
-      {"ports used again", {{100, kInvite}, {0x70000000, kRinging}}, {kInvite, kRinging}},
+      {"the middle of a TPKT is lost, and what is left looks like TPKTs",
+       {{100, kH323[0] + tpkt(std::string(60, 'x') + kH323[0] + kH323[0]).substr(0, 20)},
+        {after(kH323[0]) + 40, tpkt(std::string(60, 'x') + kH323[0] + kH323[0]).substr(40) + kH323[2]},
+        {0, "", 2'000'000, Step::kPause}},
+       {kH323[0], kH323[2]}},
+      {"a TPKT in two segments after a loss",
+       {{100, kH323[0]}, {500, kH323[1].substr(0, 300)}, {800, tail}, {0, "", 2'000'000, Step::kPause}},
+       {kH323[0], kH323[1]}},
+      {"a stray segment, then part of a WebSocket is lost",
+       {{100, kHandshake + frame.substr(0, 99)},
+        {after(kHandshake) + 400, "stray" + frame},
+        {0, "", 2'000'000, Step::kPause}},
+       {kBye}},
+      {"the first frames of a WebSocket are lost",
+       {{99, "", 0, Step::kSyn}, {800, frame + webSocket("pong", 0x8A) + frame}, {0, "", 2'000'000, Step::kPause}},
+       {kBye, kBye}},
+      {"TPKTs without content",
+       {{99, "", 0, Step::kSyn}, {100, keepAlive}, {104, keepAlive + kH323[0] + keepAlive + kH323[2]}},
+       {kH323[0], kH323[2]}},
+      {"not captured to the end",
+       {{100, kInvite + kBye.substr(0, 50), 0, Step::kSegment, kBye.size() - 50}, {after(kInvite + kBye), kRinging}},
+       {kInvite, kRinging}},
+      {"no octet captured, ahead of the others",
+       {{100, kInvite}, {after(kInvite) + 10, kRinging}, {after(kInvite), "", 0, Step::kSegment, 10}},
+       {kInvite, kRinging}},
       {"the lost segment comes at last",
-       {{100, kInvite}, {behind(kInvite + kRinging), kBye}, {behind(kInvite), kRinging, 1'900'000}},
+       {{100, kInvite}, {after(kInvite + kRinging), kBye}, {after(kInvite), kRinging, 1'900'000}},
        kSip},
+      {"a pause ends the wait",
+       {{100, kInvite}, {after(kInvite) + 9, kBye}, {0, "", 1'999'999, Step::kPause}},
+       {kInvite}},
+      {"the end of the run",
+       {{100, kInvite}, {after(kInvite) + 9, kBye}, {0x70000000, kRinging}, {0, "", 0, Step::kEnd}},
+       {kInvite, kBye, kRinging}},
+      {"the other side has it",
+       {{100, kInvite}, {after(kInvite) + 9, kBye}, {after(kInvite) + 9, "", 1, Step::kAcknowledgement}},
+       {kInvite, kBye}},
+      {"the other side has not",
+       {{100, kInvite}, {after(kInvite) + 9, kBye}, {after(kInvite) + 8, "", 1, Step::kAcknowledgement}},
+       {kInvite}},
+      {"the system clock is set back",
+       {{100, kInvite},
+        {after(kInvite) + 9, kBye},
+        {after(kInvite + kBye) + 9, kBye, 2'000'000, Step::kSegment, 0, -3'600'000'000}},
+       {kInvite, kBye, kBye}},
   };
-  for (const auto& one : cases) {
-    Follower follower;
-    for (const Segment& segment : one.segments) follower.segment(segment.at, segment.octets, segment.time);
-    EXPECT_EQ(follower.sink.items, one.messages) << one.what;
+  for (const Case& one : cases) check(one);
+
+  Follower follower;
+  for (const Step& step :
+       {Step{100, kInvite, 10}, Step{after(kInvite) + 9, kBye, 20}, Step{0, "", 9'000'000, Step::kPause}}) {
+    step.happenTo(follower);
+  }
+  EXPECT_EQ(follower.sink.times, (std::vector<std::int64_t>{10, 20})) << "a message has its own capture time";
+}
+
+// One frame with other numbers than expected may be forged; the stream goes on all the same.
+TEST(TcpStreams, LetNoStrangerChangeTheNumbers) {
+  const std::uint32_t second = after(kInvite), third = second + static_cast<std::uint32_t>(kRinging.size());
+  const std::uint32_t far = 0x70000000;
+  const std::string junk(400, 'x');
+  const auto between = [&](const std::vector<Step>& forged) {
+    std::vector<Step> steps = {{99, "", 0, Step::kSyn}, {100, kInvite}};
+    steps.insert(steps.end(), forged.begin(), forged.end());
+    steps.push_back({second, kRinging, 5'000'000});
+    steps.push_back({third, kBye, 5'000'000});
+    return steps;
+  };
+  const Case cases[] = {
+      {"SYN", between({{far, "", 0, Step::kSyn}}), kSip},
+      {"SYN with payload", between({{far, junk, 0, Step::kSyn}}), kSip},
+      {"SYN nearby", between({{5000, "", 0, Step::kSyn}}), kSip},
+      {"SYN before all", {{far, "", 0, Step::kSyn}, {100, kInvite}, {second, kRinging}}, {kInvite, kRinging}},
+      {"far segments", between({{far, junk}, {far / 2, kBye}}), kSip},
+      {"a segment far ahead in the window, and a pause", between({{500'000, junk}, {0, "", 4'000'000, Step::kPause}}),
+       kSip},
+      {"RST in the window", between({{second + 1, "", 0, Step::kReset}, {99, "", 0, Step::kReset}}), kSip},
+      {"FIN in the window", between({{second + 1, "", 0, Step::kFin}}), kSip},
+      {"ports used again", {{100, kInvite}, {far, "", 0, Step::kSyn}, {far + 1, kRinging}}, {kInvite, kRinging}},
+      {"another connection without SYN",
+       {{100, kInvite}, {far, kRinging.substr(0, 9)}, {far + 9, kRinging.substr(9) + kBye}},
+       kSip},
+      {"ports used again after RST",
+       {{100, kInvite}, {second, "", 0, Step::kReset}, {far, kRinging}},
+       {kInvite, kRinging}},
+      {"ports used again after FIN",
+       {{100, kInvite.substr(0, 50), 0, Step::kSegment}, {150, kInvite.substr(50), 0, Step::kFin}, {far, kRinging}},
+       {kInvite, kRinging}},
+      {"FIN before the octets",
+       {{100, kInvite}, {third, kBye, 0, Step::kFin}, {second, kRinging}, {far, kInvite}},
+       {kInvite, kRinging, kBye, kInvite}},
+  };
+  for (const Case& one : cases) check(one);
+}
+
+TEST(TcpStreams, ReadHeadersOfAllKinds) {
+  const std::string body = "v=0\r\n";
+  const std::string start = "INVITE sip:a@b SIP/2.0\r\n";
+  const std::string headers[] = {
+      start + "Content-Length:\r\n \t5\r\n\r\n",     start + "Subject: folded\r\n Content-Length: 99\r\nl : 5\r\n\r\n",
+      start + "Via: x\r\nCONTENT-LENGTH: 5\r\n\r\n", "INVITE sip:a@b SIP/2.0\nContent-Length: 5\n\n",
+      "SIP/2.0 200 OK\nl:5\nVia: x\n\r\n",
+  };
+  for (const std::string& header : headers) {
+    for (const std::size_t cut : {header.size() - 1, header.size() - 2, header.size() + 2, std::size_t{30}}) {
+      const std::string stream = header + body + "\r\n\r\n" + kBye;
+      check(
+          {header.c_str(),
+           {{99, "", 0, Step::kSyn}, {100, stream.substr(0, cut)}, {after(stream.substr(0, cut)), stream.substr(cut)}},
+           {header + body, kBye}});
+    }
   }
 }
 
-TEST(TcpStreams, RefuseWhatIsNeitherAndTellWhatDoesNotFit) {
+TEST(TcpStreams, RefuseForeignStreamsAndLongMessages) {
   for (const char* stream : {"GET / HTTP/1.1\r\n\r\n", "\x16\x03\x01 handshake", "POST http://x/ HTTP/1.1\r\n",
                              "220 x\r\n", "INVITE sip:a@b SIP/3.0\r\n\r\n", "\3\1\0\x20", "SSH-2.0-x\r\n"}) {
     Follower follower;
@@ -150,24 +320,90 @@ TEST(TcpStreams, RefuseWhatIsNeitherAndTellWhatDoesNotFit) {
   EXPECT_EQ(follower.sink.counts[NetworkCount::kStreamMessagesTooLong], 1U);
 }
 
+TEST(TcpStreams, GiveUpWhatIsSeldomATpkt) {
+  Follower follower;
+  std::uint32_t at = 100;
+  const auto take = [&](const std::string& octets) {
+    at += static_cast<std::uint32_t>(octets.size());
+    return follower.segment(at - static_cast<std::uint32_t>(octets.size()), octets);
+  };
+  EXPECT_TRUE(take(kH323[0]));
+  for (int i = 0; i < 100; ++i) take(i % 9 == 0 ? kH323[2] : "\x17 fast path");
+  EXPECT_LT(follower.sink.counts[NetworkCount::kStreamsOutOfStep], 30U);
+  EXPECT_FALSE(take(kH323[0]));
+}
+
+TEST(TcpStreams, LimitWhatOneFrameCosts) {
+  Follower follower;
+  follower.segment(0, kInvite);
+  for (std::uint32_t i = 1; i <= 500; ++i) follower.segment(i * 1000, kBye, 1);
+  const auto& items = follower.sink.items;
+  std::size_t before = items.size();
+  int calls = 0;
+  for (; items.size() < 501 && calls < 100; ++calls) {
+    follower.segment(900'000, "x", 3'000'000 + calls);
+    ASSERT_LE(items.size() - before, 70U);
+    before = items.size();
+  }
+  EXPECT_EQ(items.size(), 501U);
+  EXPECT_GT(calls, 5);
+}
+
+TEST(TcpStreams, LeaveInTheOrderOfTheirUse) {
+  NetworkLimits limits;
+  limits.streams = 100;
+  limits.openings = 10;
+  limits.streamMemory = 100'000;
+  Follower follower(limits);
+  const auto& displaced = follower.sink.counts[NetworkCount::kStreamsDisplaced];
+  const auto from = [&](std::uint32_t host) { follower.ends.source = host; };
+
+  from(1);
+  follower.segment(100, kInvite);
+  for (std::uint32_t host = 10; host < 1'000; ++host) {
+    from(host);
+    follower.segment(0, "", 2'000'000, true);
+  }
+  EXPECT_EQ(follower.streams.streamCount(), 11U) << "SYNs alone take few places";
+  for (std::uint32_t host = 10; host < 1'000; ++host) {
+    from(host);
+    follower.segment(0, "", 3'000'000, true);
+    follower.segment(1, host % 2 == 0 ? "GET / HTTP/1.1\r\n" : "INV", 3'000'000);
+  }
+  EXPECT_EQ(follower.streams.streamCount(), limits.streams);
+  EXPECT_GT(displaced, 0U);
+  for (std::uint32_t host = 2'000; host < 2'050; ++host) {  // they end
+    from(host);
+    follower.segment(100, kInvite, 4'000'000);
+    Step{after(kInvite), "", 4'000'000, Step::kFin}.happenTo(follower);
+  }
+  EXPECT_LT(follower.streams.streamCount(), limits.streams);
+  for (std::uint32_t host = 3'000; host < 3'020; ++host) {  // they keep much
+    from(host);
+    follower.segment(100, kInvite + kBye.substr(0, 40), 5'000'000);
+    for (std::uint32_t i = 1; i < 20; ++i) follower.segment(i * 10'000, std::string(1000, 'x'), 5'000'000);
+    ASSERT_LE(follower.streams.memoryUsed(), limits.streamMemory);
+  }
+  follower.sink.items.clear();
+  from(1);
+  follower.segment(after(kInvite), kBye.substr(40), 6'000'000);
+  follower.segment(after(kInvite + kBye.substr(40)), kRinging, 6'000'000);
+  EXPECT_EQ(follower.sink.items, Items{kRinging}) << "the first stream is still there, out of step for a moment";
+}
+
 TEST(TcpStreams, AreBounded) {
   Follower follower;
-  for (std::uint32_t host = 0; host < TcpStreams::kMaxStreams + 10; ++host) {
-    follower.ends.source = host;
-    follower.segment(0, "", 0, true);
-  }
-  EXPECT_EQ(follower.streams.streamCount(), TcpStreams::kMaxStreams);
-  EXPECT_EQ(follower.sink.counts[NetworkCount::kStreamsDisplaced], 10U);
-  // Whatever is missing, a stream waits with 256 KiB at most, and all of them with 64 MB.
+  const NetworkLimits& limits = follower.limits;
+  // Whatever is missing, a stream waits with a limited amount, and so do all of them.
   const std::string piece(1000, 'x');
   for (std::uint32_t host = 0; host < 400; ++host) {
     follower.ends.source = host;
     follower.segment(0, kInvite, 1);
     for (std::uint32_t at = 0; at < 600; ++at) follower.segment(5'000 + at * 1'001, piece, 1);
     ASSERT_LE(follower.streams.memoryUsed(),
-              std::min<std::size_t>((host + 1) * TcpStreams::kMaxStreamMemory, TcpStreams::kMaxMemory));
+              std::min<std::size_t>((host + 1) * (limits.earlyMemory + 1'000), limits.streamMemory));
   }
-  EXPECT_GT(follower.streams.memoryUsed(), TcpStreams::kMaxMemory - TcpStreams::kMaxStreamMemory);
+  EXPECT_GT(follower.streams.memoryUsed(), limits.streamMemory - limits.earlyMemory);
   EXPECT_GT(follower.sink.counts[NetworkCount::kStreamGaps], 0U);
 }
 

@@ -2,6 +2,7 @@
 
 #include <pcap/dlt.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <map>
 #include <string>
@@ -10,7 +11,7 @@
 #include "base/FrameLimits.h"
 #include "network/NetworkStack.h"
 
-// Packets from the inside out, and a sink that writes down what it gets.
+// Packets, from the inside to the outside, and a sink that keeps what it gets.
 
 using Bytes = std::vector<std::uint8_t>;
 
@@ -37,17 +38,20 @@ inline Bytes zeros(std::size_t size) {
 struct Ip {
   int protocol = 17;
   int id = 1;
-  int fragment = 0;  ///< flags and offset, as they stand in the header
+  int fragment = 0;  ///< flags and offset, as they are in the header
   int ttl = 64;
+  int typeOfService = 0;
+  std::uint32_t source = 0x0A000001;
 
   Bytes operator()(const Bytes& payload) const {
-    return number(0x4500, 2) + number(20 + payload.size(), 2) + number(id, 2) + number(fragment, 2) + number(ttl, 1) +
-           number(protocol, 1) + zeros(2) + number(0x0A000001, 4) + number(0x0A000002, 4) + payload;
+    return number(0x45, 1) + number(typeOfService, 1) + number(20 + payload.size(), 2) + number(id, 2) +
+           number(fragment, 2) + number(ttl, 1) + number(protocol, 1) + zeros(2) + number(source, 4) +
+           number(0x0A000002, 4) + payload;
   }
 };
 
-inline Bytes udp(int port, const Bytes& payload) {
-  return number(4000, 2) + number(port, 2) + number(8 + payload.size(), 2) + zeros(2) + payload;
+inline Bytes udp(int port, const Bytes& payload, int checksum = 0) {
+  return number(4000, 2) + number(port, 2) + number(8 + payload.size(), 2) + number(checksum, 2) + payload;
 }
 
 inline Bytes tcp(std::uint32_t sequence, const Bytes& payload, int flags = 0x10) {
@@ -59,26 +63,29 @@ inline Bytes ethernet(int etherType, const Bytes& payload) {
   return zeros(12) + number(etherType, 2) + payload;
 }
 
-/// Writes down what it gets.
+/// Keeps what it gets.
 struct WritingSink final : voip::NetworkSink {
   std::vector<std::string> items;
   std::map<voip::NetworkCount, std::uint64_t> counts;
 
   void takeDatagram(const voip::Datagram& datagram) override { take(datagram.payload); }
   void takeSegment(const voip::Segment& segment) override { take(segment.payload); }
-  void takeSipMessage(const voip::FlowEnds&, std::span<const std::uint8_t> message) override {
+  void takeSipMessage(const voip::FlowEnds&, voip::Octets message, std::int64_t captured) override {
     items.emplace_back(message.begin(), message.end());
+    times.push_back(captured);
   }
-  void takeTpkt(const voip::FlowEnds&, std::span<const std::uint8_t> tpkt) override {
-    items.emplace_back(tpkt.begin(), tpkt.end());
+  void takeTpkt(const voip::FlowEnds& ends, voip::Octets tpkt, std::int64_t captured) override {
+    takeSipMessage(ends, tpkt, captured);
   }
   void refuseMessage(const voip::FlowEnds&, std::uint64_t length) override { tooLong.push_back(length); }
+  void refuseTail(const voip::FlowEnds&, std::size_t missing) override { tails.push_back(missing); }
   void refuseHeader(const voip::sniff_ip&) override { ++refused; }
   void refuseProtocol(const voip::sniff_ip&) override { ++refused; }
   void refuseTcpHeader(int) override { ++refused; }
   void count(voip::NetworkCount what) override { ++counts[what]; }
 
-  std::vector<std::uint64_t> tooLong;
+  std::vector<std::int64_t> times;  ///< capture times of the messages
+  std::vector<std::uint64_t> tooLong, tails;
   int refused = 0;
 
  private:
@@ -90,15 +97,20 @@ struct WritingSink final : voip::NetworkSink {
   }
 };
 
-/// A network stack with everything on.
+/// A network stack with all options on.
 struct Stack {
   WritingSink sink;
   voip::NetworkStack stack;
 
-  explicit Stack(voip::NetworkOptions options = {true, true, true, true}) : stack(options, sink) {}
+  explicit Stack(voip::NetworkOptions options = {true, true, true, true}, const voip::NetworkLimits& limits = {})
+      : stack(options, sink, limits) {}
 
-  void take(const Bytes& frame, std::int64_t time = 0, int linkType = DLT_EN10MB) {
+  /// The frame comes when it is captured, but never before another one.
+  void take(const Bytes& frame, std::int64_t captured = 0, int linkType = DLT_EN10MB) {
+    now = std::max(now, captured);
     Bytes copy = frame + zeros(voip::kFrameSlack);
-    stack.takeFrame(std::span(copy).first(frame.size()), linkType, time);
+    stack.takeFrame(std::span(copy).first(frame.size()), linkType, captured, now);
   }
+
+  std::int64_t now = 0;
 };

@@ -7,21 +7,21 @@
 
 namespace voip {
 
-/// Hashes octets that strangers choose: with a seed of its own in each process, so that nobody can aim at collisions.
-/// Multiplies 64 bits to 128 and folds them, eight octets at a time; two lanes, so that the processor need not wait.
+/// Hashes octets that strangers choose. Each object has a random seed, so nobody can aim at collisions. Multiplies 64
+/// bits to 128 and folds them, eight octets at a time, in two lanes, so that the processor does not wait for a product.
 class SeededHash {
  public:
   SeededHash() {
     std::random_device device;
     const auto random = [&device] { return std::uint64_t{device()} << 32 | device(); };
-    seed = random();
-    keys[0] = random() | 1;
-    keys[1] = random() | 1;
+    seed_ = random();
+    keys_[0] = random() | 1;
+    keys_[1] = random() | 1;
   }
 
-  std::uint64_t operator()(std::span<const std::uint8_t> bytes) const { return (*this)(bytes, seed); }
+  std::uint64_t operator()(std::span<const std::uint8_t> bytes) const { return (*this)(bytes, seed_); }
 
-  /// Goes on from another hash.
+  /// Continues another hash.
   std::uint64_t operator()(std::span<const std::uint8_t> bytes, std::uint64_t state) const {
     const std::uint8_t* at = bytes.data();
     const std::size_t size = bytes.size();
@@ -29,18 +29,18 @@ class SeededHash {
     std::uint64_t other = state ^ size;
     if (size >= 16) {
       for (; end - at > 32; at += 32) {
-        state = fold(word(at) ^ keys[0], word(at + 8) ^ state);
-        other = fold(word(at + 16) ^ keys[1], word(at + 24) ^ other);
+        state = fold(word(at) ^ keys_[0], word(at + 8) ^ state);
+        other = fold(word(at + 16) ^ keys_[1], word(at + 24) ^ other);
       }
-      // What is left, and before it what makes it up to whole words.
-      if (end - at > 16) state = fold(word(at) ^ keys[0], word(at + 8) ^ state);
-      other = fold(word(end - 16) ^ keys[1], word(end - 8) ^ other);
+      // The rest, with octets before it that fill its words.
+      if (end - at > 16) state = fold(word(at) ^ keys_[0], word(at + 8) ^ state);
+      other = fold(word(end - 16) ^ keys_[1], word(end - 8) ^ other);
     } else {
       std::uint64_t words[2] = {};
       if (size > 0) std::memcpy(words, at, size);
-      state = fold(words[0] ^ keys[0], words[1] ^ state);
+      state = fold(words[0] ^ keys_[0], words[1] ^ state);
     }
-    return fold(state ^ keys[1], other ^ keys[0]);
+    return fold(state ^ keys_[1], other ^ keys_[0]);
   }
 
  private:
@@ -56,8 +56,8 @@ class SeededHash {
     return static_cast<std::uint64_t>(product) ^ static_cast<std::uint64_t>(product >> 64);
   }
 
-  std::uint64_t seed;
-  std::uint64_t keys[2];
+  std::uint64_t seed_;
+  std::uint64_t keys_[2];
 };
 
 }  // namespace voip

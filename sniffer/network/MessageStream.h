@@ -1,0 +1,86 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <vector>
+
+#include "network/MessageFraming.h"
+#include "network/NetworkSink.h"
+#include "network/WebSocketFraming.h"
+
+namespace voip {
+
+/// Cuts the octets of one direction of a TCP stream into messages and passes them on: SIP, SIP over WebSocket, or
+/// TPKTs. The first octets decide which; when these were not captured, those of a segment that begins a message.
+///
+/// After a loss the known length of the damaged message leads to the next one. Where the loss went beyond it, the
+/// stream is out of step until a message is recognised: a TPKT at the start of a segment or followed by another one, a
+/// start line with a header field after it, a WebSocket frame that begins with a start line.
+class MessageStream {
+ public:
+  enum class Kind : std::uint8_t { kUndecided, kForeign, kTpkt, kSip, kHandshake, kWebSocket };
+
+  /// What the messages of a call are passed on with.
+  struct Context {
+    NetworkSink& sink;
+    const FlowEnds& ends;
+    std::int64_t captured;                ///< capture time of the octets
+    std::vector<std::uint8_t>& unmasked;  ///< memory that is reused
+  };
+
+  /// False when no message begins with these octets, the first that are seen of a stream.
+  static bool mayBeginWith(Octets octets);
+
+  /// `isFromStart`: the next octets are the first ones of the connection.
+  void start(bool isFromStart);
+
+  void take(Octets octets, const Context& context);
+
+  /// `count` octets before the next ones are lost.
+  void lose(std::uint64_t count);
+
+  Kind kind() const { return kind_; }
+
+  /// Nothing is known of the stream, and nothing is kept.
+  bool isBlank() const { return kind_ == Kind::kUndecided && !isFromStart_ && kept_ == nullptr; }
+
+  /// Of the incomplete message, in bytes.
+  std::size_t memoryUsed() const;
+
+ private:
+  /// What a stream keeps from one segment to the next; most keep nothing.
+  struct Kept {
+    std::vector<std::uint8_t> partial;   ///< the incomplete message
+    std::vector<std::uint8_t> assembly;  ///< the frames so far of a WebSocket message in several frames
+  };
+
+  static Kind kindOf(Octets octets, bool isFromStart);
+
+  void takeAfterPartial(Octets octets, const Context& context);
+  std::size_t takeMessages(Octets octets, std::size_t known, const Context& context);
+  Cut cut(Octets octets, std::size_t known, bool isFront, const Context& context);
+  std::optional<Cut> decide(Octets octets, std::size_t known);
+  std::optional<Cut> findStep(Octets octets, std::size_t known, bool isFront);
+  Found find(Octets octets, bool isFront) const;
+  Cut cutInStep(Octets octets, std::size_t known, WebSocketFrame& frame);
+  void loseStep();
+  void passOn(Octets message, const Context& context);
+  void takeFrame(Octets octets, const WebSocketFrame& frame, const Context& context);
+  void refuse(std::uint64_t length, const Context& context) const;
+
+  Kept& kept();
+  void tidy();
+
+  std::unique_ptr<Kept> kept_;
+  std::uint32_t skip_ = 0;    ///< octets to come that are no message
+  std::uint32_t wanted_ = 0;  ///< length of the incomplete message; 0: unknown
+  Kind kind_ = Kind::kUndecided;
+  std::uint8_t failures_ = 0;  ///< grows when no message begins where one should, and falls with each message
+  bool isFromStart_ = false;
+  bool isInStep_ = false;      ///< a message begins with the next octet that is not skipped
+  bool isAssembling_ = false;  ///< a WebSocket message has begun
+};
+
+}  // namespace voip

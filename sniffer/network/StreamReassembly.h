@@ -1,0 +1,137 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <optional>
+#include <vector>
+
+#include "network/NetworkOptions.h"
+#include "network/Octets.h"
+
+namespace voip {
+
+/// Takes the octets of one direction of a TCP stream in their order.
+class OctetReceiver {
+ public:
+  /// `captured` is the capture time of the segment that the octets came in.
+  virtual void takeOctets(Octets octets, std::int64_t captured) = 0;
+
+  /// `count` octets are lost before those that come next.
+  virtual void loseOctets(std::uint64_t count) = 0;
+
+  /// The next octets have other sequence numbers: those of a connection whose SYN was seen, or unknown ones.
+  virtual void restart(bool isFromStart) = 0;
+
+ protected:
+  ~OctetReceiver() = default;
+};
+
+/// The payload of a TCP segment. Times in microseconds: `now` only goes forward.
+struct ArrivedSegment {
+  std::uint32_t sequence = 0;
+  Octets octets;
+  std::size_t missing = 0;  ///< octets after these that were not captured
+  bool isLast = false;      ///< a FIN follows
+  std::int64_t captured = 0;
+  std::int64_t now = 0;
+};
+
+/// Puts the segments of one direction of a TCP stream into the order of their sequence numbers (RFC 9293): segments
+/// that come again, overlap or come out of order, and numbers that wrap around. A gap is waited for until the other
+/// side acknowledges it, until no segment has filled it for NetworkLimits::gapPatience, or until the early data behind
+/// it takes more than NetworkLimits::earlyMemory.
+///
+/// A passive observer cannot ask a sender whether a segment is its own (RFC 5961). So one segment with unexpected
+/// numbers changes nothing: it is kept as the start of a rival numbering, and the old numbers go on. The rival wins
+/// when a second segment continues it before an expected one comes. The same holds for a SYN, and for a segment that
+/// continues the numbers before a gap that was given up after the time-out: the segment after that gap may have been
+/// forged.
+class StreamReassembly {
+ public:
+  enum class Placement { kInOrder, kEarly, kRepeated, kUnexpected };
+  static constexpr std::int64_t kNever = INT64_MAX;
+
+  /// Starts with the octet of this number. `isFromStart`: it is the first one after a SYN.
+  void start(std::uint32_t sequence, bool isFromStart);
+
+  /// Takes a segment. Octets that are next in order are passed on at once; others wait for release().
+  Placement take(const ArrivedSegment& segment, OctetReceiver& receiver);
+
+  /// Takes the SYN of another connection, whose first octet has this number.
+  void takeSyn(std::uint32_t first);
+
+  /// Takes a FIN or a RST without payload. It counts only when the octets seen so far end with its number.
+  void takeEnd(std::uint32_t sequence);
+
+  /// The other side has all octets before this number: what is missing of them is lost to the capture.
+  void acknowledge(std::uint32_t sequence);
+
+  /// Passes on the next early segment, if it is in order or its gap is to be given up. Returns false when none is due.
+  bool release(std::int64_t now, const NetworkLimits& limits, OctetReceiver& receiver);
+
+  /// Passes on the start of a rival numbering that no segment has continued.
+  void releaseRival(OctetReceiver& receiver);
+
+  /// The time from which on release() has something to do.
+  std::int64_t due(const NetworkLimits& limits) const;
+
+  /// All octets up to a FIN or a RST were passed on.
+  bool hasEnded() const { return hasEnded_; }
+
+  /// The segment is so far from the expected one that it can be no part of the same octets.
+  bool isFar(std::uint32_t sequence) const;
+
+  /// Of early segments, in bytes.
+  std::size_t memoryUsed() const;
+
+ private:
+  using Position = std::int64_t;  // sequence numbers that do not wrap around
+
+  struct Early {
+    std::vector<std::uint8_t> octets;
+    std::size_t missing = 0;
+    bool isLast = false;
+    std::int64_t captured = 0;
+    std::int64_t arrived = 0;
+
+    Position end(Position from) const { return from + static_cast<Position>(octets.size() + missing); }
+  };
+
+  struct Rival {
+    std::uint32_t first = 0, next = 0;
+    bool isSyn = false;
+    Early start;
+  };
+
+  /// What most streams never need.
+  struct Disorder {
+    std::map<Position, Early> early;
+    std::size_t earlySize = 0;
+    std::int64_t waitsSince = 0;  ///< no expected segment has come since then
+    Position acknowledged = 0;
+    Position givenUp = 0;  ///< the start of a gap, as long as no segment has continued the numbers after it; or 0
+    std::optional<Rival> rival;
+  };
+
+  Position positionOf(std::uint32_t sequence) const;
+  bool isReady(const NetworkLimits& limits) const;
+  bool continuesRival(const ArrivedSegment& segment) const;
+  void deliver(Octets octets, const Early& segment, OctetReceiver& receiver);
+  void goOn(const ArrivedSegment& segment, std::size_t old, OctetReceiver& receiver);
+  Placement keepEarly(const ArrivedSegment& segment, Position at);
+  void keepRival(const ArrivedSegment& segment);
+  void adoptRival(OctetReceiver& receiver);
+  void giveUpGap(Position to, OctetReceiver& receiver);
+  Disorder& disorder();
+  void tidy();
+
+  Position next_ = 0;  ///< of the expected octet
+  std::unique_ptr<Disorder> disorder_;
+  std::uint32_t first_ = 0;  ///< of the stream, when `isFromStart_`
+  bool isFromStart_ = false;
+  bool hasEnded_ = false;
+};
+
+}  // namespace voip

@@ -1,0 +1,14 @@
+#pragma once
+
+#include "network/NetworkOptions.h"
+#include "network/Octets.h"
+
+namespace voip {
+
+/// Returns the payload of the UDP datagram in a captured frame, or of the innermost one when the options take off
+/// tunnels; nothing when there is none. For a quick look at what a frame carries: of a fragmented datagram only the
+/// first fragment has a payload. `linkType` is a DLT_ value of libpcap. Allocates nothing; at most
+/// Decapsulator::kMaxLayers layers are removed. Any thread.
+Octets udpPayloadOf(Octets frame, int linkType, const NetworkOptions& options);
+
+}  // namespace voip
