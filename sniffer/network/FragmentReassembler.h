@@ -19,7 +19,8 @@ namespace voip {
 
 /// Reassembles IPv4 datagrams from their fragments (RFC 791), in any order and however often they come. Fragments that
 /// contradict each other spoil their datagram, as RFC 5722 requires for IPv6: later fragments of it are dropped as
-/// well. A UDP datagram whose checksum is wrong is dropped: its fragments belong to different datagrams (RFC 4963).
+/// well. A UDP datagram whose checksum is wrong is dropped: its fragments belong to different datagrams (RFC 4963). A
+/// checksum that was not computed counts as right.
 ///
 /// Bounded: a datagram is dropped 30 s after its first fragment, and the oldest one when there are more than 4,096 or
 /// they take more than 16 MB (see NetworkLimits).
