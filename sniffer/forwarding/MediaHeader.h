@@ -14,7 +14,8 @@ inline bool looksLikeMedia(const std::uint8_t* payload, int length) {
 }
 
 /// As looksLikeMedia(), for a captured frame of `length` bytes with IPv4 and UDP, the link-layer header first: a quick
-/// test that decides which frames a full queue drops first. `linkType` is libpcap's DLT_ value. Any thread.
-bool carriesMedia(const std::uint8_t* frame, u_int length, int linkType);
+/// test that decides which frames a full queue drops first. `linkType` is libpcap's DLT_ value. `isInTunnels`: media in
+/// tunnels counts, too. Any thread.
+bool carriesMedia(const std::uint8_t* frame, u_int length, int linkType, bool isInTunnels);
 
 }  // namespace voip
