@@ -12,6 +12,7 @@ import com.morvin.dom.telephony.sniffer.sample.transport.Transport;
 import com.morvin.dom.telephony.sniffer.sample.transport.UdpTransport;
 import java.io.IOException;
 import java.net.BindException;
+import java.nio.file.Path;
 import java.time.Clock;
 import java.time.InstantSource;
 import java.util.LinkedHashMap;
@@ -96,11 +97,11 @@ public final class RecorderMain {
     try {
       if (options.embedded.isEmpty()) {
         try (Transport link = transport(options, console)) {
-          WarmUp.run();  // frames that come meanwhile wait in the socket
+          warmUp(console);  // frames that come meanwhile wait in the socket
           service.run(link);
         }
       } else {
-        WarmUp.run();
+        warmUp(console);
       }
       for (String devices : options.embedded) {
         if (!service.stopped()) {
@@ -114,6 +115,10 @@ public final class RecorderMain {
       service.summarize();
       finished.countDown();
     }
+  }
+
+  private static void warmUp(Console console) throws InterruptedException {
+    WarmUp.run(Path.of(System.getProperty("java.io.tmpdir")), console);
   }
 
   /** Returns the settings of the sniffer: those of the command line override those of this class. */

@@ -59,9 +59,21 @@ final class WarmUp implements Transport {
     frames.add(new Received(new Frame(protocol, ENDPOINT, ENDPOINT, payload), 0, 0, 0));
   }
 
-  /** Returns after the calls are recorded and the directory is removed. */
-  static void run() throws IOException, InterruptedException {
-    Path directory = Files.createTempDirectory("rehearsal");
+  /**
+   * Returns after the calls are recorded and removed. Logs a failure, which costs little.
+   *
+   * @param parent the directory in which the temporary directory is made
+   */
+  static void run(Path parent, Console operator) throws InterruptedException {
+    try {
+      rehearse(parent);
+    } catch (IOException e) {
+      operator.line("the first call may lose its first 100 ms, because the rehearsal failed: " + e);
+    }
+  }
+
+  private static void rehearse(Path parent) throws IOException, InterruptedException {
+    Path directory = Files.createTempDirectory(parent, "rehearsal");
     Console console = new Console(new PrintStream(OutputStream.nullOutputStream()), false);
     try (Store store = new Store(directory, console)) {
       Service.Limits limits = new Service.Limits(false, 0, Service.Limits.NONE.calls());

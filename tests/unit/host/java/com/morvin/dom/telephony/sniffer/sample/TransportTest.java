@@ -146,6 +146,8 @@ final class TransportTest {
       equal(RecorderMain.run(line.split(" ")), 2);
     }
     Testing.inDirectory(directory -> {
+      WarmUp.run(directory.resolve("missing"), console);
+      that(printed().contains("rehearsal failed"), printed());
       try (Socket reserved = new Socket()) {
         // A bound socket keeps the port from other programs. With SO_REUSEADDR the recorder can still listen on it.
         reserved.setReuseAddress(true);
