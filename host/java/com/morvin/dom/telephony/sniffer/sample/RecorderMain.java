@@ -24,6 +24,7 @@ import java.util.stream.Stream;
 /** The sample recorder as a program. */
 public final class RecorderMain {
   private static final long FINISH_SECONDS = 20;
+  private static final long PRINT_MILLIS = 1000;
 
   /** The settings of the sniffer in this process, for a site that records calls. */
   private static final String SETTINGS = """
@@ -113,6 +114,7 @@ public final class RecorderMain {
       }
     } finally {
       service.summarize();
+      console.flush(PRINT_MILLIS);
       finished.countDown();
     }
   }

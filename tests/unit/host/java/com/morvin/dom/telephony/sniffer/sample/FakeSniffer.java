@@ -330,6 +330,7 @@ final class FakeSniffer implements Transport {
   }
 
   String printed() {
+    console.flush(Long.MAX_VALUE / 1_000_000);
     return printed.toString(StandardCharsets.UTF_8);
   }
 

@@ -8,7 +8,10 @@ import com.morvin.dom.telephony.sniffer.sample.console.Text;
 import com.morvin.dom.telephony.sniffer.sample.storage.Disk;
 import com.morvin.dom.telephony.sniffer.sample.transport.Endpoint;
 import com.morvin.dom.telephony.sniffer.sample.transport.Frame;
+import java.io.ByteArrayOutputStream;
+import java.io.FilterOutputStream;
 import java.io.IOException;
+import java.io.PrintStream;
 import java.nio.charset.StandardCharsets;
 import java.nio.file.Path;
 import java.util.Queue;
@@ -195,6 +198,30 @@ final class HostileInputTest {
       equal(dropped.size(), 10);
       that(written.contains(19) && dropped.contains(5), "the oldest go: " + dropped);
     });
+  }
+
+  /** A terminal that is paused, or a pipe that nobody reads, does not stop the recorder. */
+  void testOutputThatBlocks() throws Exception {
+    CountDownLatch read = new CountDownLatch(1);
+    ByteArrayOutputStream shown = new ByteArrayOutputStream();
+    Console console = new Console(new PrintStream(new FilterOutputStream(shown) {
+      @Override
+      public void write(byte[] bytes, int from, int length) throws IOException {
+        try {
+          read.await();
+        } catch (InterruptedException e) {
+          throw new IOException(e);
+        }
+        super.write(bytes, from, length);
+      }
+    }, true, StandardCharsets.UTF_8), false);
+    for (int i = 0; i < 50_000; i++) {
+      console.line("line " + i);
+    }
+    read.countDown();
+    console.flush(Long.MAX_VALUE / 1_000_000);
+    long lines = shown.toString(StandardCharsets.UTF_8).lines().count();
+    that(lines > 500 && lines < 2000 && shown.toString(StandardCharsets.UTF_8).contains(" missing here"), "" + lines);
   }
 
   void testNamesStayInTheirPlace() {

@@ -40,6 +40,7 @@ final class TransportTest {
   private final Console console = new Console(new PrintStream(printed, true, StandardCharsets.UTF_8), false);
 
   private String printed() {
+    console.flush(Long.MAX_VALUE / 1_000_000);
     return printed.toString(StandardCharsets.UTF_8);
   }
 
