@@ -7,6 +7,7 @@ import com.morvin.dom.telephony.sniffer.sample.console.Console;
 import com.morvin.dom.telephony.sniffer.sample.transport.Command;
 import com.morvin.dom.telephony.sniffer.sample.transport.EmbeddedTransport;
 import com.morvin.dom.telephony.sniffer.sample.transport.Frame;
+import com.morvin.dom.telephony.sniffer.sample.transport.Intake;
 import com.morvin.dom.telephony.sniffer.sample.transport.Received;
 import com.morvin.dom.telephony.sniffer.sample.transport.TcpTransport;
 import com.morvin.dom.telephony.sniffer.sample.transport.Transport;
@@ -210,6 +211,30 @@ final class TransportTest {
     public int sendRequest(byte[] command) {
       requests.add(command);
       return command.length;
+    }
+  }
+
+  /** A recorder that is too slow loses media before signalling, and each overload is reported with numbers. */
+  void testOverload() throws Exception {
+    FakeEngine engine = new FakeEngine();
+    try (EmbeddedTransport link = new EmbeddedTransport(engine); Intake intake = new Intake(link, console, 41_500)) {
+      for (int episode = 1; episode <= 2; episode++) {
+        for (int i = 0; i < 200; i++) {
+          engine.frames.add(frame(i % 5 == 0 ? Frame.SIP : Frame.RTP, 800));
+        }
+        engine.frames.add(frame(Frame.H323, 3));
+        for (int i = 0; i < TRIES && !engine.frames.isEmpty(); i++) {
+          Thread.sleep(10);
+        }
+        int signalling = 0;
+        for (int last = 0; last != Frame.H323; signalling += last == Frame.RTP ? 0 : 1) {
+          last = intake.receive(60_000).frame().protocol();
+        }
+        equal(signalling, 41);
+        equal(printed().split("media is dropped first", -1).length - 1, episode);
+        String end = ".*caught up after \\S+ s: 1[56]\\d media frames and 0 signalling.*";
+        that(printed().matches("(?s)(" + end + "){" + episode + "}"), printed());
+      }
     }
   }
 
