@@ -1,12 +1,10 @@
 package com.morvin.dom.telephony.sniffer.sample.page;
 
-import static java.nio.file.StandardCopyOption.ATOMIC_MOVE;
 import static java.nio.file.StandardCopyOption.REPLACE_EXISTING;
-import static java.nio.file.StandardOpenOption.CREATE;
 import static java.nio.file.StandardOpenOption.READ;
-import static java.nio.file.StandardOpenOption.TRUNCATE_EXISTING;
 import static java.nio.file.StandardOpenOption.WRITE;
 
+import com.morvin.dom.telephony.sniffer.sample.storage.FileOperations;
 import com.morvin.dom.telephony.sniffer.sample.storage.Json;
 import java.io.IOException;
 import java.nio.ByteBuffer;
@@ -51,7 +49,7 @@ final class PageFile {
   /** Opens the existing page or creates one. */
   static PageFile open(Path directory, LocalDate today) throws IOException {
     PageFile page = new PageFile(directory);
-    Files.createDirectories(directory);
+    FileOperations.createDirectories(directory);
     page.open(today);
     return page;
   }
@@ -82,7 +80,7 @@ final class PageFile {
   /** Moves the page to days/, named after its days, and begins another page with the given lines. */
   void archive(LocalDate last, LocalDate today, String lines) throws IOException {
     append(SETTLED);
-    Files.createDirectories(days);
+    FileOperations.createDirectories(days);
     String name = since.equals(last) || since.isAfter(last) ? last.toString() : since + "_" + last;
     Path target = days.resolve(name + ".html");
     for (int part = 2; Files.exists(target); part++) {
@@ -117,7 +115,11 @@ final class PageFile {
       Files.move(file, file.resolveSibling(NAME + ".old"), REPLACE_EXISTING);  // not written by this program
       begin(today, "");
     }
-    // The calls that were running when the recorder ended are over. The line feed ends an incomplete line.
+    settle();
+  }
+
+  /** Removes the running calls from the page. The line feed ends an incomplete line. */
+  void settle() throws IOException {
     append("\n" + SETTLED);
   }
 
@@ -125,7 +127,7 @@ final class PageFile {
     try {
       return FileChannel.open(file, READ, WRITE);
     } catch (NoSuchFileException e) {
-      Files.createDirectories(file.getParent());
+      FileOperations.createDirectories(file.getParent());
       begin(LocalDate.now(), "");
       return FileChannel.open(file, READ, WRITE);
     }
@@ -158,18 +160,12 @@ final class PageFile {
     });
   }
 
-  private interface Content {
-    void writeTo(FileChannel channel) throws IOException;
-  }
-
   /** Writes the template and the calls to a new file, which then replaces the page. */
-  private void replace(Content calls) throws IOException {
-    Path next = file.resolveSibling(NAME + ".new");
-    try (FileChannel channel = FileChannel.open(next, WRITE, CREATE, TRUNCATE_EXISTING)) {
+  private void replace(FileOperations.Content calls) throws IOException {
+    FileOperations.replace(file, channel -> {
       writeAll(channel, ByteBuffer.wrap(template));
       calls.writeTo(channel);
-    }
-    Files.move(next, file, ATOMIC_MOVE);
+    });
   }
 
   /** Returns the position of the first call, or -1. */
