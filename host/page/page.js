@@ -112,6 +112,7 @@
     call.was = was;
     call.name = call.name || was;   // a running call has no files to be named after
     call.running = running;
+    call.both = call.stereo ? [{file: call.stereo, offset: 0}, ...call.moreStereo || []] : [];   // a long call has several files
     call.from = party(call.caller);
     call.to = party(call.callee);
     call.voices = [call.fromCaller, call.fromCallee];
@@ -365,7 +366,7 @@
   }
 
   function files(call) {
-    const all = [call.stereo, ...call.voices.flatMap(voice => voice.parts.map(part => part.file))].filter(Boolean);
+    const all = [...call.both, ...call.voices.flatMap(voice => voice.parts)].map(part => part.file);
     return all.length > 0 && section('Files', h('ul', {class: 'files'}, all.map(file =>
       h('li', {}, h('a', {href: fileUrl(file), download: file.split('/').pop()}, icon('M12 4v11m-5-5 5 5 5-5M5 20h14'), bdi(file))))));
   }
@@ -376,7 +377,7 @@
     constructor(call) {
       this.call = call;
       this.total = call.total;
-      this.sources = call.stereo ? [{label: 'Both', file: call.stereo, offset: 0}] : [];
+      this.sources = call.both.map(({file, offset}, i) => ({label: 'Both' + (i ? ` ${i + 1}` : ''), file, offset}));
       for (const voice of call.voices) {
         voice.sounds.forEach(({file, offset}, i) => this.sources.push({label: (voice.role === 'caller' ? 'Caller' : 'Callee') + (i ? ` ${i + 1}` : ''), voice, file, offset}));
       }

@@ -107,15 +107,21 @@ public final class Track {
     if (sources.size() == MAX_SOURCES) {
       Source oldest = sources.remove(sources.keySet().iterator().next());
       oldest.finish();
-      forgottenReceived += oldest.stream.received();
-      forgottenLost += oldest.stream.lost();
+      forget(oldest);
       note("many sources");
     }
   }
 
-  /** Writes the packets that are held back. No more packets follow. */
+  private void forget(Source source) {
+    forgottenReceived += source.stream.received();
+    forgottenLost += source.stream.lost();
+  }
+
+  /** Writes the packets that are held back, and forgets the sources. No more packets follow. */
   public void finish() {
     sources.values().forEach(Source::finish);
+    sources.values().forEach(this::forget);
+    sources.clear();
     flush();
   }
 

@@ -76,6 +76,14 @@ public final class CallPages implements ReportListener {
     running.remove(key(call));
   }
 
+  /** Removes the running calls. */
+  @Override
+  public void stopped() throws IOException {
+    open();
+    page.settle();
+    running.clear();
+  }
+
   /** Returns the identity of a call. A running call has no file name yet. */
   private static String key(CallReport call) {
     return call.protocol() + " " + call.start() + " " + call.id();

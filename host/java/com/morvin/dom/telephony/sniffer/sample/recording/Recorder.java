@@ -39,7 +39,7 @@ public final class Recorder extends Service {
 
   private final Map<Call, Recording> recordings = new LinkedHashMap<>();
   private RunningCalls running;
-  private RunningCalls.Journal restoring;
+  private RunningCalls.Loaded restoring;
   private long lastNumber;
   private long lastSave;
   private volatile boolean saving;
@@ -143,14 +143,17 @@ public final class Recorder extends Service {
       if (link.redelivers()) {
         link.acknowledge(upTo);
       }
-    });
+    }, () -> saving = false);
   }
 
   private void restore() {
     try {
       List<RunningCalls.Loaded> loaded = running.load();
+      if (running.fault() != null) {
+        console.line("the state of the calls is damaged, so they go on in new files: " + running.fault());
+      }
       long now = clock.millis();
-      boolean late = !transport().redelivers() && now - running.savedAt() > RESUME_MILLIS;
+      boolean late = !transport().redelivers() && running.savedAt() > 0 && now - running.savedAt() > RESUME_MILLIS;
       loaded.forEach(call -> restore(call, late, now));
       if (!recordings.isEmpty()) {
         console.line("going on with " + Text.count(recordings.size(), "call") + " from before the restart");
@@ -161,7 +164,7 @@ public final class Recorder extends Service {
   }
 
   private void restore(RunningCalls.Loaded loaded, boolean late, long now) {
-    restoring = loaded.journal();
+    restoring = loaded;
     for (RunningCalls.TimedFrame message : loaded.frames()) {
       follower.signalling(message.frame(), message.time());
     }
@@ -172,25 +175,33 @@ public final class Recorder extends Service {
       running.end(loaded.journal());
       return;
     }
+    long lastActivity = Math.max(recording.call.lastActivity(), running.savedAt());
+    recording.call.resume(now);
+    if (late) {
+      follower.end(recording.call, "recording stopped", lastActivity);
+    }
+  }
+
+  @Override
+  public void began(Call call, long now) {
+    Recording recording = new Recording(call, restoring != null ? restoring.journal() : running.begin(), store);
+    recordings.put(call, recording);
+    if (restoring != null) {
+      // The messages that follow can end the call.
+      restoreMedia(recording, restoring);
+    } else {
+      console.line(call + "  " + call.protocol() + "  " + Text.printable(call.caller()) + " -> "
+          + Text.printable(call.callee()));
+    }
+  }
+
+  private void restoreMedia(Recording recording, RunningCalls.Loaded loaded) {
     try {
       if (loaded.state() != null) {
         recording.restore(loaded.state(), loaded.files());
       }
     } catch (IOException | RuntimeException e) {
       console.line(recording.call + "  goes on in new files: " + e);
-    }
-    recording.call.resume(now);
-    if (late) {
-      follower.end(recording.call, "recording stopped", recording.call.lastActivity());
-    }
-  }
-
-  @Override
-  public void began(Call call, long now) {
-    recordings.put(call, new Recording(call, restoring != null ? restoring : running.begin(), store));
-    if (restoring == null) {
-      console.line(call + "  " + call.protocol() + "  " + Text.printable(call.caller()) + " -> "
-          + Text.printable(call.callee()));
     }
   }
 
@@ -212,18 +223,16 @@ public final class Recorder extends Service {
   @Override
   public void ended(Call call, String how, long now) {
     Recording recording = recordings.remove(call);
-    running.end(recording.journal);
     if (how.equals(CallFollower.DROPPED)) {
       // A flood of calls must not fill the disk.
       if (summary.countFlood()) {
         console.line("more calls than can be followed: those without media make way");
       }
-      return;
+    } else {
+      report(recording, how, now);
     }
-    if (recording.isReported() && call.isOnlyResumed()) {
-      return;
-    }
-    report(recording, how, now);
+    // A recorder that ends before the report is written leaves the call to the next one.
+    running.end(recording.journal);
   }
 
   private void report(Recording recording, String how, long now) {
@@ -234,20 +243,25 @@ public final class Recorder extends Service {
     recording.notes().forEach(note -> console.line(recording.call + "  " + Text.printable(note)));
   }
 
-  /** Ends the recording of all calls. After {@link #stop} they stay saved, and the next recorder continues them. */
+  /**
+   * Ends the recording of all calls. After {@link #stop} their files are complete up to now, and the next recorder
+   * continues and reports them.
+   */
   @Override
   public void finish() {
     long now = clock.millis();
-    boolean goesOn = stopped();
-    for (Call call : List.copyOf(follower.calls())) {
-      String how = call.deadlineReason() != null ? call.deadlineReason() : "recording stopped";
-      if (!goesOn) {
-        follower.end(call, how, now);
-      } else if (!transport().redelivers() && !(recordings.get(call).isReported() && call.isOnlyResumed())) {
-        report(recordings.get(call), how, now);
+    if (stopped()) {
+      store.disk().hurry();
+      store.disk().submit(listener::stopped);
+      if (!recordings.isEmpty()) {
+        console.line(Text.count(recordings.size(), "call") + " not over yet: the next recorder goes on, if it starts "
+            + "within " + RESUME_MILLIS / 60_000 + " minutes, and reports");
+      }
+    } else {
+      for (Call call : List.copyOf(follower.calls())) {
+        follower.end(call, call.deadlineReason() != null ? call.deadlineReason() : "recording stopped", now);
       }
     }
-    store.disk().drain();
     saving = false;
     save(now);
     store.disk().drain();
@@ -258,7 +272,8 @@ public final class Recorder extends Service {
   public void summarize() {
     if (transport() != null) {
       console.print("");
-      summary.lines(follower.seen(), transport().sessions(), store.directory()).forEach(console::print);
+      summary.lines(follower.seen(), transport().sessions(), reports.dropped(), store.directory())
+          .forEach(console::print);
       if (follower.seen() > 0) {
         console.print("The table of calls: " + log.file());
       }

@@ -55,15 +55,13 @@ final class Recording {
   private int messages;
   /** Messages that are not in the journal yet. */
   private final List<RunningCalls.TimedFrame> unsaved = new ArrayList<>();
-  private final Reports.CallFiles callFiles;
-  private boolean reported;
+  private final String name;
   private boolean shown;
 
   Recording(Call call, RunningCalls.Journal journal, Store store) {
     this.call = call;
     this.journal = journal;
-    String name = FILE_TIME.format(Instant.ofEpochMilli(call.start())) + "-" + call.fileNames();
-    callFiles = new Reports.CallFiles(name);
+    name = FILE_TIME.format(Instant.ofEpochMilli(call.start())) + "-" + call.fileNames();
     for (Direction direction : Direction.values()) {
       tracks.put(direction, new Track(store, name + "-" + direction));
     }
@@ -143,19 +141,27 @@ final class Recording {
   CallReport unfinished() {
     CallReport.Voice none = new CallReport.Voice(0, 0, List.of(), List.of());
     return new CallReport("", call.protocol(), Text.printable(call.id()), Text.printable(call.caller()),
-        Text.printable(call.callee()), call.start(), 0, "", none, none, "", List.copyOf(ladder), List.of());
+        Text.printable(call.callee()), call.start(), 0, "", none, none, "", List.of(), List.copyOf(ladder), List.of());
   }
 
-  /** Queues the report for the disk thread. A call that continues later is reported again under the same name. */
+  /** Queues the report for the disk thread. */
   void report(Reports reports, String how, long end) {
     tracks.values().forEach(Track::finish);
     long start = call.start();
-    reports.write(callFiles, tracks.get(Direction.FROM_CALLER).stretches(start),
+    reports.write(name, tracks.get(Direction.FROM_CALLER).stretches(start),
         tracks.get(Direction.FROM_CALLEE).stretches(start), names -> new CallReport(names.report(), call.protocol(),
             Text.printable(call.id()), Text.printable(call.caller()), Text.printable(call.callee()), start, end,
-            Text.printable(how), voice(Direction.FROM_CALLER), voice(Direction.FROM_CALLEE), names.stereo(),
-            List.copyOf(ladder), notes().stream().map(Text::printable).toList()));
-    reported = true;
+            Text.printable(how), voice(Direction.FROM_CALLER), voice(Direction.FROM_CALLEE),
+            names.stereo().stream().findFirst().map(CallReport.Part::file).orElse(""),
+            names.stereo().stream().skip(1).toList(), List.copyOf(ladder), notes(names.stereoMissing())));
+  }
+
+  private List<String> notes(boolean stereoMissing) {
+    List<String> all = new ArrayList<>(notes().stream().map(Text::printable).toList());
+    if (stereoMissing) {
+      all.add("no stereo file: it did not fit on the disk, or the recorder was stopped");
+    }
+    return all;
   }
 
   private CallReport.Voice voice(Direction direction) {
@@ -166,11 +172,6 @@ final class Recording {
     return new CallReport.Voice(voice.packets(), voice.lost(), voice.parts(), digits);
   }
 
-  /** Whether the end of the call has been reported. */
-  boolean isReported() {
-    return reported;
-  }
-
   /** Returns the state for a restart, and queues the unsaved messages and media for the disk thread. */
   RunningCalls.Saved save(RunningCalls running) {
     unsaved.forEach(message -> running.append(journal, message.time(), message.frame()));
@@ -178,8 +179,6 @@ final class Recording {
     try {
       ByteArrayOutputStream bytes = new ByteArrayOutputStream();
       DataOutputStream out = new DataOutputStream(bytes);
-      out.writeBoolean(reported);
-      callFiles.save(out);
       List<StoredFile> files = new ArrayList<>();
       for (Track track : tracks.values()) {
         track.flush();
@@ -195,8 +194,6 @@ final class Recording {
   /** Restores a saved state. */
   void restore(byte[] state, ResumedFiles files) throws IOException {
     DataInputStream in = new DataInputStream(new ByteArrayInputStream(state));
-    reported = in.readBoolean();
-    callFiles.restore(in);
     for (Track track : tracks.values()) {
       track.restore(in, files);
     }

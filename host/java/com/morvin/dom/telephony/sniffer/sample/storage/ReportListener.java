@@ -9,9 +9,9 @@ public interface ReportListener {
    */
   default void began(CallReport call) throws IOException {}
 
-  /**
-   * A call has ended and all its files are written. When the call continues after a restart, another report with the
-   * same name follows.
-   */
+  /** A call has ended and all its files are written. */
   void ended(CallReport call) throws IOException;
+
+  /** The recorder ends; another one continues the calls that are running, and reports them again. */
+  default void stopped() throws IOException {}
 }

@@ -9,13 +9,17 @@ import java.nio.file.Path;
 import java.nio.file.StandardOpenOption;
 import java.util.ArrayList;
 import java.util.List;
+import java.util.stream.Stream;
 
 /**
- * Writes both directions of a call into one WAV file, caller left, callee right. The file is made from the mono files
- * of an ended call. It begins with the call, so samples captured at the same time are in the same place.
+ * Writes both directions of a call into a WAV file, caller left, callee right. The file is made from the mono files of
+ * an ended call. It begins with the call, so samples captured at the same time are in the same place. A longer call
+ * continues in a second file, and so on.
  */
 public final class StereoFile {
   private static final int CHANNELS = 2;
+  private static final int FRAME = 2 * CHANNELS;
+  /** The longest file: 1 GiB, or 4.6 hours at 16 kHz. Many programs read at most 2 GiB of a WAV file. */
   private static final long MAX_FRAMES = 256L << 20;
   private static final int BLOCK_FRAMES = 1 << 16;
 
@@ -28,41 +32,75 @@ public final class StereoFile {
    */
   public record Stretch(WavFile file, long first, long count, long start) {}
 
-  private StereoFile() {}
+  private final Store store;
+  private final List<Stretch> left;
+  private final List<Stretch> right;
+  private int rate;
 
-  /** Writes the whole file and returns its path. Called on the disk thread. */
-  static Path write(Store store, String name, List<Stretch> left, List<Stretch> right) throws IOException {
-    int rate = 0;
+  private StereoFile(Store store, List<Stretch> left, List<Stretch> right) {
+    this.store = store;
+    this.left = left;
+    this.right = right;
+  }
+
+  /** Writes the files. Called on the disk thread. */
+  static List<CallReport.Part> write(Store store, String name, List<Stretch> left, List<Stretch> right)
+      throws IOException {
+    return new StereoFile(store, left, right).write(name);
+  }
+
+  private List<CallReport.Part> write(String name) throws IOException {
     long millis = 0;
-    List<Stretch> all = new ArrayList<>(left);
-    all.addAll(right);
-    for (Stretch stretch : all) {
+    for (Stretch stretch : Stream.concat(left.stream(), right.stream()).toList()) {
       rate = Math.max(rate, stretch.file.rate());
       millis = Math.max(millis, stretch.start + stretch.count * 1000 / stretch.file.rate());
     }
-    long frames = Math.min(millis * rate / 1000, MAX_FRAMES);
-    Path path = store.create(name, "wav");
-    try (FileChannel out = FileChannel.open(path, StandardOpenOption.WRITE)) {
-      FileOperations.writeAll(out, WavFile.header(CHANNELS, rate, frames), 0);
-      for (long at = 0; at < frames; at += BLOCK_FRAMES) {
-        int count = (int) Math.min(BLOCK_FRAMES, frames - at);
-        short[] mixed = new short[CHANNELS * count];
-        mix(left, rate, at, count, mixed, 0);
-        mix(right, rate, at, count, mixed, 1);
-        ByteBuffer bytes = ByteBuffer.allocate(2 * mixed.length).order(ByteOrder.LITTLE_ENDIAN);
-        bytes.asShortBuffer().put(mixed);
-        FileOperations.writeAll(out, bytes, WavFile.HEADER + at * CHANNELS * 2);
+    long frames = millis * rate / 1000;
+    store.disk().admit(FRAME * frames);
+    List<Path> paths = new ArrayList<>();
+    List<CallReport.Part> parts = new ArrayList<>();
+    try {
+      for (long at = 0; at < frames; at += MAX_FRAMES) {
+        Path path = store.create(name, "wav");
+        paths.add(path);
+        long count = Math.min(MAX_FRAMES, frames - at);
+        write(path, at, count);
+        store.written(path);
+        parts.add(new CallReport.Part(path.getFileName().toString(), "", at / (double) rate, count / (double) rate,
+            List.of()));
       }
-      return path;
+      return parts;
     } catch (IOException e) {
-      Files.deleteIfExists(path);  // a repeated try may use another name
+      for (Path path : paths) {
+        Files.deleteIfExists(path);  // a repeated try may use another name
+      }
       throw e;
     }
   }
 
-  /** Adds the samples of a block to one channel. */
-  private static void mix(List<Stretch> stretches, int rate, long at, int count, short[] mixed, int channel)
-      throws IOException {
+  /** Writes a file with the frames from a number on. Blocks of silence become holes in the file. */
+  private void write(Path path, long start, long frames) throws IOException {
+    try (FileChannel out = FileChannel.open(path, StandardOpenOption.WRITE)) {
+      FileOperations.writeAll(out, WavFile.header(CHANNELS, rate, frames), 0);
+      for (long at = 0; at < frames; at += BLOCK_FRAMES) {
+        if (store.disk().isOverdue()) {
+          throw new Disk.LeftOutException("no time is left for " + path.getFileName());
+        }
+        int count = (int) Math.min(BLOCK_FRAMES, frames - at);
+        short[] mixed = new short[CHANNELS * count];
+        boolean sound = mix(left, start + at, count, mixed, 0) | mix(right, start + at, count, mixed, 1);
+        if (sound || at + count == frames) {
+          ByteBuffer bytes = ByteBuffer.allocate(2 * mixed.length).order(ByteOrder.LITTLE_ENDIAN);
+          bytes.asShortBuffer().put(mixed);
+          FileOperations.writeAll(out, bytes, WavFile.HEADER + at * FRAME);
+        }
+      }
+    }
+  }
+
+  /** Adds the samples of a block to one channel. Returns whether there were any. */
+  private boolean mix(List<Stretch> stretches, long at, int count, short[] mixed, int channel) throws IOException {
+    boolean any = false;
     for (Stretch stretch : stretches) {
       int times = rate / stretch.file.rate();
       long start = stretch.start * rate / 1000;
@@ -71,6 +109,7 @@ public final class StereoFile {
       if (from >= to || stretch.file.path() == null) {
         continue;
       }
+      any = true;
       long first = stretch.first + (from - start) / times;
       ByteBuffer samples = read(stretch.file.path(), first, (int) ((to - from) / times) + 2);
       for (long frame = from; frame < to; frame++) {
@@ -82,6 +121,7 @@ public final class StereoFile {
         mixed[place] = (short) Math.min(Math.max(mixed[place] + sample, Short.MIN_VALUE), Short.MAX_VALUE);
       }
     }
+    return any;
   }
 
   private static int between(ByteBuffer samples, int index, int phase, int times) {

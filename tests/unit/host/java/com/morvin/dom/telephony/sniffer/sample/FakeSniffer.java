@@ -4,6 +4,7 @@ import com.morvin.dom.telephony.sniffer.sample.console.Console;
 import com.morvin.dom.telephony.sniffer.sample.recording.Recorder;
 import com.morvin.dom.telephony.sniffer.sample.service.Service;
 import com.morvin.dom.telephony.sniffer.sample.storage.CallReport;
+import com.morvin.dom.telephony.sniffer.sample.storage.Disk;
 import com.morvin.dom.telephony.sniffer.sample.storage.Store;
 import com.morvin.dom.telephony.sniffer.sample.transport.Command;
 import com.morvin.dom.telephony.sniffer.sample.transport.Endpoint;
@@ -54,7 +55,8 @@ final class FakeSniffer implements Transport {
   private final List<Received> unsafe = new CopyOnWriteArrayList<>();
   private final Map<Short, Character> letters = new HashMap<>();
   private volatile CountDownLatch stalled = new CountDownLatch(0);
-  private volatile boolean full;
+  private volatile long fits = Long.MAX_VALUE;
+  private volatile boolean broken;
   private volatile CountDownLatch refusals = new CountDownLatch(2);
   Store store;
   Recorder recorder;
@@ -82,36 +84,46 @@ final class FakeSniffer implements Transport {
   }
 
   private void start() throws IOException {
-    store = new Store(directory, console, () -> {
+    store = new Store(directory, console, bytes -> {
       try {
         stalled.await();
       } catch (InterruptedException e) {
         throw new IOException(e);
       }
-      if (full) {
+      if (broken) {
+        throw new IllegalStateException("broken");
+      }
+      if (bytes > fits) {
         refusals.countDown();
-        throw new IOException("No space left on device");
+        throw bytes > 1 << 20 ? new Disk.LeftOutException("too large") : new IOException("No space left on device");
       }
     });
     recorder = new Recorder(store, Service.Limits.NONE, console, () -> Instant.ofEpochMilli(now), reports::add);
     recorder.attach(this);
   }
 
-  /** Sets the state of the disk: "full", "stalled" or "good". */
+  /** Sets the state of the disk: "full", "small", "broken", "stalled" or "good". */
   void disk(String state) {
     refusals = new CountDownLatch(2);
-    full = state.equals("full");
+    broken = state.equals("broken");
+    fits = state.equals("full") ? 0 : state.equals("small") ? 1 << 20 : Long.MAX_VALUE;
     stalled.countDown();
     stalled = new CountDownLatch(state.equals("stalled") ? 1 : 0);
   }
 
-  /** Stops or kills the recorder and starts another one. Frames that were not acknowledged are delivered again. */
+  /**
+   * Stops or kills the recorder and starts another one; "damaged" also empties the checkpoint. Frames that were not
+   * acknowledged are delivered again.
+   */
   void restart(String how) throws IOException {
     if (how.equals("stop")) {
       recorder.stop();
       recorder.finish();
     }
     store.close();
+    if (how.equals("damaged")) {
+      Files.write(directory.resolve("running").resolve("checkpoint"), new byte[0]);
+    }
     list.clear();
     current = ++sessions;
     start();
@@ -189,7 +201,7 @@ final class FakeSniffer implements Transport {
 
   /** Moves the clock. */
   void pass(long millis) {
-    if (!full && stalled.getCount() == 0) {
+    if (fits > 0 && stalled.getCount() == 0) {
       awaitDisk(); // the clock of the test is faster than the disk
     }
     for (long end = now + millis; now < end;) {
@@ -288,10 +300,11 @@ final class FakeSniffer implements Transport {
 
   /** Waits until the disk thread has done all jobs so far; on a full disk, until it has reported the failure. */
   private void awaitDisk() {
-    CountDownLatch done = full ? refusals : new CountDownLatch(1);
-    if (!full) {
+    CountDownLatch done = fits == 0 ? refusals : new CountDownLatch(1);
+    if (fits > 0) {
       // The jobs so far may queue further ones, so the last job is queued after them.
-      store.disk().submit(() -> store.disk().submit(done::countDown));
+      store.disk().submit(1, List.of(() -> store.disk().submit(1, List.of(done::countDown), done::countDown)),
+          done::countDown);
     }
     try {
       done.await();
