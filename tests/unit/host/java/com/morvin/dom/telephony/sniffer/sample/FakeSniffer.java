@@ -104,6 +104,9 @@ final class FakeSniffer implements Transport {
 
   /** Sets the state of the disk: "full", "small", "broken", "stalled" or "good". */
   void disk(String state) {
+    if (fits > 0 && stalled.getCount() == 0) {
+      awaitDisk();
+    }
     refusals = new CountDownLatch(2);
     broken = state.equals("broken");
     fits = state.equals("full") ? 0 : state.equals("small") ? 1 << 20 : Long.MAX_VALUE;
