@@ -7,6 +7,7 @@ import com.morvin.dom.telephony.sniffer.sample.service.Service;
 import com.morvin.dom.telephony.sniffer.sample.signalling.CallFollower;
 import com.morvin.dom.telephony.sniffer.sample.storage.Store;
 import com.morvin.dom.telephony.sniffer.sample.transport.EmbeddedTransport;
+import com.morvin.dom.telephony.sniffer.sample.transport.SteadyClock;
 import com.morvin.dom.telephony.sniffer.sample.transport.TcpTransport;
 import com.morvin.dom.telephony.sniffer.sample.transport.Transport;
 import com.morvin.dom.telephony.sniffer.sample.transport.UdpTransport;
@@ -14,7 +15,6 @@ import java.io.IOException;
 import java.net.BindException;
 import java.nio.file.Path;
 import java.time.Clock;
-import java.time.InstantSource;
 import java.util.LinkedHashMap;
 import java.util.Map;
 import java.util.concurrent.CountDownLatch;
@@ -87,7 +87,7 @@ public final class RecorderMain {
       CallPages pages = new CallPages(options.out, Clock.systemUTC());
       store.disk().submit(pages::open);
       console.line("calls can be seen and heard at " + pages.address());
-      serve(options, new Recorder(store, limits, console, InstantSource.system(), pages), console);
+      serve(options, new Recorder(store, limits, console, SteadyClock.system(), pages), console);
     }
   }
 

@@ -8,6 +8,7 @@ import com.morvin.dom.telephony.sniffer.sample.transport.Command;
 import com.morvin.dom.telephony.sniffer.sample.transport.Endpoint;
 import com.morvin.dom.telephony.sniffer.sample.transport.Frame;
 import com.morvin.dom.telephony.sniffer.sample.transport.Received;
+import com.morvin.dom.telephony.sniffer.sample.transport.SteadyClock;
 import com.morvin.dom.telephony.sniffer.sample.transport.Transport;
 import java.io.IOException;
 import java.io.OutputStream;
@@ -15,7 +16,6 @@ import java.io.PrintStream;
 import java.nio.charset.StandardCharsets;
 import java.nio.file.Files;
 import java.nio.file.Path;
-import java.time.InstantSource;
 import java.util.ArrayDeque;
 import java.util.Comparator;
 import java.util.Queue;
@@ -77,7 +77,7 @@ final class WarmUp implements Transport {
     Console console = new Console(new PrintStream(OutputStream.nullOutputStream()), false);
     try (Store store = new Store(directory, console)) {
       Service.Limits limits = new Service.Limits(false, 0, Service.Limits.NONE.calls());
-      new Recorder(store, limits, console, InstantSource.system(), report -> { }).run(new WarmUp());
+      new Recorder(store, limits, console, SteadyClock.system(), report -> { }).run(new WarmUp());
     } finally {
       try (Stream<Path> all = Files.walk(directory)) {
         for (Path path : all.sorted(Comparator.reverseOrder()).toList()) {

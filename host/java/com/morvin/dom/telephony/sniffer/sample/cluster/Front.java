@@ -6,7 +6,7 @@ import com.morvin.dom.telephony.sniffer.sample.service.Service;
 import com.morvin.dom.telephony.sniffer.sample.signalling.Call;
 import com.morvin.dom.telephony.sniffer.sample.transport.Frame;
 import com.morvin.dom.telephony.sniffer.sample.transport.Received;
-import java.time.InstantSource;
+import com.morvin.dom.telephony.sniffer.sample.transport.SteadyClock;
 import java.util.ArrayDeque;
 import java.util.ArrayList;
 import java.util.HashMap;
@@ -40,7 +40,7 @@ final class Front extends Service {
 
   Front(Broker broker, long bufferBytes, Limits limits, Console console) {
     super(new Limits(limits.untilDisconnect(), limits.idleExitMillis(), limits.calls().withCalls(MAX_CALLS)),
-        POLL_MILLIS, console, InstantSource.system());
+        POLL_MILLIS, console, SteadyClock.system());
     outbox = new Outbox(bufferBytes);
     console.line("up to " + (bufferBytes >> 20) + " MB are kept for " + broker + " while it is slow or away");
     publisher = new Publisher(broker, outbox, console);
@@ -48,13 +48,13 @@ final class Front extends Service {
 
   @Override
   protected void handle(Received received, long now) {
-    publish(received.frame(), received.time(now), now);
+    publish(received.frame(), received.time() + clock.skew(), now);
   }
 
   @Override
   protected void stepped(long now) {
     closeCalls();
-    while (!opened.isEmpty() && (now - opened.peek().at >= FILL_MILLIS || now < opened.peek().at)) {
+    while (!opened.isEmpty() && now - opened.peek().at >= FILL_MILLIS) {
       Opened due = opened.remove();
       if (due.stream.isOpen() && due.stream.began() == due.at) {
         due.stream.flush(false);

@@ -14,9 +14,9 @@ import com.morvin.dom.telephony.sniffer.sample.storage.RunningCalls;
 import com.morvin.dom.telephony.sniffer.sample.storage.Store;
 import com.morvin.dom.telephony.sniffer.sample.transport.Frame;
 import com.morvin.dom.telephony.sniffer.sample.transport.Received;
+import com.morvin.dom.telephony.sniffer.sample.transport.SteadyClock;
 import com.morvin.dom.telephony.sniffer.sample.transport.Transport;
 import java.io.IOException;
-import java.time.InstantSource;
 import java.util.LinkedHashMap;
 import java.util.List;
 import java.util.Map;
@@ -47,10 +47,10 @@ public final class Recorder extends Service {
   /**
    * Records into a store, which the caller closes.
    *
-   * @param clock the time of day
+   * @param clock the time of the recorder
    * @param listener is called on the disk thread
    */
-  public Recorder(Store store, Limits limits, Console console, InstantSource clock, ReportListener listener)
+  public Recorder(Store store, Limits limits, Console console, SteadyClock clock, ReportListener listener)
       throws IOException {
     super(limits, POLL_MILLIS, console, clock);
     this.store = store;
@@ -73,12 +73,12 @@ public final class Recorder extends Service {
   }
 
   @Override
-  protected void handle(Received received, long time) {
+  protected void handle(Received received, long now) {
     Frame frame = received.frame();
     summary.count(frame);
     lastNumber = received.number();
     try {
-      dispatch(received, time);
+      dispatch(received);
     } catch (RuntimeException e) {
       // The sender of one frame must not end the recording of all other calls.
       countMalformed(1);
@@ -86,25 +86,25 @@ public final class Recorder extends Service {
     }
   }
 
-  private void dispatch(Received received, long now) {
+  private void dispatch(Received received) {
     Frame frame = received.frame();
     switch (frame.protocol()) {
       case Frame.SIP, Frame.H323 -> {
         long before = follower.malformed();
-        follower.signalling(frame, now);
+        follower.signalling(frame, received.time());
         countMalformed(follower.malformed() - before);
       }
-      case Frame.RTP -> media(received, now);
+      case Frame.RTP -> media(received);
       default -> { }
     }
   }
 
-  private void media(Received received, long now) {
-    Call.Use use = follower.media(received.frame(), now);
+  private void media(Received received) {
+    Call.Use use = follower.media(received.frame(), received.time());
     if (use != null) {
       summary.countPacket();
       Recording recording = recordings.get(use.call());
-      boolean known = recording.media(received.frame(), use.direction(), use.media(), received.time(now));
+      boolean known = recording.media(received.frame(), use.direction(), use.media(), received.time());
       countMalformed(known ? 0 : 1);
       if (known && recording.markShown()) {
         CallReport running = recording.unfinished();
@@ -121,16 +121,16 @@ public final class Recorder extends Service {
 
   @Override
   protected void tick(long now) {
-    if (now - lastSave >= SAVE_MILLIS || now < lastSave) {
+    if (now - lastSave >= SAVE_MILLIS) {
       lastSave = now;
       long lost = recordings.values().stream().mapToLong(Recording::lost).sum();
       console.status(summary.status(recordings.size(), lost, now, dropped()) + " | " + snifferState());
-      save(now);
+      save();
     }
   }
 
   /** Saves the state of all running calls, unless the previous state is not on disk yet. */
-  private void save(long now) {
+  private void save() {
     if (saving) {
       return;
     }
@@ -138,7 +138,8 @@ public final class Recorder extends Service {
     long upTo = lastNumber;
     Transport link = transport();
     byte[] position = link.position(upTo);
-    running.save(recordings.values().stream().map(recording -> recording.save(running)).toList(), now, position, () -> {
+    running.save(recordings.values().stream().map(recording -> recording.save(running)).toList(), clock.timeOfDay(),
+        position, () -> {
       saving = false;
       if (link.redelivers()) {
         link.acknowledge(upTo);
@@ -184,7 +185,10 @@ public final class Recorder extends Service {
 
   @Override
   public void began(Call call, long now) {
-    Recording recording = new Recording(call, restoring != null ? restoring.journal() : running.begin(), store);
+    // The times of a saved call, and those of the frames that are redelivered, are times of day already.
+    long skew = restoring != null || transport().redelivers() ? 0 : clock.skew();
+    Recording recording =
+        new Recording(call, restoring != null ? restoring.journal() : running.begin(), store, skew);
     recordings.put(call, recording);
     if (restoring != null) {
       // The messages that follow can end the call.
@@ -263,7 +267,7 @@ public final class Recorder extends Service {
       }
     }
     saving = false;
-    save(now);
+    save();
     store.disk().drain();
     console.status("");
   }

@@ -33,7 +33,8 @@ import java.util.TreeSet;
 
 /**
  * The recording of one call: its messages, its media and its remarks. Belongs to the recorder thread; the report is
- * written on the disk thread. Times are milliseconds since 1970.
+ * written on the disk thread. Times are milliseconds since 1970 by the clock of the recorder; a step of the time of day
+ * during the call changes nothing within it.
  */
 final class Recording {
   private static final DateTimeFormatter FILE_TIME =
@@ -56,12 +57,21 @@ final class Recording {
   /** Messages that are not in the journal yet. */
   private final List<RunningCalls.TimedFrame> unsaved = new ArrayList<>();
   private final String name;
+  private final long start;
+  private final long skew;
   private boolean shown;
 
-  Recording(Call call, RunningCalls.Journal journal, Store store) {
+  /**
+   * Makes a recording without media.
+   *
+   * @param skew is added to all times, so that the call has the time of day of its start
+   */
+  Recording(Call call, RunningCalls.Journal journal, Store store, long skew) {
     this.call = call;
     this.journal = journal;
-    name = FILE_TIME.format(Instant.ofEpochMilli(call.start())) + "-" + call.fileNames();
+    this.skew = skew;
+    start = call.start() + skew;
+    name = FILE_TIME.format(Instant.ofEpochMilli(start)) + "-" + call.fileNames();
     for (Direction direction : Direction.values()) {
       tracks.put(direction, new Track(store, name + "-" + direction));
     }
@@ -74,11 +84,11 @@ final class Recording {
       return;
     }
     if (!restored && unsaved.size() < MAX_UNSAVED) {
-      unsaved.add(new RunningCalls.TimedFrame(time, frame));
+      unsaved.add(new RunningCalls.TimedFrame(time + skew, frame));
     }
     recent[messages++ % COMPARED] = hash;
     if (ladder.size() < MAX_STEPS) {
-      ladder.add(new CallReport.Step((time - call.start()) / 1000.0, frame.source().toString(),
+      ladder.add(new CallReport.Step((time + skew - start) / 1000.0, frame.source().toString(),
           frame.destination().toString(), Text.printable(label)));
     }
   }
@@ -86,7 +96,7 @@ final class Recording {
   /** Adds keys that were reported by the signalling. */
   void dialled(Direction direction, String digits, long time) {
     if (dialled.size() < MAX_DIALLED) {
-      dialled.add(new Dialled(direction, digits, time));
+      dialled.add(new Dialled(direction, digits, time + skew));
     }
   }
 
@@ -94,7 +104,7 @@ final class Recording {
   boolean media(Frame frame, Direction direction, Sdp.Media media, long time) {
     Track track = tracks.get(direction);
     if (media.kind() == Sdp.Kind.FAX) {
-      track.keep(frame, "T.38", time);
+      track.keep(frame, "T.38", time + skew);
       return true;
     }
     if (RtpPacket.isRtcp(frame.payload())) {
@@ -106,7 +116,7 @@ final class Recording {
     }
     Codec codec = media.kind() == Sdp.Kind.SECURE_RTP ? Codec.SRTP
         : Codec.of(packet.payloadType(), media.codecs().get(packet.payloadType()));
-    track.accept(frame, packet, codec, time);
+    track.accept(frame, packet, codec, time + skew);
     return true;
   }
 
@@ -141,16 +151,15 @@ final class Recording {
   CallReport unfinished() {
     CallReport.Voice none = new CallReport.Voice(0, 0, List.of(), List.of());
     return new CallReport("", call.protocol(), Text.printable(call.id()), Text.printable(call.caller()),
-        Text.printable(call.callee()), call.start(), 0, "", none, none, "", List.of(), List.copyOf(ladder), List.of());
+        Text.printable(call.callee()), start, 0, "", none, none, "", List.of(), List.copyOf(ladder), List.of());
   }
 
   /** Queues the report for the disk thread. */
   void report(Reports reports, String how, long end) {
     tracks.values().forEach(Track::finish);
-    long start = call.start();
     reports.write(name, tracks.get(Direction.FROM_CALLER).stretches(start),
         tracks.get(Direction.FROM_CALLEE).stretches(start), names -> new CallReport(names.report(), call.protocol(),
-            Text.printable(call.id()), Text.printable(call.caller()), Text.printable(call.callee()), start, end,
+            Text.printable(call.id()), Text.printable(call.caller()), Text.printable(call.callee()), start, end + skew,
             Text.printable(how), voice(Direction.FROM_CALLER), voice(Direction.FROM_CALLEE),
             names.stereo().stream().findFirst().map(CallReport.Part::file).orElse(""),
             names.stereo().stream().skip(1).toList(), List.copyOf(ladder), notes(names.stereoMissing())));
@@ -165,10 +174,10 @@ final class Recording {
   }
 
   private CallReport.Voice voice(Direction direction) {
-    CallReport.Voice voice = tracks.get(direction).report(call.start());
+    CallReport.Voice voice = tracks.get(direction).report(start);
     List<CallReport.Digit> digits = new ArrayList<>(voice.digits());
     dialled.stream().filter(some -> some.direction == direction)
-        .forEach(some -> digits.add(new CallReport.Digit((some.time - call.start()) / 1000.0, some.digits)));
+        .forEach(some -> digits.add(new CallReport.Digit((some.time - start) / 1000.0, some.digits)));
     return new CallReport.Voice(voice.packets(), voice.lost(), voice.parts(), digits);
   }
 

@@ -6,9 +6,9 @@ import com.morvin.dom.telephony.sniffer.sample.transport.Frame;
 import com.morvin.dom.telephony.sniffer.sample.transport.Heartbeat;
 import com.morvin.dom.telephony.sniffer.sample.transport.Intake;
 import com.morvin.dom.telephony.sniffer.sample.transport.Received;
+import com.morvin.dom.telephony.sniffer.sample.transport.SteadyClock;
 import com.morvin.dom.telephony.sniffer.sample.transport.Transport;
 import java.io.IOException;
-import java.time.InstantSource;
 
 /**
  * The loop that serves the sniffers of a transport. The recorder and the front extend it.
@@ -37,8 +37,8 @@ public abstract class Service implements CallFollower.Listener {
 
   /** Lines for the operator. */
   protected final Console console;
-  /** The time of day of the loop. */
-  protected final InstantSource clock;
+  /** The time of the loop. */
+  protected final SteadyClock clock;
   /** Assigns frames to calls. */
   protected final CallFollower follower;
 
@@ -57,7 +57,7 @@ public abstract class Service implements CallFollower.Listener {
    *
    * @param pollMillis how long the loop waits for a frame before the next step
    */
-  protected Service(Limits limits, long pollMillis, Console console, InstantSource clock) {
+  protected Service(Limits limits, long pollMillis, Console console, SteadyClock clock) {
     this.limits = limits;
     this.pollMillis = pollMillis;
     this.console = console;
@@ -71,14 +71,14 @@ public abstract class Service implements CallFollower.Listener {
   /**
    * Handles a frame.
    *
-   * @param time milliseconds since 1970: now or, when the transport redelivers, the time of capture
+   * @param now by the clock
    */
-  protected abstract void handle(Received received, long time);
+  protected abstract void handle(Received received, long now);
 
   /**
    * Called every 200 ms, after the heartbeats and the time limits of calls.
    *
-   * @param now milliseconds since 1970
+   * @param now by the clock
    */
   protected abstract void tick(long now);
 
@@ -98,7 +98,7 @@ public abstract class Service implements CallFollower.Listener {
    */
   public final void run(Transport link) throws IOException, InterruptedException {
     attach(link);
-    try (Intake reading = new Intake(link, console)) {
+    try (Intake reading = new Intake(link, console, clock)) {
       intake = reading;
       while (!stopping) {
         boolean gone = limits.untilDisconnect && link.sessions() > 0 && link.sniffers().isEmpty();
@@ -129,19 +129,18 @@ public abstract class Service implements CallFollower.Listener {
    */
   public final void step(Received received) {
     long now = clock.millis();
-    long time = received != null && transport.redelivers() ? received.captured() : now;
     resendToNewSniffers();
     if (received != null) {
       heartbeat.heard(received.sniffer(), now);
       if (received.frame().protocol() != Frame.HEARTBEAT || transport.waitsForTraffic()) {
         lastTraffic = now;
       }
-      handle(received, time);
+      handle(received, now);
     }
-    if (now - lastTick >= TICK_MILLIS || now < lastTick) {
+    if (now - lastTick >= TICK_MILLIS) {
       lastTick = now;
       heartbeat.tick(now);
-      follower.tick(received != null ? time : transport.caughtUp(now), transport.losesCommands());
+      follower.tick(received != null ? received.time() : transport.caughtUp(now), transport.losesCommands());
       tick(now);
     }
     stepped(now);

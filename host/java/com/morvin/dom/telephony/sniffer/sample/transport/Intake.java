@@ -21,6 +21,7 @@ public final class Intake implements AutoCloseable {
 
   private final Transport transport;
   private final long maxBytes;
+  private final SteadyClock clock;
   private final Console console;
   /** The waiting frames, oldest first. The numbers of the frames give the order of both queues. */
   private final Queue<Received> signalling = new ArrayDeque<>();
@@ -36,12 +37,13 @@ public final class Intake implements AutoCloseable {
   private boolean closed;
 
   /** Starts the thread. The caller closes the transport after this object. */
-  public Intake(Transport transport, Console console) {
-    this(transport, console, MAX_BYTES);
+  public Intake(Transport transport, Console console, SteadyClock clock) {
+    this(transport, console, clock, MAX_BYTES);
   }
 
   /** Starts the thread with a queue of another size in bytes. */
-  public Intake(Transport transport, Console console, long maxBytes) {
+  public Intake(Transport transport, Console console, SteadyClock clock, long maxBytes) {
+    this.clock = clock;
     this.transport = transport;
     this.console = console;
     this.maxBytes = maxBytes;
@@ -95,7 +97,7 @@ public final class Intake implements AutoCloseable {
       while (!isClosed()) {
         Received received = transport.receive(POLL_MILLIS);
         if (received != null) {
-          add(received);
+          add(transport.redelivers() ? received : received.readBy(clock));
         }
       }
     } catch (IOException e) {

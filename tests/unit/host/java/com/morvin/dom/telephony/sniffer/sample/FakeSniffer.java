@@ -10,6 +10,7 @@ import com.morvin.dom.telephony.sniffer.sample.transport.Command;
 import com.morvin.dom.telephony.sniffer.sample.transport.Endpoint;
 import com.morvin.dom.telephony.sniffer.sample.transport.Frame;
 import com.morvin.dom.telephony.sniffer.sample.transport.Received;
+import com.morvin.dom.telephony.sniffer.sample.transport.SteadyClock;
 import com.morvin.dom.telephony.sniffer.sample.transport.Transport;
 import java.io.ByteArrayInputStream;
 import java.io.ByteArrayOutputStream;
@@ -65,6 +66,9 @@ final class FakeSniffer implements Transport {
   private int sessions = 1;
   private int current = 1;
   private long number;
+  private SteadyClock clock;
+  /** By how much the time of day was set forward. */
+  long setForward;
   long lateMillis;
   boolean losesCommands;
   boolean redelivers;
@@ -98,7 +102,8 @@ final class FakeSniffer implements Transport {
         throw bytes > 1 << 20 ? new Disk.LeftOutException("too large") : new IOException("No space left on device");
       }
     });
-    recorder = new Recorder(store, Service.Limits.NONE, console, () -> Instant.ofEpochMilli(now), reports::add);
+    clock = new SteadyClock(() -> Instant.ofEpochMilli(now + setForward), () -> 1_000_000 * now);
+    recorder = new Recorder(store, Service.Limits.NONE, console, clock, reports::add);
     recorder.attach(this);
   }
 
@@ -198,8 +203,9 @@ final class FakeSniffer implements Transport {
   }
 
   void frame(int protocol, Endpoint source, Endpoint destination, byte[] payload) {
-    deliver(new Received(new Frame(protocol, destination, source, payload), current,
-        lateMillis == 0 && !redelivers ? 0 : now - lateMillis, ++number));
+    Received received = new Received(new Frame(protocol, destination, source, payload), current,
+        lateMillis == 0 && !redelivers ? 0 : now + setForward - lateMillis, ++number);
+    deliver(redelivers ? received : received.readBy(clock));
   }
 
   /** Moves the clock. */

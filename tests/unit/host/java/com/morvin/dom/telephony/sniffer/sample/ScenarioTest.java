@@ -75,6 +75,7 @@ final class ScenarioTest {
       case "pass" -> sniffer.pass(Long.parseLong(words[1]));
       case "sniffer" -> sniffer.session(Integer.parseInt(words[1]));
       case "late" -> sniffer.lateMillis = Long.parseLong(words[1]);
+      case "clock" -> sniffer.setForward += Long.parseLong(words[1]);
       case "forgets" -> sniffer.list.clear();
       case "misses" -> sniffer.list.remove(at(words[1]));
       case "commands-get-lost" -> sniffer.losesCommands = true;

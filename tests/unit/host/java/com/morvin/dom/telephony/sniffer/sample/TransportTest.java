@@ -9,6 +9,7 @@ import com.morvin.dom.telephony.sniffer.sample.transport.EmbeddedTransport;
 import com.morvin.dom.telephony.sniffer.sample.transport.Frame;
 import com.morvin.dom.telephony.sniffer.sample.transport.Intake;
 import com.morvin.dom.telephony.sniffer.sample.transport.Received;
+import com.morvin.dom.telephony.sniffer.sample.transport.SteadyClock;
 import com.morvin.dom.telephony.sniffer.sample.transport.TcpTransport;
 import com.morvin.dom.telephony.sniffer.sample.transport.Transport;
 import com.morvin.dom.telephony.sniffer.sample.transport.UdpTransport;
@@ -217,7 +218,8 @@ final class TransportTest {
   /** A recorder that is too slow loses media before signalling, and each overload is reported with numbers. */
   void testOverload() throws Exception {
     FakeEngine engine = new FakeEngine();
-    try (EmbeddedTransport link = new EmbeddedTransport(engine); Intake intake = new Intake(link, console, 41_500)) {
+    try (EmbeddedTransport link = new EmbeddedTransport(engine);
+         Intake intake = new Intake(link, console, SteadyClock.system(), 41_500)) {
       for (int episode = 1; episode <= 2; episode++) {
         for (int i = 0; i < 200; i++) {
           engine.frames.add(frame(i % 5 == 0 ? Frame.SIP : Frame.RTP, 800));
