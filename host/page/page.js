@@ -112,10 +112,11 @@
     call.was = was;
     call.name = call.name || was;   // a running call has no files to be named after
     call.running = running;
-    call.both = call.stereo ? [{file: call.stereo, offset: 0}, ...call.moreStereo || []] : [];   // a long call has several files
+    call.both = call.stereo ? [{file: call.stereo, offset: stereo}, ...call.moreStereo || []] : [];   // a long call has several files
     call.from = party(call.caller);
     call.to = party(call.callee);
     call.voices = [call.fromCaller, call.fromCallee];
+    const stereo = fromFirstSound(call);
     call.voices.forEach((voice, i) => {
       voice.who = i ? call.to : call.from;
       voice.role = i ? 'callee' : 'caller';
@@ -130,6 +131,22 @@
       clock.format(call.start), longDay.format(call.start), ...call.notes, ...call.voices.map(voice => voice.digits.map(digit => digit.digit).join(''))].join('\n').toLowerCase();
     call.numbers = [call.from.name, call.to.name].map(name => name.replace(/\D/g, '')).join('\n');
     return call;
+  }
+
+  /**
+   * Media can be captured before the first message that the recorder saw: the call then begins with it. Returns the offset
+   * of the stereo file, which begins with the call or the first decoded sound.
+   */
+  function fromFirstSound(call) {
+    const parts = call.voices.flatMap(voice => voice.parts);
+    const first = parts.filter(part => !part.file.endsWith('.pcap')).map(part => part.offset);
+    const early = Math.min(0, ...parts.map(part => part.offset));
+    if (early < 0) {
+      call.start += early * 1000;
+      for (const part of [...parts, ...call.moreStereo || []]) part.offset -= early;
+      for (const event of [...call.ladder, ...call.voices.flatMap(voice => voice.digits)]) event.at -= early;
+    }
+    return Math.min(0, ...first) - early;
   }
 
   function matcher() {

@@ -13,8 +13,8 @@ import java.util.stream.Stream;
 
 /**
  * Writes both directions of a call into a WAV file, caller left, callee right. The file is made from the mono files of
- * an ended call. It begins with the call, so samples captured at the same time are in the same place. A longer call
- * continues in a second file, and so on.
+ * an ended call. It begins with the call, or with media that was captured earlier. Samples captured at the same time
+ * are in the same place. A longer call continues in a second file, and so on.
  */
 public final class StereoFile {
   private static final int CHANNELS = 2;
@@ -29,8 +29,23 @@ public final class StereoFile {
    * @param first the index of its first sample
    * @param count the number of samples
    * @param start the time of capture of the first sample, in milliseconds since the start of the call
+   * @param next the start of the next stretch, by which this one ends
+   * @param joined whether the sound goes on in the next stretch, so that this one is stretched or shortened to reach it
    */
-  public record Stretch(WavFile file, long first, long count, long start) {}
+  public record Stretch(WavFile file, long first, long count, long start, long next, boolean joined) {
+    private long startFrame(int rate) {
+      return start * rate / 1000;
+    }
+
+    /** Returns the number of frames that the samples take. */
+    private long frames(int rate) {
+      return joined ? Math.max(1, (next - start) * rate / 1000) : count * (rate / file.rate());
+    }
+
+    private long endFrame(int rate) {
+      return Math.min(startFrame(rate) + frames(rate), next == Long.MAX_VALUE ? next : next * rate / 1000);
+    }
+  }
 
   private final Store store;
   private final List<Stretch> left;
@@ -50,12 +65,10 @@ public final class StereoFile {
   }
 
   private List<CallReport.Part> write(String name) throws IOException {
-    long millis = 0;
-    for (Stretch stretch : Stream.concat(left.stream(), right.stream()).toList()) {
-      rate = Math.max(rate, stretch.file.rate());
-      millis = Math.max(millis, stretch.start + stretch.count * 1000 / stretch.file.rate());
-    }
-    long frames = millis * rate / 1000;
+    List<Stretch> all = Stream.concat(left.stream(), right.stream()).toList();
+    rate = all.stream().mapToInt(stretch -> stretch.file.rate()).max().orElse(0);
+    long origin = Math.min(0, all.stream().mapToLong(stretch -> stretch.startFrame(rate)).min().orElse(0));
+    long frames = all.stream().mapToLong(stretch -> stretch.endFrame(rate)).max().orElse(0) - origin;
     store.disk().admit(FRAME * frames);
     List<Path> paths = new ArrayList<>();
     List<CallReport.Part> parts = new ArrayList<>();
@@ -64,10 +77,10 @@ public final class StereoFile {
         Path path = store.create(name, "wav");
         paths.add(path);
         long count = Math.min(MAX_FRAMES, frames - at);
-        write(path, at, count);
+        write(path, origin + at, count);
         store.written(path);
-        parts.add(new CallReport.Part(path.getFileName().toString(), "", at / (double) rate, count / (double) rate,
-            List.of()));
+        double offset = (origin + at) / (double) rate;
+        parts.add(new CallReport.Part(path.getFileName().toString(), "", offset, count / (double) rate, List.of()));
       }
       return parts;
     } catch (IOException e) {
@@ -102,21 +115,20 @@ public final class StereoFile {
   private boolean mix(List<Stretch> stretches, long at, int count, short[] mixed, int channel) throws IOException {
     boolean any = false;
     for (Stretch stretch : stretches) {
-      int times = rate / stretch.file.rate();
-      long start = stretch.start * rate / 1000;
+      long start = stretch.startFrame(rate);
+      long length = stretch.frames(rate);
       long from = Math.max(at, start);
-      long to = Math.min(at + count, start + stretch.count * times);
+      long to = Math.min(at + count, stretch.endFrame(rate));
       if (from >= to || stretch.file.path() == null) {
         continue;
       }
       any = true;
-      long first = stretch.first + (from - start) / times;
-      ByteBuffer samples = read(stretch.file.path(), first, (int) ((to - from) / times) + 2);
+      long first = (from - start) * stretch.count / length;
+      int needed = (int) ((to - 1 - start) * stretch.count / length - first) + 2;
+      ByteBuffer samples = read(stretch.file.path(), stretch.first + first, needed);
       for (long frame = from; frame < to; frame++) {
-        long position = frame - start;
-        int index = (int) (stretch.first + position / times - first);
-        int phase = (int) (position % times);
-        int sample = between(samples, index, phase, times);
+        long position = (frame - start) * stretch.count;
+        int sample = between(samples, (int) (position / length - first), position % length, length);
         int place = (int) (frame - at) * CHANNELS + channel;
         mixed[place] = (short) Math.min(Math.max(mixed[place] + sample, Short.MIN_VALUE), Short.MAX_VALUE);
       }
@@ -124,9 +136,11 @@ public final class StereoFile {
     return any;
   }
 
-  private static int between(ByteBuffer samples, int index, int phase, int times) {
+  /** Returns the value at an index and a fraction of the way to the next sample. */
+  private static int between(ByteBuffer samples, int index, long numerator, long denominator) {
     int sample = sampleAt(samples, index);
-    return phase == 0 ? sample : sample + (sampleAt(samples, index + 1) - sample) * phase / times;
+    return numerator == 0 ? sample
+        : sample + (int) ((sampleAt(samples, index + 1) - sample) * numerator / denominator);
   }
 
   private static int sampleAt(ByteBuffer samples, int index) {
