@@ -112,11 +112,11 @@
     call.was = was;
     call.name = call.name || was;   // a running call has no files to be named after
     call.running = running;
-    call.both = call.stereo ? [{file: call.stereo, offset: stereo}, ...call.moreStereo || []] : [];   // a long call has several files
     call.from = party(call.caller);
     call.to = party(call.callee);
     call.voices = [call.fromCaller, call.fromCallee];
     const stereo = fromFirstSound(call);
+    call.both = call.stereo ? [{file: call.stereo, offset: stereo}, ...call.moreStereo || []] : [];   // a long call has several files
     call.voices.forEach((voice, i) => {
       voice.who = i ? call.to : call.from;
       voice.role = i ? 'callee' : 'caller';

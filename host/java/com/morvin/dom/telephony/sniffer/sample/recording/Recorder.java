@@ -56,10 +56,7 @@ public final class Recorder extends Service {
     this.store = store;
     this.listener = listener;
     log = new CallLog(store.directory());
-    reports = new Reports(store, log, console, report -> {
-      summary.add(report);
-      store.disk().submit(() -> listener.ended(report));
-    });
+    reports = new Reports(store, log, summary::add, listener);
   }
 
   /** Continues the calls that were running before a restart, with the first transport only. */

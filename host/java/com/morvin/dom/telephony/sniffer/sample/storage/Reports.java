@@ -1,6 +1,5 @@
 package com.morvin.dom.telephony.sniffer.sample.storage;
 
-import com.morvin.dom.telephony.sniffer.sample.console.Console;
 import java.io.IOException;
 import java.nio.charset.StandardCharsets;
 import java.nio.file.Path;
@@ -16,19 +15,20 @@ public final class Reports {
 
   private final Store store;
   private final CallLog log;
-  private final Console console;
-  private final Consumer<CallReport> listener;
+  private final Consumer<CallReport> counter;
+  private final ReportListener listener;
   private final AtomicLong dropped = new AtomicLong();
 
   /**
    * Writes into a store.
    *
+   * @param counter is called once with each report, on the disk thread
    * @param listener is called with each report after all its files are written, on the disk thread
    */
-  public Reports(Store store, CallLog log, Console console, Consumer<CallReport> listener) {
+  public Reports(Store store, CallLog log, Consumer<CallReport> counter, ReportListener listener) {
     this.store = store;
     this.log = log;
-    this.console = console;
+    this.counter = counter;
     this.listener = listener;
   }
 
@@ -104,16 +104,13 @@ public final class Reports {
     void addToTable() throws IOException {
       if (written != null) {
         log.add(written);
+        counter.accept(written);
       }
     }
 
-    void notifyListener() {
+    void notifyListener() throws IOException {
       if (written != null) {
-        try {
-          listener.accept(written);
-        } catch (RuntimeException e) {
-          console.line("the page of calls was not written: " + e);
-        }
+        listener.ended(written);
       }
     }
   }
