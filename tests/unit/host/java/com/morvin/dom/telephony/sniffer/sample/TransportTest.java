@@ -8,6 +8,7 @@ import com.morvin.dom.telephony.sniffer.sample.transport.Command;
 import com.morvin.dom.telephony.sniffer.sample.transport.EmbeddedTransport;
 import com.morvin.dom.telephony.sniffer.sample.transport.Frame;
 import com.morvin.dom.telephony.sniffer.sample.transport.Intake;
+import com.morvin.dom.telephony.sniffer.sample.transport.ReceiveBuffer;
 import com.morvin.dom.telephony.sniffer.sample.transport.Received;
 import com.morvin.dom.telephony.sniffer.sample.transport.SteadyClock;
 import com.morvin.dom.telephony.sniffer.sample.transport.TcpTransport;
@@ -106,6 +107,8 @@ final class TransportTest {
   }
 
   void testUdp() throws Exception {
+    equal(ReceiveBuffer.warning(16 << 20, 16 << 20), "");
+    that(ReceiveBuffer.warning(16 << 20, 208 << 10).contains("sysctl -w net.core.rmem_max=16777216"), "no advice");
     long start = System.nanoTime();
     try (UdpTransport link = new UdpTransport(ANY, console)) {
       InetSocketAddress recorder = new InetSocketAddress("127.0.0.1", link.port());
