@@ -50,6 +50,7 @@ public final class Track {
 
   private final Store store;
   private final String fileName;
+  private final boolean keepsDigits;
   private final Map<Integer, Source> sources = new LinkedHashMap<>(16, 0.75f, true);
   private final List<AudioOutput> outputs = new ArrayList<>();
   private final Set<String> notes = new TreeSet<>();
@@ -66,8 +67,10 @@ public final class Track {
    * Makes a track without media.
    *
    * @param fileName the name of its files, without a number and an extension
+   * @param keepsDigits whether pressed keys are recorded
    */
-  public Track(Store store, String fileName) {
+  public Track(Store store, String fileName, boolean keepsDigits) {
+    this.keepsDigits = keepsDigits;
     this.store = store;
     this.fileName = fileName;
   }
@@ -202,7 +205,11 @@ public final class Track {
     void play(Arrival arrival) {
       switch (arrival.codec().kind()) {
         case COMFORT_NOISE -> { }
-        case TELEPHONE_EVENT -> digits.accept(arrival);
+        case TELEPHONE_EVENT -> {
+          if (keepsDigits) {
+            digits.accept(arrival);
+          }
+        }
         case OTHER -> store(arrival.frame(), arrival.codec().name(), arrival.time());
         default -> playAudio(arrival);
       }

@@ -31,6 +31,7 @@ import java.util.stream.Stream;
  */
 final class PageFile {
   static final String NAME = "index.html";
+  static final String DAYS = "days";
   private static final String SETTLED = "{\"settled\":true}\n";
   private static final Pattern HEAD = Pattern.compile("\\{\"since\":\"(\\d{4}-\\d\\d-\\d\\d)\".*");
   private static final Pattern ARCHIVED = Pattern.compile("\\d{4}-\\d\\d-\\d\\d[0-9_.-]*\\.html");
@@ -43,7 +44,7 @@ final class PageFile {
 
   private PageFile(Path directory) {
     file = directory.resolve(NAME);
-    days = directory.resolve("days");
+    days = directory.resolve(DAYS);
   }
 
   /** Opens the existing page or creates one. */
@@ -135,12 +136,23 @@ final class PageFile {
 
   private void begin(LocalDate today, String lines) throws IOException {
     since = today;
-    String head = "{\"since\":\"" + today + "\",\"older\":" + Json.write(older()) + "}\n";
+    String head = head(today.toString(), older(days), 0) + "\n";
     replace(channel -> writeAll(channel, head + lines));
   }
 
+  private static String head(String since, List<String> older, long changed) {
+    return "{\"since\":\"" + since + "\",\"older\":" + Json.write(older)
+        + (changed == 0 ? "" : ",\"changed\":" + changed) + "}";
+  }
+
+  /** Returns the first line of the calls with another list of pages and time of change; returns other lines as is. */
+  static String withPages(String line, List<String> older, long changed) {
+    Matcher matcher = HEAD.matcher(line);
+    return matcher.matches() ? head(matcher.group(1), older, changed) : line;
+  }
+
   /** Returns the file names in days/, newest first. */
-  private List<String> older() throws IOException {
+  static List<String> older(Path days) throws IOException {
     if (!Files.isDirectory(days)) {
       return List.of();
     }
@@ -169,13 +181,13 @@ final class PageFile {
   }
 
   /** Returns the position of the first call, or -1. */
-  private static int indexOfCalls(byte[] bytes) {
+  static int indexOfCalls(byte[] bytes) {
     int index = new String(bytes, StandardCharsets.ISO_8859_1)
         .indexOf(new String(PageTemplate.END, StandardCharsets.ISO_8859_1));
     return index < 0 ? -1 : index + PageTemplate.END.length;
   }
 
-  private static byte[] read(FileChannel channel, long position, int max) throws IOException {
+  static byte[] read(FileChannel channel, long position, int max) throws IOException {
     ByteBuffer buffer = ByteBuffer.allocate((int) Math.min(max, channel.size() - position));
     while (buffer.hasRemaining() && channel.read(buffer, position + buffer.position()) > 0) {
       // A read may return fewer bytes than requested.

@@ -38,6 +38,7 @@ public final class Recorder extends Service {
   private final Summary summary = new Summary();
 
   private final Map<Call, Recording> recordings = new LinkedHashMap<>();
+  private boolean keepsDigits = true;
   private RunningCalls running;
   private RunningCalls.Loaded restoring;
   private long lastNumber;
@@ -57,6 +58,11 @@ public final class Recorder extends Service {
     this.listener = listener;
     log = new CallLog(store.directory());
     reports = new Reports(store, log, summary::add, listener);
+  }
+
+  /** Makes the recorder ignore pressed keys, which can be card numbers. Called before {@link #run}. */
+  public void ignoreDigits() {
+    keepsDigits = false;
   }
 
   /** Continues the calls that were running before a restart, with the first transport only. */
@@ -123,6 +129,7 @@ public final class Recorder extends Service {
       long lost = recordings.values().stream().mapToLong(Recording::lost).sum();
       console.status(summary.status(recordings.size(), lost, now, dropped()) + " | " + snifferState());
       save();
+      store.disk().submit(listener::tick);
     }
   }
 
@@ -185,7 +192,8 @@ public final class Recorder extends Service {
     // The times of a saved call, and those of the frames that are redelivered, are times of day already.
     long skew = restoring != null || transport().redelivers() ? 0 : clock.skew();
     Recording recording =
-        new Recording(call, restoring != null ? restoring.journal() : running.begin(), store, skew);
+        new Recording(call, restoring != null ? restoring.journal() : running.begin(), store, skew,
+        keepsDigits);
     recordings.put(call, recording);
     if (restoring != null) {
       // The messages that follow can end the call.

@@ -59,21 +59,24 @@ final class Recording {
   private final String name;
   private final long start;
   private final long skew;
+  private final boolean keepsDigits;
   private boolean shown;
 
   /**
    * Makes a recording without media.
    *
    * @param skew is added to all times, so that the call has the time of day of its start
+   * @param keepsDigits whether pressed keys are recorded
    */
-  Recording(Call call, RunningCalls.Journal journal, Store store, long skew) {
+  Recording(Call call, RunningCalls.Journal journal, Store store, long skew, boolean keepsDigits) {
     this.call = call;
     this.journal = journal;
     this.skew = skew;
+    this.keepsDigits = keepsDigits;
     start = call.start() + skew;
     name = FILE_TIME.format(Instant.ofEpochMilli(start)) + "-" + call.fileNames();
     for (Direction direction : Direction.values()) {
-      tracks.put(direction, new Track(store, name + "-" + direction));
+      tracks.put(direction, new Track(store, name + "-" + direction, keepsDigits));
     }
   }
 
@@ -95,7 +98,7 @@ final class Recording {
 
   /** Adds keys that were reported by the signalling. */
   void dialled(Direction direction, String digits, long time) {
-    if (dialled.size() < MAX_DIALLED) {
+    if (keepsDigits && dialled.size() < MAX_DIALLED) {
       dialled.add(new Dialled(direction, digits, time + skew));
     }
   }

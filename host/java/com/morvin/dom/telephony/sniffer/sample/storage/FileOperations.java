@@ -1,8 +1,11 @@
 package com.morvin.dom.telephony.sniffer.sample.storage;
 
+import java.io.BufferedReader;
 import java.io.IOException;
+import java.io.InputStreamReader;
 import java.nio.ByteBuffer;
 import java.nio.channels.FileChannel;
+import java.nio.charset.StandardCharsets;
 import java.nio.file.FileSystems;
 import java.nio.file.Files;
 import java.nio.file.OpenOption;
@@ -33,6 +36,11 @@ public final class FileOperations {
   /** Opens a file, and creates it if an option says so. */
   public static FileChannel open(Path file, OpenOption... options) throws IOException {
     return FileChannel.open(file, Set.of(options), FILE);
+  }
+
+  /** Opens a text file in UTF-8. Damaged characters are replaced, so that no file stops the reader. */
+  public static BufferedReader lines(Path file) throws IOException {
+    return new BufferedReader(new InputStreamReader(Files.newInputStream(file), StandardCharsets.UTF_8));
   }
 
   /** Creates an empty file, which must not exist. */

@@ -12,6 +12,9 @@ public interface ReportListener {
   /** A call has ended and all its files are written. */
   void ended(CallReport call) throws IOException;
 
+  /** Called about every second. */
+  default void tick() throws IOException {}
+
   /** The recorder ends; another one continues the calls that are running, and reports them again. */
   default void stopped() throws IOException {}
 }

@@ -27,6 +27,15 @@ public final class Store implements AutoCloseable {
   /** The directory with the state for a restart. */
   static final String RUNNING = "running";
 
+  /** Another recorder uses the directory. */
+  public static final class InUseException extends IOException {
+    private static final long serialVersionUID = 1;
+
+    InUseException(String message) {
+      super(message);
+    }
+  }
+
   /** Is called before a file is created. */
   interface CreationListener {
     void creating(Path path) throws IOException;
@@ -77,7 +86,7 @@ public final class Store implements AutoCloseable {
       }
     }
     if (held == null) {
-      throw new IOException("another recorder writes to " + directory + ": give this one another --out");
+      throw new InUseException("another recorder writes to " + directory + ": give this one another --out");
     }
     return channel;
   }

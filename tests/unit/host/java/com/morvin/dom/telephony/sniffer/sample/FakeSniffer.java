@@ -1,10 +1,13 @@
 package com.morvin.dom.telephony.sniffer.sample;
 
 import com.morvin.dom.telephony.sniffer.sample.console.Console;
+import com.morvin.dom.telephony.sniffer.sample.page.CallPages;
 import com.morvin.dom.telephony.sniffer.sample.recording.Recorder;
 import com.morvin.dom.telephony.sniffer.sample.service.Service;
 import com.morvin.dom.telephony.sniffer.sample.storage.CallReport;
 import com.morvin.dom.telephony.sniffer.sample.storage.Disk;
+import com.morvin.dom.telephony.sniffer.sample.storage.EraseRequests;
+import com.morvin.dom.telephony.sniffer.sample.storage.ReportListener;
 import com.morvin.dom.telephony.sniffer.sample.storage.Store;
 import com.morvin.dom.telephony.sniffer.sample.transport.Command;
 import com.morvin.dom.telephony.sniffer.sample.transport.Endpoint;
@@ -22,6 +25,8 @@ import java.nio.ByteOrder;
 import java.nio.charset.StandardCharsets;
 import java.nio.file.Files;
 import java.nio.file.Path;
+import java.nio.file.attribute.FileTime;
+import java.nio.file.attribute.PosixFilePermissions;
 import java.time.Instant;
 import java.util.ArrayList;
 import java.util.HashMap;
@@ -29,6 +34,7 @@ import java.util.Iterator;
 import java.util.List;
 import java.util.Map;
 import java.util.Set;
+import java.util.concurrent.CompletableFuture;
 import java.util.concurrent.ConcurrentHashMap;
 import java.util.concurrent.CopyOnWriteArrayList;
 import java.util.concurrent.CountDownLatch;
@@ -67,6 +73,8 @@ final class FakeSniffer implements Transport {
   private int current = 1;
   private long number;
   private SteadyClock clock;
+  private long keepMillis;
+  private boolean ignoresDigits;
   /** By how much the time of day was set forward. */
   long setForward;
   long lateMillis;
@@ -103,7 +111,23 @@ final class FakeSniffer implements Transport {
       }
     });
     clock = new SteadyClock(() -> Instant.ofEpochMilli(now + setForward), () -> 1_000_000 * now);
-    recorder = new Recorder(store, Service.Limits.NONE, console, clock, reports::add);
+    CallPages pages = new CallPages(directory, () -> Instant.ofEpochMilli(now));
+    Retention retention = new Retention(directory, pages, clock, keepMillis, console);
+    recorder = new Recorder(store, Service.Limits.NONE, console, clock, new ReportListener() {
+      @Override
+      public void ended(CallReport call) throws IOException {
+        reports.add(call);
+        retention.ended(call);
+      }
+
+      @Override
+      public void tick() {
+        retention.tick();
+      }
+    });
+    if (ignoresDigits) {
+      recorder.ignoreDigits();
+    }
     recorder.attach(this);
   }
 
@@ -138,6 +162,45 @@ final class FakeSniffer implements Transport {
     List<Received> again = List.copyOf(unsafe);
     unsafe.clear();
     again.forEach(this::deliver);
+  }
+
+  /** Stops the recorder and starts it with an option of its command line. */
+  void option(String option) throws IOException {
+    ignoresDigits |= option.equals("no-digits");
+    if (option.startsWith("keep=")) {
+      keepMillis = 86_400_000L * Long.parseLong(option.substring(5));
+      try (Stream<Path> all = Files.walk(directory)) {
+        for (Path path : all.toList()) {
+          Files.setLastModifiedTime(path, FileTime.fromMillis(now)); // the clock of the test is not that of the disk
+        }
+      }
+    }
+    restart("stop");
+  }
+
+  /** Asks the recorder to erase a call. Returns the number of erased calls. */
+  int erase(String call) throws Exception {
+    CompletableFuture<Integer> erased = new CompletableFuture<>();
+    Thread other = new Thread(() -> {
+      try {
+        erased.complete(new EraseRequests(directory).request(call, 60));
+      } catch (IOException | InterruptedException e) {
+        erased.completeExceptionally(e);
+      }
+    });
+    other.start();
+    while (!erased.isDone()) {
+      pass(1000);
+    }
+    return erased.get();
+  }
+
+  /** Returns the number of lines of the page that contain a text. */
+  long shown(String text) throws IOException {
+    awaitDisk();
+    try (Stream<String> lines = Files.lines(directory.resolve("index.html"))) {
+      return lines.filter(line -> line.startsWith("{") && line.contains(text)).count();
+    }
   }
 
   void redeliver() throws IOException {
@@ -342,7 +405,11 @@ final class FakeSniffer implements Transport {
   List<Path> files(String nameEnd) throws IOException {
     awaitDisk();
     try (Stream<Path> files = Files.list(directory)) {
-      return files.filter(file -> file.toString().endsWith(nameEnd)).sorted().toList();
+      List<Path> found = files.filter(file -> file.toString().endsWith(nameEnd)).sorted().toList();
+      for (Path file : found) {
+        Testing.that(!PosixFilePermissions.toString(Files.getPosixFilePermissions(file)).endsWith("r--"), "" + file);
+      }
+      return found;
     }
   }
 

@@ -76,6 +76,9 @@ final class ScenarioTest {
       case "sniffer" -> sniffer.session(Integer.parseInt(words[1]));
       case "late" -> sniffer.lateMillis = Long.parseLong(words[1]);
       case "clock" -> sniffer.setForward += Long.parseLong(words[1]);
+      case "option" -> sniffer.option(words[1]);
+      case "erase" -> equal(sniffer.erase(words[1]), Integer.parseInt(words[2]));
+      case "shown" -> equal(sniffer.shown(words[1]), Long.parseLong(words[2]));
       case "forgets" -> sniffer.list.clear();
       case "misses" -> sniffer.list.remove(at(words[1]));
       case "commands-get-lost" -> sniffer.losesCommands = true;
