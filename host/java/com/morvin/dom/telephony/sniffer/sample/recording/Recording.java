@@ -46,9 +46,9 @@ final class Recording {
   private static final int MAX_STEPS = 200;
   private static final int FIRST_STEPS = 50;
   private static final int MAX_DIALLED = 64;
-  /** The messages that are kept for a capture file: the first and the last ones. */
-  private static final int MAX_KEPT = 32;
-  private static final int FIRST_KEPT = 16;
+  /** The length in bytes of the messages that are kept for a capture file: the first and the last ones. */
+  private static final int MAX_KEPT = 16 << 10;
+  private static final int FIRST_KEPT = 4;
   private static final int MAX_UNSAVED = 64;
   /** A message is compared with this number of earlier ones: it may be repeated, or delivered by another sniffer. */
   private static final int COMPARED = 16;
@@ -64,6 +64,7 @@ final class Recording {
   private final List<CallReport.Step> ladder = new ArrayList<>();
   private final List<Dialled> dialled = new ArrayList<>();
   private final List<RunningCalls.TimedFrame> kept = new ArrayList<>();
+  private int keptBytes;
   private final int[] recent = new int[COMPARED];
   private int messages;
   /** Messages that are not in the journal yet. */
@@ -169,10 +170,11 @@ final class Recording {
   }
 
   private void keep(Frame frame, long time) {
-    if (kept.size() == MAX_KEPT) {
-      kept.remove(FIRST_KEPT);
-    }
     kept.add(new RunningCalls.TimedFrame(time, frame));
+    keptBytes += frame.payload().length;
+    while (keptBytes > MAX_KEPT) {
+      keptBytes -= kept.remove(Math.min(FIRST_KEPT, kept.size() - 1)).frame().payload().length;
+    }
     tracks.values().forEach(track -> track.signalled(frame, time));
   }
 
