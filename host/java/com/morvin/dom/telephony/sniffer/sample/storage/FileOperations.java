@@ -87,15 +87,29 @@ public final class FileOperations {
   }
 
   /**
+   * Replaces the content of a file without waiting for the disk, which takes up to 40 ms. The file is complete at any
+   * time, but may be empty after a crash of the machine.
+   */
+  static void replaceSoon(Path file, byte[] content) throws IOException {
+    replace(file, channel -> writeAll(channel, ByteBuffer.wrap(content), 0), false);
+  }
+
+  /**
    * Replaces the content of a file by renaming a new file, which is on the disk before. So the file is complete at any
    * time and after a crash of the machine.
    */
   public static void replace(Path file, Content content) throws IOException {
+    replace(file, content, true);
+  }
+
+  private static void replace(Path file, Content content, boolean sync) throws IOException {
     Path replacement = file.resolveSibling(file.getFileName() + ".new");
     try (FileChannel channel = open(replacement, StandardOpenOption.CREATE, StandardOpenOption.WRITE,
         StandardOpenOption.TRUNCATE_EXISTING)) {
       content.writeTo(channel);
-      channel.force(true);
+      if (sync) {
+        channel.force(true);
+      }
     }
     Files.move(replacement, file, StandardCopyOption.ATOMIC_MOVE);
   }

@@ -97,13 +97,15 @@ public final class Reports {
       }
       String reportName = file.getFileName().toString().replaceFirst("\\.json$", "");
       CallReport made = report.apply(new Names(reportName, stereo, hasStereo() && stereo.isEmpty()));
-      FileOperations.replace(file, made.json().getBytes(StandardCharsets.UTF_8));
+      FileOperations.replaceSoon(file, made.json().getBytes(StandardCharsets.UTF_8));
+      store.written(file);
       written = made;
     }
 
     void addToTable() throws IOException {
       if (written != null) {
         log.add(written);
+        store.written(log.file());
         counter.accept(written);
       }
     }

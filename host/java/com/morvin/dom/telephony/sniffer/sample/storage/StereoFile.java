@@ -128,7 +128,8 @@ public final class StereoFile {
       ByteBuffer samples = read(stretch.file.path(), stretch.first + first, needed);
       for (long frame = from; frame < to; frame++) {
         long position = (frame - start) * stretch.count;
-        int sample = between(samples, (int) (position / length - first), position % length, length);
+        int sample = length == stretch.count ? sampleAt(samples, (int) (frame - start - first))
+            : between(samples, (int) (position / length - first), position % length, length);
         int place = (int) (frame - at) * CHANNELS + channel;
         mixed[place] = (short) Math.min(Math.max(mixed[place] + sample, Short.MIN_VALUE), Short.MAX_VALUE);
       }
