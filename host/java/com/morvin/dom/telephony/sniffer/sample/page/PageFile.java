@@ -32,7 +32,7 @@ import java.util.stream.Stream;
 final class PageFile {
   static final String NAME = "index.html";
   static final String DAYS = "days";
-  private static final String SETTLED = "{\"settled\":true}\n";
+  static final String SETTLED = "{\"settled\":true}\n";
   private static final Pattern HEAD = Pattern.compile("\\{\"since\":\"(\\d{4}-\\d\\d-\\d\\d)\".*");
   private static final Pattern ARCHIVED = Pattern.compile("\\d{4}-\\d\\d-\\d\\d[0-9_.-]*\\.html");
 

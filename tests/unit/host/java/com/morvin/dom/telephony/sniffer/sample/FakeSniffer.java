@@ -116,6 +116,16 @@ final class FakeSniffer implements Transport {
     Retention retention = new Retention(directory, pages, clock, keepMillis, console);
     recorder = new Recorder(store, Service.Limits.NONE, console, clock, new ReportListener() {
       @Override
+      public void began(CallReport call) throws IOException {
+        retention.began(call);
+      }
+
+      @Override
+      public void merged(CallReport call) throws IOException {
+        retention.merged(call);
+      }
+
+      @Override
       public void ended(CallReport call) throws IOException {
         reports.add(call);
         retention.ended(call);
