@@ -18,6 +18,8 @@
   const archived = /\/days\/\d[^/]*$/.test(location.pathname);
   const base = archived ? '../' : '';
   const ROWS = 150;   // are drawn at a time
+  const BARS = 36;    // of a sketch
+  const FILTERS = ['heard', 'flawed'];
   const calls = new Map();
   let head = '';      // the first line of data: what page this is
   let taken = 0;      // lines of data
@@ -80,6 +82,8 @@
     return name ? {name, host} : {name: host || 'unknown', host: ''};
   }
 
+  const pressed = button => button.getAttribute('aria-pressed') === 'true';
+  const press = (button, on) => button.setAttribute('aria-pressed', on);
   const bdi = text => h('bdi', {}, text);
   const brief = text => text.length > 60 ? [...text].slice(0, 60).join('') + '…' : text;
   const flawed = call => call.voices.some(voice => voice.lost || voice.gaps.length);
@@ -92,15 +96,19 @@
   // ---------------------------------------------------------------- data
 
   function take(all) {
+    taken += all.length;
+    read(all, calls);
+  }
+
+  function read(all, into) {
     for (const line of all) {
-      taken++;
       try {
         const record = JSON.parse(line);
-        if (record.settled) calls.forEach((call, n) => call.running && calls.delete(n));
-        calls.delete(record.was);
+        if (record.settled) into.forEach((call, n) => call.running && into.delete(n));
+        into.delete(record.was);
         if (!record.call) continue;
         const call = prepare(record);
-        calls.set(call.name, call);
+        into.set(call.name, call);
       } catch (error) {
         console.info(`a line is left out: ${error.message}`);   // it was cut off when the machine died
       }
@@ -116,6 +124,8 @@
     call.from = party(call.caller);
     call.to = party(call.callee);
     call.voices = [call.fromCaller, call.fromCallee];
+    const stereo = fromFirstSound(call);
+    call.both = call.stereo ? [{file: call.stereo, offset: stereo}, ...call.moreStereo || []] : [];   // a long call has several files
     call.voices.forEach((voice, i) => {
       voice.who = i ? call.to : call.from;
       voice.role = i ? 'callee' : 'caller';
@@ -133,14 +143,92 @@
     return call;
   }
 
+  /**
+   * Media can be captured before the first message that the recorder saw: the call then begins with it. Returns the offset
+   * of the stereo file, which begins with the call or the first decoded sound.
+   */
+  function fromFirstSound(call) {
+    const parts = call.voices.flatMap(voice => voice.parts);
+    const first = parts.filter(part => !part.file.endsWith('.pcap')).map(part => part.offset);
+    const early = Math.min(0, ...parts.map(part => part.offset));
+    if (early < 0) {
+      call.start += early * 1000;
+      for (const part of [...parts, ...call.moreStereo || []]) part.offset -= early;
+      for (const event of [...call.ladder, ...call.voices.flatMap(voice => voice.digits)]) event.at -= early;
+    }
+    return Math.min(0, ...first) - early;
+  }
+
+  // ---------------------------------------------------------------- all days
+
+  const archive = new Map();   // calls of the other pages, with what the list and the search need
+  const readPages = new Set();
+  let reading = null;          // which of the other pages is read at present
+
+  /** Adds the calls of all other pages to the list. Each page is read once, in a hidden frame like the news. */
+  async function searchEverywhere() {
+    const button = byId('everywhere');
+    if (pressed(button)) {
+      press(button, false);
+      archive.forEach((call, name) => calls.get(name) === call && calls.delete(name));
+      search();
+      return;
+    }
+    press(button, true);
+    const others = reading ? [] : pages().filter(page => !readPages.has(page.href));
+    for (const [i, page] of others.entries()) {
+      reading = `reading ${i + 1} of ${plural(others.length, 'page')}`;
+      merge();
+      const found = new Map();
+      read(await linesOf(page.href), found);
+      found.forEach(call => archive.set(call.name, outline(call, page.href)));
+      readPages.add(page.href);
+    }
+    if (others.length) reading = null;
+    merge();
+  }
+
+  function merge() {
+    if (pressed(byId('everywhere'))) archive.forEach((call, name) => calls.has(name) || calls.set(name, call));
+    search();
+  }
+
+  function linesOf(href) {
+    return new Promise(resolve => {
+      const frame = h('iframe', {hidden: true, title: 'Another page', tabindex: '-1', src: `${href}?live=1`});
+      const done = all => {
+        clearTimeout(late);
+        removeEventListener('message', hear);
+        frame.remove();
+        resolve(all);
+      };
+      const hear = event => event.source === frame.contentWindow && event.data && Array.isArray(event.data.lines) &&
+        done(event.data.lines.map(String));
+      const late = setTimeout(() => done([]), 60000);   // it was deleted
+      addEventListener('message', hear);
+      document.body.append(frame);
+    });
+  }
+
+  /** The little of a call that the list shows, because the other pages can hold very many calls. */
+  function outline(call, page) {
+    const {name, start, end, seconds, caller, callee, endReason, from, to, text, numbers, begin, total} = call;
+    const step = (total - begin) / BARS;
+    const voices = call.voices.map(voice => ({role: voice.role, lost: voice.lost, gaps: Array(voice.gaps.length),
+      sounds: total ? [{offset: begin, duration: total - begin, peaks: Array.from({length: BARS},
+        (_, i) => ALPHABET[Math.round(63 * loudest(voice, begin + i * step, begin + (i + 1) * step))]).join('')}] : []}));
+    return {page, name, start, end, seconds, caller, callee, endReason, from, to, text, numbers, begin, total, voices};
+  }
+
   function matcher() {
     const query = byId('query').value.trim().toLowerCase();
     const day = byId('day').value;
-    const onlyFlawed = byId('flawed').getAttribute('aria-pressed') === 'true';
+    const onlyFlawed = pressed(byId('flawed'));
+    const onlyHeard = pressed(byId('heard'));
     const terms = query.split(/\s+/);
     // (030) 123-45 finds +493012345: punctuation and leading zeros do not count.
     const number = /^[+(\d][\d\s()./-]{2,}$/.test(query) && query.replace(/\D/g, '').replace(/^0+/, '');
-    return call => (!day || isoDay(call.start) === day) && (!onlyFlawed || flawed(call)) &&
+    return call => (!day || isoDay(call.start) === day) && (!onlyFlawed || flawed(call)) && (!onlyHeard || call.running || call.total > 0) &&
       (!query || terms.every(term => call.text.includes(term)) || (number && call.numbers.includes(number)));
   }
 
@@ -152,7 +240,7 @@
     const up = found.filter(call => call.running).length;
     const narrowed = found.length !== all;
     byId('summary').textContent = (narrowed ? `${found.length.toLocaleString()} of ${plural(all, 'call')}` : plural(all, 'call')) +
-      (up ? `, ${up.toLocaleString()} running` : '');
+      (up ? `, ${up.toLocaleString()} running` : '') + (reading ? `, ${reading}` : '');
     drawList();
   }
 
@@ -182,12 +270,14 @@
     return h('div', {class: 'empty'}, h('strong', {}, 'No call fits'),
       elsewhere ? h('p', {}, 'That day has a page of its own: ', h('a', {href: elsewhere.href}, elsewhere.label))
                 : h('p', {}, 'Try fewer words, a part of the number, or another day.'),
+      !byId('everywhere').hidden && !pressed(byId('everywhere')) &&
+        h('button', {type: 'button', class: 'toggle', onclick: searchEverywhere}, 'Search all days'),
       h('button', {type: 'button', class: 'toggle', onclick: clearSearch}, 'Show all calls'));
   }
 
   function clearSearch() {
     byId('search').reset();
-    byId('flawed').setAttribute('aria-pressed', 'false');
+    for (const filter of FILTERS) press(byId(filter), false);
     byId('query').focus();
     search();
   }
@@ -210,7 +300,7 @@
     mark();
   }
 
-  const address = call => '#' + escaped(call.name);
+  const address = call => (call.page || '') + '#' + escaped(call.name);
   const lasting = (call, attributes) => h('span', {...attributes, 'data-since': call.running && call.start},
     length(call.running ? (Date.now() - call.start) / 1000 : call.seconds));
 
@@ -230,17 +320,16 @@
 
   /** Both voices of a call at a glance: the caller above the line, the callee below it. */
   function sketch(call) {
-    const bars = 36;
-    const step = (call.total - call.begin) / bars;
+    const step = (call.total - call.begin) / BARS;
     const path = (voice, up) => {
       let d = '';
-      for (let i = 0; i < bars; i++) {
+      for (let i = 0; i < BARS; i++) {
         const level = loudest(voice, call.begin + i * step, call.begin + (i + 1) * step);
         if (level > 0.03) d += `M${i * 3 + 1.5} 14v${(up * level * 12).toFixed(1)}`;
       }
       return d;
     };
-    return svg('svg', {class: 'sketch', viewBox: `0 0 ${bars * 3} 28`, 'aria-hidden': 'true'},
+    return svg('svg', {class: 'sketch', viewBox: `0 0 ${BARS * 3} 28`, 'aria-hidden': 'true'},
       ...call.voices.map((voice, i) => svg('path', {class: voice.role, d: path(voice, i ? 1 : -1)})));
   }
 
@@ -377,7 +466,7 @@
   }
 
   function files(call) {
-    const all = [call.stereo, ...call.voices.flatMap(voice => voice.parts.map(part => part.file))].filter(Boolean);
+    const all = [...call.both, ...call.voices.flatMap(voice => voice.parts)].map(part => part.file);
     return all.length > 0 && section('Files', h('ul', {class: 'files'}, all.map(file =>
       h('li', {}, h('a', {href: fileUrl(file), download: file.split('/').pop()}, icon('M12 4v11m-5-5 5 5 5-5M5 20h14'), bdi(file))))));
   }
@@ -388,7 +477,7 @@
     constructor(call) {
       this.call = call;
       this.total = call.total;
-      this.sources = call.stereo ? [{label: 'Both', file: call.stereo, offset: 0}] : [];
+      this.sources = call.both.map(({file, offset}, i) => ({label: 'Both' + (i ? ` ${i + 1}` : ''), file, offset}));
       for (const voice of call.voices) {
         voice.sounds.forEach(({file, offset}, i) => this.sources.push({label: (voice.role === 'caller' ? 'Caller' : 'Callee') + (i ? ` ${i + 1}` : ''), voice, file, offset}));
       }
@@ -576,6 +665,7 @@
   function drawPages() {
     const all = pages();
     byId('older').hidden = !all.length;
+    byId('everywhere').hidden = archived || !all.length;
     byId('older').querySelector('summary').textContent = archived ? 'Other days' : 'Older calls';
     byId('older').querySelector('ul').replaceChildren(...all.map(page => h('li', {}, h('a', {href: page.href}, page.label))));
   }
@@ -586,8 +676,9 @@
     try { n = decodeURIComponent(location.hash.slice(1)); } catch { /* nobody's name */ }
     const wide = matchMedia('(min-width: 900px)').matches;
     const before = shown;
-    document.body.classList.toggle('chosen', calls.has(n));
-    const call = calls.get(n) || (wide && (found.find(each => !each.running) || found[0])) || null;
+    const named = calls.get(n) && !calls.get(n).page ? calls.get(n) : null;
+    document.body.classList.toggle('chosen', !!named);
+    const call = named || (wide && (found.find(each => !each.running && !each.page) || found.find(each => !each.page))) || null;
     if (call !== shown || !call) show(call);
     if (wide || call === before) return;
     if (call) byId('call').focus();   // the list has gone
@@ -596,10 +687,14 @@
 
   function move(by) {
     if (!found.length) return;
-    const next = Math.min(found.length - 1, Math.max(0, shown && found.includes(shown) ? found.indexOf(shown) + by : 0));
+    const focused = found.findIndex(call => call.row && call.row === document.activeElement);
+    const current = focused >= 0 ? focused : found.indexOf(shown);
+    const next = Math.min(found.length - 1, Math.max(0, current >= 0 ? current + by : 0));
     while (drawn <= next) drawMore();
-    location.replace(address(found[next]));
-    follow();   // at once: the event comes only behind the keys that were pressed meanwhile
+    if (!found[next].page) {   // a call of another page is opened by Enter
+      location.replace(address(found[next]));
+      follow();   // at once: the event comes only behind the keys that were pressed meanwhile
+    }
     found[next].row.focus({preventScroll: true});
     found[next].row.scrollIntoView({block: 'nearest'});
   }
@@ -663,10 +758,13 @@
     byId('search').addEventListener('submit', event => { event.preventDefault(); move(0); });
     byId('query').addEventListener('input', search);
     byId('day').addEventListener('input', search);
-    byId('flawed').addEventListener('click', () => {
-      byId('flawed').setAttribute('aria-pressed', byId('flawed').getAttribute('aria-pressed') !== 'true');
-      search();
-    });
+    for (const filter of FILTERS) {
+      byId(filter).addEventListener('click', () => {
+        press(byId(filter), !pressed(byId(filter)));
+        search();
+      });
+    }
+    byId('everywhere').addEventListener('click', searchEverywhere);
     addEventListener('hashchange', follow);
     search();
     follow();

@@ -180,6 +180,20 @@ class ThePage(harness.TestCase):
             browser.click("#older a")
             total = copies.count("\n") + 3
             browser.wait(f"document.getElementById('summary').textContent === '{total:,} calls'")
+
+        with self.subTest("all days are searched from the newest page"):
+            browser.open(page.as_uri())
+            browser.keys("/carol")
+            self.assertEqual(browser.all("#summary"), ["0 of 1 call"])
+            browser.click(".empty .toggle")
+            browser.wait(f"document.getElementById('summary').textContent === '1 of {total + 1:,} calls'")
+            browser.click("#heard")
+            browser.wait("document.querySelector('.row .whom bdi').textContent === 'carol'")
+            self.assertIn("/days/", browser.script("return document.querySelector('.row').href"))
+            browser.keys("/" + ESCAPE)
+            self.assertEqual(browser.all("#summary"), [f"{total + 1:,} calls"])
+            browser.click("#heard")
+            self.assertEqual(browser.all("#summary"), [f"{total:,} of {total + 1:,} calls"])
             self.assertEqual(browser.complaints(), [])
 
 

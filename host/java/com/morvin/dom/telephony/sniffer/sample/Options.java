@@ -35,6 +35,9 @@ final class Options {
         --set KEY=VALUE        with --embedded: a further setting of the sniffer; may be given several times
         --trace                with --embedded: log decoded H.323 messages
         --out DIRECTORY        where recordings go (default: recordings)
+        --keep DAYS            delete calls that are older: their files, their lines in the table and on the pages
+        --no-digits            do not record pressed keys, which can be card numbers
+        --erase CALL           record nothing: erase the calls with this call ID, also while a recorder runs
         --until-disconnect     with --tcp: end when the sniffer disconnects
         --idle-exit SECONDS    end when nothing has been captured for so long
         --call-timeout MINUTES give up a call without signalling or media after so long (default: 60)
@@ -64,6 +67,9 @@ final class Options {
   boolean trace;
   final List<String> settings = new ArrayList<>();
   Path out = Path.of("recordings");
+  long keepMillis;
+  boolean digits = true;
+  String erase;
   boolean untilDisconnect;
   long idleExitMillis = Long.MAX_VALUE;
   long callTimeoutMillis = 3_600_000;
@@ -91,6 +97,9 @@ final class Options {
       case "--set" -> settings.add(value(option, words));
       case "--trace" -> trace = true;
       case "--out" -> out = path(value(option, words));
+      case "--keep" -> keepMillis = 86_400_000L * number(option, value(option, words), MAX_NUMBER);
+      case "--no-digits" -> digits = false;
+      case "--erase" -> erase = value(option, words);
       case "--until-disconnect" -> untilDisconnect = true;
       case "--idle-exit" -> idleExitMillis = 1000L * number(option, value(option, words), MAX_NUMBER);
       case "--call-timeout" -> callTimeoutMillis = 60_000L * number(option, value(option, words), MAX_NUMBER);

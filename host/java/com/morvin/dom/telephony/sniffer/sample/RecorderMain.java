@@ -1,19 +1,23 @@
 package com.morvin.dom.telephony.sniffer.sample;
 
 import com.morvin.dom.telephony.sniffer.sample.console.Console;
+import com.morvin.dom.telephony.sniffer.sample.console.Text;
 import com.morvin.dom.telephony.sniffer.sample.page.CallPages;
 import com.morvin.dom.telephony.sniffer.sample.recording.Recorder;
 import com.morvin.dom.telephony.sniffer.sample.service.Service;
-import com.morvin.dom.telephony.sniffer.sample.service.TimeSource;
 import com.morvin.dom.telephony.sniffer.sample.signalling.CallFollower;
+import com.morvin.dom.telephony.sniffer.sample.storage.EraseRequests;
 import com.morvin.dom.telephony.sniffer.sample.storage.Store;
 import com.morvin.dom.telephony.sniffer.sample.transport.EmbeddedTransport;
+import com.morvin.dom.telephony.sniffer.sample.transport.SteadyClock;
 import com.morvin.dom.telephony.sniffer.sample.transport.TcpTransport;
 import com.morvin.dom.telephony.sniffer.sample.transport.Transport;
 import com.morvin.dom.telephony.sniffer.sample.transport.UdpTransport;
 import java.io.IOException;
 import java.net.BindException;
-import java.time.Clock;
+import java.nio.file.Files;
+import java.nio.file.Path;
+import java.time.InstantSource;
 import java.util.LinkedHashMap;
 import java.util.Map;
 import java.util.concurrent.CountDownLatch;
@@ -23,6 +27,8 @@ import java.util.stream.Stream;
 /** The sample recorder as a program. */
 public final class RecorderMain {
   private static final long FINISH_SECONDS = 20;
+  private static final long PRINT_MILLIS = 1000;
+  private static final long ERASE_SECONDS = 60;
 
   /** The settings of the sniffer in this process, for a site that records calls. */
   private static final String SETTINGS = """
@@ -58,8 +64,7 @@ public final class RecorderMain {
         System.out.print(Options.HELP);
         return 0;
       }
-      record(options);
-      return 0;
+      return options.erase != null ? erase(options) : record(options);
     } catch (Options.UsageException e) {
       System.err.println("voip-sniffer: " + e.getMessage() + "\nTry --help.");
       return 2;
@@ -72,21 +77,45 @@ public final class RecorderMain {
     }
   }
 
-  /** Records until the end. Package-private for tests. */
-  static void record(Options options) throws IOException, InterruptedException {
+  /** Erases a call. Returns the exit status, 1 when there is no such call. */
+  private static int erase(Options options) throws IOException, InterruptedException {
+    if (!Files.isDirectory(options.out)) {
+      throw new IOException("no such directory: " + options.out);
+    }
+    int erased;
+    try (Store store = new Store(options.out, new Console(System.out, false))) {
+      erased = Retention.erase(store.directory(), options.erase, System.currentTimeMillis());
+    } catch (Store.InUseException e) {
+      erased = new EraseRequests(options.out).request(options.erase, ERASE_SECONDS);
+    }
+    System.out.println(erased > 0 ? "erased " + Text.count(erased, "call")
+        : erased == 0 ? "no ended call has this identifier"
+        : "the recorder that uses the directory does not reply: nothing was erased");
+    return erased > 0 ? 0 : 1;
+  }
+
+  /** Records until the end. Returns the exit status. Package-private for tests. */
+  static int record(Options options) throws IOException, InterruptedException {
     Console console = new Console(System.out, System.console() != null);
     Service.Limits limits = new Service.Limits(options.untilDisconnect, options.idleExitMillis,
         CallFollower.Limits.DEFAULT.withIdle(options.callTimeoutMillis));
     if (options.publish != null) {
       serve(options, Cluster.load().front(options.publish, options.bufferBytes, limits, console), console);
-      return;
+      return 0;
     }
     try (Store store = new Store(options.out, console)) {
-      CallPages pages = new CallPages(options.out, Clock.systemUTC());
+      CallPages pages = new CallPages(options.out, InstantSource.system());
       store.disk().submit(pages::open);
       console.line("calls can be seen and heard at " + pages.address());
-      serve(options, new Recorder(store, limits, console, TimeSource.system(), pages), console);
+      SteadyClock clock = SteadyClock.system();
+      Retention retention = new Retention(options.out, pages, clock, options.keepMillis, console);
+      Recorder recorder = new Recorder(store, limits, console, clock, retention);
+      if (!options.digits) {
+        recorder.ignoreDigits();
+      }
+      serve(options, recorder, console);
     }
+    return 0;
   }
 
   private static void serve(Options options, Service service, Console console)
@@ -96,11 +125,11 @@ public final class RecorderMain {
     try {
       if (options.embedded.isEmpty()) {
         try (Transport link = transport(options, console)) {
-          WarmUp.run();  // frames that come meanwhile wait in the socket
+          warmUp(console);  // frames that come meanwhile wait in the socket
           service.run(link);
         }
       } else {
-        WarmUp.run();
+        warmUp(console);
       }
       for (String devices : options.embedded) {
         if (!service.stopped()) {
@@ -112,8 +141,13 @@ public final class RecorderMain {
       }
     } finally {
       service.summarize();
+      console.flush(PRINT_MILLIS);
       finished.countDown();
     }
+  }
+
+  private static void warmUp(Console console) throws InterruptedException {
+    WarmUp.run(Path.of(System.getProperty("java.io.tmpdir")), console);
   }
 
   /** Returns the settings of the sniffer: those of the command line override those of this class. */

@@ -3,12 +3,12 @@ package com.morvin.dom.telephony.sniffer.sample;
 import com.morvin.dom.telephony.sniffer.sample.console.Console;
 import com.morvin.dom.telephony.sniffer.sample.recording.Recorder;
 import com.morvin.dom.telephony.sniffer.sample.service.Service;
-import com.morvin.dom.telephony.sniffer.sample.service.TimeSource;
 import com.morvin.dom.telephony.sniffer.sample.storage.Store;
 import com.morvin.dom.telephony.sniffer.sample.transport.Command;
 import com.morvin.dom.telephony.sniffer.sample.transport.Endpoint;
 import com.morvin.dom.telephony.sniffer.sample.transport.Frame;
 import com.morvin.dom.telephony.sniffer.sample.transport.Received;
+import com.morvin.dom.telephony.sniffer.sample.transport.SteadyClock;
 import com.morvin.dom.telephony.sniffer.sample.transport.Transport;
 import java.io.IOException;
 import java.io.OutputStream;
@@ -59,13 +59,25 @@ final class WarmUp implements Transport {
     frames.add(new Received(new Frame(protocol, ENDPOINT, ENDPOINT, payload), 0, 0, 0));
   }
 
-  /** Returns after the calls are recorded and the directory is removed. */
-  static void run() throws IOException, InterruptedException {
-    Path directory = Files.createTempDirectory("rehearsal");
+  /**
+   * Returns after the calls are recorded and removed. Logs a failure, which costs little.
+   *
+   * @param parent the directory in which the temporary directory is made
+   */
+  static void run(Path parent, Console operator) throws InterruptedException {
+    try {
+      rehearse(parent);
+    } catch (IOException e) {
+      operator.line("the first call may lose its first 100 ms, because the rehearsal failed: " + e);
+    }
+  }
+
+  private static void rehearse(Path parent) throws IOException, InterruptedException {
+    Path directory = Files.createTempDirectory(parent, "rehearsal");
     Console console = new Console(new PrintStream(OutputStream.nullOutputStream()), false);
     try (Store store = new Store(directory, console)) {
       Service.Limits limits = new Service.Limits(false, 0, Service.Limits.NONE.calls());
-      new Recorder(store, limits, console, TimeSource.system(), report -> { }).run(new WarmUp());
+      new Recorder(store, limits, console, SteadyClock.system(), report -> { }).run(new WarmUp());
     } finally {
       try (Stream<Path> all = Files.walk(directory)) {
         for (Path path : all.sorted(Comparator.reverseOrder()).toList()) {

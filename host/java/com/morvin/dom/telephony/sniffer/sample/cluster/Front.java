@@ -3,11 +3,11 @@ package com.morvin.dom.telephony.sniffer.sample.cluster;
 import com.morvin.dom.telephony.sniffer.sample.console.Console;
 import com.morvin.dom.telephony.sniffer.sample.console.Text;
 import com.morvin.dom.telephony.sniffer.sample.service.Service;
-import com.morvin.dom.telephony.sniffer.sample.service.TimeSource;
 import com.morvin.dom.telephony.sniffer.sample.signalling.Call;
 import com.morvin.dom.telephony.sniffer.sample.signalling.Moment;
 import com.morvin.dom.telephony.sniffer.sample.transport.Frame;
 import com.morvin.dom.telephony.sniffer.sample.transport.Received;
+import com.morvin.dom.telephony.sniffer.sample.transport.SteadyClock;
 import java.util.ArrayDeque;
 import java.util.ArrayList;
 import java.util.HashMap;
@@ -41,7 +41,7 @@ final class Front extends Service {
 
   Front(Broker broker, long bufferBytes, Limits limits, Console console) {
     super(new Limits(limits.untilDisconnect(), limits.idleExitMillis(), limits.calls().withCalls(MAX_CALLS)),
-        POLL_MILLIS, console, TimeSource.system());
+        POLL_MILLIS, console, SteadyClock.system());
     outbox = new Outbox(bufferBytes);
     console.line("up to " + (bufferBytes >> 20) + " MB are kept for " + broker + " while it is slow or away");
     publisher = new Publisher(broker, outbox, console);
@@ -49,7 +49,7 @@ final class Front extends Service {
 
   @Override
   protected void handle(Received received, Moment now) {
-    publish(received.frame(), received.time(now.stamp()), now);
+    publish(received.frame(), received.time() + clock.skew(), now);
   }
 
   @Override

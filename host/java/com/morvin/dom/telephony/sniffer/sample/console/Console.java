@@ -3,18 +3,28 @@ package com.morvin.dom.telephony.sniffer.sample.console;
 import java.io.PrintStream;
 import java.time.LocalTime;
 import java.time.format.DateTimeFormatter;
+import java.util.ArrayDeque;
+import java.util.Queue;
+import java.util.concurrent.TimeUnit;
 
 /**
- * Prints one line for each event and, on a terminal, a status line below them that is replaced in place. Any thread may
- * call any method.
+ * Prints one line for each event and, on a terminal, a status line below them that is replaced in place. A thread of
+ * its own prints, because a terminal that is paused or a pipe that nobody reads blocks the writer. Meanwhile lines
+ * wait; when too many wait, the newest are dropped and counted. Any thread may call any method.
  */
 public final class Console {
   private static final DateTimeFormatter TIME = DateTimeFormatter.ofPattern("HH:mm:ss");
   private static final String CLEAR_LINE = "\r\033[K";
+  private static final int MAX_LINES = 1000;
 
   private final PrintStream out;
   private final boolean live;
+  private final Queue<String> lines = new ArrayDeque<>();
   private String status = "";
+  private String shown = "";
+  private long dropped;
+  private Thread printer;
+  private boolean printing;
 
   /**
    * Prints to a stream.
@@ -27,27 +37,81 @@ public final class Console {
   }
 
   /** Prints a line that starts with the local time of day. */
-  public synchronized void line(String text) {
+  public void line(String text) {
     print(LocalTime.now().format(TIME) + "  " + text);
   }
 
   /** Prints a line without the time. */
   public synchronized void print(String text) {
-    if (live) {
-      out.println(CLEAR_LINE + text);
-      out.print(status);
+    if (lines.size() < MAX_LINES) {
+      lines.add(text);
     } else {
-      out.println(text);
+      dropped++;
     }
-    out.flush();
+    wakePrinter();
   }
 
   /** Replaces the status line. An empty text removes it. */
   public synchronized void status(String text) {
     if (live && !text.equals(status)) {
       status = text;
-      out.print(CLEAR_LINE + text);
-      out.flush();
+      wakePrinter();
     }
+  }
+
+  /** Waits until all is printed, at most the given time in milliseconds. */
+  public synchronized void flush(long millis) {
+    long deadline = System.nanoTime() + TimeUnit.MILLISECONDS.toNanos(millis);
+    try {
+      for (long left = millis; (isDue() || printing) && left > 0;
+          left = TimeUnit.NANOSECONDS.toMillis(deadline - System.nanoTime())) {
+        wait(left);
+      }
+    } catch (InterruptedException e) {
+      Thread.currentThread().interrupt();
+    }
+  }
+
+  private boolean isDue() {
+    return !lines.isEmpty() || dropped > 0 || !status.equals(shown);
+  }
+
+  private void wakePrinter() {
+    if (printer == null) {
+      printer = new Thread(this::printAll, "console");
+      printer.setDaemon(true);
+      printer.start();
+    }
+    notifyAll();
+  }
+
+  private void printAll() {
+    try {
+      while (true) {
+        String text = next();
+        out.print(text);
+        out.flush();
+      }
+    } catch (InterruptedException e) {
+      Thread.currentThread().interrupt();
+    }
+  }
+
+  /** Waits for the next text and returns it, with the control characters that a terminal needs. */
+  private synchronized String next() throws InterruptedException {
+    printing = false;
+    notifyAll();
+    while (!isDue()) {
+      wait();
+    }
+    printing = true;
+    String line = lines.poll();
+    if (line == null && dropped > 0) {
+      line = Text.count(dropped, "line") + " missing here: nobody read them";
+      dropped = 0;
+    }
+    shown = status;
+    String printed = line == null ? "" : line + System.lineSeparator();
+    return live ? CLEAR_LINE + printed + status : printed;
   }
 }

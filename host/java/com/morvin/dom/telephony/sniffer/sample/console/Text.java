@@ -48,6 +48,12 @@ public final class Text {
     return field.matches("[^\",;]*") ? field : '"' + field.replace("\"", "\"\"") + '"';
   }
 
+  /** Returns the text of a field of a CSV line as {@link #csv} makes it, without control characters. */
+  public static String ofCsv(String field) {
+    String text = field.startsWith("\"") ? field.substring(1, field.length() - 1).replace("\"\"", "\"") : field;
+    return text.matches("'[=+@-].*") ? text.substring(1) : text;
+  }
+
   /** Returns seconds with one decimal, such as "1.5". */
   public static String seconds(long millis) {
     return String.format(Locale.ROOT, "%.1f", millis / 1000.0);

@@ -37,6 +37,11 @@ public final class Track {
 
   /** The number of packets of a new source before it is assigned to a file. */
   private static final int PROBATION = 10;
+  /** The most packets that are held back to find out why they are late. */
+  private static final int MAX_LATE = 128;
+  /** Packets that are late for this time stay late. */
+  private static final long SETTLING_MILLIS = 500;
+  private static final long MAX_BURST_MILLIS = 10_000;
   /** The number of packets of the old source that may come after the first packet of the new one. */
   private static final int STRAGGLERS = 2;
   /** A datagram other than RTP is compared with this number of earlier ones, because two sniffers may deliver it. */
@@ -46,6 +51,7 @@ public final class Track {
 
   private final Store store;
   private final String fileName;
+  private final boolean keepsDigits;
   private final Consumer<PcapFile> begun;
   private final Map<Integer, Source> sources = new LinkedHashMap<>(16, 0.75f, true);
   private final List<AudioOutput> outputs = new ArrayList<>();
@@ -63,9 +69,11 @@ public final class Track {
    * Makes a track without media.
    *
    * @param fileName the name of its files, without a number and an extension
+   * @param keepsDigits whether pressed keys are recorded
    * @param begun is called for a new capture file, before the media is added
    */
-  public Track(Store store, String fileName, Consumer<PcapFile> begun) {
+  public Track(Store store, String fileName, boolean keepsDigits, Consumer<PcapFile> begun) {
+    this.keepsDigits = keepsDigits;
     this.store = store;
     this.fileName = fileName;
     this.begun = begun;
@@ -129,15 +137,21 @@ public final class Track {
     if (sources.size() == MAX_SOURCES) {
       Source oldest = sources.remove(sources.keySet().iterator().next());
       oldest.finish();
-      forgottenReceived += oldest.stream.received();
-      forgottenLost += oldest.stream.lost();
+      forget(oldest);
       note("many sources");
     }
   }
 
-  /** Writes the packets that are held back. No more packets follow. */
+  private void forget(Source source) {
+    forgottenReceived += source.stream.received();
+    forgottenLost += source.stream.lost();
+  }
+
+  /** Writes the packets that are held back, and forgets the sources. No more packets follow. */
   public void finish() {
     sources.values().forEach(Source::finish);
+    sources.values().forEach(this::forget);
+    sources.clear();
     flush();
   }
 
@@ -213,7 +227,11 @@ public final class Track {
     void play(Arrival arrival) {
       switch (arrival.codec().kind()) {
         case COMFORT_NOISE -> { }
-        case TELEPHONE_EVENT -> digits.accept(arrival);
+        case TELEPHONE_EVENT -> {
+          if (keepsDigits) {
+            digits.accept(arrival);
+          }
+        }
         case OTHER -> store(arrival.frame(), arrival.codec().name(), arrival.time());
         default -> playAudio(arrival);
       }
@@ -222,7 +240,7 @@ public final class Track {
     private void playAudio(Arrival arrival) {
       if (output != null && output.isOwnedBy(this) && output.file().rate() == arrival.codec().rate()
           && !output.file().full()) {
-        write(arrival);
+        playInTime(arrival);
         return;
       }
       if (held.isEmpty()) {
@@ -234,9 +252,51 @@ public final class Track {
       }
     }
 
+    /**
+     * Writes a packet unless it is much later than its timestamp says. Either the packets before it were held up, and
+     * then the next ones come in a burst; or the timestamps stood still during a pause, and then the next ones are as
+     * late.
+     */
+    private void playInTime(Arrival arrival) {
+      long delay = delay(arrival);
+      if (delay < AudioOutput.PAUSE_MILLIS || pauseBefore(arrival) < 0) {
+        writeHeld();
+        write(arrival);
+        return;
+      }
+      held.add(arrival);
+      if (held.size() > MAX_LATE) {
+        write(held.remove(0));
+      } else if (arrival.time() - held.get(0).time() >= SETTLING_MILLIS) {
+        insertPause();
+      }
+    }
+
+    private int pauseBefore(Arrival arrival) {
+      return arrival.packet().timestamp() - expectedTimestamp;
+    }
+
+    private long delay(Arrival arrival) {
+      return output.delay(pauseBefore(arrival) / TICKS, arrival.time());
+    }
+
+    /** Places the late packets where they were captured. */
+    private void insertPause() {
+      note("time stamps stood still during a pause");
+      expectedTimestamp -= (int) held.stream().mapToLong(this::delay).min().orElse(0) * TICKS;
+      writeHeld();
+    }
+
+    private void writeHeld() {
+      held.forEach(this::write);
+      held.clear();
+    }
+
     void finish() {
       stream.drain(this::play);
-      if (!held.isEmpty()) {
+      if (!held.isEmpty() && output != null && output.isOwnedBy(this)) {
+        insertPause();
+      } else if (!held.isEmpty()) {
         assignOutput();
       }
     }
@@ -252,9 +312,17 @@ public final class Track {
       writtenBefore.clear();
       if (output != null) {
         output.setOwner(this);
-        expectedTimestamp = first.packet().timestamp() - (int) output.pauseUntil(first.time()) * TICKS;
+        expectedTimestamp = first.packet().timestamp() - (int) output.pauseUntil(earliest(ready)) * TICKS;
         ready.stream().filter(arrival -> arrival.codec().rate() == rate).forEach(this::write);
       }
+    }
+
+    /** Returns the time of the first packet by the packet that was held up least. */
+    private static long earliest(List<Arrival> arrivals) {
+      Arrival first = arrivals.get(0);
+      return arrivals.stream()
+          .mapToLong(next -> next.time() - (next.packet().timestamp() - first.packet().timestamp()) / TICKS)
+          .filter(time -> Math.abs(time - first.time()) < MAX_BURST_MILLIS).min().orElse(first.time());
     }
 
     private boolean isAbandoned(AudioOutput other, int rate) {

@@ -6,8 +6,8 @@ import com.morvin.dom.telephony.sniffer.sample.storage.ReportListener;
 import java.io.IOException;
 import java.net.URI;
 import java.nio.file.Path;
-import java.time.Clock;
 import java.time.Instant;
+import java.time.InstantSource;
 import java.time.LocalDate;
 import java.time.ZoneId;
 import java.util.LinkedHashMap;
@@ -32,7 +32,7 @@ public final class CallPages implements ReportListener {
   private static final long MAX_BYTES = 48 << 20;
 
   private final Path directory;
-  private final Clock clock;
+  private final InstantSource clock;
   private final Map<String, String> running = new LinkedHashMap<>();
   private PageFile page;
   private LocalDate lastDay;
@@ -42,7 +42,7 @@ public final class CallPages implements ReportListener {
    *
    * @param clock the time of day, which decides when a day is over
    */
-  public CallPages(Path directory, Clock clock) {
+  public CallPages(Path directory, InstantSource clock) {
     this.directory = directory;
     this.clock = clock;
   }
@@ -81,6 +81,14 @@ public final class CallPages implements ReportListener {
     List<List<String>> peaks = List.of(peaks(call.fromCaller()), peaks(call.fromCallee()));
     append(line(call, "\"peaks\":" + Json.write(peaks)));
     running.remove(key(call));
+  }
+
+  /** Removes the running calls. */
+  @Override
+  public void stopped() throws IOException {
+    open();
+    page.settle();
+    running.clear();
   }
 
   /** Returns the identity of a call. A running call has no file name yet. */

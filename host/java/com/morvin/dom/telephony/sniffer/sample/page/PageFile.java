@@ -1,12 +1,10 @@
 package com.morvin.dom.telephony.sniffer.sample.page;
 
-import static java.nio.file.StandardCopyOption.ATOMIC_MOVE;
 import static java.nio.file.StandardCopyOption.REPLACE_EXISTING;
-import static java.nio.file.StandardOpenOption.CREATE;
 import static java.nio.file.StandardOpenOption.READ;
-import static java.nio.file.StandardOpenOption.TRUNCATE_EXISTING;
 import static java.nio.file.StandardOpenOption.WRITE;
 
+import com.morvin.dom.telephony.sniffer.sample.storage.FileOperations;
 import com.morvin.dom.telephony.sniffer.sample.storage.Json;
 import java.io.IOException;
 import java.nio.ByteBuffer;
@@ -33,7 +31,8 @@ import java.util.stream.Stream;
  */
 final class PageFile {
   static final String NAME = "index.html";
-  private static final String SETTLED = "{\"settled\":true}\n";
+  static final String DAYS = "days";
+  static final String SETTLED = "{\"settled\":true}\n";
   private static final Pattern HEAD = Pattern.compile("\\{\"since\":\"(\\d{4}-\\d\\d-\\d\\d)\".*");
   private static final Pattern ARCHIVED = Pattern.compile("\\d{4}-\\d\\d-\\d\\d[0-9_.-]*\\.html");
 
@@ -45,13 +44,13 @@ final class PageFile {
 
   private PageFile(Path directory) {
     file = directory.resolve(NAME);
-    days = directory.resolve("days");
+    days = directory.resolve(DAYS);
   }
 
   /** Opens the existing page or creates one. */
   static PageFile open(Path directory, LocalDate today) throws IOException {
     PageFile page = new PageFile(directory);
-    Files.createDirectories(directory);
+    FileOperations.createDirectories(directory);
     page.open(today);
     return page;
   }
@@ -82,7 +81,7 @@ final class PageFile {
   /** Moves the page to days/, named after its days, and begins another page with the given lines. */
   void archive(LocalDate last, LocalDate today, String lines) throws IOException {
     append(SETTLED);
-    Files.createDirectories(days);
+    FileOperations.createDirectories(days);
     String name = since.equals(last) || since.isAfter(last) ? last.toString() : since + "_" + last;
     Path target = days.resolve(name + ".html");
     for (int part = 2; Files.exists(target); part++) {
@@ -117,7 +116,11 @@ final class PageFile {
       Files.move(file, file.resolveSibling(NAME + ".old"), REPLACE_EXISTING);  // not written by this program
       begin(today, "");
     }
-    // The calls that were running when the recorder ended are over. The line feed ends an incomplete line.
+    settle();
+  }
+
+  /** Removes the running calls from the page. The line feed ends an incomplete line. */
+  void settle() throws IOException {
     append("\n" + SETTLED);
   }
 
@@ -125,7 +128,7 @@ final class PageFile {
     try {
       return FileChannel.open(file, READ, WRITE);
     } catch (NoSuchFileException e) {
-      Files.createDirectories(file.getParent());
+      FileOperations.createDirectories(file.getParent());
       begin(LocalDate.now(), "");
       return FileChannel.open(file, READ, WRITE);
     }
@@ -133,12 +136,23 @@ final class PageFile {
 
   private void begin(LocalDate today, String lines) throws IOException {
     since = today;
-    String head = "{\"since\":\"" + today + "\",\"older\":" + Json.write(older()) + "}\n";
+    String head = head(today.toString(), older(days), 0) + "\n";
     replace(channel -> writeAll(channel, head + lines));
   }
 
+  private static String head(String since, List<String> older, long changed) {
+    return "{\"since\":\"" + since + "\",\"older\":" + Json.write(older)
+        + (changed == 0 ? "" : ",\"changed\":" + changed) + "}";
+  }
+
+  /** Returns the first line of the calls with another list of pages and time of change; returns other lines as is. */
+  static String withPages(String line, List<String> older, long changed) {
+    Matcher matcher = HEAD.matcher(line);
+    return matcher.matches() ? head(matcher.group(1), older, changed) : line;
+  }
+
   /** Returns the file names in days/, newest first. */
-  private List<String> older() throws IOException {
+  static List<String> older(Path days) throws IOException {
     if (!Files.isDirectory(days)) {
       return List.of();
     }
@@ -158,28 +172,22 @@ final class PageFile {
     });
   }
 
-  private interface Content {
-    void writeTo(FileChannel channel) throws IOException;
-  }
-
   /** Writes the template and the calls to a new file, which then replaces the page. */
-  private void replace(Content calls) throws IOException {
-    Path next = file.resolveSibling(NAME + ".new");
-    try (FileChannel channel = FileChannel.open(next, WRITE, CREATE, TRUNCATE_EXISTING)) {
+  private void replace(FileOperations.Content calls) throws IOException {
+    FileOperations.replace(file, channel -> {
       writeAll(channel, ByteBuffer.wrap(template));
       calls.writeTo(channel);
-    }
-    Files.move(next, file, ATOMIC_MOVE);
+    });
   }
 
   /** Returns the position of the first call, or -1. */
-  private static int indexOfCalls(byte[] bytes) {
+  static int indexOfCalls(byte[] bytes) {
     int index = new String(bytes, StandardCharsets.ISO_8859_1)
         .indexOf(new String(PageTemplate.END, StandardCharsets.ISO_8859_1));
     return index < 0 ? -1 : index + PageTemplate.END.length;
   }
 
-  private static byte[] read(FileChannel channel, long position, int max) throws IOException {
+  static byte[] read(FileChannel channel, long position, int max) throws IOException {
     ByteBuffer buffer = ByteBuffer.allocate((int) Math.min(max, channel.size() - position));
     while (buffer.hasRemaining() && channel.read(buffer, position + buffer.position()) > 0) {
       // A read may return fewer bytes than requested.

@@ -3,7 +3,6 @@ package com.morvin.dom.telephony.sniffer.sample.recording;
 import com.morvin.dom.telephony.sniffer.sample.console.Console;
 import com.morvin.dom.telephony.sniffer.sample.console.Text;
 import com.morvin.dom.telephony.sniffer.sample.service.Service;
-import com.morvin.dom.telephony.sniffer.sample.service.TimeSource;
 import com.morvin.dom.telephony.sniffer.sample.signalling.Call;
 import com.morvin.dom.telephony.sniffer.sample.signalling.CallFollower;
 import com.morvin.dom.telephony.sniffer.sample.signalling.Direction;
@@ -16,6 +15,7 @@ import com.morvin.dom.telephony.sniffer.sample.storage.RunningCalls;
 import com.morvin.dom.telephony.sniffer.sample.storage.Store;
 import com.morvin.dom.telephony.sniffer.sample.transport.Frame;
 import com.morvin.dom.telephony.sniffer.sample.transport.Received;
+import com.morvin.dom.telephony.sniffer.sample.transport.SteadyClock;
 import com.morvin.dom.telephony.sniffer.sample.transport.Transport;
 import java.io.IOException;
 import java.util.Comparator;
@@ -40,8 +40,9 @@ public final class Recorder extends Service {
   private final Summary summary = new Summary();
 
   private final Map<Call, Recording> recordings = new LinkedHashMap<>();
+  private boolean keepsDigits = true;
   private RunningCalls running;
-  private RunningCalls.Journal restoring;
+  private RunningCalls.Loaded restoring;
   private long lastNumber;
   private long lastSave = -SAVE_MILLIS;
   private volatile boolean saving;
@@ -49,18 +50,21 @@ public final class Recorder extends Service {
   /**
    * Records into a store, which the caller closes.
    *
+   * @param clock the time of the recorder
    * @param listener is called on the disk thread
    */
-  public Recorder(Store store, Limits limits, Console console, TimeSource clock, ReportListener listener)
+  public Recorder(Store store, Limits limits, Console console, SteadyClock clock, ReportListener listener)
       throws IOException {
     super(limits, POLL_MILLIS, console, clock);
     this.store = store;
     this.listener = listener;
     log = new CallLog(store.directory());
-    reports = new Reports(store, log, console, report -> {
-      summary.add(report);
-      store.disk().submit(() -> listener.ended(report));
-    });
+    reports = new Reports(store, log, summary::add, listener);
+  }
+
+  /** Makes the recorder ignore pressed keys, which can be card numbers. Called before {@link #run}. */
+  public void ignoreDigits() {
+    keepsDigits = false;
   }
 
   /** Continues the calls that were running before a restart, with the first transport only. */
@@ -84,34 +88,23 @@ public final class Recorder extends Service {
         follower.signalling(frame, time);
         countMalformed(follower.malformed() - before);
       }
-      case Frame.RTP -> media(received, time);
+      case Frame.RTP -> media(frame, time);
       default -> { }
     }
   }
 
-  private void media(Received received, Moment now) {
-    Call.Use use = follower.media(received.frame(), now);
+  private void media(Frame frame, Moment time) {
+    Call.Use use = follower.media(frame, time);
     if (use != null) {
       summary.countPacket();
       Recording recording = recordings.get(use.call());
-      long waited = now.stamp() - received.time(now.stamp());
-      long time = stamp(use.call(), now) - waited;
-      boolean known = recording.media(received.frame(), use, time);
+      boolean known = recording.media(frame, use, time.stamp());
       countMalformed(known ? 0 : 1);
       if (known && recording.markShown()) {
         CallReport running = recording.unfinished();
         store.disk().submit(() -> listener.began(running));
       }
     }
-  }
-
-  /**
-   * Returns the time of a moment in a call, in milliseconds since 1970. It counts from the start of the call, so that a
-   * step of the time of day does not tear the call apart.
-   */
-  private long stamp(Call call, Moment moment) {
-    Moment start = call.start();
-    return transport().redelivers() ? moment.stamp() : start.stamp() + moment.steady() - start.steady();
   }
 
   @Override
@@ -127,12 +120,13 @@ public final class Recorder extends Service {
       lastSave = now.steady();
       long lost = recordings.values().stream().mapToLong(Recording::lost).sum();
       console.status(summary.status(recordings.size(), lost, now.steady(), dropped()) + " | " + snifferState());
-      save(now);
+      save();
+      store.disk().submit(listener::tick);
     }
   }
 
   /** Saves the state of all running calls, unless the previous state is not on disk yet. */
-  private void save(Moment now) {
+  private void save() {
     if (saving) {
       return;
     }
@@ -141,19 +135,23 @@ public final class Recorder extends Service {
     Transport link = transport();
     byte[] position = link.position(upTo);
     List<RunningCalls.Saved> calls = recordings.values().stream().map(recording -> recording.save(running)).toList();
-    running.save(calls, now.stamp(), position, () -> {
+    running.save(calls, clock.timeOfDay(), position, () -> {
       saving = false;
       if (link.redelivers()) {
         link.acknowledge(upTo);
       }
-    });
+    }, () -> saving = false);
   }
 
   private void restore() {
     try {
       List<RunningCalls.Loaded> loaded = running.load();
+      if (running.fault() != null) {
+        console.line("the state of the calls is damaged, so they go on in new files: " + running.fault());
+      }
       Moment now = now();
-      boolean late = !transport().redelivers() && now.stamp() - running.savedAt() > RESUME_MILLIS;
+      boolean late = !transport().redelivers() && running.savedAt() > 0
+          && now.stamp() - running.savedAt() > RESUME_MILLIS;
       loaded.forEach(call -> restore(call, late, now));
       if (!recordings.isEmpty()) {
         console.line("going on with " + Text.count(recordings.size(), "call") + " from before the restart");
@@ -164,23 +162,19 @@ public final class Recorder extends Service {
   }
 
   private void restore(RunningCalls.Loaded loaded, boolean late, Moment now) {
-    restoring = loaded.journal();
+    restoring = loaded;
     // The journal of a merged call holds the frames of its legs one after the other.
     loaded.frames().stream().sorted(Comparator.comparingLong(RunningCalls.TimedFrame::time))
         .forEach(message -> follower.signalling(message.frame(), before(now, message.time())));
-    restoring = null;
     Recording recording = recordings.values().stream().filter(other -> other.journal == loaded.journal()).findFirst()
         .orElse(null);
+    if (recording != null) {
+      restoreMedia(recording);
+    }
+    restoring = null;
     if (recording == null) {
       running.end(loaded.journal());
       return;
-    }
-    try {
-      if (loaded.state() != null) {
-        recording.restore(loaded.state(), loaded.files());
-      }
-    } catch (IOException | RuntimeException e) {
-      console.line(recording.call + "  goes on in new files: " + e);
     }
     recording.call.lifetime().resume(before(now, running.savedAt()), now);
     if (late) {
@@ -193,9 +187,24 @@ public final class Recorder extends Service {
     return new Moment(now.steady() - (now.stamp() - stamp), stamp);
   }
 
+  /** Restores the media of the call that is being restored. Its state follows the legs that its messages merge. */
+  private void restoreMedia(Recording recording) {
+    try {
+      if (restoring.state() != null) {
+        recording.restore(restoring.state(), restoring.files());
+      }
+    } catch (IOException | RuntimeException e) {
+      console.line(recording.call + "  goes on in new files: " + e);
+    }
+    restoring = new RunningCalls.Loaded(restoring.journal(), restoring.frames(), null, restoring.files());
+  }
+
   @Override
   public void began(Call call, Moment now) {
-    recordings.put(call, new Recording(call, restoring != null ? restoring : running.begin(), store));
+    // The times of a saved call, and those of the frames that are redelivered, are times of day already.
+    long skew = restoring != null || transport().redelivers() ? 0 : clock.skew();
+    RunningCalls.Journal journal = restoring != null ? restoring.journal() : running.begin();
+    recordings.put(call, new Recording(call, journal, store, skew, keepsDigits));
     if (restoring == null) {
       console.line(call + "  " + call.protocol() + "  " + Text.printable(call.caller()) + " -> "
           + Text.printable(call.callee()));
@@ -204,12 +213,13 @@ public final class Recorder extends Service {
 
   @Override
   public void signalled(Call call, Frame frame, String label, Moment now) {
-    recordings.get(call).signalled(frame, label, stamp(call, now), restoring);
+    recordings.get(call).signalled(frame, label, now.stamp(),
+        restoring == null ? null : restoring.journal());
   }
 
   @Override
   public void dialled(Call call, Direction direction, String digits, Moment now) {
-    recordings.get(call).dialled(direction, digits, stamp(call, now));
+    recordings.get(call).dialled(direction, digits, now.stamp());
   }
 
   @Override
@@ -234,54 +244,64 @@ public final class Recorder extends Service {
   @Override
   public void ended(Call call, String how, Moment at) {
     Recording recording = recordings.remove(call);
-    running.end(recording.journal);
+    if (restoring != null) {
+      restoreMedia(recording);  // a saved message has ended the call
+    }
     if (how.equals(CallFollower.DROPPED)) {
       // A flood of calls must not fill the disk.
       if (summary.countFlood()) {
         console.line("more calls than can be followed: those without media make way");
       }
-      return;
+    } else {
+      report(recording, how, at);
     }
-    if (recording.isReported() && call.lifetime().isOnlyResumed()) {
-      return;
-    }
-    report(recording, how, at);
+    // A recorder that ends before the report is written leaves the call to the next one.
+    running.end(recording.journal);
   }
 
   private void report(Recording recording, String how, Moment at) {
-    long end = stamp(recording.call, at);
-    recording.report(reports, how, end);
+    recording.report(reports, how, at.stamp());
     summary.countLost(recording.lost());
     console.line(recording.call + "  " + Text.printable(how) + " after "
-        + Text.seconds(end - recording.call.start().stamp()) + " s; " + recording.counts());
+        + Text.seconds(at.stamp() - recording.call.start().stamp()) + " s; " + recording.counts());
     recording.notes().forEach(note -> console.line(recording.call + "  " + Text.printable(note)));
   }
 
-  /** Ends the recording of all calls. After {@link #stop} they stay saved, and the next recorder continues them. */
+  /**
+   * Ends the recording of all calls. After {@link #stop} their files are complete up to now, and the next recorder
+   * continues and reports them.
+   */
   @Override
   public void finish() {
     Moment now = now();
-    boolean goesOn = stopped();
-    for (Call call : List.copyOf(follower.calls())) {
-      Call.End end = call.signalledEnd() != null ? call.signalledEnd() : new Call.End("recording stopped", now);
-      if (!goesOn || call.isHungUp(now)) {
-        follower.end(call, end.how(), end.at(), now);
-      } else if (!transport().redelivers() && !(recordings.get(call).isReported() && call.lifetime().isOnlyResumed())) {
-        report(recordings.get(call), end.how(), end.at());
+    if (stopped()) {
+      List.copyOf(follower.calls()).stream().filter(call -> call.isHungUp(now)).forEach(call -> end(call, now));
+      store.disk().hurry();
+      store.disk().submit(listener::stopped);
+      if (!recordings.isEmpty()) {
+        console.line(Text.count(recordings.size(), "call") + " not over yet: the next recorder goes on, if it starts "
+            + "within " + RESUME_MILLIS / 60_000 + " minutes, and reports");
       }
+    } else {
+      List.copyOf(follower.calls()).forEach(call -> end(call, now));
     }
-    store.disk().drain();
     saving = false;
-    save(now);
+    save();
     store.disk().drain();
     console.status("");
+  }
+
+  private void end(Call call, Moment now) {
+    Call.End end = call.signalledEnd() != null ? call.signalledEnd() : new Call.End("recording stopped", now);
+    follower.end(call, end.how(), end.at(), now);
   }
 
   @Override
   public void summarize() {
     if (transport() != null) {
       console.print("");
-      summary.lines(follower.seen(), transport().sessions(), store.directory()).forEach(console::print);
+      summary.lines(follower.seen(), transport().sessions(), reports.dropped(), store.directory())
+          .forEach(console::print);
       if (follower.seen() > 0) {
         console.print("The table of calls: " + log.file());
       }

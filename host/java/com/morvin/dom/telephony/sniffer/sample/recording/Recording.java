@@ -36,7 +36,8 @@ import java.util.stream.Stream;
 
 /**
  * The recording of one call: its messages, its media and its remarks. Belongs to the recorder thread; the report is
- * written on the disk thread. Times are milliseconds since 1970.
+ * written on the disk thread. Times are milliseconds since 1970 by the clock of the recorder; a step of the time of day
+ * during the call changes nothing within it.
  */
 final class Recording {
   private static final DateTimeFormatter FILE_TIME =
@@ -45,9 +46,9 @@ final class Recording {
   private static final int MAX_STEPS = 200;
   private static final int FIRST_STEPS = 50;
   private static final int MAX_DIALLED = 64;
-  /** The messages that are kept for a capture file: the first and the last ones. */
-  private static final int MAX_KEPT = 32;
-  private static final int FIRST_KEPT = 16;
+  /** The length in bytes of the messages that are kept for a capture file: the first and the last ones. */
+  private static final int MAX_KEPT = 16 << 10;
+  private static final int FIRST_KEPT = 4;
   private static final int MAX_UNSAVED = 64;
   /** A message is compared with this number of earlier ones: it may be repeated, or delivered by another sniffer. */
   private static final int COMPARED = 16;
@@ -63,23 +64,34 @@ final class Recording {
   private final List<CallReport.Step> ladder = new ArrayList<>();
   private final List<Dialled> dialled = new ArrayList<>();
   private final List<RunningCalls.TimedFrame> kept = new ArrayList<>();
+  private int keptBytes;
   private final int[] recent = new int[COMPARED];
   private int messages;
   /** Messages that are not in the journal yet. */
   private final List<RunningCalls.TimedFrame> unsaved = new ArrayList<>();
   private final Store store;
-  private final Reports.CallFiles callFiles;
-  private boolean reported;
+  private final String name;
+  private final long start;
+  private final long skew;
+  private final boolean keepsDigits;
   private boolean shown;
 
-  Recording(Call call, RunningCalls.Journal journal, Store store) {
+  /**
+   * Makes a recording without media.
+   *
+   * @param skew is added to all times, so that the call has the time of day of its start
+   * @param keepsDigits whether pressed keys are recorded
+   */
+  Recording(Call call, RunningCalls.Journal journal, Store store, long skew, boolean keepsDigits) {
     this.call = call;
     this.journal = journal;
     this.store = store;
-    String name = FILE_TIME.format(Instant.ofEpochMilli(call.start().stamp())) + "-" + call.fileNames();
-    callFiles = new Reports.CallFiles(name);
+    this.skew = skew;
+    this.keepsDigits = keepsDigits;
+    start = call.start().stamp() + skew;
+    name = FILE_TIME.format(Instant.ofEpochMilli(start)) + "-" + call.fileNames();
     for (Direction direction : Direction.values()) {
-      tracks.put(direction, new Track(store, name + "-" + direction, this::begin));
+      tracks.put(direction, new Track(store, name + "-" + direction, keepsDigits, this::begin));
       earlierTracks.put(direction, new ArrayList<>());
       relays.put(direction, new Relay());
     }
@@ -91,7 +103,7 @@ final class Recording {
    * @param turned whether its caller is on the side of the callee of this call
    */
   void add(Recording leg, boolean turned, RunningCalls running) {
-    double later = (leg.call.start().stamp() - call.start().stamp()) / 1000.0;
+    double later = (leg.start - start) / 1000.0;
     leg.ladder.forEach(step ->
         ladder.add(new CallReport.Step(step.at() + later, step.from(), step.to(), step.label())));
     ladder.sort(Comparator.comparingDouble(CallReport.Step::at));
@@ -99,7 +111,7 @@ final class Recording {
       ladder.subList(FIRST_STEPS, FIRST_STEPS + ladder.size() - MAX_STEPS).clear();
     }
     leg.kept.forEach(message -> keep(message.frame(), message.time()));
-    leg.dialled.forEach(some -> dialled(some.direction.turned(turned), some.digits, some.time));
+    leg.dialled.forEach(some -> dialled(some.direction.turned(turned), some.digits, some.time - skew));
     for (Direction direction : Direction.values()) {
       addTracks(direction, leg.tracks.get(direction.turned(turned)));
       earlierTracks.get(direction).addAll(leg.earlierTracks.get(direction.turned(turned)));
@@ -142,25 +154,27 @@ final class Recording {
     if (Arrays.stream(recent).anyMatch(other -> other == hash)) {
       return;
     }
+    long at = time + skew;
     if (restoring != journal && unsaved.size() < MAX_UNSAVED) {
-      unsaved.add(new RunningCalls.TimedFrame(time, frame));
+      unsaved.add(new RunningCalls.TimedFrame(at, frame));
     }
     recent[messages++ % COMPARED] = hash;
-    if (frame.protocol() == Frame.SIP) {
-      keep(frame, time);
+    if (frame.protocol() == Frame.SIP && (keepsDigits || !label.equals("INFO"))) {
+      keep(frame, at);
     }
     if (ladder.size() == MAX_STEPS) {
       ladder.remove(FIRST_STEPS);
     }
-    ladder.add(new CallReport.Step((time - call.start().stamp()) / 1000.0, frame.source().toString(),
+    ladder.add(new CallReport.Step((at - start) / 1000.0, frame.source().toString(),
         frame.destination().toString(), Text.printable(label)));
   }
 
   private void keep(Frame frame, long time) {
-    if (kept.size() == MAX_KEPT) {
-      kept.remove(FIRST_KEPT);
-    }
     kept.add(new RunningCalls.TimedFrame(time, frame));
+    keptBytes += frame.payload().length;
+    while (keptBytes > MAX_KEPT) {
+      keptBytes -= kept.remove(Math.min(FIRST_KEPT, kept.size() - 1)).frame().payload().length;
+    }
     tracks.values().forEach(track -> track.signalled(frame, time));
   }
 
@@ -171,8 +185,8 @@ final class Recording {
 
   /** Adds keys that were reported by the signalling. */
   void dialled(Direction direction, String digits, long time) {
-    if (dialled.size() < MAX_DIALLED) {
-      dialled.add(new Dialled(direction, digits, time));
+    if (keepsDigits && dialled.size() < MAX_DIALLED) {
+      dialled.add(new Dialled(direction, digits, time + skew));
     }
   }
 
@@ -181,7 +195,7 @@ final class Recording {
     Sdp.Media media = use.media();
     Track track = tracks.get(use.direction());
     if (media.kind() == Sdp.Kind.FAX) {
-      track.keep(frame, "T.38", time);
+      track.keep(frame, "T.38", time + skew);
       return true;
     }
     if (RtpPacket.isRtcp(frame.payload()) || RtpPacket.isSetup(frame.payload())) {
@@ -194,7 +208,7 @@ final class Recording {
     Codec codec = media.kind() == Sdp.Kind.SECURE_RTP ? Codec.SRTP
         : Codec.of(packet.payloadType(), media.codecs().get(packet.payloadType()));
     if (!codec.isPlayed() || relays.get(use.direction()).accepts(use.leg(), packet.ssrc(), time)) {
-      track.accept(frame, packet, codec, time);
+      track.accept(frame, packet, codec, time + skew);
     }
     return true;
   }
@@ -240,29 +254,36 @@ final class Recording {
   CallReport unfinished() {
     CallReport.Voice none = new CallReport.Voice(0, 0, List.of(), List.of());
     return new CallReport("", call.protocol(), Text.printable(call.id()), Text.printable(call.caller()),
-        Text.printable(call.callee()), call.start().stamp(), 0, "", none, none, "", List.copyOf(ladder), List.of(),
+        Text.printable(call.callee()), start, 0, "", none, none, "", List.of(), List.copyOf(ladder), List.of(),
         legs());
   }
 
-  /** Queues the report for the disk thread. A call that continues later is reported again under the same name. */
+  /** Queues the report for the disk thread. */
   void report(Reports reports, String how, long end) {
     allTracks().forEach(Track::finish);
     List<CallReport.Leg> legs = legs();
-    long start = call.start().stamp();
-    reports.write(callFiles, tracks.get(Direction.FROM_CALLER).stretches(start),
+    reports.write(name, tracks.get(Direction.FROM_CALLER).stretches(start),
         tracks.get(Direction.FROM_CALLEE).stretches(start), names -> new CallReport(names.report(), call.protocol(),
-            Text.printable(call.id()), Text.printable(call.caller()), Text.printable(call.callee()), start, end,
-            Text.printable(how), voice(Direction.FROM_CALLER), voice(Direction.FROM_CALLEE), names.stereo(),
-            List.copyOf(ladder), notes().stream().map(Text::printable).toList(), legs));
-    reported = true;
+            Text.printable(call.id()), Text.printable(call.caller()), Text.printable(call.callee()), start, end + skew,
+            Text.printable(how), voice(Direction.FROM_CALLER), voice(Direction.FROM_CALLEE),
+            names.stereo().stream().findFirst().map(CallReport.Part::file).orElse(""),
+            names.stereo().stream().skip(1).toList(), List.copyOf(ladder), notes(names.stereoMissing()), legs));
+  }
+
+  private List<String> notes(boolean stereoMissing) {
+    List<String> all = new ArrayList<>(notes().stream().map(Text::printable).toList());
+    if (stereoMissing) {
+      all.add("no stereo file: it did not fit on the disk, or the recorder was stopped");
+    }
+    return all;
   }
 
   private CallReport.Voice voice(Direction direction) {
-    List<CallReport.Voice> voices = tracksOf(direction).map(track -> track.report(call.start().stamp())).toList();
+    List<CallReport.Voice> voices = tracksOf(direction).map(track -> track.report(start)).toList();
     List<CallReport.Digit> digits = new ArrayList<>();
     voices.forEach(voice -> digits.addAll(voice.digits()));
     dialled.stream().filter(some -> some.direction == direction)
-        .forEach(some -> digits.add(new CallReport.Digit((some.time - call.start().stamp()) / 1000.0, some.digits)));
+        .forEach(some -> digits.add(new CallReport.Digit((some.time - start) / 1000.0, some.digits)));
     List<CallReport.Part> parts = voices.stream().flatMap(voice -> voice.parts().stream())
         .sorted(Comparator.comparingDouble(CallReport.Part::offset)).toList();
     return new CallReport.Voice(voices.stream().mapToLong(CallReport.Voice::packets).sum(),
@@ -275,19 +296,12 @@ final class Recording {
             Text.printable(leg.caller()), Text.printable(leg.callee()), Text.printable(leg.how()))).toList();
   }
 
-  /** Whether the end of the call has been reported. */
-  boolean isReported() {
-    return reported;
-  }
-
   /** Returns the state for a restart, and queues the unsaved messages and media for the disk thread. */
   RunningCalls.Saved save(RunningCalls running) {
     saveMessages(running);
     try {
       ByteArrayOutputStream bytes = new ByteArrayOutputStream();
       DataOutputStream out = new DataOutputStream(bytes);
-      out.writeBoolean(reported);
-      callFiles.save(out);
       List<StoredFile> files = new ArrayList<>();
       for (Direction direction : Direction.values()) {
         out.writeInt(earlierTracks.get(direction).size());
@@ -312,8 +326,6 @@ final class Recording {
   /** Restores a saved state. */
   void restore(byte[] state, ResumedFiles files) throws IOException {
     DataInputStream in = new DataInputStream(new ByteArrayInputStream(state));
-    reported = in.readBoolean();
-    callFiles.restore(in);
     for (Direction direction : Direction.values()) {
       int earlier = in.readInt();
       tracks.put(direction, restoreTrack(in, files));
@@ -324,7 +336,7 @@ final class Recording {
   }
 
   private Track restoreTrack(DataInputStream in, ResumedFiles files) throws IOException {
-    Track track = new Track(store, in.readUTF(), this::begin);
+    Track track = new Track(store, in.readUTF(), keepsDigits, this::begin);
     track.restore(in, files);
     return track;
   }

@@ -72,7 +72,7 @@ final class Summary {
   }
 
   /** Returns the lines for the end of the program. */
-  synchronized List<String> lines(int calls, int sessions, Path directory) {
+  synchronized List<String> lines(int calls, int sessions, long unreported, Path directory) {
     List<String> lines = new ArrayList<>();
     lines.add(Text.count(calls, "call") + ", " + Text.count(packets, "media packet") + " (" + lost + " lost), "
         + Text.count(recordings, "recording") + (stereo > 0 ? " and " + stereo + " in stereo" : ""));
@@ -81,6 +81,9 @@ final class Summary {
         + Text.count(sessions, "session"));
     if (flood > 0) {
       lines.add(Text.count(flood, "call") + " without media made way for others");
+    }
+    if (unreported > 0) {
+      lines.add(Text.count(unreported, "call") + " without a complete report: the disk was full or faulty");
     }
     files.forEach(part -> lines.add("  " + directory.resolve(part.file()) + "  "
         + Text.seconds(Math.round(part.duration() * 1000)) + " s"));

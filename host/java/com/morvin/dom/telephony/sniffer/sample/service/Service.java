@@ -7,6 +7,7 @@ import com.morvin.dom.telephony.sniffer.sample.transport.Frame;
 import com.morvin.dom.telephony.sniffer.sample.transport.Heartbeat;
 import com.morvin.dom.telephony.sniffer.sample.transport.Intake;
 import com.morvin.dom.telephony.sniffer.sample.transport.Received;
+import com.morvin.dom.telephony.sniffer.sample.transport.SteadyClock;
 import com.morvin.dom.telephony.sniffer.sample.transport.Transport;
 import java.io.IOException;
 
@@ -39,11 +40,12 @@ public abstract class Service implements CallFollower.Listener {
 
   /** Lines for the operator. */
   protected final Console console;
+  /** The time of the loop. */
+  protected final SteadyClock clock;
   /** Assigns frames to calls. */
   protected final CallFollower follower;
 
   private final Limits limits;
-  private final TimeSource clock;
   private final long pollMillis;
   private Transport transport;
   private Heartbeat heartbeat;
@@ -60,12 +62,12 @@ public abstract class Service implements CallFollower.Listener {
    *
    * @param pollMillis how long the loop waits for a frame before the next step
    */
-  protected Service(Limits limits, long pollMillis, Console console, TimeSource clock) {
+  protected Service(Limits limits, long pollMillis, Console console, SteadyClock clock) {
     this.limits = limits;
     this.pollMillis = pollMillis;
     this.console = console;
     this.clock = clock;
-    lastStep = clock.steadyMillis();
+    lastStep = clock.millis();
     now = new Moment(0, clock.millis());
     follower = new CallFollower(this, limits.calls(), command -> transport.send(command));
   }
@@ -76,7 +78,7 @@ public abstract class Service implements CallFollower.Listener {
   /**
    * Handles a frame.
    *
-   * @param time now; when the transport redelivers, its stamp is the time of capture
+   * @param time now, with the time of capture as its stamp
    */
   protected abstract void handle(Received received, Moment time);
 
@@ -102,7 +104,7 @@ public abstract class Service implements CallFollower.Listener {
    */
   public final void run(Transport link) throws IOException, InterruptedException {
     attach(link);
-    try (Intake reading = new Intake(link, console)) {
+    try (Intake reading = new Intake(link, console, clock)) {
       intake = reading;
       while (!stopping) {
         boolean gone = limits.untilDisconnect && link.sessions() > 0 && link.sniffers().isEmpty();
@@ -122,7 +124,7 @@ public abstract class Service implements CallFollower.Listener {
     transport = link;
     heartbeat = new Heartbeat(link, console);
     sessions = link.sessions();
-    lastStep = clock.steadyMillis();
+    lastStep = clock.millis();
     lastTraffic = now.steady();
     attached();
   }
@@ -140,7 +142,7 @@ public abstract class Service implements CallFollower.Listener {
       if (received.frame().protocol() != Frame.HEARTBEAT || transport.waitsForTraffic()) {
         lastTraffic = now.steady();
       }
-      handleSafely(received, transport.redelivers() ? new Moment(now.steady(), received.captured()) : now);
+      handleSafely(received, new Moment(now.steady(), received.time()));
     }
     if (now.steady() - lastTick >= TICK_MILLIS) {
       lastTick = now.steady();
@@ -152,10 +154,10 @@ public abstract class Service implements CallFollower.Listener {
   }
 
   private void advance() {
-    long steady = clock.steadyMillis();
+    long steady = clock.millis();
     long elapsed = transport.isCutOff() ? 0 : Math.min(steady - lastStep, MAX_STEP_MILLIS);
     lastStep = steady;
-    now = new Moment(now.steady() + elapsed, clock.millis());
+    now = new Moment(now.steady() + elapsed, steady);
   }
 
   /** Returns the time of the last step. */

@@ -168,7 +168,7 @@ public final class CallFollower {
     }
     List.copyOf(calls).forEach(call -> {
       call.legs().stream().filter(Leg::isOverruled)
-          .forEach(leg -> call.note("media went on after the signalling said: " + leg.how()));
+          .forEach(leg -> call.note("media went on after the end of the signalling: " + leg.how()));
       if (call.legs().size() > 1 && call.retireLegs(now, limits)) {
         update(call, now);
       }

@@ -33,11 +33,6 @@ public final class Lifetime {
     resumed = now;
   }
 
-  /** Whether nothing was received for the call since the restart. */
-  public boolean isOnlyResumed() {
-    return resumed != null;
-  }
-
   /** Adds the signs of life of another call. */
   void add(Lifetime other) {
     lastActivity = lastActivity.latest(other.lastActivity);

@@ -1,10 +1,14 @@
 package com.morvin.dom.telephony.sniffer.sample.signalling;
 
+import com.morvin.dom.telephony.sniffer.sample.transport.SteadyClock;
+
 /**
- * A moment on two clocks. Time limits use only the steady clock, so that a step of the time of day ends no call.
+ * A moment on two clocks. Time limits use the first one, which ignores how late a frame is and stands still while no
+ * frame can be received. Reports and recordings use the second one. A step of the time of day changes neither.
  *
- * @param steady milliseconds of a clock that never steps; its zero has no meaning
- * @param stamp milliseconds since 1970, by the time of day or, of a redelivered frame, by the time of capture
+ * @param steady milliseconds of the service; zero has no meaning
+ * @param stamp milliseconds since 1970 by the {@link SteadyClock}, of a frame the time of capture; when the transport
+ *     redelivers, by the clock of the sniffer
  */
 public record Moment(long steady, long stamp) {
   /** Returns the milliseconds since an earlier moment. */

@@ -64,7 +64,8 @@ public final class CallLog {
     fields.add(String.join("; ", report.notes()));
     fields.add(digits(report.fromCaller()));
     fields.add(digits(report.fromCallee()));
-    fields.add(report.stereo());
+    fields.add(Stream.concat(Stream.of(report.stereo()), report.moreStereo().stream().map(CallReport.Part::file))
+        .collect(Collectors.joining(" ")));
     append(fields);
   }
 

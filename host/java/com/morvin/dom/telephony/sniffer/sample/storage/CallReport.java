@@ -19,13 +19,14 @@ import java.util.List;
  * @param fromCaller the media sent by the caller
  * @param fromCallee the media sent by the callee
  * @param stereo the file with both directions, caller left, which begins with the call; empty when there is none
+ * @param moreStereo the files that continue it, when it is too long for one
  * @param ladder the signalling messages, in order
  * @param notes further remarks
  * @param legs the legs of a call that has more than one, in the order of their start
  */
 public record CallReport(String name, String protocol, String id, String caller, String callee, long start, long end,
-    String endReason, Voice fromCaller, Voice fromCallee, String stereo, List<Step> ladder, List<String> notes,
-    List<Leg> legs) {
+    String endReason, Voice fromCaller, Voice fromCallee, String stereo, List<Part> moreStereo, List<Step> ladder,
+    List<String> notes, List<Leg> legs) {
   /** The directory of the reports, inside the directory of the recordings. */
   public static final String FOLDER = "calls";
 

@@ -11,21 +11,22 @@ import java.nio.file.Path;
 import java.nio.file.StandardOpenOption;
 import java.util.ArrayDeque;
 import java.util.Deque;
-import java.util.Iterator;
+import java.util.List;
 import java.util.concurrent.TimeUnit;
 
 /**
  * Runs all jobs that write, in order, on the disk thread, so that no other thread waits for a disk that is slow,
  * stalled or full. A failed job is repeated until it succeeds. Meanwhile the others wait in memory. When too much
- * waits, the oldest media is dropped and counted. Any thread may call any method.
+ * waits, the oldest media is dropped and counted, then the oldest of the other jobs. Any thread may call any method.
  */
 public final class Disk implements AutoCloseable {
   private static final long RETRY_MILLIS = 500;
-  /** A job is given up after this number of tries if other files can be written. */
+  /** A job is given up after this number of tries after which another file could be written. */
   private static final int TRIES = 3;
   private static final int PROBE_BYTES = 64 << 10;
   private static final int JOB_OVERHEAD = 200;
-  private static final long CLOSE_SECONDS = 8;
+  /** How long {@link #drain} waits while jobs fail, or after {@link #hurry}. */
+  private static final long PATIENCE_NANOS = TimeUnit.SECONDS.toNanos(5);
 
   /** A job for the disk thread. It starts from the beginning each time it is repeated. */
   public interface Job {
@@ -33,28 +34,54 @@ public final class Disk implements AutoCloseable {
     void run() throws IOException;
   }
 
-  private record Entry(Job job, long bytes, Runnable dropped) {}
+  /** Decides whether the disk can take data. */
+  public interface Gate {
+    /** Throws when the disk cannot take a number of bytes. */
+    void admit(long bytes) throws IOException;
+  }
+
+  /** One file is left out; others may be written. */
+  public static final class LeftOutException extends IOException {
+    private static final long serialVersionUID = 1;
+
+    /** Says what is left out, and why. */
+    public LeftOutException(String message) {
+      super(message);
+    }
+  }
+
+  /** Jobs that belong together: each is repeated until it succeeds or is given up; then the next one follows. */
+  private record Entry(long number, List<Job> jobs, long bytes, boolean media, Runnable dropped) {}
 
   private final Path directory;
   private final long maxBytes;
   private final Console console;
-  private final Job gate;
-  private final Deque<Entry> entries = new ArrayDeque<>();
+  private final Gate gate;
+  /** The waiting jobs, oldest first. The numbers give the order of both queues. */
+  private final Deque<Entry> media = new ArrayDeque<>();
+  private final Deque<Entry> others = new ArrayDeque<>();
   private final Thread writer = new Thread(this::write, "writer");
+  private long lastNumber;
   private long bytes;
   private long droppedBytes;
+  private long droppedBytesBefore;
+  private long droppedJobs;
+  private boolean dropping;
   private boolean busy;
   private boolean closing;
+  private long hurriedSince;
+  private boolean hurried;
   private long failingSince;
+  private boolean failing;
 
   /**
    * Starts the disk thread.
    *
    * @param directory is probed to distinguish a full disk from a fault of one file
-   * @param maxBytes the most media that waits
-   * @param gate runs before each try of a job, which fails when it throws; a test simulates a faulty disk with it
+   * @param maxBytes the most that waits
+   * @param gate is asked before each try of a job
    */
-  public Disk(Path directory, long maxBytes, Console console, Job gate) {
+  public Disk(Path directory, long maxBytes, Console console, Gate gate) {
     this.directory = directory;
     this.maxBytes = maxBytes;
     this.console = console;
@@ -63,81 +90,99 @@ public final class Disk implements AutoCloseable {
     writer.start();
   }
 
-  /** Queues a job that is not dropped. It is given up only when it cannot succeed. */
+  /** Queues a job. */
   public void submit(Job job) {
-    add(new Entry(job, 0, null));
+    submit(JOB_OVERHEAD, List.of(job), () -> { });
   }
 
   /**
-   * Queues a job that writes media, and that can be dropped when too much waits.
+   * Queues jobs that belong together.
+   *
+   * @param size the memory that they take while they wait, in bytes
+   * @param dropped runs instead of dropped jobs, or after one of them is given up, on any thread
+   */
+  public void submit(int size, List<Job> jobs, Runnable dropped) {
+    add(jobs, size, false, dropped);
+  }
+
+  /**
+   * Queues a job that writes media.
    *
    * @param size of the media in bytes
    * @param dropped runs instead of a dropped job, on any thread
    */
   public void write(int size, Job job, Runnable dropped) {
-    add(new Entry(job, size + JOB_OVERHEAD, dropped));
+    add(List.of(job), size + JOB_OVERHEAD, true, dropped);
   }
 
-  private synchronized void add(Entry entry) {
-    bytes += entry.bytes;
-    for (Iterator<Entry> oldest = entries.iterator(); bytes > maxBytes && oldest.hasNext();) {
-      Entry old = oldest.next();
-      if (old.dropped != null) {
-        oldest.remove();
-        drop(old);
-      }
+  private synchronized void add(List<Job> jobs, long size, boolean isMedia, Runnable dropped) {
+    Entry entry = new Entry(++lastNumber, jobs, size, isMedia, dropped);
+    bytes += size;
+    while (bytes > maxBytes && !(media.isEmpty() && others.isEmpty())) {
+      drop((media.isEmpty() ? others : media).remove());
     }
-    entries.add(entry);
+    (isMedia ? media : others).add(entry);
     notifyAll();
   }
 
-  private void drop(Entry entry) {
+  private synchronized void drop(Entry entry) {
     bytes -= entry.bytes;
-    if (entry.dropped != null) {
-      if (droppedBytes == 0) {
-        console.line((maxBytes >> 20) + " MB of recordings wait for the disk: the oldest are dropped");
-      }
-      droppedBytes += entry.bytes;
-      entry.dropped.run();
+    if (!dropping) {
+      dropping = true;
+      console.line((maxBytes >> 20) + " MB of recordings wait for the disk: the oldest are dropped");
     }
+    droppedBytes += entry.media ? entry.bytes : 0;
+    droppedJobs += entry.media ? 0 : 1;
+    entry.dropped.run();
   }
 
   private void write() {
     for (Entry entry = next(); entry != null; entry = next()) {
-      boolean done = perform(entry);
+      boolean done = true;
+      for (Job job : entry.jobs) {
+        done &= perform(job);
+      }
+      if (!done) {
+        entry.dropped.run();
+      }
       synchronized (this) {
         busy = false;
-        if (done) {
-          bytes -= entry.bytes;
-        } else {
-          drop(entry);
-        }
+        bytes -= entry.bytes;
         notifyAll();
       }
     }
   }
 
   private synchronized Entry next() {
-    while (entries.isEmpty() && !closing) {
+    while (isIdle() && !closing) {
       await(0);
     }
-    busy = !entries.isEmpty();
-    return entries.poll();
+    busy = !isIdle();
+    boolean mediaFirst = others.isEmpty() || !media.isEmpty() && media.element().number < others.element().number;
+    return (mediaFirst ? media : others).poll();
+  }
+
+  private boolean isIdle() {
+    return media.isEmpty() && others.isEmpty();
   }
 
   /** Repeats a job until it succeeds. Returns false when it is given up. */
-  private boolean perform(Entry entry) {
-    for (int tries = 1;; tries++) {
+  private boolean perform(Job job) {
+    for (int tries = 0; tries < TRIES; ) {
       try {
-        gate.run();
-        entry.job.run();
+        gate.admit(1);
+        job.run();
         succeed();
         return true;
       } catch (IOException e) {
         fail(e);
-        // A wrong name or missing rights concern one file. When no content can be written, the disk is full.
-        if (tries >= TRIES && e instanceof FileSystemException && canWrite()) {
-          console.line("given up after several tries: " + e);
+        // A wrong name, missing rights or a file that does not fit concern one file. When no content can be written,
+        // the disk is full.
+        boolean oneFile = (e instanceof FileSystemException || e instanceof LeftOutException) && canWrite();
+        tries += oneFile ? e instanceof LeftOutException ? TRIES : 1 : 0;
+        if (tries >= TRIES) {
+          console.line("given up: " + e);
+          succeed();
           return false;
         }
         synchronized (this) {
@@ -146,19 +191,26 @@ public final class Disk implements AutoCloseable {
           }
           await(RETRY_MILLIS);
         }
-      } catch (RuntimeException e) {
+      } catch (RuntimeException | Error e) {
+        // One job must not end the writing of all others.
         console.line("writing failed: " + e);
         return false;
       }
     }
+    return false;
+  }
+
+  /** Throws unless the disk can take a large file. */
+  void admit(long size) throws IOException {
+    gate.admit(size);
   }
 
   private boolean canWrite() {
     Path probe = directory.resolve(".probe");
     try {
-      gate.run();
-      try (FileChannel file = FileChannel.open(probe, StandardOpenOption.CREATE, StandardOpenOption.WRITE)) {
-        file.write(ByteBuffer.allocate(PROBE_BYTES));
+      gate.admit(PROBE_BYTES);
+      try (FileChannel file = FileOperations.open(probe, StandardOpenOption.CREATE, StandardOpenOption.WRITE)) {
+        FileOperations.writeAll(file, ByteBuffer.allocate(PROBE_BYTES), 0);
       }
       return true;
     } catch (IOException e) {
@@ -172,19 +224,25 @@ public final class Disk implements AutoCloseable {
     }
   }
 
-  private void fail(IOException e) {
-    if (failingSince == 0) {
+  private synchronized void fail(IOException e) {
+    if (!failing && !(e instanceof LeftOutException)) {
+      failing = true;
       failingSince = System.nanoTime();
       console.line("cannot write to " + directory + ": " + e + "; recordings wait in memory");
     }
   }
 
-  private void succeed() {
-    if (failingSince != 0) {
-      String missing = droppedBytes == 0 ? "nothing was dropped" : (droppedBytes >> 10) + " KB were dropped";
-      long millis = TimeUnit.NANOSECONDS.toMillis(System.nanoTime() - failingSince);
-      console.line("writing goes on after " + Text.seconds(millis) + " s; " + missing);
-      failingSince = 0;
+  private synchronized void succeed() {
+    if (failing || dropping && bytes < maxBytes / 2) {
+      long lost = droppedBytes - droppedBytesBefore;
+      long millis = failing ? TimeUnit.NANOSECONDS.toMillis(System.nanoTime() - failingSince) : 0;
+      console.line("writing goes on" + (failing ? " after " + Text.seconds(millis) + " s; " : "; ")
+          + (lost + droppedJobs == 0 ? "nothing was dropped" : (lost >> 10) + " KB of media and "
+              + Text.count(droppedJobs, "other job") + " (reports, the state of calls) were dropped"));
+      failing = false;
+      dropping = false;
+      droppedBytesBefore = droppedBytes;
+      droppedJobs = 0;
     }
   }
 
@@ -196,10 +254,27 @@ public final class Disk implements AutoCloseable {
     }
   }
 
-  /** Waits until all queued jobs are done, at most 8 s. */
+  /** Makes {@link #drain} and {@link #close} wait no longer than five seconds from now. */
+  public synchronized void hurry() {
+    if (!hurried) {
+      hurried = true;
+      hurriedSince = System.nanoTime();
+      notifyAll();
+    }
+  }
+
+  /** Whether half of the time after {@link #hurry} is over, so that large files are left out. */
+  synchronized boolean isOverdue() {
+    return hurried && System.nanoTime() - hurriedSince >= PATIENCE_NANOS / 2;
+  }
+
+  /** Waits until all queued jobs are done. Gives up when they have failed for five seconds; see also {@link #hurry}. */
   public synchronized void drain() {
-    long deadline = System.nanoTime() + TimeUnit.SECONDS.toNanos(CLOSE_SECONDS);
-    while ((busy || !entries.isEmpty()) && System.nanoTime() - deadline < 0) {
+    while (busy || !isIdle()) {
+      long now = System.nanoTime();
+      if (failing && now - failingSince >= PATIENCE_NANOS || hurried && now - hurriedSince >= PATIENCE_NANOS) {
+        return;
+      }
       await(100);
     }
   }
@@ -214,11 +289,12 @@ public final class Disk implements AutoCloseable {
   public void close() {
     synchronized (this) {
       drain();
-      if (!entries.isEmpty()) {
+      if (!isIdle()) {
         console.line((bytes >> 10) + " KB of recordings could not be written");
       }
       closing = true;
-      entries.clear();
+      media.clear();
+      others.clear();
       notifyAll();
     }
     try {

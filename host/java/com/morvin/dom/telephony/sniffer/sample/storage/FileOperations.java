@@ -1,25 +1,68 @@
 package com.morvin.dom.telephony.sniffer.sample.storage;
 
+import java.io.BufferedReader;
 import java.io.IOException;
+import java.io.InputStreamReader;
 import java.nio.ByteBuffer;
 import java.nio.channels.FileChannel;
+import java.nio.charset.StandardCharsets;
+import java.nio.file.FileSystems;
 import java.nio.file.Files;
+import java.nio.file.OpenOption;
 import java.nio.file.Path;
 import java.nio.file.StandardCopyOption;
 import java.nio.file.StandardOpenOption;
+import java.nio.file.attribute.FileAttribute;
+import java.nio.file.attribute.PosixFilePermissions;
+import java.util.Set;
 
-/** File operations that the disk thread can repeat after a failure. */
-final class FileOperations {
+/**
+ * File operations that the disk thread can repeat after a failure. Recordings are personal data, so new files have mode
+ * 0640 and new directories 0750, or fewer rights if the umask takes some away.
+ */
+public final class FileOperations {
+  private static final FileAttribute<?>[] FILE = mode("rw-r-----");
+  private static final FileAttribute<?>[] DIRECTORY = mode("rwxr-x---");
+
   private FileOperations() {}
+
+  private static FileAttribute<?>[] mode(String permissions) {
+    boolean posix = FileSystems.getDefault().supportedFileAttributeViews().contains("posix");
+    return posix
+        ? new FileAttribute<?>[] {PosixFilePermissions.asFileAttribute(PosixFilePermissions.fromString(permissions))}
+        : new FileAttribute<?>[0];
+  }
+
+  /** Opens a file, and creates it if an option says so. */
+  public static FileChannel open(Path file, OpenOption... options) throws IOException {
+    return FileChannel.open(file, Set.of(options), FILE);
+  }
+
+  /** Opens a text file in UTF-8. Damaged characters are replaced, so that no file stops the reader. */
+  public static BufferedReader lines(Path file) throws IOException {
+    return new BufferedReader(new InputStreamReader(Files.newInputStream(file), StandardCharsets.UTF_8));
+  }
+
+  /** Creates an empty file, which must not exist. */
+  static void create(Path file) throws IOException {
+    Files.createFile(file, FILE);
+  }
+
+  /** Creates a directory and the missing ones above it. */
+  public static void createDirectories(Path directory) throws IOException {
+    Files.createDirectories(directory, DIRECTORY);
+  }
 
   /** Appends all bytes or none: after a failure the file has its former size. */
   static void append(Path file, byte[] bytes) throws IOException {
-    long end = Files.exists(file) ? Files.size(file) : 0;
-    try {
-      Files.write(file, bytes, StandardOpenOption.CREATE, StandardOpenOption.APPEND);
-    } catch (IOException e) {
-      truncate(file, end);
-      throw e;
+    try (FileChannel channel = open(file, StandardOpenOption.CREATE, StandardOpenOption.WRITE)) {
+      long end = channel.size();
+      try {
+        writeAll(channel, ByteBuffer.wrap(bytes), end);
+      } catch (IOException e) {
+        channel.truncate(end);
+        throw e;
+      }
     }
   }
 
@@ -32,11 +75,50 @@ final class FileOperations {
     }
   }
 
-  /** Replaces the content of a file by renaming a new file, so that the file is always complete. */
+  /** Writes the content of a new file. */
+  public interface Content {
+    /** Writes from the start of the file. */
+    void writeTo(FileChannel file) throws IOException;
+  }
+
+  /** Replaces the content of a file, see {@link #replace(Path, Content)}. */
   static void replace(Path file, byte[] content) throws IOException {
+    replace(file, channel -> writeAll(channel, ByteBuffer.wrap(content), 0));
+  }
+
+  /**
+   * Replaces the content of a file without waiting for the disk, which takes up to 40 ms. The file is complete at any
+   * time, but may be empty after a crash of the machine.
+   */
+  static void replaceSoon(Path file, byte[] content) throws IOException {
+    replace(file, channel -> writeAll(channel, ByteBuffer.wrap(content), 0), false);
+  }
+
+  /**
+   * Replaces the content of a file by renaming a new file, which is on the disk before. So the file is complete at any
+   * time and after a crash of the machine.
+   */
+  public static void replace(Path file, Content content) throws IOException {
+    replace(file, content, true);
+  }
+
+  private static void replace(Path file, Content content, boolean sync) throws IOException {
     Path replacement = file.resolveSibling(file.getFileName() + ".new");
-    Files.write(replacement, content);
+    try (FileChannel channel = open(replacement, StandardOpenOption.CREATE, StandardOpenOption.WRITE,
+        StandardOpenOption.TRUNCATE_EXISTING)) {
+      content.writeTo(channel);
+      if (sync) {
+        channel.force(true);
+      }
+    }
     Files.move(replacement, file, StandardCopyOption.ATOMIC_MOVE);
+  }
+
+  /** Forces new names in a directory to the disk. */
+  static void syncNames(Path directory) throws IOException {
+    try (FileChannel channel = FileChannel.open(directory, StandardOpenOption.READ)) {
+      channel.force(true);
+    }
   }
 
   /** Writes all remaining bytes of the buffer, starting at a position in the file. */

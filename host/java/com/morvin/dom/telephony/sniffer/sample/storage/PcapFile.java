@@ -18,7 +18,7 @@ public final class PcapFile extends StoredFile {
   private static final int UDP = 8;
   private static final int LINKTYPE_RAW = 101;
 
-  private ByteBuffer block = ByteBuffer.allocate(BLOCK);
+  private ByteBuffer block;  // null when all is flushed
   /** The size of the file in bytes. Belongs to the disk thread. */
   private long stored;
 
@@ -33,11 +33,11 @@ public final class PcapFile extends StoredFile {
     if (length > 65535) {
       return;
     }
-    if (block.remaining() < RECORD + length) {
+    if (block != null && block.remaining() < RECORD + length) {
       flush();
     }
-    if (block.remaining() < RECORD + length) {
-      block = ByteBuffer.allocate(RECORD + length);
+    if (block == null) {
+      block = ByteBuffer.allocate(Math.max(BLOCK, RECORD + length));
     }
     block.putInt((int) (millis / 1000)).putInt((int) (millis % 1000) * 1000).putInt(length).putInt(length);
     int ip = block.position();
@@ -58,9 +58,9 @@ public final class PcapFile extends StoredFile {
 
   @Override
   public void flush() {
-    if (block.position() > 0) {
+    if (block != null) {
       ByteBuffer full = block.flip();
-      block = ByteBuffer.allocate(BLOCK);
+      block = null;
       submit(full.limit(), () -> store(full.duplicate()));
     }
   }

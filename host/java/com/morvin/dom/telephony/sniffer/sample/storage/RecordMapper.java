@@ -40,10 +40,8 @@ final class RecordMapper {
     }
     if (type instanceof ParameterizedType list) {
       List<Object> elements = new ArrayList<>();
-      if (value == null) {
-        return elements;  // written by an earlier version
-      }
-      ((List<?>) value).forEach(element -> elements.add(read(element, list.getActualTypeArguments()[0])));
+      Type elementType = list.getActualTypeArguments()[0];
+      (value == null ? List.of() : (List<?>) value).forEach(element -> elements.add(read(element, elementType)));
       return List.copyOf(elements);
     }
     if (type instanceof Class<?> recordType && recordType.isRecord()) {

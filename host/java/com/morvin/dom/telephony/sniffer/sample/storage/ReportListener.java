@@ -12,9 +12,12 @@ public interface ReportListener {
   /** A call that has begun is a leg of another one. It has no report of its own. */
   default void merged(CallReport call) throws IOException {}
 
-  /**
-   * A call has ended and all its files are written. When the call continues after a restart, another report with the
-   * same name follows.
-   */
+  /** A call has ended and all its files are written. */
   void ended(CallReport call) throws IOException;
+
+  /** Called about every second. */
+  default void tick() throws IOException {}
+
+  /** The recorder ends; another one continues the calls that are running, and reports them again. */
+  default void stopped() throws IOException {}
 }

@@ -1,121 +1,118 @@
 package com.morvin.dom.telephony.sniffer.sample.storage;
 
-import com.morvin.dom.telephony.sniffer.sample.console.Console;
-import java.io.DataInput;
-import java.io.DataOutput;
 import java.io.IOException;
 import java.nio.charset.StandardCharsets;
-import java.nio.file.Files;
 import java.nio.file.Path;
 import java.util.List;
+import java.util.concurrent.atomic.AtomicLong;
 import java.util.function.Consumer;
 import java.util.function.Function;
 
 /** Writes the results of ended calls: the stereo file, the report and the line in the table. */
 public final class Reports {
+  /** Approximate memory of an ended call that waits for the disk, in bytes. */
+  private static final int WAITING_BYTES = 16 << 10;
+
   private final Store store;
   private final CallLog log;
-  private final Console console;
-  private final Consumer<CallReport> listener;
+  private final Consumer<CallReport> counter;
+  private final ReportListener listener;
+  private final AtomicLong dropped = new AtomicLong();
 
   /**
    * Writes into a store.
    *
+   * @param counter is called once with each report, on the disk thread
    * @param listener is called with each report after all its files are written, on the disk thread
    */
-  public Reports(Store store, CallLog log, Console console, Consumer<CallReport> listener) {
+  public Reports(Store store, CallLog log, Consumer<CallReport> counter, ReportListener listener) {
     this.store = store;
     this.log = log;
-    this.console = console;
+    this.counter = counter;
     this.listener = listener;
-  }
-
-  /**
-   * The report and the stereo file of one call. A call that continues after a restart is written again under these
-   * names.
-   */
-  public static final class CallFiles {
-    private final String name;
-    private volatile Path report;
-    private volatile Path stereo;
-
-    /** Makes the names; the files do not exist yet. */
-    public CallFiles(String name) {
-      this.name = name;
-    }
-
-    /** Saves the state for a restart. */
-    public void save(DataOutput out) throws IOException {
-      out.writeUTF(report == null ? "" : report.toString());
-      out.writeUTF(stereo == null ? "" : stereo.toString());
-    }
-
-    /** Restores a saved state. */
-    public void restore(DataInput in) throws IOException {
-      String written = in.readUTF();
-      String mixed = in.readUTF();
-      report = written.isEmpty() ? null : Path.of(written);
-      stereo = mixed.isEmpty() ? null : Path.of(mixed);
-    }
-  }
-
-  /**
-   * Queues the jobs for a call after its media has been passed to the disk thread.
-   *
-   * @param report makes the report; called on the disk thread after the media and the stereo file are written
-   */
-  public void write(CallFiles files, List<StereoFile.Stretch> left, List<StereoFile.Stretch> right,
-      Function<Names, CallReport> report) {
-    Disk disk = store.disk();
-    disk.submit(() -> mix(files, left, right));
-    CallReport[] written = new CallReport[1];
-    disk.submit(() -> {
-      if (files.report == null) {
-        files.report = store.create(CallReport.FOLDER + "/" + files.name, "json");
-      }
-      String name = files.report.getFileName().toString().replaceFirst("\\.json$", "");
-      String stereo = files.stereo == null ? "" : files.stereo.getFileName().toString();
-      written[0] = report.apply(new Names(name, stereo));
-      store.written(files.report);
-      Files.write(files.report, written[0].json().getBytes(StandardCharsets.UTF_8));
-    });
-    disk.submit(() -> {
-      if (written[0] != null) {
-        log.add(written[0]);
-      }
-    });
-    disk.submit(() -> notifyListener(written[0]));
   }
 
   /**
    * The names of the written files.
    *
    * @param report without its extension
-   * @param stereo empty when there is no stereo file
+   * @param stereo the files with both directions, in order
+   * @param stereoMissing whether there should be such a file
    */
-  public record Names(String report, String stereo) {}
+  public record Names(String report, List<CallReport.Part> stereo, boolean stereoMissing) {}
 
-  private void mix(CallFiles files, List<StereoFile.Stretch> left, List<StereoFile.Stretch> right) throws IOException {
-    if (files.stereo != null) {
-      Files.deleteIfExists(files.stereo);
-      files.stereo = null;
-    }
-    if (isThere(left) && isThere(right)) {
-      files.stereo = StereoFile.write(store, files.name + "-stereo", left, right);
-      store.written(files.stereo);
-    }
+  /**
+   * Queues the jobs for a call after its media has been passed to the disk thread.
+   *
+   * @param name of the files, without an extension
+   * @param report makes the report; called on the disk thread after the media and the stereo file are written
+   */
+  public void write(String name, List<StereoFile.Stretch> left, List<StereoFile.Stretch> right,
+      Function<Names, CallReport> report) {
+    Ended call = new Ended(name, left, right, report);
+    store.disk().submit(WAITING_BYTES, List.of(call::mix, call::writeReport, call::addToTable, call::notifyListener),
+        dropped::incrementAndGet);
   }
 
-  private static boolean isThere(List<StereoFile.Stretch> stretches) {
-    return stretches.stream().anyMatch(stretch -> stretch.file().path() != null);
+  /** Returns the number of ended calls whose files are incomplete because the disk was full, or faulty. */
+  public long dropped() {
+    return dropped.get();
   }
 
-  private void notifyListener(CallReport report) {
-    if (report != null) {
-      try {
-        listener.accept(report);
-      } catch (RuntimeException e) {
-        console.line("the page of calls was not written: " + e);
+  /** An ended call. Each method is a job, which can be repeated. */
+  private final class Ended {
+    private final String name;
+    private final List<StereoFile.Stretch> left;
+    private final List<StereoFile.Stretch> right;
+    private final Function<Names, CallReport> report;
+    private List<CallReport.Part> stereo = List.of();
+    private Path file;
+    private CallReport written;
+
+    Ended(String name, List<StereoFile.Stretch> left, List<StereoFile.Stretch> right,
+        Function<Names, CallReport> report) {
+      this.name = name;
+      this.left = left;
+      this.right = right;
+      this.report = report;
+    }
+
+    void mix() throws IOException {
+      if (hasStereo()) {
+        stereo = StereoFile.write(store, name + "-stereo", left, right);
+      }
+    }
+
+    private boolean hasStereo() {
+      return isThere(left) && isThere(right);
+    }
+
+    private static boolean isThere(List<StereoFile.Stretch> stretches) {
+      return stretches.stream().anyMatch(stretch -> stretch.file().path() != null);
+    }
+
+    void writeReport() throws IOException {
+      if (file == null) {
+        file = store.create(CallReport.FOLDER + "/" + name, "json");
+      }
+      String reportName = file.getFileName().toString().replaceFirst("\\.json$", "");
+      CallReport made = report.apply(new Names(reportName, stereo, hasStereo() && stereo.isEmpty()));
+      FileOperations.replaceSoon(file, made.json().getBytes(StandardCharsets.UTF_8));
+      store.written(file);
+      written = made;
+    }
+
+    void addToTable() throws IOException {
+      if (written != null) {
+        log.add(written);
+        store.written(log.file());
+        counter.accept(written);
+      }
+    }
+
+    void notifyListener() throws IOException {
+      if (written != null) {
+        listener.ended(written);
       }
     }
   }

@@ -1,14 +1,16 @@
 package com.morvin.dom.telephony.sniffer.sample.storage;
 
 import com.morvin.dom.telephony.sniffer.sample.transport.Frame;
+import java.io.ByteArrayInputStream;
 import java.io.ByteArrayOutputStream;
 import java.io.DataInputStream;
 import java.io.DataOutputStream;
+import java.io.EOFException;
 import java.io.IOException;
 import java.nio.ByteBuffer;
+import java.nio.charset.StandardCharsets;
 import java.nio.file.Files;
 import java.nio.file.Path;
-import java.nio.file.StandardOpenOption;
 import java.util.ArrayList;
 import java.util.HashMap;
 import java.util.HashSet;
@@ -59,6 +61,7 @@ public final class RunningCalls {
   private final List<Path> ended = new ArrayList<>();
   private long lastJournal = System.currentTimeMillis();
   private long savedAt;
+  private String fault;
   private byte[] position = new byte[0];
 
   /**
@@ -84,13 +87,13 @@ public final class RunningCalls {
     byte[] record = ByteBuffer.allocate(Long.BYTES + Frame.HEADER + frame.payload().length).putLong(time)
         .put(frame.bytes()).array();
     boolean shorten = ++journal.frames % MAX_FRAMES == 0;
-    store.disk().submit(() -> {
+    store.disk().submit(record.length, List.of(() -> {
       store.written(journal.file);
       FileOperations.append(journal.file, record);
       if (shorten) {
         shorten(journal.file);
       }
-    });
+    }), () -> { });
   }
 
   private static void shorten(Path file) throws IOException {
@@ -139,9 +142,11 @@ public final class RunningCalls {
    * @param now milliseconds since 1970
    * @param position the position of the transport; see Transport
    * @param done runs on the disk thread after the checkpoint is written
+   * @param failed runs instead when the checkpoint is given up
    */
-  public void save(List<Saved> calls, long now, byte[] position, Runnable done) {
-    store.disk().submit(() -> {
+  public void save(List<Saved> calls, long now, byte[] position, Runnable done, Runnable failed) {
+    int size = calls.stream().mapToInt(call -> call.state.length).sum();
+    store.disk().submit(size, List.of(() -> {
       if (rollsBack) {
         store.sync();
       } else {
@@ -159,9 +164,8 @@ public final class RunningCalls {
         write(call, out);
       }
       FileOperations.replace(checkpoint, bytes.toByteArray());
+      FileOperations.syncNames(store.running());
       if (rollsBack) {
-        store.written(checkpoint);
-        store.sync();
         Files.deleteIfExists(created);
         for (Path journal : ended) {
           Files.deleteIfExists(journal);
@@ -169,7 +173,7 @@ public final class RunningCalls {
         ended.clear();
       }
       done.run();
-    });
+    }), failed);
   }
 
   private void write(Saved call, DataOutputStream out) throws IOException {
@@ -194,33 +198,60 @@ public final class RunningCalls {
     return position;
   }
 
+  /** Returns why the checkpoint could not be read; null when it could. The calls then continue in new files. */
+  public String fault() {
+    return fault;
+  }
+
   /** Loads the saved calls, oldest first. Called once, before all other methods. */
   public List<Loaded> load() throws IOException {
     Map<String, Loaded> saved = new HashMap<>();
     Set<String> files = new HashSet<>();
-    if (Files.exists(checkpoint)) {
-      try (DataInputStream in = new DataInputStream(Files.newInputStream(checkpoint))) {
-        if (in.readInt() != VERSION) {
-          throw new IOException(checkpoint + " is of another version of this program");
-        }
-        savedAt = in.readLong();
-        long logged = in.readLong();
-        position = new byte[in.readInt()];
-        in.readFully(position);
-        if (rollsBack) {
-          FileOperations.truncate(log.file(), logged);
-        }
-        for (int count = in.readInt(); count > 0; count--) {
-          Loaded call = read(in, files);
-          saved.put(call.journal.file.getFileName().toString(), call);
-        }
-      }
+    try {
+      readCheckpoint(saved, files);
+    } catch (IOException | RuntimeException e) {
+      // The journals are enough to follow the calls. Nothing can be rolled back.
+      fault = e.toString();
+      saved.clear();
+      savedAt = 0;
+      position = new byte[0];
     }
     if (rollsBack) {
-      removeCreated(files);
+      if (fault == null) {
+        removeCreated(files);
+      }
       store.onCreate(this::remember);
     }
     return journals(saved);
+  }
+
+  private void readCheckpoint(Map<String, Loaded> saved, Set<String> files) throws IOException {
+    if (!Files.exists(checkpoint)) {
+      return;
+    }
+    byte[] bytes = Files.readAllBytes(checkpoint);
+    DataInputStream in = new DataInputStream(new ByteArrayInputStream(bytes));
+    if (in.readInt() != VERSION) {
+      throw new IOException(checkpoint + " is of another version of this program");
+    }
+    savedAt = in.readLong();
+    long logged = in.readLong();
+    position = readBytes(in);
+    if (rollsBack) {
+      FileOperations.truncate(log.file(), logged);
+    }
+    for (int count = in.readInt(); count > 0; count--) {
+      Loaded call = read(in, files);
+      saved.put(call.journal.file.getFileName().toString(), call);
+    }
+  }
+
+  private static byte[] readBytes(DataInputStream in) throws IOException {
+    int length = in.readInt();
+    if (length < 0 || length > in.available()) {
+      throw new EOFException();
+    }
+    return in.readNBytes(length);
   }
 
   private Loaded read(DataInputStream in, Set<String> all) throws IOException {
@@ -229,8 +260,7 @@ public final class RunningCalls {
     if (rollsBack) {
       FileOperations.truncate(file, size);
     }
-    byte[] state = new byte[in.readInt()];
-    in.readFully(state);
+    byte[] state = readBytes(in);
     List<String> names = new ArrayList<>();
     for (int count = in.readInt(); count > 0; count--) {
       String name = in.readUTF();
@@ -252,7 +282,7 @@ public final class RunningCalls {
     List<Loaded> loaded = new ArrayList<>();
     for (Path path : paths) {
       Loaded call = saved.get(path.getFileName().toString());
-      if (call == null && rollsBack) {
+      if (call == null && rollsBack && fault == null) {
         Files.deleteIfExists(path);
       } else {
         Journal journal = new Journal(path);
@@ -271,19 +301,26 @@ public final class RunningCalls {
     ByteBuffer in = ByteBuffer.wrap(Files.readAllBytes(journal));
     while (in.remaining() >= Long.BYTES) {
       long time = in.getLong();
-      Frame frame = Frame.take(in);
+      Frame frame = nextFrame(in);
       if (frame == null) {
-        break;  // the last frame is incomplete
+        break;  // the last frame is incomplete or damaged
       }
       frames.add(new TimedFrame(time, frame));
     }
     return frames;
   }
 
+  private static Frame nextFrame(ByteBuffer in) {
+    try {
+      return Frame.take(in);
+    } catch (IOException e) {
+      return null;
+    }
+  }
+
   /** Notes a file before it is created, so that a rollback removes it. */
   private void remember(Path path) throws IOException {
-    Files.writeString(created, store.directory().relativize(path) + "\n", StandardOpenOption.CREATE,
-        StandardOpenOption.APPEND);
+    FileOperations.append(created, (store.directory().relativize(path) + "\n").getBytes(StandardCharsets.UTF_8));
   }
 
   private void removeCreated(Set<String> keep) throws IOException {

@@ -22,8 +22,19 @@ import java.util.Set;
 public final class Store implements AutoCloseable {
   private static final int MAX_REMEMBERED = 10_000;
   private static final long MAX_WAITING = 256L << 20;
+  private static final long LARGE = 1 << 20;
+  private static final long RESERVE = 64 << 20;
   /** The directory with the state for a restart. */
   static final String RUNNING = "running";
+
+  /** Another recorder uses the directory. */
+  public static final class InUseException extends IOException {
+    private static final long serialVersionUID = 1;
+
+    InUseException(String message) {
+      super(message);
+    }
+  }
 
   /** Is called before a file is created. */
   interface CreationListener {
@@ -43,19 +54,27 @@ public final class Store implements AutoCloseable {
    * @throws IOException also when another recorder uses it
    */
   public Store(Path directory, Console console) throws IOException {
-    this(directory, console, () -> { });
+    this(directory, console, bytes -> admit(directory, bytes));
   }
 
-  /** Opens a directory with a gate for the disk thread; see {@link Disk}. */
-  public Store(Path directory, Console console, Disk.Job gate) throws IOException {
+  /** Opens a directory with a gate for the disk thread; see {@link Disk}. A test simulates a faulty disk with it. */
+  public Store(Path directory, Console console, Disk.Gate gate) throws IOException {
     this.directory = directory;
-    Files.createDirectories(running());
+    FileOperations.createDirectories(running());
     lock = lock(running().resolve("lock"));
     disk = new Disk(directory, Math.min(MAX_WAITING, Runtime.getRuntime().maxMemory() / 4), console, gate);
   }
 
+  /** Large files leave room for the recordings of some minutes. */
+  private static void admit(Path directory, long bytes) throws IOException {
+    long needed = bytes + Math.min(bytes, RESERVE);
+    if (bytes >= LARGE && Files.getFileStore(directory).getUsableSpace() < needed) {
+      throw new Disk.LeftOutException("a file of " + (bytes >> 20) + " MB does not fit on the disk");
+    }
+  }
+
   private FileChannel lock(Path file) throws IOException {
-    FileChannel channel = FileChannel.open(file, StandardOpenOption.CREATE, StandardOpenOption.WRITE);
+    FileChannel channel = FileOperations.open(file, StandardOpenOption.CREATE, StandardOpenOption.WRITE);
     FileLock held = null;
     try {
       held = channel.tryLock();
@@ -67,7 +86,7 @@ public final class Store implements AutoCloseable {
       }
     }
     if (held == null) {
-      throw new IOException("another recorder writes to " + directory + ": give this one another --out");
+      throw new InUseException("another recorder writes to " + directory + ": give this one another --out");
     }
     return channel;
   }
@@ -114,8 +133,8 @@ public final class Store implements AutoCloseable {
       if (!Files.exists(path)) {
         try {
           creationListener.creating(path);
-          Files.createDirectories(path.getParent());
-          Files.createFile(path);
+          FileOperations.createDirectories(path.getParent());
+          FileOperations.create(path);
           remember(key, number);
           return path;
         } catch (FileAlreadyExistsException e) {

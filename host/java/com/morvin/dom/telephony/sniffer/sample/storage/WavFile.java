@@ -19,6 +19,7 @@ public final class WavFile extends StoredFile {
   private static final long MAX_SAMPLES = 512L << 20;
 
   private final int rate;
+  /** The samples of the last second; null when all are flushed, because ended calls wait for the disk with it. */
   private ByteBuffer block;
   private long samples;
 
@@ -31,11 +32,6 @@ public final class WavFile extends StoredFile {
     super(store, name, "wav", path);
     this.rate = rate;
     this.samples = samples;
-    block = newBlock();
-  }
-
-  private ByteBuffer newBlock() {
-    return ByteBuffer.allocate(BYTES * rate).order(ByteOrder.LITTLE_ENDIAN);
   }
 
   /** Returns the sample rate in Hz. */
@@ -56,8 +52,11 @@ public final class WavFile extends StoredFile {
   /** Appends samples. */
   public void write(short[] decoded) {
     for (short sample : decoded) {
-      if (!block.hasRemaining()) {
+      if (block != null && !block.hasRemaining()) {
         flush();
+      }
+      if (block == null) {
+        block = ByteBuffer.allocate(BYTES * rate).order(ByteOrder.LITTLE_ENDIAN);
       }
       block.putShort(sample);
       samples++;
@@ -66,7 +65,7 @@ public final class WavFile extends StoredFile {
 
   /** Appends a number of zero samples. */
   public void silence(long length) {
-    if (length * BYTES <= block.remaining()) {
+    if (block != null && length * BYTES <= block.remaining()) {
       block.position(block.position() + (int) length * BYTES);
       samples += length;
     } else {
@@ -78,10 +77,10 @@ public final class WavFile extends StoredFile {
 
   @Override
   public void flush() {
-    if (block.position() > 0) {
+    if (block != null) {
       ByteBuffer full = block.flip();
       long end = samples;
-      block = newBlock();
+      block = null;
       submit(full.limit(), () -> store(full.duplicate(), end));
     }
   }

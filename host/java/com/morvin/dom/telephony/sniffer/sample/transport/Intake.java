@@ -1,6 +1,7 @@
 package com.morvin.dom.telephony.sniffer.sample.transport;
 
 import com.morvin.dom.telephony.sniffer.sample.console.Console;
+import com.morvin.dom.telephony.sniffer.sample.console.Text;
 import java.io.IOException;
 import java.util.ArrayDeque;
 import java.util.Queue;
@@ -8,8 +9,9 @@ import java.util.concurrent.TimeUnit;
 
 /**
  * Reads a transport on a thread of its own into a queue of at most 64 MiB, so that the socket is read even while the
- * recorder is busy. When the queue is full, the oldest frame is dropped and counted. A transport that redelivers is not
- * read while the queue is full, and nothing is dropped.
+ * recorder is busy. When the queue is full, the oldest media is dropped first, and signalling when no media waits.
+ * Dropped frames are counted; the beginning and the end of each overload are reported. A transport that redelivers is
+ * not read while the queue is full, and nothing is dropped.
  */
 public final class Intake implements AutoCloseable {
   private static final long MAX_BYTES = 64L << 20;
@@ -18,18 +20,33 @@ public final class Intake implements AutoCloseable {
   private static final long POLL_MILLIS = 200;
 
   private final Transport transport;
+  private final long maxBytes;
+  private final SteadyClock clock;
   private final Console console;
-  private final Queue<Received> frames = new ArrayDeque<>();
+  /** The waiting frames, oldest first. The numbers of the frames give the order of both queues. */
+  private final Queue<Received> signalling = new ArrayDeque<>();
+  private final Queue<Received> media = new ArrayDeque<>();
   private final Thread reader = new Thread(this::read, "reader");
   private long bytes;
   private long dropped;
+  private long droppedBefore;
+  private long droppedSignalling;
+  private long overloadedSince;
+  private boolean overloaded;
   private IOException failure;
   private boolean closed;
 
   /** Starts the thread. The caller closes the transport after this object. */
-  public Intake(Transport transport, Console console) {
+  public Intake(Transport transport, Console console, SteadyClock clock) {
+    this(transport, console, clock, MAX_BYTES);
+  }
+
+  /** Starts the thread with a queue of another size in bytes. */
+  public Intake(Transport transport, Console console, SteadyClock clock, long maxBytes) {
+    this.clock = clock;
     this.transport = transport;
     this.console = console;
+    this.maxBytes = maxBytes;
     reader.setDaemon(true);
     reader.start();
   }
@@ -37,7 +54,7 @@ public final class Intake implements AutoCloseable {
   /** Takes the oldest frame, as {@link Transport#receive} does. Called by one thread. */
   public synchronized Received receive(long timeoutMillis) throws IOException, InterruptedException {
     long deadline = System.nanoTime() + TimeUnit.MILLISECONDS.toNanos(timeoutMillis);
-    while (frames.isEmpty()) {
+    while (oldest().isEmpty()) {
       if (failure != null) {
         throw failure;
       }
@@ -47,10 +64,25 @@ public final class Intake implements AutoCloseable {
       }
       wait(left);
     }
-    Received received = frames.remove();
-    if (bytes >= MAX_BYTES) {
+    if (bytes >= maxBytes) {
       notifyAll();
     }
+    Received received = take(oldest());
+    if (overloaded && bytes < maxBytes / 2) {
+      recover();
+    }
+    return received;
+  }
+
+  /** Returns the queue with the oldest frame; an empty queue when no frame waits. */
+  private Queue<Received> oldest() {
+    boolean signallingFirst = media.isEmpty()
+        || !signalling.isEmpty() && signalling.element().number() < media.element().number();
+    return signallingFirst ? signalling : media;
+  }
+
+  private Received take(Queue<Received> from) {
+    Received received = from.remove();
     bytes -= sizeOf(received);
     return received;
   }
@@ -65,7 +97,7 @@ public final class Intake implements AutoCloseable {
       while (!isClosed()) {
         Received received = transport.receive(POLL_MILLIS);
         if (received != null) {
-          add(received);
+          add(transport.redelivers() ? received : received.readBy(clock));
         }
       }
     } catch (IOException e) {
@@ -82,21 +114,41 @@ public final class Intake implements AutoCloseable {
   }
 
   private synchronized void add(Received received) throws InterruptedException {
-    while (transport.redelivers() && bytes >= MAX_BYTES && !closed) {
+    while (transport.redelivers() && bytes >= maxBytes && !closed) {
       wait();
     }
-    while (bytes >= MAX_BYTES) {
-      bytes -= sizeOf(frames.remove());
-      if (dropped++ == 0) {
-        console.line("the recorder is too slow for what comes: " + (MAX_BYTES >> 20)
-            + " MB wait, the oldest frames are dropped");
-      }
+    while (bytes >= maxBytes) {
+      drop();
     }
-    frames.add(received);
+    boolean first = oldest().isEmpty();
+    (received.frame().protocol() == Frame.RTP ? media : signalling).add(received);
     bytes += sizeOf(received);
-    if (frames.size() == 1) {
+    if (first) {
       notifyAll();
     }
+  }
+
+  private void drop() {
+    if (!overloaded) {
+      overloaded = true;
+      overloadedSince = System.nanoTime();
+      droppedBefore = dropped;
+      droppedSignalling = 0;
+      console.line("the recorder is too slow for what comes: " + (maxBytes >> 20)
+          + " MB wait, the oldest media is dropped first");
+    }
+    droppedSignalling += media.isEmpty() ? 1 : 0;
+    dropped++;
+    take(media.isEmpty() ? signalling : media);
+  }
+
+  /** Reports the end of an overload. */
+  private void recover() {
+    overloaded = false;
+    long millis = TimeUnit.NANOSECONDS.toMillis(System.nanoTime() - overloadedSince);
+    console.line("the recorder has caught up after " + Text.seconds(millis) + " s: "
+        + Text.count(dropped - droppedBefore - droppedSignalling, "media frame") + " and "
+        + Text.count(droppedSignalling, "signalling frame") + " dropped");
   }
 
   private static long sizeOf(Received received) {
@@ -113,6 +165,9 @@ public final class Intake implements AutoCloseable {
   public void close() {
     synchronized (this) {
       closed = true;
+      if (overloaded) {
+        recover();
+      }
       notifyAll();
     }
     boolean interrupted = false;

@@ -24,6 +24,7 @@ import java.util.concurrent.ConcurrentHashMap;
 public final class TcpTransport implements Transport {
   private static final int MAX_CONNECTIONS = 16;
   private static final int RECEIVE_BUFFER = 8 << 20;
+  private static final int MIN_RECEIVE_BUFFER = 2 << 20;
 
   private final Console console;
   private final Selector selector = Selector.open();
@@ -37,11 +38,30 @@ public final class TcpTransport implements Transport {
   public TcpTransport(InetSocketAddress address, Console console) throws IOException {
     this.console = console;
     listener.setOption(StandardSocketOptions.SO_REUSEADDR, true);
-    listener.setOption(StandardSocketOptions.SO_RCVBUF, RECEIVE_BUFFER);
+    enlargeReceiveBuffer();
     listener.bind(address);
     listener.configureBlocking(false);
     listener.register(selector, SelectionKey.OP_ACCEPT);
     console.line("waiting for the sniffer on TCP " + Text.of((InetSocketAddress) listener.getLocalAddress()));
+  }
+
+  /**
+   * Requests a large receive buffer, unless the kernel gives only a small one: a request ends the automatic growth of
+   * the buffer, which would become larger.
+   */
+  private void enlargeReceiveBuffer() throws IOException {
+    int given;
+    try (ServerSocketChannel probe = ServerSocketChannel.open()) {
+      given = probe.setOption(StandardSocketOptions.SO_RCVBUF, RECEIVE_BUFFER)
+          .getOption(StandardSocketOptions.SO_RCVBUF);
+    }
+    String warning = ReceiveBuffer.warning(RECEIVE_BUFFER, given);
+    if (given >= MIN_RECEIVE_BUFFER) {
+      listener.setOption(StandardSocketOptions.SO_RCVBUF, RECEIVE_BUFFER);
+    }
+    if (!warning.isEmpty()) {
+      console.line(warning);
+    }
   }
 
   /** Returns the port that it listens on. */

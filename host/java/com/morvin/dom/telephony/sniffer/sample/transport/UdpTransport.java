@@ -60,6 +60,10 @@ public final class UdpTransport implements Transport {
     this.console = console;
     socket = new DatagramSocket(null);
     socket.setReceiveBufferSize(RECEIVE_BUFFER);
+    String warning = ReceiveBuffer.warning(RECEIVE_BUFFER, socket.getReceiveBufferSize());
+    if (!warning.isEmpty()) {
+      console.line(warning);
+    }
     socket.bind(address);
     newSince = System.nanoTime();
     console.line("waiting for the sniffer on UDP " + Text.of((InetSocketAddress) socket.getLocalSocketAddress()));

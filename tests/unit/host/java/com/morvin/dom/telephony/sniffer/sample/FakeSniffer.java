@@ -1,15 +1,19 @@
 package com.morvin.dom.telephony.sniffer.sample;
 
 import com.morvin.dom.telephony.sniffer.sample.console.Console;
+import com.morvin.dom.telephony.sniffer.sample.page.CallPages;
 import com.morvin.dom.telephony.sniffer.sample.recording.Recorder;
 import com.morvin.dom.telephony.sniffer.sample.service.Service;
-import com.morvin.dom.telephony.sniffer.sample.service.TimeSource;
 import com.morvin.dom.telephony.sniffer.sample.storage.CallReport;
+import com.morvin.dom.telephony.sniffer.sample.storage.Disk;
+import com.morvin.dom.telephony.sniffer.sample.storage.EraseRequests;
+import com.morvin.dom.telephony.sniffer.sample.storage.ReportListener;
 import com.morvin.dom.telephony.sniffer.sample.storage.Store;
 import com.morvin.dom.telephony.sniffer.sample.transport.Command;
 import com.morvin.dom.telephony.sniffer.sample.transport.Endpoint;
 import com.morvin.dom.telephony.sniffer.sample.transport.Frame;
 import com.morvin.dom.telephony.sniffer.sample.transport.Received;
+import com.morvin.dom.telephony.sniffer.sample.transport.SteadyClock;
 import com.morvin.dom.telephony.sniffer.sample.transport.Transport;
 import java.io.ByteArrayInputStream;
 import java.io.ByteArrayOutputStream;
@@ -21,6 +25,8 @@ import java.nio.ByteOrder;
 import java.nio.charset.StandardCharsets;
 import java.nio.file.Files;
 import java.nio.file.Path;
+import java.nio.file.attribute.FileTime;
+import java.nio.file.attribute.PosixFilePermissions;
 import java.time.Instant;
 import java.util.ArrayList;
 import java.util.HashMap;
@@ -28,6 +34,7 @@ import java.util.Iterator;
 import java.util.List;
 import java.util.Map;
 import java.util.Set;
+import java.util.concurrent.CompletableFuture;
 import java.util.concurrent.ConcurrentHashMap;
 import java.util.concurrent.CopyOnWriteArrayList;
 import java.util.concurrent.CountDownLatch;
@@ -39,7 +46,7 @@ import javax.sound.sampled.AudioSystem;
 import javax.sound.sampled.UnsupportedAudioFileException;
 
 /** A recorder, and a sniffer that classifies traffic as the real one does. The test moves their clock. */
-final class FakeSniffer implements Transport, TimeSource {
+final class FakeSniffer implements Transport {
   private static final AudioFormat FORMAT = new AudioFormat(8000, 16, 1, true, false);
 
   private static final Map<String, Short> LINEAR = new ConcurrentHashMap<>();
@@ -55,17 +62,21 @@ final class FakeSniffer implements Transport, TimeSource {
   private final List<Received> unsafe = new CopyOnWriteArrayList<>();
   private final Map<Short, Character> letters = new HashMap<>();
   private volatile CountDownLatch stalled = new CountDownLatch(0);
-  private volatile boolean full;
+  private volatile long fits = Long.MAX_VALUE;
+  private volatile boolean broken;
   private volatile CountDownLatch refusals = new CountDownLatch(2);
   Store store;
   Recorder recorder;
   private final Path directory;
-  /** The time of day is the steady time and an offset, which jumps when somebody sets the clock. */
-  long offset = Instant.parse("2026-01-02T03:04:05Z").toEpochMilli();
-  private long now;
+  private long now = Instant.parse("2026-01-02T03:04:05Z").toEpochMilli();
   private int sessions = 1;
   private int current = 1;
   private long number;
+  private SteadyClock clock;
+  private long keepMillis;
+  private boolean ignoresDigits;
+  /** By how much the time of day was set forward. */
+  long setForward;
   long lateMillis;
   boolean losesCommands;
   boolean refusesCommand;
@@ -86,42 +97,121 @@ final class FakeSniffer implements Transport, TimeSource {
   }
 
   private void start() throws IOException {
-    store = new Store(directory, console, () -> {
+    store = new Store(directory, console, bytes -> {
       try {
         stalled.await();
       } catch (InterruptedException e) {
         throw new IOException(e);
       }
-      if (full) {
+      if (broken) {
+        throw new IllegalStateException("broken");
+      }
+      if (bytes > fits) {
         refusals.countDown();
-        throw new IOException("No space left on device");
+        throw bytes > 1 << 20 ? new Disk.LeftOutException("too large") : new IOException("No space left on device");
       }
     });
-    recorder = new Recorder(store, Service.Limits.NONE, console, this, reports::add);
+    clock = new SteadyClock(() -> Instant.ofEpochMilli(now + setForward), () -> 1_000_000 * now);
+    CallPages pages = new CallPages(directory, () -> Instant.ofEpochMilli(now));
+    Retention retention = new Retention(directory, pages, clock, keepMillis, console);
+    recorder = new Recorder(store, Service.Limits.NONE, console, clock, new ReportListener() {
+      @Override
+      public void began(CallReport call) throws IOException {
+        retention.began(call);
+      }
+
+      @Override
+      public void merged(CallReport call) throws IOException {
+        retention.merged(call);
+      }
+
+      @Override
+      public void ended(CallReport call) throws IOException {
+        reports.add(call);
+        retention.ended(call);
+      }
+
+      @Override
+      public void tick() {
+        retention.tick();
+      }
+    });
+    if (ignoresDigits) {
+      recorder.ignoreDigits();
+    }
     recorder.attach(this);
   }
 
-  /** Sets the state of the disk: "full", "stalled" or "good". */
+  /** Sets the state of the disk: "full", "small", "broken", "stalled" or "good". */
   void disk(String state) {
+    if (fits > 0 && stalled.getCount() == 0) {
+      awaitDisk();
+    }
     refusals = new CountDownLatch(2);
-    full = state.equals("full");
+    broken = state.equals("broken");
+    fits = state.equals("full") ? 0 : state.equals("small") ? 1 << 20 : Long.MAX_VALUE;
     stalled.countDown();
     stalled = new CountDownLatch(state.equals("stalled") ? 1 : 0);
   }
 
-  /** Stops or kills the recorder and starts another one. Frames that were not acknowledged are delivered again. */
+  /**
+   * Stops or kills the recorder and starts another one; "damaged" also empties the checkpoint. Frames that were not
+   * acknowledged are delivered again.
+   */
   void restart(String how) throws IOException {
     if (how.equals("stop")) {
       recorder.stop();
       recorder.finish();
     }
     store.close();
+    if (how.equals("damaged")) {
+      Files.write(directory.resolve("running").resolve("checkpoint"), new byte[0]);
+    }
     list.clear();
     current = ++sessions;
     start();
     List<Received> again = List.copyOf(unsafe);
     unsafe.clear();
     again.forEach(this::deliver);
+  }
+
+  /** Stops the recorder and starts it with an option of its command line. */
+  void option(String option) throws IOException {
+    ignoresDigits |= option.equals("no-digits");
+    if (option.startsWith("keep=")) {
+      keepMillis = 86_400_000L * Long.parseLong(option.substring(5));
+      try (Stream<Path> all = Files.walk(directory)) {
+        for (Path path : all.toList()) {
+          Files.setLastModifiedTime(path, FileTime.fromMillis(now)); // the clock of the test is not that of the disk
+        }
+      }
+    }
+    restart("stop");
+  }
+
+  /** Asks the recorder to erase a call. Returns the number of erased calls. */
+  int erase(String call) throws Exception {
+    CompletableFuture<Integer> erased = new CompletableFuture<>();
+    Thread other = new Thread(() -> {
+      try {
+        erased.complete(new EraseRequests(directory).request(call, 60));
+      } catch (IOException | InterruptedException e) {
+        erased.completeExceptionally(e);
+      }
+    });
+    other.start();
+    while (!erased.isDone()) {
+      pass(1000);
+    }
+    return erased.get();
+  }
+
+  /** Returns the number of lines of the page that contain a text. */
+  long shown(String text) throws IOException {
+    awaitDisk();
+    try (Stream<String> lines = Files.lines(directory.resolve("index.html"))) {
+      return lines.filter(line -> line.startsWith("{") && line.contains(text)).count();
+    }
   }
 
   void redeliver() throws IOException {
@@ -187,13 +277,14 @@ final class FakeSniffer implements Transport, TimeSource {
   }
 
   void frame(int protocol, Endpoint source, Endpoint destination, byte[] payload) {
-    deliver(new Received(new Frame(protocol, destination, source, payload), current,
-        lateMillis == 0 && !redelivers ? 0 : millis() - lateMillis, ++number));
+    Received received = new Received(new Frame(protocol, destination, source, payload), current,
+        lateMillis == 0 && !redelivers ? 0 : now + setForward - lateMillis, ++number);
+    deliver(redelivers ? received : received.readBy(clock));
   }
 
   /** Moves the clock. */
   void pass(long millis) {
-    if (!full && stalled.getCount() == 0) {
+    if (fits > 0 && stalled.getCount() == 0) {
       awaitDisk(); // the clock of the test is faster than the disk
     }
     for (long end = now + millis; now < end;) {
@@ -297,10 +388,11 @@ final class FakeSniffer implements Transport, TimeSource {
 
   /** Waits until the disk thread has done all jobs so far; on a full disk, until it has reported the failure. */
   private void awaitDisk() {
-    CountDownLatch done = full ? refusals : new CountDownLatch(1);
-    if (!full) {
+    CountDownLatch done = fits == 0 ? refusals : new CountDownLatch(1);
+    if (fits > 0) {
       // The jobs so far may queue further ones, so the last job is queued after them.
-      store.disk().submit(() -> store.disk().submit(done::countDown));
+      store.disk().submit(1, List.of(() -> store.disk().submit(1, List.of(done::countDown), done::countDown)),
+          done::countDown);
     }
     try {
       done.await();
@@ -329,7 +421,11 @@ final class FakeSniffer implements Transport, TimeSource {
   List<Path> files(String nameEnd) throws IOException {
     awaitDisk();
     try (Stream<Path> files = Files.list(directory)) {
-      return files.filter(file -> file.toString().endsWith(nameEnd)).sorted().toList();
+      List<Path> found = files.filter(file -> file.toString().endsWith(nameEnd)).sorted().toList();
+      for (Path file : found) {
+        Testing.that(!PosixFilePermissions.toString(Files.getPosixFilePermissions(file)).endsWith("r--"), "" + file);
+      }
+      return found;
     }
   }
 
@@ -339,20 +435,11 @@ final class FakeSniffer implements Transport, TimeSource {
   }
 
   String printed() {
+    console.flush(Long.MAX_VALUE / 1_000_000);
     return printed.toString(StandardCharsets.UTF_8);
   }
 
-  // The methods below are the clocks and the transport of the recorder.
-
-  @Override
-  public long millis() {
-    return offset + now;
-  }
-
-  @Override
-  public long steadyMillis() {
-    return now;
-  }
+  // The methods below are the transport of the recorder.
 
   @Override
   public void send(int sniffer, Command command) {

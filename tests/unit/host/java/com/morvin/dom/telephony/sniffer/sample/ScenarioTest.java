@@ -80,9 +80,12 @@ final class ScenarioTest {
       case "udp" -> sniffer.udp(at(words[1]), at(words[2]), HexFormat.of().parseHex(words[3]));
       case "replay" -> replay(words[1]);
       case "pass" -> sniffer.pass(Long.parseLong(words[1]));
-      case "clock" -> sniffer.offset += Long.parseLong(words[1]);
       case "sniffer" -> sniffer.session(Integer.parseInt(words[1]));
       case "late" -> sniffer.lateMillis = Long.parseLong(words[1]);
+      case "clock" -> sniffer.setForward += Long.parseLong(words[1]);
+      case "option" -> sniffer.option(words[1]);
+      case "erase" -> equal(sniffer.erase(words[1]), Integer.parseInt(words[2]));
+      case "shown" -> equal(sniffer.shown(words[1]), Long.parseLong(words[2]));
       case "forgets" -> sniffer.list.clear();
       case "misses" -> sniffer.list.remove(at(words[1]));
       case "commands-get-lost" -> sniffer.losesCommands = true;
@@ -175,10 +178,10 @@ final class ScenarioTest {
     sniffer.sip(host(words[1]), host(words[2]), message.toString());
   }
 
-  /** Sends a packet for each letter of rtp FROM TO LETTERS [pt= ssrc= seq= ts= every= by=letter]; "." is a lost one. */
+  /** Sends a packet for each letter of rtp FROM TO LETTERS [pt= ssrc= ... by=letter]; "." is a lost one. */
   private void rtp(String[] words) {
     Map<String, Integer> options =
-        new HashMap<>(Map.of("pt", 8, "ssrc", 7, "seq", 0, "ts", 0, "every", 20, "size", SIZE));
+        new HashMap<>(Map.of("pt", 8, "ssrc", 7, "seq", 0, "ts", 0, "every", 20, "size", SIZE, "late", 0, "slow", 0));
     boolean byLetter = words[words.length - 1].equals("by=letter");
     for (int i = 4; i < words.length - (byLetter ? 1 : 0); i++) {
       options.put(words[i].split("=")[0], Integer.decode(words[i].split("=")[1]));
@@ -189,11 +192,12 @@ final class ScenarioTest {
       int index = byLetter ? letter - 'a' : i;
       byte[] payload = new byte[options.get("size")];
       Arrays.fill(payload, (byte) letter);
+      sniffer.lateMillis = Math.max(0, options.get("late") - i * 20);
       if (letter != '.') {
         sniffer.udp(at(words[1]), at(words[2]), FakeSniffer.rtp(options.get("pt"), options.get("seq") + index & 0xffff,
             options.get("ts") + index * SIZE, options.get("ssrc"), payload));
       }
-      sniffer.pass(options.get("every"));
+      sniffer.pass(options.get("every") + (options.get("slow") > 0 && i % options.get("slow") == 0 ? 1 : 0));
     }
   }
 

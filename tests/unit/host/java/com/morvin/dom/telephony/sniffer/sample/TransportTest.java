@@ -7,7 +7,10 @@ import com.morvin.dom.telephony.sniffer.sample.console.Console;
 import com.morvin.dom.telephony.sniffer.sample.transport.Command;
 import com.morvin.dom.telephony.sniffer.sample.transport.EmbeddedTransport;
 import com.morvin.dom.telephony.sniffer.sample.transport.Frame;
+import com.morvin.dom.telephony.sniffer.sample.transport.Intake;
+import com.morvin.dom.telephony.sniffer.sample.transport.ReceiveBuffer;
 import com.morvin.dom.telephony.sniffer.sample.transport.Received;
+import com.morvin.dom.telephony.sniffer.sample.transport.SteadyClock;
 import com.morvin.dom.telephony.sniffer.sample.transport.TcpTransport;
 import com.morvin.dom.telephony.sniffer.sample.transport.Transport;
 import com.morvin.dom.telephony.sniffer.sample.transport.UdpTransport;
@@ -40,6 +43,7 @@ final class TransportTest {
   private final Console console = new Console(new PrintStream(printed, true, StandardCharsets.UTF_8), false);
 
   private String printed() {
+    console.flush(Long.MAX_VALUE / 1_000_000);
     return printed.toString(StandardCharsets.UTF_8);
   }
 
@@ -103,6 +107,8 @@ final class TransportTest {
   }
 
   void testUdp() throws Exception {
+    equal(ReceiveBuffer.warning(16 << 20, 16 << 20), "");
+    that(ReceiveBuffer.warning(16 << 20, 208 << 10).contains("sysctl -w net.core.rmem_max=16777216"), "no advice");
     long start = System.nanoTime();
     try (UdpTransport link = new UdpTransport(ANY, console)) {
       InetSocketAddress recorder = new InetSocketAddress("127.0.0.1", link.port());
@@ -146,6 +152,8 @@ final class TransportTest {
       equal(RecorderMain.run(line.split(" ")), 2);
     }
     Testing.inDirectory(directory -> {
+      WarmUp.run(directory.resolve("missing"), console);
+      that(printed().contains("rehearsal failed"), printed());
       try (Socket reserved = new Socket()) {
         // A bound socket keeps the port from other programs. With SO_REUSEADDR the recorder can still listen on it.
         reserved.setReuseAddress(true);
@@ -207,6 +215,31 @@ final class TransportTest {
     public int sendRequest(byte[] command) {
       requests.add(command);
       return command.length;
+    }
+  }
+
+  /** A recorder that is too slow loses media before signalling, and each overload is reported with numbers. */
+  void testOverload() throws Exception {
+    FakeEngine engine = new FakeEngine();
+    try (EmbeddedTransport link = new EmbeddedTransport(engine);
+         Intake intake = new Intake(link, console, SteadyClock.system(), 41_500)) {
+      for (int episode = 1; episode <= 2; episode++) {
+        for (int i = 0; i < 200; i++) {
+          engine.frames.add(frame(i % 5 == 0 ? Frame.SIP : Frame.RTP, 800));
+        }
+        engine.frames.add(frame(Frame.H323, 3));
+        for (int i = 0; i < TRIES && !engine.frames.isEmpty(); i++) {
+          Thread.sleep(10);
+        }
+        int signalling = 0;
+        for (int last = 0; last != Frame.H323; signalling += last == Frame.RTP ? 0 : 1) {
+          last = intake.receive(60_000).frame().protocol();
+        }
+        equal(signalling, 41);
+        equal(printed().split("media is dropped first", -1).length - 1, episode);
+        String end = ".*caught up after \\S+ s: 1[56]\\d media frames and 0 signalling.*";
+        that(printed().matches("(?s)(" + end + "){" + episode + "}"), printed());
+      }
     }
   }
 
