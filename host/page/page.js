@@ -3,7 +3,11 @@
 (() => {
   const byId = id => document.getElementById(id);
   /** A line for each call; the last one counts when it is complete. */
-  const lines = () => byId('data').textContent.split('\n').slice(0, -1).filter(line => line);
+  const lines = () =>
+    byId('data')
+      .textContent.split('\n')
+      .slice(0, -1)
+      .filter(line => line);
 
   // Asked by a page that shows itself: the same file in a hidden frame, which hands over what has been added to it.
   const live = /^\?live=(\d+)$/.exec(location.search);
@@ -17,15 +21,15 @@
 
   const archived = /\/days\/\d[^/]*$/.test(location.pathname);
   const base = archived ? '../' : '';
-  const ROWS = 150;   // are drawn at a time
-  const BARS = 36;    // of a sketch
+  const ROWS = 150; // are drawn at a time
+  const BARS = 36; // of a sketch
   const FILTERS = ['heard', 'flawed'];
   const calls = new Map();
-  let head = '';      // the first line of data: what page this is
-  let taken = 0;      // lines of data
-  let found = [];     // calls that the search lets through, in order
+  let head = ''; // the first line of data: what page this is
+  let taken = 0; // lines of data
+  let found = []; // calls that the search lets through, in order
   let drawn = 0;
-  let shown = null;   // the call on the right
+  let shown = null; // the call on the right
   let player = null;
 
   // ---------------------------------------------------------------- small things
@@ -78,14 +82,18 @@
     if (!match) return {name: address || 'unknown', host: ''};
     const host = match[2].replace(/:5060$/, '');
     let name = match[1] || '';
-    try { name = decodeURIComponent(name); } catch { /* then as it stands */ }
+    try {
+      name = decodeURIComponent(name);
+    } catch {
+      /* then as it stands */
+    }
     return name ? {name, host} : {name: host || 'unknown', host: ''};
   }
 
   const pressed = button => button.getAttribute('aria-pressed') === 'true';
   const press = (button, on) => button.setAttribute('aria-pressed', on);
   const bdi = text => h('bdi', {}, text);
-  const brief = text => text.length > 60 ? [...text].slice(0, 60).join('') + '…' : text;
+  const brief = text => (text.length > 60 ? [...text].slice(0, 60).join('') + '…' : text);
   const flawed = call => call.voices.some(voice => voice.lost || voice.gaps.length);
   const escaped = text => encodeURIComponent(text.replace(/\p{Cs}/gu, '\ufffd'));
   const fileUrl = file => base + file.split('/').map(escaped).join('/');
@@ -110,7 +118,7 @@
         const call = prepare(record);
         into.set(call.name, call);
       } catch (error) {
-        console.info(`a line is left out: ${error.message}`);   // it was cut off when the machine died
+        console.info(`a line is left out: ${error.message}`); // it was cut off when the machine died
       }
     }
   }
@@ -118,34 +126,55 @@
   /** The report of a call, with what drawing and searching need. Times within a call are seconds from its start. */
   function prepare({was, call, peaks, running}) {
     call.was = was;
-    call.legs = call.legs || [];   // earlier versions did not write them
-    call.name = call.name || was;   // a running call has no files to be named after
+    call.legs = call.legs || []; // earlier versions did not write them
+    call.name = call.name || was; // a running call has no files to be named after
     call.running = running;
     call.from = party(call.caller);
     call.to = party(call.callee);
     call.voices = [call.fromCaller, call.fromCallee];
     const stereo = fromFirstSound(call);
-    call.both = call.stereo ? [{file: call.stereo, offset: stereo}, ...call.moreStereo || []] : [];   // a long call has several files
+    call.both = call.stereo ? [{file: call.stereo, offset: stereo}, ...(call.moreStereo || [])] : [];
     call.voices.forEach((voice, i) => {
       voice.who = i ? call.to : call.from;
       voice.role = i ? 'callee' : 'caller';
-      voice.gaps = voice.parts.flatMap(part => part.gaps.map(gap => [part.offset + gap.from, part.offset + gap.to]));
-      voice.sounds = voice.parts.map((part, k) => ({...part, peaks: peaks && peaks[i][k]})).filter(part => part.peaks);
+      voice.gaps = voice.parts.flatMap(part =>
+        part.gaps.map(gap => [part.offset + gap.from, part.offset + gap.to]),
+      );
+      voice.sounds = voice.parts
+        .map((part, k) => ({...part, peaks: peaks && peaks[i][k]}))
+        .filter(part => part.peaks);
     });
     const sounds = call.voices.flatMap(voice => voice.sounds);
     call.begin = sounds.length ? Math.min(...sounds.map(sound => sound.offset)) : 0;
     call.total = Math.max(0, ...sounds.map(sound => sound.offset + sound.duration));
     call.seconds = (call.end - call.start) / 1000;
-    call.unplayable = call.total ? '' : [...new Set(call.voices.flatMap(voice => voice.parts.map(part => part.codec)))].join(', ');
-    call.text = [call.caller, call.callee, call.from.name, call.to.name, call.id, ...call.legs.flatMap(leg => [leg.id, leg.caller, leg.callee]), call.protocol, call.endReason, isoDay(call.start),
-      clock.format(call.start), longDay.format(call.start), ...call.notes, ...call.voices.map(voice => voice.digits.map(digit => digit.digit).join(''))].join('\n').toLowerCase();
+    call.unplayable = call.total
+      ? ''
+      : [...new Set(call.voices.flatMap(voice => voice.parts.map(part => part.codec)))].join(', ');
+    call.text = [
+      call.caller,
+      call.callee,
+      call.from.name,
+      call.to.name,
+      call.id,
+      ...call.legs.flatMap(leg => [leg.id, leg.caller, leg.callee]),
+      call.protocol,
+      call.endReason,
+      isoDay(call.start),
+      clock.format(call.start),
+      longDay.format(call.start),
+      ...call.notes,
+      ...call.voices.map(voice => voice.digits.map(digit => digit.digit).join('')),
+    ]
+      .join('\n')
+      .toLowerCase();
     call.numbers = [call.from.name, call.to.name].map(name => name.replace(/\D/g, '')).join('\n');
     return call;
   }
 
   /**
-   * Media can be captured before the first message that the recorder saw: the call then begins with it. Returns the offset
-   * of the stereo file, which begins with the call or the first decoded sound.
+   * Media can be captured before the first message that the recorder saw: the call then begins with it. Returns the
+   * offset of the stereo file, which begins with the call or the first decoded sound.
    */
   function fromFirstSound(call) {
     const parts = call.voices.flatMap(voice => voice.parts);
@@ -153,7 +182,7 @@
     const early = Math.min(0, ...parts.map(part => part.offset));
     if (early < 0) {
       call.start += early * 1000;
-      for (const part of [...parts, ...call.moreStereo || []]) part.offset -= early;
+      for (const part of [...parts, ...(call.moreStereo || [])]) part.offset -= early;
       for (const event of [...call.ladder, ...call.voices.flatMap(voice => voice.digits)]) event.at -= early;
     }
     return Math.min(0, ...first) - early;
@@ -161,9 +190,9 @@
 
   // ---------------------------------------------------------------- all days
 
-  const archive = new Map();   // calls of the other pages, with what the list and the search need
+  const archive = new Map(); // calls of the other pages, with what the list and the search need
   const readPages = new Set();
-  let reading = null;          // which of the other pages is read at present
+  let reading = null; // which of the other pages is read at present
 
   /** Adds the calls of all other pages to the list. Each page is read once, in a hidden frame like the news. */
   async function searchEverywhere() {
@@ -202,9 +231,12 @@
         frame.remove();
         resolve(all);
       };
-      const hear = event => event.source === frame.contentWindow && event.data && Array.isArray(event.data.lines) &&
+      const hear = event =>
+        event.source === frame.contentWindow &&
+        event.data &&
+        Array.isArray(event.data.lines) &&
         done(event.data.lines.map(String));
-      const late = setTimeout(() => done([]), 60000);   // it was deleted
+      const late = setTimeout(() => done([]), 60000); // it was deleted
       addEventListener('message', hear);
       document.body.append(frame);
     });
@@ -214,10 +246,40 @@
   function outline(call, page) {
     const {name, start, end, seconds, caller, callee, endReason, from, to, text, numbers, begin, total} = call;
     const step = (total - begin) / BARS;
-    const voices = call.voices.map(voice => ({role: voice.role, lost: voice.lost, gaps: Array(voice.gaps.length),
-      sounds: total ? [{offset: begin, duration: total - begin, peaks: Array.from({length: BARS},
-        (_, i) => ALPHABET[Math.round(63 * loudest(voice, begin + i * step, begin + (i + 1) * step))]).join('')}] : []}));
-    return {page, name, start, end, seconds, caller, callee, endReason, from, to, text, numbers, begin, total, voices};
+    const voices = call.voices.map(voice => ({
+      role: voice.role,
+      lost: voice.lost,
+      gaps: Array(voice.gaps.length),
+      sounds: total
+        ? [
+            {
+              offset: begin,
+              duration: total - begin,
+              peaks: Array.from(
+                {length: BARS},
+                (_, i) => ALPHABET[Math.round(63 * loudest(voice, begin + i * step, begin + (i + 1) * step))],
+              ).join(''),
+            },
+          ]
+        : [],
+    }));
+    return {
+      page,
+      name,
+      start,
+      end,
+      seconds,
+      caller,
+      callee,
+      endReason,
+      from,
+      to,
+      text,
+      numbers,
+      begin,
+      total,
+      voices,
+    };
   }
 
   function matcher() {
@@ -228,19 +290,25 @@
     const terms = query.split(/\s+/);
     // (030) 123-45 finds +493012345: punctuation and leading zeros do not count.
     const number = /^[+(\d][\d\s()./-]{2,}$/.test(query) && query.replace(/\D/g, '').replace(/^0+/, '');
-    return call => (!day || isoDay(call.start) === day) && (!onlyFlawed || flawed(call)) && (!onlyHeard || call.running || call.total > 0) &&
+    return call =>
+      (!day || isoDay(call.start) === day) &&
+      (!onlyFlawed || flawed(call)) &&
+      (!onlyHeard || call.running || call.total > 0) &&
       (!query || terms.every(term => call.text.includes(term)) || (number && call.numbers.includes(number)));
   }
 
   function search() {
     const fits = matcher();
-    found = [...calls.values()].filter(fits)
+    found = [...calls.values()]
+      .filter(fits)
       .sort((a, b) => !!b.running - !!a.running || b.start - a.start || (a.name < b.name ? 1 : -1));
     const all = calls.size;
     const up = found.filter(call => call.running).length;
     const narrowed = found.length !== all;
-    byId('summary').textContent = (narrowed ? `${found.length.toLocaleString()} of ${plural(all, 'call')}` : plural(all, 'call')) +
-      (up ? `, ${up.toLocaleString()} running` : '') + (reading ? `, ${reading}` : '');
+    byId('summary').textContent =
+      (narrowed ? `${found.length.toLocaleString()} of ${plural(all, 'call')}` : plural(all, 'call')) +
+      (up ? `, ${up.toLocaleString()} running` : '') +
+      (reading ? `, ${reading}` : '');
     drawList();
   }
 
@@ -248,8 +316,10 @@
 
   const list = byId('calls');
   const sentinel = h('div', {class: 'sentinel'});
-  new IntersectionObserver(entries => entries.some(entry => entry.isIntersecting) && drawMore(), {root: list, rootMargin: '600px'})
-    .observe(sentinel);
+  new IntersectionObserver(entries => entries.some(entry => entry.isIntersecting) && drawMore(), {
+    root: list,
+    rootMargin: '600px',
+  }).observe(sentinel);
 
   function drawList() {
     const focus = document.activeElement && document.activeElement.closest('.row');
@@ -260,19 +330,34 @@
     drawMore(top > 0 ? many : ROWS);
     list.scrollTop = top;
     if (focus && focus.isConnected) focus.focus({preventScroll: true});
-    if (!found.length) list.append(calls.size ? nothingFound() : h('div', {class: 'empty'},
-      h('strong', {}, 'No call yet'), h('p', {}, 'Calls appear here as the recorder hears them.')));
+    if (!found.length)
+      list.append(
+        calls.size
+          ? nothingFound()
+          : h(
+              'div',
+              {class: 'empty'},
+              h('strong', {}, 'No call yet'),
+              h('p', {}, 'Calls appear here as the recorder hears them.'),
+            ),
+      );
   }
 
   function nothingFound() {
     const day = byId('day').value;
     const elsewhere = day && pages().find(page => page.first <= day && day <= page.last);
-    return h('div', {class: 'empty'}, h('strong', {}, 'No call fits'),
-      elsewhere ? h('p', {}, 'That day has a page of its own: ', h('a', {href: elsewhere.href}, elsewhere.label))
-                : h('p', {}, 'Try fewer words, a part of the number, or another day.'),
-      !byId('everywhere').hidden && !pressed(byId('everywhere')) &&
+    return h(
+      'div',
+      {class: 'empty'},
+      h('strong', {}, 'No call fits'),
+      elsewhere
+        ? h('p', {}, 'That day has a page of its own: ', h('a', {href: elsewhere.href}, elsewhere.label))
+        : h('p', {}, 'Try fewer words, a part of the number, or another day.'),
+      !byId('everywhere').hidden &&
+        !pressed(byId('everywhere')) &&
         h('button', {type: 'button', class: 'toggle', onclick: searchEverywhere}, 'Search all days'),
-      h('button', {type: 'button', class: 'toggle', onclick: clearSearch}, 'Show all calls'));
+      h('button', {type: 'button', class: 'toggle', onclick: clearSearch}, 'Show all calls'),
+    );
   }
 
   function clearSearch() {
@@ -301,21 +386,45 @@
   }
 
   const address = call => (call.page || '') + '#' + escaped(call.name);
-  const lasting = (call, attributes) => h('span', {...attributes, 'data-since': call.running && call.start},
-    length(call.running ? (Date.now() - call.start) / 1000 : call.seconds));
+  const lasting = (call, attributes) =>
+    h(
+      'span',
+      {...attributes, 'data-since': call.running && call.start},
+      length(call.running ? (Date.now() - call.start) / 1000 : call.seconds),
+    );
 
   function row(call) {
-    return h('a', {class: 'row', href: address(call), draggable: 'false', title: `${call.caller} → ${call.callee}\n${call.endReason}`},
+    return h(
+      'a',
+      {
+        class: 'row',
+        href: address(call),
+        draggable: 'false',
+        title: `${call.caller} → ${call.callee}\n${call.endReason}`,
+      },
       h('time', {datetime: new Date(call.start).toISOString()}, clock.format(call.start)),
-      h('span', {class: 'who'}, bdi(call.from.name)), h('span', {class: 'whom'}, h('i', {'aria-label': 'to'}, '→'), bdi(call.to.name)),
-      call.running ? h('em', {class: 'live'}, 'Running') : call.total ? sketch(call)
-        : call.unplayable ? h('em', {class: 'mute', title: 'Recorded, not playable here'}, 'Recorded: ', bdi(call.unplayable)) : h('em', {class: 'mute'}, 'No sound'),
-      lasting(call, {class: 'length'}), flawed(call) && h('em', {class: 'flaw'}, flaws(call)));
+      h('span', {class: 'who'}, bdi(call.from.name)),
+      h('span', {class: 'whom'}, h('i', {'aria-label': 'to'}, '→'), bdi(call.to.name)),
+      call.running
+        ? h('em', {class: 'live'}, 'Running')
+        : call.total
+          ? sketch(call)
+          : call.unplayable
+            ? h('em', {class: 'mute', title: 'Recorded, not playable here'}, 'Recorded: ', bdi(call.unplayable))
+            : h('em', {class: 'mute'}, 'No sound'),
+      lasting(call, {class: 'length'}),
+      flawed(call) && h('em', {class: 'flaw'}, flaws(call)),
+    );
   }
 
   function flaws(call) {
     const lost = call.voices.reduce((sum, voice) => sum + voice.lost, 0);
-    return lost ? `${lost.toLocaleString()} lost` : plural(call.voices.reduce((sum, voice) => sum + voice.gaps.length, 0), 'gap');
+    return lost
+      ? `${lost.toLocaleString()} lost`
+      : plural(
+          call.voices.reduce((sum, voice) => sum + voice.gaps.length, 0),
+          'gap',
+        );
   }
 
   /** Both voices of a call at a glance: the caller above the line, the callee below it. */
@@ -329,16 +438,23 @@
       }
       return d;
     };
-    return svg('svg', {class: 'sketch', viewBox: `0 0 ${BARS * 3} 28`, 'aria-hidden': 'true'},
-      ...call.voices.map((voice, i) => svg('path', {class: voice.role, d: path(voice, i ? 1 : -1)})));
+    return svg(
+      'svg',
+      {class: 'sketch', viewBox: `0 0 ${BARS * 3} 28`, 'aria-hidden': 'true'},
+      ...call.voices.map((voice, i) => svg('path', {class: voice.role, d: path(voice, i ? 1 : -1)})),
+    );
   }
 
   /** The highest level of a voice between two times. */
   function loudest(voice, from, to) {
     let level = 0;
     for (const sound of voice.sounds) {
-      const place = time => (time - sound.offset) / sound.duration * sound.peaks.length;
-      for (let i = Math.max(0, Math.floor(place(from))); i < Math.min(sound.peaks.length, Math.ceil(place(to))); i++) {
+      const place = time => ((time - sound.offset) / sound.duration) * sound.peaks.length;
+      for (
+        let i = Math.max(0, Math.floor(place(from)));
+        i < Math.min(sound.peaks.length, Math.ceil(place(to)));
+        i++
+      ) {
         level = Math.max(level, ALPHABET.indexOf(sound.peaks[i]) / 63);
       }
     }
@@ -365,29 +481,61 @@
       return;
     }
     player = call.total ? new Player(call) : null;
-    pane.replaceChildren(...[
-      h('a', {class: 'back', href: '#'}, '‹ Calls'), heading(call),
-      player ? player.element : h('p', {class: 'note'}, call.running
-        ? 'The call is being recorded. It can be listened to here when it has ended.' : call.unplayable ? `Recorded, not playable here: ${call.unplayable}. The files are below.`
-          : 'No sound of this call was recorded.'),
-      voices(call), gaps(call), digits(call), legs(call), ladder(call), files(call)].filter(Boolean));
+    pane.replaceChildren(
+      ...[
+        h('a', {class: 'back', href: '#'}, '‹ Calls'),
+        heading(call),
+        player
+          ? player.element
+          : h(
+              'p',
+              {class: 'note'},
+              call.running
+                ? 'The call is being recorded. It can be listened to here when it has ended.'
+                : call.unplayable
+                  ? `Recorded, not playable here: ${call.unplayable}. The files are below.`
+                  : 'No sound of this call was recorded.',
+            ),
+        voices(call),
+        gaps(call),
+        digits(call),
+        legs(call),
+        ladder(call),
+        files(call),
+      ].filter(Boolean),
+    );
     if (player) player.draw();
   }
 
   function heading(call) {
-    const name = (who, role) => h('span', {class: role, title: role}, bdi(brief(who.name)), who.host && h('small', {}, bdi(brief(who.host))));
+    const name = (who, role) =>
+      h('span', {class: role, title: role}, bdi(brief(who.name)), who.host && h('small', {}, bdi(brief(who.host))));
     const fact = (term, ...value) => h('div', {}, h('dt', {}, term), h('dd', {}, ...value));
-    return h('header', {},
+    return h(
+      'header',
+      {},
       h('p', {class: 'when'}, longDay.format(call.start)),
       h('h2', {}, name(call.from, 'caller'), h('i', {'aria-label': 'to'}, '→'), name(call.to, 'callee')),
-      h('dl', {class: 'facts'},
+      h(
+        'dl',
+        {class: 'facts'},
         fact('Began', clockSeconds.format(call.start)),
-        call.running ? fact('Ended', h('em', {class: 'live'}, 'Running')) : fact('Ended', clockSeconds.format(call.end), ', ', bdi(call.endReason)),
+        call.running
+          ? fact('Ended', h('em', {class: 'live'}, 'Running'))
+          : fact('Ended', clockSeconds.format(call.end), ', ', bdi(call.endReason)),
         fact('Duration', lasting(call)),
         brief(call.from.name) !== call.from.name && fact('Caller in full', bdi(call.caller)),
         brief(call.to.name) !== call.to.name && fact('Callee in full', bdi(call.callee)),
-        fact('Protocol', bdi(call.protocol)), call.id && fact('Call ID', h('code', {}, bdi(call.id)))),
-      call.notes.length > 0 && h('ul', {class: 'notes'}, call.notes.map(note => h('li', {}, bdi(note)))));
+        fact('Protocol', bdi(call.protocol)),
+        call.id && fact('Call ID', h('code', {}, bdi(call.id))),
+      ),
+      call.notes.length > 0 &&
+        h(
+          'ul',
+          {class: 'notes'},
+          call.notes.map(note => h('li', {}, bdi(note))),
+        ),
+    );
   }
 
   const section = (title, ...content) => h('section', {}, h('h3', {}, title), ...content);
@@ -402,16 +550,45 @@
   function voices(call) {
     if (call.running) return null;
     const row = voice => {
-      const share = 100 * voice.lost / (voice.packets + voice.lost);
+      const share = (100 * voice.lost) / (voice.packets + voice.lost);
       const seconds = voice.parts.reduce((sum, part) => sum + part.duration, 0);
-      return h('tr', {}, h('th', {scope: 'row', class: voice.role}, bdi(voice.who.name), h('small', {}, voice.role)),
+      return h(
+        'tr',
+        {},
+        h('th', {scope: 'row', class: voice.role}, bdi(voice.who.name), h('small', {}, voice.role)),
         h('td', {}, bdi([...new Set(voice.parts.map(part => part.codec))].join(', ') || '–')),
-        h('td', {class: 'number'}, seconds ? length(seconds, 1) : '–'), h('td', {class: 'number'}, voice.packets.toLocaleString()),
-        h('td', {class: voice.lost ? 'number flaw' : 'number'}, voice.lost ? `${voice.lost.toLocaleString()} (${share < 0.1 ? '<0.1' : share.toFixed(1)} %)` : '0'));
+        h('td', {class: 'number'}, seconds ? length(seconds, 1) : '–'),
+        h('td', {class: 'number'}, voice.packets.toLocaleString()),
+        h(
+          'td',
+          {class: voice.lost ? 'number flaw' : 'number'},
+          voice.lost ? `${voice.lost.toLocaleString()} (${share < 0.1 ? '<0.1' : share.toFixed(1)} %)` : '0',
+        ),
+      );
     };
-    return section('Voices', h('div', {class: 'wide'}, h('table', {}, h('thead', {}, h('tr', {},
-      ['From', 'Codec', 'Sound', 'Packets', 'Lost'].map((text, i) => h('th', {scope: 'col', class: i > 1 && 'number'}, text)))),
-    h('tbody', {}, call.voices.map(row)))));
+    return section(
+      'Voices',
+      h(
+        'div',
+        {class: 'wide'},
+        h(
+          'table',
+          {},
+          h(
+            'thead',
+            {},
+            h(
+              'tr',
+              {},
+              ['From', 'Codec', 'Sound', 'Packets', 'Lost'].map((text, i) =>
+                h('th', {scope: 'col', class: i > 1 && 'number'}, text),
+              ),
+            ),
+          ),
+          h('tbody', {}, call.voices.map(row)),
+        ),
+      ),
+    );
   }
 
   /** What both voices have, in the order of its times. */
@@ -419,22 +596,75 @@
 
   function gaps(call) {
     const all = inOrder(call, voice => voice.gaps).sort((a, b) => a[1][0] - b[1][0]);
-    return all.length > 0 && section('Missing sound', h('ol', {class: 'gaps'}, all.map(([voice, [from, to]]) =>
-      h('li', {}, jump(from, h('span', {class: voice.role}, bdi(voice.who.name)), `${(to - from).toFixed(2)} s`)))));
+    return (
+      all.length > 0 &&
+      section(
+        'Missing sound',
+        h(
+          'ol',
+          {class: 'gaps'},
+          all.map(([voice, [from, to]]) =>
+            h(
+              'li',
+              {},
+              jump(from, h('span', {class: voice.role}, bdi(voice.who.name)), `${(to - from).toFixed(2)} s`),
+            ),
+          ),
+        ),
+      )
+    );
   }
 
   function digits(call) {
     const all = inOrder(call, voice => voice.digits).sort((a, b) => a[1].at - b[1].at);
-    return all.length > 0 && section('Digits', h('ol', {class: 'digits'}, all.map(([voice, {at, digit}]) =>
-      h('li', {class: voice.role}, jump(at, h('kbd', {}, bdi(digit)))))));
+    return (
+      all.length > 0 &&
+      section(
+        'Digits',
+        h(
+          'ol',
+          {class: 'digits'},
+          all.map(([voice, {at, digit}]) => h('li', {class: voice.role}, jump(at, h('kbd', {}, bdi(digit))))),
+        ),
+      )
+    );
   }
 
   /** What a call manager or a transfer has made one call of. */
   function legs(call) {
-    const row = leg => h('tr', {}, h('td', {class: 'number'}, `+${leg.at.toFixed(1)}`), h('td', {}, bdi(party(leg.caller).name), ' → ', bdi(party(leg.callee).name)),
-      h('td', {}, bdi(leg.endReason || '–')), h('td', {}, h('code', {}, bdi(leg.id))));
-    return call.legs.length > 0 && section('Legs', h('div', {class: 'wide'}, h('table', {}, h('thead', {}, h('tr', {},
-      ['Began', 'Parties', 'Ended', 'Call ID'].map(text => h('th', {scope: 'col'}, text)))), h('tbody', {}, call.legs.map(row)))));
+    const row = leg =>
+      h(
+        'tr',
+        {},
+        h('td', {class: 'number'}, `+${leg.at.toFixed(1)}`),
+        h('td', {}, bdi(party(leg.caller).name), ' → ', bdi(party(leg.callee).name)),
+        h('td', {}, bdi(leg.endReason || '–')),
+        h('td', {}, h('code', {}, bdi(leg.id))),
+      );
+    return (
+      call.legs.length > 0 &&
+      section(
+        'Legs',
+        h(
+          'div',
+          {class: 'wide'},
+          h(
+            'table',
+            {},
+            h(
+              'thead',
+              {},
+              h(
+                'tr',
+                {},
+                ['Began', 'Parties', 'Ended', 'Call ID'].map(text => h('th', {scope: 'col'}, text)),
+              ),
+            ),
+            h('tbody', {}, call.legs.map(row)),
+          ),
+        ),
+      )
+    );
   }
 
   function ladder(call) {
@@ -446,13 +676,39 @@
     const hosts = [...new Set(steps.flatMap(step => [place(step.from), place(step.to)]))];
     const share = 100 / hosts.length;
     const middle = end => (hosts.indexOf(place(end)) + 0.5) * share;
-    const head = h('div', {class: 'step hosts'}, h('span'), h('div', {class: 'lanes'}, hosts.map(host => h('span', {}, bdi(host)))));
-    const lines = h('div', {class: 'lifelines', 'aria-hidden': 'true'}, hosts.map(host => at(h('i'), middle(host))));
+    const head = h(
+      'div',
+      {class: 'step hosts'},
+      h('span'),
+      h(
+        'div',
+        {class: 'lanes'},
+        hosts.map(host => h('span', {}, bdi(host))),
+      ),
+    );
+    const lines = h(
+      'div',
+      {class: 'lifelines', 'aria-hidden': 'true'},
+      hosts.map(host => at(h('i'), middle(host))),
+    );
     const rows = steps.map(step => {
       const [a, b] = [middle(step.from), middle(step.to)];
-      const arrow = at(h('span', {class: 'arrow ' + (b < a ? 'left' : 'right')}, h('b', {}, bdi(step.label))), Math.min(a, b), Math.abs(b - a));
-      return h('li', {class: 'step'}, h('time', {title: clockSeconds.format(call.start + step.at * 1000)}, `+${step.at.toFixed(3)}`),
-        h('div', {class: 'lanes', title: `${step.from} → ${step.to}`}, h('span', {class: 'unseen'}, `${step.from} to ${step.to}: `), arrow));
+      const arrow = at(
+        h('span', {class: 'arrow ' + (b < a ? 'left' : 'right')}, h('b', {}, bdi(step.label))),
+        Math.min(a, b),
+        Math.abs(b - a),
+      );
+      return h(
+        'li',
+        {class: 'step'},
+        h('time', {title: clockSeconds.format(call.start + step.at * 1000)}, `+${step.at.toFixed(3)}`),
+        h(
+          'div',
+          {class: 'lanes', title: `${step.from} → ${step.to}`},
+          h('span', {class: 'unseen'}, `${step.from} to ${step.to}: `),
+          arrow,
+        ),
+      );
     });
     const whole = h('div', {class: 'ladder'}, head, h('div', {class: 'steps'}, lines, h('ol', {}, rows)));
     whole.style.minWidth = `${4.5 + 9 * hosts.length}rem`;
@@ -467,8 +723,28 @@
 
   function files(call) {
     const all = [...call.both, ...call.voices.flatMap(voice => voice.parts)].map(part => part.file);
-    return all.length > 0 && section('Files', h('ul', {class: 'files'}, all.map(file =>
-      h('li', {}, h('a', {href: fileUrl(file), download: file.split('/').pop()}, icon('M12 4v11m-5-5 5 5 5-5M5 20h14'), bdi(file))))));
+    return (
+      all.length > 0 &&
+      section(
+        'Files',
+        h(
+          'ul',
+          {class: 'files'},
+          all.map(file =>
+            h(
+              'li',
+              {},
+              h(
+                'a',
+                {href: fileUrl(file), download: file.split('/').pop()},
+                icon('M12 4v11m-5-5 5 5 5-5M5 20h14'),
+                bdi(file),
+              ),
+            ),
+          ),
+        ),
+      )
+    );
   }
 
   // ---------------------------------------------------------------- player
@@ -479,14 +755,22 @@
       this.total = call.total;
       this.sources = call.both.map(({file, offset}, i) => ({label: 'Both' + (i ? ` ${i + 1}` : ''), file, offset}));
       for (const voice of call.voices) {
-        voice.sounds.forEach(({file, offset}, i) => this.sources.push({label: (voice.role === 'caller' ? 'Caller' : 'Callee') + (i ? ` ${i + 1}` : ''), voice, file, offset}));
+        voice.sounds.forEach(({file, offset}, i) =>
+          this.sources.push({
+            label: (voice.role === 'caller' ? 'Caller' : 'Callee') + (i ? ` ${i + 1}` : ''),
+            voice,
+            file,
+            offset,
+          }),
+        );
       }
       this.audio = h('audio', {preload: 'metadata'});
       this.audio.addEventListener('error', () => this.fail());
-      for (const event of ['play', 'pause', 'ended', 'seeked', 'loadedmetadata']) this.audio.addEventListener(event, () => this.update());
+      for (const event of ['play', 'pause', 'ended', 'seeked', 'loadedmetadata'])
+        this.audio.addEventListener(event, () => this.update());
       this.build();
       this.choose(this.sources[0]);
-      this.seek(call.begin);   // nobody wants to hear it ring
+      this.seek(call.begin); // nobody wants to hear it ring
       this.resized = new ResizeObserver(() => this.draw());
       this.resized.observe(this.canvas);
       this.scheme = matchMedia('(prefers-color-scheme: dark)');
@@ -496,29 +780,89 @@
 
     build() {
       this.canvas = h('canvas', {'aria-hidden': 'true'});
-      this.slider = h('input', {type: 'range', min: 0, max: this.total, step: 0.01, value: 0, 'aria-label': 'Position', oninput: () => this.seek(+this.slider.value)});
+      this.slider = h('input', {
+        type: 'range',
+        min: 0,
+        max: this.total,
+        step: 0.01,
+        value: 0,
+        'aria-label': 'Position',
+        oninput: () => this.seek(+this.slider.value),
+      });
       this.slider.addEventListener('pointermove', event => this.hover(event.offsetX / this.slider.clientWidth));
       this.slider.addEventListener('pointerleave', () => this.hover(null));
       this.hint = h('output', {class: 'hint', 'aria-hidden': 'true', hidden: true});
-      this.button = h('button', {type: 'button', class: 'play', onclick: () => this.toggle()}, icon('M8 5.5v13l11-6.5z'));
+      this.button = h(
+        'button',
+        {type: 'button', class: 'play', onclick: () => this.toggle()},
+        icon('M8 5.5v13l11-6.5z'),
+      );
       this.time = h('span', {class: 'time'});
-      this.choice = h('div', {class: 'choice', role: 'radiogroup', 'aria-label': 'Listen to'}, this.sources.map(source => h('label', {},
-        h('input', {type: 'radio', name: 'source', value: source.label, onchange: () => this.choose(source)}), h('span', {}, source.label))));
-      this.speed = h('select', {'aria-label': 'Speed', onchange: () => { this.audio.playbackRate = +this.speed.value; }},
-        ['0.75', '1', '1.25', '1.5', '2'].map(rate => h('option', {value: rate, selected: rate === '1'}, rate + '×')));
+      this.choice = h(
+        'div',
+        {class: 'choice', role: 'radiogroup', 'aria-label': 'Listen to'},
+        this.sources.map(source =>
+          h(
+            'label',
+            {},
+            h('input', {type: 'radio', name: 'source', value: source.label, onchange: () => this.choose(source)}),
+            h('span', {}, source.label),
+          ),
+        ),
+      );
+      this.speed = h(
+        'select',
+        {
+          'aria-label': 'Speed',
+          onchange: () => {
+            this.audio.playbackRate = +this.speed.value;
+          },
+        },
+        ['0.75', '1', '1.25', '1.5', '2'].map(rate =>
+          h('option', {value: rate, selected: rate === '1'}, rate + '×'),
+        ),
+      );
       this.message = h('p', {class: 'note', role: 'alert', hidden: true});
       const names = this.call.voices.map(voice => h('span', {class: 'name ' + voice.role}, bdi(voice.who.name)));
-      const skip = (seconds, label, path) => h('button', {type: 'button', class: 'skip-by', 'aria-label': label, title: label, onclick: () => this.seek(this.position + seconds)}, icon(path));
-      this.element = h('div', {class: 'player', role: 'group', 'aria-label': 'Player'},
-        h('div', {class: 'waves'}, names, this.canvas, this.slider, this.hint), this.ruler(),
-        h('div', {class: 'controls'}, skip(-5, 'Back 5 seconds', 'M11 7 6 12l5 5M18 7l-5 5 5 5'), this.button, skip(5, 'On 5 seconds', 'm13 7 5 5-5 5M6 7l5 5-5 5'),
-          this.time, h('span', {class: 'space'}), this.choice, this.speed), this.message, this.audio);
+      const skip = (seconds, label, path) =>
+        h(
+          'button',
+          {
+            type: 'button',
+            class: 'skip-by',
+            'aria-label': label,
+            title: label,
+            onclick: () => this.seek(this.position + seconds),
+          },
+          icon(path),
+        );
+      this.element = h(
+        'div',
+        {class: 'player', role: 'group', 'aria-label': 'Player'},
+        h('div', {class: 'waves'}, names, this.canvas, this.slider, this.hint),
+        this.ruler(),
+        h(
+          'div',
+          {class: 'controls'},
+          skip(-5, 'Back 5 seconds', 'M11 7 6 12l5 5M18 7l-5 5 5 5'),
+          this.button,
+          skip(5, 'On 5 seconds', 'm13 7 5 5-5 5M6 7l5 5-5 5'),
+          this.time,
+          h('span', {class: 'space'}),
+          this.choice,
+          this.speed,
+        ),
+        this.message,
+        this.audio,
+      );
     }
 
     ruler() {
-      const step = [1, 2, 5, 10, 15, 30, 60, 120, 300, 600, 1200, 1800, 3600, 7200].find(s => this.total / s <= 8) || 14400;
+      const step =
+        [1, 2, 5, 10, 15, 30, 60, 120, 300, 600, 1200, 1800, 3600, 7200].find(s => this.total / s <= 8) || 14400;
       const ticks = [];
-      for (let s = 0; s <= this.total - step / 3; s += step) ticks.push(at(h('span', {}, length(s)), 100 * s / this.total));
+      for (let s = 0; s <= this.total - step / 3; s += step)
+        ticks.push(at(h('span', {}, length(s)), (100 * s) / this.total));
       return h('div', {class: 'ruler', 'aria-hidden': 'true'}, ticks);
     }
 
@@ -536,7 +880,9 @@
       this.draw();
     }
 
-    get position() { return this.source ? (this.wanted != null ? this.wanted : this.audio.currentTime + this.source.offset) : 0; }
+    get position() {
+      return this.source ? (this.wanted != null ? this.wanted : this.audio.currentTime + this.source.offset) : 0;
+    }
 
     seek(seconds) {
       if (!this.source) return;
@@ -545,12 +891,14 @@
         this.wanted = null;
         this.audio.currentTime = Math.max(0, target - this.source.offset);
       } else {
-        this.wanted = target;   // until the length of the file is known
+        this.wanted = target; // until the length of the file is known
       }
       this.update();
     }
 
-    toggle() { this.audio.paused ? this.play() : this.audio.pause(); }
+    toggle() {
+      this.audio.paused ? this.play() : this.audio.pause();
+    }
 
     play() {
       if (this.position >= this.total - 0.05) this.seek(0);
@@ -561,7 +909,10 @@
       if (this.wanted != null && this.audio.readyState) this.seek(this.wanted);
       const playing = !this.audio.paused && !this.audio.ended;
       this.button.setAttribute('aria-label', playing ? 'Pause' : 'Play');
-      this.button.firstChild.firstChild.setAttribute('d', playing ? 'M7 5.5h3.5v13H7zM13.5 5.5H17v13h-3.5z' : 'M8 5.5v13l11-6.5z');
+      this.button.firstChild.firstChild.setAttribute(
+        'd',
+        playing ? 'M7 5.5h3.5v13H7zM13.5 5.5H17v13h-3.5z' : 'M8 5.5v13l11-6.5z',
+      );
       this.slider.value = this.position;
       this.slider.setAttribute('aria-valuetext', `${length(this.position, 1)} of ${length(this.total, 1)}`);
       this.time.replaceChildren(h('b', {}, length(this.position, 1)), ' / ' + length(this.total, 1));
@@ -588,37 +939,41 @@
       const ratio = devicePixelRatio || 1;
       const [width, height] = [this.canvas.clientWidth, this.canvas.clientHeight];
       if (!width) return;
-      if (this.canvas.width !== Math.round(width * ratio)) [this.canvas.width, this.canvas.height] = [width * ratio, height * ratio].map(Math.round);
+      if (this.canvas.width !== Math.round(width * ratio))
+        [this.canvas.width, this.canvas.height] = [width * ratio, height * ratio].map(Math.round);
       const g = this.canvas.getContext('2d');
       g.setTransform(ratio, 0, 0, ratio, 0, 0);
       g.clearRect(0, 0, width, height);
       const style = getComputedStyle(this.canvas);
       const colour = name => style.getPropertyValue('--' + name).trim();
-      const now = this.position / this.total * width;
+      const now = (this.position / this.total) * width;
       const lane = height / this.call.voices.length;
       this.call.voices.forEach((voice, i) => {
         const middle = lane * (i + 0.5);
         const mute = this.source.voice && this.source.voice !== voice;
-        const x = seconds => seconds / this.total * width;
+        const x = seconds => (seconds / this.total) * width;
         g.globalAlpha = mute ? 0.3 : 1;
         g.fillStyle = colour('rest');
         g.fillRect(0, middle - 0.5, width, 1);
         for (let bar = 0; bar * 3 < width; bar++) {
-          const level = loudest(voice, bar * 3 / width * this.total, (bar * 3 + 3) / width * this.total);
+          const level = loudest(voice, ((bar * 3) / width) * this.total, ((bar * 3 + 3) / width) * this.total);
           if (level <= 0.02) continue;
           const tall = Math.max(2, level * (lane - 26));
-          g.fillStyle = colour(bar * 3 < now ? (i ? 'callee' : 'caller') : (i ? 'callee-soft' : 'caller-soft'));
+          g.fillStyle = colour(bar * 3 < now ? (i ? 'callee' : 'caller') : i ? 'callee-soft' : 'caller-soft');
           g.beginPath();
           g.roundRect(bar * 3, middle - tall / 2, 2, tall, 1);
           g.fill();
         }
-        for (const [from, to] of voice.gaps) this.hatch(g, x(from), Math.max(4, x(to) - x(from)), middle - lane / 2 + 14, lane - 28, colour('flaw'));
+        for (const [from, to] of voice.gaps)
+          this.hatch(g, x(from), Math.max(4, x(to) - x(from)), middle - lane / 2 + 14, lane - 28, colour('flaw'));
         g.globalAlpha = 1;
       });
       g.fillStyle = colour('ink');
       g.font = '600 11px ' + style.fontFamily;
       g.textAlign = 'center';
-      this.call.voices.forEach((voice, i) => voice.digits.forEach(({at, digit}) => g.fillText(digit, at / this.total * width, lane * (i + 1) - 3)));
+      this.call.voices.forEach((voice, i) =>
+        voice.digits.forEach(({at, digit}) => g.fillText(digit, (at / this.total) * width, lane * (i + 1) - 3)),
+      );
       g.fillRect(Math.min(width - 1.5, Math.max(0, now - 0.75)), 0, 1.5, height);
     }
 
@@ -655,10 +1010,22 @@
 
   function pages() {
     let page = {};
-    try { page = JSON.parse(head); } catch { /* nobody has written to it yet */ }
-    const named = (page.older || []).map(name => /^(\d{4}-\d\d-\d\d)(?:_(\d{4}-\d\d-\d\d))?(?:\.(\d+))?\.html$/.exec(name)).filter(Boolean)
-      .map(([name, first, last = first, part]) => ({first, last, href: (archived ? '' : 'days/') + name,
-        label: [...new Set([first, last])].map(day => shortDay.format(fromIso(day))).join(' – ') + (part ? `, part ${part}` : '')}));
+    try {
+      page = JSON.parse(head);
+    } catch {
+      /* nobody has written to it yet */
+    }
+    const named = (page.older || [])
+      .map(name => /^(\d{4}-\d\d-\d\d)(?:_(\d{4}-\d\d-\d\d))?(?:\.(\d+))?\.html$/.exec(name))
+      .filter(Boolean)
+      .map(([name, first, last = first, part]) => ({
+        first,
+        last,
+        href: (archived ? '' : 'days/') + name,
+        label:
+          [...new Set([first, last])].map(day => shortDay.format(fromIso(day))).join(' – ') +
+          (part ? `, part ${part}` : ''),
+      }));
     return archived ? [{first: '', last: '', href: '../index.html', label: 'The newest calls'}, ...named] : named;
   }
 
@@ -667,21 +1034,31 @@
     byId('older').hidden = !all.length;
     byId('everywhere').hidden = archived || !all.length;
     byId('older').querySelector('summary').textContent = archived ? 'Other days' : 'Older calls';
-    byId('older').querySelector('ul').replaceChildren(...all.map(page => h('li', {}, h('a', {href: page.href}, page.label))));
+    byId('older')
+      .querySelector('ul')
+      .replaceChildren(...all.map(page => h('li', {}, h('a', {href: page.href}, page.label))));
   }
 
   /** The call that the address names; on a wide screen the newest when it names none. */
   function follow() {
     let n = '';
-    try { n = decodeURIComponent(location.hash.slice(1)); } catch { /* nobody's name */ }
+    try {
+      n = decodeURIComponent(location.hash.slice(1));
+    } catch {
+      /* nobody's name */
+    }
     const wide = matchMedia('(min-width: 900px)').matches;
     const before = shown;
     const named = calls.get(n) && !calls.get(n).page ? calls.get(n) : null;
     document.body.classList.toggle('chosen', !!named);
-    const call = named || (wide && (found.find(each => !each.running && !each.page) || found.find(each => !each.page))) || null;
+    const call =
+      named ||
+      (wide && (found.find(each => !each.running && !each.page) || found.find(each => !each.page))) ||
+      null;
     if (call !== shown || !call) show(call);
     if (wide || call === before) return;
-    if (call) byId('call').focus();   // the list has gone
+    if (call)
+      byId('call').focus(); // the list has gone
     else if (before.row) before.row.focus();
   }
 
@@ -691,9 +1068,10 @@
     const current = focused >= 0 ? focused : found.indexOf(shown);
     const next = Math.min(found.length - 1, Math.max(0, current >= 0 ? current + by : 0));
     while (drawn <= next) drawMore();
-    if (!found[next].page) {   // a call of another page is opened by Enter
+    if (!found[next].page) {
+      // a call of another page is opened by Enter
       location.replace(address(found[next]));
-      follow();   // at once: the event comes only behind the keys that were pressed meanwhile
+      follow(); // at once: the event comes only behind the keys that were pressed meanwhile
     }
     found[next].row.focus({preventScroll: true});
     found[next].row.scrollIntoView({block: 'nearest'});
@@ -703,17 +1081,30 @@
     const on = event.target;
     if (event.ctrlKey || event.metaKey || event.altKey) return;
     const seeking = on.type === 'range' && /^Arrow/.test(event.key);
-    if (event.key === 'Escape' && on.id === 'query' && on.value) { clearSearch(); return; }
-    if (event.key === 'Escape' && byId('older').open) { byId('older').open = false; return; }
-    if (!seeking && (/^(SELECT|TEXTAREA)$/.test(on.tagName) || (on.tagName === 'INPUT' && on.type !== 'range' && !(on.id === 'query' && /^Arrow(Up|Down)$/.test(event.key))))) return;
+    if (event.key === 'Escape' && on.id === 'query' && on.value) {
+      clearSearch();
+      return;
+    }
+    if (event.key === 'Escape' && byId('older').open) {
+      byId('older').open = false;
+      return;
+    }
+    if (
+      !seeking &&
+      (/^(SELECT|TEXTAREA)$/.test(on.tagName) ||
+        (on.tagName === 'INPUT' &&
+          on.type !== 'range' &&
+          !(on.id === 'query' && /^Arrow(Up|Down)$/.test(event.key))))
+    )
+      return;
     if (event.key === ' ' && /^(BUTTON|SUMMARY)$/.test(on.tagName)) return;
     const act = {
       '/': () => byId('query').select(),
       ' ': () => player && player.toggle(),
       ArrowLeft: () => player && player.seek(player.position - 5),
       ArrowRight: () => player && player.seek(player.position + 5),
-      ArrowDown: () => seeking ? player.seek(player.position - 1) : move(1),
-      ArrowUp: () => seeking ? player.seek(player.position + 1) : move(-1),
+      ArrowDown: () => (seeking ? player.seek(player.position - 1) : move(1)),
+      ArrowUp: () => (seeking ? player.seek(player.position + 1) : move(-1)),
     }[event.key];
     if (act) {
       event.preventDefault();
@@ -721,28 +1112,34 @@
     }
   });
 
-  /** A page that is being written is read again while it is looked at, in a frame, so that nobody's listening is disturbed. */
+  /** Reads a page that is being written again, in a frame, so that the sound of the shown page goes on. */
   function watch() {
     if (archived) return;
     const frame = h('iframe', {hidden: true, title: 'News', tabindex: '-1'});
     let asked = 0;
     const ask = () => {
-      if (document.hidden) { setTimeout(ask, 2000); return; }
+      if (document.hidden) {
+        setTimeout(ask, 2000);
+        return;
+      }
       asked = performance.now();
       frame.src = `${location.pathname.split('/').pop()}?live=${taken}`;
       if (!frame.isConnected) document.body.append(frame);
     };
     addEventListener('message', event => {
       if (event.source !== frame.contentWindow || !event.data || !Array.isArray(event.data.lines)) return;
-      if (event.data.head !== head) {   // another day has begun
+      if (event.data.head !== head) {
+        // another day has begun
         if (!player || player.audio.paused) location.reload();
         return;
       }
-      setTimeout(ask, 3000 + 30 * (performance.now() - asked));   // long pages less often
+      setTimeout(ask, 3000 + 30 * (performance.now() - asked)); // long pages less often
       if (!event.data.lines.length) return;
       take(event.data.lines.map(String));
       search();
-      const now = shown && [...calls.values()].find(call => call.name === shown.name || (shown.running && call.was === shown.name));
+      const now =
+        shown &&
+        [...calls.values()].find(call => call.name === shown.name || (shown.running && call.was === shown.name));
       if (!now) follow();
       else if (now.name !== shown.name && location.hash) location.replace(address(now));
       else if (now !== shown) show(now);
@@ -755,7 +1152,10 @@
     head = all[0] || '';
     take(all);
     drawPages();
-    byId('search').addEventListener('submit', event => { event.preventDefault(); move(0); });
+    byId('search').addEventListener('submit', event => {
+      event.preventDefault();
+      move(0);
+    });
     byId('query').addEventListener('input', search);
     byId('day').addEventListener('input', search);
     for (const filter of FILTERS) {
@@ -768,9 +1168,13 @@
     addEventListener('hashchange', follow);
     search();
     follow();
-    setInterval(() => document.querySelectorAll('[data-since]').forEach(place => {
-      place.textContent = length((Date.now() - place.dataset.since) / 1000);
-    }), 1000);
+    setInterval(
+      () =>
+        document.querySelectorAll('[data-since]').forEach(place => {
+          place.textContent = length((Date.now() - place.dataset.since) / 1000);
+        }),
+      1000,
+    );
     watch();
   });
 })();

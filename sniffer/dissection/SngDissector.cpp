@@ -114,8 +114,8 @@ void SngDissector::removeRtp(u_int rtpIp, u_short rtpPort) {
 // ---- the queue ----
 
 void SngDissector::producePacket(SniffedPacket& packet) {
-  const bool isMedia = packetQueue_.hasLimit() && carriesMedia(packet.packet, packet.header->caplen, packet.linkType,
-                                                               settings_.decapsulate);
+  const bool isMedia = packetQueue_.hasLimit() &&
+                       carriesMedia(packet.packet, packet.header->caplen, packet.linkType, settings_.decapsulate);
   const u_int mostBytes = settings_.reassembleTcp ? kMaxPacketOfStreams : kMaxPacket;
   packetQueue_.push(packet, mostBytes, isMedia ? PacketQueue::Kind::kMedia : PacketQueue::Kind::kSignalling);
 }
