@@ -14,6 +14,7 @@ java -Xmx512m -jar "$build/host/voip-sniffer.jar" --tcp "$port" --out "$folder" 
 recorder=$!
 until grep -qs waiting "$folder/log"; do kill -0 $recorder; sleep 0.1; done
 status=0
-java -cp "$build/host/voip-sniffer.jar" "$here/RecorderLoad.java" "$port" "$calls" "$seconds" $recorder "$folder" || status=$?
+java -cp "$build/host/voip-sniffer.jar" "$here/RecorderLoad.java" "$port" "$calls" "$seconds" $recorder \
+  "$folder" || status=$?
 grep -E 'DROPPED|dropped|cannot|failed' "$folder/log" || true
 exit $status
