@@ -48,7 +48,7 @@ std::string_view takeWhile(std::string_view& text, Predicate fits) {
 /// True when `text` begins with `wanted`, or is a beginning of it, in any case.
 bool startsLike(std::string_view text, std::string_view wanted) {
   const std::size_t length = std::min(text.size(), wanted.size());
-  return strncasecmp(text.data(), wanted.data(), length) == 0;
+  return length == 0 || strncasecmp(text.data(), wanted.data(), length) == 0;
 }
 
 Likeness lineEnd(std::string_view text) {
