@@ -121,12 +121,12 @@ void SngDissector::producePacket(SniffedPacket& packet) {
 }
 
 void SngDissector::consumePacket() {
-  while (!engineHasEnded() && !takeBatch()) {
-  }
   try {
+    while (!engineHasEnded() && !takeBatch()) {
+    }
     processBatch();
   } catch (...) {
-    forwarder_.dropGroup();  // its bytes belong to the batch
+    forwarder_.dropGroup();  // its bytes may not stay
     throw;
   }
   if (!engineHasEnded()) return;

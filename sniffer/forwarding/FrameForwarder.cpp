@@ -151,11 +151,20 @@ std::size_t FrameForwarder::sendKept(BaseConnection& connection, std::span<const
   if (frames.empty()) return 0;
   beginOutgoing(frames.size());
   for (std::size_t i = 0; i < frames.size(); ++i) appendOutgoing(frames[i], i);
-  const SendResult result = connection.sendPackets(outgoing_);
+  const auto isTime = [](const OutgoingFrame& frame) {
+    return frame.sent == frame.length && FrameHeader::protocolOf(frame.bytes) == FrameProtocol::CaptureTime;
+  };
+  SendResult result;
+  std::size_t done = 0;
+  // A capture time is followed by its frame: a live frame in between would be taken for the late one.
+  do {
+    result = connection.sendPackets(std::span(outgoing_).subspan(done));
+    done += result.dealtWith;
+  } while (result.link == LinkEvent::kNone && done > 0 && isTime(outgoing_[done - 1]));
   std::size_t sent = 0;
-  for (const OutgoingFrame& frame : std::span(outgoing_).first(result.dealtWith)) {
+  for (const OutgoingFrame& frame : std::span(outgoing_).first(done)) {
     if (frame.sent != frame.length) break;
-    if (FrameHeader::protocolOf(frame.bytes) != FrameProtocol::CaptureTime) ++sent;
+    if (!isTime(frame)) ++sent;
   }
   statistics_.rtpForwarded.add(sent);
   if (result.link != LinkEvent::kNone) destinations_.clear();

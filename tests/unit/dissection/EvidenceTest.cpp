@@ -24,6 +24,7 @@ struct FlakyConnection : RecordingConnection {
     for (std::size_t i = 0; i < frames.size(); ++i) {
       if (left-- > 0) {
         frames[i].sent = sendPacket(frames[i].bytes, frames[i].length);
+        if (endsAfterEachFrame) return {1};
         continue;
       }
       ++attempts;
@@ -38,6 +39,7 @@ struct FlakyConnection : RecordingConnection {
   std::atomic<std::size_t> room = SIZE_MAX;
   std::atomic<int> left = 1 << 30;  ///< number of frames that it still takes
   std::atomic<int> attempts = 0;
+  std::atomic<bool> endsAfterEachFrame = false;  ///< as after a wait for the recorder
 };
 
 constexpr u_int kPhone = 0x0A000002;
@@ -262,6 +264,32 @@ TEST_F(Evidence, SendsTheCaptureTimeBeforeALateFrame) {
   std::uint64_t microseconds = 0;
   for (int i = 15; i < 23; ++i) microseconds = microseconds << 8 | time[i];
   EXPECT_EQ(microseconds, 1'700'000'000'123'456U);
+  expectSum();
+}
+
+TEST_F(Evidence, PutsNothingBetweenACaptureTimeAndItsFrame) {
+  Settings settings;
+  settings.captureTime = true;
+  settings.lookBack = 60'000;
+  start(settings);
+  connection->endsAfterEachFrame = true;
+  constexpr int kKept = 20;
+  for (std::uint8_t number = 0; number < kKept; ++number) capture(rtp(number));
+  settle();
+  const Bytes timely = Frame{.payload = sip("1")}.build();
+  pcap_pkthdr header = captureHeader(timely);
+  timespec now;
+  clock_gettime(CLOCK_REALTIME, &now);
+  header.ts = {now.tv_sec + 60, 0};
+  SniffedPacket packet{nullptr, &header, timely.data()};
+  connection->room = 1;  // a kept frame at a time, and signalling between them
+  dissector->addRtp(kPhone, 5000);
+  for (int i = 0; i < 50; ++i, ++captured) dissector->producePacket(packet);
+  EXPECT_TRUE(eventually([&] { return dissector->getStatistics().rtpForwarded == kKept; }));
+  settle();
+  const std::string all = received();
+  EXPECT_EQ(std::count(all.begin(), all.end(), 't'), kKept);
+  EXPECT_EQ(all.find("t S"), std::string::npos) << all;
   expectSum();
 }
 
