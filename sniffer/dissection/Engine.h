@@ -2,7 +2,7 @@
 
 namespace voip {
 
-/// The engine that drives the dissector, as far as the dissector uses it. The engine is in a higher room, so it
+/// The engine that drives the dissector, as far as the dissector uses it. The engine is in a higher module, so it
 /// implements this interface.
 class Engine {
  public:
