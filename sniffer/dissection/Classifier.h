@@ -16,8 +16,8 @@
 
 namespace voip {
 
-/// Decides whether the recorder wants an item of the network, and fills the header of its frame. Consumer only, except
-/// lastClass().
+/// Decides whether the recorder wants an item of the network stack (a datagram, segment or message), and fills the
+/// header of its frame. Consumer only, except lastClass().
 class Classifier {
  public:
   /// Both arguments must outlive the object.

@@ -124,7 +124,7 @@ void PacketRouter::takeSegment(const Segment& segment) {
   }
 }
 
-/// The stamp of an item that was captured then, before the frame in work.
+/// Returns the stamp of an item that was captured before the current frame.
 CaptureStamp PacketRouter::stampAt(std::int64_t captured) const {
   return {captured, stamp_.seen - (stamp_.captured - captured)};
 }

@@ -23,8 +23,8 @@
 
 namespace voip {
 
-/// The path of a captured frame: from the network stack through the classifier to the forwarder or the look-back, or
-/// its end, which is counted. Frames for the recorder wait in the forwarder until its flush(). Consumer only.
+/// Routes captured frames from the network stack through the classifier to the forwarder or the look-back. Counts the
+/// frames that it drops. Frames for the recorder wait in the forwarder until its flush(). Consumer only.
 class PacketRouter final : private NetworkSink {
  public:
   /// All arguments must outlive the object.
@@ -41,16 +41,16 @@ class PacketRouter final : private NetworkSink {
   /// the frame. kFrameSlack zeroed bytes must follow it. It must stay valid until the forwarder's flush().
   void takeFrame(const pcap_pkthdr& header, u_char* frame, int linkType, const CaptureStamp& stamp);
 
-  /// Does what is due in the network stack while no frame comes: early segments may be forwarded.
+  /// Does the work that is due in the network stack while no frame arrives: early segments may be forwarded.
   void expire();
 
-  /// Forwards what the network stack still has: no frame will come.
+  /// Forwards the messages that the network stack still holds. To be called when no frame will follow.
   void flush() { network_->flush(); }
 
-  /// Takes an Ethernet frame the plain way, whatever the settings are. Otherwise as takeFrame().
+  /// As takeFrame(), but takes an Ethernet frame on the plain path, regardless of the settings.
   void takePlainFrame(std::span<u_char> frame) { network_->takePlainFrame(frame); }
 
-  // Single steps of the plain way. `offset` is the index of the UDP or TCP header in `frame`. The addresses are those
+  // Single steps of the plain path. `offset` is the index of the UDP or TCP header in `frame`. The addresses are those
   // of the item that was classified last.
   void takePlainUdp(std::span<u_char> frame, std::size_t offset);
   void takePlainTcp(std::span<u_char> frame, std::size_t offset);
@@ -88,7 +88,7 @@ class PacketRouter final : private NetworkSink {
   Classifier classifier_;
   bool followsStreams_ = false;
   std::unique_ptr<NetworkStack> network_;
-  bool isPlain_ = true;  ///< the network stack takes no notice of time
+  bool isPlain_ = true;  ///< no option is on, so the network stack needs no clock
   ForwardClock clock_;   ///< of the network stack
   bool hasLoggedTail_ = false;
   CaptureStamp stamp_;        ///< of the current frame

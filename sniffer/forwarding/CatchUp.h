@@ -13,8 +13,8 @@
 namespace voip {
 
 /// Sends kept media of the destinations that the recorder asks for, in small steps: each step sends as much as the
-/// connection takes without delaying other frames. New media of such a destination is kept until the older media has
-/// been sent, so that all of it is sent in order. Consumer only.
+/// connection takes without delaying other frames. New media of these destinations is kept until the older media has
+/// been sent, so that all media is sent in order. Consumer only.
 class CatchUp {
  public:
   /// All arguments must outlive the object.

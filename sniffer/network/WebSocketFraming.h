@@ -34,7 +34,7 @@ Cut cutWebSocket(Octets octets, WebSocketFrame& frame);
 /// reliably as a handshake, even when the start of the stream was not captured or octets were lost.
 Likeness beginsSipFrame(Octets octets);
 
-/// Finds such a frame.
+/// Finds a data frame that begins with a SIP start line.
 Found findSipFrame(Octets octets);
 
 }  // namespace voip
