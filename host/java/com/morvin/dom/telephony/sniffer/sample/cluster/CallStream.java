@@ -11,8 +11,8 @@ import java.util.concurrent.atomic.AtomicInteger;
 import java.util.function.Consumer;
 
 /**
- * Collects the frames of one call into messages. Belongs to the thread of the front. Times are milliseconds of
- * a clock that never steps, unless noted otherwise.
+ * Collects the frames of one call into messages. Belongs to the thread of the front. Times are milliseconds of a
+ * monotonic clock, unless noted otherwise.
  */
 final class CallStream {
   /** The longest routing key of AMQP, in bytes. */
@@ -82,8 +82,8 @@ final class CallStream {
   }
 
   /**
-   * Adds the signalling of a call that is a leg of this one, in a message of its own. So far its frames went to another
-   * recorder.
+   * Adds the signalling of a call that is a leg of this one, in a separate message. Earlier frames of that call went to
+   * another recorder.
    */
   void add(CallStream leg, long now) {
     byte[] frames = leg.signalled.toByteArray();
