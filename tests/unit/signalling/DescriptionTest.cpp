@@ -117,7 +117,7 @@ TEST(Description, NeedsATpktHeaderButNotItsLength) {
   for (const std::size_t size : {65536, 65536 + 3}) EXPECT_EQ(changed(size, {}), nothing);
 }
 
-// The parser tries H.245 first on every segment, whatever the call reference. The body must match the type.
+// The parser tries H.245 first on every segment, regardless of the call reference. The body must match the type.
 TEST(Description, GoesByCallReferenceAndTypeWhateverTheyAre) {
   TestLog log;
   log.setLevel(log4cxx::Level::getError());
