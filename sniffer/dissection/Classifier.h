@@ -30,7 +30,7 @@ class Classifier {
   /// True when they are.
   bool takesAnyUri() const { return sipAnyUri_; }
 
-  /// Returns the parser of H.323 signalling, which stays this object's.
+  /// Returns the parser of H.323 signalling, which this object owns.
   H323Parser& h323Parser() { return h323Parser_; }
 
   /// Returns the class of a datagram: SIP by its start line, RTP by its destination, else None. kFrameSlack readable
@@ -51,7 +51,7 @@ class Classifier {
   /// Returns true when the destination in the header is on the list, and makes RTP the last class.
   bool isRtpFilter();
 
-  /// Returns the header of the item that was classified last, which stays this object's.
+  /// Returns the header of the item that was classified last. This object owns the header.
   FrameHeader& header() { return header_; }
 
   /// Returns the addresses and ports in that header, in host order.

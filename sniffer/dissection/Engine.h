@@ -6,7 +6,7 @@ namespace voip {
 /// implements this interface.
 class Engine {
  public:
-  /// Returns the transport to the recorder as configured: "TCP" or "UDP". The text stays the engine's.
+  /// Returns the transport to the recorder as configured: "TCP" or "UDP". The engine owns the text.
   virtual const char* getServerProtocol() const = 0;
 
   /// True when the recorder is the process that hosts the sniffer.

@@ -31,10 +31,10 @@ class PacketRouter final : private NetworkSink {
   PacketRouter(const RtpDestinations& destinations, const Recalls& recalls, CatchUp& catchUp, RecorderLinks& links,
                FrameForwarder& forwarder, Statistics& statistics);
 
-  /// Applies the settings and discards the state of the network stack. `lookBack` stays the caller's and may be null.
+  /// Applies the settings and discards the state of the network stack. The caller owns `lookBack`, which may be null.
   void configure(const Settings& settings, LookBack* lookBack);
 
-  /// Returns the classifier, which stays this object's.
+  /// Returns the classifier, which this object owns.
   Classifier& classifier() { return classifier_; }
 
   /// Takes one captured frame of `header.len` bytes with a link layer of `linkType` (libpcap's DLT_ value). Writes to

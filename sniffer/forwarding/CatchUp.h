@@ -21,7 +21,7 @@ class CatchUp {
   CatchUp(Recalls& recalls, const RtpDestinations& destinations, RecorderLinks& links, FrameForwarder& forwarder)
       : recalls_(recalls), destinations_(destinations), links_(links), forwarder_(forwarder) {}
 
-  /// Sets the look-back, which stays the caller's; null when no media is kept. To be called before the first packet.
+  /// Sets the look-back, which the caller owns; null when no media is kept. To be called before the first packet.
   void configure(LookBack* lookBack) { lookBack_ = lookBack; }
 
   /// True while a destination has kept media to send.

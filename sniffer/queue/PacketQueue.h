@@ -66,7 +66,7 @@ class PacketQueue {
   /// the frames of the previous batch. Returns false when no frame waits. Consumer only.
   bool takeBatch(std::chrono::milliseconds atMost);
 
-  /// Returns the next frame of the batch, oldest first, or null at its end. The frame stays the queue's and is valid
+  /// Returns the next frame of the batch, oldest first, or null at its end. The queue owns the frame, which is valid
   /// until the next takeBatch(). Consumer only.
   QueuedPacket* next();
 

@@ -66,7 +66,7 @@ class TcpConnection : public BaseConnection, private voip::StreamSocket {
   /// Closes the connection.
   ~TcpConnection() override;
 
-  /// Returns a new non-blocking socket, which is the caller's, or -1. Logs a failure.
+  /// Returns a new non-blocking socket, which the caller owns, or -1. Logs a failure.
   int getSocket();
 
   /// Makes one attempt to connect, which may still be in progress on return. Any thread.

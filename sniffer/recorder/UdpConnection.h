@@ -56,7 +56,7 @@ class UdpConnection : public BaseConnection {
 
   /// Returns the configured port in host order.
   int getServerPort() const { return serverPort_; }
-  /// Returns the descriptor of the socket, which stays the connection's.
+  /// Returns the descriptor of the socket, which the connection owns.
   int getClientSd() const { return clientSd_; }
 
  private:
