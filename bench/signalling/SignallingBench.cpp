@@ -41,7 +41,7 @@ void logAtInfo() {
 
 double medianOfCopies = 0;
 
-/// Times `work` on each segment separately. The times include reading the clock, those of the copies as well.
+/// Times `work` on each segment separately. All times include reading the clock, also those of the copies.
 template <class Work>
 double measureEach(benchmark::State& state, std::vector<Segment> segments, Work work) {
   using Clock = std::chrono::steady_clock;

@@ -109,8 +109,8 @@ void printBitString(std::ostream& stream, const Value& value, unsigned indent) {
   for (std::uint32_t i = 0; i < value.length; ++i) stream << (value.octets[i / 8] >> (7 - i % 8) & 1);
 }
 
-/// X.690, 8.19: a number has seven bits an octet, and bit 8 of its last octet is clear. The first number stands for the
-/// first two components.
+/// X.690, 8.19: a number has seven bits in each octet, and bit 8 of its last octet is clear. The first number encodes
+/// the first two components.
 void printObjectIdentifier(std::ostream& stream, const Value& value) {
   std::uint64_t number = 0;
   bool first = true;

@@ -85,7 +85,7 @@ class Device {
   /// `reason` says why. Any thread.
   DeviceStatistics getStatistics(std::string& reason);
 
-  /// Returns by how many frames droppedByKernel has grown from the last call to the figures of this one. Any thread.
+  /// Returns the growth of droppedByKernel since the last call, up to the figures passed to this one. Any thread.
   std::uint64_t takeNewDrops(const DeviceStatistics& figures);
 
  private:

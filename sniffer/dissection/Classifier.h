@@ -27,7 +27,7 @@ class Classifier {
   /// Sets whether SIP requests to URIs other than sip: are SIP, too. To be called before the first item.
   void setSipAnyUri(bool on) { sipAnyUri_ = on; }
 
-  /// True when they are.
+  /// Returns the value of setSipAnyUri().
   bool takesAnyUri() const { return sipAnyUri_; }
 
   /// Returns the parser of H.323 signalling, which this object owns.

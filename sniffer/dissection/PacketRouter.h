@@ -88,7 +88,7 @@ class PacketRouter final : private NetworkSink {
   Classifier classifier_;
   bool followsStreams_ = false;
   std::unique_ptr<NetworkStack> network_;
-  bool isPlain_ = true;  ///< no option is on, so the network stack needs no clock
+  bool isPlain_ = true;  ///< no option that needs a clock is on
   ForwardClock clock_;   ///< of the network stack
   bool hasLoggedTail_ = false;
   CaptureStamp stamp_;        ///< of the current frame

@@ -35,7 +35,7 @@ class ForwardClock {
 
  private:
   std::int64_t now_ = 0;
-  std::int64_t captureClock_ = 0;  ///< the capture time of a frame that came now
+  std::int64_t captureClock_ = 0;  ///< the capture time of a frame that arrives now
   std::int64_t monotonic_ = 0;
 };
 

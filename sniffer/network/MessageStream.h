@@ -75,7 +75,7 @@ class MessageStream {
   void tidy();
 
   std::unique_ptr<Kept> kept_;
-  std::uint32_t skip_ = 0;    ///< octets to come that are no message
+  std::uint32_t skip_ = 0;    ///< future octets that are no message
   std::uint32_t wanted_ = 0;  ///< length of the incomplete message; 0: unknown
   Kind kind_ = Kind::kUndecided;
   std::uint8_t failures_ = 0;  ///< grows when no message begins where one should, and falls with each message

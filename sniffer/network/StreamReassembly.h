@@ -40,9 +40,9 @@ struct ArrivedSegment {
 };
 
 /// Puts the segments of one direction of a TCP stream into the order of their sequence numbers (RFC 9293). Handles
-/// retransmitted, overlapping and out-of-order segments, and sequence numbers that wrap around. Waits at a gap until
-/// the other side acknowledges the missing octets, until no segment has filled it for NetworkLimits::gapPatience, or
-/// until the out-of-order data after it takes more than NetworkLimits::earlyMemory.
+/// retransmitted, overlapping and out-of-order (early) segments, and sequence numbers that wrap around. Waits at a gap
+/// until the other side acknowledges the missing octets, until no segment has filled it for NetworkLimits::gapPatience,
+/// or until the out-of-order data after it takes more than NetworkLimits::earlyMemory.
 ///
 /// A passive observer cannot ask a sender whether it sent a segment (RFC 5961). So one segment with unexpected numbers
 /// has no effect: it is kept as the start of a rival numbering, and the old numbering stays valid. The rival replaces
@@ -110,7 +110,7 @@ class StreamReassembly {
   struct Disorder {
     std::map<Position, Early> early;
     std::size_t earlySize = 0;
-    std::int64_t waitsSince = 0;  ///< no expected segment has come since then
+    std::int64_t waitsSince = 0;  ///< no expected segment has arrived since then
     Position acknowledged = 0;
     Position givenUp = 0;  ///< the start of a gap, as long as no segment has continued the numbers after it; or 0
     std::optional<Rival> rival;

@@ -9,7 +9,7 @@
 namespace voip {
 
 /// Runs a task on a separate thread, at every interval, for the first time after one interval. The destructor waits for
-/// a running task. When the thread cannot be created, a WARN says so and the task does not run.
+/// a running task. When the thread cannot be created, logs a WARN and does not run the task.
 class PeriodicTask {
  public:
   PeriodicTask(std::chrono::seconds interval, std::function<void()> task);

@@ -193,7 +193,7 @@ TEST(Description, EndsWhenTheEffortOfASegmentIsUsedUp) {
   }
 }
 
-// Without beginSegment() each call stands for a segment. After it, small TPKTs that are not described use up the effort
+// Without beginSegment() each call counts as a segment. After it, small TPKTs that are not described use up the effort
 // that they share; described ones do not.
 TEST(Description, SharesTheEffortOfASegmentAmongItsTpkts) {
   TestLog log;

@@ -246,7 +246,7 @@ public final class CallFollower {
   }
 
   /**
-   * Returns the priority of a call without media. Media comes soon after the answer or never, so a call that was
+   * Returns the priority of a call without media. Media begins soon after the answer or never, so a call that was
    * answered long ago has the lowest priority. Among equal calls the oldest one is dropped.
    */
   private static int priority(Call call, Moment now) {

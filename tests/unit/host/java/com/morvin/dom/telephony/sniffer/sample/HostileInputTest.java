@@ -145,7 +145,7 @@ final class HostileInputTest {
     });
   }
 
-  /** One call has limits as well: methods, tags, branches, addresses. */
+  /** The parts of one call are limited, too: methods, tags, branches, addresses. */
   void testEndlessCall() throws Exception {
     FakeSniffer.with(sniffer -> {
       sip(sniffer, A, B, INVITE);
