@@ -5,12 +5,12 @@
 
 #include <pcap/dlt.h>
 
-#include <cstdlib>
 #include <vector>
 
 #include "base/FrameLimits.h"
 #include "network/ForwardClock.h"
 #include "network/NetworkStack.h"
+#include "support/Require.h"
 #include "support/Split.h"
 
 using namespace voip;
@@ -18,10 +18,6 @@ using namespace voip;
 namespace {
 
 constexpr int kClockSetBack = 31, kOtherDevice = 30, kPause = 29;
-
-void require(bool condition) {
-  if (!condition) std::abort();
-}
 
 /// Reads each byte of what it gets, and counts the frames.
 class CheckingSink final : public NetworkSink {

@@ -16,8 +16,9 @@ import sys
 EXCHANGE = "voip-calls"
 QUEUE = "voip-recorder"
 DEAD = "voip-dead"
-# Hash buckets for each queue. With one bucket each, a small number of calls could all go to one queue.
-WEIGHT = "8"
+# The routing keys "0" to "1023". A front publishes a call under one of them, so a call keeps its queue when the broker
+# starts again. An exchange of type x-consistent-hash does not keep it: it deals its buckets anew at each start.
+SLOTS = 1024
 DEAD_BYTES = 64 << 20
 ARGUMENTS = {"x-single-active-consumer": True, "x-dead-letter-exchange": DEAD,
              "x-dead-letter-strategy": "at-least-once", "x-overflow": "reject-publish"}
@@ -53,9 +54,10 @@ def definitions(queues, generation, user=None, ready=True):
         # only when the queue voip-dead has it on disk.
         "queues": [quorum_queue(DEAD, **{"x-max-length-bytes": DEAD_BYTES, "x-overflow": "drop-head"})]
         + [quorum_queue(name, **ARGUMENTS) for name in queues],
-        "exchanges": [exchange(DEAD, "fanout"), exchange(calls, "x-consistent-hash")]
+        "exchanges": [exchange(DEAD, "fanout"), exchange(calls, "direct")]
         + ([exchange(calls + ".ready", "fanout")] if ready else []),
-        "bindings": [binding(DEAD, DEAD, "")] + [binding(calls, name, WEIGHT) for name in queues],
+        "bindings": [binding(DEAD, DEAD, "")]
+        + [binding(calls, queues[slot % len(queues)], str(slot)) for slot in range(SLOTS)],
     }
     if user:
         name, _, password = user.partition(":")

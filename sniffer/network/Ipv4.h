@@ -6,8 +6,6 @@
 #include <optional>
 #include <span>
 
-#include "network/ByteReader.h"
-
 namespace voip {
 
 /// The fields of an IPv4 header (RFC 791) that the network stack uses. Addresses in host order, first octet most
@@ -29,27 +27,26 @@ struct Ipv4Header {
   static std::optional<Ipv4Header> read(std::span<const std::uint8_t> bytes);
 };
 
+// Several stages read a header for each frame, so its length is checked once and not for each field.
 inline std::optional<Ipv4Header> Ipv4Header::read(std::span<const std::uint8_t> bytes) {
-  ByteReader reader(bytes);
+  constexpr std::size_t kShortest = 20;
+  if (bytes.size() < kShortest) return {};
+  const auto u16 = [&](std::size_t at) { return static_cast<unsigned>(bytes[at] << 8 | bytes[at + 1]); };
+  const auto u32 = [&](std::size_t at) { return u16(at) << 16 | u16(at + 2); };
   Ipv4Header header;
-  const unsigned versionAndLength = reader.u8();
-  header.length = (versionAndLength & 0x0F) * 4;
-  reader.skip(1);
-  const std::size_t total = reader.u16();
-  header.id = reader.u16();
-  const unsigned fragment = reader.u16();
-  header.moreFragments = (fragment & 0x2000) != 0;
-  header.fragmentOffset = (fragment & 0x1FFF) * 8;
-  reader.skip(1);
-  header.protocol = reader.u8();
-  reader.skip(2);
-  header.source = reader.u32();
-  header.destination = reader.u32();
-  if (!reader.ok() || versionAndLength >> 4 != 4 || header.length < 20 || header.length > bytes.size()) return {};
+  header.length = (bytes[0] & 0x0F) * std::size_t{4};
+  if (bytes[0] >> 4 != 4 || header.length < kShortest || header.length > bytes.size()) return {};
+  const std::size_t total = u16(2);
   // A packet that the network card has not segmented yet may have the length 0.
   header.total = total == 0 ? bytes.size() : std::min(total, bytes.size());
-  header.missing = std::max(total, bytes.size()) - bytes.size();
   if (header.total < header.length) return {};
+  header.missing = std::max(total, bytes.size()) - bytes.size();
+  header.id = static_cast<std::uint16_t>(u16(4));
+  header.moreFragments = (u16(6) & 0x2000) != 0;
+  header.fragmentOffset = (u16(6) & 0x1FFF) * std::size_t{8};
+  header.protocol = bytes[9];
+  header.source = u32(12);
+  header.destination = u32(16);
   return header;
 }
 

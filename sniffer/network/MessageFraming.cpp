@@ -21,11 +21,6 @@ char lower(char c) {
   return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 'a' - 'A') : c;
 }
 
-bool isTokenCharacter(char c) {
-  return (c >= '0' && c <= '9') || (lower(c) >= 'a' && lower(c) <= 'z') ||
-         std::string_view("-.!%*_+`'~").find(c) != std::string_view::npos;
-}
-
 std::size_t lengthOfTpkt(Octets octets) {
   return static_cast<std::size_t>(octets[2] << 8 | octets[3]);
 }
@@ -33,7 +28,7 @@ std::size_t lengthOfTpkt(Octets octets) {
 /// A name, blanks, and a colon.
 Likeness beginsField(std::string_view text) {
   const auto name =
-      static_cast<std::size_t>(std::find_if_not(text.begin(), text.end(), isTokenCharacter) - text.begin());
+      static_cast<std::size_t>(std::find_if_not(text.begin(), text.end(), isSipTokenCharacter) - text.begin());
   if (name > kLongestFieldName) return Likeness::kNo;
   const std::size_t colon = text.find_first_not_of(" \t", name);
   if (colon == text.npos) return text.size() > 2 * kLongestFieldName ? Likeness::kNo : Likeness::kPerhaps;
@@ -50,6 +45,17 @@ std::string_view takeField(std::string_view& header) {
   return field;
 }
 
+/// Returns where the value of a header field begins; 0 when the field has another name.
+std::size_t valueOf(std::string_view field, std::string_view name) {
+  if (field.size() <= name.size() || lower(field.front()) != lower(name.front()) ||
+      !equalNocase(field.substr(0, name.size()), name)) {
+    return 0;
+  }
+  std::size_t colon = name.size();
+  while (colon < field.size() && isBlank(field[colon])) ++colon;
+  return colon < field.size() && field[colon] == ':' ? colon + 1 : 0;
+}
+
 }  // namespace
 
 // ---- text ----
@@ -59,7 +65,8 @@ std::string_view textOf(Octets octets) {
 }
 
 bool equalNocase(std::string_view a, std::string_view b) {
-  return std::equal(a.begin(), a.end(), b.begin(), b.end(), [](char x, char y) { return lower(x) == lower(y); });
+  if (a.size() != b.size()) return false;
+  return a == b || std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) { return lower(x) == lower(y); });
 }
 
 std::string_view trimmed(std::string_view value) {
@@ -87,12 +94,9 @@ std::size_t endOfHeader(std::string_view stream, std::size_t known) {
 std::string_view fieldOf(std::string_view header, std::string_view name, std::string_view shortName) {
   for (takeField(header); !header.empty();) {
     const std::string_view field = takeField(header);
-    const char first = lower(field.empty() ? '\0' : field.front());
-    if (first != lower(name.front()) && first != lower(shortName.front())) continue;
-    const std::size_t colon = field.find(':');
-    if (colon == field.npos) continue;
-    const std::string_view here = trimmed(field.substr(0, colon));
-    if (equalNocase(here, name) || equalNocase(here, shortName)) return trimmed(field.substr(colon + 1));
+    for (const std::string_view wanted : {name, shortName}) {
+      if (const std::size_t value = valueOf(field, wanted); value > 0) return trimmed(field.substr(value));
+    }
   }
   return {};
 }
@@ -141,9 +145,9 @@ Cut cutSip(Octets octets, std::size_t known) {
   const std::string_view stream = textOf(octets);
   if (const std::size_t blank = countLineEnds(octets); blank > 0) return {Cut::kSkip, blank};
   // A start line is checked again only when more of it has arrived.
-  const std::size_t line = stream.find('\n');
-  if (known > 0 && line == stream.npos && stream.size() <= kLongestStartLine) return {Cut::kMore};
-  if ((known == 0 || line >= known) && beginsSip(octets) == Likeness::kNo) return {Cut::kLost};
+  const std::size_t line = known == 0 ? 0 : stream.find('\n');
+  if (line == stream.npos && stream.size() <= kLongestStartLine) return {Cut::kMore};
+  if (line >= known && beginsSip(octets) == Likeness::kNo) return {Cut::kLost};
   const std::size_t header = endOfHeader(stream, known);
   if (header == stream.npos) {
     return octets.size() > kMaxMessage ? Cut{Cut::kTooLong, octets.size()} : Cut{Cut::kMore};

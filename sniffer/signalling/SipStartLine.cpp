@@ -3,6 +3,7 @@
 #include <strings.h>
 
 #include <algorithm>
+#include <array>
 #include <string_view>
 
 namespace voip {
@@ -19,12 +20,22 @@ bool isAlpha(char c) {
   return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
 }
 
-bool isAlphanumericOr(std::string_view others, char c) {
-  return isAlpha(c) || (c >= '0' && c <= '9') || others.find(c) != others.npos;
+/// A set of characters. Each octet of a URI or a method is looked up.
+using CharacterSet = std::array<bool, 256>;
+
+constexpr CharacterSet alphanumericAnd(std::string_view others) {
+  CharacterSet set{};
+  for (unsigned char c = '0'; c <= '9'; ++c) set[c] = true;
+  for (unsigned char c = 'a'; c <= 'z'; ++c) set[c] = set[c - 'a' + 'A'] = true;
+  for (const unsigned char c : others) set[c] = true;
+  return set;
 }
 
-bool isTokenCharacter(char c) {
-  return isAlphanumericOr("-.!%*_+`'~", c);
+constexpr CharacterSet kToken = alphanumericAnd("-.!%*_+`'~");
+constexpr CharacterSet kScheme = alphanumericAnd("+-.");
+
+bool isSchemeCharacter(char c) {
+  return kScheme[static_cast<unsigned char>(c)];
 }
 
 // Octets above 127 must be escaped, but some senders do not.
@@ -48,7 +59,9 @@ std::string_view takeWhile(std::string_view& text, Predicate fits) {
 /// True when `text` begins with `wanted`, or is a beginning of it, in any case.
 bool startsLike(std::string_view text, std::string_view wanted) {
   const std::size_t length = std::min(text.size(), wanted.size());
-  return length == 0 || strncasecmp(text.data(), wanted.data(), length) == 0;
+  if (length == 0) return true;
+  constexpr int kCaseBit = 0x20;
+  return ((text.front() ^ wanted.front()) & ~kCaseBit) == 0 && strncasecmp(text.data(), wanted.data(), length) == 0;
 }
 
 Likeness lineEnd(std::string_view text) {
@@ -60,7 +73,7 @@ Likeness lineEnd(std::string_view text) {
 /// Removes a URI: a scheme, a colon, and at least one more character.
 Likeness takeUri(std::string_view& text) {
   if (!text.empty() && !isAlpha(text.front())) return Likeness::kNo;
-  takeWhile(text, [](char c) { return isAlphanumericOr("+-.", c); });
+  takeWhile(text, isSchemeCharacter);
   if (text.empty()) return Likeness::kPerhaps;
   const bool hasColon = text.front() == ':';
   const std::size_t length = takeWhile(text, isUriCharacter).size();
@@ -80,13 +93,17 @@ Likeness restOfRequestLine(std::string_view text, bool& isComplete) {
 
 }  // namespace
 
+bool isSipTokenCharacter(char c) {
+  return kToken[static_cast<unsigned char>(c)];
+}
+
 Likeness beginsSip(std::span<const std::uint8_t> octets) {
   std::string_view text = textOf(octets);
   if (startsLike(text, kVersion)) {
     if (text.size() <= kVersion.size()) return Likeness::kPerhaps;
     return text[kVersion.size()] == ' ' ? Likeness::kYes : Likeness::kNo;
   }
-  const std::size_t method = takeWhile(text, isTokenCharacter).size();
+  const std::size_t method = takeWhile(text, isSipTokenCharacter).size();
   if (method == 0 || method > kMaxMethodLength) return Likeness::kNo;
   if (text.empty()) return Likeness::kPerhaps;
   if (text.front() != ' ') return Likeness::kNo;
@@ -99,7 +116,7 @@ bool isSipRequestWithAnyUri(std::span<const std::uint8_t> datagram) {
   std::string_view text = textOf(datagram);
   text.remove_prefix(std::min(text.find_first_not_of("\r\n"), text.size()));
   // Most datagrams are RTP and end here.
-  if (takeWhile(text, isTokenCharacter).empty() || !text.starts_with(' ')) return false;
+  if (takeWhile(text, isSipTokenCharacter).empty() || !text.starts_with(' ')) return false;
   bool isComplete = false;
   const Likeness likeness = restOfRequestLine(text.substr(1), isComplete);
   return likeness == Likeness::kYes || (likeness == Likeness::kPerhaps && isComplete);

@@ -14,6 +14,9 @@ enum class Likeness { kNo, kPerhaps, kYes };
 // - in a request: a method token, a blank, a URI of any scheme, a blank, the version, the end of the line
 // The version is SIP/2.0 in any case. CRLF or a line feed alone ends a line. Any thread may call these functions.
 
+/// Whether a token of SIP may contain the character.
+bool isSipTokenCharacter(char c);
+
 /// Whether the first octets of a stream are the beginning of a start line.
 Likeness beginsSip(std::span<const std::uint8_t> octets);
 

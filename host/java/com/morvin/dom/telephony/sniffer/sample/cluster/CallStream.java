@@ -4,19 +4,17 @@ import com.morvin.dom.telephony.sniffer.sample.transport.Frame;
 import java.io.ByteArrayOutputStream;
 import java.nio.ByteBuffer;
 import java.nio.charset.StandardCharsets;
-import java.security.MessageDigest;
-import java.security.NoSuchAlgorithmException;
-import java.util.HexFormat;
 import java.util.concurrent.atomic.AtomicInteger;
 import java.util.function.Consumer;
+import java.util.zip.CRC32;
 
 /**
  * Collects the frames of one call into messages. Belongs to the thread of the front. Times are milliseconds of a
  * monotonic clock, unless noted otherwise.
  */
 final class CallStream {
-  /** The longest routing key of AMQP, in bytes. */
-  private static final int MAX_KEY = 255;
+  /** The number of routing keys; packaging/rabbitmq/definitions.py binds each of them to a queue. */
+  private static final int SLOTS = 1024;
   private static final long RECAP_MILLIS = 30_000;
   /** The most signalling that is repeated, in bytes; an ordinary call has a fifth of it. */
   private static final int MAX_RECAP = 32 << 10;
@@ -35,23 +33,22 @@ final class CallStream {
   private long recapped;
   private long sequence;
 
-  CallStream(MessageId.Stream id, String key, long now, Consumer<Message> out) {
+  /**
+   * Makes a stream without messages.
+   *
+   * @param call identifies the call on all machines: the recorder is selected by it
+   */
+  CallStream(MessageId.Stream id, String call, long now, Consumer<Message> out) {
     this.id = id;
-    this.key = routingKey(key);
+    this.key = routingKey(call);
     this.out = out;
     recapped = now;
   }
 
-  private static String routingKey(String key) {
-    byte[] bytes = key.getBytes(StandardCharsets.UTF_8);
-    if (bytes.length <= MAX_KEY) {
-      return key;
-    }
-    try {
-      return HexFormat.of().formatHex(MessageDigest.getInstance("SHA-256").digest(bytes));
-    } catch (NoSuchAlgorithmException e) {
-      throw new AssertionError(e);  // every Java platform has SHA-256
-    }
+  private static String routingKey(String call) {
+    CRC32 hash = new CRC32();
+    hash.update(call.getBytes(StandardCharsets.UTF_8));
+    return Long.toString(hash.getValue() % SLOTS);
   }
 
   /** Adds a frame and its time of capture in milliseconds since 1970. Returns whether the frame began a message. */

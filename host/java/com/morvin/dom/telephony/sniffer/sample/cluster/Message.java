@@ -7,7 +7,7 @@ import java.util.concurrent.atomic.AtomicInteger;
  *
  * @param generation the generation of queues that the call is assigned to; 0 before it is assigned. All messages of the
  *     call share the object
- * @param key identifies the call on all machines; the broker selects the recorder by it
+ * @param key the routing key; it is the same for a call on all machines, and the broker selects the recorder by it
  * @param recap the length in bytes of the repeated signalling at the start of the body
  * @param last whether the call has ended
  * @param signalling whether the message holds new signalling or the end of the call, and so is dropped last

@@ -1,0 +1,162 @@
+// Frames, commands and a failing recorder, with the settings that lose nothing. Input: pieces, as Split cuts them; the
+// first octet of each selects the operation. Each captured frame carries a number, so that it shows which frames the
+// recorder gets: none twice, those of a destination in order, and each capture time directly before its frame.
+
+#include <log4cxx/logger.h>
+
+#include <algorithm>
+#include <map>
+#include <memory>
+#include <set>
+
+#include "support/Frames.h"
+#include "support/Require.h"
+#include "support/Split.h"
+
+using namespace voip;
+
+namespace {
+
+constexpr std::size_t kNumber = 4;  // octets at the end of each frame
+
+/// A recorder that checks what it gets, and fails as the input says.
+class CheckingConnection final : public BaseConnection {
+ public:
+  bool receiveRequest(SnifferRequest&) override { return false; }
+  void closeConnection() override {}
+  std::size_t getRoom() override { return room; }
+
+  int sendPacket(u_char* buffer, int length) override {
+    require(length >= FrameHeader::kLength && (buffer[0] << 8 | buffer[1]) == length);
+    const Bytes frame(buffer, buffer + length);
+    const Bytes ends(frame.begin() + 3, frame.begin() + FrameHeader::kLength);
+    require(announced_.empty() || announced_ == ends);
+    announced_.clear();
+    if (frame[2] == 5) {
+      require(length == FrameHeader::kLength + 8);
+      announced_ = ends;
+    } else if (frame[2] == 1 || frame[2] == 2) {
+      checkNumber(frame, ends);
+    }
+    return length;
+  }
+
+  SendResult sendPackets(std::span<OutgoingFrame> frames) override {
+    for (std::size_t i = 0; i < frames.size(); ++i) {
+      if (left == 0) {
+        left = -1;
+        announced_.clear();  // a new connection
+        last_.clear();
+        frames[i].sent = -1;
+        return {i + 1, failure};
+      }
+      if (left > 0) --left;
+      frames[i].sent = sendPacket(frames[i].bytes, frames[i].length);
+      if (groupEnds > 0 && (i + 1) % groupEnds == 0) return {i + 1};
+    }
+    return {frames.size()};
+  }
+
+  int left = -1;  ///< frames until the recorder fails; -1: never
+  LinkEvent failure = LinkEvent::kLost;
+  std::size_t groupEnds = 0;  ///< a wait follows after so many frames; 0: none
+  std::size_t room = SIZE_MAX;
+
+ private:
+  void checkNumber(const Bytes& frame, const Bytes& ends) {
+    if (frame.size() < FrameHeader::kLength + kNumber) return;
+    const std::uint8_t* at = frame.data() + frame.size() - kNumber;
+    const auto number = static_cast<std::uint32_t>(at[0] << 24 | at[1] << 16 | at[2] << 8 | at[3]);
+    require(seen_.insert(number).second);
+    if (frame[2] == 1) return;  // signalling that waits for the next connection may be older
+    std::uint32_t& last = last_[Bytes(ends.begin(), ends.begin() + 6)];
+    require(number > last);
+    last = number;
+  }
+
+  Bytes announced_;  ///< the addresses of a capture time without its frame
+  std::set<std::uint32_t> seen_;
+  std::map<Bytes, std::uint32_t> last_;  ///< by destination
+};
+
+/// The dissector with its queue, on one thread.
+class Road {
+ public:
+  explicit Road(std::uint8_t options) {
+    Settings settings;
+    settings.lookBack = 60'000;
+    settings.lookBackMemory = 1;
+    settings.captureTime = (options & 1) != 0;
+    settings.decapsulate = (options & 2) != 0;
+    settings.sipAnyUri = (options & 4) != 0;
+    dissector_.setSettings(settings);
+    auto made = std::make_unique<CheckingConnection>();
+    connection_ = made.get();
+    dissector_.setConnections(std::move(made), nullptr);
+  }
+
+  void take(const Bytes& piece) {
+    enum { kCapture, kAge, kAdd, kRemove, kFail, kUnreachable, kWait, kRoom };
+    const std::uint8_t value = piece.size() > 1 ? piece[1] : 0;
+    switch (piece[0] & 7) {
+      case kCapture:
+        capture(Bytes(piece.begin() + 1, piece.end()));
+        break;
+      case kAge:
+        age_ = value * 1'000;
+        break;
+      case kAdd:
+        dissector_.addRtp(0x0A000002, static_cast<u_short>(5000 + value % 4));
+        break;
+      case kRemove:
+        dissector_.removeRtp(0x0A000002, static_cast<u_short>(5000 + value % 4));
+        break;
+      case kFail:
+      case kUnreachable:
+        connection_->left = value;
+        connection_->failure = (piece[0] & 7) == kFail ? LinkEvent::kLost : LinkEvent::kUnreachable;
+        break;
+      case kWait:
+        connection_->groupEnds = value;
+        break;
+      case kRoom:
+        connection_->room = value * std::size_t{64};
+        break;
+    }
+    if ((piece[0] & 8) != 0) consume();
+  }
+
+  void consume() {
+    while (dissector_.getQueueLength() > 0) dissector_.consumePacket();
+  }
+
+ private:
+  void capture(Bytes frame) {
+    append(frame, ++number_, kNumber);
+    timeval now{};
+    gettimeofday(&now, nullptr);
+    const std::int64_t time = now.tv_sec * std::int64_t{1'000'000} + now.tv_usec - age_;
+    pcap_pkthdr header = captureHeader(frame);
+    header.ts = {time / 1'000'000, time % 1'000'000};
+    SniffedPacket packet{nullptr, &header, frame.data()};
+    dissector_.producePacket(packet);
+  }
+
+  SngDissector dissector_;
+  CheckingConnection* connection_ = nullptr;
+  std::uint32_t number_ = 0;
+  std::int64_t age_ = 0;  ///< of the next frames, in microseconds
+};
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  log4cxx::Logger::getRootLogger()->setLevel(log4cxx::Level::getOff());
+  if (size == 0) return 0;
+  Road road(data[0]);
+  for (Split pieces(data + 1, size - 1); pieces.more();) {
+    if (const Bytes piece = pieces.next(); !piece.empty()) road.take(piece);
+  }
+  road.consume();
+  return 0;
+}
