@@ -76,7 +76,7 @@ void MainLoop::startEngine(Sniffer& engine, void (*onSignal)(int)) {
   }
 }
 
-/// Makes the calling thread the one that runs the engine. Returns false when another thread does already.
+/// Makes the calling thread the one that runs the engine. Returns false when another thread already runs it.
 bool MainLoop::begin() {
   const MutexLock lock(mutex_);
   if (running_) return false;
