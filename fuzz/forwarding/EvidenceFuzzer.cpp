@@ -53,14 +53,17 @@ class CheckingConnection final : public BaseConnection {
       }
       if (left > 0) --left;
       frames[i].sent = sendPacket(frames[i].bytes, frames[i].length);
-      if (groupEnds > 0 && (i + 1) % groupEnds == 0) return {i + 1};
+      if (waitAfter > 0 && ++sinceWait_ > waitAfter) {
+        sinceWait_ = 0;
+        return {i + 1};
+      }
     }
     return {frames.size()};
   }
 
   int left = -1;  ///< frames until the recorder fails; -1: never
   LinkEvent failure = LinkEvent::kLost;
-  std::size_t groupEnds = 0;  ///< the number of frames after which a wait follows; 0: none
+  std::size_t waitAfter = 0;  ///< a wait follows when more frames than this were sent; 0: none
   std::size_t room = SIZE_MAX;
 
  private:
@@ -75,6 +78,7 @@ class CheckingConnection final : public BaseConnection {
     last = number;
   }
 
+  std::size_t sinceWait_ = 0;
   Bytes announced_;  ///< the addresses of a capture time without its frame
   std::set<std::uint32_t> seen_;
   std::map<Bytes, std::uint32_t> last_;  ///< by destination
@@ -118,7 +122,7 @@ class Road {
         connection_->failure = (piece[0] & 7) == kFail ? LinkEvent::kLost : LinkEvent::kUnreachable;
         break;
       case kWait:
-        connection_->groupEnds = value;
+        connection_->waitAfter = value;
         break;
       case kRoom:
         connection_->room = value * std::size_t{64};
