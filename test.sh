@@ -80,7 +80,7 @@ say "Tests: ${list%; }"
 processors=$(nproc)
 jobs=()
 
-# Runs a step beside the builds that follow. The step has a process group of its own, so that it ends with the script.
+# Runs a step while later builds run. The step has its own process group, so that it ends with the script.
 beside() {
   set -m
   "$@" &
@@ -134,10 +134,10 @@ run_fuzzers() {
     xargs -P "$processors" -I{} bash -c 'run_fuzzer {}'
 }
 
-# The tests of one build run beside the next build: they wait most of the time.
+# The tests of one build run during the next build, because they wait most of the time.
 if [ -n "$first" ]; then install_missing $first; fi
 if [ -n "$later" ] && [ -n "$(missing $later)" ]; then
-  as_root true  # asks for the password before the installation goes on beside the first build
+  as_root true  # asks for the password before the installation continues during the first build
   set -m
   install_missing $later &
   installing=$!

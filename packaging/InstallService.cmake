@@ -9,7 +9,7 @@ set(program ${CMAKE_INSTALL_PREFIX}/${sbindir}/sniffer)
 set(settings ${sysconfdir}/voip-sniffer)
 set(units $ENV{DESTDIR}${CMAKE_INSTALL_PREFIX}/lib/systemd/system)
 
-# Installing again, other than upgrading a package, must not take the operator's settings away.
+# A second installation must not overwrite the operator's settings. In the packages they are conffiles of dpkg.
 foreach(name sniffer.properties log4cxx.properties)
   if(NOT EXISTS $ENV{DESTDIR}${settings}/${name})
     file(INSTALL ${packaging}/${name} DESTINATION ${settings}

@@ -16,7 +16,7 @@ namespace {
 
 constexpr int kNotReady = 1;
 
-/// Prints errors on standard error, whatever the configuration of the log, and counts them.
+/// Prints errors on standard error, regardless of the configuration of the log, and counts them.
 class ErrorList {
  public:
   void add(const std::string& text) {

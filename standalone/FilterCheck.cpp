@@ -32,7 +32,7 @@ struct Candidates {
       end = std::min(filter.find_first_not_of("0123456789.", at), filter.size());
       const std::string word = filter.substr(at, end - at);
       if (in_addr address; inet_pton(AF_INET, word.c_str(), &address) == 1) {
-        // The second one is a host, should the first be a network.
+        // The second one stands for a host in case the first is a network.
         addresses.insert({ntohl(address.s_addr), ntohl(address.s_addr) | 1});
       } else if (word.size() <= 5 && word.find('.') == std::string::npos) {
         ports.insert(static_cast<std::uint32_t>(std::stoi(word)));
@@ -78,7 +78,7 @@ bool letsThrough(const bpf_program& program, const Candidates& candidates, const
   return false;
 }
 
-/// A setting, and the kinds of frames it is for. The filter has to let through at least one kind.
+/// A setting, and the kinds of frames that it needs. The filter has to let through at least one kind.
 struct Need {
   bool Settings::*setting;
   const char* name;

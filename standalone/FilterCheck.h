@@ -5,6 +5,6 @@
 
 #include "settings/Settings.h"
 
-/// Returns a warning for each setting that has no effect because the filter excludes all frames that the setting is
-/// for. Only a filter that lets through plain SIP or RTP is judged.
+/// Returns a warning for each setting that has no effect because the filter excludes all frames that the setting needs.
+/// Checks only filters that let through plain SIP or RTP.
 std::vector<std::string> checkFilter(const char* filter, const voip::Settings& settings);

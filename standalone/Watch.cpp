@@ -14,7 +14,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 constexpr timespec kPollInterval{0, 50'000'000};
 
-/// A time that comes at every interval, and never when the interval is 0.
+/// A time that is due at every interval, and never when the interval is 0.
 class Schedule {
  public:
   explicit Schedule(std::chrono::seconds interval) : interval_(interval), due_(Clock::now() + interval) {}
@@ -33,7 +33,7 @@ class Schedule {
 }  // namespace
 
 Watch::Watch() {
-  // All later threads inherit the blocked signals, so only the thread that awaits them takes them.
+  // All later threads inherit the blocked signals, so only the thread that awaits them receives them.
   sigemptyset(&signals_);
   sigaddset(&signals_, SIGINT);
   sigaddset(&signals_, SIGTERM);

@@ -56,12 +56,12 @@ build() {
   local preset=$1 log
   shift
   if [ "$preset" = quickstart ] && [ -e build/release/build.ninja ]; then
-    quietly "Configuring ($preset)" cmake build/release  # test.sh may have configured it: the tests stay
+    quietly "Configuring ($preset)" cmake build/release  # test.sh may have configured it with tests
   else
     quietly "Configuring ($preset)" cmake --preset "$preset"
   fi
   log=$(mktemp)
-  # Tests that run beside a build get the processor first.
+  # Tests that run during a build have priority on the processor.
   NINJA_STATUS='[%f of %t] ' nice cmake --build --preset "$preset" ${1:+--target "$@"} 2>&1 |
     tee "$log" | show_progress "$preset"
   [ "${PIPESTATUS[0]}" = 0 ] || give_up "Building ($preset)" "$log"

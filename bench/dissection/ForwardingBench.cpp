@@ -41,8 +41,8 @@ struct Rounds {
   double through = 0;
 };
 
-/// Alternates the two rounds, each of which has a recorder of its own and returns its seconds: `bareRound` sends the
-/// frames, `throughRound` classifies and sends them.
+/// Alternates the two rounds, which have separate recorders and return their seconds: `bareRound` sends the frames,
+/// `throughRound` classifies and sends them.
 template <typename Bare, typename Through>
 void compare(benchmark::State& state, const Bytes& captured, Bare bareRound, Through throughRound) {
   Rounds seconds;
@@ -69,7 +69,7 @@ double forwardRound(SngDissector& dissector, const Bytes& captured) {
   return secondsOf(CLOCK_THREAD_CPUTIME_ID) - start;
 }
 
-/// Returns the frames of a round, each in memory of its own like captured frames.
+/// Returns the frames of a round, each in separate memory like captured frames.
 std::vector<Bytes> framesOfRound() {
   return std::vector<Bytes>(kFramesInRound, forwarded(2, kRtp, kRtp.payload));
 }

@@ -23,7 +23,7 @@ void runOn(int threads, Work work) {
   for (std::thread& thread : running) thread.join();
 }
 
-/// An engine without devices whose consumer runs on a thread of its own.
+/// An engine without devices whose consumer runs on a separate thread.
 struct Consumer {
   Consumer() {
     dissector->setConnections(std::make_unique<DiscardingConnection>(), nullptr);

@@ -1,5 +1,5 @@
-// What each step of the network stack costs a frame, beside a copy of the frame in the same run; and the most that a
-// single frame costs under attacks on what the stack keeps.
+// The cost of each step of the network stack for a frame, compared with a copy of the frame in the same run. The
+// highest cost of a single frame under attacks on the state of the stack.
 
 #include <benchmark/benchmark.h>
 #include <time.h>
@@ -89,11 +89,11 @@ std::vector<Bytes> media(bool numbered, Bytes (*wrap)(const Bytes&) = nullptr) {
 }
 
 void setSequence(Bytes& frame, std::uint64_t n) {
-  // The RTP sequence number and part of the time stamp: no packet is like another.
+  // The RTP sequence number and part of the time stamp: all packets differ.
   std::memcpy(frame.data() + 44, &n, 4);
 }
 
-/// The way through the stack with nothing on, which the others have as well.
+/// The path through the stack without options, which the other benchmarks contain as well.
 void nothing(benchmark::State& state) {
   run(state, {}, media(true), setSequence);
 }
@@ -124,7 +124,7 @@ void decapsulateVxlan(benchmark::State& state) {
 }
 BENCHMARK(decapsulateVxlan);
 
-/// Segments of streams that carry neither SIP nor TPKTs; their first octets were seen, or not.
+/// Segments of streams that carry neither SIP nor TPKTs, with or without the first octets of the stream.
 void neither(benchmark::State& state, bool seenFromStart) {
   std::vector<Bytes> frames;
   const auto streams = static_cast<int>(state.range(0));
@@ -174,8 +174,7 @@ BENCHMARK(twoFragments);
 
 // ---- attacks ----
 
-/// Takes frames and keeps the highest processor time of one: not the clock's, which runs on while others have the
-/// processor.
+/// Takes frames and keeps the highest processor time of one frame. The clock would include the time of other processes.
 class Attack {
  public:
   explicit Attack(const NetworkOptions& options) : stack_(options, sink_) {}
@@ -225,7 +224,7 @@ void attack(benchmark::State& state, bool NetworkOptions::*option, Work work) {
 constexpr auto kTcp = &NetworkOptions::reassembleTcp;
 const Bytes kStart = text("OPTIONS sip:a@b SIP/2.0\r\nl: 0\r\n\r\n");
 
-/// Streams full of holes, all of which are given up at the same time.
+/// Streams with many gaps, all of which are given up at the same time.
 void attackWithHoles(benchmark::State& state) {
   attack(state, kTcp, [](Attack& frames) {
     constexpr int kStreams = 250, kHoles = 4'020;
@@ -241,7 +240,7 @@ void attackWithHoles(benchmark::State& state) {
 }
 BENCHMARK(attackWithHoles)->Iterations(1);
 
-/// A hole before a header that comes octet by octet, in many segments.
+/// A gap before a header that arrives octet by octet, in many segments.
 void attackWithOctets(benchmark::State& state, const Bytes& octets, const Bytes& handshake) {
   attack(state, kTcp, [&](Attack& frames) {
     constexpr std::uint32_t kFirst = 1;
@@ -261,14 +260,14 @@ void attackWithLongHeader(benchmark::State& state) {
 }
 BENCHMARK(attackWithLongHeader)->Iterations(1);
 
-/// Large segments in which a message could begin everywhere.
+/// Large segments in which a message could begin at any octet.
 void attackWithBeginnings(benchmark::State& state, const std::string& opening, const std::string& beginning) {
   attack(state, kTcp, [&](Attack& frames) {
     frames.takeSegment(0, 0, {}, 0, 0x02);
     frames.takeSegment(0, 1, text(opening), 0);
     std::string many;
     while (many.size() + beginning.size() < 65'000) many += beginning;
-    auto at = static_cast<std::uint32_t>(1 + opening.size() + 10);  // a hole: the stream is out of step
+    auto at = static_cast<std::uint32_t>(1 + opening.size() + 10);  // a gap: the stream is out of step
     for (int i = 0; i < 20; ++i, at += static_cast<std::uint32_t>(many.size())) {
       frames.takeSegment(0, at, text(many), 3'000'000 + i);
       frames.takeSegment(1, 0, {}, 6'000'000 + i, 0x02);

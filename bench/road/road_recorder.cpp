@@ -4,8 +4,7 @@
 //
 // Listens on a port of the loopback device, which it prints. Asks for the RTP of 10.0.0.2:5000 after the first
 // connection or datagram, and prints "ready" after the heartbeat reply that confirms it. Ends after FRAMES RTP frames,
-// or after three seconds without data. Prints the number of RTP frames, and how many of them did not have the next
-// number.
+// or after three seconds without data. Prints the number of RTP frames, and the number of gaps in their numbers.
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
@@ -81,7 +80,7 @@ int listenOnLoopback(int type) {
 }
 
 /// Waits for data. Waits a little longer unless the last read was large, like the interrupt moderation of a network
-/// card: the recorder stands for another machine and must not take the processor from the sniffer for each frame.
+/// card: the recorder represents another machine and must not take the processor from the sniffer for each frame.
 bool readable(int sd, bool wasLarge) {
   pollfd one{sd, POLLIN, 0};
   const bool isReadable = poll(&one, 1, kSilenceMs) > 0;

@@ -22,8 +22,8 @@ immediate=yes
 latest=$((100 * seconds + 200))  # milliseconds after the last frame was sent
 
 skip() { echo "SKIPPED: $*"; exit 77; }
-[ "$(id -u)" = 0 ] || skip "the road needs root, for network namespaces"
-for tool in ip ethtool; do command -v $tool >/dev/null || skip "the road needs $tool"; done
+[ "$(id -u)" = 0 ] || skip "bench/road needs root, for network namespaces"
+for tool in ip ethtool; do command -v $tool >/dev/null || skip "bench/road needs $tool"; done
 wire=road-wire-$$ tap=road-tap-$$
 ip netns add $wire 2>/dev/null || skip "no network namespace can be made here"
 
@@ -107,7 +107,7 @@ trial() {  # WAY RATE: true when nothing was lost; leaves $cost, in microseconds
   before=$(ticks "$sniffer")
   read -r sent took < <(send "$2" "$seconds")
   if [ "$1" = tcpdump ]; then
-    sleep 1.2  # the kernel hands over what it has after a second
+    sleep 1.2  # the kernel delivers a partly filled block after a second
     after=$(ticks "$sniffer")
     stop -INT
     arrived=$(awk '/packets captured/ {print $1}' "$folder/log") gaps=0
@@ -166,7 +166,7 @@ if [ "${1:-}" = pause ]; then
 fi
 
 [ $# -gt 0 ] || set -- TCP UDP Java
-command -v tcpdump >/dev/null || skip "the road needs tcpdump to compare with"
+command -v tcpdump >/dev/null || skip "bench/road needs tcpdump to compare with"
 for way in TCP UDP; do
   declare "bare_$way=$(ip netns exec $tap "$build/bench/road/road_bare" $way 1000000)"
 done

@@ -30,7 +30,7 @@ struct Discard : log4cxx::AppenderSkeleton {
   bool requiresLayout() const override { return false; }
 };
 
-/// Logs as in operation, but to nowhere.
+/// Logs as in operation, but discards the lines.
 void logAtInfo() {
   static const auto discard = std::make_shared<Discard>();
   const auto logger = log4cxx::Logger::getLogger("SnifferClient");
@@ -41,7 +41,7 @@ void logAtInfo() {
 
 double medianOfCopies = 0;
 
-/// Times `work` on each segment separately. The times include reading the clock, those of the copies as well.
+/// Times `work` on each segment separately. All times include reading the clock, also those of the copies.
 template <class Work>
 double measureEach(benchmark::State& state, std::vector<Segment> segments, Work work) {
   using Clock = std::chrono::steady_clock;
@@ -90,7 +90,7 @@ void describeSegments(benchmark::State& state, const char* recording) {
 BENCHMARK_CAPTURE(describeSegments, everyKindOfMessage, kRandom);
 BENCHMARK_CAPTURE(describeSegments, callWithTunnelledH245, kCalls[3]);
 
-/// The TPKTs of a segment, as TCP reassembly hands them on.
+/// The TPKTs of a segment, as TCP reassembly passes them on.
 std::vector<std::span<u_char>> tpktsOf(std::span<u_char> segment) {
   std::vector<std::span<u_char>> tpkts;
   while (segment.size() >= kTpktLength) {

@@ -1,6 +1,7 @@
-// Frames, commands and a failing recorder, with the settings that lose nothing. Input: pieces, as Split cuts them; the
-// first octet of each selects the operation. Each captured frame carries a number, so that it shows which frames the
-// recorder gets: none twice, those of a destination in order, and each capture time directly before its frame.
+// Passes frames and commands through the dissector to a failing recorder, with the settings that prevent losses. Input:
+// pieces, as Split cuts them; the first octet of each selects the operation. Each captured frame contains a number. The
+// recorder must receive no frame twice, the frames of a destination in order, and each capture time directly before its
+// frame.
 
 #include <log4cxx/logger.h>
 
@@ -19,7 +20,7 @@ namespace {
 
 constexpr std::size_t kNumber = 4;  // octets at the end of each frame
 
-/// A recorder that checks what it gets, and fails as the input says.
+/// A recorder that checks the frames it receives, and fails as the input selects.
 class CheckingConnection final : public BaseConnection {
  public:
   bool receiveRequest(SnifferRequest&) override { return false; }

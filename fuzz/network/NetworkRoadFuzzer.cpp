@@ -1,7 +1,7 @@
-// Frames in, datagrams and messages out, under all options at once. Input: frames, each after its length in two bytes;
-// the first octet of each is its link type (3 bits) and a step of time (5 bits): a power of two of microseconds, or one
-// of the special steps below. Each frame is in memory of its own, so that no byte after it is read unnoticed. The
-// limits are small, so that they are reached. Each frame has to be counted once.
+// Passes frames through the network stack with all options on. Input: frames, each after its length in two bytes; the
+// first octet of each is its link type (3 bits) and a step of time (5 bits): a power of two of microseconds, or one of
+// the special steps below. Each frame is in separate memory, so that the sanitizer finds a read beyond it. The limits
+// are small, so that they are reached. Each frame must be counted once.
 
 #include <pcap/dlt.h>
 

@@ -15,7 +15,7 @@ class Effort {
   static constexpr std::uint32_t kSteps = 5120;
   /// Further steps for messages that are described. They suffice for hundreds of channels in one Setup.
   static constexpr std::uint32_t kReserve = 20480;
-  /// The cost of a message besides its values.
+  /// The cost of a message in addition to its values.
   static constexpr std::uint32_t kMessage = 16;
 
   /// Returns false when these steps use up the Effort.

@@ -18,8 +18,8 @@ class PPER_Stream {
  public:
   explicit PPER_Stream(const PBYTEArray& octets)
       : octets_(octets.GetPointer()), size_(octets.GetSize()), end_(octets.GetSize() * 8) {}
-  /// `effort` is charged for everything decoded from this stream and must outlive it. Without it each message has an
-  /// Effort of its own.
+  /// `effort` is charged for everything decoded from this stream and must outlive it. Without it each message has its
+  /// own Effort.
   PPER_Stream(const PBYTEArray& octets, asn1::Effort& effort) : PPER_Stream(octets) { effort_ = &effort; }
 
   /// Null if the stream was constructed without one.

@@ -113,7 +113,7 @@ class H245_OpenLogicalChannel_reverseLogicalChannelParameters
   }
 };
 
-/// An OpenLogicalChannel inside another message. H245_OpenLogicalChannel below is one that is decoded by itself.
+/// An OpenLogicalChannel inside another message. H245_OpenLogicalChannel below is decoded separately.
 class H245_OpenLogicalChannelView : public PASN_SequenceType<asn1::h245::OpenLogicalChannel> {
  public:
   using PASN_SequenceType::PASN_SequenceType;

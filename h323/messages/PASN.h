@@ -118,7 +118,7 @@ class PASN_SequenceType : public PASN_Object {
   const asn1::Value& component(PASN_Field<kType> field) const { return asn1::component(*value_, field.index); }
 };
 
-/// A message of the type `kType` that is decoded by itself and read as `View`.
+/// A message of the type `kType` that is decoded separately and read as `View`.
 template <class View, const auto& kType>
 class PASN_Message : public View {
  public:

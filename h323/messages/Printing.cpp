@@ -23,7 +23,7 @@ void appendHex(std::string& line, unsigned number, unsigned digits) {
   while (digits-- > 0) line += "0123456789abcdef"[number >> digits * 4 & 15];
 }
 
-/// Writes `head`, an opening brace, what `lines` writes, and the closing brace.
+/// Writes `head`, an opening brace, the output of `lines`, and the closing brace.
 template <class Lines>
 void printBlock(std::ostream& stream, std::string_view head, unsigned indent, Lines lines) {
   stream << head << "{\n";
@@ -92,7 +92,7 @@ void printCharacterString(std::ostream& stream, const Value& value) {
     } else if (isPrintable(character)) {
       text += static_cast<char>(character);
     } else {
-      // An octal escape ends after three digits, whatever follows.
+      // An octal escape ends after three digits, even before another digit.
       text += '\\';
       for (const int shift : {6, 3, 0}) text += static_cast<char>('0' + (character >> shift & 7));
     }
@@ -109,8 +109,8 @@ void printBitString(std::ostream& stream, const Value& value, unsigned indent) {
   for (std::uint32_t i = 0; i < value.length; ++i) stream << (value.octets[i / 8] >> (7 - i % 8) & 1);
 }
 
-/// X.690, 8.19: a number has seven bits an octet, and bit 8 of its last octet is clear. The first number stands for the
-/// first two components.
+/// X.690, 8.19: a number has seven bits in each octet, and bit 8 of its last octet is clear. The first number encodes
+/// the first two components.
 void printObjectIdentifier(std::ostream& stream, const Value& value) {
   std::uint64_t number = 0;
   bool first = true;

@@ -1,15 +1,15 @@
 'use strict';
-// Everything that calls tell is put into the page as text: no markup is ever made of it.
+// All data of calls is inserted as text, never as markup.
 (() => {
   const byId = id => document.getElementById(id);
-  /** A line for each call; the last one counts when it is complete. */
+  /** Returns the lines of the calls. The last line counts only when it is complete. */
   const lines = () =>
     byId('data')
       .textContent.split('\n')
       .slice(0, -1)
       .filter(line => line);
 
-  // Asked by a page that shows itself: the same file in a hidden frame, which hands over what has been added to it.
+  // This is the hidden frame of a shown page: the same file, loaded again. It sends the new lines to the shown page.
   const live = /^\?live=(\d+)$/.exec(location.search);
   if (live) {
     addEventListener('DOMContentLoaded', () => {
@@ -21,18 +21,18 @@
 
   const archived = /\/days\/\d[^/]*$/.test(location.pathname);
   const base = archived ? '../' : '';
-  const ROWS = 150; // are drawn at a time
-  const BARS = 36; // of a sketch
+  const ROWS = 150; // the number of calls drawn at a time
+  const BARS = 36; // of the small waveform in the list
   const FILTERS = ['heard', 'flawed'];
   const calls = new Map();
-  let head = ''; // the first line of data: what page this is
-  let taken = 0; // lines of data
-  let found = []; // calls that the search lets through, in order
+  let head = ''; // the first line of data, which identifies the page
+  let taken = 0; // the number of lines of data that have been read
+  let found = []; // calls that match the search, in order
   let drawn = 0;
   let shown = null; // the call on the right
   let player = null;
 
-  // ---------------------------------------------------------------- small things
+  // ---------------------------------------------------------------- helpers
 
   function h(tag, attributes, ...children) {
     const element = document.createElement(tag);
@@ -76,7 +76,7 @@
     return minutes < 60 ? `${minutes}:${rest}` : `${Math.floor(minutes / 60)}:${two(minutes % 60)}:${rest}`;
   }
 
-  /** What people call a party, and the rest of its address: sip:bob@10.0.0.2 is bob, 10.0.0.2. */
+  /** The name of a party and the rest of its address: bob and 10.0.0.2 for sip:bob@10.0.0.2. */
   function party(address) {
     const match = /^<?(?:sips?|tel|h323):(?:([^@;?<>"\s]*)@)?([^@;?<>"\s]*)(?:[;?][^<>"\s]*)?>?$/i.exec(address);
     if (!match) return {name: address || 'unknown', host: ''};
@@ -85,7 +85,7 @@
     try {
       name = decodeURIComponent(name);
     } catch {
-      /* then as it stands */
+      /* used undecoded */
     }
     return name ? {name, host} : {name: host || 'unknown', host: ''};
   }
@@ -118,15 +118,15 @@
         const call = prepare(record);
         into.set(call.name, call);
       } catch (error) {
-        console.info(`a line is left out: ${error.message}`); // it was cut off when the machine died
+        console.info(`a line is left out: ${error.message}`); // cut off by a crash of the machine
       }
     }
   }
 
-  /** The report of a call, with what drawing and searching need. Times within a call are seconds from its start. */
+  /** Completes the report of a call for drawing and searching. Times within a call are seconds from its start. */
   function prepare({was, call, peaks, running}) {
     call.was = was;
-    call.legs = call.legs || []; // earlier versions did not write them
+    call.legs = call.legs || []; // earlier versions wrote no legs
     call.name = call.name || was; // a running call has no files to be named after
     call.running = running;
     call.from = party(call.caller);
@@ -190,11 +190,11 @@
 
   // ---------------------------------------------------------------- all days
 
-  const archive = new Map(); // calls of the other pages, with what the list and the search need
+  const archive = new Map(); // calls of the other pages, reduced to the data of the list and the search
   const readPages = new Set();
-  let reading = null; // which of the other pages is read at present
+  let reading = null; // the page that is being read
 
-  /** Adds the calls of all other pages to the list. Each page is read once, in a hidden frame like the news. */
+  /** Adds the calls of all other pages to the list. Reads each page once, in a hidden frame. */
   async function searchEverywhere() {
     const button = byId('everywhere');
     if (pressed(button)) {
@@ -236,13 +236,13 @@
         event.data &&
         Array.isArray(event.data.lines) &&
         done(event.data.lines.map(String));
-      const late = setTimeout(() => done([]), 60000); // it was deleted
+      const late = setTimeout(() => done([]), 60000); // the page was deleted
       addEventListener('message', hear);
       document.body.append(frame);
     });
   }
 
-  /** The little of a call that the list shows, because the other pages can hold very many calls. */
+  /** Returns only the data that the list shows, because the other pages can hold very many calls. */
   function outline(call, page) {
     const {name, start, end, seconds, caller, callee, endReason, from, to, text, numbers, begin, total} = call;
     const step = (total - begin) / BARS;
@@ -427,7 +427,7 @@
         );
   }
 
-  /** Both voices of a call at a glance: the caller above the line, the callee below it. */
+  /** The small waveform of a call: the caller above the line, the callee below it. */
   function sketch(call) {
     const step = (call.total - call.begin) / BARS;
     const path = (voice, up) => {
@@ -540,7 +540,7 @@
 
   const section = (title, ...content) => h('section', {}, h('h3', {}, title), ...content);
 
-  /** A time that the player can go to. */
+  /** Returns a button that moves the player to a time. */
   function jump(seconds, ...label) {
     const time = h('small', {}, length(seconds, 1));
     if (!player) return h('span', {class: 'jump'}, time, ...label);
@@ -591,7 +591,7 @@
     );
   }
 
-  /** What both voices have, in the order of its times. */
+  /** Returns the items of both voices in the order of their times. */
   const inOrder = (call, what) => call.voices.flatMap(voice => what(voice).map(each => [voice, each]));
 
   function gaps(call) {
@@ -630,7 +630,7 @@
     );
   }
 
-  /** What a call manager or a transfer has made one call of. */
+  /** The table of the legs that a call manager or a transfer has joined. */
   function legs(call) {
     const row = leg =>
       h(
@@ -670,7 +670,7 @@
   function ladder(call) {
     const steps = call.ladder;
     if (!steps.length) return null;
-    // One line for each host, whatever ports it used, unless a host talks to itself.
+    // One line for each host, regardless of its ports, unless a host sends to itself.
     const hostOf = end => end.replace(/:\d+$/, '');
     const place = steps.some(step => hostOf(step.from) === hostOf(step.to)) ? end => end : hostOf;
     const hosts = [...new Set(steps.flatMap(step => [place(step.from), place(step.to)]))];
@@ -770,7 +770,7 @@
         this.audio.addEventListener(event, () => this.update());
       this.build();
       this.choose(this.sources[0]);
-      this.seek(call.begin); // nobody wants to hear it ring
+      this.seek(call.begin); // skips the ringing
       this.resized = new ResizeObserver(() => this.draw());
       this.resized.observe(this.canvas);
       this.scheme = matchMedia('(prefers-color-scheme: dark)');
@@ -891,7 +891,7 @@
         this.wanted = null;
         this.audio.currentTime = Math.max(0, target - this.source.offset);
       } else {
-        this.wanted = target; // until the length of the file is known
+        this.wanted = target; // applied when the length of the file is known
       }
       this.update();
     }
@@ -934,7 +934,7 @@
       this.message.hidden = false;
     }
 
-    /** Both voices, each on a lane of its own, played parts in full colour; what is missing is hatched. */
+    /** Draws both voices, one above the other: played parts in full colour, missing parts hatched. */
     draw() {
       const ratio = devicePixelRatio || 1;
       const [width, height] = [this.canvas.clientWidth, this.canvas.clientHeight];
@@ -1006,14 +1006,14 @@
     }
   }
 
-  // ---------------------------------------------------------------- other pages, keys, news
+  // ---------------------------------------------------------------- other pages, keys, updates
 
   function pages() {
     let page = {};
     try {
       page = JSON.parse(head);
     } catch {
-      /* nobody has written to it yet */
+      /* the page has no calls yet */
     }
     const named = (page.older || [])
       .map(name => /^(\d{4}-\d\d-\d\d)(?:_(\d{4}-\d\d-\d\d))?(?:\.(\d+))?\.html$/.exec(name))
@@ -1039,13 +1039,13 @@
       .replaceChildren(...all.map(page => h('li', {}, h('a', {href: page.href}, page.label))));
   }
 
-  /** The call that the address names; on a wide screen the newest when it names none. */
+  /** Shows the call that the address names. On a wide screen, shows the newest call when the address names none. */
   function follow() {
     let n = '';
     try {
       n = decodeURIComponent(location.hash.slice(1));
     } catch {
-      /* nobody's name */
+      /* not a name of a call */
     }
     const wide = matchMedia('(min-width: 900px)').matches;
     const before = shown;
@@ -1058,7 +1058,7 @@
     if (call !== shown || !call) show(call);
     if (wide || call === before) return;
     if (call)
-      byId('call').focus(); // the list has gone
+      byId('call').focus(); // the list is hidden
     else if (before.row) before.row.focus();
   }
 
@@ -1069,9 +1069,9 @@
     const next = Math.min(found.length - 1, Math.max(0, current >= 0 ? current + by : 0));
     while (drawn <= next) drawMore();
     if (!found[next].page) {
-      // a call of another page is opened by Enter
+      // a call of another page opens only with Enter
       location.replace(address(found[next]));
-      follow(); // at once: the event comes only behind the keys that were pressed meanwhile
+      follow(); // at once: the event arrives only after keys that were pressed meanwhile
     }
     found[next].row.focus({preventScroll: true});
     found[next].row.scrollIntoView({block: 'nearest'});
@@ -1112,7 +1112,7 @@
     }
   });
 
-  /** Reads a page that is being written again, in a frame, so that the sound of the shown page goes on. */
+  /** Reads the growing page again in a frame, so that the shown page keeps playing. */
   function watch() {
     if (archived) return;
     const frame = h('iframe', {hidden: true, title: 'News', tabindex: '-1'});

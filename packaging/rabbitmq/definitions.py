@@ -17,7 +17,7 @@ EXCHANGE = "voip-calls"
 QUEUE = "voip-recorder"
 DEAD = "voip-dead"
 # The routing keys "0" to "1023". A front publishes a call under one of them, so a call keeps its queue when the broker
-# starts again. An exchange of type x-consistent-hash does not keep it: it deals its buckets anew at each start.
+# is restarted. An exchange of type x-consistent-hash would assign calls to other queues at each start.
 SLOTS = 1024
 DEAD_BYTES = 64 << 20
 ARGUMENTS = {"x-single-active-consumer": True, "x-dead-letter-exchange": DEAD,

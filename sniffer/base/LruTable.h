@@ -7,10 +7,10 @@
 
 namespace voip {
 
-/// A bounded map whose entries are in lists, each in the order in which they were put there or touched. The oldest
-/// entry of a list is found at once, so an owner evicts by kind and age in constant time. The table is allocated as a
-/// whole, so entries never move; memory is used as entries come. The caller hashes the keys, with a seed where
-/// strangers choose them.
+/// A bounded map whose entries are in lists, each ordered by the time at which an entry was inserted or last touched.
+/// The oldest entry of a list is found at once, so an owner evicts by kind and age in constant time. The table is
+/// allocated as a whole, so entries never move; the system provides its memory page by page as entries are added. The
+/// caller hashes the keys, with a seed where an attacker can choose them.
 template <class Key, class Value, std::size_t kLists = 1>
 class LruTable {
  public:
@@ -25,13 +25,13 @@ class LruTable {
   std::size_t sizeOf(std::size_t list) const { return lists_[list].size; }
   bool isFull() const { return size_ == capacity_; }
 
-  /// Returns null when the key is not there.
+  /// Returns null when the table does not have the key.
   Value* find(const Key& key, std::uint64_t hash) {
     const Index index = slots_[slotOf(key, hash)];
     return index == kNone ? nullptr : &nodes_[index].value;
   }
 
-  /// Inserts an entry as the newest of the list. The key is not there and the table is not full.
+  /// Inserts an entry as the newest of the list. The table must not have the key and must not be full.
   Value& insert(const Key& key, std::uint64_t hash, std::size_t list = 0) {
     Index index = free_;
     if (index != kNone) {

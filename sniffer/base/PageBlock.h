@@ -21,7 +21,7 @@ class PageBlock {
   PageBlock(const PageBlock&) = delete;
   PageBlock& operator=(const PageBlock&) = delete;
 
-  /// Returns the next `size` bytes, which stay the block's, or null when they do not fit.
+  /// Returns the next `size` bytes, which the block owns, or null when they do not fit.
   std::uint8_t* take(std::size_t size) {
     if (!hasRoom(size)) return nullptr;
     std::uint8_t* start = memory_ + used_;

@@ -7,8 +7,9 @@
 
 namespace voip {
 
-/// Hashes octets that strangers choose. Each object has a random seed, so nobody can aim at collisions. Multiplies 64
-/// bits to 128 and folds them, eight octets at a time, in two lanes, so that the processor does not wait for a product.
+/// Hashes octets that an attacker can choose. Each object has a random seed, so collisions cannot be provoked.
+/// Multiplies two 64-bit values and folds the product of 128 bits, eight octets at a time, in two independent lanes, so
+/// that the processor does not wait for a product.
 class SeededHash {
  public:
   SeededHash() {
@@ -32,7 +33,7 @@ class SeededHash {
         state = fold(word(at) ^ keys_[0], word(at + 8) ^ state);
         other = fold(word(at + 16) ^ keys_[1], word(at + 24) ^ other);
       }
-      // The rest, with octets before it that fill its words.
+      // The last octets, with earlier octets that fill the words.
       if (end - at > 16) state = fold(word(at) ^ keys_[0], word(at + 8) ^ state);
       other = fold(word(end - 16) ^ keys_[1], word(end - 8) ^ other);
     } else {

@@ -154,7 +154,7 @@ int Device::replay(int count, pcap_handler callback) {
   return result;
 }
 
-/// Opens the device again as soon as it is there. Returns false after breakLoop().
+/// Opens the device again as soon as it exists. Returns false after breakLoop().
 bool Device::waitUntilReopened() {
   const bool wasOpen = handle_ != nullptr;
   if (!releaseHandle()) return false;

@@ -20,7 +20,8 @@ std::optional<std::string_view> captureFilePath(std::string_view deviceName);
 
 /// A source of frames: a network device, or a capture file that is replayed at the pace of its time stamps.
 ///
-/// One thread opens the device, sets the filter, captures and closes. Other threads may call only what says so.
+/// One thread opens the device, sets the filter, captures and closes. Other threads may call only the operations that
+/// are marked "Any thread".
 class Device {
  public:
   static constexpr int kSnapLength = 8192;
@@ -29,7 +30,7 @@ class Device {
 
   // With immediate capture the kernel passes on a block of frames after this time. The immediate mode of libpcap would
   // wake the capture thread for each frame, at ten times the cost. A block takes 256 KiB of the buffer even when it is
-  // nearly empty: the number of blocks times the time-out is how long the capture thread may be kept from running.
+  // nearly empty: the capture thread may be kept from running for the number of blocks times the time-out.
   static constexpr int kImmediateTimeoutMs = 2;
   static constexpr int kImmediateBufferSize = 128 * 1024 * 1024;
 
@@ -84,7 +85,7 @@ class Device {
   /// `reason` says why. Any thread.
   DeviceStatistics getStatistics(std::string& reason);
 
-  /// Returns by how many frames droppedByKernel has grown from the last call to the figures of this one. Any thread.
+  /// Returns the growth of droppedByKernel since the last call, up to the figures passed to this one. Any thread.
   std::uint64_t takeNewDrops(const DeviceStatistics& figures);
 
  private:

@@ -42,7 +42,7 @@ class DeviceList {
   /// True when openAll() could not open the device. Before openAll() only the first device counts as down.
   bool isDown(int i) const { return entries_[i].isDown; }
 
-  /// True when the device is down but will be captured as soon as it is there.
+  /// True when the device is down but will be captured as soon as it exists.
   bool isAwaited(int i) const { return isDown(i) && entries_[i].device.reopens(); }
 
   /// True when the device has a capture thread while the engine runs.

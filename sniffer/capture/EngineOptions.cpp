@@ -10,7 +10,7 @@ namespace voip {
 
 namespace {
 
-// The published text: it names options that do not exist.
+// The published text. It names options that do not exist.
 constexpr const char* kCommandLineUsage =
     "Usage: UdpSniffer [-d device] [-f filter] [-h server] [-p port] [-i serverSig]\t\t\t\t\t[-q portSig] [-c count] "
     "[-e]\nwhere:\n\t-d The device name to sniff, defaults pcap choses device; e.g. eth0\n\t-f The sniff filter, "

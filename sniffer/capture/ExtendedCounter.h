@@ -4,7 +4,7 @@
 
 namespace voip {
 
-/// Extends one of libpcap's 32-bit counters to 64 bits. On a busy line such a counter overflows within days.
+/// Extends one of libpcap's 32-bit counters to 64 bits. On a busy line a 32-bit counter overflows within days.
 class ExtendedCounter {
  public:
   /// Takes the current value of the counter.

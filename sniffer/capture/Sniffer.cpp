@@ -15,7 +15,7 @@ using namespace voip;
 
 namespace {
 
-/// Returns the device that libpcap would take, or null with the reason in `errbuf`.
+/// Returns the device that libpcap would choose, or null with the reason in `errbuf`.
 const char* defaultDevice(char* errbuf) {
 // Deprecated, but no other call applies libpcap's own choice.
 #pragma GCC diagnostic push
@@ -154,7 +154,7 @@ void Sniffer::startSniffing() {
     std::exit(-1);
   }
   const auto statisticsFile = statisticsReporter_.writeFile(settings_);
-  // Stand-alone, the program logs the statistics, on the thread that awaits its signals.
+  // In the stand-alone program, the thread that awaits signals logs the statistics.
   const auto statisticsLog = embedded_ ? statisticsReporter_.logRegularly(settings_) : nullptr;
   while (!endMain_) {
     try {

@@ -19,8 +19,8 @@
 
 /// The capture engine: holds the settings, and starts and stops everything in order. There is one in a process.
 ///
-/// Use: the constructor; configure(), configureFromFile() or the setters; setupSniffing(); startSniffing(), which keeps
-/// the calling thread until another one calls stopSniffing(); the destructor.
+/// Use: the constructor; configure(), configureFromFile() or the setters; setupSniffing(); startSniffing(), which
+/// returns after another thread has called stopSniffing(); the destructor.
 ///
 /// A device name "file:PATH" replays a capture file at the pace of its time stamps.
 class Sniffer final : public voip::Engine {
@@ -141,7 +141,7 @@ class Sniffer final : public voip::Engine {
   std::string logLevel_ = "INFO";
   int promiscuous_ = 1;
   std::unique_ptr<SnifferConfig> snifferConfig_;
-  SngDissector* dissector_;  ///< owned while it is the live one
+  SngDissector* dissector_;  ///< owned while it is the live dissector
   const char* serverNameMedia_ = "127.0.0.1";
   int serverPortMedia_ = 6000;
   const char* serverNameSig_ = nullptr;

@@ -16,8 +16,8 @@
 
 namespace voip {
 
-/// Decides whether the recorder wants an item of the network, and fills the header of its frame. Consumer only, except
-/// lastClass().
+/// Decides whether the recorder wants an item of the network stack (a datagram, segment or message), and fills the
+/// header of its frame. Consumer only, except lastClass().
 class Classifier {
  public:
   /// Both arguments must outlive the object.
@@ -27,10 +27,10 @@ class Classifier {
   /// Sets whether SIP requests to URIs other than sip: are SIP, too. To be called before the first item.
   void setSipAnyUri(bool on) { sipAnyUri_ = on; }
 
-  /// True when they are.
+  /// Returns the value of setSipAnyUri().
   bool takesAnyUri() const { return sipAnyUri_; }
 
-  /// Returns the parser of H.323 signalling, which stays this object's.
+  /// Returns the parser of H.323 signalling, which this object owns.
   H323Parser& h323Parser() { return h323Parser_; }
 
   /// Returns the class of a datagram: SIP by its start line, RTP by its destination, else None. kFrameSlack readable
@@ -51,7 +51,7 @@ class Classifier {
   /// Returns true when the destination in the header is on the list, and makes RTP the last class.
   bool isRtpFilter();
 
-  /// Returns the header of the item that was classified last, which stays this object's.
+  /// Returns the header of the item that was classified last. This object owns the header.
   FrameHeader& header() { return header_; }
 
   /// Returns the addresses and ports in that header, in host order.

@@ -8,7 +8,8 @@ void CommandReader::carryOutWaiting(BaseConnection& connection) {
   // No decoded command has this code: the code of a command is one byte.
   constexpr u_short kNotDecoded = 0xFFFF;
   // While the rest of a command is missing, a connection may return true without a new command: then the previous one
-  // is carried out again. The limit bounds this, and the delay of the end by a recorder that sends without a pause.
+  // is carried out again. The limit bounds the repetitions, and the time for which a recorder that sends without a
+  // pause can delay the end.
   constexpr int kMaxRepeats = 4096;
   SnifferRequest request;
   for (int repeats = 0; repeats < kMaxRepeats;) {

@@ -45,7 +45,7 @@ class CommandReader {
   /// Ends run() and joins the thread, if one was started. The caller has to interrupt the connection before.
   void stop();
 
-  /// Returns the thread to join, which stays this object's, or null when none was started.
+  /// Returns the thread to join, which this object owns, or null when none was started.
   pthread_t* getThread() { return isStarted_ ? &thread_ : nullptr; }
 
   /// Notes that the caller has joined the thread.

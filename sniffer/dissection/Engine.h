@@ -2,11 +2,11 @@
 
 namespace voip {
 
-/// The engine that drives the dissector, as far as the dissector uses it. The engine is in a higher room, so it
+/// The engine that drives the dissector, as far as the dissector uses it. The engine is in a higher module, so it
 /// implements this interface.
 class Engine {
  public:
-  /// Returns the transport to the recorder as configured: "TCP" or "UDP". The text stays the engine's.
+  /// Returns the transport to the recorder as configured: "TCP" or "UDP". The engine owns the text.
   virtual const char* getServerProtocol() const = 0;
 
   /// True when the recorder is the process that hosts the sniffer.

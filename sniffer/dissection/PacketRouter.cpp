@@ -32,7 +32,8 @@ constexpr Statistics::Counter Statistics::*kCounters[] = {
 };
 static_assert(std::size(kCounters) == static_cast<std::size_t>(NetworkCount::kStreamsDisplaced) + 1);
 
-/// The machine's monotonic clock in microseconds, to a few milliseconds: it is read for each frame.
+/// Returns the machine's monotonic time in microseconds, precise to a few milliseconds. The coarse clock is used
+/// because it is read for each frame.
 std::int64_t monotonic() {
   timespec time;
   clock_gettime(CLOCK_MONOTONIC_COARSE, &time);
@@ -124,7 +125,7 @@ void PacketRouter::takeSegment(const Segment& segment) {
   }
 }
 
-/// The stamp of an item that was captured then, before the frame in work.
+/// Returns the stamp of an item that was captured before the current frame.
 CaptureStamp PacketRouter::stampAt(std::int64_t captured) const {
   return {captured, stamp_.seen - (stamp_.captured - captured)};
 }
@@ -139,7 +140,8 @@ void PacketRouter::takeSipMessage(const FlowEnds& ends, Octets message, std::int
   made_.assign(kForwardedHeader, 0);
   made_.insert(made_.end(), message.begin(), message.end());
   made_.resize(made_.size() + kFrameSlack);
-  // The framing of the stream has checked the whole start line, for any URI. Only the setting allows any URI.
+  // The framing of the stream accepts a start line with any URI. Without the setting, only requests to sip: URIs are
+  // SIP.
   if (!classifier_.takesAnyUri() && !classifier_.isSip(made_.data() + kForwardedHeader)) {
     statistics_.tcpDropped.add();
     return;
@@ -156,7 +158,7 @@ void PacketRouter::forwardDescription(const FlowEnds& ends, std::span<u_char> oc
     statistics_.tcpDropped.add();
     return;
   }
-  // A zero byte takes the place of the text's last character.
+  // A zero byte replaces the text's last character.
   made_.assign(kForwardedHeader, 0);
   made_.insert(made_.end(), description_.begin(), description_.end());
   made_.push_back(0);

@@ -23,34 +23,34 @@
 
 namespace voip {
 
-/// The path of a captured frame: from the network stack through the classifier to the forwarder or the look-back, or
-/// its end, which is counted. Frames for the recorder wait in the forwarder until its flush(). Consumer only.
+/// Routes captured frames from the network stack through the classifier to the forwarder or the look-back. Counts the
+/// frames that it drops. Frames for the recorder wait in the forwarder until its flush(). Consumer only.
 class PacketRouter final : private NetworkSink {
  public:
   /// All arguments must outlive the object.
   PacketRouter(const RtpDestinations& destinations, const Recalls& recalls, CatchUp& catchUp, RecorderLinks& links,
                FrameForwarder& forwarder, Statistics& statistics);
 
-  /// Applies the settings and discards the state of the network stack. `lookBack` stays the caller's and may be null.
+  /// Applies the settings and discards the state of the network stack. The caller owns `lookBack`, which may be null.
   void configure(const Settings& settings, LookBack* lookBack);
 
-  /// Returns the classifier, which stays this object's.
+  /// Returns the classifier, which this object owns.
   Classifier& classifier() { return classifier_; }
 
   /// Takes one captured frame of `header.len` bytes with a link layer of `linkType` (libpcap's DLT_ value). Writes to
   /// the frame. kFrameSlack zeroed bytes must follow it. It must stay valid until the forwarder's flush().
   void takeFrame(const pcap_pkthdr& header, u_char* frame, int linkType, const CaptureStamp& stamp);
 
-  /// Does what is due in the network stack while no frame comes: early segments may be forwarded.
+  /// Does the work that is due in the network stack while no frame arrives: early segments may be forwarded.
   void expire();
 
-  /// Forwards what the network stack still has: no frame will come.
+  /// Forwards the messages that the network stack still holds. To be called when no frame will follow.
   void flush() { network_->flush(); }
 
-  /// Takes an Ethernet frame the plain way, whatever the settings are. Otherwise as takeFrame().
+  /// As takeFrame(), but takes an Ethernet frame on the plain path, regardless of the settings.
   void takePlainFrame(std::span<u_char> frame) { network_->takePlainFrame(frame); }
 
-  // Single steps of the plain way. `offset` is the index of the UDP or TCP header in `frame`. The addresses are those
+  // Single steps of the plain path. `offset` is the index of the UDP or TCP header in `frame`. The addresses are those
   // of the item that was classified last.
   void takePlainUdp(std::span<u_char> frame, std::size_t offset);
   void takePlainTcp(std::span<u_char> frame, std::size_t offset);
@@ -88,7 +88,7 @@ class PacketRouter final : private NetworkSink {
   Classifier classifier_;
   bool followsStreams_ = false;
   std::unique_ptr<NetworkStack> network_;
-  bool isPlain_ = true;  ///< the network stack takes no notice of time
+  bool isPlain_ = true;  ///< no option that needs a clock is on
   ForwardClock clock_;   ///< of the network stack
   bool hasLoggedTail_ = false;
   CaptureStamp stamp_;        ///< of the current frame

@@ -89,7 +89,7 @@ void SngDissector::carryOut(const SnifferRequest& request) {
 }
 
 void SngDissector::replyHeartbeat() {
-  // The reply has a frame of its own: the consumer may be using the classifier's header.
+  // The reply has its own frame, because the consumer may be using the classifier's header.
   std::uint8_t frame[FrameHeader::kLength];
   our_header{FrameHeader::kLength, FrameProtocol::Heartbeat}.write(frame);
   sendPayload(frame, FrameHeader::kLength);
@@ -126,7 +126,7 @@ void SngDissector::consumePacket() {
     }
     processBatch();
   } catch (...) {
-    forwarder_.dropGroup();  // its bytes may not stay
+    forwarder_.dropGroup();  // its bytes become invalid
     throw;
   }
   if (!engineHasEnded()) return;
@@ -135,7 +135,7 @@ void SngDissector::consumePacket() {
   packetQueue_.clearFromConsumer();
 }
 
-/// Does the work that no packet causes, then waits for packets. Returns false when there are none.
+/// Does the periodic work, then waits for packets. Returns false when there are none.
 bool SngDissector::takeBatch() {
   router_.expire();
   forwarder_.flush();

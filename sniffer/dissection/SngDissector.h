@@ -54,7 +54,7 @@ class SngDissector {
   /// dissector at that time.
   virtual ~SngDissector();
 
-  /// Returns the live dissector, which stays its owner's, or null. Any thread.
+  /// Returns the live dissector, without ownership, or null. Any thread.
   static SngDissector* dft() { return dissector_; }
 
   // ---- set-up, by one thread before any other uses the dissector ----
@@ -100,7 +100,7 @@ class SngDissector {
   /// Starts the command-reader thread. The connections must have been made.
   void startCmdReaderThread() { commands_.start(startCmdReaderLoop); }
 
-  /// Returns the thread to join, which stays the dissector's, or null when none was started.
+  /// Returns the thread to join, which the dissector owns, or null when none was started.
   pthread_t* getCmdReaderThread() { return commands_.getThread(); }
 
   /// Notes that the caller has joined the thread.
@@ -121,7 +121,7 @@ class SngDissector {
 
   // ---- the queue ----
 
-  /// Queues a copy of a packet, which stays the caller's. Any thread. Throws std::bad_alloc.
+  /// Queues a copy of a packet; the caller owns the packet. Any thread. Throws std::bad_alloc.
   void producePacket(SniffedPacket& packet);
 
   /// Waits until packets are queued and processes them. Drops all queued packets instead after the end of the engine.
@@ -176,8 +176,8 @@ class SngDissector {
   /// For a TCP segment (not `isUdp`), sends its H.323 description instead, if it has one. `packet` is not used.
   void buildPayload(u_char* payload, int payloadLen, bool isUdp, u_char** packet);
 
-  /// Sends a frame of `len` bytes, header first, on the connection of the last class. It stays the caller's. Heartbeat
-  /// replies: command thread.
+  /// Sends a frame of `len` bytes, header first, on the connection of the last class. The caller owns the frame.
+  /// Heartbeat replies: command thread.
   void sendPayload(u_char* payload, int len);
 
   /// Logs the header of a frame, 15 bytes at `ptr`, at DEBUG. For diagnosis.

@@ -41,7 +41,7 @@ bool CatchUp::step() {
   forwarder_.flush();  // first, since it may keep frames
   const auto frames = fitting(lookBack_->media.peekRecalled(kMaxTogether), room);
   lookBack_->media.popRecalled(forwarder_.sendKept(connection, frames));
-  // Frames that were kept meanwhile need a recall of their own, which the next step begins.
+  // Frames that were kept meanwhile need another recall, which the next step begins.
   if (frames.empty()) isRecalling_ = false;
   return true;
 }

@@ -13,15 +13,15 @@
 namespace voip {
 
 /// Sends kept media of the destinations that the recorder asks for, in small steps: each step sends as much as the
-/// connection takes without delaying other frames. New media of such a destination is kept until the older media has
-/// been sent, so that all of it is sent in order. Consumer only.
+/// connection takes without delaying other frames. New media of these destinations is kept until the older media has
+/// been sent, so that all media is sent in order. Consumer only.
 class CatchUp {
  public:
   /// All arguments must outlive the object.
   CatchUp(Recalls& recalls, const RtpDestinations& destinations, RecorderLinks& links, FrameForwarder& forwarder)
       : recalls_(recalls), destinations_(destinations), links_(links), forwarder_(forwarder) {}
 
-  /// Sets the look-back, which stays the caller's; null when no media is kept. To be called before the first packet.
+  /// Sets the look-back, which the caller owns; null when no media is kept. To be called before the first packet.
   void configure(LookBack* lookBack) { lookBack_ = lookBack; }
 
   /// True while a destination has kept media to send.

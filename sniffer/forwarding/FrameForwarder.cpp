@@ -85,7 +85,7 @@ std::size_t FrameForwarder::countDealtWith(std::size_t from, const SendResult& r
     const OutgoingFrame& frame = outgoing_[i];
     const bool isSent = frame.sent == frame.length;
     if (isSent && FrameHeader::protocolOf(frame.bytes) == FrameProtocol::CaptureTime) continue;
-    // A frame is lost with its capture time: without it, it would look timely.
+    // A frame whose capture time was not sent is not sent either: the recorder would take it for a timely frame.
     const Entry& entry = group_[from++];
     if (!isSent) {
       if (result.link == LinkEvent::kNone || !keep(entry)) statistics_.notSent.add();

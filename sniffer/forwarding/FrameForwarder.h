@@ -33,12 +33,12 @@ class FrameForwarder {
   FrameForwarder(RtpDestinations& destinations, PacketQueue& queue, Statistics& statistics)
       : destinations_(destinations), queue_(queue), statistics_(statistics) {}
 
-  /// `announceCaptureTime`: whether frames with capture times are sent. `lookBack` keeps what a lost recorder misses;
-  /// it stays the caller's and may be null. To be called before the first frame.
+  /// `announceCaptureTime`: whether frames with capture times are sent. `lookBack` keeps the frames that a lost
+  /// recorder misses; the caller owns it, and it may be null. To be called before the first frame.
   void configure(bool announceCaptureTime, LookBack* lookBack);
 
   /// Adds a frame to the group, which is sent when it is full. Keeps signalling instead while older signalling waits
-  /// for the recorder. The bytes stay the caller's and must be valid until flush().
+  /// for the recorder. The caller owns the bytes, which must be valid until flush().
   void add(BaseConnection& connection, const KeptFrame& frame);
 
   /// Sends the group. Returns what happened to the link.
@@ -65,8 +65,8 @@ class FrameForwarder {
     }
   }
 
-  /// Sends the reply to a command; `frame` stays the caller's. `takesCommands`: whether commands arrive on
-  /// `connection`. Command thread.
+  /// Sends the reply to a command; the caller owns `frame`. `takesCommands`: whether commands arrive on `connection`.
+  /// Command thread.
   void sendReply(BaseConnection& connection, bool takesCommands, std::span<std::uint8_t> frame);
 
  private:

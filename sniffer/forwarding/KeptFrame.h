@@ -18,8 +18,8 @@ struct KeptFrame {
 /// A time of the monotonic clock, or a duration.
 using Instant = std::chrono::milliseconds;
 
-/// Returns the time of the monotonic clock, to a few milliseconds: the coarse clock is cheap enough to be read for each
-/// kept frame. Any thread.
+/// Returns the time of the monotonic clock, precise to a few milliseconds. The coarse clock is used because it is read
+/// for each kept frame. Any thread.
 inline Instant monotonicNow() {
   timespec time;
   clock_gettime(CLOCK_MONOTONIC_COARSE, &time);

@@ -157,7 +157,7 @@ void KeptMedia::cancelRecall() {
     newest = last;
     return;
   }
-  // Frames that were kept during the recall follow its own.
+  // Frames that were kept during the recall come after those of the recall.
   Record* first = newest.record;
   while (isKept(first->previousNumber)) first = first->previous;
   first->previous = last.record;

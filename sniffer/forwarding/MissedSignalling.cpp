@@ -4,7 +4,7 @@ namespace voip {
 
 namespace {
 
-constexpr std::size_t kOverhead = 64;  // bytes that a frame takes besides its own
+constexpr std::size_t kOverhead = 64;  // bytes of memory for a frame in addition to its own bytes
 constexpr Instant kBetweenAttempts{1000};
 
 }  // namespace

@@ -41,11 +41,11 @@ class RecorderLinks {
   /// Takes ownership of connections made elsewhere; `signalling` may be null.
   void take(std::unique_ptr<BaseConnection> media, std::unique_ptr<BaseConnection> signalling);
 
-  /// Returns the connection for media, which stays this object's, or null before there is one. Any thread.
+  /// Returns the connection for media, which this object owns, or null before there is one. Any thread.
   BaseConnection* getMedia() const { return conMedia_; }
 
-  /// Returns the connection for a frame with `protocol` in its header after a packet of class `packetClass`; it stays
-  /// this object's. Null when the class is none of SIP, RTP and H.323 and the frame is no heartbeat reply. Any thread.
+  /// Returns the connection for a frame with `protocol` in its header after a packet of class `packetClass`; this
+  /// object owns it. Null when the class is none of SIP, RTP and H.323 and the frame is no heartbeat reply. Any thread.
   BaseConnection* forFrame(FrameProtocol packetClass, FrameProtocol protocol) const;
 
   /// Ends all waits in the connections, present and future. Any thread.

@@ -76,7 +76,7 @@ void MainLoop::startEngine(Sniffer& engine, void (*onSignal)(int)) {
   }
 }
 
-/// Gives the run to the calling thread. Returns false when another thread has it.
+/// Makes the calling thread the one that runs the engine. Returns false when another thread already runs it.
 bool MainLoop::begin() {
   const MutexLock lock(mutex_);
   if (running_) return false;

@@ -10,9 +10,9 @@
 
 namespace voip {
 
-/// Reads fields in network byte order from the front of captured bytes, never beyond their end. A read that the end
-/// cuts off returns 0, takes all that is left and is remembered, so ok() needs to be checked only where the value
-/// matters.
+/// Reads fields in network byte order from the beginning of captured bytes, never beyond their end. A read that would
+/// go beyond the end returns 0 and consumes the remaining bytes; ok() is false from then on, so it needs to be checked
+/// only where the value matters.
 class ByteReader {
  public:
   explicit ByteReader(std::span<const std::uint8_t> bytes) : all_(bytes), end_(bytes.size()) {}
@@ -29,7 +29,7 @@ class ByteReader {
   /// Ends the bytes after `length` more, as a length field says.
   void limit(std::size_t length) { end_ = at_ + std::min(length, left()); }
 
-  /// Returns the next byte without taking it, or 0 at the end.
+  /// Returns the next byte without consuming it, or 0 at the end.
   std::uint8_t peek() const { return left() > 0 ? all_[at_] : std::uint8_t{0}; }
 
   bool ok() const { return !isCut_; }

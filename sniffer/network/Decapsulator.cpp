@@ -16,7 +16,7 @@ constexpr int kIpv6InIp = 41;
 constexpr int kGre = 47;
 constexpr int kVxlanPort = 4789;
 constexpr int kGenevePort = 6081;
-constexpr std::uint16_t kNothing = 0;  // nothing that is known
+constexpr std::uint16_t kNothing = 0;  // no known type
 
 bool isTag(std::uint16_t etherType) {
   return etherType == kEtherVlan || etherType == kEtherServiceVlan || etherType == kEtherOldQinQ;
@@ -44,7 +44,8 @@ bool looksLikeEthernet(Octets frame) {
   return looksLikeIp(type, reader.rest());
 }
 
-/// One walk from the outside to the inside. Each step removes a header and returns the EtherType of what follows.
+/// Walks through a frame from the outermost to the innermost header. Each step removes a header and returns the
+/// EtherType of the payload.
 class Walk {
  public:
   Walk(Octets bytes, int layers) : reader_(bytes) { packet_.layers = layers; }
@@ -106,8 +107,8 @@ class Walk {
     return type;
   }
 
-  /// Labels do not say what follows them: IP, or Ethernet with a control word (RFC 4448) or without. A MAC address may
-  /// begin like any of them, so what makes sense as a whole is taken.
+  /// MPLS labels do not give the type of their payload: IP, or Ethernet with or without a control word (RFC 4448). The
+  /// first bytes of a MAC address can look like any of them, so the first type that is consistent as a whole is taken.
   std::uint16_t labels() {
     constexpr std::size_t kControlWord = 4;
     while (reader_.ok() && (reader_.u32() & 0x100) == 0) {
@@ -124,8 +125,7 @@ class Walk {
     if (reader_.u16() != 0x1100) return kNothing;  // version 1, type 1, session data
     reader_.skip(2);
     reader_.limit(reader_.u16());
-    const unsigned protocol =
-        reader_.peek() % 2 == 1 ? reader_.u8() : reader_.u16();  // one octet when it is compressed
+    const unsigned protocol = reader_.peek() % 2 == 1 ? reader_.u8() : reader_.u16();  // one byte when it is compressed
     if (protocol == 0x0021) return kEtherIpv4;
     if (protocol == 0x0057) return kEtherIpv6;
     return protocol == 0x0281 ? kEtherMpls : kNothing;
@@ -196,7 +196,7 @@ class Walk {
     if ((flags & 0x2000) != 0) reader_.skip(4);  // key
     const bool hasSequence = (flags & 0x1000) != 0;
     if (hasSequence) reader_.skip(4);
-    // Type I of ERSPAN has neither a sequence number nor a header of its own.
+    // Type I of ERSPAN has neither a sequence number nor an ERSPAN header.
     return type == kEtherBridged || (type == kEtherErspan && !hasSequence) ? ethernet() : type;
   }
 

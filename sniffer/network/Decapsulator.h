@@ -14,7 +14,7 @@ struct InnerPacket {
   std::size_t offset = 0;    ///< of its IP header
   std::size_t length = 0;    ///< of header and payload as far as captured, without the trailer of an outer frame
   int layers = 0;            ///< outer layers
-  bool isTunnelled = false;  ///< one of them is more than a VLAN tag
+  bool isTunnelled = false;  ///< a layer other than VLAN tags is present
 };
 
 /// Finds the packet inside VLAN tags (IEEE 802.1Q, 802.1ad), MPLS (RFC 3032), Ethernet pseudowires (RFC 4448), PPPoE
@@ -24,8 +24,9 @@ class Decapsulator {
  public:
   static constexpr int kMaxLayers = 8;  ///< a run of tags or labels counts as one
 
-  /// Returns the innermost IPv4 packet that makes sense. What looks like a tunnel but has none inside is returned as it
-  /// is; so is a fragment. `from` is the link-layer header in `bytes`; `layers` were removed before.
+  /// Returns the innermost valid IPv4 packet. A packet that looks like a tunnel but contains no IPv4 packet is returned
+  /// itself, and so is a fragment. `from` is the link-layer header in `bytes`; `layers` is the number of layers removed
+  /// before.
   static std::optional<InnerPacket> unwrap(Octets bytes, const LinkHeader& from, int layers = 0);
 };
 

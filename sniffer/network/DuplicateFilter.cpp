@@ -11,8 +11,8 @@ namespace {
 constexpr std::size_t kTypeOfService = 1;
 constexpr std::size_t kTimeToLive = 8;
 constexpr std::size_t kChecksum = 10;
-constexpr std::size_t kTelling = 64;  // of the payload of a numbered packet: includes RTP and TCP headers
-constexpr std::size_t kFront = 32;    // of the payload: enough for packets to spread over the table
+constexpr std::size_t kTelling = 64;  // bytes of the payload of a numbered packet: include RTP and TCP headers
+constexpr std::size_t kFront = 32;    // bytes of the payload that select the bucket: they spread packets over the table
 constexpr std::uint64_t kCutOff = 1;
 constexpr int kArrivalBits = 10;  // arrivals are kept in about milliseconds
 
@@ -27,7 +27,7 @@ bool DuplicateFilter::seen(const Ipv4Header& header, Octets packet, std::int64_t
   const std::size_t front = std::min(payload.size(), kFront);
   const std::uint64_t place = hash_(payload.first(front), hash_(Octets(fields).first(header.length)));
   Bucket& bucket = buckets_[place & (buckets_.size() - 1)];
-  __builtin_prefetch(&bucket, 1);  // while the rest is read
+  __builtin_prefetch(&bucket, 1);  // while the rest of the packet is hashed
   const std::uint64_t identity = hash_(payload.subspan(front), place) & ~kCutOff;
 
   const bool isWhole = header.missing == 0;

@@ -11,26 +11,27 @@
 
 namespace voip {
 
-/// Recognises an IPv4 packet that was captured a moment before: at another mirror port, or on the other side of a
-/// router.
+/// Recognises an IPv4 packet that was captured before within the window: at another mirror port, or on the other side
+/// of a router.
 ///
-/// Packets are the same when they differ at most in type of service, time to live and header checksum, which routers
-/// change. When the sender numbers its packets (identification is not 0), the header and the first bytes of the payload
-/// decide; else all of the packet. A packet that was cut off by the capture does not make a whole one a duplicate.
+/// Two packets are equal when they differ at most in type of service, time to live and header checksum, which routers
+/// change. When the sender numbers its packets (the identification is not 0), the header and the first bytes of the
+/// payload are compared, otherwise the whole packet. A whole packet is no duplicate of a packet that the capture cut
+/// off.
 ///
 /// Remembers 64-bit hashes in a table of fixed size: by default 65,536 packets, 50 ms of 1.3 million packets a second.
 class DuplicateFilter {
  public:
   static constexpr std::int64_t kWindow = 50'000;  ///< microseconds between the capture times
-  /// Microseconds between the arrivals: a capture thread may hand in its frames a second late. It guards the window
-  /// against steps of the capture times.
+  /// Microseconds between the arrivals: a capture thread may deliver its frames a second late. This limit protects the
+  /// window against steps of the capture times.
   static constexpr std::int64_t kLongestDelay = 5'000'000;
 
   DuplicateFilter(NetworkCounters& counters, std::size_t buckets) : counters_(counters), buckets_(buckets) {}
 
-  /// Returns true when the packet was seen before. `captured` is its capture time in microseconds, and several devices'
-  /// frames may come out of order; `now` only goes forward. `packet` begins with the header and ends where the packet
-  /// does.
+  /// Returns true when the packet was seen before. `captured` is its capture time in microseconds; frames of several
+  /// devices may arrive out of order. `now` never decreases. `packet` begins with the IP header and ends with the
+  /// packet.
   bool seen(const Ipv4Header& header, Octets packet, std::int64_t captured, std::int64_t now);
 
  private:

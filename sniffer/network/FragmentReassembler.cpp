@@ -14,16 +14,16 @@ namespace voip {
 
 namespace {
 
-constexpr int kMostExpired = 32;  // by one call, so that no frame pays for thousands
+constexpr int kMostExpired = 32;  // dropped by one call, so that no frame is delayed by thousands
 
 void store16(std::uint8_t* at, std::size_t value) {
   at[0] = static_cast<std::uint8_t>(value >> 8);
   at[1] = static_cast<std::uint8_t>(value);
 }
 
-/// False when the packet is UDP with a checksum (RFC 768) that is wrong. A sender need not compute one:
-/// then it is 0. One that a network card was to compute, in a packet captured before the card, is the sum of the pseudo
-/// header.
+/// Returns false when the packet is UDP with a wrong checksum (RFC 768). Accepts a checksum that was not computed: 0,
+/// when the sender omits it, and the sum of the pseudo header, when the packet was captured before the network card
+/// computed it.
 bool hasRightChecksum(Octets packet) {
   constexpr std::size_t kUdpLength = 8, kProtocol = 9, kAddresses = 12;
   if (packet[kProtocol] != IPPROTO_UDP) return true;

@@ -17,10 +17,10 @@
 
 namespace voip {
 
-/// Reassembles IPv4 datagrams from their fragments (RFC 791), in any order and however often they come. Fragments that
-/// contradict each other spoil their datagram, as RFC 5722 requires for IPv6: later fragments of it are dropped as
-/// well. A UDP datagram whose checksum is wrong is dropped: its fragments belong to different datagrams (RFC 4963). A
-/// checksum that was not computed counts as right.
+/// Reassembles IPv4 datagrams from their fragments (RFC 791), which may arrive in any order and repeatedly. A datagram
+/// whose fragments contradict each other is dropped with its later fragments, as RFC 5722 requires for IPv6. A UDP
+/// datagram whose checksum is wrong is dropped: its fragments belong to different datagrams (RFC 4963). A checksum that
+/// was not computed counts as correct.
 ///
 /// Bounded: a datagram is dropped 30 s after its first fragment, and the oldest one when there are more than 4,096 or
 /// they take more than 16 MB (see NetworkLimits).
@@ -29,15 +29,15 @@ class FragmentReassembler {
   FragmentReassembler(NetworkCounters& counters, const NetworkLimits& limits)
       : counters_(counters), limits_(limits), partials_(limits.datagrams) {}
 
-  /// A whole datagram. `packet` lies in `memory` and begins with its IP header, which is that of an unfragmented
-  /// packet. kFrameSlack zeroed bytes follow it.
+  /// A whole datagram. `packet` is in `memory` and begins with its IP header, which is that of an unfragmented packet.
+  /// kFrameSlack zeroed bytes follow it.
   struct Datagram {
     std::vector<std::uint8_t> memory;
     std::span<std::uint8_t> packet;
   };
 
-  /// Takes one fragment and returns its datagram when that is whole now. `packet` begins with `header` and ends where
-  /// the packet does. `now` is in microseconds and only goes forward.
+  /// Takes one fragment and returns its datagram when the fragment completes it. `packet` begins with `header` and ends
+  /// with the IP packet. `now` is in microseconds and never decreases.
   std::optional<Datagram> add(const Ipv4Header& header, Octets packet, std::int64_t now);
 
   /// Drops some of the datagrams that have waited for too long: the next call takes the others.
@@ -87,7 +87,7 @@ class FragmentReassembler {
   NetworkCounters& counters_;
   const NetworkLimits limits_;
   SeededHash hash_;
-  LruTable<Key, Entry> partials_;  ///< never touched, so in the order of their first fragments
+  LruTable<Key, Entry> partials_;  ///< entries are never touched, so they are in the order of their first fragments
   std::size_t memory_ = 0;
 };
 

@@ -11,7 +11,7 @@
 namespace voip {
 
 /// Adds up 16-bit words in network byte order, with an odd last octet in the upper half of a word (RFC 1071). The sum
-/// has the bytes of this machine's order: the checksum is the same for both. Takes 32 bits at a time.
+/// is computed in this machine's byte order; the checksum does not depend on the order. Takes 32 bits at a time.
 inline std::uint64_t sumWords(Octets octets, std::uint64_t sum = 0) {
   std::uint32_t word = 0;
   std::size_t at = 0;
@@ -24,7 +24,7 @@ inline std::uint64_t sumWords(Octets octets, std::uint64_t sum = 0) {
   return sum + word;
 }
 
-/// Returns the checksum of what was added up, in host order. It is 0 when the words include a checksum that is right.
+/// Returns the checksum of the words, in host order. It is 0 when the words include a correct checksum.
 inline std::uint16_t checksumOf(std::uint64_t sum) {
   while (sum >> 16 != 0) sum = (sum & 0xFFFF) + (sum >> 16);
   return be16toh(static_cast<std::uint16_t>(~sum));

@@ -8,7 +8,8 @@
 
 namespace voip {
 
-/// The fields of an IPv4 header (RFC 791) that matter here. Addresses in host order, first octet most significant.
+/// The fields of an IPv4 header (RFC 791) that the network stack uses. Addresses in host order, first octet most
+/// significant.
 struct Ipv4Header {
   std::size_t length = 0;   ///< of the header, options included
   std::size_t total = 0;    ///< of the packet, as far as it was captured; padding or a trailer follows
@@ -22,7 +23,7 @@ struct Ipv4Header {
 
   bool isFragment() const { return moreFragments || fragmentOffset > 0; }
 
-  /// Returns nothing when the bytes do not begin with an IPv4 header that makes sense.
+  /// Returns nothing when the bytes do not begin with a valid IPv4 header.
   static std::optional<Ipv4Header> read(std::span<const std::uint8_t> bytes);
 };
 
@@ -36,7 +37,7 @@ inline std::optional<Ipv4Header> Ipv4Header::read(std::span<const std::uint8_t> 
   header.length = (bytes[0] & 0x0F) * std::size_t{4};
   if (bytes[0] >> 4 != 4 || header.length < kShortest || header.length > bytes.size()) return {};
   const std::size_t total = u16(2);
-  // A packet that the network card has yet to segment may have the length 0.
+  // A packet that the network card has not segmented yet may have the length 0.
   header.total = total == 0 ? bytes.size() : std::min(total, bytes.size());
   if (header.total < header.length) return {};
   header.missing = std::max(total, bytes.size()) - bytes.size();

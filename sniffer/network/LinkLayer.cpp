@@ -41,7 +41,7 @@ LinkHeader readLinkHeader(int linkType, std::span<const std::uint8_t> frame) {
     case DLT_IPV4:
     case DLT_IPV6:
       return {0, byVersion(frame, 0)};
-    case DLT_NULL:  // an address family, in the byte order and by the numbers of whichever machine wrote the file
+    case DLT_NULL:  // an address family, with the byte order and the numbers of the machine that wrote the file
     case DLT_LOOP:
       return {4, byVersion(frame, 4)};
     default:

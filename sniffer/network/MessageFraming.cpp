@@ -35,7 +35,7 @@ Likeness beginsField(std::string_view text) {
   return name > 0 && text[colon] == ':' ? Likeness::kYes : Likeness::kNo;
 }
 
-/// Takes a header field from the front, with its continuation lines.
+/// Removes the first header field, with its continuation lines, and returns it.
 std::string_view takeField(std::string_view& header) {
   std::size_t end = header.find('\n');
   while (end < header.size() - 1 && (header[end + 1] == ' ' || header[end + 1] == '\t'))
@@ -144,7 +144,7 @@ Likeness beginsSipMessage(Octets octets) {
 Cut cutSip(Octets octets, std::size_t known) {
   const std::string_view stream = textOf(octets);
   if (const std::size_t blank = countLineEnds(octets); blank > 0) return {Cut::kSkip, blank};
-  // A start line is judged again only when more of it came.
+  // A start line is checked again only when more of it has arrived.
   const std::size_t line = known == 0 ? 0 : stream.find('\n');
   if (line == stream.npos && stream.size() <= kLongestStartLine) return {Cut::kMore};
   if (line >= known && beginsSip(octets) == Likeness::kNo) return {Cut::kLost};

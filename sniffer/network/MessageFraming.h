@@ -10,20 +10,20 @@
 
 namespace voip {
 
-/// How messages are cut from a TCP stream: by the TPKT header (RFC 1006), and by Content-Length in SIP (RFC 3261 18.3).
-/// WebSocketFraming.h has a third way.
+/// Splits a TCP stream into messages: by the TPKT header (RFC 1006), and in SIP by Content-Length (RFC 3261 18.3).
+/// WebSocketFraming.h does the same for WebSockets.
 
 /// The longest message that fits a frame to the recorder, whose length is a 16-bit field and counts 15 header bytes.
 constexpr std::size_t kMaxMessage = kMaxForwardedFrame - kForwardedHeader;
 
-/// A length field is believed up to here: a stream is not skipped any longer because of one message.
+/// The greatest length field that is believed, so that a wrong one skips a limited part of the stream.
 constexpr std::uint64_t kLongestBelieved = 16 << 20;
 
-/// What the front of a stream holds.
+/// What a stream begins with.
 struct Cut {
   enum Kind {
-    kMore,     ///< undecided before the stream has `length` octets; 0: the number is unknown
-    kSkip,     ///< `length` octets that are no message, of which some may be still to come
+    kMore,     ///< undecided until the stream has `length` octets; 0: the number is unknown
+    kSkip,     ///< `length` octets that are no message; some of them may not have arrived yet
     kTooLong,  ///< as kSkip: a message longer than kMaxMessage
     kMessage,  ///< a message of `length` octets
     kLost,     ///< no message begins here
@@ -32,7 +32,8 @@ struct Cut {
   std::uint64_t length = 0;
 };
 
-/// Where a message begins, or may begin when more octets come. `at` is the number of octets when there is none.
+/// The position at which a message begins, or may begin when more octets arrive. `at` is the number of octets when
+/// there is none.
 struct Found {
   std::size_t at;
   Likeness likeness = Likeness::kNo;
@@ -50,19 +51,20 @@ Found findTpkt(Octets octets);
 
 // ---- SIP ----
 
-/// Whether the octets begin a start line and a header field after it. A start line alone may be a line of a body.
+/// Whether the octets begin with a start line and a header field after it. A start line alone may be a line of a body.
 Likeness beginsSipMessage(Octets octets);
 
-/// `known` of the octets were there before, when the end of the header was missing. CRLFs between messages (RFC 5626
-/// 4.4.1) are skipped. A message without Content-Length has no body. A bare line feed ends a line as well as CRLF does.
+/// `known` of the octets were checked by an earlier call, which did not find the end of the header. CRLFs between
+/// messages (RFC 5626 4.4.1) are skipped. A message without Content-Length has no body. A bare line feed ends a line as
+/// well as CRLF does.
 Cut cutSip(Octets octets, std::size_t known);
 
-/// Finds a line that begins a message. The octets begin with a line.
+/// Finds a line that begins a message. The octets must begin at the start of a line.
 Found findSip(Octets octets);
 
 // ---- text ----
 
-/// The number of carriage returns and line feeds that the octets begin with.
+/// Returns the number of carriage returns and line feeds that the octets begin with.
 std::size_t countLineEnds(Octets octets);
 
 /// Returns the position after the empty line that ends a header, or npos. `known` of the octets were searched before.

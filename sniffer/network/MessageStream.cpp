@@ -8,15 +8,15 @@ namespace voip {
 
 namespace {
 
-// A stream that looks like TPKTs now and then is something else, like remote desktops: a failure counts as much as two
-// messages.
+// A stream that only sometimes looks like TPKTs carries another protocol, such as remote desktop. So a failure counts
+// as much as two messages.
 constexpr std::uint8_t kFailure = 2;
 constexpr std::uint8_t kMostFailures = 16 * kFailure;
 
 constexpr std::size_t kLongestWithoutLine = 8'192;
 constexpr std::size_t kLongestWithoutText = 128;  // a TPKT or a WebSocket frame is recognised before
 
-/// Whether any message begins with an octet. Most of what is asked about does not, and ends here.
+/// Whether any message begins with this octet. Most octets do not begin a message, so this test is the first one.
 constexpr auto kMayBegin = [] {
   std::array<bool, 256> may{};
   for (const unsigned char octet : std::string_view("\r\n\x01\x02\x03\x81\x82-.!%*_+`'~")) may[octet] = true;
@@ -25,8 +25,8 @@ constexpr auto kMayBegin = [] {
   return may;
 }();
 
-/// True when only a line end would decide what the octets are, and none has come after the first `known` of them. It
-/// spares a long line that comes octet by octet a look at all of it each time.
+/// True when only a line end can decide what the octets are, and no line end is after the first `known` of them. So a
+/// long line that arrives octet by octet is not read again each time.
 bool waitsForLine(Octets octets, std::size_t known) {
   return known > kLongestWithoutText && octets.size() <= kLongestWithoutLine &&
          textOf(octets).find('\n', known) == std::string_view::npos;
@@ -53,7 +53,7 @@ void MessageStream::take(Octets octets, const Context& context) {
 }
 
 void MessageStream::takeAfterPartial(Octets octets, const Context& context) {
-  // Moved out, so that the steps on the way find the stream in order.
+  // Moved out first, so that calls from the code below find the stream in a consistent state.
   std::vector<std::uint8_t> partial = std::move(kept_->partial);
   kept_->partial.clear();
   const std::size_t known = partial.size();
@@ -63,8 +63,8 @@ void MessageStream::takeAfterPartial(Octets octets, const Context& context) {
   if (!partial.empty()) kept().partial = std::move(partial);
 }
 
-/// Passes on the whole messages and returns the number of octets that are done with. `known` of them came before and
-/// were not enough.
+/// Passes on the whole messages and returns the number of octets consumed. The first `known` octets arrived before and
+/// did not complete a message.
 std::size_t MessageStream::takeMessages(Octets octets, std::size_t known, const Context& context) {
   std::size_t at = 0;
   wanted_ = 0;
@@ -86,7 +86,7 @@ std::size_t MessageStream::takeMessages(Octets octets, std::size_t known, const 
         at += here;
         break;
       case Cut::kLost:
-        break;  // out of step now
+        break;  // the stream is out of step now
     }
   }
   return at;
@@ -145,7 +145,7 @@ MessageStream::Kind MessageStream::kindOf(Octets octets, bool isFromStart) {
   if (handshake == Likeness::kYes) return Kind::kHandshake;
   const Likeness frame = beginsSipFrame(octets);
   if (frame == Likeness::kYes) return Kind::kWebSocket;
-  // Where a message has to begin, its start line is enough.
+  // At the start of a connection a message must begin, so its start line is enough.
   const Likeness sip = isFromStart ? beginsSip(octets) : beginsSipMessage(octets);
   if (sip == Likeness::kYes) return Kind::kSip;
   const bool isForeign = tpkt == Likeness::kNo && handshake == Likeness::kNo && frame == Likeness::kNo;
@@ -200,7 +200,7 @@ void MessageStream::loseStep() {
 Found MessageStream::find(Octets octets, bool isFront) const {
   switch (kind_) {
     case Kind::kTpkt: {
-      // A segment that begins with a TPKT need not have all of it.
+      // A segment that begins with a TPKT may contain only a part of it.
       const Likeness front = isFront ? beginsTpkt(octets) : Likeness::kNo;
       return front == Likeness::kNo ? findTpkt(octets) : Found{0, front};
     }
@@ -240,7 +240,7 @@ void MessageStream::takeFrame(Octets octets, const WebSocketFrame& frame, const 
   constexpr std::uint8_t kControl = 8;
   if (frame.opcode >= kControl) return;
   const bool isContinued = frame.opcode == kContinuation;
-  if (isContinued && !isAssembling_) return;  // its beginning is lost
+  if (isContinued && !isAssembling_) return;  // the beginning of the message is lost
   const bool isPart = isContinued || !frame.isLast;
   std::vector<std::uint8_t>& message = isPart ? kept().assembly : context.unmasked;
   if (!isContinued) message.clear();

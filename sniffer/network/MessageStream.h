@@ -13,16 +13,17 @@
 namespace voip {
 
 /// Cuts the octets of one direction of a TCP stream into messages and passes them on: SIP, SIP over WebSocket, or
-/// TPKTs. The first octets decide which; when these were not captured, those of a segment that begins a message.
+/// TPKTs. The first octets of the stream decide which. When these were not captured, the octets of the first segment
+/// that begins with a message decide.
 ///
-/// After a loss the known length of the damaged message leads to the next one. Where the loss went beyond it, the
-/// stream is out of step until a message is recognised: a TPKT at the start of a segment or followed by another one, a
-/// start line with a header field after it, a WebSocket frame that begins with a start line.
+/// After a loss the known length of the damaged message gives the start of the next one. When the loss goes beyond the
+/// damaged message, the stream is out of step until a message is recognised: a TPKT at the start of a segment or
+/// followed by another one, a start line with a header field after it, a WebSocket frame that begins with a start line.
 class MessageStream {
  public:
   enum class Kind : std::uint8_t { kUndecided, kForeign, kTpkt, kSip, kHandshake, kWebSocket };
 
-  /// What the messages of a call are passed on with.
+  /// The sink of the messages, and their addresses and capture time.
   struct Context {
     NetworkSink& sink;
     const FlowEnds& ends;
@@ -30,7 +31,7 @@ class MessageStream {
     std::vector<std::uint8_t>& unmasked;  ///< memory that is reused
   };
 
-  /// False when no message begins with these octets, the first that are seen of a stream.
+  /// Returns false when no message begins with these octets, the first ones captured of a stream.
   static bool mayBeginWith(Octets octets);
 
   /// `isFromStart`: the next octets are the first ones of the connection.
@@ -43,14 +44,14 @@ class MessageStream {
 
   Kind kind() const { return kind_; }
 
-  /// Nothing is known of the stream, and nothing is kept.
+  /// True when nothing is known about the stream and nothing is kept.
   bool isBlank() const { return kind_ == Kind::kUndecided && !isFromStart_ && kept_ == nullptr; }
 
-  /// Of the incomplete message, in bytes.
+  /// Returns the memory of the incomplete message, in bytes.
   std::size_t memoryUsed() const;
 
  private:
-  /// What a stream keeps from one segment to the next; most keep nothing.
+  /// The data that a stream keeps from one segment to the next; most streams keep none.
   struct Kept {
     std::vector<std::uint8_t> partial;   ///< the incomplete message
     std::vector<std::uint8_t> assembly;  ///< the frames so far of a WebSocket message in several frames
@@ -74,7 +75,7 @@ class MessageStream {
   void tidy();
 
   std::unique_ptr<Kept> kept_;
-  std::uint32_t skip_ = 0;    ///< octets to come that are no message
+  std::uint32_t skip_ = 0;    ///< future octets that are no message
   std::uint32_t wanted_ = 0;  ///< length of the incomplete message; 0: unknown
   Kind kind_ = Kind::kUndecided;
   std::uint8_t failures_ = 0;  ///< grows when no message begins where one should, and falls with each message

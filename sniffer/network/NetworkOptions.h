@@ -5,7 +5,7 @@
 
 namespace voip {
 
-/// What the network stack does beyond the plain way.
+/// The stages of the network stack beyond the plain path.
 struct NetworkOptions {
   bool decapsulate = false;
   bool dropDuplicates = false;
@@ -13,14 +13,14 @@ struct NetworkOptions {
   bool reassembleTcp = false;
 };
 
-/// How much the network stack keeps, and for how long. The defaults are those of production; a fuzzer takes small ones.
-/// Memory in bytes, times in microseconds.
+/// Limits of the memory and the waiting times of the network stack. The defaults are for production; the fuzzer sets
+/// smaller limits. Memory in bytes, times in microseconds.
 struct NetworkLimits {
   std::size_t streams = 100'000;               ///< TCP streams, one for each direction
-  std::size_t openings = 16'384;               ///< of these, streams without payload so far
+  std::size_t openings = 16'384;               ///< of these, streams that have had no payload yet
   std::size_t streamMemory = 64 << 20;         ///< of all streams
   std::size_t earlyMemory = 256 << 10;         ///< out-of-order data of one stream
-  std::int64_t gapPatience = 2'000'000;        ///< a missing segment is waited for this long
+  std::int64_t gapPatience = 2'000'000;        ///< maximum wait for a missing segment
   std::size_t datagrams = 4'096;               ///< incomplete datagrams
   std::size_t datagramMemory = 16 << 20;       ///< of all incomplete datagrams
   std::int64_t datagramPatience = 30'000'000;  ///< from the first fragment on

@@ -10,7 +10,7 @@
 
 namespace voip {
 
-/// What the network room counts.
+/// The events that the network stack counts.
 enum class NetworkCount {
   kOtherDropped,  ///< packets in tunnels that are neither UDP nor TCP
   kTcpDropped,    ///< TCP segments of streams that are not followed
@@ -41,12 +41,13 @@ class NetworkCounters {
   ~NetworkCounters() = default;
 };
 
-/// The payload of a UDP datagram. It may be written to, and so may the 42 bytes of headers before it, if these were
-/// captured. kFrameSlack readable bytes follow it, zeroed. In a plain frame it includes the padding after the packet.
+/// The payload of a UDP datagram. The payload may be written to, and so may the 42 bytes of headers before it, if these
+/// were captured. kFrameSlack zeroed, readable bytes follow it. In a plain frame it includes the padding after the
+/// packet.
 struct Datagram {
   FlowEnds ends;
   std::span<std::uint8_t> payload;
-  bool isCaptured;  ///< it is valid as long as the captured frame; else during the call only
+  bool isCaptured;  ///< true: valid as long as the captured frame; false: valid during the call only
 };
 
 /// The payload of one TCP segment, otherwise as Datagram.
@@ -55,9 +56,9 @@ struct Segment {
   std::span<std::uint8_t> payload;
 };
 
-/// Takes what the network carried, on the thread that owns the network stack. Spans are valid during the call, unless
-/// stated otherwise. `captured` is the capture time in microseconds of the segment that completed a message; it may lie
-/// before that of the frame in work, because a message may have waited for a missing segment.
+/// Receives the results of the network stack, on the thread that owns the stack. Spans are valid during the call,
+/// unless stated otherwise. `captured` is the capture time in microseconds of the segment that completed a message. It
+/// may be earlier than that of the current frame, because a message may have waited for a missing segment.
 class NetworkSink : public NetworkCounters {
  public:
   virtual void takeDatagram(const Datagram& datagram) = 0;

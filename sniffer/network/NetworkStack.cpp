@@ -61,7 +61,7 @@ void NetworkStack::takePacket(const Bytes& from, const InnerPacket& packet, cons
   } else if (streams_ && header->protocol == IPPROTO_TCP && !header->isFragment()) {
     if (!takeSegment(*header, exact, times)) takeAsItIs(from, packet);
   } else if (packet.isTunnelled && header->protocol != IPPROTO_UDP && header->protocol != IPPROTO_TCP) {
-    // A capture filter sees the tunnel only and cannot exclude the packet, so it costs no line in the log.
+    // A capture filter sees only the tunnel and cannot exclude this packet, so it causes no log line.
     sink_.count(NetworkCount::kOtherDropped);
   } else {
     takeAsItIs(from, packet);
@@ -74,7 +74,7 @@ void NetworkStack::takeFragment(const Ipv4Header& header, Octets bytes, const In
     sink_.count(NetworkCount::kFragmentsHeld);
     return;
   }
-  // It is no fragment now, so only a packet in a further layer can be one again: the recursion ends.
+  // The recursion ends: the datagram is no fragment, so only a packet in a further layer can be one.
   InnerPacket whole{0, datagram->packet.size(), packet.layers, packet.isTunnelled};
   if (options_.decapsulate) {
     whole = Decapsulator::unwrap(datagram->packet, {0, kEtherIpv4}, packet.layers).value_or(whole);
@@ -83,7 +83,7 @@ void NetworkStack::takeFragment(const Ipv4Header& header, Octets bytes, const In
   takePacket({datagram->packet, false}, whole, times);
 }
 
-/// Returns false when the segment has to take the plain way, because its header makes no sense.
+/// Returns false when the header is invalid, so that the segment takes the plain path.
 bool NetworkStack::takeSegment(const Ipv4Header& header, Octets bytes, const Times& times) {
   const auto segment = TcpSegment::read(bytes.subspan(header.length), header.missing);
   if (!segment) return false;

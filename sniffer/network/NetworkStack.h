@@ -13,30 +13,31 @@
 
 namespace voip {
 
-/// The way from a captured frame to what a telephone sent: removes the link layer and tunnels, drops duplicates,
-/// reassembles fragments and TCP streams, each if its option is on, in this order. Without options an Ethernet frame
-/// takes the plain way: at most two VLAN tags, IPv4, UDP or TCP.
+/// Turns captured frames into the datagrams and messages that were sent: removes the link layer and tunnels, drops
+/// duplicates, reassembles fragments and TCP streams, in this order. Each stage after the link layer needs its option.
+/// Without options an Ethernet frame takes the plain path: at most two VLAN tags, IPv4, UDP or TCP.
 ///
-/// Each frame is passed to the sink as a datagram, as a segment or refused, or it is counted: as an unwanted packet, a
-/// duplicate, a fragment that is held (each but the one that makes its datagram whole), or a segment of a stream that
-/// is followed. Messages of streams come in addition. One thread.
+/// Each frame is either passed to the sink (as a datagram, as a segment or as refused) or counted: as an unwanted
+/// packet, a duplicate, a held fragment (each fragment except the one that completes its datagram), or a segment of a
+/// followed stream. Messages of streams are passed on in addition. One thread.
 class NetworkStack {
  public:
   /// The sink must outlive the stack.
   NetworkStack(const NetworkOptions& options, NetworkSink& sink, const NetworkLimits& limits = {});
 
   /// Takes a captured frame of a link type (a DLT_ value of libpcap) and calls the sink for each item. The frame may be
-  /// written to and is followed by kFrameSlack zeroed bytes. `captured` is its capture time; `now` only goes forward,
-  /// whatever the capture times do (see ForwardClock); both in microseconds.
+  /// written to and is followed by kFrameSlack zeroed bytes. `captured` is its capture time; `now` never decreases,
+  /// even when capture times do (see ForwardClock); both in microseconds.
   void takeFrame(std::span<std::uint8_t> frame, int linkType, std::int64_t captured, std::int64_t now);
 
-  /// Takes an Ethernet frame the plain way, whatever the options are.
+  /// Takes an Ethernet frame on the plain path, regardless of the options.
   void takePlainFrame(std::span<std::uint8_t> frame);
 
-  /// Does what is due at this time while no frame comes: gives up gaps in streams and old fragments. Calls the sink.
+  /// Does the work that is due while no frame arrives: gives up gaps in streams and drops old fragments. Calls the
+  /// sink.
   void expire(std::int64_t now);
 
-  /// Gives up all gaps in streams and forgets the streams: no frame will come. Calls the sink.
+  /// Gives up all gaps in streams and forgets the streams. To be called when no frame will follow. Calls the sink.
   void flush();
 
  private:

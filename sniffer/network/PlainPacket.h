@@ -13,8 +13,8 @@
 
 namespace voip {
 
-// The plain way from a frame to its payload: IPv4, then UDP or TCP, by as few fields as possible. The version, lengths,
-// fragment fields and checksums are ignored: all bytes up to the end of the frame belong to the packet.
+// The plain path from a frame to its payload: IPv4, then UDP or TCP, with as few fields as possible. The version,
+// lengths, fragment fields and checksums are ignored: all bytes up to the end of the frame belong to the packet.
 //
 // `frame` may be written to and is followed by kFrameSlack zeroed bytes; a header may be beyond its end. `isCaptured`
 // as in Datagram.

@@ -7,11 +7,11 @@ namespace voip {
 
 namespace {
 
-constexpr std::int64_t kWindow = 1 << 20;              // numbers further away belong to something else
+constexpr std::int64_t kWindow = 1 << 20;              // sequence numbers further away belong to another connection
 constexpr std::int64_t kBase = std::int64_t{1} << 32;  // so that no position is negative, or 0
 constexpr std::size_t kOverhead = 128;                 // of an early segment in memory
 
-/// True when a segment of which `old` octets were passed on has more.
+/// True when a segment has octets beyond the first `old` ones, which were passed on before.
 bool isNew(std::size_t old, Octets octets, std::size_t missing) {
   return old < octets.size() || (old == octets.size() && missing > 0);
 }
@@ -61,7 +61,7 @@ StreamReassembly::Placement StreamReassembly::take(const ArrivedSegment& segment
   return Placement::kRepeated;
 }
 
-/// Passes on an expected segment, of which the first octets are `old`.
+/// Passes on an expected segment without its first `old` octets, which were passed on before.
 void StreamReassembly::goOn(const ArrivedSegment& segment, std::size_t old, OctetReceiver& receiver) {
   Early rest;
   rest.missing = segment.missing;
@@ -163,7 +163,7 @@ bool StreamReassembly::continuesRival(const ArrivedSegment& segment) const {
 
 void StreamReassembly::keepRival(const ArrivedSegment& segment) {
   std::optional<Rival>& rival = disorder().rival;
-  // Segments of the connection that a SYN announced may come out of order.
+  // Segments of the connection that a SYN announced may arrive out of order.
   const auto ahead = static_cast<std::int32_t>(segment.sequence - (rival ? rival->next : 0));
   if (rival && rival->isSyn && ahead > 0 && ahead < kWindow) return;
   const auto length = static_cast<std::uint32_t>(segment.octets.size() + segment.missing);

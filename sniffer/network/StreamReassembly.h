@@ -12,23 +12,24 @@
 
 namespace voip {
 
-/// Takes the octets of one direction of a TCP stream in their order.
+/// Receives the octets of one direction of a TCP stream in order.
 class OctetReceiver {
  public:
-  /// `captured` is the capture time of the segment that the octets came in.
+  /// `captured` is the capture time of the segment that contained the octets.
   virtual void takeOctets(Octets octets, std::int64_t captured) = 0;
 
-  /// `count` octets are lost before those that come next.
+  /// Reports that `count` octets before the next ones are lost.
   virtual void loseOctets(std::uint64_t count) = 0;
 
-  /// The next octets have other sequence numbers: those of a connection whose SYN was seen, or unknown ones.
+  /// Reports that the next octets belong to another numbering: that of a connection whose SYN was seen, or an unknown
+  /// one.
   virtual void restart(bool isFromStart) = 0;
 
  protected:
   ~OctetReceiver() = default;
 };
 
-/// The payload of a TCP segment. Times in microseconds: `now` only goes forward.
+/// The payload of a TCP segment. Times in microseconds; `now` never decreases.
 struct ArrivedSegment {
   std::uint32_t sequence = 0;
   Octets octets;
@@ -38,22 +39,22 @@ struct ArrivedSegment {
   std::int64_t now = 0;
 };
 
-/// Puts the segments of one direction of a TCP stream into the order of their sequence numbers (RFC 9293): segments
-/// that come again, overlap or come out of order, and numbers that wrap around. A gap is waited for until the other
-/// side acknowledges it, until no segment has filled it for NetworkLimits::gapPatience, or until the early data behind
-/// it takes more than NetworkLimits::earlyMemory.
+/// Puts the segments of one direction of a TCP stream into the order of their sequence numbers (RFC 9293). Handles
+/// retransmitted, overlapping and out-of-order (early) segments, and sequence numbers that wrap around. Waits at a gap
+/// until the other side acknowledges the missing octets, until no segment has filled it for NetworkLimits::gapPatience,
+/// or until the out-of-order data after it takes more than NetworkLimits::earlyMemory.
 ///
-/// A passive observer cannot ask a sender whether a segment is its own (RFC 5961). So one segment with unexpected
-/// numbers changes nothing: it is kept as the start of a rival numbering, and the old numbers go on. The rival wins
-/// when a second segment continues it before an expected one comes. The same holds for a SYN, and for a segment that
-/// continues the numbers before a gap that was given up after the time-out: the segment after that gap may have been
-/// forged.
+/// A passive observer cannot ask a sender whether it sent a segment (RFC 5961). So one segment with unexpected numbers
+/// has no effect: it is kept as the start of a rival numbering, and the old numbering stays valid. The rival replaces
+/// it when a second segment continues the rival before an expected one arrives. The same holds for a SYN, and for a
+/// segment that continues the numbers before a gap that was given up after the time-out: the segment after that gap may
+/// have been forged.
 class StreamReassembly {
  public:
   enum class Placement { kInOrder, kEarly, kRepeated, kUnexpected };
   static constexpr std::int64_t kNever = INT64_MAX;
 
-  /// Starts with the octet of this number. `isFromStart`: it is the first one after a SYN.
+  /// Starts with the octet of this sequence number. `isFromStart`: the octet is the first one after a SYN.
   void start(std::uint32_t sequence, bool isFromStart);
 
   /// Takes a segment. Octets that are next in order are passed on at once; others wait for release().
@@ -65,7 +66,7 @@ class StreamReassembly {
   /// Takes a FIN or a RST without payload. It counts only when the octets seen so far end with its number.
   void takeEnd(std::uint32_t sequence);
 
-  /// The other side has all octets before this number: what is missing of them is lost to the capture.
+  /// Notes that the other side has all octets before this number: those that are missing here were not captured.
   void acknowledge(std::uint32_t sequence);
 
   /// Passes on the next early segment, if it is in order or its gap is to be given up. Returns false when none is due.
@@ -74,16 +75,16 @@ class StreamReassembly {
   /// Passes on the start of a rival numbering that no segment has continued.
   void releaseRival(OctetReceiver& receiver);
 
-  /// The time from which on release() has something to do.
+  /// Returns the time at which release() has work to do.
   std::int64_t due(const NetworkLimits& limits) const;
 
-  /// All octets up to a FIN or a RST were passed on.
+  /// True when all octets up to a FIN or a RST were passed on.
   bool hasEnded() const { return hasEnded_; }
 
-  /// The segment is so far from the expected one that it can be no part of the same octets.
+  /// True when the segment is so far from the expected one that it cannot belong to the same numbering.
   bool isFar(std::uint32_t sequence) const;
 
-  /// Of early segments, in bytes.
+  /// Returns the memory of early segments, in bytes.
   std::size_t memoryUsed() const;
 
  private:
@@ -105,11 +106,11 @@ class StreamReassembly {
     Early start;
   };
 
-  /// What most streams never need.
+  /// The members that most streams never need.
   struct Disorder {
     std::map<Position, Early> early;
     std::size_t earlySize = 0;
-    std::int64_t waitsSince = 0;  ///< no expected segment has come since then
+    std::int64_t waitsSince = 0;  ///< no expected segment has arrived since then
     Position acknowledged = 0;
     Position givenUp = 0;  ///< the start of a gap, as long as no segment has continued the numbers after it; or 0
     std::optional<Rival> rival;

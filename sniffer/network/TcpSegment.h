@@ -12,7 +12,7 @@
 
 namespace voip {
 
-/// The fields of a TCP header (RFC 9293) that matter here, in host order.
+/// The fields of a TCP header (RFC 9293) that the network stack uses, in host order.
 struct TcpSegment {
   std::uint16_t sourcePort = 0;
   std::uint16_t destinationPort = 0;
@@ -27,7 +27,7 @@ struct TcpSegment {
 
   bool isBare() const { return payload.empty() && missing == 0; }
 
-  /// Returns nothing when the header makes no sense. `bytes` end where the IP packet does, or `missing` octets before.
+  /// Returns nothing when the header is invalid. `bytes` ends with the IP packet, or `missing` octets before its end.
   static std::optional<TcpSegment> read(Octets bytes, std::size_t missing = 0) {
     sniff_tcp header;
     if (bytes.size() < sizeof header) return {};

@@ -7,7 +7,7 @@ namespace voip {
 
 namespace {
 
-constexpr std::size_t kSizeFrom[] = {1, 4'096, 32'768};  // bytes, from which on a stream is in the next list
+constexpr std::size_t kSizeFrom[] = {1, 4'096, 32'768};  // bytes of memory from which a stream is in the next list
 
 std::uint32_t secondOf(std::int64_t now) {
   return static_cast<std::uint32_t>(now / 1'000'000);
@@ -15,7 +15,7 @@ std::uint32_t secondOf(std::int64_t now) {
 
 }  // namespace
 
-/// What one call may pass on of early segments.
+/// The early segments that one call may pass on.
 struct TcpStreams::Budget {
   std::size_t segments = 32;
   std::size_t octets = 65'536;
@@ -23,7 +23,7 @@ struct TcpStreams::Budget {
   bool isSpent() const { return segments == 0 || octets == 0; }
 };
 
-/// Takes the octets of a stream for its messages.
+/// Passes the octets of a stream to its MessageStream.
 class TcpStreams::Delivery final : public OctetReceiver {
  public:
   Delivery(TcpStreams& streams, Stream& stream)
@@ -84,7 +84,7 @@ bool TcpStreams::follow(const FlowEnds& ends, const TcpSegment& segment, std::in
     stream = streams_.find(ends, hashed);
   }
   const std::uint32_t sequence = segment.sequence + (segment.isSyn ? 1 : 0);
-  // Nothing has been seen of the numbers of a SYN, so they need no protection.
+  // No segment has used the numbers of the SYN yet, so they need no protection.
   if (stream != nullptr && !hasPayload(*stream) && stream->order.isFar(sequence)) {
     forget(*stream);
     stream = nullptr;
@@ -126,14 +126,14 @@ bool TcpStreams::takePayload(Stream& stream, const ArrivedSegment& segment) {
   return settle(stream, segment.now);
 }
 
-/// Takes SYN, FIN and RST. A RST counts only with the expected number: RFC 5961 has the receiver of another one ask the
-/// sender, which an observer cannot do, so another one counts as forged. When a RST was real, no segment follows it,
-/// and the stream leaves for others later.
+/// Takes SYN, FIN and RST. A RST with an unexpected number counts as forged: a receiver would ask the sender about it
+/// (RFC 5961), which an observer cannot do. When that RST was real, no segment follows, and the idle stream is removed
+/// later to make space.
 void TcpStreams::takeControl(Stream* stream, const FlowEnds& ends, std::uint64_t hashed, const TcpSegment& segment) {
   if (segment.isSyn) {
     takeSyn(stream, ends, hashed, segment.sequence + 1);
   } else if (stream != nullptr && stream->messages.kind() == MessageStream::Kind::kForeign) {
-    forget(*stream);  // its numbers were not followed
+    forget(*stream);  // its numbers are not followed
   } else if (stream != nullptr) {
     stream->order.takeEnd(segment.sequence);
     if (stream->order.hasEnded()) forget(*stream);
@@ -206,8 +206,8 @@ void TcpStreams::flush() {
   }
 }
 
-/// Looks at a stream again at the time when its early segments are due. A stream that is due later than it was is left
-/// where it is until then, because each segment in order defers it.
+/// Schedules a stream for the time when its early segments are due. When that time is later than the scheduled one, the
+/// scheduled one stays, because each segment in order defers the time again.
 void TcpStreams::schedule(Stream& stream) {
   const std::int64_t due = stream.order.due(limits_);
   if (due >= stream.due) return;
@@ -228,13 +228,13 @@ bool TcpStreams::isExpendable(const Stream& stream) {
   return kind == MessageStream::Kind::kForeign || kind == MessageStream::Kind::kUndecided;
 }
 
-/// Brings the table up to date with a stream that took octets. Returns false when the stream is not followed. The
-/// stream may be gone afterwards.
+/// Updates the table after a stream has taken octets. Returns false when the stream is not followed. May remove the
+/// stream.
 bool TcpStreams::settle(Stream& stream, std::int64_t now) {
   const bool isFollowed = stream.messages.kind() != MessageStream::Kind::kForeign;
   account(stream, now);
   if (stream.memory == 0 && stream.messages.isBlank()) {
-    forget(stream);  // it began like a message and is none
+    forget(stream);  // it began like a message but is none
     return false;
   }
   if (stream.order.hasEnded()) {
@@ -255,7 +255,7 @@ void TcpStreams::account(Stream& stream, std::int64_t now) {
 }
 
 void TcpStreams::enlist(Stream& stream, std::size_t list, std::int64_t now) {
-  // The order of idle streams need not be finer than a second.
+  // One second is precise enough for the order of idle streams.
   const std::uint32_t second = secondOf(now);
   if (second == stream.touched && list == streams_.listOf(stream)) return;
   stream.touched = second;

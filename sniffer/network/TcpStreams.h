@@ -17,26 +17,26 @@
 namespace voip {
 
 /// Follows the TCP streams that carry SIP, SIP over WebSocket or TPKTs, and passes on their messages one by one. Each
-/// direction is a stream of its own: StreamReassembly orders its octets, MessageStream cuts them into messages. A
-/// stream that carries something else is recognised by its first octets, or, when those were not captured, by the first
-/// octets of each of its segments.
+/// direction is a separate stream: StreamReassembly orders its octets, MessageStream splits them into messages. A
+/// stream of another protocol is recognised by its first octets. When these were not captured, each of its segments is
+/// checked.
 ///
-/// Bounded by NetworkLimits. When the table is full, streams leave in this order: those without payload, foreign and
-/// undecided ones, the others; the one idle for longest first. For memory only streams that hold some leave, the
-/// largest first. A call passes on a limited number of early segments, so that no frame pays for what came before;
-/// later calls go on.
+/// Bounded by NetworkLimits. When the table is full, streams are removed in this order: streams without payload,
+/// foreign and undecided streams, other streams; among these, the longest idle one first. When the memory is used up,
+/// only streams that use memory are removed, the largest first. A call passes on a limited number of early segments, so
+/// that earlier traffic does not delay a frame; later calls pass on the others.
 class TcpStreams {
  public:
   TcpStreams(NetworkSink& sink, const NetworkLimits& limits);
 
-  /// Takes one segment. `captured` is its capture time; `now` only goes forward; both in microseconds. Returns false
-  /// when the segment belongs to no stream that is followed, or has no payload.
+  /// Takes one segment. `captured` is its capture time; `now` never decreases; both in microseconds. Returns false when
+  /// the segment belongs to no stream that is followed, or has no payload.
   bool follow(const FlowEnds& ends, const TcpSegment& segment, std::int64_t captured, std::int64_t now);
 
-  /// Passes on early segments whose gaps are not waited for any longer.
+  /// Gives up the gaps that are due and passes on the early segments after them.
   void expire(std::int64_t now);
 
-  /// Gives up all gaps and forgets all streams: no segment will come.
+  /// Gives up all gaps and forgets all streams. To be called when no segment will follow.
   void flush();
 
   std::size_t streamCount() const { return streams_.size(); }

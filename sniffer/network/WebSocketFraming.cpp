@@ -10,8 +10,8 @@ namespace voip {
 namespace {
 
 constexpr std::size_t kLongestHandshake = 16'384;
-constexpr std::size_t kTelling = 32;      // octets of a payload that decide whether it is SIP
-constexpr std::size_t kShortestPart = 8;  // of a message in several frames
+constexpr std::size_t kTelling = 32;      // octets of a payload that are tested for SIP
+constexpr std::size_t kShortestPart = 8;  // octets of the first frame of a divided message
 
 Likeness beginsWith(std::string_view octets, std::string_view wanted) {
   const std::size_t length = std::min(octets.size(), wanted.size());
@@ -20,7 +20,7 @@ Likeness beginsWith(std::string_view octets, std::string_view wanted) {
 }
 
 bool mayBeginSipFrame(std::uint8_t first) {
-  const int opcode = first & 0x7F;  // with the reserved bits, which have to be 0
+  const int opcode = first & 0x7F;  // with the reserved bits, which must be 0
   return opcode == 1 || opcode == 2;
 }
 

@@ -10,8 +10,8 @@ struct CaptureStamp {
   std::int64_t captured = 0;  ///< by its time stamp
   std::int64_t seen = 0;      ///< by this machine's clock; later than `captured` for a frame of a capture file
 
-  /// Returns this machine's time in microseconds since 1970, to a few milliseconds: the coarse clock is cheap enough to
-  /// be read for each frame. Any thread.
+  /// Returns this machine's time in microseconds since 1970, precise to a few milliseconds. The coarse clock is used
+  /// because it is read for each frame. Any thread.
   static std::int64_t now() {
     timespec time;
     clock_gettime(CLOCK_REALTIME_COARSE, &time);

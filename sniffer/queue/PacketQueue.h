@@ -30,11 +30,11 @@ struct QueuedPacket {
 
 /// The queue of captured frames between the capture threads and the one consumer, oldest first.
 ///
-/// push() copies frames into reused blocks of memory, so that a frame needs no allocation of its own. The consumer
-/// takes a whole block under one lock. Without a limit the queue grows while the consumer is too slow, and frees the
-/// memory afterwards.
+/// push() copies frames into reused blocks of memory, so that a frame needs no separate allocation. The consumer takes
+/// a whole block under one lock. Without a limit the queue grows while the consumer is too slow, and frees the memory
+/// afterwards.
 ///
-/// With a limit, media and signalling have a lane each. A full queue drops the newest media frames, and drops
+/// With a limit, media and signalling have separate lanes. A full queue drops the newest media frames, and drops
 /// signalling only when no waiting media is left.
 class PacketQueue {
  public:
@@ -58,15 +58,15 @@ class PacketQueue {
   /// the queue. To be called before the first push().
   void setOthersWaiting(const std::atomic<std::size_t>* bytes) { othersWaiting_ = bytes; }
 
-  /// Queues a copy of a frame: its first `len`, `caplen` or `maxLength` bytes, whichever is least. With a limit, drops
-  /// and counts frames that do not fit, this one included. Any thread. Throws std::bad_alloc.
+  /// Queues a copy of a frame: its first bytes, as many as the smallest of `len`, `caplen` and `maxLength`. With a
+  /// limit, drops and counts frames that do not fit, which may include this one. Any thread. Throws std::bad_alloc.
   void push(const SniffedPacket& packet, u_int maxLength, Kind kind);
 
   /// Waits for a frame or a wake(), but no longer than `atMost`, and takes waiting frames as the new batch. Invalidates
   /// the frames of the previous batch. Returns false when no frame waits. Consumer only.
   bool takeBatch(std::chrono::milliseconds atMost);
 
-  /// Returns the next frame of the batch, oldest first, or null at its end. The frame stays the queue's and is valid
+  /// Returns the next frame of the batch, oldest first, or null at its end. The queue owns the frame, which is valid
   /// until the next takeBatch(). Consumer only.
   QueuedPacket* next();
 
@@ -141,7 +141,7 @@ class PacketQueue {
   bool overflowing_ GUARDED_BY(packetQueueLock_) = false;
   bool woken_ GUARDED_BY(packetQueueLock_) = false;
 
-  // Both on a cache line of their own, so that the consumer's progress does not slow the capture threads.
+  // Both are on a separate cache line, so that the consumer's progress does not slow the capture threads.
   /// Frames that the consumer has taken and not claimed; 0 with frames left in a block after these were discarded.
   alignas(64) std::atomic<std::size_t> inHand_ = 0;
   std::atomic<std::size_t> handSize_ = 0;  ///< bytes of the taken frames, updated with each claim

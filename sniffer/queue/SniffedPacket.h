@@ -2,7 +2,8 @@
 
 #include <pcap/pcap.h>
 
-/// One captured frame as a capture thread passes it to the queue. All memory stays the caller's; the queue copies it.
+/// One captured frame as a capture thread passes it to the queue. The caller owns all memory; the queue copies the
+/// frame.
 struct SniffedPacket {
   const u_char* args = nullptr;         ///< libpcap's user argument
   const pcap_pkthdr* header = nullptr;  ///< time stamp and lengths in libpcap's form

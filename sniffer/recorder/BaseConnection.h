@@ -14,7 +14,7 @@ namespace voip {
 
 /// One frame of a group that is sent together.
 struct OutgoingFrame {
-  std::uint8_t* bytes;  ///< the whole frame, header first; stays the caller's
+  std::uint8_t* bytes;  ///< the whole frame, header first; owned by the caller
   int length;           ///< bytes
   int sent = 0;         ///< set by the send: the result of a sendPacket() of this frame
 };
@@ -48,8 +48,8 @@ class BaseConnection {
   /// Command thread.
   virtual bool receiveRequest(SnifferRequest& request) = 0;
 
-  /// Sends one whole frame of `length` bytes, header first; `buffer` stays the caller's. Returns the number of bytes
-  /// sent; each connection documents what it returns for a failure. Sending thread.
+  /// Sends one whole frame of `length` bytes, header first; the caller owns `buffer`. Returns the number of bytes sent;
+  /// each connection documents what it returns for a failure. Sending thread.
   virtual int sendPacket(u_char* buffer, int length) = 0;
 
   /// Closes the link, also while other threads use it.
@@ -99,8 +99,8 @@ class BaseConnection {
   /// Returns the frames that wait for the host; none unless the recorder is the host. Any thread.
   virtual voip::HostBacklog getBacklog() { return {}; }
 
-  /// Returns the size in bytes of the frames that wait for the host; null unless the recorder is the host. The counter
-  /// stays the connection's. Any thread.
+  /// Returns the size in bytes of the frames that wait for the host; null unless the recorder is the host. The
+  /// connection owns the counter. Any thread.
   virtual const std::atomic<std::size_t>* getBacklogSize() const { return nullptr; }
 
   /// Logs a warning when the host has not fetched its frames for too long. To be called regularly. Sending thread.

@@ -13,7 +13,7 @@ namespace voip {
 /// the path to the recorder does not support this. One thread at a time.
 class DatagramSender {
  public:
-  /// `sd` is a datagram socket, which stays the caller's and must stay open.
+  /// `sd` is a datagram socket. The caller owns it and must keep it open.
   explicit DatagramSender(int sd);
 
   /// Sends each frame as one datagram, in order. Stops at the first frame that cannot be sent; errno has the reason.

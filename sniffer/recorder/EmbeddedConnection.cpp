@@ -12,7 +12,7 @@ using namespace voip;
 
 namespace {
 
-/// The connection has a logger of its own.
+/// The connection has a separate logger.
 const Logger& ownLogger() {
   static const Logger& own = *new Logger("EmbeddedConnection");
   return own;

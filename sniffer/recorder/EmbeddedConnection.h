@@ -40,8 +40,8 @@ class EmbeddedConnection : public BaseConnection {
   EmbeddedConnection& operator=(const EmbeddedConnection&) = delete;
   ~EmbeddedConnection() override = default;
 
-  /// Sets the monitor that the dissector's threads hold from now on; null for none. It stays the caller's. To be called
-  /// while no dissector uses the connection.
+  /// Sets the monitor that the dissector's threads hold from now on; null for none. The caller owns the monitor. To be
+  /// called while no dissector uses the connection.
   void setHostMonitor(voip::HostMonitor* monitor) { monitor_ = monitor; }
 
   /// True when a command waits. Takes no lock. Any thread.

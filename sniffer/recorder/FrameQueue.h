@@ -12,7 +12,7 @@
 /// One frame in the queue to the host.
 struct SnifferPacket {
   int length;             ///< bytes in `payload`
-  const u_char* payload;  ///< the whole frame, header first; stays the queue's and is valid until pop()
+  const u_char* payload;  ///< the whole frame, header first; owned by the queue, valid until pop()
 };
 
 namespace voip {

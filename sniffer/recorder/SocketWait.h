@@ -14,8 +14,8 @@ class SocketWait {
   SocketWait& operator=(const SocketWait&) = delete;
   ~SocketWait();
 
-  /// Adds a socket to those that untilReadable() waits for, also during a wait. Closing the socket removes it; it stays
-  /// the caller's. Any thread.
+  /// Adds a socket to those that untilReadable() waits for, also during a wait. Closing the socket removes it. The
+  /// caller owns the socket. Any thread.
   void watch(int sd);
 
   /// Waits until a watched socket has data to read, has failed or was closed by the peer, or until end(). May return

@@ -85,9 +85,9 @@ SendProgress ExactSending::send(std::span<OutgoingFrame> frames) {
   Patience patience = Patience::kYes;
   if (sentNow == -1 && errno == EAGAIN) {
     const auto room = socket_.waitForRoom(group.tried);
-    // A frame that waited before its first byte goes back to the caller: it may be late now.
+    // A frame that waited before its first byte is returned to the caller unsent: it may be late now.
     if (room != StreamSocket::Room::kNotInTime) return {0, false};
-    // Too little space counts as none. After the time-out the frame is tried once more, in case there is some.
+    // Too little space counts as none. After the time-out the frame is tried once more, in case some space is free.
     patience = Patience::kNo;
     sentNow = socket_.sendBytes(bytesOf(frame));
   }

@@ -11,7 +11,7 @@
 
 namespace voip {
 
-/// A connected stream socket, as the ways of sending use it. The sending thread, with the connection's lock held.
+/// A connected stream socket, as the StreamSending classes use it. The sending thread, with the connection's lock held.
 class StreamSocket {
  public:
   /// Result of a wait for space in the send buffer.
@@ -24,7 +24,7 @@ class StreamSocket {
   /// As send(2) with MSG_NOSIGNAL: returns the number of bytes sent, or -1 with errno set.
   virtual ssize_t sendBytes(std::span<const std::uint8_t> bytes) = 0;
 
-  /// Handles a send that failed with `errnum`. Returns 0 to continue with the frame, -1 to give it up. May close the
+  /// Handles a send that failed with `errnum`. Returns 0 to continue with the frame, -1 to abandon it. May close the
   /// connection.
   virtual int checkError(int errnum) = 0;
 

@@ -71,7 +71,7 @@ int TcpConnection::getSocket() {
   socklen_t length = sizeof size;
   if (getsockopt(sd, SOL_SOCKET, SO_SNDBUF, &size, &length) != 0) logger().warn("Error getsockopt");
   size = kSendBufferSize;
-  // Both failures have the same log text: log filters of operators know it.
+  // Both failures have the same log text, because log filters of operators depend on it.
   if (setsockopt(sd, SOL_SOCKET, SO_SNDBUF, &size, sizeof size) != 0) logger().warn("Error getsockopt");
   logger().info("Tcp socket send buffer size=" + std::to_string(kSendBufferSize));
   return sd;
@@ -258,7 +258,7 @@ void TcpConnection::rest(long seconds, long nanoseconds) {
 bool TcpConnection::receiveRequest(SnifferRequest& request) {
   const MutexLock held(lock_);
   if (!connected_ || clientSd_ == -1) return false;
-  // Reads no more than fits; the rest waits in the socket.
+  // Reads at most the bytes that fit; the other bytes stay in the socket.
   std::array<std::uint8_t, CommandStream::kMaxAppended> received;
   const std::size_t room = commands_.room();
   const ssize_t n = room > 0 ? recv(clientSd_, received.data(), room, 0) : -1;

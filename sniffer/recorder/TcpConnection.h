@@ -17,9 +17,9 @@
 
 /// The link to a recorder over TCP.
 ///
-/// The constructor opens nothing: tcpConnect() or the first send does. A lost connection is closed, and each later send
-/// makes one attempt to connect. The socket does not block: a full send buffer counts as a lost connection, at once or
-/// after the time-out for sending.
+/// The constructor does not connect: tcpConnect() or the first send does. A lost connection is closed, and each later
+/// send makes one attempt to connect. The socket does not block: a full send buffer counts as a lost connection, at
+/// once or after the time-out for sending.
 ///
 /// The sending thread calls sendPacket(), sendPackets(), getRoom() and pause(), the command thread receiveRequest(),
 /// awaitRequest() and sendReply().
@@ -66,7 +66,7 @@ class TcpConnection : public BaseConnection, private voip::StreamSocket {
   /// Closes the connection.
   ~TcpConnection() override;
 
-  /// Returns a new non-blocking socket, which is the caller's, or -1. Logs a failure.
+  /// Returns a new non-blocking socket, which the caller owns, or -1. Logs a failure.
   int getSocket();
 
   /// Makes one attempt to connect, which may still be in progress on return. Any thread.
@@ -76,7 +76,7 @@ class TcpConnection : public BaseConnection, private voip::StreamSocket {
   bool isConnected() const { return connected_; }
 
   /// Logs a send that failed with `errnum` and closes the connection if it is lost. Returns 0 to continue with the
-  /// frame, -1 to give it up.
+  /// frame, -1 to abandon it.
   int checkError(int errnum) override;
 
   /// Sleeps for the given time, or until a signal.

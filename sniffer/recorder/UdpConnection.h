@@ -48,7 +48,7 @@ class UdpConnection : public BaseConnection {
   void awaitRequest() override { wait_.untilReadable(); }
   void interrupt() override { wait_.end(); }
 
-  /// Closes the socket for good: later sends return -1. Any thread.
+  /// Closes the socket permanently: later sends return -1. Any thread.
   void closeConnection() override;
 
   /// Does not close the socket; closeConnection() does.
@@ -56,7 +56,7 @@ class UdpConnection : public BaseConnection {
 
   /// Returns the configured port in host order.
   int getServerPort() const { return serverPort_; }
-  /// Returns the descriptor of the socket, which stays the connection's.
+  /// Returns the descriptor of the socket, which the connection owns.
   int getClientSd() const { return clientSd_; }
 
  private:

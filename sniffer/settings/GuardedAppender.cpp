@@ -75,7 +75,7 @@ void GuardedAppender::checkFile(log4cxx::helpers::Pool& pool) {
   lastCheck_ = now;
   const std::string found = writeError(file_->getFile());
   if (found.empty() && fileError_.empty()) return;
-  // The file was removed or is back: the open one is another file.
+  // The file was removed or created again: the open file is another one.
   fileError_ = found;
   file_->activateOptions(pool);
   fileError_ = writeError(file_->getFile());

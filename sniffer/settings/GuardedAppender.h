@@ -10,8 +10,8 @@
 
 namespace voip {
 
-/// Wraps an appender so that a failure of it costs log lines only. log4cxx passes the exceptions of an appender on to
-/// the thread that logs, and discards lines silently when a log file could not be opened or has been removed.
+/// Wraps an appender so that its failure only loses log lines. log4cxx passes the exceptions of an appender on to the
+/// thread that logs, and discards lines silently when a log file could not be opened or has been removed.
 ///
 /// Lost lines are reported on standard error, at most once a minute, and in the log when it can be written again. A
 /// file that is missing or could not be opened is opened again, at most one attempt a second.

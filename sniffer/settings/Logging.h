@@ -5,7 +5,7 @@
 namespace voip {
 
 /// Configures log4cxx from a properties file. When the file cannot be read and log4cxx is not configured yet, log lines
-/// go to standard error at INFO, after a warning. A log that cannot be written costs its lines only: no call of a
+/// go to standard error at INFO, after a warning. When the log cannot be written, only its lines are lost: no call of a
 /// logger throws (see GuardedAppender).
 void configureLogging(const std::string& fileName);
 

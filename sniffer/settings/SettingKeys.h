@@ -15,7 +15,7 @@ struct TextKey {
   std::string Settings::*member = nullptr;
 };
 
-/// True for exactly "yes". `otherwise` is what the warning about a value that is neither "yes" nor "no" says.
+/// True for exactly "yes". `otherwise` is the text of the warning about a value that is neither "yes" nor "no".
 struct FlagKey {
   bool Settings::*member = nullptr;
   const char* otherwise = "no is assumed";
@@ -30,7 +30,8 @@ struct NumberKey {
 };
 
 /// A key of the settings. Its default is the initial value of the member of `Settings`. A key without a member belongs
-/// to the properties file only and is read by a getter of SnifferConfig: a host has a field of its own for it.
+/// to the properties file only and is read by a getter of SnifferConfig; a host has a field of the channel object for
+/// it.
 struct SettingKey {
   std::string_view name;
   std::variant<TextKey, FlagKey, NumberKey> value;

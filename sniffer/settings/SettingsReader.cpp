@@ -26,7 +26,7 @@ constexpr const char* kYes = "yes";
 constexpr const char* kNo = "no";
 
 /// Returns the number, or nothing for another text. A number beyond 32 bits is out of every range, so the largest or
-/// smallest one stands for it.
+/// smallest 32-bit number is returned for it.
 std::optional<int> wholeNumber(const std::string& value) {
   int number = 0;
   const char* end = value.data() + value.size();

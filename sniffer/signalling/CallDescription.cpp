@@ -102,7 +102,7 @@ void CallDescription::appendProposals(const std::optional<H225_ArrayOf_PASN_Octe
   if (fastStart) appendFastStart(*fastStart, channel_, effort_, text_);
 }
 
-// An H.245 address beside fast start is ignored: the media is described already, and H.245 may never be used.
+// An H.245 address in addition to fast start is ignored: the media is described already, and H.245 may never be used.
 void CallDescription::appendMedia(const char* message, const auto& uuie) {
   if (const auto fastStart = uuie.fastStart()) {
     appendProposals(fastStart);

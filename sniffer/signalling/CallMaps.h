@@ -14,13 +14,13 @@
 
 namespace voip {
 
-/// Finds the call of an H.245 connection. H.245 names no call, so the maps keep the addresses that calls announce for
-/// H.245 until the call is released.
+/// Finds the call of an H.245 connection. H.245 messages do not name a call, so the maps keep the addresses that calls
+/// announce for H.245 until the call is released.
 ///
 /// The two maps mirror each other, call reference to address and address to call reference, with two intended
-/// exceptions. When a call announces a second address, the first one stays in the map by address for good. When another
-/// call takes over an address, the map by call reference still has it for the first call, whose release then removes
-/// it.
+/// exceptions. When a call announces a second address, the first one stays in the map by address permanently. When
+/// another call takes over an address, the map by call reference still has it for the first call, whose release then
+/// removes it.
 ///
 /// Calls that are never released cannot fill the memory: after kMaxAddresses the oldest address is removed and counted.
 ///

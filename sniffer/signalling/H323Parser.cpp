@@ -13,7 +13,7 @@ using namespace voip;
 
 namespace {
 
-// Message types for the "t:" line of H.245 messages on a connection of their own. Q.931 does not use these numbers.
+// Message types for the "t:" line of H.245 messages on a separate connection. Q.931 does not use these numbers.
 constexpr unsigned kOpenLogicalChannel = 130;
 constexpr unsigned kOpenLogicalChannelAck = 131;
 
@@ -58,7 +58,7 @@ bool H323Parser::parseH323(u_char* payload, int len, int ourHdrLen, const u_int&
   sniff_tpkt tpkt;
   if (length < sizeof tpkt) return false;
   std::memcpy(&tpkt, segment, sizeof tpkt);
-  // Only zero is a wrong length: segments of senders with a faulty length are described all the same.
+  // Only the length 0 is rejected: some senders write wrong lengths, and their segments are described.
   if (tpkt.tpkt_version != 3 || (tpkt.tpkt_length[0] | tpkt.tpkt_length[1]) == 0) return false;
   PBYTEArray appPayload(segment + sizeof tpkt, length - sizeof tpkt);
   return decode(appPayload, tx_ip, rx_ip, tx_port, rx_port, upStreamPayload);
@@ -172,7 +172,7 @@ bool H323Parser::describeH245(const H245_MultimediaSystemControlMessageView& mes
   const auto indication = message.indication();
   const auto userInput = indication ? indication->userInput() : std::nullopt;
   if (const auto digits = userInput ? userInput->alphanumeric() : std::nullopt) appendDigits(*digits, text);
-  return false;  // digits are only forwarded beside a channel of the same Q.931 message
+  return false;  // digits are forwarded only with a channel of the same Q.931 message
 }
 
 bool H323Parser::appendCall(const Connection& connection, unsigned messageType, const char* complaint, PString& text) {

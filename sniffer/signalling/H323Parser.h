@@ -20,11 +20,11 @@
 /// parties, and the addresses of its media.
 ///
 /// A line starts with a tag and ends with a line feed. The tags are "t:" message type (of Q.931; 130 and 131 are
-/// OpenLogicalChannel and its Ack on an H.245 connection of their own), "r:" call reference, "c:" call identifier, "s:"
+/// OpenLogicalChannel and its Ack on a separate H.245 connection), "r:" call reference, "c:" call identifier, "s:"
 /// caller, "d:" callee, "i:" digits, "m:" proposed and "a:" accepted logical channel. Texts from the network are copied
 /// unchanged and may contain line feeds and every octet but zero.
 ///
-/// H.245 on a connection of its own names no call; CallMaps finds the call that announced the connection.
+/// H.245 on a separate connection does not name a call; CallMaps finds the call that announced the connection.
 ///
 /// An asn1::Effort limits the cost of a segment. The rest of a segment that exceeds it is not described. With TCP
 /// reassembly beginSegment() says which messages belong to one segment.
@@ -56,14 +56,14 @@ class H323Parser {
   /// meaningless.
   ///
   /// Describes only the first of several messages in a segment and does not join messages from several segments. With
-  /// TCP reassembly the caller passes one complete TPKT with its header instead of a segment. Then each message has a
-  /// text of its own, and the octets after it are not taken for a part of it.
+  /// TCP reassembly the caller passes one complete TPKT with its header instead of a segment. Then each message has its
+  /// own text, and the octets after it are not read as a part of it.
   bool parseH323(u_char* payload, int len, int ourHdrLen, const u_int& tx_ip, const u_int& rx_ip, const u_int& tx_port,
                  const u_int& rx_port, PString& upStreamPayload);
 
   /// With TCP reassembly, to be called for each captured segment before the TPKTs that it completes. Without this call,
-  /// each call of parseH323() has an Effort of its own, so a segment with hundreds of TPKTs costs as much as hundreds
-  /// of segments. From the first call on:
+  /// each call of parseH323() has its own Effort, so a segment with hundreds of TPKTs costs as much as hundreds of
+  /// segments. From the first call on:
   /// - The TPKTs until the next call share one Effort. TPKTs that are described are charged to its reserve. After the
   ///   Effort is used up, parseH323() returns false and logs nothing.
   /// - The lines about an H.245 message that matches no call, and the maps after them, are logged at most once a

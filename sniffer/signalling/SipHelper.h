@@ -4,8 +4,7 @@
 
 /// Recognises SIP messages (RFC 3261) by their first bytes.
 ///
-/// A payload is a pointer without length and terminator. No test reads more than 20 bytes, and so many must be
-/// readable.
+/// A payload is a pointer without length and terminator. No test reads more than 20 bytes; 20 bytes must be readable.
 class SipHelper {
  public:
   virtual ~SipHelper() = default;

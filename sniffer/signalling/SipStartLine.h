@@ -21,7 +21,7 @@ bool isSipTokenCharacter(char c);
 Likeness beginsSip(std::span<const std::uint8_t> octets);
 
 /// True when a datagram begins with a request line. Line ends before it (RFC 3261, 7.5) are skipped. The end of the
-/// datagram ends the line as well.
+/// datagram also ends the line.
 ///
 /// SipHelper::isRequest() checks less and accepts lines that this function does not.
 bool isSipRequestWithAnyUri(std::span<const std::uint8_t> datagram);

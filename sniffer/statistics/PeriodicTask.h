@@ -8,8 +8,8 @@
 
 namespace voip {
 
-/// Runs a task on a thread of its own, at every interval, for the first time after one interval. The destructor waits
-/// for a running task. When the thread cannot be created, a WARN says so and the task does not run.
+/// Runs a task on a separate thread, at every interval, for the first time after one interval. The destructor waits for
+/// a running task. When the thread cannot be created, logs a WARN and does not run the task.
 class PeriodicTask {
  public:
   PeriodicTask(std::chrono::seconds interval, std::function<void()> task);

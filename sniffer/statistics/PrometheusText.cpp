@@ -70,7 +70,7 @@ void addDeviceRow(std::string& text, const DeviceRow& row, const std::vector<Dev
   for (std::size_t i = 0; i < devices.size(); ++i) {
     // A counter that falls to 0 and rises again would look like a burst. A missing sample does not.
     if (!devices[i].isUp && row.metric != kUp) continue;
-    // The index tells apart a device that is listed twice.
+    // The index distinguishes the entries of a device that is listed twice.
     std::string labels = "device=" + quoted(devices[i].name) + ",index=" + quoted(std::to_string(i));
     if (row.by != nullptr) labels += ",by=" + quoted(row.by);
     addSample(text, metric, labels, std::to_string(row.value(devices[i])));

@@ -11,8 +11,9 @@
 
 namespace voip {
 
-/// What became of the frames since the engine was made. The working threads update the figures without a lock. A copy
-/// is a snapshot: each figure is read once, not all at the same moment. kStatisticsRows says what each figure means.
+/// Counts of frames by their result, since the engine was made. The working threads update the figures without a lock.
+/// A copy is a snapshot: each figure is read once, not all at the same moment. kStatisticsRows says what each figure
+/// means.
 struct Statistics {
   /// Relaxed: a counter orders no other memory access.
   struct Counter : std::atomic<std::uint64_t> {

@@ -10,7 +10,7 @@
 namespace voip {
 
 /// A file with the latest statistics. The constructor writes it, a thread renews it at every interval, the destructor
-/// writes it for the last time. Any user may read the file, whatever the umask.
+/// writes it for the last time. Any user may read the file, regardless of the umask.
 ///
 /// rename(2) replaces the file, so a reader never sees a part of it and its directory must be writable. A failure is
 /// logged once, and so is the first success after it.

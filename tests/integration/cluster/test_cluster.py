@@ -169,7 +169,7 @@ class ClusterTest(unittest.TestCase):
         self.addCleanup(self.broker, "stop")
         self.broker("start", 2)
         media = self.front("front")
-        signalling = Sniffer(PORT + 3)  # one tap sees the signalling, another the media
+        signalling = Sniffer(PORT + 3)  # one sniffer captures the signalling, another one the media
         for number in (1, 2):
             self.recorder(number)
         first = calls = self.begin(range(1, 13), signalling, media)
@@ -188,7 +188,7 @@ class ClusterTest(unittest.TestCase):
             junk = 'rabbit_basic:publish(rabbit_misc:r(<<"/">>, exchange, <<>>), <<"voip-recorder-1">>, [], <<"x">>).'
             self.broker("run", "rabbitmqctl", "eval", junk)
             self.recorder(1)
-        # The broker goes and comes back.
+        # The broker is killed and restarted.
         self.broker("stop")
         talk()
         self.hears("front", "cannot publish")

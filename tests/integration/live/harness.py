@@ -174,7 +174,7 @@ class Recorder:
                 while len(pending) >= 2 and len(pending) >= int.from_bytes(pending[:2], "big"):
                     length = int.from_bytes(pending[:2], "big")
                     if length < 15:
-                        # The send buffer was full for a moment, so the rest of a frame was sent twice.
+                        # The send buffer was full for a moment, so the second part of a frame was sent twice.
                         raise ConnectionError("the stream is out of step")
                     self._arrived(bytes(pending[:length]))
                     del pending[:length]

@@ -102,7 +102,7 @@ class CommandLine(TestCase):
         self.assertGreater(len(recorder.of(harness.SIP)), 0)
 
     def test_check_tells_the_truth(self):
-        # The log goes to a file: the errors are on standard error all the same.
+        # The log goes to a file; the errors are still printed on standard error.
         folder = self.folder()
         log, logging = os.path.join(folder, "log"), os.path.join(folder, "log4cxx.properties")
         with open(logging, "w") as file:

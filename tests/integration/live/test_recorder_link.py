@@ -127,7 +127,7 @@ class RecorderLink(TestCase):
             time.sleep(0.02)
         recorder.settle()
         self.assertEqual(len(self.rtp_that_arrives(rtp(1))), 1)
-        # The end of one with the beginning of the next, which waits for its rest.
+        # The end of one command and the beginning of the next one, whose other bytes follow later.
         stream = command(REMOVE, BOB) + command(ADD, ALICE)
         recorder.send(stream[:10])
         time.sleep(0.1)
@@ -152,7 +152,7 @@ class RecorderLink(TestCase):
         self.sniff(recorder)
         self.connect()
         random.seed(7)
-        # No command that adds something, nor heartbeats by the thousand.
+        # No codes of commands: adds would change the list, heartbeats would cause thousands of replies.
         garbage = bytes(random.choice([*range(4, 256)]) for _ in range(70000))
         recorder.send(garbage)
         recorder.add(BOB)

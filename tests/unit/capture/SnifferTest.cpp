@@ -251,7 +251,7 @@ TEST_F(Engine, StopsUnderLoadAtTheEndOfAFrame) {
     EXPECT_EQ(log.count("INFO Completed join with Command reader thread, status=0"), 1);
     SngDissector::dft()->closeConnection();
     recorder.join();
-    // Only a recorder that was too slow, and so counts as lost, may get a part of a frame.
+    // Only a recorder that was too slow, and therefore counts as lost, may receive a part of a frame.
     EXPECT_TRUE(whole || log.contains(kTooSlow));
   }
 }

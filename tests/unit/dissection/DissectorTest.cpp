@@ -108,7 +108,7 @@ TEST(Dissector, EmptiesTheListWhileOthersUseIt) {
   EXPECT_FALSE(dissector.isInRtpList(2, 2));
 }
 
-/// The engine without devices, on a thread of its own: the queue, the consumer and a recorder in the test.
+/// The engine without devices, on a separate thread: the queue, the consumer and a recorder in the test.
 struct Consumer {
   explicit Consumer(bool embedded = false) {
     engine.setEmbedded(embedded);
@@ -222,7 +222,7 @@ TEST(Connections, FollowTransportAndAddresses) {
     EXPECT_EQ(log.count("ERROR Invalid ServerProtocol assuming TCP"), known ? 0 : 1);
     EXPECT_EQ(log.count("INFO UDP connection created"), udp ? 1 : 0);
     EXPECT_EQ(log.count("INFO TCP connection created"), udp ? 0 : 1);
-    // One line is by the constructor, one has the result of the first attempt.
+    // The constructor logs one line, and the first attempt to connect logs its result.
     EXPECT_EQ(log.count("INFO Connecting to" + recorder) + log.count("INFO Connected to" + recorder), udp ? 0 : 2);
 
     const Frame sip{.payload = kSip};

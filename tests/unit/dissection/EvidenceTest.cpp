@@ -54,7 +54,7 @@ Bytes sip(const std::string& id) {
   return bytes("BYE sip:" + id + " SIP/2.0\r\n\r\n");
 }
 
-/// The engine with settings, its consumer on a thread of its own, and a recorder in the test.
+/// The engine with settings, its consumer on a separate thread, and a recorder in the test.
 class Evidence : public testing::Test {
  protected:
   void start(const Settings& settings) {

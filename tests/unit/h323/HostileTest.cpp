@@ -118,7 +118,8 @@ TEST(Hostile, Extensions) {
 extern inline const asn1::Choice<2> kNested;
 inline constexpr asn1::Choice<2> kNested({{"deeper", kNested}, {"end", asn1::Null}});
 
-// Memory, depth, and work out of proportion to the octets: 16,383 presence bits, or thousands of unknown additions.
+// Limits of memory, of depth, and of work that is out of proportion to the octets: 16,383 presence bits, or thousands
+// of unknown additions.
 TEST(Hostile, BombsEndAtTheLimits) {
   // One bit nests one level.
   EXPECT_FALSE(Decoded(kNested, {0x00, 0x00, 0x80}).failed());

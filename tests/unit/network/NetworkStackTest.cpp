@@ -33,7 +33,7 @@ Bytes ipv6(int next, const Bytes& payload) {
   return number(0x60, 1) + zeros(3) + number(payload.size(), 2) + number(next, 1) + zeros(33) + payload;
 }
 
-// tests/integration/live/test_network.py has the tunnels of real calls. These cases only look like tunnels, or are
+// tests/integration/live/test_network.py has the tunnels of real calls. The cases here only look like tunnels, or are
 // rare.
 TEST(NetworkStack, UnwrapsWhatWrapsAndNothingElse) {
   const Bytes inner = ethernet(0x0800, kDatagram);
@@ -172,7 +172,7 @@ TEST(NetworkStack, DropsWhatWasSeenAMomentAgo) {
   }
 }
 
-// Neither a clock that is set nor files of different dates change what is a moment ago.
+// Time limits hold when the clock is set and when files have different dates.
 TEST(NetworkStack, KeepsItsTimeWhenClocksAreSet) {
   Stack stack({.dropDuplicates = true}, {.duplicateBuckets = 1});
   const std::int64_t hour = 3'600'000'000;

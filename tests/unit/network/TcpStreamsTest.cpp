@@ -69,7 +69,7 @@ struct Follower {
 
 const NetworkLimits kFew = {.streams = 16, .openings = 4};
 
-/// What happens to a stream.
+/// An event of a stream.
 struct Step {
   enum Kind { kSegment, kSyn, kFin, kReset, kAcknowledgement, kPause, kEnd };
 
@@ -122,7 +122,7 @@ std::uint32_t after(const std::string& text) {
   return static_cast<std::uint32_t>(100 + text.size());
 }
 
-// However the segments are cut, in any order and however often they come, the messages are the same.
+// The messages do not depend on the division into segments, their order and their repetition.
 TEST(TcpStreams, FindMessagesWhereverSegmentsCut) {
   std::mt19937 random(1);
   const std::pair<std::string, Items> streams[] = {{kSipStream, kSip}, {kH323Stream, kH323}, {kWebSocketStream, kSip}};
@@ -139,7 +139,7 @@ TEST(TcpStreams, FindMessagesWhereverSegmentsCut) {
       for (std::size_t at = 0; at < stream.size();) {
         const std::size_t to = std::min(stream.size(), at + 1 + random() % longest);
         pieces.push_back({at - std::min<std::size_t>(at, random() % 4 == 0 ? random() % 50 : 0), to});  // overlaps
-        if (random() % 5 == 0) pieces.push_back({at, to});                                              // comes again
+        if (random() % 5 == 0) pieces.push_back({at, to});                                              // retransmitted
         at = to;
       }
       for (std::size_t i = 0; i + 1 < pieces.size(); ++i) {
@@ -241,7 +241,7 @@ TEST(TcpStreams, GoOnAfterALoss) {
   EXPECT_EQ(follower.sink.times, (std::vector<std::int64_t>{10, 20})) << "a message has its own capture time";
 }
 
-// One frame with other numbers than expected may be forged; the stream goes on all the same.
+// One frame with unexpected numbers may be forged, so the stream continues.
 TEST(TcpStreams, LetNoStrangerChangeTheNumbers) {
   const std::uint32_t second = after(kInvite), third = second + static_cast<std::uint32_t>(kRinging.size());
   const std::uint32_t far = 0x70000000;
@@ -394,7 +394,7 @@ TEST(TcpStreams, LeaveInTheOrderOfTheirUse) {
 TEST(TcpStreams, AreBounded) {
   Follower follower;
   const NetworkLimits& limits = follower.limits;
-  // Whatever is missing, a stream waits with a limited amount, and so do all of them.
+  // The data that waits for missing segments is limited, for a stream and for all streams.
   const std::string piece(1000, 'x');
   for (std::uint32_t host = 0; host < 400; ++host) {
     follower.ends.source = host;

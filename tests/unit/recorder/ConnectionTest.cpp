@@ -128,7 +128,7 @@ TEST_F(Udp, ExitsWhenThereIsNoSocket) {
   EXPECT_EXIT(withoutDescriptors(), testing::ExitedWithCode(1), "");
 }
 
-/// Counts how often and how deeply it is entered.
+/// Counts the entries and their depth.
 struct CountingMonitor : HostMonitor {
   void enter() override { ++entered, ++depth; }
   void leave() override { --depth; }

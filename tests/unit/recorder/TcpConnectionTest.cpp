@@ -94,7 +94,7 @@ TEST_F(Tcp, LogsAnOutageOnceAndReportsItForEachSend) {
   EXPECT_EQ(log.count("INFO Tcp socket send buffer size=60000"), 1);
   EXPECT_FALSE(connection.receiveRequest(request));
 
-  // After the recorder has connected and gone, another outage begins.
+  // After the recorder has connected and disconnected, another outage begins.
   log.take();
   {
     Loopback again(SOCK_STREAM, port);
@@ -121,7 +121,7 @@ TEST_F(Tcp, ALaterSendCompletesAConnectInProgress) {
   EXPECT_EQ(narrow.accept().read(100).size(), 100U);
 }
 
-/// One send of a group of 100-byte frames, and what it has to do.
+/// One send of a group of 100-byte frames, and its expected results.
 struct ScriptedSend {
   int timeout;  ///< for sending, in milliseconds
   int frames;
@@ -178,7 +178,7 @@ TEST_F(TcpSend, HandlesEachKindOfShortAndFailedSend) {
       {0, 1, {-EPIPE}, {0}, {}, gone},
       {0, 1, {-EIO}, {0}, {}, "WARN Send error=5;WARN Connection to recorder not working;" + kClosed},
       {0, 1, {60, -EAGAIN}, {60}, {{0, 60}}, short60 + full},
-      // A rest that is sent in one piece does not count and is sent again.
+      // The rest of a frame that is sent in one piece does not count and is sent again.
       {0, 1, {60, 40, 40, 30, -EAGAIN}, {90}, {{0, 100}, {60, 100}, {60, 90}}, short60 + short30 + full},
       {0, 3, {160, 40, 30, -EAGAIN}, {100, 90}, {{0, 200}, {160, 190}}, short60 + short30 + full},
       {0, 3, {100, -ENOBUFS}, {100, 0}, {{0, 100}}, "WARN Send error=105;" + tooLarge},
@@ -341,7 +341,7 @@ TEST_F(Tcp, OnlyCommandsWakeTheCommandReader) {
       while (counted.receiveRequest(add)) count += !carriedOut[add.rtpAddr].exchange(true);
     }
   });
-  for (const u_int from : {0U, 5000U}) {  // each half on a connection of its own
+  for (const u_int from : {0U, 5000U}) {  // each half on a separate connection
     Bytes adds;
     for (u_int i = from; i < from + 5000; ++i) append(adds, command(1, i));
     Loopback peer = established(counted, listener);

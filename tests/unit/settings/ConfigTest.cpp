@@ -66,7 +66,7 @@ TEST(Properties, UnreadableFileEndsTheProcess) {
   }
 }
 
-// The table of settings is one for the process, so a process of its own reads each file.
+// The table of settings is shared in a process, so a separate process reads each file.
 TEST(SnifferConfigGetters, HaveTheirDefaultsAndTheirTextsStay) {
   const struct {
     const char *text, *level;
@@ -119,7 +119,7 @@ TEST(SettingTable, ValuesAreTakenOrReplacedWithAWarning) {
     EXPECT_EQ(log.take(),
               warning.empty() ? Texts() : Texts{"WARN Line 1 of the settings: " + std::string(line) + ", " + warning});
   }
-  // Each key sets a member of its own: without one key the settings differ.
+  // Each key sets another member: without one key the settings differ.
   const auto allBut = [](std::string_view but) {
     std::string text;
     for (const SettingKey& key : kSettingKeys) {

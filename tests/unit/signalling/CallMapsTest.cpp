@@ -40,7 +40,7 @@ TEST(CallMaps, FollowAnnouncementsAndReleases) {
                                       "DEBUG h245Map --- Key = 10.0.0.1:7000, Value = 10"}));
   EXPECT_EQ(calls.callOf(first), "9");
 
-  // Another call takes the address over. The release of the first call removes it all the same.
+  // Another call takes the address over. The release of the first call still removes it.
   calls.announce("10", second);
   EXPECT_EQ(calls.callOf(second), "10");
   log.take();
@@ -57,7 +57,7 @@ TEST(CallMaps, FollowAnnouncementsAndReleases) {
                                       "DEBUG h245Map --- Key = 10.0.0.1:7000, Value = 10"}));
 }
 
-// An address belongs to the call that announced it last, whatever was announced and released before. AddressOrder
+// An address belongs to the call that announced it last, regardless of earlier announcements and releases. AddressOrder
 // agrees with h245comp.
 TEST(CallMaps, FindWhatIsEqual) {
   TestLog log;

@@ -117,7 +117,7 @@ TEST(Description, NeedsATpktHeaderButNotItsLength) {
   for (const std::size_t size : {65536, 65536 + 3}) EXPECT_EQ(changed(size, {}), nothing);
 }
 
-// The parser tries H.245 first on every segment, whatever the call reference. The body must match the type.
+// The parser tries H.245 first on every segment, regardless of the call reference. The body must match the type.
 TEST(Description, GoesByCallReferenceAndTypeWhateverTheyAre) {
   TestLog log;
   log.setLevel(log4cxx::Level::getError());
@@ -193,7 +193,7 @@ TEST(Description, EndsWhenTheEffortOfASegmentIsUsedUp) {
   }
 }
 
-// Without beginSegment() each call stands for a segment. After it, small TPKTs that are not described use up the effort
+// Without beginSegment() each call counts as a segment. After it, small TPKTs that are not described use up the effort
 // that they share; described ones do not.
 TEST(Description, SharesTheEffortOfASegmentAmongItsTpkts) {
   TestLog log;

@@ -11,7 +11,7 @@
 #include "base/FrameLimits.h"
 #include "network/NetworkStack.h"
 
-// Packets, from the inside to the outside, and a sink that keeps what it gets.
+// Packets, from the innermost layer to the outermost one, and a sink that records its input.
 
 using Bytes = std::vector<std::uint8_t>;
 
@@ -63,7 +63,7 @@ inline Bytes ethernet(int etherType, const Bytes& payload) {
   return zeros(12) + number(etherType, 2) + payload;
 }
 
-/// Keeps what it gets.
+/// Records its input.
 struct WritingSink final : voip::NetworkSink {
   std::vector<std::string> items;
   std::map<voip::NetworkCount, std::uint64_t> counts;
@@ -105,7 +105,7 @@ struct Stack {
   explicit Stack(voip::NetworkOptions options = {true, true, true, true}, const voip::NetworkLimits& limits = {})
       : stack(options, sink, limits) {}
 
-  /// The frame comes when it is captured, but never before another one.
+  /// Takes a frame at its capture time, but never earlier than the frame before it.
   void take(const Bytes& frame, std::int64_t captured = 0, int linkType = DLT_EN10MB) {
     now = std::max(now, captured);
     Bytes copy = frame + zeros(voip::kFrameSlack);

@@ -48,7 +48,7 @@ inline std::string contentsOf(const std::string& path) {
   return {std::istreambuf_iterator<char>(file), {}};
 }
 
-/// The segments of a recording below tests/data, with the expectations of the file beside it.
+/// The segments of a recording below tests/data, with the expectations in the file next to it.
 inline std::vector<Segment> readSegments(const std::string& recording) {
   std::vector<Segment> segments;
   std::ifstream segmentLines(TEST_FILES "/" + recording + ".segments");

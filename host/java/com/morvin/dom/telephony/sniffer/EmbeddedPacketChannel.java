@@ -45,10 +45,11 @@ import java.io.File;
  * that the caller holds it. Hold it only for the call: while it is held, capture continues but no frame is forwarded.
  * Do not hold it when you call {@code mainLoop}, or no other thread can take a frame.
  *
- * <h2>One at a time</h2>
+ * <h2>One main loop at a time</h2>
  *
- * A process has one capture engine and one pair of queues, for all objects of this class. A second {@code mainLoop}
- * returns at once while another one runs. After that one has ended, the next may start, on this object or on another.
+ * A process has one capture engine and one pair of queues, for all objects of this class. While one {@code mainLoop}
+ * runs, a second one returns at once. After the first one has ended, another may start, on this object or on another
+ * one.
  *
  * <h2>Logging</h2>
  *
@@ -92,8 +93,8 @@ public class EmbeddedPacketChannel {
 
   /**
    * Whether packets are captured without delay, through a buffer of 128 MiB for each device. Without it the kernel
-   * collects packets for up to a second: signalling is forwarded late, and the media before the resulting command is
-   * not recorded.
+   * collects packets for up to a second: signalling is forwarded late, and the media that passes before the resulting
+   * command is not recorded.
    */
   public boolean immediateCapture = true;
 

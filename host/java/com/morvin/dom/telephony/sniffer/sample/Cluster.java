@@ -15,11 +15,11 @@ import java.util.ServiceConfigurationError;
 import java.util.ServiceLoader;
 
 /**
- * Recording on more than one machine, connected by a broker. The implementation is in a jar of its own, because it
- * needs the client library of the broker. It is loaded only when the command line asks for it.
+ * Recording on more than one machine, connected by a broker. The implementation is in a separate jar, because it needs
+ * the client library of the broker. It is loaded only when the command line asks for it.
  */
 public interface Cluster {
-  /** The name of the jar, which lies in the directory of the jar of this class. */
+  /** The name of the jar, which is in the directory of the jar of this class. */
   String JAR = "voip-sniffer-cluster.jar";
   /** The package of the client library. */
   String PACKAGE = "librabbitmq-client-java";
@@ -27,7 +27,7 @@ public interface Cluster {
   /**
    * Returns a service that follows calls and publishes their frames.
    *
-   * @param bufferBytes how much it keeps while the broker is slow or away
+   * @param bufferBytes the bound of the messages that it keeps while the broker is slow or cannot be reached
    */
   Service front(URI broker, long bufferBytes, Service.Limits limits, Console console) throws IOException;
 

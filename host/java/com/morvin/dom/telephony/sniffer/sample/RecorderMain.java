@@ -125,7 +125,7 @@ public final class RecorderMain {
     try {
       if (options.embedded.isEmpty()) {
         try (Transport link = transport(options, console)) {
-          warmUp(console);  // frames that come meanwhile wait in the socket
+          warmUp(console);  // frames that arrive meanwhile wait in the socket
           service.run(link);
         }
       } else {

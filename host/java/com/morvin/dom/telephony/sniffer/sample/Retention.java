@@ -19,13 +19,13 @@ import java.util.concurrent.TimeUnit;
 
 /**
  * Deletes calls that are too old, and calls that the operator wants to erase: their files, their lines in the table and
- * on the pages. The lines go first, and the report of a call last, so that an interrupted deletion can be repeated. All
- * methods belong to the disk thread.
+ * on the pages. The lines are removed first and the report of a call last, so that an interrupted deletion can be
+ * repeated. All methods belong to the disk thread.
  */
 final class Retention implements ReportListener {
   private static final long INTERVAL_MILLIS = TimeUnit.HOURS.toMillis(1);
   private static final long MAX_SKEW_MILLIS = TimeUnit.DAYS.toMillis(1);
-  /** The number of files that are deleted at a time, because the recording of calls waits meanwhile. */
+  /** The number of files that are deleted at a time. It is small, because the recording of calls waits meanwhile. */
   private static final int BATCH = 100;
 
   private final Path directory;
@@ -110,7 +110,7 @@ final class Retention implements ReportListener {
     }
   }
 
-  /** A clock that was set by a day or more must not delete what is still young. */
+  /** A clock that was set by a day or more must not cause the deletion of recent calls. */
   private boolean isTrusted() {
     boolean trusted = Math.abs(clock.skew()) < MAX_SKEW_MILLIS;
     if (!trusted && !warned) {

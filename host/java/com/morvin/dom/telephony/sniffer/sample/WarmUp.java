@@ -60,7 +60,7 @@ final class WarmUp implements Transport {
   }
 
   /**
-   * Returns after the calls are recorded and removed. Logs a failure, which costs little.
+   * Returns after the calls are recorded and removed. Logs a failure, after which the first call may lose 100 ms.
    *
    * @param parent the directory in which the temporary directory is made
    */

@@ -7,7 +7,7 @@ import com.morvin.dom.telephony.sniffer.sample.transport.Transport;
 import java.io.IOException;
 import java.net.URI;
 
-/** Connects front and recorders through a broker that speaks AMQP 0-9-1. */
+/** Connects front and recorders through an AMQP 0-9-1 broker. */
 public final class AmqpCluster implements Cluster {
   /** Makes an object without a connection. */
   public AmqpCluster() {

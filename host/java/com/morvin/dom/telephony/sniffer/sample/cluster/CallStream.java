@@ -9,8 +9,8 @@ import java.util.function.Consumer;
 import java.util.zip.CRC32;
 
 /**
- * Collects the frames of one call into messages. Belongs to the thread of the front. Times are milliseconds of
- * a clock that never steps, unless noted otherwise.
+ * Collects the frames of one call into messages. Belongs to the thread of the front. Times are milliseconds of a
+ * monotonic clock, unless noted otherwise.
  */
 final class CallStream {
   /** The number of routing keys; packaging/rabbitmq/definitions.py binds each of them to a queue. */
@@ -79,8 +79,8 @@ final class CallStream {
   }
 
   /**
-   * Adds the signalling of a call that is a leg of this one, in a message of its own. So far its frames went to another
-   * recorder.
+   * Adds the signalling of a call that is a leg of this one, in a separate message. Earlier frames of that call went to
+   * another recorder.
    */
   void add(CallStream leg, long now) {
     byte[] frames = leg.signalled.toByteArray();

@@ -17,7 +17,7 @@ import java.util.concurrent.TimeUnit;
 import java.util.concurrent.TimeoutException;
 
 /**
- * Publishes the messages of the outbox on a thread of its own. After any failure it closes the connection and publishes
+ * Publishes the messages of the outbox on a separate thread. After any failure it closes the connection and publishes
  * the unconfirmed messages again over the next one. So a message can arrive twice; the recorder recognises it by its
  * id.
  */

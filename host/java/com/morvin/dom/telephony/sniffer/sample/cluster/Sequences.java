@@ -81,7 +81,7 @@ final class Sequences<T> {
     return due;
   }
 
-  /** Gives up the missing messages before the first one that is there. */
+  /** Gives up the missing messages before the first waiting one. */
   private List<T> skip(Order order, long now) {
     if (order.early.isEmpty()) {
       return List.of();

@@ -8,9 +8,9 @@ import java.util.Queue;
 import java.util.concurrent.TimeUnit;
 
 /**
- * Prints one line for each event and, on a terminal, a status line below them that is replaced in place. A thread of
- * its own prints, because a terminal that is paused or a pipe that nobody reads blocks the writer. Meanwhile lines
- * wait; when too many wait, the newest are dropped and counted. Any thread may call any method.
+ * Prints one line for each event and, on a terminal, a status line below them that is replaced in place. A separate
+ * thread prints, because a paused terminal or a pipe that is not read blocks the writer. Meanwhile lines wait; when too
+ * many wait, the newest are dropped and counted. Any thread may call any method.
  */
 public final class Console {
   private static final DateTimeFormatter TIME = DateTimeFormatter.ofPattern("HH:mm:ss");

@@ -132,7 +132,7 @@ public abstract class Service implements CallFollower.Listener {
   /**
    * One step of {@link #run}: handles a frame and does what is due.
    *
-   * @param received null when no frame came
+   * @param received null when no frame arrived
    */
   public final void step(Received received) {
     advance();

@@ -13,7 +13,7 @@ final class BoundedMap<K, V> extends LinkedHashMap<K, V> {
     this.capacity = capacity;
   }
 
-  /** Puts an entry as the newest one, even when the key is there already. */
+  /** Adds an entry as the newest one, even when the map has the key already. */
   void putLast(K key, V value) {
     remove(key);
     put(key, value);

@@ -206,12 +206,12 @@ public abstract class Call {
     return new End(last.how(), wentOn ? media : last.at());
   }
 
-  /** Whether the signalling has ended the call. It goes on for as long as its media does. */
+  /** Whether the signalling has ended the call. The call continues while its media does. */
   public boolean isHungUp(Moment now) {
     return legs.stream().allMatch(leg -> leg.isHungUp(now));
   }
 
-  /** Returns the end when the call is over by now; null while it is not. */
+  /** Returns the end when the call is over by now; null before that. */
   End endBy(Moment now, CallFollower.Limits limits) {
     if (legs.stream().allMatch(leg -> leg.isOver(now))) {
       return signalledEnd();

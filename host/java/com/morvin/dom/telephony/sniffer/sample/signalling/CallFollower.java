@@ -21,7 +21,7 @@ import java.util.function.Consumer;
  * call is returned.
  */
 public final class CallFollower {
-  /** The end reason of a call that made way for others. */
+  /** The end reason of a call that was dropped for other calls. */
   public static final String DROPPED = "dropped: too many calls";
 
   /** The number of packets from one address before that address is learned as a destination. */
@@ -30,7 +30,7 @@ public final class CallFollower {
   private static final int MAX_LEARNED = 4;
   private static final long SOON_MILLIS = 10_000;
 
-  /** Is called for the events of calls. */
+  /** Receives the events of calls. */
   public interface Listener {
     /** A call has begun. */
     void began(Call call, Moment now);
@@ -46,8 +46,8 @@ public final class CallFollower {
     default void dialled(Call call, Direction direction, String digits, Moment now) {}
 
     /**
-     * Two calls have turned out to be legs of one. The second one is not followed any more; what follows for its legs
-     * belongs to the first one.
+     * Two calls have turned out to be legs of one. The second call is no longer followed; later events of its legs
+     * belong to the first one.
      *
      * @param turned whether the caller of the second call is on the side of the callee of the first one
      */
@@ -229,8 +229,8 @@ public final class CallFollower {
   }
 
   /**
-   * Makes room for another call. Returns whether there is room. At the limit a call without media makes way, one from
-   * the address with the most calls without media.
+   * Makes space for another call. Returns whether there is space. At the limit, drops a call without media, from the
+   * address with the most calls without media.
    */
   boolean makeRoom(Moment now) {
     if (calls.size() >= limits.calls && !silent.isEmpty()) {
@@ -246,8 +246,8 @@ public final class CallFollower {
   }
 
   /**
-   * Returns the priority of a call without media. Media comes soon after the answer or never, so a call that was
-   * answered long ago has the lowest priority. Among equal calls the oldest one makes way.
+   * Returns the priority of a call without media. Media begins soon after the answer or never, so a call that was
+   * answered long ago has the lowest priority. Among equal calls the oldest one is dropped.
    */
   private static int priority(Call call, Moment now) {
     Moment answer = call.lifetime().answer();

@@ -99,7 +99,7 @@ public record H323Text(int type, String callReference, String callId, String cal
     return LABELS.getOrDefault(type, "message " + type);
   }
 
-  /** Whether the message came on a separate H.245 connection. */
+  /** Whether the message was sent on a separate H.245 connection. */
   public boolean isSeparateH245() {
     return type == OPEN_LOGICAL_CHANNEL || type == OPEN_LOGICAL_CHANNEL_ACK;
   }

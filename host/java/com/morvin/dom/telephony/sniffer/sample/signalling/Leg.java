@@ -1,15 +1,15 @@
 package com.morvin.dom.telephony.sniffer.sample.signalling;
 
 /**
- * A part of a call with signalling of its own. A call that passes a call manager or is transferred has several legs.
+ * A part of a call with its own signalling. A call that passes a call manager or is transferred has several legs.
  * Belongs to the thread of the {@link CallFollower}, except the methods that return values given to the constructor.
  */
 public class Leg {
-  /** Media that is this old has stopped. */
+  /** The time without packets after which media has stopped. */
   static final long SILENCE_MILLIS = 1_000;
-  /** Media that is received so long after the end of the signalling shows that the leg goes on. */
+  /** Media that is received this long after the end of the signalling shows that the leg continues. */
   static final long OVERRULED_MILLIS = 2_000;
-  /** The time without media after which a leg that went on is over. */
+  /** The time without media after which a continued leg is over. */
   private static final long PATIENCE_MILLIS = 32_000;
 
   /**
@@ -72,7 +72,7 @@ public class Leg {
     retired = true;
   }
 
-  /** Whether the leg has ended while others of its call go on. */
+  /** Whether the leg has ended while others of its call continue. */
   final boolean isRetired() {
     return retired;
   }
@@ -87,7 +87,7 @@ public class Leg {
     ending = new Ending(how, now, now.steady() + delay);
   }
 
-  /** Schedules the end of the leg anew. The time of the end is that of the message that has scheduled it before. */
+  /** Schedules the end of the leg again. The time of the end stays that of the message that scheduled it first. */
   final void confirmEnd(String how, Moment now, long delay) {
     ending = new Ending(how, ending == null ? now : ending.at, now.steady() + delay);
   }
@@ -112,7 +112,7 @@ public class Leg {
     media = now;
   }
 
-  /** Whether media goes on although the signalling has ended the leg. */
+  /** Whether media continues although the signalling has ended the leg. */
   final boolean isOverruled() {
     return ending != null && media != null && media.steady() >= ending.due + OVERRULED_MILLIS;
   }

@@ -75,7 +75,7 @@ final class MediaFlow {
     return stream.fromSource >= packets ? stream.source : null;
   }
 
-  /** Returns how long media of one direction has come without media of the other, in milliseconds. */
+  /** Returns how long media has been received in one direction only, in milliseconds. */
   long oneSidedMillis(Direction direction, Moment now) {
     Moment first = streams.get(direction).first;
     return first == null ? 0 : now.since(first.latest(streams.get(direction.opposite()).last));

@@ -3,8 +3,8 @@ package com.morvin.dom.telephony.sniffer.sample.signalling;
 import com.morvin.dom.telephony.sniffer.sample.transport.SteadyClock;
 
 /**
- * A moment on two clocks. Time limits use the first one, which ignores how late a frame is and stands still while no
- * frame can be received. Reports and recordings use the second one. A step of the time of day changes neither.
+ * A moment on two clocks. Time limits use the first one, which does not depend on the delay of frames and stops while
+ * no frame can be received. Reports and recordings use the second one. A step of the time of day changes neither.
  *
  * @param steady milliseconds of the service; zero has no meaning
  * @param stamp milliseconds since 1970 by the {@link SteadyClock}, of a frame the time of capture; when the transport
@@ -16,7 +16,7 @@ public record Moment(long steady, long stamp) {
     return steady - earlier.steady;
   }
 
-  /** Returns this moment or another one, whichever is later; the other one may be null. */
+  /** Returns the later one of this moment and another one, which may be null. */
   Moment latest(Moment other) {
     return other == null || other.steady < steady ? this : other;
   }

@@ -24,7 +24,7 @@ final class SipCall extends Call {
     return legs().stream().map(SipLeg.class::cast).toList();
   }
 
-  /** Whether there is room for a number of further legs. */
+  /** Whether the call can have this number of further legs. */
   boolean hasRoomFor(int more) {
     return legs().size() + more <= MAX_LEGS;
   }

@@ -82,7 +82,7 @@ final class SipCalls {
     return leg;
   }
 
-  /** Adds a leg to the oldest of the linked calls, after that has taken in the others. */
+  /** Merges the linked calls into the oldest one and adds a leg to it. */
   private void join(SipLeg leg, List<SipLinks.Link> found, Moment now) {
     SipLinks.Link oldest = found.stream().min(Comparator.comparingInt(link -> link.call().number())).orElseThrow();
     for (SipLinks.Link link : found) {

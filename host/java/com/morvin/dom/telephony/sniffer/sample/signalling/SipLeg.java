@@ -111,7 +111,7 @@ final class SipLeg extends Leg {
     return participants.isCaller(tag) != isTurned();
   }
 
-  /** Records that a party was asked to call somebody else. The call does not end until that had time to happen. */
+  /** Records that a party was asked to call a third party. The end of the call is delayed until that call can begin. */
   void setReferred(boolean referred) {
     isReferred = referred;
   }
@@ -151,7 +151,7 @@ final class SipLeg extends Leg {
     };
   }
 
-  /** Whether it is an INVITE that begins the leg, or sends it on, or repeats it with another tag. */
+  /** Whether the message is an INVITE that begins the leg, forwards it, or repeats it with another tag. */
   private boolean fitsAttempt(SipMessage invite, Frame frame) {
     String tag = invite.from().tag();
     boolean fits = branches.isEmpty() || invite.to().tag().isEmpty()
@@ -166,7 +166,7 @@ final class SipLeg extends Leg {
     return fits;
   }
 
-  /** Whether it is an INVITE within a dialog. It may take another way than the first one. */
+  /** Whether the message is an INVITE within a dialog, which may take another path than the first one. */
   private boolean fitsRenewal(SipMessage invite, Frame frame) {
     boolean fits = participants.include(invite) && participants.hasHost(frame.source().ip());
     if (fits) {
@@ -310,7 +310,7 @@ final class SipLeg extends Leg {
     }
   }
 
-  /** Whether a caller usually tries again: it is redirected, must send credentials, or used a refused extension. */
+  /** Whether a caller usually tries again: after a redirection, a request for credentials, or a refused extension. */
   private static boolean isWorthRetrying(int status) {
     return status < 400 || status == 401 || status == 407 || status == 420 || status == 422 || status == 488;
   }

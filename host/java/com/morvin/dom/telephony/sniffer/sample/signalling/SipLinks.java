@@ -16,8 +16,8 @@ import java.util.function.Function;
 import java.util.stream.Stream;
 
 /**
- * Finds the legs that are one call: those that a call manager connects, and those of transfers. A leg has a Call-ID of
- * its own, so the link is in other places: Replaces (RFC 3891), REFER (RFC 3515), Session-ID (RFC 7989), headers of the
+ * Finds the legs that are one call: those that a call manager connects, and those of transfers. Each leg has its own
+ * Call-ID, so the link is in other places: Replaces (RFC 3891), REFER (RFC 3515), Session-ID (RFC 7989), headers of the
  * call manager that name the Call-ID of another leg, and the addresses of the media.
  */
 final class SipLinks {
@@ -124,7 +124,7 @@ final class SipLinks {
     return leg == null || leg.calling() == frame.source().ip() ? Optional.empty() : Optional.of(connected(leg, frame));
   }
 
-  /** The host that was called on another leg sends this one on; or it calls both parties (RFC 3725). */
+  /** The host that was called on another leg forwards that call as this one, or calls both parties (RFC 3725). */
   private static Link connected(SipLeg leg, Frame frame) {
     int host = frame.source().ip();
     List<SipLeg> legs = leg.call().sipLegs();

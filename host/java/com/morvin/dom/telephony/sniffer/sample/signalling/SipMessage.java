@@ -82,22 +82,22 @@ record SipMessage(int status, String reason, String method, long cseq, String ca
   private static final Pattern BRANCH =
       Pattern.compile(";\\s*branch\\s*=\\s*([^;,\\s]{1,256})", Pattern.CASE_INSENSITIVE);
 
-  /** Whether it is a request. */
+  /** Whether the message is a request. */
   boolean isRequest() {
     return status == 0;
   }
 
-  /** Whether it is a request with a method. */
+  /** Whether the message is a request with a method. */
   boolean isRequest(String name) {
     return status == 0 && method.equals(name);
   }
 
-  /** Whether it is a response with a status of 200 to 299. */
+  /** Whether the message is a response with a status of 200 to 299. */
   boolean isSuccess() {
     return status >= 200 && status < 300;
   }
 
-  /** Whether it is a response with a status from 300. */
+  /** Whether the message is a response with a status from 300. */
   boolean isFailure() {
     return status >= 300;
   }
@@ -108,8 +108,8 @@ record SipMessage(int status, String reason, String method, long cseq, String ca
   }
 
   /**
-   * Returns the caller of an INVITE. When it is anonymous, the network may have added its identity (RFC 3325) for those
-   * that it trusts.
+   * Returns the caller of an INVITE. When the caller is anonymous, the network may have added its identity (RFC 3325)
+   * for trusted hosts.
    */
   Party caller() {
     String asserted = headers.first("p-asserted-identity");
@@ -118,7 +118,7 @@ record SipMessage(int status, String reason, String method, long cseq, String ca
     return from.isAnonymous() && !identity.isEmpty() ? Party.parse(identity) : from;
   }
 
-  /** Returns the dialog that an INVITE takes the place of. */
+  /** Returns the dialog that an INVITE replaces. */
   Optional<DialogId> replaces() {
     return Optional.of(headers.first("replaces")).filter(value -> !value.isEmpty()).map(DialogId::parse);
   }

@@ -4,7 +4,7 @@ import com.morvin.dom.telephony.sniffer.sample.transport.Frame;
 import java.util.HashSet;
 import java.util.Set;
 
-/** Who takes part in the dialogs of one Call-ID: the tags of the parties, and the hosts that messages pass. */
+/** The participants in the dialogs of one Call-ID: the tags of the parties, and the hosts that messages pass. */
 final class SipParticipants {
   // Limits against hostile traffic.
   private static final int MAX_TAGS = 64;

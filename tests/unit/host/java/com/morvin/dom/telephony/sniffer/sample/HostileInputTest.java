@@ -124,7 +124,7 @@ final class HostileInputTest {
     });
   }
 
-  /** Forged calls, answered or not, make way for a real one, and leave no trace on the disk. */
+  /** Forged calls, answered or not, are dropped for a real one, and leave no file on the disk. */
   void testFloodOfCallsMakesWayForRealOnes() throws Exception {
     FakeSniffer.with(sniffer -> {
       sip(sniffer, A, B, INVITE);
@@ -145,7 +145,7 @@ final class HostileInputTest {
     });
   }
 
-  /** One call has limits as well: methods, tags, branches, addresses. */
+  /** The parts of one call are limited, too: methods, tags, branches, addresses. */
   void testEndlessCall() throws Exception {
     FakeSniffer.with(sniffer -> {
       sip(sniffer, A, B, INVITE);
@@ -187,7 +187,7 @@ final class HostileInputTest {
     });
   }
 
-  /** Media is dropped before the reports of ended calls, and of both the oldest. */
+  /** Media is dropped before the reports of ended calls, the oldest first in both cases. */
   void testWhatWaitsForTheDiskIsBounded() throws Exception {
     Testing.inDirectory(directory -> {
       CountDownLatch stalled = new CountDownLatch(1);
@@ -219,7 +219,7 @@ final class HostileInputTest {
     });
   }
 
-  /** A terminal that is paused, or a pipe that nobody reads, does not stop the recorder. */
+  /** A paused terminal, or a pipe that is not read, does not stop the recorder. */
   void testOutputThatBlocks() throws Exception {
     CountDownLatch read = new CountDownLatch(1);
     ByteArrayOutputStream shown = new ByteArrayOutputStream();

@@ -44,7 +44,7 @@ final class ScenarioTest {
 
   void testFaults() throws Exception { runAll("faults.txt"); }
 
-  /** Each case has a recorder of its own. */
+  /** Each case has a new recorder. */
   private void runAll(String file) throws Exception {
     String[] cases = Files.readString(CASES.resolve(file)).split("(?m)^== ");
     for (String one : Arrays.asList(cases).subList(1, cases.length)) {
