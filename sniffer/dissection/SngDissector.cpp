@@ -139,6 +139,7 @@ void SngDissector::consumePacket() {
 bool SngDissector::takeBatch() {
   router_.expire();
   forwarder_.flush();
+  if (lookBack_ != nullptr && links_.keepConnected() != LinkEvent::kNone) rtpList_.clear();
   catchUp_.takeRequests();
   sendMissedSignalling();
   const bool hasMore = catchUp_.step();

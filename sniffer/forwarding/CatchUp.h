@@ -37,6 +37,11 @@ class CatchUp {
   bool step();
 
  private:
+  struct Request {
+    RtpAddr destination;
+    Instant at;
+  };
+
   void finishFirst();
 
   Recalls& recalls_;
@@ -45,7 +50,7 @@ class CatchUp {
   FrameForwarder& forwarder_;
   LookBack* lookBack_ = nullptr;
 
-  std::deque<RtpAddr> waiting_;             ///< in the order of the requests; the first is being recalled
+  std::deque<Request> waiting_;             ///< in the order of the requests; the first is being recalled
   std::unordered_set<std::uint64_t> held_;  ///< keys of `waiting_`
   bool isRecalling_ = false;
 };

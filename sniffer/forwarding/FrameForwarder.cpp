@@ -23,6 +23,10 @@ void writeTimeFrame(std::uint8_t* to, const KeptFrame& announced) {
   std::memcpy(to + FrameHeader::kLength, &time, sizeof time);
 }
 
+bool isSentTime(const OutgoingFrame& frame) {
+  return frame.sent == frame.length && FrameHeader::protocolOf(frame.bytes) == FrameProtocol::CaptureTime;
+}
+
 }  // namespace
 
 void FrameForwarder::configure(bool announceCaptureTime, LookBack* lookBack) {
@@ -46,15 +50,19 @@ void FrameForwarder::add(BaseConnection& connection, const KeptFrame& frame) {
 
 LinkEvent FrameForwarder::flush() {
   SendResult result;
+  std::size_t announced = 0;  // frames whose capture time has been sent, but not they
   for (std::size_t done = 0; done < group_.size();) {
     beginOutgoing(group_.size());
-    for (std::size_t i = done; i < group_.size(); ++i) appendOutgoing(group_[i].frame, i);
+    for (std::size_t i = done; i < group_.size(); ++i) appendOutgoing(group_[i].frame, i, i < done + announced);
     result = connection_->sendPackets(outgoing_);
     if (result.link != LinkEvent::kNone) destinations_.clear();
+    const std::span<const OutgoingFrame> dealtWith(outgoing_.data(), result.dealtWith);
+    announced = result.link == LinkEvent::kNone && !dealtWith.empty() && isSentTime(dealtWith.back()) ? 1 : 0;
     done = countDealtWith(done, result);
     if (result.link == LinkEvent::kUnreachable && lookBack_ == nullptr) dropRest(done);
-    recheckRest(done, result.link);
-    if (result.link == LinkEvent::kUnreachable) connection_->pause();
+    recheckRest(done + announced, result.link);
+    // With a look-back, others attempt to connect.
+    if (result.link == LinkEvent::kUnreachable && lookBack_ == nullptr) connection_->pause();
   }
   group_.clear();
   return result.link;
@@ -68,9 +76,9 @@ void FrameForwarder::beginOutgoing(std::size_t frames) {
   lateSince_ = CaptureStamp::now() - kLate;
 }
 
-/// Adds a frame to the send, after its capture time if it is late.
-void FrameForwarder::appendOutgoing(const KeptFrame& frame, std::size_t number) {
-  if (announceCaptureTime_ && frame.stamp.seen < lateSince_) {
+/// Adds a frame to the send, after its capture time if it is late and the time has not been sent.
+void FrameForwarder::appendOutgoing(const KeptFrame& frame, std::size_t number, bool isAnnounced) {
+  if (announceCaptureTime_ && !isAnnounced && frame.stamp.seen < lateSince_) {
     writeTimeFrame(timeFrames_[number].data(), frame);
     outgoing_.push_back({timeFrames_[number].data(), kTimeFrameLength});
   }
@@ -83,8 +91,8 @@ std::size_t FrameForwarder::countDealtWith(std::size_t from, const SendResult& r
   std::uint64_t sip = 0, h323 = 0, rtp = 0;
   for (std::size_t i = 0; i < result.dealtWith; ++i) {
     const OutgoingFrame& frame = outgoing_[i];
+    if (isSentTime(frame)) continue;
     const bool isSent = frame.sent == frame.length;
-    if (isSent && FrameHeader::protocolOf(frame.bytes) == FrameProtocol::CaptureTime) continue;
     // A frame whose capture time was not sent is not sent either: the recorder would take it for a timely frame.
     const Entry& entry = group_[from++];
     if (!isSent) {
@@ -150,25 +158,21 @@ bool FrameForwarder::sendMissed(BaseConnection& connection, const KeptFrame& fra
 std::size_t FrameForwarder::sendKept(BaseConnection& connection, std::span<const KeptFrame> frames) {
   if (frames.empty()) return 0;
   beginOutgoing(frames.size());
-  for (std::size_t i = 0; i < frames.size(); ++i) appendOutgoing(frames[i], i);
-  const auto isTime = [](const OutgoingFrame& frame) {
-    return frame.sent == frame.length && FrameHeader::protocolOf(frame.bytes) == FrameProtocol::CaptureTime;
-  };
+  for (std::size_t i = 0; i < frames.size(); ++i) appendOutgoing(frames[i], i, false);
   SendResult result;
   std::size_t done = 0;
   // A capture time is followed by its frame: a live frame in between would be taken for the late one.
   do {
     result = connection.sendPackets(std::span(outgoing_).subspan(done));
     done += result.dealtWith;
-  } while (result.link == LinkEvent::kNone && done > 0 && isTime(outgoing_[done - 1]));
+  } while (result.link == LinkEvent::kNone && done > 0 && isSentTime(outgoing_[done - 1]));
   std::size_t sent = 0;
   for (const OutgoingFrame& frame : std::span(outgoing_).first(done)) {
     if (frame.sent != frame.length) break;
-    if (!isTime(frame)) ++sent;
+    if (!isSentTime(frame)) ++sent;
   }
   statistics_.rtpForwarded.add(sent);
   if (result.link != LinkEvent::kNone) destinations_.clear();
-  if (result.link == LinkEvent::kUnreachable) connection.pause();
   return sent;
 }
 
@@ -182,8 +186,8 @@ void FrameForwarder::sendReply(BaseConnection& connection, bool takesCommands, s
   const LinkEvent event = takesCommands ? connection.sendReply(reply) : connection.sendPackets({&reply, 1}).link;
   if (event == LinkEvent::kNone) return;
   destinations_.clear();
-  if (event != LinkEvent::kUnreachable) return;
-  if (lookBack_ == nullptr) queue_.clear();
+  if (event != LinkEvent::kUnreachable || lookBack_ != nullptr) return;
+  queue_.clear();
   connection.pause();
 }
 

@@ -82,7 +82,7 @@ class FrameForwarder {
 
   bool sendMissed(BaseConnection& connection, const KeptFrame& frame);
   void beginOutgoing(std::size_t frames);
-  void appendOutgoing(const KeptFrame& frame, std::size_t number);
+  void appendOutgoing(const KeptFrame& frame, std::size_t number, bool isAnnounced);
   std::size_t countDealtWith(std::size_t from, const SendResult& result);
   void dropRest(std::size_t from);
   void recheckRest(std::size_t from, LinkEvent event);

@@ -98,7 +98,7 @@ KeptMedia::Block& KeptMedia::blockOf(std::uint64_t number) {
 
 void KeptMedia::expire() {
   if (!recalled_.empty()) return;
-  const Instant oldest = monotonicNow() - time_;
+  const Instant oldest = oldestAllowed();
   // A block is as old as its last frame, which is no newer than the first frame of the next block.
   const auto isExpired = [&] { return (blocks_.size() == 1 ? newestKept_ : blocks_[1].first()->kept) < oldest; };
   while (!blocks_.empty() && isExpired()) dropOldestBlock(statistics_.udpDropped);
@@ -112,7 +112,7 @@ bool KeptMedia::beginRecall(RtpAddr destination) {
   recalledKey_ = destination.key();
   Newest* found = newest_.find(recalledKey_, hashOf(recalledKey_));
   if (found == nullptr) return false;
-  const Instant oldest = monotonicNow() - time_;
+  const Instant oldest = oldestAllowed();
   for (Newest at = *found; isKept(at.number); at = {at.record->previous, at.record->previousNumber}) {
     if (at.record->kept >= oldest) {
       recalled_.push_front(at);

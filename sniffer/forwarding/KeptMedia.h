@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <deque>
 #include <memory>
+#include <optional>
 #include <span>
 #include <vector>
 
@@ -21,6 +22,9 @@ namespace voip {
 ///
 /// A recall returns the frames of one destination, oldest first, in several steps. Frames that are kept for the
 /// destination during the recall follow later, with another recall. No frame expires during a recall.
+///
+/// Time stands still while the recorder waits for media that it has asked for: no frame that was young enough when the
+/// recorder asked expires.
 class KeptMedia {
  public:
   /// Keeps frames for `time` in `memory` bytes. Counts them in `statistics`, which must outlive the object.
@@ -48,6 +52,9 @@ class KeptMedia {
 
   /// Drops expired frames. To be called regularly.
   void expire();
+
+  /// Stops the time at `since`, the time of the oldest request that has not been met; nullopt lets it run again.
+  void stopTime(std::optional<Instant> since) { stoppedAt_ = since; }
 
  private:
   /// A kept frame, whose bytes follow the record. Only newer records link to older ones, by address and number, so that
@@ -84,6 +91,7 @@ class KeptMedia {
   bool isKept(std::uint64_t number) const { return number >= oldestNumber(); }
   std::uint64_t oldestNumber() const { return blocks_.empty() ? nextNumber_ : blocks_.front().firstNumber; }
   std::uint64_t hashOf(std::uint64_t key) const;
+  Instant oldestAllowed() const { return stoppedAt_.value_or(monotonicNow()) - time_; }
 
   const Instant time_;
   const std::size_t memory_;  ///< bytes for blocks
@@ -93,6 +101,7 @@ class KeptMedia {
   std::deque<Block> blocks_;      ///< oldest frames first
   std::uint64_t nextNumber_ = 1;  ///< number of the next record
   Instant newestKept_{0};
+  std::optional<Instant> stoppedAt_;
   SeededHash hash_;                         ///< seeded, since anyone can choose the destinations
   LruTable<std::uint64_t, Newest> newest_;  ///< the newest record of each destination
 

@@ -5,7 +5,7 @@ namespace voip {
 namespace {
 
 constexpr std::size_t kOverhead = 64;  // bytes of memory for a frame in addition to its own bytes
-constexpr Instant kBetweenAttempts{1000};
+constexpr Instant kBetweenAttempts{250};
 
 }  // namespace
 

@@ -29,7 +29,7 @@ class MissedSignalling {
   /// Returns the memory in use, in bytes.
   std::size_t size() const { return size_; }
 
-  /// True when a frame waits and an attempt to send it is due: not within a second after a failed one.
+  /// True when a frame waits and an attempt to send it is due: not within 250 ms after a failed one.
   bool isDue(Instant now) const { return !empty() && now >= nextAttempt_; }
 
   /// Returns the oldest frame, which is valid until it is removed. There must be one.

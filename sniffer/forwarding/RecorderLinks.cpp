@@ -119,6 +119,14 @@ BaseConnection* RecorderLinks::forFrame(FrameProtocol packetClass, FrameProtocol
   return isSignalling || protocol == FrameProtocol::Heartbeat ? conMedia_.load() : nullptr;
 }
 
+LinkEvent RecorderLinks::keepConnected() {
+  LinkEvent event = LinkEvent::kNone;
+  for (BaseConnection* connection : {conMedia_.load(), conSig_.load()}) {
+    if (connection != nullptr && connection->keepConnected() != LinkEvent::kNone) event = LinkEvent::kLost;
+  }
+  return event;
+}
+
 void RecorderLinks::interrupt() {
   if (BaseConnection* media = conMedia_) media->interrupt();
   if (BaseConnection* signalling = conSig_) signalling->interrupt();

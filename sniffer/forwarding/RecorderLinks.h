@@ -48,6 +48,9 @@ class RecorderLinks {
   /// object owns it. Null when the class is none of SIP, RTP and H.323 and the frame is no heartbeat reply. Any thread.
   BaseConnection* forFrame(FrameProtocol packetClass, FrameProtocol protocol) const;
 
+  /// Connects where no frame waits for it: see BaseConnection::keepConnected(). Consumer.
+  LinkEvent keepConnected();
+
   /// Ends all waits in the connections, present and future. Any thread.
   void interrupt();
 

@@ -79,6 +79,11 @@ class BaseConnection {
   /// Waits until the next attempt to connect is due. To be called after LinkEvent::kUnreachable. Sending thread.
   virtual void pause() {}
 
+  /// Connects without a frame to send: makes an attempt when one is due, and completes a pending one. Returns kLost,
+  /// and does not connect, once after a connection was lost, so that the caller acts on the loss first. To be called
+  /// about ten times a second by a caller that wants it. Sending thread.
+  virtual voip::LinkEvent keepConnected() { return voip::LinkEvent::kNone; }
+
   /// Waits until receiveRequest() may return true. A connection without a descriptor to wait for only yields. Command
   /// thread.
   virtual void awaitRequest() {

@@ -2,7 +2,9 @@
 
 #include <arpa/inet.h>
 #include <fcntl.h>
+#include <linux/sock_diag.h>
 #include <linux/sockios.h>
+#include <netinet/tcp.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -23,6 +25,8 @@ namespace {
 constexpr int kSendBufferSize = 60000;
 constexpr std::chrono::seconds kLoggedWait{1};
 constexpr std::chrono::milliseconds kStallPause{1};
+constexpr std::chrono::milliseconds kBetweenAttempts{250};
+constexpr int kRepeatedSyns = 1;  // an attempt without an answer ends after 3 s
 
 bool isSendable(const OutgoingFrame& frame) {
   return frame.bytes != nullptr && frame.length >= 1;
@@ -81,12 +85,15 @@ void TcpConnection::tcpConnect() {
   const MutexLock held(lock_);
   if (clientSd_ == -1) clientSd_ = getSocket();
   if (clientSd_ == -1) return;
+  if (!isConnecting_) attemptedAt_ = Clock::now();
+  isConnecting_ = false;
   if (connect(clientSd_, reinterpret_cast<const sockaddr*>(&serverAddr_), sizeof serverAddr_) == 0) {
     setConnected();
     return;
   }
   // The socket stays open: a later attempt on it shows the result of this one.
   const int error = errno;
+  isConnecting_ = error == EALREADY || error == EINPROGRESS;
   if (error == EALREADY) return;
   if (error == EINPROGRESS) {
     logger().debug("Connecting ...");
@@ -100,6 +107,7 @@ void TcpConnection::setConnected() {
   commands_.restart();
   if (isExact()) exact_->dropReplies();
   isStalled_ = false;
+  isLossKnown_ = false;
   connected_ = true;
   wait_.watch(clientSd_);
   if (statistics_ == nullptr) return;
@@ -112,6 +120,24 @@ bool TcpConnection::reconnect() {
   if (!connected_) return false;
   logger().info("Connected to recorder " + getAddress());
   return true;
+}
+
+LinkEvent TcpConnection::keepConnected() {
+  if (connected_) return LinkEvent::kNone;
+  const MutexLock held(lock_);
+  if (!std::exchange(isLossKnown_, true)) return LinkEvent::kLost;
+  if (!isConnecting_ && Clock::now() - attemptedAt_ < kBetweenAttempts) return LinkEvent::kNone;
+  if (reconnect()) {
+    connectRetries_ = 0;
+  } else {
+    setsockopt(clientSd_, IPPROTO_TCP, TCP_SYNCNT, &kRepeatedSyns, sizeof kRepeatedSyns);  // for the next attempt
+    logAttempt();
+  }
+  return LinkEvent::kNone;
+}
+
+void TcpConnection::logAttempt() {
+  if (connectRetries_++ == 0) logger().info("Connecting to recorder " + getAddress());
 }
 
 void TcpConnection::countLoss() {
@@ -155,7 +181,8 @@ SendProgress TcpConnection::sendFrames(std::span<OutgoingFrame> frames) {
     connectRetries_ = 0;
     return sending_->send(frames);
   }
-  if (connectRetries_++ == 0) logger().info("Connecting to recorder " + getAddress());
+  logAttempt();
+  isLossKnown_ = true;
   first.sent = -1;
   event_ = LinkEvent::kUnreachable;
   return {1, false};
@@ -181,18 +208,37 @@ LinkEvent TcpConnection::sendReplyExactly(OutgoingFrame& reply) {
 ssize_t TcpConnection::sendBytes(std::span<const std::uint8_t> bytes) {
   // MSG_NOSIGNAL: a closed connection is an error to handle and must not end the process.
   const ssize_t sent = send(clientSd_, bytes.data(), bytes.size(), MSG_NOSIGNAL);
-  if (sent > 0) isStalled_ = false;
+  if (sent > 0) {
+    isStalled_ = false;
+    sentSinceRoom_ += static_cast<std::size_t>(sent);
+  }
   return sent;
 }
 
 std::size_t TcpConnection::getRoom() {
   const MutexLock held(lock_);
   if (!connected_) return 1;  // one frame, whose send connects
-  // A third of the send buffer; the rest is for other frames.
+  const std::size_t fairShare = std::exchange(sentSinceRoom_, 0) / 2;
+  const std::size_t room = spaceForKept();
+  // Where a full buffer does not lose the connection, other frames do not keep the kept ones from being sent.
+  return isExact() ? std::max(room, fairShare) : room;
+}
+
+/// Returns how many bytes can be sent so that a third of the send buffer stays free for other frames, and no more than
+/// a third of it waits for the recorder's window. Bytes on their way to the recorder delay no other frame.
+std::size_t TcpConnection::spaceForKept() {
   constexpr int kShare = kSendBufferSize / 3;
-  int waiting = 0;
-  if (ioctl(clientSd_, SIOCOUTQ, &waiting) != 0) return 1;
-  return waiting < kShare ? static_cast<std::size_t>(kShare - waiting) : 0;
+  int unsent = 0;
+  int unacknowledged = 0;
+  if (ioctl(clientSd_, SIOCOUTQNSD, &unsent) != 0 || ioctl(clientSd_, SIOCOUTQ, &unacknowledged) != 0) return 1;
+  int free = kSendBufferSize - unacknowledged;
+  // The kernel counts its own overhead, too, and doubles the size of the buffer for it.
+  std::array<std::uint32_t, SK_MEMINFO_VARS> memory{};
+  socklen_t length = sizeof memory;
+  if (getsockopt(clientSd_, SOL_SOCKET, SO_MEMINFO, memory.data(), &length) == 0) {
+    free = (static_cast<int>(memory[SK_MEMINFO_SNDBUF]) - static_cast<int>(memory[SK_MEMINFO_WMEM_QUEUED])) / 2;
+  }
+  return static_cast<std::size_t>(std::max(0, std::min(kShare - unsent, free - kShare)));
 }
 
 void TcpConnection::pause() {
@@ -243,6 +289,7 @@ int TcpConnection::checkError(int errnum) {
       logger().warn("Connection to recorder not working");
   }
   countLoss();
+  isLossKnown_ = true;
   event_ = LinkEvent::kLost;
   closeConnection();
   return -1;
@@ -290,6 +337,7 @@ void TcpConnection::closeConnection() {
   if (connected_ && waitingForRoom_) shutdown(clientSd_, SHUT_RDWR);
   if (connected_ && !waitingForRoom_) close(clientSd_);
   connected_ = false;
+  isConnecting_ = false;
   // A socket that is still connecting is abandoned without a close.
   clientSd_ = -1;
   logger().info("Connection to Recorder closed.");

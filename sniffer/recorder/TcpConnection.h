@@ -21,8 +21,8 @@
 /// send makes one attempt to connect. The socket does not block: a full send buffer counts as a lost connection, at
 /// once or after the time-out for sending.
 ///
-/// The sending thread calls sendPacket(), sendPackets(), getRoom() and pause(), the command thread receiveRequest(),
-/// awaitRequest() and sendReply().
+/// The sending thread calls sendPacket(), sendPackets(), keepConnected(), getRoom() and pause(), the command thread
+/// receiveRequest(), awaitRequest() and sendReply().
 class TcpConnection : public BaseConnection, private voip::StreamSocket {
  public:
   /// `host` is an IPv4 address in dotted-decimal form; the text is not copied and must outlive the object. `port` is in
@@ -54,6 +54,9 @@ class TcpConnection : public BaseConnection, private voip::StreamSocket {
   /// With a time-out for sending, a reply that finds no space is sent after the current frame and counts as sent; when
   /// too many replies wait, its `sent` is -1. Command thread.
   voip::LinkEvent sendReply(voip::OutgoingFrame& reply) override;
+
+  /// Attempts are 250 ms apart, and one that gets no answer ends after 3 s.
+  voip::LinkEvent keepConnected() override;
 
   void pause() override;
   std::size_t getRoom() override;
@@ -90,6 +93,8 @@ class TcpConnection : public BaseConnection, private voip::StreamSocket {
   voip::SendProgress sendFrames(std::span<voip::OutgoingFrame> frames) REQUIRES(lock_);
   bool reconnect() REQUIRES(lock_);
   void setConnected() REQUIRES(lock_);
+  void logAttempt() REQUIRES(lock_);
+  std::size_t spaceForKept() REQUIRES(lock_);
   void countLoss();
   std::string getAddress() const;
   static void logCommand(const SnifferRequest& request);
@@ -110,6 +115,10 @@ class TcpConnection : public BaseConnection, private voip::StreamSocket {
   int clientSd_ = -1;
   std::atomic<bool> connected_ = false;
   int connectRetries_ GUARDED_BY(lock_) = 0;  ///< consecutive sends without a connection
+  bool isConnecting_ = false;                 ///< an attempt to connect is pending
+  bool isLossKnown_ = true;                   ///< the caller knows that the last connection was lost
+  Clock::time_point attemptedAt_;             ///< start of the last attempt to connect
+  std::size_t sentSinceRoom_ = 0;             ///< bytes since the last getRoom()
   bool isStalled_ = false;                    ///< poll() reported space, but nothing has been sent since
   Clock::time_point stalledSince_;
   bool waitingForRoom_ = false;  ///< the sending thread waits without the lock; no other thread may send

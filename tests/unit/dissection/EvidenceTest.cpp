@@ -290,22 +290,66 @@ TEST_F(Evidence, PutsNothingBetweenACaptureTimeAndItsFrame) {
   const std::string all = received();
   EXPECT_EQ(std::count(all.begin(), all.end(), 't'), kKept);
   EXPECT_EQ(all.find("t S"), std::string::npos) << all;
+  for (std::uint8_t number = 0; number < kKept; ++number) capture(rtp(number));  // late ones, not kept
+  EXPECT_TRUE(eventually([&] { return dissector->getStatistics().rtpForwarded == 2 * kKept; }));
+  settle();
+  EXPECT_EQ(received().find("t t"), std::string::npos) << "a capture time is sent once";
   expectSum();
 }
 
-TEST(QueueLimit, DropsTheNewestMediaAndSignallingLast) {
-  TestLog log;
-  Statistics statistics;
-  PacketQueue queue(statistics);
-  queue.setLimit(1 << 20);
-  const auto push = [&](const Bytes& payload) {
+TEST_F(Evidence, MediaThatWasAskedForDoesNotExpire) {
+  Settings settings;
+  settings.lookBack = 200;
+  start(settings);
+  connection->room = 0;
+  capture(rtp(1));
+  settle();
+  dissector->addRtp(kPhone, 5000);
+  for (std::uint8_t number = 2; number < 50; ++number) {
+    capture(rtp(number));
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+  settle();
+  EXPECT_EQ(received(), "");
+  connection->room = SIZE_MAX;
+  EXPECT_TRUE(eventually([&] { return dissector->getStatistics().rtpForwarded == captured; }));
+  capture(rtp(1), 5002);  // nobody waits now, so this one expires
+  EXPECT_TRUE(eventually([&] { return dissector->getStatistics().udpDropped == 1; }));
+  expectSum();
+}
+
+class QueueLimit : public testing::Test {
+ protected:
+  QueueLimit() {
+    queue.setLimit(1 << 20);
+    signalling.resize(1000);
+  }
+  void push(const Bytes& payload) {
     const Bytes frame = Frame{.payload = payload}.build();
     const pcap_pkthdr header = captureHeader(frame);
     queue.push({nullptr, &header, frame.data()}, 8192,
                payload[0] == 0x80 ? PacketQueue::Kind::kMedia : PacketQueue::Kind::kSignalling);
-  };
-  Bytes media(1000, 0x80), signalling = bytes("INVITE sip:a");
-  signalling.resize(1000);
+  }
+
+  TestLog log;
+  Statistics statistics;
+  PacketQueue queue{statistics};
+  const Bytes media = Bytes(1000, 0x80);
+  Bytes signalling = bytes("INVITE sip:a");
+};
+
+TEST_F(QueueLimit, LeavesSpaceForSignallingWhenFramesWaitElsewhere) {
+  const std::atomic<std::size_t> elsewhere = (1 << 20) / 4 * 3;
+  queue.setOthersWaiting(&elsewhere);
+  for (int i = 0; i < 100; ++i) {
+    push(media);
+    push(signalling);
+  }
+  EXPECT_EQ(statistics.queueLimitMedia, 100U);
+  EXPECT_EQ(queue.size(), 100U);
+}
+
+TEST_F(QueueLimit, DropsTheNewestMediaAndSignallingLast) {
   for (int i = 0; i < 1000; ++i) push(media);
   const auto fits = queue.size();
   EXPECT_EQ(fits + statistics.queueLimitMedia, 1000U);

@@ -121,6 +121,25 @@ TEST_F(Tcp, ALaterSendCompletesAConnectInProgress) {
   EXPECT_EQ(narrow.accept().read(100).size(), 100U);
 }
 
+TEST_F(Tcp, KeepsConnectedWithoutAFrameAndReportsALossFirst) {
+  const std::uint16_t port = Loopback(SOCK_STREAM, 0).port();  // closed again
+  TcpConnection link(kHost, port);
+  SnifferRequest command{};
+  const auto keep = [&] {
+    EXPECT_EQ(link.keepConnected(), LinkEvent::kNone);
+    return link.isConnected();
+  };
+  EXPECT_FALSE(keep() || keep());
+  for (int times = 0; times < 2; ++times) {
+    Loopback peer(SOCK_STREAM, port);
+    EXPECT_TRUE(eventually(keep));
+    peer.accept().close();
+    EXPECT_TRUE(eventually([&] { return !link.receiveRequest(command) && !link.isConnected(); }));
+    EXPECT_EQ(link.keepConnected(), LinkEvent::kLost);
+  }
+  EXPECT_FALSE(keep());
+}
+
 /// One send of a group of 100-byte frames, and its expected results.
 struct ScriptedSend {
   int timeout;  ///< for sending, in milliseconds
