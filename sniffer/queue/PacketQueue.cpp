@@ -72,17 +72,22 @@ std::size_t PacketQueue::waitingBytes() const {
   return waitingSize_ + handSize_.load(std::memory_order_relaxed) + others;
 }
 
-bool PacketQueue::fits(std::size_t size) const {
-  return waitingBytes() + size <= limit_;
+/// Frames elsewhere cannot be dropped any more, so media leaves a quarter of the limit to the signalling that follows.
+std::size_t PacketQueue::mediaLimit() const {
+  return othersWaiting_ != nullptr ? limit_ / 4 * 3 : limit_;
+}
+
+bool PacketQueue::fits(const Lane& lane, std::size_t size) const {
+  return waitingBytes() + size <= (&lane == &media_ ? mediaLimit() : limit_);
 }
 
 bool PacketQueue::makeRoom(Lane& lane, std::size_t size) {
-  if (fits(size)) {
+  if (fits(lane, size)) {
     if (overflowing_) logOverflowEnd();
     return true;
   }
-  while (&lane == &frames_ && !fits(size) && dropNewestMedia()) countOverflow(media_);
-  if (fits(size)) return true;
+  while (&lane == &frames_ && !fits(lane, size) && dropNewestMedia()) countOverflow(media_);
+  if (fits(lane, size)) return true;
   countOverflow(lane);
   return false;
 }
@@ -111,8 +116,8 @@ void PacketQueue::countOverflow(const Lane& lane) {
 }
 
 void PacketQueue::logOverflowEnd() {
-  // The next frame may take the first free space, so the overflow ends only when an eighth of the limit is free.
-  if (waitingBytes() > limit_ / 8 * 7) return;
+  // The next frame may take the first free space, so the overflow ends only when an eighth of the limit is free again.
+  if (waitingBytes() > mediaLimit() / 8 * 7) return;
   overflowing_ = false;
   logger().warn("The queue is below its limit again; lost since the start for want of room: " +
                 std::to_string(statistics_.queueLimitMedia) + " media and " +

@@ -111,7 +111,8 @@ class PacketQueue {
   Block& blockFor(Lane& lane, std::size_t size) REQUIRES(packetQueueLock_);
   bool makeRoom(Lane& lane, std::size_t size) REQUIRES(packetQueueLock_);
   bool dropNewestMedia() REQUIRES(packetQueueLock_);
-  bool fits(std::size_t size) const REQUIRES(packetQueueLock_);
+  std::size_t mediaLimit() const;
+  bool fits(const Lane& lane, std::size_t size) const REQUIRES(packetQueueLock_);
   std::size_t waitingBytes() const REQUIRES(packetQueueLock_);
   void countOverflow(const Lane& lane) REQUIRES(packetQueueLock_);
   void logOverflowEnd() REQUIRES(packetQueueLock_);
