@@ -18,7 +18,7 @@ class Split {
   /// Returns the next piece.
   Bytes next() {
     const std::size_t length = std::min<std::size_t>(at_[0] << 8 | at_[1], left_ - 2);
-    const Bytes piece(at_ + 2, at_ + 2 + length);
+    Bytes piece(at_ + 2, at_ + 2 + length);
     at_ += 2 + length;
     left_ -= 2 + length;
     return piece;

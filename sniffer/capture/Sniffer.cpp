@@ -179,7 +179,7 @@ int Sniffer::startCaptureThreads() {
 
 void* Sniffer::startLoop(void* idp) {
   const std::intptr_t result = captureThreads_.capture(*static_cast<int*>(idp), count_, gotPacket);
-  return reinterpret_cast<void*>(result);
+  return reinterpret_cast<void*>(result);  // NOLINT(performance-no-int-to-ptr): the type of a thread result
 }
 
 void Sniffer::gotPacket(u_char* args, const pcap_pkthdr* header, const u_char* packet) {

@@ -26,7 +26,7 @@ SocketWait::~SocketWait() {
   if (endEvent_ != -1) close(endEvent_);
 }
 
-void SocketWait::watch(int sd) {
+void SocketWait::watch(int sd) {  // NOLINT(readability-make-member-function-const): it changes the set of sockets
   epoll_event event{};
   event.events = EPOLLIN;
   epoll_ctl(readable_, EPOLL_CTL_ADD, sd, &event);

@@ -56,7 +56,7 @@ void Config::failToRead() {
   std::exit(1);
 }
 
-std::string Config::getProperty(std::string key) {
+std::string Config::getProperty(std::string key) {  // NOLINT(performance-unnecessary-value-param): published signature
   return getPropertyText(key);
 }
 

@@ -134,7 +134,7 @@ std::vector<std::string> device(const std::string& value) {
   std::set<std::string> devices;
   while (names.hasMoreTokens()) {
     const std::string name = names.nextToken();
-    if (name.empty()) warnings.push_back("there is an empty name in the list");
+    if (name.empty()) warnings.emplace_back("there is an empty name in the list");
     if (!devices.insert(name).second) warnings.push_back(name + " is in the list twice and its frames are sent twice");
   }
   return warnings;

@@ -94,6 +94,7 @@ std::string SnifferConfig::trim(const std::string& s) {
   return Config::trim(s);
 }
 
+// NOLINTNEXTLINE(performance-unnecessary-value-param): published signature
 std::string SnifferConfig::validateLogLevel(std::string level) {
   return logLevelNamed(level);
 }

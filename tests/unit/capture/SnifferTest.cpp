@@ -27,7 +27,7 @@ std::string temporary(const std::string& name) {
 /// Writes a capture file with a SIP message every `interval` and returns its path.
 std::string captureFile(const std::string& name, int frames, std::chrono::microseconds interval,
                         int linkType = DLT_EN10MB) {
-  const std::string path = temporary(name);
+  std::string path = temporary(name);
   pcap_t* pcap = pcap_open_dead(linkType, 65535);
   pcap_dumper_t* dumper = pcap_dump_open(pcap, path.c_str());
   for (int i = 0; i < frames; ++i) {

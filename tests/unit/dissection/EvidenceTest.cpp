@@ -86,7 +86,7 @@ class Evidence : public testing::Test {
     std::string all;
     for (const Bytes& frame : media.frames) {
       all += frame[2] == 5   ? "t"
-             : frame[2] == 1 ? "S" + std::string(1, frame[15 + 8])
+             : frame[2] == 1 ? "S" + std::string(1, static_cast<char>(frame[15 + 8]))
                              : "R" + std::to_string(frame[18]);
       all += ' ';
     }

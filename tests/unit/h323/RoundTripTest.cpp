@@ -91,7 +91,7 @@ class RandomMessages {
   }
   void align() { used_ = octets.size() * 8; }
 
-  bool isNew(const Type& type, unsigned field) { return !made.contains({&type, field}); }
+  bool isNew(const Type& type, unsigned field) const { return !made.contains({&type, field}); }
 
   void value(const Type& type, unsigned depth) {
     if (isString(type)) return string(type);

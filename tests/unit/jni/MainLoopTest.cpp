@@ -19,7 +19,7 @@ using namespace voip;
 extern Sniffer* sniffer;
 
 /// A process that ends while sniffing does not join its threads. They are no leak.
-extern "C" const char* __tsan_default_options() {
+extern "C" const char* __tsan_default_options() {  // NOLINT(bugprone-reserved-identifier): set by the sanitizer
   return "report_thread_leaks=0";
 }
 

@@ -20,7 +20,7 @@ namespace {
 using Texts = std::vector<std::string>;
 
 std::string fileOf(const std::string& text) {
-  const std::string name = testing::TempDir() + "sniffer-config-test.properties";
+  std::string name = testing::TempDir() + "sniffer-config-test.properties";
   std::ofstream(name, std::ios::binary) << text;
   return name;
 }

@@ -91,7 +91,7 @@ struct WritingSink final : voip::NetworkSink {
  private:
   void take(std::span<std::uint8_t> payload) {
     for (std::size_t i = 0; i < voip::kFrameSlack - 100; ++i) {
-      if (payload.data()[payload.size() + i] != 0) items.push_back("slack is not zero");
+      if (payload.data()[payload.size() + i] != 0) items.emplace_back("slack is not zero");
     }
     items.emplace_back(payload.begin(), payload.end());
   }
