@@ -2,7 +2,7 @@
 # Measures the path of a packet from a device to a recorder on the same machine: the highest rate of RTP frames (214
 # bytes, all requested) without loss, and the processor time of the sniffer per frame.
 #
-#   bench/road/run.sh [BUILD] [WAY...]     BUILD: default build/release. WAY: TCP, UDP, Java; default all three
+#   bench/road/run.sh [BUILD] [WAY...]     BUILD: default build/release. WAY: TCP, UDP, Java, JavaBlock; default all
 #   bench/road/run.sh BUILD pause [RATE...]  stops a TCP recorder for three of eight seconds, at each rate;
 #                                          status 1 when a frame is lost or repeated, or the connection changes
 #   bench/road/run.sh BUILD check          runs a moderate rate only; status 1 when a frame is lost
@@ -77,10 +77,10 @@ log4j.appender.console.layout.ConversionPattern=%p %m%n
 .
   : >"$folder/recorder"
   : >"$folder/log"
-  if [ "$1" = Java ]; then
+  if [[ $1 = Java* ]]; then
     cd "$folder"
     start nice -n -20 java -cp "$build/host/voip-sniffer.jar" -Djava.library.path="$build/sniffer" \
-      "$here/RoadHost.java" tap0 "$2" >recorder 2>log
+      "$here/RoadHost.java" tap0 "$2" ${1#Java} >recorder 2>log
   else
     start "${ahead[@]}" "$build/bench/road/road_recorder" "$1" "$2" >"$folder/recorder"
     local port
@@ -165,7 +165,7 @@ if [ "${1:-}" = pause ]; then
   exit
 fi
 
-[ $# -gt 0 ] || set -- TCP UDP Java
+[ $# -gt 0 ] || set -- TCP UDP Java JavaBlock
 command -v tcpdump >/dev/null || skip "the road needs tcpdump to compare with"
 for way in TCP UDP; do
   declare "bare_$way=$(ip netns exec $tap "$build/bench/road/road_bare" $way 1000000)"
