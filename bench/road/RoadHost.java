@@ -5,10 +5,11 @@ import java.util.concurrent.locks.LockSupport;
 /**
  * A Java host that counts frames as road_recorder does. Arguments: device, frames, and "block" to fetch many frames in
  * one call. It asks for the RTP sent to 10.0.0.2:5000 and prints "ready" after the heartbeat reply. At the end it prints
- * the number of RTP frames and the number of gaps in their sequence.
+ * the number of RTP frames and the number of gaps in the sequences of their streams.
  */
 class RoadHost {
   private static final int HEADER = 15;
+  private static final int SOURCE_PORT = 13;
   private static final int RTP = 2;
   private static final int HEARTBEAT = 3;
   private static final int BLOCK = 256 << 10;
@@ -17,7 +18,7 @@ class RoadHost {
 
   private long frames;
   private long gaps;
-  private int next;
+  private final int[] next = new int[65536]; // by source port
 
   public static void main(String[] arguments) throws InterruptedException {
     EmbeddedPacketChannel channel = new EmbeddedPacketChannel();
@@ -66,8 +67,9 @@ class RoadHost {
       System.out.println("ready");
     } else if (protocol == RTP) {
       int number = block.getInt(at + HEADER + 12);
-      gaps += number == next ? 0 : 1;
-      next = number + 1;
+      int port = block.getShort(at + SOURCE_PORT) & 0xffff;
+      gaps += number == next[port] ? 0 : 1;
+      next[port] = number + 1;
       ++frames;
     }
   }
