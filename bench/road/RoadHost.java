@@ -13,7 +13,7 @@ class RoadHost {
   private static final int RTP = 2;
   private static final int HEARTBEAT = 3;
   private static final int BLOCK = 256 << 10;
-  private static final long PAUSE_NANOS = 500_000;
+  private static final long PAUSE_NANOS = 2_000_000; // the kernel hands over a block of frames as often
   private static final long SILENCE_NANOS = 3_000_000_000L;
 
   private long frames;
