@@ -112,14 +112,14 @@ void FanoutGroup::silence(pcap_t* handle) {
 FanoutGroup::Result FanoutGroup::join(pcap_t* handle, bool isFirst, std::string& reason) {
   const int sd = pcap_fileno(handle);
   const sockaddr_ll address = addressOf(sd);
-  if (address.sll_family != AF_PACKET) {
-    reason = "it has no packet socket";
-    return Result::kAlone;
-  }
   const MutexLock lock(mutex_);
   if (!isFirst && members_ == 0) {
     reason = "there is no fanout group";
     return Result::kFailed;
+  }
+  if (address.sll_family != AF_PACKET) {
+    reason = "it has no packet socket";
+    return Result::kAlone;
   }
   if (!startDelivery(sd, address)) {
     reason = std::strerror(errno);
