@@ -3,9 +3,9 @@ import java.nio.ByteBuffer;
 import java.util.concurrent.locks.LockSupport;
 
 /**
- * A Java host that counts frames as road_recorder does. Arguments: device, frames, and "block" to fetch many frames in
- * one call. It asks for the RTP sent to 10.0.0.2:5000 and prints "ready" after the heartbeat reply. At the end it prints
- * the number of RTP frames and the number of gaps in the sequences of their streams.
+ * A Java host that counts frames as road_recorder does. Arguments: device, frames, and "Block" to fetch many frames in
+ * one call. It asks for the RTP sent to 10.0.0.2:5000 and prints "ready" after the heartbeat reply. At the end it
+ * prints the number of RTP frames and the number of gaps in the sequences of their streams.
  */
 class RoadHost {
   private static final int HEADER = 15;

@@ -13,8 +13,8 @@
 
 namespace road {
 
-/// A packet socket whose frames lie in a ring of memory that it shares with the kernel: a frame is neither copied to the
-/// kernel nor costs a system call of its own. Ends the process when the device cannot be opened.
+/// A packet socket whose frames lie in a ring of memory that it shares with the kernel: a frame is neither copied to
+/// the kernel nor costs a system call of its own. Ends the process when the device cannot be opened.
 class TxRing {
  public:
   static constexpr unsigned kSlots = 8192;
@@ -34,7 +34,8 @@ class TxRing {
       std::perror(device);
       std::exit(1);
     }
-    void* memory = mmap(nullptr, std::size_t{kSlot} * kSlots, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_POPULATE, sd_, 0);
+    void* memory =
+        mmap(nullptr, std::size_t{kSlot} * kSlots, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_POPULATE, sd_, 0);
     if (memory == MAP_FAILED) std::exit(1);
     memory_ = static_cast<unsigned char*>(memory);
   }

@@ -1,5 +1,5 @@
-// What the sniffer alone does: frames that are already in memory take the road from libpcap's callback to the recorder's
-// socket, without a device and without a sender.
+// What the sniffer alone does: frames that are already in memory take the road from libpcap's callback to the
+// recorder's socket, without a device and without a sender.
 //
 // Usage: road_feed TCP|UDP PORT FRAMES [THREADS]
 //

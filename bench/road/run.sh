@@ -136,7 +136,8 @@ find_limit() {  # BEFORE AFTER IDLE DROPS: leaves in $limit what ended a trial; 
 }
 
 trial() {  # WAY RATE: true when nothing was lost; leaves $cost, in microseconds a frame, $text and $limit
-  local way=${1/JavaBlock/Java} frames=$(($2 * seconds)) before after sent took busy arrived gaps late=0 threads idle drops
+  local way=${1/JavaBlock/Java} frames=$(($2 * seconds)) before after sent took busy arrived gaps late=0
+  local threads idle drops
   if [ "$1" = tcpdump ]; then
     start tcpdump -i tap0 -B 32768 -w /dev/null udp 2>"$folder/log"
     sniffer=${pids[-1]}

@@ -120,8 +120,9 @@ class CallSender {
     const std::string text = std::string(start) + "\r\nVia: SIP/2.0/UDP x;branch=z9hG4bK" + number + "-" + branch +
                              "\r\nFrom: <sip:a" + number + "@load>;tag=a\r\nTo: <sip:b" + number + "@load>" +
                              (start[0] == 'I' ? "" : ";tag=b") + "\r\nCall-ID: load-" + number + "\r\nCSeq: " + cseq +
-                             "\r\n" + (hasSdp ? "Content-Type: application/sdp\r\n" : "") + "Content-Length: " +
-                             std::to_string(hasSdp ? sdp.size() : 0) + "\r\n\r\n" + (hasSdp ? sdp : "");
+                             "\r\n" + (hasSdp ? "Content-Type: application/sdp\r\n" : "") +
+                             "Content-Length: " + std::to_string(hasSdp ? sdp.size() : 0) + "\r\n\r\n" +
+                             (hasSdp ? sdp : "");
     unsigned char* frame = ring_.next();
     std::memcpy(frame + kHeaders, text.data(), text.size());
     send(frame, call, fromCaller, kSipPort, text.size());

@@ -23,8 +23,8 @@ class CaptureThreads {
   /// the error of pthread_create(); the threads started before the error run.
   int start(void* (*body)(void*));
 
-  /// Captures on device or socket i until it ends (see Device::capture()). Logs an error that no stop has caused. Returns the
-  /// result of pcap_loop().
+  /// Captures on device or socket i until it ends (see Device::capture()). Logs an error that no stop has caused.
+  /// Returns the result of pcap_loop().
   int capture(int i, int count, pcap_handler callback);
 
   /// Ends the threads and joins them, in the order of their numbers. SIGUSR1 needs a handler: it interrupts a blocked

@@ -108,7 +108,7 @@ class Device {
   std::string error_;
   Mode mode_;
   std::atomic<bool> isMember_ = false;  ///< of the group
-  std::unique_ptr<ReplayPace> pace_;  ///< null for a network device
+  std::unique_ptr<ReplayPace> pace_;    ///< null for a network device
 
   Mutex mutex_;
   Condition stopSignal_;

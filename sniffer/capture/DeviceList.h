@@ -12,8 +12,8 @@ namespace voip {
 /// The capture devices of the engine, in the order of the setting. The list has a place for each possible device, so a
 /// reference to a device stays valid. One thread changes the list; getStatistics() may be called by any thread.
 ///
-/// With several capture threads each network device has further sockets, which share its frames. They follow the devices
-/// in the list: those of the first device, then those of the second.
+/// With several capture threads each network device has further sockets, which share its frames. They follow the
+/// devices in the list: those of the first device, then those of the second.
 class DeviceList {
  public:
   static constexpr int kMaxDevices = 10;

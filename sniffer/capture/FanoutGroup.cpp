@@ -33,10 +33,10 @@ constexpr sock_filter jump(unsigned at, unsigned test, unsigned value, unsigned 
   return BPF_JUMP(BPF_JMP | test | BPF_K, value, static_cast<__u8>(target - at - 1), 0);
 }
 
-constexpr unsigned kFirst = 28;  // the instruction that chooses the first socket
+constexpr unsigned kFirst = 30;  // the instruction that chooses the first socket
 
-/// Chooses a socket for a frame: the result modulo the number of sockets is its number. The frame begins with the header
-/// after the link layer. A load after its end ends the program with 0, the first socket.
+/// Chooses a socket for a frame: the result modulo the number of sockets is its number. The frame begins with the
+/// header after the link layer. A load after its end ends the program with 0, the first socket.
 constexpr sock_filter kChoice[] = {
     /* 0 */ BPF_STMT(BPF_LD | BPF_W | BPF_ABS, kFromKernel + SKF_AD_PROTOCOL),
     /* 1 */ unlessJump(1, BPF_JEQ, ETH_P_IP, kFirst),
@@ -68,12 +68,13 @@ constexpr sock_filter kChoice[] = {
     /* 24 */ BPF_STMT(BPF_ALU | BPF_MUL | BPF_K, 0x9E3779B1),
     /* 25 */ BPF_STMT(BPF_LDX | BPF_W | BPF_MEM, 0),
     /* 26 */ BPF_STMT(BPF_ALU | BPF_ADD | BPF_X, 0),
-    /* 27 */ BPF_JUMP(BPF_JMP | BPF_JA, 1, 0, 0),
-    /* 28 */ BPF_STMT(BPF_RET | BPF_K, 0),
-    /* 29 */ BPF_STMT(BPF_ALU | BPF_MUL | BPF_K, 0x9E3779B1),
-    /* 30 */ BPF_STMT(BPF_ALU | BPF_RSH | BPF_K, 16),
-    /* 31 */ BPF_STMT(BPF_RET | BPF_A, 0),
+    /* 27 */ BPF_STMT(BPF_ALU | BPF_MUL | BPF_K, 0x9E3779B1),
+    /* 28 */ BPF_STMT(BPF_ALU | BPF_RSH | BPF_K, 16),
+    /* 29 */ BPF_STMT(BPF_RET | BPF_A, 0),
+    /* 30 */ BPF_STMT(BPF_RET | BPF_K, 0),
 };
+
+static_assert(std::size(kChoice) == kFirst + 1);
 
 constexpr sock_filter kNothing[] = {BPF_STMT(BPF_RET | BPF_K, 0)};
 

@@ -12,9 +12,9 @@ namespace voip {
 /// thread.
 ///
 /// The kernel spreads media by addresses and ports, both directions of a stream to the same socket, so that the frames
-/// of a stream stay in order. Everything else goes to the first socket, so that one thread queues it in the order of its
-/// capture: SIP, TCP, fragments, tunnels, and what this machine sends. A call depends on the order of its signalling
-/// across connections, and a datagram on that of its fragments.
+/// of a stream stay in order. Everything else goes to the first socket, so that one thread queues it in the order of
+/// its capture: SIP, TCP, fragments, tunnels, and what this machine sends. A call depends on the order of its
+/// signalling across connections, and a datagram on that of its fragments.
 class FanoutGroup {
  public:
   enum class Result {
@@ -31,8 +31,8 @@ class FanoutGroup {
   static void silence(pcap_t* handle);
 
   /// Starts the delivery of frames to the handle's socket, as the first socket of the group or as a further one. A
-  /// filter has to be set afterwards; until then no frame passes. Unless it returns kJoined, `reason` says why. A further
-  /// socket fails without a first one, and every socket while the group belongs to a device that is gone.
+  /// filter has to be set afterwards; until then no frame passes. Unless it returns kJoined, `reason` says why. A
+  /// further socket fails without a first one, and every socket while the group belongs to a device that is gone.
   Result join(pcap_t* handle, bool isFirst, std::string& reason);
 
   /// The socket of a member is about to be closed.

@@ -73,13 +73,13 @@ jint JNICALL Java_com_morvin_dom_telephony_sniffer_EmbeddedPacketChannel_getPack
                                                                                     jobject buffer) {
   char* const memory = writableMemory(env, buffer);
   if (memory == nullptr) return 0;
-  const auto capacity = static_cast<int>(
-      std::min<jlong>(env->GetDirectBufferCapacity(buffer), std::numeric_limits<int>::max()));
+  const auto capacity =
+      static_cast<int>(std::min<jlong>(env->GetDirectBufferCapacity(buffer), std::numeric_limits<int>::max()));
   int length = 0;
   nativeMethod("getPackets", [&] { length = EmbeddedConnection::dft()->receivePackets(memory, capacity); });
   if (length >= 0) return length;
-  throwIllegalArgument(env, "the oldest frame has " + std::to_string(-length) + " bytes, the buffer only " +
-                                std::to_string(capacity));
+  throwIllegalArgument(
+      env, "the oldest frame has " + std::to_string(-length) + " bytes, the buffer only " + std::to_string(capacity));
   return 0;
 }
 

@@ -213,9 +213,8 @@ TEST(Embedded, FetchesManyFramesWholeAndInOrder) {
   connection.watchHost();
   EXPECT_EQ(connection.receivePackets(buffer.data(), 14), -15);
   EXPECT_EQ(connection.receivePackets(buffer.data(), 15), 15);
-  EXPECT_EQ(log.take(),
-            std::vector<std::string>({"WARN The host has fetched nothing for 0 s, 1 frames wait",
-                                      "WARN The host fetches frames again, 0 wait"}));
+  EXPECT_EQ(log.take(), std::vector<std::string>({"WARN The host has fetched nothing for 0 s, 1 frames wait",
+                                                  "WARN The host fetches frames again, 0 wait"}));
 }
 
 TEST(Embedded, KeepsABurstInOrderAndWarnsWhenTheHostDoesNotFetch) {
