@@ -4,7 +4,8 @@
 //
 // Listens on a port of the loopback device, which it prints. Asks for the RTP of 10.0.0.2:5000 after the first
 // connection or datagram, and prints "ready" after the heartbeat reply that confirms it. Ends after FRAMES RTP frames,
-// or after three seconds without data. Prints the number of RTP frames, and the number of gaps in their numbers.
+// or after three seconds without data. Prints the number of RTP frames, and how many of them did not have the next
+// number of their stream.
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
@@ -18,6 +19,7 @@
 #include <cstring>
 #include <ctime>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -25,6 +27,7 @@ namespace {
 constexpr int kLargeRead = 10000;        // bytes
 constexpr int kHeader = 15;              // bytes
 constexpr int kNumberAt = kHeader + 12;  // index of the number, after the RTP header
+constexpr int kSourcePortAt = 13;
 constexpr int kRtp = 2;
 constexpr int kHeartbeat = 3;
 constexpr int kSilenceMs = 3000;
@@ -41,9 +44,10 @@ class Count {
     if (frame[2] == kHeartbeat) announce("ready");
     if (frame[2] != kRtp) return false;
     std::uint32_t number;
+    std::uint16_t port;
     std::memcpy(&number, frame + kNumberAt, sizeof number);
-    if (ntohl(number) != next_) ++gaps_;
-    next_ = ntohl(number) + 1;
+    std::memcpy(&port, frame + kSourcePortAt, sizeof port);
+    if (std::exchange(next_[ntohs(port)], ntohl(number) + 1) != ntohl(number)) ++gaps_;
     return ++frames_ == expected_;
   }
 
@@ -60,7 +64,7 @@ class Count {
   const std::uint64_t expected_;
   std::uint64_t frames_ = 0;
   std::uint64_t gaps_ = 0;
-  std::uint32_t next_ = 0;
+  std::vector<std::uint32_t> next_ = std::vector<std::uint32_t>(65536);  ///< by source port
 };
 
 int listenOnLoopback(int type) {

@@ -15,7 +15,7 @@ int CaptureThreads::start(void* (*body)(void*)) {
   const MutexLock lock(mutex_);
   stopping_ = false;
   int error = 0;
-  for (int i = 0; i < devices_.size() && error == 0; ++i) {
+  for (int i = 0; i < devices_.sockets() && error == 0; ++i) {
     if (devices_.isCaptured(i)) error = startThread(i, body);
   }
   return error;
@@ -47,7 +47,7 @@ int CaptureThreads::capture(int i, int count, pcap_handler callback) {
 void CaptureThreads::stop() {
   const MutexLock lock(mutex_);
   stopping_ = true;
-  for (int i = 0; i < devices_.size(); ++i) {
+  for (int i = 0; i < devices_.sockets(); ++i) {
     if (!std::exchange(joinable_[i], false)) continue;
     devices_[i].breakLoop();
     pthread_kill(threads_[i], SIGUSR1);

@@ -47,6 +47,7 @@ pcap_t* openImmediate(const std::string& name, const Device::Mode& mode, std::st
   pcap_set_promisc(handle, mode.promiscuous);
   pcap_set_timeout(handle, Device::kImmediateTimeoutMs);
   pcap_set_buffer_size(handle, Device::kImmediateBufferSize);
+  if (mode.group != nullptr) FanoutGroup::silence(handle);
   const int status = pcap_activate(handle);
   if (status >= 0) return handle;
   // The message of the device is more precise than that of the status, but may be empty.
@@ -83,7 +84,7 @@ bool Device::open(const std::string& name, const Mode& mode) {
   mode_ = mode;
   const auto path = captureFilePath(name);
   pcap_t* const opened = path ? openFile(*path, error_) : openNetworkDevice(error_);
-  adopt(closeUnlessSupported(opened, error_));
+  adopt(joinGroup(closeUnlessSupported(opened, error_), error_));
   if (handle_ == nullptr) return false;
   if (path) pace_ = std::make_unique<ReplayPace>();
   error_.clear();  // libpcap leaves warnings in it
@@ -91,11 +92,37 @@ bool Device::open(const std::string& name, const Mode& mode) {
 }
 
 pcap_t* Device::openNetworkDevice(std::string& reason) const {
-  if (mode_.immediate) return openImmediate(name_, mode_, reason);
+  if (mode_.group != nullptr && !mode_.isFirst && !mode_.group->hasMembers()) {
+    reason = "its first socket has no fanout group";
+    return nullptr;
+  }
+  if (mode_.immediate || mode_.group != nullptr) return openImmediate(name_, mode_, reason);
   char errbuf[PCAP_ERRBUF_SIZE] = "";
   pcap_t* handle = pcap_open_live(name_.c_str(), mode_.snapLength, mode_.promiscuous, kReadTimeoutMs, errbuf);
   reason = errbuf;
   return handle;
+}
+
+/// Returns the handle, or closes it and returns null when it gets no frames.
+pcap_t* Device::joinGroup(pcap_t* opened, std::string& reason) {
+  if (opened == nullptr || mode_.group == nullptr || isFile()) return opened;
+  switch (mode_.group->join(opened, mode_.isFirst, reason)) {
+    case FanoutGroup::Result::kJoined:
+      isMember_ = true;
+      return opened;
+    case FanoutGroup::Result::kAlone:
+      logger().error("Device " + name_ + " is captured by one thread, more are not possible: " + reason);
+      return opened;
+    case FanoutGroup::Result::kFailed:
+      break;
+  }
+  pcap_close(opened);
+  return nullptr;
+}
+
+void Device::closeAfterJoin(pcap_t* opened) {
+  if (isMember_.exchange(false)) mode_.group->leave();
+  pcap_close(opened);
 }
 
 void Device::adopt(pcap_t* opened) {
@@ -114,7 +141,7 @@ void Device::close() {
 }
 
 void Device::release() {
-  if (handle_ != nullptr) pcap_close(std::exchange(handle_, nullptr));
+  if (handle_ != nullptr) closeAfterJoin(std::exchange(handle_, nullptr));
   received_.restart();
   droppedByKernel_.restart();
   droppedByInterface_.restart();
@@ -122,6 +149,7 @@ void Device::release() {
 
 Device::FilterResult Device::setFilter(const std::string& expression) {
   filter_ = expression;
+  if (handle_ == nullptr) return kFilterInstalled;
   return install(handle_, filter_, error_);
 }
 
@@ -158,11 +186,13 @@ int Device::replay(int count, pcap_handler callback) {
 bool Device::waitUntilReopened() {
   const bool wasOpen = handle_ != nullptr;
   if (!releaseHandle()) return false;
-  if (wasOpen) logger().warn("Device " + name_ + " is gone (" + error_ + "), it is tried again every second");
+  if (wasOpen && mode_.isFirst) {
+    logger().warn("Device " + name_ + " is gone (" + error_ + "), it is tried again every second");
+  }
   do {
     if (!pauseBeforeRetry()) return false;
   } while (!reopen());
-  logger().info("Device " + name_ + " is there and is captured");
+  if (mode_.isFirst) logger().info("Device " + name_ + " is there and is captured");
   return true;
 }
 
@@ -185,10 +215,10 @@ bool Device::pauseBeforeRetry() {
 }
 
 bool Device::reopen() {
-  pcap_t* opened = closeUnlessSupported(openNetworkDevice(error_), error_);
+  pcap_t* opened = joinGroup(closeUnlessSupported(openNetworkDevice(error_), error_), error_);
   if (opened == nullptr) return false;
   if (install(opened, filter_, error_) != kFilterInstalled) {
-    pcap_close(opened);
+    closeAfterJoin(opened);
     return false;
   }
   const MutexLock lock(mutex_);
@@ -215,7 +245,7 @@ DeviceStatistics Device::getStatistics(std::string& reason) {
   if (isUp) {
     received_.update(stat.ps_recv);
     droppedByKernel_.update(stat.ps_drop);
-    droppedByInterface_.update(stat.ps_ifdrop);
+    if (mode_.isFirst) droppedByInterface_.update(stat.ps_ifdrop);
   } else {
     reason = handle_ != nullptr ? pcap_geterr(handle_) : "it is not open";
   }

@@ -2,6 +2,7 @@
 
 #include <pcap/pcap.h>
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -10,6 +11,7 @@
 
 #include "base/Mutex.h"
 #include "capture/ExtendedCounter.h"
+#include "capture/FanoutGroup.h"
 #include "capture/ReplayPace.h"
 #include "statistics/PrometheusText.h"
 
@@ -18,7 +20,8 @@ namespace voip {
 /// Returns the path in a device name "file:PATH", or nothing when the name is that of a network device.
 std::optional<std::string_view> captureFilePath(std::string_view deviceName);
 
-/// A source of frames: a network device, or a capture file that is replayed at the pace of its time stamps.
+/// A source of frames: a network device, or a capture file that is replayed at the pace of its time stamps. Several
+/// objects for the same network device share its frames when they have a fanout group.
 ///
 /// One thread opens the device, sets the filter, captures and closes. Other threads may call only the operations that
 /// are marked "Any thread".
@@ -43,6 +46,8 @@ class Device {
     bool immediate = false;  ///< frames arrive within milliseconds, through a large buffer
     bool reopen = false;     ///< capture() opens a missing device again, one attempt a second
     int snapLength = kSnapLength;
+    std::shared_ptr<FanoutGroup> group;  ///< null: the device gets all frames; else capture is immediate
+    bool isFirst = true;                 ///< makes the group, and logs for all of it
   };
 
   Device() = default;
@@ -60,7 +65,7 @@ class Device {
   void close();
 
   /// Compiles a filter expression and installs it, also when the device is opened again. An empty expression matches
-  /// every frame. On failure the reason is in getError().
+  /// every frame. On failure the reason is in getError(). Without an open device only the later opening uses it.
   FilterResult setFilter(const std::string& expression);
 
   /// The reason of the last failure, empty after a success.
@@ -82,7 +87,7 @@ class Device {
   void breakLoop();
 
   /// Returns the figures since open(), including those from before the device was reopened. When the device is not up,
-  /// `reason` says why. Any thread.
+  /// `reason` says why. Of a group only the first has the drops of the interface, which all share. Any thread.
   DeviceStatistics getStatistics(std::string& reason);
 
   /// Returns the growth of droppedByKernel since the last call, up to the figures passed to this one. Any thread.
@@ -90,6 +95,8 @@ class Device {
 
  private:
   pcap_t* openNetworkDevice(std::string& reason) const;
+  pcap_t* joinGroup(pcap_t* opened, std::string& reason);
+  void closeAfterJoin(pcap_t* opened);
   int replay(int count, pcap_handler callback);
   bool waitUntilReopened();
   bool pauseBeforeRetry();
@@ -101,7 +108,8 @@ class Device {
   std::string filter_;
   std::string error_;
   Mode mode_;
-  std::unique_ptr<ReplayPace> pace_;  ///< null for a network device
+  std::atomic<bool> isMember_ = false;  ///< of the group
+  std::unique_ptr<ReplayPace> pace_;    ///< null for a network device
 
   Mutex mutex_;
   Condition stopSignal_;

@@ -8,10 +8,10 @@ namespace voip {
 // ---- names ----
 
 void DeviceList::setNames(const char* names) {
-  size_ = 0;
+  size_ = sockets_ = 0;
   StringTokenizer tokens(names, ';');
   while (tokens.hasMoreTokens()) {
-    if (add(tokens.nextToken())) ++size_;
+    if (add(tokens.nextToken())) sockets_ = ++size_;
   }
 }
 
@@ -26,13 +26,14 @@ bool DeviceList::add(const std::string& name) {
     return false;
   }
   entries_[size_].name = name;
+  entries_[size_].group.reset();
   return true;
 }
 
 // ---- opening and closing ----
 
 bool DeviceList::open(int i, const Device::Mode& mode) {
-  auto& [name, device, isDown] = entries_[i];
+  auto& [name, device, isDown, group] = entries_[i];
   if (device.open(name, mode)) {
     logger().info("Device: " + name + " opened");
     return true;
@@ -41,13 +42,75 @@ bool DeviceList::open(int i, const Device::Mode& mode) {
   return false;
 }
 
-int DeviceList::openAll(const Device::Mode& mode, const std::string& filter) {
+int DeviceList::openAll(const Device::Mode& mode, const std::string& filter, int threads) {
+  sockets_ = size_;
+  for (int i = 0; i < size_; ++i) addSockets(i, threads);
   for (int i = 0; i < size_; ++i) {
-    entries_[i].isDown = !open(i, mode);
-    if (isDown(i)) continue;
-    if (const int status = installFilter(entries_[i].device, filter); status != 0) return status;
+    Entry& entry = entries_[i];
+    Device::Mode own = mode;
+    own.group = entry.group;
+    entry.isDown = !open(i, own);
+    openSockets(i, own);
+    if (!isDown(i)) {
+      if (const int status = installFilter(entry.device, filter); status != 0) return status;
+    } else {
+      entry.device.setFilter(filter);  // for the time when it is there
+    }
+    setSocketFilters(i, filter);
   }
   return 0;
+}
+
+// ---- further sockets ----
+
+void DeviceList::addSockets(int i, int threads) {
+  entries_[i].group.reset();
+  if (threads <= 1) return;
+  const std::string name = getName(i);
+  if (captureFilePath(name)) {
+    logger().info("Device " + name + " is a file, which one thread replays");
+    return;
+  }
+  entries_[i].group = std::make_shared<FanoutGroup>();
+  for (int more = 1; more < threads; ++more) {
+    Entry& entry = entries_[sockets_++];
+    entry.name = name;
+    entry.group = entries_[i].group;
+  }
+}
+
+/// Calls `use` with each further socket of device i.
+template <typename Use>
+void DeviceList::forSockets(int i, Use use) {
+  if (entries_[i].group == nullptr) return;
+  for (int n = size_; n < sockets_; ++n) {
+    if (entries_[n].group == entries_[i].group) use(entries_[n]);
+  }
+}
+
+/// All sockets are in the group before one of them gets frames. So no frame is delivered twice.
+void DeviceList::openSockets(int i, Device::Mode mode) {
+  mode.isFirst = false;
+  int open = 1;
+  forSockets(i, [&](Entry& entry) {
+    entry.isDown = !entry.device.open(entry.name, mode);
+    if (!entry.isDown) {
+      ++open;
+    } else if (entry.group->hasMembers()) {
+      logger().error("Device " + entry.name + " has a capture thread less: " + entry.device.getError());
+    }
+  });
+  if (open > 1) logger().info("Device " + getName(i) + " is captured by " + std::to_string(open) + " threads");
+}
+
+/// The filter has been installed on the first socket of the device, so a failure is that of the socket.
+void DeviceList::setSocketFilters(int i, const std::string& filter) {
+  forSockets(i, [&](Entry& entry) {
+    if (entry.device.setFilter(filter) == Device::kFilterInstalled) return;
+    logger().error("Device " + entry.name + " has a capture thread less: " + entry.device.getError());
+    entry.device.close();
+    entry.isDown = true;
+  });
 }
 
 int DeviceList::installFilter(Device& device, const std::string& filter) {
@@ -72,7 +135,7 @@ void DeviceList::close() {
 void DeviceList::clear() {
   close();
   for (Entry& entry : entries_) entry.name.clear();
-  size_ = 0;
+  size_ = sockets_ = 0;
 }
 
 // ---- state ----
@@ -94,7 +157,7 @@ bool DeviceList::replaysOnly() const {
 std::vector<DeviceStatistics> DeviceList::getStatistics() {
   std::vector<DeviceStatistics> all;
   std::string reason;
-  for (int i = 0; i < size_; ++i) all.push_back(entries_[i].device.getStatistics(reason));
+  for (int i = 0; i < sockets_; ++i) all.push_back(entries_[i].device.getStatistics(reason));
   return all;
 }
 

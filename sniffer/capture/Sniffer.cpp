@@ -135,12 +135,13 @@ int Sniffer::setupSniffing() {
 }
 
 int Sniffer::openDevices() {
-  return devices_.openAll(deviceMode(), filter_);
+  // A limit of frames is one for the device, so one thread counts them.
+  return devices_.openAll(deviceMode(), filter_, count_ > 0 ? 1 : settings_.captureThreads);
 }
 
 Device::Mode Sniffer::deviceMode() const {
   return {promiscuous_, settings_.immediateCapture, settings_.reopenDevices,
-          settings_.reassembleTcp ? Device::kLargeSnapLength : Device::kSnapLength};
+          settings_.reassembleTcp ? Device::kLargeSnapLength : Device::kSnapLength, nullptr};
 }
 
 // ---- sniffing ----

@@ -24,7 +24,7 @@ std::string StatisticsReporter::getPrometheusText() {
 
 void StatisticsReporter::log() {
   const MutexLock lock(mutex_);
-  for (int i = 0; i < devices_.size(); ++i) {
+  for (int i = 0; i < devices_.sockets(); ++i) {
     if (devices_.isCaptured(i)) logDevice(i);
   }
   logger().info(dissector_.reportStatistics());
@@ -32,7 +32,8 @@ void StatisticsReporter::log() {
 
 void StatisticsReporter::logDevice(int i) {
   Device& device = devices_[i];
-  const std::string heading = "Statistics of device " + devices_.getName(i) + ":";
+  const std::string thread = devices_.isShared(i) ? ", thread " + std::to_string(i) : "";
+  const std::string heading = "Statistics of device " + devices_.getName(i) + thread + ":";
   std::string reason;
   const DeviceStatistics now = device.getStatistics(reason);
   if (!now.isUp && !device.reopens()) {

@@ -19,7 +19,7 @@ class StatisticsReporter {
 
   StatisticsReporter(DeviceList& devices, SngDissector& dissector) : devices_(devices), dissector_(dissector) {}
 
-  /// Logs a line for each captured device and one for the dissector. The line of a device is a WARN when the kernel has
+  /// Logs a line for each capture thread and one for the dissector. The line of a device is a WARN when the kernel has
   /// dropped frames since the last report. Any thread.
   void log();
 

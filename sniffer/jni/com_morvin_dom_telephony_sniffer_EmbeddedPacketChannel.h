@@ -27,6 +27,14 @@ JNIEXPORT jint JNICALL Java_com_morvin_dom_telephony_sniffer_EmbeddedPacketChann
                                                                                              jobject channel,
                                                                                              jbyteArray buffer);
 
+/// int getPackets(ByteBuffer buffer): moves the oldest waiting frames into the direct buffer, from its first byte on
+/// and one after the other, as many whole frames as fit. Returns their length in bytes, 0 when no frame waits. Throws
+/// IllegalArgumentException, and all frames stay, when the buffer is null, not direct, read-only or shorter than the
+/// oldest frame. Uses neither position nor limit of the buffer. Optional: a host class may lack it. Never waits.
+JNIEXPORT jint JNICALL Java_com_morvin_dom_telephony_sniffer_EmbeddedPacketChannel_getPackets(JNIEnv* env,
+                                                                                              jobject channel,
+                                                                                              jobject buffer);
+
 /// int sendRequest(byte[] buffer): queues the command in the first 7 bytes (see SnifferRequest) and returns the length
 /// of the array. Returns 0 when the array is null or shorter than 7 bytes. Never waits.
 JNIEXPORT jint JNICALL Java_com_morvin_dom_telephony_sniffer_EmbeddedPacketChannel_sendRequest(JNIEnv* env,

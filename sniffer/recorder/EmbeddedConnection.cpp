@@ -18,6 +18,10 @@ const Logger& ownLogger() {
   return own;
 }
 
+void logFetchedAgain(std::size_t left) {
+  ownLogger().warn("The host fetches frames again, " + std::to_string(left) + " wait");
+}
+
 using Clock = std::chrono::steady_clock;
 
 /// Holds the host's monitor, if there is one, for the duration of a scope.
@@ -90,18 +94,39 @@ int EmbeddedConnection::receivePacket(char* buffer, int capacity) {
     } else {
       if (packet.length > 0) std::memcpy(buffer, packet.payload, static_cast<std::size_t>(packet.length));
       packetQueue_.pop();
-      backlogSize_ -= static_cast<std::size_t>(std::max(packet.length, 0));
       left = packetQueue_.size();
-      idleSince_ = Clock::now();
-      isFetchedAgain = std::exchange(hostIsIdle_, false);
+      isFetchedAgain = noteFetch(static_cast<std::size_t>(std::max(packet.length, 0)));
     }
   }
-  if (isFetchedAgain) ownLogger().warn("The host fetches frames again, " + std::to_string(left) + " wait");
+  if (isFetchedAgain) logFetchedAgain(left);
   if (isNewLength) {
     ownLogger().warn("A frame of " + std::to_string(packet.length) + " bytes waits, the host's array holds " +
                      std::to_string(capacity) + ": nothing is fetched until it is larger");
   }
   return packet.length > capacity ? 0 : packet.length;
+}
+
+int EmbeddedConnection::receivePackets(char* buffer, int capacity) {
+  std::size_t taken = 0;
+  std::size_t left = 0;
+  bool isFetchedAgain = false;
+  {
+    const MutexLock held(queueLock_);
+    if (packetQueue_.size() == 0) return 0;
+    taken = packetQueue_.take({reinterpret_cast<std::uint8_t*>(buffer), static_cast<std::size_t>(capacity)});
+    left = packetQueue_.size();
+    if (taken == 0 && left > 0) return -packetQueue_.front().length;
+    isFetchedAgain = noteFetch(taken);
+  }
+  if (isFetchedAgain) logFetchedAgain(left);
+  return static_cast<int>(taken);
+}
+
+/// Notes that the host has fetched so many bytes. Returns true when this ends a time in which it fetched nothing.
+bool EmbeddedConnection::noteFetch(std::size_t bytes) {
+  backlogSize_ -= bytes;
+  idleSince_ = Clock::now();
+  return std::exchange(hostIsIdle_, false);
 }
 
 void EmbeddedConnection::watchHost() {

@@ -67,6 +67,11 @@ class EmbeddedConnection : public BaseConnection {
   /// returned. Logs this once for each length.
   int receivePacket(char* buffer, int capacity);
 
+  /// Moves the oldest frames to `buffer`, each whole and without a gap between them, as many as its `capacity` bytes
+  /// hold. Returns the number of bytes, or 0 when no frame waits. When not even the oldest frame fits, all frames stay
+  /// and its length is returned as a negative number. Host's thread.
+  int receivePackets(char* buffer, int capacity);
+
   voip::HostBacklog getBacklog() override;
   const std::atomic<std::size_t>* getBacklogSize() const override { return &backlogSize_; }
   void watchHost() override;
@@ -78,6 +83,8 @@ class EmbeddedConnection : public BaseConnection {
   bool sendRequest(SnifferRequest& request);
 
  private:
+  bool noteFetch(std::size_t bytes) REQUIRES(queueLock_);
+
   std::chrono::milliseconds hostPatience_{10'000};
   voip::HostMonitor* monitor_ = nullptr;
   std::atomic<std::size_t> requestsWaiting_ = 0;

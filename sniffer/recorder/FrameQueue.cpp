@@ -16,38 +16,75 @@ std::size_t bytesOf(int length) {
 
 }  // namespace
 
-void FrameQueue::append(const std::uint8_t* bytes, int length) {
-  const std::size_t size = kLengthSize + bytesOf(length);
-  std::uint8_t* at = blockWithRoom(size).memory->take(size);
-  std::memcpy(at, &length, kLengthSize);
-  if (length > 0) std::memcpy(at + kLengthSize, bytes, bytesOf(length));
-  ++appended_;
+// ---- blocks ----
+
+bool FrameQueue::Block::hasRoom(std::size_t size) const {
+  return memory->hasRoom(size + (frames + 1) * kLengthSize);
+}
+
+int& FrameQueue::Block::length(std::size_t frame) const {
+  return reinterpret_cast<int*>(memory->begin() + memory->capacity())[-static_cast<std::ptrdiff_t>(frame) - 1];
 }
 
 FrameQueue::Block& FrameQueue::blockWithRoom(std::size_t size) {
-  if (blocks_.empty() || !blocks_.back().memory->hasRoom(size)) {
-    auto memory = pool_.take(size);
+  if (blocks_.empty() || !blocks_.back().hasRoom(size)) {
+    auto memory = pool_.take(PageBlock::aligned(size + kLengthSize));
     std::uint8_t* const start = memory->begin();
     blocks_.push_back({std::move(memory), start});
   }
   return blocks_.back();
 }
 
+// ---- frames ----
+
+void FrameQueue::append(const std::uint8_t* bytes, int length) {
+  const std::size_t size = bytesOf(length);
+  Block& block = blockWithRoom(size);
+  std::uint8_t* const at = block.memory->take(size);
+  if (size > 0) std::memcpy(at, bytes, size);
+  block.length(block.frames++) = length;
+  ++appended_;
+}
+
 SnifferPacket FrameQueue::front() const {
-  const std::uint8_t* at = blocks_.front().read;
-  SnifferPacket packet{0, at + kLengthSize};
-  std::memcpy(&packet.length, at, kLengthSize);
-  return packet;
+  const Block& block = blocks_.front();
+  return {block.length(block.framesRead), block.read};
 }
 
 void FrameQueue::pop() {
+  remove(1, bytesOf(front().length));
+}
+
+std::size_t FrameQueue::take(std::span<std::uint8_t> buffer) {
+  std::size_t taken = 0;
+  while (published_ > 0) {
+    const Block& block = blocks_.front();
+    const std::size_t most = std::min(block.frames - block.framesRead, published_);
+    std::size_t frames = 0, bytes = 0;
+    for (; frames < most; ++frames) {
+      const std::size_t size = bytesOf(block.length(block.framesRead + frames));
+      if (size > buffer.size() - taken - bytes) break;
+      bytes += size;
+    }
+    if (frames == 0) break;
+    if (bytes > 0) std::memcpy(buffer.data() + taken, block.read, bytes);
+    taken += bytes;
+    remove(frames, bytes);
+  }
+  return taken;
+}
+
+/// Removes the oldest frames, which have so many bytes and are in the first block.
+void FrameQueue::remove(std::size_t frames, std::size_t bytes) {
   Block& block = blocks_.front();
-  block.read += kLengthSize + bytesOf(front().length);
-  --published_;
-  --appended_;
-  if (block.read != block.memory->end()) return;
+  block.read += bytes;
+  block.framesRead += frames;
+  published_ -= frames;
+  appended_ -= frames;
+  if (block.framesRead != block.frames) return;
   if (blocks_.size() == 1) {
     block.read = block.memory->begin();
+    block.frames = block.framesRead = 0;
     block.memory->truncate(block.read);
     return;
   }

@@ -62,6 +62,7 @@ inline constexpr SettingKey kSettingKeys[] = {
 
     {"ImmediateCapture", FlagKey{&Settings::immediateCapture, "it is not immediate"},
      "frames arrive within milliseconds, through a large buffer"},
+    {"CaptureThreads", NumberKey{&Settings::captureThreads, "threads", 1, 16}, "threads that capture on each device"},
     {"ReopenDevices", FlagKey{&Settings::reopenDevices}, "a missing device is opened again, one attempt a second"},
 
     {"StatisticsInterval", NumberKey{&Settings::statisticsInterval, "seconds", 0, 86'400},

@@ -9,6 +9,7 @@ namespace voip {
 struct Settings {
   bool immediateCapture = false;
   bool reopenDevices = false;
+  int captureThreads = 1;  ///< for each device, 1 to 16
 
   int statisticsInterval = 0;  ///< seconds; 0: only at the end and on request
   std::string statisticsFile;  ///< path; empty: no file

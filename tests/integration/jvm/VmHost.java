@@ -1,20 +1,29 @@
 import com.morvin.dom.telephony.sniffer.EmbeddedPacketChannel;
 import java.io.FileOutputStream;
+import java.io.IOException;
 import java.io.OutputStream;
+import java.nio.ByteBuffer;
+import java.nio.channels.FileChannel;
 import java.nio.charset.StandardCharsets;
+import java.nio.file.Files;
+import java.nio.file.Path;
 import java.util.HexFormat;
 import java.util.concurrent.atomic.AtomicBoolean;
 
 /** A host process of the native library for test_jvm.py. Arguments: a scenario and its arguments. */
 public final class VmHost {
+  private static final int MANY = EmbeddedPacketChannel.MAX_FRAME;
+
   private final EmbeddedPacketChannel channel = new EmbeddedPacketChannel();
-  private final byte[] buffer = new byte[EmbeddedPacketChannel.MAX_FRAME];
+  private final byte[] buffer = new byte[MANY];
+  private final ByteBuffer block = ByteBuffer.allocateDirect(MANY);
   private Thread loop;
 
   public static void main(String[] words) throws Exception {
     VmHost host = new VmHost();
     switch (words[0]) {
       case "record" -> host.record(words);
+      case "buffers" -> host.buffers(words[1]);
       case "lifecycle" -> host.lifecycle(words[1], words[2]);
       case "exit" -> host.exit(words[1]);
       default -> throw new IllegalArgumentException(words[0]);
@@ -34,12 +43,55 @@ public final class VmHost {
     start(words[1]);
     System.out.println("sniffing");
     try (OutputStream file = new FileOutputStream(words[5])) {
-      for (int i = 0; i < frames; i++) {
-        file.write(buffer, 0, next());
+      // Every third frame with getPacket, the others with getPackets.
+      for (int i = 0; i < frames;) {
+        int length = i % 3 == 0 ? next() : nextBlock();
+        for (int at = 0; at < length; at += frameLength(at)) {
+          i++;
+        }
+        file.write(buffer, 0, length);
       }
     }
     check(loop.isAlive(), "mainLoop waits for breakMainLoop");
     stop();
+  }
+
+  /** Calls getPackets with buffers that do not fit. */
+  private void buffers(String device) throws Exception {
+    check(channel.getPackets(block) == 0, "no frame");
+    start(device);
+    int length;
+    while ((length = -refused(ByteBuffer.allocateDirect(14))) == 0) {
+      Thread.sleep(1);
+    }
+    for (ByteBuffer wrong : new ByteBuffer[] {null, ByteBuffer.allocate(MANY), block.asReadOnlyBuffer(), readOnlyFile(),
+        ByteBuffer.allocateDirect(length - 1)}) {
+      check(refused(wrong) < 0, "an exception for " + wrong);
+    }
+    ByteBuffer exact = ByteBuffer.allocateDirect(length + 100).position(100).slice();
+    check(channel.getPackets(exact) == length, "the frame fits");
+    check(exact.getShort(0) == length && exact.position() == 0, "it begins at index 0");
+    check(channel.getPackets(exact) == 0, "no further frame");
+    stop();
+    System.out.println("lived");
+  }
+
+  private static ByteBuffer readOnlyFile() throws IOException {
+    Path file = Files.writeString(Path.of("some-file"), "content".repeat(100));
+    try (FileChannel open = FileChannel.open(file)) {
+      return open.map(FileChannel.MapMode.READ_ONLY, 0, open.size());
+    }
+  }
+
+  /** Returns 0 when no frame waits, -1 for a wrong buffer, or the negative length of the frame that does not fit. */
+  private int refused(ByteBuffer wrong) {
+    try {
+      check(channel.getPackets(wrong) == 0, "nothing is taken");
+      return 0;
+    } catch (IllegalArgumentException e) {
+      String[] words = e.getMessage().split("the oldest frame has | bytes");
+      return words.length > 1 ? -Integer.parseInt(words[1]) : -1;
+    }
   }
 
   /** Starts and stops the sniffer many times in one process, and calls its methods with invalid arguments. */
@@ -72,6 +124,7 @@ public final class VmHost {
       byte[] small = new byte[2048];
       while (!ended.get()) {
         channel.getPacket(small);
+        channel.getPackets(block);
       }
     });
     reader.start();
@@ -120,6 +173,20 @@ public final class VmHost {
       }
       Thread.sleep(1);
     }
+  }
+
+  /** Waits for frames, copies them to the array and returns their number of bytes. */
+  private int nextBlock() throws InterruptedException {
+    int length;
+    while ((length = channel.getPackets(block)) == 0) {
+      Thread.sleep(1);
+    }
+    block.get(0, buffer, 0, length);
+    return length;
+  }
+
+  private int frameLength(int at) {
+    return (buffer[at] & 255) << 8 | buffer[at + 1] & 255;
   }
 
   private static void check(boolean holds, String what) {

@@ -133,6 +133,8 @@ class InTheVirtualMachine(Test):
         output, errors = self.run_host("lifecycle", f"file:{idle}", f"file:{busy}")
         self.assertIn("lived", output)
         self.assertEqual(errors.count("Errors in setup, terminating...\n"), 1)
+        output, _ = self.run_host("buffers", f"file:{idle}")
+        self.assertIn("lived", output)
         self.set_logging(logging_to(self.directory / "log"))
         output, _ = self.run_host(f"file:{idle}", program=OLDER)
         self.assertIn("lived", output)

@@ -99,16 +99,26 @@ class LiveCapture(TestCase):
 
     def test_devices_that_come_and_go_are_reopened(self):
         here, there = self.keep(Namespace()), self.keep(Namespace())
-        recorder = self.keep(Recorder("UDP", here))
-        program = self.sniff(here, recorder, Device="tap0;nosuch0", ReopenDevices="yes")
-        for times in (1, 2):
-            there.join("wire0", here, "tap0")
-            program.wait_logged("INFO Device tap0 is there and is captured", times)
-            self.send_invite(there, "wire0", recorder, times)
-            there.run("ip", "link", "del", "wire0")
-            program.wait_logged("WARN Device tap0 is gone", times)
-        self.assertEqual(program.end(), 0)
-        self.assertEqual(program.logged("INFO Statistics of device tap0: received=2 "), 1)
+        unwanted = os.path.join(self.folder(), "unwanted.pcap")
+        harness.write_capture(unwanted, [harness.udp_frame(("10.1.1.1", 7), ("10.1.1.2", 7), b"not of the filter")])
+        for threads, figures in ((1, "tap0: received=2 "), (3, "tap0, thread 0: received=2 ")):
+            recorder = self.keep(Recorder("UDP", here))
+            program = self.sniff(
+                here,
+                recorder,
+                **{"Device": "tap0;nosuch0", "Filter": "udp port 5060", "ReopenDevices": "yes"},
+                CaptureThreads=threads,
+            )
+            for times in (1, 2):
+                there.join("wire0", here, "tap0")
+                program.wait_logged("INFO Device tap0 is there and is captured", times)
+                there.run("tcpreplay", "--quiet", "--intf1=wire0", unwanted)
+                self.send_invite(there, "wire0", recorder, times)
+                there.run("ip", "link", "del", "wire0")
+                program.wait_logged("WARN Device tap0 is gone", times)
+            self.assertEqual(program.end(), 0)
+            self.assertEqual(program.logged(f"INFO Statistics of device {figures}"), 1)
+            self.assertEqual(program.logged("Completed join with PCAP thread"), 2 * threads)
 
     def test_devices_that_are_missing_and_that_go_away(self):
         here, there = self.keep(Namespace()), self.keep(Namespace())

@@ -214,6 +214,14 @@ def over_tcp(frames, stream, only_sip=False):
 OPENER = harness.udp_frame(("10.9.9.9", 5060), ("10.9.9.8", 5999), b"OPTIONS sip:nobody@x SIP/2.0\r\n\r\n").data[14:]
 
 
+def by_stream(frames):
+    """Returns the forwarded frames of each pair of addresses and ports."""
+    streams = {}
+    for frame in frames:
+        streams.setdefault(frame[3:15], []).append(frame)
+    return streams
+
+
 class Calls:
     """Two calls with the first 100 media packets of each, and the frames that the recorder must receive."""
 
@@ -318,6 +326,10 @@ FILTERS = [  # variant, filter, settings, device: each variant needs exactly the
     ("two mirror ports", "udp", "DropDuplicates", "tap0"),
     ("plain", "udp and not host 127.0.0.1", "", "any"),
 ]
+SHARED = [  # variants whose frames several capture threads share
+    *("plain", "802.1Q", "fragments", "fragments in VXLAN", "both sides of a router", "a port and an ERSPAN mirror"),
+    "TCP, backwards and again",
+]
 TUNNELS = {  # kernel devices that encapsulate frames
     "vxlan": "id 42 dstport 4789 local 10.9.9.1 remote 10.9.9.2",
     "geneve": "id 42 remote 10.9.9.2",
@@ -336,10 +348,10 @@ class Live(harness.TestCase):
         self.there.join("wire0", self.here, "tap0")
         self.there.run("ip", "addr", "add", "10.9.9.1/24", "dev", "wire0")
 
-    def sniff(self, filter, settings, device="tap0"):
-        recorder = self.keep(Recorder("UDP", self.here))
-        server = {"ServerName": "127.0.0.1", "ServerPort": recorder.port, "ServerProtocol": "UDP"}
-        options = {"Device": device, "Filter": filter}
+    def sniff(self, filter, settings, device="tap0", protocol="UDP", **more):
+        recorder = self.keep(Recorder(protocol, self.here))
+        server = {"ServerName": "127.0.0.1", "ServerPort": recorder.port, "ServerProtocol": protocol}
+        options = {"Device": device, "Filter": filter} | more
         options |= dict.fromkeys(["ImmediateCapture", *settings.split()], "yes")
         program = self.start(settings=server | options, namespace=self.here)
         program.wait_logged("PCAP thread created")
@@ -366,6 +378,37 @@ class Live(harness.TestCase):
                 program, recorder = self.sniff(filter, settings, device)
                 self.play(variants[name])
                 self.check_signalling(recorder, program, name)
+
+    def test_capture_threads(self):
+        """The number of capture threads changes neither what is forwarded nor the order in a stream."""
+        carried = {name: frames for name, _, frames in self.calls.variants() if name in SHARED}
+        for (name, frames), threads in itertools.product(carried.items(), (1, 2, 4)):
+            with self.subTest(name, threads=threads):
+                program, recorder = self.sniff(
+                    "not arp", " ".join(ALL), protocol="TCP", CaptureThreads=threads, SendTimeout=5000
+                )
+                openers = 0
+                while not recorder.frames and openers < 100:
+                    self.play([ethernet(numbered(OPENER))])
+                    openers += 1
+                recorder.add(*self.calls.destinations)
+                recorder.settle()
+                self.play(frames)
+                recorder.wait(lambda _: len(recorder.of(RTP)) == len(self.calls.media), "the media")
+                wanted = lambda: [frame for frame in recorder.of(SIP, H323) if b"nobody" not in frame]
+                recorder.wait(lambda _: len(wanted()) == len(self.calls.signalling), "the signalling")
+                last = len(recorder.of(SIP))
+                self.play([ethernet(numbered(OPENER))])  # after the last frames that are not forwarded
+                recorder.wait(lambda _: len(recorder.of(SIP)) > last, "the last frame")
+                self.assertEqual(program.end(), 0)
+                self.assert_frames(wanted(), self.calls.signalling, "signalling")
+                self.assertEqual(by_stream(recorder.of(RTP)), by_stream(self.calls.media))
+                received = re.findall(r"of device tap0.*: received=(\d+) ", "\n".join(program.log))
+                self.assertEqual(len(received), threads)
+                if name == "plain":
+                    # Each frame is captured once, and not all by the same thread.
+                    self.assertEqual(sum(map(int, received)), openers + len(frames) + 1)
+                    self.assertLess(received.count("0"), max(threads - 1, 1), received)
 
     def test_tunnels_of_the_kernel(self):
         """Skips the tunnels for which this kernel has no module."""

@@ -173,6 +173,30 @@ TEST_F(Engine, ReplaysFilesAtTheirPace) {
   }
 }
 
+TEST_F(Engine, CapturesWithOneThreadWhereNoMoreArePossible) {
+  // libpcap also has devices without a packet socket. Such a device looks like this file to the group.
+  const std::string path = captureFile("no-socket.pcap", 1, std::chrono::microseconds(0));
+  FanoutGroup group;
+  Device device;
+  std::string reason;
+  ASSERT_TRUE(device.open("file:" + path, {}));
+  EXPECT_EQ(group.join(device.getHandle(), true, reason), FanoutGroup::Result::kAlone);
+  EXPECT_EQ(group.join(device.getHandle(), false, reason), FanoutGroup::Result::kFailed);
+
+  Settings settings;
+  settings.captureThreads = 4;
+  Sniffer engine;
+  engine.setEmbedded(true);
+  engine.setSettings(settings);
+  engine.setDevice(("file:" + path + ";no such device").c_str());
+  ASSERT_EQ(engine.setupSniffing(), 0);
+  log.take();
+  run(engine, [&] { return engine.captureFinished(); });
+  EXPECT_EQ(engine.getStatistics().sipForwarded, 1U);
+  EXPECT_TRUE(log.contains("INFO PCAP thread created 0"));
+  EXPECT_FALSE(log.contains("INFO PCAP thread created 1"));
+}
+
 TEST_F(Engine, WritesAStatisticsFileThatAnyUserMayRead) {
   const mode_t umaskBefore = umask(0077);
   const std::string path = temporary("statistics");

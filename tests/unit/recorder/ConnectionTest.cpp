@@ -173,6 +173,50 @@ TEST(Embedded, QueuesFramesAndCommandsInOrder) {
   EXPECT_EQ(monitor.depth, 0);
 }
 
+TEST(Embedded, FetchesManyFramesWholeAndInOrder) {
+  TestLog log("EmbeddedConnection");
+  std::array<char, 70000> buffer{};
+  const auto lengthOf = [](int i) { return i % 10 == 9 ? 0 : i % 7 == 0 ? 65535 - i : 15 + i % 1500; };
+  // A buffer that holds one long frame, one that holds many frames, and one that ends within the first long frame.
+  for (const int capacity : {65535, 70000, 3000}) {
+    EmbeddedConnection connection;
+    Bytes expected, got;
+    for (int i = 1; i < 700; ++i) {
+      Bytes frame(static_cast<std::size_t>(lengthOf(i)), static_cast<std::uint8_t>(i));
+      connection.sendPacket(frame.data(), lengthOf(i));
+      expected.insert(expected.end(), frame.begin(), frame.end());
+    }
+    int length = 0, fetches = 0;
+    const auto fetch = [&] {
+      const bool many = ++fetches % 3 != 0;  // sometimes one frame only
+      std::fill(buffer.begin(), buffer.end(), static_cast<char>(0xEE));
+      length = many ? connection.receivePackets(buffer.data(), capacity) : connection.receivePacket(buffer.data());
+      return length > 0 || (!many && length == 0 && connection.getBacklog().waiting > 0);
+    };
+    while (fetch()) {
+      got.insert(got.end(), buffer.begin(), buffer.begin() + length);
+      EXPECT_EQ(std::count(buffer.begin() + length, buffer.end(), static_cast<char>(0xEE)), 70000 - length);
+    }
+    if (capacity == 3000) {
+      EXPECT_EQ(length, -lengthOf(7));
+      EXPECT_TRUE(std::equal(got.begin(), got.end(), expected.begin())) << "the frames before it";
+      EXPECT_EQ(connection.receivePacket(buffer.data()), lengthOf(7)) << "it stays";
+    } else {
+      EXPECT_EQ(got, expected);
+      EXPECT_EQ(*connection.getBacklogSize(), 0U);
+    }
+  }
+  EmbeddedConnection connection;
+  Bytes frame(15);
+  connection.sendPacket(frame.data(), 15);
+  connection.setHostPatience(std::chrono::hours(0));
+  connection.watchHost();
+  EXPECT_EQ(connection.receivePackets(buffer.data(), 14), -15);
+  EXPECT_EQ(connection.receivePackets(buffer.data(), 15), 15);
+  EXPECT_EQ(log.take(), std::vector<std::string>({"WARN The host has fetched nothing for 0 s, 1 frames wait",
+                                                  "WARN The host fetches frames again, 0 wait"}));
+}
+
 TEST(Embedded, KeepsABurstInOrderAndWarnsWhenTheHostDoesNotFetch) {
   TestLog log("EmbeddedConnection");
   EmbeddedConnection connection;

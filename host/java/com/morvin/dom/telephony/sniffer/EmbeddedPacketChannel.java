@@ -1,6 +1,7 @@
 package com.morvin.dom.telephony.sniffer;
 
 import java.io.File;
+import java.nio.ByteBuffer;
 
 /**
  * The sniffer inside this Java process. It captures the traffic of telephones and call servers, and forwards SIP
@@ -11,7 +12,7 @@ import java.io.File;
  * <ol>
  *   <li>One calls {@link #mainLoop}, which captures and returns when capture has ended.
  *   <li>One takes frames with {@link #getPacket} and sends commands with {@link #sendRequest}, both <em>while it holds
- *       the monitor of this object</em>.
+ *       the monitor of this object</em>. {@link #getPackets} takes many frames in one call.
  *   <li>One, any but the first, calls {@link #breakMainLoop} to end the capture.
  * </ol>
  *
@@ -134,6 +135,31 @@ public class EmbeddedPacketChannel {
    *     frame, which then stays in the queue
    */
   public native int getPacket(byte[] buffer);
+
+  /**
+   * Takes the oldest waiting frames without blocking, many in one call. Each frame is as {@link #getPacket} delivers
+   * it, the order is the same, and the frames follow each other without a gap: the first two bytes of a frame are its
+   * length, and so the distance to the next frame. The method never writes a part of a frame. The caller need not hold
+   * the monitor of this object.
+   *
+   * <p>Both methods may be used in one process. Each frame is delivered once, by whichever is called first.
+   *
+   * <pre>{@code
+   * ByteBuffer frames = ByteBuffer.allocateDirect(256 << 10);
+   * int end = channel.getPackets(frames);
+   * for (int at = 0; at < end; at += frames.getShort(at) & 0xffff) {
+   *   use(frames, at);
+   * }
+   * }</pre>
+   *
+   * @param buffer a direct buffer, which receives the frames from index 0; its position and limit are neither used nor
+   *     changed, its byte order does not matter. With {@link #MAX_FRAME} bytes every frame fits; 256 KiB hold about
+   *     1,400 frames of G.711
+   * @return the number of bytes that were written; 0 when no frame waits
+   * @throws IllegalArgumentException when the buffer is null, not direct or read-only, and when the oldest frame does
+   *     not fit. The frames then stay in the queue
+   */
+  public native int getPackets(ByteBuffer buffer);
 
   /**
    * Queues a command without blocking. The caller holds the monitor of this object.
