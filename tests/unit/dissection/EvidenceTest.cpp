@@ -127,7 +127,7 @@ TEST_F(Evidence, SendsKeptMediaFirstInOrderAndOnce) {
   capture(rtp(3));
   dissector->addRtp(kPhone, 5000);
   capture(rtp(4));
-  settle();
+  EXPECT_TRUE(eventually([&] { return dissector->getStatistics().rtpForwarded == 4; }));
   EXPECT_EQ(received(), "R1 R2 R3 R4 ");
   dissector->removeRtp(kPhone, 5000);
   capture(rtp(5));
