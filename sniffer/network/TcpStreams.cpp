@@ -67,7 +67,7 @@ std::uint64_t TcpStreams::hashOf(const FlowEnds& ends) const {
 
 bool TcpStreams::follow(const FlowEnds& ends, const TcpSegment& segment, std::int64_t captured, std::int64_t now) {
   if (!waiting_.empty()) {
-    if (segment.hasAcknowledged) acknowledge(ends.reversed(), segment.acknowledged);
+    if (segment.hasAcknowledged) acknowledge(ends, segment);
     expire(now);
   }
   const bool isControl = segment.isSyn || segment.isFin || segment.isReset;
@@ -85,7 +85,7 @@ bool TcpStreams::follow(const FlowEnds& ends, const TcpSegment& segment, std::in
   }
   const std::uint32_t sequence = segment.sequence + (segment.isSyn ? 1 : 0);
   // No segment has used the numbers of the SYN yet, so they need no protection.
-  if (stream != nullptr && !hasPayload(*stream) && stream->order.isFar(sequence)) {
+  if (stream != nullptr && !hasPayload(*stream) && !stream->order.isAhead(sequence)) {
     forget(*stream);
     stream = nullptr;
   }
@@ -94,7 +94,8 @@ bool TcpStreams::follow(const FlowEnds& ends, const TcpSegment& segment, std::in
     stream = &newStream(ends, hashed);
     stream->order.start(sequence, false);
   }
-  if (stream->messages.kind() == MessageStream::Kind::kForeign) {
+  // With a mark the foreign numbers may be forged.
+  if (stream->messages.kind() == MessageStream::Kind::kForeign && !stream->order.hasMarks()) {
     takeForeign(*stream, segment, now);
     return false;
   }
@@ -161,10 +162,15 @@ TcpStreams::Stream& TcpStreams::newStream(const FlowEnds& ends, std::uint64_t ha
   return streams_.insert(ends, hashed, kOpening);
 }
 
-void TcpStreams::acknowledge(const FlowEnds& ends, std::uint32_t sequence) {
-  Stream* stream = streams_.find(ends, hashOf(ends));
+/// Takes the acknowledgement in a segment, unless the sequence number of the segment shows that it is forged.
+void TcpStreams::acknowledge(const FlowEnds& ends, const TcpSegment& segment) {
+  const FlowEnds reversed = ends.reversed();
+  Stream* stream = streams_.find(reversed, hashOf(reversed));
   if (stream == nullptr || stream->due == StreamReassembly::kNever) return;
-  stream->order.acknowledge(sequence);
+  const Stream* own = streams_.find(ends, hashOf(ends));
+  const bool isNumbered = own != nullptr && own->messages.kind() != MessageStream::Kind::kForeign;
+  if (isNumbered && !own->order.isPlausible(segment.sequence)) return;
+  stream->order.acknowledge(segment.acknowledged);
   schedule(*stream);
 }
 
@@ -200,7 +206,7 @@ void TcpStreams::flush() {
   for (std::size_t list = 0; list < kLists; ++list) {
     while (Stream* stream = streams_.oldest(list)) {
       Delivery delivery(*this, *stream);
-      stream->order.releaseRival(delivery);
+      stream->order.releaseUnconfirmed(delivery);
       forget(*stream);
     }
   }
