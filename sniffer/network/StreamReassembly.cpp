@@ -9,7 +9,6 @@ namespace voip {
 
 namespace {
 
-constexpr std::int64_t kWindow = 1 << 20;              // sequence numbers further away belong to another connection
 constexpr std::int64_t kBase = std::int64_t{1} << 32;  // so that no position is negative, or 0
 constexpr std::int64_t kPlainWindow = 65'535;          // the window of a receiver that does not scale it (RFC 7323)
 constexpr std::size_t kOverhead = 128;                 // of an early segment in memory
@@ -30,10 +29,6 @@ void StreamReassembly::start(std::uint32_t sequence, bool isFromStart) {
   first_ = sequence;
   isFromStart_ = isFromStart;
   hasEnded_ = false;
-}
-
-StreamReassembly::Position StreamReassembly::positionOf(std::uint32_t sequence) const {
-  return next_ + static_cast<std::int32_t>(sequence - static_cast<std::uint32_t>(next_));
 }
 
 bool StreamReassembly::isFar(std::uint32_t sequence) const {
@@ -60,7 +55,11 @@ StreamReassembly::Placement StreamReassembly::take(const ArrivedSegment& segment
     return Placement::kInOrder;
   }
   if (old > 0 && contradicts(segment)) {
-    keepContradiction(segment);
+    keepContradiction(segment, last_, static_cast<std::uint32_t>(next_) - last_);
+    return Placement::kUnexpected;
+  }
+  if (old > 0 && !isFromStart_ && first_ - 1 - segment.sequence < kWindow) {
+    keepContradiction(segment, first_ - kWindow, kWindow);
     return Placement::kUnexpected;
   }
   if (old >= 0 && isNew(static_cast<std::size_t>(old), segment.octets, segment.missing)) {
@@ -100,10 +99,13 @@ void StreamReassembly::deliver(Octets octets, const Early& segment, OctetReceive
   lastSize_ = static_cast<std::uint32_t>(octets.size());
   lastFront_.set(octets);
   lastBack_.set(octets.last(lastFront_.size));
-  next_ += static_cast<Position>(octets.size() + segment.missing);
+  next_ += static_cast<Position>(octets.size());
   hasEnded_ |= segment.isLast;
   if (!octets.empty()) receiver.takeOctets(octets, segment.captured);
-  if (segment.missing > 0) receiver.loseOctets(segment.missing);
+  if (segment.missing == 0) return;
+  // The length of the segment may be forged.
+  leaveMark(static_cast<std::uint32_t>(next_ + static_cast<Position>(segment.missing)), {});
+  skipTo(next_ + static_cast<Position>(segment.missing), receiver);
 }
 
 void StreamReassembly::takeEnd(std::uint32_t sequence) {
@@ -185,7 +187,7 @@ bool StreamReassembly::release(std::int64_t now, const NetworkLimits& limits, Oc
 
 void StreamReassembly::giveUpGap(Position to, Octets after, OctetReceiver& receiver) {
   leaveMark(static_cast<std::uint32_t>(to), after);
-  disorder_->runStart = to;
+  disorder_->runStart = disorder_->markedAt = to;
   skipTo(to, receiver);
 }
 
@@ -218,7 +220,7 @@ std::unique_ptr<StreamReassembly::Candidate> StreamReassembly::candidateOf(const
 bool StreamReassembly::keepAtMark(const ArrivedSegment& segment) {
   if (disorder_ == nullptr) return false;
   for (Mark& mark : disorder_->marks) {
-    if (!mark.covers(segment.sequence) && mark.from - segment.sequence >= segment.length()) continue;
+    if (!mark.covers(segment.sequence) && mark.from - segment.sequence >= segment.octets.size()) continue;
     mark.candidate = candidateOf(segment);
     disorder_->confirmBy = segment.now + kConfirmation;
     return true;
@@ -226,12 +228,9 @@ bool StreamReassembly::keepAtMark(const ArrivedSegment& segment) {
   return false;
 }
 
-/// Keeps a repeated segment that differs from the segment that was passed on last: one of the two is forged.
-void StreamReassembly::keepContradiction(const ArrivedSegment& segment) {
-  if (!keepAtMark(segment)) {
-    const std::uint32_t length = static_cast<std::uint32_t>(next_) - last_;
-    addMark({last_, length, next_ - length - disorder().runStart, {}, candidateOf(segment)});
-  }
+/// Keeps a segment that shows that octets passed on may be forged, at a mark of these octets.
+void StreamReassembly::keepContradiction(const ArrivedSegment& segment, std::uint32_t from, std::uint32_t length) {
+  if (!keepAtMark(segment)) addMark({from, length, next_ - length - disorder().runStart, {}, candidateOf(segment)});
   disorder_->confirmBy = segment.now + kConfirmation;
 }
 
@@ -298,6 +297,7 @@ void StreamReassembly::adopt(Candidate candidate, Position weight, OctetReceiver
   start(candidate.first, candidate.isSyn);
   disorder().marks = std::move(marks);
   disorder_->runStart = next_ - weight;
+  disorder_->markedAt = next_;
   receiver.restart(candidate.isSyn);
   deliver(candidate.start.octets, candidate.start, receiver);
 }
@@ -327,7 +327,8 @@ void StreamReassembly::leaveMark(std::uint32_t to, Octets after) {
 }
 
 void StreamReassembly::addMark(Mark mark) {
-  std::vector<Mark>& marks = disorder().marks;
+  disorder().markedAt = next_;
+  std::vector<Mark>& marks = disorder_->marks;
   marks.push_back(std::move(mark));
   if (marks.size() <= kMostMarks) return;
   marks.erase(
@@ -387,7 +388,7 @@ StreamReassembly::Disorder& StreamReassembly::disorder() {
 
 void StreamReassembly::tidy() {
   Disorder& kept = *disorder_;
-  if (next_ - kept.runStart > kWindow) kept.marks.clear();  // the present numbering has proved itself
+  if (next_ - kept.markedAt > kWindow) kept.marks.clear();  // the present numbering has proved itself
   if (kept.early.empty() && kept.marks.empty() && kept.passed.to == 0 && kept.rival == nullptr) disorder_.reset();
 }
 

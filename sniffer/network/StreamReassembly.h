@@ -65,6 +65,14 @@ class StreamReassembly {
   /// Takes a segment. Octets that are next in order are passed on at once; others wait for release().
   Placement take(const ArrivedSegment& segment, OctetReceiver& receiver);
 
+  /// Follows the numbers of a segment whose octets are not needed. Returns false when it belongs to another numbering.
+  bool track(std::uint32_t sequence, std::size_t length) {
+    const Position end = positionOf(sequence) + static_cast<Position>(length);
+    if (end - next_ > kWindow || next_ - end > kWindow) return false;
+    next_ = end > next_ ? end : next_;
+    return true;
+  }
+
   /// Takes the SYN of another connection, whose first octet has this number.
   void takeSyn(std::uint32_t first);
 
@@ -154,6 +162,7 @@ class StreamReassembly {
     std::int64_t waitsSince = 0;  ///< no expected segment has arrived since then
     Position acknowledged = 0;
     Position runStart = 0;             ///< where the present numbering began
+    Position markedAt = 0;             ///< the expected octet when the last mark was left
     std::int64_t confirmBy = kNever;   ///< until then an acknowledgement may confirm a candidate
     bool isConfirmed = false;          ///< a candidate is
     std::unique_ptr<Candidate> rival;  ///< far from all marks
@@ -161,7 +170,12 @@ class StreamReassembly {
     Passed passed;
   };
 
-  Position positionOf(std::uint32_t sequence) const;
+  // Sequence numbers further away belong to another connection.
+  static constexpr std::int32_t kWindow = 1 << 20;
+
+  Position positionOf(std::uint32_t sequence) const {
+    return next_ + static_cast<std::int32_t>(sequence - static_cast<std::uint32_t>(next_));
+  }
   bool isFar(std::uint32_t sequence) const;
   bool isReady(const NetworkLimits& limits) const;
   std::int64_t earlyDue(const NetworkLimits& limits) const;
@@ -172,7 +186,7 @@ class StreamReassembly {
   Placement keepEarly(const ArrivedSegment& segment, Position at);
   static std::unique_ptr<Candidate> candidateOf(const ArrivedSegment& segment);
   bool keepAtMark(const ArrivedSegment& segment);
-  void keepContradiction(const ArrivedSegment& segment);
+  void keepContradiction(const ArrivedSegment& segment, std::uint32_t from, std::uint32_t length);
   void keepRival(const ArrivedSegment& segment);
   bool contradicts(const ArrivedSegment& segment) const;
   void leaveMark(std::uint32_t to, Octets after);

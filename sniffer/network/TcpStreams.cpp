@@ -84,20 +84,23 @@ bool TcpStreams::follow(const FlowEnds& ends, const TcpSegment& segment, std::in
     stream = streams_.find(ends, hashed);
   }
   const std::uint32_t sequence = segment.sequence + (segment.isSyn ? 1 : 0);
+  // With a mark the foreign numbers may be forged.
+  const bool isForeign =
+      stream != nullptr && stream->messages.kind() == MessageStream::Kind::kForeign && !stream->order.hasMarks();
+  if (isForeign && stream->order.track(sequence, segment.payload.size() + segment.missing)) {
+    takeForeign(*stream, segment, now);
+    return false;
+  }
   // No segment has used the numbers of the SYN yet, so they need no protection.
-  if (stream != nullptr && !hasPayload(*stream) && !stream->order.isAhead(sequence)) {
+  if (stream != nullptr && !isForeign && !hasPayload(*stream) && !stream->order.isAhead(sequence)) {
     forget(*stream);
     stream = nullptr;
   }
-  if (stream == nullptr) {
+  if (stream == nullptr || isForeign) {
     if (!MessageStream::mayBeginWith(segment.payload)) return false;
+    if (isForeign) forget(*stream);
     stream = &newStream(ends, hashed);
     stream->order.start(sequence, false);
-  }
-  // With a mark the foreign numbers may be forged.
-  if (stream->messages.kind() == MessageStream::Kind::kForeign && !stream->order.hasMarks()) {
-    takeForeign(*stream, segment, now);
-    return false;
   }
   if (segment.missing > 0) {
     sink_.count(NetworkCount::kSegmentsCut);
