@@ -344,16 +344,19 @@ void StreamReassembly::Sample::set(Octets segment) {
   }
 }
 
-bool StreamReassembly::Sample::agreesWith(Octets segment) const {
-  const auto known = static_cast<std::ptrdiff_t>(std::min<std::size_t>(size, segment.size()));
-  return std::equal(octets.begin(), octets.begin() + known, segment.begin());
+/// Compares the octets after the first `skipped` ones.
+bool StreamReassembly::Sample::agreesWith(Octets segment, std::size_t skipped) const {
+  const std::size_t known = std::min(size - skipped, segment.size());
+  return std::equal(octets.begin() + skipped, octets.begin() + skipped + known, segment.begin());
 }
 
 /// True when a repeated segment differs from the segment that was passed on last.
 bool StreamReassembly::contradicts(const ArrivedSegment& segment) const {
   const auto differs = [&](const Sample& sample, std::uint32_t at) {
     const std::uint32_t offset = at - segment.sequence;
-    return offset < segment.octets.size() && !sample.agreesWith(segment.octets.subspan(offset));
+    if (offset < segment.octets.size()) return !sample.agreesWith(segment.octets.subspan(offset));
+    const std::uint32_t skipped = segment.sequence - at;
+    return skipped < sample.size && !sample.agreesWith(segment.octets, skipped);
   };
   return lastSize_ > 0 && (differs(lastFront_, last_) || differs(lastBack_, last_ + lastSize_ - lastBack_.size));
 }

@@ -127,7 +127,7 @@ class StreamReassembly {
     std::uint8_t size = 0;
 
     void set(Octets segment);
-    bool agreesWith(Octets segment) const;
+    bool agreesWith(Octets segment, std::size_t skipped = 0) const;
     bool isFull() const { return size == octets.size(); }
   };
 

@@ -44,7 +44,7 @@ class TcpStreams::Delivery final : public OctetReceiver {
 
   void restart(bool isFromStart) override {
     if (!isFromStart) streams_.sink_.count(NetworkCount::kStreamGaps);
-    stream_.messages.start(isFromStart);
+    stream_.messages.start(false);  // the SYN may be forged, so what follows does not decide for the whole stream
   }
 
   TcpStreams& streams_;
