@@ -2,13 +2,19 @@
 
 #include <arpa/inet.h>
 #include <strings.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
 #include <iostream>
 #include <string>
+#include <string_view>
 
 #include "Diagnosis.h"
 #include "FilterCheck.h"
+#include "settings/SettingsReader.h"
 
 using namespace voip;
 
@@ -86,9 +92,45 @@ void addRecorderErrors(const Sniffer& engine, ErrorList& errors) {
   }
 }
 
+void printWarning(const std::string& text) {
+  std::cerr << "sniffer: warning: " << text << std::endl;
+}
+
+/// True for a setting whose value the checks of devices, filter and recorder report.
+bool isCheckedElsewhere(std::string_view key) {
+  constexpr std::string_view kKeys[] = {"Device", "Filter", "ServerName", "ServerPort", "ServerProtocol"};
+  return std::find(std::begin(kKeys), std::end(kKeys), key) != std::end(kKeys);
+}
+
+/// An unknown key is only a warning, because any line of the file with '=' sets a key.
+void addSettingErrors(ErrorList& errors) {
+  for (const SettingWarning& warning : findSettingWarnings(*Config::dft(), SettingsOrigin::File)) {
+    if (!warning.isValue) {
+      printWarning(warning.text + "; sniffer --settings prints the keys");
+    } else if (!isCheckedElsewhere(warning.key)) {
+      errors.add(warning.text + "; correct the value");
+    }
+  }
+}
+
+void addStatisticsFileError(const std::string& path, ErrorList& errors) {
+  if (path.empty()) return;
+  const auto folder = std::filesystem::path(path).parent_path();
+  std::error_code ignored;
+  std::string reason;
+  if (std::filesystem::is_directory(path, ignored)) {
+    reason = std::strerror(EISDIR);
+  } else if (access(folder.empty() ? "." : folder.c_str(), W_OK | X_OK) != 0) {
+    reason = std::strerror(errno);
+  }
+  if (reason.empty()) return;
+  errors.add("the statistics file " + path + " cannot be written: " + reason +
+             "; set StatisticsFile to a file in a folder that the program may write to");
+}
+
 void printFilterWarnings(const Sniffer& engine) {
   for (const std::string& warning : checkFilter(engine.getFilter(), engine.getSettings())) {
-    std::cerr << "sniffer: warning: " << warning << std::endl;
+    printWarning(warning);
   }
 }
 
@@ -100,6 +142,8 @@ int check(Sniffer& engine) {
   addDeviceErrors(engine, errors);
   if (status != 0) addFilterError(engine, status, errors);
   addRecorderErrors(engine, errors);
+  addSettingErrors(errors);
+  addStatisticsFileError(engine.getSettings().statisticsFile, errors);
   if (errors.getCount() == 0) printFilterWarnings(engine);
   printResult(errors.getCount());
   return errors.getCount() == 0 ? 0 : std::max(status, kNotReady);

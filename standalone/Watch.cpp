@@ -11,6 +11,12 @@ using namespace voip;
 
 namespace {
 
+/// A signal that was ignored at the start stays so: nohup(1) ignores SIGHUP.
+bool isIgnored(int number) {
+  struct sigaction present = {};
+  return sigaction(number, nullptr, &present) == 0 && present.sa_handler == SIG_IGN;
+}
+
 using Clock = std::chrono::steady_clock;
 constexpr timespec kPollInterval{0, 50'000'000};
 
@@ -38,6 +44,7 @@ Watch::Watch() {
   sigaddset(&signals_, SIGINT);
   sigaddset(&signals_, SIGTERM);
   sigaddset(&signals_, SIGUSR2);
+  if (!isIgnored(SIGHUP)) sigaddset(&signals_, SIGHUP);
   pthread_sigmask(SIG_BLOCK, &signals_, nullptr);
   signal(SIGPIPE, SIG_IGN);
   // A handler without SA_RESTART: the signal interrupts the read of a capture thread.
@@ -73,7 +80,7 @@ void Watch::run() {
   Schedule renewal(std::chrono::seconds(1));
   while (!ended_) {
     const int received = sigtimedwait(&signals_, nullptr, &kPollInterval);
-    const bool stopAsked = received == SIGINT || received == SIGTERM;
+    const bool stopAsked = received == SIGINT || received == SIGTERM || received == SIGHUP;
     Sniffer* const running = engine_;
     if (running == nullptr) {
       if (stopAsked) std::_Exit(0);

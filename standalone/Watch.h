@@ -7,15 +7,16 @@
 
 #include "capture/Sniffer.h"
 
-/// The thread that awaits the signals of the program: SIGINT and SIGTERM stop the engine, SIGUSR2 logs the statistics.
-/// The thread also logs the statistics at their interval, and stops the engine when capture has finished.
+/// The thread that awaits the signals of the program: SIGINT, SIGTERM and SIGHUP stop the engine, SIGUSR2 logs the
+/// statistics. SIGHUP stays ignored when it was ignored before. The thread also logs the statistics at their interval,
+/// and stops the engine when capture has finished.
 class Watch {
  public:
   /// The exit status of a program whose devices are all gone. A service manager restarts it.
   static constexpr int kNoDevice = 1;
 
-  /// Blocks the signals in the calling thread, so make it before any other thread. Until begin(), SIGINT and SIGTERM
-  /// end the process at once with status 0: nothing can be lost yet, and the set-up may take long.
+  /// Blocks the signals in the calling thread, so make it before any other thread. Until begin(), SIGINT, SIGTERM and
+  /// SIGHUP end the process at once with status 0: nothing can be lost yet, and the set-up may take long.
   Watch();
 
   /// Stops the watch thread; does not stop the engine.

@@ -128,7 +128,8 @@ Cut MessageStream::cutInStep(Octets octets, std::size_t known, WebSocketFrame& f
       const Cut handshake = cutHandshake(octets, known);
       if (handshake.kind == Cut::kMore) return handshake;
       const bool isSip = handshake.kind == Cut::kSkip;
-      kind_ = isSip ? Kind::kWebSocket : Kind::kForeign;
+      // In the middle of a stream a request may be forged, and a later segment may begin a message.
+      kind_ = isSip ? Kind::kWebSocket : isFromStart_ ? Kind::kForeign : Kind::kUndecided;
       return {Cut::kSkip, isSip ? handshake.length : octets.size()};
     }
     default:

@@ -1,10 +1,10 @@
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <map>
 #include <memory>
-#include <optional>
 #include <vector>
 
 #include "network/NetworkOptions.h"
@@ -37,6 +37,8 @@ struct ArrivedSegment {
   bool isLast = false;      ///< a FIN follows
   std::int64_t captured = 0;
   std::int64_t now = 0;
+
+  std::int64_t length() const { return static_cast<std::int64_t>(octets.size() + missing); }
 };
 
 /// Puts the segments of one direction of a TCP stream into the order of their sequence numbers (RFC 9293). Handles
@@ -45,10 +47,13 @@ struct ArrivedSegment {
 /// or until the out-of-order data after it takes more than NetworkLimits::earlyMemory.
 ///
 /// A passive observer cannot ask a sender whether it sent a segment (RFC 5961). So one segment with unexpected numbers
-/// has no effect: it is kept as the start of a rival numbering, and the old numbering stays valid. The rival replaces
-/// it when a second segment continues the rival before an expected one arrives. The same holds for a SYN, and for a
-/// segment that continues the numbers before a gap that was given up after the time-out: the segment after that gap may
-/// have been forged.
+/// has no effect: it is kept as the start of another numbering. That numbering replaces the present one when a second
+/// segment continues it, or when the other side acknowledges exactly its octets. The same holds for a SYN.
+///
+/// What made the numbering change may have been forged: segments, a SYN, or an acknowledgement of octets that were
+/// never sent. So each change leaves a mark at the octet that was expected before. A segment at a mark is kept there,
+/// out of reach of senders that do not know its number, and is confirmed as above. So a sender that goes on with its
+/// own numbers gets its stream back, at the cost of one message at most.
 class StreamReassembly {
  public:
   enum class Placement { kInOrder, kEarly, kRepeated, kUnexpected };
@@ -60,6 +65,14 @@ class StreamReassembly {
   /// Takes a segment. Octets that are next in order are passed on at once; others wait for release().
   Placement take(const ArrivedSegment& segment, OctetReceiver& receiver);
 
+  /// Follows the numbers of a segment whose octets are not needed. Returns false when it belongs to another numbering.
+  bool track(std::uint32_t sequence, std::size_t length) {
+    const Position end = positionOf(sequence) + static_cast<Position>(length);
+    if (end - next_ > kWindow || next_ - end > kWindow) return false;
+    next_ = end > next_ ? end : next_;
+    return true;
+  }
+
   /// Takes the SYN of another connection, whose first octet has this number.
   void takeSyn(std::uint32_t first);
 
@@ -67,13 +80,15 @@ class StreamReassembly {
   void takeEnd(std::uint32_t sequence);
 
   /// Notes that the other side has all octets before this number: those that are missing here were not captured.
+  /// Ignores numbers beyond what the captured segments or the window of a TCP without options explain.
   void acknowledge(std::uint32_t sequence);
 
-  /// Passes on the next early segment, if it is in order or its gap is to be given up. Returns false when none is due.
+  /// Passes on the next early segment, if it is in order or its gap is to be given up, or a segment of another
+  /// numbering that has been acknowledged. Returns false when none is due.
   bool release(std::int64_t now, const NetworkLimits& limits, OctetReceiver& receiver);
 
-  /// Passes on the start of a rival numbering that no segment has continued.
-  void releaseRival(OctetReceiver& receiver);
+  /// Passes on the segments of other numberings that nothing has confirmed.
+  void releaseUnconfirmed(OctetReceiver& receiver);
 
   /// Returns the time at which release() has work to do.
   std::int64_t due(const NetworkLimits& limits) const;
@@ -81,10 +96,16 @@ class StreamReassembly {
   /// True when all octets up to a FIN or a RST were passed on.
   bool hasEnded() const { return hasEnded_; }
 
-  /// True when the segment is so far from the expected one that it cannot belong to the same numbering.
-  bool isFar(std::uint32_t sequence) const;
+  /// True when a segment with this number is the expected one or may follow it.
+  bool isAhead(std::uint32_t sequence) const;
 
-  /// Returns the memory of early segments, in bytes.
+  /// True when a segment with this number may be genuine: it is near the expected one or at a mark.
+  bool isPlausible(std::uint32_t sequence) const;
+
+  /// True when the numbering has changed lately. The numbers before the change may return.
+  bool hasMarks() const { return disorder_ != nullptr && !disorder_->marks.empty(); }
+
+  /// Returns the memory of early and unconfirmed segments, in bytes.
   std::size_t memoryUsed() const;
 
  private:
@@ -100,10 +121,38 @@ class StreamReassembly {
     Position end(Position from) const { return from + static_cast<Position>(octets.size() + missing); }
   };
 
-  struct Rival {
+  /// Some octets of a segment, by which a repetition is recognised.
+  struct Sample {
+    std::array<std::uint8_t, 8> octets;
+    std::uint8_t size = 0;
+
+    void set(Octets segment);
+    bool agreesWith(Octets segment, std::size_t skipped = 0) const;
+    bool isFull() const { return size == octets.size(); }
+  };
+
+  /// The first segment of another numbering.
+  struct Candidate {
     std::uint32_t first = 0, next = 0;
     bool isSyn = false;
+    bool isConfirmed = false;  ///< the other side has acknowledged it
     Early start;
+  };
+
+  /// The range of the octets that were expected when the numbering changed.
+  struct Mark {
+    std::uint32_t from = 0, length = 0;
+    Position weight = 0;  ///< octets passed on before it
+    Sample after;         ///< of the octets passed on after it
+    std::unique_ptr<Candidate> candidate;
+
+    bool covers(std::uint32_t sequence) const { return sequence - from < length; }
+  };
+
+  /// Octets after a mark that were passed on before the old numbers returned.
+  struct Passed {
+    Position from = 0, to = 0;
+    Sample beginning;
   };
 
   /// The members that most streams never need.
@@ -112,24 +161,49 @@ class StreamReassembly {
     std::size_t earlySize = 0;
     std::int64_t waitsSince = 0;  ///< no expected segment has arrived since then
     Position acknowledged = 0;
-    Position givenUp = 0;  ///< the start of a gap, as long as no segment has continued the numbers after it; or 0
-    std::optional<Rival> rival;
+    Position runStart = 0;             ///< where the present numbering began
+    Position markedAt = 0;             ///< the expected octet when the last mark was left
+    std::int64_t confirmBy = kNever;   ///< until then an acknowledgement may confirm a candidate
+    bool isConfirmed = false;          ///< a candidate is
+    std::unique_ptr<Candidate> rival;  ///< far from all marks
+    std::vector<Mark> marks;           ///< few
+    Passed passed;
   };
 
-  Position positionOf(std::uint32_t sequence) const;
+  // Sequence numbers further away belong to another connection.
+  static constexpr std::int32_t kWindow = 1 << 20;
+
+  Position positionOf(std::uint32_t sequence) const {
+    return next_ + static_cast<std::int32_t>(sequence - static_cast<std::uint32_t>(next_));
+  }
+  bool isFar(std::uint32_t sequence) const;
   bool isReady(const NetworkLimits& limits) const;
-  bool continuesRival(const ArrivedSegment& segment) const;
+  std::int64_t earlyDue(const NetworkLimits& limits) const;
   void deliver(Octets octets, const Early& segment, OctetReceiver& receiver);
   void goOn(const ArrivedSegment& segment, std::size_t old, OctetReceiver& receiver);
+  std::size_t skipPassed(const ArrivedSegment& segment, std::size_t old, OctetReceiver& receiver);
+  bool resume(std::uint32_t sequence, OctetReceiver& receiver);
   Placement keepEarly(const ArrivedSegment& segment, Position at);
+  static std::unique_ptr<Candidate> candidateOf(const ArrivedSegment& segment);
+  bool keepAtMark(const ArrivedSegment& segment);
+  void keepContradiction(const ArrivedSegment& segment, std::uint32_t from, std::uint32_t length);
   void keepRival(const ArrivedSegment& segment);
-  void adoptRival(OctetReceiver& receiver);
-  void giveUpGap(Position to, OctetReceiver& receiver);
+  bool contradicts(const ArrivedSegment& segment) const;
+  void leaveMark(std::uint32_t to, Octets after);
+  void addMark(Mark mark);
+  void adopt(Candidate candidate, Position weight, OctetReceiver& receiver);
+  void returnTo(std::size_t number, OctetReceiver& receiver);
+  bool adoptConfirmed(OctetReceiver& receiver);
+  void giveUpGap(Position to, Octets after, OctetReceiver& receiver);
+  void skipTo(Position to, OctetReceiver& receiver);
   Disorder& disorder();
   void tidy();
 
   Position next_ = 0;  ///< of the expected octet
   std::unique_ptr<Disorder> disorder_;
+  std::uint32_t last_ = 0;      ///< the segment passed on last
+  std::uint32_t lastSize_ = 0;  ///< 0: none
+  Sample lastFront_, lastBack_;
   std::uint32_t first_ = 0;  ///< of the stream, when `isFromStart_`
   bool isFromStart_ = false;
   bool hasEnded_ = false;

@@ -44,7 +44,7 @@ class TcpStreams::Delivery final : public OctetReceiver {
 
   void restart(bool isFromStart) override {
     if (!isFromStart) streams_.sink_.count(NetworkCount::kStreamGaps);
-    stream_.messages.start(isFromStart);
+    stream_.messages.start(false);  // the SYN may be forged, so what follows does not decide for the whole stream
   }
 
   TcpStreams& streams_;
@@ -67,7 +67,7 @@ std::uint64_t TcpStreams::hashOf(const FlowEnds& ends) const {
 
 bool TcpStreams::follow(const FlowEnds& ends, const TcpSegment& segment, std::int64_t captured, std::int64_t now) {
   if (!waiting_.empty()) {
-    if (segment.hasAcknowledged) acknowledge(ends.reversed(), segment.acknowledged);
+    if (segment.hasAcknowledged) acknowledge(ends, segment);
     expire(now);
   }
   const bool isControl = segment.isSyn || segment.isFin || segment.isReset;
@@ -84,19 +84,23 @@ bool TcpStreams::follow(const FlowEnds& ends, const TcpSegment& segment, std::in
     stream = streams_.find(ends, hashed);
   }
   const std::uint32_t sequence = segment.sequence + (segment.isSyn ? 1 : 0);
+  // With a mark the foreign numbers may be forged.
+  const bool isForeign =
+      stream != nullptr && stream->messages.kind() == MessageStream::Kind::kForeign && !stream->order.hasMarks();
+  if (isForeign && stream->order.track(sequence, segment.payload.size() + segment.missing)) {
+    takeForeign(*stream, segment, now);
+    return false;
+  }
   // No segment has used the numbers of the SYN yet, so they need no protection.
-  if (stream != nullptr && !hasPayload(*stream) && stream->order.isFar(sequence)) {
+  if (stream != nullptr && !isForeign && !hasPayload(*stream) && !stream->order.isAhead(sequence)) {
     forget(*stream);
     stream = nullptr;
   }
-  if (stream == nullptr) {
+  if (stream == nullptr || isForeign) {
     if (!MessageStream::mayBeginWith(segment.payload)) return false;
+    if (isForeign) forget(*stream);
     stream = &newStream(ends, hashed);
     stream->order.start(sequence, false);
-  }
-  if (stream->messages.kind() == MessageStream::Kind::kForeign) {
-    takeForeign(*stream, segment, now);
-    return false;
   }
   if (segment.missing > 0) {
     sink_.count(NetworkCount::kSegmentsCut);
@@ -161,10 +165,15 @@ TcpStreams::Stream& TcpStreams::newStream(const FlowEnds& ends, std::uint64_t ha
   return streams_.insert(ends, hashed, kOpening);
 }
 
-void TcpStreams::acknowledge(const FlowEnds& ends, std::uint32_t sequence) {
-  Stream* stream = streams_.find(ends, hashOf(ends));
+/// Takes the acknowledgement in a segment, unless the sequence number of the segment shows that it is forged.
+void TcpStreams::acknowledge(const FlowEnds& ends, const TcpSegment& segment) {
+  const FlowEnds reversed = ends.reversed();
+  Stream* stream = streams_.find(reversed, hashOf(reversed));
   if (stream == nullptr || stream->due == StreamReassembly::kNever) return;
-  stream->order.acknowledge(sequence);
+  const Stream* own = streams_.find(ends, hashOf(ends));
+  const bool isNumbered = own != nullptr && own->messages.kind() != MessageStream::Kind::kForeign;
+  if (isNumbered && !own->order.isPlausible(segment.sequence)) return;
+  stream->order.acknowledge(segment.acknowledged);
   schedule(*stream);
 }
 
@@ -200,7 +209,7 @@ void TcpStreams::flush() {
   for (std::size_t list = 0; list < kLists; ++list) {
     while (Stream* stream = streams_.oldest(list)) {
       Delivery delivery(*this, *stream);
-      stream->order.releaseRival(delivery);
+      stream->order.releaseUnconfirmed(delivery);
       forget(*stream);
     }
   }

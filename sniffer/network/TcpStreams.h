@@ -67,7 +67,7 @@ class TcpStreams {
   void takeSyn(Stream* stream, const FlowEnds& ends, std::uint64_t hashed, std::uint32_t first);
   void takeForeign(Stream& stream, const TcpSegment& segment, std::int64_t now);
   bool takePayload(Stream& stream, const ArrivedSegment& segment);
-  void acknowledge(const FlowEnds& ends, std::uint32_t sequence);
+  void acknowledge(const FlowEnds& ends, const TcpSegment& segment);
 
   bool release(Stream& stream, std::int64_t now, Budget& budget);
   void releaseDue(std::int64_t now, Budget& budget);

@@ -69,32 +69,33 @@ std::vector<std::string> warningsFor(const NumberKey& key, const std::string& va
           std::to_string(key.most) + ", " + std::to_string(used) + " is used"};
 }
 
-void warnAboutKeys(Config& config, SettingsOrigin origin) {
+void warnAboutKeys(Config& config, SettingsOrigin origin, std::vector<SettingWarning>& warnings) {
   std::map<std::string, int> seen;
   for (const auto& [number, key] : config.getLines()) {
     const auto [first, isNew] = seen.emplace(key, number);
     const std::string where = "Line " + std::to_string(number) + " of the settings: ";
+    const auto warn = [&, &key = key](const std::string& text) { warnings.push_back({key, where + text, false}); };
     if (key.starts_with('#')) continue;
     const SettingKey* known = findSettingKey(key);
     if (known == nullptr) {
       const bool blanks = findSettingKey(Config::trim(key)) != nullptr;
-      logger().warn(where + "\"" + key + "\" is no setting" +
-                    (blanks ? ", blanks in front of '=' belong to the key" : "") + ", ignored");
+      warn("\"" + key + "\" is no setting" + (blanks ? ", blanks in front of '=' belong to the key" : "") +
+           ", ignored");
     } else if (origin == SettingsOrigin::Host && !hasMember(*known)) {
-      logger().warn(where + key + " is not for the host's settings, ignored");
+      warn(key + " is not for the host's settings, ignored");
     } else if (!isNew) {
-      logger().warn(where + key + " is set again, line " + std::to_string(first->second) + " counts");
+      warn(key + " is set again, line " + std::to_string(first->second) + " counts");
     }
   }
 }
 
-void warnAboutValue(Config& config, const std::string& key, const std::string& warning) {
+SettingWarning valueWarning(Config& config, const std::string& key, const std::string& warning) {
   const auto& lines = config.getLines();
   const auto line = std::find_if(lines.begin(), lines.end(), [&](const auto& one) { return one.key == key; });
   const std::string where = line == lines.end() ? "The settings have no " + key
                                                 : "Line " + std::to_string(line->number) + " of the settings: " + key +
                                                       "=" + config.getProperty(key);
-  logger().warn(where + ", " + warning);
+  return {key, where + ", " + warning, true};
 }
 
 std::string defaultOf(const SettingKey& key) {
@@ -161,15 +162,21 @@ Settings readSettings(Config& config) {
   return settings;
 }
 
-void logSettingWarnings(Config& config, SettingsOrigin origin) {
-  warnAboutKeys(config, origin);
+std::vector<SettingWarning> findSettingWarnings(Config& config, SettingsOrigin origin) {
+  std::vector<SettingWarning> all;
+  warnAboutKeys(config, origin, all);
   for (const SettingKey& key : kSettingKeys) {
     if (origin == SettingsOrigin::Host && !hasMember(key)) continue;
     const std::string name(key.name);
     const std::string value = config.getProperty(name);
     const auto warnings = std::visit([&](const auto& kind) { return warningsFor(kind, value); }, key.value);
-    for (const std::string& warning : warnings) warnAboutValue(config, name, warning);
+    for (const std::string& warning : warnings) all.push_back(valueWarning(config, name, warning));
   }
+  return all;
+}
+
+void logSettingWarnings(Config& config, SettingsOrigin origin) {
+  for (const SettingWarning& warning : findSettingWarnings(config, origin)) logger().warn(warning.text);
 }
 
 Settings parseHostSettings(const std::string& text) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "settings/Config.h"
 #include "settings/Settings.h"
@@ -14,7 +15,17 @@ enum class SettingsOrigin { File, Host };
 /// one in range.
 Settings readSettings(Config& config);
 
-/// Logs a warning for each unknown or repeated key and for each invalid value: the line, and what is used instead.
+/// A setting that has no effect, or not the one that was meant.
+struct SettingWarning {
+  std::string key;  ///< as it is in the text
+  std::string text;
+  bool isValue;  ///< the value is invalid; otherwise the key is unknown or repeated
+};
+
+/// Returns a warning for each unknown or repeated key and for each invalid value: the line, and what is used instead.
+std::vector<SettingWarning> findSettingWarnings(Config& config, SettingsOrigin origin);
+
+/// Logs these warnings.
 void logSettingWarnings(Config& config, SettingsOrigin origin);
 
 /// Returns the settings in a host's text of Key=value lines, by the rules of a properties file (see Config). Logs the

@@ -122,6 +122,10 @@ class CommandLine(TestCase):
             ({"Filter": "udp or tcp port 5062"} | fragments | streams, 0, ""),
             ({"Filter": "udp"} | streams, 0, "warning: ReassembleTcp"),
             ({"Filter": "udp port 5062", "Decapsulate": "yes"}, 0, "warning: Decapsulate"),
+            ({"LookBak": 2000}, 0, 'warning: Line '),
+            ({"LookBack": "2000 ms", "ReopenDevices": "YES"}, 1, "LookBack=2000 ms, not a number"),
+            ({"StatisticsFile": "/nowhere/x.prom"}, 1, "/nowhere/x.prom cannot be written: No such file"),
+            ({"StatisticsFile": folder}, 1, "cannot be written: Is a directory"),
             ({"Filter": "udp port 5062 or proto gre", "Decapsulate": "yes"}, 0, ""),
         ]
         for settings, expected, told in cases:
@@ -141,7 +145,7 @@ class CommandLine(TestCase):
         self.assertRegex(output, r"(?m)^lo\b.* 127\.0\.0\.1")
 
     def test_signals_end_the_set_up(self):
-        for number in (signal.SIGINT, signal.SIGTERM):
+        for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
             program = self.start("-d", self.keep(Wire(self.folder())).device)  # it stays empty
             program.wait_logged("DeviceCount=1")
             self.assertEqual(program.end(number), 0)
