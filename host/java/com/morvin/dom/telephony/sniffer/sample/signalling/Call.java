@@ -17,6 +17,7 @@ import java.util.TreeSet;
  */
 public abstract class Call {
   private static final int MAX_NOTES = 16;
+  private static final long SOON_MILLIS = 10_000;
 
   private final int number;
   private final String protocol;
@@ -170,6 +171,15 @@ public abstract class Call {
   /** Returns the signs of life. */
   public Lifetime lifetime() {
     return lifetime;
+  }
+
+  /**
+   * Returns the priority of a call without media. Media begins soon after the answer or never, so a call that was
+   * answered long ago has the lowest priority.
+   */
+  int priority(Moment now) {
+    Moment answer = lifetime.answer();
+    return answer == null ? 1 : now.since(answer) < SOON_MILLIS ? 2 : 0;
   }
 
   /** Adds a remark for the report. */

@@ -28,7 +28,6 @@ public final class CallFollower {
   private static final int STEADY_PACKETS = 10;
   private static final long ONE_SIDED_MILLIS = 400;
   private static final int MAX_LEARNED = 4;
-  private static final long SOON_MILLIS = 10_000;
 
   /** Receives the events of calls. */
   public interface Listener {
@@ -121,7 +120,7 @@ public final class CallFollower {
    * asks the sniffers to stop forwarding it.
    */
   public Call.Use media(Frame frame, Moment now) {
-    Call.Use use = destinations.find(frame.destination(), frame.source(), now);
+    Call.Use use = destinations.find(frame, now);
     if (use == null) {
       destinations.unwanted(frame.destination(), now);
       return null;
@@ -235,7 +234,7 @@ public final class CallFollower {
   boolean makeRoom(Moment now) {
     if (calls.size() >= limits.calls && !silent.isEmpty()) {
       Set<Call> most = Collections.max(silent.values(), Comparator.comparingInt(Set::size));
-      end(Collections.min(most, Comparator.comparingInt(call -> priority(call, now))), DROPPED, now, now);
+      end(Collections.min(most, Comparator.comparingInt(call -> call.priority(now))), DROPPED, now, now);
     }
     boolean room = calls.size() < limits.calls;
     if (!room && !full) {
@@ -243,15 +242,6 @@ public final class CallFollower {
     }
     full = !room;
     return room;
-  }
-
-  /**
-   * Returns the priority of a call without media. Media begins soon after the answer or never, so a call that was
-   * answered long ago has the lowest priority. Among equal calls the oldest one is dropped.
-   */
-  private static int priority(Call call, Moment now) {
-    Moment answer = call.lifetime().answer();
-    return answer == null ? 1 : now.since(answer) < SOON_MILLIS ? 2 : 0;
   }
 
   /** Updates the destinations of a call, and reports a new call to the listener afterwards. */

@@ -2,14 +2,17 @@ package com.morvin.dom.telephony.sniffer.sample.signalling;
 
 import com.morvin.dom.telephony.sniffer.sample.transport.Command;
 import com.morvin.dom.telephony.sniffer.sample.transport.Endpoint;
-import java.util.ArrayList;
-import java.util.Collections;
+import com.morvin.dom.telephony.sniffer.sample.transport.Frame;
 import java.util.Comparator;
 import java.util.HashMap;
+import java.util.HashSet;
 import java.util.LinkedHashMap;
 import java.util.List;
 import java.util.Map;
+import java.util.Set;
 import java.util.function.Consumer;
+import java.util.stream.Collectors;
+import java.util.stream.Stream;
 
 /**
  * The destinations that the sniffers were asked to forward, and the calls that use them. A destination that several
@@ -18,28 +21,62 @@ import java.util.function.Consumer;
 final class Destinations {
   private static final int MAX_DISMISSED = 4096;
   /** The most calls that share a destination. Real calls share one between two or three. */
-  private static final int MAX_USES = 16;
+  private static final int MAX_CLAIMS = 64;
   private static final int MAX_REPEATS = 3;
   private static final long REPEAT_MILLIS = 1000;
 
+  /** A call that uses a destination, and the last media that it received there. */
+  private static final class Claim {
+    final Call call;
+    Call.Use use;
+    private Moment last;
+
+    Claim(Call.Use use) {
+      call = use.call();
+      this.use = use;
+    }
+
+    void heard(Moment now) {
+      last = now;
+    }
+
+    boolean isFlowing(Moment now) {
+      return last != null && now.since(last) < Leg.SILENCE_MILLIS;
+    }
+  }
+
+  /** A destination on the list of the sniffers. */
   private static final class Entry {
-    final List<Call.Use> uses = new ArrayList<>(1);
+    final Map<Call, Claim> claims = new LinkedHashMap<>(2);
     boolean heard;
     int repeats;
     Moment asked;
 
-    void replace(Call.Use old, Call.Use use) {
-      uses.remove(old);
-      if (uses.size() == MAX_USES) {
-        Call.Use mute = uses.stream().filter(other -> !other.call().flow().exists()).findFirst().orElse(uses.get(0));
-        uses.remove(mute);
+    /**
+     * Returns the claim that gives way when there are too many; null when there are not. A claim with flowing media
+     * never does. Forged calls can claim any destination, so the newest one goes first, from the address with the most.
+     */
+    Claim excess(Moment now) {
+      if (claims.size() <= MAX_CLAIMS) {
+        return null;
       }
-      uses.add(use);
+      Map<Integer, Long> origins =
+          claims.keySet().stream().collect(Collectors.groupingBy(Call::origin, Collectors.counting()));
+      return claims.values().stream().filter(claim -> !claim.isFlowing(now))
+          .max(Comparator.comparingLong((Claim claim) -> origins.get(claim.call.origin()))
+              .thenComparingInt(claim -> -claim.call.priority(now)).thenComparingInt(claim -> claim.call.number()))
+          .orElseThrow();  // at least the new one
     }
   }
 
+  /** The destinations of a call, and those of them that other calls have taken from it. */
+  private static final class OfCall {
+    Map<Endpoint, Call.Use> uses = Map.of();
+    final Set<Endpoint> refused = new HashSet<>();
+  }
+
   private final Map<Endpoint, Entry> entries = new LinkedHashMap<>();
-  private final Map<Call, Map<Endpoint, Call.Use>> ofCalls = new HashMap<>();
+  private final Map<Call, OfCall> ofCalls = new HashMap<>();
   private final BoundedMap<Endpoint, Moment> dismissed = new BoundedMap<>(MAX_DISMISSED);
   private final Consumer<Command> sniffers;
 
@@ -49,33 +86,44 @@ final class Destinations {
 
   /** Replaces the destinations of a call. New ones are requested before old ones are dismissed. */
   void update(Call call, Map<Endpoint, Call.Use> wanted, Moment now) {
-    Map<Endpoint, Call.Use> before = ofCalls.getOrDefault(call, Map.of());
+    OfCall own = ofCalls.computeIfAbsent(call, any -> new OfCall());
+    Map<Endpoint, Call.Use> before = own.uses;
+    own.uses = wanted;
+    own.refused.retainAll(wanted.keySet());
     wanted.forEach((endpoint, use) -> {
-      Call.Use old = before.get(endpoint);
-      if (!use.equals(old)) {
-        Entry entry = entries.get(endpoint);
-        if (entry == null) {
-          entry = new Entry();
-          entry.asked = now;
-          entries.put(endpoint, entry);
-          sniffers.accept(Command.add(endpoint));
-        }
-        entry.replace(old, use);
+      if (!use.equals(before.get(endpoint)) || own.refused.contains(endpoint)) {
+        claim(endpoint, use, now);
       }
     });
-    before.forEach((endpoint, use) -> {
-      if (!wanted.containsKey(endpoint)) {
-        Entry entry = entries.get(endpoint);
-        if (entry != null && entry.uses.remove(use) && entry.uses.isEmpty()) {
-          entries.remove(endpoint);
-          dismiss(endpoint, now);
-        }
-      }
-    });
+    before.keySet().stream().filter(endpoint -> !wanted.containsKey(endpoint))
+        .forEach(endpoint -> release(endpoint, call, now));
     if (wanted.isEmpty()) {
       ofCalls.remove(call);
-    } else {
-      ofCalls.put(call, wanted);
+    }
+  }
+
+  private void claim(Endpoint endpoint, Call.Use use, Moment now) {
+    Entry entry = entries.get(endpoint);
+    if (entry == null) {
+      entry = new Entry();
+      entry.asked = now;
+      entries.put(endpoint, entry);
+      sniffers.accept(Command.add(endpoint));
+    }
+    entry.claims.computeIfAbsent(use.call(), call -> new Claim(use)).use = use;
+    ofCalls.get(use.call()).refused.remove(endpoint);
+    Claim excess = entry.excess(now);
+    if (excess != null) {
+      entry.claims.remove(excess.call);
+      ofCalls.get(excess.call).refused.add(endpoint);
+    }
+  }
+
+  private void release(Endpoint endpoint, Call call, Moment now) {
+    Entry entry = entries.get(endpoint);
+    if (entry != null && entry.claims.remove(call) != null && entry.claims.isEmpty()) {
+      entries.remove(endpoint);
+      dismiss(endpoint, now);
     }
   }
 
@@ -90,28 +138,28 @@ final class Destinations {
    * receives at the source (most telephones send from there), or at least at another port of its address. Among calls
    * that fit equally well, the first choice is the one that has just received this stream, then the newest one.
    */
-  Call.Use find(Endpoint destination, Endpoint source, Moment now) {
-    Entry entry = entries.get(destination);
+  Call.Use find(Frame frame, Moment now) {
+    Entry entry = entries.get(frame.destination());
     if (entry == null) {
       return null;
     }
     entry.heard = true;
-    Call.Use best = entry.uses.get(0);
-    if (entry.uses.size() > 1) {
-      best = Collections.max(entry.uses, Comparator.comparingInt((Call.Use use) -> fit(use, source, now))
-          .thenComparingInt(use -> use.call().number()));
-    }
-    return best;
+    Stream<Claim> claims = entry.claims.values().stream();
+    Claim best = entry.claims.size() == 1 ? claims.findFirst().orElseThrow()
+        : claims.max(Comparator.comparingInt((Claim claim) -> fit(claim.use, frame.source(), now))
+            .thenComparingInt(claim -> claim.call.number())).orElseThrow();
+    best.heard(now);
+    return best.use;
   }
 
   /** Returns the uses of a destination by all calls. */
   List<Call.Use> uses(Endpoint destination) {
     Entry entry = entries.get(destination);
-    return entry == null ? List.of() : List.copyOf(entry.uses);
+    return entry == null ? List.of() : entry.claims.values().stream().map(claim -> claim.use).toList();
   }
 
   private int fit(Call.Use use, Endpoint source, Moment now) {
-    Map<Endpoint, Call.Use> ofCall = ofCalls.get(use.call());
+    Map<Endpoint, Call.Use> ofCall = ofCalls.get(use.call()).uses;
     Call.Use other = ofCall.get(source);
     int flowing = use.call().flow().comesFrom(use.direction(), source, now) ? 1 : 0;
     if (other != null && other.direction() != use.direction()) {
