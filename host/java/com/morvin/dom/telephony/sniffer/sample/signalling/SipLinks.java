@@ -18,7 +18,8 @@ import java.util.stream.Stream;
 /**
  * Finds the legs that are one call: those that a call manager connects, and those of transfers. Each leg has its own
  * Call-ID, so the link is in other places: Replaces (RFC 3891), REFER (RFC 3515), Session-ID (RFC 7989), headers of the
- * call manager that name the Call-ID of another leg, and the addresses of the media.
+ * call manager that name the Call-ID of another leg, and the addresses of the media. Anyone can write a Call-ID or an
+ * address into an INVITE, so its sender must take part in the other leg.
  */
 final class SipLinks {
   private static final int MAX_REFERRALS = 256;
@@ -116,12 +117,15 @@ final class SipLinks {
 
   private Optional<Link> named(SipMessage invite, Frame frame) {
     return invite.extensions().stream().map(value -> byCallId.apply(value.split("[;,\\s]", 2)[0]))
-        .filter(leg -> leg != null).findFirst().map(leg -> connected(leg, frame));
+        .filter(leg -> leg != null && leg.call().hasHost(frame.source().ip())).findFirst()
+        .map(leg -> connected(leg, frame));
   }
 
   private Optional<Link> sameSession(SipMessage invite, Frame frame) {
     SipLeg leg = bySession.get(invite.sessionId());
-    return leg == null || leg.calling() == frame.source().ip() ? Optional.empty() : Optional.of(connected(leg, frame));
+    int host = frame.source().ip();
+    return leg == null || leg.calling() == host || !leg.call().hasHost(host) ? Optional.empty()
+        : Optional.of(connected(leg, frame));
   }
 
   /** The host that was called on another leg forwards that call as this one, or calls both parties (RFC 3725). */
@@ -148,7 +152,7 @@ final class SipLinks {
   }
 
   private static boolean isManagedBy(Call.Use use, int host, Endpoint address) {
-    return use.call() instanceof SipCall call && call.sipLegs().stream().anyMatch(leg -> leg.hasHost(host))
+    return use.call() instanceof SipCall call && call.hasHost(host)
         && call.sipLegs().stream().noneMatch(leg -> leg.isDescribedBy(host, address));
   }
 
