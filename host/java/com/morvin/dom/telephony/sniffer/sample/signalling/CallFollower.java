@@ -165,6 +165,7 @@ public final class CallFollower {
     if (commandsGetLost) {
       destinations.repeat(now);
     }
+    destinations.tick(now);
     List.copyOf(calls).forEach(call -> {
       call.legs().stream().filter(Leg::isOverruled)
           .forEach(leg -> call.note("media went on after the end of the signalling: " + leg.how()));
@@ -212,7 +213,7 @@ public final class CallFollower {
     if (calls.remove(call)) {
       removeSilent(call);
       call.ended(now);
-      destinations.update(call, Map.of(), now);
+      destinations.remove(call, now);
       listener.ended(call, how, at);
     }
   }
@@ -262,7 +263,7 @@ public final class CallFollower {
   void merge(Call call, Call other, boolean turned, Moment now) {
     call.add(other, turned);
     destinations.update(call, call.destinations(), now);
-    destinations.update(other, Map.of(), now);
+    destinations.remove(other, now);
     removeSilent(other);
     if (call.flow().exists()) {
       removeSilent(call);

@@ -4,9 +4,11 @@ import com.morvin.dom.telephony.sniffer.sample.transport.Command;
 import com.morvin.dom.telephony.sniffer.sample.transport.Endpoint;
 import com.morvin.dom.telephony.sniffer.sample.transport.Frame;
 import java.util.Comparator;
+import java.util.EnumMap;
 import java.util.HashMap;
 import java.util.HashSet;
 import java.util.LinkedHashMap;
+import java.util.LinkedHashSet;
 import java.util.List;
 import java.util.Map;
 import java.util.Set;
@@ -28,10 +30,12 @@ final class Destinations {
   /** A call that uses a destination, and the last media that it received there. */
   private static final class Claim {
     final Call call;
+    final Endpoint endpoint;
     Call.Use use;
     private Moment last;
 
-    Claim(Call.Use use) {
+    Claim(Endpoint endpoint, Call.Use use) {
+      this.endpoint = endpoint;
       call = use.call();
       this.use = use;
     }
@@ -69,14 +73,34 @@ final class Destinations {
     }
   }
 
-  /** The destinations of a call, and those of them that other calls have taken from it. */
+  /** The destinations of a call. */
   private static final class OfCall {
     Map<Endpoint, Call.Use> uses = Map.of();
+    /** Those that the signalling no longer describes, but whose media continues. */
+    final Map<Endpoint, Claim> withdrawn = new LinkedHashMap<>();
+    /** Those that other calls have taken. */
     final Set<Endpoint> refused = new HashSet<>();
+    private final Map<Direction, Set<Integer>> hosts = new EnumMap<>(Direction.class);
+
+    void findHosts() {
+      hosts.clear();
+      Stream.concat(uses.entrySet().stream(), withdrawn.entrySet().stream().map(
+          claim -> Map.entry(claim.getKey(), claim.getValue().use))).forEach(entry -> hosts.computeIfAbsent(
+              entry.getValue().direction(), any -> new HashSet<>()).add(entry.getKey().ip()));
+    }
+
+    /** Returns how well a source fits a direction: 2 when its other party receives there, 1 when on that host. */
+    int fit(Direction direction, Endpoint source) {
+      Claim old = withdrawn.get(source);
+      Call.Use use = old == null ? uses.get(source) : old.use;
+      return use != null && use.direction() != direction ? 2
+          : hosts.getOrDefault(direction.opposite(), Set.of()).contains(source.ip()) ? 1 : 0;
+    }
   }
 
   private final Map<Endpoint, Entry> entries = new LinkedHashMap<>();
   private final Map<Call, OfCall> ofCalls = new HashMap<>();
+  private final Set<Call> withdrawing = new LinkedHashSet<>();
   private final BoundedMap<Endpoint, Moment> dismissed = new BoundedMap<>(MAX_DISMISSED);
   private final Consumer<Command> sniffers;
 
@@ -84,10 +108,14 @@ final class Destinations {
     this.sniffers = sniffers;
   }
 
-  /** Replaces the destinations of a call. New ones are requested before old ones are dismissed. */
+  /**
+   * Replaces the destinations of a call. New ones are requested before old ones are dismissed. Media overrules the
+   * signalling: an old one with flowing media is dismissed by {@link #tick} after that media has stopped.
+   */
   void update(Call call, Map<Endpoint, Call.Use> wanted, Moment now) {
     OfCall own = ofCalls.computeIfAbsent(call, any -> new OfCall());
     Map<Endpoint, Call.Use> before = own.uses;
+    own.withdrawn.keySet().removeAll(wanted.keySet());
     own.uses = wanted;
     own.refused.retainAll(wanted.keySet());
     wanted.forEach((endpoint, use) -> {
@@ -96,10 +124,42 @@ final class Destinations {
       }
     });
     before.keySet().stream().filter(endpoint -> !wanted.containsKey(endpoint))
-        .forEach(endpoint -> release(endpoint, call, now));
-    if (wanted.isEmpty()) {
-      ofCalls.remove(call);
+        .forEach(endpoint -> withdraw(own, endpoint, call, now));
+    own.findHosts();
+  }
+
+  private void withdraw(OfCall own, Endpoint endpoint, Call call, Moment now) {
+    Entry entry = entries.get(endpoint);
+    Claim claim = entry == null ? null : entry.claims.get(call);
+    if (claim != null && claim.isFlowing(now)) {
+      own.withdrawn.put(endpoint, claim);
+      withdrawing.add(call);
+    } else {
+      release(endpoint, call, now);
     }
+  }
+
+  /** Dismisses the destinations of an ended call. */
+  void remove(Call call, Moment now) {
+    OfCall own = ofCalls.remove(call);
+    if (own != null) {
+      withdrawing.remove(call);
+      own.withdrawn.keySet().forEach(endpoint -> release(endpoint, call, now));
+      own.uses.keySet().forEach(endpoint -> release(endpoint, call, now));
+    }
+  }
+
+  /** Dismisses the destinations that the signalling no longer describes and whose media has stopped. */
+  void tick(Moment now) {
+    withdrawing.removeIf(call -> {
+      Map<Endpoint, Claim> withdrawn = ofCalls.get(call).withdrawn;
+      List<Claim> silent = withdrawn.values().stream().filter(claim -> !claim.isFlowing(now)).toList();
+      silent.forEach(claim -> {
+        withdrawn.remove(claim.endpoint);
+        release(claim.endpoint, call, now);
+      });
+      return withdrawn.isEmpty();
+    });
   }
 
   private void claim(Endpoint endpoint, Call.Use use, Moment now) {
@@ -110,7 +170,7 @@ final class Destinations {
       entries.put(endpoint, entry);
       sniffers.accept(Command.add(endpoint));
     }
-    entry.claims.computeIfAbsent(use.call(), call -> new Claim(use)).use = use;
+    entry.claims.computeIfAbsent(use.call(), call -> new Claim(endpoint, use)).use = use;
     ofCalls.get(use.call()).refused.remove(endpoint);
     Claim excess = entry.excess(now);
     if (excess != null) {
@@ -159,15 +219,8 @@ final class Destinations {
   }
 
   private int fit(Call.Use use, Endpoint source, Moment now) {
-    Map<Endpoint, Call.Use> ofCall = ofCalls.get(use.call()).uses;
-    Call.Use other = ofCall.get(source);
-    int flowing = use.call().flow().comesFrom(use.direction(), source, now) ? 1 : 0;
-    if (other != null && other.direction() != use.direction()) {
-      return 4 + flowing;
-    }
-    boolean knowsHost = ofCall.entrySet().stream()
-        .anyMatch(any -> any.getKey().ip() == source.ip() && any.getValue().direction() != use.direction());
-    return (knowsHost ? 2 : 0) + flowing;
+    boolean flowing = use.call().flow().comesFrom(use.direction(), source, now);
+    return 2 * ofCalls.get(use.call()).fit(use.direction(), source) + (flowing ? 1 : 0);
   }
 
   /**
