@@ -3,6 +3,8 @@ package com.morvin.dom.telephony.sniffer.sample.signalling;
 import com.morvin.dom.telephony.sniffer.sample.transport.Command;
 import com.morvin.dom.telephony.sniffer.sample.transport.Endpoint;
 import com.morvin.dom.telephony.sniffer.sample.transport.Frame;
+import java.nio.ByteBuffer;
+import java.util.Collections;
 import java.util.Comparator;
 import java.util.EnumMap;
 import java.util.HashMap;
@@ -11,10 +13,11 @@ import java.util.LinkedHashMap;
 import java.util.LinkedHashSet;
 import java.util.List;
 import java.util.Map;
+import java.util.Objects;
 import java.util.Set;
 import java.util.function.Consumer;
+import java.util.function.ToIntFunction;
 import java.util.stream.Collectors;
-import java.util.stream.Stream;
 
 /**
  * The destinations that the sniffers were asked to forward, and the calls that use them. A destination that several
@@ -24,15 +27,24 @@ final class Destinations {
   private static final int MAX_DISMISSED = 4096;
   /** The most calls that share a destination. Real calls share one between two or three. */
   private static final int MAX_CLAIMS = 64;
+  private static final int RTP_HEADER = 12;
+  private static final int FIRST_RTCP = 192;
+  private static final int LAST_RTCP = 223;
   private static final int MAX_REPEATS = 3;
   private static final long REPEAT_MILLIS = 1000;
+
+  /** The stream that a destination has received last, and how well its source fits the call. */
+  private record Stream(Endpoint source, int ssrc, int fit, Moment last) {}
 
   /** A call that uses a destination, and the last media that it received there. */
   private static final class Claim {
     final Call call;
     final Endpoint endpoint;
     Call.Use use;
+    /** When the signalling withdrew the destination. */
+    Moment withdrawn;
     private Moment last;
+    private Stream stream;
 
     Claim(Endpoint endpoint, Call.Use use) {
       this.endpoint = endpoint;
@@ -40,8 +52,32 @@ final class Destinations {
       this.use = use;
     }
 
-    void heard(Moment now) {
+    /** Records a frame. A stream from a source that fits worse does not replace one that flows. */
+    void heard(Frame frame, int fit, Moment now) {
       last = now;
+      if (stream == null || fit >= stream.fit || now.since(stream.last) >= Leg.SILENCE_MILLIS) {
+        stream = new Stream(frame.source(), ssrc(frame.payload()), fit, now);
+      }
+    }
+
+    /** Whether a frame continues the stream that was received last. */
+    boolean isContinuedBy(Frame frame, Moment now) {
+      return stream != null && now.since(stream.last) < Leg.SILENCE_MILLIS
+          && stream.source.equals(frame.source()) && stream.ssrc == ssrc(frame.payload());
+    }
+
+    /** Returns the time when the signalling ended the use; null while it has not. */
+    Moment end(Moment now) {
+      return use.leg().isHungUp(now) ? use.leg().ending().at() : withdrawn;
+    }
+
+    /** Returns the SSRC of RTP or the sender's SSRC of RTCP; 0 in other media. */
+    private static int ssrc(byte[] payload) {
+      if (payload.length < RTP_HEADER || (payload[0] & 0xc0) != 0x80) {
+        return 0;
+      }
+      int type = payload[1] & 0xff;
+      return ByteBuffer.wrap(payload).getInt(type >= FIRST_RTCP && type <= LAST_RTCP ? 4 : 8);
     }
 
     boolean isFlowing(Moment now) {
@@ -71,6 +107,22 @@ final class Destinations {
               .thenComparingInt(claim -> -claim.call.priority(now)).thenComparingInt(claim -> claim.call.number()))
           .orElseThrow();  // at least the new one
     }
+
+    /** Returns the claim of a frame. */
+    Claim choose(ToIntFunction<Claim> fit, Frame frame, Moment now) {
+      Moment answer = claims.values().stream().filter(claim -> claim.end(now) == null)
+          .map(claim -> claim.call.lifetime().answer()).filter(Objects::nonNull)
+          .reduce((a, b) -> a.latest(b)).orElse(null);
+      return Collections.max(claims.values(), Comparator.comparingInt(fit)
+          .thenComparing(claim -> claim.isContinuedBy(frame, now) && !isSuperseded(claim, answer, now))
+          .thenComparingInt(claim -> claim.call.number()));
+    }
+
+    /** Whether a call has been answered after the signalling ended the use. */
+    private static boolean isSuperseded(Claim claim, Moment answer, Moment now) {
+      Moment end = claim.end(now);
+      return end != null && answer != null && answer.since(end) > 0;
+    }
   }
 
   /** The destinations of a call. */
@@ -84,9 +136,12 @@ final class Destinations {
 
     void findHosts() {
       hosts.clear();
-      Stream.concat(uses.entrySet().stream(), withdrawn.entrySet().stream().map(
-          claim -> Map.entry(claim.getKey(), claim.getValue().use))).forEach(entry -> hosts.computeIfAbsent(
-              entry.getValue().direction(), any -> new HashSet<>()).add(entry.getKey().ip()));
+      uses.forEach(this::addHost);
+      withdrawn.forEach((endpoint, claim) -> addHost(endpoint, claim.use));
+    }
+
+    private void addHost(Endpoint endpoint, Call.Use use) {
+      hosts.computeIfAbsent(use.direction(), any -> new HashSet<>()).add(endpoint.ip());
     }
 
     /** Returns how well a source fits a direction: 2 when its other party receives there, 1 when on that host. */
@@ -133,6 +188,7 @@ final class Destinations {
     Claim claim = entry == null ? null : entry.claims.get(call);
     if (claim != null && claim.isFlowing(now)) {
       own.withdrawn.put(endpoint, claim);
+      claim.withdrawn = now;
       withdrawing.add(call);
     } else {
       release(endpoint, call, now);
@@ -170,7 +226,9 @@ final class Destinations {
       entries.put(endpoint, entry);
       sniffers.accept(Command.add(endpoint));
     }
-    entry.claims.computeIfAbsent(use.call(), call -> new Claim(endpoint, use)).use = use;
+    Claim claim = entry.claims.computeIfAbsent(use.call(), call -> new Claim(endpoint, use));
+    claim.use = use;
+    claim.withdrawn = null;
     ofCalls.get(use.call()).refused.remove(endpoint);
     Claim excess = entry.excess(now);
     if (excess != null) {
@@ -196,7 +254,8 @@ final class Destinations {
    * Returns the use of a destination by the call of a media frame; null when no call uses it. Source and destination
    * together identify the call, so that both directions of a stream belong to the same one: the other party of the call
    * receives at the source (most telephones send from there), or at least at another port of its address. Among calls
-   * that fit equally well, the first choice is the one that has just received this stream, then the newest one.
+   * that fit equally well, the first choice is the one that has just received this stream, then the newest one. A call
+   * that has hung up keeps its stream until a later call is answered: the same telephones may use the same ports again.
    */
   Call.Use find(Frame frame, Moment now) {
     Entry entry = entries.get(frame.destination());
@@ -204,11 +263,9 @@ final class Destinations {
       return null;
     }
     entry.heard = true;
-    Stream<Claim> claims = entry.claims.values().stream();
-    Claim best = entry.claims.size() == 1 ? claims.findFirst().orElseThrow()
-        : claims.max(Comparator.comparingInt((Claim claim) -> fit(claim.use, frame.source(), now))
-            .thenComparingInt(claim -> claim.call.number())).orElseThrow();
-    best.heard(now);
+    ToIntFunction<Claim> fit = claim -> ofCalls.get(claim.call).fit(claim.use.direction(), frame.source());
+    Claim best = entry.claims.size() == 1 ? entry.claims.values().iterator().next() : entry.choose(fit, frame, now);
+    best.heard(frame, fit.applyAsInt(best), now);
     return best.use;
   }
 
@@ -216,11 +273,6 @@ final class Destinations {
   List<Call.Use> uses(Endpoint destination) {
     Entry entry = entries.get(destination);
     return entry == null ? List.of() : entry.claims.values().stream().map(claim -> claim.use).toList();
-  }
-
-  private int fit(Call.Use use, Endpoint source, Moment now) {
-    boolean flowing = use.call().flow().comesFrom(use.direction(), source, now);
-    return 2 * ofCalls.get(use.call()).fit(use.direction(), source) + (flowing ? 1 : 0);
   }
 
   /**

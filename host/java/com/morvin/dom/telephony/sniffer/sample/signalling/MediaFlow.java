@@ -6,8 +6,6 @@ import java.util.Map;
 
 /** The media that was received for a call: the times and the source of each direction. */
 final class MediaFlow {
-  private static final long RECENT_MILLIS = 1_000;
-
   private static final class Stream {
     private Moment first;
     private Moment last;
@@ -59,12 +57,6 @@ final class MediaFlow {
     Moment caller = streams.get(Direction.FROM_CALLER).last;
     Moment callee = streams.get(Direction.FROM_CALLEE).last;
     return caller == null ? callee : caller.latest(callee);
-  }
-
-  /** Whether the last packet of a direction came from the source, a short time ago. */
-  boolean comesFrom(Direction direction, Endpoint source, Moment now) {
-    Stream stream = streams.get(direction);
-    return source.equals(stream.source) && now.since(stream.last) < RECENT_MILLIS;
   }
 
   /**
