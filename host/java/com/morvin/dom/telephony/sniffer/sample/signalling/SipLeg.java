@@ -38,6 +38,7 @@ final class SipLeg extends Leg {
   /** The branches of the INVITEs of this attempt; {@code ringing} holds those without a final response. */
   private final Set<String> branches = new HashSet<>();
   private final Set<String> ringing = new LinkedHashSet<>();
+  private final Set<String> cancelled = new HashSet<>();
   /** The CSeq of the last pressed key of each tag. */
   private final BoundedMap<String, Long> lastKeys = new BoundedMap<>(MAX_TAGS);
   private final String sessionId;
@@ -47,7 +48,6 @@ final class SipLeg extends Leg {
   private SipCall call;
   private Moment lastMessage;
   private long lastInvite;
-  private boolean cancelled;
   private boolean isAnswered;
   private boolean isReferred;
 
@@ -202,7 +202,6 @@ final class SipLeg extends Leg {
         lastInvite = Math.max(lastInvite, request.cseq());
         if (!isAnswered && branches.size() < MAX_BRANCHES && branches.add(request.branch())) {
           cancelEnd();
-          cancelled = false;
           ringing.add(request.branch());
         }
         sender.offer(request);
@@ -213,8 +212,8 @@ final class SipLeg extends Leg {
         party(request.to(), frame.destination(), false).decide(sender);
       });
       case "CANCEL" -> {
-        if (!isAnswered) {
-          cancelled = true;
+        cancelled.add(request.branch());
+        if (!isAnswered && cancelled.containsAll(ringing)) {
           end("cancelled", now, BYE_TIMEOUT_MILLIS);
         }
       }
@@ -294,8 +293,9 @@ final class SipLeg extends Leg {
         if (isAnswered) {
           party(response.from(), frame.destination(), false).withdrawProposal();
         } else if (response.cseq() >= lastInvite && ringing.remove(response.branch()) && ringing.isEmpty()) {
-          String how = cancelled ? "cancelled" : "failed: " + response.status() + " " + response.reason();
-          end(how, now, cancelled || !isWorthRetrying(response.status()) ? 0 : RETRY_MILLIS);
+          boolean isCancelled = cancelled.contains(response.branch());
+          String how = isCancelled ? "cancelled" : "failed: " + response.status() + " " + response.reason();
+          end(how, now, isCancelled || !isWorthRetrying(response.status()) ? 0 : RETRY_MILLIS);
         }
       }
       case "UPDATE", "PRACK" -> party(response.from(), frame.destination(), false).withdrawProposal();
