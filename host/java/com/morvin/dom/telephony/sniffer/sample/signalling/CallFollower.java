@@ -5,8 +5,6 @@ import com.morvin.dom.telephony.sniffer.sample.transport.Endpoint;
 import com.morvin.dom.telephony.sniffer.sample.transport.Frame;
 import java.util.Collection;
 import java.util.Collections;
-import java.util.Comparator;
-import java.util.HashMap;
 import java.util.LinkedHashSet;
 import java.util.List;
 import java.util.Map;
@@ -21,8 +19,9 @@ import java.util.function.Consumer;
  * call is returned.
  */
 public final class CallFollower {
-  /** The end reason of a call that was dropped for other calls. */
+  /** The end reason of a call without media that was dropped for other calls. */
   public static final String DROPPED = "dropped: too many calls";
+  private static final String GAVE_WAY = "ended for other calls: too many calls";
 
   /** The number of packets from one address before that address is learned as a destination. */
   private static final int STEADY_PACKETS = 10;
@@ -92,8 +91,7 @@ public final class CallFollower {
   private final SipCalls sipCalls = new SipCalls(this);
   private final H323Calls h323Calls = new H323Calls(this);
   private final Set<Call> calls = new LinkedHashSet<>();
-  /** The calls without media, by the address that their signalling came from, oldest first. */
-  private final Map<Integer, Set<Call>> silent = new HashMap<>();
+  private final Removable removable = new Removable();
   private int lastNumber;
   private int mergers;
   private long malformed;
@@ -126,9 +124,6 @@ public final class CallFollower {
       return null;
     }
     Call call = use.call();
-    if (!call.flow().exists()) {
-      removeSilent(call);
-    }
     call.countMedia(use, frame.source(), now);
     learnFrom(use, now);
     return use;
@@ -174,6 +169,7 @@ public final class CallFollower {
       }
       endIfOver(call, now);
     });
+    calls.forEach(call -> removable.update(call, now));
   }
 
   /** Ends a call that is over by now. */
@@ -211,7 +207,7 @@ public final class CallFollower {
    */
   public void end(Call call, String how, Moment at, Moment now) {
     if (calls.remove(call)) {
-      removeSilent(call);
+      removable.remove(call);
       call.ended(now);
       destinations.remove(call, now);
       listener.ended(call, how, at);
@@ -229,13 +225,15 @@ public final class CallFollower {
   }
 
   /**
-   * Makes space for another call. Returns whether there is space. At the limit, drops a call without media, from the
-   * address with the most calls without media.
+   * Makes space for another call. Returns whether there is space. At the limit, drops a call without steady and recent
+   * media.
    */
   boolean makeRoom(Moment now) {
-    if (calls.size() >= limits.calls && !silent.isEmpty()) {
-      Set<Call> most = Collections.max(silent.values(), Comparator.comparingInt(Set::size));
-      end(Collections.min(most, Comparator.comparingInt(call -> call.priority(now))), DROPPED, now, now);
+    if (calls.size() >= limits.calls) {
+      Call next = removable.next(now);
+      if (next != null) {
+        end(next, next.flow().exists() ? GAVE_WAY : DROPPED, now, now);
+      }
     }
     boolean room = calls.size() < limits.calls;
     if (!room && !full) {
@@ -249,7 +247,7 @@ public final class CallFollower {
   void update(Call call, Moment now) {
     destinations.update(call, call.destinations(), now);
     if (calls.add(call)) {
-      silent.computeIfAbsent(call.origin(), origin -> new LinkedHashSet<>()).add(call);
+      removable.update(call, now);
       listener.began(call, now);
     }
   }
@@ -264,10 +262,7 @@ public final class CallFollower {
     call.add(other, turned);
     destinations.update(call, call.destinations(), now);
     destinations.remove(other, now);
-    removeSilent(other);
-    if (call.flow().exists()) {
-      removeSilent(call);
-    }
+    removable.remove(other);
     if (calls.remove(other)) {
       mergers++;
       listener.merged(call, other, turned);
@@ -280,12 +275,5 @@ public final class CallFollower {
 
   void dialled(Call call, Direction direction, String digits, Moment now) {
     listener.dialled(call, direction, digits, now);
-  }
-
-  private void removeSilent(Call call) {
-    Set<Call> ofOrigin = silent.get(call.origin());
-    if (ofOrigin != null && ofOrigin.remove(call) && ofOrigin.isEmpty()) {
-      silent.remove(call.origin());
-    }
   }
 }

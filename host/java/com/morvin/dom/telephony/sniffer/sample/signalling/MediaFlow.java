@@ -13,6 +13,7 @@ final class MediaFlow {
     private int fromSource;
   }
 
+  private long packets;
   private final Map<Direction, Stream> streams = new EnumMap<>(Direction.class);
 
   MediaFlow() {
@@ -23,6 +24,7 @@ final class MediaFlow {
 
   /** Records a packet. */
   void count(Direction direction, Endpoint source, Moment now) {
+    packets++;
     Stream stream = streams.get(direction);
     if (stream.first == null) {
       stream.first = now;
@@ -34,6 +36,7 @@ final class MediaFlow {
 
   /** Adds the media of another call, whose directions may be exchanged. */
   void add(MediaFlow other, boolean turned) {
+    packets += other.packets;
     streams.forEach((direction, stream) -> {
       Stream added = other.streams.get(direction.turned(turned));
       if (added.last != null) {
@@ -45,6 +48,11 @@ final class MediaFlow {
         }
       }
     });
+  }
+
+  /** Returns the number of packets of both directions. */
+  long packets() {
+    return packets;
   }
 
   /** Whether media of either direction was received. */
