@@ -28,6 +28,8 @@ public abstract class Call {
   private final MediaFlow flow = new MediaFlow();
   private final Lifetime lifetime;
   private final Map<Endpoint, Use> learned = new LinkedHashMap<>();
+  /** The known destinations; null when they have to be found again. */
+  private Map<Endpoint, Use> destinations;
   private final Set<String> notes = new TreeSet<>();
 
   /**
@@ -61,20 +63,29 @@ public abstract class Call {
   /** Removes the call from the maps of its protocol. */
   abstract void ended(Moment now);
 
-  /** Returns all known destinations of the media: the signalled and the learned ones. */
+  /** Returns all known destinations of the media, the signalled and the learned ones: a view until one changes. */
   final Map<Endpoint, Use> destinations() {
-    Map<Endpoint, Use> all = signalledDestinations();
-    learned.forEach(all::putIfAbsent);
-    return all;
+    if (destinations == null) {
+      destinations = signalledDestinations();
+      learned.forEach(destinations::putIfAbsent);
+    }
+    return destinations;
+  }
+
+  /** Makes the next {@link #destinations} find the destinations again. */
+  final void changed() {
+    destinations = null;
   }
 
   /** Adds a leg. */
   final void add(Leg leg) {
+    changed();
     legs.add(leg);
   }
 
   /** Adds everything of another call, whose sides may be exchanged. */
   final void add(Call other, boolean turned) {
+    changed();
     for (Leg leg : other.legs) {
       if (turned) {
         leg.turn();
@@ -95,6 +106,7 @@ public abstract class Call {
     for (Leg leg : legs) {
       if (!leg.isRetired() && leg.isOver(now)) {
         leg.retire();
+        changed();
         any = true;
       }
     }
@@ -110,6 +122,7 @@ public abstract class Call {
 
   /** Adds a destination that the signalling did not describe. */
   void learn(Endpoint destination, Use use) {
+    changed();
     learned.put(destination, use);
   }
 

@@ -170,11 +170,15 @@ final class Destinations {
   void update(Call call, Map<Endpoint, Call.Use> wanted, Moment now) {
     OfCall own = ofCalls.computeIfAbsent(call, any -> new OfCall());
     Map<Endpoint, Call.Use> before = own.uses;
+    if (wanted == before && own.refused.isEmpty()) {
+      return;
+    }
     own.withdrawn.keySet().removeAll(wanted.keySet());
     own.uses = wanted;
     own.refused.retainAll(wanted.keySet());
     wanted.forEach((endpoint, use) -> {
-      if (!use.equals(before.get(endpoint)) || own.refused.contains(endpoint)) {
+      Call.Use old = before.get(endpoint);
+      if (use != old && !use.equals(old) || own.refused.contains(endpoint)) {
         claim(endpoint, use, now);
       }
     });

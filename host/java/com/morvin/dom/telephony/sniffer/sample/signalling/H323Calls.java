@@ -212,6 +212,7 @@ final class H323Calls {
     }
 
     void describe(List<Endpoint> media, Direction direction) {
+      changed();
       for (Endpoint rtp : media) {
         if (destinations.size() < MAX_DESTINATIONS) {
           Use use = new Use(this, leg, direction, Sdp.Media.at(rtp));

@@ -63,7 +63,7 @@ public class Leg {
   }
 
   /** Exchanges the sides of the leg in its call. */
-  final void turn() {
+  void turn() {
     turned = !turned;
   }
 

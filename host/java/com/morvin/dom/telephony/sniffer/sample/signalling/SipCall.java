@@ -44,7 +44,8 @@ final class SipCall extends Call {
   @Override
   Map<Endpoint, Use> signalledDestinations() {
     Map<Endpoint, Use> destinations = new LinkedHashMap<>();
-    sipLegs().stream().filter(leg -> !leg.isRetired()).forEach(leg -> leg.collect(destinations));
+    sipLegs().stream().filter(leg -> !leg.isRetired())
+        .forEach(leg -> leg.destinations().forEach(destinations::putIfAbsent));
     return destinations;
   }
 

@@ -29,6 +29,10 @@ final class SipLeg extends Leg {
   /** The time in which a BYE or a CANCEL must be answered (RFC 3261: 32 s). */
   static final long BYE_TIMEOUT_MILLIS = 32_000;
 
+  /** A host has described a destination as its own. */
+  private record Described(int host, Endpoint destination) {}
+
+  private final Set<Described> described = new HashSet<>();
   private final SipParticipants participants = new SipParticipants();
   /** The tags of the callees whose answer has not been followed by a BYE. */
   private final Set<String> answered = new HashSet<>();
@@ -45,6 +49,8 @@ final class SipLeg extends Leg {
   /** The hosts that have sent and received the INVITE, on the first hop and on all hops. */
   private final int calling;
   private final Set<Integer> called = new HashSet<>();
+  /** The destinations by the last {@link #follow}; null when they have to be found again. */
+  private Map<Endpoint, Call.Use> destinations;
   private SipCall call;
   private Moment lastMessage;
   private long lastInvite;
@@ -67,6 +73,13 @@ final class SipLeg extends Leg {
 
   void setCall(SipCall owner) {
     call = owner;
+    destinations = null;
+  }
+
+  @Override
+  void turn() {
+    super.turn();
+    destinations = null;
   }
 
   /** Returns the identity of the session (RFC 7989); empty when there is none. */
@@ -97,8 +110,8 @@ final class SipLeg extends Leg {
 
   /** Whether a host has described a destination as its own. */
   boolean isDescribedBy(int host, Endpoint destination) {
-    return parties.entrySet().stream().anyMatch(party -> party.getKey().ip() == host && party.getValue().descriptions()
-        .flatMap(sdp -> sdp.media().stream()).anyMatch(media -> media.rtp().filter(destination::equals).isPresent()));
+    destinations();
+    return described.contains(new Described(host, destination));
   }
 
   /** Whether a tag is that of a party of the leg. */
@@ -129,6 +142,8 @@ final class SipLeg extends Leg {
       return false;
     }
     lastMessage = now;
+    destinations = null;
+    call.changed();
     if (message.isRequest()) {
       requests.putLast(transaction(message), true);
       followRequest(message, frame, now);
@@ -380,19 +395,27 @@ final class SipLeg extends Leg {
     return isAnswered;
   }
 
-  /** Adds the destinations of the media of this leg. */
-  void collect(Map<Endpoint, Call.Use> destinations) {
-    Map<Endpoint, Call.Use> own = new LinkedHashMap<>();
-    parties.forEach((id, party) -> {
-      Direction direction = Direction.to(isOnCallerSide(id.tag()));
-      party.descriptions().flatMap(sdp -> sdp.media().stream()).filter(media -> own.size() < MAX_DESTINATIONS)
-          .forEach(media -> {
-            Call.Use use = new Call.Use(call, this, direction, media);
-            media.rtp().ifPresent(endpoint -> own.put(endpoint, use));
-            media.rtcp().ifPresent(endpoint -> own.putIfAbsent(endpoint, use));
+  /** Returns the destinations of the media of this leg: the same map until one changes. */
+  Map<Endpoint, Call.Use> destinations() {
+    if (destinations == null) {
+      destinations = new LinkedHashMap<>();
+      described.clear();
+      parties.forEach(this::collect);
+    }
+    return destinations;
+  }
+
+  private void collect(PartyMedia.Id id, PartyMedia party) {
+    Direction direction = Direction.to(isOnCallerSide(id.tag()));
+    party.descriptions().flatMap(sdp -> sdp.media().stream()).filter(media -> destinations.size() < MAX_DESTINATIONS)
+        .forEach(media -> {
+          Call.Use use = new Call.Use(call, this, direction, media);
+          media.rtp().ifPresent(endpoint -> {
+            destinations.put(endpoint, use);
+            described.add(new Described(id.ip(), endpoint));
           });
-    });
-    own.forEach(destinations::putIfAbsent);
+          media.rtcp().ifPresent(endpoint -> destinations.putIfAbsent(endpoint, use));
+        });
   }
 
   /** Returns what is known about the INVITEs, to recognise repeated ones after the end of the leg. */
