@@ -18,6 +18,9 @@ import java.util.TreeSet;
 public abstract class Call {
   private static final int MAX_NOTES = 16;
   private static final long SOON_MILLIS = 10_000;
+  private static final int MESSAGE_BYTES = 300;
+  /** A recording keeps a part of the messages. */
+  private static final int MAX_MESSAGES = 96 << 10;
 
   private final int number;
   private final String protocol;
@@ -28,6 +31,7 @@ public abstract class Call {
   private final MediaFlow flow = new MediaFlow();
   private final Lifetime lifetime;
   private final Map<Endpoint, Use> learned = new LinkedHashMap<>();
+  private int messages;
   /** The known destinations; null when they have to be found again. */
   private Map<Endpoint, Use> destinations;
   private final Set<String> notes = new TreeSet<>();
@@ -193,6 +197,12 @@ public abstract class Call {
   int priority(Moment now) {
     Moment answer = lifetime.answer();
     return answer == null ? 1 : now.since(answer) < SOON_MILLIS ? 2 : 0;
+  }
+
+  /** Counts a message and returns the approximate memory of the call with its messages in bytes. */
+  int grow(int messageBytes) {
+    messages = Math.min(messages + messageBytes + MESSAGE_BYTES, MAX_MESSAGES);
+    return messages + legs.stream().mapToInt(Leg::size).sum();
   }
 
   /** Adds a remark for the report. */

@@ -5,9 +5,11 @@ import com.morvin.dom.telephony.sniffer.sample.transport.Endpoint;
 import com.morvin.dom.telephony.sniffer.sample.transport.Frame;
 import java.util.Collection;
 import java.util.Collections;
+import java.util.HashMap;
 import java.util.LinkedHashSet;
 import java.util.List;
 import java.util.Map;
+import java.util.Objects;
 import java.util.Set;
 import java.util.function.Consumer;
 
@@ -69,19 +71,21 @@ public final class CallFollower {
    * @param calls the most calls at a time
    * @param idleMillis a call ends after this time without messages and media
    * @param unansweredMillis the same for an unanswered call without media
+   * @param bytes the approximate memory of the signalling of all calls
    */
-  public record Limits(int calls, long idleMillis, long unansweredMillis) {
-    /** 4000 calls, an hour of silence, five minutes without an answer (phones give up earlier). */
-    public static final Limits DEFAULT = new Limits(4000, 3_600_000, 300_000);
+  public record Limits(int calls, long idleMillis, long unansweredMillis, long bytes) {
+    /** 4000 calls, an hour of silence, five minutes without an answer (phones give up earlier), a third of the heap. */
+    public static final Limits DEFAULT = new Limits(4000, 3_600_000, 300_000,
+        Runtime.getRuntime().maxMemory() / 3);
 
     /** Returns these limits with another number of calls. */
     public Limits withCalls(int number) {
-      return new Limits(number, idleMillis, unansweredMillis);
+      return new Limits(number, idleMillis, unansweredMillis, bytes);
     }
 
     /** Returns these limits with another idle time. */
     public Limits withIdle(long millis) {
-      return new Limits(calls, millis, unansweredMillis);
+      return new Limits(calls, millis, unansweredMillis, bytes);
     }
   }
 
@@ -92,6 +96,9 @@ public final class CallFollower {
   private final H323Calls h323Calls = new H323Calls(this);
   private final Set<Call> calls = new LinkedHashSet<>();
   private final Removable removable = new Removable();
+  /** The approximate memory of each call, and of all calls, in bytes. */
+  private final Map<Call, Integer> sizes = new HashMap<>();
+  private long memory;
   private int lastNumber;
   private int mergers;
   private long malformed;
@@ -170,6 +177,7 @@ public final class CallFollower {
       endIfOver(call, now);
     });
     calls.forEach(call -> removable.update(call, now));
+    saveMemory(now);
   }
 
   /** Ends a call that is over by now. */
@@ -208,6 +216,7 @@ public final class CallFollower {
   public void end(Call call, String how, Moment at, Moment now) {
     if (calls.remove(call)) {
       removable.remove(call);
+      forgetSize(call);
       call.ended(now);
       destinations.remove(call, now);
       listener.ended(call, how, at);
@@ -225,22 +234,33 @@ public final class CallFollower {
   }
 
   /**
-   * Makes space for another call. Returns whether there is space. At the limit, drops a call without steady and recent
+   * Makes space for another leg. Returns whether there is space. At the limits, drops calls without steady and recent
    * media.
    */
   boolean makeRoom(Moment now) {
     if (calls.size() >= limits.calls) {
-      Call next = removable.next(now);
-      if (next != null) {
-        end(next, next.flow().exists() ? GAVE_WAY : DROPPED, now, now);
-      }
+      drop(removable.next(now), now);
     }
-    boolean room = calls.size() < limits.calls;
+    saveMemory(now);
+    boolean room = calls.size() < limits.calls && memory < limits.bytes;
     if (!room && !full) {
       listener.full(limits.calls);
     }
     full = !room;
     return room;
+  }
+
+  /** Drops calls while all together take too much memory. */
+  private void saveMemory(Moment now) {
+    for (Call next = removable.next(now); next != null && memory >= limits.bytes; next = removable.next(now)) {
+      drop(next, now);
+    }
+  }
+
+  private void drop(Call call, Moment now) {
+    if (call != null) {
+      end(call, call.flow().exists() ? GAVE_WAY : DROPPED, now, now);
+    }
   }
 
   /** Updates the destinations of a call, and reports a new call to the listener afterwards. */
@@ -263,6 +283,7 @@ public final class CallFollower {
     destinations.update(call, call.destinations(), now);
     destinations.remove(other, now);
     removable.remove(other);
+    forgetSize(other);
     if (calls.remove(other)) {
       mergers++;
       listener.merged(call, other, turned);
@@ -270,10 +291,16 @@ public final class CallFollower {
   }
 
   void signalled(Call call, Frame frame, String label, Moment now) {
+    int size = call.grow(frame.payload().length);
+    memory += size - Objects.requireNonNullElse(sizes.put(call, size), 0);
     listener.signalled(call, frame, label, now);
   }
 
   void dialled(Call call, Direction direction, String digits, Moment now) {
     listener.dialled(call, direction, digits, now);
+  }
+
+  private void forgetSize(Call call) {
+    memory -= Objects.requireNonNullElse(sizes.remove(call), 0);
   }
 }

@@ -20,6 +20,9 @@ final class SipLeg extends Leg {
   private static final int MAX_BRANCHES = 64;
   private static final int MAX_TAGS = 64;
   private static final int MAX_DESTINATIONS = 64;
+  private static final int MAX_BYTES = 64 << 10;
+  private static final int LEG_BYTES = 4000;
+  private static final int ENTRY_BYTES = 200;
 
   /** The requests whose success can change the destinations of media. */
   private static final Set<String> FOLLOWED = Set.of("INVITE", "UPDATE", "PRACK", "BYE");
@@ -352,6 +355,12 @@ final class SipLeg extends Leg {
     return isOnCallerSide(party.tag()) ? "caller" : "callee";
   }
 
+  @Override
+  int size() {
+    int entries = requests.size() + branches.size() + ringing.size() + called.size() + described.size();
+    return LEG_BYTES + ENTRY_BYTES * entries + parties.values().stream().mapToInt(PartyMedia::size).sum();
+  }
+
   /**
    * Returns the media of a party. A party without a description is not kept, because a group of ringing telephones
    * makes many of them. When there are too many parties, an unanswered one is removed.
@@ -369,7 +378,7 @@ final class SipLeg extends Leg {
       parties.keySet().stream().filter(old -> !answered.contains(old.tag()) && !participants.isCaller(old.tag()))
           .findFirst().ifPresent(parties::remove);
     }
-    if (matters && parties.size() < MAX_PARTIES) {
+    if (matters && parties.size() < MAX_PARTIES && size() < MAX_BYTES) {
       parties.put(id, media);
     }
     return media;
