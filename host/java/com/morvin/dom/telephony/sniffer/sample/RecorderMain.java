@@ -27,6 +27,7 @@ import java.util.stream.Stream;
 /** The sample recorder as a program. */
 public final class RecorderMain {
   private static final long FINISH_SECONDS = 20;
+  private static final int FAILED = 3;
   private static final long PRINT_MILLIS = 1000;
   private static final long ERASE_SECONDS = 60;
 
@@ -97,6 +98,7 @@ public final class RecorderMain {
   /** Records until the end. Returns the exit status. Package-private for tests. */
   static int record(Options options) throws IOException, InterruptedException {
     Console console = new Console(System.out, System.console() != null);
+    Thread.setDefaultUncaughtExceptionHandler((thread, thrown) -> fail(console, thread, thrown));
     Service.Limits limits = new Service.Limits(options.untilDisconnect, options.idleExitMillis,
         CallFollower.Limits.DEFAULT.withIdle(options.callTimeoutMillis));
     if (options.publish != null) {
@@ -116,6 +118,17 @@ public final class RecorderMain {
       serve(options, recorder, console);
     }
     return 0;
+  }
+
+  /** Ends the process when a thread has failed: a service manager starts it again. The files are completed if possible. */
+  private static void fail(Console console, Thread thread, Throwable thrown) {
+    try {
+      console.line("the recorder ends, because its thread " + thread.getName() + " has failed: " + thrown);
+      console.flush(PRINT_MILLIS);
+      System.exit(FAILED);
+    } finally {
+      Runtime.getRuntime().halt(FAILED);  // not even that was possible
+    }
   }
 
   private static void serve(Options options, Service service, Console console)

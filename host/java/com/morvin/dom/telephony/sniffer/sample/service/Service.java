@@ -139,7 +139,7 @@ public abstract class Service implements CallFollower.Listener {
     resendToNewSniffers();
     if (received != null) {
       heartbeat.heard(received.sniffer(), now.steady());
-      if (received.frame().protocol() != Frame.HEARTBEAT || transport.waitsForTraffic()) {
+      if (received.frame().protocol() != Frame.HEARTBEAT) {
         lastTraffic = now.steady();
       }
       handleSafely(received, new Moment(now.steady(), received.time()));

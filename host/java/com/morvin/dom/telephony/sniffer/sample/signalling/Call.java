@@ -17,6 +17,10 @@ import java.util.TreeSet;
  */
 public abstract class Call {
   private static final int MAX_NOTES = 16;
+  private static final long SOON_MILLIS = 10_000;
+  private static final int MESSAGE_BYTES = 300;
+  /** A recording keeps a part of the messages. */
+  private static final int MAX_MESSAGES = 96 << 10;
 
   private final int number;
   private final String protocol;
@@ -27,6 +31,9 @@ public abstract class Call {
   private final MediaFlow flow = new MediaFlow();
   private final Lifetime lifetime;
   private final Map<Endpoint, Use> learned = new LinkedHashMap<>();
+  private int messages;
+  /** The known destinations; null when they have to be found again. */
+  private Map<Endpoint, Use> destinations;
   private final Set<String> notes = new TreeSet<>();
 
   /**
@@ -60,20 +67,29 @@ public abstract class Call {
   /** Removes the call from the maps of its protocol. */
   abstract void ended(Moment now);
 
-  /** Returns all known destinations of the media: the signalled and the learned ones. */
+  /** Returns all known destinations of the media, the signalled and the learned ones: a view until one changes. */
   final Map<Endpoint, Use> destinations() {
-    Map<Endpoint, Use> all = signalledDestinations();
-    learned.forEach(all::putIfAbsent);
-    return all;
+    if (destinations == null) {
+      destinations = signalledDestinations();
+      learned.forEach(destinations::putIfAbsent);
+    }
+    return destinations;
+  }
+
+  /** Makes the next {@link #destinations} find the destinations again. */
+  final void changed() {
+    destinations = null;
   }
 
   /** Adds a leg. */
   final void add(Leg leg) {
+    changed();
     legs.add(leg);
   }
 
   /** Adds everything of another call, whose sides may be exchanged. */
   final void add(Call other, boolean turned) {
+    changed();
     for (Leg leg : other.legs) {
       if (turned) {
         leg.turn();
@@ -94,6 +110,7 @@ public abstract class Call {
     for (Leg leg : legs) {
       if (!leg.isRetired() && leg.isOver(now)) {
         leg.retire();
+        changed();
         any = true;
       }
     }
@@ -109,6 +126,7 @@ public abstract class Call {
 
   /** Adds a destination that the signalling did not describe. */
   void learn(Endpoint destination, Use use) {
+    changed();
     learned.put(destination, use);
   }
 
@@ -170,6 +188,21 @@ public abstract class Call {
   /** Returns the signs of life. */
   public Lifetime lifetime() {
     return lifetime;
+  }
+
+  /**
+   * Returns the priority of a call without steady media. Media begins soon after the answer or never, so a call that was
+   * answered long ago has the lowest priority.
+   */
+  int priority(Moment now) {
+    Moment answer = lifetime.answer();
+    return answer == null ? 1 : now.since(answer) < SOON_MILLIS ? 2 : 0;
+  }
+
+  /** Counts a message and returns the approximate memory of the call with its messages in bytes. */
+  int grow(int messageBytes) {
+    messages = Math.min(messages + messageBytes + MESSAGE_BYTES, MAX_MESSAGES);
+    return messages + legs.stream().mapToInt(Leg::size).sum();
   }
 
   /** Adds a remark for the report. */

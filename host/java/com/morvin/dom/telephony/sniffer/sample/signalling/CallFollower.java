@@ -5,11 +5,11 @@ import com.morvin.dom.telephony.sniffer.sample.transport.Endpoint;
 import com.morvin.dom.telephony.sniffer.sample.transport.Frame;
 import java.util.Collection;
 import java.util.Collections;
-import java.util.Comparator;
 import java.util.HashMap;
 import java.util.LinkedHashSet;
 import java.util.List;
 import java.util.Map;
+import java.util.Objects;
 import java.util.Set;
 import java.util.function.Consumer;
 
@@ -21,14 +21,14 @@ import java.util.function.Consumer;
  * call is returned.
  */
 public final class CallFollower {
-  /** The end reason of a call that was dropped for other calls. */
+  /** The end reason of a call without media that was dropped for other calls. */
   public static final String DROPPED = "dropped: too many calls";
+  private static final String GAVE_WAY = "ended for other calls: too many calls";
 
   /** The number of packets from one address before that address is learned as a destination. */
   private static final int STEADY_PACKETS = 10;
   private static final long ONE_SIDED_MILLIS = 400;
   private static final int MAX_LEARNED = 4;
-  private static final long SOON_MILLIS = 10_000;
 
   /** Receives the events of calls. */
   public interface Listener {
@@ -71,19 +71,21 @@ public final class CallFollower {
    * @param calls the most calls at a time
    * @param idleMillis a call ends after this time without messages and media
    * @param unansweredMillis the same for an unanswered call without media
+   * @param bytes the approximate memory of the signalling of all calls
    */
-  public record Limits(int calls, long idleMillis, long unansweredMillis) {
-    /** 4000 calls, an hour of silence, five minutes without an answer (phones give up earlier). */
-    public static final Limits DEFAULT = new Limits(4000, 3_600_000, 300_000);
+  public record Limits(int calls, long idleMillis, long unansweredMillis, long bytes) {
+    /** 4000 calls, an hour of silence, five minutes without an answer (phones give up earlier), a third of the heap. */
+    public static final Limits DEFAULT = new Limits(4000, 3_600_000, 300_000,
+        Runtime.getRuntime().maxMemory() / 3);
 
     /** Returns these limits with another number of calls. */
     public Limits withCalls(int number) {
-      return new Limits(number, idleMillis, unansweredMillis);
+      return new Limits(number, idleMillis, unansweredMillis, bytes);
     }
 
     /** Returns these limits with another idle time. */
     public Limits withIdle(long millis) {
-      return new Limits(calls, millis, unansweredMillis);
+      return new Limits(calls, millis, unansweredMillis, bytes);
     }
   }
 
@@ -93,8 +95,10 @@ public final class CallFollower {
   private final SipCalls sipCalls = new SipCalls(this);
   private final H323Calls h323Calls = new H323Calls(this);
   private final Set<Call> calls = new LinkedHashSet<>();
-  /** The calls without media, by the address that their signalling came from, oldest first. */
-  private final Map<Integer, Set<Call>> silent = new HashMap<>();
+  private final Removable removable = new Removable();
+  /** The approximate memory of each call, and of all calls, in bytes. */
+  private final Map<Call, Integer> sizes = new HashMap<>();
+  private long memory;
   private int lastNumber;
   private int mergers;
   private long malformed;
@@ -121,15 +125,12 @@ public final class CallFollower {
    * asks the sniffers to stop forwarding it.
    */
   public Call.Use media(Frame frame, Moment now) {
-    Call.Use use = destinations.find(frame.destination(), frame.source(), now);
+    Call.Use use = destinations.find(frame, now);
     if (use == null) {
       destinations.unwanted(frame.destination(), now);
       return null;
     }
     Call call = use.call();
-    if (!call.flow().exists()) {
-      removeSilent(call);
-    }
     call.countMedia(use, frame.source(), now);
     learnFrom(use, now);
     return use;
@@ -166,6 +167,7 @@ public final class CallFollower {
     if (commandsGetLost) {
       destinations.repeat(now);
     }
+    destinations.tick(now);
     List.copyOf(calls).forEach(call -> {
       call.legs().stream().filter(Leg::isOverruled)
           .forEach(leg -> call.note("media went on after the end of the signalling: " + leg.how()));
@@ -174,6 +176,8 @@ public final class CallFollower {
       }
       endIfOver(call, now);
     });
+    calls.forEach(call -> removable.update(call, now));
+    saveMemory(now);
   }
 
   /** Ends a call that is over by now. */
@@ -211,9 +215,10 @@ public final class CallFollower {
    */
   public void end(Call call, String how, Moment at, Moment now) {
     if (calls.remove(call)) {
-      removeSilent(call);
+      removable.remove(call);
+      forgetSize(call);
       call.ended(now);
-      destinations.update(call, Map.of(), now);
+      destinations.remove(call, now);
       listener.ended(call, how, at);
     }
   }
@@ -229,15 +234,15 @@ public final class CallFollower {
   }
 
   /**
-   * Makes space for another call. Returns whether there is space. At the limit, drops a call without media, from the
-   * address with the most calls without media.
+   * Makes space for another leg. Returns whether there is space. At the limits, drops calls without steady and recent
+   * media.
    */
   boolean makeRoom(Moment now) {
-    if (calls.size() >= limits.calls && !silent.isEmpty()) {
-      Set<Call> most = Collections.max(silent.values(), Comparator.comparingInt(Set::size));
-      end(Collections.min(most, Comparator.comparingInt(call -> priority(call, now))), DROPPED, now, now);
+    if (calls.size() >= limits.calls) {
+      drop(removable.next(now), now);
     }
-    boolean room = calls.size() < limits.calls;
+    saveMemory(now);
+    boolean room = calls.size() < limits.calls && memory < limits.bytes;
     if (!room && !full) {
       listener.full(limits.calls);
     }
@@ -245,20 +250,24 @@ public final class CallFollower {
     return room;
   }
 
-  /**
-   * Returns the priority of a call without media. Media begins soon after the answer or never, so a call that was
-   * answered long ago has the lowest priority. Among equal calls the oldest one is dropped.
-   */
-  private static int priority(Call call, Moment now) {
-    Moment answer = call.lifetime().answer();
-    return answer == null ? 1 : now.since(answer) < SOON_MILLIS ? 2 : 0;
+  /** Drops calls while all together take too much memory. */
+  private void saveMemory(Moment now) {
+    for (Call next = removable.next(now); next != null && memory >= limits.bytes; next = removable.next(now)) {
+      drop(next, now);
+    }
+  }
+
+  private void drop(Call call, Moment now) {
+    if (call != null) {
+      end(call, call.flow().exists() ? GAVE_WAY : DROPPED, now, now);
+    }
   }
 
   /** Updates the destinations of a call, and reports a new call to the listener afterwards. */
   void update(Call call, Moment now) {
     destinations.update(call, call.destinations(), now);
     if (calls.add(call)) {
-      silent.computeIfAbsent(call.origin(), origin -> new LinkedHashSet<>()).add(call);
+      removable.update(call, now);
       listener.began(call, now);
     }
   }
@@ -272,11 +281,9 @@ public final class CallFollower {
   void merge(Call call, Call other, boolean turned, Moment now) {
     call.add(other, turned);
     destinations.update(call, call.destinations(), now);
-    destinations.update(other, Map.of(), now);
-    removeSilent(other);
-    if (call.flow().exists()) {
-      removeSilent(call);
-    }
+    destinations.remove(other, now);
+    removable.remove(other);
+    forgetSize(other);
     if (calls.remove(other)) {
       mergers++;
       listener.merged(call, other, turned);
@@ -284,6 +291,8 @@ public final class CallFollower {
   }
 
   void signalled(Call call, Frame frame, String label, Moment now) {
+    int size = call.grow(frame.payload().length);
+    memory += size - Objects.requireNonNullElse(sizes.put(call, size), 0);
     listener.signalled(call, frame, label, now);
   }
 
@@ -291,10 +300,7 @@ public final class CallFollower {
     listener.dialled(call, direction, digits, now);
   }
 
-  private void removeSilent(Call call) {
-    Set<Call> ofOrigin = silent.get(call.origin());
-    if (ofOrigin != null && ofOrigin.remove(call) && ofOrigin.isEmpty()) {
-      silent.remove(call.origin());
-    }
+  private void forgetSize(Call call) {
+    memory -= Objects.requireNonNullElse(sizes.remove(call), 0);
   }
 }

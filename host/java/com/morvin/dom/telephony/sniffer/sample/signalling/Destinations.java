@@ -2,14 +2,22 @@ package com.morvin.dom.telephony.sniffer.sample.signalling;
 
 import com.morvin.dom.telephony.sniffer.sample.transport.Command;
 import com.morvin.dom.telephony.sniffer.sample.transport.Endpoint;
-import java.util.ArrayList;
+import com.morvin.dom.telephony.sniffer.sample.transport.Frame;
+import java.nio.ByteBuffer;
 import java.util.Collections;
 import java.util.Comparator;
+import java.util.EnumMap;
 import java.util.HashMap;
+import java.util.HashSet;
 import java.util.LinkedHashMap;
+import java.util.LinkedHashSet;
 import java.util.List;
 import java.util.Map;
+import java.util.Objects;
+import java.util.Set;
 import java.util.function.Consumer;
+import java.util.function.ToIntFunction;
+import java.util.stream.Collectors;
 
 /**
  * The destinations that the sniffers were asked to forward, and the calls that use them. A destination that several
@@ -18,28 +26,136 @@ import java.util.function.Consumer;
 final class Destinations {
   private static final int MAX_DISMISSED = 4096;
   /** The most calls that share a destination. Real calls share one between two or three. */
-  private static final int MAX_USES = 16;
+  private static final int MAX_CLAIMS = 64;
+  private static final int RTP_HEADER = 12;
+  private static final int FIRST_RTCP = 192;
+  private static final int LAST_RTCP = 223;
   private static final int MAX_REPEATS = 3;
   private static final long REPEAT_MILLIS = 1000;
 
+  /** The stream that a destination has received last, and how well its source fits the call. */
+  private record Stream(Endpoint source, int ssrc, int fit, Moment last) {}
+
+  /** A call that uses a destination, and the last media that it received there. */
+  private static final class Claim {
+    final Call call;
+    final Endpoint endpoint;
+    Call.Use use;
+    /** When the signalling withdrew the destination. */
+    Moment withdrawn;
+    private Moment last;
+    private Stream stream;
+
+    Claim(Endpoint endpoint, Call.Use use) {
+      this.endpoint = endpoint;
+      call = use.call();
+      this.use = use;
+    }
+
+    /** Records a frame. A stream from a source that fits worse does not replace one that flows. */
+    void heard(Frame frame, int fit, Moment now) {
+      last = now;
+      if (stream == null || fit >= stream.fit || now.since(stream.last) >= Leg.SILENCE_MILLIS) {
+        stream = new Stream(frame.source(), ssrc(frame.payload()), fit, now);
+      }
+    }
+
+    /** Whether a frame continues the stream that was received last. */
+    boolean isContinuedBy(Frame frame, Moment now) {
+      return stream != null && now.since(stream.last) < Leg.SILENCE_MILLIS
+          && stream.source.equals(frame.source()) && stream.ssrc == ssrc(frame.payload());
+    }
+
+    /** Returns the time when the signalling ended the use; null while it has not. */
+    Moment end(Moment now) {
+      return use.leg().isHungUp(now) ? use.leg().ending().at() : withdrawn;
+    }
+
+    /** Returns the SSRC of RTP or the sender's SSRC of RTCP; 0 in other media. */
+    private static int ssrc(byte[] payload) {
+      if (payload.length < RTP_HEADER || (payload[0] & 0xc0) != 0x80) {
+        return 0;
+      }
+      int type = payload[1] & 0xff;
+      return ByteBuffer.wrap(payload).getInt(type >= FIRST_RTCP && type <= LAST_RTCP ? 4 : 8);
+    }
+
+    boolean isFlowing(Moment now) {
+      return last != null && now.since(last) < Leg.SILENCE_MILLIS;
+    }
+  }
+
+  /** A destination on the list of the sniffers. */
   private static final class Entry {
-    final List<Call.Use> uses = new ArrayList<>(1);
+    final Map<Call, Claim> claims = new LinkedHashMap<>(2);
     boolean heard;
     int repeats;
     Moment asked;
 
-    void replace(Call.Use old, Call.Use use) {
-      uses.remove(old);
-      if (uses.size() == MAX_USES) {
-        Call.Use mute = uses.stream().filter(other -> !other.call().flow().exists()).findFirst().orElse(uses.get(0));
-        uses.remove(mute);
+    /**
+     * Returns the claim that gives way when there are too many; null when there are not. A claim with flowing media
+     * never does. Forged calls can claim any destination, so the newest one goes first, from the address with the most.
+     */
+    Claim excess(Moment now) {
+      if (claims.size() <= MAX_CLAIMS) {
+        return null;
       }
-      uses.add(use);
+      Map<Integer, Long> origins =
+          claims.keySet().stream().collect(Collectors.groupingBy(Call::origin, Collectors.counting()));
+      return claims.values().stream().filter(claim -> !claim.isFlowing(now))
+          .max(Comparator.comparingLong((Claim claim) -> origins.get(claim.call.origin()))
+              .thenComparingInt(claim -> -claim.call.priority(now)).thenComparingInt(claim -> claim.call.number()))
+          .orElseThrow();  // at least the new one
+    }
+
+    /** Returns the claim of a frame. */
+    Claim choose(ToIntFunction<Claim> fit, Frame frame, Moment now) {
+      Moment answer = claims.values().stream().filter(claim -> claim.end(now) == null)
+          .map(claim -> claim.call.lifetime().answer()).filter(Objects::nonNull)
+          .reduce((a, b) -> a.latest(b)).orElse(null);
+      return Collections.max(claims.values(), Comparator.comparingInt(fit)
+          .thenComparing(claim -> claim.isContinuedBy(frame, now) && !isSuperseded(claim, answer, now))
+          .thenComparingInt(claim -> claim.call.number()));
+    }
+
+    /** Whether a call has been answered after the signalling ended the use. */
+    private static boolean isSuperseded(Claim claim, Moment answer, Moment now) {
+      Moment end = claim.end(now);
+      return end != null && answer != null && answer.since(end) > 0;
+    }
+  }
+
+  /** The destinations of a call. */
+  private static final class OfCall {
+    Map<Endpoint, Call.Use> uses = Map.of();
+    /** Those that the signalling no longer describes, but whose media continues. */
+    final Map<Endpoint, Claim> withdrawn = new LinkedHashMap<>();
+    /** Those that other calls have taken. */
+    final Set<Endpoint> refused = new HashSet<>();
+    private final Map<Direction, Set<Integer>> hosts = new EnumMap<>(Direction.class);
+
+    void findHosts() {
+      hosts.clear();
+      uses.forEach(this::addHost);
+      withdrawn.forEach((endpoint, claim) -> addHost(endpoint, claim.use));
+    }
+
+    private void addHost(Endpoint endpoint, Call.Use use) {
+      hosts.computeIfAbsent(use.direction(), any -> new HashSet<>()).add(endpoint.ip());
+    }
+
+    /** Returns how well a source fits a direction: 2 when its other party receives there, 1 when on that host. */
+    int fit(Direction direction, Endpoint source) {
+      Claim old = withdrawn.get(source);
+      Call.Use use = old == null ? uses.get(source) : old.use;
+      return use != null && use.direction() != direction ? 2
+          : hosts.getOrDefault(direction.opposite(), Set.of()).contains(source.ip()) ? 1 : 0;
     }
   }
 
   private final Map<Endpoint, Entry> entries = new LinkedHashMap<>();
-  private final Map<Call, Map<Endpoint, Call.Use>> ofCalls = new HashMap<>();
+  private final Map<Call, OfCall> ofCalls = new HashMap<>();
+  private final Set<Call> withdrawing = new LinkedHashSet<>();
   private final BoundedMap<Endpoint, Moment> dismissed = new BoundedMap<>(MAX_DISMISSED);
   private final Consumer<Command> sniffers;
 
@@ -47,35 +163,89 @@ final class Destinations {
     this.sniffers = sniffers;
   }
 
-  /** Replaces the destinations of a call. New ones are requested before old ones are dismissed. */
+  /**
+   * Replaces the destinations of a call. New ones are requested before old ones are dismissed. Media overrules the
+   * signalling: an old one with flowing media is dismissed by {@link #tick} after that media has stopped.
+   */
   void update(Call call, Map<Endpoint, Call.Use> wanted, Moment now) {
-    Map<Endpoint, Call.Use> before = ofCalls.getOrDefault(call, Map.of());
+    OfCall own = ofCalls.computeIfAbsent(call, any -> new OfCall());
+    Map<Endpoint, Call.Use> before = own.uses;
+    if (wanted == before && own.refused.isEmpty()) {
+      return;
+    }
+    own.withdrawn.keySet().removeAll(wanted.keySet());
+    own.uses = wanted;
+    own.refused.retainAll(wanted.keySet());
     wanted.forEach((endpoint, use) -> {
       Call.Use old = before.get(endpoint);
-      if (!use.equals(old)) {
-        Entry entry = entries.get(endpoint);
-        if (entry == null) {
-          entry = new Entry();
-          entry.asked = now;
-          entries.put(endpoint, entry);
-          sniffers.accept(Command.add(endpoint));
-        }
-        entry.replace(old, use);
+      if (use != old && !use.equals(old) || own.refused.contains(endpoint)) {
+        claim(endpoint, use, now);
       }
     });
-    before.forEach((endpoint, use) -> {
-      if (!wanted.containsKey(endpoint)) {
-        Entry entry = entries.get(endpoint);
-        if (entry != null && entry.uses.remove(use) && entry.uses.isEmpty()) {
-          entries.remove(endpoint);
-          dismiss(endpoint, now);
-        }
-      }
-    });
-    if (wanted.isEmpty()) {
-      ofCalls.remove(call);
+    before.keySet().stream().filter(endpoint -> !wanted.containsKey(endpoint))
+        .forEach(endpoint -> withdraw(own, endpoint, call, now));
+    own.findHosts();
+  }
+
+  private void withdraw(OfCall own, Endpoint endpoint, Call call, Moment now) {
+    Entry entry = entries.get(endpoint);
+    Claim claim = entry == null ? null : entry.claims.get(call);
+    if (claim != null && claim.isFlowing(now)) {
+      own.withdrawn.put(endpoint, claim);
+      claim.withdrawn = now;
+      withdrawing.add(call);
     } else {
-      ofCalls.put(call, wanted);
+      release(endpoint, call, now);
+    }
+  }
+
+  /** Dismisses the destinations of an ended call. */
+  void remove(Call call, Moment now) {
+    OfCall own = ofCalls.remove(call);
+    if (own != null) {
+      withdrawing.remove(call);
+      own.withdrawn.keySet().forEach(endpoint -> release(endpoint, call, now));
+      own.uses.keySet().forEach(endpoint -> release(endpoint, call, now));
+    }
+  }
+
+  /** Dismisses the destinations that the signalling no longer describes and whose media has stopped. */
+  void tick(Moment now) {
+    withdrawing.removeIf(call -> {
+      Map<Endpoint, Claim> withdrawn = ofCalls.get(call).withdrawn;
+      List<Claim> silent = withdrawn.values().stream().filter(claim -> !claim.isFlowing(now)).toList();
+      silent.forEach(claim -> {
+        withdrawn.remove(claim.endpoint);
+        release(claim.endpoint, call, now);
+      });
+      return withdrawn.isEmpty();
+    });
+  }
+
+  private void claim(Endpoint endpoint, Call.Use use, Moment now) {
+    Entry entry = entries.get(endpoint);
+    if (entry == null) {
+      entry = new Entry();
+      entry.asked = now;
+      entries.put(endpoint, entry);
+      sniffers.accept(Command.add(endpoint));
+    }
+    Claim claim = entry.claims.computeIfAbsent(use.call(), call -> new Claim(endpoint, use));
+    claim.use = use;
+    claim.withdrawn = null;
+    ofCalls.get(use.call()).refused.remove(endpoint);
+    Claim excess = entry.excess(now);
+    if (excess != null) {
+      entry.claims.remove(excess.call);
+      ofCalls.get(excess.call).refused.add(endpoint);
+    }
+  }
+
+  private void release(Endpoint endpoint, Call call, Moment now) {
+    Entry entry = entries.get(endpoint);
+    if (entry != null && entry.claims.remove(call) != null && entry.claims.isEmpty()) {
+      entries.remove(endpoint);
+      dismiss(endpoint, now);
     }
   }
 
@@ -88,38 +258,25 @@ final class Destinations {
    * Returns the use of a destination by the call of a media frame; null when no call uses it. Source and destination
    * together identify the call, so that both directions of a stream belong to the same one: the other party of the call
    * receives at the source (most telephones send from there), or at least at another port of its address. Among calls
-   * that fit equally well, the first choice is the one that has just received this stream, then the newest one.
+   * that fit equally well, the first choice is the one that has just received this stream, then the newest one. A call
+   * that has hung up keeps its stream until a later call is answered: the same telephones may use the same ports again.
    */
-  Call.Use find(Endpoint destination, Endpoint source, Moment now) {
-    Entry entry = entries.get(destination);
+  Call.Use find(Frame frame, Moment now) {
+    Entry entry = entries.get(frame.destination());
     if (entry == null) {
       return null;
     }
     entry.heard = true;
-    Call.Use best = entry.uses.get(0);
-    if (entry.uses.size() > 1) {
-      best = Collections.max(entry.uses, Comparator.comparingInt((Call.Use use) -> fit(use, source, now))
-          .thenComparingInt(use -> use.call().number()));
-    }
-    return best;
+    ToIntFunction<Claim> fit = claim -> ofCalls.get(claim.call).fit(claim.use.direction(), frame.source());
+    Claim best = entry.claims.size() == 1 ? entry.claims.values().iterator().next() : entry.choose(fit, frame, now);
+    best.heard(frame, fit.applyAsInt(best), now);
+    return best.use;
   }
 
   /** Returns the uses of a destination by all calls. */
   List<Call.Use> uses(Endpoint destination) {
     Entry entry = entries.get(destination);
-    return entry == null ? List.of() : List.copyOf(entry.uses);
-  }
-
-  private int fit(Call.Use use, Endpoint source, Moment now) {
-    Map<Endpoint, Call.Use> ofCall = ofCalls.get(use.call());
-    Call.Use other = ofCall.get(source);
-    int flowing = use.call().flow().comesFrom(use.direction(), source, now) ? 1 : 0;
-    if (other != null && other.direction() != use.direction()) {
-      return 4 + flowing;
-    }
-    boolean knowsHost = ofCall.entrySet().stream()
-        .anyMatch(any -> any.getKey().ip() == source.ip() && any.getValue().direction() != use.direction());
-    return (knowsHost ? 2 : 0) + flowing;
+    return entry == null ? List.of() : entry.claims.values().stream().map(claim -> claim.use).toList();
   }
 
   /**

@@ -24,13 +24,21 @@ final class H323Calls {
   private static final int MAX_ENDED = 4096;
   private static final long LATE_MILLIS = 10_000;
 
-  /** A connection, identified by its ends in ascending order, and a call reference on it. */
-  private record ConnectionId(String callReference, Endpoint low, Endpoint high) {
+  /**
+   * A connection, identified by its ends in ascending order, and a call reference on it.
+   *
+   * @param rival the call identifier of a call that began while another call had media; empty for other calls
+   */
+  private record ConnectionId(String callReference, Endpoint low, Endpoint high, String rival) {
     static ConnectionId of(String callReference, Frame frame) {
       Endpoint a = frame.source();
       Endpoint b = frame.destination();
       boolean ordered = a.ip() < b.ip() || a.ip() == b.ip() && a.port() < b.port();
-      return ordered ? new ConnectionId(callReference, a, b) : new ConnectionId(callReference, b, a);
+      return ordered ? new ConnectionId(callReference, a, b, "") : new ConnectionId(callReference, b, a, "");
+    }
+
+    ConnectionId withRival(String callId) {
+      return new ConnectionId(callReference, low, high, callId);
     }
 
     boolean hasHostsOf(ConnectionId other) {
@@ -58,12 +66,8 @@ final class H323Calls {
       follower.countMalformed();
       return null;
     }
-    ConnectionId id = ConnectionId.of(text.callReference(), frame);
+    ConnectionId id = idOf(text, frame, now);
     Connection connection = connections.get(id);
-    if (connection != null && connection.call.isReplacedBy(text)) {
-      follower.end(connection.call, "replaced by the next call on its connection", now, now);
-      connection = null;
-    }
     if (connection == null && !isLate(id, text, now)) {
       connection = join(id, text, frame, now);
     }
@@ -72,6 +76,24 @@ final class H323Calls {
     }
     follow(connection, id, text, frame, now);
     return connection.call;
+  }
+
+  /**
+   * Returns the connection of a description. A Setup with another call identifier ends the call before it, unless that
+   * call has media: the Setup may be forged, so both calls are followed.
+   */
+  private ConnectionId idOf(H323Text text, Frame frame, Moment now) {
+    ConnectionId id = ConnectionId.of(text.callReference(), frame);
+    ConnectionId rival = id.withRival(text.callId());
+    if (connections.containsKey(rival)) {
+      return rival;
+    }
+    Connection connection = connections.get(id);
+    if (connection != null && connection.call.isReplacedBy(text)) {
+      connection.call.leg.end("replaced by the next call on its connection", now, 0);
+      follower.endIfOver(connection.call, now);
+    }
+    return connection != null && connections.get(id) == connection && connection.call.isReplacedBy(text) ? rival : id;
   }
 
   /** Whether the description belongs to a call that has just ended. Another sniffer may deliver it late. */
@@ -190,6 +212,7 @@ final class H323Calls {
     }
 
     void describe(List<Endpoint> media, Direction direction) {
+      changed();
       for (Endpoint rtp : media) {
         if (destinations.size() < MAX_DESTINATIONS) {
           Use use = new Use(this, leg, direction, Sdp.Media.at(rtp));

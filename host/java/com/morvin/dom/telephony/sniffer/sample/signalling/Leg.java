@@ -5,6 +5,7 @@ package com.morvin.dom.telephony.sniffer.sample.signalling;
  * Belongs to the thread of the {@link CallFollower}, except the methods that return values given to the constructor.
  */
 public class Leg {
+  private static final int LEG_BYTES = 16_000;
   /** The time without packets after which media has stopped. */
   static final long SILENCE_MILLIS = 1_000;
   /** Media that is received this long after the end of the signalling shows that the leg continues. */
@@ -63,7 +64,7 @@ public class Leg {
   }
 
   /** Exchanges the sides of the leg in its call. */
-  final void turn() {
+  void turn() {
     turned = !turned;
   }
 
@@ -100,6 +101,11 @@ public class Leg {
   /** Returns the scheduled end; null when none is scheduled. */
   final Ending ending() {
     return ending;
+  }
+
+  /** Returns the approximate memory of the leg in bytes. */
+  int size() {
+    return LEG_BYTES;
   }
 
   /** Whether media of the leg was received. */

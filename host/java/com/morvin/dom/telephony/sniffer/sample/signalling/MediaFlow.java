@@ -6,8 +6,6 @@ import java.util.Map;
 
 /** The media that was received for a call: the times and the source of each direction. */
 final class MediaFlow {
-  private static final long RECENT_MILLIS = 1_000;
-
   private static final class Stream {
     private Moment first;
     private Moment last;
@@ -15,6 +13,7 @@ final class MediaFlow {
     private int fromSource;
   }
 
+  private long packets;
   private final Map<Direction, Stream> streams = new EnumMap<>(Direction.class);
 
   MediaFlow() {
@@ -25,6 +24,7 @@ final class MediaFlow {
 
   /** Records a packet. */
   void count(Direction direction, Endpoint source, Moment now) {
+    packets++;
     Stream stream = streams.get(direction);
     if (stream.first == null) {
       stream.first = now;
@@ -36,6 +36,7 @@ final class MediaFlow {
 
   /** Adds the media of another call, whose directions may be exchanged. */
   void add(MediaFlow other, boolean turned) {
+    packets += other.packets;
     streams.forEach((direction, stream) -> {
       Stream added = other.streams.get(direction.turned(turned));
       if (added.last != null) {
@@ -49,6 +50,11 @@ final class MediaFlow {
     });
   }
 
+  /** Returns the number of packets of both directions. */
+  long packets() {
+    return packets;
+  }
+
   /** Whether media of either direction was received. */
   boolean exists() {
     return last() != null;
@@ -59,12 +65,6 @@ final class MediaFlow {
     Moment caller = streams.get(Direction.FROM_CALLER).last;
     Moment callee = streams.get(Direction.FROM_CALLEE).last;
     return caller == null ? callee : caller.latest(callee);
-  }
-
-  /** Whether the last packet of a direction came from the source, a short time ago. */
-  boolean comesFrom(Direction direction, Endpoint source, Moment now) {
-    Stream stream = streams.get(direction);
-    return source.equals(stream.source) && now.since(stream.last) < RECENT_MILLIS;
   }
 
   /**

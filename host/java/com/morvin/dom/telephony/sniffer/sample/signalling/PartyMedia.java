@@ -13,6 +13,8 @@ final class PartyMedia {
    */
   record Id(String tag, int ip) {}
 
+  private static final int PARTY_BYTES = 600;
+
   /** The CSeq of the last request with a description. The same CSeq again is a retransmission. */
   private long lastOffer = -1;
   /** The CSeq of the last successful request of the other party, by method. */
@@ -66,6 +68,11 @@ final class PartyMedia {
 
   void withdrawProposal() {
     proposed = Optional.empty();
+  }
+
+  /** Returns the approximate memory of the party in bytes. */
+  int size() {
+    return PARTY_BYTES + descriptions().mapToInt(Sdp::size).sum();
   }
 
   /** Returns the valid descriptions: the agreed one before the proposed one. */

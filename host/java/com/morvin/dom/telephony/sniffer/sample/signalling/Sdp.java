@@ -8,13 +8,16 @@ import java.util.Map;
 import java.util.Optional;
 
 /**
- * The audio and fax media of a session description (RFC 4566).
+ * The audio and fax media of a session description (RFC 4566), without media that is on hold or refused.
  *
  * @param media in the order of the description
  */
 public record Sdp(List<Media> media) {
   private static final int MAX_MEDIA = 8;
   private static final int MAX_CODECS = 32;
+  private static final int MAX_CODEC_NAME = 32;
+  private static final int MEDIA_BYTES = 600;
+  private static final int CODEC_BYTES = 150;
 
   /** The kind of media that is sent to the address. */
   public enum Kind {
@@ -29,7 +32,7 @@ public record Sdp(List<Media> media) {
   /**
    * One m= line.
    *
-   * @param rtp where RTP or T.38 is received; empty when the media is on hold or refused
+   * @param rtp where RTP or T.38 is received
    * @param rtcp where RTCP is received; empty without it
    * @param codecs the rtpmap attributes, such as "PCMA/8000", by payload type
    * @param line the number of the m= line; an answer has the lines of its offer
@@ -52,6 +55,11 @@ public record Sdp(List<Media> media) {
             && offered.kind != Kind.FAX)
         .map(other -> new Media(offered.rtp, offered.rtcp, offered.codecs, other.kind, offered.line))
         .findFirst().orElse(offered)).toList());
+  }
+
+  /** Returns the approximate memory of the description in bytes. */
+  int size() {
+    return media.stream().mapToInt(one -> MEDIA_BYTES + CODEC_BYTES * one.codecs.size()).sum();
   }
 
   /** Parses a description. Skips all lines and media that it does not know. */
@@ -82,7 +90,8 @@ public record Sdp(List<Media> media) {
         break;  // the end of a part of a multipart body
       }
     }
-    return new Sdp(sections.stream().filter(Section::isKnown).map(Section::media).toList());
+    return new Sdp(sections.stream().filter(Section::isKnown).map(Section::media)
+        .filter(media -> media.rtp.isPresent()).toList());
   }
 
   /** Returns the address of "IN IP4 10.0.0.1" or "IN IP4 10.0.0.1/127"; of any other text an empty one. */
@@ -122,7 +131,8 @@ public record Sdp(List<Media> media) {
       keys |= isKey(attribute);
       if (attribute.startsWith("rtpmap:")) {
         String[] map = attribute.substring(7).trim().split("\\s+", 2);
-        if (map.length == 2 && map[0].matches("\\d{1,3}") && codecs.size() < MAX_CODECS) {
+        if (map.length == 2 && map[0].matches("\\d{1,3}") && codecs.size() < MAX_CODECS
+            && map[1].length() <= MAX_CODEC_NAME) {
           codecs.put(Integer.parseInt(map[0]), map[1].trim());
         }
       } else if (attribute.startsWith("rtcp:")) {  // RFC 3605

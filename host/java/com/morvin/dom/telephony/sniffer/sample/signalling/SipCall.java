@@ -24,6 +24,12 @@ final class SipCall extends Call {
     return legs().stream().map(SipLeg.class::cast).toList();
   }
 
+  /** Whether a host takes part in the signalling or receives media. */
+  boolean hasHost(int host) {
+    return sipLegs().stream().anyMatch(leg -> leg.hasHost(host))
+        || destinations().keySet().stream().anyMatch(destination -> destination.ip() == host);
+  }
+
   /** Whether the call can have this number of further legs. */
   boolean hasRoomFor(int more) {
     return legs().size() + more <= MAX_LEGS;
@@ -38,7 +44,8 @@ final class SipCall extends Call {
   @Override
   Map<Endpoint, Use> signalledDestinations() {
     Map<Endpoint, Use> destinations = new LinkedHashMap<>();
-    sipLegs().stream().filter(leg -> !leg.isRetired()).forEach(leg -> leg.collect(destinations));
+    sipLegs().stream().filter(leg -> !leg.isRetired())
+        .forEach(leg -> leg.destinations().forEach(destinations::putIfAbsent));
     return destinations;
   }
 

@@ -112,7 +112,7 @@ final class SipCalls {
     } else if (message.method().equals("REFER") && message.status() >= 200) {
       links.referAnswered(leg, message).ifPresent(other -> merge(leg.call(), other.call(), other.turned(), now));
     } else if (message.sdp().isPresent()) {
-      links.sameStream(leg.call()).ifPresent(other -> merge(leg.call(), other.call(), other.turned(), now));
+      links.sameStream(leg).ifPresent(other -> merge(leg.call(), other.call(), other.turned(), now));
     }
   }
 

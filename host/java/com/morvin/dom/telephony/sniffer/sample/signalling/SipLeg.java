@@ -20,6 +20,9 @@ final class SipLeg extends Leg {
   private static final int MAX_BRANCHES = 64;
   private static final int MAX_TAGS = 64;
   private static final int MAX_DESTINATIONS = 64;
+  private static final int MAX_BYTES = 64 << 10;
+  private static final int LEG_BYTES = 4000;
+  private static final int ENTRY_BYTES = 200;
 
   /** The requests whose success can change the destinations of media. */
   private static final Set<String> FOLLOWED = Set.of("INVITE", "UPDATE", "PRACK", "BYE");
@@ -29,6 +32,10 @@ final class SipLeg extends Leg {
   /** The time in which a BYE or a CANCEL must be answered (RFC 3261: 32 s). */
   static final long BYE_TIMEOUT_MILLIS = 32_000;
 
+  /** A host has described a destination as its own. */
+  private record Described(int host, Endpoint destination) {}
+
+  private final Set<Described> described = new HashSet<>();
   private final SipParticipants participants = new SipParticipants();
   /** The tags of the callees whose answer has not been followed by a BYE. */
   private final Set<String> answered = new HashSet<>();
@@ -38,16 +45,18 @@ final class SipLeg extends Leg {
   /** The branches of the INVITEs of this attempt; {@code ringing} holds those without a final response. */
   private final Set<String> branches = new HashSet<>();
   private final Set<String> ringing = new LinkedHashSet<>();
+  private final Set<String> cancelled = new HashSet<>();
   /** The CSeq of the last pressed key of each tag. */
   private final BoundedMap<String, Long> lastKeys = new BoundedMap<>(MAX_TAGS);
   private final String sessionId;
   /** The hosts that have sent and received the INVITE, on the first hop and on all hops. */
   private final int calling;
   private final Set<Integer> called = new HashSet<>();
+  /** The destinations by the last {@link #follow}; null when they have to be found again. */
+  private Map<Endpoint, Call.Use> destinations;
   private SipCall call;
   private Moment lastMessage;
   private long lastInvite;
-  private boolean cancelled;
   private boolean isAnswered;
   private boolean isReferred;
 
@@ -67,6 +76,13 @@ final class SipLeg extends Leg {
 
   void setCall(SipCall owner) {
     call = owner;
+    destinations = null;
+  }
+
+  @Override
+  void turn() {
+    super.turn();
+    destinations = null;
   }
 
   /** Returns the identity of the session (RFC 7989); empty when there is none. */
@@ -97,8 +113,8 @@ final class SipLeg extends Leg {
 
   /** Whether a host has described a destination as its own. */
   boolean isDescribedBy(int host, Endpoint destination) {
-    return parties.entrySet().stream().anyMatch(party -> party.getKey().ip() == host && party.getValue().descriptions()
-        .flatMap(sdp -> sdp.media().stream()).anyMatch(media -> media.rtp().filter(destination::equals).isPresent()));
+    destinations();
+    return described.contains(new Described(host, destination));
   }
 
   /** Whether a tag is that of a party of the leg. */
@@ -129,6 +145,8 @@ final class SipLeg extends Leg {
       return false;
     }
     lastMessage = now;
+    destinations = null;
+    call.changed();
     if (message.isRequest()) {
       requests.putLast(transaction(message), true);
       followRequest(message, frame, now);
@@ -202,7 +220,6 @@ final class SipLeg extends Leg {
         lastInvite = Math.max(lastInvite, request.cseq());
         if (!isAnswered && branches.size() < MAX_BRANCHES && branches.add(request.branch())) {
           cancelEnd();
-          cancelled = false;
           ringing.add(request.branch());
         }
         sender.offer(request);
@@ -213,8 +230,8 @@ final class SipLeg extends Leg {
         party(request.to(), frame.destination(), false).decide(sender);
       });
       case "CANCEL" -> {
-        if (!isAnswered) {
-          cancelled = true;
+        cancelled.add(request.branch());
+        if (!isAnswered && cancelled.containsAll(ringing)) {
           end("cancelled", now, BYE_TIMEOUT_MILLIS);
         }
       }
@@ -294,8 +311,9 @@ final class SipLeg extends Leg {
         if (isAnswered) {
           party(response.from(), frame.destination(), false).withdrawProposal();
         } else if (response.cseq() >= lastInvite && ringing.remove(response.branch()) && ringing.isEmpty()) {
-          String how = cancelled ? "cancelled" : "failed: " + response.status() + " " + response.reason();
-          end(how, now, cancelled || !isWorthRetrying(response.status()) ? 0 : RETRY_MILLIS);
+          boolean isCancelled = cancelled.contains(response.branch());
+          String how = isCancelled ? "cancelled" : "failed: " + response.status() + " " + response.reason();
+          end(how, now, isCancelled || !isWorthRetrying(response.status()) ? 0 : RETRY_MILLIS);
         }
       }
       case "UPDATE", "PRACK" -> party(response.from(), frame.destination(), false).withdrawProposal();
@@ -337,6 +355,12 @@ final class SipLeg extends Leg {
     return isOnCallerSide(party.tag()) ? "caller" : "callee";
   }
 
+  @Override
+  int size() {
+    int entries = requests.size() + branches.size() + ringing.size() + called.size() + described.size();
+    return LEG_BYTES + ENTRY_BYTES * entries + parties.values().stream().mapToInt(PartyMedia::size).sum();
+  }
+
   /**
    * Returns the media of a party. A party without a description is not kept, because a group of ringing telephones
    * makes many of them. When there are too many parties, an unanswered one is removed.
@@ -354,7 +378,7 @@ final class SipLeg extends Leg {
       parties.keySet().stream().filter(old -> !answered.contains(old.tag()) && !participants.isCaller(old.tag()))
           .findFirst().ifPresent(parties::remove);
     }
-    if (matters && parties.size() < MAX_PARTIES) {
+    if (matters && parties.size() < MAX_PARTIES && size() < MAX_BYTES) {
       parties.put(id, media);
     }
     return media;
@@ -380,19 +404,27 @@ final class SipLeg extends Leg {
     return isAnswered;
   }
 
-  /** Adds the destinations of the media of this leg. */
-  void collect(Map<Endpoint, Call.Use> destinations) {
-    Map<Endpoint, Call.Use> own = new LinkedHashMap<>();
-    parties.forEach((id, party) -> {
-      Direction direction = Direction.to(isOnCallerSide(id.tag()));
-      party.descriptions().flatMap(sdp -> sdp.media().stream()).filter(media -> own.size() < MAX_DESTINATIONS)
-          .forEach(media -> {
-            Call.Use use = new Call.Use(call, this, direction, media);
-            media.rtp().ifPresent(endpoint -> own.put(endpoint, use));
-            media.rtcp().ifPresent(endpoint -> own.putIfAbsent(endpoint, use));
+  /** Returns the destinations of the media of this leg: the same map until one changes. */
+  Map<Endpoint, Call.Use> destinations() {
+    if (destinations == null) {
+      destinations = new LinkedHashMap<>();
+      described.clear();
+      parties.forEach(this::collect);
+    }
+    return destinations;
+  }
+
+  private void collect(PartyMedia.Id id, PartyMedia party) {
+    Direction direction = Direction.to(isOnCallerSide(id.tag()));
+    party.descriptions().flatMap(sdp -> sdp.media().stream()).filter(media -> destinations.size() < MAX_DESTINATIONS)
+        .forEach(media -> {
+          Call.Use use = new Call.Use(call, this, direction, media);
+          media.rtp().ifPresent(endpoint -> {
+            destinations.put(endpoint, use);
+            described.add(new Described(id.ip(), endpoint));
           });
-    });
-    own.forEach(destinations::putIfAbsent);
+          media.rtcp().ifPresent(endpoint -> destinations.putIfAbsent(endpoint, use));
+        });
   }
 
   /** Returns what is known about the INVITEs, to recognise repeated ones after the end of the leg. */

@@ -18,10 +18,13 @@ import java.util.stream.Stream;
 /**
  * Finds the legs that are one call: those that a call manager connects, and those of transfers. Each leg has its own
  * Call-ID, so the link is in other places: Replaces (RFC 3891), REFER (RFC 3515), Session-ID (RFC 7989), headers of the
- * call manager that name the Call-ID of another leg, and the addresses of the media.
+ * call manager that name the Call-ID of another leg, and the addresses of the media. Anyone can write a Call-ID or an
+ * address into an INVITE, so its sender must take part in the other leg.
  */
 final class SipLinks {
   private static final int MAX_REFERRALS = 256;
+  /** The most calls that are compared with a new leg. Real ones share an address with two or three. */
+  private static final int MAX_CANDIDATES = 8;
   private static final long REFERRAL_MILLIS = 32_000;
 
   /**
@@ -116,12 +119,15 @@ final class SipLinks {
 
   private Optional<Link> named(SipMessage invite, Frame frame) {
     return invite.extensions().stream().map(value -> byCallId.apply(value.split("[;,\\s]", 2)[0]))
-        .filter(leg -> leg != null).findFirst().map(leg -> connected(leg, frame));
+        .filter(leg -> leg != null && leg.call().hasHost(frame.source().ip())).findFirst()
+        .map(leg -> connected(leg, frame));
   }
 
   private Optional<Link> sameSession(SipMessage invite, Frame frame) {
     SipLeg leg = bySession.get(invite.sessionId());
-    return leg == null || leg.calling() == frame.source().ip() ? Optional.empty() : Optional.of(connected(leg, frame));
+    int host = frame.source().ip();
+    return leg == null || leg.calling() == host || !leg.call().hasHost(host) ? Optional.empty()
+        : Optional.of(connected(leg, frame));
   }
 
   /** The host that was called on another leg forwards that call as this one, or calls both parties (RFC 3725). */
@@ -148,37 +154,42 @@ final class SipLinks {
   }
 
   private static boolean isManagedBy(Call.Use use, int host, Endpoint address) {
-    return use.call() instanceof SipCall call && call.sipLegs().stream().anyMatch(leg -> leg.hasHost(host))
+    return use.call() instanceof SipCall call && call.hasHost(host)
         && call.sipLegs().stream().noneMatch(leg -> leg.isDescribedBy(host, address));
   }
 
   /**
    * Returns another call with media between the same two addresses: a call manager has connected the parties directly.
-   * A call between the same hosts is an earlier one whose end was missed.
+   * A call between the same hosts is an earlier one whose end was missed. One of the addresses is of a given leg.
    */
-  Optional<Link> sameStream(SipCall call) {
+  Optional<Link> sameStream(SipLeg leg) {
+    SipCall call = leg.call();
     Map<Endpoint, Call.Use> own = call.destinations();
-    for (Map.Entry<Endpoint, Call.Use> first : own.entrySet()) {
-      for (Call.Use other : uses.apply(first.getKey())) {
-        if (other.call() instanceof SipCall candidate && candidate != call && !areParallel(call, candidate)
-            && haveOpposite(own, first.getValue().direction(), candidate.destinations(), other.direction())) {
-          return Optional.of(new Link(candidate, first.getValue().direction() != other.direction()));
-        }
-      }
-    }
-    return Optional.empty();
+    return leg.destinations().entrySet().stream()
+        .flatMap(entry -> uses.apply(entry.getKey()).stream()
+            .filter(use -> use.call() instanceof SipCall && use.call() != call)
+            .map(use -> new Candidate(new Link((SipCall) use.call(), entry.getValue().direction() != use.direction()),
+                entry.getValue().direction())))
+        .distinct().limit(MAX_CANDIDATES)
+        .filter(candidate -> haveOpposite(own, candidate) && !areParallel(call, candidate.link.call))
+        .map(Candidate::link).findFirst();
   }
+
+  /** A call that shares a destination of one direction with another call, which is the one that is linked. */
+  private record Candidate(Link link, Direction direction) {}
 
   private static boolean areParallel(SipCall call, SipCall other) {
     return call.sipLegs().stream().anyMatch(leg -> other.sipLegs().stream().anyMatch(leg::isParallelTo));
   }
 
-  /** Whether two calls share a destination of the direction opposite to the given one of each. */
-  private static boolean haveOpposite(
-      Map<Endpoint, Call.Use> own, Direction ownDirection, Map<Endpoint, Call.Use> others, Direction otherDirection) {
+  /** Whether two calls share a destination of the opposite direction, too. */
+  private static boolean haveOpposite(Map<Endpoint, Call.Use> own, Candidate candidate) {
+    Map<Endpoint, Call.Use> others = candidate.link.call.destinations();
+    Direction opposite = candidate.direction.opposite();
     return own.entrySet().stream().anyMatch(second -> {
       Call.Use other = others.get(second.getKey());
-      return other != null && second.getValue().direction() != ownDirection && other.direction() != otherDirection
+      return other != null && second.getValue().direction() == opposite
+          && other.direction() == opposite.turned(candidate.link.turned)
           && other.media().rtp().filter(second.getKey()::equals).isPresent();
     });
   }

@@ -35,7 +35,7 @@ record SipMessage(int status, String reason, String method, long cseq, String ca
       int close = value.indexOf('>', open + 1);
       String uri = open >= 0 && close > open ? value.substring(open + 1, close) : value.split(";", 2)[0];
       Matcher tag = TAG.matcher(open >= 0 && close > open ? value.substring(close + 1) : value);
-      return new Party(uri.strip(), tag.find() ? tag.group(1) : "");
+      return new Party(shortened(uri.strip()), tag.find() ? tag.group(1) : "");
     }
 
     /** Whether the party has withheld its name. */
@@ -72,13 +72,14 @@ record SipMessage(int status, String reason, String method, long cseq, String ca
 
   private static final int MAX_CALL_ID = 256;
   private static final int MAX_HEADER_LINES = 256;
+  private static final int MAX_TEXT = 512;
   private static final int MAX_HOSTS = 8;
   private static final List<String> ROUTE = List.of("via", "route", "record-route", "contact");
   private static final Pattern SIGNAL = Pattern.compile("(?im)^Signal\\s*=\\s*(1[0-5]|[0-9A-D*#])\\s*$");
   private static final Pattern KEY = Pattern.compile("(?i)^\\s*(1[0-5]|[0-9A-D*#])\\s*$");
   private static final Pattern REPLACES = Pattern.compile("(?i)[?&]Replaces=([^&>\\s]{1,1024})");
   private static final Pattern STATUS_LINE = Pattern.compile("(?i)SIP/2\\.0\\s+([1-6]\\d\\d)(?:\\s+(.*))?");
-  private static final Pattern CSEQ = Pattern.compile("(\\d{1,10})\\s+([A-Za-z]+)");
+  private static final Pattern CSEQ = Pattern.compile("(\\d{1,10})\\s+([A-Za-z]{1,32})");
   private static final Pattern BRANCH =
       Pattern.compile(";\\s*branch\\s*=\\s*([^;,\\s]{1,256})", Pattern.CASE_INSENSITIVE);
 
@@ -182,7 +183,7 @@ record SipMessage(int status, String reason, String method, long cseq, String ca
     Matcher branch = BRANCH.matcher(headers.first("via"));
     return Optional.of(new SipMessage(
         response ? Integer.parseInt(statusLine.group(1)) : 0,
-        response && statusLine.group(2) != null ? statusLine.group(2) : "",
+        response && statusLine.group(2) != null ? shortened(statusLine.group(2)) : "",
         cseq.group(2).toUpperCase(Locale.ROOT),
         Long.parseLong(cseq.group(1)),
         callId,
@@ -192,6 +193,10 @@ record SipMessage(int status, String reason, String method, long cseq, String ca
         sdp(type, body),
         digits(type, body),
         headers));
+  }
+
+  private static String shortened(String text) {
+    return text.substring(0, Math.min(text.length(), MAX_TEXT));
   }
 
   /** Returns the index after the first empty line. */

@@ -5,6 +5,9 @@ import static com.morvin.dom.telephony.sniffer.sample.Testing.that;
 
 import com.morvin.dom.telephony.sniffer.sample.console.Console;
 import com.morvin.dom.telephony.sniffer.sample.console.Text;
+import com.morvin.dom.telephony.sniffer.sample.signalling.Call;
+import com.morvin.dom.telephony.sniffer.sample.signalling.CallFollower;
+import com.morvin.dom.telephony.sniffer.sample.signalling.Moment;
 import com.morvin.dom.telephony.sniffer.sample.storage.Disk;
 import com.morvin.dom.telephony.sniffer.sample.transport.Endpoint;
 import com.morvin.dom.telephony.sniffer.sample.transport.Frame;
@@ -124,7 +127,7 @@ final class HostileInputTest {
     });
   }
 
-  /** Forged calls, answered or not, are dropped for a real one, and leave no file on the disk. */
+  /** Forged calls, answered or not, some with a packet, make way. Those without leave no file. */
   void testFloodOfCallsMakesWayForRealOnes() throws Exception {
     FakeSniffer.with(sniffer -> {
       sip(sniffer, A, B, INVITE);
@@ -136,13 +139,48 @@ final class HostileInputTest {
         if (i % 2 == 0) {
           sip(sniffer, A, B, response("200 OK").replace("Call-ID: 1", id).replace("audio 4000", port));
         }
+        if (i % 4 != 0) {
+          sniffer.udp(A, FakeSniffer.at("10.0.0.1:" + (5000 + 2 * i)), FakeSniffer.rtp(8, i, i, i, new byte[160]));
+        }
         that(sniffer.list.size() <= 2 * 4000 + 4, "list " + sniffer.list.size());
         sniffer.pass(i == 4500 ? 11_000 : 0);
       }
       that(sniffer.list.contains(FakeSniffer.at("10.0.0.1:4000")), "the answered call is still followed");
       that(sniffer.list.contains(FakeSniffer.at("10.0.0.1:16998")), "the newest call is followed");
-      that(sniffer.table().isEmpty() && sniffer.files(".csv").size() == 1, "the flood is in the table");
+      that(sniffer.files(".csv").size() == 1, "no table");
+      sniffer.table().forEach(line -> that(line.contains("ended for other calls"), "the flood is in the table: " + line));
     });
+  }
+
+  /** Calls that take much memory are dropped, not the one with media. Codecs with long names and unused media take none. */
+  void testMemoryOfSignalling() {
+    CallFollower follower = new CallFollower(new CallFollower.Listener() {
+      @Override
+      public void began(Call call, Moment at) {}
+
+      @Override
+      public void ended(Call call, String how, Moment at) {
+        equal(how, CallFollower.DROPPED);
+      }
+    },
+        new CallFollower.Limits(4000, 60_000, 60_000, 1 << 20), command -> { });
+    Moment now = new Moment(1, 1);
+    String codecs = "a=rtpmap:96 " + "x".repeat(2000) + "\nm=audio 0 RTP/AVP 8\n" + "a=rtpmap:97 y\n".repeat(30);
+    follower.signalling(sip(INVITE.replace("Call-ID: 1", "Call-ID: real").replace("120", "9999") + codecs), now);
+    for (int i = 0; i < 60; i++) {
+      follower.media(new Frame(Frame.RTP, FakeSniffer.at("10.0.0.1:4000"), B, new byte[172]), now);
+    }
+    for (int i = 0; i < 64 * 40; i++) {
+      follower.signalling(sip(INVITE.replace("Call-ID: 1", "Call-ID: " + i % 40).replace("tag=a", "tag=" + i)
+          .replace("branch=z", "branch=" + i).replace("120", "9999") + "m=audio 5000 RTP/AVP 8\n".repeat(8)), now);
+      follower.tick(now, false);
+    }
+    that(follower.calls().size() < 41, "calls " + follower.calls().size());
+    equal(follower.calls().iterator().next().id(), "real");
+  }
+
+  private static Frame sip(String message) {
+    return new Frame(Frame.SIP, B, A, message.getBytes(StandardCharsets.UTF_8));
   }
 
   /** The parts of one call are limited, too: methods, tags, branches, addresses. */

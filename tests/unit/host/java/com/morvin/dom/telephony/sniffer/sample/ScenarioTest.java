@@ -16,6 +16,10 @@ import java.util.HexFormat;
 import java.util.Iterator;
 import java.util.List;
 import java.util.Map;
+import java.util.regex.Matcher;
+import java.util.regex.Pattern;
+import java.util.stream.Collectors;
+import java.util.stream.IntStream;
 import java.util.stream.Stream;
 import java.util.zip.CRC32;
 import javax.sound.sampled.AudioFormat;
@@ -26,6 +30,7 @@ final class ScenarioTest {
   private static final Map<String, String> HOSTS = Map.of("A", "10.0.0.1", "B", "10.0.0.2", "C", "10.0.0.3", "D",
       "10.0.0.4", "N", "203.0.113.7", "P", "10.0.0.9");
   private static final Path CAPTURES = Path.of(System.getProperty("tests.data"), "captures");
+  private static final Pattern REPEATED = Pattern.compile("(?ms)^times (\\d+)\n(.*?)^again\n");
   private static final int SIZE = 160;
   private static final Path SAMPLES = Path.of(System.getProperty("samples"));
   private static final Path H323 = Path.of(System.getProperty("tests.data"), "h323");
@@ -44,6 +49,8 @@ final class ScenarioTest {
 
   void testFaults() throws Exception { runAll("faults.txt"); }
 
+  void testForgeries() throws Exception { runAll("forgeries.txt"); }
+
   /** Each case has a new recorder. */
   private void runAll(String file) throws Exception {
     String[] cases = Files.readString(CASES.resolve(file)).split("(?m)^== ");
@@ -51,7 +58,7 @@ final class ScenarioTest {
       FakeSniffer.with(fake -> {
         sniffer = fake;
         callId = "call-1";
-        Iterator<String> lines = one.lines().iterator();
+        Iterator<String> lines = repeated(one).lines().iterator();
         String name = lines.next();
         while (lines.hasNext()) {
           String line = lines.next();
@@ -64,6 +71,13 @@ final class ScenarioTest {
         }
       });
     }
+  }
+
+  /** Repeats the lines between "times N" and "again"; "%" in them is the number of the repetition. */
+  private static String repeated(String text) {
+    return REPEATED.matcher(text).replaceAll(found -> Matcher.quoteReplacement(
+        IntStream.rangeClosed(1, Integer.parseInt(found.group(1)))
+            .mapToObj(i -> found.group(2).replace("%", "" + i)).collect(Collectors.joining())));
   }
 
   private void step(String line, Iterator<String> lines) throws Exception {

@@ -1,0 +1,59 @@
+package com.morvin.dom.telephony.sniffer.sample.signalling;
+
+import java.util.Collections;
+import java.util.Comparator;
+import java.util.HashMap;
+import java.util.LinkedHashSet;
+import java.util.Map;
+import java.util.Set;
+
+/**
+ * The calls that give way to new ones, by the address that their signalling came from. Calls without media or with few
+ * packets go first, then those whose media has stopped. A call with steady and recent media stays.
+ */
+final class Removable {
+  /** The number of packets that makes media steady: one second of speech. */
+  private static final int STEADY_PACKETS = 50;
+  private static final long STOPPED_MILLIS = 10_000;
+
+  private final Map<Integer, Set<Call>> brief = new HashMap<>();
+  private final Map<Integer, Set<Call>> stopped = new HashMap<>();
+
+  /** Adds or removes a call by its media. */
+  void update(Call call, Moment now) {
+    boolean isBrief = call.flow().packets() < STEADY_PACKETS;
+    boolean isStopped = !isBrief && now.since(call.flow().last()) >= STOPPED_MILLIS;
+    set(brief, call, isBrief);
+    set(stopped, call, isStopped);
+  }
+
+  /** Removes an ended call. */
+  void remove(Call call) {
+    set(brief, call, false);
+    set(stopped, call, false);
+  }
+
+  private static void set(Map<Integer, Set<Call>> calls, Call call, boolean contained) {
+    Set<Call> ofOrigin = calls.get(call.origin());
+    if (contained && ofOrigin == null) {
+      ofOrigin = new LinkedHashSet<>();
+      calls.put(call.origin(), ofOrigin);
+    }
+    if (contained) {
+      ofOrigin.add(call);
+    } else if (ofOrigin != null && ofOrigin.remove(call) && ofOrigin.isEmpty()) {
+      calls.remove(call.origin());
+    }
+  }
+
+  /**
+   * Returns the call that gives way: one of the address with the most, of those the one with the lowest priority, of
+   * those the oldest. Returns null when no call does.
+   */
+  Call next(Moment now) {
+    Map<Integer, Set<Call>> calls = brief.isEmpty() ? stopped : brief;
+    return calls.isEmpty() ? null : Collections.min(
+        Collections.max(calls.values(), Comparator.comparingInt(Set::size)),
+        Comparator.comparingInt(call -> call.priority(now)));
+  }
+}
