@@ -47,7 +47,8 @@ int CaptureThreads::capture(int i, int count, pcap_handler callback) {
 void CaptureThreads::stop() {
   const MutexLock lock(mutex_);
   stopping_ = true;
-  for (int i = 0; i < devices_.sockets(); ++i) {
+  // Another thread may be opening the devices, so the list is used only where a thread was started.
+  for (int i = 0; i < DeviceList::kMaxSockets; ++i) {
     if (!std::exchange(joinable_[i], false)) continue;
     devices_[i].breakLoop();
     pthread_kill(threads_[i], SIGUSR1);
