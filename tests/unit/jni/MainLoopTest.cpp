@@ -12,6 +12,7 @@
 
 #include "jni/com_morvin_dom_telephony_sniffer_EmbeddedPacketChannel.h"
 #include "recorder/EmbeddedConnection.h"
+#include "settings/Logging.h"
 #include "support/TestLog.h"
 
 using namespace voip;
@@ -33,7 +34,10 @@ void eventually(const std::function<bool()>& condition) {
 
 class MainLoopTest : public testing::Test {
  protected:
-  void SetUp() override { GTEST_FLAG_SET(death_test_style, "threadsafe"); }
+  void SetUp() override {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    makeLogLevels();  // before the threads: the sanitizer does not see how log4cxx shares them
+  }
 
   void mainLoop() {
     MainLoop::dft().run([this] { MainLoop::dft().sniff(fields, signalHandler); });
