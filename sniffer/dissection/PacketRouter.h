@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "base/CaptureStamp.h"
 #include "dissection/Classifier.h"
 #include "forwarding/CatchUp.h"
 #include "forwarding/FrameForwarder.h"
@@ -17,7 +18,6 @@
 #include "forwarding/RtpDestinations.h"
 #include "network/ForwardClock.h"
 #include "network/NetworkStack.h"
-#include "queue/CaptureStamp.h"
 #include "settings/Settings.h"
 #include "statistics/Statistics.h"
 

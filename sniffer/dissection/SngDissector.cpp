@@ -60,7 +60,7 @@ void SngDissector::setSettings(const Settings& settings) {
 
 void SngDissector::makeConnection(bool embedded) {
   if (embedded) {
-    links_.makeEmbedded();
+    links_.makeEmbedded(settings_);
     packetQueue_.setOthersWaiting(links_.getMedia()->getBacklogSize());
   } else {
     links_.makeSockets(sniffer_->getServerProtocol(), recorder_, settings_, statistics_);

@@ -1,9 +1,6 @@
 #include "forwarding/FrameForwarder.h"
 
-#include <endian.h>
-
 #include <algorithm>
-#include <cstring>
 
 #include "forwarding/MediaHeader.h"
 
@@ -12,16 +9,6 @@ namespace voip {
 namespace {
 
 constexpr std::size_t kMaxGroup = 128;  // frames
-
-/// Writes the frame with the capture time of `announced`: its header and 8 bytes in network byte order.
-void writeTimeFrame(std::uint8_t* to, const KeptFrame& announced) {
-  FrameHeader header = FrameHeader::of(announced.frame.data());
-  header.len = FrameForwarder::kTimeFrameLength;
-  header.protocol = FrameProtocol::CaptureTime;
-  header.write(to);
-  const std::uint64_t time = htobe64(static_cast<std::uint64_t>(announced.stamp.captured));
-  std::memcpy(to + FrameHeader::kLength, &time, sizeof time);
-}
 
 bool isSentTime(const OutgoingFrame& frame) {
   return frame.sent == frame.length && FrameHeader::protocolOf(frame.bytes) == FrameProtocol::CaptureTime;
@@ -52,7 +39,7 @@ LinkEvent FrameForwarder::flush() {
   SendResult result;
   std::size_t announced = 0;  // frames whose capture time has been sent, but not they
   for (std::size_t done = 0; done < group_.size();) {
-    beginOutgoing(group_.size());
+    beginOutgoing(*connection_, group_.size());
     for (std::size_t i = done; i < group_.size(); ++i) appendOutgoing(group_[i].frame, i, i < done + announced);
     result = connection_->sendPackets(outgoing_);
     if (result.link != LinkEvent::kNone) destinations_.clear();
@@ -69,20 +56,21 @@ LinkEvent FrameForwarder::flush() {
 }
 
 /// Begins a new send, of at most so many frames.
-void FrameForwarder::beginOutgoing(std::size_t frames) {
+void FrameForwarder::beginOutgoing(const BaseConnection& connection, std::size_t frames) {
   outgoing_.clear();
-  if (!announceCaptureTime_) return;
+  lateSince_ = CaptureTimeFrame::kNever;
+  if (!announceCaptureTime_ || connection.announcesCaptureTime()) return;
   timeFrames_.resize(std::max(timeFrames_.size(), frames));
-  lateSince_ = CaptureStamp::now() - kLate;
+  lateSince_ = CaptureTimeFrame::lateSince();
 }
 
 /// Adds a frame to the send, after its capture time if it is late and the time has not been sent.
 void FrameForwarder::appendOutgoing(const KeptFrame& frame, std::size_t number, bool isAnnounced) {
-  if (announceCaptureTime_ && !isAnnounced && frame.stamp.seen < lateSince_) {
-    writeTimeFrame(timeFrames_[number].data(), frame);
-    outgoing_.push_back({timeFrames_[number].data(), kTimeFrameLength});
+  if (!isAnnounced && frame.stamp.seen < lateSince_) {
+    timeFrames_[number].write(frame.frame.data(), frame.stamp.captured);
+    outgoing_.push_back({timeFrames_[number].data(), CaptureTimeFrame::kLength});
   }
-  outgoing_.push_back({frame.frame.data(), static_cast<int>(frame.frame.size())});
+  outgoing_.push_back({frame.frame.data(), static_cast<int>(frame.frame.size()), 0, frame.stamp});
 }
 
 /// Counts the frames that were dealt with, from the group's frame `from` on, and keeps what a lost recorder missed.
@@ -157,7 +145,7 @@ bool FrameForwarder::sendMissed(BaseConnection& connection, const KeptFrame& fra
 
 std::size_t FrameForwarder::sendKept(BaseConnection& connection, std::span<const KeptFrame> frames) {
   if (frames.empty()) return 0;
-  beginOutgoing(frames.size());
+  beginOutgoing(connection, frames.size());
   for (std::size_t i = 0; i < frames.size(); ++i) appendOutgoing(frames[i], i, false);
   SendResult result;
   std::size_t done = 0;

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <span>
@@ -11,6 +10,7 @@
 #include "forwarding/RtpDestinations.h"
 #include "queue/PacketQueue.h"
 #include "recorder/BaseConnection.h"
+#include "recorder/CaptureTimeFrame.h"
 #include "recorder/FrameHeader.h"
 #include "statistics/Statistics.h"
 
@@ -21,20 +21,13 @@ namespace voip {
 /// as if they were sent one by one. Consumer only, except sendReply().
 class FrameForwarder {
  public:
-  /// A frame that is sent later than this after its capture is preceded by a frame with its capture time, if
-  /// configured.
-  static constexpr std::int64_t kLate = 20'000;  ///< microseconds
-
-  /// Length in bytes of a frame with a capture time.
-  static constexpr int kTimeFrameLength = FrameHeader::kLength + 8;
-
   /// When the recorder is lost, clears `destinations` and, without a look-back, `queue`. All arguments must outlive the
   /// object.
   FrameForwarder(RtpDestinations& destinations, PacketQueue& queue, Statistics& statistics)
       : destinations_(destinations), queue_(queue), statistics_(statistics) {}
 
-  /// `announceCaptureTime`: whether frames with capture times are sent. `lookBack` keeps the frames that a lost
-  /// recorder misses; the caller owns it, and it may be null. To be called before the first frame.
+  /// `announceCaptureTime`: whether a late frame is preceded by a frame with its capture time. `lookBack` keeps the
+  /// frames that a lost recorder misses; the caller owns it, and it may be null. To be called before the first frame.
   void configure(bool announceCaptureTime, LookBack* lookBack);
 
   /// Adds a frame to the group, which is sent when it is full. Keeps signalling instead while older signalling waits
@@ -81,7 +74,7 @@ class FrameForwarder {
   };
 
   bool sendMissed(BaseConnection& connection, const KeptFrame& frame);
-  void beginOutgoing(std::size_t frames);
+  void beginOutgoing(const BaseConnection& connection, std::size_t frames);
   void appendOutgoing(const KeptFrame& frame, std::size_t number, bool isAnnounced);
   std::size_t countDealtWith(std::size_t from, const SendResult& result);
   void dropRest(std::size_t from);
@@ -97,8 +90,8 @@ class FrameForwarder {
   BaseConnection* connection_ = nullptr;  ///< of all frames in the group
   std::vector<Entry> group_;
   std::vector<OutgoingFrame> outgoing_;  ///< the frames of one send, with the frames that announce capture times
-  std::vector<std::array<std::uint8_t, kTimeFrameLength>> timeFrames_;
-  std::int64_t lateSince_ = 0;  ///< a frame seen before this time is late; microseconds since 1970
+  std::vector<CaptureTimeFrame> timeFrames_;
+  std::int64_t lateSince_ = CaptureTimeFrame::kNever;  ///< of the send: see CaptureTimeFrame
 };
 
 }  // namespace voip

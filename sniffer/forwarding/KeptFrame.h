@@ -5,7 +5,7 @@
 #include <ctime>
 #include <span>
 
-#include "queue/CaptureStamp.h"
+#include "base/CaptureStamp.h"
 
 namespace voip {
 

@@ -61,8 +61,9 @@ void RecorderLinks::take(std::unique_ptr<BaseConnection> media, std::unique_ptr<
   setSignalling({signalling.release(), destroy});
 }
 
-void RecorderLinks::makeEmbedded() {
+void RecorderLinks::makeEmbedded(const Settings& settings) {
   logger().info("Embedded connection created");
+  EmbeddedConnection::dft()->setCaptureTime(settings.captureTime);
   setMedia({EmbeddedConnection::dft(), leave});
   setSignalling({nullptr, leave});
 }

@@ -30,8 +30,9 @@ class RecorderLinks {
   RecorderLinks(const RecorderLinks&) = delete;
   RecorderLinks& operator=(const RecorderLinks&) = delete;
 
-  /// Makes the host of this process the recorder: uses the shared embedded connection, which is never destroyed.
-  void makeEmbedded();
+  /// Makes the host of this process the recorder: uses the shared embedded connection, which is never destroyed and
+  /// gets the settings of each run.
+  void makeEmbedded(const Settings& settings);
 
   /// Makes connections over UDP when `transport` begins with "UDP" in any case, else over TCP. Begins to connect over
   /// TCP. The connections count in `statistics`, which must outlive them.

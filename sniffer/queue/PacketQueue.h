@@ -9,8 +9,8 @@
 #include <memory>
 
 #include "base/BlockPool.h"
+#include "base/CaptureStamp.h"
 #include "base/Mutex.h"
-#include "queue/CaptureStamp.h"
 #include "queue/SniffedPacket.h"
 #include "statistics/Statistics.h"
 

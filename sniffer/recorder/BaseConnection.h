@@ -8,15 +8,17 @@
 #include <ctime>
 #include <span>
 
+#include "base/CaptureStamp.h"
 #include "recorder/SnifferRequest.h"
 
 namespace voip {
 
 /// One frame of a group that is sent together.
 struct OutgoingFrame {
-  std::uint8_t* bytes;  ///< the whole frame, header first; owned by the caller
-  int length;           ///< bytes
-  int sent = 0;         ///< set by the send: the result of a sendPacket() of this frame
+  std::uint8_t* bytes;   ///< the whole frame, header first; owned by the caller
+  int length;            ///< bytes
+  int sent = 0;          ///< set by the send: the result of a sendPacket() of this frame
+  CaptureStamp stamp{};  ///< zero for a frame that was not captured; used only where announcesCaptureTime()
 };
 
 /// What happened to the link to the recorder during a send.
@@ -100,6 +102,10 @@ class BaseConnection {
   /// Returns how many bytes can be sent now without delaying the frames that follow; 0 while the recorder is slow.
   /// Kept media observes it, other frames do not. Sending thread.
   virtual std::size_t getRoom() { return SIZE_MAX; }
+
+  /// Returns true when the connection itself sends the capture time before a late frame. The caller then sets the
+  /// stamps of captured frames and sends no frames of protocol 5. Sending thread.
+  virtual bool announcesCaptureTime() const { return false; }
 
   /// Returns the frames that wait for the host; none unless the recorder is the host. Any thread.
   virtual voip::HostBacklog getBacklog() { return {}; }

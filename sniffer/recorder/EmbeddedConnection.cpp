@@ -49,6 +49,12 @@ EmbeddedConnection* EmbeddedConnection::dft() {
   return made;
 }
 
+void EmbeddedConnection::setCaptureTime(bool announce) {
+  const MutexLock held(queueLock_);
+  announcesCaptureTime_ = announce;
+  packetQueue_.setKeepsStamps(announce);
+}
+
 int EmbeddedConnection::sendPacket(u_char* buffer, int length) {
   OutgoingFrame frame{buffer, length};
   sendPackets({&frame, 1});
@@ -60,10 +66,10 @@ SendResult EmbeddedConnection::sendPackets(std::span<OutgoingFrame> frames) {
     // The copies are made without the monitor, so that the host does not wait for them.
     const MutexLock held(queueLock_);
     for (OutgoingFrame& frame : frames) {
-      packetQueue_.append(frame.bytes, frame.length);
+      packetQueue_.append(frame.bytes, frame.length, frame.stamp);
       frame.sent = frame.length;
-      backlogSize_ += static_cast<std::size_t>(std::max(frame.length, 0));
     }
+    backlogSize_ = packetQueue_.bytes();
   }
   const MonitorGuard host(monitor_);
   const MutexLock held(queueLock_);
@@ -85,6 +91,7 @@ int EmbeddedConnection::receivePacket(char* buffer, int capacity) {
   {
     const MutexLock held(queueLock_);
     if (packetQueue_.size() == 0) return 0;
+    packetQueue_.beginFetch();
     packet = packetQueue_.front();
     if (packet.length > capacity) {
       auto isLogged =
@@ -95,7 +102,7 @@ int EmbeddedConnection::receivePacket(char* buffer, int capacity) {
       if (packet.length > 0) std::memcpy(buffer, packet.payload, static_cast<std::size_t>(packet.length));
       packetQueue_.pop();
       left = packetQueue_.size();
-      isFetchedAgain = noteFetch(static_cast<std::size_t>(std::max(packet.length, 0)));
+      isFetchedAgain = noteFetch();
     }
   }
   if (isFetchedAgain) logFetchedAgain(left);
@@ -113,18 +120,19 @@ int EmbeddedConnection::receivePackets(char* buffer, int capacity) {
   {
     const MutexLock held(queueLock_);
     if (packetQueue_.size() == 0) return 0;
+    packetQueue_.beginFetch();
     taken = packetQueue_.take({reinterpret_cast<std::uint8_t*>(buffer), static_cast<std::size_t>(capacity)});
     left = packetQueue_.size();
-    if (taken == 0 && left > 0) return -packetQueue_.front().length;
-    isFetchedAgain = noteFetch(taken);
+    if (taken == 0 && left > 0) return -packetQueue_.shortestBuffer();
+    isFetchedAgain = noteFetch();
   }
   if (isFetchedAgain) logFetchedAgain(left);
   return static_cast<int>(taken);
 }
 
-/// Notes that the host has fetched so many bytes. Returns true when this ends a time in which it fetched nothing.
-bool EmbeddedConnection::noteFetch(std::size_t bytes) {
-  backlogSize_ -= bytes;
+/// Notes that the host has fetched something. Returns true when this ends a time in which it fetched nothing.
+bool EmbeddedConnection::noteFetch() {
+  backlogSize_ = packetQueue_.bytes();
   idleSince_ = Clock::now();
   return std::exchange(hostIsIdle_, false);
 }

@@ -44,6 +44,11 @@ class EmbeddedConnection : public BaseConnection {
   /// called while no dissector uses the connection.
   void setHostMonitor(voip::HostMonitor* monitor) { monitor_ = monitor; }
 
+  /// Sets whether a fetch delivers the capture time before a frame that is late by then. Frames that wait already are
+  /// not announced. To be called while no dissector uses the connection.
+  void setCaptureTime(bool announce);
+  bool announcesCaptureTime() const override { return announcesCaptureTime_; }
+
   /// True when a command waits. Takes no lock. Any thread.
   bool mayHaveRequest() const override { return requestsWaiting_.load(std::memory_order_acquire) != 0; }
 
@@ -60,7 +65,8 @@ class EmbeddedConnection : public BaseConnection {
   void closeConnection() override;
 
   /// Copies the oldest frame to `buffer` and removes it from the queue. Returns its length in bytes, or 0 when no frame
-  /// waits. `buffer` must hold the longest frame, 65,535 bytes. Host's thread.
+  /// waits. `buffer` must hold the longest frame, 65,535 bytes. The capture time of a late frame is returned by
+  /// a separate call before it. Host's thread.
   int receivePacket(char* buffer);
 
   /// As above for a buffer of `capacity` bytes: when the oldest frame does not fit, it stays in the queue and 0 is
@@ -69,7 +75,8 @@ class EmbeddedConnection : public BaseConnection {
 
   /// Moves the oldest frames to `buffer`, each whole and without a gap between them, as many as its `capacity` bytes
   /// hold. Returns the number of bytes, or 0 when no frame waits. When not even the oldest frame fits, all frames stay
-  /// and its length is returned as a negative number. Host's thread.
+  /// and its length is returned as a negative number. A late frame follows its capture time in the same buffer, unless
+  /// the whole buffer holds only one of them at a time. Host's thread.
   int receivePackets(char* buffer, int capacity);
 
   voip::HostBacklog getBacklog() override;
@@ -83,10 +90,11 @@ class EmbeddedConnection : public BaseConnection {
   bool sendRequest(SnifferRequest& request);
 
  private:
-  bool noteFetch(std::size_t bytes) REQUIRES(queueLock_);
+  bool noteFetch() REQUIRES(queueLock_);
 
   std::chrono::milliseconds hostPatience_{10'000};
   voip::HostMonitor* monitor_ = nullptr;
+  bool announcesCaptureTime_ = false;
   std::atomic<std::size_t> requestsWaiting_ = 0;
   std::atomic<std::size_t> backlogSize_ = 0;  ///< bytes of the frames in the queue
 

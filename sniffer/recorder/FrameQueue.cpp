@@ -37,31 +37,66 @@ FrameQueue::Block& FrameQueue::blockWithRoom(std::size_t size) {
 
 // ---- frames ----
 
-void FrameQueue::append(const std::uint8_t* bytes, int length) {
+void FrameQueue::setKeepsStamps(bool keep) {
+  keepsStamps_ = keep;
+  stamps_.assign(keep ? appended_ : 0, CaptureStamp{});
+}
+
+void FrameQueue::append(const std::uint8_t* bytes, int length, const CaptureStamp& stamp) {
   const std::size_t size = bytesOf(length);
   Block& block = blockWithRoom(size);
+  if (keepsStamps_) stamps_.push_back(stamp);
   std::uint8_t* const at = block.memory->take(size);
   if (size > 0) std::memcpy(at, bytes, size);
   block.length(block.frames++) = length;
   ++appended_;
+  bytes_ += size;
 }
 
-SnifferPacket FrameQueue::front() const {
+SnifferPacket FrameQueue::oldest() const {
   const Block& block = blocks_.front();
   return {block.length(block.framesRead), block.read};
 }
 
+/// Returns true when the frame, counted from the oldest one, still has to be announced.
+bool FrameQueue::isLate(std::size_t frame) const {
+  return keepsStamps_ && stamps_[frame].seen != 0 && stamps_[frame].seen < lateSince_;
+}
+
+SnifferPacket FrameQueue::front() {
+  const SnifferPacket frame = oldest();
+  if (!isLate(0)) return frame;
+  timeFrame_.write(frame.payload, stamps_.front().captured);
+  return {CaptureTimeFrame::kLength, timeFrame_.data()};
+}
+
 void FrameQueue::pop() {
-  remove(1, bytesOf(front().length));
+  if (isLate(0)) {
+    stamps_.front() = {};
+  } else {
+    remove(1, bytesOf(oldest().length));
+  }
+}
+
+int FrameQueue::shortestBuffer() const {
+  return isLate(0) ? std::max(CaptureTimeFrame::kLength, oldest().length) : oldest().length;
 }
 
 std::size_t FrameQueue::take(std::span<std::uint8_t> buffer) {
   std::size_t taken = 0;
   while (published_ > 0) {
+    if (isLate(0)) {
+      // The two stay together, so that no other thread fetches between them.
+      const std::size_t both = CaptureTimeFrame::kLength + bytesOf(oldest().length);
+      if (buffer.size() - taken < (taken == 0 ? bytesOf(shortestBuffer()) : both)) break;
+      std::memcpy(buffer.data() + taken, front().payload, CaptureTimeFrame::kLength);
+      taken += CaptureTimeFrame::kLength;
+      pop();
+    }
     const Block& block = blocks_.front();
     const std::size_t most = std::min(block.frames - block.framesRead, published_);
     std::size_t frames = 0, bytes = 0;
-    for (; frames < most; ++frames) {
+    for (; frames < most && !isLate(frames); ++frames) {
       const std::size_t size = bytesOf(block.length(block.framesRead + frames));
       if (size > buffer.size() - taken - bytes) break;
       bytes += size;
@@ -81,6 +116,8 @@ void FrameQueue::remove(std::size_t frames, std::size_t bytes) {
   block.framesRead += frames;
   published_ -= frames;
   appended_ -= frames;
+  bytes_ -= bytes;
+  if (keepsStamps_) stamps_.erase(stamps_.begin(), stamps_.begin() + static_cast<std::ptrdiff_t>(frames));
   if (block.framesRead != block.frames) return;
   if (blocks_.size() == 1) {
     block.read = block.memory->begin();
@@ -94,7 +131,8 @@ void FrameQueue::remove(std::size_t frames, std::size_t bytes) {
 
 void FrameQueue::clear() {
   blocks_.clear();
-  appended_ = published_ = 0;
+  stamps_.clear();
+  appended_ = published_ = bytes_ = 0;
 }
 
 }  // namespace voip

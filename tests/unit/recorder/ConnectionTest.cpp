@@ -217,6 +217,63 @@ TEST(Embedded, FetchesManyFramesWholeAndInOrder) {
                                                   "WARN The host fetches frames again, 0 wait"}));
 }
 
+TEST(Embedded, AnnouncesFramesThatAreLateWhenTheHostFetches) {
+  TestLog log("EmbeddedConnection");
+  constexpr std::int64_t kLong = 1'700'000'000'000'000, kTimely = INT64_MAX;
+  // A frame is named by its length, which is also its port and part of its capture time.
+  const std::pair<u_short, std::int64_t> frames[] = {{100, 1}, {50, kTimely}, {60, 1}, {15, 0}, {65535, 1}, {16, 0}};
+  const struct {
+    bool fetchesMany;
+    int capacity;
+    std::size_t announcesFrom;  // the frame before which the setting is switched on
+    std::string fetches;
+  } cases[] = {{true, 65558, 6, "100 50 60 15 | 65535 16 | "},
+               {true, 65558, 0, "t100 100 50 t60 60 15 | t65535 65535 | 16 | "},
+               {true, 65535, 0, "t100 100 50 t60 60 15 | t65535 | 65535 | 16 | "},
+               {true, 65535, 2, "100 50 t60 60 15 | t65535 | 65535 | 16 | "},
+               {true, 132, 0, "t100 100 | 50 | t60 60 15 | -65535 | "},
+               {true, 100, 0, "t100 | 100 | 50 | t60 60 15 | -65535 | "},
+               {true, 99, 0, "-100 | "},
+               {false, 65535, 6, "100 | 50 | 60 | 15 | 65535 | 16 | "},
+               {false, 65535, 0, "t100 | 100 | 50 | t60 | 60 | 15 | t65535 | 65535 | 16 | "},
+               {false, 99, 0, "t100 | "},
+               {false, 22, 0, ""}};
+  std::vector<char> buffer(65558);
+  for (const auto& [fetchesMany, capacity, announcesFrom, fetches] : cases) {
+    EmbeddedConnection connection;
+    connection.setCaptureTime(announcesFrom == 0);
+    for (std::size_t i = 0; i < std::size(frames); ++i) {
+      const auto [length, seen] = frames[i];
+      if (i == announcesFrom) connection.setCaptureTime(true);
+      Bytes bytes(length);
+      FrameHeader{length, FrameProtocol::Rtp, 1, 2, 3, length}.write(bytes.data());
+      OutgoingFrame frame{bytes.data(), length, 0, {kLong + length, seen}};
+      connection.sendPackets({&frame, 1});
+    }
+    std::size_t waiting = std::size(frames), bytesWaiting = *connection.getBacklogSize();
+    std::string fetched;
+    for (int length = 1; length > 0 && waiting > 0;) {
+      length = fetchesMany ? connection.receivePackets(buffer.data(), capacity)
+                           : connection.receivePacket(buffer.data(), capacity);
+      const auto* at = reinterpret_cast<const std::uint8_t*>(buffer.data());
+      if (length < 0) fetched += std::to_string(length) + " ";
+      for (const auto* const end = at + std::max(length, 0); at < end; at += FrameHeader::of(at).len) {
+        const FrameHeader header = FrameHeader::of(at);
+        std::uint64_t time = 0;
+        const bool isTime = header.protocol == FrameProtocol::CaptureTime && header.len == 23 && header.dstPort == 2;
+        for (int i = 15; isTime && i < 23; ++i) time = time << 8 | at[i];
+        EXPECT_EQ(time, isTime ? kLong + header.srcPort : 0U);
+        fetched += (isTime ? "t" : "") + std::to_string(header.srcPort) + " ";
+        if (!isTime) --waiting, bytesWaiting -= header.len;
+      }
+      if (length != 0) fetched += "| ";
+      EXPECT_EQ(connection.getBacklog().waiting, waiting);
+      EXPECT_EQ(*connection.getBacklogSize(), bytesWaiting);
+    }
+    EXPECT_EQ(fetched, fetches);
+  }
+}
+
 TEST(Embedded, KeepsABurstInOrderAndWarnsWhenTheHostDoesNotFetch) {
   TestLog log("EmbeddedConnection");
   EmbeddedConnection connection;
