@@ -1,13 +1,14 @@
 package com.morvin.dom.telephony.sniffer.sample;
 
 import com.morvin.dom.telephony.sniffer.sample.console.Console;
+import com.morvin.dom.telephony.sniffer.sample.media.Track;
 import com.morvin.dom.telephony.sniffer.sample.recording.Recorder;
 import com.morvin.dom.telephony.sniffer.sample.service.Service;
 import com.morvin.dom.telephony.sniffer.sample.storage.Store;
 import com.morvin.dom.telephony.sniffer.sample.transport.Command;
 import com.morvin.dom.telephony.sniffer.sample.transport.Endpoint;
 import com.morvin.dom.telephony.sniffer.sample.transport.Frame;
-import com.morvin.dom.telephony.sniffer.sample.transport.Received;
+import com.morvin.dom.telephony.sniffer.sample.transport.FrameBlock;
 import com.morvin.dom.telephony.sniffer.sample.transport.SteadyClock;
 import com.morvin.dom.telephony.sniffer.sample.transport.Transport;
 import java.io.IOException;
@@ -47,7 +48,7 @@ final class WarmUp implements Transport {
   private static final Endpoint ENDPOINT = new Endpoint(0x7f000001, 9);
   private static final byte[] SPEECH = {(byte) 0x80, 8, 0, 1, 0, 0, 0, 0, 0, 0, 0, 1, 0x55};
 
-  private final Queue<Received> frames = new ArrayDeque<>();
+  private final Queue<FrameBlock> frames = new ArrayDeque<>();
 
   private WarmUp() {
     add(Frame.SIP, INVITE.getBytes(StandardCharsets.UTF_8));
@@ -56,7 +57,7 @@ final class WarmUp implements Transport {
   }
 
   private void add(int protocol, byte[] payload) {
-    frames.add(new Received(new Frame(protocol, ENDPOINT, ENDPOINT, payload), 0, 0, 0));
+    frames.add(FrameBlock.of(new Frame(protocol, ENDPOINT, ENDPOINT, payload), 0, 0));
   }
 
   /**
@@ -77,7 +78,7 @@ final class WarmUp implements Transport {
     Console console = new Console(new PrintStream(OutputStream.nullOutputStream()), false);
     try (Store store = new Store(directory, console)) {
       Service.Limits limits = new Service.Limits(false, 0, Service.Limits.NONE.calls());
-      new Recorder(store, limits, console, SteadyClock.system(), report -> { }).run(new WarmUp());
+      new Recorder(store, new Track.Options(true, false, false), limits, console, SteadyClock.system(), report -> { }).run(new WarmUp());
     } finally {
       try (Stream<Path> all = Files.walk(directory)) {
         for (Path path : all.sorted(Comparator.reverseOrder()).toList()) {
@@ -88,8 +89,8 @@ final class WarmUp implements Transport {
   }
 
   @Override
-  public Received receive(long timeoutMillis) throws InterruptedException {
-    Received next = frames.poll();
+  public FrameBlock receive(long timeoutMillis) throws InterruptedException {
+    FrameBlock next = frames.poll();
     if (next == null) {
       Thread.sleep(timeoutMillis);
     }

@@ -6,7 +6,7 @@ import com.morvin.dom.telephony.sniffer.sample.service.Service;
 import com.morvin.dom.telephony.sniffer.sample.signalling.Call;
 import com.morvin.dom.telephony.sniffer.sample.signalling.Moment;
 import com.morvin.dom.telephony.sniffer.sample.transport.Frame;
-import com.morvin.dom.telephony.sniffer.sample.transport.Received;
+import com.morvin.dom.telephony.sniffer.sample.transport.FrameCursor;
 import com.morvin.dom.telephony.sniffer.sample.transport.SteadyClock;
 import java.util.ArrayDeque;
 import java.util.ArrayList;
@@ -48,8 +48,8 @@ final class Front extends Service {
   }
 
   @Override
-  protected void handle(Received received, Moment now) {
-    publish(received.frame(), received.time() + clock.skew(), now);
+  protected void handle(FrameCursor frame, Moment now) {
+    publish(frame.frame(), now.stamp() + clock.skew(), now);
   }
 
   @Override
@@ -68,7 +68,7 @@ final class Front extends Service {
     switch (frame.protocol()) {
       case Frame.SIP, Frame.H323 -> call = follower.signalling(frame, now);
       case Frame.RTP -> {
-        Call.Use use = follower.media(frame, now);
+        Call.Use use = follower.media(frame.destination().key(), frame.source().key(), now);
         call = use == null ? null : use.call();
       }
       default -> { }

@@ -14,7 +14,9 @@ import com.morvin.dom.telephony.sniffer.sample.storage.ResumedFiles;
 import com.morvin.dom.telephony.sniffer.sample.storage.RunningCalls;
 import com.morvin.dom.telephony.sniffer.sample.storage.Store;
 import com.morvin.dom.telephony.sniffer.sample.storage.StoredFile;
+import com.morvin.dom.telephony.sniffer.sample.storage.WavFile;
 import com.morvin.dom.telephony.sniffer.sample.transport.Frame;
+import com.morvin.dom.telephony.sniffer.sample.transport.FrameCursor;
 import java.io.ByteArrayInputStream;
 import java.io.ByteArrayOutputStream;
 import java.io.DataInputStream;
@@ -28,6 +30,7 @@ import java.util.ArrayList;
 import java.util.Arrays;
 import java.util.Comparator;
 import java.util.EnumMap;
+import java.util.HashMap;
 import java.util.List;
 import java.util.Map;
 import java.util.Set;
@@ -52,6 +55,7 @@ final class Recording {
   private static final int MAX_UNSAVED = 64;
   /** A message is compared with this number of earlier ones: it may be repeated, or delivered by another sniffer. */
   private static final int COMPARED = 16;
+  private static final int USUAL_STATE = 512;
 
   private record Dialled(Direction direction, String digits, long time) {}
 
@@ -73,25 +77,32 @@ final class Recording {
   private final String name;
   private final long start;
   private final long skew;
-  private final boolean keepsDigits;
+  private final Track.Options options;
   private boolean shown;
+  /** Whether something has changed since the state was saved, and whether more than an increment can tell. */
+  private boolean changed = true;
+  private boolean changedWholly = true;
+  private Sdp.Media lastMedia;
+  private int lastPayloadType;
+  private Codec lastCodec;
+  /** The stereo file is written, so the files of the voices are not needed. Set on the disk thread. */
+  private volatile boolean mixed;
 
   /**
    * Makes a recording without media.
    *
    * @param skew is added to all times, so that the call has the time of day of its start
-   * @param keepsDigits whether pressed keys are recorded
    */
-  Recording(Call call, RunningCalls.Journal journal, Store store, long skew, boolean keepsDigits) {
+  Recording(Call call, RunningCalls.Journal journal, Store store, long skew, Track.Options options) {
     this.call = call;
     this.journal = journal;
     this.store = store;
     this.skew = skew;
-    this.keepsDigits = keepsDigits;
+    this.options = options;
     start = call.start().stamp() + skew;
     name = FILE_TIME.format(Instant.ofEpochMilli(start)) + "-" + call.fileNames();
     for (Direction direction : Direction.values()) {
-      tracks.put(direction, new Track(store, name + "-" + direction, keepsDigits, this::begin));
+      tracks.put(direction, new Track(store, name + "-" + direction, options, this::begin));
       earlierTracks.put(direction, new ArrayList<>());
       relays.put(direction, new Relay());
     }
@@ -103,6 +114,8 @@ final class Recording {
    * @param turned whether its caller is on the side of the callee of this call
    */
   void add(Recording leg, boolean turned, RunningCalls running) {
+    changed = true;
+    changedWholly = true;
     double later = (leg.start - start) / 1000.0;
     leg.ladder.forEach(step ->
         ladder.add(new CallReport.Step(step.at() + later, step.from(), step.to(), step.label())));
@@ -158,8 +171,9 @@ final class Recording {
     if (restoring != journal && unsaved.size() < MAX_UNSAVED) {
       unsaved.add(new RunningCalls.TimedFrame(at, frame));
     }
+    changed = true;
     recent[messages++ % COMPARED] = hash;
-    if (frame.protocol() == Frame.SIP && (keepsDigits || !label.equals("INFO"))) {
+    if (frame.protocol() == Frame.SIP && (options.keepsDigits() || !label.equals("INFO"))) {
       keep(frame, at);
     }
     if (ladder.size() == MAX_STEPS) {
@@ -185,37 +199,58 @@ final class Recording {
 
   /** Adds keys that were reported by the signalling. */
   void dialled(Direction direction, String digits, long time) {
-    if (keepsDigits && dialled.size() < MAX_DIALLED) {
+    if (options.keepsDigits() && dialled.size() < MAX_DIALLED) {
       dialled.add(new Dialled(direction, digits, time + skew));
     }
   }
 
-  /** Adds a media datagram. Returns whether it is valid. */
-  boolean media(Frame frame, Call.Use use, long time) {
-    Sdp.Media media = use.media();
+  /**
+   * Adds a media datagram. Returns whether it is valid.
+   *
+   * @param packet shows the datagram afterwards
+   */
+  boolean media(FrameCursor frame, RtpPacket packet, Call.Use use, long time) {
+    changed = true;
     Track track = tracks.get(use.direction());
-    if (media.kind() == Sdp.Kind.FAX) {
-      track.keep(frame, "T.38", time + skew);
+    if (use.media().kind() == Sdp.Kind.FAX) {
+      track.keep(frame.frame(), "T.38", time + skew);
       return true;
     }
-    if (RtpPacket.isRtcp(frame.payload()) || RtpPacket.isSetup(frame.payload())) {
+    if (RtpPacket.isRtcp(frame) || RtpPacket.isSetup(frame)) {
       return true;
     }
-    RtpPacket packet = RtpPacket.parse(frame.payload());
-    if (packet == null) {
+    if (!packet.read(frame)) {
       return false;
     }
-    Codec codec = media.kind() == Sdp.Kind.SECURE_RTP ? Codec.SRTP
-        : Codec.of(packet.payloadType(), media.codecs().get(packet.payloadType()));
+    Codec codec = codec(use.media(), packet.payloadType());
     if (!codec.isPlayed() || relays.get(use.direction()).accepts(use.leg(), packet.ssrc(), time)) {
-      track.accept(frame, packet, codec, time + skew);
+      packet.describe(codec, time + skew);
+      track.accept(packet);
     }
     return true;
   }
 
+  /** Returns the codec of a payload type, mostly that of the packet before. */
+  private Codec codec(Sdp.Media media, int payloadType) {
+    if (media != lastMedia || payloadType != lastPayloadType) {
+      lastMedia = media;
+      lastPayloadType = payloadType;
+      lastCodec = media.kind() == Sdp.Kind.SECURE_RTP ? Codec.SRTP
+          : Codec.of(payloadType, media.codecs().get(payloadType));
+    }
+    return lastCodec;
+  }
+
   /** Returns the number of lost packets in both directions. */
   long lost() {
-    return allTracks().mapToLong(Track::lost).sum();
+    long lost = 0;
+    for (Direction direction : Direction.values()) {
+      lost += tracks.get(direction).lost();
+      for (Track track : earlierTracks.get(direction)) {
+        lost += track.lost();
+      }
+    }
+    return lost;
   }
 
   /** Returns "from-caller 3 packets, 0 lost; from-callee 4 packets, 1 lost". */
@@ -265,7 +300,7 @@ final class Recording {
     reports.write(name, tracks.get(Direction.FROM_CALLER).stretches(start),
         tracks.get(Direction.FROM_CALLEE).stretches(start), names -> new CallReport(names.report(), call.protocol(),
             Text.printable(call.id()), Text.printable(call.caller()), Text.printable(call.callee()), start, end + skew,
-            Text.printable(how), voice(Direction.FROM_CALLER), voice(Direction.FROM_CALLEE),
+            Text.printable(how), voice(Direction.FROM_CALLER, names), voice(Direction.FROM_CALLEE, names),
             names.stereo().stream().findFirst().map(CallReport.Part::file).orElse(""),
             names.stereo().stream().skip(1).toList(), List.copyOf(ladder), notes(names.stereoMissing()), legs));
   }
@@ -278,8 +313,10 @@ final class Recording {
     return all;
   }
 
-  private CallReport.Voice voice(Direction direction) {
-    List<CallReport.Voice> voices = tracksOf(direction).map(track -> track.report(start)).toList();
+  private CallReport.Voice voice(Direction direction, Reports.Names names) {
+    mixed = !names.stereo().isEmpty();
+    boolean named = options.keepsVoices() || !mixed;
+    List<CallReport.Voice> voices = tracksOf(direction).map(track -> track.report(start, named)).toList();
     List<CallReport.Digit> digits = new ArrayList<>();
     voices.forEach(voice -> digits.addAll(voice.digits()));
     dialled.stream().filter(some -> some.direction == direction)
@@ -296,11 +333,30 @@ final class Recording {
             Text.printable(leg.caller()), Text.printable(leg.callee()), Text.printable(leg.how()))).toList();
   }
 
-  /** Returns the state for a restart, and queues the unsaved messages and media for the disk thread. */
-  RunningCalls.Saved save(RunningCalls running) {
+  /** Returns the files that are not needed after the report is written. Called on the disk thread. */
+  List<StoredFile> obsoleteFiles() {
+    return mixed && !options.keepsVoices()
+        ? allTracks().flatMap(track -> track.files().stream()).filter(file -> file instanceof WavFile).toList()
+        : List.of();
+  }
+
+  /** Whether there is something to save. */
+  boolean hasChanged() {
+    return changed;
+  }
+
+  /**
+   * Returns the state for a restart, and queues the unsaved messages and media for the disk thread.
+   *
+   * @param all whether the state is whole, or an increment to the one before
+   */
+  RunningCalls.Saved save(RunningCalls running, boolean all) {
     saveMessages(running);
+    boolean whole = all || changedWholly;
+    changed = false;
+    changedWholly = false;
     try {
-      ByteArrayOutputStream bytes = new ByteArrayOutputStream();
+      ByteArrayOutputStream bytes = new ByteArrayOutputStream(USUAL_STATE);
       DataOutputStream out = new DataOutputStream(bytes);
       List<StoredFile> files = new ArrayList<>();
       for (Direction direction : Direction.values()) {
@@ -308,11 +364,11 @@ final class Recording {
         for (Track track : tracksOf(direction).toList()) {
           out.writeUTF(track.fileName());
           track.flush();
-          track.save(out);
+          track.save(out, whole);
           files.addAll(track.files());
         }
       }
-      return new RunningCalls.Saved(journal, bytes.toByteArray(), files);
+      return new RunningCalls.Saved(journal, whole, bytes.toByteArray(), files);
     } catch (IOException e) {
       throw new UncheckedIOException(e);  // an array in memory cannot fail
     }
@@ -323,21 +379,31 @@ final class Recording {
     unsaved.clear();
   }
 
-  /** Restores a saved state. */
-  void restore(byte[] state, ResumedFiles files) throws IOException {
-    DataInputStream in = new DataInputStream(new ByteArrayInputStream(state));
+  /** Restores a state that was saved whole and then in increments. */
+  void restore(List<byte[]> states, ResumedFiles files) throws IOException {
+    Map<String, Track> restored = new HashMap<>();
+    for (byte[] state : states) {
+      DataInputStream in = new DataInputStream(new ByteArrayInputStream(state));
+      for (Direction direction : Direction.values()) {
+        int earlier = in.readInt();
+        earlierTracks.get(direction).clear();
+        tracks.put(direction, restoreTrack(in, direction + "0", restored));
+        for (int i = 1; i <= earlier; i++) {
+          earlierTracks.get(direction).add(restoreTrack(in, direction + "" + i, restored));
+        }
+      }
+    }
     for (Direction direction : Direction.values()) {
-      int earlier = in.readInt();
-      tracks.put(direction, restoreTrack(in, files));
-      for (; earlier > 0; earlier--) {
-        earlierTracks.get(direction).add(restoreTrack(in, files));
+      for (Track track : tracksOf(direction).toList()) {
+        track.resume(files);
       }
     }
   }
 
-  private Track restoreTrack(DataInputStream in, ResumedFiles files) throws IOException {
-    Track track = new Track(store, in.readUTF(), keepsDigits, this::begin);
-    track.restore(in, files);
+  private Track restoreTrack(DataInputStream in, String place, Map<String, Track> restored) throws IOException {
+    String fileName = in.readUTF();
+    Track track = restored.computeIfAbsent(place, key -> new Track(store, fileName, options, this::begin));
+    track.restore(in);
     return track;
   }
 }

@@ -25,8 +25,8 @@ final class Summary {
   private long statusAt;
 
   /** Counts a frame of the sniffer. */
-  void count(Frame frame) {
-    frames[frame.protocol()]++;
+  void count(int protocol) {
+    frames[protocol]++;
     total++;
   }
 

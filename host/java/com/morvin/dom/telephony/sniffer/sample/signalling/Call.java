@@ -28,6 +28,7 @@ public abstract class Call {
   private final Lifetime lifetime;
   private final Map<Endpoint, Use> learned = new LinkedHashMap<>();
   private final Set<String> notes = new TreeSet<>();
+  private Object attachment;
 
   /**
    * Makes a call.
@@ -101,7 +102,7 @@ public abstract class Call {
   }
 
   /** Records that media was received for a use of this call. */
-  void countMedia(Use use, Endpoint source, Moment now) {
+  void countMedia(Use use, long source, Moment now) {
     flow.count(use.direction, source, now);
     use.leg.media(now);
     lifetime.active(now);
@@ -115,6 +116,16 @@ public abstract class Call {
   /** Returns the number of learned destinations. */
   int learned() {
     return learned.size();
+  }
+
+  /** Attaches an object of the listener: each packet needs it, so it is not looked up. */
+  public void attach(Object object) {
+    attachment = object;
+  }
+
+  /** Returns the attached object; null when there is none. */
+  public Object attachment() {
+    return attachment;
   }
 
   /** Returns the number of the call, counted from 1 in each run. */

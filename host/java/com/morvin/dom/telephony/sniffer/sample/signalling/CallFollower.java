@@ -119,18 +119,20 @@ public final class CallFollower {
   /**
    * Handles a media frame. Returns its call and direction. Returns null when no call uses the destination, and then
    * asks the sniffers to stop forwarding it.
+   *
+   * @param destination see {@link Endpoint#key}
    */
-  public Call.Use media(Frame frame, Moment now) {
-    Call.Use use = destinations.find(frame.destination(), frame.source(), now);
+  public Call.Use media(long destination, long source, Moment now) {
+    Call.Use use = destinations.find(destination, source, now);
     if (use == null) {
-      destinations.unwanted(frame.destination(), now);
+      destinations.unwanted(Endpoint.of(destination), now);
       return null;
     }
     Call call = use.call();
     if (!call.flow().exists()) {
       removeSilent(call);
     }
-    call.countMedia(use, frame.source(), now);
+    call.countMedia(use, source, now);
     learnFrom(use, now);
     return use;
   }
@@ -142,12 +144,12 @@ public final class CallFollower {
    */
   private void learnFrom(Call.Use use, Moment now) {
     Call call = use.call();
-    Endpoint source = call.flow().steadySource(use.direction(), STEADY_PACKETS);
-    Direction other = use.direction().opposite();
-    if (source == null || call.learned() == MAX_LEARNED
+    if (!call.flow().hasNewSource(use.direction(), STEADY_PACKETS) || call.learned() == MAX_LEARNED
         || call.flow().oneSidedMillis(use.direction(), now) < ONE_SIDED_MILLIS) {
       return;
     }
+    Endpoint source = call.flow().takeSource(use.direction());
+    Direction other = use.direction().opposite();
     Map<Endpoint, Call.Use> known = call.destinations();
     if (source.acceptsMedia() && !known.containsKey(source)) {
       Sdp.Media media = known.values().stream().filter(of -> of.direction() == other).map(Call.Use::media).findFirst()
@@ -256,6 +258,7 @@ public final class CallFollower {
 
   /** Updates the destinations of a call, and reports a new call to the listener afterwards. */
   void update(Call call, Moment now) {
+    call.flow().forgetSources();
     destinations.update(call, call.destinations(), now);
     if (calls.add(call)) {
       silent.computeIfAbsent(call.origin(), origin -> new LinkedHashSet<>()).add(call);
@@ -271,6 +274,7 @@ public final class CallFollower {
   /** Follows the legs of a second call as those of the first one. */
   void merge(Call call, Call other, boolean turned, Moment now) {
     call.add(other, turned);
+    call.flow().forgetSources();
     destinations.update(call, call.destinations(), now);
     destinations.update(other, Map.of(), now);
     removeSilent(other);

@@ -24,6 +24,8 @@ final class Destinations {
 
   private static final class Entry {
     final List<Call.Use> uses = new ArrayList<>(1);
+    /** The only use, the usual case; null when there are several. */
+    Call.Use only;
     boolean heard;
     int repeats;
     Moment asked;
@@ -35,10 +37,18 @@ final class Destinations {
         uses.remove(mute);
       }
       uses.add(use);
+      only = uses.size() == 1 ? use : null;
+    }
+
+    boolean remove(Call.Use use) {
+      boolean removed = uses.remove(use);
+      only = uses.size() == 1 ? uses.get(0) : null;
+      return removed;
     }
   }
 
   private final Map<Endpoint, Entry> entries = new LinkedHashMap<>();
+  private final EndpointMap<Entry> byKey = new EndpointMap<>();
   private final Map<Call, Map<Endpoint, Call.Use>> ofCalls = new HashMap<>();
   private final BoundedMap<Endpoint, Moment> dismissed = new BoundedMap<>(MAX_DISMISSED);
   private final Consumer<Command> sniffers;
@@ -58,6 +68,7 @@ final class Destinations {
           entry = new Entry();
           entry.asked = now;
           entries.put(endpoint, entry);
+          byKey.put(endpoint.key(), entry);
           sniffers.accept(Command.add(endpoint));
         }
         entry.replace(old, use);
@@ -66,8 +77,9 @@ final class Destinations {
     before.forEach((endpoint, use) -> {
       if (!wanted.containsKey(endpoint)) {
         Entry entry = entries.get(endpoint);
-        if (entry != null && entry.uses.remove(use) && entry.uses.isEmpty()) {
+        if (entry != null && entry.remove(use) && entry.uses.isEmpty()) {
           entries.remove(endpoint);
+          byKey.remove(endpoint.key());
           dismiss(endpoint, now);
         }
       }
@@ -89,19 +101,18 @@ final class Destinations {
    * together identify the call, so that both directions of a stream belong to the same one: the other party of the call
    * receives at the source (most telephones send from there), or at least at another port of its address. Among calls
    * that fit equally well, the first choice is the one that has just received this stream, then the newest one.
+   *
+   * @param destination see {@link Endpoint#key}
    */
-  Call.Use find(Endpoint destination, Endpoint source, Moment now) {
-    Entry entry = entries.get(destination);
+  Call.Use find(long destination, long source, Moment now) {
+    Entry entry = byKey.get(destination);
     if (entry == null) {
       return null;
     }
     entry.heard = true;
-    Call.Use best = entry.uses.get(0);
-    if (entry.uses.size() > 1) {
-      best = Collections.max(entry.uses, Comparator.comparingInt((Call.Use use) -> fit(use, source, now))
-          .thenComparingInt(use -> use.call().number()));
-    }
-    return best;
+    return entry.only != null ? entry.only
+        : Collections.max(entry.uses, Comparator.comparingInt((Call.Use use) -> fit(use, Endpoint.of(source), now))
+            .thenComparingInt(use -> use.call().number()));
   }
 
   /** Returns the uses of a destination by all calls. */
@@ -113,7 +124,7 @@ final class Destinations {
   private int fit(Call.Use use, Endpoint source, Moment now) {
     Map<Endpoint, Call.Use> ofCall = ofCalls.get(use.call());
     Call.Use other = ofCall.get(source);
-    int flowing = use.call().flow().comesFrom(use.direction(), source, now) ? 1 : 0;
+    int flowing = use.call().flow().comesFrom(use.direction(), source.key(), now) ? 1 : 0;
     if (other != null && other.direction() != use.direction()) {
       return 4 + flowing;
     }

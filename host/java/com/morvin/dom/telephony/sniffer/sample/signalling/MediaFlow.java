@@ -1,8 +1,6 @@
 package com.morvin.dom.telephony.sniffer.sample.signalling;
 
 import com.morvin.dom.telephony.sniffer.sample.transport.Endpoint;
-import java.util.EnumMap;
-import java.util.Map;
 
 /** The media that was received for a call: the times and the source of each direction. */
 final class MediaFlow {
@@ -11,42 +9,49 @@ final class MediaFlow {
   private static final class Stream {
     private Moment first;
     private Moment last;
-    private Endpoint source;
+    private long source;
     private int fromSource;
+    private boolean known;
   }
 
-  private final Map<Direction, Stream> streams = new EnumMap<>(Direction.class);
+  private final Stream fromCaller = new Stream();
+  private final Stream fromCallee = new Stream();
 
-  MediaFlow() {
-    for (Direction direction : Direction.values()) {
-      streams.put(direction, new Stream());
-    }
+  private Stream of(Direction direction) {
+    return direction == Direction.FROM_CALLER ? fromCaller : fromCallee;
   }
 
-  /** Records a packet. */
-  void count(Direction direction, Endpoint source, Moment now) {
-    Stream stream = streams.get(direction);
+  /** Records a packet from a source; see {@link Endpoint#key}. */
+  void count(Direction direction, long source, Moment now) {
+    Stream stream = of(direction);
     if (stream.first == null) {
       stream.first = now;
     }
     stream.last = now;
-    stream.fromSource = source.equals(stream.source) ? stream.fromSource + 1 : 1;
-    stream.source = source;
+    if (source == stream.source) {
+      stream.fromSource++;
+    } else {
+      stream.source = source;
+      stream.fromSource = 1;
+      stream.known = false;
+    }
   }
 
   /** Adds the media of another call, whose directions may be exchanged. */
   void add(MediaFlow other, boolean turned) {
-    streams.forEach((direction, stream) -> {
-      Stream added = other.streams.get(direction.turned(turned));
+    for (Direction direction : Direction.values()) {
+      Stream stream = of(direction);
+      Stream added = other.of(direction.turned(turned));
       if (added.last != null) {
         stream.first = stream.first == null || stream.first.since(added.first) > 0 ? added.first : stream.first;
         if (added.last.latest(stream.last) == added.last) {
           stream.last = added.last;
           stream.source = added.source;
           stream.fromSource = added.fromSource;
+          stream.known = false;
         }
       }
-    });
+    }
   }
 
   /** Whether media of either direction was received. */
@@ -56,28 +61,40 @@ final class MediaFlow {
 
   /** Returns the time of the last packet of either direction; null when there was none. */
   Moment last() {
-    Moment caller = streams.get(Direction.FROM_CALLER).last;
-    Moment callee = streams.get(Direction.FROM_CALLEE).last;
-    return caller == null ? callee : caller.latest(callee);
+    return fromCaller.last == null ? fromCallee.last : fromCaller.last.latest(fromCallee.last);
   }
 
   /** Whether the last packet of a direction came from the source, a short time ago. */
-  boolean comesFrom(Direction direction, Endpoint source, Moment now) {
-    Stream stream = streams.get(direction);
-    return source.equals(stream.source) && now.since(stream.last) < RECENT_MILLIS;
+  boolean comesFrom(Direction direction, long source, Moment now) {
+    Stream stream = of(direction);
+    return stream.last != null && source == stream.source && now.since(stream.last) < RECENT_MILLIS;
   }
 
   /**
-   * Returns the source of the last packets of a direction; null when fewer than the given number came from it in a row.
+   * Whether the given number of packets of a direction came from the same source in a row, and the source is not marked
+   * as known.
    */
-  Endpoint steadySource(Direction direction, int packets) {
-    Stream stream = streams.get(direction);
-    return stream.fromSource >= packets ? stream.source : null;
+  boolean hasNewSource(Direction direction, int packets) {
+    Stream stream = of(direction);
+    return stream.fromSource >= packets && !stream.known;
+  }
+
+  /** Returns the source of the last packet of a direction, and marks it as known. */
+  Endpoint takeSource(Direction direction) {
+    Stream stream = of(direction);
+    stream.known = true;
+    return Endpoint.of(stream.source);
+  }
+
+  /** Makes the sources of both directions new ones. */
+  void forgetSources() {
+    fromCaller.known = false;
+    fromCallee.known = false;
   }
 
   /** Returns how long media of one direction has come without media of the other, in milliseconds. */
   long oneSidedMillis(Direction direction, Moment now) {
-    Moment first = streams.get(direction).first;
-    return first == null ? 0 : now.since(first.latest(streams.get(direction.opposite()).last));
+    Moment first = of(direction).first;
+    return first == null ? 0 : now.since(first.latest(of(direction.opposite()).last));
   }
 }

@@ -55,10 +55,22 @@ public final class FileOperations {
 
   /** Appends all bytes or none: after a failure the file has its former size. */
   static void append(Path file, byte[] bytes) throws IOException {
+    append(file, bytes, false);
+  }
+
+  /** Appends all bytes or none. They are on the disk afterwards, and survive a crash of the machine. */
+  static void appendSafely(Path file, byte[] bytes) throws IOException {
+    append(file, bytes, true);
+  }
+
+  private static void append(Path file, byte[] bytes, boolean sync) throws IOException {
     try (FileChannel channel = open(file, StandardOpenOption.CREATE, StandardOpenOption.WRITE)) {
       long end = channel.size();
       try {
         writeAll(channel, ByteBuffer.wrap(bytes), end);
+        if (sync) {
+          channel.force(true);
+        }
       } catch (IOException e) {
         channel.truncate(end);
         throw e;

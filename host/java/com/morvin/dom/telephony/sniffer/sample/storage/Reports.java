@@ -84,7 +84,7 @@ public final class Reports {
     }
 
     private boolean hasStereo() {
-      return isThere(left) && isThere(right);
+      return isThere(left) || isThere(right);
     }
 
     private static boolean isThere(List<StereoFile.Stretch> stretches) {

@@ -1,7 +1,9 @@
 package com.morvin.dom.telephony.sniffer.sample.storage;
 
 import com.morvin.dom.telephony.sniffer.sample.console.Console;
+import com.sun.management.UnixOperatingSystemMXBean;
 import java.io.IOException;
+import java.lang.management.ManagementFactory;
 import java.nio.channels.FileChannel;
 import java.nio.channels.FileLock;
 import java.nio.channels.OverlappingFileLockException;
@@ -21,6 +23,8 @@ import java.util.Set;
  */
 public final class Store implements AutoCloseable {
   private static final int MAX_REMEMBERED = 10_000;
+  /** The voices of 8,000 calls. */
+  private static final int MAX_OPEN = 16_000;
   private static final long MAX_WAITING = 256L << 20;
   private static final long LARGE = 1 << 20;
   private static final long RESERVE = 64 << 20;
@@ -45,7 +49,10 @@ public final class Store implements AutoCloseable {
   private final Disk disk;
   private final FileChannel lock;
   private final Map<String, Integer> lastNumber = new HashMap<>();
+  private final OpenFiles open = new OpenFiles(openLimit());
+  private final Blocks blocks = new Blocks();
   private final Set<Path> unsynced = new LinkedHashSet<>();
+  private boolean syncs;
   private CreationListener creationListener = path -> { };
 
   /**
@@ -71,6 +78,13 @@ public final class Store implements AutoCloseable {
     if (bytes >= LARGE && Files.getFileStore(directory).getUsableSpace() < needed) {
       throw new Disk.LeftOutException("a file of " + (bytes >> 20) + " MB does not fit on the disk");
     }
+  }
+
+  /** Returns how many files may be open: sockets and short-lived files need the others. */
+  private static int openLimit() {
+    long allowed = ManagementFactory.getOperatingSystemMXBean() instanceof UnixOperatingSystemMXBean system
+        ? system.getMaxFileDescriptorCount() : 1024;
+    return (int) Math.max(64, Math.min(MAX_OPEN, allowed / 2));
   }
 
   private FileChannel lock(Path file) throws IOException {
@@ -105,19 +119,24 @@ public final class Store implements AutoCloseable {
     return disk;
   }
 
+  /** Returns the files that are held open. They belong to the disk thread. */
+  OpenFiles open() {
+    return open;
+  }
+
+  /** Returns the arrays for sound that waits for the disk. */
+  Blocks blocks() {
+    return blocks;
+  }
+
   /** Makes a WAV file, which is created with its first samples. */
-  public WavFile wav(String name, int rate) {
-    return new WavFile(this, name, rate, null, 0);
+  public WavFile wav(String name, WavFile.Format format) {
+    return new WavFile(this, name, format, null, 0, 0);
   }
 
-  /** Continues a WAV file after the given number of samples. */
-  public WavFile wav(String name, int rate, Path path, long samples) {
-    return new WavFile(this, name, rate, path, samples);
-  }
-
-  /** Makes a capture file, or continues the file of a path that is not null. */
-  public PcapFile pcap(String name, Path path) {
-    return new PcapFile(this, name, path);
+  /** Makes a capture file, which is created with its first datagrams. */
+  public PcapFile pcap(String name) {
+    return new PcapFile(this, name, null, 0);
   }
 
   /** Sets the listener for the files created from now on. It is called on the disk thread. */
@@ -175,9 +194,16 @@ public final class Store implements AutoCloseable {
     return directory.resolve(name + (number == 1 ? "" : "-" + number) + "." + extension);
   }
 
+  /** Makes {@link #sync} write all files to the disk that are written from now on. */
+  void beginSyncing() {
+    syncs = true;
+  }
+
   /** Notes a file that {@link #sync} must write to the disk. */
   void written(Path path) {
-    unsynced.add(path);
+    if (syncs) {
+      unsynced.add(path);
+    }
   }
 
   /** Forces the noted files to the disk, so that they survive a crash of the machine. Called on the disk thread. */
@@ -192,15 +218,11 @@ public final class Store implements AutoCloseable {
     }
   }
 
-  /** Forgets the noted files, which need not survive a crash. Called on the disk thread. */
-  void forgetUnsynced() {
-    unsynced.clear();
-  }
-
   @Override
   public void close() {
     disk.close();
     try {
+      open.closeAll();
       lock.close();
     } catch (IOException ignored) {
       // The system releases the lock when the process ends.

@@ -4,13 +4,9 @@ import java.io.IOException;
 import java.nio.channels.FileChannel;
 import java.nio.file.Files;
 import java.nio.file.Path;
-import java.nio.file.StandardOpenOption;
 import java.util.concurrent.atomic.AtomicLong;
 
-/**
- * A file that grows during a call. It is created with its first content, so that no empty file is left. It is open only
- * while it is written, so that the number of files has no limit.
- */
+/** A file that grows during a call. It is created with its first content, so that no empty file is left. */
 public abstract class StoredFile {
   final Store store;
   private final String name;
@@ -44,22 +40,33 @@ public abstract class StoredFile {
     return missing.get();
   }
 
-  /** Returns the size on disk in bytes. */
-  public long size() throws IOException {
-    return path == null ? 0 : Files.size(path);
-  }
+  /** Returns the size on disk in bytes. Called on the disk thread. */
+  abstract long size();
 
   /** Queues a job that writes a number of bytes. */
   void submit(int bytes, Disk.Job job) {
     store.disk().write(bytes, job, () -> missing.addAndGet(bytes));
   }
 
-  /** Opens the file, and creates it when it is new. Called on the disk thread. */
+  /** Returns the open file, which is created when it is new. Called on the disk thread. */
   FileChannel open() throws IOException {
     if (path == null) {
       path = store.create(name, extension);
     }
     store.written(path);
-    return FileChannel.open(path, StandardOpenOption.WRITE);
+    return store.open().channel(this);
+  }
+
+  /** Closes the file. Called on the disk thread. */
+  void close() throws IOException {
+    store.open().close(this);
+  }
+
+  /** Closes and removes the file. Called on the disk thread. */
+  void delete() throws IOException {
+    close();
+    if (path != null) {
+      Files.deleteIfExists(path);
+    }
   }
 }
