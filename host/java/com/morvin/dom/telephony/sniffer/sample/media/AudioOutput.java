@@ -48,6 +48,13 @@ final class AudioOutput {
   private final String codec;
   private final SavedList<Anchor> anchors = new SavedList<>();
   private final SavedList<Gap> gaps = new SavedList<>();
+  /** The values of the last anchor, and the time of the first one: each packet needs them. */
+  private boolean anchored;
+  private long lastSample;
+  private long lastTime;
+  private boolean lastJoined;
+  private long firstTime;
+  private int samplesPerMilli;
   private long packets;
   private boolean interrupted;
   private long excessMillis;
@@ -60,8 +67,15 @@ final class AudioOutput {
   private long savedSamples;
 
   AudioOutput(WavFile file, String codec) {
-    this.file = file;
     this.codec = codec;
+    if (file != null) {
+      setFile(file);
+    }
+  }
+
+  private void setFile(WavFile opened) {
+    file = opened;
+    samplesPerMilli = opened.rate() / 1000;
   }
 
   WavFile file() {
@@ -81,30 +95,25 @@ final class AudioOutput {
     owner = source;
   }
 
-  private int samplesPerMilli() {
-    return file.rate() / 1000;
-  }
-
   /** Returns the time of a sample in the last stretch. */
   private long timeOf(long sample) {
-    Anchor last = anchors.last();
-    return last.time + (sample - last.sample) / samplesPerMilli();
+    return lastTime + (sample - lastSample) / samplesPerMilli;
   }
 
   /** Returns the pause since the last sample in milliseconds, by the clock. */
   long pauseUntil(long now) {
-    return anchors.isEmpty() ? 0 : Math.max(0, Math.min(now - timeOf(file.samples()), MAX_CLOCK_GAP_MILLIS));
+    return !anchored ? 0 : Math.max(0, Math.min(now - timeOf(file.samples()), MAX_CLOCK_GAP_MILLIS));
   }
 
   /** Returns how much later than its place in the file a packet was captured that follows a pause in milliseconds. */
   long delay(long pause, long time) {
-    return anchors.isEmpty() ? 0 : time - timeOf(file.samples()) - pause;
+    return !anchored ? 0 : time - timeOf(file.samples()) - pause;
   }
 
   /** Returns the longest pause in milliseconds that RTP timestamps may ask for. */
   long maxPauseAt(long now) {
-    long start = anchors.isEmpty() ? now : anchors.first().time;
-    return now - start + MAX_LEAD_MILLIS - file.samples() / samplesPerMilli();
+    long start = anchored ? firstTime : now;
+    return now - start + MAX_LEAD_MILLIS - file.samples() / samplesPerMilli;
   }
 
   /**
@@ -120,16 +129,18 @@ final class AudioOutput {
       mark(file.samples(), file.samples() + pause);
     }
     interrupted = false;
-    file.silence(pause);
-    align(pause >= PAUSE_MILLIS * samplesPerMilli(), time);
+    if (pause > 0) {
+      file.silence(pause);
+    }
+    align(pause >= PAUSE_MILLIS * samplesPerMilli, time);
   }
 
   /** Compares the place of the next sample with its time of capture. */
   private void align(boolean afterPause, long time) {
     long delay = delay(0, time);
-    if (anchors.isEmpty() || afterPause && Math.abs(delay) >= JITTER_MILLIS) {
+    if (!anchored || afterPause && Math.abs(delay) >= JITTER_MILLIS) {
       anchor(time, false);
-    } else if (delay < 0 && !anchors.last().joined && time - anchors.last().time < SETTLING_MILLIS) {
+    } else if (delay < 0 && !lastJoined && time - lastTime < SETTLING_MILLIS) {
       moveBack(Math.min(-delay, MAX_LEAD_MILLIS));
     } else if (delay <= -PAUSE_MILLIS) {
       anchor(time, false);
@@ -142,6 +153,7 @@ final class AudioOutput {
   private void moveBack(long millis) {
     Anchor late = anchors.last();
     anchors.replaceLast(new Anchor(late.sample, late.time - millis, false));
+    cacheAnchors();
     beginWindow(windowStart);
   }
 
@@ -165,7 +177,18 @@ final class AudioOutput {
   private void anchor(long time, boolean joined) {
     if (anchors.size() < MAX_MARKS) {
       anchors.add(new Anchor(file.samples(), time, joined));
+      cacheAnchors();
       beginWindow(time);
+    }
+  }
+
+  private void cacheAnchors() {
+    anchored = !anchors.isEmpty();
+    if (anchored) {
+      firstTime = anchors.first().time;
+      lastSample = anchors.last().sample;
+      lastTime = anchors.last().time;
+      lastJoined = anchors.last().joined;
     }
   }
 
@@ -231,8 +254,9 @@ final class AudioOutput {
 
   /** Opens the file of a restored output. It may hold more samples than the saved state says. */
   void open(ResumedFiles files, String name) throws IOException {
-    file = files.wav(name, savedFormat, savedSamples);
-    excessMillis = (file.samples() - savedSamples) / samplesPerMilli();
+    setFile(files.wav(name, savedFormat, savedSamples));
+    cacheAnchors();
+    excessMillis = (file.samples() - savedSamples) / samplesPerMilli;
     interrupted = true;
     beginWindow(Long.MIN_VALUE / 2);
   }

@@ -31,7 +31,9 @@ public final class RtpPacket {
   }
 
   private boolean read(byte[] frames, int from, int to) {
-    bytes = frames;
+    if (bytes != frames) {
+      bytes = frames;  // a reference costs more to write than to compare
+    }
     start = from;
     end = to;
     int datagram = datagram();
@@ -76,7 +78,9 @@ public final class RtpPacket {
 
   /** Sets what the packet itself does not say: its codec, and its time of capture in milliseconds since 1970. */
   public void describe(Codec known, long captured) {
-    codec = known;
+    if (codec != known) {
+      codec = known;
+    }
     time = captured;
   }
 

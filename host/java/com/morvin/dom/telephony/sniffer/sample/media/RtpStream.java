@@ -25,6 +25,8 @@ final class RtpStream {
   private final TreeMap<Long, RtpPacket> early = new TreeMap<>();
   /** Sequence numbers and timestamps of the last packets. */
   private final long[] seen = new long[REMEMBERED];
+  /** The size of {@code early}: a packet in order need not touch it. */
+  private int waiting;
   private RtpPacket suspect;
   private long next = -1;
   private long received;
@@ -38,8 +40,7 @@ final class RtpStream {
     if (seen[slot] == identity) {
       return;
     }
-    if (received > 1 && early.isEmpty() && sequence == (next & 0xffff)) {
-      suspect = null;
+    if (received > 1 && waiting == 0 && suspect == null && sequence == (next & 0xffff)) {
       seen[slot] = identity;
       received++;
       next++;
@@ -67,6 +68,7 @@ final class RtpStream {
     if (distance < 0 || early.putIfAbsent(next + distance, packet.keep()) != null) {
       return;
     }
+    waiting = early.size();
     seen[slot] = identity;
     received++;
     while (received > 1 && !early.isEmpty() && (early.firstKey() == next || early.size() > REORDER_DEPTH)) {
@@ -88,6 +90,7 @@ final class RtpStream {
 
   private void release(Consumer<RtpPacket> inOrder) {
     Map.Entry<Long, RtpPacket> first = early.pollFirstEntry();
+    waiting = early.size();
     lost += first.getKey() - next;
     next = first.getKey() + 1;
     inOrder.accept(first.getValue());
@@ -121,5 +124,6 @@ final class RtpStream {
     for (int count = in.readInt(); count > 0; count--) {
       early.put(in.readLong(), RtpPacket.restore(in));
     }
+    waiting = early.size();
   }
 }

@@ -174,7 +174,12 @@ public final class Track {
 
   /** Passes all recorded media to the disk thread. */
   public void flush() {
-    files().forEach(StoredFile::flush);
+    for (AudioOutput output : outputs) {
+      output.file().flush();
+    }
+    if (undecoded != null) {
+      undecoded.flush();
+    }
   }
 
   /** Returns the number of received packets without duplicates. */
@@ -184,17 +189,28 @@ public final class Track {
 
   /** Returns the number of lost packets. */
   public long lost() {
-    return forgottenLost + sources.values().stream().mapToLong(source -> source.stream.lost()).sum();
+    long lost = forgottenLost;
+    for (Source source : sources.values()) {
+      lost += source.stream.lost();
+    }
+    return lost;
   }
 
   /** Returns the files in a fixed order. */
   public List<StoredFile> files() {
     List<StoredFile> files = new ArrayList<>();
-    outputs.forEach(output -> files.add(output.file()));
+    addFiles(files);
+    return files;
+  }
+
+  /** Adds the {@link #files} to a list. */
+  public void addFiles(List<StoredFile> files) {
+    for (AudioOutput output : outputs) {
+      files.add(output.file());
+    }
     if (undecoded != null) {
       files.add(undecoded);
     }
-    return files;
   }
 
   /** Returns remarks for the report. */
@@ -240,6 +256,8 @@ public final class Track {
     private final RtpStream stream = new RtpStream();
     private final Consumer<RtpPacket> player = this::play;
     private final List<RtpPacket> held = new ArrayList<>();
+    /** Whether there are any in {@code held}: a packet in time need not touch it. */
+    private boolean holds;
     private final Map<AudioOutput, Long> writtenBefore = new LinkedHashMap<>();
     private G722 g722;
     private AudioOutput output;
@@ -269,7 +287,7 @@ public final class Track {
       if (held.isEmpty()) {
         outputs.forEach(other -> writtenBefore.put(other, other.packets()));
       }
-      held.add(packet.keep());
+      hold(packet);
       if (outputs.isEmpty() || held.size() == PROBATION) {
         assignOutput();
       }
@@ -283,18 +301,23 @@ public final class Track {
     private void playInTime(RtpPacket packet) {
       long delay = delay(packet);
       if (delay < AudioOutput.PAUSE_MILLIS || pauseBefore(packet) < 0) {
-        if (!held.isEmpty()) {
+        if (holds) {
           writeHeld();
         }
         write(packet);
         return;
       }
-      held.add(packet.keep());
+      hold(packet);
       if (held.size() > MAX_LATE) {
         write(held.remove(0));
       } else if (packet.time() - held.get(0).time() >= SETTLING_MILLIS) {
         insertPause();
       }
+    }
+
+    private void hold(RtpPacket packet) {
+      held.add(packet.keep());
+      holds = true;
     }
 
     private int pauseBefore(RtpPacket packet) {
@@ -315,6 +338,7 @@ public final class Track {
     private void writeHeld() {
       held.forEach(this::write);
       held.clear();
+      holds = false;
     }
 
     void finish() {
@@ -334,6 +358,7 @@ public final class Track {
           .orElseGet(() -> open(first.codec()));
       List<RtpPacket> ready = List.copyOf(held);
       held.clear();
+      holds = false;
       writtenBefore.clear();
       if (output != null) {
         output.setOwner(this);
@@ -397,7 +422,7 @@ public final class Track {
       expectedTimestamp = in.readInt();
       lostBefore = in.readLong();
       for (int count = in.readInt(); count > 0; count--) {
-        held.add(RtpPacket.restore(in));
+        hold(RtpPacket.restore(in));
       }
     }
 

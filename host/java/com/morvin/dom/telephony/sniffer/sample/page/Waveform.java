@@ -7,7 +7,7 @@ import java.nio.file.Path;
 /** The loudness of a recording over time, as a short text. */
 final class Waveform {
   /** The most samples that are read for one point, so that a long recording takes no longer than a short one. */
-  private static final int MAX_SAMPLES = 128;
+  private static final int MAX_SAMPLES = 64;
   private static final int LEVELS = 64;
   private static final String ALPHABET = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-_";
 
@@ -34,19 +34,12 @@ final class Waveform {
       StringBuilder peaks = new StringBuilder(points);
       for (int point = 0; point < points; point++) {
         long start = first + count * point / points;
-        peaks.append(ALPHABET.charAt(level(peak(sound, channel, start, first + count * (point + 1) / points))));
+        long end = first + count * (point + 1) / points;
+        int step = (int) Math.max(1, (end - start) / MAX_SAMPLES);
+        peaks.append(ALPHABET.charAt(level(sound.peak(channel, start, end, step))));
       }
       return peaks.toString();
     }
-  }
-
-  private static int peak(WavReader sound, int channel, long from, long to) throws IOException {
-    int peak = 0;
-    long step = Math.max(1, (to - from) / MAX_SAMPLES);
-    for (long frame = from; frame < to; frame += step) {
-      peak = Math.max(peak, Math.abs(sound.sample(frame, channel)));
-    }
-    return peak;
   }
 
   private static int level(int peak) {

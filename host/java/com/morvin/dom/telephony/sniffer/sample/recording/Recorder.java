@@ -97,13 +97,23 @@ public final class Recorder extends Service {
     Call.Use use = follower.media(frame.destination(), frame.source(), time);
     if (use != null) {
       summary.countPacket();
-      Recording recording = (Recording) use.call().attachment();
-      boolean known = recording.media(frame, packet, use, time.stamp());
-      countMalformed(known ? 0 : 1);
-      if (known && recording.markShown()) {
-        CallReport running = recording.unfinished();
-        store.disk().submit(() -> listener.began(running));
+      if (use.attachment() == null) {
+        use.attach(recordings.get(use.call()).voice(use.direction()));
       }
+      Voice voice = (Voice) use.attachment();
+      if (!voice.media(frame, packet, use, time.stamp())) {
+        countMalformed(1);
+      } else if (voice.takeFirst()) {
+        show(voice.recording);
+      }
+    }
+  }
+
+  /** Shows a call with its first media to the listener. */
+  private void show(Recording recording) {
+    if (recording.markShown()) {
+      CallReport running = recording.unfinished();
+      store.disk().submit(() -> listener.began(running));
     }
   }
 
@@ -212,9 +222,7 @@ public final class Recorder extends Service {
     // The times of a saved call, and those of the frames that are redelivered, are times of day already.
     long skew = restoring != null || transport().redelivers() ? 0 : clock.skew();
     RunningCalls.Journal journal = restoring != null ? restoring.journal() : running.begin();
-    Recording recording = new Recording(call, journal, store, skew, options);
-    recordings.put(call, recording);
-    call.attach(recording);
+    recordings.put(call, new Recording(call, journal, store, skew, options));
     if (restoring == null) {
       console.line(call + "  " + call.protocol() + "  " + Text.printable(call.caller()) + " -> "
           + Text.printable(call.callee()));

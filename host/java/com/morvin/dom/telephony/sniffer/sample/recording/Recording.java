@@ -1,12 +1,9 @@
 package com.morvin.dom.telephony.sniffer.sample.recording;
 
 import com.morvin.dom.telephony.sniffer.sample.console.Text;
-import com.morvin.dom.telephony.sniffer.sample.media.Codec;
-import com.morvin.dom.telephony.sniffer.sample.media.RtpPacket;
 import com.morvin.dom.telephony.sniffer.sample.media.Track;
 import com.morvin.dom.telephony.sniffer.sample.signalling.Call;
 import com.morvin.dom.telephony.sniffer.sample.signalling.Direction;
-import com.morvin.dom.telephony.sniffer.sample.signalling.Sdp;
 import com.morvin.dom.telephony.sniffer.sample.storage.CallReport;
 import com.morvin.dom.telephony.sniffer.sample.storage.PcapFile;
 import com.morvin.dom.telephony.sniffer.sample.storage.Reports;
@@ -16,7 +13,6 @@ import com.morvin.dom.telephony.sniffer.sample.storage.Store;
 import com.morvin.dom.telephony.sniffer.sample.storage.StoredFile;
 import com.morvin.dom.telephony.sniffer.sample.storage.WavFile;
 import com.morvin.dom.telephony.sniffer.sample.transport.Frame;
-import com.morvin.dom.telephony.sniffer.sample.transport.FrameCursor;
 import java.io.ByteArrayInputStream;
 import java.io.ByteArrayOutputStream;
 import java.io.DataInputStream;
@@ -29,10 +25,7 @@ import java.time.format.DateTimeFormatter;
 import java.util.ArrayList;
 import java.util.Arrays;
 import java.util.Comparator;
-import java.util.EnumMap;
-import java.util.HashMap;
 import java.util.List;
-import java.util.Map;
 import java.util.Set;
 import java.util.TreeSet;
 import java.util.stream.Stream;
@@ -61,10 +54,8 @@ final class Recording {
 
   final Call call;
   final RunningCalls.Journal journal;
-  private final Map<Direction, Track> tracks = new EnumMap<>(Direction.class);
-  /** The tracks of calls that have turned out to be legs of this one. Nothing is added to them. */
-  private final Map<Direction, List<Track>> earlierTracks = new EnumMap<>(Direction.class);
-  private final Map<Direction, Relay> relays = new EnumMap<>(Direction.class);
+  private final Voice fromCaller;
+  private final Voice fromCallee;
   private final List<CallReport.Step> ladder = new ArrayList<>();
   private final List<Dialled> dialled = new ArrayList<>();
   private final List<RunningCalls.TimedFrame> kept = new ArrayList<>();
@@ -82,9 +73,6 @@ final class Recording {
   /** Whether something has changed since the state was saved, and whether more than an increment can tell. */
   private boolean changed = true;
   private boolean changedWholly = true;
-  private Sdp.Media lastMedia;
-  private int lastPayloadType;
-  private Codec lastCodec;
   /** The stereo file is written, so the files of the voices are not needed. Set on the disk thread. */
   private volatile boolean mixed;
 
@@ -101,11 +89,17 @@ final class Recording {
     this.options = options;
     start = call.start().stamp() + skew;
     name = FILE_TIME.format(Instant.ofEpochMilli(start)) + "-" + call.fileNames();
-    for (Direction direction : Direction.values()) {
-      tracks.put(direction, new Track(store, name + "-" + direction, options, this::begin));
-      earlierTracks.put(direction, new ArrayList<>());
-      relays.put(direction, new Relay());
-    }
+    fromCaller = new Voice(this, track(name + "-" + Direction.FROM_CALLER), skew);
+    fromCallee = new Voice(this, track(name + "-" + Direction.FROM_CALLEE), skew);
+  }
+
+  private Track track(String fileName) {
+    return new Track(store, fileName, options, this::begin);
+  }
+
+  /** Returns one direction. */
+  Voice voice(Direction direction) {
+    return direction == Direction.FROM_CALLER ? fromCaller : fromCallee;
   }
 
   /**
@@ -126,8 +120,7 @@ final class Recording {
     leg.kept.forEach(message -> keep(message.frame(), message.time()));
     leg.dialled.forEach(some -> dialled(some.direction.turned(turned), some.digits, some.time - skew));
     for (Direction direction : Direction.values()) {
-      addTracks(direction, leg.tracks.get(direction.turned(turned)));
-      earlierTracks.get(direction).addAll(leg.earlierTracks.get(direction.turned(turned)));
+      addTracks(voice(direction), leg.voice(direction.turned(turned)));
     }
     if (leg.journal != journal) {
       leg.saveMessages(running);
@@ -135,26 +128,20 @@ final class Recording {
     }
   }
 
-  private void addTracks(Direction direction, Track track) {
-    if (track.isEmpty()) {
-      return;
+  private static void addTracks(Voice voice, Voice added) {
+    if (!added.track.isEmpty() && voice.track.isEmpty()) {
+      voice.track = added.track;
+    } else if (!added.track.isEmpty()) {
+      voice.track.flush();  // first, so that its files have the lower numbers
+      added.track.finish();
+      voice.earlier.add(added.track);
     }
-    if (tracks.get(direction).isEmpty()) {
-      tracks.put(direction, track);
-    } else {
-      tracks.get(direction).flush();  // first, so that its files have the lower numbers
-      track.finish();
-      earlierTracks.get(direction).add(track);
-    }
-  }
-
-  private Stream<Track> tracksOf(Direction direction) {
-    return Stream.concat(Stream.of(tracks.get(direction)), earlierTracks.get(direction).stream());
+    voice.earlier.addAll(added.earlier);
   }
 
   /** Returns all tracks in a fixed order. */
   private Stream<Track> allTracks() {
-    return Stream.concat(tracks.values().stream(), earlierTracks.values().stream().flatMap(List::stream));
+    return Stream.of(fromCaller, fromCallee).flatMap(Voice::tracks);
   }
 
   /**
@@ -189,7 +176,8 @@ final class Recording {
     while (keptBytes > MAX_KEPT) {
       keptBytes -= kept.remove(Math.min(FIRST_KEPT, kept.size() - 1)).frame().payload().length;
     }
-    tracks.values().forEach(track -> track.signalled(frame, time));
+    fromCaller.track.signalled(frame, time);
+    fromCallee.track.signalled(frame, time);
   }
 
   /** Begins a capture file with the signalling so far. */
@@ -204,49 +192,11 @@ final class Recording {
     }
   }
 
-  /**
-   * Adds a media datagram. Returns whether it is valid.
-   *
-   * @param packet shows the datagram afterwards
-   */
-  boolean media(FrameCursor frame, RtpPacket packet, Call.Use use, long time) {
-    changed = true;
-    Track track = tracks.get(use.direction());
-    if (use.media().kind() == Sdp.Kind.FAX) {
-      track.keep(frame.frame(), "T.38", time + skew);
-      return true;
-    }
-    if (RtpPacket.isRtcp(frame) || RtpPacket.isSetup(frame)) {
-      return true;
-    }
-    if (!packet.read(frame)) {
-      return false;
-    }
-    Codec codec = codec(use.media(), packet.payloadType());
-    if (!codec.isPlayed() || relays.get(use.direction()).accepts(use.leg(), packet.ssrc(), time)) {
-      packet.describe(codec, time + skew);
-      track.accept(packet);
-    }
-    return true;
-  }
-
-  /** Returns the codec of a payload type, mostly that of the packet before. */
-  private Codec codec(Sdp.Media media, int payloadType) {
-    if (media != lastMedia || payloadType != lastPayloadType) {
-      lastMedia = media;
-      lastPayloadType = payloadType;
-      lastCodec = media.kind() == Sdp.Kind.SECURE_RTP ? Codec.SRTP
-          : Codec.of(payloadType, media.codecs().get(payloadType));
-    }
-    return lastCodec;
-  }
-
   /** Returns the number of lost packets in both directions. */
   long lost() {
-    long lost = 0;
-    for (Direction direction : Direction.values()) {
-      lost += tracks.get(direction).lost();
-      for (Track track : earlierTracks.get(direction)) {
+    long lost = fromCaller.track.lost() + fromCallee.track.lost();
+    for (Voice voice : List.of(fromCaller, fromCallee)) {
+      for (Track track : voice.earlier) {
         lost += track.lost();
       }
     }
@@ -257,8 +207,8 @@ final class Recording {
   String counts() {
     List<String> counts = new ArrayList<>();
     for (Direction direction : Direction.values()) {
-      long received = tracksOf(direction).mapToLong(Track::received).sum();
-      long lost = tracksOf(direction).mapToLong(Track::lost).sum();
+      long received = voice(direction).tracks().mapToLong(Track::received).sum();
+      long lost = voice(direction).tracks().mapToLong(Track::lost).sum();
       counts.add(direction + " " + Text.count(received, "packet") + ", " + lost + " lost");
     }
     return String.join("; ", counts);
@@ -268,7 +218,7 @@ final class Recording {
   Set<String> notes() {
     Set<String> all = new TreeSet<>(call.notes());
     for (Direction direction : Direction.values()) {
-      tracksOf(direction).forEach(track -> track.notes().forEach(note -> all.add(direction + ": " + note)));
+      voice(direction).tracks().forEach(track -> track.notes().forEach(note -> all.add(direction + ": " + note)));
     }
     return all;
   }
@@ -297,8 +247,8 @@ final class Recording {
   void report(Reports reports, String how, long end) {
     allTracks().forEach(Track::finish);
     List<CallReport.Leg> legs = legs();
-    reports.write(name, tracks.get(Direction.FROM_CALLER).stretches(start),
-        tracks.get(Direction.FROM_CALLEE).stretches(start), names -> new CallReport(names.report(), call.protocol(),
+    reports.write(name, fromCaller.track.stretches(start),
+        fromCallee.track.stretches(start), names -> new CallReport(names.report(), call.protocol(),
             Text.printable(call.id()), Text.printable(call.caller()), Text.printable(call.callee()), start, end + skew,
             Text.printable(how), voice(Direction.FROM_CALLER, names), voice(Direction.FROM_CALLEE, names),
             names.stereo().stream().findFirst().map(CallReport.Part::file).orElse(""),
@@ -316,7 +266,7 @@ final class Recording {
   private CallReport.Voice voice(Direction direction, Reports.Names names) {
     mixed = !names.stereo().isEmpty();
     boolean named = options.keepsVoices() || !mixed;
-    List<CallReport.Voice> voices = tracksOf(direction).map(track -> track.report(start, named)).toList();
+    List<CallReport.Voice> voices = voice(direction).tracks().map(track -> track.report(start, named)).toList();
     List<CallReport.Digit> digits = new ArrayList<>();
     voices.forEach(voice -> digits.addAll(voice.digits()));
     dialled.stream().filter(some -> some.direction == direction)
@@ -342,7 +292,7 @@ final class Recording {
 
   /** Whether there is something to save. */
   boolean hasChanged() {
-    return changed;
+    return fromCaller.takeChanged() | fromCallee.takeChanged() | changed;
   }
 
   /**
@@ -359,19 +309,25 @@ final class Recording {
       ByteArrayOutputStream bytes = new ByteArrayOutputStream(USUAL_STATE);
       DataOutputStream out = new DataOutputStream(bytes);
       List<StoredFile> files = new ArrayList<>();
-      for (Direction direction : Direction.values()) {
-        out.writeInt(earlierTracks.get(direction).size());
-        for (Track track : tracksOf(direction).toList()) {
-          out.writeUTF(track.fileName());
-          track.flush();
-          track.save(out, whole);
-          files.addAll(track.files());
+      for (Voice voice : List.of(fromCaller, fromCallee)) {
+        out.writeInt(voice.earlier.size());
+        save(voice.track, whole, out, files);
+        for (Track track : voice.earlier) {
+          save(track, whole, out, files);
         }
       }
       return new RunningCalls.Saved(journal, whole, bytes.toByteArray(), files);
     } catch (IOException e) {
       throw new UncheckedIOException(e);  // an array in memory cannot fail
     }
+  }
+
+  private static void save(Track track, boolean whole, DataOutputStream out, List<StoredFile> files)
+      throws IOException {
+    out.writeUTF(track.fileName());
+    track.flush();
+    track.save(out, whole);
+    track.addFiles(files);
   }
 
   private void saveMessages(RunningCalls running) {
@@ -381,28 +337,29 @@ final class Recording {
 
   /** Restores a state that was saved whole and then in increments. */
   void restore(List<byte[]> states, ResumedFiles files) throws IOException {
-    Map<String, Track> restored = new HashMap<>();
     for (byte[] state : states) {
       DataInputStream in = new DataInputStream(new ByteArrayInputStream(state));
-      for (Direction direction : Direction.values()) {
+      boolean first = state == states.get(0);
+      for (Voice voice : List.of(fromCaller, fromCallee)) {
         int earlier = in.readInt();
-        earlierTracks.get(direction).clear();
-        tracks.put(direction, restoreTrack(in, direction + "0", restored));
-        for (int i = 1; i <= earlier; i++) {
-          earlierTracks.get(direction).add(restoreTrack(in, direction + "" + i, restored));
+        voice.track = restore(first ? null : voice.track, in);
+        for (int i = 0; i < earlier; i++) {
+          if (first) {
+            voice.earlier.add(restore(null, in));
+          } else {
+            restore(voice.earlier.get(i), in);
+          }
         }
       }
     }
-    for (Direction direction : Direction.values()) {
-      for (Track track : tracksOf(direction).toList()) {
-        track.resume(files);
-      }
+    for (Track track : allTracks().toList()) {
+      track.resume(files);
     }
   }
 
-  private Track restoreTrack(DataInputStream in, String place, Map<String, Track> restored) throws IOException {
+  private Track restore(Track before, DataInputStream in) throws IOException {
     String fileName = in.readUTF();
-    Track track = restored.computeIfAbsent(place, key -> new Track(store, fileName, options, this::begin));
+    Track track = before != null ? before : track(fileName);
     track.restore(in);
     return track;
   }

@@ -27,6 +27,7 @@ public final class CallFollower {
   /** The number of packets from one address before that address is learned as a destination. */
   private static final int STEADY_PACKETS = 10;
   private static final long ONE_SIDED_MILLIS = 400;
+  private static final long CHECK_MILLIS = 100;
   private static final int MAX_LEARNED = 4;
   private static final long SOON_MILLIS = 10_000;
 
@@ -128,12 +129,13 @@ public final class CallFollower {
       destinations.unwanted(Endpoint.of(destination), now);
       return null;
     }
-    Call call = use.call();
-    if (!call.flow().exists()) {
-      removeSilent(call);
+    if (!use.stream().exists()) {
+      removeSilent(use.call());
     }
-    call.countMedia(use, source, now);
-    learnFrom(use, now);
+    use.count(source, now);
+    if (use.stream().hasNewSource(STEADY_PACKETS)) {
+      learnFrom(use, now);
+    }
     return use;
   }
 
@@ -144,11 +146,11 @@ public final class CallFollower {
    */
   private void learnFrom(Call.Use use, Moment now) {
     Call call = use.call();
-    if (!call.flow().hasNewSource(use.direction(), STEADY_PACKETS) || call.learned() == MAX_LEARNED
-        || call.flow().oneSidedMillis(use.direction(), now) < ONE_SIDED_MILLIS) {
+    if (call.learned() == MAX_LEARNED || call.flow().oneSidedMillis(use.direction(), now) < ONE_SIDED_MILLIS) {
+      use.stream().checkAgain(CHECK_MILLIS);
       return;
     }
-    Endpoint source = call.flow().takeSource(use.direction());
+    Endpoint source = use.stream().takeSource();
     Direction other = use.direction().opposite();
     Map<Endpoint, Call.Use> known = call.destinations();
     if (source.acceptsMedia() && !known.containsKey(source)) {
@@ -169,8 +171,11 @@ public final class CallFollower {
       destinations.repeat(now);
     }
     List.copyOf(calls).forEach(call -> {
-      call.legs().stream().filter(Leg::isOverruled)
-          .forEach(leg -> call.note("media went on after the end of the signalling: " + leg.how()));
+      for (Leg leg : call.legs()) {
+        if (leg.isOverruled()) {
+          call.note("media went on after the end of the signalling: " + leg.how());
+        }
+      }
       if (call.legs().size() > 1 && call.retireLegs(now, limits)) {
         update(call, now);
       }

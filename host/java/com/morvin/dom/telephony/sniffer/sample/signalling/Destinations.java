@@ -22,13 +22,23 @@ final class Destinations {
   private static final int MAX_REPEATS = 3;
   private static final long REPEAT_MILLIS = 1000;
 
-  private static final class Entry {
+  private static final class Entry implements EndpointMap.Keyed {
+    private final long key;
     final List<Call.Use> uses = new ArrayList<>(1);
     /** The only use, the usual case; null when there are several. */
     Call.Use only;
     boolean heard;
     int repeats;
     Moment asked;
+
+    Entry(Endpoint endpoint) {
+      key = endpoint.key();
+    }
+
+    @Override
+    public long key() {
+      return key;
+    }
 
     void replace(Call.Use old, Call.Use use) {
       uses.remove(old);
@@ -65,10 +75,10 @@ final class Destinations {
       if (!use.equals(old)) {
         Entry entry = entries.get(endpoint);
         if (entry == null) {
-          entry = new Entry();
+          entry = new Entry(endpoint);
           entry.asked = now;
           entries.put(endpoint, entry);
-          byKey.put(endpoint.key(), entry);
+          byKey.put(entry);
           sniffers.accept(Command.add(endpoint));
         }
         entry.replace(old, use);

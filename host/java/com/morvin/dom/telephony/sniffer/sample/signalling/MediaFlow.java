@@ -6,84 +6,109 @@ import com.morvin.dom.telephony.sniffer.sample.transport.Endpoint;
 final class MediaFlow {
   private static final long RECENT_MILLIS = 1_000;
 
-  private static final class Stream {
-    private Moment first;
-    private Moment last;
+  /** One direction. Its values are numbers: a reference to a new object for each packet would cost more. */
+  static final class Stream {
+    private boolean exists;
+    private long first;
+    private long lastSteady;
+    private long lastStamp;
     private long source;
     private int fromSource;
     private boolean known;
+    private long nextCheck;
+
+    /** Records a packet from a source; see {@link Endpoint#key}. */
+    void count(long from, Moment now) {
+      if (!exists) {
+        exists = true;
+        first = now.steady();
+        nextCheck = first;
+      }
+      lastSteady = now.steady();
+      lastStamp = now.stamp();
+      if (from == source) {
+        fromSource++;
+      } else {
+        source = from;
+        fromSource = 1;
+        known = false;
+      }
+    }
+
+    /** Whether media was received. */
+    boolean exists() {
+      return exists;
+    }
+
+    /** Returns the time of the last packet; null when there was none. */
+    private Moment last() {
+      return exists ? new Moment(lastSteady, lastStamp) : null;
+    }
+
+    /**
+     * Whether the given number of packets came from the same source in a row, and the source is not marked as known.
+     * False for a time after {@link #checkAgain}.
+     */
+    boolean hasNewSource(int packets) {
+      return !known && fromSource >= packets && lastSteady >= nextCheck;
+    }
+
+    /** Postpones {@link #hasNewSource}. */
+    void checkAgain(long millis) {
+      nextCheck = lastSteady + millis;
+    }
+
+    /** Returns the source of the last packet, and marks it as known. */
+    Endpoint takeSource() {
+      known = true;
+      return Endpoint.of(source);
+    }
+
+    private void add(Stream other) {
+      if (!other.exists) {
+        return;
+      }
+      first = exists ? Math.min(first, other.first) : other.first;
+      if (!exists || other.lastSteady >= lastSteady) {
+        lastSteady = other.lastSteady;
+        lastStamp = other.lastStamp;
+        source = other.source;
+        fromSource = other.fromSource;
+      }
+      exists = true;
+    }
   }
 
   private final Stream fromCaller = new Stream();
   private final Stream fromCallee = new Stream();
 
-  private Stream of(Direction direction) {
+  /** Returns one direction. */
+  Stream of(Direction direction) {
     return direction == Direction.FROM_CALLER ? fromCaller : fromCallee;
-  }
-
-  /** Records a packet from a source; see {@link Endpoint#key}. */
-  void count(Direction direction, long source, Moment now) {
-    Stream stream = of(direction);
-    if (stream.first == null) {
-      stream.first = now;
-    }
-    stream.last = now;
-    if (source == stream.source) {
-      stream.fromSource++;
-    } else {
-      stream.source = source;
-      stream.fromSource = 1;
-      stream.known = false;
-    }
   }
 
   /** Adds the media of another call, whose directions may be exchanged. */
   void add(MediaFlow other, boolean turned) {
     for (Direction direction : Direction.values()) {
-      Stream stream = of(direction);
-      Stream added = other.of(direction.turned(turned));
-      if (added.last != null) {
-        stream.first = stream.first == null || stream.first.since(added.first) > 0 ? added.first : stream.first;
-        if (added.last.latest(stream.last) == added.last) {
-          stream.last = added.last;
-          stream.source = added.source;
-          stream.fromSource = added.fromSource;
-          stream.known = false;
-        }
-      }
+      of(direction).add(other.of(direction.turned(turned)));
     }
   }
 
   /** Whether media of either direction was received. */
   boolean exists() {
-    return last() != null;
+    return fromCaller.exists || fromCallee.exists;
   }
 
   /** Returns the time of the last packet of either direction; null when there was none. */
   Moment last() {
-    return fromCaller.last == null ? fromCallee.last : fromCaller.last.latest(fromCallee.last);
+    Moment caller = fromCaller.last();
+    return caller == null ? fromCallee.last() : caller.latest(fromCallee.last());
   }
 
   /** Whether the last packet of a direction came from the source, a short time ago. */
   boolean comesFrom(Direction direction, long source, Moment now) {
     Stream stream = of(direction);
-    return stream.last != null && source == stream.source && now.since(stream.last) < RECENT_MILLIS;
-  }
-
-  /**
-   * Whether the given number of packets of a direction came from the same source in a row, and the source is not marked
-   * as known.
-   */
-  boolean hasNewSource(Direction direction, int packets) {
-    Stream stream = of(direction);
-    return stream.fromSource >= packets && !stream.known;
-  }
-
-  /** Returns the source of the last packet of a direction, and marks it as known. */
-  Endpoint takeSource(Direction direction) {
-    Stream stream = of(direction);
-    stream.known = true;
-    return Endpoint.of(stream.source);
+    return stream.exists && source == stream.source && now.steady() - stream.lastSteady < RECENT_MILLIS;
   }
 
   /** Makes the sources of both directions new ones. */
@@ -94,7 +119,9 @@ final class MediaFlow {
 
   /** Returns how long media of one direction has come without media of the other, in milliseconds. */
   long oneSidedMillis(Direction direction, Moment now) {
-    Moment first = of(direction).first;
-    return first == null ? 0 : now.since(first.latest(of(direction.opposite()).last));
+    Stream stream = of(direction);
+    Stream opposite = of(direction.opposite());
+    return !stream.exists ? 0
+        : now.steady() - (opposite.exists ? Math.max(stream.first, opposite.lastSteady) : stream.first);
   }
 }

@@ -47,6 +47,11 @@ public final class StereoFile {
     private long endFrame(int rate) {
       return Math.min(startFrame(rate) + frames(rate), next == Long.MAX_VALUE ? next : next * rate / 1000);
     }
+
+    /** Whether it has frames in a range. It has none at all when the next one begins earlier. */
+    private boolean isWithin(long from, long to, int rate) {
+      return Math.max(from, startFrame(rate)) < Math.min(to, endFrame(rate));
+    }
   }
 
   /** One channel: the stretches that are heard there, and its part of the current block. */
@@ -63,8 +68,7 @@ public final class StereoFile {
 
     /** Reads the frames from a number on. Returns whether there is sound. */
     boolean read(long at, int count) throws IOException {
-      List<Stretch> heard = stretches.stream()
-          .filter(stretch -> stretch.startFrame(format.rate()) < at + count && stretch.endFrame(format.rate()) > at)
+      List<Stretch> heard = stretches.stream().filter(stretch -> stretch.isWithin(at, at + count, format.rate()))
           .toList();
       Arrays.fill(octets, format.encoding().silence);
       hasSamples = format.encoding() == Encoding.LINEAR || !areCopied(heard);

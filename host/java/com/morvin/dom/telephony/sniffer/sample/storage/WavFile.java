@@ -39,6 +39,9 @@ public final class WavFile extends StoredFile {
   }
 
   private final Format format;
+  private final Encoding encoding;
+  private final int rate;
+  private final int sampleBytes;
   /** What is not passed to the disk thread yet; null when that is nothing, because ended calls wait for the disk. */
   private byte[] block;
   private int filled;
@@ -55,6 +58,9 @@ public final class WavFile extends StoredFile {
   WavFile(Store store, String name, Format format, Path path, long samples, long stored) {
     super(store, name, "wav", path);
     this.format = format;
+    encoding = format.encoding;
+    rate = format.rate;
+    sampleBytes = encoding.bytes;
     this.samples = samples;
     this.stored = stored;
   }
@@ -66,7 +72,7 @@ public final class WavFile extends StoredFile {
 
   /** Returns the sample rate in Hz. */
   public int rate() {
-    return format.rate;
+    return rate;
   }
 
   /** Returns the number of samples, including those that are not written yet. */
@@ -76,7 +82,7 @@ public final class WavFile extends StoredFile {
 
   /** Whether the file has its maximum length. */
   public boolean full() {
-    return samples * format.encoding.bytes >= MAX_BYTES;
+    return samples * sampleBytes >= MAX_BYTES;
   }
 
   /**
@@ -85,7 +91,7 @@ public final class WavFile extends StoredFile {
    * @param law the encoding of the octets
    */
   public void write(byte[] octets, int offset, int length, Encoding law) {
-    if (format.encoding != law) {
+    if (encoding != law) {
       convert(octets, offset, length, law.samples());
       return;
     }
@@ -112,18 +118,18 @@ public final class WavFile extends StoredFile {
 
   private void append(short sample) {
     room();
-    if (format.encoding == Encoding.LINEAR) {
+    if (encoding == Encoding.LINEAR) {
       block[filled] = (byte) sample;
       block[filled + 1] = (byte) (sample >> 8);
     } else {
-      block[filled] = format.encoding.octets()[sample & 0xffff];
+      block[filled] = encoding.octets()[sample & 0xffff];
     }
-    advance(format.encoding.bytes);
+    advance(sampleBytes);
   }
 
   private void advance(int bytes) {
     filled += bytes;
-    samples += bytes / format.encoding.bytes;
+    samples += bytes / sampleBytes;
   }
 
   /** Returns the room in the block, which is not 0. */
@@ -140,9 +146,9 @@ public final class WavFile extends StoredFile {
 
   /** Appends silent samples. */
   public void silence(long length) {
-    long bytes = length * format.encoding.bytes;
+    long bytes = length * sampleBytes;
     if (block != null && bytes <= block.length - filled) {
-      Arrays.fill(block, filled, filled + (int) bytes, format.encoding.silence);
+      Arrays.fill(block, filled, filled + (int) bytes, encoding.silence);
       advance((int) bytes);
     } else {
       // The disk thread fills the part between two blocks.
@@ -165,8 +171,8 @@ public final class WavFile extends StoredFile {
   private void store(byte[] full, int length, long end) throws IOException {
     FileChannel file = open();
     int header = format.header();
-    long size = header + end * format.encoding.bytes;
-    if (format.encoding != Encoding.LINEAR) {
+    long size = header + end * sampleBytes;
+    if (encoding != Encoding.LINEAR) {
       fill(file, Math.max(stored, header), size - length);
     }
     FileOperations.writeAll(file, ByteBuffer.wrap(full, 0, length), size - length);
@@ -178,7 +184,7 @@ public final class WavFile extends StoredFile {
   /** Writes silence into a part of the file. What is never written is read as zeros, which is silence in 16 bits. */
   private void fill(FileChannel file, long from, long to) throws IOException {
     byte[] silence = new byte[(int) Math.max(0, Math.min(to - from, 1 << 16))];
-    Arrays.fill(silence, format.encoding.silence);
+    Arrays.fill(silence, encoding.silence);
     for (long at = from; at < to; at += silence.length) {
       FileOperations.writeAll(file, ByteBuffer.wrap(silence, 0, (int) Math.min(silence.length, to - at)), at);
     }

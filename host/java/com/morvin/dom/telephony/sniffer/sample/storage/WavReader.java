@@ -76,15 +76,33 @@ public final class WavReader implements AutoCloseable {
     return frames;
   }
 
-  /** Returns a sample as a 16-bit number; 0 after the end of the file. */
-  public int sample(long frame, int channel) throws IOException {
-    long at = data + frame * frame() + (long) channel * encoding.bytes;
-    if (at < windowStart || at + encoding.bytes > windowStart + window.limit()) {
-      fill(at);
+  /** Returns the largest absolute value of some samples of a channel, 16-bit: every so many frames. */
+  public int peak(int channel, long from, long to, int step) throws IOException {
+    int frame = frame();
+    int peak = 0;
+    for (long at = from; at < to;) {
+      long start = data + at * frame + (long) channel * encoding.bytes;
+      if (start < windowStart || start + encoding.bytes > windowStart + window.limit()) {
+        fill(start);
+      }
+      long fit = (windowStart + window.limit() - start - encoding.bytes) / frame;
+      if (fit < 0 || window.limit() < encoding.bytes) {
+        return peak;  // the file is shorter than its header says
+      }
+      int count = (int) Math.min((to - at + step - 1) / step, fit / step + 1);
+      peak = Math.max(peak, peak((int) (start - windowStart), count, frame * step));
+      at += (long) count * step;
     }
-    int index = (int) (at - windowStart);
-    return index + encoding.bytes > window.limit() ? 0
-        : encoding == Encoding.LINEAR ? window.getShort(index) : encoding.samples()[window.get(index) & 255];
+    return peak;
+  }
+
+  private int peak(int index, int count, int step) {
+    int peak = 0;
+    short[] law = encoding == Encoding.LINEAR ? null : encoding.samples();
+    for (int i = 0, at = index; i < count; i++, at += step) {
+      peak = Math.max(peak, Math.abs(law == null ? window.getShort(at) : law[window.get(at) & 255]));
+    }
+    return peak;
   }
 
   private void fill(long at) throws IOException {
