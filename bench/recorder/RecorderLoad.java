@@ -30,6 +30,7 @@ public final class RecorderLoad {
   private static final int FIRST_PORT = 4000;
   private static final int PORTS = 8;
   private static final long PERIOD_NANOS = TimeUnit.MILLISECONDS.toNanos(20);
+  private static final long LATE_NANOS = TimeUnit.MILLISECONDS.toNanos(5);
   /** The packets of a period are spread over this number of turns. */
   private static final int TURNS = 10;
 
@@ -40,6 +41,7 @@ public final class RecorderLoad {
   private long frames;
   private long media;
   private long worstDelay;
+  private long lateMicros;
 
   private RecorderLoad(SocketChannel recorder) {
     this.recorder = recorder;
@@ -127,7 +129,13 @@ public final class RecorderLoad {
       sent = last;
     }
 
+    /** Sends a packet. When it is late, a frame with its time of capture goes before it, as a sniffer does it. */
     private void rtp(int to, int from) throws IOException {
+      if (lateMicros > 0) {
+        header(Frame.CAPTURE_TIME, Frame.HEADER + Long.BYTES, to, from, port());
+        out.putLong(System.currentTimeMillis() * 1000 - lateMicros);
+        frames--;
+      }
       header(Frame.RTP, FRAME, to, from, port());
       out.putShort((short) 0x8008).putShort((short) sent).putInt(sent * Speech.SIZE).putInt(call);
       Speech.write(from, call, sent, bytes, out.position());
@@ -172,6 +180,7 @@ public final class RecorderLoad {
   private void awaitTime(long until) throws InterruptedException {
     long left = until - System.nanoTime();
     worstDelay = Math.max(worstDelay, -left);
+    lateMicros = -left >= LATE_NANOS ? -left / 1000 : 0;
     if (left > 0) {
       TimeUnit.NANOSECONDS.sleep(left);
     }

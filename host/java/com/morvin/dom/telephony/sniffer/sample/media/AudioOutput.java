@@ -78,6 +78,10 @@ final class AudioOutput {
     samplesPerMilli = opened.rate() / 1000;
   }
 
+  long touch() {
+    return packets + lastSample + windowPackets;
+  }
+
   WavFile file() {
     return file;
   }

@@ -76,6 +76,14 @@ final class RtpStream {
     }
   }
 
+  long touch() {
+    return next;
+  }
+
+  long touchSeen() {
+    return seen[(int) next & REMEMBERED - 1];
+  }
+
   /** Whether only one packet was received so far, and this is the packet before it. */
   private boolean isFirstOvertaken(int sequence) {
     return received == 1 && !early.isEmpty() && sequence == (next - 1 & 0xffff);

@@ -104,6 +104,23 @@ public final class Track {
     return sources.isEmpty() && undecoded == null;
   }
 
+  /** The number of steps of {@link #touch}: each reads what the one before has led to. */
+  public static final int STEPS = 4;
+
+  /** Reads the values that the next packet needs. Returns any value. */
+  public long touch(int step) {
+    Source source = lastSource;
+    if (source == null || source.output == null) {
+      return 0;
+    }
+    return switch (step) {
+      case 0 -> source.expectedTimestamp;
+      case 1 -> source.stream.touch() + source.output.touch();
+      case 2 -> source.stream.touchSeen() + source.output.file().touch();
+      default -> source.output.file().touchBlock();
+    };
+  }
+
   /** Adds an RTP packet. Packets may come out of order. */
   public void accept(RtpPacket packet) {
     if (packet.length() > MAX_PAYLOAD) {

@@ -45,6 +45,7 @@ public final class Recorder extends Service {
   private final Map<Call, Recording> recordings = new LinkedHashMap<>();
   private final Track.Options options;
   private final RtpPacket packet = new RtpPacket();
+  private final LookAhead lookAhead;
   private RunningCalls running;
   private RunningCalls.Loaded restoring;
   private long lastNumber;
@@ -63,6 +64,7 @@ public final class Recorder extends Service {
     super(limits, POLL_MILLIS, console, clock);
     this.store = store;
     this.options = options;
+    lookAhead = new LookAhead(follower, LOOK_AHEAD);
     this.listener = listener;
     log = new CallLog(store.directory());
     reports = new Reports(store, log, summary::add, listener);
@@ -91,6 +93,11 @@ public final class Recorder extends Service {
       case Frame.RTP -> media(frame, time);
       default -> { }
     }
+  }
+
+  @Override
+  protected void lookAhead(FrameCursor frames) {
+    lookAhead.read(frames);
   }
 
   private void media(FrameCursor frame, Moment time) {

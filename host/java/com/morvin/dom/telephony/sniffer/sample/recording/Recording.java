@@ -331,8 +331,10 @@ final class Recording {
   }
 
   private void saveMessages(RunningCalls running) {
-    unsaved.forEach(message -> running.append(journal, message.time(), message.frame()));
-    unsaved.clear();
+    if (!unsaved.isEmpty()) {
+      running.append(journal, List.copyOf(unsaved));
+      unsaved.clear();
+    }
   }
 
   /** Restores a state that was saved whole and then in increments. */

@@ -23,6 +23,9 @@ import java.io.IOException;
  * thread may call.
  */
 public abstract class Service implements CallFollower.Listener {
+  /** See {@link #lookAhead}. */
+  protected static final int LOOK_AHEAD = 64;
+
   private static final long TICK_MILLIS = 200;
   /** A step that took longer is an interruption of this process, in which frames were waiting. */
   private static final long MAX_STEP_MILLIS = 30_000;
@@ -84,6 +87,9 @@ public abstract class Service implements CallFollower.Listener {
    * @param time now, with the time of capture as its stamp
    */
   protected abstract void handle(FrameCursor frame, Moment time);
+
+  /** Called before {@link #handle} for each {@link #LOOK_AHEAD} frames, which begin with that of the cursor. */
+  protected void lookAhead(FrameCursor frames) {}
 
   /** Called every 200 ms, after the heartbeats and the time limits of calls. */
   protected abstract void tick(Moment now);
@@ -156,7 +162,10 @@ public abstract class Service implements CallFollower.Listener {
   private void serve(FrameBlock block) {
     Moment time = now;  // most frames of a block have the same time
     cursor.begin(block);
-    while (cursor.next()) {
+    for (int count = 0; cursor.next(); count++) {
+      if (count % LOOK_AHEAD == 0) {
+        lookAhead(cursor);
+      }
       if (cursor.protocol() != Frame.HEARTBEAT || transport.waitsForTraffic()) {
         lastTraffic = now.steady();
       }

@@ -104,6 +104,11 @@ public abstract class Call {
       leg.media(now);
     }
 
+    /** Reads the values that {@link #count} needs. Returns any value. */
+    public long touch() {
+      return stream.touch() + leg.touch();
+    }
+
     /** Attaches an object of the listener. */
     public void attach(Object object) {
       attachment = object;

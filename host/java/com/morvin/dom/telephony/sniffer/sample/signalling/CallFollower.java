@@ -139,6 +139,11 @@ public final class CallFollower {
     return use;
   }
 
+  /** Returns what {@link #media} will return in the usual case, or else null. Changes nothing. */
+  public Call.Use peek(long destination) {
+    return destinations.peek(destination);
+  }
+
   /**
    * Learns a destination. A party that is subject to address translation receives media at the address that it sends
    * from (symmetric RTP), not at the signalled one. So when only one direction is received, its source becomes a

@@ -125,6 +125,12 @@ final class Destinations {
             .thenComparingInt(use -> use.call().number()));
   }
 
+  /** Returns the use of a destination that only one call uses, or else null. */
+  Call.Use peek(long destination) {
+    Entry entry = byKey.get(destination);
+    return entry == null ? null : entry.only;
+  }
+
   /** Returns the uses of a destination by all calls. */
   List<Call.Use> uses(Endpoint destination) {
     Entry entry = entries.get(destination);

@@ -109,6 +109,10 @@ public class Leg {
     return media != NO_MEDIA;
   }
 
+  final long touch() {
+    return media;
+  }
+
   /** Records that media of the leg was received. */
   final void media(Moment now) {
     media = now.steady();

@@ -35,6 +35,10 @@ final class MediaFlow {
       }
     }
 
+    long touch() {
+      return source;
+    }
+
     /** Whether media was received. */
     boolean exists() {
       return exists;

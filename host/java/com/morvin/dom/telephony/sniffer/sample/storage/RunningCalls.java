@@ -111,14 +111,18 @@ public final class RunningCalls {
     return new Journal(store.running().resolve(++lastJournal + JOURNAL));
   }
 
-  /** Queues a frame for a journal. */
-  public void append(Journal journal, long time, Frame frame) {
-    byte[] record = ByteBuffer.allocate(Long.BYTES + Frame.HEADER + frame.payload().length).putLong(time)
-        .put(frame.bytes()).array();
-    boolean shorten = ++journal.frames % MAX_FRAMES == 0;
-    store.disk().submit(record.length, List.of(() -> {
+  /** Queues frames for a journal. */
+  public void append(Journal journal, List<TimedFrame> frames) {
+    byte[] records = bytes(frames);
+    boolean shorten = journal.frames / MAX_FRAMES < (journal.frames + frames.size()) / MAX_FRAMES;
+    boolean first = journal.frames == 0;
+    journal.frames += frames.size();
+    store.disk().submit(records.length, List.of(() -> {
       store.written(journal.file);
-      FileOperations.append(journal.file, record);
+      if (first && !journal.file.toFile().exists()) {
+        store.create(journal.file);
+      }
+      FileOperations.append(journal.file, records);
       if (shorten) {
         shorten(journal.file);
       }
@@ -127,16 +131,20 @@ public final class RunningCalls {
 
   private static void shorten(Path file) throws IOException {
     List<TimedFrame> frames = read(file);
-    if (frames.size() > MAX_FRAMES / 2) {
-      ByteArrayOutputStream out = new ByteArrayOutputStream();
-      for (int i = 0; i < frames.size(); i++) {
-        if (i < FIRST_FRAMES || i >= frames.size() - MAX_FRAMES / 2) {
-          out.writeBytes(ByteBuffer.allocate(Long.BYTES).putLong(frames.get(i).time).array());
-          out.writeBytes(frames.get(i).frame.bytes());
-        }
-      }
-      FileOperations.replace(file, out.toByteArray());
+    if (frames.size() > FIRST_FRAMES + MAX_FRAMES / 2) {
+      List<TimedFrame> kept = new ArrayList<>(frames.subList(0, FIRST_FRAMES));
+      kept.addAll(frames.subList(frames.size() - MAX_FRAMES / 2, frames.size()));
+      FileOperations.replace(file, bytes(kept));
     }
+  }
+
+  private static byte[] bytes(List<TimedFrame> frames) {
+    ByteArrayOutputStream out = new ByteArrayOutputStream();
+    for (TimedFrame frame : frames) {
+      out.writeBytes(ByteBuffer.allocate(Long.BYTES).putLong(frame.time).array());
+      out.writeBytes(frame.frame.bytes());
+    }
+    return out.toByteArray();
   }
 
   /** Adds the frames of another journal to a journal, and ends the other one. */
@@ -166,7 +174,7 @@ public final class RunningCalls {
     store.disk().submit(() -> {
       List<StoredFile> files = obsolete.get();
       Disk.Job removal = () -> {
-        Files.deleteIfExists(journal.file);
+        store.remove(journal.file);
         for (StoredFile file : files) {
           file.delete();
         }

@@ -10,12 +10,16 @@ import java.nio.channels.OverlappingFileLockException;
 import java.nio.file.FileAlreadyExistsException;
 import java.nio.file.Files;
 import java.nio.file.Path;
+import java.nio.file.StandardCopyOption;
 import java.nio.file.StandardOpenOption;
+import java.util.ArrayDeque;
 import java.util.HashMap;
 import java.util.LinkedHashSet;
 import java.util.List;
 import java.util.Map;
+import java.util.Queue;
 import java.util.Set;
+import java.util.stream.Stream;
 
 /**
  * The directory of the recordings. Creates files with unique names. A lock file ensures that only one recorder uses the
@@ -25,6 +29,8 @@ public final class Store implements AutoCloseable {
   private static final int MAX_REMEMBERED = 10_000;
   /** The voices of 8,000 calls. */
   private static final int MAX_OPEN = 16_000;
+  private static final int MAX_SPARES = 4096;
+  private static final String SPARE = "spare-";
   private static final long MAX_WAITING = 256L << 20;
   private static final long LARGE = 1 << 20;
   private static final long RESERVE = 64 << 20;
@@ -53,6 +59,8 @@ public final class Store implements AutoCloseable {
   private final Blocks blocks = new Blocks();
   private final Set<Path> unsynced = new LinkedHashSet<>();
   private boolean syncs;
+  private final Queue<Path> spares = new ArrayDeque<>();
+  private int lastSpare;
   private CreationListener creationListener = path -> { };
 
   /**
@@ -69,6 +77,7 @@ public final class Store implements AutoCloseable {
     this.directory = directory;
     FileOperations.createDirectories(running());
     lock = lock(running().resolve("lock"));
+    deleteSpares();
     disk = new Disk(directory, Math.min(MAX_WAITING, Runtime.getRuntime().maxMemory() / 4), console, gate);
   }
 
@@ -149,11 +158,10 @@ public final class Store implements AutoCloseable {
     String key = name + "." + extension;
     for (int number = lastNumber.getOrDefault(key, 0) + 1;; number++) {
       Path path = numbered(name, extension, number);
-      if (!Files.exists(path)) {
+      if (!exists(path)) {
         try {
           creationListener.creating(path);
-          FileOperations.createDirectories(path.getParent());
-          FileOperations.create(path);
+          create(path);
           remember(key, number);
           return path;
         } catch (FileAlreadyExistsException e) {
@@ -161,6 +169,50 @@ public final class Store implements AutoCloseable {
         }
       }
       number = lastTaken(name, extension, number);
+    }
+  }
+
+  /** As Files.exists does, which makes an exception for each missing file. */
+  private static boolean exists(Path path) {
+    return path.toFile().exists();
+  }
+
+  /** Creates a file that does not exist, from a spare one if there is any. Called on the disk thread. */
+  void create(Path path) throws IOException {
+    if (!exists(path.getParent())) {
+      FileOperations.createDirectories(path.getParent());
+    }
+    if (spares.isEmpty()) {
+      FileOperations.create(path);
+    } else {
+      Files.move(spares.element(), path, StandardCopyOption.ATOMIC_MOVE);
+      spares.remove();
+    }
+  }
+
+  /**
+   * Removes a file if it is there. It is emptied and kept for {@link #create}, because a file system slows down when each
+   * call creates and deletes files. Called on the disk thread.
+   */
+  void remove(Path path) throws IOException {
+    if (!exists(path)) {
+      return;
+    }
+    if (spares.size() >= MAX_SPARES) {
+      Files.delete(path);
+      return;
+    }
+    FileOperations.truncate(path, 0);
+    Path spare = running().resolve(SPARE + ++lastSpare);
+    Files.move(path, spare, StandardCopyOption.ATOMIC_MOVE);
+    spares.add(spare);
+  }
+
+  private void deleteSpares() throws IOException {
+    try (Stream<Path> all = Files.list(running())) {
+      for (Path spare : all.filter(path -> path.getFileName().toString().startsWith(SPARE)).toList()) {
+        Files.delete(spare);
+      }
     }
   }
 
@@ -175,13 +227,13 @@ public final class Store implements AutoCloseable {
   private int lastTaken(String name, String extension, int taken) {
     int low = taken;
     int high = taken + 1;
-    while (Files.exists(numbered(name, extension, high))) {
+    while (exists(numbered(name, extension, high))) {
       low = high;
       high *= 2;
     }
     while (high - low > 1) {
       int middle = (low + high) >>> 1;
-      if (Files.exists(numbered(name, extension, middle))) {
+      if (exists(numbered(name, extension, middle))) {
         low = middle;
       } else {
         high = middle;
@@ -223,6 +275,7 @@ public final class Store implements AutoCloseable {
     disk.close();
     try {
       open.closeAll();
+      deleteSpares();
       lock.close();
     } catch (IOException ignored) {
       // The system releases the lock when the process ends.

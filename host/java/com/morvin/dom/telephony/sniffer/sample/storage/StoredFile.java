@@ -2,7 +2,6 @@ package com.morvin.dom.telephony.sniffer.sample.storage;
 
 import java.io.IOException;
 import java.nio.channels.FileChannel;
-import java.nio.file.Files;
 import java.nio.file.Path;
 import java.util.concurrent.atomic.AtomicLong;
 
@@ -66,7 +65,7 @@ public abstract class StoredFile {
   void delete() throws IOException {
     close();
     if (path != null) {
-      Files.deleteIfExists(path);
+      store.remove(path);
     }
   }
 }

@@ -85,6 +85,21 @@ public final class WavFile extends StoredFile {
     return samples * sampleBytes >= MAX_BYTES;
   }
 
+  /** Reads the values that a packet needs. Returns any value. */
+  public int touch() {
+    return filled + sampleBytes;
+  }
+
+  /** Reads the places where the next packet is written. Returns any value. */
+  public int touchBlock() {
+    byte[] next = block;
+    if (next == null) {
+      return 0;
+    }
+    int last = next.length - 1;
+    return next[Math.min(filled, last)] + next[Math.min(filled + 64, last)] + next[Math.min(filled + 128, last)];
+  }
+
   /**
    * Appends octets of G.711. Those of the other law are replaced by the nearest ones of the law of the file.
    *

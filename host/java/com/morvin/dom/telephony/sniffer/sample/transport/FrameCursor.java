@@ -29,6 +29,16 @@ public final class FrameCursor {
     number = next.number() - 1;
   }
 
+  /** Moves to the frame of another cursor. */
+  public void begin(FrameCursor other) {
+    block = other.block;
+    bytes = other.bytes;
+    start = other.start;
+    end = other.end;
+    captured = other.captured;
+    number = other.number;
+  }
+
   /** Moves to the next frame. Returns false when there is none. */
   public boolean next() {
     int time = -1;
