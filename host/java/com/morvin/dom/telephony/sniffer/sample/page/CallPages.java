@@ -3,6 +3,7 @@ package com.morvin.dom.telephony.sniffer.sample.page;
 import com.morvin.dom.telephony.sniffer.sample.storage.CallReport;
 import com.morvin.dom.telephony.sniffer.sample.storage.Json;
 import com.morvin.dom.telephony.sniffer.sample.storage.ReportListener;
+import com.morvin.dom.telephony.sniffer.sample.storage.WavReader;
 import java.io.IOException;
 import java.net.URI;
 import java.nio.file.Path;
@@ -151,8 +152,10 @@ public final class CallPages implements ReportListener {
       double from = Math.max(part.offset(), file.offset());
       double seconds = Math.min(end, file.offset() + file.duration()) - from;
       if (seconds > 0) {
-        peaks.append(Waveform.of(directory.resolve(file.file()), channel, from - file.offset(), seconds,
-            (int) Math.round(points * seconds / part.duration())));
+        try (WavReader sound = new WavReader(directory.resolve(file.file()))) {
+          int share = (int) Math.round(points * seconds / part.duration());
+          peaks.append(Waveform.of(sound, channel, from - file.offset(), seconds, share));
+        }
       }
     }
     return peaks.toString();

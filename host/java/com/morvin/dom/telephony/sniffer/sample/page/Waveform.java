@@ -13,9 +13,11 @@ final class Waveform {
 
   private Waveform() {}
 
-  /** Returns the waveform of one channel of a whole file; see {@link #of(Path, int, double, double, int)}. */
+  /** Returns the waveform of one channel of a whole file; see {@link #of(WavReader, int, double, double, int)}. */
   static String of(Path wav, int maxPoints) throws IOException {
-    return of(wav, 0, 0, Double.MAX_VALUE, maxPoints);
+    try (WavReader sound = new WavReader(wav)) {
+      return of(sound, 0, 0, Double.MAX_VALUE, maxPoints);
+    }
   }
 
   /**
@@ -26,20 +28,18 @@ final class Waveform {
    * @param seconds the length
    * @param maxPoints the most characters
    */
-  static String of(Path wav, int channel, double from, double seconds, int maxPoints) throws IOException {
-    try (WavReader sound = new WavReader(wav)) {
-      long first = Math.min(sound.frames(), Math.max(0, Math.round(from * sound.rate())));
-      long count = (long) Math.min(sound.frames() - first, seconds * sound.rate());
-      int points = (int) Math.min(maxPoints, count);
-      StringBuilder peaks = new StringBuilder(points);
-      for (int point = 0; point < points; point++) {
-        long start = first + count * point / points;
-        long end = first + count * (point + 1) / points;
-        int step = (int) Math.max(1, (end - start) / MAX_SAMPLES);
-        peaks.append(ALPHABET.charAt(level(sound.peak(channel, start, end, step))));
-      }
-      return peaks.toString();
+  static String of(WavReader sound, int channel, double from, double seconds, int maxPoints) throws IOException {
+    long first = Math.min(sound.frames(), Math.max(0, Math.round(from * sound.rate())));
+    long count = (long) Math.min(sound.frames() - first, seconds * sound.rate());
+    int points = (int) Math.min(maxPoints, count);
+    StringBuilder peaks = new StringBuilder(points);
+    for (int point = 0; point < points; point++) {
+      long start = first + count * point / points;
+      long end = first + count * (point + 1) / points;
+      int step = (int) Math.max(1, (end - start) / MAX_SAMPLES);
+      peaks.append(ALPHABET.charAt(level(sound.peak(channel, start, end, step))));
     }
+    return peaks.toString();
   }
 
   private static int level(int peak) {

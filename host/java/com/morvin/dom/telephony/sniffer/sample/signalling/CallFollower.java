@@ -74,8 +74,8 @@ public final class CallFollower {
    * @param unansweredMillis the same for an unanswered call without media
    */
   public record Limits(int calls, long idleMillis, long unansweredMillis) {
-    /** 4000 calls, an hour of silence, five minutes without an answer (phones give up earlier). */
-    public static final Limits DEFAULT = new Limits(4000, 3_600_000, 300_000);
+    /** 10,000 calls, an hour of silence, five minutes without an answer (phones give up earlier). */
+    public static final Limits DEFAULT = new Limits(10_000, 3_600_000, 300_000);
 
     /** Returns these limits with another number of calls. */
     public Limits withCalls(int number) {

@@ -78,7 +78,7 @@ public final class Store implements AutoCloseable {
     FileOperations.createDirectories(running());
     lock = lock(running().resolve("lock"));
     deleteSpares();
-    disk = new Disk(directory, Math.min(MAX_WAITING, Runtime.getRuntime().maxMemory() / 4), console, gate);
+    disk = new Disk(directory, Math.min(MAX_WAITING, Runtime.getRuntime().maxMemory() / 8), console, gate);
   }
 
   /** Large files leave room for the recordings of some minutes. */
