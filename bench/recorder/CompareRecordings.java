@@ -23,13 +23,13 @@ public final class CompareRecordings {
       String[] id = cells[6].split("-");
       int caller = Integer.parseInt(id[0]);
       int call = Integer.parseInt(id[1]);
-      int first = Integer.parseInt(id[2]);
-      byte[] wav = Files.readAllBytes(folder.resolve(cells[cells.length - 1]));
+      Path file = folder.resolve(cells[cells.length - 1]);
+      byte[] wav = Files.isRegularFile(file) ? Files.readAllBytes(file) : new byte[HEADER];
       for (int channel = 0; channel < 2; channel++) {
         int count = Integer.parseInt(cells[channel == 0 ? 8 : 12]);
-        String fault = fault(channel(wav, channel), spoken(caller + channel, call, first, count));
+        String fault = fault(channel(wav, channel), spoken(caller + channel, call, count));
         if (!fault.isEmpty() && ++faults <= 10) {
-          System.out.println(cells[cells.length - 1] + ", " + (channel == 0 ? "caller" : "callee") + ": " + fault);
+          System.out.println(file + ", " + (channel == 0 ? "caller" : "callee") + ": " + fault);
         }
         packets += count;
       }
@@ -47,10 +47,10 @@ public final class CompareRecordings {
     return octets;
   }
 
-  private static byte[] spoken(int sender, int call, int first, int count) {
+  private static byte[] spoken(int sender, int call, int count) {
     byte[] octets = new byte[count * Speech.SIZE];
     for (int i = 0; i < count; i++) {
-      Speech.write(sender, call, first + i, octets, i * Speech.SIZE);
+      Speech.write(sender, call, i, octets, i * Speech.SIZE);
     }
     return octets;
   }

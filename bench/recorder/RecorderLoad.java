@@ -86,13 +86,11 @@ public final class RecorderLoad {
     private final int caller;
     private final int callee;
     private int call;
-    private int first;
     private int sent;
 
-    Line(int number, int sent) {
+    Line(int number) {
       caller = 0x0a000000 + 2 * number + 2;
       callee = caller + 1;
-      this.sent = sent;
     }
 
     /** Telephones take another port for each call. */
@@ -107,7 +105,7 @@ public final class RecorderLoad {
       String text = start + "\r\nVia: SIP/2.0/UDP x;branch=z" + cseq.charAt(0)
           + "\r\nFrom: <sip:" + caller + "@load>;tag=a"
           + "\r\nTo: <sip:" + callee + "@load>" + (start.startsWith("INVITE") ? "" : ";tag=b")
-          + "\r\nCall-ID: " + caller + "-" + call + "-" + sent + "\r\nCSeq: " + cseq + "\r\n"
+          + "\r\nCall-ID: " + caller + "-" + call + "\r\nCSeq: " + cseq + "\r\n"
           + (sdp ? "Content-Type: application/sdp\r\n\r\n" + body : "\r\n");
       byte[] payload = text.getBytes(StandardCharsets.US_ASCII);
       header(Frame.SIP, Frame.HEADER + payload.length, fromCaller ? callee : caller, from, 5060);
@@ -118,15 +116,12 @@ public final class RecorderLoad {
       call++;
       sip(true, "INVITE sip:b@load SIP/2.0", "1 INVITE", true);
       sip(false, "SIP/2.0 200 OK", "1 INVITE", true);
-      first = sent;
+      sent = 0;
     }
 
     void end() throws IOException {
-      int last = sent;
-      sent = first;  // the Call-ID names the first packet
       sip(true, "BYE sip:b@load SIP/2.0", "2 BYE", false);
       sip(false, "SIP/2.0 200 OK", "2 BYE", false);
-      sent = last;
     }
 
     /** Sends a packet. When it is late, a frame with its time of capture goes before it, as a sniffer does it. */
@@ -144,9 +139,10 @@ public final class RecorderLoad {
     }
 
     void speak() throws IOException {
-      if (sent == Speech.PACKETS) {
+      if (call == 0) {
+        begin();
+      } else if (sent == Speech.PACKETS) {
         end();
-        sent = 0;
         begin();
       }
       rtp(callee, caller);
@@ -158,21 +154,24 @@ public final class RecorderLoad {
   private void run(int calls, int seconds) throws Exception {
     List<Line> lines = new ArrayList<>();
     for (int i = 0; i < calls; i++) {
-      lines.add(new Line(i, (int) ((long) i * Speech.PACKETS / calls)));
-      lines.get(i).begin();
+      lines.add(new Line(i));
     }
     long begin = System.nanoTime();
     for (int period = 0; period < 50 * seconds; period++) {
       for (int turn = 0; turn < TURNS; turn++) {
         awaitTime(begin + PERIOD_NANOS * period + PERIOD_NANOS / TURNS * turn);
-        for (Line line : lines.subList(calls * turn / TURNS, calls * (turn + 1) / TURNS)) {
-          line.speak();
+        // The first calls begin one after the other in the time of one call, as those after them do.
+        int begun = (int) Math.min(calls, (long) calls * (period + 1) / Speech.PACKETS);
+        for (int i = begun * turn / TURNS; i < begun * (turn + 1) / TURNS; i++) {
+          lines.get(i).speak();
         }
         flush();
       }
     }
     for (Line line : lines) {
-      line.end();
+      if (line.call > 0) {
+        line.end();
+      }
     }
     flush();
   }
