@@ -41,9 +41,13 @@ public final class RecorderLoad {
   private long frames;
   private long media;
   private long worstDelay;
-  private long lateMicros;
+  private final boolean exact;
+  private boolean late;
+  /** The time of the present turn in microseconds since 1970. */
+  private long captured;
 
-  private RecorderLoad(SocketChannel recorder) {
+  private RecorderLoad(SocketChannel recorder, boolean exact) {
+    this.exact = exact;
     this.recorder = recorder;
     Thread reader = new Thread(() -> {
       ByteBuffer commands = ByteBuffer.allocate(1 << 16);
@@ -124,11 +128,11 @@ public final class RecorderLoad {
       sip(false, "SIP/2.0 200 OK", "2 BYE", false);
     }
 
-    /** Sends a packet. When it is late, a frame with its time of capture goes before it, as a sniffer does it. */
+    /** Sends a packet. A frame with its time of capture goes before a late one, as a sniffer does it. */
     private void rtp(int to, int from) throws IOException {
-      if (lateMicros > 0) {
+      if (exact || late) {
         header(Frame.CAPTURE_TIME, Frame.HEADER + Long.BYTES, to, from, port());
-        out.putLong(System.currentTimeMillis() * 1000 - lateMicros);
+        out.putLong(captured);
         frames--;
       }
       header(Frame.RTP, FRAME, to, from, port());
@@ -157,9 +161,12 @@ public final class RecorderLoad {
       lines.add(new Line(i));
     }
     long begin = System.nanoTime();
+    long beginMillis = System.currentTimeMillis();
     for (int period = 0; period < 50 * seconds; period++) {
       for (int turn = 0; turn < TURNS; turn++) {
-        awaitTime(begin + PERIOD_NANOS * period + PERIOD_NANOS / TURNS * turn);
+        long due = PERIOD_NANOS * period + PERIOD_NANOS / TURNS * turn;
+        awaitTime(begin + due);
+        captured = (beginMillis * 1_000_000 + due) / 1000;
         // The first calls begin one after the other in the time of one call, as those after them do.
         int begun = (int) Math.min(calls, (long) calls * (period + 1) / Speech.PACKETS);
         for (int i = begun * turn / TURNS; i < begun * (turn + 1) / TURNS; i++) {
@@ -179,7 +186,7 @@ public final class RecorderLoad {
   private void awaitTime(long until) throws InterruptedException {
     long left = until - System.nanoTime();
     worstDelay = Math.max(worstDelay, -left);
-    lateMicros = -left >= LATE_NANOS ? -left / 1000 : 0;
+    late = -left >= LATE_NANOS;
     if (left > 0) {
       TimeUnit.NANOSECONDS.sleep(left);
     }
@@ -248,7 +255,10 @@ public final class RecorderLoad {
     watch.start();
   }
 
-  /** Arguments: port, simultaneous calls, seconds, process id of the recorder, directory of the recorder. */
+  /**
+   * Arguments: port, simultaneous calls, seconds, process id of the recorder, directory of the recorder; "compare" to send
+   * the time of capture of each packet, so that the recordings do not depend on this machine's pauses.
+   */
   public static void main(String[] words) throws Exception {
     int calls = Integer.parseInt(words[1]);
     int seconds = Integer.parseInt(words[2]);
@@ -256,7 +266,7 @@ public final class RecorderLoad {
     double cost;
     try (SocketChannel recorder = SocketChannel.open(new InetSocketAddress("127.0.0.1", Integer.parseInt(words[0])))) {
       recorder.setOption(StandardSocketOptions.SO_SNDBUF, 1 << 20);
-      load = new RecorderLoad(recorder);
+      load = new RecorderLoad(recorder, words.length > 5 && words[5].equals("compare"));
       double before = usage(words[3])[0];
       load.watch(words[3], before, seconds);
       load.run(calls, seconds);

@@ -12,13 +12,13 @@ folder=$(mktemp -d)
 trap 'kill ${recorder:-} 2>/dev/null || true; rm -rf "${KEEP:-$folder}"' EXIT
 
 javac -cp "$build/host/voip-sniffer.jar" -d "$folder/classes" "$here"/*.java
-java -Xmx768m -XX:+UseParallelGC -XX:+UseTransparentHugePages ${RECORDER_JAVA:-} -jar "$build/host/voip-sniffer.jar" --tcp "$port" --out "$folder" --until-disconnect \
+java -Xmx768m -Xmn384m -XX:+UseParallelGC -XX:+UseTransparentHugePages ${RECORDER_JAVA:-} -jar "$build/host/voip-sniffer.jar" --tcp "$port" --out "$folder" --until-disconnect \
   >"$folder/log" &
 recorder=$!
 until grep -qs waiting "$folder/log"; do kill -0 $recorder; sleep 0.1; done
 status=0
 java -Xmx256m -cp "$folder/classes:$build/host/voip-sniffer.jar" RecorderLoad "$port" "$calls" "$seconds" $recorder \
-  "$folder" || status=$?
+  "$folder" "$compare" || status=$?
 grep -E 'DROPPED|dropped|cannot|failed' "$folder/log" || true
 if [ "$compare" = compare ]; then java -cp "$folder/classes" CompareRecordings "$folder" || status=1; fi
 exit $status
