@@ -256,8 +256,8 @@ public final class RecorderLoad {
   }
 
   /**
-   * Arguments: port, simultaneous calls, seconds, process id of the recorder, directory of the recorder; "compare" to send
-   * the time of capture of each packet, so that the recordings do not depend on this machine's pauses.
+   * Arguments: port, simultaneous calls, seconds, process id of the recorder, directory of the recorder; "compare" to
+   * send the time of capture of each packet, so that the recordings do not depend on this machine's pauses.
    */
   public static void main(String[] words) throws Exception {
     int calls = Integer.parseInt(words[1]);

@@ -109,7 +109,8 @@ final class WarmUp implements Transport {
     Console console = new Console(new PrintStream(OutputStream.nullOutputStream()), false);
     try (Store store = new Store(directory, console)) {
       Service.Limits limits = new Service.Limits(false, 0, Service.Limits.NONE.calls());
-      new Recorder(store, new Track.Options(true, false, false), limits, console, SteadyClock.system(), report -> { }).run(new WarmUp());
+      Track.Options options = new Track.Options(true, false, false);
+      new Recorder(store, options, limits, console, SteadyClock.system(), report -> { }).run(new WarmUp());
     } finally {
       try (Stream<Path> all = Files.walk(directory)) {
         for (Path path : all.sorted(Comparator.reverseOrder()).toList()) {

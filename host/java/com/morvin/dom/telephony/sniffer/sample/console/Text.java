@@ -7,6 +7,8 @@ import java.util.regex.Pattern;
 public final class Text {
   private static final int MAX_PRINTED = 200;
   private static final int MAX_FILE_PART = 40;
+  private static final Pattern NOT_PRINTABLE =
+      Pattern.compile("[\\p{Cntrl}\\p{Cf}\\p{Co}\\p{Cn}\\p{Cs}\\u2028\\u2029]");
   private static final Pattern NOT_IN_FILE_NAMES = Pattern.compile("[^A-Za-z0-9._+@-]");
   private static final Pattern FIRST_MARKS = Pattern.compile("^[.-]+");
 
@@ -22,7 +24,7 @@ public final class Text {
    * nor control a terminal.
    */
   public static String printable(String text) {
-    String clean = isPlain(text) ? text.strip() : text.replaceAll("[\\p{Cntrl}\\p{Cf}\\p{Co}\\p{Cn}\\p{Cs}\\u2028\\u2029]", " ").strip();
+    String clean = (isPlain(text) ? text : NOT_PRINTABLE.matcher(text).replaceAll(" ")).strip();
     if (clean.length() <= MAX_PRINTED) {
       return clean;
     }
@@ -57,7 +59,8 @@ public final class Text {
     if (!field.isEmpty() && "=+-@".indexOf(field.charAt(0)) >= 0) {
       field = "'" + field;
     }
-    return field.chars().noneMatch(c -> c == '"' || c == ',' || c == ';') ? field : '"' + field.replace("\"", "\"\"") + '"';
+    boolean plain = field.chars().noneMatch(c -> c == '"' || c == ',' || c == ';');
+    return plain ? field : '"' + field.replace("\"", "\"\"") + '"';
   }
 
   /** Returns the text of a field of a CSV line as {@link #csv} makes it, without control characters. */

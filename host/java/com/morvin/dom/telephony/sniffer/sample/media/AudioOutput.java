@@ -206,7 +206,8 @@ final class AudioOutput {
   CallReport.Part part(long callStart, boolean named) {
     double rate = file.rate();
     return new CallReport.Part(named ? file.fileName() : "", codec, (anchors.first().time - callStart) / 1000.0,
-        file.samples() / rate, gaps.items().stream().map(gap -> new CallReport.Gap(gap.from / rate, gap.to / rate)).toList());
+        file.samples() / rate,
+        gaps.items().stream().map(gap -> new CallReport.Gap(gap.from / rate, gap.to / rate)).toList());
   }
 
   /** Returns the stretches of speech, with their times since the start of the call. */

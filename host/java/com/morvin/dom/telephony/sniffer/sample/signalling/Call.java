@@ -48,8 +48,8 @@ public abstract class Call {
   }
 
   /**
-   * A destination is used by a leg of a call. Two uses are equal when they have the same values. Each packet goes through
-   * such an object, which therefore holds what is needed then.
+   * A destination is used by a leg of a call. Two uses are equal when they have the same values. Each packet goes
+   * through such an object, which therefore holds what is needed then.
    */
   public static final class Use {
     private final Call call;

@@ -1,8 +1,8 @@
 package com.morvin.dom.telephony.sniffer.sample.signalling;
 
 /**
- * A map from endpoints to objects that know their endpoint. Each frame of media is looked up, so the map is one array: an
- * open hash table with linear probing, at most half full.
+ * A map from endpoints to objects that know their endpoint. Each frame of media is looked up, so the map is one array:
+ * an open hash table with linear probing, at most half full.
  */
 final class EndpointMap<V extends EndpointMap.Keyed> {
   private static final int SMALLEST = 16;

@@ -66,7 +66,8 @@ public final class RunningCalls {
   /**
    * A saved call.
    *
-   * @param states the whole state and the increments to it, oldest first; empty when the call began after the checkpoint
+   * @param states the whole state and the increments to it, oldest first; empty when the call began after the
+   *     checkpoint
    */
   public record Loaded(Journal journal, List<TimedFrame> frames, List<byte[]> states, ResumedFiles files) {}
 
@@ -160,8 +161,8 @@ public final class RunningCalls {
   }
 
   /**
-   * Removes the journal of an ended call and the files that it does not need any more. If a restart can roll back the end
-   * of the call, they are kept until the next checkpoint.
+   * Removes the journal of an ended call and the files that it does not need any more. If a restart can roll back the
+   * end of the call, they are kept until the next checkpoint.
    *
    * @param obsolete returns the files; called on the disk thread
    */

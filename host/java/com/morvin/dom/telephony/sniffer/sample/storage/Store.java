@@ -191,8 +191,8 @@ public final class Store implements AutoCloseable {
   }
 
   /**
-   * Removes a file if it is there. It is emptied and kept for {@link #create}, because a file system slows down when each
-   * call creates and deletes files. Called on the disk thread.
+   * Removes a file if it is there. It is emptied and kept for {@link #create}, because a file system slows down when
+   * each call creates and deletes files. Called on the disk thread.
    */
   void remove(Path path) throws IOException {
     if (!exists(path)) {
