@@ -12,8 +12,9 @@ folder=$(mktemp -d)
 trap 'kill ${recorder:-} 2>/dev/null || true; rm -rf "${KEEP:-$folder}"' EXIT
 
 javac -cp "$build/host/voip-sniffer.jar" -d "$folder/classes" "$here"/*.java
-java -Xmx640m -Xmn320m -XX:+UseParallelGC -XX:+UseTransparentHugePages ${RECORDER_JAVA:-} -jar "$build/host/voip-sniffer.jar" --tcp "$port" --out "$folder" --until-disconnect \
-  >"$folder/log" &
+options=(-Xmx640m -Xmn320m -XX:+UseParallelGC -XX:+UseTransparentHugePages)
+java "${options[@]}" ${RECORDER_JAVA:-} -jar "$build/host/voip-sniffer.jar" --tcp "$port" --out "$folder" \
+  --until-disconnect >"$folder/log" &
 recorder=$!
 until grep -qs waiting "$folder/log"; do kill -0 $recorder; sleep 0.1; done
 status=0

@@ -274,7 +274,7 @@ public final class RunningCalls {
     out.write(call.state);
     out.writeInt(call.files.size());
     for (StoredFile file : call.files) {
-      out.writeUTF(file.path() == null ? "" : store.directory().relativize(file.path()).toString());
+      out.writeUTF(file.fileName());
       out.writeLong(file.size());
     }
   }

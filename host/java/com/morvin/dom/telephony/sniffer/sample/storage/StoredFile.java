@@ -12,13 +12,21 @@ public abstract class StoredFile {
   private final String extension;
   private final AtomicLong missing = new AtomicLong();
   private volatile Path path;
+  private volatile String fileName = "";
 
   /** Makes the file NAME.EXTENSION, see {@link Store#create}, or continues the file of a path that is not null. */
   StoredFile(Store store, String name, String extension, Path path) {
     this.store = store;
     this.name = name;
     this.extension = extension;
-    this.path = path;
+    if (path != null) {
+      setPath(path);
+    }
+  }
+
+  private void setPath(Path created) {
+    path = created;
+    fileName = created.getFileName().toString();
   }
 
   /** Passes the collected content to the disk thread. */
@@ -31,7 +39,7 @@ public abstract class StoredFile {
 
   /** Returns the name without the directory; empty when nothing was written. */
   public String fileName() {
-    return path == null ? "" : path.getFileName().toString();
+    return fileName;
   }
 
   /** Returns the number of bytes that were dropped because too much waited for the disk. */
@@ -50,7 +58,7 @@ public abstract class StoredFile {
   /** Returns the open file, which is created when it is new. Called on the disk thread. */
   FileChannel open() throws IOException {
     if (path == null) {
-      path = store.create(name, extension);
+      setPath(store.create(name, extension));
     }
     store.written(path);
     return store.open().channel(this);
