@@ -20,7 +20,7 @@ public final class Intake implements AutoCloseable {
   private static final int OVERHEAD = 100;
   /** After a smaller block the reader pauses, so that the next one has more frames. */
   private static final int SMALL_BYTES = 128 << 10;
-  private static final long PAUSE_MILLIS = 1;
+  private static final long PAUSE_MILLIS = 4;
   private static final long POLL_MILLIS = 200;
 
   private final Transport transport;
