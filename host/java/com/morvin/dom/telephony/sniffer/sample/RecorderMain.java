@@ -2,6 +2,7 @@ package com.morvin.dom.telephony.sniffer.sample;
 
 import com.morvin.dom.telephony.sniffer.sample.console.Console;
 import com.morvin.dom.telephony.sniffer.sample.console.Text;
+import com.morvin.dom.telephony.sniffer.sample.media.Track;
 import com.morvin.dom.telephony.sniffer.sample.page.CallPages;
 import com.morvin.dom.telephony.sniffer.sample.recording.Recorder;
 import com.morvin.dom.telephony.sniffer.sample.service.Service;
@@ -111,11 +112,8 @@ public final class RecorderMain {
       console.line("calls can be seen and heard at " + pages.address());
       SteadyClock clock = SteadyClock.system();
       Retention retention = new Retention(options.out, pages, clock, options.keepMillis, console);
-      Recorder recorder = new Recorder(store, limits, console, clock, retention);
-      if (!options.digits) {
-        recorder.ignoreDigits();
-      }
-      serve(options, recorder, console);
+      Track.Options media = new Track.Options(options.digits, options.pcm, options.mono);
+      serve(options, new Recorder(store, media, limits, console, clock, retention), console);
     }
     return 0;
   }

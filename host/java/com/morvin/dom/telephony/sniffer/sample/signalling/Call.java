@@ -7,6 +7,7 @@ import java.util.Comparator;
 import java.util.LinkedHashMap;
 import java.util.List;
 import java.util.Map;
+import java.util.Objects;
 import java.util.Set;
 import java.util.TreeSet;
 
@@ -50,16 +51,92 @@ public abstract class Call {
     this.fileNames = fileNames;
     this.origin = origin;
     legs.add(first);
-    lifetime = new Lifetime(first.start());
+    lifetime = new Lifetime(first.start(), flow);
   }
 
   /**
-   * A destination is used by a leg of a call.
-   *
-   * @param direction the direction of the media sent to the destination
-   * @param media its description in the signalling
+   * A destination is used by a leg of a call. Two uses are equal when they have the same values. Each packet goes
+   * through such an object, which therefore holds what is needed then.
    */
-  public record Use(Call call, Leg leg, Direction direction, Sdp.Media media) {}
+  public static final class Use {
+    private final Call call;
+    private final Leg leg;
+    private final Direction direction;
+    private final Sdp.Media media;
+    private final MediaFlow.Stream stream;
+    private Object attachment;
+
+    /**
+     * Makes a use.
+     *
+     * @param direction the direction of the media sent to the destination
+     * @param media its description in the signalling
+     */
+    Use(Call call, Leg leg, Direction direction, Sdp.Media media) {
+      this.call = call;
+      this.leg = leg;
+      this.direction = direction;
+      this.media = media;
+      stream = call.flow.of(direction);
+    }
+
+    /** Returns the call. */
+    public Call call() {
+      return call;
+    }
+
+    /** Returns the leg. */
+    public Leg leg() {
+      return leg;
+    }
+
+    /** Returns the direction of the media sent to the destination. */
+    public Direction direction() {
+      return direction;
+    }
+
+    /** Returns the description of the media in the signalling. */
+    public Sdp.Media media() {
+      return media;
+    }
+
+    /** Returns the received media of this direction. */
+    MediaFlow.Stream stream() {
+      return stream;
+    }
+
+    /** Records that media was received from a source; see {@link Endpoint#key}. */
+    void count(long source, Moment now) {
+      stream.count(source, now);
+      leg.media(now);
+    }
+
+    /** Reads the values that {@link #count} needs. Returns any value. */
+    public long touch() {
+      return stream.touch() + leg.touch();
+    }
+
+    /** Attaches an object of the listener. */
+    public void attach(Object object) {
+      attachment = object;
+    }
+
+    /** Returns the attached object; null when there is none. */
+    public Object attachment() {
+      return attachment;
+    }
+
+    @Override
+    public boolean equals(Object other) {
+      return other instanceof Use use && call == use.call && leg == use.leg && direction == use.direction
+          && media.equals(use.media);
+    }
+
+    @Override
+    public int hashCode() {
+      return Objects.hash(call, leg, direction, media);
+    }
+  }
 
   /** Returns the destinations of the media, as described by the signalling, in a new map. */
   abstract Map<Endpoint, Use> signalledDestinations();
@@ -115,13 +192,6 @@ public abstract class Call {
       }
     }
     return any;
-  }
-
-  /** Records that media was received for a use of this call. */
-  void countMedia(Use use, Endpoint source, Moment now) {
-    flow.count(use.direction, source, now);
-    use.leg.media(now);
-    lifetime.active(now);
   }
 
   /** Adds a destination that the signalling did not describe. */
@@ -246,13 +316,22 @@ public abstract class Call {
 
   /** Returns the end when the call is over by now; null before that. */
   End endBy(Moment now, CallFollower.Limits limits) {
-    if (legs.stream().allMatch(leg -> leg.isOver(now))) {
+    if (isOver(now)) {
       return signalledEnd();
     }
     boolean patient = lifetime.answer() != null || flow.exists();
     long idle = patient ? limits.idleMillis() : Math.min(limits.idleMillis(), limits.unansweredMillis());
     String reason = lifetime.expiryReason(now, idle);
     return reason == null ? null : new End(reason, lifetime.lastActivity());
+  }
+
+  private boolean isOver(Moment now) {
+    for (Leg leg : legs) {
+      if (!leg.isOver(now)) {
+        return false;
+      }
+    }
+    return true;
   }
 
   @Override

@@ -3,7 +3,6 @@ package com.morvin.dom.telephony.sniffer.sample.transport;
 import com.morvin.dom.telephony.sniffer.EmbeddedPacketChannel;
 import com.morvin.dom.telephony.sniffer.sample.console.Console;
 import java.io.IOException;
-import java.net.ProtocolException;
 import java.nio.ByteBuffer;
 import java.util.Set;
 import java.util.concurrent.TimeUnit;
@@ -26,8 +25,8 @@ public final class EmbeddedTransport implements Transport {
     /** Ends {@link #mainLoop} from another thread. */
     void breakMainLoop();
 
-    /** Copies the oldest frame into the buffer and returns its length, or 0 when there is none. */
-    int getPacket(byte[] buffer);
+    /** Appends the oldest frames to the buffer, as many as fit. */
+    void getPackets(ByteBuffer buffer);
 
     /** Queues a command and returns its length, or 0 when it is invalid. */
     int sendRequest(byte[] command);
@@ -36,9 +35,7 @@ public final class EmbeddedTransport implements Transport {
   private final Engine engine;
   private final Thread sniffing;
   private volatile Throwable failure;
-  private final byte[] buffer = new byte[EmbeddedPacketChannel.MAX_FRAME];
-  private final CaptureTimes times = new CaptureTimes();
-  private long frameNumber;
+  private final BlockBuffer received = new BlockBuffer();
 
   /** Starts the main loop of an engine. */
   public EmbeddedTransport(Engine engine) {
@@ -67,6 +64,7 @@ public final class EmbeddedTransport implements Transport {
   }
 
   private static Engine engineOf(EmbeddedPacketChannel channel) {
+    byte[] frame = new byte[EmbeddedPacketChannel.MAX_FRAME];
     return new Engine() {
       @Override
       public void mainLoop() {
@@ -79,9 +77,13 @@ public final class EmbeddedTransport implements Transport {
       }
 
       @Override
-      public int getPacket(byte[] buffer) {
-        synchronized (channel) {
-          return channel.getPacket(buffer);
+      public void getPackets(ByteBuffer buffer) {
+        int length = 1;
+        while (length > 0 && buffer.remaining() >= frame.length) {
+          synchronized (channel) {
+            length = channel.getPacket(frame);
+          }
+          buffer.put(frame, 0, length);
         }
       }
 
@@ -95,13 +97,14 @@ public final class EmbeddedTransport implements Transport {
   }
 
   @Override
-  public Received receive(long timeoutMillis) throws IOException, InterruptedException {
+  public FrameBlock receive(long timeoutMillis) throws IOException, InterruptedException {
     long deadline = System.nanoTime() + TimeUnit.MILLISECONDS.toNanos(timeoutMillis);
     while (true) {
       boolean running = sniffing.isAlive();
-      Received frame = poll();
-      if (frame != null) {
-        return frame;
+      engine.getPackets(received.room());
+      FrameBlock block = received.take(SNIFFER, 0);
+      if (block != null) {
+        return block;
       }
       if (!running) {
         throw new IOException("the sniffer has stopped" + (failure == null ? "" : ": " + failure)
@@ -112,17 +115,6 @@ public final class EmbeddedTransport implements Transport {
       }
       Thread.sleep(POLL_MILLIS);
     }
-  }
-
-  private Received poll() throws ProtocolException {
-    for (int length = engine.getPacket(buffer); length > 0; length = engine.getPacket(buffer)) {
-      Frame frame = Frame.of(ByteBuffer.wrap(buffer, 0, length));
-      long captured = times.of(frame);
-      if (captured >= 0) {
-        return new Received(frame, SNIFFER, captured, ++frameNumber);
-      }
-    }
-    return null;
   }
 
   @Override
