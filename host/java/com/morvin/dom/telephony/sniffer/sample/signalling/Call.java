@@ -17,6 +17,7 @@ import java.util.TreeSet;
  */
 public abstract class Call {
   private static final int MAX_NOTES = 16;
+  private static final long LATE_MEDIA_MILLIS = 5_000;
   private static final long SOON_MILLIS = 10_000;
   private static final int MESSAGE_BYTES = 300;
   /** A recording keeps a part of the messages. */
@@ -235,8 +236,17 @@ public abstract class Call {
       last = last == null || leg.ending().at().since(last.at()) > 0 ? leg.ending() : last;
     }
     Moment media = flow.last();
-    boolean wentOn = media != null && media.since(last.at()) > Leg.OVERRULED_MILLIS;
+    boolean wentOn = media != null && media.since(last.at()) > Leg.OVERRULED_MILLIS
+        && media.stamp() > last.at().stamp();
     return new End(last.how(), wentOn ? media : last.at());
+  }
+
+  /**
+   * Returns the delay of the end in milliseconds. The signalling of a short call can arrive before its media, when the
+   * sniffer has kept the media or one of the programs was stopped.
+   */
+  final long delayOfEnd() {
+    return lifetime.answer() != null && !flow.exists() ? LATE_MEDIA_MILLIS : 0;
   }
 
   /** Whether the signalling has ended the call. The call continues while its media does. */

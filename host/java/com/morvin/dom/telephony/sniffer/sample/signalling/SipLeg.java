@@ -347,7 +347,7 @@ final class SipLeg extends Leg {
     } else if (!requests.containsKey(transaction(byeResponse))) {
       hangUp(byeResponse, now, BYE_TIMEOUT_MILLIS);
     } else {
-      confirmEnd("hung up by " + nameOf(byeResponse.from()), now, isReferred ? RETRY_MILLIS : 0);
+      confirmEnd("hung up by " + nameOf(byeResponse.from()), now, isReferred ? RETRY_MILLIS : call.delayOfEnd());
     }
   }
 
