@@ -192,8 +192,8 @@ public abstract class Call {
   }
 
   /**
-   * Returns the priority of a call without steady media. Media begins soon after the answer or never, so a call that was
-   * answered long ago has the lowest priority.
+   * Returns the priority of a call without steady media. Media begins soon after the answer or never, so a call that
+   * was answered long ago has the lowest priority.
    */
   int priority(Moment now) {
     Moment answer = lifetime.answer();
