@@ -118,7 +118,7 @@ public final class RecorderMain {
     return 0;
   }
 
-  /** Ends the process when a thread has failed: a service manager starts it again. The files are completed if possible. */
+  /** Ends the process when a thread has failed. The files are completed if possible. */
   private static void fail(Console console, Thread thread, Throwable thrown) {
     try {
       console.line("the recorder ends, because its thread " + thread.getName() + " has failed: " + thrown);

@@ -18,6 +18,7 @@ import java.util.TreeSet;
  */
 public abstract class Call {
   private static final int MAX_NOTES = 16;
+  private static final long LATE_MEDIA_MILLIS = 5_000;
   private static final long SOON_MILLIS = 10_000;
   private static final int MESSAGE_BYTES = 300;
   /** A recording keeps a part of the messages. */
@@ -261,8 +262,8 @@ public abstract class Call {
   }
 
   /**
-   * Returns the priority of a call without steady media. Media begins soon after the answer or never, so a call that was
-   * answered long ago has the lowest priority.
+   * Returns the priority of a call without steady media. Media begins soon after the answer or never, so a call that
+   * was answered long ago has the lowest priority.
    */
   int priority(Moment now) {
     Moment answer = lifetime.answer();
@@ -305,8 +306,17 @@ public abstract class Call {
       last = last == null || leg.ending().at().since(last.at()) > 0 ? leg.ending() : last;
     }
     Moment media = flow.last();
-    boolean wentOn = media != null && media.since(last.at()) > Leg.OVERRULED_MILLIS;
+    boolean wentOn = media != null && media.since(last.at()) > Leg.OVERRULED_MILLIS
+        && media.stamp() > last.at().stamp();
     return new End(last.how(), wentOn ? media : last.at());
+  }
+
+  /**
+   * Returns the delay of the end in milliseconds. The signalling of a short call can arrive before its media, when the
+   * sniffer has kept the media or one of the programs was stopped.
+   */
+  final long delayOfEnd() {
+    return lifetime.answer() != null && !flow.exists() ? LATE_MEDIA_MILLIS : 0;
   }
 
   /** Whether the signalling has ended the call. The call continues while its media does. */

@@ -150,11 +150,11 @@ final class HostileInputTest {
       that(sniffer.list.contains(FakeSniffer.at("10.0.0.1:4000")), "the answered call is still followed");
       that(sniffer.list.contains(FakeSniffer.at("10.0.0.1:34998")), "the newest call is followed");
       that(sniffer.files(".csv").size() == 1, "no table");
-      sniffer.table().forEach(line -> that(line.contains("ended for other calls"), "the flood is in the table: " + line));
+      sniffer.table().forEach(line -> that(line.contains("ended for other calls"), "in the table: " + line));
     });
   }
 
-  /** Calls that take much memory are dropped, not the one with media. Codecs with long names and unused media take none. */
+  /** Calls that take much memory are dropped, but not the one with media. Long names and unused media take none. */
   void testMemoryOfSignalling() {
     CallFollower follower = new CallFollower(new CallFollower.Listener() {
       @Override
