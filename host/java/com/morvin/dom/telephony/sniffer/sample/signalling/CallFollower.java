@@ -76,7 +76,9 @@ public final class CallFollower {
    * @param bytes the approximate memory of the signalling of all calls
    */
   public record Limits(int calls, long idleMillis, long unansweredMillis, long bytes) {
-    /** 10,000 calls, an hour of silence, five minutes without an answer (phones give up earlier), a third of the heap. */
+    /**
+     * 10,000 calls, an hour of silence, five minutes without an answer (phones give up earlier), a third of the heap.
+     */
     public static final Limits DEFAULT = new Limits(10_000, 3_600_000, 300_000,
         Runtime.getRuntime().maxMemory() / 3);
 
