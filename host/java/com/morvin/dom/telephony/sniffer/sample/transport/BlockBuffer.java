@@ -9,7 +9,7 @@ import java.nio.ByteBuffer;
  */
 final class BlockBuffer {
   /** Four of the longest frames: more than what arrives while the reader pauses. */
-  private static final int SIZE = 4 * Frame.MAX_LENGTH;
+  private static final int SIZE = 256 << 10;
 
   private final ByteBuffer bytes = ByteBuffer.allocateDirect(SIZE);
 

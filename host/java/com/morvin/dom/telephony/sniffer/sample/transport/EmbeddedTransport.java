@@ -12,7 +12,7 @@ import java.util.concurrent.TimeUnit;
  * thread receives; any thread may call the other methods.
  */
 public final class EmbeddedTransport implements Transport {
-  private static final long POLL_MILLIS = 1;
+  private static final long POLL_MILLIS = 2;
   private static final int SNIFFER = 1;
 
   /**
@@ -25,8 +25,8 @@ public final class EmbeddedTransport implements Transport {
     /** Ends {@link #mainLoop} from another thread. */
     void breakMainLoop();
 
-    /** Appends the oldest frames to the buffer, as many as fit. */
-    void getPackets(ByteBuffer buffer);
+    /** Copies the oldest frames into a direct buffer, from its index 0, and returns their length in bytes. */
+    int getPackets(ByteBuffer buffer);
 
     /** Queues a command and returns its length, or 0 when it is invalid. */
     int sendRequest(byte[] command);
@@ -64,7 +64,6 @@ public final class EmbeddedTransport implements Transport {
   }
 
   private static Engine engineOf(EmbeddedPacketChannel channel) {
-    byte[] frame = new byte[EmbeddedPacketChannel.MAX_FRAME];
     return new Engine() {
       @Override
       public void mainLoop() {
@@ -77,14 +76,8 @@ public final class EmbeddedTransport implements Transport {
       }
 
       @Override
-      public void getPackets(ByteBuffer buffer) {
-        int length = 1;
-        while (length > 0 && buffer.remaining() >= frame.length) {
-          synchronized (channel) {
-            length = channel.getPacket(frame);
-          }
-          buffer.put(frame, 0, length);
-        }
+      public int getPackets(ByteBuffer buffer) {
+        return channel.getPackets(buffer);
       }
 
       @Override
@@ -101,10 +94,13 @@ public final class EmbeddedTransport implements Transport {
     long deadline = System.nanoTime() + TimeUnit.MILLISECONDS.toNanos(timeoutMillis);
     while (true) {
       boolean running = sniffing.isAlive();
-      engine.getPackets(received.room());
+      int length = fetch();
       FrameBlock block = received.take(SNIFFER, 0);
       if (block != null) {
         return block;
+      }
+      if (length > 0) {
+        continue;
       }
       if (!running) {
         throw new IOException("the sniffer has stopped" + (failure == null ? "" : ": " + failure)
@@ -115,6 +111,14 @@ public final class EmbeddedTransport implements Transport {
       }
       Thread.sleep(POLL_MILLIS);
     }
+  }
+
+  /** Appends the oldest frames to those in the buffer, and returns the length of the new ones in bytes. */
+  private int fetch() {
+    ByteBuffer room = received.room();
+    int length = engine.getPackets(room.slice());
+    room.position(room.position() + length);
+    return length;
   }
 
   @Override
