@@ -12,7 +12,7 @@ folder=$(mktemp -d)
 trap 'kill ${recorder:-} 2>/dev/null || true; rm -rf "${KEEP:-$folder}"' EXIT
 
 javac -cp "$build/host/voip-sniffer.jar" -d "$folder/classes" "$here"/*.java
-options=(-Xmx640m -Xmn320m -XX:+UseParallelGC -XX:+UseTransparentHugePages)
+options=(-Xmx640m -Xmn320m -XX:+UseSerialGC -XX:+UseTransparentHugePages)
 java "${options[@]}" ${RECORDER_JAVA:-} -jar "$build/host/voip-sniffer.jar" --tcp "$port" --out "$folder" \
   --until-disconnect >"$folder/log" &
 recorder=$!
