@@ -269,7 +269,11 @@ public final class CallFollower {
 
   /** Drops calls while all together take too much memory. */
   private void saveMemory(Moment now) {
-    for (Call next = removable.next(now); next != null && memory >= limits.bytes; next = removable.next(now)) {
+    while (memory >= limits.bytes) {
+      Call next = removable.next(now);
+      if (next == null) {
+        return;
+      }
       drop(next, now);
     }
   }

@@ -32,14 +32,14 @@ final class Destinations {
   private static final int RTP_HEADER = 12;
   private static final int FIRST_RTCP = 192;
   private static final int LAST_RTCP = 223;
-  /** How long a destination with one call takes the source of its stream to fit the call as before. */
+  /** While a stream continues at a destination of one call, its fit is computed once in this time. */
   private static final long CHECK_MILLIS = 1000;
   private static final int MAX_REPEATS = 3;
   private static final long REPEAT_MILLIS = 1000;
 
   /**
-   * A call that uses a destination, and the last media that it received there. The media is kept as numbers, because
-   * each frame changes them.
+   * A call that uses a destination, and the last media that it received there. The values are numbers, because each
+   * frame changes them.
    */
   private static final class Claim {
     private static final long NEVER = Long.MIN_VALUE / 2;
@@ -56,7 +56,7 @@ final class Destinations {
     private int ssrc;
     private long lastOfStream = NEVER;
     private int fit;
-    /** The steady time when the fit of the stream is found again. */
+    /** The steady time after which the fit of the stream is computed again. */
     private long nextCheck = NEVER;
 
     Claim(Endpoint endpoint, Call.Use use) {
