@@ -722,7 +722,7 @@
   }
 
   function files(call) {
-    const all = [...call.both, ...call.voices.flatMap(voice => voice.parts)].map(part => part.file);
+    const all = [...call.both, ...call.voices.flatMap(voice => voice.parts)].map(part => part.file).filter(Boolean);
     return (
       all.length > 0 &&
       section(
@@ -755,7 +755,8 @@
       this.total = call.total;
       this.sources = call.both.map(({file, offset}, i) => ({label: 'Both' + (i ? ` ${i + 1}` : ''), file, offset}));
       for (const voice of call.voices) {
-        voice.sounds.forEach(({file, offset}, i) =>
+        // A voice without a file of its own is heard in the file of both.
+        voice.sounds.filter(sound => sound.file).forEach(({file, offset}, i) =>
           this.sources.push({
             label: (voice.role === 'caller' ? 'Caller' : 'Callee') + (i ? ` ${i + 1}` : ''),
             voice,
@@ -800,7 +801,7 @@
       this.time = h('span', {class: 'time'});
       this.choice = h(
         'div',
-        {class: 'choice', role: 'radiogroup', 'aria-label': 'Listen to'},
+        {class: 'choice', hidden: this.sources.length < 2, role: 'radiogroup', 'aria-label': 'Listen to'},
         this.sources.map(source =>
           h(
             'label',

@@ -137,7 +137,8 @@ class ClusterTest(unittest.TestCase):
             self.processes[name] = subprocess.Popen([*command, *out], stdout=log, stderr=log)
 
     def recorder(self, number):
-        self.start(f"r{number}", "--consume", BROKER, "--queue", f"voip-recorder-{number}")
+        files = ["--mono", "--pcm"]  # which the tests read
+        self.start(f"r{number}", "--consume", BROKER, "--queue", f"voip-recorder-{number}", *files)
 
     def front(self, name, *options):
         port = PORT + 3

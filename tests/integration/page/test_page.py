@@ -22,9 +22,9 @@ ESCAPE, DOWN = "\ue00c", "\ue015"
 class Recorder:
     """Runs the sample recorder and sends it the frames of a sniffer."""
 
-    def __init__(self, folder):
+    def __init__(self, folder, *options):
         port = harness.free_port()
-        options = ["--tcp", str(port), "--out", folder]
+        options = ["--tcp", str(port), "--out", folder, *options]
         self.process = subprocess.Popen(
             [*harness.die_with_us(), os.environ["SNIFFER_JAVA"], "-jar", os.environ["SNIFFER_JAR"], *options],
             stdout=subprocess.PIPE,
@@ -117,7 +117,7 @@ class ThePage(harness.TestCase):
     def test_calls_are_found_heard_and_harmless(self):
         folder = pathlib.Path(self.folder())
         page = folder / "index.html"
-        recorder = self.keep(Recorder(folder))
+        recorder = self.keep(Recorder(folder, "--mono"))
         bye = next(i for i, frame in enumerate(CALL) if frame.payload.startswith(b"BYE"))
         recorder.tell(*sip_call(b"first", b"+493012345", missing=range(100, 120)))
         recorder.wait_said("hung up")
@@ -177,6 +177,11 @@ class ThePage(harness.TestCase):
             recorder.wait_said("hung up")
             browser.open(page.as_uri())
             browser.wait("document.getElementById('summary').textContent === '1 call'")
+            self.assertEqual(len(list(folder.glob("*-dora-from-*.wav"))), 0)
+            browser.keys(DOWN + " ")
+            browser.wait("document.querySelector('audio').currentTime > 0.3")  # A-law, both voices in one file
+            self.assertEqual(browser.script(drawn), [True, True])
+            browser.keys(" ")
             browser.click("#older a")
             total = copies.count("\n") + 3
             browser.wait(f"document.getElementById('summary').textContent === '{total:,} calls'")

@@ -12,7 +12,7 @@ import java.util.List;
 /** The options of the command line, and their default values. */
 final class Options {
   static final String HELP = """
-      Records the calls that the sniffer sees: a WAV file for each direction of each call, and a table of calls.
+      Records the calls that the sniffer sees: a stereo WAV file of each call, and a table of calls.
 
       usage: java -jar voip-sniffer.jar [--embedded DEVICES | --tcp [HOST:]PORT | --udp [HOST:]PORT |
                                      --consume BROKER --queue NAME] [OPTION]...
@@ -36,6 +36,8 @@ final class Options {
         --trace                with --embedded: log decoded H.323 messages
         --out DIRECTORY        where recordings go (default: recordings)
         --keep DAYS            delete calls that are older: their files, their lines in the table and on the pages
+        --mono                 keep the voices as files of their own, too
+        --pcm                  write 16-bit samples instead of A-law and mu-law
         --no-digits            do not record pressed keys, which can be card numbers
         --erase CALL           record nothing: erase the calls with this call ID, also while a recorder runs
         --until-disconnect     with --tcp: end when the sniffer disconnects
@@ -68,6 +70,8 @@ final class Options {
   final List<String> settings = new ArrayList<>();
   Path out = Path.of("recordings");
   long keepMillis;
+  boolean mono;
+  boolean pcm;
   boolean digits = true;
   String erase;
   boolean untilDisconnect;
@@ -98,6 +102,8 @@ final class Options {
       case "--trace" -> trace = true;
       case "--out" -> out = path(value(option, words));
       case "--keep" -> keepMillis = 86_400_000L * number(option, value(option, words), MAX_NUMBER);
+      case "--mono" -> mono = true;
+      case "--pcm" -> pcm = true;
       case "--no-digits" -> digits = false;
       case "--erase" -> erase = value(option, words);
       case "--until-disconnect" -> untilDisconnect = true;

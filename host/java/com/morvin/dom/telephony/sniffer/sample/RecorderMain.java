@@ -2,6 +2,7 @@ package com.morvin.dom.telephony.sniffer.sample;
 
 import com.morvin.dom.telephony.sniffer.sample.console.Console;
 import com.morvin.dom.telephony.sniffer.sample.console.Text;
+import com.morvin.dom.telephony.sniffer.sample.media.Track;
 import com.morvin.dom.telephony.sniffer.sample.page.CallPages;
 import com.morvin.dom.telephony.sniffer.sample.recording.Recorder;
 import com.morvin.dom.telephony.sniffer.sample.service.Service;
@@ -111,16 +112,13 @@ public final class RecorderMain {
       console.line("calls can be seen and heard at " + pages.address());
       SteadyClock clock = SteadyClock.system();
       Retention retention = new Retention(options.out, pages, clock, options.keepMillis, console);
-      Recorder recorder = new Recorder(store, limits, console, clock, retention);
-      if (!options.digits) {
-        recorder.ignoreDigits();
-      }
-      serve(options, recorder, console);
+      Track.Options media = new Track.Options(options.digits, options.pcm, options.mono);
+      serve(options, new Recorder(store, media, limits, console, clock, retention), console);
     }
     return 0;
   }
 
-  /** Ends the process when a thread has failed: a service manager starts it again. The files are completed if possible. */
+  /** Ends the process when a thread has failed. The files are completed if possible. */
   private static void fail(Console console, Thread thread, Throwable thrown) {
     try {
       console.line("the recorder ends, because its thread " + thread.getName() + " has failed: " + thrown);

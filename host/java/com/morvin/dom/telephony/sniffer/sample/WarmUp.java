@@ -1,18 +1,21 @@
 package com.morvin.dom.telephony.sniffer.sample;
 
 import com.morvin.dom.telephony.sniffer.sample.console.Console;
+import com.morvin.dom.telephony.sniffer.sample.media.Track;
 import com.morvin.dom.telephony.sniffer.sample.recording.Recorder;
 import com.morvin.dom.telephony.sniffer.sample.service.Service;
 import com.morvin.dom.telephony.sniffer.sample.storage.Store;
 import com.morvin.dom.telephony.sniffer.sample.transport.Command;
 import com.morvin.dom.telephony.sniffer.sample.transport.Endpoint;
 import com.morvin.dom.telephony.sniffer.sample.transport.Frame;
-import com.morvin.dom.telephony.sniffer.sample.transport.Received;
+import com.morvin.dom.telephony.sniffer.sample.transport.FrameBlock;
 import com.morvin.dom.telephony.sniffer.sample.transport.SteadyClock;
 import com.morvin.dom.telephony.sniffer.sample.transport.Transport;
+import java.io.ByteArrayOutputStream;
 import java.io.IOException;
 import java.io.OutputStream;
 import java.io.PrintStream;
+import java.nio.ByteBuffer;
 import java.nio.charset.StandardCharsets;
 import java.nio.file.Files;
 import java.nio.file.Path;
@@ -23,9 +26,9 @@ import java.util.Set;
 import java.util.stream.Stream;
 
 /**
- * Records two invented calls into a temporary directory, so that the virtual machine loads and links the classes that
- * the first real call needs. Without it, the command for the media of that call would be about 100 ms late, and the
- * media in between would be missing.
+ * Records some invented calls into a temporary directory, so that the virtual machine loads and links the classes that
+ * the first real call needs, and compiles what each packet goes through. Without it, the command for the media of that
+ * call would be about 100 ms late, and the media of many calls at once would wait too long.
  */
 final class WarmUp implements Transport {
   private static final String INVITE = """
@@ -33,30 +36,59 @@ final class WarmUp implements Transport {
       Via: SIP/2.0/UDP 127.0.0.1;branch=1
       From: "A" <sip:a@127.0.0.1>;tag=1
       To: <sip:b@127.0.0.1>
-      Call-ID: 1
+      Call-ID: PORT
       CSeq: 1 INVITE
       Content-Type: application/sdp
 
       v=0
       c=IN IP4 127.0.0.1
-      m=audio 9 RTP/AVP 8
+      m=audio PORT RTP/AVP 8
       a=rtpmap:8 PCMA/8000
       """;
   private static final String SETUP = "t:5\nr:1\nc:1\ns:a\nd:b\nm:1:rcodec:g711Alaw64k 20,rtp:127.0.0.1 9\n";
 
   private static final Endpoint ENDPOINT = new Endpoint(0x7f000001, 9);
-  private static final byte[] SPEECH = {(byte) 0x80, 8, 0, 1, 0, 0, 0, 0, 0, 0, 0, 1, 0x55};
+  private static final int CALLS = 4;
+  /** A method is compiled after it was called some 10,000 times. */
+  private static final int BLOCKS = 30;
+  private static final int PACKETS_OF_BLOCK = 200;
+  private static final int SAMPLES = 160;
 
-  private final Queue<Received> frames = new ArrayDeque<>();
+  private final Queue<FrameBlock> frames = new ArrayDeque<>();
 
   private WarmUp() {
-    add(Frame.SIP, INVITE.getBytes(StandardCharsets.UTF_8));
-    add(Frame.H323, SETUP.getBytes(StandardCharsets.UTF_8));
-    add(Frame.RTP, SPEECH);
+    add(new Frame(Frame.H323, ENDPOINT, ENDPOINT, SETUP.getBytes(StandardCharsets.UTF_8)).bytes());
+    for (int call = 0; call < CALLS; call++) {
+      String invite = INVITE.replace("PORT", Integer.toString(port(call)));
+      add(new Frame(Frame.SIP, ENDPOINT, ENDPOINT, invite.getBytes(StandardCharsets.UTF_8)).bytes());
+    }
+    long begin = System.currentTimeMillis() - 20 * BLOCKS * PACKETS_OF_BLOCK;
+    for (int block = 0; block < BLOCKS; block++) {
+      for (int call = 0; call < CALLS; call++) {
+        add(speech(new Endpoint(ENDPOINT.ip(), port(call)), block * PACKETS_OF_BLOCK, begin));
+      }
+    }
   }
 
-  private void add(int protocol, byte[] payload) {
-    frames.add(new Received(new Frame(protocol, ENDPOINT, ENDPOINT, payload), 0, 0, 0));
+  private static int port(int call) {
+    return 1000 + 2 * call;
+  }
+
+  /** Returns packets with their times of capture. */
+  private static byte[] speech(Endpoint destination, int first, long begin) {
+    ByteArrayOutputStream frames = new ByteArrayOutputStream();
+    for (int i = first; i < first + PACKETS_OF_BLOCK; i++) {
+      byte[] time = ByteBuffer.allocate(Long.BYTES).putLong(1000 * (begin + 20L * i)).array();
+      byte[] packet = ByteBuffer.allocate(12 + SAMPLES).putShort((short) 0x8008).putShort((short) i)
+          .putInt(i * SAMPLES).putInt(1).array();
+      frames.writeBytes(new Frame(Frame.CAPTURE_TIME, destination, ENDPOINT, time).bytes());
+      frames.writeBytes(new Frame(Frame.RTP, destination, ENDPOINT, packet).bytes());
+    }
+    return frames.toByteArray();
+  }
+
+  private void add(byte[] bytes) {
+    frames.add(new FrameBlock(bytes, 0, bytes.length, 0, 0));
   }
 
   /**
@@ -77,7 +109,8 @@ final class WarmUp implements Transport {
     Console console = new Console(new PrintStream(OutputStream.nullOutputStream()), false);
     try (Store store = new Store(directory, console)) {
       Service.Limits limits = new Service.Limits(false, 0, Service.Limits.NONE.calls());
-      new Recorder(store, limits, console, SteadyClock.system(), report -> { }).run(new WarmUp());
+      Track.Options options = new Track.Options(true, false, false);
+      new Recorder(store, options, limits, console, SteadyClock.system(), report -> { }).run(new WarmUp());
     } finally {
       try (Stream<Path> all = Files.walk(directory)) {
         for (Path path : all.sorted(Comparator.reverseOrder()).toList()) {
@@ -88,8 +121,8 @@ final class WarmUp implements Transport {
   }
 
   @Override
-  public Received receive(long timeoutMillis) throws InterruptedException {
-    Received next = frames.poll();
+  public FrameBlock receive(long timeoutMillis) throws InterruptedException {
+    FrameBlock next = frames.poll();
     if (next == null) {
       Thread.sleep(timeoutMillis);
     }

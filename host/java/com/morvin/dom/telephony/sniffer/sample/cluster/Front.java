@@ -6,7 +6,7 @@ import com.morvin.dom.telephony.sniffer.sample.service.Service;
 import com.morvin.dom.telephony.sniffer.sample.signalling.Call;
 import com.morvin.dom.telephony.sniffer.sample.signalling.Moment;
 import com.morvin.dom.telephony.sniffer.sample.transport.Frame;
-import com.morvin.dom.telephony.sniffer.sample.transport.Received;
+import com.morvin.dom.telephony.sniffer.sample.transport.FrameCursor;
 import com.morvin.dom.telephony.sniffer.sample.transport.SteadyClock;
 import java.util.ArrayDeque;
 import java.util.ArrayList;
@@ -48,8 +48,24 @@ final class Front extends Service {
   }
 
   @Override
-  protected void handle(Received received, Moment now) {
-    publish(received.frame(), received.time() + clock.skew(), now);
+  protected void handle(FrameCursor cursor, Moment now) {
+    Frame frame = cursor.frame();
+    Call call = null;
+    switch (frame.protocol()) {
+      case Frame.SIP, Frame.H323 -> call = follower.signalling(frame, now);
+      case Frame.RTP -> {
+        Call.Use use = follower.media(cursor, now);
+        call = use == null ? null : use.call();
+      }
+      default -> { }
+    }
+    CallStream stream = call == null ? null : streams.get(call);
+    if (stream != null) {
+      frames++;
+      if (stream.add(frame, now.stamp() + clock.skew(), now.steady())) {
+        opened.add(new Opened(stream, stream.began()));
+      }
+    }
   }
 
   @Override
@@ -59,25 +75,6 @@ final class Front extends Service {
       Opened due = opened.remove();
       if (due.stream.isOpen() && due.stream.began() == due.at) {
         due.stream.flush(false);
-      }
-    }
-  }
-
-  private void publish(Frame frame, long captured, Moment now) {
-    Call call = null;
-    switch (frame.protocol()) {
-      case Frame.SIP, Frame.H323 -> call = follower.signalling(frame, now);
-      case Frame.RTP -> {
-        Call.Use use = follower.media(frame, now);
-        call = use == null ? null : use.call();
-      }
-      default -> { }
-    }
-    CallStream stream = call == null ? null : streams.get(call);
-    if (stream != null) {
-      frames++;
-      if (stream.add(frame, captured, now.steady())) {
-        opened.add(new Opened(stream, stream.began()));
       }
     }
   }

@@ -2,10 +2,9 @@ package com.morvin.dom.telephony.sniffer.sample.cluster;
 
 import com.morvin.dom.telephony.sniffer.sample.console.Console;
 import com.morvin.dom.telephony.sniffer.sample.console.Text;
-import com.morvin.dom.telephony.sniffer.sample.transport.CaptureTimes;
 import com.morvin.dom.telephony.sniffer.sample.transport.Command;
 import com.morvin.dom.telephony.sniffer.sample.transport.Frame;
-import com.morvin.dom.telephony.sniffer.sample.transport.Received;
+import com.morvin.dom.telephony.sniffer.sample.transport.FrameBlock;
 import com.morvin.dom.telephony.sniffer.sample.transport.Transport;
 import com.rabbitmq.client.AMQP;
 import com.rabbitmq.client.Channel;
@@ -17,7 +16,6 @@ import java.io.IOException;
 import java.net.ProtocolException;
 import java.nio.ByteBuffer;
 import java.util.ArrayDeque;
-import java.util.ArrayList;
 import java.util.Deque;
 import java.util.HashSet;
 import java.util.List;
@@ -61,7 +59,7 @@ final class QueueTransport implements Transport {
   private record Passed(MessageId id, int done, long first, long last) {}
 
   /** The frames of a message, the repeated signalling apart. */
-  private record Content(MessageId id, Pending pending, List<Received> repeated, List<Received> frames) {}
+  private record Content(MessageId id, Pending pending, FrameBlock repeated, FrameBlock frames) {}
 
   private final Broker broker;
   private final String queue;
@@ -70,7 +68,7 @@ final class QueueTransport implements Transport {
   private final Sequences<Content> sequences = new Sequences<>();
   private final Set<MessageId.Stream> unsignalled = new HashSet<>();
   private final BlockingQueue<Delivery> deliveries = new LinkedBlockingQueue<>();
-  private final Queue<Received> frames = new ArrayDeque<>();
+  private final Queue<FrameBlock> frames = new ArrayDeque<>();
   private final Deque<Pending> pending = new ArrayDeque<>();
   private final Queue<Passed> passed = new ArrayDeque<>();
   private volatile Connection connection;
@@ -95,7 +93,7 @@ final class QueueTransport implements Transport {
   }
 
   @Override
-  public Received receive(long timeoutMillis) throws InterruptedException {
+  public FrameBlock receive(long timeoutMillis) throws InterruptedException {
     if (frames.isEmpty()) {
       long now = System.nanoTime();
       connect(now);
@@ -205,24 +203,18 @@ final class QueueTransport implements Transport {
         || recap < 0 || recap > delivery.body.length) {
       return null;
     }
-    return new Content(id, message, frames(ByteBuffer.wrap(delivery.body, 0, recap)),
-        frames(ByteBuffer.wrap(delivery.body, recap, delivery.body.length - recap)));
+    return new Content(id, message, frames(delivery.body, 0, recap),
+        frames(delivery.body, recap, delivery.body.length));
   }
 
-  private static List<Received> frames(ByteBuffer bytes) throws ProtocolException {
-    List<Received> frames = new ArrayList<>();
-    CaptureTimes times = new CaptureTimes();
-    while (bytes.hasRemaining()) {
-      Frame frame = Frame.take(bytes);
-      if (frame == null) {
+  private static FrameBlock frames(byte[] bytes, int from, int to) throws ProtocolException {
+    ByteBuffer frames = ByteBuffer.wrap(bytes, from, to - from);
+    while (frames.hasRemaining()) {
+      if (Frame.take(frames) == null) {
         throw new ProtocolException("the last frame is cut off");
       }
-      long captured = times.of(frame);
-      if (captured >= 0) {
-        frames.add(new Received(frame, 0, captured, 0));
-      }
     }
-    return frames;
+    return new FrameBlock(bytes, from, to, 0, 0);
   }
 
   /** Rejects a message. The broker moves it to a queue for the operator. */
@@ -238,18 +230,19 @@ final class QueueTransport implements Transport {
   }
 
   private void pass(Content content) {
-    if (!content.repeated.isEmpty() && unsignalled.remove(content.id.call())) {
-      content.repeated.forEach(this::pass);
+    if (content.repeated.length() > 0 && unsignalled.remove(content.id.call())) {
+      pass(content.repeated);
     }
     int done = positions.framesOf(content.id);
     long first = number + 1;
-    content.frames.stream().skip(done).forEach(this::pass);
+    pass(content.frames.skip(done));
     content.pending.last = number;
     passed.add(new Passed(content.id, done, first, number));
   }
 
-  private void pass(Received read) {
-    frames.add(new Received(read.frame(), 0, read.captured(), ++number));
+  private void pass(FrameBlock block) {
+    frames.add(new FrameBlock(block.bytes(), block.from(), block.to(), 0, number + 1));
+    number += block.count();
   }
 
   private void tick() {

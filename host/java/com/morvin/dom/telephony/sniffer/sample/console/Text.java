@@ -1,12 +1,16 @@
 package com.morvin.dom.telephony.sniffer.sample.console;
 
 import java.net.InetSocketAddress;
-import java.util.Locale;
+import java.util.regex.Pattern;
 
 /** Makes text from the network safe for terminals, file names and tables. All methods are pure functions. */
 public final class Text {
   private static final int MAX_PRINTED = 200;
   private static final int MAX_FILE_PART = 40;
+  private static final Pattern NOT_PRINTABLE =
+      Pattern.compile("[\\p{Cntrl}\\p{Cf}\\p{Co}\\p{Cn}\\p{Cs}\\u2028\\u2029]");
+  private static final Pattern NOT_IN_FILE_NAMES = Pattern.compile("[^A-Za-z0-9._+@-]");
+  private static final Pattern FIRST_MARKS = Pattern.compile("^[.-]+");
 
   private Text() {}
 
@@ -20,7 +24,7 @@ public final class Text {
    * nor control a terminal.
    */
   public static String printable(String text) {
-    String clean = text.replaceAll("[\\p{Cntrl}\\p{Cf}\\p{Co}\\p{Cn}\\p{Cs}\\u2028\\u2029]", " ").strip();
+    String clean = (isPlain(text) ? text : NOT_PRINTABLE.matcher(text).replaceAll(" ")).strip();
     if (clean.length() <= MAX_PRINTED) {
       return clean;
     }
@@ -29,13 +33,23 @@ public final class Text {
     return clean.substring(0, cut ? MAX_PRINTED - 1 : MAX_PRINTED) + "...";
   }
 
+  /** Whether all characters are those of ASCII that can be printed, the usual case. */
+  private static boolean isPlain(String text) {
+    for (int i = 0; i < text.length(); i++) {
+      if (text.charAt(i) < ' ' || text.charAt(i) > '~') {
+        return false;
+      }
+    }
+    return true;
+  }
+
   /**
    * Returns a part of a file name, at most 40 characters long. It holds only letters, digits and marks without a
    * meaning for shells and file systems. It is never empty.
    */
   public static String fileNamePart(String text) {
-    String clean = text.replaceAll("[^A-Za-z0-9._+@-]", "_");
-    clean = clean.substring(0, Math.min(clean.length(), MAX_FILE_PART)).replaceAll("^[.-]+", "_");
+    String clean = NOT_IN_FILE_NAMES.matcher(text).replaceAll("_");
+    clean = FIRST_MARKS.matcher(clean.substring(0, Math.min(clean.length(), MAX_FILE_PART))).replaceAll("_");
     return clean.isEmpty() ? "unknown" : clean;
   }
 
@@ -45,7 +59,8 @@ public final class Text {
     if (!field.isEmpty() && "=+-@".indexOf(field.charAt(0)) >= 0) {
       field = "'" + field;
     }
-    return field.matches("[^\",;]*") ? field : '"' + field.replace("\"", "\"\"") + '"';
+    boolean plain = field.chars().noneMatch(c -> c == '"' || c == ',' || c == ';');
+    return plain ? field : '"' + field.replace("\"", "\"\"") + '"';
   }
 
   /** Returns the text of a field of a CSV line as {@link #csv} makes it, without control characters. */
@@ -56,7 +71,8 @@ public final class Text {
 
   /** Returns seconds with one decimal, such as "1.5". */
   public static String seconds(long millis) {
-    return String.format(Locale.ROOT, "%.1f", millis / 1000.0);
+    long tenths = (Math.abs(millis) + 50) / 100;
+    return (millis < 0 && tenths > 0 ? "-" : "") + tenths / 10 + "." + tenths % 10;
   }
 
   /** Returns "1 call" or "2 calls". */

@@ -1,6 +1,8 @@
 package com.morvin.dom.telephony.sniffer.sample.media;
 
 import com.morvin.dom.telephony.sniffer.sample.storage.CallReport;
+import com.morvin.dom.telephony.sniffer.sample.storage.Encoding;
+import com.morvin.dom.telephony.sniffer.sample.storage.ResumedFiles;
 import com.morvin.dom.telephony.sniffer.sample.storage.StereoFile;
 import com.morvin.dom.telephony.sniffer.sample.storage.WavFile;
 import java.io.DataInput;
@@ -42,10 +44,17 @@ final class AudioOutput {
 
   private record Gap(long from, long to) {}
 
-  private final WavFile file;
+  private WavFile file;
   private final String codec;
-  private final List<Anchor> anchors = new ArrayList<>();
-  private final List<Gap> gaps = new ArrayList<>();
+  private final SavedList<Anchor> anchors = new SavedList<>();
+  private final SavedList<Gap> gaps = new SavedList<>();
+  /** The values of the last anchor, and the time of the first one: each packet needs them. */
+  private boolean anchored;
+  private long lastSample;
+  private long lastTime;
+  private boolean lastJoined;
+  private long firstTime;
+  private int samplesPerMilli;
   private long packets;
   private boolean interrupted;
   private long excessMillis;
@@ -53,10 +62,24 @@ final class AudioOutput {
   private int windowPackets;
   private long windowDelay;
   private Object owner;
+  /** What a restored output needs to open its file. */
+  private WavFile.Format savedFormat;
+  private long savedSamples;
 
   AudioOutput(WavFile file, String codec) {
-    this.file = file;
     this.codec = codec;
+    if (file != null) {
+      setFile(file);
+    }
+  }
+
+  private void setFile(WavFile opened) {
+    file = opened;
+    samplesPerMilli = opened.rate() / 1000;
+  }
+
+  long touch() {
+    return packets + lastSample + windowPackets;
   }
 
   WavFile file() {
@@ -76,58 +99,52 @@ final class AudioOutput {
     owner = source;
   }
 
-  private int samplesPerMilli() {
-    return file.rate() / 1000;
-  }
-
-  private Anchor last() {
-    return anchors.get(anchors.size() - 1);
-  }
-
   /** Returns the time of a sample in the last stretch. */
   private long timeOf(long sample) {
-    return last().time + (sample - last().sample) / samplesPerMilli();
+    return lastTime + (sample - lastSample) / samplesPerMilli;
   }
 
   /** Returns the pause since the last sample in milliseconds, by the clock. */
   long pauseUntil(long now) {
-    return anchors.isEmpty() ? 0 : Math.max(0, Math.min(now - timeOf(file.samples()), MAX_CLOCK_GAP_MILLIS));
+    return !anchored ? 0 : Math.max(0, Math.min(now - timeOf(file.samples()), MAX_CLOCK_GAP_MILLIS));
   }
 
   /** Returns how much later than its place in the file a packet was captured that follows a pause in milliseconds. */
   long delay(long pause, long time) {
-    return anchors.isEmpty() ? 0 : time - timeOf(file.samples()) - pause;
+    return !anchored ? 0 : time - timeOf(file.samples()) - pause;
   }
 
   /** Returns the longest pause in milliseconds that RTP timestamps may ask for. */
   long maxPauseAt(long now) {
-    long start = anchors.isEmpty() ? now : anchors.get(0).time;
-    return now - start + MAX_LEAD_MILLIS - file.samples() / samplesPerMilli();
+    long start = anchored ? firstTime : now;
+    return now - start + MAX_LEAD_MILLIS - file.samples() / samplesPerMilli;
   }
 
   /**
-   * Writes a pause and the samples after it.
+   * Writes a pause. The samples of a packet follow.
    *
    * @param pause in samples
    * @param missing whether packets were lost in the pause
+   * @param time of capture of the packet
    */
-  void write(long pause, boolean missing, short[] samples, long time) {
+  void begin(long pause, boolean missing, long time) {
     packets++;
     if (pause > 0 && (missing || interrupted)) {
       mark(file.samples(), file.samples() + pause);
     }
     interrupted = false;
-    file.silence(pause);
-    align(pause >= PAUSE_MILLIS * samplesPerMilli(), time);
-    file.write(samples);
+    if (pause > 0) {
+      file.silence(pause);
+    }
+    align(pause >= PAUSE_MILLIS * samplesPerMilli, time);
   }
 
   /** Compares the place of the next sample with its time of capture. */
   private void align(boolean afterPause, long time) {
     long delay = delay(0, time);
-    if (anchors.isEmpty() || afterPause && Math.abs(delay) >= JITTER_MILLIS) {
+    if (!anchored || afterPause && Math.abs(delay) >= JITTER_MILLIS) {
       anchor(time, false);
-    } else if (delay < 0 && !last().joined && time - last().time < SETTLING_MILLIS) {
+    } else if (delay < 0 && !lastJoined && time - lastTime < SETTLING_MILLIS) {
       moveBack(Math.min(-delay, MAX_LEAD_MILLIS));
     } else if (delay <= -PAUSE_MILLIS) {
       anchor(time, false);
@@ -138,8 +155,9 @@ final class AudioOutput {
 
   /** The first packets of the stretch were late. */
   private void moveBack(long millis) {
-    Anchor late = anchors.remove(anchors.size() - 1);
-    anchors.add(new Anchor(late.sample, late.time - millis, false));
+    Anchor late = anchors.last();
+    anchors.replaceLast(new Anchor(late.sample, late.time - millis, false));
+    cacheAnchors();
     beginWindow(windowStart);
   }
 
@@ -163,7 +181,18 @@ final class AudioOutput {
   private void anchor(long time, boolean joined) {
     if (anchors.size() < MAX_MARKS) {
       anchors.add(new Anchor(file.samples(), time, joined));
+      cacheAnchors();
       beginWindow(time);
+    }
+  }
+
+  private void cacheAnchors() {
+    anchored = !anchors.isEmpty();
+    if (anchored) {
+      firstTime = anchors.first().time;
+      lastSample = anchors.last().sample;
+      lastTime = anchors.last().time;
+      lastJoined = anchors.last().joined;
     }
   }
 
@@ -173,19 +202,20 @@ final class AudioOutput {
     }
   }
 
-  /** Describes the file for the report. */
-  CallReport.Part part(long callStart) {
+  /** Describes the file for the report, with or without its name. */
+  CallReport.Part part(long callStart, boolean named) {
     double rate = file.rate();
-    return new CallReport.Part(file.fileName(), codec, (anchors.get(0).time - callStart) / 1000.0,
-        file.samples() / rate, gaps.stream().map(gap -> new CallReport.Gap(gap.from / rate, gap.to / rate)).toList());
+    return new CallReport.Part(named ? file.fileName() : "", codec, (anchors.first().time - callStart) / 1000.0,
+        file.samples() / rate,
+        gaps.items().stream().map(gap -> new CallReport.Gap(gap.from / rate, gap.to / rate)).toList());
   }
 
   /** Returns the stretches of speech, with their times since the start of the call. */
   List<StereoFile.Stretch> stretches(long callStart) {
     List<StereoFile.Stretch> stretches = new ArrayList<>();
     for (int i = 0; i < anchors.size(); i++) {
-      Anchor anchor = anchors.get(i);
-      Anchor next = i + 1 < anchors.size() ? anchors.get(i + 1) : null;
+      Anchor anchor = anchors.items().get(i);
+      Anchor next = i + 1 < anchors.size() ? anchors.items().get(i + 1) : null;
       long count = (next == null ? file.samples() : next.sample) - anchor.sample;
       stretches.add(new StereoFile.Stretch(file, anchor.sample, count, anchor.time - callStart,
           next == null ? Long.MAX_VALUE : next.time - callStart, next != null && next.joined));
@@ -198,44 +228,41 @@ final class AudioOutput {
     return excessMillis;
   }
 
-  void save(DataOutput out) throws IOException {
+  void save(DataOutput out, boolean whole) throws IOException {
+    out.writeUTF(codec);
+    out.writeByte(file.format().encoding().ordinal());
     out.writeInt(file.rate());
     out.writeLong(file.samples());
-    out.writeUTF(codec);
     out.writeLong(packets);
-    out.writeInt(anchors.size());
-    for (Anchor anchor : anchors) {
-      out.writeLong(anchor.sample);
-      out.writeLong(anchor.time);
-      out.writeBoolean(anchor.joined);
-    }
-    out.writeInt(gaps.size());
-    for (Gap gap : gaps) {
-      out.writeLong(gap.from);
-      out.writeLong(gap.to);
-    }
+    anchors.save(out, whole, (anchor, to) -> {
+      to.writeLong(anchor.sample);
+      to.writeLong(anchor.time);
+      to.writeBoolean(anchor.joined);
+    });
+    gaps.save(out, whole, (gap, to) -> {
+      to.writeLong(gap.from);
+      to.writeLong(gap.to);
+    });
   }
 
-  /** Opens a file with a known rate and number of samples. */
-  interface FileOpener {
-    WavFile open(int rate, long samples) throws IOException;
-  }
-
-  /** Restores a saved output. The file may hold more samples than the saved state says. */
-  static AudioOutput restore(DataInput in, FileOpener opener) throws IOException {
-    int rate = in.readInt();
-    long samples = in.readLong();
-    AudioOutput audio = new AudioOutput(opener.open(rate, samples), in.readUTF());
-    audio.excessMillis = (audio.file.samples() - samples) / audio.samplesPerMilli();
+  /** Restores what was saved, on top of what was restored into this output before; null for a new one. */
+  static AudioOutput restore(AudioOutput before, DataInput in) throws IOException {
+    String codec = in.readUTF();
+    AudioOutput audio = before != null ? before : new AudioOutput(null, codec);
+    audio.savedFormat = new WavFile.Format(Encoding.values()[in.readByte()], in.readInt());
+    audio.savedSamples = in.readLong();
     audio.packets = in.readLong();
-    for (int count = in.readInt(); count > 0; count--) {
-      audio.anchors.add(new Anchor(in.readLong(), in.readLong(), in.readBoolean()));
-    }
-    for (int count = in.readInt(); count > 0; count--) {
-      audio.gaps.add(new Gap(in.readLong(), in.readLong()));
-    }
-    audio.interrupted = true;
-    audio.beginWindow(Long.MIN_VALUE / 2);
+    audio.anchors.restore(in, from -> new Anchor(from.readLong(), from.readLong(), from.readBoolean()));
+    audio.gaps.restore(in, from -> new Gap(from.readLong(), from.readLong()));
     return audio;
+  }
+
+  /** Opens the file of a restored output. It may hold more samples than the saved state says. */
+  void open(ResumedFiles files, String name) throws IOException {
+    setFile(files.wav(name, savedFormat, savedSamples));
+    cacheAnchors();
+    excessMillis = (file.samples() - savedSamples) / samplesPerMilli;
+    interrupted = true;
+    beginWindow(Long.MIN_VALUE / 2);
   }
 }

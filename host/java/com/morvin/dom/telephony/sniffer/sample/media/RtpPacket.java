@@ -1,49 +1,164 @@
 package com.morvin.dom.telephony.sniffer.sample.media;
 
+import com.morvin.dom.telephony.sniffer.sample.transport.Frame;
+import com.morvin.dom.telephony.sniffer.sample.transport.FrameCursor;
+import com.morvin.dom.telephony.sniffer.sample.transport.Wire;
+import java.io.DataInput;
+import java.io.DataOutput;
+import java.io.IOException;
 import java.nio.ByteBuffer;
+import java.util.Arrays;
 
 /**
- * An RTP packet (RFC 3550).
- *
- * @param bytes the whole datagram, not copied
- * @param offset of the payload in the datagram
- * @param length of the payload in bytes
+ * An RTP packet (RFC 3550) in the frame that carried it. One object serves all packets: {@link #read} makes it show
+ * another one, in place. A packet that must wait is copied; see {@link #keep}.
  */
-public record RtpPacket(int payloadType, int sequence, int timestamp, int ssrc, byte[] bytes, int offset, int length) {
+public final class RtpPacket {
   private static final int HEADER = 12;
 
-  /** Whether a datagram is RTCP. The packet type decides (RFC 5761), not the port. */
-  public static boolean isRtcp(byte[] bytes) {
-    return bytes.length >= 8 && (bytes[0] & 0xc0) == 0x80 && (bytes[1] & 255) >= 200 && (bytes[1] & 255) <= 207;
+  private byte[] bytes;
+  private int start;
+  private int end;
+  private int offset;
+  private int length;
+  private Codec codec;
+  private long time;
+  private boolean kept;
+
+  /** Shows the packet in a frame. Returns false when the frame holds no RTP packet. */
+  public boolean read(FrameCursor frame) {
+    return read(frame.bytes(), frame.start(), frame.end());
   }
 
-  /** Whether a datagram is one of those that share the port with RTP and prepare it: STUN or DTLS (RFC 7983). */
-  public static boolean isSetup(byte[] bytes) {
-    return bytes.length > HEADER && (bytes[0] >= 0 && bytes[0] <= 3 || bytes[0] >= 20 && bytes[0] <= 63);
-  }
-
-  /** Parses a datagram. Returns null when it is not an RTP packet. */
-  public static RtpPacket parse(byte[] bytes) {
-    if (bytes.length < HEADER || (bytes[0] & 0xc0) != 0x80) {
-      return null;
+  private boolean read(byte[] frames, int from, int to) {
+    if (bytes != frames) {
+      bytes = frames;  // a reference costs more to write than to compare
     }
-    ByteBuffer in = ByteBuffer.wrap(bytes);
-    int offset = HEADER + 4 * (bytes[0] & 0x0f);
-    if ((bytes[0] & 0x10) != 0) {
-      if (offset + 4 > bytes.length) {
-        return null;
+    start = from;
+    end = to;
+    int datagram = datagram();
+    if (end - datagram < HEADER || (bytes[datagram] & 0xc0) != 0x80) {
+      return false;
+    }
+    offset = datagram + HEADER + 4 * (bytes[datagram] & 0x0f);
+    if ((bytes[datagram] & 0x10) != 0) {
+      if (offset + 4 > end) {
+        return false;
       }
-      offset += 4 + 4 * (in.getShort(offset + 2) & 0xffff);
+      offset += 4 + 4 * Wire.u16(bytes, offset + 2);
     }
-    int length = bytes.length - offset;
-    if ((bytes[0] & 0x20) != 0 && length > 0) {
+    length = end - offset;
+    if ((bytes[datagram] & 0x20) != 0 && length > 0) {
       // The last byte is the padding length. After a short datagram it may be Ethernet padding, which is zero.
-      length -= bytes[bytes.length - 1] & 255;
+      length -= bytes[end - 1] & 255;
     }
-    if (length < 0) {
-      return null;
+    return length >= 0;
+  }
+
+  private int datagram() {
+    return start + Frame.HEADER;
+  }
+
+  /** Whether the datagram of a frame is RTCP. The packet type decides (RFC 5761), not the port. */
+  public static boolean isRtcp(FrameCursor frame) {
+    int at = frame.start() + Frame.HEADER;
+    return frame.end() - at >= 8 && (frame.bytes()[at] & 0xc0) == 0x80 && (frame.bytes()[at + 1] & 255) >= 200
+        && (frame.bytes()[at + 1] & 255) <= 207;
+  }
+
+  /**
+   * Whether the datagram of a frame is one of those that share the port with RTP and prepare it: STUN or DTLS (RFC
+   * 7983).
+   */
+  public static boolean isSetup(FrameCursor frame) {
+    int at = frame.start() + Frame.HEADER;
+    byte first = frame.end() - at > HEADER ? frame.bytes()[at] : -1;
+    return first >= 0 && first <= 3 || first >= 20 && first <= 63;
+  }
+
+  /** Sets what the packet itself does not say: its codec, and its time of capture in milliseconds since 1970. */
+  public void describe(Codec known, long captured) {
+    if (codec != known) {
+      codec = known;
     }
-    return new RtpPacket(
-        bytes[1] & 0x7f, in.getShort(2) & 0xffff, in.getInt(4), in.getInt(8), bytes, offset, length);
+    time = captured;
+  }
+
+  /** Returns a packet that stays as it is. */
+  RtpPacket keep() {
+    return kept ? this : kept(Arrays.copyOfRange(bytes, start, end), codec, time);
+  }
+
+  private static RtpPacket kept(byte[] frame, Codec codec, long time) {
+    RtpPacket packet = new RtpPacket();
+    packet.read(frame, 0, frame.length);
+    packet.describe(codec, time);
+    packet.kept = true;
+    return packet;
+  }
+
+  /** Returns the payload type. */
+  public int payloadType() {
+    return bytes[datagram() + 1] & 0x7f;
+  }
+
+  int sequence() {
+    return Wire.u16(bytes, datagram() + 2);
+  }
+
+  int timestamp() {
+    return Wire.i32(bytes, datagram() + 4);
+  }
+
+  /** Returns the synchronization source. */
+  public int ssrc() {
+    return Wire.i32(bytes, datagram() + 8);
+  }
+
+  /** Returns the array that holds the payload. */
+  byte[] bytes() {
+    return bytes;
+  }
+
+  /** Returns the index of the payload. */
+  int offset() {
+    return offset;
+  }
+
+  /** Returns the length of the payload in bytes. */
+  int length() {
+    return length;
+  }
+
+  Codec codec() {
+    return codec;
+  }
+
+  long time() {
+    return time;
+  }
+
+  /** Returns a copy of the frame. */
+  Frame frame() {
+    try {
+      return Frame.of(ByteBuffer.wrap(bytes, start, end - start));
+    } catch (IOException e) {
+      throw new IllegalStateException(e);  // it was a frame when the packet was read
+    }
+  }
+
+  void save(DataOutput out) throws IOException {
+    out.writeInt(end - start);
+    out.write(bytes, start, end - start);
+    out.writeUTF(codec.name());
+    out.writeUTF(codec.kind().name());
+    out.writeLong(time);
+  }
+
+  static RtpPacket restore(DataInput in) throws IOException {
+    byte[] frame = new byte[in.readInt()];
+    in.readFully(frame);
+    Codec codec = new Codec(in.readUTF(), Codec.Kind.valueOf(in.readUTF()));
+    return kept(frame, codec, in.readLong());
   }
 }

@@ -22,20 +22,29 @@ final class RtpStream {
   /** The number of packets that are remembered. Another sniffer can deliver the same packet seconds later. */
   private static final int REMEMBERED = 512;
 
-  private final TreeMap<Long, Arrival> early = new TreeMap<>();
+  private final TreeMap<Long, RtpPacket> early = new TreeMap<>();
   /** Sequence numbers and timestamps of the last packets. */
   private final long[] seen = new long[REMEMBERED];
-  private Arrival suspect;
+  /** The size of {@code early}: a packet in order need not touch it. */
+  private int waiting;
+  private RtpPacket suspect;
   private long next = -1;
   private long received;
   private long lost;
 
-  /** Adds a packet and passes on the packets that are due, in order. */
-  void accept(Arrival arrival, Consumer<Arrival> inOrder) {
-    int sequence = arrival.packet().sequence();
+  /** Adds a packet and passes on the packets that are due, in order. A packet that is due at once is not copied. */
+  void accept(RtpPacket packet, Consumer<RtpPacket> inOrder) {
+    int sequence = packet.sequence();
     int slot = sequence % REMEMBERED;
-    long identity = 1L << 48 | (long) sequence << 32 | arrival.packet().timestamp() & 0xffffffffL;
+    long identity = 1L << 48 | (long) sequence << 32 | packet.timestamp() & 0xffffffffL;
     if (seen[slot] == identity) {
+      return;
+    }
+    if (received > 1 && waiting == 0 && suspect == null && sequence == (next & 0xffff)) {
+      seen[slot] = identity;
+      received++;
+      next++;
+      inOrder.accept(packet);
       return;
     }
     if (next < 0) {
@@ -45,25 +54,34 @@ final class RtpStream {
     }
     int distance = (short) (sequence - (int) next);
     if (distance > MAX_DROPOUT || distance < -MAX_MISORDER) {
-      if (suspect == null || sequence != (suspect.packet().sequence() + 1 & 0xffff)) {
-        suspect = arrival;
+      if (suspect == null || sequence != (suspect.sequence() + 1 & 0xffff)) {
+        suspect = packet.keep();
         return;
       }
-      Arrival first = suspect;
+      RtpPacket first = suspect;
       drain(inOrder);
-      next = 0x10000L + first.packet().sequence();
+      next = 0x10000L + first.sequence();
       accept(first, inOrder);
       distance = (short) (sequence - (int) next);
     }
     suspect = null;
-    if (distance < 0 || early.putIfAbsent(next + distance, arrival) != null) {
+    if (distance < 0 || early.putIfAbsent(next + distance, packet.keep()) != null) {
       return;
     }
+    waiting = early.size();
     seen[slot] = identity;
     received++;
     while (received > 1 && !early.isEmpty() && (early.firstKey() == next || early.size() > REORDER_DEPTH)) {
       release(inOrder);
     }
+  }
+
+  long touch() {
+    return next;
+  }
+
+  long touchSeen() {
+    return seen[(int) next & REMEMBERED - 1];
   }
 
   /** Whether only one packet was received so far, and this is the packet before it. */
@@ -72,14 +90,15 @@ final class RtpStream {
   }
 
   /** Passes on all packets that are held back. */
-  void drain(Consumer<Arrival> inOrder) {
+  void drain(Consumer<RtpPacket> inOrder) {
     while (!early.isEmpty()) {
       release(inOrder);
     }
   }
 
-  private void release(Consumer<Arrival> inOrder) {
-    Map.Entry<Long, Arrival> first = early.pollFirstEntry();
+  private void release(Consumer<RtpPacket> inOrder) {
+    Map.Entry<Long, RtpPacket> first = early.pollFirstEntry();
+    waiting = early.size();
     lost += first.getKey() - next;
     next = first.getKey() + 1;
     inOrder.accept(first.getValue());
@@ -100,7 +119,7 @@ final class RtpStream {
     out.writeLong(received);
     out.writeLong(lost);
     out.writeInt(early.size());
-    for (Map.Entry<Long, Arrival> entry : early.entrySet()) {
+    for (Map.Entry<Long, RtpPacket> entry : early.entrySet()) {
       out.writeLong(entry.getKey());
       entry.getValue().save(out);
     }
@@ -111,7 +130,8 @@ final class RtpStream {
     received = in.readLong();
     lost = in.readLong();
     for (int count = in.readInt(); count > 0; count--) {
-      early.put(in.readLong(), Arrival.restore(in));
+      early.put(in.readLong(), RtpPacket.restore(in));
     }
+    waiting = early.size();
   }
 }

@@ -1,11 +1,13 @@
 package com.morvin.dom.telephony.sniffer.sample.media;
 
 import com.morvin.dom.telephony.sniffer.sample.storage.CallReport;
+import com.morvin.dom.telephony.sniffer.sample.storage.Encoding;
 import com.morvin.dom.telephony.sniffer.sample.storage.PcapFile;
 import com.morvin.dom.telephony.sniffer.sample.storage.ResumedFiles;
 import com.morvin.dom.telephony.sniffer.sample.storage.StereoFile;
 import com.morvin.dom.telephony.sniffer.sample.storage.Store;
 import com.morvin.dom.telephony.sniffer.sample.storage.StoredFile;
+import com.morvin.dom.telephony.sniffer.sample.storage.WavFile;
 import com.morvin.dom.telephony.sniffer.sample.transport.Frame;
 import java.io.DataInput;
 import java.io.DataOutput;
@@ -49,9 +51,12 @@ public final class Track {
   /** RTP timestamp units in a millisecond. They are the same for G.722, which has twice the samples (RFC 3551). */
   private static final int TICKS = 8;
 
+  /** What is recorded, and how. */
+  public record Options(boolean keepsDigits, boolean linear, boolean keepsVoices) {}
+
   private final Store store;
   private final String fileName;
-  private final boolean keepsDigits;
+  private final Options options;
   private final Consumer<PcapFile> begun;
   private final Map<Integer, Source> sources = new LinkedHashMap<>(16, 0.75f, true);
   private final List<AudioOutput> outputs = new ArrayList<>();
@@ -62,6 +67,10 @@ public final class Track {
   private String undecodedCodec = "";
   private long undecodedFirst;
   private long undecodedLast;
+  private boolean undecodedSaved;
+  /** The source of the last packet, with its number: a look-up for each packet is not needed. */
+  private Source lastSource;
+  private int lastSsrc;
   private long forgottenReceived;
   private long forgottenLost;
 
@@ -69,11 +78,10 @@ public final class Track {
    * Makes a track without media.
    *
    * @param fileName the name of its files, without a number and an extension
-   * @param keepsDigits whether pressed keys are recorded
    * @param begun is called for a new capture file, before the media is added
    */
-  public Track(Store store, String fileName, boolean keepsDigits, Consumer<PcapFile> begun) {
-    this.keepsDigits = keepsDigits;
+  public Track(Store store, String fileName, Options options, Consumer<PcapFile> begun) {
+    this.options = options;
     this.store = store;
     this.fileName = fileName;
     this.begun = begun;
@@ -96,19 +104,44 @@ public final class Track {
     return sources.isEmpty() && undecoded == null;
   }
 
+  /** The number of steps of {@link #touch}: each reads what the one before has led to. */
+  public static final int STEPS = 4;
+
+  /** Reads the values that the next packet needs. Returns any value. */
+  public long touch(int step) {
+    Source source = lastSource;
+    if (source == null || source.output == null) {
+      return 0;
+    }
+    return switch (step) {
+      case 0 -> source.expectedTimestamp;
+      case 1 -> source.stream.touch() + source.output.touch();
+      case 2 -> source.stream.touchSeen() + source.output.file().touch();
+      default -> source.output.file().touchBlock();
+    };
+  }
+
   /** Adds an RTP packet. Packets may come out of order. */
-  public void accept(Frame frame, RtpPacket packet, Codec codec, long time) {
+  public void accept(RtpPacket packet) {
     if (packet.length() > MAX_PAYLOAD) {
       note("oversized packets");
       return;
     }
-    Source source = sources.get(packet.ssrc());
+    if (lastSource == null || lastSsrc != packet.ssrc()) {
+      lastSsrc = packet.ssrc();
+      lastSource = source(lastSsrc);
+    }
+    lastSource.stream.accept(packet, lastSource.player);
+  }
+
+  private Source source(int ssrc) {
+    Source source = sources.get(ssrc);
     if (source == null) {
       makeRoom();
       source = new Source();
-      sources.put(packet.ssrc(), source);
+      sources.put(ssrc, source);
     }
-    source.stream.accept(new Arrival(packet, codec, time, frame), source::play);
+    return source;
   }
 
   /** Adds a datagram other than RTP. It is kept in the capture file under the given codec name. */
@@ -122,7 +155,7 @@ public final class Track {
 
   private void store(Frame frame, String what, long time) {
     if (undecoded == null) {
-      undecoded = store.pcap(fileName, null);
+      undecoded = store.pcap(fileName);
       undecodedCodec = what;
       undecodedFirst = time;
       begun.accept(undecoded);
@@ -152,12 +185,18 @@ public final class Track {
     sources.values().forEach(Source::finish);
     sources.values().forEach(this::forget);
     sources.clear();
+    lastSource = null;
     flush();
   }
 
   /** Passes all recorded media to the disk thread. */
   public void flush() {
-    files().forEach(StoredFile::flush);
+    for (AudioOutput output : outputs) {
+      output.file().flush();
+    }
+    if (undecoded != null) {
+      undecoded.flush();
+    }
   }
 
   /** Returns the number of received packets without duplicates. */
@@ -167,17 +206,28 @@ public final class Track {
 
   /** Returns the number of lost packets. */
   public long lost() {
-    return forgottenLost + sources.values().stream().mapToLong(source -> source.stream.lost()).sum();
+    long lost = forgottenLost;
+    for (Source source : sources.values()) {
+      lost += source.stream.lost();
+    }
+    return lost;
   }
 
   /** Returns the files in a fixed order. */
   public List<StoredFile> files() {
     List<StoredFile> files = new ArrayList<>();
-    outputs.forEach(output -> files.add(output.file()));
+    addFiles(files);
+    return files;
+  }
+
+  /** Adds the {@link #files} to a list. */
+  public void addFiles(List<StoredFile> files) {
+    for (AudioOutput output : outputs) {
+      files.add(output.file());
+    }
     if (undecoded != null) {
       files.add(undecoded);
     }
-    return files;
   }
 
   /** Returns remarks for the report. */
@@ -189,11 +239,15 @@ public final class Track {
     return notes;
   }
 
-  /** Describes the track for the report. Called on the disk thread after its files have been written. */
-  public CallReport.Voice report(long callStart) {
+  /**
+   * Describes the track for the report. Called on the disk thread after its files have been written.
+   *
+   * @param isNamed whether the files of the voice stay
+   */
+  public CallReport.Voice report(long callStart, boolean isNamed) {
     List<CallReport.Part> parts = new ArrayList<>();
     outputs.stream().filter(output -> output.file().path() != null)
-        .forEach(output -> parts.add(output.part(callStart)));
+        .forEach(output -> parts.add(output.part(callStart, isNamed)));
     if (undecoded != null && undecoded.path() != null) {
       parts.add(new CallReport.Part(undecoded.fileName(), undecodedCodec, (undecodedFirst - callStart) / 1000.0,
           (undecodedLast - undecodedFirst) / 1000.0, List.of()));
@@ -217,36 +271,40 @@ public final class Track {
   /** One source of RTP. */
   private final class Source {
     private final RtpStream stream = new RtpStream();
-    private final Decoder decoder = new Decoder();
-    private final List<Arrival> held = new ArrayList<>();
+    private final Consumer<RtpPacket> player = this::play;
+    private final List<RtpPacket> held = new ArrayList<>();
+    /** Whether there are any in {@code held}: a packet in time need not touch it. */
+    private boolean holds;
     private final Map<AudioOutput, Long> writtenBefore = new LinkedHashMap<>();
+    private G722 g722;
     private AudioOutput output;
+    private int savedOutput;
     private int expectedTimestamp;
     private long lostBefore;
 
-    void play(Arrival arrival) {
-      switch (arrival.codec().kind()) {
+    void play(RtpPacket packet) {
+      switch (packet.codec().kind()) {
         case COMFORT_NOISE -> { }
         case TELEPHONE_EVENT -> {
-          if (keepsDigits) {
-            digits.accept(arrival);
+          if (options.keepsDigits) {
+            digits.accept(packet);
           }
         }
-        case OTHER -> store(arrival.frame(), arrival.codec().name(), arrival.time());
-        default -> playAudio(arrival);
+        case OTHER -> store(packet.frame(), packet.codec().name(), packet.time());
+        default -> playAudio(packet);
       }
     }
 
-    private void playAudio(Arrival arrival) {
-      if (output != null && output.isOwnedBy(this) && output.file().rate() == arrival.codec().rate()
+    private void playAudio(RtpPacket packet) {
+      if (output != null && output.isOwnedBy(this) && output.file().rate() == packet.codec().rate()
           && !output.file().full()) {
-        playInTime(arrival);
+        playInTime(packet);
         return;
       }
       if (held.isEmpty()) {
         outputs.forEach(other -> writtenBefore.put(other, other.packets()));
       }
-      held.add(arrival);
+      hold(packet);
       if (outputs.isEmpty() || held.size() == PROBATION) {
         assignOutput();
       }
@@ -257,27 +315,34 @@ public final class Track {
      * then the next ones come in a burst; or the timestamps stood still during a pause, and then the next ones are as
      * late.
      */
-    private void playInTime(Arrival arrival) {
-      long delay = delay(arrival);
-      if (delay < AudioOutput.PAUSE_MILLIS || pauseBefore(arrival) < 0) {
-        writeHeld();
-        write(arrival);
+    private void playInTime(RtpPacket packet) {
+      long delay = delay(packet);
+      if (delay < AudioOutput.PAUSE_MILLIS || pauseBefore(packet) < 0) {
+        if (holds) {
+          writeHeld();
+        }
+        write(packet);
         return;
       }
-      held.add(arrival);
+      hold(packet);
       if (held.size() > MAX_LATE) {
         write(held.remove(0));
-      } else if (arrival.time() - held.get(0).time() >= SETTLING_MILLIS) {
+      } else if (packet.time() - held.get(0).time() >= SETTLING_MILLIS) {
         insertPause();
       }
     }
 
-    private int pauseBefore(Arrival arrival) {
-      return arrival.packet().timestamp() - expectedTimestamp;
+    private void hold(RtpPacket packet) {
+      held.add(packet.keep());
+      holds = true;
     }
 
-    private long delay(Arrival arrival) {
-      return output.delay(pauseBefore(arrival) / TICKS, arrival.time());
+    private int pauseBefore(RtpPacket packet) {
+      return packet.timestamp() - expectedTimestamp;
+    }
+
+    private long delay(RtpPacket packet) {
+      return output.delay(pauseBefore(packet) / TICKS, packet.time());
     }
 
     /** Places the late packets where they were captured. */
@@ -290,6 +355,7 @@ public final class Track {
     private void writeHeld() {
       held.forEach(this::write);
       held.clear();
+      holds = false;
     }
 
     void finish() {
@@ -303,25 +369,26 @@ public final class Track {
 
     /** Assigns the source to a file: that of a source that has fallen silent, or else a new one. */
     private void assignOutput() {
-      Arrival first = held.get(0);
+      RtpPacket first = held.get(0);
       int rate = first.codec().rate();
       output = outputs.stream().filter(other -> isAbandoned(other, rate)).findFirst()
           .orElseGet(() -> open(first.codec()));
-      List<Arrival> ready = List.copyOf(held);
+      List<RtpPacket> ready = List.copyOf(held);
       held.clear();
+      holds = false;
       writtenBefore.clear();
       if (output != null) {
         output.setOwner(this);
-        expectedTimestamp = first.packet().timestamp() - (int) output.pauseUntil(earliest(ready)) * TICKS;
-        ready.stream().filter(arrival -> arrival.codec().rate() == rate).forEach(this::write);
+        expectedTimestamp = first.timestamp() - (int) output.pauseUntil(earliest(ready)) * TICKS;
+        ready.stream().filter(packet -> packet.codec().rate() == rate).forEach(this::write);
       }
     }
 
     /** Returns the time of the first packet by the packet that was held up least. */
-    private static long earliest(List<Arrival> arrivals) {
-      Arrival first = arrivals.get(0);
-      return arrivals.stream()
-          .mapToLong(next -> next.time() - (next.packet().timestamp() - first.packet().timestamp()) / TICKS)
+    private static long earliest(List<RtpPacket> packets) {
+      RtpPacket first = packets.get(0);
+      return packets.stream()
+          .mapToLong(next -> next.time() - (next.timestamp() - first.timestamp()) / TICKS)
           .filter(time -> Math.abs(time - first.time()) < MAX_BURST_MILLIS).min().orElse(first.time());
     }
 
@@ -331,18 +398,28 @@ public final class Track {
           && other.file().rate() == rate;
     }
 
-    private void write(Arrival arrival) {
-      RtpPacket packet = arrival.packet();
+    private void write(RtpPacket packet) {
       long pause = packet.timestamp() - expectedTimestamp;
-      if (pause < 0 || pause > 0 && pause > output.maxPauseAt(arrival.time()) * TICKS) {
+      if (pause < 0 || pause > 0 && pause > output.maxPauseAt(packet.time()) * TICKS) {
         note("timestamp jumps");
-        pause = output.pauseUntil(arrival.time()) * TICKS;
+        pause = output.pauseUntil(packet.time()) * TICKS;
       }
       boolean missing = stream.lost() > lostBefore;
       lostBefore = stream.lost();
       expectedTimestamp = packet.timestamp() + packet.length();
-      short[] samples = decoder.decode(packet, arrival.codec());
-      output.write(pause * (arrival.codec().rate() / 1000) / TICKS, missing, samples, arrival.time());
+      output.begin(pause * (packet.codec().rate() / 1000) / TICKS, missing, packet.time());
+      writeSamples(packet, output.file());
+    }
+
+    private void writeSamples(RtpPacket packet, WavFile file) {
+      switch (packet.codec().kind()) {
+        case PCMA -> file.write(packet.bytes(), packet.offset(), packet.length(), Encoding.A_LAW);
+        case PCMU -> file.write(packet.bytes(), packet.offset(), packet.length(), Encoding.MU_LAW);
+        default -> {
+          g722 = g722 == null ? new G722() : g722;
+          file.write(g722.decode(packet.bytes(), packet.offset(), packet.length()));
+        }
+      }
     }
 
     void save(DataOutput out) throws IOException {
@@ -351,23 +428,27 @@ public final class Track {
       out.writeInt(expectedTimestamp);
       out.writeLong(lostBefore);
       out.writeInt(held.size());
-      for (Arrival arrival : held) {
-        arrival.save(out);
+      for (RtpPacket packet : held) {
+        packet.save(out);
       }
     }
 
     void restore(DataInput in) throws IOException {
       stream.restore(in);
-      int index = in.readInt();
+      savedOutput = in.readInt();
       expectedTimestamp = in.readInt();
-      if (index >= 0) {
-        output = outputs.get(index);
-        output.setOwner(this);
-        expectedTimestamp += (int) output.excessMillis() * TICKS;
-      }
       lostBefore = in.readLong();
       for (int count = in.readInt(); count > 0; count--) {
-        held.add(Arrival.restore(in));
+        hold(RtpPacket.restore(in));
+      }
+    }
+
+    /** Goes on after a restart. The files are open by now. */
+    void resume() {
+      if (savedOutput >= 0) {
+        output = outputs.get(savedOutput);
+        output.setOwner(this);
+        expectedTimestamp += (int) output.excessMillis() * TICKS;
       }
       outputs.forEach(other -> writtenBefore.put(other, other.packets()));
     }
@@ -378,23 +459,36 @@ public final class Track {
       note("more sources than files");
       return null;
     }
-    AudioOutput output = new AudioOutput(store.wav(fileName, codec.rate()), codec.name());
+    AudioOutput output = new AudioOutput(store.wav(fileName, format(codec)), codec.name());
     outputs.add(output);
     return output;
   }
 
-  /** Saves the state for a restart, without the content of {@link #files}. */
-  public void save(DataOutput out) throws IOException {
+  private WavFile.Format format(Codec codec) {
+    Encoding encoding = options.linear ? Encoding.LINEAR : switch (codec.kind()) {
+      case PCMA -> Encoding.A_LAW;
+      case PCMU -> Encoding.MU_LAW;
+      default -> Encoding.LINEAR;
+    };
+    return new WavFile.Format(encoding, codec.rate());
+  }
+
+  /**
+   * Saves the state for a restart, without the content of {@link #files}.
+   *
+   * @param whole whether all of it is saved, or what has changed since the last time
+   */
+  public void save(DataOutput out, boolean whole) throws IOException {
     out.writeLong(forgottenReceived);
     out.writeLong(forgottenLost);
     out.writeInt(notes.size());
     for (String note : notes) {
       out.writeUTF(note);
     }
-    digits.save(out);
+    digits.save(out, whole);
     out.writeInt(outputs.size());
     for (AudioOutput output : outputs) {
-      output.save(out);
+      output.save(out, whole);
     }
     out.writeBoolean(undecoded != null);
     out.writeUTF(undecodedCodec);
@@ -407,28 +501,42 @@ public final class Track {
     }
   }
 
-  /** Restores a saved state. The files come in the order of {@link #files}. */
-  public void restore(DataInput in, ResumedFiles files) throws IOException {
+  /** Restores what was saved, on top of what was restored before. {@link #resume} follows. */
+  public void restore(DataInput in) throws IOException {
     forgottenReceived = in.readLong();
     forgottenLost = in.readLong();
     for (int count = in.readInt(); count > 0; count--) {
       notes.add(in.readUTF());
     }
     digits.restore(in);
-    for (int count = in.readInt(); count > 0; count--) {
-      outputs.add(AudioOutput.restore(in, (rate, samples) -> files.wav(fileName, rate, samples)));
+    int count = in.readInt();
+    for (int i = 0; i < count; i++) {
+      AudioOutput output = AudioOutput.restore(i < outputs.size() ? outputs.get(i) : null, in);
+      if (i == outputs.size()) {
+        outputs.add(output);
+      }
     }
-    if (in.readBoolean()) {
-      undecoded = files.pcap(fileName);
-    }
+    undecodedSaved = in.readBoolean();
     undecodedCodec = in.readUTF();
     undecodedFirst = in.readLong();
     undecodedLast = in.readLong();
-    for (int count = in.readInt(); count > 0; count--) {
+    sources.clear();
+    for (count = in.readInt(); count > 0; count--) {
       int ssrc = in.readInt();
       Source source = new Source();
       sources.put(ssrc, source);
       source.restore(in);
     }
+  }
+
+  /** Goes on after a restart. The files come in the order of {@link #files}. */
+  public void resume(ResumedFiles files) throws IOException {
+    for (AudioOutput output : outputs) {
+      output.open(files, fileName);
+    }
+    if (undecodedSaved) {
+      undecoded = files.pcap(fileName);
+    }
+    sources.values().forEach(Source::resume);
   }
 }

@@ -3,6 +3,7 @@ package com.morvin.dom.telephony.sniffer.sample.page;
 import com.morvin.dom.telephony.sniffer.sample.storage.CallReport;
 import com.morvin.dom.telephony.sniffer.sample.storage.Json;
 import com.morvin.dom.telephony.sniffer.sample.storage.ReportListener;
+import com.morvin.dom.telephony.sniffer.sample.storage.WavReader;
 import java.io.IOException;
 import java.net.URI;
 import java.nio.file.Path;
@@ -10,10 +11,11 @@ import java.time.Instant;
 import java.time.InstantSource;
 import java.time.LocalDate;
 import java.time.ZoneId;
+import java.util.ArrayList;
 import java.util.LinkedHashMap;
 import java.util.List;
-import java.util.Locale;
 import java.util.Map;
+import java.util.stream.Stream;
 
 /**
  * Writes the pages for the browser: index.html with the newest calls and, when there are many, days/ with older ones.
@@ -78,7 +80,7 @@ public final class CallPages implements ReportListener {
   /** Adds an ended call with its waveforms. */
   @Override
   public void ended(CallReport call) throws IOException {
-    List<List<String>> peaks = List.of(peaks(call.fromCaller()), peaks(call.fromCallee()));
+    List<List<String>> peaks = List.of(peaks(call, call.fromCaller(), 0), peaks(call, call.fromCallee(), 1));
     append(line(call, "\"peaks\":" + Json.write(peaks)));
     running.remove(key(call));
   }
@@ -120,18 +122,42 @@ public final class CallPages implements ReportListener {
     lastDay = today;
   }
 
-  /** Returns the waveform of each file of one direction. */
-  private List<String> peaks(CallReport.Voice voice) {
+  /** Returns the waveform of each part of one direction. */
+  private List<String> peaks(CallReport call, CallReport.Voice voice, int channel) {
     int points = POINTS / Math.max(1, voice.parts().size());
-    return voice.parts().stream().map(part -> peaks(part.file(), points)).toList();
+    return voice.parts().stream().map(part -> peaks(call, part, channel, points)).toList();
   }
 
-  /** Returns the waveform of a file; an unreadable file has none, because the page must not fail. */
-  private String peaks(String file, int points) {
+  /** Returns the waveform of a part; one that cannot be read has none, because the page must not fail. */
+  private String peaks(CallReport call, CallReport.Part part, int channel, int points) {
     try {
-      return file.toLowerCase(Locale.ROOT).endsWith(".wav") ? Waveform.of(directory.resolve(file), points) : "";
+      return part.file().endsWith(".pcap") ? ""
+          : part.file().isEmpty() ? stereoPeaks(call, part, channel, points)
+          : Waveform.of(directory.resolve(part.file()), points);
     } catch (IOException e) {
       return "";
     }
+  }
+
+  /** Returns the waveform of a part that is only in the stereo files, each of which begins where the last one ends. */
+  private String stereoPeaks(CallReport call, CallReport.Part part, int channel, int points) throws IOException {
+    double begin = Math.min(0, Stream.of(call.fromCaller(), call.fromCallee()).flatMap(voice -> voice.parts().stream())
+        .filter(other -> other.file().isEmpty()).mapToDouble(CallReport.Part::offset).min().orElse(0));
+    StringBuilder peaks = new StringBuilder();
+    double end = part.offset() + part.duration();
+    List<CallReport.Part> files = new ArrayList<>(call.moreStereo());
+    double next = files.isEmpty() ? end : files.get(0).offset();
+    files.add(0, new CallReport.Part(call.stereo(), "", begin, next - begin, List.of()));
+    for (CallReport.Part file : files) {
+      double from = Math.max(part.offset(), file.offset());
+      double seconds = Math.min(end, file.offset() + file.duration()) - from;
+      if (seconds > 0) {
+        try (WavReader sound = new WavReader(directory.resolve(file.file()))) {
+          int share = (int) Math.round(points * seconds / part.duration());
+          peaks.append(Waveform.of(sound, channel, from - file.offset(), seconds, share));
+        }
+      }
+    }
+    return peaks.toString();
   }
 }

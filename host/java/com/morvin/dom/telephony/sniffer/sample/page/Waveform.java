@@ -1,57 +1,45 @@
 package com.morvin.dom.telephony.sniffer.sample.page;
 
+import com.morvin.dom.telephony.sniffer.sample.storage.WavReader;
 import java.io.IOException;
 import java.nio.file.Path;
-import javax.sound.sampled.AudioFormat;
-import javax.sound.sampled.AudioInputStream;
-import javax.sound.sampled.AudioSystem;
-import javax.sound.sampled.UnsupportedAudioFileException;
 
 /** The loudness of a recording over time, as a short text. */
 final class Waveform {
-  /** The most bytes that are read for one point, so that a long recording takes no longer than a short one. */
-  private static final int MAX_BYTES_OF_POINT = 64 << 10;
+  /** The most samples that are read for one point, so that a long recording takes no longer than a short one. */
+  private static final int MAX_SAMPLES = 64;
   private static final int LEVELS = 64;
   private static final String ALPHABET = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-_";
 
   private Waveform() {}
 
-  /**
-   * Returns one character for the peak of each part of a file: {@code A} is silence, {@code _} full scale. The scale is
-   * the square root, so that quiet speech is visible. Returns an empty text when the file is not a 16-bit WAV file.
-   *
-   * @param maxPoints the most characters
-   */
+  /** Returns the waveform of one channel of a whole file; see {@link #of(WavReader, int, double, double, int)}. */
   static String of(Path wav, int maxPoints) throws IOException {
-    try (AudioInputStream sound = AudioSystem.getAudioInputStream(wav.toFile())) {
-      AudioFormat format = sound.getFormat();
-      if (format.getSampleSizeInBits() != 16 || format.isBigEndian()) {
-        return "";
-      }
-      long length = sound.getFrameLength() * format.getFrameSize();
-      int points = (int) Math.min(maxPoints, length / 2);
-      StringBuilder peaks = new StringBuilder(points);
-      byte[] bytes = new byte[MAX_BYTES_OF_POINT];
-      long position = 0;
-      for (int point = 1; point <= points; point++) {
-        long end = length / 2 * point / points * 2;
-        int read = sound.readNBytes(bytes, 0, (int) Math.min(bytes.length, end - position));
-        peaks.append(ALPHABET.charAt(level(peak(bytes, read))));
-        sound.skipNBytes(Math.max(0, end - position - read));
-        position = end;
-      }
-      return peaks.toString();
-    } catch (UnsupportedAudioFileException e) {
-      return "";
+    try (WavReader sound = new WavReader(wav)) {
+      return of(sound, 0, 0, Double.MAX_VALUE, maxPoints);
     }
   }
 
-  private static int peak(byte[] bytes, int length) {
-    int peak = 0;
-    for (int i = 0; i + 1 < length; i += 2) {
-      peak = Math.max(peak, Math.abs((short) (bytes[i] & 255 | bytes[i + 1] << 8)));
+  /**
+   * Returns one character for the peak of each part of the sound: {@code A} is silence, {@code _} full scale. The scale
+   * is the square root, so that quiet speech is visible.
+   *
+   * @param from the beginning in seconds
+   * @param seconds the length
+   * @param maxPoints the most characters
+   */
+  static String of(WavReader sound, int channel, double from, double seconds, int maxPoints) throws IOException {
+    long first = Math.min(sound.frames(), Math.max(0, Math.round(from * sound.rate())));
+    long count = (long) Math.min(sound.frames() - first, seconds * sound.rate());
+    int points = (int) Math.min(maxPoints, count);
+    StringBuilder peaks = new StringBuilder(points);
+    for (int point = 0; point < points; point++) {
+      long start = first + count * point / points;
+      long end = first + count * (point + 1) / points;
+      int step = (int) Math.max(1, (end - start) / MAX_SAMPLES);
+      peaks.append(ALPHABET.charAt(level(sound.peak(channel, start, end, step))));
     }
-    return peak;
+    return peaks.toString();
   }
 
   private static int level(int peak) {

@@ -2,6 +2,8 @@ package com.morvin.dom.telephony.sniffer.sample.recording;
 
 import com.morvin.dom.telephony.sniffer.sample.console.Console;
 import com.morvin.dom.telephony.sniffer.sample.console.Text;
+import com.morvin.dom.telephony.sniffer.sample.media.RtpPacket;
+import com.morvin.dom.telephony.sniffer.sample.media.Track;
 import com.morvin.dom.telephony.sniffer.sample.service.Service;
 import com.morvin.dom.telephony.sniffer.sample.signalling.Call;
 import com.morvin.dom.telephony.sniffer.sample.signalling.CallFollower;
@@ -14,10 +16,11 @@ import com.morvin.dom.telephony.sniffer.sample.storage.Reports;
 import com.morvin.dom.telephony.sniffer.sample.storage.RunningCalls;
 import com.morvin.dom.telephony.sniffer.sample.storage.Store;
 import com.morvin.dom.telephony.sniffer.sample.transport.Frame;
-import com.morvin.dom.telephony.sniffer.sample.transport.Received;
+import com.morvin.dom.telephony.sniffer.sample.transport.FrameCursor;
 import com.morvin.dom.telephony.sniffer.sample.transport.SteadyClock;
 import com.morvin.dom.telephony.sniffer.sample.transport.Transport;
 import java.io.IOException;
+import java.util.ArrayList;
 import java.util.Comparator;
 import java.util.LinkedHashMap;
 import java.util.List;
@@ -40,7 +43,9 @@ public final class Recorder extends Service {
   private final Summary summary = new Summary();
 
   private final Map<Call, Recording> recordings = new LinkedHashMap<>();
-  private boolean keepsDigits = true;
+  private final Track.Options options;
+  private final RtpPacket packet = new RtpPacket();
+  private final LookAhead lookAhead;
   private RunningCalls running;
   private RunningCalls.Loaded restoring;
   private long lastNumber;
@@ -50,21 +55,19 @@ public final class Recorder extends Service {
   /**
    * Records into a store, which the caller closes.
    *
+   * @param options what is recorded, and how
    * @param clock the time of the recorder
    * @param listener is called on the disk thread
    */
-  public Recorder(Store store, Limits limits, Console console, SteadyClock clock, ReportListener listener)
-      throws IOException {
+  public Recorder(Store store, Track.Options options, Limits limits, Console console, SteadyClock clock,
+      ReportListener listener) throws IOException {
     super(limits, POLL_MILLIS, console, clock);
     this.store = store;
+    this.options = options;
+    lookAhead = new LookAhead(follower, LOOK_AHEAD);
     this.listener = listener;
     log = new CallLog(store.directory());
     reports = new Reports(store, log, summary::add, listener);
-  }
-
-  /** Makes the recorder ignore pressed keys, which can be card numbers. Called before {@link #run}. */
-  public void ignoreDigits() {
-    keepsDigits = false;
   }
 
   /** Continues the calls that were running before a restart, with the first transport only. */
@@ -78,14 +81,13 @@ public final class Recorder extends Service {
   }
 
   @Override
-  protected void handle(Received received, Moment time) {
-    Frame frame = received.frame();
-    summary.count(frame);
-    lastNumber = received.number();
+  protected void handle(FrameCursor frame, Moment time) {
+    summary.count(frame.protocol());
+    lastNumber = frame.number();
     switch (frame.protocol()) {
       case Frame.SIP, Frame.H323 -> {
         long before = follower.malformed();
-        follower.signalling(frame, time);
+        follower.signalling(frame.frame(), time);
         countMalformed(follower.malformed() - before);
       }
       case Frame.RTP -> media(frame, time);
@@ -93,17 +95,32 @@ public final class Recorder extends Service {
     }
   }
 
-  private void media(Frame frame, Moment time) {
+  @Override
+  protected void lookAhead(FrameCursor frames) {
+    lookAhead.read(frames);
+  }
+
+  private void media(FrameCursor frame, Moment time) {
     Call.Use use = follower.media(frame, time);
     if (use != null) {
       summary.countPacket();
-      Recording recording = recordings.get(use.call());
-      boolean known = recording.media(frame, use, time.stamp());
-      countMalformed(known ? 0 : 1);
-      if (known && recording.markShown()) {
-        CallReport running = recording.unfinished();
-        store.disk().submit(() -> listener.began(running));
+      if (use.attachment() == null) {
+        use.attach(recordings.get(use.call()).voice(use.direction()));
       }
+      Voice voice = (Voice) use.attachment();
+      if (!voice.media(frame, packet, use, time.stamp())) {
+        countMalformed(1);
+      } else if (voice.takeFirst()) {
+        show(voice.recording);
+      }
+    }
+  }
+
+  /** Shows a call with its first media to the listener. */
+  private void show(Recording recording) {
+    if (recording.markShown()) {
+      CallReport running = recording.unfinished();
+      store.disk().submit(() -> listener.began(running));
     }
   }
 
@@ -127,15 +144,23 @@ public final class Recorder extends Service {
 
   /** Saves the state of all running calls, unless the previous state is not on disk yet. */
   private void save() {
-    if (saving) {
-      return;
+    if (!saving) {
+      save(running.wantsAll());
     }
+  }
+
+  private void save(boolean whole) {
     saving = true;
     long upTo = lastNumber;
     Transport link = transport();
     byte[] position = link.position(upTo);
-    List<RunningCalls.Saved> calls = recordings.values().stream().map(recording -> recording.save(running)).toList();
-    running.save(calls, clock.timeOfDay(), position, () -> {
+    List<RunningCalls.Saved> calls = new ArrayList<>();
+    for (Recording recording : recordings.values()) {
+      if (whole || recording.hasChanged()) {
+        calls.add(recording.save(running, whole));
+      }
+    }
+    running.save(calls, whole, clock.timeOfDay(), position, () -> {
       saving = false;
       if (link.redelivers()) {
         link.acknowledge(upTo);
@@ -173,7 +198,7 @@ public final class Recorder extends Service {
     }
     restoring = null;
     if (recording == null) {
-      running.end(loaded.journal());
+      running.end(loaded.journal(), List::of);
       return;
     }
     recording.call.lifetime().resume(before(now, running.savedAt()), now);
@@ -190,13 +215,13 @@ public final class Recorder extends Service {
   /** Restores the media of the call that is being restored. Its state follows the legs that its messages merge. */
   private void restoreMedia(Recording recording) {
     try {
-      if (restoring.state() != null) {
-        recording.restore(restoring.state(), restoring.files());
+      if (!restoring.states().isEmpty()) {
+        recording.restore(restoring.states(), restoring.files());
       }
     } catch (IOException | RuntimeException e) {
       console.line(recording.call + "  goes on in new files: " + e);
     }
-    restoring = new RunningCalls.Loaded(restoring.journal(), restoring.frames(), null, restoring.files());
+    restoring = new RunningCalls.Loaded(restoring.journal(), restoring.frames(), List.of(), restoring.files());
   }
 
   @Override
@@ -204,7 +229,7 @@ public final class Recorder extends Service {
     // The times of a saved call, and those of the frames that are redelivered, are times of day already.
     long skew = restoring != null || transport().redelivers() ? 0 : clock.skew();
     RunningCalls.Journal journal = restoring != null ? restoring.journal() : running.begin();
-    recordings.put(call, new Recording(call, journal, store, skew, keepsDigits));
+    recordings.put(call, new Recording(call, journal, store, skew, options));
     if (restoring == null) {
       console.line(call + "  " + call.protocol() + "  " + Text.printable(call.caller()) + " -> "
           + Text.printable(call.callee()));
@@ -256,7 +281,7 @@ public final class Recorder extends Service {
       report(recording, how, at);
     }
     // A recorder that ends before the report is written leaves the call to the next one.
-    running.end(recording.journal);
+    running.end(recording.journal, recording::obsoleteFiles);
   }
 
   private void report(Recording recording, String how, Moment at) {
@@ -285,8 +310,7 @@ public final class Recorder extends Service {
     } else {
       List.copyOf(follower.calls()).forEach(call -> end(call, now));
     }
-    saving = false;
-    save();
+    save(true);
     store.disk().drain();
     console.status("");
   }

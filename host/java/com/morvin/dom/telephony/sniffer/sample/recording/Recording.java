@@ -1,12 +1,9 @@
 package com.morvin.dom.telephony.sniffer.sample.recording;
 
 import com.morvin.dom.telephony.sniffer.sample.console.Text;
-import com.morvin.dom.telephony.sniffer.sample.media.Codec;
-import com.morvin.dom.telephony.sniffer.sample.media.RtpPacket;
 import com.morvin.dom.telephony.sniffer.sample.media.Track;
 import com.morvin.dom.telephony.sniffer.sample.signalling.Call;
 import com.morvin.dom.telephony.sniffer.sample.signalling.Direction;
-import com.morvin.dom.telephony.sniffer.sample.signalling.Sdp;
 import com.morvin.dom.telephony.sniffer.sample.storage.CallReport;
 import com.morvin.dom.telephony.sniffer.sample.storage.PcapFile;
 import com.morvin.dom.telephony.sniffer.sample.storage.Reports;
@@ -14,6 +11,7 @@ import com.morvin.dom.telephony.sniffer.sample.storage.ResumedFiles;
 import com.morvin.dom.telephony.sniffer.sample.storage.RunningCalls;
 import com.morvin.dom.telephony.sniffer.sample.storage.Store;
 import com.morvin.dom.telephony.sniffer.sample.storage.StoredFile;
+import com.morvin.dom.telephony.sniffer.sample.storage.WavFile;
 import com.morvin.dom.telephony.sniffer.sample.transport.Frame;
 import java.io.ByteArrayInputStream;
 import java.io.ByteArrayOutputStream;
@@ -27,9 +25,7 @@ import java.time.format.DateTimeFormatter;
 import java.util.ArrayList;
 import java.util.Arrays;
 import java.util.Comparator;
-import java.util.EnumMap;
 import java.util.List;
-import java.util.Map;
 import java.util.Set;
 import java.util.TreeSet;
 import java.util.stream.Stream;
@@ -52,15 +48,14 @@ final class Recording {
   private static final int MAX_UNSAVED = 64;
   /** A message is compared with this number of earlier ones: it may be repeated, or delivered by another sniffer. */
   private static final int COMPARED = 16;
+  private static final int USUAL_STATE = 512;
 
   private record Dialled(Direction direction, String digits, long time) {}
 
   final Call call;
   final RunningCalls.Journal journal;
-  private final Map<Direction, Track> tracks = new EnumMap<>(Direction.class);
-  /** The tracks of calls that have turned out to be legs of this one. Nothing is added to them. */
-  private final Map<Direction, List<Track>> earlierTracks = new EnumMap<>(Direction.class);
-  private final Map<Direction, Relay> relays = new EnumMap<>(Direction.class);
+  private final Voice fromCaller;
+  private final Voice fromCallee;
   private final List<CallReport.Step> ladder = new ArrayList<>();
   private final List<Dialled> dialled = new ArrayList<>();
   private final List<RunningCalls.TimedFrame> kept = new ArrayList<>();
@@ -73,28 +68,38 @@ final class Recording {
   private final String name;
   private final long start;
   private final long skew;
-  private final boolean keepsDigits;
+  private final Track.Options options;
   private boolean shown;
+  /** Whether something has changed since the state was saved, and whether more than an increment can tell. */
+  private boolean changed = true;
+  private boolean changedWholly = true;
+  /** The stereo file is written, so the files of the voices are not needed. Set on the disk thread. */
+  private volatile boolean mixed;
 
   /**
    * Makes a recording without media.
    *
    * @param skew is added to all times, so that the call has the time of day of its start
-   * @param keepsDigits whether pressed keys are recorded
    */
-  Recording(Call call, RunningCalls.Journal journal, Store store, long skew, boolean keepsDigits) {
+  Recording(Call call, RunningCalls.Journal journal, Store store, long skew, Track.Options options) {
     this.call = call;
     this.journal = journal;
     this.store = store;
     this.skew = skew;
-    this.keepsDigits = keepsDigits;
+    this.options = options;
     start = call.start().stamp() + skew;
     name = FILE_TIME.format(Instant.ofEpochMilli(start)) + "-" + call.fileNames();
-    for (Direction direction : Direction.values()) {
-      tracks.put(direction, new Track(store, name + "-" + direction, keepsDigits, this::begin));
-      earlierTracks.put(direction, new ArrayList<>());
-      relays.put(direction, new Relay());
-    }
+    fromCaller = new Voice(this, track(name + "-" + Direction.FROM_CALLER), skew);
+    fromCallee = new Voice(this, track(name + "-" + Direction.FROM_CALLEE), skew);
+  }
+
+  private Track track(String fileName) {
+    return new Track(store, fileName, options, this::begin);
+  }
+
+  /** Returns one direction. */
+  Voice voice(Direction direction) {
+    return direction == Direction.FROM_CALLER ? fromCaller : fromCallee;
   }
 
   /**
@@ -103,6 +108,8 @@ final class Recording {
    * @param turned whether its caller is on the side of the callee of this call
    */
   void add(Recording leg, boolean turned, RunningCalls running) {
+    changed = true;
+    changedWholly = true;
     double later = (leg.start - start) / 1000.0;
     leg.ladder.forEach(step ->
         ladder.add(new CallReport.Step(step.at() + later, step.from(), step.to(), step.label())));
@@ -113,8 +120,7 @@ final class Recording {
     leg.kept.forEach(message -> keep(message.frame(), message.time()));
     leg.dialled.forEach(some -> dialled(some.direction.turned(turned), some.digits, some.time - skew));
     for (Direction direction : Direction.values()) {
-      addTracks(direction, leg.tracks.get(direction.turned(turned)));
-      earlierTracks.get(direction).addAll(leg.earlierTracks.get(direction.turned(turned)));
+      addTracks(voice(direction), leg.voice(direction.turned(turned)));
     }
     if (leg.journal != journal) {
       leg.saveMessages(running);
@@ -122,26 +128,20 @@ final class Recording {
     }
   }
 
-  private void addTracks(Direction direction, Track track) {
-    if (track.isEmpty()) {
-      return;
+  private static void addTracks(Voice voice, Voice added) {
+    if (!added.track.isEmpty() && voice.track.isEmpty()) {
+      voice.track = added.track;
+    } else if (!added.track.isEmpty()) {
+      voice.track.flush();  // first, so that its files have the lower numbers
+      added.track.finish();
+      voice.earlier.add(added.track);
     }
-    if (tracks.get(direction).isEmpty()) {
-      tracks.put(direction, track);
-    } else {
-      tracks.get(direction).flush();  // first, so that its files have the lower numbers
-      track.finish();
-      earlierTracks.get(direction).add(track);
-    }
-  }
-
-  private Stream<Track> tracksOf(Direction direction) {
-    return Stream.concat(Stream.of(tracks.get(direction)), earlierTracks.get(direction).stream());
+    voice.earlier.addAll(added.earlier);
   }
 
   /** Returns all tracks in a fixed order. */
   private Stream<Track> allTracks() {
-    return Stream.concat(tracks.values().stream(), earlierTracks.values().stream().flatMap(List::stream));
+    return Stream.of(fromCaller, fromCallee).flatMap(Voice::tracks);
   }
 
   /**
@@ -158,8 +158,9 @@ final class Recording {
     if (restoring != journal && unsaved.size() < MAX_UNSAVED) {
       unsaved.add(new RunningCalls.TimedFrame(at, frame));
     }
+    changed = true;
     recent[messages++ % COMPARED] = hash;
-    if (frame.protocol() == Frame.SIP && (keepsDigits || !label.equals("INFO"))) {
+    if (frame.protocol() == Frame.SIP && (options.keepsDigits() || !label.equals("INFO"))) {
       keep(frame, at);
     }
     if (ladder.size() == MAX_STEPS) {
@@ -175,7 +176,8 @@ final class Recording {
     while (keptBytes > MAX_KEPT) {
       keptBytes -= kept.remove(Math.min(FIRST_KEPT, kept.size() - 1)).frame().payload().length;
     }
-    tracks.values().forEach(track -> track.signalled(frame, time));
+    fromCaller.track.signalled(frame, time);
+    fromCallee.track.signalled(frame, time);
   }
 
   /** Begins a capture file with the signalling so far. */
@@ -185,45 +187,28 @@ final class Recording {
 
   /** Adds keys that were reported by the signalling. */
   void dialled(Direction direction, String digits, long time) {
-    if (keepsDigits && dialled.size() < MAX_DIALLED) {
+    if (options.keepsDigits() && dialled.size() < MAX_DIALLED) {
       dialled.add(new Dialled(direction, digits, time + skew));
     }
   }
 
-  /** Adds a media datagram. Returns whether it is valid. */
-  boolean media(Frame frame, Call.Use use, long time) {
-    Sdp.Media media = use.media();
-    Track track = tracks.get(use.direction());
-    if (media.kind() == Sdp.Kind.FAX) {
-      track.keep(frame, "T.38", time + skew);
-      return true;
-    }
-    if (RtpPacket.isRtcp(frame.payload()) || RtpPacket.isSetup(frame.payload())) {
-      return true;
-    }
-    RtpPacket packet = RtpPacket.parse(frame.payload());
-    if (packet == null) {
-      return false;
-    }
-    Codec codec = media.kind() == Sdp.Kind.SECURE_RTP ? Codec.SRTP
-        : Codec.of(packet.payloadType(), media.codecs().get(packet.payloadType()));
-    if (!codec.isPlayed() || relays.get(use.direction()).accepts(use.leg(), packet.ssrc(), time)) {
-      track.accept(frame, packet, codec, time + skew);
-    }
-    return true;
-  }
-
   /** Returns the number of lost packets in both directions. */
   long lost() {
-    return allTracks().mapToLong(Track::lost).sum();
+    long lost = fromCaller.track.lost() + fromCallee.track.lost();
+    for (Voice voice : List.of(fromCaller, fromCallee)) {
+      for (Track track : voice.earlier) {
+        lost += track.lost();
+      }
+    }
+    return lost;
   }
 
   /** Returns "from-caller 3 packets, 0 lost; from-callee 4 packets, 1 lost". */
   String counts() {
     List<String> counts = new ArrayList<>();
     for (Direction direction : Direction.values()) {
-      long received = tracksOf(direction).mapToLong(Track::received).sum();
-      long lost = tracksOf(direction).mapToLong(Track::lost).sum();
+      long received = voice(direction).tracks().mapToLong(Track::received).sum();
+      long lost = voice(direction).tracks().mapToLong(Track::lost).sum();
       counts.add(direction + " " + Text.count(received, "packet") + ", " + lost + " lost");
     }
     return String.join("; ", counts);
@@ -233,7 +218,7 @@ final class Recording {
   Set<String> notes() {
     Set<String> all = new TreeSet<>(call.notes());
     for (Direction direction : Direction.values()) {
-      tracksOf(direction).forEach(track -> track.notes().forEach(note -> all.add(direction + ": " + note)));
+      voice(direction).tracks().forEach(track -> track.notes().forEach(note -> all.add(direction + ": " + note)));
     }
     return all;
   }
@@ -262,10 +247,10 @@ final class Recording {
   void report(Reports reports, String how, long end) {
     allTracks().forEach(Track::finish);
     List<CallReport.Leg> legs = legs();
-    reports.write(name, tracks.get(Direction.FROM_CALLER).stretches(start),
-        tracks.get(Direction.FROM_CALLEE).stretches(start), names -> new CallReport(names.report(), call.protocol(),
+    reports.write(name, fromCaller.track.stretches(start),
+        fromCallee.track.stretches(start), names -> new CallReport(names.report(), call.protocol(),
             Text.printable(call.id()), Text.printable(call.caller()), Text.printable(call.callee()), start, end + skew,
-            Text.printable(how), voice(Direction.FROM_CALLER), voice(Direction.FROM_CALLEE),
+            Text.printable(how), voice(Direction.FROM_CALLER, names), voice(Direction.FROM_CALLEE, names),
             names.stereo().stream().findFirst().map(CallReport.Part::file).orElse(""),
             names.stereo().stream().skip(1).toList(), List.copyOf(ladder), notes(names.stereoMissing()), legs));
   }
@@ -278,8 +263,10 @@ final class Recording {
     return all;
   }
 
-  private CallReport.Voice voice(Direction direction) {
-    List<CallReport.Voice> voices = tracksOf(direction).map(track -> track.report(start)).toList();
+  private CallReport.Voice voice(Direction direction, Reports.Names names) {
+    mixed = !names.stereo().isEmpty();
+    boolean named = options.keepsVoices() || !mixed;
+    List<CallReport.Voice> voices = voice(direction).tracks().map(track -> track.report(start, named)).toList();
     List<CallReport.Digit> digits = new ArrayList<>();
     voices.forEach(voice -> digits.addAll(voice.digits()));
     dialled.stream().filter(some -> some.direction == direction)
@@ -296,48 +283,86 @@ final class Recording {
             Text.printable(leg.caller()), Text.printable(leg.callee()), Text.printable(leg.how()))).toList();
   }
 
-  /** Returns the state for a restart, and queues the unsaved messages and media for the disk thread. */
-  RunningCalls.Saved save(RunningCalls running) {
+  /** Returns the files that are not needed after the report is written. Called on the disk thread. */
+  List<StoredFile> obsoleteFiles() {
+    return mixed && !options.keepsVoices()
+        ? allTracks().flatMap(track -> track.files().stream()).filter(file -> file instanceof WavFile).toList()
+        : List.of();
+  }
+
+  /** Whether there is something to save. */
+  boolean hasChanged() {
+    return fromCaller.takeChanged() | fromCallee.takeChanged() | changed;
+  }
+
+  /**
+   * Returns the state for a restart, and queues the unsaved messages and media for the disk thread.
+   *
+   * @param all whether the state is whole, or an increment to the one before
+   */
+  RunningCalls.Saved save(RunningCalls running, boolean all) {
     saveMessages(running);
+    boolean whole = all || changedWholly;
+    changed = false;
+    changedWholly = false;
     try {
-      ByteArrayOutputStream bytes = new ByteArrayOutputStream();
+      ByteArrayOutputStream bytes = new ByteArrayOutputStream(USUAL_STATE);
       DataOutputStream out = new DataOutputStream(bytes);
       List<StoredFile> files = new ArrayList<>();
-      for (Direction direction : Direction.values()) {
-        out.writeInt(earlierTracks.get(direction).size());
-        for (Track track : tracksOf(direction).toList()) {
-          out.writeUTF(track.fileName());
-          track.flush();
-          track.save(out);
-          files.addAll(track.files());
+      for (Voice voice : List.of(fromCaller, fromCallee)) {
+        out.writeInt(voice.earlier.size());
+        save(voice.track, whole, out, files);
+        for (Track track : voice.earlier) {
+          save(track, whole, out, files);
         }
       }
-      return new RunningCalls.Saved(journal, bytes.toByteArray(), files);
+      return new RunningCalls.Saved(journal, whole, bytes.toByteArray(), files);
     } catch (IOException e) {
       throw new UncheckedIOException(e);  // an array in memory cannot fail
     }
   }
 
-  private void saveMessages(RunningCalls running) {
-    unsaved.forEach(message -> running.append(journal, message.time(), message.frame()));
-    unsaved.clear();
+  private static void save(Track track, boolean whole, DataOutputStream out, List<StoredFile> files)
+      throws IOException {
+    out.writeUTF(track.fileName());
+    track.flush();
+    track.save(out, whole);
+    track.addFiles(files);
   }
 
-  /** Restores a saved state. */
-  void restore(byte[] state, ResumedFiles files) throws IOException {
-    DataInputStream in = new DataInputStream(new ByteArrayInputStream(state));
-    for (Direction direction : Direction.values()) {
-      int earlier = in.readInt();
-      tracks.put(direction, restoreTrack(in, files));
-      for (; earlier > 0; earlier--) {
-        earlierTracks.get(direction).add(restoreTrack(in, files));
-      }
+  private void saveMessages(RunningCalls running) {
+    if (!unsaved.isEmpty()) {
+      running.append(journal, List.copyOf(unsaved));
+      unsaved.clear();
     }
   }
 
-  private Track restoreTrack(DataInputStream in, ResumedFiles files) throws IOException {
-    Track track = new Track(store, in.readUTF(), keepsDigits, this::begin);
-    track.restore(in, files);
+  /** Restores a state that was saved whole and then in increments. */
+  void restore(List<byte[]> states, ResumedFiles files) throws IOException {
+    for (byte[] state : states) {
+      DataInputStream in = new DataInputStream(new ByteArrayInputStream(state));
+      boolean first = state == states.get(0);
+      for (Voice voice : List.of(fromCaller, fromCallee)) {
+        int earlier = in.readInt();
+        voice.track = restore(first ? null : voice.track, in);
+        for (int i = 0; i < earlier; i++) {
+          if (first) {
+            voice.earlier.add(restore(null, in));
+          } else {
+            restore(voice.earlier.get(i), in);
+          }
+        }
+      }
+    }
+    for (Track track : allTracks().toList()) {
+      track.resume(files);
+    }
+  }
+
+  private Track restore(Track before, DataInputStream in) throws IOException {
+    String fileName = in.readUTF();
+    Track track = before != null ? before : track(fileName);
+    track.restore(in);
     return track;
   }
 }

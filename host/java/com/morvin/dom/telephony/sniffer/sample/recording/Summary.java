@@ -13,9 +13,10 @@ final class Summary {
   private static final int MAX_FILES = 20;
 
   private final long[] frames = new long[Frame.CAPTURE_TIME + 1];  // by protocol
-  private final List<CallReport.Part> files = new ArrayList<>();
+  private record Recorded(String file, double seconds) {}
+
+  private final List<Recorded> files = new ArrayList<>();
   private long recordings;
-  private long stereo;
   private long packets;
   private long lost;
   private long malformed;
@@ -25,8 +26,8 @@ final class Summary {
   private long statusAt;
 
   /** Counts a frame of the sniffer. */
-  void count(Frame frame) {
-    frames[frame.protocol()]++;
+  void count(int protocol) {
+    frames[protocol]++;
     total++;
   }
 
@@ -53,13 +54,22 @@ final class Summary {
 
   /** Counts the files of an ended call. Called on the disk thread. */
   synchronized void add(CallReport report) {
-    stereo += report.stereo().isEmpty() ? 0 : 1;
-    Stream.of(report.fromCaller(), report.fromCallee()).flatMap(voice -> voice.parts().stream()).forEach(part -> {
-      recordings++;
-      if (files.size() < MAX_FILES) {
-        files.add(part);
-      }
-    });
+    List<CallReport.Part> voices = Stream.of(report.fromCaller(), report.fromCallee())
+        .flatMap(voice -> voice.parts().stream()).toList();
+    if (!report.stereo().isEmpty()) {
+      double begin = Math.min(0, voices.stream().mapToDouble(CallReport.Part::offset).min().orElse(0));
+      double end = voices.stream().mapToDouble(part -> part.offset() + part.duration()).max().orElse(0);
+      add(report.stereo(), end - begin);
+    }
+    report.moreStereo().forEach(part -> add(part.file(), part.duration()));
+    voices.stream().filter(part -> !part.file().isEmpty()).forEach(part -> add(part.file(), part.duration()));
+  }
+
+  private void add(String file, double seconds) {
+    recordings++;
+    if (files.size() < MAX_FILES) {
+      files.add(new Recorded(file, seconds));
+    }
   }
 
   /** Returns the status line. */
@@ -75,7 +85,7 @@ final class Summary {
   synchronized List<String> lines(int calls, int sessions, long unreported, Path directory) {
     List<String> lines = new ArrayList<>();
     lines.add(Text.count(calls, "call") + ", " + Text.count(packets, "media packet") + " (" + lost + " lost), "
-        + Text.count(recordings, "recording") + (stereo > 0 ? " and " + stereo + " in stereo" : ""));
+        + Text.count(recordings, "recording"));
     lines.add("Frames from the sniffer: " + frames[Frame.SIP] + " SIP, " + frames[Frame.RTP] + " RTP, "
         + frames[Frame.H323] + " H.323, " + frames[Frame.HEARTBEAT] + " heartbeats in "
         + Text.count(sessions, "session"));
@@ -86,7 +96,7 @@ final class Summary {
       lines.add(Text.count(unreported, "call") + " without a complete report: the disk was full or faulty");
     }
     files.forEach(part -> lines.add("  " + directory.resolve(part.file()) + "  "
-        + Text.seconds(Math.round(part.duration() * 1000)) + " s"));
+        + Text.seconds(Math.round(part.seconds() * 1000)) + " s"));
     if (recordings > files.size()) {
       lines.add("  and " + (recordings - files.size()) + " more");
     }

@@ -4,9 +4,10 @@ import com.morvin.dom.telephony.sniffer.sample.console.Console;
 import com.morvin.dom.telephony.sniffer.sample.signalling.CallFollower;
 import com.morvin.dom.telephony.sniffer.sample.signalling.Moment;
 import com.morvin.dom.telephony.sniffer.sample.transport.Frame;
+import com.morvin.dom.telephony.sniffer.sample.transport.FrameBlock;
+import com.morvin.dom.telephony.sniffer.sample.transport.FrameCursor;
 import com.morvin.dom.telephony.sniffer.sample.transport.Heartbeat;
 import com.morvin.dom.telephony.sniffer.sample.transport.Intake;
-import com.morvin.dom.telephony.sniffer.sample.transport.Received;
 import com.morvin.dom.telephony.sniffer.sample.transport.SteadyClock;
 import com.morvin.dom.telephony.sniffer.sample.transport.Transport;
 import java.io.IOException;
@@ -22,6 +23,9 @@ import java.io.IOException;
  * thread may call.
  */
 public abstract class Service implements CallFollower.Listener {
+  /** See {@link #lookAhead}. */
+  protected static final int LOOK_AHEAD = 64;
+
   private static final long TICK_MILLIS = 200;
   /** A step that took longer is an interruption of this process, in which frames were waiting. */
   private static final long MAX_STEP_MILLIS = 30_000;
@@ -47,6 +51,7 @@ public abstract class Service implements CallFollower.Listener {
 
   private final Limits limits;
   private final long pollMillis;
+  private final FrameCursor cursor = new FrameCursor(new FrameBlock(new byte[0], 0, 0, 0, 0));
   private Transport transport;
   private Heartbeat heartbeat;
   private Intake intake;
@@ -78,9 +83,13 @@ public abstract class Service implements CallFollower.Listener {
   /**
    * Handles a frame.
    *
+   * @param frame is valid until the method returns
    * @param time now, with the time of capture as its stamp
    */
-  protected abstract void handle(Received received, Moment time);
+  protected abstract void handle(FrameCursor frame, Moment time);
+
+  /** Called before {@link #handle} for each {@link #LOOK_AHEAD} frames, which begin with that of the cursor. */
+  protected void lookAhead(FrameCursor frames) {}
 
   /** Called every 200 ms, after the heartbeats and the time limits of calls. */
   protected abstract void tick(Moment now);
@@ -108,9 +117,9 @@ public abstract class Service implements CallFollower.Listener {
       intake = reading;
       while (!stopping) {
         boolean gone = limits.untilDisconnect && link.sessions() > 0 && link.sniffers().isEmpty();
-        Received received = reading.receive(pollMillis);
-        step(received);
-        if (received == null && (gone || now.steady() - lastTraffic >= limits.idleExitMillis)) {
+        FrameBlock block = reading.receive(pollMillis);
+        step(block);
+        if (block == null && (gone || now.steady() - lastTraffic >= limits.idleExitMillis)) {
           break;
         }
       }
@@ -130,19 +139,16 @@ public abstract class Service implements CallFollower.Listener {
   }
 
   /**
-   * One step of {@link #run}: handles a frame and does what is due.
+   * One step of {@link #run}: handles the frames of a block and does what is due.
    *
-   * @param received null when no frame arrived
+   * @param block null when no frame arrived
    */
-  public final void step(Received received) {
+  public final void step(FrameBlock block) {
     advance();
     resendToNewSniffers();
-    if (received != null) {
-      heartbeat.heard(received.sniffer(), now.steady());
-      if (received.frame().protocol() != Frame.HEARTBEAT) {
-        lastTraffic = now.steady();
-      }
-      handleSafely(received, new Moment(now.steady(), received.time()));
+    if (block != null) {
+      heartbeat.heard(block.sniffer(), now.steady());
+      serve(block);
     }
     if (now.steady() - lastTick >= TICK_MILLIS) {
       lastTick = now.steady();
@@ -151,6 +157,22 @@ public abstract class Service implements CallFollower.Listener {
       tick(now);
     }
     stepped(now);
+  }
+
+  private void serve(FrameBlock block) {
+    Moment time = now;  // most frames of a block have the same time
+    cursor.begin(block);
+    for (int count = 0; cursor.next(); count++) {
+      if (count % LOOK_AHEAD == 0) {
+        lookAhead(cursor);
+      }
+      if (cursor.protocol() != Frame.HEARTBEAT) {
+        lastTraffic = now.steady();
+      }
+      long stamp = cursor.time();
+      time = stamp == time.stamp() ? time : new Moment(now.steady(), stamp);
+      handleSafely(cursor, time);
+    }
   }
 
   private void advance() {
@@ -166,11 +188,11 @@ public abstract class Service implements CallFollower.Listener {
   }
 
   /** Handles a frame. The sender of one frame must not end the service for all calls. */
-  private void handleSafely(Received received, Moment time) {
+  private void handleSafely(FrameCursor cursor, Moment time) {
     try {
-      handle(received, time);
+      handle(cursor, time);
     } catch (RuntimeException e) {
-      Frame frame = received.frame();
+      Frame frame = cursor.frame();
       console.line("a frame between " + frame.source() + " and " + frame.destination() + " cannot be handled: " + e);
       countMalformed(1);
     }

@@ -7,6 +7,7 @@ import java.util.Comparator;
 import java.util.LinkedHashMap;
 import java.util.List;
 import java.util.Map;
+import java.util.Objects;
 import java.util.Set;
 import java.util.TreeSet;
 
@@ -17,6 +18,7 @@ import java.util.TreeSet;
  */
 public abstract class Call {
   private static final int MAX_NOTES = 16;
+  private static final long LATE_MEDIA_MILLIS = 5_000;
   private static final long SOON_MILLIS = 10_000;
   private static final int MESSAGE_BYTES = 300;
   /** A recording keeps a part of the messages. */
@@ -50,16 +52,92 @@ public abstract class Call {
     this.fileNames = fileNames;
     this.origin = origin;
     legs.add(first);
-    lifetime = new Lifetime(first.start());
+    lifetime = new Lifetime(first.start(), flow);
   }
 
   /**
-   * A destination is used by a leg of a call.
-   *
-   * @param direction the direction of the media sent to the destination
-   * @param media its description in the signalling
+   * A destination is used by a leg of a call. Two uses are equal when they have the same values. Each packet goes
+   * through such an object, which therefore holds what is needed then.
    */
-  public record Use(Call call, Leg leg, Direction direction, Sdp.Media media) {}
+  public static final class Use {
+    private final Call call;
+    private final Leg leg;
+    private final Direction direction;
+    private final Sdp.Media media;
+    private final MediaFlow.Stream stream;
+    private Object attachment;
+
+    /**
+     * Makes a use.
+     *
+     * @param direction the direction of the media sent to the destination
+     * @param media its description in the signalling
+     */
+    Use(Call call, Leg leg, Direction direction, Sdp.Media media) {
+      this.call = call;
+      this.leg = leg;
+      this.direction = direction;
+      this.media = media;
+      stream = call.flow.of(direction);
+    }
+
+    /** Returns the call. */
+    public Call call() {
+      return call;
+    }
+
+    /** Returns the leg. */
+    public Leg leg() {
+      return leg;
+    }
+
+    /** Returns the direction of the media sent to the destination. */
+    public Direction direction() {
+      return direction;
+    }
+
+    /** Returns the description of the media in the signalling. */
+    public Sdp.Media media() {
+      return media;
+    }
+
+    /** Returns the received media of this direction. */
+    MediaFlow.Stream stream() {
+      return stream;
+    }
+
+    /** Records that media was received from a source; see {@link Endpoint#key}. */
+    void count(long source, Moment now) {
+      stream.count(source, now);
+      leg.media(now);
+    }
+
+    /** Reads the values that {@link #count} needs. Returns any value. */
+    public long touch() {
+      return stream.touch() + leg.touch();
+    }
+
+    /** Attaches an object of the listener. */
+    public void attach(Object object) {
+      attachment = object;
+    }
+
+    /** Returns the attached object; null when there is none. */
+    public Object attachment() {
+      return attachment;
+    }
+
+    @Override
+    public boolean equals(Object other) {
+      return other instanceof Use use && call == use.call && leg == use.leg && direction == use.direction
+          && media.equals(use.media);
+    }
+
+    @Override
+    public int hashCode() {
+      return Objects.hash(call, leg, direction, media);
+    }
+  }
 
   /** Returns the destinations of the media, as described by the signalling, in a new map. */
   abstract Map<Endpoint, Use> signalledDestinations();
@@ -115,13 +193,6 @@ public abstract class Call {
       }
     }
     return any;
-  }
-
-  /** Records that media was received for a use of this call. */
-  void countMedia(Use use, Endpoint source, Moment now) {
-    flow.count(use.direction, source, now);
-    use.leg.media(now);
-    lifetime.active(now);
   }
 
   /** Adds a destination that the signalling did not describe. */
@@ -191,8 +262,8 @@ public abstract class Call {
   }
 
   /**
-   * Returns the priority of a call without steady media. Media begins soon after the answer or never, so a call that was
-   * answered long ago has the lowest priority.
+   * Returns the priority of a call without steady media. Media begins soon after the answer or never, so a call that
+   * was answered long ago has the lowest priority.
    */
   int priority(Moment now) {
     Moment answer = lifetime.answer();
@@ -235,8 +306,17 @@ public abstract class Call {
       last = last == null || leg.ending().at().since(last.at()) > 0 ? leg.ending() : last;
     }
     Moment media = flow.last();
-    boolean wentOn = media != null && media.since(last.at()) > Leg.OVERRULED_MILLIS;
+    boolean wentOn = media != null && media.since(last.at()) > Leg.OVERRULED_MILLIS
+        && media.stamp() > last.at().stamp();
     return new End(last.how(), wentOn ? media : last.at());
+  }
+
+  /**
+   * Returns the delay of the end in milliseconds. The signalling of a short call can arrive before its media, when the
+   * sniffer has kept the media or one of the programs was stopped.
+   */
+  final long delayOfEnd() {
+    return lifetime.answer() != null && !flow.exists() ? LATE_MEDIA_MILLIS : 0;
   }
 
   /** Whether the signalling has ended the call. The call continues while its media does. */
@@ -246,13 +326,22 @@ public abstract class Call {
 
   /** Returns the end when the call is over by now; null before that. */
   End endBy(Moment now, CallFollower.Limits limits) {
-    if (legs.stream().allMatch(leg -> leg.isOver(now))) {
+    if (isOver(now)) {
       return signalledEnd();
     }
     boolean patient = lifetime.answer() != null || flow.exists();
     long idle = patient ? limits.idleMillis() : Math.min(limits.idleMillis(), limits.unansweredMillis());
     String reason = lifetime.expiryReason(now, idle);
     return reason == null ? null : new End(reason, lifetime.lastActivity());
+  }
+
+  private boolean isOver(Moment now) {
+    for (Leg leg : legs) {
+      if (!leg.isOver(now)) {
+        return false;
+      }
+    }
+    return true;
   }
 
   @Override

@@ -3,6 +3,7 @@ package com.morvin.dom.telephony.sniffer.sample.signalling;
 import com.morvin.dom.telephony.sniffer.sample.transport.Command;
 import com.morvin.dom.telephony.sniffer.sample.transport.Endpoint;
 import com.morvin.dom.telephony.sniffer.sample.transport.Frame;
+import com.morvin.dom.telephony.sniffer.sample.transport.FrameCursor;
 import java.util.Collection;
 import java.util.Collections;
 import java.util.HashMap;
@@ -28,6 +29,7 @@ public final class CallFollower {
   /** The number of packets from one address before that address is learned as a destination. */
   private static final int STEADY_PACKETS = 10;
   private static final long ONE_SIDED_MILLIS = 400;
+  private static final long CHECK_MILLIS = 100;
   private static final int MAX_LEARNED = 4;
 
   /** Receives the events of calls. */
@@ -74,8 +76,10 @@ public final class CallFollower {
    * @param bytes the approximate memory of the signalling of all calls
    */
   public record Limits(int calls, long idleMillis, long unansweredMillis, long bytes) {
-    /** 4000 calls, an hour of silence, five minutes without an answer (phones give up earlier), a third of the heap. */
-    public static final Limits DEFAULT = new Limits(4000, 3_600_000, 300_000,
+    /**
+     * 10,000 calls, an hour of silence, five minutes without an answer (phones give up earlier), a third of the heap.
+     */
+    public static final Limits DEFAULT = new Limits(10_000, 3_600_000, 300_000,
         Runtime.getRuntime().maxMemory() / 3);
 
     /** Returns these limits with another number of calls. */
@@ -124,16 +128,26 @@ public final class CallFollower {
    * Handles a media frame. Returns its call and direction. Returns null when no call uses the destination, and then
    * asks the sniffers to stop forwarding it.
    */
-  public Call.Use media(Frame frame, Moment now) {
+  public Call.Use media(FrameCursor frame, Moment now) {
     Call.Use use = destinations.find(frame, now);
     if (use == null) {
-      destinations.unwanted(frame.destination(), now);
+      destinations.unwanted(Endpoint.of(frame.destination()), now);
       return null;
     }
-    Call call = use.call();
-    call.countMedia(use, frame.source(), now);
-    learnFrom(use, now);
+    use.count(frame.source(), now);
+    if (use.stream().hasNewSource(STEADY_PACKETS)) {
+      learnFrom(use, now);
+    }
     return use;
+  }
+
+  /**
+   * Returns what {@link #media} will return in the usual case, or else null. Changes nothing.
+   *
+   * @param destination see {@link Endpoint#key}
+   */
+  public Call.Use peek(long destination) {
+    return destinations.peek(destination);
   }
 
   /**
@@ -143,12 +157,12 @@ public final class CallFollower {
    */
   private void learnFrom(Call.Use use, Moment now) {
     Call call = use.call();
-    Endpoint source = call.flow().steadySource(use.direction(), STEADY_PACKETS);
-    Direction other = use.direction().opposite();
-    if (source == null || call.learned() == MAX_LEARNED
-        || call.flow().oneSidedMillis(use.direction(), now) < ONE_SIDED_MILLIS) {
+    if (call.learned() == MAX_LEARNED || call.flow().oneSidedMillis(use.direction(), now) < ONE_SIDED_MILLIS) {
+      use.stream().checkAgain(CHECK_MILLIS);
       return;
     }
+    Endpoint source = use.stream().takeSource();
+    Direction other = use.direction().opposite();
     Map<Endpoint, Call.Use> known = call.destinations();
     if (source.acceptsMedia() && !known.containsKey(source)) {
       Sdp.Media media = known.values().stream().filter(of -> of.direction() == other).map(Call.Use::media).findFirst()
@@ -169,8 +183,11 @@ public final class CallFollower {
     }
     destinations.tick(now);
     List.copyOf(calls).forEach(call -> {
-      call.legs().stream().filter(Leg::isOverruled)
-          .forEach(leg -> call.note("media went on after the end of the signalling: " + leg.how()));
+      for (Leg leg : call.legs()) {
+        if (leg.isOverruled()) {
+          call.note("media went on after the end of the signalling: " + leg.how());
+        }
+      }
       if (call.legs().size() > 1 && call.retireLegs(now, limits)) {
         update(call, now);
       }
@@ -252,7 +269,11 @@ public final class CallFollower {
 
   /** Drops calls while all together take too much memory. */
   private void saveMemory(Moment now) {
-    for (Call next = removable.next(now); next != null && memory >= limits.bytes; next = removable.next(now)) {
+    while (memory >= limits.bytes) {
+      Call next = removable.next(now);
+      if (next == null) {
+        return;
+      }
       drop(next, now);
     }
   }
@@ -265,6 +286,7 @@ public final class CallFollower {
 
   /** Updates the destinations of a call, and reports a new call to the listener afterwards. */
   void update(Call call, Moment now) {
+    call.flow().forgetSources();
     destinations.update(call, call.destinations(), now);
     if (calls.add(call)) {
       removable.update(call, now);
@@ -280,6 +302,7 @@ public final class CallFollower {
   /** Follows the legs of a second call as those of the first one. */
   void merge(Call call, Call other, boolean turned, Moment now) {
     call.add(other, turned);
+    call.flow().forgetSources();
     destinations.update(call, call.destinations(), now);
     destinations.remove(other, now);
     removable.remove(other);

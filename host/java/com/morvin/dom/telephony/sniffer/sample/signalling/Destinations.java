@@ -3,7 +3,9 @@ package com.morvin.dom.telephony.sniffer.sample.signalling;
 import com.morvin.dom.telephony.sniffer.sample.transport.Command;
 import com.morvin.dom.telephony.sniffer.sample.transport.Endpoint;
 import com.morvin.dom.telephony.sniffer.sample.transport.Frame;
-import java.nio.ByteBuffer;
+import com.morvin.dom.telephony.sniffer.sample.transport.FrameCursor;
+import com.morvin.dom.telephony.sniffer.sample.transport.Wire;
+import java.util.Collection;
 import java.util.Collections;
 import java.util.Comparator;
 import java.util.EnumMap;
@@ -30,21 +32,32 @@ final class Destinations {
   private static final int RTP_HEADER = 12;
   private static final int FIRST_RTCP = 192;
   private static final int LAST_RTCP = 223;
+  /** While a stream continues at a destination of one call, its fit is computed once in this time. */
+  private static final long CHECK_MILLIS = 1000;
   private static final int MAX_REPEATS = 3;
   private static final long REPEAT_MILLIS = 1000;
 
-  /** The stream that a destination has received last, and how well its source fits the call. */
-  private record Stream(Endpoint source, int ssrc, int fit, Moment last) {}
-
-  /** A call that uses a destination, and the last media that it received there. */
+  /**
+   * A call that uses a destination, and the last media that it received there. The values are numbers, because each
+   * frame changes them.
+   */
   private static final class Claim {
+    private static final long NEVER = Long.MIN_VALUE / 2;
+
     final Call call;
     final Endpoint endpoint;
     Call.Use use;
     /** When the signalling withdrew the destination. */
     Moment withdrawn;
-    private Moment last;
-    private Stream stream;
+    /** The steady time of the last frame. */
+    private long last = NEVER;
+    /** The stream that was received last, the steady time of its last frame, and how well its source fits the call. */
+    private long source;
+    private int ssrc;
+    private long lastOfStream = NEVER;
+    private int fit;
+    /** The steady time after which the fit of the stream is computed again. */
+    private long nextCheck = NEVER;
 
     Claim(Endpoint endpoint, Call.Use use) {
       this.endpoint = endpoint;
@@ -53,17 +66,34 @@ final class Destinations {
     }
 
     /** Records a frame. A stream from a source that fits worse does not replace one that flows. */
-    void heard(Frame frame, int fit, Moment now) {
-      last = now;
-      if (stream == null || fit >= stream.fit || now.since(stream.last) >= Leg.SILENCE_MILLIS) {
-        stream = new Stream(frame.source(), ssrc(frame.payload()), fit, now);
+    void heard(FrameCursor frame, int fit, Moment now) {
+      last = now.steady();
+      if (fit >= this.fit || !isRecent(lastOfStream, now)) {
+        source = frame.source();
+        ssrc = ssrc(frame);
+        lastOfStream = last;
+        this.fit = fit;
+        nextCheck = last + CHECK_MILLIS;
       }
     }
 
+    /** Records a frame of the stream that was received last. Returns false when {@link #heard} is needed. */
+    boolean heardAgain(FrameCursor frame, Moment now) {
+      if (now.steady() >= nextCheck || !isStream(frame)) {
+        return false;
+      }
+      last = now.steady();
+      lastOfStream = last;
+      return true;
+    }
+
     /** Whether a frame continues the stream that was received last. */
-    boolean isContinuedBy(Frame frame, Moment now) {
-      return stream != null && now.since(stream.last) < Leg.SILENCE_MILLIS
-          && stream.source.equals(frame.source()) && stream.ssrc == ssrc(frame.payload());
+    boolean isContinuedBy(FrameCursor frame, Moment now) {
+      return isRecent(lastOfStream, now) && isStream(frame);
+    }
+
+    private boolean isStream(FrameCursor frame) {
+      return source == frame.source() && ssrc == ssrc(frame);
     }
 
     /** Returns the time when the signalling ended the use; null while it has not. */
@@ -72,25 +102,69 @@ final class Destinations {
     }
 
     /** Returns the SSRC of RTP or the sender's SSRC of RTCP; 0 in other media. */
-    private static int ssrc(byte[] payload) {
-      if (payload.length < RTP_HEADER || (payload[0] & 0xc0) != 0x80) {
+    private static int ssrc(FrameCursor frame) {
+      byte[] bytes = frame.bytes();
+      int datagram = frame.start() + Frame.HEADER;
+      if (frame.end() - datagram < RTP_HEADER || (bytes[datagram] & 0xc0) != 0x80) {
         return 0;
       }
-      int type = payload[1] & 0xff;
-      return ByteBuffer.wrap(payload).getInt(type >= FIRST_RTCP && type <= LAST_RTCP ? 4 : 8);
+      int type = bytes[datagram + 1] & 0xff;
+      return Wire.i32(bytes, datagram + (type >= FIRST_RTCP && type <= LAST_RTCP ? 4 : 8));
     }
 
     boolean isFlowing(Moment now) {
-      return last != null && now.since(last) < Leg.SILENCE_MILLIS;
+      return isRecent(last, now);
+    }
+
+    private static boolean isRecent(long steady, Moment now) {
+      return now.steady() - steady < Leg.SILENCE_MILLIS;
     }
   }
 
   /** A destination on the list of the sniffers. */
-  private static final class Entry {
-    final Map<Call, Claim> claims = new LinkedHashMap<>(2);
+  private static final class Entry implements EndpointMap.Keyed {
+    private final long key;
+    private final Map<Call, Claim> claims = new LinkedHashMap<>(2);
+    /** The only claim, the usual case; null when there are several. */
+    Claim only;
     boolean heard;
     int repeats;
     Moment asked;
+
+    Entry(Endpoint endpoint, Moment now) {
+      key = endpoint.key();
+      asked = now;
+    }
+
+    @Override
+    public long key() {
+      return key;
+    }
+
+    /** Returns the claim of a call; null when it has none. */
+    Claim claim(Call call) {
+      return claims.get(call);
+    }
+
+    Collection<Claim> claims() {
+      return claims.values();
+    }
+
+    void add(Claim claim) {
+      claims.put(claim.call, claim);
+      findOnly();
+    }
+
+    /** Returns false when the call has no claim. */
+    boolean remove(Call call) {
+      boolean removed = claims.remove(call) != null;
+      findOnly();
+      return removed;
+    }
+
+    private void findOnly() {
+      only = claims.size() == 1 ? claims.values().iterator().next() : null;
+    }
 
     /**
      * Returns the claim that gives way when there are too many; null when there are not. A claim with flowing media
@@ -109,7 +183,7 @@ final class Destinations {
     }
 
     /** Returns the claim of a frame. */
-    Claim choose(ToIntFunction<Claim> fit, Frame frame, Moment now) {
+    Claim choose(ToIntFunction<Claim> fit, FrameCursor frame, Moment now) {
       Moment answer = claims.values().stream().filter(claim -> claim.end(now) == null)
           .map(claim -> claim.call.lifetime().answer()).filter(Objects::nonNull)
           .reduce((a, b) -> a.latest(b)).orElse(null);
@@ -154,6 +228,7 @@ final class Destinations {
   }
 
   private final Map<Endpoint, Entry> entries = new LinkedHashMap<>();
+  private final EndpointMap<Entry> byKey = new EndpointMap<>();
   private final Map<Call, OfCall> ofCalls = new HashMap<>();
   private final Set<Call> withdrawing = new LinkedHashSet<>();
   private final BoundedMap<Endpoint, Moment> dismissed = new BoundedMap<>(MAX_DISMISSED);
@@ -189,7 +264,7 @@ final class Destinations {
 
   private void withdraw(OfCall own, Endpoint endpoint, Call call, Moment now) {
     Entry entry = entries.get(endpoint);
-    Claim claim = entry == null ? null : entry.claims.get(call);
+    Claim claim = entry == null ? null : entry.claim(call);
     if (claim != null && claim.isFlowing(now)) {
       own.withdrawn.put(endpoint, claim);
       claim.withdrawn = now;
@@ -225,26 +300,31 @@ final class Destinations {
   private void claim(Endpoint endpoint, Call.Use use, Moment now) {
     Entry entry = entries.get(endpoint);
     if (entry == null) {
-      entry = new Entry();
-      entry.asked = now;
+      entry = new Entry(endpoint, now);
       entries.put(endpoint, entry);
+      byKey.put(entry);
       sniffers.accept(Command.add(endpoint));
     }
-    Claim claim = entry.claims.computeIfAbsent(use.call(), call -> new Claim(endpoint, use));
+    Claim claim = entry.claim(use.call());
+    if (claim == null) {
+      claim = new Claim(endpoint, use);
+      entry.add(claim);
+    }
     claim.use = use;
     claim.withdrawn = null;
     ofCalls.get(use.call()).refused.remove(endpoint);
     Claim excess = entry.excess(now);
     if (excess != null) {
-      entry.claims.remove(excess.call);
+      entry.remove(excess.call);
       ofCalls.get(excess.call).refused.add(endpoint);
     }
   }
 
   private void release(Endpoint endpoint, Call call, Moment now) {
     Entry entry = entries.get(endpoint);
-    if (entry != null && entry.claims.remove(call) != null && entry.claims.isEmpty()) {
+    if (entry != null && entry.remove(call) && entry.claims().isEmpty()) {
       entries.remove(endpoint);
+      byKey.remove(endpoint.key());
       dismiss(endpoint, now);
     }
   }
@@ -261,22 +341,35 @@ final class Destinations {
    * that fit equally well, the first choice is the one that has just received this stream, then the newest one. A call
    * that has hung up keeps its stream until a later call is answered: the same telephones may use the same ports again.
    */
-  Call.Use find(Frame frame, Moment now) {
-    Entry entry = entries.get(frame.destination());
+  Call.Use find(FrameCursor frame, Moment now) {
+    Entry entry = byKey.get(frame.destination());
     if (entry == null) {
       return null;
     }
+    Claim only = entry.only;
+    return only != null && only.heardAgain(frame, now) ? only.use : find(entry, frame, now);
+  }
+
+  private Call.Use find(Entry entry, FrameCursor frame, Moment now) {
     entry.heard = true;
-    ToIntFunction<Claim> fit = claim -> ofCalls.get(claim.call).fit(claim.use.direction(), frame.source());
-    Claim best = entry.claims.size() == 1 ? entry.claims.values().iterator().next() : entry.choose(fit, frame, now);
+    Endpoint source = Endpoint.of(frame.source());
+    ToIntFunction<Claim> fit = claim -> ofCalls.get(claim.call).fit(claim.use.direction(), source);
+    Claim best = entry.only != null ? entry.only : entry.choose(fit, frame, now);
     best.heard(frame, fit.applyAsInt(best), now);
     return best.use;
+  }
+
+  /** Returns the use of a destination that only one call uses, or else null. */
+  Call.Use peek(long destination) {
+    Entry entry = byKey.get(destination);
+    Claim only = entry == null ? null : entry.only;
+    return only == null ? null : only.use;
   }
 
   /** Returns the uses of a destination by all calls. */
   List<Call.Use> uses(Endpoint destination) {
     Entry entry = entries.get(destination);
-    return entry == null ? List.of() : entry.claims.values().stream().map(claim -> claim.use).toList();
+    return entry == null ? List.of() : entry.claims().stream().map(claim -> claim.use).toList();
   }
 
   /**

@@ -10,6 +10,7 @@ public class Leg {
   static final long SILENCE_MILLIS = 1_000;
   /** Media that is received this long after the end of the signalling shows that the leg continues. */
   static final long OVERRULED_MILLIS = 2_000;
+  private static final long NO_MEDIA = Long.MIN_VALUE;
   /** The time without media after which a continued leg is over. */
   private static final long PATIENCE_MILLIS = 32_000;
 
@@ -27,7 +28,8 @@ public class Leg {
   private final String callee;
   private final Moment start;
   private Ending ending;
-  private Moment media;
+  /** The steady time of the last packet. */
+  private long media = NO_MEDIA;
   private boolean turned;
   private boolean retired;
 
@@ -110,17 +112,21 @@ public class Leg {
 
   /** Whether media of the leg was received. */
   final boolean hasMedia() {
-    return media != null;
+    return media != NO_MEDIA;
+  }
+
+  final long touch() {
+    return media;
   }
 
   /** Records that media of the leg was received. */
   final void media(Moment now) {
-    media = now;
+    media = now.steady();
   }
 
   /** Whether media continues although the signalling has ended the leg. */
   final boolean isOverruled() {
-    return ending != null && media != null && media.steady() >= ending.due + OVERRULED_MILLIS;
+    return ending != null && hasMedia() && media >= ending.due + OVERRULED_MILLIS;
   }
 
   /**
@@ -129,7 +135,7 @@ public class Leg {
    */
   final boolean isOver(Moment now) {
     return isHungUp(now)
-        && (media == null || now.since(media) >= (isOverruled() ? PATIENCE_MILLIS : SILENCE_MILLIS));
+        && (!hasMedia() || now.steady() - media >= (isOverruled() ? PATIENCE_MILLIS : SILENCE_MILLIS));
   }
 
   /** Whether the signalling has ended the leg. */

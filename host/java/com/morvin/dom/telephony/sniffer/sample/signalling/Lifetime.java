@@ -4,23 +4,25 @@ package com.morvin.dom.telephony.sniffer.sample.signalling;
 public final class Lifetime {
   private static final long RESUMED_MILLIS = 60_000;
 
-  private Moment lastActivity;
+  private final MediaFlow flow;
+  private Moment lastMessage;
   private Moment answered;
   private Moment resumed;
 
-  Lifetime(Moment start) {
-    lastActivity = start;
+  Lifetime(Moment start, MediaFlow flow) {
+    lastMessage = start;
+    this.flow = flow;
   }
 
-  /** Records that a message or media was received. */
+  /** Records that a message was received. */
   void active(Moment now) {
-    lastActivity = now;
+    lastMessage = now;
     resumed = null;
   }
 
   /** Returns the time of the last message or media packet. */
   public Moment lastActivity() {
-    return lastActivity;
+    return lastMessage.latest(flow.last());
   }
 
   /**
@@ -29,19 +31,24 @@ public final class Lifetime {
    * @param saved when the call was known to run before the restart
    */
   public void resume(Moment saved, Moment now) {
-    lastActivity = lastActivity.latest(saved);
+    lastMessage = lastMessage.latest(saved);
     resumed = now;
   }
 
   /** Adds the signs of life of another call. */
   void add(Lifetime other) {
-    lastActivity = lastActivity.latest(other.lastActivity);
+    lastMessage = lastMessage.latest(other.lastMessage);
     if (answered == null || other.answered != null && answered.since(other.answered) > 0) {
       answered = other.answered;
     }
-    if (other.resumed == null) {
+    if (!other.isResumed()) {
       resumed = null;
     }
+  }
+
+  /** Whether nothing was received since the restart. */
+  private boolean isResumed() {
+    return resumed != null && !flow.exists();
   }
 
   /** Records the time of the first answer. */
@@ -58,9 +65,9 @@ public final class Lifetime {
 
   /** Returns the reason when the call has been silent for too long; null otherwise. */
   String expiryReason(Moment now, long idleMillis) {
-    if (resumed != null) {
+    if (isResumed()) {
       return now.since(resumed) >= RESUMED_MILLIS ? "recording stopped" : null;
     }
-    return now.since(lastActivity) >= idleMillis ? "timeout" : null;
+    return now.since(lastActivity()) >= idleMillis ? "timeout" : null;
   }
 }

@@ -1,83 +1,127 @@
 package com.morvin.dom.telephony.sniffer.sample.signalling;
 
 import com.morvin.dom.telephony.sniffer.sample.transport.Endpoint;
-import java.util.EnumMap;
-import java.util.Map;
 
 /** The media that was received for a call: the times and the source of each direction. */
 final class MediaFlow {
-  private static final class Stream {
-    private Moment first;
-    private Moment last;
-    private Endpoint source;
+  /** One direction. Its values are numbers: a reference to a new object for each packet would cost more. */
+  static final class Stream {
+    private long packets;
+    private long first;
+    private long lastSteady;
+    private long lastStamp;
+    private long source;
     private int fromSource;
-  }
+    private boolean known;
+    private long nextCheck;
 
-  private long packets;
-  private final Map<Direction, Stream> streams = new EnumMap<>(Direction.class);
+    /** Records a packet from a source; see {@link Endpoint#key}. */
+    void count(long from, Moment now) {
+      if (packets++ == 0) {
+        first = now.steady();
+        nextCheck = first;
+      }
+      lastSteady = now.steady();
+      lastStamp = now.stamp();
+      if (from == source) {
+        fromSource++;
+      } else {
+        source = from;
+        fromSource = 1;
+        known = false;
+      }
+    }
 
-  MediaFlow() {
-    for (Direction direction : Direction.values()) {
-      streams.put(direction, new Stream());
+    long touch() {
+      return source;
+    }
+
+    /** Whether media was received. */
+    boolean exists() {
+      return packets > 0;
+    }
+
+    /** Returns the time of the last packet; null when there was none. */
+    private Moment last() {
+      return exists() ? new Moment(lastSteady, lastStamp) : null;
+    }
+
+    /**
+     * Whether the given number of packets came from the same source in a row, and the source is not marked as known.
+     * False for a time after {@link #checkAgain}.
+     */
+    boolean hasNewSource(int packets) {
+      return !known && fromSource >= packets && lastSteady >= nextCheck;
+    }
+
+    /** Postpones {@link #hasNewSource}. */
+    void checkAgain(long millis) {
+      nextCheck = lastSteady + millis;
+    }
+
+    /** Returns the source of the last packet, and marks it as known. */
+    Endpoint takeSource() {
+      known = true;
+      return Endpoint.of(source);
+    }
+
+    private void add(Stream other) {
+      if (!other.exists()) {
+        return;
+      }
+      first = exists() ? Math.min(first, other.first) : other.first;
+      if (!exists() || other.lastSteady >= lastSteady) {
+        lastSteady = other.lastSteady;
+        lastStamp = other.lastStamp;
+        source = other.source;
+        fromSource = other.fromSource;
+      }
+      packets += other.packets;
     }
   }
 
-  /** Records a packet. */
-  void count(Direction direction, Endpoint source, Moment now) {
-    packets++;
-    Stream stream = streams.get(direction);
-    if (stream.first == null) {
-      stream.first = now;
-    }
-    stream.last = now;
-    stream.fromSource = source.equals(stream.source) ? stream.fromSource + 1 : 1;
-    stream.source = source;
+  private final Stream fromCaller = new Stream();
+  private final Stream fromCallee = new Stream();
+
+  /** Returns one direction. */
+  Stream of(Direction direction) {
+    return direction == Direction.FROM_CALLER ? fromCaller : fromCallee;
   }
 
   /** Adds the media of another call, whose directions may be exchanged. */
   void add(MediaFlow other, boolean turned) {
-    packets += other.packets;
-    streams.forEach((direction, stream) -> {
-      Stream added = other.streams.get(direction.turned(turned));
-      if (added.last != null) {
-        stream.first = stream.first == null || stream.first.since(added.first) > 0 ? added.first : stream.first;
-        if (added.last.latest(stream.last) == added.last) {
-          stream.last = added.last;
-          stream.source = added.source;
-          stream.fromSource = added.fromSource;
-        }
-      }
-    });
-  }
-
-  /** Returns the number of packets of both directions. */
-  long packets() {
-    return packets;
+    for (Direction direction : Direction.values()) {
+      of(direction).add(other.of(direction.turned(turned)));
+    }
   }
 
   /** Whether media of either direction was received. */
   boolean exists() {
-    return last() != null;
+    return packets() > 0;
+  }
+
+  /** Returns the number of packets of both directions. */
+  long packets() {
+    return fromCaller.packets + fromCallee.packets;
   }
 
   /** Returns the time of the last packet of either direction; null when there was none. */
   Moment last() {
-    Moment caller = streams.get(Direction.FROM_CALLER).last;
-    Moment callee = streams.get(Direction.FROM_CALLEE).last;
-    return caller == null ? callee : caller.latest(callee);
+    Moment caller = fromCaller.last();
+    return caller == null ? fromCallee.last() : caller.latest(fromCallee.last());
   }
 
-  /**
-   * Returns the source of the last packets of a direction; null when fewer than the given number came from it in a row.
-   */
-  Endpoint steadySource(Direction direction, int packets) {
-    Stream stream = streams.get(direction);
-    return stream.fromSource >= packets ? stream.source : null;
+  /** Makes the sources of both directions new ones. */
+  void forgetSources() {
+    fromCaller.known = false;
+    fromCallee.known = false;
   }
 
   /** Returns how long media has been received in one direction only, in milliseconds. */
   long oneSidedMillis(Direction direction, Moment now) {
-    Moment first = streams.get(direction).first;
-    return first == null ? 0 : now.since(first.latest(streams.get(direction.opposite()).last));
+    Stream stream = of(direction);
+    Stream opposite = of(direction.opposite());
+    return !stream.exists() ? 0
+        : now.steady() - (opposite.exists() ? Math.max(stream.first, opposite.lastSteady) : stream.first);
   }
 }

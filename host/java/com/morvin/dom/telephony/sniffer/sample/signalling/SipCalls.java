@@ -64,18 +64,22 @@ final class SipCalls {
    */
   private SipLeg begin(SipMessage message, SipLeg retired, Frame frame, Moment now) {
     SipLeg.Attempt before = ended.get(message.callId());
-    if (before == null ? !message.isRequest("INVITE") : !before.isFollowedBy(message, now)) {
+    boolean late = SipLeg.canBegin(message);
+    if (before == null ? !message.isRequest("INVITE") && !late : !before.isFollowedBy(message, now)) {
       return null;
     }
     SipLeg leg = new SipLeg(message, frame, now);
     List<SipLinks.Link> found = retired != null ? List.of(new SipLinks.Link(retired.call(), retired.isTurned()))
-        : links.find(message, frame, now);
+        : late ? List.of() : links.find(message, frame, now);
     if (!found.isEmpty() && found.get(0).call().hasRoomFor(1)) {
       join(leg, found, now);
     } else if (follower.makeRoom(now)) {
       new SipCall(this, follower.nextNumber(), leg, message);
     } else {
       return null;
+    }
+    if (late) {
+      leg.call().note("the beginning of the signalling was not seen");
     }
     legs.put(message.callId(), leg);
     links.add(leg);

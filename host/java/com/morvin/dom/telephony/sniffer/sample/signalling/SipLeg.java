@@ -60,13 +60,39 @@ final class SipLeg extends Leg {
   private boolean isAnswered;
   private boolean isReferred;
 
-  SipLeg(SipMessage invite, Frame frame, Moment now) {
-    super(invite.callId(), invite.caller().uri(), invite.to().uri(), now);
-    sessionId = invite.sessionId();
-    calling = frame.source().ip();
+  /** Makes a leg. Its first message is an INVITE or, when that was not seen, an answer to it. */
+  SipLeg(SipMessage first, Frame frame, Moment now) {
+    super(first.callId(), first.caller().uri(), first.to().uri(), now);
+    sessionId = first.sessionId();
+    calling = (first.isRequest() ? frame.source() : frame.destination()).ip();
     lastMessage = now;
-    participants.addCaller(invite.from().tag());
-    participants.addCallee(invite.to().tag());
+    participants.addCaller(first.from().tag());
+    participants.addCallee(first.to().tag());
+    if (!first.isRequest("INVITE")) {
+      beginLate(first, frame);
+    }
+  }
+
+  /** Assumes the INVITE that was not seen. */
+  private void beginLate(SipMessage answer, Frame frame) {
+    participants.addHosts(answer, frame);
+    called.add((answer.isRequest() ? frame.destination() : frame.source()).ip());
+    lastInvite = answer.cseq();
+    branches.add(answer.branch());
+    if (answer.isRequest()) {
+      isAnswered = true;
+      answered.add(answer.to().tag());
+    } else {
+      requests.putLast(transaction(answer), true);
+      ringing.add(answer.branch());
+    }
+  }
+
+  /** Whether a message answers an INVITE and describes media: a response, or an ACK to an offer in the response. */
+  static boolean canBegin(SipMessage message) {
+    boolean answers = message.isRequest("ACK")
+        || !message.isRequest() && !message.isFailure() && message.method().equals("INVITE");
+    return answers && message.sdp().isPresent() && !message.from().tag().isEmpty() && !message.to().tag().isEmpty();
   }
 
   /** Returns the call that the leg belongs to. */
@@ -347,7 +373,7 @@ final class SipLeg extends Leg {
     } else if (!requests.containsKey(transaction(byeResponse))) {
       hangUp(byeResponse, now, BYE_TIMEOUT_MILLIS);
     } else {
-      confirmEnd("hung up by " + nameOf(byeResponse.from()), now, isReferred ? RETRY_MILLIS : 0);
+      confirmEnd("hung up by " + nameOf(byeResponse.from()), now, isReferred ? RETRY_MILLIS : call.delayOfEnd());
     }
   }
 

@@ -109,14 +109,14 @@ record SipMessage(int status, String reason, String method, long cseq, String ca
   }
 
   /**
-   * Returns the caller of an INVITE. When the caller is anonymous, the network may have added its identity (RFC 3325)
-   * for trusted hosts.
+   * Returns the caller of an INVITE or of a response to it. When the caller of an INVITE is anonymous, the network may
+   * have added its identity (RFC 3325) for trusted hosts.
    */
   Party caller() {
     String asserted = headers.first("p-asserted-identity");
     String remote = headers.first("remote-party-id");
     String identity = asserted.isEmpty() && !remote.contains("party=called") ? remote : asserted;
-    return from.isAnonymous() && !identity.isEmpty() ? Party.parse(identity) : from;
+    return isRequest() && from.isAnonymous() && !identity.isEmpty() ? Party.parse(identity) : from;
   }
 
   /** Returns the dialog that an INVITE replaces. */

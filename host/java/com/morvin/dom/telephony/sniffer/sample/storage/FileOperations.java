@@ -55,10 +55,22 @@ public final class FileOperations {
 
   /** Appends all bytes or none: after a failure the file has its former size. */
   static void append(Path file, byte[] bytes) throws IOException {
+    append(file, bytes, false);
+  }
+
+  /** Appends all bytes or none. They are on the disk afterwards, and survive a crash of the machine. */
+  static void appendSafely(Path file, byte[] bytes) throws IOException {
+    append(file, bytes, true);
+  }
+
+  private static void append(Path file, byte[] bytes, boolean sync) throws IOException {
     try (FileChannel channel = open(file, StandardOpenOption.CREATE, StandardOpenOption.WRITE)) {
       long end = channel.size();
       try {
         writeAll(channel, ByteBuffer.wrap(bytes), end);
+        if (sync) {
+          channel.force(true);
+        }
       } catch (IOException e) {
         channel.truncate(end);
         throw e;
@@ -87,11 +99,13 @@ public final class FileOperations {
   }
 
   /**
-   * Replaces the content of a file without waiting for the disk, which takes up to 40 ms. The file is complete at any
-   * time, but may be empty after a crash of the machine.
+   * Writes the content of a file that is empty, without waiting for the disk, which takes up to 40 ms. The file may be
+   * empty after a crash of the machine.
    */
-  static void replaceSoon(Path file, byte[] content) throws IOException {
-    replace(file, channel -> writeAll(channel, ByteBuffer.wrap(content), 0), false);
+  static void write(Path file, byte[] content) throws IOException {
+    try (FileChannel channel = FileChannel.open(file, StandardOpenOption.WRITE)) {
+      writeAll(channel, ByteBuffer.wrap(content), 0);
+    }
   }
 
   /**
@@ -99,17 +113,11 @@ public final class FileOperations {
    * time and after a crash of the machine.
    */
   public static void replace(Path file, Content content) throws IOException {
-    replace(file, content, true);
-  }
-
-  private static void replace(Path file, Content content, boolean sync) throws IOException {
     Path replacement = file.resolveSibling(file.getFileName() + ".new");
     try (FileChannel channel = open(replacement, StandardOpenOption.CREATE, StandardOpenOption.WRITE,
         StandardOpenOption.TRUNCATE_EXISTING)) {
       content.writeTo(channel);
-      if (sync) {
-        channel.force(true);
-      }
+      channel.force(true);
     }
     Files.move(replacement, file, StandardCopyOption.ATOMIC_MOVE);
   }

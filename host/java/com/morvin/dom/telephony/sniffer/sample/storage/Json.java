@@ -3,7 +3,6 @@ package com.morvin.dom.telephony.sniffer.sample.storage;
 import java.util.ArrayList;
 import java.util.LinkedHashMap;
 import java.util.List;
-import java.util.Locale;
 import java.util.Map;
 
 /**
@@ -42,12 +41,20 @@ public final class Json {
       }
       out.append(list.isEmpty() ? "[]" : "]");
     } else if (value instanceof Double || value instanceof Float) {
-      out.append(String.format(Locale.ROOT, "%.3f", ((Number) value).doubleValue()));
+      decimal(((Number) value).doubleValue(), out);
     } else if (value instanceof String text) {
       text(text, out);
     } else {
       out.append(value);
     }
+  }
+
+  /** Writes a number with three decimals. A report has many of them, and a formatter takes long. */
+  private static void decimal(double value, StringBuilder out) {
+    long thousandths = Math.round(Math.abs(value) * 1000);
+    out.append(value < 0 && thousandths > 0 ? "-" : "").append(thousandths / 1000).append('.');
+    String decimals = Long.toString(1000 + thousandths % 1000);
+    out.append(decimals, 1, decimals.length());
   }
 
   private static void text(String text, StringBuilder out) {

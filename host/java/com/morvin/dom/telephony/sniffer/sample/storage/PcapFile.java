@@ -22,8 +22,10 @@ public final class PcapFile extends StoredFile {
   /** The size of the file in bytes. Belongs to the disk thread. */
   private long stored;
 
-  PcapFile(Store store, String name, Path path) {
+  /** Makes a new file, or continues the file of a path that is not null, which has a size in bytes. */
+  PcapFile(Store store, String name, Path path, long stored) {
     super(store, name, "pcap", path);
+    this.stored = stored;
   }
 
   /** Adds the datagram of a frame, captured at a time in milliseconds since 1970. */
@@ -67,19 +69,19 @@ public final class PcapFile extends StoredFile {
 
   /** Appends a block. A repeated try overwrites the part of the block that an earlier try has written. */
   private void store(ByteBuffer full) throws IOException {
-    try (FileChannel file = open()) {
-      long end = stored;
-      if (end == 0) {
-        end = file.size();
-      }
-      if (end == 0) {
-        FileOperations.writeAll(file, header(), 0);
-        end = HEADER;
-      }
-      int size = full.remaining();
-      FileOperations.writeAll(file, full, end);
-      stored = end + size;
+    FileChannel file = open();
+    if (stored == 0) {
+      FileOperations.writeAll(file, header(), 0);
+      stored = HEADER;
     }
+    int size = full.remaining();
+    FileOperations.writeAll(file, full, stored);
+    stored += size;
+  }
+
+  @Override
+  long size() {
+    return stored;
   }
 
   private static ByteBuffer header() {

@@ -10,6 +10,14 @@ import java.util.Map;
 
 /** Converts records to maps with the names of their components, and back. */
 final class RecordMapper {
+  /** The components of each type: the virtual machine makes new ones for each request. */
+  private static final ClassValue<RecordComponent[]> COMPONENTS = new ClassValue<>() {
+    @Override
+    protected RecordComponent[] computeValue(Class<?> type) {
+      return type.getRecordComponents();
+    }
+  };
+
   private RecordMapper() {}
 
   static Object write(Object value) {
@@ -20,7 +28,7 @@ final class RecordMapper {
       return value;
     }
     Map<String, Object> map = new LinkedHashMap<>();
-    for (RecordComponent component : value.getClass().getRecordComponents()) {
+    for (RecordComponent component : COMPONENTS.get(value.getClass())) {
       try {
         map.put(component.getName(), write(component.getAccessor().invoke(value)));
       } catch (ReflectiveOperationException e) {

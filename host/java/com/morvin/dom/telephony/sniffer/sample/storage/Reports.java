@@ -84,7 +84,7 @@ public final class Reports {
     }
 
     private boolean hasStereo() {
-      return isThere(left) && isThere(right);
+      return isThere(left) || isThere(right);
     }
 
     private static boolean isThere(List<StereoFile.Stretch> stretches) {
@@ -97,7 +97,7 @@ public final class Reports {
       }
       String reportName = file.getFileName().toString().replaceFirst("\\.json$", "");
       CallReport made = report.apply(new Names(reportName, stereo, hasStereo() && stereo.isEmpty()));
-      FileOperations.replaceSoon(file, made.json().getBytes(StandardCharsets.UTF_8));
+      FileOperations.write(file, made.json().getBytes(StandardCharsets.UTF_8));
       store.written(file);
       written = made;
     }

@@ -28,14 +28,15 @@ public final class ResumedFiles {
    *
    * @param samples the least number of samples that the file counts as
    */
-  public WavFile wav(String name, int rate, long samples) throws IOException {
+  public WavFile wav(String name, WavFile.Format format, long samples) throws IOException {
     Path path = next();
-    long there = path == null ? 0 : WavFile.samplesIn(Files.size(path));
-    return store.wav(name, rate, path, Math.max(there, samples));
+    long size = path == null ? 0 : Files.size(path);
+    return new WavFile(store, name, format, path, Math.max(format.samplesIn(size), samples), size);
   }
 
   /** Continues the next file as a capture file. */
-  public PcapFile pcap(String name) {
-    return store.pcap(name, next());
+  public PcapFile pcap(String name) throws IOException {
+    Path path = next();
+    return new PcapFile(store, name, path, path == null ? 0 : Files.size(path));
   }
 }

@@ -5,7 +5,6 @@ import java.io.ByteArrayInputStream;
 import java.io.ByteArrayOutputStream;
 import java.io.DataInputStream;
 import java.io.DataOutputStream;
-import java.io.EOFException;
 import java.io.IOException;
 import java.nio.ByteBuffer;
 import java.nio.charset.StandardCharsets;
@@ -14,21 +13,31 @@ import java.nio.file.Path;
 import java.util.ArrayList;
 import java.util.HashMap;
 import java.util.HashSet;
+import java.util.LinkedHashMap;
 import java.util.List;
 import java.util.Map;
 import java.util.Set;
+import java.util.function.Supplier;
 import java.util.stream.Stream;
+import java.util.zip.CRC32;
 
 /**
  * Saves the running calls, so that they continue after a restart. Each call has a journal with its signalling frames.
- * The state of the media of all calls is in one file, the checkpoint, which is always replaced as a whole.
+ * The state of the media of all calls is in one file, the checkpoint. What has changed is appended to it; when it has
+ * grown, it is replaced as a whole.
  *
  * <p>When the transport redelivers frames, a restart rolls all files back to the checkpoint: it truncates them, and
  * removes the files that were created later. Methods belong to the recorder thread; the writing is done on the disk
  * thread.
  */
 public final class RunningCalls {
-  private static final int VERSION = 2;
+  private static final int VERSION = 3;
+  private static final int BATCH_HEADER = 2 * Integer.BYTES;
+  /** A checkpoint is replaced when it is longer than this and than several whole states. */
+  private static final long MIN_COMPACTED = 1 << 20;
+  private static final int COMPACTED = 8;
+  /** More ended calls than these make the next checkpoint a whole one, which needs no list of them. */
+  private static final int MAX_ENDED = 10_000;
   /** A longer journal keeps its first and its last frames. Those between are refreshes of a long call. */
   private static final int MAX_FRAMES = 512;
   private static final int FIRST_FRAMES = 32;
@@ -47,20 +56,41 @@ public final class RunningCalls {
   /** A signalling frame and its time in milliseconds since 1970. */
   public record TimedFrame(long time, Frame frame) {}
 
-  /** A running call to save. The sizes of its files are read after all earlier jobs are done. */
-  public record Saved(Journal journal, byte[] state, List<StoredFile> files) {}
+  /**
+   * A running call to save. The sizes of its files are read after all earlier jobs are done.
+   *
+   * @param whole whether the state replaces the saved one, or is an increment to it
+   */
+  public record Saved(Journal journal, boolean whole, byte[] state, List<StoredFile> files) {}
 
-  /** A saved call. Its state is null when it began after the checkpoint. */
-  public record Loaded(Journal journal, List<TimedFrame> frames, byte[] state, ResumedFiles files) {}
+  /**
+   * A saved call.
+   *
+   * @param states the whole state and the increments to it, oldest first; empty when the call began after the
+   *     checkpoint
+   */
+  public record Loaded(Journal journal, List<TimedFrame> frames, List<byte[]> states, ResumedFiles files) {}
+
+  /** The last state of a call in the checkpoint. */
+  private static final class State {
+    private final List<byte[]> parts = new ArrayList<>();
+    private final Map<String, Long> sizes = new LinkedHashMap<>();
+    private final List<String> names = new ArrayList<>();
+    private long journalSize;
+  }
 
   private final Store store;
   private final CallLog log;
   private final Path checkpoint;
   private final Path created;
   private final boolean rollsBack;
-  private final List<Path> ended = new ArrayList<>();
+  private final List<String> endedNames = new ArrayList<>();
+  private final List<Disk.Job> removals = new ArrayList<>();
+  private volatile boolean wantsAll = true;
+  private long wholeSize;
   private long lastJournal = System.currentTimeMillis();
   private long savedAt;
+  private long savedLog;
   private String fault;
   private byte[] position = new byte[0];
 
@@ -82,14 +112,18 @@ public final class RunningCalls {
     return new Journal(store.running().resolve(++lastJournal + JOURNAL));
   }
 
-  /** Queues a frame for a journal. */
-  public void append(Journal journal, long time, Frame frame) {
-    byte[] record = ByteBuffer.allocate(Long.BYTES + Frame.HEADER + frame.payload().length).putLong(time)
-        .put(frame.bytes()).array();
-    boolean shorten = ++journal.frames % MAX_FRAMES == 0;
-    store.disk().submit(record.length, List.of(() -> {
+  /** Queues frames for a journal. */
+  public void append(Journal journal, List<TimedFrame> frames) {
+    byte[] records = bytes(frames);
+    boolean shorten = journal.frames / MAX_FRAMES < (journal.frames + frames.size()) / MAX_FRAMES;
+    boolean first = journal.frames == 0;
+    journal.frames += frames.size();
+    store.disk().submit(records.length, List.of(() -> {
       store.written(journal.file);
-      FileOperations.append(journal.file, record);
+      if (first && !journal.file.toFile().exists()) {
+        store.create(journal.file);
+      }
+      FileOperations.append(journal.file, records);
       if (shorten) {
         shorten(journal.file);
       }
@@ -98,16 +132,20 @@ public final class RunningCalls {
 
   private static void shorten(Path file) throws IOException {
     List<TimedFrame> frames = read(file);
-    if (frames.size() > MAX_FRAMES / 2) {
-      ByteArrayOutputStream out = new ByteArrayOutputStream();
-      for (int i = 0; i < frames.size(); i++) {
-        if (i < FIRST_FRAMES || i >= frames.size() - MAX_FRAMES / 2) {
-          out.writeBytes(ByteBuffer.allocate(Long.BYTES).putLong(frames.get(i).time).array());
-          out.writeBytes(frames.get(i).frame.bytes());
-        }
-      }
-      FileOperations.replace(file, out.toByteArray());
+    if (frames.size() > FIRST_FRAMES + MAX_FRAMES / 2) {
+      List<TimedFrame> kept = new ArrayList<>(frames.subList(0, FIRST_FRAMES));
+      kept.addAll(frames.subList(frames.size() - MAX_FRAMES / 2, frames.size()));
+      FileOperations.replace(file, bytes(kept));
     }
+  }
+
+  private static byte[] bytes(List<TimedFrame> frames) {
+    ByteArrayOutputStream out = new ByteArrayOutputStream();
+    for (TimedFrame frame : frames) {
+      out.writeBytes(ByteBuffer.allocate(Long.BYTES).putLong(frame.time).array());
+      out.writeBytes(frame.frame.bytes());
+    }
+    return out.toByteArray();
   }
 
   /** Adds the frames of another journal to a journal, and ends the other one. */
@@ -119,71 +157,124 @@ public final class RunningCalls {
         FileOperations.append(journal.file, Files.readAllBytes(other.file));
       }
     });
-    end(other);
+    end(other, List::of);
   }
 
   /**
-   * Removes the journal of an ended call. If a restart can roll back the end of the call, the journal is kept until the
-   * next checkpoint.
+   * Removes the journal of an ended call and the files that it does not need any more. If a restart can roll back the
+   * end of the call, they are kept until the next checkpoint.
+   *
+   * @param obsolete returns the files; called on the disk thread
    */
-  public void end(Journal journal) {
+  public void end(Journal journal, Supplier<List<StoredFile>> obsolete) {
+    endedNames.add(nameOf(journal));
+    if (endedNames.size() > MAX_ENDED) {
+      endedNames.clear();
+      wantsAll = true;
+    }
     store.disk().submit(() -> {
+      List<StoredFile> files = obsolete.get();
+      Disk.Job removal = () -> {
+        store.remove(journal.file);
+        for (StoredFile file : files) {
+          file.delete();
+        }
+      };
       if (rollsBack) {
-        ended.add(journal.file);
+        removals.add(removal);
       } else {
-        Files.deleteIfExists(journal.file);
+        removal.run();
       }
     });
   }
 
+  private static String nameOf(Journal journal) {
+    return journal.file.getFileName().toString();
+  }
+
+  /** Whether the next checkpoint must have the whole state of all calls. */
+  public boolean wantsAll() {
+    return wantsAll;
+  }
+
   /**
-   * Queues a checkpoint of all running calls after all earlier jobs.
+   * Queues a checkpoint after all earlier jobs.
    *
+   * @param calls those that have changed, or all running calls
+   * @param all whether these are all
    * @param now milliseconds since 1970
    * @param position the position of the transport; see Transport
    * @param done runs on the disk thread after the checkpoint is written
    * @param failed runs instead when the checkpoint is given up
    */
-  public void save(List<Saved> calls, long now, byte[] position, Runnable done, Runnable failed) {
+  public void save(List<Saved> calls, boolean all, long now, byte[] position, Runnable done, Runnable failed) {
     int size = calls.stream().mapToInt(call -> call.state.length).sum();
+    List<String> over = List.copyOf(endedNames);
+    endedNames.clear();
+    wantsAll = false;
     store.disk().submit(size, List.of(() -> {
-      if (rollsBack) {
-        store.sync();
+      store.sync();
+      byte[] batch = batch(calls, over, now, position);
+      if (all) {
+        FileOperations.replace(checkpoint, batch);
+        FileOperations.syncNames(store.running());
+        wholeSize = batch.length;
       } else {
-        store.forgetUnsynced();
+        FileOperations.appendSafely(checkpoint, batch);
+        wantsAll |= Files.size(checkpoint) > Math.max(MIN_COMPACTED, COMPACTED * wholeSize);
       }
-      ByteArrayOutputStream bytes = new ByteArrayOutputStream();
-      DataOutputStream out = new DataOutputStream(bytes);
-      out.writeInt(VERSION);
-      out.writeLong(now);
-      out.writeLong(Files.size(log.file()));
-      out.writeInt(position.length);
-      out.write(position);
-      out.writeInt(calls.size());
-      for (Saved call : calls) {
-        write(call, out);
-      }
-      FileOperations.replace(checkpoint, bytes.toByteArray());
-      FileOperations.syncNames(store.running());
       if (rollsBack) {
         Files.deleteIfExists(created);
-        for (Path journal : ended) {
-          Files.deleteIfExists(journal);
-        }
-        ended.clear();
+      }
+      while (!removals.isEmpty()) {
+        removals.get(0).run();
+        removals.remove(0);
       }
       done.run();
-    }), failed);
+    }), () -> {
+      wantsAll = true;  // what the failed one should have saved is in no other
+      failed.run();
+    });
+  }
+
+  private byte[] batch(List<Saved> calls, List<String> over, long now, byte[] position) throws IOException {
+    ByteArrayOutputStream bytes = new ByteArrayOutputStream();
+    DataOutputStream out = new DataOutputStream(bytes);
+    out.writeLong(0);  // length and checksum
+    out.writeInt(VERSION);
+    out.writeLong(now);
+    out.writeLong(Files.size(log.file()));
+    out.writeInt(position.length);
+    out.write(position);
+    out.writeInt(over.size());
+    for (String journal : over) {
+      out.writeUTF(journal);
+    }
+    out.writeInt(calls.size());
+    for (Saved call : calls) {
+      write(call, out);
+    }
+    byte[] batch = bytes.toByteArray();
+    int length = batch.length - BATCH_HEADER;
+    ByteBuffer.wrap(batch).putInt(length).putInt(checksum(batch, BATCH_HEADER, length));
+    return batch;
+  }
+
+  private static int checksum(byte[] bytes, int offset, int length) {
+    CRC32 crc = new CRC32();
+    crc.update(bytes, offset, length);
+    return (int) crc.getValue();
   }
 
   private void write(Saved call, DataOutputStream out) throws IOException {
-    out.writeUTF(call.journal.file.getFileName().toString());
-    out.writeLong(Files.exists(call.journal.file) ? Files.size(call.journal.file) : 0);
+    out.writeUTF(nameOf(call.journal));
+    out.writeLong(rollsBack && Files.exists(call.journal.file) ? Files.size(call.journal.file) : 0);
+    out.writeBoolean(call.whole);
     out.writeInt(call.state.length);
     out.write(call.state);
     out.writeInt(call.files.size());
     for (StoredFile file : call.files) {
-      out.writeUTF(file.path() == null ? "" : store.directory().relativize(file.path()).toString());
+      out.writeUTF(file.fileName());
       out.writeLong(file.size());
     }
   }
@@ -205,10 +296,14 @@ public final class RunningCalls {
 
   /** Loads the saved calls, oldest first. Called once, before all other methods. */
   public List<Loaded> load() throws IOException {
-    Map<String, Loaded> saved = new HashMap<>();
+    Map<String, State> saved = new HashMap<>();
     Set<String> files = new HashSet<>();
     try {
-      readCheckpoint(saved, files);
+      readCheckpoint(saved);
+      saved.values().forEach(state -> files.addAll(state.names));
+      if (rollsBack) {
+        rollBack(saved);
+      }
     } catch (IOException | RuntimeException e) {
       // The journals are enough to follow the calls. Nothing can be rolled back.
       fault = e.toString();
@@ -221,67 +316,92 @@ public final class RunningCalls {
         removeCreated(files);
       }
       store.onCreate(this::remember);
+      store.beginSyncing();
     }
     return journals(saved);
   }
 
-  private void readCheckpoint(Map<String, Loaded> saved, Set<String> files) throws IOException {
+  private void readCheckpoint(Map<String, State> saved) throws IOException {
     if (!Files.exists(checkpoint)) {
       return;
     }
     byte[] bytes = Files.readAllBytes(checkpoint);
-    DataInputStream in = new DataInputStream(new ByteArrayInputStream(bytes));
+    int at = 0;
+    // The last batch is incomplete when the machine has crashed meanwhile.
+    for (int length = batchAt(bytes, at); length > 0 || at == 0; length = batchAt(bytes, at)) {
+      if (length == 0) {
+        throw new IOException(checkpoint + " is damaged");
+      }
+      readBatch(new DataInputStream(new ByteArrayInputStream(bytes, at + BATCH_HEADER, length)), saved);
+      at += BATCH_HEADER + length;
+    }
+  }
+
+  /** Returns the length of a complete batch without its header, or else 0. */
+  private static int batchAt(byte[] bytes, int at) {
+    if (bytes.length - at <= BATCH_HEADER) {
+      return 0;
+    }
+    ByteBuffer header = ByteBuffer.wrap(bytes, at, BATCH_HEADER);
+    int length = header.getInt();
+    boolean complete = length > 0 && length <= bytes.length - at - BATCH_HEADER
+        && checksum(bytes, at + BATCH_HEADER, length) == header.getInt();
+    return complete ? length : 0;
+  }
+
+  private void readBatch(DataInputStream in, Map<String, State> saved) throws IOException {
     if (in.readInt() != VERSION) {
       throw new IOException(checkpoint + " is of another version of this program");
     }
     savedAt = in.readLong();
-    long logged = in.readLong();
-    position = readBytes(in);
-    if (rollsBack) {
-      FileOperations.truncate(log.file(), logged);
+    savedLog = in.readLong();
+    position = in.readNBytes(in.readInt());
+    for (int count = in.readInt(); count > 0; count--) {
+      saved.remove(in.readUTF());
     }
     for (int count = in.readInt(); count > 0; count--) {
-      Loaded call = read(in, files);
-      saved.put(call.journal.file.getFileName().toString(), call);
+      readCall(saved.computeIfAbsent(in.readUTF(), name -> new State()), in);
     }
   }
 
-  private static byte[] readBytes(DataInputStream in) throws IOException {
-    int length = in.readInt();
-    if (length < 0 || length > in.available()) {
-      throw new EOFException();
+  private static void readCall(State state, DataInputStream in) throws IOException {
+    state.journalSize = in.readLong();
+    if (in.readBoolean()) {
+      state.parts.clear();
     }
-    return in.readNBytes(length);
-  }
-
-  private Loaded read(DataInputStream in, Set<String> all) throws IOException {
-    Path file = store.running().resolve(Path.of(in.readUTF()).getFileName());
-    long size = in.readLong();
-    if (rollsBack) {
-      FileOperations.truncate(file, size);
-    }
-    byte[] state = readBytes(in);
-    List<String> names = new ArrayList<>();
+    state.parts.add(in.readNBytes(in.readInt()));
+    state.names.clear();
+    state.sizes.clear();
     for (int count = in.readInt(); count > 0; count--) {
       String name = in.readUTF();
-      long length = in.readLong();
-      names.add(name);
-      all.add(name);
-      if (rollsBack && !name.isEmpty()) {
-        FileOperations.truncate(store.directory().resolve(name), length);
-      }
+      state.names.add(name);
+      state.sizes.put(name, in.readLong());
     }
-    return new Loaded(new Journal(file), List.of(), state, new ResumedFiles(store, names));
   }
 
-  private List<Loaded> journals(Map<String, Loaded> saved) throws IOException {
+  private void rollBack(Map<String, State> saved) throws IOException {
+    if (savedAt > 0) {
+      FileOperations.truncate(log.file(), savedLog);
+    }
+    for (Map.Entry<String, State> call : saved.entrySet()) {
+      FileOperations.truncate(store.running().resolve(Path.of(call.getKey()).getFileName()),
+          call.getValue().journalSize);
+      for (Map.Entry<String, Long> file : call.getValue().sizes.entrySet()) {
+        if (!file.getKey().isEmpty()) {
+          FileOperations.truncate(store.directory().resolve(file.getKey()), file.getValue());
+        }
+      }
+    }
+  }
+
+  private List<Loaded> journals(Map<String, State> saved) throws IOException {
     List<Path> paths;
     try (Stream<Path> all = Files.list(store.running())) {
       paths = all.filter(path -> path.toString().endsWith(JOURNAL)).sorted().toList();
     }
     List<Loaded> loaded = new ArrayList<>();
     for (Path path : paths) {
-      Loaded call = saved.get(path.getFileName().toString());
+      State call = saved.get(path.getFileName().toString());
       if (call == null && rollsBack && fault == null) {
         Files.deleteIfExists(path);
       } else {
@@ -289,8 +409,8 @@ public final class RunningCalls {
         List<TimedFrame> frames = read(path);
         journal.frames = frames.size();
         lastJournal = Math.max(lastJournal, Long.parseLong(path.getFileName().toString().replaceAll("\\D", "")));
-        loaded.add(call == null ? new Loaded(journal, frames, null, new ResumedFiles(store, List.of()))
-            : new Loaded(journal, frames, call.state, call.files));
+        loaded.add(call == null ? new Loaded(journal, frames, List.of(), new ResumedFiles(store, List.of()))
+            : new Loaded(journal, frames, call.parts, new ResumedFiles(store, call.names)));
       }
     }
     return loaded;

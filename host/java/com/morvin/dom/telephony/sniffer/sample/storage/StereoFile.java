@@ -2,12 +2,12 @@ package com.morvin.dom.telephony.sniffer.sample.storage;
 
 import java.io.IOException;
 import java.nio.ByteBuffer;
-import java.nio.ByteOrder;
 import java.nio.channels.FileChannel;
 import java.nio.file.Files;
 import java.nio.file.Path;
 import java.nio.file.StandardOpenOption;
 import java.util.ArrayList;
+import java.util.Arrays;
 import java.util.List;
 import java.util.stream.Stream;
 
@@ -15,13 +15,15 @@ import java.util.stream.Stream;
  * Writes both directions of a call into a WAV file, caller left, callee right. The file is made from the mono files of
  * an ended call. It begins with the call, or with media that was captured earlier. Samples captured at the same time
  * are in the same place. A longer call continues in a second file, and so on.
+ *
+ * <p>When all mono files have the same encoding, the file has it, too, and octets of G.711 are copied as they are.
+ * Otherwise the file has 16-bit samples, so that nothing is lost by a conversion.
  */
 public final class StereoFile {
   private static final int CHANNELS = 2;
-  private static final int FRAME = 2 * CHANNELS;
-  /** The longest file: 1 GiB, or 4.6 hours at 16 kHz. Many programs read at most 2 GiB of a WAV file. */
-  private static final long MAX_FRAMES = 256L << 20;
-  private static final int BLOCK_FRAMES = 1 << 16;
+  /** The longest file: 1 GiB. Many programs read at most 2 GiB of a WAV file. */
+  private static final long MAX_BYTES = 1 << 30;
+  private static final int BLOCK_FRAMES = 1 << 14;
 
   /**
    * A stretch of a mono file without a pause.
@@ -45,38 +47,119 @@ public final class StereoFile {
     private long endFrame(int rate) {
       return Math.min(startFrame(rate) + frames(rate), next == Long.MAX_VALUE ? next : next * rate / 1000);
     }
+
+    /** Whether it has frames in a range. It has none at all when the next one begins earlier. */
+    private boolean isWithin(long from, long to, int rate) {
+      return Math.max(from, startFrame(rate)) < Math.min(to, endFrame(rate));
+    }
+  }
+
+  /** One channel: the stretches that are heard there, and its part of the current block. */
+  private final class Channel {
+    private final List<Stretch> stretches;
+    private final byte[] octets;
+    private final short[] samples = new short[BLOCK_FRAMES];
+    private boolean hasSamples;
+
+    Channel(List<Stretch> all) {
+      stretches = all.stream().filter(stretch -> stretch.file.path() != null).toList();
+      octets = new byte[format.encoding() == Encoding.LINEAR ? 0 : BLOCK_FRAMES];
+    }
+
+    /** Reads the frames from a number on. Returns whether there is sound. */
+    boolean read(long at, int count) throws IOException {
+      List<Stretch> heard = stretches.stream().filter(stretch -> stretch.isWithin(at, at + count, format.rate()))
+          .toList();
+      Arrays.fill(octets, format.encoding().silence);
+      hasSamples = format.encoding() == Encoding.LINEAR || !areCopied(heard);
+      if (hasSamples) {
+        Arrays.fill(samples, (short) 0);
+      }
+      for (Stretch stretch : heard) {
+        read(stretch, at, count);
+      }
+      return !heard.isEmpty();
+    }
+
+    /** Whether the octets can be copied: nothing is mixed or stretched. */
+    private boolean areCopied(List<Stretch> heard) {
+      long end = Long.MIN_VALUE;
+      for (Stretch stretch : heard) {
+        if (stretch.frames(format.rate()) != stretch.count || stretch.startFrame(format.rate()) < end) {
+          return false;
+        }
+        end = stretch.endFrame(format.rate());
+      }
+      return true;
+    }
+
+    private void read(Stretch stretch, long at, int count) throws IOException {
+      long start = stretch.startFrame(format.rate());
+      long from = Math.max(at, start);
+      long to = Math.min(at + count, stretch.endFrame(format.rate()));
+      if (!hasSamples) {
+        load(stretch.file, stretch.first + from - start, octets, (int) (from - at), (int) (to - from));
+        return;
+      }
+      long length = stretch.frames(format.rate());
+      long first = (from - start) * stretch.count / length;
+      int needed = (int) ((to - 1 - start) * stretch.count / length - first) + 2;
+      short[] source = samples(stretch.file, stretch.first + first, needed);
+      for (long frame = from; frame < to; frame++) {
+        long position = (frame - start) * stretch.count;
+        int sample = length == stretch.count ? source[(int) (frame - start - first)]
+            : between(source, (int) (position / length - first), position % length, length);
+        int place = (int) (frame - at);
+        samples[place] = (short) Math.min(Math.max(samples[place] + sample, Short.MIN_VALUE), Short.MAX_VALUE);
+      }
+    }
+
+    /** Returns what the block holds, octets or samples, as octets. */
+    byte[] octets(int count) {
+      for (int i = 0; hasSamples && i < count; i++) {
+        octets[i] = format.encoding().octets()[samples[i] & 0xffff];
+      }
+      return octets;
+    }
   }
 
   private final Store store;
-  private final List<Stretch> left;
-  private final List<Stretch> right;
-  private int rate;
+  private final WavFile.Format format;
+  private final Channel left;
+  private final Channel right;
 
-  private StereoFile(Store store, List<Stretch> left, List<Stretch> right) {
+  private StereoFile(Store store, WavFile.Format format, List<Stretch> left, List<Stretch> right) {
     this.store = store;
-    this.left = left;
-    this.right = right;
+    this.format = format;
+    this.left = new Channel(left);
+    this.right = new Channel(right);
   }
 
   /** Writes the files. Called on the disk thread. */
   static List<CallReport.Part> write(Store store, String name, List<Stretch> left, List<Stretch> right)
       throws IOException {
-    return new StereoFile(store, left, right).write(name);
+    List<Stretch> all = Stream.concat(left.stream(), right.stream()).toList();
+    int rate = all.stream().mapToInt(stretch -> stretch.file.rate()).max().orElse(0);
+    Encoding first = all.get(0).file.format().encoding();
+    boolean same = all.stream().allMatch(stretch -> stretch.file.format().encoding() == first);
+    WavFile.Format format = new WavFile.Format(same ? first : Encoding.LINEAR, rate);
+    return new StereoFile(store, format, left, right).write(name, all);
   }
 
-  private List<CallReport.Part> write(String name) throws IOException {
-    List<Stretch> all = Stream.concat(left.stream(), right.stream()).toList();
-    rate = all.stream().mapToInt(stretch -> stretch.file.rate()).max().orElse(0);
+  private List<CallReport.Part> write(String name, List<Stretch> all) throws IOException {
+    int rate = format.rate();
+    int frame = CHANNELS * format.encoding().bytes;
     long origin = Math.min(0, all.stream().mapToLong(stretch -> stretch.startFrame(rate)).min().orElse(0));
     long frames = all.stream().mapToLong(stretch -> stretch.endFrame(rate)).max().orElse(0) - origin;
-    store.disk().admit(FRAME * frames);
+    long most = MAX_BYTES / frame;
+    store.disk().admit(frame * frames);
     List<Path> paths = new ArrayList<>();
     List<CallReport.Part> parts = new ArrayList<>();
     try {
-      for (long at = 0; at < frames; at += MAX_FRAMES) {
+      for (long at = 0; at < frames; at += most) {
         Path path = store.create(name, "wav");
         paths.add(path);
-        long count = Math.min(MAX_FRAMES, frames - at);
+        long count = Math.min(most, frames - at);
         write(path, origin + at, count);
         store.written(path);
         double offset = (origin + at) / (double) rate;
@@ -91,74 +174,77 @@ public final class StereoFile {
     }
   }
 
-  /** Writes a file with the frames from a number on. Blocks of silence become holes in the file. */
+  /** Writes a file with the frames from a number on. Blocks of 16-bit silence become holes in the file. */
   private void write(Path path, long start, long frames) throws IOException {
+    int frame = CHANNELS * format.encoding().bytes;
+    byte[] bytes = new byte[frame * BLOCK_FRAMES];
     try (FileChannel out = FileChannel.open(path, StandardOpenOption.WRITE)) {
-      FileOperations.writeAll(out, WavFile.header(CHANNELS, rate, frames), 0);
+      FileOperations.writeAll(out, WavFile.header(format, CHANNELS, frames), 0);
       for (long at = 0; at < frames; at += BLOCK_FRAMES) {
         if (store.disk().isOverdue()) {
           throw new Disk.LeftOutException("no time is left for " + path.getFileName());
         }
         int count = (int) Math.min(BLOCK_FRAMES, frames - at);
-        short[] mixed = new short[CHANNELS * count];
-        boolean sound = mix(left, start + at, count, mixed, 0) | mix(right, start + at, count, mixed, 1);
-        if (sound || at + count == frames) {
-          ByteBuffer bytes = ByteBuffer.allocate(2 * mixed.length).order(ByteOrder.LITTLE_ENDIAN);
-          bytes.asShortBuffer().put(mixed);
-          FileOperations.writeAll(out, bytes, WavFile.HEADER + at * FRAME);
+        boolean sound = left.read(start + at, count) | right.read(start + at, count);
+        if (sound || format.encoding() != Encoding.LINEAR || at + count == frames) {
+          interleave(count, bytes);
+          FileOperations.writeAll(out, ByteBuffer.wrap(bytes, 0, frame * count), format.header() + at * frame);
         }
       }
     }
   }
 
-  /** Adds the samples of a block to one channel. Returns whether there were any. */
-  private boolean mix(List<Stretch> stretches, long at, int count, short[] mixed, int channel) throws IOException {
-    boolean any = false;
-    for (Stretch stretch : stretches) {
-      long start = stretch.startFrame(rate);
-      long length = stretch.frames(rate);
-      long from = Math.max(at, start);
-      long to = Math.min(at + count, stretch.endFrame(rate));
-      if (from >= to || stretch.file.path() == null) {
-        continue;
+  private void interleave(int count, byte[] bytes) {
+    if (format.encoding() == Encoding.LINEAR) {
+      for (int i = 0; i < count; i++) {
+        put(left.samples[i], bytes, 4 * i);
+        put(right.samples[i], bytes, 4 * i + 2);
       }
-      any = true;
-      long first = (from - start) * stretch.count / length;
-      int needed = (int) ((to - 1 - start) * stretch.count / length - first) + 2;
-      ByteBuffer samples = read(stretch.file.path(), stretch.first + first, needed);
-      for (long frame = from; frame < to; frame++) {
-        long position = (frame - start) * stretch.count;
-        int sample = length == stretch.count ? sampleAt(samples, (int) (frame - start - first))
-            : between(samples, (int) (position / length - first), position % length, length);
-        int place = (int) (frame - at) * CHANNELS + channel;
-        mixed[place] = (short) Math.min(Math.max(mixed[place] + sample, Short.MIN_VALUE), Short.MAX_VALUE);
-      }
+      return;
     }
-    return any;
+    byte[] leftOctets = left.octets(count);
+    byte[] rightOctets = right.octets(count);
+    for (int i = 0; i < count; i++) {
+      bytes[2 * i] = leftOctets[i];
+      bytes[2 * i + 1] = rightOctets[i];
+    }
+  }
+
+  private static void put(short sample, byte[] bytes, int at) {
+    bytes[at] = (byte) sample;
+    bytes[at + 1] = (byte) (sample >> 8);
   }
 
   /** Returns the value at an index and a fraction of the way to the next sample. */
-  private static int between(ByteBuffer samples, int index, long numerator, long denominator) {
-    int sample = sampleAt(samples, index);
-    return numerator == 0 ? sample
-        : sample + (int) ((sampleAt(samples, index + 1) - sample) * numerator / denominator);
+  private static int between(short[] samples, int index, long numerator, long denominator) {
+    int sample = samples[index];
+    return numerator == 0 ? sample : sample + (int) ((samples[index + 1] - sample) * numerator / denominator);
   }
 
-  private static int sampleAt(ByteBuffer samples, int index) {
-    return 2 * index + 2 <= samples.limit() ? samples.getShort(2 * index) : 0;
-  }
-
-  private static ByteBuffer read(Path path, long first, int count) throws IOException {
-    ByteBuffer samples = ByteBuffer.allocate(2 * count).order(ByteOrder.LITTLE_ENDIAN);
-    try (FileChannel file = FileChannel.open(path, StandardOpenOption.READ)) {
-      for (long at = WavFile.HEADER + 2 * first; samples.hasRemaining();) {
-        int length = file.read(samples, at);
-        if (length < 0) {
-          break;
-        }
-        at += length;
-      }
+  /** Returns samples of a mono file, as 16-bit numbers. */
+  private static short[] samples(WavFile file, long first, int count) throws IOException {
+    Encoding encoding = file.format().encoding();
+    byte[] bytes = new byte[count * encoding.bytes];
+    Arrays.fill(bytes, encoding.silence);
+    load(file, first, bytes, 0, count);
+    short[] samples = new short[count];
+    for (int i = 0; i < count; i++) {
+      samples[i] = encoding == Encoding.LINEAR ? (short) (bytes[2 * i] & 255 | bytes[2 * i + 1] << 8)
+          : encoding.samples()[bytes[i] & 255];
     }
-    return samples.flip();
+    return samples;
+  }
+
+  /** Reads samples of a mono file as they are. What is not in the file stays as it was in the array. */
+  private static void load(WavFile file, long first, byte[] bytes, int offset, int count) throws IOException {
+    int size = file.format().encoding().bytes;
+    ByteBuffer target = ByteBuffer.wrap(bytes, offset * size, count * size);
+    for (long at = file.format().header() + first * size; target.hasRemaining();) {
+      int length = file.open().read(target, at);
+      if (length < 0) {
+        break;
+      }
+      at += length;
+    }
   }
 }

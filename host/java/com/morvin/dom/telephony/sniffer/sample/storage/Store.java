@@ -1,19 +1,25 @@
 package com.morvin.dom.telephony.sniffer.sample.storage;
 
 import com.morvin.dom.telephony.sniffer.sample.console.Console;
+import com.sun.management.UnixOperatingSystemMXBean;
 import java.io.IOException;
+import java.lang.management.ManagementFactory;
 import java.nio.channels.FileChannel;
 import java.nio.channels.FileLock;
 import java.nio.channels.OverlappingFileLockException;
 import java.nio.file.FileAlreadyExistsException;
 import java.nio.file.Files;
 import java.nio.file.Path;
+import java.nio.file.StandardCopyOption;
 import java.nio.file.StandardOpenOption;
+import java.util.ArrayDeque;
 import java.util.HashMap;
 import java.util.LinkedHashSet;
 import java.util.List;
 import java.util.Map;
+import java.util.Queue;
 import java.util.Set;
+import java.util.stream.Stream;
 
 /**
  * The directory of the recordings. Creates files with unique names. A lock file ensures that only one recorder uses the
@@ -21,6 +27,10 @@ import java.util.Set;
  */
 public final class Store implements AutoCloseable {
   private static final int MAX_REMEMBERED = 10_000;
+  /** The voices of 8,000 calls. */
+  private static final int MAX_OPEN = 16_000;
+  private static final int MAX_SPARES = 4096;
+  private static final String SPARE = "spare-";
   private static final long MAX_WAITING = 256L << 20;
   private static final long LARGE = 1 << 20;
   private static final long RESERVE = 64 << 20;
@@ -45,7 +55,12 @@ public final class Store implements AutoCloseable {
   private final Disk disk;
   private final FileChannel lock;
   private final Map<String, Integer> lastNumber = new HashMap<>();
+  private final OpenFiles open = new OpenFiles(openLimit());
+  private final Blocks blocks = new Blocks();
   private final Set<Path> unsynced = new LinkedHashSet<>();
+  private boolean syncs;
+  private final Queue<Path> spares = new ArrayDeque<>();
+  private int lastSpare;
   private CreationListener creationListener = path -> { };
 
   /**
@@ -62,7 +77,8 @@ public final class Store implements AutoCloseable {
     this.directory = directory;
     FileOperations.createDirectories(running());
     lock = lock(running().resolve("lock"));
-    disk = new Disk(directory, Math.min(MAX_WAITING, Runtime.getRuntime().maxMemory() / 4), console, gate);
+    deleteSpares();
+    disk = new Disk(directory, Math.min(MAX_WAITING, Runtime.getRuntime().maxMemory() / 8), console, gate);
   }
 
   /** Large files leave room for the recordings of some minutes. */
@@ -71,6 +87,13 @@ public final class Store implements AutoCloseable {
     if (bytes >= LARGE && Files.getFileStore(directory).getUsableSpace() < needed) {
       throw new Disk.LeftOutException("a file of " + (bytes >> 20) + " MB does not fit on the disk");
     }
+  }
+
+  /** Returns how many files may be open: sockets and short-lived files need the others. */
+  private static int openLimit() {
+    long allowed = ManagementFactory.getOperatingSystemMXBean() instanceof UnixOperatingSystemMXBean system
+        ? system.getMaxFileDescriptorCount() : 1024;
+    return (int) Math.max(64, Math.min(MAX_OPEN, allowed / 2));
   }
 
   private FileChannel lock(Path file) throws IOException {
@@ -105,19 +128,24 @@ public final class Store implements AutoCloseable {
     return disk;
   }
 
+  /** Returns the files that are held open. They belong to the disk thread. */
+  OpenFiles open() {
+    return open;
+  }
+
+  /** Returns the arrays for sound that waits for the disk. */
+  Blocks blocks() {
+    return blocks;
+  }
+
   /** Makes a WAV file, which is created with its first samples. */
-  public WavFile wav(String name, int rate) {
-    return new WavFile(this, name, rate, null, 0);
+  public WavFile wav(String name, WavFile.Format format) {
+    return new WavFile(this, name, format, null, 0, 0);
   }
 
-  /** Continues a WAV file after the given number of samples. */
-  public WavFile wav(String name, int rate, Path path, long samples) {
-    return new WavFile(this, name, rate, path, samples);
-  }
-
-  /** Makes a capture file, or continues the file of a path that is not null. */
-  public PcapFile pcap(String name, Path path) {
-    return new PcapFile(this, name, path);
+  /** Makes a capture file, which is created with its first datagrams. */
+  public PcapFile pcap(String name) {
+    return new PcapFile(this, name, null, 0);
   }
 
   /** Sets the listener for the files created from now on. It is called on the disk thread. */
@@ -130,11 +158,10 @@ public final class Store implements AutoCloseable {
     String key = name + "." + extension;
     for (int number = lastNumber.getOrDefault(key, 0) + 1;; number++) {
       Path path = numbered(name, extension, number);
-      if (!Files.exists(path)) {
+      if (!exists(path)) {
         try {
           creationListener.creating(path);
-          FileOperations.createDirectories(path.getParent());
-          FileOperations.create(path);
+          create(path);
           remember(key, number);
           return path;
         } catch (FileAlreadyExistsException e) {
@@ -142,6 +169,50 @@ public final class Store implements AutoCloseable {
         }
       }
       number = lastTaken(name, extension, number);
+    }
+  }
+
+  /** As Files.exists does, which makes an exception for each missing file. */
+  private static boolean exists(Path path) {
+    return path.toFile().exists();
+  }
+
+  /** Creates a file that does not exist, from a spare one if there is any. Called on the disk thread. */
+  void create(Path path) throws IOException {
+    if (!exists(path.getParent())) {
+      FileOperations.createDirectories(path.getParent());
+    }
+    if (spares.isEmpty()) {
+      FileOperations.create(path);
+    } else {
+      Files.move(spares.element(), path, StandardCopyOption.ATOMIC_MOVE);
+      spares.remove();
+    }
+  }
+
+  /**
+   * Removes a file if it is there. It is emptied and kept for {@link #create}, because a file system slows down when
+   * each call creates and deletes files. Called on the disk thread.
+   */
+  void remove(Path path) throws IOException {
+    if (!exists(path)) {
+      return;
+    }
+    if (spares.size() >= MAX_SPARES) {
+      Files.delete(path);
+      return;
+    }
+    FileOperations.truncate(path, 0);
+    Path spare = running().resolve(SPARE + ++lastSpare);
+    Files.move(path, spare, StandardCopyOption.ATOMIC_MOVE);
+    spares.add(spare);
+  }
+
+  private void deleteSpares() throws IOException {
+    try (Stream<Path> all = Files.list(running())) {
+      for (Path spare : all.filter(path -> path.getFileName().toString().startsWith(SPARE)).toList()) {
+        Files.delete(spare);
+      }
     }
   }
 
@@ -156,13 +227,13 @@ public final class Store implements AutoCloseable {
   private int lastTaken(String name, String extension, int taken) {
     int low = taken;
     int high = taken + 1;
-    while (Files.exists(numbered(name, extension, high))) {
+    while (exists(numbered(name, extension, high))) {
       low = high;
       high *= 2;
     }
     while (high - low > 1) {
       int middle = (low + high) >>> 1;
-      if (Files.exists(numbered(name, extension, middle))) {
+      if (exists(numbered(name, extension, middle))) {
         low = middle;
       } else {
         high = middle;
@@ -175,9 +246,16 @@ public final class Store implements AutoCloseable {
     return directory.resolve(name + (number == 1 ? "" : "-" + number) + "." + extension);
   }
 
+  /** Makes {@link #sync} write all files to the disk that are written from now on. */
+  void beginSyncing() {
+    syncs = true;
+  }
+
   /** Notes a file that {@link #sync} must write to the disk. */
   void written(Path path) {
-    unsynced.add(path);
+    if (syncs) {
+      unsynced.add(path);
+    }
   }
 
   /** Forces the noted files to the disk, so that they survive a crash of the machine. Called on the disk thread. */
@@ -192,15 +270,12 @@ public final class Store implements AutoCloseable {
     }
   }
 
-  /** Forgets the noted files, which need not survive a crash. Called on the disk thread. */
-  void forgetUnsynced() {
-    unsynced.clear();
-  }
-
   @Override
   public void close() {
     disk.close();
     try {
+      open.closeAll();
+      deleteSpares();
       lock.close();
     } catch (IOException ignored) {
       // The system releases the lock when the process ends.

@@ -2,28 +2,31 @@ package com.morvin.dom.telephony.sniffer.sample.storage;
 
 import java.io.IOException;
 import java.nio.channels.FileChannel;
-import java.nio.file.Files;
 import java.nio.file.Path;
-import java.nio.file.StandardOpenOption;
 import java.util.concurrent.atomic.AtomicLong;
 
-/**
- * A file that grows during a call. It is created with its first content, so that no empty file is left. It is open only
- * while it is written, so that the number of files has no limit.
- */
+/** A file that grows during a call. It is created with its first content, so that no empty file is left. */
 public abstract class StoredFile {
   final Store store;
   private final String name;
   private final String extension;
   private final AtomicLong missing = new AtomicLong();
   private volatile Path path;
+  private volatile String fileName = "";
 
   /** Makes the file NAME.EXTENSION, see {@link Store#create}, or continues the file of a path that is not null. */
   StoredFile(Store store, String name, String extension, Path path) {
     this.store = store;
     this.name = name;
     this.extension = extension;
-    this.path = path;
+    if (path != null) {
+      setPath(path);
+    }
+  }
+
+  private void setPath(Path created) {
+    path = created;
+    fileName = created.getFileName().toString();
   }
 
   /** Passes the collected content to the disk thread. */
@@ -36,7 +39,7 @@ public abstract class StoredFile {
 
   /** Returns the name without the directory; empty when nothing was written. */
   public String fileName() {
-    return path == null ? "" : path.getFileName().toString();
+    return fileName;
   }
 
   /** Returns the number of bytes that were dropped because too much waited for the disk. */
@@ -44,22 +47,33 @@ public abstract class StoredFile {
     return missing.get();
   }
 
-  /** Returns the size on disk in bytes. */
-  public long size() throws IOException {
-    return path == null ? 0 : Files.size(path);
-  }
+  /** Returns the size on disk in bytes. Called on the disk thread. */
+  abstract long size();
 
   /** Queues a job that writes a number of bytes. */
   void submit(int bytes, Disk.Job job) {
     store.disk().write(bytes, job, () -> missing.addAndGet(bytes));
   }
 
-  /** Opens the file, and creates it when it is new. Called on the disk thread. */
+  /** Returns the open file, which is created when it is new. Called on the disk thread. */
   FileChannel open() throws IOException {
     if (path == null) {
-      path = store.create(name, extension);
+      setPath(store.create(name, extension));
     }
     store.written(path);
-    return FileChannel.open(path, StandardOpenOption.WRITE);
+    return store.open().channel(this);
+  }
+
+  /** Closes the file. Called on the disk thread. */
+  void close() throws IOException {
+    store.open().close(this);
+  }
+
+  /** Closes and removes the file. Called on the disk thread. */
+  void delete() throws IOException {
+    close();
+    if (path != null) {
+      store.remove(path);
+    }
   }
 }

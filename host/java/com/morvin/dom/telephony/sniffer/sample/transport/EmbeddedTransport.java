@@ -3,7 +3,6 @@ package com.morvin.dom.telephony.sniffer.sample.transport;
 import com.morvin.dom.telephony.sniffer.EmbeddedPacketChannel;
 import com.morvin.dom.telephony.sniffer.sample.console.Console;
 import java.io.IOException;
-import java.net.ProtocolException;
 import java.nio.ByteBuffer;
 import java.util.Set;
 import java.util.concurrent.TimeUnit;
@@ -13,7 +12,7 @@ import java.util.concurrent.TimeUnit;
  * thread receives; any thread may call the other methods.
  */
 public final class EmbeddedTransport implements Transport {
-  private static final long POLL_MILLIS = 1;
+  private static final long POLL_MILLIS = 2;
   private static final int SNIFFER = 1;
 
   /**
@@ -26,8 +25,8 @@ public final class EmbeddedTransport implements Transport {
     /** Ends {@link #mainLoop} from another thread. */
     void breakMainLoop();
 
-    /** Copies the oldest frame into the buffer and returns its length, or 0 when there is none. */
-    int getPacket(byte[] buffer);
+    /** Copies the oldest frames into a direct buffer, from its index 0, and returns their length in bytes. */
+    int getPackets(ByteBuffer buffer);
 
     /** Queues a command and returns its length, or 0 when it is invalid. */
     int sendRequest(byte[] command);
@@ -36,9 +35,7 @@ public final class EmbeddedTransport implements Transport {
   private final Engine engine;
   private final Thread sniffing;
   private volatile Throwable failure;
-  private final byte[] buffer = new byte[EmbeddedPacketChannel.MAX_FRAME];
-  private final CaptureTimes times = new CaptureTimes();
-  private long frameNumber;
+  private final BlockBuffer received = new BlockBuffer();
 
   /** Starts the main loop of an engine. */
   public EmbeddedTransport(Engine engine) {
@@ -79,10 +76,8 @@ public final class EmbeddedTransport implements Transport {
       }
 
       @Override
-      public int getPacket(byte[] buffer) {
-        synchronized (channel) {
-          return channel.getPacket(buffer);
-        }
+      public int getPackets(ByteBuffer buffer) {
+        return channel.getPackets(buffer);
       }
 
       @Override
@@ -95,13 +90,17 @@ public final class EmbeddedTransport implements Transport {
   }
 
   @Override
-  public Received receive(long timeoutMillis) throws IOException, InterruptedException {
+  public FrameBlock receive(long timeoutMillis) throws IOException, InterruptedException {
     long deadline = System.nanoTime() + TimeUnit.MILLISECONDS.toNanos(timeoutMillis);
     while (true) {
       boolean running = sniffing.isAlive();
-      Received frame = poll();
-      if (frame != null) {
-        return frame;
+      int length = fetch();
+      FrameBlock block = received.take(SNIFFER, 0);
+      if (block != null) {
+        return block;
+      }
+      if (length > 0) {
+        continue;
       }
       if (!running) {
         throw new IOException("the sniffer has stopped" + (failure == null ? "" : ": " + failure)
@@ -114,15 +113,12 @@ public final class EmbeddedTransport implements Transport {
     }
   }
 
-  private Received poll() throws ProtocolException {
-    for (int length = engine.getPacket(buffer); length > 0; length = engine.getPacket(buffer)) {
-      Frame frame = Frame.of(ByteBuffer.wrap(buffer, 0, length));
-      long captured = times.of(frame);
-      if (captured >= 0) {
-        return new Received(frame, SNIFFER, captured, ++frameNumber);
-      }
-    }
-    return null;
+  /** Appends the oldest frames to those in the buffer, and returns the length of the new ones in bytes. */
+  private int fetch() {
+    ByteBuffer room = received.room();
+    int length = engine.getPackets(room.slice());
+    room.position(room.position() + length);
+    return length;
   }
 
   @Override

@@ -35,6 +35,16 @@ public record Endpoint(int ip, int port) {
     return endpoint.acceptsMedia() ? Optional.of(endpoint) : Optional.empty();
   }
 
+  /** Returns the endpoint with a {@link #key}. */
+  public static Endpoint of(long key) {
+    return new Endpoint((int) (key >>> 16), (int) key & 0xffff);
+  }
+
+  /** Returns address and port in one number: the address in the upper 32 of 48 bits, the port below. */
+  public long key() {
+    return (ip & 0xffff_ffffL) << 16 | port;
+  }
+
   /** Whether media can be sent there: the address is unicast and the port is not 0. */
   public boolean acceptsMedia() {
     int first = ip >>> 24;

@@ -2,6 +2,7 @@ package com.morvin.dom.telephony.sniffer.sample.transport;
 
 import java.net.ProtocolException;
 import java.nio.ByteBuffer;
+import java.util.Arrays;
 
 /**
  * One frame of the sniffer: a captured payload and the addresses that it was sent between.
@@ -33,25 +34,48 @@ public record Frame(int protocol, Endpoint destination, Endpoint source, byte[] 
    * @throws ProtocolException when the bytes are not the start of a frame
    */
   public static Frame take(ByteBuffer bytes) throws ProtocolException {
-    if (bytes.remaining() < 3) {
-      return null;
-    }
     int start = bytes.position();
-    int length = bytes.getShort(start) & 0xffff;
-    int protocol = bytes.get(start + 2);
-    if (length < HEADER || protocol < SIP || protocol > CAPTURE_TIME || protocol == HEARTBEAT && length != HEADER
-        || protocol == CAPTURE_TIME && length != HEADER + Long.BYTES) {
-      throw new ProtocolException("no frame has length " + length + " and protocol " + protocol);
-    }
-    if (bytes.remaining() < length) {
+    int length = length(bytes, start, bytes.remaining());
+    if (length == 0) {
       return null;
     }
-    bytes.position(start + 3);
+    int protocol = bytes.get(start + Wire.PROTOCOL);
+    bytes.position(start + Wire.PROTOCOL + 1);
     Endpoint destination = endpoint(bytes);
     Endpoint source = endpoint(bytes);
     byte[] payload = new byte[length - HEADER];
     bytes.get(payload);
     return new Frame(protocol, destination, source, payload);
+  }
+
+  /**
+   * Returns the index after the frame at an index, in the part of a buffer before its position.
+   *
+   * @return 0 when the buffer does not hold the complete frame yet
+   * @throws ProtocolException when the bytes are not the start of a frame
+   */
+  static int end(ByteBuffer bytes, int start) throws ProtocolException {
+    int length = length(bytes, start, bytes.position() - start);
+    return length == 0 ? 0 : start + length;
+  }
+
+  private static int length(ByteBuffer bytes, int start, int available) throws ProtocolException {
+    if (available <= Wire.PROTOCOL) {
+      return 0;
+    }
+    int length = bytes.getShort(start) & 0xffff;
+    int protocol = bytes.get(start + Wire.PROTOCOL);
+    if (length < HEADER || protocol < SIP || protocol > CAPTURE_TIME || protocol == HEARTBEAT && length != HEADER
+        || protocol == CAPTURE_TIME && length != HEADER + Long.BYTES) {
+      throw new ProtocolException("no frame has length " + length + " and protocol " + protocol);
+    }
+    return length <= available ? length : 0;
+  }
+
+  /** Returns a copy of the frame in a part of an array. */
+  static Frame copy(byte[] bytes, int start, int end) {
+    return new Frame(bytes[start + Wire.PROTOCOL], Endpoint.of(Wire.destination(bytes, start)),
+        Endpoint.of(Wire.source(bytes, start)), Arrays.copyOfRange(bytes, start + HEADER, end));
   }
 
   /**

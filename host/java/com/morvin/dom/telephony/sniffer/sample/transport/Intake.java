@@ -9,23 +9,27 @@ import java.util.concurrent.TimeUnit;
 
 /**
  * Reads a transport on a thread of its own into a queue of at most 64 MiB, so that the socket is read even while the
- * recorder is busy. When the queue is full, the oldest media is dropped first, and signalling when no media waits.
- * Dropped frames are counted; the beginning and the end of each overload are reported. A transport that redelivers is
- * not read while the queue is full, and nothing is dropped.
+ * recorder is busy. Frames are passed on in blocks: a lock, a wake-up or an object for each frame would cost more than
+ * all that is done with it. When the queue is full, the oldest media is dropped first, and signalling when no media
+ * waits. Dropped frames are counted; the beginning and the end of each overload are reported. A transport that
+ * redelivers is not read while the queue is full, and nothing is dropped.
  */
 public final class Intake implements AutoCloseable {
   private static final long MAX_BYTES = 64L << 20;
-  /** Approximate memory of a frame in addition to its payload, in bytes. */
-  private static final int OVERHEAD = 200;
+  /** Approximate memory of a block in addition to its frames, in bytes. */
+  private static final int OVERHEAD = 100;
+  /** After a smaller block the reader pauses, so that the next one has more frames. */
+  private static final int SMALL_BYTES = 128 << 10;
+  private static final long PAUSE_MILLIS = 4;
   private static final long POLL_MILLIS = 200;
 
   private final Transport transport;
   private final long maxBytes;
   private final SteadyClock clock;
   private final Console console;
-  /** The waiting frames, oldest first. The numbers of the frames give the order of both queues. */
-  private final Queue<Received> signalling = new ArrayDeque<>();
-  private final Queue<Received> media = new ArrayDeque<>();
+  /** The oldest blocks, whose media was dropped, and those after them. */
+  private final Queue<FrameBlock> signalling = new ArrayDeque<>();
+  private final Queue<FrameBlock> blocks = new ArrayDeque<>();
   private final Thread reader = new Thread(this::read, "reader");
   private long bytes;
   private long dropped;
@@ -51,8 +55,8 @@ public final class Intake implements AutoCloseable {
     reader.start();
   }
 
-  /** Takes the oldest frame, as {@link Transport#receive} does. Called by one thread. */
-  public synchronized Received receive(long timeoutMillis) throws IOException, InterruptedException {
+  /** Takes the oldest block, as {@link Transport#receive} does. Called by one thread. */
+  public synchronized FrameBlock receive(long timeoutMillis) throws IOException, InterruptedException {
     long deadline = System.nanoTime() + TimeUnit.MILLISECONDS.toNanos(timeoutMillis);
     while (oldest().isEmpty()) {
       if (failure != null) {
@@ -67,24 +71,22 @@ public final class Intake implements AutoCloseable {
     if (bytes >= maxBytes) {
       notifyAll();
     }
-    Received received = take(oldest());
+    FrameBlock block = take(oldest());
     if (overloaded && bytes < maxBytes / 2) {
       recover();
     }
-    return received;
+    return block;
   }
 
-  /** Returns the queue with the oldest frame; an empty queue when no frame waits. */
-  private Queue<Received> oldest() {
-    boolean signallingFirst = media.isEmpty()
-        || !signalling.isEmpty() && signalling.element().number() < media.element().number();
-    return signallingFirst ? signalling : media;
+  /** Returns the queue with the oldest block; an empty queue when none waits. */
+  private Queue<FrameBlock> oldest() {
+    return signalling.isEmpty() ? blocks : signalling;
   }
 
-  private Received take(Queue<Received> from) {
-    Received received = from.remove();
-    bytes -= sizeOf(received);
-    return received;
+  private FrameBlock take(Queue<FrameBlock> from) {
+    FrameBlock block = from.remove();
+    bytes -= sizeOf(block);
+    return block;
   }
 
   /** Returns the number of frames that were dropped because the queue was full. Any thread may call it. */
@@ -95,9 +97,10 @@ public final class Intake implements AutoCloseable {
   private void read() {
     try {
       while (!isClosed()) {
-        Received received = transport.receive(POLL_MILLIS);
-        if (received != null) {
-          add(transport.redelivers() ? received : received.readBy(clock));
+        FrameBlock block = transport.receive(POLL_MILLIS);
+        if (block != null) {
+          add(transport.redelivers() ? block : block.readBy(clock));
+          pauseAfter(block);
         }
       }
     } catch (IOException e) {
@@ -109,23 +112,26 @@ public final class Intake implements AutoCloseable {
     }
   }
 
+  private static void pauseAfter(FrameBlock block) throws InterruptedException {
+    if (block.length() < SMALL_BYTES) {
+      Thread.sleep(PAUSE_MILLIS);
+    }
+  }
+
   private synchronized boolean isClosed() {
     return closed;
   }
 
-  private synchronized void add(Received received) throws InterruptedException {
+  private synchronized void add(FrameBlock block) throws InterruptedException {
     while (transport.redelivers() && bytes >= maxBytes && !closed) {
       wait();
     }
     while (bytes >= maxBytes) {
       drop();
     }
-    boolean first = oldest().isEmpty();
-    (received.frame().protocol() == Frame.RTP ? media : signalling).add(received);
-    bytes += sizeOf(received);
-    if (first) {
-      notifyAll();
-    }
+    blocks.add(block);
+    bytes += sizeOf(block);
+    notifyAll();
   }
 
   private void drop() {
@@ -137,9 +143,19 @@ public final class Intake implements AutoCloseable {
       console.line("the recorder is too slow for what comes: " + (maxBytes >> 20)
           + " MB wait, the oldest media is dropped first");
     }
-    droppedSignalling += media.isEmpty() ? 1 : 0;
-    dropped++;
-    take(media.isEmpty() ? signalling : media);
+    if (blocks.isEmpty()) {
+      int frames = take(signalling).count();
+      droppedSignalling += frames;
+      dropped += frames;
+      return;
+    }
+    FrameBlock block = take(blocks);
+    FrameBlock kept = block.signalling();
+    dropped += block.count() - kept.count();
+    if (kept.length() > 0) {
+      signalling.add(kept);
+      bytes += sizeOf(kept);
+    }
   }
 
   /** Reports the end of an overload. */
@@ -151,8 +167,8 @@ public final class Intake implements AutoCloseable {
         + Text.count(droppedSignalling, "signalling frame") + " dropped");
   }
 
-  private static long sizeOf(Received received) {
-    return received.frame().payload().length + OVERHEAD;
+  private static long sizeOf(FrameBlock block) {
+    return block.length() + OVERHEAD;
   }
 
   private synchronized void fail(IOException cause) {

@@ -30,8 +30,7 @@ public final class TcpTransport implements Transport {
   private final Selector selector = Selector.open();
   private final ServerSocketChannel listener = ServerSocketChannel.open();
   private final Map<Integer, Connection> connections = new ConcurrentHashMap<>();
-  private final Queue<Received> frames = new ArrayDeque<>();
-  private long frameNumber;
+  private final Queue<FrameBlock> blocks = new ArrayDeque<>();
   private volatile int sessions;
 
   /** Listens on an address; port 0 stands for any free port. */
@@ -70,11 +69,11 @@ public final class TcpTransport implements Transport {
   }
 
   @Override
-  public Received receive(long timeoutMillis) throws IOException {
-    if (frames.isEmpty()) {
+  public FrameBlock receive(long timeoutMillis) throws IOException {
+    if (blocks.isEmpty()) {
       selector.select(this::serve, Math.max(1, timeoutMillis));
     }
-    return frames.poll();
+    return blocks.poll();
   }
 
   private void serve(SelectionKey key) {
@@ -157,8 +156,7 @@ public final class TcpTransport implements Transport {
     private final int number;
     private final SocketChannel channel;
     private final String peer;
-    private final CaptureTimes times = new CaptureTimes();
-    private final ByteBuffer received = ByteBuffer.allocateDirect(16 * Frame.MAX_LENGTH);
+    private final BlockBuffer received = new BlockBuffer();
 
     Connection(int number, SocketChannel channel, String peer) {
       this.number = number;
@@ -168,18 +166,14 @@ public final class TcpTransport implements Transport {
 
     void read() {
       try {
-        if (channel.read(received) < 0) {
+        if (channel.read(received.room()) < 0) {
           end("sniffer disconnected: " + peer);
           return;
         }
-        received.flip();
-        for (Frame frame = Frame.take(received); frame != null; frame = Frame.take(received)) {
-          long captured = times.of(frame);
-          if (captured >= 0) {
-            frames.add(new Received(frame, number, captured, ++frameNumber));
-          }
+        FrameBlock block = received.take(number, 0);
+        if (block != null) {
+          blocks.add(block);
         }
-        received.compact();
       } catch (ProtocolException e) {
         end("closed the connection from " + peer + ", which is no sniffer: " + e.getMessage());
       } catch (IOException e) {

@@ -13,12 +13,12 @@ import java.util.Set;
  */
 public interface Transport extends Closeable {
   /**
-   * Waits for a frame.
+   * Waits for frames, and returns those that have come.
    *
    * @return null when none came in time; may return earlier than that
    * @throws IOException when the transport will deliver no more frames, with a message for the operator
    */
-  Received receive(long timeoutMillis) throws IOException, InterruptedException;
+  FrameBlock receive(long timeoutMillis) throws IOException, InterruptedException;
 
   /** Sends a complete command to a sniffer without waiting. Does nothing when the sniffer has gone. */
   void send(int sniffer, Command command);

@@ -3,14 +3,17 @@ package com.morvin.dom.telephony.sniffer.sample.transport;
 import com.morvin.dom.telephony.sniffer.sample.console.Console;
 import com.morvin.dom.telephony.sniffer.sample.console.Text;
 import java.io.IOException;
-import java.net.DatagramPacket;
-import java.net.DatagramSocket;
 import java.net.InetSocketAddress;
 import java.net.ProtocolException;
 import java.net.SocketAddress;
-import java.net.SocketTimeoutException;
+import java.net.StandardSocketOptions;
 import java.nio.ByteBuffer;
+import java.nio.channels.DatagramChannel;
+import java.nio.channels.SelectionKey;
+import java.nio.channels.Selector;
+import java.util.ArrayDeque;
 import java.util.Map;
+import java.util.Queue;
 import java.util.Set;
 import java.util.concurrent.ConcurrentHashMap;
 import java.util.concurrent.TimeUnit;
@@ -33,7 +36,7 @@ public final class UdpTransport implements Transport {
   private static final class Sniffer {
     private final int number;
     private final InetSocketAddress address;
-    private final CaptureTimes times = new CaptureTimes();
+    private final BlockBuffer received = new BlockBuffer();
 
     Sniffer(int number, InetSocketAddress address) {
       this.number = number;
@@ -42,14 +45,14 @@ public final class UdpTransport implements Transport {
   }
 
   private final Console console;
-  private final DatagramSocket socket;
+  private final DatagramChannel channel = DatagramChannel.open();
+  private final Selector selector = Selector.open();
+  private final ByteBuffer datagram = ByteBuffer.allocateDirect(Frame.MAX_LENGTH);
+  private final Queue<FrameBlock> blocks = new ArrayDeque<>();
   private final Map<SocketAddress, Sniffer> byAddress = new ConcurrentHashMap<>();
   private final Map<Integer, Sniffer> byNumber = new ConcurrentHashMap<>();
-  private final byte[] bytes = new byte[Frame.MAX_LENGTH];
   private final Sniffer strangers = new Sniffer(0, null);
   private volatile int sessions;
-  private long frameNumber;
-  private int timeout = -1;
   private long newSince;
   private int newCount;
   private boolean complained;
@@ -58,44 +61,74 @@ public final class UdpTransport implements Transport {
   /** Receives on an address; port 0 stands for any free port. */
   public UdpTransport(InetSocketAddress address, Console console) throws IOException {
     this.console = console;
-    socket = new DatagramSocket(null);
-    socket.setReceiveBufferSize(RECEIVE_BUFFER);
-    String warning = ReceiveBuffer.warning(RECEIVE_BUFFER, socket.getReceiveBufferSize());
+    channel.setOption(StandardSocketOptions.SO_RCVBUF, RECEIVE_BUFFER);
+    String warning = ReceiveBuffer.warning(RECEIVE_BUFFER, channel.getOption(StandardSocketOptions.SO_RCVBUF));
     if (!warning.isEmpty()) {
       console.line(warning);
     }
-    socket.bind(address);
+    channel.bind(address);
+    channel.configureBlocking(false);
+    channel.register(selector, SelectionKey.OP_READ);
     newSince = System.nanoTime();
-    console.line("waiting for the sniffer on UDP " + Text.of((InetSocketAddress) socket.getLocalSocketAddress()));
+    console.line("waiting for the sniffer on UDP " + Text.of((InetSocketAddress) channel.getLocalAddress()));
   }
 
   /** Returns the port that it receives on. */
   public int port() {
-    return socket.getLocalPort();
+    return channel.socket().getLocalPort();
   }
 
-  /** Also returns null after a datagram that is not a frame. */
   @Override
-  public Received receive(long timeoutMillis) throws IOException {
-    try {
-      if (timeout != timeoutMillis) {
-        timeout = (int) Math.max(1, timeoutMillis);
-        socket.setSoTimeout(timeout);
+  public FrameBlock receive(long timeoutMillis) throws IOException {
+    if (blocks.isEmpty() && !read()) {
+      selector.select(Math.max(1, timeoutMillis));
+      selector.selectedKeys().clear();
+      read();
+    }
+    return blocks.poll();
+  }
+
+  /** Reads the waiting datagrams, at most one block of them. Returns false when there is none. */
+  private boolean read() throws IOException {
+    Sniffer last = null;
+    SocketAddress from = channel.receive(datagram.clear());
+    boolean any = from != null;
+    for (; from != null; from = channel.receive(datagram.clear())) {
+      Sniffer sniffer = snifferAt((InetSocketAddress) from);
+      if (last != null && last != sniffer) {
+        cut(last);  // the frames of several sniffers stay in order
       }
-      DatagramPacket datagram = new DatagramPacket(bytes, bytes.length);
-      socket.receive(datagram);
-      Frame frame = Frame.of(ByteBuffer.wrap(bytes, 0, datagram.getLength()));
-      Sniffer sniffer = snifferAt((InetSocketAddress) datagram.getSocketAddress());
-      long captured = sniffer.times.of(frame);
-      return captured < 0 ? null : new Received(frame, sniffer.number, captured, ++frameNumber);
-    } catch (SocketTimeoutException e) {
-      return null;
+      last = sniffer;
+      add(sniffer.received.room());
+      if (sniffer.received.room().remaining() < Frame.MAX_LENGTH) {
+        break;
+      }
+    }
+    if (last != null) {
+      cut(last);
+    }
+    return any;
+  }
+
+  private void cut(Sniffer sniffer) throws ProtocolException {
+    FrameBlock block = sniffer.received.take(sniffer.number, 0);
+    if (block != null) {
+      blocks.add(block);
+    }
+  }
+
+  /** Adds the datagram if it is a frame. */
+  private void add(ByteBuffer frames) {
+    try {
+      if (Frame.end(datagram, 0) != datagram.position()) {
+        throw new ProtocolException("a frame's length is not that of its datagram");
+      }
+      frames.put(datagram.flip());
     } catch (ProtocolException e) {
       if (!complained) {
         console.line("ignoring datagrams that are no frames: " + e.getMessage());
         complained = true;
       }
-      return null;
     }
   }
 
@@ -132,8 +165,7 @@ public final class UdpTransport implements Transport {
       return;
     }
     try {
-      byte[] command7 = command.bytes();
-      socket.send(new DatagramPacket(command7, command7.length, sniffer.address));
+      channel.send(ByteBuffer.wrap(command.bytes()), sniffer.address);
     } catch (IOException e) {
       console.line("a command to " + Text.of(sniffer.address) + " was not sent: " + e.getMessage());
     }
@@ -171,6 +203,10 @@ public final class UdpTransport implements Transport {
 
   @Override
   public void close() {
-    socket.close();
+    try (channel; selector) {
+      blocks.clear();
+    } catch (IOException ignored) {
+      // There is nothing left to do with them.
+    }
   }
 }

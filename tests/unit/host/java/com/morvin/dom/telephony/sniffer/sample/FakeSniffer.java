@@ -1,6 +1,7 @@
 package com.morvin.dom.telephony.sniffer.sample;
 
 import com.morvin.dom.telephony.sniffer.sample.console.Console;
+import com.morvin.dom.telephony.sniffer.sample.media.Track;
 import com.morvin.dom.telephony.sniffer.sample.page.CallPages;
 import com.morvin.dom.telephony.sniffer.sample.recording.Recorder;
 import com.morvin.dom.telephony.sniffer.sample.service.Service;
@@ -12,7 +13,7 @@ import com.morvin.dom.telephony.sniffer.sample.storage.Store;
 import com.morvin.dom.telephony.sniffer.sample.transport.Command;
 import com.morvin.dom.telephony.sniffer.sample.transport.Endpoint;
 import com.morvin.dom.telephony.sniffer.sample.transport.Frame;
-import com.morvin.dom.telephony.sniffer.sample.transport.Received;
+import com.morvin.dom.telephony.sniffer.sample.transport.FrameBlock;
 import com.morvin.dom.telephony.sniffer.sample.transport.SteadyClock;
 import com.morvin.dom.telephony.sniffer.sample.transport.Transport;
 import java.io.ByteArrayInputStream;
@@ -59,7 +60,7 @@ final class FakeSniffer implements Transport {
   final ByteArrayOutputStream printed = new ByteArrayOutputStream();
   final List<CallReport> reports = new CopyOnWriteArrayList<>();
   private final Console console = new Console(new PrintStream(printed, true, StandardCharsets.UTF_8), false);
-  private final List<Received> unsafe = new CopyOnWriteArrayList<>();
+  private final List<FrameBlock> unsafe = new CopyOnWriteArrayList<>();
   private final Map<Short, Character> letters = new HashMap<>();
   private volatile CountDownLatch stalled = new CountDownLatch(0);
   private volatile long fits = Long.MAX_VALUE;
@@ -74,7 +75,7 @@ final class FakeSniffer implements Transport {
   private long number;
   private SteadyClock clock;
   private long keepMillis;
-  private boolean ignoresDigits;
+  private Track.Options options = new Track.Options(true, false, true);
   /** By how much the time of day was set forward. */
   long setForward;
   long lateMillis;
@@ -114,7 +115,7 @@ final class FakeSniffer implements Transport {
     clock = new SteadyClock(() -> Instant.ofEpochMilli(now + setForward), () -> 1_000_000 * now);
     CallPages pages = new CallPages(directory, () -> Instant.ofEpochMilli(now));
     Retention retention = new Retention(directory, pages, clock, keepMillis, console);
-    recorder = new Recorder(store, Service.Limits.NONE, console, clock, new ReportListener() {
+    recorder = new Recorder(store, options, Service.Limits.NONE, console, clock, new ReportListener() {
       @Override
       public void began(CallReport call) throws IOException {
         retention.began(call);
@@ -136,9 +137,6 @@ final class FakeSniffer implements Transport {
         retention.tick();
       }
     });
-    if (ignoresDigits) {
-      recorder.ignoreDigits();
-    }
     recorder.attach(this);
   }
 
@@ -170,14 +168,15 @@ final class FakeSniffer implements Transport {
     list.clear();
     current = ++sessions;
     start();
-    List<Received> again = List.copyOf(unsafe);
+    List<FrameBlock> again = List.copyOf(unsafe);
     unsafe.clear();
     again.forEach(this::deliver);
   }
 
   /** Stops the recorder and starts it with an option of its command line. */
   void option(String option) throws IOException {
-    ignoresDigits |= option.equals("no-digits");
+    options = new Track.Options(options.keepsDigits() && !option.equals("no-digits"),
+        options.linear() || option.equals("pcm"), options.keepsVoices() && !option.equals("no-mono"));
     if (option.startsWith("keep=")) {
       keepMillis = 86_400_000L * Long.parseLong(option.substring(5));
       try (Stream<Path> all = Files.walk(directory)) {
@@ -219,11 +218,11 @@ final class FakeSniffer implements Transport {
     restart("kill");
   }
 
-  private void deliver(Received received) {
+  private void deliver(FrameBlock block) {
     if (redelivers) {
-      unsafe.add(received);
+      unsafe.add(block);
     }
-    recorder.step(received);
+    recorder.step(block);
   }
 
   /** Sends the following frames as another sniffer. */
@@ -239,7 +238,7 @@ final class FakeSniffer implements Transport {
 
   @Override
   public void acknowledge(long number) {
-    unsafe.removeIf(received -> received.number() <= number);
+    unsafe.removeIf(block -> block.number() <= number);
   }
 
   /** Returns the letter of the packet that a recorded sample comes from. */
@@ -249,7 +248,9 @@ final class FakeSniffer implements Transport {
         letters.put(linear(AudioFormat.Encoding.ULAW, c), Character.toUpperCase(c));
         letters.put(linear(AudioFormat.Encoding.ALAW, c), c);
       }
-      letters.put((short) 0, '.');
+      for (short silence = -8; silence <= 8; silence += 8) {
+        letters.put(silence, '.');
+      }
     }
     return letters.getOrDefault(sample, '?');
   }
@@ -277,9 +278,13 @@ final class FakeSniffer implements Transport {
   }
 
   void frame(int protocol, Endpoint source, Endpoint destination, byte[] payload) {
-    Received received = new Received(new Frame(protocol, destination, source, payload), current,
-        lateMillis == 0 && !redelivers ? 0 : now + setForward - lateMillis, ++number);
-    deliver(redelivers ? received : received.readBy(clock));
+    byte[] frame = new Frame(protocol, destination, source, payload).bytes();
+    byte[] time = ByteBuffer.allocate(Long.BYTES).putLong(1000 * (now + setForward - lateMillis)).array();
+    byte[] before = lateMillis == 0 && !redelivers ? new byte[0]
+        : new Frame(Frame.CAPTURE_TIME, destination, source, time).bytes();
+    byte[] bytes = ByteBuffer.allocate(before.length + frame.length).put(before).put(frame).array();
+    FrameBlock block = new FrameBlock(bytes, 0, bytes.length, current, ++number);
+    deliver(redelivers ? block : block.readBy(clock));
   }
 
   /** Moves the clock. */
@@ -372,9 +377,10 @@ final class FakeSniffer implements Transport {
   short[] samples(String nameEnd) throws IOException, UnsupportedAudioFileException {
     List<Path> found = files(nameEnd);
     Testing.equal(found.size(), 1);
-    try (AudioInputStream wav = AudioSystem.getAudioInputStream(found.get(0).toFile())) {
-      byte[] bytes = wav.readAllBytes();
-      Testing.equal(wav.getFrameLength() * wav.getFormat().getFrameSize(), (long) bytes.length);
+    try (AudioInputStream wav = AudioSystem.getAudioInputStream(found.get(0).toFile());
+         AudioInputStream decoded = AudioSystem.getAudioInputStream(AudioFormat.Encoding.PCM_SIGNED, wav)) {
+      byte[] bytes = decoded.readAllBytes();
+      Testing.equal(wav.getFrameLength() * decoded.getFormat().getFrameSize(), (long) bytes.length);
       short[] samples = new short[bytes.length / 2];
       ByteBuffer.wrap(bytes).order(ByteOrder.LITTLE_ENDIAN).asShortBuffer().get(samples);
       return samples;
@@ -459,7 +465,7 @@ final class FakeSniffer implements Transport {
   }
 
   @Override
-  public Received receive(long timeoutMillis) {
+  public FrameBlock receive(long timeoutMillis) {
     return null;
   }
 

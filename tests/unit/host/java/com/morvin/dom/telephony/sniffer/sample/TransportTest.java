@@ -7,9 +7,10 @@ import com.morvin.dom.telephony.sniffer.sample.console.Console;
 import com.morvin.dom.telephony.sniffer.sample.transport.Command;
 import com.morvin.dom.telephony.sniffer.sample.transport.EmbeddedTransport;
 import com.morvin.dom.telephony.sniffer.sample.transport.Frame;
+import com.morvin.dom.telephony.sniffer.sample.transport.FrameBlock;
+import com.morvin.dom.telephony.sniffer.sample.transport.FrameCursor;
 import com.morvin.dom.telephony.sniffer.sample.transport.Intake;
 import com.morvin.dom.telephony.sniffer.sample.transport.ReceiveBuffer;
-import com.morvin.dom.telephony.sniffer.sample.transport.Received;
 import com.morvin.dom.telephony.sniffer.sample.transport.SteadyClock;
 import com.morvin.dom.telephony.sniffer.sample.transport.TcpTransport;
 import com.morvin.dom.telephony.sniffer.sample.transport.Transport;
@@ -42,6 +43,8 @@ final class TransportTest {
   private final ByteArrayOutputStream printed = new ByteArrayOutputStream();
   private final Console console = new Console(new PrintStream(printed, true, StandardCharsets.UTF_8), false);
 
+  private final FrameCursor cursor = new FrameCursor(new FrameBlock(new byte[0], 0, 0, 0, 0));
+
   private String printed() {
     console.flush(Long.MAX_VALUE / 1_000_000);
     return printed.toString(StandardCharsets.UTF_8);
@@ -52,11 +55,15 @@ final class TransportTest {
         .bytes();
   }
 
-  private static Frame next(Transport link) throws Exception {
+  /** Returns the next frame, which is the only one of its block unless the last block has more. */
+  private Frame next(Transport link) throws Exception {
     for (int i = 0; i < TRIES; i++) {
-      Received received = link.receive(50);
-      if (received != null) {
-        return received.frame();
+      if (cursor.next()) {
+        return cursor.frame();
+      }
+      FrameBlock block = link.receive(50);
+      if (block != null) {
+        cursor.begin(block);
       }
     }
     throw new AssertionError("no frame");
@@ -89,10 +96,14 @@ final class TransportTest {
         for (int at = 0, size = 1; at < bytes.length || frames.size() < 4; at += size, size *= 3) {
           size = Math.min(size, bytes.length - at);
           sniffer.getOutputStream().write(bytes, at, size);
-          Received received = size > 0 ? link.receive(20) : null;
-          Frame frame = size == 0 ? next(link) : received == null ? null : received.frame();
-          if (frame != null) {
+          FrameBlock block = size > 0 ? link.receive(20) : null;
+          if (block != null) {
+            cursor.begin(block);
+          }
+          while (size == 0 || cursor.next()) {
+            Frame frame = size == 0 ? next(link) : cursor.frame();
             frames.add(frame.protocol() + " " + frame.destination() + " " + frame.payload().length);
+            size = Math.max(size, 1);
           }
         }
         equal(frames,
@@ -186,9 +197,15 @@ final class TransportTest {
 
   /** Behaves like the native methods. */
   private static final class FakeEngine implements EmbeddedTransport.Engine {
+    /** The number of frames that are fetched at a time. */
+    final int most;
     final Queue<byte[]> frames = new ConcurrentLinkedQueue<>();
     final Queue<byte[]> requests = new ConcurrentLinkedQueue<>();
     final CompletableFuture<Void> broken = new CompletableFuture<>();
+
+    FakeEngine(int most) {
+      this.most = most;
+    }
 
     @Override
     public void mainLoop() {
@@ -201,14 +218,13 @@ final class TransportTest {
     }
 
     @Override
-    public int getPacket(byte[] buffer) {
-      byte[] frame = frames.peek();
-      if (frame == null || frame.length > buffer.length) {
-        return 0;
+    public int getPackets(ByteBuffer buffer) {
+      int end = 0;
+      for (int i = 0; i < most && !frames.isEmpty() && frames.peek().length <= buffer.capacity() - end; i++) {
+        buffer.put(end, frames.peek());
+        end += frames.remove().length;
       }
-      frames.remove();
-      System.arraycopy(frame, 0, buffer, 0, frame.length);
-      return frame.length;
+      return end;
     }
 
     @Override
@@ -220,31 +236,40 @@ final class TransportTest {
 
   /** A recorder that is too slow loses media before signalling, and each overload is reported with numbers. */
   void testOverload() throws Exception {
-    FakeEngine engine = new FakeEngine();
+    FakeEngine engine = new FakeEngine(5);
     try (EmbeddedTransport link = new EmbeddedTransport(engine);
-         Intake intake = new Intake(link, console, SteadyClock.system(), 41_500)) {
+         Intake intake = new Intake(link, console, SteadyClock.system(), 44_000)) {
       for (int episode = 1; episode <= 2; episode++) {
+        List<byte[]> frames = new ArrayList<>();
         for (int i = 0; i < 200; i++) {
-          engine.frames.add(frame(i % 5 == 0 ? Frame.SIP : Frame.RTP, 800));
+          frames.add(frame(i % 5 == 0 ? Frame.SIP : Frame.RTP, 800));
         }
-        engine.frames.add(frame(Frame.H323, 3));
+        frames.add(frame(Frame.H323, 3));
+        engine.frames.addAll(frames);  // at once, so that all blocks but the last have five frames
         for (int i = 0; i < TRIES && !engine.frames.isEmpty(); i++) {
           Thread.sleep(10);
         }
         int signalling = 0;
         for (int last = 0; last != Frame.H323; signalling += last == Frame.RTP ? 0 : 1) {
-          last = intake.receive(60_000).frame().protocol();
+          while (!cursor.next()) {
+            cursor.begin(intake.receive(60_000));
+          }
+          last = cursor.protocol();
         }
         equal(signalling, 41);
         equal(printed().split("media is dropped first", -1).length - 1, episode);
-        String end = ".*caught up after \\S+ s: 1[56]\\d media frames and 0 signalling.*";
+        String end = ".*caught up after \\S+ s: 1[456]\\d media frames and 0 signalling.*";
         that(printed().matches("(?s)(" + end + "){" + episode + "}"), printed());
       }
     }
   }
 
   void testEmbedded() throws Exception {
-    FakeEngine engine = new FakeEngine();
+    receivesFrom(new FakeEngine(100));
+    receivesFrom(new FakeEngine(1));
+  }
+
+  private void receivesFrom(FakeEngine engine) throws Exception {
     try (EmbeddedTransport link = new EmbeddedTransport(engine)) {
       equal(link.receive(5), null);
       for (int size : new int[] {0, 2000, 65535 - 15, 3}) {
@@ -257,7 +282,8 @@ final class TransportTest {
       engine.frames.addAll(List.of(time, frame(2, 1), frame(2, 1), time, elsewhere, frame(2, 1)));
       List<Long> captured = new ArrayList<>();
       while (captured.size() < 4) {
-        captured.add(link.receive(5000).captured());
+        next(link);
+        captured.add(cursor.captured());
       }
       equal(captured, List.of(1_700_000_000_123L, 0L, 0L, 0L));
       link.send(ADD);

@@ -1,0 +1,120 @@
+package com.morvin.dom.telephony.sniffer.sample.transport;
+
+/**
+ * Walks through the frames of a block in place. After {@link #next} it shows one frame; capture time frames only give
+ * the time of the frame that follows them.
+ */
+public final class FrameCursor {
+  /** The sniffer holds frames for at most a minute, so an older time comes from a wrong clock. */
+  private static final long MAX_AGE_MILLIS = 150_000;
+
+  private FrameBlock block;
+  private byte[] bytes;
+  private int start;
+  private int end;
+  private long captured;
+  private long number;
+
+  /** Makes a cursor before the first frame of a block. */
+  public FrameCursor(FrameBlock block) {
+    begin(block);
+  }
+
+  /** Moves before the first frame of a block. */
+  public void begin(FrameBlock next) {
+    block = next;
+    bytes = next.bytes();
+    start = next.from();
+    end = next.from();
+    number = next.number() - 1;
+  }
+
+  /** Moves to the frame of another cursor. */
+  public void begin(FrameCursor other) {
+    block = other.block;
+    bytes = other.bytes;
+    start = other.start;
+    end = other.end;
+    captured = other.captured;
+    number = other.number;
+  }
+
+  /** Moves to the next frame. Returns false when there is none. */
+  public boolean next() {
+    int time = -1;
+    while (end < block.to()) {
+      start = end;
+      end = start + Wire.u16(bytes, start);
+      if (bytes[start + Wire.PROTOCOL] != Frame.CAPTURE_TIME) {
+        captured = time < 0 ? 0 : captured(time);
+        number++;
+        return true;
+      }
+      time = start;
+    }
+    return false;
+  }
+
+  /** Returns the time in a capture time frame. Over UDP the frame that it belongs to can be lost. */
+  private long captured(int time) {
+    boolean belongs = Wire.destination(bytes, time) == destination() && Wire.source(bytes, time) == source();
+    return belongs ? Math.max(0, Wire.i64(bytes, time + Frame.HEADER) / 1000) : 0;
+  }
+
+  /** Returns the array that holds the frame. */
+  public byte[] bytes() {
+    return bytes;
+  }
+
+  /** Returns the index of the frame. */
+  public int start() {
+    return start;
+  }
+
+  /** Returns the index after the frame. */
+  public int end() {
+    return end;
+  }
+
+  /** Returns the protocol, one of the constants of {@link Frame}. */
+  public int protocol() {
+    return bytes[start + Wire.PROTOCOL];
+  }
+
+  /** Returns the destination; see {@link Endpoint#key}. */
+  public long destination() {
+    return Wire.destination(bytes, start);
+  }
+
+  /** Returns the source; see {@link Endpoint#key}. */
+  public long source() {
+    return Wire.source(bytes, start);
+  }
+
+  /** Returns the number of the frame; see {@link Transport#acknowledge}. */
+  public long number() {
+    return number;
+  }
+
+  /** Returns the time of capture in milliseconds since 1970; 0 when it is not known. */
+  public long captured() {
+    return captured;
+  }
+
+  /**
+   * Returns the time of capture by the {@link SteadyClock}: the stated time if that is plausible, or else the time when
+   * the block was read. When the transport redelivers, returns the time by the clock of the sniffer.
+   */
+  public long time() {
+    if (block.steady() == 0) {
+      return captured;
+    }
+    long age = block.timeOfDay() - captured;
+    return block.steady() - (captured > 0 && age > 0 && age < MAX_AGE_MILLIS ? age : 0);
+  }
+
+  /** Returns a copy of the frame. */
+  public Frame frame() {
+    return Frame.copy(bytes, start, end);
+  }
+}
