@@ -265,8 +265,8 @@ class RecorderLink(TestCase):
                 recorder.add(*phones)
                 self.wire.send(*[frame for moment in media[15:] for frame in moment])
                 recorder.settle()
-                self.quiesce()
                 recorder.wait(lambda _: len(recorder.of(RTP)) >= 50 * 25, "all media")
+                self.quiesce()
                 for phone in phones:
                     here = socket.inet_aton(phone[0])
                     numbers = [int.from_bytes(frame[17:19], "big") for frame in recorder.of(RTP) if frame[3:7] == here]
