@@ -144,9 +144,13 @@ public final class Disk implements AutoCloseable {
       console.line((maxBytes >> 20) + " MB wait for the disk: reports of calls without media are dropped, then the "
           + "oldest media");
     }
+    count(entry);
+    entry.dropped.run();
+  }
+
+  private void count(Entry entry) {
     droppedBytes += entry.content == Content.MEDIA ? entry.bytes : 0;
     droppedJobs += entry.content == Content.MEDIA ? 0 : 1;
-    entry.dropped.run();
   }
 
   private void write() {
@@ -164,7 +168,7 @@ public final class Disk implements AutoCloseable {
     for (Entry entry = next(); entry != null; entry = next()) {
       boolean done = true;
       for (Job job : entry.jobs) {
-        done &= perform(job);
+        done &= perform(job, entry);
       }
       if (!done) {
         entry.dropped.run();
@@ -200,7 +204,7 @@ public final class Disk implements AutoCloseable {
   }
 
   /** Repeats a job until it succeeds. Returns false when it is given up. */
-  private boolean perform(Job job) {
+  private boolean perform(Job job, Entry entry) {
     for (int tries = 0; tries < TRIES; ) {
       try {
         gate.admit(1);
@@ -214,8 +218,7 @@ public final class Disk implements AutoCloseable {
         boolean oneFile = (e instanceof FileSystemException || e instanceof LeftOutException) && canWrite();
         tries += oneFile ? e instanceof LeftOutException ? TRIES : 1 : 0;
         if (tries >= TRIES) {
-          console.line("given up: " + e);
-          succeed();
+          giveUp(entry, e);
           return false;
         }
         synchronized (this) {
@@ -277,6 +280,14 @@ public final class Disk implements AutoCloseable {
       droppedBytesBefore = droppedBytes;
       droppedJobs = 0;
     }
+  }
+
+  private synchronized void giveUp(Entry entry, IOException e) {
+    console.line("given up: " + e);
+    if (failing) {
+      count(entry);
+    }
+    succeed();
   }
 
   private void await(long millis) {
