@@ -21,6 +21,10 @@ final class RtpStream {
 
   /** The number of packets that are remembered. Another sniffer can deliver the same packet seconds later. */
   private static final int REMEMBERED = 512;
+  /** RTP timestamp units in a millisecond. */
+  private static final int TICKS = 8;
+  /** The most by which an outage differs from the jump of the timestamps. */
+  private static final long MAX_CLOCK_MILLIS = 1000;
 
   private final TreeMap<Long, RtpPacket> early = new TreeMap<>();
   /** Sequence numbers and timestamps of the last packets. */
@@ -29,6 +33,8 @@ final class RtpStream {
   private int waiting;
   private RtpPacket suspect;
   private long next = -1;
+  /** The time of capture of the last packet that was passed on. */
+  private long lastTime;
   private long received;
   private long lost;
 
@@ -44,6 +50,7 @@ final class RtpStream {
       seen[slot] = identity;
       received++;
       next++;
+      lastTime = packet.time();
       inOrder.accept(packet);
       return;
     }
@@ -60,6 +67,7 @@ final class RtpStream {
       }
       RtpPacket first = suspect;
       drain(inOrder);
+      lost += lostInOutage(first, packet);
       next = 0x10000L + first.sequence();
       accept(first, inOrder);
       distance = (short) (sequence - (int) next);
@@ -74,6 +82,22 @@ final class RtpStream {
     while (received > 1 && !early.isEmpty() && (early.firstKey() == next || early.size() > REORDER_DEPTH)) {
       release(inOrder);
     }
+  }
+
+  /**
+   * Returns the number of packets that were lost before a larger jump; 0 when the sender has started over. After an
+   * outage, the sequence numbers, the timestamps and the clock have moved on by the same time.
+   */
+  private long lostInOutage(RtpPacket first, RtpPacket second) {
+    int step = second.timestamp() - first.timestamp();
+    long last = seen[(int) (next - 1) & REMEMBERED - 1];
+    if (step <= 0 || last >>> 32 != (0x10000 | next - 1 & 0xffff)) {
+      return 0;
+    }
+    long ticks = first.timestamp() - (int) last & 0xffffffffL;
+    long packets = ticks / step;
+    boolean fits = ticks % step == 0 && (packets & 0xffff) == (first.sequence() - (int) next + 1 & 0xffff);
+    return fits && Math.abs(first.time() - lastTime - ticks / TICKS) < MAX_CLOCK_MILLIS ? packets - 1 : 0;
   }
 
   long touch() {
@@ -101,6 +125,7 @@ final class RtpStream {
     waiting = early.size();
     lost += first.getKey() - next;
     next = first.getKey() + 1;
+    lastTime = first.getValue().time();
     inOrder.accept(first.getValue());
   }
 

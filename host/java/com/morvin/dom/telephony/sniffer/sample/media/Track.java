@@ -345,6 +345,13 @@ public final class Track {
       return output.delay(pauseBefore(packet) / TICKS, packet.time());
     }
 
+    /** Whether the late packets came much faster than they were sent: they were held up, as in an outage of a link. */
+    private boolean cameInBurst() {
+      RtpPacket first = held.get(0);
+      RtpPacket last = held.get(held.size() - 1);
+      return (last.timestamp() - first.timestamp()) / TICKS > 2 * (last.time() - first.time());
+    }
+
     /** Places the late packets where they were captured. */
     private void insertPause() {
       note("time stamps stood still during a pause");
@@ -361,7 +368,11 @@ public final class Track {
     void finish() {
       stream.drain(this::play);
       if (!held.isEmpty() && output != null && output.isOwnedBy(this)) {
-        insertPause();
+        if (cameInBurst()) {
+          writeHeld();
+        } else {
+          insertPause();
+        }
       } else if (!held.isEmpty()) {
         assignOutput();
       }

@@ -41,6 +41,7 @@ public final class Recorder extends Service {
   private final CallLog log;
   private final Reports reports;
   private final Summary summary = new Summary();
+  private final Quota quota = new Quota();
 
   private final Map<Call, Recording> recordings = new LinkedHashMap<>();
   private final Track.Options options;
@@ -138,7 +139,19 @@ public final class Recorder extends Service {
       long lost = recordings.values().stream().mapToLong(Recording::lost).sum();
       console.status(summary.status(recordings.size(), lost, now.steady(), dropped()) + " | " + snifferState());
       save();
+      logRefused();
       store.disk().submit(listener::tick);
+    }
+  }
+
+  /** Logs the beginning and the end of a flood of calls without media. */
+  private void logRefused() {
+    boolean wasExceeded = quota.isExceeded();
+    long refused = quota.takeRefused();
+    if (!wasExceeded && quota.isExceeded()) {
+      console.line("more than " + Quota.PER_SECOND + " calls a second end without media: the others get no report");
+    } else if (refused > 0) {
+      console.line(Text.count(refused, "call") + " without media got no report");
     }
   }
 
@@ -277,8 +290,10 @@ public final class Recorder extends Service {
       if (summary.countFlood()) {
         console.line("more calls than can be followed: those without media make way");
       }
-    } else {
+    } else if (recording.hasMedia() || quota.allows(now().steady())) {
       report(recording, how, at);
+    } else {
+      summary.countExcess();
     }
     // A recorder that ends before the report is written leaves the call to the next one.
     running.end(recording.journal, recording::obsoleteFiles);

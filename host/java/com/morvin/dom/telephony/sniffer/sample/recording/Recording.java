@@ -192,6 +192,11 @@ final class Recording {
     }
   }
 
+  /** Whether media was received. */
+  boolean hasMedia() {
+    return !allTracks().allMatch(Track::isEmpty);
+  }
+
   /** Returns the number of lost packets in both directions. */
   long lost() {
     long lost = fromCaller.track.lost() + fromCallee.track.lost();
@@ -245,9 +250,10 @@ final class Recording {
 
   /** Queues the report for the disk thread. */
   void report(Reports reports, String how, long end) {
+    boolean hasMedia = hasMedia();
     allTracks().forEach(Track::finish);
     List<CallReport.Leg> legs = legs();
-    reports.write(name, fromCaller.track.stretches(start),
+    reports.write(name, hasMedia, fromCaller.track.stretches(start),
         fromCallee.track.stretches(start), names -> new CallReport(names.report(), call.protocol(),
             Text.printable(call.id()), Text.printable(call.caller()), Text.printable(call.callee()), start, end + skew,
             Text.printable(how), voice(Direction.FROM_CALLER, names), voice(Direction.FROM_CALLEE, names),

@@ -21,6 +21,7 @@ final class Summary {
   private long lost;
   private long malformed;
   private long flood;
+  private long excess;
   private long total;
   private long totalBefore;
   private long statusAt;
@@ -50,6 +51,11 @@ final class Summary {
   /** Counts a call that made way for others. Returns whether it is the first one. */
   boolean countFlood() {
     return ++flood == 1;
+  }
+
+  /** Counts a call that got no report because too many ended without media. */
+  void countExcess() {
+    excess++;
   }
 
   /** Counts the files of an ended call. Called on the disk thread. */
@@ -92,8 +98,11 @@ final class Summary {
     if (flood > 0) {
       lines.add(Text.count(flood, "call") + " without media made way for others");
     }
+    if (excess > 0) {
+      lines.add(Text.count(excess, "call") + " without media got no report, because too many ended");
+    }
     if (unreported > 0) {
-      lines.add(Text.count(unreported, "call") + " without a complete report: the disk was full or faulty");
+      lines.add(Text.count(unreported, "call") + " without a complete report: the disk was full, faulty or too slow");
     }
     files.forEach(part -> lines.add("  " + directory.resolve(part.file()) + "  "
         + Text.seconds(Math.round(part.seconds() * 1000)) + " s"));

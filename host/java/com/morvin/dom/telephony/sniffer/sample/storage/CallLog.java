@@ -26,10 +26,10 @@ public final class CallLog {
   /** Opens the table of a directory, or creates it. */
   public CallLog(Path directory) throws IOException {
     file = directory.resolve("calls.csv");
-    if (!Files.exists(file)) {
-      append(COLUMNS);
-    } else {
+    if (size() > 0) {
       keepApartFromOlderTable();
+    } else {
+      append(List.of());
     }
   }
 
@@ -41,12 +41,17 @@ public final class CallLog {
       }
     }
     Files.move(file, file.resolveSibling("calls-before-" + Instant.now().getEpochSecond() + ".csv"));
-    append(COLUMNS);
+    append(List.of());
   }
 
   /** Returns the path of the table. */
   public Path file() {
     return file;
+  }
+
+  /** Returns the size in bytes; 0 when the table was moved. */
+  long size() {
+    return file.toFile().length();
   }
 
   /** Adds the line of a call. Called on the disk thread. */
@@ -73,8 +78,10 @@ public final class CallLog {
     return voice.digits().stream().map(CallReport.Digit::digit).collect(Collectors.joining());
   }
 
+  /** Appends a line unless it is empty. A new table, also after the former one was moved, begins with the columns. */
   private void append(List<String> fields) throws IOException {
-    FileOperations.append(file, (line(fields) + "\n").getBytes(StandardCharsets.UTF_8));
+    String lines = (size() > 0 ? "" : line(COLUMNS) + "\n") + (fields.isEmpty() ? "" : line(fields) + "\n");
+    FileOperations.append(file, lines.getBytes(StandardCharsets.UTF_8));
   }
 
   private static String line(List<String> fields) {

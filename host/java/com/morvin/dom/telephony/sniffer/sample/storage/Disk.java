@@ -17,7 +17,8 @@ import java.util.concurrent.TimeUnit;
 /**
  * Runs all jobs that write, in order, on the disk thread, so that no other thread waits for a disk that is slow,
  * stalled or full. A failed job is repeated until it succeeds. Meanwhile the others wait in memory. When too much
- * waits, the oldest media is dropped and counted, then the oldest of the other jobs. Any thread may call any method.
+ * waits, the oldest minor jobs are dropped and counted, then the oldest media, then the oldest of the other jobs. Any
+ * thread may call any method.
  */
 public final class Disk implements AutoCloseable {
   private static final long RETRY_MILLIS = 500;
@@ -50,16 +51,18 @@ public final class Disk implements AutoCloseable {
     }
   }
 
+  /** What a job writes, in the order in which jobs are dropped. */
+  public enum Content { MINOR, MEDIA, STATE }
+
   /** Jobs that belong together: each is repeated until it succeeds or is given up; then the next one follows. */
-  private record Entry(long number, List<Job> jobs, long bytes, boolean media, Runnable dropped) {}
+  private record Entry(long number, List<Job> jobs, long bytes, Content content, Runnable dropped) {}
 
   private final Path directory;
   private final long maxBytes;
   private final Console console;
   private final Gate gate;
-  /** The waiting jobs, oldest first. The numbers give the order of both queues. */
-  private final Deque<Entry> media = new ArrayDeque<>();
-  private final Deque<Entry> others = new ArrayDeque<>();
+  /** The waiting jobs, oldest first, in the order of {@link Content}. The numbers give the order of all queues. */
+  private final List<Deque<Entry>> queues = List.of(new ArrayDeque<>(), new ArrayDeque<>(), new ArrayDeque<>());
   private final Thread writer = new Thread(this::write, "writer");
   private long lastNumber;
   private long bytes;
@@ -69,6 +72,8 @@ public final class Disk implements AutoCloseable {
   private boolean dropping;
   private boolean busy;
   private boolean closing;
+  /** Whether an error has ended the disk thread. */
+  private boolean ended;
   private long hurriedSince;
   private boolean hurried;
   private long failingSince;
@@ -92,7 +97,7 @@ public final class Disk implements AutoCloseable {
 
   /** Queues a job. */
   public void submit(Job job) {
-    submit(JOB_OVERHEAD, List.of(job), () -> { });
+    submit(JOB_OVERHEAD, List.of(job), Content.STATE, () -> { });
   }
 
   /**
@@ -102,7 +107,7 @@ public final class Disk implements AutoCloseable {
    * @param dropped runs instead of dropped jobs, or after one of them is given up, on any thread
    */
   public void submit(int size, List<Job> jobs, Runnable dropped) {
-    add(jobs, size, false, dropped);
+    submit(size, jobs, Content.STATE, dropped);
   }
 
   /**
@@ -112,16 +117,23 @@ public final class Disk implements AutoCloseable {
    * @param dropped runs instead of a dropped job, on any thread
    */
   public void write(int size, Job job, Runnable dropped) {
-    add(List.of(job), size + JOB_OVERHEAD, true, dropped);
+    submit(size + JOB_OVERHEAD, List.of(job), Content.MEDIA, dropped);
   }
 
-  private synchronized void add(List<Job> jobs, long size, boolean isMedia, Runnable dropped) {
-    Entry entry = new Entry(++lastNumber, jobs, size, isMedia, dropped);
+  /**
+   * Queues jobs that belong together.
+   *
+   * @param size the memory that they take while they wait, in bytes
+   * @param content decides when they are dropped
+   * @param dropped runs instead of dropped jobs, or after one of them is given up, on any thread
+   */
+  public synchronized void submit(int size, List<Job> jobs, Content content, Runnable dropped) {
+    Entry entry = new Entry(++lastNumber, jobs, size, content, dropped);
     bytes += size;
-    while (bytes > maxBytes && !(media.isEmpty() && others.isEmpty())) {
-      drop((media.isEmpty() ? others : media).remove());
+    while (bytes > maxBytes && !isIdle()) {
+      drop(queues.stream().filter(queue -> !queue.isEmpty()).findFirst().orElseThrow().remove());
     }
-    (isMedia ? media : others).add(entry);
+    queues.get(content.ordinal()).add(entry);
     notifyAll();
   }
 
@@ -129,18 +141,34 @@ public final class Disk implements AutoCloseable {
     bytes -= entry.bytes;
     if (!dropping) {
       dropping = true;
-      console.line((maxBytes >> 20) + " MB of recordings wait for the disk: the oldest are dropped");
+      console.line((maxBytes >> 20) + " MB wait for the disk: reports of calls without media are dropped, then the "
+          + "oldest media");
     }
-    droppedBytes += entry.media ? entry.bytes : 0;
-    droppedJobs += entry.media ? 0 : 1;
+    count(entry);
     entry.dropped.run();
   }
 
+  private void count(Entry entry) {
+    droppedBytes += entry.content == Content.MEDIA ? entry.bytes : 0;
+    droppedJobs += entry.content == Content.MEDIA ? 0 : 1;
+  }
+
   private void write() {
+    try {
+      writeAll();
+    } finally {
+      synchronized (this) {
+        ended = true;
+        notifyAll();
+      }
+    }
+  }
+
+  private void writeAll() {
     for (Entry entry = next(); entry != null; entry = next()) {
       boolean done = true;
       for (Job job : entry.jobs) {
-        done &= perform(job);
+        done &= perform(job, entry);
       }
       if (!done) {
         entry.dropped.run();
@@ -158,16 +186,25 @@ public final class Disk implements AutoCloseable {
       await(0);
     }
     busy = !isIdle();
-    boolean mediaFirst = others.isEmpty() || !media.isEmpty() && media.element().number < others.element().number;
-    return (mediaFirst ? media : others).poll();
+    Deque<Entry> oldest = queues.get(0);
+    for (Deque<Entry> queue : queues) {
+      boolean isOlder = oldest.isEmpty() || !queue.isEmpty() && queue.element().number < oldest.element().number;
+      oldest = isOlder ? queue : oldest;
+    }
+    return oldest.poll();
   }
 
   private boolean isIdle() {
-    return media.isEmpty() && others.isEmpty();
+    for (Deque<Entry> queue : queues) {
+      if (!queue.isEmpty()) {
+        return false;
+      }
+    }
+    return true;
   }
 
   /** Repeats a job until it succeeds. Returns false when it is given up. */
-  private boolean perform(Job job) {
+  private boolean perform(Job job, Entry entry) {
     for (int tries = 0; tries < TRIES; ) {
       try {
         gate.admit(1);
@@ -181,8 +218,7 @@ public final class Disk implements AutoCloseable {
         boolean oneFile = (e instanceof FileSystemException || e instanceof LeftOutException) && canWrite();
         tries += oneFile ? e instanceof LeftOutException ? TRIES : 1 : 0;
         if (tries >= TRIES) {
-          console.line("given up: " + e);
-          succeed();
+          giveUp(entry, e);
           return false;
         }
         synchronized (this) {
@@ -191,8 +227,8 @@ public final class Disk implements AutoCloseable {
           }
           await(RETRY_MILLIS);
         }
-      } catch (RuntimeException | Error e) {
-        // One job must not end the writing of all others.
+      } catch (RuntimeException e) {
+        // One job must not end the writing of all others. An error ends the process.
         console.line("writing failed: " + e);
         return false;
       }
@@ -246,6 +282,14 @@ public final class Disk implements AutoCloseable {
     }
   }
 
+  private synchronized void giveUp(Entry entry, IOException e) {
+    console.line("given up: " + e);
+    if (failing) {
+      count(entry);
+    }
+    succeed();
+  }
+
   private void await(long millis) {
     try {
       wait(millis);
@@ -268,9 +312,12 @@ public final class Disk implements AutoCloseable {
     return hurried && System.nanoTime() - hurriedSince >= PATIENCE_NANOS / 2;
   }
 
-  /** Waits until all queued jobs are done. Gives up when they have failed for five seconds; see also {@link #hurry}. */
+  /**
+   * Waits until all queued jobs are done. Gives up when they have failed for five seconds, or an error has ended the
+   * disk thread; see also {@link #hurry}.
+   */
   public synchronized void drain() {
-    while (busy || !isIdle()) {
+    while (!ended && (busy || !isIdle())) {
       long now = System.nanoTime();
       if (failing && now - failingSince >= PATIENCE_NANOS || hurried && now - hurriedSince >= PATIENCE_NANOS) {
         return;
@@ -293,8 +340,7 @@ public final class Disk implements AutoCloseable {
         console.line((bytes >> 10) + " KB of recordings could not be written");
       }
       closing = true;
-      media.clear();
-      others.clear();
+      queues.forEach(Deque::clear);
       notifyAll();
     }
     try {

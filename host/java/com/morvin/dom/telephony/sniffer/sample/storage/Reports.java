@@ -45,16 +45,17 @@ public final class Reports {
    * Queues the jobs for a call after its media has been passed to the disk thread.
    *
    * @param name of the files, without an extension
+   * @param hasMedia whether media was received; without it the report is the first thing that is dropped
    * @param report makes the report; called on the disk thread after the media and the stereo file are written
    */
-  public void write(String name, List<StereoFile.Stretch> left, List<StereoFile.Stretch> right,
+  public void write(String name, boolean hasMedia, List<StereoFile.Stretch> left, List<StereoFile.Stretch> right,
       Function<Names, CallReport> report) {
     Ended call = new Ended(name, left, right, report);
     store.disk().submit(WAITING_BYTES, List.of(call::mix, call::writeReport, call::addToTable, call::notifyListener),
-        dropped::incrementAndGet);
+        hasMedia ? Disk.Content.STATE : Disk.Content.MINOR, dropped::incrementAndGet);
   }
 
-  /** Returns the number of ended calls whose files are incomplete because the disk was full, or faulty. */
+  /** Returns the number of ended calls whose files are incomplete because the disk was full, faulty or too slow. */
   public long dropped() {
     return dropped.get();
   }

@@ -119,6 +119,7 @@ public final class RunningCalls {
     boolean first = journal.frames == 0;
     journal.frames += frames.size();
     store.disk().submit(records.length, List.of(() -> {
+      store.ensureRunning();
       store.written(journal.file);
       if (first && !journal.file.toFile().exists()) {
         store.create(journal.file);
@@ -213,6 +214,12 @@ public final class RunningCalls {
     endedNames.clear();
     wantsAll = false;
     store.disk().submit(size, List.of(() -> {
+      store.ensureRunning();
+      if (!all && !Files.exists(checkpoint)) {
+        wantsAll = true;  // an increment to a removed checkpoint is useless
+        failed.run();
+        return;
+      }
       store.sync();
       byte[] batch = batch(calls, over, now, position);
       if (all) {
@@ -243,7 +250,7 @@ public final class RunningCalls {
     out.writeLong(0);  // length and checksum
     out.writeInt(VERSION);
     out.writeLong(now);
-    out.writeLong(Files.size(log.file()));
+    out.writeLong(log.size());
     out.writeInt(position.length);
     out.write(position);
     out.writeInt(over.size());

@@ -123,6 +123,14 @@ public final class Store implements AutoCloseable {
     return directory.resolve(RUNNING);
   }
 
+  /** Makes the directory of the state again when it was removed. Called on the disk thread. */
+  void ensureRunning() throws IOException {
+    if (!exists(running())) {
+      spares.clear();
+      FileOperations.createDirectories(running());
+    }
+  }
+
   /** Returns the disk thread that writes into the directory. */
   public Disk disk() {
     return disk;
@@ -179,6 +187,7 @@ public final class Store implements AutoCloseable {
 
   /** Creates a file that does not exist, from a spare one if there is any. Called on the disk thread. */
   void create(Path path) throws IOException {
+    ensureRunning();
     if (!exists(path.getParent())) {
       FileOperations.createDirectories(path.getParent());
     }
@@ -202,6 +211,7 @@ public final class Store implements AutoCloseable {
       Files.delete(path);
       return;
     }
+    ensureRunning();
     FileOperations.truncate(path, 0);
     Path spare = running().resolve(SPARE + ++lastSpare);
     Files.move(path, spare, StandardCopyOption.ATOMIC_MOVE);

@@ -18,6 +18,7 @@ import com.morvin.dom.telephony.sniffer.sample.transport.SteadyClock;
 import com.morvin.dom.telephony.sniffer.sample.transport.Transport;
 import java.io.ByteArrayInputStream;
 import java.io.ByteArrayOutputStream;
+import java.io.File;
 import java.io.IOException;
 import java.io.PrintStream;
 import java.io.UncheckedIOException;
@@ -30,6 +31,7 @@ import java.nio.file.attribute.FileTime;
 import java.nio.file.attribute.PosixFilePermissions;
 import java.time.Instant;
 import java.util.ArrayList;
+import java.util.Comparator;
 import java.util.HashMap;
 import java.util.Iterator;
 import java.util.List;
@@ -138,6 +140,14 @@ final class FakeSniffer implements Transport {
       }
     });
     recorder.attach(this);
+  }
+
+  /** Removes a file or a folder of the recordings, as an operator may. */
+  void remove(String name) throws IOException {
+    awaitDisk();
+    try (Stream<Path> all = Files.walk(directory.resolve(name))) {
+      all.sorted(Comparator.reverseOrder()).map(Path::toFile).forEach(File::delete);
+    }
   }
 
   /** Sets the state of the disk: "full", "small", "broken", "stalled" or "good". */

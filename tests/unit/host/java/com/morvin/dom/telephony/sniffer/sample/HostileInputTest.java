@@ -22,6 +22,7 @@ import java.nio.file.Path;
 import java.util.List;
 import java.util.Queue;
 import java.util.Random;
+import java.util.concurrent.CompletableFuture;
 import java.util.concurrent.ConcurrentLinkedQueue;
 import java.util.concurrent.CountDownLatch;
 
@@ -230,7 +231,7 @@ final class HostileInputTest {
     });
   }
 
-  /** Media is dropped before the reports of ended calls, the oldest first in both cases. */
+  /** Minor jobs are dropped first, then media, then the other jobs; the oldest first in each case. */
   void testWhatWaitsForTheDiskIsBounded() throws Exception {
     Testing.inDirectory(directory -> {
       CountDownLatch stalled = new CountDownLatch(1);
@@ -243,22 +244,66 @@ final class HostileInputTest {
           throw new IOException(e);
         }
       })) {
-        for (int i = 0; i < 20; i++) {
+        disk.submit(() -> { });  // keeps the disk thread busy
+        for (int i = 0; i < 10; i++) {
           int number = i;
-          disk.write(9_800, () -> written.add(number), () -> dropped.add(number));
-          disk.submit(4_000, List.of(() -> written.add(100 + number)), () -> dropped.add(100 + number));
+          disk.write(9_700, () -> written.add(number), () -> dropped.add(number));
         }
-        equal(dropped.size(), 18);
-        for (int i = 20; i < 120; i++) {
-          int number = i;
-          disk.submit(4_000, List.of(() -> written.add(100 + number)), () -> dropped.add(100 + number));
+        for (int i = 0; i < 1000; i++) {
+          int number = 1000 + i;
+          disk.submit(16_000, List.of(() -> written.add(number)), Disk.Content.MINOR, () -> dropped.add(number));
+        }
+        that(dropped.size() >= 994 && dropped.stream().noneMatch(number -> number == 9), "flood: " + dropped);
+        for (int i = 0; i < 120; i++) {
+          int number = 100 + i;
+          disk.submit(4_000, List.of(() -> written.add(number)), () -> dropped.add(number));
         }
         stalled.countDown();
         disk.drain();
       }
-      equal(written.size() + dropped.size(), 140);
-      that(dropped.contains(19) && dropped.contains(105) && written.contains(219), "the oldest go: " + dropped);
+      equal(written.size() + dropped.size(), 1130);
+      that(dropped.contains(9) && dropped.contains(105) && written.contains(219), "the oldest go: " + dropped);
       that(written.size() >= 20 && written.size() <= 26, "" + written);
+    });
+  }
+
+  /** An error, such as a lack of memory, ends the process: it is neither hidden nor waited for. */
+  void testErrorOfTheDiskThread() throws Exception {
+    Thread.UncaughtExceptionHandler handler = Thread.getDefaultUncaughtExceptionHandler();
+    CompletableFuture<Throwable> uncaught = new CompletableFuture<>();
+    Thread.setDefaultUncaughtExceptionHandler((thread, thrown) -> uncaught.complete(thrown));
+    try {
+      Testing.inDirectory(directory -> {
+        try (Disk disk = new Disk(directory, 100_000, new Console(System.out, false), bytes -> { })) {
+          disk.submit(() -> {
+            throw new OutOfMemoryError("simulated");
+          });
+          disk.submit(() -> { });
+          equal(uncaught.get().getMessage(), "simulated");
+        }
+      });
+    } finally {
+      Thread.setDefaultUncaughtExceptionHandler(handler);
+    }
+  }
+
+  /** Calls that fail at a high rate get a limited number of reports; a call with media always gets one. */
+  void testFloodOfFailedCalls() throws Exception {
+    FakeSniffer.with(sniffer -> {
+      for (int i = 0; i < 6000; i++) {
+        String id = "Call-ID: flood-" + i;
+        sip(sniffer, A, B, INVITE.replace("Call-ID: 1", id));
+        sip(sniffer, B, A, response("404 Not Found").replace("Call-ID: 1", id));
+      }
+      sip(sniffer, A, B, INVITE);
+      sip(sniffer, B, A, response("200 OK"));
+      sniffer.udp(A, FakeSniffer.at("10.0.0.1:4000"), FakeSniffer.rtp(8, 0, 0, 0, new byte[160]));
+      sniffer.pass(60_000);
+      sniffer.recorder.finish();
+      int reports = sniffer.table().size();
+      that(reports > 2000 && reports < 5000, "reports " + reports);
+      that(sniffer.table().get(reports - 1).contains(",1,recording stopped,"), "" + sniffer.table().get(reports - 1));
+      that(sniffer.printed().contains(6001 - reports + " calls without media got no report"), sniffer.printed());
     });
   }
 

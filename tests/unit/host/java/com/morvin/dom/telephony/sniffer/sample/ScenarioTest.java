@@ -104,6 +104,7 @@ final class ScenarioTest {
       case "misses" -> sniffer.list.remove(at(words[1]));
       case "commands-get-lost" -> sniffer.losesCommands = true;
       case "command-fails" -> sniffer.refusesCommand = true;
+      case "removes" -> sniffer.remove(words[1]);
       case "disk" -> sniffer.disk(words[1]);
       case "redelivers" -> sniffer.redeliver();
       case "restart" -> sniffer.restart(words[1]);
@@ -122,6 +123,7 @@ final class ScenarioTest {
       case "crc" -> equal(crc(sniffer.samples(words[1])), words[2]);
       case "stereo" -> stereo(Integer.parseInt(words[1]), words[2], words[3]);
       case "report" -> contains(sniffer.report(), rest);
+      case "silent" -> that(!sniffer.printed().contains(rest), rest + " was printed");
       case "printed" -> contains(sniffer.printed(), rest);
       default -> throw new IllegalArgumentException("no such step");
     }
