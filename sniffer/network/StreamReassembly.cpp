@@ -102,10 +102,10 @@ void StreamReassembly::deliver(Octets octets, const Early& segment, OctetReceive
   next_ += static_cast<Position>(octets.size());
   hasEnded_ |= segment.isLast;
   if (!octets.empty()) receiver.takeOctets(octets, segment.captured);
+  passLeft(receiver);
   if (segment.missing == 0) return;
   // The length of the segment may be forged.
-  leaveMark(static_cast<std::uint32_t>(next_ + static_cast<Position>(segment.missing)), {});
-  skipTo(next_ + static_cast<Position>(segment.missing), receiver);
+  giveUpGap(next_ + static_cast<Position>(segment.missing), {}, receiver);
 }
 
 void StreamReassembly::takeEnd(std::uint32_t sequence) {
@@ -194,7 +194,19 @@ void StreamReassembly::giveUpGap(Position to, Octets after, OctetReceiver& recei
 void StreamReassembly::skipTo(Position to, OctetReceiver& receiver) {
   const auto count = static_cast<std::uint64_t>(to - next_);
   next_ = to;
-  receiver.loseOctets(count);
+  if (disorder_ == nullptr || disorder_->leftAt == kNever) {
+    receiver.loseOctets(count);
+    return;
+  }
+  receiver.restart(false);
+  if (next_ >= disorder_->leftAt) disorder_->leftAt = kNever;
+}
+
+/// Restarts the receiver when octets end where the numbering was left for an earlier one: the message that they began
+/// may be forged, and its length must not hide what follows. Octets across that place are the sender's own.
+void StreamReassembly::passLeft(OctetReceiver& receiver) {
+  if (disorder_ == nullptr || next_ < disorder_->leftAt) return;
+  if (std::exchange(disorder_->leftAt, kNever) == next_) receiver.restart(false);
 }
 
 // ---- other numberings ----
@@ -287,15 +299,26 @@ void StreamReassembly::returnTo(std::size_t number, OctetReceiver& receiver) {
   const std::uint32_t from = mark.from + mark.length;
   auto length = static_cast<std::uint32_t>(next_) - from;  // passed on after the mark, up to the next one
   for (const Mark& other : marks) length = std::min(length, other.from - from);
-  adopt(std::move(*mark.candidate), mark.weight, receiver);
+  const std::uint32_t gap = mark.candidate->first - mark.from;
+  const bool leavesGap = gap > 0 && mark.covers(mark.candidate->first);
+  adopt(std::move(*mark.candidate), leavesGap ? 0 : mark.weight, receiver);
+  if (leavesGap) addMark({mark.from, gap, mark.weight, {}, nullptr});
   if (mark.after.isFull()) disorder().passed = {positionOf(from), positionOf(from) + length, mark.after};
 }
 
 void StreamReassembly::adopt(Candidate candidate, Position weight, OctetReceiver& receiver) {
-  leaveMark(candidate.first, {});
-  std::vector<Mark> marks = std::move(disorder_->marks);
+  Disorder& kept = *disorder_;
+  const bool isNear = !isFar(candidate.first);
+  if (candidate.isSyn || !isNear || isAhead(candidate.first)) {
+    leaveMark(candidate.first, {});
+  } else if (kept.leftAt == kNever) {
+    kept.leftAt = next_;  // segments there will be early
+  }
+  const Position left = isNear && kept.leftAt != kNever ? kept.leftAt : 0;
+  std::vector<Mark> marks = std::move(kept.marks);
   start(candidate.first, candidate.isSyn);
   disorder().marks = std::move(marks);
+  if (left != 0) disorder_->leftAt = std::max(next_, positionOf(static_cast<std::uint32_t>(left)));
   disorder_->runStart = next_ - weight;
   disorder_->markedAt = next_;
   receiver.restart(candidate.isSyn);
@@ -319,7 +342,6 @@ void StreamReassembly::releaseUnconfirmed(OctetReceiver& receiver) {
 void StreamReassembly::leaveMark(std::uint32_t to, Octets after) {
   const auto from = static_cast<std::uint32_t>(next_);
   const Position distance = static_cast<std::int32_t>(to - from);
-  if (distance < 0 && distance >= -kWindow) return;  // segments at the old place will be early
   const bool isGap = distance > 0 && distance <= kWindow;
   Mark mark{from, static_cast<std::uint32_t>(isGap ? distance : kWindow), next_ - disorder().runStart, {}, nullptr};
   mark.after.set(after);
@@ -330,9 +352,30 @@ void StreamReassembly::addMark(Mark mark) {
   disorder().markedAt = next_;
   std::vector<Mark>& marks = disorder_->marks;
   marks.push_back(std::move(mark));
-  if (marks.size() <= kMostMarks) return;
+  if (marks.size() <= kMostMarks || mergeGaps()) return;
   marks.erase(
       std::min_element(marks.begin(), marks.end(), [](const Mark& a, const Mark& b) { return a.weight < b.weight; }));
+}
+
+/// Merges the two gaps with the fewest octets between them, because a forged early segment may have divided them.
+/// Returns false when all marks belong to different numberings.
+bool StreamReassembly::mergeGaps() {
+  std::vector<Mark>& marks = disorder_->marks;
+  Mark* before = nullptr;
+  auto after = marks.end();
+  for (Mark& first : marks) {
+    for (auto second = marks.begin(); second != marks.end(); ++second) {
+      if (!second->follows(first) || (before != nullptr && second->weight >= after->weight)) continue;
+      before = &first;
+      after = second;
+    }
+  }
+  if (before == nullptr) return false;
+  before->length = after->from + after->length - before->from;
+  before->after = after->after;
+  if (before->candidate == nullptr) before->candidate = std::move(after->candidate);
+  marks.erase(after);
+  return true;
 }
 
 void StreamReassembly::Sample::set(Octets segment) {
@@ -392,7 +435,8 @@ StreamReassembly::Disorder& StreamReassembly::disorder() {
 void StreamReassembly::tidy() {
   Disorder& kept = *disorder_;
   if (next_ - kept.markedAt > kWindow) kept.marks.clear();  // the present numbering has proved itself
-  if (kept.early.empty() && kept.marks.empty() && kept.passed.to == 0 && kept.rival == nullptr) disorder_.reset();
+  if (!kept.early.empty() || kept.rival != nullptr) return;
+  if (kept.marks.empty() && kept.passed.to == 0 && kept.leftAt == kNever) disorder_.reset();
 }
 
 std::size_t StreamReassembly::memoryUsed() const {

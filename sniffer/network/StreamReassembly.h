@@ -111,6 +111,9 @@ class StreamReassembly {
  private:
   using Position = std::int64_t;  // sequence numbers that do not wrap around
 
+  // Sequence numbers further away belong to another connection.
+  static constexpr std::int32_t kWindow = 1 << 20;
+
   struct Early {
     std::vector<std::uint8_t> octets;
     std::size_t missing = 0;
@@ -147,6 +150,11 @@ class StreamReassembly {
     std::unique_ptr<Candidate> candidate;
 
     bool covers(std::uint32_t sequence) const { return sequence - from < length; }
+    /// True when only the `weight` octets are between these gaps, and both are within a window.
+    bool follows(const Mark& gap) const {
+      return from - static_cast<std::uint32_t>(weight) == gap.from + gap.length &&
+             from + length - gap.from <= std::uint32_t{kWindow};
+    }
   };
 
   /// Octets after a mark that were passed on before the old numbers returned.
@@ -163,15 +171,13 @@ class StreamReassembly {
     Position acknowledged = 0;
     Position runStart = 0;             ///< where the present numbering began
     Position markedAt = 0;             ///< the expected octet when the last mark was left
+    Position leftAt = kNever;          ///< the expected octet before earlier numbers returned
     std::int64_t confirmBy = kNever;   ///< until then an acknowledgement may confirm a candidate
     bool isConfirmed = false;          ///< a candidate is
     std::unique_ptr<Candidate> rival;  ///< far from all marks
     std::vector<Mark> marks;           ///< few
     Passed passed;
   };
-
-  // Sequence numbers further away belong to another connection.
-  static constexpr std::int32_t kWindow = 1 << 20;
 
   Position positionOf(std::uint32_t sequence) const {
     return next_ + static_cast<std::int32_t>(sequence - static_cast<std::uint32_t>(next_));
@@ -191,11 +197,13 @@ class StreamReassembly {
   bool contradicts(const ArrivedSegment& segment) const;
   void leaveMark(std::uint32_t to, Octets after);
   void addMark(Mark mark);
+  bool mergeGaps();
   void adopt(Candidate candidate, Position weight, OctetReceiver& receiver);
   void returnTo(std::size_t number, OctetReceiver& receiver);
   bool adoptConfirmed(OctetReceiver& receiver);
   void giveUpGap(Position to, Octets after, OctetReceiver& receiver);
   void skipTo(Position to, OctetReceiver& receiver);
+  void passLeft(OctetReceiver& receiver);
   Disorder& disorder();
   void tidy();
 
