@@ -50,6 +50,7 @@ bool StreamReassembly::isPlausible(std::uint32_t sequence) const {
 StreamReassembly::Placement StreamReassembly::take(const ArrivedSegment& segment, OctetReceiver& receiver) {
   const Position at = positionOf(segment.sequence);
   const Position old = next_ - at;
+  if (old != 0 && prolong(segment)) return Placement::kUnexpected;
   if (old != 0 && resume(segment.sequence, receiver)) {
     goOn(segment, 0, receiver);
     return Placement::kInOrder;
@@ -149,7 +150,8 @@ void StreamReassembly::acknowledge(std::uint32_t sequence) {
 
 bool StreamReassembly::isReady(const NetworkLimits& limits) const {
   const Position at = disorder_->early.begin()->first;
-  return at <= next_ || at <= disorder_->acknowledged || disorder_->earlySize > limits.earlyMemory;
+  const Disorder& kept = *disorder_;
+  return at <= next_ || at <= kept.acknowledged || kept.earlySize > limits.earlyMemory || kept.isConfirmed;
 }
 
 std::int64_t StreamReassembly::earlyDue(const NetworkLimits& limits) const {
@@ -165,7 +167,7 @@ std::int64_t StreamReassembly::due(const NetworkLimits& limits) const {
 bool StreamReassembly::release(std::int64_t now, const NetworkLimits& limits, OctetReceiver& receiver) {
   if (due(limits) > now) return false;
   Disorder& kept = *disorder_;
-  if (std::exchange(kept.isConfirmed, false) && adoptConfirmed(receiver)) return true;
+  if (kept.early.empty() && std::exchange(kept.isConfirmed, false) && adoptConfirmed(receiver)) return true;
   if (kept.confirmBy <= now) kept.confirmBy = kNever;
   if (earlyDue(limits) > now) return false;
   const auto front = kept.early.begin();
@@ -255,6 +257,25 @@ void StreamReassembly::keepRival(const ArrivedSegment& segment) {
   kept.confirmBy = segment.now + kConfirmation;
 }
 
+/// Adds a segment to the numbering that it continues and that waits for the early segments of the present one.
+bool StreamReassembly::prolong(const ArrivedSegment& segment) {
+  if (disorder_ == nullptr || disorder_->early.empty()) return false;
+  const auto add = [&](const std::unique_ptr<Candidate>& one) {
+    if (one == nullptr || one->next != segment.sequence || one->start.missing > 0) return false;
+    Early& start = one->start;
+    if (start.octets.empty()) start.captured = segment.captured;
+    start.octets.insert(start.octets.end(), segment.octets.begin(), segment.octets.end());
+    start.missing = segment.missing;
+    start.isLast = segment.isLast;
+    one->next += static_cast<std::uint32_t>(segment.length());
+    one->isConfirmed = disorder_->isConfirmed = true;
+    return true;
+  };
+  const std::vector<Mark>& marks = disorder_->marks;
+  return std::any_of(marks.begin(), marks.end(), [&](const Mark& mark) { return add(mark.candidate); }) ||
+         add(disorder_->rival);
+}
+
 /// Makes `sequence` the expected number when it continues another numbering. Returns false when it does not.
 bool StreamReassembly::resume(std::uint32_t sequence, OctetReceiver& receiver) {
   if (disorder_ == nullptr) return false;
@@ -303,7 +324,8 @@ void StreamReassembly::returnTo(std::size_t number, OctetReceiver& receiver) {
   const bool leavesGap = gap > 0 && mark.covers(mark.candidate->first);
   adopt(std::move(*mark.candidate), leavesGap ? 0 : mark.weight, receiver);
   if (leavesGap) addMark({mark.from, gap, mark.weight, {}, nullptr});
-  if (mark.after.isFull()) disorder().passed = {positionOf(from), positionOf(from) + length, mark.after};
+  if (mark.after.isFull() && length <= std::uint32_t{kWindow})
+    disorder().passed = {positionOf(from), positionOf(from) + length, mark.after};
 }
 
 void StreamReassembly::adopt(Candidate candidate, Position weight, OctetReceiver& receiver) {

@@ -83,8 +83,8 @@ class StreamReassembly {
   /// Ignores numbers beyond what the captured segments or the window of a TCP without options explain.
   void acknowledge(std::uint32_t sequence);
 
-  /// Passes on the next early segment, if it is in order or its gap is to be given up, or a segment of another
-  /// numbering that has been acknowledged. Returns false when none is due.
+  /// Passes on the next early segment, if it is in order or its gap is to be given up. Without early segments, passes
+  /// on those of another numbering that has been confirmed. Returns false when none is due.
   bool release(std::int64_t now, const NetworkLimits& limits, OctetReceiver& receiver);
 
   /// Passes on the segments of other numberings that nothing has confirmed.
@@ -188,6 +188,7 @@ class StreamReassembly {
   void deliver(Octets octets, const Early& segment, OctetReceiver& receiver);
   void goOn(const ArrivedSegment& segment, std::size_t old, OctetReceiver& receiver);
   std::size_t skipPassed(const ArrivedSegment& segment, std::size_t old, OctetReceiver& receiver);
+  bool prolong(const ArrivedSegment& segment);
   bool resume(std::uint32_t sequence, OctetReceiver& receiver);
   Placement keepEarly(const ArrivedSegment& segment, Position at);
   static std::unique_ptr<Candidate> candidateOf(const ArrivedSegment& segment);

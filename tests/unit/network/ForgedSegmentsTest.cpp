@@ -97,7 +97,8 @@ const Attack kAttacks[] = {
      }},
     {"more gaps than are remembered, and another protocol",
      [](Conversation& call) {
-       for (std::uint32_t i = 1; i <= 20; ++i) call.forge(0, call.next(0) + i * 40'000, "GET / " + octets(800), 0, 10'000);
+       for (std::uint32_t i = 1; i <= 20; ++i)
+         call.forge(0, call.next(0) + i * 40'000, "GET / " + octets(800), 0, 10'000);
        call.pause(60'000'000);
      }},
     {"two far segments, and two after the expected octet",
@@ -122,6 +123,16 @@ const Attack kAttacks[] = {
        for (std::uint32_t i = 0; i < 40; ++i) call.forge(0, first + 300 + i, "x");
        call.forge(0, first - 20'001, "", Conversation::kSyn);
        call.forge(0, first - 20'000, "GET / HTTP/1.1\r\n\r\n");
+     }},
+    {"far segments while early ones wait",
+     [](Conversation& call) {
+       const std::uint32_t first = call.next(0) - 1'000'000;
+       call.forge(0, first - 1, "", Conversation::kSyn);
+       call.forge(0, first, octets(123));
+       call.talk(2);
+       pair(call, 0, first + 123, 20);
+       call.talk(4);
+       pair(call, 0, kFar);
      }},
     {"RST and FIN",
      [](Conversation& call) {
