@@ -1,5 +1,7 @@
 #include "network/DuplicateFilter.h"
 
+#include <netinet/in.h>
+
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
@@ -11,10 +13,17 @@ namespace {
 constexpr std::size_t kTypeOfService = 1;
 constexpr std::size_t kTimeToLive = 8;
 constexpr std::size_t kChecksum = 10;
-constexpr std::size_t kTelling = 64;  // bytes of the payload of a numbered packet: include RTP and TCP headers
+constexpr std::size_t kBeginning = 64;  // bytes of the payload of a numbered packet: include RTP and TCP headers
 constexpr std::size_t kFront = 32;    // bytes of the payload that select the bucket: they spread packets over the table
 constexpr std::uint64_t kCutOff = 1;
+constexpr std::uint64_t kRest = 0xFF'FFFE;  // bits of a hash that depend on the payload after the beginning
 constexpr int kArrivalBits = 10;  // arrivals are kept in about milliseconds
+
+/// True for what may be an RTP packet (version 2), the first fragment included.
+bool isMedia(const Ipv4Header& header, Octets payload) {
+  constexpr std::size_t kUdpLength = 8;
+  return header.protocol == IPPROTO_UDP && header.fragmentOffset == 0 && payload[kUdpLength] >> 6 == 2;
+}
 
 }  // namespace
 
@@ -22,15 +31,20 @@ bool DuplicateFilter::seen(const Ipv4Header& header, Octets packet, std::int64_t
   std::array<std::uint8_t, 60> fields;
   std::memcpy(fields.data(), packet.data(), header.length);
   fields[kTypeOfService] = fields[kTimeToLive] = fields[kChecksum] = fields[kChecksum + 1] = 0;
-  auto payload = packet.subspan(header.length);
-  if (header.id != 0) payload = payload.first(std::min(payload.size(), kTelling));
+  Octets payload = packet.subspan(header.length);
+  Octets rest;
+  if (header.id != 0 && payload.size() > kBeginning) {
+    if (!isMedia(header, payload)) rest = payload.subspan(kBeginning);
+    payload = payload.first(kBeginning);
+  }
   const std::size_t front = std::min(payload.size(), kFront);
   const std::uint64_t place = hash_(payload.first(front), hash_(Octets(fields).first(header.length)));
   Bucket& bucket = buckets_[place & (buckets_.size() - 1)];
   __builtin_prefetch(&bucket, 1);  // while the rest of the packet is hashed
-  const std::uint64_t identity = hash_(payload.subspan(front), place) & ~kCutOff;
-
   const bool isWhole = header.missing == 0;
+  const std::uint64_t compared = isWhole ? ~kCutOff : ~(kCutOff | kRest);
+  std::uint64_t identity = hash_(payload.subspan(front), place) & ~kCutOff;
+  if (!rest.empty()) [[unlikely]] identity ^= hash_(rest, place) & kRest;
   const Sighting sighting{identity | (isWhole ? 0 : kCutOff), static_cast<std::uint32_t>(captured),
                           static_cast<std::uint32_t>(now >> kArrivalBits)};
   const auto age = [&](const Sighting& other) { return sighting.arrived - other.arrived; };
@@ -40,7 +54,7 @@ bool DuplicateFilter::seen(const Ipv4Header& header, Octets packet, std::int64_t
     return age(other) <= kLongestDelay >> kArrivalBits && std::abs(distance) <= kWindow;
   };
   for (Sighting& other : bucket.sightings) {
-    if ((other.hash & ~kCutOff) == identity && isRecent(other)) {
+    if (((other.hash ^ identity) & compared) == 0 && isRecent(other)) {
       if (!isWhole || (other.hash & kCutOff) == 0) return true;
       other = sighting;
       return false;

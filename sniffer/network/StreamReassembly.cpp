@@ -50,6 +50,7 @@ bool StreamReassembly::isPlausible(std::uint32_t sequence) const {
 StreamReassembly::Placement StreamReassembly::take(const ArrivedSegment& segment, OctetReceiver& receiver) {
   const Position at = positionOf(segment.sequence);
   const Position old = next_ - at;
+  if (old != 0 && prolong(segment)) return Placement::kUnexpected;
   if (old != 0 && resume(segment.sequence, receiver)) {
     goOn(segment, 0, receiver);
     return Placement::kInOrder;
@@ -102,10 +103,10 @@ void StreamReassembly::deliver(Octets octets, const Early& segment, OctetReceive
   next_ += static_cast<Position>(octets.size());
   hasEnded_ |= segment.isLast;
   if (!octets.empty()) receiver.takeOctets(octets, segment.captured);
+  passLeft(receiver);
   if (segment.missing == 0) return;
   // The length of the segment may be forged.
-  leaveMark(static_cast<std::uint32_t>(next_ + static_cast<Position>(segment.missing)), {});
-  skipTo(next_ + static_cast<Position>(segment.missing), receiver);
+  giveUpGap(next_ + static_cast<Position>(segment.missing), {}, receiver);
 }
 
 void StreamReassembly::takeEnd(std::uint32_t sequence) {
@@ -149,7 +150,8 @@ void StreamReassembly::acknowledge(std::uint32_t sequence) {
 
 bool StreamReassembly::isReady(const NetworkLimits& limits) const {
   const Position at = disorder_->early.begin()->first;
-  return at <= next_ || at <= disorder_->acknowledged || disorder_->earlySize > limits.earlyMemory;
+  const Disorder& kept = *disorder_;
+  return at <= next_ || at <= kept.acknowledged || kept.earlySize > limits.earlyMemory || kept.isConfirmed;
 }
 
 std::int64_t StreamReassembly::earlyDue(const NetworkLimits& limits) const {
@@ -165,7 +167,7 @@ std::int64_t StreamReassembly::due(const NetworkLimits& limits) const {
 bool StreamReassembly::release(std::int64_t now, const NetworkLimits& limits, OctetReceiver& receiver) {
   if (due(limits) > now) return false;
   Disorder& kept = *disorder_;
-  if (std::exchange(kept.isConfirmed, false) && adoptConfirmed(receiver)) return true;
+  if (kept.early.empty() && std::exchange(kept.isConfirmed, false) && adoptConfirmed(receiver)) return true;
   if (kept.confirmBy <= now) kept.confirmBy = kNever;
   if (earlyDue(limits) > now) return false;
   const auto front = kept.early.begin();
@@ -194,7 +196,19 @@ void StreamReassembly::giveUpGap(Position to, Octets after, OctetReceiver& recei
 void StreamReassembly::skipTo(Position to, OctetReceiver& receiver) {
   const auto count = static_cast<std::uint64_t>(to - next_);
   next_ = to;
-  receiver.loseOctets(count);
+  if (disorder_ == nullptr || disorder_->leftAt == kNever) {
+    receiver.loseOctets(count);
+    return;
+  }
+  receiver.restart(false);
+  if (next_ >= disorder_->leftAt) disorder_->leftAt = kNever;
+}
+
+/// Restarts the receiver when octets end where the numbering was left for an earlier one: the message that they began
+/// may be forged, and its length must not hide what follows. Octets across that place are the sender's own.
+void StreamReassembly::passLeft(OctetReceiver& receiver) {
+  if (disorder_ == nullptr || next_ < disorder_->leftAt) return;
+  if (std::exchange(disorder_->leftAt, kNever) == next_) receiver.restart(false);
 }
 
 // ---- other numberings ----
@@ -243,6 +257,25 @@ void StreamReassembly::keepRival(const ArrivedSegment& segment) {
   kept.confirmBy = segment.now + kConfirmation;
 }
 
+/// Adds a segment to the numbering that it continues and that waits for the early segments of the present one.
+bool StreamReassembly::prolong(const ArrivedSegment& segment) {
+  if (disorder_ == nullptr || disorder_->early.empty()) return false;
+  const auto add = [&](const std::unique_ptr<Candidate>& one) {
+    if (one == nullptr || one->next != segment.sequence || one->start.missing > 0) return false;
+    Early& start = one->start;
+    if (start.octets.empty()) start.captured = segment.captured;
+    start.octets.insert(start.octets.end(), segment.octets.begin(), segment.octets.end());
+    start.missing = segment.missing;
+    start.isLast = segment.isLast;
+    one->next += static_cast<std::uint32_t>(segment.length());
+    one->isConfirmed = disorder_->isConfirmed = true;
+    return true;
+  };
+  const std::vector<Mark>& marks = disorder_->marks;
+  return std::any_of(marks.begin(), marks.end(), [&](const Mark& mark) { return add(mark.candidate); }) ||
+         add(disorder_->rival);
+}
+
 /// Makes `sequence` the expected number when it continues another numbering. Returns false when it does not.
 bool StreamReassembly::resume(std::uint32_t sequence, OctetReceiver& receiver) {
   if (disorder_ == nullptr) return false;
@@ -287,15 +320,27 @@ void StreamReassembly::returnTo(std::size_t number, OctetReceiver& receiver) {
   const std::uint32_t from = mark.from + mark.length;
   auto length = static_cast<std::uint32_t>(next_) - from;  // passed on after the mark, up to the next one
   for (const Mark& other : marks) length = std::min(length, other.from - from);
-  adopt(std::move(*mark.candidate), mark.weight, receiver);
-  if (mark.after.isFull()) disorder().passed = {positionOf(from), positionOf(from) + length, mark.after};
+  const std::uint32_t gap = mark.candidate->first - mark.from;
+  const bool leavesGap = gap > 0 && mark.covers(mark.candidate->first);
+  adopt(std::move(*mark.candidate), leavesGap ? 0 : mark.weight, receiver);
+  if (leavesGap) addMark({mark.from, gap, mark.weight, {}, nullptr});
+  if (mark.after.isFull() && length <= std::uint32_t{kWindow})
+    disorder().passed = {positionOf(from), positionOf(from) + length, mark.after};
 }
 
 void StreamReassembly::adopt(Candidate candidate, Position weight, OctetReceiver& receiver) {
-  leaveMark(candidate.first, {});
-  std::vector<Mark> marks = std::move(disorder_->marks);
+  Disorder& kept = *disorder_;
+  const bool isNear = !isFar(candidate.first);
+  if (candidate.isSyn || !isNear || isAhead(candidate.first)) {
+    leaveMark(candidate.first, {});
+  } else if (kept.leftAt == kNever) {
+    kept.leftAt = next_;  // segments there will be early
+  }
+  const Position left = isNear && kept.leftAt != kNever ? kept.leftAt : 0;
+  std::vector<Mark> marks = std::move(kept.marks);
   start(candidate.first, candidate.isSyn);
   disorder().marks = std::move(marks);
+  if (left != 0) disorder_->leftAt = std::max(next_, positionOf(static_cast<std::uint32_t>(left)));
   disorder_->runStart = next_ - weight;
   disorder_->markedAt = next_;
   receiver.restart(candidate.isSyn);
@@ -319,7 +364,6 @@ void StreamReassembly::releaseUnconfirmed(OctetReceiver& receiver) {
 void StreamReassembly::leaveMark(std::uint32_t to, Octets after) {
   const auto from = static_cast<std::uint32_t>(next_);
   const Position distance = static_cast<std::int32_t>(to - from);
-  if (distance < 0 && distance >= -kWindow) return;  // segments at the old place will be early
   const bool isGap = distance > 0 && distance <= kWindow;
   Mark mark{from, static_cast<std::uint32_t>(isGap ? distance : kWindow), next_ - disorder().runStart, {}, nullptr};
   mark.after.set(after);
@@ -330,9 +374,30 @@ void StreamReassembly::addMark(Mark mark) {
   disorder().markedAt = next_;
   std::vector<Mark>& marks = disorder_->marks;
   marks.push_back(std::move(mark));
-  if (marks.size() <= kMostMarks) return;
+  if (marks.size() <= kMostMarks || mergeGaps()) return;
   marks.erase(
       std::min_element(marks.begin(), marks.end(), [](const Mark& a, const Mark& b) { return a.weight < b.weight; }));
+}
+
+/// Merges the two gaps with the fewest octets between them, because a forged early segment may have divided them.
+/// Returns false when all marks belong to different numberings.
+bool StreamReassembly::mergeGaps() {
+  std::vector<Mark>& marks = disorder_->marks;
+  Mark* before = nullptr;
+  auto after = marks.end();
+  for (Mark& first : marks) {
+    for (auto second = marks.begin(); second != marks.end(); ++second) {
+      if (!second->follows(first) || (before != nullptr && second->weight >= after->weight)) continue;
+      before = &first;
+      after = second;
+    }
+  }
+  if (before == nullptr) return false;
+  before->length = after->from + after->length - before->from;
+  before->after = after->after;
+  if (before->candidate == nullptr) before->candidate = std::move(after->candidate);
+  marks.erase(after);
+  return true;
 }
 
 void StreamReassembly::Sample::set(Octets segment) {
@@ -392,7 +457,8 @@ StreamReassembly::Disorder& StreamReassembly::disorder() {
 void StreamReassembly::tidy() {
   Disorder& kept = *disorder_;
   if (next_ - kept.markedAt > kWindow) kept.marks.clear();  // the present numbering has proved itself
-  if (kept.early.empty() && kept.marks.empty() && kept.passed.to == 0 && kept.rival == nullptr) disorder_.reset();
+  if (!kept.early.empty() || kept.rival != nullptr) return;
+  if (kept.marks.empty() && kept.passed.to == 0 && kept.leftAt == kNever) disorder_.reset();
 }
 
 std::size_t StreamReassembly::memoryUsed() const {

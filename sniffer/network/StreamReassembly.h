@@ -83,8 +83,8 @@ class StreamReassembly {
   /// Ignores numbers beyond what the captured segments or the window of a TCP without options explain.
   void acknowledge(std::uint32_t sequence);
 
-  /// Passes on the next early segment, if it is in order or its gap is to be given up, or a segment of another
-  /// numbering that has been acknowledged. Returns false when none is due.
+  /// Passes on the next early segment, if it is in order or its gap is to be given up. Without early segments, passes
+  /// on those of another numbering that has been confirmed. Returns false when none is due.
   bool release(std::int64_t now, const NetworkLimits& limits, OctetReceiver& receiver);
 
   /// Passes on the segments of other numberings that nothing has confirmed.
@@ -110,6 +110,9 @@ class StreamReassembly {
 
  private:
   using Position = std::int64_t;  // sequence numbers that do not wrap around
+
+  // Sequence numbers further away belong to another connection.
+  static constexpr std::int32_t kWindow = 1 << 20;
 
   struct Early {
     std::vector<std::uint8_t> octets;
@@ -147,6 +150,11 @@ class StreamReassembly {
     std::unique_ptr<Candidate> candidate;
 
     bool covers(std::uint32_t sequence) const { return sequence - from < length; }
+    /// True when only the `weight` octets are between these gaps, and both are within a window.
+    bool follows(const Mark& gap) const {
+      return from - static_cast<std::uint32_t>(weight) == gap.from + gap.length &&
+             from + length - gap.from <= std::uint32_t{kWindow};
+    }
   };
 
   /// Octets after a mark that were passed on before the old numbers returned.
@@ -163,15 +171,13 @@ class StreamReassembly {
     Position acknowledged = 0;
     Position runStart = 0;             ///< where the present numbering began
     Position markedAt = 0;             ///< the expected octet when the last mark was left
+    Position leftAt = kNever;          ///< the expected octet before earlier numbers returned
     std::int64_t confirmBy = kNever;   ///< until then an acknowledgement may confirm a candidate
     bool isConfirmed = false;          ///< a candidate is
     std::unique_ptr<Candidate> rival;  ///< far from all marks
     std::vector<Mark> marks;           ///< few
     Passed passed;
   };
-
-  // Sequence numbers further away belong to another connection.
-  static constexpr std::int32_t kWindow = 1 << 20;
 
   Position positionOf(std::uint32_t sequence) const {
     return next_ + static_cast<std::int32_t>(sequence - static_cast<std::uint32_t>(next_));
@@ -182,6 +188,7 @@ class StreamReassembly {
   void deliver(Octets octets, const Early& segment, OctetReceiver& receiver);
   void goOn(const ArrivedSegment& segment, std::size_t old, OctetReceiver& receiver);
   std::size_t skipPassed(const ArrivedSegment& segment, std::size_t old, OctetReceiver& receiver);
+  bool prolong(const ArrivedSegment& segment);
   bool resume(std::uint32_t sequence, OctetReceiver& receiver);
   Placement keepEarly(const ArrivedSegment& segment, Position at);
   static std::unique_ptr<Candidate> candidateOf(const ArrivedSegment& segment);
@@ -191,11 +198,13 @@ class StreamReassembly {
   bool contradicts(const ArrivedSegment& segment) const;
   void leaveMark(std::uint32_t to, Octets after);
   void addMark(Mark mark);
+  bool mergeGaps();
   void adopt(Candidate candidate, Position weight, OctetReceiver& receiver);
   void returnTo(std::size_t number, OctetReceiver& receiver);
   bool adoptConfirmed(OctetReceiver& receiver);
   void giveUpGap(Position to, Octets after, OctetReceiver& receiver);
   void skipTo(Position to, OctetReceiver& receiver);
+  void passLeft(OctetReceiver& receiver);
   Disorder& disorder();
   void tidy();
 

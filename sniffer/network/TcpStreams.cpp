@@ -84,21 +84,19 @@ bool TcpStreams::follow(const FlowEnds& ends, const TcpSegment& segment, std::in
     stream = streams_.find(ends, hashed);
   }
   const std::uint32_t sequence = segment.sequence + (segment.isSyn ? 1 : 0);
-  // With a mark the foreign numbers may be forged.
-  const bool isForeign =
-      stream != nullptr && stream->messages.kind() == MessageStream::Kind::kForeign && !stream->order.hasMarks();
-  if (isForeign && stream->order.track(sequence, segment.payload.size() + segment.missing)) {
+  const bool isIgnored = stream != nullptr && isForeign(*stream);
+  if (isIgnored && stream->order.track(sequence, segment.payload.size() + segment.missing)) {
     takeForeign(*stream, segment, now);
     return false;
   }
   // No segment has used the numbers of the SYN yet, so they need no protection.
-  if (stream != nullptr && !isForeign && !hasPayload(*stream) && !stream->order.isAhead(sequence)) {
+  if (stream != nullptr && !isIgnored && !hasPayload(*stream) && !stream->order.isAhead(sequence)) {
     forget(*stream);
     stream = nullptr;
   }
-  if (stream == nullptr || isForeign) {
+  if (stream == nullptr || isIgnored) {
     if (!MessageStream::mayBeginWith(segment.payload)) return false;
-    if (isForeign) forget(*stream);
+    if (isIgnored) forget(*stream);
     stream = &newStream(ends, hashed);
     stream->order.start(sequence, false);
   }
@@ -136,7 +134,7 @@ bool TcpStreams::takePayload(Stream& stream, const ArrivedSegment& segment) {
 void TcpStreams::takeControl(Stream* stream, const FlowEnds& ends, std::uint64_t hashed, const TcpSegment& segment) {
   if (segment.isSyn) {
     takeSyn(stream, ends, hashed, segment.sequence + 1);
-  } else if (stream != nullptr && stream->messages.kind() == MessageStream::Kind::kForeign) {
+  } else if (stream != nullptr && isForeign(*stream)) {
     forget(*stream);  // its numbers are not followed
   } else if (stream != nullptr) {
     stream->order.takeEnd(segment.sequence);
@@ -171,8 +169,7 @@ void TcpStreams::acknowledge(const FlowEnds& ends, const TcpSegment& segment) {
   Stream* stream = streams_.find(reversed, hashOf(reversed));
   if (stream == nullptr || stream->due == StreamReassembly::kNever) return;
   const Stream* own = streams_.find(ends, hashOf(ends));
-  const bool isNumbered = own != nullptr && own->messages.kind() != MessageStream::Kind::kForeign;
-  if (isNumbered && !own->order.isPlausible(segment.sequence)) return;
+  if (own != nullptr && !isForeign(*own) && !own->order.isPlausible(segment.sequence)) return;
   stream->order.acknowledge(segment.acknowledged);
   schedule(*stream);
 }
@@ -229,7 +226,12 @@ void TcpStreams::schedule(Stream& stream) {
 
 /// True when one segment with other numbers must not change the stream.
 bool TcpStreams::isProtected(const Stream* stream) const {
-  return stream != nullptr && hasPayload(*stream) && stream->messages.kind() != MessageStream::Kind::kForeign;
+  return stream != nullptr && hasPayload(*stream) && !isForeign(*stream);
+}
+
+/// True when the stream carries another protocol. With a mark, the octets that showed this may be forged.
+bool TcpStreams::isForeign(const Stream& stream) {
+  return stream.messages.kind() == MessageStream::Kind::kForeign && !stream.order.hasMarks();
 }
 
 bool TcpStreams::isExpendable(const Stream& stream) {

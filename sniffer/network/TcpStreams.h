@@ -74,6 +74,7 @@ class TcpStreams {
 
   bool hasPayload(const Stream& stream) const { return streams_.listOf(stream) != kOpening; }
   bool isProtected(const Stream* stream) const;
+  static bool isForeign(const Stream& stream);
   static bool isExpendable(const Stream& stream);
   bool settle(Stream& stream, std::int64_t now);
   void schedule(Stream& stream);

@@ -89,6 +89,51 @@ const Attack kAttacks[] = {
        pair(call, 0, kFar);
        call.forge(0, call.next(0) - 100, "", Conversation::kSyn);
      }},
+    {"a SYN far before the expected octet, and a message of which 16 MB are missing",
+     [](Conversation& call) {
+       const std::uint32_t first = call.next(0) - 1'000'000;
+       call.forge(0, first - 1, "", Conversation::kSyn);
+       call.forge(0, first, "INFO sip:a@b SIP/2.0\r\nl: 16000000\r\n\r\n");
+     }},
+    {"more gaps than are remembered, and another protocol",
+     [](Conversation& call) {
+       for (std::uint32_t i = 1; i <= 20; ++i)
+         call.forge(0, call.next(0) + i * 40'000, "GET / " + octets(800), 0, 10'000);
+       call.pause(60'000'000);
+     }},
+    {"two far segments, and two after the expected octet",
+     [](Conversation& call) {
+       pair(call, 0, kFar);
+       pair(call, 0, call.next(0) + 20'000);
+     }},
+    {"a return to the numbers of a stranger, and a message of which 16 MB are missing",
+     [](Conversation& call) {
+       const std::uint32_t first = call.next(0) - 1'000'000;
+       call.forge(0, first - 1, "", Conversation::kSyn);
+       call.forge(0, first, octets(123));
+       call.talk(2);
+       pair(call, 0, first + 123, 20);
+       call.forge(0, first + 163, "INFO sip:a@b SIP/2.0\r\nl: 16000000\r\n\r\n");
+     }},
+    {"another protocol after a gap, a SYN, and a segment",
+     [](Conversation& call) {
+       const std::uint32_t first = call.next(0) + 40'000;
+       call.forge(0, first, octets(300));
+       call.pause(60'000'000);
+       for (std::uint32_t i = 0; i < 40; ++i) call.forge(0, first + 300 + i, "x");
+       call.forge(0, first - 20'001, "", Conversation::kSyn);
+       call.forge(0, first - 20'000, "GET / HTTP/1.1\r\n\r\n");
+     }},
+    {"far segments while early ones wait",
+     [](Conversation& call) {
+       const std::uint32_t first = call.next(0) - 1'000'000;
+       call.forge(0, first - 1, "", Conversation::kSyn);
+       call.forge(0, first, octets(123));
+       call.talk(2);
+       pair(call, 0, first + 123, 20);
+       call.talk(4);
+       pair(call, 0, kFar);
+     }},
     {"RST and FIN",
      [](Conversation& call) {
        call.forge(0, call.next(0), "", Conversation::kReset);
@@ -121,6 +166,7 @@ TEST(ForgedSegments, HideNoStream) {
       call.talk(2);
       attack.happenTo(call);
       call.talk(kMessages);
+      call.pause(3'000'000);  // a gap may be waited for
       const auto what = [&] {
         return std::string(attack.what) + (nature.isTpkt ? ", TPKT" : "") +
                (nature.isAcknowledged ? "" : ", no acknowledgements");

@@ -141,6 +141,7 @@ TEST(NetworkStack, DropsWhatWasSeenAMomentAgo) {
   Bytes otherEnd = message;
   otherEnd.back() = 'y';
   const auto plain = [](const Bytes& packet) { return ethernet(0x0800, packet); };
+  const auto fragment = [&](const Bytes& packet) { return plain(Ip{.id = 5, .fragment = 0x2001}(packet)); };
   const Bytes first = plain(Ip{.id = 5}(message));
   const struct {
     const char* what;
@@ -161,6 +162,8 @@ TEST(NetworkStack, DropsWhatWasSeenAMomentAgo) {
       {"retransmitted", plain(Ip{.id = 6}(message)), 0, false},
       {"later", first, 50'001, false},
       {"another fragment", plain(Ip{.id = 5, .fragment = 0x2001}(message)), 0, false},
+      {"forged with the same beginning", plain(Ip{.id = 5}(otherEnd)), 0, false},
+      {"forged with the same beginning, a fragment", fragment(otherEnd), 0, false, fragment(message)},
       {"not numbered", plain(Ip{.id = 0}(message)), 0, true, plain(Ip{.id = 0}(message))},
       {"not numbered and not the same", plain(Ip{.id = 0}(otherEnd)), 0, false, plain(Ip{.id = 0}(message))},
   };
