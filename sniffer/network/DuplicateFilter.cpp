@@ -14,10 +14,10 @@ constexpr std::size_t kTypeOfService = 1;
 constexpr std::size_t kTimeToLive = 8;
 constexpr std::size_t kChecksum = 10;
 constexpr std::size_t kBeginning = 64;  // bytes of the payload of a numbered packet: include RTP and TCP headers
-constexpr std::size_t kFront = 32;    // bytes of the payload that select the bucket: they spread packets over the table
+constexpr std::size_t kFront = 32;  // bytes of the payload that select the bucket: they spread packets over the table
 constexpr std::uint64_t kCutOff = 1;
 constexpr std::uint64_t kRest = 0xFF'FFFE;  // bits of a hash that depend on the payload after the beginning
-constexpr int kArrivalBits = 10;  // arrivals are kept in about milliseconds
+constexpr int kArrivalBits = 10;            // arrivals are kept in about milliseconds
 
 /// True for what may be an RTP packet (version 2), the first fragment included.
 bool isMedia(const Ipv4Header& header, Octets payload) {
@@ -44,7 +44,9 @@ bool DuplicateFilter::seen(const Ipv4Header& header, Octets packet, std::int64_t
   const bool isWhole = header.missing == 0;
   const std::uint64_t compared = isWhole ? ~kCutOff : ~(kCutOff | kRest);
   std::uint64_t identity = hash_(payload.subspan(front), place) & ~kCutOff;
-  if (!rest.empty()) [[unlikely]] identity ^= hash_(rest, place) & kRest;
+  if (!rest.empty()) [[unlikely]] {
+    identity ^= hash_(rest, place) & kRest;
+  }
   const Sighting sighting{identity | (isWhole ? 0 : kCutOff), static_cast<std::uint32_t>(captured),
                           static_cast<std::uint32_t>(now >> kArrivalBits)};
   const auto age = [&](const Sighting& other) { return sighting.arrived - other.arrived; };

@@ -15,8 +15,8 @@ namespace voip {
 /// of a router.
 ///
 /// Two packets are equal when they differ at most in type of service, time to live and header checksum, which routers
-/// change. The whole packets are compared, so that a forged packet hides no other one. There are two exceptions when the
-/// sender numbers its packets (the identification is not 0): of media, only the header and the first bytes of the
+/// change. The whole packets are compared, so that a forged packet hides no other one. There are two exceptions when
+/// the sender numbers its packets (the identification is not 0): of media, only the header and the first bytes of the
 /// payload are compared, which costs less; so are packets that the capture cut off. A whole packet is no duplicate of a
 /// packet that the capture cut off.
 ///
