@@ -44,8 +44,9 @@ bool DuplicateFilter::seen(const Ipv4Header& header, Octets packet, std::int64_t
   const bool isWhole = header.missing == 0;
   const std::uint64_t compared = isWhole ? ~kCutOff : ~(kCutOff | kRest);
   std::uint64_t identity = hash_(payload.subspan(front), place) & ~kCutOff;
-  if (!rest.empty()) [[unlikely]]
+  if (!rest.empty()) [[unlikely]] {
     identity ^= hash_(rest, place) & kRest;
+  }
   const Sighting sighting{identity | (isWhole ? 0 : kCutOff), static_cast<std::uint32_t>(captured),
                           static_cast<std::uint32_t>(now >> kArrivalBits)};
   const auto age = [&](const Sighting& other) { return sighting.arrived - other.arrived; };

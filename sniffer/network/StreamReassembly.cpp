@@ -96,6 +96,7 @@ void StreamReassembly::goOn(const ArrivedSegment& segment, std::size_t old, Octe
 }
 
 void StreamReassembly::deliver(Octets octets, const Early& segment, OctetReceiver& receiver) {
+  passLeft(receiver);
   last_ = static_cast<std::uint32_t>(next_);
   lastSize_ = static_cast<std::uint32_t>(octets.size());
   lastFront_.set(octets);
@@ -103,7 +104,6 @@ void StreamReassembly::deliver(Octets octets, const Early& segment, OctetReceive
   next_ += static_cast<Position>(octets.size());
   hasEnded_ |= segment.isLast;
   if (!octets.empty()) receiver.takeOctets(octets, segment.captured);
-  passLeft(receiver);
   if (segment.missing == 0) return;
   // The length of the segment may be forged.
   giveUpGap(next_ + static_cast<Position>(segment.missing), {}, receiver);
@@ -204,8 +204,8 @@ void StreamReassembly::skipTo(Position to, OctetReceiver& receiver) {
   if (next_ >= disorder_->leftAt) disorder_->leftAt = kNever;
 }
 
-/// Restarts the receiver when octets end where the numbering was left for an earlier one: the message that they began
-/// may be forged, and its length must not hide what follows. Octets across that place are the sender's own.
+/// Restarts the receiver when the expected octet is the one that was left for an earlier numbering: the message before
+/// it may be forged, and its length must not hide what follows. Octets across that place are the sender's own.
 void StreamReassembly::passLeft(OctetReceiver& receiver) {
   if (disorder_ == nullptr || next_ < disorder_->leftAt) return;
   if (std::exchange(disorder_->leftAt, kNever) == next_) receiver.restart(false);
