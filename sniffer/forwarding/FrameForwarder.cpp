@@ -37,7 +37,7 @@ void FrameForwarder::add(BaseConnection& connection, const KeptFrame& frame) {
 
 LinkEvent FrameForwarder::flush() {
   SendResult result;
-  std::size_t announced = 0;  // frames whose capture time has been sent, but not they
+  std::size_t announced = 0;  // 1 when the capture time of the next frame has been sent, but not the frame
   for (std::size_t done = 0; done < group_.size();) {
     beginOutgoing(*connection_, group_.size());
     for (std::size_t i = done; i < group_.size(); ++i) appendOutgoing(group_[i].frame, i, i < done + announced);
@@ -48,7 +48,7 @@ LinkEvent FrameForwarder::flush() {
     done = countDealtWith(done, result);
     if (result.link == LinkEvent::kUnreachable && lookBack_ == nullptr) dropRest(done);
     recheckRest(done + announced, result.link);
-    // With a look-back, others attempt to connect.
+    // With a look-back, keepConnected() makes the next attempts.
     if (result.link == LinkEvent::kUnreachable && lookBack_ == nullptr) connection_->pause();
   }
   group_.clear();

@@ -25,6 +25,17 @@ void pair(Conversation& call, int side, std::uint32_t at, std::size_t size = 10)
   call.forge(side, at + static_cast<std::uint32_t>(size), octets(size));
 }
 
+/// Begins a connection with other numbers, lets the real one go on, and continues the first. Returns the first number
+/// of the stranger.
+std::uint32_t returnToStranger(Conversation& call) {
+  const std::uint32_t first = call.next(0) - 1'000'000;
+  call.forge(0, first - 1, "", Conversation::kSyn);
+  call.forge(0, first, octets(123));
+  call.talk(2);
+  pair(call, 0, first + 123, 20);
+  return first;
+}
+
 struct Attack {
   const char* what;
   void (*happenTo)(Conversation& call);
@@ -108,11 +119,7 @@ const Attack kAttacks[] = {
      }},
     {"a return to the numbers of a stranger, and a message of which 16 MB are missing",
      [](Conversation& call) {
-       const std::uint32_t first = call.next(0) - 1'000'000;
-       call.forge(0, first - 1, "", Conversation::kSyn);
-       call.forge(0, first, octets(123));
-       call.talk(2);
-       pair(call, 0, first + 123, 20);
+       const std::uint32_t first = returnToStranger(call);
        call.forge(0, first + 163, "INFO sip:a@b SIP/2.0\r\nl: 16000000\r\n\r\n");
      }},
     {"another protocol after a gap, a SYN, and a segment",
@@ -126,11 +133,7 @@ const Attack kAttacks[] = {
      }},
     {"far segments while early ones wait",
      [](Conversation& call) {
-       const std::uint32_t first = call.next(0) - 1'000'000;
-       call.forge(0, first - 1, "", Conversation::kSyn);
-       call.forge(0, first, octets(123));
-       call.talk(2);
-       pair(call, 0, first + 123, 20);
+       returnToStranger(call);
        call.talk(4);
        pair(call, 0, kFar);
      }},

@@ -70,8 +70,9 @@ final class Recording {
   private final long skew;
   private final Track.Options options;
   private boolean shown;
-  /** Whether something has changed since the state was saved, and whether more than an increment can tell. */
+  /** Whether the saved state is out of date. */
   private boolean changed = true;
+  /** Whether the whole state has to be saved, because an increment cannot hold the change. */
   private boolean changedWholly = true;
   /** The stereo file is written, so the files of the voices are not needed. Set on the disk thread. */
   private volatile boolean mixed;
