@@ -125,6 +125,7 @@ public abstract class Service implements CallFollower.Listener {
       }
     } finally {
       finish();
+      link.flush();
     }
   }
 
@@ -157,6 +158,7 @@ public abstract class Service implements CallFollower.Listener {
       tick(now);
     }
     stepped(now);
+    transport.flush();
   }
 
   private void serve(FrameBlock block) {
