@@ -9,6 +9,7 @@ import java.nio.channels.FileLock;
 import java.nio.channels.OverlappingFileLockException;
 import java.nio.file.FileAlreadyExistsException;
 import java.nio.file.Files;
+import java.nio.file.NoSuchFileException;
 import java.nio.file.Path;
 import java.nio.file.StandardCopyOption;
 import java.nio.file.StandardOpenOption;
@@ -57,6 +58,7 @@ public final class Store implements AutoCloseable {
   private final Map<String, Integer> lastNumber = new HashMap<>();
   private final OpenFiles open = new OpenFiles(openLimit());
   private final Blocks blocks = new Blocks();
+  private final StereoFile.Buffers stereoBuffers = new StereoFile.Buffers();
   private final Set<Path> unsynced = new LinkedHashSet<>();
   private boolean syncs;
   private final Queue<Path> spares = new ArrayDeque<>();
@@ -146,6 +148,11 @@ public final class Store implements AutoCloseable {
     return blocks;
   }
 
+  /** Returns the arrays for stereo files. They belong to the disk thread. */
+  StereoFile.Buffers stereoBuffers() {
+    return stereoBuffers;
+  }
+
   /** Makes a WAV file, which is created with its first samples. */
   public WavFile wav(String name, WavFile.Format format) {
     return new WavFile(this, name, format, null, 0, 0);
@@ -187,10 +194,18 @@ public final class Store implements AutoCloseable {
 
   /** Creates a file that does not exist, from a spare one if there is any. Called on the disk thread. */
   void create(Path path) throws IOException {
-    ensureRunning();
-    if (!exists(path.getParent())) {
+    try {
+      createIn(path);
+    } catch (NoSuchFileException e) {
+      // Somebody has removed a directory or a spare file.
+      ensureRunning();
       FileOperations.createDirectories(path.getParent());
+      spares.clear();
+      createIn(path);
     }
+  }
+
+  private void createIn(Path path) throws IOException {
     if (spares.isEmpty()) {
       FileOperations.create(path);
     } else {
@@ -204,18 +219,27 @@ public final class Store implements AutoCloseable {
    * each call creates and deletes files. Called on the disk thread.
    */
   void remove(Path path) throws IOException {
-    if (!exists(path)) {
-      return;
+    try (FileChannel file = FileChannel.open(path, StandardOpenOption.WRITE)) {
+      remove(path, file);
+    } catch (NoSuchFileException e) {
+      // It is not there.
     }
+  }
+
+  /** Removes an open file. The caller closes it. */
+  void remove(Path path, FileChannel file) throws IOException {
     if (spares.size() >= MAX_SPARES) {
-      Files.delete(path);
+      Files.deleteIfExists(path);
       return;
     }
-    ensureRunning();
-    FileOperations.truncate(path, 0);
+    file.truncate(0);
     Path spare = running().resolve(SPARE + ++lastSpare);
-    Files.move(path, spare, StandardCopyOption.ATOMIC_MOVE);
-    spares.add(spare);
+    try {
+      Files.move(path, spare, StandardCopyOption.ATOMIC_MOVE);
+      spares.add(spare);
+    } catch (NoSuchFileException e) {
+      Files.deleteIfExists(path);  // it is not there, or the directory of the state is not
+    }
   }
 
   private void deleteSpares() throws IOException {
