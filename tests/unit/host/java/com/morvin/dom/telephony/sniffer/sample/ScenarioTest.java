@@ -105,6 +105,7 @@ final class ScenarioTest {
       case "commands-get-lost" -> sniffer.losesCommands = true;
       case "command-fails" -> sniffer.refusesCommand = true;
       case "removes" -> sniffer.remove(words[1]);
+      case "locked" -> that(sniffer.isLocked(), "another recorder can begin");
       case "disk" -> sniffer.disk(words[1]);
       case "redelivers" -> sniffer.redeliver();
       case "restart" -> sniffer.restart(words[1]);
