@@ -34,6 +34,8 @@ final class Options {
         --filter EXPRESSION    with --embedded: the capture filter (default: udp or tcp)
         --set KEY=VALUE        with --embedded: a further setting of the sniffer; may be given several times
         --trace                with --embedded: log decoded H.323 messages
+        --ipv6                 the sniffers have the setting IPv6=yes: ask for media over IPv6 before one of them has
+                               sent anything of IPv6
         --out DIRECTORY        where recordings go (default: recordings)
         --keep DAYS            delete calls that are older: their files, their lines in the table and on the pages
         --mono                 keep the voices as files of their own, too
@@ -67,6 +69,7 @@ final class Options {
   long bufferBytes = Runtime.getRuntime().maxMemory() / 4;
   String filter = "udp or tcp";
   boolean trace;
+  boolean ipv6;
   final List<String> settings = new ArrayList<>();
   Path out = Path.of("recordings");
   long keepMillis;
@@ -100,6 +103,7 @@ final class Options {
       case "--filter" -> filter = value(option, words);
       case "--set" -> settings.add(value(option, words));
       case "--trace" -> trace = true;
+      case "--ipv6" -> ipv6 = true;
       case "--out" -> out = path(value(option, words));
       case "--keep" -> keepMillis = 86_400_000L * number(option, value(option, words), MAX_NUMBER);
       case "--mono" -> mono = true;

@@ -1,8 +1,8 @@
 package com.morvin.dom.telephony.sniffer.sample.signalling;
 
+import com.morvin.dom.telephony.sniffer.sample.transport.Address;
 import com.morvin.dom.telephony.sniffer.sample.transport.Command;
 import com.morvin.dom.telephony.sniffer.sample.transport.Endpoint;
-import com.morvin.dom.telephony.sniffer.sample.transport.Frame;
 import com.morvin.dom.telephony.sniffer.sample.transport.FrameCursor;
 import com.morvin.dom.telephony.sniffer.sample.transport.Wire;
 import java.util.Collection;
@@ -17,7 +17,7 @@ import java.util.List;
 import java.util.Map;
 import java.util.Objects;
 import java.util.Set;
-import java.util.function.Consumer;
+import java.util.function.Predicate;
 import java.util.function.ToIntFunction;
 import java.util.stream.Collectors;
 
@@ -26,6 +26,8 @@ import java.util.stream.Collectors;
  * calls use is requested once, and dismissed when the last of the calls has ended.
  */
 final class Destinations {
+  private static final String UNREQUESTED =
+      "media over IPv6 was not recorded: no sniffer was known to have IPv6 enabled";
   private static final int MAX_DISMISSED = 4096;
   /** The most calls that share a destination. Real calls share one between two or three. */
   private static final int MAX_CLAIMS = 64;
@@ -109,7 +111,7 @@ final class Destinations {
     /** Returns the SSRC of RTP or the sender's SSRC of RTCP; 0 in other media. */
     private static int ssrc(FrameCursor frame) {
       byte[] bytes = frame.bytes();
-      int datagram = frame.start() + Frame.HEADER;
+      int datagram = frame.payload();
       if (frame.end() - datagram < RTP_HEADER || (bytes[datagram] & 0xc0) != 0x80) {
         return 0;
       }
@@ -132,6 +134,8 @@ final class Destinations {
     private final Map<Call, Claim> claims = new LinkedHashMap<>(2);
     /** The only claim, the usual case; null when there are several. */
     Claim only;
+    /** Whether a sniffer was asked. */
+    boolean requested;
     boolean heard;
     int repeats;
     Moment asked;
@@ -179,7 +183,7 @@ final class Destinations {
       if (claims.size() <= MAX_CLAIMS) {
         return null;
       }
-      Map<Integer, Long> origins =
+      Map<Address, Long> origins =
           claims.keySet().stream().collect(Collectors.groupingBy(Call::origin, Collectors.counting()));
       return claims.values().stream().filter(claim -> !claim.isFlowing(now))
           .max(Comparator.comparingLong((Claim claim) -> origins.get(claim.call.origin()))
@@ -211,9 +215,9 @@ final class Destinations {
     final Map<Endpoint, Claim> withdrawn = new LinkedHashMap<>();
     /** Those that other calls have taken. */
     final Set<Endpoint> refused = new HashSet<>();
-    private final Map<Direction, Set<Integer>> hosts = new EnumMap<>(Direction.class);
+    private final Map<Direction, Set<Address>> hosts = new EnumMap<>(Direction.class);
     /** Those of {@link #hosts} that the signalling has named. */
-    private final Map<Direction, Set<Integer>> signalledHosts = new EnumMap<>(Direction.class);
+    private final Map<Direction, Set<Address>> signalledHosts = new EnumMap<>(Direction.class);
 
     void findHosts() {
       hosts.clear();
@@ -223,23 +227,23 @@ final class Destinations {
     }
 
     private void addHost(Endpoint endpoint, Call.Use use) {
-      hosts.computeIfAbsent(use.direction(), any -> new HashSet<>()).add(endpoint.ip());
+      hosts.computeIfAbsent(use.direction(), any -> new HashSet<>()).add(endpoint.address());
       if (!use.call().hasLearned(endpoint, use)) {
-        signalledHosts.computeIfAbsent(use.direction(), any -> new HashSet<>()).add(endpoint.ip());
+        signalledHosts.computeIfAbsent(use.direction(), any -> new HashSet<>()).add(endpoint.address());
       }
     }
 
     /** Returns how well a source fits a direction: 2 when its other party receives there, 1 when on that host. */
     int fit(Direction direction, Endpoint source) {
       return other(direction, source) != null ? 2
-          : hosts.getOrDefault(direction.opposite(), Set.of()).contains(source.ip()) ? 1 : 0;
+          : hosts.getOrDefault(direction.opposite(), Set.of()).contains(source.address()) ? 1 : 0;
     }
 
     /** Returns how well the signalling knows a source of a direction; see {@link Call.Use#trust}. */
     int trust(Direction direction, Endpoint source) {
       Call.Use use = other(direction, source);
       return use != null && !use.call().hasLearned(source, use) ? 2
-          : signalledHosts.getOrDefault(direction.opposite(), Set.of()).contains(source.ip()) ? 1 : 0;
+          : signalledHosts.getOrDefault(direction.opposite(), Set.of()).contains(source.address()) ? 1 : 0;
     }
 
     /** Returns the use of a source by the other party of a direction; null when that does not receive there. */
@@ -255,9 +259,9 @@ final class Destinations {
   private final Map<Call, OfCall> ofCalls = new HashMap<>();
   private final Set<Call> withdrawing = new LinkedHashSet<>();
   private final BoundedMap<Endpoint, Moment> dismissed = new BoundedMap<>(MAX_DISMISSED);
-  private final Consumer<Command> sniffers;
+  private final Predicate<Command> sniffers;
 
-  Destinations(Consumer<Command> sniffers) {
+  Destinations(Predicate<Command> sniffers) {
     this.sniffers = sniffers;
   }
 
@@ -302,9 +306,18 @@ final class Destinations {
     OfCall own = ofCalls.remove(call);
     if (own != null) {
       withdrawing.remove(call);
+      if (own.uses.entrySet().stream().anyMatch(use -> isUnrequested(use.getKey(), use.getValue()))) {
+        call.note(UNREQUESTED);
+      }
       own.withdrawn.keySet().forEach(endpoint -> release(endpoint, call, now));
       own.uses.keySet().forEach(endpoint -> release(endpoint, call, now));
     }
+  }
+
+  /** Whether a direction without media has a destination that no sniffer was asked for. */
+  private boolean isUnrequested(Endpoint endpoint, Call.Use use) {
+    Entry entry = entries.get(endpoint);
+    return entry != null && !entry.requested && !use.stream().exists();
   }
 
   /** Dismisses the destinations that the signalling no longer describes and whose media has stopped. */
@@ -326,7 +339,7 @@ final class Destinations {
       entry = new Entry(endpoint, now);
       entries.put(endpoint, entry);
       byKey.put(entry);
-      sniffers.accept(Command.add(endpoint));
+      entry.requested = sniffers.test(Command.add(endpoint));
     }
     Claim claim = entry.claim(use.call());
     if (claim == null) {
@@ -354,7 +367,7 @@ final class Destinations {
 
   private void dismiss(Endpoint endpoint, Moment now) {
     dismissed.putLast(endpoint, now);
-    sniffers.accept(Command.remove(endpoint));
+    sniffers.test(Command.remove(endpoint));
   }
 
   /**
@@ -375,7 +388,7 @@ final class Destinations {
 
   private Call.Use find(Entry entry, FrameCursor frame, Moment now) {
     entry.heard = true;
-    Endpoint source = Endpoint.of(frame.source());
+    Endpoint source = frame.sourceEndpoint();
     ToIntFunction<Claim> fit = claim -> ofCalls.get(claim.call).fit(claim.use.direction(), source);
     Claim best = entry.only != null ? entry.only : entry.choose(fit, frame, now);
     int trust = ofCalls.get(best.call).trust(best.use.direction(), source);
@@ -408,8 +421,8 @@ final class Destinations {
   }
 
   /** Asks a sniffer with an empty list for all destinations. */
-  void resend(Consumer<Command> sniffer) {
-    entries.keySet().forEach(endpoint -> sniffer.accept(Command.add(endpoint)));
+  void resend(Predicate<Command> sniffer) {
+    entries.forEach((endpoint, entry) -> entry.requested |= sniffer.test(Command.add(endpoint)));
   }
 
   /**
@@ -422,7 +435,7 @@ final class Destinations {
           && now.since(entry.asked) >= REPEAT_MILLIS << entry.repeats) {
         entry.repeats++;
         entry.asked = now;
-        sniffers.accept(Command.add(endpoint));
+        entry.requested |= sniffers.test(Command.add(endpoint));
       }
     });
   }

@@ -1,5 +1,6 @@
 package com.morvin.dom.telephony.sniffer.sample.signalling;
 
+import com.morvin.dom.telephony.sniffer.sample.transport.Address;
 import java.util.Collections;
 import java.util.Comparator;
 import java.util.HashMap;
@@ -16,8 +17,8 @@ final class Removable {
   private static final int STEADY_PACKETS = 50;
   private static final long STOPPED_MILLIS = 10_000;
 
-  private final Map<Integer, Set<Call>> brief = new HashMap<>();
-  private final Map<Integer, Set<Call>> stopped = new HashMap<>();
+  private final Map<Address, Set<Call>> brief = new HashMap<>();
+  private final Map<Address, Set<Call>> stopped = new HashMap<>();
 
   /** Adds or removes a call by its media. */
   void update(Call call, Moment now) {
@@ -33,7 +34,7 @@ final class Removable {
     set(stopped, call, false);
   }
 
-  private static void set(Map<Integer, Set<Call>> calls, Call call, boolean contained) {
+  private static void set(Map<Address, Set<Call>> calls, Call call, boolean contained) {
     Set<Call> ofOrigin = calls.get(call.origin());
     if (contained && ofOrigin == null) {
       ofOrigin = new LinkedHashSet<>();
@@ -51,7 +52,7 @@ final class Removable {
    * those the oldest. Returns null when no call does.
    */
   Call next(Moment now) {
-    Map<Integer, Set<Call>> calls = brief.isEmpty() ? stopped : brief;
+    Map<Address, Set<Call>> calls = brief.isEmpty() ? stopped : brief;
     return calls.isEmpty() ? null : Collections.min(
         Collections.max(calls.values(), Comparator.comparingInt(Set::size)),
         Comparator.comparingInt(call -> call.priority(now)));

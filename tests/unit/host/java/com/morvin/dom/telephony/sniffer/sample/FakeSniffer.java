@@ -77,6 +77,7 @@ final class FakeSniffer implements Transport {
   private long number;
   private SteadyClock clock;
   private long keepMillis;
+  private boolean assumesIpv6;
   private Track.Options options = new Track.Options(true, false, true);
   /** By how much the time of day was set forward. */
   long setForward;
@@ -84,6 +85,8 @@ final class FakeSniffer implements Transport {
   boolean losesCommands;
   boolean refusesCommand;
   boolean redelivers;
+  /** Whether the sniffer has the setting IPv6=yes. */
+  boolean ipv6 = true;
 
   /** Runs the body with a new recorder in a new directory. */
   static void with(Testing.Body<FakeSniffer> body) throws Exception {
@@ -139,6 +142,7 @@ final class FakeSniffer implements Transport {
         retention.tick();
       }
     });
+    recorder.assumeIpv6(assumesIpv6);
     recorder.attach(this);
   }
 
@@ -198,6 +202,7 @@ final class FakeSniffer implements Transport {
   void option(String option) throws IOException {
     options = new Track.Options(options.keepsDigits() && !option.equals("no-digits"),
         options.linear() || option.equals("pcm"), options.keepsVoices() && !option.equals("no-mono"));
+    assumesIpv6 |= option.equals("ipv6");
     if (option.startsWith("keep=")) {
       keepMillis = 86_400_000L * Long.parseLong(option.substring(5));
       try (Stream<Path> all = Files.walk(directory)) {
@@ -291,7 +296,7 @@ final class FakeSniffer implements Transport {
   /** Sends a datagram. Returns whether the sniffer forwarded it. */
   boolean udp(Endpoint source, Endpoint destination, byte[] payload) {
     passed.add(new Frame(Frame.RTP, destination, source, payload));
-    boolean listed = list.contains(destination);
+    boolean listed = list.contains(destination) && (ipv6 || !destination.isIpv6());
     if (listed) {
       frame(Frame.RTP, source, destination, payload);
     }
@@ -387,9 +392,11 @@ final class FakeSniffer implements Transport {
     });
   }
 
+  /** Returns the endpoint of "10.0.0.1:4000" or "[2001:db8::1]:4000". */
   static Endpoint at(String text) {
-    String[] parts = text.split(":");
-    return Endpoint.ofMedia(parts[0], Integer.parseInt(parts[1])).orElseThrow();
+    int colon = text.lastIndexOf(':');
+    String address = text.substring(0, colon).replaceAll("[\\[\\]]", "");
+    return Endpoint.ofMedia(address, Integer.parseInt(text.substring(colon + 1))).orElseThrow();
   }
 
   // The methods below return the results of the recorder.
@@ -473,6 +480,7 @@ final class FakeSniffer implements Transport {
     if (sniffer < sessions && command.code() != Command.HEARTBEAT) {
       return; // all sniffers share one list
     }
+    Testing.that(ipv6 || !command.isIpv6(), "the sniffer reads " + command + " as several commands");
     if (refusesCommand) {
       refusesCommand = false;
       throw new IllegalStateException("refused");

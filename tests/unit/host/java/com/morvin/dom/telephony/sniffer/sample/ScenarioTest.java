@@ -4,6 +4,7 @@ import static com.morvin.dom.telephony.sniffer.sample.Testing.equal;
 import static com.morvin.dom.telephony.sniffer.sample.Testing.that;
 
 import com.morvin.dom.telephony.sniffer.sample.signalling.Direction;
+import com.morvin.dom.telephony.sniffer.sample.transport.Address;
 import com.morvin.dom.telephony.sniffer.sample.transport.Command;
 import com.morvin.dom.telephony.sniffer.sample.transport.Endpoint;
 import com.morvin.dom.telephony.sniffer.sample.transport.Frame;
@@ -30,6 +31,8 @@ final class ScenarioTest {
   private static final Map<String, String> HOSTS = Map.of("A", "10.0.0.1", "B", "10.0.0.2", "C", "10.0.0.3", "D",
       "10.0.0.4", "N", "203.0.113.7", "P", "10.0.0.9");
   private static final Path CAPTURES = Path.of(System.getProperty("tests.data"), "captures");
+  private static final Pattern DESCRIBED = Pattern.compile("IP4([ _])(" + Address.DOTTED + ")");
+  private static final Pattern HOST = Pattern.compile("(\\[.*]|[^:]*)(?::(\\d+))?");
   private static final Pattern REPEATED = Pattern.compile("(?ms)^times (\\d+)\n(.*?)^again\n");
   private static final int SIZE = 160;
   private static final Path SAMPLES = Path.of(System.getProperty("samples"));
@@ -38,6 +41,7 @@ final class ScenarioTest {
   private FakeSniffer sniffer;
   private String callId;
   private String header = "";
+  private boolean ipv6;
 
   void testSip() throws Exception { runAll("sip.txt"); }
 
@@ -51,6 +55,26 @@ final class ScenarioTest {
 
   void testForgeries() throws Exception { runAll("forgeries.txt"); }
 
+  void testIpv6() throws Exception { runAll("ipv6.txt"); }
+
+  /** The same calls over IPv6 are recorded in the same way. */
+  void testTwins() throws Exception {
+    ipv6 = true;
+    for (String file : List.of("sip.txt", "legs.txt", "h323.txt", "media.txt", "faults.txt", "forgeries.txt")) {
+      runAll(file);
+    }
+  }
+
+  /** Returns a case with IPv6 addresses: in brackets, except in session descriptions. */
+  private static String overIpv6(String text) {
+    String described = DESCRIBED.matcher(text).replaceAll(found -> "IP6" + found.group(1) + twin(found.group(2)));
+    return Address.DOTTED.matcher(described).replaceAll(found -> "[" + twin(found.group()) + "]");
+  }
+
+  private static String twin(String dotted) {
+    return dotted.equals("0.0.0.0") ? "::" : Address.parse("2001:db8::1:" + dotted).orElseThrow().toString();
+  }
+
   /** Each case has a new recorder. */
   private void runAll(String file) throws Exception {
     String[] cases = Files.readString(CASES.resolve(file)).split("(?m)^== ");
@@ -58,7 +82,10 @@ final class ScenarioTest {
       FakeSniffer.with(fake -> {
         sniffer = fake;
         callId = "call-1";
-        Iterator<String> lines = repeated(one).lines().iterator();
+        if (ipv6) {
+          sniffer.option("ipv6");
+        }
+        Iterator<String> lines = repeated(ipv6 ? overIpv6(one) : one).lines().iterator();
         String name = lines.next();
         while (lines.hasNext()) {
           String line = lines.next();
@@ -100,6 +127,7 @@ final class ScenarioTest {
       case "option" -> sniffer.option(words[1]);
       case "erase" -> equal(sniffer.erase(words[1]), Integer.parseInt(words[2]));
       case "shown" -> equal(sniffer.shown(words[1]), Long.parseLong(words[2]));
+      case "without-ipv6" -> sniffer.ipv6 = false;
       case "forgets" -> sniffer.list.clear();
       case "misses" -> sniffer.list.remove(at(words[1]));
       case "commands-get-lost" -> sniffer.losesCommands = true;
@@ -110,7 +138,7 @@ final class ScenarioTest {
       case "redelivers" -> sniffer.redeliver();
       case "restart" -> sniffer.restart(words[1]);
       case "list" -> equal(sniffer.listed(), String.join(" ",
-          Stream.of(words).skip(1).flatMap(ScenarioTest::endpoints).sorted().toList()));
+          Stream.of(words).skip(1).flatMap(this::endpoints).sorted().toList()));
       case "listed" -> equal(sniffer.list.size(), Integer.parseInt(words[1]));
       case "adds" -> that(count(Command.ADD) <= Long.parseLong(words[1]), "adds: " + count(Command.ADD));
       case "heartbeats" -> that(count(Command.HEARTBEAT) >= Long.parseLong(words[1]), "" + count(Command.HEARTBEAT));
@@ -136,15 +164,18 @@ final class ScenarioTest {
     return sniffer.commands.stream().filter(command -> command.code() == code).count();
   }
 
-  private static String host(String text) {
-    String[] parts = text.split(":");
-    return HOSTS.getOrDefault(parts[0], parts[0]) + ":" + (parts.length > 1 ? parts[1] : "5060");
+  private String host(String text) {
+    Matcher parts = HOST.matcher(text);
+    that(parts.matches(), text);
+    String dotted = HOSTS.get(parts.group(1));
+    String address = dotted == null ? parts.group(1) : ipv6 ? overIpv6(dotted) : dotted;
+    return address + ":" + (parts.group(2) == null ? "5060" : parts.group(2));
   }
 
-  private static Endpoint at(String text) { return FakeSniffer.at(host(text)); }
+  private Endpoint at(String text) { return FakeSniffer.at(host(text)); }
 
   /** Returns the endpoints of "A:4000"; "A:4000+" stands for two. */
-  private static Stream<String> endpoints(String text) {
+  private Stream<String> endpoints(String text) {
     String first = host(text.replace("+", ""));
     return text.endsWith("+") ? Stream.of(first, at(first).next().toString()) : Stream.of(first);
   }
@@ -175,10 +206,13 @@ final class ScenarioTest {
   }
 
   /** Returns the description for ADDRESS:PORT;ATTRIBUTE... where "_" is a blank and "m=..." is a line without "a=". */
-  private static String sdp(String[] parts) {
-    String[] address = host(parts[0]).split(":");
-    StringBuilder sdp = new StringBuilder("v=0\no=- 1 1 IN IP4 0.0.0.0\ns=-\nc=IN IP4 " + address[0] + "\nt=0 0\n"
-        + "m=audio " + address[1] + " RTP/AVP 8 0 9 97 98 101\na=rtpmap:97 pcmu/8000/1\na=rtpmap:98 iLBC/8000\n"
+  private String sdp(String[] parts) {
+    Matcher host = HOST.matcher(host(parts[0]));
+    that(host.matches(), parts[0]);
+    String address = host.group(1).startsWith("[") ? "IN IP6 " + host.group(1).replaceAll("[\\[\\]]", "")
+        : "IN IP4 " + host.group(1);
+    StringBuilder sdp = new StringBuilder("v=0\no=- 1 1 " + address + "\ns=-\nc=" + address + "\nt=0 0\n"
+        + "m=audio " + host.group(2) + " RTP/AVP 8 0 9 97 98 101\na=rtpmap:97 pcmu/8000/1\na=rtpmap:98 iLBC/8000\n"
         + "a=rtpmap:101 telephone-event/8000\n");
     for (String part : Arrays.asList(parts).subList(1, parts.length)) {
       sdp.append(part.startsWith("m=") ? "" : "a=").append(part.replace('_', ' ')).append('\n');
