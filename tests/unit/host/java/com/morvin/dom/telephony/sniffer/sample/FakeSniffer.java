@@ -202,7 +202,6 @@ final class FakeSniffer implements Transport {
   void option(String option) throws IOException {
     options = new Track.Options(options.keepsDigits() && !option.equals("no-digits"),
         options.linear() || option.equals("pcm"), options.keepsVoices() && !option.equals("no-mono"));
-    assumesIpv6 |= option.equals("ipv6");
     if (option.startsWith("keep=")) {
       keepMillis = 86_400_000L * Long.parseLong(option.substring(5));
       try (Stream<Path> all = Files.walk(directory)) {
@@ -237,6 +236,13 @@ final class FakeSniffer implements Transport {
     try (Stream<String> lines = Files.lines(directory.resolve("index.html"))) {
       return lines.filter(line -> line.startsWith("{") && line.contains(text)).count();
     }
+  }
+
+  /** Starts the recorder's option --ipv6. */
+  void assumeIpv6() throws IOException {
+    assumesIpv6 = true;
+    recorder.assumeIpv6(true);
+    recorder.attach(this);
   }
 
   void redeliver() throws IOException {
