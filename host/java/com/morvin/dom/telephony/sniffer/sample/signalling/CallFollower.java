@@ -193,7 +193,7 @@ public final class CallFollower {
       }
       endIfOver(call, now);
     });
-    calls.forEach(call -> removable.update(call, now));
+    removable.update(calls, now);
     saveMemory(now);
   }
 
