@@ -12,6 +12,7 @@
 #include "base/CaptureStamp.h"
 #include "base/Mutex.h"
 #include "queue/SniffedPacket.h"
+#include "queue/WaitingFrames.h"
 #include "statistics/Statistics.h"
 
 namespace voip {
@@ -36,7 +37,7 @@ struct QueuedPacket {
 ///
 /// With a limit, media and signalling have separate lanes. A full queue drops the newest media frames, and drops
 /// signalling only when no waiting media is left.
-class PacketQueue {
+class PacketQueue final : public WaitingFrames {
  public:
   static constexpr std::size_t kBlockSize = 256 * 1024;  ///< bytes
 
@@ -70,16 +71,11 @@ class PacketQueue {
   /// until the next takeBatch(). Consumer only.
   QueuedPacket* next();
 
-  /// Ends the consumer's wait, or its next one if it does not wait. Any thread.
-  void wake();
+  void wake() override;
 
-  /// Drops all waiting frames, including those of the batch. Counts them and `others`, frames that the caller has
-  /// dropped, as discarded, and logs their number at DEBUG. Any thread. While the consumer works on a batch, up to 32
-  /// frames of the batch are not dropped.
-  void clear(std::size_t others = 0);
-
-  /// As clear(), but drops the whole batch. Consumer only.
-  void clearFromConsumer(std::size_t others = 0);
+  /// While the consumer works on a batch, up to 32 frames of the batch are not dropped.
+  void clear(std::size_t others = 0) override;
+  void clearFromConsumer(std::size_t others = 0) override;
 
   /// Returns the number of waiting frames. Frames of the batch count until the consumer claims them, 32 at a time. Any
   /// thread.
