@@ -2,6 +2,8 @@
 
 #include <chrono>
 #include <exception>
+#include <functional>
+#include <system_error>
 
 #include "base/DottedDecimal.h"
 #include "base/Logger.h"
@@ -13,6 +15,7 @@ namespace {
 
 // The wait of the classifying thread is limited: early segments in TCP streams expire.
 constexpr std::chrono::milliseconds kIdleWait(100);
+constexpr std::chrono::milliseconds kBetweenStarts(1000);  // of threads that could not be started
 
 }  // namespace
 
@@ -133,8 +136,13 @@ void SngDissector::forwardToFirst(FanOut& fanOut) {
 
 void SngDissector::startLanes(FanOut& fanOut) {
   if (classifying_.joinable() || fanOut.hasEnded()) return;
-  classifying_ = std::thread(&SngDissector::classify, this, std::ref(fanOut));
-  fanOut.start();
+  try {
+    classifying_ = std::thread(&SngDissector::classify, this, std::ref(fanOut));
+    fanOut.start();
+  } catch (const std::system_error& failure) {
+    logger().error(std::string("Nothing is forwarded, there is no thread for it: ") + failure.what());
+    fanOut.first().queue.takeBatch(kBetweenStarts);
+  }
 }
 
 /// The body of the classifying thread.

@@ -1,5 +1,6 @@
 #include "forwarding/RtpDestinations.h"
 
+#include <random>
 #include <thread>
 #include <utility>
 
@@ -19,16 +20,17 @@ constexpr std::uint64_t kSpread = 0x9E3779B97F4A7C15;
 
 // ---- the table ----
 
-RtpDestinations::Table::Table(std::size_t size)
+RtpDestinations::Table::Table(std::size_t size, std::uint64_t factor)
     : mask_(size - 1),
       shift_(64 - std::countr_zero(size)),
+      factor_(factor),
       keys_(std::make_unique<std::atomic<std::uint64_t>[]>(size)),
       bits_(std::make_unique<std::atomic<std::uint32_t>[]>(size)) {
   clear();
 }
 
 std::size_t RtpDestinations::Table::homeOf(std::uint64_t key) const {
-  return key * kSpread >> shift_;
+  return key * factor_ >> shift_;
 }
 
 std::size_t RtpDestinations::Table::slotOf(std::uint64_t key) const {
@@ -63,8 +65,19 @@ void RtpDestinations::Table::clear() {
 
 // ---- looking up ----
 
-RtpDestinations::RtpDestinations() {
-  tables_.push_back(std::make_unique<Table>(kInitialSize));
+RtpDestinations::RtpDestinations() : factor_(kSpread) {
+  tables_.push_back(std::make_unique<Table>(kInitialSize, factor_));
+  table_ = tables_.back().get();
+}
+
+void RtpDestinations::setRecorders(unsigned count) {
+  const MutexLock held(rtpListLock_);
+  hasSeveral_ = count > 1;
+  if (!hasSeveral_) return;
+  // No recorder can choose destinations that make the look-ups for the others slow.
+  std::random_device random;
+  factor_ = (std::uint64_t{random()} << 32 | random()) | 1;
+  tables_.back() = std::make_unique<Table>(kInitialSize, factor_);
   table_ = tables_.back().get();
 }
 
@@ -190,7 +203,7 @@ void RtpDestinations::sweepTable() {
 
 void RtpDestinations::grow() {
   const Table& old = *table_.load();
-  auto larger = std::make_unique<Table>(old.size() * 2);
+  auto larger = std::make_unique<Table>(old.size() * 2, factor_);
   for (std::size_t slot = 0; slot < old.size(); ++slot) {
     const std::uint64_t key = old.keyAt(slot);
     if (key != Table::kFree) larger->put(larger->slotOf(key), key, old.bitsAt(slot));

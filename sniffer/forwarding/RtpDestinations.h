@@ -31,7 +31,7 @@ class RtpDestinations {
   RtpDestinations& operator=(const RtpDestinations&) = delete;
 
   /// Sets the number of recorders, 1 to kMaxRecorders; 1 without a call. To be called before the first use.
-  void setRecorders(unsigned count) { hasSeveral_ = count > 1; }
+  void setRecorders(unsigned count);
 
   /// Returns the most different destinations of one recorder.
   std::size_t limit() const { return hasSeveral_ ? kMaxOfEach : SIZE_MAX; }
@@ -59,8 +59,8 @@ class RtpDestinations {
    public:
     static constexpr std::uint64_t kFree = ~std::uint64_t{0};  ///< no key: a key has 16 zero bits
 
-    /// `size` is a power of two.
-    explicit Table(std::size_t size);
+    /// `size` is a power of two. `factor`, which is odd, decides the order of the keys.
+    Table(std::size_t size, std::uint64_t factor);
 
     std::size_t size() const { return mask_ + 1; }
 
@@ -84,6 +84,7 @@ class RtpDestinations {
 
     const std::size_t mask_;
     const int shift_;
+    const std::uint64_t factor_;
     std::unique_ptr<std::atomic<std::uint64_t>[]> keys_;
     std::unique_ptr<std::atomic<std::uint32_t>[]> bits_;
   };
@@ -118,6 +119,7 @@ class RtpDestinations {
   /// Bits of the recorders whose lists count as empty. The next addition to such a list removes its entries first.
   std::atomic<std::uint32_t> cleared_ = 0;
   bool hasSeveral_ = false;
+  std::uint64_t factor_;                           ///< of the tables
   std::size_t used_ GUARDED_BY(rtpListLock_) = 0;  ///< keys in the table
   std::array<List, kMaxRecorders> lists_ GUARDED_BY(rtpListLock_);
 };

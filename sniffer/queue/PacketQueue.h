@@ -35,7 +35,7 @@ struct QueuedPacket {
 /// a whole block under one lock. Without a limit the queue grows while the consumer is too slow, and frees the memory
 /// afterwards.
 ///
-/// With a limit, media and signalling have separate lanes. A full queue drops the newest media frames, and drops
+/// With a limit, media and signalling have separate sides. A full queue drops the newest media frames, and drops
 /// signalling only when no waiting media is left.
 class PacketQueue final : public WaitingFrames {
  public:
@@ -94,7 +94,7 @@ class PacketQueue final : public WaitingFrames {
   };
 
   /// Blocks, oldest frames first.
-  struct Lane {
+  struct Side {
     std::deque<Block> waiting;
     Block taken;                 ///< the block of the consumer's batch
     std::uint8_t* at = nullptr;  ///< the next record in `taken`
@@ -104,15 +104,15 @@ class PacketQueue final : public WaitingFrames {
     }
   };
 
-  Block& blockFor(Lane& lane, std::size_t size) REQUIRES(packetQueueLock_);
-  bool makeRoom(Lane& lane, std::size_t size) REQUIRES(packetQueueLock_);
+  Block& blockFor(Side& side, std::size_t size) REQUIRES(packetQueueLock_);
+  bool makeRoom(Side& side, std::size_t size) REQUIRES(packetQueueLock_);
   bool dropNewestMedia() REQUIRES(packetQueueLock_);
   std::size_t mediaLimit() const;
-  bool fits(const Lane& lane, std::size_t size) const REQUIRES(packetQueueLock_);
+  bool fits(const Side& side, std::size_t size) const REQUIRES(packetQueueLock_);
   std::size_t waitingBytes() const REQUIRES(packetQueueLock_);
-  void countOverflow(const Lane& lane) REQUIRES(packetQueueLock_);
+  void countOverflow(const Side& side) REQUIRES(packetQueueLock_);
   void logOverflowEnd() REQUIRES(packetQueueLock_);
-  void takeFirstBlock(Lane& lane) REQUIRES(packetQueueLock_);
+  void takeFirstBlock(Side& side) REQUIRES(packetQueueLock_);
   void skipDiscarded() REQUIRES(packetQueueLock_);
   void recycle(Block& block) REQUIRES(packetQueueLock_);
   void wait(std::chrono::milliseconds atMost) REQUIRES(packetQueueLock_);
@@ -126,9 +126,9 @@ class PacketQueue final : public WaitingFrames {
   Condition packetPresent_{"packetPresent"};
   Mutex packetQueueLock_{"packetQueueLock", Mutex::kAdaptive};  ///< held for the copy of a frame
 
-  // The lock guards the lanes except `taken` and `at`, which belong to the consumer.
-  Lane frames_;  ///< all frames; with a limit, all but media
-  Lane media_;
+  // The lock guards the sides except `taken` and `at`, which belong to the consumer.
+  Side frames_;  ///< all frames; with a limit, all but media
+  Side media_;
   BlockPool pool_ GUARDED_BY(packetQueueLock_);
   std::uint64_t pushed_ GUARDED_BY(packetQueueLock_) = 0;     ///< number of the next frame
   std::size_t waiting_ GUARDED_BY(packetQueueLock_) = 0;      ///< frames that the consumer has not taken

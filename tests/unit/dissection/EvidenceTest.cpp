@@ -382,7 +382,7 @@ TEST_F(QueueLimit, DropsTheNewestMediaAndSignallingLast) {
       EXPECT_GE(packet->number, last);
       last = packet->number;
       if (frames == 100) {
-        push(media);  // to the other lane, as the last frame
+        push(media);  // to the other side, as the last frame
       }
     }
   }
