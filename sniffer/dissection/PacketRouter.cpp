@@ -55,19 +55,14 @@ void logRefusal(const char* heading, const sniff_ip& ip) {
 
 }  // namespace
 
-PacketRouter::PacketRouter(const RtpDestinations& destinations, const Recalls& recalls, CatchUp& catchUp,
-                           RecorderLinks& links, FrameForwarder& forwarder, Statistics& statistics)
-    : recalls_(recalls),
-      catchUp_(catchUp),
-      links_(links),
-      forwarder_(forwarder),
-      statistics_(statistics),
-      classifier_(destinations, statistics) {
+PacketRouter::PacketRouter(const RtpDestinations& destinations, RecorderLane& lane, Statistics& statistics)
+    : lane_(lane), statistics_(statistics), classifier_(destinations, statistics) {
   configure({}, nullptr);
 }
 
-void PacketRouter::configure(const Settings& settings, LookBack* lookBack) {
-  lookBack_ = lookBack;
+void PacketRouter::configure(const Settings& settings, FanOut* fanOut) {
+  fanOut_ = fanOut;
+  keepsMedia_ = settings.lookBack > 0;
   classifier_.setSipAnyUri(settings.sipAnyUri);
   followsStreams_ = settings.reassembleTcp;
   network_ = std::make_unique<NetworkStack>(optionsOf(settings), static_cast<NetworkSink&>(*this));
@@ -103,18 +98,22 @@ void PacketRouter::takeDatagram(const Datagram& datagram) {
     return;
   }
   forward({datagram.payload.data() - kForwardedHeader, datagram.payload.size() + kForwardedHeader});
-  if (!datagram.isCaptured) forwarder_.flush();  // its bytes are valid during this call only
+  if (!datagram.isCaptured) release();  // its bytes are valid during this call only
 }
 
 void PacketRouter::drop(const Datagram& datagram) {
-  if (lookBack_ == nullptr || !looksLikeMedia(datagram.payload.data(), static_cast<int>(datagram.payload.size()))) {
+  if (!keepsMedia_ || !looksLikeMedia(datagram.payload.data(), static_cast<int>(datagram.payload.size()))) {
     statistics_.udpDropped.add();
     return;
   }
   const std::span frame(datagram.payload.data() - kForwardedHeader, datagram.payload.size() + kForwardedHeader);
   classifier_.header().protocol = FrameProtocol::Rtp;
   classifier_.header().write(frame.data());
-  lookBack_->keepMedia({stamp_, frame});
+  if (fanOut_ != nullptr) {
+    fanOut_->takeForAll({stamp_, frame});
+  } else {
+    lane_.keepMedia({stamp_, frame});
+  }
 }
 
 void PacketRouter::takeSegment(const Segment& segment) {
@@ -167,32 +166,26 @@ void PacketRouter::forwardDescription(const FlowEnds& ends, std::span<u_char> oc
 
 void PacketRouter::forwardMade() {
   forward(made_);
-  forwarder_.flush();  // before the next frame overwrites this one
+  release();  // the next frame overwrites this one
+}
+
+/// Ends the use of the bytes of the last frame. The queues of several lanes have copies.
+void PacketRouter::release() {
+  if (fanOut_ == nullptr) lane_.flush();
 }
 
 // ---- to the recorder ----
 
 void PacketRouter::forward(std::span<u_char> frame) {
   classifier_.header().write(frame.data());
-  BaseConnection* connection = links_.forFrame(classifier_.lastClass(), classifier_.header().protocol);
-  if (connection == nullptr) {
-    statistics_.notSent.add();
-    logger().warn("PAYLOAD NOT SENT");
-    return;
-  }
-  if (hasToWait()) {
-    lookBack_->keepMedia({stamp_, frame});
+  const FrameProtocol packetClass = classifier_.lastClass();
+  if (fanOut_ == nullptr) {
+    lane_.forward(packetClass, {stamp_, frame});
+  } else if (packetClass == FrameProtocol::Rtp) {
+    fanOut_->takeMedia({stamp_, frame}, classifier_.wantedBy());
   } else {
-    forwarder_.add(*connection, {stamp_, frame});
+    fanOut_->takeForAll({stamp_, frame});
   }
-}
-
-/// Returns true for media of a destination whose older, kept media has not been sent yet.
-bool PacketRouter::hasToWait() {
-  if (recalls_.arePending()) catchUp_.takeRequests();
-  if (!catchUp_.isActive()) return false;
-  const FrameHeader& header = classifier_.header();
-  return header.protocol == FrameProtocol::Rtp && catchUp_.holds({header.dstIp, header.dstPort});
 }
 
 // ---- refused ----

@@ -45,6 +45,7 @@ std::vector<std::string> serverProtocol(const std::string& value);
 std::vector<std::string> device(const std::string& value);
 std::vector<std::string> filter(const std::string& value);
 std::vector<std::string> logLevel(const std::string& value);
+std::vector<std::string> moreRecorders(const std::string& value);
 }  // namespace setting_checks
 
 /// All keys, in the order of their warnings.
@@ -73,6 +74,8 @@ inline constexpr SettingKey kSettingKeys[] = {
      "how long sending waits for a TCP recorder before the connection counts as lost"},
     {"CommandsFromServerOnly", FlagKey{&Settings::commandsFromServerOnly, "anyone's commands are carried out"},
      "UDP: commands from other hosts are ignored"},
+    {"MoreRecorders", TextKey{setting_checks::moreRecorders, &Settings::moreRecorders},
+     "further recorders over TCP: ADDRESS:PORT, separated by ';'"},
 
     {"LookBack", NumberKey{&Settings::lookBack, "milliseconds", 0, 60'000},
      "how long media is kept that the recorder has not asked for yet"},

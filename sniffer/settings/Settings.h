@@ -16,6 +16,7 @@ struct Settings {
 
   int sendTimeout = 0;  ///< milliseconds, 0 to 60,000
   bool commandsFromServerOnly = false;
+  std::string moreRecorders;  ///< addresses, see MoreRecorders; empty: one recorder
 
   int lookBack = 0;         ///< milliseconds, 0 to 60,000
   int lookBackMemory = 64;  ///< MB

@@ -15,6 +15,7 @@
 
 #include "base/Logger.h"
 #include "settings/Logging.h"
+#include "settings/MoreRecorders.h"
 #include "settings/SettingKeys.h"
 #include "settings/StringTokenizer.h"
 
@@ -149,6 +150,10 @@ std::vector<std::string> filter(const std::string& value) {
 std::vector<std::string> logLevel(const std::string& value) {
   if (value.empty() || !logLevelNamed(value).empty()) return {};
   return {"INFO is used"};
+}
+
+std::vector<std::string> moreRecorders(const std::string& value) {
+  return readMoreRecorders(value).wrong;
 }
 
 }  // namespace setting_checks

@@ -56,6 +56,15 @@ struct Statistics {
 
   /// Returns the log line.
   std::string report(const Settings& settings) const;
+
+  /// Returns the log line of one of several recorders, with the figures that each recorder has.
+  std::string reportOf(const std::string& recorder, const Settings& settings) const;
+};
+
+/// The figures of a further recorder.
+struct RecorderStatistics {
+  std::string name;  ///< its address and port
+  Statistics figures;
 };
 
 /// A figure of the statistics, for the log line and for the file in the Prometheus text format. A new figure is a
@@ -190,6 +199,20 @@ inline constexpr auto kStatisticsRows = [] {
        "TCP streams dropped to make space for others."},
   });
 }();
+/// Returns true for a figure that each of several recorders has. All others exist once.
+constexpr bool isOfRecorder(const StatisticsRow& row) {
+  using S = Statistics;
+  constexpr Statistics::Counter Statistics::*kFigures[] = {
+      &S::sipForwarded,     &S::rtpForwarded,    &S::h323Forwarded,       &S::queueLength,    &S::queueHighest,
+      &S::queueDiscarded,   &S::rtpListLength,   &S::recorderConnects,    &S::recorderLosses, &S::recorderConnected,
+      &S::notSent,          &S::sendWaits,       &S::sendWaitLongest,     &S::framesWaited,   &S::lookBackWaiting,
+      &S::lookBackOverflow, &S::queueLimitMedia, &S::queueLimitSignalling};
+  for (const auto figure : kFigures) {
+    if (row.value == figure) return true;
+  }
+  return false;
+}
+
 static_assert(std::size(kStatisticsRows) * sizeof(Statistics::Counter) == sizeof(Statistics), "a row for each figure");
 
 }  // namespace voip

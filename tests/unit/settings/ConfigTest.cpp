@@ -7,6 +7,7 @@
 #include <numeric>
 #include <sstream>
 
+#include "settings/MoreRecorders.h"
 #include "settings/SettingKeys.h"
 #include "settings/SettingsReader.h"
 #include "settings/SnifferConfig.h"
@@ -124,12 +125,55 @@ TEST(SettingTable, ValuesAreTakenOrReplacedWithAWarning) {
     std::string text;
     for (const SettingKey& key : kSettingKeys) {
       const bool isFlag = std::holds_alternative<FlagKey>(key.value);
-      if (hasMember(key) && key.name != but) text += std::string(key.name) + (isFlag ? "=yes\n" : "=7\n");
+      const char* const value = isFlag ? "=yes\n" : key.name == "MoreRecorders" ? "=10.0.0.7:7\n" : "=7\n";
+      if (hasMember(key) && key.name != but) text += std::string(key.name) + value;
     }
     return parseHostSettings(text);
   };
   for (const SettingKey& key : kSettingKeys) EXPECT_EQ(allBut(key.name) == allBut(""), !hasMember(key)) << key.name;
   EXPECT_EQ(log.take(), Texts());
+}
+
+TEST(MoreRecorders, AreReadOrLeftOutWithAWarning) {
+  const std::string toDo = " is left out: write an IPv4 address and a port, such as 10.0.0.12:6000";
+  const struct {
+    const char* value;
+    std::string addresses;
+    Texts wrong;
+    Texts repeated;
+  } cases[] = {
+      {"", "", {}, {}},
+      {"10.0.0.12:6000;10.0.0.13:6001;", "10.0.0.12:6000 10.0.0.13:6001 ", {}, {}},
+      {" 10.0.0.12:65535 ; 10.0.0.13:1", "10.0.0.12:65535 10.0.0.13:1 ", {}, {}},
+      {"10.0.0.12;10.0.0.13:6000;;name:6000", "10.0.0.13:6000 ", {"\"10.0.0.12\"", "\"\"", "\"name:6000\""}, {}},
+      {"10.0.0.1:0;10.0.0.1:65536;10.0.0.1:6a;10.0.0:1;:5;10.0.0.1:",
+       "",
+       {"\"10.0.0.1:0\"", "\"10.0.0.1:65536\"", "\"10.0.0.1:6a\"", "\"10.0.0:1\"", "\":5\"", "\"10.0.0.1:\""},
+       {}},
+      {"10.0.0.12:6000;10.0.0.12:6000",
+       "10.0.0.12:6000 ",
+       {},
+       {"MoreRecorders has 10.0.0.12:6000 twice, it gets everything once"}},
+      {"10.0.0.11:6000",
+       "10.0.0.11:6000 ",
+       {},
+       {"MoreRecorders has 10.0.0.11:6000, which is the recorder of ServerName: it gets everything twice"}},
+  };
+  for (const auto& [value, addresses, wrong, repeated] : cases) {
+    const MoreRecorders read = readMoreRecorders(value);
+    std::string found;
+    for (const RecorderAddress& address : read.addresses) found += address.text() + " ";
+    EXPECT_EQ(found, addresses) << value;
+    Texts warnings;
+    for (const std::string& text : wrong) warnings.push_back(text + toDo);
+    EXPECT_EQ(read.wrong, warnings) << value;
+    EXPECT_EQ(findRepeatedRecorders(value, {"10.0.0.11", 6000}), repeated) << value;
+  }
+  std::string many;
+  for (int i = 1; i <= 32; ++i) many += "10.0.0." + std::to_string(i) + ":6000;";
+  EXPECT_EQ(readMoreRecorders(many).addresses.size(), 31U);
+  EXPECT_EQ(readMoreRecorders(many).wrong,
+            Texts{"10.0.0.32:6000 is left out: at most 31 further recorders are possible"});
 }
 
 std::string contentOf(const char* path) {
