@@ -17,6 +17,7 @@
 #include "settings/Logging.h"
 #include "settings/SettingKeys.h"
 #include "settings/StringTokenizer.h"
+#include "settings/TunnelPorts.h"
 
 namespace voip {
 
@@ -149,6 +150,12 @@ std::vector<std::string> filter(const std::string& value) {
 std::vector<std::string> logLevel(const std::string& value) {
   if (value.empty() || !logLevelNamed(value).empty()) return {};
   return {"INFO is used"};
+}
+
+std::vector<std::string> tunnelPorts(const std::string& value) {
+  std::vector<std::string> warnings;
+  const TunnelPorts ports(value, &warnings);
+  return warnings;
 }
 
 }  // namespace setting_checks
