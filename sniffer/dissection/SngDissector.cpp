@@ -47,6 +47,7 @@ SngDissector::~SngDissector() {
 
 void SngDissector::setSettings(const Settings& settings) {
   settings_ = settings;
+  networkOptions_ = voip::NetworkOptions::of(settings);
   packetQueue_.setLimit(static_cast<std::size_t>(settings.queueLimit) << 20);
   lookBack_.reset();
   if (settings.lookBack > 0) {
@@ -114,8 +115,8 @@ void SngDissector::removeRtp(u_int rtpIp, u_short rtpPort) {
 // ---- the queue ----
 
 void SngDissector::producePacket(SniffedPacket& packet) {
-  const bool isMedia = packetQueue_.hasLimit() &&
-                       carriesMedia(packet.packet, packet.header->caplen, packet.linkType, settings_.decapsulate);
+  const bool isMedia =
+      packetQueue_.hasLimit() && carriesMedia(packet.packet, packet.header->caplen, packet.linkType, networkOptions_);
   const u_int mostBytes = settings_.reassembleTcp ? kMaxPacketOfStreams : kMaxPacket;
   packetQueue_.push(packet, mostBytes, isMedia ? PacketQueue::Kind::kMedia : PacketQueue::Kind::kSignalling);
 }

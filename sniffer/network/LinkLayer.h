@@ -30,4 +30,7 @@ inline std::size_t plainNetworkOffset(const LinkHeader& link) {
   return link.length;
 }
 
+/// Returns true when the type of the payload at plainNetworkOffset() is IPv6.
+bool isPlainIpv6(const LinkHeader& link, std::span<const std::uint8_t> frame);
+
 }  // namespace voip
