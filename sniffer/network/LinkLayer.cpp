@@ -49,10 +49,4 @@ LinkHeader readLinkHeader(int linkType, std::span<const std::uint8_t> frame) {
   }
 }
 
-bool isPlainIpv6(const LinkHeader& link, std::span<const std::uint8_t> frame) {
-  const std::size_t offset = plainNetworkOffset(link);
-  if (offset == link.length) return link.etherType == kEtherIpv6;
-  return withTypeAt(frame, offset - 2, offset).etherType == kEtherIpv6;  // the type after the tags
-}
-
 }  // namespace voip

@@ -21,13 +21,19 @@ std::span<std::uint8_t> endAt(std::span<std::uint8_t> frame, std::size_t offset)
   return frame.first(end);
 }
 
+LinkHeader ethernetHeader(std::span<const std::uint8_t> frame) {
+  constexpr std::size_t kLength = 14, kType = 12;
+  const std::uint8_t* type = frame.data() + kType;  // in the slack when the frame is too short
+  return {kLength, static_cast<std::uint16_t>(type[0] << 8 | type[1])};
+}
+
 }  // namespace
 
 NetworkStack::NetworkStack(const NetworkOptions& options, NetworkSink& sink, const NetworkLimits& limits)
     : sink_(sink),
       options_(options),
       isPlain_(!options.decapsulate && !options.dropDuplicates && !options.reassembleFragments &&
-               !options.reassembleTcp && !options.ipv6),
+               !options.reassembleTcp),
       decapsulator_(options_) {
   if (options.dropDuplicates) duplicates_.emplace(sink, limits.duplicateBuckets);
   if (options.reassembleFragments) fragments_.emplace(sink, limits);
@@ -35,15 +41,11 @@ NetworkStack::NetworkStack(const NetworkOptions& options, NetworkSink& sink, con
 }
 
 void NetworkStack::takePlainFrame(std::span<std::uint8_t> frame) {
-  constexpr std::size_t kEthernetLength = 14;
-  constexpr std::size_t kTypeOffset = 12;
-  const std::uint8_t* type = frame.data() + kTypeOffset;  // in the slack when the frame is too short
-  const auto etherType = static_cast<std::uint16_t>(type[0] << 8 | type[1]);
-  takeIp(frame, plainNetworkOffset({kEthernetLength, etherType}), true, sink_);
+  takeIp(frame, plainNetworkOffset(ethernetHeader(frame)), true, sink_);
 }
 
 void NetworkStack::takeFrame(std::span<std::uint8_t> frame, int linkType, std::int64_t captured, std::int64_t now) {
-  if (isPlain_ && linkType == DLT_EN10MB) {
+  if (isPlain_ && linkType == DLT_EN10MB && !(options_.ipv6 && isPlainIpv6(ethernetHeader(frame), frame))) {
     takePlainFrame(frame);
     return;
   }

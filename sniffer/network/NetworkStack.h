@@ -63,7 +63,7 @@ class NetworkStack {
 
   NetworkSink& sink_;
   const NetworkOptions options_;
-  const bool isPlain_;  ///< no option is on
+  const bool isPlain_;  ///< no option is on, except that for IPv6
   const Decapsulator decapsulator_;
   std::optional<DuplicateFilter> duplicates_;
   std::optional<FragmentReassembler> fragments_;
