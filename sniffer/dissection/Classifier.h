@@ -79,9 +79,9 @@ class Classifier {
 // ---- inline, since each datagram needs them ----
 
 inline void Classifier::setEnds(const FlowEnds& ends) {
-  header_.dstIp = ends.destination;
+  header_.dstIp = ends.destination.ipv4();
   header_.dstPort = ends.destinationPort;
-  header_.srcIp = ends.source;
+  header_.srcIp = ends.source.ipv4();
   header_.srcPort = ends.sourcePort;
 }
 

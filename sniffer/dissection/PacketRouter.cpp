@@ -6,7 +6,6 @@
 #include <iterator>
 #include <utility>
 
-#include "base/DottedDecimal.h"
 #include "base/FrameLimits.h"
 #include "base/Logger.h"
 #include "forwarding/MediaHeader.h"
@@ -16,10 +15,6 @@ namespace voip {
 
 namespace {
 
-NetworkOptions optionsOf(const Settings& settings) {
-  return {settings.decapsulate, settings.dropDuplicates, settings.reassembleFragments, settings.reassembleTcp};
-}
-
 /// The counters in the order of NetworkCount.
 constexpr Statistics::Counter Statistics::*kCounters[] = {
     &Statistics::otherDropped,           &Statistics::tcpDropped,        &Statistics::duplicatesDropped,
@@ -28,9 +23,9 @@ constexpr Statistics::Counter Statistics::*kCounters[] = {
     &Statistics::datagramsContradictory, &Statistics::datagramsMixed,    &Statistics::segmentsFollowed,
     &Statistics::segmentsRetransmitted,  &Statistics::segmentsCut,       &Statistics::streamMessages,
     &Statistics::streamMessagesTooLong,  &Statistics::streamGaps,        &Statistics::streamsOutOfStep,
-    &Statistics::streamsDisplaced,
+    &Statistics::streamsDisplaced,       &Statistics::ipv6Malformed,     &Statistics::jumboPayloads,
 };
-static_assert(std::size(kCounters) == static_cast<std::size_t>(NetworkCount::kStreamsDisplaced) + 1);
+static_assert(std::size(kCounters) == static_cast<std::size_t>(NetworkCount::kJumboPayloads) + 1);
 
 /// Returns the machine's monotonic time in microseconds, precise to a few milliseconds. The coarse clock is used
 /// because it is read for each frame.
@@ -41,8 +36,7 @@ std::int64_t monotonic() {
 }
 
 std::string describe(const FlowEnds& ends) {
-  return dottedDecimal(ends.source) + ":" + std::to_string(ends.sourcePort) + " to " + dottedDecimal(ends.destination) +
-         ":" + std::to_string(ends.destinationPort);
+  return ends.source.textWithPort(ends.sourcePort) + " to " + ends.destination.textWithPort(ends.destinationPort);
 }
 
 void logRefusal(const char* heading, const sniff_ip& ip) {
@@ -65,7 +59,7 @@ void PacketRouter::configure(const Settings& settings, FanOut* fanOut) {
   keepsMedia_ = settings.lookBack > 0;
   classifier_.setSipAnyUri(settings.sipAnyUri);
   followsStreams_ = settings.reassembleTcp;
-  network_ = std::make_unique<NetworkStack>(optionsOf(settings), static_cast<NetworkSink&>(*this));
+  network_ = std::make_unique<NetworkStack>(NetworkOptions::of(settings), static_cast<NetworkSink&>(*this));
   isPlain_ = !settings.dropDuplicates && !settings.reassembleFragments && !settings.reassembleTcp;
 }
 
@@ -92,7 +86,15 @@ void PacketRouter::takePlainTcp(std::span<u_char> frame, std::size_t offset) {
 
 // ---- items of the network ----
 
+/// Drops an IPv6 item, because the header of a frame has room for IPv4 addresses only. Returns false for IPv4.
+bool PacketRouter::dropsIpv6(const FlowEnds& ends) {
+  if (ends.areIpv4()) return false;
+  statistics_.ipv6Dropped.add();
+  return true;
+}
+
 void PacketRouter::takeDatagram(const Datagram& datagram) {
+  if (dropsIpv6(datagram.ends)) return;
   if (classifier_.classify(datagram) == FrameProtocol::None || datagram.payload.empty()) {
     drop(datagram);
     return;
@@ -117,6 +119,7 @@ void PacketRouter::drop(const Datagram& datagram) {
 }
 
 void PacketRouter::takeSegment(const Segment& segment) {
+  if (dropsIpv6(segment.ends)) return;
   if (segment.payload.empty()) {
     statistics_.tcpDropped.add();
   } else {
@@ -130,12 +133,14 @@ CaptureStamp PacketRouter::stampAt(std::int64_t captured) const {
 }
 
 void PacketRouter::takeTpkt(const FlowEnds& ends, Octets tpkt, std::int64_t captured) {
+  if (dropsIpv6(ends)) return;
   const CaptureStamp inWork = std::exchange(stamp_, stampAt(captured));
   forwardDescription(ends, {const_cast<u_char*>(tpkt.data()), tpkt.size()});  // it is only read
   stamp_ = inWork;
 }
 
 void PacketRouter::takeSipMessage(const FlowEnds& ends, Octets message, std::int64_t captured) {
+  if (dropsIpv6(ends)) return;
   made_.assign(kForwardedHeader, 0);
   made_.insert(made_.end(), message.begin(), message.end());
   made_.resize(made_.size() + kFrameSlack);

@@ -75,6 +75,7 @@ class PacketRouter final : private NetworkSink {
   void refuseTcpHeader(int length) override;
   void count(NetworkCount what) override;
 
+  bool dropsIpv6(const FlowEnds& ends);
   void drop(const Datagram& datagram);
   void forwardMade();
   void release();

@@ -45,6 +45,7 @@ SngDissector::~SngDissector() {
 
 void SngDissector::setSettings(const Settings& settings) {
   settings_ = settings;
+  networkOptions_ = voip::NetworkOptions::of(settings);
   if (readMoreRecorders(settings.moreRecorders).addresses.empty()) {
     packetQueue_.setLimit(static_cast<std::size_t>(settings.queueLimit) << 20);
     lane_.configure(settings, packetQueue_);
@@ -83,8 +84,8 @@ void* SngDissector::startCmdReaderLoop(void*) {
 // ---- the queue ----
 
 void SngDissector::producePacket(SniffedPacket& packet) {
-  const bool isMedia = packetQueue_.hasLimit() &&
-                       carriesMedia(packet.packet, packet.header->caplen, packet.linkType, settings_.decapsulate);
+  const bool isMedia =
+      packetQueue_.hasLimit() && carriesMedia(packet.packet, packet.header->caplen, packet.linkType, networkOptions_);
   const u_int mostBytes = settings_.reassembleTcp ? kMaxPacketOfStreams : kMaxPacket;
   packetQueue_.push(packet, mostBytes, isMedia ? PacketQueue::Kind::kMedia : PacketQueue::Kind::kSignalling);
 }

@@ -219,6 +219,7 @@ class SngDissector {
 
   voip::Engine* sniffer_ = nullptr;
   voip::Settings settings_;
+  voip::NetworkOptions networkOptions_;  ///< those of `settings_`
   voip::RecorderAddresses recorder_;
   bool brokenTcp_ = false;
   voip::Statistics statistics_;

@@ -28,6 +28,8 @@ struct Settings {
   bool reassembleTcp = false;
   bool dropDuplicates = false;
   bool sipAnyUri = false;
+  bool ipv6 = false;
+  std::string tunnelPorts;  ///< see TunnelPorts
 
   bool operator==(const Settings&) const = default;
 };

@@ -18,6 +18,7 @@
 #include "settings/MoreRecorders.h"
 #include "settings/SettingKeys.h"
 #include "settings/StringTokenizer.h"
+#include "settings/TunnelPorts.h"
 
 namespace voip {
 
@@ -154,6 +155,12 @@ std::vector<std::string> logLevel(const std::string& value) {
 
 std::vector<std::string> moreRecorders(const std::string& value) {
   return readMoreRecorders(value).wrong;
+}
+
+std::vector<std::string> tunnelPorts(const std::string& value) {
+  std::vector<std::string> warnings;
+  const TunnelPorts ports(value, &warnings);
+  return warnings;
 }
 
 }  // namespace setting_checks

@@ -130,6 +130,11 @@ class CommandLine(TestCase):
             ({"StatisticsFile": "/nowhere/x.prom"}, 1, "/nowhere/x.prom cannot be written: No such file"),
             ({"StatisticsFile": folder}, 1, "cannot be written: Is a directory"),
             ({"Filter": "udp port 5062 or proto gre", "Decapsulate": "yes"}, 0, ""),
+            ({"Filter": "udp port 5062 or port 8472", "Decapsulate": "yes", "TunnelPorts": "vxlan:8472"}, 0, ""),
+            ({"TunnelPorts": "vxlam:8472"}, 1, '"vxlam:8472" is ignored: a tunnel is vxlan, geneve, gtp, l2tp or tzsp'),
+            ({"Filter": "udp", "IPv6": "yes"}, 0, ""),
+            ({"Filter": "ip and udp", "IPv6": "yes"}, 0, "warning: IPv6"),
+            ({"Filter": "udp and (net 10.0.0.0/8 or net 2a00:1450::/32)", "IPv6": "yes"}, 0, ""),
         ]
         for settings, expected, told in cases:
             with self.subTest(settings):
