@@ -135,7 +135,7 @@ TEST(CarriedCalls, ArePlainOnPortsOfTunnels) {
       std::string("\0\1\0\0\x21\x12\xA4\x42", 8) + std::string(12, '\x77'),  // STUN
   };
   for (int csrc = 0; csrc < 16; ++csrc) {  // RTP, RTCP
-    payloads.push_back(static_cast<char>(0x80 + csrc) + std::string("\0\1\2\3\4\5\6\7\x08\x08\0\x45", 13) +
+    payloads.push_back(static_cast<char>(0x80 + csrc) + std::string("\0\1\2\3\4\5\6\7\x08\x08\0\x45", 12) +
                        std::string(160, '\xD5'));
   }
   payloads.push_back(std::string("\x80\xC8\0\6", 4) + std::string(24, '\0'));

@@ -130,7 +130,8 @@ struct Stack {
   WritingSink sink;
   voip::NetworkStack stack;
 
-  explicit Stack(voip::NetworkOptions options = {true, true, true, true, true}, const voip::NetworkLimits& limits = {})
+  explicit Stack(const voip::NetworkOptions& options = {true, true, true, true, true},
+                 const voip::NetworkLimits& limits = {})
       : stack(options, sink, limits) {}
 
   /// Takes a frame at its capture time, but never earlier than the frame before it.
