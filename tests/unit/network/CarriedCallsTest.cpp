@@ -126,13 +126,13 @@ TEST(CarriedCalls, ArePlainOnPortsOfTunnels) {
       "INVITE sip:alice@example.com SIP/2.0\r\n\r\n",
       "SIP/2.0 200 OK\r\n\r\n",
       "\r\n\r\n",
-      std::string("\0\2\0\x04\0\1\xFF\3\0\x21\x45\0\0\0\0\0\0\0\0\0", 20),   // T.38 that looks like L2TP
-      std::string("\x30\xFF\0\x20", 4) + std::string(36, '\x45'),            // looks like GTP-U
-      std::string("\x32\1\0\4\0\0\0\0\0\1\0\0", 12),                         // GTP echo
-      std::string("\xC8\2\0\x14\0\0\0\0\0\0\0\0", 12),                       // L2TP control
-      std::string("\1\4\0\1", 4),                                            // TZSP keepalive
-      std::string("\1\0\0\1\1", 5) + std::string(60, '\x08'),                // TZSP with neither IP nor its end
-      std::string("\0\1\0\0\x21\x12\xA4\x42", 8) + std::string(12, '\x77'),  // STUN
+      std::string("\0\2\0\4\0\1\xFF\3\0\x21\x45", 11) + std::string(40, '\0'),  // T.38 that looks like L2TP
+      std::string("\x30\xFF\0\x20", 4) + std::string(36, '\x45'),               // looks like GTP-U
+      std::string("\x32\1\0\4\0\0\0\0\0\1\0\0", 12),                            // GTP echo
+      std::string("\xC8\2\0\x14\0\0\0\0\0\0\0\0", 12),                          // L2TP control
+      std::string("\1\4\0\1", 4),                                               // TZSP keepalive
+      std::string("\1\0\0\1\1", 5) + std::string(60, '\x08'),                   // TZSP with neither IP nor its end
+      std::string("\0\1\0\0\x21\x12\xA4\x42", 8) + std::string(12, '\x77'),     // STUN
   };
   for (int csrc = 0; csrc < 16; ++csrc) {  // RTP, RTCP
     payloads.push_back(static_cast<char>(0x80 + csrc) + std::string("\0\1\2\3\4\5\6\7\x08\x08\0\x45", 12) +
