@@ -81,19 +81,29 @@ void RtpDestinations::setRecorders(unsigned count) {
   table_ = tables_.back().get();
 }
 
-std::uint32_t RtpDestinations::wantedBy(RtpAddr destination) const {
+/// True when the table of a single recorder has the destination.
+bool RtpDestinations::isWanted(RtpAddr destination) const {
+  if (cleared_.load(std::memory_order_acquire) != 0) return false;
+  const std::uint64_t key = destination.key();
+  while (true) {
+    const std::uint64_t before = changes_.load(std::memory_order_acquire);
+    const Table& now = *table_.load(std::memory_order_acquire);
+    if (now.keyAt(now.slotOf(key)) == key) return true;
+    // A miss is valid only if no key moved meanwhile. The keys are read with acquire, so this is read after them.
+    if (before % 2 == 0 && changes_.load(std::memory_order_relaxed) == before) return false;
+    std::this_thread::yield();
+  }
+}
+
+std::uint32_t RtpDestinations::wantedBySeveral(RtpAddr destination) const {
   const std::uint32_t cleared = cleared_.load(std::memory_order_acquire);
-  if (cleared != 0 && !hasSeveral_) return 0;
   const std::uint64_t key = destination.key();
   while (true) {
     const std::uint64_t before = changes_.load(std::memory_order_acquire);
     const Table& now = *table_.load(std::memory_order_acquire);
     const std::size_t slot = now.slotOf(key);
-    const bool isFound = now.keyAt(slot) == key;
-    if (isFound && !hasSeveral_) return 1;
-    const std::uint32_t bits = isFound ? now.bitsAt(slot) : 0;
-    // A miss, or the bits of a slot, are valid only if no key moved meanwhile. Keys and bits are read with acquire, so
-    // this is read after them.
+    const std::uint32_t bits = now.keyAt(slot) == key ? now.bitsAt(slot) : 0;
+    // The bits of a slot are valid only if no key moved meanwhile, as a miss is.
     if (before % 2 == 0 && changes_.load(std::memory_order_relaxed) == before) return bits & ~cleared;
     std::this_thread::yield();
   }

@@ -44,7 +44,9 @@ class RtpDestinations {
   void remove(RtpAddr destination, unsigned recorder);
 
   /// Returns a bit for each recorder with an entry of a destination: 1 << recorder. Takes no lock.
-  std::uint32_t wantedBy(RtpAddr destination) const;
+  std::uint32_t wantedBy(RtpAddr destination) const {
+    return hasSeveral_ ? wantedBySeveral(destination) : isWanted(destination);
+  }
 
   /// Empties a list without waiting for threads that use it, whatever its length.
   void clear(unsigned recorder) { cleared_.fetch_or(bitOf(recorder), std::memory_order_release); }
@@ -102,6 +104,8 @@ class RtpDestinations {
 
   static constexpr std::uint32_t bitOf(unsigned recorder) { return std::uint32_t{1} << recorder; }
   bool isCleared(unsigned recorder) const { return (cleared_.load(std::memory_order_acquire) & bitOf(recorder)) != 0; }
+  bool isWanted(RtpAddr destination) const;
+  std::uint32_t wantedBySeveral(RtpAddr destination) const;
   bool put(RtpAddr destination, unsigned recorder) REQUIRES(rtpListLock_);
   void dropBit(std::size_t slot, unsigned recorder) REQUIRES(rtpListLock_);
   bool sweep(unsigned recorder, Repeated& old) REQUIRES(rtpListLock_);
