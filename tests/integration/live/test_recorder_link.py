@@ -293,7 +293,7 @@ class RecorderLink(TestCase):
         self.assertEqual(self.program.end(), 0, "it ends while it has no connection")
 
     def test_two_recorders_for_the_same_calls(self):
-        """Either dies in mid-call: the other one has everything, and the dead one gets what it missed when it returns."""
+        """Either dies in mid-call: the other one has everything. When it is back, it gets what it missed."""
         call = [[rtp(number), sip(number)] for number in range(300)]
 
         def number_of(frame):
