@@ -164,7 +164,7 @@ final class Recording {
     }
     changed = true;
     recent[messages++ % COMPARED] = hash;
-    if (frame.protocol() == Frame.SIP && (options.keepsDigits() || !label.equals("INFO"))) {
+    if (frame.protocol() == Frame.SIP && (options.keepsDigits() || !label.startsWith("INFO"))) {
       keep(frame, at);
     }
     if (ladder.size() == MAX_STEPS) {
