@@ -45,7 +45,7 @@ final class Voice {
   private long last;
   /** The time of the last packet of any source, in milliseconds since 1970; 0 when there was none. */
   private long heard;
-  /** The number of packets that were not recorded, because a source flowed that the signalling knows better. */
+  /** The number of packets at the same destination that were ignored for a source that the signalling knows better. */
   private long foreign;
   private Sdp.Media lastMedia;
   private int lastPayloadType;
@@ -127,7 +127,7 @@ final class Voice {
       boolean silent = leg == null || time - last >= SILENCE_MILLIS;
       boolean equal = use.trust() == trust;
       if (!silent && use.trust() < trust) {
-        foreign++;
+        foreign += destination == to ? 1 : 0;  // elsewhere it may be a copy of the voice
         return false;
       }
       if (!silent && equal && (ssrc != source || destination == to)) {
@@ -155,7 +155,7 @@ final class Voice {
     return heard;
   }
 
-  /** Returns the number of packets that were not recorded, because a better known source flowed. */
+  /** Returns the number of packets that were ignored, because a better known source flowed to their destination. */
   long foreign() {
     return foreign;
   }
