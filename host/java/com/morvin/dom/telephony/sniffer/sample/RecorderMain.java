@@ -16,6 +16,7 @@ import com.morvin.dom.telephony.sniffer.sample.transport.Transport;
 import com.morvin.dom.telephony.sniffer.sample.transport.UdpTransport;
 import java.io.IOException;
 import java.net.BindException;
+import java.nio.charset.StandardCharsets;
 import java.nio.file.Files;
 import java.nio.file.Path;
 import java.time.InstantSource;
@@ -46,6 +47,11 @@ public final class RecorderMain {
       ReopenDevices=yes
       StatisticsInterval=60
       """;
+
+  private static final byte[] NO_MEMORY =
+      "the recorder ends, because the heap is full\n".getBytes(StandardCharsets.US_ASCII);
+  /** Freed when a thread has failed: the report of an exhausted heap needs memory. */
+  private static byte[] reserve = new byte[1 << 20];
 
   private RecorderMain() {}
 
@@ -120,10 +126,14 @@ public final class RecorderMain {
 
   /** Ends the process when a thread has failed. The files are completed if possible. */
   private static void fail(Console console, Thread thread, Throwable thrown) {
+    reserve = null;
     try {
       console.line("the recorder ends, because its thread " + thread.getName() + " has failed: " + thrown);
       console.flush(PRINT_MILLIS);
       System.exit(FAILED);
+    } catch (OutOfMemoryError e) {
+      System.out.write(NO_MEMORY, 0, NO_MEMORY.length);
+      System.out.flush();
     } finally {
       Runtime.getRuntime().halt(FAILED);  // not even that was possible
     }

@@ -95,6 +95,11 @@ final class AudioOutput {
     return owner == source;
   }
 
+  /** Returns the source that writes to this file; null after a restart. */
+  Object owner() {
+    return owner;
+  }
+
   void setOwner(Object source) {
     owner = source;
   }

@@ -9,7 +9,7 @@ import java.util.function.Consumer;
 
 /**
  * Puts the packets of one RTP source in order. It drops duplicates, waits up to 16 packets for a missing one, and
- * counts lost packets. The first packet waits for the second one, which may have overtaken it.
+ * counts lost packets. The first packets wait for each other, because a later one may have overtaken them.
  */
 final class RtpStream {
   /** The number of packets that are held back while an earlier one is missing. */
@@ -27,12 +27,16 @@ final class RtpStream {
   private static final long MAX_CLOCK_MILLIS = 1000;
 
   private final TreeMap<Long, RtpPacket> early = new TreeMap<>();
+  /** The number of packets that are waited for at the start, because a later one can come first. */
+  private static final int START = 4;
   /** Sequence numbers and timestamps of the last packets. */
   private final long[] seen = new long[REMEMBERED];
   /** The size of {@code early}: a packet in order need not touch it. */
   private int waiting;
   private RtpPacket suspect;
   private long next = -1;
+  /** The first number that was passed on; -1 before that. */
+  private long first = -1;
   /** The time of capture of the last packet that was passed on. */
   private long lastTime;
   private long received;
@@ -46,7 +50,7 @@ final class RtpStream {
     if (seen[slot] == identity) {
       return;
     }
-    if (received > 1 && waiting == 0 && suspect == null && sequence == (next & 0xffff)) {
+    if (waiting == 0 && first >= 0 && suspect == null && sequence == (next & 0xffff)) {
       seen[slot] = identity;
       received++;
       next++;
@@ -56,32 +60,44 @@ final class RtpStream {
     }
     if (next < 0) {
       next = 0x10000L + sequence;
-    } else if (isFirstOvertaken(sequence)) {
-      next--;
     }
     int distance = (short) (sequence - (int) next);
+    if (first < 0 && distance < 0 && distance >= -REORDER_DEPTH) {
+      next += distance;  // the packets before it were overtaken
+      distance = 0;
+    }
     if (distance > MAX_DROPOUT || distance < -MAX_MISORDER) {
       if (suspect == null || sequence != (suspect.sequence() + 1 & 0xffff)) {
         suspect = packet.keep();
         return;
       }
-      RtpPacket first = suspect;
+      RtpPacket before = suspect;
       drain(inOrder);
-      lost += lostInOutage(first, packet);
-      next = 0x10000L + first.sequence();
-      accept(first, inOrder);
+      lost += lostInOutage(before, packet);
+      next = 0x10000L + before.sequence();
+      first = -1;
+      accept(before, inOrder);
       distance = (short) (sequence - (int) next);
     }
     suspect = null;
+    if (distance < 0 && next + distance < first) {
+      seen[slot] = identity;
+      lost++;  // it came after the first one was passed on, and is not recorded
+    }
     if (distance < 0 || early.putIfAbsent(next + distance, packet.keep()) != null) {
       return;
     }
     waiting = early.size();
     seen[slot] = identity;
     received++;
-    while (received > 1 && !early.isEmpty() && (early.firstKey() == next || early.size() > REORDER_DEPTH)) {
+    while (!early.isEmpty() && (early.firstKey() == next ? first >= 0 || waiting >= START : waiting > REORDER_DEPTH)) {
       release(inOrder);
     }
+  }
+
+  /** Whether a packet continues the stream without a gap. */
+  boolean isNext(RtpPacket packet) {
+    return next >= 0 && waiting == 0 && packet.sequence() == (next & 0xffff);
   }
 
   /**
@@ -108,11 +124,6 @@ final class RtpStream {
     return seen[(int) next & REMEMBERED - 1];
   }
 
-  /** Whether only one packet was received so far, and this is the packet before it. */
-  private boolean isFirstOvertaken(int sequence) {
-    return received == 1 && !early.isEmpty() && sequence == (next - 1 & 0xffff);
-  }
-
   /** Passes on all packets that are held back. */
   void drain(Consumer<RtpPacket> inOrder) {
     while (!early.isEmpty()) {
@@ -121,12 +132,18 @@ final class RtpStream {
   }
 
   private void release(Consumer<RtpPacket> inOrder) {
-    Map.Entry<Long, RtpPacket> first = early.pollFirstEntry();
+    Map.Entry<Long, RtpPacket> earliest = early.pollFirstEntry();
     waiting = early.size();
-    lost += first.getKey() - next;
-    next = first.getKey() + 1;
-    lastTime = first.getValue().time();
-    inOrder.accept(first.getValue());
+    lost += earliest.getKey() - next;
+    next = earliest.getKey() + 1;
+    first = first < 0 ? earliest.getKey() : first;
+    lastTime = earliest.getValue().time();
+    inOrder.accept(earliest.getValue());
+  }
+
+  /** Returns the time of capture of the last packet that was passed on. */
+  long lastTime() {
+    return lastTime;
   }
 
   /** Returns the number of received packets without duplicates. */
@@ -141,6 +158,9 @@ final class RtpStream {
 
   void save(DataOutput out) throws IOException {
     out.writeLong(next);
+    out.writeLong(first);
+    out.writeLong(lastTime);
+    out.writeLong(seen[(int) (next - 1) & REMEMBERED - 1]);
     out.writeLong(received);
     out.writeLong(lost);
     out.writeInt(early.size());
@@ -152,6 +172,9 @@ final class RtpStream {
 
   void restore(DataInput in) throws IOException {
     next = in.readLong();
+    first = in.readLong();
+    lastTime = in.readLong();
+    seen[(int) (next - 1) & REMEMBERED - 1] = in.readLong();
     received = in.readLong();
     lost = in.readLong();
     for (int count = in.readInt(); count > 0; count--) {

@@ -21,6 +21,7 @@ import java.util.Map;
 import java.util.Set;
 import java.util.TreeSet;
 import java.util.function.Consumer;
+import java.util.function.Predicate;
 
 /**
  * The media of one direction of a call: its RTP sources and the files that they are written to. Belongs to the recorder
@@ -41,11 +42,15 @@ public final class Track {
   private static final int PROBATION = 10;
   /** The most packets that are held back to find out why they are late. */
   private static final int MAX_LATE = 128;
+  /** A pause is inserted when this number of packets agree on it: the time of capture of a packet can be missing. */
+  private static final int AGREEING = 3;
   /** Packets that are late for this time stay late. */
   private static final long SETTLING_MILLIS = 500;
   private static final long MAX_BURST_MILLIS = 10_000;
   /** The number of packets of the old source that may come after the first packet of the new one. */
   private static final int STRAGGLERS = 2;
+  /** A source continues the file of one with another address after this time without its packets. */
+  private static final long MIN_SILENCE_MILLIS = 100;
   /** A datagram other than RTP is compared with this number of earlier ones, because two sniffers may deliver it. */
   private static final int COMPARED = 8;
   /** RTP timestamp units in a millisecond. They are the same for G.722, which has twice the samples (RFC 3551). */
@@ -58,7 +63,8 @@ public final class Track {
   private final String fileName;
   private final Options options;
   private final Consumer<PcapFile> begun;
-  private final Map<Integer, Source> sources = new LinkedHashMap<>(16, 0.75f, true);
+  /** The last one is the one whose packet came last, at the latest when another source's packet came. */
+  private final List<Source> sources = new ArrayList<>();
   private final List<AudioOutput> outputs = new ArrayList<>();
   private final Set<String> notes = new TreeSet<>();
   private final Digits digits = new Digits();
@@ -71,6 +77,7 @@ public final class Track {
   /** The source of the last packet, with its number: a look-up for each packet is not needed. */
   private Source lastSource;
   private int lastSsrc;
+  private long lastIdentity;
   private long forgottenReceived;
   private long forgottenLost;
 
@@ -121,27 +128,53 @@ public final class Track {
     };
   }
 
-  /** Adds an RTP packet. Packets may come out of order. */
-  public void accept(RtpPacket packet) {
+  /**
+   * Adds an RTP packet. Packets may come out of order.
+   *
+   * @param identity distinguishes sources with the same SSRC, which can be forged: the address, for example
+   */
+  public void accept(RtpPacket packet, long identity) {
     if (packet.length() > MAX_PAYLOAD) {
       note("oversized packets");
       return;
     }
-    if (lastSource == null || lastSsrc != packet.ssrc()) {
+    if (lastSource == null || lastSsrc != packet.ssrc() || lastIdentity != identity) {
       lastSsrc = packet.ssrc();
-      lastSource = source(lastSsrc);
+      lastIdentity = identity;
+      lastSource = source(packet);
     }
     lastSource.stream.accept(packet, lastSource.player);
   }
 
-  private Source source(int ssrc) {
-    Source source = sources.get(ssrc);
+  /** Returns the source of a packet. A source continues from another address when its next packet comes from there. */
+  private Source source(RtpPacket packet) {
+    Source source = find();
+    if (source == null) {
+      source = find(other -> other.ssrc == lastSsrc && other.stream.isNext(packet));
+    }
     if (source == null) {
       makeRoom();
-      source = new Source();
-      sources.put(ssrc, source);
+      source = new Source(lastSsrc);
     }
+    source.identity = lastIdentity;
+    sources.remove(source);
+    sources.add(source);
     return source;
+  }
+
+  /** Returns the source with the SSRC and the identity of the last packet; null when there is none. */
+  private Source find() {
+    for (int i = 0; i < sources.size(); i++) {
+      Source source = sources.get(i);
+      if (source.ssrc == lastSsrc && source.identity == lastIdentity) {
+        return source;
+      }
+    }
+    return null;
+  }
+
+  private Source find(Predicate<Source> condition) {
+    return sources.stream().filter(condition).findFirst().orElse(null);
   }
 
   /** Adds a datagram other than RTP. It is kept in the capture file under the given codec name. */
@@ -165,11 +198,19 @@ public final class Track {
     undecoded.write(frame, time);
   }
 
-  /** Forgets the source that has been silent for the longest time when there are too many. */
+  /**
+   * Forgets a source when there are too many: the one that has been silent for the longest time. A source that is
+   * recorded stays as long as there are others. Single packets are no voice: in a flood of forged sources they must not
+   * be heard.
+   */
   private void makeRoom() {
     if (sources.size() == MAX_SOURCES) {
-      Source oldest = sources.remove(sources.keySet().iterator().next());
-      oldest.finish();
+      Source fresh = find(source -> source.output == null);
+      Source oldest = fresh == null ? sources.get(0) : fresh;
+      sources.remove(oldest);
+      if (oldest.output != null || oldest.held.size() > STRAGGLERS) {
+        oldest.finish();
+      }
       forget(oldest);
       note("many sources");
     }
@@ -182,8 +223,8 @@ public final class Track {
 
   /** Writes the packets that are held back, and forgets the sources. No more packets follow. */
   public void finish() {
-    sources.values().forEach(Source::finish);
-    sources.values().forEach(this::forget);
+    sources.forEach(Source::finish);
+    sources.forEach(this::forget);
     sources.clear();
     lastSource = null;
     flush();
@@ -201,13 +242,13 @@ public final class Track {
 
   /** Returns the number of received packets without duplicates. */
   public long received() {
-    return forgottenReceived + sources.values().stream().mapToLong(source -> source.stream.received()).sum();
+    return forgottenReceived + sources.stream().mapToLong(source -> source.stream.received()).sum();
   }
 
   /** Returns the number of lost packets. */
   public long lost() {
     long lost = forgottenLost;
-    for (Source source : sources.values()) {
+    for (Source source : sources) {
       lost += source.stream.lost();
     }
     return lost;
@@ -270,6 +311,8 @@ public final class Track {
 
   /** One source of RTP. */
   private final class Source {
+    private final int ssrc;
+    private long identity;
     private final RtpStream stream = new RtpStream();
     private final Consumer<RtpPacket> player = this::play;
     private final List<RtpPacket> held = new ArrayList<>();
@@ -281,6 +324,15 @@ public final class Track {
     private int savedOutput;
     private int expectedTimestamp;
     private long lostBefore;
+
+    Source(int ssrc) {
+      this.ssrc = ssrc;
+      noteWritten();
+    }
+
+    private void noteWritten() {
+      outputs.forEach(other -> writtenBefore.put(other, other.packets()));
+    }
 
     void play(RtpPacket packet) {
       switch (packet.codec().kind()) {
@@ -301,8 +353,8 @@ public final class Track {
         playInTime(packet);
         return;
       }
-      if (held.isEmpty()) {
-        outputs.forEach(other -> writtenBefore.put(other, other.packets()));
+      if (held.isEmpty() && writtenBefore.isEmpty()) {
+        noteWritten();
       }
       hold(packet);
       if (outputs.isEmpty() || held.size() == PROBATION) {
@@ -327,7 +379,7 @@ public final class Track {
       hold(packet);
       if (held.size() > MAX_LATE) {
         write(held.remove(0));
-      } else if (packet.time() - held.get(0).time() >= SETTLING_MILLIS) {
+      } else if (held.size() >= AGREEING && packet.time() - held.get(0).time() >= SETTLING_MILLIS) {
         insertPause();
       }
     }
@@ -368,7 +420,7 @@ public final class Track {
     void finish() {
       stream.drain(this::play);
       if (!held.isEmpty() && output != null && output.isOwnedBy(this)) {
-        if (cameInBurst()) {
+        if (held.size() < AGREEING || cameInBurst()) {
           writeHeld();
         } else {
           insertPause();
@@ -406,7 +458,13 @@ public final class Track {
     private boolean isAbandoned(AudioOutput other, int rate) {
       Long before = writtenBefore.get(other);
       return before != null && other.packets() - before <= STRAGGLERS && !other.file().full()
-          && other.file().rate() == rate;
+          && other.file().rate() == rate && !isInterrupted(other);
+    }
+
+    /** Whether a burst from another address came while a source writes to a file. */
+    private boolean isInterrupted(AudioOutput other) {
+      return other.owner() instanceof Source writer && writer.identity != identity
+          && held.get(held.size() - 1).time() - writer.stream.lastTime() < MIN_SILENCE_MILLIS;
     }
 
     private void write(RtpPacket packet) {
@@ -434,6 +492,8 @@ public final class Track {
     }
 
     void save(DataOutput out) throws IOException {
+      out.writeInt(ssrc);
+      out.writeLong(identity);
       stream.save(out);
       out.writeInt(output != null && output.isOwnedBy(this) ? outputs.indexOf(output) : -1);
       out.writeInt(expectedTimestamp);
@@ -461,7 +521,7 @@ public final class Track {
         output.setOwner(this);
         expectedTimestamp += (int) output.excessMillis() * TICKS;
       }
-      outputs.forEach(other -> writtenBefore.put(other, other.packets()));
+      noteWritten();
     }
   }
 
@@ -506,9 +566,8 @@ public final class Track {
     out.writeLong(undecodedFirst);
     out.writeLong(undecodedLast);
     out.writeInt(sources.size());
-    for (Map.Entry<Integer, Source> source : sources.entrySet()) {
-      out.writeInt(source.getKey());
-      source.getValue().save(out);
+    for (Source source : sources) {
+      source.save(out);
     }
   }
 
@@ -533,9 +592,9 @@ public final class Track {
     undecodedLast = in.readLong();
     sources.clear();
     for (count = in.readInt(); count > 0; count--) {
-      int ssrc = in.readInt();
-      Source source = new Source();
-      sources.put(ssrc, source);
+      Source source = new Source(in.readInt());
+      source.identity = in.readLong();
+      sources.add(source);
       source.restore(in);
     }
   }
@@ -548,6 +607,6 @@ public final class Track {
     if (undecodedSaved) {
       undecoded = files.pcap(fileName);
     }
-    sources.values().forEach(Source::resume);
+    sources.forEach(Source::resume);
   }
 }

@@ -304,7 +304,7 @@ public final class Recorder extends Service {
     summary.countLost(recording.lost());
     console.line(recording.call + "  " + Text.printable(how) + " after "
         + Text.seconds(at.stamp() - recording.call.start().stamp()) + " s; " + recording.counts());
-    recording.notes().forEach(note -> console.line(recording.call + "  " + Text.printable(note)));
+    recording.notes(at.stamp()).forEach(note -> console.line(recording.call + "  " + Text.printable(note)));
   }
 
   /**

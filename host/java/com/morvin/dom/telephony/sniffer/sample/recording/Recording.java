@@ -49,6 +49,8 @@ final class Recording {
   /** A message is compared with this number of earlier ones: it may be repeated, or delivered by another sniffer. */
   private static final int COMPARED = 16;
   private static final int USUAL_STATE = 512;
+  /** A voice that stops this long before the end of its call gets a note. */
+  private static final long EARLY_MILLIS = 5_000;
 
   private record Dialled(Direction direction, String digits, long time) {}
 
@@ -130,6 +132,7 @@ final class Recording {
   }
 
   private static void addTracks(Voice voice, Voice added) {
+    voice.add(added);
     if (!added.track.isEmpty() && voice.track.isEmpty()) {
       voice.track = added.track;
     } else if (!added.track.isEmpty()) {
@@ -161,7 +164,7 @@ final class Recording {
     }
     changed = true;
     recent[messages++ % COMPARED] = hash;
-    if (frame.protocol() == Frame.SIP && (options.keepsDigits() || !label.equals("INFO"))) {
+    if (frame.protocol() == Frame.SIP && (options.keepsDigits() || !label.startsWith("INFO"))) {
       keep(frame, at);
     }
     if (ladder.size() == MAX_STEPS) {
@@ -220,11 +223,23 @@ final class Recording {
     return String.join("; ", counts);
   }
 
-  /** Returns the remarks for the report. */
-  Set<String> notes() {
+  /**
+   * Returns the remarks for the report.
+   *
+   * @param end of the call, by the clock of the recorder
+   */
+  Set<String> notes(long end) {
     Set<String> all = new TreeSet<>(call.notes());
     for (Direction direction : Direction.values()) {
-      voice(direction).tracks().forEach(track -> track.notes().forEach(note -> all.add(direction + ": " + note)));
+      Voice voice = voice(direction);
+      voice.tracks().forEach(track -> track.notes().forEach(note -> all.add(direction + ": " + note)));
+      if (voice.foreign() > 0) {
+        all.add(direction + ": " + Text.count(voice.foreign(), "packet") + " of other sources ignored");
+      }
+      long early = end + skew - voice.heard();
+      if (voice.heard() > 0 && early >= EARLY_MILLIS) {
+        all.add(direction + ": stopped " + early / 1000 + " s before the end of the call");
+      }
     }
     return all;
   }
@@ -259,11 +274,11 @@ final class Recording {
             Text.printable(call.id()), Text.printable(call.caller()), Text.printable(call.callee()), start, end + skew,
             Text.printable(how), voice(Direction.FROM_CALLER, names), voice(Direction.FROM_CALLEE, names),
             names.stereo().stream().findFirst().map(CallReport.Part::file).orElse(""),
-            names.stereo().stream().skip(1).toList(), List.copyOf(ladder), notes(names.stereoMissing()), legs));
+            names.stereo().stream().skip(1).toList(), List.copyOf(ladder), notes(end, names.stereoMissing()), legs));
   }
 
-  private List<String> notes(boolean stereoMissing) {
-    List<String> all = new ArrayList<>(notes().stream().map(Text::printable).toList());
+  private List<String> notes(long end, boolean stereoMissing) {
+    List<String> all = new ArrayList<>(notes(end).stream().map(Text::printable).toList());
     if (stereoMissing) {
       all.add("no stereo file: it did not fit on the disk, or the recorder was stopped");
     }
@@ -317,6 +332,7 @@ final class Recording {
       DataOutputStream out = new DataOutputStream(bytes);
       List<StoredFile> files = new ArrayList<>();
       for (Voice voice : List.of(fromCaller, fromCallee)) {
+        voice.save(out);
         out.writeInt(voice.earlier.size());
         save(voice.track, whole, out, files);
         for (Track track : voice.earlier) {
@@ -350,6 +366,7 @@ final class Recording {
       DataInputStream in = new DataInputStream(new ByteArrayInputStream(state));
       boolean first = state == states.get(0);
       for (Voice voice : List.of(fromCaller, fromCallee)) {
+        voice.restore(in);
         int earlier = in.readInt();
         voice.track = restore(first ? null : voice.track, in);
         for (int i = 0; i < earlier; i++) {

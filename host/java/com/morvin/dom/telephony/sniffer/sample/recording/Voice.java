@@ -7,6 +7,9 @@ import com.morvin.dom.telephony.sniffer.sample.signalling.Call;
 import com.morvin.dom.telephony.sniffer.sample.signalling.Leg;
 import com.morvin.dom.telephony.sniffer.sample.signalling.Sdp;
 import com.morvin.dom.telephony.sniffer.sample.transport.FrameCursor;
+import java.io.DataInput;
+import java.io.DataOutput;
+import java.io.IOException;
 import java.util.ArrayList;
 import java.util.List;
 import java.util.stream.Stream;
@@ -16,6 +19,10 @@ import java.util.stream.Stream;
  *
  * <p>It recognises copies of a voice. When a call manager relays media, each voice passes on two legs, as two RTP
  * sources. It is recorded once: from the leg that it came on first, as long as it comes there.
+ *
+ * <p>Anyone can send RTP to the port of a telephone. So a source that the signalling of the other party has named is
+ * recorded at once, and others only while it is silent. Behind an address translation no source is named, and the first
+ * one stays.
  */
 final class Voice {
   private static final long SILENCE_MILLIS = 500;
@@ -29,7 +36,17 @@ final class Voice {
   private boolean shown;
   private Leg leg;
   private int ssrc;
+  /** The source of the voice; see {@link com.morvin.dom.telephony.sniffer.sample.transport.Endpoint#key}. */
+  private long address;
+  private long destination;
+  private int trust;
+  /** The name of the source for the track. It stays when the source moves to another address. */
+  private long identity;
   private long last;
+  /** The time of the last packet of any source, in milliseconds since 1970; 0 when there was none. */
+  private long heard;
+  /** The number of packets at the same destination that were ignored for a source that the signalling knows better. */
+  private long foreign;
   private Sdp.Media lastMedia;
   private int lastPayloadType;
   private Codec lastCodec;
@@ -71,6 +88,7 @@ final class Voice {
    */
   boolean media(FrameCursor frame, RtpPacket packet, Call.Use use, long time) {
     changed = true;
+    heard = time + skew;
     Sdp.Media media = use.media();
     if (media.kind() == Sdp.Kind.FAX) {
       track.keep(frame.frame(), "T.38", time + skew);
@@ -83,9 +101,11 @@ final class Voice {
       return false;
     }
     Codec codec = codec(media, packet.payloadType());
-    if (!codec.isPlayed() || accepts(use.leg(), packet.ssrc(), time)) {
+    long from = frame.source();
+    long to = frame.destination();
+    if (!codec.isPlayed() || accepts(use, from, to, packet.ssrc(), time)) {
       packet.describe(codec, time + skew);
-      track.accept(packet);
+      track.accept(packet, identity(from, to, packet.ssrc()));
     }
     return true;
   }
@@ -101,16 +121,58 @@ final class Voice {
     return lastCodec;
   }
 
-  /** Whether a packet is recorded. A source that moves to another leg goes on. */
-  private boolean accepts(Leg from, int source, long time) {
-    boolean accepted = leg == null || leg == from || ssrc == source || time - last >= SILENCE_MILLIS;
-    if (accepted) {
-      if (leg != from) {
-        leg = from;
+  /** Whether a packet is recorded. A source that is heard at another destination goes on. */
+  private boolean accepts(Call.Use use, long from, long to, int source, long time) {
+    if (leg != use.leg() || address != from) {
+      boolean silent = leg == null || time - last >= SILENCE_MILLIS;
+      boolean equal = use.trust() == trust;
+      if (!silent && use.trust() < trust) {
+        foreign += destination == to ? 1 : 0;  // elsewhere it may be a copy of the voice
+        return false;
       }
-      ssrc = source;
-      last = time;
+      if (!silent && equal && (ssrc != source || destination == to)) {
+        return leg == use.leg();  // beside the voice, or a copy of it
+      }
+      identity = leg != null && equal && ssrc == source ? identity : from;
+      leg = use.leg();
+      address = from;
     }
-    return accepted;
+    destination = to;
+    trust = use.trust();
+    ssrc = source;
+    last = time;
+    return true;
+  }
+
+  /** Returns the name of a source for the track: that of the voice, or its own address. */
+  private long identity(long from, long to, int source) {
+    boolean isVoice = destination == to ? address == from : ssrc == source;
+    return leg == null || isVoice ? identity : from;
+  }
+
+  /** Returns the time of the last packet in milliseconds since 1970; 0 when there was none. */
+  long heard() {
+    return heard;
+  }
+
+  /** Returns the number of packets that were ignored, because a better known source flowed to their destination. */
+  long foreign() {
+    return foreign;
+  }
+
+  void save(DataOutput out) throws IOException {
+    out.writeLong(heard);
+    out.writeLong(foreign);
+  }
+
+  void restore(DataInput in) throws IOException {
+    heard = in.readLong();
+    foreign = in.readLong();
+  }
+
+  /** Adds what is known of a direction of another call. */
+  void add(Voice other) {
+    heard = Math.max(heard, other.heard);
+    foreign += other.foreign;
   }
 }

@@ -27,6 +27,7 @@ public abstract class Service implements CallFollower.Listener {
   protected static final int LOOK_AHEAD = 64;
 
   private static final long TICK_MILLIS = 200;
+  private static final long REST_MILLIS = 3_000;
   /** A step that took longer is an interruption of this process, in which frames were waiting. */
   private static final long MAX_STEP_MILLIS = 30_000;
 
@@ -123,9 +124,29 @@ public abstract class Service implements CallFollower.Listener {
           break;
         }
       }
+      serveRest(reading);
     } finally {
       finish();
+      link.flush();
     }
+  }
+
+  /** Handles the frames that wait when the loop is stopped, for a limited time. */
+  private void serveRest(Intake reading) {
+    reading.end();
+    long end = clock.millis() + REST_MILLIS;
+    while (stopping && !transport.redelivers() && clock.millis() < end && step(reading)) {
+      // Blocks wait.
+    }
+  }
+
+  /** Handles the oldest waiting block. Returns false when there is none. */
+  private boolean step(Intake reading) {
+    FrameBlock block = reading.poll();
+    if (block != null) {
+      step(block);
+    }
+    return block != null;
   }
 
   /** The first part of {@link #run}: serves a transport from now on. */
@@ -157,6 +178,7 @@ public abstract class Service implements CallFollower.Listener {
       tick(now);
     }
     stepped(now);
+    transport.flush();
   }
 
   private void serve(FrameBlock block) {

@@ -65,6 +65,7 @@ public abstract class Call {
     private final Direction direction;
     private final Sdp.Media media;
     private final MediaFlow.Stream stream;
+    private int trust;
     private Object attachment;
 
     /**
@@ -104,6 +105,20 @@ public abstract class Call {
     /** Returns the received media of this direction. */
     MediaFlow.Stream stream() {
       return stream;
+    }
+
+    /**
+     * Returns how well the signalling knows the source of the last frame: 2 when the other party has named its address
+     * and port, 1 when it has named its host, or else 0.
+     */
+    public int trust() {
+      return trust;
+    }
+
+    void setTrust(int value) {
+      if (trust != value) {
+        trust = value;
+      }
     }
 
     /** Records that media was received from a source; see {@link Endpoint#key}. */
@@ -199,6 +214,11 @@ public abstract class Call {
   void learn(Endpoint destination, Use use) {
     changed();
     learned.put(destination, use);
+  }
+
+  /** Whether a destination was learned from its media, and not signalled. */
+  boolean hasLearned(Endpoint destination, Use use) {
+    return learned.get(destination) == use;
   }
 
   /** Returns the number of learned destinations. */

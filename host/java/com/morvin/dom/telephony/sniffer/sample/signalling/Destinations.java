@@ -56,6 +56,8 @@ final class Destinations {
     private int ssrc;
     private long lastOfStream = NEVER;
     private int fit;
+    /** See {@link Call.Use#trust}. */
+    private int trust;
     /** The steady time after which the fit of the stream is computed again. */
     private long nextCheck = NEVER;
 
@@ -66,13 +68,15 @@ final class Destinations {
     }
 
     /** Records a frame. A stream from a source that fits worse does not replace one that flows. */
-    void heard(FrameCursor frame, int fit, Moment now) {
+    void heard(FrameCursor frame, int fit, int trust, Moment now) {
+      use.setTrust(trust);
       last = now.steady();
       if (fit >= this.fit || !isRecent(lastOfStream, now)) {
         source = frame.source();
         ssrc = ssrc(frame);
         lastOfStream = last;
         this.fit = fit;
+        this.trust = trust;
         nextCheck = last + CHECK_MILLIS;
       }
     }
@@ -84,6 +88,7 @@ final class Destinations {
       }
       last = now.steady();
       lastOfStream = last;
+      use.setTrust(trust);
       return true;
     }
 
@@ -207,23 +212,41 @@ final class Destinations {
     /** Those that other calls have taken. */
     final Set<Endpoint> refused = new HashSet<>();
     private final Map<Direction, Set<Integer>> hosts = new EnumMap<>(Direction.class);
+    /** Those of {@link #hosts} that the signalling has named. */
+    private final Map<Direction, Set<Integer>> signalledHosts = new EnumMap<>(Direction.class);
 
     void findHosts() {
       hosts.clear();
+      signalledHosts.clear();
       uses.forEach(this::addHost);
       withdrawn.forEach((endpoint, claim) -> addHost(endpoint, claim.use));
     }
 
     private void addHost(Endpoint endpoint, Call.Use use) {
       hosts.computeIfAbsent(use.direction(), any -> new HashSet<>()).add(endpoint.ip());
+      if (!use.call().hasLearned(endpoint, use)) {
+        signalledHosts.computeIfAbsent(use.direction(), any -> new HashSet<>()).add(endpoint.ip());
+      }
     }
 
     /** Returns how well a source fits a direction: 2 when its other party receives there, 1 when on that host. */
     int fit(Direction direction, Endpoint source) {
+      return other(direction, source) != null ? 2
+          : hosts.getOrDefault(direction.opposite(), Set.of()).contains(source.ip()) ? 1 : 0;
+    }
+
+    /** Returns how well the signalling knows a source of a direction; see {@link Call.Use#trust}. */
+    int trust(Direction direction, Endpoint source) {
+      Call.Use use = other(direction, source);
+      return use != null && !use.call().hasLearned(source, use) ? 2
+          : signalledHosts.getOrDefault(direction.opposite(), Set.of()).contains(source.ip()) ? 1 : 0;
+    }
+
+    /** Returns the use of a source by the other party of a direction; null when that does not receive there. */
+    private Call.Use other(Direction direction, Endpoint source) {
       Claim old = withdrawn.get(source);
       Call.Use use = old == null ? uses.get(source) : old.use;
-      return use != null && use.direction() != direction ? 2
-          : hosts.getOrDefault(direction.opposite(), Set.of()).contains(source.ip()) ? 1 : 0;
+      return use != null && use.direction() != direction ? use : null;
     }
   }
 
@@ -355,7 +378,8 @@ final class Destinations {
     Endpoint source = Endpoint.of(frame.source());
     ToIntFunction<Claim> fit = claim -> ofCalls.get(claim.call).fit(claim.use.direction(), source);
     Claim best = entry.only != null ? entry.only : entry.choose(fit, frame, now);
-    best.heard(frame, fit.applyAsInt(best), now);
+    int trust = ofCalls.get(best.call).trust(best.use.direction(), source);
+    best.heard(frame, fit.applyAsInt(best), trust, now);
     return best.use;
   }
 

@@ -7,9 +7,10 @@ import java.util.ArrayDeque;
  * would have to copy thousands of them while they wait. Any thread may call any method.
  */
 final class Blocks {
-  private static final int MAX_SPARE = 4096;
   /** A second of G.711 and some more, so that a packet too many does not cost another write. */
   private static final int USUAL = 8_000 * 5 / 4;
+  /** All voices are written at the same time, so there is one array in use and one that waits for each. */
+  private static final int MAX_SPARE = (int) Math.min(16_384, Runtime.getRuntime().maxMemory() / 8 / USUAL);
 
   private final ArrayDeque<byte[]> spare = new ArrayDeque<>();
 

@@ -76,6 +76,7 @@ public final class Disk implements AutoCloseable {
   private boolean ended;
   private long hurriedSince;
   private boolean hurried;
+  private boolean restReported;
   private long failingSince;
   private boolean failing;
 
@@ -320,9 +321,18 @@ public final class Disk implements AutoCloseable {
     while (!ended && (busy || !isIdle())) {
       long now = System.nanoTime();
       if (failing && now - failingSince >= PATIENCE_NANOS || hurried && now - hurriedSince >= PATIENCE_NANOS) {
+        reportRest();
         return;
       }
       await(100);
+    }
+  }
+
+  private void reportRest() {
+    int jobs = queues.stream().mapToInt(Deque::size).sum();
+    if (jobs > 0 && !restReported) {
+      restReported = true;
+      console.line((bytes >> 10) + " KB of recordings in " + Text.count(jobs, "job") + " could not be written in time");
     }
   }
 
@@ -336,9 +346,7 @@ public final class Disk implements AutoCloseable {
   public void close() {
     synchronized (this) {
       drain();
-      if (!isIdle()) {
-        console.line((bytes >> 10) + " KB of recordings could not be written");
-      }
+      reportRest();
       closing = true;
       queues.forEach(Deque::clear);
       notifyAll();

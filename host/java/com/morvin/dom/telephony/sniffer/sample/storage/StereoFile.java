@@ -23,7 +23,8 @@ public final class StereoFile {
   private static final int CHANNELS = 2;
   /** The longest file: 1 GiB. Many programs read at most 2 GiB of a WAV file. */
   private static final long MAX_BYTES = 1 << 30;
-  private static final int BLOCK_FRAMES = 1 << 14;
+  /** Large pieces cost the file system less. */
+  private static final int BLOCK_FRAMES = 1 << 16;
 
   /**
    * A stretch of a mono file without a pause.
@@ -54,26 +55,35 @@ public final class StereoFile {
     }
   }
 
+  /** The arrays of a block. They serve all files of a store one after the other. Belongs to the disk thread. */
+  static final class Buffers {
+    private final byte[][] octets = new byte[CHANNELS][BLOCK_FRAMES];
+    private final short[][] samples = new short[CHANNELS][BLOCK_FRAMES];
+    private final byte[] interleaved = new byte[CHANNELS * Short.BYTES * BLOCK_FRAMES];
+  }
+
   /** One channel: the stretches that are heard there, and its part of the current block. */
   private final class Channel {
     private final List<Stretch> stretches;
     private final byte[] octets;
-    private final short[] samples = new short[BLOCK_FRAMES];
+    private final short[] samples;
     private boolean hasSamples;
 
-    Channel(List<Stretch> all) {
+    Channel(List<Stretch> all, int number) {
       stretches = all.stream().filter(stretch -> stretch.file.path() != null).toList();
-      octets = new byte[format.encoding() == Encoding.LINEAR ? 0 : BLOCK_FRAMES];
+      octets = buffers.octets[number];
+      samples = buffers.samples[number];
     }
 
     /** Reads the frames from a number on. Returns whether there is sound. */
     boolean read(long at, int count) throws IOException {
       List<Stretch> heard = stretches.stream().filter(stretch -> stretch.isWithin(at, at + count, format.rate()))
           .toList();
-      Arrays.fill(octets, format.encoding().silence);
       hasSamples = format.encoding() == Encoding.LINEAR || !areCopied(heard);
       if (hasSamples) {
-        Arrays.fill(samples, (short) 0);
+        Arrays.fill(samples, 0, count, (short) 0);
+      } else {
+        Arrays.fill(octets, 0, count, format.encoding().silence);
       }
       for (Stretch stretch : heard) {
         read(stretch, at, count);
@@ -125,14 +135,16 @@ public final class StereoFile {
 
   private final Store store;
   private final WavFile.Format format;
+  private final Buffers buffers;
   private final Channel left;
   private final Channel right;
 
   private StereoFile(Store store, WavFile.Format format, List<Stretch> left, List<Stretch> right) {
     this.store = store;
     this.format = format;
-    this.left = new Channel(left);
-    this.right = new Channel(right);
+    buffers = store.stereoBuffers();
+    this.left = new Channel(left, 0);
+    this.right = new Channel(right, 1);
   }
 
   /** Writes the files. Called on the disk thread. */
@@ -177,7 +189,7 @@ public final class StereoFile {
   /** Writes a file with the frames from a number on. Blocks of 16-bit silence become holes in the file. */
   private void write(Path path, long start, long frames) throws IOException {
     int frame = CHANNELS * format.encoding().bytes;
-    byte[] bytes = new byte[frame * BLOCK_FRAMES];
+    byte[] bytes = buffers.interleaved;
     try (FileChannel out = FileChannel.open(path, StandardOpenOption.WRITE)) {
       FileOperations.writeAll(out, WavFile.header(format, CHANNELS, frames), 0);
       for (long at = 0; at < frames; at += BLOCK_FRAMES) {

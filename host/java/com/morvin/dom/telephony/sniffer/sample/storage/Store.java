@@ -9,14 +9,17 @@ import java.nio.channels.FileLock;
 import java.nio.channels.OverlappingFileLockException;
 import java.nio.file.FileAlreadyExistsException;
 import java.nio.file.Files;
+import java.nio.file.NoSuchFileException;
 import java.nio.file.Path;
 import java.nio.file.StandardCopyOption;
 import java.nio.file.StandardOpenOption;
+import java.nio.file.attribute.BasicFileAttributes;
 import java.util.ArrayDeque;
 import java.util.HashMap;
 import java.util.LinkedHashSet;
 import java.util.List;
 import java.util.Map;
+import java.util.Objects;
 import java.util.Queue;
 import java.util.Set;
 import java.util.stream.Stream;
@@ -53,10 +56,15 @@ public final class Store implements AutoCloseable {
 
   private final Path directory;
   private final Disk disk;
-  private final FileChannel lock;
+  private final Console console;
+  private FileChannel lock;
+  /** The identity of the lock file. */
+  private Object lockKey;
+  private boolean contested;
   private final Map<String, Integer> lastNumber = new HashMap<>();
   private final OpenFiles open = new OpenFiles(openLimit());
   private final Blocks blocks = new Blocks();
+  private final StereoFile.Buffers stereoBuffers = new StereoFile.Buffers();
   private final Set<Path> unsynced = new LinkedHashSet<>();
   private boolean syncs;
   private final Queue<Path> spares = new ArrayDeque<>();
@@ -75,8 +83,9 @@ public final class Store implements AutoCloseable {
   /** Opens a directory with a gate for the disk thread; see {@link Disk}. A test simulates a faulty disk with it. */
   public Store(Path directory, Console console, Disk.Gate gate) throws IOException {
     this.directory = directory;
+    this.console = console;
     FileOperations.createDirectories(running());
-    lock = lock(running().resolve("lock"));
+    lock();
     deleteSpares();
     disk = new Disk(directory, Math.min(MAX_WAITING, Runtime.getRuntime().maxMemory() / 8), console, gate);
   }
@@ -96,7 +105,25 @@ public final class Store implements AutoCloseable {
     return (int) Math.max(64, Math.min(MAX_OPEN, allowed / 2));
   }
 
-  private FileChannel lock(Path file) throws IOException {
+  private Path lockFile() {
+    return running().resolve("lock");
+  }
+
+  private void lock() throws IOException {
+    lock = acquire(lockFile());
+    lockKey = keyOf(lockFile());
+  }
+
+  /** Returns the identity of a file; null when it does not exist. */
+  private static Object keyOf(Path file) throws IOException {
+    try {
+      return Files.readAttributes(file, BasicFileAttributes.class).fileKey();
+    } catch (NoSuchFileException e) {
+      return null;
+    }
+  }
+
+  private FileChannel acquire(Path file) throws IOException {
     FileChannel channel = FileOperations.open(file, StandardOpenOption.CREATE, StandardOpenOption.WRITE);
     FileLock held = null;
     try {
@@ -123,11 +150,27 @@ public final class Store implements AutoCloseable {
     return directory.resolve(RUNNING);
   }
 
-  /** Makes the directory of the state again when it was removed. Called on the disk thread. */
+  /**
+   * Makes the directory of the state and its lock file again when they were removed, so that no other recorder starts.
+   * Called on the disk thread.
+   */
   void ensureRunning() throws IOException {
+    if (Objects.equals(keyOf(lockFile()), lockKey)) {
+      return;
+    }
     if (!exists(running())) {
       spares.clear();
       FileOperations.createDirectories(running());
+    }
+    FileChannel before = lock;
+    try {
+      lock();
+      before.close();
+    } catch (InUseException e) {
+      if (!contested) {
+        contested = true;
+        console.line("another recorder has begun to write to " + directory + ": stop one of them");
+      }
     }
   }
 
@@ -144,6 +187,11 @@ public final class Store implements AutoCloseable {
   /** Returns the arrays for sound that waits for the disk. */
   Blocks blocks() {
     return blocks;
+  }
+
+  /** Returns the arrays for stereo files. They belong to the disk thread. */
+  StereoFile.Buffers stereoBuffers() {
+    return stereoBuffers;
   }
 
   /** Makes a WAV file, which is created with its first samples. */
@@ -187,10 +235,18 @@ public final class Store implements AutoCloseable {
 
   /** Creates a file that does not exist, from a spare one if there is any. Called on the disk thread. */
   void create(Path path) throws IOException {
-    ensureRunning();
-    if (!exists(path.getParent())) {
+    try {
+      createIn(path);
+    } catch (NoSuchFileException e) {
+      // Somebody has removed a directory or a spare file.
+      ensureRunning();
       FileOperations.createDirectories(path.getParent());
+      spares.clear();
+      createIn(path);
     }
+  }
+
+  private void createIn(Path path) throws IOException {
     if (spares.isEmpty()) {
       FileOperations.create(path);
     } else {
@@ -204,18 +260,27 @@ public final class Store implements AutoCloseable {
    * each call creates and deletes files. Called on the disk thread.
    */
   void remove(Path path) throws IOException {
-    if (!exists(path)) {
-      return;
+    try (FileChannel file = FileChannel.open(path, StandardOpenOption.WRITE)) {
+      remove(path, file);
+    } catch (NoSuchFileException e) {
+      // It is not there.
     }
+  }
+
+  /** Removes an open file. The caller closes it. */
+  void remove(Path path, FileChannel file) throws IOException {
     if (spares.size() >= MAX_SPARES) {
-      Files.delete(path);
+      Files.deleteIfExists(path);
       return;
     }
-    ensureRunning();
-    FileOperations.truncate(path, 0);
+    file.truncate(0);
     Path spare = running().resolve(SPARE + ++lastSpare);
-    Files.move(path, spare, StandardCopyOption.ATOMIC_MOVE);
-    spares.add(spare);
+    try {
+      Files.move(path, spare, StandardCopyOption.ATOMIC_MOVE);
+      spares.add(spare);
+    } catch (NoSuchFileException e) {
+      Files.deleteIfExists(path);  // it is not there, or the directory of the state is not
+    }
   }
 
   private void deleteSpares() throws IOException {

@@ -2,6 +2,7 @@ package com.morvin.dom.telephony.sniffer.sample.storage;
 
 import java.io.IOException;
 import java.nio.channels.FileChannel;
+import java.nio.file.NoSuchFileException;
 import java.nio.file.Path;
 import java.util.concurrent.atomic.AtomicLong;
 
@@ -71,9 +72,13 @@ public abstract class StoredFile {
 
   /** Closes and removes the file. Called on the disk thread. */
   void delete() throws IOException {
-    close();
     if (path != null) {
-      store.remove(path);
+      try {
+        store.remove(path, store.open().channel(this));
+      } catch (NoSuchFileException e) {
+        // It is not there.
+      }
+      close();
     }
   }
 }

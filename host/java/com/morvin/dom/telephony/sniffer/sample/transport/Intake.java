@@ -4,6 +4,7 @@ import com.morvin.dom.telephony.sniffer.sample.console.Console;
 import com.morvin.dom.telephony.sniffer.sample.console.Text;
 import java.io.IOException;
 import java.util.ArrayDeque;
+import java.util.List;
 import java.util.Queue;
 import java.util.concurrent.TimeUnit;
 
@@ -76,6 +77,11 @@ public final class Intake implements AutoCloseable {
       recover();
     }
     return block;
+  }
+
+  /** Takes the oldest block; returns null when none waits. */
+  public synchronized FrameBlock poll() {
+    return oldest().isEmpty() ? null : take(oldest());
   }
 
   /** Returns the queue with the oldest block; an empty queue when none waits. */
@@ -176,9 +182,24 @@ public final class Intake implements AutoCloseable {
     notifyAll();
   }
 
-  /** Stops the thread. Returns after the last call of {@link Transport#receive} has returned. */
+  /** Stops the thread, as {@link #end} does, and reports the number of frames that nobody has taken. */
   @Override
   public void close() {
+    end();
+    int frames = 0;
+    for (Queue<FrameBlock> queue : List.of(signalling, blocks)) {
+      frames += queue.stream().mapToInt(FrameBlock::count).sum();
+    }
+    if (frames > 0 && !transport.redelivers()) {
+      console.line(Text.count(frames, "frame") + " that waited were not handled: the recorder was stopped");
+    }
+  }
+
+  /**
+   * Stops the thread. Returns after the last call of {@link Transport#receive} has returned. Waiting blocks can still
+   * be taken.
+   */
+  public void end() {
     synchronized (this) {
       closed = true;
       if (overloaded) {

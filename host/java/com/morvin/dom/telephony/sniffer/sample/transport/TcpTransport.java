@@ -25,6 +25,8 @@ public final class TcpTransport implements Transport {
   private static final int MAX_CONNECTIONS = 16;
   private static final int RECEIVE_BUFFER = 8 << 20;
   private static final int MIN_RECEIVE_BUFFER = 2 << 20;
+  /** The number of commands that are sent together. */
+  private static final int MAX_COMMANDS = 256;
 
   private final Console console;
   private final Selector selector = Selector.open();
@@ -115,8 +117,13 @@ public final class TcpTransport implements Transport {
   public void send(int sniffer, Command command) {
     Connection connection = connections.get(sniffer);
     if (connection != null) {
-      connection.write(command);
+      connection.add(command);
     }
+  }
+
+  @Override
+  public void flush() {
+    connections.values().forEach(Connection::flush);
   }
 
   @Override
@@ -157,6 +164,8 @@ public final class TcpTransport implements Transport {
     private final SocketChannel channel;
     private final String peer;
     private final BlockBuffer received = new BlockBuffer();
+    /** The commands that are not sent yet. */
+    private final ByteBuffer commands = ByteBuffer.allocate(MAX_COMMANDS * Command.LENGTH);
 
     Connection(int number, SocketChannel channel, String peer) {
       this.number = number;
@@ -181,17 +190,27 @@ public final class TcpTransport implements Transport {
       }
     }
 
+    synchronized void add(Command command) {
+      if (!commands.hasRemaining()) {
+        flush();
+      }
+      commands.put(command.bytes());
+    }
+
     /** Closes the connection when a command does not fit, because the rest of it would be read as another command. */
-    synchronized void write(Command command) {
+    synchronized void flush() {
+      if (commands.position() == 0) {
+        return;
+      }
       try {
-        ByteBuffer bytes = ByteBuffer.wrap(command.bytes());
-        channel.write(bytes);
-        if (bytes.hasRemaining()) {
+        channel.write(commands.flip());
+        if (commands.hasRemaining()) {
           end("closed the connection from " + peer + ", which takes no commands");
         }
       } catch (IOException e) {
         end("sniffer lost: " + peer + ": " + e.getMessage());
       }
+      commands.clear();
     }
 
     private void end(String why) {

@@ -20,13 +20,19 @@ public interface Transport extends Closeable {
    */
   FrameBlock receive(long timeoutMillis) throws IOException, InterruptedException;
 
-  /** Sends a complete command to a sniffer without waiting. Does nothing when the sniffer has gone. */
+  /**
+   * Sends a complete command to a sniffer without waiting. Does nothing when the sniffer has gone. The command may wait
+   * for {@link #flush}, so that several need only one system call.
+   */
   void send(int sniffer, Command command);
 
   /** Sends a command to every sniffer. */
   default void send(Command command) {
     sniffers().forEach(sniffer -> send(sniffer, command));
   }
+
+  /** Sends the commands that wait. */
+  default void flush() {}
 
   /** Returns the numbers of the sniffers that take commands at present. */
   Set<Integer> sniffers();

@@ -150,6 +150,17 @@ final class FakeSniffer implements Transport {
     }
   }
 
+  /** Whether no other recorder can use the directory. */
+  boolean isLocked() throws IOException {
+    awaitDisk();
+    try {
+      new Store(directory, console).close();
+      return false;
+    } catch (Store.InUseException e) {
+      return true;
+    }
+  }
+
   /** Sets the state of the disk: "full", "small", "broken", "stalled" or "good". */
   void disk(String state) {
     if (fits > 0 && stalled.getCount() == 0) {

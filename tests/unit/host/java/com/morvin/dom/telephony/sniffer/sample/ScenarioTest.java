@@ -105,6 +105,7 @@ final class ScenarioTest {
       case "commands-get-lost" -> sniffer.losesCommands = true;
       case "command-fails" -> sniffer.refusesCommand = true;
       case "removes" -> sniffer.remove(words[1]);
+      case "locked" -> that(sniffer.isLocked(), "another recorder can begin");
       case "disk" -> sniffer.disk(words[1]);
       case "redelivers" -> sniffer.redeliver();
       case "restart" -> sniffer.restart(words[1]);
@@ -120,6 +121,7 @@ final class ScenarioTest {
       case "heard" -> equal(heard(words[1]), spell(words[2]));
       case "tone" -> tone(words[1], Integer.parseInt(words[2]));
       case "captured" -> captured(words[1], rest.substring(words[1].length()).strip().split("\\|"));
+      case "lacks" -> that(!content(words[1]).contains(rest.substring(words[1].length()).strip()), line);
       case "crc" -> equal(crc(sniffer.samples(words[1])), words[2]);
       case "stereo" -> stereo(Integer.parseInt(words[1]), words[2], words[3]);
       case "report" -> contains(sniffer.report(), rest);
@@ -246,8 +248,12 @@ final class ScenarioTest {
     sniffer.pass(1100);
   }
 
+  private String content(String nameEnd) throws Exception {
+    return Files.readString(sniffer.files(nameEnd).get(0), StandardCharsets.ISO_8859_1);
+  }
+
   private void captured(String nameEnd, String[] texts) throws Exception {
-    String content = Files.readString(sniffer.files(nameEnd).get(0), StandardCharsets.ISO_8859_1);
+    String content = content(nameEnd);
     int at = 0;
     for (String text : texts) {
       at = content.indexOf(text, at) + 1;
