@@ -8,6 +8,7 @@ import com.morvin.dom.telephony.sniffer.sample.console.Text;
 import com.morvin.dom.telephony.sniffer.sample.signalling.Call;
 import com.morvin.dom.telephony.sniffer.sample.signalling.CallFollower;
 import com.morvin.dom.telephony.sniffer.sample.signalling.Moment;
+import com.morvin.dom.telephony.sniffer.sample.signalling.Share;
 import com.morvin.dom.telephony.sniffer.sample.storage.Disk;
 import com.morvin.dom.telephony.sniffer.sample.transport.Endpoint;
 import com.morvin.dom.telephony.sniffer.sample.transport.Frame;
@@ -166,7 +167,7 @@ final class HostileInputTest {
         equal(how, CallFollower.DROPPED);
       }
     },
-        new CallFollower.Limits(4000, 60_000, 60_000, 1 << 20), command -> { });
+        new CallFollower.Limits(4000, 60_000, 60_000, 1 << 20, Share.ALL), command -> { });
     Moment now = new Moment(1, 1);
     String codecs = "a=rtpmap:96 " + "x".repeat(2000) + "\nm=audio 0 RTP/AVP 8\n" + "a=rtpmap:97 y\n".repeat(30);
     follower.signalling(sip(INVITE.replace("Call-ID: 1", "Call-ID: real").replace("120", "9999") + codecs), now);
