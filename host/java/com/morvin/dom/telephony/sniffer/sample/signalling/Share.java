@@ -41,7 +41,7 @@ public record Share(int number, int count) {
   }
 
   /** Returns the share, from 1 to {@code count}, that a Call-ID or call identifier belongs to. */
-  static int of(String id, int count) {
+  public static int of(String id, int count) {
     return jump(hash(id), count) + 1;
   }
 

@@ -85,7 +85,7 @@ final class SipCalls {
       leg.call().note("the beginning of the signalling was not seen");
     }
     legs.put(message.callId(), leg);
-    links.add(leg);
+    links.add(leg, message);
     return leg;
   }
 
