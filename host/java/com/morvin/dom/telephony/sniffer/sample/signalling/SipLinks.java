@@ -97,7 +97,8 @@ final class SipLinks {
   List<Link> find(SipMessage invite, Frame frame, Moment now) {
     List<Link> links = new ArrayList<>();
     Stream.of(replaced(invite), referred(invite, frame, now), named(invite, frame), sameSession(invite, frame),
-            earlier(byCallId.apply(naming.get(invite.callId())), frame, now), earlier(bySession.get(invite.sessionId()), frame, now))
+            earlier(byCallId.apply(naming.get(invite.callId())), frame, now),
+            earlier(bySession.get(invite.sessionId()), frame, now))
         .flatMap(Optional::stream).forEach(links::add);
     if (links.isEmpty()) {
       sameMedia(invite, frame).ifPresent(links::add);
