@@ -14,7 +14,7 @@ from harness import TestCase, Wire, capture_record, udp_frame
 SHARES = 3
 PACKETS = 50
 A, P, B, C = (f"10.5.0.{host}" for host in (1, 9, 2, 3))
-SETTINGS = {"LookBack": 10000, "LookBackMemory": 64, "CaptureTime": "yes", "ReassembleTcp": "yes", "Filter": "udp or tcp"}
+SETTINGS = {"LookBack": 10000, "LookBackMemory": 64, "CaptureTime": "yes", "ReassembleTcp": "yes"}
 
 
 def free_port():
@@ -38,7 +38,7 @@ class Share:
         test.addCleanup(self.process.kill)
         self.wire = test.keep(Wire(test.folder()))
         address = {"ServerName": "127.0.0.1", "ServerPort": port, "ServerProtocol": "TCP"}
-        self.sniffer = test.start(settings=SETTINGS | address | {"Device": self.wire.device})
+        self.sniffer = test.start(settings=SETTINGS | address | {"Device": self.wire.device, "Filter": "udp or tcp"})
         self.wire.open()
         harness.wait_until(lambda: self.said("sniffer connected"), "a connection")
 

@@ -263,8 +263,8 @@ public final class CallFollower {
   }
 
   /**
-   * Marks the legs that begin until a time as doubtful, because the time of their frames is not known well: this process
-   * was interrupted, or a sniffer has connected again.
+   * Marks the legs that begin until a time as doubtful: this process was interrupted, so the time of their frames is not
+   * known well.
    */
   public void doubt(Moment until) {
     doubtfulUntil = until.latest(doubtfulUntil);
