@@ -245,7 +245,7 @@ public final class CallFollower {
     return seen;
   }
 
-  /** Returns the messages of a running call that were kept for a change of the share, in the wire's form. */
+  /** Returns the messages of a running call that were kept for a change of the share. */
   public List<TimedMessage> messages(Call call) {
     return call.signalling().messages().stream().map(kept -> new TimedMessage(kept.frame(), kept.time())).toList();
   }
@@ -263,8 +263,8 @@ public final class CallFollower {
   }
 
   /**
-   * Marks the legs that begin until a time as doubtful: this process was interrupted, so the time of their frames is not
-   * known well.
+   * Marks the legs that begin until a time as doubtful: this process was interrupted, so the time of their frames is
+   * not known well.
    */
   public void doubt(Moment until) {
     doubtfulUntil = until.latest(doubtfulUntil);
@@ -323,7 +323,7 @@ public final class CallFollower {
     saveMemory(now);
     boolean room = calls.size() < mostCalls() && memory < limits.bytes;
     if (!room && !full) {
-      listener.full(limits.calls);
+      listener.full(mostCalls());
     }
     full = !room;
     return room;

@@ -100,6 +100,7 @@ final class HostileInputTest {
   void testMutatedMessages() throws Exception {
     FakeSniffer.with(sniffer -> {
       Random random = new Random(42);
+      List<FakeSniffer> shares = List.of(sniffer.addShare(1, 2), sniffer.addShare(2, 2));
       for (int i = 0; i < 4000; i++) {
         Endpoint a = new Endpoint(random.nextInt(4), random.nextInt(4));
         Endpoint b = new Endpoint(random.nextInt(4), random.nextInt(4));
@@ -125,6 +126,10 @@ final class HostileInputTest {
       equal(sniffer.list.size(), 0);
       that(sniffer.table().size() > 200, "calls were followed: " + sniffer.table().size());
       that(!sniffer.printed().contains("cannot be handled"), sniffer.printed());
+      for (FakeSniffer share : shares) {
+        equal(share.list.size(), 0);
+        that(!share.printed().contains("cannot be handled"), share.printed());
+      }
       that(!sniffer.printed().contains("\u001b"), "a caller steers the terminal");
       sniffer.table().forEach(line -> that(!line.matches("(.*,)?[=+@-].*") && !line.contains("\0"), line));
       that(!sniffer.report().matches(".*[<>&].*"), "a caller writes into the page");
