@@ -1,5 +1,6 @@
 package com.morvin.dom.telephony.sniffer.sample;
 
+import com.morvin.dom.telephony.sniffer.sample.signalling.Share;
 import java.net.InetSocketAddress;
 import java.net.URI;
 import java.net.URISyntaxException;
@@ -34,6 +35,8 @@ final class Options {
         --filter EXPRESSION    with --embedded: the capture filter (default: udp or tcp)
         --set KEY=VALUE        with --embedded: a further setting of the sniffer; may be given several times
         --trace                with --embedded: log decoded H.323 messages
+        --share K/N            record, or publish, only the K-th of N shares of the calls. Each of the N gets the
+                               signalling of all calls; 0/N takes no new calls; see docs/scaling.md
         --out DIRECTORY        where recordings go (default: recordings)
         --keep DAYS            delete calls that are older: their files, their lines in the table and on the pages
         --mono                 keep the voices as files of their own, too
@@ -57,6 +60,7 @@ final class Options {
 
   private static final int DEFAULT_PORT = 6000;
   private static final int MAX_NUMBER = 1_000_000;
+  private static final int MAX_SHARES = 1000;
 
   final List<String> embedded = new ArrayList<>();
   InetSocketAddress tcp;
@@ -68,6 +72,7 @@ final class Options {
   String filter = "udp or tcp";
   boolean trace;
   final List<String> settings = new ArrayList<>();
+  Share share = Share.ALL;
   Path out = Path.of("recordings");
   long keepMillis;
   boolean mono;
@@ -100,6 +105,7 @@ final class Options {
       case "--filter" -> filter = value(option, words);
       case "--set" -> settings.add(value(option, words));
       case "--trace" -> trace = true;
+      case "--share" -> share = share(option, value(option, words));
       case "--out" -> out = path(value(option, words));
       case "--keep" -> keepMillis = 86_400_000L * number(option, value(option, words), MAX_NUMBER);
       case "--mono" -> mono = true;
@@ -139,6 +145,9 @@ final class Options {
     if (publish != null && consume != null) {
       throw new UsageException("--publish and --consume exclude each other: what consumes records");
     }
+    if (share.isPart() && consume != null) {
+      throw new UsageException("--share is for what sniffers send: a queue has its share of the calls already");
+    }
     if (bufferBytes > Runtime.getRuntime().maxMemory() / 2) {
       throw new UsageException("--buffer " + (bufferBytes >> 20) + " is more than half of Java's memory: give it more, "
           + "as in java -Xmx" + (bufferBytes >> 19) + "m -jar ...");
@@ -157,6 +166,15 @@ final class Options {
       throw new UsageException(option + " needs a number from 1 to " + max + ", not " + value);
     }
     return Integer.parseInt(value);
+  }
+
+  private static Share share(String option, String value) throws UsageException {
+    String[] parts = value.split("/", -1);
+    if (parts.length != 2) {
+      throw new UsageException(option + " needs K/N, such as 2/4, not " + value);
+    }
+    int count = number(option, parts[1], MAX_SHARES);
+    return new Share(parts[0].equals("0") ? 0 : number(option, parts[0], count), count);
   }
 
   private static InetSocketAddress address(String option, String value) throws UsageException {

@@ -107,7 +107,10 @@ public final class RecorderMain {
     Console console = new Console(System.out, System.console() != null);
     Thread.setDefaultUncaughtExceptionHandler((thread, thrown) -> fail(console, thread, thrown));
     Service.Limits limits = new Service.Limits(options.untilDisconnect, options.idleExitMillis,
-        CallFollower.Limits.DEFAULT.withIdle(options.callTimeoutMillis));
+        CallFollower.Limits.DEFAULT.withIdle(options.callTimeoutMillis).withShare(options.share));
+    if (options.share.isPart()) {
+      console.line(options.share + (options.share.number() == 0 ? ": no new calls" : ""));
+    }
     if (options.publish != null) {
       serve(options, Cluster.load().front(options.publish, options.bufferBytes, limits, console), console);
       return 0;

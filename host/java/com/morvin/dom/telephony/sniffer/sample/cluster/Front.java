@@ -50,19 +50,23 @@ final class Front extends Service {
   @Override
   protected void handle(FrameCursor cursor, Moment now) {
     Frame frame = cursor.frame();
-    Call call = null;
     switch (frame.protocol()) {
-      case Frame.SIP, Frame.H323 -> call = follower.signalling(frame, now);
+      case Frame.SIP, Frame.H323 -> follower.signalling(frame, now);
       case Frame.RTP -> {
         Call.Use use = follower.media(cursor, now);
-        call = use == null ? null : use.call();
+        if (use != null) {
+          publish(use.call(), frame, now);
+        }
       }
       default -> { }
     }
-    CallStream stream = call == null ? null : streams.get(call);
+  }
+
+  private void publish(Call call, Frame frame, Moment now) {
+    CallStream stream = streams.get(call);
     if (stream != null) {
       frames++;
-      if (stream.add(frame, now.stamp() + clock.skew(), now.steady())) {
+      if (stream.add(frame, now.stamp() + clock.skew(), now().steady())) {
         opened.add(new Opened(stream, stream.began()));
       }
     }
@@ -109,6 +113,17 @@ final class Front extends Service {
   public void began(Call call, Moment now) {
     MessageId.Stream id = new MessageId.Stream(session, call.number());
     streams.put(call, new CallStream(id, call.id(), now.steady(), outbox::add));
+  }
+
+  @Override
+  public void signalled(Call call, Frame frame, String label, Moment now) {
+    publish(call, frame, now);
+  }
+
+  @Override
+  public void gaveUp(Call call, Moment now) {
+    streams.remove(call).flush(true);
+    console.line(call + "  belongs to a call of another share");
   }
 
   @Override

@@ -11,6 +11,7 @@ import com.morvin.dom.telephony.sniffer.sample.signalling.Direction;
 import com.morvin.dom.telephony.sniffer.sample.signalling.Moment;
 import com.morvin.dom.telephony.sniffer.sample.storage.CallLog;
 import com.morvin.dom.telephony.sniffer.sample.storage.CallReport;
+import com.morvin.dom.telephony.sniffer.sample.storage.FollowedCalls;
 import com.morvin.dom.telephony.sniffer.sample.storage.ReportListener;
 import com.morvin.dom.telephony.sniffer.sample.storage.Reports;
 import com.morvin.dom.telephony.sniffer.sample.storage.RunningCalls;
@@ -48,6 +49,7 @@ public final class Recorder extends Service {
   private final RtpPacket packet = new RtpPacket();
   private final LookAhead lookAhead;
   private RunningCalls running;
+  private FollowedCalls others;
   private RunningCalls.Loaded restoring;
   private long lastNumber;
   private long lastSave = -SAVE_MILLIS;
@@ -76,6 +78,7 @@ public final class Recorder extends Service {
   protected void attached() {
     if (running == null) {
       running = new RunningCalls(store, log, transport().redelivers());
+      others = new FollowedCalls(store);
       restore();
       transport().resume(running.position());
     }
@@ -179,9 +182,36 @@ public final class Recorder extends Service {
         link.acknowledge(upTo);
       }
     }, () -> saving = false);
+    others.save(this::followedMessages);
+  }
+
+  private Map<Integer, List<RunningCalls.TimedFrame>> followedMessages() {
+    Map<Integer, List<RunningCalls.TimedFrame>> messages = new LinkedHashMap<>();
+    follower.calls().stream().filter(call -> !call.isOwned()).forEach(call ->
+        messages.put(call.number(), follower.messages(call).stream()
+            .map(message -> timed(message.frame(), message.time())).toList()));
+    return messages;
+  }
+
+  private RunningCalls.TimedFrame timed(Frame frame, Moment time) {
+    return new RunningCalls.TimedFrame(time.stamp() + clock.skew(), frame);
   }
 
   private void restore() {
+    follower.restore(true);
+    restoreOwn();
+    follower.restore(false);
+    try {
+      Moment now = now();
+      others.load().forEach(call -> call.forEach(message ->
+          follower.signalling(message.frame(), before(now, message.time()))));
+    } catch (IOException e) {
+      console.line("the calls of other shares from before the restart cannot be read: " + e);
+    }
+    follower.restore(null);
+  }
+
+  private void restoreOwn() {
     try {
       List<RunningCalls.Loaded> loaded = running.load();
       if (running.fault() != null) {
@@ -277,6 +307,27 @@ public final class Recorder extends Service {
   @Override
   public void full(int calls) {
     console.line("no more than " + calls + " calls can be followed at a time: new ones are not recorded");
+  }
+
+  @Override
+  public void gaveUp(Call call, Moment now) {
+    Recording recording = recordings.remove(call);
+    if (recording.hasMedia()) {
+      report(recording, "goes on in a call of another share", now);
+    } else {
+      console.line(call + "  belongs to a call of another share");
+    }
+    running.end(recording.journal, recording::obsoleteFiles);
+  }
+
+  @Override
+  public void followed(Call call, Frame frame, Moment now) {
+    others.add(call.number(), timed(frame, now));
+  }
+
+  @Override
+  public void unfollowed(Call call) {
+    others.end(call.number());
   }
 
   @Override

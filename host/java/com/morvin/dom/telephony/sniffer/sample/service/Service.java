@@ -1,8 +1,10 @@
 package com.morvin.dom.telephony.sniffer.sample.service;
 
 import com.morvin.dom.telephony.sniffer.sample.console.Console;
+import com.morvin.dom.telephony.sniffer.sample.console.Text;
 import com.morvin.dom.telephony.sniffer.sample.signalling.CallFollower;
 import com.morvin.dom.telephony.sniffer.sample.signalling.Moment;
+import com.morvin.dom.telephony.sniffer.sample.signalling.Share;
 import com.morvin.dom.telephony.sniffer.sample.transport.Frame;
 import com.morvin.dom.telephony.sniffer.sample.transport.FrameBlock;
 import com.morvin.dom.telephony.sniffer.sample.transport.FrameCursor;
@@ -199,9 +201,19 @@ public abstract class Service implements CallFollower.Listener {
 
   private void advance() {
     long steady = clock.millis();
-    long elapsed = transport.isCutOff() ? 0 : Math.min(steady - lastStep, MAX_STEP_MILLIS);
+    long step = steady - lastStep;
+    long elapsed = transport.isCutOff() ? 0 : Math.min(step, MAX_STEP_MILLIS);
     lastStep = steady;
     now = new Moment(now.steady() + elapsed, steady);
+    if (share().isPart() && step >= Share.DOUBT_MILLIS) {
+      console.line("interrupted for " + Text.seconds(step)
+          + " s: of the calls that began meanwhile, two shares may take the same one");
+      follower.doubt(new Moment(now.steady() + Share.DOUBT_MILLIS, steady));
+    }
+  }
+
+  private Share share() {
+    return limits.calls.share();
   }
 
   /** Returns the time of the last step. */
@@ -245,9 +257,9 @@ public abstract class Service implements CallFollower.Listener {
     return transport;
   }
 
-  /** The state of the sniffers, for the status line. */
+  /** The state of the sniffers and the share, for the status line. */
   protected final String snifferState() {
-    return heartbeat.state();
+    return heartbeat.state() + (share().isPart() ? " | " + share() : "");
   }
 
   /** The number of frames that were dropped because this program was too slow. */

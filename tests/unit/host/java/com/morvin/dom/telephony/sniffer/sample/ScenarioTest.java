@@ -4,18 +4,22 @@ import static com.morvin.dom.telephony.sniffer.sample.Testing.equal;
 import static com.morvin.dom.telephony.sniffer.sample.Testing.that;
 
 import com.morvin.dom.telephony.sniffer.sample.signalling.Direction;
+import com.morvin.dom.telephony.sniffer.sample.signalling.Share;
+import com.morvin.dom.telephony.sniffer.sample.storage.CallReport;
 import com.morvin.dom.telephony.sniffer.sample.transport.Command;
 import com.morvin.dom.telephony.sniffer.sample.transport.Endpoint;
 import com.morvin.dom.telephony.sniffer.sample.transport.Frame;
 import java.nio.charset.StandardCharsets;
 import java.nio.file.Files;
 import java.nio.file.Path;
+import java.util.ArrayList;
 import java.util.Arrays;
 import java.util.HashMap;
 import java.util.HexFormat;
 import java.util.Iterator;
 import java.util.List;
 import java.util.Map;
+import java.util.Set;
 import java.util.regex.Matcher;
 import java.util.regex.Pattern;
 import java.util.stream.Collectors;
@@ -32,12 +36,17 @@ final class ScenarioTest {
   private static final Path CAPTURES = Path.of(System.getProperty("tests.data"), "captures");
   private static final Pattern REPEATED = Pattern.compile("(?ms)^times (\\d+)\n(.*?)^again\n");
   private static final int SIZE = 160;
+  /** The packets that pass before signalling that is held arrives. */
+  private static final int HELD_PACKETS = 2;
   private static final Path SAMPLES = Path.of(System.getProperty("samples"));
   private static final Path H323 = Path.of(System.getProperty("tests.data"), "h323");
 
   private FakeSniffer sniffer;
   private String callId;
   private String header = "";
+  /** Recorders that share the calls; those of the last group get signalling in another order. */
+  private List<List<FakeSniffer>> groups = List.of();
+  private boolean divided;
 
   void testSip() throws Exception { runAll("sip.txt"); }
 
@@ -51,6 +60,67 @@ final class ScenarioTest {
 
   void testForgeries() throws Exception { runAll("forgeries.txt"); }
 
+  /** Recorders that share the calls of a case record what a single one does: each call once. */
+  void testShares() throws Exception {
+    divided = true;
+    for (String file : List.of("sip.txt", "legs.txt", "h323.txt", "shares.txt")) {
+      runAll(file);
+    }
+  }
+
+  /** Adds recorders that divide the calls. When they differ in order, every second one gets some legs later. */
+  private List<FakeSniffer> divide(int count, boolean differ) throws Exception {
+    List<FakeSniffer> shares = new ArrayList<>();
+    for (int number = 1; number <= count; number++) {
+      FakeSniffer share = sniffer.addShare(number, count);
+      share.holds = differ && number % 2 == 1;
+      shares.add(share);
+    }
+    return shares;
+  }
+
+  /** Adds a share to each group, or ends the newest one, in the order that docs/scaling.md describes. */
+  private void changeShares(int more) throws Exception {
+    for (List<FakeSniffer> group : groups) {
+      int count = group.size() + more;
+      if (more > 0) {
+        group.add(sniffer.addShare(count, count));
+      }
+      for (FakeSniffer share : group) {
+        int number = group.indexOf(share) + 1;
+        share.become(new Share(number > count ? 0 : number, count));
+      }
+    }
+  }
+
+  /** Compares the reports of recorders that share the calls with those of the single one. */
+  private void compare(List<FakeSniffer> shares, boolean inOrder) throws Exception {
+    List<CallReport> reports = shares.stream().flatMap(share -> share.reports.stream()).toList();
+    String what = "share of " + shares.size() + (inOrder ? "" : ", other order");
+    if (inOrder) {
+      equal(what + calls(reports), what + calls(sniffer.reports));
+    }
+    that(ids(reports).containsAll(ids(sniffer.reports)), what + ids(reports) + ids(sniffer.reports));
+    that(packets(reports) >= packets(sniffer.reports) - (inOrder ? 0 : HELD_PACKETS),
+        what + ": " + packets(reports) + " packets of " + packets(sniffer.reports));
+  }
+
+  /** Returns the whole calls; one that another share has taken over is reported there. */
+  private static List<String> calls(List<CallReport> reports) {
+    return reports.stream().filter(report -> !report.endReason().contains("another share"))
+        .map(report -> report.id() + " " + report.endReason() + " " + report.legs()).sorted().toList();
+  }
+
+  private static long packets(List<CallReport> reports) {
+    return reports.stream().mapToLong(report -> report.fromCaller().packets() + report.fromCallee().packets()).sum();
+  }
+
+  private static Set<String> ids(List<CallReport> reports) {
+    return reports.stream().flatMap(report ->
+        Stream.concat(Stream.of(report.id()), report.legs().stream().map(CallReport.Leg::id)))
+        .collect(Collectors.toSet());
+  }
+
   /** Each case has a new recorder. */
   private void runAll(String file) throws Exception {
     String[] cases = Files.readString(CASES.resolve(file)).split("(?m)^== ");
@@ -60,6 +130,7 @@ final class ScenarioTest {
         callId = "call-1";
         Iterator<String> lines = repeated(one).lines().iterator();
         String name = lines.next();
+        groups = divided ? List.of(divide(2, false), divide(3, false), divide(7, false), divide(3, true)) : List.of();
         while (lines.hasNext()) {
           String line = lines.next();
           try {
@@ -67,6 +138,18 @@ final class ScenarioTest {
           } catch (Exception | AssertionError e) {
             throw new AssertionError(file + ", " + name + ", " + line + "\n" + e.getMessage() + "\n"
                 + sniffer.printed(), e);
+          }
+        }
+        fake.pass(groups.isEmpty() ? 0 : 40_000);
+        if (divided) {
+          fake.finish();
+        }
+        for (List<FakeSniffer> group : groups) {
+          try {
+            compare(group, group != groups.get(groups.size() - 1));
+          } catch (AssertionError e) {
+            throw new AssertionError(file + ", " + name + "\n" + e.getMessage() + "\n"
+                + group.stream().map(FakeSniffer::printed).collect(Collectors.joining("\n--\n")), e);
           }
         }
       });
@@ -108,6 +191,7 @@ final class ScenarioTest {
       case "locked" -> that(sniffer.isLocked(), "another recorder can begin");
       case "disk" -> sniffer.disk(words[1]);
       case "redelivers" -> sniffer.redeliver();
+      case "shares" -> changeShares(Integer.parseInt(words[1]));
       case "restart" -> sniffer.restart(words[1]);
       case "list" -> equal(sniffer.listed(), String.join(" ",
           Stream.of(words).skip(1).flatMap(ScenarioTest::endpoints).sorted().toList()));
