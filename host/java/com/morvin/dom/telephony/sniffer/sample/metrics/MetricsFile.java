@@ -3,8 +3,10 @@ package com.morvin.dom.telephony.sniffer.sample.metrics;
 import com.morvin.dom.telephony.sniffer.sample.console.Console;
 import java.io.IOException;
 import java.nio.file.Files;
+import java.nio.file.LinkOption;
 import java.nio.file.Path;
 import java.nio.file.StandardCopyOption;
+import java.nio.file.StandardOpenOption;
 import java.nio.file.attribute.PosixFilePermissions;
 
 /**
@@ -72,7 +74,9 @@ public final class MetricsFile implements AutoCloseable {
           folder.toFile().getUsableSpace());
     }
     Path fresh = file.resolveSibling(file.getFileName() + ".new");
-    Files.writeString(fresh, figures.toString());
+    // Other services may write to the directory, so a link there is not followed.
+    Files.writeString(fresh, figures.toString(), StandardOpenOption.CREATE, StandardOpenOption.TRUNCATE_EXISTING,
+        StandardOpenOption.WRITE, LinkOption.NOFOLLOW_LINKS);
     Files.setPosixFilePermissions(fresh, PosixFilePermissions.fromString("rw-r--r--"));
     Files.move(fresh, file, StandardCopyOption.ATOMIC_MOVE);
   }
