@@ -83,11 +83,15 @@ class CommandLine(TestCase):
             if content is not None:
                 with open(path, "wb") as file:
                     file.write(content)
-            with self.subTest(name):
-                status, _, errors = self.run_to_end("-d", f"file:{path}")
-                self.assertEqual(status, 1)
-                self.assertIn(f"ERROR Couldn't open device file:{path}:", errors)
-                self.assertIn(reason, errors)
+            settings = os.path.join(folder, "sniffer.properties")
+            with open(settings, "w") as file:
+                file.write(f"Device=file:{path}\nReopenDevices=yes\nServerName=127.0.0.1\n")
+            for options in ("-d", f"file:{path}"), ("-c", settings):
+                with self.subTest(name, options=options):
+                    status, _, errors = self.run_to_end(*options)
+                    self.assertEqual(status, 1)
+                    self.assertIn(f"ERROR Couldn't open device file:{path}:", errors)
+                    self.assertIn(reason, errors)
 
     def test_capture_that_ends_in_the_middle_of_a_frame(self):
         path = os.path.join(self.folder(), "cut.pcap")

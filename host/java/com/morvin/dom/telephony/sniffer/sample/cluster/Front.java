@@ -2,6 +2,7 @@ package com.morvin.dom.telephony.sniffer.sample.cluster;
 
 import com.morvin.dom.telephony.sniffer.sample.console.Console;
 import com.morvin.dom.telephony.sniffer.sample.console.Text;
+import com.morvin.dom.telephony.sniffer.sample.metrics.Metrics;
 import com.morvin.dom.telephony.sniffer.sample.service.Service;
 import com.morvin.dom.telephony.sniffer.sample.signalling.Call;
 import com.morvin.dom.telephony.sniffer.sample.signalling.Moment;
@@ -28,6 +29,7 @@ final class Front extends Service {
 
   private record Opened(CallStream stream, long at) {}
 
+  private final long bufferBytes;
   private final Outbox outbox;
   private final Publisher publisher;
   private final String session = UUID.randomUUID().toString();
@@ -42,6 +44,7 @@ final class Front extends Service {
   Front(Broker broker, long bufferBytes, Limits limits, Console console) {
     super(new Limits(limits.untilDisconnect(), limits.idleExitMillis(), limits.calls().withCalls(MAX_CALLS)),
         POLL_MILLIS, console, SteadyClock.system());
+    this.bufferBytes = bufferBytes;
     outbox = new Outbox(bufferBytes);
     console.line("up to " + (bufferBytes >> 20) + " MB are kept for " + broker + " while it is slow or away");
     publisher = new Publisher(broker, outbox, console);
@@ -96,6 +99,24 @@ final class Front extends Service {
     console.status("calls " + streams.size() + " | frames " + frames + " | " + (outbox.bytes() >> 10)
         + " KB for the broker" + (publisher.isConnected() ? "" : ", which is AWAY") + " | lost " + (lost + dropped())
         + " | sniffer " + snifferState());
+  }
+
+  @Override
+  protected String metricsPrefix() {
+    return "voip_front_";
+  }
+
+  @Override
+  protected void measure(Metrics figures) {
+    long confirmed = outbox.confirmedFrames();
+    long lost = outbox.lostFrames();
+    figures.counter("frames_total", "Frames of calls, taken to be published.", frames);
+    figures.counter("confirmed_frames_total", "Frames that are safe with the broker.", confirmed);
+    figures.counter("buffer_dropped_frames_total", "Frames dropped because the buffer for the broker was full.", lost);
+    figures.gauge("unconfirmed_frames", "Frames that the broker has not confirmed yet.", frames - confirmed - lost);
+    figures.gauge("buffer_bytes", "Size of the messages that the broker has not confirmed yet.", outbox.bytes());
+    figures.gauge("buffer_limit_bytes", "The most that the buffer holds.", bufferBytes);
+    figures.gauge("broker_connected", "1 while there is a connection to the broker.", publisher.isConnected() ? 1 : 0);
   }
 
   private void reportLoss(long lost) {

@@ -4,6 +4,7 @@ import com.morvin.dom.telephony.sniffer.sample.console.Console;
 import com.morvin.dom.telephony.sniffer.sample.console.Text;
 import com.morvin.dom.telephony.sniffer.sample.media.RtpPacket;
 import com.morvin.dom.telephony.sniffer.sample.media.Track;
+import com.morvin.dom.telephony.sniffer.sample.metrics.Metrics;
 import com.morvin.dom.telephony.sniffer.sample.service.Service;
 import com.morvin.dom.telephony.sniffer.sample.signalling.Call;
 import com.morvin.dom.telephony.sniffer.sample.signalling.CallFollower;
@@ -139,12 +140,22 @@ public final class Recorder extends Service {
   protected void tick(Moment now) {
     if (now.steady() - lastSave >= SAVE_MILLIS) {
       lastSave = now.steady();
-      long lost = recordings.values().stream().mapToLong(Recording::lost).sum();
-      console.status(summary.status(recordings.size(), lost, now.steady(), dropped()) + " | " + snifferState());
+      console.status(summary.status(recordings.size(), lostNow(), now.steady(), dropped()) + " | " + snifferState());
       save();
       logRefused();
       store.disk().submit(listener::tick);
     }
+  }
+
+  /** Returns the number of packets that the running calls have lost. */
+  private long lostNow() {
+    return recordings.values().stream().mapToLong(Recording::lost).sum();
+  }
+
+  @Override
+  protected void measure(Metrics figures) {
+    summary.measure(figures, lostNow(), reports.dropped());
+    store.disk().measure(figures);
   }
 
   /** Logs the beginning and the end of a flood of calls without media. */
