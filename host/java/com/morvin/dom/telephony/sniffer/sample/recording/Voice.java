@@ -123,7 +123,9 @@ final class Voice {
 
   /** Whether a packet is recorded. A source that is heard at another destination goes on. */
   private boolean accepts(Call.Use use, long from, long to, int source, long time) {
-    if (leg != use.leg() || address != from) {
+    // The leg of a stream changes when another leg turns out to have its destination.
+    boolean isSame = address == from && ssrc == source && destination == to;
+    if (!isSame && (leg != use.leg() || address != from)) {
       boolean silent = leg == null || time - last >= SILENCE_MILLIS;
       boolean equal = use.trust() == trust;
       if (!silent && use.trust() < trust) {
@@ -134,9 +136,9 @@ final class Voice {
         return leg == use.leg();  // beside the voice, or a copy of it
       }
       identity = leg != null && equal && ssrc == source ? identity : from;
-      leg = use.leg();
       address = from;
     }
+    leg = use.leg();
     destination = to;
     trust = use.trust();
     ssrc = source;
