@@ -47,6 +47,8 @@ final class Options {
         --trace                with --embedded: log decoded H.323 messages
         --share K/N            record, or publish, only the K-th of N shares of the calls. Each of the N gets the
                                signalling of all calls; 0/N takes no new calls; see docs/scaling.md
+        --ipv6                 the sniffers have the setting IPv6=yes: ask for media over IPv6 before one of them has
+                               sent anything of IPv6
         --out DIRECTORY        where recordings go (default: recordings)
         --keep DAYS            delete calls that are older: their files, their lines in the table and on the pages
         --mono                 keep the voices as files of their own, too
@@ -76,7 +78,7 @@ final class Options {
 
   /** The options without a value. */
   private static final Set<String> FLAGS =
-      Set.of("--trace", "--mono", "--pcm", "--no-digits", "--until-disconnect", "--help");
+      Set.of("--trace", "--ipv6", "--mono", "--pcm", "--no-digits", "--until-disconnect", "--help");
   /** A line of a settings file that the script voip-recorder reads: the memory for Java. */
   private static final String HEAP = "--heap";
 
@@ -93,6 +95,7 @@ final class Options {
   long bufferBytes = Runtime.getRuntime().maxMemory() / 4;
   String filter = "udp or tcp";
   boolean trace;
+  boolean ipv6;
   final List<String> settings = new ArrayList<>();
   Share share = Share.ALL;
   Path out = Path.of("recordings");
@@ -199,6 +202,7 @@ final class Options {
       case "--filter" -> filter = value(option, words);
       case "--set" -> settings.add(value(option, words));
       case "--trace" -> trace = true;
+      case "--ipv6" -> ipv6 = true;
       case "--share" -> share = share(option, value(option, words));
       case "--settings" -> takeFile(path(option, value(option, words)));
       case "--password-file" -> passwordFile = path(option, value(option, words));

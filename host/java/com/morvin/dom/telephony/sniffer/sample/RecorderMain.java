@@ -45,6 +45,7 @@ public final class RecorderMain {
       Decapsulate=yes
       DropDuplicates=yes
       SipAnyUri=yes
+      IPv6=yes
       QueueLimit=1024
       ReopenDevices=yes
       StatisticsInterval=60
@@ -162,10 +163,12 @@ public final class RecorderMain {
       if (options.embedded.isEmpty()) {
         try (Transport link = transport(options, console)) {
           warmUp(console);  // frames that arrive meanwhile wait in the socket
+          service.assumeIpv6(options.ipv6);
           service.run(link);
         }
       } else {
         warmUp(console);
+        service.assumeIpv6(settings(options).lines().anyMatch(line -> line.replaceAll("\\s", "").equals("IPv6=yes")));
       }
       for (String devices : options.embedded) {
         if (!service.stopped()) {

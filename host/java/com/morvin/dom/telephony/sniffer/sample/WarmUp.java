@@ -65,7 +65,7 @@ final class WarmUp implements Transport {
     long begin = System.currentTimeMillis() - 20 * BLOCKS * PACKETS_OF_BLOCK;
     for (int block = 0; block < BLOCKS; block++) {
       for (int call = 0; call < CALLS; call++) {
-        add(speech(new Endpoint(ENDPOINT.ip(), port(call)), block * PACKETS_OF_BLOCK, begin));
+        add(speech(new Endpoint(ENDPOINT.address(), port(call)), block * PACKETS_OF_BLOCK, begin));
       }
     }
   }

@@ -1,6 +1,6 @@
 package com.morvin.dom.telephony.sniffer.sample.console;
 
-import java.net.InetSocketAddress;
+import java.util.regex.Matcher;
 import java.util.regex.Pattern;
 
 /** Makes text from the network safe for terminals, file names and tables. All methods are pure functions. */
@@ -10,14 +10,10 @@ public final class Text {
   private static final Pattern NOT_PRINTABLE =
       Pattern.compile("[\\p{Cntrl}\\p{Cf}\\p{Co}\\p{Cn}\\p{Cs}\\u2028\\u2029]");
   private static final Pattern NOT_IN_FILE_NAMES = Pattern.compile("[^A-Za-z0-9._+@-]");
+  private static final Pattern IPV6 = Pattern.compile("\\[?((?:[0-9A-Fa-f]{0,4}:){2,7}[0-9A-Fa-f.]{0,15})(?:]|$)");
   private static final Pattern FIRST_MARKS = Pattern.compile("^[.-]+");
 
   private Text() {}
-
-  /** Returns "10.0.0.1:5060". */
-  public static String of(InetSocketAddress address) {
-    return address.getAddress().getHostAddress() + ":" + address.getPort();
-  }
 
   /**
    * Replaces control characters by blanks and shortens the text to 200 characters, so that it can neither break a line
@@ -45,10 +41,13 @@ public final class Text {
 
   /**
    * Returns a part of a file name, at most 40 characters long. It holds only letters, digits and marks without a
-   * meaning for shells and file systems. It is never empty.
+   * meaning for shells and file systems. It is never empty. The colons of an IPv6 address become hyphens, because
+   * Windows allows none in names.
    */
   public static String fileNamePart(String text) {
-    String clean = NOT_IN_FILE_NAMES.matcher(text).replaceAll("_");
+    Matcher ipv6 = IPV6.matcher(text);
+    String name = ipv6.lookingAt() ? ipv6.group(1).replace(':', '-') + text.substring(ipv6.end()) : text;
+    String clean = NOT_IN_FILE_NAMES.matcher(name).replaceAll("_");
     clean = FIRST_MARKS.matcher(clean.substring(0, Math.min(clean.length(), MAX_FILE_PART))).replaceAll("_");
     return clean.isEmpty() ? "unknown" : clean;
   }

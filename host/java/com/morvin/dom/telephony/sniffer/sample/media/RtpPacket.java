@@ -18,6 +18,7 @@ public final class RtpPacket {
 
   private byte[] bytes;
   private int start;
+  private int datagram;
   private int end;
   private int offset;
   private int length;
@@ -35,8 +36,8 @@ public final class RtpPacket {
       bytes = frames;  // a reference costs more to write than to compare
     }
     start = from;
+    datagram = Wire.payload(frames, from);
     end = to;
-    int datagram = datagram();
     if (end - datagram < HEADER || (bytes[datagram] & 0xc0) != 0x80) {
       return false;
     }
@@ -55,13 +56,9 @@ public final class RtpPacket {
     return length >= 0;
   }
 
-  private int datagram() {
-    return start + Frame.HEADER;
-  }
-
   /** Whether the datagram of a frame is RTCP. The packet type decides (RFC 5761), not the port. */
   public static boolean isRtcp(FrameCursor frame) {
-    int at = frame.start() + Frame.HEADER;
+    int at = frame.payload();
     return frame.end() - at >= 8 && (frame.bytes()[at] & 0xc0) == 0x80 && (frame.bytes()[at + 1] & 255) >= 200
         && (frame.bytes()[at + 1] & 255) <= 207;
   }
@@ -71,7 +68,7 @@ public final class RtpPacket {
    * 7983).
    */
   public static boolean isSetup(FrameCursor frame) {
-    int at = frame.start() + Frame.HEADER;
+    int at = frame.payload();
     byte first = frame.end() - at > HEADER ? frame.bytes()[at] : -1;
     return first >= 0 && first <= 3 || first >= 20 && first <= 63;
   }
@@ -99,20 +96,20 @@ public final class RtpPacket {
 
   /** Returns the payload type. */
   public int payloadType() {
-    return bytes[datagram() + 1] & 0x7f;
+    return bytes[datagram + 1] & 0x7f;
   }
 
   int sequence() {
-    return Wire.u16(bytes, datagram() + 2);
+    return Wire.u16(bytes, datagram + 2);
   }
 
   int timestamp() {
-    return Wire.i32(bytes, datagram() + 4);
+    return Wire.i32(bytes, datagram + 4);
   }
 
   /** Returns the synchronization source. */
   public int ssrc() {
-    return Wire.i32(bytes, datagram() + 8);
+    return Wire.i32(bytes, datagram + 8);
   }
 
   /** Returns the array that holds the payload. */

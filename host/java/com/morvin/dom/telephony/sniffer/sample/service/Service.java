@@ -60,6 +60,8 @@ public abstract class Service implements CallFollower.Listener {
   private final long pollMillis;
   private final FrameCursor cursor = new FrameCursor(new FrameBlock(new byte[0], 0, 0, 0, 0));
   private Transport transport;
+  private boolean allHaveIpv6;
+  private Sniffers sniffers;
   private Heartbeat heartbeat;
   private Intake intake;
   private int sessions;
@@ -84,7 +86,7 @@ public abstract class Service implements CallFollower.Listener {
     this.clock = clock;
     lastStep = clock.millis();
     now = new Moment(0, clock.millis());
-    follower = new CallFollower(this, limits.calls(), command -> transport.send(command));
+    follower = new CallFollower(this, limits.calls(), command -> sniffers.send(command));
   }
 
   /** Called once for each transport, before anything is received from it. */
@@ -195,6 +197,7 @@ public abstract class Service implements CallFollower.Listener {
   /** The first part of {@link #run}: serves a transport from now on. */
   public final void attach(Transport link) throws IOException {
     transport = link;
+    sniffers = new Sniffers(link, allHaveIpv6, console);
     heartbeat = new Heartbeat(link, console);
     sessions = link.sessions();
     lastStep = clock.millis();
@@ -229,11 +232,16 @@ public abstract class Service implements CallFollower.Listener {
 
   private void serve(FrameBlock block) {
     Moment time = now;  // most frames of a block have the same time
+    boolean hasIpv6 = sniffers.hasIpv6(block.sniffer());
     long delay = 0;
     int count = 0;
     for (cursor.begin(block); cursor.next(); count++) {
       if (count % LOOK_AHEAD == 0) {
         lookAhead(cursor);
+      }
+      if (!hasIpv6 && cursor.isIpv6()) {
+        requestIpv6(block.sniffer());
+        hasIpv6 = true;
       }
       if (cursor.protocol() != Frame.HEARTBEAT) {
         lastTraffic = now.steady();
@@ -289,9 +297,20 @@ public abstract class Service implements CallFollower.Listener {
     int newest = transport.sessions();
     for (int number = sessions + 1; number <= newest; number++) {
       int sniffer = number;
-      follower.resend(command -> transport.send(sniffer, command));
+      follower.resend(command -> sniffers.send(sniffer, command));
     }
     sessions = newest;
+  }
+
+  /** States that all sniffers of the next transports have IPv6 enabled, before any of their frames proves it. */
+  public final void assumeIpv6(boolean all) {
+    allHaveIpv6 = all;
+  }
+
+  /** A sniffer has sent an IPv6 frame: it can be asked for the destinations that it was not asked for yet. */
+  private void requestIpv6(int sniffer) {
+    sniffers.addIpv6(sniffer);
+    follower.resend(command -> command.isIpv6() && sniffers.send(sniffer, command));
   }
 
   /** Makes {@link #run} return soon. Any thread may call it. */

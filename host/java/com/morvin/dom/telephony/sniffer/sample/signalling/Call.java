@@ -1,5 +1,6 @@
 package com.morvin.dom.telephony.sniffer.sample.signalling;
 
+import com.morvin.dom.telephony.sniffer.sample.transport.Address;
 import com.morvin.dom.telephony.sniffer.sample.transport.Endpoint;
 import java.util.ArrayList;
 import java.util.Collections;
@@ -32,7 +33,7 @@ public abstract class Call {
   private final String protocol;
   private final Leg first;
   private final String fileNames;
-  private final int origin;
+  private final Address origin;
   private final List<Leg> legs = new ArrayList<>();
   private final MediaFlow flow = new MediaFlow();
   private final Lifetime lifetime;
@@ -50,14 +51,14 @@ public abstract class Call {
    *
    * @param first the leg that the call begins with; it names the call
    * @param fileNames the names of both parties, short and safe for a file name
-   * @param origin the IPv4 address that the first message came from
+   * @param origin the address that the first message came from
    */
-  Call(int number, String protocol, Leg first, String fileNames, int origin) {
+  Call(int number, String protocol, Leg first, String fileNames, Address origin) {
     this.number = number;
     this.protocol = protocol;
     this.first = first;
     this.fileNames = fileNames;
-    this.origin = origin;
+    this.origin = origin.network();
     legs.add(first);
     lifetime = new Lifetime(first.start(), flow);
   }
@@ -268,8 +269,8 @@ public abstract class Call {
     return first.start();
   }
 
-  /** Returns the IPv4 address that the first message came from. */
-  int origin() {
+  /** Returns the network that the first message came from; see {@link Address#network}. */
+  Address origin() {
     return origin;
   }
 

@@ -12,7 +12,7 @@ import java.util.List;
 import java.util.Map;
 import java.util.Objects;
 import java.util.Set;
-import java.util.function.Consumer;
+import java.util.function.Predicate;
 import java.util.stream.Stream;
 
 /**
@@ -136,9 +136,9 @@ public final class CallFollower {
   /**
    * Makes a follower without calls.
    *
-   * @param sniffers sends a command to all sniffers
+   * @param sniffers sends a command to all sniffers that understand it; returns whether there is any
    */
-  public CallFollower(Listener listener, Limits limits, Consumer<Command> sniffers) {
+  public CallFollower(Listener listener, Limits limits, Predicate<Command> sniffers) {
     this.listener = listener;
     this.limits = limits;
     destinations = new Destinations(sniffers);
@@ -156,12 +156,12 @@ public final class CallFollower {
   public Call.Use media(FrameCursor frame, Moment now) {
     Call.Use use = destinations.find(frame, now);
     if (use == null) {
-      destinations.unwanted(Endpoint.of(frame.destination()), now);
+      destinations.unwanted(frame.destinationEndpoint(), now);
       return null;
     }
     use.count(frame.source(), now);
     if (use.stream().hasNewSource(STEADY_PACKETS)) {
-      learnFrom(use, now);
+      learnFrom(use, frame, now);
     }
     return use.call().isOwned() ? use : null;
   }
@@ -180,13 +180,14 @@ public final class CallFollower {
    * from (symmetric RTP), not at the signalled one. So when only one direction is received, its source becomes a
    * destination of the other direction.
    */
-  private void learnFrom(Call.Use use, Moment now) {
+  private void learnFrom(Call.Use use, FrameCursor frame, Moment now) {
     Call call = use.call();
     if (call.learned() == MAX_LEARNED || call.flow().oneSidedMillis(use.direction(), now) < ONE_SIDED_MILLIS) {
       use.stream().checkAgain(CHECK_MILLIS);
       return;
     }
-    Endpoint source = use.stream().takeSource();
+    use.stream().knowSource();
+    Endpoint source = frame.sourceEndpoint();
     Direction other = use.direction().opposite();
     Map<Endpoint, Call.Use> known = call.destinations();
     if (source.acceptsMedia() && !known.containsKey(source)) {
@@ -230,8 +231,12 @@ public final class CallFollower {
     }
   }
 
-  /** Asks a sniffer with an empty list for all destinations. */
-  public void resend(Consumer<Command> sniffer) {
+  /**
+   * Asks a sniffer with an empty list for all destinations.
+   *
+   * @param sniffer sends a command to the sniffer; returns false when it does not understand the command
+   */
+  public void resend(Predicate<Command> sniffer) {
     destinations.resend(sniffer);
   }
 

@@ -1,8 +1,8 @@
 package com.morvin.dom.telephony.sniffer.sample.signalling;
 
+import com.morvin.dom.telephony.sniffer.sample.transport.Address;
 import com.morvin.dom.telephony.sniffer.sample.transport.Command;
 import com.morvin.dom.telephony.sniffer.sample.transport.Endpoint;
-import com.morvin.dom.telephony.sniffer.sample.transport.Frame;
 import com.morvin.dom.telephony.sniffer.sample.transport.FrameCursor;
 import com.morvin.dom.telephony.sniffer.sample.transport.Wire;
 import java.util.Collection;
@@ -17,7 +17,7 @@ import java.util.List;
 import java.util.Map;
 import java.util.Objects;
 import java.util.Set;
-import java.util.function.Consumer;
+import java.util.function.Predicate;
 import java.util.function.ToIntFunction;
 import java.util.stream.Collectors;
 import java.util.stream.Stream;
@@ -28,6 +28,8 @@ import java.util.stream.Stream;
  * use is not requested.
  */
 final class Destinations {
+  private static final String UNREQUESTED =
+      "media over IPv6 was not recorded: no sniffer was known to have IPv6 enabled";
   private static final int MAX_DISMISSED = 4096;
   /** The most calls that share a destination. Real calls share one between two or three. */
   private static final int MAX_CLAIMS = 64;
@@ -111,7 +113,7 @@ final class Destinations {
     /** Returns the SSRC of RTP or the sender's SSRC of RTCP; 0 in other media. */
     private static int ssrc(FrameCursor frame) {
       byte[] bytes = frame.bytes();
-      int datagram = frame.start() + Frame.HEADER;
+      int datagram = frame.payload();
       if (frame.end() - datagram < RTP_HEADER || (bytes[datagram] & 0xc0) != 0x80) {
         return 0;
       }
@@ -135,6 +137,8 @@ final class Destinations {
     /** The only claim, the usual case; null when there are several. */
     Claim only;
     boolean requested;
+    /** Whether a sniffer has taken the request. */
+    boolean accepted;
     boolean heard;
     int repeats;
     Moment asked;
@@ -186,7 +190,7 @@ final class Destinations {
       if (claims.size() <= MAX_CLAIMS) {
         return null;
       }
-      Map<Integer, Long> origins =
+      Map<Address, Long> origins =
           claims.keySet().stream().collect(Collectors.groupingBy(Call::origin, Collectors.counting()));
       return claims.values().stream().filter(claim -> !claim.isFlowing(now))
           .max(Comparator.comparingLong((Claim claim) -> origins.get(claim.call.origin()))
@@ -218,9 +222,9 @@ final class Destinations {
     final Map<Endpoint, Claim> withdrawn = new LinkedHashMap<>();
     /** Those that other calls have taken. */
     final Set<Endpoint> refused = new HashSet<>();
-    private final Map<Direction, Set<Integer>> hosts = new EnumMap<>(Direction.class);
+    private final Map<Direction, Set<Address>> hosts = new EnumMap<>(Direction.class);
     /** Those of {@link #hosts} that the signalling has named. */
-    private final Map<Direction, Set<Integer>> signalledHosts = new EnumMap<>(Direction.class);
+    private final Map<Direction, Set<Address>> signalledHosts = new EnumMap<>(Direction.class);
 
     void findHosts() {
       hosts.clear();
@@ -230,23 +234,23 @@ final class Destinations {
     }
 
     private void addHost(Endpoint endpoint, Call.Use use) {
-      hosts.computeIfAbsent(use.direction(), any -> new HashSet<>()).add(endpoint.ip());
+      hosts.computeIfAbsent(use.direction(), any -> new HashSet<>()).add(endpoint.address());
       if (!use.call().hasLearned(endpoint, use)) {
-        signalledHosts.computeIfAbsent(use.direction(), any -> new HashSet<>()).add(endpoint.ip());
+        signalledHosts.computeIfAbsent(use.direction(), any -> new HashSet<>()).add(endpoint.address());
       }
     }
 
     /** Returns how well a source fits a direction: 2 when its other party receives there, 1 when on that host. */
     int fit(Direction direction, Endpoint source) {
       return other(direction, source) != null ? 2
-          : hosts.getOrDefault(direction.opposite(), Set.of()).contains(source.ip()) ? 1 : 0;
+          : hosts.getOrDefault(direction.opposite(), Set.of()).contains(source.address()) ? 1 : 0;
     }
 
     /** Returns how well the signalling knows a source of a direction; see {@link Call.Use#trust}. */
     int trust(Direction direction, Endpoint source) {
       Call.Use use = other(direction, source);
       return use != null && !use.call().hasLearned(source, use) ? 2
-          : signalledHosts.getOrDefault(direction.opposite(), Set.of()).contains(source.ip()) ? 1 : 0;
+          : signalledHosts.getOrDefault(direction.opposite(), Set.of()).contains(source.address()) ? 1 : 0;
     }
 
     /** Returns the use of a source by the other party of a direction; null when that does not receive there. */
@@ -262,9 +266,9 @@ final class Destinations {
   private final Map<Call, OfCall> ofCalls = new HashMap<>();
   private final Set<Call> withdrawing = new LinkedHashSet<>();
   private final BoundedMap<Endpoint, Moment> dismissed = new BoundedMap<>(MAX_DISMISSED);
-  private final Consumer<Command> sniffers;
+  private final Predicate<Command> sniffers;
 
-  Destinations(Consumer<Command> sniffers) {
+  Destinations(Predicate<Command> sniffers) {
     this.sniffers = sniffers;
   }
 
@@ -309,9 +313,18 @@ final class Destinations {
     OfCall own = ofCalls.remove(call);
     if (own != null) {
       withdrawing.remove(call);
+      if (own.uses.entrySet().stream().anyMatch(use -> isUnrequested(use.getKey(), use.getValue()))) {
+        call.note(UNREQUESTED);
+      }
       own.withdrawn.keySet().forEach(endpoint -> release(endpoint, call, now));
       own.uses.keySet().forEach(endpoint -> release(endpoint, call, now));
     }
+  }
+
+  /** Whether a direction without media has a destination that no sniffer was asked for. */
+  private boolean isUnrequested(Endpoint endpoint, Call.Use use) {
+    Entry entry = entries.get(endpoint);
+    return entry != null && entry.requested && !entry.accepted && !use.stream().exists();
   }
 
   /** Dismisses the destinations that the signalling no longer describes and whose media has stopped. */
@@ -357,7 +370,7 @@ final class Destinations {
     if (!entry.requested) {
       entry.requested = true;
       entry.asked = now;
-      sniffers.accept(Command.add(endpoint));
+      entry.accepted = sniffers.test(Command.add(endpoint));
     }
   }
 
@@ -399,7 +412,7 @@ final class Destinations {
 
   private void dismiss(Endpoint endpoint, Moment now) {
     dismissed.putLast(endpoint, now);
-    sniffers.accept(Command.remove(endpoint));
+    sniffers.test(Command.remove(endpoint));
   }
 
   /**
@@ -420,7 +433,7 @@ final class Destinations {
 
   private Call.Use find(Entry entry, FrameCursor frame, Moment now) {
     entry.heard = true;
-    Endpoint source = Endpoint.of(frame.source());
+    Endpoint source = frame.sourceEndpoint();
     ToIntFunction<Claim> fit = claim -> ofCalls.get(claim.call).fit(claim.use.direction(), source);
     Claim best = entry.only != null ? entry.only : entry.choose(fit, frame, now);
     int trust = ofCalls.get(best.call).trust(best.use.direction(), source);
@@ -453,10 +466,10 @@ final class Destinations {
   }
 
   /** Asks a sniffer with an empty list for all destinations. */
-  void resend(Consumer<Command> sniffer) {
+  void resend(Predicate<Command> sniffer) {
     entries.forEach((endpoint, entry) -> {
       if (entry.requested) {
-        sniffer.accept(Command.add(endpoint));
+        entry.accepted |= sniffer.test(Command.add(endpoint));
       }
     });
   }
@@ -471,7 +484,7 @@ final class Destinations {
           && now.since(entry.asked) >= REPEAT_MILLIS << entry.repeats) {
         entry.repeats++;
         entry.asked = now;
-        sniffers.accept(Command.add(endpoint));
+        entry.accepted |= sniffers.test(Command.add(endpoint));
       }
     });
   }

@@ -33,7 +33,8 @@ final class H323Calls {
     static ConnectionId of(String callReference, Frame frame) {
       Endpoint a = frame.source();
       Endpoint b = frame.destination();
-      boolean ordered = a.ip() < b.ip() || a.ip() == b.ip() && a.port() < b.port();
+      int order = a.address().compareTo(b.address());
+      boolean ordered = order < 0 || order == 0 && a.port() < b.port();
       return ordered ? new ConnectionId(callReference, a, b, "") : new ConnectionId(callReference, b, a, "");
     }
 
@@ -42,7 +43,8 @@ final class H323Calls {
     }
 
     boolean hasHostsOf(ConnectionId other) {
-      return callReference.equals(other.callReference) && low.ip() == other.low.ip() && high.ip() == other.high.ip();
+      return callReference.equals(other.callReference) && low.address().equals(other.low.address())
+          && high.address().equals(other.high.address());
     }
   }
 
@@ -116,7 +118,7 @@ final class H323Calls {
       Connection signalling = signallingOf(id);
       if (signalling != null) {
         call = signalling.call;
-        calling = frame.source().ip() == signalling.calling.ip() ? frame.source() : frame.destination();
+        calling = frame.source().address().equals(signalling.calling.address()) ? frame.source() : frame.destination();
       }
     }
     if (call == null) {
@@ -186,13 +188,13 @@ final class H323Calls {
     /** Makes a call. The name of a party without an alias is its address. */
     H323Call(H323Text text, Endpoint calling, Endpoint called, Moment now) {
       this(new Leg(text.callId().isEmpty() ? text.callReference() : text.callId(),
-          text.caller().isEmpty() ? calling.address() : text.caller(),
-          text.callee().isEmpty() ? called.address() : text.callee(), now), calling);
+          text.caller().isEmpty() ? calling.address().toString() : text.caller(),
+          text.callee().isEmpty() ? called.address().toString() : text.callee(), now), calling);
     }
 
     private H323Call(Leg leg, Endpoint calling) {
       super(follower.nextNumber(), "H.323", leg,
-          Text.fileNamePart(leg.caller()) + "-" + Text.fileNamePart(leg.callee()), calling.ip());
+          Text.fileNamePart(leg.caller()) + "-" + Text.fileNamePart(leg.callee()), calling.address());
       this.leg = leg;
     }
 

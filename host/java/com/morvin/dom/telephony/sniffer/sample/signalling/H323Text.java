@@ -1,5 +1,6 @@
 package com.morvin.dom.telephony.sniffer.sample.signalling;
 
+import com.morvin.dom.telephony.sniffer.sample.transport.Address;
 import com.morvin.dom.telephony.sniffer.sample.transport.Endpoint;
 import java.nio.charset.StandardCharsets;
 import java.util.ArrayList;
@@ -43,7 +44,7 @@ public record H323Text(int type, String callReference, String callId, String cal
   private static final int MAX_MEDIA = 16;
   private static final int MAX_NAME = 256;
   private static final String NO_CALL_ID = "00000000-0000-0000-0000-000000000000";
-  private static final Pattern ADDRESS = Pattern.compile("rtp:([0-9.]{7,15}) (\\d{1,5})");
+  private static final Pattern ADDRESS = Pattern.compile("rtp:(?:([0-9.]{7,15})|\\[(" + Address.COLONS + ")]) (\\d{1,5})");
   private static final Pattern CODEC = Pattern.compile("[fr]codec:(\\w{1,64}) \\d+,");
 
   /** Parses a description. Returns null when it has no type or no call reference. */
@@ -85,7 +86,8 @@ public record H323Text(int type, String callReference, String callId, String cal
   /** Reads a media line. Its forward and reverse parts have no separator, so they are found by their prefixes. */
   private static void describe(String channel, List<Endpoint> media, List<String> codecs) {
     for (Matcher address = ADDRESS.matcher(channel); media.size() < MAX_MEDIA && address.find();) {
-      Endpoint.ofMedia(address.group(1), Integer.parseInt(address.group(2))).ifPresent(media::add);
+      String host = address.group(1) != null ? address.group(1) : address.group(2);
+      Endpoint.ofMedia(host, Integer.parseInt(address.group(3))).ifPresent(media::add);
     }
     for (Matcher codec = CODEC.matcher(channel); codecs.size() < MAX_MEDIA && codec.find();) {
       if (!codec.group(1).startsWith("g711")) {

@@ -1,7 +1,5 @@
 package com.morvin.dom.telephony.sniffer.sample.signalling;
 
-import com.morvin.dom.telephony.sniffer.sample.transport.Endpoint;
-
 /** The media that was received for a call: the times and the source of each direction. */
 final class MediaFlow {
   /** One direction. Its values are numbers: a reference to a new object for each packet would cost more. */
@@ -15,7 +13,7 @@ final class MediaFlow {
     private boolean known;
     private long nextCheck;
 
-    /** Records a packet from a source; see {@link Endpoint#key}. */
+    /** Records a packet from a source; see {@link com.morvin.dom.telephony.sniffer.sample.transport.Endpoint#key}. */
     void count(long from, Moment now) {
       if (packets++ == 0) {
         first = now.steady();
@@ -59,10 +57,9 @@ final class MediaFlow {
       nextCheck = lastSteady + millis;
     }
 
-    /** Returns the source of the last packet, and marks it as known. */
-    Endpoint takeSource() {
+    /** Marks the source of the last packet as known. */
+    void knowSource() {
       known = true;
-      return Endpoint.of(source);
     }
 
     private void add(Stream other) {

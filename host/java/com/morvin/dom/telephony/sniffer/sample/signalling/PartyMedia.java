@@ -1,5 +1,6 @@
 package com.morvin.dom.telephony.sniffer.sample.signalling;
 
+import com.morvin.dom.telephony.sniffer.sample.transport.Address;
 import java.util.HashMap;
 import java.util.Map;
 import java.util.Optional;
@@ -11,7 +12,7 @@ final class PartyMedia {
    * One party on one hop: its tag and its address on that hop. A proxy may relay the media, so the same party can have
    * other media addresses on the next hop.
    */
-  record Id(String tag, int ip) {}
+  record Id(String tag, Address address) {}
 
   private static final int PARTY_BYTES = 600;
 

@@ -1,5 +1,6 @@
 package com.morvin.dom.telephony.sniffer.sample.signalling;
 
+import com.morvin.dom.telephony.sniffer.sample.transport.Address;
 import java.util.Collection;
 import java.util.Comparator;
 import java.util.HashMap;
@@ -17,8 +18,8 @@ final class Removable {
   private static final long STOPPED_MILLIS = 10_000;
   private static final int BATCHES = 16;
 
-  private final Map<Integer, Set<Call>> brief = new HashMap<>();
-  private final Map<Integer, Set<Call>> stopped = new HashMap<>();
+  private final Map<Address, Set<Call>> brief = new HashMap<>();
+  private final Map<Address, Set<Call>> stopped = new HashMap<>();
   /** The next calls that give way, until the next update of all calls. */
   private final Set<Call> chosen = new LinkedHashSet<>();
 
@@ -43,7 +44,7 @@ final class Removable {
     set(stopped, call, false);
   }
 
-  private static void set(Map<Integer, Set<Call>> calls, Call call, boolean contained) {
+  private static void set(Map<Address, Set<Call>> calls, Call call, boolean contained) {
     Set<Call> ofOrigin = calls.get(call.origin());
     if (contained && ofOrigin == null) {
       ofOrigin = new LinkedHashSet<>();
@@ -68,7 +69,7 @@ final class Removable {
   }
 
   /** Chooses many calls at a time, because comparing all of them takes long and a flood needs one for each message. */
-  private void choose(Map<Integer, Set<Call>> calls, Moment now) {
+  private void choose(Map<Address, Set<Call>> calls, Moment now) {
     int most = 1 + calls.values().stream().mapToInt(Set::size).sum() / BATCHES;
     calls.values().stream().sorted(Comparator.<Set<Call>>comparingInt(Set::size).reversed())
         .flatMap(ofOrigin -> ofOrigin.stream().sorted(Comparator.comparingInt(call -> call.priority(now))))

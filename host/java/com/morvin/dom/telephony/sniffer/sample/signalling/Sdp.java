@@ -14,10 +14,12 @@ import java.util.Optional;
  */
 public record Sdp(List<Media> media) {
   private static final int MAX_MEDIA = 8;
+  private static final int MAX_ALTERNATIVES = 16;
   private static final int MAX_CODECS = 32;
   private static final int MAX_CODEC_NAME = 32;
   private static final int MEDIA_BYTES = 600;
   private static final int CODEC_BYTES = 150;
+  private static final int ALTERNATIVE_BYTES = 100;
 
   /** The kind of media that is sent to the address. */
   public enum Kind {
@@ -34,14 +36,20 @@ public record Sdp(List<Media> media) {
    *
    * @param rtp where RTP or T.38 is received
    * @param rtcp where RTCP is received; empty without it
+   * @param alternatives where RTP or RTCP may be received instead: the candidates of ICE (RFC 8839), and addresses of
+   *     the other family (RFC 6947)
    * @param codecs the rtpmap attributes, such as "PCMA/8000", by payload type
    * @param line the number of the m= line; an answer has the lines of its offer
    */
-  public record Media(Optional<Endpoint> rtp, Optional<Endpoint> rtcp, Map<Integer, String> codecs, Kind kind,
-      int line) {
+  public record Media(Optional<Endpoint> rtp, Optional<Endpoint> rtcp, List<Endpoint> alternatives,
+      Map<Integer, String> codecs, Kind kind, int line) {
+    private int size() {
+      return MEDIA_BYTES + CODEC_BYTES * codecs.size() + ALTERNATIVE_BYTES * alternatives.size();
+    }
+
     /** Returns media with known addresses and unknown codecs. */
     static Media at(Endpoint rtp) {
-      return new Media(Optional.of(rtp), Optional.of(rtp.next()), Map.of(), Kind.RTP, 0);
+      return new Media(Optional.of(rtp), Optional.of(rtp.next()), List.of(), Map.of(), Kind.RTP, 0);
     }
   }
 
@@ -53,13 +61,14 @@ public record Sdp(List<Media> media) {
     return new Sdp(media.stream().map(offered -> answer.media.stream()
         .filter(other -> other.line == offered.line && other.rtp.isPresent() && other.kind != Kind.FAX
             && offered.kind != Kind.FAX)
-        .map(other -> new Media(offered.rtp, offered.rtcp, offered.codecs, other.kind, offered.line))
+        .map(other -> new Media(offered.rtp, offered.rtcp, offered.alternatives, offered.codecs, other.kind,
+            offered.line))
         .findFirst().orElse(offered)).toList());
   }
 
   /** Returns the approximate memory of the description in bytes. */
   int size() {
-    return media.stream().mapToInt(one -> MEDIA_BYTES + CODEC_BYTES * one.codecs.size()).sum();
+    return media.stream().mapToInt(Media::size).sum();
   }
 
   /** Parses a description. Skips all lines and media that it does not know. */
@@ -94,10 +103,10 @@ public record Sdp(List<Media> media) {
         .filter(media -> media.rtp.isPresent()).toList());
   }
 
-  /** Returns the address of "IN IP4 10.0.0.1" or "IN IP4 10.0.0.1/127"; of any other text an empty one. */
+  /** Returns the address of "IN IP4 10.0.0.1/127" or "IN IP6 2001:db8::1"; of any other text an empty one. */
   private static String connectionAddress(String value) {
     String[] words = value.trim().split("\\s+");
-    return words.length >= 3 && words[0].equals("IN") && words[1].equals("IP4") ? words[2].split("/", 2)[0] : "";
+    return words.length >= 3 && words[0].equals("IN") && words[1].matches("IP[46]") ? words[2].split("[/%]", 2)[0] : "";
   }
 
   /** Whether an attribute offers a key for SRTP (RFC 4568) or DTLS-SRTP (RFC 5763). */
@@ -114,6 +123,7 @@ public record Sdp(List<Media> media) {
     private final String[] words;
     private final int line;
     private final Map<Integer, String> codecs = new HashMap<>();
+    private final List<Endpoint> alternatives = new ArrayList<>();
     private String address;
     private String rtcpAddress = "";
     private int rtcpPort;
@@ -139,6 +149,17 @@ public record Sdp(List<Media> media) {
         String[] rtcp = attribute.substring(5).trim().split("\\s+", 2);
         rtcpPort = number(rtcp[0]);
         rtcpAddress = rtcp.length == 2 ? connectionAddress(rtcp[1]) : "";
+      } else if (alternatives.size() < MAX_ALTERNATIVES) {
+        alternative(attribute.split("\\s+"));
+      }
+    }
+
+    /** Reads "candidate:1 1 UDP 2130706431 10.0.0.1 49170 typ host" or "altc:1 IP6 2001:db8::1 49170". */
+    private void alternative(String... words) {
+      if (words.length >= 6 && words[0].startsWith("candidate:") && words[2].equalsIgnoreCase("UDP")) {
+        Endpoint.ofMedia(words[4], number(words[5])).ifPresent(alternatives::add);
+      } else if (words.length >= 4 && words[0].startsWith("altc:")) {
+        Endpoint.ofMedia(words[2], number(words[3])).ifPresent(alternatives::add);
       }
     }
 
@@ -160,7 +181,8 @@ public record Sdp(List<Media> media) {
       Optional<Endpoint> rtcp = kind() == Kind.FAX ? Optional.empty() : rtcpPort == 0
           ? rtp.map(Endpoint::next)
           : Endpoint.ofMedia(rtcpAddress.isEmpty() ? address : rtcpAddress, rtcpPort);
-      return new Media(rtp, rtp.isPresent() ? rtcp : Optional.empty(), Map.copyOf(codecs), kind(), line);
+      return new Media(rtp, rtp.isPresent() ? rtcp : Optional.empty(), List.copyOf(alternatives), Map.copyOf(codecs),
+          kind(), line);
     }
   }
 }

@@ -1,6 +1,7 @@
 package com.morvin.dom.telephony.sniffer.sample.signalling;
 
 import com.morvin.dom.telephony.sniffer.sample.console.Text;
+import com.morvin.dom.telephony.sniffer.sample.transport.Address;
 import com.morvin.dom.telephony.sniffer.sample.transport.Endpoint;
 import java.util.LinkedHashMap;
 import java.util.List;
@@ -25,9 +26,9 @@ final class SipCall extends Call {
   }
 
   /** Whether a host takes part in the signalling or receives media. */
-  boolean hasHost(int host) {
+  boolean hasHost(Address host) {
     return sipLegs().stream().anyMatch(leg -> leg.hasHost(host))
-        || destinations().keySet().stream().anyMatch(destination -> destination.ip() == host);
+        || destinations().keySet().stream().anyMatch(destination -> destination.address().equals(host));
   }
 
   /** Whether the call can have this number of further legs. */

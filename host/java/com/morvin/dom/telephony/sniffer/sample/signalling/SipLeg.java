@@ -1,5 +1,6 @@
 package com.morvin.dom.telephony.sniffer.sample.signalling;
 
+import com.morvin.dom.telephony.sniffer.sample.transport.Address;
 import com.morvin.dom.telephony.sniffer.sample.transport.Endpoint;
 import com.morvin.dom.telephony.sniffer.sample.transport.Frame;
 import java.util.HashSet;
@@ -33,7 +34,7 @@ final class SipLeg extends Leg {
   static final long BYE_TIMEOUT_MILLIS = 32_000;
 
   /** A host has described a destination as its own. */
-  private record Described(int host, Endpoint destination) {}
+  private record Described(Address host, Endpoint destination) {}
 
   private final Set<Described> described = new HashSet<>();
   private final SipParticipants participants = new SipParticipants();
@@ -50,8 +51,8 @@ final class SipLeg extends Leg {
   private final BoundedMap<String, Long> lastKeys = new BoundedMap<>(MAX_TAGS);
   private final String sessionId;
   /** The hosts that have sent and received the INVITE, on the first hop and on all hops. */
-  private final int calling;
-  private final Set<Integer> called = new HashSet<>();
+  private final Address calling;
+  private final Set<Address> called = new HashSet<>();
   /** The destinations by the last {@link #follow}; null when they have to be found again. */
   private Map<Endpoint, Call.Use> destinations;
   private SipCall call;
@@ -64,7 +65,7 @@ final class SipLeg extends Leg {
   SipLeg(SipMessage first, Frame frame, Moment now) {
     super(first.callId(), first.caller().uri(), first.to().uri(), now);
     sessionId = first.sessionId();
-    calling = (first.isRequest() ? frame.source() : frame.destination()).ip();
+    calling = (first.isRequest() ? frame.source() : frame.destination()).address();
     lastMessage = now;
     participants.addCaller(first.from().tag());
     participants.addCallee(first.to().tag());
@@ -76,7 +77,7 @@ final class SipLeg extends Leg {
   /** Assumes the INVITE that was not seen. */
   private void beginLate(SipMessage answer, Frame frame) {
     participants.addHosts(answer, frame);
-    called.add((answer.isRequest() ? frame.destination() : frame.source()).ip());
+    called.add((answer.isRequest() ? frame.destination() : frame.source()).address());
     lastInvite = answer.cseq();
     branches.add(answer.branch());
     if (answer.isRequest()) {
@@ -117,28 +118,28 @@ final class SipLeg extends Leg {
   }
 
   /** Returns the host that has sent the first INVITE. */
-  int calling() {
+  Address calling() {
     return calling;
   }
 
   /** Whether the INVITE was sent to a host. */
-  boolean hasCalled(int host) {
+  boolean hasCalled(Address host) {
     return called.contains(host);
   }
 
   /** Whether a host takes part in the signalling. */
-  boolean hasHost(int host) {
+  boolean hasHost(Address host) {
     return participants.hasHost(host);
   }
 
   /** Whether both legs are between the same hosts. */
   boolean isParallelTo(SipLeg other) {
-    return calling == other.calling && called.stream().anyMatch(other.called::contains)
+    return calling.equals(other.calling) && called.stream().anyMatch(other.called::contains)
         || called.contains(other.calling) && other.called.contains(calling);
   }
 
   /** Whether a host has described a destination as its own. */
-  boolean isDescribedBy(int host, Endpoint destination) {
+  boolean isDescribedBy(Address host, Endpoint destination) {
     destinations();
     return described.contains(new Described(host, destination));
   }
@@ -199,12 +200,12 @@ final class SipLeg extends Leg {
   private boolean fitsAttempt(SipMessage invite, Frame frame) {
     String tag = invite.from().tag();
     boolean fits = branches.isEmpty() || invite.to().tag().isEmpty()
-        && (participants.isCaller(tag) || participants.hasHost(frame.source().ip()));
+        && (participants.isCaller(tag) || participants.hasHost(frame.source().address()));
     if (fits) {
       participants.addCaller(tag);
       participants.addHosts(invite, frame);
       if (called.size() < MAX_BRANCHES) {
-        called.add(frame.destination().ip());
+        called.add(frame.destination().address());
       }
     }
     return fits;
@@ -212,7 +213,7 @@ final class SipLeg extends Leg {
 
   /** Whether the message is an INVITE within a dialog, which may take another path than the first one. */
   private boolean fitsRenewal(SipMessage invite, Frame frame) {
-    boolean fits = participants.include(invite) && participants.hasHost(frame.source().ip());
+    boolean fits = participants.include(invite) && participants.hasHost(frame.source().address());
     if (fits) {
       participants.addHosts(invite, frame);
     }
@@ -394,7 +395,7 @@ final class SipLeg extends Leg {
    * @param matters whether the party is kept
    */
   private PartyMedia party(SipMessage.Party party, Endpoint address, boolean matters) {
-    PartyMedia.Id id = new PartyMedia.Id(party.tag(), address.ip());
+    PartyMedia.Id id = new PartyMedia.Id(party.tag(), address.address());
     PartyMedia media = parties.get(id);
     if (media != null) {
       return media;
@@ -447,9 +448,10 @@ final class SipLeg extends Leg {
           Call.Use use = new Call.Use(call, this, direction, media);
           media.rtp().ifPresent(endpoint -> {
             destinations.put(endpoint, use);
-            described.add(new Described(id.ip(), endpoint));
+            described.add(new Described(id.address(), endpoint));
           });
           media.rtcp().ifPresent(endpoint -> destinations.putIfAbsent(endpoint, use));
+          media.alternatives().forEach(endpoint -> destinations.putIfAbsent(endpoint, use));
         });
   }
 

@@ -1,5 +1,6 @@
 package com.morvin.dom.telephony.sniffer.sample.signalling;
 
+import com.morvin.dom.telephony.sniffer.sample.transport.Address;
 import com.morvin.dom.telephony.sniffer.sample.transport.Endpoint;
 import com.morvin.dom.telephony.sniffer.sample.transport.Frame;
 import java.util.ArrayDeque;
@@ -42,7 +43,7 @@ final class SipLinks {
   private static final class Referral {
     private final SipLeg leg;
     private final SipMessage refer;
-    private final Set<Integer> askedHosts = new HashSet<>();
+    private final Set<Address> askedHosts = new HashSet<>();
     private final Moment time;
 
     Referral(SipLeg leg, SipMessage refer, Moment time) {
@@ -56,7 +57,7 @@ final class SipLinks {
     }
 
     boolean isFollowedBy(SipMessage invite, Frame frame) {
-      return askedHosts.contains(frame.source().ip()) && refer.referTo().name().equals(invite.to().name());
+      return askedHosts.contains(frame.source().address()) && refer.referTo().name().equals(invite.to().name());
     }
   }
 
@@ -129,7 +130,7 @@ final class SipLinks {
 
   private Optional<Link> named(SipMessage invite, Frame frame) {
     return callIds(invite).map(byCallId)
-        .filter(leg -> leg != null && leg.call().hasHost(frame.source().ip())).findFirst()
+        .filter(leg -> leg != null && leg.call().hasHost(frame.source().address())).findFirst()
         .map(leg -> connected(leg, frame));
   }
 
@@ -140,26 +141,26 @@ final class SipLinks {
 
   /** The host that the INVITE calls has begun another leg because of it, and that leg was received first. */
   private static Optional<Link> earlier(SipLeg leg, Frame frame, Moment now) {
-    return leg == null || now.since(leg.start()) > DISORDER_MILLIS || leg.calling() != frame.destination().ip()
+    return leg == null || now.since(leg.start()) > DISORDER_MILLIS || !leg.calling().equals(frame.destination().address())
         ? Optional.empty() : Optional.of(new Link(leg.call(), leg.isTurned()));
   }
 
   private Optional<Link> sameSession(SipMessage invite, Frame frame) {
     SipLeg leg = bySession.get(invite.sessionId());
-    int host = frame.source().ip();
-    return leg == null || leg.calling() == host || !leg.call().hasHost(host) ? Optional.empty()
+    Address host = frame.source().address();
+    return leg == null || leg.calling().equals(host) || !leg.call().hasHost(host) ? Optional.empty()
         : Optional.of(connected(leg, frame));
   }
 
   /** The host that was called on another leg forwards that call as this one, or calls both parties (RFC 3725). */
   private static Link connected(SipLeg leg, Frame frame) {
-    int host = frame.source().ip();
+    Address host = frame.source().address();
     List<SipLeg> legs = leg.call().sipLegs();
     SipLeg incoming = legs.stream().filter(other -> other.hasCalled(host)).findFirst().orElse(null);
     if (incoming != null) {
       return new Link(leg.call(), incoming.isTurned());
     }
-    return new Link(leg.call(), leg.calling() == host ? !leg.isTurned() : leg.isTurned());
+    return new Link(leg.call(), leg.calling().equals(host) ? !leg.isTurned() : leg.isTurned());
   }
 
   /**
@@ -167,14 +168,14 @@ final class SipLinks {
    * address for another call.
    */
   private Optional<Link> sameMedia(SipMessage invite, Frame frame) {
-    int host = frame.source().ip();
+    Address host = frame.source().address();
     return invite.sdp().stream().flatMap(sdp -> sdp.media().stream()).flatMap(media -> media.rtp().stream())
         .flatMap(address -> uses.apply(address).stream().filter(use -> isManagedBy(use, host, address)))
         .max(Comparator.comparingInt(use -> use.call().number()))
         .map(use -> new Link((SipCall) use.call(), use.direction() == Direction.FROM_CALLER));
   }
 
-  private static boolean isManagedBy(Call.Use use, int host, Endpoint address) {
+  private static boolean isManagedBy(Call.Use use, Address host, Endpoint address) {
     return use.call() instanceof SipCall call && call.hasHost(host)
         && call.sipLegs().stream().noneMatch(leg -> leg.isDescribedBy(host, address));
   }
@@ -226,7 +227,7 @@ final class SipLinks {
         referrals.removeFirst().leg.setReferred(false);
       }
     }
-    referral.askedHosts.add(frame.destination().ip());
+    referral.askedHosts.add(frame.destination().address());
   }
 
   /**

@@ -1,6 +1,6 @@
 package com.morvin.dom.telephony.sniffer.sample.signalling;
 
-import com.morvin.dom.telephony.sniffer.sample.transport.Endpoint;
+import com.morvin.dom.telephony.sniffer.sample.transport.Address;
 import java.net.URLDecoder;
 import java.nio.charset.StandardCharsets;
 import java.util.HashSet;
@@ -74,6 +74,9 @@ record SipMessage(int status, String reason, String method, long cseq, String ca
   private static final int MAX_HEADER_LINES = 256;
   private static final int MAX_TEXT = 512;
   private static final int MAX_HOSTS = 8;
+  /** An address: dotted, in brackets, or in a received parameter, where IPv6 needs no brackets (RFC 5118, 4.5). */
+  private static final Pattern HOST =
+      Pattern.compile("(?i)(?:\\[|received\\s*=\\s*\\[?)(" + Address.COLONS + ")|" + Address.DOTTED);
   private static final List<String> ROUTE = List.of("via", "route", "record-route", "contact");
   private static final Pattern SIGNAL = Pattern.compile("(?im)^Signal\\s*=\\s*(1[0-5]|[0-9A-D*#])\\s*$");
   private static final Pattern KEY = Pattern.compile("(?i)^\\s*(1[0-5]|[0-9A-D*#])\\s*$");
@@ -154,13 +157,14 @@ record SipMessage(int status, String reason, String method, long cseq, String ca
     return headers.extensions();
   }
 
-  /** Returns the IPv4 addresses that messages of the dialog take: those of the hops so far and of the sender. */
-  Set<Integer> route() {
-    Set<Integer> hosts = new HashSet<>();
+  /** Returns the addresses that messages of the dialog take: those of the hops so far and of the sender. */
+  Set<Address> route() {
+    Set<Address> hosts = new HashSet<>();
     for (String name : ROUTE) {
       for (String value : headers.all(name)) {
-        Endpoint.DOTTED.matcher(value).results().limit(MAX_HOSTS)
-            .forEach(address -> Endpoint.ofMedia(address.group(), 1).ifPresent(host -> hosts.add(host.ip())));
+        HOST.matcher(value).results().limit(MAX_HOSTS)
+            .map(host -> host.group(1) == null ? host.group() : host.group(1))
+            .forEach(host -> Address.parse(host).filter(Address::isUnicast).ifPresent(hosts::add));
       }
     }
     return hosts;

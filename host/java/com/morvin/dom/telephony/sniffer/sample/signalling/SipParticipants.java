@@ -1,5 +1,6 @@
 package com.morvin.dom.telephony.sniffer.sample.signalling;
 
+import com.morvin.dom.telephony.sniffer.sample.transport.Address;
 import com.morvin.dom.telephony.sniffer.sample.transport.Frame;
 import java.util.HashSet;
 import java.util.Set;
@@ -13,7 +14,7 @@ final class SipParticipants {
   /** The tags of the caller: several when an INVITE is sent again with credentials or forwarded with another tag. */
   private final Set<String> callers = new HashSet<>();
   private final BoundedMap<String, Boolean> callees = new BoundedMap<>(MAX_TAGS);
-  private final Set<Integer> hosts = new HashSet<>();
+  private final Set<Address> hosts = new HashSet<>();
 
   /** Adds a tag of the caller. */
   void addCaller(String tag) {
@@ -32,14 +33,14 @@ final class SipParticipants {
   /** Adds the hosts of a message, between which the requests of its dialog may pass. */
   void addHosts(SipMessage message, Frame frame) {
     if (hosts.size() < MAX_HOSTS) {
-      hosts.add(frame.source().ip());
-      hosts.add(frame.destination().ip());
+      hosts.add(frame.source().address());
+      hosts.add(frame.destination().address());
       hosts.addAll(message.route());
     }
   }
 
   /** Whether a host takes part. */
-  boolean hasHost(int host) {
+  boolean hasHost(Address host) {
     return hosts.contains(host);
   }
 
@@ -55,7 +56,7 @@ final class SipParticipants {
 
   /** Whether a frame passes between hosts that take part. */
   boolean include(Frame frame) {
-    return hosts.contains(frame.source().ip()) && hosts.contains(frame.destination().ip());
+    return hosts.contains(frame.source().address()) && hosts.contains(frame.destination().address());
   }
 
   /** Whether the tags of a message are those of the caller and a callee. */

@@ -29,7 +29,7 @@ final class BlockBuffer {
     int end = 0;
     int complete = 0;
     for (int next = Frame.end(bytes, end); next > 0; next = Frame.end(bytes, end)) {
-      complete = bytes.get(end + Wire.PROTOCOL) == Frame.CAPTURE_TIME ? complete : next;
+      complete = (bytes.get(end + Wire.PROTOCOL) & ~Frame.IPV6) == Frame.CAPTURE_TIME ? complete : next;
       end = next;
     }
     // Capture times without frames must not fill the buffer.

@@ -7,7 +7,7 @@ import java.util.Arrays;
 /**
  * One frame of the sniffer: a captured payload and the addresses that it was sent between.
  *
- * @param protocol one of {@link #SIP} to {@link #CAPTURE_TIME}
+ * @param protocol one of {@link #SIP} to {@link #CAPTURE_TIME}, without the bit of IPv6
  * @param payload not copied: nobody changes it
  */
 public record Frame(int protocol, Endpoint destination, Endpoint source, byte[] payload) {
@@ -22,8 +22,13 @@ public record Frame(int protocol, Endpoint destination, Endpoint source, byte[] 
   /** The capture time of the next frame: microseconds since 1970, 8 bytes. */
   public static final int CAPTURE_TIME = 5;
 
+  /** The bit of the protocol in a frame with IPv6 addresses. A heartbeat reply never has it. */
+  public static final int IPV6 = 0x40;
+
   /** The length of the header in bytes. */
   public static final int HEADER = 15;
+  /** The length of the header with IPv6 addresses in bytes. */
+  public static final int IPV6_HEADER = 39;
   /** The length of the longest frame in bytes, with its header. */
   public static final int MAX_LENGTH = 65535;
 
@@ -39,13 +44,9 @@ public record Frame(int protocol, Endpoint destination, Endpoint source, byte[] 
     if (length == 0) {
       return null;
     }
-    int protocol = bytes.get(start + Wire.PROTOCOL);
-    bytes.position(start + Wire.PROTOCOL + 1);
-    Endpoint destination = endpoint(bytes);
-    Endpoint source = endpoint(bytes);
-    byte[] payload = new byte[length - HEADER];
-    bytes.get(payload);
-    return new Frame(protocol, destination, source, payload);
+    byte[] frame = new byte[length];
+    bytes.get(frame);
+    return copy(frame, 0, length);
   }
 
   /**
@@ -65,8 +66,11 @@ public record Frame(int protocol, Endpoint destination, Endpoint source, byte[] 
     }
     int length = bytes.getShort(start) & 0xffff;
     int protocol = bytes.get(start + Wire.PROTOCOL);
-    if (length < HEADER || protocol < SIP || protocol > CAPTURE_TIME || protocol == HEARTBEAT && length != HEADER
-        || protocol == CAPTURE_TIME && length != HEADER + Long.BYTES) {
+    boolean ipv6 = (protocol & IPV6) != 0;
+    int kind = protocol & ~IPV6;
+    int header = ipv6 ? IPV6_HEADER : HEADER;
+    if (length < header || kind < SIP || kind > CAPTURE_TIME || kind == HEARTBEAT && (ipv6 || length != header)
+        || kind == CAPTURE_TIME && length != header + Long.BYTES) {
       throw new ProtocolException("no frame has length " + length + " and protocol " + protocol);
     }
     return length <= available ? length : 0;
@@ -74,8 +78,8 @@ public record Frame(int protocol, Endpoint destination, Endpoint source, byte[] 
 
   /** Returns a copy of the frame in a part of an array. */
   static Frame copy(byte[] bytes, int start, int end) {
-    return new Frame(bytes[start + Wire.PROTOCOL], Endpoint.of(Wire.destination(bytes, start)),
-        Endpoint.of(Wire.source(bytes, start)), Arrays.copyOfRange(bytes, start + HEADER, end));
+    return new Frame(Wire.protocol(bytes, start), Wire.destinationOf(bytes, start), Wire.sourceOf(bytes, start),
+        Arrays.copyOfRange(bytes, Wire.payload(bytes, start), end));
   }
 
   /**
@@ -93,12 +97,12 @@ public record Frame(int protocol, Endpoint destination, Endpoint source, byte[] 
 
   /** Returns the wire form, in network byte order. */
   public byte[] bytes() {
-    return ByteBuffer.allocate(HEADER + payload.length).putShort((short) (HEADER + payload.length))
-        .put((byte) protocol).putInt(destination.ip()).putShort((short) destination.port()).putInt(source.ip())
-        .putShort((short) source.port()).put(payload).array();
-  }
-
-  private static Endpoint endpoint(ByteBuffer bytes) {
-    return new Endpoint(bytes.getInt(), bytes.getShort() & 0xffff);
+    boolean ipv6 = destination.isIpv6() || source.isIpv6();
+    int length = (ipv6 ? IPV6_HEADER : HEADER) + payload.length;
+    ByteBuffer bytes = ByteBuffer.allocate(length).putShort((short) length)
+        .put((byte) (ipv6 ? protocol | IPV6 : protocol));
+    Wire.put(bytes, destination, ipv6);
+    Wire.put(bytes, source, ipv6);
+    return bytes.put(payload).array();
   }
 }

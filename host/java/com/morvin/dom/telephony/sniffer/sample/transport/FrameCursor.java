@@ -11,6 +11,7 @@ public final class FrameCursor {
   private FrameBlock block;
   private byte[] bytes;
   private int start;
+  private int payload;
   private int end;
   private long captured;
   private long number;
@@ -34,6 +35,7 @@ public final class FrameCursor {
     block = other.block;
     bytes = other.bytes;
     start = other.start;
+    payload = other.payload;
     end = other.end;
     captured = other.captured;
     number = other.number;
@@ -45,7 +47,8 @@ public final class FrameCursor {
     while (end < block.to()) {
       start = end;
       end = start + Wire.u16(bytes, start);
-      if (bytes[start + Wire.PROTOCOL] != Frame.CAPTURE_TIME) {
+      if (Wire.protocol(bytes, start) != Frame.CAPTURE_TIME) {
+        payload = Wire.payload(bytes, start);
         captured = time < 0 ? 0 : captured(time);
         number++;
         return true;
@@ -58,7 +61,7 @@ public final class FrameCursor {
   /** Returns the time in a capture time frame. Over UDP the frame that it belongs to can be lost. */
   private long captured(int time) {
     boolean belongs = Wire.destination(bytes, time) == destination() && Wire.source(bytes, time) == source();
-    return belongs ? Math.max(0, Wire.i64(bytes, time + Frame.HEADER) / 1000) : 0;
+    return belongs ? Math.max(0, Wire.i64(bytes, Wire.payload(bytes, time)) / 1000) : 0;
   }
 
   /** Returns the array that holds the frame. */
@@ -71,6 +74,11 @@ public final class FrameCursor {
     return start;
   }
 
+  /** Returns the index of the payload. */
+  public int payload() {
+    return payload;
+  }
+
   /** Returns the index after the frame. */
   public int end() {
     return end;
@@ -78,7 +86,12 @@ public final class FrameCursor {
 
   /** Returns the protocol, one of the constants of {@link Frame}. */
   public int protocol() {
-    return bytes[start + Wire.PROTOCOL];
+    return Wire.protocol(bytes, start);
+  }
+
+  /** Whether the addresses are those of IPv6. */
+  public boolean isIpv6() {
+    return Wire.isIpv6(bytes, start);
   }
 
   /** Returns the destination; see {@link Endpoint#key}. */
@@ -89,6 +102,16 @@ public final class FrameCursor {
   /** Returns the source; see {@link Endpoint#key}. */
   public long source() {
     return Wire.source(bytes, start);
+  }
+
+  /** Returns the destination as an object. */
+  public Endpoint destinationEndpoint() {
+    return Wire.destinationOf(bytes, start);
+  }
+
+  /** Returns the source as an object. */
+  public Endpoint sourceEndpoint() {
+    return Wire.sourceOf(bytes, start);
   }
 
   /** Returns the number of the frame; see {@link Transport#acknowledge}. */

@@ -1,7 +1,6 @@
 package com.morvin.dom.telephony.sniffer.sample.transport;
 
 import com.morvin.dom.telephony.sniffer.sample.console.Console;
-import com.morvin.dom.telephony.sniffer.sample.console.Text;
 import java.io.IOException;
 import java.net.InetSocketAddress;
 import java.net.ProtocolException;
@@ -43,7 +42,7 @@ public final class TcpTransport implements Transport {
     listener.bind(address);
     listener.configureBlocking(false);
     listener.register(selector, SelectionKey.OP_ACCEPT);
-    console.line("waiting for the sniffer on TCP " + Text.of((InetSocketAddress) listener.getLocalAddress()));
+    console.line("waiting for the sniffer on TCP " + Endpoint.of((InetSocketAddress) listener.getLocalAddress()));
   }
 
   /**
@@ -93,7 +92,7 @@ public final class TcpTransport implements Transport {
       if (channel == null) {
         return;
       }
-      String peer = Text.of((InetSocketAddress) channel.getRemoteAddress());
+      String peer = Endpoint.of((InetSocketAddress) channel.getRemoteAddress()).toString();
       if (connections.size() == MAX_CONNECTIONS) {
         console.line("refused a connection from " + peer + ": " + MAX_CONNECTIONS + " are open");
         channel.close();
@@ -191,10 +190,11 @@ public final class TcpTransport implements Transport {
     }
 
     synchronized void add(Command command) {
-      if (!commands.hasRemaining()) {
+      byte[] bytes = command.bytes();
+      if (commands.remaining() < bytes.length) {
         flush();
       }
-      commands.put(command.bytes());
+      commands.put(bytes);
     }
 
     /** Closes the connection when a command does not fit, because the rest of it would be read as another command. */

@@ -1,7 +1,6 @@
 package com.morvin.dom.telephony.sniffer.sample.transport;
 
 import com.morvin.dom.telephony.sniffer.sample.console.Console;
-import com.morvin.dom.telephony.sniffer.sample.console.Text;
 import java.io.IOException;
 import java.net.InetSocketAddress;
 import java.net.ProtocolException;
@@ -70,7 +69,7 @@ public final class UdpTransport implements Transport {
     channel.configureBlocking(false);
     channel.register(selector, SelectionKey.OP_READ);
     newSince = System.nanoTime();
-    console.line("waiting for the sniffer on UDP " + Text.of((InetSocketAddress) channel.getLocalAddress()));
+    console.line("waiting for the sniffer on UDP " + Endpoint.of((InetSocketAddress) channel.getLocalAddress()));
   }
 
   /** Returns the port that it receives on. */
@@ -144,7 +143,7 @@ public final class UdpTransport implements Transport {
     }
     if (newCount == MAX_NEW || byAddress.size() == MAX_SNIFFERS) {
       if (!refused) {
-        console.line("many senders of datagrams: " + Text.of(address) + " and others get no commands for now");
+        console.line("many senders of datagrams: " + Endpoint.of(address) + " and others get no commands for now");
         refused = true;
       }
       return strangers;
@@ -154,7 +153,7 @@ public final class UdpTransport implements Transport {
     byAddress.put(address, sniffer);
     byNumber.put(sniffer.number, sniffer);
     sessions++;
-    console.line("sniffer sends from " + Text.of(address));
+    console.line("sniffer sends from " + Endpoint.of(address));
     return sniffer;
   }
 
@@ -167,7 +166,7 @@ public final class UdpTransport implements Transport {
     try {
       channel.send(ByteBuffer.wrap(command.bytes()), sniffer.address);
     } catch (IOException e) {
-      console.line("a command to " + Text.of(sniffer.address) + " was not sent: " + e.getMessage());
+      console.line("a command to " + Endpoint.of(sniffer.address) + " was not sent: " + e.getMessage());
     }
   }
 
@@ -184,7 +183,7 @@ public final class UdpTransport implements Transport {
   @Override
   public String nameOf(int number) {
     Sniffer sniffer = byNumber.get(number);
-    return "the sniffer" + (sniffer == null ? "" : " at " + Text.of(sniffer.address));
+    return "the sniffer" + (sniffer == null ? "" : " at " + Endpoint.of(sniffer.address));
   }
 
   /** Removes a sniffer that was stopped, or was restarted and sends from another port. */

@@ -85,6 +85,7 @@ final class FakeSniffer implements Transport {
   private long number;
   private SteadyClock clock;
   private long keepMillis;
+  private boolean assumesIpv6;
   private Track.Options options = new Track.Options(true, false, true);
   /** By how much the time of day was set forward. */
   long setForward;
@@ -92,6 +93,8 @@ final class FakeSniffer implements Transport {
   boolean losesCommands;
   boolean refusesCommand;
   boolean redelivers;
+  /** Whether the sniffer has the setting IPv6=yes. */
+  boolean ipv6 = true;
 
   /** Runs the body with a new recorder in a new directory. */
   static void with(Testing.Body<FakeSniffer> body) throws Exception {
@@ -165,6 +168,7 @@ final class FakeSniffer implements Transport {
         retention.tick();
       }
     });
+    recorder.assumeIpv6(assumesIpv6);
     recorder.attach(this);
   }
 
@@ -270,6 +274,13 @@ final class FakeSniffer implements Transport {
     }
   }
 
+  /** Starts the recorder's option --ipv6. */
+  void assumeIpv6() throws IOException {
+    assumesIpv6 = true;
+    recorder.assumeIpv6(true);
+    recorder.attach(this);
+  }
+
   void redeliver() throws IOException {
     redelivers = true;
     restart("kill");
@@ -329,7 +340,7 @@ final class FakeSniffer implements Transport {
   boolean udp(Endpoint source, Endpoint destination, byte[] payload) {
     shares.forEach(other -> other.udp(source, destination, payload));
     passed.add(new Frame(Frame.RTP, destination, source, payload));
-    boolean listed = list.contains(destination);
+    boolean listed = list.contains(destination) && (ipv6 || !destination.isIpv6());
     if (listed) {
       forward(Frame.RTP, source, destination, payload);
     }
@@ -437,9 +448,11 @@ final class FakeSniffer implements Transport {
     });
   }
 
+  /** Returns the endpoint of "10.0.0.1:4000" or "[2001:db8::1]:4000". */
   static Endpoint at(String text) {
-    String[] parts = text.split(":");
-    return Endpoint.ofMedia(parts[0], Integer.parseInt(parts[1])).orElseThrow();
+    int colon = text.lastIndexOf(':');
+    String address = text.substring(0, colon).replaceAll("[\\[\\]]", "");
+    return Endpoint.ofMedia(address, Integer.parseInt(text.substring(colon + 1))).orElseThrow();
   }
 
   // The methods below return the results of the recorder.
@@ -523,6 +536,7 @@ final class FakeSniffer implements Transport {
     if (sniffer < sessions && command.code() != Command.HEARTBEAT) {
       return; // all sniffers share one list
     }
+    Testing.that(ipv6 || !command.isIpv6(), "the sniffer reads " + command + " as several commands");
     if (refusesCommand) {
       refusesCommand = false;
       throw new IllegalStateException("refused");

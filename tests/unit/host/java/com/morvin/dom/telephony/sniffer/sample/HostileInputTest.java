@@ -10,6 +10,7 @@ import com.morvin.dom.telephony.sniffer.sample.signalling.CallFollower;
 import com.morvin.dom.telephony.sniffer.sample.signalling.Moment;
 import com.morvin.dom.telephony.sniffer.sample.signalling.Share;
 import com.morvin.dom.telephony.sniffer.sample.storage.Disk;
+import com.morvin.dom.telephony.sniffer.sample.transport.Address;
 import com.morvin.dom.telephony.sniffer.sample.transport.Endpoint;
 import com.morvin.dom.telephony.sniffer.sample.transport.Frame;
 import com.morvin.dom.telephony.sniffer.sample.transport.FrameBlock;
@@ -56,7 +57,7 @@ final class HostileInputTest {
       a:1:rtp:10.0.0.2 4004
       """;
   private static final String[] SPICE = {"\r\n", "\n", ":", ";", "\"", "<", ">", "tag=", "/", "\0", "99999999999", "-1",
-      "a=rtpmap:", "m=audio ", "c=IN IP4 ", "t:", "r:", "m:", "rtp:", "/////", "\\", "\u00e9", "\u001b[2J",
+      "a=rtpmap:", "m=audio ", "c=IN IP4 ", "t:", "r:", "m:", "rtp:", "rtp:[", "::", "IN IP6 2001:db8::", "a=candidate:1 1 UDP 1 ", "/////", "\\", "\u00e9", "\u001b[2J",
       "=cmd|' /C calc'!A0"};
   private static final String[] METHODS = {"INVITE", "INVITE", "BYE", "CANCEL", "REFER", "INFO"};
   private static final String[] LINKS = {"", "", "", "X-Leg: %d", "Replaces: %d;to-tag=b;from-tag=a",
@@ -97,13 +98,17 @@ final class HostileInputTest {
     sniffer.frame(Frame.SIP, source, destination, message.getBytes(StandardCharsets.UTF_8));
   }
 
+  private static Address host(Random random) {
+    return random.nextInt(4) > 0 ? Address.of(random.nextInt(4)) : new Address(0x2001_0db8L << 32, random.nextInt(4));
+  }
+
   void testMutatedMessages() throws Exception {
     FakeSniffer.with(sniffer -> {
       Random random = new Random(42);
       List<FakeSniffer> shares = List.of(sniffer.addShare(1, 2), sniffer.addShare(2, 2));
       for (int i = 0; i < 4000; i++) {
-        Endpoint a = new Endpoint(random.nextInt(4), random.nextInt(4));
-        Endpoint b = new Endpoint(random.nextInt(4), random.nextInt(4));
+        Endpoint a = new Endpoint(host(random), random.nextInt(4));
+        Endpoint b = new Endpoint(host(random), random.nextInt(4));
         Endpoint listed = sniffer.list.isEmpty() ? b : sniffer.list.get(random.nextInt(sniffer.list.size()));
         String callId = "Call-ID: " + random.nextInt(200);
         String request = INVITE.replace("INVITE", METHODS[random.nextInt(METHODS.length)]).replace("Call-ID: 1",
@@ -172,7 +177,7 @@ final class HostileInputTest {
         equal(how, CallFollower.DROPPED);
       }
     },
-        new CallFollower.Limits(4000, 60_000, 60_000, 1 << 20, Share.ALL), command -> { });
+        new CallFollower.Limits(4000, 60_000, 60_000, 1 << 20, Share.ALL), command -> true);
     Moment now = new Moment(1, 1);
     String codecs = "a=rtpmap:96 " + "x".repeat(2000) + "\nm=audio 0 RTP/AVP 8\n" + "a=rtpmap:97 y\n".repeat(30);
     follower.signalling(sip(INVITE.replace("Call-ID: 1", "Call-ID: real").replace("120", "9999") + codecs), now);

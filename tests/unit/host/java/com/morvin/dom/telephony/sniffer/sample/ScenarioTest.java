@@ -6,9 +6,11 @@ import static com.morvin.dom.telephony.sniffer.sample.Testing.that;
 import com.morvin.dom.telephony.sniffer.sample.signalling.Direction;
 import com.morvin.dom.telephony.sniffer.sample.signalling.Share;
 import com.morvin.dom.telephony.sniffer.sample.storage.CallReport;
+import com.morvin.dom.telephony.sniffer.sample.transport.Address;
 import com.morvin.dom.telephony.sniffer.sample.transport.Command;
 import com.morvin.dom.telephony.sniffer.sample.transport.Endpoint;
 import com.morvin.dom.telephony.sniffer.sample.transport.Frame;
+import java.nio.ByteBuffer;
 import java.nio.charset.StandardCharsets;
 import java.nio.file.Files;
 import java.nio.file.Path;
@@ -34,6 +36,8 @@ final class ScenarioTest {
   private static final Map<String, String> HOSTS = Map.of("A", "10.0.0.1", "B", "10.0.0.2", "C", "10.0.0.3", "D",
       "10.0.0.4", "N", "203.0.113.7", "P", "10.0.0.9");
   private static final Path CAPTURES = Path.of(System.getProperty("tests.data"), "captures");
+  private static final Pattern DESCRIBED = Pattern.compile("IP4([ _])(" + Address.DOTTED + ")");
+  private static final Pattern HOST = Pattern.compile("(\\[.*]|[^:]*)(?::(\\d+))?");
   private static final Pattern REPEATED = Pattern.compile("(?ms)^times (\\d+)\n(.*?)^again\n");
   private static final int SIZE = 160;
   /** The packets that pass before signalling that is held arrives. */
@@ -47,6 +51,7 @@ final class ScenarioTest {
   /** Recorders that share the calls; those of the last group get signalling in another order. */
   private List<List<FakeSniffer>> groups = List.of();
   private boolean divided;
+  private boolean ipv6;
 
   void testSip() throws Exception { runAll("sip.txt"); }
 
@@ -59,6 +64,16 @@ final class ScenarioTest {
   void testFaults() throws Exception { runAll("faults.txt"); }
 
   void testForgeries() throws Exception { runAll("forgeries.txt"); }
+
+  void testIpv6() throws Exception { runAll("ipv6.txt"); }
+
+  /** The same calls over IPv6 are recorded in the same way. */
+  void testTwins() throws Exception {
+    ipv6 = true;
+    for (String file : List.of("sip.txt", "legs.txt", "h323.txt", "media.txt", "faults.txt", "forgeries.txt")) {
+      runAll(file);
+    }
+  }
 
   /** Recorders that share the calls of a case record what a single one does: each call once. */
   void testShares() throws Exception {
@@ -121,14 +136,30 @@ final class ScenarioTest {
         .collect(Collectors.toSet());
   }
 
+  /** Returns a case with IPv6 addresses: in brackets, except in session descriptions. */
+  private static String overIpv6(String text) {
+    String described = DESCRIBED.matcher(text).replaceAll(found -> "IP6" + found.group(1) + twin(found.group(2)));
+    return Address.DOTTED.matcher(described).replaceAll(found -> "[" + twin(found.group()) + "]");
+  }
+
+  private static String twin(String dotted) {
+    return dotted.equals("0.0.0.0") ? "::" : Address.parse("2001:db8::1:" + dotted).orElseThrow().toString();
+  }
+
   /** Each case has a new recorder. */
   private void runAll(String file) throws Exception {
     String[] cases = Files.readString(CASES.resolve(file)).split("(?m)^== ");
     for (String one : Arrays.asList(cases).subList(1, cases.length)) {
+      if (ipv6 && one.contains("\nreplay ")) {
+        continue; // the captures have IPv4
+      }
       FakeSniffer.with(fake -> {
         sniffer = fake;
         callId = "call-1";
-        Iterator<String> lines = repeated(one).lines().iterator();
+        if (ipv6) {
+          sniffer.assumeIpv6();
+        }
+        Iterator<String> lines = repeated(ipv6 ? overIpv6(one) : one).lines().iterator();
         String name = lines.next();
         groups = divided ? List.of(divide(2, false), divide(3, false), divide(7, false), divide(3, true)) : List.of();
         while (lines.hasNext()) {
@@ -183,6 +214,8 @@ final class ScenarioTest {
       case "option" -> sniffer.option(words[1]);
       case "erase" -> equal(sniffer.erase(words[1]), Integer.parseInt(words[2]));
       case "shown" -> equal(sniffer.shown(words[1]), Long.parseLong(words[2]));
+      case "assumes-ipv6" -> sniffer.assumeIpv6();
+      case "without-ipv6" -> sniffer.ipv6 = false;
       case "forgets" -> sniffer.list.clear();
       case "misses" -> sniffer.list.remove(at(words[1]));
       case "commands-get-lost" -> sniffer.losesCommands = true;
@@ -194,7 +227,7 @@ final class ScenarioTest {
       case "shares" -> changeShares(Integer.parseInt(words[1]));
       case "restart" -> sniffer.restart(words[1]);
       case "list" -> equal(sniffer.listed(), String.join(" ",
-          Stream.of(words).skip(1).flatMap(ScenarioTest::endpoints).sorted().toList()));
+          Stream.of(words).skip(1).flatMap(this::endpoints).sorted().toList()));
       case "listed" -> equal(sniffer.list.size(), Integer.parseInt(words[1]));
       case "adds" -> that(count(Command.ADD) <= Long.parseLong(words[1]), "adds: " + count(Command.ADD));
       case "heartbeats" -> that(count(Command.HEARTBEAT) >= Long.parseLong(words[1]), "" + count(Command.HEARTBEAT));
@@ -206,6 +239,7 @@ final class ScenarioTest {
       case "tone" -> tone(words[1], Integer.parseInt(words[2]));
       case "captured" -> captured(words[1], rest.substring(words[1].length()).strip().split("\\|"));
       case "lacks" -> that(!content(words[1]).contains(rest.substring(words[1].length()).strip()), line);
+      case "packets" -> packets(words[1], Integer.parseInt(words[2]), Integer.parseInt(words[3]));
       case "crc" -> equal(crc(sniffer.samples(words[1])), words[2]);
       case "stereo" -> stereo(Integer.parseInt(words[1]), words[2], words[3]);
       case "report" -> contains(sniffer.report(), rest);
@@ -221,15 +255,18 @@ final class ScenarioTest {
     return sniffer.commands.stream().filter(command -> command.code() == code).count();
   }
 
-  private static String host(String text) {
-    String[] parts = text.split(":");
-    return HOSTS.getOrDefault(parts[0], parts[0]) + ":" + (parts.length > 1 ? parts[1] : "5060");
+  private String host(String text) {
+    Matcher parts = HOST.matcher(text);
+    that(parts.matches(), text);
+    String dotted = HOSTS.get(parts.group(1));
+    String address = dotted == null ? parts.group(1) : ipv6 ? overIpv6(dotted) : dotted;
+    return address + ":" + (parts.group(2) == null ? "5060" : parts.group(2));
   }
 
-  private static Endpoint at(String text) { return FakeSniffer.at(host(text)); }
+  private Endpoint at(String text) { return FakeSniffer.at(host(text)); }
 
   /** Returns the endpoints of "A:4000"; "A:4000+" stands for two. */
-  private static Stream<String> endpoints(String text) {
+  private Stream<String> endpoints(String text) {
     String first = host(text.replace("+", ""));
     return text.endsWith("+") ? Stream.of(first, at(first).next().toString()) : Stream.of(first);
   }
@@ -260,10 +297,13 @@ final class ScenarioTest {
   }
 
   /** Returns the description for ADDRESS:PORT;ATTRIBUTE... where "_" is a blank and "m=..." is a line without "a=". */
-  private static String sdp(String[] parts) {
-    String[] address = host(parts[0]).split(":");
-    StringBuilder sdp = new StringBuilder("v=0\no=- 1 1 IN IP4 0.0.0.0\ns=-\nc=IN IP4 " + address[0] + "\nt=0 0\n"
-        + "m=audio " + address[1] + " RTP/AVP 8 0 9 97 98 101\na=rtpmap:97 pcmu/8000/1\na=rtpmap:98 iLBC/8000\n"
+  private String sdp(String[] parts) {
+    Matcher host = HOST.matcher(host(parts[0]));
+    that(host.matches(), parts[0]);
+    String address = host.group(1).startsWith("[") ? "IN IP6 " + host.group(1).replaceAll("[\\[\\]]", "")
+        : "IN IP4 " + host.group(1);
+    StringBuilder sdp = new StringBuilder("v=0\no=- 1 1 " + address + "\ns=-\nc=" + address + "\nt=0 0\n"
+        + "m=audio " + host.group(2) + " RTP/AVP 8 0 9 97 98 101\na=rtpmap:97 pcmu/8000/1\na=rtpmap:98 iLBC/8000\n"
         + "a=rtpmap:101 telephone-event/8000\n");
     for (String part : Arrays.asList(parts).subList(1, parts.length)) {
       sdp.append(part.startsWith("m=") ? "" : "a=").append(part.replace('_', ' ')).append('\n');
@@ -343,6 +383,28 @@ final class ScenarioTest {
       at = content.indexOf(text, at) + 1;
       that(at > 0, text + " is missing or out of order");
     }
+  }
+
+  /** Checks the numbers of IPv4 and of IPv6 packets in a capture file, and the UDP checksums of the latter. */
+  private void packets(String nameEnd, int ipv4, int ipv6) throws Exception {
+    ByteBuffer file = ByteBuffer.wrap(Files.readAllBytes(sniffer.files(nameEnd).get(0)));
+    equal(file.getInt(20), 101); // raw IP packets
+    int[] counts = new int[16];
+    for (file.position(24); file.hasRemaining();) {
+      byte[] packet = new byte[file.getInt(file.position() + 8)];
+      file.position(file.position() + 16).get(packet);
+      counts[packet[0] >> 4]++;
+      if (packet[0] >> 4 == 6) {
+        equal(packet.length, 40 + ByteBuffer.wrap(packet).getShort(4));
+        equal(ByteBuffer.wrap(packet).getShort(4), ByteBuffer.wrap(packet).getShort(44));
+        long sum = 17 + packet.length - 40;
+        for (int i = 8; i < packet.length; i++) {
+          sum += (packet[i] & 0xff) << (i % 2 == 0 ? 8 : 0);
+        }
+        equal(sum % 0xffff, 0L);
+      }
+    }
+    equal(counts[4] + " " + counts[6], ipv4 + " " + ipv6);
   }
 
   /** Checks that nearly all energy of a file is at one frequency: its correlation with the tone. */

@@ -82,7 +82,7 @@ final class ShareTest {
 
       @Override
       public void ended(Call call, String how, Moment at) {}
-    }), CallFollower.Limits.DEFAULT.withShare(share), command -> { });
+    }), CallFollower.Limits.DEFAULT.withShare(share), command -> true);
     events.stream().sorted(Comparator.comparingLong(Event::time))
         .forEach(event -> follower.signalling(invite(trial, event.leg), new Moment(event.time, event.time)));
     follower.calls().stream().filter(Call::isOwned).flatMap(call -> call.legs().stream())

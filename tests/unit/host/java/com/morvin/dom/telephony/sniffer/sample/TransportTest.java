@@ -4,8 +4,10 @@ import static com.morvin.dom.telephony.sniffer.sample.Testing.equal;
 import static com.morvin.dom.telephony.sniffer.sample.Testing.that;
 
 import com.morvin.dom.telephony.sniffer.sample.console.Console;
+import com.morvin.dom.telephony.sniffer.sample.transport.Address;
 import com.morvin.dom.telephony.sniffer.sample.transport.Command;
 import com.morvin.dom.telephony.sniffer.sample.transport.EmbeddedTransport;
+import com.morvin.dom.telephony.sniffer.sample.transport.Endpoint;
 import com.morvin.dom.telephony.sniffer.sample.transport.Frame;
 import com.morvin.dom.telephony.sniffer.sample.transport.FrameBlock;
 import com.morvin.dom.telephony.sniffer.sample.transport.FrameCursor;
@@ -21,13 +23,18 @@ import java.io.PrintStream;
 import java.net.DatagramPacket;
 import java.net.DatagramSocket;
 import java.net.InetSocketAddress;
+import java.net.ProtocolException;
 import java.net.Socket;
 import java.nio.ByteBuffer;
 import java.nio.charset.StandardCharsets;
 import java.util.ArrayList;
 import java.util.Arrays;
+import java.util.HashSet;
+import java.util.HexFormat;
 import java.util.List;
+import java.util.Optional;
 import java.util.Queue;
+import java.util.Set;
 import java.util.concurrent.CompletableFuture;
 import java.util.concurrent.ConcurrentLinkedQueue;
 import java.util.function.BooleanSupplier;
@@ -36,6 +43,7 @@ import java.util.function.BooleanSupplier;
 final class TransportTest {
   private static final InetSocketAddress ANY = new InetSocketAddress("127.0.0.1", 0);
   private static final Command ADD = Command.add(FakeSniffer.at("10.0.0.7:40000"));
+  private static final Command ADD_IPV6 = Command.add(FakeSniffer.at("[2001:db8::7]:40000"));
   /** How often a test waits for an event; no test depends on the time that it takes. */
   private static final int TRIES = 1200;
   private static final byte[] ADD_BYTES = {1, 10, 0, 0, 7, (byte) 0x9c, 0x40};
@@ -76,6 +84,67 @@ final class TransportTest {
     that(condition.getAsBoolean(), "waited in vain");
   }
 
+  /** Texts of addresses, in the form of RFC 5952 or not; "-" is none. */
+  void testAddresses() {
+    for (String row : new String[] {"10.0.0.1 10.0.0.1", "255.255.255.255 255.255.255.255", "256.0.0.1 -", "10.0.0 -",
+        "2001:DB8:0:0:0:0:0:1 2001:db8::1", "2001:db8::0001 2001:db8::1", ":: ::", "::1 ::1", "1:: 1::",
+        "2001:db8:0:1:1:1:1:1 2001:db8:0:1:1:1:1:1", "2001:0:0:1:0:0:0:1 2001:0:0:1::1",
+        "2001:db8:0:0:1:0:0:1 2001:db8::1:0:0:1", "::ffff:10.0.0.1 10.0.0.1", "::ffff:0a00:1 10.0.0.1",
+        "64:ff9b::10.0.0.1 64:ff9b::a00:1", "ffff:ffff:ffff:ffff:ffff:ffff:ffff:ffff "
+            + "ffff:ffff:ffff:ffff:ffff:ffff:ffff:ffff", "1:2:3:4:5:6:7 -", "1:2:3:4:5:6:7:8:9 -", "1::2::3 -",
+        "12345:: -", "::256.0.0.1 -", ":1:2:3:4:5:6:7 -", "::g -", "1:2 -", ": -", "fe80::1%eth0 -", "host.example -"}) {
+      String[] words = row.split(" ");
+      equal(words[0] + " " + Address.parse(words[0]).map(Address::toString).orElse("-"), row);
+    }
+    for (String multicast : new String[] {"ff02::1", "::", "224.0.0.1", "0.0.0.0", "::ffff:0.0.0.0"}) {
+      equal(Endpoint.ofMedia(multicast, 4000), Optional.empty());
+    }
+    // Ports and addresses next to each other have different keys.
+    Set<Long> keys = new HashSet<>();
+    for (int i = 0; i < 1 << 16; i++) {
+      keys.add(new Endpoint(new Address(i >> 8, 0x1_0000_0000L + (i >> 4 & 15)), i & 15).key());
+      keys.add(new Endpoint(i >> 4, i & 15).key());
+    }
+    equal(keys.size(), 2 << 16);
+  }
+
+  /** Frames and commands with IPv6 addresses, cut and joined, between those of IPv4. */
+  void testIpv6() throws Exception {
+    byte[] wire = HexFormat.of().parseHex("002a42" + "20010db8000000000000000000000002" + "1388"
+        + "20010db8000000000000000000000001" + "0fa0" + "80aabb");
+    Frame frame = new Frame(Frame.RTP, FakeSniffer.at("[2001:db8::2]:5000"), FakeSniffer.at("[2001:db8::1]:4000"),
+        new byte[] {(byte) 0x80, (byte) 0xaa, (byte) 0xbb});
+    equal(HexFormat.of().formatHex(frame.bytes()), HexFormat.of().formatHex(wire));
+    for (String invalid : List.of("002642", "002743", "002746", "002745", "0027c2", "000f42")) {
+      try {
+        Frame.of(ByteBuffer.wrap(Arrays.copyOf(HexFormat.of().parseHex(invalid), 39)));
+        throw new AssertionError(invalid + " begins a frame");
+      } catch (ProtocolException e) {
+        that(e.getMessage().startsWith("no frame has length"), e.getMessage());
+      }
+    }
+    FakeEngine engine = new FakeEngine(3);
+    try (EmbeddedTransport link = new EmbeddedTransport(engine)) {
+      byte[] time = new Frame(Frame.CAPTURE_TIME, frame.destination(), frame.source(),
+          ByteBuffer.allocate(8).putLong(1_700_000_000_123_456L).array()).bytes();
+      equal(time.length, 47);
+      engine.frames.addAll(List.of(time, wire, frame(2, 1), time, frame(2, 1)));
+      List<String> received = new ArrayList<>();
+      for (int i = 0; i < 3; i++) {
+        Frame next = next(link);
+        received.add(next.protocol() + " " + next.source() + " " + next.payload().length + " " + cursor.captured());
+        equal(cursor.sourceEndpoint().key(), cursor.source());
+        equal(cursor.destinationEndpoint().key(), cursor.destination());
+      }
+      equal(received, List.of("2 [2001:db8::1]:4000 3 1700000000123", "2 10.0.0.1:4000 1 0", "2 10.0.0.1:4000 1 0"));
+      link.send(Command.add(frame.destination()));
+      link.send(Command.remove(frame.destination()));
+      for (String code : List.of("04", "05")) {
+        equal(HexFormat.of().formatHex(engine.requests.remove()), code + "20010db80000000000000000000000021388");
+      }
+    }
+  }
+
   void testTcp() throws Exception {
     try (TcpTransport link = new TcpTransport(ANY, console)) {
       link.send(ADD); // no sniffer is there yet
@@ -86,10 +155,14 @@ final class TransportTest {
         await(link, () -> printed().contains("which is no sniffer"));
         for (int i = 0; i < 300; i++) {
           link.send(ADD);
+          link.send(ADD_IPV6);
         }
         link.flush();
-        byte[] commands = sniffer.getInputStream().readNBytes(300 * ADD_BYTES.length);
-        equal(Arrays.mismatch(Arrays.copyOf(commands, ADD_BYTES.length), ADD_BYTES), -1);
+        int length = ADD_BYTES.length + Command.IPV6_LENGTH;
+        byte[] commands = sniffer.getInputStream().readNBytes(300 * length);
+        for (int at = 0; at < commands.length; at += length) {
+          equal(Arrays.mismatch(Arrays.copyOfRange(commands, at, at + ADD_BYTES.length), ADD_BYTES), -1);
+        }
         // Frames split and joined, from the shortest to the longest.
         ByteArrayOutputStream stream = new ByteArrayOutputStream();
         for (int size : new int[] {0, 160, 65535 - 15, 1}) {
