@@ -96,6 +96,10 @@ void printWarning(const std::string& text) {
   std::cerr << "sniffer: warning: " << text << std::endl;
 }
 
+void printRecorderWarnings(const Sniffer& engine) {
+  for (const std::string& warning : engine.findRepeatedRecorders()) printWarning(warning + "; remove it");
+}
+
 /// True for a setting whose value the checks of devices, filter and recorder report.
 bool isCheckedElsewhere(std::string_view key) {
   constexpr std::string_view kKeys[] = {"Device", "Filter", "ServerName", "ServerPort", "ServerProtocol"};
@@ -143,6 +147,7 @@ int check(Sniffer& engine) {
   if (status != 0) addFilterError(engine, status, errors);
   addRecorderErrors(engine, errors);
   addSettingErrors(errors);
+  printRecorderWarnings(engine);
   addStatisticsFileError(engine.getSettings().statisticsFile, errors);
   if (errors.getCount() == 0) printFilterWarnings(engine);
   printResult(errors.getCount());

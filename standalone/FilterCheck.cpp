@@ -7,13 +7,15 @@
 #include <cstdint>
 #include <set>
 
+#include "settings/TunnelPorts.h"
+
 using namespace voip;
 
 namespace {
 
 using Frame = std::vector<std::uint8_t>;
 
-enum : std::uint16_t { kIpv4 = 0x0800, kMpls = 0x8847, kPppoe = 0x8864 };
+enum : std::uint16_t { kIpv4 = 0x0800, kIpv6 = 0x86DD, kMpls = 0x8847, kPppoe = 0x8864 };
 constexpr std::uint32_t kSomePort = 49152;
 constexpr std::uint16_t kLaterFragment = 185;  // the offset in the second of two frames of 1500 bytes
 
@@ -21,43 +23,63 @@ void append(Frame& frame, std::uint32_t value, int bytes) {
   while (bytes-- > 0) frame.push_back(static_cast<std::uint8_t>(value >> 8 * bytes));
 }
 
+using Address = std::vector<std::uint8_t>;  // 4 or 16 octets
+
 /// The addresses and ports that a filter may let through: those that its text names, and usual ones.
 struct Candidates {
-  std::set<std::uint32_t> addresses = {0x0A000001, 0x0A000002};
+  std::set<Address> addresses;
   std::set<std::uint32_t> ports = {1720, 5060, 16384};
 
   explicit Candidates(const std::string& filter) {
+    for (const char* usual : {"10.0.0.1", "10.0.0.2", "2001:db8::1", "2001:db8::2"}) addAddress(usual);
+    constexpr const char* kCharacters = "0123456789abcdefABCDEF:.";
     std::size_t end = 0;
-    for (std::size_t at; (at = filter.find_first_of("0123456789", end)) != std::string::npos;) {
-      end = std::min(filter.find_first_not_of("0123456789.", at), filter.size());
+    for (std::size_t at; (at = filter.find_first_of(kCharacters, end)) != std::string::npos;) {
+      end = std::min(filter.find_first_not_of(kCharacters, at), filter.size());
       const std::string word = filter.substr(at, end - at);
-      if (in_addr address; inet_pton(AF_INET, word.c_str(), &address) == 1) {
-        // The second one stands for a host in case the first is a network.
-        addresses.insert({ntohl(address.s_addr), ntohl(address.s_addr) | 1});
-      } else if (word.size() <= 5 && word.find('.') == std::string::npos) {
+      if (addAddress(word)) continue;
+      if (word.size() <= 5 && word.find_first_not_of("0123456789") == std::string::npos) {
         ports.insert(static_cast<std::uint32_t>(std::stoi(word)));
       }
     }
+  }
+
+ private:
+  bool addAddress(const std::string& text) {
+    Address address(4);
+    if (inet_pton(AF_INET, text.c_str(), address.data()) != 1) {
+      address.resize(16);
+      if (inet_pton(AF_INET6, text.c_str(), address.data()) != 1) return false;
+    }
+    addresses.insert(address);
+    address.back() |= 1;  // stands for a host in case the address is that of a network
+    addresses.insert(address);
+    return true;
   }
 };
 
 /// A kind of frame, with the fields that filters usually test.
 struct Kind {
   std::uint16_t etherType;
-  std::uint8_t protocol = 0;  ///< of an IPv4 frame
+  std::uint8_t protocol = 0;  ///< of an IP frame
   std::uint16_t fragmentOffset = 0;
   std::uint32_t port = 0;  ///< destination port; 0: each of the candidates
 };
 
-Frame build(const Kind& kind, std::uint32_t source, std::uint32_t destination, std::uint32_t port) {
+Frame build(const Kind& kind, const Address& source, const Address& destination, std::uint32_t port) {
   Frame frame(12);
   append(frame, kind.etherType, 2);
   if (kind.etherType == kIpv4) {
     append(frame, 0x45000064, 4);
     append(frame, kind.fragmentOffset, 4);
     append(frame, 64U << 24 | static_cast<std::uint32_t>(kind.protocol) << 16, 4);
-    append(frame, source, 4);
-    append(frame, destination, 4);
+  } else if (kind.etherType == kIpv6) {
+    append(frame, 0x60000000, 4);
+    append(frame, 60U << 16 | static_cast<std::uint32_t>(kind.protocol) << 8 | 64, 4);
+  }
+  if (kind.protocol != 0) {
+    frame.insert(frame.end(), source.begin(), source.end());
+    frame.insert(frame.end(), destination.begin(), destination.end());
     append(frame, kind.port != 0 ? kSomePort << 16 | kind.port : port << 16 | port, 4);
   }
   frame.resize(128);
@@ -65,8 +87,10 @@ Frame build(const Kind& kind, std::uint32_t source, std::uint32_t destination, s
 }
 
 bool letsThrough(const bpf_program& program, const Candidates& candidates, const Kind& kind) {
-  for (const std::uint32_t source : candidates.addresses) {
-    for (const std::uint32_t destination : candidates.addresses) {
+  const std::size_t size = kind.etherType == kIpv6 ? 16 : 4;
+  for (const Address& source : candidates.addresses) {
+    for (const Address& destination : candidates.addresses) {
+      if (source.size() != size || destination.size() != size) continue;
       for (const std::uint32_t port : candidates.ports) {
         const Frame frame = build(kind, source, destination, port);
         const auto length = static_cast<bpf_u_int32>(frame.size());
@@ -94,14 +118,13 @@ const Need kNeeds[] = {
     {&Settings::reassembleTcp, "ReassembleTcp", {{kIpv4, IPPROTO_TCP}}, "TCP; add \"or tcp\""},
     {&Settings::decapsulate,
      "Decapsulate",
-     {{kIpv4, IPPROTO_UDP, 0, 4789},
-      {kIpv4, IPPROTO_UDP, 0, 6081},
-      {kIpv4, IPPROTO_GRE},
-      {kIpv4, IPPROTO_IPIP},
-      {kMpls},
-      {kPppoe}},
+     {{kIpv4, IPPROTO_GRE}, {kIpv4, IPPROTO_IPIP}, {kIpv4, IPPROTO_IPV6}, {kMpls}, {kPppoe}},  // and those over UDP
      "all tunnels; add the one that the mirror uses, such as \"or udp port 4789\" (VXLAN), \"or proto gre\", \"or "
      "mpls\""},
+    {&Settings::ipv6,
+     "IPv6",
+     {{kIpv6, IPPROTO_UDP}, {kIpv6, IPPROTO_TCP}},
+     "it; \"ip and\" and IPv4 addresses do, write \"udp\" or add \"or (udp and net 2001:db8::/32)\""},
 };
 
 std::vector<std::string> warnings(const bpf_program& program, const Candidates& candidates, const Settings& settings) {
@@ -109,7 +132,13 @@ std::vector<std::string> warnings(const bpf_program& program, const Candidates& 
   if (!letsThrough(program, candidates, {kIpv4, IPPROTO_UDP})) return texts;
   for (const Need& need : kNeeds) {
     if (!(settings.*need.setting)) continue;
-    const bool met = std::any_of(need.kinds.begin(), need.kinds.end(),
+    std::vector<Kind> kinds = need.kinds;
+    if (need.setting == &Settings::decapsulate) {
+      for (const std::uint16_t port : TunnelPorts(settings.tunnelPorts).all()) {
+        kinds.push_back({kIpv4, IPPROTO_UDP, 0, port});
+      }
+    }
+    const bool met = std::any_of(kinds.begin(), kinds.end(),
                                  [&](const Kind& kind) { return letsThrough(program, candidates, kind); });
     if (met) continue;
     texts.push_back(std::string(need.name) + "=yes has no effect: the filter excludes " + need.excluded);

@@ -4,6 +4,7 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <string_view>
 #include <utility>
 
@@ -60,7 +61,15 @@ std::string LiveLine::figuresText() {
   };
   return "in " + rate(lastIn_, in) + ", out " + rate(lastOut_, out) + ", drops " + std::to_string(dropped) +
          ", queue " + std::to_string(now.queueLength) + ", listed " + std::to_string(now.rtpListLength) +
-         ", recorder " + recorderText(now.recorderConnected != 0);
+         ", recorder " + recorderText(now.recorderConnected != 0) + furtherRecordersText();
+}
+
+std::string LiveLine::furtherRecordersText() {
+  const auto further = engine_.getRecorderStatistics();
+  const auto connected = std::count_if(
+      further.begin(), further.end(), [](const RecorderStatistics& one) { return one.figures.recorderConnected != 0; });
+  if (further.empty()) return {};
+  return ", further " + std::to_string(connected) + " of " + std::to_string(further.size());
 }
 
 std::string LiveLine::recorderText(bool connected) {

@@ -40,6 +40,7 @@ class LiveLine {
   };
 
   std::string figuresText();
+  std::string furtherRecordersText();
   std::string recorderText(bool connected);
 
   Sniffer& engine_;

@@ -13,6 +13,7 @@
 #include "Watch.h"
 #include "capture/Sniffer.h"
 #include "settings/Logging.h"
+#include "settings/MoreRecorders.h"
 #include "settings/SettingsReader.h"
 
 using namespace voip;
@@ -72,12 +73,18 @@ int configure(Sniffer& engine, const Arguments& arguments, std::vector<std::stri
   return engine.configureFromFile(argc, texts.data());
 }
 
+std::string furtherRecorders(const Sniffer& engine) {
+  std::string text;
+  for (const auto& one : readMoreRecorders(engine.getSettings().moreRecorders).addresses) text += ", " + one.text();
+  return text.empty() ? text : ", to further recorders over TCP:" + text.substr(1);
+}
+
 void printConfiguration(const Sniffer& engine) {
   std::string devices;
   for (int i = 0; i < engine.getDeviceCount(); ++i) devices += (i > 0 ? ", " : "") + std::string(engine.getDevice(i));
   std::cout << "Capturing on " << (devices.empty() ? "no device" : devices) << " (filter \"" << engine.getFilter()
             << "\"), sending to the recorder at " << engine.getServerNameMedia() << ":" << engine.getServerPortMedia()
-            << " over " << engine.getServerProtocol() << std::endl;
+            << " over " << engine.getServerProtocol() << furtherRecorders(engine) << std::endl;
 }
 
 int checkSettings(const Arguments& arguments) {

@@ -8,7 +8,7 @@
 #include <cstring>
 #include <random>
 
-#include "support/Packets.h"
+#include "support/Tunnels.h"
 
 using namespace voip;
 
@@ -77,6 +77,21 @@ NetworkOptions with(bool NetworkOptions::*option) {
   return options;
 }
 
+NetworkOptions withIpv6(NetworkOptions options = {}) {
+  options.ipv6 = true;
+  return options;
+}
+
+/// RTP of a thousand streams over IPv6.
+std::vector<Bytes> media6() {
+  std::vector<Bytes> frames;
+  for (int i = 0; i < kPackets; ++i) {
+    const Bytes payload = number(0x8000, 2) + number(i, 2) + number(i * 160, 4) + number(i % 1000, 4) + zeros(160);
+    frames.push_back(ethernet(0x86DD, Ip6{}(udp(16384 + i % 1000, payload))));
+  }
+  return frames;
+}
+
 /// RTP of a thousand streams, numbered by the sender or not.
 std::vector<Bytes> media(bool numbered, Bytes (*wrap)(const Bytes&) = nullptr) {
   std::vector<Bytes> frames;
@@ -98,6 +113,33 @@ void nothing(benchmark::State& state) {
   run(state, {}, media(true), setSequence);
 }
 BENCHMARK(nothing);
+
+/// The same with the option for IPv6, which none of the frames needs.
+void nothingWithIpv6(benchmark::State& state) {
+  run(state, withIpv6(), media(true), setSequence);
+}
+BENCHMARK(nothingWithIpv6);
+
+void ipv6(benchmark::State& state) {
+  run(state, withIpv6(), media6(), [](Bytes&, std::uint64_t) {});
+}
+BENCHMARK(ipv6);
+
+void allWithIpv6(benchmark::State& state) {
+  run(state, withIpv6({true, true, true, true}), media(true), setSequence);
+}
+BENCHMARK(allWithIpv6);
+void allWithoutIpv6(benchmark::State& state) {
+  run(state, {true, true, true, true}, media(true), setSequence);
+}
+BENCHMARK(allWithoutIpv6);
+
+void duplicatesIpv6(benchmark::State& state) {
+  run(state, withIpv6(with(&NetworkOptions::dropDuplicates)), media6(), [](Bytes& frame, std::uint64_t n) {
+    std::memcpy(frame.data() + 64, &n, 4);  // as setSequence()
+  });
+}
+BENCHMARK(duplicatesIpv6);
 
 void duplicates(benchmark::State& state, bool numbered) {
   run(state, with(&NetworkOptions::dropDuplicates), media(numbered), setSequence);
@@ -123,6 +165,14 @@ void decapsulateVxlan(benchmark::State& state) {
   run(state, with(&NetworkOptions::decapsulate), media(true, wrap), [](Bytes&, std::uint64_t) {});
 }
 BENCHMARK(decapsulateVxlan);
+
+void decapsulateGtp(benchmark::State& state) {
+  const auto wrap = [](const Bytes& packet) {
+    return Ip{}(udp(2152, number(0x30FF, 2) + number(packet.size(), 2) + zeros(4) + checked(packet)));
+  };
+  run(state, with(&NetworkOptions::decapsulate), media(true, wrap), [](Bytes&, std::uint64_t) {});
+}
+BENCHMARK(decapsulateGtp);
 
 /// Segments of streams that carry neither SIP nor TPKTs, with or without the first octets of the stream.
 void neither(benchmark::State& state, bool seenFromStart) {
@@ -171,6 +221,12 @@ void twoFragments(benchmark::State& state) {
   run(state, with(&NetworkOptions::reassembleFragments), frames, [](Bytes&, std::uint64_t) {});
 }
 BENCHMARK(twoFragments);
+void twoIpv6Fragments(benchmark::State& state) {
+  const std::vector<Bytes> frames = {ethernet(0x86DD, fragment6(1, 1, zeros(800))),
+                                     ethernet(0x86DD, fragment6(1, 800, zeros(800)))};
+  run(state, withIpv6(with(&NetworkOptions::reassembleFragments)), frames, [](Bytes&, std::uint64_t) {});
+}
+BENCHMARK(twoIpv6Fragments);
 
 // ---- attacks ----
 
@@ -312,5 +368,25 @@ void attackWithFragments(benchmark::State& state) {
   });
 }
 BENCHMARK(attackWithFragments)->Iterations(1);
+
+/// Long frames of tunnels whose headers never end, after layers of other tunnels.
+void attackWithHeaders(benchmark::State& state) {
+  attack(state, &NetworkOptions::decapsulate, [](Attack& frames) {
+    const Bytes headers[] = {
+        udp(37008, number(0x01000001, 4) + zeros(64'000)),                             // tags of TZSP
+        udp(2152, number(0x34FFFFF0, 4) + zeros(7) + Bytes(64'000, std::uint8_t{1})),  // extension headers of GTP-U
+        udp(4789, number(8, 1) + zeros(7) + ethernet(0x8847, zeros(64'000))),          // labels
+        udp(4789,
+            number(8, 1) + zeros(7) +
+                ethernet(0x8847, number(0x140, 4) + zeros(12) + number(0x8100, 2) + Bytes(64'000, std::uint8_t{0x81}))),
+    };
+    for (const Bytes& header : headers) {
+      Bytes packet = Ip{}(header);
+      for (int layer = 0; layer < 6; ++layer) packet = Ip{.protocol = 4}(packet);
+      for (int i = 0; i < 100; ++i) frames.take(packet, i);
+    }
+  });
+}
+BENCHMARK(attackWithHeaders)->Iterations(1);
 
 }  // namespace

@@ -1,15 +1,18 @@
-// Passes frames and commands through the dissector to a failing recorder, with the settings that prevent losses. Input:
-// pieces, as Split cuts them; the first octet of each selects the operation. Each captured frame contains a number. The
-// recorder must receive no frame twice, the frames of a destination in order, and each capture time directly before its
-// frame.
+// Passes frames and commands through the dissector to a failing recorder, or through the lanes of two such recorders,
+// with the settings that prevent losses. Input: pieces, as Split cuts them; the first octet of each selects the
+// operation. Each captured frame contains a number. A recorder must receive no frame twice, the frames of a destination
+// in order, and each capture time directly before its frame.
 
 #include <log4cxx/logger.h>
 
 #include <algorithm>
+#include <array>
+#include <atomic>
 #include <map>
 #include <memory>
 #include <set>
 
+#include "forwarding/FanOut.h"
 #include "support/Frames.h"
 #include "support/Require.h"
 #include "support/Split.h"
@@ -84,25 +87,26 @@ class CheckingConnection final : public BaseConnection {
   std::map<Bytes, std::uint32_t> last_;  ///< by destination
 };
 
-/// The dissector with its queue, on one thread.
+Settings settingsOf(std::uint8_t options) {
+  Settings settings;
+  settings.lookBack = 60'000;
+  settings.lookBackMemory = 1;
+  settings.captureTime = (options & 1) != 0;
+  settings.decapsulate = (options & 2) != 0;
+  settings.sipAnyUri = (options & 4) != 0;
+  return settings;
+}
+
+/// What the frames pass through, on one thread.
 class Road {
  public:
-  explicit Road(std::uint8_t options) {
-    Settings settings;
-    settings.lookBack = 60'000;
-    settings.lookBackMemory = 1;
-    settings.captureTime = (options & 1) != 0;
-    settings.decapsulate = (options & 2) != 0;
-    settings.sipAnyUri = (options & 4) != 0;
-    dissector_.setSettings(settings);
-    auto made = std::make_unique<CheckingConnection>();
-    connection_ = made.get();
-    dissector_.setConnections(std::move(made), nullptr);
-  }
+  virtual ~Road() = default;
 
   void take(const Bytes& piece) {
     enum { kCapture, kAge, kAdd, kRemove, kFail, kUnreachable, kWait, kRoom };
     const std::uint8_t value = piece.size() > 1 ? piece[1] : 0;
+    const unsigned recorder = piece[0] >> 4 & 1;
+    const RtpAddr destination(0x0A000002, static_cast<u_short>(5000 + value % 4));
     switch (piece[0] & 7) {
       case kCapture:
         capture(Bytes(piece.begin() + 1, piece.end()));
@@ -111,46 +115,130 @@ class Road {
         age_ = value * 1'000;
         break;
       case kAdd:
-        dissector_.addRtp(0x0A000002, static_cast<u_short>(5000 + value % 4));
+        add(destination, recorder);
         break;
       case kRemove:
-        dissector_.removeRtp(0x0A000002, static_cast<u_short>(5000 + value % 4));
+        remove(destination, recorder);
         break;
       case kFail:
       case kUnreachable:
-        connection_->left = value;
-        connection_->failure = (piece[0] & 7) == kFail ? LinkEvent::kLost : LinkEvent::kUnreachable;
+        connection(recorder).left = value;
+        connection(recorder).failure = (piece[0] & 7) == kFail ? LinkEvent::kLost : LinkEvent::kUnreachable;
         break;
       case kWait:
-        connection_->waitAfter = value;
+        connection(recorder).waitAfter = value;
         break;
       case kRoom:
-        connection_->room = value * std::size_t{64};
+        connection(recorder).room = value * std::size_t{64};
         break;
     }
     if ((piece[0] & 8) != 0) consume();
   }
 
-  void consume() {
+  virtual void consume() = 0;
+
+ protected:
+  virtual void capture(Bytes frame) = 0;
+  virtual void add(RtpAddr destination, unsigned recorder) = 0;
+  virtual void remove(RtpAddr destination, unsigned recorder) = 0;
+  virtual CheckingConnection& connection(unsigned recorder) = 0;
+
+  void appendNumber(Bytes& frame) { append(frame, ++number_, kNumber); }
+
+  /// Returns the capture time of the next frame, in microseconds.
+  std::int64_t time() const {
+    timeval now{};
+    gettimeofday(&now, nullptr);
+    return now.tv_sec * std::int64_t{1'000'000} + now.tv_usec - age_;
+  }
+
+ private:
+  std::uint32_t number_ = 0;
+  std::int64_t age_ = 0;  ///< of the next frames, in microseconds
+};
+
+/// The dissector with its queue and one recorder.
+class WholeRoad final : public Road {
+ public:
+  explicit WholeRoad(const Settings& settings) {
+    dissector_.setSettings(settings);
+    auto made = std::make_unique<CheckingConnection>();
+    connection_ = made.get();
+    dissector_.setConnections(std::move(made), nullptr);
+  }
+
+  void consume() override {
     while (dissector_.getQueueLength() > 0) dissector_.consumePacket();
   }
 
  private:
-  void capture(Bytes frame) {
-    append(frame, ++number_, kNumber);
-    timeval now{};
-    gettimeofday(&now, nullptr);
-    const std::int64_t time = now.tv_sec * std::int64_t{1'000'000} + now.tv_usec - age_;
+  void capture(Bytes frame) override {
+    appendNumber(frame);
     pcap_pkthdr header = captureHeader(frame);
-    header.ts = {time / 1'000'000, time % 1'000'000};
+    const std::int64_t captured = time();
+    header.ts = {captured / 1'000'000, captured % 1'000'000};
     SniffedPacket packet{nullptr, &header, frame.data()};
     dissector_.producePacket(packet);
   }
+  void add(RtpAddr destination, unsigned) override { dissector_.addRtp(destination.rtpIp, destination.rtpPort); }
+  void remove(RtpAddr destination, unsigned) override { dissector_.removeRtp(destination.rtpIp, destination.rtpPort); }
+  CheckingConnection& connection(unsigned) override { return *connection_; }
 
   SngDissector dissector_;
   CheckingConnection* connection_ = nullptr;
-  std::uint32_t number_ = 0;
-  std::int64_t age_ = 0;  ///< of the next frames, in microseconds
+};
+
+/// The lanes of two recorders with their queues, after the classification. The first octet of a frame selects SIP or
+/// RTP and the destination.
+class TwoLanes final : public Road {
+ public:
+  explicit TwoLanes(const Settings& settings) {
+    all_.setRecorders(2);
+    for (One& one : recorders_) {
+      one.lane.configure(settings, one.queued.queue);
+      auto made = std::make_unique<CheckingConnection>();
+      one.connection = made.get();
+      one.lane.links().take(std::move(made), nullptr);
+    }
+  }
+
+  void consume() override {
+    for (One& one : recorders_) {
+      do {
+        one.queued.work(false, false, never_);
+      } while (one.queued.queue.size() > 0);
+    }
+  }
+
+ private:
+  struct One {
+    One(RtpDestinations& all, unsigned number)
+        : lane(all, number, statistics), queued(lane, 1U << number, "a recorder", 1 << 20, statistics) {}
+
+    Statistics statistics;
+    RecorderLane lane;
+    QueuedLane queued;
+    CheckingConnection* connection = nullptr;
+  };
+
+  void capture(Bytes frame) override {
+    const std::uint8_t kind = frame.empty() ? 0 : frame[0];
+    frame.insert(frame.begin(), FrameHeader::kLength, 0);
+    appendNumber(frame);
+    const auto protocol = (kind & 1) != 0 ? FrameProtocol::Sip : FrameProtocol::Rtp;
+    const auto port = static_cast<u_short>(5000 + (kind >> 1) % 4);
+    FrameHeader{static_cast<u_short>(frame.size()), protocol, 0x0A000002, port, 1, 4000}.write(frame.data());
+    for (One& one : recorders_) one.queued.queue.push({{time(), time()}, frame});
+  }
+  void add(RtpAddr destination, unsigned recorder) override { recorders_[recorder].lane.addDestination(destination); }
+  void remove(RtpAddr destination, unsigned recorder) override {
+    recorders_[recorder].lane.removeDestination(destination);
+  }
+  CheckingConnection& connection(unsigned recorder) override { return *recorders_[recorder].connection; }
+
+  RtpDestinations all_;
+  std::array<One, 2> recorders_{One{all_, 0}, One{all_, 1}};
+  const std::atomic<bool> never_ = false;
 };
 
 }  // namespace
@@ -158,10 +246,15 @@ class Road {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   log4cxx::Logger::getRootLogger()->setLevel(log4cxx::Level::getOff());
   if (size == 0) return 0;
-  Road road(data[0]);
-  for (Split pieces(data + 1, size - 1); pieces.more();) {
-    if (const Bytes piece = pieces.next(); !piece.empty()) road.take(piece);
+  std::unique_ptr<Road> road;
+  if ((data[0] & 8) != 0) {
+    road = std::make_unique<TwoLanes>(settingsOf(data[0]));
+  } else {
+    road = std::make_unique<WholeRoad>(settingsOf(data[0]));
   }
-  road.consume();
+  for (Split pieces(data + 1, size - 1); pieces.more();) {
+    if (const Bytes piece = pieces.next(); !piece.empty()) road->take(piece);
+  }
+  road->consume();
   return 0;
 }

@@ -46,7 +46,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
   NetworkLimits limits;
   limits.streams = 8;
   limits.earlyMemory = 16'384;
-  Conversation call({(data[0] & 1) != 0, (data[0] & 2) != 0}, limits);
+  Conversation call({(data[0] & 1) != 0, (data[0] & 2) != 0, (data[0] & 4) != 0}, limits);
   std::uint32_t last[2] = {};
   call.talk(2);
   for (std::size_t at = 1; at + kEvent <= size && at < 200 * kEvent; at += kEvent) {

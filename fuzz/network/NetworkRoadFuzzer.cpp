@@ -23,6 +23,7 @@ constexpr int kClockSetBack = 31, kOtherDevice = 30, kPause = 29;
 class CheckingSink final : public NetworkSink {
  public:
   void takeDatagram(const Datagram& datagram) override {
+    require(datagram.ends.source.isIpv4() == datagram.ends.destination.isIpv4());
     read(datagram.payload);
     ++frames;
   }
@@ -71,7 +72,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
                                 .datagramMemory = 8'192,
                                 .duplicateBuckets = 2};
   CheckingSink sink;
-  NetworkStack stack({true, true, true, true}, sink, limits);
+  static const NetworkOptions options = {true, true, true, true, true, TunnelPorts("vxlan:8472,geneve:6082")};
+  NetworkStack stack(options, sink, limits);
   ForwardClock clock;
   std::int64_t captured = 10'000'000'000, monotonic = 1;
   std::uint64_t frames = 0;

@@ -204,13 +204,13 @@
       return;
     }
     press(button, true);
-    const others = reading ? [] : pages().filter(page => !readPages.has(page.href));
+    const others = reading ? [] : pages().filter(page => !page.newest && !readPages.has(page.href));
     for (const [i, page] of others.entries()) {
       reading = `reading ${i + 1} of ${plural(others.length, 'page')}`;
       merge();
       const found = new Map();
-      read(await linesOf(page.href), found);
-      found.forEach(call => archive.set(call.name, outline(call, page.href)));
+      read((await contentOf(page.href, 0)).lines, found);
+      found.forEach(call => archive.set(page.key + call.name, outline(call, page.href)));
       readPages.add(page.href);
     }
     if (others.length) reading = null;
@@ -222,29 +222,71 @@
     search();
   }
 
-  function linesOf(href) {
+  /** Reads the first line of another page, and its lines from a number on, in a hidden frame. */
+  function contentOf(href, from) {
     return new Promise(resolve => {
-      const frame = h('iframe', {hidden: true, title: 'Another page', tabindex: '-1', src: `${href}?live=1`});
-      const done = all => {
+      const frame = h('iframe', {hidden: true, title: 'Another page', tabindex: '-1', src: `${href}?live=${from}`});
+      const done = (first, all) => {
         clearTimeout(late);
         removeEventListener('message', hear);
         frame.remove();
-        resolve(all);
+        resolve({first, lines: all});
       };
       const hear = event =>
         event.source === frame.contentWindow &&
         event.data &&
         Array.isArray(event.data.lines) &&
-        done(event.data.lines.map(String));
-      const late = setTimeout(() => done([]), 60000); // the page was deleted
+        done(String(event.data.head), event.data.lines.map(String));
+      const late = setTimeout(() => done('', []), 60000); // the page was deleted
       addEventListener('message', hear);
       document.body.append(frame);
     });
   }
 
+  // ---------------------------------------------------------------- several recorders
+
+  // The newest page of each recorder, on a page over the folders of several recorders.
+  let recorders = [];
+
+  function gather() {
+    recorders = (parsed(head).folders || []).map(folder => ({
+      folder,
+      href: `${folder}index.html`,
+      first: '',
+      taken: 0,
+      calls: new Map(),
+      older: [],
+    }));
+    recorders.forEach(refresh);
+  }
+
+  /** Shows the calls of a recorder, and its new calls from then on. */
+  async function refresh(recorder) {
+    const {first, lines: more} = await contentOf(recorder.href, recorder.taken);
+    const begun = first && first !== recorder.first && recorder.taken > 0; // another day has begun
+    setTimeout(refresh, begun ? 0 : 5000, recorder);
+    if (begun) {
+      recorder.taken = 0;
+      recorder.calls.clear();
+      return;
+    }
+    if (!more.length) return;
+    recorder.first = first;
+    recorder.older = parsed(first).older || [];
+    recorder.taken += more.length;
+    read(more, recorder.calls);
+    calls.forEach((call, key) => call.page === recorder.href && !recorder.calls.has(call.name) && calls.delete(key));
+    recorder.calls.forEach((call, name) => {
+      const key = recorder.folder + name;
+      if (!calls.has(key)) calls.set(key, outline(call, recorder.href));
+    });
+    drawPages();
+    search();
+  }
+
   /** Returns only the data that the list shows, because the other pages can hold very many calls. */
   function outline(call, page) {
-    const {name, start, end, seconds, caller, callee, endReason, from, to, text, numbers, begin, total} = call;
+    const {name, start, end, seconds, caller, callee, endReason, from, to, text, numbers, begin, total, running} = call;
     const step = (total - begin) / BARS;
     const voices = call.voices.map(voice => ({
       role: voice.role,
@@ -278,6 +320,7 @@
       numbers,
       begin,
       total,
+      running,
       voices,
     };
   }
@@ -1009,32 +1052,52 @@
 
   // ---------------------------------------------------------------- other pages, keys, updates
 
-  function pages() {
-    let page = {};
+  function parsed(line) {
     try {
-      page = JSON.parse(head);
+      return JSON.parse(line) || {};
     } catch {
-      /* the page has no calls yet */
+      return {}; // the page has no calls yet
     }
-    const named = (page.older || [])
+  }
+
+  /** Returns the pages of earlier days, which a folder holds. */
+  const dated = (names, folder, key) =>
+    names
       .map(name => /^(\d{4}-\d\d-\d\d)(?:_(\d{4}-\d\d-\d\d))?(?:\.(\d+))?\.html$/.exec(name))
       .filter(Boolean)
       .map(([name, first, last = first, part]) => ({
         first,
         last,
-        href: (archived ? '' : 'days/') + name,
+        key,
+        href: folder + name,
         label:
+          (key ? `${nameOf(key)}: ` : '') +
           [...new Set([first, last])].map(day => shortDay.format(fromIso(day))).join(' – ') +
           (part ? `, part ${part}` : ''),
       }));
-    return archived ? [{first: '', last: '', href: '../index.html', label: 'The newest calls'}, ...named] : named;
+
+  const nameOf = folder => decodeURIComponent(folder.split('/').at(-2));
+
+  function pages() {
+    const newest = {first: '', last: '', key: '', newest: true};
+    if (recorders.length)
+      return recorders.flatMap(({folder, href, older}) => [
+        {...newest, href, label: nameOf(folder)},
+        ...dated(older, `${folder}days/`, folder),
+      ]);
+    const named = dated(parsed(head).older || [], archived ? '' : 'days/', '');
+    return archived ? [{...newest, href: '../index.html', label: 'The newest calls'}, ...named] : named;
   }
 
   function drawPages() {
     const all = pages();
     byId('older').hidden = !all.length;
-    byId('everywhere').hidden = archived || !all.length;
-    byId('older').querySelector('summary').textContent = archived ? 'Other days' : 'Older calls';
+    byId('everywhere').hidden = archived || all.every(page => page.newest);
+    byId('older').querySelector('summary').textContent = archived
+      ? 'Other days'
+      : recorders.length
+        ? 'Recorders and days'
+        : 'Older calls';
     byId('older')
       .querySelector('ul')
       .replaceChildren(...all.map(page => h('li', {}, h('a', {href: page.href}, page.label))));
@@ -1176,6 +1239,7 @@
         }),
       1000,
     );
-    watch();
+    if (parsed(head).folders) gather();
+    else watch();
   });
 })();

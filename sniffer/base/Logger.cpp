@@ -2,7 +2,25 @@
 
 #include <log4cxx/logger.h>
 
+#include <utility>
+
 namespace voip {
+
+namespace {
+
+thread_local const std::string* prefix = nullptr;
+
+std::string prefixed(const std::string& line) {
+  return prefix != nullptr ? *prefix + line : line;
+}
+
+}  // namespace
+
+LogPrefix::LogPrefix(const std::string& text) : outer_(std::exchange(prefix, &text)) {}
+
+LogPrefix::~LogPrefix() {
+  prefix = outer_;
+}
 
 Logger::Logger(const char* name) : logger_(log4cxx::Logger::getLogger(name)) {}
 
@@ -23,19 +41,19 @@ void Logger::setLevel(const std::string& name) const {
 }
 
 void Logger::debug(const std::string& line) const {
-  logger_->debug(line);
+  logger_->debug(prefixed(line));
 }
 
 void Logger::info(const std::string& line) const {
-  logger_->info(line);
+  logger_->info(prefixed(line));
 }
 
 void Logger::warn(const std::string& line) const {
-  logger_->warn(line);
+  logger_->warn(prefixed(line));
 }
 
 void Logger::error(const std::string& line) const {
-  logger_->error(line);
+  logger_->error(prefixed(line));
 }
 
 const Logger& logger() {

@@ -41,6 +41,19 @@ class Logger {
   std::shared_ptr<log4cxx::Logger> logger_;
 };
 
+/// Puts a text before each log line that this thread writes during a scope, such as the name of the recorder that the
+/// thread works for. The caller owns the text.
+class LogPrefix {
+ public:
+  explicit LogPrefix(const std::string& text);
+  ~LogPrefix();
+  LogPrefix(const LogPrefix&) = delete;
+  LogPrefix& operator=(const LogPrefix&) = delete;
+
+ private:
+  const std::string* const outer_;
+};
+
 /// Returns the logger "SnifferClient", which all classes share. It is never destroyed: threads log until the process
 /// ends.
 const Logger& logger();

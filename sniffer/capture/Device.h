@@ -73,7 +73,8 @@ class Device {
 
   pcap_t* getHandle() const { return handle_; }
   bool isFile() const { return pace_ != nullptr; }
-  bool reopens() const { return mode_.reopen && !isFile(); }
+  /// A file that is missing has a wrong name. It is not waited for.
+  bool reopens() const { return mode_.reopen && !captureFilePath(name_); }
 
   /// The link layer of the frames, one of libpcap's DLT_ values.
   int getLinkType() const { return handle_ != nullptr ? pcap_datalink(handle_) : DLT_EN10MB; }

@@ -21,7 +21,7 @@ constexpr unsigned kFromKernel = static_cast<unsigned>(SKF_AD_OFF);
 constexpr unsigned kFragment = 6, kProtocol = 9, kSource = 12, kDestination = 16;
 constexpr unsigned kSourcePort = 0, kDestinationPort = 2, kPayload = 8;
 
-constexpr unsigned kVxlan = 4789, kGeneve = 6081;
+constexpr unsigned kVxlan = 4789, kGeneve = 6081, kGtp = 2152, kL2tp = 1701, kTzsp = 37008;
 
 /// Returns a jump that goes on with the next instruction when the test holds, and else to instruction `otherwise`.
 constexpr sock_filter unlessJump(unsigned at, unsigned test, unsigned value, unsigned otherwise) {
@@ -33,7 +33,7 @@ constexpr sock_filter jump(unsigned at, unsigned test, unsigned value, unsigned 
   return BPF_JUMP(BPF_JMP | test | BPF_K, value, static_cast<__u8>(target - at - 1), 0);
 }
 
-constexpr unsigned kFirst = 30;  // the instruction that chooses the first socket
+constexpr unsigned kFirst = 35;  // the instruction that chooses the first socket
 
 /// Chooses a socket for a frame: the result modulo the number of sockets is its number. The frame begins with the
 /// header after the link layer. A load after its end ends the program with 0, the first socket.
@@ -55,23 +55,28 @@ constexpr sock_filter kChoice[] = {
     /* 12 */ BPF_STMT(BPF_LD | BPF_H | BPF_IND, kDestinationPort),
     /* 13 */ jump(13, BPF_JEQ, kVxlan, kFirst),
     /* 14 */ jump(14, BPF_JEQ, kGeneve, kFirst),
+    /* 15 */ jump(15, BPF_JEQ, kTzsp, kFirst),
+    /* 16 */ jump(16, BPF_JEQ, kGtp, kFirst),
+    /* 17 */ jump(17, BPF_JEQ, kL2tp, kFirst),
     // Sums, so that both directions have the same result.
-    /* 15 */ BPF_STMT(BPF_ST, 0),
-    /* 16 */ BPF_STMT(BPF_LD | BPF_H | BPF_IND, kSourcePort),
-    /* 17 */ BPF_STMT(BPF_LDX | BPF_W | BPF_MEM, 0),
-    /* 18 */ BPF_STMT(BPF_ALU | BPF_ADD | BPF_X, 0),
-    /* 19 */ BPF_STMT(BPF_ST, 0),
-    /* 20 */ BPF_STMT(BPF_LD | BPF_W | BPF_ABS, kSource),
-    /* 21 */ BPF_STMT(BPF_MISC | BPF_TAX, 0),
-    /* 22 */ BPF_STMT(BPF_LD | BPF_W | BPF_ABS, kDestination),
+    /* 18 */ BPF_STMT(BPF_ST, 0),
+    /* 19 */ BPF_STMT(BPF_LD | BPF_H | BPF_IND, kSourcePort),
+    /* 20 */ jump(20, BPF_JEQ, kGtp, kFirst),
+    /* 21 */ jump(21, BPF_JEQ, kL2tp, kFirst),
+    /* 22 */ BPF_STMT(BPF_LDX | BPF_W | BPF_MEM, 0),
     /* 23 */ BPF_STMT(BPF_ALU | BPF_ADD | BPF_X, 0),
-    /* 24 */ BPF_STMT(BPF_ALU | BPF_MUL | BPF_K, 0x9E3779B1),
-    /* 25 */ BPF_STMT(BPF_LDX | BPF_W | BPF_MEM, 0),
-    /* 26 */ BPF_STMT(BPF_ALU | BPF_ADD | BPF_X, 0),
-    /* 27 */ BPF_STMT(BPF_ALU | BPF_MUL | BPF_K, 0x9E3779B1),
-    /* 28 */ BPF_STMT(BPF_ALU | BPF_RSH | BPF_K, 16),
-    /* 29 */ BPF_STMT(BPF_RET | BPF_A, 0),
-    /* 30 */ BPF_STMT(BPF_RET | BPF_K, 0),
+    /* 24 */ BPF_STMT(BPF_ST, 0),
+    /* 25 */ BPF_STMT(BPF_LD | BPF_W | BPF_ABS, kSource),
+    /* 26 */ BPF_STMT(BPF_MISC | BPF_TAX, 0),
+    /* 27 */ BPF_STMT(BPF_LD | BPF_W | BPF_ABS, kDestination),
+    /* 28 */ BPF_STMT(BPF_ALU | BPF_ADD | BPF_X, 0),
+    /* 29 */ BPF_STMT(BPF_ALU | BPF_MUL | BPF_K, 0x9E3779B1),
+    /* 30 */ BPF_STMT(BPF_LDX | BPF_W | BPF_MEM, 0),
+    /* 31 */ BPF_STMT(BPF_ALU | BPF_ADD | BPF_X, 0),
+    /* 32 */ BPF_STMT(BPF_ALU | BPF_MUL | BPF_K, 0x9E3779B1),
+    /* 33 */ BPF_STMT(BPF_ALU | BPF_RSH | BPF_K, 16),
+    /* 34 */ BPF_STMT(BPF_RET | BPF_A, 0),
+    /* 35 */ BPF_STMT(BPF_RET | BPF_K, 0),
 };
 
 static_assert(std::size(kChoice) == kFirst + 1);

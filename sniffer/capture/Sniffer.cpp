@@ -10,6 +10,7 @@
 #include "base/Logger.h"
 #include "capture/EngineOptions.h"
 #include "settings/Logging.h"
+#include "settings/MoreRecorders.h"
 
 using namespace voip;
 
@@ -106,6 +107,7 @@ void Sniffer::displayConfig() {
   text += std::string("ServerNameMedia=") + serverNameMedia_ + "\n";
   text += "ServerPortMedia=" + std::to_string(serverPortMedia_) + "\n";
   text += std::string("ServerProtocol=") + serverProtocol_ + "\n";
+  if (!settings_.moreRecorders.empty()) text += "MoreRecorders=" + settings_.moreRecorders + "\n";
   text += "DeviceCount=" + std::to_string(devices_.size()) + "\n";
   text += "LogLevel=" + logLevel_ + "\n";
   text += std::string("TraceSignalling=") + (traceSignalling_ ? "1" : "0");
@@ -128,10 +130,21 @@ int Sniffer::setupSniffing() {
   dissector_->setServerPortMedia(serverPortMedia_);
   dissector_->setServerNameSig(serverNameSig_);
   dissector_->setServerPortSig(serverPortSig_);
+  warnAboutRepeatedRecorders();
   dissector_->makeConnection(embedded_);
   if (!embedded_) dissector_->startCmdReaderThread();
   dissector_->setTraceSignalling(traceSignalling_);
   return 0;
+}
+
+void Sniffer::warnAboutRepeatedRecorders() const {
+  for (const std::string& warning : findRepeatedRecorders()) logger().warn(warning);
+}
+
+std::vector<std::string> Sniffer::findRepeatedRecorders() const {
+  RecorderAddress first;  // none that equals an address, when the host is the first recorder
+  if (!embedded_) first = {serverNameMedia_, serverPortMedia_};
+  return voip::findRepeatedRecorders(settings_.moreRecorders, first);
 }
 
 int Sniffer::openDevices() {
@@ -164,6 +177,7 @@ void Sniffer::startSniffing() {
       logger().error(std::string("A frame is lost: ") + failure.what());
     }
   }
+  dissector_->endLanes();
   // Frames that arrived during the last one count as discarded in the report.
   if (dissector_->getQueueLength() > 0) dissector_->clearQueue();
   logger().info("Sniffing ended.");

@@ -89,6 +89,12 @@ class Sniffer final : public voip::Engine {
   /// Returns a snapshot of the dissector's figures. Any thread.
   voip::Statistics getStatistics() const { return dissector_->getStatistics(); }
 
+  /// Returns the figures of the recorders after the first. Any thread.
+  std::vector<voip::RecorderStatistics> getRecorderStatistics() const { return dissector_->getRecorderStatistics(); }
+
+  /// Returns a warning for each address in MoreRecorders that occurs again or is that of the first recorder.
+  std::vector<std::string> findRepeatedRecorders() const;
+
   // Texts are not copied and must live as long as the engine.
   const char* getFilter() const { return filter_; }
   void setFilter(const char* filter) { filter_ = filter; }
@@ -136,6 +142,7 @@ class Sniffer final : public voip::Engine {
   voip::Device::Mode deviceMode() const;
   int startCaptureThreads();
   void stopCommandReader();
+  void warnAboutRepeatedRecorders() const;
 
   const char* filter_ = "udp";
   std::string logLevel_ = "INFO";

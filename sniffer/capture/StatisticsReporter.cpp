@@ -19,7 +19,7 @@ std::unique_ptr<PeriodicTask> StatisticsReporter::logRegularly(const Settings& s
 }
 
 std::string StatisticsReporter::getPrometheusText() {
-  return prometheusText(dissector_.getStatistics(), devices_.getStatistics());
+  return prometheusText(dissector_.getStatistics(), devices_.getStatistics(), dissector_.getRecorderStatistics());
 }
 
 void StatisticsReporter::log() {
@@ -28,6 +28,7 @@ void StatisticsReporter::log() {
     if (devices_.isCaptured(i)) logDevice(i);
   }
   logger().info(dissector_.reportStatistics());
+  for (const std::string& line : dissector_.reportRecorders()) logger().info(line);
 }
 
 void StatisticsReporter::logDevice(int i) {

@@ -25,8 +25,8 @@ bool Classifier::isSipWithAnyUri(std::span<const std::uint8_t> payload) {
 bool Classifier::describe(const FlowEnds& ends, std::span<std::uint8_t> octets, std::string& text) {
   setEnds(ends);
   PString description;
-  const u_int source = htonl(ends.source);
-  const u_int destination = htonl(ends.destination);
+  const u_int source = htonl(ends.source.ipv4());
+  const u_int destination = htonl(ends.destination.ipv4());
   const u_int sourcePort = ends.sourcePort;
   const u_int destinationPort = ends.destinationPort;
   if (!h323Parser_.parseH323(octets.data(), static_cast<int>(octets.size()), 0, source, destination, sourcePort,

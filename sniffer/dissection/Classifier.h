@@ -51,6 +51,9 @@ class Classifier {
   /// Returns true when the destination in the header is on the list, and makes RTP the last class.
   bool isRtpFilter();
 
+  /// Returns the recorders that want the last item of class RTP, as RtpDestinations::wantedBy().
+  std::uint32_t wantedBy() const { return wantedBy_; }
+
   /// Returns the header of the item that was classified last. This object owns the header.
   FrameHeader& header() { return header_; }
 
@@ -69,15 +72,16 @@ class Classifier {
   SipHelper sipHelper_;
   H323Parser h323Parser_;
   FrameHeader header_;
+  std::uint32_t wantedBy_ = 0;
   std::atomic<FrameProtocol> lastClass_ = FrameProtocol::None;
 };
 
 // ---- inline, since each datagram needs them ----
 
 inline void Classifier::setEnds(const FlowEnds& ends) {
-  header_.dstIp = ends.destination;
+  header_.dstIp = ends.destination.ipv4();
   header_.dstPort = ends.destinationPort;
-  header_.srcIp = ends.source;
+  header_.srcIp = ends.source.ipv4();
   header_.srcPort = ends.sourcePort;
 }
 
@@ -95,7 +99,8 @@ inline bool Classifier::isSip(const std::uint8_t* payload) {
 }
 
 inline bool Classifier::isRtpFilter() {
-  if (!destinations_.contains({header_.dstIp, header_.dstPort})) return false;
+  wantedBy_ = destinations_.wantedBy({header_.dstIp, header_.dstPort});
+  if (wantedBy_ == 0) return false;
   lastClass_ = FrameProtocol::Rtp;
   return true;
 }

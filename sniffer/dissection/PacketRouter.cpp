@@ -6,7 +6,6 @@
 #include <iterator>
 #include <utility>
 
-#include "base/DottedDecimal.h"
 #include "base/FrameLimits.h"
 #include "base/Logger.h"
 #include "forwarding/MediaHeader.h"
@@ -16,10 +15,6 @@ namespace voip {
 
 namespace {
 
-NetworkOptions optionsOf(const Settings& settings) {
-  return {settings.decapsulate, settings.dropDuplicates, settings.reassembleFragments, settings.reassembleTcp};
-}
-
 /// The counters in the order of NetworkCount.
 constexpr Statistics::Counter Statistics::*kCounters[] = {
     &Statistics::otherDropped,           &Statistics::tcpDropped,        &Statistics::duplicatesDropped,
@@ -28,9 +23,9 @@ constexpr Statistics::Counter Statistics::*kCounters[] = {
     &Statistics::datagramsContradictory, &Statistics::datagramsMixed,    &Statistics::segmentsFollowed,
     &Statistics::segmentsRetransmitted,  &Statistics::segmentsCut,       &Statistics::streamMessages,
     &Statistics::streamMessagesTooLong,  &Statistics::streamGaps,        &Statistics::streamsOutOfStep,
-    &Statistics::streamsDisplaced,
+    &Statistics::streamsDisplaced,       &Statistics::ipv6Malformed,     &Statistics::jumboPayloads,
 };
-static_assert(std::size(kCounters) == static_cast<std::size_t>(NetworkCount::kStreamsDisplaced) + 1);
+static_assert(std::size(kCounters) == static_cast<std::size_t>(NetworkCount::kJumboPayloads) + 1);
 
 /// Returns the machine's monotonic time in microseconds, precise to a few milliseconds. The coarse clock is used
 /// because it is read for each frame.
@@ -41,8 +36,7 @@ std::int64_t monotonic() {
 }
 
 std::string describe(const FlowEnds& ends) {
-  return dottedDecimal(ends.source) + ":" + std::to_string(ends.sourcePort) + " to " + dottedDecimal(ends.destination) +
-         ":" + std::to_string(ends.destinationPort);
+  return ends.source.textWithPort(ends.sourcePort) + " to " + ends.destination.textWithPort(ends.destinationPort);
 }
 
 void logRefusal(const char* heading, const sniff_ip& ip) {
@@ -55,22 +49,17 @@ void logRefusal(const char* heading, const sniff_ip& ip) {
 
 }  // namespace
 
-PacketRouter::PacketRouter(const RtpDestinations& destinations, const Recalls& recalls, CatchUp& catchUp,
-                           RecorderLinks& links, FrameForwarder& forwarder, Statistics& statistics)
-    : recalls_(recalls),
-      catchUp_(catchUp),
-      links_(links),
-      forwarder_(forwarder),
-      statistics_(statistics),
-      classifier_(destinations, statistics) {
+PacketRouter::PacketRouter(const RtpDestinations& destinations, RecorderLane& lane, Statistics& statistics)
+    : lane_(lane), statistics_(statistics), classifier_(destinations, statistics) {
   configure({}, nullptr);
 }
 
-void PacketRouter::configure(const Settings& settings, LookBack* lookBack) {
-  lookBack_ = lookBack;
+void PacketRouter::configure(const Settings& settings, FanOut* fanOut) {
+  fanOut_ = fanOut;
+  keepsMedia_ = settings.lookBack > 0;
   classifier_.setSipAnyUri(settings.sipAnyUri);
   followsStreams_ = settings.reassembleTcp;
-  network_ = std::make_unique<NetworkStack>(optionsOf(settings), static_cast<NetworkSink&>(*this));
+  network_ = std::make_unique<NetworkStack>(NetworkOptions::of(settings), static_cast<NetworkSink&>(*this));
   isPlain_ = !settings.dropDuplicates && !settings.reassembleFragments && !settings.reassembleTcp;
 }
 
@@ -97,27 +86,40 @@ void PacketRouter::takePlainTcp(std::span<u_char> frame, std::size_t offset) {
 
 // ---- items of the network ----
 
+/// Drops an IPv6 item, because the header of a frame has room for IPv4 addresses only. Returns false for IPv4.
+bool PacketRouter::dropsIpv6(const FlowEnds& ends) {
+  if (ends.areIpv4()) return false;
+  statistics_.ipv6Dropped.add();
+  return true;
+}
+
 void PacketRouter::takeDatagram(const Datagram& datagram) {
+  if (dropsIpv6(datagram.ends)) return;
   if (classifier_.classify(datagram) == FrameProtocol::None || datagram.payload.empty()) {
     drop(datagram);
     return;
   }
   forward({datagram.payload.data() - kForwardedHeader, datagram.payload.size() + kForwardedHeader});
-  if (!datagram.isCaptured) forwarder_.flush();  // its bytes are valid during this call only
+  if (!datagram.isCaptured) release();  // its bytes are valid during this call only
 }
 
 void PacketRouter::drop(const Datagram& datagram) {
-  if (lookBack_ == nullptr || !looksLikeMedia(datagram.payload.data(), static_cast<int>(datagram.payload.size()))) {
+  if (!keepsMedia_ || !looksLikeMedia(datagram.payload.data(), static_cast<int>(datagram.payload.size()))) {
     statistics_.udpDropped.add();
     return;
   }
   const std::span frame(datagram.payload.data() - kForwardedHeader, datagram.payload.size() + kForwardedHeader);
   classifier_.header().protocol = FrameProtocol::Rtp;
   classifier_.header().write(frame.data());
-  lookBack_->keepMedia({stamp_, frame});
+  if (fanOut_ != nullptr) {
+    fanOut_->takeForAll({stamp_, frame});
+  } else {
+    lane_.keepMedia({stamp_, frame});
+  }
 }
 
 void PacketRouter::takeSegment(const Segment& segment) {
+  if (dropsIpv6(segment.ends)) return;
   if (segment.payload.empty()) {
     statistics_.tcpDropped.add();
   } else {
@@ -131,12 +133,14 @@ CaptureStamp PacketRouter::stampAt(std::int64_t captured) const {
 }
 
 void PacketRouter::takeTpkt(const FlowEnds& ends, Octets tpkt, std::int64_t captured) {
+  if (dropsIpv6(ends)) return;
   const CaptureStamp inWork = std::exchange(stamp_, stampAt(captured));
   forwardDescription(ends, {const_cast<u_char*>(tpkt.data()), tpkt.size()});  // it is only read
   stamp_ = inWork;
 }
 
 void PacketRouter::takeSipMessage(const FlowEnds& ends, Octets message, std::int64_t captured) {
+  if (dropsIpv6(ends)) return;
   made_.assign(kForwardedHeader, 0);
   made_.insert(made_.end(), message.begin(), message.end());
   made_.resize(made_.size() + kFrameSlack);
@@ -167,32 +171,26 @@ void PacketRouter::forwardDescription(const FlowEnds& ends, std::span<u_char> oc
 
 void PacketRouter::forwardMade() {
   forward(made_);
-  forwarder_.flush();  // before the next frame overwrites this one
+  release();  // the next frame overwrites this one
+}
+
+/// Ends the use of the bytes of the last frame. The queues of several lanes have copies.
+void PacketRouter::release() {
+  if (fanOut_ == nullptr) lane_.flush();
 }
 
 // ---- to the recorder ----
 
 void PacketRouter::forward(std::span<u_char> frame) {
   classifier_.header().write(frame.data());
-  BaseConnection* connection = links_.forFrame(classifier_.lastClass(), classifier_.header().protocol);
-  if (connection == nullptr) {
-    statistics_.notSent.add();
-    logger().warn("PAYLOAD NOT SENT");
-    return;
-  }
-  if (hasToWait()) {
-    lookBack_->keepMedia({stamp_, frame});
+  const FrameProtocol packetClass = classifier_.lastClass();
+  if (fanOut_ == nullptr) {
+    lane_.forward(packetClass, {stamp_, frame});
+  } else if (packetClass == FrameProtocol::Rtp) {
+    fanOut_->takeMedia({stamp_, frame}, classifier_.wantedBy());
   } else {
-    forwarder_.add(*connection, {stamp_, frame});
+    fanOut_->takeForAll({stamp_, frame});
   }
-}
-
-/// Returns true for media of a destination whose older, kept media has not been sent yet.
-bool PacketRouter::hasToWait() {
-  if (recalls_.arePending()) catchUp_.takeRequests();
-  if (!catchUp_.isActive()) return false;
-  const FrameHeader& header = classifier_.header();
-  return header.protocol == FrameProtocol::Rtp && catchUp_.holds({header.dstIp, header.dstPort});
 }
 
 // ---- refused ----

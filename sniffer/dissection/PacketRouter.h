@@ -10,11 +10,8 @@
 
 #include "base/CaptureStamp.h"
 #include "dissection/Classifier.h"
-#include "forwarding/CatchUp.h"
-#include "forwarding/FrameForwarder.h"
-#include "forwarding/LookBack.h"
-#include "forwarding/Recalls.h"
-#include "forwarding/RecorderLinks.h"
+#include "forwarding/FanOut.h"
+#include "forwarding/RecorderLane.h"
 #include "forwarding/RtpDestinations.h"
 #include "network/ForwardClock.h"
 #include "network/NetworkStack.h"
@@ -23,29 +20,33 @@
 
 namespace voip {
 
-/// Routes captured frames from the network stack through the classifier to the forwarder or the look-back. Counts the
-/// frames that it drops. Frames for the recorder wait in the forwarder until its flush(). Consumer only.
+/// Routes captured frames from the network stack through the classifier to the lane of the recorder, or of each
+/// recorder. Counts the frames that it drops. Frames wait in the lanes until flush(). The classifying thread only: the
+/// consumer, unless there are several recorders.
 class PacketRouter final : private NetworkSink {
  public:
   /// All arguments must outlive the object.
-  PacketRouter(const RtpDestinations& destinations, const Recalls& recalls, CatchUp& catchUp, RecorderLinks& links,
-               FrameForwarder& forwarder, Statistics& statistics);
+  PacketRouter(const RtpDestinations& destinations, RecorderLane& lane, Statistics& statistics);
 
-  /// Applies the settings and discards the state of the network stack. The caller owns `lookBack`, which may be null.
-  void configure(const Settings& settings, LookBack* lookBack);
+  /// Applies the settings and discards the state of the network stack. `fanOut` takes the frames instead of the lane
+  /// when there are several recorders, else it is null; the caller owns it.
+  void configure(const Settings& settings, FanOut* fanOut);
 
   /// Returns the classifier, which this object owns.
   Classifier& classifier() { return classifier_; }
 
   /// Takes one captured frame of `header.len` bytes with a link layer of `linkType` (libpcap's DLT_ value). Writes to
-  /// the frame. kFrameSlack zeroed bytes must follow it. It must stay valid until the forwarder's flush().
+  /// the frame. kFrameSlack zeroed bytes must follow it. It must stay valid until flush().
   void takeFrame(const pcap_pkthdr& header, u_char* frame, int linkType, const CaptureStamp& stamp);
 
   /// Does the work that is due in the network stack while no frame arrives: early segments may be forwarded.
   void expire();
 
   /// Forwards the messages that the network stack still holds. To be called when no frame will follow.
-  void flush() { network_->flush(); }
+  void finish() { network_->flush(); }
+
+  /// Sends the frames that wait in the lane, or wakes the lanes of several recorders.
+  void flush() { fanOut_ != nullptr ? fanOut_->publish() : lane_.flush(); }
 
   /// As takeFrame(), but takes an Ethernet frame on the plain path, regardless of the settings.
   void takePlainFrame(std::span<u_char> frame) { network_->takePlainFrame(frame); }
@@ -56,7 +57,7 @@ class PacketRouter final : private NetworkSink {
   void takePlainTcp(std::span<u_char> frame, std::size_t offset);
 
   /// Writes the header of the item that was classified last over the first 15 bytes of `frame` and passes the frame to
-  /// the forwarder or the look-back.
+  /// the lane or lanes.
   void forward(std::span<u_char> frame);
 
   /// Forwards the description of a segment or TPKT, if it has one, and counts it as dropped if not.
@@ -74,17 +75,16 @@ class PacketRouter final : private NetworkSink {
   void refuseTcpHeader(int length) override;
   void count(NetworkCount what) override;
 
+  bool dropsIpv6(const FlowEnds& ends);
   void drop(const Datagram& datagram);
-  bool hasToWait();
   void forwardMade();
+  void release();
   CaptureStamp stampAt(std::int64_t captured) const;
 
-  const Recalls& recalls_;
-  CatchUp& catchUp_;
-  RecorderLinks& links_;
-  FrameForwarder& forwarder_;
+  RecorderLane& lane_;
+  FanOut* fanOut_ = nullptr;
   Statistics& statistics_;
-  LookBack* lookBack_ = nullptr;
+  bool keepsMedia_ = false;  ///< there is a look-back
   Classifier classifier_;
   bool followsStreams_ = false;
   std::unique_ptr<NetworkStack> network_;

@@ -1,7 +1,9 @@
 #include "dissection/SngDissector.h"
 
 #include <chrono>
-#include <cstdio>
+#include <exception>
+#include <functional>
+#include <system_error>
 
 #include "base/DottedDecimal.h"
 #include "base/Logger.h"
@@ -11,19 +13,9 @@ using namespace voip;
 
 namespace {
 
-// The consumer's wait for packets is limited: kept frames expire, and missed signalling is tried again.
+// The wait of the classifying thread is limited: early segments in TCP streams expire.
 constexpr std::chrono::milliseconds kIdleWait(100);
-constexpr std::chrono::milliseconds kRoomWait(2);  // while kept media waits for space in the connection
-constexpr std::chrono::milliseconds kNoWait(0);
-
-std::string hexAndDecimal(const char* heading, u_int rtpIp, u_short rtpPort) {
-  char hexIp[16];
-  char hexPort[16];
-  std::snprintf(hexIp, sizeof hexIp, "%x", rtpIp);
-  std::snprintf(hexPort, sizeof hexPort, "%x", rtpPort);
-  return std::string(heading) + hexIp + "=" + dottedDecimal(rtpIp) + ", port=0x" + hexPort + "=" +
-         std::to_string(rtpPort) + ")";
-}
+constexpr std::chrono::milliseconds kBetweenStarts(1000);  // of threads that could not be started
 
 }  // namespace
 
@@ -34,12 +26,18 @@ std::atomic<SngDissector*> SngDissector::dissector_ = nullptr;
 SngDissector::SngDissector() {
   delete dissector_.load();
   dissector_ = this;
+  lane_.configure({}, packetQueue_);
+  lane_.setLastClass([this] { return router_.classifier().lastClass(); });
 }
 
 SngDissector::~SngDissector() {
-  links_.interrupt();
-  commands_.stop();
-  links_.release();
+  lane_.links().interrupt();
+  lane_.commands().stop();
+  if (FanOut* fanOut = fanOut_) fanOut->signalEnd();
+  packetQueue_.wake();
+  if (classifying_.joinable()) classifying_.join();
+  ownFanOut_.reset();
+  lane_.links().release();
   removeAllRtp();
   packetQueue_.clearFromConsumer();
   dissector_ = nullptr;
@@ -47,173 +45,197 @@ SngDissector::~SngDissector() {
 
 void SngDissector::setSettings(const Settings& settings) {
   settings_ = settings;
-  packetQueue_.setLimit(static_cast<std::size_t>(settings.queueLimit) << 20);
-  lookBack_.reset();
-  if (settings.lookBack > 0) {
-    lookBack_ = std::make_unique<LookBack>(Instant(settings.lookBack),
-                                           static_cast<std::size_t>(settings.lookBackMemory) << 20, statistics_);
+  networkOptions_ = voip::NetworkOptions::of(settings);
+  if (readMoreRecorders(settings.moreRecorders).addresses.empty()) {
+    packetQueue_.setLimit(static_cast<std::size_t>(settings.queueLimit) << 20);
+    lane_.configure(settings, packetQueue_);
+  } else {
+    if (settings.queueLimit > 0) packetQueue_.setLimit(FanOut::queueLimitFor(settings));
+    ownFanOut_ = std::make_unique<FanOut>(settings, rtpList_, lane_, statistics_);
+    fanOut_ = ownFanOut_.get();
   }
-  forwarder_.configure(settings.captureTime, lookBack_.get());
-  catchUp_.configure(lookBack_.get());
-  router_.configure(settings, lookBack_.get());
+  router_.configure(settings, fanOut_);
 }
 
 void SngDissector::makeConnection(bool embedded) {
+  FanOut* const fanOut = fanOut_;
   if (embedded) {
-    links_.makeEmbedded(settings_);
-    packetQueue_.setOthersWaiting(links_.getMedia()->getBacklogSize());
+    lane_.links().makeEmbedded(settings_);
+    const auto* backlog = lane_.links().getMedia()->getBacklogSize();
+    fanOut != nullptr ? fanOut->first().queue.setOthersWaiting(backlog) : packetQueue_.setOthersWaiting(backlog);
   } else {
-    links_.makeSockets(sniffer_->getServerProtocol(), recorder_, settings_, statistics_);
+    lane_.links().makeSockets(sniffer_->getServerProtocol(), recorder_, settings_, statistics_);
   }
+  if (fanOut != nullptr) fanOut->makeConnections(settings_);
+}
+
+void SngDissector::setConnections(std::unique_ptr<BaseConnection> media, std::unique_ptr<BaseConnection> signalling) {
+  lane_.links().take(std::move(media), std::move(signalling));
+  if (FanOut* fanOut = fanOut_) fanOut->makeConnections(settings_);
 }
 
 // ---- commands ----
 
 void* SngDissector::startCmdReaderLoop(void*) {
-  if (SngDissector* live = dft(); live != nullptr) live->commands_.run(*live->links_.getMedia());
+  if (SngDissector* live = dft(); live != nullptr) live->lane_.commands().run(*live->lane_.links().getMedia());
   return nullptr;
-}
-
-void SngDissector::carryOut(const SnifferRequest& request) {
-  switch (request.request) {
-    case SnifferRequest::kAddDestination:
-      addRtp(request.rtpAddr, request.rtpPort);
-      break;
-    case SnifferRequest::kRemoveDestination:
-      removeRtp(request.rtpAddr, request.rtpPort);
-      break;
-    case SnifferRequest::kHeartbeat:
-      replyHeartbeat();
-      break;
-  }
-}
-
-void SngDissector::replyHeartbeat() {
-  // The reply has its own frame, because the consumer may be using the classifier's header.
-  std::uint8_t frame[FrameHeader::kLength];
-  our_header{FrameHeader::kLength, FrameProtocol::Heartbeat}.write(frame);
-  sendPayload(frame, FrameHeader::kLength);
-  logger().debug("Heartbeat sent");
-}
-
-void SngDissector::addRtp(u_int rtpIp, u_short rtpPort) {
-  if (lookBack_ != nullptr) {
-    recalls_.add({rtpIp, rtpPort}, rtpList_);
-    packetQueue_.wake();
-  } else {
-    rtpList_.add({rtpIp, rtpPort});
-  }
-  if (logger().isDebugEnabled()) logger().debug(hexAndDecimal("Added to list rtp (ip=0x", rtpIp, rtpPort));
-}
-
-void SngDissector::removeRtp(u_int rtpIp, u_short rtpPort) {
-  rtpList_.remove({rtpIp, rtpPort});
-  if (logger().isDebugEnabled()) logger().debug(hexAndDecimal("Removed from list rtp (ip=0x", rtpIp, rtpPort));
 }
 
 // ---- the queue ----
 
 void SngDissector::producePacket(SniffedPacket& packet) {
-  const bool isMedia = packetQueue_.hasLimit() &&
-                       carriesMedia(packet.packet, packet.header->caplen, packet.linkType, settings_.decapsulate);
+  const bool isMedia =
+      packetQueue_.hasLimit() && carriesMedia(packet.packet, packet.header->caplen, packet.linkType, networkOptions_);
   const u_int mostBytes = settings_.reassembleTcp ? kMaxPacketOfStreams : kMaxPacket;
   packetQueue_.push(packet, mostBytes, isMedia ? PacketQueue::Kind::kMedia : PacketQueue::Kind::kSignalling);
 }
 
 void SngDissector::consumePacket() {
+  if (FanOut* fanOut = fanOut_) {
+    forwardToFirst(*fanOut);
+    return;
+  }
   try {
     while (!engineHasEnded() && !takeBatch()) {
     }
     processBatch();
   } catch (...) {
-    forwarder_.dropGroup();  // its bytes become invalid
+    lane_.dropGroup();  // its bytes become invalid
     throw;
   }
   if (!engineHasEnded()) return;
+  router_.finish();
   router_.flush();
-  forwarder_.flush();
   packetQueue_.clearFromConsumer();
 }
 
 /// Does the periodic work, then waits for packets. Returns false when there are none.
 bool SngDissector::takeBatch() {
   router_.expire();
-  forwarder_.flush();
-  if (lookBack_ != nullptr && links_.keepConnected() != LinkEvent::kNone) rtpList_.clear();
-  catchUp_.takeRequests();
-  sendMissedSignalling();
-  const bool hasMore = catchUp_.step();
-  const auto longest = hasMore ? kNoWait : catchUp_.isActive() ? kRoomWait : kIdleWait;
-  const bool hasPackets = packetQueue_.takeBatch(longest);
-  if (BaseConnection* media = links_.getMedia()) media->watchHost();
-  if (lookBack_ == nullptr || hasPackets) return hasPackets;
-  lookBack_->media.expire();
-  if (isEmbedded()) checkHostCommands();  // the host may ask for kept media while no packet arrives
-  return false;
+  const bool hasPackets = packetQueue_.takeBatch(lane_.prepareWait());
+  lane_.finishWait(hasPackets, isEmbedded());
+  return hasPackets;
 }
 
 void SngDissector::processBatch() {
-  const bool hasHost = isEmbedded();
+  const bool hasHost = isEmbedded() && fanOut_ == nullptr;
   while (!engineHasEnded()) {
     QueuedPacket* packet = packetQueue_.next();
     if (packet == nullptr) break;
     router_.takeFrame(packet->header, packet->bytes(), packet->linkType, packet->stamp);
-    if (hasHost) checkHostCommands();
+    if (hasHost) lane_.checkHostCommands();
   }
-  forwarder_.flush();
+  router_.flush();
 }
 
-void SngDissector::checkHostCommands() {
-  if (!links_.getMedia()->mayHaveRequest()) return;
-  // A reply is sent after the frames of the packets before it.
-  forwarder_.flush();
-  checkCommand();
+// ---- several recorders ----
+
+void SngDissector::forwardToFirst(FanOut& fanOut) {
+  startLanes(fanOut);
+  fanOut.first().work(!engineHasEnded(), isEmbedded(), fanOut.hasEnded());
 }
 
-void SngDissector::sendMissedSignalling() {
-  forwarder_.sendMissed(
-      [this](FrameProtocol protocol) -> BaseConnection& { return *links_.forFrame(protocol, protocol); });
+void SngDissector::startLanes(FanOut& fanOut) {
+  if (classifying_.joinable() || fanOut.hasEnded()) return;
+  try {
+    classifying_ = std::thread(&SngDissector::classify, this, std::ref(fanOut));
+    fanOut.start();
+  } catch (const std::system_error& failure) {
+    logger().error(std::string("Nothing is forwarded, there is no thread for it: ") + failure.what());
+    fanOut.first().queue.takeBatch(kBetweenStarts);
+  }
 }
+
+/// The body of the classifying thread.
+void SngDissector::classify(FanOut& fanOut) {
+  while (!fanOut.hasEnded()) {
+    try {
+      router_.expire();
+      router_.flush();
+      packetQueue_.takeBatch(kIdleWait);
+      processBatch();
+      // The first recorder's lane may need none of these packets, but carries out the host's commands after them.
+      if (isEmbedded() && lane_.links().getMedia()->mayHaveRequest()) fanOut.first().queue.wake();
+    } catch (const std::exception& failure) {
+      logger().error(std::string("A frame is lost: ") + failure.what());
+    }
+  }
+}
+
+void SngDissector::endLanes() {
+  FanOut* const fanOut = fanOut_;
+  if (fanOut == nullptr) return;
+  if (classifying_.joinable()) classifying_.join();
+  const std::size_t dropped = fanOut->join();
+  try {
+    router_.finish();
+    fanOut->drain();
+  } catch (const std::exception& failure) {
+    logger().error(std::string("A frame is lost: ") + failure.what());
+  }
+  packetQueue_.clearFromConsumer(dropped);
+}
+
+// ---- the end, and figures ----
 
 void SngDissector::signalEnd() {
-  commands_.signalEnd();
-  links_.interrupt();
+  lane_.commands().signalEnd();
+  lane_.links().interrupt();
+  if (FanOut* fanOut = fanOut_) fanOut->signalEnd();
   router_.classifier().h323Parser().displayCallIdMap();
   packetQueue_.wake();
 }
 
+bool SngDissector::isIdle() {
+  FanOut* const fanOut = fanOut_;
+  return packetQueue_.isIdle() && (fanOut == nullptr || fanOut->isIdle());
+}
+
 Statistics SngDissector::getStatistics() {
   Statistics now = statistics_;
-  if (BaseConnection* media = links_.getMedia()) {
+  if (BaseConnection* media = lane_.links().getMedia()) {
     const HostBacklog backlog = media->getBacklog();
     now.hostWaiting = backlog.waiting;
     now.hostWaitingHighest = backlog.highest;
   }
   now.queueLength = getQueueLength();
-  now.rtpListLength = rtpList_.length();
+  if (FanOut* fanOut = fanOut_) now.queueLength += fanOut->first().queue.size();
+  now.rtpListLength = lane_.destinations().length();
   return now;
+}
+
+std::vector<RecorderStatistics> SngDissector::getRecorderStatistics() {
+  FanOut* const fanOut = fanOut_;
+  return fanOut != nullptr ? fanOut->getStatistics() : std::vector<RecorderStatistics>();
+}
+
+std::vector<std::string> SngDissector::reportRecorders() {
+  std::vector<std::string> lines;
+  for (const RecorderStatistics& one : getRecorderStatistics())
+    lines.push_back(one.figures.reportOf(one.name, settings_));
+  return lines;
 }
 
 // ---- single steps of the path of a frame ----
 
 void SngDissector::processFrame(const pcap_pkthdr& header, std::uint8_t* frame, int linkType) {
   router_.takeFrame(header, frame, linkType, {});
-  forwarder_.flush();
+  router_.flush();
 }
 
 void SngDissector::processPacket(u_char*, const pcap_pkthdr* header, u_char** packet) {
   router_.takePlainFrame({*packet, header->len});
-  forwarder_.flush();
+  router_.flush();
 }
 
 void SngDissector::processUdp(const u_char* packet, const pcap_pkthdr* header, int size_header) {
   router_.takePlainUdp({const_cast<u_char*>(packet), header->len}, static_cast<std::size_t>(size_header));
-  forwarder_.flush();
+  router_.flush();
 }
 
 void SngDissector::processTcp(u_char* packet, const pcap_pkthdr* header, int size_header) {
   router_.takePlainTcp({packet, header->len}, static_cast<std::size_t>(size_header));
-  forwarder_.flush();
+  router_.flush();
 }
 
 void SngDissector::buildPayload(u_char* payload, int payloadLen, bool isUdp, u_char**) {
@@ -223,23 +245,11 @@ void SngDissector::buildPayload(u_char* payload, int payloadLen, bool isUdp, u_c
   } else {
     router_.forwardDescription(router_.classifier().ends(), frame.subspan(FrameHeader::kLength));
   }
-  forwarder_.flush();
+  router_.flush();
 }
 
 void SngDissector::sendPayload(u_char* payload, int len) {
-  const FrameProtocol protocol = FrameHeader::protocolOf(payload);
-  BaseConnection* connection = links_.forFrame(router_.classifier().lastClass(), protocol);
-  const std::span frame(payload, static_cast<std::size_t>(len));
-  if (connection == nullptr) {
-    statistics_.notSent.add();
-    logger().warn("PAYLOAD NOT SENT");
-  } else if (protocol == FrameProtocol::Heartbeat) {
-    // A reply is no captured frame: it is neither counted nor kept.
-    forwarder_.sendReply(*connection, connection == links_.getMedia(), frame);
-  } else {
-    forwarder_.add(*connection, {{}, frame});
-    forwarder_.flush();
-  }
+  lane_.send(router_.classifier().lastClass(), {payload, static_cast<std::size_t>(len)});
 }
 
 void SngDissector::printFormatHeader(const u_char* ptr) {

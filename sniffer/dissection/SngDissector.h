@@ -8,15 +8,13 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <thread>
+#include <vector>
 
-#include "dissection/CommandReader.h"
 #include "dissection/Engine.h"
 #include "dissection/PacketRouter.h"
-#include "forwarding/CatchUp.h"
-#include "forwarding/FrameForwarder.h"
-#include "forwarding/LookBack.h"
-#include "forwarding/Recalls.h"
-#include "forwarding/RecorderLinks.h"
+#include "forwarding/FanOut.h"
+#include "forwarding/RecorderLane.h"
 #include "forwarding/RtpDestinations.h"
 #include "network/WireHeaders.h"
 #include "queue/PacketQueue.h"
@@ -31,6 +29,9 @@
 /// Capture threads call producePacket(). One consumer thread calls consumePacket(), which does everything up to the
 /// send. The stand-alone program carries out commands on a command-reader thread; embedded, the consumer calls
 /// checkCommand() after each packet.
+///
+/// With several recorders (Settings::moreRecorders) a further thread classifies, and consumePacket() sends what it
+/// finds to the first recorder. The operations below that name a recorder are about the first one.
 class SngDissector {
  public:
   using sniff_ethernet = voip::sniff_ethernet;
@@ -65,7 +66,7 @@ class SngDissector {
   /// Sets the engine that drives the dissector; null for none. It must outlive the dissector's use of it.
   void setSniffer(voip::Engine* engine) { sniffer_ = engine; }
 
-  /// Applies the settings. Drops frames that the look-back has kept.
+  /// Applies the settings. Drops frames that the look-back has kept. To be called once with several recorders.
   void setSettings(const voip::Settings& settings);
   void setServerNameMedia(const char* name) { recorder_.nameMedia = name; }
   const char* getServerNameMedia() const { return recorder_.nameMedia; }
@@ -84,40 +85,39 @@ class SngDissector {
   void setTraceSignalling(bool trace) { router_.classifier().h323Parser().setTraceSignalling(trace); }
 
   /// Makes the connections to the recorder: to the host when `embedded`, else over the engine's transport. The engine
-  /// and the recorder's addresses must be set.
+  /// and the recorder's addresses must be set. Makes those to further recorders as well.
   void makeConnection(bool embedded);
 
-  /// Takes ownership of connections made elsewhere; `signalling` may be null. For tests and benchmarks.
-  void setConnections(std::unique_ptr<BaseConnection> media, std::unique_ptr<BaseConnection> signalling) {
-    links_.take(std::move(media), std::move(signalling));
-  }
+  /// Takes ownership of connections made elsewhere; `signalling` may be null. Makes the connections to further
+  /// recorders. For tests and benchmarks.
+  void setConnections(std::unique_ptr<BaseConnection> media, std::unique_ptr<BaseConnection> signalling);
 
   /// Closes the connections but keeps the objects.
-  void closeConnection() { links_.close(); }
+  void closeConnection() { lane_.links().close(); }
 
   // ---- commands ----
 
   /// Starts the command-reader thread. The connections must have been made.
-  void startCmdReaderThread() { commands_.start(startCmdReaderLoop); }
+  void startCmdReaderThread() { lane_.commands().start(startCmdReaderLoop); }
 
   /// Returns the thread to join, which the dissector owns, or null when none was started.
-  pthread_t* getCmdReaderThread() { return commands_.getThread(); }
+  pthread_t* getCmdReaderThread() { return lane_.commands().getThread(); }
 
   /// Notes that the caller has joined the thread.
-  void cmdReaderJoined() { commands_.joined(); }
+  void cmdReaderJoined() { lane_.commands().joined(); }
 
   /// The entry of the command-reader thread: carries out commands for the live dissector. `arg` is not used.
   static void* startCmdReaderLoop(void* arg);
 
   /// Carries out the commands that are readable now: 1 adds an RTP destination, 2 removes it, 3 sends a heartbeat
   /// reply; any other is ignored. One thread at a time.
-  void checkCommand() { commands_.carryOutWaiting(*links_.getMedia()); }
+  void checkCommand() { lane_.checkCommands(); }
 
   /// Sends a heartbeat reply and logs it at DEBUG. Command thread.
-  void replyHeartbeat();
+  void replyHeartbeat() { lane_.replyHeartbeat(router_.classifier().lastClass()); }
 
   /// True after signalEnd(). Any thread.
-  bool getTerminate() const { return commands_.hasEnded(); }
+  bool getTerminate() const { return lane_.commands().hasEnded(); }
 
   // ---- the queue ----
 
@@ -125,8 +125,12 @@ class SngDissector {
   void producePacket(SniffedPacket& packet);
 
   /// Waits until packets are queued and processes them. Drops all queued packets instead after the end of the engine.
-  /// Consumer thread.
+  /// With several recorders, starts their threads if necessary. Consumer thread.
   void consumePacket();
+
+  /// Ends the threads of several recorders and forwards the messages that the network stack still holds. Does nothing
+  /// when there is one recorder. To be called after signalEnd(). Consumer thread.
+  void endLanes();
 
   /// Drops all queued packets. Any thread.
   void clearQueue() { packetQueue_.clear(); }
@@ -139,13 +143,19 @@ class SngDissector {
   std::size_t getQueueLength() { return packetQueue_.size(); }
 
   /// True when nothing is queued and nothing is being processed. Any thread.
-  bool isIdle() { return packetQueue_.isIdle(); }
+  bool isIdle();
 
   /// Returns a copy of the present statistics. Any thread.
   voip::Statistics getStatistics();
 
+  /// Returns the present statistics of the recorders after the first. Any thread.
+  std::vector<voip::RecorderStatistics> getRecorderStatistics();
+
   /// Returns the present statistics as the text of the log line. Any thread.
   std::string reportStatistics() { return getStatistics().report(settings_); }
+
+  /// As reportStatistics(), for each recorder after the first. Any thread.
+  std::vector<std::string> reportRecorders();
 
   // ---- single steps of the path of a frame; consumer thread ----
 
@@ -187,41 +197,40 @@ class SngDissector {
 
   /// Adds an entry, whether or not there is an equal one, and recalls kept media of the destination. Throws
   /// std::bad_alloc.
-  void addRtp(u_int rtpIp, u_short rtpPort);
+  void addRtp(u_int rtpIp, u_short rtpPort) { lane_.addDestination({rtpIp, rtpPort}); }
 
   /// Removes all equal entries.
-  void removeRtp(u_int rtpIp, u_short rtpPort);
+  void removeRtp(u_int rtpIp, u_short rtpPort) { lane_.removeDestination({rtpIp, rtpPort}); }
 
   /// True when the list has an equal entry. Takes no lock.
-  bool isInRtpList(u_int rtpIp, u_short rtpPort) const { return rtpList_.contains({rtpIp, rtpPort}); }
+  bool isInRtpList(u_int rtpIp, u_short rtpPort) const { return lane_.destinations().contains({rtpIp, rtpPort}); }
 
   /// Empties the list without waiting for threads that use it.
-  void removeAllRtp() { rtpList_.clear(); }
+  void removeAllRtp() { lane_.destinations().clear(); }
 
  private:
   bool engineHasEnded() const { return sniffer_ != nullptr && sniffer_->hasEnded(); }
-  void carryOut(const SnifferRequest& request);
   bool isEmbedded() const { return sniffer_ != nullptr && sniffer_->getEmbedded(); }
   bool takeBatch();
   void processBatch();
-  void checkHostCommands();
-  void sendMissedSignalling();
+  void forwardToFirst(voip::FanOut& fanOut);
+  void startLanes(voip::FanOut& fanOut);
+  void classify(voip::FanOut& fanOut);
 
   voip::Engine* sniffer_ = nullptr;
   voip::Settings settings_;
+  voip::NetworkOptions networkOptions_;  ///< those of `settings_`
   voip::RecorderAddresses recorder_;
   bool brokenTcp_ = false;
   voip::Statistics statistics_;
 
   voip::RtpDestinations rtpList_;
   voip::PacketQueue packetQueue_{statistics_};
-  voip::Recalls recalls_;
-  std::unique_ptr<voip::LookBack> lookBack_;  ///< null without the setting
-  voip::RecorderLinks links_;
-  voip::FrameForwarder forwarder_{rtpList_, packetQueue_, statistics_};
-  voip::CatchUp catchUp_{recalls_, rtpList_, links_, forwarder_};
-  voip::PacketRouter router_{rtpList_, recalls_, catchUp_, links_, forwarder_, statistics_};
-  voip::CommandReader commands_{[this](const SnifferRequest& request) { carryOut(request); }};
+  voip::RecorderLane lane_{rtpList_, 0, statistics_};  ///< of the first recorder
+  std::unique_ptr<voip::FanOut> ownFanOut_;            ///< null unless there are several recorders
+  std::atomic<voip::FanOut*> fanOut_ = nullptr;        ///< the same; atomic, since signalEnd() may be called meanwhile
+  voip::PacketRouter router_{rtpList_, lane_, statistics_};
+  std::thread classifying_;  ///< when there are several recorders
 
   static std::atomic<SngDissector*> dissector_;
 };

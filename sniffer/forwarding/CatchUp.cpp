@@ -20,6 +20,7 @@ std::span<const KeptFrame> fitting(std::span<const KeptFrame> frames, std::size_
 void CatchUp::takeRequests() {
   if (lookBack_ == nullptr) return;
   for (const RtpAddr& destination : recalls_.take()) {
+    if (waiting_.size() == destinations_.limit()) break;  // many of them were removed again
     if (held_.insert(destination.key()).second) waiting_.push_back({destination, monotonicNow()});
   }
   if (isActive()) lookBack_->media.stopTime(waiting_.front().at);

@@ -17,8 +17,8 @@ namespace voip {
 /// been sent, so that all media is sent in order. Consumer only.
 class CatchUp {
  public:
-  /// All arguments must outlive the object.
-  CatchUp(Recalls& recalls, const RtpDestinations& destinations, RecorderLinks& links, FrameForwarder& forwarder)
+  /// `destinations`: the recorder's. All other arguments must outlive the object.
+  CatchUp(Recalls& recalls, const DestinationList& destinations, RecorderLinks& links, FrameForwarder& forwarder)
       : recalls_(recalls), destinations_(destinations), links_(links), forwarder_(forwarder) {}
 
   /// Sets the look-back, which the caller owns; null when no media is kept. To be called before the first packet.
@@ -45,7 +45,7 @@ class CatchUp {
   void finishFirst();
 
   Recalls& recalls_;
-  const RtpDestinations& destinations_;
+  const DestinationList destinations_;
   RecorderLinks& links_;
   FrameForwarder& forwarder_;
   LookBack* lookBack_ = nullptr;

@@ -16,9 +16,10 @@ bool isSentTime(const OutgoingFrame& frame) {
 
 }  // namespace
 
-void FrameForwarder::configure(bool announceCaptureTime, LookBack* lookBack) {
+void FrameForwarder::configure(bool announceCaptureTime, LookBack* lookBack, WaitingFrames& waiting) {
   announceCaptureTime_ = announceCaptureTime;
   lookBack_ = lookBack;
+  waiting_ = &waiting;
 }
 
 // ---- the group ----
@@ -99,7 +100,7 @@ std::size_t FrameForwarder::countDealtWith(std::size_t from, const SendResult& r
 /// Drops the queue and the rest of the group, which would be old when the recorder is back. The rest of the group
 /// counts as if it were still in the queue.
 void FrameForwarder::dropRest(std::size_t from) {
-  queue_.clearFromConsumer(group_.size() - from);
+  waiting_->clearFromConsumer(group_.size() - from);
   group_.resize(from);
 }
 
@@ -175,7 +176,7 @@ void FrameForwarder::sendReply(BaseConnection& connection, bool takesCommands, s
   if (event == LinkEvent::kNone) return;
   destinations_.clear();
   if (event != LinkEvent::kUnreachable || lookBack_ != nullptr) return;
-  queue_.clear();
+  waiting_->clear();
   connection.pause();
 }
 

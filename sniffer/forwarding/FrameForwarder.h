@@ -8,7 +8,7 @@
 #include "forwarding/KeptFrame.h"
 #include "forwarding/LookBack.h"
 #include "forwarding/RtpDestinations.h"
-#include "queue/PacketQueue.h"
+#include "queue/WaitingFrames.h"
 #include "recorder/BaseConnection.h"
 #include "recorder/CaptureTimeFrame.h"
 #include "recorder/FrameHeader.h"
@@ -21,14 +21,14 @@ namespace voip {
 /// as if they were sent one by one. Consumer only, except sendReply().
 class FrameForwarder {
  public:
-  /// When the recorder is lost, clears `destinations` and, without a look-back, `queue`. All arguments must outlive the
-  /// object.
-  FrameForwarder(RtpDestinations& destinations, PacketQueue& queue, Statistics& statistics)
-      : destinations_(destinations), queue_(queue), statistics_(statistics) {}
+  /// `destinations`: the recorder's, which are cleared when it is lost. `statistics` must outlive the object.
+  FrameForwarder(const DestinationList& destinations, Statistics& statistics)
+      : destinations_(destinations), statistics_(statistics) {}
 
   /// `announceCaptureTime`: whether a late frame is preceded by a frame with its capture time. `lookBack` keeps the
-  /// frames that a lost recorder misses; the caller owns it, and it may be null. To be called before the first frame.
-  void configure(bool announceCaptureTime, LookBack* lookBack);
+  /// frames that a lost recorder misses; it may be null. Without it, `waiting` is cleared when the recorder cannot be
+  /// reached. The caller owns both. To be called before the first frame.
+  void configure(bool announceCaptureTime, LookBack* lookBack, WaitingFrames& waiting);
 
   /// Adds a frame to the group, which is sent when it is full. Keeps signalling instead while older signalling waits
   /// for the recorder. The caller owns the bytes, which must be valid until flush().
@@ -81,8 +81,8 @@ class FrameForwarder {
   void recheckRest(std::size_t from, LinkEvent event);
   bool keep(const Entry& entry);
 
-  RtpDestinations& destinations_;
-  PacketQueue& queue_;
+  DestinationList destinations_;
+  WaitingFrames* waiting_ = nullptr;
   Statistics& statistics_;
   LookBack* lookBack_ = nullptr;
   bool announceCaptureTime_ = false;

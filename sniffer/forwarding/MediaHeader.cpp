@@ -4,9 +4,7 @@
 
 namespace voip {
 
-bool carriesMedia(const std::uint8_t* frame, u_int length, int linkType, bool isInTunnels) {
-  NetworkOptions options;
-  options.decapsulate = isInTunnels;
+bool carriesMedia(const std::uint8_t* frame, u_int length, int linkType, const NetworkOptions& options) {
   const Octets payload = udpPayloadOf({frame, length}, linkType, options);
   return !payload.empty() && looksLikeMedia(payload.data(), static_cast<int>(payload.size()));
 }

@@ -17,14 +17,15 @@ namespace voip {
 class Recalls {
  public:
   /// Adds a destination to `list` and requests its kept media. Does not request it when 65,536 other destinations wait
-  /// for the consumer. Throws std::bad_alloc.
-  void add(RtpAddr destination, RtpDestinations& list) {
+  /// for the consumer. Returns false when the list is full. Throws std::bad_alloc.
+  bool add(RtpAddr destination, DestinationList& list) {
     // The flag is set before the entry is added: a consumer that finds the entry also finds the flag, and then waits
     // for the lock until the request is complete.
     const MutexLock held(recallLock_);
     isPending_ = true;
-    list.add(destination);
+    if (!list.add(destination)) return false;
     if (known_.size() < kMaxWaiting && known_.insert(destination.key()).second) destinations_.push_back(destination);
+    return true;
   }
 
   /// True when destinations wait for take(). Takes no lock.

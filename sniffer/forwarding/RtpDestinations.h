@@ -1,9 +1,11 @@
 #pragma once
 
+#include <array>
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <unordered_map>
 #include <vector>
 
 #include "base/Mutex.h"
@@ -11,40 +13,56 @@
 
 namespace voip {
 
-/// The list of destinations that the recorder has asked for. A destination may be in the list several times; a removal
-/// removes all equal entries.
+/// The destinations that the recorders have asked for: one table for all recorders, with a bit for each. Each recorder
+/// has a list of its own in it. A destination may be in a list several times; a removal removes all equal entries.
 ///
-/// A look-up takes no lock, and its cost does not depend on the length of the list. Any thread may call any operation.
+/// A look-up takes no lock, and its cost depends neither on the length of the lists nor on the number of recorders. Any
+/// thread may call any operation.
 class RtpDestinations {
  public:
+  static constexpr unsigned kMaxRecorders = 32;
+
+  /// With several recorders, the most different destinations of each: one that asks for everything must not use up the
+  /// memory of the others.
+  static constexpr std::size_t kMaxOfEach = 262'144;
+
   RtpDestinations();
   RtpDestinations(const RtpDestinations&) = delete;
   RtpDestinations& operator=(const RtpDestinations&) = delete;
 
-  /// Adds an entry, whether or not there is an equal one. Throws std::bad_alloc.
-  void add(RtpAddr destination);
+  /// Sets the number of recorders, 1 to kMaxRecorders; 1 without a call. To be called before the first use.
+  void setRecorders(unsigned count);
 
-  /// Removes all entries of a destination.
-  void remove(RtpAddr destination);
+  /// Returns the most different destinations of one recorder.
+  std::size_t limit() const { return hasSeveral_ ? kMaxOfEach : SIZE_MAX; }
 
-  /// True when the list has an entry of a destination. Takes no lock.
-  bool contains(RtpAddr destination) const;
+  /// Adds an entry to the list of `recorder`, a number from 0, whether or not there is an equal one. Returns false, and
+  /// adds nothing, when the list has kMaxOfEach other destinations. Throws std::bad_alloc.
+  bool add(RtpAddr destination, unsigned recorder);
 
-  /// Empties the list without waiting for threads that use it.
-  void clear() { cleared_.store(true, std::memory_order_release); }
+  /// Removes all entries of a destination from a list.
+  void remove(RtpAddr destination, unsigned recorder);
 
-  /// Returns the number of entries, equal ones included.
-  std::size_t length();
+  /// Returns a bit for each recorder with an entry of a destination: 1 << recorder. Takes no lock.
+  std::uint32_t wantedBy(RtpAddr destination) const {
+    return hasSeveral_ ? wantedBySeveral(destination) : isWanted(destination);
+  }
+
+  /// Empties a list without waiting for threads that use it, whatever its length.
+  void clear(unsigned recorder) { cleared_.fetch_or(bitOf(recorder), std::memory_order_release); }
+
+  /// Returns the number of entries of a list, equal ones included.
+  std::size_t length(unsigned recorder);
 
  private:
-  /// A hash table of keys, each with a count. It uses open addressing with linear probing: no slot between the home
-  /// slot of a key and its actual slot is free.
+  /// A hash table of keys, each with the bits of the recorders that have it. It uses open addressing with linear
+  /// probing: no slot between the home slot of a key and its actual slot is free.
   class Table {
    public:
     static constexpr std::uint64_t kFree = ~std::uint64_t{0};  ///< no key: a key has 16 zero bits
 
-    /// `size` is a power of two.
-    explicit Table(std::size_t size);
+    /// `size` is a power of two. `factor`, which is odd, decides the order of the keys.
+    Table(std::size_t size, std::uint64_t factor);
 
     std::size_t size() const { return mask_ + 1; }
 
@@ -54,9 +72,12 @@ class RtpDestinations {
     /// Returns the key in a slot, or kFree. Any thread.
     std::uint64_t keyAt(std::size_t slot) const { return keys_[slot].load(std::memory_order_acquire); }
 
+    /// Returns the bits of the key in a slot. Any thread.
+    std::uint32_t bitsAt(std::size_t slot) const { return bits_[slot].load(std::memory_order_acquire); }
+
     // Writers only.
-    u_int& countAt(std::size_t slot) { return counts_[slot]; }
-    void put(std::size_t slot, std::uint64_t key, u_int count);
+    void setBits(std::size_t slot, std::uint32_t bits) { bits_[slot].store(bits, std::memory_order_release); }
+    void put(std::size_t slot, std::uint64_t key, std::uint32_t bits);
     void erase(std::size_t slot);
     void clear();
 
@@ -65,23 +86,67 @@ class RtpDestinations {
 
     const std::size_t mask_;
     const int shift_;
+    const std::uint64_t factor_;
     std::unique_ptr<std::atomic<std::uint64_t>[]> keys_;
-    std::vector<u_int> counts_;
+    std::unique_ptr<std::atomic<std::uint32_t>[]> bits_;
   };
 
-  void applyClear() REQUIRES(rtpListLock_);
+  /// Keys with further, equal entries, and the number of these.
+  using Repeated = std::unordered_map<std::uint64_t, std::size_t>;
+
+  /// What is known of the list of one recorder.
+  struct List {
+    std::size_t used = 0;   ///< different destinations
+    std::size_t total = 0;  ///< entries
+    Repeated repeated;
+    std::size_t sweptTo = 0;  ///< the slot at which the removal of a cleared list goes on
+  };
+
+  static constexpr std::uint32_t bitOf(unsigned recorder) { return std::uint32_t{1} << recorder; }
+  bool isCleared(unsigned recorder) const { return (cleared_.load(std::memory_order_acquire) & bitOf(recorder)) != 0; }
+  bool isWanted(RtpAddr destination) const;
+  std::uint32_t wantedBySeveral(RtpAddr destination) const;
+  bool put(RtpAddr destination, unsigned recorder) REQUIRES(rtpListLock_);
+  void dropBit(std::size_t slot, unsigned recorder) REQUIRES(rtpListLock_);
+  bool sweep(unsigned recorder, Repeated& old) REQUIRES(rtpListLock_);
+  void sweepSome(unsigned recorder) REQUIRES(rtpListLock_);
+  void sweepTable() REQUIRES(rtpListLock_);
   void grow() REQUIRES(rtpListLock_);
 
-  Mutex rtpListLock_{"rtpListLock"};      ///< held by threads that change the list
+  Mutex rtpListLock_{"rtpListLock"};      ///< held by threads that change a list
   std::atomic<std::uint64_t> changes_{};  ///< odd while keys move or disappear
   std::atomic<Table*> table_;             ///< the last of `tables_`
 
   /// The sizes double, so the outgrown tables together are no larger than the present one. Readers may still use them.
   std::vector<std::unique_ptr<Table>> tables_ GUARDED_BY(rtpListLock_);
 
-  std::atomic<bool> cleared_ = false;               ///< the list counts as empty; the next change empties it
-  std::size_t used_ GUARDED_BY(rtpListLock_) = 0;   ///< different destinations
-  std::size_t total_ GUARDED_BY(rtpListLock_) = 0;  ///< entries
+  /// Bits of the recorders whose lists count as empty. The next addition to such a list removes its entries first.
+  std::atomic<std::uint32_t> cleared_ = 0;
+  bool hasSeveral_ = false;
+  std::uint64_t factor_;                           ///< of the tables
+  std::size_t used_ GUARDED_BY(rtpListLock_) = 0;  ///< keys in the table
+  std::array<List, kMaxRecorders> lists_ GUARDED_BY(rtpListLock_);
+};
+
+/// The list of one recorder among all destinations. Any thread.
+class DestinationList {
+ public:
+  /// `all` must outlive the object.
+  DestinationList(RtpDestinations& all, unsigned recorder) : all_(all), recorder_(recorder) {}
+
+  /// As the operations of RtpDestinations.
+  bool add(RtpAddr destination) { return all_.add(destination, recorder_); }
+  void remove(RtpAddr destination) { all_.remove(destination, recorder_); }
+  void clear() { all_.clear(recorder_); }
+  std::size_t length() { return all_.length(recorder_); }
+  std::size_t limit() const { return all_.limit(); }
+
+  /// True when the list has an entry of a destination. Takes no lock.
+  bool contains(RtpAddr destination) const { return (all_.wantedBy(destination) >> recorder_ & 1) != 0; }
+
+ private:
+  RtpDestinations& all_;
+  const unsigned recorder_;
 };
 
 }  // namespace voip

@@ -2,10 +2,13 @@
 
 #include <netinet/in.h>
 
+#include <algorithm>
+
 #include "network/ByteReader.h"
 #include "network/EtherType.h"
 #include "network/InternetChecksum.h"
 #include "network/Ipv4.h"
+#include "network/Ipv6.h"
 
 namespace voip {
 
@@ -14,8 +17,6 @@ namespace {
 constexpr int kIpInIp = 4;
 constexpr int kIpv6InIp = 41;
 constexpr int kGre = 47;
-constexpr int kVxlanPort = 4789;
-constexpr int kGenevePort = 6081;
 constexpr std::uint16_t kNothing = 0;  // no known type
 
 bool isTag(std::uint16_t etherType) {
@@ -30,6 +31,21 @@ bool hasRightChecksum(Octets packet) {
 bool looksLikeIp(std::uint16_t etherType, Octets packet) {
   if (etherType == kEtherIpv4) return Ipv4Header::read(packet).has_value();
   return etherType == kEtherIpv6 && !packet.empty() && packet[0] >> 4 == 6;
+}
+
+/// True for an IPv6 packet that the bytes end with.
+bool isExactlyIpv6(Octets packet) {
+  const auto header = Ipv6Header::read(packet);
+  return header && !header->isJumbo && header->total == packet.size() && header->missing == 0;
+}
+
+/// Returns the type of the IP packet that an unreliable tunnel header promises, or kNothing for other bytes.
+std::uint16_t provenIp(Octets packet) {
+  if (packet.empty()) return kNothing;
+  if (packet[0] >> 4 == 4) return hasRightChecksum(packet) ? kEtherIpv4 : kNothing;
+  const auto header = Ipv6Header::read(packet);
+  const bool isExact = header && (header->total == packet.size() || header->missing > 0);
+  return isExact ? kEtherIpv6 : kNothing;
 }
 
 /// An Ethernet frame, with tags or without, that has an IP packet inside.
@@ -48,7 +64,9 @@ bool looksLikeEthernet(Octets frame) {
 /// EtherType of the payload.
 class Walk {
  public:
-  Walk(Octets bytes, int layers) : reader_(bytes) { packet_.layers = layers; }
+  Walk(Octets bytes, const NetworkOptions& options, int layers) : reader_(bytes), options_(options) {
+    packet_.layers = layers;
+  }
 
   std::optional<InnerPacket> from(const LinkHeader& start) {
     reader_.skip(start.length);
@@ -67,6 +85,8 @@ class Walk {
       case kEtherServiceVlan:
       case kEtherOldQinQ:
         return oneMore() ? tags() : kNothing;
+      case kEtherPpp:
+        return ppp();  // GRE was counted as its layer
       case kEtherErspan:
         return erspan();  // GRE was counted as its layer
       case kEtherErspanIII:
@@ -116,6 +136,7 @@ class Walk {
     const Octets rest = reader_.rest();
     const int version = reader_.peek() >> 4;
     if (version == 4 && hasRightChecksum(rest)) return kEtherIpv4;
+    if (version == 6 && isExactlyIpv6(rest)) return kEtherIpv6;
     if (looksLikeEthernet(rest)) return ethernet();
     if (version == 0) reader_.skip(kControlWord);
     return version == 4 ? kEtherIpv4 : version == 6 ? kEtherIpv6 : ethernet();
@@ -125,18 +146,28 @@ class Walk {
     if (reader_.u16() != 0x1100) return kNothing;  // version 1, type 1, session data
     reader_.skip(2);
     reader_.limit(reader_.u16());
+    return pppProtocol();
+  }
+
+  std::uint16_t pppProtocol() {
     const unsigned protocol = reader_.peek() % 2 == 1 ? reader_.u8() : reader_.u16();  // one byte when it is compressed
     if (protocol == 0x0021) return kEtherIpv4;
     if (protocol == 0x0057) return kEtherIpv6;
     return protocol == 0x0281 ? kEtherMpls : kNothing;
   }
 
+  /// PPP in a tunnel, with or without the bytes of address and control.
+  std::uint16_t ppp() {
+    if (reader_.peek() == 0xFF) reader_.skip(2);
+    const std::uint16_t type = pppProtocol();
+    return type == provenIp(reader_.rest()) ? type : kNothing;
+  }
+
   std::uint16_t ipv4() {
     const auto header = Ipv4Header::read(reader_.rest());
     if (!header) return kNothing;
-    packet_.offset = reader_.position();
-    packet_.length = header->total;
-    found_ = packet_;
+    packet_.isIpv6 = false;
+    find(header->total);
     if (header->isFragment()) return kNothing;
     reader_.limit(header->total);
     reader_.skip(header->length);
@@ -144,17 +175,20 @@ class Walk {
   }
 
   std::uint16_t ipv6() {
-    if (reader_.u32() >> 28 != 6) return kNothing;
-    const std::uint16_t length = reader_.u16();
-    unsigned protocol = reader_.u8();
-    reader_.skip(1 + 2 * 16);
-    if (length > 0) reader_.limit(length);
-    while (reader_.ok() &&
-           (protocol == IPPROTO_HOPOPTS || protocol == IPPROTO_ROUTING || protocol == IPPROTO_DSTOPTS)) {
-      protocol = reader_.u8();
-      reader_.skip(reader_.u8() * std::size_t{8} + 6);
-    }
-    return transport(protocol);
+    const auto header = Ipv6Header::read(reader_.rest());
+    if (!header) return kNothing;
+    packet_.isIpv6 = true;
+    if (options_.ipv6) find(header->total);
+    if (header->isFragment() || header->isJumbo) return kNothing;
+    reader_.limit(header->total);
+    reader_.skip(header->length);
+    return transport(header->protocol);
+  }
+
+  void find(std::size_t length) {
+    packet_.offset = reader_.position();
+    packet_.length = length;
+    found_ = packet_;
   }
 
   std::uint16_t transport(unsigned protocol) {
@@ -167,10 +201,70 @@ class Walk {
   }
 
   std::uint16_t udp() {
-    reader_.skip(2);
-    const int port = reader_.u16();
+    const std::uint16_t source = reader_.u16(), destination = reader_.u16();
+    const Tunnel tunnel = options_.tunnelPorts.between(source, destination);
+    if (tunnel == Tunnel::kNone) return kNothing;
     reader_.skip(4);
-    return port == kVxlanPort ? vxlan() : port == kGenevePort ? geneve() : kNothing;
+    switch (tunnel) {
+      case Tunnel::kVxlan:
+        return vxlan();
+      case Tunnel::kGeneve:
+        return geneve();
+      case Tunnel::kGtp:
+        return gtp();
+      case Tunnel::kL2tp:
+        return l2tp();
+      default:
+        return tzsp();
+    }
+  }
+
+  std::uint16_t gtp() {
+    constexpr unsigned kUserData = 255;
+    const unsigned flags = reader_.u8();
+    if (flags >> 4 != 3 || reader_.u8() != kUserData) return kNothing;  // version 1, no other use of its format
+    const std::size_t length = reader_.u16();
+    reader_.skip(4);
+    reader_.limit(length);
+    if ((flags & 7) != 0) {
+      reader_.skip(3);  // sequence number, N-PDU number
+      bool isMore = reader_.u8() != 0 && (flags & 4) != 0;
+      while (isMore && reader_.ok()) isMore = gtpExtension();
+    }
+    return provenIp(reader_.rest());
+  }
+
+  /// Returns true when another extension header follows.
+  bool gtpExtension() {
+    const std::size_t words = reader_.u8();
+    reader_.skip(words * 4 - std::min(words * 4, std::size_t{2}));
+    return reader_.u8() != 0 && words > 0;
+  }
+
+  std::uint16_t l2tp() {
+    constexpr unsigned kLength = 0x4000, kSequence = 0x0800, kOffset = 0x0200, kPriority = 0x0100, kVersion = 2;
+    const std::size_t start = reader_.position();
+    const unsigned flags = reader_.u16();
+    if ((flags & ~(kLength | kSequence | kOffset | kPriority)) != kVersion) return kNothing;  // control, other versions
+    if ((flags & kLength) != 0) {
+      const std::size_t length = reader_.u16(), before = reader_.position() - start;
+      reader_.limit(length - std::min(length, before));
+    }
+    reader_.skip(4);  // tunnel, session
+    if ((flags & kSequence) != 0) reader_.skip(4);
+    if ((flags & kOffset) != 0) reader_.skip(reader_.u16());
+    return ppp();
+  }
+
+  std::uint16_t tzsp() {
+    constexpr unsigned kEthernet = 1, kPadding = 0, kEnd = 1;
+    const unsigned version = reader_.u8(), type = reader_.u8();
+    if (version != 1 || type > 1 || reader_.u16() != kEthernet) return kNothing;  // type: received, to be sent
+    for (unsigned tag = reader_.u8(); reader_.ok(); tag = reader_.u8()) {
+      if (tag == kEnd) return ethernet();
+      if (tag != kPadding) reader_.skip(reader_.u8());
+    }
+    return kNothing;
   }
 
   std::uint16_t vxlan() {
@@ -191,6 +285,7 @@ class Walk {
   std::uint16_t gre() {
     const unsigned flags = reader_.u16();
     const std::uint16_t type = reader_.u16();
+    if (type == kEtherPpp && (flags & 0x4007) == 1) return pptp(flags);
     if ((flags & 0x4007) != 0) return kNothing;  // source routes, or another version
     if ((flags & 0x8000) != 0) reader_.skip(4);  // checksum
     if ((flags & 0x2000) != 0) reader_.skip(4);  // key
@@ -198,6 +293,14 @@ class Walk {
     if (hasSequence) reader_.skip(4);
     // Type I of ERSPAN has neither a sequence number nor an ERSPAN header.
     return type == kEtherBridged || (type == kEtherErspan && !hasSequence) ? ethernet() : type;
+  }
+
+  std::uint16_t pptp(unsigned flags) {
+    const std::size_t length = reader_.u16();
+    reader_.skip(2);                                                                    // call
+    reader_.skip(((flags & 0x1000) != 0 ? 4U : 0U) + ((flags & 0x80) != 0 ? 4U : 0U));  // sequence, acknowledgement
+    reader_.limit(length);
+    return kEtherPpp;
   }
 
   std::uint16_t erspan() {
@@ -218,14 +321,15 @@ class Walk {
   }
 
   ByteReader reader_;
+  const NetworkOptions& options_;
   InnerPacket packet_;
   std::optional<InnerPacket> found_;
 };
 
 }  // namespace
 
-std::optional<InnerPacket> Decapsulator::unwrap(Octets bytes, const LinkHeader& from, int layers) {
-  return Walk(bytes, layers).from(from);
+std::optional<InnerPacket> Decapsulator::unwrap(Octets bytes, const LinkHeader& from, int layers) const {
+  return Walk(bytes, options_, layers).from(from);
 }
 
 }  // namespace voip

@@ -13,7 +13,8 @@ constexpr std::uint16_t kEtherOldQinQ = 0x9100;      ///< used before 802.1ad
 constexpr std::uint16_t kEtherMpls = 0x8847;
 constexpr std::uint16_t kEtherMplsMulticast = 0x8848;
 constexpr std::uint16_t kEtherPppoeSession = 0x8864;
-constexpr std::uint16_t kEtherBridged = 0x6558;    ///< a whole Ethernet frame
+constexpr std::uint16_t kEtherBridged = 0x6558;  ///< a whole Ethernet frame
+constexpr std::uint16_t kEtherPpp = 0x880B;
 constexpr std::uint16_t kEtherErspan = 0x88BE;     ///< ERSPAN types I and II
 constexpr std::uint16_t kEtherErspanIII = 0x22EB;  ///< ERSPAN type III
 

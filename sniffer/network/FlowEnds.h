@@ -2,13 +2,18 @@
 
 #include <cstdint>
 
+#include "base/IpAddress.h"
+
 namespace voip {
 
-/// The two ends of a datagram or of one direction of a TCP stream. Addresses (IPv4) and ports in host order.
+/// The two ends of a datagram or of one direction of a TCP stream. Both addresses have the same family. Ports in host
+/// order.
 struct FlowEnds {
-  std::uint32_t source = 0, destination = 0;
+  IpAddress source, destination;
   std::uint16_t sourcePort = 0, destinationPort = 0;
   bool operator==(const FlowEnds&) const = default;
+
+  bool areIpv4() const { return destination.isIpv4(); }
 
   /// The other direction.
   FlowEnds reversed() const { return {destination, source, destinationPort, sourcePort}; }

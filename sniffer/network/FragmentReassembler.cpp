@@ -21,21 +21,36 @@ void store16(std::uint8_t* at, std::size_t value) {
   at[1] = static_cast<std::uint8_t>(value);
 }
 
-/// Returns false when the packet is UDP with a wrong checksum (RFC 768). Accepts a checksum that was not computed: 0,
+std::uint8_t versionOf(Octets packet) {
+  return packet[0] >> 4;
+}
+
+/// Returns false when the datagram is UDP with a wrong checksum (RFC 768). Accepts a checksum that was not computed: 0,
 /// when the sender omits it, and the sum of the pseudo header, when the packet was captured before the network card
 /// computed it.
-bool hasRightChecksum(Octets packet) {
-  constexpr std::size_t kUdpLength = 8, kProtocol = 9, kAddresses = 12;
-  if (packet[kProtocol] != IPPROTO_UDP) return true;
-  const Octets udp = packet.subspan((packet[0] & 0x0F) * std::size_t{4});
+bool hasRightChecksum(Octets udp, Octets addresses) {
+  constexpr std::size_t kUdpLength = 8;
   if (udp.size() < kUdpLength || (udp[6] == 0 && udp[7] == 0)) return true;
   const auto length = static_cast<std::size_t>(udp[4] << 8 | udp[5]);
   if (length < kUdpLength || length > udp.size()) return false;
   const std::uint64_t pseudoHeader = htobe16(IPPROTO_UDP) + std::uint64_t{htobe16(static_cast<std::uint16_t>(length))};
-  const std::uint64_t partial = sumWords(packet.subspan(kAddresses, 8), pseudoHeader);
+  const std::uint64_t partial = sumWords(addresses, pseudoHeader);
   const std::uint16_t inPacket = static_cast<std::uint16_t>(udp[6] << 8 | udp[7]);
   const bool isLeftToCard = inPacket == static_cast<std::uint16_t>(~checksumOf(partial));
   return isLeftToCard || checksumOf(sumWords(udp.first(length), partial)) == 0;
+}
+
+/// As above, for a reassembled packet. Extension headers of IPv6 can replace addresses of the pseudo header, so a
+/// datagram after one counts as correct.
+bool hasRightChecksum(Octets packet) {
+  if (versionOf(packet) == 4) {
+    constexpr std::size_t kProtocol = 9, kAddresses = 12;
+    const std::size_t length = (packet[0] & 0x0F) * std::size_t{4};
+    return packet[kProtocol] != IPPROTO_UDP || hasRightChecksum(packet.subspan(length), packet.subspan(kAddresses, 8));
+  }
+  constexpr std::size_t kProtocol = 6, kAddresses = 8;
+  return packet[kProtocol] != IPPROTO_UDP ||
+         hasRightChecksum(packet.subspan(Ipv6Header::kFixed), packet.subspan(kAddresses, 2 * IpAddress::kSize));
 }
 
 }  // namespace
@@ -46,27 +61,65 @@ bool FragmentReassembler::Partial::isWhole() const {
 }
 
 std::uint64_t FragmentReassembler::hashOf(const Key& key) const {
-  std::array<std::uint8_t, 11> octets;
-  std::memcpy(octets.data(), &key.source, 4);
-  std::memcpy(octets.data() + 4, &key.destination, 4);
-  std::memcpy(octets.data() + 8, &key.id, 2);
-  octets[10] = key.protocol;
+  if (key.source.isIpv4()) {
+    const std::uint32_t numbers[] = {key.source.ipv4(), key.destination.ipv4(), key.id << 8 | key.protocol};
+    std::array<std::uint8_t, sizeof numbers> octets;
+    std::memcpy(octets.data(), numbers, sizeof numbers);
+    return hash_(octets);
+  }
+  std::array<std::uint8_t, 2 * IpAddress::kSize + sizeof key.id> octets;
+  key.source.write(octets.data());
+  key.destination.write(octets.data() + IpAddress::kSize);
+  std::memcpy(octets.data() + 2 * IpAddress::kSize, &key.id, sizeof key.id);
   return hash_(octets);
 }
 
 std::optional<FragmentReassembler::Datagram> FragmentReassembler::add(const Ipv4Header& header, Octets packet,
                                                                       std::int64_t now) {
-  expire(now);
-  const std::size_t length = packet.size() - header.length;
-  if (length == 0 || header.missing > 0 || (header.moreFragments && length % kBlock != 0) ||
-      header.length + header.fragmentOffset + length > kMaxPayload) {
+  return add({{header.source, header.destination, header.id, header.protocol},
+              packet.first(header.length),
+              packet.subspan(header.length),
+              header.fragmentOffset,
+              !header.moreFragments,
+              header.missing > 0},
+             now);
+}
+
+std::optional<FragmentReassembler::Datagram> FragmentReassembler::add(const Ipv6Header& header, Octets packet,
+                                                                      std::int64_t now) {
+  constexpr std::size_t kNextHeader = 6;
+  std::array<std::uint8_t, Ipv6Header::kFixed> fixed;
+  std::memcpy(fixed.data(), packet.data(), fixed.size());
+  fixed[kNextHeader] = header.protocol;
+  auto datagram = add({{header.source, header.destination, header.id, 0},
+                       fixed,
+                       packet.subspan(header.length),
+                       header.fragmentOffset,
+                       !header.moreFragments,
+                       header.missing > 0},
+                      now);
+  if (!datagram) return {};
+  // A fragment in a fragment could be reassembled again and again.
+  const auto whole = Ipv6Header::read(datagram->packet);
+  if (whole && whole->isFragment()) {
     counters_.count(NetworkCount::kFragmentsMalformed);
     return {};
   }
-  Entry& entry = entryFor({header.source, header.destination, header.id, header.protocol}, now);
+  return datagram;
+}
+
+std::optional<FragmentReassembler::Datagram> FragmentReassembler::add(const Fragment& fragment, std::int64_t now) {
+  expire(now);
+  const std::size_t length = fragment.payload.size();
+  if (length == 0 || fragment.isCut || (!fragment.isLast && length % kBlock != 0) ||
+      fragment.header.size() + fragment.offset + length > kMaxPayload) {
+    counters_.count(NetworkCount::kFragmentsMalformed);
+    return {};
+  }
+  Entry& entry = entryFor(fragment.key, now);
   Partial& partial = *entry.partial;
   if (partial.isSpoilt) return {};
-  if (!merge(partial, header, packet)) {
+  if (!merge(partial, fragment)) {
     counters_.count(NetworkCount::kDatagramsContradictory);
     spoil(partial);
     return {};
@@ -100,14 +153,15 @@ FragmentReassembler::Entry& FragmentReassembler::entryFor(const Key& key, std::i
 }
 
 /// Returns false when the fragment contradicts others of its datagram.
-bool FragmentReassembler::merge(Partial& partial, const Ipv4Header& header, Octets packet) {
-  const auto payload = packet.subspan(header.length);
-  const std::size_t end = header.fragmentOffset + payload.size();
-  if (partial.total > 0 && (end > partial.total || (!header.moreFragments && end != partial.total))) return false;
-  if (!header.moreFragments) {
+bool FragmentReassembler::merge(Partial& partial, const Fragment& fragment) {
+  const Octets payload = fragment.payload;
+  const std::size_t end = fragment.offset + payload.size();
+  if (partial.total > 0 && (end > partial.total || (fragment.isLast && end != partial.total))) return false;
+  if (fragment.isLast) {
     if (end < partial.end) return false;
     partial.total = end;
   }
+  if (versionOf(fragment.header) == 6 && overlaps(partial, fragment)) return false;
   partial.end = std::max(partial.end, end);
   if (partial.bytes.size() < kMaxHeader + partial.end) {
     memory_ += kMaxHeader + partial.end - partial.bytes.size();
@@ -115,13 +169,24 @@ bool FragmentReassembler::merge(Partial& partial, const Ipv4Header& header, Octe
   }
   for (std::size_t at = 0; at < payload.size(); at += kBlock) {
     const auto block = payload.subspan(at, std::min(kBlock, payload.size() - at));
-    if (!mergeBlock(partial, header.fragmentOffset + at, block)) return false;
+    if (!mergeBlock(partial, fragment.offset + at, block)) return false;
   }
-  if (header.fragmentOffset == 0) {
-    partial.headerLength = header.length;
-    std::memcpy(partial.bytes.data() + kMaxHeader - header.length, packet.data(), header.length);
+  if (fragment.offset == 0) {
+    const Octets header = fragment.header;
+    partial.headerLength = header.size();
+    std::memcpy(partial.bytes.data() + kMaxHeader - header.size(), header.data(), header.size());
   }
   return true;
+}
+
+/// Returns true when a part of the fragment was there before, but not all of it.
+bool FragmentReassembler::overlaps(const Partial& partial, const Fragment& fragment) {
+  const std::size_t first = fragment.offset / kBlock;
+  const std::size_t last = (fragment.offset + fragment.payload.size() - 1) / kBlock;
+  for (std::size_t number = first; number <= last; ++number) {
+    if (partial.present[number] != partial.present[first]) return true;
+  }
+  return false;
 }
 
 bool FragmentReassembler::mergeBlock(Partial& partial, std::size_t at, Octets block) {
@@ -149,6 +214,10 @@ FragmentReassembler::Datagram FragmentReassembler::finish(Partial& partial) {
   datagram.packet =
       std::span(datagram.memory).subspan(kMaxHeader - partial.headerLength, partial.headerLength + partial.total);
   std::uint8_t* header = datagram.packet.data();
+  if (versionOf(datagram.packet) == 6) {
+    store16(header + 4, partial.total);
+    return datagram;
+  }
   store16(header + 2, datagram.packet.size());
   store16(header + 6, 0);
   store16(header + 10, 0);

@@ -11,16 +11,18 @@
 #include "base/LruTable.h"
 #include "base/SeededHash.h"
 #include "network/Ipv4.h"
+#include "network/Ipv6.h"
 #include "network/NetworkOptions.h"
 #include "network/NetworkSink.h"
 #include "network/Octets.h"
 
 namespace voip {
 
-/// Reassembles IPv4 datagrams from their fragments (RFC 791), which may arrive in any order and repeatedly. A datagram
-/// whose fragments contradict each other is dropped with its later fragments, as RFC 5722 requires for IPv6. A UDP
-/// datagram whose checksum is wrong is dropped: its fragments belong to different datagrams (RFC 4963). A checksum that
-/// was not computed counts as correct.
+/// Reassembles datagrams from their fragments (RFC 791, RFC 8200), which may arrive in any order and repeatedly. A
+/// datagram whose fragments contradict each other is dropped with its later fragments; so is an IPv6 datagram whose
+/// fragments overlap (RFC 5722), unless a fragment only repeats what is there. A UDP datagram whose checksum is wrong
+/// is dropped: its fragments belong to different datagrams (RFC 4963). A checksum that was not computed counts as
+/// correct.
 ///
 /// Bounded: a datagram is dropped 30 s after its first fragment, and the oldest one when there are more than 4,096 or
 /// they take more than 16 MB (see NetworkLimits).
@@ -29,8 +31,8 @@ class FragmentReassembler {
   FragmentReassembler(NetworkCounters& counters, const NetworkLimits& limits)
       : counters_(counters), limits_(limits), partials_(limits.datagrams) {}
 
-  /// A whole datagram. `packet` is in `memory` and begins with its IP header, which is that of an unfragmented packet.
-  /// kFrameSlack zeroed bytes follow it.
+  /// A whole datagram. `packet` is in `memory` and begins with its IP header, which is that of an unfragmented packet:
+  /// an IPv6 packet comes without the extension headers that each fragment had. kFrameSlack zeroed bytes follow it.
   struct Datagram {
     std::vector<std::uint8_t> memory;
     std::span<std::uint8_t> packet;
@@ -39,6 +41,7 @@ class FragmentReassembler {
   /// Takes one fragment and returns its datagram when the fragment completes it. `packet` begins with `header` and ends
   /// with the IP packet. `now` is in microseconds and never decreases.
   std::optional<Datagram> add(const Ipv4Header& header, Octets packet, std::int64_t now);
+  std::optional<Datagram> add(const Ipv6Header& header, Octets packet, std::int64_t now);
 
   /// Drops some of the datagrams that have waited for too long: the next call takes the others.
   void expire(std::int64_t now);
@@ -52,10 +55,19 @@ class FragmentReassembler {
   static constexpr std::size_t kMaxPayload = 65535;
 
   struct Key {
-    std::uint32_t source = 0, destination = 0;
-    std::uint16_t id = 0;
-    std::uint8_t protocol = 0;
+    IpAddress source, destination;
+    std::uint32_t id = 0;
+    std::uint32_t protocol = 0;  ///< of IPv4 only
     bool operator==(const Key&) const = default;
+  };
+
+  struct Fragment {
+    Key key;
+    Octets header;  ///< that of the datagram, if this is its first fragment
+    Octets payload;
+    std::size_t offset;
+    bool isLast;
+    bool isCut;  ///< not captured to its end
   };
 
   struct Partial {
@@ -75,10 +87,12 @@ class FragmentReassembler {
     std::unique_ptr<Partial> partial;
   };
 
+  std::optional<Datagram> add(const Fragment& fragment, std::int64_t now);
   std::uint64_t hashOf(const Key& key) const;
   Entry& entryFor(const Key& key, std::int64_t now);
-  bool merge(Partial& partial, const Ipv4Header& header, Octets packet);
+  bool merge(Partial& partial, const Fragment& fragment);
   bool mergeBlock(Partial& partial, std::size_t at, Octets block);
+  static bool overlaps(const Partial& partial, const Fragment& fragment);
   void spoil(Partial& partial);
   Datagram finish(Partial& partial);
   void makeRoom();

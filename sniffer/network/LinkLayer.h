@@ -30,4 +30,11 @@ inline std::size_t plainNetworkOffset(const LinkHeader& link) {
   return link.length;
 }
 
+/// Returns true when the type of the payload at plainNetworkOffset() is IPv6.
+inline bool isPlainIpv6(const LinkHeader& link, std::span<const std::uint8_t> frame) {
+  const std::size_t offset = plainNetworkOffset(link);
+  if (offset == link.length) return link.etherType == kEtherIpv6;
+  return offset <= frame.size() && (frame[offset - 2] << 8 | frame[offset - 1]) == kEtherIpv6;  // after the tags
+}
+
 }  // namespace voip

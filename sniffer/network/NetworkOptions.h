@@ -3,6 +3,9 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "settings/Settings.h"
+#include "settings/TunnelPorts.h"
+
 namespace voip {
 
 /// The stages of the network stack beyond the plain path.
@@ -11,6 +14,14 @@ struct NetworkOptions {
   bool dropDuplicates = false;
   bool reassembleFragments = false;
   bool reassembleTcp = false;
+  bool ipv6 = false;             ///< in each stage and on the plain path
+  TunnelPorts tunnelPorts = {};  ///< of `decapsulate`
+
+  /// Returns the options that the settings ask for.
+  static NetworkOptions of(const Settings& settings) {
+    return {settings.decapsulate,   settings.dropDuplicates, settings.reassembleFragments,
+            settings.reassembleTcp, settings.ipv6,           TunnelPorts(settings.tunnelPorts)};
+  }
 };
 
 /// Limits of the memory and the waiting times of the network stack. The defaults are for production; the fuzzer sets

@@ -12,7 +12,7 @@ namespace voip {
 
 /// The events that the network stack counts.
 enum class NetworkCount {
-  kOtherDropped,  ///< packets in tunnels that are neither UDP nor TCP
+  kOtherDropped,  ///< packets in tunnels, and IPv6 packets, that are neither UDP nor TCP
   kTcpDropped,    ///< TCP segments of streams that are not followed
   kDuplicatesDropped,
   kDuplicatesForgotten,
@@ -31,6 +31,8 @@ enum class NetworkCount {
   kStreamGaps,
   kStreamsOutOfStep,
   kStreamsDisplaced,
+  kIpv6Malformed,  ///< of kOtherDropped: an invalid IPv6 header or chain of extension headers
+  kJumboPayloads,  ///< of kOtherDropped: IPv6 packets over 65,575 bytes
 };
 
 class NetworkCounters {
@@ -42,8 +44,8 @@ class NetworkCounters {
 };
 
 /// The payload of a UDP datagram. The payload may be written to, and so may the 42 bytes of headers before it, if these
-/// were captured. kFrameSlack zeroed, readable bytes follow it. In a plain frame it includes the padding after the
-/// packet.
+/// were captured. kFrameSlack zeroed, readable bytes follow it. In a plain IPv4 frame it includes the padding after
+/// the packet.
 struct Datagram {
   FlowEnds ends;
   std::span<std::uint8_t> payload;
@@ -77,8 +79,8 @@ class NetworkSink : public NetworkCounters {
   /// than the snap length.
   virtual void refuseTail(const FlowEnds& ends, std::size_t missing) = 0;
 
-  // Packets that are not examined: the IP header is too short, the protocol is neither UDP nor TCP, the TCP header is
-  // too short.
+  // Packets that are not examined: the IPv4 header is too short, the protocol in it is neither UDP nor TCP, the TCP
+  // header is too short.
   virtual void refuseHeader(const sniff_ip& ip) = 0;
   virtual void refuseProtocol(const sniff_ip& ip) = 0;
   virtual void refuseTcpHeader(int length) = 0;

@@ -12,40 +12,59 @@
 
 namespace voip {
 
+namespace {
+
+/// Ends a frame at this offset. Otherwise padding or the trailer of an outer frame would count as a part of the packet.
+std::span<std::uint8_t> endAt(std::span<std::uint8_t> frame, std::size_t offset) {
+  const std::size_t end = std::min(frame.size(), offset);
+  std::memset(frame.data() + end, 0, std::min(frame.size() - end, kFrameSlack));
+  return frame.first(end);
+}
+
+LinkHeader ethernetHeader(std::span<const std::uint8_t> frame) {
+  constexpr std::size_t kLength = 14, kType = 12;
+  const std::uint8_t* type = frame.data() + kType;  // in the slack when the frame is too short
+  return {kLength, static_cast<std::uint16_t>(type[0] << 8 | type[1])};
+}
+
+}  // namespace
+
 NetworkStack::NetworkStack(const NetworkOptions& options, NetworkSink& sink, const NetworkLimits& limits)
     : sink_(sink),
       options_(options),
       isPlain_(!options.decapsulate && !options.dropDuplicates && !options.reassembleFragments &&
-               !options.reassembleTcp) {
+               !options.reassembleTcp),
+      decapsulator_(options_) {
   if (options.dropDuplicates) duplicates_.emplace(sink, limits.duplicateBuckets);
   if (options.reassembleFragments) fragments_.emplace(sink, limits);
   if (options.reassembleTcp) streams_.emplace(sink, limits);
 }
 
 void NetworkStack::takePlainFrame(std::span<std::uint8_t> frame) {
-  constexpr std::size_t kEthernetLength = 14;
-  constexpr std::size_t kTypeOffset = 12;
-  const std::uint8_t* type = frame.data() + kTypeOffset;  // in the slack when the frame is too short
-  const auto etherType = static_cast<std::uint16_t>(type[0] << 8 | type[1]);
-  takeIp(frame, plainNetworkOffset({kEthernetLength, etherType}), true, sink_);
+  takeIp(frame, plainNetworkOffset(ethernetHeader(frame)), true, sink_);
 }
 
 void NetworkStack::takeFrame(std::span<std::uint8_t> frame, int linkType, std::int64_t captured, std::int64_t now) {
-  if (isPlain_ && linkType == DLT_EN10MB) {
+  if (isPlain_ && linkType == DLT_EN10MB && !(options_.ipv6 && isPlainIpv6(ethernetHeader(frame), frame))) {
     takePlainFrame(frame);
     return;
   }
   const LinkHeader link = readLinkHeader(linkType, frame);
   InnerPacket packet;
-  if (options_.decapsulate) packet = Decapsulator::unwrap(frame, link).value_or(packet);
+  if (options_.decapsulate) packet = decapsulator_.unwrap(frame, link).value_or(packet);
   if (packet.layers == 0) {
     packet.offset = plainNetworkOffset(link);
     packet.length = frame.size() - std::min(frame.size(), packet.offset);  // padding included
+    packet.isIpv6 = options_.ipv6 && isPlainIpv6(link, frame);
   }
   takePacket({frame, true}, packet, {captured, now});
 }
 
 void NetworkStack::takePacket(const Bytes& from, const InnerPacket& packet, const Times& times) {
+  if (packet.isIpv6) {
+    takeIpv6Packet(from, packet, times);
+    return;
+  }
   const auto frame = from.bytes;
   const auto bytes = frame.subspan(std::min(packet.offset, frame.size()), packet.length);
   const auto header = Ipv4Header::read(bytes);
@@ -68,23 +87,50 @@ void NetworkStack::takePacket(const Bytes& from, const InnerPacket& packet, cons
   }
 }
 
-void NetworkStack::takeFragment(const Ipv4Header& header, Octets bytes, const InnerPacket& packet, const Times& times) {
+void NetworkStack::takeIpv6Packet(const Bytes& from, const InnerPacket& packet, const Times& times) {
+  const auto frame = from.bytes;
+  const auto bytes = frame.subspan(std::min(packet.offset, frame.size()), packet.length);
+  const auto header = Ipv6Header::read(bytes);
+  if (!header || header->isJumbo) {
+    refuseIpv6(header ? NetworkCount::kJumboPayloads : NetworkCount::kIpv6Malformed);
+    return;
+  }
+  const auto exact = bytes.first(header->total);
+  if (duplicates_ && duplicates_->seen(*header, exact, times.captured, times.now)) {
+    sink_.count(NetworkCount::kDuplicatesDropped);
+  } else if (fragments_ && header->isFragment()) {
+    takeFragment(*header, exact, packet, times);
+  } else if (!streams_ || header->protocol != IPPROTO_TCP || header->isFragment() ||
+             !takeSegment(*header, exact, times)) {
+    takeAsItIs(from, packet, *header);
+  }
+}
+
+void NetworkStack::refuseIpv6(NetworkCount why) {
+  sink_.count(NetworkCount::kOtherDropped);
+  sink_.count(why);
+}
+
+template <class Header>
+void NetworkStack::takeFragment(const Header& header, Octets bytes, const InnerPacket& packet, const Times& times) {
   auto datagram = fragments_->add(header, bytes, times.now);
   if (!datagram) {
     sink_.count(NetworkCount::kFragmentsHeld);
     return;
   }
   // The recursion ends: the datagram is no fragment, so only a packet in a further layer can be one.
-  InnerPacket whole{0, datagram->packet.size(), packet.layers, packet.isTunnelled};
+  InnerPacket whole{0, datagram->packet.size(), packet.layers, packet.isTunnelled, packet.isIpv6};
   if (options_.decapsulate) {
-    whole = Decapsulator::unwrap(datagram->packet, {0, kEtherIpv4}, packet.layers).value_or(whole);
+    const LinkHeader network{0, packet.isIpv6 ? kEtherIpv6 : kEtherIpv4};
+    whole = decapsulator_.unwrap(datagram->packet, network, packet.layers).value_or(whole);
     whole.isTunnelled |= packet.isTunnelled;
   }
   takePacket({datagram->packet, false}, whole, times);
 }
 
 /// Returns false when the header is invalid, so that the segment takes the plain path.
-bool NetworkStack::takeSegment(const Ipv4Header& header, Octets bytes, const Times& times) {
+template <class Header>
+bool NetworkStack::takeSegment(const Header& header, Octets bytes, const Times& times) {
   const auto segment = TcpSegment::read(bytes.subspan(header.length), header.missing);
   if (!segment) return false;
   const FlowEnds ends{header.source, header.destination, segment->sourcePort, segment->destinationPort};
@@ -103,11 +149,20 @@ void NetworkStack::flush() {
 }
 
 void NetworkStack::takeAsItIs(const Bytes& from, const InnerPacket& packet) {
-  const auto frame = from.bytes;
-  const std::size_t end = std::min(frame.size(), packet.offset + packet.length);
-  // Otherwise the trailer of an outer frame would count as a part of the packet.
-  std::memset(frame.data() + end, 0, std::min(frame.size() - end, kFrameSlack));
-  takeIp(frame.first(end), packet.offset, from.areCaptured, sink_);
+  takeIp(endAt(from.bytes, packet.offset + packet.length), packet.offset, from.areCaptured, sink_);
+}
+
+void NetworkStack::takeAsItIs(const Bytes& from, const InnerPacket& packet, const Ipv6Header& header) {
+  const auto frame = endAt(from.bytes, packet.offset + header.total);
+  const std::size_t at = packet.offset + header.length;
+  const FlowEnds ends{header.source, header.destination, 0, 0};
+  if (header.fragmentOffset == 0 && header.protocol == IPPROTO_UDP) {
+    takeUdp(frame, at, ends, from.areCaptured, sink_);
+  } else if (header.fragmentOffset == 0 && header.protocol == IPPROTO_TCP) {
+    takeTcp(frame, at, ends, sink_);
+  } else {
+    sink_.count(NetworkCount::kOtherDropped);  // no log line: each neighbour discovery would cause one
+  }
 }
 
 }  // namespace voip

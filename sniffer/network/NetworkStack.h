@@ -15,7 +15,8 @@ namespace voip {
 
 /// Turns captured frames into the datagrams and messages that were sent: removes the link layer and tunnels, drops
 /// duplicates, reassembles fragments and TCP streams, in this order. Each stage after the link layer needs its option.
-/// Without options an Ethernet frame takes the plain path: at most two VLAN tags, IPv4, UDP or TCP.
+/// Without options an Ethernet frame takes the plain path: at most two VLAN tags, IPv4, UDP or TCP. IPv6 packets take
+/// the same stages, if the options include them; they never take the plain path, which ignores lengths.
 ///
 /// Each frame is either passed to the sink (as a datagram, as a segment or as refused) or counted: as an unwanted
 /// packet, a duplicate, a held fragment (each fragment except the one that completes its datagram), or a segment of a
@@ -51,13 +52,19 @@ class NetworkStack {
   };
 
   void takePacket(const Bytes& from, const InnerPacket& packet, const Times& times);
-  void takeFragment(const Ipv4Header& header, Octets bytes, const InnerPacket& packet, const Times& times);
-  bool takeSegment(const Ipv4Header& header, Octets bytes, const Times& times);
+  void takeIpv6Packet(const Bytes& from, const InnerPacket& packet, const Times& times);
+  template <class Header>
+  void takeFragment(const Header& header, Octets bytes, const InnerPacket& packet, const Times& times);
+  template <class Header>
+  bool takeSegment(const Header& header, Octets bytes, const Times& times);
   void takeAsItIs(const Bytes& from, const InnerPacket& packet);
+  void takeAsItIs(const Bytes& from, const InnerPacket& packet, const Ipv6Header& header);
+  void refuseIpv6(NetworkCount why);
 
   NetworkSink& sink_;
   const NetworkOptions options_;
-  const bool isPlain_;  ///< no option is on
+  const bool isPlain_;  ///< no option is on, except that for IPv6
+  const Decapsulator decapsulator_;
   std::optional<DuplicateFilter> duplicates_;
   std::optional<FragmentReassembler> fragments_;
   std::optional<TcpStreams> streams_;

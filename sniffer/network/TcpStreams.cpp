@@ -57,9 +57,17 @@ TcpStreams::TcpStreams(NetworkSink& sink, const NetworkLimits& limits)
     : sink_(sink), limits_(limits), streams_(limits.streams) {}
 
 std::uint64_t TcpStreams::hashOf(const FlowEnds& ends) const {
-  std::uint8_t octets[12];
-  static_assert(sizeof ends == sizeof octets);
-  std::memcpy(octets, &ends, sizeof octets);
+  const std::uint32_t ports = ends.sourcePort | std::uint32_t{ends.destinationPort} << 16;
+  if (ends.areIpv4()) {
+    const std::uint32_t numbers[] = {ends.source.ipv4(), ends.destination.ipv4(), ports};
+    std::uint8_t octets[sizeof numbers];
+    std::memcpy(octets, numbers, sizeof numbers);
+    return hash_(octets);
+  }
+  std::uint8_t octets[2 * IpAddress::kSize + sizeof ports];
+  ends.source.write(octets);
+  ends.destination.write(octets + IpAddress::kSize);
+  std::memcpy(octets + 2 * IpAddress::kSize, &ports, sizeof ports);
   return hash_(octets);
 }
 

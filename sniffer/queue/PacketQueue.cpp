@@ -34,13 +34,13 @@ PacketQueue::PacketQueue(Statistics& statistics) : statistics_(statistics), pool
 void PacketQueue::push(const SniffedPacket& packet, u_int maxLength, Kind kind) {
   const u_int length = std::min({packet.header->len, packet.header->caplen, maxLength});
   const std::size_t size = recordSize(length);
-  Lane& lane = hasLimit() && kind == Kind::kMedia ? media_ : frames_;
+  Side& side = hasLimit() && kind == Kind::kMedia ? media_ : frames_;
   const CaptureStamp stamp = stampOf(packet);
   bool wakeConsumer = false;
   {
     const MutexLock held(packetQueueLock_);
-    if (hasLimit() && !makeRoom(lane, size)) return;
-    Block& block = blockFor(lane, size);
+    if (hasLimit() && !makeRoom(side, size)) return;
+    Block& block = blockFor(side, size);
     auto* record = reinterpret_cast<QueuedPacket*>(block.memory->take(size));
     const auto distance = block.last != nullptr
                               ? reinterpret_cast<std::uint8_t*>(record) - reinterpret_cast<std::uint8_t*>(block.last)
@@ -58,13 +58,13 @@ void PacketQueue::push(const SniffedPacket& packet, u_int maxLength, Kind kind) 
   if (wakeConsumer) packetPresent_.notifyOne();
 }
 
-PacketQueue::Block& PacketQueue::blockFor(Lane& lane, std::size_t size) {
-  if (lane.waiting.empty() || !lane.waiting.back().memory->hasRoom(size)) {
+PacketQueue::Block& PacketQueue::blockFor(Side& side, std::size_t size) {
+  if (side.waiting.empty() || !side.waiting.back().memory->hasRoom(size)) {
     Block block;
     block.memory = pool_.take(size);
-    lane.waiting.push_back(std::move(block));
+    side.waiting.push_back(std::move(block));
   }
-  return lane.waiting.back();
+  return side.waiting.back();
 }
 
 std::size_t PacketQueue::waitingBytes() const {
@@ -77,18 +77,18 @@ std::size_t PacketQueue::mediaLimit() const {
   return othersWaiting_ != nullptr ? limit_ / 4 * 3 : limit_;
 }
 
-bool PacketQueue::fits(const Lane& lane, std::size_t size) const {
-  return waitingBytes() + size <= (&lane == &media_ ? mediaLimit() : limit_);
+bool PacketQueue::fits(const Side& side, std::size_t size) const {
+  return waitingBytes() + size <= (&side == &media_ ? mediaLimit() : limit_);
 }
 
-bool PacketQueue::makeRoom(Lane& lane, std::size_t size) {
-  if (fits(lane, size)) {
+bool PacketQueue::makeRoom(Side& side, std::size_t size) {
+  if (fits(side, size)) {
     if (overflowing_) logOverflowEnd();
     return true;
   }
-  while (&lane == &frames_ && !fits(lane, size) && dropNewestMedia()) countOverflow(media_);
-  if (fits(lane, size)) return true;
-  countOverflow(lane);
+  while (&side == &frames_ && !fits(side, size) && dropNewestMedia()) countOverflow(media_);
+  if (fits(side, size)) return true;
+  countOverflow(side);
   return false;
 }
 
@@ -108,8 +108,8 @@ bool PacketQueue::dropNewestMedia() {
   return true;
 }
 
-void PacketQueue::countOverflow(const Lane& lane) {
-  (&lane == &media_ ? statistics_.queueLimitMedia : statistics_.queueLimitSignalling).add();
+void PacketQueue::countOverflow(const Side& side) {
+  (&side == &media_ ? statistics_.queueLimitMedia : statistics_.queueLimitSignalling).add();
   if (std::exchange(overflowing_, true)) return;
   logger().warn("The queue has reached its limit of " + std::to_string(limit_ >> 20) +
                 " MB: the newest frames are lost, media first, until the recorder is faster again");
@@ -129,53 +129,53 @@ void PacketQueue::logOverflowEnd() {
 bool PacketQueue::takeBatch(std::chrono::milliseconds atMost) {
   const MutexLock held(packetQueueLock_);
   if (inHand_ + claimed_ == 0) skipDiscarded();
-  for (Lane* lane : {&frames_, &media_}) {
-    if (lane->taken.memory && lane->front() == nullptr) recycle(lane->taken);
+  for (Side* side : {&frames_, &media_}) {
+    if (side->taken.memory && side->front() == nullptr) recycle(side->taken);
   }
   working_ = false;
   if (waiting_ == 0 && inHand_ + claimed_ == 0 && !woken_) wait(atMost);
   woken_ = false;
-  for (Lane* lane : {&frames_, &media_}) {
-    if (!lane->taken.memory && !lane->waiting.empty()) takeFirstBlock(*lane);
+  for (Side* side : {&frames_, &media_}) {
+    if (!side->taken.memory && !side->waiting.empty()) takeFirstBlock(*side);
   }
-  // A waiting frame of one lane may be older than the last frames in the taken block of the other lane.
+  // A waiting frame of one side may be older than the last frames in the taken block of the other side.
   horizon_ = pushed_;
-  for (const Lane* lane : {&frames_, &media_}) {
-    if (!lane->waiting.empty()) horizon_ = std::min(horizon_, lane->waiting.front().first()->number);
+  for (const Side* side : {&frames_, &media_}) {
+    if (!side->waiting.empty()) horizon_ = std::min(horizon_, side->waiting.front().first()->number);
   }
   return working_ = inHand_ + claimed_ != 0;
 }
 
 void PacketQueue::skipDiscarded() {
-  for (Lane* lane : {&frames_, &media_}) {
-    if (lane->taken.memory) lane->at = lane->taken.memory->end();
+  for (Side* side : {&frames_, &media_}) {
+    if (side->taken.memory) side->at = side->taken.memory->end();
   }
   handSize_ = claimedSize_ = 0;
 }
 
-void PacketQueue::takeFirstBlock(Lane& lane) {
-  lane.taken = std::move(lane.waiting.front());
-  lane.waiting.pop_front();
-  lane.at = lane.taken.memory->begin();
-  const auto bytes = static_cast<std::size_t>(lane.taken.memory->end() - lane.at);
-  waiting_ -= lane.taken.frames;
+void PacketQueue::takeFirstBlock(Side& side) {
+  side.taken = std::move(side.waiting.front());
+  side.waiting.pop_front();
+  side.at = side.taken.memory->begin();
+  const auto bytes = static_cast<std::size_t>(side.taken.memory->end() - side.at);
+  waiting_ -= side.taken.frames;
   waitingSize_ -= bytes;
   handSize_ += bytes;
-  inHand_ += lane.taken.frames;
+  inHand_ += side.taken.frames;
 }
 
 QueuedPacket* PacketQueue::next() {
-  Lane* lane = &frames_;
-  QueuedPacket* packet = lane->front();
+  Side* side = &frames_;
+  QueuedPacket* packet = side->front();
   if (QueuedPacket* media = media_.front(); media != nullptr && (packet == nullptr || media->number < packet->number)) {
-    lane = &media_;
+    side = &media_;
     packet = media;
   }
   if (packet == nullptr || packet->number >= horizon_) return nullptr;
   if (claimed_ == 0 && !claim()) return nullptr;
   --claimed_;
   const std::size_t size = recordSize(packet->header.len);
-  lane->at += size;
+  side->at += size;
   claimedSize_ += size;
   return packet;
 }
@@ -222,9 +222,9 @@ void PacketQueue::clearFromConsumer(std::size_t others) {
 
 void PacketQueue::dropAll(std::size_t others) {
   const std::size_t dumped = waiting_ + inHand_.exchange(0) + others;
-  for (Lane* lane : {&frames_, &media_}) {
-    for (Block& block : lane->waiting) recycle(block);
-    lane->waiting.clear();
+  for (Side* side : {&frames_, &media_}) {
+    for (Block& block : side->waiting) recycle(block);
+    side->waiting.clear();
   }
   waiting_ = waitingSize_ = 0;
   statistics_.queueDiscarded.add(dumped);

@@ -12,6 +12,7 @@
 #include "base/CaptureStamp.h"
 #include "base/Mutex.h"
 #include "queue/SniffedPacket.h"
+#include "queue/WaitingFrames.h"
 #include "statistics/Statistics.h"
 
 namespace voip {
@@ -34,9 +35,9 @@ struct QueuedPacket {
 /// a whole block under one lock. Without a limit the queue grows while the consumer is too slow, and frees the memory
 /// afterwards.
 ///
-/// With a limit, media and signalling have separate lanes. A full queue drops the newest media frames, and drops
+/// With a limit, media and signalling have separate sides. A full queue drops the newest media frames, and drops
 /// signalling only when no waiting media is left.
-class PacketQueue {
+class PacketQueue final : public WaitingFrames {
  public:
   static constexpr std::size_t kBlockSize = 256 * 1024;  ///< bytes
 
@@ -70,16 +71,11 @@ class PacketQueue {
   /// until the next takeBatch(). Consumer only.
   QueuedPacket* next();
 
-  /// Ends the consumer's wait, or its next one if it does not wait. Any thread.
-  void wake();
+  void wake() override;
 
-  /// Drops all waiting frames, including those of the batch. Counts them and `others`, frames that the caller has
-  /// dropped, as discarded, and logs their number at DEBUG. Any thread. While the consumer works on a batch, up to 32
-  /// frames of the batch are not dropped.
-  void clear(std::size_t others = 0);
-
-  /// As clear(), but drops the whole batch. Consumer only.
-  void clearFromConsumer(std::size_t others = 0);
+  /// While the consumer works on a batch, up to 32 frames of the batch are not dropped.
+  void clear(std::size_t others = 0) override;
+  void clearFromConsumer(std::size_t others = 0) override;
 
   /// Returns the number of waiting frames. Frames of the batch count until the consumer claims them, 32 at a time. Any
   /// thread.
@@ -98,7 +94,7 @@ class PacketQueue {
   };
 
   /// Blocks, oldest frames first.
-  struct Lane {
+  struct Side {
     std::deque<Block> waiting;
     Block taken;                 ///< the block of the consumer's batch
     std::uint8_t* at = nullptr;  ///< the next record in `taken`
@@ -108,15 +104,15 @@ class PacketQueue {
     }
   };
 
-  Block& blockFor(Lane& lane, std::size_t size) REQUIRES(packetQueueLock_);
-  bool makeRoom(Lane& lane, std::size_t size) REQUIRES(packetQueueLock_);
+  Block& blockFor(Side& side, std::size_t size) REQUIRES(packetQueueLock_);
+  bool makeRoom(Side& side, std::size_t size) REQUIRES(packetQueueLock_);
   bool dropNewestMedia() REQUIRES(packetQueueLock_);
   std::size_t mediaLimit() const;
-  bool fits(const Lane& lane, std::size_t size) const REQUIRES(packetQueueLock_);
+  bool fits(const Side& side, std::size_t size) const REQUIRES(packetQueueLock_);
   std::size_t waitingBytes() const REQUIRES(packetQueueLock_);
-  void countOverflow(const Lane& lane) REQUIRES(packetQueueLock_);
+  void countOverflow(const Side& side) REQUIRES(packetQueueLock_);
   void logOverflowEnd() REQUIRES(packetQueueLock_);
-  void takeFirstBlock(Lane& lane) REQUIRES(packetQueueLock_);
+  void takeFirstBlock(Side& side) REQUIRES(packetQueueLock_);
   void skipDiscarded() REQUIRES(packetQueueLock_);
   void recycle(Block& block) REQUIRES(packetQueueLock_);
   void wait(std::chrono::milliseconds atMost) REQUIRES(packetQueueLock_);
@@ -130,9 +126,9 @@ class PacketQueue {
   Condition packetPresent_{"packetPresent"};
   Mutex packetQueueLock_{"packetQueueLock", Mutex::kAdaptive};  ///< held for the copy of a frame
 
-  // The lock guards the lanes except `taken` and `at`, which belong to the consumer.
-  Lane frames_;  ///< all frames; with a limit, all but media
-  Lane media_;
+  // The lock guards the sides except `taken` and `at`, which belong to the consumer.
+  Side frames_;  ///< all frames; with a limit, all but media
+  Side media_;
   BlockPool pool_ GUARDED_BY(packetQueueLock_);
   std::uint64_t pushed_ GUARDED_BY(packetQueueLock_) = 0;     ///< number of the next frame
   std::size_t waiting_ GUARDED_BY(packetQueueLock_) = 0;      ///< frames that the consumer has not taken

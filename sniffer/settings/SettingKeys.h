@@ -45,6 +45,8 @@ std::vector<std::string> serverProtocol(const std::string& value);
 std::vector<std::string> device(const std::string& value);
 std::vector<std::string> filter(const std::string& value);
 std::vector<std::string> logLevel(const std::string& value);
+std::vector<std::string> moreRecorders(const std::string& value);
+std::vector<std::string> tunnelPorts(const std::string& value);
 }  // namespace setting_checks
 
 /// All keys, in the order of their warnings.
@@ -73,6 +75,8 @@ inline constexpr SettingKey kSettingKeys[] = {
      "how long sending waits for a TCP recorder before the connection counts as lost"},
     {"CommandsFromServerOnly", FlagKey{&Settings::commandsFromServerOnly, "anyone's commands are carried out"},
      "UDP: commands from other hosts are ignored"},
+    {"MoreRecorders", TextKey{setting_checks::moreRecorders, &Settings::moreRecorders},
+     "further recorders over TCP: ADDRESS:PORT, separated by ';'"},
 
     {"LookBack", NumberKey{&Settings::lookBack, "milliseconds", 0, 60'000},
      "how long media is kept that the recorder has not asked for yet"},
@@ -83,13 +87,16 @@ inline constexpr SettingKey kSettingKeys[] = {
      "upper limit of the queue between capture and sending; 0: no limit"},
 
     {"Decapsulate", FlagKey{&Settings::decapsulate},
-     "removes VLAN tags, MPLS, PPPoE, IP in IP, GRE, ERSPAN, VXLAN and GENEVE"},
-    {"ReassembleFragments", FlagKey{&Settings::reassembleFragments}, "reassembles fragmented IPv4 datagrams"},
+     "removes VLAN tags, MPLS, PPPoE, IP in IP, GRE, ERSPAN, VXLAN, GENEVE, GTP-U, L2TP and TZSP"},
+    {"TunnelPorts", TextKey{setting_checks::tunnelPorts, &Settings::tunnelPorts},
+     "more UDP ports for Decapsulate, such as vxlan:8472,geneve:6082; also gtp, l2tp, tzsp"},
+    {"ReassembleFragments", FlagKey{&Settings::reassembleFragments}, "reassembles fragmented datagrams"},
     {"ReassembleTcp", FlagKey{&Settings::reassembleTcp},
      "reassembles TCP streams: H.323 messages in several segments, SIP over TCP"},
     {"DropDuplicates", FlagKey{&Settings::dropDuplicates},
      "a packet that is captured twice within 50 ms is forwarded once"},
     {"SipAnyUri", FlagKey{&Settings::sipAnyUri}, "recognises SIP requests to tel:, sips: and urn: URIs"},
+    {"IPv6", FlagKey{&Settings::ipv6}, "reads IPv6 packets like IPv4 packets"},
 };
 
 /// Returns the row of a key, or null when there is none.

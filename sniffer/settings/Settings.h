@@ -16,6 +16,7 @@ struct Settings {
 
   int sendTimeout = 0;  ///< milliseconds, 0 to 60,000
   bool commandsFromServerOnly = false;
+  std::string moreRecorders;  ///< addresses, see MoreRecorders; empty: one recorder
 
   int lookBack = 0;         ///< milliseconds, 0 to 60,000
   int lookBackMemory = 64;  ///< MB
@@ -27,6 +28,8 @@ struct Settings {
   bool reassembleTcp = false;
   bool dropDuplicates = false;
   bool sipAnyUri = false;
+  bool ipv6 = false;
+  std::string tunnelPorts;  ///< see TunnelPorts
 
   bool operator==(const Settings&) const = default;
 };

@@ -15,8 +15,10 @@
 
 #include "base/Logger.h"
 #include "settings/Logging.h"
+#include "settings/MoreRecorders.h"
 #include "settings/SettingKeys.h"
 #include "settings/StringTokenizer.h"
+#include "settings/TunnelPorts.h"
 
 namespace voip {
 
@@ -149,6 +151,16 @@ std::vector<std::string> filter(const std::string& value) {
 std::vector<std::string> logLevel(const std::string& value) {
   if (value.empty() || !logLevelNamed(value).empty()) return {};
   return {"INFO is used"};
+}
+
+std::vector<std::string> moreRecorders(const std::string& value) {
+  return readMoreRecorders(value).wrong;
+}
+
+std::vector<std::string> tunnelPorts(const std::string& value) {
+  std::vector<std::string> warnings;
+  const TunnelPorts ports(value, &warnings);
+  return warnings;
 }
 
 }  // namespace setting_checks

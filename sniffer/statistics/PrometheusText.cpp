@@ -58,10 +58,16 @@ std::string inBaseUnit(std::uint64_t value, StatisticsRow::Unit unit) {
   return text;
 }
 
-void addRow(std::string& text, const StatisticsRow& row, const Statistics& statistics) {
+void addRow(std::string& text, const StatisticsRow& row, const Statistics& statistics,
+            const std::vector<RecorderStatistics>& recorders) {
   const std::string metric = std::string(kPrefix) + row.metric;
   if (*row.help != 0) addHeading(text, metric, row.help, row.kind == StatisticsRow::kCounter ? "counter" : "gauge");
   addSample(text, metric, row.label, inBaseUnit(statistics.*row.value, row.unit));
+  if (!isOfRecorder(row)) return;
+  for (const RecorderStatistics& one : recorders) {
+    const std::string labels = (*row.label != 0 ? row.label + std::string(",") : "") + "recorder=" + quoted(one.name);
+    addSample(text, metric, labels, inBaseUnit(one.figures.*row.value, row.unit));
+  }
 }
 
 void addDeviceRow(std::string& text, const DeviceRow& row, const std::vector<DeviceStatistics>& devices) {
@@ -79,9 +85,10 @@ void addDeviceRow(std::string& text, const DeviceRow& row, const std::vector<Dev
 
 }  // namespace
 
-std::string prometheusText(const Statistics& statistics, const std::vector<DeviceStatistics>& devices) {
+std::string prometheusText(const Statistics& statistics, const std::vector<DeviceStatistics>& devices,
+                           const std::vector<RecorderStatistics>& recorders) {
   std::string text;
-  for (const StatisticsRow& row : kStatisticsRows) addRow(text, row, statistics);
+  for (const StatisticsRow& row : kStatisticsRows) addRow(text, row, statistics, recorders);
   for (const DeviceRow& row : kDeviceRows) addDeviceRow(text, row, devices);
   return text;
 }

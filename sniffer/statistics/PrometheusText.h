@@ -18,6 +18,8 @@ struct DeviceStatistics {
 };
 
 /// Returns all figures in the text format of Prometheus, version 0.0.4, for the textfile collector of node_exporter.
-std::string prometheusText(const Statistics& statistics, const std::vector<DeviceStatistics>& devices);
+/// The samples of the further `recorders` have the label "recorder".
+std::string prometheusText(const Statistics& statistics, const std::vector<DeviceStatistics>& devices,
+                           const std::vector<RecorderStatistics>& recorders = {});
 
 }  // namespace voip

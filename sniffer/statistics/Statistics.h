@@ -50,12 +50,22 @@ struct Statistics {
   Counter segmentsFollowed, segmentsRetransmitted, segmentsCut;
   Counter streamMessages, streamMessagesTooLong;
   Counter streamGaps, streamsOutOfStep, streamsDisplaced;
+  Counter ipv6Dropped, ipv6Malformed, jumboPayloads;
 
   /// Counts a wait for space in the recorder's connection, and the frames that it delayed.
   void countWait(std::chrono::milliseconds time, std::size_t frames);
 
   /// Returns the log line.
   std::string report(const Settings& settings) const;
+
+  /// Returns the log line of one of several recorders, with the figures that each recorder has.
+  std::string reportOf(const std::string& recorder, const Settings& settings) const;
+};
+
+/// The figures of a further recorder.
+struct RecorderStatistics {
+  std::string name;  ///< its address and port
+  Statistics figures;
 };
 
 /// A figure of the statistics, for the log line and for the file in the Prometheus text format. A new figure is a
@@ -102,6 +112,7 @@ inline constexpr auto kStatisticsRows = [] {
   constexpr auto withDropDuplicates = with<&Settings::dropDuplicates>;
   constexpr auto withFragments = with<&Settings::reassembleFragments>;
   constexpr auto withTcp = with<&Settings::reassembleTcp>;
+  constexpr auto withIpv6 = with<&Settings::ipv6>;
   return std::to_array<StatisticsRow>({
       {"sipForwarded", &S::sipForwarded, kCounter, "forwarded_frames_total", R"(protocol="sip")", always,
        "Frames that the connection to the recorder accepted in full."},
@@ -188,8 +199,27 @@ inline constexpr auto kStatisticsRows = [] {
        "Times that no message began at an expected message boundary."},
       {"streamsDisplaced", &S::streamsDisplaced, kCounter, "streams_displaced_total", "", withTcp,
        "TCP streams dropped to make space for others."},
+      {"ipv6Dropped", &S::ipv6Dropped, kCounter, "ipv6_dropped_total", "", withIpv6,
+       "IPv6 datagrams, segments and messages that are not forwarded."},
+      {"ipv6Malformed", &S::ipv6Malformed, kCounter, "ipv6_refused_total", R"(reason="malformed")", withIpv6,
+       "IPv6 packets that are not read: invalid headers, jumbo payloads."},
+      {"jumboPayloads", &S::jumboPayloads, kCounter, "ipv6_refused_total", R"(reason="jumbo")", withIpv6, ""},
   });
 }();
+/// Returns true for a figure that each of several recorders has. All others exist once.
+constexpr bool isOfRecorder(const StatisticsRow& row) {
+  using S = Statistics;
+  constexpr Statistics::Counter Statistics::*kFigures[] = {
+      &S::sipForwarded,     &S::rtpForwarded,    &S::h323Forwarded,       &S::queueLength,    &S::queueHighest,
+      &S::queueDiscarded,   &S::rtpListLength,   &S::recorderConnects,    &S::recorderLosses, &S::recorderConnected,
+      &S::notSent,          &S::sendWaits,       &S::sendWaitLongest,     &S::framesWaited,   &S::lookBackWaiting,
+      &S::lookBackOverflow, &S::queueLimitMedia, &S::queueLimitSignalling};
+  for (const auto figure : kFigures) {
+    if (row.value == figure) return true;
+  }
+  return false;
+}
+
 static_assert(std::size(kStatisticsRows) * sizeof(Statistics::Counter) == sizeof(Statistics), "a row for each figure");
 
 }  // namespace voip

@@ -83,11 +83,15 @@ class CommandLine(TestCase):
             if content is not None:
                 with open(path, "wb") as file:
                     file.write(content)
-            with self.subTest(name):
-                status, _, errors = self.run_to_end("-d", f"file:{path}")
-                self.assertEqual(status, 1)
-                self.assertIn(f"ERROR Couldn't open device file:{path}:", errors)
-                self.assertIn(reason, errors)
+            settings = os.path.join(folder, "sniffer.properties")
+            with open(settings, "w") as file:
+                file.write(f"Device=file:{path}\nReopenDevices=yes\nServerName=127.0.0.1\n")
+            for options in ("-d", f"file:{path}"), ("-c", settings):
+                with self.subTest(name, options=options):
+                    status, _, errors = self.run_to_end(*options)
+                    self.assertEqual(status, 1)
+                    self.assertIn(f"ERROR Couldn't open device file:{path}:", errors)
+                    self.assertIn(reason, errors)
 
     def test_capture_that_ends_in_the_middle_of_a_frame(self):
         path = os.path.join(self.folder(), "cut.pcap")
@@ -124,9 +128,17 @@ class CommandLine(TestCase):
             ({"Filter": "udp port 5062", "Decapsulate": "yes"}, 0, "warning: Decapsulate"),
             ({"LookBak": 2000}, 0, 'warning: Line '),
             ({"LookBack": "2000 ms", "ReopenDevices": "YES"}, 1, "LookBack=2000 ms, not a number"),
+            ({"MoreRecorders": "10.0.0.12:6000;10.0.0.13:6001"}, 0, ""),
+            ({"MoreRecorders": "10.0.0.12"}, 1, '"10.0.0.12" is left out: write an IPv4 address and a port'),
+            ({"MoreRecorders": "10.0.0.12:6000;10.0.0.12:6000"}, 0, "warning: MoreRecorders has 10.0.0.12:6000 twice"),
             ({"StatisticsFile": "/nowhere/x.prom"}, 1, "/nowhere/x.prom cannot be written: No such file"),
             ({"StatisticsFile": folder}, 1, "cannot be written: Is a directory"),
             ({"Filter": "udp port 5062 or proto gre", "Decapsulate": "yes"}, 0, ""),
+            ({"Filter": "udp port 5062 or port 8472", "Decapsulate": "yes", "TunnelPorts": "vxlan:8472"}, 0, ""),
+            ({"TunnelPorts": "vxlam:8472"}, 1, '"vxlam:8472" is ignored: a tunnel is vxlan, geneve, gtp, l2tp or tzsp'),
+            ({"Filter": "udp", "IPv6": "yes"}, 0, ""),
+            ({"Filter": "ip and udp", "IPv6": "yes"}, 0, "warning: IPv6"),
+            ({"Filter": "udp and (net 10.0.0.0/8 or net 2a00:1450::/32)", "IPv6": "yes"}, 0, ""),
         ]
         for settings, expected, told in cases:
             with self.subTest(settings):

@@ -13,7 +13,7 @@ import harness
 from calls import Call, expected_media, media_of
 from harness import H323, RTP, SIP, Namespace, Recorder
 
-ALL = ["Decapsulate", "ReassembleFragments", "ReassembleTcp", "DropDuplicates", "SipAnyUri"]
+ALL = ["Decapsulate", "ReassembleFragments", "ReassembleTcp", "DropDuplicates", "SipAnyUri", "IPv6"]
 SIP_CALL, H323_CALL = "sip-g711a-call", "h323-h245-separate"
 MACS, IPV4, IPV6 = b"\2" * 6 + b"\4" * 6, 0x0800, 0x86DD
 
@@ -56,6 +56,33 @@ def geneve(ip):
 
 def gre(flags, protocol, fields, payload):
     return u16(flags, protocol) + fields + payload
+
+
+def checked(ip):
+    """Sets the checksum of the header: without it, nothing proves that GTP-U, L2TP or PPP has an IP packet."""
+    header = ip[:10] + b"\0\0" + ip[12:20]
+    total = sum(struct.unpack("!10H", header))
+    return header[:10] + u16(~(total % 0xFFFF or 0xFFFF) & 0xFFFF) + ip[12:]
+
+
+def pptp(ip):
+    return gre(0x3081, 0x880B, u16(len(ip) + 4, 7) + b"\0" * 8, b"\xff\x03" + u16(0x21) + checked(ip))
+
+
+def gtp(ip):
+    return udp(b"\x34\xff" + u16(len(ip) + 8) + b"\0\0\0\x07\0\0\0\x85\1\x10\x01\0" + checked(ip), 2152)
+
+
+def l2tp(ip):
+    return udp(b"\0\2\0\7\0\x08\xff\3" + u16(0x21) + checked(ip), 1701)
+
+
+def tzsp(ip):
+    return udp(b"\1\0\0\1\x0a\1\xd8\1" + ethernet(ip), 37008)
+
+
+def six_in_four(ip):
+    return ipv6(ip, 4)
 
 
 def tags(*types):
@@ -116,6 +143,14 @@ WRAPPED = {  # name: (libpcap's link type, wrapping of an IPv4 packet)
     "VXLAN over IPv6": (1, over6(vxlan, 17)),
     "GENEVE with options": (1, over(geneve, 17)),
     "GENEVE over IPv6": (1, over6(geneve, 17)),
+    "IPv4 in IPv6 in IPv4": (1, over(six_in_four, 41)),
+    "PPTP": (1, over(pptp, 47)),
+    "PPTP over IPv6": (1, over6(pptp, 47)),
+    "GTP-U": (1, over(gtp, 17)),
+    "GTP-U over IPv6": (1, over6(gtp, 17)),
+    "L2TP": (1, over(l2tp, 17)),
+    "L2TP over IPv6": (1, over6(l2tp, 17)),
+    "TZSP": (1, over(tzsp, 17)),
     "ERSPAN in a tag in VXLAN": (
         1,
         over(lambda ip: udp(b"\x08" + b"\0" * 7 + erspan_in_tag(ip), 4789), 17),
@@ -295,7 +330,8 @@ class Variants(harness.TestCase):
                 self.assert_frames(recorder.of(SIP, H323), self.calls.signalling, "signalling")
                 self.assert_frames(recorder.of(RTP), self.calls.media, "media")
                 ends = ["sipForwarded", "rtpForwarded", "h323Forwarded", "udpDropped", "tcpDropped", "otherDropped"]
-                ends += ["notSent", "queueDiscarded", "duplicatesDropped", "fragmentsHeld", "segmentsFollowed"]
+                ends += ["ipv6Dropped", "notSent", "queueDiscarded"]
+                ends += ["duplicatesDropped", "fragmentsHeld", "segmentsFollowed"]
                 total = openers + len(frames) + figures["streamMessages"]
                 self.assertEqual(sum(figures[key] for key in ends), total, figures)
 
@@ -320,6 +356,8 @@ FILTERS = [  # variant, filter, settings, device: each variant needs exactly the
     ("ERSPAN type III", "ip proto 47", "Decapsulate", "tap0"),
     ("VXLAN", "udp port 4789", "Decapsulate", "tap0"),
     ("GENEVE over IPv6", "udp port 6081", "Decapsulate", "tap0"),
+    ("GTP-U over IPv6", "udp port 2152", "Decapsulate", "tap0"),
+    ("IPv4 in IPv6 in IPv4", "ip proto 41", "Decapsulate", "tap0"),
     ("fragmented VXLAN", "udp port 4789 or " + FRAGMENT, "Decapsulate ReassembleFragments", "tap0"),
     ("fragments", "udp port 5060 or " + FRAGMENT, "ReassembleFragments", "tap0"),
     ("TCP, cut", "tcp", "ReassembleTcp", "tap0"),

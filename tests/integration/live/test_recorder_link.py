@@ -292,6 +292,55 @@ class RecorderLink(TestCase):
         )
         self.assertEqual(self.program.end(), 0, "it ends while it has no connection")
 
+    def test_two_recorders_for_the_same_calls(self):
+        """Either dies in mid-call: the other one has everything. When it is back, it gets what it missed."""
+        call = [[rtp(number), sip(number)] for number in range(300)]
+
+        def number_of(frame):
+            return int.from_bytes(frame[17:19], "big") if frame[2] == RTP else int(frame[27:].split(b"@")[0])
+
+        def has(recorder, *last):
+            recorder.wait(lambda frames: {*last} <= {*frames[-10:]}, "the last frames on the wire")
+
+        for dies in (0, 1):
+            with self.subTest(dies=dies):
+                recorders = [self.keep(Recorder()) for _ in range(2)]
+                further = f"127.0.0.1:{recorders[1].port}"
+                self.sniff(recorders[0], MoreRecorders=further, LookBack=60000, SendTimeout=60000)
+                for recorder in recorders:
+                    recorder.add(BOB)
+                    recorder.settle()
+                dead, alive = recorders[dies], recorders[1 - dies]
+
+                def send(part, *recorders):
+                    self.wire.send(*[frame for moment in call[part] for frame in moment])
+                    for recorder in recorders:
+                        has(recorder, *(forwarded(kind, frame) for kind, frame in zip((RTP, SIP), call[part][-1])))
+
+                send(slice(0, 100), *recorders)
+                dead.close()
+                self.program.wait_logged("Connection to Recorder closed.")
+                send(slice(100, 200), alive)
+                back = self.keep(Recorder(port=dead.port))
+                back.wait(lambda _: len(back.of(SIP)) == 100, "the signalling that it missed")
+                back.add(BOB)
+                back.wait(lambda _: len(back.of(RTP)) == 100, "the media that it missed")
+                send(slice(200, 300), alive, back)
+                for what in (SIP, RTP):
+                    for frames in (alive.of(what), dead.of(what) + back.of(what)):
+                        self.assertEqual([number_of(frame) for frame in frames], [*range(300)])
+                name = f"Recorder {further}: " if dies == 1 else ""
+                self.program.wait_logged(f"INFO {name}Connected to recorder 127.0.0.1:{dead.port}")
+
+                # One that does not read delays neither the other one nor the end.
+                first, second = (back, alive) if dies == 0 else (alive, back)
+                second.reading.clear()
+                late = [rtp(number, size=1200) for number in range(1000, 3000)]
+                self.wire.send(*late)
+                has(first, forwarded(RTP, late[-1]))
+                self.assertEqual(self.program.end(), 0)
+                self.assertEqual(self.program.logged(f"INFO Statistics of recorder {further}: sipForwarded=300"), 1)
+
     def test_end_in_the_middle_of_traffic(self):
         recorder = self.keep(Recorder())
         self.sniff(recorder)

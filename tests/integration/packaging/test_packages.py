@@ -18,8 +18,12 @@ sys.path.insert(0, str(pathlib.Path(__file__).parent.parent / "live"))
 import harness
 from harness import SIP, Namespace, Recorder, forwarded
 
-NAMES = ["voip-sniffer", "libvoip-sniffer-java"]
+NAMES = ["voip-sniffer", "libvoip-sniffer-java", "voip-recorder"]
+USERS = ["voip-sniffer", "voip-recorder"]
 SETTINGS = pathlib.Path("/etc/voip-sniffer/sniffer.properties")
+RECORDINGS = pathlib.Path("/var/lib/voip-recorder")
+# The packages are tested on machines that have Java from elsewhere, too.
+DEPENDS = ["--force-depends"]
 SAMPLE = harness.sample("sip-g711a-call.pcap")
 
 
@@ -40,8 +44,8 @@ def installed(name):
     return subprocess.run(query, capture_output=True, text=True).stdout
 
 
-def user_exists():
-    return "voip-sniffer" in (entry.pw_name for entry in pwd.getpwall())
+def users():
+    return [entry.pw_name for entry in pwd.getpwall() if entry.pw_name in USERS]
 
 
 def make_packages(version, folder):
@@ -52,8 +56,8 @@ def make_packages(version, folder):
 
 
 class Unit:
-    def __init__(self):
-        self.path = pathlib.Path("/usr/lib/systemd/system/voip-sniffer.service")
+    def __init__(self, name="voip-sniffer"):
+        self.path = pathlib.Path(f"/usr/lib/systemd/system/{name}.service")
         self.lines = re.findall(r"^(\w+)=(.*)$", self.path.read_text(), re.M)
 
     def all(self, key):
@@ -94,13 +98,18 @@ class Packages(unittest.TestCase):
     def setUpClass(cls):
         cls.folder = harness.tempfile.TemporaryDirectory(prefix="sniffer-test-")
         cls.addClassCleanup(cls.folder.cleanup)
+        cls.addClassCleanup(lambda: subprocess.run(["userdel", "voip-recorder"], capture_output=True))
+        cls.addClassCleanup(shutil.rmtree, RECORDINGS, ignore_errors=True)
         cls.addClassCleanup(lambda: dpkg("--purge", *filter(installed, NAMES)) if any(map(installed, NAMES)) else None)
         cls.first, cls.second = (make_packages(version, cls.folder.name) for version in ("1.0.1", "1.0.2"))
 
     def test_life_of_the_packages(self):
-        self.assertEqual(len(self.first), 2)
-        self.assertIn("systemctl enable --now voip-sniffer", dpkg("--install", *self.first))
+        self.assertEqual(len(self.first), 3)
+        said = dpkg("--install", *DEPENDS, *self.first)
+        for name in USERS:
+            self.assertIn(f"systemctl enable --now {name}", said)
         self.check_what_is_there()
+        self.check_that_it_records()
         settings = SETTINGS.read_text()
         for key, value in {"Device": "tap0", "ServerPort": "6543"}.items():
             settings = re.sub(f"^{key}=.*$", f"{key}={value}", settings, flags=re.M)
@@ -109,7 +118,7 @@ class Packages(unittest.TestCase):
         self.check_that_it_keeps_to_its_limits()
 
         dpkg("--install", *self.second)
-        self.assertEqual([installed(name) for name in NAMES], ["1.0.2-1"] * 2)
+        self.assertEqual([installed(name) for name in NAMES], ["1.0.2-1"] * 3)
         self.assertEqual(SETTINGS.read_text(), settings, "an upgrade keeps the operator's settings")
         self.check_that_it_sniffs()
 
@@ -118,25 +127,61 @@ class Packages(unittest.TestCase):
         self.assertEqual(SETTINGS.read_text(), settings, "removal keeps the settings")
         dpkg("--purge", *NAMES)
         self.assertFalse(SETTINGS.parent.exists())
-        self.assertFalse(user_exists())
-        self.assertEqual([installed(name) for name in NAMES], ["", ""])
+        self.assertEqual(users(), ["voip-recorder"], "its recordings stay")
+        self.assertEqual(list(RECORDINGS.glob("*-stereo.wav")), self.recorded)
+        self.assertEqual([installed(name) for name in NAMES], [""] * 3)
 
     def check_what_is_there(self):
-        user = pwd.getpwnam("voip-sniffer")
-        self.assertLess(user.pw_uid, 1000)
-        self.assertIn("nologin", user.pw_shell)
-        conffiles = run("dpkg-query", "-W", "-f=${Conffiles}", "voip-sniffer")
-        self.assertEqual(conffiles.count("/etc/voip-sniffer/"), 2)
-        enabled = list(pathlib.Path("/etc/systemd/system").rglob("voip-sniffer*"))
-        self.assertEqual(enabled, [], "not before it is configured")
-        self.assertIn("/usr/share/man/man8/sniffer.8.gz\n", run("dpkg-query", "--listfiles", "voip-sniffer"))
-        unit = Unit()
-        run("systemd-analyze", "verify", "--man=no", str(unit.path))
-        exposure = run("systemd-analyze", "security", "--offline=true", "--no-pager", str(unit.path))
-        self.assertLessEqual(float(re.search(r"exposure level.*: ([\d.]+)", exposure)[1]), 2.0)
+        conffiles = run("dpkg-query", "-W", "-f=${Conffiles}", *NAMES)
+        for name, program in zip(USERS, ("sniffer", "voip-recorder")):
+            user = pwd.getpwnam(name)
+            self.assertLess(user.pw_uid, 1000)
+            self.assertIn("nologin", user.pw_shell)
+            self.assertEqual(conffiles.count(f"/etc/{name}/"), 2)
+            enabled = list(pathlib.Path("/etc/systemd/system").rglob(f"{name}*"))
+            self.assertEqual(enabled, [], "not before it is configured")
+            self.assertIn(f"/usr/share/man/man8/{program}.8.gz\n", run("dpkg-query", "--listfiles", name))
+        for name in "voip-sniffer", "voip-recorder", "voip-front":
+            path = Unit(name).path
+            run("systemd-analyze", "verify", "--man=no", str(path))
+            exposure = run("systemd-analyze", "security", "--offline=true", "--no-pager", str(path))
+            self.assertLessEqual(float(re.search(r"exposure level.*: ([\d.]+)", exposure)[1]), 2.0)
         # Java finds the library on its default path.
         source = pathlib.Path(__file__).parent / "LoadLibrary.java"
         run("java", "-cp", "/usr/share/java/voip-sniffer.jar", str(source))
+        self.assertIn("--vhost", run("voip-queues", "--help"))
+
+    def check_that_it_records(self):
+        """Runs the service with the user of its unit, within the system calls of the unit."""
+        unit = Unit("voip-recorder")
+        # systemd does this for StateDirectory=.
+        shutil.chown(RECORDINGS.mkdir(mode=0o750) or RECORDINGS, "voip-recorder", "voip-recorder")
+        port, trace = harness.free_port(), os.path.join(self.folder.name, "trace.recorder")
+        metrics = RECORDINGS / "voip-recorder.prom"
+        command = [*unit.user(), *shlex.split(unit.all("ExecStart")), "--tcp", str(port), "--metrics", metrics]
+        limits = ["strace", "--follow-forks", f"--output={trace}", "--quiet=all"]
+        recorder = subprocess.Popen([*limits, *command], stdout=subprocess.PIPE, text=True, umask=0o027)
+        self.addCleanup(recorder.kill)
+        self.assertTrue(any("waiting for the sniffer" in line for line in recorder.stdout))
+        with harness.socket.create_connection(("127.0.0.1", port)) as sniffer:
+            for frame in filter(lambda frame: frame.is_udp, harness.read_capture(SAMPLE)):
+                sniffer.sendall(forwarded(SIP if frame.is_sip else harness.RTP, frame))
+            self.assertTrue(any("hung up" in line for line in recorder.stdout))
+        java = int(re.search(r"^(\d+) ", pathlib.Path(trace).read_text())[1])
+        os.kill(java, harness.signal.SIGTERM)
+        self.assertIn("1 recording", recorder.communicate(timeout=60)[0])
+        self.assertEqual(recorder.returncode, int(unit.all("SuccessExitStatus")))
+        self.recorded = list(RECORDINGS.glob("*-stereo.wav"))
+        self.assertEqual(len(self.recorded), 1)
+        self.assertEqual(self.recorded[0].stat().st_mode & 0o777, 0o640)
+        self.assertEqual(metrics.stat().st_mode & 0o777, 0o644)
+        self.assertIn("\nvoip_recorder_calls_total 1\n", metrics.read_text())
+        self.assertEqual(subprocess.run(["promtool", "check", "metrics"], stdin=metrics.open()).returncode, 0)
+        lines = pathlib.Path(trace).read_text()
+        own = lines[lines.index(' execve("/usr/sbin/voip-recorder"') :]
+        self.assertEqual(set(re.findall(r"^\d+ +(\w+)\(", own, re.M)) - unit.allowed_calls(), set())
+        families = set(re.findall(r"\bsocket\((\w+)", own))
+        self.assertEqual(families - set(unit.all("RestrictAddressFamilies").split()), set())
 
     def sniff(self, *prefix):
         here, there = Namespace(), Namespace()
@@ -200,9 +245,9 @@ class Packages(unittest.TestCase):
 
 
 if __name__ == "__main__":
-    packaging = ["dpkg", "dpkg-shlibdeps", "systemd-analyze", "adduser", "java"]
+    packaging = ["dpkg", "dpkg-shlibdeps", "systemd-analyze", "adduser", "java", "promtool"]
     harness.need_root(*packaging, "setpriv", "tcpreplay", "strace", "pgrep")
-    if any(map(installed, NAMES)) or user_exists():
+    if any(map(installed, NAMES)) or users() or RECORDINGS.exists():
         print("SKIPPED: the packages or their user are on this machine already, not this test's to remove")
         sys.exit(77)
     harness.main()

@@ -114,6 +114,31 @@ class ThePage(harness.TestCase):
         self.assertEqual(browser.all("#call td code"), ["one", "two"])
         self.assertEqual(browser.complaints(), [])
 
+    def test_one_page_shows_the_calls_of_several_recorders(self):
+        folder = pathlib.Path(self.folder())
+        places = [folder / "east 1", folder / "west#%2"]
+        east, west = (self.keep(Recorder(place)) for place in places)
+        east.tell(*sip_call(b"first", b"carol"))
+        east.wait_said("hung up")
+        west.tell(*running_call("one", "10.8.0.2", 4000))
+        harness.wait_until(lambda: '"running":true' in (places[1] / "index.html").read_text(), "a running call")
+        index = [os.environ["SNIFFER_JAVA"], "-jar", os.environ["SNIFFER_JAR"], "--index", *places, "--out"]
+        self.assertEqual(subprocess.run([*index, folder]).returncode, 0)
+        self.assertEqual(subprocess.run([*index, places[0]]).returncode, 1, "the page of a recorder stays")
+        browser = self.keep(Browser())
+        browser.open((folder / "index.html").as_uri())
+        browser.wait("document.getElementById('summary').textContent === '2 calls, 1 running'")
+        browser.click("#older summary")
+        self.assertEqual(browser.all("#older a"), [place.name for place in places])
+        west.tell(
+            sip("10.8.0.1", "10.8.0.2", "BYE sip:bob@b SIP/2.0", "one", "3 BYE"),
+            sip("10.8.0.2", "10.8.0.1", "SIP/2.0 200 OK", "one", "3 BYE"),
+        )
+        browser.wait("document.getElementById('summary').textContent === '2 calls'")
+        browser.click("a.row[href*=east]")
+        browser.wait("/east%201/.test(location.href) && document.querySelector('#call h2')")
+        self.assertEqual(browser.complaints(), [])
+
     def test_calls_are_found_heard_and_harmless(self):
         folder = pathlib.Path(self.folder())
         page = folder / "index.html"

@@ -110,8 +110,10 @@ TEST(Dissector, EmptiesTheListWhileOthersUseIt) {
 
 /// The engine without devices, on a separate thread: the queue, the consumer and a recorder in the test.
 struct Consumer {
-  explicit Consumer(bool embedded = false) {
+  explicit Consumer(bool embedded = false, const Settings& settings = {}, std::vector<SnifferRequest> commands = {}) {
+    media.commands = std::move(commands);
     engine.setEmbedded(embedded);
+    dissector->setSettings(settings);
     dissector->setSniffer(&engine);
     dissector->setConnections(std::make_unique<RecordingConnection>(media), nullptr);
     thread = std::thread([this] { engine.startSniffing(); });
@@ -165,13 +167,17 @@ TEST(Queue, DeliversEveryPacketOfEveryProducerInOrder) {
 
 TEST(Queue, OnlyTheEmbeddedConsumerTakesCommands) {
   const TestLog log;
-  for (const bool embedded : {false, true}) {
-    Consumer consumer(embedded);
-    consumer.media.commands = {{1, 5, 5}};
-    produce(*consumer.dissector, Frame{}.build());
-    EXPECT_TRUE(eventually([&] { return consumer.dissector->isIdle(); }));
-    consumer.stop();
-    EXPECT_EQ(consumer.dissector->isInRtpList(5, 5), embedded);
+  Settings several;
+  several.moreRecorders = "127.0.0.1:1";
+  for (const Settings& settings : {Settings(), several}) {
+    for (const bool embedded : {false, true}) {
+      Consumer consumer(embedded, settings, {{1, 5, 5}});
+      produce(*consumer.dissector, Frame{}.build());
+      EXPECT_TRUE(eventually([&] { return consumer.dissector->isIdle(); }));
+      EXPECT_TRUE(eventually([&] { return consumer.dissector->isInRtpList(5, 5) || !embedded; }));
+      consumer.stop();
+      EXPECT_EQ(consumer.dissector->isInRtpList(5, 5), embedded);
+    }
   }
 }
 

@@ -54,10 +54,12 @@ Bytes sip(const std::string& id) {
   return bytes("BYE sip:" + id + " SIP/2.0\r\n\r\n");
 }
 
-/// The engine with settings, its consumer on a separate thread, and a recorder in the test.
-class Evidence : public testing::Test {
+/// The engine with settings, its consumer on a separate thread, and a recorder in the test: alone, or the first of two.
+/// The second one connects and never reads.
+class Evidence : public testing::TestWithParam<int> {
  protected:
-  void start(const Settings& settings) {
+  void start(Settings settings) {
+    if (GetParam() == 2) settings.moreRecorders = "127.0.0.1:" + std::to_string(second.port());
     dissector = SngDissector::dft();
     dissector->setSettings(settings);
     dissector->setSniffer(&engine);
@@ -102,6 +104,7 @@ class Evidence : public testing::Test {
   }
 
   TestLog log;
+  Loopback second{SOCK_STREAM, 0};
   RecordingConnection::Record media;
   FlakyConnection* connection = nullptr;
   Sniffer engine;
@@ -110,7 +113,7 @@ class Evidence : public testing::Test {
   std::uint64_t captured = 0;
 };
 
-TEST_F(Evidence, SendsKeptMediaFirstInOrderAndOnce) {
+TEST_P(Evidence, SendsKeptMediaFirstInOrderAndOnce) {
   Settings settings;
   settings.lookBack = 60'000;
   start(settings);
@@ -136,7 +139,7 @@ TEST_F(Evidence, SendsKeptMediaFirstInOrderAndOnce) {
   EXPECT_EQ(dissector->getStatistics().lookBackWaiting, 2U);
 }
 
-TEST_F(Evidence, AnAddDuringAStreamLeavesNoGap) {
+TEST_P(Evidence, AnAddDuringAStreamLeavesNoGap) {
   log.setLevel(log4cxx::Level::getOff());
   Settings settings;
   settings.lookBack = 60'000;
@@ -155,7 +158,7 @@ TEST_F(Evidence, AnAddDuringAStreamLeavesNoGap) {
   for (const Bytes& frame : media.frames) EXPECT_EQ(int{frame[18]}, next[frame[7] << 8 | frame[8]]++);
 }
 
-TEST_F(Evidence, LimitsTheMemoryOfTheLookBack) {
+TEST_P(Evidence, LimitsTheMemoryOfTheLookBack) {
   Settings settings;
   settings.lookBack = 60'000;
   settings.lookBackMemory = 1;
@@ -167,7 +170,7 @@ TEST_F(Evidence, LimitsTheMemoryOfTheLookBack) {
   expectSum();
 }
 
-TEST_F(Evidence, SendsMissedSignallingAfterAnOutageAndMediaAfterAnAdd) {
+TEST_P(Evidence, SendsMissedSignallingAfterAnOutageAndMediaAfterAnAdd) {
   Settings settings;
   settings.lookBack = 60'000;
   start(settings);
@@ -192,7 +195,7 @@ TEST_F(Evidence, SendsMissedSignallingAfterAnOutageAndMediaAfterAnAdd) {
   expectSum();
 }
 
-TEST_F(Evidence, SendsKeptMediaAsTheRecorderTakesItAndKeepsItInAnOutage) {
+TEST_P(Evidence, SendsKeptMediaAsTheRecorderTakesItAndKeepsItInAnOutage) {
   Settings settings;
   settings.lookBack = 60'000;
   start(settings);
@@ -219,7 +222,7 @@ TEST_F(Evidence, SendsKeptMediaAsTheRecorderTakesItAndKeepsItInAnOutage) {
   expectSum();
 }
 
-TEST_F(Evidence, ChecksTheRestOfAGroupAgainAfterALoss) {
+TEST_P(Evidence, ChecksTheRestOfAGroupAgainAfterALoss) {
   start({});
   dissector->addRtp(kPhone, 5000);
   connection->left = 30;
@@ -238,7 +241,7 @@ TEST_F(Evidence, ChecksTheRestOfAGroupAgainAfterALoss) {
   expectSum();
 }
 
-TEST_F(Evidence, SendsTheCaptureTimeBeforeALateFrame) {
+TEST_P(Evidence, SendsTheCaptureTimeBeforeALateFrame) {
   Settings settings;
   settings.captureTime = true;
   start(settings);
@@ -273,7 +276,7 @@ TEST_F(Evidence, SendsTheCaptureTimeBeforeALateFrame) {
   expectSum();
 }
 
-TEST_F(Evidence, PutsNothingBetweenACaptureTimeAndItsFrame) {
+TEST_P(Evidence, PutsNothingBetweenACaptureTimeAndItsFrame) {
   Settings settings;
   settings.captureTime = true;
   settings.lookBack = 60'000;
@@ -303,7 +306,7 @@ TEST_F(Evidence, PutsNothingBetweenACaptureTimeAndItsFrame) {
   expectSum();
 }
 
-TEST_F(Evidence, MediaThatWasAskedForDoesNotExpire) {
+TEST_P(Evidence, MediaThatWasAskedForDoesNotExpire) {
   Settings settings;
   settings.lookBack = 200;
   start(settings);
@@ -323,6 +326,8 @@ TEST_F(Evidence, MediaThatWasAskedForDoesNotExpire) {
   EXPECT_TRUE(eventually([&] { return dissector->getStatistics().udpDropped == 1; }));
   expectSum();
 }
+
+INSTANTIATE_TEST_SUITE_P(Recorders, Evidence, testing::Values(1, 2));
 
 class QueueLimit : public testing::Test {
  protected:
@@ -377,7 +382,7 @@ TEST_F(QueueLimit, DropsTheNewestMediaAndSignallingLast) {
       EXPECT_GE(packet->number, last);
       last = packet->number;
       if (frames == 100) {
-        push(media);  // to the other lane, as the last frame
+        push(media);  // to the other side, as the last frame
       }
     }
   }

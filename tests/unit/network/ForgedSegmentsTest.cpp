@@ -164,7 +164,7 @@ const Attack kAttacks[] = {
 // What a stranger sends costs at most the messages whose octets it replaces, and nothing once it has stopped.
 TEST(ForgedSegments, HideNoStream) {
   for (const Attack& attack : kAttacks) {
-    for (const Conversation::Nature& nature : {Conversation::Nature{false, true}, {false, false}, {true, true}}) {
+    for (const Conversation::Nature& nature : {Conversation::Nature{false, true}, {false, false}, {true, true, true}}) {
       Conversation call(nature);
       call.talk(2);
       attack.happenTo(call);

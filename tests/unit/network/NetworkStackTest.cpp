@@ -30,7 +30,11 @@ Bytes pseudowire(int firstOctet, bool hasControlWord, int etherType, const Bytes
 }
 
 Bytes ipv6(int next, const Bytes& payload) {
-  return number(0x60, 1) + zeros(3) + number(payload.size(), 2) + number(next, 1) + zeros(33) + payload;
+  return Ip6{.next = next}(payload);
+}
+
+Bytes plain6(const Bytes& packet) {
+  return ethernet(0x86DD, packet);
 }
 
 // tests/integration/live/test_network.py has the tunnels of real calls. The cases here only look like tunnels, or are
@@ -69,6 +73,136 @@ TEST(NetworkStack, UnwrapsWhatWrapsAndNothingElse) {
       EXPECT_EQ(stack.sink.items[0], "media") << one.what << ": a trailer is no part of it";
     }
   }
+}
+
+TEST(NetworkStack, WalksThroughIpv6Headers) {
+  using enum NetworkCount;
+  const Bytes datagram = udp(5000, text("media"));
+  const auto chain = [&](int length) {
+    Bytes packet = datagram;
+    for (int i = 0; i < length; ++i) packet = extension(i == 0 ? 17 : 60, packet);
+    return plain6(ipv6(length == 0 ? 17 : 60, packet));
+  };
+  const Bytes packet = ipv6(17, datagram), frame = plain6(packet);
+  Bytes noLength = packet, mapped = packet, jumbo = ipv6(0, extension(17, datagram));
+  noLength[4] = noLength[5] = jumbo[4] = jumbo[5] = 0;
+  std::fill(mapped.begin() + 8, mapped.begin() + 18, std::uint8_t{0});
+  mapped[18] = mapped[19] = 0xFF;
+  const Bytes longPayload = ipv6(17, udp(5000, text("media") + zeros(100)));
+  const struct {
+    const char* what;
+    Bytes frame;
+    std::string forwarded = "media";
+    NetworkCount counted = kOtherDropped;  // unless it is forwarded
+    int linkType = DLT_EN10MB;
+  } cases[] = {
+      {"plain", frame},
+      {"padding", frame + text("padding")},
+      {"cut off", plain6(Bytes(longPayload.begin(), longPayload.begin() + 53))},
+      {"not segmented yet", plain6(noLength)},
+      {"16 extension headers", chain(16)},
+      {"17 extension headers", chain(17), "", kIpv6Malformed},
+      {"hop-by-hop, routing, destination, authentication",
+       plain6(ipv6(0, extension(43, extension(60, extension(51, number(0x11040000, 4) + zeros(20) + datagram)))))},
+      {"an atomic fragment", plain6(fragment6(1, 0, datagram))},
+      {"an atomic fragment before an extension header", plain6(fragment6(1, 0, extension(17, datagram), 60))},
+      {"a chain that goes beyond the packet", plain6(ipv6(60, number(0x11FF0000, 4) + zeros(60))), "", kIpv6Malformed},
+      {"a header cut short", Bytes(frame.begin(), frame.begin() + 50), "", kIpv6Malformed},
+      {"another version", plain6(Ip6{.beginning = 0x10000000}(datagram)), "", kIpv6Malformed},
+      {"an address that passes for IPv4", plain6(mapped), "", kIpv6Malformed},
+      {"a jumbo payload", plain6(jumbo), "", kJumboPayloads},
+      {"a jumbo payload in VXLAN", ethernet(0x0800, vxlan(plain6(jumbo))), "", kJumboPayloads},
+      {"encrypted", plain6(ipv6(50, datagram)), "", kOtherDropped},
+      {"no next header", plain6(ipv6(59, datagram)), "", kOtherDropped},
+      {"neighbour discovery", plain6(ipv6(58, zeros(24))), "", kOtherDropped},
+      {"one service tag and one more",
+       ethernet(0x88A8, number(1, 2) + number(0x8100, 2) + number(1, 2) + number(0x86DD, 2) + packet)},
+      {"raw", packet, "media", kOtherDropped, DLT_RAW},
+      {"BSD loopback", number(30, 4) + packet, "media", kOtherDropped, DLT_NULL},
+      {"Linux cooked", zeros(14) + number(0x86DD, 2) + packet, "media", kOtherDropped, DLT_LINUX_SLL},
+      {"Linux cooked with a tag", zeros(14) + number(0x8100, 2) + number(1, 2) + number(0x86DD, 2) + packet, "media",
+       kOtherDropped, DLT_LINUX_SLL},
+  };
+  for (const auto& one : cases) {
+    for (const bool decapsulate : {false, true}) {
+      if (!decapsulate && one.frame.size() > 200) continue;
+      Stack stack({.decapsulate = decapsulate, .ipv6 = true});
+      stack.take(one.frame, 0, one.linkType);
+      if (one.counted == kJumboPayloads && !decapsulate && one.frame[12] == 8) continue;
+      EXPECT_EQ(stack.sink.items, one.forwarded.empty() ? Items{} : Items{one.forwarded}) << one.what;
+      EXPECT_EQ(stack.sink.counts[one.counted], one.forwarded.empty() ? 1U : 0U) << one.what;
+      EXPECT_EQ(stack.sink.refused, 0) << one.what;
+      // Without the option, the packet is read as IPv4, as ever.
+      Stack without({.decapsulate = decapsulate});
+      without.take(one.frame, 0, one.linkType);
+      EXPECT_EQ(std::count(without.sink.items.begin(), without.sink.items.end(), "media"), 0) << one.what;
+      EXPECT_EQ(without.sink.counts[kIpv6Malformed] + without.sink.counts[kJumboPayloads], 0U) << one.what;
+    }
+  }
+}
+
+TEST(NetworkStack, PutsIpv6FragmentsTogether) {
+  using enum NetworkCount;
+  const std::string content = std::string(40, 'a') + std::string(40, 'b');
+  const auto pieceOf = [](const Bytes& whole, std::size_t from, std::size_t to, std::uint32_t id = 7, int next = 17) {
+    return plain6(fragment6(id, static_cast<int>(from) + (to < whole.size() ? 1 : 0),
+                            Bytes(whole.begin() + static_cast<long>(from), whole.begin() + static_cast<long>(to)),
+                            next));
+  };
+  const Bytes whole = udp(5000, text(content));
+  const auto piece = [&](std::size_t from, std::size_t to, std::uint32_t id = 7) {
+    return pieceOf(whole, from, to, id);
+  };
+  Bytes otherContent = piece(24, 48), cut = piece(32, 88);
+  otherContent.back() ^= 1;
+  cut.resize(cut.size() - 8);
+  const Bytes wrong = udp(5000, text(content), 0x1234);
+  const Bytes extended = extension(17, whole), nested = extension(44, number(0x1100, 2) + zeros(6) + whole);
+  const Bytes endless = number(0x1100, 2) + number(1, 2) + zeros(4) + whole;
+  const auto hopByHop = [&](std::size_t from, std::size_t to) {
+    const Bytes packet = piece(from, to);
+    return plain6(ipv6(0, extension(44, Bytes(packet.begin() + 54, packet.end()))));
+  };
+  const struct {
+    const char* what;
+    std::vector<Bytes> fragments;
+    std::size_t datagrams;
+    NetworkCount counted = kDatagramsReassembled;
+    std::uint64_t times = 1;
+  } cases[] = {
+      {"backwards", {piece(64, 88), piece(32, 64), piece(0, 32)}, 1},
+      {"with repetitions", {piece(0, 32), piece(0, 32), piece(32, 64), piece(0, 64), piece(64, 88)}, 1},
+      {"with an overlap", {piece(0, 32), piece(24, 64), piece(64, 88), piece(0, 32)}, 0, kDatagramsContradictory},
+      {"with an overlap around", {piece(24, 48), piece(0, 64), piece(64, 88)}, 0, kDatagramsContradictory},
+      {"contradicting", {piece(24, 48), otherContent, piece(0, 24), piece(48, 88)}, 0, kDatagramsContradictory},
+      {"with numbers that differ in the upper half",
+       {piece(0, 32, 7), piece(0, 32, 0x10007), piece(32, 88, 0x10007), piece(32, 88, 7)},
+       2,
+       kDatagramsReassembled,
+       2},
+      {"an atomic one between the others", {piece(0, 32), piece(0, 88), piece(32, 88)}, 2},
+      {"with options before them", {hopByHop(0, 32), hopByHop(32, 88)}, 1},
+      {"with options in them", {pieceOf(extended, 0, 40, 7, 60), pieceOf(extended, 40, 96, 7, 60)}, 1},
+      {"an atomic one in fragments", {pieceOf(nested, 0, 40, 7, 60), pieceOf(nested, 40, 104, 7, 60)}, 1},
+      {"a fragment in fragments",
+       {pieceOf(endless, 0, 40, 7, 44), pieceOf(endless, 40, 96, 7, 44)},
+       0,
+       kFragmentsMalformed},
+      {"with a wrong checksum", {pieceOf(wrong, 0, 32), pieceOf(wrong, 32, 88)}, 0, kDatagramsMixed},
+      {"malformed", {piece(0, 13), cut, plain6(fragment6(7, 0xFFF9, zeros(16)))}, 0, kFragmentsMalformed, 3},
+  };
+  for (const auto& one : cases) {
+    Stack stack({.decapsulate = true, .reassembleFragments = true, .ipv6 = true});
+    for (const Bytes& fragment : one.fragments) stack.take(fragment);
+    EXPECT_EQ(stack.sink.items, Items(one.datagrams, content)) << one.what;
+    EXPECT_EQ(stack.sink.counts[one.counted], one.times) << one.what;
+    EXPECT_EQ(stack.sink.counts[kFragmentsHeld] + one.datagrams, one.fragments.size()) << one.what;
+  }
+  // Without the option, the first fragment is taken for the whole datagram.
+  Stack stack({.ipv6 = true});
+  for (const Bytes& fragment : {piece(0, 32), piece(32, 88)}) stack.take(fragment);
+  EXPECT_EQ(stack.sink.items, Items{std::string(24, 'a')});
+  EXPECT_EQ(stack.sink.counts[kOtherDropped], 1U);
 }
 
 TEST(NetworkStack, PutsFragmentsTogether) {
@@ -166,6 +300,15 @@ TEST(NetworkStack, DropsWhatWasSeenAMomentAgo) {
       {"forged with the same beginning, a fragment", fragment(otherEnd), 0, false, fragment(message)},
       {"not numbered", plain(Ip{.id = 0}(message)), 0, true, plain(Ip{.id = 0}(message))},
       {"not numbered and not the same", plain(Ip{.id = 0}(otherEnd)), 0, false, plain(Ip{.id = 0}(message))},
+      {"IPv6", plain6(Ip6{}(message)), 50'000, true, plain6(Ip6{}(message)) + zeros(4)},
+      {"IPv6 after a router", plain6(Ip6{.hopLimit = 63}(message)), 0, true, plain6(Ip6{}(message))},
+      {"IPv6 with another class and flow", plain6(Ip6{.beginning = 0xB812345}(message)), 0, true,
+       plain6(Ip6{}(message))},
+      {"IPv6 in a tunnel", plain(vxlan(plain6(Ip6{}(message)))), 0, true, plain6(Ip6{}(message))},
+      {"IPv6, not the same", plain6(Ip6{}(otherEnd)), 0, false, plain6(Ip6{}(message))},
+      {"IPv6 from another address", plain6(Ip6{.source = 1}(message)), 0, false, plain6(Ip6{}(message))},
+      {"IPv6 later", plain6(Ip6{}(message)), 50'001, false, plain6(Ip6{}(message))},
+      {"IPv6 and IPv4", plain6(Ip6{}(message)), 0, false},
   };
   for (const auto& one : cases) {
     Stack stack;
@@ -240,7 +383,9 @@ TEST(NetworkStack, SkipsWhatWasNotCaptured) {
 }
 
 TEST(UdpPayload, IsTheInnermostOne) {
-  const NetworkOptions plain, all = {.decapsulate = true};
+  const NetworkOptions plain, all = {.decapsulate = true}, ipv6 = {.decapsulate = true, .ipv6 = true};
+  const NetworkOptions plainIpv6 = {.ipv6 = true};
+  const Bytes frame6 = plain6(Ip6{}(udp(5000, text("media"))));
   const Bytes frame = ethernet(0x0800, kDatagram), tunnel = ethernet(0x0800, vxlan(frame));
   const struct {
     const char* what;
@@ -258,6 +403,10 @@ TEST(UdpPayload, IsTheInnermostOne) {
       {"another fragment", ethernet(0x0800, Ip{.fragment = 2}(zeros(16))), all, 0},
       {"too short", Bytes(frame.begin(), frame.begin() + 36), all, 0},
       {"nothing", {}, all, 0},
+      {"IPv6", frame6, plainIpv6, 5},
+      {"IPv6 in a tunnel", ethernet(0x0800, vxlan(frame6)), ipv6, 5},
+      {"IPv6, without the option", frame6, plain, 0},
+      {"IPv6, another fragment", plain6(fragment6(1, 16, zeros(16))), ipv6, 0},
   };
   for (const auto& one : cases)
     EXPECT_EQ(udpPayloadOf(one.frame, DLT_EN10MB, one.options).size(), one.size) << one.what;

@@ -7,9 +7,11 @@
 #include <numeric>
 #include <sstream>
 
+#include "settings/MoreRecorders.h"
 #include "settings/SettingKeys.h"
 #include "settings/SettingsReader.h"
 #include "settings/SnifferConfig.h"
+#include "settings/TunnelPorts.h"
 #include "statistics/Statistics.h"
 #include "support/TestLog.h"
 
@@ -123,13 +125,56 @@ TEST(SettingTable, ValuesAreTakenOrReplacedWithAWarning) {
   const auto allBut = [](std::string_view but) {
     std::string text;
     for (const SettingKey& key : kSettingKeys) {
-      const bool isFlag = std::holds_alternative<FlagKey>(key.value);
-      if (hasMember(key) && key.name != but) text += std::string(key.name) + (isFlag ? "=yes\n" : "=7\n");
+      const char* const words = key.name == "MoreRecorders" ? "=10.0.0.7:7\n" : "=gtp:7\n";
+      const char* const values[] = {words, "=yes\n", "=7\n"};  // in the order of the variant
+      if (hasMember(key) && key.name != but) text += std::string(key.name) + values[key.value.index()];
     }
     return parseHostSettings(text);
   };
   for (const SettingKey& key : kSettingKeys) EXPECT_EQ(allBut(key.name) == allBut(""), !hasMember(key)) << key.name;
   EXPECT_EQ(log.take(), Texts());
+}
+
+TEST(MoreRecorders, AreReadOrLeftOutWithAWarning) {
+  const std::string toDo = " is left out: write an IPv4 address and a port, such as 10.0.0.12:6000";
+  const struct {
+    const char* value;
+    std::string addresses;
+    Texts wrong;
+    Texts repeated;
+  } cases[] = {
+      {"", "", {}, {}},
+      {"10.0.0.12:6000;10.0.0.13:6001;", "10.0.0.12:6000 10.0.0.13:6001 ", {}, {}},
+      {" 10.0.0.12:65535 ; 10.0.0.13:1", "10.0.0.12:65535 10.0.0.13:1 ", {}, {}},
+      {"10.0.0.12;10.0.0.13:6000;;name:6000", "10.0.0.13:6000 ", {"\"10.0.0.12\"", "\"\"", "\"name:6000\""}, {}},
+      {"10.0.0.1:0;10.0.0.1:65536;10.0.0.1:6a;10.0.0:1;:5;10.0.0.1:",
+       "",
+       {"\"10.0.0.1:0\"", "\"10.0.0.1:65536\"", "\"10.0.0.1:6a\"", "\"10.0.0:1\"", "\":5\"", "\"10.0.0.1:\""},
+       {}},
+      {"10.0.0.12:6000;10.0.0.12:6000",
+       "10.0.0.12:6000 ",
+       {},
+       {"MoreRecorders has 10.0.0.12:6000 twice, it gets everything once"}},
+      {"10.0.0.11:6000",
+       "10.0.0.11:6000 ",
+       {},
+       {"MoreRecorders has 10.0.0.11:6000, which is the recorder of ServerName: it gets everything twice"}},
+  };
+  for (const auto& [value, addresses, wrong, repeated] : cases) {
+    const MoreRecorders read = readMoreRecorders(value);
+    std::string found;
+    for (const RecorderAddress& address : read.addresses) found += address.text() + " ";
+    EXPECT_EQ(found, addresses) << value;
+    Texts warnings;
+    for (const std::string& text : wrong) warnings.push_back(text + toDo);
+    EXPECT_EQ(read.wrong, warnings) << value;
+    EXPECT_EQ(findRepeatedRecorders(value, {"10.0.0.11", 6000}), repeated) << value;
+  }
+  std::string many;
+  for (int i = 1; i <= 32; ++i) many += "10.0.0." + std::to_string(i) + ":6000;";
+  EXPECT_EQ(readMoreRecorders(many).addresses.size(), 31U);
+  EXPECT_EQ(readMoreRecorders(many).wrong,
+            Texts{"10.0.0.32:6000 is left out: at most 31 further recorders are possible"});
 }
 
 std::string contentOf(const char* path) {
@@ -184,6 +229,30 @@ WARN Line 8 of the settings: LogLevel=chatty, INFO is used
 WARN Line 9 of the settings: TraceSignalling=Yes, neither yes nor no, the trace is on
 WARN Line 11 of the settings: StatisticsInterval=often, not a number of seconds from 0 to 86400, 0 is used
 )");
+}
+
+TEST(SettingTable, PortsOfTunnels) {
+  const std::pair<const char*, const char*> cases[] = {
+      {"", ""},
+      {"vxlan:8472, Geneve : 6082 ,vxlan:8472,gtp:2152", ""},
+      {"vxlan:8472,l2tp", "\"l2tp\" is ignored: an entry is a tunnel and its port, such as vxlan:8472"},
+      {"vxlam:8472", "\"vxlam:8472\" is ignored: a tunnel is vxlan, geneve, gtp, l2tp or tzsp"},
+      {"gtp:65536", "\"gtp:65536\" is ignored: a port is a number from 1 to 65535"},
+      {"gtp:0", "\"gtp:0\" is ignored: a port is a number from 1 to 65535"},
+      {"tzsp:4789", "\"tzsp:4789\" is ignored: the port belongs to another tunnel"},
+  };
+  for (const auto& [value, warning] : cases) {
+    EXPECT_EQ(setting_checks::tunnelPorts(value), *warning == 0 ? Texts() : Texts{warning}) << value;
+  }
+  std::string many;
+  for (int port = 10'001; port <= 10'017; ++port) many += "vxlan:" + std::to_string(port) + ",";
+  EXPECT_EQ(setting_checks::tunnelPorts(many), Texts{"\"vxlan:10017\" is ignored: there are more than 16 ports"});
+
+  const TunnelPorts ports("vxlan:8472,l2tp:1702");
+  EXPECT_EQ(ports.between(4789, 8472), Tunnel::kVxlan);
+  EXPECT_EQ(ports.between(8472, 5000), Tunnel::kNone) << "replies come from other ports";
+  EXPECT_EQ(ports.between(1702, 5000), Tunnel::kL2tp);
+  EXPECT_EQ(ports.between(5000, 8472 + 256), Tunnel::kNone);
 }
 
 }  // namespace

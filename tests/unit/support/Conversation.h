@@ -11,6 +11,7 @@ class Conversation {
   struct Nature {
     bool isTpkt = false;
     bool isAcknowledged = true;  ///< false: the frames with acknowledgements were not captured
+    bool isIpv6 = false;
   };
 
   enum Flag { kFin = 1, kSyn = 2, kReset = 4 };
@@ -73,7 +74,14 @@ class Conversation {
   WritingSink sink;
 
  private:
-  static voip::FlowEnds ends(int side) { return side == 0 ? voip::FlowEnds{1, 2, 3, 4} : voip::FlowEnds{2, 1, 4, 3}; }
+  voip::FlowEnds ends(int side) const {
+    voip::FlowEnds ends{1, 2, 3, 4};
+    if (nature_.isIpv6) {
+      ends.source = voip::IpAddress::read(Ip6::address(1).data());
+      ends.destination = voip::IpAddress::read(Ip6::address(2).data());
+    }
+    return side == 0 ? ends : ends.reversed();
+  }
 
   std::string messageOf(int side, int number) const {
     const std::string name = std::to_string(side) + "-" + std::to_string(number);

@@ -50,6 +50,31 @@ struct Ip {
   }
 };
 
+/// Extension headers are a part of the payload.
+struct Ip6 {
+  int next = 17;
+  std::uint32_t beginning = 0;  ///< traffic class and flow label
+  int hopLimit = 64;
+  std::uint32_t source = 0x0A000001, destination = 0x0A000002;  ///< the end of 2001:db8::
+
+  Bytes operator()(const Bytes& payload) const {
+    return number(0x60000000 + beginning, 4) + number(payload.size(), 2) + number(next, 1) + number(hopLimit, 1) +
+           address(source) + address(destination) + payload;
+  }
+
+  static Bytes address(std::uint32_t end) { return number(0x20010DB8, 4) + zeros(8) + number(end, 4); }
+};
+
+/// An extension header of 8 octets before what `next` names.
+inline Bytes extension(int next, const Bytes& rest = {}) {
+  return number(next, 1) + zeros(7) + rest;
+}
+
+/// A piece of an IPv6 packet. `field`: offset and flag, as they are in the header.
+inline Bytes fragment6(std::uint32_t id, int field, const Bytes& payload, int next = 17) {
+  return Ip6{.next = 44}(number(next, 1) + zeros(1) + number(field, 2) + number(id, 4) + payload);
+}
+
 inline Bytes udp(int port, const Bytes& payload, int checksum = 0) {
   return number(4000, 2) + number(port, 2) + number(8 + payload.size(), 2) + number(checksum, 2) + payload;
 }
@@ -68,14 +93,15 @@ struct WritingSink final : voip::NetworkSink {
   std::vector<std::string> items;
   std::map<voip::NetworkCount, std::uint64_t> counts;
 
-  void takeDatagram(const voip::Datagram& datagram) override { take(datagram.payload); }
-  void takeSegment(const voip::Segment& segment) override { take(segment.payload); }
-  void takeSipMessage(const voip::FlowEnds&, voip::Octets message, std::int64_t captured) override {
+  void takeDatagram(const voip::Datagram& datagram) override { take(datagram.ends, datagram.payload); }
+  void takeSegment(const voip::Segment& segment) override { take(segment.ends, segment.payload); }
+  void takeSipMessage(const voip::FlowEnds& from, voip::Octets message, std::int64_t captured) override {
     items.emplace_back(message.begin(), message.end());
+    ends.push_back(from);
     times.push_back(captured);
   }
-  void takeTpkt(const voip::FlowEnds& ends, voip::Octets tpkt, std::int64_t captured) override {
-    takeSipMessage(ends, tpkt, captured);
+  void takeTpkt(const voip::FlowEnds& from, voip::Octets tpkt, std::int64_t captured) override {
+    takeSipMessage(from, tpkt, captured);
   }
   void refuseMessage(const voip::FlowEnds&, std::uint64_t length) override { tooLong.push_back(length); }
   void refuseTail(const voip::FlowEnds&, std::size_t missing) override { tails.push_back(missing); }
@@ -84,12 +110,14 @@ struct WritingSink final : voip::NetworkSink {
   void refuseTcpHeader(int) override { ++refused; }
   void count(voip::NetworkCount what) override { ++counts[what]; }
 
-  std::vector<std::int64_t> times;  ///< capture times of the messages
+  std::vector<voip::FlowEnds> ends;  ///< of the items
+  std::vector<std::int64_t> times;   ///< capture times of the messages
   std::vector<std::uint64_t> tooLong, tails;
   int refused = 0;
 
  private:
-  void take(std::span<std::uint8_t> payload) {
+  void take(const voip::FlowEnds& from, std::span<std::uint8_t> payload) {
+    ends.push_back(from);
     for (std::size_t i = 0; i < voip::kFrameSlack - 100; ++i) {
       if (payload.data()[payload.size() + i] != 0) items.emplace_back("slack is not zero");
     }
@@ -102,7 +130,8 @@ struct Stack {
   WritingSink sink;
   voip::NetworkStack stack;
 
-  explicit Stack(voip::NetworkOptions options = {true, true, true, true}, const voip::NetworkLimits& limits = {})
+  explicit Stack(const voip::NetworkOptions& options = {true, true, true, true, true},
+                 const voip::NetworkLimits& limits = {})
       : stack(options, sink, limits) {}
 
   /// Takes a frame at its capture time, but never earlier than the frame before it.

@@ -3,7 +3,9 @@ package com.morvin.dom.telephony.sniffer.sample;
 import com.morvin.dom.telephony.sniffer.sample.console.Console;
 import com.morvin.dom.telephony.sniffer.sample.console.Text;
 import com.morvin.dom.telephony.sniffer.sample.media.Track;
+import com.morvin.dom.telephony.sniffer.sample.metrics.MetricsFile;
 import com.morvin.dom.telephony.sniffer.sample.page.CallPages;
+import com.morvin.dom.telephony.sniffer.sample.page.PageIndex;
 import com.morvin.dom.telephony.sniffer.sample.recording.Recorder;
 import com.morvin.dom.telephony.sniffer.sample.service.Service;
 import com.morvin.dom.telephony.sniffer.sample.signalling.CallFollower;
@@ -73,7 +75,7 @@ public final class RecorderMain {
         System.out.print(Options.HELP);
         return 0;
       }
-      return options.erase != null ? erase(options) : record(options);
+      return !options.index.isEmpty() ? index(options) : options.erase != null ? erase(options) : record(options);
     } catch (Options.UsageException e) {
       System.err.println("voip-sniffer: " + e.getMessage() + "\nTry --help.");
       return 2;
@@ -84,6 +86,13 @@ public final class RecorderMain {
     } catch (InterruptedException e) {
       return 1;
     }
+  }
+
+  private static int index(Options options) throws IOException {
+    Path page = PageIndex.write(options.out, options.index);
+    System.out.println("the calls of " + Text.count(options.index.size(), "recorder") + ": "
+        + page.toAbsolutePath().normalize().toUri());
+    return 0;
   }
 
   /** Erases a call. Returns the exit status, 1 when there is no such call. */
@@ -108,7 +117,10 @@ public final class RecorderMain {
     Console console = new Console(System.out, System.console() != null);
     Thread.setDefaultUncaughtExceptionHandler((thread, thrown) -> fail(console, thread, thrown));
     Service.Limits limits = new Service.Limits(options.untilDisconnect, options.idleExitMillis,
-        CallFollower.Limits.DEFAULT.withIdle(options.callTimeoutMillis));
+        CallFollower.Limits.DEFAULT.withIdle(options.callTimeoutMillis).withShare(options.share));
+    if (options.share.isPart()) {
+      console.line(options.share + (options.share.number() == 0 ? ": no new calls" : ""));
+    }
     if (options.publish != null) {
       serve(options, Cluster.load().front(options.publish, options.bufferBytes, limits, console), console);
       return 0;
@@ -144,7 +156,10 @@ public final class RecorderMain {
       throws IOException, InterruptedException {
     CountDownLatch finished = new CountDownLatch(1);
     finishOnShutdown(service, finished);
-    try {
+    Path folder = options.publish == null ? options.out : null;
+    MetricsFile metrics = options.metrics == null ? null : new MetricsFile(options.metrics, folder, console);
+    service.writeMetrics(metrics);
+    try (metrics) {
       if (options.embedded.isEmpty()) {
         try (Transport link = transport(options, console)) {
           warmUp(console);  // frames that arrive meanwhile wait in the socket

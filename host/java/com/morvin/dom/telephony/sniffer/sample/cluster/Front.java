@@ -2,6 +2,7 @@ package com.morvin.dom.telephony.sniffer.sample.cluster;
 
 import com.morvin.dom.telephony.sniffer.sample.console.Console;
 import com.morvin.dom.telephony.sniffer.sample.console.Text;
+import com.morvin.dom.telephony.sniffer.sample.metrics.Metrics;
 import com.morvin.dom.telephony.sniffer.sample.service.Service;
 import com.morvin.dom.telephony.sniffer.sample.signalling.Call;
 import com.morvin.dom.telephony.sniffer.sample.signalling.Moment;
@@ -28,6 +29,7 @@ final class Front extends Service {
 
   private record Opened(CallStream stream, long at) {}
 
+  private final long bufferBytes;
   private final Outbox outbox;
   private final Publisher publisher;
   private final String session = UUID.randomUUID().toString();
@@ -42,6 +44,7 @@ final class Front extends Service {
   Front(Broker broker, long bufferBytes, Limits limits, Console console) {
     super(new Limits(limits.untilDisconnect(), limits.idleExitMillis(), limits.calls().withCalls(MAX_CALLS)),
         POLL_MILLIS, console, SteadyClock.system());
+    this.bufferBytes = bufferBytes;
     outbox = new Outbox(bufferBytes);
     console.line("up to " + (bufferBytes >> 20) + " MB are kept for " + broker + " while it is slow or away");
     publisher = new Publisher(broker, outbox, console);
@@ -50,19 +53,23 @@ final class Front extends Service {
   @Override
   protected void handle(FrameCursor cursor, Moment now) {
     Frame frame = cursor.frame();
-    Call call = null;
     switch (frame.protocol()) {
-      case Frame.SIP, Frame.H323 -> call = follower.signalling(frame, now);
+      case Frame.SIP, Frame.H323 -> follower.signalling(frame, now);
       case Frame.RTP -> {
         Call.Use use = follower.media(cursor, now);
-        call = use == null ? null : use.call();
+        if (use != null) {
+          publish(use.call(), frame, now);
+        }
       }
       default -> { }
     }
-    CallStream stream = call == null ? null : streams.get(call);
+  }
+
+  private void publish(Call call, Frame frame, Moment now) {
+    CallStream stream = streams.get(call);
     if (stream != null) {
       frames++;
-      if (stream.add(frame, now.stamp() + clock.skew(), now.steady())) {
+      if (stream.add(frame, now.stamp() + clock.skew(), now().steady())) {
         opened.add(new Opened(stream, stream.began()));
       }
     }
@@ -94,6 +101,24 @@ final class Front extends Service {
         + " | sniffer " + snifferState());
   }
 
+  @Override
+  protected String metricsPrefix() {
+    return "voip_front_";
+  }
+
+  @Override
+  protected void measure(Metrics figures) {
+    long confirmed = outbox.confirmedFrames();
+    long lost = outbox.lostFrames();
+    figures.counter("frames_total", "Frames of calls, taken to be published.", frames);
+    figures.counter("confirmed_frames_total", "Frames that are safe with the broker.", confirmed);
+    figures.counter("buffer_dropped_frames_total", "Frames dropped because the buffer for the broker was full.", lost);
+    figures.gauge("unconfirmed_frames", "Frames that the broker has not confirmed yet.", frames - confirmed - lost);
+    figures.gauge("buffer_bytes", "Size of the messages that the broker has not confirmed yet.", outbox.bytes());
+    figures.gauge("buffer_limit_bytes", "The most that the buffer holds.", bufferBytes);
+    figures.gauge("broker_connected", "1 while there is a connection to the broker.", publisher.isConnected() ? 1 : 0);
+  }
+
   private void reportLoss(long lost) {
     if (!losing && lost > lostReported) {
       losing = true;
@@ -109,6 +134,17 @@ final class Front extends Service {
   public void began(Call call, Moment now) {
     MessageId.Stream id = new MessageId.Stream(session, call.number());
     streams.put(call, new CallStream(id, call.id(), now.steady(), outbox::add));
+  }
+
+  @Override
+  public void signalled(Call call, Frame frame, String label, Moment now) {
+    publish(call, frame, now);
+  }
+
+  @Override
+  public void gaveUp(Call call, Moment now) {
+    streams.remove(call).flush(true);
+    console.line(call + "  belongs to a call of another share");
   }
 
   @Override

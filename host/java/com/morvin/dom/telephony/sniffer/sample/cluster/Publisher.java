@@ -22,7 +22,7 @@ import java.util.concurrent.TimeoutException;
  * id.
  */
 final class Publisher implements AutoCloseable {
-  private static final long RETRY_MILLIS = 500;
+  private static final long END_MILLIS = 500;
   private static final long POLL_MILLIS = 200;
   private static final long PROBE_NANOS = TimeUnit.SECONDS.toNanos(5);
   private static final long CLOSE_SECONDS = 8;
@@ -35,18 +35,17 @@ final class Publisher implements AutoCloseable {
   private volatile Connection connection;
   private volatile String trouble;
   private volatile boolean closing;
+  private final Outage outage;
   private int generation;
   private long nextProbe;
-  private long awaySince;
   private long lostBefore;
-  private String reportedFault = "";
 
   Publisher(Broker broker, Outbox outbox, Console console) {
     this.broker = broker;
     this.outbox = outbox;
     this.console = console;
     thread.setDaemon(true);
-    awaySince = System.nanoTime();
+    outage = new Outage(console);
     thread.start();
   }
 
@@ -58,13 +57,14 @@ final class Publisher implements AutoCloseable {
   private void run() {
     try {
       while (!closing) {
+        long wait = 0;
         try {
           publish();
         } catch (IOException | TimeoutException | RuntimeException e) {
-          disconnect(trouble != null ? trouble : Broker.reason(e));
+          wait = disconnect(trouble != null ? trouble : Broker.reason(e));
         }
         if (!closing) {
-          Thread.sleep(RETRY_MILLIS);
+          Thread.sleep(wait);
         }
       }
     } catch (InterruptedException e) {
@@ -102,8 +102,11 @@ final class Publisher implements AutoCloseable {
 
   private void publish(Channel channel, Outbox.Entry entry) throws IOException {
     Message message = entry.message;
-    // A call stays in the queues that it began in, so that its recorder stays the same.
+    // A call stays in the queues that it began in, so that its recorder stays the same, as long as they exist.
     message.generation().compareAndSet(0, generation);
+    if (message.generation().get() > generation) {
+      message.generation().set(generation);
+    }
     Map<String, Object> headers = new HashMap<>();
     if (message.recap() > 0) {
       headers.put(Message.RECAP, message.recap());
@@ -151,8 +154,12 @@ final class Publisher implements AutoCloseable {
     });
   }
 
-  /** Finds the newest generation of queues that is complete. */
+  /** Finds the newest generation of queues that is complete. When the queues were made anew, it is an earlier one. */
   private void probe(Connection to) throws IOException, TimeoutException {
+    if (generation > 0 && !exists(to, Broker.EXCHANGE + generation + Broker.READY)) {
+      console.line(Broker.EXCHANGE + generation + " is gone: the queues of the broker were made anew");
+      generation = 0;
+    }
     while (exists(to, Broker.EXCHANGE + (generation + 1) + Broker.READY)) {
       generation++;
       console.line("calls are spread over the queues of " + Broker.EXCHANGE + generation);
@@ -179,27 +186,22 @@ final class Publisher implements AutoCloseable {
   }
 
   private void reportConnected() {
-    long away = TimeUnit.NANOSECONDS.toMillis(System.nanoTime() - awaySince);
-    long lost = outbox.lostFrames() - lostBefore;
-    console.line(reportedFault.isEmpty() ? "publishing to " + broker
-        : broker + " is back after " + Text.seconds(away) + " s; " + (outbox.bytes() >> 10) + " KB wait, "
-            + Text.count(lost, "frame") + " lost");
-    reportedFault = "";
+    if (outage.over()) {
+      long lost = outbox.lostFrames() - lostBefore;
+      console.line(outage.length() == null ? "publishing to " + broker
+          : broker + " is back after " + outage.length() + "; " + (outbox.bytes() >> 10) + " KB wait, "
+              + Text.count(lost, "frame") + " lost");
+    }
   }
 
-  private void disconnect(String why) {
+  /** Returns the time until the next attempt in milliseconds. */
+  private long disconnect(String why) {
     Connection lost = connection;
     connection = null;
     Broker.closeQuietly(lost);
     outbox.putBack();
-    if (reportedFault.isEmpty()) {
-      awaySince = lost == null ? awaySince : System.nanoTime();
-      lostBefore = outbox.lostFrames();
-    }
-    if (!why.equals(reportedFault)) {
-      console.line("cannot publish to " + broker + ": " + why + "; what comes is kept meanwhile");
-      reportedFault = why;
-    }
+    lostBefore = lost == null ? lostBefore : outbox.lostFrames();
+    return outage.failed("cannot publish to " + broker, why + "; what comes is kept meanwhile");
   }
 
   /** Waits for the outstanding confirmations, at most 8 s, and stops the thread. */
@@ -213,7 +215,7 @@ final class Publisher implements AutoCloseable {
       closing = true;
       thread.join(POLL_MILLIS * 2);
       thread.interrupt();
-      thread.join(RETRY_MILLIS);
+      thread.join(END_MILLIS);
     } catch (InterruptedException e) {
       Thread.currentThread().interrupt();
     }

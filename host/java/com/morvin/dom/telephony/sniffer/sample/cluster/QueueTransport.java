@@ -2,6 +2,7 @@ package com.morvin.dom.telephony.sniffer.sample.cluster;
 
 import com.morvin.dom.telephony.sniffer.sample.console.Console;
 import com.morvin.dom.telephony.sniffer.sample.console.Text;
+import com.morvin.dom.telephony.sniffer.sample.metrics.Metrics;
 import com.morvin.dom.telephony.sniffer.sample.transport.Command;
 import com.morvin.dom.telephony.sniffer.sample.transport.Frame;
 import com.morvin.dom.telephony.sniffer.sample.transport.FrameBlock;
@@ -34,7 +35,6 @@ import java.util.concurrent.TimeUnit;
  */
 final class QueueTransport implements Transport {
   private static final int MAX_PREFETCH = 10_000;
-  private static final long RETRY_NANOS = TimeUnit.MILLISECONDS.toNanos(500);
   private static final long TICK_NANOS = TimeUnit.MILLISECONDS.toNanos(200);
   private static final long NOT_YET = Long.MAX_VALUE;
 
@@ -72,12 +72,13 @@ final class QueueTransport implements Transport {
   private final Deque<Pending> pending = new ArrayDeque<>();
   private final Queue<Passed> passed = new ArrayDeque<>();
   private volatile Connection connection;
+  private final Outage outage;
   private Channel channel;
-  private String reportedFault = "";
   private long nextTry = System.nanoTime();
   private long nextTick = System.nanoTime();
   private long number;
   private long safe;
+  private long taken;
   private long damaged;
   private long missing;
 
@@ -85,6 +86,7 @@ final class QueueTransport implements Transport {
     this.broker = broker;
     this.queue = queue;
     this.console = console;
+    outage = new Outage(console);
   }
 
   @Override
@@ -130,15 +132,12 @@ final class QueueTransport implements Transport {
     Connection lost = connection;
     connection = null;
     Broker.closeQuietly(lost);
-    nextTry = System.nanoTime() + RETRY_NANOS;
     // The broker delivers the other messages again.
     deliveries.clear();
     sequences.restart();
     pending.removeIf(message -> message.last == NOT_YET);
-    if (!why.equals(reportedFault)) {
-      console.line("cannot consume " + queue + " of " + broker + ": " + why);
-      reportedFault = why;
-    }
+    long wait = outage.failed("cannot consume " + queue + " of " + broker, why);
+    nextTry = System.nanoTime() + TimeUnit.MILLISECONDS.toNanos(wait);
   }
 
   private void consume(Connection from) throws IOException {
@@ -155,14 +154,17 @@ final class QueueTransport implements Transport {
 
       @Override
       public void handleCancel(String consumer) {
-        from.abort();  // the queue was deleted
+        from.abort(AMQP.REPLY_SUCCESS, "the queue was deleted");
       }
     });
-    console.line("consuming " + queue + " of " + broker);
-    reportedFault = "";
+    if (outage.over()) {
+      console.line("consuming " + queue + " of " + broker
+          + (outage.length() == null ? "" : " again after " + outage.length()));
+    }
   }
 
   private void take(Delivery delivery) {
+    taken++;
     MessageId id = MessageId.parse(delivery.properties.getMessageId());
     Pending message = new Pending(delivery);
     Content content = null;
@@ -302,6 +304,16 @@ final class QueueTransport implements Transport {
   @Override
   public boolean redelivers() {
     return true;
+  }
+
+  @Override
+  public synchronized void measure(Metrics figures) {
+    figures.gauge("broker_connected", "1 while there is a connection to the broker.", isCutOff() ? 0 : 1);
+    figures.counter("queue_messages_total", "Messages taken from the queue.", taken, "queue", queue);
+    figures.gauge("queue_unacknowledged_messages", "Messages whose recordings are not safe on disk yet.",
+        pending.size(), "queue", queue);
+    figures.counter("queue_missing_messages_total", "Messages that never came.", sequences.missing(), "queue", queue);
+    figures.counter("queue_rejected_messages_total", "Messages moved to the queue voip-dead.", damaged, "queue", queue);
   }
 
   @Override

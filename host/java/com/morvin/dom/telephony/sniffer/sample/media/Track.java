@@ -148,7 +148,7 @@ public final class Track {
 
   /** Returns the source of a packet. A source continues from another address when its next packet comes from there. */
   private Source source(RtpPacket packet) {
-    Source source = find(other -> other.ssrc == lastSsrc && other.identity == lastIdentity);
+    Source source = find();
     if (source == null) {
       source = find(other -> other.ssrc == lastSsrc && other.stream.isNext(packet));
     }
@@ -160,6 +160,17 @@ public final class Track {
     sources.remove(source);
     sources.add(source);
     return source;
+  }
+
+  /** Returns the source with the SSRC and the identity of the last packet; null when there is none. */
+  private Source find() {
+    for (int i = 0; i < sources.size(); i++) {
+      Source source = sources.get(i);
+      if (source.ssrc == lastSsrc && source.identity == lastIdentity) {
+        return source;
+      }
+    }
+    return null;
   }
 
   private Source find(Predicate<Source> condition) {

@@ -4,6 +4,7 @@ import com.morvin.dom.telephony.sniffer.sample.console.Console;
 import com.morvin.dom.telephony.sniffer.sample.console.Text;
 import com.morvin.dom.telephony.sniffer.sample.media.RtpPacket;
 import com.morvin.dom.telephony.sniffer.sample.media.Track;
+import com.morvin.dom.telephony.sniffer.sample.metrics.Metrics;
 import com.morvin.dom.telephony.sniffer.sample.service.Service;
 import com.morvin.dom.telephony.sniffer.sample.signalling.Call;
 import com.morvin.dom.telephony.sniffer.sample.signalling.CallFollower;
@@ -11,6 +12,7 @@ import com.morvin.dom.telephony.sniffer.sample.signalling.Direction;
 import com.morvin.dom.telephony.sniffer.sample.signalling.Moment;
 import com.morvin.dom.telephony.sniffer.sample.storage.CallLog;
 import com.morvin.dom.telephony.sniffer.sample.storage.CallReport;
+import com.morvin.dom.telephony.sniffer.sample.storage.FollowedCalls;
 import com.morvin.dom.telephony.sniffer.sample.storage.ReportListener;
 import com.morvin.dom.telephony.sniffer.sample.storage.Reports;
 import com.morvin.dom.telephony.sniffer.sample.storage.RunningCalls;
@@ -48,6 +50,7 @@ public final class Recorder extends Service {
   private final RtpPacket packet = new RtpPacket();
   private final LookAhead lookAhead;
   private RunningCalls running;
+  private FollowedCalls others;
   private RunningCalls.Loaded restoring;
   private long lastNumber;
   private long lastSave = -SAVE_MILLIS;
@@ -76,6 +79,7 @@ public final class Recorder extends Service {
   protected void attached() {
     if (running == null) {
       running = new RunningCalls(store, log, transport().redelivers());
+      others = new FollowedCalls(store);
       restore();
       transport().resume(running.position());
     }
@@ -136,12 +140,22 @@ public final class Recorder extends Service {
   protected void tick(Moment now) {
     if (now.steady() - lastSave >= SAVE_MILLIS) {
       lastSave = now.steady();
-      long lost = recordings.values().stream().mapToLong(Recording::lost).sum();
-      console.status(summary.status(recordings.size(), lost, now.steady(), dropped()) + " | " + snifferState());
+      console.status(summary.status(recordings.size(), lostNow(), now.steady(), dropped()) + " | " + snifferState());
       save();
       logRefused();
       store.disk().submit(listener::tick);
     }
+  }
+
+  /** Returns the number of packets that the running calls have lost. */
+  private long lostNow() {
+    return recordings.values().stream().mapToLong(Recording::lost).sum();
+  }
+
+  @Override
+  protected void measure(Metrics figures) {
+    summary.measure(figures, lostNow(), reports.dropped());
+    store.disk().measure(figures);
   }
 
   /** Logs the beginning and the end of a flood of calls without media. */
@@ -179,9 +193,36 @@ public final class Recorder extends Service {
         link.acknowledge(upTo);
       }
     }, () -> saving = false);
+    others.save(this::followedMessages);
+  }
+
+  private Map<Integer, List<RunningCalls.TimedFrame>> followedMessages() {
+    Map<Integer, List<RunningCalls.TimedFrame>> messages = new LinkedHashMap<>();
+    follower.calls().stream().filter(call -> !call.isOwned()).forEach(call ->
+        messages.put(call.number(), follower.messages(call).stream()
+            .map(message -> timed(message.frame(), message.time())).toList()));
+    return messages;
+  }
+
+  private RunningCalls.TimedFrame timed(Frame frame, Moment time) {
+    return new RunningCalls.TimedFrame(time.stamp() + clock.skew(), frame);
   }
 
   private void restore() {
+    follower.restore(true);
+    restoreOwn();
+    follower.restore(false);
+    try {
+      Moment now = now();
+      others.load().forEach(call -> call.forEach(message ->
+          follower.signalling(message.frame(), before(now, message.time()))));
+    } catch (IOException e) {
+      console.line("the calls of other shares from before the restart cannot be read: " + e);
+    }
+    follower.restore(null);
+  }
+
+  private void restoreOwn() {
     try {
       List<RunningCalls.Loaded> loaded = running.load();
       if (running.fault() != null) {
@@ -277,6 +318,27 @@ public final class Recorder extends Service {
   @Override
   public void full(int calls) {
     console.line("no more than " + calls + " calls can be followed at a time: new ones are not recorded");
+  }
+
+  @Override
+  public void gaveUp(Call call, Moment now) {
+    Recording recording = recordings.remove(call);
+    if (recording.hasMedia()) {
+      report(recording, "goes on in a call of another share", now);
+    } else {
+      console.line(call + "  belongs to a call of another share");
+    }
+    running.end(recording.journal, recording::obsoleteFiles);
+  }
+
+  @Override
+  public void followed(Call call, Frame frame, Moment now) {
+    others.add(call.number(), timed(frame, now));
+  }
+
+  @Override
+  public void unfollowed(Call call) {
+    others.end(call.number());
   }
 
   @Override

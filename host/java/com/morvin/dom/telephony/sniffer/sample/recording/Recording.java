@@ -64,6 +64,7 @@ final class Recording {
   private int keptBytes;
   private final int[] recent = new int[COMPARED];
   private int messages;
+  private long latest;
   /** Messages that are not in the journal yet. */
   private final List<RunningCalls.TimedFrame> unsaved = new ArrayList<>();
   private final Store store;
@@ -164,7 +165,7 @@ final class Recording {
     }
     changed = true;
     recent[messages++ % COMPARED] = hash;
-    if (frame.protocol() == Frame.SIP && (options.keepsDigits() || !label.equals("INFO"))) {
+    if (frame.protocol() == Frame.SIP && (options.keepsDigits() || !label.startsWith("INFO"))) {
       keep(frame, at);
     }
     if (ladder.size() == MAX_STEPS) {
@@ -172,6 +173,10 @@ final class Recording {
     }
     ladder.add(new CallReport.Step((at - start) / 1000.0, frame.source().toString(),
         frame.destination().toString(), Text.printable(label)));
+    if (at < latest) {
+      ladder.sort(Comparator.comparingDouble(CallReport.Step::at));  // a leg that another recorder has followed
+    }
+    latest = Math.max(latest, at);
   }
 
   private void keep(Frame frame, long time) {

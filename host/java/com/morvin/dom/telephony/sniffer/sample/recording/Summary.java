@@ -1,6 +1,7 @@
 package com.morvin.dom.telephony.sniffer.sample.recording;
 
 import com.morvin.dom.telephony.sniffer.sample.console.Text;
+import com.morvin.dom.telephony.sniffer.sample.metrics.Metrics;
 import com.morvin.dom.telephony.sniffer.sample.storage.CallReport;
 import com.morvin.dom.telephony.sniffer.sample.transport.Frame;
 import java.nio.file.Path;
@@ -19,6 +20,7 @@ final class Summary {
   private long recordings;
   private long packets;
   private long lost;
+  private long mostLost;
   private long malformed;
   private long flood;
   private long excess;
@@ -85,6 +87,22 @@ final class Summary {
     totalBefore = total;
     return Text.count(calls, "call") + " | " + rate + " frames/s | " + (lost + lostNow) + " lost"
         + (dropped > 0 ? " | " + dropped + " DROPPED" : "");
+  }
+
+  /** Adds the counters. The packets that running calls have lost are added to those of ended calls. */
+  void measure(Metrics figures, long lostNow, long unreported) {
+    String received = "Frames received from sniffers or fronts.";
+    figures.counter("frames_total", received, frames[Frame.SIP], "protocol", "sip");
+    figures.counter("frames_total", received, frames[Frame.RTP], "protocol", "rtp");
+    figures.counter("frames_total", received, frames[Frame.H323], "protocol", "h323");
+    figures.counter("media_packets_total", "RTP packets of calls.", packets);
+    mostLost = Math.max(mostLost, lost + lostNow);  // a late packet is no longer lost
+    figures.counter("lost_packets_total", "RTP packets of calls that never came, or too late.", mostLost);
+    figures.counter("malformed_packets_total", "Packets ignored because they are malformed.", malformed);
+    String reports = "Ended calls without a report.";
+    figures.counter("unreported_calls_total", reports, flood, "reason", "calls_limit");
+    figures.counter("unreported_calls_total", reports, excess, "reason", "no_media");
+    figures.counter("unreported_calls_total", reports, unreported, "reason", "disk");
   }
 
   /** Returns the lines for the end of the program. */

@@ -45,7 +45,7 @@ final class Voice {
   private long last;
   /** The time of the last packet of any source, in milliseconds since 1970; 0 when there was none. */
   private long heard;
-  /** The number of packets that were not recorded, because a source flowed that the signalling knows better. */
+  /** The number of packets at the same destination that were ignored for a source that the signalling knows better. */
   private long foreign;
   private Sdp.Media lastMedia;
   private int lastPayloadType;
@@ -123,20 +123,22 @@ final class Voice {
 
   /** Whether a packet is recorded. A source that is heard at another destination goes on. */
   private boolean accepts(Call.Use use, long from, long to, int source, long time) {
-    if (leg != use.leg() || address != from) {
+    // The leg of a stream changes when another leg turns out to have its destination.
+    boolean isSame = address == from && ssrc == source && destination == to;
+    if (!isSame && (leg != use.leg() || address != from)) {
       boolean silent = leg == null || time - last >= SILENCE_MILLIS;
       boolean equal = use.trust() == trust;
       if (!silent && use.trust() < trust) {
-        foreign++;
+        foreign += destination == to ? 1 : 0;  // elsewhere it may be a copy of the voice
         return false;
       }
       if (!silent && equal && (ssrc != source || destination == to)) {
         return leg == use.leg();  // beside the voice, or a copy of it
       }
       identity = leg != null && equal && ssrc == source ? identity : from;
-      leg = use.leg();
       address = from;
     }
+    leg = use.leg();
     destination = to;
     trust = use.trust();
     ssrc = source;
@@ -155,7 +157,7 @@ final class Voice {
     return heard;
   }
 
-  /** Returns the number of packets that were not recorded, because a better known source flowed. */
+  /** Returns the number of packets that were ignored, because a better known source flowed to their destination. */
   long foreign() {
     return foreign;
   }

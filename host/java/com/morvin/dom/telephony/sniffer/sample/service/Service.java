@@ -1,8 +1,13 @@
 package com.morvin.dom.telephony.sniffer.sample.service;
 
 import com.morvin.dom.telephony.sniffer.sample.console.Console;
+import com.morvin.dom.telephony.sniffer.sample.console.Text;
+import com.morvin.dom.telephony.sniffer.sample.metrics.Histogram;
+import com.morvin.dom.telephony.sniffer.sample.metrics.Metrics;
+import com.morvin.dom.telephony.sniffer.sample.metrics.MetricsFile;
 import com.morvin.dom.telephony.sniffer.sample.signalling.CallFollower;
 import com.morvin.dom.telephony.sniffer.sample.signalling.Moment;
+import com.morvin.dom.telephony.sniffer.sample.signalling.Share;
 import com.morvin.dom.telephony.sniffer.sample.transport.Frame;
 import com.morvin.dom.telephony.sniffer.sample.transport.FrameBlock;
 import com.morvin.dom.telephony.sniffer.sample.transport.FrameCursor;
@@ -28,6 +33,7 @@ public abstract class Service implements CallFollower.Listener {
 
   private static final long TICK_MILLIS = 200;
   private static final long REST_MILLIS = 3_000;
+  private static final long METRICS_MILLIS = 10_000;
   /** A step that took longer is an interruption of this process, in which frames were waiting. */
   private static final long MAX_STEP_MILLIS = 30_000;
 
@@ -63,6 +69,9 @@ public abstract class Service implements CallFollower.Listener {
   private long lastStep;
   private long lastTick = -TICK_MILLIS;
   private long lastTraffic;
+  private MetricsFile metrics;
+  private long lastMetrics;
+  private final Histogram delays = new Histogram();
   private volatile boolean stopping;
 
   /**
@@ -100,6 +109,14 @@ public abstract class Service implements CallFollower.Listener {
   /** Counts packets that were ignored because they are malformed, or because handling them failed. */
   protected void countMalformed(long count) {}
 
+  /** Returns the beginning of the names of all figures. */
+  protected String metricsPrefix() {
+    return "voip_recorder_";
+  }
+
+  /** Adds the figures of the subclass to those of all services. */
+  protected void measure(Metrics figures) {}
+
   /** Called at the end of each step. */
   protected void stepped(Moment now) {}
 
@@ -108,6 +125,16 @@ public abstract class Service implements CallFollower.Listener {
 
   /** Prints what was done, once, at the end of the program. */
   public abstract void summarize();
+
+  /**
+   * Writes figures for Prometheus every 10 s and at the end, if there is a file for them.
+   *
+   * @param file may be null; the caller closes it
+   */
+  public final void writeMetrics(MetricsFile file) {
+    metrics = file;
+    lastMetrics = clock.millis() - METRICS_MILLIS;
+  }
 
   /**
    * Serves a transport until {@link #stop} or one of the limits.
@@ -130,6 +157,22 @@ public abstract class Service implements CallFollower.Listener {
     } finally {
       finish();
       link.flush();
+      writeMetrics();
+    }
+  }
+
+  private void writeMetrics() {
+    if (metrics != null) {
+      Metrics figures = new Metrics(metricsPrefix());
+      figures.gauge("running_calls", "Calls that are followed now.", follower.calls().size());
+      figures.counter("calls_total", "Calls so far.", follower.seen());
+      figures.histogram("delay_seconds", "Time of frames from capture to processing.", delays);
+      figures.counter("overload_dropped_frames_total", "Frames dropped because this process was too slow.", dropped());
+      figures.gauge("sniffers", "Sniffers that are connected.", transport.sniffers().size());
+      transport.measure(figures);
+      measure(figures);
+      metrics.replace(figures);
+      lastMetrics = clock.millis();
     }
   }
 
@@ -182,13 +225,17 @@ public abstract class Service implements CallFollower.Listener {
     }
     stepped(now);
     transport.flush();
+    if (metrics != null && clock.millis() - lastMetrics >= METRICS_MILLIS) {
+      writeMetrics();
+    }
   }
 
   private void serve(FrameBlock block) {
     Moment time = now;  // most frames of a block have the same time
     boolean hasIpv6 = sniffers.hasIpv6(block.sniffer());
-    cursor.begin(block);
-    for (int count = 0; cursor.next(); count++) {
+    long delay = 0;
+    int count = 0;
+    for (cursor.begin(block); cursor.next(); count++) {
       if (count % LOOK_AHEAD == 0) {
         lookAhead(cursor);
       }
@@ -200,16 +247,33 @@ public abstract class Service implements CallFollower.Listener {
         lastTraffic = now.steady();
       }
       long stamp = cursor.time();
+      delay = count == 0 && stamp > 0 ? currentTime() - stamp : delay;
       time = stamp == time.stamp() ? time : new Moment(now.steady(), stamp);
       handleSafely(cursor, time);
     }
+    delays.add(Math.max(0, delay), count);
+  }
+
+  /** Returns the time by the clock that gave frames their time of capture. */
+  private long currentTime() {
+    return transport.redelivers() ? clock.timeOfDay() : now.stamp();
   }
 
   private void advance() {
     long steady = clock.millis();
-    long elapsed = transport.isCutOff() ? 0 : Math.min(steady - lastStep, MAX_STEP_MILLIS);
+    long step = steady - lastStep;
+    long elapsed = transport.isCutOff() ? 0 : Math.min(step, MAX_STEP_MILLIS);
     lastStep = steady;
     now = new Moment(now.steady() + elapsed, steady);
+    if (share().isPart() && step >= Share.DOUBT_MILLIS) {
+      console.line("interrupted for " + Text.seconds(step)
+          + " s: of the calls that began meanwhile, two shares may take the same one");
+      follower.doubt(new Moment(now.steady() + Share.DOUBT_MILLIS, steady));
+    }
+  }
+
+  private Share share() {
+    return limits.calls.share();
   }
 
   /** Returns the time of the last step. */
@@ -264,9 +328,9 @@ public abstract class Service implements CallFollower.Listener {
     return transport;
   }
 
-  /** The state of the sniffers, for the status line. */
+  /** The state of the sniffers and the share, for the status line. */
   protected final String snifferState() {
-    return heartbeat.state();
+    return heartbeat.state() + (share().isPart() ? " | " + share() : "");
   }
 
   /** The number of frames that were dropped because this program was too slow. */

@@ -21,6 +21,10 @@ public abstract class Call {
   private static final int MAX_NOTES = 16;
   private static final long LATE_MEDIA_MILLIS = 5_000;
   private static final long SOON_MILLIS = 10_000;
+  /** The delay of the end of a call of another share: about as long as media goes on there. */
+  private static final long UNHEARD_MILLIS = 1_000;
+  /** The idle time of an answered call of another share is longer, because its media is not received. */
+  private static final int UNHEARD_FACTOR = 8;
   private static final int MESSAGE_BYTES = 300;
   /** A recording keeps a part of the messages. */
   private static final int MAX_MESSAGES = 96 << 10;
@@ -34,6 +38,9 @@ public abstract class Call {
   private final MediaFlow flow = new MediaFlow();
   private final Lifetime lifetime;
   private final Map<Endpoint, Use> learned = new LinkedHashMap<>();
+  private final SharedSignalling signalling = new SharedSignalling();
+  /** Whether the listener knows the call: it belongs to the share. */
+  private boolean owned;
   private int messages;
   /** The known destinations; null when they have to be found again. */
   private Map<Endpoint, Use> destinations;
@@ -272,6 +279,26 @@ public abstract class Call {
     return Collections.unmodifiableList(legs);
   }
 
+  /** Whether the call belongs to the share. Its media is requested, and the listener knows it. */
+  public boolean isOwned() {
+    return owned;
+  }
+
+  void setOwned(boolean isOwned) {
+    owned = isOwned;
+  }
+
+  /** Returns the messages that are kept for a change of the share. */
+  SharedSignalling signalling() {
+    return signalling;
+  }
+
+  /** Whether the signalling ends the call soon, so that other recorders may have ended it already. */
+  boolean isEnding(Moment now) {
+    return legs.stream().allMatch(leg -> leg.ending() != null
+        && leg.ending().due() - now.steady() <= UNHEARD_MILLIS + Share.DOUBT_MILLIS);
+  }
+
   /** Returns the received media. */
   MediaFlow flow() {
     return flow;
@@ -337,7 +364,7 @@ public abstract class Call {
    * sniffer has kept the media or one of the programs was stopped.
    */
   final long delayOfEnd() {
-    return lifetime.answer() != null && !flow.exists() ? LATE_MEDIA_MILLIS : 0;
+    return lifetime.answer() == null || flow.exists() ? 0 : owned ? LATE_MEDIA_MILLIS : UNHEARD_MILLIS;
   }
 
   /** Whether the signalling has ended the call. The call continues while its media does. */
@@ -351,7 +378,8 @@ public abstract class Call {
       return signalledEnd();
     }
     boolean patient = lifetime.answer() != null || flow.exists();
-    long idle = patient ? limits.idleMillis() : Math.min(limits.idleMillis(), limits.unansweredMillis());
+    long idle = !patient ? Math.min(limits.idleMillis(), limits.unansweredMillis())
+        : owned ? limits.idleMillis() : limits.idleMillis() * UNHEARD_FACTOR;
     String reason = lifetime.expiryReason(now, idle);
     return reason == null ? null : new End(reason, lifetime.lastActivity());
   }

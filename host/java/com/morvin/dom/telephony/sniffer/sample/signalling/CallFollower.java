@@ -13,6 +13,7 @@ import java.util.Map;
 import java.util.Objects;
 import java.util.Set;
 import java.util.function.Predicate;
+import java.util.stream.Stream;
 
 /**
  * Assigns frames to calls, and keeps the lists of destinations of the sniffers up to date. It records nothing. All
@@ -32,9 +33,12 @@ public final class CallFollower {
   private static final long CHECK_MILLIS = 100;
   private static final int MAX_LEARNED = 4;
 
-  /** Receives the events of calls. */
+  /** Receives the events of calls: those of the share, except where noted. */
   public interface Listener {
-    /** A call has begun. */
+    /**
+     * A call has begun. When a running call has turned out to be one of the share, its messages so far follow by
+     * {@link #signalled}, and its media is forwarded from now on.
+     */
     void began(Call call, Moment now);
 
     /**
@@ -63,6 +67,18 @@ public final class CallFollower {
      */
     void ended(Call call, String how, Moment at);
 
+    /**
+     * A running call has turned out to be a leg of a call of another share. Its media is no longer asked for, and no
+     * further event of it follows.
+     */
+    default void gaveUp(Call call, Moment now) {}
+
+    /** A message of a call of another share was received. */
+    default void followed(Call call, Frame frame, Moment now) {}
+
+    /** A call of another share has ended, or has become a call of the share or a leg of another call. */
+    default void unfollowed(Call call) {}
+
     /** The limit of calls was reached; new calls are not followed. Called once each time the limit is reached. */
     default void full(int calls) {}
   }
@@ -70,26 +86,32 @@ public final class CallFollower {
   /**
    * The limits for calls.
    *
-   * @param calls the most calls at a time
+   * @param calls the most calls of a share at a time
    * @param idleMillis a call ends after this time without messages and media
    * @param unansweredMillis the same for an unanswered call without media
    * @param bytes the approximate memory of the signalling of all calls
+   * @param share which calls the listener gets
    */
-  public record Limits(int calls, long idleMillis, long unansweredMillis, long bytes) {
+  public record Limits(int calls, long idleMillis, long unansweredMillis, long bytes, Share share) {
     /**
      * 10,000 calls, an hour of silence, five minutes without an answer (phones give up earlier), a third of the heap.
      */
     public static final Limits DEFAULT = new Limits(10_000, 3_600_000, 300_000,
-        Runtime.getRuntime().maxMemory() / 3);
+        Runtime.getRuntime().maxMemory() / 3, Share.ALL);
 
     /** Returns these limits with another number of calls. */
     public Limits withCalls(int number) {
-      return new Limits(number, idleMillis, unansweredMillis, bytes);
+      return new Limits(number, idleMillis, unansweredMillis, bytes, share);
     }
 
     /** Returns these limits with another idle time. */
     public Limits withIdle(long millis) {
-      return new Limits(calls, millis, unansweredMillis, bytes);
+      return new Limits(calls, millis, unansweredMillis, bytes, share);
+    }
+
+    /** Returns these limits with another share. */
+    public Limits withShare(Share part) {
+      return new Limits(calls, idleMillis, unansweredMillis, bytes, part);
     }
   }
 
@@ -104,7 +126,10 @@ public final class CallFollower {
   private final Map<Call, Integer> sizes = new HashMap<>();
   private long memory;
   private int lastNumber;
-  private int mergers;
+  private int seen;
+  /** Whether legs are those of the share while saved calls are restored; null otherwise. */
+  private Boolean restoring;
+  private Moment doubtfulUntil;  // null when there was no interruption
   private long malformed;
   private boolean full;
 
@@ -125,8 +150,8 @@ public final class CallFollower {
   }
 
   /**
-   * Handles a media frame. Returns its call and direction. Returns null when no call uses the destination, and then
-   * asks the sniffers to stop forwarding it.
+   * Handles a media frame. Returns its call and direction. Returns null when no call of the share uses the destination,
+   * and then asks the sniffers to stop forwarding it.
    */
   public Call.Use media(FrameCursor frame, Moment now) {
     Call.Use use = destinations.find(frame, now);
@@ -138,7 +163,7 @@ public final class CallFollower {
     if (use.stream().hasNewSource(STEADY_PACKETS)) {
       learnFrom(use, frame, now);
     }
-    return use;
+    return use.call().isOwned() ? use : null;
   }
 
   /**
@@ -194,7 +219,7 @@ public final class CallFollower {
       }
       endIfOver(call, now);
     });
-    calls.forEach(call -> removable.update(call, now));
+    removable.update(calls, now);
     saveMemory(now);
   }
 
@@ -215,14 +240,39 @@ public final class CallFollower {
     destinations.resend(sniffer);
   }
 
-  /** Returns the running calls, oldest first: a view that changes with them. */
+  /** Returns the running calls of all shares, oldest first: a view that changes with them. */
   public Collection<Call> calls() {
     return Collections.unmodifiableSet(calls);
   }
 
-  /** Returns the number of calls so far. */
+  /** Returns the number of calls of the share so far. */
   public int seen() {
-    return lastNumber - mergers;
+    return seen;
+  }
+
+  /** Returns the messages of a running call that were kept for a change of the share. */
+  public List<TimedMessage> messages(Call call) {
+    return call.signalling().messages().stream().map(kept -> new TimedMessage(kept.frame(), kept.time())).toList();
+  }
+
+  /** A message and its time. */
+  public record TimedMessage(Frame frame, Moment time) {}
+
+  /**
+   * Begins or ends the restoring of saved calls. They keep their share, whatever the present one is.
+   *
+   * @param own whether the following messages are those of calls of the share; null ends the restoring
+   */
+  public void restore(Boolean own) {
+    restoring = own;
+  }
+
+  /**
+   * Marks the legs that begin until a time as doubtful: this process was interrupted, so the time of their frames is
+   * not known well.
+   */
+  public void doubt(Moment until) {
+    doubtfulUntil = until.latest(doubtfulUntil);
   }
 
   /** Returns the number of malformed signalling frames. */
@@ -241,7 +291,11 @@ public final class CallFollower {
       forgetSize(call);
       call.ended(now);
       destinations.remove(call, now);
-      listener.ended(call, how, at);
+      if (call.isOwned()) {
+        listener.ended(call, how, at);
+      } else {
+        listener.unfollowed(call);
+      }
     }
   }
 
@@ -255,21 +309,33 @@ public final class CallFollower {
     malformed++;
   }
 
+  /** Assigns a new leg to a share. */
+  void assign(Leg leg, Moment now) {
+    leg.setOwn(restoring != null ? restoring : limits.share.has(leg.id()));
+    if (doubtfulUntil != null && now.steady() < doubtfulUntil.steady()) {
+      leg.doubt();
+    }
+  }
+
   /**
    * Makes space for another leg. Returns whether there is space. At the limits, drops calls without steady and recent
    * media.
    */
   boolean makeRoom(Moment now) {
-    if (calls.size() >= limits.calls) {
+    if (calls.size() >= mostCalls()) {
       drop(removable.next(now), now);
     }
     saveMemory(now);
-    boolean room = calls.size() < limits.calls && memory < limits.bytes;
+    boolean room = calls.size() < mostCalls() && memory < limits.bytes;
     if (!room && !full) {
-      listener.full(limits.calls);
+      listener.full(mostCalls());
     }
     full = !room;
     return room;
+  }
+
+  private int mostCalls() {
+    return (int) Math.min((long) limits.calls * limits.share.count(), Integer.MAX_VALUE);
   }
 
   /** Drops calls while all together take too much memory. */
@@ -292,11 +358,55 @@ public final class CallFollower {
   /** Updates the destinations of a call, and reports a new call to the listener afterwards. */
   void update(Call call, Moment now) {
     call.flow().forgetSources();
-    destinations.update(call, call.destinations(), now);
-    if (calls.add(call)) {
-      removable.update(call, now);
-      listener.began(call, now);
+    boolean owns = Share.owns(call.legs());
+    boolean isNew = !calls.contains(call);
+    if (isNew) {
+      call.setOwned(owns);
     }
+    destinations.update(call, call.destinations(), now);
+    if (isNew) {
+      calls.add(call);
+      removable.update(call, now);
+    }
+    if (isNew && owns) {
+      begin(call, now);
+    } else if (owns && !call.isOwned()) {
+      take(call, now);
+    } else if (!owns && call.isOwned()) {
+      giveUp(call, now);
+    }
+  }
+
+  private void begin(Call call, Moment now) {
+    seen++;
+    listener.began(call, now);
+  }
+
+  /** Makes a call of another share one of the share. */
+  private void take(Call call, Moment now) {
+    call.setOwned(true);
+    destinations.changeOwner(call, now);
+    listener.unfollowed(call);
+    begin(call, now);
+    report(call, call.signalling(), false);
+  }
+
+  /** Reports messages that were kept. */
+  private void report(Call call, SharedSignalling kept, boolean turned) {
+    for (SharedSignalling.Message message : List.copyOf(kept.messages())) {
+      listener.signalled(call, message.frame(), message.label(), message.time());
+      if (message.direction() != null) {
+        listener.dialled(call, message.direction().turned(turned), message.digits(), message.time());
+      }
+    }
+  }
+
+  private void giveUp(Call call, Moment now) {
+    call.setOwned(false);
+    destinations.changeOwner(call, now);
+    seen--;
+    listener.gaveUp(call, now);
+    call.signalling().messages().forEach(kept -> listener.followed(call, kept.frame(), kept.time()));
   }
 
   /** Returns the uses of a destination by all calls. */
@@ -306,6 +416,15 @@ public final class CallFollower {
 
   /** Follows the legs of a second call as those of the first one. */
   void merge(Call call, Call other, boolean turned, Moment now) {
+    boolean owns = Share.owns(Stream.concat(call.legs().stream(), other.legs().stream()).toList());
+    if (owns && !call.isOwned()) {
+      take(call, now);
+    }
+    for (Call either : List.of(call, other)) {
+      if (!owns && either.isOwned()) {
+        giveUp(either, now);
+      }
+    }
     call.add(other, turned);
     call.flow().forgetSources();
     destinations.update(call, call.destinations(), now);
@@ -313,19 +432,43 @@ public final class CallFollower {
     removable.remove(other);
     forgetSize(other);
     if (calls.remove(other)) {
-      mergers++;
+      reportMerger(call, other, turned);
+    }
+    call.signalling().add(other.signalling(), turned);
+  }
+
+  private void reportMerger(Call call, Call other, boolean turned) {
+    if (other.isOwned()) {
+      seen--;
       listener.merged(call, other, turned);
+      return;
+    }
+    listener.unfollowed(other);
+    if (call.isOwned()) {
+      report(call, other.signalling(), turned);
+    } else {
+      other.signalling().messages().forEach(kept -> listener.followed(call, kept.frame(), kept.time()));
     }
   }
 
   void signalled(Call call, Frame frame, String label, Moment now) {
     int size = call.grow(frame.payload().length);
     memory += size - Objects.requireNonNullElse(sizes.put(call, size), 0);
-    listener.signalled(call, frame, label, now);
+    if (!call.isOwned() || limits.share.isPart()) {
+      call.signalling().add(frame, label, now);
+    }
+    if (call.isOwned()) {
+      listener.signalled(call, frame, label, now);
+    } else {
+      listener.followed(call, frame, now);
+    }
   }
 
   void dialled(Call call, Direction direction, String digits, Moment now) {
-    listener.dialled(call, direction, digits, now);
+    call.signalling().dialled(direction, digits);
+    if (call.isOwned()) {
+      listener.dialled(call, direction, digits, now);
+    }
   }
 
   private void forgetSize(Call call) {

@@ -20,10 +20,12 @@ import java.util.Set;
 import java.util.function.Predicate;
 import java.util.function.ToIntFunction;
 import java.util.stream.Collectors;
+import java.util.stream.Stream;
 
 /**
  * The destinations that the sniffers were asked to forward, and the calls that use them. A destination that several
- * calls use is requested once, and dismissed when the last of the calls has ended.
+ * calls use is requested once, and dismissed when the last of the calls has ended. One that only calls of other shares
+ * use is not requested.
  */
 final class Destinations {
   private static final String UNREQUESTED =
@@ -128,21 +130,26 @@ final class Destinations {
     }
   }
 
-  /** A destination on the list of the sniffers. */
+  /** A destination; it is on the list of the sniffers when it is {@link #requested}. */
   private static final class Entry implements EndpointMap.Keyed {
     private final long key;
     private final Map<Call, Claim> claims = new LinkedHashMap<>(2);
     /** The only claim, the usual case; null when there are several. */
     Claim only;
-    /** Whether a sniffer was asked. */
     boolean requested;
+    /** Whether a sniffer has taken the request. */
+    boolean accepted;
     boolean heard;
     int repeats;
     Moment asked;
 
-    Entry(Endpoint endpoint, Moment now) {
+    Entry(Endpoint endpoint) {
       key = endpoint.key();
-      asked = now;
+    }
+
+    /** Whether a call of the share uses the destination. */
+    boolean isWanted() {
+      return claims.keySet().stream().anyMatch(Call::isOwned);
     }
 
     @Override
@@ -317,7 +324,7 @@ final class Destinations {
   /** Whether a direction without media has a destination that no sniffer was asked for. */
   private boolean isUnrequested(Endpoint endpoint, Call.Use use) {
     Entry entry = entries.get(endpoint);
-    return entry != null && !entry.requested && !use.stream().exists();
+    return entry != null && entry.requested && !entry.accepted && !use.stream().exists();
   }
 
   /** Dismisses the destinations that the signalling no longer describes and whose media has stopped. */
@@ -336,10 +343,12 @@ final class Destinations {
   private void claim(Endpoint endpoint, Call.Use use, Moment now) {
     Entry entry = entries.get(endpoint);
     if (entry == null) {
-      entry = new Entry(endpoint, now);
+      entry = new Entry(endpoint);
       entries.put(endpoint, entry);
       byKey.put(entry);
-      entry.requested = sniffers.test(Command.add(endpoint));
+    }
+    if (use.call().isOwned()) {
+      request(entry, endpoint, now);
     }
     Claim claim = entry.claim(use.call());
     if (claim == null) {
@@ -353,15 +362,51 @@ final class Destinations {
     if (excess != null) {
       entry.remove(excess.call);
       ofCalls.get(excess.call).refused.add(endpoint);
+      withdrawRequest(entry, endpoint, now);
     }
+  }
+
+  private void request(Entry entry, Endpoint endpoint, Moment now) {
+    if (!entry.requested) {
+      entry.requested = true;
+      entry.asked = now;
+      entry.accepted = sniffers.test(Command.add(endpoint));
+    }
+  }
+
+  /** Dismisses a destination that no call of the share uses any more. */
+  private void withdrawRequest(Entry entry, Endpoint endpoint, Moment now) {
+    if (entry.requested && !entry.isWanted()) {
+      entry.requested = false;
+      dismiss(endpoint, now);
+    }
+  }
+
+  /** Requests or dismisses the destinations of a call whose share has changed. */
+  void changeOwner(Call call, Moment now) {
+    OfCall own = ofCalls.get(call);
+    Stream.concat(own.uses.keySet().stream(), own.withdrawn.keySet().stream()).forEach(endpoint -> {
+      Entry entry = entries.get(endpoint);
+      Claim claim = entry == null ? null : entry.claim(call);
+      if (claim != null) {
+        claim.use.attach(null);
+        if (call.isOwned()) {
+          request(entry, endpoint, now);
+        } else {
+          withdrawRequest(entry, endpoint, now);
+        }
+      }
+    });
   }
 
   private void release(Endpoint endpoint, Call call, Moment now) {
     Entry entry = entries.get(endpoint);
-    if (entry != null && entry.remove(call) && entry.claims().isEmpty()) {
-      entries.remove(endpoint);
-      byKey.remove(endpoint.key());
-      dismiss(endpoint, now);
+    if (entry != null && entry.remove(call)) {
+      if (entry.claims().isEmpty()) {
+        entries.remove(endpoint);
+        byKey.remove(endpoint.key());
+      }
+      withdrawRequest(entry, endpoint, now);
     }
   }
 
@@ -379,7 +424,7 @@ final class Destinations {
    */
   Call.Use find(FrameCursor frame, Moment now) {
     Entry entry = byKey.get(frame.destination());
-    if (entry == null) {
+    if (entry == null || !entry.requested) {
       return null;
     }
     Claim only = entry.only;
@@ -399,7 +444,7 @@ final class Destinations {
   /** Returns the use of a destination that only one call uses, or else null. */
   Call.Use peek(long destination) {
     Entry entry = byKey.get(destination);
-    Claim only = entry == null ? null : entry.only;
+    Claim only = entry == null || !entry.requested ? null : entry.only;
     return only == null ? null : only.use;
   }
 
@@ -422,7 +467,11 @@ final class Destinations {
 
   /** Asks a sniffer with an empty list for all destinations. */
   void resend(Predicate<Command> sniffer) {
-    entries.forEach((endpoint, entry) -> entry.requested |= sniffer.test(Command.add(endpoint)));
+    entries.forEach((endpoint, entry) -> {
+      if (entry.requested) {
+        entry.accepted |= sniffer.test(Command.add(endpoint));
+      }
+    });
   }
 
   /**
@@ -431,11 +480,11 @@ final class Destinations {
    */
   void repeat(Moment now) {
     entries.forEach((endpoint, entry) -> {
-      if (!entry.heard && entry.repeats < MAX_REPEATS
+      if (entry.requested && !entry.heard && entry.repeats < MAX_REPEATS
           && now.since(entry.asked) >= REPEAT_MILLIS << entry.repeats) {
         entry.repeats++;
         entry.asked = now;
-        entry.requested |= sniffers.test(Command.add(endpoint));
+        entry.accepted |= sniffers.test(Command.add(endpoint));
       }
     });
   }

@@ -32,6 +32,8 @@ public class Leg {
   private long media = NO_MEDIA;
   private boolean turned;
   private boolean retired;
+  private boolean own = true;
+  private boolean doubtful;
 
   Leg(String id, String caller, String callee, Moment start) {
     this.id = id;
@@ -68,6 +70,26 @@ public class Leg {
   /** Exchanges the sides of the leg in its call. */
   void turn() {
     turned = !turned;
+  }
+
+  /** Whether its identifier is one of the share. */
+  final boolean isOwn() {
+    return own;
+  }
+
+  /** Records whether its identifier is one of the share. */
+  final void setOwn(boolean isOwn) {
+    own = isOwn;
+  }
+
+  /** Whether other recorders may see another start of the leg, or may not see that it belongs to other legs. */
+  final boolean isDoubtful() {
+    return doubtful;
+  }
+
+  /** Marks a doubtful leg. */
+  final void doubt() {
+    doubtful = true;
   }
 
   /** Marks an ended leg. Its media is no longer needed. */

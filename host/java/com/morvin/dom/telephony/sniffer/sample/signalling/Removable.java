@@ -1,7 +1,7 @@
 package com.morvin.dom.telephony.sniffer.sample.signalling;
 
 import com.morvin.dom.telephony.sniffer.sample.transport.Address;
-import java.util.Collections;
+import java.util.Collection;
 import java.util.Comparator;
 import java.util.HashMap;
 import java.util.LinkedHashSet;
@@ -16,9 +16,18 @@ final class Removable {
   /** The number of packets that makes media steady: one second of speech. */
   private static final int STEADY_PACKETS = 50;
   private static final long STOPPED_MILLIS = 10_000;
+  private static final int BATCHES = 16;
 
   private final Map<Address, Set<Call>> brief = new HashMap<>();
   private final Map<Address, Set<Call>> stopped = new HashMap<>();
+  /** The next calls that give way, until the next update of all calls. */
+  private final Set<Call> chosen = new LinkedHashSet<>();
+
+  /** Adds or removes the running calls by their media. */
+  void update(Collection<Call> calls, Moment now) {
+    chosen.clear();
+    calls.forEach(call -> update(call, now));
+  }
 
   /** Adds or removes a call by its media. */
   void update(Call call, Moment now) {
@@ -30,6 +39,7 @@ final class Removable {
 
   /** Removes an ended call. */
   void remove(Call call) {
+    chosen.remove(call);
     set(brief, call, false);
     set(stopped, call, false);
   }
@@ -52,9 +62,17 @@ final class Removable {
    * those the oldest. Returns null when no call does.
    */
   Call next(Moment now) {
-    Map<Address, Set<Call>> calls = brief.isEmpty() ? stopped : brief;
-    return calls.isEmpty() ? null : Collections.min(
-        Collections.max(calls.values(), Comparator.comparingInt(Set::size)),
-        Comparator.comparingInt(call -> call.priority(now)));
+    if (chosen.isEmpty()) {
+      choose(brief.isEmpty() ? stopped : brief, now);
+    }
+    return chosen.isEmpty() ? null : chosen.iterator().next();
+  }
+
+  /** Chooses many calls at a time, because comparing all of them takes long and a flood needs one for each message. */
+  private void choose(Map<Address, Set<Call>> calls, Moment now) {
+    int most = 1 + calls.values().stream().mapToInt(Set::size).sum() / BATCHES;
+    calls.values().stream().sorted(Comparator.<Set<Call>>comparingInt(Set::size).reversed())
+        .flatMap(ofOrigin -> ofOrigin.stream().sorted(Comparator.comparingInt(call -> call.priority(now))))
+        .limit(most).forEach(chosen::add);
   }
 }

@@ -6,6 +6,7 @@ import java.util.HashMap;
 import java.util.List;
 import java.util.Map;
 import java.util.Optional;
+import java.util.stream.Stream;
 
 /** Follows SIP calls by their messages. */
 final class SipCalls {
@@ -69,6 +70,7 @@ final class SipCalls {
       return null;
     }
     SipLeg leg = new SipLeg(message, frame, now);
+    follower.assign(leg, now);
     List<SipLinks.Link> found = retired != null ? List.of(new SipLinks.Link(retired.call(), retired.isTurned()))
         : late ? List.of() : links.find(message, frame, now);
     if (!found.isEmpty() && found.get(0).call().hasRoomFor(1)) {
@@ -79,15 +81,19 @@ final class SipCalls {
       return null;
     }
     if (late) {
+      leg.doubt();
       leg.call().note("the beginning of the signalling was not seen");
     }
     legs.put(message.callId(), leg);
-    links.add(leg);
+    links.add(leg, message);
     return leg;
   }
 
   /** Merges the linked calls into the oldest one and adds a leg to it. */
   private void join(SipLeg leg, List<SipLinks.Link> found, Moment now) {
+    if (found.stream().anyMatch(link -> link.call().isEnding(now))) {
+      leg.doubt();
+    }
     SipLinks.Link oldest = found.stream().min(Comparator.comparingInt(link -> link.call().number())).orElseThrow();
     for (SipLinks.Link link : found) {
       merge(oldest.call(), link.call(), oldest.turned() != link.turned(), now);
@@ -105,6 +111,9 @@ final class SipCalls {
     }
     SipCall older = call.number() < other.number() ? call : other;
     SipCall younger = older == call ? other : call;
+    if (call.isEnding(now) || other.isEnding(now)) {
+      Stream.of(call, other).flatMap(either -> either.legs().stream()).forEach(Leg::doubt);
+    }
     younger.sipLegs().forEach(leg -> leg.setCall(older));
     follower.merge(older, younger, turned, now);
   }

@@ -27,6 +27,10 @@ final class SipLinks {
   /** The most calls that are compared with a new leg. Real ones share an address with two or three. */
   private static final int MAX_CANDIDATES = 8;
   private static final long REFERRAL_MILLIS = 32_000;
+  private static final int MAX_NAMED = 4096;
+  private static final int MAX_NAME = 256;
+  /** By how much a leg can arrive before the leg that it refers to, when different sniffers see them. */
+  private static final long DISORDER_MILLIS = 2_000;
 
   /**
    * A running call that a leg belongs to.
@@ -60,6 +64,8 @@ final class SipLinks {
   private final Function<String, SipLeg> byCallId;
   private final Function<Endpoint, List<Call.Use>> uses;
   private final Map<String, SipLeg> bySession = new HashMap<>();
+  /** The Call-IDs of the newest legs that may have named an unknown Call-ID, by that. */
+  private final BoundedMap<String, String> naming = new BoundedMap<>(MAX_NAMED);
   private final Deque<Referral> referrals = new ArrayDeque<>();
 
   /**
@@ -73,8 +79,10 @@ final class SipLinks {
     this.uses = uses;
   }
 
-  /** Adds a leg. */
-  void add(SipLeg leg) {
+  /** Adds a leg that a message begins. */
+  void add(SipLeg leg, SipMessage message) {
+    callIds(message).filter(id -> id.length() <= MAX_NAME && byCallId.apply(id) == null)
+        .forEach(id -> naming.putLast(id, leg.id()));
     if (!leg.sessionId().isEmpty()) {
       bySession.putIfAbsent(leg.sessionId(), leg);
     }
@@ -89,7 +97,9 @@ final class SipLinks {
   /** Returns the calls that an INVITE with a new Call-ID belongs to, each once. */
   List<Link> find(SipMessage invite, Frame frame, Moment now) {
     List<Link> links = new ArrayList<>();
-    Stream.of(replaced(invite), referred(invite, frame, now), named(invite, frame), sameSession(invite, frame))
+    Stream.of(replaced(invite), referred(invite, frame, now), named(invite, frame), sameSession(invite, frame),
+            earlier(byCallId.apply(naming.get(invite.callId())), frame, now),
+            earlier(bySession.get(invite.sessionId()), frame, now))
         .flatMap(Optional::stream).forEach(links::add);
     if (links.isEmpty()) {
       sameMedia(invite, frame).ifPresent(links::add);
@@ -119,9 +129,20 @@ final class SipLinks {
   }
 
   private Optional<Link> named(SipMessage invite, Frame frame) {
-    return invite.extensions().stream().map(value -> byCallId.apply(value.split("[;,\\s]", 2)[0]))
+    return callIds(invite).map(byCallId)
         .filter(leg -> leg != null && leg.call().hasHost(frame.source().address())).findFirst()
         .map(leg -> connected(leg, frame));
+  }
+
+  /** Returns the Call-IDs that a message may name. */
+  private static Stream<String> callIds(SipMessage message) {
+    return message.extensions().stream().map(value -> value.split("[;,\\s]", 2)[0]);
+  }
+
+  /** The host that the INVITE calls has begun another leg because of it, and that leg was received first. */
+  private static Optional<Link> earlier(SipLeg leg, Frame frame, Moment now) {
+    return leg == null || now.since(leg.start()) > DISORDER_MILLIS || !leg.calling().equals(frame.destination().address())
+        ? Optional.empty() : Optional.of(new Link(leg.call(), leg.isTurned()));
   }
 
   private Optional<Link> sameSession(SipMessage invite, Frame frame) {

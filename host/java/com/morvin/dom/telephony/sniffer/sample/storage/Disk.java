@@ -2,6 +2,7 @@ package com.morvin.dom.telephony.sniffer.sample.storage;
 
 import com.morvin.dom.telephony.sniffer.sample.console.Console;
 import com.morvin.dom.telephony.sniffer.sample.console.Text;
+import com.morvin.dom.telephony.sniffer.sample.metrics.Metrics;
 import java.io.IOException;
 import java.nio.ByteBuffer;
 import java.nio.channels.FileChannel;
@@ -339,6 +340,13 @@ public final class Disk implements AutoCloseable {
   /** Returns the amount of dropped media in bytes. */
   public synchronized long droppedBytes() {
     return droppedBytes;
+  }
+
+  /** Adds the figures of the disk. */
+  public synchronized void measure(Metrics figures) {
+    figures.gauge("disk_waiting_bytes", "Recordings and reports that wait for the disk, in memory.", bytes);
+    figures.gauge("disk_failing", "1 while nothing can be written.", failing ? 1 : 0);
+    figures.counter("disk_dropped_bytes_total", "Media dropped because too much waited for the disk.", droppedBytes);
   }
 
   /** Waits as {@link #drain} does, discards the remaining jobs and stops the disk thread. */

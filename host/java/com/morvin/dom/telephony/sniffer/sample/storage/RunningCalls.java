@@ -437,7 +437,8 @@ public final class RunningCalls {
     return frames;
   }
 
-  private static Frame nextFrame(ByteBuffer in) {
+  /** Takes a frame from a buffer. Returns null when it is incomplete or damaged. */
+  static Frame nextFrame(ByteBuffer in) {
     try {
       return Frame.take(in);
     } catch (IOException e) {

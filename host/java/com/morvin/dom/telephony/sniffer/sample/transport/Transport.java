@@ -1,5 +1,6 @@
 package com.morvin.dom.telephony.sniffer.sample.transport;
 
+import com.morvin.dom.telephony.sniffer.sample.metrics.Metrics;
 import java.io.Closeable;
 import java.io.IOException;
 import java.util.Set;
@@ -90,6 +91,9 @@ public interface Transport extends Closeable {
    * transport redelivers, on any thread, with increasing numbers.
    */
   default void acknowledge(long number) {}
+
+  /** Adds figures about the link. Called by the thread that handles the frames. */
+  default void measure(Metrics figures) {}
 
   @Override
   void close();

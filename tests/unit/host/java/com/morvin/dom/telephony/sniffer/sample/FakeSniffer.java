@@ -5,6 +5,8 @@ import com.morvin.dom.telephony.sniffer.sample.media.Track;
 import com.morvin.dom.telephony.sniffer.sample.page.CallPages;
 import com.morvin.dom.telephony.sniffer.sample.recording.Recorder;
 import com.morvin.dom.telephony.sniffer.sample.service.Service;
+import com.morvin.dom.telephony.sniffer.sample.signalling.CallFollower;
+import com.morvin.dom.telephony.sniffer.sample.signalling.Share;
 import com.morvin.dom.telephony.sniffer.sample.storage.CallReport;
 import com.morvin.dom.telephony.sniffer.sample.storage.Disk;
 import com.morvin.dom.telephony.sniffer.sample.storage.EraseRequests;
@@ -68,6 +70,12 @@ final class FakeSniffer implements Transport {
   private volatile long fits = Long.MAX_VALUE;
   private volatile boolean broken;
   private volatile CountDownLatch refusals = new CountDownLatch(2);
+  /** Further sniffers, each with a recorder that has a share of the calls: they see the same network. */
+  final List<FakeSniffer> shares = new ArrayList<>();
+  private Share share;
+  /** Signalling that arrives when time passes, after that of other Call-IDs. */
+  private final List<Runnable> held = new ArrayList<>();
+  boolean holds;
   Store store;
   Recorder recorder;
   private final Path directory;
@@ -91,15 +99,31 @@ final class FakeSniffer implements Transport {
   /** Runs the body with a new recorder in a new directory. */
   static void with(Testing.Body<FakeSniffer> body) throws Exception {
     Testing.inDirectory(directory -> {
-      try (FakeSniffer sniffer = new FakeSniffer(directory)) {
+      try (FakeSniffer sniffer = new FakeSniffer(directory, Share.ALL)) {
         body.run(sniffer);
+        sniffer.shares.forEach(FakeSniffer::close);
       }
     });
   }
 
-  FakeSniffer(Path directory) throws IOException {
+  FakeSniffer(Path directory, Share share) throws IOException {
     this.directory = directory;
+    this.share = share;
     start();
+  }
+
+  /** Adds a recorder with a share of the calls. */
+  FakeSniffer addShare(int number, int count) throws IOException {
+    Path folder = Files.createDirectory(directory.resolve("share-" + shares.size()));
+    FakeSniffer other = new FakeSniffer(folder, new Share(number, count));
+    shares.add(other);
+    return other;
+  }
+
+  /** Restarts the recorder with another share. */
+  void become(Share other) throws IOException {
+    share = other;
+    restart("stop");
   }
 
   private void start() throws IOException {
@@ -120,7 +144,9 @@ final class FakeSniffer implements Transport {
     clock = new SteadyClock(() -> Instant.ofEpochMilli(now + setForward), () -> 1_000_000 * now);
     CallPages pages = new CallPages(directory, () -> Instant.ofEpochMilli(now));
     Retention retention = new Retention(directory, pages, clock, keepMillis, console);
-    recorder = new Recorder(store, options, Service.Limits.NONE, console, clock, new ReportListener() {
+    Service.Limits limits =
+        new Service.Limits(false, Long.MAX_VALUE, CallFollower.Limits.DEFAULT.withShare(share));
+    recorder = new Recorder(store, options, limits, console, clock, new ReportListener() {
       @Override
       public void began(CallReport call) throws IOException {
         retention.began(call);
@@ -144,6 +170,13 @@ final class FakeSniffer implements Transport {
     });
     recorder.assumeIpv6(assumesIpv6);
     recorder.attach(this);
+  }
+
+  /** Ends all recordings. */
+  void finish() {
+    shares.forEach(FakeSniffer::finish);
+    recorder.finish();
+    awaitDisk();
   }
 
   /** Removes a file or a folder of the recordings, as an operator may. */
@@ -182,6 +215,9 @@ final class FakeSniffer implements Transport {
    * acknowledged are delivered again.
    */
   void restart(String how) throws IOException {
+    for (FakeSniffer other : shares) {
+      other.restart(how);
+    }
     if (how.equals("stop")) {
       recorder.stop();
       recorder.finish();
@@ -259,6 +295,7 @@ final class FakeSniffer implements Transport {
 
   /** Sends the following frames as another sniffer. */
   void session(int number) {
+    shares.forEach(other -> other.session(number));
     current = number;
     sessions = Math.max(sessions, number);
   }
@@ -301,15 +338,25 @@ final class FakeSniffer implements Transport {
 
   /** Sends a datagram. Returns whether the sniffer forwarded it. */
   boolean udp(Endpoint source, Endpoint destination, byte[] payload) {
+    shares.forEach(other -> other.udp(source, destination, payload));
     passed.add(new Frame(Frame.RTP, destination, source, payload));
     boolean listed = list.contains(destination) && (ipv6 || !destination.isIpv6());
     if (listed) {
-      frame(Frame.RTP, source, destination, payload);
+      forward(Frame.RTP, source, destination, payload);
     }
     return listed;
   }
 
   void frame(int protocol, Endpoint source, Endpoint destination, byte[] payload) {
+    shares.forEach(other -> other.frame(protocol, source, destination, payload));
+    if (holds && new String(payload, StandardCharsets.UTF_8).matches("(?s).*Call-ID: (call-1|in|first)\\R.*")) {
+      held.add(() -> forward(protocol, source, destination, payload));
+    } else {
+      forward(protocol, source, destination, payload);
+    }
+  }
+
+  private void forward(int protocol, Endpoint source, Endpoint destination, byte[] payload) {
     byte[] frame = new Frame(protocol, destination, source, payload).bytes();
     byte[] time = ByteBuffer.allocate(Long.BYTES).putLong(1000 * (now + setForward - lateMillis)).array();
     byte[] before = lateMillis == 0 && !redelivers ? new byte[0]
@@ -321,6 +368,9 @@ final class FakeSniffer implements Transport {
 
   /** Moves the clock. */
   void pass(long millis) {
+    shares.forEach(other -> other.pass(millis));
+    held.forEach(Runnable::run);
+    held.clear();
     if (fits > 0 && stalled.getCount() == 0) {
       awaitDisk(); // the clock of the test is faster than the disk
     }

@@ -8,6 +8,7 @@ import com.morvin.dom.telephony.sniffer.sample.console.Text;
 import com.morvin.dom.telephony.sniffer.sample.signalling.Call;
 import com.morvin.dom.telephony.sniffer.sample.signalling.CallFollower;
 import com.morvin.dom.telephony.sniffer.sample.signalling.Moment;
+import com.morvin.dom.telephony.sniffer.sample.signalling.Share;
 import com.morvin.dom.telephony.sniffer.sample.storage.Disk;
 import com.morvin.dom.telephony.sniffer.sample.transport.Address;
 import com.morvin.dom.telephony.sniffer.sample.transport.Endpoint;
@@ -104,6 +105,7 @@ final class HostileInputTest {
   void testMutatedMessages() throws Exception {
     FakeSniffer.with(sniffer -> {
       Random random = new Random(42);
+      List<FakeSniffer> shares = List.of(sniffer.addShare(1, 2), sniffer.addShare(2, 2));
       for (int i = 0; i < 4000; i++) {
         Endpoint a = new Endpoint(host(random), random.nextInt(4));
         Endpoint b = new Endpoint(host(random), random.nextInt(4));
@@ -129,6 +131,10 @@ final class HostileInputTest {
       equal(sniffer.list.size(), 0);
       that(sniffer.table().size() > 200, "calls were followed: " + sniffer.table().size());
       that(!sniffer.printed().contains("cannot be handled"), sniffer.printed());
+      for (FakeSniffer share : shares) {
+        equal(share.list.size(), 0);
+        that(!share.printed().contains("cannot be handled"), share.printed());
+      }
       that(!sniffer.printed().contains("\u001b"), "a caller steers the terminal");
       sniffer.table().forEach(line -> that(!line.matches("(.*,)?[=+@-].*") && !line.contains("\0"), line));
       that(!sniffer.report().matches(".*[<>&].*"), "a caller writes into the page");
@@ -171,7 +177,7 @@ final class HostileInputTest {
         equal(how, CallFollower.DROPPED);
       }
     },
-        new CallFollower.Limits(4000, 60_000, 60_000, 1 << 20), command -> true);
+        new CallFollower.Limits(4000, 60_000, 60_000, 1 << 20, Share.ALL), command -> true);
     Moment now = new Moment(1, 1);
     String codecs = "a=rtpmap:96 " + "x".repeat(2000) + "\nm=audio 0 RTP/AVP 8\n" + "a=rtpmap:97 y\n".repeat(30);
     follower.signalling(sip(INVITE.replace("Call-ID: 1", "Call-ID: real").replace("120", "9999") + codecs), now);

@@ -4,6 +4,8 @@ import static com.morvin.dom.telephony.sniffer.sample.Testing.equal;
 import static com.morvin.dom.telephony.sniffer.sample.Testing.that;
 
 import com.morvin.dom.telephony.sniffer.sample.signalling.Direction;
+import com.morvin.dom.telephony.sniffer.sample.signalling.Share;
+import com.morvin.dom.telephony.sniffer.sample.storage.CallReport;
 import com.morvin.dom.telephony.sniffer.sample.transport.Address;
 import com.morvin.dom.telephony.sniffer.sample.transport.Command;
 import com.morvin.dom.telephony.sniffer.sample.transport.Endpoint;
@@ -12,12 +14,14 @@ import java.nio.ByteBuffer;
 import java.nio.charset.StandardCharsets;
 import java.nio.file.Files;
 import java.nio.file.Path;
+import java.util.ArrayList;
 import java.util.Arrays;
 import java.util.HashMap;
 import java.util.HexFormat;
 import java.util.Iterator;
 import java.util.List;
 import java.util.Map;
+import java.util.Set;
 import java.util.regex.Matcher;
 import java.util.regex.Pattern;
 import java.util.stream.Collectors;
@@ -36,12 +40,17 @@ final class ScenarioTest {
   private static final Pattern HOST = Pattern.compile("(\\[.*]|[^:]*)(?::(\\d+))?");
   private static final Pattern REPEATED = Pattern.compile("(?ms)^times (\\d+)\n(.*?)^again\n");
   private static final int SIZE = 160;
+  /** The packets that pass before signalling that is held arrives. */
+  private static final int HELD_PACKETS = 2;
   private static final Path SAMPLES = Path.of(System.getProperty("samples"));
   private static final Path H323 = Path.of(System.getProperty("tests.data"), "h323");
 
   private FakeSniffer sniffer;
   private String callId;
   private String header = "";
+  /** Recorders that share the calls; those of the last group get signalling in another order. */
+  private List<List<FakeSniffer>> groups = List.of();
+  private boolean divided;
   private boolean ipv6;
 
   void testSip() throws Exception { runAll("sip.txt"); }
@@ -64,6 +73,67 @@ final class ScenarioTest {
     for (String file : List.of("sip.txt", "legs.txt", "h323.txt", "media.txt", "faults.txt", "forgeries.txt")) {
       runAll(file);
     }
+  }
+
+  /** Recorders that share the calls of a case record what a single one does: each call once. */
+  void testShares() throws Exception {
+    divided = true;
+    for (String file : List.of("sip.txt", "legs.txt", "h323.txt", "shares.txt")) {
+      runAll(file);
+    }
+  }
+
+  /** Adds recorders that divide the calls. When they differ in order, every second one gets some legs later. */
+  private List<FakeSniffer> divide(int count, boolean differ) throws Exception {
+    List<FakeSniffer> shares = new ArrayList<>();
+    for (int number = 1; number <= count; number++) {
+      FakeSniffer share = sniffer.addShare(number, count);
+      share.holds = differ && number % 2 == 1;
+      shares.add(share);
+    }
+    return shares;
+  }
+
+  /** Adds a share to each group, or ends the newest one, in the order that docs/scaling.md describes. */
+  private void changeShares(int more) throws Exception {
+    for (List<FakeSniffer> group : groups) {
+      int count = group.size() + more;
+      if (more > 0) {
+        group.add(sniffer.addShare(count, count));
+      }
+      for (FakeSniffer share : group) {
+        int number = group.indexOf(share) + 1;
+        share.become(new Share(number > count ? 0 : number, count));
+      }
+    }
+  }
+
+  /** Compares the reports of recorders that share the calls with those of the single one. */
+  private void compare(List<FakeSniffer> shares, boolean inOrder) throws Exception {
+    List<CallReport> reports = shares.stream().flatMap(share -> share.reports.stream()).toList();
+    String what = "share of " + shares.size() + (inOrder ? "" : ", other order");
+    if (inOrder) {
+      equal(what + calls(reports), what + calls(sniffer.reports));
+    }
+    that(ids(reports).containsAll(ids(sniffer.reports)), what + ids(reports) + ids(sniffer.reports));
+    that(packets(reports) >= packets(sniffer.reports) - (inOrder ? 0 : HELD_PACKETS),
+        what + ": " + packets(reports) + " packets of " + packets(sniffer.reports));
+  }
+
+  /** Returns the whole calls; one that another share has taken over is reported there. */
+  private static List<String> calls(List<CallReport> reports) {
+    return reports.stream().filter(report -> !report.endReason().contains("another share"))
+        .map(report -> report.id() + " " + report.endReason() + " " + report.legs()).sorted().toList();
+  }
+
+  private static long packets(List<CallReport> reports) {
+    return reports.stream().mapToLong(report -> report.fromCaller().packets() + report.fromCallee().packets()).sum();
+  }
+
+  private static Set<String> ids(List<CallReport> reports) {
+    return reports.stream().flatMap(report ->
+        Stream.concat(Stream.of(report.id()), report.legs().stream().map(CallReport.Leg::id)))
+        .collect(Collectors.toSet());
   }
 
   /** Returns a case with IPv6 addresses: in brackets, except in session descriptions. */
@@ -91,6 +161,7 @@ final class ScenarioTest {
         }
         Iterator<String> lines = repeated(ipv6 ? overIpv6(one) : one).lines().iterator();
         String name = lines.next();
+        groups = divided ? List.of(divide(2, false), divide(3, false), divide(7, false), divide(3, true)) : List.of();
         while (lines.hasNext()) {
           String line = lines.next();
           try {
@@ -98,6 +169,18 @@ final class ScenarioTest {
           } catch (Exception | AssertionError e) {
             throw new AssertionError(file + ", " + name + ", " + line + "\n" + e.getMessage() + "\n"
                 + sniffer.printed(), e);
+          }
+        }
+        fake.pass(groups.isEmpty() ? 0 : 40_000);
+        if (divided) {
+          fake.finish();
+        }
+        for (List<FakeSniffer> group : groups) {
+          try {
+            compare(group, group != groups.get(groups.size() - 1));
+          } catch (AssertionError e) {
+            throw new AssertionError(file + ", " + name + "\n" + e.getMessage() + "\n"
+                + group.stream().map(FakeSniffer::printed).collect(Collectors.joining("\n--\n")), e);
           }
         }
       });
@@ -141,6 +224,7 @@ final class ScenarioTest {
       case "locked" -> that(sniffer.isLocked(), "another recorder can begin");
       case "disk" -> sniffer.disk(words[1]);
       case "redelivers" -> sniffer.redeliver();
+      case "shares" -> changeShares(Integer.parseInt(words[1]));
       case "restart" -> sniffer.restart(words[1]);
       case "list" -> equal(sniffer.listed(), String.join(" ",
           Stream.of(words).skip(1).flatMap(this::endpoints).sorted().toList()));
@@ -154,6 +238,7 @@ final class ScenarioTest {
       case "heard" -> equal(heard(words[1]), spell(words[2]));
       case "tone" -> tone(words[1], Integer.parseInt(words[2]));
       case "captured" -> captured(words[1], rest.substring(words[1].length()).strip().split("\\|"));
+      case "lacks" -> that(!content(words[1]).contains(rest.substring(words[1].length()).strip()), line);
       case "packets" -> packets(words[1], Integer.parseInt(words[2]), Integer.parseInt(words[3]));
       case "crc" -> equal(crc(sniffer.samples(words[1])), words[2]);
       case "stereo" -> stereo(Integer.parseInt(words[1]), words[2], words[3]);
@@ -287,8 +372,12 @@ final class ScenarioTest {
     sniffer.pass(1100);
   }
 
+  private String content(String nameEnd) throws Exception {
+    return Files.readString(sniffer.files(nameEnd).get(0), StandardCharsets.ISO_8859_1);
+  }
+
   private void captured(String nameEnd, String[] texts) throws Exception {
-    String content = Files.readString(sniffer.files(nameEnd).get(0), StandardCharsets.ISO_8859_1);
+    String content = content(nameEnd);
     int at = 0;
     for (String text : texts) {
       at = content.indexOf(text, at) + 1;

@@ -1,4 +1,4 @@
-#include "dissection/CommandReader.h"
+#include "forwarding/CommandReader.h"
 
 #include "base/Logger.h"
 

@@ -1,0 +1,69 @@
+#pragma once
+
+#include <arpa/inet.h>
+#include <endian.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <string>
+
+namespace voip {
+
+/// An IPv4 or IPv6 address. An IPv4 address is kept as an IPv4-mapped one (RFC 4291 2.5.5.2), which is no address of a
+/// packet. It is two numbers in host order, so that an IPv4 address takes no more than a constant and its 32 bits. Any
+/// thread.
+class IpAddress {
+ public:
+  static constexpr std::size_t kSize = 16;  ///< octets on the wire
+
+  /// 0.0.0.0
+  constexpr IpAddress() = default;
+
+  /// An IPv4 address in host order.
+  constexpr IpAddress(std::uint32_t ipv4) : low_(kMapped | ipv4) {}
+
+  /// Reads kSize octets of an IPv6 address, in network order.
+  static IpAddress read(const std::uint8_t* octets) {
+    IpAddress address;
+    std::memcpy(&address.high_, octets, 8);
+    std::memcpy(&address.low_, octets + 8, 8);
+    address.high_ = be64toh(address.high_);
+    address.low_ = be64toh(address.low_);
+    return address;
+  }
+
+  /// Writes kSize octets, in network order.
+  void write(std::uint8_t* octets) const {
+    const std::uint64_t numbers[] = {htobe64(high_), htobe64(low_)};
+    std::memcpy(octets, numbers, kSize);
+  }
+
+  constexpr bool isIpv4() const { return high_ == 0 && low_ >> 32 == kMapped >> 32; }
+
+  /// Returns an IPv4 address in host order. Of an IPv6 address, returns its last 32 bits.
+  constexpr std::uint32_t ipv4() const { return static_cast<std::uint32_t>(low_); }
+
+  constexpr bool operator==(const IpAddress&) const = default;
+
+  /// Returns "10.1.2.3", or "2001:db8::1" (RFC 5952).
+  std::string text() const {
+    std::uint8_t octets[kSize];
+    write(octets);
+    char text[INET6_ADDRSTRLEN];
+    if (isIpv4()) return inet_ntop(AF_INET, octets + 12, text, sizeof text);
+    return inet_ntop(AF_INET6, octets, text, sizeof text);
+  }
+
+  /// Returns "10.1.2.3:5060" or "[2001:db8::1]:5060".
+  std::string textWithPort(std::uint16_t port) const {
+    return (isIpv4() ? text() : "[" + text() + "]") + ":" + std::to_string(port);
+  }
+
+ private:
+  static constexpr std::uint64_t kMapped = 0xFFFF'0000'0000;
+
+  std::uint64_t high_ = 0, low_ = kMapped;
+};
+
+}  // namespace voip

@@ -1,0 +1,145 @@
+#include "forwarding/RecorderLane.h"
+
+#include <cstdio>
+#include <string>
+
+#include "base/DottedDecimal.h"
+#include "base/Logger.h"
+#include "forwarding/MediaHeader.h"
+
+namespace voip {
+
+namespace {
+
+// The wait for frames is limited: kept frames expire, and missed signalling is tried again.
+constexpr std::chrono::milliseconds kIdleWait(100);
+constexpr std::chrono::milliseconds kRoomWait(2);  // while kept media waits for space in the connection
+constexpr std::chrono::milliseconds kNoWait(0);
+
+std::string hexAndDecimal(const char* heading, const RtpAddr& destination) {
+  char hexIp[16];
+  char hexPort[16];
+  std::snprintf(hexIp, sizeof hexIp, "%x", destination.rtpIp);
+  std::snprintf(hexPort, sizeof hexPort, "%x", destination.rtpPort);
+  return std::string(heading) + hexIp + "=" + dottedDecimal(destination.rtpIp) + ", port=0x" + hexPort + "=" +
+         std::to_string(destination.rtpPort) + ")";
+}
+
+}  // namespace
+
+RecorderLane::RecorderLane(RtpDestinations& all, unsigned recorder, Statistics& statistics)
+    : statistics_(statistics), destinations_(all, recorder) {}
+
+void RecorderLane::configure(const Settings& settings, WaitingFrames& waiting) {
+  waiting_ = &waiting;
+  lookBack_.reset();
+  if (settings.lookBack > 0) {
+    lookBack_ = std::make_unique<LookBack>(Instant(settings.lookBack),
+                                           static_cast<std::size_t>(settings.lookBackMemory) << 20, statistics_);
+  }
+  forwarder_.configure(settings.captureTime, lookBack_.get(), waiting);
+  catchUp_.configure(lookBack_.get());
+}
+
+// ---- frames ----
+
+void RecorderLane::take(const KeptFrame& kept) {
+  const FrameHeader header = FrameHeader::of(kept.frame.data());
+  if (header.protocol != FrameProtocol::Rtp || destinations_.contains({header.dstIp, header.dstPort})) {
+    forward(header.protocol, kept);
+    return;
+  }
+  const auto payload = kept.frame.subspan(FrameHeader::kLength);
+  if (lookBack_ != nullptr && looksLikeMedia(payload.data(), static_cast<int>(payload.size()))) {
+    keepMedia(kept);
+  } else {
+    statistics_.udpDropped.add();
+  }
+}
+
+void RecorderLane::logNotSent() {
+  statistics_.notSent.add();
+  logger().warn("PAYLOAD NOT SENT");
+}
+
+std::chrono::milliseconds RecorderLane::prepareWait() {
+  forwarder_.flush();
+  if (lookBack_ != nullptr && links_.keepConnected() != LinkEvent::kNone) destinations_.clear();
+  catchUp_.takeRequests();
+  forwarder_.sendMissed(
+      [this](FrameProtocol protocol) -> BaseConnection& { return *links_.forFrame(protocol, protocol); });
+  const bool hasMore = catchUp_.step();
+  return hasMore ? kNoWait : catchUp_.isActive() ? kRoomWait : kIdleWait;
+}
+
+void RecorderLane::finishWait(bool hasFrames, bool hasHost) {
+  if (BaseConnection* media = links_.getMedia()) media->watchHost();
+  if (lookBack_ == nullptr || hasFrames) return;
+  lookBack_->media.expire();
+  if (hasHost) checkHostCommands();  // the host may ask for kept media while no packet arrives
+}
+
+void RecorderLane::checkHostCommands() {
+  if (!links_.getMedia()->mayHaveRequest()) return;
+  // A reply is sent after the frames of the packets before it.
+  forwarder_.flush();
+  checkCommands();
+}
+
+// ---- commands ----
+
+void RecorderLane::carryOut(const SnifferRequest& request) {
+  switch (request.request) {
+    case SnifferRequest::kAddDestination:
+      addDestination({request.rtpAddr, request.rtpPort});
+      break;
+    case SnifferRequest::kRemoveDestination:
+      removeDestination({request.rtpAddr, request.rtpPort});
+      break;
+    case SnifferRequest::kHeartbeat:
+      replyHeartbeat(lastClass_());
+      break;
+  }
+}
+
+void RecorderLane::addDestination(RtpAddr destination) {
+  const bool isAdded = lookBack_ != nullptr ? recalls_.add(destination, destinations_) : destinations_.add(destination);
+  if (lookBack_ != nullptr) waiting_->wake();
+  if (!isAdded) {
+    if (!isListFull_.exchange(true)) {
+      logger().warn("The recorder has asked for more than " + std::to_string(RtpDestinations::kMaxOfEach) +
+                    " destinations: further ones are ignored");
+    }
+  } else if (logger().isDebugEnabled()) {
+    logger().debug(hexAndDecimal("Added to list rtp (ip=0x", destination));
+  }
+}
+
+void RecorderLane::removeDestination(RtpAddr destination) {
+  destinations_.remove(destination);
+  if (logger().isDebugEnabled()) logger().debug(hexAndDecimal("Removed from list rtp (ip=0x", destination));
+}
+
+void RecorderLane::replyHeartbeat(FrameProtocol packetClass) {
+  // The reply has its own frame, because the lane's thread may be using another one.
+  std::uint8_t frame[FrameHeader::kLength];
+  FrameHeader{FrameHeader::kLength, FrameProtocol::Heartbeat}.write(frame);
+  send(packetClass, frame);
+  logger().debug("Heartbeat sent");
+}
+
+void RecorderLane::send(FrameProtocol packetClass, std::span<std::uint8_t> frame) {
+  const FrameProtocol protocol = FrameHeader::protocolOf(frame.data());
+  BaseConnection* connection = links_.forFrame(packetClass, protocol);
+  if (connection == nullptr) {
+    logNotSent();
+  } else if (protocol == FrameProtocol::Heartbeat) {
+    // A reply is no captured frame: it is neither counted nor kept.
+    forwarder_.sendReply(*connection, connection == links_.getMedia(), frame);
+  } else {
+    forwarder_.add(*connection, {{}, frame});
+    forwarder_.flush();
+  }
+}
+
+}  // namespace voip

@@ -1,0 +1,34 @@
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+namespace voip {
+
+/// The address of a recorder over TCP.
+struct RecorderAddress {
+  std::string host;  ///< IPv4 address in dotted-decimal form
+  int port = 0;      ///< in host order
+
+  /// Returns "HOST:PORT".
+  std::string text() const { return host + ":" + std::to_string(port); }
+  bool operator==(const RecorderAddress&) const = default;
+};
+
+/// The content of the setting MoreRecorders: addresses of the form "10.0.0.12:6000", separated by semicolons.
+struct MoreRecorders {
+  static constexpr std::size_t kMost = 31;
+
+  std::vector<RecorderAddress> addresses;  ///< those that can be used, each once
+  std::vector<std::string> repeated;       ///< a warning for each address that occurs again
+  std::vector<std::string> wrong;          ///< a warning for each text that is no address, and for those over kMost
+};
+
+/// Reads the value of the setting.
+MoreRecorders readMoreRecorders(const std::string& value);
+
+/// Returns the warnings about addresses in `value` that occur again, or are that of the first recorder.
+std::vector<std::string> findRepeatedRecorders(const std::string& value, const RecorderAddress& first);
+
+}  // namespace voip

@@ -1,0 +1,50 @@
+#pragma once
+
+#include <bitset>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace voip {
+
+/// A tunnel over UDP.
+enum class Tunnel : std::uint8_t { kNone, kVxlan, kGeneve, kGtp, kL2tp, kTzsp };
+
+/// The UDP ports of tunnels. Any thread.
+class TunnelPorts {
+ public:
+  static constexpr std::size_t kMostOfSite = 16;
+
+  /// The ports that are assigned to the tunnels.
+  TunnelPorts();
+
+  /// The assigned ports and those of a text such as "vxlan:8472,geneve:6082". Ignores entries that are not understood;
+  /// appends a warning for each to `warnings`, if there is one.
+  explicit TunnelPorts(const std::string& site, std::vector<std::string>* warnings = nullptr);
+
+  /// Returns the tunnel that a datagram between these ports may be: by its destination, or by its source if each side
+  /// of the tunnel may choose the port that it sends to.
+  Tunnel between(std::uint16_t source, std::uint16_t destination) const {
+    if (!lowOctets_[source & 0xFF] && !lowOctets_[destination & 0xFF]) return Tunnel::kNone;  // most datagrams
+    return find(source, destination);
+  }
+
+  /// Returns all ports.
+  std::vector<std::uint16_t> all() const;
+
+ private:
+  struct Entry {
+    Tunnel tunnel;
+    std::uint16_t port;
+  };
+
+  Tunnel at(std::uint16_t port) const;
+  Tunnel find(std::uint16_t source, std::uint16_t destination) const;
+  void add(Tunnel tunnel, std::uint16_t port);
+  std::string addOfSite(const std::string& entry);
+
+  std::vector<Entry> entries_;
+  std::bitset<256> lowOctets_;  ///< of the ports
+};
+
+}  // namespace voip
