@@ -15,6 +15,9 @@ final class RtpStream {
   /** The number of packets that are held back while an earlier one is missing. */
   private static final int REORDER_DEPTH = 16;
 
+  /** The number of packets that are waited for at the start, because a later one can come first. */
+  private static final int START = 4;
+
   // RFC 3550, A.1: a larger jump is accepted when the next packet continues from it.
   private static final int MAX_DROPOUT = 3000;
   private static final int MAX_MISORDER = 100;
@@ -27,8 +30,6 @@ final class RtpStream {
   private static final long MAX_CLOCK_MILLIS = 1000;
 
   private final TreeMap<Long, RtpPacket> early = new TreeMap<>();
-  /** The number of packets that are waited for at the start, because a later one can come first. */
-  private static final int START = 4;
   /** Sequence numbers and timestamps of the last packets. */
   private final long[] seen = new long[REMEMBERED];
   /** The size of {@code early}: a packet in order need not touch it. */

@@ -43,7 +43,7 @@ final class Voice {
   /** The name of the source for the track. It stays when the source moves to another address. */
   private long identity;
   private long last;
-  /** The time of the last packet of any source, in milliseconds since 1970; 0 when there was none. */
+  /** The time of the last recorded packet, in milliseconds since 1970; 0 when there was none. */
   private long heard;
   /** The number of packets at the same destination that were ignored for a source that the signalling knows better. */
   private long foreign;
@@ -88,9 +88,9 @@ final class Voice {
    */
   boolean media(FrameCursor frame, RtpPacket packet, Call.Use use, long time) {
     changed = true;
-    heard = time + skew;
     Sdp.Media media = use.media();
     if (media.kind() == Sdp.Kind.FAX) {
+      heard = Math.max(heard, time + skew);
       track.keep(frame.frame(), "T.38", time + skew);
       return true;
     }
@@ -104,6 +104,7 @@ final class Voice {
     long from = frame.source();
     long to = frame.destination();
     if (!codec.isPlayed() || accepts(use, from, to, packet.ssrc(), time)) {
+      heard = Math.max(heard, time + skew);
       packet.describe(codec, time + skew);
       track.accept(packet, identity(from, to, packet.ssrc()));
     }
@@ -152,7 +153,7 @@ final class Voice {
     return leg == null || isVoice ? identity : from;
   }
 
-  /** Returns the time of the last packet in milliseconds since 1970; 0 when there was none. */
+  /** Returns the time of the last recorded packet in milliseconds since 1970; 0 when there was none. */
   long heard() {
     return heard;
   }

@@ -19,7 +19,8 @@ public record Address(long high, long low) implements Comparable<Address> {
   /** The octets of an IPv6 address in a text, which need not be valid. */
   public static final String COLONS = "[0-9A-Fa-f:.]{2,45}";
 
-  private static final Pattern IPV6 = Pattern.compile("(?=[^:]*:[^:]*:)" + COLONS);
+  /** Other texts are not passed to the Java library, which would look up a name. */
+  private static final Pattern IPV6 = Pattern.compile("(?=[0-9A-Fa-f]*:[^:]*:)" + COLONS);
   private static final long MAPPED = 0xffff_0000_0000L;
   private static final int GROUPS = 8;
 
@@ -82,8 +83,8 @@ public record Address(long high, long low) implements Comparable<Address> {
   }
 
   /**
-   * Returns the network of a sender, by which the calls of a flood are counted: an IPv4 address, or the first half of an
-   * IPv6 address. One host can use all addresses with the same first half.
+   * Returns the network of a sender, by which the calls of a flood are counted: an IPv4 address, or the first half of
+   * an IPv6 address. One host can use all addresses with the same first half.
    */
   public Address network() {
     return isIpv4() ? this : new Address(high, 0);
