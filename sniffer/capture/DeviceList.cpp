@@ -42,9 +42,9 @@ bool DeviceList::open(int i, const Device::Mode& mode) {
   return false;
 }
 
-int DeviceList::openAll(const Device::Mode& mode, const std::string& filter, int threads) {
+int DeviceList::openAll(const Device::Mode& mode, const std::string& filter, int threads, const TunnelPorts& tunnels) {
   sockets_ = size_;
-  for (int i = 0; i < size_; ++i) addSockets(i, threads);
+  for (int i = 0; i < size_; ++i) addSockets(i, threads, tunnels);
   for (int i = 0; i < size_; ++i) {
     Entry& entry = entries_[i];
     Device::Mode own = mode;
@@ -63,7 +63,7 @@ int DeviceList::openAll(const Device::Mode& mode, const std::string& filter, int
 
 // ---- further sockets ----
 
-void DeviceList::addSockets(int i, int threads) {
+void DeviceList::addSockets(int i, int threads, const TunnelPorts& tunnels) {
   entries_[i].group.reset();
   if (threads <= 1) return;
   const std::string name = getName(i);
@@ -71,7 +71,7 @@ void DeviceList::addSockets(int i, int threads) {
     logger().info("Device " + name + " is a file, which one thread replays");
     return;
   }
-  entries_[i].group = std::make_shared<FanoutGroup>();
+  entries_[i].group = std::make_shared<FanoutGroup>(tunnels);
   for (int more = 1; more < threads; ++more) {
     Entry& entry = entries_[sockets_++];
     entry.name = name;

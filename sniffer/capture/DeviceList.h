@@ -41,8 +41,9 @@ class DeviceList {
   bool open(int i, const Device::Mode& mode);
 
   /// Opens all devices, each with so many capture threads, and installs the filter on those that could be opened.
-  /// Returns 0, or the result of the first filter that failed; the later devices are not opened then.
-  int openAll(const Device::Mode& mode, const std::string& filter, int threads = 1);
+  /// Returns 0, or the result of the first filter that failed; the later devices are not opened then. The threads do
+  /// not share the frames of `tunnels`.
+  int openAll(const Device::Mode& mode, const std::string& filter, int threads = 1, const TunnelPorts& tunnels = {});
 
   /// Closes all devices.
   void close();
@@ -80,7 +81,7 @@ class DeviceList {
   };
 
   bool add(const std::string& name);
-  void addSockets(int i, int threads);
+  void addSockets(int i, int threads, const TunnelPorts& tunnels);
   void openSockets(int i, Device::Mode mode);
   void setSocketFilters(int i, const std::string& filter);
   template <typename Use>

@@ -3,8 +3,10 @@
 #include <pcap/pcap.h>
 
 #include <string>
+#include <utility>
 
 #include "base/Mutex.h"
+#include "settings/TunnelPorts.h"
 
 namespace voip {
 
@@ -23,7 +25,7 @@ class FanoutGroup {
     kFailed,  ///< the handle gets nothing
   };
 
-  FanoutGroup() = default;
+  explicit FanoutGroup(TunnelPorts tunnels) : tunnels_(std::move(tunnels)) {}
   FanoutGroup(const FanoutGroup&) = delete;
   FanoutGroup& operator=(const FanoutGroup&) = delete;
 
@@ -44,6 +46,7 @@ class FanoutGroup {
  private:
   Result makeGroup(int sd, std::string& reason) REQUIRES(mutex_);
 
+  const TunnelPorts tunnels_;
   Mutex mutex_;
   int id_ GUARDED_BY(mutex_) = 0;       ///< the kernel's number of the group
   int members_ GUARDED_BY(mutex_) = 0;  ///< they keep the group in being

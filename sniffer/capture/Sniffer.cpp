@@ -149,7 +149,8 @@ std::vector<std::string> Sniffer::findRepeatedRecorders() const {
 
 int Sniffer::openDevices() {
   // A limit of frames is one for the device, so one thread counts them.
-  return devices_.openAll(deviceMode(), filter_, count_ > 0 ? 1 : settings_.captureThreads);
+  return devices_.openAll(deviceMode(), filter_, count_ > 0 ? 1 : settings_.captureThreads,
+                          TunnelPorts(settings_.tunnelPorts));
 }
 
 Device::Mode Sniffer::deviceMode() const {

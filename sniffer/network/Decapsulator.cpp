@@ -192,12 +192,26 @@ class Walk {
   }
 
   std::uint16_t transport(unsigned protocol) {
-    if (protocol != kIpInIp && protocol != kIpv6InIp && protocol != kGre && protocol != IPPROTO_UDP) return kNothing;
-    const std::uint16_t inside = protocol == IPPROTO_UDP ? udp() : protocol == kGre ? gre() : kEtherIpv4;
-    if (inside == kNothing || !oneMore()) return kNothing;
+    switch (protocol) {
+      case IPPROTO_UDP:
+        return enter(udp());
+      case kGre:
+        return enter(gre());
+      case kIpInIp:
+        return enter(kEtherIpv4);
+      case kIpv6InIp:
+        return enter(kEtherIpv6);
+      default:
+        return kNothing;
+    }
+  }
+
+  /// Counts a tunnel over IP, unless its payload has no known type. Returns the type.
+  std::uint16_t enter(std::uint16_t payload) {
+    if (payload == kNothing || !oneMore()) return kNothing;
     packet_.isTunnelled = true;
     if (found_) found_->isTunnelled = true;
-    return protocol == kIpv6InIp ? kEtherIpv6 : inside;
+    return payload;
   }
 
   std::uint16_t udp() {

@@ -146,10 +146,18 @@ FragmentReassembler::Entry& FragmentReassembler::entryFor(const Key& key, std::i
     drop(*partials_.oldest());
   }
   Entry& entry = partials_.insert(key, hashed);
-  entry.partial = std::make_unique<Partial>();
+  entry.partial = newPartial();
   entry.partial->since = now;
   memory_ += sizeof(Partial);
   return entry;
+}
+
+std::unique_ptr<FragmentReassembler::Partial> FragmentReassembler::newPartial() {
+  if (spare_.empty()) return std::make_unique<Partial>();
+  std::unique_ptr<Partial> partial = std::move(spare_.back());
+  spare_.pop_back();
+  *partial = {};
+  return partial;
 }
 
 /// Returns false when the fragment contradicts others of its datagram.
@@ -202,7 +210,7 @@ bool FragmentReassembler::mergeBlock(Partial& partial, std::size_t at, Octets bl
 void FragmentReassembler::spoil(Partial& partial) {
   partial.isSpoilt = true;
   memory_ -= partial.bytes.size();
-  partial.bytes = {};
+  partial.bytes = std::vector<std::uint8_t>();  // {} would keep the memory
 }
 
 FragmentReassembler::Datagram FragmentReassembler::finish(Partial& partial) {
@@ -243,6 +251,8 @@ void FragmentReassembler::expire(std::int64_t now) {
 
 void FragmentReassembler::drop(Entry& entry) {
   memory_ -= sizeof(Partial) + entry.partial->bytes.size();
+  entry.partial->bytes = std::vector<std::uint8_t>();
+  spare_.push_back(std::move(entry.partial));
   partials_.erase(entry);
 }
 

@@ -29,7 +29,9 @@ namespace voip {
 class FragmentReassembler {
  public:
   FragmentReassembler(NetworkCounters& counters, const NetworkLimits& limits)
-      : counters_(counters), limits_(limits), partials_(limits.datagrams) {}
+      : counters_(counters), limits_(limits), partials_(limits.datagrams) {
+    spare_.reserve(limits.datagrams);
+  }
 
   /// A whole datagram. `packet` is in `memory` and begins with its IP header, which is that of an unfragmented packet:
   /// an IPv6 packet comes without the extension headers that each fragment had. kFrameSlack zeroed bytes follow it.
@@ -89,6 +91,7 @@ class FragmentReassembler {
 
   std::optional<Datagram> add(const Fragment& fragment, std::int64_t now);
   std::uint64_t hashOf(const Key& key) const;
+  std::unique_ptr<Partial> newPartial();
   Entry& entryFor(const Key& key, std::int64_t now);
   bool merge(Partial& partial, const Fragment& fragment);
   bool mergeBlock(Partial& partial, std::size_t at, Octets block);
@@ -102,6 +105,9 @@ class FragmentReassembler {
   const NetworkLimits limits_;
   SeededHash hash_;
   LruTable<Key, Entry> partials_;  ///< entries are never touched, so they are in the order of their first fragments
+  /// Reused, never freed: blocks of memory that stay between those of the payloads. Otherwise the allocator would join
+  /// the payloads of thousands of dropped datagrams and return them to the system at once, during a single frame.
+  std::vector<std::unique_ptr<Partial>> spare_;
   std::size_t memory_ = 0;
 };
 

@@ -40,6 +40,7 @@ void MessageStream::start(bool isFromStart) {
 }
 
 void MessageStream::take(Octets octets, const Context& context) {
+  if (isUnsure_ && isMessageAt(octets)) decideAgain();
   const std::size_t skipped = std::min<std::size_t>(skip_, octets.size());
   skip_ -= static_cast<std::uint32_t>(skipped);
   octets = octets.subspan(skipped);
@@ -106,6 +107,7 @@ Cut MessageStream::cut(Octets octets, std::size_t known, bool isFront, const Con
     loseStep();
   } else if (piece.kind == Cut::kMessage) {
     if (failures_ > 0) --failures_;
+    isUnsure_ = false;
     const Octets message = octets.first(static_cast<std::size_t>(piece.length));
     if (kind_ == Kind::kWebSocket) {
       takeFrame(message, frame, context);
@@ -159,6 +161,12 @@ bool MessageStream::mayBeginWith(Octets octets) {
   return !octets.empty() && kindOf(octets, false) != Kind::kForeign;
 }
 
+/// True when a whole start of a message, with or without blank lines before it, is at the front of the octets.
+bool MessageStream::isMessageAt(Octets octets) {
+  const Kind kind = kindOf(octets.subspan(countLineEnds(octets)), false);
+  return kind == Kind::kTpkt || kind == Kind::kSip || kind == Kind::kWebSocket;
+}
+
 /// Returns nothing when the kind of the stream is decided.
 std::optional<Cut> MessageStream::decide(Octets octets, std::size_t known) {
   if (const std::size_t blank = countLineEnds(octets); blank > 0) return Cut{Cut::kSkip, blank};
@@ -181,6 +189,7 @@ void MessageStream::lose(std::uint64_t count) {
   kept_.reset();
   wanted_ = skip_ = 0;
   isAssembling_ = false;
+  isUnsure_ = true;
   if (kind_ == Kind::kUndecided || kind_ == Kind::kHandshake) {
     kind_ = Kind::kUndecided;
     isFromStart_ = false;
@@ -189,6 +198,14 @@ void MessageStream::lose(std::uint64_t count) {
   } else {
     isInStep_ = false;
   }
+}
+
+/// Forgets what the octets before a loss have shown. The failures remain: otherwise another protocol whose octets are
+/// often lost would pass for TPKTs for ever.
+void MessageStream::decideAgain() {
+  const std::uint8_t failures = failures_;
+  start(false);
+  failures_ = failures;
 }
 
 void MessageStream::loseStep() {

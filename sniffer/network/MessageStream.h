@@ -19,6 +19,8 @@ namespace voip {
 /// After a loss the known length of the damaged message gives the start of the next one. When the loss goes beyond the
 /// damaged message, the stream is out of step until a message is recognised: a TPKT at the start of a segment or
 /// followed by another one, a start line with a header field after it, a WebSocket frame that begins with a start line.
+/// The sender of the octets before a loss may be another one than that of the octets after it. So a segment that begins
+/// with a message decides again what the stream is, until a message ends where the next one should begin.
 class MessageStream {
  public:
   enum class Kind : std::uint8_t { kUndecided, kForeign, kTpkt, kSip, kHandshake, kWebSocket };
@@ -58,6 +60,7 @@ class MessageStream {
   };
 
   static Kind kindOf(Octets octets, bool isFromStart);
+  static bool isMessageAt(Octets octets);
 
   void takeAfterPartial(Octets octets, const Context& context);
   std::size_t takeMessages(Octets octets, std::size_t known, const Context& context);
@@ -66,6 +69,7 @@ class MessageStream {
   std::optional<Cut> findStep(Octets octets, std::size_t known, bool isFront);
   Found find(Octets octets, bool isFront) const;
   Cut cutInStep(Octets octets, std::size_t known, WebSocketFrame& frame);
+  void decideAgain();
   void loseStep();
   void passOn(Octets message, const Context& context);
   void takeFrame(Octets octets, const WebSocketFrame& frame, const Context& context);
@@ -81,6 +85,7 @@ class MessageStream {
   std::uint8_t failures_ = 0;  ///< grows when no message begins where one should, and falls with each message
   bool isFromStart_ = false;
   bool isInStep_ = false;      ///< a message begins with the next octet that is not skipped
+  bool isUnsure_ = false;      ///< no message has been found since a loss
   bool isAssembling_ = false;  ///< a WebSocket message has begun
 };
 

@@ -47,11 +47,18 @@ void NetworkStack::takePlainFrame(std::span<std::uint8_t> frame) {
 void NetworkStack::takeFrame(std::span<std::uint8_t> frame, int linkType, std::int64_t captured, std::int64_t now) {
   if (isPlain_ && linkType == DLT_EN10MB && !(options_.ipv6 && isPlainIpv6(ethernetHeader(frame), frame))) {
     takePlainFrame(frame);
-    return;
+  } else {
+    takeByStages(frame, linkType, captured, now);
   }
+}
+
+// Not inlined: a plain frame would save the registers that only the stages need.
+void NetworkStack::takeByStages(std::span<std::uint8_t> frame, int linkType, std::int64_t captured, std::int64_t now) {
   const LinkHeader link = readLinkHeader(linkType, frame);
   InnerPacket packet;
-  if (options_.decapsulate) packet = decapsulator_.unwrap(frame, link).value_or(packet);
+  if (options_.decapsulate) {
+    if (const auto inner = decapsulator_.unwrap(frame, link)) packet = *inner;
+  }
   if (packet.layers == 0) {
     packet.offset = plainNetworkOffset(link);
     packet.length = frame.size() - std::min(frame.size(), packet.offset);  // padding included

@@ -51,6 +51,8 @@ class NetworkStack {
     std::int64_t captured, now;
   };
 
+  [[gnu::noinline]] void takeByStages(std::span<std::uint8_t> frame, int linkType, std::int64_t captured,
+                                      std::int64_t now);
   void takePacket(const Bytes& from, const InnerPacket& packet, const Times& times);
   void takeIpv6Packet(const Bytes& from, const InnerPacket& packet, const Times& times);
   template <class Header>

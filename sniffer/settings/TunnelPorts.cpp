@@ -84,7 +84,7 @@ Tunnel TunnelPorts::find(std::uint16_t source, std::uint16_t destination) const 
 
 void TunnelPorts::add(Tunnel tunnel, std::uint16_t port) {
   entries_.push_back({tunnel, port});
-  lowOctets_.set(port & 0xFF);
+  lowOctets_[port & 0xFF] = true;
 }
 
 std::vector<std::uint16_t> TunnelPorts::all() const {

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <bitset>
+#include <array>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -44,7 +44,7 @@ class TunnelPorts {
   std::string addOfSite(const std::string& entry);
 
   std::vector<Entry> entries_;
-  std::bitset<256> lowOctets_;  ///< of the ports
+  std::array<bool, 256> lowOctets_ = {};  ///< true for those of the ports
 };
 
 }  // namespace voip

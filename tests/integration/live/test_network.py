@@ -14,6 +14,7 @@ from calls import Call, expected_media, media_of
 from harness import H323, RTP, SIP, Namespace, Recorder
 
 ALL = ["Decapsulate", "ReassembleFragments", "ReassembleTcp", "DropDuplicates", "SipAnyUri", "IPv6"]
+SITE_PORT = 8472
 SIP_CALL, H323_CALL = "sip-g711a-call", "h323-h245-separate"
 MACS, IPV4, IPV6 = b"\2" * 6 + b"\4" * 6, 0x0800, 0x86DD
 
@@ -42,12 +43,13 @@ def ipv6(payload, next_header):
     return struct.pack("!IHBB", 6 << 28, len(payload), next_header, 64) + addresses + payload
 
 
-def udp(payload, port):
-    return u16(49152, port, 8 + len(payload), 0) + payload
+def udp(payload, port, source=49152):
+    return u16(source, port, 8 + len(payload), 0) + payload
 
 
-def vxlan(ip):
-    return udp(b"\x08\0\0\0\0\0\x2a\0" + ethernet(ip), 4789)
+def vxlan(ip, port=4789):
+    # The source port depends on the stream (RFC 7348).
+    return udp(b"\x08\0\0\0\0\0\x2a\0" + ethernet(ip), port, 49152 + sum(ip[12:24]))
 
 
 def geneve(ip):
@@ -140,6 +142,7 @@ WRAPPED = {  # name: (libpcap's link type, wrapping of an IPv4 packet)
         over(lambda ip: gre(0x1000, 0x22EB, b"\0\0\0\1" + ERSPAN_III + u16(1) + b"\x18" + b"\0" * 7, ethernet(ip)), 47),
     ),
     "VXLAN": (1, over(vxlan, 17)),
+    "VXLAN on the site's port": (1, over(lambda ip: vxlan(ip, SITE_PORT), 17)),
     "VXLAN over IPv6": (1, over6(vxlan, 17)),
     "GENEVE with options": (1, over(geneve, 17)),
     "GENEVE over IPv6": (1, over6(geneve, 17)),
@@ -298,7 +301,7 @@ class Variants(harness.TestCase):
         os.mkfifo(path)
         server = {"ServerName": "127.0.0.1", "ServerPort": recorder.port}
         program = self.start(
-            settings={"Device": f"file:{path}", "LogLevel": "INFO"}
+            settings={"Device": f"file:{path}", "LogLevel": "INFO", "TunnelPorts": f"vxlan:{SITE_PORT}"}
             | server
             | dict.fromkeys(settings, "yes"),
             environment={"SNIFFER_REPLAY_PACE": "full"},
@@ -366,7 +369,7 @@ FILTERS = [  # variant, filter, settings, device: each variant needs exactly the
 ]
 SHARED = [  # variants whose frames several capture threads share
     *("plain", "802.1Q", "fragments", "fragments in VXLAN", "both sides of a router", "a port and an ERSPAN mirror"),
-    "TCP, backwards and again",
+    *("TCP, backwards and again", "VXLAN on the site's port"),
 ]
 TUNNELS = {  # kernel devices that encapsulate frames
     "vxlan": "id 42 dstport 4789 local 10.9.9.1 remote 10.9.9.2",
@@ -422,9 +425,8 @@ class Live(harness.TestCase):
         carried = {name: frames for name, _, frames in self.calls.variants() if name in SHARED}
         for (name, frames), threads in itertools.product(carried.items(), (1, 2, 4)):
             with self.subTest(name, threads=threads):
-                program, recorder = self.sniff(
-                    "not arp", " ".join(ALL), protocol="TCP", CaptureThreads=threads, SendTimeout=5000
-                )
+                options = {"CaptureThreads": threads, "TunnelPorts": f"vxlan:{SITE_PORT}"}
+                program, recorder = self.sniff("not arp", " ".join(ALL), protocol="TCP", SendTimeout=5000, **options)
                 openers = 0
                 while not recorder.frames and openers < 100:
                     self.play([ethernet(numbered(OPENER))])
@@ -447,6 +449,8 @@ class Live(harness.TestCase):
                     # Each frame is captured once, and not all by the same thread.
                     self.assertEqual(sum(map(int, received)), openers + len(frames) + 1)
                     self.assertLess(received.count("0"), max(threads - 1, 1), received)
+                elif name.startswith("VXLAN"):
+                    self.assertEqual(received.count("0"), threads - 1, received)
 
     def test_tunnels_of_the_kernel(self):
         """Skips the tunnels for which this kernel has no module."""

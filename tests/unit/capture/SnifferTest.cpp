@@ -176,7 +176,7 @@ TEST_F(Engine, ReplaysFilesAtTheirPace) {
 TEST_F(Engine, CapturesWithOneThreadWhereNoMoreArePossible) {
   // libpcap also has devices without a packet socket. Such a device looks like this file to the group.
   const std::string path = captureFile("no-socket.pcap", 1, std::chrono::microseconds(0));
-  FanoutGroup group;
+  FanoutGroup group{TunnelPorts()};
   Device device;
   std::string reason;
   ASSERT_TRUE(device.open("file:" + path, {}));

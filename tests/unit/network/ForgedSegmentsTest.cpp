@@ -137,6 +137,11 @@ const Attack kAttacks[] = {
        call.talk(4);
        pair(call, 0, kFar);
      }},
+    {"RST, and a message before the expected octet of which 16 MB are missing",
+     [](Conversation& call) {
+       call.forge(0, call.next(0), "", Conversation::kReset);
+       call.forge(0, call.next(0) - 1'000'000, "INFO sip:a@b SIP/2.0\r\nl: 16000000\r\n\r\n");
+     }},
     {"RST and FIN",
      [](Conversation& call) {
        call.forge(0, call.next(0), "", Conversation::kReset);
