@@ -8,7 +8,9 @@
 #include <algorithm>
 #include <map>
 #include <memory>
+#include <optional>
 #include <set>
+#include <utility>
 
 #include "support/Frames.h"
 #include "support/Require.h"
@@ -23,21 +25,27 @@ constexpr std::size_t kNumber = 4;  // octets at the end of each frame
 /// A recorder that checks the frames it receives, and fails as the input selects.
 class CheckingConnection final : public BaseConnection {
  public:
-  bool receiveRequest(SnifferRequest&) override { return false; }
+  bool receiveRequest(SnifferRequest& request) override {
+    if (!command) return false;
+    request = *std::exchange(command, std::nullopt);
+    return true;
+  }
   void closeConnection() override {}
   std::size_t getRoom() override { return room; }
 
   int sendPacket(u_char* buffer, int length) override {
-    require(length >= FrameHeader::kLength && (buffer[0] << 8 | buffer[1]) == length);
+    const int header = (buffer[2] & 0x40) != 0 ? 39 : 15;
+    require(length >= header && (buffer[0] << 8 | buffer[1]) == length);
     const Bytes frame(buffer, buffer + length);
-    const Bytes ends(frame.begin() + 3, frame.begin() + FrameHeader::kLength);
+    const Bytes ends(frame.begin() + 3, frame.begin() + header);
     require(announced_.empty() || announced_ == ends);
     announced_.clear();
-    if (frame[2] == 5) {
-      require(length == FrameHeader::kLength + 8);
+    const int protocol = frame[2] & ~0x40;
+    if (protocol == 5) {
+      require(length == header + 8);
       announced_ = ends;
-    } else if (frame[2] == 1 || frame[2] == 2) {
-      checkNumber(frame, ends);
+    } else if (protocol == 1 || protocol == 2) {
+      checkNumber(frame, ends, protocol == 1);
     }
     return length;
   }
@@ -65,15 +73,16 @@ class CheckingConnection final : public BaseConnection {
   LinkEvent failure = LinkEvent::kLost;
   std::size_t waitAfter = 0;  ///< a wait follows when more frames than this were sent; 0: none
   std::size_t room = SIZE_MAX;
+  std::optional<SnifferRequest> command;  ///< the next one
 
  private:
-  void checkNumber(const Bytes& frame, const Bytes& ends) {
-    if (frame.size() < FrameHeader::kLength + kNumber) return;
+  void checkNumber(const Bytes& frame, const Bytes& ends, bool isSip) {
+    if (frame.size() < 3 + ends.size() + kNumber) return;
     const std::uint8_t* at = frame.data() + frame.size() - kNumber;
     const auto number = static_cast<std::uint32_t>(at[0] << 24 | at[1] << 16 | at[2] << 8 | at[3]);
     require(seen_.insert(number).second);
-    if (frame[2] == 1) return;  // signalling that waits for the next connection may be older
-    std::uint32_t& last = last_[Bytes(ends.begin(), ends.begin() + 6)];
+    if (isSip) return;  // signalling that waits for the next connection may be older
+    std::uint32_t& last = last_[Bytes(ends.begin(), ends.begin() + static_cast<std::ptrdiff_t>(ends.size() / 2))];
     require(number > last);
     last = number;
   }
@@ -94,6 +103,7 @@ class Road {
     settings.captureTime = (options & 1) != 0;
     settings.decapsulate = (options & 2) != 0;
     settings.sipAnyUri = (options & 4) != 0;
+    settings.ipv6 = isIpv6_ = (options & 8) != 0;
     dissector_.setSettings(settings);
     auto made = std::make_unique<CheckingConnection>();
     connection_ = made.get();
@@ -111,10 +121,10 @@ class Road {
         age_ = value * 1'000;
         break;
       case kAdd:
-        dissector_.addRtp(0x0A000002, static_cast<u_short>(5000 + value % 4));
+        command(1, value);
         break;
       case kRemove:
-        dissector_.removeRtp(0x0A000002, static_cast<u_short>(5000 + value % 4));
+        command(2, value);
         break;
       case kFail:
       case kUnreachable:
@@ -136,8 +146,26 @@ class Road {
   }
 
  private:
+  /// Adds (1) or removes (2) a destination; with IPv6, every second value one of either family.
+  void command(u_short code, std::uint8_t value) {
+    const auto port = static_cast<u_short>(5000 + value % 4);
+    const Bytes address = Frame{.ipv6 = true}.address(0x0A000002);
+    connection_->command = SnifferRequest(code, 0x0A000002, port);
+    if (isIpv6_ && (value & 4) != 0) {
+      connection_->command = SnifferRequest(static_cast<u_short>(code + 3), IpAddress::read(address.data()), port);
+    }
+    dissector_.checkCommand();
+  }
+
+  /// With IPv6, the payloads for every second port are carried over IPv6 instead.
   void capture(Bytes frame) {
     append(frame, ++number_, kNumber);
+    if (isIpv6_ && frame.size() > 42 && frame[12] == 0x08 && frame[23] == 17 && (frame[37] & 1) != 0) {
+      frame = Frame{.dstPort = static_cast<std::uint16_t>(frame[36] << 8 | frame[37]),
+                    .payload = Bytes(frame.begin() + 42, frame.end()),
+                    .ipv6 = true}
+                  .build();
+    }
     timeval now{};
     gettimeofday(&now, nullptr);
     const std::int64_t time = now.tv_sec * std::int64_t{1'000'000} + now.tv_usec - age_;
@@ -150,6 +178,7 @@ class Road {
   SngDissector dissector_;
   CheckingConnection* connection_ = nullptr;
   std::uint32_t number_ = 0;
+  bool isIpv6_ = false;
   std::int64_t age_ = 0;  ///< of the next frames, in microseconds
 };
 
