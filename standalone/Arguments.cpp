@@ -1,12 +1,12 @@
 #include "Arguments.h"
 
-#include <arpa/inet.h>
 #include <getopt.h>
 
 #include <algorithm>
 #include <cctype>
 #include <string_view>
 
+#include "base/HostText.h"
 #include "capture/EngineOptions.h"
 
 using namespace voip;
@@ -24,11 +24,6 @@ bool isPort(const std::string& text) {
   if (text.empty() || text.size() > 5 || !digits) return false;
   const int port = std::stoi(text);
   return port >= 1 && port <= 65535;
-}
-
-bool isIpv4Address(const std::string& text) {
-  in_addr address;
-  return inet_pton(AF_INET, text.c_str(), &address) == 1;
 }
 
 }  // namespace
@@ -102,7 +97,9 @@ std::string validate(const Arguments& arguments) {
     if (option == 'c' && value.size() > FileOptions::kMaxNameLength) {
       return "-c takes a name of at most " + std::to_string(FileOptions::kMaxNameLength) + " characters, not " + value;
     }
-    if (option == 'h' && !isIpv4Address(value)) return "-h takes an IPv4 address such as 192.168.3.22, not " + value;
+    if (option == 'h' && !voip::isHost(value)) {
+      return "-h takes an address such as 192.168.3.22 or 2001:db8::22, not " + value;
+    }
     if (option == 'p' && !isPort(value)) return "-p takes a port from 1 to 65535, not " + value;
   }
   if (fileOptions.empty() || lineOptions.empty()) return {};

@@ -1,6 +1,5 @@
 #include "Check.h"
 
-#include <arpa/inet.h>
 #include <strings.h>
 #include <unistd.h>
 
@@ -14,6 +13,7 @@
 
 #include "Diagnosis.h"
 #include "FilterCheck.h"
+#include "base/HostText.h"
 #include "settings/SettingsReader.h"
 
 using namespace voip;
@@ -77,10 +77,9 @@ void addFilterError(const Sniffer& engine, int status, ErrorList& errors) {
 
 void addRecorderErrors(const Sniffer& engine, ErrorList& errors) {
   const std::string name = engine.getServerNameMedia();
-  in_addr address;
-  if (inet_pton(AF_INET, name.c_str(), &address) != 1) {
+  if (!isHost(name)) {
     errors.add("the recorder's address is \"" + name +
-               "\": set ServerName (option -h) to an IPv4 address such as 192.168.3.22");
+               "\": set ServerName (option -h) to an address such as 192.168.3.22 or 2001:db8::22");
   }
   if (const int port = engine.getServerPortMedia(); port < 1 || port > 65535) {
     errors.add("the recorder's port is " + std::to_string(port) +

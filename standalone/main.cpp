@@ -35,7 +35,7 @@ Usage: sniffer [-c FILE] [-l FILE]                       settings from a propert
   -d DEVICES  devices to capture on: names separated by ';', at most ten; default: libpcap's choice.
               file:PATH replays a capture file at its own pace and needs no privilege
   -f FILTER   libpcap filter expression, default udp
-  -h HOST     IPv4 address of the recorder, default 127.0.0.1
+  -h HOST     IPv4 or IPv6 address of the recorder, default 127.0.0.1
   -p PORT     its TCP port, default 6000
 
   --check         check the devices, the filter and the recorder's address, print the result and end

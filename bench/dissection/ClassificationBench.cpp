@@ -123,4 +123,34 @@ void lookUpAmongListed(benchmark::State& state) {
 }
 BENCHMARK(lookUpAmongListed)->Arg(1)->Arg(100)->Arg(4000)->Arg(100000);
 
+/// A look-up of an IPv6 destination among others, half of which are IPv4.
+void lookUpAmongBothFamilies(benchmark::State& state) {
+  const auto listed = static_cast<std::uint32_t>(state.range(0));
+  RtpDestinations all;
+  const auto destination = [](std::uint32_t number) -> IpEndpoint {
+    if (number % 2 == 0) return {number, 5000};
+    return {IpAddress::read(Frame{.ipv6 = true}.address(number).data()), 5000};
+  };
+  for (std::uint32_t i = 0; i < listed; ++i) all.add(destination(i), 0);
+  const IpEndpoint last = destination(listed - 1);
+  for (auto _ : state) benchmark::DoNotOptimize(all.wantedBy(last));
+}
+BENCHMARK(lookUpAmongBothFamilies)->Arg(100)->Arg(100000);
+
+/// Copies a frame of the family, classifies it with the setting IPv6 on or off, and sends it.
+void sipOfFamily(benchmark::State& state) {
+  const bool isIpv6 = state.range(0) == 6;
+  const auto dissector = quietDissector(100, std::make_unique<DiscardingConnection>());
+  Settings settings;
+  settings.ipv6 = state.range(1) != 0;
+  dissector->setSettings(settings);
+  const Bytes frame = Frame{.payload = kSip, .ipv6 = isIpv6}.build();
+  const pcap_pkthdr header = captureHeader(frame);
+  for (auto _ : state) {
+    Bytes copy = withSlack(frame);
+    dissector->processFrame(header, copy.data(), 1);
+  }
+}
+BENCHMARK(sipOfFamily)->Args({4, 0})->Args({4, 1})->Args({6, 1});
+
 }  // namespace

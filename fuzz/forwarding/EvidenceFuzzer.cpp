@@ -10,7 +10,9 @@
 #include <atomic>
 #include <map>
 #include <memory>
+#include <optional>
 #include <set>
+#include <utility>
 
 #include "forwarding/FanOut.h"
 #include "support/Frames.h"
@@ -26,21 +28,27 @@ constexpr std::size_t kNumber = 4;  // octets at the end of each frame
 /// A recorder that checks the frames it receives, and fails as the input selects.
 class CheckingConnection final : public BaseConnection {
  public:
-  bool receiveRequest(SnifferRequest&) override { return false; }
+  bool receiveRequest(SnifferRequest& request) override {
+    if (!command) return false;
+    request = *std::exchange(command, std::nullopt);
+    return true;
+  }
   void closeConnection() override {}
   std::size_t getRoom() override { return room; }
 
   int sendPacket(u_char* buffer, int length) override {
-    require(length >= FrameHeader::kLength && (buffer[0] << 8 | buffer[1]) == length);
+    const int header = (buffer[2] & 0x40) != 0 ? 39 : 15;
+    require(length >= header && (buffer[0] << 8 | buffer[1]) == length);
     const Bytes frame(buffer, buffer + length);
-    const Bytes ends(frame.begin() + 3, frame.begin() + FrameHeader::kLength);
+    const Bytes ends(frame.begin() + 3, frame.begin() + header);
     require(announced_.empty() || announced_ == ends);
     announced_.clear();
-    if (frame[2] == 5) {
-      require(length == FrameHeader::kLength + 8);
+    const int protocol = frame[2] & ~0x40;
+    if (protocol == 5) {
+      require(length == header + 8);
       announced_ = ends;
-    } else if (frame[2] == 1 || frame[2] == 2) {
-      checkNumber(frame, ends);
+    } else if (protocol == 1 || protocol == 2) {
+      checkNumber(frame, ends, protocol == 1);
     }
     return length;
   }
@@ -68,15 +76,16 @@ class CheckingConnection final : public BaseConnection {
   LinkEvent failure = LinkEvent::kLost;
   std::size_t waitAfter = 0;  ///< a wait follows when more frames than this were sent; 0: none
   std::size_t room = SIZE_MAX;
+  std::optional<SnifferRequest> command;  ///< the next one
 
  private:
-  void checkNumber(const Bytes& frame, const Bytes& ends) {
-    if (frame.size() < FrameHeader::kLength + kNumber) return;
+  void checkNumber(const Bytes& frame, const Bytes& ends, bool isSip) {
+    if (frame.size() < 3 + ends.size() + kNumber) return;
     const std::uint8_t* at = frame.data() + frame.size() - kNumber;
     const auto number = static_cast<std::uint32_t>(at[0] << 24 | at[1] << 16 | at[2] << 8 | at[3]);
     require(seen_.insert(number).second);
-    if (frame[2] == 1) return;  // signalling that waits for the next connection may be older
-    std::uint32_t& last = last_[Bytes(ends.begin(), ends.begin() + 6)];
+    if (isSip) return;  // signalling that waits for the next connection may be older
+    std::uint32_t& last = last_[Bytes(ends.begin(), ends.begin() + static_cast<std::ptrdiff_t>(ends.size() / 2))];
     require(number > last);
     last = number;
   }
@@ -94,6 +103,7 @@ Settings settingsOf(std::uint8_t options) {
   settings.captureTime = (options & 1) != 0;
   settings.decapsulate = (options & 2) != 0;
   settings.sipAnyUri = (options & 4) != 0;
+  settings.ipv6 = (options & 16) != 0;
   return settings;
 }
 
@@ -106,7 +116,6 @@ class Road {
     enum { kCapture, kAge, kAdd, kRemove, kFail, kUnreachable, kWait, kRoom };
     const std::uint8_t value = piece.size() > 1 ? piece[1] : 0;
     const unsigned recorder = piece[0] >> 4 & 1;
-    const RtpAddr destination(0x0A000002, static_cast<u_short>(5000 + value % 4));
     switch (piece[0] & 7) {
       case kCapture:
         capture(Bytes(piece.begin() + 1, piece.end()));
@@ -115,10 +124,10 @@ class Road {
         age_ = value * 1'000;
         break;
       case kAdd:
-        add(destination, recorder);
+        command(true, value, recorder);
         break;
       case kRemove:
-        remove(destination, recorder);
+        command(false, value, recorder);
         break;
       case kFail:
       case kUnreachable:
@@ -139,8 +148,7 @@ class Road {
 
  protected:
   virtual void capture(Bytes frame) = 0;
-  virtual void add(RtpAddr destination, unsigned recorder) = 0;
-  virtual void remove(RtpAddr destination, unsigned recorder) = 0;
+  virtual void command(bool isAdd, std::uint8_t value, unsigned recorder) = 0;
   virtual CheckingConnection& connection(unsigned recorder) = 0;
 
   void appendNumber(Bytes& frame) { append(frame, ++number_, kNumber); }
@@ -160,7 +168,7 @@ class Road {
 /// The dissector with its queue and one recorder.
 class WholeRoad final : public Road {
  public:
-  explicit WholeRoad(const Settings& settings) {
+  explicit WholeRoad(const Settings& settings) : isIpv6_(settings.ipv6) {
     dissector_.setSettings(settings);
     auto made = std::make_unique<CheckingConnection>();
     connection_ = made.get();
@@ -172,20 +180,37 @@ class WholeRoad final : public Road {
   }
 
  private:
+  /// With IPv6, every fourth to seventh value is a destination of that family.
+  void command(bool isAdd, std::uint8_t value, unsigned) override {
+    const auto port = static_cast<u_short>(5000 + value % 4);
+    connection_->command = SnifferRequest(isAdd ? 1 : 2, 0x0A000002, port);
+    if (isIpv6_ && (value & 4) != 0) {
+      const Bytes address = Frame{.ipv6 = true}.address(0x0A000002);
+      connection_->command = SnifferRequest(isAdd ? 4 : 5, IpAddress::read(address.data()), port);
+    }
+    dissector_.checkCommand();
+  }
+
+  /// With IPv6, the payloads for every second port are carried over IPv6 instead.
   void capture(Bytes frame) override {
     appendNumber(frame);
+    if (isIpv6_ && frame.size() > 42 && frame[12] == 0x08 && frame[23] == 17 && (frame[37] & 1) != 0) {
+      frame = Frame{.dstPort = static_cast<std::uint16_t>(frame[36] << 8 | frame[37]),
+                    .payload = Bytes(frame.begin() + 42, frame.end()),
+                    .ipv6 = true}
+                  .build();
+    }
     pcap_pkthdr header = captureHeader(frame);
     const std::int64_t captured = time();
     header.ts = {captured / 1'000'000, captured % 1'000'000};
     SniffedPacket packet{nullptr, &header, frame.data()};
     dissector_.producePacket(packet);
   }
-  void add(RtpAddr destination, unsigned) override { dissector_.addRtp(destination.rtpIp, destination.rtpPort); }
-  void remove(RtpAddr destination, unsigned) override { dissector_.removeRtp(destination.rtpIp, destination.rtpPort); }
   CheckingConnection& connection(unsigned) override { return *connection_; }
 
   SngDissector dissector_;
   CheckingConnection* connection_ = nullptr;
+  const bool isIpv6_;
 };
 
 /// The lanes of two recorders with their queues, after the classification. The first octet of a frame selects SIP or
@@ -230,9 +255,10 @@ class TwoLanes final : public Road {
     FrameHeader{static_cast<u_short>(frame.size()), protocol, 0x0A000002, port, 1, 4000}.write(frame.data());
     for (One& one : recorders_) one.queued.queue.push({{time(), time()}, frame});
   }
-  void add(RtpAddr destination, unsigned recorder) override { recorders_[recorder].lane.addDestination(destination); }
-  void remove(RtpAddr destination, unsigned recorder) override {
-    recorders_[recorder].lane.removeDestination(destination);
+  void command(bool isAdd, std::uint8_t value, unsigned recorder) override {
+    const auto port = static_cast<u_short>(5000 + value % 4);
+    recorders_[recorder].connection->command = SnifferRequest(isAdd ? 1 : 2, 0x0A000002, port);
+    recorders_[recorder].lane.checkCommands();
   }
   CheckingConnection& connection(unsigned recorder) override { return *recorders_[recorder].connection; }
 

@@ -1,5 +1,6 @@
-// The recorder's command stream, split anywhere. Input: the pieces of the stream, as Split cuts them; an empty piece
-// ends the stream and begins another. The decoder must return exactly the whole commands of each stream.
+// The recorder's command stream, split anywhere, without and with IPv6 addresses. Input: the pieces of the stream, as
+// Split cuts them; an empty piece ends the stream and begins another. The decoder must return exactly the whole
+// commands of each stream.
 
 #include "recorder/CommandStream.h"
 #include "support/Require.h"
@@ -7,9 +8,13 @@
 
 using namespace voip;
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+namespace {
+
+void decode(const std::uint8_t* data, std::size_t size, bool withIpv6) {
   static CommandStream stream;  // in any state: restart() must discard it
   stream.restart();
+  stream.setIpv6(withIpv6);
+  const auto isLong = [&](const Bytes& octets) { return withIpv6 && (octets[0] == 4 || octets[0] == 5); };
   const SnifferRequest untouched(0xFFFF, 0xFFFFFFFF, 0xFFFF);  // a code that is longer than a byte
   Bytes pending;
   for (Split pieces(data, size); pieces.more();) {
@@ -25,13 +30,24 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
       stream.append({piece.data() + at, more});
       at += more;
       for (SnifferRequest request = untouched; stream.take(request); request = untouched) {
-        SnifferRequest expected = SnifferRequest::fromWire(pending.data());
+        const std::size_t length = isLong(pending) ? 19 : 7;
+        require(pending.size() >= length);
+        SnifferRequest expected =
+            length == 19 ? SnifferRequest::fromIpv6Wire(pending.data()) : SnifferRequest::fromWire(pending.data());
         if (expected.request == 3) expected = {3, untouched.rtpAddr, untouched.rtpPort};
         require(request == expected);
-        pending.erase(pending.begin(), pending.begin() + SnifferRequest::kWireLength);
+        pending.erase(pending.begin(), pending.begin() + static_cast<std::ptrdiff_t>(length));
       }
     }
-    require(stream.waiting() == pending.size() && pending.size() < SnifferRequest::kWireLength);
+    require(stream.waiting() == pending.size());
+    require(pending.empty() || pending.size() < (isLong(pending) ? 19 : 7));
   }
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  decode(data, size, false);
+  decode(data, size, true);
   return 0;
 }

@@ -20,12 +20,22 @@ class H245_UnicastAddress_iPAddress : public PASN_SequenceType<asn1::h245::Unica
   unsigned tsapIdentifier() const { return number("tsapIdentifier"); }
 };
 
+class H245_UnicastAddress_iP6Address : public PASN_SequenceType<asn1::h245::UnicastAddress_iP6Address> {
+ public:
+  using PASN_SequenceType::PASN_SequenceType;
+  PASN_OctetString network() const { return mandatory<PASN_OctetString>("network"); }
+  unsigned tsapIdentifier() const { return number("tsapIdentifier"); }
+};
+
 class H245_UnicastAddress : public PASN_ChoiceType<asn1::h245::UnicastAddress> {
  public:
-  enum Choices { e_iPAddress = tagOf("iPAddress") };
+  enum Choices { e_iPAddress = tagOf("iPAddress"), e_iP6Address = tagOf("iP6Address") };
   using PASN_ChoiceType::PASN_ChoiceType;
   std::optional<H245_UnicastAddress_iPAddress> iPAddress() const {
     return alternative<H245_UnicastAddress_iPAddress>("iPAddress");
+  }
+  std::optional<H245_UnicastAddress_iP6Address> iP6Address() const {
+    return alternative<H245_UnicastAddress_iP6Address>("iP6Address");
   }
 };
 

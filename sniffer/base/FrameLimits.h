@@ -11,7 +11,10 @@ constexpr std::size_t kFrameSlack = 192;
 /// Maximum length in bytes of a forwarded frame with its header: the length is a 16-bit field.
 constexpr std::size_t kMaxForwardedFrame = 65535;
 
-/// Length in bytes of the header of a forwarded frame.
+/// Length in bytes of the header of a forwarded frame with IPv4 addresses.
 constexpr std::size_t kForwardedHeader = 15;
+
+/// The same with IPv6 addresses. It fits in the place of an IPv6 and a UDP header, which have 48 bytes.
+constexpr std::size_t kForwardedIpv6Header = 39;
 
 }  // namespace voip

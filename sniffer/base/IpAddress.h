@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 #include <cstring>
 #include <string>
 
@@ -44,6 +45,10 @@ class IpAddress {
   /// Returns an IPv4 address in host order. Of an IPv6 address, returns its last 32 bits.
   constexpr std::uint32_t ipv4() const { return static_cast<std::uint32_t>(low_); }
 
+  // The two halves of the address, IPv4-mapped or IPv6, in host order.
+  constexpr std::uint64_t high() const { return high_; }
+  constexpr std::uint64_t low() const { return low_; }
+
   constexpr bool operator==(const IpAddress&) const = default;
 
   /// Returns "10.1.2.3", or "2001:db8::1" (RFC 5952).
@@ -52,16 +57,25 @@ class IpAddress {
     write(octets);
     char text[INET6_ADDRSTRLEN];
     if (isIpv4()) return inet_ntop(AF_INET, octets + 12, text, sizeof text);
+    if (isIpv4Compatible()) {  // inet_ntop() writes a part of these in decimal
+      std::snprintf(text, sizeof text, "::%x:%x", static_cast<unsigned>(low_ >> 16),
+                    static_cast<unsigned>(low_ & 0xFFFF));
+      return text;
+    }
     return inet_ntop(AF_INET6, octets, text, sizeof text);
   }
 
+  /// Returns "10.1.2.3", or "[2001:db8::1]": the address as a part of a longer text.
+  std::string bracketed() const { return isIpv4() ? text() : "[" + text() + "]"; }
+
   /// Returns "10.1.2.3:5060" or "[2001:db8::1]:5060".
-  std::string textWithPort(std::uint16_t port) const {
-    return (isIpv4() ? text() : "[" + text() + "]") + ":" + std::to_string(port);
-  }
+  std::string textWithPort(std::uint16_t port) const { return bracketed() + ":" + std::to_string(port); }
 
  private:
   static constexpr std::uint64_t kMapped = 0xFFFF'0000'0000;
+
+  /// True for an address of which only the last two groups are not zero (RFC 4291 2.5.5.1).
+  constexpr bool isIpv4Compatible() const { return high_ == 0 && low_ >> 32 == 0 && low_ > 0xFFFF; }
 
   std::uint64_t high_ = 0, low_ = kMapped;
 };

@@ -1,7 +1,5 @@
 #include "dissection/Classifier.h"
 
-#include <arpa/inet.h>
-
 #include <string>
 
 #include "base/FrameLimits.h"
@@ -12,7 +10,7 @@ namespace voip {
 
 void Classifier::setClass(FrameProtocol protocol, const FlowEnds& ends, std::size_t payloadLength) {
   setEnds(ends);
-  header_.len = static_cast<u_short>(payloadLength + FrameHeader::kLength);
+  header_.len = static_cast<u_short>(payloadLength + header_.length());
   lastClass_ = header_.protocol = protocol;
 }
 
@@ -25,16 +23,10 @@ bool Classifier::isSipWithAnyUri(std::span<const std::uint8_t> payload) {
 bool Classifier::describe(const FlowEnds& ends, std::span<std::uint8_t> octets, std::string& text) {
   setEnds(ends);
   PString description;
-  const u_int source = htonl(ends.source.ipv4());
-  const u_int destination = htonl(ends.destination.ipv4());
-  const u_int sourcePort = ends.sourcePort;
-  const u_int destinationPort = ends.destinationPort;
-  if (!h323Parser_.parseH323(octets.data(), static_cast<int>(octets.size()), 0, source, destination, sourcePort,
-                             destinationPort, description)) {
-    return false;
-  }
+  const H323Parser::Connection connection{ends.source, ends.destination, ends.sourcePort, ends.destinationPort};
+  if (!h323Parser_.parseSegment(octets, connection, description)) return false;
   const auto length = static_cast<std::size_t>(description.GetLength());
-  if (length == 0 || length + kForwardedHeader > kMaxForwardedFrame) {
+  if (length == 0 || length + header_.length() > kMaxForwardedFrame) {
     logger().warn("H.323 description of " + std::to_string(length) + " characters does not fit a frame, not sent");
     return false;
   }

@@ -79,15 +79,15 @@ class Classifier {
 // ---- inline, since each datagram needs them ----
 
 inline void Classifier::setEnds(const FlowEnds& ends) {
-  header_.dstIp = ends.destination.ipv4();
+  header_.dstIp = ends.destination;
   header_.dstPort = ends.destinationPort;
-  header_.srcIp = ends.source.ipv4();
+  header_.srcIp = ends.source;
   header_.srcPort = ends.sourcePort;
 }
 
 inline FrameProtocol Classifier::classify(const Datagram& datagram) {
   setEnds(datagram.ends);
-  header_.len = static_cast<u_short>(datagram.payload.size() + FrameHeader::kLength);
+  header_.len = static_cast<u_short>(datagram.payload.size() + header_.length());
   const bool isWanted = isSip(datagram.payload.data()) || isSipWithAnyUri(datagram.payload) || isRtpFilter();
   return header_.protocol = isWanted ? lastClass_.load(std::memory_order_relaxed) : FrameProtocol::None;
 }

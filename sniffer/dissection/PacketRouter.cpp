@@ -39,6 +39,12 @@ std::string describe(const FlowEnds& ends) {
   return ends.source.textWithPort(ends.sourcePort) + " to " + ends.destination.textWithPort(ends.destinationPort);
 }
 
+/// Returns the place of the frame of a datagram: its header is written over the headers before the payload.
+std::span<std::uint8_t> frameOf(const Datagram& datagram) {
+  const std::size_t header = FrameHeader::lengthFor(datagram.ends.destination);
+  return {datagram.payload.data() - header, datagram.payload.size() + header};
+}
+
 void logRefusal(const char* heading, const sniff_ip& ip) {
   // The 16-bit fields are printed in the byte order of the host, without conversion.
   char dump[160];
@@ -58,6 +64,7 @@ void PacketRouter::configure(const Settings& settings, FanOut* fanOut) {
   fanOut_ = fanOut;
   keepsMedia_ = settings.lookBack > 0;
   classifier_.setSipAnyUri(settings.sipAnyUri);
+  classifier_.h323Parser().setIpv6(settings.ipv6);
   followsStreams_ = settings.reassembleTcp;
   network_ = std::make_unique<NetworkStack>(NetworkOptions::of(settings), static_cast<NetworkSink&>(*this));
   isPlain_ = !settings.dropDuplicates && !settings.reassembleFragments && !settings.reassembleTcp;
@@ -86,20 +93,22 @@ void PacketRouter::takePlainTcp(std::span<u_char> frame, std::size_t offset) {
 
 // ---- items of the network ----
 
-/// Drops an IPv6 item, because the header of a frame has room for IPv4 addresses only. Returns false for IPv4.
-bool PacketRouter::dropsIpv6(const FlowEnds& ends) {
-  if (ends.areIpv4()) return false;
-  statistics_.ipv6Dropped.add();
-  return true;
+void PacketRouter::countIpv6(const FlowEnds& ends) {
+  if (!ends.areIpv4()) ++ipv6Items_;
 }
 
 void PacketRouter::takeDatagram(const Datagram& datagram) {
-  if (dropsIpv6(datagram.ends)) return;
+  countIpv6(datagram.ends);
+  const auto frame = frameOf(datagram);
+  if (!datagram.ends.areIpv4() && frame.size() > kMaxForwardedFrame) {
+    statistics_.ipv6TooLong.add();
+    return;
+  }
   if (classifier_.classify(datagram) == FrameProtocol::None || datagram.payload.empty()) {
     drop(datagram);
     return;
   }
-  forward({datagram.payload.data() - kForwardedHeader, datagram.payload.size() + kForwardedHeader});
+  forward(frame);
   if (!datagram.isCaptured) release();  // its bytes are valid during this call only
 }
 
@@ -108,7 +117,7 @@ void PacketRouter::drop(const Datagram& datagram) {
     statistics_.udpDropped.add();
     return;
   }
-  const std::span frame(datagram.payload.data() - kForwardedHeader, datagram.payload.size() + kForwardedHeader);
+  const auto frame = frameOf(datagram);
   classifier_.header().protocol = FrameProtocol::Rtp;
   classifier_.header().write(frame.data());
   if (fanOut_ != nullptr) {
@@ -119,7 +128,7 @@ void PacketRouter::drop(const Datagram& datagram) {
 }
 
 void PacketRouter::takeSegment(const Segment& segment) {
-  if (dropsIpv6(segment.ends)) return;
+  countIpv6(segment.ends);
   if (segment.payload.empty()) {
     statistics_.tcpDropped.add();
   } else {
@@ -133,25 +142,29 @@ CaptureStamp PacketRouter::stampAt(std::int64_t captured) const {
 }
 
 void PacketRouter::takeTpkt(const FlowEnds& ends, Octets tpkt, std::int64_t captured) {
-  if (dropsIpv6(ends)) return;
+  countIpv6(ends);
   const CaptureStamp inWork = std::exchange(stamp_, stampAt(captured));
   forwardDescription(ends, {const_cast<u_char*>(tpkt.data()), tpkt.size()});  // it is only read
   stamp_ = inWork;
 }
 
 void PacketRouter::takeSipMessage(const FlowEnds& ends, Octets message, std::int64_t captured) {
-  if (dropsIpv6(ends)) return;
-  made_.assign(kForwardedHeader, 0);
-  made_.insert(made_.end(), message.begin(), message.end());
-  made_.resize(made_.size() + kFrameSlack);
+  countIpv6(ends);
+  make(ends, message);
+  if (made_.size() > kMaxForwardedFrame) {  // the network stack refuses what is too long for IPv4
+    refuseMessage(ends, message.size());
+    return;
+  }
+  const std::size_t length = made_.size();
+  made_.resize(length + kFrameSlack);
   // The framing of the stream accepts a start line with any URI. Without the setting, only requests to sip: URIs are
   // SIP.
-  if (!classifier_.takesAnyUri() && !classifier_.isSip(made_.data() + kForwardedHeader)) {
+  if (!classifier_.takesAnyUri() && !classifier_.isSip(made_.data() + FrameHeader::lengthFor(ends.destination))) {
     statistics_.tcpDropped.add();
     return;
   }
   classifier_.setClass(FrameProtocol::Sip, ends, message.size());
-  made_.resize(kForwardedHeader + message.size());
+  made_.resize(length);
   const CaptureStamp inWork = std::exchange(stamp_, stampAt(captured));
   forwardMade();
   stamp_ = inWork;
@@ -163,10 +176,15 @@ void PacketRouter::forwardDescription(const FlowEnds& ends, std::span<u_char> oc
     return;
   }
   // A zero byte replaces the text's last character.
-  made_.assign(kForwardedHeader, 0);
-  made_.insert(made_.end(), description_.begin(), description_.end());
+  make(ends, {reinterpret_cast<const std::uint8_t*>(description_.data()), description_.size()});
   made_.push_back(0);
   forwardMade();
+}
+
+/// Makes a frame whose header is not written yet.
+void PacketRouter::make(const FlowEnds& ends, Octets payload) {
+  made_.assign(FrameHeader::lengthFor(ends.destination), 0);
+  made_.insert(made_.end(), payload.begin(), payload.end());
 }
 
 void PacketRouter::forwardMade() {
@@ -180,6 +198,11 @@ void PacketRouter::release() {
 }
 
 // ---- to the recorder ----
+
+void PacketRouter::flush() {
+  if (ipv6Items_ > 0) statistics_.ipv6Items.add(std::exchange(ipv6Items_, 0));
+  fanOut_ != nullptr ? fanOut_->publish() : lane_.flush();
+}
 
 void PacketRouter::forward(std::span<u_char> frame) {
   classifier_.header().write(frame.data());

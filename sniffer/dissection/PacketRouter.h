@@ -46,7 +46,7 @@ class PacketRouter final : private NetworkSink {
   void finish() { network_->flush(); }
 
   /// Sends the frames that wait in the lane, or wakes the lanes of several recorders.
-  void flush() { fanOut_ != nullptr ? fanOut_->publish() : lane_.flush(); }
+  void flush();
 
   /// As takeFrame(), but takes an Ethernet frame on the plain path, regardless of the settings.
   void takePlainFrame(std::span<u_char> frame) { network_->takePlainFrame(frame); }
@@ -56,8 +56,8 @@ class PacketRouter final : private NetworkSink {
   void takePlainUdp(std::span<u_char> frame, std::size_t offset);
   void takePlainTcp(std::span<u_char> frame, std::size_t offset);
 
-  /// Writes the header of the item that was classified last over the first 15 bytes of `frame` and passes the frame to
-  /// the lane or lanes.
+  /// Writes the header of the item that was classified last over the beginning of `frame` and passes the frame to the
+  /// lane or lanes.
   void forward(std::span<u_char> frame);
 
   /// Forwards the description of a segment or TPKT, if it has one, and counts it as dropped if not.
@@ -75,8 +75,9 @@ class PacketRouter final : private NetworkSink {
   void refuseTcpHeader(int length) override;
   void count(NetworkCount what) override;
 
-  bool dropsIpv6(const FlowEnds& ends);
+  void countIpv6(const FlowEnds& ends);
   void drop(const Datagram& datagram);
+  void make(const FlowEnds& ends, Octets payload);
   void forwardMade();
   void release();
   CaptureStamp stampAt(std::int64_t captured) const;
@@ -91,9 +92,10 @@ class PacketRouter final : private NetworkSink {
   bool isPlain_ = true;  ///< no option that needs a clock is on
   ForwardClock clock_;   ///< of the network stack
   bool hasLoggedTail_ = false;
-  CaptureStamp stamp_;        ///< of the current frame
-  std::string description_;   ///< the current H.323 description; reused
-  std::vector<u_char> made_;  ///< a frame that is no part of a captured frame; reused
+  std::uint64_t ipv6Items_ = 0;  ///< since the last flush()
+  CaptureStamp stamp_;           ///< of the current frame
+  std::string description_;      ///< the current H.323 description; reused
+  std::vector<u_char> made_;     ///< a frame that is no part of a captured frame; reused
 };
 
 }  // namespace voip

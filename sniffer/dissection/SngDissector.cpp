@@ -5,7 +5,6 @@
 #include <functional>
 #include <system_error>
 
-#include "base/DottedDecimal.h"
 #include "base/Logger.h"
 #include "forwarding/MediaHeader.h"
 
@@ -253,8 +252,8 @@ void SngDissector::sendPayload(u_char* payload, int len) {
 }
 
 void SngDissector::printFormatHeader(const u_char* ptr) {
-  const our_header header = our_header::of(ptr);
-  logger().debug("len=" + std::to_string(header.len) + ", prot=" + std::to_string(static_cast<int>(header.protocol)) +
-                 ", dstIp=" + dottedDecimal(header.dstIp) + ", dstPort=" + std::to_string(header.dstPort) +
-                 ", srcIp=" + dottedDecimal(header.srcIp) + ", srcPort=" + std::to_string(header.srcPort));
+  const our_header header = settings_.ipv6 ? our_header::of(ptr) : our_header::ofIpv4(ptr);
+  logger().debug("len=" + std::to_string(header.len) + ", prot=" + std::to_string(ptr[our_header::kProtocolOffset]) +
+                 ", dstIp=" + header.dstIp.text() + ", dstPort=" + std::to_string(header.dstPort) +
+                 ", srcIp=" + header.srcIp.text() + ", srcPort=" + std::to_string(header.srcPort));
 }

@@ -60,8 +60,8 @@ class SngDissector {
 
   // ---- set-up, by one thread before any other uses the dissector ----
   //
-  // Host names are IPv4 addresses in dotted-decimal form, which are not copied and must outlive the connections. Ports
-  // are in host order.
+  // Host names are IPv4 or IPv6 addresses, which are not copied and must outlive the connections. Ports are in host
+  // order.
 
   /// Sets the engine that drives the dissector; null for none. It must outlive the dissector's use of it.
   void setSniffer(voip::Engine* engine) { sniffer_ = engine; }
@@ -110,7 +110,7 @@ class SngDissector {
   static void* startCmdReaderLoop(void* arg);
 
   /// Carries out the commands that are readable now: 1 adds an RTP destination, 2 removes it, 3 sends a heartbeat
-  /// reply; any other is ignored. One thread at a time.
+  /// reply, 4 and 5 add and remove an IPv6 one; any other is ignored. One thread at a time.
   void checkCommand() { lane_.checkCommands(); }
 
   /// Sends a heartbeat reply and logs it at DEBUG. Command thread.
@@ -182,18 +182,19 @@ class SngDissector {
   bool isRtpFilter() { return router_.classifier().isRtpFilter(); }
 
   /// Writes the frame header before a payload and sends the frame. `payload` is FrameHeader::kLength bytes before the
-  /// transport payload, in the protocol headers, which are overwritten; `payloadLen` is the number of bytes from there.
-  /// For a TCP segment (not `isUdp`), sends its H.323 description instead, if it has one. `packet` is not used.
+  /// transport payload of an IPv4 packet, in the protocol headers, which are overwritten; `payloadLen` is the number of
+  /// bytes from there. For a TCP segment (not `isUdp`), sends its H.323 description instead, if it has one. `packet` is
+  /// not used.
   void buildPayload(u_char* payload, int payloadLen, bool isUdp, u_char** packet);
 
   /// Sends a frame of `len` bytes, header first, on the connection of the last class. The caller owns the frame.
   /// Heartbeat replies: command thread.
   void sendPayload(u_char* payload, int len);
 
-  /// Logs the header of a frame, 15 bytes at `ptr`, at DEBUG. For diagnosis.
+  /// Logs the header of a frame, 15 bytes at `ptr`, or 39 with the setting IPv6, at DEBUG. For diagnosis.
   void printFormatHeader(const u_char* ptr);
 
-  // ---- the list of RTP destinations; addresses and ports in host order; any thread ----
+  // ---- the IPv4 destinations in the list; addresses and ports in host order; any thread ----
 
   /// Adds an entry, whether or not there is an equal one, and recalls kept media of the destination. Throws
   /// std::bad_alloc.

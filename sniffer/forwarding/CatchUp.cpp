@@ -19,16 +19,16 @@ std::span<const KeptFrame> fitting(std::span<const KeptFrame> frames, std::size_
 
 void CatchUp::takeRequests() {
   if (lookBack_ == nullptr) return;
-  for (const RtpAddr& destination : recalls_.take()) {
+  for (const IpEndpoint& destination : recalls_.take()) {
     if (waiting_.size() == destinations_.limit()) break;  // many of them were removed again
-    if (held_.insert(destination.key()).second) waiting_.push_back({destination, monotonicNow()});
+    if (held_.insert(destination).second) waiting_.push_back({destination, monotonicNow()});
   }
   if (isActive()) lookBack_->media.stopTime(waiting_.front().at);
 }
 
 bool CatchUp::step() {
   if (!isActive()) return false;
-  const RtpAddr destination = waiting_.front().destination;
+  const IpEndpoint destination = waiting_.front().destination;
   if (!destinations_.contains(destination)) {  // removed by a command, or because the recorder was lost
     finishFirst();
     return isActive();
@@ -52,7 +52,7 @@ bool CatchUp::step() {
 void CatchUp::finishFirst() {
   if (isRecalling_) lookBack_->media.cancelRecall();
   isRecalling_ = false;
-  held_.erase(waiting_.front().destination.key());
+  held_.erase(waiting_.front().destination);
   waiting_.pop_front();
   lookBack_->media.stopTime(isActive() ? std::optional(waiting_.front().at) : std::nullopt);
 }

@@ -31,14 +31,14 @@ class CatchUp {
   void takeRequests();
 
   /// True when new media of the destination has to be kept.
-  bool holds(RtpAddr destination) const { return isActive() && held_.contains(destination.key()); }
+  bool holds(const IpEndpoint& destination) const { return isActive() && held_.contains(destination); }
 
   /// Sends the next kept frames. Returns true when more may wait and the connection takes data now.
   bool step();
 
  private:
   struct Request {
-    RtpAddr destination;
+    IpEndpoint destination;
     Instant at;
   };
 
@@ -50,8 +50,8 @@ class CatchUp {
   FrameForwarder& forwarder_;
   LookBack* lookBack_ = nullptr;
 
-  std::deque<Request> waiting_;             ///< in the order of the requests; the first is being recalled
-  std::unordered_set<std::uint64_t> held_;  ///< keys of `waiting_`
+  std::deque<Request> waiting_;                          ///< in the order of the requests; the first is being recalled
+  std::unordered_set<IpEndpoint, IpEndpointHash> held_;  ///< the destinations of `waiting_`
   bool isRecalling_ = false;
 };
 

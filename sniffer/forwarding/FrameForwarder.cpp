@@ -69,7 +69,7 @@ void FrameForwarder::beginOutgoing(const BaseConnection& connection, std::size_t
 void FrameForwarder::appendOutgoing(const KeptFrame& frame, std::size_t number, bool isAnnounced) {
   if (!isAnnounced && frame.stamp.seen < lateSince_) {
     timeFrames_[number].write(frame.frame.data(), frame.stamp.captured);
-    outgoing_.push_back({timeFrames_[number].data(), CaptureTimeFrame::kLength});
+    outgoing_.push_back({timeFrames_[number].data(), timeFrames_[number].length()});
   }
   outgoing_.push_back({frame.frame.data(), static_cast<int>(frame.frame.size()), 0, frame.stamp});
 }
@@ -111,7 +111,7 @@ bool FrameForwarder::keep(const Entry& entry) {
     if (entry.origin == Origin::kCaptured) lookBack_->keepSignalling(entry.frame);
     return true;
   }
-  const auto payload = entry.frame.frame.subspan(FrameHeader::kLength);
+  const auto payload = entry.frame.frame.subspan(FrameHeader::lengthOf(entry.frame.frame.data()));
   if (!looksLikeMedia(payload.data(), static_cast<int>(payload.size()))) return false;
   lookBack_->keepMedia(entry.frame);
   return true;
@@ -122,8 +122,7 @@ bool FrameForwarder::keep(const Entry& entry) {
 void FrameForwarder::recheckRest(std::size_t from, LinkEvent event) {
   const auto isNotSent = [&](const Entry& entry) {
     if (entry.isSignalling()) return event != LinkEvent::kNone && keep(entry);
-    const auto header = FrameHeader::of(entry.frame.frame.data());
-    if (destinations_.contains({header.dstIp, header.dstPort})) return false;
+    if (destinations_.contains(FrameHeader::destinationOf(entry.frame.frame.data()))) return false;
     if (!keep(entry)) statistics_.udpDropped.add();
     return true;
   };

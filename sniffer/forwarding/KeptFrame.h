@@ -12,7 +12,7 @@ namespace voip {
 /// A frame for the recorder with its capture time. Does not own the bytes.
 struct KeptFrame {
   CaptureStamp stamp;
-  std::span<std::uint8_t> frame;  ///< the 15-byte header and the payload
+  std::span<std::uint8_t> frame;  ///< the header and the payload
 };
 
 /// A time of the monotonic clock, or a duration.

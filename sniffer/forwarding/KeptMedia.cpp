@@ -13,7 +13,7 @@ namespace {
 
 // An eighth of the memory is for the table of destinations.
 constexpr std::size_t kTableShare = 8;
-constexpr std::size_t kDestinationSize = 56;  // bytes in the table
+constexpr std::size_t kDestinationSize = 72;  // bytes in the table
 constexpr std::size_t kMinDestinations = 1024;
 
 std::size_t destinationsFor(std::size_t memory) {
@@ -31,10 +31,9 @@ KeptMedia::KeptMedia(Instant time, std::size_t memory, Statistics& statistics)
 // ---- keeping ----
 
 void KeptMedia::keep(const KeptFrame& kept, std::size_t reserved) {
-  const auto header = FrameHeader::of(kept.frame.data());
   std::uint8_t* start = allocate(PageBlock::aligned(sizeof(Record) + kept.frame.size()), reserved);
   newestKept_ = monotonicNow();
-  Newest& last = newestOf(RtpAddr(header.dstIp, header.dstPort).key());
+  Newest& last = newestOf(FrameHeader::destinationOf(kept.frame.data()));
   const std::uint64_t number = nextNumber_++;
   auto* record = new (start)
       Record{last.record, last.number, newestKept_, kept.stamp, static_cast<std::uint32_t>(kept.frame.size())};
@@ -44,21 +43,15 @@ void KeptMedia::keep(const KeptFrame& kept, std::size_t reserved) {
   statistics_.lookBackWaiting.add();
 }
 
-std::uint64_t KeptMedia::hashOf(std::uint64_t key) const {
-  std::uint8_t octets[sizeof key];
-  std::memcpy(octets, &key, sizeof key);
-  return hash_(octets);
-}
-
-KeptMedia::Newest& KeptMedia::newestOf(std::uint64_t key) {
-  const std::uint64_t hash = hashOf(key);
-  if (Newest* found = newest_.find(key, hash)) {
+KeptMedia::Newest& KeptMedia::newestOf(const IpEndpoint& destination) {
+  const std::uint64_t hash = IpEndpointHash()(destination);
+  if (Newest* found = newest_.find(destination, hash)) {
     newest_.move(*found);
     return *found;
   }
   forgetEmptied(2);
   if (newest_.isFull()) newest_.erase(*newest_.oldest());
-  return newest_.insert(key, hash);
+  return newest_.insert(destination, hash);
 }
 
 /// Forgets destinations whose frames have all been dropped, a few at a time, so that no frame is delayed.
@@ -107,10 +100,10 @@ void KeptMedia::expire() {
 
 // ---- recalling ----
 
-bool KeptMedia::beginRecall(RtpAddr destination) {
+bool KeptMedia::beginRecall(const IpEndpoint& destination) {
   cancelRecall();
-  recalledKey_ = destination.key();
-  Newest* found = newest_.find(recalledKey_, hashOf(recalledKey_));
+  recalledFor_ = destination;
+  Newest* found = newest_.find(destination, IpEndpointHash()(destination));
   if (found == nullptr) return false;
   const Instant oldest = oldestAllowed();
   for (Newest at = *found; isKept(at.number); at = {at.record->previous, at.record->previousNumber}) {
@@ -152,7 +145,7 @@ void KeptMedia::cancelRecall() {
   oldest.previousNumber = 0;
   const Newest last = recalled_.back();
   recalled_.clear();
-  Newest& newest = newestOf(recalledKey_);
+  Newest& newest = newestOf(recalledFor_);
   if (!isKept(newest.number)) {
     newest = last;
     return;

@@ -9,10 +9,9 @@
 #include <vector>
 
 #include "base/BlockPool.h"
+#include "base/IpEndpoint.h"
 #include "base/LruTable.h"
-#include "base/SeededHash.h"
 #include "forwarding/KeptFrame.h"
-#include "forwarding/RtpAddr.h"
 #include "statistics/Statistics.h"
 
 namespace voip {
@@ -38,7 +37,7 @@ class KeptMedia {
 
   /// Begins a recall, after cancelRecall(). Returns false when no frame is kept for `destination`. Expired frames count
   /// as dropped.
-  bool beginRecall(RtpAddr destination);
+  bool beginRecall(const IpEndpoint& destination);
 
   /// Returns the next frames of the recall, at most `atMost`; none when no frame is left. They are valid until the next
   /// call of any operation.
@@ -85,12 +84,11 @@ class KeptMedia {
 
   std::uint8_t* allocate(std::size_t size, std::size_t reserved);
   void dropOldestBlock(Statistics::Counter& counter);
-  Newest& newestOf(std::uint64_t key);
+  Newest& newestOf(const IpEndpoint& destination);
   void forgetEmptied(int atMost);
   Block& blockOf(std::uint64_t number);
   bool isKept(std::uint64_t number) const { return number >= oldestNumber(); }
   std::uint64_t oldestNumber() const { return blocks_.empty() ? nextNumber_ : blocks_.front().firstNumber; }
-  std::uint64_t hashOf(std::uint64_t key) const;
   Instant oldestAllowed() const { return stoppedAt_.value_or(monotonicNow()) - time_; }
 
   const Instant time_;
@@ -102,11 +100,10 @@ class KeptMedia {
   std::uint64_t nextNumber_ = 1;  ///< number of the next record
   Instant newestKept_{0};
   std::optional<Instant> stoppedAt_;
-  SeededHash hash_;                         ///< seeded, since anyone can choose the destinations
-  LruTable<std::uint64_t, Newest> newest_;  ///< the newest record of each destination
+  LruTable<IpEndpoint, Newest> newest_;  ///< the newest record of each destination
 
   // The recall.
-  std::uint64_t recalledKey_ = 0;  ///< its destination
+  IpEndpoint recalledFor_;         ///< its destination
   std::deque<Newest> recalled_;    ///< its frames, oldest first; some may have been dropped meanwhile
   std::vector<KeptFrame> peeked_;  ///< result of the last peekRecalled()
 };

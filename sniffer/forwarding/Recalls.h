@@ -18,13 +18,13 @@ class Recalls {
  public:
   /// Adds a destination to `list` and requests its kept media. Does not request it when 65,536 other destinations wait
   /// for the consumer. Returns false when the list is full. Throws std::bad_alloc.
-  bool add(RtpAddr destination, DestinationList& list) {
+  bool add(const IpEndpoint& destination, DestinationList& list) {
     // The flag is set before the entry is added: a consumer that finds the entry also finds the flag, and then waits
     // for the lock until the request is complete.
     const MutexLock held(recallLock_);
     isPending_ = true;
     if (!list.add(destination)) return false;
-    if (known_.size() < kMaxWaiting && known_.insert(destination.key()).second) destinations_.push_back(destination);
+    if (known_.size() < kMaxWaiting && known_.insert(destination).second) destinations_.push_back(destination);
     return true;
   }
 
@@ -32,7 +32,7 @@ class Recalls {
   bool arePending() const { return isPending_.load(std::memory_order_acquire); }
 
   /// Removes and returns the waiting destinations in the order of the requests, each once.
-  std::vector<RtpAddr> take() {
+  std::vector<IpEndpoint> take() {
     const MutexLock held(recallLock_);
     isPending_ = false;
     known_.clear();
@@ -43,8 +43,8 @@ class Recalls {
   static constexpr std::size_t kMaxWaiting = 65'536;  ///< destinations
 
   Mutex recallLock_;
-  std::vector<RtpAddr> destinations_ GUARDED_BY(recallLock_);
-  std::unordered_set<std::uint64_t> known_ GUARDED_BY(recallLock_);  ///< keys of `destinations_`
+  std::vector<IpEndpoint> destinations_ GUARDED_BY(recallLock_);
+  std::unordered_set<IpEndpoint, IpEndpointHash> known_ GUARDED_BY(recallLock_);  ///< the same
   std::atomic<bool> isPending_ = false;
 };
 

@@ -3,7 +3,6 @@
 #include <cstdio>
 #include <string>
 
-#include "base/DottedDecimal.h"
 #include "base/Logger.h"
 #include "forwarding/MediaHeader.h"
 
@@ -16,13 +15,15 @@ constexpr std::chrono::milliseconds kIdleWait(100);
 constexpr std::chrono::milliseconds kRoomWait(2);  // while kept media waits for space in the connection
 constexpr std::chrono::milliseconds kNoWait(0);
 
-std::string hexAndDecimal(const char* heading, const RtpAddr& destination) {
-  char hexIp[16];
+/// Returns "Added to list rtp (ip=0xa010203=10.1.2.3, port=0x1f40=8000)"; an IPv6 address has only its own notation.
+std::string hexAndDecimal(const char* heading, const IpEndpoint& destination) {
+  const IpAddress& address = destination.address;
+  char hexIp[16] = "";
   char hexPort[16];
-  std::snprintf(hexIp, sizeof hexIp, "%x", destination.rtpIp);
-  std::snprintf(hexPort, sizeof hexPort, "%x", destination.rtpPort);
-  return std::string(heading) + hexIp + "=" + dottedDecimal(destination.rtpIp) + ", port=0x" + hexPort + "=" +
-         std::to_string(destination.rtpPort) + ")";
+  if (address.isIpv4()) std::snprintf(hexIp, sizeof hexIp, "0x%x=", address.ipv4());
+  std::snprintf(hexPort, sizeof hexPort, "%x", destination.port);
+  return std::string(heading) + hexIp + address.text() + ", port=0x" + hexPort + "=" +
+         std::to_string(destination.port) + ")";
 }
 
 }  // namespace
@@ -44,12 +45,13 @@ void RecorderLane::configure(const Settings& settings, WaitingFrames& waiting) {
 // ---- frames ----
 
 void RecorderLane::take(const KeptFrame& kept) {
-  const FrameHeader header = FrameHeader::of(kept.frame.data());
-  if (header.protocol != FrameProtocol::Rtp || destinations_.contains({header.dstIp, header.dstPort})) {
-    forward(header.protocol, kept);
+  const std::uint8_t* const header = kept.frame.data();
+  const FrameProtocol protocol = FrameHeader::protocolOf(header);
+  if (protocol != FrameProtocol::Rtp || destinations_.contains(FrameHeader::destinationOf(header))) {
+    forward(protocol, kept);
     return;
   }
-  const auto payload = kept.frame.subspan(FrameHeader::kLength);
+  const auto payload = kept.frame.subspan(FrameHeader::lengthOf(header));
   if (lookBack_ != nullptr && looksLikeMedia(payload.data(), static_cast<int>(payload.size()))) {
     keepMedia(kept);
   } else {
@@ -96,13 +98,19 @@ void RecorderLane::carryOut(const SnifferRequest& request) {
     case SnifferRequest::kRemoveDestination:
       removeDestination({request.rtpAddr, request.rtpPort});
       break;
+    case SnifferRequest::kAddIpv6Destination:
+      if (request.hasIpv6) addDestination({request.ipv6Addr, request.rtpPort});
+      break;
+    case SnifferRequest::kRemoveIpv6Destination:
+      if (request.hasIpv6) removeDestination({request.ipv6Addr, request.rtpPort});
+      break;
     case SnifferRequest::kHeartbeat:
       replyHeartbeat(lastClass_());
       break;
   }
 }
 
-void RecorderLane::addDestination(RtpAddr destination) {
+void RecorderLane::addDestination(const IpEndpoint& destination) {
   const bool isAdded = lookBack_ != nullptr ? recalls_.add(destination, destinations_) : destinations_.add(destination);
   if (lookBack_ != nullptr) waiting_->wake();
   if (!isAdded) {
@@ -111,13 +119,13 @@ void RecorderLane::addDestination(RtpAddr destination) {
                     " destinations: further ones are ignored");
     }
   } else if (logger().isDebugEnabled()) {
-    logger().debug(hexAndDecimal("Added to list rtp (ip=0x", destination));
+    logger().debug(hexAndDecimal("Added to list rtp (ip=", destination));
   }
 }
 
-void RecorderLane::removeDestination(RtpAddr destination) {
+void RecorderLane::removeDestination(const IpEndpoint& destination) {
   destinations_.remove(destination);
-  if (logger().isDebugEnabled()) logger().debug(hexAndDecimal("Removed from list rtp (ip=0x", destination));
+  if (logger().isDebugEnabled()) logger().debug(hexAndDecimal("Removed from list rtp (ip=", destination));
 }
 
 void RecorderLane::replyHeartbeat(FrameProtocol packetClass) {

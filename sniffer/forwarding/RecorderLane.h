@@ -75,8 +75,8 @@ class RecorderLane {
   /// Carries out the commands that are readable now. Never waits.
   void checkCommands() { commands_.carryOutWaiting(*links_.getMedia()); }
 
-  void addDestination(RtpAddr destination);
-  void removeDestination(RtpAddr destination);
+  void addDestination(const IpEndpoint& destination);
+  void removeDestination(const IpEndpoint& destination);
 
   /// Sends a heartbeat reply on the connection for a packet of class `packetClass`.
   void replyHeartbeat(FrameProtocol packetClass);
@@ -122,8 +122,7 @@ inline void RecorderLane::forward(FrameProtocol packetClass, const KeptFrame& fr
 inline bool RecorderLane::hasToWait(std::span<const std::uint8_t> frame) {
   if (recalls_.arePending()) catchUp_.takeRequests();
   if (!catchUp_.isActive() || FrameHeader::protocolOf(frame.data()) != FrameProtocol::Rtp) return false;
-  const FrameHeader header = FrameHeader::of(frame.data());
-  return catchUp_.holds({header.dstIp, header.dstPort});
+  return catchUp_.holds(FrameHeader::destinationOf(frame.data()));
 }
 
 }  // namespace voip

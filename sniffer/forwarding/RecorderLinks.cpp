@@ -6,6 +6,7 @@
 #include <string>
 #include <utility>
 
+#include "base/HostText.h"
 #include "base/Logger.h"
 #include "recorder/EmbeddedConnection.h"
 #include "recorder/TcpConnection.h"
@@ -31,6 +32,7 @@ bool isTransport(const char* text, const char* known) {
 std::unique_ptr<UdpConnection> newUdp(const char* host, int port, const Settings& settings, Statistics& statistics) {
   auto connection = std::make_unique<UdpConnection>(host, port);
   connection->setStatistics(statistics);
+  connection->setIpv6(settings.ipv6);
   connection->setCommandsFromServerOnly(settings.commandsFromServerOnly);
   return connection;
 }
@@ -38,6 +40,7 @@ std::unique_ptr<UdpConnection> newUdp(const char* host, int port, const Settings
 std::unique_ptr<TcpConnection> newTcp(const char* host, int port, const Settings& settings, Statistics& statistics) {
   auto connection = std::make_unique<TcpConnection>(host, port);
   connection->setStatistics(statistics);
+  connection->setIpv6(settings.ipv6);
   connection->setSendTimeout(std::chrono::milliseconds(settings.sendTimeout));
   return connection;
 }
@@ -64,6 +67,7 @@ void RecorderLinks::take(std::unique_ptr<BaseConnection> media, std::unique_ptr<
 void RecorderLinks::makeEmbedded(const Settings& settings) {
   logger().info("Embedded connection created");
   EmbeddedConnection::dft()->setCaptureTime(settings.captureTime);
+  EmbeddedConnection::dft()->setIpv6(settings.ipv6);
   setMedia({EmbeddedConnection::dft(), leave});
   setSignalling({nullptr, leave});
 }
@@ -91,7 +95,7 @@ void RecorderLinks::makeTcp(const RecorderAddresses& recorder, const Settings& s
   take(std::move(connection), nullptr);
   logger().info("TCP connection created");
   media.tcpConnect();
-  const std::string address = std::string(recorder.nameMedia) + ":" + std::to_string(recorder.portMedia);
+  const std::string address = hostAndPort(recorder.nameMedia, recorder.portMedia);
   logger().info((media.isConnected() ? "Connected to recorder " : "Connecting to recorder ") + address);
   if (shareOneConnection(recorder)) return;
   auto signalling = newTcp(recorder.nameSig, recorder.portSig, settings, statistics);

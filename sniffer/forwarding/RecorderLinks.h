@@ -13,7 +13,7 @@ namespace voip {
 /// The recorder's addresses for media and for signalling, which may be the same. The texts are not copied and must
 /// outlive the connections. Ports are in host order.
 struct RecorderAddresses {
-  const char* nameMedia = nullptr;  ///< IPv4 address in dotted-decimal form
+  const char* nameMedia = nullptr;  ///< IPv4 or IPv6 address
   int portMedia = 6000;
   const char* nameSig = nullptr;  ///< as `nameMedia`; null: signalling is sent with the media
   int portSig = 6000;

@@ -20,53 +20,70 @@ constexpr std::uint64_t kSpread = 0x9E3779B97F4A7C15;
 
 // ---- the table ----
 
-RtpDestinations::Table::Table(std::size_t size, std::uint64_t factor)
+RtpDestinations::Table::Table(std::size_t size, std::uint64_t factor, bool hasIpv6)
     : mask_(size - 1),
       shift_(64 - std::countr_zero(size)),
       factor_(factor),
-      keys_(std::make_unique<std::atomic<std::uint64_t>[]>(size)),
-      bits_(std::make_unique<std::atomic<std::uint32_t>[]>(size)) {
+      words_(std::make_unique<std::atomic<std::uint64_t>[]>(size)),
+      bits_(std::make_unique<std::atomic<std::uint32_t>[]>(size)),
+      addresses_(hasIpv6 ? std::make_unique<Address[]>(size) : nullptr) {
   clear();
 }
 
-std::size_t RtpDestinations::Table::homeOf(std::uint64_t key) const {
-  return key * factor_ >> shift_;
-}
-
-std::size_t RtpDestinations::Table::slotOf(std::uint64_t key) const {
-  std::size_t slot = homeOf(key);
+std::size_t RtpDestinations::Table::slotOf(const Key& key) const {
+  std::size_t slot = homeOf(key.word);
   // At least a quarter of the slots is free, but keys may move during a look-up: it visits each slot once at most.
   for (std::size_t tries = 0; tries <= mask_; ++tries, slot = (slot + 1) & mask_) {
-    const std::uint64_t found = keyAt(slot);
-    if (found == key || found == kFree) break;
+    const std::uint64_t found = wordAt(slot);
+    if (found == kFree || (found == key.word && (!key.isIpv6() || hasAddress(slot, key)))) break;
   }
   return slot;
 }
 
-void RtpDestinations::Table::put(std::size_t slot, std::uint64_t key, std::uint32_t bits) {
-  setBits(slot, bits);  // first: a reader that finds the key reads its bits
-  keys_[slot].store(key, std::memory_order_release);
+bool RtpDestinations::Table::hasAddress(std::size_t slot, const Key& key) const {
+  const Address& address = addresses_[slot];
+  return address.high.load(std::memory_order_acquire) == key.high &&
+         address.low.load(std::memory_order_acquire) == key.low;
+}
+
+RtpDestinations::Key RtpDestinations::Table::keyAt(std::size_t slot) const {
+  Key key{wordAt(slot)};
+  if (key.isIpv6()) {
+    key.high = addresses_[slot].high.load(std::memory_order_acquire);
+    key.low = addresses_[slot].low.load(std::memory_order_acquire);
+  }
+  return key;
+}
+
+void RtpDestinations::Table::put(std::size_t slot, const Key& key, std::uint32_t bits) {
+  // The word is last: a reader that finds it reads its bits and its address.
+  setBits(slot, bits);
+  if (key.isIpv6()) {
+    addresses_[slot].high.store(key.high, std::memory_order_release);
+    addresses_[slot].low.store(key.low, std::memory_order_release);
+  }
+  words_[slot].store(key.word, std::memory_order_release);
 }
 
 void RtpDestinations::Table::erase(std::size_t slot) {
   // A later key moves into the free slot, unless its home slot is after the free one.
-  for (std::size_t next = (slot + 1) & mask_; keyAt(next) != kFree; next = (next + 1) & mask_) {
-    const std::size_t home = homeOf(keyAt(next));
+  for (std::size_t next = (slot + 1) & mask_; !isFree(next); next = (next + 1) & mask_) {
+    const std::size_t home = homeOf(wordAt(next));
     if (((next - home) & mask_) < ((next - slot) & mask_)) continue;
     put(slot, keyAt(next), bitsAt(next));
     slot = next;
   }
-  keys_[slot].store(kFree, std::memory_order_release);
+  words_[slot].store(kFree, std::memory_order_release);
 }
 
 void RtpDestinations::Table::clear() {
-  for (std::size_t slot = 0; slot <= mask_; ++slot) keys_[slot].store(kFree, std::memory_order_relaxed);
+  for (std::size_t slot = 0; slot <= mask_; ++slot) words_[slot].store(kFree, std::memory_order_relaxed);
 }
 
 // ---- looking up ----
 
 RtpDestinations::RtpDestinations() : factor_(kSpread) {
-  tables_.push_back(std::make_unique<Table>(kInitialSize, factor_));
+  tables_.push_back(std::make_unique<Table>(kInitialSize, factor_, false));
   table_ = tables_.back().get();
 }
 
@@ -77,33 +94,32 @@ void RtpDestinations::setRecorders(unsigned count) {
   // No recorder can choose destinations that make the look-ups for the others slow.
   std::random_device random;
   factor_ = (std::uint64_t{random()} << 32 | random()) | 1;
-  tables_.back() = std::make_unique<Table>(kInitialSize, factor_);
+  tables_.back() = std::make_unique<Table>(kInitialSize, factor_, false);
   table_ = tables_.back().get();
 }
 
-/// True when the table of a single recorder has the destination.
-bool RtpDestinations::isWanted(RtpAddr destination) const {
-  if (cleared_.load(std::memory_order_acquire) != 0) return false;
-  const std::uint64_t key = destination.key();
-  while (true) {
-    const std::uint64_t before = changes_.load(std::memory_order_acquire);
-    const Table& now = *table_.load(std::memory_order_acquire);
-    if (now.keyAt(now.slotOf(key)) == key) return true;
-    // A miss is valid only if no key moved meanwhile. The keys are read with acquire, so this is read after them.
-    if (before % 2 == 0 && changes_.load(std::memory_order_relaxed) == before) return false;
-    std::this_thread::yield();
-  }
+/// The word of an IPv4 key has 16 zero bits, that of an IPv6 key begins with the bits 1 and 0: neither is kFree.
+inline RtpDestinations::Key RtpDestinations::keyOf(const IpEndpoint& destination) {
+  const IpAddress& address = destination.address;
+  if (address.isIpv4()) return {std::uint64_t{destination.port} << 32 | address.ipv4()};
+  constexpr std::uint64_t kPort = 0xFFFF;
+  const std::uint64_t hash = IpEndpointHash()(destination);
+  return {Key::kIpv6 | (hash >> 2 & ~kPort) | destination.port, address.high(), address.low()};
 }
 
-std::uint32_t RtpDestinations::wantedBySeveral(RtpAddr destination) const {
+std::uint32_t RtpDestinations::wantedBy(const IpEndpoint& destination) const {
   const std::uint32_t cleared = cleared_.load(std::memory_order_acquire);
-  const std::uint64_t key = destination.key();
+  if (cleared != 0 && !hasSeveral_) return 0;
+  const Key key = keyOf(destination);
   while (true) {
     const std::uint64_t before = changes_.load(std::memory_order_acquire);
     const Table& now = *table_.load(std::memory_order_acquire);
     const std::size_t slot = now.slotOf(key);
-    const std::uint32_t bits = now.keyAt(slot) == key ? now.bitsAt(slot) : 0;
-    // The bits of a slot are valid only if no key moved meanwhile, as a miss is.
+    const bool isFound = now.has(slot, key);
+    if (isFound && !hasSeveral_ && !key.isIpv6()) return 1;
+    const std::uint32_t bits = isFound ? now.bitsAt(slot) : 0;
+    // A miss, or the bits and the address of a slot, are valid only if no key moved meanwhile. All are read with
+    // acquire, so this is read after them.
     if (before % 2 == 0 && changes_.load(std::memory_order_relaxed) == before) return bits & ~cleared;
     std::this_thread::yield();
   }
@@ -111,7 +127,7 @@ std::uint32_t RtpDestinations::wantedBySeveral(RtpAddr destination) const {
 
 // ---- changing ----
 
-bool RtpDestinations::add(RtpAddr destination, unsigned recorder) {
+bool RtpDestinations::add(const IpEndpoint& destination, unsigned recorder) {
   while (true) {
     Repeated old;  // destroyed after the lock is released
     const MutexLock held(rtpListLock_);
@@ -119,18 +135,22 @@ bool RtpDestinations::add(RtpAddr destination, unsigned recorder) {
   }
 }
 
-bool RtpDestinations::put(RtpAddr destination, unsigned recorder) {
+bool RtpDestinations::put(const IpEndpoint& destination, unsigned recorder) {
   List& list = lists_[recorder];
-  if (used_ * 4 >= (table_.load()->size() - 1) * 3) grow();
+  const Key key = keyOf(destination);
+  const Table& before = *table_.load();
+  const bool needsIpv6 = key.isIpv6() && !before.hasIpv6();
+  const bool isFull = used_ * 4 >= (before.size() - 1) * 3;
+  if (isFull || needsIpv6) replaceTable(before.size() * (isFull ? 2 : 1), needsIpv6 || before.hasIpv6());
   Table& now = *table_.load();
-  const std::size_t slot = now.slotOf(destination.key());
-  const bool isFree = now.keyAt(slot) == Table::kFree;
+  const std::size_t slot = now.slotOf(key);
+  const bool isFree = now.isFree(slot);
   const std::uint32_t bits = isFree ? 0 : now.bitsAt(slot);
   if ((bits & bitOf(recorder)) != 0) {
-    ++list.repeated[destination.key()];
+    ++list.repeated[destination];
   } else {
     if (list.used >= limit()) return false;
-    isFree ? now.put(slot, destination.key(), bitOf(recorder)) : now.setBits(slot, bits | bitOf(recorder));
+    isFree ? now.put(slot, key, bitOf(recorder)) : now.setBits(slot, bits | bitOf(recorder));
     if (isFree) ++used_;
     ++list.used;
   }
@@ -138,15 +158,16 @@ bool RtpDestinations::put(RtpAddr destination, unsigned recorder) {
   return true;
 }
 
-void RtpDestinations::remove(RtpAddr destination, unsigned recorder) {
+void RtpDestinations::remove(const IpEndpoint& destination, unsigned recorder) {
   const MutexLock held(rtpListLock_);
   if (isCleared(recorder)) return;
   Table& now = *table_.load();
-  const std::size_t slot = now.slotOf(destination.key());
-  if (now.keyAt(slot) != destination.key() || (now.bitsAt(slot) & bitOf(recorder)) == 0) return;
+  const Key key = keyOf(destination);
+  const std::size_t slot = now.slotOf(key);
+  if (!now.has(slot, key) || (now.bitsAt(slot) & bitOf(recorder)) == 0) return;
   List& list = lists_[recorder];
   --list.total;
-  if (const auto repeated = list.repeated.find(destination.key()); repeated != list.repeated.end()) {
+  if (const auto repeated = list.repeated.find(destination); repeated != list.repeated.end()) {
     list.total -= repeated->second;
     list.repeated.erase(repeated);
   }
@@ -195,7 +216,7 @@ void RtpDestinations::sweepSome(unsigned recorder) {
   List& list = lists_[recorder];
   const Table& now = *table_.load();
   for (std::size_t steps = 0; list.used > 0 && steps < kSweptAtOnce; ++steps) {
-    if (now.keyAt(list.sweptTo) != Table::kFree && (now.bitsAt(list.sweptTo) & bitOf(recorder)) != 0) {
+    if (!now.isFree(list.sweptTo) && (now.bitsAt(list.sweptTo) & bitOf(recorder)) != 0) {
       dropBit(list.sweptTo, recorder);
     } else {
       list.sweptTo = (list.sweptTo + 1) % now.size();
@@ -211,14 +232,15 @@ void RtpDestinations::sweepTable() {
   ++changes_;
 }
 
-void RtpDestinations::grow() {
+void RtpDestinations::replaceTable(std::size_t size, bool hasIpv6) {
   const Table& old = *table_.load();
-  auto larger = std::make_unique<Table>(old.size() * 2, factor_);
+  auto next = std::make_unique<Table>(size, factor_, hasIpv6);
   for (std::size_t slot = 0; slot < old.size(); ++slot) {
-    const std::uint64_t key = old.keyAt(slot);
-    if (key != Table::kFree) larger->put(larger->slotOf(key), key, old.bitsAt(slot));
+    if (old.isFree(slot)) continue;
+    const Key key = old.keyAt(slot);
+    next->put(next->slotOf(key), key, old.bitsAt(slot));
   }
-  tables_.push_back(std::move(larger));
+  tables_.push_back(std::move(next));
   table_.store(tables_.back().get(), std::memory_order_release);
 }
 

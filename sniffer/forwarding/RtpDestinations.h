@@ -8,13 +8,15 @@
 #include <unordered_map>
 #include <vector>
 
+#include "base/IpEndpoint.h"
 #include "base/Mutex.h"
 #include "forwarding/RtpAddr.h"
 
 namespace voip {
 
-/// The destinations that the recorders have asked for: one table for all recorders, with a bit for each. Each recorder
-/// has a list of its own in it. A destination may be in a list several times; a removal removes all equal entries.
+/// The destinations that the recorders have asked for, IPv4 and IPv6: one table for all recorders, with a bit for each.
+/// Each recorder has a list of its own in it. A destination may be in a list several times; a removal removes all equal
+/// entries.
 ///
 /// A look-up takes no lock, and its cost depends neither on the length of the lists nor on the number of recorders. Any
 /// thread may call any operation.
@@ -38,15 +40,13 @@ class RtpDestinations {
 
   /// Adds an entry to the list of `recorder`, a number from 0, whether or not there is an equal one. Returns false, and
   /// adds nothing, when the list has kMaxOfEach other destinations. Throws std::bad_alloc.
-  bool add(RtpAddr destination, unsigned recorder);
+  bool add(const IpEndpoint& destination, unsigned recorder);
 
   /// Removes all entries of a destination from a list.
-  void remove(RtpAddr destination, unsigned recorder);
+  void remove(const IpEndpoint& destination, unsigned recorder);
 
   /// Returns a bit for each recorder with an entry of a destination: 1 << recorder. Takes no lock.
-  std::uint32_t wantedBy(RtpAddr destination) const {
-    return hasSeveral_ ? wantedBySeveral(destination) : isWanted(destination);
-  }
+  std::uint32_t wantedBy(const IpEndpoint& destination) const;
 
   /// Empties a list without waiting for threads that use it, whatever its length.
   void clear(unsigned recorder) { cleared_.fetch_or(bitOf(recorder), std::memory_order_release); }
@@ -55,44 +55,70 @@ class RtpDestinations {
   std::size_t length(unsigned recorder);
 
  private:
+  /// A destination in the table. The word decides where it is; IPv6 addresses are compared as well.
+  struct Key {
+    static constexpr std::uint64_t kIpv6 = std::uint64_t{1} << 63;
+
+    std::uint64_t word;               ///< IPv4: address and port. IPv6: kIpv6, 46 bits of a hash, the port
+    std::uint64_t high = 0, low = 0;  ///< the halves of an IPv6 address
+
+    bool isIpv6() const { return (word & kIpv6) != 0; }
+  };
+
   /// A hash table of keys, each with the bits of the recorders that have it. It uses open addressing with linear
   /// probing: no slot between the home slot of a key and its actual slot is free.
   class Table {
    public:
-    static constexpr std::uint64_t kFree = ~std::uint64_t{0};  ///< no key: a key has 16 zero bits
+    static constexpr std::uint64_t kFree = ~std::uint64_t{0};  ///< the word of no key
 
-    /// `size` is a power of two. `factor`, which is odd, decides the order of the keys.
-    Table(std::size_t size, std::uint64_t factor);
+    /// `size` is a power of two. `factor`, which is odd, decides the order of the keys. `hasIpv6`: there is space for
+    /// IPv6 addresses.
+    Table(std::size_t size, std::uint64_t factor, bool hasIpv6);
 
     std::size_t size() const { return mask_ + 1; }
+    bool hasIpv6() const { return addresses_ != nullptr; }
 
     /// Returns the slot of a key, or the free slot where it belongs. Any thread.
-    std::size_t slotOf(std::uint64_t key) const;
+    std::size_t slotOf(const Key& key) const;
 
-    /// Returns the key in a slot, or kFree. Any thread.
-    std::uint64_t keyAt(std::size_t slot) const { return keys_[slot].load(std::memory_order_acquire); }
+    /// Returns true when the key is in the slot. Any thread.
+    bool has(std::size_t slot, const Key& key) const {
+      return wordAt(slot) == key.word && (!key.isIpv6() || hasAddress(slot, key));
+    }
+
+    bool isFree(std::size_t slot) const { return wordAt(slot) == kFree; }
+
+    /// Returns the key in a slot that is not free. Any thread.
+    Key keyAt(std::size_t slot) const;
 
     /// Returns the bits of the key in a slot. Any thread.
     std::uint32_t bitsAt(std::size_t slot) const { return bits_[slot].load(std::memory_order_acquire); }
 
     // Writers only.
     void setBits(std::size_t slot, std::uint32_t bits) { bits_[slot].store(bits, std::memory_order_release); }
-    void put(std::size_t slot, std::uint64_t key, std::uint32_t bits);
+    void put(std::size_t slot, const Key& key, std::uint32_t bits);
     void erase(std::size_t slot);
     void clear();
 
    private:
-    std::size_t homeOf(std::uint64_t key) const;
+    struct Address {
+      std::atomic<std::uint64_t> high, low;
+    };
+
+    std::uint64_t wordAt(std::size_t slot) const { return words_[slot].load(std::memory_order_acquire); }
+    bool hasAddress(std::size_t slot, const Key& key) const;
+    std::size_t homeOf(std::uint64_t word) const { return word * factor_ >> shift_; }
 
     const std::size_t mask_;
     const int shift_;
     const std::uint64_t factor_;
-    std::unique_ptr<std::atomic<std::uint64_t>[]> keys_;
+    std::unique_ptr<std::atomic<std::uint64_t>[]> words_;
     std::unique_ptr<std::atomic<std::uint32_t>[]> bits_;
+    std::unique_ptr<Address[]> addresses_;  ///< of IPv6 keys; null until there is one
   };
 
-  /// Keys with further, equal entries, and the number of these.
-  using Repeated = std::unordered_map<std::uint64_t, std::size_t>;
+  /// Destinations with further, equal entries, and the number of these.
+  using Repeated = std::unordered_map<IpEndpoint, std::size_t, IpEndpointHash>;
 
   /// What is known of the list of one recorder.
   struct List {
@@ -104,20 +130,20 @@ class RtpDestinations {
 
   static constexpr std::uint32_t bitOf(unsigned recorder) { return std::uint32_t{1} << recorder; }
   bool isCleared(unsigned recorder) const { return (cleared_.load(std::memory_order_acquire) & bitOf(recorder)) != 0; }
-  bool isWanted(RtpAddr destination) const;
-  std::uint32_t wantedBySeveral(RtpAddr destination) const;
-  bool put(RtpAddr destination, unsigned recorder) REQUIRES(rtpListLock_);
+  static Key keyOf(const IpEndpoint& destination);
+  bool put(const IpEndpoint& destination, unsigned recorder) REQUIRES(rtpListLock_);
   void dropBit(std::size_t slot, unsigned recorder) REQUIRES(rtpListLock_);
   bool sweep(unsigned recorder, Repeated& old) REQUIRES(rtpListLock_);
   void sweepSome(unsigned recorder) REQUIRES(rtpListLock_);
   void sweepTable() REQUIRES(rtpListLock_);
-  void grow() REQUIRES(rtpListLock_);
+  void replaceTable(std::size_t size, bool hasIpv6) REQUIRES(rtpListLock_);
 
   Mutex rtpListLock_{"rtpListLock"};      ///< held by threads that change a list
   std::atomic<std::uint64_t> changes_{};  ///< odd while keys move or disappear
   std::atomic<Table*> table_;             ///< the last of `tables_`
 
-  /// The sizes double, so the outgrown tables together are no larger than the present one. Readers may still use them.
+  /// The sizes double, except once for IPv6 addresses, so the outgrown tables together are no larger than the present
+  /// one. Readers may still use them.
   std::vector<std::unique_ptr<Table>> tables_ GUARDED_BY(rtpListLock_);
 
   /// Bits of the recorders whose lists count as empty. The next addition to such a list removes its entries first.
@@ -135,14 +161,14 @@ class DestinationList {
   DestinationList(RtpDestinations& all, unsigned recorder) : all_(all), recorder_(recorder) {}
 
   /// As the operations of RtpDestinations.
-  bool add(RtpAddr destination) { return all_.add(destination, recorder_); }
-  void remove(RtpAddr destination) { all_.remove(destination, recorder_); }
+  bool add(const IpEndpoint& destination) { return all_.add(destination, recorder_); }
+  void remove(const IpEndpoint& destination) { all_.remove(destination, recorder_); }
   void clear() { all_.clear(recorder_); }
   std::size_t length() { return all_.length(recorder_); }
   std::size_t limit() const { return all_.limit(); }
 
   /// True when the list has an entry of a destination. Takes no lock.
-  bool contains(RtpAddr destination) const { return (all_.wantedBy(destination) >> recorder_ & 1) != 0; }
+  bool contains(const IpEndpoint& destination) const { return (all_.wantedBy(destination) >> recorder_ & 1) != 0; }
 
  private:
   RtpDestinations& all_;

@@ -88,9 +88,14 @@ jint JNICALL Java_com_morvin_dom_telephony_sniffer_EmbeddedPacketChannel_sendReq
   if (buffer == nullptr) return 0;
   const jsize length = env->GetArrayLength(buffer);
   if (length < SnifferRequest::kWireLength) return 0;
-  std::uint8_t wire[SnifferRequest::kWireLength];
+  std::uint8_t wire[SnifferRequest::kIpv6WireLength];
   env->GetByteArrayRegion(buffer, 0, SnifferRequest::kWireLength, reinterpret_cast<jbyte*>(wire));
   SnifferRequest request = SnifferRequest::fromWire(wire);
+  if (SnifferRequest::wireLength(wire[0], EmbeddedConnection::dft()->takesIpv6()) > SnifferRequest::kWireLength) {
+    if (length < SnifferRequest::kIpv6WireLength) return 0;
+    env->GetByteArrayRegion(buffer, 0, SnifferRequest::kIpv6WireLength, reinterpret_cast<jbyte*>(wire));
+    request = SnifferRequest::fromIpv6Wire(wire);
+  }
   jint result = 0;
   nativeMethod("sendRequest", [&] {
     if (EmbeddedConnection::dft()->sendRequest(request)) result = length;

@@ -36,7 +36,8 @@ JNIEXPORT jint JNICALL Java_com_morvin_dom_telephony_sniffer_EmbeddedPacketChann
                                                                                               jobject buffer);
 
 /// int sendRequest(byte[] buffer): queues the command in the first 7 bytes (see SnifferRequest) and returns the length
-/// of the array. Returns 0 when the array is null or shorter than 7 bytes. Never waits.
+/// of the array. Returns 0 when the array is null or shorter than 7 bytes. With the setting IPv6, the codes 4 and 5
+/// take 19 bytes instead of 7. Never waits.
 JNIEXPORT jint JNICALL Java_com_morvin_dom_telephony_sniffer_EmbeddedPacketChannel_sendRequest(JNIEnv* env,
                                                                                                jobject channel,
                                                                                                jbyteArray buffer);

@@ -15,29 +15,38 @@ namespace voip {
 /// since 1970, in network byte order.
 class CaptureTimeFrame {
  public:
-  static constexpr int kLength = FrameHeader::kLength + 8;  ///< bytes
-  static constexpr std::int64_t kLate = 20'000;             ///< microseconds; a late frame was captured longer ago
+  static constexpr int kTimeLength = 8;  ///< bytes
+  static constexpr int kLongest = FrameHeader::kIpv6Length + kTimeLength;
+  static constexpr std::int64_t kLate = 20'000;  ///< microseconds; a late frame was captured longer ago
 
   static constexpr std::int64_t kNever = INT64_MIN;  ///< as lateSince(): no frame is late
 
   /// Returns the time in microseconds since 1970 before which a frame must have been seen to be late now. Any thread.
   static std::int64_t lateSince() { return CaptureStamp::now() - kLate; }
 
-  /// Announces a frame with a 15-byte header at `frame`, captured at `captured`.
+  /// Returns the length in bytes of the frame that announces `frame`.
+  static int lengthFor(const std::uint8_t* frame) {
+    return static_cast<int>(FrameHeader::lengthOf(frame)) + kTimeLength;
+  }
+
+  /// Announces a frame whose header is at `frame`, captured at `captured`.
   void write(const std::uint8_t* frame, std::int64_t captured) {
     FrameHeader header = FrameHeader::of(frame);
-    header.len = kLength;
+    header.len = static_cast<u_short>(lengthFor(frame));
     header.protocol = FrameProtocol::CaptureTime;
     header.write(bytes_.data());
     const std::uint64_t time = htobe64(static_cast<std::uint64_t>(captured));
-    std::memcpy(bytes_.data() + FrameHeader::kLength, &time, sizeof time);
+    std::memcpy(bytes_.data() + header.length(), &time, sizeof time);
   }
 
-  /// Returns kLength bytes, which this object owns.
+  /// Returns length() bytes, which this object owns.
   std::uint8_t* data() { return bytes_.data(); }
 
+  /// Returns the length in bytes of what write() wrote last.
+  int length() const { return lengthFor(bytes_.data()); }
+
  private:
-  std::array<std::uint8_t, kLength> bytes_;
+  std::array<std::uint8_t, kLongest> bytes_;
 };
 
 }  // namespace voip

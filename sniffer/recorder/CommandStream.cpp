@@ -18,14 +18,17 @@ void CommandStream::append(std::span<const std::uint8_t> bytes) {
 }
 
 bool CommandStream::take(SnifferRequest& request) {
-  std::array<std::uint8_t, SnifferRequest::kWireLength> wire;
-  if (total_ < wire.size()) return false;
-  for (std::uint8_t& byte : wire) {
+  if (!hasWhole()) return false;
+  std::array<std::uint8_t, SnifferRequest::kIpv6WireLength> wire{};
+  const std::size_t length = nextLength();
+  for (std::uint8_t& byte : std::span(wire).first(length)) {
     byte = ring_[requestStart_];
     requestStart_ = (requestStart_ + 1) % ring_.size();
   }
-  total_ -= wire.size();
-  const SnifferRequest decoded = SnifferRequest::fromWire(wire.data());
+  total_ -= length;
+  const bool isIpv6 = length == SnifferRequest::kIpv6WireLength;
+  const SnifferRequest decoded =
+      isIpv6 ? SnifferRequest::fromIpv6Wire(wire.data()) : SnifferRequest::fromWire(wire.data());
   if (decoded.request == SnifferRequest::kHeartbeat) {
     request.request = decoded.request;
   } else {

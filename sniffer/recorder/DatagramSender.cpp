@@ -15,7 +15,7 @@ namespace {
 
 constexpr std::size_t kMaxFrames = 128;
 constexpr std::size_t kMaxSegments = 64;
-constexpr int kMaxBytes = 65507;  // of one send over IPv4, segments included
+constexpr int kMaxBytes = 65507;  // of one send over IPv4 (over IPv6 a few more), segments included
 
 /// Returns how many frames, from the first on, can be segments of one send: all have the same size, the last may be
 /// shorter.
@@ -32,7 +32,7 @@ std::size_t lengthOfRun(std::span<const OutgoingFrame> frames, int largestSegmen
 /// The messages of one system call.
 class Messages {
  public:
-  Messages(std::span<const OutgoingFrame> frames, const sockaddr_in& to, int largestSegment) {
+  Messages(std::span<const OutgoingFrame> frames, const SocketAddress& to, int largestSegment) {
     frames = frames.first(std::min(frames.size(), kMaxFrames));
     for (std::size_t at = 0; at < frames.size(); at += frameCounts_[count_ - 1]) {
       add(frames.subspan(at, lengthOfRun(frames.subspan(at), largestSegment)), at, to);
@@ -50,14 +50,14 @@ class Messages {
   bool beginsWithSegments() const { return frameCounts_[0] > 1; }
 
  private:
-  void add(std::span<const OutgoingFrame> run, std::size_t at, const sockaddr_in& to) {
+  void add(std::span<const OutgoingFrame> run, std::size_t at, const SocketAddress& to) {
     for (std::size_t i = 0; i < run.size(); ++i) {
       pieces_[at + i] = {run[i].bytes, static_cast<std::size_t>(run[i].length)};
     }
     msghdr& header = headers_[count_].msg_hdr;
     header = {};
-    header.msg_name = const_cast<sockaddr_in*>(&to);
-    header.msg_namelen = sizeof to;
+    header.msg_name = const_cast<sockaddr*>(to.data());
+    header.msg_namelen = to.size();
     header.msg_iov = &pieces_[at];
     header.msg_iovlen = run.size();
     if (run.size() > 1) markAsSegments(header, static_cast<std::uint16_t>(run[0].length));
@@ -94,12 +94,12 @@ DatagramSender::DatagramSender(int sd) : socket_(sd) {
   kernelKnowsSegments_ = getsockopt(sd, SOL_UDP, UDP_SEGMENT, &value, &size) == 0;
 }
 
-std::size_t DatagramSender::send(std::span<const OutgoingFrame> frames, const sockaddr_in& to) {
+std::size_t DatagramSender::send(std::span<const OutgoingFrame> frames, const SocketAddress& to) {
   if (frames.size() == 1) {
     const auto length = static_cast<std::size_t>(frames[0].length);
-    return sendto(socket_, frames[0].bytes, length, 0, reinterpret_cast<const sockaddr*>(&to), sizeof to) == -1 ? 0 : 1;
+    return sendto(socket_, frames[0].bytes, length, 0, to.data(), to.size()) == -1 ? 0 : 1;
   }
-  if (to.sin_addr.s_addr != last_.sin_addr.s_addr) {
+  if (!to.hasAddressOf(last_)) {
     last_ = to;
     largestSegment_ = kernelKnowsSegments_ ? kMaxBytes : 0;
   }
@@ -112,7 +112,7 @@ std::size_t DatagramSender::send(std::span<const OutgoingFrame> frames, const so
   return sent;
 }
 
-std::size_t DatagramSender::sendOnce(std::span<const OutgoingFrame> frames, const sockaddr_in& to) {
+std::size_t DatagramSender::sendOnce(std::span<const OutgoingFrame> frames, const SocketAddress& to) {
   Messages messages(frames, to, largestSegment_);
   if (const std::size_t sent = messages.send(socket_); sent > 0 || !messages.beginsWithSegments()) return sent;
   const int error = errno;

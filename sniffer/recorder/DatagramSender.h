@@ -1,10 +1,9 @@
 #pragma once
 
-#include <netinet/in.h>
-
 #include <span>
 
 #include "recorder/BaseConnection.h"
+#include "recorder/SocketAddress.h"
 
 namespace voip {
 
@@ -18,16 +17,16 @@ class DatagramSender {
 
   /// Sends each frame as one datagram, in order. Stops at the first frame that cannot be sent; errno has the reason.
   /// Returns the number of frames sent. Ignores and does not set the `sent` of a frame.
-  std::size_t send(std::span<const OutgoingFrame> frames, const sockaddr_in& to);
+  std::size_t send(std::span<const OutgoingFrame> frames, const SocketAddress& to);
 
  private:
   /// As send(), for the frames of one system call. Returns 0 only when the first frame cannot be sent.
-  std::size_t sendOnce(std::span<const OutgoingFrame> frames, const sockaddr_in& to);
+  std::size_t sendOnce(std::span<const OutgoingFrame> frames, const SocketAddress& to);
 
   const int socket_;
   int largestSegment_ = 0;    ///< in bytes, on the path to `last_`; 0 without segmentation offload
   bool kernelKnowsSegments_;  ///< the kernel has UDP_SEGMENT
-  sockaddr_in last_{};        ///< destination of the last group
+  SocketAddress last_;        ///< destination of the last group
 };
 
 }  // namespace voip

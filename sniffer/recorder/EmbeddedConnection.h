@@ -49,6 +49,10 @@ class EmbeddedConnection : public BaseConnection {
   void setCaptureTime(bool announce);
   bool announcesCaptureTime() const override { return announcesCaptureTime_; }
 
+  /// Sets whether the host's commands may have IPv6 addresses. Any thread.
+  void setIpv6(bool on) { ipv6_ = on; }
+  bool takesIpv6() const { return ipv6_; }
+
   /// True when a command waits. Takes no lock. Any thread.
   bool mayHaveRequest() const override { return requestsWaiting_.load(std::memory_order_acquire) != 0; }
 
@@ -95,6 +99,7 @@ class EmbeddedConnection : public BaseConnection {
   std::chrono::milliseconds hostPatience_{10'000};
   voip::HostMonitor* monitor_ = nullptr;
   bool announcesCaptureTime_ = false;
+  std::atomic<bool> ipv6_ = false;
   std::atomic<std::size_t> requestsWaiting_ = 0;
   std::atomic<std::size_t> backlogSize_ = 0;  ///< bytes of the frames in the queue
 

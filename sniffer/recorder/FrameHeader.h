@@ -7,6 +7,7 @@
 #include <cstring>
 
 #include "base/FrameLimits.h"
+#include "base/IpEndpoint.h"
 
 namespace voip {
 
@@ -23,36 +24,76 @@ enum class FrameProtocol : std::uint8_t {
 /// The header of a forwarded frame. The members are in host order.
 ///
 /// On the wire it has 15 bytes without gaps, in network byte order: length (2), protocol (1), destination address (4),
-/// destination port (2), source address (4), source port (2).
+/// destination port (2), source address (4), source port (2). The addresses of an IPv6 packet have 16 bytes each, so
+/// that the header has 39, and bit 0x40 of the protocol is set.
 struct FrameHeader {
-  static constexpr int kLength = kForwardedHeader;  ///< bytes on the wire
-  static constexpr int kProtocolOffset = 2;         ///< index of the protocol on the wire
+  static constexpr int kLength = kForwardedHeader;          ///< bytes on the wire, IPv4
+  static constexpr int kIpv6Length = kForwardedIpv6Header;  ///< the same, IPv6
+  static constexpr int kProtocolOffset = 2;                 ///< index of the protocol on the wire
+  static constexpr std::uint8_t kIpv6Bit = 0x40;            ///< of the protocol on the wire
 
   u_short len = 0;  ///< bytes of the whole frame, the header included
   FrameProtocol protocol = FrameProtocol::None;
-  u_int dstIp = 0;  ///< IPv4 address, the first octet in the most significant byte
+  IpAddress dstIp = 0;
   u_short dstPort = 0;
-  u_int srcIp = 0;
+  IpAddress srcIp = 0;  ///< of the same family
   u_short srcPort = 0;
 
-  /// Writes the 15 bytes to `frame`.
+  /// Returns the length in bytes of the header of a frame with an address of this family.
+  static constexpr std::size_t lengthFor(const IpAddress& address) {
+    return address.isIpv4() ? kForwardedHeader : kForwardedIpv6Header;
+  }
+
+  /// Returns the length in bytes of this header.
+  std::size_t length() const { return lengthFor(dstIp); }
+
+  /// Writes the length() bytes to `frame`.
   void write(std::uint8_t* frame) const {
     put16(frame, len);
     frame[kProtocolOffset] = static_cast<std::uint8_t>(protocol);
-    put32(frame + 3, dstIp);
+    if (!dstIp.isIpv4()) {
+      frame[kProtocolOffset] |= kIpv6Bit;
+      dstIp.write(frame + 3);
+      put16(frame + 19, dstPort);
+      srcIp.write(frame + 21);
+      put16(frame + 37, srcPort);
+      return;
+    }
+    put32(frame + 3, dstIp.ipv4());
     put16(frame + 7, dstPort);
-    put32(frame + 9, srcIp);
+    put32(frame + 9, srcIp.ipv4());
     put16(frame + 13, srcPort);
   }
 
-  /// Returns the header that the first 15 bytes of `frame` contain.
+  /// Returns the header at the beginning of `frame`.
   static FrameHeader of(const std::uint8_t* frame) {
+    if (!isIpv6(frame)) return ofIpv4(frame);
+    return {get16(frame),      protocolOf(frame),           IpAddress::read(frame + 3),
+            get16(frame + 19), IpAddress::read(frame + 21), get16(frame + 37)};
+  }
+
+  /// As of(), for a frame with IPv4 addresses.
+  static FrameHeader ofIpv4(const std::uint8_t* frame) {
     return {get16(frame), protocolOf(frame), get32(frame + 3), get16(frame + 7), get32(frame + 9), get16(frame + 13)};
   }
 
-  /// Returns the protocol in the header of `frame`.
+  /// Returns true when the header of `frame` has IPv6 addresses.
+  static bool isIpv6(const std::uint8_t* frame) { return (frame[kProtocolOffset] & kIpv6Bit) != 0; }
+
+  /// Returns the protocol in the header of `frame`, which is the same for IPv4 and IPv6.
   static FrameProtocol protocolOf(const std::uint8_t* frame) {
-    return static_cast<FrameProtocol>(frame[kProtocolOffset]);
+    return static_cast<FrameProtocol>(frame[kProtocolOffset] & ~kIpv6Bit);
+  }
+
+  /// Returns the length in bytes of the header of `frame`.
+  static std::size_t lengthOf(const std::uint8_t* frame) {
+    return isIpv6(frame) ? kForwardedIpv6Header : kForwardedHeader;
+  }
+
+  /// Returns the destination in the header of `frame`.
+  static IpEndpoint destinationOf(const std::uint8_t* frame) {
+    if (isIpv6(frame)) return {IpAddress::read(frame + 3), get16(frame + 19)};
+    return {get32(frame + 3), get16(frame + 7)};
   }
 
  private:

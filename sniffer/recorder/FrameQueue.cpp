@@ -67,7 +67,7 @@ SnifferPacket FrameQueue::front() {
   const SnifferPacket frame = oldest();
   if (!isLate(0)) return frame;
   timeFrame_.write(frame.payload, stamps_.front().captured);
-  return {CaptureTimeFrame::kLength, timeFrame_.data()};
+  return {timeFrame_.length(), timeFrame_.data()};
 }
 
 void FrameQueue::pop() {
@@ -79,7 +79,8 @@ void FrameQueue::pop() {
 }
 
 int FrameQueue::shortestBuffer() const {
-  return isLate(0) ? std::max(CaptureTimeFrame::kLength, oldest().length) : oldest().length;
+  const SnifferPacket frame = oldest();
+  return isLate(0) ? std::max(CaptureTimeFrame::lengthFor(frame.payload), frame.length) : frame.length;
 }
 
 std::size_t FrameQueue::take(std::span<std::uint8_t> buffer) {
@@ -87,10 +88,11 @@ std::size_t FrameQueue::take(std::span<std::uint8_t> buffer) {
   while (published_ > 0) {
     if (isLate(0)) {
       // The two stay together, so that no other thread fetches between them.
-      const std::size_t both = CaptureTimeFrame::kLength + bytesOf(oldest().length);
+      const SnifferPacket time = front();
+      const std::size_t both = bytesOf(time.length) + bytesOf(oldest().length);
       if (buffer.size() - taken < (taken == 0 ? bytesOf(shortestBuffer()) : both)) break;
-      std::memcpy(buffer.data() + taken, front().payload, CaptureTimeFrame::kLength);
-      taken += CaptureTimeFrame::kLength;
+      std::memcpy(buffer.data() + taken, time.payload, bytesOf(time.length));
+      taken += bytesOf(time.length);
       pop();
     }
     const Block& block = blocks_.front();

@@ -1,6 +1,5 @@
 #include "recorder/TcpConnection.h"
 
-#include <arpa/inet.h>
 #include <fcntl.h>
 #include <linux/sock_diag.h>
 #include <linux/sockios.h>
@@ -15,7 +14,7 @@
 #include <string>
 #include <utility>
 
-#include "base/DottedDecimal.h"
+#include "base/HostText.h"
 #include "base/Logger.h"
 
 using namespace voip;
@@ -35,12 +34,10 @@ bool isSendable(const OutgoingFrame& frame) {
 }  // namespace
 
 TcpConnection::TcpConnection(const char* host, int port)
-    : serverPort_(port),
+    : serverAddr_(host, port),
+      serverPort_(port),
       serverHost_(host),
       sending_(std::make_unique<AccountedSending>(static_cast<StreamSocket&>(*this))) {
-  serverAddr_.sin_family = AF_INET;
-  serverAddr_.sin_addr.s_addr = inet_addr(host);
-  serverAddr_.sin_port = htons(static_cast<std::uint16_t>(port));
   logger().info("Connecting to recorder " + getAddress());
 }
 
@@ -57,13 +54,13 @@ void TcpConnection::setSendTimeout(std::chrono::milliseconds time) {
 }
 
 std::string TcpConnection::getAddress() const {
-  return std::string(serverHost_) + ":" + std::to_string(serverPort_);
+  return hostAndPort(serverHost_, serverPort_);
 }
 
 // ---- connecting ----
 
 int TcpConnection::getSocket() {
-  const int sd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, IPPROTO_TCP);
+  const int sd = socket(serverAddr_.family(), SOCK_STREAM | SOCK_CLOEXEC, IPPROTO_TCP);
   if (sd == -1) {
     logger().error("Unable to create TCP connection.");
     return -1;
@@ -87,7 +84,8 @@ void TcpConnection::tcpConnect() {
   if (clientSd_ == -1) return;
   if (!isConnecting_) attemptedAt_ = Clock::now();
   isConnecting_ = false;
-  if (connect(clientSd_, reinterpret_cast<const sockaddr*>(&serverAddr_), sizeof serverAddr_) == 0) {
+  serverAddr_ = SocketAddress(serverHost_, serverPort_);  // the device of a link-local address may have appeared
+  if (connect(clientSd_, serverAddr_.data(), serverAddr_.size()) == 0) {
     setConnected();
     return;
   }
@@ -302,6 +300,11 @@ void TcpConnection::rest(long seconds, long nanoseconds) {
 
 // ---- commands ----
 
+void TcpConnection::setIpv6(bool on) {
+  const MutexLock held(lock_);
+  commands_.setIpv6(on);
+}
+
 bool TcpConnection::receiveRequest(SnifferRequest& request) {
   const MutexLock held(lock_);
   if (!connected_ || clientSd_ == -1) return false;
@@ -309,7 +312,7 @@ bool TcpConnection::receiveRequest(SnifferRequest& request) {
   std::array<std::uint8_t, CommandStream::kMaxAppended> received;
   const std::size_t room = commands_.room();
   const ssize_t n = room > 0 ? recv(clientSd_, received.data(), room, 0) : -1;
-  if (n == 0 && commands_.waiting() < SnifferRequest::kWireLength) {
+  if (n == 0 && !commands_.hasWhole()) {
     countLoss();
     closeConnection();
     return false;
@@ -317,7 +320,7 @@ bool TcpConnection::receiveRequest(SnifferRequest& request) {
   if (n < 1 && commands_.waiting() < 1) return false;
   if (n > 0) {
     commands_.append({received.data(), static_cast<std::size_t>(n)});
-    if (commands_.waiting() < SnifferRequest::kWireLength) return false;
+    if (!commands_.hasWhole()) return false;
   }
   if (commands_.take(request)) logCommand(request);
   return true;
@@ -327,8 +330,8 @@ void TcpConnection::logCommand(const SnifferRequest& request) {
   if (!logger().isDebugEnabled()) return;
   logger().debug(request.request == SnifferRequest::kHeartbeat
                      ? "Heartbeat request received"
-                     : "rx from server cmd=" + std::to_string(request.request) +
-                           ", ip=" + dottedDecimal(request.rtpAddr) + ", port=" + std::to_string(request.rtpPort));
+                     : "rx from server cmd=" + std::to_string(request.request) + ", ip=" + request.address().text() +
+                           ", port=" + std::to_string(request.rtpPort));
 }
 
 void TcpConnection::closeConnection() {

@@ -1,7 +1,5 @@
 #pragma once
 
-#include <netinet/in.h>
-
 #include <atomic>
 #include <chrono>
 #include <cstdint>
@@ -11,6 +9,7 @@
 #include "base/Mutex.h"
 #include "recorder/BaseConnection.h"
 #include "recorder/CommandStream.h"
+#include "recorder/SocketAddress.h"
 #include "recorder/SocketWait.h"
 #include "recorder/StreamSending.h"
 #include "statistics/Statistics.h"
@@ -25,8 +24,7 @@
 /// receiveRequest(), awaitRequest() and sendReply().
 class TcpConnection : public BaseConnection, private voip::StreamSocket {
  public:
-  /// `host` is an IPv4 address in dotted-decimal form; the text is not copied and must outlive the object. `port` is in
-  /// host order.
+  /// `host` as in SocketAddress; the text is not copied and must outlive the object. `port` is in host order.
   TcpConnection(const char* host, int port);
   TcpConnection(const TcpConnection&) = delete;
   TcpConnection& operator=(const TcpConnection&) = delete;
@@ -39,6 +37,9 @@ class TcpConnection : public BaseConnection, private voip::StreamSocket {
   /// sent once, and a short send that completes a frame counts. 0, the default: no wait, and the accounting of
   /// sendPacket(). To be called before the first use.
   void setSendTimeout(std::chrono::milliseconds time);
+
+  /// Sets whether commands may have IPv6 addresses. To be called before the first use.
+  void setIpv6(bool on);
 
   /// Decodes at most one command. Also returns true, with `request` unchanged, while the rest of a command is missing:
   /// the caller then carries out the previous command again. Command thread.
@@ -104,7 +105,7 @@ class TcpConnection : public BaseConnection, private voip::StreamSocket {
 
   voip::Statistics* statistics_ = nullptr;
   std::chrono::milliseconds sendTimeout_{0};
-  sockaddr_in serverAddr_{};
+  voip::SocketAddress serverAddr_;
   const int serverPort_;
   const char* const serverHost_;
 

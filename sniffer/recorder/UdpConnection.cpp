@@ -1,6 +1,5 @@
 #include "recorder/UdpConnection.h"
 
-#include <arpa/inet.h>
 #include <fcntl.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -9,20 +8,13 @@
 #include <cstdlib>
 #include <string>
 
-#include "base/DottedDecimal.h"
 #include "base/Logger.h"
 
 using namespace voip;
 
-UdpConnection::UdpConnection(const char* host, int port) : serverPort_(port), serverHost_(host) {
-  serverAddr_.sin_family = AF_INET;
-  serverAddr_.sin_addr.s_addr = serverIp_ = inet_addr(serverHost_);
-  serverAddr_.sin_port = htons(static_cast<std::uint16_t>(port));
-  clientAddr_.sin_family = AF_INET;
-  clientAddr_.sin_addr.s_addr = htonl(INADDR_ANY);
-  clientAddr_.sin_port = htons(0);
-
-  clientSd_ = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+UdpConnection::UdpConnection(const char* host, int port)
+    : configured_(host, port), serverPort_(port), serverHost_(host), serverAddr_(configured_) {
+  clientSd_ = socket(configured_.family(), SOCK_DGRAM | SOCK_CLOEXEC, 0);
   if (clientSd_ == -1) {
     logger().error("Error, client can't open datagram socket");
     std::exit(1);
@@ -30,7 +22,8 @@ UdpConnection::UdpConnection(const char* host, int port) : serverPort_(port), se
   fcntl(clientSd_, F_SETFL, fcntl(clientSd_, F_GETFL) | O_NONBLOCK);
   const int on = 1;
   setsockopt(clientSd_, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
-  if (bind(clientSd_, reinterpret_cast<const sockaddr*>(&clientAddr_), sizeof clientAddr_) != 0) {
+  const SocketAddress own = configured_.any();
+  if (bind(clientSd_, own.data(), own.size()) != 0) {
     logger().error("Error, client bind failed UdpConnection");
     std::exit(1);
   }
@@ -38,7 +31,7 @@ UdpConnection::UdpConnection(const char* host, int port) : serverPort_(port), se
   wait_.watch(clientSd_);
 }
 
-sockaddr_in UdpConnection::getRecorder() {
+SocketAddress UdpConnection::getRecorder() {
   const MutexLock held(serverAddrLock_);
   return serverAddr_;
 }
@@ -79,12 +72,11 @@ std::size_t UdpConnection::getRoom() {
 bool UdpConnection::receiveRequest(SnifferRequest& request) {
   if (closed_) return false;
   std::array<std::uint8_t, 2000> received;
-  sockaddr_in from{};
-  socklen_t fromLength = sizeof from;
-  const ssize_t n =
-      recvfrom(clientSd_, received.data(), received.size(), 0, reinterpret_cast<sockaddr*>(&from), &fromLength);
+  SocketAddress from;
+  socklen_t fromLength = SocketAddress::capacity();
+  const ssize_t n = recvfrom(clientSd_, received.data(), received.size(), 0, from.data(), &fromLength);
   if (n < 0) return false;
-  if (serverOnly_ && from.sin_addr.s_addr != serverIp_) {
+  if (serverOnly_ && !from.hasAddressOf(configured_)) {
     if (statistics_ != nullptr) statistics_->commandsIgnored.add();
     return false;
   }
@@ -94,10 +86,13 @@ bool UdpConnection::receiveRequest(SnifferRequest& request) {
   }
   if (n == 0) return false;
   // The bytes that a short datagram lacks keep their values from earlier datagrams.
-  std::copy_n(received.begin(), std::min(static_cast<std::size_t>(n), command_.size()), command_.begin());
-  request = SnifferRequest::fromWire(command_.data());
+  const auto length = static_cast<std::size_t>(n);
+  std::copy_n(received.begin(), std::min(length, command_.size()), command_.begin());
+  const bool isIpv6 = SnifferRequest::wireLength(received[0], ipv6_) == SnifferRequest::kIpv6WireLength;
+  request = isIpv6 && length >= SnifferRequest::kIpv6WireLength ? SnifferRequest::fromIpv6Wire(received.data())
+                                                                : SnifferRequest::fromWire(command_.data());
   if (logger().isDebugEnabled()) {
-    logger().debug("rx from server cmd=" + std::to_string(request.request) + ", ip=" + dottedDecimal(request.rtpAddr) +
+    logger().debug("rx from server cmd=" + std::to_string(request.request) + ", ip=" + request.address().text() +
                    ", port=" + std::to_string(request.rtpPort) + ", nRcvd=" + std::to_string(n));
   }
   return true;

@@ -1,7 +1,5 @@
 #pragma once
 
-#include <netinet/in.h>
-
 #include <array>
 #include <atomic>
 #include <chrono>
@@ -11,6 +9,7 @@
 #include "base/Mutex.h"
 #include "recorder/BaseConnection.h"
 #include "recorder/DatagramSender.h"
+#include "recorder/SocketAddress.h"
 #include "recorder/SocketWait.h"
 #include "statistics/Statistics.h"
 
@@ -20,8 +19,8 @@
 /// Frames go to the configured address until a command arrives, afterwards to the source of the last command.
 class UdpConnection : public BaseConnection {
  public:
-  /// Opens and binds the socket; ends the process with status 1 when that fails. `host` is an IPv4 address in
-  /// dotted-decimal form; the text is not copied and must outlive the object. `port` is in host order.
+  /// Opens and binds the socket; ends the process with status 1 when that fails. `host` as in
+  /// SocketAddress; the text is not copied and must outlive the object. `port` is in host order.
   UdpConnection(const char* host, int port);
   UdpConnection(const UdpConnection&) = delete;
   UdpConnection& operator=(const UdpConnection&) = delete;
@@ -33,8 +32,12 @@ class UdpConnection : public BaseConnection {
   /// called before the first use.
   void setCommandsFromServerOnly(bool only) { serverOnly_ = only; }
 
-  /// Decodes one waiting datagram. Bytes after the seventh are ignored; missing bytes have their values from earlier
-  /// datagrams. Command thread.
+  /// Sets whether commands may have IPv6 addresses: those with the codes 4 and 5 in datagrams of at least 19 bytes. To
+  /// be called before the first use.
+  void setIpv6(bool on) { ipv6_ = on; }
+
+  /// Decodes one waiting datagram. Bytes after the command are ignored; missing bytes of the first 7 have their values
+  /// from earlier datagrams. Command thread.
   bool receiveRequest(SnifferRequest& request) override;
 
   /// Returns `length`, or -1 when the datagram was not sent. Any thread.
@@ -60,20 +63,20 @@ class UdpConnection : public BaseConnection {
   int getClientSd() const { return clientSd_; }
 
  private:
-  sockaddr_in getRecorder();
+  voip::SocketAddress getRecorder();
 
   voip::Statistics* statistics_ = nullptr;
   bool serverOnly_ = false;
-  in_addr_t serverIp_ = 0;                                           ///< the configured address, in network byte order
+  bool ipv6_ = false;
+  const voip::SocketAddress configured_;
   std::array<std::uint8_t, SnifferRequest::kWireLength> command_{};  ///< bytes of the last datagrams
-  sockaddr_in clientAddr_{};
   int clientSd_ = -1;
   const int serverPort_;
   const char* const serverHost_;
 
   voip::SocketWait wait_;
   voip::Mutex serverAddrLock_;
-  sockaddr_in serverAddr_ GUARDED_BY(serverAddrLock_){};  ///< destination of the frames
+  voip::SocketAddress serverAddr_ GUARDED_BY(serverAddrLock_);  ///< destination of the frames
   voip::Mutex sendLock_;
   std::chrono::steady_clock::time_point roomAt_ GUARDED_BY(sendLock_);  ///< time of `room_`
   std::size_t room_ GUARDED_BY(sendLock_) = 0;  ///< result of the last getRoom(), less what was sent since

@@ -1,7 +1,5 @@
 #include "settings/MoreRecorders.h"
 
-#include <arpa/inet.h>
-
 #include <algorithm>
 #include <charconv>
 #include <optional>
@@ -14,11 +12,12 @@ namespace voip {
 namespace {
 
 std::optional<RecorderAddress> addressIn(const std::string& text) {
-  const std::size_t colon = text.find(':');
+  const std::size_t colon = text.rfind(':');
   if (colon == std::string::npos) return std::nullopt;
   RecorderAddress address{text.substr(0, colon)};
-  in_addr ignored;
-  if (inet_pton(AF_INET, address.host.c_str(), &ignored) != 1) return std::nullopt;
+  const bool hasBrackets = colon >= 2 && text.front() == '[' && text[colon - 1] == ']';
+  if (hasBrackets) address.host = text.substr(1, colon - 2);
+  if (hasBrackets != isIpv6Host(address.host) || !isHost(address.host)) return std::nullopt;
   const char* const end = text.data() + text.size();
   const auto [stop, error] = std::from_chars(text.data() + colon + 1, end, address.port);
   if (stop != end || error != std::errc() || address.port < 1 || address.port > 65535) return std::nullopt;
@@ -34,7 +33,8 @@ MoreRecorders readMoreRecorders(const std::string& value) {
     const std::string text = Config::trim(texts.nextToken());
     const auto address = addressIn(text);
     if (!address) {
-      result.wrong.push_back("\"" + text + "\" is left out: write an IPv4 address and a port, such as 10.0.0.12:6000");
+      result.wrong.push_back(
+          "\"" + text + "\" is left out: write an address and a port, such as 10.0.0.12:6000 or [2001:db8::12]:6000");
     } else if (std::find(result.addresses.begin(), result.addresses.end(), *address) != result.addresses.end()) {
       result.repeated.push_back("MoreRecorders has " + text + " twice, it gets everything once");
     } else if (result.addresses.size() == MoreRecorders::kMost) {

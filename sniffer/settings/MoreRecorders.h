@@ -4,19 +4,22 @@
 #include <string>
 #include <vector>
 
+#include "base/HostText.h"
+
 namespace voip {
 
 /// The address of a recorder over TCP.
 struct RecorderAddress {
-  std::string host;  ///< IPv4 address in dotted-decimal form
+  std::string host;  ///< "10.0.0.12", or "2001:db8::12"
   int port = 0;      ///< in host order
 
-  /// Returns "HOST:PORT".
-  std::string text() const { return host + ":" + std::to_string(port); }
+  /// Returns "10.0.0.12:6000", or "[2001:db8::12]:6000".
+  std::string text() const { return hostAndPort(host, port); }
   bool operator==(const RecorderAddress&) const = default;
 };
 
-/// The content of the setting MoreRecorders: addresses of the form "10.0.0.12:6000", separated by semicolons.
+/// The content of the setting MoreRecorders: addresses of the form "10.0.0.12:6000" or
+/// "[2001:db8::12]:6000", separated by semicolons.
 struct MoreRecorders {
   static constexpr std::size_t kMost = 31;
 

@@ -51,7 +51,7 @@ std::vector<std::string> tunnelPorts(const std::string& value);
 
 /// All keys, in the order of their warnings.
 inline constexpr SettingKey kSettingKeys[] = {
-    {"ServerName", TextKey{setting_checks::serverName}, "IPv4 address of the recorder"},
+    {"ServerName", TextKey{setting_checks::serverName}, "IPv4 or IPv6 address of the recorder"},
     {"ServerPort", TextKey{setting_checks::serverPort}, "port of the recorder"},
     {"ServerProtocol", TextKey{setting_checks::serverProtocol}, "TCP or UDP"},
     {"Device", TextKey{setting_checks::device}, "devices to capture on, or file:PATH, separated by ';'"},
@@ -96,7 +96,7 @@ inline constexpr SettingKey kSettingKeys[] = {
     {"DropDuplicates", FlagKey{&Settings::dropDuplicates},
      "a packet that is captured twice within 50 ms is forwarded once"},
     {"SipAnyUri", FlagKey{&Settings::sipAnyUri}, "recognises SIP requests to tel:, sips: and urn: URIs"},
-    {"IPv6", FlagKey{&Settings::ipv6}, "reads IPv6 packets like IPv4 packets"},
+    {"IPv6", FlagKey{&Settings::ipv6}, "forwards IPv6 packets like IPv4 packets, in frames with a longer header"},
 };
 
 /// Returns the row of a key, or null when there is none.

@@ -1,6 +1,6 @@
 #include "settings/SettingsReader.h"
 
-#include <arpa/inet.h>
+#include <netinet/in.h>
 #include <strings.h>
 
 #include <algorithm>
@@ -13,6 +13,7 @@
 #include <set>
 #include <sstream>
 
+#include "base/HostText.h"
 #include "base/Logger.h"
 #include "settings/Logging.h"
 #include "settings/MoreRecorders.h"
@@ -114,9 +115,8 @@ std::string defaultOf(const SettingKey& key) {
 namespace setting_checks {
 
 std::vector<std::string> serverName(const std::string& value) {
-  in_addr address;
-  if (inet_pton(AF_INET, value.c_str(), &address) == 1) return {};
-  return {"the recorder is not reachable without a dotted IPv4 address"};
+  if (isHost(value)) return {};
+  return {"the recorder is not reachable without a dotted IPv4 address or an IPv6 address"};
 }
 
 std::vector<std::string> serverPort(const std::string& value) {

@@ -30,7 +30,7 @@ class SnifferConfig {
   explicit SnifferConfig(std::string cfgFileName);
   virtual ~SnifferConfig() = default;
 
-  const char* getServerName();      ///< recorder host, dotted IPv4
+  const char* getServerName();      ///< recorder host, IPv4 or IPv6
   int getServerPort();              ///< recorder port: the leading digits of the value, 0 without digits
   const char* getDevice();          ///< device names separated by ';'
   const char* getFilter();          ///< libpcap filter expression; empty matches every packet

@@ -99,7 +99,7 @@ void CallDescription::appendParty(const char* tag, const char* role,
 }
 
 void CallDescription::appendProposals(const std::optional<H225_ArrayOf_PASN_OctetString>& fastStart) {
-  if (fastStart) appendFastStart(*fastStart, channel_, effort_, text_);
+  if (fastStart) appendFastStart(*fastStart, channel_, effort_, families_, text_);
 }
 
 // An H.245 address in addition to fast start is ignored: the media is described already, and H.245 may never be used.
@@ -112,6 +112,11 @@ void CallDescription::appendMedia(const char* message, const auto& uuie) {
 }
 
 void CallDescription::announce(const char* message, const H225_TransportAddress& address) {
+  const auto ip6Address = address.ip6Address();
+  if (ip6Address && families_ == AddressFamilies::kBoth) {
+    callMaps_.announce(callReference_, {ipv6Text(ip6Address->ip()), ip6Address->port()});
+    return;
+  }
   const auto ipAddress = address.ipAddress();
   if (!ipAddress) {
     logger().debug(message, " has h245 address which is not IPv4");

@@ -8,6 +8,7 @@
 #include "h323/messages/H245.h"
 #include "h323/messages/Q931.h"
 #include "signalling/CallMaps.h"
+#include "signalling/MediaDescription.h"
 
 namespace voip {
 
@@ -17,12 +18,13 @@ class CallDescription {
   /// Appends to `text` what append() describes. Announces H.245 addresses to `callMaps` as those of `callReference`.
   /// Decodes fast-start elements into `channel` and charges them to `effort`. All arguments must outlive this object.
   CallDescription(const Q931& q931, const PString& callReference, CallMaps& callMaps, H245_OpenLogicalChannel& channel,
-                  asn1::Effort& effort, PString& text)
+                  asn1::Effort& effort, AddressFamilies families, PString& text)
       : q931_(q931),
         callReference_(callReference),
         callMaps_(callMaps),
         channel_(channel),
         effort_(effort),
+        families_(families),
         text_(text) {}
 
   /// Returns false and appends nothing when `body` does not belong to the type of the Q.931 message, or when that type
@@ -55,6 +57,7 @@ class CallDescription {
   CallMaps& callMaps_;
   H245_OpenLogicalChannel& channel_;
   asn1::Effort& effort_;
+  const AddressFamilies families_;
   PString& text_;
 };
 

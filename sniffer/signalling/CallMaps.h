@@ -29,7 +29,7 @@ class CallMaps {
  public:
   /// The address and port at which an endpoint listens for H.245.
   struct h245Addr {
-    PString h245Ip;  ///< dotted decimal
+    PString h245Ip;  ///< "10.1.2.3", or "[2001:db8::1]"
     u_int h245Port = 0;
 
     h245Addr() = default;

@@ -1,12 +1,13 @@
 #include "signalling/H323Parser.h"
 
+#include <arpa/inet.h>
+
 #include <cstring>
 #include <optional>
 #include <sstream>
 #include <string>
 
 #include "base/Logger.h"
-#include "h323/base/PIPSocket.h"
 #include "signalling/CallDescription.h"
 
 using namespace voip;
@@ -20,8 +21,12 @@ constexpr unsigned kOpenLogicalChannelAck = 131;
 constexpr const char* kChannelWithoutCall = "Dropping pkt as received OLC does not match existing session";
 constexpr const char* kAcknowledgementWithoutCall = "Dropping pkt as received OLCAck does not match existing session";
 
-H323Parser::h245Addr addressOf(u_int ip, u_int port) {
-  return {PIPSocket::Address(ip).AsString(), port};
+H323Parser::h245Addr addressOf(const IpAddress& ip, u_int port) {
+  return {PString(ip.bracketed().c_str()), port};
+}
+
+H323Parser::Connection connectionOf(u_int txIp, u_int rxIp, u_int txPort, u_int rxPort) {
+  return {ntohl(txIp), ntohl(rxIp), txPort, rxPort};
 }
 
 /// True for the first octets of a Q.931 message of H.225.0: protocol discriminator 8 and a call reference of 2 (or 1)
@@ -31,11 +36,11 @@ bool looksLikeQ931(const PBYTEArray& octets) {
   return octets.GetSize() >= 2 && octets[0] == 8 && (octets[1] == 1 || octets[1] == 2);
 }
 
-void appendAcknowledgement(const H245_OpenLogicalChannelAck& acknowledgement, PString& text) {
+void appendAcknowledgement(const H245_OpenLogicalChannelAck& acknowledgement, AddressFamilies families, PString& text) {
   text += "a:";
   text += PString(acknowledgement.forwardLogicalChannelNumber());
   text += ':';
-  appendAcknowledgedAddresses(acknowledgement, text);
+  appendAcknowledgedAddresses(acknowledgement, families, text);
   text += '\n';
 }
 
@@ -53,20 +58,28 @@ H323Parser* H323Parser::h323Parser_ = nullptr;
 bool H323Parser::parseH323(u_char* payload, int len, int ourHdrLen, const u_int& tx_ip, const u_int& rx_ip,
                            const u_int& tx_port, const u_int& rx_port, PString& upStreamPayload) {
   if (len <= ourHdrLen) return false;
-  const u_char* segment = payload + ourHdrLen;
-  const auto length = static_cast<u_short>(len - ourHdrLen);
+  return parseSegment({payload + ourHdrLen, static_cast<std::size_t>(len - ourHdrLen)},
+                      connectionOf(tx_ip, rx_ip, tx_port, rx_port), upStreamPayload);
+}
+
+bool H323Parser::parseSegment(std::span<const u_char> octets, const Connection& connection, PString& upStreamPayload) {
+  const u_char* segment = octets.data();
+  const auto length = static_cast<u_short>(octets.size());
   sniff_tpkt tpkt;
   if (length < sizeof tpkt) return false;
   std::memcpy(&tpkt, segment, sizeof tpkt);
   // Only the length 0 is rejected: some senders write wrong lengths, and their segments are described.
   if (tpkt.tpkt_version != 3 || (tpkt.tpkt_length[0] | tpkt.tpkt_length[1]) == 0) return false;
   PBYTEArray appPayload(segment + sizeof tpkt, length - sizeof tpkt);
-  return decode(appPayload, tx_ip, rx_ip, tx_port, rx_port, upStreamPayload);
+  return decode(appPayload, connection, upStreamPayload);
 }
 
 bool H323Parser::decode(PBYTEArray& appPayload, const u_int& tx_ip, const u_int& rx_ip, const u_int& tx_port,
                         const u_int& rx_port, PString& upStreamPayload) {
-  const Connection connection{tx_ip, rx_ip, tx_port, rx_port};
+  return decode(appPayload, connectionOf(tx_ip, rx_ip, tx_port, rx_port), upStreamPayload);
+}
+
+bool H323Parser::decode(const PBYTEArray& appPayload, const Connection& connection, PString& upStreamPayload) {
   if (!segmentEffort_) {
     asn1::Effort effort;
     return describe(appPayload, connection, effort, upStreamPayload);
@@ -83,8 +96,7 @@ bool H323Parser::describe(const PBYTEArray& message, const Connection& connectio
   const std::uint32_t before = effort.left();
   PPER_Stream stream(message, effort);
   if (!looksLikeQ931(message) && h245MSCMsg_.Decode(stream)) {
-    const bool forward = handleH245MultimediaSystemControlMsg(h245MSCMsg_, connection.txIp, connection.rxIp,
-                                                              connection.txPort, connection.rxPort, text, false);
+    const bool forward = takeH245(h245MSCMsg_, connection, false, text);
     if (forward) effort.chargeReserve(before - effort.left());
     return forward;
   }
@@ -114,8 +126,9 @@ bool H323Parser::describeQ931(const Connection& connection, asn1::Effort& effort
   if (trace != nullptr) *trace << "\n=== H323 Message ===\n" << pdu;
   const auto body = pdu.h323_message_body();
   const bool isEmpty = body.GetTag() == H225_H323_UU_PDU_h323_message_body::e_empty;
-  const bool forward = isEmpty ? describeTunneledH245(pdu, connection, effort, text, trace)
-                               : CallDescription(q931pdu_, callReference, callMaps_, olc_, effort, text).append(body);
+  const bool forward =
+      isEmpty ? describeTunneledH245(pdu, connection, effort, text, trace)
+              : CallDescription(q931pdu_, callReference, callMaps_, olc_, effort, families_, text).append(body);
   if (forward) effort.chargeReserve(cost);
   return forward;
 }
@@ -131,10 +144,7 @@ bool H323Parser::describeTunneledH245(const H225_H323_UU_PDU& pdu, const Connect
     PPER_Stream stream(element.GetValue(), effort);
     if (!h245MSCMsg_.Decode(stream)) continue;
     if (trace != nullptr) *trace << "\n=== H245 Message ===\n" << h245MSCMsg_;
-    if (!handleH245MultimediaSystemControlMsg(h245MSCMsg_, connection.txIp, connection.rxIp, connection.txPort,
-                                              connection.rxPort, text, true)) {
-      continue;
-    }
+    if (!takeH245(h245MSCMsg_, connection, true, text)) continue;
     forward = true;
     effort.chargeReserve(before - effort.left());
   }
@@ -144,12 +154,17 @@ bool H323Parser::describeTunneledH245(const H225_H323_UU_PDU& pdu, const Connect
 bool H323Parser::handleH245MultimediaSystemControlMsg(H245_MultimediaSystemControlMessage& message, const u_int& tx_ip,
                                                       const u_int& rx_ip, const u_int& tx_port, const u_int& rx_port,
                                                       PString& upStreamPayload, bool isTunneled) {
+  return takeH245(message, connectionOf(tx_ip, rx_ip, tx_port, rx_port), isTunneled, upStreamPayload);
+}
+
+bool H323Parser::takeH245(const H245_MultimediaSystemControlMessageView& message, const Connection& connection,
+                          bool isTunneled, PString& text) {
   if (isTracing()) {
     std::ostringstream trace;
     trace << "\n=== H245 Message ===\n" << message;
     logger().info(trace.str());
   }
-  return describeH245(message, {tx_ip, rx_ip, tx_port, rx_port}, isTunneled, upStreamPayload);
+  return describeH245(message, connection, isTunneled, text);
 }
 
 bool H323Parser::describeH245(const H245_MultimediaSystemControlMessageView& message, const Connection& connection,
@@ -157,14 +172,14 @@ bool H323Parser::describeH245(const H245_MultimediaSystemControlMessageView& mes
   const auto response = message.response();
   if (const auto acknowledgement = response ? response->openLogicalChannelAck() : std::nullopt) {
     if (!isTunneled && !appendCall(connection, kOpenLogicalChannelAck, kAcknowledgementWithoutCall, text)) return false;
-    appendAcknowledgement(*acknowledgement, text);
+    appendAcknowledgement(*acknowledgement, families_, text);
     return true;
   }
 
   const auto request = message.request();
   if (const auto channel = request ? request->openLogicalChannel() : std::nullopt) {
     if (!isTunneled && !appendCall(connection, kOpenLogicalChannel, kChannelWithoutCall, text)) return false;
-    appendLogicalChannel(*channel, text);
+    appendLogicalChannel(*channel, families_, text);
     text += '\n';
     return true;
   }
@@ -204,7 +219,7 @@ void H323Parser::logUnknownCall(const char* complaint, const h245Addr& tx, const
 
 void H323Parser::getFastStartParams(H225_ArrayOf_PASN_OctetString& h245FastStartParams, PString& upStreamPayload) {
   asn1::Effort effort;
-  appendFastStart(h245FastStartParams, olc_, effort, upStreamPayload);
+  appendFastStart(h245FastStartParams, olc_, effort, families_, upStreamPayload);
 }
 
 bool H323Parser::isTracing() const {

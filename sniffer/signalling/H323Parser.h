@@ -4,7 +4,9 @@
 
 #include <optional>
 #include <ostream>
+#include <span>
 
+#include "base/IpAddress.h"
 #include "h323/base/PBYTEArray.h"
 #include "h323/base/PString.h"
 #include "h323/decoder/Effort.h"
@@ -30,8 +32,8 @@
 /// reassembly beginSegment() says which messages belong to one segment.
 ///
 /// One thread calls parseH323() and the operations that it consists of. Any thread may call displayCallIdMap().
-/// Addresses are IPv4 in network byte order, as in_addr holds them, ports are in host order; tx is the source of the
-/// segment and rx its destination. Throws nothing; a faulty message is logged and not described.
+/// Addresses of type u_int are IPv4 in network byte order, as in_addr holds them, ports are in host order; tx is the
+/// source of the segment and rx its destination. Throws nothing; a faulty message is logged and not described.
 class H323Parser {
  public:
   /// The header before each message (RFC 1006), as it is in the segment.
@@ -44,6 +46,14 @@ class H323Parser {
   using h245Addr = voip::CallMaps::h245Addr;
   using h245comp = voip::CallMaps::h245comp;
   using callrefcomp = voip::CallMaps::callrefcomp;
+
+  /// The two ends of a segment's connection. Ports in host order.
+  struct Connection {
+    voip::IpAddress txIp;
+    voip::IpAddress rxIp;
+    u_int txPort;
+    u_int rxPort;
+  };
 
   /// `statistics` may be null and must outlive the parser.
   explicit H323Parser(voip::Statistics* statistics = nullptr) : callMaps_(statistics) {}
@@ -60,6 +70,9 @@ class H323Parser {
   /// own text, and the octets after it are not read as a part of it.
   bool parseH323(u_char* payload, int len, int ourHdrLen, const u_int& tx_ip, const u_int& rx_ip, const u_int& tx_port,
                  const u_int& rx_port, PString& upStreamPayload);
+
+  /// As parseH323(), for the octets of one segment or TPKT between ends of either family.
+  bool parseSegment(std::span<const u_char> octets, const Connection& connection, PString& upStreamPayload);
 
   /// With TCP reassembly, to be called for each captured segment before the TPKTs that it completes. Without this call,
   /// each call of parseH323() has its own Effort, so a segment with hundreds of TPKTs costs as much as hundreds of
@@ -85,32 +98,35 @@ class H323Parser {
 
   void getFastStartParams(H225_ArrayOf_PASN_OctetString& h245FastStartParams, PString& upStreamPayload);
   void getRequestMediaParams(H245_RequestMessage& Request, PString& upStreamPayload) {
-    if (const auto channel = Request.openLogicalChannel()) voip::appendLogicalChannel(*channel, upStreamPayload);
+    if (const auto channel = Request.openLogicalChannel())
+      voip::appendLogicalChannel(*channel, families_, upStreamPayload);
   }
   void getResponseMediaParams(H245_ResponseMessage& Response, PString& upStreamPayload) {
-    if (const auto ack = Response.openLogicalChannelAck()) voip::appendAcknowledgedAddresses(*ack, upStreamPayload);
+    if (const auto ack = Response.openLogicalChannelAck()) {
+      voip::appendAcknowledgedAddresses(*ack, families_, upStreamPayload);
+    }
   }
   void getForwardLogicalChannelParams(H245_OpenLogicalChannel_forwardLogicalChannelParameters& flcParams,
                                       PString& upStreamPayload) {
-    voip::appendForwardChannel(flcParams, upStreamPayload);
+    voip::appendForwardChannel(flcParams, families_, upStreamPayload);
   }
   void getReverseLogicalChannelParams(H245_OpenLogicalChannel_reverseLogicalChannelParameters& rlcParams,
                                       PString& upStreamPayload) {
-    voip::appendReverseChannel(rlcParams, upStreamPayload);
+    voip::appendReverseChannel(rlcParams, families_, upStreamPayload);
   }
   void getH2250LogicalChannelParams(H245_H2250LogicalChannelParameters& h225LCParams, PString& upStreamPayload) {
-    voip::appendMediaChannel(h225LCParams, upStreamPayload);
+    voip::appendMediaChannel(h225LCParams, families_, upStreamPayload);
   }
   void getForwardLogicalChannelAckParams(H245_H2250LogicalChannelAckParameters& h225LCAckParams,
                                          PString& upStreamPayload) {
-    voip::appendMediaChannel(h225LCAckParams, upStreamPayload);
+    voip::appendMediaChannel(h225LCAckParams, families_, upStreamPayload);
   }
   void getMediaChannelAttributes(H245_TransportAddress& mediaChannel, PString& upStreamPayload) {
-    voip::appendMediaAddress(mediaChannel, upStreamPayload);
+    voip::appendMediaAddress(mediaChannel, families_, upStreamPayload);
   }
   /// No description contains media control channels.
   void getMediaControlChannelAttributes(H245_TransportAddress& mediaControlChannel, PString& upStreamPayload) {
-    voip::appendMediaControlAddress(mediaControlChannel, upStreamPayload);
+    voip::appendMediaControlAddress(mediaControlChannel, families_, upStreamPayload);
   }
 
   /// See CallMaps::announce().
@@ -119,20 +135,19 @@ class H323Parser {
   /// Logs the known calls and addresses at DEBUG. Any thread.
   void displayCallIdMap() { callMaps_.display(); }
 
+  /// Sets whether IPv6 addresses of media and of H.245 are taken like IPv4 addresses; otherwise they are left out. To
+  /// be set before the first segment.
+  void setIpv6(bool on) { families_ = on ? voip::AddressFamilies::kBoth : voip::AddressFamilies::kIpv4; }
+
   /// Whether to log each decoded message at INFO. To be set before the first segment.
   void setTraceSignalling(bool trace) { traceSignalling_ = trace; }
 
  private:
-  /// The two ends of a segment's connection.
-  struct Connection {
-    u_int txIp;
-    u_int rxIp;
-    u_int txPort;
-    u_int rxPort;
-  };
-
   // Each of these appends to `text` and returns whether that is to be forwarded. `trace` is null without a trace.
 
+  bool decode(const PBYTEArray& appPayload, const Connection& connection, PString& text);
+  bool takeH245(const H245_MultimediaSystemControlMessageView& message, const Connection& connection, bool isTunneled,
+                PString& text);
   bool describe(const PBYTEArray& message, const Connection& connection, asn1::Effort& effort, PString& text);
   bool describeQ931(const Connection& connection, asn1::Effort& effort, PString& text, std::ostream* trace);
   bool describeTunneledH245(const H225_H323_UU_PDU& pdu, const Connection& connection, asn1::Effort& effort,
@@ -146,6 +161,7 @@ class H323Parser {
   void logUnknownCall(const char* complaint, const h245Addr& tx, const h245Addr& rx);
   bool isTracing() const;
 
+  voip::AddressFamilies families_ = voip::AddressFamilies::kIpv4;
   voip::CallMaps callMaps_;
 
   // Decode targets. They are members so that decoding allocates nothing.

@@ -50,7 +50,7 @@ struct Statistics {
   Counter segmentsFollowed, segmentsRetransmitted, segmentsCut;
   Counter streamMessages, streamMessagesTooLong;
   Counter streamGaps, streamsOutOfStep, streamsDisplaced;
-  Counter ipv6Dropped, ipv6Malformed, jumboPayloads;
+  Counter ipv6Items, ipv6TooLong, ipv6Malformed, jumboPayloads;
 
   /// Counts a wait for space in the recorder's connection, and the frames that it delayed.
   void countWait(std::chrono::milliseconds time, std::size_t frames);
@@ -199,8 +199,10 @@ inline constexpr auto kStatisticsRows = [] {
        "Times that no message began at an expected message boundary."},
       {"streamsDisplaced", &S::streamsDisplaced, kCounter, "streams_displaced_total", "", withTcp,
        "TCP streams dropped to make space for others."},
-      {"ipv6Dropped", &S::ipv6Dropped, kCounter, "ipv6_dropped_total", "", withIpv6,
-       "IPv6 datagrams, segments and messages that are not forwarded."},
+      {"ipv6Items", &S::ipv6Items, kCounter, "ipv6_items_total", "", withIpv6,
+       "IPv6 datagrams, segments and messages that were examined."},
+      {"ipv6TooLong", &S::ipv6TooLong, kCounter, "ipv6_too_long_total", "", withIpv6,
+       "IPv6 datagrams that do not fit into a frame to the recorder."},
       {"ipv6Malformed", &S::ipv6Malformed, kCounter, "ipv6_refused_total", R"(reason="malformed")", withIpv6,
        "IPv6 packets that are not read: invalid headers, jumbo payloads."},
       {"jumboPayloads", &S::jumboPayloads, kCounter, "ipv6_refused_total", R"(reason="jumbo")", withIpv6, ""},

@@ -64,14 +64,19 @@ def sample(name):
 
 
 class Frame:
-    """One Ethernet frame, untagged, of IPv4."""
+    """One Ethernet frame, untagged, of IPv4, or of IPv6 without extension headers."""
 
     def __init__(self, data, time=0.0):
         self.data, self.time = data, time
-        header = 14 + (data[14] & 15) * 4
-        self.is_udp, self.is_tcp = data[23] == 17, data[23] == 6
-        self.source = (socket.inet_ntoa(data[26:30]), *struct.unpack_from("!H", data, header))
-        self.destination = (socket.inet_ntoa(data[30:34]), *struct.unpack_from("!H", data, header + 2))
+        if data[14] >> 4 == 6:
+            header, protocol, family = 54, data[20], socket.AF_INET6
+            ends = data[22:38], data[38:54]
+        else:
+            header, protocol, family = 14 + (data[14] & 15) * 4, data[23], socket.AF_INET
+            ends = data[26:30], data[30:34]
+        self.is_udp, self.is_tcp = protocol == 17, protocol == 6
+        self.source = (socket.inet_ntop(family, ends[0]), *struct.unpack_from("!H", data, header))
+        self.destination = (socket.inet_ntop(family, ends[1]), *struct.unpack_from("!H", data, header + 2))
         self.payload = data[header + 8 :] if self.is_udp else data[header + (data[header + 12] >> 4) * 4 :]
 
     @property
@@ -84,6 +89,20 @@ def udp_frame(source, destination, payload, time=0.0):
     ip = struct.pack("!BBHHHBBH", 0x45, 0, 28 + len(payload), 0, 0, 64, 17, 0)
     addresses = socket.inet_aton(source[0]) + socket.inet_aton(destination[0])
     return Frame(b"\2" * 6 + b"\4" * 6 + b"\x08\x00" + ip + addresses + udp + payload, time)
+
+
+def in_ipv6(end):
+    """Returns the end with the IPv4 address as the last 32 bits of 2001:db8::."""
+    return socket.inet_ntop(socket.AF_INET6, octets("2001:db8::")[:12] + octets(end[0])), end[1]
+
+
+def over_ipv6(frame):
+    """Returns the frame with an IPv6 header, and addresses as in_ipv6()."""
+    start = 14 + (frame.data[14] & 15) * 4
+    rest = frame.data[start : 14 + struct.unpack_from("!H", frame.data, 16)[0]]
+    addresses = b"".join(octets(in_ipv6(end)[0]) for end in (frame.source, frame.destination))
+    header = struct.pack("!IHBB", 6 << 28, len(rest), frame.data[23], 64)
+    return Frame(frame.data[:12] + b"\x86\xdd" + header + addresses + rest, frame.time)
 
 
 def read_capture(path):
@@ -113,12 +132,19 @@ def write_capture(path, frames):
 def forwarded(protocol, frame, payload=None):
     """Returns the frame that the recorder must receive."""
     payload = frame.payload if payload is None else payload
-    ends = [socket.inet_aton(ip) + struct.pack("!H", port) for ip, port in (frame.destination, frame.source)]
-    return struct.pack("!HB", 15 + len(payload), protocol) + b"".join(ends) + payload
+    ends = b"".join(octets(ip) + struct.pack("!H", port) for ip, port in (frame.destination, frame.source))
+    kind = protocol + 0x40 * (len(ends) == 36)
+    return struct.pack("!HB", 3 + len(ends) + len(payload), kind) + ends + payload
+
+
+def octets(address):
+    return socket.inet_pton(socket.AF_INET6 if ":" in address else socket.AF_INET, address)
 
 
 def command(code, destination=("0.0.0.0", 0)):
-    return bytes([code]) + socket.inet_aton(destination[0]) + struct.pack("!H", destination[1])
+    """The codes for IPv6 addresses are those for IPv4 plus 3."""
+    address = octets(destination[0])
+    return bytes([code + 3 * (len(address) == 16)]) + address + struct.pack("!H", destination[1])
 
 
 # ---- the recorder ----
@@ -127,18 +153,18 @@ def command(code, destination=("0.0.0.0", 0)):
 class Recorder:
     """Listens on loopback, collects the frames it receives, sends commands. It serves one connection at a time."""
 
-    def __init__(self, protocol="TCP", namespace=None, port=0):
+    def __init__(self, protocol="TCP", namespace=None, port=0, host="127.0.0.1"):
         self.protocol, self.frames, self.remains = protocol, [], []
         self.arrival = threading.Condition()
         self.reading = threading.Event()
         self.reading.set()
         kind = socket.SOCK_STREAM if protocol == "TCP" else socket.SOCK_DGRAM
-        self.listener = make_socket(kind, namespace)
+        self.listener = make_socket(kind, namespace, socket.AF_INET6 if ":" in host else socket.AF_INET)
         self.listener.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
         for option in (socket.SO_RCVBUF, SO_RCVBUFFORCE):  # only root may exceed net.core.rmem_max
             with contextlib.suppress(PermissionError):
                 self.listener.setsockopt(socket.SOL_SOCKET, option, RECEIVE_BUFFER)
-        self.listener.bind(("127.0.0.1", port))
+        self.listener.bind((host, port))
         self.address = self.listener.getsockname()
         self.connections, self.peer, self.accepted = [], None, 0
         if protocol == "TCP":
@@ -204,7 +230,7 @@ class Recorder:
                 raise AssertionError(f"waited {patience} s in vain for: {what}; have {len(self.frames)} frames")
 
     def of(self, *protocols):
-        return [frame for frame in self.frames if frame[2] in protocols]
+        return [frame for frame in self.frames if frame[2] & ~0x40 in protocols]
 
     def send(self, data):
         if self.protocol == "UDP":
@@ -439,6 +465,13 @@ class TestCase(unittest.TestCase):
             while at < len(lines) and text not in lines[at]:
                 at += 1
             self.assertLess(at, len(lines), f"{text!r} is not there, or not in its order, in:\n" + "\n".join(lines))
+
+
+def has_ipv6():
+    with contextlib.suppress(OSError), socket.socket(socket.AF_INET6) as probe:
+        probe.bind(("::1", 0))
+        return True
+    return False
 
 
 def may_make_namespaces():

@@ -129,7 +129,7 @@ class CommandLine(TestCase):
             ({"LookBak": 2000}, 0, 'warning: Line '),
             ({"LookBack": "2000 ms", "ReopenDevices": "YES"}, 1, "LookBack=2000 ms, not a number"),
             ({"MoreRecorders": "10.0.0.12:6000;10.0.0.13:6001"}, 0, ""),
-            ({"MoreRecorders": "10.0.0.12"}, 1, '"10.0.0.12" is left out: write an IPv4 address and a port'),
+            ({"MoreRecorders": "10.0.0.12"}, 1, '"10.0.0.12" is left out: write an address and a port'),
             ({"MoreRecorders": "10.0.0.12:6000;10.0.0.12:6000"}, 0, "warning: MoreRecorders has 10.0.0.12:6000 twice"),
             ({"StatisticsFile": "/nowhere/x.prom"}, 1, "/nowhere/x.prom cannot be written: No such file"),
             ({"StatisticsFile": folder}, 1, "cannot be written: Is a directory"),

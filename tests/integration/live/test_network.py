@@ -263,8 +263,8 @@ def by_stream(frames):
 class Calls:
     """Two calls with the first 100 media packets of each, and the frames that the recorder must receive."""
 
-    def __init__(self):
-        calls = [Call(SIP_CALL), Call(H323_CALL)]
+    def __init__(self, h323=H323_CALL):
+        calls = [Call(SIP_CALL), Call(h323)]
         self.signalling = [frame for call in calls for frame in call.signalling]
         self.destinations = [destination for frame in self.signalling for destination in media_of(frame)]
         self.frames = []
@@ -333,11 +333,24 @@ class Variants(harness.TestCase):
                 self.assert_frames(recorder.of(SIP, H323), self.calls.signalling, "signalling")
                 self.assert_frames(recorder.of(RTP), self.calls.media, "media")
                 ends = ["sipForwarded", "rtpForwarded", "h323Forwarded", "udpDropped", "tcpDropped", "otherDropped"]
-                ends += ["ipv6Dropped", "notSent", "queueDiscarded"]
+                ends += ["ipv6TooLong", "notSent", "queueDiscarded"]
                 ends += ["duplicatesDropped", "fragmentsHeld", "segmentsFollowed"]
                 total = openers + len(frames) + figures["streamMessages"]
                 self.assertEqual(sum(figures[key] for key in ends), total, figures)
 
+
+    def test_calls_over_ipv6(self):
+        """The recorder receives what it receives of the same calls over IPv4, in frames with IPv6 addresses."""
+        # An H.245 connection would be looked for at the IPv4 address that the call announces.
+        self.calls = Calls("h323-h245-tunnelled")
+        expected = [frame[15:] for frame in self.calls.signalling], [frame[15:] for frame in self.calls.media]
+        frames = [harness.over_ipv6(frame) for frame in self.calls.frames]
+        self.calls.destinations = [harness.in_ipv6(end) for end in self.calls.destinations]
+        recorder, figures, _ = self.play("IPv6", 1, [frame.data for frame in frames], ALL)
+        self.assert_frames(recorder.of(RTP), expected_media(frames, self.calls.destinations), "media")
+        received = [frame[39:] for frame in recorder.of(SIP, H323)], [frame[39:] for frame in recorder.of(RTP)]
+        self.assertEqual(received, expected)
+        self.assertEqual(figures["ipv6TooLong"], 0)
 
     def test_request_to_a_telephone_number(self):
         self.calls = Calls()
@@ -475,31 +488,44 @@ class Live(harness.TestCase):
             self.skipTest("this kernel has no " + ", ".join(missing))
 
     def test_real_calls_in_fragments_and_segments(self):
-        """SIPp on a device with an MTU of 576 bytes: fragments over UDP, segments over TCP."""
+        """SIPp on a device with a small MTU: fragments over UDP, segments over TCP. IPv6 needs 1280 bytes."""
         self.here.run("ip", "addr", "add", "10.9.9.2/24", "dev", "tap0")
-        for namespace, device in ((self.there, "wire0"), (self.here, "tap0")):
-            namespace.run("ip", "link", "set", device, "mtu", "576")
+        for namespace, device, address in ((self.there, "wire0", "2001:db8::1"), (self.here, "tap0", "2001:db8::2")):
+            namespace.run("ip", "link", "set", device, "mtu", "1280")
             namespace.run("ethtool", "-K", device, "tso", "off", "gso", "off", "gro", "off")
+            if harness.has_ipv6():
+                for enabled in (device, "lo"):
+                    namespace.run("sysctl", "-qw", f"net.ipv6.conf.{enabled}.disable_ipv6=0")
+                namespace.run("ip", "addr", "add", f"{address}/64", "dev", device, "nodad")
+        places = [("10.9.9.1", "10.9.9.2", "tap0")]
+        if harness.has_ipv6():
+            places += [("2001:db8::1", "2001:db8::2", "tap0"), ("::1", "::1", "lo")]
         scenario = (pathlib.Path(__file__).parent / "sip" / "caller.xml").read_text()
-        subject = "Subject: " + "long " * 200
+        subject = "Subject: " + "long " * 300
         scenario = re.sub(r"<(pause|nop).*", "", scenario).replace("SIP/2.0/UDP", "SIP/2.0/[transport]")
         path = pathlib.Path(self.folder(), "caller.xml")
         path.write_text(scenario.replace("Max-Forwards: 70", subject.strip() + "\n      Max-Forwards: 70"))
         quiet = {"stdin": subprocess.DEVNULL, "stdout": subprocess.DEVNULL, "stderr": subprocess.DEVNULL}
-        for transport, filter in (("u1", "udp port 5060 or " + FRAGMENT), ("t1", "tcp")):
-            with self.subTest(transport):
-                program, recorder = self.sniff(filter, "ReassembleFragments ReassembleTcp")
-                common = ["-t", transport, "-p", "5060", "-m", "3", "-nostdin", "-timeout", "25", "-timeout_error"]
-                answer = self.here.start("sipp", "-sn", "uas", "-i", "10.9.9.2", *common, **quiet)
+        transports = (("u1", "udp port 5060 or ip6 proto 44 or " + FRAGMENT), ("t1", "tcp"))
+        for (caller, callee, device), (transport, filter) in itertools.product(places, transports):
+            with self.subTest(transport, address=callee):
+                program, recorder = self.sniff(filter, "ReassembleFragments ReassembleTcp IPv6", device)
+                common = ["-t", transport, "-m", "3", "-nostdin", "-timeout", "25", "-timeout_error"]
+                remote = f"[{callee}]:5060" if ":" in callee else callee
+                answer = self.here.start("sipp", "-sn", "uas", "-i", callee, "-p", "5060", *common, **quiet)
                 self.addCleanup(lambda process=answer: (process.kill(), process.wait()))
                 harness.wait_until(lambda: self.listens(transport), "SIPp")
-                call = self.there.start("sipp", "-i", "10.9.9.1", "10.9.9.2", "-sf", str(path), *common, **quiet)
+                where = self.here if device == "lo" else self.there
+                ends = ["-i", caller, "-p", "5061", remote]
+                call = where.start("sipp", *ends, "-sf", str(path), *common, **quiet)
                 self.addCleanup(lambda process=call: (process.kill(), process.wait()))
                 self.assertEqual(call.wait(30), 0)
                 answer.wait(30)
                 recorder.wait(lambda frames: len(frames) >= 18, "INVITE, 180, 200, ACK, BYE, 200 of three calls")
                 self.assertEqual(program.end(), 0)
-                messages = [frame[15:].partition(b"\r\n\r\n") for frame in recorder.of(SIP)]
+                header = 39 if ":" in callee else 15
+                self.assertEqual({frame[2] for frame in recorder.of(SIP)}, {SIP + (0x40 if header == 39 else 0)})
+                messages = [frame[header:].partition(b"\r\n\r\n") for frame in recorder.of(SIP)]
                 self.assertEqual(len(messages), 18)
                 for head, _, body in messages:
                     self.assertEqual(int(re.search(rb"Content-Length: *(\d+)", head)[1]), len(body), head)

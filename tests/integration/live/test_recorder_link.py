@@ -32,7 +32,8 @@ class RecorderLink(TestCase):
         self.recorder = recorder
         self.wire = self.keep(Wire(self.folder()))
         settings = {
-            **{"Device": self.wire.device, "Filter": "udp", "ServerName": "127.0.0.1", "ServerPort": recorder.port},
+            **{"Device": self.wire.device, "Filter": "udp", "ServerName": recorder.address[0]},
+            **{"ServerPort": recorder.port},
             **{"ServerProtocol": recorder.protocol},
             **settings,
         }
@@ -103,6 +104,34 @@ class RecorderLink(TestCase):
                 self.recorder.settle()
                 self.assert_frames(self.rtp_that_arrives(there, back), both[1:], "one direction")
                 self.assertEqual(self.program.end(), 0)
+
+    def test_ipv6_over_either_transport(self):
+        """Frames, commands in any pieces, and the recorder's own address; the link carries IPv4 calls as well."""
+        bob = harness.in_ipv6(BOB)
+        there, unwanted = harness.over_ipv6(rtp(1)), harness.over_ipv6(rtp(2, ALICE, BOB))
+        for protocol in ("TCP", "UDP"):
+            with self.subTest(protocol):
+                host = "::1" if harness.has_ipv6() else "127.0.0.1"
+                self.sniff(self.keep(Recorder(protocol, host=host)), Filter=EVERYTHING, IPv6="yes")
+                self.connect()
+                self.assertEqual(self.rtp_that_arrives(there), [])
+                adds = command(ADD, bob) + command(ADD, BOB)
+                if protocol == "UDP":
+                    self.recorder.add(bob, BOB)
+                for size in (1, 18, 3, 4) if protocol == "TCP" else ():
+                    self.recorder.send(adds[:size])
+                    adds = adds[size:]
+                    time.sleep(0.02)
+                self.recorder.settle()
+                expected = [forwarded(RTP, there), forwarded(RTP, rtp(3))]
+                self.assertEqual(expected[0][:5], b"\0\xd3\x42\x20\x01")
+                self.assert_frames(self.rtp_that_arrives(there, unwanted, rtp(3)), expected, "listed")
+                self.program.wait_logged("DEBUG Added to list rtp (ip=2001:db8::a00:2, port=0x1388=5000)")
+                self.recorder.remove(bob)
+                self.recorder.settle()
+                self.assert_frames(self.rtp_that_arrives(there, rtp(3)), expected[1:], "the other family")
+                self.assertEqual(self.program.end(), 0)
+                self.program.wait_logged("ipv6Items=4")
 
     def test_sip_is_forwarded_whole(self):
         recorder = self.keep(Recorder())

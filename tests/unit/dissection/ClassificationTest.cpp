@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <pcap/dlt.h>
 
 #include <memory>
 
@@ -35,6 +36,65 @@ class Classification : public testing::Test {
   RecordingConnection::Record media, signalling;
   SngDissector dissector;
 };
+
+TEST_F(Classification, ForwardsIpv6LikeIpv4WithTheSetting) {
+  const Frame ipv6{.payload = {7}, .ipv6 = true};
+  const Bytes address = ipv6.address(0x0A000002);
+  const auto sentForFrame = [&](const Bytes& frame) {
+    media.frames.clear();
+    signalling.frames.clear();
+    Bytes copy = withSlack(frame);
+    dissector.processFrame(captureHeader(frame), copy.data(), DLT_EN10MB);
+    EXPECT_LE(media.frames.size() + signalling.frames.size(), 1U);
+    if (!signalling.frames.empty()) return signalling.frames[0];
+    return media.frames.empty() ? Bytes() : media.frames[0];
+  };
+  const auto carryOut = [&](u_short code) {
+    media.commands.emplace_back(code, IpAddress::read(address.data()), u_short{5000});
+    dissector.checkCommand();
+  };
+  carryOut(4);
+  EXPECT_EQ(sentForFrame(ipv6.build()), Bytes()) << "without the setting";
+  EXPECT_EQ(dissector.getStatistics().otherDropped, 1U);
+  Settings settings;
+  settings.ipv6 = true;
+  dissector.setSettings(settings);
+  EXPECT_EQ(sentForFrame(ipv6.build()),
+            Bytes({0,    40,   66, 0x20, 1,    0x0D, 0xB8, 0, 0, 0, 0, 0, 0, 0,  0, 10, 0, 0,    2,    0x13,
+                   0x88, 0x20, 1,  0x0D, 0xB8, 0,    0,    0, 0, 0, 0, 0, 0, 10, 0, 0,  1, 0x0F, 0xA0, 7}));
+  const struct {
+    const char* what;
+    Frame frame;
+    std::uint8_t protocol;  // 0: dropped
+  } cases[] = {
+      {"listed", {}, 2},
+      {"SIP to anywhere", {.dstPort = 9, .payload = kSip}, 1},
+      {"SIP to a listed destination", {.payload = kSip}, 1},
+      {"jumbo", {.payload = Bytes(8000, 1)}, 2},
+      {"empty", {.payload = {}}, 0},
+      {"other port", {.dstPort = 5001}, 0},
+      {"other address", {.dstIp = 0x0A000003}, 0},
+      {"from a listed address", {.srcIp = 0x0A000002, .srcPort = 5000, .dstIp = 0x0A000001, .dstPort = 4000}, 0},
+      {"SIP over TCP", {.payload = kSip, .protocol = 6}, 0},
+  };
+  for (auto [what, frame, protocol] : cases) {
+    for (const bool isIpv6 : {false, true}) {
+      frame.ipv6 = isIpv6;
+      const Bytes expected = protocol == 0 ? Bytes() : forwarded(protocol, frame, frame.payload);
+      EXPECT_EQ(sentForFrame(frame.build()), expected) << what;
+    }
+  }
+  const Frame padded{.payload = bytes("0123456789"), .minimum = 100, .ipv6 = true};
+  EXPECT_EQ(sentForFrame(padded.build()), forwarded(2, padded, padded.payload)) << "padding does not count as payload";
+  EXPECT_EQ(sentForFrame(Frame{.payload = Bytes(65'496, 1), .ipv6 = true}.build()).size(), 65'535U);
+  EXPECT_EQ(sentForFrame(Frame{.payload = Bytes(65'497, 1), .ipv6 = true}.build()).size(), 0U);
+  EXPECT_EQ(dissector.getStatistics().ipv6TooLong, 1U);
+  EXPECT_EQ(dissector.getStatistics().ipv6Items, 13U);
+  carryOut(5);
+  EXPECT_EQ(sentForFrame(ipv6.build()), Bytes());
+  EXPECT_TRUE(log.contains("DEBUG Added to list rtp (ip=2001:db8::a00:2, port=0x1388=5000)"));
+  EXPECT_TRUE(log.contains("DEBUG Removed from list rtp (ip=2001:db8::a00:2, port=0x1388=5000)"));
+}
 
 TEST_F(Classification, ForwardsWhatTheRecorderWants) {
   const Frame rtp;

@@ -6,6 +6,7 @@
 #include <memory>
 #include <string>
 #include <thread>
+#include <tuple>
 
 #include "capture/Sniffer.h"
 #include "support/Frames.h"
@@ -55,11 +56,12 @@ Bytes sip(const std::string& id) {
 }
 
 /// The engine with settings, its consumer on a separate thread, and a recorder in the test: alone, or the first of two.
-/// The second one connects and never reads.
-class Evidence : public testing::TestWithParam<int> {
+/// The second one connects and never reads. All over IPv4 or over IPv6.
+class Evidence : public testing::TestWithParam<std::tuple<int, bool>> {
  protected:
   void start(Settings settings) {
-    if (GetParam() == 2) settings.moreRecorders = "127.0.0.1:" + std::to_string(second.port());
+    settings.ipv6 = isIpv6;
+    if (std::get<0>(GetParam()) == 2) settings.moreRecorders = "127.0.0.1:" + std::to_string(second.port());
     dissector = SngDissector::dft();
     dissector->setSettings(settings);
     dissector->setSniffer(&engine);
@@ -76,9 +78,19 @@ class Evidence : public testing::TestWithParam<int> {
   ~Evidence() override { stop(); }
 
   void capture(const Bytes& payload, std::uint16_t port = 5000) {
-    produce(*dissector, Frame{.dstPort = port, .payload = payload}.build());
+    produce(*dissector, Frame{.dstPort = port, .payload = payload, .ipv6 = isIpv6}.build());
     ++captured;
   }
+  /// Carries out a command of the recorder.
+  void command(std::uint16_t code, std::uint16_t port) {
+    const Bytes address = Frame{.ipv6 = true}.address(kPhone);
+    const auto ipv6Code = static_cast<u_short>(code + 3);
+    media.commands.push_back(isIpv6 ? SnifferRequest(ipv6Code, IpAddress::read(address.data()), port)
+                                    : SnifferRequest(code, kPhone, port));
+    dissector->checkCommand();
+  }
+  void add(std::uint16_t port = 5000) { command(1, port); }
+  void remove(std::uint16_t port = 5000) { command(2, port); }
   void settle() {
     EXPECT_TRUE(eventually([&] { return dissector->isIdle(); }));
   }
@@ -87,9 +99,10 @@ class Evidence : public testing::TestWithParam<int> {
   std::string received() const {
     std::string all;
     for (const Bytes& frame : media.frames) {
-      all += frame[2] == 5   ? "t"
-             : frame[2] == 1 ? "S" + std::string(1, static_cast<char>(frame[15 + 8]))
-                             : "R" + std::to_string(frame[18]);
+      const int protocol = frame[2] - (isIpv6 ? 0x40 : 0);
+      all += protocol == 5   ? "t"
+             : protocol == 1 ? "S" + std::string(1, static_cast<char>(frame[headerLength + 8]))
+                             : "R" + std::to_string(frame[headerLength + 3]);
       all += ' ';
     }
     return all;
@@ -103,6 +116,8 @@ class Evidence : public testing::TestWithParam<int> {
               captured);
   }
 
+  const bool isIpv6 = std::get<1>(GetParam());
+  const std::size_t headerLength = isIpv6 ? 39 : 15;
   TestLog log;
   Loopback second{SOCK_STREAM, 0};
   RecordingConnection::Record media;
@@ -125,14 +140,14 @@ TEST_P(Evidence, SendsKeptMediaFirstInOrderAndOnce) {
   capture(rtp(2, 0x81));
   settle();
   EXPECT_EQ(received(), "");
-  dissector->addRtp(kPhone, 5000);  // no packet follows
+  add();  // no packet follows
   EXPECT_TRUE(eventually([&] { return dissector->getStatistics().rtpForwarded == 2; }));
   capture(rtp(3));
-  dissector->addRtp(kPhone, 5000);
+  add();
   capture(rtp(4));
   EXPECT_TRUE(eventually([&] { return dissector->getStatistics().rtpForwarded == 4; }));
   EXPECT_EQ(received(), "R1 R2 R3 R4 ");
-  dissector->removeRtp(kPhone, 5000);
+  remove();
   capture(rtp(5));
   settle();
   expectSum();
@@ -146,7 +161,7 @@ TEST_P(Evidence, AnAddDuringAStreamLeavesNoGap) {
   start(settings);
   constexpr int kStreams = 200;
   std::thread adding([&] {
-    for (std::uint16_t port = 0; port < kStreams; ++port) dissector->addRtp(kPhone, port);
+    for (std::uint16_t port = 0; port < kStreams; ++port) add(port);
   });
   for (std::uint8_t number = 0; number < 100; ++number) {
     for (std::uint16_t port = 0; port < kStreams; ++port) capture(rtp(number), port);
@@ -155,7 +170,10 @@ TEST_P(Evidence, AnAddDuringAStreamLeavesNoGap) {
   EXPECT_TRUE(eventually([&] { return dissector->getStatistics().rtpForwarded == captured; }));
   stop();
   std::vector<int> next(kStreams);
-  for (const Bytes& frame : media.frames) EXPECT_EQ(int{frame[18]}, next[frame[7] << 8 | frame[8]]++);
+  for (const Bytes& frame : media.frames) {
+    const std::size_t port = headerLength / 2;
+    EXPECT_EQ(int{frame[headerLength + 3]}, next[frame[port] << 8 | frame[port + 1]]++);
+  }
 }
 
 TEST_P(Evidence, LimitsTheMemoryOfTheLookBack) {
@@ -174,7 +192,7 @@ TEST_P(Evidence, SendsMissedSignallingAfterAnOutageAndMediaAfterAnAdd) {
   Settings settings;
   settings.lookBack = 60'000;
   start(settings);
-  dissector->addRtp(kPhone, 5000);
+  add();
   capture(sip("1"));
   capture(rtp(1));
   settle();
@@ -189,7 +207,7 @@ TEST_P(Evidence, SendsMissedSignallingAfterAnOutageAndMediaAfterAnAdd) {
   capture(sip("4"));
   EXPECT_TRUE(eventually([&] { return dissector->getStatistics().sipForwarded == 4; }));
   EXPECT_EQ(received(), "S1 R1 S2 S3 S4 ");
-  dissector->addRtp(kPhone, 5000);
+  add();
   EXPECT_TRUE(eventually([&] { return dissector->getStatistics().rtpForwarded == 3; }));
   EXPECT_EQ(received(), "S1 R1 S2 S3 S4 R2 R3 ");
   expectSum();
@@ -203,7 +221,7 @@ TEST_P(Evidence, SendsKeptMediaAsTheRecorderTakesItAndKeepsItInAnOutage) {
   for (std::uint8_t number = 0; number < 9; ++number) capture(rtp(number));
   settle();
   connection->room = 0;
-  dissector->addRtp(kPhone, 5000);
+  add();
   capture(rtp(9));
   capture(sip("1"));
   settle();
@@ -215,7 +233,7 @@ TEST_P(Evidence, SendsKeptMediaAsTheRecorderTakesItAndKeepsItInAnOutage) {
   capture(rtp(10));
   settle();
   EXPECT_EQ(forwarded(), 3U) << "a lost recorder has to ask again";
-  dissector->addRtp(kPhone, 5000);
+  add();
   capture(rtp(11));
   EXPECT_TRUE(eventually([&] { return forwarded() == 12; }));
   EXPECT_EQ(received(), "S1 R0 R1 R2 R3 R4 R5 R6 R7 R8 R9 R10 R11 ");
@@ -224,7 +242,7 @@ TEST_P(Evidence, SendsKeptMediaAsTheRecorderTakesItAndKeepsItInAnOutage) {
 
 TEST_P(Evidence, ChecksTheRestOfAGroupAgainAfterALoss) {
   start({});
-  dissector->addRtp(kPhone, 5000);
+  add();
   connection->left = 30;
   for (std::uint8_t i = 0; i < 100; ++i) capture(rtp(i));
   settle();
@@ -245,8 +263,8 @@ TEST_P(Evidence, SendsTheCaptureTimeBeforeALateFrame) {
   Settings settings;
   settings.captureTime = true;
   start(settings);
-  dissector->addRtp(kPhone, 5000);
-  const Bytes frame = Frame{.payload = rtp(7)}.build();
+  add();
+  const Bytes frame = Frame{.payload = rtp(7), .ipv6 = isIpv6}.build();
   pcap_pkthdr header = captureHeader(frame);
   header.ts = {1'700'000'000, 123'456};
   SniffedPacket packet{nullptr, &header, frame.data()};
@@ -268,10 +286,11 @@ TEST_P(Evidence, SendsTheCaptureTimeBeforeALateFrame) {
   captured = 2 + kReplayed;
   EXPECT_LT(media.frames.size(), captured + kReplayed);
   const Bytes time = media.frames[0];
-  EXPECT_EQ(Bytes(time.begin(), time.begin() + 3), Bytes({0, 23, 5}));
-  EXPECT_TRUE(std::equal(time.begin() + 3, time.begin() + 15, media.frames[1].begin() + 3));
+  ASSERT_EQ(time.size(), headerLength + 8);
+  EXPECT_EQ(time[1], time.size());
+  EXPECT_TRUE(std::equal(time.begin() + 3, time.end() - 8, media.frames[1].begin() + 3));
   std::uint64_t microseconds = 0;
-  for (int i = 15; i < 23; ++i) microseconds = microseconds << 8 | time[i];
+  for (std::size_t i = headerLength; i < headerLength + 8; ++i) microseconds = microseconds << 8 | time[i];
   EXPECT_EQ(microseconds, 1'700'000'000'123'456U);
   expectSum();
 }
@@ -285,14 +304,14 @@ TEST_P(Evidence, PutsNothingBetweenACaptureTimeAndItsFrame) {
   constexpr int kKept = 20;
   for (std::uint8_t number = 0; number < kKept; ++number) capture(rtp(number));
   settle();
-  const Bytes timely = Frame{.payload = sip("1")}.build();
+  const Bytes timely = Frame{.payload = sip("1"), .ipv6 = isIpv6}.build();
   pcap_pkthdr header = captureHeader(timely);
   timespec now;
   clock_gettime(CLOCK_REALTIME, &now);
   header.ts = {now.tv_sec + 60, 0};
   SniffedPacket packet{nullptr, &header, timely.data()};
   connection->room = 1;  // a kept frame at a time, and signalling between them
-  dissector->addRtp(kPhone, 5000);
+  add();
   for (int i = 0; i < 50; ++i, ++captured) dissector->producePacket(packet);
   EXPECT_TRUE(eventually([&] { return dissector->getStatistics().rtpForwarded == kKept; }));
   settle();
@@ -313,7 +332,7 @@ TEST_P(Evidence, MediaThatWasAskedForDoesNotExpire) {
   connection->room = 0;
   capture(rtp(1));
   settle();
-  dissector->addRtp(kPhone, 5000);
+  add();
   for (std::uint8_t number = 2; number < 50; ++number) {
     capture(rtp(number));
     std::this_thread::sleep_for(std::chrono::milliseconds(10));
@@ -327,7 +346,7 @@ TEST_P(Evidence, MediaThatWasAskedForDoesNotExpire) {
   expectSum();
 }
 
-INSTANTIATE_TEST_SUITE_P(Recorders, Evidence, testing::Values(1, 2));
+INSTANTIATE_TEST_SUITE_P(Recorders, Evidence, testing::Combine(testing::Values(1, 2), testing::Bool()));
 
 class QueueLimit : public testing::Test {
  protected:

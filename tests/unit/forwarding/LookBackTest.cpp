@@ -16,7 +16,7 @@ Bytes frameOf(FrameProtocol protocol, std::size_t payload) {
   return frame;
 }
 
-const RtpAddr kDestination{1, 5000};
+const IpEndpoint kDestination{1, 5000};
 
 TEST(KeptMedia, DropsExpiredFrames) {
   Statistics statistics;

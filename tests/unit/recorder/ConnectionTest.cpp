@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <netdb.h>
 #include <sys/resource.h>
 
 #include <array>
@@ -71,6 +72,48 @@ TEST_F(Udp, SendsFramesToTheSourceOfTheLastCommand) {
   }
   EXPECT_TRUE(log.contains("DEBUG rx from server cmd=3, ip=10.0.0.7, port=40000, nRcvd=7"));
   EXPECT_FALSE(commands(recorder, {})) << "no bytes, no command";
+}
+
+TEST_F(Udp, TakesIpv6AddressesByTheLengthOfTheDatagram) {
+  Bytes add = {4};
+  append(add, Bytes(15, 0));
+  append(add, 0x05'9C40, 3);
+  const SnifferRequest is7{4, 0, 0}, is19{4, IpAddress::read(add.data() + 1), 40000};
+  Bytes longer = add;
+  longer.push_back(1);
+  for (const bool isOn : {false, true}) {
+    connection.setIpv6(isOn);
+    for (const auto& [datagram, decoded] : {std::pair{add, isOn ? is19 : is7},
+                                            {longer, isOn ? is19 : is7},
+                                            {Bytes(add.begin(), add.end() - 1), is7},
+                                            {Bytes{2}, SnifferRequest{2, 0, 0}}}) {
+      EXPECT_TRUE(commands(recorder, datagram));
+      EXPECT_EQ(request, decoded);
+    }
+  }
+  EXPECT_TRUE(log.contains("DEBUG rx from server cmd=4, ip=::5, port=40000, nRcvd=19"));
+}
+
+TEST(SocketAddress, IsReadFromItsText) {
+  const auto textOf = [](const char* host) -> std::string {
+    const SocketAddress address(host, 6000);
+    char text[NI_MAXHOST], port[NI_MAXSERV];
+    getnameinfo(address.data(), address.size(), text, sizeof text, port, sizeof port, NI_NUMERICHOST | NI_NUMERICSERV);
+    return std::string(text) + " " + port;
+  };
+  const std::pair<const char*, const char*> cases[] = {{"10.0.0.5", "10.0.0.5 6000"},
+                                                       {"2001:db8::5", "2001:db8::5 6000"},
+                                                       {"fe80::5%lo", "fe80::5%lo 6000"},
+                                                       {"fe80::5", "fe80::5 6000"},
+                                                       {"name", "255.255.255.255 6000"},
+                                                       {"2001:db8::5:", "255.255.255.255 6000"},
+                                                       {"fe80::5%", "255.255.255.255 6000"},
+                                                       {"", "255.255.255.255 6000"},
+                                                       {"[2001:db8::5]", "255.255.255.255 6000"}};
+  for (const auto& [host, expected] : cases) EXPECT_EQ(textOf(host), expected) << host;
+  EXPECT_TRUE(SocketAddress("::1", 1).hasAddressOf({"0::1", 2}));
+  EXPECT_FALSE(SocketAddress("::1", 1).hasAddressOf({"::2", 1}));
+  EXPECT_FALSE(SocketAddress("::1", 1).hasAddressOf({"0.0.0.1", 1}));
 }
 
 TEST_F(Udp, TakesCommandsOnlyFromTheServerIfConfigured) {
@@ -271,6 +314,34 @@ TEST(Embedded, AnnouncesFramesThatAreLateWhenTheHostFetches) {
       EXPECT_EQ(*connection.getBacklogSize(), bytesWaiting);
     }
     EXPECT_EQ(fetched, fetches);
+  }
+}
+
+TEST(Embedded, AnnouncesFramesWithIpv6Addresses) {
+  const std::uint8_t octets[16] = {0xFD, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15};
+  const IpAddress address = IpAddress::read(octets);
+  Bytes bytes(50);
+  FrameHeader{50, FrameProtocol::Rtp, address, 5000, address, 4000}.write(bytes.data());
+  EmbeddedConnection connection;
+  connection.setCaptureTime(true);
+  for (const int capacity : {46, 49, 50, 96, 97}) {
+    OutgoingFrame frame{bytes.data(), 50, 0, {1, 1}};
+    connection.sendPackets({&frame, 1});
+    Bytes fetched(200);
+    int length = connection.receivePackets(reinterpret_cast<char*>(fetched.data()), capacity);
+    if (capacity < 50) {
+      EXPECT_EQ(length, -50);
+      length = connection.receivePackets(reinterpret_cast<char*>(fetched.data()), 97);
+    }
+    if (length == 47) {
+      EXPECT_LT(capacity, 97);
+      length += connection.receivePackets(reinterpret_cast<char*>(fetched.data()) + 47, 50);
+    }
+    ASSERT_EQ(length, 97);
+    EXPECT_EQ(Bytes(fetched.begin(), fetched.begin() + 3), Bytes({0, 47, 69}));
+    EXPECT_TRUE(std::equal(bytes.begin() + 3, bytes.begin() + 39, fetched.begin() + 3));
+    EXPECT_EQ(fetched[46], 1);
+    EXPECT_TRUE(std::equal(bytes.begin(), bytes.end(), fetched.begin() + 47));
   }
 }
 

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <deque>
@@ -327,6 +328,44 @@ TEST_F(TcpCommands, AreDecodedWhateverTheirSplit) {
   EXPECT_TRUE(next());
   EXPECT_EQ(request, SnifferRequest(3, 0x0A000007, 40000)) << "a heartbeat leaves address and port alone";
   EXPECT_TRUE(log.contains("DEBUG Heartbeat request received"));
+}
+
+TEST_F(TcpCommands, WithIpv6AddressesAreDecodedWhateverTheirSplit) {
+  const Bytes octets = {0x20, 1, 0x0D, 0xB8, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 5};
+  const IpAddress address = IpAddress::read(octets.data());
+  Bytes all = add;
+  for (const std::uint8_t code : {4, 5}) append(all, code, 1), append(all, octets), append(all, 40000, 2);
+  append(all, command(2, 0xFF00FF01, 1));
+  append(all, command(9));
+  const std::vector<SnifferRequest> longer = {added, {4, address, 40000}, {5, address, 40000}, removed, {9, 0, 0}};
+  std::vector<SnifferRequest> shorter;  // each of 7 bytes, and 3 bytes that wait
+  for (std::size_t at = 0; at + 7 <= all.size(); at += 7) shorter.push_back(SnifferRequest::fromWire(&all[at]));
+  for (const bool isOn : {false, true}) {
+    for (std::size_t cut = 1; cut < all.size(); cut += isOn ? 1 : 10) {
+      SCOPED_TRACE(cut);
+      connection.closeConnection();
+      peer = established();
+      connection.setIpv6(isOn);
+      std::vector<SnifferRequest> taken;
+      const auto take = [&](std::size_t from, std::size_t to, std::size_t commands) {
+        peer.write({all.begin() + static_cast<std::ptrdiff_t>(from), all.begin() + static_cast<std::ptrdiff_t>(to)});
+        const auto& expected = isOn ? longer : shorter;
+        EXPECT_TRUE(eventually([&] {
+          const SnifferRequest none(0xFFFF, 0, 0);
+          request = none;
+          if (connection.receiveRequest(request) && request != none) taken.push_back(request);
+          return taken.size() >= commands;
+        }));
+        EXPECT_TRUE(std::equal(taken.begin(), taken.end(), expected.begin()));
+        EXPECT_EQ(taken.size(), commands);
+      };
+      const std::size_t ends[] = {7, 26, 45, 52, 59};
+      const auto whole = static_cast<std::size_t>(std::upper_bound(ends, std::end(ends), cut) - ends);
+      take(0, cut, isOn ? whole : cut / 7);
+      take(cut, all.size(), isOn ? 5 : all.size() / 7);
+    }
+  }
+  EXPECT_TRUE(log.contains("DEBUG rx from server cmd=4, ip=2001:db8::5, port=40000"));
 }
 
 TEST_F(TcpCommands, AreNotCompletedByAnotherConnection) {

@@ -136,7 +136,7 @@ TEST(SettingTable, ValuesAreTakenOrReplacedWithAWarning) {
 }
 
 TEST(MoreRecorders, AreReadOrLeftOutWithAWarning) {
-  const std::string toDo = " is left out: write an IPv4 address and a port, such as 10.0.0.12:6000";
+  const std::string toDo = " is left out: write an address and a port, such as 10.0.0.12:6000 or [2001:db8::12]:6000";
   const struct {
     const char* value;
     std::string addresses;
@@ -150,6 +150,14 @@ TEST(MoreRecorders, AreReadOrLeftOutWithAWarning) {
       {"10.0.0.1:0;10.0.0.1:65536;10.0.0.1:6a;10.0.0:1;:5;10.0.0.1:",
        "",
        {"\"10.0.0.1:0\"", "\"10.0.0.1:65536\"", "\"10.0.0.1:6a\"", "\"10.0.0:1\"", "\":5\"", "\"10.0.0.1:\""},
+       {}},
+      {"[2001:db8::12]:6000;[fe80::1%eth0]:1;[::ffff:10.0.0.9]:2",
+       "[2001:db8::12]:6000 [fe80::1%eth0]:1 [::ffff:10.0.0.9]:2 ",
+       {},
+       {}},
+      {"2001:db8::12;[2001:db8::12];[10.0.0.1]:6000;[]:1;[::1:6000;::1]:6",
+       "",
+       {"\"2001:db8::12\"", "\"[2001:db8::12]\"", "\"[10.0.0.1]:6000\"", "\"[]:1\"", "\"[::1:6000\"", "\"::1]:6\""},
        {}},
       {"10.0.0.12:6000;10.0.0.12:6000",
        "10.0.0.12:6000 ",
@@ -219,7 +227,7 @@ TEST(SettingTable, WarningsOfAFileNameTheLine) {
             R"(WARN Line 5 of the settings: Device is set again, line 4 counts
 WARN Line 6 of the settings: "Filter " is no setting, blanks in front of '=' belong to the key, ignored
 WARN Line 12 of the settings: "Recorder" is no setting, ignored
-WARN Line 1 of the settings: ServerName=recorder.example, the recorder is not reachable without a dotted IPv4 address
+WARN Line 1 of the settings: ServerName=recorder.example, the recorder is not reachable without a dotted IPv4 address or an IPv6 address
 WARN Line 2 of the settings: ServerPort=70000, a port is a number from 1 to 65535, port 4464 is used
 WARN Line 7 of the settings: ServerProtocol=SCTP, TCP is used
 WARN Line 4 of the settings: Device=eth0;;eth0;, there is an empty name in the list

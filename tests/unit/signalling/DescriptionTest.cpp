@@ -92,6 +92,55 @@ TEST(Description, OfAMediaControlChannelDiffersInItsNameOnly) {
                                      "DEBUG MediaChannel" + netBios, "DEBUG MediaControlChannel" + netBios}));
 }
 
+TEST(Description, ContainsIpv6AddressesWithTheSetting) {
+  TestLog log;
+  const auto parser = std::make_unique<H323Parser>();
+  const auto describe = [&](const std::string& address) {
+    const auto octets = fromHex("08" + address + "c012");
+    const auto arena = std::make_unique<asn1::Arena>();
+    PPER_Stream stream(PBYTEArray(octets.data(), octets.size()));
+    H245_TransportAddress decoded(asn1::decode(asn1::h245::TransportAddress, stream, *arena));
+    PString text;
+    parser->getMediaChannelAttributes(decoded, text);
+    return std::string(static_cast<const char*>(text));
+  };
+  EXPECT_EQ(describe("20010db8000000000000000000000005"), "");
+  EXPECT_EQ(log.take(),
+            std::vector<std::string>{"DEBUG MediaChannel address is not IPv4. iP6Address is not supported"});
+  parser->setIpv6(true);
+  const std::pair<const char*, const char*> cases[] = {
+      {"20010db8000000000000000000000005", "rtp:[2001:db8::5] 49170"},
+      {"20010DB8000000010000000000000001", "rtp:[2001:db8:0:1::1] 49170"},
+      {"20010db8000000000001000000000001", "rtp:[2001:db8::1:0:0:1] 49170"},
+      {"20010db8000000010001000100010001", "rtp:[2001:db8:0:1:1:1:1:1] 49170"},
+      {"00000000000000000000000000000001", "rtp:[::1] 49170"},
+      {"00000000000000000000000000010002", "rtp:[::1:2] 49170"},
+      {"00000000000000000000ffff0a000005", "rtp:10.0.0.5 49170"}};
+  for (const auto& [octets, text] : cases) EXPECT_EQ(describe(octets), text);
+}
+
+TEST(Description, FindsTheCallOfAnH245ConnectionOverIpv6) {
+  TestLog log;
+  H323Parser parser;
+  parser.setIpv6(true);
+  const Segment ack = segmentOf(kCalls[2], "t:131");
+  const auto octets = fromHex("20010db8000000000000000000000005");
+  const IpAddress listens = IpAddress::read(octets.data());
+  PString callReference("77");
+  H323Parser::h245Addr announced("[2001:db8::5]", 1720);
+  parser.updateMaps(callReference, announced);
+  const std::span message(ack.payload.data() + kHeaderLength, ack.payload.size() - kHeaderLength);
+  const auto described = [&](const H323Parser::Connection& connection) {
+    PString text;
+    return parser.parseSegment(message, connection, text) ? std::string(static_cast<const char*>(text)) : "";
+  };
+  const std::string expected = "t:131\nr:77" + ack.text.substr(ack.text.find('\n', 6));
+  EXPECT_EQ(described({listens, 0x0A000001, 1720, 9}), expected);
+  EXPECT_EQ(described({0x0A000001, listens, 9, 1720}), expected);
+  EXPECT_EQ(described({listens, 0x0A000001, 1721, 9}), "");
+  EXPECT_EQ(described({0x00000005, 0x0A000001, 1720, 9}), "");
+}
+
 TEST(Description, NeedsATpktHeaderButNotItsLength) {
   TestLog log;
   H323Parser parser;

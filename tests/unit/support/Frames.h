@@ -25,16 +25,31 @@ struct Frame {
   Bytes ipOptions = {};
   Bytes tcpOptions = {};
   std::size_t minimum = 0;  ///< length up to which zeros pad the frame
+  bool ipv6 = false;        ///< the addresses are then the end of 2001:db8::
+
+  /// Returns the octets of an address in the family of the frame.
+  Bytes address(std::uint32_t ip) const {
+    Bytes octets;
+    if (ipv6) append(octets, 0x20010DB8, 4), append(octets, 0, 8);
+    append(octets, ip, 4);
+    return octets;
+  }
 
   /// Returns the bytes of the frame.
   Bytes build() const {
     Bytes frame(12, 0xEE);  // MAC addresses
-    append(frame, link);
-    append(frame, ipVhl, 1);
-    append(frame, 0x00003C1C004000, 7);  // service 0, total length 0x003c, identification 0x1c00, fragment field 0x4000
-    frame.insert(frame.end(), {0x40, protocol, 0xAB, 0xCD});
-    append(frame, srcIp, 4);
-    append(frame, dstIp, 4);
+    append(frame, ipv6 ? Bytes{0x86, 0xDD} : link);
+    if (ipv6) {
+      append(frame, 0x60000000, 4);
+      append(frame, payload.size() + (protocol == 6 ? 20 + tcpOptions.size() : 8), 2);
+      frame.insert(frame.end(), {protocol, 0x40});
+    } else {
+      append(frame, ipVhl, 1);
+      append(frame, 0x00003C1C004000, 7);  // service 0, length 0x003c, identification 0x1c00, fragment field 0x4000
+      frame.insert(frame.end(), {0x40, protocol, 0xAB, 0xCD});
+    }
+    append(frame, address(srcIp));
+    append(frame, address(dstIp));
     append(frame, ipOptions);
     append(frame, srcPort, 2);
     append(frame, dstPort, 2);
@@ -55,11 +70,11 @@ struct Frame {
 /// Returns the frame that the recorder has to receive for a captured frame.
 inline Bytes forwarded(std::uint8_t protocol, const Frame& frame, const Bytes& payload) {
   Bytes expected;
-  append(expected, payload.size() + 15, 2);
-  append(expected, protocol, 1);
-  append(expected, frame.dstIp, 4);
+  append(expected, payload.size() + (frame.ipv6 ? 39 : 15), 2);
+  append(expected, protocol + (frame.ipv6 ? 0x40 : 0), 1);
+  append(expected, frame.address(frame.dstIp));
   append(expected, frame.dstPort, 2);
-  append(expected, frame.srcIp, 4);
+  append(expected, frame.address(frame.srcIp));
   append(expected, frame.srcPort, 2);
   append(expected, payload);
   return expected;

@@ -1,0 +1,27 @@
+#pragma once
+
+#include <arpa/inet.h>
+
+#include <string>
+
+namespace voip {
+
+/// Returns true for the text of an IPv6 address, which may end in the device of a link-local one: "fe80::1%eth0".
+inline bool isIpv6Host(const std::string& text) {
+  const std::size_t percent = text.find('%');
+  in6_addr ignored;
+  return percent != text.size() - 1 && inet_pton(AF_INET6, text.substr(0, percent).c_str(), &ignored) == 1;
+}
+
+/// Returns true for the text of an IPv4 address in dotted-decimal form, or an IPv6 address as above.
+inline bool isHost(const std::string& text) {
+  in_addr ignored;
+  return inet_pton(AF_INET, text.c_str(), &ignored) == 1 || isIpv6Host(text);
+}
+
+/// Returns "10.1.2.3:6000" or "[2001:db8::1]:6000".
+inline std::string hostAndPort(const std::string& host, int port) {
+  return (host.find(':') == std::string::npos ? host : "[" + host + "]") + ":" + std::to_string(port);
+}
+
+}  // namespace voip
