@@ -31,6 +31,17 @@ final class SipCall extends Call {
         || destinations().keySet().stream().anyMatch(destination -> destination.address().equals(host));
   }
 
+  /** Whether a host has sent or received an INVITE of the call. Its messages can name any other host. */
+  boolean isSignalledBy(Address host) {
+    return sipLegs().stream().anyMatch(leg -> leg.calling().equals(host) || leg.hasCalled(host));
+  }
+
+  /** Whether the signalling of another call has passed a host that takes part in this one. */
+  boolean sharesHostWith(SipCall other) {
+    return destinations().keySet().stream().anyMatch(destination -> other.isSignalledBy(destination.address()))
+        || sipLegs().stream().anyMatch(leg -> leg.hosts().anyMatch(other::isSignalledBy));
+  }
+
   /** Whether the call can have this number of further legs. */
   boolean hasRoomFor(int more) {
     return legs().size() + more <= MAX_LEGS;

@@ -66,7 +66,10 @@ final class SipCalls {
   private SipLeg begin(SipMessage message, SipLeg retired, Frame frame, Moment now) {
     SipLeg.Attempt before = ended.get(message.callId());
     boolean late = SipLeg.canBegin(message);
-    if (before == null ? !message.isRequest("INVITE") && !late : !before.isFollowedBy(message, now)) {
+    // The failure of a call that is answered all the same was forged.
+    boolean begins = before == null ? message.isRequest("INVITE") || late
+        : before.isFollowedBy(message, now) || late && !before.isAnswered() && SipLeg.isAnswer(message);
+    if (!begins) {
       return null;
     }
     SipLeg leg = new SipLeg(message, frame, now);

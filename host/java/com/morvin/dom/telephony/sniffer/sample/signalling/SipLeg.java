@@ -8,6 +8,7 @@ import java.util.LinkedHashMap;
 import java.util.LinkedHashSet;
 import java.util.Map;
 import java.util.Set;
+import java.util.stream.Stream;
 
 /**
  * A leg of a SIP call: the dialogs of one Call-ID (RFC 3261), captured on either side of a proxy.
@@ -96,6 +97,11 @@ final class SipLeg extends Leg {
     return answers && message.sdp().isPresent() && !message.from().tag().isEmpty() && !message.to().tag().isEmpty();
   }
 
+  /** Whether a message says that an INVITE was accepted. */
+  static boolean isAnswer(SipMessage message) {
+    return message.isSuccess() || message.isRequest("ACK");
+  }
+
   /** Returns the call that the leg belongs to. */
   SipCall call() {
     return call;
@@ -120,6 +126,11 @@ final class SipLeg extends Leg {
   /** Returns the host that has sent the first INVITE. */
   Address calling() {
     return calling;
+  }
+
+  /** Returns the hosts that have sent and received INVITEs. */
+  Stream<Address> hosts() {
+    return Stream.concat(Stream.of(calling), called.stream());
   }
 
   /** Whether the INVITE was sent to a host. */
@@ -457,7 +468,7 @@ final class SipLeg extends Leg {
 
   /** Returns what is known about the INVITEs, to recognise repeated ones after the end of the leg. */
   Attempt attempt(Moment end) {
-    return new Attempt(lastInvite, branches, end);
+    return new Attempt(lastInvite, branches, end, isAnswered);
   }
 
   /**
@@ -465,7 +476,7 @@ final class SipLeg extends Leg {
    * and another sniffer may deliver it late. An INVITE on another branch is a new attempt, although a forking proxy
    * keeps Call-ID and CSeq.
    */
-  record Attempt(long invite, Set<String> branches, Moment end) {
+  record Attempt(long invite, Set<String> branches, Moment end, boolean isAnswered) {
     boolean isFollowedBy(SipMessage message, Moment now) {
       boolean known = message.branch().isEmpty() ? message.cseq() <= invite : branches.contains(message.branch());
       boolean late = now.since(end) < BYE_TIMEOUT_MILLIS && (known || message.cseq() < invite);

@@ -176,7 +176,7 @@ final class SipLinks {
   }
 
   private static boolean isManagedBy(Call.Use use, Address host, Endpoint address) {
-    return use.call() instanceof SipCall call && call.hasHost(host)
+    return use.call() instanceof SipCall call && call.isSignalledBy(host)
         && call.sipLegs().stream().noneMatch(leg -> leg.isDescribedBy(host, address));
   }
 
@@ -193,7 +193,8 @@ final class SipLinks {
             .map(use -> new Candidate(new Link((SipCall) use.call(), entry.getValue().direction() != use.direction()),
                 entry.getValue().direction())))
         .distinct().limit(MAX_CANDIDATES)
-        .filter(candidate -> haveOpposite(own, candidate) && !areParallel(call, candidate.link.call))
+        .filter(candidate -> haveOpposite(own, candidate) && !areParallel(call, candidate.link.call)
+            && call.sharesHostWith(candidate.link.call))
         .map(Candidate::link).findFirst();
   }
 
