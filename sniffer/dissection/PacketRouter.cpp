@@ -201,9 +201,8 @@ void PacketRouter::release() {
 
 // ---- to the recorder ----
 
-void PacketRouter::flush() {
-  if (ipv6Items_ > 0) statistics_.ipv6Items.add(std::exchange(ipv6Items_, 0));
-  fanOut_ != nullptr ? fanOut_->publish() : lane_.flush();
+void PacketRouter::addIpv6Items() {
+  statistics_.ipv6Items.add(std::exchange(ipv6Items_, 0));
 }
 
 void PacketRouter::forward(std::span<u_char> frame) {
