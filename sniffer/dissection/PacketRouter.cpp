@@ -98,11 +98,13 @@ void PacketRouter::countIpv6(const FlowEnds& ends) {
 }
 
 void PacketRouter::takeDatagram(const Datagram& datagram) {
-  countIpv6(datagram.ends);
   const auto frame = frameOf(datagram);
-  if (!datagram.ends.areIpv4() && frame.size() > kMaxForwardedFrame) {
-    statistics_.ipv6TooLong.add();
-    return;
+  if (!datagram.ends.areIpv4()) {
+    ++ipv6Items_;
+    if (frame.size() > kMaxForwardedFrame) {
+      statistics_.ipv6TooLong.add();
+      return;
+    }
   }
   if (classifier_.classify(datagram) == FrameProtocol::None || datagram.payload.empty()) {
     drop(datagram);
@@ -199,9 +201,8 @@ void PacketRouter::release() {
 
 // ---- to the recorder ----
 
-void PacketRouter::flush() {
-  if (ipv6Items_ > 0) statistics_.ipv6Items.add(std::exchange(ipv6Items_, 0));
-  fanOut_ != nullptr ? fanOut_->publish() : lane_.flush();
+void PacketRouter::addIpv6Items() {
+  statistics_.ipv6Items.add(std::exchange(ipv6Items_, 0));
 }
 
 void PacketRouter::forward(std::span<u_char> frame) {

@@ -46,7 +46,10 @@ class PacketRouter final : private NetworkSink {
   void finish() { network_->flush(); }
 
   /// Sends the frames that wait in the lane, or wakes the lanes of several recorders.
-  void flush();
+  void flush() {
+    if (ipv6Items_ > 0) addIpv6Items();
+    fanOut_ != nullptr ? fanOut_->publish() : lane_.flush();
+  }
 
   /// As takeFrame(), but takes an Ethernet frame on the plain path, regardless of the settings.
   void takePlainFrame(std::span<u_char> frame) { network_->takePlainFrame(frame); }
@@ -76,6 +79,7 @@ class PacketRouter final : private NetworkSink {
   void count(NetworkCount what) override;
 
   void countIpv6(const FlowEnds& ends);
+  void addIpv6Items();
   void drop(const Datagram& datagram);
   void make(const FlowEnds& ends, Octets payload);
   void forwardMade();

@@ -2,6 +2,7 @@
 
 #include <random>
 #include <thread>
+#include <type_traits>
 #include <utility>
 
 namespace voip {
@@ -15,6 +16,15 @@ constexpr std::size_t kSweptAtOnce = 1024;
 
 // Spreads neighbouring addresses and ports: the golden ratio's fraction, Knuth 6.4.
 constexpr std::uint64_t kSpread = 0x9E3779B97F4A7C15;
+
+std::uint64_t wordOf(std::uint64_t ipv4Key) {
+  return ipv4Key;
+}
+
+template <class Ipv6Key>
+std::uint64_t wordOf(const Ipv6Key& key) {
+  return key.word;
+}
 
 }  // namespace
 
@@ -30,39 +40,58 @@ RtpDestinations::Table::Table(std::size_t size, std::uint64_t factor, bool hasIp
   clear();
 }
 
+template <class Key>
 std::size_t RtpDestinations::Table::slotOf(const Key& key) const {
-  std::size_t slot = homeOf(key.word);
+  std::size_t slot = homeOf(wordOf(key));
   // At least a quarter of the slots is free, but keys may move during a look-up: it visits each slot once at most.
   for (std::size_t tries = 0; tries <= mask_; ++tries, slot = (slot + 1) & mask_) {
     const std::uint64_t found = wordAt(slot);
-    if (found == kFree || (found == key.word && (!key.isIpv6() || hasAddress(slot, key)))) break;
+    if (found == kFree) break;
+    if constexpr (std::is_same_v<Key, Ipv4Key>) {
+      if (found == key) break;
+    } else {
+      if (found == key.word && hasAddress(slot, key)) break;
+    }
   }
   return slot;
 }
 
-bool RtpDestinations::Table::hasAddress(std::size_t slot, const Key& key) const {
+bool RtpDestinations::Table::hasAddress(std::size_t slot, const Ipv6Key& key) const {
   const Address& address = addresses_[slot];
   return address.high.load(std::memory_order_acquire) == key.high &&
          address.low.load(std::memory_order_acquire) == key.low;
 }
 
-RtpDestinations::Key RtpDestinations::Table::keyAt(std::size_t slot) const {
-  Key key{wordAt(slot)};
-  if (key.isIpv6()) {
-    key.high = addresses_[slot].high.load(std::memory_order_acquire);
-    key.low = addresses_[slot].low.load(std::memory_order_acquire);
-  }
-  return key;
+// The word is stored last: a reader that finds it reads its bits and its address.
+
+void RtpDestinations::Table::put(std::size_t slot, Ipv4Key key, std::uint32_t bits) {
+  setBits(slot, bits);
+  words_[slot].store(key, std::memory_order_release);
 }
 
-void RtpDestinations::Table::put(std::size_t slot, const Key& key, std::uint32_t bits) {
-  // The word is last: a reader that finds it reads its bits and its address.
-  setBits(slot, bits);
-  if (key.isIpv6()) {
-    addresses_[slot].high.store(key.high, std::memory_order_release);
-    addresses_[slot].low.store(key.low, std::memory_order_release);
+void RtpDestinations::Table::put(std::size_t slot, const Ipv6Key& key, std::uint32_t bits) {
+  addresses_[slot].high.store(key.high, std::memory_order_release);
+  addresses_[slot].low.store(key.low, std::memory_order_release);
+  put(slot, key.word, bits);
+}
+
+void RtpDestinations::Table::copySlot(std::size_t slot, const Table& from, std::size_t fromSlot) {
+  const std::uint64_t word = from.wordAt(fromSlot);
+  if ((word & kIpv6) == 0) {
+    put(slot, word, from.bitsAt(fromSlot));
+  } else {
+    const Address& address = from.addresses_[fromSlot];
+    put(slot, Ipv6Key{word, address.high.load(), address.low.load()}, from.bitsAt(fromSlot));
   }
-  words_[slot].store(key.word, std::memory_order_release);
+}
+
+void RtpDestinations::Table::copy(const Table& other) {
+  for (std::size_t from = 0; from < other.size(); ++from) {
+    if (other.isFree(from)) continue;
+    std::size_t slot = homeOf(other.wordAt(from));
+    while (!isFree(slot)) slot = (slot + 1) & mask_;
+    copySlot(slot, other, from);
+  }
 }
 
 void RtpDestinations::Table::erase(std::size_t slot) {
@@ -70,7 +99,7 @@ void RtpDestinations::Table::erase(std::size_t slot) {
   for (std::size_t next = (slot + 1) & mask_; !isFree(next); next = (next + 1) & mask_) {
     const std::size_t home = homeOf(wordAt(next));
     if (((next - home) & mask_) < ((next - slot) & mask_)) continue;
-    put(slot, keyAt(next), bitsAt(next));
+    copySlot(slot, *this, next);
     slot = next;
   }
   words_[slot].store(kFree, std::memory_order_release);
@@ -98,25 +127,31 @@ void RtpDestinations::setRecorders(unsigned count) {
   table_ = tables_.back().get();
 }
 
-/// The word of an IPv4 key has 16 zero bits, that of an IPv6 key begins with the bits 1 and 0: neither is kFree.
-inline RtpDestinations::Key RtpDestinations::keyOf(const IpEndpoint& destination) {
-  const IpAddress& address = destination.address;
-  if (address.isIpv4()) return {std::uint64_t{destination.port} << 32 | address.ipv4()};
+/// The word of an IPv4 key has 16 zero bits, that of an IPv6 key begins with the bits 1 and 0: neither means free.
+RtpDestinations::Ipv6Key RtpDestinations::ipv6Key(const IpEndpoint& destination) {
   constexpr std::uint64_t kPort = 0xFFFF;
   const std::uint64_t hash = IpEndpointHash()(destination);
-  return {Key::kIpv6 | (hash >> 2 & ~kPort) | destination.port, address.high(), address.low()};
+  return {kIpv6 | (hash >> 2 & ~kPort) | destination.port, destination.address.high(), destination.address.low()};
 }
 
-std::uint32_t RtpDestinations::wantedBy(const IpEndpoint& destination) const {
+std::uint32_t RtpDestinations::bitsOf(Ipv4Key key) const {
+  return look(key);
+}
+
+std::uint32_t RtpDestinations::bitsOf(const Ipv6Key& key) const {
+  return look(key);
+}
+
+template <class Key>
+std::uint32_t RtpDestinations::look(const Key& key) const {
   const std::uint32_t cleared = cleared_.load(std::memory_order_acquire);
   if (cleared != 0 && !hasSeveral_) return 0;
-  const Key key = keyOf(destination);
   while (true) {
     const std::uint64_t before = changes_.load(std::memory_order_acquire);
     const Table& now = *table_.load(std::memory_order_acquire);
     const std::size_t slot = now.slotOf(key);
     const bool isFound = now.has(slot, key);
-    if (isFound && !hasSeveral_ && !key.isIpv6()) return 1;
+    if (std::is_same_v<Key, Ipv4Key> && isFound && !hasSeveral_) return 1;
     const std::uint32_t bits = isFound ? now.bitsAt(slot) : 0;
     // A miss, or the bits and the address of a slot, are valid only if no key moved meanwhile. All are read with
     // acquire, so this is read after them.
@@ -137,21 +172,24 @@ bool RtpDestinations::add(const IpEndpoint& destination, unsigned recorder) {
 
 bool RtpDestinations::put(const IpEndpoint& destination, unsigned recorder) {
   List& list = lists_[recorder];
-  const Key key = keyOf(destination);
   const Table& before = *table_.load();
-  const bool needsIpv6 = key.isIpv6() && !before.hasIpv6();
+  const bool needsIpv6 = !destination.address.isIpv4() && !before.hasIpv6();
   const bool isFull = used_ * 4 >= (before.size() - 1) * 3;
   if (isFull || needsIpv6) replaceTable(before.size() * (isFull ? 2 : 1), needsIpv6 || before.hasIpv6());
   Table& now = *table_.load();
-  const std::size_t slot = now.slotOf(key);
+  const std::size_t slot = withKey(destination, [&](const auto& key) { return now.slotOf(key); });
   const bool isFree = now.isFree(slot);
   const std::uint32_t bits = isFree ? 0 : now.bitsAt(slot);
   if ((bits & bitOf(recorder)) != 0) {
     ++list.repeated[destination];
   } else {
     if (list.used >= limit()) return false;
-    isFree ? now.put(slot, key, bitOf(recorder)) : now.setBits(slot, bits | bitOf(recorder));
-    if (isFree) ++used_;
+    if (isFree) {
+      withKey(destination, [&](const auto& key) { now.put(slot, key, bitOf(recorder)); });
+      ++used_;
+    } else {
+      now.setBits(slot, bits | bitOf(recorder));
+    }
     ++list.used;
   }
   ++list.total;
@@ -162,9 +200,8 @@ void RtpDestinations::remove(const IpEndpoint& destination, unsigned recorder) {
   const MutexLock held(rtpListLock_);
   if (isCleared(recorder)) return;
   Table& now = *table_.load();
-  const Key key = keyOf(destination);
-  const std::size_t slot = now.slotOf(key);
-  if (!now.has(slot, key) || (now.bitsAt(slot) & bitOf(recorder)) == 0) return;
+  const std::size_t slot = withKey(destination, [&](const auto& key) { return now.slotOf(key); });
+  if (now.isFree(slot) || (now.bitsAt(slot) & bitOf(recorder)) == 0) return;
   List& list = lists_[recorder];
   --list.total;
   if (const auto repeated = list.repeated.find(destination); repeated != list.repeated.end()) {
@@ -233,13 +270,8 @@ void RtpDestinations::sweepTable() {
 }
 
 void RtpDestinations::replaceTable(std::size_t size, bool hasIpv6) {
-  const Table& old = *table_.load();
   auto next = std::make_unique<Table>(size, factor_, hasIpv6);
-  for (std::size_t slot = 0; slot < old.size(); ++slot) {
-    if (old.isFree(slot)) continue;
-    const Key key = old.keyAt(slot);
-    next->put(next->slotOf(key), key, old.bitsAt(slot));
-  }
+  next->copy(*table_.load());
   tables_.push_back(std::move(next));
   table_.store(tables_.back().get(), std::memory_order_release);
 }

@@ -46,7 +46,9 @@ class RtpDestinations {
   void remove(const IpEndpoint& destination, unsigned recorder);
 
   /// Returns a bit for each recorder with an entry of a destination: 1 << recorder. Takes no lock.
-  std::uint32_t wantedBy(const IpEndpoint& destination) const;
+  std::uint32_t wantedBy(const IpEndpoint& destination) const {
+    return destination.address.isIpv4() ? bitsOf(ipv4Key(destination)) : bitsOf(ipv6Key(destination));
+  }
 
   /// Empties a list without waiting for threads that use it, whatever its length.
   void clear(unsigned recorder) { cleared_.fetch_or(bitOf(recorder), std::memory_order_release); }
@@ -55,22 +57,22 @@ class RtpDestinations {
   std::size_t length(unsigned recorder);
 
  private:
-  /// A destination in the table. The word decides where it is; IPv6 addresses are compared as well.
-  struct Key {
-    static constexpr std::uint64_t kIpv6 = std::uint64_t{1} << 63;
+  /// An IPv4 destination in the table, its word: the address and the port.
+  using Ipv4Key = std::uint64_t;
 
-    std::uint64_t word;               ///< IPv4: address and port. IPv6: kIpv6, 46 bits of a hash, the port
-    std::uint64_t high = 0, low = 0;  ///< the halves of an IPv6 address
-
-    bool isIpv6() const { return (word & kIpv6) != 0; }
+  /// An IPv6 destination in the table: its word and the halves of its address. The word is kIpv6, 46 bits of a hash and
+  /// the port.
+  struct Ipv6Key {
+    std::uint64_t word, high, low;
   };
 
-  /// A hash table of keys, each with the bits of the recorders that have it. It uses open addressing with linear
-  /// probing: no slot between the home slot of a key and its actual slot is free.
+  static constexpr std::uint64_t kIpv6 = std::uint64_t{1} << 63;
+
+  /// A hash table of keys, each with the bits of the recorders that have it. The word of a key decides where it is; the
+  /// addresses of IPv6 keys are compared as well. The table uses open addressing with linear probing: no slot between
+  /// the home slot of a key and its actual slot is free.
   class Table {
    public:
-    static constexpr std::uint64_t kFree = ~std::uint64_t{0};  ///< the word of no key
-
     /// `size` is a power of two. `factor`, which is odd, decides the order of the keys. `hasIpv6`: there is space for
     /// IPv6 addresses.
     Table(std::size_t size, std::uint64_t factor, bool hasIpv6);
@@ -79,34 +81,37 @@ class RtpDestinations {
     bool hasIpv6() const { return addresses_ != nullptr; }
 
     /// Returns the slot of a key, or the free slot where it belongs. Any thread.
+    template <class Key>
     std::size_t slotOf(const Key& key) const;
 
-    /// Returns true when the key is in the slot. Any thread.
-    bool has(std::size_t slot, const Key& key) const {
-      return wordAt(slot) == key.word && (!key.isIpv6() || hasAddress(slot, key));
-    }
-
+    // Any thread.
     bool isFree(std::size_t slot) const { return wordAt(slot) == kFree; }
-
-    /// Returns the key in a slot that is not free. Any thread.
-    Key keyAt(std::size_t slot) const;
+    bool has(std::size_t slot, Ipv4Key key) const { return wordAt(slot) == key; }
+    bool has(std::size_t slot, const Ipv6Key& key) const { return wordAt(slot) == key.word && hasAddress(slot, key); }
 
     /// Returns the bits of the key in a slot. Any thread.
     std::uint32_t bitsAt(std::size_t slot) const { return bits_[slot].load(std::memory_order_acquire); }
 
     // Writers only.
     void setBits(std::size_t slot, std::uint32_t bits) { bits_[slot].store(bits, std::memory_order_release); }
-    void put(std::size_t slot, const Key& key, std::uint32_t bits);
+    void put(std::size_t slot, Ipv4Key key, std::uint32_t bits);
+    void put(std::size_t slot, const Ipv6Key& key, std::uint32_t bits);
     void erase(std::size_t slot);
     void clear();
 
+    /// Puts all keys of another table into this one, which must be empty.
+    void copy(const Table& other);
+
    private:
+    static constexpr std::uint64_t kFree = ~std::uint64_t{0};  ///< the word of no key
+
     struct Address {
       std::atomic<std::uint64_t> high, low;
     };
 
     std::uint64_t wordAt(std::size_t slot) const { return words_[slot].load(std::memory_order_acquire); }
-    bool hasAddress(std::size_t slot, const Key& key) const;
+    bool hasAddress(std::size_t slot, const Ipv6Key& key) const;
+    void copySlot(std::size_t slot, const Table& from, std::size_t fromSlot);
     std::size_t homeOf(std::uint64_t word) const { return word * factor_ >> shift_; }
 
     const std::size_t mask_;
@@ -130,7 +135,21 @@ class RtpDestinations {
 
   static constexpr std::uint32_t bitOf(unsigned recorder) { return std::uint32_t{1} << recorder; }
   bool isCleared(unsigned recorder) const { return (cleared_.load(std::memory_order_acquire) & bitOf(recorder)) != 0; }
-  static Key keyOf(const IpEndpoint& destination);
+
+  /// Returns the result of `action` for the key of a destination, of either type.
+  template <class Action>
+  static auto withKey(const IpEndpoint& destination, Action action) {
+    return destination.address.isIpv4() ? action(ipv4Key(destination)) : action(ipv6Key(destination));
+  }
+  static Ipv4Key ipv4Key(const IpEndpoint& destination) {
+    return std::uint64_t{destination.port} << 32 | destination.address.ipv4();
+  }
+  static Ipv6Key ipv6Key(const IpEndpoint& destination);
+
+  std::uint32_t bitsOf(Ipv4Key key) const;
+  std::uint32_t bitsOf(const Ipv6Key& key) const;
+  template <class Key>
+  std::uint32_t look(const Key& key) const;
   bool put(const IpEndpoint& destination, unsigned recorder) REQUIRES(rtpListLock_);
   void dropBit(std::size_t slot, unsigned recorder) REQUIRES(rtpListLock_);
   bool sweep(unsigned recorder, Repeated& old) REQUIRES(rtpListLock_);

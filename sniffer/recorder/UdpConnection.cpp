@@ -13,7 +13,7 @@
 using namespace voip;
 
 UdpConnection::UdpConnection(const char* host, int port)
-    : configured_(host, port), serverPort_(port), serverHost_(host), serverAddr_(configured_) {
+    : configured_(host, port), serverPort_(port), serverAddr_(configured_) {
   clientSd_ = socket(configured_.family(), SOCK_DGRAM | SOCK_CLOEXEC, 0);
   if (clientSd_ == -1) {
     logger().error("Error, client can't open datagram socket");

@@ -20,7 +20,7 @@
 class UdpConnection : public BaseConnection {
  public:
   /// Opens and binds the socket; ends the process with status 1 when that fails. `host` as in
-  /// SocketAddress; the text is not copied and must outlive the object. `port` is in host order.
+  /// SocketAddress. `port` is in host order.
   UdpConnection(const char* host, int port);
   UdpConnection(const UdpConnection&) = delete;
   UdpConnection& operator=(const UdpConnection&) = delete;
@@ -72,7 +72,6 @@ class UdpConnection : public BaseConnection {
   std::array<std::uint8_t, SnifferRequest::kWireLength> command_{};  ///< bytes of the last datagrams
   int clientSd_ = -1;
   const int serverPort_;
-  const char* const serverHost_;
 
   voip::SocketWait wait_;
   voip::Mutex serverAddrLock_;

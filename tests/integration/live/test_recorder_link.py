@@ -33,8 +33,7 @@ class RecorderLink(TestCase):
         self.wire = self.keep(Wire(self.folder()))
         settings = {
             **{"Device": self.wire.device, "Filter": "udp", "ServerName": recorder.address[0]},
-            **{"ServerPort": recorder.port},
-            **{"ServerProtocol": recorder.protocol},
+            **{"ServerPort": recorder.address[1], "ServerProtocol": recorder.protocol},
             **settings,
         }
         self.program = self.start(settings=settings)
@@ -306,7 +305,7 @@ class RecorderLink(TestCase):
         with socket.socket() as unused:
             unused.bind(("127.0.0.1", 0))
             port = unused.getsockname()[1]
-            self.sniff(type("Absent", (), {"port": port, "protocol": "TCP"}))
+            self.sniff(type("Absent", (), {"address": ("127.0.0.1", port), "protocol": "TCP"}))
             harness.wait_until(
                 lambda: self.wire.send(sip(1)) or self.program.logged("TCP connect failed") >= 2, "attempts to connect"
             )
