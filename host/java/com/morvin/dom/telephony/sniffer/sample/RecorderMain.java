@@ -103,7 +103,7 @@ public final class RecorderMain {
     Service.Limits limits = new Service.Limits(options.untilDisconnect, options.idleExitMillis,
         CallFollower.Limits.DEFAULT.withIdle(options.callTimeoutMillis));
     if (options.publish != null) {
-      serve(options, Cluster.load().front(options.publish, options.bufferBytes, limits, console), console);
+      serve(options, Cluster.load().front(options.publish, options.bufferBytes, options.spool, limits, console), console);
       return 0;
     }
     try (Store store = new Store(options.out, console)) {

@@ -5,83 +5,185 @@ import com.morvin.dom.telephony.sniffer.sample.console.Text;
 import com.morvin.dom.telephony.sniffer.sample.service.Service;
 import com.morvin.dom.telephony.sniffer.sample.signalling.Call;
 import com.morvin.dom.telephony.sniffer.sample.signalling.Moment;
+import com.morvin.dom.telephony.sniffer.sample.storage.RunningCalls;
 import com.morvin.dom.telephony.sniffer.sample.transport.Frame;
+import com.morvin.dom.telephony.sniffer.sample.transport.FrameBlock;
 import com.morvin.dom.telephony.sniffer.sample.transport.FrameCursor;
 import com.morvin.dom.telephony.sniffer.sample.transport.SteadyClock;
-import java.util.ArrayDeque;
+import java.io.IOException;
+import java.nio.file.Path;
 import java.util.ArrayList;
+import java.util.Comparator;
 import java.util.HashMap;
 import java.util.List;
 import java.util.Map;
-import java.util.Queue;
 import java.util.UUID;
 
 /**
  * Publishes calls to a broker and records nothing. It follows calls only to know which call a frame belongs to, asks
- * the sniffers for their media, and publishes the frames of each call under the key of the call.
+ * the sniffers for their media, and publishes the frames of each call in the partition of the call.
  */
 final class Front extends Service {
   private static final int MAX_CALLS = 50_000;
   private static final long POLL_MILLIS = 20;
-  /** A message is published at the latest after this time. */
+  /**
+   * All open messages are published at these intervals. The broker syncs messages that arrive together at once, so that
+   * they cost less than messages at times of their own.
+   */
   private static final long FILL_MILLIS = 100;
-
-  private record Opened(CallStream stream, long at) {}
+  private static final long SAVE_MILLIS = 1000;
+  /** After a longer interruption calls can have ended unnoticed. It is the longest time that sniffers keep frames. */
+  private static final long RESUME_MILLIS = 60_000;
+  private static final long HAND_OVER_MILLIS = 2000;
 
   private final Outbox outbox;
   private final Publisher publisher;
+  /** Null when nothing is kept for a restart. */
+  private final FrontState state;
   private final String session = UUID.randomUUID().toString();
+  private final Map<Partition, Batch> batches = new HashMap<>();
   private final Map<Call, CallStream> streams = new HashMap<>();
-  /** Streams with an open message, oldest first; some of the messages have been published since. */
-  private final Queue<Opened> opened = new ArrayDeque<>();
   private final List<Call> over = new ArrayList<>();
+  private final FrameCursor remembered = new FrameCursor(new FrameBlock(new byte[0], 0, 0, 0, 0));
+  private String continued = "";
+  private RunningCalls.Loaded restoring;
+  private boolean restored;
+  private List<Message> earlier = List.of();
+  private long skew;
   private long frames;
+  private long lastFill;
+  private long lastSave = -SAVE_MILLIS;
   private long lostReported;
   private boolean losing;
 
-  Front(Broker broker, long bufferBytes, Limits limits, Console console) {
+  /** Makes a front. The directory is that of the {@link FrontState}; null when nothing is kept for a restart. */
+  Front(Broker broker, long bufferBytes, Path directory, Limits limits, Console console) throws IOException {
     super(new Limits(limits.untilDisconnect(), limits.idleExitMillis(), limits.calls().withCalls(MAX_CALLS)),
         POLL_MILLIS, console, SteadyClock.system());
     outbox = new Outbox(bufferBytes);
+    state = directory == null ? null : new FrontState(directory, session, console);
     console.line("up to " + (bufferBytes >> 20) + " MB are kept for " + broker + " while it is slow or away");
     publisher = new Publisher(broker, outbox, console);
   }
 
+  /** Goes on with the calls from before a restart. */
+  @Override
+  protected void attached() throws IOException {
+    skew = clock.skew();
+    if (restored) {
+      return;
+    }
+    restored = true;
+    if (state != null) {
+      earlier = state.messages();
+      earlier.forEach(outbox::add);
+      restore(state.load());
+      state.save(streams.values(), publisher, clock.timeOfDay());
+    }
+    publisher.start();
+  }
+
+  private void restore(List<RunningCalls.Loaded> loaded) {
+    continued = state.continued();
+    Moment now = now();
+    loaded.forEach(call -> restore(call, now));
+    if (!streams.isEmpty() || !earlier.isEmpty()) {
+      console.line("going on with " + Text.count(streams.size(), "call") + " from before the restart, and with "
+          + Text.count(earlier.size(), "message") + " that the broker had not taken");
+    }
+  }
+
+  private void restore(RunningCalls.Loaded loaded, Moment now) {
+    restoring = loaded;
+    loaded.frames().stream().sorted(Comparator.comparingLong(RunningCalls.TimedFrame::time)).forEach(message -> {
+      Call call = follower.signalling(message.frame(), before(now, message.time()));
+      CallStream stream = call == null ? null : streams.get(call);
+      if (stream != null) {
+        stream.remember(cursor(message.frame()), message.time());
+      }
+    });
+    restoring = null;
+    closeCalls();
+    Call call = follower.calls().stream().filter(any -> streams.get(any).journal == loaded.journal()).findFirst()
+        .orElse(null);
+    if (call == null) {
+      state.end(loaded.journal());
+    } else if (now.stamp() - state.savedAt() > RESUME_MILLIS) {
+      call.lifetime().resume(before(now, state.savedAt()), now);
+    }
+  }
+
+  private FrameCursor cursor(Frame frame) {
+    remembered.begin(FrameBlock.of(frame, 0, 0));
+    remembered.next();
+    return remembered;
+  }
+
+  /** Returns an earlier moment. */
+  private static Moment before(Moment now, long stamp) {
+    return new Moment(now.steady() - (now.stamp() - stamp), stamp);
+  }
+
+  @Override
+  protected void lookAhead(FrameCursor cursor) {
+    skew = clock.skew();
+  }
+
   @Override
   protected void handle(FrameCursor cursor, Moment now) {
-    Frame frame = cursor.frame();
-    Call call = null;
-    switch (frame.protocol()) {
-      case Frame.SIP, Frame.H323 -> call = follower.signalling(frame, now);
-      case Frame.RTP -> {
-        Call.Use use = follower.media(cursor, now);
-        call = use == null ? null : use.call();
-      }
+    switch (cursor.protocol()) {
+      case Frame.RTP -> media(cursor, now);
+      case Frame.SIP, Frame.H323 -> signalling(cursor, now);
       default -> { }
     }
+  }
+
+  private void media(FrameCursor cursor, Moment now) {
+    Call.Use use = follower.media(cursor, now);
+    if (use != null) {
+      if (use.attachment() == null) {
+        use.attach(streams.get(use.call()));
+      }
+      publish((CallStream) use.attachment(), cursor, now);
+    }
+  }
+
+  private void signalling(FrameCursor cursor, Moment now) {
+    Frame frame = cursor.frame();
+    Call call = follower.signalling(frame, now);
     CallStream stream = call == null ? null : streams.get(call);
     if (stream != null) {
-      frames++;
-      if (stream.add(frame, now.stamp() + clock.skew(), now.steady())) {
-        opened.add(new Opened(stream, stream.began()));
+      publish(stream, cursor, now);
+      stream.remember(cursor, now.stamp() + skew);
+      if (state != null) {
+        state.append(stream, frame, now.stamp() + skew);
       }
     }
+  }
+
+  private void publish(CallStream stream, FrameCursor cursor, Moment now) {
+    frames++;
+    stream.batch.add(cursor, now.stamp() + skew, now.steady());
   }
 
   @Override
   protected void stepped(Moment now) {
     closeCalls();
-    while (!opened.isEmpty() && now.steady() - opened.peek().at >= FILL_MILLIS) {
-      Opened due = opened.remove();
-      if (due.stream.isOpen() && due.stream.began() == due.at) {
-        due.stream.flush(false);
-      }
+    if (now.steady() - lastFill >= FILL_MILLIS) {
+      lastFill = now.steady();
+      batches.values().forEach(Batch::flush);
     }
   }
 
-  /** Closes the streams of ended calls. The frame that ended a call is in its stream by now. */
+  /** Forgets the calls that have ended. The frame that ended a call is published by now. */
   private void closeCalls() {
-    over.forEach(call -> streams.remove(call).flush(true));
+    for (Call call : over) {
+      CallStream stream = streams.remove(call);
+      stream.end();
+      if (state != null && stream.journal != null) {
+        state.end(stream.journal);
+      }
+    }
     over.clear();
   }
 
@@ -92,6 +194,14 @@ final class Front extends Service {
     console.status("calls " + streams.size() + " | frames " + frames + " | " + (outbox.bytes() >> 10)
         + " KB for the broker" + (publisher.isConnected() ? "" : ", which is AWAY") + " | lost " + (lost + dropped())
         + " | sniffer " + snifferState());
+    if (state != null && now.steady() - lastSave >= SAVE_MILLIS) {
+      lastSave = now.steady();
+      state.save(streams.values(), publisher, clock.timeOfDay());
+      if (!earlier.isEmpty() && outbox.isEmpty()) {
+        earlier = List.of();
+        state.published();
+      }
+    }
   }
 
   private void reportLoss(long lost) {
@@ -107,14 +217,32 @@ final class Front extends Service {
 
   @Override
   public void began(Call call, Moment now) {
-    MessageId.Stream id = new MessageId.Stream(session, call.number());
-    streams.put(call, new CallStream(id, call.id(), now.steady(), outbox::add));
+    Partition saved = restoring == null ? null : FrontState.partition(restoring);
+    Partition partition = saved != null ? saved : Partition.of(call.id(), publisher.generation());
+    Batch batch = batches.computeIfAbsent(partition,
+        key -> new Batch(key, session, continued, outbox::add));
+    RunningCalls.Journal journal = restoring != null ? restoring.journal() : state != null ? state.begin() : null;
+    CallStream stream = new CallStream(call.number(), batch, restoring != null ? -1 : batch.sequence(), journal);
+    streams.put(call, stream);
+    batch.begin(stream, now().steady());
+    if (state != null) {
+      state.add(stream);
+    }
   }
 
+  /** Publishes the signalling of the leg again: its earlier frames may have gone to another recorder. */
   @Override
   public void merged(Call call, Call other, boolean turned) {
-    streams.get(call).add(streams.get(other), now().steady());
-    over.add(other);
+    CallStream stream = streams.get(call);
+    CallStream leg = streams.remove(other);
+    leg.end();
+    stream.remember(leg);
+    if (restoring == null) {
+      stream.batch.add(leg.signalled(), now().steady());
+    }
+    if (state != null) {
+      state.merge(stream, leg);
+    }
   }
 
   @Override
@@ -128,23 +256,47 @@ final class Front extends Service {
   }
 
   @Override
+  protected long handOverMillis() {
+    return HAND_OVER_MILLIS;
+  }
+
+  @Override
   public void finish() {
-    for (Call call : List.copyOf(follower.calls())) {
-      follower.end(call, "publishing stopped", now(), now());
+    if (!stopped()) {
+      for (Call call : List.copyOf(follower.calls())) {
+        follower.end(call, "publishing stopped", now(), now());
+      }
     }
     closeCalls();
+    batches.values().forEach(Batch::flush);
+    if (state != null) {
+      state.save(streams.values(), publisher, clock.timeOfDay());
+    }
     console.status("");
   }
 
   @Override
   public void summarize() {
     publisher.close();
+    List<Message> left = outbox.messages().stream().map(this::resolved).toList();
+    int kept = state == null ? 0 : state.keep(left);
+    if (state != null) {
+      state.close();
+    }
+    long spooled = left.stream().limit(kept).mapToLong(Message::frames).sum();
+    long open = left.stream().skip(kept).mapToLong(Message::frames).sum();
     console.print(Text.count(follower.seen(), "call") + ", " + Text.count(frames, "frame") + ": "
         + outbox.confirmedFrames() + " in " + Text.count(outbox.confirmedMessages(), "message")
-        + " safe with the broker, " + outbox.lostFrames() + " lost because the buffer was full, " + outbox.openFrames()
-        + " lost because the broker was not there at the end; at most " + (outbox.peak() >> 10) + " KB waited");
+        + " safe with the broker, " + spooled + " kept for the next front, " + outbox.lostFrames()
+        + " lost because the buffer was full, " + open + " lost because the broker was not there at the end; at most "
+        + (outbox.peak() >> 10) + " KB waited");
     if (dropped() > 0) {
       console.print(Text.count(dropped(), "frame") + " dropped before that: this machine was too slow");
     }
+  }
+
+  private Message resolved(Message message) {
+    return new Message(message.id(), publisher.resolve(message.partition()), message.continued(), message.recaps(),
+        message.media(), message.frames(), message.body());
   }
 }

@@ -123,9 +123,29 @@ public abstract class Service implements CallFollower.Listener {
           break;
         }
       }
+      handOver(reading);
     } finally {
       finish();
     }
+  }
+
+  /** After {@link #stop}, receives what the sniffers have sent already, so that it is lost for no one. */
+  private void handOver(Intake reading) throws IOException, InterruptedException {
+    if (!stopping || handOverMillis() == 0) {
+      return;
+    }
+    transport.hangUp();
+    long deadline = clock.millis() + handOverMillis();
+    FrameBlock block = null;
+    do {
+      block = reading.receive(pollMillis);
+      step(block);
+    } while ((block != null || !transport.sniffers().isEmpty()) && clock.millis() < deadline);
+  }
+
+  /** Returns how long the loop receives frames after {@link #stop}, at most. */
+  protected long handOverMillis() {
+    return 0;
   }
 
   /** The first part of {@link #run}: serves a transport from now on. */

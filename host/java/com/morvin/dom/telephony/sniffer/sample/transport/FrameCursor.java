@@ -22,6 +22,7 @@ public final class FrameCursor {
 
   /** Moves before the first frame of a block. */
   public void begin(FrameBlock next) {
+    captured = next.keepsTimes() ? next.timeOfDay() : 0;
     block = next;
     bytes = next.bytes();
     start = next.from();
@@ -46,13 +47,18 @@ public final class FrameCursor {
       start = end;
       end = start + Wire.u16(bytes, start);
       if (bytes[start + Wire.PROTOCOL] != Frame.CAPTURE_TIME) {
-        captured = time < 0 ? 0 : captured(time);
+        captured = block.keepsTimes() ? kept(time) : time < 0 ? 0 : captured(time);
         number++;
         return true;
       }
       time = start;
     }
     return false;
+  }
+
+  /** Returns the time in a capture time frame, or else that of the frame before. */
+  private long kept(int time) {
+    return time < 0 ? captured : Math.max(0, Wire.i64(bytes, time + Frame.HEADER) / 1000);
   }
 
   /** Returns the time in a capture time frame. Over UDP the frame that it belongs to can be lost. */
@@ -106,7 +112,7 @@ public final class FrameCursor {
    * the block was read. When the transport redelivers, returns the time by the clock of the sniffer.
    */
   public long time() {
-    if (block.steady() == 0) {
+    if (block.keepsTimes()) {
       return captured;
     }
     long age = block.timeOfDay() - captured;

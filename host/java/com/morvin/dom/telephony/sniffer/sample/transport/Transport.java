@@ -85,6 +85,12 @@ public interface Transport extends Closeable {
    */
   default void acknowledge(long number) {}
 
+  /**
+   * Takes no new sniffers, and makes those that are connected disconnect. Frames that they have sent before are still
+   * received: all of them are when {@link #sniffers} is empty. Commands are not sent any more.
+   */
+  default void hangUp() {}
+
   @Override
   void close();
 }

@@ -1,0 +1,77 @@
+package com.morvin.dom.telephony.sniffer.sample.cluster;
+
+import com.morvin.dom.telephony.sniffer.sample.transport.Frame;
+import com.morvin.dom.telephony.sniffer.sample.transport.FrameCursor;
+import java.nio.ByteBuffer;
+import java.util.Arrays;
+
+/**
+ * Frames that are collected for a message. A capture time frame is added only where the time changes: it holds for all
+ * frames up to the next one.
+ */
+final class Body {
+  private static final int TIME = Frame.HEADER + Long.BYTES;
+  private static final int SMALLEST = 1024;
+  private static final long NONE = -1;
+  private static final long MICROS = 1000;
+
+  private byte[] bytes = new byte[SMALLEST];
+  private int length;
+  private long time = NONE;
+
+  /** Returns the length in bytes. */
+  int length() {
+    return length;
+  }
+
+  /** Returns the length after a frame is added. */
+  int lengthWith(FrameCursor frame) {
+    return length + TIME + frame.end() - frame.start();
+  }
+
+  /** Adds a frame with its time of capture in milliseconds since 1970. */
+  void add(FrameCursor frame, long captured) {
+    int size = frame.end() - frame.start();
+    reserve(TIME + size);
+    if (captured != time) {
+      time = captured;
+      // The addresses of the frame follow its length and protocol.
+      System.arraycopy(frame.bytes(), frame.start(), bytes, length, Frame.HEADER);
+      ByteBuffer.wrap(bytes, length, TIME).putShort((short) TIME).put((byte) Frame.CAPTURE_TIME)
+          .putLong(length + Frame.HEADER, captured * MICROS);
+      length += TIME;
+    }
+    System.arraycopy(frame.bytes(), frame.start(), bytes, length, size);
+    length += size;
+  }
+
+  /** Adds the content of another body. */
+  void add(Body other) {
+    reserve(other.length);
+    System.arraycopy(other.bytes, 0, bytes, length, other.length);
+    length += other.length;
+    endTime();
+  }
+
+  /** Makes the next frame get a capture time frame. */
+  void endTime() {
+    time = NONE;
+  }
+
+  /** Returns a copy of the content. */
+  byte[] copy() {
+    return Arrays.copyOf(bytes, length);
+  }
+
+  /** Removes the content. */
+  void clear() {
+    length = 0;
+    endTime();
+  }
+
+  private void reserve(int more) {
+    if (length + more > bytes.length) {
+      bytes = Arrays.copyOf(bytes, Math.max(2 * bytes.length, length + more));
+    }
+  }
+}
