@@ -16,9 +16,9 @@ import sys
 EXCHANGE = "voip-calls"
 QUEUE = "voip-recorder"
 DEAD = "voip-dead"
-# The partitions of the calls, which are the routing keys "0" to "63". A front publishes a call in one of them, so a call
-# keeps its queue when the broker is restarted. An exchange of type x-consistent-hash would assign calls to other queues
-# at each start.
+# The partitions of the calls, which are the routing keys "0" to "63". A front publishes a call in one of them, so a
+# call keeps its queue when the broker is restarted. An exchange of type x-consistent-hash would assign calls to other
+# queues at each start.
 PARTITIONS = 64
 DEAD_BYTES = 64 << 20
 ARGUMENTS = {"x-single-active-consumer": True, "x-dead-letter-exchange": DEAD,

@@ -17,7 +17,8 @@ public final class AmqpCluster implements Cluster {
   }
 
   @Override
-  public Service front(URI broker, long bufferBytes, Path spool, Service.Limits limits, Console console) throws IOException {
+  public Service front(URI broker, long bufferBytes, Path spool, Service.Limits limits, Console console)
+      throws IOException {
     return new Front(new Broker(broker, "front"), bufferBytes, spool, limits, console);
   }
 

@@ -12,11 +12,13 @@ import com.morvin.dom.telephony.sniffer.sample.transport.FrameCursor;
 import com.morvin.dom.telephony.sniffer.sample.transport.SteadyClock;
 import java.io.IOException;
 import java.nio.file.Path;
+import java.util.ArrayDeque;
 import java.util.ArrayList;
 import java.util.Comparator;
 import java.util.HashMap;
 import java.util.List;
 import java.util.Map;
+import java.util.Queue;
 import java.util.UUID;
 
 /**
@@ -35,6 +37,10 @@ final class Front extends Service {
   /** After a longer interruption calls can have ended unnoticed. It is the longest time that sniffers keep frames. */
   private static final long RESUME_MILLIS = 60_000;
   private static final long HAND_OVER_MILLIS = 2000;
+  /** Signalling up to this age before a restart is published again, because its message may have got lost. */
+  private static final long RECENT_MILLIS = 3000;
+
+  private record Ended(RunningCalls.Journal journal, long at) {}
 
   private final Outbox outbox;
   private final Publisher publisher;
@@ -44,12 +50,14 @@ final class Front extends Service {
   private final Map<Partition, Batch> batches = new HashMap<>();
   private final Map<Call, CallStream> streams = new HashMap<>();
   private final List<Call> over = new ArrayList<>();
+  /** The saved signalling of ended calls, which is kept while the last of it may not be published. */
+  private final Queue<Ended> ended = new ArrayDeque<>();
   private final FrameCursor remembered = new FrameCursor(new FrameBlock(new byte[0], 0, 0, 0, 0));
   private String continued = "";
   private RunningCalls.Loaded restoring;
+  private Call restoredCall;
   private boolean restored;
   private List<Message> earlier = List.of();
-  private long skew;
   private long frames;
   private long lastFill;
   private long lastSave = -SAVE_MILLIS;
@@ -69,7 +77,6 @@ final class Front extends Service {
   /** Goes on with the calls from before a restart. */
   @Override
   protected void attached() throws IOException {
-    skew = clock.skew();
     if (restored) {
       return;
     }
@@ -95,21 +102,27 @@ final class Front extends Service {
 
   private void restore(RunningCalls.Loaded loaded, Moment now) {
     restoring = loaded;
+    restoredCall = null;
     loaded.frames().stream().sorted(Comparator.comparingLong(RunningCalls.TimedFrame::time)).forEach(message -> {
       Call call = follower.signalling(message.frame(), before(now, message.time()));
       CallStream stream = call == null ? null : streams.get(call);
       if (stream != null) {
-        stream.remember(cursor(message.frame()), message.time());
+        FrameCursor frame = cursor(message.frame());
+        stream.remember(frame, message.time());
+        if (message.time() >= state.savedAt() - RECENT_MILLIS) {
+          frames++;
+          stream.batch.add(frame, message.time(), now.steady());
+        }
       }
     });
     restoring = null;
     closeCalls();
-    Call call = follower.calls().stream().filter(any -> streams.get(any).journal == loaded.journal()).findFirst()
-        .orElse(null);
-    if (call == null) {
+    if (restoredCall == null) {
       state.end(loaded.journal());
     } else if (now.stamp() - state.savedAt() > RESUME_MILLIS) {
-      call.lifetime().resume(before(now, state.savedAt()), now);
+      restoredCall.lifetime().resume(before(now, state.savedAt()), now);
+    } else {
+      restoredCall.lifetime().resume(now);
     }
   }
 
@@ -122,11 +135,6 @@ final class Front extends Service {
   /** Returns an earlier moment. */
   private static Moment before(Moment now, long stamp) {
     return new Moment(now.steady() - (now.stamp() - stamp), stamp);
-  }
-
-  @Override
-  protected void lookAhead(FrameCursor cursor) {
-    skew = clock.skew();
   }
 
   @Override
@@ -154,16 +162,16 @@ final class Front extends Service {
     CallStream stream = call == null ? null : streams.get(call);
     if (stream != null) {
       publish(stream, cursor, now);
-      stream.remember(cursor, now.stamp() + skew);
+      stream.remember(cursor, cursor.timeOfDay());
       if (state != null) {
-        state.append(stream, frame, now.stamp() + skew);
+        state.append(stream, frame, cursor.timeOfDay());
       }
     }
   }
 
   private void publish(CallStream stream, FrameCursor cursor, Moment now) {
     frames++;
-    stream.batch.add(cursor, now.stamp() + skew, now.steady());
+    stream.batch.add(cursor, cursor.timeOfDay(), now.steady());
   }
 
   @Override
@@ -180,11 +188,17 @@ final class Front extends Service {
     for (Call call : over) {
       CallStream stream = streams.remove(call);
       stream.end();
-      if (state != null && stream.journal != null) {
-        state.end(stream.journal);
+      if (state != null) {
+        ended.add(new Ended(stream.journal, now().steady()));
       }
     }
     over.clear();
+  }
+
+  private void forgetEnded(long before) {
+    while (!ended.isEmpty() && ended.peek().at <= before) {
+      state.end(ended.remove().journal);
+    }
   }
 
   @Override
@@ -196,6 +210,7 @@ final class Front extends Service {
         + " | sniffer " + snifferState());
     if (state != null && now.steady() - lastSave >= SAVE_MILLIS) {
       lastSave = now.steady();
+      forgetEnded(now.steady() - RECENT_MILLIS);
       state.save(streams.values(), publisher, clock.timeOfDay());
       if (!earlier.isEmpty() && outbox.isEmpty()) {
         earlier = List.of();
@@ -224,6 +239,9 @@ final class Front extends Service {
     RunningCalls.Journal journal = restoring != null ? restoring.journal() : state != null ? state.begin() : null;
     CallStream stream = new CallStream(call.number(), batch, restoring != null ? -1 : batch.sequence(), journal);
     streams.put(call, stream);
+    if (restoring != null && restoredCall == null) {
+      restoredCall = call;
+    }
     batch.begin(stream, now().steady());
     if (state != null) {
       state.add(stream);
@@ -270,6 +288,7 @@ final class Front extends Service {
     closeCalls();
     batches.values().forEach(Batch::flush);
     if (state != null) {
+      forgetEnded(Long.MAX_VALUE);
       state.save(streams.values(), publisher, clock.timeOfDay());
     }
     console.status("");

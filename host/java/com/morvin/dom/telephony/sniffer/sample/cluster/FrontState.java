@@ -16,8 +16,8 @@ import java.util.Set;
 
 /**
  * What a front keeps in its directory: the signalling and the partition of its running calls, so that a restarted front
- * goes on with them, and after a stop the messages that the broker did not take. Belongs to the thread of the front; the
- * writing is done on the disk thread.
+ * goes on with them, and after a stop the messages that the broker did not take. Belongs to the thread of the front;
+ * the writing is done on the disk thread.
  */
 final class FrontState implements AutoCloseable {
   private final Console console;

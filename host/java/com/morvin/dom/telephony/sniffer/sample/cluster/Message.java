@@ -21,17 +21,23 @@ record Message(MessageId id, Partition partition, String continued, List<Recap> 
   static final String CONTENT_TYPE = "application/vnd.voip-sniffer.frames; version=2";
   /** A frame is added to a body only up to this length in bytes. */
   static final int MAX_BODY = 64 << 10;
+  /** The content type of the messages of earlier versions, which hold the frames of one call. */
+  static final String EARLIER_TYPE = "application/vnd.voip-sniffer.frames; version=1";
+  /** The header with the length of the repeated signalling in such a message. */
+  static final String EARLIER_RECAP = "recap";
   /** The header with the recaps in the form of {@link Recap#text}. */
   static final String RECAPS = "recaps";
   /** The header with the session of the front before its restart. */
   static final String CONTINUES = "continues";
+  /** A body begins with a capture time, so the time before it does not matter. */
+  private static final long ANY_TIME = 1;
 
   /** Returns the message without its media. */
   Message withoutMedia() {
     int start = Recap.bytes(recaps);
     Body kept = new Body();
     int count = 0;
-    FrameCursor frame = new FrameCursor(new FrameBlock(body, start, body.length, 0, 0));
+    FrameCursor frame = new FrameCursor(new FrameBlock(body, start, body.length, 0, 0, 0, ANY_TIME));
     while (frame.next()) {
       if (frame.protocol() != Frame.RTP) {
         kept.add(frame, frame.captured());
@@ -41,6 +47,6 @@ record Message(MessageId id, Partition partition, String continued, List<Recap> 
     byte[] shorter = new byte[start + kept.length()];
     System.arraycopy(body, 0, shorter, 0, start);
     System.arraycopy(kept.copy(), 0, shorter, start, kept.length());
-    return new Message(id, partition, continued, recaps, false, count, shorter);
+    return new Message(id, partition, continued, recaps, false, Math.min(frames, count), shorter);
   }
 }

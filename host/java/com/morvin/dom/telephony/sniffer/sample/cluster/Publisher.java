@@ -84,7 +84,7 @@ final class Publisher implements AutoCloseable {
     return connection != null;
   }
 
-  /** Returns the newest generation of queues that is complete; 0 before the first connection. Any thread may call it. */
+  /** Returns the newest complete generation of queues; 0 before the first connection. Any thread may call it. */
   int generation() {
     return generation;
   }

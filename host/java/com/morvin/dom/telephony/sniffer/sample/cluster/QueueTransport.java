@@ -219,15 +219,19 @@ final class QueueTransport implements Transport {
   /** Returns null when the message does not come from a front. */
   private static Content read(MessageId id, Pending message, Delivery delivery) throws ProtocolException {
     byte[] body = delivery.body;
-    List<Recap> recaps = Recap.parse(header(delivery, Message.RECAPS), body.length);
-    if (!Message.CONTENT_TYPE.equals(delivery.properties.getContentType()) || recaps == null) {
+    String type = delivery.properties.getContentType();
+    String recap = header(delivery, Message.EARLIER_RECAP);
+    String text = !Message.EARLIER_TYPE.equals(type) ? header(delivery, Message.RECAPS)
+        : recap.isEmpty() ? "" : "0:0:" + recap;
+    List<Recap> recaps = Recap.parse(text, body.length);
+    if (recaps == null || !Message.CONTENT_TYPE.equals(type) && !Message.EARLIER_TYPE.equals(type)) {
       return null;
     }
     List<Repeated> repeated = new ArrayList<>(recaps.size());
     int at = 0;
-    for (Recap recap : recaps) {
-      repeated.add(new Repeated(recap, FrameBlock.of(body, at, at + recap.bytes())));
-      at += recap.bytes();
+    for (Recap one : recaps) {
+      repeated.add(new Repeated(one, FrameBlock.of(body, at, at + one.bytes())));
+      at += one.bytes();
     }
     return new Content(id, message, repeated, FrameBlock.of(body, at, body.length));
   }

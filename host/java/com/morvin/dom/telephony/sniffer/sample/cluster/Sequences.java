@@ -98,7 +98,7 @@ final class Sequences<T> {
     return inOrder(order, now);
   }
 
-  /** Returns the messages that have waited long enough, and forgets silent streams. To be called a few times a second. */
+  /** Returns the messages that have waited long enough, and forgets silent streams. Called a few times a second. */
   List<T> overdue(long now) {
     List<T> due = new ArrayList<>();
     for (Iterator<Order> all = orders.values().iterator(); all.hasNext();) {

@@ -214,7 +214,11 @@ public final class Recorder extends Service {
       running.end(loaded.journal(), List::of);
       return;
     }
-    recording.call.lifetime().resume(before(now, running.savedAt()), now);
+    if (transport().redelivers()) {
+      recording.call.lifetime().resume(now);  // a message that ends the call is delivered yet
+    } else {
+      recording.call.lifetime().resume(before(now, running.savedAt()), now);
+    }
     if (late) {
       follower.end(recording.call, "recording stopped", recording.call.lifetime().lastActivity(), now);
     }

@@ -16,8 +16,8 @@ import java.util.Arrays;
  * @param number the number of the first frame; the other frames, without capture time frames, have the next ones
  * @param steady when the block was read, by the {@link SteadyClock}; 0 when the frames keep the time of their capture
  *     by the clock of the sniffer
- * @param timeOfDay when the block was read, in milliseconds since 1970; when the frames keep their times, the time of
- *     the frames before the first capture time frame. Such a time then holds up to the next one
+ * @param timeOfDay when the block was read, in milliseconds since 1970; when {@link #sharesTimes}, the time of the
+ *     frames before the first capture time frame
  */
 public record FrameBlock(byte[] bytes, int from, int to, int sniffer, long number, long steady, long timeOfDay) {
   /** Makes a block whose frames keep the time of their capture by the clock of the sniffer. */
@@ -37,7 +37,8 @@ public record FrameBlock(byte[] bytes, int from, int to, int sniffer, long numbe
   }
 
   /**
-   * Returns a block with the frames of a part of an array, which keep their times.
+   * Returns a block with the frames of a part of an array. When it begins with a capture time frame, such a time holds
+   * for all frames up to the next one.
    *
    * @throws ProtocolException when the part does not consist of complete frames
    */
@@ -48,7 +49,8 @@ public record FrameBlock(byte[] bytes, int from, int to, int sniffer, long numbe
         throw new ProtocolException("the last frame is cut off");
       }
     }
-    return new FrameBlock(bytes, from, to, 0, 0);
+    boolean shared = from < to && bytes[from + Wire.PROTOCOL] == Frame.CAPTURE_TIME;
+    return new FrameBlock(bytes, from, to, 0, 0, 0, shared ? Wire.i64(bytes, from + Frame.HEADER) / 1000 : 0);
   }
 
   /** Returns the block with other numbers of its frames. */
@@ -56,9 +58,9 @@ public record FrameBlock(byte[] bytes, int from, int to, int sniffer, long numbe
     return new FrameBlock(bytes, from, to, sniffer, first, steady, timeOfDay);
   }
 
-  /** Whether the frames keep the time of their capture by the clock of the sniffer. */
-  boolean keepsTimes() {
-    return steady == 0;
+  /** Whether a capture time holds for all frames up to the next one, by the clock of the sniffer. */
+  boolean sharesTimes() {
+    return steady == 0 && timeOfDay > 0;
   }
 
   /** Returns the length of the frames in bytes. */
@@ -83,7 +85,7 @@ public record FrameBlock(byte[] bytes, int from, int to, int sniffer, long numbe
       // The cursor moves.
     }
     return new FrameBlock(bytes, cursor.end(), to, sniffer, number + frames, steady,
-        keepsTimes() ? cursor.captured() : timeOfDay);
+        sharesTimes() ? cursor.captured() : timeOfDay);
   }
 
   /** Returns the block without media. Its frames have other numbers. */

@@ -22,7 +22,7 @@ public final class FrameCursor {
 
   /** Moves before the first frame of a block. */
   public void begin(FrameBlock next) {
-    captured = next.keepsTimes() ? next.timeOfDay() : 0;
+    captured = next.sharesTimes() ? next.timeOfDay() : 0;
     block = next;
     bytes = next.bytes();
     start = next.from();
@@ -47,7 +47,7 @@ public final class FrameCursor {
       start = end;
       end = start + Wire.u16(bytes, start);
       if (bytes[start + Wire.PROTOCOL] != Frame.CAPTURE_TIME) {
-        captured = block.keepsTimes() ? kept(time) : time < 0 ? 0 : captured(time);
+        captured = block.sharesTimes() ? shared(time) : time < 0 ? 0 : captured(time);
         number++;
         return true;
       }
@@ -57,7 +57,7 @@ public final class FrameCursor {
   }
 
   /** Returns the time in a capture time frame, or else that of the frame before. */
-  private long kept(int time) {
+  private long shared(int time) {
     return time < 0 ? captured : Math.max(0, Wire.i64(bytes, time + Frame.HEADER) / 1000);
   }
 
@@ -112,11 +112,23 @@ public final class FrameCursor {
    * the block was read. When the transport redelivers, returns the time by the clock of the sniffer.
    */
   public long time() {
-    if (block.keepsTimes()) {
+    if (block.steady() == 0) {
       return captured;
     }
+    return block.steady() - age();
+  }
+
+  /**
+   * Returns the time of capture in milliseconds since 1970: the stated time if that is plausible, or else the time when
+   * the block was read. Unlike {@link #time} it steps with the clock.
+   */
+  public long timeOfDay() {
+    return block.timeOfDay() - age();
+  }
+
+  private long age() {
     long age = block.timeOfDay() - captured;
-    return block.steady() - (captured > 0 && age > 0 && age < MAX_AGE_MILLIS ? age : 0);
+    return captured > 0 && age > 0 && age < MAX_AGE_MILLIS ? age : 0;
   }
 
   /** Returns a copy of the frame. */

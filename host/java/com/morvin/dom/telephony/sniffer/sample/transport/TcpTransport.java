@@ -133,7 +133,7 @@ public final class TcpTransport implements Transport {
     return sessions;
   }
 
-  /** Half-closes the connections. A sniffer that reads the end of the commands closes its side after what it has sent. */
+  /** Half-closes the connections. A sniffer that reads the end of the commands closes its side after its frames. */
   @Override
   public void hangUp() {
     hungUp = true;
