@@ -10,6 +10,7 @@ import com.morvin.dom.telephony.sniffer.sample.transport.Frame;
 import com.morvin.dom.telephony.sniffer.sample.transport.FrameBlock;
 import com.morvin.dom.telephony.sniffer.sample.transport.FrameCursor;
 import com.morvin.dom.telephony.sniffer.sample.transport.SteadyClock;
+import com.morvin.dom.telephony.sniffer.sample.transport.Transport;
 import java.io.IOException;
 import java.nio.file.Path;
 import java.util.ArrayDeque;
@@ -37,10 +38,11 @@ final class Front extends Service {
   /** After a longer interruption calls can have ended unnoticed. It is the longest time that sniffers keep frames. */
   private static final long RESUME_MILLIS = 60_000;
   private static final long HAND_OVER_MILLIS = 2000;
-  /** Signalling up to this age before a restart is published again, because its message may have got lost. */
-  private static final long RECENT_MILLIS = 3000;
 
   private record Ended(RunningCalls.Journal journal, long at) {}
+
+  /** All frames that were read up to a time are in messages that were made before another time. */
+  private record Filled(long upTo, long nanos) {}
 
   private final Outbox outbox;
   private final Publisher publisher;
@@ -59,6 +61,7 @@ final class Front extends Service {
   private boolean restored;
   private List<Message> earlier = List.of();
   private long frames;
+  private final Queue<Filled> fills = new ArrayDeque<>();
   private long lastFill;
   private long lastSave = -SAVE_MILLIS;
   private long lostReported;
@@ -69,7 +72,7 @@ final class Front extends Service {
     super(new Limits(limits.untilDisconnect(), limits.idleExitMillis(), limits.calls().withCalls(MAX_CALLS)),
         POLL_MILLIS, console, SteadyClock.system());
     outbox = new Outbox(bufferBytes);
-    state = directory == null ? null : new FrontState(directory, session, console);
+    state = directory == null ? null : new FrontState(directory, bufferBytes, session, console);
     console.line("up to " + (bufferBytes >> 20) + " MB are kept for " + broker + " while it is slow or away");
     publisher = new Publisher(broker, outbox, console);
   }
@@ -86,6 +89,8 @@ final class Front extends Service {
       earlier.forEach(outbox::add);
       restore(state.load());
       state.save(streams.values(), publisher, clock.timeOfDay());
+      // The recorders drop what the earlier front has published already.
+      state.blocks(clock.millis()).forEach(this::serve);
     }
     publisher.start();
   }
@@ -107,12 +112,7 @@ final class Front extends Service {
       Call call = follower.signalling(message.frame(), before(now, message.time()));
       CallStream stream = call == null ? null : streams.get(call);
       if (stream != null) {
-        FrameCursor frame = cursor(message.frame());
-        stream.remember(frame, message.time());
-        if (message.time() >= state.savedAt() - RECENT_MILLIS) {
-          frames++;
-          stream.batch.add(frame, message.time(), now.steady());
-        }
+        stream.remember(cursor(message.frame()), message.time());
       }
     });
     restoring = null;
@@ -180,6 +180,9 @@ final class Front extends Service {
     if (now.steady() - lastFill >= FILL_MILLIS) {
       lastFill = now.steady();
       batches.values().forEach(Batch::flush);
+      if (state != null) {
+        fills.add(new Filled(servedUpTo(), System.nanoTime()));
+      }
     }
   }
 
@@ -189,14 +192,16 @@ final class Front extends Service {
       CallStream stream = streams.remove(call);
       stream.end();
       if (state != null) {
-        ended.add(new Ended(stream.journal, now().steady()));
+        ended.add(new Ended(stream.journal, clock.millis()));
       }
     }
     over.clear();
   }
 
-  private void forgetEnded(long before) {
-    while (!ended.isEmpty() && ended.peek().at <= before) {
+  /** Forgets what a restarted front would need up to a time. */
+  private void release(long upTo) {
+    state.release(upTo);
+    while (!ended.isEmpty() && ended.peek().at <= upTo) {
       state.end(ended.remove().journal);
     }
   }
@@ -208,9 +213,11 @@ final class Front extends Service {
     console.status("calls " + streams.size() + " | frames " + frames + " | " + (outbox.bytes() >> 10)
         + " KB for the broker" + (publisher.isConnected() ? "" : ", which is AWAY") + " | lost " + (lost + dropped())
         + " | sniffer " + snifferState());
+    for (long oldest = outbox.oldest(); !fills.isEmpty() && fills.peek().nanos - oldest < 0;) {
+      release(fills.remove().upTo);
+    }
     if (state != null && now.steady() - lastSave >= SAVE_MILLIS) {
       lastSave = now.steady();
-      forgetEnded(now.steady() - RECENT_MILLIS);
       state.save(streams.values(), publisher, clock.timeOfDay());
       if (!earlier.isEmpty() && outbox.isEmpty()) {
         earlier = List.of();
@@ -274,6 +281,11 @@ final class Front extends Service {
   }
 
   @Override
+  protected Transport source(Transport link) {
+    return state == null ? link : new LoggedTransport(link, block -> state.append(block, clock.millis()));
+  }
+
+  @Override
   protected long handOverMillis() {
     return HAND_OVER_MILLIS;
   }
@@ -288,7 +300,9 @@ final class Front extends Service {
     closeCalls();
     batches.values().forEach(Batch::flush);
     if (state != null) {
-      forgetEnded(Long.MAX_VALUE);
+      while (!ended.isEmpty()) {
+        state.end(ended.remove().journal);
+      }
       state.save(streams.values(), publisher, clock.timeOfDay());
     }
     console.status("");

@@ -2,9 +2,11 @@ package com.morvin.dom.telephony.sniffer.sample.cluster;
 
 import com.morvin.dom.telephony.sniffer.sample.console.Console;
 import com.morvin.dom.telephony.sniffer.sample.console.Text;
+import com.morvin.dom.telephony.sniffer.sample.storage.Disk;
 import com.morvin.dom.telephony.sniffer.sample.storage.RunningCalls;
 import com.morvin.dom.telephony.sniffer.sample.storage.Store;
 import com.morvin.dom.telephony.sniffer.sample.transport.Frame;
+import com.morvin.dom.telephony.sniffer.sample.transport.FrameBlock;
 import java.io.IOException;
 import java.nio.ByteBuffer;
 import java.nio.charset.StandardCharsets;
@@ -24,18 +26,25 @@ final class FrontState implements AutoCloseable {
   private final Store store;
   private final RunningCalls running;
   private final Spool spool;
+  private final BlockLog blocks;
   private final String session;
   /** The calls whose partition is not saved yet. */
   private final Set<CallStream> unsaved = new LinkedHashSet<>();
   private volatile boolean saving;
+  private volatile boolean failed;
 
-  /** Opens a directory, and creates it when it is missing. */
-  FrontState(Path directory, String session, Console console) throws IOException {
+  /**
+   * Opens a directory, and creates it when it is missing.
+   *
+   * @param bufferBytes the most bytes of frames that are kept for the case that the front is killed
+   */
+  FrontState(Path directory, long bufferBytes, String session, Console console) throws IOException {
     this.console = console;
     this.session = session;
     store = new Store(directory, console);
     running = new RunningCalls(store);
     spool = new Spool(directory.resolve("messages"));
+    blocks = new BlockLog(directory, bufferBytes);
   }
 
   /** Returns the calls that were running. Called once, before all other methods. */
@@ -140,6 +149,39 @@ final class FrontState implements AutoCloseable {
     store.disk().submit(spool::remove);
   }
 
+  /** Returns the frames that an earlier front had read before it was killed; those that it published are included. */
+  List<FrameBlock> blocks(long now) {
+    try {
+      return blocks.load(now);
+    } catch (IOException e) {
+      console.line("the frames from before the restart cannot be read: " + e);
+      return List.of();
+    }
+  }
+
+  /** Keeps a block that was read now until it is released. Any thread may call it. */
+  void append(FrameBlock block, long now) {
+    if (!failed) {
+      attempt(() -> blocks.append(block, now));
+    }
+  }
+
+  /** Removes the frames that were read up to a time. */
+  void release(long upTo) {
+    attempt(() -> blocks.release(upTo));
+  }
+
+  private void attempt(Disk.Job job) {
+    try {
+      job.run();
+    } catch (IOException e) {
+      if (!failed) {
+        console.line("frames cannot be kept for the case that this front is killed: " + e);
+      }
+      failed = true;
+    }
+  }
+
   /** Keeps messages for the next front, and reports how much. Returns the number of messages that are kept. */
   int keep(List<Message> messages) {
     store.disk().drain();
@@ -151,6 +193,7 @@ final class FrontState implements AutoCloseable {
         console.line(Text.count(kept, "message") + " that the broker did not take are in " + store.directory()
             + ": the next front publishes them");
       }
+      blocks.clear();
       return kept;
     } catch (IOException e) {
       console.line("the messages that the broker did not take cannot be kept: " + e);

@@ -225,6 +225,14 @@ final class Outbox {
         .map(lane -> lane.partition).toList();
   }
 
+  /** Returns the System.nanoTime of the oldest message; the present one when there is none. */
+  synchronized long oldest() {
+    long now = System.nanoTime();
+    long age = lanes.values().stream().flatMap(lane -> lane.entries().limit(1)).mapToLong(entry -> now - entry.since)
+        .max().orElse(0);
+    return now - age;
+  }
+
   /** Returns all messages that are neither confirmed nor dropped, those of each partition in their order. */
   synchronized List<Message> messages() {
     return lanes.values().stream().flatMap(Lane::entries).map(Entry::message).toList();

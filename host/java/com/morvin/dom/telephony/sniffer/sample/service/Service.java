@@ -29,6 +29,8 @@ public abstract class Service implements CallFollower.Listener {
   private static final long TICK_MILLIS = 200;
   /** A step that took longer is an interruption of this process, in which frames were waiting. */
   private static final long MAX_STEP_MILLIS = 30_000;
+  /** A block that was read earlier than this has been passed to the loop when no other one waits. */
+  private static final long QUEUED_MILLIS = 1000;
 
   /**
    * When the loop ends by itself, and the bounds for calls.
@@ -58,6 +60,7 @@ public abstract class Service implements CallFollower.Listener {
   private int sessions;
   private Moment now;
   private long lastStep;
+  private long servedUpTo;
   private long lastTick = -TICK_MILLIS;
   private long lastTraffic;
   private volatile boolean stopping;
@@ -113,7 +116,7 @@ public abstract class Service implements CallFollower.Listener {
    */
   public final void run(Transport link) throws IOException, InterruptedException {
     attach(link);
-    try (Intake reading = new Intake(link, console, clock)) {
+    try (Intake reading = new Intake(source(link), console, clock)) {
       intake = reading;
       while (!stopping) {
         boolean gone = limits.untilDisconnect && link.sessions() > 0 && link.sniffers().isEmpty();
@@ -143,6 +146,16 @@ public abstract class Service implements CallFollower.Listener {
     } while ((block != null || !transport.sniffers().isEmpty()) && clock.millis() < deadline);
   }
 
+  /** Returns what the frames are read from on a separate thread: the transport, or one that delivers its frames. */
+  protected Transport source(Transport link) {
+    return link;
+  }
+
+  /** Returns the time up to which all frames that were read have been handled, by the clock of the loop. */
+  protected final long servedUpTo() {
+    return servedUpTo;
+  }
+
   /** Returns how long the loop receives frames after {@link #stop}, at most. */
   protected long handOverMillis() {
     return 0;
@@ -165,6 +178,7 @@ public abstract class Service implements CallFollower.Listener {
    */
   public final void step(FrameBlock block) {
     advance();
+    servedUpTo = block == null ? lastStep - QUEUED_MILLIS : block.steady();
     resendToNewSniffers();
     if (block != null) {
       heartbeat.heard(block.sniffer(), now.steady());
@@ -179,7 +193,8 @@ public abstract class Service implements CallFollower.Listener {
     stepped(now);
   }
 
-  private void serve(FrameBlock block) {
+  /** Handles the frames of a block. */
+  protected final void serve(FrameBlock block) {
     Moment time = now;  // most frames of a block have the same time
     cursor.begin(block);
     for (int count = 0; cursor.next(); count++) {
