@@ -21,6 +21,7 @@ public final class Load {
 
   private final ByteBuffer out = ByteBuffer.allocate(MOST);
   private final OutputStream to;
+  private final long session = System.nanoTime();
 
   private Load(OutputStream to) {
     this.to = to;
@@ -94,10 +95,10 @@ public final class Load {
   private void sip(int call, String line, String cseq, int side) throws Exception {
     String body = cseq.endsWith("INVITE") ? "v=0\r\nc=IN IP4 " + dotted(ip(call, side))
         + "\r\nm=audio 4000 RTP/AVP 8\r\na=rtpmap:8 PCMA/8000\r\n" : "";
-    byte[] text = (line + "\r\nVia: SIP/2.0/UDP 10.0.0.1;branch=z" + cseq + "\r\nFrom: <sip:a" + call
+    byte[] text = (line + "\r\nVia: SIP/2.0/UDP 10.0.0.1;branch=z" + session + cseq + "\r\nFrom: <sip:a" + call
         + "@x>;tag=1\r\nTo: <sip:b" + call + "@x>" + (cseq.equals("1 INVITE") && side == 0 ? "" : ";tag=2")
-        + "\r\nCall-ID: load-" + call + "\r\nCSeq: " + cseq + "\r\nContent-Type: application/sdp\r\n\r\n" + body)
-        .getBytes(StandardCharsets.US_ASCII);
+        + "\r\nCall-ID: load-" + session + "-" + call + "\r\nCSeq: " + cseq
+        + "\r\nContent-Type: application/sdp\r\n\r\n" + body).getBytes(StandardCharsets.US_ASCII);
     begin(SIP, text.length, call, side, System.currentTimeMillis() * 1000);
     out.put(text);
   }

@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
 """Measures calls through a broker on this machine, at their own pace: the processor time of each part for a frame, from
-/proc, and the delay from wire to recorder, through 1, 2 and 4 queues; and what waits on the broker's disk.
+/proc, and the delay from wire to recorder, through 1 and 4 queues; and what waits on the broker's disk.
 
     bench/cluster/run.py [BUILD]      BUILD: default build/release
 
@@ -130,7 +130,7 @@ os.makedirs(CLASSES, exist_ok=True)
 subprocess.run([java_home + "/bin/javac", "--release", "17", "-cp", AMQP.split(":")[0], "-d", CLASSES,
                 HERE / "Delay.java", HERE / "Load.java"], check=True)
 for calls in CALLS:
-    for queues in (1, 2, 4):
+    for queues in (1, 4):
         what = f"{calls} calls, {queues} queue{'s, each with a recorder' if queues > 1 else ' and recorder'}: "
         print(what + run(lambda bench: bench.cost(queues, calls)), flush=True)
         print(what + run(lambda bench: bench.delay(queues, calls)), flush=True)

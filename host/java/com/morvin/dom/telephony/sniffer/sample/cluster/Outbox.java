@@ -49,14 +49,17 @@ final class Outbox {
     final Partition partition;
     private final Deque<Entry> waiting = new ArrayDeque<>();
     private final TreeMap<Long, Entry> unconfirmed = new TreeMap<>();
+    private long unconfirmedBytes;
     private boolean paused;
 
     private Lane(Partition partition) {
       this.partition = partition;
     }
 
-    private boolean isReady() {
-      return !paused && !waiting.isEmpty() && unconfirmed.size() < WINDOW;
+    /** Whether the next message may leave. What has left cannot be dropped, so it takes only a part of the bound. */
+    private boolean isReady(long maxBytes) {
+      boolean open = unconfirmed.isEmpty() || unconfirmed.size() < WINDOW && unconfirmedBytes < maxBytes;
+      return !paused && !waiting.isEmpty() && open;
     }
 
     private Stream<Entry> entries() {
@@ -102,7 +105,7 @@ final class Outbox {
   }
 
   private void update(Lane lane) {
-    if (!lane.isReady()) {
+    if (!lane.isReady(maxBytes / 2 / Partition.COUNT)) {
       ready.remove(lane);
     } else if (ready.add(lane)) {
       notifyAll();
@@ -155,9 +158,17 @@ final class Outbox {
     return entry;
   }
 
+  /** Takes back an entry that cannot be published yet. */
+  synchronized void giveBack(Entry entry) {
+    entry.lane.waiting.addFirst(entry);
+    sort();
+    update(entry.lane);
+  }
+
   /** Records that an entry is about to be published under a number of its lane. Numbers increase. */
   synchronized void sent(long number, Entry entry) {
     entry.lane.unconfirmed.put(number, entry);
+    entry.lane.unconfirmedBytes += entry.bytes();
     update(entry.lane);
   }
 
@@ -171,6 +182,7 @@ final class Outbox {
         multiple ? lane.unconfirmed.headMap(number, true) : lane.unconfirmed.subMap(number, true, number, true);
     safe.values().forEach(entry -> {
       bytes -= entry.bytes();
+      lane.unconfirmedBytes -= entry.bytes();
       confirmedMessages++;
       confirmedFrames += entry.message.frames();
     });
@@ -193,6 +205,7 @@ final class Outbox {
   private void stop(Lane lane) {
     List<Entry> entries = lane.entries().toList();
     lane.unconfirmed.clear();
+    lane.unconfirmedBytes = 0;
     lane.waiting.clear();
     lane.waiting.addAll(entries);
     lane.paused = true;

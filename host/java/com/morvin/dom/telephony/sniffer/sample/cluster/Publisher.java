@@ -135,11 +135,7 @@ final class Publisher implements AutoCloseable {
   }
 
   private void publish(Connection to, Outbox.Entry entry) throws IOException {
-    Link link = links.get(entry.lane);
-    if (link == null) {
-      link = open(to, entry.lane);
-      links.put(entry.lane, link);
-    }
+    Link link = link(to, entry);
     outbox.sent(link.channel.getNextPublishSeqNo(), entry);
     try {
       Message message = entry.message();
@@ -148,6 +144,20 @@ final class Publisher implements AutoCloseable {
     } catch (AlreadyClosedException e) {
       fail(link, Broker.reason(e));  // the connection is checked before the next message
     }
+  }
+
+  private Link link(Connection to, Outbox.Entry entry) throws IOException {
+    Link link = links.get(entry.lane);
+    if (link == null) {
+      try {
+        link = open(to, entry.lane);
+        links.put(entry.lane, link);
+      } catch (IOException | RuntimeException e) {
+        outbox.giveBack(entry);
+        throw e;
+      }
+    }
+    return link;
   }
 
   private String exchange(Partition partition) {
