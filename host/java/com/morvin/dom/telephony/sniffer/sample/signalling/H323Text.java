@@ -44,7 +44,8 @@ public record H323Text(int type, String callReference, String callId, String cal
   private static final int MAX_MEDIA = 16;
   private static final int MAX_NAME = 256;
   private static final String NO_CALL_ID = "00000000-0000-0000-0000-000000000000";
-  private static final Pattern ADDRESS = Pattern.compile("rtp:(?:([0-9.]{7,15})|\\[(" + Address.COLONS + ")]) (\\d{1,5})");
+  private static final Pattern ADDRESS =
+      Pattern.compile("rtp:(?:([0-9.]{7,15})|\\[(" + Address.COLONS + ")]) (\\d{1,5})");
   private static final Pattern CODEC = Pattern.compile("[fr]codec:(\\w{1,64}) \\d+,");
 
   /** Parses a description. Returns null when it has no type or no call reference. */

@@ -9,8 +9,8 @@ import java.nio.file.Path;
 import java.util.List;
 
 /**
- * A capture file of raw IP packets of both versions. It holds received datagrams, for which it makes IP and UDP headers.
- * Belongs to the recorder thread.
+ * A capture file of raw IP packets of both versions. It holds received datagrams, for which it makes IP and UDP
+ * headers. Belongs to the recorder thread.
  */
 public final class PcapFile extends StoredFile {
   private static final int HEADER = 24;

@@ -82,8 +82,8 @@ public record Address(long high, long low) implements Comparable<Address> {
   }
 
   /**
-   * Returns the network of a sender, by which the calls of a flood are counted: an IPv4 address, or the first half of an
-   * IPv6 address. One host can use all addresses with the same first half.
+   * Returns the network of a sender, by which the calls of a flood are counted: an IPv4 address, or the first half of
+   * an IPv6 address. One host can use all addresses with the same first half.
    */
   public Address network() {
     return isIpv4() ? this : new Address(high, 0);

@@ -3,8 +3,8 @@ package com.morvin.dom.telephony.sniffer.sample.transport;
 import java.nio.ByteBuffer;
 
 /**
- * A command of the recorder to a sniffer. {@link #bytes} returns its wire form: code (1 byte), address (4 or 16) and UDP
- * port (2), in network byte order.
+ * A command of the recorder to a sniffer. {@link #bytes} returns its wire form: code (1 byte), address (4 or 16) and
+ * UDP port (2), in network byte order.
  *
  * @param code one of {@link #ADD} to {@link #HEARTBEAT}, for both families of addresses
  * @param destination where the RTP is sent to; 0.0.0.0:0 in a heartbeat

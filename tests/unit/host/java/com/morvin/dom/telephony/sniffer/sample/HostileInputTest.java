@@ -57,8 +57,8 @@ final class HostileInputTest {
       a:1:rtp:10.0.0.2 4004
       """;
   private static final String[] SPICE = {"\r\n", "\n", ":", ";", "\"", "<", ">", "tag=", "/", "\0", "99999999999", "-1",
-      "a=rtpmap:", "m=audio ", "c=IN IP4 ", "t:", "r:", "m:", "rtp:", "rtp:[", "::", "IN IP6 2001:db8::", "a=candidate:1 1 UDP 1 ", "/////", "\\", "\u00e9", "\u001b[2J",
-      "=cmd|' /C calc'!A0"};
+      "a=rtpmap:", "m=audio ", "c=IN IP4 ", "t:", "r:", "m:", "rtp:", "rtp:[", "::", "IN IP6 2001:db8::",
+      "a=candidate:1 1 UDP 1 ", "/////", "\\", "\u00e9", "\u001b[2J", "=cmd|' /C calc'!A0"};
   private static final String[] METHODS = {"INVITE", "INVITE", "BYE", "CANCEL", "REFER", "INFO"};
   private static final String[] LINKS = {"", "", "", "X-Leg: %d", "Replaces: %d;to-tag=b;from-tag=a",
       "Session-ID: %032d", "Refer-To: <sip:b@c?Replaces=%d%%3Bto-tag%%3Db%%3Bfrom-tag%%3Da>"};

@@ -92,7 +92,8 @@ final class TransportTest {
         "2001:db8:0:0:1:0:0:1 2001:db8::1:0:0:1", "::ffff:10.0.0.1 10.0.0.1", "::ffff:0a00:1 10.0.0.1",
         "64:ff9b::10.0.0.1 64:ff9b::a00:1", "ffff:ffff:ffff:ffff:ffff:ffff:ffff:ffff "
             + "ffff:ffff:ffff:ffff:ffff:ffff:ffff:ffff", "1:2:3:4:5:6:7 -", "1:2:3:4:5:6:7:8:9 -", "1::2::3 -",
-        "12345:: -", "::256.0.0.1 -", ":1:2:3:4:5:6:7 -", "::g -", "1:2 -", ": -", "fe80::1%eth0 -", "host.example -"}) {
+        "12345:: -", "::256.0.0.1 -", ":1:2:3:4:5:6:7 -", "::g -", "1:2 -", ": -", "fe80::1%eth0 -",
+        "host.example -"}) {
       String[] words = row.split(" ");
       equal(words[0] + " " + Address.parse(words[0]).map(Address::toString).orElse("-"), row);
     }
