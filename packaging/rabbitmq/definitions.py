@@ -16,9 +16,10 @@ import sys
 EXCHANGE = "voip-calls"
 QUEUE = "voip-recorder"
 DEAD = "voip-dead"
-# The routing keys "0" to "1023". A front publishes a call under one of them, so a call keeps its queue when the broker
-# is restarted. An exchange of type x-consistent-hash would assign calls to other queues at each start.
-SLOTS = 1024
+# The partitions of the calls, which are the routing keys "0" to "63". A front publishes a call in one of them, so a
+# call keeps its queue when the broker is restarted. An exchange of type x-consistent-hash would assign calls to other
+# queues at each start.
+PARTITIONS = 64
 DEAD_BYTES = 64 << 20
 ARGUMENTS = {"x-single-active-consumer": True, "x-dead-letter-exchange": DEAD,
              "x-dead-letter-strategy": "at-least-once", "x-overflow": "reject-publish"}
@@ -57,7 +58,7 @@ def definitions(queues, generation, user=None, ready=True):
         "exchanges": [exchange(DEAD, "fanout"), exchange(calls, "direct")]
         + ([exchange(calls + ".ready", "fanout")] if ready else []),
         "bindings": [binding(DEAD, DEAD, "")]
-        + [binding(calls, queues[slot % len(queues)], str(slot)) for slot in range(SLOTS)],
+        + [binding(calls, queues[number % len(queues)], str(number)) for number in range(PARTITIONS)],
     }
     if user:
         name, _, password = user.partition(":")
@@ -75,8 +76,8 @@ def main():
     parser.add_argument("--without-ready", action="store_true", help="leave out the mark of a ready generation")
     options = parser.parse_args()
     queues = options.queues.split(",") if options.queues else [f"{QUEUE}-{i + 1}" for i in range(options.recorders)]
-    if not 1 <= options.recorders <= 1000 or options.generation < 1:
-        sys.exit("definitions.py: there are 1 to 1000 recorders, and generations count from 1")
+    if not 1 <= options.recorders <= PARTITIONS or options.generation < 1:
+        sys.exit(f"definitions.py: there are 1 to {PARTITIONS} recorders, and generations count from 1")
     if len(set(queues)) != options.recorders or not all(re.fullmatch(r"[\w.-]{1,200}", name) for name in queues):
         sys.exit(f"definitions.py: {options.recorders} recorders need as many queues with names of their own, made of "
                  "letters, digits, dots, dashes and underscores")

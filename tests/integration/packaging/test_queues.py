@@ -87,10 +87,10 @@ class Queues(unittest.TestCase):
         self.control("import_definitions", text=moved)
         passwords = [word for role in ("front", "recorder") for word in (f"--{role}-password", self.folder / role)]
         self.assertIn("voip-calls.1 is completed", self.queues("2", *passwords))
-        self.assertEqual(self.keys(1), {1: definitions.SLOTS})
+        self.assertEqual(self.keys(1), {1: definitions.PARTITIONS})
         self.control("delete_queue", "-p", "voip", "voip-recorder-2")
         self.queues("2")
-        self.assertEqual(self.keys(1), {1: definitions.SLOTS})
+        self.assertEqual(self.keys(1), {1: definitions.PARTITIONS})
         self.assertIn("already (voip-calls.1)", self.queues("2"))
 
         front = self.program("front", "--tcp", str(self.port + 3), "--publish", "BROKER")

@@ -28,8 +28,10 @@ public interface Cluster {
    * Returns a service that follows calls and publishes their frames.
    *
    * @param bufferBytes the bound of the messages that it keeps while the broker is slow or cannot be reached
+   * @param spool the directory of what it needs after a restart; null when it keeps nothing
    */
-  Service front(URI broker, long bufferBytes, Service.Limits limits, Console console) throws IOException;
+  Service front(URI broker, long bufferBytes, Path spool, Service.Limits limits, Console console)
+      throws IOException;
 
   /** Returns a transport that delivers the frames in a queue of the broker. */
   Transport queue(URI broker, String queue, Console console) throws IOException;

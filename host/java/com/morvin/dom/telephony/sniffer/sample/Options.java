@@ -42,6 +42,8 @@ final class Options {
                                variable VOIP_BROKER_PASSWORD, if that is set
         --buffer MB            with --publish: what is kept while the broker is slow or away (default: a quarter of
                                Java's memory)
+        --spool DIRECTORY      with --publish: where a restarted front finds its running calls, and what the broker had
+                               not taken when it was stopped (default: nothing is kept)
         --filter EXPRESSION    with --embedded: the capture filter (default: udp or tcp)
         --set KEY=VALUE        with --embedded: a further setting of the sniffer; may be given several times
         --trace                with --embedded: log decoded H.323 messages
@@ -93,6 +95,7 @@ final class Options {
   String queue;
   URI publish;
   long bufferBytes = Runtime.getRuntime().maxMemory() / 4;
+  Path spool;
   String filter = "udp or tcp";
   boolean trace;
   boolean ipv6;
@@ -199,6 +202,7 @@ final class Options {
       case "--queue" -> queue = value(option, words);
       case "--publish" -> publish = broker(option, value(option, words));
       case "--buffer" -> bufferBytes = (long) number(option, value(option, words), MAX_NUMBER) << 20;
+      case "--spool" -> spool = path(option, value(option, words));
       case "--filter" -> filter = value(option, words);
       case "--set" -> settings.add(value(option, words));
       case "--trace" -> trace = true;

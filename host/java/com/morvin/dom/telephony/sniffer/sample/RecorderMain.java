@@ -30,7 +30,7 @@ import java.util.stream.Stream;
 
 /** The sample recorder as a program. */
 public final class RecorderMain {
-  private static final long FINISH_SECONDS = 20;
+  private static final long FINISH_SECONDS = 60;
   private static final int FAILED = 3;
   private static final long PRINT_MILLIS = 1000;
   private static final long ERASE_SECONDS = 60;
@@ -122,7 +122,8 @@ public final class RecorderMain {
       console.line(options.share + (options.share.number() == 0 ? ": no new calls" : ""));
     }
     if (options.publish != null) {
-      serve(options, Cluster.load().front(options.publish, options.bufferBytes, limits, console), console);
+      Cluster cluster = Cluster.load();
+      serve(options, cluster.front(options.publish, options.bufferBytes, options.spool, limits, console), console);
       return 0;
     }
     try (Store store = new Store(options.out, console)) {

@@ -6,6 +6,7 @@ import com.morvin.dom.telephony.sniffer.sample.service.Service;
 import com.morvin.dom.telephony.sniffer.sample.transport.Transport;
 import java.io.IOException;
 import java.net.URI;
+import java.nio.file.Path;
 
 /** Connects front and recorders through an AMQP 0-9-1 broker. */
 public final class AmqpCluster implements Cluster {
@@ -16,8 +17,9 @@ public final class AmqpCluster implements Cluster {
   }
 
   @Override
-  public Service front(URI broker, long bufferBytes, Service.Limits limits, Console console) throws IOException {
-    return new Front(new Broker(broker, "front"), bufferBytes, limits, console);
+  public Service front(URI broker, long bufferBytes, Path spool, Service.Limits limits, Console console)
+      throws IOException {
+    return new Front(new Broker(broker, "front"), bufferBytes, spool, limits, console);
   }
 
   @Override

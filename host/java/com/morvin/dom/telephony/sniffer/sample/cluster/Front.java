@@ -3,14 +3,21 @@ package com.morvin.dom.telephony.sniffer.sample.cluster;
 import com.morvin.dom.telephony.sniffer.sample.console.Console;
 import com.morvin.dom.telephony.sniffer.sample.console.Text;
 import com.morvin.dom.telephony.sniffer.sample.metrics.Metrics;
+import com.morvin.dom.telephony.sniffer.sample.service.OtherShares;
 import com.morvin.dom.telephony.sniffer.sample.service.Service;
 import com.morvin.dom.telephony.sniffer.sample.signalling.Call;
 import com.morvin.dom.telephony.sniffer.sample.signalling.Moment;
+import com.morvin.dom.telephony.sniffer.sample.storage.RunningCalls;
 import com.morvin.dom.telephony.sniffer.sample.transport.Frame;
+import com.morvin.dom.telephony.sniffer.sample.transport.FrameBlock;
 import com.morvin.dom.telephony.sniffer.sample.transport.FrameCursor;
 import com.morvin.dom.telephony.sniffer.sample.transport.SteadyClock;
+import com.morvin.dom.telephony.sniffer.sample.transport.Transport;
+import java.io.IOException;
+import java.nio.file.Path;
 import java.util.ArrayDeque;
 import java.util.ArrayList;
+import java.util.Comparator;
 import java.util.HashMap;
 import java.util.List;
 import java.util.Map;
@@ -19,77 +26,178 @@ import java.util.UUID;
 
 /**
  * Publishes calls to a broker and records nothing. It follows calls only to know which call a frame belongs to, asks
- * the sniffers for their media, and publishes the frames of each call under the key of the call.
+ * the sniffers for their media, and publishes the frames of each call in the partition of the call.
  */
 final class Front extends Service {
   private static final int MAX_CALLS = 50_000;
   private static final long POLL_MILLIS = 20;
-  /** A message is published at the latest after this time. */
+  /**
+   * All open messages are published at these intervals. The broker syncs messages that arrive together at once, so that
+   * they cost less than messages at times of their own.
+   */
   private static final long FILL_MILLIS = 100;
+  private static final long SAVE_MILLIS = 1000;
+  /** After a longer interruption calls can have ended unnoticed. It is the longest time that sniffers keep frames. */
+  private static final long RESUME_MILLIS = 60_000;
+  private static final long HAND_OVER_MILLIS = 2000;
 
-  private record Opened(CallStream stream, long at) {}
+  private record Ended(RunningCalls.Journal journal, long at) {}
+
+  /** All frames that were read up to a time are in messages that were made before another time. */
+  private record Filled(long upTo, long nanos) {}
 
   private final long bufferBytes;
   private final Outbox outbox;
   private final Publisher publisher;
+  /** Null when nothing is kept for a restart. */
+  private final FrontState state;
+  /** Null when there is no state. */
+  private final OtherShares others;
   private final String session = UUID.randomUUID().toString();
+  private final Map<Partition, Batch> batches = new HashMap<>();
   private final Map<Call, CallStream> streams = new HashMap<>();
-  /** Streams with an open message, oldest first; some of the messages have been published since. */
-  private final Queue<Opened> opened = new ArrayDeque<>();
   private final List<Call> over = new ArrayList<>();
+  /** The saved signalling of ended calls, which is kept while the last of it may not be published. */
+  private final Queue<Ended> ended = new ArrayDeque<>();
+  private final FrameCursor remembered = new FrameCursor(new FrameBlock(new byte[0], 0, 0, 0, 0));
+  private String continued = "";
+  /** The difference between the times of day and the stamps of the signalling that is handled. */
+  private long skew;
+  private RunningCalls.Loaded restoring;
+  private Call restoredCall;
+  private boolean restored;
+  private List<Message> earlier = List.of();
+  /** The frames of all earlier messages. They are not among those of this run. */
+  private long earlierFrames;
   private long frames;
+  private final Queue<Filled> fills = new ArrayDeque<>();
+  private long lastFill;
+  private long lastSave = -SAVE_MILLIS;
   private long lostReported;
   private boolean losing;
 
-  Front(Broker broker, long bufferBytes, Limits limits, Console console) {
+  /** Makes a front. The directory is that of the {@link FrontState}; null when nothing is kept for a restart. */
+  Front(Broker broker, long bufferBytes, Path directory, Limits limits, Console console) throws IOException {
     super(new Limits(limits.untilDisconnect(), limits.idleExitMillis(), limits.calls().withCalls(MAX_CALLS)),
         POLL_MILLIS, console, SteadyClock.system());
     this.bufferBytes = bufferBytes;
     outbox = new Outbox(bufferBytes);
+    state = directory == null ? null : new FrontState(directory, bufferBytes, session, console);
+    others = state == null ? null : new OtherShares(state.store(), follower, clock, console);
     console.line("up to " + (bufferBytes >> 20) + " MB are kept for " + broker + " while it is slow or away");
     publisher = new Publisher(broker, outbox, console);
   }
 
+  /** Goes on with the calls from before a restart. */
+  @Override
+  protected void attached() throws IOException {
+    if (restored) {
+      return;
+    }
+    restored = true;
+    if (state != null) {
+      earlier = state.messages();
+      earlier.forEach(outbox::add);
+      earlierFrames = earlier.stream().mapToLong(Message::frames).sum();
+      follower.restore(true);
+      restore(state.load());
+      others.restore(now());
+      state.save(streams.values(), publisher, clock.timeOfDay());
+      // The recorders drop what the earlier front has published already.
+      state.blocks(clock).forEach(this::serve);
+    }
+    publisher.start();
+  }
+
+  private void restore(List<RunningCalls.Loaded> loaded) {
+    continued = state.continued();
+    Moment now = now();
+    loaded.forEach(call -> restore(call, now));
+    if (!streams.isEmpty() || !earlier.isEmpty()) {
+      console.line("going on with " + Text.count(streams.size(), "call") + " from before the restart, and with "
+          + Text.count(earlier.size(), "message") + " that the broker had not taken");
+    }
+  }
+
+  private void restore(RunningCalls.Loaded loaded, Moment now) {
+    restoring = loaded;
+    restoredCall = null;
+    loaded.frames().stream().sorted(Comparator.comparingLong(RunningCalls.TimedFrame::time))
+        .forEach(message -> follower.signalling(message.frame(), now.at(message.time())));
+    restoring = null;
+    closeCalls();
+    if (restoredCall == null) {
+      state.end(loaded.journal());
+    } else if (now.stamp() - state.savedAt() > RESUME_MILLIS) {
+      restoredCall.lifetime().resume(now.at(state.savedAt()), now);
+    } else {
+      restoredCall.lifetime().resume(now);
+    }
+  }
+
+  private FrameCursor cursor(Frame frame) {
+    remembered.begin(FrameBlock.of(frame, 0, 0));
+    remembered.next();
+    return remembered;
+  }
+
   @Override
   protected void handle(FrameCursor cursor, Moment now) {
-    Frame frame = cursor.frame();
-    switch (frame.protocol()) {
-      case Frame.SIP, Frame.H323 -> follower.signalling(frame, now);
-      case Frame.RTP -> {
-        Call.Use use = follower.media(cursor, now);
-        if (use != null) {
-          publish(use.call(), frame, now);
-        }
+    switch (cursor.protocol()) {
+      case Frame.RTP -> media(cursor, now);
+      case Frame.SIP, Frame.H323 -> {
+        skew = cursor.timeOfDay() - cursor.time();
+        follower.signalling(cursor.frame(), now);
       }
       default -> { }
     }
   }
 
-  private void publish(Call call, Frame frame, Moment now) {
-    CallStream stream = streams.get(call);
-    if (stream != null) {
-      frames++;
-      if (stream.add(frame, now.stamp() + clock.skew(), now().steady())) {
-        opened.add(new Opened(stream, stream.began()));
+  private void media(FrameCursor cursor, Moment now) {
+    Call.Use use = follower.media(cursor, now);
+    if (use != null) {
+      if (use.attachment() == null) {
+        use.attach(streams.get(use.call()));
       }
+      publish((CallStream) use.attachment(), cursor, cursor.timeOfDay());
     }
+  }
+
+  private void publish(CallStream stream, FrameCursor cursor, long captured) {
+    frames++;
+    stream.batch.add(cursor, captured, now().steady());
   }
 
   @Override
   protected void stepped(Moment now) {
     closeCalls();
-    while (!opened.isEmpty() && now.steady() - opened.peek().at >= FILL_MILLIS) {
-      Opened due = opened.remove();
-      if (due.stream.isOpen() && due.stream.began() == due.at) {
-        due.stream.flush(false);
+    if (now.steady() - lastFill >= FILL_MILLIS) {
+      lastFill = now.steady();
+      batches.values().forEach(Batch::flush);
+      if (state != null) {
+        fills.add(new Filled(servedUpTo(), System.nanoTime()));
       }
     }
   }
 
-  /** Closes the streams of ended calls. The frame that ended a call is in its stream by now. */
+  /** Forgets the calls that have ended. The frame that ended a call is published by now. */
   private void closeCalls() {
-    over.forEach(call -> streams.remove(call).flush(true));
+    for (Call call : over) {
+      CallStream stream = streams.remove(call);
+      stream.end();
+      if (state != null) {
+        ended.add(new Ended(stream.journal, clock.millis()));
+      }
+    }
     over.clear();
+  }
+
+  /** Forgets what a restarted front would need up to a time. */
+  private void release(long upTo) {
+    state.release(upTo);
+    while (!ended.isEmpty() && ended.peek().at <= upTo) {
+      state.end(ended.remove().journal);
+    }
   }
 
   @Override
@@ -99,6 +207,18 @@ final class Front extends Service {
     console.status("calls " + streams.size() + " | frames " + frames + " | " + (outbox.bytes() >> 10)
         + " KB for the broker" + (publisher.isConnected() ? "" : ", which is AWAY") + " | lost " + (lost + dropped())
         + " | sniffer " + snifferState());
+    for (long oldest = outbox.oldest(); !fills.isEmpty() && fills.peek().nanos - oldest < 0;) {
+      release(fills.remove().upTo);
+    }
+    if (state != null && now.steady() - lastSave >= SAVE_MILLIS) {
+      lastSave = now.steady();
+      state.save(streams.values(), publisher, clock.timeOfDay());
+      others.save();
+      if (!earlier.isEmpty() && outbox.isEmpty()) {
+        earlier = List.of();
+        state.published();
+      }
+    }
   }
 
   @Override
@@ -113,7 +233,8 @@ final class Front extends Service {
     figures.counter("frames_total", "Frames of calls, taken to be published.", frames);
     figures.counter("confirmed_frames_total", "Frames that are safe with the broker.", confirmed);
     figures.counter("buffer_dropped_frames_total", "Frames dropped because the buffer for the broker was full.", lost);
-    figures.gauge("unconfirmed_frames", "Frames that the broker has not confirmed yet.", frames - confirmed - lost);
+    figures.gauge("unconfirmed_frames", "Frames that the broker has not confirmed yet.",
+        earlierFrames + frames - confirmed - lost);
     figures.gauge("buffer_bytes", "Size of the messages that the broker has not confirmed yet.", outbox.bytes());
     figures.gauge("buffer_limit_bytes", "The most that the buffer holds.", bufferBytes);
     figures.gauge("broker_connected", "1 while there is a connection to the broker.", publisher.isConnected() ? 1 : 0);
@@ -132,25 +253,73 @@ final class Front extends Service {
 
   @Override
   public void began(Call call, Moment now) {
-    MessageId.Stream id = new MessageId.Stream(session, call.number());
-    streams.put(call, new CallStream(id, call.id(), now.steady(), outbox::add));
+    Partition saved = restoring == null ? null : FrontState.partition(restoring);
+    Partition partition = saved != null ? saved : Partition.of(call.id(), publisher.generation());
+    Batch batch = batches.computeIfAbsent(partition,
+        key -> new Batch(key, session, continued, outbox::add));
+    RunningCalls.Journal journal = restoring != null ? restoring.journal() : state != null ? state.begin() : null;
+    CallStream stream = new CallStream(call.number(), batch, restoring != null ? -1 : batch.sequence(), journal);
+    streams.put(call, stream);
+    if (restoring != null && restoredCall == null) {
+      restoredCall = call;
+    }
+    batch.begin(stream, now().steady());
+    if (state != null) {
+      state.add(stream);
+    }
   }
 
   @Override
   public void signalled(Call call, Frame frame, String label, Moment now) {
-    publish(call, frame, now);
+    CallStream stream = streams.get(call);
+    FrameCursor cursor = cursor(frame);
+    long captured = now.stamp() + skew;
+    if (restoring == null) {
+      publish(stream, cursor, captured);
+      if (state != null) {
+        state.append(stream, frame, captured);
+      }
+    }
+    stream.remember(cursor, captured);
   }
 
   @Override
   public void gaveUp(Call call, Moment now) {
-    streams.remove(call).flush(true);
+    CallStream stream = streams.remove(call);
+    stream.end();
+    if (state != null) {
+      state.end(stream.journal);
+    }
     console.line(call + "  belongs to a call of another share");
   }
 
   @Override
+  public void followed(Call call, Frame frame, Moment now) {
+    if (state != null) {
+      others.add(call, frame, now);
+    }
+  }
+
+  @Override
+  public void unfollowed(Call call) {
+    if (state != null) {
+      others.end(call);
+    }
+  }
+
+  /** Publishes the signalling of the leg again: its earlier frames may have gone to another recorder. */
+  @Override
   public void merged(Call call, Call other, boolean turned) {
-    streams.get(call).add(streams.get(other), now().steady());
-    over.add(other);
+    CallStream stream = streams.get(call);
+    CallStream leg = streams.remove(other);
+    leg.end();
+    stream.remember(leg);
+    if (restoring == null) {
+      stream.batch.add(leg.signalled(), now().steady());
+    }
+    if (state != null) {
+      state.merge(stream, leg);
+    }
   }
 
   @Override
@@ -164,23 +333,56 @@ final class Front extends Service {
   }
 
   @Override
+  protected Transport source(Transport link) {
+    return state == null ? link : new LoggedTransport(link, block -> state.append(block, clock.millis()));
+  }
+
+  @Override
+  protected long handOverMillis() {
+    return HAND_OVER_MILLIS;
+  }
+
+  @Override
   public void finish() {
-    for (Call call : List.copyOf(follower.calls())) {
-      follower.end(call, "publishing stopped", now(), now());
+    if (!stopped()) {
+      for (Call call : List.copyOf(follower.calls())) {
+        follower.end(call, "publishing stopped", now(), now());
+      }
     }
     closeCalls();
+    batches.values().forEach(Batch::flush);
+    if (state != null) {
+      while (!ended.isEmpty()) {
+        state.end(ended.remove().journal);
+      }
+      state.save(streams.values(), publisher, clock.timeOfDay());
+      others.save();
+    }
     console.status("");
   }
 
   @Override
   public void summarize() {
     publisher.close();
+    List<Message> left = outbox.messages().stream().map(this::resolved).toList();
+    int kept = state == null ? 0 : state.keep(left);
+    if (state != null) {
+      state.close();
+    }
+    long spooled = left.stream().limit(kept).mapToLong(Message::frames).sum();
+    long open = left.stream().skip(kept).mapToLong(Message::frames).sum();
     console.print(Text.count(follower.seen(), "call") + ", " + Text.count(frames, "frame") + ": "
         + outbox.confirmedFrames() + " in " + Text.count(outbox.confirmedMessages(), "message")
-        + " safe with the broker, " + outbox.lostFrames() + " lost because the buffer was full, " + outbox.openFrames()
-        + " lost because the broker was not there at the end; at most " + (outbox.peak() >> 10) + " KB waited");
+        + " safe with the broker, " + spooled + " kept for the next front, " + outbox.lostFrames()
+        + " lost because the buffer was full, " + open + " lost because the broker was not there at the end; at most "
+        + (outbox.peak() >> 10) + " KB waited");
     if (dropped() > 0) {
       console.print(Text.count(dropped(), "frame") + " dropped before that: this machine was too slow");
     }
+  }
+
+  private Message resolved(Message message) {
+    return new Message(message.id(), publisher.resolve(message.partition()), message.continued(), message.recaps(),
+        message.media(), message.frames(), message.body());
   }
 }

@@ -1,27 +1,52 @@
 package com.morvin.dom.telephony.sniffer.sample.cluster;
 
-import java.util.concurrent.atomic.AtomicInteger;
+import com.morvin.dom.telephony.sniffer.sample.transport.Frame;
+import com.morvin.dom.telephony.sniffer.sample.transport.FrameBlock;
+import com.morvin.dom.telephony.sniffer.sample.transport.FrameCursor;
+import java.util.List;
 
 /**
- * Frames of one call in one message of the broker; see docs/recorder-protocol.md.
+ * Frames of the calls of one partition in one message of the broker; see docs/recorder-protocol.md.
  *
- * @param generation the generation of queues that the call is assigned to; 0 before it is assigned. All messages of the
- *     call share the object
- * @param key the routing key; it is the same for a call on all machines, and the broker selects the recorder by it
- * @param recap the length in bytes of the repeated signalling at the start of the body
- * @param last whether the call has ended
- * @param signalling whether the message holds new signalling or the end of the call, and so is dropped last
+ * @param partition selects the queue
+ * @param continued the session of the front before its restart; empty when there is none
+ * @param recaps the repeated signalling of calls at the start of the body, in this order
+ * @param media whether there is media, which is dropped first
  * @param frames the number of frames without the repeated ones
- * @param body the frames, each after a frame with its capture time
+ * @param body the frames
  */
-record Message(MessageId id, AtomicInteger generation, String key, int recap, boolean last, boolean signalling,
-    int frames, byte[] body) {
+record Message(MessageId id, Partition partition, String continued, List<Recap> recaps, boolean media, int frames,
+    byte[] body) {
   /** The content type of a message. */
-  static final String CONTENT_TYPE = "application/vnd.voip-sniffer.frames; version=1";
+  static final String CONTENT_TYPE = "application/vnd.voip-sniffer.frames; version=2";
   /** A frame is added to a body only up to this length in bytes. */
   static final int MAX_BODY = 64 << 10;
-  /** The header with the length of the repeated signalling. */
-  static final String RECAP = "recap";
-  /** The header that marks the last message of a call. */
-  static final String LAST = "last";
+  /** The content type of the messages of earlier versions, which hold the frames of one call. */
+  static final String EARLIER_TYPE = "application/vnd.voip-sniffer.frames; version=1";
+  /** The header with the length of the repeated signalling in such a message. */
+  static final String EARLIER_RECAP = "recap";
+  /** The header with the recaps in the form of {@link Recap#text}. */
+  static final String RECAPS = "recaps";
+  /** The header with the session of the front before its restart. */
+  static final String CONTINUES = "continues";
+  /** A body begins with a capture time, so the time before it does not matter. */
+  private static final long ANY_TIME = 1;
+
+  /** Returns the message without its media. */
+  Message withoutMedia() {
+    int start = Recap.bytes(recaps);
+    Body kept = new Body();
+    int count = 0;
+    FrameCursor frame = new FrameCursor(new FrameBlock(body, start, body.length, 0, 0, 0, ANY_TIME));
+    while (frame.next()) {
+      if (frame.protocol() != Frame.RTP) {
+        kept.add(frame, frame.captured());
+        count++;
+      }
+    }
+    byte[] shorter = new byte[start + kept.length()];
+    System.arraycopy(body, 0, shorter, 0, start);
+    System.arraycopy(kept.copy(), 0, shorter, start, kept.length());
+    return new Message(id, partition, continued, recaps, false, Math.min(frames, count), shorter);
+  }
 }

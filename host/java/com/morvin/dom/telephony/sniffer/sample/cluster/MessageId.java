@@ -6,13 +6,13 @@ import java.util.regex.Pattern;
 /**
  * Identifies a message, so that the recorder notices repeated and missing messages.
  *
- * @param call the call; see {@link Stream}
- * @param sequence counts the messages of the call from 0
+ * @param stream the stream; see {@link Stream}
+ * @param sequence counts the messages of the stream from 0
  */
-record MessageId(Stream call, long sequence) {
+record MessageId(Stream stream, long sequence) {
   private static final Pattern FORM = Pattern.compile("([A-Za-z0-9-]{1,64})/(\\d{1,18})/(\\d{1,18})");
 
-  /** A call as numbered by one run of a front. Two fronts that see the same call publish two streams under one key. */
+  /** The messages of one partition by one run of a front, in the order of the frames. */
   record Stream(String session, long number) {
     @Override
     public String toString() {
@@ -29,6 +29,6 @@ record MessageId(Stream call, long sequence) {
 
   @Override
   public String toString() {
-    return call + "/" + sequence;
+    return stream + "/" + sequence;
   }
 }

@@ -1,28 +1,42 @@
 package com.morvin.dom.telephony.sniffer.sample.cluster;
 
+import java.util.ArrayDeque;
+import java.util.Comparator;
+import java.util.Deque;
+import java.util.LinkedHashMap;
 import java.util.LinkedHashSet;
+import java.util.List;
 import java.util.Map;
 import java.util.Set;
 import java.util.TreeMap;
 import java.util.concurrent.TimeUnit;
+import java.util.stream.Stream;
 
 /**
- * The messages that the broker has not confirmed yet, bounded in bytes. When the bound is exceeded, the oldest media is
- * dropped first and signalling last. Lost frames are counted. Any thread may call any method.
+ * The messages that the broker has not confirmed yet, bounded in bytes. Each partition has a lane of its own: the
+ * messages of a lane leave in their order, and a lane whose messages are not confirmed stops no other one. When the
+ * bound is exceeded, the oldest media is dropped first and signalling last. Lost frames are counted. Any thread may
+ * call any method.
  */
 final class Outbox {
   /** Approximate memory of a message in addition to its body, in bytes. */
   private static final int OVERHEAD = 400;
-  // The most that is published before the broker has confirmed it.
-  private static final int MAX_UNCONFIRMED = 4000;
-  private static final long MAX_UNCONFIRMED_BYTES = 32L << 20;
+  /** The most messages of a lane before a confirmation. The broker delays a connection with many more for a queue. */
+  private static final int WINDOW = 16;
 
   /** A message with its own identity: two entries are never equal. */
   static final class Entry {
-    final Message message;
+    final Lane lane;
+    private final long since = System.nanoTime();
+    private Message message;
 
-    Entry(Message message) {
+    private Entry(Lane lane, Message message) {
+      this.lane = lane;
       this.message = message;
+    }
+
+    Message message() {
+      return message;
     }
 
     private long bytes() {
@@ -30,13 +44,36 @@ final class Outbox {
     }
   }
 
+  /** The messages of a partition. */
+  static final class Lane {
+    final Partition partition;
+    private final Deque<Entry> waiting = new ArrayDeque<>();
+    private final TreeMap<Long, Entry> unconfirmed = new TreeMap<>();
+    private long unconfirmedBytes;
+    private boolean paused;
+
+    private Lane(Partition partition) {
+      this.partition = partition;
+    }
+
+    /** Whether the next message may leave. What has left cannot be dropped, so it takes only a part of the bound. */
+    private boolean isReady(long maxBytes) {
+      boolean open = unconfirmed.isEmpty() || unconfirmed.size() < WINDOW && unconfirmedBytes < maxBytes;
+      return !paused && !waiting.isEmpty() && open;
+    }
+
+    private Stream<Entry> entries() {
+      return Stream.concat(unconfirmed.values().stream(), waiting.stream());
+    }
+  }
+
   private final long maxBytes;
-  private LinkedHashSet<Entry> waiting = new LinkedHashSet<>();
-  /** The waiting entries without signalling, which are dropped first. */
-  private LinkedHashSet<Entry> media = new LinkedHashSet<>();
-  private final TreeMap<Long, Entry> unconfirmed = new TreeMap<>();
+  private final Map<Partition, Lane> lanes = new LinkedHashMap<>();
+  private final Set<Lane> ready = new LinkedHashSet<>();
+  /** The waiting entries with media and all waiting entries, oldest first. */
+  private final LinkedHashSet<Entry> media = new LinkedHashSet<>();
+  private final LinkedHashSet<Entry> waiting = new LinkedHashSet<>();
   private long bytes;
-  private long unconfirmedBytes;
   private long confirmedMessages;
   private long confirmedFrames;
   private long lostFrames;
@@ -46,96 +83,177 @@ final class Outbox {
     this.maxBytes = maxBytes;
   }
 
-  /** Adds a message, and drops older ones when the bound is exceeded. */
+  /** Adds a message, and drops older media when the bound is exceeded. */
   synchronized void add(Message message) {
-    Entry entry = new Entry(message);
-    add(entry);
+    Lane lane = lanes.computeIfAbsent(message.partition(), Lane::new);
+    Entry entry = new Entry(lane, message);
+    lane.waiting.add(entry);
+    waits(entry);
     bytes += entry.bytes();
-    while (bytes > maxBytes && drop(media) || bytes > maxBytes && drop(waiting)) {
+    while (bytes > maxBytes && (dropMedia() || dropOldest())) {
       // One more was dropped.
     }
     peak = Math.max(peak, bytes);
-    notifyAll();
+    update(lane);
   }
 
-  private void add(Entry entry) {
+  private void waits(Entry entry) {
     waiting.add(entry);
-    if (!entry.message.signalling()) {
+    if (entry.message.media()) {
       media.add(entry);
     }
   }
 
-  private boolean drop(Set<Entry> from) {
-    if (from.isEmpty()) {
+  private void update(Lane lane) {
+    if (!lane.isReady(maxBytes / 2 / Partition.COUNT)) {
+      ready.remove(lane);
+    } else if (ready.add(lane)) {
+      notifyAll();
+    }
+  }
+
+  /** Drops the oldest media. Its message keeps the signalling and its place in the sequence. */
+  private boolean dropMedia() {
+    if (media.isEmpty()) {
       return false;
     }
-    Entry oldest = from.iterator().next();
-    waiting.remove(oldest);
+    Entry oldest = media.iterator().next();
     media.remove(oldest);
+    bytes -= oldest.bytes();
+    lostFrames += oldest.message.frames();
+    oldest.message = oldest.message.withoutMedia();
+    lostFrames -= oldest.message.frames();
+    bytes += oldest.bytes();
+    return true;
+  }
+
+  private boolean dropOldest() {
+    if (waiting.isEmpty()) {
+      return false;
+    }
+    Entry oldest = waiting.iterator().next();
+    waiting.remove(oldest);
+    oldest.lane.waiting.remove(oldest);
+    update(oldest.lane);
     bytes -= oldest.bytes();
     lostFrames += oldest.message.frames();
     return true;
   }
 
-  /**
-   * Removes and returns the next message to publish. Returns null when there is none in time, or while too much is
-   * unconfirmed.
-   */
+  /** Removes and returns the next message to publish. Returns null when there is none in time. */
   synchronized Entry next(long timeoutMillis) throws InterruptedException {
     long deadline = System.nanoTime() + TimeUnit.MILLISECONDS.toNanos(timeoutMillis);
-    while (true) {
-      if (!waiting.isEmpty() && unconfirmed.size() < MAX_UNCONFIRMED && unconfirmedBytes < MAX_UNCONFIRMED_BYTES) {
-        Entry entry = waiting.iterator().next();
-        waiting.remove(entry);
-        media.remove(entry);
-        return entry;
-      }
+    while (ready.isEmpty()) {
       long left = TimeUnit.NANOSECONDS.toMillis(deadline - System.nanoTime());
       if (left <= 0) {
         return null;
       }
       wait(left);
     }
+    Lane lane = ready.iterator().next();
+    ready.remove(lane);
+    Entry entry = lane.waiting.remove();
+    waiting.remove(entry);
+    media.remove(entry);
+    return entry;
   }
 
-  /** Records that an entry is about to be published under a number. Numbers increase. */
+  /** Takes back an entry that cannot be published yet. */
+  synchronized void giveBack(Entry entry) {
+    entry.lane.waiting.addFirst(entry);
+    sort();
+    update(entry.lane);
+  }
+
+  /** Records that an entry is about to be published under a number of its lane. Numbers increase. */
   synchronized void sent(long number, Entry entry) {
-    unconfirmed.put(number, entry);
-    unconfirmedBytes += entry.bytes();
+    entry.lane.unconfirmed.put(number, entry);
+    entry.lane.unconfirmedBytes += entry.bytes();
+    update(entry.lane);
   }
 
   /**
    * Removes a confirmed message.
    *
-   * @param multiple whether all messages before it are confirmed as well
+   * @param multiple whether all messages of the lane before it are confirmed as well
    */
-  synchronized void confirmed(long number, boolean multiple) {
+  synchronized void confirmed(Lane lane, long number, boolean multiple) {
     Map<Long, Entry> safe =
-        multiple ? unconfirmed.headMap(number, true) : unconfirmed.subMap(number, true, number, true);
+        multiple ? lane.unconfirmed.headMap(number, true) : lane.unconfirmed.subMap(number, true, number, true);
     safe.values().forEach(entry -> {
-      unconfirmedBytes -= entry.bytes();
       bytes -= entry.bytes();
+      lane.unconfirmedBytes -= entry.bytes();
       confirmedMessages++;
       confirmedFrames += entry.message.frames();
     });
     safe.clear();
-    notifyAll();
+    update(lane);
   }
 
-  /** Puts all unconfirmed messages back in their order, before the waiting ones, to be published again. */
+  /** Puts the unconfirmed messages of a lane back in their order, and stops the lane until {@link #resume}. */
+  synchronized void putBack(Lane lane) {
+    stop(lane);
+    sort();
+  }
+
+  /** Puts the unconfirmed messages of all lanes back in their order, and stops the lanes. */
   synchronized void putBack() {
-    LinkedHashSet<Entry> before = waiting;
-    waiting = new LinkedHashSet<>();
-    media = new LinkedHashSet<>();
-    unconfirmed.values().forEach(this::add);
-    before.forEach(this::add);
-    unconfirmed.clear();
-    unconfirmedBytes = 0;
+    lanes.values().forEach(this::stop);
+    sort();
+  }
+
+  private void stop(Lane lane) {
+    List<Entry> entries = lane.entries().toList();
+    lane.unconfirmed.clear();
+    lane.unconfirmedBytes = 0;
+    lane.waiting.clear();
+    lane.waiting.addAll(entries);
+    lane.paused = true;
+    update(lane);
+  }
+
+  /** Puts the waiting entries in the order of their age. */
+  private void sort() {
+    waiting.clear();
+    media.clear();
+    lanes.values().stream().flatMap(lane -> lane.waiting.stream())
+        .sorted(Comparator.comparingLong(entry -> entry.since)).forEach(this::waits);
+  }
+
+  /** Makes a lane ready again. */
+  synchronized void resume(Lane lane) {
+    lane.paused = false;
+    update(lane);
+  }
+
+  /** Makes all lanes ready again. */
+  synchronized void resume() {
+    lanes.values().forEach(this::resume);
+  }
+
+  /** Returns the partitions with a message that is older than so many nanoseconds. */
+  synchronized List<Partition> olderThan(long nanos) {
+    long now = System.nanoTime();
+    return lanes.values().stream().filter(lane -> lane.entries().anyMatch(entry -> now - entry.since >= nanos))
+        .map(lane -> lane.partition).toList();
+  }
+
+  /** Returns the System.nanoTime of the oldest message; the present one when there is none. */
+  synchronized long oldest() {
+    long now = System.nanoTime();
+    long age = lanes.values().stream().flatMap(lane -> lane.entries().limit(1)).mapToLong(entry -> now - entry.since)
+        .max().orElse(0);
+    return now - age;
+  }
+
+  /** Returns all messages that are neither confirmed nor dropped, those of each partition in their order. */
+  synchronized List<Message> messages() {
+    return lanes.values().stream().flatMap(Lane::entries).map(Entry::message).toList();
   }
 
   /** Whether all messages are confirmed or dropped. */
   synchronized boolean isEmpty() {
-    return waiting.isEmpty() && unconfirmed.isEmpty();
+    return lanes.values().stream().allMatch(lane -> lane.waiting.isEmpty() && lane.unconfirmed.isEmpty());
   }
 
   /** Returns the size of the waiting and unconfirmed messages in bytes. */
@@ -161,11 +279,5 @@ final class Outbox {
   /** Returns the number of frames that were dropped because the bound was exceeded. */
   synchronized long lostFrames() {
     return lostFrames;
-  }
-
-  /** Returns the number of frames that are neither confirmed nor dropped. */
-  synchronized long openFrames() {
-    long frames = unconfirmed.values().stream().mapToLong(entry -> entry.message.frames()).sum();
-    return frames + waiting.stream().mapToLong(entry -> entry.message.frames()).sum();
   }
 }

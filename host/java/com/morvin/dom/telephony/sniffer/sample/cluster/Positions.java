@@ -7,7 +7,7 @@ import java.util.function.BiConsumer;
 import java.util.function.Predicate;
 
 /**
- * The position up to which each call has been recorded, so that a message that is delivered again is not recorded
+ * The position up to which each stream has been recorded, so that a message that is delivered again is not recorded
  * twice.
  */
 final class Positions {
@@ -16,18 +16,18 @@ final class Positions {
 
   private final Map<MessageId.Stream, Position> all = new HashMap<>();
 
-  /** Sets the position of a call. */
-  void put(MessageId.Stream call, long sequence, int frames) {
-    all.put(call, new Position(sequence, frames));
+  /** Sets the position of a stream. */
+  void put(MessageId.Stream stream, long sequence, int frames) {
+    all.put(stream, new Position(sequence, frames));
   }
 
   /** Returns the number of recorded frames of a message that is recorded only in part; 0 for any other message. */
   int framesOf(MessageId id) {
-    Position position = all.get(id.call());
+    Position position = all.get(id.stream());
     return position != null && position.sequence == id.sequence() ? position.frames : 0;
   }
 
-  /** Removes the calls for which the predicate is true. */
+  /** Removes the streams for which the predicate is true. */
   void forget(Predicate<MessageId.Stream> over) {
     all.keySet().removeIf(over);
   }
@@ -35,23 +35,23 @@ final class Positions {
   /** Returns all positions in the form that {@link #read} takes. */
   byte[] bytes() {
     StringBuilder text = new StringBuilder();
-    all.forEach((call, position) ->
-        text.append(new MessageId(call, position.sequence)).append(' ').append(position.frames).append('\n'));
+    all.forEach((stream, position) ->
+        text.append(new MessageId(stream, position.sequence)).append(' ').append(position.frames).append('\n'));
     return text.toString().getBytes(StandardCharsets.ISO_8859_1);
   }
 
   /**
    * Restores the positions of an earlier run.
    *
-   * @param next receives for each call the number of the first message that is not completely recorded
+   * @param next receives for each stream the number of the first message that is not completely recorded
    */
   void read(byte[] bytes, BiConsumer<MessageId.Stream, Long> next) {
     new String(bytes, StandardCharsets.ISO_8859_1).lines().forEach(line -> {
       String[] words = line.split(" ");
       MessageId id = MessageId.parse(words[0]);
       if (id != null && words.length == 2 && words[1].matches("\\d{1,9}")) {
-        put(id.call(), id.sequence(), Integer.parseInt(words[1]));
-        next.accept(id.call(), id.sequence());
+        put(id.stream(), id.sequence(), Integer.parseInt(words[1]));
+        next.accept(id.stream(), id.sequence());
       }
     });
   }

@@ -4,7 +4,6 @@ import com.morvin.dom.telephony.sniffer.sample.console.Console;
 import com.morvin.dom.telephony.sniffer.sample.console.Text;
 import com.morvin.dom.telephony.sniffer.sample.metrics.Metrics;
 import com.morvin.dom.telephony.sniffer.sample.transport.Command;
-import com.morvin.dom.telephony.sniffer.sample.transport.Frame;
 import com.morvin.dom.telephony.sniffer.sample.transport.FrameBlock;
 import com.morvin.dom.telephony.sniffer.sample.transport.Transport;
 import com.rabbitmq.client.AMQP;
@@ -15,11 +14,13 @@ import com.rabbitmq.client.Envelope;
 import com.rabbitmq.client.ShutdownSignalException;
 import java.io.IOException;
 import java.net.ProtocolException;
-import java.nio.ByteBuffer;
 import java.util.ArrayDeque;
+import java.util.ArrayList;
 import java.util.Deque;
+import java.util.HashMap;
 import java.util.HashSet;
 import java.util.List;
+import java.util.Map;
 import java.util.Queue;
 import java.util.Set;
 import java.util.concurrent.BlockingQueue;
@@ -59,14 +60,25 @@ final class QueueTransport implements Transport {
   private record Passed(MessageId id, int done, long first, long last) {}
 
   /** The frames of a message, the repeated signalling apart. */
-  private record Content(MessageId id, Pending pending, FrameBlock repeated, FrameBlock frames) {}
+  private record Content(MessageId id, Pending pending, List<Repeated> repeated, FrameBlock frames) {}
+
+  /** The repeated signalling of a call. */
+  private record Repeated(Recap recap, FrameBlock frames) {}
+
+  /**
+   * A stream whose beginning was delivered to another recorder.
+   *
+   * @param at the first message that this recorder got
+   * @param known the calls whose repeated signalling was used
+   */
+  private record Joined(long at, Set<Long> known) {}
 
   private final Broker broker;
   private final String queue;
   private final Console console;
   private final Positions positions = new Positions();
   private final Sequences<Content> sequences = new Sequences<>();
-  private final Set<MessageId.Stream> unsignalled = new HashSet<>();
+  private final Map<MessageId.Stream, Joined> joined = new HashMap<>();
   private final BlockingQueue<Delivery> deliveries = new LinkedBlockingQueue<>();
   private final Queue<FrameBlock> frames = new ArrayDeque<>();
   private final Deque<Pending> pending = new ArrayDeque<>();
@@ -91,7 +103,7 @@ final class QueueTransport implements Transport {
 
   @Override
   public void resume(byte[] position) {
-    positions.read(position, (call, next) -> sequences.startAt(call, next, System.nanoTime()));
+    positions.read(position, (stream, next) -> sequences.startAt(stream, next, System.nanoTime()));
   }
 
   @Override
@@ -178,13 +190,8 @@ final class QueueTransport implements Transport {
       return;
     }
     pending.add(message);
-    if (id.sequence() > 0 && sequences.isNew(id.call())) {
-      unsignalled.add(id.call());
-    } else if (id.sequence() == 0) {
-      unsignalled.remove(id.call());
-    }
-    boolean last = header(delivery, Message.LAST) instanceof Boolean over && over;
-    List<Content> due = sequences.accept(id, content, last, System.nanoTime());
+    noteBeginning(id, delivery);
+    List<Content> due = sequences.accept(id, content, System.nanoTime());
     if (due == null) {
       // A repeated message is safe when the frames delivered so far are.
       message.last = number;
@@ -194,29 +201,41 @@ final class QueueTransport implements Transport {
     }
   }
 
-  private static Object header(Delivery delivery, String name) {
-    return delivery.properties.getHeaders() == null ? null : delivery.properties.getHeaders().get(name);
+  /** Notes whether this recorder has followed the calls of a stream from their beginning. */
+  private void noteBeginning(MessageId id, Delivery delivery) {
+    String continued = header(delivery, Message.CONTINUES);
+    if (id.sequence() == 0) {
+      joined.remove(id.stream());
+    }
+    boolean follows = id.sequence() == 0 && (continued.isEmpty() || sequences.knows(continued));
+    if (!follows && sequences.isNew(id.stream())) {
+      joined.put(id.stream(), new Joined(id.sequence(), new HashSet<>()));
+    }
+  }
+
+  private static String header(Delivery delivery, String name) {
+    Map<String, Object> headers = delivery.properties.getHeaders();
+    return headers == null || headers.get(name) == null ? "" : headers.get(name).toString();
   }
 
   /** Returns null when the message does not come from a front. */
   private static Content read(MessageId id, Pending message, Delivery delivery) throws ProtocolException {
-    int recap = header(delivery, Message.RECAP) instanceof Integer bytes ? bytes : 0;
-    if (!Message.CONTENT_TYPE.equals(delivery.properties.getContentType())
-        || recap < 0 || recap > delivery.body.length) {
+    byte[] body = delivery.body;
+    String type = delivery.properties.getContentType();
+    String recap = header(delivery, Message.EARLIER_RECAP);
+    String text = !Message.EARLIER_TYPE.equals(type) ? header(delivery, Message.RECAPS)
+        : recap.isEmpty() ? "" : "0:0:" + recap;
+    List<Recap> recaps = Recap.parse(text, body.length);
+    if (recaps == null || !Message.CONTENT_TYPE.equals(type) && !Message.EARLIER_TYPE.equals(type)) {
       return null;
     }
-    return new Content(id, message, frames(delivery.body, 0, recap),
-        frames(delivery.body, recap, delivery.body.length));
-  }
-
-  private static FrameBlock frames(byte[] bytes, int from, int to) throws ProtocolException {
-    ByteBuffer frames = ByteBuffer.wrap(bytes, from, to - from);
-    while (frames.hasRemaining()) {
-      if (Frame.take(frames) == null) {
-        throw new ProtocolException("the last frame is cut off");
-      }
+    List<Repeated> repeated = new ArrayList<>(recaps.size());
+    int at = 0;
+    for (Recap one : recaps) {
+      repeated.add(new Repeated(one, FrameBlock.of(body, at, at + one.bytes())));
+      at += one.bytes();
     }
-    return new FrameBlock(bytes, from, to, 0, 0);
+    return new Content(id, message, repeated, FrameBlock.of(body, at, body.length));
   }
 
   /** Rejects a message. The broker moves it to a queue for the operator. */
@@ -232,8 +251,11 @@ final class QueueTransport implements Transport {
   }
 
   private void pass(Content content) {
-    if (content.repeated.length() > 0 && unsignalled.remove(content.id.call())) {
-      pass(content.repeated);
+    Joined stream = joined.get(content.id.stream());
+    for (Repeated repeated : stream == null ? List.<Repeated>of() : content.repeated) {
+      if (repeated.recap.since() < stream.at && stream.known.add(repeated.recap.call())) {
+        pass(repeated.frames);
+      }
     }
     int done = positions.framesOf(content.id);
     long first = number + 1;
@@ -243,7 +265,7 @@ final class QueueTransport implements Transport {
   }
 
   private void pass(FrameBlock block) {
-    frames.add(new FrameBlock(block.bytes(), block.from(), block.to(), 0, number + 1));
+    frames.add(block.numbered(number + 1));
     number += block.count();
   }
 
@@ -252,7 +274,7 @@ final class QueueTransport implements Transport {
     if (now - nextTick >= 0) {
       nextTick = now + TICK_NANOS;
       sequences.overdue(now).forEach(this::pass);
-      unsignalled.removeIf(sequences::isNew);
+      joined.keySet().removeIf(sequences::isNew);
       if (sequences.missing() > missing) {
         console.line(Text.count(sequences.missing() - missing, "message") + " of " + queue + " never came");
         missing = sequences.missing();
@@ -264,11 +286,11 @@ final class QueueTransport implements Transport {
   public synchronized byte[] position(long upTo) {
     while (!passed.isEmpty() && passed.peek().last <= upTo) {
       MessageId id = passed.remove().id;
-      positions.put(id.call(), id.sequence() + 1, 0);
+      positions.put(id.stream(), id.sequence() + 1, 0);
     }
     Passed half = passed.peek();
     if (half != null && half.first <= upTo) {
-      positions.put(half.id.call(), half.id.sequence(), half.done + (int) (upTo - half.first + 1));
+      positions.put(half.id.stream(), half.id.sequence(), half.done + (int) (upTo - half.first + 1));
     }
     positions.forget(sequences::isNew);
     return positions.bytes();

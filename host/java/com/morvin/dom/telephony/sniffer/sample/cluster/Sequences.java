@@ -9,7 +9,7 @@ import java.util.TreeMap;
 import java.util.concurrent.TimeUnit;
 
 /**
- * Puts the messages of each call in order. The broker delivers unacknowledged messages again, not always before later
+ * Puts the messages of each stream in order. The broker delivers unacknowledged messages again, not always before later
  * ones, and a front publishes unconfirmed messages again. So repeated messages are refused, and out-of-order messages
  * wait up to 2 s for the missing ones. Times are those of {@link System#nanoTime}.
  *
@@ -17,8 +17,7 @@ import java.util.concurrent.TimeUnit;
  */
 final class Sequences<T> {
   private static final long PATIENCE_NANOS = TimeUnit.SECONDS.toNanos(2);
-  /** A call is forgotten after this time without messages: the shorter one when it has ended. */
-  private static final long MEMORY_NANOS = TimeUnit.MINUTES.toNanos(2);
+  /** A stream is forgotten after this time without messages. */
   private static final long SILENT_NANOS = TimeUnit.HOURS.toNanos(2);
   private static final int MAX_EARLY = 5000;
 
@@ -27,34 +26,34 @@ final class Sequences<T> {
     private final TreeMap<Long, T> early = new TreeMap<>();
     private long waitingSince;
     private long touched;
-    private boolean ended;
+    /** Whether the beginning of the stream was delivered to another recorder. */
+    private boolean joined;
   }
 
   private final Map<MessageId.Stream, Order> orders = new HashMap<>();
   private int early;
   private long missing;
 
-  /** Continues a call at a message, the first one that is not recorded. */
-  void startAt(MessageId.Stream call, long sequence, long now) {
+  /** Continues a stream at a message, the first one that is not recorded. */
+  void startAt(MessageId.Stream stream, long sequence, long now) {
     Order order = new Order();
     order.next = sequence;
     order.touched = now;
-    orders.put(call, order);
+    orders.put(stream, order);
   }
 
-  /** Whether the call is unknown: it began at another recorder or ended long ago. */
-  boolean isNew(MessageId.Stream call) {
-    return !orders.containsKey(call);
+  /** Whether the stream is unknown. */
+  boolean isNew(MessageId.Stream stream) {
+    return !orders.containsKey(stream);
   }
 
   /**
    * Adds a message and returns the messages that are due now, in order; returns null when the message is a repeated
    * one.
    */
-  List<T> accept(MessageId id, T message, boolean last, long now) {
-    Order order = orders.computeIfAbsent(id.call(), call -> new Order());
+  List<T> accept(MessageId id, T message, long now) {
+    Order order = orders.computeIfAbsent(id.stream(), stream -> begin(id));
     order.touched = now;
-    order.ended |= last;
     if (id.sequence() < order.next || order.early.containsKey(id.sequence())) {
       return null;
     }
@@ -70,12 +69,19 @@ final class Sequences<T> {
     return due;
   }
 
+  private Order begin(MessageId first) {
+    Order order = new Order();
+    order.joined = first.sequence() > 0;
+    return order;
+  }
+
   private List<T> inOrder(Order order, long now) {
     List<T> due = new ArrayList<>(1);
     while (!order.early.isEmpty() && order.early.firstKey() == order.next) {
       due.add(order.early.pollFirstEntry().getValue());
       order.next++;
       order.waitingSince = now;
+      order.joined = false;
       early--;
     }
     return due;
@@ -86,12 +92,13 @@ final class Sequences<T> {
     if (order.early.isEmpty()) {
       return List.of();
     }
-    missing += order.early.firstKey() - order.next;
+    missing += order.joined ? 0 : order.early.firstKey() - order.next;
+    order.joined = false;
     order.next = order.early.firstKey();
     return inOrder(order, now);
   }
 
-  /** Returns the messages that have waited long enough, and forgets old calls. To be called a few times a second. */
+  /** Returns the messages that have waited long enough, and forgets silent streams. Called a few times a second. */
   List<T> overdue(long now) {
     List<T> due = new ArrayList<>();
     for (Iterator<Order> all = orders.values().iterator(); all.hasNext();) {
@@ -99,7 +106,7 @@ final class Sequences<T> {
       if (!order.early.isEmpty() && now - order.waitingSince >= PATIENCE_NANOS) {
         due.addAll(skip(order, now));
       }
-      if (order.early.isEmpty() && now - order.touched >= (order.ended ? MEMORY_NANOS : SILENT_NANOS)) {
+      if (order.early.isEmpty() && now - order.touched >= SILENT_NANOS) {
         all.remove();
       }
     }
@@ -110,6 +117,11 @@ final class Sequences<T> {
   void restart() {
     orders.values().forEach(order -> order.early.clear());
     early = 0;
+  }
+
+  /** Whether a stream of this session is known. */
+  boolean knows(String session) {
+    return orders.keySet().stream().anyMatch(stream -> stream.session().equals(session));
   }
 
   /** Whether a message waits for a missing one. */

@@ -5,6 +5,7 @@ import com.morvin.dom.telephony.sniffer.sample.console.Text;
 import com.morvin.dom.telephony.sniffer.sample.media.RtpPacket;
 import com.morvin.dom.telephony.sniffer.sample.media.Track;
 import com.morvin.dom.telephony.sniffer.sample.metrics.Metrics;
+import com.morvin.dom.telephony.sniffer.sample.service.OtherShares;
 import com.morvin.dom.telephony.sniffer.sample.service.Service;
 import com.morvin.dom.telephony.sniffer.sample.signalling.Call;
 import com.morvin.dom.telephony.sniffer.sample.signalling.CallFollower;
@@ -12,7 +13,6 @@ import com.morvin.dom.telephony.sniffer.sample.signalling.Direction;
 import com.morvin.dom.telephony.sniffer.sample.signalling.Moment;
 import com.morvin.dom.telephony.sniffer.sample.storage.CallLog;
 import com.morvin.dom.telephony.sniffer.sample.storage.CallReport;
-import com.morvin.dom.telephony.sniffer.sample.storage.FollowedCalls;
 import com.morvin.dom.telephony.sniffer.sample.storage.ReportListener;
 import com.morvin.dom.telephony.sniffer.sample.storage.Reports;
 import com.morvin.dom.telephony.sniffer.sample.storage.RunningCalls;
@@ -50,7 +50,7 @@ public final class Recorder extends Service {
   private final RtpPacket packet = new RtpPacket();
   private final LookAhead lookAhead;
   private RunningCalls running;
-  private FollowedCalls others;
+  private OtherShares others;
   private RunningCalls.Loaded restoring;
   private long lastNumber;
   private long lastSave = -SAVE_MILLIS;
@@ -79,7 +79,7 @@ public final class Recorder extends Service {
   protected void attached() {
     if (running == null) {
       running = new RunningCalls(store, log, transport().redelivers());
-      others = new FollowedCalls(store);
+      others = new OtherShares(store, follower, clock, console);
       restore();
       transport().resume(running.position());
     }
@@ -193,33 +193,13 @@ public final class Recorder extends Service {
         link.acknowledge(upTo);
       }
     }, () -> saving = false);
-    others.save(this::followedMessages);
-  }
-
-  private Map<Integer, List<RunningCalls.TimedFrame>> followedMessages() {
-    Map<Integer, List<RunningCalls.TimedFrame>> messages = new LinkedHashMap<>();
-    follower.calls().stream().filter(call -> !call.isOwned()).forEach(call ->
-        messages.put(call.number(), follower.messages(call).stream()
-            .map(message -> timed(message.frame(), message.time())).toList()));
-    return messages;
-  }
-
-  private RunningCalls.TimedFrame timed(Frame frame, Moment time) {
-    return new RunningCalls.TimedFrame(time.stamp() + clock.skew(), frame);
+    others.save();
   }
 
   private void restore() {
     follower.restore(true);
     restoreOwn();
-    follower.restore(false);
-    try {
-      Moment now = now();
-      others.load().forEach(call -> call.forEach(message ->
-          follower.signalling(message.frame(), before(now, message.time()))));
-    } catch (IOException e) {
-      console.line("the calls of other shares from before the restart cannot be read: " + e);
-    }
-    follower.restore(null);
+    others.restore(now());
   }
 
   private void restoreOwn() {
@@ -244,7 +224,7 @@ public final class Recorder extends Service {
     restoring = loaded;
     // The journal of a merged call holds the frames of its legs one after the other.
     loaded.frames().stream().sorted(Comparator.comparingLong(RunningCalls.TimedFrame::time))
-        .forEach(message -> follower.signalling(message.frame(), before(now, message.time())));
+        .forEach(message -> follower.signalling(message.frame(), now.at(message.time())));
     Recording recording = recordings.values().stream().filter(other -> other.journal == loaded.journal()).findFirst()
         .orElse(null);
     if (recording != null) {
@@ -255,15 +235,14 @@ public final class Recorder extends Service {
       running.end(loaded.journal(), List::of);
       return;
     }
-    recording.call.lifetime().resume(before(now, running.savedAt()), now);
+    if (transport().redelivers()) {
+      recording.call.lifetime().resume(now);  // a message that ends the call is delivered yet
+    } else {
+      recording.call.lifetime().resume(now.at(running.savedAt()), now);
+    }
     if (late) {
       follower.end(recording.call, "recording stopped", recording.call.lifetime().lastActivity(), now);
     }
-  }
-
-  /** Returns an earlier moment. */
-  private static Moment before(Moment now, long stamp) {
-    return new Moment(now.steady() - (now.stamp() - stamp), stamp);
   }
 
   /** Restores the media of the call that is being restored. Its state follows the legs that its messages merge. */
@@ -333,12 +312,12 @@ public final class Recorder extends Service {
 
   @Override
   public void followed(Call call, Frame frame, Moment now) {
-    others.add(call.number(), timed(frame, now));
+    others.add(call, frame, now);
   }
 
   @Override
   public void unfollowed(Call call) {
-    others.end(call.number());
+    others.end(call);
   }
 
   @Override

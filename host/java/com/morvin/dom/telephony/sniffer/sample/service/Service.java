@@ -36,6 +36,8 @@ public abstract class Service implements CallFollower.Listener {
   private static final long METRICS_MILLIS = 10_000;
   /** A step that took longer is an interruption of this process, in which frames were waiting. */
   private static final long MAX_STEP_MILLIS = 30_000;
+  /** A block that was read earlier than this has been passed to the loop when no other one waits. */
+  private static final long QUEUED_MILLIS = 1000;
 
   /**
    * When the loop ends by itself, and the bounds for calls.
@@ -67,6 +69,7 @@ public abstract class Service implements CallFollower.Listener {
   private int sessions;
   private Moment now;
   private long lastStep;
+  private long servedUpTo;
   private long lastTick = -TICK_MILLIS;
   private long lastTraffic;
   private MetricsFile metrics;
@@ -143,7 +146,7 @@ public abstract class Service implements CallFollower.Listener {
    */
   public final void run(Transport link) throws IOException, InterruptedException {
     attach(link);
-    try (Intake reading = new Intake(link, console, clock)) {
+    try (Intake reading = new Intake(source(link), console, clock)) {
       intake = reading;
       while (!stopping) {
         boolean gone = limits.untilDisconnect && link.sessions() > 0 && link.sniffers().isEmpty();
@@ -176,13 +179,30 @@ public abstract class Service implements CallFollower.Listener {
     }
   }
 
-  /** Handles the frames that wait when the loop is stopped, for a limited time. */
-  private void serveRest(Intake reading) {
+  /** After {@link #stop}, handles the frames that wait, for a limited time. */
+  private void serveRest(Intake reading) throws IOException, InterruptedException {
+    if (!stopping || transport.redelivers()) {
+      return;
+    }
+    if (handOverMillis() > 0) {
+      handOver(reading);
+    }
     reading.end();
-    long end = clock.millis() + REST_MILLIS;
-    while (stopping && !transport.redelivers() && clock.millis() < end && step(reading)) {
+    long deadline = clock.millis() + REST_MILLIS;
+    while (clock.millis() < deadline && step(reading)) {
       // Blocks wait.
     }
+  }
+
+  /** Handles what the sniffers have sent already: nobody else would get it. */
+  private void handOver(Intake reading) throws IOException, InterruptedException {
+    transport.hangUp();
+    long deadline = clock.millis() + handOverMillis();
+    FrameBlock block = null;
+    do {
+      block = reading.receive(pollMillis);
+      step(block);
+    } while ((block != null || !transport.sniffers().isEmpty()) && clock.millis() < deadline);
   }
 
   /** Handles the oldest waiting block. Returns false when there is none. */
@@ -192,6 +212,24 @@ public abstract class Service implements CallFollower.Listener {
       step(block);
     }
     return block != null;
+  }
+
+  /** Returns what the frames are read from on a separate thread: the transport, or one that delivers its frames. */
+  protected Transport source(Transport link) {
+    return link;
+  }
+
+  /** Returns the time up to which all frames that were read have been handled, by the clock of the loop. */
+  protected final long servedUpTo() {
+    return servedUpTo;
+  }
+
+  /**
+   * Returns how long the loop receives frames after {@link #stop}, at most. When it is 0, the loop handles only the
+   * frames that it has read.
+   */
+  protected long handOverMillis() {
+    return 0;
   }
 
   /** The first part of {@link #run}: serves a transport from now on. */
@@ -212,6 +250,7 @@ public abstract class Service implements CallFollower.Listener {
    */
   public final void step(FrameBlock block) {
     advance();
+    servedUpTo = block == null ? lastStep - QUEUED_MILLIS : block.steady();
     resendToNewSniffers();
     if (block != null) {
       heartbeat.heard(block.sniffer(), now.steady());
@@ -230,7 +269,8 @@ public abstract class Service implements CallFollower.Listener {
     }
   }
 
-  private void serve(FrameBlock block) {
+  /** Handles the frames of a block. */
+  protected final void serve(FrameBlock block) {
     Moment time = now;  // most frames of a block have the same time
     boolean hasIpv6 = sniffers.hasIpv6(block.sniffer());
     long delay = 0;

@@ -35,6 +35,11 @@ public final class Lifetime {
     resumed = now;
   }
 
+  /** Marks the call as restored after a restart in which no message and no media was missed. */
+  public void resume(Moment now) {
+    lastMessage = new Moment(now.steady(), lastMessage.stamp());
+  }
+
   /** Adds the signs of life of another call. */
   void add(Lifetime other) {
     lastMessage = lastMessage.latest(other.lastMessage);

@@ -11,6 +11,11 @@ import com.morvin.dom.telephony.sniffer.sample.transport.SteadyClock;
  *     redelivers, by the clock of the sniffer
  */
 public record Moment(long steady, long stamp) {
+  /** Returns the moment with another stamp, which is as far from this one on both clocks. */
+  public Moment at(long other) {
+    return new Moment(steady - (stamp - other), other);
+  }
+
   /** Returns the milliseconds since an earlier moment. */
   long since(Moment earlier) {
     return steady - earlier.steady;

@@ -141,7 +141,8 @@ final class SipLinks {
 
   /** The host that the INVITE calls has begun another leg because of it, and that leg was received first. */
   private static Optional<Link> earlier(SipLeg leg, Frame frame, Moment now) {
-    return leg == null || now.since(leg.start()) > DISORDER_MILLIS || !leg.calling().equals(frame.destination().address())
+    return leg == null || now.since(leg.start()) > DISORDER_MILLIS
+        || !leg.calling().equals(frame.destination().address())
         ? Optional.empty() : Optional.of(new Link(leg.call(), leg.isTurned()));
   }
 

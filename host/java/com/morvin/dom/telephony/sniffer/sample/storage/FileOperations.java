@@ -123,7 +123,7 @@ public final class FileOperations {
   }
 
   /** Forces new names in a directory to the disk. */
-  static void syncNames(Path directory) throws IOException {
+  public static void syncNames(Path directory) throws IOException {
     try (FileChannel channel = FileChannel.open(directory, StandardOpenOption.READ)) {
       channel.force(true);
     }

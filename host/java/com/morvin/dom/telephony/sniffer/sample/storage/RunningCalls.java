@@ -107,6 +107,11 @@ public final class RunningCalls {
     created = store.running().resolve("created");
   }
 
+  /** Saves into the directory of a store without a table of calls. Frames are not delivered again. */
+  public RunningCalls(Store store) {
+    this(store, null, false);
+  }
+
   /** Makes the journal of a new call. */
   public Journal begin() {
     return new Journal(store.running().resolve(++lastJournal + JOURNAL));
@@ -250,7 +255,7 @@ public final class RunningCalls {
     out.writeLong(0);  // length and checksum
     out.writeInt(VERSION);
     out.writeLong(now);
-    out.writeLong(log.size());
+    out.writeLong(log == null ? 0 : log.size());
     out.writeInt(position.length);
     out.write(position);
     out.writeInt(over.size());

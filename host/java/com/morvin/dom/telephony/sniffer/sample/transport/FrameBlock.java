@@ -1,5 +1,7 @@
 package com.morvin.dom.telephony.sniffer.sample.transport;
 
+import java.net.ProtocolException;
+import java.nio.ByteBuffer;
 import java.util.Arrays;
 
 /**
@@ -14,7 +16,8 @@ import java.util.Arrays;
  * @param number the number of the first frame; the other frames, without capture time frames, have the next ones
  * @param steady when the block was read, by the {@link SteadyClock}; 0 when the frames keep the time of their capture
  *     by the clock of the sniffer
- * @param timeOfDay when the block was read, in milliseconds since 1970
+ * @param timeOfDay when the block was read, in milliseconds since 1970; when {@link #sharesTimes}, the time of the
+ *     frames before the first capture time frame
  */
 public record FrameBlock(byte[] bytes, int from, int to, int sniffer, long number, long steady, long timeOfDay) {
   /** Makes a block whose frames keep the time of their capture by the clock of the sniffer. */
@@ -31,6 +34,33 @@ public record FrameBlock(byte[] bytes, int from, int to, int sniffer, long numbe
   /** Returns the block as read at this moment. */
   public FrameBlock readBy(SteadyClock clock) {
     return new FrameBlock(bytes, from, to, sniffer, number, clock.millis(), clock.timeOfDay());
+  }
+
+  /**
+   * Returns a block with the frames of a part of an array. When it begins with a capture time frame, such a time holds
+   * for all frames up to the next one.
+   *
+   * @throws ProtocolException when the part does not consist of complete frames
+   */
+  public static FrameBlock of(byte[] bytes, int from, int to) throws ProtocolException {
+    ByteBuffer frames = ByteBuffer.wrap(bytes).position(to);
+    for (int at = from; at < to; at = Frame.end(frames, at)) {
+      if (Frame.end(frames, at) == 0) {
+        throw new ProtocolException("the last frame is cut off");
+      }
+    }
+    boolean shared = from < to && Wire.protocol(bytes, from) == Frame.CAPTURE_TIME;
+    return new FrameBlock(bytes, from, to, 0, 0, 0, shared ? Wire.i64(bytes, Wire.payload(bytes, from)) / 1000 : 0);
+  }
+
+  /** Returns the block with other numbers of its frames. */
+  public FrameBlock numbered(long first) {
+    return new FrameBlock(bytes, from, to, sniffer, first, steady, timeOfDay);
+  }
+
+  /** Whether a capture time holds for all frames up to the next one, by the clock of the sniffer. */
+  boolean sharesTimes() {
+    return steady == 0 && timeOfDay > 0;
   }
 
   /** Returns the length of the frames in bytes. */
@@ -54,7 +84,8 @@ public record FrameBlock(byte[] bytes, int from, int to, int sniffer, long numbe
     for (int i = 0; i < frames && cursor.next(); i++) {
       // The cursor moves.
     }
-    return new FrameBlock(bytes, cursor.end(), to, sniffer, number + frames, steady, timeOfDay);
+    return new FrameBlock(bytes, cursor.end(), to, sniffer, number + frames, steady,
+        sharesTimes() ? cursor.captured() : timeOfDay);
   }
 
   /** Returns the block without media. Its frames have other numbers. */

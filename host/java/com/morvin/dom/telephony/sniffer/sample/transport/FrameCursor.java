@@ -23,6 +23,7 @@ public final class FrameCursor {
 
   /** Moves before the first frame of a block. */
   public void begin(FrameBlock next) {
+    captured = next.sharesTimes() ? next.timeOfDay() : 0;
     block = next;
     bytes = next.bytes();
     start = next.from();
@@ -49,7 +50,7 @@ public final class FrameCursor {
       end = start + Wire.u16(bytes, start);
       if (Wire.protocol(bytes, start) != Frame.CAPTURE_TIME) {
         payload = Wire.payload(bytes, start);
-        captured = time < 0 ? 0 : captured(time);
+        captured = block.sharesTimes() ? shared(time) : time < 0 ? 0 : captured(time);
         number++;
         return true;
       }
@@ -58,10 +59,19 @@ public final class FrameCursor {
     return false;
   }
 
+  /** Returns the time in a capture time frame, or else that of the frame before. */
+  private long shared(int time) {
+    return time < 0 ? captured : stated(time);
+  }
+
   /** Returns the time in a capture time frame. Over UDP the frame that it belongs to can be lost. */
   private long captured(int time) {
     boolean belongs = Wire.destination(bytes, time) == destination() && Wire.source(bytes, time) == source();
-    return belongs ? Math.max(0, Wire.i64(bytes, Wire.payload(bytes, time)) / 1000) : 0;
+    return belongs ? stated(time) : 0;
+  }
+
+  private long stated(int time) {
+    return Math.max(0, Wire.i64(bytes, Wire.payload(bytes, time)) / 1000);
   }
 
   /** Returns the array that holds the frame. */
@@ -132,8 +142,20 @@ public final class FrameCursor {
     if (block.steady() == 0) {
       return captured;
     }
+    return block.steady() - age();
+  }
+
+  /**
+   * Returns the time of capture in milliseconds since 1970: the stated time if that is plausible, or else the time when
+   * the block was read. Unlike {@link #time} it steps with the clock.
+   */
+  public long timeOfDay() {
+    return block.timeOfDay() - age();
+  }
+
+  private long age() {
     long age = block.timeOfDay() - captured;
-    return block.steady() - (captured > 0 && age > 0 && age < MAX_AGE_MILLIS ? age : 0);
+    return captured > 0 && age > 0 && age < MAX_AGE_MILLIS ? age : 0;
   }
 
   /** Returns a copy of the frame. */

@@ -106,7 +106,9 @@ public final class Intake implements AutoCloseable {
         FrameBlock block = transport.receive(POLL_MILLIS);
         if (block != null) {
           add(transport.redelivers() ? block : block.readBy(clock));
-          pauseAfter(block);
+          if (!transport.redelivers()) {
+            pauseAfter(block);  // the front has filled its messages already
+          }
         }
       }
     } catch (IOException e) {

@@ -33,6 +33,7 @@ public final class TcpTransport implements Transport {
   private final Map<Integer, Connection> connections = new ConcurrentHashMap<>();
   private final Queue<FrameBlock> blocks = new ArrayDeque<>();
   private volatile int sessions;
+  private volatile boolean hungUp;
 
   /** Listens on an address; port 0 stands for any free port. */
   public TcpTransport(InetSocketAddress address, Console console) throws IOException {
@@ -105,6 +106,9 @@ public final class TcpTransport implements Transport {
       channel.register(selector, SelectionKey.OP_READ, connection);
       connections.put(connection.number, connection);
       sessions++;
+      if (hungUp) {
+        connection.shutdownOutput();
+      }
       console.line("sniffer connected from " + peer);
     } catch (IOException e) {
       console.line("a connection failed at once: " + e.getMessage());
@@ -115,7 +119,7 @@ public final class TcpTransport implements Transport {
   @Override
   public void send(int sniffer, Command command) {
     Connection connection = connections.get(sniffer);
-    if (connection != null) {
+    if (connection != null && !hungUp) {
       connection.add(command);
     }
   }
@@ -133,6 +137,14 @@ public final class TcpTransport implements Transport {
   @Override
   public int sessions() {
     return sessions;
+  }
+
+  /** Half-closes the connections. A sniffer that reads the end of the commands closes its side after its frames. */
+  @Override
+  public void hangUp() {
+    hungUp = true;
+    close(listener);
+    connections.values().forEach(Connection::shutdownOutput);
   }
 
   @Override
@@ -211,6 +223,15 @@ public final class TcpTransport implements Transport {
         end("sniffer lost: " + peer + ": " + e.getMessage());
       }
       commands.clear();
+    }
+
+    synchronized void shutdownOutput() {
+      flush();
+      try {
+        channel.shutdownOutput();
+      } catch (IOException e) {
+        end("sniffer lost: " + peer + ": " + e.getMessage());
+      }
     }
 
     private void end(String why) {

@@ -95,6 +95,12 @@ public interface Transport extends Closeable {
   /** Adds figures about the link. Called by the thread that handles the frames. */
   default void measure(Metrics figures) {}
 
+  /**
+   * Takes no new sniffers, and makes those that are connected disconnect. Frames that they have sent before are still
+   * received: all of them are when {@link #sniffers} is empty. Commands are not sent any more.
+   */
+  default void hangUp() {}
+
   @Override
   void close();
 }

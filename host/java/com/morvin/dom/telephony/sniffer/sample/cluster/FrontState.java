@@ -1,0 +1,214 @@
+package com.morvin.dom.telephony.sniffer.sample.cluster;
+
+import com.morvin.dom.telephony.sniffer.sample.console.Console;
+import com.morvin.dom.telephony.sniffer.sample.console.Text;
+import com.morvin.dom.telephony.sniffer.sample.storage.Disk;
+import com.morvin.dom.telephony.sniffer.sample.storage.RunningCalls;
+import com.morvin.dom.telephony.sniffer.sample.storage.Store;
+import com.morvin.dom.telephony.sniffer.sample.transport.Frame;
+import com.morvin.dom.telephony.sniffer.sample.transport.FrameBlock;
+import com.morvin.dom.telephony.sniffer.sample.transport.SteadyClock;
+import java.io.IOException;
+import java.nio.ByteBuffer;
+import java.nio.charset.StandardCharsets;
+import java.nio.file.Path;
+import java.util.ArrayList;
+import java.util.LinkedHashSet;
+import java.util.List;
+import java.util.Set;
+
+/**
+ * What a front keeps in its directory: the signalling and the partition of its running calls, so that a restarted front
+ * goes on with them, and after a stop the messages that the broker did not take. Belongs to the thread of the front;
+ * the writing is done on the disk thread.
+ */
+final class FrontState implements AutoCloseable {
+  private final Console console;
+  private final Store store;
+  private final RunningCalls running;
+  private final Spool spool;
+  private final BlockLog blocks;
+  private final String session;
+  /** The calls whose partition is not saved yet. */
+  private final Set<CallStream> unsaved = new LinkedHashSet<>();
+  private volatile boolean saving;
+  private volatile boolean failed;
+
+  /**
+   * Opens a directory, and creates it when it is missing.
+   *
+   * @param bufferBytes the most bytes of frames that are kept for the case that the front is killed
+   */
+  FrontState(Path directory, long bufferBytes, String session, Console console) throws IOException {
+    this.console = console;
+    this.session = session;
+    store = new Store(directory, console);
+    running = new RunningCalls(store);
+    spool = new Spool(directory.resolve("messages"));
+    blocks = new BlockLog(directory, bufferBytes);
+  }
+
+  /** Returns the store of the directory, which {@link #close} closes. */
+  Store store() {
+    return store;
+  }
+
+  /** Returns the calls that were running. Called once, before all other methods. */
+  List<RunningCalls.Loaded> load() throws IOException {
+    List<RunningCalls.Loaded> loaded = running.load();
+    if (running.fault() != null) {
+      console.line("the state of the calls is damaged; they go on by their signalling: " + running.fault());
+    }
+    return loaded;
+  }
+
+  /** Returns the session of the front that wrote the state; empty when there was none. */
+  String continued() {
+    return new String(running.position(), StandardCharsets.ISO_8859_1);
+  }
+
+  /** Returns the time of the state in milliseconds since 1970; 0 when there was none. */
+  long savedAt() {
+    return running.savedAt();
+  }
+
+  /** Returns the partition of a call that was running; null when it was not saved. */
+  static Partition partition(RunningCalls.Loaded call) {
+    if (call.states().isEmpty() || call.states().get(0).length != 2 * Integer.BYTES) {
+      return null;
+    }
+    ByteBuffer state = ByteBuffer.wrap(call.states().get(0));
+    return Partition.restored(state.getInt(), state.getInt());
+  }
+
+  /** Makes the journal of a new call. */
+  RunningCalls.Journal begin() {
+    return running.begin();
+  }
+
+  /** Saves the partition of a call with the next {@link #save}. */
+  void add(CallStream call) {
+    unsaved.add(call);
+  }
+
+  /** Saves a signalling frame of a call and its time in milliseconds since 1970. */
+  void append(CallStream call, Frame frame, long captured) {
+    running.append(call.journal, List.of(new RunningCalls.TimedFrame(captured, frame)));
+  }
+
+  /** Adds the signalling of a leg to that of a call. */
+  void merge(CallStream call, CallStream leg) {
+    if (leg.journal != call.journal) {
+      running.merge(call.journal, leg.journal);
+    }
+    unsaved.remove(leg);
+  }
+
+  /** Forgets an ended call, or one that does not go on. */
+  void end(RunningCalls.Journal journal) {
+    running.end(journal, List::of);
+  }
+
+  /**
+   * Saves the partitions of the calls, unless the previous ones are not on disk yet.
+   *
+   * @param calls all running calls
+   * @param publisher knows the generation of their partitions
+   */
+  void save(Iterable<CallStream> calls, Publisher publisher, long now) {
+    if (saving) {
+      return;
+    }
+    saving = true;
+    boolean all = running.wantsAll();
+    if (all) {
+      calls.forEach(unsaved::add);
+    }
+    List<RunningCalls.Saved> saved = new ArrayList<>();
+    for (CallStream call : List.copyOf(unsaved)) {
+      Partition partition = publisher.resolve(call.batch.partition);
+      if (!call.isOver() && partition.generation() > 0) {
+        byte[] state = ByteBuffer.allocate(2 * Integer.BYTES).putInt(partition.generation())
+            .putInt(partition.number()).array();
+        saved.add(new RunningCalls.Saved(call.journal, true, state, List.of()));
+      }
+      if (call.isOver() || partition.generation() > 0) {
+        unsaved.remove(call);
+      }
+    }
+    running.save(saved, all, now, session.getBytes(StandardCharsets.ISO_8859_1), () -> saving = false,
+        () -> saving = false);
+  }
+
+  /** Returns the messages that an earlier front could not publish. */
+  List<Message> messages() {
+    try {
+      return spool.read();
+    } catch (IOException e) {
+      console.line("the messages from before the restart cannot be read: " + e);
+      return List.of();
+    }
+  }
+
+  /** Removes the messages of an earlier front after they are published. */
+  void published() {
+    store.disk().submit(spool::remove);
+  }
+
+  /** Returns the frames that an earlier front had read before it was killed; those that it published are included. */
+  List<FrameBlock> blocks(SteadyClock clock) {
+    try {
+      return blocks.load(clock);
+    } catch (IOException e) {
+      console.line("the frames from before the restart cannot be read: " + e);
+      return List.of();
+    }
+  }
+
+  /** Keeps a block that was read now until it is released. Any thread may call it. */
+  void append(FrameBlock block, long now) {
+    if (!failed) {
+      attempt(() -> blocks.append(block, now));
+    }
+  }
+
+  /** Removes the frames that were read up to a time. */
+  void release(long upTo) {
+    attempt(() -> blocks.release(upTo));
+  }
+
+  private void attempt(Disk.Job job) {
+    try {
+      job.run();
+    } catch (IOException e) {
+      if (!failed) {
+        console.line("frames cannot be kept for the case that this front is killed: " + e);
+      }
+      failed = true;
+    }
+  }
+
+  /** Keeps messages for the next front, and reports how much. Returns the number of messages that are kept. */
+  int keep(List<Message> messages) {
+    store.disk().drain();
+    try {
+      int kept = messages.isEmpty() ? 0 : spool.write(messages);
+      if (messages.isEmpty()) {
+        spool.remove();
+      } else {
+        console.line(Text.count(kept, "message") + " that the broker did not take are in " + store.directory()
+            + ": the next front publishes them");
+      }
+      blocks.clear();
+      return kept;
+    } catch (IOException e) {
+      console.line("the messages that the broker did not take cannot be kept: " + e);
+      return 0;
+    }
+  }
+
+  @Override
+  public void close() {
+    store.close();
+  }
+}
