@@ -116,7 +116,7 @@ namespace setting_checks {
 
 std::vector<std::string> serverName(const std::string& value) {
   if (isHost(value)) return {};
-  return {"the recorder is not reachable without a dotted IPv4 address or an IPv6 address"};
+  return {"the recorder is not reachable without an IPv4 or IPv6 address"};
 }
 
 std::vector<std::string> serverPort(const std::string& value) {

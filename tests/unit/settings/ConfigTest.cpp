@@ -217,7 +217,7 @@ TEST(SettingTable, WarningsOfAFileNameTheLine) {
   TestLog log;
   Config config;
   load(config,
-       "ServerName=recorder.example\nServerPort=70000\n# Device=none\nDevice=eth0;;eth0;\nDevice=eth2\n"
+       "ServerName=recorder\nServerPort=70000\n# Device=none\nDevice=eth0;;eth0;\nDevice=eth2\n"
        "Filter =udp\nServerProtocol=SCTP\nLogLevel=chatty\nTraceSignalling=Yes\nImmediateCapture=no\n"
        "StatisticsInterval=often\nRecorder=1\n");
   logSettingWarnings(config, SettingsOrigin::File);
@@ -227,7 +227,7 @@ TEST(SettingTable, WarningsOfAFileNameTheLine) {
             R"(WARN Line 5 of the settings: Device is set again, line 4 counts
 WARN Line 6 of the settings: "Filter " is no setting, blanks in front of '=' belong to the key, ignored
 WARN Line 12 of the settings: "Recorder" is no setting, ignored
-WARN Line 1 of the settings: ServerName=recorder.example, the recorder is not reachable without a dotted IPv4 address or an IPv6 address
+WARN Line 1 of the settings: ServerName=recorder, the recorder is not reachable without an IPv4 or IPv6 address
 WARN Line 2 of the settings: ServerPort=70000, a port is a number from 1 to 65535, port 4464 is used
 WARN Line 7 of the settings: ServerProtocol=SCTP, TCP is used
 WARN Line 4 of the settings: Device=eth0;;eth0;, there is an empty name in the list
