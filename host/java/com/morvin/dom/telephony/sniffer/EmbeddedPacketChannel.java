@@ -169,7 +169,10 @@ public class EmbeddedPacketChannel {
    * thread inside {@link #mainLoop} carries it out after the next captured packet, so there is no heartbeat reply
    * without traffic.
    *
-   * @param buffer the command; bytes after the seventh are ignored
+   * <p>With the setting {@code IPv6=yes} there are two more, of 19 bytes: code (1 byte: 4 forward, 5 stop), IPv6
+   * address (16), UDP port (2).
+   *
+   * @param buffer the command; further bytes are ignored
    * @return the length of {@code buffer} when the command was queued; 0 when the buffer is null or shorter than a
    *     command
    */
