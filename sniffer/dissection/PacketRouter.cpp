@@ -173,6 +173,8 @@ void PacketRouter::takeSipMessage(const FlowEnds& ends, Octets message, std::int
 }
 
 void PacketRouter::forwardDescription(const FlowEnds& ends, std::span<u_char> octets) {
+  constexpr u_char kTpktVersion = 3;
+  if (!octets.empty() && octets.front() == kTpktVersion && !sendEarlier()) return;
   if (!classifier_.describe(ends, octets, description_)) {
     statistics_.tcpDropped.add();
     return;
@@ -219,17 +221,28 @@ void PacketRouter::forward(std::span<u_char> frame) {
 
 // ---- refused ----
 
+/// Sends the frames of earlier packets before a packet is logged. Returns false if the recorder turns out to be
+/// unreachable: the packets after the one that was not sent are discarded unread, the current one too.
+bool PacketRouter::sendEarlier() {
+  if (fanOut_ != nullptr || lane_.flush() != LinkEvent::kUnreachable || keepsMedia_) return true;
+  statistics_.queueDiscarded.add();
+  return false;
+}
+
 void PacketRouter::refuseHeader(const sniff_ip& ip) {
+  if (!sendEarlier()) return;
   statistics_.otherDropped.add();
   logRefusal("*** Dropping IP packet with unknown IP header\n", ip);
 }
 
 void PacketRouter::refuseProtocol(const sniff_ip& ip) {
+  if (!sendEarlier()) return;
   statistics_.otherDropped.add();
   logRefusal("*** Dropping IP packet with unknown upper layer protocol\n", ip);
 }
 
 void PacketRouter::refuseTcpHeader(int length) {
+  if (!sendEarlier()) return;
   statistics_.tcpDropped.add();
   logger().info("*** Fragmented TCP message. Header length: " + std::to_string(length) + " bytes");
 }

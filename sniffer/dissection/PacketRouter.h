@@ -48,7 +48,7 @@ class PacketRouter final : private NetworkSink {
   /// Sends the frames that wait in the lane, or wakes the lanes of several recorders.
   void flush() {
     if (ipv6Items_ > 0) addIpv6Items();
-    fanOut_ != nullptr ? fanOut_->publish() : lane_.flush();
+    fanOut_ != nullptr ? fanOut_->publish() : static_cast<void>(lane_.flush());
   }
 
   /// As takeFrame(), but takes an Ethernet frame on the plain path, regardless of the settings.
@@ -84,6 +84,7 @@ class PacketRouter final : private NetworkSink {
   void make(const FlowEnds& ends, Octets payload);
   void forwardMade();
   void release();
+  bool sendEarlier();
   CaptureStamp stampAt(std::int64_t captured) const;
 
   RecorderLane& lane_;

@@ -53,8 +53,8 @@ class RecorderLane {
   /// Does with a frame that any recorder may want what this one needs: forwards, keeps, or drops and counts it.
   void take(const KeptFrame& frame);
 
-  /// Sends the frames that forward() has collected.
-  void flush() { forwarder_.flush(); }
+  /// Sends the frames that forward() has collected. Returns what happened to the link.
+  LinkEvent flush() { return forwarder_.flush(); }
 
   /// Drops these frames instead, because their bytes become invalid.
   void dropGroup() { forwarder_.dropGroup(); }
