@@ -65,7 +65,8 @@ class Device {
   void close();
 
   /// Compiles a filter expression and installs it, also when the device is opened again. An empty expression matches
-  /// every frame. On failure the reason is in getError(). Without an open device only the later opening uses it.
+  /// every frame. On failure the reason is in getError(). While no device is open, the expression is kept for the next
+  /// opening.
   FilterResult setFilter(const std::string& expression);
 
   /// The reason of the last failure, empty after a success.
@@ -73,7 +74,8 @@ class Device {
 
   pcap_t* getHandle() const { return handle_; }
   bool isFile() const { return pace_ != nullptr; }
-  /// A file that is missing has a wrong name. It is not waited for.
+
+  /// True when a missing device is opened again. A file is not: when it is missing, its name is wrong.
   bool reopens() const { return mode_.reopen && !captureFilePath(name_); }
 
   /// The link layer of the frames, one of libpcap's DLT_ values.

@@ -17,7 +17,7 @@
 namespace voip {
 
 /// Decides whether the recorder wants an item of the network stack (a datagram, segment or message), and fills the
-/// header of its frame. Consumer only, except lastClass().
+/// header of its frame. The classifying thread only, except lastClass().
 class Classifier {
  public:
   /// Both arguments must outlive the object.

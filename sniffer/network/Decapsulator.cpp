@@ -33,7 +33,7 @@ bool looksLikeIp(std::uint16_t etherType, Octets packet) {
   return etherType == kEtherIpv6 && !packet.empty() && packet[0] >> 4 == 6;
 }
 
-/// True for an IPv6 packet that the bytes end with.
+/// True when the bytes are exactly one IPv6 packet.
 bool isExactlyIpv6(Octets packet) {
   const auto header = Ipv6Header::read(packet);
   return header && !header->isJumbo && header->total == packet.size() && header->missing == 0;

@@ -21,7 +21,7 @@ class CaptureTimeFrame {
 
   static constexpr std::int64_t kNever = INT64_MIN;  ///< as lateSince(): no frame is late
 
-  /// Returns the time in microseconds since 1970 before which a frame must have been seen to be late now. Any thread.
+  /// Returns a time in microseconds since 1970: a frame that was seen before it is late now. Any thread.
   static std::int64_t lateSince() { return CaptureStamp::now() - kLate; }
 
   /// Returns the length in bytes of the frame that announces `frame`.

@@ -52,7 +52,7 @@ TunnelPorts::TunnelPorts(const std::string& site, std::vector<std::string>* warn
   }
 }
 
-/// Returns the reason for which the entry is ignored, if it is.
+/// Adds the port of an entry. Returns the reason when the entry is ignored, else an empty text.
 std::string TunnelPorts::addOfSite(const std::string& entry) {
   const std::size_t colon = entry.find(':');
   if (colon == std::string::npos) return "an entry is a tunnel and its port, such as vxlan:8472";

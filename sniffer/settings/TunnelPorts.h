@@ -22,8 +22,8 @@ class TunnelPorts {
   /// appends a warning for each to `warnings`, if there is one.
   explicit TunnelPorts(const std::string& site, std::vector<std::string>* warnings = nullptr);
 
-  /// Returns the tunnel that a datagram between these ports may be: by its destination, or by its source if each side
-  /// of the tunnel may choose the port that it sends to.
+  /// Returns the tunnel that a datagram between these ports may belong to: by its destination port, or for GTP-U and
+  /// L2TP by its source port as well, since a reply may go to another port.
   Tunnel between(std::uint16_t source, std::uint16_t destination) const {
     if (!lowOctets_[source & 0xFF] && !lowOctets_[destination & 0xFF]) return Tunnel::kNone;  // most datagrams
     return find(source, destination);
