@@ -48,7 +48,7 @@ LinkEvent FrameForwarder::flush() {
     announced = result.link == LinkEvent::kNone && !dealtWith.empty() && isSentTime(dealtWith.back()) ? 1 : 0;
     done = countDealtWith(done, result);
     if (result.link == LinkEvent::kUnreachable && lookBack_ == nullptr) dropRest(done);
-    recheckRest(done + announced, result.link);
+    if (done < group_.size()) recheckRest(done + announced, result.link);
     // With a look-back, keepConnected() makes the next attempts.
     if (result.link == LinkEvent::kUnreachable && lookBack_ == nullptr) connection_->pause();
   }
