@@ -151,6 +151,15 @@ TEST_F(Engine, SetsUpWhatCanBeOpened) {
   EXPECT_EQ(engine.setupSniffing(), 0);
   ASSERT_EQ(engine.getDeviceCount(), 9);
   for (int i = 0; i < 9; ++i) EXPECT_EQ(engine.isDeviceDown(i), i < 3);
+  const std::string ppp = file("ppp.pcap", DLT_PPP), serial = file("serial.pcap", DLT_PPP_SERIAL);
+  for (const bool decapsulate : {false, true}) {
+    Settings settings;
+    settings.decapsulate = decapsulate;
+    engine.setSettings(settings);
+    engine.setDevice((ppp + ";" + serial).c_str());
+    engine.setupSniffing();
+    for (int i = 0; i < 2; ++i) EXPECT_EQ(engine.isDeviceDown(i), !decapsulate);
+  }
   EXPECT_TRUE(log.contains("ERROR Couldn't open device " + wireless +
                            ":its frames have the link layer IEEE802_11, which is not understood; Ethernet, Linux "
                            "cooked, raw IP and BSD loopback are"));

@@ -64,6 +64,10 @@ TEST(NetworkStack, UnwrapsWhatWrapsAndNothingElse) {
       {"IPv6 in MPLS", ethernet(0x8847, number(0x140, 4) + ipv6(4, kDatagram))},
       {"a tunnel cut short", ethernet(0x0800, vxlan(zeros(12))), "\x08"},
       {"padding of a plain frame", ethernet(0x0800, kDatagram) + text("padding"), "mediapadding"},
+      {"PPP", number(0xFF03, 2) + number(0x21, 1) + kDatagram, "media", DLT_PPP_SERIAL},
+      {"PPP with a label", number(0x0281, 2) + number(0x140, 4) + kDatagram, "media", DLT_PPP},
+      {"PPPoE", number(0x11000001, 4) + number(kDatagram.size() + 2, 2) + number(0x0021, 2) + kDatagram + trailer,
+       "media", DLT_PPP_ETHER},
   };
   for (const auto& one : cases) {
     Stack stack;
@@ -121,6 +125,10 @@ TEST(NetworkStack, WalksThroughIpv6Headers) {
       {"raw", packet, "media", kOtherDropped, DLT_RAW},
       {"BSD loopback", number(30, 4) + packet, "media", kOtherDropped, DLT_NULL},
       {"Linux cooked", zeros(14) + number(0x86DD, 2) + packet, "media", kOtherDropped, DLT_LINUX_SLL},
+      {"PPP", number(0x0057, 2) + packet, "media", kOtherDropped, DLT_PPP},
+      {"PPP with address and control", number(0xFF030057, 4) + packet, "media", kOtherDropped, DLT_PPP_SERIAL},
+      {"PPP with a compressed protocol", number(0x57, 1) + packet, "media", kOtherDropped, DLT_PPP},
+      {"Cisco HDLC", number(0x0F0086DD, 4) + packet, "media", kOtherDropped, DLT_PPP_SERIAL},
       {"Linux cooked with a tag", zeros(14) + number(0x8100, 2) + number(1, 2) + number(0x86DD, 2) + packet, "media",
        kOtherDropped, DLT_LINUX_SLL},
   };
