@@ -46,11 +46,20 @@ void NetworkStack::takePlainFrame(std::span<std::uint8_t> frame) {
 
 void NetworkStack::takeFrame(std::span<std::uint8_t> frame, FrameSource source, std::int64_t captured,
                              std::int64_t now) {
-  if (isPlain_ && source.linkType == DLT_EN10MB && !(options_.ipv6 && isPlainIpv6(ethernetHeader(frame), frame))) {
-    takePlainFrame(frame);
-  } else {
+  if (!isPlain_ || source.linkType != DLT_EN10MB) {
     takeByStages(frame, source, captured, now);
+  } else if (options_.ipv6 && isPlainIpv6(ethernetHeader(frame), frame)) {
+    takePlainIpv6Frame(frame, {captured, now, source.zone});
+  } else {
+    takePlainFrame(frame);
   }
+}
+
+// Not inlined, as takeByStages().
+void NetworkStack::takePlainIpv6Frame(std::span<std::uint8_t> frame, const Arrival& arrival) {
+  const std::size_t offset = plainNetworkOffset(ethernetHeader(frame));
+  const std::size_t length = frame.size() - std::min(frame.size(), offset);
+  takeIpv6Packet({frame, true}, {.offset = offset, .length = length, .isIpv6 = true}, arrival);
 }
 
 // Not inlined: a plain frame would save the registers that only the stages need.

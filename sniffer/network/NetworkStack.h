@@ -25,7 +25,7 @@ struct FrameSource {
 /// Turns captured frames into the datagrams and messages that were sent: removes the link layer and tunnels, drops
 /// duplicates, reassembles fragments and TCP streams, in this order. Each stage after the link layer needs its option.
 /// Without options an Ethernet frame takes the plain path: at most two VLAN tags, IPv4, UDP or TCP. IPv6 packets take
-/// the same stages, if the options include them; they never take the plain path, which ignores lengths.
+/// the same stages, if the options include them, but their lengths are never ignored.
 ///
 /// Each frame is either passed to the sink (as a datagram, as a segment or as refused) or counted: as an unwanted
 /// packet, a duplicate, a held fragment (each fragment except the one that completes its datagram), or a segment of a
@@ -63,6 +63,7 @@ class NetworkStack {
 
   [[gnu::noinline]] void takeByStages(std::span<std::uint8_t> frame, FrameSource source, std::int64_t captured,
                                       std::int64_t now);
+  [[gnu::noinline]] void takePlainIpv6Frame(std::span<std::uint8_t> frame, const Arrival& arrival);
   void takePacket(const Bytes& from, const InnerPacket& packet, const Arrival& arrival);
   void takeIpv6Packet(const Bytes& from, const InnerPacket& packet, const Arrival& arrival);
   template <class Header>
