@@ -48,6 +48,8 @@ class Device {
     int snapLength = kSnapLength;
     std::shared_ptr<FanoutGroup> group;  ///< null: the device gets all frames; else capture is immediate
     bool isFirst = true;                 ///< makes the group, and logs for all of it
+    std::uint16_t zone = 0;              ///< see getZone()
+    bool decapsulate = false;            ///< PPP is a supported link layer
   };
 
   Device() = default;
@@ -80,6 +82,9 @@ class Device {
 
   /// The link layer of the frames, one of libpcap's DLT_ values.
   int getLinkType() const { return handle_ != nullptr ? pcap_datalink(handle_) : DLT_EN10MB; }
+
+  /// The number of the device, by which link-local addresses on different devices differ.
+  std::uint16_t getZone() const { return mode_.zone; }
 
   /// Reads frames and passes each to `callback`, with a null user argument. Ends after `count` frames since the device
   /// was last opened (-1: no limit), at the end of the file, on an error or on breakLoop(). Returns the result of

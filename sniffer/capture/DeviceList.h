@@ -81,6 +81,7 @@ class DeviceList {
   };
 
   bool add(const std::string& name);
+  std::uint16_t zoneOf(int i) const;
   void addSockets(int i, int threads, const TunnelPorts& tunnels);
   void openSockets(int i, Device::Mode mode);
   void setSocketFilters(int i, const std::string& filter);

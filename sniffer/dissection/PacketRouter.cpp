@@ -72,11 +72,11 @@ void PacketRouter::configure(const Settings& settings, FanOut* fanOut) {
 
 // ---- frames ----
 
-void PacketRouter::takeFrame(const pcap_pkthdr& header, u_char* frame, int linkType, const CaptureStamp& stamp) {
+void PacketRouter::takeFrame(const pcap_pkthdr& header, u_char* frame, FrameSource source, const CaptureStamp& stamp) {
   stamp_ = stamp;
   if (followsStreams_) classifier_.h323Parser().beginSegment();
   const std::int64_t time = std::int64_t{header.ts.tv_sec} * 1'000'000 + header.ts.tv_usec;
-  network_->takeFrame({frame, header.len}, linkType, time, isPlain_ ? 0 : clock_.at(time, monotonic()));
+  network_->takeFrame({frame, header.len}, source, time, isPlain_ ? 0 : clock_.at(time, monotonic()));
 }
 
 void PacketRouter::expire() {
@@ -153,10 +153,6 @@ void PacketRouter::takeTpkt(const FlowEnds& ends, Octets tpkt, std::int64_t capt
 void PacketRouter::takeSipMessage(const FlowEnds& ends, Octets message, std::int64_t captured) {
   countIpv6(ends);
   make(ends, message);
-  if (made_.size() > kMaxForwardedFrame) {  // the network stack refuses what is too long for IPv4
-    refuseMessage(ends, message.size());
-    return;
-  }
   const std::size_t length = made_.size();
   made_.resize(length + kFrameSlack);
   // The framing of the stream accepts a start line with any URI. Without the setting, only requests to sip: URIs are

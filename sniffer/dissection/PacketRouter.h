@@ -35,9 +35,9 @@ class PacketRouter final : private NetworkSink {
   /// Returns the classifier, which this object owns.
   Classifier& classifier() { return classifier_; }
 
-  /// Takes one captured frame of `header.len` bytes with a link layer of `linkType` (libpcap's DLT_ value). Writes to
-  /// the frame. kFrameSlack zeroed bytes must follow it. It must stay valid until flush().
-  void takeFrame(const pcap_pkthdr& header, u_char* frame, int linkType, const CaptureStamp& stamp);
+  /// Takes one captured frame of `header.len` bytes. Writes to the frame. kFrameSlack zeroed bytes must follow it. It
+  /// must stay valid until flush().
+  void takeFrame(const pcap_pkthdr& header, u_char* frame, FrameSource source, const CaptureStamp& stamp);
 
   /// Does the work that is due in the network stack while no frame arrives: early segments may be forwarded.
   void expire();

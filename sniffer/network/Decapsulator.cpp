@@ -151,9 +151,7 @@ class Walk {
 
   std::uint16_t pppProtocol() {
     const unsigned protocol = reader_.peek() % 2 == 1 ? reader_.u8() : reader_.u16();  // one byte when it is compressed
-    if (protocol == 0x0021) return kEtherIpv4;
-    if (protocol == 0x0057) return kEtherIpv6;
-    return protocol == 0x0281 ? kEtherMpls : kNothing;
+    return etherTypeOfPpp(protocol);
   }
 
   /// PPP in a tunnel, with or without the bytes of address and control.

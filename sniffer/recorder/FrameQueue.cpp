@@ -66,7 +66,7 @@ bool FrameQueue::isLate(std::size_t frame) const {
 SnifferPacket FrameQueue::front() {
   const SnifferPacket frame = oldest();
   if (!isLate(0)) return frame;
-  timeFrame_.write(frame.payload, stamps_.front().captured);
+  timeFrame_.write(frame.payload, stamps_.front().seen);
   return {timeFrame_.length(), timeFrame_.data()};
 }
 

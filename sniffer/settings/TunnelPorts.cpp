@@ -69,19 +69,6 @@ std::string TunnelPorts::addOfSite(const std::string& entry) {
   return {};
 }
 
-Tunnel TunnelPorts::at(std::uint16_t port) const {
-  for (const Entry& entry : entries_) {
-    if (entry.port == port) return entry.tunnel;
-  }
-  return Tunnel::kNone;
-}
-
-Tunnel TunnelPorts::find(std::uint16_t source, std::uint16_t destination) const {
-  if (const Tunnel tunnel = at(destination); tunnel != Tunnel::kNone) return tunnel;
-  const Tunnel tunnel = at(source);
-  return tunnel == Tunnel::kGtp || tunnel == Tunnel::kL2tp ? tunnel : Tunnel::kNone;
-}
-
 void TunnelPorts::add(Tunnel tunnel, std::uint16_t port) {
   entries_.push_back({tunnel, port});
   lowOctets_[port & 0xFF] = true;
