@@ -38,6 +38,9 @@ final class Destinations {
   private static final int LAST_RTCP = 223;
   /** While a stream continues at a destination of one call, its fit is computed once in this time. */
   private static final long CHECK_MILLIS = 1000;
+  /** A destination with media that the signalling no longer describes is kept this long: the message may be forged. */
+  private static final long WITHDRAWN_MILLIS = 60_000;
+  private static final int MAX_WITHDRAWN = 8;
   private static final int MAX_REPEATS = 3;
   private static final long REPEAT_MILLIS = 1000;
 
@@ -123,6 +126,11 @@ final class Destinations {
 
     boolean isFlowing(Moment now) {
       return isRecent(last, now);
+    }
+
+    /** Whether media may go on after the signalling has withdrawn the destination. */
+    boolean mayGoOn(Moment now) {
+      return now.steady() - last < (use.leg().isRetired() ? Leg.SILENCE_MILLIS : WITHDRAWN_MILLIS);
     }
 
     private static boolean isRecent(long steady, Moment now) {
@@ -274,7 +282,7 @@ final class Destinations {
 
   /**
    * Replaces the destinations of a call. New ones are requested before old ones are dismissed. Media overrules the
-   * signalling: an old one with flowing media is dismissed by {@link #tick} after that media has stopped.
+   * signalling: an old one that has received media is dismissed by {@link #tick} after that media has stopped.
    */
   void update(Call call, Map<Endpoint, Call.Use> wanted, Moment now) {
     OfCall own = ofCalls.computeIfAbsent(call, any -> new OfCall());
@@ -299,12 +307,17 @@ final class Destinations {
   private void withdraw(OfCall own, Endpoint endpoint, Call call, Moment now) {
     Entry entry = entries.get(endpoint);
     Claim claim = entry == null ? null : entry.claim(call);
-    if (claim != null && claim.isFlowing(now)) {
+    if (claim != null && claim.mayGoOn(now)) {
       own.withdrawn.put(endpoint, claim);
       claim.withdrawn = now;
       withdrawing.add(call);
     } else {
       release(endpoint, call, now);
+    }
+    if (own.withdrawn.size() > MAX_WITHDRAWN) {
+      Claim oldest = Collections.min(own.withdrawn.values(), Comparator.comparingLong(old -> old.last));
+      own.withdrawn.remove(oldest.endpoint);
+      release(oldest.endpoint, call, now);
     }
   }
 
@@ -331,7 +344,7 @@ final class Destinations {
   void tick(Moment now) {
     withdrawing.removeIf(call -> {
       Map<Endpoint, Claim> withdrawn = ofCalls.get(call).withdrawn;
-      List<Claim> silent = withdrawn.values().stream().filter(claim -> !claim.isFlowing(now)).toList();
+      List<Claim> silent = withdrawn.values().stream().filter(claim -> !claim.mayGoOn(now)).toList();
       silent.forEach(claim -> {
         withdrawn.remove(claim.endpoint);
         release(claim.endpoint, call, now);
