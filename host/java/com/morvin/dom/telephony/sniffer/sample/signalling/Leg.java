@@ -97,6 +97,11 @@ public class Leg {
     retired = true;
   }
 
+  /** Takes {@link #retire} back: the end was not that of the parties. */
+  final void revive() {
+    retired = false;
+  }
+
   /** Whether the leg has ended while others of its call continue. */
   final boolean isRetired() {
     return retired;

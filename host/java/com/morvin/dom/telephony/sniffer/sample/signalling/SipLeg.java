@@ -23,6 +23,8 @@ final class SipLeg extends Leg {
   private static final int MAX_TAGS = 64;
   private static final int MAX_DESTINATIONS = 64;
   private static final int MAX_BYTES = 64 << 10;
+  private static final int MAX_OFFERS = 2;
+  private static final int MAX_OFFER_BYTES = 4 << 10;
   private static final int LEG_BYTES = 4000;
   private static final int ENTRY_BYTES = 200;
 
@@ -310,6 +312,7 @@ final class SipLeg extends Leg {
         cancelEnd();
         if (!isAnswered) {
           isAnswered = true;
+          revive();
           forgetUnanswered(response.to().tag());
         }
         if (answered.size() < MAX_TAGS && !participants.isCaller(response.to().tag())) {
@@ -468,15 +471,29 @@ final class SipLeg extends Leg {
 
   /** Returns what is known about the INVITEs, to recognise repeated ones after the end of the leg. */
   Attempt attempt(Moment end) {
-    return new Attempt(lastInvite, branches, end, isAnswered);
+    Map<PartyMedia.Id, PartyMedia> offers = new LinkedHashMap<>();
+    if (!isAnswered) {
+      parties.entrySet().stream().filter(party -> participants.isCaller(party.getKey().tag()))
+          .filter(party -> party.getValue().size() <= MAX_OFFER_BYTES).limit(MAX_OFFERS)
+          .forEach(party -> offers.put(party.getKey(), party.getValue()));
+    }
+    return new Attempt(lastInvite, branches, end, isAnswered, offers);
+  }
+
+  /** Takes over the offers of an attempt that seemed to have failed. */
+  void resume(Attempt attempt) {
+    parties.putAll(attempt.offers);
   }
 
   /**
    * The INVITEs of an ended leg: the last CSeq, the branches, and the time of the end. A sender may repeat an INVITE,
    * and another sniffer may deliver it late. An INVITE on another branch is a new attempt, although a forking proxy
    * keeps Call-ID and CSeq.
+   *
+   * @param offers the media of the caller, when the attempt was not answered
    */
-  record Attempt(long invite, Set<String> branches, Moment end, boolean isAnswered) {
+  record Attempt(long invite, Set<String> branches, Moment end, boolean isAnswered,
+      Map<PartyMedia.Id, PartyMedia> offers) {
     boolean isFollowedBy(SipMessage message, Moment now) {
       boolean known = message.branch().isEmpty() ? message.cseq() <= invite : branches.contains(message.branch());
       boolean late = now.since(end) < BYE_TIMEOUT_MILLIS && (known || message.cseq() < invite);
