@@ -468,6 +468,13 @@ final class Destinations {
     return best.use;
   }
 
+  /** Whether a destination has received media of a call. */
+  boolean hasMedia(Endpoint endpoint, Call call) {
+    Entry entry = entries.get(endpoint);
+    Claim claim = entry == null ? null : entry.claim(call);
+    return claim != null && claim.last != Claim.NEVER;
+  }
+
   /** Returns the use of a destination that only one call uses, or else null. */
   Call.Use peek(long destination) {
     Entry entry = byKey.get(destination);

@@ -28,6 +28,8 @@ public class Leg {
   private final String callee;
   private final Moment start;
   private Ending ending;
+  /** How a dialog of the leg has ended while others go on; null when none has. */
+  private String endingOfPart;
   /** The steady time of the last packet. */
   private long media = NO_MEDIA;
   private boolean turned;
@@ -125,6 +127,17 @@ public class Leg {
   /** Cancels {@link #end}. */
   final void cancelEnd() {
     ending = null;
+  }
+
+  /** Records that a dialog of the leg has ended while others go on. */
+  final void endInPart(String how) {
+    cancelEnd();
+    endingOfPart = how;
+  }
+
+  /** Returns how the leg or a part of it has ended; null when none has. */
+  final String endSoFar(Moment now) {
+    return isHungUp(now) ? ending.how : endingOfPart;
   }
 
   /** Returns the scheduled end; null when none is scheduled. */

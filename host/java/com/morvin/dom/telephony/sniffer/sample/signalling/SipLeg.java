@@ -50,8 +50,8 @@ final class SipLeg extends Leg {
   private final Set<String> branches = new HashSet<>();
   private final Set<String> ringing = new LinkedHashSet<>();
   private final Set<String> cancelled = new HashSet<>();
-  /** The CSeq of the last pressed key of each tag. */
-  private final BoundedMap<String, Long> lastKeys = new BoundedMap<>(MAX_TAGS);
+  /** The CSeq and the tags of the last pressed keys. */
+  private final BoundedMap<String, Boolean> lastKeys = new BoundedMap<>(MAX_TAGS);
   private final String sessionId;
   /** The hosts that have sent and received the INVITE, on the first hop and on all hops. */
   private final Address calling;
@@ -265,10 +265,13 @@ final class SipLeg extends Leg {
         sender.offer(request);
       }
       case "UPDATE", "PRACK" -> sender.offer(request);
-      case "ACK" -> request.sdp().filter(sdp -> sender.isCurrent(request)).ifPresent(sdp -> {
-        sender.agree(sdp);
-        party(request.to(), frame.destination(), false).decide(sender);
-      });
+      case "ACK" -> {
+        if (request.sdp().isPresent() && !sender.hasSent(request)) {
+          sender.sent(request);
+          sender.agree(request);
+          party(request.to(), frame.destination(), false).decide(sender);
+        }
+      }
       case "CANCEL" -> {
         cancelled.add(request.branch());
         if (!isAnswered && cancelled.containsAll(ringing)) {
@@ -290,19 +293,17 @@ final class SipLeg extends Leg {
   private void followResponse(SipMessage response, Frame frame, Moment now) {
     PartyMedia answerer =
         party(response.to(), frame.source(), response.isSuccess() || response.sdp().isPresent());
-    if (answerer.hasAnswered(response)) {
-      return;  // a retransmission
+    if (answerer.hasSent(response)) {
+      return;
     }
     if (response.isSuccess()) {
-      answerer.answered(response);
+      answerer.sent(response);
       followSuccess(response, frame, answerer, now);
     } else if (response.isFailure()) {
       followFailure(response, frame, now);
     } else if (response.method().equals("INVITE")) {
-      response.sdp().ifPresent(sdp -> {
-        answerer.propose(sdp);
-        party(response.from(), frame.destination(), false).decide(answerer);
-      });
+      answerer.propose(response);
+      party(response.from(), frame.destination(), false).decide(answerer);
     }
   }
 
@@ -318,6 +319,7 @@ final class SipLeg extends Leg {
         if (answered.size() < MAX_TAGS && !participants.isCaller(response.to().tag())) {
           answered.add(response.to().tag());
         }
+        participants.keepCallee(response.to().tag());
         ringing.clear();
         applyAnswer(response, frame, answerer);
       }
@@ -333,10 +335,10 @@ final class SipLeg extends Leg {
   private void applyAnswer(SipMessage response, Frame frame, PartyMedia answerer) {
     PartyMedia offerer = party(response.from(), frame.destination(), false);
     if (!isAnswered) {
-      response.sdp().ifPresent(answerer::propose);
+      answerer.propose(response);
     } else {
-      response.sdp().ifPresentOrElse(answerer::agree, answerer::agreeToProposal);
-      offerer.agreeToProposal();
+      answerer.agree(response);
+      offerer.agreeToProposal(response);
     }
     offerer.decide(answerer);
   }
@@ -350,14 +352,15 @@ final class SipLeg extends Leg {
     switch (response.method()) {
       case "INVITE" -> {
         if (isAnswered) {
-          party(response.from(), frame.destination(), false).withdrawProposal();
-        } else if (response.cseq() >= lastInvite && ringing.remove(response.branch()) && ringing.isEmpty()) {
+          party(response.from(), frame.destination(), false).withdrawProposal(response);
+        } else if ((!response.branch().isEmpty() || response.cseq() >= lastInvite)
+            && ringing.remove(response.branch()) && ringing.isEmpty()) {
           boolean isCancelled = cancelled.contains(response.branch());
           String how = isCancelled ? "cancelled" : "failed: " + response.status() + " " + response.reason();
           end(how, now, isCancelled || !isWorthRetrying(response.status()) ? 0 : RETRY_MILLIS);
         }
       }
-      case "UPDATE", "PRACK" -> party(response.from(), frame.destination(), false).withdrawProposal();
+      case "UPDATE", "PRACK" -> party(response.from(), frame.destination(), false).withdrawProposal(response);
       case "BYE" -> {
         if (response.status() == 408 || response.status() == 481) {
           endDialog(response, now);
@@ -384,7 +387,7 @@ final class SipLeg extends Leg {
     answered.remove(callee);
     if (!answered.isEmpty()) {
       parties.keySet().removeIf(party -> party.tag().equals(callee));
-      cancelEnd();
+      endInPart("hung up by " + nameOf(byeResponse.from()));
     } else if (!requests.containsKey(transaction(byeResponse))) {
       hangUp(byeResponse, now, BYE_TIMEOUT_MILLIS);
     } else {
@@ -427,12 +430,8 @@ final class SipLeg extends Leg {
 
   /** Whether a request reports a pressed key that was not reported before, on another hop or by another sniffer. */
   boolean hasNewKey(SipMessage request) {
-    if (request.digits().isEmpty() || !request.isRequest("INFO")
-        || request.cseq() <= lastKeys.getOrDefault(request.from().tag(), -1L)) {
-      return false;
-    }
-    lastKeys.put(request.from().tag(), request.cseq());
-    return true;
+    return !request.digits().isEmpty() && request.isRequest("INFO")
+        && lastKeys.put(request.cseq() + " " + request.from().tag(), true) == null;
   }
 
   /** Returns the direction of media sent by a party. */

@@ -14,6 +14,8 @@ final class SipParticipants {
   /** The tags of the caller: several when an INVITE is sent again with credentials or forwarded with another tag. */
   private final Set<String> callers = new HashSet<>();
   private final BoundedMap<String, Boolean> callees = new BoundedMap<>(MAX_TAGS);
+  /** The tags of callees that have answered: others cannot push them out of {@link #callees}. */
+  private final Set<String> answered = new HashSet<>();
   private final Set<Address> hosts = new HashSet<>();
 
   /** Adds a tag of the caller. */
@@ -27,6 +29,13 @@ final class SipParticipants {
   void addCallee(String tag) {
     if (!tag.isEmpty() && !callers.contains(tag)) {
       callees.putLast(tag, true);
+    }
+  }
+
+  /** Keeps the tag of a callee that has answered. */
+  void keepCallee(String tag) {
+    if (answered.size() < MAX_TAGS && isCallee(tag)) {
+      answered.add(tag);
     }
   }
 
@@ -51,7 +60,7 @@ final class SipParticipants {
 
   /** Whether a tag is that of a party. */
   boolean isParty(String tag) {
-    return callers.contains(tag) || callees.containsKey(tag);
+    return callers.contains(tag) || callees.containsKey(tag) || answered.contains(tag);
   }
 
   /** Whether a frame passes between hosts that take part. */
@@ -68,6 +77,6 @@ final class SipParticipants {
 
   /** While no response was seen, any tag can be that of the callee. */
   private boolean isCallee(String tag) {
-    return callees.containsKey(tag) || callees.isEmpty() && !tag.isEmpty();
+    return callees.containsKey(tag) || answered.contains(tag) || callees.isEmpty() && !tag.isEmpty();
   }
 }
