@@ -92,14 +92,17 @@ final class SipLeg extends Leg {
     }
   }
 
-  /** Whether a message answers an INVITE and describes media: a response, or an ACK to an offer in the response. */
+  /**
+   * Whether a leg can begin with a message because its INVITE was not seen. The message describes media. It is a
+   * provisional or successful response to the INVITE, or the ACK that answers an offer in such a response.
+   */
   static boolean canBegin(SipMessage message) {
     boolean answers = message.isRequest("ACK")
         || !message.isRequest() && !message.isFailure() && message.method().equals("INVITE");
     return answers && message.sdp().isPresent() && !message.from().tag().isEmpty() && !message.to().tag().isEmpty();
   }
 
-  /** Whether a message says that an INVITE was accepted. */
+  /** Whether a message that can begin a leg shows that the INVITE was accepted. */
   static boolean isAnswer(SipMessage message) {
     return message.isSuccess() || message.isRequest("ACK");
   }
