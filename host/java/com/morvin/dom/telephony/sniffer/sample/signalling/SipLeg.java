@@ -8,6 +8,7 @@ import java.util.LinkedHashMap;
 import java.util.LinkedHashSet;
 import java.util.Map;
 import java.util.Set;
+import java.util.function.Function;
 import java.util.stream.Stream;
 
 /**
@@ -452,23 +453,26 @@ final class SipLeg extends Leg {
     if (destinations == null) {
       destinations = new LinkedHashMap<>();
       described.clear();
-      parties.forEach(this::collect);
+      collect(media -> media.rtp().stream());
+      collect(media -> media.rtcp().stream());
+      collect(media -> media.alternatives().stream());
+      parties.forEach((id, party) -> party.descriptions().flatMap(sdp -> sdp.media().stream())
+          .flatMap(media -> media.rtp().stream()).filter(destinations::containsKey)
+          .forEach(rtp -> described.add(new Described(id.address(), rtp))));
     }
     return destinations;
   }
 
-  private void collect(PartyMedia.Id id, PartyMedia party) {
-    Direction direction = Direction.to(isOnCallerSide(id.tag()));
-    party.descriptions().flatMap(sdp -> sdp.media().stream()).filter(media -> destinations.size() < MAX_DESTINATIONS)
-        .forEach(media -> {
-          Call.Use use = new Call.Use(call, this, direction, media);
-          media.rtp().ifPresent(endpoint -> {
-            destinations.put(endpoint, use);
-            described.add(new Described(id.address(), endpoint));
-          });
-          media.rtcp().ifPresent(endpoint -> destinations.putIfAbsent(endpoint, use));
-          media.alternatives().forEach(endpoint -> destinations.putIfAbsent(endpoint, use));
-        });
+  /**
+   * Adds addresses of all media. Those that all telephones use come first, so that a forged description with many
+   * others cannot take their places. An agreed description goes before a proposed one of the same address.
+   */
+  private void collect(Function<Sdp.Media, Stream<Endpoint>> addresses) {
+    parties.forEach((id, party) -> party.descriptions().flatMap(sdp -> sdp.media().stream()).forEach(media -> {
+      Call.Use use = new Call.Use(call, this, Direction.to(isOnCallerSide(id.tag())), media);
+      addresses.apply(media).filter(endpoint -> destinations.size() < MAX_DESTINATIONS)
+          .forEach(endpoint -> destinations.putIfAbsent(endpoint, use));
+    }));
   }
 
   /** Returns what is known about the INVITEs, to recognise repeated ones after the end of the leg. */
