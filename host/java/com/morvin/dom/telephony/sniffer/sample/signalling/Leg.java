@@ -28,7 +28,7 @@ public class Leg {
   private final String callee;
   private final Moment start;
   private Ending ending;
-  /** How a dialog of the leg has ended while others go on; null when none has. */
+  /** How a dialog of the leg has or may have ended while the leg goes on; null when none has. */
   private String endingOfPart;
   /** The steady time of the last packet. */
   private long media = NO_MEDIA;
@@ -129,7 +129,7 @@ public class Leg {
     ending = null;
   }
 
-  /** Records that a dialog of the leg has ended while others go on. */
+  /** Records that a dialog of the leg has ended while others go on, or that it may have ended. */
   final void endInPart(String how) {
     cancelEnd();
     endingOfPart = how;

@@ -20,6 +20,7 @@ final class PartyMedia {
 
   // Limits against hostile traffic.
   private static final int MAX_DESCRIPTIONS = 8;
+  private static final int MAX_BYTES = 16 << 10;
   private static final int MAX_KNOWN = 16;
   private static final int PARTY_BYTES = 600;
   private static final int KNOWN_BYTES = 150;
@@ -104,7 +105,14 @@ final class PartyMedia {
     List<Described> all = new ArrayList<>(old);
     all.remove(description);
     all.add(description);
-    return all.subList(Math.max(0, all.size() - MAX_DESCRIPTIONS), all.size());
+    while (all.size() > MAX_DESCRIPTIONS || all.size() > 1 && bytes(all) > MAX_BYTES) {
+      all.remove(0);
+    }
+    return all;
+  }
+
+  private static int bytes(List<Described> descriptions) {
+    return descriptions.stream().mapToInt(description -> description.sdp.size()).sum();
   }
 
   /** Applies what the other party has answered to the descriptions of this one. */
@@ -122,8 +130,7 @@ final class PartyMedia {
 
   /** Returns the approximate memory of the party in bytes. */
   int size() {
-    return PARTY_BYTES + KNOWN_BYTES * known.size()
-        + Stream.concat(agreed.stream(), proposed.stream()).mapToInt(description -> description.sdp.size()).sum();
+    return PARTY_BYTES + KNOWN_BYTES * known.size() + bytes(agreed) + bytes(proposed);
   }
 
   /** Returns the valid descriptions: the agreed ones before the proposed ones. */

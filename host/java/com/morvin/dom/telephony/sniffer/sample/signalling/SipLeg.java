@@ -3,6 +3,7 @@ package com.morvin.dom.telephony.sniffer.sample.signalling;
 import com.morvin.dom.telephony.sniffer.sample.transport.Address;
 import com.morvin.dom.telephony.sniffer.sample.transport.Endpoint;
 import com.morvin.dom.telephony.sniffer.sample.transport.Frame;
+import java.util.Comparator;
 import java.util.HashSet;
 import java.util.LinkedHashMap;
 import java.util.LinkedHashSet;
@@ -247,8 +248,9 @@ final class SipLeg extends Leg {
       return fits && known && participants.include(frame);
     }
     if (fits && response.method().equals("INVITE")) {
-      participants.addHosts(response, frame);
+      participants.keepCaller(response.from().tag());
       participants.addCallee(response.to().tag());
+      participants.addHosts(response, frame);
     }
     return fits;
   }
@@ -323,7 +325,6 @@ final class SipLeg extends Leg {
         if (answered.size() < MAX_TAGS && !participants.isCaller(response.to().tag())) {
           answered.add(response.to().tag());
         }
-        participants.keepCallee(response.to().tag());
         ringing.clear();
         applyAnswer(response, frame, answerer);
       }
@@ -369,7 +370,7 @@ final class SipLeg extends Leg {
         if (response.status() == 408 || response.status() == 481) {
           endDialog(response, now);
         } else {
-          cancelEnd();  // usually the party must send credentials first
+          endInPart("hung up by " + nameOf(response.from()));  // usually the party must send credentials first
         }
       }
       default -> { }
@@ -406,12 +407,12 @@ final class SipLeg extends Leg {
   @Override
   int size() {
     int entries = requests.size() + branches.size() + ringing.size() + called.size() + described.size();
-    return LEG_BYTES + ENTRY_BYTES * entries + parties.values().stream().mapToInt(PartyMedia::size).sum();
+    return LEG_BYTES + ENTRY_BYTES * entries + partyBytes();
   }
 
   /**
    * Returns the media of a party. A party without a description is not kept, because a group of ringing telephones
-   * makes many of them. When there are too many parties, an unanswered one is removed.
+   * makes many of them. When there are too many parties, one without an answer is removed.
    *
    * @param matters whether the party is kept
    */
@@ -422,14 +423,23 @@ final class SipLeg extends Leg {
       return media;
     }
     media = new PartyMedia();
-    if (parties.size() == MAX_PARTIES && matters) {
-      parties.keySet().stream().filter(old -> !answered.contains(old.tag()) && !participants.isCaller(old.tag()))
-          .findFirst().ifPresent(parties::remove);
-    }
-    if (matters && parties.size() < MAX_PARTIES && size() < MAX_BYTES) {
+    if (matters) {
+      while (parties.size() == MAX_PARTIES || partyBytes() >= MAX_BYTES) {
+        parties.keySet().stream().min(Comparator.comparingInt(this::rank)).ifPresent(parties::remove);
+      }
       parties.put(id, media);
     }
     return media;
+  }
+
+  private int partyBytes() {
+    return parties.values().stream().mapToInt(PartyMedia::size).sum();
+  }
+
+  /** Returns the rank of a party: the oldest one with the lowest rank makes room. Its media may go on. */
+  private int rank(PartyMedia.Id party) {
+    boolean isCaller = participants.isCaller(party.tag());
+    return isCaller && participants.isKept(party.tag()) ? 2 : !isCaller && answered.contains(party.tag()) ? 1 : 0;
   }
 
   /** Whether a request reports a pressed key that was not reported before, on another hop or by another sniffer. */
