@@ -3,6 +3,7 @@ package com.morvin.dom.telephony.sniffer.sample.signalling;
 import com.morvin.dom.telephony.sniffer.sample.transport.Address;
 import java.util.ArrayList;
 import java.util.List;
+import java.util.Optional;
 import java.util.stream.Stream;
 
 /**
@@ -75,8 +76,24 @@ final class PartyMedia {
     message.sdp().ifPresent(sdp -> proposed = added(proposed, new Described(sdp, message.cseq(), false)));
   }
 
-  /** Makes the description of an answer the agreed one, or else what was proposed with its CSeq. */
-  void agree(SipMessage answer) {
+  /** Whether this party has sent an INVITE without a description, which the ACK then has. */
+  boolean hasSentInvite(long cseq) {
+    return known.containsKey("0 INVITE " + cseq + " " + Optional.empty().hashCode());
+  }
+
+  /**
+   * Makes the description of an answer the agreed one, or else what was proposed with its CSeq. An answer to a request
+   * that was not seen does not replace an agreed one: both are valid.
+   */
+  void answer(SipMessage answer, boolean isExpected) {
+    if (isExpected || agreed.isEmpty()) {
+      agree(answer);
+    } else {
+      propose(answer);
+    }
+  }
+
+  private void agree(SipMessage answer) {
     if (answer.sdp().isEmpty()) {
       agreeToProposal(answer);
       return;

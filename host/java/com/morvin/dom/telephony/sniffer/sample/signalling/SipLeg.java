@@ -203,7 +203,7 @@ final class SipLeg extends Leg {
 
   /** Returns the key of a transaction on one hop. */
   private static String transaction(SipMessage message) {
-    return message.method() + " " + (message.branch().isEmpty() ? message.cseq() : message.branch());
+    return message.method() + " " + message.cseq() + " " + message.branch();
   }
 
   private boolean fitsRequest(SipMessage request, Frame frame) {
@@ -274,7 +274,7 @@ final class SipLeg extends Leg {
       case "ACK" -> {
         if (request.sdp().isPresent() && !sender.hasSent(request)) {
           sender.sent(request);
-          sender.agree(request);
+          sender.answer(request, sender.hasSentInvite(request.cseq()));
           party(request.to(), frame.destination(), false).decide(sender);
         }
       }
@@ -342,7 +342,7 @@ final class SipLeg extends Leg {
     if (!isAnswered) {
       answerer.propose(response);
     } else {
-      answerer.agree(response);
+      answerer.answer(response, requests.containsKey(transaction(response)));
       offerer.agreeToProposal(response);
     }
     offerer.decide(answerer);
