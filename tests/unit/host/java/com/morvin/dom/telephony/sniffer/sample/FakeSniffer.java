@@ -202,6 +202,7 @@ final class FakeSniffer implements Transport {
 
   /** Sets the state of the disk: "full", "small", "broken", "stalled" or "good". */
   void disk(String state) {
+    shares.forEach(other -> other.disk(state));
     if (fits > 0 && stalled.getCount() == 0) {
       awaitDisk();
     }
