@@ -29,6 +29,8 @@ public final class RecorderLoad {
   private static final int FRAME = Frame.HEADER + RTP_HEADER + Speech.SIZE;
   private static final int FIRST_PORT = 4000;
   private static final int PORTS = 8;
+  /** The periods until a call is answered. */
+  private static final int ANSWER = 10;
   private static final long PERIOD_NANOS = TimeUnit.MILLISECONDS.toNanos(20);
   private static final long LATE_NANOS = TimeUnit.MILLISECONDS.toNanos(5);
   /** The packets of a period are spread over this number of turns. */
@@ -119,8 +121,7 @@ public final class RecorderLoad {
     void begin() throws IOException {
       call++;
       sip(true, "INVITE sip:b@load SIP/2.0", "1 INVITE", true);
-      sip(false, "SIP/2.0 200 OK", "1 INVITE", true);
-      sent = 0;
+      sent = -ANSWER;
     }
 
     void end() throws IOException {
@@ -129,15 +130,15 @@ public final class RecorderLoad {
     }
 
     /** Sends a packet. A frame with its time of capture goes before a late one, as a sniffer does it. */
-    private void rtp(int to, int from) throws IOException {
+    private void rtp(int to, int from, int packet) throws IOException {
       if (exact || late) {
         header(Frame.CAPTURE_TIME, Frame.HEADER + Long.BYTES, to, from, port());
         out.putLong(captured);
         frames--;
       }
       header(Frame.RTP, FRAME, to, from, port());
-      out.putShort((short) 0x8008).putShort((short) sent).putInt(sent * Speech.SIZE).putInt(call);
-      Speech.write(from, call, sent, bytes, out.position());
+      out.putShort((short) 0x8008).putShort((short) packet).putInt(packet * Speech.SIZE).putInt(call);
+      Speech.write(from, call, packet, bytes, out.position());
       out.position(out.position() + Speech.SIZE);
       media++;
     }
@@ -149,9 +150,13 @@ public final class RecorderLoad {
         end();
         begin();
       }
-      rtp(callee, caller);
-      rtp(caller, callee);
-      sent++;
+      if (sent == 0) {
+        sip(false, "SIP/2.0 200 OK", "1 INVITE", true);
+      }
+      if (sent++ >= 0) {
+        rtp(callee, caller, sent - 1);
+        rtp(caller, callee, sent - 1);
+      }
     }
   }
 

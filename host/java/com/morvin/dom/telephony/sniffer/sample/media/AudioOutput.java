@@ -4,6 +4,8 @@ import com.morvin.dom.telephony.sniffer.sample.storage.CallReport;
 import com.morvin.dom.telephony.sniffer.sample.storage.Encoding;
 import com.morvin.dom.telephony.sniffer.sample.storage.ResumedFiles;
 import com.morvin.dom.telephony.sniffer.sample.storage.StereoFile;
+import com.morvin.dom.telephony.sniffer.sample.storage.StoredFile;
+import com.morvin.dom.telephony.sniffer.sample.storage.WavChannel;
 import com.morvin.dom.telephony.sniffer.sample.storage.WavFile;
 import java.io.DataInput;
 import java.io.DataOutput;
@@ -12,8 +14,8 @@ import java.util.ArrayList;
 import java.util.List;
 
 /**
- * A WAV file of one direction, and where its samples are in time. Belongs to the recorder thread. Times are
- * milliseconds since 1970.
+ * The sound of one direction in a WAV file, and where its samples are in time. Belongs to the recorder thread. Times
+ * are milliseconds since 1970.
  *
  * <p>A packet can be late, but never early. So the earliest packets, compared with their place in the file, give the
  * time of a stretch of speech. The clocks of telephones differ by up to some 100 ppm: every ten seconds the earliest
@@ -44,7 +46,7 @@ final class AudioOutput {
 
   private record Gap(long from, long to) {}
 
-  private WavFile file;
+  private WavChannel channel;
   private final String codec;
   private final SavedList<Anchor> anchors = new SavedList<>();
   private final SavedList<Gap> gaps = new SavedList<>();
@@ -64,17 +66,20 @@ final class AudioOutput {
   private Object owner;
   /** What a restored output needs to open its file. */
   private WavFile.Format savedFormat;
+  private int savedFile;
+  private int savedChannel;
+  private long savedStart;
   private long savedSamples;
 
-  AudioOutput(WavFile file, String codec) {
+  AudioOutput(WavChannel channel, String codec) {
     this.codec = codec;
-    if (file != null) {
-      setFile(file);
+    if (channel != null) {
+      setChannel(channel);
     }
   }
 
-  private void setFile(WavFile opened) {
-    file = opened;
+  private void setChannel(WavChannel opened) {
+    channel = opened;
     samplesPerMilli = opened.rate() / 1000;
   }
 
@@ -82,8 +87,8 @@ final class AudioOutput {
     return packets + lastSample + windowPackets;
   }
 
-  WavFile file() {
-    return file;
+  WavChannel channel() {
+    return channel;
   }
 
   long packets() {
@@ -111,18 +116,18 @@ final class AudioOutput {
 
   /** Returns the pause since the last sample in milliseconds, by the clock. */
   long pauseUntil(long now) {
-    return !anchored ? 0 : Math.max(0, Math.min(now - timeOf(file.samples()), MAX_CLOCK_GAP_MILLIS));
+    return !anchored ? 0 : Math.max(0, Math.min(now - timeOf(channel.samples()), MAX_CLOCK_GAP_MILLIS));
   }
 
   /** Returns how much later than its place in the file a packet was captured that follows a pause in milliseconds. */
   long delay(long pause, long time) {
-    return !anchored ? 0 : time - timeOf(file.samples()) - pause;
+    return !anchored ? 0 : time - timeOf(channel.samples()) - pause;
   }
 
   /** Returns the longest pause in milliseconds that RTP timestamps may ask for. */
   long maxPauseAt(long now) {
     long start = anchored ? firstTime : now;
-    return now - start + MAX_LEAD_MILLIS - file.samples() / samplesPerMilli;
+    return now - start + MAX_LEAD_MILLIS - channel.samples() / samplesPerMilli;
   }
 
   /**
@@ -135,11 +140,11 @@ final class AudioOutput {
   void begin(long pause, boolean missing, long time) {
     packets++;
     if (pause > 0 && (missing || interrupted)) {
-      mark(file.samples(), file.samples() + pause);
+      mark(channel.samples(), channel.samples() + pause);
     }
     interrupted = false;
     if (pause > 0) {
-      file.silence(pause);
+      channel.silence(pause);
     }
     align(pause >= PAUSE_MILLIS * samplesPerMilli, time);
   }
@@ -172,7 +177,7 @@ final class AudioOutput {
       long drift = Math.min(windowDelay, PAUSE_MILLIS);
       beginWindow(time);
       if (Math.abs(drift) >= DRIFT_MILLIS) {
-        anchor(timeOf(file.samples()) + drift, true);
+        anchor(timeOf(channel.samples()) + drift, true);
       }
     }
   }
@@ -185,7 +190,7 @@ final class AudioOutput {
 
   private void anchor(long time, boolean joined) {
     if (anchors.size() < MAX_MARKS) {
-      anchors.add(new Anchor(file.samples(), time, joined));
+      anchors.add(new Anchor(channel.samples(), time, joined));
       cacheAnchors();
       beginWindow(time);
     }
@@ -198,6 +203,7 @@ final class AudioOutput {
       lastSample = anchors.last().sample;
       lastTime = anchors.last().time;
       lastJoined = anchors.last().joined;
+      channel.setFirstTime(firstTime);
     }
   }
 
@@ -209,9 +215,9 @@ final class AudioOutput {
 
   /** Describes the file for the report, with or without its name. */
   CallReport.Part part(long callStart, boolean named) {
-    double rate = file.rate();
-    return new CallReport.Part(named ? file.fileName() : "", codec, (anchors.first().time - callStart) / 1000.0,
-        file.samples() / rate,
+    double rate = channel.rate();
+    return new CallReport.Part(named ? channel.file().fileName() : "", codec,
+        (anchors.first().time - callStart) / 1000.0, channel.samples() / rate,
         gaps.items().stream().map(gap -> new CallReport.Gap(gap.from / rate, gap.to / rate)).toList());
   }
 
@@ -221,8 +227,8 @@ final class AudioOutput {
     for (int i = 0; i < anchors.size(); i++) {
       Anchor anchor = anchors.items().get(i);
       Anchor next = i + 1 < anchors.size() ? anchors.items().get(i + 1) : null;
-      long count = (next == null ? file.samples() : next.sample) - anchor.sample;
-      stretches.add(new StereoFile.Stretch(file, anchor.sample, count, anchor.time - callStart,
+      long count = (next == null ? channel.samples() : next.sample) - anchor.sample;
+      stretches.add(new StereoFile.Stretch(channel, anchor.sample, count, anchor.time - callStart,
           next == null ? Long.MAX_VALUE : next.time - callStart, next != null && next.joined));
     }
     return stretches;
@@ -233,11 +239,17 @@ final class AudioOutput {
     return excessMillis;
   }
 
-  void save(DataOutput out, boolean whole) throws IOException {
+  /** Saves the state; the file is in the list, or is added to it. */
+  void save(DataOutput out, boolean whole, List<StoredFile> files) throws IOException {
     out.writeUTF(codec);
-    out.writeByte(file.format().encoding().ordinal());
-    out.writeInt(file.rate());
-    out.writeLong(file.samples());
+    WavFile.Format format = channel.file().format();
+    out.writeByte(format.encoding().ordinal());
+    out.writeInt(format.rate());
+    out.writeByte(format.channels());
+    out.writeInt(Track.number(files, channel.file()));
+    out.writeByte(channel.number());
+    out.writeLong(channel.start());
+    out.writeLong(channel.samples());
     out.writeLong(packets);
     anchors.save(out, whole, (anchor, to) -> {
       to.writeLong(anchor.sample);
@@ -254,7 +266,10 @@ final class AudioOutput {
   static AudioOutput restore(AudioOutput before, DataInput in) throws IOException {
     String codec = in.readUTF();
     AudioOutput audio = before != null ? before : new AudioOutput(null, codec);
-    audio.savedFormat = new WavFile.Format(Encoding.values()[in.readByte()], in.readInt());
+    audio.savedFormat = new WavFile.Format(Encoding.values()[in.readByte()], in.readInt(), in.readByte());
+    audio.savedFile = in.readInt();
+    audio.savedChannel = in.readByte();
+    audio.savedStart = in.readLong();
     audio.savedSamples = in.readLong();
     audio.packets = in.readLong();
     audio.anchors.restore(in, from -> new Anchor(from.readLong(), from.readLong(), from.readBoolean()));
@@ -264,9 +279,9 @@ final class AudioOutput {
 
   /** Opens the file of a restored output. It may hold more samples than the saved state says. */
   void open(ResumedFiles files, String name) throws IOException {
-    setFile(files.wav(name, savedFormat, savedSamples));
+    setChannel(files.wav(savedFile, name, savedFormat, 0).resume(savedChannel, savedStart, savedSamples));
     cacheAnchors();
-    excessMillis = (file.samples() - savedSamples) / samplesPerMilli;
+    excessMillis = (channel.samples() - savedSamples) / samplesPerMilli;
     interrupted = true;
     beginWindow(Long.MIN_VALUE / 2);
   }

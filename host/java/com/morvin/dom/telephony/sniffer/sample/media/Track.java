@@ -8,6 +8,7 @@ import com.morvin.dom.telephony.sniffer.sample.storage.ResumedFiles;
 import com.morvin.dom.telephony.sniffer.sample.storage.StereoFile;
 import com.morvin.dom.telephony.sniffer.sample.storage.Store;
 import com.morvin.dom.telephony.sniffer.sample.storage.StoredFile;
+import com.morvin.dom.telephony.sniffer.sample.storage.WavChannel;
 import com.morvin.dom.telephony.sniffer.sample.storage.WavFile;
 import com.morvin.dom.telephony.sniffer.sample.transport.Frame;
 import java.io.DataInput;
@@ -57,12 +58,19 @@ public final class Track {
   /** RTP timestamp units in a millisecond. They are the same for G.722, which has twice the samples (RFC 3551). */
   private static final int TICKS = 8;
 
+  /** The file of both voices of a call. */
+  public interface SharedFile {
+    /** Returns the channel of this direction for a voice of a format; null when there is none. */
+    WavChannel take(WavFile.Format format);
+  }
+
   /** What is recorded, and how. */
   public record Options(boolean keepsDigits, boolean linear, boolean keepsVoices) {}
 
   private final Store store;
   private final String fileName;
   private final Options options;
+  private final SharedFile shared;
   private final Consumer<PcapFile> begun;
   /** The last one is the one whose packet came last, at the latest when another source's packet came. */
   private final List<Source> sources = new ArrayList<>();
@@ -74,7 +82,8 @@ public final class Track {
   private String undecodedCodec = "";
   private long undecodedFirst;
   private long undecodedLast;
-  private boolean undecodedSaved;
+  /** Its number in the saved list; -1 when there was none. */
+  private int savedUndecoded = -1;
   /** The source of the last packet, with its number: a look-up for each packet is not needed. */
   private Source lastSource;
   private int lastSsrc;
@@ -87,10 +96,12 @@ public final class Track {
    * Makes a track without media.
    *
    * @param fileName the name of its files, without a number and an extension
+   * @param shared has room for the first source
    * @param begun is called for a new capture file, before the media is added
    */
-  public Track(Store store, String fileName, Options options, Consumer<PcapFile> begun) {
+  public Track(Store store, String fileName, Options options, SharedFile shared, Consumer<PcapFile> begun) {
     this.options = options;
+    this.shared = shared;
     this.store = store;
     this.fileName = fileName;
     this.begun = begun;
@@ -125,8 +136,8 @@ public final class Track {
     return switch (step) {
       case 0 -> source.expectedTimestamp;
       case 1 -> source.stream.touch() + source.output.touch();
-      case 2 -> source.stream.touchSeen() + source.output.file().touch();
-      default -> source.output.file().touchBlock();
+      case 2 -> source.stream.touchSeen() + source.output.channel().touch();
+      default -> source.output.channel().touchBlock();
     };
   }
 
@@ -236,7 +247,7 @@ public final class Track {
   /** Passes all recorded media to the disk thread. */
   public void flush() {
     for (AudioOutput output : outputs) {
-      output.file().flush();
+      output.channel().file().flush();
     }
     if (undecoded != null) {
       undecoded.flush();
@@ -257,26 +268,32 @@ public final class Track {
     return lost;
   }
 
-  /** Returns the files in a fixed order. */
-  public List<StoredFile> files() {
-    List<StoredFile> files = new ArrayList<>();
-    addFiles(files);
-    return files;
-  }
-
-  /** Adds the {@link #files} to a list. */
+  /** Adds the files to a list, unless they are there. */
   public void addFiles(List<StoredFile> files) {
     for (AudioOutput output : outputs) {
-      files.add(output.file());
+      number(files, output.channel().file());
     }
     if (undecoded != null) {
-      files.add(undecoded);
+      number(files, undecoded);
     }
+  }
+
+  /** Returns the number of a file in a list, to which it is added if it is not there. */
+  public static int number(List<StoredFile> files, StoredFile file) {
+    int number = files.indexOf(file);
+    if (number < 0) {
+      number = files.size();
+      files.add(file);
+    }
+    return number;
   }
 
   /** Returns remarks for the report. */
   public Set<String> notes() {
-    long missing = files().stream().mapToLong(StoredFile::missing).sum();
+    long missing = undecoded == null ? 0 : undecoded.missing();
+    for (AudioOutput output : outputs) {
+      missing += output.channel().missing();
+    }
     if (missing > 0) {
       note((missing >> 10) + 1 + " KB could not be written: the disk was full or too slow");
     }
@@ -289,12 +306,12 @@ public final class Track {
   /**
    * Describes the track for the report. Called on the disk thread after its files have been written.
    *
-   * @param isNamed whether the files of the voice stay
+   * @param isNamed whether a file stays as one of the voice
    */
-  public CallReport.Voice report(long callStart, boolean isNamed) {
+  public CallReport.Voice report(long callStart, Predicate<WavFile> isNamed) {
     List<CallReport.Part> parts = new ArrayList<>();
-    outputs.stream().filter(output -> output.file().path() != null)
-        .forEach(output -> parts.add(output.part(callStart, isNamed)));
+    outputs.stream().filter(output -> output.channel().file().path() != null)
+        .forEach(output -> parts.add(output.part(callStart, isNamed.test(output.channel().file()))));
     if (undecoded != null && undecoded.path() != null) {
       parts.add(new CallReport.Part(undecoded.fileName(), undecodedCodec, (undecodedFirst - callStart) / 1000.0,
           (undecodedLast - undecodedFirst) / 1000.0, List.of()));
@@ -354,8 +371,8 @@ public final class Track {
     }
 
     private void playAudio(RtpPacket packet) {
-      if (output != null && output.isOwnedBy(this) && output.file().rate() == packet.codec().rate()
-          && !output.file().full()) {
+      if (output != null && output.isOwnedBy(this) && output.channel().rate() == packet.codec().rate()
+          && !output.channel().full()) {
         playInTime(packet);
         return;
       }
@@ -463,8 +480,8 @@ public final class Track {
 
     private boolean isAbandoned(AudioOutput other, int rate) {
       Long before = writtenBefore.get(other);
-      return before != null && other.packets() - before <= STRAGGLERS && !other.file().full()
-          && other.file().rate() == rate && !isInterrupted(other);
+      return before != null && other.packets() - before <= STRAGGLERS && !other.channel().full()
+          && other.channel().rate() == rate && !isInterrupted(other);
     }
 
     /** Whether a burst from another address came while a source writes to a file. */
@@ -483,16 +500,16 @@ public final class Track {
       lostBefore = stream.lost();
       expectedTimestamp = packet.timestamp() + packet.length();
       output.begin(pause * (packet.codec().rate() / 1000) / TICKS, missing, packet.time());
-      writeSamples(packet, output.file());
+      writeSamples(packet, output.channel());
     }
 
-    private void writeSamples(RtpPacket packet, WavFile file) {
+    private void writeSamples(RtpPacket packet, WavChannel channel) {
       switch (packet.codec().kind()) {
-        case PCMA -> file.write(packet.bytes(), packet.offset(), packet.length(), Encoding.A_LAW);
-        case PCMU -> file.write(packet.bytes(), packet.offset(), packet.length(), Encoding.MU_LAW);
+        case PCMA -> channel.write(packet.bytes(), packet.offset(), packet.length(), Encoding.A_LAW);
+        case PCMU -> channel.write(packet.bytes(), packet.offset(), packet.length(), Encoding.MU_LAW);
         default -> {
           g722 = g722 == null ? new G722() : g722;
-          file.write(g722.decode(packet.bytes(), packet.offset(), packet.length()));
+          channel.write(g722.decode(packet.bytes(), packet.offset(), packet.length()));
         }
       }
     }
@@ -536,7 +553,10 @@ public final class Track {
       note("more sources than files");
       return null;
     }
-    AudioOutput output = new AudioOutput(store.wav(fileName, format(codec)), codec.name());
+    WavFile.Format format = format(codec);
+    WavChannel channel = outputs.isEmpty() ? shared.take(format) : null;
+    AudioOutput output = new AudioOutput(channel != null ? channel : store.wav(fileName, format, 0).take(0),
+        codec.name());
     outputs.add(output);
     return output;
   }
@@ -547,15 +567,16 @@ public final class Track {
       case PCMU -> Encoding.MU_LAW;
       default -> Encoding.LINEAR;
     };
-    return new WavFile.Format(encoding, codec.rate());
+    return new WavFile.Format(encoding, codec.rate(), 1);
   }
 
   /**
-   * Saves the state for a restart, without the content of {@link #files}.
+   * Saves the state for a restart, without the content of the files.
    *
    * @param whole whether all of it is saved, or what has changed since the last time
+   * @param files the files of the call, to which those of the track are added
    */
-  public void save(DataOutput out, boolean whole) throws IOException {
+  public void save(DataOutput out, boolean whole, List<StoredFile> files) throws IOException {
     out.writeLong(forgottenReceived);
     out.writeLong(forgottenLost);
     out.writeInt(notes.size());
@@ -565,9 +586,9 @@ public final class Track {
     digits.save(out, whole);
     out.writeInt(outputs.size());
     for (AudioOutput output : outputs) {
-      output.save(out, whole);
+      output.save(out, whole, files);
     }
-    out.writeBoolean(undecoded != null);
+    out.writeInt(undecoded == null ? -1 : number(files, undecoded));
     out.writeUTF(undecodedCodec);
     out.writeLong(undecodedFirst);
     out.writeLong(undecodedLast);
@@ -592,7 +613,7 @@ public final class Track {
         outputs.add(output);
       }
     }
-    undecodedSaved = in.readBoolean();
+    savedUndecoded = in.readInt();
     undecodedCodec = in.readUTF();
     undecodedFirst = in.readLong();
     undecodedLast = in.readLong();
@@ -605,13 +626,13 @@ public final class Track {
     }
   }
 
-  /** Goes on after a restart. The files come in the order of {@link #files}. */
+  /** Goes on after a restart. */
   public void resume(ResumedFiles files) throws IOException {
     for (AudioOutput output : outputs) {
       output.open(files, fileName);
     }
-    if (undecodedSaved) {
-      undecoded = files.pcap(fileName);
+    if (savedUndecoded >= 0) {
+      undecoded = files.pcap(savedUndecoded, fileName);
     }
     sources.forEach(Source::resume);
   }

@@ -262,11 +262,19 @@ public final class Recorder extends Service {
     // The times of a saved call, and those of the frames that are redelivered, are times of day already.
     long skew = restoring != null || transport().redelivers() ? 0 : clock.skew();
     RunningCalls.Journal journal = restoring != null ? restoring.journal() : running.begin();
-    recordings.put(call, new Recording(call, journal, store, skew, options));
+    recordings.put(call, new Recording(call, journal, store, skew, options, sharesFiles()));
     if (restoring == null) {
       console.line(call + "  " + call.protocol() + "  " + Text.printable(call.caller()) + " -> "
           + Text.printable(call.callee()));
     }
+  }
+
+  /**
+   * Whether the voices of a call are written to one file. A restart that rolls files back needs them as they were, so
+   * their content must not be replaced at the end of the call.
+   */
+  private boolean sharesFiles() {
+    return !options.linear() && !options.keepsVoices() && !transport().redelivers();
   }
 
   @Override

@@ -5,12 +5,14 @@ import com.morvin.dom.telephony.sniffer.sample.media.Track;
 import com.morvin.dom.telephony.sniffer.sample.signalling.Call;
 import com.morvin.dom.telephony.sniffer.sample.signalling.Direction;
 import com.morvin.dom.telephony.sniffer.sample.storage.CallReport;
+import com.morvin.dom.telephony.sniffer.sample.storage.Encoding;
 import com.morvin.dom.telephony.sniffer.sample.storage.PcapFile;
 import com.morvin.dom.telephony.sniffer.sample.storage.Reports;
 import com.morvin.dom.telephony.sniffer.sample.storage.ResumedFiles;
 import com.morvin.dom.telephony.sniffer.sample.storage.RunningCalls;
 import com.morvin.dom.telephony.sniffer.sample.storage.Store;
 import com.morvin.dom.telephony.sniffer.sample.storage.StoredFile;
+import com.morvin.dom.telephony.sniffer.sample.storage.WavChannel;
 import com.morvin.dom.telephony.sniffer.sample.storage.WavFile;
 import com.morvin.dom.telephony.sniffer.sample.transport.Frame;
 import java.io.ByteArrayInputStream;
@@ -72,6 +74,9 @@ final class Recording {
   private final long start;
   private final long skew;
   private final Track.Options options;
+  private final boolean shares;
+  /** The file of both voices; null before the first one, and when each has a file of its own. */
+  private WavFile stereo;
   private boolean shown;
   /** Whether the saved state is out of date. */
   private boolean changed = true;
@@ -84,21 +89,38 @@ final class Recording {
    * Makes a recording without media.
    *
    * @param skew is added to all times, so that the call has the time of day of its start
+   * @param shares whether both voices are written to one file from the start, if their format allows it
    */
-  Recording(Call call, RunningCalls.Journal journal, Store store, long skew, Track.Options options) {
+  Recording(Call call, RunningCalls.Journal journal, Store store, long skew, Track.Options options, boolean shares) {
     this.call = call;
     this.journal = journal;
     this.store = store;
     this.skew = skew;
     this.options = options;
+    this.shares = shares;
     start = call.start().stamp() + skew;
     name = FILE_TIME.format(Instant.ofEpochMilli(start)) + "-" + call.fileNames();
-    fromCaller = new Voice(this, track(name + "-" + Direction.FROM_CALLER), skew);
-    fromCallee = new Voice(this, track(name + "-" + Direction.FROM_CALLEE), skew);
+    fromCaller = new Voice(this, track(Direction.FROM_CALLER), skew);
+    fromCallee = new Voice(this, track(Direction.FROM_CALLEE), skew);
   }
 
-  private Track track(String fileName) {
-    return new Track(store, fileName, options, this::begin);
+  private Track track(Direction direction) {
+    return track(direction, name + "-" + direction);
+  }
+
+  private Track track(Direction direction, String fileName) {
+    return new Track(store, fileName, options, format -> channel(direction, format), this::begin);
+  }
+
+  /** Returns the channel of a direction in the file of both voices. G.711 has a place there that is known at once. */
+  private WavChannel channel(Direction direction, WavFile.Format format) {
+    if (!shares || format.encoding() == Encoding.LINEAR) {
+      return null;
+    }
+    if (stereo == null) {
+      stereo = store.wav(name + Reports.STEREO, format.with(2), start);
+    }
+    return stereo.format().equals(format.with(2)) ? stereo.take(direction.ordinal()) : null;
   }
 
   /** Returns one direction. */
@@ -274,7 +296,7 @@ final class Recording {
     boolean hasMedia = hasMedia();
     allTracks().forEach(Track::finish);
     List<CallReport.Leg> legs = legs();
-    reports.write(name, hasMedia, fromCaller.track.stretches(start),
+    reports.write(name, start, stereo, hasMedia, fromCaller.track.stretches(start),
         fromCallee.track.stretches(start), names -> new CallReport(names.report(), call.protocol(),
             Text.printable(call.id()), Text.printable(call.caller()), Text.printable(call.callee()), start, end + skew,
             Text.printable(how), voice(Direction.FROM_CALLER, names), voice(Direction.FROM_CALLEE, names),
@@ -285,16 +307,17 @@ final class Recording {
   private List<String> notes(long end, boolean stereoMissing) {
     List<String> all = new ArrayList<>(notes(end).stream().map(Text::printable).toList());
     if (stereoMissing) {
-      all.add("no stereo file: it did not fit on the disk, or the recorder was stopped");
+      all.add((stereo == null ? "no stereo file: it" : "the stereo file is as it was recorded: a better one")
+          + " did not fit on the disk, or the recorder was stopped");
     }
     return all;
   }
 
   private CallReport.Voice voice(Direction direction, Reports.Names names) {
-    mixed = !names.stereo().isEmpty();
+    mixed = !names.stereoMissing();
     Voice own = voice(direction);
-    List<CallReport.Voice> voices = own.tracks()
-        .map(track -> track.report(start, options.keepsVoices() || !mixed || track != own.track)).toList();
+    List<CallReport.Voice> voices = own.tracks().map(track -> track.report(start,
+        file -> file != stereo && (options.keepsVoices() || !mixed || track != own.track))).toList();
     List<CallReport.Digit> digits = new ArrayList<>();
     voices.forEach(voice -> digits.addAll(voice.digits()));
     dialled.stream().filter(some -> some.direction == direction)
@@ -316,8 +339,17 @@ final class Recording {
    * sound of calls that have turned out to be legs. Called on the disk thread.
    */
   List<StoredFile> obsoleteFiles() {
-    return mixed && !options.keepsVoices() ? Stream.of(fromCaller.track, fromCallee.track)
-        .flatMap(track -> track.files().stream()).filter(file -> file instanceof WavFile).toList() : List.of();
+    if (!mixed || options.keepsVoices()) {
+      return List.of();
+    }
+    List<StoredFile> files = new ArrayList<>();
+    List<StoredFile> ofLegs = new ArrayList<>();
+    for (Voice voice : List.of(fromCaller, fromCallee)) {
+      voice.track.addFiles(files);
+      voice.earlier.forEach(track -> track.addFiles(ofLegs));
+    }
+    files.removeAll(ofLegs);
+    return files.stream().filter(file -> file instanceof WavFile && file != stereo).toList();
   }
 
   /** Whether there is something to save. */
@@ -339,6 +371,12 @@ final class Recording {
       ByteArrayOutputStream bytes = new ByteArrayOutputStream(USUAL_STATE);
       DataOutputStream out = new DataOutputStream(bytes);
       List<StoredFile> files = new ArrayList<>();
+      out.writeInt(stereo == null ? -1 : Track.number(files, stereo));
+      if (stereo != null) {
+        out.writeByte(stereo.format().encoding().ordinal());
+        out.writeInt(stereo.format().rate());
+        out.writeLong(stereo.begin());
+      }
       for (Voice voice : List.of(fromCaller, fromCallee)) {
         voice.save(out);
         out.writeInt(voice.earlier.size());
@@ -357,8 +395,7 @@ final class Recording {
       throws IOException {
     out.writeUTF(track.fileName());
     track.flush();
-    track.save(out, whole);
-    track.addFiles(files);
+    track.save(out, whole, files);
   }
 
   private void saveMessages(RunningCalls running) {
@@ -370,30 +407,40 @@ final class Recording {
 
   /** Restores a state that was saved whole and then in increments. */
   void restore(List<byte[]> states, ResumedFiles files) throws IOException {
+    int number = -1;
+    WavFile.Format format = null;
+    long begin = start;
     for (byte[] state : states) {
       DataInputStream in = new DataInputStream(new ByteArrayInputStream(state));
       boolean first = state == states.get(0);
-      for (Voice voice : List.of(fromCaller, fromCallee)) {
+      number = in.readInt();
+      if (number >= 0) {
+        format = new WavFile.Format(Encoding.values()[in.readByte()], in.readInt(), 2);
+        begin = in.readLong();
+      }
+      for (Direction direction : Direction.values()) {
+        Voice voice = voice(direction);
         voice.restore(in);
         int earlier = in.readInt();
-        voice.track = restore(first ? null : voice.track, in);
+        voice.track = restore(direction, first ? null : voice.track, in);
         for (int i = 0; i < earlier; i++) {
           if (first) {
-            voice.earlier.add(restore(null, in));
+            voice.earlier.add(restore(direction, null, in));
           } else {
-            restore(voice.earlier.get(i), in);
+            restore(direction, voice.earlier.get(i), in);
           }
         }
       }
     }
+    stereo = format == null ? null : files.wav(number, name + Reports.STEREO, format, begin);
     for (Track track : allTracks().toList()) {
       track.resume(files);
     }
   }
 
-  private Track restore(Track before, DataInputStream in) throws IOException {
+  private Track restore(Direction direction, Track before, DataInputStream in) throws IOException {
     String fileName = in.readUTF();
-    Track track = before != null ? before : track(fileName);
+    Track track = before != null ? before : track(direction, fileName);
     track.restore(in);
     return track;
   }

@@ -3,11 +3,11 @@ package com.morvin.dom.telephony.sniffer.sample.storage;
 /** How the samples of a WAV file are written. */
 public enum Encoding {
   /** 16-bit numbers, the lower octet first. */
-  LINEAR(1, 2, 0),
+  LINEAR(1, 2, 0, 0),
   /** A-law octets of G.711, as a telephone sends them. */
-  A_LAW(6, 1, 0xd5),
+  A_LAW(6, 1, 0xd5, 0x55),
   /** Mu-law octets of G.711. */
-  MU_LAW(7, 1, 0xff);
+  MU_LAW(7, 1, 0xff, 0x7f);
 
   /** The format tag of the file. */
   final int tag;
@@ -15,11 +15,14 @@ public enum Encoding {
   final int bytes;
   /** A byte of silence. */
   final byte silence;
+  /** The bits of an octet of G.711 that are inverted. */
+  final int inverted;
 
-  Encoding(int tag, int bytes, int silence) {
+  Encoding(int tag, int bytes, int silence, int inverted) {
     this.tag = tag;
     this.bytes = bytes;
     this.silence = (byte) silence;
+    this.inverted = inverted;
   }
 
   /** Returns the sample of each octet. */

@@ -135,4 +135,17 @@ public final class FileOperations {
       at += file.write(bytes, at);
     }
   }
+
+  /** Reads from a position in the file until the buffer is full or the file ends. Returns the number of bytes. */
+  static int readAll(FileChannel file, ByteBuffer bytes, long position) throws IOException {
+    int length = 0;
+    while (bytes.hasRemaining()) {
+      int count = file.read(bytes, position + length);
+      if (count < 0) {
+        break;
+      }
+      length += count;
+    }
+    return length;
+  }
 }

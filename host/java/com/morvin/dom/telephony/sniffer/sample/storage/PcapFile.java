@@ -7,6 +7,7 @@ import java.nio.ByteBuffer;
 import java.nio.channels.FileChannel;
 import java.nio.file.Path;
 import java.util.List;
+import java.util.concurrent.atomic.AtomicLong;
 
 /**
  * A capture file of raw IP packets of both versions. It holds received datagrams, for which it makes IP and UDP
@@ -27,6 +28,7 @@ public final class PcapFile extends StoredFile {
   /** Packets that begin with an IP header of either version. */
   private static final int LINKTYPE_RAW = 101;
 
+  private final AtomicLong missing = new AtomicLong();
   private ByteBuffer block;  // null when all is flushed
   /** The size of the file in bytes. Belongs to the disk thread. */
   private long stored;
@@ -93,12 +95,17 @@ public final class PcapFile extends StoredFile {
     return (int) ~(sum + (sum >> 16)) & 0xffff;
   }
 
+  /** Returns the number of bytes that were dropped because too much waited for the disk. */
+  public long missing() {
+    return missing.get();
+  }
+
   @Override
   public void flush() {
     if (block != null) {
       ByteBuffer full = block.flip();
       block = null;
-      submit(full.limit(), () -> store(full.duplicate()));
+      submit(full.limit(), () -> store(full.duplicate()), () -> missing.addAndGet(full.limit()));
     }
   }
 

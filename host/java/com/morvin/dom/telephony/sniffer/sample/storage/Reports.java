@@ -2,6 +2,7 @@ package com.morvin.dom.telephony.sniffer.sample.storage;
 
 import java.io.IOException;
 import java.nio.charset.StandardCharsets;
+import java.nio.file.Files;
 import java.nio.file.Path;
 import java.util.List;
 import java.util.concurrent.atomic.AtomicLong;
@@ -10,6 +11,8 @@ import java.util.function.Function;
 
 /** Writes the results of ended calls: the stereo file, the report and the line in the table. */
 public final class Reports {
+  /** Ends the name of a file of both voices. */
+  public static final String STEREO = "-stereo";
   /** Approximate memory of an ended call that waits for the disk, in bytes. */
   private static final int WAITING_BYTES = 16 << 10;
 
@@ -37,7 +40,7 @@ public final class Reports {
    *
    * @param report without its extension
    * @param stereo the files with both directions, in order
-   * @param stereoMissing whether there should be such a file
+   * @param stereoMissing whether there should be such files, or better ones
    */
   public record Names(String report, List<CallReport.Part> stereo, boolean stereoMissing) {}
 
@@ -45,12 +48,14 @@ public final class Reports {
    * Queues the jobs for a call after its media has been passed to the disk thread.
    *
    * @param name of the files, without an extension
+   * @param start of the call in milliseconds since 1970
+   * @param shared the file of both voices while the call ran; null when there was none
    * @param hasMedia whether media was received; without it the report is the first thing that is dropped
    * @param report makes the report; called on the disk thread after the media and the stereo file are written
    */
-  public void write(String name, boolean hasMedia, List<StereoFile.Stretch> left, List<StereoFile.Stretch> right,
-      Function<Names, CallReport> report) {
-    Ended call = new Ended(name, left, right, report);
+  public void write(String name, long start, WavFile shared, boolean hasMedia, List<StereoFile.Stretch> left,
+      List<StereoFile.Stretch> right, Function<Names, CallReport> report) {
+    Ended call = new Ended(name, start, shared, left, right, report);
     store.disk().submit(WAITING_BYTES, List.of(call::mix, call::writeReport, call::addToTable, call::notifyListener),
         hasMedia ? Disk.Content.STATE : Disk.Content.MINOR, dropped::incrementAndGet);
   }
@@ -63,16 +68,21 @@ public final class Reports {
   /** An ended call. Each method is a job, which can be repeated. */
   private final class Ended {
     private final String name;
+    private final long start;
+    private final WavFile shared;
     private final List<StereoFile.Stretch> left;
     private final List<StereoFile.Stretch> right;
     private final Function<Names, CallReport> report;
     private List<CallReport.Part> stereo = List.of();
+    private boolean complete;
     private Path file;
     private CallReport written;
 
-    Ended(String name, List<StereoFile.Stretch> left, List<StereoFile.Stretch> right,
+    Ended(String name, long start, WavFile shared, List<StereoFile.Stretch> left, List<StereoFile.Stretch> right,
         Function<Names, CallReport> report) {
       this.name = name;
+      this.start = start;
+      this.shared = shared;
       this.left = left;
       this.right = right;
       this.report = report;
@@ -80,8 +90,13 @@ public final class Reports {
 
     void mix() throws IOException {
       if (hasStereo()) {
-        stereo = StereoFile.write(store, name + "-stereo", left, right);
+        stereo = StereoFile.write(store, name + STEREO, start, isCreated(shared) ? shared : null, left, right);
+        complete = true;
       }
+    }
+
+    private static boolean isCreated(WavFile file) {
+      return file != null && file.path() != null;
     }
 
     private boolean hasStereo() {
@@ -89,15 +104,18 @@ public final class Reports {
     }
 
     private static boolean isThere(List<StereoFile.Stretch> stretches) {
-      return stretches.stream().anyMatch(stretch -> stretch.file().path() != null);
+      return stretches.stream().anyMatch(stretch -> isCreated(stretch.channel().file()));
     }
 
     void writeReport() throws IOException {
       if (file == null) {
         file = store.create(CallReport.FOLDER + "/" + name, "json");
       }
+      if (hasStereo() && !complete && isCreated(shared) && Files.exists(shared.path())) {
+        stereo = List.of(StereoFile.whole(shared, start));  // better than none
+      }
       String reportName = file.getFileName().toString().replaceFirst("\\.json$", "");
-      CallReport made = report.apply(new Names(reportName, stereo, hasStereo() && stereo.isEmpty()));
+      CallReport made = report.apply(new Names(reportName, stereo, hasStereo() && !complete));
       FileOperations.write(file, made.json().getBytes(StandardCharsets.UTF_8));
       store.written(file);
       written = made;

@@ -12,22 +12,22 @@ import java.util.List;
 import java.util.stream.Stream;
 
 /**
- * Writes both directions of a call into a WAV file, caller left, callee right. The file is made from the mono files of
- * an ended call. It begins with the call, or with media that was captured earlier. Samples captured at the same time
- * are in the same place. A longer call continues in a second file, and so on.
+ * Writes both directions of an ended call into a WAV file, caller left, callee right. It begins with the call, or with
+ * media that was captured earlier. Samples captured at the same time are in the same place. A longer call continues in
+ * a second file, and so on.
  *
- * <p>When all mono files have the same encoding, the file has it, too, and octets of G.711 are copied as they are.
- * Otherwise the file has 16-bit samples, so that nothing is lost by a conversion.
+ * <p>Mostly both voices were written to one file while the call ran, and all samples are in their place: then that file
+ * is the result. Otherwise the result is made from the files of the call. When all of them have the same encoding, it
+ * has it, too, and octets of G.711 are copied as they are. Otherwise it has 16-bit samples, so that nothing is lost by
+ * a conversion.
  */
 public final class StereoFile {
   private static final int CHANNELS = 2;
-  /** The longest file: 1 GiB. Many programs read at most 2 GiB of a WAV file. */
-  private static final long MAX_BYTES = 1 << 30;
   /** Large pieces cost the file system less. */
-  private static final int BLOCK_FRAMES = 1 << 16;
+  static final int BLOCK_FRAMES = 1 << 16;
 
   /**
-   * A stretch of a mono file without a pause.
+   * A stretch of a voice without a pause.
    *
    * @param first the index of its first sample
    * @param count the number of samples
@@ -35,18 +35,24 @@ public final class StereoFile {
    * @param next the start of the next stretch, by which this one ends
    * @param joined whether the sound goes on in the next stretch, so that this one is stretched or shortened to reach it
    */
-  public record Stretch(WavFile file, long first, long count, long start, long next, boolean joined) {
+  public record Stretch(WavChannel channel, long first, long count, long start, long next, boolean joined) {
     private long startFrame(int rate) {
       return start * rate / 1000;
     }
 
     /** Returns the number of frames that the samples take. */
     private long frames(int rate) {
-      return joined ? Math.max(1, (next - start) * rate / 1000) : count * (rate / file.rate());
+      return joined ? Math.max(1, (next - start) * rate / 1000) : count * (rate / channel.rate());
     }
 
     private long endFrame(int rate) {
       return Math.min(startFrame(rate) + frames(rate), next == Long.MAX_VALUE ? next : next * rate / 1000);
+    }
+
+    /** Whether its samples are in their place in a channel of a file. */
+    private boolean isInPlace(WavFile file, int number, long callStart) {
+      return channel.file() == file && channel.number() == number
+          && startFrame(channel.rate()) == origin(file, callStart) + channel.start() + first;
     }
 
     /** Whether it has frames in a range. It has none at all when the next one begins earlier. */
@@ -60,6 +66,10 @@ public final class StereoFile {
     private final byte[][] octets = new byte[CHANNELS][BLOCK_FRAMES];
     private final short[][] samples = new short[CHANNELS][BLOCK_FRAMES];
     private final byte[] interleaved = new byte[CHANNELS * Short.BYTES * BLOCK_FRAMES];
+
+    byte[] interleaved() {
+      return interleaved;
+    }
   }
 
   /** One channel: the stretches that are heard there, and its part of the current block. */
@@ -70,7 +80,7 @@ public final class StereoFile {
     private boolean hasSamples;
 
     Channel(List<Stretch> all, int number) {
-      stretches = all.stream().filter(stretch -> stretch.file.path() != null).toList();
+      stretches = all.stream().filter(stretch -> stretch.channel.file().path() != null).toList();
       octets = buffers.octets[number];
       samples = buffers.samples[number];
     }
@@ -108,13 +118,14 @@ public final class StereoFile {
       long from = Math.max(at, start);
       long to = Math.min(at + count, stretch.endFrame(format.rate()));
       if (!hasSamples) {
-        load(stretch.file, stretch.first + from - start, octets, (int) (from - at), (int) (to - from));
+        stretch.channel.file().read(stretch.channel, stretch.first + from - start, octets, (int) (from - at),
+            (int) (to - from));
         return;
       }
       long length = stretch.frames(format.rate());
       long first = (from - start) * stretch.count / length;
       int needed = (int) ((to - 1 - start) * stretch.count / length - first) + 2;
-      short[] source = samples(stretch.file, stretch.first + first, needed);
+      short[] source = samples(stretch.channel, stretch.first + first, needed);
       for (long frame = from; frame < to; frame++) {
         long position = (frame - start) * stretch.count;
         int sample = length == stretch.count ? source[(int) (frame - start - first)]
@@ -147,35 +158,65 @@ public final class StereoFile {
     this.right = new Channel(right, 1);
   }
 
-  /** Writes the files. Called on the disk thread. */
-  static List<CallReport.Part> write(Store store, String name, List<Stretch> left, List<Stretch> right)
-      throws IOException {
+  /**
+   * Writes the files. Called on the disk thread.
+   *
+   * @param callStart in milliseconds since 1970
+   * @param shared the file of both voices while the call ran, which becomes the first one; null when there was none
+   */
+  static List<CallReport.Part> write(Store store, String name, long callStart, WavFile shared, List<Stretch> left,
+      List<Stretch> right) throws IOException {
+    if (shared != null && left.stream().allMatch(stretch -> stretch.isInPlace(shared, 0, callStart))
+        && right.stream().allMatch(stretch -> stretch.isInPlace(shared, 1, callStart))) {
+      return List.of(whole(shared, callStart));
+    }
     List<Stretch> all = Stream.concat(left.stream(), right.stream()).toList();
-    int rate = all.stream().mapToInt(stretch -> stretch.file.rate()).max().orElse(0);
-    Encoding first = all.get(0).file.format().encoding();
-    boolean same = all.stream().allMatch(stretch -> stretch.file.format().encoding() == first);
-    WavFile.Format format = new WavFile.Format(same ? first : Encoding.LINEAR, rate);
-    return new StereoFile(store, format, left, right).write(name, all);
+    int rate = all.stream().mapToInt(stretch -> stretch.channel.rate()).max().orElse(0);
+    Encoding first = encoding(all.get(0));
+    boolean same = all.stream().allMatch(stretch -> encoding(stretch) == first);
+    WavFile.Format format = new WavFile.Format(same ? first : Encoding.LINEAR, rate, CHANNELS);
+    return new StereoFile(store, format, left, right).write(name, shared, all);
   }
 
-  private List<CallReport.Part> write(String name, List<Stretch> all) throws IOException {
+  private static Encoding encoding(Stretch stretch) {
+    return stretch.channel.file().format().encoding();
+  }
+
+  /** Completes a file of both voices as it is. Called on the disk thread. */
+  static CallReport.Part whole(WavFile shared, long callStart) throws IOException {
+    double rate = shared.format().rate();
+    return new CallReport.Part(shared.fileName(), "", origin(shared, callStart) / rate, shared.complete() / rate,
+        List.of());
+  }
+
+  /** Returns the frame since the start of the call with which a file begins. */
+  private static long origin(WavFile shared, long callStart) {
+    return (shared.begin() - callStart) * shared.format().rate() / 1000;
+  }
+
+  private List<CallReport.Part> write(String name, WavFile shared, List<Stretch> all) throws IOException {
     int rate = format.rate();
-    int frame = CHANNELS * format.encoding().bytes;
+    int frame = format.frame();
     long origin = Math.min(0, all.stream().mapToLong(stretch -> stretch.startFrame(rate)).min().orElse(0));
     long frames = all.stream().mapToLong(stretch -> stretch.endFrame(rate)).max().orElse(0) - origin;
-    long most = MAX_BYTES / frame;
+    long most = WavFile.MAX_BYTES / frame;
     store.disk().admit(frame * frames);
     List<Path> paths = new ArrayList<>();
     List<CallReport.Part> parts = new ArrayList<>();
     try {
       for (long at = 0; at < frames; at += most) {
-        Path path = store.create(name, "wav");
+        boolean replaces = at == 0 && shared != null;
+        Path path = replaces ? store.createDraft() : store.create(name, "wav");
         paths.add(path);
         long count = Math.min(most, frames - at);
         write(path, origin + at, count);
         store.written(path);
         double offset = (origin + at) / (double) rate;
-        parts.add(new CallReport.Part(path.getFileName().toString(), "", offset, count / (double) rate, List.of()));
+        String fileName = replaces ? shared.fileName() : path.getFileName().toString();
+        parts.add(new CallReport.Part(fileName, "", offset, count / (double) rate, List.of()));
+      }
+      if (shared != null) {
+        shared.replace(paths.get(0));
       }
       return parts;
     } catch (IOException e) {
@@ -188,10 +229,10 @@ public final class StereoFile {
 
   /** Writes a file with the frames from a number on. Blocks of 16-bit silence become holes in the file. */
   private void write(Path path, long start, long frames) throws IOException {
-    int frame = CHANNELS * format.encoding().bytes;
+    int frame = format.frame();
     byte[] bytes = buffers.interleaved;
     try (FileChannel out = FileChannel.open(path, StandardOpenOption.WRITE)) {
-      FileOperations.writeAll(out, WavFile.header(format, CHANNELS, frames), 0);
+      FileOperations.writeAll(out, WavFile.header(format, frames), 0);
       for (long at = 0; at < frames; at += BLOCK_FRAMES) {
         if (store.disk().isOverdue()) {
           throw new Disk.LeftOutException("no time is left for " + path.getFileName());
@@ -233,30 +274,17 @@ public final class StereoFile {
     return numerator == 0 ? sample : sample + (int) ((samples[index + 1] - sample) * numerator / denominator);
   }
 
-  /** Returns samples of a mono file, as 16-bit numbers. */
-  private static short[] samples(WavFile file, long first, int count) throws IOException {
-    Encoding encoding = file.format().encoding();
+  /** Returns samples of a voice, as 16-bit numbers. */
+  private static short[] samples(WavChannel channel, long first, int count) throws IOException {
+    Encoding encoding = channel.file().format().encoding();
     byte[] bytes = new byte[count * encoding.bytes];
     Arrays.fill(bytes, encoding.silence);
-    load(file, first, bytes, 0, count);
+    channel.file().read(channel, first, bytes, 0, count);
     short[] samples = new short[count];
     for (int i = 0; i < count; i++) {
       samples[i] = encoding == Encoding.LINEAR ? (short) (bytes[2 * i] & 255 | bytes[2 * i + 1] << 8)
           : encoding.samples()[bytes[i] & 255];
     }
     return samples;
-  }
-
-  /** Reads samples of a mono file as they are. What is not in the file stays as it was in the array. */
-  private static void load(WavFile file, long first, byte[] bytes, int offset, int count) throws IOException {
-    int size = file.format().encoding().bytes;
-    ByteBuffer target = ByteBuffer.wrap(bytes, offset * size, count * size);
-    for (long at = file.format().header() + first * size; target.hasRemaining();) {
-      int length = file.open().read(target, at);
-      if (length < 0) {
-        break;
-      }
-      at += length;
-    }
   }
 }

@@ -194,9 +194,9 @@ public final class Store implements AutoCloseable {
     return stereoBuffers;
   }
 
-  /** Makes a WAV file, which is created with its first samples. */
-  public WavFile wav(String name, WavFile.Format format) {
-    return new WavFile(this, name, format, null, 0, 0);
+  /** Makes a WAV file, which is created with its first samples; see {@link WavFile}. */
+  public WavFile wav(String name, WavFile.Format format, long begin) {
+    return new WavFile(this, name, format, begin, null, 0);
   }
 
   /** Makes a capture file, which is created with its first datagrams. */
@@ -231,6 +231,13 @@ public final class Store implements AutoCloseable {
   /** As Files.exists does, which makes an exception for each missing file. */
   private static boolean exists(Path path) {
     return path.toFile().exists();
+  }
+
+  /** Creates a file to be renamed when it is complete. A later recorder deletes it. Called on the disk thread. */
+  Path createDraft() throws IOException {
+    Path draft = running().resolve(SPARE + ++lastSpare);
+    create(draft);
+    return draft;
   }
 
   /** Creates a file that does not exist, from a spare one if there is any. Called on the disk thread. */

@@ -4,14 +4,12 @@ import java.io.IOException;
 import java.nio.channels.FileChannel;
 import java.nio.file.NoSuchFileException;
 import java.nio.file.Path;
-import java.util.concurrent.atomic.AtomicLong;
 
 /** A file that grows during a call. It is created with its first content, so that no empty file is left. */
 public abstract class StoredFile {
   final Store store;
   private final String name;
   private final String extension;
-  private final AtomicLong missing = new AtomicLong();
   private volatile Path path;
   private volatile String fileName = "";
 
@@ -43,17 +41,16 @@ public abstract class StoredFile {
     return fileName;
   }
 
-  /** Returns the number of bytes that were dropped because too much waited for the disk. */
-  public long missing() {
-    return missing.get();
-  }
-
   /** Returns the size on disk in bytes. Called on the disk thread. */
   abstract long size();
 
-  /** Queues a job that writes a number of bytes. */
-  void submit(int bytes, Disk.Job job) {
-    store.disk().write(bytes, job, () -> missing.addAndGet(bytes));
+  /**
+   * Queues a job that writes a number of bytes.
+   *
+   * @param dropped runs instead when too much waits for the disk, on any thread
+   */
+  void submit(int bytes, Disk.Job job, Runnable dropped) {
+    store.disk().write(bytes, job, dropped);
   }
 
   /** Returns the open file, which is created when it is new. Called on the disk thread. */

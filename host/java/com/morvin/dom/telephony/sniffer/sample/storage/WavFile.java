@@ -5,26 +5,44 @@ import java.nio.ByteBuffer;
 import java.nio.ByteOrder;
 import java.nio.channels.FileChannel;
 import java.nio.charset.StandardCharsets;
+import java.nio.file.Files;
 import java.nio.file.Path;
+import java.nio.file.StandardCopyOption;
+import java.util.ArrayList;
 import java.util.Arrays;
+import java.util.List;
 
 /**
- * A mono WAV file. G.711 is written as it came, octet by octet. The header is updated with each block, so the file can
- * be played even after the recorder was killed. Each block has a fixed place, so a dropped block leaves silence.
- * Belongs to the recorder thread.
+ * A WAV file that grows during a call: one voice, or both voices of a call, caller left. The header is updated with
+ * each piece, so the file can be played even after the recorder was killed. Each sample has a fixed place, so a dropped
+ * piece leaves silence. Belongs to the recorder thread; the writing is done on the disk thread.
  */
 public final class WavFile extends StoredFile {
-  /** The longest file: 1 GiB, or 37 hours of G.711. Many programs read at most 2 GiB of a WAV file. */
-  private static final long MAX_BYTES = 1 << 30;
+  /** The longest file: 1 GiB, or 18 hours of both voices of G.711. Many programs read at most 2 GiB of a WAV file. */
+  static final long MAX_BYTES = 1 << 30;
   private static final int LINEAR_HEADER = 44;
   /** With the extension of the format and the fact chunk, which other formats than 16-bit need. */
   private static final int OTHER_HEADER = 58;
+  /** The channels of a file with more than one: caller, callee. */
+  private static final int CHANNELS = 2;
+  /** The state of the calls is saved every second, so a file hardly holds more than this beyond its saved state. */
+  private static final int MAX_UNSAVED_SECONDS = 10;
 
-  /** The encoding and the sample rate in Hz of a file. */
-  public record Format(Encoding encoding, int rate) {
-    /** Returns the length of a second in bytes. */
+  /** The encoding, the sample rate in Hz and the number of channels of a file. */
+  public record Format(Encoding encoding, int rate, int channels) {
+    /** Returns the format with another number of channels. */
+    public Format with(int other) {
+      return new Format(encoding, rate, other);
+    }
+
+    /** Returns the length of a second of one channel in bytes. */
     int bytesPerSecond() {
       return rate * encoding.bytes;
+    }
+
+    /** Returns the length of a sample of all channels in bytes. */
+    int frame() {
+      return channels * encoding.bytes;
     }
 
     /** Returns the length of the header in bytes. */
@@ -32,37 +50,45 @@ public final class WavFile extends StoredFile {
       return encoding == Encoding.LINEAR ? LINEAR_HEADER : OTHER_HEADER;
     }
 
-    /** Returns the number of samples in a mono file of a size in bytes. */
-    long samplesIn(long size) {
-      return Math.max(0, size - header()) / encoding.bytes;
+    /** Returns the number of frames in a file of a size in bytes. */
+    long framesIn(long size) {
+      return Math.max(0, size - header()) / frame();
+    }
+
+    /** Returns the place of a frame in a file. */
+    long at(long frame) {
+      return header() + frame * frame();
     }
   }
 
   private final Format format;
-  private final Encoding encoding;
-  private final int rate;
-  private final int sampleBytes;
-  /** What is not passed to the disk thread yet; null when that is nothing, because ended calls wait for the disk. */
-  private byte[] block;
-  private int filled;
-  private long samples;
-  /** The size of the file on the disk in bytes. Belongs to the disk thread. */
+  /** The time of the first frame in milliseconds since 1970. */
+  private long begin;
+  private boolean begun;
+  private final List<WavChannel> channels = new ArrayList<>();
+  private final boolean[] taken;
+  /** The number of frames on the disk, and by the header. They belong to the disk thread. */
   private long stored;
+  private long stated = -1;
 
   /**
-   * Makes a new file, or continues an existing one after its samples.
+   * Makes a new file, or continues an existing one.
    *
+   * @param begin the time of the first frame in milliseconds since 1970, for a file with several channels; a new file
+   *     begins earlier if its first samples do
    * @param path null for a new file
-   * @param stored the size of the existing file in bytes
+   * @param size of the existing file in bytes
    */
-  WavFile(Store store, String name, Format format, Path path, long samples, long stored) {
+  WavFile(Store store, String name, Format format, long begin, Path path, long size) {
     super(store, name, "wav", path);
     this.format = format;
-    encoding = format.encoding;
-    rate = format.rate;
-    sampleBytes = encoding.bytes;
-    this.samples = samples;
-    this.stored = stored;
+    this.begin = begin;
+    begun = path != null;
+    stored = format.framesIn(size);
+    taken = new boolean[format.channels];
+    for (int number = 0; number < format.channels; number++) {
+      channels.add(new WavChannel(this, number));
+    }
   }
 
   /** Returns the format. */
@@ -70,158 +96,230 @@ public final class WavFile extends StoredFile {
     return format;
   }
 
-  /** Returns the sample rate in Hz. */
-  public int rate() {
-    return rate;
+  /** Returns a channel for a voice; null when another voice has it. */
+  public WavChannel take(int number) {
+    boolean free = !taken[number];
+    taken[number] = true;
+    return free ? channels.get(number) : null;
   }
 
-  /** Returns the number of samples, including those that are not written yet. */
-  public long samples() {
-    return samples;
+  /** Returns the time of the first frame in milliseconds since 1970. */
+  public long begin() {
+    return begin;
   }
 
-  /** Whether the file has its maximum length. */
-  public boolean full() {
-    return samples * sampleBytes >= MAX_BYTES;
-  }
-
-  /** Reads the values that a packet needs. Returns any value. */
-  public int touch() {
-    return filled + sampleBytes;
-  }
-
-  /** Reads the places where the next packet is written. Returns any value. */
-  public int touchBlock() {
-    byte[] next = block;
-    if (next == null) {
-      return 0;
-    }
-    int last = next.length - 1;
-    return next[Math.min(filled, last)] + next[Math.min(filled + 64, last)] + next[Math.min(filled + 128, last)];
-  }
-
-  /**
-   * Appends octets of G.711. Those of the other law are replaced by the nearest ones of the law of the file.
-   *
-   * @param law the encoding of the octets
-   */
-  public void write(byte[] octets, int offset, int length, Encoding law) {
-    if (encoding != law) {
-      convert(octets, offset, length, law.samples());
-      return;
-    }
-    for (int done = 0; done < length;) {
-      int count = Math.min(room(), length - done);
-      System.arraycopy(octets, offset + done, block, filled, count);
-      advance(count);
-      done += count;
-    }
-  }
-
-  private void convert(byte[] octets, int offset, int length, short[] law) {
-    for (int i = offset; i < offset + length; i++) {
-      append(law[octets[i] & 255]);
-    }
-  }
-
-  /** Appends samples. */
-  public void write(short[] decoded) {
-    for (short sample : decoded) {
-      append(sample);
-    }
-  }
-
-  private void append(short sample) {
-    room();
-    if (encoding == Encoding.LINEAR) {
-      block[filled] = (byte) sample;
-      block[filled + 1] = (byte) (sample >> 8);
-    } else {
-      block[filled] = encoding.octets()[sample & 0xffff];
-    }
-    advance(sampleBytes);
-  }
-
-  private void advance(int bytes) {
-    filled += bytes;
-    samples += bytes / sampleBytes;
-  }
-
-  /** Returns the room in the block, which is not 0. */
-  private int room() {
-    if (block != null && filled == block.length) {
-      flush();
-    }
-    if (block == null) {
-      block = store.blocks().take(format.bytesPerSecond());
-      filled = 0;
-    }
-    return block.length - filled;
-  }
-
-  /** Appends silent samples. */
-  public void silence(long length) {
-    long bytes = length * sampleBytes;
-    if (block != null && bytes <= block.length - filled) {
-      Arrays.fill(block, filled, filled + (int) bytes, encoding.silence);
-      advance((int) bytes);
-    } else {
-      // The disk thread fills the part between two blocks.
-      flush();
-      samples += length;
-    }
+  byte[] newBlock() {
+    return store.blocks().take(format.bytesPerSecond());
   }
 
   @Override
   public void flush() {
-    if (block != null) {
-      byte[] full = block;
-      int length = filled;
-      long end = samples;
-      block = null;
-      submit(length, () -> store(full, length, end));
+    if (!begun) {
+      channels.forEach(channel -> begin = Math.min(begin, channel.firstTime()));
+    }
+    List<WavChannel.Piece> pieces = new ArrayList<>(format.channels);
+    int bytes = 0;
+    for (int i = 0; i < format.channels; i++) {
+      WavChannel.Piece piece = channels.get(i).take();
+      if (piece != null) {
+        pieces.add(piece);
+        bytes += piece.length();
+      }
+    }
+    if (bytes > 0) {
+      begun = true;
+      submit(bytes, () -> store(pieces), () -> pieces.forEach(WavChannel.Piece::countMissing));
     }
   }
 
-  private void store(byte[] full, int length, long end) throws IOException {
+  /**
+   * Moves the samples of a channel to an earlier place.
+   *
+   * @param count the number of samples, which follow each other
+   */
+  void move(int channel, long from, long to, long count) {
+    byte[][] moved = new byte[1][];
+    store.disk().submit((int) count * CHANNELS, List.of(() -> {
+      FileChannel file = open();
+      if (moved[0] == null) {
+        moved[0] = moved(file, channel, from, to, Math.min(count, stored - from));
+      }
+      FileOperations.writeAll(file, ByteBuffer.wrap(moved[0]), format.at(to));
+    }), () -> { });
+  }
+
+  /** Returns a part of the file in which samples of a channel have moved. */
+  private byte[] moved(FileChannel file, int channel, long from, long to, long count) throws IOException {
+    int distance = (int) (from - to) * CHANNELS;
+    byte[] bytes = new byte[(int) Math.max(0, count * CHANNELS + distance)];
+    Arrays.fill(bytes, format.encoding.silence);
+    FileOperations.readAll(file, ByteBuffer.wrap(bytes), format.at(to));
+    for (int i = channel; i < bytes.length; i += CHANNELS) {
+      bytes[i] = i + distance < bytes.length ? bytes[i + distance] : format.encoding.silence;
+    }
+    return bytes;
+  }
+
+  private void store(List<WavChannel.Piece> pieces) throws IOException {
     FileChannel file = open();
-    int header = format.header();
-    long size = header + end * sampleBytes;
-    if (encoding != Encoding.LINEAR) {
-      fill(file, Math.max(stored, header), size - length);
+    if (format.channels == 1) {
+      append(file, pieces.get(0));
+    } else if (to(pieces) - from(pieces) <= StereoFile.BLOCK_FRAMES) {
+      join(file, pieces);
+    } else {
+      for (WavChannel.Piece piece : pieces) {
+        join(file, List.of(piece));
+      }
     }
-    FileOperations.writeAll(file, ByteBuffer.wrap(full, 0, length), size - length);
-    FileOperations.writeAll(file, header(format, 1, end), 0);
-    stored = size;
-    store.blocks().give(full);
+    writeHeader(file);
+    pieces.forEach(piece -> store.blocks().give(piece.block()));
   }
 
-  /** Writes silence into a part of the file. What is never written is read as zeros, which is silence in 16 bits. */
-  private void fill(FileChannel file, long from, long to) throws IOException {
-    byte[] silence = new byte[(int) Math.max(0, Math.min(to - from, 1 << 16))];
-    Arrays.fill(silence, encoding.silence);
-    for (long at = from; at < to; at += silence.length) {
-      FileOperations.writeAll(file, ByteBuffer.wrap(silence, 0, (int) Math.min(silence.length, to - at)), at);
+  private static long from(List<WavChannel.Piece> pieces) {
+    return pieces.stream().mapToLong(WavChannel.Piece::start).min().orElseThrow();
+  }
+
+  private static long to(List<WavChannel.Piece> pieces) {
+    return pieces.stream().mapToLong(WavChannel.Piece::end).max().orElseThrow();
+  }
+
+  /** Writes a piece of the only voice. */
+  private void append(FileChannel file, WavChannel.Piece piece) throws IOException {
+    fill(file, piece.start());
+    FileOperations.writeAll(file, ByteBuffer.wrap(piece.block(), 0, piece.length()), format.at(piece.start()));
+    stored = Math.max(stored, piece.end());
+  }
+
+  /** Writes pieces of both voices at once, without a change of what the file has in their place from other pieces. */
+  private void join(FileChannel file, List<WavChannel.Piece> pieces) throws IOException {
+    long from = from(pieces);
+    int length = (int) (to(pieces) - from) * CHANNELS;
+    int old = (int) Math.max(0, Math.min(stored - from, to(pieces) - from)) * CHANNELS;
+    fill(file, from);
+    byte[] bytes = store.stereoBuffers().interleaved();
+    Arrays.fill(bytes, 0, length, format.encoding.silence);
+    FileOperations.readAll(file, ByteBuffer.wrap(bytes, 0, old), format.at(from));
+    for (WavChannel.Piece piece : pieces) {
+      byte[] octets = piece.block();
+      int at = (int) (piece.start() - from) * CHANNELS + piece.channel().number();
+      for (int i = 0; i < piece.length(); i++) {
+        bytes[at + CHANNELS * i] = octets[i];
+      }
     }
+    FileOperations.writeAll(file, ByteBuffer.wrap(bytes, 0, length), format.at(from));
+    stored = Math.max(stored, to(pieces));
+  }
+
+  private void writeHeader(FileChannel file) throws IOException {
+    if (stated != stored) {
+      FileOperations.writeAll(file, header(format, stored), 0);
+      stated = stored;
+    }
+  }
+
+  /** Writes silence up to a frame. What is never written is read as zeros, which is silence in 16 bits. */
+  private void fill(FileChannel file, long to) throws IOException {
+    if (to <= stored || format.encoding == Encoding.LINEAR) {
+      return;
+    }
+    byte[] silence = new byte[(int) Math.min((to - stored) * format.frame(), 1 << 16)];
+    Arrays.fill(silence, format.encoding.silence);
+    long end = format.at(to);
+    for (long at = format.at(stored); at < end; at += silence.length) {
+      FileOperations.writeAll(file, ByteBuffer.wrap(silence, 0, (int) Math.min(silence.length, end - at)), at);
+    }
+  }
+
+  /**
+   * Ends a file to which nothing is added any more: what was dropped at its end becomes silence. Returns its length in
+   * frames. Called on the disk thread.
+   */
+  long complete() throws IOException {
+    long frames = channels.stream().mapToLong(channel -> channel.start() + channel.samples()).max().orElseThrow();
+    if (frames > stored) {
+      fill(open(), frames);
+      stored = frames;
+    }
+    writeHeader(open());
+    close();
+    return stored;
+  }
+
+  /** Replaces the file by another one. Called on the disk thread. */
+  void replace(Path by) throws IOException {
+    close();
+    Files.move(by, path(), StandardCopyOption.ATOMIC_MOVE);
+    store.written(path());
+  }
+
+  /**
+   * Reads octets or samples of a channel as they are. What is not in the file stays as it was in the array. Called on
+   * the disk thread.
+   *
+   * @param first the index of the first sample
+   * @param offset the index in the array, in samples
+   */
+  void read(WavChannel channel, long first, byte[] samples, int offset, int count) throws IOException {
+    if (format.channels == 1) {
+      int size = format.frame();
+      FileOperations.readAll(open(), ByteBuffer.wrap(samples, offset * size, count * size), format.at(first));
+      return;
+    }
+    byte[] bytes = store.stereoBuffers().interleaved();
+    int length = FileOperations.readAll(open(), ByteBuffer.wrap(bytes, 0, count * CHANNELS),
+        format.at(channel.start() + first));
+    for (int i = 0; i < length / CHANNELS; i++) {
+      samples[offset + i] = bytes[CHANNELS * i + channel.number()];
+    }
+  }
+
+  /**
+   * Continues a channel of an existing file.
+   *
+   * @param start the place of its first sample in the file
+   * @param samples the least number of samples that it counts as; those after them count up to the last sound
+   */
+  public WavChannel resume(int number, long start, long samples) throws IOException {
+    WavChannel channel = take(number);
+    if (channel == null) {
+      throw new IOException("two voices in one channel of " + fileName());
+    }
+    long end = format.channels == 1 || path() == null ? stored : endOfSound(number, start + samples);
+    channel.resume(start, Math.max(samples, end - start));
+    return channel;
+  }
+
+  /** Returns the place after the last sound of a channel, to the next millisecond. */
+  private long endOfSound(int number, long from) throws IOException {
+    long first = Math.max(from, stored - (long) MAX_UNSAVED_SECONDS * format.rate);
+    byte[] bytes = new byte[(int) Math.max(0, stored - first) * CHANNELS];
+    try (FileChannel file = FileChannel.open(path())) {
+      FileOperations.readAll(file, ByteBuffer.wrap(bytes), format.at(first));
+    }
+    int last = bytes.length - CHANNELS + number;
+    while (last >= 0 && bytes[last] == format.encoding.silence) {
+      last -= CHANNELS;
+    }
+    int millisecond = format.rate / 1000;
+    return last < 0 ? from : first + (last / CHANNELS + millisecond) / millisecond * millisecond;
   }
 
   @Override
   long size() {
-    return stored;
+    return stored == 0 ? 0 : format.at(stored);
   }
 
-  /** Returns the header of a file with a number of samples in each channel. */
-  static ByteBuffer header(Format format, int channels, long samples) {
-    int frame = channels * format.encoding.bytes;
-    int data = (int) (samples * frame);
+  /** Returns the header of a file with a number of frames. */
+  static ByteBuffer header(Format format, long frames) {
+    int data = (int) (frames * format.frame());
     boolean linear = format.encoding == Encoding.LINEAR;
     ByteBuffer header = ByteBuffer.allocate(format.header()).order(ByteOrder.LITTLE_ENDIAN)
         .put(ascii("RIFF")).putInt(format.header() - 8 + data).put(ascii("WAVE"))
-        .put(ascii("fmt ")).putInt(linear ? 16 : 18).putShort((short) format.encoding.tag).putShort((short) channels)
-        .putInt(format.rate).putInt(format.rate * frame).putShort((short) frame)
-        .putShort((short) (8 * format.encoding.bytes));
+        .put(ascii("fmt ")).putInt(linear ? 16 : 18).putShort((short) format.encoding.tag)
+        .putShort((short) format.channels).putInt(format.rate).putInt(format.rate * format.frame())
+        .putShort((short) format.frame()).putShort((short) (8 * format.encoding.bytes));
     if (!linear) {
-      header.putShort((short) 0).put(ascii("fact")).putInt(4).putInt((int) samples);
+      header.putShort((short) 0).put(ascii("fact")).putInt(4).putInt((int) frames);
     }
     return header.put(ascii("data")).putInt(data).flip();
   }

@@ -97,12 +97,24 @@ public final class WavReader implements AutoCloseable {
   }
 
   private int peak(int index, int count, int step) {
+    if (encoding != Encoding.LINEAR) {
+      return lawPeak(window.array(), index, count, step);
+    }
     int peak = 0;
-    short[] law = encoding == Encoding.LINEAR ? null : encoding.samples();
     for (int i = 0, at = index; i < count; i++, at += step) {
-      peak = Math.max(peak, Math.abs(law == null ? window.getShort(at) : law[window.get(at) & 255]));
+      peak = Math.max(peak, Math.abs(window.getShort(at)));
     }
     return peak;
+  }
+
+  /** In G.711 seven bits, some of them inverted, grow with the absolute value: only the largest one is decoded. */
+  private int lawPeak(byte[] octets, int index, int count, int step) {
+    int inverted = encoding.inverted;
+    int largest = 0;
+    for (int i = 0, at = index; i < count; i++, at += step) {
+      largest = Math.max(largest, (octets[at] ^ inverted) & 0x7f);
+    }
+    return Math.abs(encoding.samples()[largest ^ inverted & 0x7f]);
   }
 
   private void fill(long at) throws IOException {

@@ -33,7 +33,12 @@ public record FrameBlock(byte[] bytes, int from, int to, int sniffer, long numbe
 
   /** Returns the block as read at this moment. */
   public FrameBlock readBy(SteadyClock clock) {
-    return new FrameBlock(bytes, from, to, sniffer, number, clock.millis(), clock.timeOfDay());
+    long before = clock.millis();
+    long timeOfDay = clock.timeOfDay();
+    long after = clock.millis();
+    // An interruption between the two would move the time of all frames. It is rare, so one more try is enough.
+    return after - before <= 1 ? new FrameBlock(bytes, from, to, sniffer, number, before, timeOfDay)
+        : new FrameBlock(bytes, from, to, sniffer, number, clock.millis(), clock.timeOfDay());
   }
 
   /**

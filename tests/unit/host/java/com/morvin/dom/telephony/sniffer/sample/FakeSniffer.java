@@ -33,6 +33,7 @@ import java.nio.file.attribute.FileTime;
 import java.nio.file.attribute.PosixFilePermissions;
 import java.time.Instant;
 import java.util.ArrayList;
+import java.util.Arrays;
 import java.util.Comparator;
 import java.util.HashMap;
 import java.util.Iterator;
@@ -54,6 +55,7 @@ import javax.sound.sampled.UnsupportedAudioFileException;
 final class FakeSniffer implements Transport {
   private static final AudioFormat FORMAT = new AudioFormat(8000, 16, 1, true, false);
 
+  private static final int MAX_COMPARED = 1 << 22;
   private static final Map<String, Short> LINEAR = new ConcurrentHashMap<>();
 
   /** The list of destinations, in order and with duplicates, like the real list. */
@@ -200,6 +202,7 @@ final class FakeSniffer implements Transport {
 
   /** Sets the state of the disk: "full", "small", "broken", "stalled" or "good". */
   void disk(String state) {
+    shares.forEach(other -> other.disk(state));
     if (fits > 0 && stalled.getCount() == 0) {
       awaitDisk();
     }
@@ -338,7 +341,7 @@ final class FakeSniffer implements Transport {
 
   /** Sends a datagram. Returns whether the sniffer forwarded it. */
   boolean udp(Endpoint source, Endpoint destination, byte[] payload) {
-    shares.forEach(other -> other.udp(source, destination, payload));
+    shares.forEach(other -> other.following(this).udp(source, destination, payload));
     passed.add(new Frame(Frame.RTP, destination, source, payload));
     boolean listed = list.contains(destination) && (ipv6 || !destination.isIpv6());
     if (listed) {
@@ -348,7 +351,7 @@ final class FakeSniffer implements Transport {
   }
 
   void frame(int protocol, Endpoint source, Endpoint destination, byte[] payload) {
-    shares.forEach(other -> other.frame(protocol, source, destination, payload));
+    shares.forEach(other -> other.following(this).frame(protocol, source, destination, payload));
     if (holds && new String(payload, StandardCharsets.UTF_8).matches("(?s).*Call-ID: (call-1|in|first)\\R.*")) {
       held.add(() -> forward(protocol, source, destination, payload));
     } else {
@@ -366,9 +369,15 @@ final class FakeSniffer implements Transport {
     deliver(redelivers ? block : block.readBy(clock));
   }
 
+  private FakeSniffer following(FakeSniffer first) {
+    lateMillis = first.lateMillis;
+    setForward = first.setForward;
+    return this;
+  }
+
   /** Moves the clock. */
   void pass(long millis) {
-    shares.forEach(other -> other.pass(millis));
+    shares.forEach(other -> other.following(this).pass(millis));
     held.forEach(Runnable::run);
     held.clear();
     if (fits > 0 && stalled.getCount() == 0) {
@@ -505,6 +514,24 @@ final class FakeSniffer implements Transport {
     Path file = directory.resolve(CallReport.FOLDER).resolve(last.name() + ".json");
     Testing.equal(CallReport.read(file), last);
     return last.json();
+  }
+
+  /** Returns what the reports say of the sound, and the content of the stereo files, without names of files. */
+  String sounds() throws IOException {
+    StringBuilder sounds = new StringBuilder();
+    for (CallReport report : reports) {
+      sounds.append('\n').append(List.of(report.fromCaller(), report.fromCallee(), report.notes()).toString()
+          .replaceAll("file=[^,]*", ""));
+      List<String> names = new ArrayList<>(report.moreStereo().stream().map(CallReport.Part::file).toList());
+      names.add(0, report.stereo());
+      for (String name : names) {
+        if (!name.isEmpty()) {
+          byte[] start = Files.newInputStream(directory.resolve(name)).readNBytes(MAX_COMPARED);
+          sounds.append(' ').append(Files.size(directory.resolve(name))).append(' ').append(Arrays.hashCode(start));
+        }
+      }
+    }
+    return sounds.toString();
   }
 
   /** Returns the files whose names have this end. */
