@@ -67,6 +67,9 @@ final class RtpStream {
       next += distance;  // the packets before it were overtaken
       distance = 0;
     }
+    if (distance < -MAX_MISORDER && packet.time() < lastTime) {
+      return;  // a sniffer sends again what a front or recorder that was killed may not have read
+    }
     if (distance > MAX_DROPOUT || distance < -MAX_MISORDER) {
       if (suspect == null || sequence != (suspect.sequence() + 1 & 0xffff)) {
         suspect = packet.keep();

@@ -51,8 +51,8 @@ public final class Track {
   private static final int STRAGGLERS = 2;
   /** A source continues the file of one with another address after this time without its packets. */
   private static final long MIN_SILENCE_MILLIS = 100;
-  /** A datagram other than RTP is compared with this number of earlier ones, because two sniffers may deliver it. */
-  private static final int COMPARED = 8;
+  /** A datagram other than RTP is compared with this number of earlier ones, because it may be delivered again. */
+  private static final int COMPARED = 512;
   /** RTP timestamp units in a millisecond. They are the same for G.722, which has twice the samples (RFC 3551). */
   private static final int TICKS = 8;
 
@@ -68,7 +68,8 @@ public final class Track {
   private final List<AudioOutput> outputs = new ArrayList<>();
   private final Set<String> notes = new TreeSet<>();
   private final Digits digits = new Digits();
-  private final int[] recent = new int[COMPARED];
+  /** The hashes of the last datagrams other than RTP; most calls have none. */
+  private int[] recent = {};
   private PcapFile undecoded;
   private String undecodedCodec = "";
   private long undecodedFirst;
@@ -180,6 +181,9 @@ public final class Track {
   /** Adds a datagram other than RTP. It is kept in the capture file under the given codec name. */
   public void keep(Frame frame, String what, long time) {
     int hash = Arrays.hashCode(frame.payload());
+    if (recent.length == 0) {
+      recent = new int[COMPARED];
+    }
     if (Arrays.stream(recent).noneMatch(other -> other == hash)) {
       recent[(int) (forgottenReceived++ % COMPARED)] = hash;
       store(frame, what, time);

@@ -212,6 +212,8 @@ public final class Recorder extends Service {
       boolean late = !transport().redelivers() && running.savedAt() > 0
           && now.stamp() - running.savedAt() > RESUME_MILLIS;
       loaded.forEach(call -> restore(call, late, now));
+      long skew = transport().redelivers() ? 0 : clock.skew();
+      log.lastCalls((id, end) -> follower.endedBefore(id, end - skew, now));
       if (!recordings.isEmpty()) {
         console.line("going on with " + Text.count(recordings.size(), "call") + " from before the restart");
       }

@@ -268,6 +268,17 @@ public final class CallFollower {
   }
 
   /**
+   * Records that a call ended before a restart. Its messages may be delivered again, and do not begin it again.
+   *
+   * @param id the Call-ID or the H.323 call identifier
+   * @param end the stamp of the end
+   */
+  public void endedBefore(String id, long end, Moment now) {
+    sipCalls.endedBefore(id, end);
+    h323Calls.endedBefore(id, now);
+  }
+
+  /**
    * Marks the legs that begin until a time as doubtful: this process was interrupted, so the time of their frames is
    * not known well.
    */

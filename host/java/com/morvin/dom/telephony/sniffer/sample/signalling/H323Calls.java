@@ -179,6 +179,11 @@ final class H323Calls {
     }
   }
 
+  /** Records that a call ended shortly before a restart. */
+  void endedBefore(String callId, Moment now) {
+    ended.putLast(callId, now);
+  }
+
   private final class H323Call extends Call {
     /** The connections of the call. The call began on the first one. */
     private final List<ConnectionId> connections = new ArrayList<>();

@@ -16,6 +16,8 @@ final class SipCalls {
   private final Map<String, SipLeg> legs = new HashMap<>();
   private final SipLinks links;
   private final BoundedMap<String, SipLeg.Attempt> ended = new BoundedMap<>(MAX_ENDED);
+  /** The calls that ended before a restart, by Call-ID, with the stamp of the end. */
+  private final BoundedMap<String, Long> endedBefore = new BoundedMap<>(MAX_ENDED);
 
   SipCalls(CallFollower follower) {
     this.follower = follower;
@@ -64,6 +66,9 @@ final class SipCalls {
    * @param retired an earlier leg of a running call with this Call-ID; may be null
    */
   private SipLeg begin(SipMessage message, SipLeg retired, Frame frame, Moment now) {
+    if (now.stamp() <= endedBefore.getOrDefault(message.callId(), Long.MIN_VALUE)) {
+      return null;  // a message of that call, delivered again
+    }
     SipLeg.Attempt before = ended.get(message.callId());
     boolean late = SipLeg.canBegin(message);
     // The failure of a call that is answered all the same was forged.
@@ -130,6 +135,11 @@ final class SipCalls {
     } else if (message.sdp().isPresent()) {
       links.sameStream(leg).ifPresent(other -> merge(leg.call(), other.call(), other.turned(), now));
     }
+  }
+
+  /** Records that a call ended before a restart. */
+  void endedBefore(String callId, long stamp) {
+    endedBefore.putLast(callId, stamp);
   }
 
   /** Forgets an ended call. */

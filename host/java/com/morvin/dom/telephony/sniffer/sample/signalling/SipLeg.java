@@ -473,12 +473,13 @@ final class SipLeg extends Leg {
 
   /**
    * The INVITEs of an ended leg: the last CSeq, the branches, and the time of the end. A sender may repeat an INVITE,
-   * and another sniffer may deliver it late. An INVITE on another branch is a new attempt, although a forking proxy
-   * keeps Call-ID and CSeq.
+   * and a sniffer may deliver it late. An INVITE on another branch is a new attempt, although a forking proxy keeps
+   * Call-ID and CSeq, unless it was sent within the dialog.
    */
   record Attempt(long invite, Set<String> branches, Moment end, boolean isAnswered) {
     boolean isFollowedBy(SipMessage message, Moment now) {
-      boolean known = message.branch().isEmpty() ? message.cseq() <= invite : branches.contains(message.branch());
+      boolean known = message.branch().isEmpty() || !message.to().tag().isEmpty() ? message.cseq() <= invite
+          : branches.contains(message.branch());
       boolean late = now.since(end) < BYE_TIMEOUT_MILLIS && (known || message.cseq() < invite);
       return message.isRequest("INVITE") && !late;
     }

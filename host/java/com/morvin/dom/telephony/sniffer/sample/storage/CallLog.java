@@ -6,15 +6,26 @@ import java.nio.charset.StandardCharsets;
 import java.nio.file.Files;
 import java.nio.file.Path;
 import java.time.Instant;
+import java.time.OffsetDateTime;
 import java.time.ZoneId;
 import java.time.format.DateTimeFormatter;
+import java.time.format.DateTimeParseException;
 import java.util.ArrayList;
 import java.util.List;
+import java.util.function.ObjLongConsumer;
+import java.util.regex.Matcher;
+import java.util.regex.Pattern;
 import java.util.stream.Collectors;
 import java.util.stream.Stream;
 
 /** The table of calls, calls.csv, with a line for each ended call. */
 public final class CallLog {
+  private static final Pattern FIELD = Pattern.compile("(\"(?:[^\"]|\"\")*\"|[^,]*)(?:,|$)");
+  private static final int END_COLUMN = 1;
+  private static final int ID_COLUMN = 6;
+  /** The length of the end of the table that has the last calls, in bytes. */
+  private static final int LAST_BYTES = 1 << 20;
+
   private static final DateTimeFormatter TIME =
       DateTimeFormatter.ofPattern("yyyy-MM-dd'T'HH:mm:ss.SSSXXX").withZone(ZoneId.systemDefault());
   private static final List<String> COLUMNS = List.of("start", "end", "seconds", "protocol", "caller", "callee",
@@ -76,6 +87,39 @@ public final class CallLog {
 
   private static String digits(CallReport.Voice voice) {
     return voice.digits().stream().map(CallReport.Digit::digit).collect(Collectors.joining());
+  }
+
+  /**
+   * Finds the calls at the end of the table.
+   *
+   * @param take receives the identifier of each and its end in milliseconds since 1970
+   */
+  public void lastCalls(ObjLongConsumer<String> take) throws IOException {
+    byte[] end = FileOperations.readEnd(file, LAST_BYTES);
+    new String(end, StandardCharsets.UTF_8).lines().forEach(line -> {
+      List<String> fields = fields(line, ID_COLUMN + 1);
+      try {
+        if (fields.size() > ID_COLUMN) {
+          take.accept(fields.get(ID_COLUMN), millis(fields.get(END_COLUMN)));
+        }
+      } catch (DateTimeParseException e) {
+        // The line with the names of the columns, or a part of a line.
+      }
+    });
+  }
+
+  /** Returns the first fields of a line. */
+  static List<String> fields(String line, int count) {
+    List<String> fields = new ArrayList<>();
+    for (Matcher field = FIELD.matcher(line); fields.size() < count && field.find();) {
+      fields.add(Text.ofCsv(field.group(1)));
+    }
+    return fields;
+  }
+
+  /** Returns the milliseconds since 1970 of a time in the table. */
+  static long millis(String time) {
+    return OffsetDateTime.parse(time).toInstant().toEpochMilli();
   }
 
   /** Appends a line unless it is empty. A new table, also after the former one was moved, begins with the columns. */
