@@ -11,6 +11,8 @@ import java.util.stream.Stream;
 /** Follows SIP calls by their messages. */
 final class SipCalls {
   private static final int MAX_ENDED = 4096;
+  /** By how much the clocks of two runs differ. */
+  private static final long CLOCK_MILLIS = 100;
 
   private final CallFollower follower;
   private final Map<String, SipLeg> legs = new HashMap<>();
@@ -66,7 +68,8 @@ final class SipCalls {
    * @param retired an earlier leg of a running call with this Call-ID; may be null
    */
   private SipLeg begin(SipMessage message, SipLeg retired, Frame frame, Moment now) {
-    if (now.stamp() <= endedBefore.getOrDefault(message.callId(), Long.MIN_VALUE)) {
+    Long over = endedBefore.get(message.callId());
+    if (over != null && now.stamp() <= over + CLOCK_MILLIS) {
       return null;  // a message of that call, delivered again
     }
     SipLeg.Attempt before = ended.get(message.callId());

@@ -92,8 +92,8 @@ public final class FileOperations {
   }
 
   /**
-   * Returns the free space for a directory in bytes. Unlike a FileStore, it needs no entry in /proc/mounts, which may be
-   * missing in a container.
+   * Returns the free space for a directory in bytes. Unlike a FileStore, it needs no entry in /proc/mounts, which may
+   * be missing in a container.
    */
   static long usableSpace(Path directory) throws IOException {
     if (!Files.isDirectory(directory)) {
