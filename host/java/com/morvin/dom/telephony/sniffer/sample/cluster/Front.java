@@ -130,6 +130,7 @@ final class Front extends Service {
       restoredCall.lifetime().resume(now.at(state.savedAt()), now);
     } else {
       restoredCall.lifetime().resume(now);
+      restoredCall.awaitLateMedia(now);
     }
   }
 

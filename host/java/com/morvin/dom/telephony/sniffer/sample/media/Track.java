@@ -327,6 +327,9 @@ public final class Track {
     private AudioOutput output;
     private int savedOutput;
     private int expectedTimestamp;
+    /** The audio that was in the file already when the source was restored, and its end; in timestamp units. */
+    private int excess;
+    private int excessEnd;
     private long lostBefore;
 
     Source(int ssrc) {
@@ -352,6 +355,9 @@ public final class Track {
     }
 
     private void playAudio(RtpPacket packet) {
+      if (isInExcess(packet)) {
+        return;
+      }
       if (output != null && output.isOwnedBy(this) && output.file().rate() == packet.codec().rate()
           && !output.file().full()) {
         playInTime(packet);
@@ -364,6 +370,13 @@ public final class Track {
       if (outputs.isEmpty() || held.size() == PROBATION) {
         assignOutput();
       }
+    }
+
+    /** Whether the packet is in the file already: a sniffer has sent it again after a restart. */
+    private boolean isInExcess(RtpPacket packet) {
+      int left = excessEnd - packet.timestamp();
+      excess = left > 0 && left <= excess ? excess : 0;
+      return excess > 0;
     }
 
     /**
@@ -523,7 +536,9 @@ public final class Track {
       if (savedOutput >= 0) {
         output = outputs.get(savedOutput);
         output.setOwner(this);
-        expectedTimestamp += (int) output.excessMillis() * TICKS;
+        excess = (int) output.excessMillis() * TICKS;
+        expectedTimestamp += excess;
+        excessEnd = expectedTimestamp;
       }
       noteWritten();
     }

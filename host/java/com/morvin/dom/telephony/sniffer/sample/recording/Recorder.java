@@ -242,6 +242,7 @@ public final class Recorder extends Service {
     } else {
       recording.call.lifetime().resume(now.at(running.savedAt()), now);
     }
+    recording.call.awaitLateMedia(now);
     if (late) {
       follower.end(recording.call, "recording stopped", recording.call.lifetime().lastActivity(), now);
     }

@@ -281,6 +281,7 @@ public abstract class Service implements CallFollower.Listener {
     boolean hasIpv6 = sniffers.hasIpv6(block.sniffer());
     long delay = 0;
     int count = 0;
+    follower.setPresent(currentTime());
     for (cursor.begin(block); cursor.next(); count++) {
       if (count % LOOK_AHEAD == 0) {
         lookAhead(cursor);

@@ -362,9 +362,17 @@ public abstract class Call {
   /**
    * Returns the delay of the end in milliseconds. The signalling of a short call can arrive before its media, when the
    * sniffer has kept the media or one of the programs was stopped.
+   *
+   * @param late whether the message that ends the call was captured long ago: media from before it can follow
    */
-  final long delayOfEnd() {
-    return lifetime.answer() == null || flow.exists() ? 0 : owned ? LATE_MEDIA_MILLIS : UNHEARD_MILLIS;
+  final long delayOfEnd(boolean late) {
+    return lifetime.answer() == null || flow.exists() && !late ? 0 : owned ? LATE_MEDIA_MILLIS : UNHEARD_MILLIS;
+  }
+
+  /** Delays the end of a call that was restored after its end was signalled: its media can be sent again. */
+  public void awaitLateMedia(Moment now) {
+    legs.stream().filter(leg -> leg.ending() != null)
+        .forEach(leg -> leg.confirmEnd(leg.how(), now, delayOfEnd(true)));
   }
 
   /** Whether the signalling has ended the call. The call continues while its media does. */

@@ -140,6 +140,11 @@ final class SipCalls {
     }
   }
 
+  /** Whether a message was captured long ago. */
+  boolean isLate(Moment now) {
+    return follower.isLate(now);
+  }
+
   /** Records that a call ended before a restart. */
   void endedBefore(String callId, long stamp) {
     endedBefore.putLast(callId, stamp);

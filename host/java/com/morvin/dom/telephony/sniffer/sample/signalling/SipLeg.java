@@ -385,7 +385,7 @@ final class SipLeg extends Leg {
     } else if (!requests.containsKey(transaction(byeResponse))) {
       hangUp(byeResponse, now, BYE_TIMEOUT_MILLIS);
     } else {
-      confirmEnd("hung up by " + nameOf(byeResponse.from()), now, isReferred ? RETRY_MILLIS : call.delayOfEnd());
+      confirmEnd("hung up by " + nameOf(byeResponse.from()), now, isReferred ? RETRY_MILLIS : call.delayOfEnd(now));
     }
   }
 
