@@ -12,7 +12,6 @@ import java.time.format.DateTimeFormatter;
 import java.time.format.DateTimeParseException;
 import java.util.ArrayList;
 import java.util.List;
-import java.util.function.ObjLongConsumer;
 import java.util.regex.Matcher;
 import java.util.regex.Pattern;
 import java.util.stream.Collectors;
@@ -23,6 +22,7 @@ public final class CallLog {
   private static final Pattern FIELD = Pattern.compile("(\"(?:[^\"]|\"\")*\"|[^,]*)(?:,|$)");
   private static final int END_COLUMN = 1;
   private static final int ID_COLUMN = 6;
+  private static final int REASON_COLUMN = 7;
   /** The length of the end of the table that has the last calls, in bytes. */
   private static final int LAST_BYTES = 1 << 20;
 
@@ -33,6 +33,14 @@ public final class CallLog {
       "callee lost", "callee audio start", "callee files", "notes", "caller digits", "callee digits", "stereo file");
 
   private final Path file;
+
+  /**
+   * A call in the table.
+   *
+   * @param end in milliseconds since 1970
+   * @param reason see {@link CallReport#endReason}
+   */
+  public record Line(String id, long end, String reason) {}
 
   /** Opens the table of a directory, or creates it. */
   public CallLog(Path directory) throws IOException {
@@ -89,23 +97,20 @@ public final class CallLog {
     return voice.digits().stream().map(CallReport.Digit::digit).collect(Collectors.joining());
   }
 
-  /**
-   * Finds the calls at the end of the table.
-   *
-   * @param take receives the identifier of each and its end in milliseconds since 1970
-   */
-  public void lastCalls(ObjLongConsumer<String> take) throws IOException {
+  /** Returns the calls at the end of the table. */
+  public List<Line> lastCalls() throws IOException {
     byte[] end = FileOperations.readEnd(file, LAST_BYTES);
-    new String(end, StandardCharsets.UTF_8).lines().forEach(line -> {
-      List<String> fields = fields(line, ID_COLUMN + 1);
+    List<Line> calls = new ArrayList<>();
+    new String(end, StandardCharsets.UTF_8).lines().map(line -> fields(line, REASON_COLUMN + 1)).forEach(fields -> {
       try {
-        if (fields.size() > ID_COLUMN) {
-          take.accept(fields.get(ID_COLUMN), millis(fields.get(END_COLUMN)));
+        if (fields.size() > REASON_COLUMN) {
+          calls.add(new Line(fields.get(ID_COLUMN), millis(fields.get(END_COLUMN)), fields.get(REASON_COLUMN)));
         }
       } catch (DateTimeParseException e) {
         // The line with the names of the columns, or a part of a line.
       }
     });
+    return calls;
   }
 
   /** Returns the first fields of a line. */
