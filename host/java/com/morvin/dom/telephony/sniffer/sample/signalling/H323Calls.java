@@ -174,7 +174,7 @@ final class H323Calls {
     }
     if (text.type() == H323Text.RELEASE_COMPLETE && call.isOverWithout(id)) {
       String how = call.lifetime().answer() != null ? "hung up by " : "released by ";
-      call.leg.end(how + (fromCaller ? "caller" : "callee"), now, call.delayOfEnd(follower.isLate(now)));
+      call.leg.end(how + (fromCaller ? "caller" : "callee"), now, call.delayOfEnd(now, follower.isLate(now)));
       follower.endIfOver(call, now);
     }
   }

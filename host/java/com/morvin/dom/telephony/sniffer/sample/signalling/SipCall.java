@@ -49,7 +49,7 @@ final class SipCall extends Call {
 
   /** Returns the delay of the end that a message signals, in milliseconds. */
   long delayOfEnd(Moment now) {
-    return delayOfEnd(calls.isLate(now));
+    return delayOfEnd(now, calls.isLate(now));
   }
 
   @Override
