@@ -25,7 +25,8 @@ void FrameForwarder::configure(bool announceCaptureTime, LookBack* lookBack, Wai
 // ---- the group ----
 
 void FrameForwarder::add(BaseConnection& connection, const KeptFrame& frame) {
-  if (connection_ != &connection || group_.size() == kMaxGroup) flush();
+  const bool isFull = connection_ != &connection || group_.size() == kMaxGroup;
+  const LinkEvent event = isFull ? flush() : LinkEvent::kNone;
   const Entry entry{frame, FrameHeader::protocolOf(frame.frame.data()), Origin::kCaptured};
   // Signalling that the recorder missed is sent first.
   if (lookBack_ != nullptr && entry.isSignalling() && !lookBack_->signalling.empty()) {
@@ -34,6 +35,8 @@ void FrameForwarder::add(BaseConnection& connection, const KeptFrame& frame) {
   }
   connection_ = &connection;
   group_.push_back(entry);
+  // The frames after this one are kept, so it must not wait for the next flush.
+  if (event != LinkEvent::kNone && lookBack_ != nullptr) recheckRest(0, event);
 }
 
 LinkEvent FrameForwarder::flush() {
