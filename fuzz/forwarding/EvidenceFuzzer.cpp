@@ -1,7 +1,7 @@
 // Passes frames and commands through the dissector to a failing recorder, or through the lanes of two such recorders,
 // with the settings that prevent losses. Input: pieces, as Split cuts them; the first octet of each selects the
-// operation. Each captured frame contains a number. A recorder must receive no frame twice, the frames of a destination
-// in order, and each capture time directly before its frame.
+// operation. Each captured frame contains a number. A recorder must receive no frame twice, unless frames are sent
+// again on a new connection, the frames of a destination in order, and each capture time directly before its frame.
 
 #include <log4cxx/logger.h>
 
@@ -28,12 +28,15 @@ constexpr std::size_t kNumber = 4;  // octets at the end of each frame
 /// A recorder that checks the frames it receives, and fails as the input selects.
 class CheckingConnection final : public BaseConnection {
  public:
+  explicit CheckingConnection(const Settings& settings) : sendsAgain_(settings.resendLast > 0) {}
+
   bool receiveRequest(SnifferRequest& request) override {
     if (!command) return false;
     request = *std::exchange(command, std::nullopt);
     return true;
   }
   void closeConnection() override {}
+  bool reportsEachLoss() const override { return sendsAgain_; }
   std::size_t getRoom() override { return room; }
 
   int sendPacket(u_char* buffer, int length) override {
@@ -59,6 +62,7 @@ class CheckingConnection final : public BaseConnection {
         left = -1;
         announced_.clear();  // a new connection
         last_.clear();
+        if (sendsAgain_) seen_.clear();
         frames[i].sent = -1;
         return {i + 1, failure};
       }
@@ -90,6 +94,7 @@ class CheckingConnection final : public BaseConnection {
     last = number;
   }
 
+  const bool sendsAgain_;
   std::size_t sinceWait_ = 0;
   Bytes announced_;  ///< the addresses of a capture time without its frame
   std::set<std::uint32_t> seen_;
@@ -104,6 +109,7 @@ Settings settingsOf(std::uint8_t options) {
   settings.decapsulate = (options & 2) != 0;
   settings.sipAnyUri = (options & 4) != 0;
   settings.ipv6 = (options & 16) != 0;
+  settings.resendLast = (options & 32) != 0 ? 60'000 : 0;
   return settings;
 }
 
@@ -170,7 +176,7 @@ class WholeRoad final : public Road {
  public:
   explicit WholeRoad(const Settings& settings) : isIpv6_(settings.ipv6) {
     dissector_.setSettings(settings);
-    auto made = std::make_unique<CheckingConnection>();
+    auto made = std::make_unique<CheckingConnection>(settings);
     connection_ = made.get();
     dissector_.setConnections(std::move(made), nullptr);
   }
@@ -221,7 +227,7 @@ class TwoLanes final : public Road {
     all_.setRecorders(2);
     for (One& one : recorders_) {
       one.lane.configure(settings, one.queued.queue);
-      auto made = std::make_unique<CheckingConnection>();
+      auto made = std::make_unique<CheckingConnection>(settings);
       one.connection = made.get();
       one.lane.links().take(std::move(made), nullptr);
     }

@@ -43,7 +43,9 @@ bool CatchUp::step() {
   if (room == 0) return false;
   forwarder_.flush();  // first, since it may keep frames
   const auto frames = fitting(lookBack_->media.peekRecalled(kMaxTogether), room);
-  lookBack_->media.popRecalled(forwarder_.sendKept(connection, frames));
+  const FrameForwarder::KeptSend sent = forwarder_.sendKept(connection, frames);
+  lookBack_->media.popRecalled(sent.frames);
+  if (sent.link != LinkEvent::kNone) forwarder_.noteLoss();
   // Frames that were kept meanwhile need another recall, which the next step begins.
   if (frames.empty()) isRecalling_ = false;
   return true;

@@ -25,7 +25,8 @@ void FrameForwarder::configure(bool announceCaptureTime, LookBack* lookBack, Wai
 // ---- the group ----
 
 void FrameForwarder::add(BaseConnection& connection, const KeptFrame& frame) {
-  if (connection_ != &connection || group_.size() == kMaxGroup) flush();
+  const bool isFull = connection_ != &connection || group_.size() == kMaxGroup;
+  const LinkEvent event = isFull ? flush() : LinkEvent::kNone;
   const Entry entry{frame, FrameHeader::protocolOf(frame.frame.data()), Origin::kCaptured};
   // Signalling that the recorder missed is sent first.
   if (lookBack_ != nullptr && entry.isSignalling() && !lookBack_->signalling.empty()) {
@@ -34,6 +35,8 @@ void FrameForwarder::add(BaseConnection& connection, const KeptFrame& frame) {
   }
   connection_ = &connection;
   group_.push_back(entry);
+  // The frames after this one are kept, so it must not wait for the next flush.
+  if (event != LinkEvent::kNone && lookBack_ != nullptr) recheckRest(0, event);
 }
 
 LinkEvent FrameForwarder::flush() {
@@ -43,10 +46,10 @@ LinkEvent FrameForwarder::flush() {
     beginOutgoing(*connection_, group_.size());
     for (std::size_t i = done; i < group_.size(); ++i) appendOutgoing(group_[i].frame, i, i < done + announced);
     result = connection_->sendPackets(outgoing_);
-    if (result.link != LinkEvent::kNone) destinations_.clear();
     const std::span<const OutgoingFrame> dealtWith(outgoing_.data(), result.dealtWith);
     announced = result.link == LinkEvent::kNone && !dealtWith.empty() && isSentTime(dealtWith.back()) ? 1 : 0;
     done = countDealtWith(done, result);
+    if (result.link != LinkEvent::kNone) noteLoss();
     if (result.link == LinkEvent::kUnreachable && lookBack_ == nullptr) dropRest(done);
     if (done < group_.size()) recheckRest(done + announced, result.link);
     // With a look-back, keepConnected() makes the next attempts.
@@ -78,6 +81,8 @@ void FrameForwarder::appendOutgoing(const KeptFrame& frame, std::size_t number, 
 /// Returns the index of the next frame.
 std::size_t FrameForwarder::countDealtWith(std::size_t from, const SendResult& result) {
   std::uint64_t sip = 0, h323 = 0, rtp = 0;
+  const bool resends = keepsSent(*connection_);
+  const Instant now = resends ? monotonicNow() : Instant(0);
   for (std::size_t i = 0; i < result.dealtWith; ++i) {
     const OutgoingFrame& frame = outgoing_[i];
     if (isSentTime(frame)) continue;
@@ -88,6 +93,7 @@ std::size_t FrameForwarder::countDealtWith(std::size_t from, const SendResult& r
       if (result.link == LinkEvent::kNone || !keep(entry)) statistics_.notSent.add();
     } else {
       ++(entry.protocol == FrameProtocol::Sip ? sip : entry.protocol == FrameProtocol::H323 ? h323 : rtp);
+      if (resends) lookBack_->sent.keep(entry.frame, now);
     }
   }
   // One atomic addition per group: one per frame would be a tenth of the frame's cost.
@@ -95,6 +101,15 @@ std::size_t FrameForwarder::countDealtWith(std::size_t from, const SendResult& r
   if (h323 != 0) statistics_.h323Forwarded.add(h323);
   if (rtp != 0) statistics_.rtpForwarded.add(rtp);
   return from;
+}
+
+bool FrameForwarder::keepsSent(const BaseConnection& connection) const {
+  return lookBack_ != nullptr && lookBack_->sent.areKept() && connection.reportsEachLoss();
+}
+
+void FrameForwarder::noteLoss() {
+  destinations_.clear();
+  if (lookBack_ != nullptr) lookBack_->putBackSent();
 }
 
 /// Drops the queue and the rest of the group, which would be old when the recorder is back. The rest of the group
@@ -143,8 +158,8 @@ bool FrameForwarder::sendMissed(BaseConnection& connection, const KeptFrame& fra
   return true;
 }
 
-std::size_t FrameForwarder::sendKept(BaseConnection& connection, std::span<const KeptFrame> frames) {
-  if (frames.empty()) return 0;
+FrameForwarder::KeptSend FrameForwarder::sendKept(BaseConnection& connection, std::span<const KeptFrame> frames) {
+  if (frames.empty()) return {};
   beginOutgoing(connection, frames.size());
   for (std::size_t i = 0; i < frames.size(); ++i) appendOutgoing(frames[i], i, false);
   SendResult result;
@@ -160,8 +175,10 @@ std::size_t FrameForwarder::sendKept(BaseConnection& connection, std::span<const
     if (!isSentTime(frame)) ++sent;
   }
   statistics_.rtpForwarded.add(sent);
-  if (result.link != LinkEvent::kNone) destinations_.clear();
-  return sent;
+  if (keepsSent(connection)) {
+    for (const KeptFrame& frame : frames.first(sent)) lookBack_->sent.keep(frame, monotonicNow());
+  }
+  return {sent, result.link};
 }
 
 void FrameForwarder::dropGroup() {

@@ -37,9 +37,19 @@ class FrameForwarder {
   /// Sends the group. Returns what happened to the link.
   LinkEvent flush();
 
-  /// Sends kept media, oldest first. To be called after flush(). Returns the number of frames sent; the caller keeps
-  /// the others.
-  std::size_t sendKept(BaseConnection& connection, std::span<const KeptFrame> frames);
+  /// The result of sending kept media.
+  struct KeptSend {
+    std::size_t frames = 0;  ///< number of frames that were sent, from the first on
+    LinkEvent link = LinkEvent::kNone;
+  };
+
+  /// Sends kept media, oldest first. To be called after flush(). The caller removes the frames that were sent, keeps
+  /// the others, and then calls noteLoss() if the link was lost.
+  KeptSend sendKept(BaseConnection& connection, std::span<const KeptFrame> frames);
+
+  /// Acts on the loss of the link: clears the destinations, and keeps again what was sent last and may not have been
+  /// read.
+  void noteLoss();
 
   /// Empties the group without sending it and counts its frames as not sent. For when their bytes become invalid.
   void dropGroup();
@@ -77,6 +87,7 @@ class FrameForwarder {
   void beginOutgoing(const BaseConnection& connection, std::size_t frames);
   void appendOutgoing(const KeptFrame& frame, std::size_t number, bool isAnnounced);
   std::size_t countDealtWith(std::size_t from, const SendResult& result);
+  bool keepsSent(const BaseConnection& connection) const;
   void dropRest(std::size_t from);
   void recheckRest(std::size_t from, LinkEvent event);
   bool keep(const Entry& entry);

@@ -31,16 +31,48 @@ KeptMedia::KeptMedia(Instant time, std::size_t memory, Statistics& statistics)
 // ---- keeping ----
 
 void KeptMedia::keep(const KeptFrame& kept, std::size_t reserved) {
+  const Newest added = append(kept, reserved);
+  link(newestOf(FrameHeader::destinationOf(kept.frame.data())), added);
+}
+
+/// Adds a record without a link.
+KeptMedia::Newest KeptMedia::append(const KeptFrame& kept, std::size_t reserved) {
   std::uint8_t* start = allocate(PageBlock::aligned(sizeof(Record) + kept.frame.size()), reserved);
   newestKept_ = monotonicNow();
-  Newest& last = newestOf(FrameHeader::destinationOf(kept.frame.data()));
-  const std::uint64_t number = nextNumber_++;
-  auto* record = new (start)
-      Record{last.record, last.number, newestKept_, kept.stamp, static_cast<std::uint32_t>(kept.frame.size())};
+  auto* record = new (start) Record{nullptr, 0, newestKept_, kept.stamp, static_cast<std::uint32_t>(kept.frame.size())};
   std::memcpy(record->frame(), kept.frame.data(), kept.frame.size());
-  last = {record, number};
   ++blocks_.back().waiting;
   statistics_.lookBackWaiting.add();
+  return {record, nextNumber_++};
+}
+
+void KeptMedia::putBack(const KeptFrame& kept, std::size_t reserved) {
+  const Newest added = append(kept, reserved);
+  link(putBack_[FrameHeader::destinationOf(kept.frame.data())], added);
+}
+
+void KeptMedia::link(Newest& last, const Newest& added) {
+  added.record->previous = last.record;
+  added.record->previousNumber = last.number;
+  last = added;
+}
+
+void KeptMedia::endPutBack() {
+  for (const auto& [destination, last] : putBack_) prepend(destination, last);
+  putBack_.clear();
+}
+
+/// Links the kept frames of a destination to earlier ones, of which `last` is the newest.
+void KeptMedia::prepend(const IpEndpoint& destination, const Newest& last) {
+  Newest& newest = newestOf(destination);
+  if (!isKept(newest.number)) {
+    newest = last;
+    return;
+  }
+  Record* first = newest.record;
+  while (isKept(first->previousNumber)) first = first->previous;
+  first->previous = last.record;
+  first->previousNumber = last.number;
 }
 
 KeptMedia::Newest& KeptMedia::newestOf(const IpEndpoint& destination) {
@@ -123,7 +155,8 @@ std::span<const KeptFrame> KeptMedia::peekRecalled(std::size_t atMost) {
   peeked_.clear();
   while (!recalled_.empty() && !isKept(recalled_.front().number)) recalled_.pop_front();
   for (const Newest& one : recalled_) {
-    if (peeked_.size() == atMost) break;
+    // Frames that were put back come first, although others are older by number and may have been dropped.
+    if (peeked_.size() == atMost || !isKept(one.number)) break;
     peeked_.push_back({one.record->stamp, {one.record->frame(), one.record->length}});
   }
   return peeked_;
@@ -145,16 +178,7 @@ void KeptMedia::cancelRecall() {
   oldest.previousNumber = 0;
   const Newest last = recalled_.back();
   recalled_.clear();
-  Newest& newest = newestOf(recalledFor_);
-  if (!isKept(newest.number)) {
-    newest = last;
-    return;
-  }
-  // Frames that were kept during the recall come after those of the recall.
-  Record* first = newest.record;
-  while (isKept(first->previousNumber)) first = first->previous;
-  first->previous = last.record;
-  first->previousNumber = last.number;
+  prepend(recalledFor_, last);  // frames that were kept during the recall come after those of the recall
 }
 
 }  // namespace voip

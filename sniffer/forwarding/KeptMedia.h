@@ -6,6 +6,7 @@
 #include <memory>
 #include <optional>
 #include <span>
+#include <unordered_map>
 #include <vector>
 
 #include "base/BlockPool.h"
@@ -35,6 +36,14 @@ class KeptMedia {
   /// elsewhere. Throws std::bad_alloc.
   void keep(const KeptFrame& kept, std::size_t reserved);
 
+  /// As keep(), for a frame that was sent although the recorder may not have read it: it is recalled before all frames
+  /// of its destination but those that were put back earlier. To be called after cancelRecall(), and for all such
+  /// frames before endPutBack().
+  void putBack(const KeptFrame& kept, std::size_t reserved);
+
+  /// Ends a series of putBack().
+  void endPutBack();
+
   /// Begins a recall, after cancelRecall(). Returns false when no frame is kept for `destination`. Expired frames count
   /// as dropped.
   bool beginRecall(const IpEndpoint& destination);
@@ -56,8 +65,8 @@ class KeptMedia {
   void stopTime(std::optional<Instant> since) { stoppedAt_ = since; }
 
  private:
-  /// A kept frame, whose bytes follow the record. Only newer records link to older ones, by address and number, so that
-  /// the oldest block can be dropped unread.
+  /// A kept frame, whose bytes follow the record. It links to the frame before it by address and number: a lower number
+  /// than that of the oldest block shows that this frame was dropped, so that a block can be dropped unread.
   struct Record {
     Record* previous;              ///< the previous record of the same destination
     std::uint64_t previousNumber;  ///< its number, 0 for none; it may have been dropped
@@ -82,6 +91,9 @@ class KeptMedia {
   static constexpr std::size_t kBlockSize = 128 * 1024;  ///< bytes
   static constexpr std::size_t kMaxSpare = 8;            ///< unused blocks
 
+  Newest append(const KeptFrame& kept, std::size_t reserved);
+  static void link(Newest& last, const Newest& added);
+  void prepend(const IpEndpoint& destination, const Newest& last);
   std::uint8_t* allocate(std::size_t size, std::size_t reserved);
   void dropOldestBlock(Statistics::Counter& counter);
   Newest& newestOf(const IpEndpoint& destination);
@@ -101,6 +113,9 @@ class KeptMedia {
   Instant newestKept_{0};
   std::optional<Instant> stoppedAt_;
   LruTable<IpEndpoint, Newest> newest_;  ///< the newest record of each destination
+
+  /// The last frame that was put back, by destination, until endPutBack().
+  std::unordered_map<IpEndpoint, Newest, IpEndpointHash> putBack_;
 
   // The recall.
   IpEndpoint recalledFor_;         ///< its destination

@@ -1,5 +1,7 @@
 #include "forwarding/MissedSignalling.h"
 
+#include <iterator>
+
 namespace voip {
 
 namespace {
@@ -10,10 +12,28 @@ constexpr Instant kBetweenAttempts{250};
 }  // namespace
 
 void MissedSignalling::keep(const KeptFrame& kept, Instant now) {
-  frames_.push_back({now, kept.stamp, {kept.frame.begin(), kept.frame.end()}});
+  add(frames_, kept, now);
+  limitMemory();
+}
+
+void MissedSignalling::add(std::deque<Missed>& frames, const KeptFrame& kept, Instant now) {
+  frames.push_back({now, kept.stamp, {kept.frame.begin(), kept.frame.end()}});
   size_ += kept.frame.size() + kOverhead;
   statistics_.lookBackWaiting.add();
-  while (size_ > memory_) {
+}
+
+void MissedSignalling::putBack(const KeptFrame& kept, Instant now) {
+  add(putBack_, kept, now);
+}
+
+void MissedSignalling::endPutBack() {
+  frames_.insert(frames_.begin(), std::make_move_iterator(putBack_.begin()), std::make_move_iterator(putBack_.end()));
+  putBack_.clear();
+  limitMemory();
+}
+
+void MissedSignalling::limitMemory() {
+  while (size_ > memory_ && !frames_.empty()) {
     statistics_.lookBackOverflow.add();
     pop();
   }

@@ -24,6 +24,13 @@ class MissedSignalling {
   /// Keeps a copy of a frame. Drops the oldest ones when the memory is used up. Throws std::bad_alloc.
   void keep(const KeptFrame& kept, Instant now);
 
+  /// As keep(), for a frame that was sent although the recorder may not have read it: it comes before all frames that
+  /// are kept but those that were put back earlier. To be called for all such frames before endPutBack().
+  void putBack(const KeptFrame& kept, Instant now);
+
+  /// Ends a series of putBack(). Drops the oldest frames when the memory is used up.
+  void endPutBack();
+
   /// True when no frame is kept.
   bool empty() const { return frames_.empty(); }
 
@@ -52,11 +59,15 @@ class MissedSignalling {
     std::vector<std::uint8_t> frame;
   };
 
+  void add(std::deque<Missed>& frames, const KeptFrame& kept, Instant now);
+  void limitMemory();
+
   const Instant time_;
   const std::size_t memory_;
   Statistics& statistics_;
-  std::deque<Missed> frames_;  ///< oldest first
-  std::size_t size_ = 0;       ///< bytes
+  std::deque<Missed> frames_;   ///< oldest first
+  std::deque<Missed> putBack_;  ///< frames before these, until endPutBack()
+  std::size_t size_ = 0;        ///< bytes of both
   Instant nextAttempt_{0};
 };
 

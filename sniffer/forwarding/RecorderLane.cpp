@@ -35,7 +35,7 @@ void RecorderLane::configure(const Settings& settings, WaitingFrames& waiting) {
   waiting_ = &waiting;
   lookBack_.reset();
   if (settings.lookBack > 0) {
-    lookBack_ = std::make_unique<LookBack>(Instant(settings.lookBack),
+    lookBack_ = std::make_unique<LookBack>(Instant(settings.lookBack), Instant(settings.resendLast),
                                            static_cast<std::size_t>(settings.lookBackMemory) << 20, statistics_);
   }
   forwarder_.configure(settings.captureTime, lookBack_.get(), waiting);
@@ -66,7 +66,7 @@ void RecorderLane::logNotSent() {
 
 std::chrono::milliseconds RecorderLane::prepareWait() {
   forwarder_.flush();
-  if (lookBack_ != nullptr && links_.keepConnected() != LinkEvent::kNone) destinations_.clear();
+  if (lookBack_ != nullptr && links_.keepConnected() != LinkEvent::kNone) forwarder_.noteLoss();
   catchUp_.takeRequests();
   forwarder_.sendMissed(
       [this](FrameProtocol protocol) -> BaseConnection& { return *links_.forFrame(protocol, protocol); });
@@ -78,6 +78,7 @@ void RecorderLane::finishWait(bool hasFrames, bool hasHost) {
   if (BaseConnection* media = links_.getMedia()) media->watchHost();
   if (lookBack_ == nullptr || hasFrames) return;
   lookBack_->media.expire();
+  lookBack_->sent.expire(monotonicNow());
   if (hasHost) checkHostCommands();  // the host may ask for kept media while no packet arrives
 }
 

@@ -42,6 +42,7 @@ std::unique_ptr<TcpConnection> newTcp(const char* host, int port, const Settings
   connection->setStatistics(statistics);
   connection->setIpv6(settings.ipv6);
   connection->setSendTimeout(std::chrono::milliseconds(settings.sendTimeout));
+  connection->setReportsEachLoss(settings.lookBack > 0 && settings.resendLast > 0);
   return connection;
 }
 

@@ -99,6 +99,10 @@ class BaseConnection {
   /// Ends all waits in this connection, present and future. Any thread.
   virtual void interrupt() {}
 
+  /// Returns true when frames that were sent can be lost with the link, and the sending thread hears of each loss from
+  /// sendPackets() or keepConnected() before frames are sent on the next link. Sending thread.
+  virtual bool reportsEachLoss() const { return false; }
+
   /// Returns how many bytes can be sent now without delaying the frames that follow; 0 while the recorder is slow.
   /// Kept media observes it, other frames do not. Sending thread.
   virtual std::size_t getRoom() { return SIZE_MAX; }

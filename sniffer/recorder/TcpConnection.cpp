@@ -175,6 +175,11 @@ SendProgress TcpConnection::sendFrames(std::span<OutgoingFrame> frames) {
   OutgoingFrame& first = frames[0];
   first.sent = 0;
   if (!isSendable(first)) return {1, first.length == 0};
+  if (reportsEachLoss_ && !connected_ && !std::exchange(isLossKnown_, true)) {
+    first.sent = -1;
+    event_ = LinkEvent::kLost;
+    return {1, false};
+  }
   if (connected_ || reconnect()) {
     connectRetries_ = 0;
     return sending_->send(frames);
@@ -188,6 +193,13 @@ SendProgress TcpConnection::sendFrames(std::span<OutgoingFrame> frames) {
 
 LinkEvent TcpConnection::sendReply(OutgoingFrame& reply) {
   const MutexLock held(lock_);
+  const LinkEvent event = sendReplyNow(reply);
+  // The sending thread has not heard of this loss.
+  if (reportsEachLoss_ && event == LinkEvent::kLost) isLossKnown_ = false;
+  return event;
+}
+
+LinkEvent TcpConnection::sendReplyNow(OutgoingFrame& reply) {
   if (isExact()) return sendReplyExactly(reply);
   if (connected_) return sendPackets({&reply, 1}).link;
   reply.sent = -1;

@@ -38,6 +38,10 @@ class TcpConnection : public BaseConnection, private voip::StreamSocket {
   /// sendPacket(). To be called before the first use.
   void setSendTimeout(std::chrono::milliseconds time);
 
+  /// Sets whether the sending thread hears of each loss, also of one that another thread has noticed. To be called
+  /// before the first use.
+  void setReportsEachLoss(bool on) { reportsEachLoss_ = on; }
+
   /// Sets whether commands may have IPv6 addresses. To be called before the first use.
   void setIpv6(bool on);
 
@@ -59,6 +63,7 @@ class TcpConnection : public BaseConnection, private voip::StreamSocket {
   /// Attempts are 250 ms apart, and one that gets no answer ends after 3 s.
   voip::LinkEvent keepConnected() override;
 
+  bool reportsEachLoss() const override { return reportsEachLoss_; }
   void pause() override;
   std::size_t getRoom() override;
   void awaitRequest() override { wait_.untilReadable(); }
@@ -90,6 +95,7 @@ class TcpConnection : public BaseConnection, private voip::StreamSocket {
   using Clock = std::chrono::steady_clock;
 
   bool isExact() const { return exact_ != nullptr; }
+  voip::LinkEvent sendReplyNow(voip::OutgoingFrame& reply) REQUIRES(lock_);
   voip::LinkEvent sendReplyExactly(voip::OutgoingFrame& reply) REQUIRES(lock_);
   voip::SendProgress sendFrames(std::span<voip::OutgoingFrame> frames) REQUIRES(lock_);
   bool reconnect() REQUIRES(lock_);
@@ -105,6 +111,7 @@ class TcpConnection : public BaseConnection, private voip::StreamSocket {
 
   voip::Statistics* statistics_ = nullptr;
   std::chrono::milliseconds sendTimeout_{0};
+  bool reportsEachLoss_ = false;
   voip::SocketAddress serverAddr_;
   const int serverPort_;
   const char* const serverHost_;
@@ -117,7 +124,7 @@ class TcpConnection : public BaseConnection, private voip::StreamSocket {
   std::atomic<bool> connected_ = false;
   int connectRetries_ GUARDED_BY(lock_) = 0;  ///< consecutive sends without a connection
   bool isConnecting_ = false;                 ///< an attempt to connect is pending
-  bool isLossKnown_ = true;                   ///< the caller knows that the last connection was lost
+  bool isLossKnown_ = true;                   ///< the sending thread knows that the last connection was lost
   Clock::time_point attemptedAt_;             ///< start of the last attempt to connect
   std::size_t sentSinceRoom_ = 0;             ///< bytes since the last getRoom()
   bool isStalled_ = false;                    ///< poll() reported space, but nothing has been sent since

@@ -82,6 +82,8 @@ inline constexpr SettingKey kSettingKeys[] = {
      "how long media is kept that the recorder has not asked for yet"},
     {"LookBackMemory", NumberKey{&Settings::lookBackMemory, "megabytes", 1, 65'536},
      "upper limit of the memory of LookBack"},
+    {"ResendLast", NumberKey{&Settings::resendLast, "milliseconds", 0, 60'000},
+     "with LookBack: what was sent in this time before a TCP recorder was lost is sent again to the next one"},
     {"CaptureTime", FlagKey{&Settings::captureTime}, "a late frame is preceded by a frame with its capture time"},
     {"QueueLimit", NumberKey{&Settings::queueLimit, "megabytes", 0, 1'048'576},
      "upper limit of the queue between capture and sending; 0: no limit"},

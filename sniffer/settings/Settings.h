@@ -20,6 +20,7 @@ struct Settings {
 
   int lookBack = 0;         ///< milliseconds, 0 to 60,000
   int lookBackMemory = 64;  ///< MB
+  int resendLast = 0;       ///< milliseconds, 0 to 60,000; needs lookBack
   bool captureTime = false;
   int queueLimit = 0;  ///< MB; 0: no limit
 

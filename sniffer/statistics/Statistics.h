@@ -42,6 +42,7 @@ struct Statistics {
   Counter h245AddressesForgotten;
   Counter hostWaiting, hostWaitingHighest;
   Counter lookBackWaiting, lookBackOverflow;
+  Counter resent, resendForgotten;
   Counter queueLimitMedia, queueLimitSignalling;
 
   Counter duplicatesDropped, duplicatesForgotten;
@@ -108,6 +109,7 @@ inline constexpr auto kStatisticsRows = [] {
   using namespace zero_shown;
   constexpr auto withSendTimeout = with<&Settings::sendTimeout>;
   constexpr auto withLookBack = with<&Settings::lookBack>;
+  constexpr auto withResendLast = with<&Settings::resendLast>;
   constexpr auto withQueueLimit = with<&Settings::queueLimit>;
   constexpr auto withDropDuplicates = with<&Settings::dropDuplicates>;
   constexpr auto withFragments = with<&Settings::reassembleFragments>;
@@ -159,6 +161,10 @@ inline constexpr auto kStatisticsRows = [] {
        "Frames that LookBack keeps."},
       {"lookBackOverflow", &S::lookBackOverflow, kCounter, "look_back_overflow_frames_total", "", withLookBack,
        "Frames that LookBack dropped early because LookBackMemory was full."},
+      {"resent", &S::resent, kCounter, "resent_frames_total", "", withResendLast,
+       "Frames that were sent to a recorder shortly before it was lost, and were kept to be sent again."},
+      {"resendForgotten", &S::resendForgotten, kCounter, "resend_forgotten_frames_total", "", withResendLast,
+       "Sent frames that ResendLast forgot early because LookBackMemory was full."},
       {"queueLimitMedia", &S::queueLimitMedia, kCounter, "queue_limit_frames_total", R"(kind="media")", withQueueLimit,
        "Frames dropped because of QueueLimit."},
       {"queueLimitSignalling", &S::queueLimitSignalling, kCounter, "queue_limit_frames_total", R"(kind="signalling")",
@@ -212,10 +218,10 @@ inline constexpr auto kStatisticsRows = [] {
 constexpr bool isOfRecorder(const StatisticsRow& row) {
   using S = Statistics;
   constexpr Statistics::Counter Statistics::*kFigures[] = {
-      &S::sipForwarded,     &S::rtpForwarded,    &S::h323Forwarded,       &S::queueLength,    &S::queueHighest,
-      &S::queueDiscarded,   &S::rtpListLength,   &S::recorderConnects,    &S::recorderLosses, &S::recorderConnected,
-      &S::notSent,          &S::sendWaits,       &S::sendWaitLongest,     &S::framesWaited,   &S::lookBackWaiting,
-      &S::lookBackOverflow, &S::queueLimitMedia, &S::queueLimitSignalling};
+      &S::sipForwarded,     &S::rtpForwarded,  &S::h323Forwarded,    &S::queueLength,     &S::queueHighest,
+      &S::queueDiscarded,   &S::rtpListLength, &S::recorderConnects, &S::recorderLosses,  &S::recorderConnected,
+      &S::notSent,          &S::sendWaits,     &S::sendWaitLongest,  &S::framesWaited,    &S::lookBackWaiting,
+      &S::lookBackOverflow, &S::resent,        &S::resendForgotten,  &S::queueLimitMedia, &S::queueLimitSignalling};
   for (const auto figure : kFigures) {
     if (row.value == figure) return true;
   }

@@ -321,7 +321,10 @@ class RecorderLink(TestCase):
         self.assertEqual(self.program.end(), 0, "it ends while it has no connection")
 
     def test_two_recorders_for_the_same_calls(self):
-        """Either dies in mid-call: the other one has everything. When it is back, it gets what it missed."""
+        """Either dies in mid-call: the other one has everything. When it is back, it gets what it missed.
+
+        With ResendLast it gets all again, as if it had read nothing.
+        """
         call = [[rtp(number), sip(number)] for number in range(300)]
 
         def number_of(frame):
@@ -330,11 +333,12 @@ class RecorderLink(TestCase):
         def has(recorder, *last):
             recorder.wait(lambda frames: {*last} <= {*frames[-10:]}, "the last frames on the wire")
 
-        for dies in (0, 1):
-            with self.subTest(dies=dies):
+        for dies, again in ((0, 0), (1, 0), (0, 100), (1, 100)):
+            with self.subTest(dies=dies, again=again):
                 recorders = [self.keep(Recorder()) for _ in range(2)]
                 further = f"127.0.0.1:{recorders[1].port}"
-                self.sniff(recorders[0], MoreRecorders=further, LookBack=60000, SendTimeout=60000)
+                resend = {"ResendLast": 60000} if again else {}
+                self.sniff(recorders[0], MoreRecorders=further, LookBack=60000, SendTimeout=60000, **resend)
                 for recorder in recorders:
                     recorder.add(BOB)
                     recorder.settle()
@@ -350,12 +354,12 @@ class RecorderLink(TestCase):
                 self.program.wait_logged("Connection to Recorder closed.")
                 send(slice(100, 200), alive)
                 back = self.keep(Recorder(port=dead.port))
-                back.wait(lambda _: len(back.of(SIP)) == 100, "the signalling that it missed")
+                back.wait(lambda _: len(back.of(SIP)) == 100 + again, "the signalling that it missed")
                 back.add(BOB)
-                back.wait(lambda _: len(back.of(RTP)) == 100, "the media that it missed")
+                back.wait(lambda _: len(back.of(RTP)) == 100 + again, "the media that it missed")
                 send(slice(200, 300), alive, back)
                 for what in (SIP, RTP):
-                    for frames in (alive.of(what), dead.of(what) + back.of(what)):
+                    for frames in (alive.of(what), dead.of(what)[again:] + back.of(what)):
                         self.assertEqual([number_of(frame) for frame in frames], [*range(300)])
                 name = f"Recorder {further}: " if dies == 1 else ""
                 self.program.wait_logged(f"INFO {name}Connected to recorder 127.0.0.1:{dead.port}")
@@ -367,7 +371,8 @@ class RecorderLink(TestCase):
                 self.wire.send(*late)
                 has(first, forwarded(RTP, late[-1]))
                 self.assertEqual(self.program.end(), 0)
-                self.assertEqual(self.program.logged(f"INFO Statistics of recorder {further}: sipForwarded=300"), 1)
+                sent = 300 + (again if dies == 1 else 0)
+                self.assertEqual(self.program.logged(f"INFO Statistics of recorder {further}: sipForwarded={sent}"), 1)
 
     def test_end_in_the_middle_of_traffic(self):
         recorder = self.keep(Recorder())

@@ -1,13 +1,11 @@
 """voip-queues on a bare RabbitMQ broker: errors, an interrupted run, accounts with their rights, queues made anew."""
 
 import collections
-import contextlib
 import json
 import os
 import pathlib
 import re
 import shutil
-import socket
 import subprocess
 import sys
 import tempfile
@@ -15,18 +13,9 @@ import time
 import unittest
 
 ROOT = pathlib.Path(__file__).parents[3]
-sys.path.insert(0, str(ROOT / "packaging/rabbitmq"))
+sys.path[:0] = [str(ROOT / "packaging/rabbitmq"), str(pathlib.Path(__file__).parent.parent)]
 import definitions
-
-
-def free_ports(count):
-    """Returns the first of `count` free ports in a row, below those that the kernel gives to clients."""
-    for first in range(22000 + os.getpid() % 1000 * 8, 32000, count):
-        with contextlib.ExitStack() as sockets, contextlib.suppress(OSError):
-            for port in range(first, first + count):
-                sockets.enter_context(socket.create_server(("127.0.0.1", port)))
-            return first
-    raise AssertionError("no ports are free")
+from ports import free_ports
 
 
 class Queues(unittest.TestCase):
@@ -41,10 +30,11 @@ class Queues(unittest.TestCase):
         command = [ROOT / "tools/private-broker", action, self.folder / "broker", str(self.port), *words]
         return subprocess.run(command, input=text, text=True, stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
 
-    def control(self, *words, text=None):
-        done = self.broker("run", "rabbitmqctl", "-q", *words, text=text)
-        self.assertEqual(done.returncode, 0, done.stdout)
-        return done.stdout
+    def evaluate(self, expression):
+        """Evaluates an expression in the broker. Returns the term as text."""
+        done = self.broker("eval", text=expression + ".\n")
+        self.assertTrue(done.stdout.startswith("{ok, "), done.stdout)
+        return done.stdout[5:-1]
 
     def queues(self, *words, status=0):
         done = self.broker("run", "env", "VOIP_VHOST=voip", ROOT / "packaging/rabbitmq/voip-queues", *words)
@@ -72,8 +62,9 @@ class Queues(unittest.TestCase):
 
     def keys(self, generation):
         """Returns how many keys have how many queues."""
-        lines = self.control("list_bindings", "-p", "voip", "source_name", "routing_key").splitlines()
-        counts = collections.Counter(line for line in lines if line.startswith(f"voip-calls.{generation}\t"))
+        exchange = f'rabbit_misc:r(<<"voip">>, exchange, <<"voip-calls.{generation}">>)'
+        keys = f"[binary_to_list(element(3, Binding)) ++ [32] || Binding <- rabbit_binding:list_for_source({exchange})]"
+        counts = collections.Counter(self.evaluate(f"lists:append({keys})").strip('"').split())
         return collections.Counter(counts.values())
 
     def test_set_up(self):
@@ -83,12 +74,14 @@ class Queues(unittest.TestCase):
         self.assertIn("password", self.queues("2", "--user", "a:b", status=2))
 
         interrupted = definitions.definitions(["other-1", "other-2"], 1, ready=False)
-        moved = json.dumps(interrupted).replace('"/"', '"voip"')
-        self.control("import_definitions", text=moved)
+        moved = self.folder / "definitions"
+        moved.write_text(json.dumps(interrupted).replace('"/"', '"voip"'))
+        self.evaluate(f'{{ok, Json}} = file:read_file("{moved}"), ok = rabbit_definitions:import_raw(Json)')
         passwords = [word for role in ("front", "recorder") for word in (f"--{role}-password", self.folder / role)]
         self.assertIn("voip-calls.1 is completed", self.queues("2", *passwords))
         self.assertEqual(self.keys(1), {1: definitions.PARTITIONS})
-        self.control("delete_queue", "-p", "voip", "voip-recorder-2")
+        queue = '{ok, Queue} = rabbit_amqqueue:lookup(rabbit_misc:r(<<"voip">>, queue, <<"voip-recorder-2">>))'
+        self.evaluate(f'{queue}, {{ok, _}} = rabbit_amqqueue:delete(Queue, false, false, <<"test">>)')
         self.queues("2")
         self.assertEqual(self.keys(1), {1: definitions.PARTITIONS})
         self.assertIn("already (voip-calls.1)", self.queues("2"))
@@ -103,7 +96,7 @@ class Queues(unittest.TestCase):
 
         self.queues("3")
         self.hears(front, r"queues of voip-calls\.2")
-        self.control("delete_vhost", "voip")
+        self.evaluate('rabbit_vhost:delete(<<"voip">>, <<"test">>)')
         self.hears(front, "cannot publish to")
         self.queues("2", *passwords)
         self.hears(front, r"made anew\n.*queues of voip-calls\.1\n.* is back after")

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <random>
+
 #include "recorder/FrameHeader.h"
 #include "support/Bytes.h"
 #include "support/Eventually.h"
@@ -81,6 +83,80 @@ TEST(KeptMedia, LimitsMemoryForFramesAndDestinations) {
   EXPECT_EQ(statistics.lookBackWaiting + statistics.lookBackOverflow, kFrames);
   media.cancelRecall();
   EXPECT_TRUE(media.beginRecall({(kFrames - 1U) << 16, 5000}));
+}
+
+// Each new connection gets everything again, in order, wherever the last one was lost.
+TEST(LookBack, PutsBackWhatWasSentBeforeWhatIsKept) {
+  for (unsigned seed = 0; seed < 200; ++seed) {
+    Statistics statistics;
+    LookBack lookBack(Instant(60'000), Instant(60'000), 64 << 20, statistics);
+    std::mt19937 random(seed);
+    std::uint8_t captured = 0;
+    std::uint8_t expected = 0;
+    bool isRecalling = false;
+    const auto recall = [&](std::size_t atMost) {
+      if (!isRecalling) isRecalling = lookBack.media.beginRecall(kDestination);
+      const auto frames = lookBack.media.peekRecalled(atMost);
+      for (const KeptFrame& frame : frames) {
+        ASSERT_EQ(frame.frame.back(), expected++) << "seed " << seed;
+        lookBack.sent.keep(frame, monotonicNow());
+      }
+      if (frames.empty()) isRecalling = false;
+      lookBack.media.popRecalled(frames.size());
+    };
+    const auto lose = [&] {
+      lookBack.putBackSent();
+      expected = 0;
+    };
+    for (int step = 0; step < 100 && !HasFatalFailure(); ++step) {
+      switch (random() % 8) {
+        case 0:
+          lose();
+          break;
+        case 1:
+        case 2:
+          recall(random() % 5);
+          break;
+        default: {
+          Bytes frame = frameOf(FrameProtocol::Rtp, 20);
+          frame.back() = captured++;
+          lookBack.keepMedia({{}, frame});
+        }
+      }
+    }
+    lose();
+    lookBack.media.cancelRecall();
+    isRecalling = false;
+    recall(1000);
+    EXPECT_EQ(expected, captured) << "seed " << seed;
+    EXPECT_EQ(statistics.lookBackWaiting, 0U);
+  }
+}
+
+TEST(LookBack, PutsBackOnlyWhatWasSentLast) {
+  Statistics statistics;
+  LookBack lookBack(Instant(60'000), Instant(2'000), 1 << 20, statistics);
+  const Instant start = monotonicNow();
+  const auto send = [&](std::uint8_t number, std::size_t payload, Instant at) {
+    Bytes frame = frameOf(FrameProtocol::Sip, payload);
+    frame.back() = number;
+    lookBack.sent.keep({{}, frame}, at);
+  };
+  Bytes missed = frameOf(FrameProtocol::Sip, 20);
+  missed.back() = 9;
+  lookBack.keepSignalling({{}, missed});
+  for (std::uint8_t number = 0; number < 5; ++number) send(number, 20, start + Instant(1000 * number));
+  lookBack.putBackSent();
+  EXPECT_EQ(statistics.resent, 3U);
+  for (const int number : {2, 3, 4, 9}) {
+    EXPECT_EQ(lookBack.signalling.front().frame.back(), number);
+    lookBack.signalling.pop();
+  }
+  for (int i = 0; i < 1000; ++i) send(0, 1000, start);
+  EXPECT_LE(lookBack.sent.size(), 512U << 10);
+  lookBack.sent.expire(start + Instant(2'001));
+  EXPECT_EQ(lookBack.sent.size(), 0U);
+  EXPECT_GT(statistics.resendForgotten, 400U);
 }
 
 TEST(MissedSignalling, LimitsTimeAndMemoryAndIsDueAgainAfterAPause) {

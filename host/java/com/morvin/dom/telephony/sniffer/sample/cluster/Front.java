@@ -67,8 +67,6 @@ final class Front extends Service {
   private Call restoredCall;
   private boolean restored;
   private List<Message> earlier = List.of();
-  /** The frames of all earlier messages. They are not among those of this run. */
-  private long earlierFrames;
   private long frames;
   private final Queue<Filled> fills = new ArrayDeque<>();
   private long lastFill;
@@ -81,7 +79,7 @@ final class Front extends Service {
     super(new Limits(limits.untilDisconnect(), limits.idleExitMillis(), limits.calls().withCalls(MAX_CALLS)),
         POLL_MILLIS, console, SteadyClock.system());
     this.bufferBytes = bufferBytes;
-    outbox = new Outbox(bufferBytes);
+    outbox = new Outbox(bufferBytes, session);
     state = directory == null ? null : new FrontState(directory, bufferBytes, session, console);
     others = state == null ? null : new OtherShares(state.store(), follower, clock, console);
     console.line("up to " + (bufferBytes >> 20) + " MB are kept for " + broker + " while it is slow or away");
@@ -98,7 +96,6 @@ final class Front extends Service {
     if (state != null) {
       earlier = state.messages();
       earlier.forEach(outbox::add);
-      earlierFrames = earlier.stream().mapToLong(Message::frames).sum();
       follower.restore(true);
       restore(state.load());
       others.restore(now());
@@ -125,6 +122,7 @@ final class Front extends Service {
     loaded.frames().stream().sorted(Comparator.comparingLong(RunningCalls.TimedFrame::time))
         .forEach(message -> follower.signalling(message.frame(), now.at(message.time())));
     restoring = null;
+    over.forEach(call -> publishAgain(streams.get(call)));
     closeCalls();
     if (restoredCall == null) {
       state.end(loaded.journal());
@@ -132,7 +130,13 @@ final class Front extends Service {
       restoredCall.lifetime().resume(now.at(state.savedAt()), now);
     } else {
       restoredCall.lifetime().resume(now);
+      restoredCall.awaitLateMedia(now);
     }
+  }
+
+  /** Publishes the signalling of a call that has ended: the front before may not have published all of it. */
+  private void publishAgain(CallStream stream) {
+    stream.batch.add(stream.signalled(), now().steady());
   }
 
   private FrameCursor cursor(Frame frame) {
@@ -228,13 +232,15 @@ final class Front extends Service {
 
   @Override
   protected void measure(Metrics figures) {
-    long confirmed = outbox.confirmedFrames();
-    long lost = outbox.lostFrames();
+    Outbox.Counts own = outbox.own();
+    Outbox.Counts before = outbox.earlier();
     figures.counter("frames_total", "Frames of calls, taken to be published.", frames);
-    figures.counter("confirmed_frames_total", "Frames that are safe with the broker.", confirmed);
-    figures.counter("buffer_dropped_frames_total", "Frames dropped because the buffer for the broker was full.", lost);
+    figures.counter("confirmed_frames_total", "Frames that are safe with the broker.",
+        own.confirmedFrames() + before.confirmedFrames());
+    figures.counter("buffer_dropped_frames_total", "Frames dropped because the buffer for the broker was full.",
+        outbox.lostFrames());
     figures.gauge("unconfirmed_frames", "Frames that the broker has not confirmed yet.",
-        earlierFrames + frames - confirmed - lost);
+        frames - own.confirmedFrames() - own.lostFrames() + before.waitingFrames());
     figures.gauge("buffer_bytes", "Size of the messages that the broker has not confirmed yet.", outbox.bytes());
     figures.gauge("buffer_limit_bytes", "The most that the buffer holds.", bufferBytes);
     figures.gauge("broker_connected", "1 while there is a connection to the broker.", publisher.isConnected() ? 1 : 0);
@@ -369,16 +375,25 @@ final class Front extends Service {
     if (state != null) {
       state.close();
     }
-    long spooled = left.stream().limit(kept).mapToLong(Message::frames).sum();
-    long open = left.stream().skip(kept).mapToLong(Message::frames).sum();
+    Outbox.Counts own = outbox.own();
+    Outbox.Counts before = outbox.earlier();
     console.print(Text.count(follower.seen(), "call") + ", " + Text.count(frames, "frame") + ": "
-        + outbox.confirmedFrames() + " in " + Text.count(outbox.confirmedMessages(), "message")
-        + " safe with the broker, " + spooled + " kept for the next front, " + outbox.lostFrames()
-        + " lost because the buffer was full, " + open + " lost because the broker was not there at the end; at most "
-        + (outbox.peak() >> 10) + " KB waited");
+        + own.confirmedFrames() + " in " + Text.count(own.confirmedMessages(), "message")
+        + " safe with the broker, " + ownFrames(left.subList(0, kept)) + " kept for the next front, "
+        + own.lostFrames() + " lost because the buffer was full, " + ownFrames(left.subList(kept, left.size()))
+        + " lost because the broker was not there at the end; at most " + (outbox.peak() >> 10) + " KB waited");
+    if (before.frames() > 0) {
+      console.print(Text.count(before.frames(), "frame") + " of the front before: " + before.confirmedFrames() + " in "
+          + Text.count(before.confirmedMessages(), "message") + " safe with the broker, " + before.waitingFrames()
+          + " not, " + before.lostFrames() + " lost because the buffer was full");
+    }
     if (dropped() > 0) {
       console.print(Text.count(dropped(), "frame") + " dropped before that: this machine was too slow");
     }
+  }
+
+  private long ownFrames(List<Message> messages) {
+    return messages.stream().filter(outbox::isOwn).mapToLong(Message::frames).sum();
   }
 
   private Message resolved(Message message) {

@@ -10,6 +10,7 @@ import java.util.Map;
 import java.util.Set;
 import java.util.TreeMap;
 import java.util.concurrent.TimeUnit;
+import java.util.function.UnaryOperator;
 import java.util.stream.Stream;
 
 /**
@@ -67,20 +68,67 @@ final class Outbox {
     }
   }
 
+  /**
+   * What has become of messages.
+   *
+   * @param frames all frames of the messages
+   * @param lostFrames those that were dropped because the bound was exceeded
+   */
+  record Counts(long frames, long confirmedMessages, long confirmedFrames, long lostFrames) {
+    private static final Counts NONE = new Counts(0, 0, 0, 0);
+
+    /** Returns the number of frames that are neither confirmed nor dropped. */
+    long waitingFrames() {
+      return frames - confirmedFrames - lostFrames;
+    }
+
+    private Counts plusAdded(long more) {
+      return new Counts(frames + more, confirmedMessages, confirmedFrames, lostFrames);
+    }
+
+    private Counts plusConfirmed(long more) {
+      return new Counts(frames, confirmedMessages + 1, confirmedFrames + more, lostFrames);
+    }
+
+    private Counts plusLost(long more) {
+      return new Counts(frames, confirmedMessages, confirmedFrames, lostFrames + more);
+    }
+  }
+
   private final long maxBytes;
+  private final String session;
   private final Map<Partition, Lane> lanes = new LinkedHashMap<>();
   private final Set<Lane> ready = new LinkedHashSet<>();
   /** The waiting entries with media and all waiting entries, oldest first. */
   private final LinkedHashSet<Entry> media = new LinkedHashSet<>();
   private final LinkedHashSet<Entry> waiting = new LinkedHashSet<>();
   private long bytes;
-  private long confirmedMessages;
-  private long confirmedFrames;
-  private long lostFrames;
+  private Counts own = Counts.NONE;
+  private Counts earlier = Counts.NONE;
   private long peak;
 
-  Outbox(long maxBytes) {
+  /**
+   * Makes an empty outbox.
+   *
+   * @param maxBytes the bound
+   * @param session that of this front; messages of other ones are counted apart
+   */
+  Outbox(long maxBytes, String session) {
     this.maxBytes = maxBytes;
+    this.session = session;
+  }
+
+  /** Whether a message is of this front, not of the one before it. */
+  boolean isOwn(Message message) {
+    return message.id().stream().session().equals(session);
+  }
+
+  private void count(Message message, UnaryOperator<Counts> change) {
+    if (isOwn(message)) {
+      own = change.apply(own);
+    } else {
+      earlier = change.apply(earlier);
+    }
   }
 
   /** Adds a message, and drops older media when the bound is exceeded. */
@@ -89,6 +137,7 @@ final class Outbox {
     Entry entry = new Entry(lane, message);
     lane.waiting.add(entry);
     waits(entry);
+    count(message, counts -> counts.plusAdded(message.frames()));
     bytes += entry.bytes();
     while (bytes > maxBytes && (dropMedia() || dropOldest())) {
       // One more was dropped.
@@ -120,9 +169,9 @@ final class Outbox {
     Entry oldest = media.iterator().next();
     media.remove(oldest);
     bytes -= oldest.bytes();
-    lostFrames += oldest.message.frames();
-    oldest.message = oldest.message.withoutMedia();
-    lostFrames -= oldest.message.frames();
+    Message before = oldest.message;
+    oldest.message = before.withoutMedia();
+    count(before, counts -> counts.plusLost(before.frames() - oldest.message.frames()));
     bytes += oldest.bytes();
     return true;
   }
@@ -136,7 +185,7 @@ final class Outbox {
     oldest.lane.waiting.remove(oldest);
     update(oldest.lane);
     bytes -= oldest.bytes();
-    lostFrames += oldest.message.frames();
+    count(oldest.message, counts -> counts.plusLost(oldest.message.frames()));
     return true;
   }
 
@@ -183,8 +232,7 @@ final class Outbox {
     safe.values().forEach(entry -> {
       bytes -= entry.bytes();
       lane.unconfirmedBytes -= entry.bytes();
-      confirmedMessages++;
-      confirmedFrames += entry.message.frames();
+      count(entry.message, counts -> counts.plusConfirmed(entry.message.frames()));
     });
     safe.clear();
     update(lane);
@@ -266,18 +314,18 @@ final class Outbox {
     return peak;
   }
 
-  /** Returns the number of confirmed messages. */
-  synchronized long confirmedMessages() {
-    return confirmedMessages;
+  /** Returns what has become of the messages of this front. */
+  synchronized Counts own() {
+    return own;
   }
 
-  /** Returns the number of frames in confirmed messages. */
-  synchronized long confirmedFrames() {
-    return confirmedFrames;
+  /** Returns what has become of the messages of the front before. */
+  synchronized Counts earlier() {
+    return earlier;
   }
 
   /** Returns the number of frames that were dropped because the bound was exceeded. */
   synchronized long lostFrames() {
-    return lostFrames;
+    return own.lostFrames + earlier.lostFrames;
   }
 }

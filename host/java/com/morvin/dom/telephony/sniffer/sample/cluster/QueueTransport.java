@@ -18,7 +18,6 @@ import java.util.ArrayDeque;
 import java.util.ArrayList;
 import java.util.Deque;
 import java.util.HashMap;
-import java.util.HashSet;
 import java.util.List;
 import java.util.Map;
 import java.util.Queue;
@@ -65,14 +64,6 @@ final class QueueTransport implements Transport {
   /** The repeated signalling of a call. */
   private record Repeated(Recap recap, FrameBlock frames) {}
 
-  /**
-   * A stream whose beginning was delivered to another recorder.
-   *
-   * @param at the first message that this recorder got
-   * @param known the calls whose repeated signalling was used
-   */
-  private record Joined(long at, Set<Long> known) {}
-
   private final Broker broker;
   private final String queue;
   private final Console console;
@@ -103,7 +94,9 @@ final class QueueTransport implements Transport {
 
   @Override
   public void resume(byte[] position) {
-    positions.read(position, (stream, next) -> sequences.startAt(stream, next, System.nanoTime()));
+    long now = System.nanoTime();
+    positions.read(position, (stream, next) -> sequences.startAt(stream, next, now),
+        (stream, at) -> joined.put(stream, new Joined(at, now)));
   }
 
   @Override
@@ -207,9 +200,11 @@ final class QueueTransport implements Transport {
     if (id.sequence() == 0) {
       joined.remove(id.stream());
     }
-    boolean follows = id.sequence() == 0 && (continued.isEmpty() || sequences.knows(continued));
+    boolean knowsAll = sequences.knows(continued)
+        && joined.keySet().stream().noneMatch(stream -> stream.session().equals(continued));
+    boolean follows = id.sequence() == 0 && (continued.isEmpty() || knowsAll);
     if (!follows && sequences.isNew(id.stream())) {
-      joined.put(id.stream(), new Joined(id.sequence(), new HashSet<>()));
+      joined.put(id.stream(), new Joined(id.sequence(), System.nanoTime()));
     }
   }
 
@@ -253,8 +248,9 @@ final class QueueTransport implements Transport {
   private void pass(Content content) {
     Joined stream = joined.get(content.id.stream());
     for (Repeated repeated : stream == null ? List.<Repeated>of() : content.repeated) {
-      if (repeated.recap.since() < stream.at && stream.known.add(repeated.recap.call())) {
+      if (stream.needs(repeated.recap)) {
         pass(repeated.frames);
+        stream.use(repeated.recap, number);
       }
     }
     int done = positions.framesOf(content.id);
@@ -274,7 +270,7 @@ final class QueueTransport implements Transport {
     if (now - nextTick >= 0) {
       nextTick = now + TICK_NANOS;
       sequences.overdue(now).forEach(this::pass);
-      joined.keySet().removeIf(sequences::isNew);
+      joined.entrySet().removeIf(entry -> sequences.isNew(entry.getKey()) || entry.getValue().isComplete(now));
       if (sequences.missing() > missing) {
         console.line(Text.count(sequences.missing() - missing, "message") + " of " + queue + " never came");
         missing = sequences.missing();
@@ -293,7 +289,7 @@ final class QueueTransport implements Transport {
       positions.put(half.id.stream(), half.id.sequence(), half.done + (int) (upTo - half.first + 1));
     }
     positions.forget(sequences::isNew);
-    return positions.bytes();
+    return positions.bytes(stream -> joined.containsKey(stream) ? joined.get(stream).saved(upTo) : "");
   }
 
   @Override

@@ -28,6 +28,8 @@ final class RtpStream {
 
   /** The number of packets that are remembered. Another sniffer can deliver the same packet seconds later. */
   private static final int REMEMBERED = 512;
+  /** Capture times that are further apart show that a clock was set. */
+  private static final long MAX_BEHIND_MILLIS = 150_000;
   /** The packets that set the clock: one in 16. */
   private static final int SAMPLED = 15;
   /** The least time that a lost packet stands for. */
@@ -90,6 +92,10 @@ final class RtpStream {
     if (first < 0 && distance < 0 && distance >= -REORDER_DEPTH) {
       next += distance;  // the packets before it were overtaken
       distance = 0;
+    }
+    long behind = lastTime - packet.time();
+    if (distance < -MAX_MISORDER && behind > 0 && behind < MAX_BEHIND_MILLIS) {
+      return;  // it was delivered before: a sender that has started over is later than its last packet
     }
     if (fits(packet, distance)) {
       insert(packet, distance, identity, inOrder);

@@ -53,8 +53,8 @@ public final class Track {
   private static final int STRAGGLERS = 2;
   /** A source continues the file of one with another address after this time without its packets. */
   private static final long MIN_SILENCE_MILLIS = 100;
-  /** A datagram other than RTP is compared with this number of earlier ones, because two sniffers may deliver it. */
-  private static final int COMPARED = 8;
+  /** A datagram other than RTP is compared with this number of earlier ones, because it may be delivered again. */
+  private static final int COMPARED = 512;
   /** RTP timestamp units in a millisecond. They are the same for G.722, which has twice the samples (RFC 3551). */
   private static final int TICKS = 8;
 
@@ -77,7 +77,8 @@ public final class Track {
   private final List<AudioOutput> outputs = new ArrayList<>();
   private final Set<String> notes = new TreeSet<>();
   private final Digits digits = new Digits();
-  private final int[] recent = new int[COMPARED];
+  /** The hashes of the last datagrams other than RTP; most calls have none. */
+  private int[] recent = {};
   private PcapFile undecoded;
   private String undecodedCodec = "";
   private long undecodedFirst;
@@ -193,6 +194,9 @@ public final class Track {
   /** Adds a datagram other than RTP. It is kept in the capture file under the given codec name. */
   public void keep(Frame frame, String what, long time) {
     int hash = Arrays.hashCode(frame.payload());
+    if (recent.length == 0) {
+      recent = new int[COMPARED];
+    }
     if (Arrays.stream(recent).noneMatch(other -> other == hash)) {
       recent[(int) (forgottenReceived++ % COMPARED)] = hash;
       store(frame, what, time);
@@ -346,6 +350,9 @@ public final class Track {
     private AudioOutput output;
     private int savedOutput;
     private int expectedTimestamp;
+    /** The audio that was in the file already when the source was restored, and its end; in timestamp units. */
+    private int excess;
+    private int excessEnd;
     private long lostBefore;
 
     Source(int ssrc) {
@@ -371,6 +378,9 @@ public final class Track {
     }
 
     private void playAudio(RtpPacket packet) {
+      if (isInExcess(packet)) {
+        return;
+      }
       if (output != null && output.isOwnedBy(this) && output.channel().rate() == packet.codec().rate()
           && !output.channel().full()) {
         playInTime(packet);
@@ -383,6 +393,13 @@ public final class Track {
       if (outputs.isEmpty() || held.size() == PROBATION) {
         assignOutput();
       }
+    }
+
+    /** Whether the packet is in the file already: a sniffer has sent it again after a restart. */
+    private boolean isInExcess(RtpPacket packet) {
+      int left = excessEnd - packet.timestamp();
+      excess = left > 0 && left <= excess ? excess : 0;
+      return excess > 0;
     }
 
     /**
@@ -542,7 +559,9 @@ public final class Track {
       if (savedOutput >= 0) {
         output = outputs.get(savedOutput);
         output.setOwner(this);
-        expectedTimestamp += (int) output.excessMillis() * TICKS;
+        excess = (int) output.excessMillis() * TICKS;
+        expectedTimestamp += excess;
+        excessEnd = expectedTimestamp;
       }
       noteWritten();
     }

@@ -37,6 +37,7 @@ public final class Recorder extends Service {
   private static final long SAVE_MILLIS = 1000;
   /** After a longer interruption a saved call counts as ended. */
   private static final long RESUME_MILLIS = 300_000;
+  private static final String GAVE_UP = "goes on in a call of another share";
 
   private final Store store;
   private final ReportListener listener;
@@ -211,12 +212,23 @@ public final class Recorder extends Service {
       Moment now = now();
       boolean late = !transport().redelivers() && running.savedAt() > 0
           && now.stamp() - running.savedAt() > RESUME_MILLIS;
+      rememberEnded(now);
       loaded.forEach(call -> restore(call, late, now));
       if (!recordings.isEmpty()) {
         console.line("going on with " + Text.count(recordings.size(), "call") + " from before the restart");
       }
     } catch (IOException e) {
       console.line("what was running before the restart cannot be read: " + e);
+    }
+  }
+
+  /** The calls in the table do not begin again, neither by their saved messages nor by those that are sent again. */
+  private void rememberEnded(Moment now) throws IOException {
+    long skew = transport().redelivers() ? 0 : clock.skew();
+    for (CallLog.Line call : log.lastCalls()) {
+      if (!call.reason().equals(GAVE_UP)) {
+        follower.endedBefore(call.id(), call.end() - skew, now);
+      }
     }
   }
 
@@ -240,6 +252,7 @@ public final class Recorder extends Service {
     } else {
       recording.call.lifetime().resume(now.at(running.savedAt()), now);
     }
+    recording.call.awaitLateMedia(now);
     if (late) {
       follower.end(recording.call, "recording stopped", recording.call.lifetime().lastActivity(), now);
     }
@@ -311,7 +324,7 @@ public final class Recorder extends Service {
   public void gaveUp(Call call, Moment now) {
     Recording recording = recordings.remove(call);
     if (recording.hasMedia()) {
-      report(recording, "goes on in a call of another share", now);
+      report(recording, GAVE_UP, now);
     } else {
       console.line(call + "  belongs to a call of another share");
     }

@@ -196,13 +196,19 @@ public abstract class Service implements CallFollower.Listener {
 
   /** Handles what the sniffers have sent already: nobody else would get it. */
   private void handOver(Intake reading) throws IOException, InterruptedException {
-    transport.hangUp();
-    long deadline = clock.millis() + handOverMillis();
+    boolean willDisconnect = transport.hangUp();
+    long begin = clock.millis();
     FrameBlock block = null;
     do {
       block = reading.receive(pollMillis);
       step(block);
-    } while ((block != null || !transport.sniffers().isEmpty()) && clock.millis() < deadline);
+    } while ((willDisconnect ? block != null || !transport.sniffers().isEmpty() : mayHaveWaited(block, begin))
+        && clock.millis() - begin < handOverMillis());
+  }
+
+  /** Whether the frames of a block, or some of those after it, may have been sent before a time. */
+  private static boolean mayHaveWaited(FrameBlock block, long time) {
+    return block != null && (block.steady() <= time || !Intake.isSmall(block));
   }
 
   /** Handles the oldest waiting block. Returns false when there is none. */
@@ -275,6 +281,7 @@ public abstract class Service implements CallFollower.Listener {
     boolean hasIpv6 = sniffers.hasIpv6(block.sniffer());
     long delay = 0;
     int count = 0;
+    follower.setPresent(currentTime());
     for (cursor.begin(block); cursor.next(); count++) {
       if (count % LOOK_AHEAD == 0) {
         lookAhead(cursor);

@@ -21,6 +21,8 @@ import java.util.function.Predicate;
 public abstract class Call {
   private static final int MAX_NOTES = 16;
   private static final long LATE_MEDIA_MILLIS = 5_000;
+  /** Media is hardly missing when the last packet was captured this long before the end. */
+  private static final long GAP_MILLIS = 60;
   private static final long SOON_MILLIS = 10_000;
   /** The delay of the end of a call of another share: about as long as media goes on there. */
   private static final long UNHEARD_MILLIS = 1_000;
@@ -371,9 +373,22 @@ public abstract class Call {
   /**
    * Returns the delay of the end in milliseconds. The signalling of a short call can arrive before its media, when the
    * sniffer has kept the media or one of the programs was stopped.
+   *
+   * @param end the time of the message that ends the call
+   * @param late whether it was captured long ago: media from before it can follow
    */
-  final long delayOfEnd() {
-    return lifetime.answer() == null || flow.exists() ? 0 : owned ? LATE_MEDIA_MILLIS : UNHEARD_MILLIS;
+  final long delayOfEnd(Moment end, boolean late) {
+    if (lifetime.answer() == null || flow.exists() && !late) {
+      return 0;
+    }
+    boolean complete = flow.exists() && end.stamp() - flow.last().stamp() < GAP_MILLIS;
+    return complete ? Leg.SILENCE_MILLIS : owned ? LATE_MEDIA_MILLIS : UNHEARD_MILLIS;
+  }
+
+  /** Delays the end of a call that was restored after its end was signalled: its media can be sent again. */
+  public void awaitLateMedia(Moment now) {
+    legs.stream().filter(leg -> leg.ending() != null)
+        .forEach(leg -> leg.confirmEnd(leg.how(), now, delayOfEnd(leg.ending().at(), true)));
   }
 
   /** Whether the signalling has ended the call. The call continues while its media does. */

@@ -32,6 +32,8 @@ public final class CallFollower {
   private static final long ONE_SIDED_MILLIS = 400;
   private static final long CHECK_MILLIS = 100;
   private static final int MAX_LEARNED = 4;
+  /** A frame that was captured this long ago was held up by an outage. */
+  private static final long LATE_MILLIS = 1_000;
 
   /** Receives the events of calls: those of the share, except where noted. */
   public interface Listener {
@@ -132,6 +134,7 @@ public final class CallFollower {
   private Moment doubtfulUntil;  // null when there was no interruption
   private long malformed;
   private boolean full;
+  private long present;
 
   /**
    * Makes a follower without calls.
@@ -273,6 +276,27 @@ public final class CallFollower {
    */
   public void restore(Boolean own) {
     restoring = own;
+  }
+
+  /**
+   * Records that a call ended before a restart. Its messages may be delivered again, and do not begin it again.
+   *
+   * @param id the Call-ID or the H.323 call identifier
+   * @param end the stamp of the end
+   */
+  public void endedBefore(String id, long end, Moment now) {
+    sipCalls.endedBefore(id, end);
+    h323Calls.endedBefore(id, now);
+  }
+
+  /** Sets the present time by the clock of the stamps of the next messages. */
+  public void setPresent(long stamp) {
+    present = stamp;
+  }
+
+  /** Whether a message was captured long ago. */
+  boolean isLate(Moment message) {
+    return present - message.stamp() >= LATE_MILLIS;
   }
 
   /**

@@ -174,9 +174,14 @@ final class H323Calls {
     }
     if (text.type() == H323Text.RELEASE_COMPLETE && call.isOverWithout(id)) {
       String how = call.lifetime().answer() != null ? "hung up by " : "released by ";
-      call.leg.end(how + (fromCaller ? "caller" : "callee"), now, call.delayOfEnd());
+      call.leg.end(how + (fromCaller ? "caller" : "callee"), now, call.delayOfEnd(now, follower.isLate(now)));
       follower.endIfOver(call, now);
     }
+  }
+
+  /** Records that a call ended shortly before a restart. */
+  void endedBefore(String callId, Moment now) {
+    ended.putLast(callId, now);
   }
 
   private final class H323Call extends Call {

@@ -47,6 +47,11 @@ final class SipCall extends Call {
     return legs().size() + more <= MAX_LEGS;
   }
 
+  /** Returns the delay of the end that a message signals, in milliseconds. */
+  long delayOfEnd(Moment now) {
+    return delayOfEnd(now, calls.isLate(now));
+  }
+
   @Override
   boolean retireLegs(Moment now, CallFollower.Limits limits) {
     sipLegs().forEach(leg -> leg.expire(now, limits.unansweredMillis()));

@@ -11,11 +11,15 @@ import java.util.stream.Stream;
 /** Follows SIP calls by their messages. */
 final class SipCalls {
   private static final int MAX_ENDED = 4096;
+  /** By how much the clocks of two runs differ. */
+  private static final long CLOCK_MILLIS = 100;
 
   private final CallFollower follower;
   private final Map<String, SipLeg> legs = new HashMap<>();
   private final SipLinks links;
   private final BoundedMap<String, SipLeg.Attempt> ended = new BoundedMap<>(MAX_ENDED);
+  /** The calls that ended before a restart, by Call-ID, with the stamp of the end. */
+  private final BoundedMap<String, Long> endedBefore = new BoundedMap<>(MAX_ENDED);
 
   SipCalls(CallFollower follower) {
     this.follower = follower;
@@ -64,6 +68,10 @@ final class SipCalls {
    * @param retired an earlier leg of a running call with this Call-ID; may be null
    */
   private SipLeg begin(SipMessage message, SipLeg retired, Frame frame, Moment now) {
+    Long over = endedBefore.get(message.callId());
+    if (over != null && now.stamp() <= over + CLOCK_MILLIS) {
+      return null;  // a message of that call, delivered again
+    }
     SipLeg.Attempt before = ended.get(message.callId());
     boolean late = SipLeg.canBegin(message);
     // The end of a call that is answered all the same was forged.
@@ -134,6 +142,16 @@ final class SipCalls {
     } else if (message.sdp().isPresent()) {
       links.sameStream(leg).ifPresent(other -> merge(leg.call(), other.call(), other.turned(), now));
     }
+  }
+
+  /** Whether a message was captured long ago. */
+  boolean isLate(Moment now) {
+    return follower.isLate(now);
+  }
+
+  /** Records that a call ended before a restart. */
+  void endedBefore(String callId, long stamp) {
+    endedBefore.putLast(callId, stamp);
   }
 
   /** Forgets an ended call. */

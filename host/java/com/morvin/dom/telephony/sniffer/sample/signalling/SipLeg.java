@@ -396,7 +396,7 @@ final class SipLeg extends Leg {
     } else if (!requests.containsKey(transaction(byeResponse))) {
       hangUp(byeResponse, now, BYE_TIMEOUT_MILLIS);
     } else {
-      confirmEnd("hung up by " + nameOf(byeResponse.from()), now, isReferred ? RETRY_MILLIS : call.delayOfEnd());
+      confirmEnd("hung up by " + nameOf(byeResponse.from()), now, isReferred ? RETRY_MILLIS : call.delayOfEnd(now));
     }
   }
 
@@ -503,15 +503,16 @@ final class SipLeg extends Leg {
 
   /**
    * The INVITEs of an ended leg: the last CSeq, the branches, and the time of the end. A sender may repeat an INVITE,
-   * and another sniffer may deliver it late. An INVITE on another branch is a new attempt, although a forking proxy
-   * keeps Call-ID and CSeq.
+   * and a sniffer may deliver it late. An INVITE on another branch is a new attempt, although a forking proxy keeps
+   * Call-ID and CSeq, unless it was sent within the dialog.
    *
    * @param offers the media of the caller, when the attempt was not answered
    */
   record Attempt(long invite, Set<String> branches, Moment end, boolean isAnswered,
       Map<PartyMedia.Id, PartyMedia> offers) {
     boolean isFollowedBy(SipMessage message, Moment now) {
-      boolean known = message.branch().isEmpty() ? message.cseq() <= invite : branches.contains(message.branch());
+      boolean known = message.branch().isEmpty() || !message.to().tag().isEmpty() ? message.cseq() <= invite
+          : branches.contains(message.branch());
       boolean late = now.since(end) < BYE_TIMEOUT_MILLIS && (known || message.cseq() < invite);
       return message.isRequest("INVITE") && !late;
     }

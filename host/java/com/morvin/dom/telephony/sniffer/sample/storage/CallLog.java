@@ -6,15 +6,26 @@ import java.nio.charset.StandardCharsets;
 import java.nio.file.Files;
 import java.nio.file.Path;
 import java.time.Instant;
+import java.time.OffsetDateTime;
 import java.time.ZoneId;
 import java.time.format.DateTimeFormatter;
+import java.time.format.DateTimeParseException;
 import java.util.ArrayList;
 import java.util.List;
+import java.util.regex.Matcher;
+import java.util.regex.Pattern;
 import java.util.stream.Collectors;
 import java.util.stream.Stream;
 
 /** The table of calls, calls.csv, with a line for each ended call. */
 public final class CallLog {
+  private static final Pattern FIELD = Pattern.compile("(\"(?:[^\"]|\"\")*\"|[^,]*)(?:,|$)");
+  private static final int END_COLUMN = 1;
+  private static final int ID_COLUMN = 6;
+  private static final int REASON_COLUMN = 7;
+  /** The length of the end of the table that has the last calls, in bytes. */
+  private static final int LAST_BYTES = 1 << 20;
+
   private static final DateTimeFormatter TIME =
       DateTimeFormatter.ofPattern("yyyy-MM-dd'T'HH:mm:ss.SSSXXX").withZone(ZoneId.systemDefault());
   private static final List<String> COLUMNS = List.of("start", "end", "seconds", "protocol", "caller", "callee",
@@ -22,6 +33,14 @@ public final class CallLog {
       "callee lost", "callee audio start", "callee files", "notes", "caller digits", "callee digits", "stereo file");
 
   private final Path file;
+
+  /**
+   * A call in the table.
+   *
+   * @param end in milliseconds since 1970
+   * @param reason see {@link CallReport#endReason}
+   */
+  public record Line(String id, long end, String reason) {}
 
   /** Opens the table of a directory, or creates it. */
   public CallLog(Path directory) throws IOException {
@@ -76,6 +95,36 @@ public final class CallLog {
 
   private static String digits(CallReport.Voice voice) {
     return voice.digits().stream().map(CallReport.Digit::digit).collect(Collectors.joining());
+  }
+
+  /** Returns the calls at the end of the table. */
+  public List<Line> lastCalls() throws IOException {
+    byte[] end = FileOperations.readEnd(file, LAST_BYTES);
+    List<Line> calls = new ArrayList<>();
+    new String(end, StandardCharsets.UTF_8).lines().map(line -> fields(line, REASON_COLUMN + 1)).forEach(fields -> {
+      try {
+        if (fields.size() > REASON_COLUMN) {
+          calls.add(new Line(fields.get(ID_COLUMN), millis(fields.get(END_COLUMN)), fields.get(REASON_COLUMN)));
+        }
+      } catch (DateTimeParseException e) {
+        // The line with the names of the columns, or a part of a line.
+      }
+    });
+    return calls;
+  }
+
+  /** Returns the first fields of a line. */
+  static List<String> fields(String line, int count) {
+    List<String> fields = new ArrayList<>();
+    for (Matcher field = FIELD.matcher(line); fields.size() < count && field.find();) {
+      fields.add(Text.ofCsv(field.group(1)));
+    }
+    return fields;
+  }
+
+  /** Returns the milliseconds since 1970 of a time in the table. */
+  static long millis(String time) {
+    return OffsetDateTime.parse(time).toInstant().toEpochMilli();
   }
 
   /** Appends a line unless it is empty. A new table, also after the former one was moved, begins with the columns. */

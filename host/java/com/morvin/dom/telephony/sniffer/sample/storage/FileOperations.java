@@ -2,12 +2,14 @@ package com.morvin.dom.telephony.sniffer.sample.storage;
 
 import java.io.BufferedReader;
 import java.io.IOException;
+import java.io.InputStream;
 import java.io.InputStreamReader;
 import java.nio.ByteBuffer;
 import java.nio.channels.FileChannel;
 import java.nio.charset.StandardCharsets;
 import java.nio.file.FileSystems;
 import java.nio.file.Files;
+import java.nio.file.NoSuchFileException;
 import java.nio.file.OpenOption;
 import java.nio.file.Path;
 import java.nio.file.StandardCopyOption;
@@ -76,6 +78,28 @@ public final class FileOperations {
         throw e;
       }
     }
+  }
+
+  /** Returns the last bytes of a file, at most so many; none when it does not exist. */
+  static byte[] readEnd(Path file, int atMost) throws IOException {
+    if (!Files.exists(file)) {
+      return new byte[0];
+    }
+    try (InputStream in = Files.newInputStream(file)) {
+      in.skipNBytes(Math.max(0, Files.size(file) - atMost));
+      return in.readNBytes(atMost);
+    }
+  }
+
+  /**
+   * Returns the free space for a directory in bytes. Unlike a FileStore, it needs no entry in /proc/mounts, which may
+   * be missing in a container.
+   */
+  static long usableSpace(Path directory) throws IOException {
+    if (!Files.isDirectory(directory)) {
+      throw new NoSuchFileException(directory.toString());
+    }
+    return directory.toFile().getUsableSpace();
   }
 
   /** Shortens a file to a size in bytes. Does nothing when the file is missing or not longer. */

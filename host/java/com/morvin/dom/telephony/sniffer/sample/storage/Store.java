@@ -93,7 +93,7 @@ public final class Store implements AutoCloseable {
   /** Large files leave room for the recordings of some minutes. */
   private static void admit(Path directory, long bytes) throws IOException {
     long needed = bytes + Math.min(bytes, RESERVE);
-    if (bytes >= LARGE && Files.getFileStore(directory).getUsableSpace() < needed) {
+    if (bytes >= LARGE && FileOperations.usableSpace(directory) < needed) {
       throw new Disk.LeftOutException("a file of " + (bytes >> 20) + " MB does not fit on the disk");
     }
   }

@@ -1,6 +1,5 @@
 package com.morvin.dom.telephony.sniffer.sample.storage;
 
-import com.morvin.dom.telephony.sniffer.sample.console.Text;
 import java.io.BufferedReader;
 import java.io.IOException;
 import java.io.Writer;
@@ -9,7 +8,6 @@ import java.nio.charset.StandardCharsets;
 import java.nio.file.Files;
 import java.nio.file.Path;
 import java.time.LocalDateTime;
-import java.time.OffsetDateTime;
 import java.time.ZoneId;
 import java.time.format.DateTimeFormatter;
 import java.time.format.DateTimeParseException;
@@ -26,7 +24,6 @@ import java.util.stream.Stream;
 public final class StoredCalls {
   private static final Pattern NAMED_BY_START = Pattern.compile("(\\d{8}-\\d{6})-.*\\.(wav|pcap|json|json\\.new)");
   private static final DateTimeFormatter NAME_TIME = DateTimeFormatter.ofPattern("yyyyMMdd-HHmmss");
-  private static final Pattern FIELD = Pattern.compile("(\"(?:[^\"]|\"\")*\"|[^,]*)(?:,|$)");
   private static final int ID_COLUMN = 6;
 
   /** Selects calls by their start in milliseconds since 1970, and their identifier. */
@@ -134,13 +131,9 @@ public final class StoredCalls {
   }
 
   private static boolean selects(Selection selection, String line) {
-    List<String> fields = new ArrayList<>();
-    for (Matcher field = FIELD.matcher(line); fields.size() <= ID_COLUMN && field.find();) {
-      fields.add(field.group(1));
-    }
+    List<String> fields = CallLog.fields(line, ID_COLUMN + 1);
     try {
-      return fields.size() > ID_COLUMN && selection.selects(
-          OffsetDateTime.parse(fields.get(0)).toInstant().toEpochMilli(), Text.ofCsv(fields.get(ID_COLUMN)));
+      return fields.size() > ID_COLUMN && selection.selects(CallLog.millis(fields.get(0)), fields.get(ID_COLUMN));
     } catch (DateTimeParseException e) {
       return false;  // the line with the names of the columns
     }

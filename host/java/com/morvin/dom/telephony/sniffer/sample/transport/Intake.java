@@ -120,8 +120,13 @@ public final class Intake implements AutoCloseable {
     }
   }
 
+  /** Whether the block has all frames that waited when it was read. */
+  public static boolean isSmall(FrameBlock block) {
+    return block.length() < SMALL_BYTES;
+  }
+
   private static void pauseAfter(FrameBlock block) throws InterruptedException {
-    if (block.length() < SMALL_BYTES) {
+    if (isSmall(block)) {
       Thread.sleep(PAUSE_MILLIS);
     }
   }

@@ -141,10 +141,11 @@ public final class TcpTransport implements Transport {
 
   /** Half-closes the connections. A sniffer that reads the end of the commands closes its side after its frames. */
   @Override
-  public void hangUp() {
+  public boolean hangUp() {
     hungUp = true;
     close(listener);
     connections.values().forEach(Connection::shutdownOutput);
+    return true;
   }
 
   @Override

@@ -98,8 +98,12 @@ public interface Transport extends Closeable {
   /**
    * Takes no new sniffers, and makes those that are connected disconnect. Frames that they have sent before are still
    * received: all of them are when {@link #sniffers} is empty. Commands are not sent any more.
+   *
+   * @return false when sniffers cannot be made to disconnect; then nothing has changed
    */
-  default void hangUp() {}
+  default boolean hangUp() {
+    return false;
+  }
 
   @Override
   void close();
