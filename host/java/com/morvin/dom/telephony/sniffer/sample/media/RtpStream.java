@@ -24,6 +24,8 @@ final class RtpStream {
 
   /** The number of packets that are remembered. Another sniffer can deliver the same packet seconds later. */
   private static final int REMEMBERED = 512;
+  /** Capture times that are further apart show that a clock was set. */
+  private static final long MAX_BEHIND_MILLIS = 150_000;
   /** RTP timestamp units in a millisecond. */
   private static final int TICKS = 8;
   /** The most by which an outage differs from the jump of the timestamps. */
@@ -66,6 +68,10 @@ final class RtpStream {
     if (first < 0 && distance < 0 && distance >= -REORDER_DEPTH) {
       next += distance;  // the packets before it were overtaken
       distance = 0;
+    }
+    long behind = lastTime - packet.time();
+    if (distance < -MAX_MISORDER && behind > 0 && behind < MAX_BEHIND_MILLIS) {
+      return;  // another sniffer delivers it; a sender that has started over is later than its last packet
     }
     if (distance > MAX_DROPOUT || distance < -MAX_MISORDER) {
       if (suspect == null || sequence != (suspect.sequence() + 1 & 0xffff)) {
