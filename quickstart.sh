@@ -49,8 +49,8 @@ mkdir -p recordings
 cd recordings
 sed 's/^log4j.rootLogger=.*/log4j.rootLogger=INFO, file/' "$root/packaging/log4cxx.properties" >log4cxx.properties
 
-# H.323 signalling uses TCP, on ports that the endpoints choose.
-filter="ip and (udp or tcp)"
+# H.323 signalling uses TCP, on ports that the endpoints choose. Calls are IPv4 or IPv6.
+filter="udp or tcp"
 built=$root/build/release
 java=("$JAVA_HOME/bin/java" "-Djava.library.path=$built/sniffer" -jar "$built/host/voip-sniffer.jar")
 recorder=("${java[@]}" --out "$PWD")
@@ -70,13 +70,13 @@ record() {
 
 record_standalone() {
   local devices=$1
-  # The sample recorder understands the frames with capture times.
+  # The sample recorder understands the frames with capture times and those with IPv6 addresses.
   sed -e "s|^Device=.*|Device=$devices|" -e "s|^Filter=.*|Filter=$filter|" -e 's|^CaptureTime=.*|CaptureTime=yes|' \
-    "$root/packaging/sniffer.properties" >sniffer.properties
+    -e 's|^#IPv6=yes|IPv6=yes|' "$root/packaging/sniffer.properties" >sniffer.properties
   : >recorder.log
   exec {output}> >(exec tee recorder.log)
   showing=$!
-  "${recorder[@]}" --tcp 6000 --until-disconnect >&$output &
+  "${recorder[@]}" --tcp 6000 --ipv6 --until-disconnect >&$output &
   recording=$!
   exec {output}>&-
   trap 'kill $recording 2>/dev/null || true' EXIT

@@ -23,7 +23,7 @@ namespace {
 constexpr const char* kLogCfgFileName = "./log4cxx.properties";
 constexpr int kFailure = 1;  // bad arguments or no device
 
-constexpr const char* kHelp =
+constexpr const char* kUsage =
     R"help(Forwards the VoIP traffic that a call recorder needs from a mirror port or a tap.
 
 Usage: sniffer [-c FILE] [-l FILE]                       settings from a properties file
@@ -114,7 +114,7 @@ int run(const Arguments& arguments) {
 int act(const Arguments& arguments) {
   switch (arguments.action) {
     case Arguments::Action::Help:
-      std::cout << kHelp;
+      std::cout << kUsage;
       return 0;
     case Arguments::Action::Version:
       std::cout << "sniffer " SNIFFER_VERSION << std::endl;

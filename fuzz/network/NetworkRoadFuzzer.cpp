@@ -31,15 +31,15 @@ class CheckingSink final : public NetworkSink {
     read(segment.payload);
     ++frames;
   }
-  void takeSipMessage(const FlowEnds&, Octets message, std::int64_t) override {
-    require(!message.empty() && message.size() <= kMaxMessage);
+  void takeSipMessage(const FlowEnds& ends, Octets message, std::int64_t) override {
+    require(!message.empty() && message.size() <= longest(ends));
     read(message);
   }
   void takeTpkt(const FlowEnds&, Octets tpkt, std::int64_t) override {
     require(tpkt.size() > 4 && tpkt[0] == 3 && tpkt.size() == static_cast<std::size_t>(tpkt[2] << 8 | tpkt[3]));
     read(tpkt);
   }
-  void refuseMessage(const FlowEnds&, std::uint64_t length) override { require(length > kMaxMessage); }
+  void refuseMessage(const FlowEnds& ends, std::uint64_t length) override { require(length > longest(ends)); }
   void refuseTail(const FlowEnds&, std::size_t missing) override { require(missing > 0 && missing <= 65535); }
   void refuseHeader(const sniff_ip&) override { ++frames; }
   void refuseProtocol(const sniff_ip&) override { ++frames; }
@@ -53,6 +53,8 @@ class CheckingSink final : public NetworkSink {
   std::uint64_t frames = 0;
 
  private:
+  static std::size_t longest(const FlowEnds& ends) { return ends.areIpv4() ? kMaxMessage : kMaxIpv6Message; }
+
   static void read(Octets octets) {
     volatile std::uint8_t sum = 0;
     for (const std::uint8_t octet : octets) sum = static_cast<std::uint8_t>(sum ^ octet);
@@ -63,7 +65,7 @@ class CheckingSink final : public NetworkSink {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
   constexpr int kLinkTypes[] = {DLT_EN10MB, DLT_LINUX_SLL, DLT_LINUX_SLL2, DLT_RAW,
-                                DLT_NULL,   DLT_LOOP,      DLT_IPV4,       DLT_EN10MB};
+                                DLT_NULL,   DLT_LOOP,      DLT_IPV4,       DLT_PPP_SERIAL};
   const NetworkLimits limits = {.streams = 8,
                                 .openings = 2,
                                 .streamMemory = 16'384,
@@ -86,7 +88,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
     std::vector<std::uint8_t> frame(piece.begin() + 1, piece.end());
     const std::size_t length = frame.size();
     frame.resize(length + kFrameSlack);
-    stack.takeFrame(std::span(frame).first(length), kLinkTypes[piece[0] & 7], captured, clock.at(captured, monotonic));
+    const FrameSource source(kLinkTypes[piece[0] & 7], step == kOtherDevice ? 2 : 1);
+    stack.takeFrame(std::span(frame).first(length), source, captured, clock.at(captured, monotonic));
     ++frames;
   }
   require(sink.frames == frames);

@@ -6,7 +6,9 @@
 
 namespace voip {
 
-/// Returns true for the text of an IPv6 address, which may end in the device of a link-local one: "fe80::1%eth0".
+// Any thread may call these functions.
+
+/// Returns true for the text of an IPv6 address; a link-local one may end in its device: "fe80::1%eth0".
 inline bool isIpv6Host(const std::string& text) {
   const std::size_t percent = text.find('%');
   in6_addr ignored;

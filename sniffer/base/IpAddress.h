@@ -11,9 +11,8 @@
 
 namespace voip {
 
-/// An IPv4 or IPv6 address. An IPv4 address is kept as an IPv4-mapped one (RFC 4291 2.5.5.2), which is no address of a
-/// packet. It is two numbers in host order, so that an IPv4 address takes no more than a constant and its 32 bits. Any
-/// thread.
+/// An IPv4 or IPv6 address: two numbers in host order. Of an IPv4 address the first one is a constant that no IPv6
+/// address begins with, so that one comparison tells the families apart. Any thread.
 class IpAddress {
  public:
   static constexpr std::size_t kSize = 16;  ///< octets on the wire
@@ -22,30 +21,39 @@ class IpAddress {
   constexpr IpAddress() = default;
 
   /// An IPv4 address in host order.
-  constexpr IpAddress(std::uint32_t ipv4) : low_(kMapped | ipv4) {}
+  constexpr IpAddress(std::uint32_t ipv4) : low_(ipv4) {}
 
-  /// Reads kSize octets of an IPv6 address, in network order.
+  /// Reads kSize octets of an IPv6 address, in network order. An IPv4-mapped address (RFC 4291 2.5.5.2) is that IPv4
+  /// address. Where the first 64 bits are ones, which is no address of a host, the result is 0.0.0.0.
   static IpAddress read(const std::uint8_t* octets) {
+    std::uint64_t numbers[2];
+    std::memcpy(numbers, octets, kSize);
     IpAddress address;
-    std::memcpy(&address.high_, octets, 8);
-    std::memcpy(&address.low_, octets + 8, 8);
-    address.high_ = be64toh(address.high_);
-    address.low_ = be64toh(address.low_);
+    const std::uint64_t high = be64toh(numbers[0]), low = be64toh(numbers[1]);
+    if (high == 0 && low >> 32 == kMapped >> 32) {
+      address.low_ = static_cast<std::uint32_t>(low);
+    } else if (high != kIpv4) {
+      address.high_ = high;
+      address.low_ = low;
+    }
     return address;
   }
 
-  /// Writes kSize octets, in network order.
+  /// Writes kSize octets, in network order. An IPv4 address is written as an IPv4-mapped one.
   void write(std::uint8_t* octets) const {
-    const std::uint64_t numbers[] = {htobe64(high_), htobe64(low_)};
+    const std::uint64_t numbers[] = {isIpv4() ? 0 : htobe64(high_), htobe64(isIpv4() ? kMapped | low_ : low_)};
     std::memcpy(octets, numbers, kSize);
   }
 
-  constexpr bool isIpv4() const { return high_ == 0 && low_ >> 32 == kMapped >> 32; }
+  constexpr bool isIpv4() const { return high_ == kIpv4; }
+
+  /// True for an address that is unique on its link only (fe80::/10, RFC 4291 2.5.6).
+  constexpr bool isLinkLocal() const { return high_ >> 54 == 0xFE80 >> 6; }
 
   /// Returns an IPv4 address in host order. Of an IPv6 address, returns its last 32 bits.
   constexpr std::uint32_t ipv4() const { return static_cast<std::uint32_t>(low_); }
 
-  // The two halves of the address, IPv4-mapped or IPv6, in host order.
+  // Two numbers in host order that identify the address: the halves of an IPv6 address.
   constexpr std::uint64_t high() const { return high_; }
   constexpr std::uint64_t low() const { return low_; }
 
@@ -72,12 +80,13 @@ class IpAddress {
   std::string textWithPort(std::uint16_t port) const { return bracketed() + ":" + std::to_string(port); }
 
  private:
+  static constexpr std::uint64_t kIpv4 = ~std::uint64_t{0};
   static constexpr std::uint64_t kMapped = 0xFFFF'0000'0000;
 
   /// True for an address of which only the last two groups are not zero (RFC 4291 2.5.5.1).
   constexpr bool isIpv4Compatible() const { return high_ == 0 && low_ >> 32 == 0 && low_ > 0xFFFF; }
 
-  std::uint64_t high_ = 0, low_ = kMapped;
+  std::uint64_t high_ = kIpv4, low_ = 0;
 };
 
 }  // namespace voip

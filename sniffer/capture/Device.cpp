@@ -14,16 +14,16 @@ constexpr std::string_view kFilePrefix = "file:";
 constexpr std::chrono::seconds kRetryInterval(1);
 
 /// Returns the name of the link layer when it is not supported, else an empty text.
-std::string unsupportedLinkLayer(pcap_t* handle) {
+std::string unsupportedLinkLayer(pcap_t* handle, const Device::Mode& mode) {
   const int type = pcap_datalink(handle);
-  if (understandsLinkType(type)) return {};
+  if (understandsLinkType(type, mode.decapsulate)) return {};
   const char* known = pcap_datalink_val_to_name(type);
   return known != nullptr ? known : "number " + std::to_string(type);
 }
 
 /// Returns the handle, or closes it and returns null when its link layer is not supported.
-pcap_t* closeUnlessSupported(pcap_t* handle, std::string& reason) {
-  const std::string unsupported = handle != nullptr ? unsupportedLinkLayer(handle) : std::string();
+pcap_t* closeUnlessSupported(pcap_t* handle, const Device::Mode& mode, std::string& reason) {
+  const std::string unsupported = handle != nullptr ? unsupportedLinkLayer(handle, mode) : std::string();
   if (unsupported.empty()) return handle;
   reason = "its frames have the link layer " + unsupported +
            ", which is not understood; Ethernet, Linux cooked, raw IP and BSD loopback are";
@@ -84,7 +84,7 @@ bool Device::open(const std::string& name, const Mode& mode) {
   mode_ = mode;
   const auto path = captureFilePath(name);
   pcap_t* const opened = path ? openFile(*path, error_) : openNetworkDevice(error_);
-  adopt(joinGroup(closeUnlessSupported(opened, error_), error_));
+  adopt(joinGroup(closeUnlessSupported(opened, mode_, error_), error_));
   if (handle_ == nullptr) return false;
   if (path) pace_ = std::make_unique<ReplayPace>();
   error_.clear();  // libpcap leaves warnings in it
@@ -215,7 +215,7 @@ bool Device::pauseBeforeRetry() {
 }
 
 bool Device::reopen() {
-  pcap_t* opened = joinGroup(closeUnlessSupported(openNetworkDevice(error_), error_), error_);
+  pcap_t* opened = joinGroup(closeUnlessSupported(openNetworkDevice(error_), mode_, error_), error_);
   if (opened == nullptr) return false;
   if (install(opened, filter_, error_) != kFilterInstalled) {
     closeAfterJoin(opened);

@@ -48,6 +48,8 @@ class Device {
     int snapLength = kSnapLength;
     std::shared_ptr<FanoutGroup> group;  ///< null: the device gets all frames; else capture is immediate
     bool isFirst = true;                 ///< makes the group, and logs for all of it
+    std::uint16_t zone = 0;              ///< see getZone()
+    bool decapsulate = false;            ///< PPP is a supported link layer
   };
 
   Device() = default;
@@ -65,7 +67,8 @@ class Device {
   void close();
 
   /// Compiles a filter expression and installs it, also when the device is opened again. An empty expression matches
-  /// every frame. On failure the reason is in getError(). Without an open device only the later opening uses it.
+  /// every frame. On failure the reason is in getError(). While no device is open, the expression is kept for the next
+  /// opening.
   FilterResult setFilter(const std::string& expression);
 
   /// The reason of the last failure, empty after a success.
@@ -73,11 +76,15 @@ class Device {
 
   pcap_t* getHandle() const { return handle_; }
   bool isFile() const { return pace_ != nullptr; }
-  /// A file that is missing has a wrong name. It is not waited for.
+
+  /// True when a missing device is opened again. A file is not: when it is missing, its name is wrong.
   bool reopens() const { return mode_.reopen && !captureFilePath(name_); }
 
   /// The link layer of the frames, one of libpcap's DLT_ values.
   int getLinkType() const { return handle_ != nullptr ? pcap_datalink(handle_) : DLT_EN10MB; }
+
+  /// The number of the device, by which link-local addresses on different devices differ.
+  std::uint16_t getZone() const { return mode_.zone; }
 
   /// Reads frames and passes each to `callback`, with a null user argument. Ends after `count` frames since the device
   /// was last opened (-1: no limit), at the end of the file, on an error or on breakLoop(). Returns the result of

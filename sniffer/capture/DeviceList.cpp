@@ -49,6 +49,7 @@ int DeviceList::openAll(const Device::Mode& mode, const std::string& filter, int
     Entry& entry = entries_[i];
     Device::Mode own = mode;
     own.group = entry.group;
+    own.zone = zoneOf(i);
     entry.isDown = !open(i, own);
     openSockets(i, own);
     if (!isDown(i)) {
@@ -59,6 +60,13 @@ int DeviceList::openAll(const Device::Mode& mode, const std::string& filter, int
     setSocketFilters(i, filter);
   }
   return 0;
+}
+
+/// The number of the first device with this name, from 1.
+std::uint16_t DeviceList::zoneOf(int i) const {
+  int first = 0;
+  while (getName(first) != getName(i)) ++first;
+  return static_cast<std::uint16_t>(first + 1);
 }
 
 // ---- further sockets ----

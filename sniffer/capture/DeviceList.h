@@ -41,8 +41,8 @@ class DeviceList {
   bool open(int i, const Device::Mode& mode);
 
   /// Opens all devices, each with so many capture threads, and installs the filter on those that could be opened.
-  /// Returns 0, or the result of the first filter that failed; the later devices are not opened then. The threads do
-  /// not share the frames of `tunnels`.
+  /// Returns 0, or the result of the first filter that failed; the later devices are not opened then. Frames on
+  /// the ports of `tunnels` go to the first thread.
   int openAll(const Device::Mode& mode, const std::string& filter, int threads = 1, const TunnelPorts& tunnels = {});
 
   /// Closes all devices.
@@ -81,6 +81,7 @@ class DeviceList {
   };
 
   bool add(const std::string& name);
+  std::uint16_t zoneOf(int i) const;
   void addSockets(int i, int threads, const TunnelPorts& tunnels);
   void openSockets(int i, Device::Mode mode);
   void setSocketFilters(int i, const std::string& filter);

@@ -34,10 +34,10 @@ class FanoutGroup {
 
   /// Starts the delivery of frames to the handle's socket, as the first socket of the group or as a further one. A
   /// filter has to be set afterwards; until then no frame passes. Unless it returns kJoined, `reason` says why. A
-  /// further socket fails without a first one, and every socket while the group belongs to a device that is gone.
+  /// further socket fails without a first one. Every socket fails while the group belongs to a device that is gone.
   Result join(pcap_t* handle, bool isFirst, std::string& reason);
 
-  /// The socket of a member is about to be closed.
+  /// Notes that the socket of a member is about to be closed.
   void leave();
 
   /// True when a further socket can join.
@@ -49,7 +49,7 @@ class FanoutGroup {
   const TunnelPorts tunnels_;
   Mutex mutex_;
   int id_ GUARDED_BY(mutex_) = 0;       ///< the kernel's number of the group
-  int members_ GUARDED_BY(mutex_) = 0;  ///< they keep the group in being
+  int members_ GUARDED_BY(mutex_) = 0;  ///< the group exists as long as there are any
 };
 
 }  // namespace voip

@@ -154,8 +154,14 @@ int Sniffer::openDevices() {
 }
 
 Device::Mode Sniffer::deviceMode() const {
-  return {promiscuous_, settings_.immediateCapture, settings_.reopenDevices,
-          settings_.reassembleTcp ? Device::kLargeSnapLength : Device::kSnapLength, nullptr};
+  return {promiscuous_,
+          settings_.immediateCapture,
+          settings_.reopenDevices,
+          settings_.reassembleTcp ? Device::kLargeSnapLength : Device::kSnapLength,
+          nullptr,
+          true,
+          0,
+          settings_.decapsulate};
 }
 
 // ---- sniffing ----
@@ -207,6 +213,7 @@ void Sniffer::gotPacket(u_char* args, const pcap_pkthdr* header, const u_char* p
     if (const Device* device = CaptureThreads::currentDevice(); device != nullptr) {
       sniffed.linkType = device->getLinkType();
       sniffed.replayed = device->isFile();
+      sniffed.zone = device->getZone();
     }
     live->producePacket(sniffed);
   } catch (const std::bad_alloc&) {

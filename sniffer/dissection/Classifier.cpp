@@ -15,7 +15,7 @@ void Classifier::setClass(FrameProtocol protocol, const FlowEnds& ends, std::siz
 }
 
 bool Classifier::isSipWithAnyUri(std::span<const std::uint8_t> payload) {
-  if (!sipAnyUri_ || !isSipRequestWithAnyUri(payload)) return false;
+  if (!isSipRequestWithAnyUri(payload)) return false;
   lastClass_ = FrameProtocol::Sip;
   return true;
 }

@@ -17,7 +17,7 @@
 namespace voip {
 
 /// Decides whether the recorder wants an item of the network stack (a datagram, segment or message), and fills the
-/// header of its frame. Consumer only, except lastClass().
+/// header of its frame. The classifying thread only, except lastClass().
 class Classifier {
  public:
   /// Both arguments must outlive the object.
@@ -88,20 +88,21 @@ inline void Classifier::setEnds(const FlowEnds& ends) {
 inline FrameProtocol Classifier::classify(const Datagram& datagram) {
   setEnds(datagram.ends);
   header_.len = static_cast<u_short>(datagram.payload.size() + header_.length());
-  const bool isWanted = isSip(datagram.payload.data()) || isSipWithAnyUri(datagram.payload) || isRtpFilter();
+  const bool isWanted =
+      isSip(datagram.payload.data()) || (sipAnyUri_ && isSipWithAnyUri(datagram.payload)) || isRtpFilter();
   return header_.protocol = isWanted ? lastClass_.load(std::memory_order_relaxed) : FrameProtocol::None;
 }
 
 inline bool Classifier::isSip(const std::uint8_t* payload) {
   if (!sipHelper_.isRequest(payload) && !sipHelper_.isResponse(payload)) return false;
-  lastClass_ = FrameProtocol::Sip;
+  lastClass_.store(FrameProtocol::Sip, std::memory_order_relaxed);
   return true;
 }
 
 inline bool Classifier::isRtpFilter() {
   wantedBy_ = destinations_.wantedBy({header_.dstIp, header_.dstPort});
   if (wantedBy_ == 0) return false;
-  lastClass_ = FrameProtocol::Rtp;
+  lastClass_.store(FrameProtocol::Rtp, std::memory_order_relaxed);
   return true;
 }
 

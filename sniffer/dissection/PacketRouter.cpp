@@ -72,11 +72,11 @@ void PacketRouter::configure(const Settings& settings, FanOut* fanOut) {
 
 // ---- frames ----
 
-void PacketRouter::takeFrame(const pcap_pkthdr& header, u_char* frame, int linkType, const CaptureStamp& stamp) {
+void PacketRouter::takeFrame(const pcap_pkthdr& header, u_char* frame, FrameSource source, const CaptureStamp& stamp) {
   stamp_ = stamp;
   if (followsStreams_) classifier_.h323Parser().beginSegment();
   const std::int64_t time = std::int64_t{header.ts.tv_sec} * 1'000'000 + header.ts.tv_usec;
-  network_->takeFrame({frame, header.len}, linkType, time, isPlain_ ? 0 : clock_.at(time, monotonic()));
+  network_->takeFrame({frame, header.len}, source, time, isPlain_ ? 0 : clock_.at(time, monotonic()));
 }
 
 void PacketRouter::expire() {
@@ -153,10 +153,6 @@ void PacketRouter::takeTpkt(const FlowEnds& ends, Octets tpkt, std::int64_t capt
 void PacketRouter::takeSipMessage(const FlowEnds& ends, Octets message, std::int64_t captured) {
   countIpv6(ends);
   make(ends, message);
-  if (made_.size() > kMaxForwardedFrame) {  // the network stack refuses what is too long for IPv4
-    refuseMessage(ends, message.size());
-    return;
-  }
   const std::size_t length = made_.size();
   made_.resize(length + kFrameSlack);
   // The framing of the stream accepts a start line with any URI. Without the setting, only requests to sip: URIs are
@@ -173,6 +169,8 @@ void PacketRouter::takeSipMessage(const FlowEnds& ends, Octets message, std::int
 }
 
 void PacketRouter::forwardDescription(const FlowEnds& ends, std::span<u_char> octets) {
+  constexpr u_char kTpktVersion = 3;
+  if (!octets.empty() && octets.front() == kTpktVersion && !sendEarlier()) return;
   if (!classifier_.describe(ends, octets, description_)) {
     statistics_.tcpDropped.add();
     return;
@@ -219,17 +217,28 @@ void PacketRouter::forward(std::span<u_char> frame) {
 
 // ---- refused ----
 
+/// Sends the frames of earlier packets before a packet is logged. Returns false if the recorder turns out to be
+/// unreachable: the packets after the one that was not sent are discarded unread, the current one too.
+bool PacketRouter::sendEarlier() {
+  if (fanOut_ != nullptr || lane_.flush() != LinkEvent::kUnreachable || keepsMedia_) return true;
+  statistics_.queueDiscarded.add();
+  return false;
+}
+
 void PacketRouter::refuseHeader(const sniff_ip& ip) {
+  if (!sendEarlier()) return;
   statistics_.otherDropped.add();
   logRefusal("*** Dropping IP packet with unknown IP header\n", ip);
 }
 
 void PacketRouter::refuseProtocol(const sniff_ip& ip) {
+  if (!sendEarlier()) return;
   statistics_.otherDropped.add();
   logRefusal("*** Dropping IP packet with unknown upper layer protocol\n", ip);
 }
 
 void PacketRouter::refuseTcpHeader(int length) {
+  if (!sendEarlier()) return;
   statistics_.tcpDropped.add();
   logger().info("*** Fragmented TCP message. Header length: " + std::to_string(length) + " bytes");
 }

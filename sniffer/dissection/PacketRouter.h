@@ -35,9 +35,9 @@ class PacketRouter final : private NetworkSink {
   /// Returns the classifier, which this object owns.
   Classifier& classifier() { return classifier_; }
 
-  /// Takes one captured frame of `header.len` bytes with a link layer of `linkType` (libpcap's DLT_ value). Writes to
-  /// the frame. kFrameSlack zeroed bytes must follow it. It must stay valid until flush().
-  void takeFrame(const pcap_pkthdr& header, u_char* frame, int linkType, const CaptureStamp& stamp);
+  /// Takes one captured frame of `header.len` bytes. Writes to the frame. kFrameSlack zeroed bytes must follow it. It
+  /// must stay valid until flush().
+  void takeFrame(const pcap_pkthdr& header, u_char* frame, FrameSource source, const CaptureStamp& stamp);
 
   /// Does the work that is due in the network stack while no frame arrives: early segments may be forwarded.
   void expire();
@@ -48,7 +48,7 @@ class PacketRouter final : private NetworkSink {
   /// Sends the frames that wait in the lane, or wakes the lanes of several recorders.
   void flush() {
     if (ipv6Items_ > 0) addIpv6Items();
-    fanOut_ != nullptr ? fanOut_->publish() : lane_.flush();
+    fanOut_ != nullptr ? fanOut_->publish() : static_cast<void>(lane_.flush());
   }
 
   /// As takeFrame(), but takes an Ethernet frame on the plain path, regardless of the settings.
@@ -84,6 +84,7 @@ class PacketRouter final : private NetworkSink {
   void make(const FlowEnds& ends, Octets payload);
   void forwardMade();
   void release();
+  bool sendEarlier();
   CaptureStamp stampAt(std::int64_t captured) const;
 
   RecorderLane& lane_;

@@ -121,7 +121,7 @@ void SngDissector::processBatch() {
   while (!engineHasEnded()) {
     QueuedPacket* packet = packetQueue_.next();
     if (packet == nullptr) break;
-    router_.takeFrame(packet->header, packet->bytes(), packet->linkType, packet->stamp);
+    router_.takeFrame(packet->header, packet->bytes(), {packet->linkType, packet->zone}, packet->stamp);
     if (hasHost) lane_.checkHostCommands();
   }
   router_.flush();

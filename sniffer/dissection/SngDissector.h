@@ -66,7 +66,7 @@ class SngDissector {
   /// Sets the engine that drives the dissector; null for none. It must outlive the dissector's use of it.
   void setSniffer(voip::Engine* engine) { sniffer_ = engine; }
 
-  /// Applies the settings. Drops frames that the look-back has kept. To be called once with several recorders.
+  /// Applies the settings. Drops frames that the look-back has kept. With several recorders, to be called only once.
   void setSettings(const voip::Settings& settings);
   void setServerNameMedia(const char* name) { recorder_.nameMedia = name; }
   const char* getServerNameMedia() const { return recorder_.nameMedia; }

@@ -14,7 +14,7 @@ namespace voip {
 
 /// Sends kept media of the destinations that the recorder asks for, in small steps: each step sends as much as the
 /// connection takes without delaying other frames. New media of these destinations is kept until the older media has
-/// been sent, so that all media is sent in order. Consumer only.
+/// been sent, so that all media is sent in order. The lane's thread only.
 class CatchUp {
  public:
   /// `destinations`: the recorder's. All other arguments must outlive the object.

@@ -25,8 +25,8 @@ class QueuedLane {
   /// The bit of the recorder in RtpDestinations.
   std::uint32_t bit() const { return bit_; }
 
-  /// Waits for frames, if `mayWait`, and gives them to the lane, until `hasEnded`. The lane's thread. `hasHost`: it
-  /// also carries out the commands.
+  /// Waits for frames, if `mayWait`, and gives them to the lane, until `hasEnded`. `hasHost`: also carries out the
+  /// commands of the host. The lane's thread.
   void work(bool mayWait, bool hasHost, const std::atomic<bool>& hasEnded);
 
   /// Sends all frames in the queue. The lane's thread.

@@ -48,7 +48,7 @@ LinkEvent FrameForwarder::flush() {
     announced = result.link == LinkEvent::kNone && !dealtWith.empty() && isSentTime(dealtWith.back()) ? 1 : 0;
     done = countDealtWith(done, result);
     if (result.link == LinkEvent::kUnreachable && lookBack_ == nullptr) dropRest(done);
-    recheckRest(done + announced, result.link);
+    if (done < group_.size()) recheckRest(done + announced, result.link);
     // With a look-back, keepConnected() makes the next attempts.
     if (result.link == LinkEvent::kUnreachable && lookBack_ == nullptr) connection_->pause();
   }
@@ -68,7 +68,7 @@ void FrameForwarder::beginOutgoing(const BaseConnection& connection, std::size_t
 /// Adds a frame to the send, after its capture time if it is late and the time has not been sent.
 void FrameForwarder::appendOutgoing(const KeptFrame& frame, std::size_t number, bool isAnnounced) {
   if (!isAnnounced && frame.stamp.seen < lateSince_) {
-    timeFrames_[number].write(frame.frame.data(), frame.stamp.captured);
+    timeFrames_[number].write(frame.frame.data(), frame.stamp.seen);
     outgoing_.push_back({timeFrames_[number].data(), timeFrames_[number].length()});
   }
   outgoing_.push_back({frame.frame.data(), static_cast<int>(frame.frame.size()), 0, frame.stamp});

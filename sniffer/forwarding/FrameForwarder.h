@@ -18,7 +18,7 @@ namespace voip {
 
 /// Sends frames to the recorder. Collects waiting frames in a group, so that few system calls send them, and counts
 /// each as sent, kept or lost. When the recorder is lost within a group, checks the frames after the failing one again,
-/// as if they were sent one by one. Consumer only, except sendReply().
+/// as if they were sent one by one. The lane's thread only, except sendReply().
 class FrameForwarder {
  public:
   /// `destinations`: the recorder's, which are cleared when it is lost. `statistics` must outlive the object.

@@ -17,7 +17,7 @@
 namespace voip {
 
 /// Media that the recorder has not asked for yet, by destination. Frames are kept for a limited time and in a limited
-/// amount of memory, the table of destinations included; the oldest are dropped first. Consumer only.
+/// amount of memory, the table of destinations included; the oldest are dropped first. The lane's thread only.
 ///
 /// A recall returns the frames of one destination, oldest first, in several steps. Frames that are kept for the
 /// destination during the recall follow later, with another recall. No frame expires during a recall.

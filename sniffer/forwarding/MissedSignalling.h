@@ -11,7 +11,8 @@
 namespace voip {
 
 /// Signalling that a lost recorder missed, oldest first, for the next connection. Frames are kept for a limited time
-/// and in a limited amount of memory; the oldest are dropped first. The caller passes the present time. Consumer only.
+/// and in a limited amount of memory; the oldest are dropped first. The caller passes the present time. The lane's
+/// thread only.
 class MissedSignalling {
  public:
   /// Keeps frames for `time` in `memory` bytes. Counts them in `statistics`, which must outlive the object.

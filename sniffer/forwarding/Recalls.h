@@ -12,15 +12,15 @@
 
 namespace voip {
 
-/// Destinations that the recorder has asked for and the consumer has not taken yet. Their kept media has to be
-/// forwarded before newer media. Any thread.
+/// Destinations that the recorder has asked for and the lane has not taken yet. Their kept media has to be forwarded
+/// before newer media. Any thread.
 class Recalls {
  public:
   /// Adds a destination to `list` and requests its kept media. Does not request it when 65,536 other destinations wait
-  /// for the consumer. Returns false when the list is full. Throws std::bad_alloc.
+  /// for the lane. Returns false when the list is full. Throws std::bad_alloc.
   bool add(const IpEndpoint& destination, DestinationList& list) {
-    // The flag is set before the entry is added: a consumer that finds the entry also finds the flag, and then waits
-    // for the lock until the request is complete.
+    // The flag is set before the entry is added: a lane that finds the entry also finds the flag, and then waits for
+    // the lock until the request is complete.
     const MutexLock held(recallLock_);
     isPending_ = true;
     if (!list.add(destination)) return false;

@@ -50,11 +50,12 @@ class RecorderLane {
   /// Keeps media that the recorder has not asked for. There must be a look-back.
   void keepMedia(const KeptFrame& frame) { lookBack_->keepMedia(frame); }
 
-  /// Does with a frame that any recorder may want what this one needs: forwards, keeps, or drops and counts it.
+  /// Takes a frame that some recorder may want. Forwards it if this recorder wants it, keeps it in the look-back, or
+  /// drops and counts it.
   void take(const KeptFrame& frame);
 
-  /// Sends the frames that forward() has collected.
-  void flush() { forwarder_.flush(); }
+  /// Sends the frames that forward() has collected. Returns what happened to the link.
+  LinkEvent flush() { return forwarder_.flush(); }
 
   /// Drops these frames instead, because their bytes become invalid.
   void dropGroup() { forwarder_.dropGroup(); }

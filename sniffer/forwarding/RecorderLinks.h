@@ -49,7 +49,7 @@ class RecorderLinks {
   /// object owns it. Null when the class is none of SIP, RTP and H.323 and the frame is no heartbeat reply. Any thread.
   BaseConnection* forFrame(FrameProtocol packetClass, FrameProtocol protocol) const;
 
-  /// Connects where no frame waits for it: see BaseConnection::keepConnected(). Consumer.
+  /// Connects where no frame waits for it: see BaseConnection::keepConnected(). The lane's thread.
   LinkEvent keepConnected();
 
   /// Ends all waits in the connections, present and future. Any thread.

@@ -1,5 +1,6 @@
 #include "forwarding/RtpDestinations.h"
 
+#include <bit>
 #include <random>
 #include <thread>
 #include <type_traits>

@@ -39,7 +39,7 @@ class RtpDestinations {
   std::size_t limit() const { return hasSeveral_ ? kMaxOfEach : SIZE_MAX; }
 
   /// Adds an entry to the list of `recorder`, a number from 0, whether or not there is an equal one. Returns false, and
-  /// adds nothing, when the list has kMaxOfEach other destinations. Throws std::bad_alloc.
+  /// adds nothing, when the list has limit() other destinations. Throws std::bad_alloc.
   bool add(const IpEndpoint& destination, unsigned recorder);
 
   /// Removes all entries of a destination from a list.

@@ -23,7 +23,7 @@ bool isTag(std::uint16_t etherType) {
   return etherType == kEtherVlan || etherType == kEtherServiceVlan || etherType == kEtherOldQinQ;
 }
 
-bool hasRightChecksum(Octets packet) {
+bool hasRightHeaderChecksum(Octets packet) {
   const auto header = Ipv4Header::read(packet);
   return header && checksumOf(sumWords(packet.first(header->length))) == 0;
 }
@@ -33,7 +33,7 @@ bool looksLikeIp(std::uint16_t etherType, Octets packet) {
   return etherType == kEtherIpv6 && !packet.empty() && packet[0] >> 4 == 6;
 }
 
-/// True for an IPv6 packet that the bytes end with.
+/// True when the bytes are exactly one IPv6 packet.
 bool isExactlyIpv6(Octets packet) {
   const auto header = Ipv6Header::read(packet);
   return header && !header->isJumbo && header->total == packet.size() && header->missing == 0;
@@ -42,7 +42,7 @@ bool isExactlyIpv6(Octets packet) {
 /// Returns the type of the IP packet that an unreliable tunnel header promises, or kNothing for other bytes.
 std::uint16_t provenIp(Octets packet) {
   if (packet.empty()) return kNothing;
-  if (packet[0] >> 4 == 4) return hasRightChecksum(packet) ? kEtherIpv4 : kNothing;
+  if (packet[0] >> 4 == 4) return hasRightHeaderChecksum(packet) ? kEtherIpv4 : kNothing;
   const auto header = Ipv6Header::read(packet);
   const bool isExact = header && (header->total == packet.size() || header->missing > 0);
   return isExact ? kEtherIpv6 : kNothing;
@@ -135,7 +135,7 @@ class Walk {
     }
     const Octets rest = reader_.rest();
     const int version = reader_.peek() >> 4;
-    if (version == 4 && hasRightChecksum(rest)) return kEtherIpv4;
+    if (version == 4 && hasRightHeaderChecksum(rest)) return kEtherIpv4;
     if (version == 6 && isExactlyIpv6(rest)) return kEtherIpv6;
     if (looksLikeEthernet(rest)) return ethernet();
     if (version == 0) reader_.skip(kControlWord);
@@ -151,9 +151,7 @@ class Walk {
 
   std::uint16_t pppProtocol() {
     const unsigned protocol = reader_.peek() % 2 == 1 ? reader_.u8() : reader_.u16();  // one byte when it is compressed
-    if (protocol == 0x0021) return kEtherIpv4;
-    if (protocol == 0x0057) return kEtherIpv6;
-    return protocol == 0x0281 ? kEtherMpls : kNothing;
+    return etherTypeOfPpp(protocol);
   }
 
   /// PPP in a tunnel, with or without the bytes of address and control.

@@ -10,6 +10,7 @@ namespace voip {
 
 namespace {
 
+constexpr std::size_t kShortest = 20;  // an IPv4 header without options
 constexpr std::size_t kTypeOfService = 1;
 constexpr std::size_t kTimeToLive = 8;
 constexpr std::size_t kChecksum = 10;
@@ -64,7 +65,10 @@ bool isMedia(const Ipv4Header& header, Octets payload) {
 
 bool DuplicateFilter::seen(const Ipv4Header& header, Octets packet, std::int64_t captured, std::int64_t now) {
   std::array<std::uint8_t, 60> fields;
-  std::memcpy(fields.data(), packet.data(), header.length);
+  std::memcpy(fields.data(), packet.data(), kShortest);  // of constant size: the usual case
+  if (header.length > kShortest) [[unlikely]] {
+    std::memcpy(fields.data() + kShortest, packet.data() + kShortest, header.length - kShortest);
+  }
   fields[kTypeOfService] = fields[kTimeToLive] = fields[kChecksum] = fields[kChecksum + 1] = 0;
   Octets payload = packet.subspan(header.length);
   Octets rest;
@@ -78,7 +82,9 @@ bool DuplicateFilter::seen(const Ipv4Header& header, Octets packet, std::int64_t
 bool DuplicateFilter::seen(const Ipv6Header& header, Octets packet, std::int64_t captured, std::int64_t now) {
   std::array<std::uint8_t, Ipv6Header::kFixed> fields;
   std::memcpy(fields.data(), packet.data(), fields.size());
-  fields[0] = fields[1] = fields[2] = fields[3] = fields[kHopLimit] = 0;  // traffic class and flow label
+  const std::uint32_t zone = header.zone;
+  std::memcpy(fields.data(), &zone, sizeof zone);  // instead of version, traffic class and flow label
+  fields[kHopLimit] = 0;
   return seen({fields, packet.subspan(fields.size()), {}, header.missing == 0}, captured, now);
 }
 

@@ -91,7 +91,7 @@ std::optional<FragmentReassembler::Datagram> FragmentReassembler::add(const Ipv6
   std::array<std::uint8_t, Ipv6Header::kFixed> fixed;
   std::memcpy(fixed.data(), packet.data(), fixed.size());
   fixed[kNextHeader] = header.protocol;
-  auto datagram = add({{header.source, header.destination, header.id, 0},
+  auto datagram = add({{header.source, header.destination, header.id, 0, header.zone},
                        fixed,
                        packet.subspan(header.length),
                        header.fragmentOffset,

@@ -59,7 +59,8 @@ class FragmentReassembler {
   struct Key {
     IpAddress source, destination;
     std::uint32_t id = 0;
-    std::uint32_t protocol = 0;  ///< of IPv4 only
+    std::uint16_t protocol = 0;  ///< of IPv4 only
+    std::uint16_t zone = 0;      ///< of IPv6 only
     bool operator==(const Key&) const = default;
   };
 

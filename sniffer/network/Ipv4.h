@@ -20,6 +20,7 @@ struct Ipv4Header {
   std::uint8_t protocol = 0;
   std::uint32_t source = 0;
   std::uint32_t destination = 0;
+  static constexpr std::uint16_t zone = 0;  ///< as in Ipv6Header
 
   bool isFragment() const { return moreFragments || fragmentOffset > 0; }
 

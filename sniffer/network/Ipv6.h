@@ -23,13 +23,16 @@ struct Ipv6Header {
   std::size_t fragmentOffset = 0;  ///< in bytes
   bool moreFragments = false;
   IpAddress source, destination;
+  std::uint16_t zone = 0;  ///< of link-local addresses, set by the reader's caller; see FrameSource
+
+  bool isLinkLocal() const { return source.isLinkLocal() || destination.isLinkLocal(); }
 
   /// False for an atomic fragment (RFC 6946), which is a whole packet with a fragment header.
   bool isFragment() const { return moreFragments || fragmentOffset > 0; }
 
   /// Returns nothing when the bytes do not begin with a valid IPv6 header, or when its extension headers are more than
-  /// kMostExtensions or go beyond the captured packet. An IPv4-mapped address makes a header invalid: such a packet
-  /// would pass for an IPv4 packet.
+  /// kMostExtensions or go beyond the captured packet. An address that IpAddress::read() takes for IPv4 makes a header
+  /// invalid: such a packet would pass for an IPv4 packet.
   static std::optional<Ipv6Header> read(Octets bytes);
 };
 

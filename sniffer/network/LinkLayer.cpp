@@ -23,12 +23,38 @@ LinkHeader withTypeAt(std::span<const std::uint8_t> frame, std::size_t typeAt, s
   return {length, reader.u16()};
 }
 
+/// PPP, after the bytes of address and control if there are any. Cisco's framing has an EtherType after these.
+LinkHeader readPpp(std::span<const std::uint8_t> frame) {
+  constexpr std::uint8_t kAllStations = 0xFF, kCiscoUnicast = 0x0F, kCiscoMulticast = 0x8F;
+  ByteReader reader(frame);
+  const std::uint8_t address = reader.peek();
+  if (address == kCiscoUnicast || address == kCiscoMulticast) return withTypeAt(frame, 2, 4);
+  if (address == kAllStations) reader.skip(2);
+  const unsigned protocol = reader.peek() % 2 == 1 ? reader.u8() : reader.u16();  // one byte when it is compressed
+  return {reader.position(), etherTypeOfPpp(protocol)};
+}
+
 }  // namespace
 
-bool understandsLinkType(int linkType) {
-  constexpr int kUnderstood[] = {DLT_EN10MB, DLT_LINUX_SLL, DLT_LINUX_SLL2, DLT_RAW,
-                                 DLT_IPV4,   DLT_IPV6,      DLT_NULL,       DLT_LOOP};
-  return std::find(std::begin(kUnderstood), std::end(kUnderstood), linkType) != std::end(kUnderstood);
+bool understandsLinkType(int linkType, bool decapsulate) {
+  constexpr int kUnderstood[] = {DLT_EN10MB, DLT_LINUX_SLL, DLT_LINUX_SLL2, DLT_RAW,        DLT_IPV4,     DLT_IPV6,
+                                 DLT_NULL,   DLT_LOOP,      DLT_PPP,        DLT_PPP_SERIAL, DLT_PPP_ETHER};
+  constexpr int kTunnels = 3;  // the last ones
+  const auto end = std::end(kUnderstood) - (decapsulate ? 0 : kTunnels);
+  return std::find(std::begin(kUnderstood), end, linkType) != end;
+}
+
+std::uint16_t etherTypeOfPpp(unsigned protocol) {
+  switch (protocol) {
+    case 0x0021:
+      return kEtherIpv4;
+    case 0x0057:
+      return kEtherIpv6;
+    case 0x0281:
+      return kEtherMpls;
+    default:
+      return 0;
+  }
 }
 
 LinkHeader readLinkHeader(int linkType, std::span<const std::uint8_t> frame) {
@@ -44,6 +70,11 @@ LinkHeader readLinkHeader(int linkType, std::span<const std::uint8_t> frame) {
     case DLT_NULL:  // an address family, with the byte order and the numbers of the machine that wrote the file
     case DLT_LOOP:
       return {4, byVersion(frame, 4)};
+    case DLT_PPP:
+    case DLT_PPP_SERIAL:
+      return readPpp(frame);
+    case DLT_PPP_ETHER:
+      return {0, kEtherPppoeSession};
     default:
       return withTypeAt(frame, 12, 14);
   }

@@ -15,8 +15,12 @@ struct LinkHeader {
 };
 
 /// Returns true for the supported link types: Ethernet, Linux cooked version 1 and 2 (the device `any`), raw IP and BSD
-/// loopback. `linkType` is a DLT_ value of libpcap, as pcap_datalink() returns it.
-bool understandsLinkType(int linkType);
+/// loopback; with `decapsulate` also PPP, with or without HDLC-like framing (RFC 1661, 1662), and PPPoE (RFC 2516).
+/// `linkType` is a DLT_ value of libpcap, as pcap_datalink() returns it.
+bool understandsLinkType(int linkType, bool decapsulate = false);
+
+/// Returns the type of the payload of a PPP packet of this protocol; 0 for a protocol that is not supported.
+std::uint16_t etherTypeOfPpp(unsigned protocol);
 
 /// Reads a frame's link-layer header without VLAN tags. An unsupported link type is read as Ethernet.
 LinkHeader readLinkHeader(int linkType, std::span<const std::uint8_t> frame);

@@ -13,8 +13,11 @@ namespace voip {
 /// Splits a TCP stream into messages: by the TPKT header (RFC 1006), and in SIP by Content-Length (RFC 3261 18.3).
 /// WebSocketFraming.h does the same for WebSockets.
 
-/// The longest message that fits a frame to the recorder, whose length is a 16-bit field and counts 15 header bytes.
+/// The longest message that fits a frame to the recorder, whose length is a 16-bit field and counts the header.
 constexpr std::size_t kMaxMessage = kMaxForwardedFrame - kForwardedHeader;
+
+/// The same between IPv6 addresses: the header is longer.
+constexpr std::size_t kMaxIpv6Message = kMaxForwardedFrame - kForwardedIpv6Header;
 
 /// The greatest length field that is believed, so that a wrong one skips a limited part of the stream.
 constexpr std::uint64_t kLongestBelieved = 16 << 20;

@@ -245,6 +245,10 @@ std::optional<Cut> MessageStream::findStep(Octets octets, std::size_t known, boo
 // ---- messages ----
 
 void MessageStream::passOn(Octets message, const Context& context) {
+  if (kind_ != Kind::kTpkt && message.size() > kMaxIpv6Message && !context.ends.areIpv4()) {
+    refuse(message.size(), context);
+    return;
+  }
   context.sink.count(NetworkCount::kStreamMessages);
   if (kind_ == Kind::kTpkt) {
     context.sink.takeTpkt(context.ends, message, context.captured);

@@ -20,7 +20,7 @@ namespace voip {
 /// damaged message, the stream is out of step until a message is recognised: a TPKT at the start of a segment or
 /// followed by another one, a start line with a header field after it, a WebSocket frame that begins with a start line.
 /// The sender of the octets before a loss may be another one than that of the octets after it. So a segment that begins
-/// with a message decides again what the stream is, until a message ends where the next one should begin.
+/// with a message decides again what the stream is, until a message ends where the next one should begin. One thread.
 class MessageStream {
  public:
   enum class Kind : std::uint8_t { kUndecided, kForeign, kTpkt, kSip, kHandshake, kWebSocket };

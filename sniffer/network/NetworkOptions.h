@@ -14,7 +14,7 @@ struct NetworkOptions {
   bool dropDuplicates = false;
   bool reassembleFragments = false;
   bool reassembleTcp = false;
-  bool ipv6 = false;             ///< in each stage and on the plain path
+  bool ipv6 = false;             ///< reads IPv6 packets, in each stage
   TunnelPorts tunnelPorts = {};  ///< of `decapsulate`
 
   /// Returns the options that the settings ask for.

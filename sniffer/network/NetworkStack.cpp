@@ -44,17 +44,29 @@ void NetworkStack::takePlainFrame(std::span<std::uint8_t> frame) {
   takeIp(frame, plainNetworkOffset(ethernetHeader(frame)), true, sink_);
 }
 
-void NetworkStack::takeFrame(std::span<std::uint8_t> frame, int linkType, std::int64_t captured, std::int64_t now) {
-  if (isPlain_ && linkType == DLT_EN10MB && !(options_.ipv6 && isPlainIpv6(ethernetHeader(frame), frame))) {
-    takePlainFrame(frame);
+void NetworkStack::takeFrame(std::span<std::uint8_t> frame, FrameSource source, std::int64_t captured,
+                             std::int64_t now) {
+  if (!isPlain_ || source.linkType != DLT_EN10MB) {
+    takeByStages(frame, source, captured, now);
+  } else if (options_.ipv6 && isPlainIpv6(ethernetHeader(frame), frame)) {
+    takePlainIpv6Frame(frame, {captured, now, source.zone});
   } else {
-    takeByStages(frame, linkType, captured, now);
+    takePlainFrame(frame);
   }
 }
 
+// Not inlined, as takeByStages().
+void NetworkStack::takePlainIpv6Frame(std::span<std::uint8_t> frame, const Arrival& arrival) {
+  const std::size_t offset = plainNetworkOffset(ethernetHeader(frame));
+  const std::size_t length = frame.size() - std::min(frame.size(), offset);
+  takeIpv6Packet({frame, true}, {.offset = offset, .length = length, .isIpv6 = true}, arrival);
+}
+
 // Not inlined: a plain frame would save the registers that only the stages need.
-void NetworkStack::takeByStages(std::span<std::uint8_t> frame, int linkType, std::int64_t captured, std::int64_t now) {
-  const LinkHeader link = readLinkHeader(linkType, frame);
+void NetworkStack::takeByStages(std::span<std::uint8_t> frame, FrameSource source, std::int64_t captured,
+                                std::int64_t now) {
+  const LinkHeader link =
+      source.linkType == DLT_EN10MB ? ethernetHeader(frame) : readLinkHeader(source.linkType, frame);
   InnerPacket packet;
   if (options_.decapsulate) {
     if (const auto inner = decapsulator_.unwrap(frame, link)) packet = *inner;
@@ -64,12 +76,12 @@ void NetworkStack::takeByStages(std::span<std::uint8_t> frame, int linkType, std
     packet.length = frame.size() - std::min(frame.size(), packet.offset);  // padding included
     packet.isIpv6 = options_.ipv6 && isPlainIpv6(link, frame);
   }
-  takePacket({frame, true}, packet, {captured, now});
+  takePacket({frame, true}, packet, {captured, now, source.zone});
 }
 
-void NetworkStack::takePacket(const Bytes& from, const InnerPacket& packet, const Times& times) {
+void NetworkStack::takePacket(const Bytes& from, const InnerPacket& packet, const Arrival& arrival) {
   if (packet.isIpv6) {
-    takeIpv6Packet(from, packet, times);
+    takeIpv6Packet(from, packet, arrival);
     return;
   }
   const auto frame = from.bytes;
@@ -80,12 +92,12 @@ void NetworkStack::takePacket(const Bytes& from, const InnerPacket& packet, cons
     return;
   }
   const auto exact = bytes.first(header->total);
-  if (duplicates_ && duplicates_->seen(*header, exact, times.captured, times.now)) {
+  if (duplicates_ && duplicates_->seen(*header, exact, arrival.captured, arrival.now)) {
     sink_.count(NetworkCount::kDuplicatesDropped);
   } else if (fragments_ && header->isFragment()) {
-    takeFragment(*header, exact, packet, times);
+    takeFragment(*header, exact, packet, arrival);
   } else if (streams_ && header->protocol == IPPROTO_TCP && !header->isFragment()) {
-    if (!takeSegment(*header, exact, times)) takeAsItIs(from, packet);
+    if (!takeSegment(*header, exact, arrival)) takeAsItIs(from, packet);
   } else if (packet.isTunnelled && header->protocol != IPPROTO_UDP && header->protocol != IPPROTO_TCP) {
     // A capture filter sees only the tunnel and cannot exclude this packet, so it causes no log line.
     sink_.count(NetworkCount::kOtherDropped);
@@ -94,21 +106,22 @@ void NetworkStack::takePacket(const Bytes& from, const InnerPacket& packet, cons
   }
 }
 
-void NetworkStack::takeIpv6Packet(const Bytes& from, const InnerPacket& packet, const Times& times) {
+void NetworkStack::takeIpv6Packet(const Bytes& from, const InnerPacket& packet, const Arrival& arrival) {
   const auto frame = from.bytes;
   const auto bytes = frame.subspan(std::min(packet.offset, frame.size()), packet.length);
-  const auto header = Ipv6Header::read(bytes);
+  auto header = Ipv6Header::read(bytes);
   if (!header || header->isJumbo) {
     refuseIpv6(header ? NetworkCount::kJumboPayloads : NetworkCount::kIpv6Malformed);
     return;
   }
+  if (header->isLinkLocal()) header->zone = arrival.zone;
   const auto exact = bytes.first(header->total);
-  if (duplicates_ && duplicates_->seen(*header, exact, times.captured, times.now)) {
+  if (duplicates_ && duplicates_->seen(*header, exact, arrival.captured, arrival.now)) {
     sink_.count(NetworkCount::kDuplicatesDropped);
   } else if (fragments_ && header->isFragment()) {
-    takeFragment(*header, exact, packet, times);
+    takeFragment(*header, exact, packet, arrival);
   } else if (!streams_ || header->protocol != IPPROTO_TCP || header->isFragment() ||
-             !takeSegment(*header, exact, times)) {
+             !takeSegment(*header, exact, arrival)) {
     takeAsItIs(from, packet, *header);
   }
 }
@@ -119,8 +132,8 @@ void NetworkStack::refuseIpv6(NetworkCount why) {
 }
 
 template <class Header>
-void NetworkStack::takeFragment(const Header& header, Octets bytes, const InnerPacket& packet, const Times& times) {
-  auto datagram = fragments_->add(header, bytes, times.now);
+void NetworkStack::takeFragment(const Header& header, Octets bytes, const InnerPacket& packet, const Arrival& arrival) {
+  auto datagram = fragments_->add(header, bytes, arrival.now);
   if (!datagram) {
     sink_.count(NetworkCount::kFragmentsHeld);
     return;
@@ -132,16 +145,16 @@ void NetworkStack::takeFragment(const Header& header, Octets bytes, const InnerP
     whole = decapsulator_.unwrap(datagram->packet, network, packet.layers).value_or(whole);
     whole.isTunnelled |= packet.isTunnelled;
   }
-  takePacket({datagram->packet, false}, whole, times);
+  takePacket({datagram->packet, false}, whole, arrival);
 }
 
 /// Returns false when the header is invalid, so that the segment takes the plain path.
 template <class Header>
-bool NetworkStack::takeSegment(const Header& header, Octets bytes, const Times& times) {
+bool NetworkStack::takeSegment(const Header& header, Octets bytes, const Arrival& arrival) {
   const auto segment = TcpSegment::read(bytes.subspan(header.length), header.missing);
   if (!segment) return false;
-  const FlowEnds ends{header.source, header.destination, segment->sourcePort, segment->destinationPort};
-  const bool isFollowed = streams_->follow(ends, *segment, times.captured, times.now);
+  const FlowEnds ends{header.source, header.destination, segment->sourcePort, segment->destinationPort, header.zone};
+  const bool isFollowed = streams_->follow(ends, *segment, arrival.captured, arrival.now);
   sink_.count(isFollowed ? NetworkCount::kSegmentsFollowed : NetworkCount::kTcpDropped);
   return true;
 }
@@ -162,7 +175,7 @@ void NetworkStack::takeAsItIs(const Bytes& from, const InnerPacket& packet) {
 void NetworkStack::takeAsItIs(const Bytes& from, const InnerPacket& packet, const Ipv6Header& header) {
   const auto frame = endAt(from.bytes, packet.offset + header.total);
   const std::size_t at = packet.offset + header.length;
-  const FlowEnds ends{header.source, header.destination, 0, 0};
+  const FlowEnds ends{header.source, header.destination, 0, 0, header.zone};
   if (header.fragmentOffset == 0 && header.protocol == IPPROTO_UDP) {
     takeUdp(frame, at, ends, from.areCaptured, sink_);
   } else if (header.fragmentOffset == 0 && header.protocol == IPPROTO_TCP) {

@@ -13,10 +13,19 @@
 
 namespace voip {
 
+/// Where a frame was captured. The zone (RFC 4007) is the number of the device, or 0 for all devices. IPv6 addresses
+/// that are link-local belong to different hosts when the zones differ.
+struct FrameSource {
+  FrameSource(int type, std::uint16_t number = 0) : linkType(type), zone(number) {}
+
+  std::int32_t linkType;  ///< a DLT_ value of libpcap
+  std::uint16_t zone;
+};
+
 /// Turns captured frames into the datagrams and messages that were sent: removes the link layer and tunnels, drops
 /// duplicates, reassembles fragments and TCP streams, in this order. Each stage after the link layer needs its option.
 /// Without options an Ethernet frame takes the plain path: at most two VLAN tags, IPv4, UDP or TCP. IPv6 packets take
-/// the same stages, if the options include them; they never take the plain path, which ignores lengths.
+/// the same stages, if the options include them, but their lengths are never ignored.
 ///
 /// Each frame is either passed to the sink (as a datagram, as a segment or as refused) or counted: as an unwanted
 /// packet, a duplicate, a held fragment (each fragment except the one that completes its datagram), or a segment of a
@@ -26,10 +35,10 @@ class NetworkStack {
   /// The sink must outlive the stack.
   NetworkStack(const NetworkOptions& options, NetworkSink& sink, const NetworkLimits& limits = {});
 
-  /// Takes a captured frame of a link type (a DLT_ value of libpcap) and calls the sink for each item. The frame may be
-  /// written to and is followed by kFrameSlack zeroed bytes. `captured` is its capture time; `now` never decreases,
-  /// even when capture times do (see ForwardClock); both in microseconds.
-  void takeFrame(std::span<std::uint8_t> frame, int linkType, std::int64_t captured, std::int64_t now);
+  /// Takes a captured frame and calls the sink for each item. The frame may be written to and is followed by
+  /// kFrameSlack zeroed bytes. `captured` is its capture time; `now` never decreases, even when capture times do (see
+  /// ForwardClock); both in microseconds.
+  void takeFrame(std::span<std::uint8_t> frame, FrameSource source, std::int64_t captured, std::int64_t now);
 
   /// Takes an Ethernet frame on the plain path, regardless of the options.
   void takePlainFrame(std::span<std::uint8_t> frame);
@@ -47,18 +56,20 @@ class NetworkStack {
     bool areCaptured;  ///< not reassembled
   };
 
-  struct Times {
+  struct Arrival {
     std::int64_t captured, now;
+    std::uint16_t zone;
   };
 
-  [[gnu::noinline]] void takeByStages(std::span<std::uint8_t> frame, int linkType, std::int64_t captured,
+  [[gnu::noinline]] void takeByStages(std::span<std::uint8_t> frame, FrameSource source, std::int64_t captured,
                                       std::int64_t now);
-  void takePacket(const Bytes& from, const InnerPacket& packet, const Times& times);
-  void takeIpv6Packet(const Bytes& from, const InnerPacket& packet, const Times& times);
+  [[gnu::noinline]] void takePlainIpv6Frame(std::span<std::uint8_t> frame, const Arrival& arrival);
+  void takePacket(const Bytes& from, const InnerPacket& packet, const Arrival& arrival);
+  void takeIpv6Packet(const Bytes& from, const InnerPacket& packet, const Arrival& arrival);
   template <class Header>
-  void takeFragment(const Header& header, Octets bytes, const InnerPacket& packet, const Times& times);
+  void takeFragment(const Header& header, Octets bytes, const InnerPacket& packet, const Arrival& arrival);
   template <class Header>
-  bool takeSegment(const Header& header, Octets bytes, const Times& times);
+  bool takeSegment(const Header& header, Octets bytes, const Arrival& arrival);
   void takeAsItIs(const Bytes& from, const InnerPacket& packet);
   void takeAsItIs(const Bytes& from, const InnerPacket& packet, const Ipv6Header& header);
   void refuseIpv6(NetworkCount why);

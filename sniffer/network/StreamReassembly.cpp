@@ -242,7 +242,7 @@ bool StreamReassembly::keepAtMark(const ArrivedSegment& segment) {
   return false;
 }
 
-/// Keeps a segment that shows that octets passed on may be forged, at a mark of these octets.
+/// Keeps a segment at a mark, because it shows that the octets passed on there may be forged.
 void StreamReassembly::keepContradiction(const ArrivedSegment& segment, std::uint32_t from, std::uint32_t length) {
   if (!keepAtMark(segment)) addMark({from, length, next_ - length - disorder().runStart, {}, candidateOf(segment)});
   disorder_->confirmBy = segment.now + kConfirmation;
@@ -257,7 +257,7 @@ void StreamReassembly::keepRival(const ArrivedSegment& segment) {
   kept.confirmBy = segment.now + kConfirmation;
 }
 
-/// Adds a segment to the numbering that it continues and that waits for the early segments of the present one.
+/// Adds a segment to the numbering that it continues, while that waits for the early segments of the present one.
 bool StreamReassembly::prolong(const ArrivedSegment& segment) {
   if (disorder_ == nullptr || disorder_->early.empty()) return false;
   const auto add = [&](const std::unique_ptr<Candidate>& one) {
@@ -427,8 +427,8 @@ bool StreamReassembly::contradicts(const ArrivedSegment& segment) const {
 }
 
 /// Returns the number of octets at the front of an expected segment that were passed on before. `old` of them are
-/// before the expected octet. Others were passed on before the old numbers returned: when they begin as these did, the
-/// sender repeats them; otherwise those were forged.
+/// before the expected octet. The others were passed on before the old numbers returned: when the segment begins like
+/// them, the sender repeats them; otherwise they were forged.
 std::size_t StreamReassembly::skipPassed(const ArrivedSegment& segment, std::size_t old, OctetReceiver& receiver) {
   const Passed passed = disorder_->passed;
   const Position at = next_ - static_cast<Position>(old);

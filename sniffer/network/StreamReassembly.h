@@ -50,10 +50,10 @@ struct ArrivedSegment {
 /// has no effect: it is kept as the start of another numbering. That numbering replaces the present one when a second
 /// segment continues it, or when the other side acknowledges exactly its octets. The same holds for a SYN.
 ///
-/// What made the numbering change may have been forged: segments, a SYN, or an acknowledgement of octets that were
-/// never sent. So each change leaves a mark at the octet that was expected before. A segment at a mark is kept there,
-/// out of reach of senders that do not know its number, and is confirmed as above. So a sender that goes on with its
-/// own numbers gets its stream back, at the cost of one message at most.
+/// The cause of a change may be forged: segments, a SYN, or an acknowledgement of octets that were never sent. So each
+/// change leaves a mark at the octet that was expected before. A segment at a mark is kept there, out of reach of
+/// senders that do not know its number, and is confirmed as above. So a sender that goes on with its own numbers gets
+/// its stream back, at the cost of one message at most. One thread.
 class StreamReassembly {
  public:
   enum class Placement { kInOrder, kEarly, kRepeated, kUnexpected };

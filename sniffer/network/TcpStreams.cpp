@@ -267,6 +267,7 @@ bool TcpStreams::settle(Stream& stream, std::int64_t now) {
 
 void TcpStreams::account(Stream& stream, std::int64_t now) {
   const auto memory = static_cast<std::uint32_t>(stream.order.memoryUsed() + stream.messages.memoryUsed());
+  if (memory < stream.memory) noteFreed(stream.memory - memory);
   memory_ += memory;
   memory_ -= stream.memory;
   stream.memory = memory;
@@ -289,8 +290,16 @@ std::size_t TcpStreams::listFor(const Stream& stream) const {
 
 void TcpStreams::forget(Stream& stream) {
   if (stream.due != StreamReassembly::kNever) waiting_.erase({stream.due, &stream});
-  memory_ -= stream.memory;
+  const std::size_t memory = stream.memory;
+  memory_ -= memory;
   streams_.erase(stream);
+  noteFreed(memory);
+}
+
+/// Notes that memory of a stream was freed, as counted.
+void TcpStreams::noteFreed(std::size_t size) {
+  constexpr std::size_t kSmallest = 128;  // what a block counts at least, with its overhead
+  freed_.add(1 + size / kSmallest);
 }
 
 void TcpStreams::displace(Stream& stream) {

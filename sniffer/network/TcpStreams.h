@@ -6,6 +6,7 @@
 #include <utility>
 #include <vector>
 
+#include "base/FreedBlocks.h"
 #include "base/LruTable.h"
 #include "base/SeededHash.h"
 #include "network/MessageStream.h"
@@ -82,6 +83,7 @@ class TcpStreams {
   void enlist(Stream& stream, std::size_t list, std::int64_t now);
   std::size_t listFor(const Stream& stream) const;
   void forget(Stream& stream);
+  void noteFreed(std::size_t size);
   void displace(Stream& stream);
   void makePlace();
   void makeRoom();
@@ -92,6 +94,7 @@ class TcpStreams {
   LruTable<FlowEnds, Stream, kLists> streams_;
   std::set<std::pair<std::int64_t, Stream*>> waiting_;  ///< streams with early segments, by the time they are due
   std::size_t memory_ = 0;
+  FreedBlocks freed_;
   std::vector<std::uint8_t> unmasked_;  ///< a message of a WebSocket, reused
 };
 

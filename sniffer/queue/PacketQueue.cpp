@@ -45,7 +45,12 @@ void PacketQueue::push(const SniffedPacket& packet, u_int maxLength, Kind kind) 
     const auto distance = block.last != nullptr
                               ? reinterpret_cast<std::uint8_t*>(record) - reinterpret_cast<std::uint8_t*>(block.last)
                               : 0;
-    *record = {*packet.header, stamp, pushed_++, static_cast<std::uint32_t>(distance), packet.linkType};
+    *record = {*packet.header,
+               stamp,
+               pushed_++,
+               static_cast<std::uint32_t>(distance),
+               static_cast<std::uint16_t>(packet.linkType),
+               packet.zone};
     record->header.len = record->header.caplen = length;
     std::memcpy(record->bytes(), packet.packet, length);
     std::memset(record->bytes() + length, 0, size - sizeof(QueuedPacket) - length);

@@ -23,7 +23,8 @@ struct QueuedPacket {
   CaptureStamp stamp;
   std::uint64_t number;    ///< position among all queued frames, from 0
   std::uint32_t previous;  ///< distance in bytes to the previous record in the block, 0 for the first
-  std::int32_t linkType;   ///< libpcap's DLT_ value
+  std::uint16_t linkType;  ///< libpcap's DLT_ value
+  std::uint16_t zone;      ///< as in SniffedPacket
 
   /// The frame, `header.len` bytes, the link-layer header first.
   std::uint8_t* bytes() { return reinterpret_cast<std::uint8_t*>(this + 1); }

@@ -21,7 +21,7 @@ class CaptureTimeFrame {
 
   static constexpr std::int64_t kNever = INT64_MIN;  ///< as lateSince(): no frame is late
 
-  /// Returns the time in microseconds since 1970 before which a frame must have been seen to be late now. Any thread.
+  /// Returns a time in microseconds since 1970: a frame that was seen before it is late now. Any thread.
   static std::int64_t lateSince() { return CaptureStamp::now() - kLate; }
 
   /// Returns the length in bytes of the frame that announces `frame`.
@@ -29,13 +29,14 @@ class CaptureTimeFrame {
     return static_cast<int>(FrameHeader::lengthOf(frame)) + kTimeLength;
   }
 
-  /// Announces a frame whose header is at `frame`, captured at `captured`.
-  void write(const std::uint8_t* frame, std::int64_t captured) {
+  /// Announces a frame whose header is at `frame`. `seen` as in CaptureStamp: of a replayed frame the time of the
+  /// replay, since the recorder compares it with the arrival of frames that are not late.
+  void write(const std::uint8_t* frame, std::int64_t seen) {
     FrameHeader header = FrameHeader::of(frame);
     header.len = static_cast<u_short>(lengthFor(frame));
     header.protocol = FrameProtocol::CaptureTime;
     header.write(bytes_.data());
-    const std::uint64_t time = htobe64(static_cast<std::uint64_t>(captured));
+    const std::uint64_t time = htobe64(static_cast<std::uint64_t>(seen));
     std::memcpy(bytes_.data() + header.length(), &time, sizeof time);
   }
 

@@ -69,8 +69,8 @@ class EmbeddedConnection : public BaseConnection {
   void closeConnection() override;
 
   /// Copies the oldest frame to `buffer` and removes it from the queue. Returns its length in bytes, or 0 when no frame
-  /// waits. `buffer` must hold the longest frame, 65,535 bytes. The capture time of a late frame is returned by
-  /// a separate call before it. Host's thread.
+  /// waits. `buffer` must hold the longest frame, 65,535 bytes. The capture time of a late frame is returned by a
+  /// separate call before it. Host's thread.
   int receivePacket(char* buffer);
 
   /// As above for a buffer of `capacity` bytes: when the oldest frame does not fit, it stays in the queue and 0 is
@@ -80,7 +80,7 @@ class EmbeddedConnection : public BaseConnection {
   /// Moves the oldest frames to `buffer`, each whole and without a gap between them, as many as its `capacity` bytes
   /// hold. Returns the number of bytes, or 0 when no frame waits. When not even the oldest frame fits, all frames stay
   /// and its length is returned as a negative number. A late frame follows its capture time in the same buffer, unless
-  /// the whole buffer holds only one of them at a time. Host's thread.
+  /// `buffer` cannot hold both. Host's thread.
   int receivePackets(char* buffer, int capacity);
 
   voip::HostBacklog getBacklog() override;

@@ -66,7 +66,7 @@ bool FrameQueue::isLate(std::size_t frame) const {
 SnifferPacket FrameQueue::front() {
   const SnifferPacket frame = oldest();
   if (!isLate(0)) return frame;
-  timeFrame_.write(frame.payload, stamps_.front().captured);
+  timeFrame_.write(frame.payload, stamps_.front().seen);
   return {timeFrame_.length(), timeFrame_.data()};
 }
 
@@ -111,7 +111,7 @@ std::size_t FrameQueue::take(std::span<std::uint8_t> buffer) {
   return taken;
 }
 
-/// Removes the oldest frames, which have so many bytes and are in the first block.
+/// Removes the oldest `frames` frames, which have `bytes` bytes together and are all in the first block.
 void FrameQueue::remove(std::size_t frames, std::size_t bytes) {
   Block& block = blocks_.front();
   block.read += bytes;

@@ -5,7 +5,7 @@
 
 namespace voip {
 
-/// The address and port of a socket, IPv4 or IPv6.
+/// The address and port of a socket, IPv4 or IPv6. A value, for one thread at a time.
 class SocketAddress {
  public:
   /// 0.0.0.0:0

@@ -19,8 +19,8 @@
 /// Frames go to the configured address until a command arrives, afterwards to the source of the last command.
 class UdpConnection : public BaseConnection {
  public:
-  /// Opens and binds the socket; ends the process with status 1 when that fails. `host` as in
-  /// SocketAddress. `port` is in host order.
+  /// Opens and binds the socket; ends the process with status 1 when that fails. `host` as in SocketAddress. `port` is
+  /// in host order.
   UdpConnection(const char* host, int port);
   UdpConnection(const UdpConnection&) = delete;
   UdpConnection& operator=(const UdpConnection&) = delete;

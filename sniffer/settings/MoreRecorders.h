@@ -18,8 +18,8 @@ struct RecorderAddress {
   bool operator==(const RecorderAddress&) const = default;
 };
 
-/// The content of the setting MoreRecorders: addresses of the form "10.0.0.12:6000" or
-/// "[2001:db8::12]:6000", separated by semicolons.
+/// The content of the setting MoreRecorders: addresses of the form "10.0.0.12:6000" or "[2001:db8::12]:6000", separated
+/// by semicolons.
 struct MoreRecorders {
   static constexpr std::size_t kMost = 31;
 
@@ -28,10 +28,10 @@ struct MoreRecorders {
   std::vector<std::string> wrong;          ///< a warning for each text that is no address, and for those over kMost
 };
 
-/// Reads the value of the setting.
+/// Reads the value of the setting. Any thread.
 MoreRecorders readMoreRecorders(const std::string& value);
 
-/// Returns the warnings about addresses in `value` that occur again, or are that of the first recorder.
+/// Returns the warnings about addresses in `value` that occur again, or are that of the first recorder. Any thread.
 std::vector<std::string> findRepeatedRecorders(const std::string& value, const RecorderAddress& first);
 
 }  // namespace voip

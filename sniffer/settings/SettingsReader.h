@@ -15,7 +15,7 @@ enum class SettingsOrigin { File, Host };
 /// one in range.
 Settings readSettings(Config& config);
 
-/// A setting that has no effect, or not the one that was meant.
+/// A warning about a setting that has no effect or not the intended one.
 struct SettingWarning {
   std::string key;  ///< as it is in the text
   std::string text;

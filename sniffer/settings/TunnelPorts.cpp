@@ -52,7 +52,7 @@ TunnelPorts::TunnelPorts(const std::string& site, std::vector<std::string>* warn
   }
 }
 
-/// Returns the reason for which the entry is ignored, if it is.
+/// Adds the port of an entry. Returns the reason when the entry is ignored, else an empty text.
 std::string TunnelPorts::addOfSite(const std::string& entry) {
   const std::size_t colon = entry.find(':');
   if (colon == std::string::npos) return "an entry is a tunnel and its port, such as vxlan:8472";
@@ -67,19 +67,6 @@ std::string TunnelPorts::addOfSite(const std::string& entry) {
   }
   add(tunnel, port);
   return {};
-}
-
-Tunnel TunnelPorts::at(std::uint16_t port) const {
-  for (const Entry& entry : entries_) {
-    if (entry.port == port) return entry.tunnel;
-  }
-  return Tunnel::kNone;
-}
-
-Tunnel TunnelPorts::find(std::uint16_t source, std::uint16_t destination) const {
-  if (const Tunnel tunnel = at(destination); tunnel != Tunnel::kNone) return tunnel;
-  const Tunnel tunnel = at(source);
-  return tunnel == Tunnel::kGtp || tunnel == Tunnel::kL2tp ? tunnel : Tunnel::kNone;
 }
 
 void TunnelPorts::add(Tunnel tunnel, std::uint16_t port) {

@@ -22,11 +22,12 @@ class TunnelPorts {
   /// appends a warning for each to `warnings`, if there is one.
   explicit TunnelPorts(const std::string& site, std::vector<std::string>* warnings = nullptr);
 
-  /// Returns the tunnel that a datagram between these ports may be: by its destination, or by its source if each side
-  /// of the tunnel may choose the port that it sends to.
+  /// Returns the tunnel that a datagram between these ports may belong to: by its destination port, or for GTP-U and
+  /// L2TP by its source port as well, since a reply may go to another port.
   Tunnel between(std::uint16_t source, std::uint16_t destination) const {
-    if (!lowOctets_[source & 0xFF] && !lowOctets_[destination & 0xFF]) return Tunnel::kNone;  // most datagrams
-    return find(source, destination);
+    if (const Tunnel tunnel = at(destination); tunnel != Tunnel::kNone) return tunnel;
+    const Tunnel tunnel = at(source);
+    return tunnel == Tunnel::kGtp || tunnel == Tunnel::kL2tp ? tunnel : Tunnel::kNone;
   }
 
   /// Returns all ports.
@@ -38,8 +39,13 @@ class TunnelPorts {
     std::uint16_t port;
   };
 
-  Tunnel at(std::uint16_t port) const;
-  Tunnel find(std::uint16_t source, std::uint16_t destination) const;
+  Tunnel at(std::uint16_t port) const {
+    if (!lowOctets_[port & 0xFF]) return Tunnel::kNone;  // most ports
+    for (const Entry& entry : entries_) {
+      if (entry.port == port) return entry.tunnel;
+    }
+    return Tunnel::kNone;
+  }
   void add(Tunnel tunnel, std::uint16_t port);
   std::string addOfSite(const std::string& entry);
 

@@ -7,9 +7,9 @@
 
 namespace voip {
 
-// Descriptions of the media channels of H.245, in the form that the recorder reads. Each function appends to `text`
-// what its first argument contains of that, without a line feed at the end unless stated otherwise. Addresses of other
-// than these families are left out.
+// Descriptions of the media channels of H.245, in the form that the recorder reads. Each function appends the part
+// for its first argument to `text`, without a line feed at the end unless stated otherwise. Addresses of other families
+// than `families` are left out.
 
 /// Address families that a description can contain.
 enum class AddressFamilies { kIpv4, kBoth };

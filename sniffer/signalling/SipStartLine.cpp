@@ -34,30 +34,28 @@ constexpr CharacterSet alphanumericAnd(std::string_view others) {
 constexpr CharacterSet kToken = alphanumericAnd("-.!%*_+`'~");
 constexpr CharacterSet kScheme = alphanumericAnd("+-.");
 
-bool isSchemeCharacter(char c) {
-  return kScheme[static_cast<unsigned char>(c)];
-}
-
 // Octets above 127 must be escaped, but some senders do not.
-bool isUriCharacter(unsigned char c) {
-  return c > ' ' && c != 127;
-}
+constexpr CharacterSet kUri = [] {
+  CharacterSet set{};
+  for (std::size_t c = ' ' + 1; c < set.size(); ++c) set[c] = c != 127;
+  return set;
+}();
 
 std::string_view textOf(std::span<const std::uint8_t> octets) {
   return {reinterpret_cast<const char*>(octets.data()), octets.size()};
 }
 
-/// Removes the longest beginning whose characters all satisfy `fits`, and returns it.
-template <typename Predicate>
-std::string_view takeWhile(std::string_view& text, Predicate fits) {
-  const auto end = std::find_if_not(text.begin(), text.end(), fits);
-  const std::string_view beginning = text.substr(0, static_cast<std::size_t>(end - text.begin()));
-  text.remove_prefix(beginning.size());
-  return beginning;
+/// Removes the longest beginning whose characters are all in the set, and returns its length.
+std::size_t takeWhile(std::string_view& text, const CharacterSet& set) {
+  std::size_t length = 0;
+  while (length < text.size() && set[static_cast<unsigned char>(text[length])]) ++length;
+  text.remove_prefix(length);
+  return length;
 }
 
 /// True when `text` begins with `wanted`, or is a beginning of it, in any case.
 bool startsLike(std::string_view text, std::string_view wanted) {
+  if (text.starts_with(wanted)) return true;
   const std::size_t length = std::min(text.size(), wanted.size());
   if (length == 0) return true;
   constexpr int kCaseBit = 0x20;
@@ -73,10 +71,10 @@ Likeness lineEnd(std::string_view text) {
 /// Removes a URI: a scheme, a colon, and at least one more character.
 Likeness takeUri(std::string_view& text) {
   if (!text.empty() && !isAlpha(text.front())) return Likeness::kNo;
-  takeWhile(text, isSchemeCharacter);
+  takeWhile(text, kScheme);
   if (text.empty()) return Likeness::kPerhaps;
   const bool hasColon = text.front() == ':';
-  const std::size_t length = takeWhile(text, isUriCharacter).size();
+  const std::size_t length = takeWhile(text, kUri);
   if (!hasColon || (length < 2 && !text.empty())) return Likeness::kNo;
   return text.empty() ? Likeness::kPerhaps : Likeness::kYes;
 }
@@ -103,7 +101,7 @@ Likeness beginsSip(std::span<const std::uint8_t> octets) {
     if (text.size() <= kVersion.size()) return Likeness::kPerhaps;
     return text[kVersion.size()] == ' ' ? Likeness::kYes : Likeness::kNo;
   }
-  const std::size_t method = takeWhile(text, isSipTokenCharacter).size();
+  const std::size_t method = takeWhile(text, kToken);
   if (method == 0 || method > kMaxMethodLength) return Likeness::kNo;
   if (text.empty()) return Likeness::kPerhaps;
   if (text.front() != ' ') return Likeness::kNo;
@@ -116,7 +114,7 @@ bool isSipRequestWithAnyUri(std::span<const std::uint8_t> datagram) {
   std::string_view text = textOf(datagram);
   text.remove_prefix(std::min(text.find_first_not_of("\r\n"), text.size()));
   // Most datagrams are RTP and end here.
-  if (takeWhile(text, isSipTokenCharacter).empty() || !text.starts_with(' ')) return false;
+  if (takeWhile(text, kToken) == 0 || !text.starts_with(' ')) return false;
   bool isComplete = false;
   const Likeness likeness = restOfRequestLine(text.substr(1), isComplete);
   return likeness == Likeness::kYes || (likeness == Likeness::kPerhaps && isComplete);

@@ -113,6 +113,7 @@ class Packages(unittest.TestCase):
         settings = SETTINGS.read_text()
         for key, value in {"Device": "tap0", "ServerPort": "6543"}.items():
             settings = re.sub(f"^{key}=.*$", f"{key}={value}", settings, flags=re.M)
+        settings += "MoreRecorders=[::1]:6543\n"
         SETTINGS.write_text(settings)
         self.check_that_it_sniffs()
         self.check_that_it_keeps_to_its_limits()

@@ -26,14 +26,15 @@ std::string temporary(const std::string& name) {
 
 /// Writes a capture file with a SIP message every `interval` and returns its path.
 std::string captureFile(const std::string& name, int frames, std::chrono::microseconds interval,
-                        int linkType = DLT_EN10MB) {
+                        int linkType = DLT_EN10MB, bool isLinkLocal = false) {
   std::string path = temporary(name);
   pcap_t* pcap = pcap_open_dead(linkType, 65535);
   pcap_dumper_t* dumper = pcap_dump_open(pcap, path.c_str());
   for (int i = 0; i < frames; ++i) {
     Bytes payload = kSip;
     append(payload, static_cast<uint64_t>(i), 4);
-    const Bytes frame = Frame{.payload = payload}.build();
+    Bytes frame = Frame{.payload = payload, .ipv6 = isLinkLocal}.build();
+    if (isLinkLocal) std::ranges::copy(Bytes{0xFE, 0x80, 0, 0}, frame.begin() + 22);
     const auto length = static_cast<bpf_u_int32>(frame.size());
     const auto stamp = i * interval.count();
     const pcap_pkthdr header{{1000 + stamp / 1000000, stamp % 1000000}, length, length};
@@ -151,6 +152,15 @@ TEST_F(Engine, SetsUpWhatCanBeOpened) {
   EXPECT_EQ(engine.setupSniffing(), 0);
   ASSERT_EQ(engine.getDeviceCount(), 9);
   for (int i = 0; i < 9; ++i) EXPECT_EQ(engine.isDeviceDown(i), i < 3);
+  const std::string ppp = file("ppp.pcap", DLT_PPP), serial = file("serial.pcap", DLT_PPP_SERIAL);
+  for (const bool decapsulate : {false, true}) {
+    Settings settings;
+    settings.decapsulate = decapsulate;
+    engine.setSettings(settings);
+    engine.setDevice((ppp + ";" + serial).c_str());
+    engine.setupSniffing();
+    for (int i = 0; i < 2; ++i) EXPECT_EQ(engine.isDeviceDown(i), !decapsulate);
+  }
   EXPECT_TRUE(log.contains("ERROR Couldn't open device " + wireless +
                            ":its frames have the link layer IEEE802_11, which is not understood; Ethernet, Linux "
                            "cooked, raw IP and BSD loopback are"));
@@ -171,6 +181,22 @@ TEST_F(Engine, ReplaysFilesAtTheirPace) {
     EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(full ? 0 : 150));
     EXPECT_EQ(engine.getStatistics().sipForwarded, 4U);
   }
+}
+
+TEST_F(Engine, TellsLinkLocalHostsOfTwoDevicesApart) {
+  std::string devices;
+  for (const char* name : {"one.pcap", "other.pcap"}) {
+    devices += "file:" + captureFile(name, 4, std::chrono::milliseconds(1), DLT_EN10MB, true) + ";";
+  }
+  Settings settings;
+  settings.ipv6 = settings.dropDuplicates = true;
+  Sniffer engine;
+  engine.setEmbedded(true);
+  engine.setSettings(settings);
+  engine.setDevice(devices.c_str());
+  ASSERT_EQ(engine.setupSniffing(), 0);
+  run(engine, [&] { return engine.captureFinished(); });
+  EXPECT_EQ(engine.getStatistics().sipForwarded, 8U);
 }
 
 TEST_F(Engine, CapturesWithOneThreadWhereNoMoreArePossible) {

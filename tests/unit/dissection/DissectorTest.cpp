@@ -16,8 +16,6 @@ using namespace voip;
 
 namespace {
 
-const Bytes kSip = bytes("INVITE sip:alice.example SIP/2.0\r\n\r\n");
-
 TEST(Commands, AreCarriedOutInOrder) {
   TestLog log;
   RecordingConnection::Record media;
@@ -231,7 +229,7 @@ TEST(Connections, FollowTransportAndAddresses) {
     // The constructor logs one line, and the first attempt to connect logs its result.
     EXPECT_EQ(log.count("INFO Connecting to" + recorder) + log.count("INFO Connected to" + recorder), udp ? 0 : 2);
 
-    const Frame sip{.payload = kSip};
+    const Frame sip{.payload = bytes("INVITE sip:alice.example SIP/2.0\r\n\r\n")};
     const Frame rtp;
     dissector.addRtp(rtp.dstIp, rtp.dstPort);
     process(dissector, sip.build());
@@ -261,6 +259,13 @@ TEST(Connections, AnOutageEmptiesTheListAndTheQueue) {
   EXPECT_TRUE(dissector.isIdle());
   EXPECT_TRUE(log.contains("DEBUG Dissector packet queue cleared. 3 packets dumped."));
   EXPECT_EQ(dissector.getStatistics().notSent, 1U);
+
+  // Discarded unread: a packet that would be logged and counted if it was read.
+  produce(dissector, Frame{.payload = bytes("BYE sip:a SIP/2.0\r\n\r\n")}.build());
+  produce(dissector, Frame{.protocol = 1}.build());
+  dissector.consumePacket();
+  EXPECT_EQ(dissector.getStatistics().otherDropped, 0U);
+  EXPECT_EQ(dissector.getStatistics().queueDiscarded, 4U);
 }
 
 TEST(Connections, HeartbeatsNeverSplitAFrame) {

@@ -107,6 +107,12 @@ class Evidence : public testing::TestWithParam<std::tuple<int, bool>> {
     }
     return all;
   }
+  /// Returns the microseconds in a frame that announces a capture time.
+  std::int64_t timeIn(const Bytes& frame) const {
+    std::int64_t time = 0;
+    for (std::size_t i = headerLength; i < headerLength + 8; ++i) time = time << 8 | frame.at(i);
+    return time;
+  }
   /// Expects that each captured frame is counted once.
   void expectSum() {
     const Statistics now = dissector->getStatistics();
@@ -289,10 +295,27 @@ TEST_P(Evidence, SendsTheCaptureTimeBeforeALateFrame) {
   ASSERT_EQ(time.size(), headerLength + 8);
   EXPECT_EQ(time[1], time.size());
   EXPECT_TRUE(std::equal(time.begin() + 3, time.end() - 8, media.frames[1].begin() + 3));
-  std::uint64_t microseconds = 0;
-  for (std::size_t i = headerLength; i < headerLength + 8; ++i) microseconds = microseconds << 8 | time[i];
-  EXPECT_EQ(microseconds, 1'700'000'000'123'456U);
+  EXPECT_EQ(timeIn(time), 1'700'000'000'123'456);
   expectSum();
+}
+
+TEST_P(Evidence, AnnouncesAReplayedFrameWithTheTimeOfTheReplay) {
+  Settings settings;
+  settings.captureTime = true;
+  settings.lookBack = 60'000;
+  start(settings);
+  const Bytes frame = Frame{.payload = rtp(7), .ipv6 = isIpv6}.build();
+  const pcap_pkthdr header = captureHeader(frame);  // 1970
+  SniffedPacket packet{nullptr, &header, frame.data()};
+  packet.replayed = true;
+  const std::int64_t before = CaptureStamp::now();
+  dissector->producePacket(packet);
+  EXPECT_TRUE(eventually([&] { return CaptureStamp::now() > before + 10 * CaptureTimeFrame::kLate; }));
+  add();
+  EXPECT_TRUE(eventually([&] { return dissector->getStatistics().rtpForwarded == 1; }));
+  stop();
+  ASSERT_EQ(received(), "t R7 ");
+  EXPECT_GE(timeIn(media.frames[0]), before);
 }
 
 TEST_P(Evidence, PutsNothingBetweenACaptureTimeAndItsFrame) {

@@ -24,11 +24,11 @@ namespace {
 constexpr u_int kAlice = 0x0A000001, kBob = 0x0A000002;
 constexpr std::uint16_t kFrames = 600;
 
-Bytes sip(const std::string& id) {
+Bytes sipFrame(const std::string& id) {
   return Frame{.payload = bytes("OPTIONS sip:" + id + " SIP/2.0\r\n\r\n")}.build();
 }
 
-Bytes rtp(u_int destination, std::uint16_t number) {
+Bytes rtpFrame(u_int destination, std::uint16_t number) {
   Bytes payload = {0x80, 8};
   append(payload, number, 2);
   payload.resize(1000);
@@ -198,7 +198,7 @@ class Site {
   void connect() {
     int number = 0;
     EXPECT_TRUE(eventually([&] {
-      produce(*dissector, sip(std::to_string(++number)));
+      produce(*dissector, sipFrame(std::to_string(++number)));
       return observer.count(FrameProtocol::Sip) > 0;
     }));
     quiesce("connected");
@@ -206,7 +206,7 @@ class Site {
   /// Returns when all earlier frames have arrived.
   void quiesce(const std::string& id) {
     const Bytes last = bytes("OPTIONS sip:" + id + " ");
-    produce(*dissector, sip(id));
+    produce(*dissector, sipFrame(id));
     EXPECT_TRUE(eventually([&] {
       const std::vector<Bytes> all = observer.frames();
       if (all.empty()) return false;
@@ -233,16 +233,16 @@ std::vector<Bytes> streamOf(Site& site, bool lookBack) {
   site.connect();
   site.ask(kBob, 0);
   for (std::uint16_t number = 0; number < kFrames; ++number) {
-    if (number % 50 == 0) produce(*site.dissector, sip(std::to_string(number)));
-    produce(*site.dissector, rtp(kBob, number));
-    produce(*site.dissector, rtp(kAlice, number));
+    if (number % 50 == 0) produce(*site.dissector, sipFrame(std::to_string(number)));
+    produce(*site.dissector, rtpFrame(kBob, number));
+    produce(*site.dissector, rtpFrame(kAlice, number));
   }
   site.quiesce("half");
   site.ask(kAlice, lookBack ? kFrames : 0);
   site.observer.command(::command(2, kBob, 5000));
   for (std::uint16_t number = 0; number < 20; ++number) {
-    produce(*site.dissector, rtp(kBob, number));
-    produce(*site.dissector, rtp(kAlice, number));
+    produce(*site.dissector, rtpFrame(kBob, number));
+    produce(*site.dissector, rtpFrame(kAlice, number));
   }
   site.quiesce("end");
   return site.observer.sinceFirstReply();

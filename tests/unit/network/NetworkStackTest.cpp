@@ -46,6 +46,7 @@ TEST(NetworkStack, UnwrapsWhatWrapsAndNothingElse) {
     const char* what;
     Bytes frame;
     std::string forwarded = "media";
+    int linkType = DLT_EN10MB;
   } cases[] = {
       {"one service tag and a trailer", ethernet(0x88A8, number(1, 2) + number(0x0800, 2) + kDatagram + trailer)},
       {"IPv6 with options in IP", ethernet(0x0800, Ip{.protocol = 41}(ipv6(60, number(4, 1) + zeros(7) + kDatagram)))},
@@ -63,10 +64,14 @@ TEST(NetworkStack, UnwrapsWhatWrapsAndNothingElse) {
       {"IPv6 in MPLS", ethernet(0x8847, number(0x140, 4) + ipv6(4, kDatagram))},
       {"a tunnel cut short", ethernet(0x0800, vxlan(zeros(12))), "\x08"},
       {"padding of a plain frame", ethernet(0x0800, kDatagram) + text("padding"), "mediapadding"},
+      {"PPP", number(0xFF03, 2) + number(0x21, 1) + kDatagram, "media", DLT_PPP_SERIAL},
+      {"PPP with a label", number(0x0281, 2) + number(0x140, 4) + kDatagram, "media", DLT_PPP},
+      {"PPPoE", number(0x11000001, 4) + number(kDatagram.size() + 2, 2) + number(0x0021, 2) + kDatagram + trailer,
+       "media", DLT_PPP_ETHER},
   };
   for (const auto& one : cases) {
     Stack stack;
-    stack.take(one.frame);
+    stack.take(one.frame, 0, one.linkType);
     ASSERT_EQ(stack.sink.items.size(), 1U) << one.what;
     EXPECT_EQ(stack.sink.items[0].substr(0, one.forwarded.size()), one.forwarded) << one.what;
     if (one.forwarded == "media") {
@@ -120,6 +125,10 @@ TEST(NetworkStack, WalksThroughIpv6Headers) {
       {"raw", packet, "media", kOtherDropped, DLT_RAW},
       {"BSD loopback", number(30, 4) + packet, "media", kOtherDropped, DLT_NULL},
       {"Linux cooked", zeros(14) + number(0x86DD, 2) + packet, "media", kOtherDropped, DLT_LINUX_SLL},
+      {"PPP", number(0x0057, 2) + packet, "media", kOtherDropped, DLT_PPP},
+      {"PPP with address and control", number(0xFF030057, 4) + packet, "media", kOtherDropped, DLT_PPP_SERIAL},
+      {"PPP with a compressed protocol", number(0x57, 1) + packet, "media", kOtherDropped, DLT_PPP},
+      {"Cisco HDLC", number(0x0F0086DD, 4) + packet, "media", kOtherDropped, DLT_PPP_SERIAL},
       {"Linux cooked with a tag", zeros(14) + number(0x8100, 2) + number(1, 2) + number(0x86DD, 2) + packet, "media",
        kOtherDropped, DLT_LINUX_SLL},
   };
@@ -315,6 +324,37 @@ TEST(NetworkStack, DropsWhatWasSeenAMomentAgo) {
     stack.take(one.before.empty() ? first : one.before, 1'000'000);
     stack.take(one.second, 1'000'000 + one.later);
     EXPECT_EQ(stack.sink.counts[NetworkCount::kDuplicatesDropped], one.isDuplicate ? 1U : 0U) << one.what;
+  }
+}
+
+TEST(NetworkStack, TellsLinkLocalHostsApartByTheirDevices) {
+  const Bytes datagram = udp(5000, text(std::string(40, 'a'))), message = text("BYE sip:a SIP/2.0\r\nl: 0\r\n\r\n");
+  const auto half = [](const Bytes& whole, long from, long to) {
+    return Bytes(whole.begin() + from, whole.begin() + to);
+  };
+  const struct {
+    const char* what;
+    Bytes first, second;
+    std::size_t ofOneHost, ofTwoHosts;  ///< items
+  } cases[] = {
+      {"a duplicate", Ip6{}(datagram), Ip6{}(datagram), 1, 2},
+      {"fragments", fragment6(1, 1, half(datagram, 0, 32)), fragment6(1, 32, half(datagram, 32, 48)), 1, 0},
+      {"segments", Ip6{.next = 6}(tcp(1, half(message, 0, 20))), Ip6{.next = 6}(tcp(21, half(message, 20, 27))), 1, 0},
+  };
+  for (const auto& one : cases) {
+    for (const std::size_t linkLocal : {0, 8, 24}) {  // the octet in the header at which a link-local address begins
+      for (const std::uint16_t zone : {1, 2}) {
+        Bytes first = one.first, second = one.second;
+        for (Bytes* packet : {&first, &second}) {
+          if (linkLocal != 0) std::ranges::copy(number(0xFE800000, 4), packet->begin() + static_cast<long>(linkLocal));
+        }
+        Stack stack;
+        stack.take(plain6(first), 0, {DLT_EN10MB, 1});
+        stack.take(plain6(second), 0, {DLT_EN10MB, zone});
+        const bool areTwo = linkLocal != 0 && zone == 2;
+        EXPECT_EQ(stack.sink.items.size(), areTwo ? one.ofTwoHosts : one.ofOneHost) << one.what << linkLocal << zone;
+      }
+    }
   }
 }
 

@@ -309,15 +309,23 @@ TEST(TcpStreams, RefuseForeignStreamsAndLongMessages) {
     EXPECT_EQ(follower.sink.items, Items{}) << stream;
     EXPECT_EQ(follower.streams.memoryUsed(), 0U);
   }
-  const std::string fits = sip("INFO sip:a SIP/2.0", std::string(kMaxMessage - 65, 'x'));
-  ASSERT_EQ(fits.size(), kMaxMessage);
-  const std::string stream = fits + sip("INFO sip:a SIP/2.0", std::string(kMaxMessage - 64, 'x')) + kBye;
-  Follower follower;
-  for (std::size_t at = 0; at < stream.size(); at += 1000) {
-    EXPECT_TRUE(follower.segment(static_cast<std::uint32_t>(at), stream.substr(at, 1000)));
+  const IpAddress ipv6 = IpAddress::read(Ip6::address(1).data());
+  for (const auto& [address, limit] : {std::pair{IpAddress(1), kMaxMessage}, std::pair{ipv6, kMaxIpv6Message}}) {
+    const std::string fits = sip("INFO sip:a SIP/2.0", std::string(limit - 65, 'x'));
+    ASSERT_EQ(fits.size(), limit);
+    const std::string tooLong = sip("INFO sip:a SIP/2.0", std::string(limit - 64, 'x'));
+    for (const std::string& stream :
+         {fits + tooLong + kBye, kHandshake + webSocket(fits) + webSocket(tooLong) + webSocket(kBye)}) {
+      Follower follower;
+      follower.ends.source = follower.ends.destination = address;
+      for (std::size_t at = 0; at < stream.size(); at += 1000) {
+        EXPECT_TRUE(follower.segment(static_cast<std::uint32_t>(at), stream.substr(at, 1000)));
+      }
+      EXPECT_EQ(follower.sink.items, (Items{fits, kBye}));
+      EXPECT_EQ(follower.sink.counts[NetworkCount::kStreamMessages], 2U);
+      EXPECT_EQ(follower.sink.counts[NetworkCount::kStreamMessagesTooLong], 1U);
+    }
   }
-  EXPECT_EQ(follower.sink.items, (Items{fits, kBye}));
-  EXPECT_EQ(follower.sink.counts[NetworkCount::kStreamMessagesTooLong], 1U);
 }
 
 TEST(TcpStreams, GiveUpWhatIsSeldomATpkt) {

@@ -263,8 +263,9 @@ TEST(Embedded, FetchesManyFramesWholeAndInOrder) {
 TEST(Embedded, AnnouncesFramesThatAreLateWhenTheHostFetches) {
   TestLog log("EmbeddedConnection");
   constexpr std::int64_t kLong = 1'700'000'000'000'000, kTimely = INT64_MAX;
-  // A frame is named by its length, which is also its port and part of its capture time.
-  const std::pair<u_short, std::int64_t> frames[] = {{100, 1}, {50, kTimely}, {60, 1}, {15, 0}, {65535, 1}, {16, 0}};
+  // A frame is named by its length, which is also its port and part of the time at which it was seen.
+  const std::pair<u_short, std::int64_t> frames[] = {{100, kLong + 100},     {50, kTimely}, {60, kLong + 60}, {15, 0},
+                                                     {65535, kLong + 65535}, {16, 0}};
   const struct {
     bool fetchesMany;
     int capacity;
@@ -290,7 +291,7 @@ TEST(Embedded, AnnouncesFramesThatAreLateWhenTheHostFetches) {
       if (i == announcesFrom) connection.setCaptureTime(true);
       Bytes bytes(length);
       FrameHeader{length, FrameProtocol::Rtp, 1, 2, 3, length}.write(bytes.data());
-      OutgoingFrame frame{bytes.data(), length, 0, {kLong + length, seen}};
+      OutgoingFrame frame{bytes.data(), length, 0, {1, seen}};
       connection.sendPackets({&frame, 1});
     }
     std::size_t waiting = std::size(frames), bytesWaiting = *connection.getBacklogSize();

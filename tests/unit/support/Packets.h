@@ -135,10 +135,10 @@ struct Stack {
       : stack(options, sink, limits) {}
 
   /// Takes a frame at its capture time, but never earlier than the frame before it.
-  void take(const Bytes& frame, std::int64_t captured = 0, int linkType = DLT_EN10MB) {
+  void take(const Bytes& frame, std::int64_t captured = 0, voip::FrameSource source = DLT_EN10MB) {
     now = std::max(now, captured);
     Bytes copy = frame + zeros(voip::kFrameSlack);
-    stack.takeFrame(std::span(copy).first(frame.size()), linkType, captured, now);
+    stack.takeFrame(std::span(copy).first(frame.size()), source, captured, now);
   }
 
   std::int64_t now = 0;

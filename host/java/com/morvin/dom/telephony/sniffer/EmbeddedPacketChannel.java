@@ -61,7 +61,7 @@ public class EmbeddedPacketChannel {
   /** The length of the longest frame in bytes: an array of this size is long enough for each {@link #getPacket}. */
   public static final int MAX_FRAME = 65535;
 
-  /** The length of a command in bytes; see {@link #sendRequest}. */
+  /** The length of a command without an IPv6 address in bytes; see {@link #sendRequest}. */
   public static final int REQUEST_LENGTH = 7;
 
   static {
@@ -127,8 +127,9 @@ public class EmbeddedPacketChannel {
    * Takes the oldest waiting frame without blocking. The caller holds the monitor of this object.
    *
    * <p>A frame is a header of 15 bytes and a payload. Numbers are in network byte order: length of the whole frame (2
-   * bytes), protocol (1 byte: 1 SIP, 2 RTP or RTCP, 3 heartbeat reply, 4 H.323 description), destination address (4)
-   * and port (2), source address (4) and port (2).
+   * bytes), protocol (1 byte: 1 SIP, 2 RTP or RTCP, 3 heartbeat reply, 4 H.323 description, 5 capture time),
+   * destination address (4) and port (2), source address (4) and port (2). With the setting {@code IPv6=yes} there are
+   * also frames of IPv6 packets: the protocol is higher by 64, both addresses have 16 bytes, and the header has 39.
    *
    * @param buffer receives the frame from index 0; {@link #MAX_FRAME} bytes are always enough
    * @return the length of the frame in bytes; 0 when no frame waits, and when the buffer is null or shorter than the
@@ -169,8 +170,8 @@ public class EmbeddedPacketChannel {
    * thread inside {@link #mainLoop} carries it out after the next captured packet, so there is no heartbeat reply
    * without traffic.
    *
-   * <p>With the setting {@code IPv6=yes} there are two more, of 19 bytes: code (1 byte: 4 forward, 5 stop), IPv6
-   * address (16), UDP port (2).
+   * <p>With the setting {@code IPv6=yes} there are two more commands, of 19 bytes: code (1 byte: 4 forward, 5 stop),
+   * IPv6 address (16), UDP port (2).
    *
    * @param buffer the command; further bytes are ignored
    * @return the length of {@code buffer} when the command was queued; 0 when the buffer is null or shorter than a

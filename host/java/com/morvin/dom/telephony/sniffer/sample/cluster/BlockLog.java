@@ -18,9 +18,9 @@ import java.util.List;
 import java.util.stream.Stream;
 
 /**
- * The frames that a front has read and that are not confirmed by the broker yet, for a front that is killed. They are
- * in files that are not synced: a file survives the process in the memory of the operating system, and is mostly
- * removed before it is written to the disk. Times are milliseconds of the clock of the front. Any thread may call any
+ * Keeps the frames that a front has read until the broker has confirmed them, in case the front is killed. They are in
+ * files that are not synced: a file survives the process in the memory of the operating system, and is mostly removed
+ * before it is written to the disk. Times are milliseconds of the clock of the front. Any thread may call any
  * method.
  */
 final class BlockLog implements AutoCloseable {

@@ -1,5 +1,6 @@
 package com.morvin.dom.telephony.sniffer.sample.console;
 
+import java.text.Normalizer;
 import java.util.regex.Matcher;
 import java.util.regex.Pattern;
 
@@ -8,9 +9,11 @@ public final class Text {
   private static final int MAX_PRINTED = 200;
   private static final int MAX_FILE_PART = 40;
   private static final Pattern NOT_PRINTABLE =
-      Pattern.compile("[\\p{Cntrl}\\p{Cf}\\p{Co}\\p{Cn}\\p{Cs}\\u2028\\u2029]");
+      Pattern.compile("[\\p{Cc}\\p{Cf}\\p{Co}\\p{Cn}\\p{Cs}\\u2028\\u2029]");
   private static final Pattern NOT_IN_FILE_NAMES = Pattern.compile("[^A-Za-z0-9._+@-]");
   private static final Pattern IPV6 = Pattern.compile("\\[?((?:[0-9A-Fa-f]{0,4}:){2,7}[0-9A-Fa-f.]{0,15})(?:]|$)");
+  /** What spreadsheets may take for the beginning of a formula, in the normal form NFKC. */
+  private static final Pattern FORMULA = Pattern.compile("^[\\p{Z}\\p{M}]*[=+@\u2212-]");
   private static final Pattern FIRST_MARKS = Pattern.compile("^[.-]+");
 
   private Text() {}
@@ -52,10 +55,10 @@ public final class Text {
     return clean.isEmpty() ? "unknown" : clean;
   }
 
-  /** Returns a field of a CSV line. The quote before =, +, - and @ keeps spreadsheets from reading a formula. */
+  /** Returns a field of a CSV line. The quote before a formula keeps spreadsheets from computing it. */
   public static String csv(String text) {
     String field = printable(text);
-    if (!field.isEmpty() && "=+-@".indexOf(field.charAt(0)) >= 0) {
+    if (isFormula(field)) {
       field = "'" + field;
     }
     boolean plain = field.chars().noneMatch(c -> c == '"' || c == ',' || c == ';');
@@ -65,7 +68,12 @@ public final class Text {
   /** Returns the text of a field of a CSV line as {@link #csv} makes it, without control characters. */
   public static String ofCsv(String field) {
     String text = field.startsWith("\"") ? field.substring(1, field.length() - 1).replace("\"\"", "\"") : field;
-    return text.matches("'[=+@-].*") ? text.substring(1) : text;
+    return text.startsWith("'") && isFormula(text.substring(1)) ? text.substring(1) : text;
+  }
+
+  /** Whether a text begins like a formula, also with the full-width, small and raised forms of the characters. */
+  private static boolean isFormula(String text) {
+    return FORMULA.matcher(isPlain(text) ? text : Normalizer.normalize(text, Normalizer.Form.NFKC)).find();
   }
 
   /** Returns seconds with one decimal, such as "1.5". */

@@ -1,5 +1,6 @@
 package com.morvin.dom.telephony.sniffer.sample.media;
 
+import com.morvin.dom.telephony.sniffer.sample.console.Text;
 import com.morvin.dom.telephony.sniffer.sample.storage.CallReport;
 import com.morvin.dom.telephony.sniffer.sample.storage.Encoding;
 import com.morvin.dom.telephony.sniffer.sample.storage.PcapFile;
@@ -80,6 +81,7 @@ public final class Track {
   private long lastIdentity;
   private long forgottenReceived;
   private long forgottenLost;
+  private long forgottenIgnored;
 
   /**
    * Makes a track without media.
@@ -219,6 +221,7 @@ public final class Track {
   private void forget(Source source) {
     forgottenReceived += source.stream.received();
     forgottenLost += source.stream.lost();
+    forgottenIgnored += source.stream.ignored();
   }
 
   /** Writes the packets that are held back, and forgets the sources. No more packets follow. */
@@ -276,6 +279,9 @@ public final class Track {
     long missing = files().stream().mapToLong(StoredFile::missing).sum();
     if (missing > 0) {
       note((missing >> 10) + 1 + " KB could not be written: the disk was full or too slow");
+    }
+    if (forgottenIgnored > 0) {
+      note(Text.count(forgottenIgnored, "packet") + " with the SSRC of the voice and other numbers ignored");
     }
     return notes;
   }

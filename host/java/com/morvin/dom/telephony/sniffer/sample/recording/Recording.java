@@ -114,9 +114,9 @@ final class Recording {
   void add(Recording leg, boolean turned, RunningCalls running) {
     changed = true;
     changedWholly = true;
-    double later = (leg.start - start) / 1000.0;
-    leg.ladder.forEach(step ->
-        ladder.add(new CallReport.Step(step.at() + later, step.from(), step.to(), step.label())));
+    long later = leg.start - start;
+    leg.ladder.forEach(step -> ladder.add(new CallReport.Step((Math.round(step.at() * 1000) + later) / 1000.0,
+        step.from(), step.to(), step.label())));
     ladder.sort(Comparator.comparingDouble(CallReport.Step::at));
     if (ladder.size() > MAX_STEPS) {
       ladder.subList(FIRST_STEPS, FIRST_STEPS + ladder.size() - MAX_STEPS).clear();
@@ -292,8 +292,9 @@ final class Recording {
 
   private CallReport.Voice voice(Direction direction, Reports.Names names) {
     mixed = !names.stereo().isEmpty();
-    boolean named = options.keepsVoices() || !mixed;
-    List<CallReport.Voice> voices = voice(direction).tracks().map(track -> track.report(start, named)).toList();
+    Voice own = voice(direction);
+    List<CallReport.Voice> voices = own.tracks()
+        .map(track -> track.report(start, options.keepsVoices() || !mixed || track != own.track)).toList();
     List<CallReport.Digit> digits = new ArrayList<>();
     voices.forEach(voice -> digits.addAll(voice.digits()));
     dialled.stream().filter(some -> some.direction == direction)
@@ -310,11 +311,13 @@ final class Recording {
             Text.printable(leg.caller()), Text.printable(leg.callee()), Text.printable(leg.how()))).toList();
   }
 
-  /** Returns the files that are not needed after the report is written. Called on the disk thread. */
+  /**
+   * Returns the files that are not needed after the report is written: those in the stereo file. It does not hold the
+   * sound of calls that have turned out to be legs. Called on the disk thread.
+   */
   List<StoredFile> obsoleteFiles() {
-    return mixed && !options.keepsVoices()
-        ? allTracks().flatMap(track -> track.files().stream()).filter(file -> file instanceof WavFile).toList()
-        : List.of();
+    return mixed && !options.keepsVoices() ? Stream.of(fromCaller.track, fromCallee.track)
+        .flatMap(track -> track.files().stream()).filter(file -> file instanceof WavFile).toList() : List.of();
   }
 
   /** Whether there is something to save. */

@@ -17,12 +17,12 @@ import java.util.stream.Stream;
 /**
  * One direction of a recording. Each packet of media enters here.
  *
- * <p>It recognises copies of a voice. When a call manager relays media, each voice passes on two legs, as two RTP
- * sources. It is recorded once: from the leg that it came on first, as long as it comes there.
+ * <p>A call manager that relays media passes each voice on two legs, as two RTP sources. The voice is recorded once:
+ * from the leg on which its first packet came, as long as packets come there.
  *
- * <p>Anyone can send RTP to the port of a telephone. So a source that the signalling of the other party has named is
- * recorded at once, and others only while it is silent. Behind an address translation no source is named, and the first
- * one stays.
+ * <p>Anyone can send RTP to the port of a telephone. A source is named when the signalling of the party that speaks has
+ * described its address. A named source is recorded at once, and other sources only while no named one sends. An
+ * address translation changes the addresses, so behind it no source is named. Then the first source is the voice.
  */
 final class Voice {
   private static final long SILENCE_MILLIS = 500;
@@ -40,12 +40,12 @@ final class Voice {
   private long address;
   private long destination;
   private int trust;
-  /** The name of the source for the track. It stays when the source moves to another address. */
+  /** What identifies the source for the track: its first address, also after it has moved to another one. */
   private long identity;
   private long last;
   /** The time of the last recorded packet, in milliseconds since 1970; 0 when there was none. */
   private long heard;
-  /** The number of packets at the same destination that were ignored for a source that the signalling knows better. */
+  /** The number of packets that were ignored because a source that the signalling knows better sent as well. */
   private long foreign;
   private Sdp.Media lastMedia;
   private int lastPayloadType;
@@ -122,7 +122,7 @@ final class Voice {
     return lastCodec;
   }
 
-  /** Whether a packet is recorded. A source that is heard at another destination goes on. */
+  /** Whether a packet is recorded. The source of the voice stays the voice when it sends to another destination. */
   private boolean accepts(Call.Use use, long from, long to, int source, long time) {
     // The leg of a stream changes when another leg turns out to have its destination.
     boolean isSame = address == from && ssrc == source && destination == to;
@@ -134,7 +134,7 @@ final class Voice {
         return false;
       }
       if (!silent && equal && (ssrc != source || destination == to)) {
-        return leg == use.leg();  // beside the voice, or a copy of it
+        return leg == use.leg();  // on the same leg a second source, on another leg a copy of the voice
       }
       identity = leg != null && equal && ssrc == source ? identity : from;
       address = from;
@@ -147,7 +147,7 @@ final class Voice {
     return true;
   }
 
-  /** Returns the name of a source for the track: that of the voice, or its own address. */
+  /** Returns what identifies a source for the track: for the voice its first address, for others their own. */
   private long identity(long from, long to, int source) {
     boolean isVoice = destination == to ? address == from : ssrc == source;
     return leg == null || isVoice ? identity : from;
@@ -158,7 +158,7 @@ final class Voice {
     return heard;
   }
 
-  /** Returns the number of packets that were ignored, because a better known source flowed to their destination. */
+  /** Returns the number of packets that were ignored because a better known source sent to the same destination. */
   long foreign() {
     return foreign;
   }

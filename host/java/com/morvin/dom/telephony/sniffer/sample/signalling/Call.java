@@ -11,6 +11,7 @@ import java.util.Map;
 import java.util.Objects;
 import java.util.Set;
 import java.util.TreeSet;
+import java.util.function.Predicate;
 
 /**
  * A call that is followed: its parties, its legs and the destinations of its media. A subclass for each signalling
@@ -218,6 +219,14 @@ public abstract class Call {
     return any;
   }
 
+  /** Forgets the oldest learned destination without media. */
+  void unlearn(Predicate<Endpoint> hasMedia) {
+    learned.keySet().stream().filter(hasMedia.negate()).findFirst().ifPresent(endpoint -> {
+      changed();
+      learned.remove(endpoint);
+    });
+  }
+
   /** Adds a destination that the signalling did not describe. */
   void learn(Endpoint destination, Use use) {
     changed();
@@ -377,11 +386,31 @@ public abstract class Call {
     if (isOver(now)) {
       return signalledEnd();
     }
+    End partly = endOfPart(now, limits);
+    if (partly != null) {
+      return partly;
+    }
     boolean patient = lifetime.answer() != null || flow.exists();
     long idle = !patient ? Math.min(limits.idleMillis(), limits.unansweredMillis())
         : owned ? limits.idleMillis() : limits.idleMillis() * UNHEARD_FACTOR;
     String reason = lifetime.expiryReason(now, idle);
     return reason == null ? null : new End(reason, lifetime.lastActivity());
+  }
+
+  /**
+   * Returns the end of a silent call that has been hung up in part; null when it is none. The other parts may be
+   * forged, or their ends were not seen.
+   */
+  private End endOfPart(Moment now, CallFollower.Limits limits) {
+    if (now.since(lifetime.lastActivity()) < limits.unansweredMillis() * (owned ? 1 : UNHEARD_FACTOR)) {
+      return null;
+    }
+    for (Leg leg : legs) {
+      if (leg.endSoFar(now) != null) {
+        return new End(leg.endSoFar(now), lifetime.lastActivity());
+      }
+    }
+    return null;
   }
 
   private boolean isOver(Moment now) {

@@ -182,7 +182,7 @@ public final class CallFollower {
    */
   private void learnFrom(Call.Use use, FrameCursor frame, Moment now) {
     Call call = use.call();
-    if (call.learned() == MAX_LEARNED || call.flow().oneSidedMillis(use.direction(), now) < ONE_SIDED_MILLIS) {
+    if (call.flow().oneSidedMillis(use.direction(), now) < ONE_SIDED_MILLIS) {
       use.stream().checkAgain(CHECK_MILLIS);
       return;
     }
@@ -190,12 +190,20 @@ public final class CallFollower {
     Endpoint source = frame.sourceEndpoint();
     Direction other = use.direction().opposite();
     Map<Endpoint, Call.Use> known = call.destinations();
-    if (source.acceptsMedia() && !known.containsKey(source)) {
+    if (source.acceptsMedia() && !known.containsKey(source) && hasRoomToLearn(call)) {
       Sdp.Media media = known.values().stream().filter(of -> of.direction() == other).map(Call.Use::media).findFirst()
           .orElse(use.media());
       call.learn(source, new Call.Use(call, use.leg(), other, media));
       destinations.update(call, call.destinations(), now);
     }
+  }
+
+  /** Whether a call can learn another destination. One without media makes room: its source may be forged. */
+  private boolean hasRoomToLearn(Call call) {
+    if (call.learned() == MAX_LEARNED) {
+      call.unlearn(endpoint -> destinations.hasMedia(endpoint, call));
+    }
+    return call.learned() < MAX_LEARNED;
   }
 
   /**

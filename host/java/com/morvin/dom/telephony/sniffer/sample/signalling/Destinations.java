@@ -38,6 +38,9 @@ final class Destinations {
   private static final int LAST_RTCP = 223;
   /** While a stream continues at a destination of one call, its fit is computed once in this time. */
   private static final long CHECK_MILLIS = 1000;
+  /** The pause after which media may go on, although the signalling has moved it or another call claims it. */
+  private static final long PAUSE_MILLIS = 60_000;
+  private static final int MAX_WITHDRAWN = 8;
   private static final int MAX_REPEATS = 3;
   private static final long REPEAT_MILLIS = 1000;
 
@@ -96,9 +99,21 @@ final class Destinations {
       return true;
     }
 
-    /** Whether a frame continues the stream that was received last. */
+    /** Whether a frame continues the stream that was received last. That may have paused while the call goes on. */
     boolean isContinuedBy(FrameCursor frame, Moment now) {
-      return isRecent(lastOfStream, now) && isStream(frame);
+      return isStream(frame)
+          && now.steady() - lastOfStream < (isUsed() ? PAUSE_MILLIS : Leg.SILENCE_MILLIS);
+    }
+
+    /** Whether no message has ended or withdrawn the use. */
+    private boolean isUsed() {
+      return withdrawn == null && use.leg().ending() == null;
+    }
+
+    /** Whether the call is answered, and its media flows or is awaited. */
+    boolean isEstablished(Moment now) {
+      return isUsed() && call.lifetime().answer() != null
+          && (call.priority(now) > 0 || now.steady() - last < PAUSE_MILLIS);
     }
 
     private boolean isStream(FrameCursor frame) {
@@ -123,6 +138,11 @@ final class Destinations {
 
     boolean isFlowing(Moment now) {
       return isRecent(last, now);
+    }
+
+    /** Whether media may go on after the signalling has withdrawn the destination. */
+    boolean mayGoOn(Moment now) {
+      return now.steady() - last < (use.leg().isRetired() ? Leg.SILENCE_MILLIS : PAUSE_MILLIS);
     }
 
     private static boolean isRecent(long steady, Moment now) {
@@ -205,6 +225,7 @@ final class Destinations {
           .reduce((a, b) -> a.latest(b)).orElse(null);
       return Collections.max(claims.values(), Comparator.comparingInt(fit)
           .thenComparing(claim -> claim.isContinuedBy(frame, now) && !isSuperseded(claim, answer, now))
+          .thenComparing(claim -> claim.isEstablished(now))
           .thenComparingInt(claim -> claim.call.number()));
     }
 
@@ -274,7 +295,7 @@ final class Destinations {
 
   /**
    * Replaces the destinations of a call. New ones are requested before old ones are dismissed. Media overrules the
-   * signalling: an old one with flowing media is dismissed by {@link #tick} after that media has stopped.
+   * signalling: an old one that has received media is dismissed by {@link #tick} after that media has stopped.
    */
   void update(Call call, Map<Endpoint, Call.Use> wanted, Moment now) {
     OfCall own = ofCalls.computeIfAbsent(call, any -> new OfCall());
@@ -299,12 +320,17 @@ final class Destinations {
   private void withdraw(OfCall own, Endpoint endpoint, Call call, Moment now) {
     Entry entry = entries.get(endpoint);
     Claim claim = entry == null ? null : entry.claim(call);
-    if (claim != null && claim.isFlowing(now)) {
+    if (claim != null && claim.mayGoOn(now)) {
       own.withdrawn.put(endpoint, claim);
       claim.withdrawn = now;
       withdrawing.add(call);
     } else {
       release(endpoint, call, now);
+    }
+    if (own.withdrawn.size() > MAX_WITHDRAWN) {
+      Claim oldest = Collections.min(own.withdrawn.values(), Comparator.comparingLong(old -> old.last));
+      own.withdrawn.remove(oldest.endpoint);
+      release(oldest.endpoint, call, now);
     }
   }
 
@@ -331,7 +357,7 @@ final class Destinations {
   void tick(Moment now) {
     withdrawing.removeIf(call -> {
       Map<Endpoint, Claim> withdrawn = ofCalls.get(call).withdrawn;
-      List<Claim> silent = withdrawn.values().stream().filter(claim -> !claim.isFlowing(now)).toList();
+      List<Claim> silent = withdrawn.values().stream().filter(claim -> !claim.mayGoOn(now)).toList();
       silent.forEach(claim -> {
         withdrawn.remove(claim.endpoint);
         release(claim.endpoint, call, now);
@@ -419,8 +445,9 @@ final class Destinations {
    * Returns the use of a destination by the call of a media frame; null when no call uses it. Source and destination
    * together identify the call, so that both directions of a stream belong to the same one: the other party of the call
    * receives at the source (most telephones send from there), or at least at another port of its address. Among calls
-   * that fit equally well, the first choice is the one that has just received this stream, then the newest one. A call
-   * that has hung up keeps its stream until a later call is answered: the same telephones may use the same ports again.
+   * that fit equally well, the first choice is the one that has received this stream, then an answered one, then the
+   * newest one. A call that has hung up keeps its stream until a later call is answered: the same telephones may use
+   * the same ports again.
    */
   Call.Use find(FrameCursor frame, Moment now) {
     Entry entry = byKey.get(frame.destination());
@@ -439,6 +466,13 @@ final class Destinations {
     int trust = ofCalls.get(best.call).trust(best.use.direction(), source);
     best.heard(frame, fit.applyAsInt(best), trust, now);
     return best.use;
+  }
+
+  /** Whether a destination has received media of a call. */
+  boolean hasMedia(Endpoint endpoint, Call call) {
+    Entry entry = entries.get(endpoint);
+    Claim claim = entry == null ? null : entry.claim(call);
+    return claim != null && claim.last != Claim.NEVER;
   }
 
   /** Returns the use of a destination that only one call uses, or else null. */

@@ -217,11 +217,12 @@ final class H323Calls {
     void describe(List<Endpoint> media, Direction direction) {
       changed();
       for (Endpoint rtp : media) {
-        if (destinations.size() < MAX_DESTINATIONS) {
-          Use use = new Use(this, leg, direction, Sdp.Media.at(rtp));
-          destinations.putIfAbsent(rtp, use);
-          destinations.putIfAbsent(rtp.next(), use);
-        }
+        Use use = new Use(this, leg, direction, Sdp.Media.at(rtp));
+        destinations.putIfAbsent(rtp, use);
+        destinations.putIfAbsent(rtp.next(), use);
+      }
+      while (destinations.size() > MAX_DESTINATIONS) {
+        destinations.remove(destinations.keySet().iterator().next());  // the oldest; its media may go on
       }
     }
 

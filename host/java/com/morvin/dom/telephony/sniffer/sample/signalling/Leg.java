@@ -28,6 +28,8 @@ public class Leg {
   private final String callee;
   private final Moment start;
   private Ending ending;
+  /** How a dialog of the leg has or may have ended while the leg goes on; null when none has. */
+  private String endingOfPart;
   /** The steady time of the last packet. */
   private long media = NO_MEDIA;
   private boolean turned;
@@ -97,6 +99,11 @@ public class Leg {
     retired = true;
   }
 
+  /** Takes {@link #retire} back: the end was not that of the parties. */
+  final void revive() {
+    retired = false;
+  }
+
   /** Whether the leg has ended while others of its call continue. */
   final boolean isRetired() {
     return retired;
@@ -120,6 +127,17 @@ public class Leg {
   /** Cancels {@link #end}. */
   final void cancelEnd() {
     ending = null;
+  }
+
+  /** Records that a dialog of the leg has ended while others go on, or that it may have ended. */
+  final void endInPart(String how) {
+    cancelEnd();
+    endingOfPart = how;
+  }
+
+  /** Returns how the leg or a part of it has ended; null when none has. */
+  final String endSoFar(Moment now) {
+    return isHungUp(now) ? ending.how : endingOfPart;
   }
 
   /** Returns the scheduled end; null when none is scheduled. */

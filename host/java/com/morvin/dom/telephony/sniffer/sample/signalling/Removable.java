@@ -58,8 +58,8 @@ final class Removable {
   }
 
   /**
-   * Returns the call that gives way: one of the address with the most, of those the one with the lowest priority, of
-   * those the oldest. Returns null when no call does.
+   * Returns the call that gives way: of the address with the most calls, the oldest call with the lowest priority.
+   * Returns null when no call gives way.
    */
   Call next(Moment now) {
     if (chosen.isEmpty()) {

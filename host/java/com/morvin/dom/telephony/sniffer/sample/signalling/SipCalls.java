@@ -66,13 +66,16 @@ final class SipCalls {
   private SipLeg begin(SipMessage message, SipLeg retired, Frame frame, Moment now) {
     SipLeg.Attempt before = ended.get(message.callId());
     boolean late = SipLeg.canBegin(message);
-    // The failure of a call that is answered all the same was forged.
-    boolean begins = before == null ? message.isRequest("INVITE") || late
-        : before.isFollowedBy(message, now) || late && !before.isAnswered() && SipLeg.isAnswer(message);
-    if (!begins) {
+    // The end of a call that is answered all the same was forged.
+    boolean resumes = before != null && late && !before.isAnswered() && SipLeg.isAnswer(message);
+    boolean begins = before == null ? message.isRequest("INVITE") || late : before.isFollowedBy(message, now);
+    if (!begins && !resumes) {
       return null;
     }
     SipLeg leg = new SipLeg(message, frame, now);
+    if (resumes) {
+      leg.resume(before);
+    }
     follower.assign(leg, now);
     List<SipLinks.Link> found = retired != null ? List.of(new SipLinks.Link(retired.call(), retired.isTurned()))
         : late ? List.of() : links.find(message, frame, now);
@@ -85,7 +88,8 @@ final class SipCalls {
     }
     if (late) {
       leg.doubt();
-      leg.call().note("the beginning of the signalling was not seen");
+      leg.call().note(resumes ? "answered after the signalling had ended it"
+          : "the beginning of the signalling was not seen");
     }
     legs.put(message.callId(), leg);
     links.add(leg, message);

@@ -3,11 +3,13 @@ package com.morvin.dom.telephony.sniffer.sample.signalling;
 import com.morvin.dom.telephony.sniffer.sample.transport.Address;
 import com.morvin.dom.telephony.sniffer.sample.transport.Endpoint;
 import com.morvin.dom.telephony.sniffer.sample.transport.Frame;
+import java.util.Comparator;
 import java.util.HashSet;
 import java.util.LinkedHashMap;
 import java.util.LinkedHashSet;
 import java.util.Map;
 import java.util.Set;
+import java.util.function.Function;
 import java.util.stream.Stream;
 
 /**
@@ -23,6 +25,8 @@ final class SipLeg extends Leg {
   private static final int MAX_TAGS = 64;
   private static final int MAX_DESTINATIONS = 64;
   private static final int MAX_BYTES = 64 << 10;
+  private static final int MAX_OFFERS = 2;
+  private static final int MAX_OFFER_BYTES = 4 << 10;
   private static final int LEG_BYTES = 4000;
   private static final int ENTRY_BYTES = 200;
 
@@ -48,8 +52,8 @@ final class SipLeg extends Leg {
   private final Set<String> branches = new HashSet<>();
   private final Set<String> ringing = new LinkedHashSet<>();
   private final Set<String> cancelled = new HashSet<>();
-  /** The CSeq of the last pressed key of each tag. */
-  private final BoundedMap<String, Long> lastKeys = new BoundedMap<>(MAX_TAGS);
+  /** The CSeq and the tags of the last pressed keys. */
+  private final BoundedMap<String, Boolean> lastKeys = new BoundedMap<>(MAX_TAGS);
   private final String sessionId;
   /** The hosts that have sent and received the INVITE, on the first hop and on all hops. */
   private final Address calling;
@@ -90,14 +94,17 @@ final class SipLeg extends Leg {
     }
   }
 
-  /** Whether a message answers an INVITE and describes media: a response, or an ACK to an offer in the response. */
+  /**
+   * Whether a leg can begin with a message because its INVITE was not seen. The message describes media. It is a
+   * provisional or successful response to the INVITE, or the ACK that answers an offer in such a response.
+   */
   static boolean canBegin(SipMessage message) {
     boolean answers = message.isRequest("ACK")
         || !message.isRequest() && !message.isFailure() && message.method().equals("INVITE");
     return answers && message.sdp().isPresent() && !message.from().tag().isEmpty() && !message.to().tag().isEmpty();
   }
 
-  /** Whether a message says that an INVITE was accepted. */
+  /** Whether a message that can begin a leg shows that the INVITE was accepted. */
   static boolean isAnswer(SipMessage message) {
     return message.isSuccess() || message.isRequest("ACK");
   }
@@ -196,7 +203,7 @@ final class SipLeg extends Leg {
 
   /** Returns the key of a transaction on one hop. */
   private static String transaction(SipMessage message) {
-    return message.method() + " " + (message.branch().isEmpty() ? message.cseq() : message.branch());
+    return message.method() + " " + message.cseq() + " " + message.branch();
   }
 
   private boolean fitsRequest(SipMessage request, Frame frame) {
@@ -241,8 +248,9 @@ final class SipLeg extends Leg {
       return fits && known && participants.include(frame);
     }
     if (fits && response.method().equals("INVITE")) {
-      participants.addHosts(response, frame);
+      participants.keepCaller(response.from().tag());
       participants.addCallee(response.to().tag());
+      participants.addHosts(response, frame);
     }
     return fits;
   }
@@ -263,10 +271,13 @@ final class SipLeg extends Leg {
         sender.offer(request);
       }
       case "UPDATE", "PRACK" -> sender.offer(request);
-      case "ACK" -> request.sdp().filter(sdp -> sender.isCurrent(request)).ifPresent(sdp -> {
-        sender.agree(sdp);
-        party(request.to(), frame.destination(), false).decide(sender);
-      });
+      case "ACK" -> {
+        if (request.sdp().isPresent() && !sender.hasSent(request)) {
+          sender.sent(request);
+          sender.answer(request, sender.hasSentInvite(request.cseq()));
+          party(request.to(), frame.destination(), false).decide(sender);
+        }
+      }
       case "CANCEL" -> {
         cancelled.add(request.branch());
         if (!isAnswered && cancelled.containsAll(ringing)) {
@@ -288,19 +299,17 @@ final class SipLeg extends Leg {
   private void followResponse(SipMessage response, Frame frame, Moment now) {
     PartyMedia answerer =
         party(response.to(), frame.source(), response.isSuccess() || response.sdp().isPresent());
-    if (answerer.hasAnswered(response)) {
-      return;  // a retransmission
+    if (answerer.hasSent(response)) {
+      return;
     }
     if (response.isSuccess()) {
-      answerer.answered(response);
+      answerer.sent(response);
       followSuccess(response, frame, answerer, now);
     } else if (response.isFailure()) {
       followFailure(response, frame, now);
     } else if (response.method().equals("INVITE")) {
-      response.sdp().ifPresent(sdp -> {
-        answerer.propose(sdp);
-        party(response.from(), frame.destination(), false).decide(answerer);
-      });
+      answerer.propose(response);
+      party(response.from(), frame.destination(), false).decide(answerer);
     }
   }
 
@@ -310,6 +319,7 @@ final class SipLeg extends Leg {
         cancelEnd();
         if (!isAnswered) {
           isAnswered = true;
+          revive();
           forgetUnanswered(response.to().tag());
         }
         if (answered.size() < MAX_TAGS && !participants.isCaller(response.to().tag())) {
@@ -330,10 +340,10 @@ final class SipLeg extends Leg {
   private void applyAnswer(SipMessage response, Frame frame, PartyMedia answerer) {
     PartyMedia offerer = party(response.from(), frame.destination(), false);
     if (!isAnswered) {
-      response.sdp().ifPresent(answerer::propose);
+      answerer.propose(response);
     } else {
-      response.sdp().ifPresentOrElse(answerer::agree, answerer::agreeToProposal);
-      offerer.agreeToProposal();
+      answerer.answer(response, requests.containsKey(transaction(response)));
+      offerer.agreeToProposal(response);
     }
     offerer.decide(answerer);
   }
@@ -347,19 +357,20 @@ final class SipLeg extends Leg {
     switch (response.method()) {
       case "INVITE" -> {
         if (isAnswered) {
-          party(response.from(), frame.destination(), false).withdrawProposal();
-        } else if (response.cseq() >= lastInvite && ringing.remove(response.branch()) && ringing.isEmpty()) {
+          party(response.from(), frame.destination(), false).withdrawProposal(response);
+        } else if ((!response.branch().isEmpty() || response.cseq() >= lastInvite)
+            && ringing.remove(response.branch()) && ringing.isEmpty()) {
           boolean isCancelled = cancelled.contains(response.branch());
           String how = isCancelled ? "cancelled" : "failed: " + response.status() + " " + response.reason();
           end(how, now, isCancelled || !isWorthRetrying(response.status()) ? 0 : RETRY_MILLIS);
         }
       }
-      case "UPDATE", "PRACK" -> party(response.from(), frame.destination(), false).withdrawProposal();
+      case "UPDATE", "PRACK" -> party(response.from(), frame.destination(), false).withdrawProposal(response);
       case "BYE" -> {
         if (response.status() == 408 || response.status() == 481) {
           endDialog(response, now);
         } else {
-          cancelEnd();  // usually the party must send credentials first
+          endInPart("hung up by " + nameOf(response.from()));  // usually the party must send credentials first
         }
       }
       default -> { }
@@ -381,7 +392,7 @@ final class SipLeg extends Leg {
     answered.remove(callee);
     if (!answered.isEmpty()) {
       parties.keySet().removeIf(party -> party.tag().equals(callee));
-      cancelEnd();
+      endInPart("hung up by " + nameOf(byeResponse.from()));
     } else if (!requests.containsKey(transaction(byeResponse))) {
       hangUp(byeResponse, now, BYE_TIMEOUT_MILLIS);
     } else {
@@ -396,12 +407,12 @@ final class SipLeg extends Leg {
   @Override
   int size() {
     int entries = requests.size() + branches.size() + ringing.size() + called.size() + described.size();
-    return LEG_BYTES + ENTRY_BYTES * entries + parties.values().stream().mapToInt(PartyMedia::size).sum();
+    return LEG_BYTES + ENTRY_BYTES * entries + partyBytes();
   }
 
   /**
    * Returns the media of a party. A party without a description is not kept, because a group of ringing telephones
-   * makes many of them. When there are too many parties, an unanswered one is removed.
+   * makes many of them. When there are too many parties, one without an answer is removed.
    *
    * @param matters whether the party is kept
    */
@@ -412,24 +423,29 @@ final class SipLeg extends Leg {
       return media;
     }
     media = new PartyMedia();
-    if (parties.size() == MAX_PARTIES && matters) {
-      parties.keySet().stream().filter(old -> !answered.contains(old.tag()) && !participants.isCaller(old.tag()))
-          .findFirst().ifPresent(parties::remove);
-    }
-    if (matters && parties.size() < MAX_PARTIES && size() < MAX_BYTES) {
+    if (matters) {
+      while (parties.size() == MAX_PARTIES || partyBytes() >= MAX_BYTES) {
+        parties.keySet().stream().min(Comparator.comparingInt(this::rank)).ifPresent(parties::remove);
+      }
       parties.put(id, media);
     }
     return media;
   }
 
+  private int partyBytes() {
+    return parties.values().stream().mapToInt(PartyMedia::size).sum();
+  }
+
+  /** Returns the rank of a party: the oldest one with the lowest rank makes room. Its media may go on. */
+  private int rank(PartyMedia.Id party) {
+    boolean isCaller = participants.isCaller(party.tag());
+    return isCaller && participants.isKept(party.tag()) ? 2 : !isCaller && answered.contains(party.tag()) ? 1 : 0;
+  }
+
   /** Whether a request reports a pressed key that was not reported before, on another hop or by another sniffer. */
   boolean hasNewKey(SipMessage request) {
-    if (request.digits().isEmpty() || !request.isRequest("INFO")
-        || request.cseq() <= lastKeys.getOrDefault(request.from().tag(), -1L)) {
-      return false;
-    }
-    lastKeys.put(request.from().tag(), request.cseq());
-    return true;
+    return !request.digits().isEmpty() && request.isRequest("INFO")
+        && lastKeys.put(request.cseq() + " " + request.from().tag(), true) == null;
   }
 
   /** Returns the direction of media sent by a party. */
@@ -447,36 +463,53 @@ final class SipLeg extends Leg {
     if (destinations == null) {
       destinations = new LinkedHashMap<>();
       described.clear();
-      parties.forEach(this::collect);
+      collect(media -> media.rtp().stream());
+      collect(media -> media.rtcp().stream());
+      collect(media -> media.alternatives().stream());
+      parties.forEach((id, party) -> party.descriptions().flatMap(sdp -> sdp.media().stream())
+          .flatMap(media -> media.rtp().stream()).filter(destinations::containsKey)
+          .forEach(rtp -> described.add(new Described(id.address(), rtp))));
     }
     return destinations;
   }
 
-  private void collect(PartyMedia.Id id, PartyMedia party) {
-    Direction direction = Direction.to(isOnCallerSide(id.tag()));
-    party.descriptions().flatMap(sdp -> sdp.media().stream()).filter(media -> destinations.size() < MAX_DESTINATIONS)
-        .forEach(media -> {
-          Call.Use use = new Call.Use(call, this, direction, media);
-          media.rtp().ifPresent(endpoint -> {
-            destinations.put(endpoint, use);
-            described.add(new Described(id.address(), endpoint));
-          });
-          media.rtcp().ifPresent(endpoint -> destinations.putIfAbsent(endpoint, use));
-          media.alternatives().forEach(endpoint -> destinations.putIfAbsent(endpoint, use));
-        });
+  /**
+   * Adds addresses of all media. Those that all telephones use come first, so that a forged description with many
+   * others cannot take their places. An agreed description goes before a proposed one of the same address.
+   */
+  private void collect(Function<Sdp.Media, Stream<Endpoint>> addresses) {
+    parties.forEach((id, party) -> party.descriptions().flatMap(sdp -> sdp.media().stream()).forEach(media -> {
+      Call.Use use = new Call.Use(call, this, Direction.to(isOnCallerSide(id.tag())), media);
+      addresses.apply(media).filter(endpoint -> destinations.size() < MAX_DESTINATIONS)
+          .forEach(endpoint -> destinations.putIfAbsent(endpoint, use));
+    }));
   }
 
   /** Returns what is known about the INVITEs, to recognise repeated ones after the end of the leg. */
   Attempt attempt(Moment end) {
-    return new Attempt(lastInvite, branches, end, isAnswered);
+    Map<PartyMedia.Id, PartyMedia> offers = new LinkedHashMap<>();
+    if (!isAnswered) {
+      parties.entrySet().stream().filter(party -> participants.isCaller(party.getKey().tag()))
+          .filter(party -> party.getValue().size() <= MAX_OFFER_BYTES).limit(MAX_OFFERS)
+          .forEach(party -> offers.put(party.getKey(), party.getValue()));
+    }
+    return new Attempt(lastInvite, branches, end, isAnswered, offers);
+  }
+
+  /** Takes over the offers of an attempt that seemed to have failed. */
+  void resume(Attempt attempt) {
+    parties.putAll(attempt.offers);
   }
 
   /**
    * The INVITEs of an ended leg: the last CSeq, the branches, and the time of the end. A sender may repeat an INVITE,
    * and another sniffer may deliver it late. An INVITE on another branch is a new attempt, although a forking proxy
    * keeps Call-ID and CSeq.
+   *
+   * @param offers the media of the caller, when the attempt was not answered
    */
-  record Attempt(long invite, Set<String> branches, Moment end, boolean isAnswered) {
+  record Attempt(long invite, Set<String> branches, Moment end, boolean isAnswered,
+      Map<PartyMedia.Id, PartyMedia> offers) {
     boolean isFollowedBy(SipMessage message, Moment now) {
       boolean known = message.branch().isEmpty() ? message.cseq() <= invite : branches.contains(message.branch());
       boolean late = now.since(end) < BYE_TIMEOUT_MILLIS && (known || message.cseq() < invite);

@@ -97,7 +97,7 @@ final class SipLinks {
   /** Returns the calls that an INVITE with a new Call-ID belongs to, each once. */
   List<Link> find(SipMessage invite, Frame frame, Moment now) {
     List<Link> links = new ArrayList<>();
-    Stream.of(replaced(invite), referred(invite, frame, now), named(invite, frame), sameSession(invite, frame),
+    Stream.of(replaced(invite, frame), referred(invite, frame, now), named(invite, frame), sameSession(invite, frame),
             earlier(byCallId.apply(naming.get(invite.callId())), frame, now),
             earlier(bySession.get(invite.sessionId()), frame, now))
         .flatMap(Optional::stream).forEach(links::add);
@@ -111,11 +111,12 @@ final class SipLinks {
   }
 
   /** The callee keeps its side, and the caller takes the place of the other party of the replaced dialog. */
-  private Optional<Link> replaced(SipMessage invite) {
+  private Optional<Link> replaced(SipMessage invite, Frame frame) {
     return invite.replaces().flatMap(dialog -> {
       SipLeg leg = byCallId.apply(dialog.callId());
-      return leg == null || !leg.isParty(dialog.toTag()) || !leg.isParty(dialog.fromTag()) ? Optional.empty()
-          : Optional.of(new Link(leg.call(), leg.isOnCallerSide(dialog.toTag())));
+      boolean fits = leg != null && leg.isParty(dialog.toTag()) && leg.isParty(dialog.fromTag())
+          && Stream.of(frame.source(), frame.destination()).anyMatch(end -> leg.call().hasHost(end.address()));
+      return !fits ? Optional.empty() : Optional.of(new Link(leg.call(), leg.isOnCallerSide(dialog.toTag())));
     });
   }
 

@@ -9,8 +9,8 @@ import java.util.concurrent.TimeUnit;
 import java.util.stream.Stream;
 
 /**
- * Requests to erase calls, from a program that was started for that to the recorder that uses the directory. A request
- * and its result are files in a directory of their own.
+ * Passes requests to erase calls from the program that the operator starts to the recorder that uses the directory. A
+ * request and its result are files in a directory of their own.
  */
 public final class EraseRequests {
   private static final String REQUEST = ".request";

@@ -58,12 +58,12 @@ public record Address(long high, long low) implements Comparable<Address> {
     return Optional.of(of(ip));
   }
 
-  /** Whether an address is one of IPv4. */
+  /** Whether an address is an IPv4 address. */
   static boolean isIpv4(long high, long low) {
     return high == 0 && low >>> 32 == MAPPED >>> 32;
   }
 
-  /** Whether the address is one of IPv4. */
+  /** Whether the address is an IPv4 address. */
   public boolean isIpv4() {
     return isIpv4(high, low);
   }

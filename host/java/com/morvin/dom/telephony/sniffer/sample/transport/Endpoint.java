@@ -32,7 +32,7 @@ public record Endpoint(Address address, int port) {
         : Address.parse(address).map(host -> new Endpoint(host, port)).filter(Endpoint::acceptsMedia);
   }
 
-  /** Whether the address is one of IPv6. */
+  /** Whether the address is an IPv6 address. */
   public boolean isIpv6() {
     return !address.isIpv4();
   }

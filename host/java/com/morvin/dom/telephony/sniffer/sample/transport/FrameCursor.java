@@ -99,7 +99,7 @@ public final class FrameCursor {
     return Wire.protocol(bytes, start);
   }
 
-  /** Whether the addresses are those of IPv6. */
+  /** Whether the addresses are IPv6 addresses. */
   public boolean isIpv6() {
     return Wire.isIpv6(bytes, start);
   }

@@ -11,7 +11,7 @@ public final class Wire {
   static final int PROTOCOL = 2;
   private static final int DESTINATION = 3;
   private static final int SOURCE_PORT_END = 15;
-  /** The index of the source in a frame of IPv6. */
+  /** The index of the source in an IPv6 frame. */
   private static final int IPV6_SOURCE = 21;
   private static final long ENDPOINT_BITS = 0xffff_ffff_ffffL;
   private static final VarHandle SHORT = MethodHandles.byteArrayViewVarHandle(short[].class, ByteOrder.BIG_ENDIAN);

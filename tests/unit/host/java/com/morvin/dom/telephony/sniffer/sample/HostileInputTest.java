@@ -349,7 +349,12 @@ final class HostileInputTest {
       that(part.matches("[A-Za-z0-9_+@][A-Za-z0-9._+@-]{0,39}"), part);
       equal(Path.of("out").resolve(part).normalize().getNameCount(), 2);
     }
-    equal(Text.csv("=1+1"), "'=1+1");
+    for (String formula : List.of("=1+1", "+1", "-1", "@1", "\uff1d1+1", "\uff0b1", "\uff0d1", "\uff201", "\ufe661",
+        "\u22121", "\u00a0=1", "\ufe0f=1")) {
+      equal(Text.csv("\t\r\u0085" + formula), "'" + formula);
+      equal(Text.ofCsv(Text.csv(formula)), formula);
+    }
+    equal(Text.printable("a\u009b2J"), "a 2J");
     equal(Text.csv("a,\"b\"\n\tc"), "\"a,\"\"b\"\"  c\"");
     // Half of a surrogate pair could not be encoded in UTF-8.
     that(StandardCharsets.UTF_8.newEncoder().canEncode(Text.csv("x".repeat(199) + "\ud83d\ude00y")), "cut in two");

@@ -326,7 +326,7 @@ final class ScenarioTest {
         new HashMap<>(Map.of("pt", 8, "ssrc", 7, "seq", 0, "ts", 0, "every", 20, "size", SIZE, "late", 0, "slow", 0));
     boolean byLetter = words[words.length - 1].equals("by=letter");
     for (int i = 4; i < words.length - (byLetter ? 1 : 0); i++) {
-      options.put(words[i].split("=")[0], Integer.decode(words[i].split("=")[1]));
+      options.put(words[i].split("=")[0], number(words[i].split("=")[1]));
     }
     String letters = spell(words[3]);
     for (int i = 0; i < letters.length(); i++) {
@@ -341,6 +341,12 @@ final class ScenarioTest {
       }
       sniffer.pass(options.get("every") + (options.get("slow") > 0 && i % options.get("slow") == 0 ? 1 : 0));
     }
+  }
+
+  /** Returns the value of "3", "0xff" or "3*160+5". */
+  private static int number(String text) {
+    return Stream.of(text.split("\\+")).mapToInt(term ->
+        Stream.of(term.split("\\*")).mapToInt(Integer::decode).reduce(1, (a, b) -> a * b)).sum();
   }
 
   /** Returns a letter for each 160 samples: that of their packet, '.' for silence, '!' for a mixture. */
