@@ -52,7 +52,7 @@ if has unit || has integration || has recorder || has asan || has tsan || has fu
 fi
 if has unit; then labels+="|unit" targets+=" unit_tests host_tests sniffer"; fi
 if has recorder; then
-  labels+="|recorder" targets+=" host_tests sniffer_cluster_jar"
+  labels+="|recorder" targets+=" host_tests sniffer_cluster_jar sniffer_standalone"
   later+=" $CLUSTER_PACKAGES chromium chromium-driver"
 fi
 if has integration; then

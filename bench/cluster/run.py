@@ -1,13 +1,16 @@
 #!/usr/bin/env python3
-"""Measures calls through a broker on this machine, at their own pace: the processor time of each part for a frame, from
-/proc, and the delay from wire to recorder, through 1 and 4 queues; and what waits on the broker's disk.
+"""Measures calls through a broker on this machine, at their own pace. Prints a table: for each number of calls the
+processor time of each part for a frame, from /proc, with recorders that write all files; and in another run the delay
+from the wire to a consumer that only reads. At last, what a second of a call takes on the broker's disk.
 
     bench/cluster/run.py [BUILD]      BUILD: default build/release
 
-Environment: CALLS (500,1000,2000), of 100 frames/s each, and SECONDS (20).
+Environment: CALLS (500,1000,2000), of 100 frames/s each, QUEUES (4), each with a recorder, and SECONDS (20). With these
+it takes less than six minutes.
 """
 import os
 import pathlib
+import re
 import subprocess
 import sys
 import time
@@ -17,17 +20,20 @@ BUILD = pathlib.Path(sys.argv[1] if len(sys.argv) > 1 else HERE.parents[1] / "bu
 java_home = os.environ.get("JAVA_HOME", "/usr/lib/jvm/java-17-openjdk-amd64")
 os.environ.setdefault("SNIFFER_JAVA", java_home + "/bin/java")
 os.environ["SNIFFER_JAR"] = str(BUILD / "host/voip-sniffer.jar")
+for name in ("SNIFFER_PROGRAM", "SNIFFER_SAMPLES", "SNIFFER_TEST_FILES"):
+    os.environ.setdefault(name, ".")  # the module below reads them, this script does not
 sys.path.insert(0, str(HERE.parents[1] / "tests/integration/cluster"))
 sys.dont_write_bytecode = True
 import test_cluster as cluster  # noqa: E402
 
 CALLS = [int(calls) for calls in os.environ.get("CALLS", "500,1000,2000").split(",")]
+QUEUES = int(os.environ.get("QUEUES", "4"))
 SECONDS = int(os.environ.get("SECONDS", "20"))
 AMQP = "/usr/share/java/amqp-client.jar:/usr/share/java/slf4j-api.jar:/usr/share/java/slf4j-nop.jar"
 CLASSES = BUILD / "bench/cluster"
 
 
-class Bench(cluster.ClusterTest):
+class Bench(cluster.Cluster):
     java = ("-Xmx1g",)
 
     def runTest(self):
@@ -49,8 +55,7 @@ class Bench(cluster.ClusterTest):
     def pids(self):
         """The processes of each part."""
         recorders = [process.pid for name, process in self.processes.items() if name.startswith("r")]
-        broker = int((self.folder / "broker/pid").read_text())
-        return {"front": [self.processes["front"].pid], "broker": [broker], "recorders": recorders}
+        return {"front": [self.processes["front"].pid], "broker": [self.pid()], "recorders": recorders}
 
     @staticmethod
     def busy(pids):
@@ -75,17 +80,24 @@ class Bench(cluster.ClusterTest):
             self.end(name)
         self.broker("stop")
 
-    def cost(self, queues, calls):
+    def cost(self, calls):
         """With recorders that write all files."""
-        self.begin_front(queues)
-        for number in range(1, queues + 1):
+        self.begin_front(QUEUES)
+        for number in range(1, QUEUES + 1):
             self.recorder(number, files=[])
             self.hears(f"r{number}", "consuming")
         self.warm_up(calls)
-        return self.measure(calls)
+        return self.measure(calls)[:-1]
+
+    def delay(self, calls):
+        """With a consumer that records nothing."""
+        self.begin_front(QUEUES)
+        names = [f"voip-recorder-{number}" for number in range(1, QUEUES + 1)]
+        self.warm_up(calls)
+        return self.measure(calls, self.program("Delay", cluster.BROKER, calls * 100 * SECONDS, *names))
 
     def measure(self, calls, consumer=None):
-        """Processor time of each part for a frame, until all messages are acknowledged."""
+        """Returns frames per second, lost frames, the microseconds of each part for a frame, what the consumer says."""
         parts = self.pids()
         before = {part: self.busy(pids) for part, pids in parts.items()}
         load, took = self.talk(calls, SECONDS)
@@ -96,18 +108,10 @@ class Bench(cluster.ClusterTest):
         load.communicate("\n")
         self.end_all()
         dropped = sum(map(int, self.said("front", r"(\d+) (?:lost because the buffer|frames dropped)")))
-        return f"{frames / took:.0f} frames/s, {dropped} lost; us of processor a frame: " + ", ".join(
-            f"{part} {microseconds:.2f}" for part, microseconds in costs.items() if parts[part]) + "; " + told.strip()
-
-    def delay(self, queues, calls):
-        self.begin_front(queues)
-        names = [f"voip-recorder-{number}" for number in range(1, queues + 1)]
-        self.warm_up(calls)
-        consumer = self.program("Delay", cluster.BROKER, calls * 100 * SECONDS, *names)
-        return self.measure(calls, consumer)
+        return frames / took, dropped, costs, told
 
     def on_disk(self, calls):
-        size = lambda: int(subprocess.check_output(["du", "-sk", str(self.folder / "broker/data")]).split()[0])
+        size = lambda: int(subprocess.check_output(["du", "-sk", str(self.folder / "broker0/data")]).split()[0])
         self.begin_front(1)
         before = size()
         self.talk(calls, SECONDS)[0].communicate("\n")
@@ -129,10 +133,13 @@ def run(work):
 os.makedirs(CLASSES, exist_ok=True)
 subprocess.run([java_home + "/bin/javac", "--release", "17", "-cp", AMQP.split(":")[0], "-d", CLASSES,
                 HERE / "Delay.java", HERE / "Load.java"], check=True)
+print("          wire     lost  us of processor for a frame      delay of a frame\n"
+      " calls  frames/s         front  broker  recorders         middle      99 %", flush=True)
 for calls in CALLS:
-    for queues in (1, 4):
-        what = f"{calls} calls, {queues} queue{'s, each with a recorder' if queues > 1 else ' and recorder'}: "
-        print(what + run(lambda bench: bench.cost(queues, calls)), flush=True)
-        print(what + run(lambda bench: bench.delay(queues, calls)), flush=True)
+    rate, lost, costs = run(lambda bench: bench.cost(calls))
+    _, more, _, told = run(lambda bench: bench.delay(calls))
+    middle, most = re.search(r"recorder (\d+) ms in the middle, (\d+) ms", told).groups()
+    print(f"{calls:6} {rate:9.0f} {lost + more:8} {costs['front']:6.2f} {costs['broker']:7.2f} "
+          f"{costs['recorders']:10.2f} {middle:>11} ms {most:>6} ms", flush=True)
 print(f"{run(lambda bench: bench.on_disk(100)):.1f} KB on the broker's disk for a second of a call, while nothing "
       "consumes it")

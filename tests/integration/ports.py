@@ -10,7 +10,7 @@ def free_ports(count):
 
     Processes that search at the same time begin at different ports.
     """
-    for first in range(14000 + os.getpid() % 2000 * 8, 32000, count):
+    for first in range(14000 + os.getpid() % 1700 * 10, 32000, count):
         with contextlib.ExitStack() as sockets, contextlib.suppress(OSError):
             for port in range(first, first + count):
                 sockets.enter_context(socket.create_server(("127.0.0.1", port)))
