@@ -25,6 +25,8 @@ public final class WavFile extends StoredFile {
   private static final int OTHER_HEADER = 58;
   /** The channels of a file with more than one: caller, callee. */
   private static final int CHANNELS = 2;
+  /** Approximate memory of a waiting {@link #move}. */
+  private static final int MOVE_BYTES = 200;
   /** The state of the calls is saved every second, so a file hardly holds more than this beyond its saved state. */
   private static final int MAX_UNSAVED_SECONDS = 10;
 
@@ -138,8 +140,8 @@ public final class WavFile extends StoredFile {
    * @param count the number of samples, which follow each other
    */
   void move(int channel, long from, long to, long count) {
-    byte[][] moved = new byte[1][];
-    store.disk().submit((int) count * CHANNELS, List.of(() -> {
+    byte[][] moved = new byte[1][];  // it takes no memory while the job waits
+    store.disk().submit(MOVE_BYTES, List.of(() -> {
       FileChannel file = open();
       if (moved[0] == null) {
         moved[0] = moved(file, channel, from, to, Math.min(count, stored - from));
