@@ -8,7 +8,7 @@ namespace voip {
 /// When a frame was captured, in microseconds since 1970.
 struct CaptureStamp {
   std::int64_t captured = 0;  ///< by its time stamp
-  std::int64_t seen = 0;      ///< by this machine's clock; later than `captured` for a frame of a capture file
+  std::int64_t seen = 0;      ///< by this machine's clock; for an old capture file the time of the replay
 
   /// Returns this machine's time in microseconds since 1970, precise to a few milliseconds. The coarse clock is used
   /// because it is read for each frame. Any thread.

@@ -77,6 +77,9 @@ class Device {
   pcap_t* getHandle() const { return handle_; }
   bool isFile() const { return pace_ != nullptr; }
 
+  /// Returns SniffedPacket::replayShift of a capture file, and nothing for a network device. For the capture thread.
+  std::optional<std::int64_t> getReplayShift() const { return pace_ ? std::optional(pace_->shift()) : std::nullopt; }
+
   /// True when a missing device is opened again. A file is not: when it is missing, its name is wrong.
   bool reopens() const { return mode_.reopen && !captureFilePath(name_); }
 

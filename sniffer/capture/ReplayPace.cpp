@@ -4,6 +4,8 @@
 #include <cstdlib>
 #include <string_view>
 
+#include "base/CaptureStamp.h"
+
 namespace voip {
 
 namespace {
@@ -12,6 +14,7 @@ namespace {
 // limited.
 constexpr std::chrono::microseconds kLongestWait = std::chrono::hours(24 * 365);
 constexpr time_t kLastSecond = time_t{1} << 33;
+constexpr std::int64_t kRunningNow = 10'000'000;  // microseconds: a capture is still running when it is no older
 
 bool fullSpeedWanted() {
   const char* pace = std::getenv("SNIFFER_REPLAY_PACE");
@@ -29,6 +32,8 @@ bool ReplayPace::waitFor(const timeval& timeStamp) {
   if (!firstStamp_) {
     firstStamp_ = stamp;
     start_ = Clock::now();
+    const std::int64_t age = CaptureStamp::now() - stamp.count();
+    shift_ = std::abs(age) < kRunningNow ? 0 : age;
   }
   if (!unpaced_) {
     const auto due = start_ + std::clamp(stamp - *firstStamp_, std::chrono::microseconds(0), kLongestWait);

@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <cstdint>
 #include <optional>
 
 #include "base/Mutex.h"
@@ -21,6 +22,10 @@ class ReplayPace {
   /// after stop().
   bool waitFor(const timeval& timeStamp);
 
+  /// Returns the microseconds from the time stamp of the first frame to the start of the replay; 0 when they are few,
+  /// because the file is a pipe from a capture that runs now. For the thread of waitFor(), after its first call.
+  std::int64_t shift() const { return shift_; }
+
   /// The number of frames for which waitFor() returned true. Any thread.
   unsigned long getPassed() const { return passed_; }
 
@@ -36,6 +41,7 @@ class ReplayPace {
   bool stopped_ GUARDED_BY(mutex_) = false;
   std::optional<std::chrono::microseconds> firstStamp_ GUARDED_BY(mutex_);
   Clock::time_point start_ GUARDED_BY(mutex_);
+  std::int64_t shift_ = 0;
   std::atomic<unsigned long> passed_ = 0;
 };
 

@@ -212,7 +212,7 @@ void Sniffer::gotPacket(u_char* args, const pcap_pkthdr* header, const u_char* p
     SniffedPacket sniffed{args, header, packet};
     if (const Device* device = CaptureThreads::currentDevice(); device != nullptr) {
       sniffed.linkType = device->getLinkType();
-      sniffed.replayed = device->isFile();
+      sniffed.replayShift = device->getReplayShift();
       sniffed.zone = device->getZone();
     }
     live->producePacket(sniffed);

@@ -12,7 +12,7 @@ namespace {
 
 // The wait for frames is limited: kept frames expire, and missed signalling is tried again.
 constexpr std::chrono::milliseconds kIdleWait(100);
-constexpr std::chrono::milliseconds kRoomWait(2);  // while kept media waits for space in the connection
+constexpr std::chrono::milliseconds kRoomWait(1);  // while kept media waits for space in the connection
 constexpr std::chrono::milliseconds kNoWait(0);
 
 /// Returns "Added to list rtp (ip=0xa010203=10.1.2.3, port=0x1f40=8000)"; an IPv6 address has only its own notation.

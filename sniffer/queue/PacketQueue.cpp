@@ -22,7 +22,8 @@ std::size_t recordSize(std::size_t length) {
 CaptureStamp stampOf(const SniffedPacket& packet) {
   const timeval& time = packet.header->ts;
   const std::int64_t captured = time.tv_sec * std::int64_t{1'000'000} + time.tv_usec;
-  return {captured, packet.replayed ? CaptureStamp::now() : captured};
+  if (!packet.replayShift) return {captured, captured};
+  return {captured, std::min(CaptureStamp::now(), captured + *packet.replayShift)};  // a replay may be unpaced
 }
 
 }  // namespace

@@ -284,7 +284,7 @@ TEST_P(Evidence, SendsTheCaptureTimeBeforeALateFrame) {
   // An old time stamp does not make a replayed frame late; only a busy machine does, and not each time.
   constexpr int kReplayed = 20;
   header.ts = {1'700'000'000, 123'456};
-  packet.replayed = true;
+  packet.replayShift = CaptureStamp::now();
   for (int i = 0; i < kReplayed; ++i) {
     dissector->producePacket(packet);
     settle();
@@ -307,7 +307,7 @@ TEST_P(Evidence, AnnouncesAReplayedFrameWithTheTimeOfTheReplay) {
   const Bytes frame = Frame{.payload = rtp(7), .ipv6 = isIpv6}.build();
   const pcap_pkthdr header = captureHeader(frame);  // 1970
   SniffedPacket packet{nullptr, &header, frame.data()};
-  packet.replayed = true;
+  packet.replayShift = CaptureStamp::now();
   const std::int64_t before = CaptureStamp::now();
   dissector->producePacket(packet);
   EXPECT_TRUE(eventually([&] { return CaptureStamp::now() > before + 10 * CaptureTimeFrame::kLate; }));

@@ -4,6 +4,7 @@ import java.util.ArrayDeque;
 import java.util.ArrayList;
 import java.util.Deque;
 import java.util.List;
+import java.util.function.Predicate;
 
 /**
  * The packets of a stream that do not continue it (RFC 3550, A.1), in runs of rising numbers. They wait until it is
@@ -90,6 +91,12 @@ final class Probation {
   /** Removes a run, which goes on as the stream. */
   void remove(Run run) {
     runs.remove(run);
+  }
+
+  /** Removes packets: copies of those that go on as the stream. */
+  void removeIf(Predicate<RtpPacket> isCopy) {
+    runs.forEach(run -> run.packets.removeIf(isCopy));
+    runs.removeIf(run -> run.packets.isEmpty());
   }
 
   /** Returns the run that has grown last; null when there is none. */

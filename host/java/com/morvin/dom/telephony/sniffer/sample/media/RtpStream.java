@@ -70,8 +70,8 @@ final class RtpStream {
   void accept(RtpPacket packet, Consumer<RtpPacket> inOrder) {
     int sequence = packet.sequence();
     int slot = sequence % REMEMBERED;
-    long identity = 1L << 48 | (long) sequence << 32 | packet.timestamp() & 0xffffffffL;
-    if (seen[slot] == identity && !isTruer(packet)) {
+    long identity = identity(packet);
+    if (seen[slot] == identity || isSame(seen[slot], identity) && !isTruer(packet)) {
       return;
     }
     if (waiting == 0 && first >= 0 && sequence == (next & 0xffff)) {
@@ -105,6 +105,16 @@ final class RtpStream {
         follow(run, inOrder);
       }
     }
+  }
+
+  /** Returns the number, the timestamp and a trace of the payload. It is not 0. */
+  private static long identity(RtpPacket packet) {
+    return (long) packet.trace() << 49 | 1L << 48 | (long) packet.sequence() << 32 | packet.timestamp() & 0xffffffffL;
+  }
+
+  /** Whether two packets have the same number and timestamp. Their payloads differ when one is forged. */
+  private static boolean isSame(long identity, long other) {
+    return (identity ^ other) << 15 == 0;
   }
 
   private int distance(RtpPacket packet) {
@@ -175,6 +185,7 @@ final class RtpStream {
     first = -1;
     setClock(run);
     run.packets().forEach(packet -> accept(packet, inOrder));
+    probation.removeIf(packet -> seen[packet.sequence() % REMEMBERED] == identity(packet));
   }
 
   /** Sets the clock anew, unless the one before the last jumps fits. That one stays: it may be the sender's. */
@@ -216,7 +227,7 @@ final class RtpStream {
     RtpPacket first = run.first();
     int step = run.step();
     long last = seen[(int) (next - 1) & REMEMBERED - 1];
-    if (step <= 0 || last >>> 32 != (0x10000 | next - 1 & 0xffff)) {
+    if (step <= 0 || (last >>> 32 & 0x1ffff) != (0x10000 | next - 1 & 0xffff)) {
       return 0;
     }
     long ticks = first.timestamp() - (int) last & 0xffffffffL;

@@ -83,6 +83,9 @@ public final class Recorder extends Service {
       others = new OtherShares(store, follower, clock, console);
       restore();
       transport().resume(running.position());
+      if (transport().redelivers()) {
+        follower.expectLateMedia(Long.MAX_VALUE);  // a front can have an outage unseen
+      }
     }
   }
 

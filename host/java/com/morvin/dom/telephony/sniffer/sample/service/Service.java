@@ -38,6 +38,8 @@ public abstract class Service implements CallFollower.Listener {
   private static final long MAX_STEP_MILLIS = 30_000;
   /** A block that was read earlier than this has been passed to the loop when no other one waits. */
   private static final long QUEUED_MILLIS = 1000;
+  /** How long a sniffer may take to send the media that it has kept, while new signalling passes it. */
+  private static final long CATCH_UP_MILLIS = 60_000;
 
   /**
    * When the loop ends by itself, and the bounds for calls.
@@ -345,6 +347,9 @@ public abstract class Service implements CallFollower.Listener {
     for (int number = sessions + 1; number <= newest; number++) {
       int sniffer = number;
       follower.resend(command -> sniffers.send(sniffer, command));
+      if (!follower.calls().isEmpty()) {
+        follower.expectLateMedia(now.steady() + CATCH_UP_MILLIS);
+      }
     }
     sessions = newest;
   }

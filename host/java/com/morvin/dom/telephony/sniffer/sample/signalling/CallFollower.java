@@ -135,6 +135,8 @@ public final class CallFollower {
   private long malformed;
   private boolean full;
   private long present;
+  /** Until when media may be late, by {@link Moment#steady}. */
+  private long lateUntil;
 
   /**
    * Makes a follower without calls.
@@ -294,9 +296,18 @@ public final class CallFollower {
     present = stamp;
   }
 
-  /** Whether a message was captured long ago. */
+  /**
+   * Records that media may be received later than signalling that was captured after it: there was an outage.
+   *
+   * @param until by {@link Moment#steady}
+   */
+  public void expectLateMedia(long until) {
+    lateUntil = until;
+  }
+
+  /** Whether media that was captured before a message can follow it. */
   boolean isLate(Moment message) {
-    return present - message.stamp() >= LATE_MILLIS;
+    return present - message.stamp() >= LATE_MILLIS || message.steady() < lateUntil;
   }
 
   /**
