@@ -45,10 +45,11 @@ LinkEvent FrameForwarder::flush() {
   for (std::size_t done = 0; done < group_.size();) {
     beginOutgoing(*connection_, group_.size());
     for (std::size_t i = done; i < group_.size(); ++i) appendOutgoing(group_[i].frame, i, i < done + announced);
+    const Instant begin = keepsSent(*connection_) ? monotonicNow() : Instant(0);
     result = connection_->sendPackets(outgoing_);
     const std::span<const OutgoingFrame> dealtWith(outgoing_.data(), result.dealtWith);
     announced = result.link == LinkEvent::kNone && !dealtWith.empty() && isSentTime(dealtWith.back()) ? 1 : 0;
-    done = countDealtWith(done, result);
+    done = countDealtWith(done, result, begin);
     if (result.link != LinkEvent::kNone) noteLoss();
     if (result.link == LinkEvent::kUnreachable && lookBack_ == nullptr) dropRest(done);
     if (done < group_.size()) recheckRest(done + announced, result.link);
@@ -78,11 +79,10 @@ void FrameForwarder::appendOutgoing(const KeptFrame& frame, std::size_t number, 
 }
 
 /// Counts the frames that were dealt with, from the group's frame `from` on, and keeps what a lost recorder missed.
-/// Returns the index of the next frame.
-std::size_t FrameForwarder::countDealtWith(std::size_t from, const SendResult& result) {
+/// `begin`: when the send began; the send can wait for the recorder. Returns the index of the next frame.
+std::size_t FrameForwarder::countDealtWith(std::size_t from, const SendResult& result, Instant begin) {
   std::uint64_t sip = 0, h323 = 0, rtp = 0;
   const bool resends = keepsSent(*connection_);
-  const Instant now = resends ? monotonicNow() : Instant(0);
   for (std::size_t i = 0; i < result.dealtWith; ++i) {
     const OutgoingFrame& frame = outgoing_[i];
     if (isSentTime(frame)) continue;
@@ -93,7 +93,7 @@ std::size_t FrameForwarder::countDealtWith(std::size_t from, const SendResult& r
       if (result.link == LinkEvent::kNone || !keep(entry)) statistics_.notSent.add();
     } else {
       ++(entry.protocol == FrameProtocol::Sip ? sip : entry.protocol == FrameProtocol::H323 ? h323 : rtp);
-      if (resends) lookBack_->sent.keep(entry.frame, now);
+      if (resends) lookBack_->keepSent(entry.frame, begin);
     }
   }
   // One atomic addition per group: one per frame would be a tenth of the frame's cost.
@@ -104,7 +104,7 @@ std::size_t FrameForwarder::countDealtWith(std::size_t from, const SendResult& r
 }
 
 bool FrameForwarder::keepsSent(const BaseConnection& connection) const {
-  return lookBack_ != nullptr && lookBack_->sent.areKept() && connection.reportsEachLoss();
+  return lookBack_ != nullptr && lookBack_->keepsSent() && connection.reportsEachLoss();
 }
 
 void FrameForwarder::noteLoss() {
@@ -162,6 +162,7 @@ FrameForwarder::KeptSend FrameForwarder::sendKept(BaseConnection& connection, st
   if (frames.empty()) return {};
   beginOutgoing(connection, frames.size());
   for (std::size_t i = 0; i < frames.size(); ++i) appendOutgoing(frames[i], i, false);
+  const Instant begin = monotonicNow();
   SendResult result;
   std::size_t done = 0;
   // A capture time is followed by its frame: a live frame in between would be taken for the late one.
@@ -176,7 +177,7 @@ FrameForwarder::KeptSend FrameForwarder::sendKept(BaseConnection& connection, st
   }
   statistics_.rtpForwarded.add(sent);
   if (keepsSent(connection)) {
-    for (const KeptFrame& frame : frames.first(sent)) lookBack_->sent.keep(frame, monotonicNow());
+    for (const KeptFrame& frame : frames.first(sent)) lookBack_->keepSent(frame, begin);
   }
   return {sent, result.link};
 }

@@ -86,7 +86,7 @@ class FrameForwarder {
   bool sendMissed(BaseConnection& connection, const KeptFrame& frame);
   void beginOutgoing(const BaseConnection& connection, std::size_t frames);
   void appendOutgoing(const KeptFrame& frame, std::size_t number, bool isAnnounced);
-  std::size_t countDealtWith(std::size_t from, const SendResult& result);
+  std::size_t countDealtWith(std::size_t from, const SendResult& result, Instant begin);
   bool keepsSent(const BaseConnection& connection) const;
   void dropRest(std::size_t from);
   void recheckRest(std::size_t from, LinkEvent event);

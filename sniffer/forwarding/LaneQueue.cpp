@@ -121,7 +121,7 @@ bool LaneQueue::takeBatch(std::chrono::milliseconds atMost) {
   }
   working_ = false;
   sleeping_ = true;
-  while (waiting_ == 0 && inHand_ == 0 && !woken_ && framePresent_.waitUntil(lock_, end)) {
+  while (waiting_ == 0 && inHand_ == 0 && !woken_ && atMost.count() > 0 && framePresent_.waitUntil(lock_, end)) {
   }
   sleeping_ = woken_ = false;
   for (Side* side : {&signalling_, &media_}) {

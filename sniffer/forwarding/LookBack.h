@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 
 #include "forwarding/KeptMedia.h"
@@ -11,29 +12,48 @@ namespace voip {
 
 /// Recent frames that the recorder may still need: media that it has not asked for yet, and signalling that it missed
 /// during an outage. With a time for sending again, also frames that were sent shortly before it was lost. All share
-/// one amount of memory; signalling and sent frames take at most half of it each. Consumer only.
+/// one amount of memory; signalling and sent frames take at most half of it each. The lane's thread only.
 struct LookBack {
-  /// Keeps frames for `time`, and sent ones for `resend`, in `memory` bytes. Counts them in `statistics`, which must
-  /// outlive the object.
+  /// Keeps frames for `time`, and media that was sent for `resend`, in `memory` bytes. Signalling that was sent is kept
+  /// for the longer of both times, unless `resend` is 0: it is little, and a recorder that hangs can leave it unread
+  /// for long. Counts in `statistics`, which must outlive the object.
   LookBack(Instant time, Instant resend, std::size_t memory, Statistics& statistics)
       : media(time, memory, statistics),
         signalling(time, memory / 2, statistics),
-        sent(resend, memory / 2, statistics),
+        sentMedia_(resend, memory / 4, statistics),
+        sentSignalling_(resend.count() > 0 ? std::max(time, resend) : resend, memory / 4, statistics),
         statistics_(statistics) {}
 
   /// Each keeps a copy of a frame. Throws std::bad_alloc.
   void keepMedia(const KeptFrame& kept) { media.keep(kept, reserved()); }
   void keepSignalling(const KeptFrame& kept) { signalling.keep(kept, monotonicNow()); }
 
+  /// Returns true when frames that were sent are kept.
+  bool keepsSent() const { return sentMedia_.areKept(); }
+
+  /// Keeps a copy of a frame whose sending began at `time`. Throws std::bad_alloc.
+  void keepSent(const KeptFrame& kept, Instant time) {
+    (isMedia(kept) ? sentMedia_ : sentSignalling_).keep(kept, time);
+  }
+
+  /// Drops sent frames that are too old. To be called regularly.
+  void expireSent(Instant now) {
+    sentMedia_.expire(now);
+    sentSignalling_.expire(now);
+  }
+
   /// Keeps the sent frames as if they had not been sent: before the others, in the order in which they were sent. To be
   /// called when the recorder is lost, after the frames that it missed were kept. Ends a recall. Throws std::bad_alloc.
   void putBackSent() {
-    if (!sent.areKept()) return;
+    if (!keepsSent()) return;
     media.cancelRecall();
     const Instant now = monotonicNow();
-    sent.takeAll([&](const KeptFrame& kept) {
-      const bool isMedia = FrameHeader::protocolOf(kept.frame.data()) == FrameProtocol::Rtp;
-      isMedia ? media.putBack(kept, reserved()) : signalling.putBack(kept, now);
+    sentSignalling_.takeAll([&](const KeptFrame& kept) {
+      signalling.putBack(kept, now);
+      statistics_.resent.add();
+    });
+    sentMedia_.takeAll([&](const KeptFrame& kept) {
+      media.putBack(kept, reserved());
       statistics_.resent.add();
     });
     media.endPutBack();
@@ -42,11 +62,14 @@ struct LookBack {
 
   KeptMedia media;
   MissedSignalling signalling;
-  SentFrames sent;
 
  private:
-  std::size_t reserved() const { return signalling.size() + sent.size(); }
+  static bool isMedia(const KeptFrame& kept) {
+    return FrameHeader::protocolOf(kept.frame.data()) == FrameProtocol::Rtp;
+  }
+  std::size_t reserved() const { return signalling.size() + sentMedia_.size() + sentSignalling_.size(); }
 
+  SentFrames sentMedia_, sentSignalling_;
   Statistics& statistics_;
 };
 

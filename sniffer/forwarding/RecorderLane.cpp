@@ -78,7 +78,7 @@ void RecorderLane::finishWait(bool hasFrames, bool hasHost) {
   if (BaseConnection* media = links_.getMedia()) media->watchHost();
   if (lookBack_ == nullptr || hasFrames) return;
   lookBack_->media.expire();
-  lookBack_->sent.expire(monotonicNow());
+  lookBack_->expireSent(monotonicNow());
   if (hasHost) checkHostCommands();  // the host may ask for kept media while no packet arrives
 }
 

@@ -37,9 +37,9 @@ LinkHeader readPpp(std::span<const std::uint8_t> frame) {
 }  // namespace
 
 bool understandsLinkType(int linkType, bool decapsulate) {
-  constexpr int kUnderstood[] = {DLT_EN10MB, DLT_LINUX_SLL, DLT_LINUX_SLL2, DLT_RAW,        DLT_IPV4,     DLT_IPV6,
-                                 DLT_NULL,   DLT_LOOP,      DLT_PPP,        DLT_PPP_SERIAL, DLT_PPP_ETHER};
-  constexpr int kTunnels = 3;  // the last ones
+  constexpr int kUnderstood[] = {DLT_EN10MB, DLT_LINUX_SLL, DLT_LINUX_SLL2, DLT_RAW,        DLT_IPV4,   DLT_IPV6,
+                                 DLT_NULL,   DLT_LOOP,      DLT_PPP,        DLT_PPP_SERIAL, DLT_C_HDLC, DLT_PPP_ETHER};
+  constexpr int kTunnels = 4;  // the last ones
   const auto end = std::end(kUnderstood) - (decapsulate ? 0 : kTunnels);
   return std::find(std::begin(kUnderstood), end, linkType) != end;
 }
@@ -72,6 +72,7 @@ LinkHeader readLinkHeader(int linkType, std::span<const std::uint8_t> frame) {
       return {4, byVersion(frame, 4)};
     case DLT_PPP:
     case DLT_PPP_SERIAL:
+    case DLT_C_HDLC:
       return readPpp(frame);
     case DLT_PPP_ETHER:
       return {0, kEtherPppoeSession};

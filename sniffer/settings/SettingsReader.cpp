@@ -184,6 +184,10 @@ std::vector<SettingWarning> findSettingWarnings(Config& config, SettingsOrigin o
     const auto warnings = std::visit([&](const auto& kind) { return warningsFor(kind, value); }, key.value);
     for (const std::string& warning : warnings) all.push_back(valueWarning(config, name, warning));
   }
+  const Settings settings = readSettings(config);
+  if (settings.resendLast > 0 && settings.lookBack == 0) {
+    all.push_back({"ResendLast", "ResendLast does nothing without LookBack", false});
+  }
   return all;
 }
 

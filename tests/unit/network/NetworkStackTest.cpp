@@ -128,7 +128,7 @@ TEST(NetworkStack, WalksThroughIpv6Headers) {
       {"PPP", number(0x0057, 2) + packet, "media", kOtherDropped, DLT_PPP},
       {"PPP with address and control", number(0xFF030057, 4) + packet, "media", kOtherDropped, DLT_PPP_SERIAL},
       {"PPP with a compressed protocol", number(0x57, 1) + packet, "media", kOtherDropped, DLT_PPP},
-      {"Cisco HDLC", number(0x0F0086DD, 4) + packet, "media", kOtherDropped, DLT_PPP_SERIAL},
+      {"Cisco HDLC", number(0x0F0086DD, 4) + packet, "media", kOtherDropped, DLT_C_HDLC},
       {"Linux cooked with a tag", zeros(14) + number(0x8100, 2) + number(1, 2) + number(0x86DD, 2) + packet, "media",
        kOtherDropped, DLT_LINUX_SLL},
   };

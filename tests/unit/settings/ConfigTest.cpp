@@ -132,7 +132,7 @@ TEST(SettingTable, ValuesAreTakenOrReplacedWithAWarning) {
     return parseHostSettings(text);
   };
   for (const SettingKey& key : kSettingKeys) EXPECT_EQ(allBut(key.name) == allBut(""), !hasMember(key)) << key.name;
-  EXPECT_EQ(log.take(), Texts());
+  EXPECT_EQ(log.take(), Texts{"WARN ResendLast does nothing without LookBack"});
 }
 
 TEST(MoreRecorders, AreReadOrLeftOutWithAWarning) {
