@@ -36,6 +36,10 @@ final class AudioOutput {
   /** A smaller drift is left until it has grown. */
   private static final long DRIFT_MILLIS = 5;
   private static final int MAX_MARKS = 2000;
+  /** The longest sound that is compared with packets after a restart: 30 s. */
+  private static final int MAX_COMPARED = 240_000;
+  /** RTP timestamp units in a millisecond. */
+  private static final int TICKS = 8;
 
   /**
    * A sample and its time of capture.
@@ -59,7 +63,8 @@ final class AudioOutput {
   private int samplesPerMilli;
   private long packets;
   private boolean interrupted;
-  private long excessMillis;
+  /** What the file held beyond the saved state, until it is known which packets that are; null afterwards. */
+  private Overlap overlap;
   private long windowStart;
   private int windowPackets;
   private long windowDelay;
@@ -107,6 +112,27 @@ final class AudioOutput {
 
   void setOwner(Object source) {
     owner = source;
+    overlap = null;
+  }
+
+  /**
+   * Begins to check which packets of its owner are in the file already, after a restart.
+   *
+   * @param next the sequence number after the saved state
+   * @param timestamp of the end of the saved state
+   */
+  Overlap beginOverlap(int next, int timestamp) throws IOException {
+    long excess = channel.samples() - savedSamples;
+    boolean comparable = channel.file().format().encoding() != Encoding.LINEAR && excess <= MAX_COMPARED;
+    byte[] octets = comparable ? channel.file().octets(channel, savedSamples, (int) excess) : null;
+    overlap = new Overlap(octets, channel.file().format().encoding(), (int) (excess * TICKS / samplesPerMilli),
+        next, timestamp);
+    return overlap;
+  }
+
+  /** Ends the check: all packets that follow are new. */
+  void endOverlap() {
+    overlap = null;
   }
 
   /** Returns the time of a sample in the last stretch. */
@@ -234,11 +260,6 @@ final class AudioOutput {
     return stretches;
   }
 
-  /** Returns the length of the audio that was written after the state was saved, in milliseconds. */
-  long excessMillis() {
-    return excessMillis;
-  }
-
   /** Saves the state; the file is in the list, or is added to it. */
   void save(DataOutput out, boolean whole, List<StoredFile> files) throws IOException {
     out.writeUTF(codec);
@@ -249,7 +270,8 @@ final class AudioOutput {
     out.writeInt(Track.number(files, channel.file()));
     out.writeByte(channel.number());
     out.writeLong(channel.start());
-    out.writeLong(channel.samples());
+    // A restart before the check has ended begins it again.
+    out.writeLong(overlap == null ? channel.samples() : savedSamples + overlap.known() * samplesPerMilli / TICKS);
     out.writeLong(packets);
     anchors.save(out, whole, (anchor, to) -> {
       to.writeLong(anchor.sample);
@@ -281,7 +303,6 @@ final class AudioOutput {
   void open(ResumedFiles files, String name) throws IOException {
     setChannel(files.wav(savedFile, name, savedFormat, 0).resume(savedChannel, savedStart, savedSamples));
     cacheAnchors();
-    excessMillis = (channel.samples() - savedSamples) / samplesPerMilli;
     interrupted = true;
     beginWindow(Long.MIN_VALUE / 2);
   }

@@ -214,6 +214,11 @@ final class RtpStream {
     lost += gap > 0 && gap <= MAX_DROPOUT ? gap : lostInOutage(run);
   }
 
+  /** Returns the sequence number of the next packet in order. */
+  int next() {
+    return (int) next & 0xffff;
+  }
+
   /** Whether a packet continues the stream without a gap. */
   boolean isNext(RtpPacket packet) {
     return next >= 0 && waiting == 0 && packet.sequence() == (next & 0xffff);

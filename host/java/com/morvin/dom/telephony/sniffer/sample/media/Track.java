@@ -263,6 +263,16 @@ public final class Track {
     return forgottenReceived + sources.stream().mapToLong(source -> source.stream.received()).sum();
   }
 
+  /** Whether a file was begun: it is created before all that is queued for the disk from now on. */
+  public boolean hasBegun() {
+    for (int i = 0; i < outputs.size(); i++) {
+      if (outputs.get(i).channel().file().hasBegun()) {
+        return true;
+      }
+    }
+    return undecoded != null;
+  }
+
   /** Returns the number of lost packets. */
   public long lost() {
     long lost = forgottenLost;
@@ -350,9 +360,8 @@ public final class Track {
     private AudioOutput output;
     private int savedOutput;
     private int expectedTimestamp;
-    /** The audio that was in the file already when the source was restored, and its end; in timestamp units. */
-    private int excess;
-    private int excessEnd;
+    /** What was in the file already when the source was restored; null when no packet can be there any more. */
+    private Overlap overlap;
     private long lostBefore;
 
     Source(int ssrc) {
@@ -378,7 +387,7 @@ public final class Track {
     }
 
     private void playAudio(RtpPacket packet) {
-      if (isInExcess(packet)) {
+      if (overlap != null && isInFile(packet)) {
         return;
       }
       if (output != null && output.isOwnedBy(this) && output.channel().rate() == packet.codec().rate()
@@ -396,10 +405,20 @@ public final class Track {
     }
 
     /** Whether the packet is in the file already: a sniffer has sent it again after a restart. */
-    private boolean isInExcess(RtpPacket packet) {
-      int left = excessEnd - packet.timestamp();
-      excess = left > 0 && left <= excess ? excess : 0;
-      return excess > 0;
+    private boolean isInFile(RtpPacket packet) {
+      if (overlap.holds(packet)) {
+        expectedTimestamp = overlap.endTimestamp();
+        return true;
+      }
+      int begun = overlap.begun(packet);
+      if (begun > 0 && output.channel().rewind(begun)) {
+        expectedTimestamp = packet.timestamp();
+      }
+      if (overlap.endsWith(packet)) {
+        overlap = null;
+        output.endOverlap();
+      }
+      return false;
     }
 
     /**
@@ -536,7 +555,7 @@ public final class Track {
       out.writeLong(identity);
       stream.save(out);
       out.writeInt(output != null && output.isOwnedBy(this) ? outputs.indexOf(output) : -1);
-      out.writeInt(expectedTimestamp);
+      out.writeInt(overlap == null ? expectedTimestamp : overlap.knownTimestamp());
       out.writeLong(lostBefore);
       out.writeInt(held.size());
       for (RtpPacket packet : held) {
@@ -555,13 +574,14 @@ public final class Track {
     }
 
     /** Goes on after a restart. The files are open by now. */
-    void resume() {
+    void resume() throws IOException {
       if (savedOutput >= 0) {
         output = outputs.get(savedOutput);
         output.setOwner(this);
-        excess = (int) output.excessMillis() * TICKS;
-        expectedTimestamp += excess;
-        excessEnd = expectedTimestamp;
+        overlap = output.beginOverlap(stream.next(), expectedTimestamp);
+        held.removeIf(overlap::holds);
+        holds = !held.isEmpty();
+        expectedTimestamp = overlap.endTimestamp();
       }
       noteWritten();
     }
@@ -653,6 +673,8 @@ public final class Track {
     if (savedUndecoded >= 0) {
       undecoded = files.pcap(savedUndecoded, fileName);
     }
-    sources.forEach(Source::resume);
+    for (Source source : sources) {
+      source.resume();
+    }
   }
 }

@@ -50,6 +50,8 @@ public final class Recorder extends Service {
   private final Track.Options options;
   private final RtpPacket packet = new RtpPacket();
   private final LookAhead lookAhead;
+  /** Those whose first media came after the state was saved. */
+  private final List<Voice> unsaved = new ArrayList<>();
   private RunningCalls running;
   private OtherShares others;
   private RunningCalls.Loaded restoring;
@@ -120,6 +122,7 @@ public final class Recorder extends Service {
       if (!voice.media(frame, packet, use, time.stamp())) {
         countMalformed(1);
       } else if (voice.takeFirst()) {
+        unsaved.add(voice);
         show(voice.recording);
       }
     }
@@ -148,6 +151,26 @@ public final class Recorder extends Service {
       save();
       logRefused();
       store.disk().submit(listener::tick);
+    }
+  }
+
+  /**
+   * Saves the calls with a file that was begun after the last state: a sniffer that sends seconds of media at once
+   * fills it early, and the next recorder must know its name. A rollback removes it instead.
+   */
+  @Override
+  protected void stepped(Moment now) {
+    if (unsaved.isEmpty() || transport().redelivers()) {
+      return;
+    }
+    List<RunningCalls.Saved> calls = new ArrayList<>();
+    for (Voice voice : unsaved) {
+      if (voice.hasUnknownFile() && recordings.get(voice.recording.call) == voice.recording) {
+        calls.add(voice.recording.save(running, false));
+      }
+    }
+    if (!calls.isEmpty()) {
+      running.save(calls, false, clock.timeOfDay(), transport().position(lastNumber), () -> { }, () -> { });
     }
   }
 
@@ -182,6 +205,7 @@ public final class Recorder extends Service {
 
   private void save(boolean whole) {
     saving = true;
+    unsaved.clear();
     long upTo = lastNumber;
     Transport link = transport();
     byte[] position = link.position(upTo);

@@ -367,6 +367,9 @@ final class Recording {
     boolean whole = all || changedWholly;
     changed = false;
     changedWholly = false;
+    if (stereo != null) {
+      stereo.flush();  // first, because it can find an earlier begin
+    }
     try {
       ByteArrayOutputStream bytes = new ByteArrayOutputStream(USUAL_STATE);
       DataOutputStream out = new DataOutputStream(bytes);
@@ -436,6 +439,8 @@ final class Recording {
     for (Track track : allTracks().toList()) {
       track.resume(files);
     }
+    fromCaller.resumed();
+    fromCallee.resumed();
   }
 
   private Track restore(Direction direction, Track before, DataInputStream in) throws IOException {

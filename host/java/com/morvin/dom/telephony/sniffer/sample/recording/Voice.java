@@ -34,6 +34,8 @@ final class Voice {
   private final long skew;
   private boolean changed;
   private boolean shown;
+  /** Whether the saved state has the file of the track. */
+  private boolean known;
   private Leg leg;
   private int ssrc;
   /** The source of the voice; see {@link com.morvin.dom.telephony.sniffer.sample.transport.Endpoint#key}. */
@@ -72,6 +74,11 @@ final class Voice {
     boolean was = changed;
     changed = false;
     return was;
+  }
+
+  /** Whether a file was begun that no saved state knows: a restart would not find it. */
+  boolean hasUnknownFile() {
+    return !known && track.hasBegun();
   }
 
   /** Whether this is the first call of this method. */
@@ -164,6 +171,8 @@ final class Voice {
   }
 
   void save(DataOutput out) throws IOException {
+    track.flush();
+    known = track.hasBegun();
     out.writeLong(heard);
     out.writeLong(foreign);
   }
@@ -171,6 +180,11 @@ final class Voice {
   void restore(DataInput in) throws IOException {
     heard = in.readLong();
     foreign = in.readLong();
+  }
+
+  /** Notes that a restart has opened the files of the saved state. */
+  void resumed() {
+    known = track.hasBegun();
   }
 
   /** Adds what is known of a direction of another call. */

@@ -25,6 +25,11 @@ public enum Encoding {
     this.inverted = inverted;
   }
 
+  /** Returns a byte of silence. */
+  public byte silence() {
+    return silence;
+  }
+
   /** Returns the sample of each octet. */
   short[] samples() {
     return this == A_LAW ? G711.A_LAW : G711.MU_LAW;

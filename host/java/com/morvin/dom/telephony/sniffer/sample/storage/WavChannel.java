@@ -111,8 +111,18 @@ public final class WavChannel {
     return firstTime;
   }
 
+  /**
+   * Takes back the last samples of a continued file, to which nothing was added yet: others are written in their place.
+   * Returns false when something was.
+   */
+  public boolean rewind(int count) {
+    boolean untouched = block == null;
+    samples -= untouched ? count : 0;
+    return untouched;
+  }
+
   /** Finds the place of the first sample. Samples in the file move when it has turned out to be earlier. */
-  private void place(long pending) {
+  private void place(long pending, boolean moves) {
     if (file.format().channels() == 1 || firstTime == Long.MAX_VALUE) {
       return;
     }
@@ -120,7 +130,7 @@ public final class WavChannel {
     if (!placed && pending > 0) {
       start = Math.max(0, place);
       placed = true;
-    } else if (placed && place >= 0 && place < start) {
+    } else if (placed && moves && place >= 0 && place < start) {
       file.move(number, start, place, samples - pending);
       start = place;
     }
@@ -176,7 +186,7 @@ public final class WavChannel {
   /** Returns the room in the block, which is not 0. */
   private int room() {
     if (block != null && filled == block.length) {
-      file.flush();
+      file.pass();
     }
     if (block == null) {
       block = file.newBlock();
@@ -193,15 +203,19 @@ public final class WavChannel {
       advance((int) bytes);
     } else {
       // The disk thread fills the part between two blocks.
-      file.flush();
+      file.pass();
       samples += length;
     }
   }
 
-  /** Takes the samples that are not passed to the disk thread yet; returns null when there are none. */
-  Piece take() {
+  /**
+   * Takes the samples that are not passed to the disk thread yet; returns null when there are none.
+   *
+   * @param moves whether samples in the file may move
+   */
+  Piece take(boolean moves) {
     long pending = block == null ? 0 : filled / sampleBytes;
-    place(pending);
+    place(pending, moves);
     if (block == null) {
       return null;
     }

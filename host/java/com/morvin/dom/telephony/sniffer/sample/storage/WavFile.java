@@ -27,8 +27,8 @@ public final class WavFile extends StoredFile {
   private static final int CHANNELS = 2;
   /** Approximate memory of a waiting {@link #move}. */
   private static final int MOVE_BYTES = 200;
-  /** The state of the calls is saved every second, so a file hardly holds more than this beyond its saved state. */
-  private static final int MAX_UNSAVED_SECONDS = 10;
+  /** The state of the calls is saved every second, and later only by a recorder that is killed again and again. */
+  private static final int MAX_UNSAVED_SECONDS = 30;
 
   /** The encoding, the sample rate in Hz and the number of channels of a file. */
   public record Format(Encoding encoding, int rate, int channels) {
@@ -72,6 +72,8 @@ public final class WavFile extends StoredFile {
   /** The number of frames on the disk, and by the header. They belong to the disk thread. */
   private long stored;
   private long stated = -1;
+  /** Whether samples have moved. Belongs to the disk thread. */
+  private boolean moved;
 
   /**
    * Makes a new file, or continues an existing one.
@@ -114,15 +116,29 @@ public final class WavFile extends StoredFile {
     return store.blocks().take(format.bytesPerSecond());
   }
 
+  /** Whether there is content: the file is created before all that is queued for the disk from now on. */
+  public boolean hasBegun() {
+    return begun;
+  }
+
   @Override
   public void flush() {
+    flush(true);
+  }
+
+  /** Passes the collected content to the disk thread. No samples move, because the new places are not saved. */
+  void pass() {
+    flush(false);
+  }
+
+  private void flush(boolean moves) {
     if (!begun) {
       channels.forEach(channel -> begin = Math.min(begin, channel.firstTime()));
     }
     List<WavChannel.Piece> pieces = new ArrayList<>(format.channels);
     int bytes = 0;
     for (int i = 0; i < format.channels; i++) {
-      WavChannel.Piece piece = channels.get(i).take();
+      WavChannel.Piece piece = channels.get(i).take(moves);
       if (piece != null) {
         pieces.add(piece);
         bytes += piece.length();
@@ -140,13 +156,14 @@ public final class WavFile extends StoredFile {
    * @param count the number of samples, which follow each other
    */
   void move(int channel, long from, long to, long count) {
-    byte[][] moved = new byte[1][];  // it takes no memory while the job waits
+    byte[][] bytes = new byte[1][];  // it takes no memory while the job waits
     store.disk().submit(MOVE_BYTES, List.of(() -> {
       FileChannel file = open();
-      if (moved[0] == null) {
-        moved[0] = moved(file, channel, from, to, Math.min(count, stored - from));
+      if (bytes[0] == null) {
+        bytes[0] = moved(file, channel, from, to, Math.min(count, stored - from));
       }
-      FileOperations.writeAll(file, ByteBuffer.wrap(moved[0]), format.at(to));
+      FileOperations.writeAll(file, ByteBuffer.wrap(bytes[0]), format.at(to));
+      moved = true;
     }), () -> { });
   }
 
@@ -241,6 +258,9 @@ public final class WavFile extends StoredFile {
     if (frames > stored) {
       fill(open(), frames);
       stored = frames;
+    } else if (moved && taken[0] && taken[1]) {
+      open().truncate(format.at(frames));  // silence in the place of moved samples
+      stored = frames;
     }
     writeHeader(open());
     close();
@@ -289,6 +309,21 @@ public final class WavFile extends StoredFile {
     long end = format.channels == 1 || path() == null ? stored : endOfSound(number, start + samples);
     channel.resume(start, Math.max(samples, end - start));
     return channel;
+  }
+
+  /** Reads octets of a channel of a file that is continued, before anything is added to it. */
+  public byte[] octets(WavChannel channel, long first, int count) throws IOException {
+    byte[] octets = new byte[count];
+    byte[] bytes = new byte[count * format.channels];
+    if (count > 0) {
+      try (FileChannel file = FileChannel.open(path())) {
+        FileOperations.readAll(file, ByteBuffer.wrap(bytes), format.at(channel.start() + first));
+      }
+    }
+    for (int i = 0; i < count; i++) {
+      octets[i] = bytes[format.channels * i + channel.number()];
+    }
+    return octets;
   }
 
   /** Returns the place after the last sound of a channel, to the next millisecond. */
