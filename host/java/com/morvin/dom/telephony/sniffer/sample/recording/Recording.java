@@ -301,12 +301,15 @@ final class Recording {
             Text.printable(call.id()), Text.printable(call.caller()), Text.printable(call.callee()), start, end + skew,
             Text.printable(how), voice(Direction.FROM_CALLER, names), voice(Direction.FROM_CALLEE, names),
             names.stereo().stream().findFirst().map(CallReport.Part::file).orElse(""),
-            names.stereo().stream().skip(1).toList(), List.copyOf(ladder), notes(end, names.stereoMissing()), legs));
+            names.stereo().stream().skip(1).toList(), List.copyOf(ladder), notes(end, names), legs));
   }
 
-  private List<String> notes(long end, boolean stereoMissing) {
+  private List<String> notes(long end, Reports.Names names) {
     List<String> all = new ArrayList<>(notes(end).stream().map(Text::printable).toList());
-    if (stereoMissing) {
+    if (names.removed()) {
+      all.add("the stereo file was removed while the call ran");
+    }
+    if (names.stereoMissing()) {
       all.add((stereo == null ? "no stereo file: it" : "the stereo file is as it was recorded: a better one")
           + " did not fit on the disk, or the recorder was stopped");
     }

@@ -41,8 +41,9 @@ public final class Reports {
    * @param report without its extension
    * @param stereo the files with both directions, in order
    * @param stereoMissing whether there should be such files, or better ones
+   * @param removed whether somebody has removed the file of both voices while the call ran
    */
-  public record Names(String report, List<CallReport.Part> stereo, boolean stereoMissing) {}
+  public record Names(String report, List<CallReport.Part> stereo, boolean stereoMissing, boolean removed) {}
 
   /**
    * Queues the jobs for a call after its media has been passed to the disk thread.
@@ -75,6 +76,7 @@ public final class Reports {
     private final Function<Names, CallReport> report;
     private List<CallReport.Part> stereo = List.of();
     private boolean complete;
+    private boolean removed;
     private Path file;
     private CallReport written;
 
@@ -89,6 +91,10 @@ public final class Reports {
     }
 
     void mix() throws IOException {
+      if (!removed && isCreated(shared) && !shared.path().toFile().exists()) {
+        removed = true;
+        store.console().line(shared.fileName() + " was removed while its call ran");
+      }
       if (hasStereo()) {
         stereo = StereoFile.write(store, name + STEREO, start, isCreated(shared) ? shared : null, left, right);
         complete = true;
@@ -115,7 +121,7 @@ public final class Reports {
         stereo = List.of(StereoFile.whole(shared, start));  // better than none
       }
       String reportName = file.getFileName().toString().replaceFirst("\\.json$", "");
-      CallReport made = report.apply(new Names(reportName, stereo, hasStereo() && !complete));
+      CallReport made = report.apply(new Names(reportName, stereo, hasStereo() && !complete, removed));
       FileOperations.write(file, made.json().getBytes(StandardCharsets.UTF_8));
       store.written(file);
       written = made;

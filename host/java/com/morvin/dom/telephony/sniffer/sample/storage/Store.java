@@ -179,6 +179,11 @@ public final class Store implements AutoCloseable {
     return disk;
   }
 
+  /** Returns where faults are printed. */
+  Console console() {
+    return console;
+  }
+
   /** Returns the files that are held open. They belong to the disk thread. */
   OpenFiles open() {
     return open;
