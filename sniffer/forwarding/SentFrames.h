@@ -13,7 +13,7 @@ namespace voip {
 
 /// Copies of the frames that were sent last, oldest first: a recorder that is lost may not have read them. They are
 /// kept for a limited time and in a limited amount of memory; the oldest are dropped first. The caller passes the
-/// present time. Consumer only.
+/// present time. The lane's thread only.
 class SentFrames {
  public:
   /// Keeps frames for `time`, none when it is 0, in `memory` bytes. Counts in `statistics`, which must outlive the

@@ -21,8 +21,8 @@ import java.util.stream.Stream;
  * from the leg on which its first packet came, as long as packets come there.
  *
  * <p>Anyone can send RTP to the port of a telephone. A source is named when the signalling of the party that speaks has
- * described its address. A named source is recorded at once, and other sources only while no named one sends. An
- * address translation changes the addresses, so behind it no source is named. Then the first source is the voice.
+ * described its address. A named source is recorded at once, and other sources only while no named one sends. With an
+ * address translation (NAT) the signalling describes another address. No source is named, and the first is the voice.
  */
 final class Voice {
   private static final long SILENCE_MILLIS = 500;

@@ -98,7 +98,7 @@ final class PartyMedia {
       agreeToProposal(answer);
       return;
     }
-    // Of several answers to one request, any can be forged.
+    // A request can have several answers. Any of them can be forged, so all are kept.
     agreed = added(agreed.stream().filter(other -> other.cseq == answer.cseq()).toList(),
         new Described(answer.sdp().get(), answer.cseq(), false));
     removeProposal(answer);
