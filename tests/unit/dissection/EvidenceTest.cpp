@@ -29,6 +29,7 @@ struct FlakyConnection : RecordingConnection {
         continue;
       }
       ++attempts;
+      while (holds) std::this_thread::yield();
       frames[i].sent = -1;
       return {i + 1, LinkEvent::kUnreachable};
     }
@@ -40,6 +41,7 @@ struct FlakyConnection : RecordingConnection {
   std::atomic<std::size_t> room = SIZE_MAX;
   std::atomic<int> left = 1 << 30;  ///< number of frames that it still takes
   std::atomic<int> attempts = 0;
+  std::atomic<bool> holds = false;  ///< an attempt to connect does not end
   std::atomic<bool> endsAfterEachFrame = false;  ///< as after a wait for the recorder
 };
 
@@ -259,7 +261,9 @@ TEST_P(Evidence, ChecksTheRestOfAGroupAgainAfterALoss) {
   expectSum();
   // Each attempt to connect may take a second, so all frames after the first are dropped, wherever they wait.
   connection->attempts = 0;
+  connection->holds = true;
   for (std::uint8_t i = 0; i < 100; ++i) capture(sip("1"));
+  connection->holds = false;
   settle();
   EXPECT_LT(connection->attempts, 50);
   expectSum();
