@@ -38,7 +38,7 @@ SngDissector::~SngDissector() {
   ownFanOut_.reset();
   lane_.links().release();
   removeAllRtp();
-  packetQueue_.clearFromConsumer();
+  packetQueue_.clearFromSender();
   dissector_ = nullptr;
 }
 
@@ -105,7 +105,7 @@ void SngDissector::consumePacket() {
   if (!engineHasEnded()) return;
   router_.finish();
   router_.flush();
-  packetQueue_.clearFromConsumer();
+  packetQueue_.clearFromSender();
 }
 
 /// Does the periodic work, then waits for packets. Returns false when there are none.
@@ -172,7 +172,7 @@ void SngDissector::endLanes() {
   } catch (const std::exception& failure) {
     logger().error(std::string("A frame is lost: ") + failure.what());
   }
-  packetQueue_.clearFromConsumer(dropped);
+  packetQueue_.clearFromSender(dropped);
 }
 
 // ---- the end, and figures ----

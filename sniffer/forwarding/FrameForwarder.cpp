@@ -115,7 +115,7 @@ void FrameForwarder::noteLoss() {
 /// Drops the queue and the rest of the group, which would be old when the recorder is back. The rest of the group
 /// counts as if it were still in the queue.
 void FrameForwarder::dropRest(std::size_t from) {
-  waiting_->clearFromConsumer(group_.size() - from);
+  waiting_->clearFromSender(group_.size() - from);
   group_.resize(from);
 }
 

@@ -158,7 +158,7 @@ bool LaneQueue::next(KeptFrame& frame) {
   return true;
 }
 
-void LaneQueue::clearFromConsumer(std::size_t others) {
+void LaneQueue::clearFromSender(std::size_t others) {
   countDiscarded(discard() + others);
 }
 

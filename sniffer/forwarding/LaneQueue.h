@@ -51,7 +51,7 @@ class LaneQueue final : public WaitingFrames {
   /// which are valid until the next takeBatch().
   bool next(KeptFrame& frame);
 
-  void clearFromConsumer(std::size_t others = 0) override;
+  void clearFromSender(std::size_t others = 0) override;
 
   // ---- any thread ----
 

@@ -18,9 +18,9 @@ namespace voip {
 /// Two packets are equal when they differ at most in the fields that routers change: type of service, time to live and
 /// header checksum of IPv4, traffic class, flow label and hop limit of IPv6. The whole packets are compared, so that a
 /// forged packet hides no other one. Packets with link-local addresses are different in different zones. There are two
-/// exceptions when the sender numbers its packets (IPv4, the identification is not 0): of media, only the header and
-/// the first bytes of the payload are compared, which costs less; so are packets that the capture cut off. A whole
-/// packet is no duplicate of a packet that the capture cut off.
+/// exceptions when the sender numbers its packets (IPv4, the identification is not 0): only the header and the first
+/// bytes of the payload are compared, of media because this costs less, and of packets that the capture cut off because
+/// no more is there. A whole packet is no duplicate of a packet that the capture cut off.
 ///
 /// Remembers 64-bit hashes in a table of fixed size: by default 65,536 packets, 50 ms of 1.3 million packets a second.
 class DuplicateFilter {

@@ -222,7 +222,7 @@ void PacketQueue::clear(std::size_t others) {
   dropAll(others);
 }
 
-void PacketQueue::clearFromConsumer(std::size_t others) {
+void PacketQueue::clearFromSender(std::size_t others) {
   const MutexLock held(packetQueueLock_);
   dropAll(others + std::exchange(claimed_, 0));
 }

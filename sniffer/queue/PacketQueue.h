@@ -76,7 +76,7 @@ class PacketQueue final : public WaitingFrames {
 
   /// While the consumer works on a batch, up to 32 frames of the batch are not dropped.
   void clear(std::size_t others = 0) override;
-  void clearFromConsumer(std::size_t others = 0) override;
+  void clearFromSender(std::size_t others = 0) override;
 
   /// Returns the number of waiting frames. Frames of the batch count until the consumer claims them, 32 at a time. Any
   /// thread.

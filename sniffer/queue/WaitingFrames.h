@@ -15,7 +15,7 @@ class WaitingFrames {
   virtual void clear(std::size_t others = 0) = 0;
 
   /// As clear(), but drops the whole batch. Sending thread.
-  virtual void clearFromConsumer(std::size_t others = 0) = 0;
+  virtual void clearFromSender(std::size_t others = 0) = 0;
 
  protected:
   ~WaitingFrames() = default;

@@ -101,12 +101,16 @@ SettingWarning valueWarning(Config& config, const std::string& key, const std::s
   return {key, where + ", " + warning, true};
 }
 
-std::string defaultOf(const SettingKey& key) {
+/// Returns the unit and the range of a number, and the default.
+std::string describeValue(const SettingKey& key) {
   const Settings defaults;
   if (const auto* flag = std::get_if<FlagKey>(&key.value)) {
-    return flag->member != nullptr && defaults.*flag->member ? kYes : kNo;
+    return std::string("; default ") + (flag->member != nullptr && defaults.*flag->member ? kYes : kNo);
   }
-  if (const auto* number = std::get_if<NumberKey>(&key.value)) return std::to_string(defaults.*number->member);
+  if (const auto* number = std::get_if<NumberKey>(&key.value)) {
+    return std::string("; ") + number->unit + ", " + std::to_string(number->least) + " to " +
+           std::to_string(number->most) + ", default " + std::to_string(defaults.*number->member);
+  }
   return {};
 }
 
@@ -206,10 +210,7 @@ Settings parseHostSettings(const std::string& text) {
 std::string describeSettings() {
   std::ostringstream text;
   for (const SettingKey& key : kSettingKeys) {
-    const std::string byDefault = defaultOf(key);
-    text << std::left << std::setw(24) << key.name << key.help;
-    if (!byDefault.empty()) text << "; default " << byDefault;
-    text << "\n";
+    text << std::left << std::setw(24) << key.name << key.help << describeValue(key) << "\n";
   }
   return text.str();
 }

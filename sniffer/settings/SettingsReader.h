@@ -32,7 +32,7 @@ void logSettingWarnings(Config& config, SettingsOrigin origin);
 /// warnings.
 Settings parseHostSettings(const std::string& text);
 
-/// Returns a text with a line for each key: its name, its meaning and its default.
+/// Returns a text with a line for each key: its name, its meaning, unit and range of a number, and the default.
 std::string describeSettings();
 
 }  // namespace voip

@@ -76,7 +76,7 @@ TEST_F(QueueOfALane, KeepsTheOrderOfSignallingAndMediaAndDropsABatch) {
   for (int i = 0; i < 300; ++i) push(i % 7 == 0 ? FrameProtocol::Sip : FrameProtocol::Rtp, 1);
   EXPECT_EQ(take(FrameProtocol::Rtp, 20), 20U);
   EXPECT_FALSE(queue.isIdle());
-  queue.clearFromConsumer(5);
+  queue.clearFromSender(5);
   EXPECT_EQ(statistics.queueDiscarded, 300U - 20 - 4 + 5);
   KeptFrame frame;
   EXPECT_FALSE(queue.next(frame));
