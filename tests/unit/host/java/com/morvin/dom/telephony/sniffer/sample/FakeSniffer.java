@@ -88,7 +88,7 @@ final class FakeSniffer implements Transport {
   private SteadyClock clock;
   private long keepMillis;
   private boolean assumesIpv6;
-  private Track.Options options = new Track.Options(true, false, true);
+  private Track.Options options;
   /** By how much the time of day was set forward. */
   long setForward;
   long lateMillis;
@@ -101,23 +101,33 @@ final class FakeSniffer implements Transport {
   /** Runs the body with a new recorder in a new directory. */
   static void with(Testing.Body<FakeSniffer> body) throws Exception {
     Testing.inDirectory(directory -> {
-      try (FakeSniffer sniffer = new FakeSniffer(directory, Share.ALL)) {
+      try (FakeSniffer sniffer = new FakeSniffer(directory, Share.ALL, new Track.Options(true, false, true))) {
         body.run(sniffer);
         sniffer.shares.forEach(FakeSniffer::close);
       }
     });
   }
 
-  FakeSniffer(Path directory, Share share) throws IOException {
+  private FakeSniffer(Path directory, Share share, Track.Options options) throws IOException {
     this.directory = directory;
     this.share = share;
+    this.options = options;
     start();
   }
 
   /** Adds a recorder with a share of the calls. */
   FakeSniffer addShare(int number, int count) throws IOException {
+    return add(new Share(number, count), options);
+  }
+
+  /** Adds a recorder that keeps no file for each voice. */
+  FakeSniffer addOneFile() throws IOException {
+    return add(Share.ALL, new Track.Options(true, false, false));
+  }
+
+  private FakeSniffer add(Share part, Track.Options how) throws IOException {
     Path folder = Files.createDirectory(directory.resolve("share-" + shares.size()));
-    FakeSniffer other = new FakeSniffer(folder, new Share(number, count));
+    FakeSniffer other = new FakeSniffer(folder, part, how);
     shares.add(other);
     return other;
   }

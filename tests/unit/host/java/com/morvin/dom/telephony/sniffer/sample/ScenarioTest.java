@@ -55,7 +55,7 @@ final class ScenarioTest {
   private boolean joined;
   /** Cases with these steps do not run with a second recorder, which these do not reach. */
   private static final Pattern ALONE =
-      Pattern.compile("(?m)^(disk small|command-fails|forgets|misses|redelivers|removes|erase|option|sniffer 2)");
+      Pattern.compile("(?m)^(disk small|command-fails|forgets|misses|redelivers|removes|erase|option)");
 
   void testSip() throws Exception { runAll("sip.txt"); }
 
@@ -174,7 +174,7 @@ final class ScenarioTest {
         Iterator<String> lines = repeated(ipv6 ? overIpv6(one) : one).lines().iterator();
         String name = lines.next();
         if (joined) {
-          fake.addShare(1, 1).option("no-mono");
+          fake.addOneFile();
         }
         groups = divided ? List.of(divide(2, false), divide(3, false), divide(7, false), divide(3, true)) : List.of();
         while (lines.hasNext()) {
