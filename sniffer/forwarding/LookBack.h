@@ -18,8 +18,8 @@ struct LookBack {
   /// for the longer of both times, unless `resend` is 0: it is little, and a recorder that hangs can leave it unread
   /// for long. Counts in `statistics`, which must outlive the object.
   ///
-  /// What was sent again is kept again, since no recorder has had it for `resend`. A frame ends this for a recorder that
-  /// is lost again and again when it was first sent `time` and `resend` ago: it may be what makes the recorder crash.
+  /// What was sent again is kept again, since no recorder has had it for `resend`. When a recorder is lost again and
+  /// again, this ends for a frame `time` and `resend` after its first sending: it may be what makes the recorder crash.
   LookBack(Instant time, Instant resend, std::size_t memory, Statistics& statistics)
       : media(time, memory, statistics),
         signalling(time, memory / 2, statistics),

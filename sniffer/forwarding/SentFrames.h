@@ -16,8 +16,8 @@ namespace voip {
 /// present time. The lane's thread only.
 class SentFrames {
  public:
-  /// Keeps frames for `time`, none when it is 0, in `memory` bytes. A frame that was first sent longer than `age` before
-  /// the last one is not passed on again. Counts in `statistics`, which must outlive the object.
+  /// Keeps frames for `time`, none when it is 0, in `memory` bytes. A frame that was first sent more than `age` before
+  /// the last one is not passed on. Counts in `statistics`, which must outlive the object.
   SentFrames(Instant time, Instant age, std::size_t memory, Statistics& statistics);
   SentFrames(const SentFrames&) = delete;
   SentFrames& operator=(const SentFrames&) = delete;

@@ -41,7 +41,7 @@ struct FlakyConnection : RecordingConnection {
   std::atomic<std::size_t> room = SIZE_MAX;
   std::atomic<int> left = 1 << 30;  ///< number of frames that it still takes
   std::atomic<int> attempts = 0;
-  std::atomic<bool> holds = false;  ///< an attempt to connect does not end
+  std::atomic<bool> holds = false;               ///< an attempt to connect does not end
   std::atomic<bool> endsAfterEachFrame = false;  ///< as after a wait for the recorder
 };
 
