@@ -10,10 +10,12 @@
 #include <iostream>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "Diagnosis.h"
 #include "FilterCheck.h"
 #include "base/HostText.h"
+#include "settings/MoreRecorders.h"
 #include "settings/SettingsReader.h"
 
 using namespace voip;
@@ -75,7 +77,18 @@ void addFilterError(const Sniffer& engine, int status, ErrorList& errors) {
   }
 }
 
+/// Returns the addresses of the recorders, without ports.
+std::vector<std::string> recorderHosts(const Sniffer& engine) {
+  std::vector<std::string> hosts{engine.getServerNameMedia()};
+  for (const auto& one : readMoreRecorders(engine.getSettings().moreRecorders).addresses) hosts.push_back(one.host);
+  return hosts;
+}
+
 void addRecorderErrors(const Sniffer& engine, ErrorList& errors) {
+  for (const std::string& host : recorderHosts(engine)) {
+    if (!lacksDevice(host)) continue;
+    errors.add("the recorder's address " + host + " is link-local: write its device, too, as in " + host + "%eth0");
+  }
   const std::string name = engine.getServerNameMedia();
   if (!isHost(name)) {
     errors.add("the recorder's address is \"" + name +
@@ -96,6 +109,11 @@ void printWarning(const std::string& text) {
 }
 
 void printRecorderWarnings(const Sniffer& engine) {
+  for (const std::string& host : recorderHosts(engine)) {
+    if (!isAnyHost(host)) continue;
+    printWarning("the recorder's address " + host + " is where a recorder can listen, not where it is reached: write " +
+                 (host == "0.0.0.0" ? "127.0.0.1" : "::1") + " for this machine, or the address of another one");
+  }
   for (const std::string& warning : engine.findRepeatedRecorders()) printWarning(warning + "; remove it");
 }
 

@@ -21,6 +21,20 @@ inline bool isHost(const std::string& text) {
   return inet_pton(AF_INET, text.c_str(), &ignored) == 1 || isIpv6Host(text);
 }
 
+/// Returns true for the text of an address that stands for all addresses of a machine: "0.0.0.0", "::".
+inline bool isAnyHost(const std::string& text) {
+  in_addr ipv4;
+  in6_addr ipv6;
+  if (inet_pton(AF_INET, text.c_str(), &ipv4) == 1) return ipv4.s_addr == INADDR_ANY;
+  return inet_pton(AF_INET6, text.c_str(), &ipv6) == 1 && IN6_IS_ADDR_UNSPECIFIED(&ipv6);
+}
+
+/// Returns true for the text of a link-local IPv6 address without its device, which leads nowhere.
+inline bool lacksDevice(const std::string& text) {
+  in6_addr address;
+  return inet_pton(AF_INET6, text.c_str(), &address) == 1 && IN6_IS_ADDR_LINKLOCAL(&address);
+}
+
 /// Returns "10.1.2.3:6000" or "[2001:db8::1]:6000".
 inline std::string hostAndPort(const std::string& host, int port) {
   return (host.find(':') == std::string::npos ? host : "[" + host + "]") + ":" + std::to_string(port);

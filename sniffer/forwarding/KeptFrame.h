@@ -9,14 +9,15 @@
 
 namespace voip {
 
+/// A time of the monotonic clock, or a duration.
+using Instant = std::chrono::milliseconds;
+
 /// A frame for the recorder with its capture time. Does not own the bytes.
 struct KeptFrame {
   CaptureStamp stamp;
   std::span<std::uint8_t> frame;  ///< the header and the payload
+  Instant firstSent{0};           ///< when its first sending began; 0: not sent yet
 };
-
-/// A time of the monotonic clock, or a duration.
-using Instant = std::chrono::milliseconds;
 
 /// Returns the time of the monotonic clock, precise to a few milliseconds. The coarse clock is used because it is read
 /// for each kept frame. Any thread.

@@ -39,7 +39,8 @@ void KeptMedia::keep(const KeptFrame& kept, std::size_t reserved) {
 KeptMedia::Newest KeptMedia::append(const KeptFrame& kept, std::size_t reserved) {
   std::uint8_t* start = allocate(PageBlock::aligned(sizeof(Record) + kept.frame.size()), reserved);
   newestKept_ = monotonicNow();
-  auto* record = new (start) Record{nullptr, 0, newestKept_, kept.stamp, static_cast<std::uint32_t>(kept.frame.size())};
+  const auto length = static_cast<std::uint32_t>(kept.frame.size());
+  auto* record = new (start) Record{nullptr, 0, newestKept_, kept.stamp, kept.firstSent, length};
   std::memcpy(record->frame(), kept.frame.data(), kept.frame.size());
   ++blocks_.back().waiting;
   statistics_.lookBackWaiting.add();
@@ -157,7 +158,7 @@ std::span<const KeptFrame> KeptMedia::peekRecalled(std::size_t atMost) {
   for (const Newest& one : recalled_) {
     // Frames that were put back come first, although others are older by number and may have been dropped.
     if (peeked_.size() == atMost || !isKept(one.number)) break;
-    peeked_.push_back({one.record->stamp, {one.record->frame(), one.record->length}});
+    peeked_.push_back({one.record->stamp, {one.record->frame(), one.record->length}, one.record->firstSent});
   }
   return peeked_;
 }

@@ -72,6 +72,7 @@ class KeptMedia {
     std::uint64_t previousNumber;  ///< its number, 0 for none; it may have been dropped
     Instant kept;                  ///< when the frame was kept
     CaptureStamp stamp;
+    Instant firstSent;     ///< as in KeptFrame
     std::uint32_t length;  ///< bytes of the frame
 
     std::uint8_t* frame() { return reinterpret_cast<std::uint8_t*>(this + 1); }

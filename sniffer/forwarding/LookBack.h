@@ -17,11 +17,14 @@ struct LookBack {
   /// Keeps frames for `time`, and media that was sent for `resend`, in `memory` bytes. Signalling that was sent is kept
   /// for the longer of both times, unless `resend` is 0: it is little, and a recorder that hangs can leave it unread
   /// for long. Counts in `statistics`, which must outlive the object.
+  ///
+  /// What was sent again is kept again, since no recorder has had it for `resend`. When a recorder is lost again and
+  /// again, this ends for a frame `time` and `resend` after its first sending: it may be what makes the recorder crash.
   LookBack(Instant time, Instant resend, std::size_t memory, Statistics& statistics)
       : media(time, memory, statistics),
         signalling(time, memory / 2, statistics),
-        sentMedia_(resend, memory / 4, statistics),
-        sentSignalling_(resend.count() > 0 ? std::max(time, resend) : resend, memory / 4, statistics),
+        sentMedia_(resend, time + resend, memory / 4, statistics),
+        sentSignalling_(resend.count() > 0 ? std::max(time, resend) : resend, time + resend, memory / 4, statistics),
         statistics_(statistics) {}
 
   /// Each keeps a copy of a frame. Throws std::bad_alloc.

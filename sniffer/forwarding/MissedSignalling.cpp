@@ -17,7 +17,7 @@ void MissedSignalling::keep(const KeptFrame& kept, Instant now) {
 }
 
 void MissedSignalling::add(std::deque<Missed>& frames, const KeptFrame& kept, Instant now) {
-  frames.push_back({now, kept.stamp, {kept.frame.begin(), kept.frame.end()}});
+  frames.push_back({now, kept.stamp, {kept.frame.begin(), kept.frame.end()}, kept.firstSent});
   size_ += kept.frame.size() + kOverhead;
   statistics_.lookBackWaiting.add();
 }
@@ -41,7 +41,7 @@ void MissedSignalling::limitMemory() {
 
 KeptFrame MissedSignalling::front() {
   Missed& oldest = frames_.front();
-  return {oldest.stamp, oldest.frame};
+  return {oldest.stamp, oldest.frame, oldest.firstSent};
 }
 
 void MissedSignalling::pop() {

@@ -57,6 +57,7 @@ class MissedSignalling {
     Instant kept;  ///< when the frame was kept
     CaptureStamp stamp;
     std::vector<std::uint8_t> frame;
+    Instant firstSent;  ///< as in KeptFrame
   };
 
   void add(std::deque<Missed>& frames, const KeptFrame& kept, Instant now);

@@ -6,14 +6,15 @@
 
 namespace voip {
 
-SentFrames::SentFrames(Instant time, std::size_t memory, Statistics& statistics)
-    : time_(time), memory_(std::max(memory, 2 * kBlockSize)), statistics_(statistics) {}
+SentFrames::SentFrames(Instant time, Instant age, std::size_t memory, Statistics& statistics)
+    : time_(time), age_(age), memory_(std::max(memory, 2 * kBlockSize)), statistics_(statistics) {}
 
 void SentFrames::keep(const KeptFrame& kept, Instant now) {
   const std::size_t size = sizeOf(kept.frame.size());
   Block& block = blockFor(size, now);
   auto* record = reinterpret_cast<Record*>(block.memory->take(size));
-  *record = {now, kept.stamp, static_cast<std::uint32_t>(kept.frame.size())};
+  const Instant firstSent = kept.firstSent == Instant(0) ? now : kept.firstSent;
+  *record = {now, firstSent, kept.stamp, static_cast<std::uint32_t>(kept.frame.size())};
   std::memcpy(record->frame(), kept.frame.data(), kept.frame.size());
   block.newest = now;
   ++block.frames;

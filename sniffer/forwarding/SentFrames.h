@@ -16,9 +16,9 @@ namespace voip {
 /// present time. The lane's thread only.
 class SentFrames {
  public:
-  /// Keeps frames for `time`, none when it is 0, in `memory` bytes. Counts in `statistics`, which must outlive the
-  /// object.
-  SentFrames(Instant time, std::size_t memory, Statistics& statistics);
+  /// Keeps frames for `time`, none when it is 0, in `memory` bytes. A frame that was first sent more than `age` before
+  /// the last one is not passed on. Counts in `statistics`, which must outlive the object.
+  SentFrames(Instant time, Instant age, std::size_t memory, Statistics& statistics);
   SentFrames(const SentFrames&) = delete;
   SentFrames& operator=(const SentFrames&) = delete;
 
@@ -35,16 +35,19 @@ class SentFrames {
   /// Drops expired frames. To be called regularly.
   void expire(Instant now);
 
-  /// Removes all frames. Passes on those that were sent within the time before the last one; `take` gets each as a
-  /// KeptFrame, which is valid during the call. If it throws, the other frames stay.
+  /// Removes all frames. Passes on those that were sent within the time before the last one, unless they are too old;
+  /// `take` gets each as a KeptFrame, which is valid during the call. If it throws, the other frames stay.
   template <typename Take>
   void takeAll(Take take) {
     const Instant oldest = newest() - time_;
+    const Instant firstSent = newest() - age_;
     for (; !blocks_.empty(); dropOldestBlock()) {
       PageBlock& memory = *blocks_.front().memory;
       for (std::uint8_t* at = memory.begin(); at != memory.end();) {
         auto& record = *reinterpret_cast<Record*>(at);
-        if (record.sent >= oldest) take(KeptFrame{record.stamp, {record.frame(), record.length}});
+        if (record.sent >= oldest && record.firstSent >= firstSent) {
+          take(KeptFrame{record.stamp, {record.frame(), record.length}, record.firstSent});
+        }
         at += sizeOf(record.length);
       }
     }
@@ -54,6 +57,7 @@ class SentFrames {
   /// A frame, whose bytes follow the record.
   struct Record {
     Instant sent;
+    Instant firstSent;  ///< on an earlier connection, if it was sent again
     CaptureStamp stamp;
     std::uint32_t length;  ///< bytes of the frame
 
@@ -74,6 +78,7 @@ class SentFrames {
   void dropOldestBlock();
 
   const Instant time_;
+  const Instant age_;
   const std::size_t memory_;  ///< bytes
   Statistics& statistics_;
   BlockPool pool_{kBlockSize, kMaxSpare};

@@ -25,6 +25,11 @@ std::uint8_t versionOf(Octets packet) {
   return packet[0] >> 4;
 }
 
+/// Returns the length field of a packet with this header and payload. That of IPv6 does not count the header.
+std::size_t lengthField(Octets header, std::size_t payload) {
+  return versionOf(header) == 6 ? payload : header.size() + payload;
+}
+
 /// Returns false when the datagram is UDP with a wrong checksum (RFC 768). Accepts a checksum that was not computed: 0,
 /// when the sender omits it, and the sum of the pseudo header, when the packet was captured before the network card
 /// computed it.
@@ -56,8 +61,8 @@ bool hasRightChecksum(Octets packet) {
 }  // namespace
 
 bool FragmentReassembler::Partial::isWhole() const {
-  return total > 0 && headerLength > 0 && blocks == (total + kBlock - 1) / kBlock &&
-         headerLength + total <= kMaxPayload;
+  if (total == 0 || headerLength == 0 || blocks != (total + kBlock - 1) / kBlock) return false;
+  return lengthField(Octets(bytes).subspan(kMaxHeader - headerLength, headerLength), total) <= kMaxLength;
 }
 
 std::uint64_t FragmentReassembler::hashOf(const Key& key) const {
@@ -112,7 +117,7 @@ std::optional<FragmentReassembler::Datagram> FragmentReassembler::add(const Frag
   expire(now);
   const std::size_t length = fragment.payload.size();
   if (length == 0 || fragment.isCut || (!fragment.isLast && length % kBlock != 0) ||
-      fragment.header.size() + fragment.offset + length > kMaxPayload) {
+      lengthField(fragment.header, fragment.offset + length) > kMaxLength) {
     counters_.count(NetworkCount::kFragmentsMalformed);
     return {};
   }

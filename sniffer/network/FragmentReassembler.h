@@ -54,7 +54,7 @@ class FragmentReassembler {
  private:
   static constexpr std::size_t kBlock = 8;  // the unit of fragment offsets
   static constexpr std::size_t kMaxHeader = 60;
-  static constexpr std::size_t kMaxPayload = 65535;
+  static constexpr std::size_t kMaxLength = 65535;  // in the header
 
   struct Key {
     IpAddress source, destination;
@@ -75,7 +75,7 @@ class FragmentReassembler {
 
   struct Partial {
     std::vector<std::uint8_t> bytes;  ///< kMaxHeader bytes that end with the header, then the payload
-    std::bitset<kMaxPayload / kBlock + 1> present;
+    std::bitset<kMaxLength / kBlock + 1> present;
     std::size_t blocks = 0;        ///< number of those that are present
     std::size_t end = 0;           ///< of the present part of the payload
     std::size_t total = 0;         ///< of the payload; 0 while the last fragment is missing

@@ -191,6 +191,9 @@ std::vector<SettingWarning> findSettingWarnings(Config& config, SettingsOrigin o
   const Settings settings = readSettings(config);
   if (settings.resendLast > 0 && settings.lookBack == 0) {
     all.push_back({"ResendLast", "ResendLast does nothing without LookBack", false});
+  } else if (settings.resendLast > 0 && strncasecmp(config.getProperty("ServerProtocol").c_str(), "UDP", 3) == 0) {
+    all.push_back(
+        {"ResendLast", "ResendLast does nothing for the recorder of ServerName, which is reached over UDP", false});
   }
   return all;
 }

@@ -2,6 +2,7 @@
 says how many of them the recordings lack or have twice.
 
     test_cluster.py                  calls through one broker
+    test_cluster.py Standby          a second recorder of a queue takes over in the middle of calls
     test_cluster.py TwoRecorders     without a broker: one sniffer, two recorders
     test_cluster.py ThreeNodes       a broker of three nodes, each of them killed; takes a minute
 """
@@ -327,6 +328,9 @@ class Cluster(unittest.TestCase):
         for call in self.calls:
             call.talk(self.media)
 
+    def talk_until(self, name, pattern):
+        wait_for(f"{name}: {pattern}", lambda: time.sleep(0.2) or self.talk() or self.said(name, pattern))
+
     def settle(self):
         """Waits until all that was sent is recorded."""
         wait_for("all audio", lambda: all(self.audio(call) == 2 * call.samples() for call in self.calls))
@@ -375,6 +379,7 @@ class OneBroker(Cluster):
         self.assertEqual(set(self.said("front", r"\d+ lost because")), {"0 lost because"})
         self.outgrow_the_buffer()
         done.append(("a share is added", self.a_share_is_added()))
+        done.append(("a share is removed", self.a_share_is_removed()))
         homes = self.judge(*done)
         self.assertNotIn("r3", homes["a recorder is added"][:12])
         self.assertEqual(set(homes["a recorder is added"]), {"r1", "r2", "r3"})
@@ -421,7 +426,15 @@ class OneBroker(Cluster):
             self.broker("start", 0)
 
     def the_front_is_killed(self):
-        """The broker has confirmed nothing for a while. The calls go on when the front asks the sniffer for them."""
+        """The broker has confirmed nothing for a while, and the front could not write before. The calls go on when the
+        front asks the sniffer for them."""
+        spool, aside = self.folder / "spool", self.folder / "aside"
+        spool.rename(aside)
+        spool.touch()
+        self.talk_until("front", "frames cannot be kept")
+        spool.unlink()
+        aside.rename(spool)
+        self.talk_until("front", "frames are kept again")
         self.settle()
         os.kill(self.pid(), signal.SIGSTOP)
         before = self.logged()
@@ -510,39 +523,50 @@ class OneBroker(Cluster):
 
     def a_share_is_added(self):
         """Each call is in the share of one leg. Other legs begin at once, or after a restart. Calls go on meanwhile."""
-        shares = {number: self.share(number, 2) for number in (1, 2)}
-        self.media = self.signalling = Each(*shares.values())
-        self.calls = self.begin(range(240, 256), managed=True)
+        self.shares = {number: self.share(number, f"{number}/2") for number in (1, 2)}
+        self.media = self.signalling = Each(*self.shares.values())
+        self.calls = before = self.begin(range(240, 256), managed=True)
         for call in self.calls[::2]:
             call.connect(self.signalling)
         for _ in range(2):
             self.talk()  # for two seconds
         self.settle()
-        shares[2] = self.restart_share(2, 2)
-        self.media = self.signalling = Each(*shares.values())
+        self.restart_shares({2: "2/2"})
         for call in self.calls[1::2]:
             call.connect(self.signalling)
         self.talk()
         self.settle()
-        shares[3] = self.share(3, 3)
-        shares |= {number: self.restart_share(number, 3) for number in (1, 2)}
-        self.media = self.signalling = Each(*shares.values())
-        self.calls += self.begin(range(213, 229))
+        self.shares[3] = self.share(3, "3/3")
+        self.restart_shares({1: "1/3", 2: "2/3"})
+        self.calls = before + self.begin(range(213, 229))
         self.talk()
-        self.hang_up()
         for number in (1, 2):
             self.assertTrue(self.said(f"share{number}", "belongs to a call of another share"))
-        return self.calls
+        return before
 
-    def share(self, number, count):
+    def a_share_is_removed(self):
+        """The last share keeps its calls, and takes no new ones."""
+        begun = self.calls[16:]
+        self.settle()
+        self.restart_shares({1: "1/2", 2: "2/2", 3: "0/2"})
+        later = self.begin(range(181, 197))
+        self.calls = self.calls + later
+        for _ in range(2):
+            self.talk()
+        self.assertFalse(any(self.shares[3].asks(end) for call in later for end in call.ends))
+        self.hang_up()
+        return begun + later
+
+    def share(self, number, share):
         spool = str(self.folder / f"spool{number}")
-        share = ("--share", f"{number}/{count}", "--spool", spool)
-        return self.front(f"share{number}", *share, port=PORT + 2 + number)
+        return self.front(f"share{number}", "--share", share, "--spool", spool, port=PORT + 2 + number)
 
-    def restart_share(self, number, count):
-        with self.news(f"share{number}", "going on with [1-9]"):
-            self.end(f"share{number}")
-            return self.share(number, count)
+    def restart_shares(self, shares):
+        for number, share in shares.items():
+            with self.news(f"share{number}", "going on with [1-9]"):
+                self.end(f"share{number}")
+                self.shares[number] = self.share(number, share)
+        self.media = self.signalling = Each(*self.shares.values())
 
     def test_what_is_missing_is_named(self):
         shutil.copy(JAR, self.folder)
@@ -552,6 +576,41 @@ class OneBroker(Cluster):
         )
         self.assertEqual(run.returncode, 1)
         self.assertIn("librabbitmq-client-java", run.stderr)
+
+
+class Standby(Cluster):
+    def test_it_takes_over(self):
+        """It has a folder of its own, and waits for the repetition of the signalling, which takes half a minute."""
+        self.addCleanup(self.broker, "stop")
+        self.broker("start", 1)
+        self.sniff(self.front("front", *self.spool))
+        for number in (1, 2):
+            self.start(f"r{number}", "--consume", self.address, "--queue", "voip-recorder-1", "--mono")
+            self.hears(f"r{number}", "consuming")
+        self.calls = self.begin(range(1, 13))
+        self.talk()
+        self.settle()
+        wait_for("acknowledgements", lambda: sum(self.waiting().values()) == 0)
+        self.end("r1", signal.SIGKILL)
+        while not all(self.audio(call, "r2") for call in self.calls):
+            self.assertLess(self.calls[0].sent, 120 * PHASE)
+            time.sleep(1)
+            self.talk()
+        self.talk()
+        wait_for("the rest", lambda: all(self.audio(call, "r2") % (2 * PHASE * OCTETS) == 0 for call in self.calls))
+        for call in self.calls:
+            call.end(self.signalling)
+        wait_for("the table", lambda: all(self.rows(call) for call in self.calls))
+        lost = 0
+        for call in self.calls:
+            for side, direction in enumerate(("caller", "callee")):
+                parts = [
+                    {*compare(self.folder.glob(f"r{number}/*-a{call.number}-b*-from-{direction}*.wav"),
+                              call.number, side, call.place)[0].elements()} for number in (1, 2)]
+                self.assertEqual(parts[0], {*range(PHASE)})
+                self.assertEqual(parts[1], {*range(min(parts[1]), call.sent)})
+                lost += min(parts[1]) - PHASE
+        print(f"a standby takes over: {lost} of {sum(2 * call.sent for call in self.calls)} packets lost", flush=True)
 
 
 class TwoRecorders(Cluster):

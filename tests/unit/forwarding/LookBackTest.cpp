@@ -159,6 +159,33 @@ TEST(LookBack, PutsBackOnlyWhatWasSentLast) {
   EXPECT_EQ(statistics.resent, 3U);
 }
 
+// A frame is on five connections, then it may be the reason for the losses.
+TEST(LookBack, DoesNotSendAgainForever) {
+  Statistics statistics;
+  LookBack lookBack(Instant(2'000), Instant(1'000), 1 << 20, statistics);
+  const Instant start = monotonicNow();
+  for (std::uint8_t connection = 0; connection < 9; ++connection) {
+    Bytes message = frameOf(FrameProtocol::Sip, 20), packet = frameOf(FrameProtocol::Rtp, 20);
+    message.back() = packet.back() = connection;
+    lookBack.keepSignalling({{}, message});
+    lookBack.keepMedia({{}, packet});
+    ASSERT_TRUE(lookBack.media.beginRecall(kDestination));
+    const auto packets = lookBack.media.peekRecalled(100);
+    ASSERT_EQ(packets.size(), std::min<std::size_t>(connection + 1, 5));
+    for (std::size_t i = 0; i < packets.size(); ++i) {
+      EXPECT_EQ(packets[i].frame.back(), connection + 1 - packets.size() + i);
+      EXPECT_EQ(lookBack.signalling.front().frame.back(), packets[i].frame.back());
+      for (const KeptFrame& kept : {lookBack.signalling.front(), packets[i]}) {
+        lookBack.keepSent(kept, start + Instant(800) * connection);
+      }
+      lookBack.signalling.pop();
+    }
+    EXPECT_TRUE(lookBack.signalling.empty());
+    lookBack.media.popRecalled(packets.size());
+    lookBack.putBackSent();
+  }
+}
+
 TEST(MissedSignalling, LimitsTimeAndMemoryAndIsDueAgainAfterAPause) {
   Statistics statistics;
   MissedSignalling missed(Instant(5'000), 10'000, statistics);

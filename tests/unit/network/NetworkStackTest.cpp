@@ -207,6 +207,14 @@ TEST(NetworkStack, PutsIpv6FragmentsTogether) {
     EXPECT_EQ(stack.sink.counts[one.counted], one.times) << one.what;
     EXPECT_EQ(stack.sink.counts[kFragmentsHeld] + one.datagrams, one.fragments.size()) << one.what;
   }
+  // The length of an IPv6 packet does not count its header.
+  for (const std::size_t size : {65'535, 65'536}) {
+    const Bytes longest = udp(5000, zeros(size - 8));
+    Stack stack({.reassembleFragments = true, .ipv6 = true});
+    for (const Bytes& fragment : {pieceOf(longest, 32'768, size), pieceOf(longest, 0, 32'768)}) stack.take(fragment);
+    EXPECT_EQ(stack.sink.items, size == 65'535 ? Items{std::string(size - 8, '\0')} : Items{});
+    EXPECT_EQ(stack.sink.counts[kFragmentsMalformed], size - 65'535);
+  }
   // Without the option, the first fragment is taken for the whole datagram.
   Stack stack({.ipv6 = true});
   for (const Bytes& fragment : {piece(0, 32), piece(32, 88)}) stack.take(fragment);

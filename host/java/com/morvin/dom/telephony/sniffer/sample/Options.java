@@ -304,12 +304,27 @@ final class Options {
     try {
       URI uri = new URI(value);
       if (uri.getHost() != null && List.of("amqp", "amqps").contains(uri.getScheme())) {
+        checkVirtualHost(option, uri);
         return uri;
       }
     } catch (URISyntaxException e) {
       // Reported below.
     }
     throw new UsageException(option + " needs an address like amqp://USER@HOST:5672/VHOST");
+  }
+
+  /** No broker has a virtual host without a name: a client would try again for ever. */
+  private static void checkVirtualHost(String option, URI broker) throws UsageException {
+    String path = broker.getRawPath();
+    String address = broker.getScheme() + "://" + broker.getHost();
+    if (path.equals("/")) {
+      throw new UsageException(option + " ends with /, which is a virtual host without a name: write " + address
+          + " or " + address + "/%2F for the virtual host /");
+    }
+    if (path.lastIndexOf('/') > 0) {
+      throw new UsageException(option + " has several / after the host: write %2F for those of the virtual host, as in "
+          + address + "/" + path.substring(1).replace("/", "%2F"));
+    }
   }
 
   private static Path path(String option, String value) throws UsageException {

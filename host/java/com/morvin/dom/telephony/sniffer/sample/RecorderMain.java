@@ -19,6 +19,7 @@ import com.morvin.dom.telephony.sniffer.sample.transport.UdpTransport;
 import java.io.IOException;
 import java.net.BindException;
 import java.nio.charset.StandardCharsets;
+import java.nio.file.FileSystemException;
 import java.nio.file.Files;
 import java.nio.file.Path;
 import java.time.InstantSource;
@@ -81,7 +82,8 @@ public final class RecorderMain {
       return 2;
     } catch (IOException | UnsatisfiedLinkError e) {
       String what = e instanceof BindException ? "cannot listen there: " : "";
-      System.err.println("voip-sniffer: " + what + e.getMessage());
+      System.err.println("voip-sniffer: " + what
+          + (e instanceof FileSystemException file ? Text.reason(file) : e.getMessage()));
       return 1;
     } catch (InterruptedException e) {
       return 1;

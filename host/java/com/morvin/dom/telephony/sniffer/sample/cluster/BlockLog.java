@@ -28,16 +28,19 @@ final class BlockLog implements AutoCloseable {
   private static final long SEGMENT_MILLIS = 500;
   private static final int MAX_BLOCK = 1 << 20;
 
-  /** A file with blocks that were read up to a time. */
-  private record Segment(Path file, long until) {}
+  /** A file with blocks that were read up to a time, and its length. */
+  private record Segment(Path file, long until, long bytes) {}
 
   private final Path directory;
   private final long maxBytes;
   private final Deque<Segment> segments = new ArrayDeque<>();
+  /** The file that is written; null when the next block begins another one. */
   private FileChannel current;
   private Path file;
+  private long length;
   private long began;
   private long number;
+  /** The length of all files. */
   private long bytes;
 
   BlockLog(Path directory, long maxBytes) {
@@ -54,7 +57,7 @@ final class BlockLog implements AutoCloseable {
     List<FrameBlock> blocks = new ArrayList<>();
     for (Path one : files) {
       read(one, clock.skew(), blocks);
-      segments.add(new Segment(one, clock.millis()));
+      segments.add(new Segment(one, clock.millis(), Files.size(one)));
       bytes += Files.size(one);
       number = Long.parseLong(one.getFileName().toString().replaceAll("\\D", ""));
     }
@@ -76,52 +79,69 @@ final class BlockLog implements AutoCloseable {
     }
   }
 
-  /** Appends a block that was read now. */
+  /** Appends a block that was read now. After a failure the next block begins another file. */
   synchronized void append(FrameBlock block, long now) throws IOException {
-    if (current == null || now - began >= SEGMENT_MILLIS) {
+    if (now - began >= SEGMENT_MILLIS) {
+      end(now);
+    }
+    if (current == null) {
       begin(now);
     }
     ByteBuffer header = ByteBuffer.allocate(Integer.BYTES + Long.BYTES).putInt(block.length())
         .putLong(System.currentTimeMillis()).flip();
     ByteBuffer[] record = {header, ByteBuffer.wrap(block.bytes(), block.from(), block.length())};
-    while (record[1].hasRemaining()) {
-      bytes += current.write(record);
+    try {
+      while (record[1].hasRemaining()) {
+        current.write(record);
+      }
+    } catch (IOException e) {
+      end(now);  // the disk is full; a part of a block can only be the end of a file
+      throw e;
     }
+    length += header.capacity() + block.length();
+    bytes += header.capacity() + block.length();
     while (bytes > maxBytes && !segments.isEmpty()) {
-      remove(segments.remove());
+      removeOldest();
     }
   }
 
   private void begin(long now) throws IOException {
-    close();
-    if (file != null) {
-      segments.add(new Segment(file, now));
-    }
     file = directory.resolve(String.format("%018d", ++number) + SUFFIX);
     current = FileOperations.open(file, StandardOpenOption.CREATE, StandardOpenOption.WRITE,
         StandardOpenOption.TRUNCATE_EXISTING);
+    length = 0;
     began = now;
   }
 
-  private void remove(Segment segment) throws IOException {
-    bytes -= Files.size(segment.file);
-    Files.deleteIfExists(segment.file);
+  /** Ends the file that is written. Without a whole block it is removed. */
+  private void end(long now) throws IOException {
+    if (current == null) {
+      return;
+    }
+    close();
+    if (length > 0) {
+      segments.add(new Segment(file, now, length));
+    } else {
+      Files.deleteIfExists(file);
+    }
+  }
+
+  private void removeOldest() throws IOException {
+    Files.deleteIfExists(segments.element().file);
+    bytes -= segments.remove().bytes;
   }
 
   /** Removes the blocks that were read up to a time. */
   synchronized void release(long upTo) throws IOException {
     while (!segments.isEmpty() && segments.peek().until <= upTo) {
-      remove(segments.remove());
+      removeOldest();
     }
   }
 
   /** Removes all blocks. */
   synchronized void clear() throws IOException {
-    close();
+    end(Long.MAX_VALUE);
     release(Long.MAX_VALUE);
-    if (file != null) {
-      Files.deleteIfExists(file);
-    }
   }
 
   @Override

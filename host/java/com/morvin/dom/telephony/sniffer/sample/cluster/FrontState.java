@@ -2,7 +2,6 @@ package com.morvin.dom.telephony.sniffer.sample.cluster;
 
 import com.morvin.dom.telephony.sniffer.sample.console.Console;
 import com.morvin.dom.telephony.sniffer.sample.console.Text;
-import com.morvin.dom.telephony.sniffer.sample.storage.Disk;
 import com.morvin.dom.telephony.sniffer.sample.storage.RunningCalls;
 import com.morvin.dom.telephony.sniffer.sample.storage.Store;
 import com.morvin.dom.telephony.sniffer.sample.transport.Frame;
@@ -23,6 +22,9 @@ import java.util.Set;
  * the writing is done on the disk thread.
  */
 final class FrontState implements AutoCloseable {
+  /** A disk that is nearly full takes a block now and then. */
+  private static final long STABLE_MILLIS = 3000;
+
   private final Console console;
   private final Store store;
   private final RunningCalls running;
@@ -32,7 +34,11 @@ final class FrontState implements AutoCloseable {
   /** The calls whose partition is not saved yet. */
   private final Set<CallStream> unsaved = new LinkedHashSet<>();
   private volatile boolean saving;
-  private volatile boolean failed;
+  /** Whether no blocks are kept until the next {@link #save}, because the last one could not be written. */
+  private volatile boolean pausing;
+  /** Whether the operator has read that blocks cannot be kept, and when the last one could not. */
+  private boolean failing;
+  private long failedAt;
 
   /**
    * Opens a directory, and creates it when it is missing.
@@ -110,12 +116,14 @@ final class FrontState implements AutoCloseable {
   }
 
   /**
-   * Saves the partitions of the calls, unless the previous ones are not on disk yet.
+   * Saves the partitions of the calls, unless the previous ones are not on disk yet. To be called regularly: after a
+   * failure it also lets {@link #append} try again.
    *
    * @param calls all running calls
    * @param publisher knows the generation of their partitions
    */
   void save(Iterable<CallStream> calls, Publisher publisher, long now) {
+    pausing = false;
     if (saving) {
       return;
     }
@@ -167,24 +175,38 @@ final class FrontState implements AutoCloseable {
 
   /** Keeps a block that was read now until it is released. Any thread may call it. */
   void append(FrameBlock block, long now) {
-    if (!failed) {
-      attempt(() -> blocks.append(block, now));
+    if (pausing) {
+      return;
+    }
+    try {
+      blocks.append(block, now);
+      reportKept(null, now);
+    } catch (IOException e) {
+      pausing = true;
+      reportKept(e, now);
     }
   }
 
   /** Removes the frames that were read up to a time. */
   void release(long upTo) {
-    attempt(() -> blocks.release(upTo));
+    try {
+      blocks.release(upTo);
+    } catch (IOException e) {
+      // They are removed later. Where files cannot be removed, new ones cannot be written: append() reports that.
+    }
   }
 
-  private void attempt(Disk.Job job) {
-    try {
-      job.run();
-    } catch (IOException e) {
-      if (!failed) {
-        console.line("frames cannot be kept for the case that this front is killed: " + e);
+  /** Reports the beginning and the end of a time in which not all blocks are kept. */
+  private synchronized void reportKept(IOException failure, long now) {
+    if (failure != null) {
+      failedAt = now;
+      if (!failing) {
+        console.line("frames cannot be kept for the case that this front is killed: " + failure);
       }
-      failed = true;
+      failing = true;
+    } else if (failing && now - failedAt >= STABLE_MILLIS) {
+      failing = false;
+      console.line("frames are kept again for the case that this front is killed");
     }
   }
 
@@ -193,11 +215,20 @@ final class FrontState implements AutoCloseable {
     store.disk().drain();
     try {
       int kept = messages.isEmpty() ? 0 : spool.write(messages);
+      if (kept < messages.size()) {
+        // The disk is full. The blocks have the same frames as the messages, which then have the space of both.
+        spool.remove();
+        blocks.clear();
+        kept = spool.write(messages);
+      }
       if (messages.isEmpty()) {
         spool.remove();
       } else {
         console.line(Text.count(kept, "message") + " that the broker did not take are in " + store.directory()
             + ": the next front publishes them");
+        if (kept < messages.size()) {
+          console.line(Text.count(messages.size() - kept, "message") + " more do not fit on the disk, and are lost");
+        }
       }
       blocks.clear();
       return kept;

@@ -52,6 +52,8 @@ final class Outbox {
     private final TreeMap<Long, Entry> unconfirmed = new TreeMap<>();
     private long unconfirmedBytes;
     private boolean paused;
+    /** The System.nanoTime of the last confirmation, or since when one can be expected if that is later. */
+    private long progress = System.nanoTime();
 
     private Lane(Partition partition) {
       this.partition = partition;
@@ -235,6 +237,7 @@ final class Outbox {
       count(entry.message, counts -> counts.plusConfirmed(entry.message.frames()));
     });
     safe.clear();
+    lane.progress = System.nanoTime();
     update(lane);
   }
 
@@ -274,15 +277,25 @@ final class Outbox {
     update(lane);
   }
 
-  /** Makes all lanes ready again. */
+  /** Makes all lanes ready again on a new connection. */
   synchronized void resume() {
+    expectProgress();
     lanes.values().forEach(this::resume);
   }
 
-  /** Returns the partitions with a message that is older than so many nanoseconds. */
-  synchronized List<Partition> olderThan(long nanos) {
+  /** Records that the broker can confirm messages from now on: {@link #stalled} counts from here. */
+  synchronized void expectProgress() {
+    lanes.values().forEach(lane -> lane.progress = System.nanoTime());
+  }
+
+  /**
+   * Returns the partitions with a message that is older than so many nanoseconds, if none of theirs was confirmed in
+   * this time, although it could be.
+   */
+  synchronized List<Partition> stalled(long nanos) {
     long now = System.nanoTime();
-    return lanes.values().stream().filter(lane -> lane.entries().anyMatch(entry -> now - entry.since >= nanos))
+    return lanes.values().stream()
+        .filter(lane -> now - lane.progress >= nanos && lane.entries().anyMatch(entry -> now - entry.since >= nanos))
         .map(lane -> lane.partition).toList();
   }
 

@@ -255,15 +255,15 @@ final class Publisher implements AutoCloseable {
     }
     if (now - nextCheck >= 0) {
       nextCheck = now + TimeUnit.SECONDS.toNanos(1);
-      reportStalled(outbox.olderThan(TimeUnit.SECONDS.toNanos(STALLED_SECONDS)));
+      reportStalled(outbox.stalled(TimeUnit.SECONDS.toNanos(STALLED_SECONDS)));
     }
   }
 
   /** Reports the beginning and the end of a time in which partitions are not confirmed. */
   private void reportStalled(List<Partition> late) {
     if (!late.isEmpty() && !stalled) {
-      String numbers = late.stream().limit(MAX_LISTED).map(partition -> Integer.toString(partition.number()))
-          .collect(Collectors.joining(", "));
+      String numbers = late.stream().map(partition -> Integer.toString(partition.number())).distinct()
+          .limit(MAX_LISTED).collect(Collectors.joining(", "));
       console.line(broker + " has confirmed nothing for " + STALLED_SECONDS + " s of "
           + Text.count(late.size(), "partition") + " (" + numbers + (late.size() > MAX_LISTED ? ", ..." : "")
           + "); their messages are kept, the others go on");
@@ -283,6 +283,7 @@ final class Publisher implements AutoCloseable {
 
       @Override
       public void handleUnblocked() {
+        outbox.expectProgress();
         console.line(broker + " takes messages again");
       }
     });

@@ -1,5 +1,9 @@
 package com.morvin.dom.telephony.sniffer.sample.console;
 
+import java.nio.file.AccessDeniedException;
+import java.nio.file.FileAlreadyExistsException;
+import java.nio.file.FileSystemException;
+import java.nio.file.NoSuchFileException;
 import java.text.Normalizer;
 import java.util.regex.Matcher;
 import java.util.regex.Pattern;
@@ -80,6 +84,15 @@ public final class Text {
   public static String seconds(long millis) {
     long tenths = (Math.abs(millis) + 50) / 100;
     return (millis < 0 && tenths > 0 ? "-" : "") + tenths / 10 + "." + tenths % 10;
+  }
+
+  /** Returns the file and the reason of a failure, such as "/calls: Permission denied". */
+  public static String reason(FileSystemException failure) {
+    String reason = failure instanceof NoSuchFileException ? "No such file or directory"
+        : failure instanceof AccessDeniedException ? "Permission denied"
+        : failure instanceof FileAlreadyExistsException ? "File exists, and is no directory"
+        : null;
+    return failure.getMessage() + (reason == null || failure.getReason() != null ? "" : ": " + reason);
   }
 
   /** Returns "1 call" or "2 calls". */

@@ -380,7 +380,7 @@ public final class Recorder extends Service {
         console.line("more calls than can be followed: those without media make way");
       }
     } else if (recording.hasMedia() || quota.allows(now().steady())) {
-      report(recording, how, at);
+      report(recording, how, timeOfEnd(call, at));
     } else {
       summary.countExcess();
     }

@@ -5,6 +5,7 @@ import com.morvin.dom.telephony.sniffer.sample.console.Text;
 import com.morvin.dom.telephony.sniffer.sample.metrics.Histogram;
 import com.morvin.dom.telephony.sniffer.sample.metrics.Metrics;
 import com.morvin.dom.telephony.sniffer.sample.metrics.MetricsFile;
+import com.morvin.dom.telephony.sniffer.sample.signalling.Call;
 import com.morvin.dom.telephony.sniffer.sample.signalling.CallFollower;
 import com.morvin.dom.telephony.sniffer.sample.signalling.Moment;
 import com.morvin.dom.telephony.sniffer.sample.signalling.Share;
@@ -40,6 +41,8 @@ public abstract class Service implements CallFollower.Listener {
   private static final long QUEUED_MILLIS = 1000;
   /** How long a sniffer may take to send the media that it has kept, while new signalling passes it. */
   private static final long CATCH_UP_MILLIS = 60_000;
+  /** How long a sniffer that has connected may take to send the signalling that it has kept. */
+  private static final long BURST_MILLIS = 1000;
 
   /**
    * When the loop ends by itself, and the bounds for calls.
@@ -74,6 +77,11 @@ public abstract class Service implements CallFollower.Listener {
   private long servedUpTo;
   private long lastTick = -TICK_MILLIS;
   private long lastTraffic;
+  /** When the newest sniffer connected, and the last traffic before that. */
+  private Moment connected;
+  private Moment heardBefore;
+  /** Whether a sniffer has stated a time of capture. */
+  private boolean timesAreStated;
   private MetricsFile metrics;
   private long lastMetrics;
   private final Histogram delays = new Histogram();
@@ -295,6 +303,7 @@ public abstract class Service implements CallFollower.Listener {
       if (cursor.protocol() != Frame.HEARTBEAT) {
         lastTraffic = now.steady();
       }
+      timesAreStated |= cursor.captured() > 0;
       long stamp = cursor.time();
       delay = count == 0 && stamp > 0 ? currentTime() - stamp : delay;
       time = stamp == time.stamp() ? time : new Moment(now.steady(), stamp);
@@ -321,6 +330,17 @@ public abstract class Service implements CallFollower.Listener {
     }
   }
 
+  /**
+   * Returns when a call has ended, by the time of the message or media that ended it. What a sniffer has kept during an
+   * outage comes when it connects. Where sniffers state no time of capture, such a call ended when they were last
+   * heard.
+   */
+  protected final Moment timeOfEnd(Call call, Moment at) {
+    boolean isKept = !timesAreStated && connected != null && at.steady() >= connected.steady()
+        && at.steady() - connected.steady() < BURST_MILLIS;
+    return isKept && heardBefore.stamp() > call.start().stamp() ? heardBefore : at;
+  }
+
   private Share share() {
     return limits.calls.share();
   }
@@ -344,6 +364,10 @@ public abstract class Service implements CallFollower.Listener {
   /** A new sniffer has an empty list of destinations. */
   private void resendToNewSniffers() {
     int newest = transport.sessions();
+    if (newest > sessions) {
+      connected = now;
+      heardBefore = now.at(now.stamp() - (now.steady() - lastTraffic));
+    }
     for (int number = sessions + 1; number <= newest; number++) {
       int sniffer = number;
       follower.resend(command -> sniffers.send(sniffer, command));

@@ -34,6 +34,8 @@ public final class TcpTransport implements Transport {
   private final Queue<FrameBlock> blocks = new ArrayDeque<>();
   private volatile int sessions;
   private volatile boolean hungUp;
+  /** The line for the operator when the port is first read; null afterwards. */
+  private String announcement;
 
   /** Listens on an address; port 0 stands for any free port. */
   public TcpTransport(InetSocketAddress address, Console console) throws IOException {
@@ -43,7 +45,7 @@ public final class TcpTransport implements Transport {
     listener.bind(address);
     listener.configureBlocking(false);
     listener.register(selector, SelectionKey.OP_ACCEPT);
-    console.line("waiting for the sniffer on TCP " + Endpoint.of((InetSocketAddress) listener.getLocalAddress()));
+    announcement = "waiting for the sniffer on TCP " + Endpoint.of((InetSocketAddress) listener.getLocalAddress());
   }
 
   /**
@@ -72,6 +74,10 @@ public final class TcpTransport implements Transport {
 
   @Override
   public FrameBlock receive(long timeoutMillis) throws IOException {
+    if (announcement != null) {
+      console.line(announcement);
+      announcement = null;
+    }
     if (blocks.isEmpty()) {
       selector.select(this::serve, Math.max(1, timeoutMillis));
     }

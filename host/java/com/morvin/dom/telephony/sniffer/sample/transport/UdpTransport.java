@@ -56,6 +56,8 @@ public final class UdpTransport implements Transport {
   private int newCount;
   private boolean complained;
   private boolean refused;
+  /** The line for the operator when the port is first read; null afterwards. */
+  private String announcement;
 
   /** Receives on an address; port 0 stands for any free port. */
   public UdpTransport(InetSocketAddress address, Console console) throws IOException {
@@ -69,7 +71,7 @@ public final class UdpTransport implements Transport {
     channel.configureBlocking(false);
     channel.register(selector, SelectionKey.OP_READ);
     newSince = System.nanoTime();
-    console.line("waiting for the sniffer on UDP " + Endpoint.of((InetSocketAddress) channel.getLocalAddress()));
+    announcement = "waiting for the sniffer on UDP " + Endpoint.of((InetSocketAddress) channel.getLocalAddress());
   }
 
   /** Returns the port that it receives on. */
@@ -79,6 +81,10 @@ public final class UdpTransport implements Transport {
 
   @Override
   public FrameBlock receive(long timeoutMillis) throws IOException {
+    if (announcement != null) {
+      console.line(announcement);
+      announcement = null;
+    }
     if (blocks.isEmpty() && !read()) {
       selector.select(Math.max(1, timeoutMillis));
       selector.selectedKeys().clear();

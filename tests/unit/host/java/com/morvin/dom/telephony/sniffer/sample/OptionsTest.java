@@ -36,6 +36,8 @@ final class OptionsTest {
         {"settings=/dev/null", "line 1: a file of settings cannot include another one"},
         {"password-file=/nowhere/x\npublish=amqp://me@h", "cannot read the password for the broker"},
         {"password-file=/dev/stdin\npublish=amqp://h/v", "the broker's address has a user and no password"},
+        {"publish=amqp://me:x@h:1/", "ends with /, which is a virtual host without a name: write amqp://h or"},
+        {"consume=amqp://h/a/b", "as in amqp://h/a%2Fb"},
     };
     for (String[] row : table) {
       Testing.inDirectory(directory -> {
