@@ -20,6 +20,15 @@ final class SipCall extends Call {
     first.setCall(this);
   }
 
+  private SipCall(int number, SipCall before, Moment now) {
+    super(number, before, now);
+    calls = before.calls;
+    sipLegs().forEach(leg -> leg.setCall(this));
+    // A restart must not read the forged end again.
+    signalling().removeIf(frame ->
+        SipMessage.parse(frame.payload()).filter(message -> message.method().equals("BYE")).isPresent());
+  }
+
   /** Returns the legs in the order of their start. */
   List<SipLeg> sipLegs() {
     return legs().stream().map(SipLeg.class::cast).toList();
@@ -69,5 +78,10 @@ final class SipCall extends Call {
   @Override
   void ended(Moment now) {
     calls.ended(this, now);
+  }
+
+  @Override
+  SipCall goOn(Moment now) {
+    return calls.restore(this) ? new SipCall(calls.nextNumber(), this, now) : null;
   }
 }
