@@ -72,6 +72,8 @@ final class SipCall extends Call {
     Map<Endpoint, Use> destinations = new LinkedHashMap<>();
     sipLegs().stream().filter(leg -> !leg.isRetired())
         .forEach(leg -> leg.destinations().forEach(destinations::putIfAbsent));
+    destinations.replaceAll((endpoint, use) -> sipLegs().stream().filter(leg -> leg.hasOwner(endpoint)).findFirst()
+        .map(leg -> use.to(leg.directionToOwner(endpoint))).orElse(use));
     return destinations;
   }
 

@@ -499,8 +499,17 @@ final class SipLeg extends Leg {
     if (own && owners.size() < MAX_DESTINATIONS) {
       owners.putIfAbsent(endpoint, isCaller);
     }
-    boolean toCaller = owners.getOrDefault(endpoint, isCaller) != isTurned();
-    destinations.putIfAbsent(endpoint, new Call.Use(call, this, Direction.to(toCaller), media));
+    destinations.putIfAbsent(endpoint, new Call.Use(call, this, Direction.to(isCaller != isTurned()), media));
+  }
+
+  /** Whether a host has described a destination as its own. */
+  boolean hasOwner(Endpoint destination) {
+    return owners.containsKey(destination);
+  }
+
+  /** Returns the direction of media sent to a destination that a host has described as its own. */
+  Direction directionToOwner(Endpoint destination) {
+    return Direction.to(owners.get(destination) != isTurned());
   }
 
   /** Returns what is known about the INVITEs, to recognise repeated ones after the end of the leg. */
