@@ -32,10 +32,15 @@ public record Codec(String name, Kind kind) {
   private static final Codec COMFORT_NOISE = new Codec("CN", Kind.COMFORT_NOISE);
   private static final Codec TELEPHONE_EVENT = new Codec("telephone-event", Kind.TELEPHONE_EVENT);
 
-  /** The static payload types of RFC 3551 that telephones use. */
-  private static final Map<Integer, Codec> STATIC = Map.of(
-      0, PCMU, 8, PCMA, 9, G722, 13, COMFORT_NOISE, 19, COMFORT_NOISE, 3, other("GSM"), 4, other("G723"),
-      15, other("G728"), 18, other("G729"));
+  /** The audio payload types that RFC 3551 assigns. An rtpmap cannot change them. */
+  private static final Map<Integer, Codec> STATIC = Map.ofEntries(
+      Map.entry(0, PCMU), Map.entry(3, other("GSM")), Map.entry(4, other("G723")), Map.entry(5, other("DVI4")),
+      Map.entry(6, other("DVI4")), Map.entry(7, other("LPC")), Map.entry(8, PCMA), Map.entry(9, G722),
+      Map.entry(10, other("L16")), Map.entry(11, other("L16")), Map.entry(12, other("QCELP")),
+      Map.entry(13, COMFORT_NOISE), Map.entry(14, other("MPA")), Map.entry(15, other("G728")),
+      Map.entry(16, other("DVI4")), Map.entry(17, other("DVI4")), Map.entry(18, other("G729")));
+  /** The type of comfort noise before RFC 3389, which is reserved now. An rtpmap can change it. */
+  private static final int OLD_COMFORT_NOISE = 19;
 
   /** Encrypted payload. */
   public static final Codec SRTP = other("SRTP");
@@ -45,14 +50,18 @@ public record Codec(String name, Kind kind) {
   }
 
   /**
-   * Returns the codec of a payload type.
+   * Returns the codec of a payload type. A static type keeps its meaning whatever a description says: telephones send
+   * what RFC 3551 says, and descriptions can be forged.
    *
    * @param encoding the value of the rtpmap attribute, such as "PCMA/8000"; null when there is none
    */
   public static Codec of(int payloadType, String encoding) {
+    Codec known = STATIC.get(payloadType);
+    if (known != null) {
+      return known;
+    }
     if (encoding == null) {
-      Codec known = STATIC.get(payloadType);
-      return known != null ? known : other("payload type " + payloadType);
+      return payloadType == OLD_COMFORT_NOISE ? COMFORT_NOISE : other("payload type " + payloadType);
     }
     String[] parts = Text.printable(encoding).split("/", -1);
     boolean narrow = parts.length >= 2 && parts[1].equals("8000") && (parts.length == 2 || parts[2].equals("1"));

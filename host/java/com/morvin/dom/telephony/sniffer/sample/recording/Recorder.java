@@ -166,7 +166,7 @@ public final class Recorder extends Service {
     List<RunningCalls.Saved> calls = new ArrayList<>();
     for (Voice voice : unsaved) {
       if (voice.hasUnknownFile() && recordings.get(voice.recording.call) == voice.recording) {
-        calls.add(voice.recording.save(running, false));
+        calls.add(save(voice.recording, false));
       }
     }
     if (!calls.isEmpty()) {
@@ -212,7 +212,7 @@ public final class Recorder extends Service {
     List<RunningCalls.Saved> calls = new ArrayList<>();
     for (Recording recording : recordings.values()) {
       if (whole || recording.hasChanged()) {
-        calls.add(recording.save(running, whole));
+        calls.add(save(recording, whole));
       }
     }
     running.save(calls, whole, clock.timeOfDay(), position, () -> {
@@ -222,6 +222,10 @@ public final class Recorder extends Service {
       }
     }, () -> saving = false);
     others.save();
+  }
+
+  private RunningCalls.Saved save(Recording recording, boolean whole) {
+    return recording.save(running, follower.media(recording.call, now()), whole);
   }
 
   private void restore() {
@@ -240,6 +244,7 @@ public final class Recorder extends Service {
       boolean late = !transport().redelivers() && running.savedAt() > 0
           && now.stamp() - running.savedAt() > RESUME_MILLIS;
       rememberEnded(now);
+      loaded.forEach(this::restoreUses);
       loaded.forEach(call -> restore(call, late, now));
       if (!recordings.isEmpty()) {
         console.line("going on with " + Text.count(recordings.size(), "call") + " from before the restart");
@@ -259,6 +264,14 @@ public final class Recorder extends Service {
     }
   }
 
+  private void restoreUses(RunningCalls.Loaded loaded) {
+    try {
+      follower.restoreMedia(Recording.mediaUses(loaded.states()));
+    } catch (IOException | RuntimeException e) {
+      console.line("the destinations of a call are read from its messages only: " + e);
+    }
+  }
+
   private void restore(RunningCalls.Loaded loaded, boolean late, Moment now) {
     restoring = loaded;
     // The journal of a merged call holds the frames of its legs one after the other.
@@ -274,6 +287,7 @@ public final class Recorder extends Service {
       running.end(loaded.journal(), List::of);
       return;
     }
+    follower.finishRestoring(recording.call, now);
     if (transport().redelivers()) {
       recording.call.lifetime().resume(now);  // a message that ends the call is delivered yet
     } else {
@@ -323,6 +337,14 @@ public final class Recorder extends Service {
         restoring == null ? null : restoring.journal());
   }
 
+  /** The messages get the time of the new call: those of the time before belong to the ended one. */
+  @Override
+  public void wentOn(Call call, List<CallFollower.TimedMessage> messages) {
+    Recording recording = recordings.get(call);
+    messages.forEach(message ->
+        recording.signalled(message.frame(), message.label(), call.start().stamp(), null));
+  }
+
   @Override
   public void dialled(Call call, Direction direction, String digits, Moment now) {
     recordings.get(call).dialled(direction, digits, now.stamp());
@@ -366,6 +388,12 @@ public final class Recorder extends Service {
   @Override
   public void unfollowed(Call call) {
     others.end(call);
+  }
+
+  /** Reports of a flood of ended calls must not take the place of media that waits for the disk. */
+  @Override
+  public boolean canEnd() {
+    return !store.disk().isBehind();
   }
 
   @Override

@@ -4,6 +4,7 @@ import com.morvin.dom.telephony.sniffer.sample.console.Text;
 import com.morvin.dom.telephony.sniffer.sample.media.Track;
 import com.morvin.dom.telephony.sniffer.sample.signalling.Call;
 import com.morvin.dom.telephony.sniffer.sample.signalling.Direction;
+import com.morvin.dom.telephony.sniffer.sample.signalling.MediaUse;
 import com.morvin.dom.telephony.sniffer.sample.storage.CallReport;
 import com.morvin.dom.telephony.sniffer.sample.storage.Encoding;
 import com.morvin.dom.telephony.sniffer.sample.storage.PcapFile;
@@ -82,6 +83,8 @@ final class Recording {
   private boolean changed = true;
   /** Whether the whole state has to be saved, because an increment cannot hold the change. */
   private boolean changedWholly = true;
+  /** The destinations with media of the last state. */
+  private List<MediaUse> savedUses = List.of();
   /** The stereo file is written, so the files of the voices are not needed. Set on the disk thread. */
   private volatile boolean mixed;
 
@@ -355,6 +358,41 @@ final class Recording {
     return files.stream().filter(file -> file instanceof WavFile && file != stereo).toList();
   }
 
+  /** Writes the destinations with media: only the times when nothing else has changed. */
+  private void save(List<MediaUse> uses, boolean whole, DataOutputStream out) throws IOException {
+    List<MediaUse> untimed = uses.stream().map(use -> use.at(0)).toList();
+    boolean complete = whole || !untimed.equals(savedUses);
+    savedUses = untimed;
+    out.writeShort(uses.size());
+    out.writeBoolean(complete);
+    for (MediaUse use : uses) {
+      if (complete) {
+        use.write(out);
+      }
+      out.writeLong(use.last() + skew);
+    }
+  }
+
+  /** Returns the destinations with media of a state that was saved whole and then in increments. */
+  static List<MediaUse> mediaUses(List<byte[]> states) throws IOException {
+    List<MediaUse> uses = List.of();
+    for (byte[] state : states) {
+      uses = mediaUses(new DataInputStream(new ByteArrayInputStream(state)), uses);
+    }
+    return uses;
+  }
+
+  private static List<MediaUse> mediaUses(DataInputStream in, List<MediaUse> before) throws IOException {
+    List<MediaUse> uses = new ArrayList<>();
+    int count = in.readUnsignedShort();
+    boolean complete = in.readBoolean();
+    for (int i = 0; i < count; i++) {
+      MediaUse use = complete ? MediaUse.read(in) : before.get(i);
+      uses.add(use.at(in.readLong()));
+    }
+    return uses;
+  }
+
   /** Whether there is something to save. */
   boolean hasChanged() {
     return fromCaller.takeChanged() | fromCallee.takeChanged() | changed;
@@ -363,9 +401,10 @@ final class Recording {
   /**
    * Returns the state for a restart, and queues the unsaved messages and media for the disk thread.
    *
+   * @param uses the destinations that have received media
    * @param all whether the state is whole, or an increment to the one before
    */
-  RunningCalls.Saved save(RunningCalls running, boolean all) {
+  RunningCalls.Saved save(RunningCalls running, List<MediaUse> uses, boolean all) {
     saveMessages(running);
     boolean whole = all || changedWholly;
     changed = false;
@@ -377,6 +416,7 @@ final class Recording {
       ByteArrayOutputStream bytes = new ByteArrayOutputStream(USUAL_STATE);
       DataOutputStream out = new DataOutputStream(bytes);
       List<StoredFile> files = new ArrayList<>();
+      save(uses, whole, out);
       out.writeInt(stereo == null ? -1 : Track.number(files, stereo));
       if (stereo != null) {
         out.writeByte(stereo.format().encoding().ordinal());
@@ -414,11 +454,13 @@ final class Recording {
   /** Restores a state that was saved whole and then in increments. */
   void restore(List<byte[]> states, ResumedFiles files) throws IOException {
     int number = -1;
+    List<MediaUse> uses = List.of();
     WavFile.Format format = null;
     long begin = start;
     for (byte[] state : states) {
       DataInputStream in = new DataInputStream(new ByteArrayInputStream(state));
       boolean first = state == states.get(0);
+      uses = mediaUses(in, uses);
       number = in.readInt();
       if (number >= 0) {
         format = new WavFile.Format(Encoding.values()[in.readByte()], in.readInt(), 2);

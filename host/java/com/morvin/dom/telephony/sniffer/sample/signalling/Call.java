@@ -24,6 +24,8 @@ public abstract class Call {
   /** Media is hardly missing when the last packet was captured this long before the end. */
   private static final long GAP_MILLIS = 60;
   private static final long SOON_MILLIS = 10_000;
+  /** The priority of a call that was answered just now. */
+  static final int ANSWERED_NOW = 2;
   /** The delay of the end of a call of another share: about as long as media goes on there. */
   private static final long UNHEARD_MILLIS = 1_000;
   /** The idle time of an answered call of another share is longer, because its media is not received. */
@@ -66,6 +68,21 @@ public abstract class Call {
     lifetime = new Lifetime(first.start(), flow);
   }
 
+  /** Makes the call that goes on with the legs of an ended one, whose media has gone on after its end. */
+  Call(int number, Call before, Moment now) {
+    this(number, before.protocol, before.first, before.fileNames, before.origin);
+    legs.clear();
+    legs.addAll(before.legs);
+    signalling.add(before.signalling, false);
+    before.legs.stream().filter(leg -> leg.ending() != null)
+        .forEach(leg -> note("media went on after the end of the signalling: " + leg.how()));
+    legs.forEach(leg -> leg.goOn(now));
+    lifetime.active(now);
+    if (before.lifetime.answer() != null) {
+      lifetime.answered(now);
+    }
+  }
+
   /**
    * A destination is used by a leg of a call. Two uses are equal when they have the same values. Each packet goes
    * through such an object, which therefore holds what is needed then.
@@ -91,6 +108,16 @@ public abstract class Call {
       this.direction = direction;
       this.media = media;
       stream = call.flow.of(direction);
+    }
+
+    /** Returns this use with a direction. */
+    Use to(Direction other) {
+      return direction == other ? this : new Use(call, leg, other, media);
+    }
+
+    /** Returns this use by another call with the same legs. */
+    Use by(Call other) {
+      return new Use(other, leg, direction, media);
     }
 
     /** Returns the call. */
@@ -170,6 +197,9 @@ public abstract class Call {
 
   /** Removes the call from the maps of its protocol. */
   abstract void ended(Moment now);
+
+  /** Makes the call that goes on with the legs of this ended one. Returns null when another call has its identifier. */
+  abstract Call goOn(Moment now);
 
   /** Returns all known destinations of the media, the signalled and the learned ones: a view until one changes. */
   final Map<Endpoint, Use> destinations() {
@@ -299,7 +329,7 @@ public abstract class Call {
     owned = isOwned;
   }
 
-  /** Returns the messages that are kept for a change of the share. */
+  /** Returns the messages that are kept. */
   SharedSignalling signalling() {
     return signalling;
   }
@@ -326,7 +356,7 @@ public abstract class Call {
    */
   int priority(Moment now) {
     Moment answer = lifetime.answer();
-    return answer == null ? 1 : now.since(answer) < SOON_MILLIS ? 2 : 0;
+    return answer == null ? 1 : now.since(answer) < SOON_MILLIS ? ANSWERED_NOW : 0;
   }
 
   /** Counts a message and returns the approximate memory of the call with its messages in bytes. */
@@ -387,6 +417,7 @@ public abstract class Call {
 
   /** Delays the end of a call that was restored after its end was signalled: its media can be sent again. */
   public void awaitLateMedia(Moment now) {
+    legs.forEach(Leg::keepOnIfOverruled);
     legs.stream().filter(leg -> leg.ending() != null)
         .forEach(leg -> leg.confirmEnd(leg.how(), now, delayOfEnd(leg.ending().at(), true)));
   }

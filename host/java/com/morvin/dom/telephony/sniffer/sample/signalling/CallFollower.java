@@ -50,6 +50,14 @@ public final class CallFollower {
      */
     default void signalled(Call call, Frame frame, String label, Moment now) {}
 
+    /**
+     * The media of an ended call has gone on, so its legs are followed as those of a new call. It follows {@link
+     * #began}.
+     *
+     * @param messages those of the ended call that are kept
+     */
+    default void wentOn(Call call, List<TimedMessage> messages) {}
+
     /** The signalling has reported pressed keys. */
     default void dialled(Call call, Direction direction, String digits, Moment now) {}
 
@@ -80,6 +88,13 @@ public final class CallFollower {
 
     /** A call of another share has ended, or has become a call of the share or a leg of another call. */
     default void unfollowed(Call call) {}
+
+    /**
+     * Whether a call with media can end now. While it cannot, calls that are over go on as running ones without media.
+     */
+    default boolean canEnd() {
+      return true;
+    }
 
     /** The limit of calls was reached; new calls are not followed. Called once each time the limit is reached. */
     default void full(int calls) {}
@@ -146,7 +161,7 @@ public final class CallFollower {
   public CallFollower(Listener listener, Limits limits, Predicate<Command> sniffers) {
     this.listener = listener;
     this.limits = limits;
-    destinations = new Destinations(sniffers);
+    destinations = new Destinations(sniffers, this::forgetSize);
   }
 
   /** Handles a signalling frame. Returns its call, which the frame may have ended, or null. */
@@ -160,6 +175,9 @@ public final class CallFollower {
    */
   public Call.Use media(FrameCursor frame, Moment now) {
     Call.Use use = destinations.find(frame, now);
+    if (use == null && goOn(frame, now)) {
+      use = destinations.find(frame, now);
+    }
     if (use == null) {
       destinations.unwanted(frame.destinationEndpoint(), now);
       return null;
@@ -169,6 +187,25 @@ public final class CallFollower {
       learnFrom(use, frame, now);
     }
     return use.call().isOwned() ? use : null;
+  }
+
+  /**
+   * Begins the call that goes on with the legs of an ended one when a frame shows that its media goes on: the end was
+   * forged. Returns whether the call has begun.
+   */
+  private boolean goOn(FrameCursor frame, Moment now) {
+    Call before = destinations.endedCallOf(frame, now);
+    Call call = before == null || !makeRoom(now) ? null : before.goOn(now);
+    if (call == null) {
+      return false;
+    }
+    call.setOwned(true);
+    destinations.goOn(before, call, now);
+    calls.add(call);
+    removable.update(call, now);
+    begin(call, now);
+    listener.wentOn(call, messages(call));
+    return true;
   }
 
   /**
@@ -239,8 +276,8 @@ public final class CallFollower {
   /** Ends a call that is over by now. */
   void endIfOver(Call call, Moment now) {
     Call.End end = call.endBy(now, limits);
-    if (end != null) {
-      end(call, end.how(), end.at(), now);
+    if (end != null && calls.contains(call) && (!call.flow().exists() || listener.canEnd())) {
+      end(call, end.how(), end.at(), call.isOwned(), now);
     }
   }
 
@@ -263,13 +300,36 @@ public final class CallFollower {
     return seen;
   }
 
-  /** Returns the messages of a running call that were kept for a change of the share. */
+  /** Returns the messages of a running call that are kept. */
   public List<TimedMessage> messages(Call call) {
-    return call.signalling().messages().stream().map(kept -> new TimedMessage(kept.frame(), kept.time())).toList();
+    return call.signalling().messages().stream()
+        .map(kept -> new TimedMessage(kept.frame(), kept.label(), kept.time())).toList();
   }
 
-  /** A message and its time. */
-  public record TimedMessage(Frame frame, Moment time) {}
+  /**
+   * A message and its time.
+   *
+   * @param label see {@link Listener#signalled}
+   */
+  public record TimedMessage(Frame frame, String label, Moment time) {}
+
+  /** Returns the destinations that have received media of a running call, to be saved with it. */
+  public List<MediaUse> media(Call call, Moment now) {
+    return destinations.media(call, now);
+  }
+
+  /**
+   * Takes what {@link #media} has returned before a restart. Called before the messages of the saved calls are handled:
+   * media overrules them as it did before the restart.
+   */
+  public void restoreMedia(List<MediaUse> uses) {
+    destinations.restore(uses);
+  }
+
+  /** Ends the restoring of a call after its messages were handled. */
+  public void finishRestoring(Call call, Moment now) {
+    destinations.finishRestoring(call, now);
+  }
 
   /**
    * Begins or ends the restoring of saved calls. They keep their share, whatever the present one is.
@@ -329,11 +389,20 @@ public final class CallFollower {
    * @param at the time of the end for the report
    */
   public void end(Call call, String how, Moment at, Moment now) {
+    end(call, how, at, false, now);
+  }
+
+  /** Ends a call; mayGoOn tells whether its media may go on, because the end is known from messages only. */
+  private void end(Call call, String how, Moment at, boolean mayGoOn, Moment now) {
     if (calls.remove(call)) {
       removable.remove(call);
-      forgetSize(call);
       call.ended(now);
-      destinations.remove(call, now);
+      if (mayGoOn) {
+        destinations.end(call, now);
+      } else {
+        destinations.remove(call, now);
+        forgetSize(call);
+      }
       if (call.isOwned()) {
         listener.ended(call, how, at);
       } else {
@@ -384,6 +453,9 @@ public final class CallFollower {
   /** Drops calls while all together take too much memory. */
   private void saveMemory(Moment now) {
     while (memory >= limits.bytes) {
+      if (destinations.forgetEnded(now)) {
+        continue;
+      }
       Call next = removable.next(now);
       if (next == null) {
         return;
@@ -497,9 +569,7 @@ public final class CallFollower {
   void signalled(Call call, Frame frame, String label, Moment now) {
     int size = call.grow(frame.payload().length);
     memory += size - Objects.requireNonNullElse(sizes.put(call, size), 0);
-    if (!call.isOwned() || limits.share.isPart()) {
-      call.signalling().add(frame, label, now);
-    }
+    call.signalling().add(frame, label, now);
     if (call.isOwned()) {
       listener.signalled(call, frame, label, now);
     } else {

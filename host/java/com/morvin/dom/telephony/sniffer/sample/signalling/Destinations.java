@@ -17,6 +17,7 @@ import java.util.List;
 import java.util.Map;
 import java.util.Objects;
 import java.util.Set;
+import java.util.function.Consumer;
 import java.util.function.Predicate;
 import java.util.function.ToIntFunction;
 import java.util.stream.Collectors;
@@ -42,6 +43,8 @@ final class Destinations {
   private static final long PAUSE_MILLIS = 60_000;
   private static final int MAX_WITHDRAWN = 8;
   private static final int MAX_REPEATS = 3;
+  /** The most ended calls whose media may go on. */
+  private static final int MAX_ENDED = 4096;
   private static final long REPEAT_MILLIS = 1000;
 
   /**
@@ -61,6 +64,7 @@ final class Destinations {
     /** The stream that was received last, the steady time of its last frame, and how well its source fits the call. */
     private long source;
     private int ssrc;
+    private short sequence;
     private long lastOfStream = NEVER;
     private int fit;
     /** See {@link Call.Use#trust}. */
@@ -74,6 +78,20 @@ final class Destinations {
       this.use = use;
     }
 
+    /** Continues what was saved before a restart. */
+    void restore(MediaUse saved, Moment now) {
+      last = now.at(saved.last()).steady();
+      lastOfStream = last;
+      source = saved.source();
+      ssrc = saved.ssrc();
+      use.leg().mediaBefore(last);
+    }
+
+    MediaUse saved(Moment now) {
+      return new MediaUse(endpoint, use.leg().id(), use.direction().turned(use.leg().isTurned()), source, ssrc,
+          now.stamp() - (now.steady() - last));
+    }
+
     /** Records a frame. A stream from a source that fits worse does not replace one that flows. */
     void heard(FrameCursor frame, int fit, int trust, Moment now) {
       use.setTrust(trust);
@@ -81,6 +99,7 @@ final class Destinations {
       if (fit >= this.fit || !isRecent(lastOfStream, now)) {
         source = frame.source();
         ssrc = ssrc(frame);
+        sequence = sequence(frame);
         lastOfStream = last;
         this.fit = fit;
         this.trust = trust;
@@ -95,6 +114,7 @@ final class Destinations {
       }
       last = now.steady();
       lastOfStream = last;
+      sequence = sequence(frame);
       use.setTrust(trust);
       return true;
     }
@@ -103,6 +123,15 @@ final class Destinations {
     boolean isContinuedBy(FrameCursor frame, Moment now) {
       return isStream(frame)
           && now.steady() - lastOfStream < (isUsed() ? PAUSE_MILLIS : Leg.SILENCE_MILLIS);
+    }
+
+    /**
+     * Whether RTP goes on in the stream that was received last, after a pause and after the end of its call. A packet
+     * with an earlier number is a late one.
+     */
+    boolean isResumedBy(FrameCursor frame, Moment now) {
+      return isStream(frame) && ssrc != 0 && now.steady() - lastOfStream >= Leg.SILENCE_MILLIS
+          && (short) (sequence(frame) - sequence) > 0;
     }
 
     /** Whether no message has ended or withdrawn the use. */
@@ -136,13 +165,26 @@ final class Destinations {
       return Wire.i32(bytes, datagram + (type >= FIRST_RTCP && type <= LAST_RTCP ? 4 : 8));
     }
 
+    private static short sequence(FrameCursor frame) {
+      int at = frame.payload() + 2;
+      return at + 2 > frame.end() ? 0 : (short) Wire.u16(frame.bytes(), at);
+    }
+
+    boolean hasMedia() {
+      return last != NEVER;
+    }
+
     boolean isFlowing(Moment now) {
       return isRecent(last, now);
     }
 
-    /** Whether media may go on after the signalling has withdrawn the destination. */
+    /**
+     * Whether media may go on after the signalling has withdrawn the destination. Soon after the answer it may begin,
+     * when the answer was not the message that has withdrawn it.
+     */
     boolean mayGoOn(Moment now) {
-      return now.steady() - last < (use.leg().isRetired() ? Leg.SILENCE_MILLIS : PAUSE_MILLIS);
+      return now.steady() - last < PAUSE_MILLIS || !use.stream().exists() && call.priority(now) == Call.ANSWERED_NOW
+          && (withdrawn != null ? withdrawn : now).stamp() > call.lifetime().answer().stamp();
     }
 
     private static boolean isRecent(long steady, Moment now) {
@@ -156,6 +198,8 @@ final class Destinations {
     private final Map<Call, Claim> claims = new LinkedHashMap<>(2);
     /** The only claim, the usual case; null when there are several. */
     Claim only;
+    /** The claim of the last call that has ended; null when its media has not gone on for long enough. */
+    Claim ended;
     boolean requested;
     /** Whether a sniffer has taken the request. */
     boolean accepted;
@@ -169,7 +213,7 @@ final class Destinations {
 
     /** Whether a call of the share uses the destination. */
     boolean isWanted() {
-      return claims.keySet().stream().anyMatch(Call::isOwned);
+      return ended != null || claims.keySet().stream().anyMatch(Call::isOwned);
     }
 
     @Override
@@ -220,13 +264,23 @@ final class Destinations {
 
     /** Returns the claim of a frame. */
     Claim choose(ToIntFunction<Claim> fit, FrameCursor frame, Moment now) {
-      Moment answer = claims.values().stream().filter(claim -> claim.end(now) == null)
-          .map(claim -> claim.call.lifetime().answer()).filter(Objects::nonNull)
-          .reduce((a, b) -> a.latest(b)).orElse(null);
+      Moment answer = lastAnswer(now);
       return Collections.max(claims.values(), Comparator.comparingInt(fit)
           .thenComparing(claim -> claim.isContinuedBy(frame, now) && !isSuperseded(claim, answer, now))
           .thenComparing(claim -> claim.isEstablished(now))
           .thenComparingInt(claim -> claim.call.number()));
+    }
+
+    /** Whether a frame resumes the stream of the ended call, and no other call was answered since. */
+    boolean isResumedBy(FrameCursor frame, Moment now) {
+      return ended != null && ended.isResumedBy(frame, now) && !isSuperseded(ended, lastAnswer(now), now);
+    }
+
+    /** Returns when the last of the calls was answered that use the destination; null when none was. */
+    private Moment lastAnswer(Moment now) {
+      return claims.values().stream().filter(claim -> claim.end(now) == null)
+          .map(claim -> claim.call.lifetime().answer()).filter(Objects::nonNull)
+          .reduce((a, b) -> a.latest(b)).orElse(null);
     }
 
     /** Whether a call has been answered after the signalling ended the use. */
@@ -236,8 +290,13 @@ final class Destinations {
     }
   }
 
+  /** The destinations of an ended call that received media, and the time of its end. */
+  private record Ended(Moment at, List<Claim> claims) {}
+
   /** The destinations of a call. */
   private static final class OfCall {
+    /** As described. */
+    Map<Endpoint, Call.Use> wanted = Map.of();
     Map<Endpoint, Call.Use> uses = Map.of();
     /** Those that the signalling no longer describes, but whose media continues. */
     final Map<Endpoint, Claim> withdrawn = new LinkedHashMap<>();
@@ -286,23 +345,38 @@ final class Destinations {
   private final EndpointMap<Entry> byKey = new EndpointMap<>();
   private final Map<Call, OfCall> ofCalls = new HashMap<>();
   private final Set<Call> withdrawing = new LinkedHashSet<>();
+  /** The media of saved calls that are being restored, by leg and destination. */
+  private final Map<String, Map<Endpoint, MediaUse>> saved = new HashMap<>();
+  /** The ended calls whose media may go on, oldest first. */
+  private final Map<Call, Ended> ended = new LinkedHashMap<>();
   private final BoundedMap<Endpoint, Moment> dismissed = new BoundedMap<>(MAX_DISMISSED);
   private final Predicate<Command> sniffers;
+  private final Consumer<Call> forgotten;
 
-  Destinations(Predicate<Command> sniffers) {
+  /**
+   * Makes an empty list.
+   *
+   * @param sniffers see {@link CallFollower#CallFollower}
+   * @param forgotten is called with an ended call when its media can no longer go on
+   */
+  Destinations(Predicate<Command> sniffers, Consumer<Call> forgotten) {
     this.sniffers = sniffers;
+    this.forgotten = forgotten;
   }
 
   /**
    * Replaces the destinations of a call. New ones are requested before old ones are dismissed. Media overrules the
    * signalling: an old one that has received media is dismissed by {@link #tick} after that media has stopped.
    */
-  void update(Call call, Map<Endpoint, Call.Use> wanted, Moment now) {
+  void update(Call call, Map<Endpoint, Call.Use> described, Moment now) {
     OfCall own = ofCalls.computeIfAbsent(call, any -> new OfCall());
     Map<Endpoint, Call.Use> before = own.uses;
-    if (wanted == before && own.refused.isEmpty()) {
+    if (described == own.wanted && own.refused.isEmpty()) {
       return;
     }
+    own.wanted = described;
+    Map<Endpoint, Call.Use> wanted = new LinkedHashMap<>();
+    described.forEach((endpoint, use) -> wanted.put(endpoint, use.to(directionOf(endpoint, use))));
     own.withdrawn.keySet().removeAll(wanted.keySet());
     own.uses = wanted;
     own.refused.retainAll(wanted.keySet());
@@ -315,6 +389,25 @@ final class Destinations {
     before.keySet().stream().filter(endpoint -> !wanted.containsKey(endpoint))
         .forEach(endpoint -> withdraw(own, endpoint, call, now));
     own.findHosts();
+  }
+
+  /** Returns the direction of a use. A message does not exchange the parties of a call once their media flows. */
+  private Direction directionOf(Endpoint endpoint, Call.Use use) {
+    Entry entry = entries.get(endpoint);
+    Claim claim = entry == null ? null : entry.claim(use.call());
+    if (claim != null && claim.hasMedia()) {
+      return claim.use.direction();
+    }
+    if (entry != null && entry.ended != null && entry.ended.use.leg() == use.leg()) {
+      return entry.ended.use.direction();
+    }
+    MediaUse before = savedUse(endpoint, use);
+    return before != null ? before.direction().turned(use.leg().isTurned()) : use.direction();
+  }
+
+  /** Returns what was saved of a use; null when nothing was, or when it is restored already. */
+  private MediaUse savedUse(Endpoint endpoint, Call.Use use) {
+    return saved.isEmpty() ? null : saved.getOrDefault(use.leg().id(), Map.of()).get(endpoint);
   }
 
   private void withdraw(OfCall own, Endpoint endpoint, Call call, Moment now) {
@@ -332,6 +425,68 @@ final class Destinations {
       own.withdrawn.remove(oldest.endpoint);
       release(oldest.endpoint, call, now);
     }
+  }
+
+  /**
+   * Keeps the destinations of an ended call that have received media for a while, because the end may be forged, and
+   * dismisses the others.
+   */
+  void end(Call call, Moment now) {
+    OfCall own = ofCalls.get(call);
+    List<Claim> claims = own == null ? List.of()
+        : Stream.concat(own.uses.keySet().stream(), own.withdrawn.keySet().stream()).map(entries::get)
+            .filter(Objects::nonNull).map(entry -> entry.claim(call)).filter(Objects::nonNull).filter(Claim::hasMedia)
+            .toList();
+    if (claims.isEmpty()) {
+      remove(call, now);
+      forgotten.accept(call);
+      return;
+    }
+    ended.put(call, new Ended(now, claims));
+    claims.forEach(claim -> {
+      claim.use.attach(null);
+      claim.withdrawn = claim.end(now) == null ? now : claim.withdrawn;
+      entries.get(claim.endpoint).ended = claim;
+    });
+    remove(call, now);
+    if (ended.size() > MAX_ENDED) {
+      forgetEnded(now);
+    }
+  }
+
+  /** Dismisses the destinations of the call that has ended first. Returns false when there is none. */
+  boolean forgetEnded(Moment now) {
+    if (ended.isEmpty()) {
+      return false;
+    }
+    forgetEnded(ended.keySet().iterator().next(), now);
+    return true;
+  }
+
+  private void forgetEnded(Call call, Moment now) {
+    ended.remove(call).claims.forEach(claim -> {
+      Entry entry = entries.get(claim.endpoint);
+      if (entry != null && entry.ended == claim) {
+        entry.ended = null;
+        releaseUnused(entry, claim.endpoint, now);
+      }
+    });
+    forgotten.accept(call);
+  }
+
+  /** Returns the ended call whose media goes on with a frame; null when it is none. */
+  Call endedCallOf(FrameCursor frame, Moment now) {
+    Entry entry = byKey.get(frame.destination());
+    return entry != null && entry.isResumedBy(frame, now) ? entry.ended.call : null;
+  }
+
+  /** Hands the destinations of an ended call that have received media over to the call that goes on with its legs. */
+  void goOn(Call before, Call next, Moment now) {
+    Set<Endpoint> described = next.destinations().keySet();
+    ended.get(before).claims.stream().filter(claim -> !described.contains(claim.endpoint))
+        .forEach(claim -> next.learn(claim.endpoint, claim.use.by(next)));
+    update(next, next.destinations(), now);
+    forgetEnded(before, now);
   }
 
   /** Dismisses the destinations of an ended call. */
@@ -355,6 +510,9 @@ final class Destinations {
 
   /** Dismisses the destinations that the signalling no longer describes and whose media has stopped. */
   void tick(Moment now) {
+    while (!ended.isEmpty() && now.since(ended.values().iterator().next().at) >= PAUSE_MILLIS) {
+      forgetEnded(now);
+    }
     withdrawing.removeIf(call -> {
       Map<Endpoint, Claim> withdrawn = ofCalls.get(call).withdrawn;
       List<Claim> silent = withdrawn.values().stream().filter(claim -> !claim.mayGoOn(now)).toList();
@@ -383,6 +541,11 @@ final class Destinations {
     }
     claim.use = use;
     claim.withdrawn = null;
+    MediaUse before = savedUse(endpoint, use);
+    if (before != null) {
+      claim.restore(before, now);
+      saved.get(use.leg().id()).remove(endpoint);
+    }
     ofCalls.get(use.call()).refused.remove(endpoint);
     Claim excess = entry.excess(now);
     if (excess != null) {
@@ -428,12 +591,16 @@ final class Destinations {
   private void release(Endpoint endpoint, Call call, Moment now) {
     Entry entry = entries.get(endpoint);
     if (entry != null && entry.remove(call)) {
-      if (entry.claims().isEmpty()) {
-        entries.remove(endpoint);
-        byKey.remove(endpoint.key());
-      }
-      withdrawRequest(entry, endpoint, now);
+      releaseUnused(entry, endpoint, now);
     }
+  }
+
+  private void releaseUnused(Entry entry, Endpoint endpoint, Moment now) {
+    if (entry.claims().isEmpty() && entry.ended == null) {
+      entries.remove(endpoint);
+      byKey.remove(endpoint.key());
+    }
+    withdrawRequest(entry, endpoint, now);
   }
 
   private void dismiss(Endpoint endpoint, Moment now) {
@@ -455,7 +622,10 @@ final class Destinations {
       return null;
     }
     Claim only = entry.only;
-    return only != null && only.heardAgain(frame, now) ? only.use : find(entry, frame, now);
+    if (only != null && only.heardAgain(frame, now)) {
+      return only.use;
+    }
+    return entry.claims().isEmpty() || entry.isResumedBy(frame, now) ? null : find(entry, frame, now);
   }
 
   private Call.Use find(Entry entry, FrameCursor frame, Moment now) {
@@ -468,11 +638,42 @@ final class Destinations {
     return best.use;
   }
 
+  /** Returns the destinations that have received media of a call. */
+  List<MediaUse> media(Call call, Moment now) {
+    OfCall own = ofCalls.get(call);
+    return own == null ? List.of() : Stream.concat(own.uses.keySet().stream(), own.withdrawn.keySet().stream())
+        .map(endpoint -> entries.get(endpoint).claim(call)).filter(claim -> claim != null && claim.hasMedia())
+        .map(claim -> claim.saved(now)).toList();
+  }
+
+  /** Takes the media of a saved call. Its destinations have it as soon as a message describes them. */
+  void restore(List<MediaUse> uses) {
+    uses.forEach(use -> saved.computeIfAbsent(use.leg(), any -> new HashMap<>()).put(use.destination(), use));
+  }
+
+  /** Claims what a restored call has received at destinations that its messages do not describe any more. */
+  void finishRestoring(Call call, Moment now) {
+    for (Leg leg : call.legs()) {
+      Map<Endpoint, MediaUse> rest = saved.getOrDefault(leg.id(), Map.of());
+      rest.forEach((endpoint, use) -> learn(endpoint, call, leg, use.direction().turned(leg.isTurned())));
+      update(call, call.destinations(), now);
+      saved.remove(leg.id());
+    }
+  }
+
+  private static void learn(Endpoint endpoint, Call call, Leg leg, Direction direction) {
+    Map<Endpoint, Call.Use> known = call.destinations();
+    if (!known.containsKey(endpoint)) {
+      known.values().stream().filter(use -> use.direction() == direction).map(Call.Use::media).findFirst()
+          .ifPresent(media -> call.learn(endpoint, new Call.Use(call, leg, direction, media)));
+    }
+  }
+
   /** Whether a destination has received media of a call. */
   boolean hasMedia(Endpoint endpoint, Call call) {
     Entry entry = entries.get(endpoint);
     Claim claim = entry == null ? null : entry.claim(call);
-    return claim != null && claim.last != Claim.NEVER;
+    return claim != null && claim.hasMedia();
   }
 
   /** Returns the use of a destination that only one call uses, or else null. */
@@ -493,8 +694,9 @@ final class Destinations {
    * recorder was restarted. The command is not repeated within 1 s, because frames sent before it may still arrive.
    */
   void unwanted(Endpoint endpoint, Moment now) {
+    Entry entry = entries.get(endpoint);
     Moment last = dismissed.get(endpoint);
-    if (last == null || now.since(last) >= REPEAT_MILLIS) {
+    if ((entry == null || !entry.requested) && (last == null || now.since(last) >= REPEAT_MILLIS)) {
       dismiss(endpoint, now);
     }
   }

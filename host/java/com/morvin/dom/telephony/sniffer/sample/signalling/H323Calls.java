@@ -203,6 +203,12 @@ final class H323Calls {
       this.leg = leg;
     }
 
+    private H323Call(H323Call before, Moment now) {
+      super(follower.nextNumber(), before, now);
+      leg = before.leg;
+      before.destinations.forEach((endpoint, use) -> destinations.put(endpoint, use.by(this)));
+    }
+
     /** Whether the description begins another call on the same connection: the end of this call was missed. */
     boolean isReplacedBy(H323Text text) {
       return text.type() == H323Text.SETUP && !text.callId().isEmpty() && !text.callId().equals(id());
@@ -234,6 +240,12 @@ final class H323Calls {
     @Override
     Map<Endpoint, Use> signalledDestinations() {
       return new LinkedHashMap<>(destinations);
+    }
+
+    /** The connections have ended with the messages, so the call ends a while after its media. */
+    @Override
+    H323Call goOn(Moment now) {
+      return new H323Call(this, now);
     }
 
     @Override

@@ -26,7 +26,7 @@ public class Leg {
   private final String id;
   private final String caller;
   private final String callee;
-  private final Moment start;
+  private Moment start;
   private Ending ending;
   /** How a dialog of the leg has or may have ended while the leg goes on; null when none has. */
   private String endingOfPart;
@@ -59,7 +59,7 @@ public class Leg {
     return callee;
   }
 
-  /** Returns the time of the first message. */
+  /** Returns the time of the first message, or the time when the leg has gone on after its end. */
   public final Moment start() {
     return start;
   }
@@ -135,6 +135,26 @@ public class Leg {
     endingOfPart = how;
   }
 
+  /** Takes the end back, because media has gone on after it: the leg begins again. */
+  final void goOn(Moment now) {
+    start = now;
+    retired = false;
+    keepOn();
+  }
+
+  /** Takes a scheduled end back when media that a restart knows of has gone on after it. */
+  final void keepOnIfOverruled() {
+    if (ending != null && hasMedia() && media >= ending.at.steady() + OVERRULED_MILLIS) {
+      keepOn();
+    }
+  }
+
+  private void keepOn() {
+    if (ending != null) {
+      endInPart(ending.how);
+    }
+  }
+
   /** Returns how the leg or a part of it has ended; null when none has. */
   final String endSoFar(Moment now) {
     return isHungUp(now) ? ending.how : endingOfPart;
@@ -162,6 +182,11 @@ public class Leg {
   /** Records that media of the leg was received. */
   final void media(Moment now) {
     media = now.steady();
+  }
+
+  /** Records that media of the leg was received before a restart. */
+  final void mediaBefore(long steady) {
+    media = Math.max(media, steady);
   }
 
   /** Whether media continues although the signalling has ended the leg. */

@@ -5,10 +5,12 @@ import java.util.ArrayList;
 import java.util.Collections;
 import java.util.Comparator;
 import java.util.List;
+import java.util.function.Predicate;
 
 /**
- * The messages of a call that are kept while several recorders share the calls: the share of a call changes when it
- * turns out to be a leg of another one. A long list keeps its first and its last messages.
+ * The messages of a call that are kept. When several recorders share the calls, the share of a call changes when it
+ * turns out to be a leg of another one. When media goes on after the end of a call, another call goes on with its legs.
+ * A long list keeps its first and its last messages.
  */
 final class SharedSignalling {
   private static final int MAX_BYTES = 16 << 10;
@@ -64,6 +66,13 @@ final class SharedSignalling {
     if (!other.messages.isEmpty()) {
       messages.sort(Comparator.comparingLong(message -> message.time.stamp()));
     }
+  }
+
+  /** Removes messages. */
+  void removeIf(Predicate<Frame> unwanted) {
+    messages = new ArrayList<>(messages);
+    messages.removeIf(message -> unwanted.test(message.frame));
+    bytes = messages.stream().mapToInt(Message::size).sum();
   }
 
   /** Returns the messages: a view. */

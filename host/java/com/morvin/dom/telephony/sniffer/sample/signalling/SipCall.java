@@ -20,6 +20,15 @@ final class SipCall extends Call {
     first.setCall(this);
   }
 
+  private SipCall(int number, SipCall before, Moment now) {
+    super(number, before, now);
+    calls = before.calls;
+    sipLegs().forEach(leg -> leg.setCall(this));
+    // A restart must not read the forged end again.
+    signalling().removeIf(frame ->
+        SipMessage.parse(frame.payload()).filter(message -> message.method().equals("BYE")).isPresent());
+  }
+
   /** Returns the legs in the order of their start. */
   List<SipLeg> sipLegs() {
     return legs().stream().map(SipLeg.class::cast).toList();
@@ -63,11 +72,18 @@ final class SipCall extends Call {
     Map<Endpoint, Use> destinations = new LinkedHashMap<>();
     sipLegs().stream().filter(leg -> !leg.isRetired())
         .forEach(leg -> leg.destinations().forEach(destinations::putIfAbsent));
+    destinations.replaceAll((endpoint, use) -> sipLegs().stream().filter(leg -> leg.hasOwner(endpoint)).findFirst()
+        .map(leg -> use.to(leg.directionToOwner(endpoint))).orElse(use));
     return destinations;
   }
 
   @Override
   void ended(Moment now) {
     calls.ended(this, now);
+  }
+
+  @Override
+  SipCall goOn(Moment now) {
+    return calls.restore(this) ? new SipCall(calls.nextNumber(), this, now) : null;
   }
 }

@@ -154,6 +154,22 @@ final class SipCalls {
     endedBefore.putLast(callId, stamp);
   }
 
+  int nextNumber() {
+    return follower.nextNumber();
+  }
+
+  /** Follows the legs of an ended call again. Returns false when a Call-ID of theirs is that of another call now. */
+  boolean restore(SipCall call) {
+    if (call.sipLegs().stream().anyMatch(leg -> legs.containsKey(leg.id()))) {
+      return false;
+    }
+    for (SipLeg leg : call.sipLegs()) {
+      legs.put(leg.id(), leg);
+      ended.remove(leg.id());
+    }
+    return true;
+  }
+
   /** Forgets an ended call. */
   void ended(SipCall call, Moment now) {
     for (SipLeg leg : call.sipLegs()) {

@@ -4,6 +4,7 @@ import com.morvin.dom.telephony.sniffer.sample.transport.Address;
 import com.morvin.dom.telephony.sniffer.sample.transport.Endpoint;
 import com.morvin.dom.telephony.sniffer.sample.transport.Frame;
 import java.util.Comparator;
+import java.util.HashMap;
 import java.util.HashSet;
 import java.util.LinkedHashMap;
 import java.util.LinkedHashSet;
@@ -42,6 +43,11 @@ final class SipLeg extends Leg {
   private record Described(Address host, Endpoint destination) {}
 
   private final Set<Described> described = new HashSet<>();
+  /**
+   * Whether a destination is one of the caller, by the party whose host described it as its own first. A later message
+   * does not give it to the other party.
+   */
+  private final Map<Endpoint, Boolean> owners = new HashMap<>();
   private final SipParticipants participants = new SipParticipants();
   /** The tags of the callees whose answer has not been followed by a BYE. */
   private final Set<String> answered = new HashSet<>();
@@ -463,9 +469,11 @@ final class SipLeg extends Leg {
     if (destinations == null) {
       destinations = new LinkedHashMap<>();
       described.clear();
-      collect(media -> media.rtp().stream());
-      collect(media -> media.rtcp().stream());
-      collect(media -> media.alternatives().stream());
+      collect(media -> media.rtp().stream(), true);
+      collect(media -> media.rtp().stream(), false);
+      collect(media -> media.rtcp().stream(), true);
+      collect(media -> media.rtcp().stream(), false);
+      collect(media -> media.alternatives().stream(), false);
       parties.forEach((id, party) -> party.descriptions().flatMap(sdp -> sdp.media().stream())
           .flatMap(media -> media.rtp().stream()).filter(destinations::containsKey)
           .forEach(rtp -> described.add(new Described(id.address(), rtp))));
@@ -475,14 +483,33 @@ final class SipLeg extends Leg {
 
   /**
    * Adds addresses of all media. Those that all telephones use come first, so that a forged description with many
-   * others cannot take their places. An agreed description goes before a proposed one of the same address.
+   * others cannot take their places. An agreed description goes before a proposed one of the same address. That of a
+   * host itself goes before those of others, which may take it for the other party.
+   *
+   * @param own whether only addresses of the host that described them are added
    */
-  private void collect(Function<Sdp.Media, Stream<Endpoint>> addresses) {
-    parties.forEach((id, party) -> party.descriptions().flatMap(sdp -> sdp.media().stream()).forEach(media -> {
-      Call.Use use = new Call.Use(call, this, Direction.to(isOnCallerSide(id.tag())), media);
-      addresses.apply(media).filter(endpoint -> destinations.size() < MAX_DESTINATIONS)
-          .forEach(endpoint -> destinations.putIfAbsent(endpoint, use));
-    }));
+  private void collect(Function<Sdp.Media, Stream<Endpoint>> addresses, boolean own) {
+    parties.forEach((id, party) -> party.descriptions().flatMap(sdp -> sdp.media().stream()).forEach(media ->
+        addresses.apply(media).filter(endpoint -> !own || endpoint.address().equals(id.address()))
+            .filter(endpoint -> destinations.size() < MAX_DESTINATIONS)
+            .forEach(endpoint -> add(endpoint, participants.isCaller(id.tag()), media, own))));
+  }
+
+  private void add(Endpoint endpoint, boolean isCaller, Sdp.Media media, boolean own) {
+    if (own && owners.size() < MAX_DESTINATIONS) {
+      owners.putIfAbsent(endpoint, isCaller);
+    }
+    destinations.putIfAbsent(endpoint, new Call.Use(call, this, Direction.to(isCaller != isTurned()), media));
+  }
+
+  /** Whether a host has described a destination as its own. */
+  boolean hasOwner(Endpoint destination) {
+    return owners.containsKey(destination);
+  }
+
+  /** Returns the direction of media sent to a destination that a host has described as its own. */
+  Direction directionToOwner(Endpoint destination) {
+    return Direction.to(owners.get(destination) != isTurned());
   }
 
   /** Returns what is known about the INVITEs, to recognise repeated ones after the end of the leg. */

@@ -25,8 +25,11 @@ final class SipParticipants {
   /** Whether tags of callees were pushed out, so that any tag can be that of the callee. */
   private boolean lostCallees;
 
-  /** Adds a tag of the caller. */
+  /** Adds a tag of the caller, unless it is that of a callee. */
   void addCaller(String tag) {
+    if (callees.containsKey(tag)) {
+      return;
+    }
     callers.putLast(tag, true);
     if (keptCallers.isEmpty()) {
       keptCallers.add(tag);

@@ -67,6 +67,8 @@ public final class Disk implements AutoCloseable {
   private final Thread writer = new Thread(this::write, "writer");
   private long lastNumber;
   private long bytes;
+  /** Those of {@link #bytes} that are no media. */
+  private long stateBytes;
   private long droppedBytes;
   private long droppedBytesBefore;
   private long droppedJobs;
@@ -131,7 +133,7 @@ public final class Disk implements AutoCloseable {
    */
   public synchronized void submit(int size, List<Job> jobs, Content content, Runnable dropped) {
     Entry entry = new Entry(++lastNumber, jobs, size, content, dropped);
-    bytes += size;
+    add(entry, 1);
     while (bytes > maxBytes && !isIdle()) {
       drop(queues.stream().filter(queue -> !queue.isEmpty()).findFirst().orElseThrow().remove());
     }
@@ -139,8 +141,18 @@ public final class Disk implements AutoCloseable {
     notifyAll();
   }
 
+  private void add(Entry entry, int times) {
+    bytes += times * entry.bytes;
+    stateBytes += entry.content == Content.MEDIA ? 0 : times * entry.bytes;
+  }
+
+  /** Whether so many jobs without media wait that further ones would take the place of media. */
+  public synchronized boolean isBehind() {
+    return stateBytes >= maxBytes / 4;
+  }
+
   private synchronized void drop(Entry entry) {
-    bytes -= entry.bytes;
+    add(entry, -1);
     if (!dropping) {
       dropping = true;
       console.line((maxBytes >> 20) + " MB wait for the disk: reports of calls without media are dropped, then the "
@@ -177,7 +189,7 @@ public final class Disk implements AutoCloseable {
       }
       synchronized (this) {
         busy = false;
-        bytes -= entry.bytes;
+        add(entry, -1);
         notifyAll();
       }
     }

@@ -31,7 +31,7 @@ import java.util.zip.CRC32;
  * thread.
  */
 public final class RunningCalls {
-  private static final int VERSION = 5;
+  private static final int VERSION = 6;
   private static final int BATCH_HEADER = 2 * Integer.BYTES;
   /** A checkpoint is replaced when it is longer than this and than several whole states. */
   private static final long MIN_COMPACTED = 1 << 20;

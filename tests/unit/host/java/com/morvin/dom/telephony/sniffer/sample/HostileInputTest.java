@@ -318,6 +318,37 @@ final class HostileInputTest {
     });
   }
 
+  /** The reports of calls that end at once do not take the place of media that waits for the disk. */
+  void testFloodOfEndedCalls() throws Exception {
+    FakeSniffer.with(sniffer -> {
+      String flood = (INVITE.substring(0, INVITE.indexOf("Content-Type")) + "\n").replace("INVITE", "BYE")
+          .replace("<sip:b@b>", "<sip:b@b>;tag=b");
+      int calls = 2_500;
+      for (int i = 0; i <= calls; i++) {
+        String id = "Call-ID: " + i;
+        String port = "audio " + (5000 + 2 * i);
+        sip(sniffer, A, B, INVITE.replace("Call-ID: 1", id).replace("audio 4000", port));
+        sip(sniffer, B, A, response("200 OK").replace("Call-ID: 1", id).replace("audio 4000", port));
+        sniffer.udp(B, FakeSniffer.at("10.0.0.1:" + (5000 + 2 * i)), FakeSniffer.rtp(8, 1, 1, i, new byte[160]));
+      }
+      sniffer.pass(2000);
+      sniffer.disk("stalled");
+      for (int i = 1; i <= calls; i++) {
+        String id = "Call-ID: " + i;
+        sip(sniffer, A, B, flood.replace("Call-ID: 1", id));
+        sip(sniffer, B, A, flood.replace("BYE sip:b@b SIP/2.0", "SIP/2.0 200 OK").replace("Call-ID: 1", id));
+      }
+      sniffer.udp(B, FakeSniffer.at("10.0.0.1:5000"), FakeSniffer.rtp(8, 2, 161, 0, new byte[160]));
+      sniffer.pass(2000);
+      long dropped = sniffer.store.disk().droppedBytes();
+      sniffer.disk("good");
+      for (int i = 0; i < 20; i++) {
+        sniffer.pass(200);  // waits for the disk each time
+      }
+      equal(dropped + " " + sniffer.table().size(), "0 " + calls);
+    });
+  }
+
   /** A paused terminal, or a pipe that is not read, does not stop the recorder. */
   void testOutputThatBlocks() throws Exception {
     CountDownLatch read = new CountDownLatch(1);

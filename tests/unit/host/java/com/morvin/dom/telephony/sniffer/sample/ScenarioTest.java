@@ -477,7 +477,7 @@ final class ScenarioTest {
       throws Exception {
     FakeSniffer.with(sniffer -> {
       sniffer.replay(SAMPLES.resolve(name + ".pcap"), texts);
-      sniffer.pass(1100);
+      sniffer.pass(61_100);
       equal(sniffer.list.size(), 0);
       for (Direction direction : Direction.values()) {
         short[] spoken = spoken(sniffer, direction == Direction.FROM_CALLER ? callee : caller);
