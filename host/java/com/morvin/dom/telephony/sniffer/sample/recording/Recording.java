@@ -21,6 +21,7 @@ import java.io.DataInputStream;
 import java.io.DataOutputStream;
 import java.io.IOException;
 import java.io.UncheckedIOException;
+import java.nio.ByteBuffer;
 import java.time.Instant;
 import java.time.ZoneId;
 import java.time.format.DateTimeFormatter;
@@ -193,12 +194,25 @@ final class Recording {
     if (ladder.size() == MAX_STEPS) {
       ladder.remove(FIRST_STEPS);
     }
-    ladder.add(new CallReport.Step((at - start) / 1000.0, frame.source().toString(),
-        frame.destination().toString(), Text.printable(label)));
+    String from = frame.source().toString();
+    String to = frame.destination().toString();
+    double offset = (at - start) / 1000.0;
+    ladder.add(new CallReport.Step(at < latest ? Math.max(offset, lastBetween(from, to)) : offset, from, to,
+        Text.printable(label)));
     if (at < latest) {
       ladder.sort(Comparator.comparingDouble(CallReport.Step::at));  // a leg that another recorder has followed
     }
     latest = Math.max(latest, at);
+  }
+
+  /**
+   * Returns when the last message passed between two addresses. Messages between them arrive in their order, although
+   * the times of some of them are those of their arrival, and others are those of their capture.
+   */
+  private double lastBetween(String from, String to) {
+    return ladder.stream().filter(step -> step.from().equals(from) && step.to().equals(to)
+        || step.from().equals(to) && step.to().equals(from)).mapToDouble(CallReport.Step::at).max()
+        .orElse(Double.NEGATIVE_INFINITY);
   }
 
   private void keep(Frame frame, long time) {
@@ -298,8 +312,9 @@ final class Recording {
     List<CallReport.Leg> legs = legs();
     reports.write(name, start, stereo, hasMedia, fromCaller.track.stretches(start),
         fromCallee.track.stretches(start), names -> new CallReport(names.report(), call.protocol(),
-            Text.printable(call.id()), Text.printable(call.caller()), Text.printable(call.callee()), start, end + skew,
-            Text.printable(how), voice(Direction.FROM_CALLER, names), voice(Direction.FROM_CALLEE, names),
+            Text.printable(call.id()), Text.printable(call.caller()), Text.printable(call.callee()), start,
+            Math.max(start, end + skew), Text.printable(how), voice(Direction.FROM_CALLER, names),
+            voice(Direction.FROM_CALLEE, names),
             names.stereo().stream().findFirst().map(CallReport.Part::file).orElse(""),
             names.stereo().stream().skip(1).toList(), List.copyOf(ladder), notes(end, names), legs));
   }
@@ -346,12 +361,13 @@ final class Recording {
       return List.of();
     }
     List<StoredFile> files = new ArrayList<>();
-    List<StoredFile> ofLegs = new ArrayList<>();
+    List<StoredFile> others = new ArrayList<>();
     for (Voice voice : List.of(fromCaller, fromCallee)) {
       voice.track.addFiles(files);
-      voice.earlier.forEach(track -> track.addFiles(ofLegs));
+      voice.track.addAside(others);
+      voice.earlier.forEach(track -> track.addFiles(others));
     }
-    files.removeAll(ofLegs);
+    files.removeAll(others);
     return files.stream().filter(file -> file instanceof WavFile && file != stereo).toList();
   }
 
@@ -364,8 +380,9 @@ final class Recording {
    * Returns the state for a restart, and queues the unsaved messages and media for the disk thread.
    *
    * @param all whether the state is whole, or an increment to the one before
+   * @param atBoot the time at the start of the machine, by the clock of the recorder
    */
-  RunningCalls.Saved save(RunningCalls running, boolean all) {
+  RunningCalls.Saved save(RunningCalls running, boolean all, long atBoot) {
     saveMessages(running);
     boolean whole = all || changedWholly;
     changed = false;
@@ -377,6 +394,7 @@ final class Recording {
       ByteArrayOutputStream bytes = new ByteArrayOutputStream(USUAL_STATE);
       DataOutputStream out = new DataOutputStream(bytes);
       List<StoredFile> files = new ArrayList<>();
+      out.writeLong(atBoot + skew);
       out.writeInt(stereo == null ? -1 : Track.number(files, stereo));
       if (stereo != null) {
         out.writeByte(stereo.format().encoding().ordinal());
@@ -411,6 +429,11 @@ final class Recording {
     }
   }
 
+  /** Returns the time at the start of the machine by the clock of a saved call, which stays as it was at its start. */
+  static long atBoot(byte[] state) {
+    return ByteBuffer.wrap(state).getLong();
+  }
+
   /** Restores a state that was saved whole and then in increments. */
   void restore(List<byte[]> states, ResumedFiles files) throws IOException {
     int number = -1;
@@ -419,6 +442,7 @@ final class Recording {
     for (byte[] state : states) {
       DataInputStream in = new DataInputStream(new ByteArrayInputStream(state));
       boolean first = state == states.get(0);
+      in.readLong();
       number = in.readInt();
       if (number >= 0) {
         format = new WavFile.Format(Encoding.values()[in.readByte()], in.readInt(), 2);
