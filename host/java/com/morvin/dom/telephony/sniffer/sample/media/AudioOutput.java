@@ -66,6 +66,8 @@ final class AudioOutput {
   private int samplesPerMilli;
   private long packets;
   private boolean interrupted;
+  /** The sound that is not in the stereo file, in milliseconds. */
+  private long cut;
   /** What the file held beyond the saved state, until it is known which packets that are; null afterwards. */
   private Overlap overlap;
   private long windowStart;
@@ -111,6 +113,11 @@ final class AudioOutput {
 
   long packets() {
     return packets;
+  }
+
+  /** Returns the length of the sound that is not in the stereo file, because other sound is in its place. */
+  long cutMillis() {
+    return isAside ? 0 : cut;
   }
 
   /** Whether the sound may be forged, and is kept beside the voice. */
@@ -239,6 +246,7 @@ final class AudioOutput {
     } else if (least < 0 && !lastJoined && !isAside && time - lastTime < SETTLING_MILLIS && -least <= roomBefore()) {
       moveBack(Math.min(-least, MAX_LEAD_MILLIS));
     } else if (least <= -PAUSE_MILLIS) {
+      cut -= least;
       anchor(time, false);
     } else {
       followDrift(agreed, time);

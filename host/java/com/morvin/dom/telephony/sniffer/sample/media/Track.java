@@ -323,6 +323,10 @@ public final class Track {
     if (forgottenIgnored > 0) {
       note(Text.count(forgottenIgnored, "packet") + " with the SSRC of the voice and other numbers ignored");
     }
+    long cut = outputs.stream().mapToLong(AudioOutput::cutMillis).sum();
+    if (cut > 0) {
+      note(cut + " ms of sound are not in the stereo file: the delay of the network fell");
+    }
     long few = fleeting + newcomers.ignored();
     if (few > 0) {
       note(Text.count(few, "packet") + " of sources with a packet or two ignored");
