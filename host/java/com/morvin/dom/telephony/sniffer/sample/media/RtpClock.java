@@ -25,6 +25,16 @@ final class RtpClock {
   /** Since when no packet has been on time; 0 when the last one was. */
   private long offSince;
 
+  /** Returns a clock that shows the same and is adjusted separately. */
+  RtpClock copy() {
+    RtpClock copy = new RtpClock();
+    copy.base = base;
+    copy.setAt = setAt;
+    copy.startedAt = startedAt;
+    copy.offSince = offSince;
+    return copy;
+  }
+
   /** Adjusts the clock to a packet of the stream. A few packets in a second are enough. */
   void follow(RtpPacket packet) {
     if (!packet.codec().isAudio()) {

@@ -72,10 +72,11 @@ final class RtpStream {
   private long lost;
   /** Packets with a number that another packet has taken: one of the two is forged. */
   private long contradicted;
-  /** The next number, the lost packets and the timestamp before the last jumps; -1 before that. */
+  /** The next number, the lost packets, the timestamp and its step before the last jumps; -1 before that. */
   private long nextBefore = -1;
   private long lostBefore;
   private int timestampBefore;
+  private int stepBefore;
   /** The time of the last jump. */
   private long jumped;
 
@@ -266,19 +267,23 @@ final class RtpStream {
   /** Whether packets continue the stream before the last jumps: its sender has not started over. */
   private boolean isBack(Probation.Run run) {
     int gap = (short) (run.first().sequence() - (int) nextBefore);
-    return nextBefore >= 0 && gap >= 0 && gap <= MAX_DROPOUT && run.step() == step && clockBefore.isOnTime(run.last())
-        && run.first().timestamp() - timestampBefore >= (gap + 1) * step;
+    return nextBefore >= 0 && gap >= 0 && gap <= MAX_DROPOUT && run.step() == stepBefore
+        && clockBefore.isOnTime(run.last())
+        && run.first().timestamp() - timestampBefore >= (gap + 1) * stepBefore;
   }
 
   /** Goes on with packets that were on probation. */
   private void follow(Probation.Run run, Consumer<RtpPacket> inOrder) {
     probation.remove(run);
     release(inOrder, early.size());
-    boolean wasAhead = isTruer(run.last());
+    boolean wasForged = nextBefore < 0 && isTruer(run.last());  // it was ahead of its time
     countLostBefore(run);
-    nextBefore = wasAhead ? -1 : nextBefore;  // what was ahead of its time was forged
+    nextBefore = wasForged ? -1 : nextBefore;
     next = 0x10000L + run.first().sequence();
-    first = -1;
+    first = next;
+    step = run.step() > 0 ? run.step() : step;
+    lastTimestamp = run.first().timestamp() - step;
+    wasExact = true;
     setClock(run);
     run.packets().forEach(packet -> accept(packet, inOrder));
     probation.removeIf(packet -> seen[packet.sequence() % REMEMBERED] == identity(packet));
@@ -289,7 +294,7 @@ final class RtpStream {
     if (run.first().time() - jumped >= RtpClock.PATIENCE_MILLIS) {
       clockBefore = clock;
     }
-    clock = clockBefore.isOnTime(run.last()) ? clockBefore : new RtpClock();
+    clock = clockBefore.isOnTime(run.last()) ? clockBefore.copy() : new RtpClock();
     run.packets().forEach(clock::follow);
     jumped = run.first().time();
   }
@@ -300,7 +305,7 @@ final class RtpStream {
       Arrays.fill(seen, 0);  // the numbers come again
     }
     long back = next + gap - nextBefore;
-    if (nextBefore >= 0 && gap < 0 && back >= 0 && back <= MAX_DROPOUT) {
+    if (isBack(run)) {
       lost = lostBefore + back;  // the jump was not that of the sender
       nextBefore = -1;
       return;
@@ -309,6 +314,7 @@ final class RtpStream {
       nextBefore = next;
       lostBefore = lost;
       timestampBefore = lastTimestamp;
+      stepBefore = step;
     }
     lost += gap > 0 && gap <= MAX_DROPOUT ? gap : lostInOutage(run);
   }

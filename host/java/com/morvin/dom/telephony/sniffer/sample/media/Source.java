@@ -41,6 +41,7 @@ final class Source {
   private final Track track;
   /** Whether it sends beside the voice, so that it may be forged. It never continues the file of the voice. */
   private boolean isAside;
+  private boolean hasWaited;
   private final RtpStream stream;
   private final Consumer<RtpPacket> player = this::play;
   private final List<RtpPacket> held = new ArrayList<>();
@@ -77,6 +78,12 @@ final class Source {
 
   RtpStream stream() {
     return stream;
+  }
+
+  /** Adds the first packets, which have waited for a place. */
+  void acceptWaiting(List<RtpPacket> packets) {
+    hasWaited = !packets.isEmpty();
+    packets.forEach(this::accept);
   }
 
   /** Adds a packet. Packets may come out of order. */
@@ -260,10 +267,10 @@ final class Source {
     return output.delay(pauseBefore(packet) / TICKS, packet.time());
   }
 
-  /** Whether the late packets came much faster than they were sent: they were held up, as in an outage of a link. */
-  private boolean cameInBurst() {
-    RtpPacket first = held.get(0);
-    RtpPacket last = held.get(held.size() - 1);
+  /** Whether packets came much faster than they were sent: they were held up, as in an outage of a link. */
+  private static boolean cameInBurst(List<RtpPacket> packets) {
+    RtpPacket first = packets.get(0);
+    RtpPacket last = packets.get(packets.size() - 1);
     return (last.timestamp() - first.timestamp()) / TICKS > 2 * (last.time() - first.time());
   }
 
@@ -285,7 +292,7 @@ final class Source {
     stream.drain(player);
     boolean owns = output != null && output.isOwnedBy(this);
     if (!held.isEmpty() && owns) {
-      if (held.size() < AGREEING || cameInBurst()) {
+      if (held.size() < AGREEING || cameInBurst(held)) {
         writeHeld();
       } else {
         insertPause();
@@ -337,12 +344,12 @@ final class Source {
   /** Whether another source has sent to a file at the same time as this one. */
   private boolean isInUse(AudioOutput other) {
     return other.packets() - writtenBefore.getOrDefault(other, 0L) > STRAGGLERS || isInterrupted(other)
-        || held.get(0).time() < other.endTime() - AudioOutput.PAUSE_MILLIS;
+        || held.stream().anyMatch(packet -> packet.time() < other.endTime() - AudioOutput.PAUSE_MILLIS);
   }
 
-  /** Whether a burst from another address came while a source writes to a file. */
+  /** Whether a burst from another address, or of packets that have waited, came while a source writes to a file. */
   private boolean isInterrupted(AudioOutput other) {
-    return other.owner() instanceof Source writer && writer.identity != identity
+    return other.owner() instanceof Source writer && (writer.identity != identity || hasWaited)
         && held.get(held.size() - 1).time() - writer.stream.lastTime() < MIN_SILENCE_MILLIS;
   }
 

@@ -157,8 +157,7 @@ public final class Track {
     }
     if (source == null) {
       source = new Source(this, lastSsrc, lastIdentity);
-      newcomers.take(lastSsrc, lastIdentity).stream().filter(other -> other.sequence() != packet.sequence())
-          .forEach(source::accept);
+      source.acceptWaiting(newcomers.take(lastSsrc, lastIdentity));
     }
     source.identity = lastIdentity;
     sources.remove(source);
