@@ -129,7 +129,8 @@ final class Retention implements ReportListener {
     StoredCalls calls = new StoredCalls(directory);
     List<CallReport> found = calls.find(call);
     StoredCalls.Selection selection = (start, id) -> id.equals(call)
-        || found.stream().anyMatch(report -> report.start() == start && report.id().equals(id));
+        || found.stream().anyMatch(report -> report.id().equals(id)
+            && (report.start() == start || report.began() == start));
     int lines = calls.removeFromTable(selection);
     int shown = PageEraser.erase(directory, selection, now);
     for (CallReport report : found) {

@@ -75,7 +75,7 @@ final class FrontState implements AutoCloseable {
 
   /** Returns the time of the state in milliseconds since 1970; 0 when there was none. */
   long savedAt() {
-    return running.savedAt();
+    return running.savedAt() == null ? 0 : running.savedAt().timeOfDay();
   }
 
   /** Returns the partition of a call that was running; null when it was not saved. */
@@ -144,7 +144,8 @@ final class FrontState implements AutoCloseable {
         unsaved.remove(call);
       }
     }
-    running.save(saved, all, now, session.getBytes(StandardCharsets.ISO_8859_1), () -> saving = false,
+    SteadyClock.Reading time = new SteadyClock.Reading(now, 0, 0);
+    running.save(saved, all, time, session.getBytes(StandardCharsets.ISO_8859_1), () -> saving = false,
         () -> saving = false);
   }
 

@@ -29,6 +29,8 @@ final class AudioOutput {
   static final long PAUSE_MILLIS = 200;
   /** A smaller difference is jitter. */
   private static final long JITTER_MILLIS = 40;
+  /** In this time after the start of a stretch each packet can show that those before were late. */
+  private static final long FIRST_MILLIS = 1_000;
   /** For this time after its start a stretch can turn out to be earlier than its first packets said. */
   private static final long SETTLING_MILLIS = 10_000;
   private static final long WINDOW_MILLIS = 10_000;
@@ -52,6 +54,7 @@ final class AudioOutput {
 
   private WavChannel channel;
   private final String codec;
+  private final boolean isAside;
   private final SavedList<Anchor> anchors = new SavedList<>();
   private final SavedList<Gap> gaps = new SavedList<>();
   /** The values of the last anchor, and the time of the first one: each packet needs them. */
@@ -63,11 +66,16 @@ final class AudioOutput {
   private int samplesPerMilli;
   private long packets;
   private boolean interrupted;
+  /** The sound that is not in the stereo file, in milliseconds. */
+  private long cut;
   /** What the file held beyond the saved state, until it is known which packets that are; null afterwards. */
   private Overlap overlap;
   private long windowStart;
   private int windowPackets;
   private long windowDelay;
+  /** The delays of the last packets. One early packet can be forged: as early is what several agree on. */
+  private long lastDelay;
+  private long delayBefore;
   private Object owner;
   /** What a restored output needs to open its file. */
   private WavFile.Format savedFormat;
@@ -76,8 +84,15 @@ final class AudioOutput {
   private long savedStart;
   private long savedSamples;
 
-  AudioOutput(WavChannel channel, String codec) {
+  /**
+   * Makes an output without sound.
+   *
+   * @param channel null when {@link #open} follows
+   * @param isAside whether the sound may be forged, and is kept beside the voice
+   */
+  AudioOutput(WavChannel channel, String codec, boolean isAside) {
     this.codec = codec;
+    this.isAside = isAside;
     if (channel != null) {
       setChannel(channel);
     }
@@ -98,6 +113,16 @@ final class AudioOutput {
 
   long packets() {
     return packets;
+  }
+
+  /** Returns the length of the sound that is not in the stereo file, because other sound is in its place. */
+  long cutMillis() {
+    return isAside ? 0 : cut;
+  }
+
+  /** Whether the sound may be forged, and is kept beside the voice. */
+  boolean isAside() {
+    return isAside;
   }
 
   /** Whether a source writes to this file at present. */
@@ -140,9 +165,23 @@ final class AudioOutput {
     return lastTime + (sample - lastSample) / samplesPerMilli;
   }
 
+  /** Returns when the last sample ends. */
+  long endTime() {
+    return timeOf(channel.samples());
+  }
+
   /** Returns the pause since the last sample in milliseconds, by the clock. */
   long pauseUntil(long now) {
     return !anchored ? 0 : Math.max(0, Math.min(now - timeOf(channel.samples()), MAX_CLOCK_GAP_MILLIS));
+  }
+
+  /**
+   * Returns the pause before a packet that the clock alone places, in milliseconds. It is negative when the file is
+   * ahead of its time: forged packets have filled it.
+   */
+  long pauseByClock(long now) {
+    long lead = !anchored ? 0 : timeOf(channel.samples()) - now;
+    return lead > JITTER_MILLIS && lead <= MAX_LEAD_MILLIS ? -lead : pauseUntil(now);
   }
 
   /** Returns how much later than its place in the file a packet was captured that follows a pause in milliseconds. */
@@ -159,11 +198,12 @@ final class AudioOutput {
   /**
    * Writes a pause. The samples of a packet follow.
    *
-   * @param pause in samples
+   * @param pause in samples; when it is negative, the packet takes the place of the last samples
    * @param missing whether packets were lost in the pause
    * @param time of capture of the packet
+   * @param isEarly whether the packet came before it was due: it does not show where the sound is in time
    */
-  void begin(long pause, boolean missing, long time) {
+  void begin(long pause, boolean missing, long time, boolean isEarly) {
     packets++;
     if (pause > 0 && (missing || interrupted)) {
       mark(channel.samples(), channel.samples() + pause);
@@ -171,27 +211,62 @@ final class AudioOutput {
     interrupted = false;
     if (pause > 0) {
       channel.silence(pause);
+    } else if (pause < 0) {
+      takeBack(Math.min(-pause, channel.samples()));
     }
-    align(pause >= PAUSE_MILLIS * samplesPerMilli, time);
+    if (!isEarly) {
+      align(pause >= PAUSE_MILLIS * samplesPerMilli, time);
+    }
+  }
+
+  private void takeBack(long count) {
+    channel.takeBack(count);
+    long end = channel.samples();
+    while (anchors.size() > 1 && anchors.last().sample > end) {
+      anchors.removeLast();
+    }
+    while (!gaps.isEmpty() && gaps.last().from >= end) {
+      gaps.removeLast();
+    }
+    if (!gaps.isEmpty() && gaps.last().to > end) {
+      gaps.replaceLast(new Gap(gaps.last().from, end));
+    }
+    cacheAnchors();
   }
 
   /** Compares the place of the next sample with its time of capture. */
   private void align(boolean afterPause, long time) {
     long delay = delay(0, time);
+    long agreed = Math.max(delay, Math.max(lastDelay, delayBefore));
+    long least = time - windowStart < FIRST_MILLIS ? delay : agreed;
+    delayBefore = lastDelay;
+    lastDelay = delay;
     if (!anchored || afterPause && Math.abs(delay) >= JITTER_MILLIS) {
       anchor(time, false);
-    } else if (delay < 0 && !lastJoined && time - lastTime < SETTLING_MILLIS) {
-      moveBack(Math.min(-delay, MAX_LEAD_MILLIS));
-    } else if (delay <= -PAUSE_MILLIS) {
+    } else if (least < 0 && !lastJoined && !isAside && time - lastTime < SETTLING_MILLIS && -least <= roomBefore()) {
+      moveBack(Math.min(-least, MAX_LEAD_MILLIS));
+    } else if (least <= -PAUSE_MILLIS) {
+      cut -= least;
       anchor(time, false);
     } else {
-      followDrift(delay, time);
+      followDrift(agreed, time);
     }
+  }
+
+  /** Returns by how many milliseconds the last stretch can move back without reaching the one before. */
+  private long roomBefore() {
+    if (anchors.size() == 1) {
+      return Long.MAX_VALUE;
+    }
+    Anchor before = anchors.items().get(anchors.size() - 2);
+    return lastTime - before.time - (lastSample - before.sample) / samplesPerMilli;
   }
 
   /** The first packets of the stretch were late. */
   private void moveBack(long millis) {
     Anchor late = anchors.last();
+    lastDelay += millis;
+    delayBefore += millis;
     anchors.replaceLast(new Anchor(late.sample, late.time - millis, false));
     cacheAnchors();
     beginWindow(windowStart);
@@ -219,6 +294,8 @@ final class AudioOutput {
       anchors.add(new Anchor(channel.samples(), time, joined));
       cacheAnchors();
       beginWindow(time);
+      lastDelay = 0;
+      delayBefore = 0;
     }
   }
 
@@ -263,6 +340,7 @@ final class AudioOutput {
   /** Saves the state; the file is in the list, or is added to it. */
   void save(DataOutput out, boolean whole, List<StoredFile> files) throws IOException {
     out.writeUTF(codec);
+    out.writeBoolean(isAside);
     WavFile.Format format = channel.file().format();
     out.writeByte(format.encoding().ordinal());
     out.writeInt(format.rate());
@@ -287,7 +365,8 @@ final class AudioOutput {
   /** Restores what was saved, on top of what was restored into this output before; null for a new one. */
   static AudioOutput restore(AudioOutput before, DataInput in) throws IOException {
     String codec = in.readUTF();
-    AudioOutput audio = before != null ? before : new AudioOutput(null, codec);
+    boolean isAside = in.readBoolean();
+    AudioOutput audio = before != null ? before : new AudioOutput(null, codec, isAside);
     audio.savedFormat = new WavFile.Format(Encoding.values()[in.readByte()], in.readInt(), in.readByte());
     audio.savedFile = in.readInt();
     audio.savedChannel = in.readByte();

@@ -15,13 +15,25 @@ final class RtpClock {
   /** At first the clock follows earlier packets: those before them were held up. */
   private static final long SETTLING_MILLIS = 1_000;
   private static final int NEAR = 200 * TICKS;
+  private static final int FAR = 1000 * TICKS;
 
   /** The time at which a timestamp of 0 is due, in units of timestamps. */
   private int base;
   /** When {@link #base} was set anew; 0 before the first packet. */
   private long setAt;
+  private long startedAt;
   /** Since when no packet has been on time; 0 when the last one was. */
   private long offSince;
+
+  /** Returns a clock that shows the same and is adjusted separately. */
+  RtpClock copy() {
+    RtpClock copy = new RtpClock();
+    copy.base = base;
+    copy.setAt = setAt;
+    copy.startedAt = startedAt;
+    copy.offSince = offSince;
+    return copy;
+  }
 
   /** Adjusts the clock to a packet of the stream. A few packets in a second are enough. */
   void follow(RtpPacket packet) {
@@ -29,8 +41,9 @@ final class RtpClock {
       return;
     }
     int delay = delay(packet.timestamp(), packet.time());
-    if (setAt == 0 || offSince > 0 && packet.time() - offSince >= PATIENCE_MILLIS) {
+    if (setAt == 0 || offSince > 0 && packet.time() - offSince >= patience(packet)) {
       base += delay;
+      startedAt = setAt == 0 ? packet.time() : startedAt;
       setAt = packet.time();
       offSince = 0;
     } else if (delay <= LATE && delay >= (packet.time() - setAt < SETTLING_MILLIS ? -NEAR : -EARLY)) {
@@ -41,12 +54,17 @@ final class RtpClock {
     }
   }
 
+  /** The first packets can be late by seconds, when the recorder was busy. */
+  private long patience(RtpPacket packet) {
+    return packet.time() - startedAt < PATIENCE_MILLIS ? SETTLING_MILLIS : PATIENCE_MILLIS;
+  }
+
   private int delay(int timestamp, long time) {
     return (int) (time * TICKS) - timestamp - base;
   }
 
   /** Whether the clock is known well: the first packets can be late. */
-  private boolean isSettled(long time) {
+  boolean isSettled(long time) {
     return setAt > 0 && time - setAt >= SETTLING_MILLIS;
   }
 
@@ -58,6 +76,11 @@ final class RtpClock {
   /** Whether a timestamp came before it was due. */
   boolean isEarly(int timestamp, long time) {
     return isSettled(time) && delay(timestamp, time) < -EARLY;
+  }
+
+  /** Whether a packet came so early that no jitter explains it. False when that is not known. */
+  boolean isFarEarly(RtpPacket packet) {
+    return isSettled(packet.time()) && delay(packet.timestamp(), packet.time()) < -FAR;
   }
 
   /** Whether a packet came when it was due. False when that is not known. */

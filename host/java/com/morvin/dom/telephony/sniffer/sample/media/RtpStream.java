@@ -7,6 +7,7 @@ import java.util.Arrays;
 import java.util.Map;
 import java.util.TreeMap;
 import java.util.function.Consumer;
+import java.util.function.Supplier;
 
 /**
  * Puts the packets of one RTP source in order. It drops duplicates, waits up to 16 packets for a missing one, and
@@ -53,40 +54,69 @@ final class RtpStream {
   private RtpClock clock = new RtpClock();
   /** The clock before the last jumps. */
   private RtpClock clockBefore = clock;
-  private final Probation probation = new Probation();
+  private final Probation probation;
   private long next = -1;
   /** The first number that was passed on; -1 before that. */
   private long first = -1;
   /** The time of capture of the last packet that was passed on. */
   private long lastTime;
+  /** The timestamp of the last packet with audio, and by how much it was later than the one before. */
+  private int lastTimestamp;
+  private int lastAdvance;
+  /** By how much the timestamp rises from packet to packet; 0 when that is not known. */
+  private int step;
+  /** The timestamp that was due for the last packet, and whether it had that timestamp and the usual length. */
+  private int dueTimestamp;
+  private boolean wasExact = true;
   private long received;
   private long lost;
-  /** The next number and the lost packets before the last jump, and its time; -1 before that. */
+  /** Packets with a number that another packet has taken: one of the two is forged. */
+  private long contradicted;
+  /** The next number, the lost packets, the timestamp and its step before the last jumps; -1 before that. */
   private long nextBefore = -1;
   private long lostBefore;
+  private int timestampBefore;
+  private int stepBefore;
+  /** The time of the last jump. */
   private long jumped;
+
+  /**
+   * Makes a stream without packets.
+   *
+   * @param writers returns what writes a long run of packets that are not the stream, or null
+   */
+  RtpStream(Supplier<Consumer<RtpPacket>> writers) {
+    probation = new Probation(writers);
+  }
 
   /** Adds a packet and passes on the packets that are due, in order. A packet that is due at once is not copied. */
   void accept(RtpPacket packet, Consumer<RtpPacket> inOrder) {
     int sequence = packet.sequence();
     int slot = sequence % REMEMBERED;
     long identity = identity(packet);
-    if (seen[slot] == identity || isSame(seen[slot], identity) && !isTruer(packet)) {
+    if (seen[slot] == identity) {
       return;
     }
-    if (waiting == 0 && first >= 0 && sequence == (next & 0xffff)) {
+    if (waiting == 0 && first >= 0 && sequence == (next & 0xffff) && continues(packet)) {
       seen[slot] = identity;
       received++;
       next++;
-      lastTime = packet.time();
-      if ((sequence & SAMPLED) == 0) {
-        clock.follow(packet);
-      }
-      inOrder.accept(packet);
-      return;
+      passOn(packet, inOrder);
+    } else if (replaces(packet)) {
+      seen[slot] = identity;
+      contradicted++;
+      passOn(packet, inOrder);
+    } else if (!isSame(seen[slot], identity) || isTruer(packet)) {
+      acceptOther(packet, identity, inOrder);
+    } else {
+      contradicted++;
     }
+  }
+
+  /** Accepts a packet that is not the next one. */
+  private void acceptOther(RtpPacket packet, long identity, Consumer<RtpPacket> inOrder) {
     if (next < 0) {
-      next = 0x10000L + sequence;
+      next = 0x10000L + packet.sequence();
     }
     int distance = distance(packet);
     if (first < 0 && distance < 0 && distance >= -REORDER_DEPTH) {
@@ -122,6 +152,31 @@ final class RtpStream {
   }
 
   /**
+   * Whether the packet with the next number can be the next one of the sender: its timestamp goes on, and it is not
+   * early. A packet that follows exactly may be early, because the clock can be late after a time of much jitter.
+   */
+  private boolean continues(RtpPacket packet) {
+    int advance = packet.timestamp() - lastTimestamp;
+    if (!packet.codec().isAudio() || !clock.isSettled(packet.time())) {
+      return true;
+    }
+    return advance == step ? !clock.isFarEarly(packet) : advance > 0 && !clock.isEarly(packet);
+  }
+
+  /** Whether a packet has exactly the timestamp and the length that are due at a distance from the next one. */
+  private boolean isExact(RtpPacket packet, int distance) {
+    return packet.codec().isAudio() && packet.length() == step
+        && packet.timestamp() - lastTimestamp == (distance + 1) * step;
+  }
+
+  /** Whether a packet has the number of the last one and is exactly what was due, while that one was not. */
+  private boolean replaces(RtpPacket packet) {
+    return !wasExact && waiting == 0 && first >= 0 && packet.sequence() == (next - 1 & 0xffff)
+        && packet.timestamp() == dueTimestamp && packet.length() == step
+        && (!clock.isSettled(packet.time()) || clock.isOnTime(packet));
+  }
+
+  /**
    * Whether a packet comes when it is due, and the stream is ahead of its time. After a jump this is not known, because
    * another sniffer can still deliver the packets before it.
    */
@@ -130,7 +185,7 @@ final class RtpStream {
   }
 
   private boolean isTruer(RtpPacket packet, RtpClock by) {
-    return by.isEarly((int) seen[(int) (next - 1) & REMEMBERED - 1], lastTime) && by.isOnTime(packet);
+    return by.isEarly(lastTimestamp, lastTime) && by.isOnTime(packet);
   }
 
   /** Whether a packet may be the next one of the stream, before or after others. */
@@ -138,22 +193,42 @@ final class RtpStream {
     if (distance > MAX_DROPOUT || distance < -MAX_MISORDER) {
       return false;
     }
-    if (first < 0 || distance == 0) {
+    if (first < 0) {
       return true;
     }
-    return distance < 0 ? !clock.isOnTime(packet) : !clock.isEarly(packet)
+    if (distance <= 0) {
+      return distance == 0 ? continues(packet) : !clock.isOnTime(packet);
+    }
+    return !clock.isEarly(packet) && isFarEnough(packet, distance)
         && (distance <= REORDER_DEPTH || packet.time() - lastTime >= (long) distance * MIN_PACKET_MILLIS);
+  }
+
+  /** Whether the timestamp has moved on at least as far as the number. */
+  private boolean isFarEnough(RtpPacket packet, int distance) {
+    return !packet.codec().isAudio() || !clock.isSettled(packet.time())
+        || packet.timestamp() - lastTimestamp >= (distance + 1) * step;
   }
 
   private void insert(RtpPacket packet, int distance, long identity, Consumer<RtpPacket> inOrder) {
     int slot = packet.sequence() % REMEMBERED;
-    if (distance < 0 && next + distance < first) {
-      seen[slot] = identity;
-      lost++;  // it came after the first one was passed on, and is not recorded
-    }
-    if (distance < 0 || early.putIfAbsent(next + distance, packet.keep()) != null) {
+    if (distance < 0) {
+      if (next + distance < first) {
+        seen[slot] = identity;
+        lost++;  // it came after the first one was passed on, and is not recorded
+      } else if ((seen[slot] >>> 32 & 0xffff) == packet.sequence()) {
+        contradicted++;
+      }
       return;
     }
+    RtpPacket other = early.get(next + distance);
+    if (other != null) {
+      contradicted++;
+      if (!isExact(packet, distance) || isExact(other, distance)) {
+        return;
+      }
+      received--;
+    }
+    early.put(next + distance, packet.keep());
     waiting = early.size();
     seen[slot] = identity;
     received++;
@@ -165,24 +240,50 @@ final class RtpStream {
   /** Whether packets on probation are the stream. */
   private boolean prevails(Probation.Run run) {
     RtpPacket packet = run.last();
-    long heard = waiting == 0 ? lastTime : Math.max(lastTime, early.lastEntry().getValue().time());
-    return run.size() >= MIN_RUN && packet.time() - heard >= SILENCE_MILLIS
-        || run.size() >= MIN_RUN_ON_TIME && isTruer(packet)
+    long heard = lastHeard();
+    if (run.size() >= MIN_RUN && packet.time() - heard >= SILENCE_MILLIS) {
+      if (!isRest(run)) {
+        probation.leaveOutUntil(heard, run);
+      }
+      return run.size() >= MIN_RUN;
+    }
+    return run.size() >= MIN_RUN_ON_TIME && (isTruer(packet) || isBack(run))
         || run.size() >= MIN_RUN_IN_BURST && isBurst(run);
+  }
+
+  /** Whether packets are the next ones of the stream, which has come by a longer way and ends before them. */
+  private boolean isRest(Probation.Run run) {
+    int distance = distance(run.first());
+    return distance >= 0 && distance <= REORDER_DEPTH
+        && run.first().timestamp() - lastTimestamp == (distance + 1) * step;
   }
 
   /** Whether packets follow the stream after a gap, faster than in real time. */
   private boolean isBurst(Probation.Run run) {
-    return run.isUninterrupted(received) && distance(run.first()) > 0 && !clock.isEarly(run.last());
+    return run.isUninterrupted(received) && distance(run.first()) > 0 && !clock.isEarly(run.last())
+        && isFarEnough(run.first(), distance(run.first())) && run.step() >= step / 2;
+  }
+
+  /** Whether packets continue the stream before the last jumps: its sender has not started over. */
+  private boolean isBack(Probation.Run run) {
+    int gap = (short) (run.first().sequence() - (int) nextBefore);
+    return nextBefore >= 0 && gap >= 0 && gap <= MAX_DROPOUT && run.step() == stepBefore
+        && clockBefore.isOnTime(run.last())
+        && run.first().timestamp() - timestampBefore >= (gap + 1) * stepBefore;
   }
 
   /** Goes on with packets that were on probation. */
   private void follow(Probation.Run run, Consumer<RtpPacket> inOrder) {
     probation.remove(run);
     release(inOrder, early.size());
+    boolean wasForged = nextBefore < 0 && isTruer(run.last());  // it was ahead of its time
     countLostBefore(run);
+    nextBefore = wasForged ? -1 : nextBefore;
     next = 0x10000L + run.first().sequence();
-    first = -1;
+    first = next;
+    step = run.step() > 0 ? run.step() : step;
+    lastTimestamp = run.first().timestamp() - step;
+    wasExact = true;
     setClock(run);
     run.packets().forEach(packet -> accept(packet, inOrder));
     probation.removeIf(packet -> seen[packet.sequence() % REMEMBERED] == identity(packet));
@@ -193,7 +294,7 @@ final class RtpStream {
     if (run.first().time() - jumped >= RtpClock.PATIENCE_MILLIS) {
       clockBefore = clock;
     }
-    clock = clockBefore.isOnTime(run.last()) ? clockBefore : new RtpClock();
+    clock = clockBefore.isOnTime(run.last()) ? clockBefore.copy() : new RtpClock();
     run.packets().forEach(clock::follow);
     jumped = run.first().time();
   }
@@ -204,14 +305,28 @@ final class RtpStream {
       Arrays.fill(seen, 0);  // the numbers come again
     }
     long back = next + gap - nextBefore;
-    if (nextBefore >= 0 && gap < 0 && back >= 0 && back <= MAX_DROPOUT) {
+    if (isBack(run)) {
       lost = lostBefore + back;  // the jump was not that of the sender
       nextBefore = -1;
       return;
     }
-    nextBefore = next;
-    lostBefore = lost;
+    if (nextBefore < 0 || run.first().time() - jumped >= RtpClock.PATIENCE_MILLIS) {
+      nextBefore = next;
+      lostBefore = lost;
+      timestampBefore = lastTimestamp;
+      stepBefore = step;
+    }
     lost += gap > 0 && gap <= MAX_DROPOUT ? gap : lostInOutage(run);
+  }
+
+  /** Whether a packet came before it was due. False when that is not known. */
+  boolean isEarly(RtpPacket packet) {
+    return clock.isEarly(packet);
+  }
+
+  /** Whether the timestamp of a packet is later than those before the last jumps, or there was no jump. */
+  boolean isSinceJump(RtpPacket packet) {
+    return nextBefore < 0 || packet.timestamp() - timestampBefore > 0;
   }
 
   /** Returns the sequence number of the next packet in order. */
@@ -257,6 +372,7 @@ final class RtpStream {
       follow(run, inOrder);
       release(inOrder, early.size());
     }
+    probation.drain();
   }
 
   private void release(Consumer<RtpPacket> inOrder, int count) {
@@ -268,19 +384,51 @@ final class RtpStream {
   private void release(Consumer<RtpPacket> inOrder) {
     Map.Entry<Long, RtpPacket> earliest = early.pollFirstEntry();
     waiting = early.size();
+    if (first >= 0 && !continues(earliest.getValue())) {
+      received--;
+      contradicted++;  // the packets before it have shown that it does not belong there
+      return;
+    }
     lost += earliest.getKey() - next;
     next = earliest.getKey() + 1;
     first = first < 0 ? earliest.getKey() : first;
-    lastTime = earliest.getValue().time();
-    if ((next & SAMPLED) == 1) {
-      clock.follow(earliest.getValue());
+    passOn(earliest.getValue(), inOrder);
+  }
+
+  private void passOn(RtpPacket packet, Consumer<RtpPacket> inOrder) {
+    lastTime = packet.time();
+    if (packet.codec().isAudio()) {
+      noteTimestamp(packet);
+    } else {
+      dueTimestamp = lastTimestamp + step;
+      wasExact = false;
     }
-    inOrder.accept(earliest.getValue());
+    inOrder.accept(packet);
+  }
+
+  private void noteTimestamp(RtpPacket packet) {
+    int timestamp = packet.timestamp();
+    int advance = timestamp - lastTimestamp;
+    dueTimestamp = lastTimestamp + step;
+    wasExact = advance == step && packet.length() == step;
+    if (!wasExact && advance > 0 && (advance == packet.length() || advance == lastAdvance)) {
+      step = advance;
+    }
+    lastAdvance = advance;
+    lastTimestamp = timestamp;
+    if ((packet.sequence() & SAMPLED) == 0) {
+      clock.follow(packet);
+    }
   }
 
   /** Returns the time of capture of the last packet that was passed on. */
   long lastTime() {
     return lastTime;
+  }
+
+  /** Returns the time of capture of the last packet, with those that wait for an earlier one. */
+  long lastHeard() {
+    return waiting == 0 ? lastTime : Math.max(lastTime, early.lastEntry().getValue().time());
   }
 
   /** Returns the number of received packets without duplicates. */
@@ -295,7 +443,7 @@ final class RtpStream {
 
   /** Returns the number of packets that are not of the sender, although they have its SSRC and address. */
   long ignored() {
-    return probation.ignored();
+    return probation.ignored() + contradicted;
   }
 
   void save(DataOutput out) throws IOException {
@@ -325,5 +473,6 @@ final class RtpStream {
       early.put(in.readLong(), RtpPacket.restore(in));
     }
     waiting = early.size();
+    lastTimestamp = (int) seen[(int) (next - 1) & REMEMBERED - 1];
   }
 }

@@ -47,6 +47,11 @@ final class SavedList<T> {
     items.add(item);
   }
 
+  void removeLast() {
+    items.remove(items.size() - 1);
+    saved = Math.min(saved, items.size());
+  }
+
   void replaceLast(T item) {
     items.set(items.size() - 1, item);
     saved = Math.min(saved, items.size() - 1);

@@ -16,10 +16,9 @@ import java.io.DataOutput;
 import java.io.IOException;
 import java.util.ArrayList;
 import java.util.Arrays;
+import java.util.Collections;
 import java.util.Comparator;
-import java.util.LinkedHashMap;
 import java.util.List;
-import java.util.Map;
 import java.util.Set;
 import java.util.TreeSet;
 import java.util.function.Consumer;
@@ -37,27 +36,15 @@ public final class Track {
   // Limits against hostile traffic. Real calls stay far below them.
   private static final int MAX_SOURCES = 8;
   private static final int MAX_FILES = 8;
+  private static final int MAX_ASIDE = 6;
   private static final int MAX_PAYLOAD = 2048;
   private static final int MAX_NOTES = 16;
 
-  /** The number of packets of a new source before it is assigned to a file. */
-  private static final int PROBATION = 10;
-  /** The most packets that are held back to find out why they are late. */
-  private static final int MAX_LATE = 128;
-  /** A pause is inserted when this number of packets agree on it: the time of capture of a packet can be missing. */
-  private static final int AGREEING = 3;
-  /** Packets that are late for this time stay late. */
-  private static final long SETTLING_MILLIS = 500;
-  private static final long MAX_BURST_MILLIS = 10_000;
-  /** The number of packets of the old source that may come after the first packet of the new one. */
-  private static final int STRAGGLERS = 2;
-  /** A source continues the file of one with another address after this time without its packets. */
-  private static final long MIN_SILENCE_MILLIS = 100;
+  /** A source without packets for this time makes way for a new one. */
+  private static final long QUIET_MILLIS = 1000;
+  private static final long PAUSE_MILLIS = 800;
   /** A datagram other than RTP is compared with this number of earlier ones, because it may be delivered again. */
   private static final int COMPARED = 512;
-  /** RTP timestamp units in a millisecond. They are the same for G.722, which has twice the samples (RFC 3551). */
-  private static final int TICKS = 8;
-
   /** The file of both voices of a call. */
   public interface SharedFile {
     /** Returns the channel of this direction for a voice of a format; null when there is none. */
@@ -75,6 +62,7 @@ public final class Track {
   /** The last one is the one whose packet came last, at the latest when another source's packet came. */
   private final List<Source> sources = new ArrayList<>();
   private final List<AudioOutput> outputs = new ArrayList<>();
+  private final Newcomers newcomers = new Newcomers();
   private final Set<String> notes = new TreeSet<>();
   private final Digits digits = new Digits();
   /** The hashes of the last datagrams other than RTP; most calls have none. */
@@ -92,6 +80,8 @@ public final class Track {
   private long forgottenReceived;
   private long forgottenLost;
   private long forgottenIgnored;
+  /** The packets of sources that sent no more than single ones among many others. */
+  private long fleeting;
 
   /**
    * Makes a track without media.
@@ -130,16 +120,7 @@ public final class Track {
 
   /** Reads the values that the next packet needs. Returns any value. */
   public long touch(int step) {
-    Source source = lastSource;
-    if (source == null || source.output == null) {
-      return 0;
-    }
-    return switch (step) {
-      case 0 -> source.expectedTimestamp;
-      case 1 -> source.stream.touch() + source.output.touch();
-      case 2 -> source.stream.touchSeen() + source.output.channel().touch();
-      default -> source.output.channel().touchBlock();
-    };
+    return lastSource == null ? 0 : lastSource.touch(step);
   }
 
   /**
@@ -157,18 +138,26 @@ public final class Track {
       lastIdentity = identity;
       lastSource = source(packet);
     }
-    lastSource.stream.accept(packet, lastSource.player);
+    if (lastSource != null) {
+      lastSource.accept(packet);
+    }
   }
 
-  /** Returns the source of a packet. A source continues from another address when its next packet comes from there. */
+  /**
+   * Returns the source of a packet; null when it waits for a place. A source continues from another address when its
+   * next packet comes from there.
+   */
   private Source source(RtpPacket packet) {
     Source source = find();
     if (source == null) {
-      source = find(other -> other.ssrc == lastSsrc && other.stream.isNext(packet));
+      source = find(other -> other.ssrc == lastSsrc && other.stream().isNext(packet));
+    }
+    if (source == null && sources.size() == MAX_SOURCES && !makeRoom(packet)) {
+      return null;
     }
     if (source == null) {
-      makeRoom();
-      source = new Source(lastSsrc);
+      source = new Source(this, lastSsrc, lastIdentity);
+      source.acceptWaiting(newcomers.take(lastSsrc, lastIdentity));
     }
     source.identity = lastIdentity;
     sources.remove(source);
@@ -203,7 +192,8 @@ public final class Track {
     }
   }
 
-  private void store(Frame frame, String what, long time) {
+  /** Keeps a frame whose content is not decoded in the capture file. */
+  void store(Frame frame, String what, long time) {
     if (undecoded == null) {
       undecoded = store.pcap(fileName);
       undecodedCodec = what;
@@ -216,31 +206,44 @@ public final class Track {
   }
 
   /**
-   * Forgets a source when there are too many: the one that has been silent for the longest time. A source that is
-   * recorded stays as long as there are others. Single packets are no voice: in a flood of forged sources they must not
-   * be heard.
+   * Forgets a source, so that there is a place for that of a packet: one that is silent, that has sent fewer packets,
+   * or that is recorded beside a voice which has fallen silent. So forged sources do not take the place of a voice,
+   * whether they are many with a packet or two each, or a few that go on. Returns false when the new one waits.
    */
-  private void makeRoom() {
-    if (sources.size() == MAX_SOURCES) {
-      Source fresh = find(source -> source.output == null);
-      Source oldest = fresh == null ? sources.get(0) : fresh;
-      sources.remove(oldest);
-      if (oldest.output != null || oldest.held.size() > STRAGGLERS) {
-        oldest.finish();
-      }
-      forget(oldest);
-      note("many sources");
+  private boolean makeRoom(RtpPacket packet) {
+    note("many sources");
+    long quiet = packet.time() - QUIET_MILLIS;
+    Source least = Collections.min(sources, Comparator.comparing((Source source) -> source.isHeardSince(quiet))
+        .thenComparing(source -> !source.isBeside()).thenComparing(source -> source.stream().received()));
+    int count = newcomers.add(lastSsrc, lastIdentity, packet);
+    boolean replacesVoice = count >= Source.PROBATION && least.isBeside()
+        && sources.stream().allMatch(source -> source.isBeside() || !source.isHeardSince(quiet + PAUSE_MILLIS));
+    if (least.isHeardSince(quiet) && count <= least.stream().received() && !replacesVoice) {
+      return false;
     }
+    sources.remove(least);
+    if (least.isFleeting()) {
+      fleeting += least.stream().received();  // single packets are no voice
+    } else {
+      least.finish();
+    }
+    forget(least);
+    return true;
   }
 
   private void forget(Source source) {
-    forgottenReceived += source.stream.received();
-    forgottenLost += source.stream.lost();
-    forgottenIgnored += source.stream.ignored();
+    forgottenReceived += source.stream().received();
+    forgottenLost += source.stream().lost();
+    forgottenIgnored += source.ignored();
   }
 
   /** Writes the packets that are held back, and forgets the sources. No more packets follow. */
   public void finish() {
+    newcomers.drain(Source.STRAGGLERS, packets -> {
+      Source source = new Source(this, packets.get(0).ssrc(), 0);
+      sources.add(source);
+      packets.forEach(source::accept);
+    });
     sources.forEach(Source::finish);
     sources.forEach(this::forget);
     sources.clear();
@@ -260,7 +263,7 @@ public final class Track {
 
   /** Returns the number of received packets without duplicates. */
   public long received() {
-    return forgottenReceived + sources.stream().mapToLong(source -> source.stream.received()).sum();
+    return forgottenReceived + sources.stream().mapToLong(source -> source.stream().received()).sum();
   }
 
   /** Whether a file was begun: it is created before all that is queued for the disk from now on. */
@@ -277,9 +280,14 @@ public final class Track {
   public long lost() {
     long lost = forgottenLost;
     for (Source source : sources) {
-      lost += source.stream.lost();
+      lost += source.stream().lost();
     }
     return lost;
+  }
+
+  /** Adds the files that are kept beside the stereo file to a list. */
+  public void addAside(List<StoredFile> files) {
+    outputs.stream().filter(AudioOutput::isAside).forEach(output -> number(files, output.channel().file()));
   }
 
   /** Adds the files to a list, unless they are there. */
@@ -314,6 +322,14 @@ public final class Track {
     if (forgottenIgnored > 0) {
       note(Text.count(forgottenIgnored, "packet") + " with the SSRC of the voice and other numbers ignored");
     }
+    long cut = outputs.stream().mapToLong(AudioOutput::cutMillis).sum();
+    if (cut > 0) {
+      note(cut + " ms of sound are not in the stereo file: the delay of the network fell");
+    }
+    long few = fleeting + newcomers.ignored();
+    if (few > 0) {
+      note(Text.count(few, "packet") + " of sources with a packet or two ignored");
+    }
     return notes;
   }
 
@@ -325,7 +341,8 @@ public final class Track {
   public CallReport.Voice report(long callStart, Predicate<WavFile> isNamed) {
     List<CallReport.Part> parts = new ArrayList<>();
     outputs.stream().filter(output -> output.channel().file().path() != null)
-        .forEach(output -> parts.add(output.part(callStart, isNamed.test(output.channel().file()))));
+        .forEach(output -> parts.add(output.part(callStart,
+            output.isAside() || isNamed.test(output.channel().file()))));
     if (undecoded != null && undecoded.path() != null) {
       parts.add(new CallReport.Part(undecoded.fileName(), undecodedCodec, (undecodedFirst - callStart) / 1000.0,
           (undecodedLast - undecodedFirst) / 1000.0, List.of()));
@@ -337,265 +354,39 @@ public final class Track {
 
   /** Returns the stretches of speech, for the file with both directions. */
   public List<StereoFile.Stretch> stretches(long callStart) {
-    return outputs.stream().flatMap(output -> output.stretches(callStart).stream()).toList();
+    return outputs.stream().filter(output -> !output.isAside())
+        .flatMap(output -> output.stretches(callStart).stream()).toList();
   }
 
-  private void note(String text) {
+  /** Returns the files of the sound: a view. */
+  List<AudioOutput> outputs() {
+    return outputs;
+  }
+
+  /** Adds a packet of a pressed key. */
+  void press(RtpPacket packet) {
+    if (options.keepsDigits) {
+      digits.accept(packet);
+    }
+  }
+
+  /** Adds a remark for the report. */
+  void note(String text) {
     if (notes.size() < MAX_NOTES) {
       notes.add(text);
     }
   }
 
-  /** One source of RTP. */
-  private final class Source {
-    private final int ssrc;
-    private long identity;
-    private final RtpStream stream = new RtpStream();
-    private final Consumer<RtpPacket> player = this::play;
-    private final List<RtpPacket> held = new ArrayList<>();
-    /** Whether there are any in {@code held}: a packet in time need not touch it. */
-    private boolean holds;
-    private final Map<AudioOutput, Long> writtenBefore = new LinkedHashMap<>();
-    private G722 g722;
-    private AudioOutput output;
-    private int savedOutput;
-    private int expectedTimestamp;
-    /** What was in the file already when the source was restored; null when no packet can be there any more. */
-    private Overlap overlap;
-    private long lostBefore;
-
-    Source(int ssrc) {
-      this.ssrc = ssrc;
-      noteWritten();
-    }
-
-    private void noteWritten() {
-      outputs.forEach(other -> writtenBefore.put(other, other.packets()));
-    }
-
-    void play(RtpPacket packet) {
-      switch (packet.codec().kind()) {
-        case COMFORT_NOISE -> { }
-        case TELEPHONE_EVENT -> {
-          if (options.keepsDigits) {
-            digits.accept(packet);
-          }
-        }
-        case OTHER -> store(packet.frame(), packet.codec().name(), packet.time());
-        default -> playAudio(packet);
-      }
-    }
-
-    private void playAudio(RtpPacket packet) {
-      if (overlap != null && isInFile(packet)) {
-        return;
-      }
-      if (output != null && output.isOwnedBy(this) && output.channel().rate() == packet.codec().rate()
-          && !output.channel().full()) {
-        playInTime(packet);
-        return;
-      }
-      if (held.isEmpty() && writtenBefore.isEmpty()) {
-        noteWritten();
-      }
-      hold(packet);
-      if (outputs.isEmpty() || held.size() == PROBATION) {
-        assignOutput();
-      }
-    }
-
-    /** Whether the packet is in the file already: a sniffer has sent it again after a restart. */
-    private boolean isInFile(RtpPacket packet) {
-      if (overlap.holds(packet)) {
-        expectedTimestamp = overlap.endTimestamp();
-        return true;
-      }
-      int begun = overlap.begun(packet);
-      if (begun > 0 && output.channel().rewind(begun)) {
-        expectedTimestamp = packet.timestamp();
-      }
-      if (overlap.endsWith(packet)) {
-        overlap = null;
-        output.endOverlap();
-      }
-      return false;
-    }
-
-    /**
-     * Writes a packet unless it is much later than its timestamp says. Either the packets before it were held up, and
-     * then the next ones come in a burst; or the timestamps stood still during a pause, and then the next ones are as
-     * late.
-     */
-    private void playInTime(RtpPacket packet) {
-      long delay = delay(packet);
-      if (delay < AudioOutput.PAUSE_MILLIS || pauseBefore(packet) < 0) {
-        if (holds) {
-          writeHeld();
-        }
-        write(packet);
-        return;
-      }
-      hold(packet);
-      if (held.size() > MAX_LATE) {
-        write(held.remove(0));
-      } else if (held.size() >= AGREEING && packet.time() - held.get(0).time() >= SETTLING_MILLIS) {
-        insertPause();
-      }
-    }
-
-    private void hold(RtpPacket packet) {
-      held.add(packet.keep());
-      holds = true;
-    }
-
-    private int pauseBefore(RtpPacket packet) {
-      return packet.timestamp() - expectedTimestamp;
-    }
-
-    private long delay(RtpPacket packet) {
-      return output.delay(pauseBefore(packet) / TICKS, packet.time());
-    }
-
-    /** Whether the late packets came much faster than they were sent: they were held up, as in an outage of a link. */
-    private boolean cameInBurst() {
-      RtpPacket first = held.get(0);
-      RtpPacket last = held.get(held.size() - 1);
-      return (last.timestamp() - first.timestamp()) / TICKS > 2 * (last.time() - first.time());
-    }
-
-    /** Places the late packets where they were captured. */
-    private void insertPause() {
-      note("time stamps stood still during a pause");
-      expectedTimestamp -= (int) held.stream().mapToLong(this::delay).min().orElse(0) * TICKS;
-      writeHeld();
-    }
-
-    private void writeHeld() {
-      held.forEach(this::write);
-      held.clear();
-      holds = false;
-    }
-
-    void finish() {
-      stream.drain(this::play);
-      if (!held.isEmpty() && output != null && output.isOwnedBy(this)) {
-        if (held.size() < AGREEING || cameInBurst()) {
-          writeHeld();
-        } else {
-          insertPause();
-        }
-      } else if (!held.isEmpty()) {
-        assignOutput();
-      }
-    }
-
-    /** Assigns the source to a file: that of a source that has fallen silent, or else a new one. */
-    private void assignOutput() {
-      RtpPacket first = held.get(0);
-      int rate = first.codec().rate();
-      output = outputs.stream().filter(other -> isAbandoned(other, rate)).findFirst()
-          .orElseGet(() -> open(first.codec()));
-      List<RtpPacket> ready = List.copyOf(held);
-      held.clear();
-      holds = false;
-      writtenBefore.clear();
-      if (output != null) {
-        output.setOwner(this);
-        expectedTimestamp = first.timestamp() - (int) output.pauseUntil(earliest(ready)) * TICKS;
-        ready.stream().filter(packet -> packet.codec().rate() == rate).forEach(this::write);
-      }
-    }
-
-    /** Returns the time of the first packet by the packet that was held up least. */
-    private static long earliest(List<RtpPacket> packets) {
-      RtpPacket first = packets.get(0);
-      return packets.stream()
-          .mapToLong(next -> next.time() - (next.timestamp() - first.timestamp()) / TICKS)
-          .filter(time -> Math.abs(time - first.time()) < MAX_BURST_MILLIS).min().orElse(first.time());
-    }
-
-    private boolean isAbandoned(AudioOutput other, int rate) {
-      Long before = writtenBefore.get(other);
-      return before != null && other.packets() - before <= STRAGGLERS && !other.channel().full()
-          && other.channel().rate() == rate && !isInterrupted(other);
-    }
-
-    /** Whether a burst from another address came while a source writes to a file. */
-    private boolean isInterrupted(AudioOutput other) {
-      return other.owner() instanceof Source writer && writer.identity != identity
-          && held.get(held.size() - 1).time() - writer.stream.lastTime() < MIN_SILENCE_MILLIS;
-    }
-
-    private void write(RtpPacket packet) {
-      long pause = packet.timestamp() - expectedTimestamp;
-      if (pause < 0 || pause > 0 && pause > output.maxPauseAt(packet.time()) * TICKS) {
-        note("timestamp jumps");
-        pause = output.pauseUntil(packet.time()) * TICKS;
-      }
-      boolean missing = stream.lost() > lostBefore;
-      lostBefore = stream.lost();
-      expectedTimestamp = packet.timestamp() + packet.length();
-      output.begin(pause * (packet.codec().rate() / 1000) / TICKS, missing, packet.time());
-      writeSamples(packet, output.channel());
-    }
-
-    private void writeSamples(RtpPacket packet, WavChannel channel) {
-      switch (packet.codec().kind()) {
-        case PCMA -> channel.write(packet.bytes(), packet.offset(), packet.length(), Encoding.A_LAW);
-        case PCMU -> channel.write(packet.bytes(), packet.offset(), packet.length(), Encoding.MU_LAW);
-        default -> {
-          g722 = g722 == null ? new G722() : g722;
-          channel.write(g722.decode(packet.bytes(), packet.offset(), packet.length()));
-        }
-      }
-    }
-
-    void save(DataOutput out) throws IOException {
-      out.writeInt(ssrc);
-      out.writeLong(identity);
-      stream.save(out);
-      out.writeInt(output != null && output.isOwnedBy(this) ? outputs.indexOf(output) : -1);
-      out.writeInt(overlap == null ? expectedTimestamp : overlap.knownTimestamp());
-      out.writeLong(lostBefore);
-      out.writeInt(held.size());
-      for (RtpPacket packet : held) {
-        packet.save(out);
-      }
-    }
-
-    void restore(DataInput in) throws IOException {
-      stream.restore(in);
-      savedOutput = in.readInt();
-      expectedTimestamp = in.readInt();
-      lostBefore = in.readLong();
-      for (int count = in.readInt(); count > 0; count--) {
-        hold(RtpPacket.restore(in));
-      }
-    }
-
-    /** Goes on after a restart. The files are open by now. */
-    void resume() throws IOException {
-      if (savedOutput >= 0) {
-        output = outputs.get(savedOutput);
-        output.setOwner(this);
-        overlap = output.beginOverlap(stream.next(), expectedTimestamp);
-        held.removeIf(overlap::holds);
-        holds = !held.isEmpty();
-        expectedTimestamp = overlap.endTimestamp();
-      }
-      noteWritten();
-    }
-  }
-
-  private AudioOutput open(Codec codec) {
-    if (outputs.size() == MAX_FILES) {
+  /** Opens a file for a codec; returns null when there are too many. */
+  AudioOutput open(Codec codec, boolean isAside) {
+    if (outputs.size() >= (isAside ? MAX_ASIDE : MAX_FILES)) {
       note("more sources than files");
       return null;
     }
     WavFile.Format format = format(codec);
-    WavChannel channel = outputs.isEmpty() ? shared.take(format) : null;
+    WavChannel channel = outputs.isEmpty() && !isAside ? shared.take(format) : null;
     AudioOutput output = new AudioOutput(channel != null ? channel : store.wav(fileName, format, 0).take(0),
-        codec.name());
+        codec.name(), isAside);
     outputs.add(output);
     return output;
   }
@@ -658,10 +449,7 @@ public final class Track {
     undecodedLast = in.readLong();
     sources.clear();
     for (count = in.readInt(); count > 0; count--) {
-      Source source = new Source(in.readInt());
-      source.identity = in.readLong();
-      sources.add(source);
-      source.restore(in);
+      sources.add(Source.restore(this, in));
     }
   }
 

@@ -55,6 +55,7 @@ public final class Recorder extends Service {
   private RunningCalls running;
   private OtherShares others;
   private RunningCalls.Loaded restoring;
+  private long restoredSkew;
   private long lastNumber;
   private long lastSave = -SAVE_MILLIS;
   private volatile boolean saving;
@@ -170,7 +171,7 @@ public final class Recorder extends Service {
       }
     }
     if (!calls.isEmpty()) {
-      running.save(calls, false, clock.timeOfDay(), transport().position(lastNumber), () -> { }, () -> { });
+      running.save(calls, false, clock.read(), transport().position(lastNumber), () -> { }, () -> { });
     }
   }
 
@@ -215,7 +216,7 @@ public final class Recorder extends Service {
         calls.add(save(recording, whole));
       }
     }
-    running.save(calls, whole, clock.timeOfDay(), position, () -> {
+    running.save(calls, whole, clock.read(), position, () -> {
       saving = false;
       if (link.redelivers()) {
         link.acknowledge(upTo);
@@ -225,7 +226,7 @@ public final class Recorder extends Service {
   }
 
   private RunningCalls.Saved save(Recording recording, boolean whole) {
-    return recording.save(running, follower.media(recording.call, now()), whole);
+    return recording.save(running, follower.media(recording.call, now()), whole, clock.atBoot());
   }
 
   private void restore() {
@@ -241,8 +242,7 @@ public final class Recorder extends Service {
         console.line("the state of the calls is damaged, so they go on in new files: " + running.fault());
       }
       Moment now = now();
-      boolean late = !transport().redelivers() && running.savedAt() > 0
-          && now.stamp() - running.savedAt() > RESUME_MILLIS;
+      boolean late = !transport().redelivers() && savedAt() > 0 && now.stamp() - savedAt() > RESUME_MILLIS;
       rememberEnded(now);
       loaded.forEach(this::restoreUses);
       loaded.forEach(call -> restore(call, late, now));
@@ -266,7 +266,9 @@ public final class Recorder extends Service {
 
   private void restoreUses(RunningCalls.Loaded loaded) {
     try {
-      follower.restoreMedia(Recording.mediaUses(loaded.states()));
+      long skew = skewOf(loaded);
+      follower.restoreMedia(Recording.mediaUses(loaded.states()).stream().map(use -> use.at(use.last() - skew))
+          .toList());
     } catch (IOException | RuntimeException e) {
       console.line("the destinations of a call are read from its messages only: " + e);
     }
@@ -274,9 +276,10 @@ public final class Recorder extends Service {
 
   private void restore(RunningCalls.Loaded loaded, boolean late, Moment now) {
     restoring = loaded;
+    restoredSkew = skewOf(loaded);
     // The journal of a merged call holds the frames of its legs one after the other.
     loaded.frames().stream().sorted(Comparator.comparingLong(RunningCalls.TimedFrame::time))
-        .forEach(message -> follower.signalling(message.frame(), now.at(message.time())));
+        .forEach(message -> follower.signalling(message.frame(), now.at(message.time() - restoredSkew)));
     Recording recording = recordings.values().stream().filter(other -> other.journal == loaded.journal()).findFirst()
         .orElse(null);
     if (recording != null) {
@@ -291,12 +294,30 @@ public final class Recorder extends Service {
     if (transport().redelivers()) {
       recording.call.lifetime().resume(now);  // a message that ends the call is delivered yet
     } else {
-      recording.call.lifetime().resume(now.at(running.savedAt()), now);
+      recording.call.lifetime().resume(now.at(savedAt()), now);
     }
     recording.call.awaitLateMedia(now);
     if (late) {
       follower.end(recording.call, "recording stopped", recording.call.lifetime().lastActivity(), now);
     }
+  }
+
+  /** Returns the time of the loaded checkpoint by the clock of this recorder; 0 when there was none. */
+  private long savedAt() {
+    return running.savedAt() == null ? 0 : clock.millisAt(running.savedAt());
+  }
+
+  /**
+   * Returns by how much the times of a saved call are ahead of the clock. The time of day may have been set between the
+   * start of the call and now: that is no pause of the call. After a restart of the machine this is not known.
+   */
+  private long skewOf(RunningCalls.Loaded loaded) {
+    SteadyClock.Reading saved = running.savedAt();
+    if (transport().redelivers() || saved == null || !clock.isComparable(saved)) {
+      return 0;
+    }
+    List<byte[]> states = loaded.states();
+    return (states.isEmpty() ? saved.dayAtBoot() : Recording.atBoot(states.get(states.size() - 1))) - clock.atBoot();
   }
 
   /** Restores the media of the call that is being restored. Its state follows the legs that its messages merge. */
@@ -313,8 +334,8 @@ public final class Recorder extends Service {
 
   @Override
   public void began(Call call, Moment now) {
-    // The times of a saved call, and those of the frames that are redelivered, are times of day already.
-    long skew = restoring != null || transport().redelivers() ? 0 : clock.skew();
+    // The times of the frames that are redelivered are times of day already.
+    long skew = restoring != null ? restoredSkew : transport().redelivers() ? 0 : clock.skew();
     RunningCalls.Journal journal = restoring != null ? restoring.journal() : running.begin();
     recordings.put(call, new Recording(call, journal, store, skew, options, sharesFiles()));
     if (restoring == null) {
@@ -420,7 +441,7 @@ public final class Recorder extends Service {
     recording.report(reports, how, at.stamp());
     summary.countLost(recording.lost());
     console.line(recording.call + "  " + Text.printable(how) + " after "
-        + Text.seconds(at.stamp() - recording.call.start().stamp()) + " s; " + recording.counts());
+        + Text.seconds(Math.max(0, at.stamp() - recording.call.start().stamp())) + " s; " + recording.counts());
     recording.notes(at.stamp()).forEach(note -> console.line(recording.call + "  " + Text.printable(note)));
   }
 

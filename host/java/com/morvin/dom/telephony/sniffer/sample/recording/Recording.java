@@ -22,6 +22,7 @@ import java.io.DataInputStream;
 import java.io.DataOutputStream;
 import java.io.IOException;
 import java.io.UncheckedIOException;
+import java.nio.ByteBuffer;
 import java.time.Instant;
 import java.time.ZoneId;
 import java.time.format.DateTimeFormatter;
@@ -196,12 +197,25 @@ final class Recording {
     if (ladder.size() == MAX_STEPS) {
       ladder.remove(FIRST_STEPS);
     }
-    ladder.add(new CallReport.Step((at - start) / 1000.0, frame.source().toString(),
-        frame.destination().toString(), Text.printable(label)));
+    String from = frame.source().toString();
+    String to = frame.destination().toString();
+    double offset = (at - start) / 1000.0;
+    ladder.add(new CallReport.Step(at < latest ? Math.max(offset, lastBetween(from, to)) : offset, from, to,
+        Text.printable(label)));
     if (at < latest) {
       ladder.sort(Comparator.comparingDouble(CallReport.Step::at));  // a leg that another recorder has followed
     }
     latest = Math.max(latest, at);
+  }
+
+  /**
+   * Returns when the last message passed between two addresses. Messages between them arrive in their order, although
+   * the times of some of them are those of their arrival, and others are those of their capture.
+   */
+  private double lastBetween(String from, String to) {
+    return ladder.stream().filter(step -> step.from().equals(from) && step.to().equals(to)
+        || step.from().equals(to) && step.to().equals(from)).mapToDouble(CallReport.Step::at).max()
+        .orElse(Double.NEGATIVE_INFINITY);
   }
 
   private void keep(Frame frame, long time) {
@@ -301,8 +315,9 @@ final class Recording {
     List<CallReport.Leg> legs = legs();
     reports.write(name, start, stereo, hasMedia, fromCaller.track.stretches(start),
         fromCallee.track.stretches(start), names -> new CallReport(names.report(), call.protocol(),
-            Text.printable(call.id()), Text.printable(call.caller()), Text.printable(call.callee()), start, end + skew,
-            Text.printable(how), voice(Direction.FROM_CALLER, names), voice(Direction.FROM_CALLEE, names),
+            Text.printable(call.id()), Text.printable(call.caller()), Text.printable(call.callee()), start,
+            Math.max(start, end + skew), Text.printable(how), voice(Direction.FROM_CALLER, names),
+            voice(Direction.FROM_CALLEE, names),
             names.stereo().stream().findFirst().map(CallReport.Part::file).orElse(""),
             names.stereo().stream().skip(1).toList(), List.copyOf(ladder), notes(end, names), legs));
   }
@@ -349,12 +364,13 @@ final class Recording {
       return List.of();
     }
     List<StoredFile> files = new ArrayList<>();
-    List<StoredFile> ofLegs = new ArrayList<>();
+    List<StoredFile> others = new ArrayList<>();
     for (Voice voice : List.of(fromCaller, fromCallee)) {
       voice.track.addFiles(files);
-      voice.earlier.forEach(track -> track.addFiles(ofLegs));
+      voice.track.addAside(others);
+      voice.earlier.forEach(track -> track.addFiles(others));
     }
-    files.removeAll(ofLegs);
+    files.removeAll(others);
     return files.stream().filter(file -> file instanceof WavFile && file != stereo).toList();
   }
 
@@ -373,11 +389,13 @@ final class Recording {
     }
   }
 
-  /** Returns the destinations with media of a state that was saved whole and then in increments. */
+  /** Returns the destinations with media of a call whose state was saved whole and then in increments. */
   static List<MediaUse> mediaUses(List<byte[]> states) throws IOException {
     List<MediaUse> uses = List.of();
     for (byte[] state : states) {
-      uses = mediaUses(new DataInputStream(new ByteArrayInputStream(state)), uses);
+      DataInputStream in = new DataInputStream(new ByteArrayInputStream(state));
+      in.readLong();
+      uses = mediaUses(in, uses);
     }
     return uses;
   }
@@ -403,8 +421,9 @@ final class Recording {
    *
    * @param uses the destinations that have received media
    * @param all whether the state is whole, or an increment to the one before
+   * @param atBoot the time at the start of the machine, by the clock of the recorder
    */
-  RunningCalls.Saved save(RunningCalls running, List<MediaUse> uses, boolean all) {
+  RunningCalls.Saved save(RunningCalls running, List<MediaUse> uses, boolean all, long atBoot) {
     saveMessages(running);
     boolean whole = all || changedWholly;
     changed = false;
@@ -416,6 +435,7 @@ final class Recording {
       ByteArrayOutputStream bytes = new ByteArrayOutputStream(USUAL_STATE);
       DataOutputStream out = new DataOutputStream(bytes);
       List<StoredFile> files = new ArrayList<>();
+      out.writeLong(atBoot + skew);
       save(uses, whole, out);
       out.writeInt(stereo == null ? -1 : Track.number(files, stereo));
       if (stereo != null) {
@@ -451,6 +471,11 @@ final class Recording {
     }
   }
 
+  /** Returns the time at the start of the machine by the clock of a saved call, which stays as it was at its start. */
+  static long atBoot(byte[] state) {
+    return ByteBuffer.wrap(state).getLong();
+  }
+
   /** Restores a state that was saved whole and then in increments. */
   void restore(List<byte[]> states, ResumedFiles files) throws IOException {
     int number = -1;
@@ -460,6 +485,7 @@ final class Recording {
     for (byte[] state : states) {
       DataInputStream in = new DataInputStream(new ByteArrayInputStream(state));
       boolean first = state == states.get(0);
+      in.readLong();
       uses = mediaUses(in, uses);
       number = in.readInt();
       if (number >= 0) {

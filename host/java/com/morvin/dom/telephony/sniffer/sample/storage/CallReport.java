@@ -4,6 +4,7 @@ import java.io.IOException;
 import java.nio.file.Files;
 import java.nio.file.Path;
 import java.util.List;
+import java.util.stream.Stream;
 
 /**
  * The report of an ended call. It is saved as a JSON file with the names of these components. File names are relative
@@ -27,6 +28,16 @@ import java.util.List;
 public record CallReport(String name, String protocol, String id, String caller, String callee, long start, long end,
     String endReason, Voice fromCaller, Voice fromCallee, String stereo, List<Part> moreStereo, List<Step> ladder,
     List<String> notes, List<Leg> legs) {
+  /**
+   * Returns when the call began: with its first message, or with sound that is older. Messages are read late when the
+   * recorder was busy, but RTP timestamps tell when the sound was sent.
+   */
+  public long began() {
+    double first = Stream.of(fromCaller, fromCallee).flatMap(voice -> voice.parts.stream()).mapToDouble(Part::offset)
+        .min().orElse(0);
+    return start + Math.round(1000 * Math.min(0, first));
+  }
+
   /** The directory of the reports, inside the directory of the recordings. */
   public static final String FOLDER = "calls";
 

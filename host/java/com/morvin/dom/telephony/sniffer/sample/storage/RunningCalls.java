@@ -1,6 +1,7 @@
 package com.morvin.dom.telephony.sniffer.sample.storage;
 
 import com.morvin.dom.telephony.sniffer.sample.transport.Frame;
+import com.morvin.dom.telephony.sniffer.sample.transport.SteadyClock;
 import java.io.ByteArrayInputStream;
 import java.io.ByteArrayOutputStream;
 import java.io.DataInputStream;
@@ -89,7 +90,7 @@ public final class RunningCalls {
   private volatile boolean wantsAll = true;
   private long wholeSize;
   private long lastJournal = System.currentTimeMillis();
-  private long savedAt;
+  private SteadyClock.Reading savedAt;
   private long savedLog;
   private String fault;
   private byte[] position = new byte[0];
@@ -208,12 +209,13 @@ public final class RunningCalls {
    *
    * @param calls those that have changed, or all running calls
    * @param all whether these are all
-   * @param now milliseconds since 1970
+   * @param now the time of the checkpoint
    * @param position the position of the transport; see Transport
    * @param done runs on the disk thread after the checkpoint is written
    * @param failed runs instead when the checkpoint is given up
    */
-  public void save(List<Saved> calls, boolean all, long now, byte[] position, Runnable done, Runnable failed) {
+  public void save(List<Saved> calls, boolean all, SteadyClock.Reading now, byte[] position, Runnable done,
+      Runnable failed) {
     int size = calls.stream().mapToInt(call -> call.state.length).sum();
     List<String> over = List.copyOf(endedNames);
     endedNames.clear();
@@ -249,12 +251,15 @@ public final class RunningCalls {
     });
   }
 
-  private byte[] batch(List<Saved> calls, List<String> over, long now, byte[] position) throws IOException {
+  private byte[] batch(List<Saved> calls, List<String> over, SteadyClock.Reading now, byte[] position)
+      throws IOException {
     ByteArrayOutputStream bytes = new ByteArrayOutputStream();
     DataOutputStream out = new DataOutputStream(bytes);
     out.writeLong(0);  // length and checksum
     out.writeInt(VERSION);
-    out.writeLong(now);
+    out.writeLong(now.timeOfDay());
+    out.writeLong(now.sinceBoot());
+    out.writeInt(now.boot());
     out.writeLong(log == null ? 0 : log.size());
     out.writeInt(position.length);
     out.write(position);
@@ -291,8 +296,8 @@ public final class RunningCalls {
     }
   }
 
-  /** Returns the time of the loaded checkpoint in milliseconds since 1970; 0 when there was none. */
-  public long savedAt() {
+  /** Returns the time of the loaded checkpoint; null when there was none. */
+  public SteadyClock.Reading savedAt() {
     return savedAt;
   }
 
@@ -320,7 +325,7 @@ public final class RunningCalls {
       // The journals are enough to follow the calls. Nothing can be rolled back.
       fault = e.toString();
       saved.clear();
-      savedAt = 0;
+      savedAt = null;
       position = new byte[0];
     }
     if (rollsBack) {
@@ -365,7 +370,7 @@ public final class RunningCalls {
     if (in.readInt() != VERSION) {
       throw new IOException(checkpoint + " is of another version of this program");
     }
-    savedAt = in.readLong();
+    savedAt = new SteadyClock.Reading(in.readLong(), in.readLong(), in.readInt());
     savedLog = in.readLong();
     position = in.readNBytes(in.readInt());
     for (int count = in.readInt(); count > 0; count--) {
@@ -392,7 +397,7 @@ public final class RunningCalls {
   }
 
   private void rollBack(Map<String, State> saved) throws IOException {
-    if (savedAt > 0) {
+    if (savedAt != null) {
       FileOperations.truncate(log.file(), savedLog);
     }
     for (Map.Entry<String, State> call : saved.entrySet()) {

@@ -121,6 +121,16 @@ public final class WavChannel {
     return untouched;
   }
 
+  /** Takes back the last samples: others are written in their place. */
+  public void takeBack(long count) {
+    if (block != null && count * sampleBytes <= filled) {
+      filled -= (int) count * sampleBytes;
+    } else {
+      file.pass();
+    }
+    samples -= count;
+  }
+
   /** Finds the place of the first sample. Samples in the file move when it has turned out to be earlier. */
   private void place(long pending, boolean moves) {
     if (file.format().channels() == 1 || firstTime == Long.MAX_VALUE) {
