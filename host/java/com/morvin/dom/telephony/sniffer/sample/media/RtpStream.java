@@ -43,6 +43,9 @@ final class RtpStream {
   private static final long SETTLING_MILLIS = 200;
   /** The packets after a gap that come in a burst, as from a stalled link. */
   private static final int MIN_RUN_IN_BURST = 32;
+  /** After this number of packets whose timestamps fit their lengths, the timestamps tell forged packets apart. */
+  private static final int REGULAR = 16;
+  private static final int MAX_REGULAR = 4 * REGULAR;
   /** The most by which an outage differs from the jump of the timestamps. */
   private static final long MAX_CLOCK_MILLIS = 1000;
 
@@ -68,6 +71,10 @@ final class RtpStream {
   /** The timestamp that was due for the last packet, and whether it had that timestamp and the usual length. */
   private int dueTimestamp;
   private boolean wasExact = true;
+  /** The number of such packets, up to a limit; fewer after others. Some senders have timestamps of no use. */
+  private int regular;
+  /** The same before the last packet. */
+  private int regularBefore;
   private long received;
   private long lost;
   /** Packets with a number that another packet has taken: one of the two is forged. */
@@ -105,7 +112,9 @@ final class RtpStream {
     } else if (replaces(packet)) {
       seen[slot] = identity;
       contradicted++;
+      int before = regularBefore;
       passOn(packet, inOrder);
+      regular = before;
     } else if (!isSame(seen[slot], identity) || isTruer(packet)) {
       acceptOther(packet, identity, inOrder);
     } else {
@@ -156,11 +165,16 @@ final class RtpStream {
    * early. A packet that follows exactly may be early, because the clock can be late after a time of much jitter.
    */
   private boolean continues(RtpPacket packet) {
-    int advance = packet.timestamp() - lastTimestamp;
-    if (!packet.codec().isAudio() || !clock.isSettled(packet.time())) {
+    if (!tells(packet)) {
       return true;
     }
+    int advance = packet.timestamp() - lastTimestamp;
     return advance == step ? !clock.isFarEarly(packet) : advance > 0 && !clock.isEarly(packet);
+  }
+
+  /** Whether the timestamp of a packet can tell that it is not of the sender. */
+  private boolean tells(RtpPacket packet) {
+    return regular >= REGULAR && packet.codec().isAudio() && clock.isSettled(packet.time());
   }
 
   /** Whether a packet has exactly the timestamp and the length that are due at a distance from the next one. */
@@ -197,16 +211,15 @@ final class RtpStream {
       return true;
     }
     if (distance <= 0) {
-      return distance == 0 ? continues(packet) : !clock.isOnTime(packet);
+      return distance == 0 ? continues(packet) : !tells(packet) || !clock.isOnTime(packet);
     }
-    return !clock.isEarly(packet) && isFarEnough(packet, distance)
+    return (!tells(packet) || !clock.isEarly(packet) && isFarEnough(packet, distance))
         && (distance <= REORDER_DEPTH || packet.time() - lastTime >= (long) distance * MIN_PACKET_MILLIS);
   }
 
   /** Whether the timestamp has moved on at least as far as the number. */
   private boolean isFarEnough(RtpPacket packet, int distance) {
-    return !packet.codec().isAudio() || !clock.isSettled(packet.time())
-        || packet.timestamp() - lastTimestamp >= (distance + 1) * step;
+    return !tells(packet) || packet.timestamp() - lastTimestamp >= (distance + 1) * step;
   }
 
   private void insert(RtpPacket packet, int distance, long identity, Consumer<RtpPacket> inOrder) {
@@ -411,6 +424,8 @@ final class RtpStream {
     int advance = timestamp - lastTimestamp;
     dueTimestamp = lastTimestamp + step;
     wasExact = advance == step && packet.length() == step;
+    regularBefore = regular;
+    regular = wasExact ? Math.min(regular + 1, MAX_REGULAR) : Math.max(regular - REGULAR, 0);
     if (!wasExact && advance > 0 && (advance == packet.length() || advance == lastAdvance)) {
       step = advance;
     }

@@ -29,6 +29,8 @@ final class Source {
   /** After this number of packets whose timestamps fit their lengths, the timestamps of the source are trusted. */
   private static final int TRUSTED = 16;
   private static final int MAX_FITTING = 10 * TRUSTED;
+  /** After this number of equal pauses the timestamps rise faster than the sound, as with a clock of 16 kHz. */
+  private static final int EVEN = 8;
   /** How early and how late the packet is that takes back what was written in its place. */
   private static final long EARLY_MILLIS = 60;
   /** As many runs wait at a time. */
@@ -58,6 +60,9 @@ final class Source {
   private int expectedTimestamp;
   /** The number of packets whose timestamps have fitted the lengths of those before; fewer after a jump. */
   private int fitting;
+  /** The last pause between two packets that were not lost, and the number of packets that agree on it. */
+  private long evenPause;
+  private int even;
   /** What was in the file already when the source was restored; null when no packet can be there any more. */
   private Overlap overlap;
   private long lostBefore;
@@ -253,10 +258,20 @@ final class Source {
     isAhead = false;
   }
 
+  /** Leaves out packets that nothing has confirmed, unless the timestamps of the sender are of no use anyway. */
   private void ignoreAhead() {
-    ignored += ahead.size();
+    if (fitting >= TRUSTED) {
+      ignored += ahead.size();
+    } else {
+      ahead.forEach(this::writeWithoutPause);
+    }
     ahead.clear();
     isAhead = false;
+  }
+
+  private void writeWithoutPause(RtpPacket packet) {
+    expectedTimestamp = packet.timestamp();
+    write(packet);
   }
 
   private int pauseBefore(RtpPacket packet) {
@@ -367,10 +382,21 @@ final class Source {
       fitting = Math.max(0, fitting - TRUSTED);
     }
     boolean missing = stream.lost() > lostBefore;
+    if (pause != 0 && isTooFast(pause, missing)) {
+      track.note("timestamps rise faster than the sound");
+      pause = output.pauseUntil(packet.time()) * TICKS;
+    }
     lostBefore = stream.lost();
     expectedTimestamp = packet.timestamp() + packet.length();
     output.begin(pause * (packet.codec().rate() / 1000) / TICKS, missing, packet.time(), stream.isEarly(packet));
     writeSamples(packet, output.channel());
+  }
+
+  /** Whether there is the same pause after each packet: then it is none. */
+  private boolean isTooFast(long pause, boolean missing) {
+    even = pause == evenPause && !missing ? Math.min(even + 1, EVEN) : 0;
+    evenPause = pause;
+    return pause > 0 && even == EVEN;
   }
 
   /**
