@@ -1,12 +1,8 @@
 #include "Check.h"
 
 #include <strings.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
-#include <cstring>
-#include <filesystem>
 #include <iostream>
 #include <string>
 #include <string_view>
@@ -17,6 +13,7 @@
 #include "base/HostText.h"
 #include "settings/MoreRecorders.h"
 #include "settings/SettingsReader.h"
+#include "statistics/StatisticsFile.h"
 
 using namespace voip;
 
@@ -50,7 +47,7 @@ void addDeviceErrors(const Sniffer& engine, ErrorList& errors) {
   if (engine.getDeviceCount() == 0) errors.add("no device is set: name one in Device (option -d)");
   bool privilegeMissing = false;
   for (int i = 0; i < engine.getDeviceCount(); ++i) {
-    if (!engine.isDeviceDown(i)) continue;
+    if (!engine.isDeviceDown(i) || isPipe(engine.getDevice(i))) continue;
     const DownDevice device = diagnose(engine, i);
     privilegeMissing = privilegeMissing || device.privilegeMissing;
     errors.add(device.text);
@@ -108,6 +105,13 @@ void printWarning(const std::string& text) {
   std::cerr << "sniffer: warning: " << text << std::endl;
 }
 
+void printPipeWarnings(const Sniffer& engine) {
+  for (int i = 0; i < engine.getDeviceCount(); ++i) {
+    const std::string device = engine.getDevice(i);
+    if (isPipe(device)) printWarning("\"" + device + "\" is a pipe: it is not opened, and the filter not tried on it");
+  }
+}
+
 void printRecorderWarnings(const Sniffer& engine) {
   for (const std::string& host : recorderHosts(engine)) {
     if (!isAnyHost(host)) continue;
@@ -136,14 +140,7 @@ void addSettingErrors(ErrorList& errors) {
 
 void addStatisticsFileError(const std::string& path, ErrorList& errors) {
   if (path.empty()) return;
-  const auto folder = std::filesystem::path(path).parent_path();
-  std::error_code ignored;
-  std::string reason;
-  if (std::filesystem::is_directory(path, ignored)) {
-    reason = std::strerror(EISDIR);
-  } else if (access(folder.empty() ? "." : folder.c_str(), W_OK | X_OK) != 0) {
-    reason = std::strerror(errno);
-  }
+  const std::string reason = StatisticsFile::tryReplacing(path);
   if (reason.empty()) return;
   errors.add("the statistics file " + path + " cannot be written: " + reason +
              "; set StatisticsFile to a file in a folder that the program may write to");
@@ -159,8 +156,9 @@ void printFilterWarnings(const Sniffer& engine) {
 
 int check(Sniffer& engine) {
   ErrorList errors;
-  const int status = engine.openDevices();
+  const int status = engine.openDevices(false);
   addDeviceErrors(engine, errors);
+  printPipeWarnings(engine);
   if (status != 0) addFilterError(engine, status, errors);
   addRecorderErrors(engine, errors);
   addSettingErrors(errors);

@@ -4,6 +4,8 @@
 
 #include <string>
 
+#include "base/IpAddress.h"
+
 namespace voip {
 
 // Any thread may call these functions.
@@ -27,6 +29,17 @@ inline bool isAnyHost(const std::string& text) {
   in6_addr ipv6;
   if (inet_pton(AF_INET, text.c_str(), &ipv4) == 1) return ipv4.s_addr == INADDR_ANY;
   return inet_pton(AF_INET6, text.c_str(), &ipv6) == 1 && IN6_IS_ADDR_UNSPECIFIED(&ipv6);
+}
+
+/// Returns the one form of all texts that lead to the same host: "::FFFF:10.0.0.12" is 10.0.0.12, and a connection to
+/// "0.0.0.0" or "::" leads to this machine. Any other text than that of an address is returned as it is.
+inline std::string canonicalHost(const std::string& text) {
+  const std::size_t percent = text.find('%');
+  std::uint8_t octets[IpAddress::kSize];
+  if (inet_pton(AF_INET6, text.substr(0, percent).c_str(), octets) != 1) return text == "0.0.0.0" ? "127.0.0.1" : text;
+  const std::string host = IpAddress::read(octets).text();
+  if (percent != std::string::npos) return host + text.substr(percent);
+  return host == "::" ? "::1" : host == "0.0.0.0" ? "127.0.0.1" : host;
 }
 
 /// Returns true for the text of a link-local IPv6 address without its device, which leads nowhere.

@@ -1,6 +1,8 @@
 #include "capture/Device.h"
 
 #include <chrono>
+#include <filesystem>
+#include <system_error>
 #include <utility>
 
 #include "base/Logger.h"
@@ -76,6 +78,12 @@ std::optional<std::string_view> captureFilePath(std::string_view deviceName) {
   return deviceName.substr(kFilePrefix.size());
 }
 
+bool isPipe(std::string_view deviceName) {
+  const auto path = captureFilePath(deviceName);
+  std::error_code ignored;
+  return path && std::filesystem::is_fifo(*path, ignored);
+}
+
 // ---- opening and closing ----
 
 bool Device::open(const std::string& name, const Mode& mode) {
@@ -83,6 +91,10 @@ bool Device::open(const std::string& name, const Mode& mode) {
   name_ = name;
   mode_ = mode;
   const auto path = captureFilePath(name);
+  if (!mode.opensPipes && isPipe(name)) {
+    error_ = "it is a pipe, which a check does not open";
+    return false;
+  }
   pcap_t* const opened = path ? openFile(*path, error_) : openNetworkDevice(error_);
   adopt(joinGroup(closeUnlessSupported(opened, mode_, error_), error_));
   if (handle_ == nullptr) return false;

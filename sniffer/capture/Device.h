@@ -20,6 +20,9 @@ namespace voip {
 /// Returns the path in a device name "file:PATH", or nothing when the name is that of a network device.
 std::optional<std::string_view> captureFilePath(std::string_view deviceName);
 
+/// Returns true when the device name is "file:PATH" and the file is a pipe.
+bool isPipe(std::string_view deviceName);
+
 /// A source of frames: a network device, or a capture file that is replayed at the pace of its time stamps. Several
 /// objects for the same network device share its frames when they have a fanout group.
 ///
@@ -50,6 +53,7 @@ class Device {
     bool isFirst = true;                 ///< makes the group, and logs for all of it
     std::uint16_t zone = 0;              ///< see getZone()
     bool decapsulate = false;            ///< PPP is a supported link layer
+    bool opensPipes = true;              ///< opening a pipe waits for the program that writes to it
   };
 
   Device() = default;

@@ -147,10 +147,11 @@ std::vector<std::string> Sniffer::findRepeatedRecorders() const {
   return voip::findRepeatedRecorders(settings_.moreRecorders, first);
 }
 
-int Sniffer::openDevices() {
+int Sniffer::openDevices(bool opensPipes) {
+  Device::Mode mode = deviceMode();
+  mode.opensPipes = opensPipes;
   // A limit of frames is one for the device, so one thread counts them.
-  return devices_.openAll(deviceMode(), filter_, count_ > 0 ? 1 : settings_.captureThreads,
-                          TunnelPorts(settings_.tunnelPorts));
+  return devices_.openAll(mode, filter_, count_ > 0 ? 1 : settings_.captureThreads, TunnelPorts(settings_.tunnelPorts));
 }
 
 Device::Mode Sniffer::deviceMode() const {

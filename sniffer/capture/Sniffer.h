@@ -47,8 +47,9 @@ class Sniffer final : public voip::Engine {
   /// Returns 0 when ready, 3 when the filter does not compile, 4 when it cannot be installed.
   int setupSniffing();
 
-  /// The part of setupSniffing() that opens the devices and installs the filter, with the same results.
-  int openDevices();
+  /// The part of setupSniffing() that opens the devices and installs the filter, with the same results. Without
+  /// `opensPipes` a pipe counts as a device that cannot be opened: opening waits for the program that writes to it.
+  int openDevices(bool opensPipes = true);
 
   /// Starts the capture threads and makes the calling thread the consumer until the engine is stopped.
   void startSniffing();

@@ -150,10 +150,7 @@ void FrameForwarder::recheckRest(std::size_t from, LinkEvent event) {
 bool FrameForwarder::sendMissed(BaseConnection& connection, const KeptFrame& frame) {
   connection_ = &connection;
   group_.push_back({frame, FrameHeader::protocolOf(frame.frame.data()), Origin::kMissed});
-  if (flush() != LinkEvent::kNone) {
-    lookBack_->signalling.fail(monotonicNow());
-    return false;
-  }
+  if (flush() != LinkEvent::kNone) return false;
   lookBack_->signalling.pop();
   return true;
 }

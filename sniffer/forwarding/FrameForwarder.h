@@ -54,17 +54,19 @@ class FrameForwarder {
   /// Empties the group without sending it and counts its frames as not sent. For when their bytes become invalid.
   void dropGroup();
 
-  /// Sends the signalling that a lost recorder missed, oldest first, until a send fails. `connectionFor` returns the
-  /// BaseConnection& for a FrameProtocol.
+  /// Sends the signalling that a lost recorder missed, oldest first, until a send fails. Does nothing without a
+  /// connection. To be called after each RecorderLinks::keepConnected() and before kept media is sent: so a connection
+  /// begins with this signalling. `connectionFor` returns the BaseConnection& for a FrameProtocol.
   template <typename ConnectionFor>
   void sendMissed(ConnectionFor connectionFor) {
     if (lookBack_ == nullptr) return;
     lookBack_->signalling.expire(monotonicNow());
-    while (lookBack_->signalling.isDue(monotonicNow())) {
+    while (!lookBack_->signalling.empty()) {
       flush();  // may drop the oldest one
       if (lookBack_->signalling.empty()) return;
       const KeptFrame oldest = lookBack_->signalling.front();
-      if (!sendMissed(connectionFor(FrameHeader::protocolOf(oldest.frame.data())), oldest)) return;
+      BaseConnection& connection = connectionFor(FrameHeader::protocolOf(oldest.frame.data()));
+      if (!connection.isConnected() || !sendMissed(connection, oldest)) return;
     }
   }
 

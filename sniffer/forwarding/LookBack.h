@@ -12,19 +12,21 @@ namespace voip {
 
 /// Recent frames that the recorder may still need: media that it has not asked for yet, and signalling that it missed
 /// during an outage. With a time for sending again, also frames that were sent shortly before it was lost. All share
-/// one amount of memory; signalling and sent frames take at most half of it each. The lane's thread only.
+/// one amount of memory; missed signalling and sent frames take at most half of it each. The lane's thread only.
 struct LookBack {
   /// Keeps frames for `time`, and media that was sent for `resend`, in `memory` bytes. Signalling that was sent is kept
   /// for the longer of both times, unless `resend` is 0: it is little, and a recorder that hangs can leave it unread
   /// for long. Counts in `statistics`, which must outlive the object.
   ///
   /// What was sent again is kept again, since no recorder has had it for `resend`. When a recorder is lost again and
-  /// again, this ends for a frame `time` and `resend` after its first sending: it may be what makes the recorder crash.
+  /// again, this ends for a frame that was first sent more than `time` and `resend` before the last frame: it may be
+  /// what makes the recorder crash.
   LookBack(Instant time, Instant resend, std::size_t memory, Statistics& statistics)
       : media(time, memory, statistics),
         signalling(time, memory / 2, statistics),
-        sentMedia_(resend, time + resend, memory / 4, statistics),
-        sentSignalling_(resend.count() > 0 ? std::max(time, resend) : resend, time + resend, memory / 4, statistics),
+        sentMedia_(resend, time + resend, memory / 2 - signallingShare(memory), statistics),
+        sentSignalling_(resend.count() > 0 ? std::max(time, resend) : resend, time + resend, signallingShare(memory),
+                        statistics),
         statistics_(statistics) {}
 
   /// Each keeps a copy of a frame. Throws std::bad_alloc.
@@ -67,6 +69,9 @@ struct LookBack {
   MissedSignalling signalling;
 
  private:
+  /// The bytes for signalling that was sent. It is a small part of all frames.
+  static std::size_t signallingShare(std::size_t memory) { return std::max(memory / 16, SentFrames::kLeastMemory); }
+
   static bool isMedia(const KeptFrame& kept) {
     return FrameHeader::protocolOf(kept.frame.data()) == FrameProtocol::Rtp;
   }

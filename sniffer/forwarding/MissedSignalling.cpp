@@ -7,7 +7,6 @@ namespace voip {
 namespace {
 
 constexpr std::size_t kOverhead = 64;  // bytes of memory for a frame in addition to its own bytes
-constexpr Instant kBetweenAttempts{250};
 
 }  // namespace
 
@@ -48,10 +47,6 @@ void MissedSignalling::pop() {
   --statistics_.lookBackWaiting;
   size_ -= frames_.front().frame.size() + kOverhead;
   frames_.pop_front();
-}
-
-void MissedSignalling::fail(Instant now) {
-  nextAttempt_ = now + kBetweenAttempts;
 }
 
 void MissedSignalling::expire(Instant now) {

@@ -37,17 +37,11 @@ class MissedSignalling {
   /// Returns the memory in use, in bytes.
   std::size_t size() const { return size_; }
 
-  /// True when a frame waits and an attempt to send it is due: not within 250 ms after a failed one.
-  bool isDue(Instant now) const { return !empty() && now >= nextAttempt_; }
-
   /// Returns the oldest frame, which is valid until it is removed. There must be one.
   KeptFrame front();
 
   /// Removes the oldest frame. There must be one.
   void pop();
-
-  /// Notes that an attempt to send the oldest frame failed.
-  void fail(Instant now);
 
   /// Drops expired frames. To be called regularly.
   void expire(Instant now);
@@ -69,7 +63,6 @@ class MissedSignalling {
   std::deque<Missed> frames_;   ///< oldest first
   std::deque<Missed> putBack_;  ///< frames before these, until endPutBack()
   std::size_t size_ = 0;        ///< bytes of both
-  Instant nextAttempt_{0};
 };
 
 }  // namespace voip

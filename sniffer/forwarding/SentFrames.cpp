@@ -7,7 +7,7 @@
 namespace voip {
 
 SentFrames::SentFrames(Instant time, Instant age, std::size_t memory, Statistics& statistics)
-    : time_(time), age_(age), memory_(std::max(memory, 2 * kBlockSize)), statistics_(statistics) {}
+    : time_(time), age_(age), memory_(std::max(memory, kLeastMemory)), statistics_(statistics) {}
 
 void SentFrames::keep(const KeptFrame& kept, Instant now) {
   const std::size_t size = sizeOf(kept.frame.size());

@@ -16,8 +16,10 @@ namespace voip {
 /// present time. The lane's thread only.
 class SentFrames {
  public:
-  /// Keeps frames for `time`, none when it is 0, in `memory` bytes. A frame that was first sent more than `age` before
-  /// the last one is not passed on. Counts in `statistics`, which must outlive the object.
+  static constexpr std::size_t kLeastMemory = 256 * 1024;  ///< bytes
+
+  /// Keeps frames for `time`, none when it is 0, in `memory` bytes, at least kLeastMemory. A frame that was first sent
+  /// more than `age` before the last one is not passed on. Counts in `statistics`, which must outlive the object.
   SentFrames(Instant time, Instant age, std::size_t memory, Statistics& statistics);
   SentFrames(const SentFrames&) = delete;
   SentFrames& operator=(const SentFrames&) = delete;
@@ -36,7 +38,8 @@ class SentFrames {
   void expire(Instant now);
 
   /// Removes all frames. Passes on those that were sent within the time before the last one, unless they are too old;
-  /// `take` gets each as a KeptFrame, which is valid during the call. If it throws, the other frames stay.
+  /// `take` gets each as a KeptFrame, which is valid during the call. If it throws, the other frames stay. Both times
+  /// end with the last frame and not now: a send can wait long for a recorder that hangs and is then lost.
   template <typename Take>
   void takeAll(Take take) {
     const Instant oldest = newest() - time_;
@@ -69,8 +72,8 @@ class SentFrames {
     Instant newest{0};  ///< when its last frame was sent
   };
 
-  static constexpr std::size_t kBlockSize = 128 * 1024;  ///< bytes
-  static constexpr std::size_t kMaxSpare = 8;            ///< unused blocks
+  static constexpr std::size_t kBlockSize = kLeastMemory / 2;  ///< bytes
+  static constexpr std::size_t kMaxSpare = 8;                  ///< unused blocks
 
   static std::size_t sizeOf(std::size_t length) { return PageBlock::aligned(sizeof(Record) + length); }
   Instant newest() const { return blocks_.empty() ? Instant(0) : blocks_.back().newest; }

@@ -78,6 +78,9 @@ class BaseConnection {
   /// arrive on the next one.
   virtual voip::LinkEvent sendReply(voip::OutgoingFrame& reply) { return sendPackets({&reply, 1}).link; }
 
+  /// Returns false when a send would first have to connect. Any thread.
+  virtual bool isConnected() const { return true; }
+
   /// Waits until the next attempt to connect is due. To be called after LinkEvent::kUnreachable. Sending thread.
   virtual void pause() {}
 

@@ -82,7 +82,7 @@ class TcpConnection : public BaseConnection, private voip::StreamSocket {
   void tcpConnect();
 
   /// True while a connection is established. Any thread.
-  bool isConnected() const { return connected_; }
+  bool isConnected() const override { return connected_; }
 
   /// Logs a send that failed with `errnum` and closes the connection if it is lost. Returns 0 to continue with the
   /// frame, -1 to abandon it.

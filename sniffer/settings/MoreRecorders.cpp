@@ -49,8 +49,9 @@ MoreRecorders readMoreRecorders(const std::string& value) {
 
 std::vector<std::string> findRepeatedRecorders(const std::string& value, const RecorderAddress& first) {
   MoreRecorders more = readMoreRecorders(value);
-  if (std::find(more.addresses.begin(), more.addresses.end(), first) != more.addresses.end()) {
-    more.repeated.push_back("MoreRecorders has " + first.text() +
+  const auto found = std::find(more.addresses.begin(), more.addresses.end(), first);
+  if (found != more.addresses.end()) {
+    more.repeated.push_back("MoreRecorders has " + found->text() +
                             ", which is the recorder of ServerName: it gets everything twice");
   }
   return more.repeated;

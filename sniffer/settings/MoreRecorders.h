@@ -15,7 +15,11 @@ struct RecorderAddress {
 
   /// Returns "10.0.0.12:6000", or "[2001:db8::12]:6000".
   std::string text() const { return hostAndPort(host, port); }
-  bool operator==(const RecorderAddress&) const = default;
+
+  /// True for addresses that lead to the same recorder, whatever their texts.
+  bool operator==(const RecorderAddress& other) const {
+    return port == other.port && canonicalHost(host) == canonicalHost(other.host);
+  }
 };
 
 /// The content of the setting MoreRecorders: addresses of the form "10.0.0.12:6000" or "[2001:db8::12]:6000", separated

@@ -111,6 +111,8 @@ class CommandLine(TestCase):
         log, logging = os.path.join(folder, "log"), os.path.join(folder, "log4cxx.properties")
         with open(logging, "w") as file:
             file.write(harness.LOG_TO_FILE.replace("sniffer.log", log))
+        pipe = os.path.join(folder, "pipe")
+        os.mkfifo(pipe)
         fragments, streams = {"ReassembleFragments": "yes"}, {"ReassembleTcp": "yes"}
         cases = [
             ({}, 0, ""),
@@ -136,6 +138,11 @@ class CommandLine(TestCase):
             ({"ServerProtocol": "UDP", "LookBack": 9, "ResendLast": 9}, 0, "warning: ResendLast does nothing for"),
             ({"StatisticsFile": "/nowhere/x.prom"}, 1, "/nowhere/x.prom cannot be written: No such file"),
             ({"StatisticsFile": folder}, 1, "cannot be written: Is a directory"),
+            ({"StatisticsFile": pipe}, 1, "cannot be written: Not a regular file"),
+            ({"StatisticsFile": "/proc/x"}, 1, "/proc/x cannot be written: "),
+            ({"StatisticsFile": f"{folder}/{252 * 'x'}"}, 1, "cannot be written: File name too long"),
+            ({"StatisticsFile": f"{folder}/x.prom"}, 0, ""),
+            ({"Device": f"file:{pipe}"}, 0, f'warning: "file:{pipe}" is a pipe'),
             ({"Filter": "udp port 5062 or proto gre", "Decapsulate": "yes"}, 0, ""),
             ({"Filter": "udp port 5062 or port 8472", "Decapsulate": "yes", "TunnelPorts": "vxlan:8472"}, 0, ""),
             ({"TunnelPorts": "vxlam:8472"}, 1, '"vxlam:8472" is ignored: a tunnel is vxlan, geneve, gtp, l2tp or tzsp'),
@@ -153,6 +160,7 @@ class CommandLine(TestCase):
                 self.assertEqual(output, f"Not ready: {count} error{'s' * (count > 1)}" if count else ready)
                 self.assertIn(told, errors)
                 self.assertEqual("warning:" in errors, told.startswith("warning"))
+        self.assertEqual(sorted(os.listdir(folder)), ["log", "log4cxx.properties", "pipe"])
         with open(log) as file:
             self.assertNotIn("connection created", file.read())
         status, output, _ = self.run_to_end("--list-devices")

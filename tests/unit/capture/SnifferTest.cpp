@@ -3,13 +3,17 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <list>
 #include <thread>
+#include <tuple>
 
 #include "recorder/EmbeddedConnection.h"
+#include "statistics/StatisticsFile.h"
 #include "support/Frames.h"
 #include "support/Loopback.h"
 #include "support/TestLog.h"
@@ -241,6 +245,38 @@ TEST_F(Engine, WritesAStatisticsFileThatAnyUserMayRead) {
   std::ifstream file(path);
   const std::string text(std::istreambuf_iterator<char>(file), {});
   EXPECT_NE(text.find("\nsniffer_forwarded_frames_total{protocol=\"sip\"} 1\n"), std::string::npos);
+}
+
+TEST_F(Engine, ReplacesOnlyARegularStatisticsFile) {
+  const std::string folder = temporary("targets");
+  std::filesystem::remove_all(folder);
+  std::filesystem::create_directory(folder);
+  const auto path = [&](const std::string& name) { return folder + "/" + name; };
+  std::ofstream(path("file")) << "old";
+  std::ofstream(path("file.new")) << "left by a killed program";
+  ASSERT_EQ(mkfifo(path("pipe").c_str(), 0600), 0);
+  ASSERT_EQ(mkfifo(path("fresh.new").c_str(), 0600), 0);
+  ASSERT_EQ(symlink("file", path("link").c_str()), 0);
+  ASSERT_EQ(symlink("pipe", path("linkToPipe").c_str()), 0);
+  const std::tuple<const char*, const char*, std::filesystem::file_type> cases[] = {
+      {"file", "", std::filesystem::file_type::regular},
+      {"fresh", "", std::filesystem::file_type::regular},
+      {"link", "", std::filesystem::file_type::regular},
+      {"pipe", "Not a regular file", std::filesystem::file_type::fifo},
+      {"linkToPipe", "Not a regular file", std::filesystem::file_type::symlink},
+      {".", "Is a directory", std::filesystem::file_type::directory},
+  };
+  for (const auto& [name, reason, type] : cases) {
+    SCOPED_TRACE(name);
+    EXPECT_EQ(StatisticsFile::tryReplacing(path(name)), reason);
+    log.take();
+    const auto write = [] { return std::string("new"); };
+    { const StatisticsFile file(path(name), std::chrono::seconds(60), write); }
+    const std::string warning = "WARN Can't write the statistics file " + path(name) + ": " + reason;
+    EXPECT_EQ(log.take(), *reason == 0 ? std::vector<std::string>() : std::vector{warning});
+    EXPECT_EQ(std::filesystem::symlink_status(path(name)).type(), type);
+    EXPECT_FALSE(std::filesystem::exists(path(name) + std::string(".try")));
+  }
 }
 
 TEST_F(Engine, AHostileTimeStampNeitherStallsNorOverflows) {

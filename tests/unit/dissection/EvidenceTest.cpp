@@ -215,9 +215,15 @@ TEST_P(Evidence, SendsMissedSignallingAfterAnOutageAndMediaAfterAnAdd) {
   capture(sip("4"));
   EXPECT_TRUE(eventually([&] { return dissector->getStatistics().sipForwarded == 4; }));
   EXPECT_EQ(received(), "S1 R1 S2 S3 S4 ");
+  // A connection begins with the signalling, even when the recorder asks for media at once.
+  connection->left = 0;
+  connection->attempts = 0;
+  capture(sip("5"));
+  EXPECT_TRUE(eventually([&] { return connection->attempts > 1; }));
+  connection->left = 1 << 30;
   add();
   EXPECT_TRUE(eventually([&] { return dissector->getStatistics().rtpForwarded == 3; }));
-  EXPECT_EQ(received(), "S1 R1 S2 S3 S4 R2 R3 ");
+  EXPECT_EQ(received(), "S1 R1 S2 S3 S4 S5 R2 R3 ");
   expectSum();
 }
 

@@ -167,6 +167,13 @@ TEST(MoreRecorders, AreReadOrLeftOutWithAWarning) {
        "10.0.0.11:6000 ",
        {},
        {"MoreRecorders has 10.0.0.11:6000, which is the recorder of ServerName: it gets everything twice"}},
+      {"[::FFFF:10.0.0.11]:6000;[2001:DB8:0::1]:1;[2001:db8::1]:1;0.0.0.0:1;127.0.0.1:1;[::]:1;[::1]:1",
+       "[::FFFF:10.0.0.11]:6000 [2001:DB8:0::1]:1 0.0.0.0:1 [::]:1 ",
+       {},
+       {"MoreRecorders has [2001:db8::1]:1 twice, it gets everything once",
+        "MoreRecorders has 127.0.0.1:1 twice, it gets everything once",
+        "MoreRecorders has [::1]:1 twice, it gets everything once",
+        "MoreRecorders has [::FFFF:10.0.0.11]:6000, which is the recorder of ServerName: it gets everything twice"}},
   };
   for (const auto& [value, addresses, wrong, repeated] : cases) {
     const MoreRecorders read = readMoreRecorders(value);
