@@ -148,6 +148,15 @@ class InTheVirtualMachine(Test):
         for _ in range(3):
             self.run_host("exit", f"file:{busy}", status=7)
 
+    def test_the_sample_recorder_on_one_list_of_devices_after_the_other(self):
+        words = ["com.morvin.dom.telephony.sniffer.sample.RecorderMain", "--out", ".", "--filter", "udp or tcp"]
+        for call in ("h323-fast-start-tunnelled", "h323-h245-separate"):  # between the same ports
+            words += ["--embedded", f"file:{harness.sample(call + '.pcap')}"]
+        environment = os.environ | {"SNIFFER_REPLAY_PACE": "full"}
+        how = {"env": environment, "cwd": self.directory, "timeout": 60}
+        printed = subprocess.check_output(JAVA + words + ["--idle-exit", "2"], text=True, **how)
+        self.assertIn("2 calls, 1785 media packets (0 lost), 2 recordings", printed)
+
 
 class InTheProgram(Test):
     def test_log_and_statistics_whose_files_cannot_be_written(self):

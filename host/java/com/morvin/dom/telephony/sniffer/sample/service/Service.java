@@ -169,6 +169,7 @@ public abstract class Service implements CallFollower.Listener {
       serveRest(reading);
     } finally {
       finish();
+      follower.forgetEnded(now);
       link.flush();
       writeMetrics();
     }

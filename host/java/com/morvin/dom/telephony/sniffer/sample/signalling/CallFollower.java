@@ -450,6 +450,13 @@ public final class CallFollower {
     return (int) Math.min((long) limits.calls * limits.share.count(), Integer.MAX_VALUE);
   }
 
+  /** Dismisses the destinations of ended calls. To be called before other sniffers, with empty lists, are followed. */
+  public void forgetEnded(Moment now) {
+    while (destinations.forgetEnded(now)) {
+      // The next one.
+    }
+  }
+
   /** Drops calls while all together take too much memory. */
   private void saveMemory(Moment now) {
     while (memory >= limits.bytes) {
