@@ -114,9 +114,13 @@ void printPipeWarnings(const Sniffer& engine) {
 
 void printRecorderWarnings(const Sniffer& engine) {
   for (const std::string& host : recorderHosts(engine)) {
-    if (!isAnyHost(host)) continue;
-    printWarning("the recorder's address " + host + " is where a recorder can listen, not where it is reached: write " +
-                 (host == "0.0.0.0" ? "127.0.0.1" : "::1") + " for this machine, or the address of another one");
+    if (isAnyHost(host)) {
+      printWarning("the recorder's address " + host +
+                   " is where a recorder can listen, not where it is reached: write " + canonicalHost(host) +
+                   " for this machine, or the address of another one");
+    } else if (isGroupHost(host)) {
+      printWarning("the recorder's address " + host + " is that of a group of machines: write the address of one");
+    }
   }
   for (const std::string& warning : engine.findRepeatedRecorders()) printWarning(warning + "; remove it");
 }

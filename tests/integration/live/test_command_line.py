@@ -134,6 +134,8 @@ class CommandLine(TestCase):
             ({"MoreRecorders": "10.0.0.12"}, 1, '"10.0.0.12" is left out: write an address and a port'),
             ({"MoreRecorders": "10.0.0.12:6000;10.0.0.12:6000"}, 0, "warning: MoreRecorders has 10.0.0.12:6000 twice"),
             ({"MoreRecorders": "[fe80::1]:6000"}, 1, "fe80::1 is link-local: write its device, too, as in fe80::1%"),
+            ({"ServerName": "ff02::1"}, 0, "warning: the recorder's address ff02::1 is that of a group of machines"),
+            ({"ServerName": "::ffff:224.0.0.1"}, 0, "warning: the recorder's address ::ffff:224.0.0.1 is that of"),
             ({"ServerName": "0.0.0.0"}, 0, "warning: the recorder's address 0.0.0.0 is where a recorder can listen"),
             ({"ServerProtocol": "UDP", "LookBack": 9, "ResendLast": 9}, 0, "warning: ResendLast does nothing for"),
             ({"StatisticsFile": "/nowhere/x.prom"}, 1, "/nowhere/x.prom cannot be written: No such file"),
