@@ -325,7 +325,7 @@ final class Destinations {
           .thenComparingInt(claim -> claim.call.number()));
     }
 
-    /** Whether a call has hung up, a later one claims the destination, and a frame begins or belongs to a new stream. */
+    /** Whether a call has hung up, a later one claims the destination, and a frame is not of the stream before. */
     private boolean yields(Claim claim, FrameCursor frame, Moment now) {
       return claim.end(now) != null && !claim.use.leg().isOverruled() && !claim.isContinuedBy(frame, now)
           && hasRival(claim, now);
