@@ -38,6 +38,7 @@ final class AudioOutput {
   /** A smaller drift is left until it has grown. */
   private static final long DRIFT_MILLIS = 5;
   private static final int MAX_MARKS = 2000;
+  private static final int MAX_RATE = 48_000;
   /** The longest sound that is compared with packets after a restart: 30 s. */
   private static final int MAX_COMPARED = 240_000;
   /** RTP timestamp units in a millisecond. */
@@ -376,6 +377,15 @@ final class AudioOutput {
     audio.anchors.restore(in, from -> new Anchor(from.readLong(), from.readLong(), from.readBoolean()));
     audio.gaps.restore(in, from -> new Gap(from.readLong(), from.readLong()));
     return audio;
+  }
+
+  /** See {@link Track#isWithin}. */
+  boolean isWithin(long from, long to) {
+    long most = Math.max(0, to - from) * samplesPerMilli;
+    return samplesPerMilli > 0 && channel.rate() <= MAX_RATE && channel.start() >= 0 && channel.start() <= most
+        && channel.samples() >= 0 && stretches(from).stream().allMatch(stretch -> stretch.first() >= 0
+            && stretch.start() >= 0 && stretch.start() <= to - from && stretch.count() >= 0
+            && stretch.count() <= most - stretch.start() * samplesPerMilli);
   }
 
   /** Opens the file of a restored output. It may hold more samples than the saved state says. */

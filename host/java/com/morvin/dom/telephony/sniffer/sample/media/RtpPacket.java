@@ -14,6 +14,8 @@ import java.util.Arrays;
  * another one, in place. A packet that must wait is copied; see {@link #keep}.
  */
 public final class RtpPacket {
+  /** No saved frame is longer. */
+  private static final int MAX_FRAME = 1 << 17;
   private static final int HEADER = 12;
 
   private byte[] bytes;
@@ -162,7 +164,11 @@ public final class RtpPacket {
   }
 
   static RtpPacket restore(DataInput in) throws IOException {
-    byte[] frame = new byte[in.readInt()];
+    int length = in.readInt();
+    if (length < 0 || length > MAX_FRAME) {
+      throw new IOException("a saved packet of " + length + " bytes");
+    }
+    byte[] frame = new byte[length];
     in.readFully(frame);
     Codec codec = new Codec(in.readUTF(), Codec.Kind.valueOf(in.readUTF()));
     return kept(frame, codec, in.readLong());

@@ -453,6 +453,11 @@ public final class Track {
     }
   }
 
+  /** Whether all sound of a restored state lies between two times, and the places in its files agree with them. */
+  public boolean isWithin(long from, long to) {
+    return outputs.stream().allMatch(output -> output.isWithin(from, to));
+  }
+
   /** Goes on after a restart. */
   public void resume(ResumedFiles files) throws IOException {
     for (AudioOutput output : outputs) {

@@ -55,6 +55,9 @@ final class Recording {
   private static final int USUAL_STATE = 512;
   /** A voice that stops this long before the end of its call gets a note. */
   private static final long EARLY_MILLIS = 5_000;
+  /** A saved state can have sound this long before the first message, which may have been late, and after the last. */
+  private static final long MOST_BEFORE_MILLIS = 600_000;
+  private static final long MOST_AFTER_MILLIS = 60_000;
 
   private record Dialled(Direction direction, String digits, long time) {}
 
@@ -476,8 +479,36 @@ final class Recording {
     return ByteBuffer.wrap(state).getLong();
   }
 
-  /** Restores a state that was saved whole and then in increments. */
+  /**
+   * Restores a state that was saved whole and then in increments. When it is damaged, the recording has no media yet:
+   * it goes on in new files.
+   */
   void restore(List<byte[]> states, ResumedFiles files) throws IOException {
+    try {
+      read(states, files);
+      check(mediaUses(states));
+    } catch (IOException | RuntimeException e) {
+      stereo = null;
+      for (Direction direction : Direction.values()) {
+        voice(direction).reset(track(direction));
+      }
+      throw e;
+    }
+  }
+
+  /** Checks that no sound lies outside its file and the call: else a file without end would be written. */
+  private void check(List<MediaUse> uses) throws IOException {
+    long heard = Math.max(fromCaller.heard(), fromCallee.heard());
+    long last = Math.max(Math.max(latest, heard), uses.stream().mapToLong(MediaUse::last).max().orElse(start));
+    long from = start - MOST_BEFORE_MILLIS;
+    long to = last + MOST_AFTER_MILLIS;
+    if (stereo != null && (stereo.begin() < from || stereo.begin() > to)
+        || !allTracks().allMatch(track -> track.isWithin(from, to))) {
+      throw new IOException("the state of its sound is damaged");
+    }
+  }
+
+  private void read(List<byte[]> states, ResumedFiles files) throws IOException {
     int number = -1;
     List<MediaUse> uses = List.of();
     WavFile.Format format = null;

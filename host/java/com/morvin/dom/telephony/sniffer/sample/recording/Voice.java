@@ -182,6 +182,15 @@ final class Voice {
     foreign = in.readLong();
   }
 
+  /** Takes {@link #restore} back, and begins again with a track. */
+  void reset(Track empty) {
+    track = empty;
+    earlier.clear();
+    heard = 0;
+    foreign = 0;
+    known = false;
+  }
+
   /** Notes that a restart has opened the files of the saved state. */
   void resumed() {
     known = track.hasBegun();

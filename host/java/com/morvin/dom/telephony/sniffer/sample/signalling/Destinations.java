@@ -43,6 +43,8 @@ final class Destinations {
   private static final long PAUSE_MILLIS = 60_000;
   private static final int MAX_WITHDRAWN = 8;
   private static final int MAX_REPEATS = 3;
+  /** The packets that show that the media of an ended call goes on. Anyone can forge one. */
+  private static final int RESUMING_PACKETS = 5;
   /** The most ended calls whose media may go on. */
   private static final int MAX_ENDED = 4096;
   private static final long REPEAT_MILLIS = 1000;
@@ -66,6 +68,12 @@ final class Destinations {
     private int ssrc;
     private short sequence;
     private long lastOfStream = NEVER;
+    /** The steady time when the stream began; {@link #NEVER} when a restart does not know it. */
+    private long began = NEVER;
+    /** The packets that have resumed the stream after the end of the call, and the times of their first and last. */
+    private int resuming;
+    private long resumedAt;
+    private long resumedUntil = NEVER;
     private int fit;
     /** See {@link Call.Use#trust}. */
     private int trust;
@@ -80,7 +88,7 @@ final class Destinations {
 
     /** Continues what was saved before a restart. */
     void restore(MediaUse saved, Moment now) {
-      last = now.at(saved.last()).steady();
+      last = Math.min(now.at(saved.last()).steady(), now.steady());
       lastOfStream = last;
       source = saved.source();
       ssrc = saved.ssrc();
@@ -95,16 +103,24 @@ final class Destinations {
     /** Records a frame. A stream from a source that fits worse does not replace one that flows. */
     void heard(FrameCursor frame, int fit, int trust, Moment now) {
       use.setTrust(trust);
-      last = now.steady();
       if (fit >= this.fit || !isRecent(lastOfStream, now)) {
+        began = beginOfStream(frame, now);
         source = frame.source();
         ssrc = ssrc(frame);
         sequence = sequence(frame);
-        lastOfStream = last;
+        lastOfStream = now.steady();
         this.fit = fit;
         this.trust = trust;
-        nextCheck = last + CHECK_MILLIS;
+        nextCheck = lastOfStream + CHECK_MILLIS;
       }
+      last = now.steady();
+    }
+
+    /** Returns when the stream of a frame began. A pause ends it when the call may have ended before. */
+    private long beginOfStream(FrameCursor frame, Moment now) {
+      boolean goesOn = isStream(frame)
+          && (isRecent(lastOfStream, now) || end(now) == null && use.leg().endSoFar(now) == null);
+      return goesOn ? began : now.steady();
     }
 
     /** Records a frame of the stream that was received last. Returns false when {@link #heard} is needed. */
@@ -123,6 +139,43 @@ final class Destinations {
     boolean isContinuedBy(FrameCursor frame, Moment now) {
       return isStream(frame)
           && now.steady() - lastOfStream < (isUsed() ? PAUSE_MILLIS : Leg.SILENCE_MILLIS);
+    }
+
+    /** Counts a frame that resumes the stream. Returns how long it has gone on; -1 while there are few packets. */
+    long resume(Moment now) {
+      if (!isRecent(resumedUntil, now)) {
+        resuming = 0;
+        resumedAt = now.steady();
+      }
+      resumedUntil = now.steady();
+      resuming++;
+      return resuming < RESUMING_PACKETS ? -1 : resumedUntil - resumedAt;
+    }
+
+    /** Whether a call that began or was answered after the end of this use claims its destination. */
+    boolean isRivalledBy(Claim other, Moment now) {
+      Moment end = end(now);
+      Moment answer = other.call.lifetime().answer();
+      return other != this && end != null && other.end(now) == null
+          && (other.call.start().isAfter(end) || answer != null && answer.isAfter(end));
+    }
+
+    /**
+     * Whether another call takes the stream of a frame over: it is answered, and this use ended before, or the stream
+     * began after the start of the other call. A call that still rang then keeps its stream: the other one may be
+     * forged. An end that waits for late media does not wait for the media of the other call.
+     */
+    boolean isSupersededBy(Claim other, FrameCursor frame, Moment now) {
+      Moment answer = other.call.lifetime().answer();
+      if (other == this || answer == null || other.end(now) != null) {
+        return false;
+      }
+      Leg.Ending ending = use.leg().ending();
+      Moment end = end(now) == null && ending != null && now.stamp() >= answer.stamp() ? ending.at() : end(now);
+      Moment own = call.lifetime().answer();
+      boolean rang = own != null && own.isAfter(other.call.start()) && use.leg().endSoFar(now) == null;
+      return end != null && answer.isAfter(end)
+          || !rang && beginOfStream(frame, now) >= other.call.start().steady();
     }
 
     /**
@@ -264,29 +317,28 @@ final class Destinations {
 
     /** Returns the claim of a frame. */
     Claim choose(ToIntFunction<Claim> fit, FrameCursor frame, Moment now) {
-      Moment answer = lastAnswer(now);
-      return Collections.max(claims.values(), Comparator.comparingInt(fit)
-          .thenComparing(claim -> claim.isContinuedBy(frame, now) && !isSuperseded(claim, answer, now))
+      return Collections.max(claims.values(), Comparator.comparing((Claim claim) -> !yields(claim, frame, now))
+          .thenComparingInt(fit)
+          .thenComparing(claim -> claim.isContinuedBy(frame, now)
+              && claims.values().stream().noneMatch(other -> claim.isSupersededBy(other, frame, now)))
           .thenComparing(claim -> claim.isEstablished(now))
           .thenComparingInt(claim -> claim.call.number()));
     }
 
-    /** Whether a frame resumes the stream of the ended call, and no other call was answered since. */
+    /** Whether a call has hung up, a later one claims the destination, and a frame is not of the stream before. */
+    private boolean yields(Claim claim, FrameCursor frame, Moment now) {
+      return claim.end(now) != null && !claim.use.leg().isOverruled() && !claim.isContinuedBy(frame, now)
+          && hasRival(claim, now);
+    }
+
+    /** See {@link Claim#isRivalledBy}. */
+    boolean hasRival(Claim claim, Moment now) {
+      return claims.values().stream().anyMatch(other -> claim.isRivalledBy(other, now));
+    }
+
+    /** Whether a frame resumes the stream of the ended call, and no later call claims the destination. */
     boolean isResumedBy(FrameCursor frame, Moment now) {
-      return ended != null && ended.isResumedBy(frame, now) && !isSuperseded(ended, lastAnswer(now), now);
-    }
-
-    /** Returns when the last of the calls was answered that use the destination; null when none was. */
-    private Moment lastAnswer(Moment now) {
-      return claims.values().stream().filter(claim -> claim.end(now) == null)
-          .map(claim -> claim.call.lifetime().answer()).filter(Objects::nonNull)
-          .reduce((a, b) -> a.latest(b)).orElse(null);
-    }
-
-    /** Whether a call has been answered after the signalling ended the use. */
-    private static boolean isSuperseded(Claim claim, Moment answer, Moment now) {
-      Moment end = claim.end(now);
-      return end != null && answer != null && answer.since(end) > 0;
+      return ended != null && ended.isResumedBy(frame, now) && !hasRival(ended, now);
     }
   }
 
@@ -474,10 +526,25 @@ final class Destinations {
     forgotten.accept(call);
   }
 
-  /** Returns the ended call whose media goes on with a frame; null when it is none. */
+  /**
+   * Returns the ended call whose media goes on with a frame; null when it is none. Where a later call claims another of
+   * its destinations, the media must go on for longer: that of the later call may come before the answer.
+   */
   Call endedCallOf(FrameCursor frame, Moment now) {
     Entry entry = byKey.get(frame.destination());
-    return entry != null && entry.isResumedBy(frame, now) ? entry.ended.call : null;
+    if (entry == null || !entry.isResumedBy(frame, now)) {
+      return null;
+    }
+    long goesOn = entry.ended.resume(now);
+    Call call = entry.ended.call;
+    return goesOn >= Leg.OVERRULED_MILLIS || goesOn >= 0 && !hasRival(ended.get(call), now) ? call : null;
+  }
+
+  private boolean hasRival(Ended call, Moment now) {
+    return call.claims.stream().anyMatch(claim -> {
+      Entry entry = entries.get(claim.endpoint);
+      return entry != null && entry.hasRival(claim, now);
+    });
   }
 
   /** Hands the destinations of an ended call that have received media over to the call that goes on with its legs. */

@@ -21,6 +21,11 @@ public record Moment(long steady, long stamp) {
     return steady - earlier.steady;
   }
 
+  /** Whether this moment is later. Frames that are delivered again have one steady time, and the stamps decide. */
+  boolean isAfter(Moment other) {
+    return steady != other.steady ? steady > other.steady : stamp > other.stamp;
+  }
+
   /** Returns the later one of this moment and another one, which may be null. */
   Moment latest(Moment other) {
     return other == null || other.steady < steady ? this : other;

@@ -80,7 +80,7 @@ final class FakeSniffer implements Transport {
   boolean holds;
   Store store;
   Recorder recorder;
-  private final Path directory;
+  final Path directory;
   private long now = Instant.parse("2026-01-02T03:04:05Z").toEpochMilli();
   private int sessions = 1;
   private int current = 1;
@@ -228,6 +228,15 @@ final class FakeSniffer implements Transport {
    * acknowledged are delivered again.
    */
   void restart(String how) throws IOException {
+    restart(how, how.equals("damaged") ? new byte[0] : null);
+  }
+
+  /** Kills the recorder and starts another one with a checkpoint. */
+  void restart(byte[] checkpoint) throws IOException {
+    restart("kill", checkpoint);
+  }
+
+  private void restart(String how, byte[] checkpoint) throws IOException {
     for (FakeSniffer other : shares) {
       other.restart(how);
     }
@@ -236,8 +245,8 @@ final class FakeSniffer implements Transport {
       recorder.finish();
     }
     store.close();
-    if (how.equals("damaged")) {
-      Files.write(directory.resolve("running").resolve("checkpoint"), new byte[0]);
+    if (checkpoint != null) {
+      Files.write(directory.resolve("running").resolve("checkpoint"), checkpoint);
     }
     list.clear();
     current = ++sessions;

@@ -19,7 +19,9 @@ import java.io.ByteArrayOutputStream;
 import java.io.FilterOutputStream;
 import java.io.IOException;
 import java.io.PrintStream;
+import java.nio.ByteBuffer;
 import java.nio.charset.StandardCharsets;
+import java.nio.file.Files;
 import java.nio.file.Path;
 import java.util.List;
 import java.util.Queue;
@@ -27,6 +29,8 @@ import java.util.Random;
 import java.util.concurrent.CompletableFuture;
 import java.util.concurrent.ConcurrentLinkedQueue;
 import java.util.concurrent.CountDownLatch;
+import java.util.stream.Stream;
+import java.util.zip.CRC32;
 
 /** No input makes the recorder throw, grow without limit or write outside its directory. */
 final class HostileInputTest {
@@ -347,6 +351,38 @@ final class HostileInputTest {
       }
       equal(dropped + " " + sniffer.table().size(), "0 " + calls);
     });
+  }
+
+  /** A saved state with a changed byte and a right checksum: the call goes on, and its files stay small. */
+  void testChangedState() throws Exception {
+    Path name = Path.of("running", "checkpoint");
+    for (int i = 0, length = 1; i < length; i += 3) {
+      int at = i;
+      int[] size = {0};
+      FakeSniffer.with(sniffer -> {
+        sip(sniffer, A, B, INVITE);
+        sip(sniffer, B, A, response("200 OK"));
+        for (int n = 0; n < 60; n++) {
+          sniffer.udp(B, FakeSniffer.at("10.0.0.1:4000"), FakeSniffer.rtp(8, n, 160 * n, 0, new byte[160]));
+          sniffer.pass(20);
+        }
+        sniffer.restart("stop");
+        byte[] state = Files.readAllBytes(sniffer.directory.resolve(name));
+        size[0] = ByteBuffer.wrap(state).getInt();
+        state[8 + at] ^= 0x7f;
+        CRC32 crc = new CRC32();
+        crc.update(state, 8, size[0]);
+        ByteBuffer.wrap(state).putInt(4, (int) crc.getValue());
+        sniffer.restart(state);
+        sniffer.udp(B, FakeSniffer.at("10.0.0.1:4000"), FakeSniffer.rtp(8, 60, 9600, 0, new byte[160]));
+        sniffer.finish();
+        try (Stream<Path> files = Files.walk(sniffer.directory)) {
+          long most = files.mapToLong(file -> file.toFile().length()).max().orElseThrow();
+          that(most < 16 << 20 && sniffer.table().size() == 1, "byte " + at + ": " + most + sniffer.printed());
+        }
+      });
+      length = size[0];
+    }
   }
 
   /** A paused terminal, or a pipe that is not read, does not stop the recorder. */
