@@ -364,7 +364,7 @@ final class Source {
 
   /** Whether a burst from another address, or of packets that have waited, came while a source writes to a file. */
   private boolean isInterrupted(AudioOutput other) {
-    return other.owner() instanceof Source writer && (writer.identity != identity || hasWaited)
+    return other.owner() instanceof Source writer && writer != this && (writer.identity != identity || hasWaited)
         && held.get(held.size() - 1).time() - writer.stream.lastTime() < MIN_SILENCE_MILLIS;
   }
 
@@ -454,7 +454,10 @@ final class Source {
       held.removeIf(overlap::holds);
       holds = !held.isEmpty();
       expectedTimestamp = overlap.endTimestamp();
+      isAside = output.isAside();
+      writtenBefore.clear();  // what others have written counts from the packet that needs another file
+    } else {
+      noteWritten();
     }
-    noteWritten();
   }
 }
