@@ -60,7 +60,7 @@ final class Source {
   private int expectedTimestamp;
   /** The number of packets whose timestamps have fitted the lengths of those before; fewer after a jump. */
   private int fitting;
-  /** The last pause between two packets that were not lost, and the number of packets that agree on it. */
+  /** The last pause between two packets that were not lost, and the number of packets in a row that agree on it. */
   private long evenPause;
   private int even;
   /** What was in the file already when the source was restored; null when no packet can be there any more. */
@@ -382,7 +382,7 @@ final class Source {
       fitting = Math.max(0, fitting - TRUSTED);
     }
     boolean missing = stream.lost() > lostBefore;
-    if (pause != 0 && isTooFast(pause, missing)) {
+    if (isTooFast(pause, missing)) {
       track.note("timestamps rise faster than the sound");
       pause = output.pauseUntil(packet.time()) * TICKS;
     }
