@@ -217,9 +217,10 @@ final class RtpStream {
         && (distance <= REORDER_DEPTH || packet.time() - lastTime >= (long) distance * MIN_PACKET_MILLIS);
   }
 
-  /** Whether the timestamp has moved on at least as far as the number. */
+  /** Whether the timestamp has moved on at least as far as the number. The packets can have become shorter. */
   private boolean isFarEnough(RtpPacket packet, int distance) {
-    return !tells(packet) || packet.timestamp() - lastTimestamp >= (distance + 1) * step;
+    int least = Math.min(step, Math.max(packet.length(), MIN_PACKET_MILLIS * RtpClock.TICKS));
+    return !tells(packet) || packet.timestamp() - lastTimestamp >= (distance + 1) * least;
   }
 
   private void insert(RtpPacket packet, int distance, long identity, Consumer<RtpPacket> inOrder) {
