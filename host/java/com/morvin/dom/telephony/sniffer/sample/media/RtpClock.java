@@ -47,7 +47,7 @@ final class RtpClock {
       setAt = packet.time();
       offSince = 0;
     } else if (delay <= LATE && delay >= (packet.time() - setAt < SETTLING_MILLIS ? -NEAR : -EARLY)) {
-      base += delay > 0 ? delay / 4 : delay;
+      base += delay > 0 ? delay / 32 : delay;
       offSince = 0;
     } else if (offSince == 0) {
       offSince = packet.time();
