@@ -298,9 +298,15 @@ final class RtpStream {
     step = run.step() > 0 ? run.step() : step;
     lastTimestamp = run.first().timestamp() - step;
     wasExact = true;
+    regular = isStill(run) ? 0 : regular;  // the timestamps tell nothing any more
     setClock(run);
     run.packets().forEach(packet -> accept(packet, inOrder));
     probation.removeIf(packet -> seen[packet.sequence() % REMEMBERED] == identity(packet));
+  }
+
+  /** Whether the timestamps of a run have stopped rising. */
+  private static boolean isStill(Probation.Run run) {
+    return run.size() > 1 && run.first().timestamp() == run.last().timestamp();
   }
 
   /** Sets the clock anew, unless the one before the last jumps fits. That one stays: it may be the sender's. */
@@ -341,6 +347,11 @@ final class RtpStream {
   /** Whether the timestamp of a packet is later than those before the last jumps, or there was no jump. */
   boolean isSinceJump(RtpPacket packet) {
     return nextBefore < 0 || packet.timestamp() - timestampBefore > 0;
+  }
+
+  /** Whether the timestamps have fitted the lengths of the packets. */
+  boolean isRegular() {
+    return regular >= REGULAR;
   }
 
   /** Returns the sequence number of the next packet in order. */

@@ -474,7 +474,7 @@ final class Source {
    */
   private boolean takesPlace(RtpPacket packet) {
     long delay = delay(packet);
-    return fitting >= TRUSTED && delay >= -EARLY_MILLIS && delay < AudioOutput.PAUSE_MILLIS;
+    return fitting >= TRUSTED && stream.isRegular() && delay >= -EARLY_MILLIS && delay < AudioOutput.PAUSE_MILLIS;
   }
 
   private void writeSamples(RtpPacket packet, WavChannel channel) {
