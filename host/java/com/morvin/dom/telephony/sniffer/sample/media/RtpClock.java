@@ -78,6 +78,11 @@ final class RtpClock {
     return isSettled(time) && delay(timestamp, time) < -EARLY;
   }
 
+  /** Whether a packet came earlier than much jitter explains. False when that is not known. */
+  boolean isTooEarly(RtpPacket packet) {
+    return isSettled(packet.time()) && delay(packet.timestamp(), packet.time()) < -NEAR;
+  }
+
   /** Whether a packet came so early that no jitter explains it. False when that is not known. */
   boolean isFarEarly(RtpPacket packet) {
     return isSettled(packet.time()) && delay(packet.timestamp(), packet.time()) < -FAR;

@@ -169,7 +169,7 @@ final class RtpStream {
       return true;
     }
     int advance = packet.timestamp() - lastTimestamp;
-    return advance == step ? !clock.isFarEarly(packet) : advance > 0 && !clock.isEarly(packet);
+    return advance == step ? !clock.isFarEarly(packet) : advance > 0 && !clock.isTooEarly(packet);
   }
 
   /** Whether the timestamp of a packet can tell that it is not of the sender. */
