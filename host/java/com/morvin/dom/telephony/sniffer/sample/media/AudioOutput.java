@@ -37,6 +37,8 @@ final class AudioOutput {
   private static final int WINDOW_PACKETS = 50;
   /** A smaller drift is left until it has grown. */
   private static final long DRIFT_MILLIS = 5;
+  /** More than any delay. */
+  private static final long NO_DELAY = Long.MAX_VALUE / 2;
   private static final int MAX_MARKS = 2000;
   private static final int MAX_RATE = 48_000;
   /** The longest sound that is compared with packets after a restart: 30 s. */
@@ -73,10 +75,13 @@ final class AudioOutput {
   private Overlap overlap;
   private long windowStart;
   private int windowPackets;
-  private long windowDelay;
-  /** The delays of the last packets. One early packet can be forged: as early is what several agree on. */
-  private long lastDelay;
-  private long delayBefore;
+  /**
+   * The three least delays in the window, the least one first. A single early packet can be forged: the sound is as
+   * early as three packets agree on, which need not follow each other.
+   */
+  private long leastDelay;
+  private long secondDelay;
+  private long agreedDelay;
   private Object owner;
   /** What a restored output needs to open its file. */
   private WavFile.Format savedFormat;
@@ -238,10 +243,8 @@ final class AudioOutput {
   /** Compares the place of the next sample with its time of capture. */
   private void align(boolean afterPause, long time) {
     long delay = delay(0, time);
-    long agreed = Math.max(delay, Math.max(lastDelay, delayBefore));
-    long least = time - windowStart < FIRST_MILLIS ? delay : agreed;
-    delayBefore = lastDelay;
-    lastDelay = delay;
+    noteDelay(delay);
+    long least = time - windowStart < FIRST_MILLIS ? delay : Math.max(delay, agreedDelay);
     if (!anchored || afterPause && Math.abs(delay) >= JITTER_MILLIS) {
       anchor(time, false);
     } else if (least < 0 && !lastJoined && !isAside && time - lastTime < SETTLING_MILLIS && -least <= roomBefore()) {
@@ -250,7 +253,15 @@ final class AudioOutput {
       cut -= least;
       anchor(time, false);
     } else {
-      followDrift(agreed, time);
+      followDrift(time);
+    }
+  }
+
+  private void noteDelay(long delay) {
+    if (delay < agreedDelay) {
+      agreedDelay = Math.max(delay, secondDelay);
+      secondDelay = Math.max(leastDelay, Math.min(delay, secondDelay));
+      leastDelay = Math.min(delay, leastDelay);
     }
   }
 
@@ -266,17 +277,17 @@ final class AudioOutput {
   /** The first packets of the stretch were late. */
   private void moveBack(long millis) {
     Anchor late = anchors.last();
-    lastDelay += millis;
-    delayBefore += millis;
     anchors.replaceLast(new Anchor(late.sample, late.time - millis, false));
     cacheAnchors();
-    beginWindow(windowStart);
+    leastDelay += millis;
+    secondDelay += millis;
+    agreedDelay += millis;
+    windowPackets = 0;
   }
 
-  private void followDrift(long delay, long time) {
-    windowDelay = Math.min(windowDelay, delay);
+  private void followDrift(long time) {
     if (++windowPackets >= WINDOW_PACKETS && time - windowStart >= WINDOW_MILLIS) {
-      long drift = Math.min(windowDelay, PAUSE_MILLIS);
+      long drift = Math.min(agreedDelay, PAUSE_MILLIS);
       beginWindow(time);
       if (Math.abs(drift) >= DRIFT_MILLIS) {
         anchor(timeOf(channel.samples()) + drift, true);
@@ -287,7 +298,9 @@ final class AudioOutput {
   private void beginWindow(long time) {
     windowStart = time;
     windowPackets = 0;
-    windowDelay = Long.MAX_VALUE;
+    leastDelay = NO_DELAY;
+    secondDelay = NO_DELAY;
+    agreedDelay = NO_DELAY;
   }
 
   private void anchor(long time, boolean joined) {
@@ -295,8 +308,6 @@ final class AudioOutput {
       anchors.add(new Anchor(channel.samples(), time, joined));
       cacheAnchors();
       beginWindow(time);
-      lastDelay = 0;
-      delayBefore = 0;
     }
   }
 

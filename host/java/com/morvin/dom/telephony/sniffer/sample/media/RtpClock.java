@@ -47,7 +47,7 @@ final class RtpClock {
       setAt = packet.time();
       offSince = 0;
     } else if (delay <= LATE && delay >= (packet.time() - setAt < SETTLING_MILLIS ? -NEAR : -EARLY)) {
-      base += delay > 0 ? delay / 4 : delay;
+      base += delay > 0 ? delay / 32 : delay;
       offSince = 0;
     } else if (offSince == 0) {
       offSince = packet.time();
@@ -76,6 +76,11 @@ final class RtpClock {
   /** Whether a timestamp came before it was due. */
   boolean isEarly(int timestamp, long time) {
     return isSettled(time) && delay(timestamp, time) < -EARLY;
+  }
+
+  /** Whether a packet came earlier than much jitter explains. False when that is not known. */
+  boolean isTooEarly(RtpPacket packet) {
+    return isSettled(packet.time()) && delay(packet.timestamp(), packet.time()) < -NEAR;
   }
 
   /** Whether a packet came so early that no jitter explains it. False when that is not known. */

@@ -169,7 +169,7 @@ final class RtpStream {
       return true;
     }
     int advance = packet.timestamp() - lastTimestamp;
-    return advance == step ? !clock.isFarEarly(packet) : advance > 0 && !clock.isEarly(packet);
+    return advance == step ? !clock.isFarEarly(packet) : advance > 0 && !clock.isTooEarly(packet);
   }
 
   /** Whether the timestamp of a packet can tell that it is not of the sender. */
@@ -217,9 +217,10 @@ final class RtpStream {
         && (distance <= REORDER_DEPTH || packet.time() - lastTime >= (long) distance * MIN_PACKET_MILLIS);
   }
 
-  /** Whether the timestamp has moved on at least as far as the number. */
+  /** Whether the timestamp has moved on at least as far as the number. The packets can have become shorter. */
   private boolean isFarEnough(RtpPacket packet, int distance) {
-    return !tells(packet) || packet.timestamp() - lastTimestamp >= (distance + 1) * step;
+    int least = Math.min(step, Math.max(packet.length(), MIN_PACKET_MILLIS * RtpClock.TICKS));
+    return !tells(packet) || packet.timestamp() - lastTimestamp >= (distance + 1) * least;
   }
 
   private void insert(RtpPacket packet, int distance, long identity, Consumer<RtpPacket> inOrder) {
@@ -297,9 +298,15 @@ final class RtpStream {
     step = run.step() > 0 ? run.step() : step;
     lastTimestamp = run.first().timestamp() - step;
     wasExact = true;
+    regular = isStill(run) ? 0 : regular;  // the timestamps tell nothing any more
     setClock(run);
     run.packets().forEach(packet -> accept(packet, inOrder));
     probation.removeIf(packet -> seen[packet.sequence() % REMEMBERED] == identity(packet));
+  }
+
+  /** Whether the timestamps of a run have stopped rising. */
+  private static boolean isStill(Probation.Run run) {
+    return run.size() > 1 && run.first().timestamp() == run.last().timestamp();
   }
 
   /** Sets the clock anew, unless the one before the last jumps fits. That one stays: it may be the sender's. */
@@ -340,6 +347,11 @@ final class RtpStream {
   /** Whether the timestamp of a packet is later than those before the last jumps, or there was no jump. */
   boolean isSinceJump(RtpPacket packet) {
     return nextBefore < 0 || packet.timestamp() - timestampBefore > 0;
+  }
+
+  /** Whether the timestamps have fitted the lengths of the packets. */
+  boolean isRegular() {
+    return regular >= REGULAR;
   }
 
   /** Returns the sequence number of the next packet in order. */

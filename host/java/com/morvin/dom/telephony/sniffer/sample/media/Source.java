@@ -24,6 +24,12 @@ final class Source {
   private static final long MAX_BURST_MILLIS = 10_000;
   /** The number of packets of the old source that may come after the first packet of the new one. */
   static final int STRAGGLERS = 2;
+  /** The most packets of a new source that wait until the packets of the old one have ended, on a longer way. */
+  private static final int MAX_OVERLAP = 64;
+  /** After this time without another voice a source that is recorded beside it takes its place. */
+  private static final long QUIET_MILLIS = 1000;
+  /** After this time it makes way no more. */
+  private static final long PATIENCE_MILLIS = 5000;
   /** A source continues the file of one with another address after this time without its packets. */
   private static final long MIN_SILENCE_MILLIS = 100;
   /** After this number of packets whose timestamps fit their lengths, the timestamps of the source are trusted. */
@@ -41,8 +47,12 @@ final class Source {
   /** Distinguishes sources with the same SSRC; see {@link Track#accept}. */
   long identity;
   private final Track track;
-  /** Whether it sends beside the voice, so that it may be forged. It never continues the file of the voice. */
+  /** Whether it has the SSRC and the address of the voice. Then it never takes the place of the voice. */
+  private final boolean isBranch;
+  /** Whether it sends beside the voice, so that it may be forged. It does not continue the file of the voice. */
   private boolean isAside;
+  /** Whether it has begun beside another source: it makes way for that one. */
+  private boolean yields;
   private boolean hasWaited;
   private final RtpStream stream;
   private final Consumer<RtpPacket> player = this::play;
@@ -60,7 +70,7 @@ final class Source {
   private int expectedTimestamp;
   /** The number of packets whose timestamps have fitted the lengths of those before; fewer after a jump. */
   private int fitting;
-  /** The last pause between two packets that were not lost, and the number of packets that agree on it. */
+  /** The last pause between two packets that were not lost, and the number of packets in a row that agree on it. */
   private long evenPause;
   private int even;
   /** What was in the file already when the source was restored; null when no packet can be there any more. */
@@ -72,10 +82,11 @@ final class Source {
     this(track, ssrc, identity, false);
   }
 
-  private Source(Track track, int ssrc, long identity, boolean isAside) {
+  private Source(Track track, int ssrc, long identity, boolean isBranch) {
     this.track = track;
-    this.isAside = isAside;
-    stream = new RtpStream(isAside ? () -> null : this::branch);
+    this.isBranch = isBranch;
+    isAside = isBranch;
+    stream = new RtpStream(isBranch ? () -> null : this::branch);
     this.ssrc = ssrc;
     this.identity = identity;
     noteWritten();
@@ -162,17 +173,67 @@ final class Source {
     if (overlap != null && isInFile(packet)) {
       return;
     }
+    if (yields && output != null) {
+      changePlace(packet);
+    }
     if (output != null && output.isOwnedBy(this) && output.channel().rate() == packet.codec().rate()
         && !output.channel().full()) {
       playInTime(packet);
       return;
     }
-    if (held.isEmpty() && writtenBefore.isEmpty()) {
+    if (held.isEmpty() && (output != null || writtenBefore.isEmpty())) {
       noteWritten();
     }
     hold(packet);
-    if (track.outputs().isEmpty() || held.size() == PROBATION || isAside) {
+    if (track.outputs().isEmpty() || isAside || held.size() >= PROBATION && !mayFollow()) {
       assignOutput();
+    }
+  }
+
+  /** Whether another source, which sends at the same time, may end soon. One of many sources does not wait for it. */
+  private boolean mayFollow() {
+    return !hasWaited && held.size() < MAX_OVERLAP && overlaps() && isAnotherHeard();
+  }
+
+  /** Whether another voice has sent at the same time as this source. */
+  private boolean overlaps() {
+    return track.outputs().stream().anyMatch(other -> !other.isAside() && isInUse(other)
+        && !(other.owner() instanceof Source writer && writer != this && writer.yields));
+  }
+
+  /** Whether another voice was heard a short time before the last packets of this source, or later. */
+  private boolean isAnotherHeard() {
+    int last = held.size() - 1;
+    return isAnotherHeardSince(Math.min(held.get(last).time() - MIN_SILENCE_MILLIS,
+        held.get(Math.max(0, last - AGREEING + 1)).time()));
+  }
+
+  private boolean isAnotherHeardSince(long time) {
+    return track.outputs().stream().anyMatch(other -> isOfAnother(other)
+        && ((Source) other.owner()).stream.lastTime() > time);
+  }
+
+  /** Whether a file is that of a voice which another source writes at present. */
+  private boolean isOfAnother(AudioOutput other) {
+    return !other.isAside() && other.owner() instanceof Source writer && writer != this && writer.output == other;
+  }
+
+  /**
+   * Moves a source that has begun beside another one. It takes the place of the voice when that has fallen silent, with
+   * a file of its own, and makes way when that goes on.
+   */
+  private void changePlace(RtpPacket packet) {
+    boolean moves = isAside ? !isBranch && !isAnotherHeardSince(packet.time() - QUIET_MILLIS)
+        : track.outputs().stream().anyMatch(other -> isOfAnother(other) && written(other) >= PROBATION);
+    if (moves) {
+      if (output.isOwnedBy(this)) {
+        writeHeld();
+      }
+      isAside = !isAside;
+      output = null;
+      noteWritten();
+    } else if (!isAside && !isAnotherHeardSince(packet.time() - PATIENCE_MILLIS)) {
+      yields = false;
     }
   }
 
@@ -328,13 +389,15 @@ final class Source {
   private void assignOutput() {
     RtpPacket first = held.get(0);
     int rate = first.codec().rate();
-    isAside |= track.outputs().stream().anyMatch(other -> !other.isAside() && isInUse(other));
+    boolean overlaps = overlaps();
+    yields |= overlaps;
+    isAside |= overlaps && (hasWaited || isAnotherHeard());
     output = track.outputs().stream().filter(other -> other.isAside() == isAside && isAbandoned(other, rate))
         .findFirst().orElseGet(() -> track.open(first.codec(), isAside));
     List<RtpPacket> ready = List.copyOf(held);
     held.clear();
     holds = false;
-    writtenBefore.clear();
+    noteWritten();
     if (output != null) {
       output.setOwner(this);
       expectedTimestamp = first.timestamp() - (int) output.pauseUntil(earliest(ready)) * TICKS;
@@ -352,19 +415,25 @@ final class Source {
   }
 
   private boolean isAbandoned(AudioOutput other, int rate) {
-    return writtenBefore.containsKey(other) && !isInUse(other) && !other.channel().full()
+    return (!yields || other.owner() == this) && writtenBefore.containsKey(other) && !isInUse(other)
+        && !other.channel().full()
         && other.channel().rate() == rate;
   }
 
   /** Whether another source has sent to a file at the same time as this one. */
   private boolean isInUse(AudioOutput other) {
-    return other.packets() - writtenBefore.getOrDefault(other, 0L) > STRAGGLERS || isInterrupted(other)
+    return written(other) > STRAGGLERS || isInterrupted(other)
         || held.stream().anyMatch(packet -> packet.time() < other.endTime() - AudioOutput.PAUSE_MILLIS);
+  }
+
+  /** Returns the number of packets in a file since the writing to it was noted. */
+  private long written(AudioOutput other) {
+    return other.packets() - writtenBefore.getOrDefault(other, 0L);
   }
 
   /** Whether a burst from another address, or of packets that have waited, came while a source writes to a file. */
   private boolean isInterrupted(AudioOutput other) {
-    return other.owner() instanceof Source writer && (writer.identity != identity || hasWaited)
+    return other.owner() instanceof Source writer && writer != this && (writer.identity != identity || hasWaited)
         && held.get(held.size() - 1).time() - writer.stream.lastTime() < MIN_SILENCE_MILLIS;
   }
 
@@ -382,7 +451,7 @@ final class Source {
       fitting = Math.max(0, fitting - TRUSTED);
     }
     boolean missing = stream.lost() > lostBefore;
-    if (pause != 0 && isTooFast(pause, missing)) {
+    if (isTooFast(pause, missing)) {
       track.note("timestamps rise faster than the sound");
       pause = output.pauseUntil(packet.time()) * TICKS;
     }
@@ -405,7 +474,7 @@ final class Source {
    */
   private boolean takesPlace(RtpPacket packet) {
     long delay = delay(packet);
-    return fitting >= TRUSTED && delay >= -EARLY_MILLIS && delay < AudioOutput.PAUSE_MILLIS;
+    return fitting >= TRUSTED && stream.isRegular() && delay >= -EARLY_MILLIS && delay < AudioOutput.PAUSE_MILLIS;
   }
 
   private void writeSamples(RtpPacket packet, WavChannel channel) {
@@ -454,6 +523,8 @@ final class Source {
       held.removeIf(overlap::holds);
       holds = !held.isEmpty();
       expectedTimestamp = overlap.endTimestamp();
+      isAside = output.isAside();
+      yields = isAside;
     }
     noteWritten();
   }
