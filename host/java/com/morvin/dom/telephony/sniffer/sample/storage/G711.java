@@ -1,5 +1,8 @@
 package com.morvin.dom.telephony.sniffer.sample.storage;
 
+import java.util.SortedMap;
+import java.util.TreeMap;
+
 /** The tables of ITU-T G.711: one 16-bit sample for each octet, and the nearest octet for each sample. */
 public final class G711 {
   /** The sample of each A-law octet. */
@@ -36,13 +39,18 @@ public final class G711 {
    * @param law one of the tables above
    */
   static byte[] encoder(short[] law) {
+    SortedMap<Short, Integer> byValue = new TreeMap<>();
+    for (int coded = 0; coded < 256; coded++) {
+      byValue.put(law[coded], coded);
+    }
+    int[] codes = byValue.values().stream().mapToInt(Integer::intValue).toArray();
     byte[] nearest = new byte[1 << 16];
+    int at = 0;
     for (int sample = Short.MIN_VALUE; sample <= Short.MAX_VALUE; sample++) {
-      int best = sample == Short.MIN_VALUE ? 0 : nearest[sample - 1 & 0xffff] & 255;
-      for (int coded = 255; coded >= 0; coded--) {
-        best = Math.abs(law[coded] - sample) < Math.abs(law[best] - sample) ? coded : best;
+      while (at + 1 < codes.length && law[codes[at + 1]] - sample < sample - law[codes[at]]) {
+        at++;
       }
-      nearest[sample & 0xffff] = (byte) best;
+      nearest[sample & 0xffff] = (byte) codes[at];
     }
     return nearest;
   }
