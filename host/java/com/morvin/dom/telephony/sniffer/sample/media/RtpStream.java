@@ -43,7 +43,7 @@ final class RtpStream {
   private static final long SETTLING_MILLIS = 200;
   /** The packets after a gap that come in a burst, as from a stalled link. */
   private static final int MIN_RUN_IN_BURST = 32;
-  /** After this number of packets whose timestamps fit their lengths, the timestamps tell forged packets apart. */
+  /** After this number of packets whose timestamps fit their lengths, the timestamps distinguish forged packets. */
   private static final int REGULAR = 16;
   private static final int MAX_REGULAR = 4 * REGULAR;
   /** The most by which an outage differs from the jump of the timestamps. */
@@ -165,15 +165,15 @@ final class RtpStream {
    * early. A packet that follows exactly may be early, because the clock can be late after a time of much jitter.
    */
   private boolean continues(RtpPacket packet) {
-    if (!tells(packet)) {
+    if (!timestampDecides(packet)) {
       return true;
     }
     int advance = packet.timestamp() - lastTimestamp;
     return advance == step ? !clock.isFarEarly(packet) : advance > 0 && !clock.isTooEarly(packet);
   }
 
-  /** Whether the timestamp of a packet can tell that it is not of the sender. */
-  private boolean tells(RtpPacket packet) {
+  /** Whether the timestamp of a packet can show that it is not of the sender. */
+  private boolean timestampDecides(RtpPacket packet) {
     return regular >= REGULAR && packet.codec().isAudio() && clock.isSettled(packet.time());
   }
 
@@ -211,16 +211,16 @@ final class RtpStream {
       return true;
     }
     if (distance <= 0) {
-      return distance == 0 ? continues(packet) : !tells(packet) || !clock.isOnTime(packet);
+      return distance == 0 ? continues(packet) : !timestampDecides(packet) || !clock.isOnTime(packet);
     }
-    return (!tells(packet) || !clock.isEarly(packet) && isFarEnough(packet, distance))
+    return (!timestampDecides(packet) || !clock.isEarly(packet) && isFarEnough(packet, distance))
         && (distance <= REORDER_DEPTH || packet.time() - lastTime >= (long) distance * MIN_PACKET_MILLIS);
   }
 
   /** Whether the timestamp has moved on at least as far as the number. The packets can have become shorter. */
   private boolean isFarEnough(RtpPacket packet, int distance) {
     int least = Math.min(step, Math.max(packet.length(), MIN_PACKET_MILLIS * RtpClock.TICKS));
-    return !tells(packet) || packet.timestamp() - lastTimestamp >= (distance + 1) * least;
+    return !timestampDecides(packet) || packet.timestamp() - lastTimestamp >= (distance + 1) * least;
   }
 
   private void insert(RtpPacket packet, int distance, long identity, Consumer<RtpPacket> inOrder) {
@@ -298,7 +298,7 @@ final class RtpStream {
     step = run.step() > 0 ? run.step() : step;
     lastTimestamp = run.first().timestamp() - step;
     wasExact = true;
-    regular = isStill(run) ? 0 : regular;  // the timestamps tell nothing any more
+    regular = isStill(run) ? 0 : regular;  // the timestamps are of no use any more
     setClock(run);
     run.packets().forEach(packet -> accept(packet, inOrder));
     probation.removeIf(packet -> seen[packet.sequence() % REMEMBERED] == identity(packet));

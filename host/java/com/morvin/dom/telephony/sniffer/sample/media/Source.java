@@ -107,11 +107,6 @@ final class Source {
     stream.accept(packet, player);
   }
 
-  /** Whether the source is assigned to a file. */
-  boolean isRecorded() {
-    return output != null;
-  }
-
   /** Whether it is recorded beside the voice, or not at all. */
   boolean isBeside() {
     return output == null || isAside;

@@ -392,7 +392,7 @@ public final class CallFollower {
     end(call, how, at, false, now);
   }
 
-  /** Ends a call; mayGoOn tells whether its media may go on, because the end is known from messages only. */
+  /** Ends a call. With {@code mayGoOn} its media may go on, because only messages have shown the end. */
   private void end(Call call, String how, Moment at, boolean mayGoOn, Moment now) {
     if (calls.remove(call)) {
       removable.remove(call);

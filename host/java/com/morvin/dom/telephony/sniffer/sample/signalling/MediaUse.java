@@ -6,7 +6,7 @@ import java.io.DataOutput;
 import java.io.IOException;
 
 /**
- * A destination that has received media of a call. It is saved with a running call: the messages alone do not tell
+ * A destination that has received media of a call. It is saved with a running call: the messages alone do not show
  * which of them were followed by media.
  *
  * @param leg the identifier of the leg

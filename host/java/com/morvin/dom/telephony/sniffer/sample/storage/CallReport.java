@@ -30,7 +30,7 @@ public record CallReport(String name, String protocol, String id, String caller,
     List<String> notes, List<Leg> legs) {
   /**
    * Returns when the call began: with its first message, or with sound that is older. Messages are read late when the
-   * recorder was busy, but RTP timestamps tell when the sound was sent.
+   * recorder was busy, but RTP timestamps show when the sound was sent.
    */
   public long began() {
     double first = Stream.of(fromCaller, fromCallee).flatMap(voice -> voice.parts.stream()).mapToDouble(Part::offset)
