@@ -99,6 +99,7 @@ public final class Recorder extends Service {
     switch (frame.protocol()) {
       case Frame.SIP, Frame.H323 -> {
         long before = follower.malformed();
+        follower.setDelayed(frame.captured() > 0 && !transport().redelivers());
         follower.signalling(frame.frame(), time);
         countMalformed(follower.malformed() - before);
       }
