@@ -442,7 +442,7 @@ public final class Recorder extends Service {
     recording.report(reports, how, at.stamp());
     summary.countLost(recording.lost());
     console.line(recording.call + "  " + Text.printable(how) + " after "
-        + Text.seconds(Math.max(0, at.stamp() - recording.call.start().stamp())) + " s; " + recording.counts());
+        + Text.seconds(recording.length(at.stamp())) + " s; " + recording.counts());
     recording.notes(at.stamp()).forEach(note -> console.line(recording.call + "  " + Text.printable(note)));
   }
 

@@ -11,6 +11,7 @@ import com.morvin.dom.telephony.sniffer.sample.storage.PcapFile;
 import com.morvin.dom.telephony.sniffer.sample.storage.Reports;
 import com.morvin.dom.telephony.sniffer.sample.storage.ResumedFiles;
 import com.morvin.dom.telephony.sniffer.sample.storage.RunningCalls;
+import com.morvin.dom.telephony.sniffer.sample.storage.StereoFile;
 import com.morvin.dom.telephony.sniffer.sample.storage.Store;
 import com.morvin.dom.telephony.sniffer.sample.storage.StoredFile;
 import com.morvin.dom.telephony.sniffer.sample.storage.WavChannel;
@@ -308,21 +309,43 @@ final class Recording {
     CallReport.Voice none = new CallReport.Voice(0, 0, List.of(), List.of());
     return new CallReport("", call.protocol(), Text.printable(call.id()), Text.printable(call.caller()),
         Text.printable(call.callee()), start, 0, "", none, none, "", List.of(), List.copyOf(ladder), List.of(),
-        legs());
+        legs(start));
   }
 
   /** Queues the report for the disk thread. */
   void report(Reports reports, String how, long end) {
     boolean hasMedia = hasMedia();
     allTracks().forEach(Track::finish);
-    List<CallReport.Leg> legs = legs();
-    reports.write(name, start, stereo, hasMedia, fromCaller.track.stretches(start),
-        fromCallee.track.stretches(start), names -> new CallReport(names.report(), call.protocol(),
-            Text.printable(call.id()), Text.printable(call.caller()), Text.printable(call.callee()), start,
-            Math.max(start, end + skew), Text.printable(how), voice(Direction.FROM_CALLER, names),
-            voice(Direction.FROM_CALLEE, names),
+    long began = began();
+    List<CallReport.Leg> legs = legs(began);
+    List<CallReport.Step> steps = ladder.stream().map(step -> new CallReport.Step(
+        (Math.round(step.at() * 1000) + start - began) / 1000.0, step.from(), step.to(), step.label())).toList();
+    reports.write(name, start, began, stereo, hasMedia, fromCaller.track.stretches(began),
+        fromCallee.track.stretches(began), names -> new CallReport(names.report(), call.protocol(),
+            Text.printable(call.id()), Text.printable(call.caller()), Text.printable(call.callee()), began,
+            end(end), Text.printable(how), voice(Direction.FROM_CALLER, began, names),
+            voice(Direction.FROM_CALLEE, began, names),
             names.stereo().stream().findFirst().map(CallReport.Part::file).orElse(""),
-            names.stereo().stream().skip(1).toList(), List.copyOf(ladder), notes(end, names), legs));
+            names.stereo().stream().skip(1).toList(), steps, notes(end, names), legs));
+  }
+
+  /**
+   * Returns when the call began: with its first message, or with sound that is older. Messages are read late when the
+   * recorder was busy, but RTP timestamps show when the sound was sent.
+   */
+  private long began() {
+    return start + Stream.of(fromCaller, fromCallee).flatMap(voice -> voice.track.stretches(start).stream())
+        .mapToLong(StereoFile.Stretch::start).reduce(0, Math::min);
+  }
+
+  /** Returns the end of the call: not before its first message, which may have been read late. */
+  private long end(long end) {
+    return Math.max(start, end + skew);
+  }
+
+  /** Returns the length of the call in milliseconds, with its end by the clock of the recorder. */
+  long length(long end) {
+    return end(end) - began();
   }
 
   private List<String> notes(long end, Reports.Names names) {
@@ -337,24 +360,24 @@ final class Recording {
     return all;
   }
 
-  private CallReport.Voice voice(Direction direction, Reports.Names names) {
+  private CallReport.Voice voice(Direction direction, long began, Reports.Names names) {
     mixed = !names.stereoMissing();
     Voice own = voice(direction);
-    List<CallReport.Voice> voices = own.tracks().map(track -> track.report(start,
+    List<CallReport.Voice> voices = own.tracks().map(track -> track.report(began,
         file -> file != stereo && (options.keepsVoices() || !mixed || track != own.track))).toList();
     List<CallReport.Digit> digits = new ArrayList<>();
     voices.forEach(voice -> digits.addAll(voice.digits()));
     dialled.stream().filter(some -> some.direction == direction)
-        .forEach(some -> digits.add(new CallReport.Digit((some.time - start) / 1000.0, some.digits)));
+        .forEach(some -> digits.add(new CallReport.Digit((some.time - began) / 1000.0, some.digits)));
     List<CallReport.Part> parts = voices.stream().flatMap(voice -> voice.parts().stream())
         .sorted(Comparator.comparingDouble(CallReport.Part::offset)).toList();
     return new CallReport.Voice(voices.stream().mapToLong(CallReport.Voice::packets).sum(),
         voices.stream().mapToLong(CallReport.Voice::lost).sum(), parts, digits);
   }
 
-  private List<CallReport.Leg> legs() {
+  private List<CallReport.Leg> legs(long began) {
     return call.legs().size() == 1 ? List.of() : call.legs().stream().map(leg ->
-        new CallReport.Leg(Math.max(0, leg.start().stamp() - call.start().stamp()) / 1000.0, Text.printable(leg.id()),
+        new CallReport.Leg(Math.max(0, leg.start().stamp() + skew - began) / 1000.0, Text.printable(leg.id()),
             Text.printable(leg.caller()), Text.printable(leg.callee()), Text.printable(leg.how()))).toList();
   }
 

@@ -170,9 +170,9 @@ final class FakeSniffer implements Transport {
       }
 
       @Override
-      public void ended(CallReport call) throws IOException {
+      public void ended(CallReport call, long firstMessage) throws IOException {
         reports.add(call);
-        retention.ended(call);
+        retention.ended(call, firstMessage);
       }
 
       @Override
