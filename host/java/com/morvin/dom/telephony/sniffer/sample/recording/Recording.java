@@ -7,6 +7,7 @@ import com.morvin.dom.telephony.sniffer.sample.signalling.Direction;
 import com.morvin.dom.telephony.sniffer.sample.signalling.MediaUse;
 import com.morvin.dom.telephony.sniffer.sample.storage.CallReport;
 import com.morvin.dom.telephony.sniffer.sample.storage.Encoding;
+import com.morvin.dom.telephony.sniffer.sample.storage.LeftFile;
 import com.morvin.dom.telephony.sniffer.sample.storage.PcapFile;
 import com.morvin.dom.telephony.sniffer.sample.storage.Reports;
 import com.morvin.dom.telephony.sniffer.sample.storage.ResumedFiles;
@@ -50,6 +51,7 @@ final class Recording {
   /** The length in bytes of the messages that are kept for a capture file: the first and the last ones. */
   private static final int MAX_KEPT = 16 << 10;
   private static final int FIRST_KEPT = 4;
+  private static final int MAX_LEFT = 64;
   private static final int MAX_UNSAVED = 64;
   /** A message is compared with this number of earlier ones: it may be repeated, or delivered by another sniffer. */
   private static final int COMPARED = 16;
@@ -83,6 +85,8 @@ final class Recording {
   private final boolean shares;
   /** The file of both voices; null before the first one, and when each has a file of its own. */
   private WavFile stereo;
+  /** Files from before a restart that the recording does not continue. */
+  private final List<LeftFile> left = new ArrayList<>();
   private boolean shown;
   /** Whether the saved state is out of date. */
   private boolean changed = true;
@@ -151,6 +155,7 @@ final class Recording {
     if (ladder.size() > MAX_STEPS) {
       ladder.subList(FIRST_STEPS, FIRST_STEPS + ladder.size() - MAX_STEPS).clear();
     }
+    list(leg.left);
     leg.kept.forEach(message -> keep(message.frame(), message.time()));
     leg.dialled.forEach(some -> dialled(some.direction.turned(turned), some.digits, some.time - skew));
     for (Direction direction : Direction.values()) {
@@ -160,6 +165,12 @@ final class Recording {
       leg.saveMessages(running);
       running.merge(journal, leg.journal);
     }
+  }
+
+  /** Adds files from before a restart that the recording does not continue. They are only listed. */
+  void list(List<LeftFile> files) {
+    files.stream().filter(file -> left.stream().noneMatch(other -> other.fileName().equals(file.fileName())))
+        .limit(MAX_LEFT - left.size()).forEach(left::add);
   }
 
   private static void addTracks(Voice voice, Voice added) {
@@ -246,7 +257,7 @@ final class Recording {
 
   /** Whether media was received. */
   boolean hasMedia() {
-    return !allTracks().allMatch(Track::isEmpty);
+    return !left.isEmpty() || !allTracks().allMatch(Track::isEmpty);
   }
 
   /** Returns the number of lost packets in both directions. */
@@ -278,6 +289,9 @@ final class Recording {
    */
   Set<String> notes(long end) {
     Set<String> all = new TreeSet<>(call.notes());
+    if (!left.isEmpty()) {
+      all.add("what was recorded before a restart is in files of its own, and is not counted");
+    }
     for (Direction direction : Direction.values()) {
       Voice voice = voice(direction);
       voice.tracks().forEach(track -> track.notes().forEach(note -> all.add(direction + ": " + note)));
@@ -369,10 +383,17 @@ final class Recording {
     voices.forEach(voice -> digits.addAll(voice.digits()));
     dialled.stream().filter(some -> some.direction == direction)
         .forEach(some -> digits.add(new CallReport.Digit((some.time - began) / 1000.0, some.digits)));
-    List<CallReport.Part> parts = voices.stream().flatMap(voice -> voice.parts().stream())
+    Stream<CallReport.Part> before = left.stream().filter(file -> isOf(direction, file))
+        .map(file -> file.part((start - began) / 1000.0));
+    List<CallReport.Part> parts = Stream.concat(before, voices.stream().flatMap(voice -> voice.parts().stream()))
         .sorted(Comparator.comparingDouble(CallReport.Part::offset)).toList();
     return new CallReport.Voice(voices.stream().mapToLong(CallReport.Voice::packets).sum(),
         voices.stream().mapToLong(CallReport.Voice::lost).sum(), parts, digits);
+  }
+
+  /** Whether a file is listed for a direction; that of both voices is listed for the caller. */
+  private static boolean isOf(Direction direction, LeftFile file) {
+    return file.fileName().contains("-" + Direction.FROM_CALLEE) == (direction == Direction.FROM_CALLEE);
   }
 
   private List<CallReport.Leg> legs(long began) {
@@ -477,6 +498,7 @@ final class Recording {
           save(track, whole, out, files);
         }
       }
+      files.addAll(left);
       return new RunningCalls.Saved(journal, whole, bytes.toByteArray(), files);
     } catch (IOException e) {
       throw new UncheckedIOException(e);  // an array in memory cannot fail
