@@ -137,7 +137,7 @@ final class Voice {
       boolean silent = leg == null || time - last >= SILENCE_MILLIS;
       boolean equal = use.trust() == trust;
       if (!silent && use.trust() < trust) {
-        foreign += destination == to ? 1 : 0;  // elsewhere it may be a copy of the voice
+        countForeign(to, time);
         return false;
       }
       if (!silent && equal && (ssrc != source || destination == to)) {
@@ -152,6 +152,14 @@ final class Voice {
     ssrc = source;
     last = time;
     return true;
+  }
+
+  /**
+   * Counts an ignored packet. At another destination it may be a copy of the voice. One from before the last recorded
+   * packet was counted when it came first: a sniffer sends again what a lost recorder may not have read.
+   */
+  private void countForeign(long to, long time) {
+    foreign += destination == to && time + skew >= heard ? 1 : 0;
   }
 
   /** Returns what identifies a source for the track: for the voice its first address, for others their own. */
