@@ -58,6 +58,8 @@ final class Recording {
   private static final int USUAL_STATE = 512;
   /** A voice that stops this long before the end of its call gets a note. */
   private static final long EARLY_MILLIS = 5_000;
+  /** The same after a restart, which can lose the last seconds of sound when the disk is slow. */
+  private static final long EARLY_AFTER_RESTART_MILLIS = 500;
   /** A saved state can have sound this long before the first message, which may have been late, and after the last. */
   private static final long MOST_BEFORE_MILLIS = 600_000;
   private static final long MOST_AFTER_MILLIS = 60_000;
@@ -301,6 +303,8 @@ final class Recording {
       long early = end + skew - voice.heard();
       if (voice.heard() > 0 && early >= EARLY_MILLIS) {
         all.add(direction + ": stopped " + early / 1000 + " s before the end of the call");
+      } else if (voice.isSilentSinceRestart() && early >= EARLY_AFTER_RESTART_MILLIS) {
+        all.add(direction + ": stopped " + Text.seconds(early) + " s before the end of the call, at a restart");
       }
     }
     return all;

@@ -47,6 +47,8 @@ final class Voice {
   private long last;
   /** The time of the last recorded packet, in milliseconds since 1970; 0 when there was none. */
   private long heard;
+  /** What it was at a restart; 0 when there was none. */
+  private long heardBefore;
   /** The number of packets that were ignored because a source that the signalling knows better sent as well. */
   private long foreign;
   private Sdp.Media lastMedia;
@@ -173,6 +175,11 @@ final class Voice {
     return heard;
   }
 
+  /** Whether nothing was recorded since a restart. */
+  boolean isSilentSinceRestart() {
+    return heardBefore > 0 && heard == heardBefore;
+  }
+
   /** Returns the number of packets that were ignored because a better known source sent to the same destination. */
   long foreign() {
     return foreign;
@@ -187,6 +194,7 @@ final class Voice {
 
   void restore(DataInput in) throws IOException {
     heard = in.readLong();
+    heardBefore = heard;
     foreign = in.readLong();
   }
 
@@ -195,6 +203,7 @@ final class Voice {
     track = empty;
     earlier.clear();
     heard = 0;
+    heardBefore = 0;
     foreign = 0;
     known = false;
   }
