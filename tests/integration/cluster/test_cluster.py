@@ -378,6 +378,7 @@ class OneBroker(Cluster):
         self.end("front")
         self.assertEqual(set(self.said("front", r"\d+ lost because")), {"0 lost because"})
         self.outgrow_the_buffer()
+        self.a_call_goes_on_after_its_end()
         done.append(("a share is added", self.a_share_is_added()))
         done.append(("a share is removed", self.a_share_is_removed()))
         homes = self.judge(*done)
@@ -520,6 +521,20 @@ class OneBroker(Cluster):
         self.assertEqual(told[2::2], [0, 0])
         ended = r"hung up by caller after 10\.\d s"  # signalling is dropped last
         wait_for("the end of ten calls", lambda: sum(len(self.said(f"r{i}", ended)) for i in (1, 2, 3)) == 10)
+
+    def a_call_goes_on_after_its_end(self):
+        """The end was forged. A front that is killed later asks for the media of the call that goes on."""
+        front = self.media = self.signalling = self.front("later", "--spool", str(self.folder / "later"))
+        self.calls = self.begin([177])
+        self.talk()
+        self.hang_up()
+        journals = self.folder / "later/running"
+        wait_for("the end", lambda: not list(journals.glob("*.call")))
+        wait_for("another call", lambda: self.calls[0].talk(front) or list(journals.glob("*.call")))
+        self.end("later", signal.SIGKILL)
+        self.media = self.front("later", "--spool", str(self.folder / "later"))
+        self.talk()
+        self.end("later")
 
     def a_share_is_added(self):
         """Each call is in the share of one leg. Other legs begin at once, or after a restart. Calls go on meanwhile."""

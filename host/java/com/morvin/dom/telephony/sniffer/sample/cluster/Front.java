@@ -6,6 +6,7 @@ import com.morvin.dom.telephony.sniffer.sample.metrics.Metrics;
 import com.morvin.dom.telephony.sniffer.sample.service.OtherShares;
 import com.morvin.dom.telephony.sniffer.sample.service.Service;
 import com.morvin.dom.telephony.sniffer.sample.signalling.Call;
+import com.morvin.dom.telephony.sniffer.sample.signalling.CallFollower;
 import com.morvin.dom.telephony.sniffer.sample.signalling.Moment;
 import com.morvin.dom.telephony.sniffer.sample.storage.RunningCalls;
 import com.morvin.dom.telephony.sniffer.sample.transport.Frame;
@@ -287,6 +288,19 @@ final class Front extends Service {
       }
     }
     stream.remember(cursor, captured);
+  }
+
+  /** The messages are saved, and not published again: the recorder goes on with its call in the same way. */
+  @Override
+  public void wentOn(Call call, List<CallFollower.TimedMessage> messages) {
+    CallStream stream = streams.get(call);
+    long captured = call.start().stamp() + skew;
+    for (CallFollower.TimedMessage message : messages) {
+      stream.remember(cursor(message.frame()), captured);
+      if (state != null) {
+        state.append(stream, message.frame(), captured);
+      }
+    }
   }
 
   @Override
