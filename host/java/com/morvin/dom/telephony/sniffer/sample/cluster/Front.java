@@ -102,7 +102,7 @@ final class Front extends Service {
       others.restore(now());
       state.save(streams.values(), publisher, clock.timeOfDay());
       // The recorders drop what the earlier front has published already.
-      state.blocks(clock).forEach(this::serve);
+      state.blocks().load(clock).forEach(this::serve);
     }
     publisher.start();
   }
@@ -199,7 +199,7 @@ final class Front extends Service {
 
   /** Forgets what a restarted front would need up to a time. */
   private void release(long upTo) {
-    state.release(upTo);
+    state.blocks().release(upTo);
     while (!ended.isEmpty() && ended.peek().at <= upTo) {
       state.end(ended.remove().journal);
     }
@@ -354,7 +354,7 @@ final class Front extends Service {
 
   @Override
   protected Transport source(Transport link) {
-    return state == null ? link : new LoggedTransport(link, block -> state.append(block, clock.millis()));
+    return state == null ? link : new LoggedTransport(link, block -> state.blocks().append(block, clock.millis()));
   }
 
   @Override

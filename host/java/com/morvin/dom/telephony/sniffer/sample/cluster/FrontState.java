@@ -5,7 +5,6 @@ import com.morvin.dom.telephony.sniffer.sample.console.Text;
 import com.morvin.dom.telephony.sniffer.sample.storage.RunningCalls;
 import com.morvin.dom.telephony.sniffer.sample.storage.Store;
 import com.morvin.dom.telephony.sniffer.sample.transport.Frame;
-import com.morvin.dom.telephony.sniffer.sample.transport.FrameBlock;
 import com.morvin.dom.telephony.sniffer.sample.transport.SteadyClock;
 import java.io.IOException;
 import java.nio.ByteBuffer;
@@ -22,23 +21,15 @@ import java.util.Set;
  * the writing is done on the disk thread.
  */
 final class FrontState implements AutoCloseable {
-  /** A disk that is nearly full takes a block now and then. */
-  private static final long STABLE_MILLIS = 3000;
-
   private final Console console;
   private final Store store;
   private final RunningCalls running;
   private final Spool spool;
-  private final BlockLog blocks;
+  private final BlockKeeper blocks;
   private final String session;
   /** The calls whose partition is not saved yet. */
   private final Set<CallStream> unsaved = new LinkedHashSet<>();
   private volatile boolean saving;
-  /** Whether no blocks are kept until the next {@link #save}, because the last one could not be written. */
-  private volatile boolean pausing;
-  /** Whether the operator has read that blocks cannot be kept, and when the last one could not. */
-  private boolean failing;
-  private long failedAt;
 
   /**
    * Opens a directory, and creates it when it is missing.
@@ -51,7 +42,7 @@ final class FrontState implements AutoCloseable {
     store = new Store(directory, console);
     running = new RunningCalls(store);
     spool = new Spool(directory.resolve("messages"));
-    blocks = new BlockLog(directory, bufferBytes);
+    blocks = new BlockKeeper(new BlockLog(directory, bufferBytes), console);
   }
 
   /** Returns the store of the directory, which {@link #close} closes. */
@@ -117,13 +108,13 @@ final class FrontState implements AutoCloseable {
 
   /**
    * Saves the partitions of the calls, unless the previous ones are not on disk yet. To be called regularly: after a
-   * failure it also lets {@link #append} try again.
+   * failure it also lets the keeper of the blocks try again.
    *
    * @param calls all running calls
    * @param publisher knows the generation of their partitions
    */
   void save(Iterable<CallStream> calls, Publisher publisher, long now) {
-    pausing = false;
+    blocks.retry();
     if (saving) {
       return;
     }
@@ -164,51 +155,9 @@ final class FrontState implements AutoCloseable {
     store.disk().submit(spool::remove);
   }
 
-  /** Returns the frames that an earlier front had read before it was killed; those that it published are included. */
-  List<FrameBlock> blocks(SteadyClock clock) {
-    try {
-      return blocks.load(clock);
-    } catch (IOException e) {
-      console.line("the frames from before the restart cannot be read: " + e);
-      return List.of();
-    }
-  }
-
-  /** Keeps a block that was read now until it is released. Any thread may call it. */
-  void append(FrameBlock block, long now) {
-    if (pausing) {
-      return;
-    }
-    try {
-      blocks.append(block, now);
-      reportKept(null, now);
-    } catch (IOException e) {
-      pausing = true;
-      reportKept(e, now);
-    }
-  }
-
-  /** Removes the frames that were read up to a time. */
-  void release(long upTo) {
-    try {
-      blocks.release(upTo);
-    } catch (IOException e) {
-      // They are removed later. Where files cannot be removed, new ones cannot be written: append() reports that.
-    }
-  }
-
-  /** Reports the beginning and the end of a time in which not all blocks are kept. */
-  private synchronized void reportKept(IOException failure, long now) {
-    if (failure != null) {
-      failedAt = now;
-      if (!failing) {
-        console.line("frames cannot be kept for the case that this front is killed: " + failure);
-      }
-      failing = true;
-    } else if (failing && now - failedAt >= STABLE_MILLIS) {
-      failing = false;
-      console.line("frames are kept again for the case that this front is killed");
-    }
+  /** Returns what keeps the blocks that are read, for the case that the front is killed. */
+  BlockKeeper blocks() {
+    return blocks;
   }
 
   /** Keeps messages for the next front, and reports how much. Returns the number of messages that are kept. */
