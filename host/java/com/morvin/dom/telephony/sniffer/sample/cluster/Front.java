@@ -217,13 +217,22 @@ final class Front extends Service {
     }
     if (state != null && now.steady() - lastSave >= SAVE_MILLIS) {
       lastSave = now.steady();
-      state.save(streams.values(), publisher, clock.timeOfDay());
-      others.save();
+      save();
       if (!earlier.isEmpty() && outbox.isEmpty()) {
         earlier = List.of();
         state.published();
       }
     }
+  }
+
+  private void save() {
+    if (state.takeRemoval()) {
+      state.addAgain(streams.values());
+      follower.calls().stream().filter(call -> !call.isOwned()).forEach(call ->
+          follower.messages(call).forEach(message -> others.add(call, message.frame(), message.time())));
+    }
+    state.save(streams.values(), publisher, clock.timeOfDay());
+    others.save();
   }
 
   @Override
@@ -244,6 +253,10 @@ final class Front extends Service {
         frames - own.confirmedFrames() - own.lostFrames() + before.waitingFrames());
     figures.gauge("buffer_bytes", "Size of the messages that the broker has not confirmed yet.", outbox.bytes());
     figures.gauge("buffer_limit_bytes", "The most that the buffer holds.", bufferBytes);
+    if (state != null) {
+      figures.gauge("restart_unsafe", "1 while a front that is killed and started again would lose calls or frames.",
+          state.isSafe() ? 0 : 1);
+    }
     figures.gauge("broker_connected", "1 while there is a connection to the broker.", publisher.isConnected() ? 1 : 0);
   }
 
@@ -375,8 +388,7 @@ final class Front extends Service {
       while (!ended.isEmpty()) {
         state.end(ended.remove().journal);
       }
-      state.save(streams.values(), publisher, clock.timeOfDay());
-      others.save();
+      save();
     }
     console.status("");
   }
