@@ -19,14 +19,14 @@ bool isFileOption(char option) {
   return kFileOptions.find(option) != std::string_view::npos;
 }
 
+}  // namespace
+
 bool isPort(const std::string& text) {
   const bool digits = std::all_of(text.begin(), text.end(), [](unsigned char c) { return std::isdigit(c); });
   if (text.empty() || text.size() > 5 || !digits) return false;
   const int port = std::stoi(text);
   return port >= 1 && port <= 65535;
 }
-
-}  // namespace
 
 bool Arguments::isFileMode() const {
   return std::all_of(options.begin(), options.end(), [](const auto& one) { return isFileOption(one.first); });

@@ -27,3 +27,6 @@ std::string parse(int argc, char** argv, Arguments& arguments);
 
 /// Checks the values, which the engine would accept without a message. Returns the first error, empty without one.
 std::string validate(const Arguments& arguments);
+
+/// True for a number from 1 to 65535 and nothing else.
+bool isPort(const std::string& text);

@@ -8,6 +8,7 @@
 #include <string_view>
 #include <vector>
 
+#include "Arguments.h"
 #include "Diagnosis.h"
 #include "FilterCheck.h"
 #include "base/HostText.h"
@@ -91,9 +92,13 @@ void addRecorderErrors(const Sniffer& engine, ErrorList& errors) {
     errors.add("the recorder's address is \"" + name +
                "\": set ServerName (option -h) to an address such as 192.168.3.22 or 2001:db8::22");
   }
+  const std::string portText = Config::dft()->getProperty("ServerPort");
   if (const int port = engine.getServerPortMedia(); port < 1 || port > 65535) {
     errors.add("the recorder's port is " + std::to_string(port) +
                ": set ServerPort (option -p) to a number from 1 to 65535");
+  } else if (!portText.empty() && !isPort(portText)) {
+    errors.add("the recorder's port is \"" + portText + "\", of which " + std::to_string(port) +
+               " is used: set ServerPort to a number from 1 to 65535");
   }
   const char* protocol = engine.getServerProtocol();
   if (strcasecmp(protocol, "TCP") != 0 && strcasecmp(protocol, "UDP") != 0) {

@@ -173,8 +173,8 @@
   }
 
   /**
-   * Media can be captured before the first message that the recorder saw: the call then begins with it. Returns the
-   * offset of the stereo file, which begins with the call or the first decoded sound.
+   * A call begins with its first message, or with sound that was captured before it. In reports of earlier versions it
+   * begins with the message. Returns the offset of the stereo file, which begins with the call or the first sound.
    */
   function fromFirstSound(call) {
     const parts = call.voices.flatMap(voice => voice.parts);

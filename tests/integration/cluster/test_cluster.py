@@ -378,6 +378,7 @@ class OneBroker(Cluster):
         self.end("front")
         self.assertEqual(set(self.said("front", r"\d+ lost because")), {"0 lost because"})
         self.outgrow_the_buffer()
+        self.a_call_goes_on_after_its_end()
         done.append(("a share is added", self.a_share_is_added()))
         done.append(("a share is removed", self.a_share_is_removed()))
         homes = self.judge(*done)
@@ -426,15 +427,15 @@ class OneBroker(Cluster):
             self.broker("start", 0)
 
     def the_front_is_killed(self):
-        """The broker has confirmed nothing for a while, and the front could not write before. The calls go on when the
-        front asks the sniffer for them."""
-        spool, aside = self.folder / "spool", self.folder / "aside"
-        spool.rename(aside)
+        """The broker has confirmed nothing for a while. Before that, the front could not write, and its state was
+        removed. The calls go on when the front asks the sniffer for them."""
+        spool = self.folder / "spool"
+        spool.rename(self.folder / "aside")
         spool.touch()
         self.talk_until("front", "frames cannot be kept")
         spool.unlink()
-        aside.rename(spool)
         self.talk_until("front", "frames are kept again")
+        self.hears("front", "the state in .* is written again")
         self.settle()
         os.kill(self.pid(), signal.SIGSTOP)
         before = self.logged()
@@ -444,7 +445,7 @@ class OneBroker(Cluster):
         self.end("front", signal.SIGKILL)
         os.kill(self.pid(), signal.SIGCONT)
         self.sniff(self.front("front", *self.spool))
-        self.hears("front", r"going on with \d+ calls")
+        self.hears("front", f"going on with {len(self.calls)} calls")
 
     def logged(self):
         """What the front has read and keeps."""
@@ -520,6 +521,20 @@ class OneBroker(Cluster):
         self.assertEqual(told[2::2], [0, 0])
         ended = r"hung up by caller after 10\.\d s"  # signalling is dropped last
         wait_for("the end of ten calls", lambda: sum(len(self.said(f"r{i}", ended)) for i in (1, 2, 3)) == 10)
+
+    def a_call_goes_on_after_its_end(self):
+        """The end was forged. A front that is killed later asks for the media of the call that goes on."""
+        front = self.media = self.signalling = self.front("later", "--spool", str(self.folder / "later"))
+        self.calls = self.begin([177])
+        self.talk()
+        self.hang_up()
+        journals = self.folder / "later/running"
+        wait_for("the end", lambda: not list(journals.glob("*.call")))
+        wait_for("another call", lambda: self.calls[0].talk(front) or list(journals.glob("*.call")))
+        self.end("later", signal.SIGKILL)
+        self.media = self.front("later", "--spool", str(self.folder / "later"))
+        self.talk()
+        self.end("later")
 
     def a_share_is_added(self):
         """Each call is in the share of one leg. Other legs begin at once, or after a restart. Calls go on meanwhile."""

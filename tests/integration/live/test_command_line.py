@@ -122,6 +122,8 @@ class CommandLine(TestCase):
             ({"Filter": "udp prot"}, 3, '"udp prot" does not compile: can'),
             ({"ServerName": "recorder"}, 1, '"recorder"'),
             ({"ServerPort": 0}, 1, "port is 0"),
+            ({"ServerPort": "6000x"}, 1, 'port is "6000x", of which 6000 is used'),
+            ({"ServerPort": (1 << 32) + 6000}, 1, 'port is "4294973296", of which 6000 is used'),
             ({"ServerProtocol": "SCTP"}, 1, '"SCTP"'),
             ({"Filter": "udp port 5062 and net 10.1.0.0/16"} | fragments, 0, "warning: ReassembleFragments"),
             ({"Filter": "udp port 5062 or (ip[6:2] & 0x1fff != 0)"} | fragments, 0, ""),

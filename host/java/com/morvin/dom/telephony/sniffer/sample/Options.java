@@ -85,6 +85,7 @@ final class Options {
   private static final String HEAP = "--heap";
 
   private static final int DEFAULT_PORT = 6000;
+  private static final int MAX_PORT = 65_535;
   private static final int MAX_NUMBER = 1_000_000;
   private static final int MAX_SHARES = 1000;
 
@@ -292,7 +293,7 @@ final class Options {
 
   private static InetSocketAddress address(String option, String value) throws UsageException {
     int colon = value.lastIndexOf(':');
-    int port = number(option, value.substring(colon + 1), 65535);
+    int port = number(option, value.substring(colon + 1), MAX_PORT);
     InetSocketAddress address = new InetSocketAddress(colon < 0 ? "127.0.0.1" : value.substring(0, colon), port);
     if (address.isUnresolved()) {
       throw new UsageException(option + ": no such host: " + value.substring(0, colon));
@@ -303,7 +304,8 @@ final class Options {
   private static URI broker(String option, String value) throws UsageException {
     try {
       URI uri = new URI(value);
-      if (uri.getHost() != null && List.of("amqp", "amqps").contains(uri.getScheme())) {
+      boolean hasPort = uri.getPort() == -1 || uri.getPort() >= 1 && uri.getPort() <= MAX_PORT;  // -1: the usual one
+      if (uri.getHost() != null && List.of("amqp", "amqps").contains(uri.getScheme()) && hasPort) {
         checkVirtualHost(option, uri);
         return uri;
       }

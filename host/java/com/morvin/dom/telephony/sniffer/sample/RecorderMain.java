@@ -165,7 +165,10 @@ public final class RecorderMain {
     try (metrics) {
       if (options.embedded.isEmpty()) {
         try (Transport link = transport(options, console)) {
-          warmUp(console);  // frames that arrive meanwhile wait in the socket
+          if (options.publish == null && options.consume == null) {
+            service.listen(link);
+          }
+          warmUp(console);
           service.assumeIpv6(options.ipv6);
           service.run(link);
         }

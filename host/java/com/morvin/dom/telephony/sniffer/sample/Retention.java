@@ -65,8 +65,8 @@ final class Retention implements ReportListener {
   }
 
   @Override
-  public void ended(CallReport call) throws IOException {
-    pages.ended(call);
+  public void ended(CallReport call, long firstMessage) throws IOException {
+    pages.ended(call, firstMessage);
   }
 
   @Override

@@ -20,10 +20,9 @@ import java.util.stream.Stream;
 /**
  * Keeps the frames that a front has read until the broker has confirmed them, in case the front is killed. They are in
  * files that are not synced: a file survives the process in the memory of the operating system, and is mostly removed
- * before it is written to the disk. Times are milliseconds of the clock of the front. Any thread may call any
- * method.
+ * before it is written to the disk. Times are milliseconds of the clock of the front. Belongs to one thread at a time.
  */
-final class BlockLog implements AutoCloseable {
+final class BlockLog {
   private static final String SUFFIX = ".blocks";
   private static final long SEGMENT_MILLIS = 500;
   private static final int MAX_BLOCK = 1 << 20;
@@ -49,7 +48,7 @@ final class BlockLog implements AutoCloseable {
   }
 
   /** Returns the blocks of an earlier front, oldest first. They are kept until what is read now is released. */
-  synchronized List<FrameBlock> load(SteadyClock clock) throws IOException {
+  List<FrameBlock> load(SteadyClock clock) throws IOException {
     List<Path> files;
     try (Stream<Path> all = Files.list(directory)) {
       files = all.filter(path -> path.toString().endsWith(SUFFIX)).sorted().toList();
@@ -79,23 +78,28 @@ final class BlockLog implements AutoCloseable {
     }
   }
 
-  /** Appends a block that was read now. After a failure the next block begins another file. */
-  synchronized void append(FrameBlock block, long now) throws IOException {
-    if (now - began >= SEGMENT_MILLIS) {
-      end(now);
+  /**
+   * Appends a block. After a failure the next block begins another file.
+   *
+   * @param readAt when it was read
+   * @param timeOfDay the same in milliseconds since 1970
+   */
+  void append(FrameBlock block, long readAt, long timeOfDay) throws IOException {
+    if (readAt - began >= SEGMENT_MILLIS) {
+      end(readAt);
     }
     if (current == null) {
-      begin(now);
+      begin(readAt);
     }
-    ByteBuffer header = ByteBuffer.allocate(Integer.BYTES + Long.BYTES).putInt(block.length())
-        .putLong(System.currentTimeMillis()).flip();
+    ByteBuffer header = ByteBuffer.allocate(Integer.BYTES + Long.BYTES).putInt(block.length()).putLong(timeOfDay)
+        .flip();
     ByteBuffer[] record = {header, ByteBuffer.wrap(block.bytes(), block.from(), block.length())};
     try {
       while (record[1].hasRemaining()) {
         current.write(record);
       }
     } catch (IOException e) {
-      end(now);  // the disk is full; a part of a block can only be the end of a file
+      end(readAt);  // the disk is full; a part of a block can only be the end of a file
       throw e;
     }
     length += header.capacity() + block.length();
@@ -132,20 +136,19 @@ final class BlockLog implements AutoCloseable {
   }
 
   /** Removes the blocks that were read up to a time. */
-  synchronized void release(long upTo) throws IOException {
+  void release(long upTo) throws IOException {
     while (!segments.isEmpty() && segments.peek().until <= upTo) {
       removeOldest();
     }
   }
 
   /** Removes all blocks. */
-  synchronized void clear() throws IOException {
+  void clear() throws IOException {
     end(Long.MAX_VALUE);
     release(Long.MAX_VALUE);
   }
 
-  @Override
-  public synchronized void close() throws IOException {
+  private void close() throws IOException {
     if (current != null) {
       current.close();
       current = null;

@@ -1,6 +1,7 @@
 package com.morvin.dom.telephony.sniffer.sample.cluster;
 
 import com.morvin.dom.telephony.sniffer.sample.transport.Frame;
+import com.morvin.dom.telephony.sniffer.sample.transport.FrameBlock;
 import com.morvin.dom.telephony.sniffer.sample.transport.FrameCursor;
 import java.nio.ByteBuffer;
 import java.util.Arrays;
@@ -13,6 +14,8 @@ final class Body {
   private static final int SMALLEST = 1024;
   private static final long NONE = -1;
   private static final long MICROS = 1000;
+  /** A body begins with a capture time, so the time before it does not matter. */
+  private static final long ANY_TIME = 1;
 
   private byte[] bytes = new byte[SMALLEST];
   private int length;
@@ -66,6 +69,16 @@ final class Body {
   /** Makes the next frame get a capture time frame. */
   void endTime() {
     time = NONE;
+  }
+
+  /** Returns a cursor before the first frame. The content must not change meanwhile. */
+  FrameCursor frames() {
+    return frames(bytes, 0, length);
+  }
+
+  /** Returns a cursor before the first frame of a part of an array that was the content of a body. */
+  static FrameCursor frames(byte[] content, int from, int to) {
+    return new FrameCursor(new FrameBlock(content, from, to, 0, 0, 0, ANY_TIME));
   }
 
   /** Returns a copy of the content. */

@@ -2,6 +2,8 @@ package com.morvin.dom.telephony.sniffer.sample.cluster;
 
 import com.morvin.dom.telephony.sniffer.sample.storage.RunningCalls;
 import com.morvin.dom.telephony.sniffer.sample.transport.FrameCursor;
+import java.util.ArrayList;
+import java.util.List;
 
 /** A call that is published. Belongs to the thread of the front. */
 final class CallStream {
@@ -41,6 +43,16 @@ final class CallStream {
   /** Returns the signalling so far. */
   Body signalled() {
     return signalled;
+  }
+
+  /** Returns the same as single messages. */
+  List<RunningCalls.TimedFrame> messages() {
+    List<RunningCalls.TimedFrame> messages = new ArrayList<>();
+    FrameCursor frames = signalled.frames();
+    while (frames.next()) {
+      messages.add(new RunningCalls.TimedFrame(frames.captured(), frames.frame()));
+    }
+    return messages;
   }
 
   /** Records that the call has ended. */

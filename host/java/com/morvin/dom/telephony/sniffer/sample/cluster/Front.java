@@ -6,6 +6,7 @@ import com.morvin.dom.telephony.sniffer.sample.metrics.Metrics;
 import com.morvin.dom.telephony.sniffer.sample.service.OtherShares;
 import com.morvin.dom.telephony.sniffer.sample.service.Service;
 import com.morvin.dom.telephony.sniffer.sample.signalling.Call;
+import com.morvin.dom.telephony.sniffer.sample.signalling.CallFollower;
 import com.morvin.dom.telephony.sniffer.sample.signalling.Moment;
 import com.morvin.dom.telephony.sniffer.sample.storage.RunningCalls;
 import com.morvin.dom.telephony.sniffer.sample.transport.Frame;
@@ -101,7 +102,7 @@ final class Front extends Service {
       others.restore(now());
       state.save(streams.values(), publisher, clock.timeOfDay());
       // The recorders drop what the earlier front has published already.
-      state.blocks(clock).forEach(this::serve);
+      state.blocks().load(clock).forEach(this::serve);
     }
     publisher.start();
   }
@@ -198,7 +199,7 @@ final class Front extends Service {
 
   /** Forgets what a restarted front would need up to a time. */
   private void release(long upTo) {
-    state.release(upTo);
+    state.blocks().release(upTo);
     while (!ended.isEmpty() && ended.peek().at <= upTo) {
       state.end(ended.remove().journal);
     }
@@ -216,13 +217,22 @@ final class Front extends Service {
     }
     if (state != null && now.steady() - lastSave >= SAVE_MILLIS) {
       lastSave = now.steady();
-      state.save(streams.values(), publisher, clock.timeOfDay());
-      others.save();
+      save();
       if (!earlier.isEmpty() && outbox.isEmpty()) {
         earlier = List.of();
         state.published();
       }
     }
+  }
+
+  private void save() {
+    if (state.takeRemoval()) {
+      state.addAgain(streams.values());
+      follower.calls().stream().filter(call -> !call.isOwned()).forEach(call ->
+          follower.messages(call).forEach(message -> others.add(call, message.frame(), message.time())));
+    }
+    state.save(streams.values(), publisher, clock.timeOfDay());
+    others.save();
   }
 
   @Override
@@ -243,6 +253,10 @@ final class Front extends Service {
         frames - own.confirmedFrames() - own.lostFrames() + before.waitingFrames());
     figures.gauge("buffer_bytes", "Size of the messages that the broker has not confirmed yet.", outbox.bytes());
     figures.gauge("buffer_limit_bytes", "The most that the buffer holds.", bufferBytes);
+    if (state != null) {
+      figures.gauge("restart_unsafe", "1 while a front that is killed and started again would lose calls or frames.",
+          state.isSafe() ? 0 : 1);
+    }
     figures.gauge("broker_connected", "1 while there is a connection to the broker.", publisher.isConnected() ? 1 : 0);
   }
 
@@ -287,6 +301,19 @@ final class Front extends Service {
       }
     }
     stream.remember(cursor, captured);
+  }
+
+  /** The messages are saved, and not published again: the recorder goes on with its call in the same way. */
+  @Override
+  public void wentOn(Call call, List<CallFollower.TimedMessage> messages) {
+    CallStream stream = streams.get(call);
+    long captured = call.start().stamp() + skew;
+    for (CallFollower.TimedMessage message : messages) {
+      stream.remember(cursor(message.frame()), captured);
+      if (state != null) {
+        state.append(stream, message.frame(), captured);
+      }
+    }
   }
 
   @Override
@@ -340,7 +367,7 @@ final class Front extends Service {
 
   @Override
   protected Transport source(Transport link) {
-    return state == null ? link : new LoggedTransport(link, block -> state.append(block, clock.millis()));
+    return state == null ? link : new LoggedTransport(link, block -> state.blocks().append(block, clock.millis()));
   }
 
   @Override
@@ -361,8 +388,7 @@ final class Front extends Service {
       while (!ended.isEmpty()) {
         state.end(ended.remove().journal);
       }
-      state.save(streams.values(), publisher, clock.timeOfDay());
-      others.save();
+      save();
     }
     console.status("");
   }

@@ -5,16 +5,20 @@ import com.morvin.dom.telephony.sniffer.sample.console.Text;
 import com.morvin.dom.telephony.sniffer.sample.storage.RunningCalls;
 import com.morvin.dom.telephony.sniffer.sample.storage.Store;
 import com.morvin.dom.telephony.sniffer.sample.transport.Frame;
-import com.morvin.dom.telephony.sniffer.sample.transport.FrameBlock;
 import com.morvin.dom.telephony.sniffer.sample.transport.SteadyClock;
 import java.io.IOException;
 import java.nio.ByteBuffer;
 import java.nio.charset.StandardCharsets;
+import java.nio.file.Files;
 import java.nio.file.Path;
+import java.util.ArrayDeque;
 import java.util.ArrayList;
+import java.util.Collection;
 import java.util.LinkedHashSet;
 import java.util.List;
+import java.util.Queue;
 import java.util.Set;
+import java.util.concurrent.TimeUnit;
 
 /**
  * What a front keeps in its directory: the signalling and the partition of its running calls, so that a restarted front
@@ -22,23 +26,26 @@ import java.util.Set;
  * the writing is done on the disk thread.
  */
 final class FrontState implements AutoCloseable {
-  /** A disk that is nearly full takes a block now and then. */
-  private static final long STABLE_MILLIS = 3000;
+  /** What is older than this was not saved: the disk is full or slow. */
+  private static final long SAVED_NANOS = TimeUnit.SECONDS.toNanos(5);
 
   private final Console console;
   private final Store store;
   private final RunningCalls running;
   private final Spool spool;
-  private final BlockLog blocks;
+  private final BlockKeeper blocks;
+  private final Path checkpoint;
   private final String session;
   /** The calls whose partition is not saved yet. */
   private final Set<CallStream> unsaved = new LinkedHashSet<>();
+  /** The calls whose signalling is to be saved again, because it was removed. */
+  private final Queue<CallStream> removed = new ArrayDeque<>();
   private volatile boolean saving;
-  /** Whether no blocks are kept until the next {@link #save}, because the last one could not be written. */
-  private volatile boolean pausing;
-  /** Whether the operator has read that blocks cannot be kept, and when the last one could not. */
-  private boolean failing;
-  private long failedAt;
+  /** Whether the checkpoint has been found to be removed since {@link #takeRemoval}. */
+  private volatile boolean isRemoved;
+  /** Whether the signalling and the checkpoint of all calls were on the disk, and the System.nanoTime of that. */
+  private volatile boolean complete;
+  private volatile long completeAt;
 
   /**
    * Opens a directory, and creates it when it is missing.
@@ -51,7 +58,8 @@ final class FrontState implements AutoCloseable {
     store = new Store(directory, console);
     running = new RunningCalls(store);
     spool = new Spool(directory.resolve("messages"));
-    blocks = new BlockLog(directory, bufferBytes);
+    blocks = new BlockKeeper(new BlockLog(directory, bufferBytes), console);
+    checkpoint = directory.resolve("running").resolve("checkpoint");
   }
 
   /** Returns the store of the directory, which {@link #close} closes. */
@@ -116,18 +124,20 @@ final class FrontState implements AutoCloseable {
   }
 
   /**
-   * Saves the partitions of the calls, unless the previous ones are not on disk yet. To be called regularly: after a
-   * failure it also lets {@link #append} try again.
+   * Saves the partitions of the calls, unless the previous ones are not on disk yet. To be called regularly: it also
+   * notices when the state was removed from the disk, and lets the keeper of the blocks try again after a failure.
    *
    * @param calls all running calls
    * @param publisher knows the generation of their partitions
    */
   void save(Iterable<CallStream> calls, Publisher publisher, long now) {
-    pausing = false;
+    blocks.retry();
     if (saving) {
       return;
     }
     saving = true;
+    saveRemoved();
+    boolean isLast = removed.isEmpty();
     boolean all = running.wantsAll();
     if (all) {
       calls.forEach(unsaved::add);
@@ -145,8 +155,60 @@ final class FrontState implements AutoCloseable {
       }
     }
     SteadyClock.Reading time = new SteadyClock.Reading(now, 0, 0);
-    running.save(saved, all, time, session.getBytes(StandardCharsets.ISO_8859_1), () -> saving = false,
+    store.disk().submit(this::noticeRemoval);
+    running.save(saved, all, time, session.getBytes(StandardCharsets.ISO_8859_1), () -> saved(isLast),
         () -> saving = false);
+  }
+
+  /** Called on the disk thread. */
+  private void noticeRemoval() {
+    if (complete && Files.notExists(checkpoint)) {
+      complete = false;
+      isRemoved = true;
+      console.line("the state in " + store.directory() + " was removed: until it is written again, a restart loses the "
+          + "running calls");
+    }
+  }
+
+  /** Called on the disk thread after a checkpoint. */
+  private void saved(boolean isLast) {
+    if (isLast && !isRemoved) {
+      if (completeAt != 0 && !complete) {
+        console.line("the state in " + store.directory() + " is written again");
+      }
+      complete = true;
+      completeAt = System.nanoTime();
+    }
+    saving = false;
+  }
+
+  /** Whether the state was removed from the disk since the last time that this method returned true. */
+  boolean takeRemoval() {
+    boolean taken = isRemoved && !saving;
+    isRemoved &= !taken;
+    return taken;
+  }
+
+  /** Saves the signalling of calls again with the next {@link #save}, or with several when it is much. */
+  void addAgain(Collection<CallStream> calls) {
+    removed.clear();
+    removed.addAll(calls);
+  }
+
+  /** Saves again what was removed, until so much waits that the disk thread would drop some of it. */
+  private void saveRemoved() {
+    while (!removed.isEmpty() && !store.disk().isBehind()) {
+      CallStream call = removed.remove();
+      if (!call.isOver()) {
+        running.append(call.journal, call.messages());
+        unsaved.add(call);
+      }
+    }
+  }
+
+  /** Whether a front that is killed now and started again goes on with all calls. Any thread may call it. */
+  boolean isSafe() {
+    return complete && System.nanoTime() - completeAt < SAVED_NANOS && !blocks.isFailing();
   }
 
   /** Returns the messages that an earlier front could not publish. */
@@ -164,51 +226,9 @@ final class FrontState implements AutoCloseable {
     store.disk().submit(spool::remove);
   }
 
-  /** Returns the frames that an earlier front had read before it was killed; those that it published are included. */
-  List<FrameBlock> blocks(SteadyClock clock) {
-    try {
-      return blocks.load(clock);
-    } catch (IOException e) {
-      console.line("the frames from before the restart cannot be read: " + e);
-      return List.of();
-    }
-  }
-
-  /** Keeps a block that was read now until it is released. Any thread may call it. */
-  void append(FrameBlock block, long now) {
-    if (pausing) {
-      return;
-    }
-    try {
-      blocks.append(block, now);
-      reportKept(null, now);
-    } catch (IOException e) {
-      pausing = true;
-      reportKept(e, now);
-    }
-  }
-
-  /** Removes the frames that were read up to a time. */
-  void release(long upTo) {
-    try {
-      blocks.release(upTo);
-    } catch (IOException e) {
-      // They are removed later. Where files cannot be removed, new ones cannot be written: append() reports that.
-    }
-  }
-
-  /** Reports the beginning and the end of a time in which not all blocks are kept. */
-  private synchronized void reportKept(IOException failure, long now) {
-    if (failure != null) {
-      failedAt = now;
-      if (!failing) {
-        console.line("frames cannot be kept for the case that this front is killed: " + failure);
-      }
-      failing = true;
-    } else if (failing && now - failedAt >= STABLE_MILLIS) {
-      failing = false;
-      console.line("frames are kept again for the case that this front is killed");
-    }
+  /** Returns what keeps the blocks that are read, for the case that the front is killed. */
+  BlockKeeper blocks() {
+    return blocks;
   }
 
   /** Keeps messages for the next front, and reports how much. Returns the number of messages that are kept. */

@@ -1,7 +1,6 @@
 package com.morvin.dom.telephony.sniffer.sample.cluster;
 
 import com.morvin.dom.telephony.sniffer.sample.transport.Frame;
-import com.morvin.dom.telephony.sniffer.sample.transport.FrameBlock;
 import com.morvin.dom.telephony.sniffer.sample.transport.FrameCursor;
 import java.util.List;
 
@@ -29,15 +28,13 @@ record Message(MessageId id, Partition partition, String continued, List<Recap> 
   static final String RECAPS = "recaps";
   /** The header with the session of the front before its restart. */
   static final String CONTINUES = "continues";
-  /** A body begins with a capture time, so the time before it does not matter. */
-  private static final long ANY_TIME = 1;
 
   /** Returns the message without its media. */
   Message withoutMedia() {
     int start = Recap.bytes(recaps);
     Body kept = new Body();
     int count = 0;
-    FrameCursor frame = new FrameCursor(new FrameBlock(body, start, body.length, 0, 0, 0, ANY_TIME));
+    FrameCursor frame = Body.frames(body, start, body.length);
     while (frame.next()) {
       if (frame.protocol() != Frame.RTP) {
         kept.add(frame, frame.captured());

@@ -65,24 +65,24 @@ public final class CallPages implements ReportListener {
   /** Adds a running call. */
   @Override
   public void began(CallReport call) throws IOException {
-    String line = line(call, "\"running\":true");
+    String line = line(call, call.start(), "\"running\":true");
     append(line);
-    running.put(key(call), line);
+    running.put(key(call, call.start()), line);
   }
 
   /** Removes a running call that is a leg of another one. */
   @Override
   public void merged(CallReport call) throws IOException {
-    append("{\"was\":" + Json.write(key(call)) + "}\n");
-    running.remove(key(call));
+    append("{\"was\":" + Json.write(key(call, call.start())) + "}\n");
+    running.remove(key(call, call.start()));
   }
 
   /** Adds an ended call with its waveforms. */
   @Override
-  public void ended(CallReport call) throws IOException {
+  public void ended(CallReport call, long firstMessage) throws IOException {
     List<List<String>> peaks = List.of(peaks(call, call.fromCaller(), 0), peaks(call, call.fromCallee(), 1));
-    append(line(call, "\"peaks\":" + Json.write(peaks)));
-    running.remove(key(call));
+    append(line(call, firstMessage, "\"peaks\":" + Json.write(peaks)));
+    running.remove(key(call, firstMessage));
   }
 
   /** Removes the running calls. */
@@ -94,12 +94,12 @@ public final class CallPages implements ReportListener {
   }
 
   /** Returns the identity of a call. A running call has no file name yet. */
-  private static String key(CallReport call) {
-    return call.protocol() + " " + call.start() + " " + call.id();
+  private static String key(CallReport call, long firstMessage) {
+    return call.protocol() + " " + firstMessage + " " + call.id();
   }
 
-  private static String line(CallReport call, String more) {
-    return "{\"was\":" + Json.write(key(call)) + "," + more + ",\"call\":" + call.json() + "}\n";
+  private static String line(CallReport call, long firstMessage, String more) {
+    return "{\"was\":" + Json.write(key(call, firstMessage)) + "," + more + ",\"call\":" + call.json() + "}\n";
   }
 
   private LocalDate today() {

@@ -99,6 +99,7 @@ public final class Recorder extends Service {
     switch (frame.protocol()) {
       case Frame.SIP, Frame.H323 -> {
         long before = follower.malformed();
+        follower.setDelayed(frame.captured() > 0 && !transport().redelivers());
         follower.signalling(frame.frame(), time);
         countMalformed(follower.malformed() - before);
       }
@@ -239,7 +240,9 @@ public final class Recorder extends Service {
     try {
       List<RunningCalls.Loaded> loaded = running.load();
       if (running.fault() != null) {
-        console.line("the state of the calls is damaged, so they go on in new files: " + running.fault());
+        console.line("the state of the calls is " + (running.isOfOtherVersion()
+            ? "that of another version of this program, so they go on in new files"
+            : "damaged, so they go on in new files: " + running.fault()));
       }
       Moment now = now();
       boolean late = !transport().redelivers() && savedAt() > 0 && now.stamp() - savedAt() > RESUME_MILLIS;
@@ -327,8 +330,10 @@ public final class Recorder extends Service {
         recording.restore(restoring.states(), restoring.files());
       }
     } catch (IOException | RuntimeException e) {
+      restoring.files().abandon();
       console.line(recording.call + "  goes on in new files: " + e);
     }
+    recording.list(restoring.files().left());
     restoring = new RunningCalls.Loaded(restoring.journal(), restoring.frames(), List.of(), restoring.files());
   }
 
@@ -441,7 +446,7 @@ public final class Recorder extends Service {
     recording.report(reports, how, at.stamp());
     summary.countLost(recording.lost());
     console.line(recording.call + "  " + Text.printable(how) + " after "
-        + Text.seconds(Math.max(0, at.stamp() - recording.call.start().stamp())) + " s; " + recording.counts());
+        + Text.seconds(recording.length(at.stamp())) + " s; " + recording.counts());
     recording.notes(at.stamp()).forEach(note -> console.line(recording.call + "  " + Text.printable(note)));
   }
 

@@ -7,10 +7,12 @@ import com.morvin.dom.telephony.sniffer.sample.signalling.Direction;
 import com.morvin.dom.telephony.sniffer.sample.signalling.MediaUse;
 import com.morvin.dom.telephony.sniffer.sample.storage.CallReport;
 import com.morvin.dom.telephony.sniffer.sample.storage.Encoding;
+import com.morvin.dom.telephony.sniffer.sample.storage.LeftFile;
 import com.morvin.dom.telephony.sniffer.sample.storage.PcapFile;
 import com.morvin.dom.telephony.sniffer.sample.storage.Reports;
 import com.morvin.dom.telephony.sniffer.sample.storage.ResumedFiles;
 import com.morvin.dom.telephony.sniffer.sample.storage.RunningCalls;
+import com.morvin.dom.telephony.sniffer.sample.storage.StereoFile;
 import com.morvin.dom.telephony.sniffer.sample.storage.Store;
 import com.morvin.dom.telephony.sniffer.sample.storage.StoredFile;
 import com.morvin.dom.telephony.sniffer.sample.storage.WavChannel;
@@ -49,12 +51,15 @@ final class Recording {
   /** The length in bytes of the messages that are kept for a capture file: the first and the last ones. */
   private static final int MAX_KEPT = 16 << 10;
   private static final int FIRST_KEPT = 4;
+  private static final int MAX_LEFT = 64;
   private static final int MAX_UNSAVED = 64;
   /** A message is compared with this number of earlier ones: it may be repeated, or delivered by another sniffer. */
   private static final int COMPARED = 16;
   private static final int USUAL_STATE = 512;
   /** A voice that stops this long before the end of its call gets a note. */
   private static final long EARLY_MILLIS = 5_000;
+  /** The same after a restart, which can lose the last seconds of sound when the disk is slow. */
+  private static final long EARLY_AFTER_RESTART_MILLIS = 500;
   /** A saved state can have sound this long before the first message, which may have been late, and after the last. */
   private static final long MOST_BEFORE_MILLIS = 600_000;
   private static final long MOST_AFTER_MILLIS = 60_000;
@@ -82,6 +87,8 @@ final class Recording {
   private final boolean shares;
   /** The file of both voices; null before the first one, and when each has a file of its own. */
   private WavFile stereo;
+  /** Files from before a restart that the recording does not continue. */
+  private final List<LeftFile> left = new ArrayList<>();
   private boolean shown;
   /** Whether the saved state is out of date. */
   private boolean changed = true;
@@ -150,6 +157,7 @@ final class Recording {
     if (ladder.size() > MAX_STEPS) {
       ladder.subList(FIRST_STEPS, FIRST_STEPS + ladder.size() - MAX_STEPS).clear();
     }
+    list(leg.left);
     leg.kept.forEach(message -> keep(message.frame(), message.time()));
     leg.dialled.forEach(some -> dialled(some.direction.turned(turned), some.digits, some.time - skew));
     for (Direction direction : Direction.values()) {
@@ -159,6 +167,12 @@ final class Recording {
       leg.saveMessages(running);
       running.merge(journal, leg.journal);
     }
+  }
+
+  /** Adds files from before a restart that the recording does not continue. They are only listed. */
+  void list(List<LeftFile> files) {
+    files.stream().filter(file -> left.stream().noneMatch(other -> other.fileName().equals(file.fileName())))
+        .limit(MAX_LEFT - left.size()).forEach(left::add);
   }
 
   private static void addTracks(Voice voice, Voice added) {
@@ -245,7 +259,7 @@ final class Recording {
 
   /** Whether media was received. */
   boolean hasMedia() {
-    return !allTracks().allMatch(Track::isEmpty);
+    return !left.isEmpty() || !allTracks().allMatch(Track::isEmpty);
   }
 
   /** Returns the number of lost packets in both directions. */
@@ -277,6 +291,9 @@ final class Recording {
    */
   Set<String> notes(long end) {
     Set<String> all = new TreeSet<>(call.notes());
+    if (!left.isEmpty()) {
+      all.add("what was recorded before a restart is in files of its own, and is not counted");
+    }
     for (Direction direction : Direction.values()) {
       Voice voice = voice(direction);
       voice.tracks().forEach(track -> track.notes().forEach(note -> all.add(direction + ": " + note)));
@@ -286,6 +303,8 @@ final class Recording {
       long early = end + skew - voice.heard();
       if (voice.heard() > 0 && early >= EARLY_MILLIS) {
         all.add(direction + ": stopped " + early / 1000 + " s before the end of the call");
+      } else if (voice.isSilentSinceRestart() && early >= EARLY_AFTER_RESTART_MILLIS) {
+        all.add(direction + ": stopped " + Text.seconds(early) + " s before the end of the call, at a restart");
       }
     }
     return all;
@@ -308,21 +327,43 @@ final class Recording {
     CallReport.Voice none = new CallReport.Voice(0, 0, List.of(), List.of());
     return new CallReport("", call.protocol(), Text.printable(call.id()), Text.printable(call.caller()),
         Text.printable(call.callee()), start, 0, "", none, none, "", List.of(), List.copyOf(ladder), List.of(),
-        legs());
+        legs(start));
   }
 
   /** Queues the report for the disk thread. */
   void report(Reports reports, String how, long end) {
     boolean hasMedia = hasMedia();
     allTracks().forEach(Track::finish);
-    List<CallReport.Leg> legs = legs();
-    reports.write(name, start, stereo, hasMedia, fromCaller.track.stretches(start),
-        fromCallee.track.stretches(start), names -> new CallReport(names.report(), call.protocol(),
-            Text.printable(call.id()), Text.printable(call.caller()), Text.printable(call.callee()), start,
-            Math.max(start, end + skew), Text.printable(how), voice(Direction.FROM_CALLER, names),
-            voice(Direction.FROM_CALLEE, names),
+    long began = began();
+    List<CallReport.Leg> legs = legs(began);
+    List<CallReport.Step> steps = ladder.stream().map(step -> new CallReport.Step(
+        (Math.round(step.at() * 1000) + start - began) / 1000.0, step.from(), step.to(), step.label())).toList();
+    reports.write(name, start, began, stereo, hasMedia, fromCaller.track.stretches(began),
+        fromCallee.track.stretches(began), names -> new CallReport(names.report(), call.protocol(),
+            Text.printable(call.id()), Text.printable(call.caller()), Text.printable(call.callee()), began,
+            end(end), Text.printable(how), voice(Direction.FROM_CALLER, began, names),
+            voice(Direction.FROM_CALLEE, began, names),
             names.stereo().stream().findFirst().map(CallReport.Part::file).orElse(""),
-            names.stereo().stream().skip(1).toList(), List.copyOf(ladder), notes(end, names), legs));
+            names.stereo().stream().skip(1).toList(), steps, notes(end, names), legs));
+  }
+
+  /**
+   * Returns when the call began: with its first message, or with sound that is older. Messages are read late when the
+   * recorder was busy, but RTP timestamps show when the sound was sent.
+   */
+  private long began() {
+    return start + Stream.of(fromCaller, fromCallee).flatMap(voice -> voice.track.stretches(start).stream())
+        .mapToLong(StereoFile.Stretch::start).reduce(0, Math::min);
+  }
+
+  /** Returns the end of the call: not before its first message, which may have been read late. */
+  private long end(long end) {
+    return Math.max(start, end + skew);
+  }
+
+  /** Returns the length of the call in milliseconds, with its end by the clock of the recorder. */
+  long length(long end) {
+    return end(end) - began();
   }
 
   private List<String> notes(long end, Reports.Names names) {
@@ -337,24 +378,31 @@ final class Recording {
     return all;
   }
 
-  private CallReport.Voice voice(Direction direction, Reports.Names names) {
+  private CallReport.Voice voice(Direction direction, long began, Reports.Names names) {
     mixed = !names.stereoMissing();
     Voice own = voice(direction);
-    List<CallReport.Voice> voices = own.tracks().map(track -> track.report(start,
+    List<CallReport.Voice> voices = own.tracks().map(track -> track.report(began,
         file -> file != stereo && (options.keepsVoices() || !mixed || track != own.track))).toList();
     List<CallReport.Digit> digits = new ArrayList<>();
     voices.forEach(voice -> digits.addAll(voice.digits()));
     dialled.stream().filter(some -> some.direction == direction)
-        .forEach(some -> digits.add(new CallReport.Digit((some.time - start) / 1000.0, some.digits)));
-    List<CallReport.Part> parts = voices.stream().flatMap(voice -> voice.parts().stream())
+        .forEach(some -> digits.add(new CallReport.Digit((some.time - began) / 1000.0, some.digits)));
+    Stream<CallReport.Part> before = left.stream().filter(file -> isOf(direction, file))
+        .map(file -> file.part((start - began) / 1000.0));
+    List<CallReport.Part> parts = Stream.concat(before, voices.stream().flatMap(voice -> voice.parts().stream()))
         .sorted(Comparator.comparingDouble(CallReport.Part::offset)).toList();
     return new CallReport.Voice(voices.stream().mapToLong(CallReport.Voice::packets).sum(),
         voices.stream().mapToLong(CallReport.Voice::lost).sum(), parts, digits);
   }
 
-  private List<CallReport.Leg> legs() {
+  /** Whether a file is listed for a direction; that of both voices is listed for the caller. */
+  private static boolean isOf(Direction direction, LeftFile file) {
+    return file.fileName().contains("-" + Direction.FROM_CALLEE) == (direction == Direction.FROM_CALLEE);
+  }
+
+  private List<CallReport.Leg> legs(long began) {
     return call.legs().size() == 1 ? List.of() : call.legs().stream().map(leg ->
-        new CallReport.Leg(Math.max(0, leg.start().stamp() - call.start().stamp()) / 1000.0, Text.printable(leg.id()),
+        new CallReport.Leg(Math.max(0, leg.start().stamp() + skew - began) / 1000.0, Text.printable(leg.id()),
             Text.printable(leg.caller()), Text.printable(leg.callee()), Text.printable(leg.how()))).toList();
   }
 
@@ -454,6 +502,7 @@ final class Recording {
           save(track, whole, out, files);
         }
       }
+      files.addAll(left);
       return new RunningCalls.Saved(journal, whole, bytes.toByteArray(), files);
     } catch (IOException e) {
       throw new UncheckedIOException(e);  // an array in memory cannot fail

@@ -47,6 +47,8 @@ final class Voice {
   private long last;
   /** The time of the last recorded packet, in milliseconds since 1970; 0 when there was none. */
   private long heard;
+  /** What it was at a restart; 0 when there was none. */
+  private long heardBefore;
   /** The number of packets that were ignored because a source that the signalling knows better sent as well. */
   private long foreign;
   private Sdp.Media lastMedia;
@@ -137,7 +139,7 @@ final class Voice {
       boolean silent = leg == null || time - last >= SILENCE_MILLIS;
       boolean equal = use.trust() == trust;
       if (!silent && use.trust() < trust) {
-        foreign += destination == to ? 1 : 0;  // elsewhere it may be a copy of the voice
+        countForeign(to, time);
         return false;
       }
       if (!silent && equal && (ssrc != source || destination == to)) {
@@ -154,6 +156,14 @@ final class Voice {
     return true;
   }
 
+  /**
+   * Counts an ignored packet. At another destination it may be a copy of the voice. One from before the last recorded
+   * packet was counted when it came first: a sniffer sends again what a lost recorder may not have read.
+   */
+  private void countForeign(long to, long time) {
+    foreign += destination == to && time + skew >= heard ? 1 : 0;
+  }
+
   /** Returns what identifies a source for the track: for the voice its first address, for others their own. */
   private long identity(long from, long to, int source) {
     boolean isVoice = destination == to ? address == from : ssrc == source;
@@ -163,6 +173,11 @@ final class Voice {
   /** Returns the time of the last recorded packet in milliseconds since 1970; 0 when there was none. */
   long heard() {
     return heard;
+  }
+
+  /** Whether nothing was recorded since a restart. */
+  boolean isSilentSinceRestart() {
+    return heardBefore > 0 && heard == heardBefore;
   }
 
   /** Returns the number of packets that were ignored because a better known source sent to the same destination. */
@@ -179,6 +194,7 @@ final class Voice {
 
   void restore(DataInput in) throws IOException {
     heard = in.readLong();
+    heardBefore = heard;
     foreign = in.readLong();
   }
 
@@ -187,6 +203,7 @@ final class Voice {
     track = empty;
     earlier.clear();
     heard = 0;
+    heardBefore = 0;
     foreign = 0;
     known = false;
   }

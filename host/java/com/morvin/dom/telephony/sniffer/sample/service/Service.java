@@ -9,6 +9,7 @@ import com.morvin.dom.telephony.sniffer.sample.signalling.Call;
 import com.morvin.dom.telephony.sniffer.sample.signalling.CallFollower;
 import com.morvin.dom.telephony.sniffer.sample.signalling.Moment;
 import com.morvin.dom.telephony.sniffer.sample.signalling.Share;
+import com.morvin.dom.telephony.sniffer.sample.transport.Command;
 import com.morvin.dom.telephony.sniffer.sample.transport.Frame;
 import com.morvin.dom.telephony.sniffer.sample.transport.FrameBlock;
 import com.morvin.dom.telephony.sniffer.sample.transport.FrameCursor;
@@ -71,6 +72,8 @@ public abstract class Service implements CallFollower.Listener {
   private Sniffers sniffers;
   private Heartbeat heartbeat;
   private Intake intake;
+  /** Reads the transport that {@link #run} serves next; null when nothing reads it yet. */
+  private Intake listening;
   private int sessions;
   private Moment now;
   private long lastStep;
@@ -99,7 +102,7 @@ public abstract class Service implements CallFollower.Listener {
     this.clock = clock;
     lastStep = clock.millis();
     now = new Moment(0, clock.millis());
-    follower = new CallFollower(this, limits.calls(), command -> sniffers.send(command));
+    follower = new CallFollower(this, limits.calls(), this::request);
   }
 
   /** Called once for each transport, before anything is received from it. */
@@ -150,14 +153,23 @@ public abstract class Service implements CallFollower.Listener {
   }
 
   /**
+   * Begins to read a transport, which {@link #run} serves later: its frames get the time at which they come. They wait
+   * as they do while the loop is busy. Not for a transport that redelivers, which has to be resumed first.
+   */
+  public final void listen(Transport link) {
+    listening = new Intake(link, console, clock);
+  }
+
+  /**
    * Serves a transport until {@link #stop} or one of the limits.
    *
    * @throws IOException when the transport delivers nothing more, with a message for the operator
    */
   public final void run(Transport link) throws IOException, InterruptedException {
     attach(link);
-    try (Intake reading = new Intake(source(link), console, clock)) {
+    try (Intake reading = listening != null ? listening : new Intake(source(link), console, clock)) {
       intake = reading;
+      listening = null;
       while (!stopping) {
         boolean gone = limits.untilDisconnect && link.sessions() > 0 && link.sniffers().isEmpty();
         FrameBlock block = reading.receive(pollMillis);
@@ -254,10 +266,15 @@ public abstract class Service implements CallFollower.Listener {
     transport = link;
     sniffers = new Sniffers(link, allHaveIpv6, console);
     heartbeat = new Heartbeat(link, console);
-    sessions = link.sessions();
+    sessions = listening == null ? link.sessions() : 0;  // those that have connected meanwhile are new ones
     lastStep = clock.millis();
     lastTraffic = now.steady();
     attached();
+  }
+
+  /** Sends a command to all sniffers. Before the first step those that have connected meanwhile do not count yet. */
+  private boolean request(Command command) {
+    return listening == null ? sniffers.send(command) : !command.isIpv6();
   }
 
   /**

@@ -310,6 +310,16 @@ public abstract class Call {
     return first.start();
   }
 
+  /** Whether media was captured before the call: it is that of an earlier call with the same addresses. */
+  boolean isAfter(Moment media) {
+    for (Leg leg : legs) {
+      if (!leg.isAfter(media)) {
+        return false;
+      }
+    }
+    return true;
+  }
+
   /** Returns the network that the first message came from; see {@link Address#network}. */
   Address origin() {
     return origin;

@@ -150,6 +150,7 @@ public final class CallFollower {
   private long malformed;
   private boolean full;
   private long present;
+  private boolean delayed;
   /** Until when media may be late, by {@link Moment#steady}. */
   private long lateUntil;
 
@@ -347,8 +348,18 @@ public final class CallFollower {
    * @param end the stamp of the end
    */
   public void endedBefore(String id, long end, Moment now) {
-    sipCalls.endedBefore(id, end);
+    sipCalls.endedBefore(id, new Moment(now.steady(), end));
     h323Calls.endedBefore(id, now);
+  }
+
+  /** States whether the sniffer has said that the next message is delayed. */
+  public void setDelayed(boolean isDelayed) {
+    delayed = isDelayed;
+  }
+
+  /** Whether the sniffer has said that the message is delayed. */
+  boolean isDelayed() {
+    return delayed;
   }
 
   /** Sets the present time by the clock of the stamps of the next messages. */

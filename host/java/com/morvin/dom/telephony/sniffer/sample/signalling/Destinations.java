@@ -31,6 +31,7 @@ import java.util.stream.Stream;
 final class Destinations {
   private static final String UNREQUESTED =
       "media over IPv6 was not recorded: no sniffer was known to have IPv6 enabled";
+  private static final String EARLIER_MEDIA = "media from before the call was ignored";
   private static final int MAX_DISMISSED = 4096;
   /** The most calls that share a destination. Real calls share one between two or three. */
   private static final int MAX_CLAIMS = 64;
@@ -198,6 +199,11 @@ final class Destinations {
           && (call.priority(now) > 0 || now.steady() - last < PAUSE_MILLIS);
     }
 
+    /** Whether a frame was captured before the call, and is not of the stream that the call has received last. */
+    boolean isAfter(FrameCursor frame, Moment now) {
+      return call.isAfter(now) && !isStream(frame);
+    }
+
     private boolean isStream(FrameCursor frame) {
       return source == frame.source() && ssrc == ssrc(frame);
     }
@@ -315,14 +321,14 @@ final class Destinations {
           .orElseThrow();  // at least the new one
     }
 
-    /** Returns the claim of a frame. */
+    /** Returns the claim of a frame; null when the frame was captured before all calls. */
     Claim choose(ToIntFunction<Claim> fit, FrameCursor frame, Moment now) {
-      return Collections.max(claims.values(), Comparator.comparing((Claim claim) -> !yields(claim, frame, now))
+      return claims.values().stream().filter(claim -> !claim.isAfter(frame, now)).max(Comparator.comparing((Claim claim) -> !yields(claim, frame, now))
           .thenComparingInt(fit)
           .thenComparing(claim -> claim.isContinuedBy(frame, now)
               && claims.values().stream().noneMatch(other -> claim.isSupersededBy(other, frame, now)))
           .thenComparing(claim -> claim.isEstablished(now))
-          .thenComparingInt(claim -> claim.call.number()));
+          .thenComparingInt(claim -> claim.call.number())).orElse(null);
     }
 
     /** Whether a call has hung up, a later one claims the destination, and a frame is not of the stream before. */
@@ -681,7 +687,8 @@ final class Destinations {
    * receives at the source (most telephones send from there), or at least at another port of its address. Among calls
    * that fit equally well, the first choice is the one that has received this stream, then an answered one, then the
    * newest one. A call that has hung up keeps its stream until a later call is answered: the same telephones may use
-   * the same ports again.
+   * the same ports again. A new call has no media from before its first message: a sniffer may have kept that of the
+   * call before.
    */
   Call.Use find(FrameCursor frame, Moment now) {
     Entry entry = byKey.get(frame.destination());
@@ -699,7 +706,11 @@ final class Destinations {
     entry.heard = true;
     Endpoint source = frame.sourceEndpoint();
     ToIntFunction<Claim> fit = claim -> ofCalls.get(claim.call).fit(claim.use.direction(), source);
-    Claim best = entry.only != null ? entry.only : entry.choose(fit, frame, now);
+    Claim best = entry.choose(fit, frame, now);
+    if (best == null) {
+      entry.claims().forEach(claim -> claim.call.note(EARLIER_MEDIA));
+      return null;
+    }
     int trust = ofCalls.get(best.call).trust(best.use.direction(), source);
     best.heard(frame, fit.applyAsInt(best), trust, now);
     return best.use;

@@ -127,6 +127,9 @@ final class H323Calls {
         return null;
       }
       call = new H323Call(text, calling, calling == frame.source() ? frame.destination() : frame.source(), now);
+      if (text.type() == H323Text.SETUP) {
+        call.leg.markSeenFromStart();
+      }
       follower.assign(call.leg, now);
       if (!text.callId().isEmpty()) {
         byCallId.put(text.callId(), call);

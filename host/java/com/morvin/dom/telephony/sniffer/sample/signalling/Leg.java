@@ -10,6 +10,8 @@ public class Leg {
   static final long SILENCE_MILLIS = 1_000;
   /** Media that is received this long after the end of the signalling shows that the leg continues. */
   static final long OVERRULED_MILLIS = 2_000;
+  /** Media can be captured this long before a message that was sent before it, on another device. */
+  private static final long EARLIEST_MILLIS = 1_000;
   private static final long NO_MEDIA = Long.MIN_VALUE;
   /** The time without media after which a continued leg is over. */
   private static final long PATIENCE_MILLIS = 32_000;
@@ -35,6 +37,8 @@ public class Leg {
   private boolean turned;
   private boolean retired;
   private boolean own = true;
+  /** Whether the first message of the signalling was seen: the leg did not begin before {@link #start}. */
+  private boolean seenFromStart;
   private boolean doubtful;
 
   Leg(String id, String caller, String callee, Moment start) {
@@ -67,6 +71,16 @@ public class Leg {
   /** Whether the caller of the leg is on the side of the callee of the call. */
   final boolean isTurned() {
     return turned;
+  }
+
+  /** Records that the message at {@link #start} was the first one of the signalling. */
+  final void markSeenFromStart() {
+    seenFromStart = true;
+  }
+
+  /** Whether media was captured so long before the first message of the leg that it cannot be media of the leg. */
+  final boolean isAfter(Moment media) {
+    return seenFromStart && media.stamp() < start.stamp() - EARLIEST_MILLIS;
   }
 
   /** Exchanges the sides of the leg in its call. */
@@ -138,6 +152,7 @@ public class Leg {
   /** Takes the end back, because media has gone on after it: the leg begins again. */
   final void goOn(Moment now) {
     start = now;
+    seenFromStart = false;
     retired = false;
     keepOn();
   }

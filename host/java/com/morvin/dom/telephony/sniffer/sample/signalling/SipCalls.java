@@ -13,13 +13,15 @@ final class SipCalls {
   private static final int MAX_ENDED = 4096;
   /** By how much the clocks of two runs differ. */
   private static final long CLOCK_MILLIS = 100;
+  /** How long after a restart a sniffer may still send again what it had sent before. */
+  private static final long RESENT_MILLIS = 60_000;
 
   private final CallFollower follower;
   private final Map<String, SipLeg> legs = new HashMap<>();
   private final SipLinks links;
   private final BoundedMap<String, SipLeg.Attempt> ended = new BoundedMap<>(MAX_ENDED);
-  /** The calls that ended before a restart, by Call-ID, with the stamp of the end. */
-  private final BoundedMap<String, Long> endedBefore = new BoundedMap<>(MAX_ENDED);
+  /** The calls that ended before a restart, by Call-ID, with the steady time of the restart and the stamp of the end. */
+  private final BoundedMap<String, Moment> endedBefore = new BoundedMap<>(MAX_ENDED);
 
   SipCalls(CallFollower follower) {
     this.follower = follower;
@@ -68,9 +70,8 @@ final class SipCalls {
    * @param retired an earlier leg of a running call with this Call-ID; may be null
    */
   private SipLeg begin(SipMessage message, SipLeg retired, Frame frame, Moment now) {
-    Long over = endedBefore.get(message.callId());
-    if (over != null && now.stamp() <= over + CLOCK_MILLIS) {
-      return null;  // a message of that call, delivered again
+    if (isSentAgain(message, now)) {
+      return null;
     }
     SipLeg.Attempt before = ended.get(message.callId());
     boolean late = SipLeg.canBegin(message);
@@ -102,6 +103,16 @@ final class SipCalls {
     legs.put(message.callId(), leg);
     links.add(leg, message);
     return leg;
+  }
+
+  /**
+   * Whether a message is one of a call that ended before a restart. Its stamp does not show that when the clock was set
+   * meanwhile, or when the clock of the sniffer differs. A new message is hardly delayed.
+   */
+  private boolean isSentAgain(SipMessage message, Moment now) {
+    Moment over = endedBefore.get(message.callId());
+    return over != null && (now.stamp() <= over.stamp() + CLOCK_MILLIS
+        || follower.isDelayed() && now.since(over) < RESENT_MILLIS);
   }
 
   /** Merges the linked calls into the oldest one and adds a leg to it. */
@@ -149,9 +160,9 @@ final class SipCalls {
     return follower.isLate(now);
   }
 
-  /** Records that a call ended before a restart. */
-  void endedBefore(String callId, long stamp) {
-    endedBefore.putLast(callId, stamp);
+  /** Records that a call ended before a restart, which is at the steady time of the moment. */
+  void endedBefore(String callId, Moment end) {
+    endedBefore.putLast(callId, end);
   }
 
   int nextNumber() {

@@ -82,6 +82,8 @@ final class SipLeg extends Leg {
     participants.addCallee(first.to().tag());
     if (!first.isRequest("INVITE")) {
       beginLate(first, frame);
+    } else if (first.to().tag().isEmpty()) {
+      markSeenFromStart();
     }
   }
 

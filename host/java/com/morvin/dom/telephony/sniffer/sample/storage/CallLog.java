@@ -75,8 +75,8 @@ public final class CallLog {
 
   /** Adds the line of a call. Called on the disk thread. */
   void add(CallReport report) throws IOException {
-    List<String> fields = new ArrayList<>(List.of(time(report.began()), time(report.end()),
-        Text.seconds(report.end() - report.began()), report.protocol(), report.caller(), report.callee(), report.id(),
+    List<String> fields = new ArrayList<>(List.of(time(report.start()), time(report.end()),
+        Text.seconds(report.end() - report.start()), report.protocol(), report.caller(), report.callee(), report.id(),
         report.endReason()));
     for (CallReport.Voice voice : List.of(report.fromCaller(), report.fromCallee())) {
       fields.add(Long.toString(voice.packets()));

@@ -14,7 +14,7 @@ import java.util.stream.Stream;
  * @param name the unique name of the report file, without its extension
  * @param protocol "SIP" or "H.323"
  * @param id the Call-ID or the H.323 call identifier
- * @param start milliseconds since 1970
+ * @param start milliseconds since 1970: when its first message was captured, or the first sound if that is older
  * @param end milliseconds since 1970
  * @param endReason why it ended: "hung up by caller"
  * @param fromCaller the media sent by the caller
@@ -28,10 +28,7 @@ import java.util.stream.Stream;
 public record CallReport(String name, String protocol, String id, String caller, String callee, long start, long end,
     String endReason, Voice fromCaller, Voice fromCallee, String stereo, List<Part> moreStereo, List<Step> ladder,
     List<String> notes, List<Leg> legs) {
-  /**
-   * Returns when the call began: with its first message, or with sound that is older. Messages are read late when the
-   * recorder was busy, but RTP timestamps show when the sound was sent.
-   */
+  /** Returns the start in the table of calls. In a report of an earlier version sound can come before its start. */
   public long began() {
     double first = Stream.of(fromCaller, fromCallee).flatMap(voice -> voice.parts.stream()).mapToDouble(Part::offset)
         .min().orElse(0);

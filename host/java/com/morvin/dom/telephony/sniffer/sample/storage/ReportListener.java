@@ -12,8 +12,12 @@ public interface ReportListener {
   /** A call that has begun is a leg of another one. It has no report of its own. */
   default void merged(CallReport call) throws IOException {}
 
-  /** A call has ended and all its files are written. */
-  void ended(CallReport call) throws IOException;
+  /**
+   * A call has ended and all its files are written.
+   *
+   * @param firstMessage the start of the running call; that of the ended one can be earlier
+   */
+  void ended(CallReport call, long firstMessage) throws IOException;
 
   /** Called about every second. */
   default void tick() throws IOException {}

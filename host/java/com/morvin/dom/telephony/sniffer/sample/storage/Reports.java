@@ -49,14 +49,15 @@ public final class Reports {
    * Queues the jobs for a call after its media has been passed to the disk thread.
    *
    * @param name of the files, without an extension
-   * @param start of the call in milliseconds since 1970
+   * @param firstMessage when the call was first heard of, in milliseconds since 1970
+   * @param start of the call in milliseconds since 1970; the stretches begin after it
    * @param shared the file of both voices while the call ran; null when there was none
    * @param hasMedia whether media was received; without it the report is the first thing that is dropped
    * @param report makes the report; called on the disk thread after the media and the stereo file are written
    */
-  public void write(String name, long start, WavFile shared, boolean hasMedia, List<StereoFile.Stretch> left,
-      List<StereoFile.Stretch> right, Function<Names, CallReport> report) {
-    Ended call = new Ended(name, start, shared, left, right, report);
+  public void write(String name, long firstMessage, long start, WavFile shared, boolean hasMedia,
+      List<StereoFile.Stretch> left, List<StereoFile.Stretch> right, Function<Names, CallReport> report) {
+    Ended call = new Ended(name, firstMessage, start, shared, left, right, report);
     store.disk().submit(WAITING_BYTES, List.of(call::mix, call::writeReport, call::addToTable, call::notifyListener),
         hasMedia ? Disk.Content.STATE : Disk.Content.MINOR, dropped::incrementAndGet);
   }
@@ -69,6 +70,7 @@ public final class Reports {
   /** An ended call. Each method is a job, which can be repeated. */
   private final class Ended {
     private final String name;
+    private final long firstMessage;
     private final long start;
     private final WavFile shared;
     private final List<StereoFile.Stretch> left;
@@ -80,9 +82,10 @@ public final class Reports {
     private Path file;
     private CallReport written;
 
-    Ended(String name, long start, WavFile shared, List<StereoFile.Stretch> left, List<StereoFile.Stretch> right,
-        Function<Names, CallReport> report) {
+    Ended(String name, long firstMessage, long start, WavFile shared, List<StereoFile.Stretch> left,
+        List<StereoFile.Stretch> right, Function<Names, CallReport> report) {
       this.name = name;
+      this.firstMessage = firstMessage;
       this.start = start;
       this.shared = shared;
       this.left = left;
@@ -137,7 +140,7 @@ public final class Reports {
 
     void notifyListener() throws IOException {
       if (written != null) {
-        listener.ended(written);
+        listener.ended(written, firstMessage);
       }
     }
   }

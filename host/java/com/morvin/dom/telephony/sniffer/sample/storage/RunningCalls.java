@@ -32,7 +32,13 @@ import java.util.zip.CRC32;
  * thread.
  */
 public final class RunningCalls {
+  /**
+   * The version of the states of calls. From version 6 on, the batches around them keep their form: other versions read
+   * the names of the files. Before, batches had a shorter time, and before version 3 there were none.
+   */
   private static final int VERSION = 6;
+  private static final int LAST_WITH_SHORT_TIME = 5;
+  private static final int LAST_WITHOUT_BATCHES = 2;
   private static final int BATCH_HEADER = 2 * Integer.BYTES;
   /** A checkpoint is replaced when it is longer than this and than several whole states. */
   private static final long MIN_COMPACTED = 1 << 20;
@@ -93,6 +99,7 @@ public final class RunningCalls {
   private SteadyClock.Reading savedAt;
   private long savedLog;
   private String fault;
+  private boolean isOfOtherVersion;
   private byte[] position = new byte[0];
 
   /**
@@ -311,22 +318,29 @@ public final class RunningCalls {
     return fault;
   }
 
+  /** Whether {@link #fault} is that another version of this program has written the checkpoint. */
+  public boolean isOfOtherVersion() {
+    return isOfOtherVersion;
+  }
+
   /** Loads the saved calls, oldest first. Called once, before all other methods. */
   public List<Loaded> load() throws IOException {
     Map<String, State> saved = new HashMap<>();
     Set<String> files = new HashSet<>();
     try {
       readCheckpoint(saved);
+      if (isOfOtherVersion) {
+        forgetStates(saved, checkpoint + " is of another version of this program");
+      }
       saved.values().forEach(state -> files.addAll(state.names));
-      if (rollsBack) {
+      if (rollsBack && fault == null) {
         rollBack(saved);
       }
     } catch (IOException | RuntimeException e) {
       // The journals are enough to follow the calls. Nothing can be rolled back.
-      fault = e.toString();
       saved.clear();
-      savedAt = null;
-      position = new byte[0];
+      isOfOtherVersion = false;
+      forgetStates(saved, e.toString());
     }
     if (rollsBack) {
       if (fault == null) {
@@ -338,11 +352,24 @@ public final class RunningCalls {
     return journals(saved);
   }
 
+  /** Keeps only the names of the files. */
+  private void forgetStates(Map<String, State> saved, String why) {
+    fault = why;
+    saved.values().forEach(state -> state.parts.clear());
+    savedAt = null;
+    position = new byte[0];
+  }
+
   private void readCheckpoint(Map<String, State> saved) throws IOException {
     if (!Files.exists(checkpoint)) {
       return;
     }
     byte[] bytes = Files.readAllBytes(checkpoint);
+    int first = bytes.length < Integer.BYTES ? 0 : ByteBuffer.wrap(bytes).getInt();
+    if (first > 0 && first <= LAST_WITHOUT_BATCHES) {
+      isOfOtherVersion = true;  // there is no batch of this length
+      return;
+    }
     int at = 0;
     // The last batch is incomplete when the machine has crashed meanwhile.
     for (int length = batchAt(bytes, at); length > 0 || at == 0; length = batchAt(bytes, at)) {
@@ -367,10 +394,10 @@ public final class RunningCalls {
   }
 
   private void readBatch(DataInputStream in, Map<String, State> saved) throws IOException {
-    if (in.readInt() != VERSION) {
-      throw new IOException(checkpoint + " is of another version of this program");
-    }
-    savedAt = new SteadyClock.Reading(in.readLong(), in.readLong(), in.readInt());
+    int version = in.readInt();
+    isOfOtherVersion |= version != VERSION;
+    savedAt = version <= LAST_WITH_SHORT_TIME ? new SteadyClock.Reading(in.readLong(), 0, 0)
+        : new SteadyClock.Reading(in.readLong(), in.readLong(), in.readInt());
     savedLog = in.readLong();
     position = in.readNBytes(in.readInt());
     for (int count = in.readInt(); count > 0; count--) {

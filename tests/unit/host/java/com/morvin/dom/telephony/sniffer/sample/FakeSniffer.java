@@ -46,6 +46,7 @@ import java.util.concurrent.CopyOnWriteArrayList;
 import java.util.concurrent.CountDownLatch;
 import java.util.stream.IntStream;
 import java.util.stream.Stream;
+import java.util.zip.CRC32;
 import javax.sound.sampled.AudioFormat;
 import javax.sound.sampled.AudioInputStream;
 import javax.sound.sampled.AudioSystem;
@@ -170,9 +171,9 @@ final class FakeSniffer implements Transport {
       }
 
       @Override
-      public void ended(CallReport call) throws IOException {
+      public void ended(CallReport call, long firstMessage) throws IOException {
         reports.add(call);
-        retention.ended(call);
+        retention.ended(call, firstMessage);
       }
 
       @Override
@@ -224,11 +225,23 @@ final class FakeSniffer implements Transport {
   }
 
   /**
-   * Stops or kills the recorder and starts another one; "damaged" also empties the checkpoint. Frames that were not
-   * acknowledged are delivered again.
+   * Stops or kills the recorder and starts another one; "damaged" also empties the checkpoint, "upgraded" makes it that
+   * of another version. Frames that were not acknowledged are delivered again.
    */
   void restart(String how) throws IOException {
     restart(how, how.equals("damaged") ? new byte[0] : null);
+  }
+
+  /** Gives the checkpoint the number of a later version. */
+  private void upgrade() throws IOException {
+    Path file = directory.resolve("running").resolve("checkpoint");
+    ByteBuffer state = ByteBuffer.wrap(Files.readAllBytes(file));
+    for (int at = 0; at < state.limit(); at += 8 + state.getInt(at)) {
+      CRC32 crc = new CRC32();
+      crc.update(state.putInt(at + 8, 99).array(), at + 8, state.getInt(at));
+      state.putInt(at + 4, (int) crc.getValue());
+    }
+    Files.write(file, state.array());
   }
 
   /** Kills the recorder and starts another one with a checkpoint. */
@@ -245,6 +258,9 @@ final class FakeSniffer implements Transport {
       recorder.finish();
     }
     store.close();
+    if (how.equals("upgraded")) {
+      upgrade();
+    }
     if (checkpoint != null) {
       Files.write(directory.resolve("running").resolve("checkpoint"), checkpoint);
     }

@@ -37,6 +37,7 @@ final class OptionsTest {
         {"password-file=/nowhere/x\npublish=amqp://me@h", "cannot read the password for the broker"},
         {"password-file=/dev/stdin\npublish=amqp://h/v", "the broker's address has a user and no password"},
         {"publish=amqp://me:x@h:1/", "ends with /, which is a virtual host without a name: write amqp://h or"},
+        {"publish=amqp://me@h:65536/v", "line 1: --publish needs an address like amqp://"},
         {"consume=amqp://h/a/b", "as in amqp://h/a%2Fb"},
     };
     for (String[] row : table) {

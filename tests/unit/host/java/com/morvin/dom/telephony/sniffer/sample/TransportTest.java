@@ -4,6 +4,10 @@ import static com.morvin.dom.telephony.sniffer.sample.Testing.equal;
 import static com.morvin.dom.telephony.sniffer.sample.Testing.that;
 
 import com.morvin.dom.telephony.sniffer.sample.console.Console;
+import com.morvin.dom.telephony.sniffer.sample.media.Track;
+import com.morvin.dom.telephony.sniffer.sample.recording.Recorder;
+import com.morvin.dom.telephony.sniffer.sample.service.Service;
+import com.morvin.dom.telephony.sniffer.sample.storage.Store;
 import com.morvin.dom.telephony.sniffer.sample.transport.Address;
 import com.morvin.dom.telephony.sniffer.sample.transport.Command;
 import com.morvin.dom.telephony.sniffer.sample.transport.EmbeddedTransport;
@@ -27,6 +31,8 @@ import java.net.ProtocolException;
 import java.net.Socket;
 import java.nio.ByteBuffer;
 import java.nio.charset.StandardCharsets;
+import java.nio.file.Files;
+import java.time.Instant;
 import java.util.ArrayList;
 import java.util.Arrays;
 import java.util.HashSet;
@@ -37,6 +43,7 @@ import java.util.Queue;
 import java.util.Set;
 import java.util.concurrent.CompletableFuture;
 import java.util.concurrent.ConcurrentLinkedQueue;
+import java.util.concurrent.atomic.AtomicLong;
 import java.util.function.BooleanSupplier;
 
 /** The three transports. The test acts as the sniffer. */
@@ -274,7 +281,7 @@ final class TransportTest {
   }
 
   /** Behaves like the native methods. */
-  private static final class FakeEngine implements EmbeddedTransport.Engine {
+  private static class FakeEngine implements EmbeddedTransport.Engine {
     /** The number of frames that are fetched at a time. */
     final int most;
     final Queue<byte[]> frames = new ConcurrentLinkedQueue<>();
@@ -340,6 +347,40 @@ final class TransportTest {
         that(printed().matches("(?s)(" + end + "){" + episode + "}"), printed());
       }
     }
+  }
+
+  /** A call that comes while the recorder starts has the time at which it came. */
+  void testListens() throws Exception {
+    String invite = "INVITE sip:b@b SIP/2.0\r\nFrom: <sip:a@a>;tag=1\r\nTo: <sip:b@b>\r\nCall-ID: 1\r\n"
+        + "CSeq: 1 INVITE\r\nVia: SIP/2.0/UDP a;branch=1\r\n\r\n";
+    byte[] message = invite.getBytes(StandardCharsets.UTF_8);
+    CompletableFuture<Void> read = new CompletableFuture<>();
+    FakeEngine engine = new FakeEngine(1) {
+      @Override
+      public int getPackets(ByteBuffer buffer) {
+        if (frames.isEmpty()) {
+          read.complete(null);  // the frame before has its time
+          breakMainLoop();
+        }
+        return super.getPackets(buffer);
+      }
+    };
+    engine.frames.add(ByteBuffer.wrap(frame(Frame.SIP, message.length)).put(15, message).array());
+    AtomicLong millis = new AtomicLong(1_000_000);
+    SteadyClock clock = new SteadyClock(() -> Instant.ofEpochMilli(millis.get()), () -> 1_000_000 * millis.get());
+    Testing.inDirectory(directory -> {
+      try (EmbeddedTransport link = new EmbeddedTransport(engine); Store store = new Store(directory, console)) {
+        Recorder recorder = new Recorder(store, new Track.Options(true, false, false), Service.Limits.NONE, console,
+            clock, (report, firstMessage) -> equal(report.start(), 1_000_000L));
+        recorder.listen(link);
+        read.join();
+        millis.addAndGet(5000);
+        recorder.run(link);
+      } catch (IOException e) {
+        that(e.getMessage().contains("has stopped"), e.getMessage());
+      }
+      that(Files.readString(directory.resolve("calls.csv")).contains("\n1970-01-01T00:16:40.000Z"), printed());
+    });
   }
 
   void testEmbedded() throws Exception {
