@@ -164,11 +164,15 @@ public final class RecorderMain {
     service.writeMetrics(metrics);
     try (metrics) {
       if (options.embedded.isEmpty()) {
+        boolean listens = options.publish == null && options.consume == null;
+        if (!listens) {
+          warmUp(console);  // a sniffer that has to wait states the times of what it has kept
+        }
         try (Transport link = transport(options, console)) {
-          if (options.publish == null && options.consume == null) {
+          if (listens) {
             service.listen(link);
+            warmUp(console);
           }
-          warmUp(console);
           service.assumeIpv6(options.ipv6);
           service.run(link);
         }

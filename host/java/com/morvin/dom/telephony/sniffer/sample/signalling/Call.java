@@ -21,6 +21,8 @@ import java.util.function.Predicate;
 public abstract class Call {
   private static final int MAX_NOTES = 16;
   private static final long LATE_MEDIA_MILLIS = 5_000;
+  /** After an outage the media of all calls comes at once, and each program on its way has to catch up. */
+  private static final long MISSED_MEDIA_MILLIS = 15_000;
   /** Media is hardly missing when the last packet was captured this long before the end. */
   private static final long GAP_MILLIS = 60;
   private static final long SOON_MILLIS = 10_000;
@@ -415,14 +417,14 @@ public abstract class Call {
    * sniffer has kept the media or one of the programs was stopped.
    *
    * @param end the time of the message that ends the call
-   * @param late whether it was captured long ago: media from before it can follow
+   * @param late whether it was captured long ago, or there was an outage: media from before it can follow
    */
   final long delayOfEnd(Moment end, boolean late) {
     if (lifetime.answer() == null || flow.exists() && !late) {
       return 0;
     }
     boolean complete = flow.exists() && end.stamp() - flow.last().stamp() < GAP_MILLIS;
-    return complete ? Leg.SILENCE_MILLIS : owned ? LATE_MEDIA_MILLIS : UNHEARD_MILLIS;
+    return complete ? Leg.SILENCE_MILLIS : !owned ? UNHEARD_MILLIS : late ? MISSED_MEDIA_MILLIS : LATE_MEDIA_MILLIS;
   }
 
   /** Delays the end of a call that was restored after its end was signalled: its media can be sent again. */
