@@ -164,15 +164,11 @@ public final class RecorderMain {
     service.writeMetrics(metrics);
     try (metrics) {
       if (options.embedded.isEmpty()) {
-        boolean listens = options.publish == null && options.consume == null;
-        if (!listens) {
-          warmUp(console);  // a sniffer that has to wait states the times of what it has kept
-        }
         try (Transport link = transport(options, console)) {
-          if (listens) {
+          if (options.publish == null && options.consume == null) {
             service.listen(link);
-            warmUp(console);
           }
+          warmUp(console);
           service.assumeIpv6(options.ipv6);
           service.run(link);
         }
@@ -211,7 +207,7 @@ public final class RecorderMain {
     if (options.consume != null) {
       return Cluster.load().queue(options.consume, options.queue, console);
     }
-    return options.udp != null ? new UdpTransport(options.udp, console) : new TcpTransport(options.tcp, console);
+    return options.udp != null ? new UdpTransport(options.udp, console) : new TcpTransport(options.tcp, options.publish != null, console);
   }
 
   /** Completes the files before the process ends on a signal. */

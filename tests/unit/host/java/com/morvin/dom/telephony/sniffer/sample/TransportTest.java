@@ -262,9 +262,24 @@ final class TransportTest {
     });
   }
 
+  private static boolean isReachable(int port) {
+    try {
+      new Socket("127.0.0.1", port).close();
+      return true;
+    } catch (IOException e) {
+      return false;
+    }
+  }
+
   private void runOn(int port, String directory) throws Exception {
-    try (TcpTransport busy = new TcpTransport(new InetSocketAddress("127.0.0.1", port), console)) {
+    InetSocketAddress address = new InetSocketAddress("127.0.0.1", port);
+    try (TcpTransport busy = new TcpTransport(address, console)) {
       equal(RecorderMain.run("--tcp", "" + busy.port(), "--out", directory), 1);
+    }
+    try (TcpTransport late = new TcpTransport(address, true, console)) {
+      equal(isReachable(port), false);
+      late.receive(1);
+      equal(isReachable(port), true);
     }
     CompletableFuture<Integer> status = CompletableFuture.supplyAsync(
         () -> RecorderMain.run("--tcp", "" + port, "--out", directory, "--until-disconnect"));
