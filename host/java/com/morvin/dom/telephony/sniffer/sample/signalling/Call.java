@@ -48,6 +48,8 @@ public abstract class Call {
   private final SharedSignalling signalling = new SharedSignalling();
   /** Whether the listener knows the call: it belongs to the share. */
   private boolean owned;
+  /** Whether the media before a restart is not known. */
+  private boolean restored;
   private int messages;
   /** The known destinations; null when they have to be found again. */
   private Map<Endpoint, Use> destinations;
@@ -235,6 +237,7 @@ public abstract class Call {
     legs.sort(Comparator.comparingLong(leg -> leg.start().steady()));
     flow.add(other.flow, turned);
     lifetime.add(other.lifetime);
+    restored |= other.restored;
     other.notes.forEach(this::note);
     other.learned.forEach((endpoint, use) ->
         learned.putIfAbsent(endpoint, new Use(this, use.leg, use.direction.turned(turned), use.media)));
@@ -423,12 +426,13 @@ public abstract class Call {
     if (lifetime.answer() == null || flow.exists() && !late) {
       return 0;
     }
-    boolean complete = flow.exists() && end.stamp() - flow.last().stamp() < GAP_MILLIS;
+    boolean complete = flow.isLaterThan(end.stamp() - GAP_MILLIS, restored);
     return complete ? Leg.SILENCE_MILLIS : !owned ? UNHEARD_MILLIS : late ? MISSED_MEDIA_MILLIS : LATE_MEDIA_MILLIS;
   }
 
-  /** Delays the end of a call that was restored after its end was signalled: its media can be sent again. */
+  /** States that the call was restored. Delays its end when that was signalled before: its media can be sent again. */
   public void awaitLateMedia(Moment now) {
+    restored = true;
     legs.forEach(Leg::keepOnIfOverruled);
     legs.stream().filter(leg -> leg.ending() != null)
         .forEach(leg -> leg.confirmEnd(leg.how(), now, delayOfEnd(leg.ending().at(), true)));

@@ -108,6 +108,19 @@ final class MediaFlow {
     return caller == null ? fromCallee.last() : caller.latest(fromCallee.last());
   }
 
+  /**
+   * Whether the media of each direction was captured after a time; see {@link Moment#stamp}.
+   *
+   * @param both whether a direction without media counts as well
+   */
+  boolean isLaterThan(long stamp, boolean both) {
+    return exists() && isLaterThan(fromCaller, stamp, both) && isLaterThan(fromCallee, stamp, both);
+  }
+
+  private static boolean isLaterThan(Stream stream, long stamp, boolean both) {
+    return stream.exists() ? stream.lastStamp > stamp : !both;
+  }
+
   /** Makes the sources of both directions new ones. */
   void forgetSources() {
     fromCaller.known = false;
