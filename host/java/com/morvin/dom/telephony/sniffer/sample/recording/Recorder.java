@@ -184,7 +184,7 @@ public final class Recorder extends Service {
   @Override
   protected void measure(Metrics figures) {
     summary.measure(figures, lostNow(), reports.dropped());
-    store.disk().measure(figures);
+    store.measure(figures);
   }
 
   /** Logs the beginning and the end of a flood of calls without media. */
