@@ -323,12 +323,13 @@ final class Destinations {
 
     /** Returns the claim of a frame; null when the frame was captured before all calls. */
     Claim choose(ToIntFunction<Claim> fit, FrameCursor frame, Moment now) {
-      return claims.values().stream().filter(claim -> !claim.isAfter(frame, now)).max(Comparator.comparing((Claim claim) -> !yields(claim, frame, now))
+      Comparator<Claim> order = Comparator.comparing((Claim claim) -> !yields(claim, frame, now))
           .thenComparingInt(fit)
           .thenComparing(claim -> claim.isContinuedBy(frame, now)
               && claims.values().stream().noneMatch(other -> claim.isSupersededBy(other, frame, now)))
           .thenComparing(claim -> claim.isEstablished(now))
-          .thenComparingInt(claim -> claim.call.number())).orElse(null);
+          .thenComparingInt(claim -> claim.call.number());
+      return claims.values().stream().filter(claim -> !claim.isAfter(frame, now)).max(order).orElse(null);
     }
 
     /** Whether a call has hung up, a later one claims the destination, and a frame is not of the stream before. */
