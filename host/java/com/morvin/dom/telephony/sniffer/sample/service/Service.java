@@ -18,6 +18,8 @@ import com.morvin.dom.telephony.sniffer.sample.transport.Intake;
 import com.morvin.dom.telephony.sniffer.sample.transport.SteadyClock;
 import com.morvin.dom.telephony.sniffer.sample.transport.Transport;
 import java.io.IOException;
+import java.util.HashMap;
+import java.util.Map;
 
 /**
  * The loop that serves the sniffers of a transport. The recorder and the front extend it.
@@ -33,6 +35,7 @@ public abstract class Service implements CallFollower.Listener {
   /** See {@link #lookAhead}. */
   protected static final int LOOK_AHEAD = 64;
 
+  private static final int MAX_SNIFFERS = 64;
   private static final long TICK_MILLIS = 200;
   private static final long REST_MILLIS = 3_000;
   private static final long METRICS_MILLIS = 10_000;
@@ -87,6 +90,8 @@ public abstract class Service implements CallFollower.Listener {
   private boolean timesAreStated;
   private MetricsFile metrics;
   private long lastMetrics;
+  /** The least age of a frame with a stated time of capture, by sniffer: its clock is behind by no more than that. */
+  private final Map<Integer, Long> leastAges = new HashMap<>();
   private final Histogram delays = new Histogram();
   private volatile boolean stopping;
 
@@ -324,10 +329,27 @@ public abstract class Service implements CallFollower.Listener {
       timesAreStated |= cursor.captured() > 0;
       long stamp = cursor.time();
       delay = count == 0 && stamp > 0 ? currentTime() - stamp : delay;
+      if (cursor.captured() > 0) {
+        follower.setClockError(clockError(block));
+      }
       time = stamp == time.stamp() ? time : new Moment(now.steady(), stamp);
       handleSafely(cursor, time);
     }
     delays.add(Math.max(0, delay), count);
+  }
+
+  /**
+   * Returns by how much the clock of the sniffer can be behind when it states the time of capture of the frame at the
+   * cursor. With a transport that redelivers that is not known; a front has judged its media before.
+   */
+  private long clockError(FrameBlock block) {
+    if (transport.redelivers()) {
+      return Integer.MAX_VALUE;
+    }
+    if (leastAges.size() > MAX_SNIFFERS) {
+      leastAges.keySet().retainAll(transport.sniffers());
+    }
+    return Math.max(0, leastAges.merge(block.sniffer(), block.timeOfDay() - cursor.captured(), Math::min));
   }
 
   /** Returns the time by the clock that gave frames their time of capture. */

@@ -167,8 +167,8 @@ final class Claim {
   }
 
   /** Whether a frame was captured before the call, and is not of the stream that the call has received last. */
-  boolean isAfter(FrameCursor frame, Moment now) {
-    return call.isAfter(now) && !isStream(frame);
+  boolean isAfter(FrameCursor frame, long captured) {
+    return call.isAfter(captured) && !isStream(frame);
   }
 
   private boolean isStream(FrameCursor frame) {

@@ -96,6 +96,7 @@ final class Destinations {
   /** The ended calls whose media may go on, oldest first. */
   private final Map<Call, Ended> ended = new LinkedHashMap<>();
   private final BoundedMap<Endpoint, Moment> dismissed = new BoundedMap<>(MAX_DISMISSED);
+  private long clockError;
   private final Predicate<Command> sniffers;
   private final Consumer<Call> forgotten;
 
@@ -390,11 +391,16 @@ final class Destinations {
     return entry.claims().isEmpty() || entry.isResumedBy(frame, now) ? null : find(entry, frame, now);
   }
 
+  /** Sets by how much the next frames may be newer than their stamps say; see {@link CallFollower#setClockError}. */
+  void setClockError(long millis) {
+    clockError = millis;
+  }
+
   private Call.Use find(Entry entry, FrameCursor frame, Moment now) {
     entry.heard = true;
     Endpoint source = frame.sourceEndpoint();
     ToIntFunction<Claim> fit = claim -> ofCalls.get(claim.call).fit(claim.use.direction(), source);
-    Claim best = entry.choose(fit, frame, now);
+    Claim best = entry.choose(fit, frame, now.stamp() + clockError, now);
     if (best == null) {
       entry.claims().forEach(claim -> claim.call.note(EARLIER_MEDIA));
       return null;

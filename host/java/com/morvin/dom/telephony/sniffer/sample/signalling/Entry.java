@@ -87,15 +87,19 @@ final class Entry implements EndpointMap.Keyed {
         .orElseThrow();  // at least the new one
   }
 
-  /** Returns the claim of a frame; null when the frame was captured before all calls. */
-  Claim choose(ToIntFunction<Claim> fit, FrameCursor frame, Moment now) {
+  /**
+   * Returns the claim of a frame; null when the frame was captured before all calls.
+   *
+   * @param captured the latest stamp that the frame can have
+   */
+  Claim choose(ToIntFunction<Claim> fit, FrameCursor frame, long captured, Moment now) {
     Comparator<Claim> order = Comparator.comparing((Claim claim) -> !yields(claim, frame, now))
         .thenComparingInt(fit)
         .thenComparing(claim -> claim.isContinuedBy(frame, now)
             && claims.values().stream().noneMatch(other -> claim.isSupersededBy(other, frame, now)))
         .thenComparing(claim -> claim.isEstablished(now))
         .thenComparingInt(claim -> claim.call.number());
-    return claims.values().stream().filter(claim -> !claim.isAfter(frame, now)).max(order).orElse(null);
+    return claims.values().stream().filter(claim -> !claim.isAfter(frame, captured)).max(order).orElse(null);
   }
 
   /** Whether a call has hung up, a later one claims the destination, and a frame is not of the stream before. */
