@@ -90,7 +90,10 @@ public abstract class Service implements CallFollower.Listener {
   private boolean timesAreStated;
   private MetricsFile metrics;
   private long lastMetrics;
-  /** The least age of a frame with a stated time of capture, by sniffer: its clock is behind by no more than that. */
+  /**
+   * The least age of a frame with a stated time of capture, by sniffer: its clock is behind by no more than that. With
+   * a transport that redelivers it is not known; a front has judged the media before.
+   */
   private final Map<Integer, Long> leastAges = new HashMap<>();
   private final Histogram delays = new Histogram();
   private volatile boolean stopping;
@@ -312,6 +315,7 @@ public abstract class Service implements CallFollower.Listener {
   protected final void serve(FrameBlock block) {
     Moment time = now;  // most frames of a block have the same time
     boolean hasIpv6 = sniffers.hasIpv6(block.sniffer());
+    long leastAge = leastAges.getOrDefault(block.sniffer(), Long.MAX_VALUE);
     long delay = 0;
     int count = 0;
     follower.setPresent(currentTime());
@@ -330,26 +334,21 @@ public abstract class Service implements CallFollower.Listener {
       long stamp = cursor.time();
       delay = count == 0 && stamp > 0 ? currentTime() - stamp : delay;
       if (cursor.captured() > 0) {
-        follower.setClockError(clockError(block));
+        leastAge = Math.min(leastAge, block.timeOfDay() - cursor.captured());
+        follower.setClockError(transport.redelivers() ? Integer.MAX_VALUE : Math.max(0, leastAge));
       }
       time = stamp == time.stamp() ? time : new Moment(now.steady(), stamp);
       handleSafely(cursor, time);
     }
+    setLeastAge(block.sniffer(), leastAge);
     delays.add(Math.max(0, delay), count);
   }
 
-  /**
-   * Returns by how much the clock of the sniffer can be behind when it states the time of capture of the frame at the
-   * cursor. With a transport that redelivers that is not known; a front has judged its media before.
-   */
-  private long clockError(FrameBlock block) {
-    if (transport.redelivers()) {
-      return Integer.MAX_VALUE;
-    }
-    if (leastAges.size() > MAX_SNIFFERS) {
+  private void setLeastAge(int sniffer, long age) {
+    if (leastAges.size() >= MAX_SNIFFERS) {
       leastAges.keySet().retainAll(transport.sniffers());
     }
-    return Math.max(0, leastAges.merge(block.sniffer(), block.timeOfDay() - cursor.captured(), Math::min));
+    leastAges.put(sniffer, age);
   }
 
   /** Returns the time by the clock that gave frames their time of capture. */

@@ -93,6 +93,9 @@ final class Entry implements EndpointMap.Keyed {
    * @param captured the latest stamp that the frame can have
    */
   Claim choose(ToIntFunction<Claim> fit, FrameCursor frame, long captured, Moment now) {
+    if (only != null) {
+      return only.isAfter(frame, captured) ? null : only;
+    }
     Comparator<Claim> order = Comparator.comparing((Claim claim) -> !yields(claim, frame, now))
         .thenComparingInt(fit)
         .thenComparing(claim -> claim.isContinuedBy(frame, now)
