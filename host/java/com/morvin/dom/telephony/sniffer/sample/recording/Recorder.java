@@ -293,6 +293,9 @@ public final class Recorder extends Service {
       running.end(loaded.journal(), List::of);
       return;
     }
+    if (loaded.states().isEmpty()) {
+      recording.markWithoutState();
+    }
     follower.finishRestoring(recording.call, now);
     if (transport().redelivers()) {
       recording.call.lifetime().resume(now);  // a message that ends the call is delivered yet
