@@ -61,8 +61,8 @@ final class Recording {
   private static final long EARLY_MILLIS = 5_000;
   /** The same after a restart, which can lose the last seconds of sound when the disk is slow. */
   private static final long EARLY_AFTER_RESTART_MILLIS = 500;
-  /** A voice that begins this long after the answer gets a note when a restart did not know its sound. */
-  private static final long LATE_AFTER_RESTART_MILLIS = 1_000;
+  /** A voice that begins this long after the answer gets a note when there was an outage. */
+  private static final long LATE_AFTER_OUTAGE_MILLIS = 1_000;
   /** A saved state can have sound this long before the first message, which may have been late, and after the last. */
   private static final long MOST_BEFORE_MILLIS = 600_000;
   private static final long MOST_AFTER_MILLIS = 60_000;
@@ -92,8 +92,8 @@ final class Recording {
   private WavFile stereo;
   /** Files from before a restart that the recording does not continue. */
   private final List<LeftFile> left = new ArrayList<>();
-  /** Whether a restart knew only the messages: the sound before it is not in the recording. */
-  private boolean hasNoState;
+  /** Whether the messages came, or were known, without the media of that time: sound may have been lost. */
+  private boolean followsOutage;
   private boolean shown;
   /** Whether the saved state is out of date. */
   private boolean changed = true;
@@ -180,9 +180,9 @@ final class Recording {
         .limit(MAX_LEFT - left.size()).forEach(left::add);
   }
 
-  /** Notes that a restart knew only the messages of the call. */
-  void markWithoutState() {
-    hasNoState = true;
+  /** Records that the first messages were known after a restart, or came late, without the media of that time. */
+  void markOutage() {
+    followsOutage = true;
   }
 
   private static void addTracks(Voice voice, Voice added) {
@@ -304,15 +304,18 @@ final class Recording {
     if (!left.isEmpty()) {
       all.add("what was recorded before a restart is in files of its own, and is not counted");
     }
+    if (followsOutage && call.lifetime().answer() != null && fromCaller.heard() + fromCallee.heard() == 0) {
+      all.add("no sound, after an outage");
+    }
     for (Direction direction : Direction.values()) {
       Voice voice = voice(direction);
       voice.tracks().forEach(track -> track.notes().forEach(note -> all.add(direction + ": " + note)));
       if (voice.foreign() > 0) {
         all.add(direction + ": " + Text.count(voice.foreign(), "packet") + " of other sources ignored");
       }
-      long late = hasNoState ? sinceAnswer(voice) : 0;
-      if (late >= LATE_AFTER_RESTART_MILLIS) {
-        all.add(direction + ": begins " + Text.seconds(late) + " s after the answer, at a restart");
+      long late = followsOutage ? sinceAnswer(voice) : 0;
+      if (late >= LATE_AFTER_OUTAGE_MILLIS) {
+        all.add(direction + ": begins " + Text.seconds(late) + " s after the answer, after an outage");
       }
       long early = end + skew - voice.heard();
       if (voice.heard() > 0 && early >= EARLY_MILLIS) {
