@@ -110,7 +110,8 @@ final class WarmUp implements Transport {
     try (Store store = new Store(directory, console)) {
       Service.Limits limits = new Service.Limits(false, 0, Service.Limits.NONE.calls());
       Track.Options options = new Track.Options(true, false, false);
-      new Recorder(store, options, limits, console, SteadyClock.system(), (report, firstMessage) -> { }).run(new WarmUp());
+      new Recorder(store, options, limits, console, SteadyClock.system(), (report, firstMessage) -> { })
+          .run(new WarmUp());
     } finally {
       try (Stream<Path> all = Files.walk(directory)) {
         for (Path path : all.sorted(Comparator.reverseOrder()).toList()) {

@@ -37,6 +37,8 @@ public final class Recorder extends Service {
   private static final long SAVE_MILLIS = 1000;
   /** After a longer interruption a saved call counts as ended. */
   private static final long RESUME_MILLIS = 300_000;
+  /** A message that was captured this long ago was held up by an outage. */
+  private static final long OUTAGE_MILLIS = 1_000;
   private static final String GAVE_UP = "goes on in a call of another share";
 
   private final Store store;
@@ -184,7 +186,7 @@ public final class Recorder extends Service {
   @Override
   protected void measure(Metrics figures) {
     summary.measure(figures, lostNow(), reports.dropped());
-    store.disk().measure(figures);
+    store.measure(figures);
   }
 
   /** Logs the beginning and the end of a flood of calls without media. */
@@ -293,6 +295,9 @@ public final class Recorder extends Service {
       running.end(loaded.journal(), List::of);
       return;
     }
+    if (loaded.states().isEmpty()) {
+      recording.markOutage();
+    }
     follower.finishRestoring(recording.call, now);
     if (transport().redelivers()) {
       recording.call.lifetime().resume(now);  // a message that ends the call is delivered yet
@@ -342,7 +347,11 @@ public final class Recorder extends Service {
     // The times of the frames that are redelivered are times of day already.
     long skew = restoring != null ? restoredSkew : transport().redelivers() ? 0 : clock.skew();
     RunningCalls.Journal journal = restoring != null ? restoring.journal() : running.begin();
-    recordings.put(call, new Recording(call, journal, store, skew, options, sharesFiles()));
+    Recording recording = new Recording(call, journal, store, skew, options, sharesFiles());
+    recordings.put(call, recording);
+    if (restoring == null && !transport().redelivers() && now().stamp() - now.stamp() >= OUTAGE_MILLIS) {
+      recording.markOutage();
+    }
     if (restoring == null) {
       console.line(call + "  " + call.protocol() + "  " + Text.printable(call.caller()) + " -> "
           + Text.printable(call.callee()));

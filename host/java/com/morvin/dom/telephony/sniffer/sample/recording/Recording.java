@@ -5,6 +5,7 @@ import com.morvin.dom.telephony.sniffer.sample.media.Track;
 import com.morvin.dom.telephony.sniffer.sample.signalling.Call;
 import com.morvin.dom.telephony.sniffer.sample.signalling.Direction;
 import com.morvin.dom.telephony.sniffer.sample.signalling.MediaUse;
+import com.morvin.dom.telephony.sniffer.sample.signalling.Moment;
 import com.morvin.dom.telephony.sniffer.sample.storage.CallReport;
 import com.morvin.dom.telephony.sniffer.sample.storage.Encoding;
 import com.morvin.dom.telephony.sniffer.sample.storage.LeftFile;
@@ -60,6 +61,8 @@ final class Recording {
   private static final long EARLY_MILLIS = 5_000;
   /** The same after a restart, which can lose the last seconds of sound when the disk is slow. */
   private static final long EARLY_AFTER_RESTART_MILLIS = 500;
+  /** A voice that begins this long after the answer gets a note when there was an outage. */
+  private static final long LATE_AFTER_OUTAGE_MILLIS = 1_000;
   /** A saved state can have sound this long before the first message, which may have been late, and after the last. */
   private static final long MOST_BEFORE_MILLIS = 600_000;
   private static final long MOST_AFTER_MILLIS = 60_000;
@@ -89,6 +92,8 @@ final class Recording {
   private WavFile stereo;
   /** Files from before a restart that the recording does not continue. */
   private final List<LeftFile> left = new ArrayList<>();
+  /** Whether the messages came, or were known, without the media of that time: sound may have been lost. */
+  private boolean followsOutage;
   private boolean shown;
   /** Whether the saved state is out of date. */
   private boolean changed = true;
@@ -173,6 +178,11 @@ final class Recording {
   void list(List<LeftFile> files) {
     files.stream().filter(file -> left.stream().noneMatch(other -> other.fileName().equals(file.fileName())))
         .limit(MAX_LEFT - left.size()).forEach(left::add);
+  }
+
+  /** Records that the first messages were known after a restart, or came late, without the media of that time. */
+  void markOutage() {
+    followsOutage = true;
   }
 
   private static void addTracks(Voice voice, Voice added) {
@@ -294,11 +304,18 @@ final class Recording {
     if (!left.isEmpty()) {
       all.add("what was recorded before a restart is in files of its own, and is not counted");
     }
+    if (followsOutage && call.lifetime().answer() != null && fromCaller.heard() + fromCallee.heard() == 0) {
+      all.add("no sound, after an outage");
+    }
     for (Direction direction : Direction.values()) {
       Voice voice = voice(direction);
       voice.tracks().forEach(track -> track.notes().forEach(note -> all.add(direction + ": " + note)));
       if (voice.foreign() > 0) {
         all.add(direction + ": " + Text.count(voice.foreign(), "packet") + " of other sources ignored");
+      }
+      long late = followsOutage ? sinceAnswer(voice) : 0;
+      if (late >= LATE_AFTER_OUTAGE_MILLIS) {
+        all.add(direction + ": begins " + Text.seconds(late) + " s after the answer, after an outage");
       }
       long early = end + skew - voice.heard();
       if (voice.heard() > 0 && early >= EARLY_MILLIS) {
@@ -308,6 +325,13 @@ final class Recording {
       }
     }
     return all;
+  }
+
+  /** Returns how long after the answer a voice begins, in milliseconds; 0 when one of them is missing. */
+  private long sinceAnswer(Voice voice) {
+    Moment answer = call.lifetime().answer();
+    return answer == null ? 0 : voice.track.stretches(answer.stamp() + skew).stream()
+        .mapToLong(StereoFile.Stretch::start).min().orElse(0);
   }
 
   /** Marks the call as shown to the listener. Returns whether it was not shown before. */

@@ -26,6 +26,8 @@ import java.util.stream.Stream;
  */
 final class Voice {
   private static final long SILENCE_MILLIS = 500;
+  /** By how much the packets of two sources come in another order than they were captured. */
+  private static final long DISORDER_MILLIS = 200;
 
   final Recording recording;
   Track track;
@@ -157,11 +159,12 @@ final class Voice {
   }
 
   /**
-   * Counts an ignored packet. At another destination it may be a copy of the voice. One from before the last recorded
-   * packet was counted when it came first: a sniffer sends again what a lost recorder may not have read.
+   * Counts an ignored packet. At another destination it may be a copy of the voice. One from before a restart, or from
+   * before the last recorded packet, was counted when it came first: a sniffer sends again what may not have been read.
    */
   private void countForeign(long to, long time) {
-    foreign += destination == to && time + skew >= heard ? 1 : 0;
+    boolean isNew = time + skew > Math.max(heardBefore, heard - DISORDER_MILLIS);
+    foreign += destination == to && isNew ? 1 : 0;
   }
 
   /** Returns what identifies a source for the track: for the voice its first address, for others their own. */

@@ -18,6 +18,8 @@ import com.morvin.dom.telephony.sniffer.sample.transport.Intake;
 import com.morvin.dom.telephony.sniffer.sample.transport.SteadyClock;
 import com.morvin.dom.telephony.sniffer.sample.transport.Transport;
 import java.io.IOException;
+import java.util.HashMap;
+import java.util.Map;
 
 /**
  * The loop that serves the sniffers of a transport. The recorder and the front extend it.
@@ -33,6 +35,7 @@ public abstract class Service implements CallFollower.Listener {
   /** See {@link #lookAhead}. */
   protected static final int LOOK_AHEAD = 64;
 
+  private static final int MAX_SNIFFERS = 64;
   private static final long TICK_MILLIS = 200;
   private static final long REST_MILLIS = 3_000;
   private static final long METRICS_MILLIS = 10_000;
@@ -87,6 +90,11 @@ public abstract class Service implements CallFollower.Listener {
   private boolean timesAreStated;
   private MetricsFile metrics;
   private long lastMetrics;
+  /**
+   * The least age of a frame with a stated time of capture, by sniffer: its clock is behind by no more than that. With
+   * a transport that redelivers it is not known; a front has judged the media before.
+   */
+  private final Map<Integer, Long> leastAges = new HashMap<>();
   private final Histogram delays = new Histogram();
   private volatile boolean stopping;
 
@@ -307,6 +315,7 @@ public abstract class Service implements CallFollower.Listener {
   protected final void serve(FrameBlock block) {
     Moment time = now;  // most frames of a block have the same time
     boolean hasIpv6 = sniffers.hasIpv6(block.sniffer());
+    long leastAge = leastAges.getOrDefault(block.sniffer(), Long.MAX_VALUE);
     long delay = 0;
     int count = 0;
     follower.setPresent(currentTime());
@@ -324,10 +333,22 @@ public abstract class Service implements CallFollower.Listener {
       timesAreStated |= cursor.captured() > 0;
       long stamp = cursor.time();
       delay = count == 0 && stamp > 0 ? currentTime() - stamp : delay;
+      if (cursor.captured() > 0) {
+        leastAge = Math.min(leastAge, block.timeOfDay() - cursor.captured());
+        follower.setClockError(transport.redelivers() ? Integer.MAX_VALUE : Math.max(0, leastAge));
+      }
       time = stamp == time.stamp() ? time : new Moment(now.steady(), stamp);
       handleSafely(cursor, time);
     }
+    setLeastAge(block.sniffer(), leastAge);
     delays.add(Math.max(0, delay), count);
+  }
+
+  private void setLeastAge(int sniffer, long age) {
+    if (leastAges.size() >= MAX_SNIFFERS) {
+      leastAges.keySet().retainAll(transport.sniffers());
+    }
+    leastAges.put(sniffer, age);
   }
 
   /** Returns the time by the clock that gave frames their time of capture. */

@@ -315,8 +315,8 @@ public abstract class Call {
     return first.start();
   }
 
-  /** Whether media was captured before the call: it is that of an earlier call with the same addresses. */
-  boolean isAfter(Moment media) {
+  /** Whether media with a stamp was captured before the call: it is of an earlier call with the same addresses. */
+  boolean isAfter(long media) {
     for (Leg leg : legs) {
       if (!leg.isAfter(media)) {
         return false;

@@ -352,6 +352,14 @@ public final class CallFollower {
     h323Calls.endedBefore(id, now);
   }
 
+  /**
+   * Sets by how much the next frames may be newer than their stamps say, because the clock of their sniffer may be
+   * behind.
+   */
+  public void setClockError(long millis) {
+    destinations.setClockError(millis);
+  }
+
   /** States whether the sniffer has said that the next message is delayed. */
   public void setDelayed(boolean isDelayed) {
     delayed = isDelayed;

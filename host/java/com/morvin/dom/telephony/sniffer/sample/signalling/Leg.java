@@ -78,9 +78,9 @@ public class Leg {
     seenFromStart = true;
   }
 
-  /** Whether media was captured so long before the first message of the leg that it cannot be media of the leg. */
-  final boolean isAfter(Moment media) {
-    return seenFromStart && media.stamp() < start.stamp() - EARLIEST_MILLIS;
+  /** Whether media with a stamp was captured so long before the first message of the leg that it is not of the leg. */
+  final boolean isAfter(long media) {
+    return seenFromStart && media < start.stamp() - EARLIEST_MILLIS;
   }
 
   /** Exchanges the sides of the leg in its call. */

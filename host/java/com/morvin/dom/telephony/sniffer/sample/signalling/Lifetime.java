@@ -64,7 +64,7 @@ public final class Lifetime {
   }
 
   /** Returns the time of the first answer; null before it. */
-  Moment answer() {
+  public Moment answer() {
     return answered;
   }
 

@@ -20,7 +20,7 @@ final class SipCalls {
   private final Map<String, SipLeg> legs = new HashMap<>();
   private final SipLinks links;
   private final BoundedMap<String, SipLeg.Attempt> ended = new BoundedMap<>(MAX_ENDED);
-  /** The calls that ended before a restart, by Call-ID, with the steady time of the restart and the stamp of the end. */
+  /** The calls that ended before a restart, by Call-ID: the steady time of the restart and the stamp of the end. */
   private final BoundedMap<String, Moment> endedBefore = new BoundedMap<>(MAX_ENDED);
 
   SipCalls(CallFollower follower) {

@@ -1,6 +1,7 @@
 package com.morvin.dom.telephony.sniffer.sample.storage;
 
 import com.morvin.dom.telephony.sniffer.sample.console.Console;
+import com.morvin.dom.telephony.sniffer.sample.metrics.Metrics;
 import com.sun.management.UnixOperatingSystemMXBean;
 import java.io.IOException;
 import java.lang.management.ManagementFactory;
@@ -61,6 +62,9 @@ public final class Store implements AutoCloseable {
   /** The identity of the lock file. */
   private Object lockKey;
   private boolean contested;
+  /** The identity of the directory, and how often another one has taken its place. */
+  private Object directoryKey;
+  private volatile long replaced;
   private final Map<String, Integer> lastNumber = new HashMap<>();
   private final OpenFiles open = new OpenFiles(openLimit());
   private final Blocks blocks = new Blocks();
@@ -85,6 +89,7 @@ public final class Store implements AutoCloseable {
     this.directory = directory;
     this.console = console;
     FileOperations.createDirectories(running());
+    directoryKey = keyOf(directory);
     lock();
     deleteSpares();
     disk = new Disk(directory, Math.min(MAX_WAITING, Runtime.getRuntime().maxMemory() / 8), console, gate);
@@ -162,6 +167,7 @@ public final class Store implements AutoCloseable {
       spares.clear();
       FileOperations.createDirectories(running());
     }
+    reportReplacement();
     FileChannel before = lock;
     try {
       lock();
@@ -172,6 +178,24 @@ public final class Store implements AutoCloseable {
         console.line("another recorder has begun to write to " + directory + ": stop one of them");
       }
     }
+  }
+
+  /** The files of running calls stay open, and are written to where nobody finds them. */
+  private void reportReplacement() throws IOException {
+    Object key = keyOf(directory);
+    if (!Objects.equals(key, directoryKey)) {
+      directoryKey = key;
+      replaced++;
+      console.line(directory + " is another folder than before: it was moved or unmounted. What was recorded there, and"
+          + " the sound of the calls that run now, is not in it");
+    }
+  }
+
+  /** Adds the figures of the directory and its disk. Any thread may call it. */
+  public void measure(Metrics figures) {
+    disk.measure(figures);
+    figures.counter("folder_replaced_total", "Times that the folder of the recordings was moved or unmounted.",
+        replaced);
   }
 
   /** Returns the disk thread that writes into the directory. */

@@ -200,6 +200,16 @@ final class FakeSniffer implements Transport {
     }
   }
 
+  /** Puts an empty folder in the place of that of the recordings, as the end of a mount does. */
+  void unmount() throws IOException {
+    awaitDisk();
+    Path before = directory.resolveSibling(directory.getFileName() + "-before");
+    Path empty = Files.createDirectory(directory.resolveSibling(directory.getFileName() + "-empty"));
+    Files.move(directory, before);
+    Files.move(empty, directory);
+    remove("../" + before.getFileName());
+  }
+
   /** Whether no other recorder can use the directory. */
   boolean isLocked() throws IOException {
     awaitDisk();

@@ -55,7 +55,7 @@ final class ScenarioTest {
   private boolean joined;
   /** Cases with these steps do not run with a second recorder, which these do not reach. */
   private static final Pattern ALONE =
-      Pattern.compile("(?m)^(disk small|command-fails|forgets|misses|redelivers|removes|erase|option)");
+      Pattern.compile("(?m)^(disk small|command-fails|forgets|misses|redelivers|removes|unmounts|erase|option)");
 
   void testSip() throws Exception { runAll("sip.txt"); }
 
@@ -240,6 +240,7 @@ final class ScenarioTest {
       case "commands-get-lost" -> sniffer.losesCommands = true;
       case "command-fails" -> sniffer.refusesCommand = true;
       case "removes" -> sniffer.remove(words[1]);
+      case "unmounts" -> sniffer.unmount();
       case "locked" -> that(sniffer.isLocked(), "another recorder can begin");
       case "disk" -> sniffer.disk(words[1]);
       case "redelivers" -> sniffer.redeliver();
