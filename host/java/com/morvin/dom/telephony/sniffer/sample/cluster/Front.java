@@ -61,6 +61,7 @@ final class Front extends Service {
   /** The saved signalling of ended calls, which is kept while the last of it may not be published. */
   private final Queue<Ended> ended = new ArrayDeque<>();
   private final FrameCursor remembered = new FrameCursor(new FrameBlock(new byte[0], 0, 0, 0, 0));
+  private final CallsAhead ahead = new CallsAhead(follower, LOOK_AHEAD);
   private String continued = "";
   /** The difference between the times of day and the stamps of the signalling that is handled. */
   private long skew;
@@ -138,6 +139,11 @@ final class Front extends Service {
   /** Publishes the signalling of a call that has ended: the front before may not have published all of it. */
   private void publishAgain(CallStream stream) {
     stream.batch.add(stream.signalled(), now().steady());
+  }
+
+  @Override
+  protected void lookAhead(FrameCursor frames) {
+    ahead.read(frames);
   }
 
   private FrameCursor cursor(Frame frame) {
