@@ -19,6 +19,7 @@ import java.nio.file.Path;
 import java.util.ArrayDeque;
 import java.util.ArrayList;
 import java.util.Comparator;
+import java.util.Deque;
 import java.util.HashMap;
 import java.util.List;
 import java.util.Map;
@@ -41,6 +42,10 @@ final class Front extends Service {
   /** After a longer interruption calls can have ended unnoticed. It is the longest time that sniffers keep frames. */
   private static final long RESUME_MILLIS = 60_000;
   private static final long HAND_OVER_MILLIS = 2000;
+  /** The most notes that {@link #addFilled} makes. */
+  private static final int MAX_FILLS = 1000;
+  /** The saved signalling of more ended calls than these is removed before it is published. */
+  private static final int MAX_ENDED = MAX_CALLS;
 
   private record Ended(RunningCalls.Journal journal, long at) {}
 
@@ -70,7 +75,7 @@ final class Front extends Service {
   private boolean restored;
   private List<Message> earlier = List.of();
   private long frames;
-  private final Queue<Filled> fills = new ArrayDeque<>();
+  private final Deque<Filled> fills = new ArrayDeque<>();
   private long lastFill;
   private long lastSave = -SAVE_MILLIS;
   private long lostReported;
@@ -186,9 +191,17 @@ final class Front extends Service {
       lastFill = now.steady();
       batches.values().forEach(Batch::flush);
       if (state != null) {
-        fills.add(new Filled(servedUpTo(), System.nanoTime()));
+        addFilled();
       }
     }
+  }
+
+  /** Notes that all frames so far are in messages. After a long outage a later note takes the place of the last one. */
+  private void addFilled() {
+    if (fills.size() == MAX_FILLS) {
+      fills.removeLast();
+    }
+    fills.addLast(new Filled(servedUpTo(), System.nanoTime()));
   }
 
   /** Forgets the calls that have ended. The frame that ended a call is published by now. */
@@ -201,6 +214,9 @@ final class Front extends Service {
       }
     }
     over.clear();
+    while (ended.size() > MAX_ENDED) {
+      state.end(ended.remove().journal);
+    }
   }
 
   /** Forgets what a restarted front would need up to a time. */
@@ -261,7 +277,7 @@ final class Front extends Service {
     figures.gauge("buffer_limit_bytes", "The most that the buffer holds.", bufferBytes);
     if (state != null) {
       figures.gauge("restart_unsafe", "1 while a front that is killed and started again would lose calls or frames.",
-          state.isSafe() ? 0 : 1);
+          state.isSafe() && ended.size() < MAX_ENDED ? 0 : 1);
     }
     figures.gauge("broker_connected", "1 while there is a connection to the broker.", publisher.isConnected() ? 1 : 0);
   }
