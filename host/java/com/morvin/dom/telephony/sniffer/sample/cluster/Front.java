@@ -73,7 +73,8 @@ final class Front extends Service {
   private RunningCalls.Loaded restoring;
   private Call restoredCall;
   private boolean restored;
-  private List<Message> earlier = List.of();
+  /** The number of messages of the front before, until all are published. */
+  private int earlier;
   private long frames;
   private final Deque<Filled> fills = new ArrayDeque<>();
   private long lastFill;
@@ -101,14 +102,13 @@ final class Front extends Service {
     }
     restored = true;
     if (state != null) {
-      earlier = state.messages();
-      earlier.forEach(outbox::add);
+      earlier = state.messages(outbox::add);
       follower.restore(true);
       restore(state.load());
       others.restore(now());
       state.save(streams.values(), publisher, clock.timeOfDay());
       // The recorders drop what the earlier front has published already.
-      state.blocks().load(clock).forEach(this::serve);
+      state.blocks().load(clock, this::serve);
     }
     publisher.start();
   }
@@ -117,9 +117,9 @@ final class Front extends Service {
     continued = state.continued();
     Moment now = now();
     loaded.forEach(call -> restore(call, now));
-    if (!streams.isEmpty() || !earlier.isEmpty()) {
+    if (!streams.isEmpty() || earlier > 0) {
       console.line("going on with " + Text.count(streams.size(), "call") + " from before the restart, and with "
-          + Text.count(earlier.size(), "message") + " that the broker had not taken");
+          + Text.count(earlier, "message") + " that the broker had not taken");
     }
   }
 
@@ -240,8 +240,8 @@ final class Front extends Service {
     if (state != null && now.steady() - lastSave >= SAVE_MILLIS) {
       lastSave = now.steady();
       save();
-      if (!earlier.isEmpty() && outbox.isEmpty()) {
-        earlier = List.of();
+      if (earlier > 0 && outbox.isEmpty()) {
+        earlier = 0;
         state.published();
       }
     }
