@@ -49,7 +49,7 @@ final class Front extends Service {
 
   private record Ended(RunningCalls.Journal journal, long at) {}
 
-  /** All frames that were read up to a time are in messages that were made before another time. */
+  /** A note: all frames that were read up to a time are in messages that are older than a System.nanoTime. */
   private record Filled(long upTo, long nanos) {}
 
   private final long bufferBytes;
@@ -70,12 +70,15 @@ final class Front extends Service {
   private String continued = "";
   /** The difference between the times of day and the stamps of the signalling that is handled. */
   private long skew;
+  /** The saved call whose messages are handled again, and the call that they have begun; null otherwise. */
   private RunningCalls.Loaded restoring;
   private Call restoredCall;
+  /** Whether the calls from before the restart go on; false before the first transport. */
   private boolean restored;
   /** The number of messages of the front before, until all are published. */
   private int earlier;
   private long frames;
+  /** The oldest note first. */
   private final Deque<Filled> fills = new ArrayDeque<>();
   private long lastFill;
   private long lastSave = -SAVE_MILLIS;
