@@ -12,7 +12,7 @@ import java.util.Locale;
 
 /**
  * Consumes queues and prints the delay of the RTP frames since their capture. Arguments: URI, most frames, queues.
- * Discards what waits in the queues, and ends when a line is written to it.
+ * Discards what waits in the queues, counts from the first line that is written to it, and ends with the second one.
  */
 public final class Delay {
   private static final int RTP = 2;
@@ -46,6 +46,8 @@ public final class Delay {
       }
       System.out.println("consuming");
       System.in.read();
+      delay.restart();
+      System.in.read();
     }
     delay.print();
   }
@@ -61,6 +63,10 @@ public final class Delay {
         delays[count++] = now - captured;
       }
     }
+  }
+
+  private synchronized void restart() {
+    count = 0;
   }
 
   private synchronized void print() {

@@ -1,12 +1,15 @@
 #!/usr/bin/env python3
 """Measures calls through a broker on this machine, at their own pace. Prints a table: for each number of calls the
-processor time of each part for a frame, from /proc, with recorders that write all files; and in another run the delay
-from the wire to a consumer that only reads. At last, what a second of a call takes on the broker's disk.
+processor time of front and broker for a frame, from /proc, the frames that the front dropped, and the delay from the
+wire to a consumer that only reads, all in one run; the processor time of recorders that write all files, in another
+one, because they belong on other machines. At last, what a second of a call takes on the broker's disk. All parts have
+handled calls for WARM seconds before they are measured, as those of a site have.
 
     bench/cluster/run.py [BUILD]      BUILD: default build/release
 
-Environment: CALLS (500,1000,2000), of 100 frames/s each, QUEUES (4), each with a recorder, and SECONDS (20). With these
-it takes less than six minutes.
+Environment: CALLS (500,1000,2000), of 100 frames/s each, QUEUES (4), each with a recorder, SECONDS (20), WARM (10), and
+RECORDERS (yes; no leaves them out). With these it takes less than eight minutes. What the front says of losses and of
+the broker is printed, too.
 """
 import os
 import pathlib
@@ -29,6 +32,8 @@ import test_cluster as cluster  # noqa: E402
 CALLS = [int(calls) for calls in os.environ.get("CALLS", "500,1000,2000").split(",")]
 QUEUES = int(os.environ.get("QUEUES", "4"))
 SECONDS = int(os.environ.get("SECONDS", "20"))
+WARM = int(os.environ.get("WARM", "10"))
+RECORDERS = os.environ.get("RECORDERS", "yes") == "yes"
 AMQP = "/usr/share/java/amqp-client.jar:/usr/share/java/slf4j-api.jar:/usr/share/java/slf4j-nop.jar"
 CLASSES = BUILD / "bench/cluster"
 
@@ -49,7 +54,8 @@ class Bench(cluster.Cluster):
     def begin_front(self, queues):
         self.addCleanup(self.broker, "stop")
         self.broker("start", queues)
-        self.start("front", "--tcp", str(cluster.PORT + 3), "--publish", cluster.BROKER)
+        self.start("front", "--tcp", str(cluster.PORT + 3), "--publish", cluster.BROKER,
+                   "--metrics", self.folder / "front.prom")
         self.hears("front", "publishing to")
 
     def pids(self):
@@ -72,43 +78,52 @@ class Bench(cluster.Cluster):
         load.stdout.readline()
         return load, time.monotonic() - began
 
-    def warm_up(self, calls):
-        self.talk(calls, 5)[0].communicate("\n")
-
     def end_all(self):
         for name in list(self.processes):
             self.end(name)
         self.broker("stop")
 
-    def cost(self, calls):
+    def delay(self, calls):
+        """With a consumer that records nothing."""
+        self.begin_front(QUEUES)
+        names = [f"voip-recorder-{number}" for number in range(1, QUEUES + 1)]
+        return self.measure(calls, self.program("Delay", cluster.BROKER, calls * 100 * SECONDS, *names))
+
+    def recording(self, calls):
         """With recorders that write all files."""
         self.begin_front(QUEUES)
         for number in range(1, QUEUES + 1):
             self.recorder(number, files=[])
             self.hears(f"r{number}", "consuming")
-        self.warm_up(calls)
-        return self.measure(calls)[:-1]
-
-    def delay(self, calls):
-        """With a consumer that records nothing."""
-        self.begin_front(QUEUES)
-        names = [f"voip-recorder-{number}" for number in range(1, QUEUES + 1)]
-        self.warm_up(calls)
-        return self.measure(calls, self.program("Delay", cluster.BROKER, calls * 100 * SECONDS, *names))
+        return self.measure(calls)
 
     def measure(self, calls, consumer=None):
         """Returns frames per second, lost frames, the microseconds of each part for a frame, what the consumer says."""
+        self.talk(calls, WARM)[0].communicate("\n")
+        lost = self.settle()
         parts = self.pids()
         before = {part: self.busy(pids) for part, pids in parts.items()}
+        if consumer:
+            consumer.stdin.write("\n")  # it counts from now on
+            consumer.stdin.flush()
         load, took = self.talk(calls, SECONDS)
         time.sleep(3)
-        told = consumer.communicate("\n")[0] if consumer else ""
         frames = calls * 100 * SECONDS
         costs = {part: (self.busy(pids) - before[part]) / frames * 1e6 for part, pids in parts.items()}
+        lost = self.settle() - lost
+        told = consumer.communicate("\n")[0] if consumer else ""
         load.communicate("\n")
+        for line in self.said("front", r".*(?:too slow|caught up|full|takes|confirmed|back after).*"):
+            print(f"       {line}")
         self.end_all()
-        dropped = sum(map(int, self.said("front", r"(\d+) (?:lost because the buffer|frames dropped)")))
-        return frames / took, dropped, costs, told
+        return frames / took, lost, costs, told
+
+    def settle(self):
+        """Waits until all is consumed. Returns the frames that the front has dropped, which it tells every 10 s."""
+        time.sleep(11)
+        cluster.wait_for("empty queues", lambda: sum(self.waiting().values()) == 0, 120)
+        figures = (self.folder / "front.prom").read_text()
+        return sum(int(count) for count in re.findall(r"(?m)^voip_front_\w+_dropped_frames_total (\d+)", figures))
 
     def on_disk(self, calls):
         size = lambda: int(subprocess.check_output(["du", "-sk", str(self.folder / "broker0/data")]).split()[0])
@@ -136,10 +151,10 @@ subprocess.run([java_home + "/bin/javac", "--release", "17", "-cp", AMQP.split("
 print("          wire     lost  us of processor for a frame      delay of a frame\n"
       " calls  frames/s         front  broker  recorders         middle      99 %", flush=True)
 for calls in CALLS:
-    rate, lost, costs = run(lambda bench: bench.cost(calls))
-    _, more, _, told = run(lambda bench: bench.delay(calls))
+    rate, lost, costs, told = run(lambda bench: bench.delay(calls))
+    recorders = run(lambda bench: bench.recording(calls))[2]["recorders"] if RECORDERS else 0
     middle, most = re.search(r"recorder (\d+) ms in the middle, (\d+) ms", told).groups()
-    print(f"{calls:6} {rate:9.0f} {lost + more:8} {costs['front']:6.2f} {costs['broker']:7.2f} "
-          f"{costs['recorders']:10.2f} {middle:>11} ms {most:>6} ms", flush=True)
+    print(f"{calls:6} {rate:9.0f} {lost:8} {costs['front']:6.2f} {costs['broker']:7.2f} "
+          f"{recorders:10.2f} {middle:>11} ms {most:>6} ms", flush=True)
 print(f"{run(lambda bench: bench.on_disk(100)):.1f} KB on the broker's disk for a second of a call, while nothing "
       "consumes it")

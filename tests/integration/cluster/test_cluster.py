@@ -444,6 +444,7 @@ class OneBroker(Cluster):
         wait_for("the front", lambda: sum(n - before.get(file, 0) for file, n in self.logged().items()) >= sent)
         self.end("front", signal.SIGKILL)
         os.kill(self.pid(), signal.SIGCONT)
+        (spool / f"{0:018}.blocks").write_bytes(struct.pack("!IQ", 40, 0) + bytes(40))  # as after a crash of a machine
         self.sniff(self.front("front", *self.spool))
         self.hears("front", f"going on with {len(self.calls)} calls")
 

@@ -6,8 +6,8 @@ import com.morvin.dom.telephony.sniffer.sample.transport.SteadyClock;
 import java.io.IOException;
 import java.util.ArrayDeque;
 import java.util.Deque;
-import java.util.List;
 import java.util.concurrent.TimeUnit;
+import java.util.function.Consumer;
 
 /**
  * Writes the blocks that a front reads to a {@link BlockLog} on a thread of its own, so that a slow disk delays nobody.
@@ -43,13 +43,12 @@ final class BlockKeeper {
     thread.setDaemon(true);
   }
 
-  /** Returns the blocks of an earlier front, as {@link BlockLog#load} does, and starts the thread. Called once. */
-  List<FrameBlock> load(SteadyClock clock) {
+  /** Reads the blocks of an earlier front, as {@link BlockLog#load} does, and starts the thread. Called once. */
+  void load(SteadyClock clock, Consumer<FrameBlock> out) {
     try {
-      return log.load(clock);
+      log.load(clock, out);
     } catch (IOException e) {
       console.line("the frames from before the restart cannot be read: " + e);
-      return List.of();
     } finally {
       thread.start();
     }

@@ -6,15 +6,16 @@ import com.morvin.dom.telephony.sniffer.sample.transport.SteadyClock;
 import java.io.BufferedInputStream;
 import java.io.DataInputStream;
 import java.io.IOException;
+import java.net.ProtocolException;
 import java.nio.ByteBuffer;
 import java.nio.channels.FileChannel;
 import java.nio.file.Files;
 import java.nio.file.Path;
 import java.nio.file.StandardOpenOption;
 import java.util.ArrayDeque;
-import java.util.ArrayList;
 import java.util.Deque;
 import java.util.List;
+import java.util.function.Consumer;
 import java.util.stream.Stream;
 
 /**
@@ -24,6 +25,7 @@ import java.util.stream.Stream;
  */
 final class BlockLog {
   private static final String SUFFIX = ".blocks";
+  private static final String NAME = "\\d{18}\\" + SUFFIX;
   private static final long SEGMENT_MILLIS = 500;
   private static final int MAX_BLOCK = 1 << 20;
 
@@ -47,23 +49,27 @@ final class BlockLog {
     this.maxBytes = maxBytes;
   }
 
-  /** Returns the blocks of an earlier front, oldest first. They are kept until what is read now is released. */
-  List<FrameBlock> load(SteadyClock clock) throws IOException {
+  /**
+   * Reads the blocks of an earlier front, oldest first. They are kept until what is read now is released.
+   *
+   * @param out receives each block before the next one is read: all together may not fit into the memory
+   */
+  void load(SteadyClock clock, Consumer<FrameBlock> out) throws IOException {
     List<Path> files;
     try (Stream<Path> all = Files.list(directory)) {
-      files = all.filter(path -> path.toString().endsWith(SUFFIX)).sorted().toList();
+      files = all.filter(path -> path.getFileName().toString().matches(NAME)).sorted().toList();
     }
-    List<FrameBlock> blocks = new ArrayList<>();
     for (Path one : files) {
-      read(one, clock.skew(), blocks);
       segments.add(new Segment(one, clock.millis(), Files.size(one)));
       bytes += Files.size(one);
-      number = Long.parseLong(one.getFileName().toString().replaceAll("\\D", ""));
+      number = Long.parseLong(one.getFileName().toString().replace(SUFFIX, ""));
     }
-    return blocks;
+    for (Path one : files) {
+      read(one, clock.skew(), out);
+    }
   }
 
-  private static void read(Path from, long skew, List<FrameBlock> blocks) throws IOException {
+  private static void read(Path from, long skew, Consumer<FrameBlock> out) throws IOException {
     try (DataInputStream in = new DataInputStream(new BufferedInputStream(Files.newInputStream(from)))) {
       while (in.available() >= Integer.BYTES + Long.BYTES) {
         int length = in.readInt();
@@ -72,8 +78,12 @@ final class BlockLog {
         if (frames.length == 0 || frames.length < length) {
           return;  // the front was killed while it wrote this block
         }
-        FrameBlock.of(frames, 0, length);
-        blocks.add(new FrameBlock(frames, 0, length, 0, 0, timeOfDay - skew, timeOfDay));
+        try {
+          FrameBlock.of(frames, 0, length);
+        } catch (ProtocolException e) {
+          return;  // the machine has crashed before this block was on the disk
+        }
+        out.accept(new FrameBlock(frames, 0, length, 0, 0, timeOfDay - skew, timeOfDay));
       }
     }
   }

@@ -19,6 +19,7 @@ import java.nio.file.Path;
 import java.util.ArrayDeque;
 import java.util.ArrayList;
 import java.util.Comparator;
+import java.util.Deque;
 import java.util.HashMap;
 import java.util.List;
 import java.util.Map;
@@ -41,10 +42,14 @@ final class Front extends Service {
   /** After a longer interruption calls can have ended unnoticed. It is the longest time that sniffers keep frames. */
   private static final long RESUME_MILLIS = 60_000;
   private static final long HAND_OVER_MILLIS = 2000;
+  /** The most notes that {@link #addFilled} makes. */
+  private static final int MAX_FILLS = 1000;
+  /** The saved signalling of more ended calls than these is removed before it is published. */
+  private static final int MAX_ENDED = MAX_CALLS;
 
   private record Ended(RunningCalls.Journal journal, long at) {}
 
-  /** All frames that were read up to a time are in messages that were made before another time. */
+  /** A note: all frames that were read up to a time are in messages that are older than a System.nanoTime. */
   private record Filled(long upTo, long nanos) {}
 
   private final long bufferBytes;
@@ -61,15 +66,20 @@ final class Front extends Service {
   /** The saved signalling of ended calls, which is kept while the last of it may not be published. */
   private final Queue<Ended> ended = new ArrayDeque<>();
   private final FrameCursor remembered = new FrameCursor(new FrameBlock(new byte[0], 0, 0, 0, 0));
+  private final CallsAhead ahead = new CallsAhead(follower, LOOK_AHEAD);
   private String continued = "";
   /** The difference between the times of day and the stamps of the signalling that is handled. */
   private long skew;
+  /** The saved call whose messages are handled again, and the call that they have begun; null otherwise. */
   private RunningCalls.Loaded restoring;
   private Call restoredCall;
+  /** Whether the calls from before the restart go on; false before the first transport. */
   private boolean restored;
-  private List<Message> earlier = List.of();
+  /** The number of messages of the front before, until all are published. */
+  private int earlier;
   private long frames;
-  private final Queue<Filled> fills = new ArrayDeque<>();
+  /** The oldest note first. */
+  private final Deque<Filled> fills = new ArrayDeque<>();
   private long lastFill;
   private long lastSave = -SAVE_MILLIS;
   private long lostReported;
@@ -95,14 +105,13 @@ final class Front extends Service {
     }
     restored = true;
     if (state != null) {
-      earlier = state.messages();
-      earlier.forEach(outbox::add);
+      earlier = state.messages(outbox::add);
       follower.restore(true);
       restore(state.load());
       others.restore(now());
       state.save(streams.values(), publisher, clock.timeOfDay());
       // The recorders drop what the earlier front has published already.
-      state.blocks().load(clock).forEach(this::serve);
+      state.blocks().load(clock, this::serve);
     }
     publisher.start();
   }
@@ -111,9 +120,9 @@ final class Front extends Service {
     continued = state.continued();
     Moment now = now();
     loaded.forEach(call -> restore(call, now));
-    if (!streams.isEmpty() || !earlier.isEmpty()) {
+    if (!streams.isEmpty() || earlier > 0) {
       console.line("going on with " + Text.count(streams.size(), "call") + " from before the restart, and with "
-          + Text.count(earlier.size(), "message") + " that the broker had not taken");
+          + Text.count(earlier, "message") + " that the broker had not taken");
     }
   }
 
@@ -138,6 +147,11 @@ final class Front extends Service {
   /** Publishes the signalling of a call that has ended: the front before may not have published all of it. */
   private void publishAgain(CallStream stream) {
     stream.batch.add(stream.signalled(), now().steady());
+  }
+
+  @Override
+  protected void lookAhead(FrameCursor frames) {
+    ahead.read(frames);
   }
 
   private FrameCursor cursor(Frame frame) {
@@ -180,9 +194,17 @@ final class Front extends Service {
       lastFill = now.steady();
       batches.values().forEach(Batch::flush);
       if (state != null) {
-        fills.add(new Filled(servedUpTo(), System.nanoTime()));
+        addFilled();
       }
     }
+  }
+
+  /** Notes that all frames so far are in messages. After a long outage a later note takes the place of the last one. */
+  private void addFilled() {
+    if (fills.size() == MAX_FILLS) {
+      fills.removeLast();
+    }
+    fills.addLast(new Filled(servedUpTo(), System.nanoTime()));
   }
 
   /** Forgets the calls that have ended. The frame that ended a call is published by now. */
@@ -195,6 +217,9 @@ final class Front extends Service {
       }
     }
     over.clear();
+    while (ended.size() > MAX_ENDED) {
+      state.end(ended.remove().journal);
+    }
   }
 
   /** Forgets what a restarted front would need up to a time. */
@@ -218,8 +243,8 @@ final class Front extends Service {
     if (state != null && now.steady() - lastSave >= SAVE_MILLIS) {
       lastSave = now.steady();
       save();
-      if (!earlier.isEmpty() && outbox.isEmpty()) {
-        earlier = List.of();
+      if (earlier > 0 && outbox.isEmpty()) {
+        earlier = 0;
         state.published();
       }
     }
@@ -255,7 +280,7 @@ final class Front extends Service {
     figures.gauge("buffer_limit_bytes", "The most that the buffer holds.", bufferBytes);
     if (state != null) {
       figures.gauge("restart_unsafe", "1 while a front that is killed and started again would lose calls or frames.",
-          state.isSafe() ? 0 : 1);
+          state.isSafe() && ended.size() < MAX_ENDED ? 0 : 1);
     }
     figures.gauge("broker_connected", "1 while there is a connection to the broker.", publisher.isConnected() ? 1 : 0);
   }

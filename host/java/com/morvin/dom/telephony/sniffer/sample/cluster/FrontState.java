@@ -19,6 +19,7 @@ import java.util.List;
 import java.util.Queue;
 import java.util.Set;
 import java.util.concurrent.TimeUnit;
+import java.util.function.Consumer;
 
 /**
  * What a front keeps in its directory: the signalling and the partition of its running calls, so that a restarted front
@@ -211,13 +212,13 @@ final class FrontState implements AutoCloseable {
     return complete && System.nanoTime() - completeAt < SAVED_NANOS && !blocks.isFailing();
   }
 
-  /** Returns the messages that an earlier front could not publish. */
-  List<Message> messages() {
+  /** Reads the messages that an earlier front could not publish. Returns their number. */
+  int messages(Consumer<Message> out) {
     try {
-      return spool.read();
+      return spool.read(out);
     } catch (IOException e) {
       console.line("the messages from before the restart cannot be read: " + e);
-      return List.of();
+      return 0;
     }
   }
 

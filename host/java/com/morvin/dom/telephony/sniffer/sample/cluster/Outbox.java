@@ -145,7 +145,7 @@ final class Outbox {
       // One more was dropped.
     }
     peak = Math.max(peak, bytes);
-    update(lane);
+    updateReady(lane);
   }
 
   private void waits(Entry entry) {
@@ -155,7 +155,7 @@ final class Outbox {
     }
   }
 
-  private void update(Lane lane) {
+  private void updateReady(Lane lane) {
     if (!lane.isReady(maxBytes / 2 / Partition.COUNT)) {
       ready.remove(lane);
     } else if (ready.add(lane)) {
@@ -185,7 +185,7 @@ final class Outbox {
     Entry oldest = waiting.iterator().next();
     waiting.remove(oldest);
     oldest.lane.waiting.remove(oldest);
-    update(oldest.lane);
+    updateReady(oldest.lane);
     bytes -= oldest.bytes();
     count(oldest.message, counts -> counts.plusLost(oldest.message.frames()));
     return true;
@@ -213,14 +213,14 @@ final class Outbox {
   synchronized void giveBack(Entry entry) {
     entry.lane.waiting.addFirst(entry);
     sort();
-    update(entry.lane);
+    updateReady(entry.lane);
   }
 
   /** Records that an entry is about to be published under a number of its lane. Numbers increase. */
   synchronized void sent(long number, Entry entry) {
     entry.lane.unconfirmed.put(number, entry);
     entry.lane.unconfirmedBytes += entry.bytes();
-    update(entry.lane);
+    updateReady(entry.lane);
   }
 
   /**
@@ -238,7 +238,7 @@ final class Outbox {
     });
     safe.clear();
     lane.progress = System.nanoTime();
-    update(lane);
+    updateReady(lane);
   }
 
   /** Puts the unconfirmed messages of a lane back in their order, and stops the lane until {@link #resume}. */
@@ -260,7 +260,7 @@ final class Outbox {
     lane.waiting.clear();
     lane.waiting.addAll(entries);
     lane.paused = true;
-    update(lane);
+    updateReady(lane);
   }
 
   /** Puts the waiting entries in the order of their age. */
@@ -274,7 +274,7 @@ final class Outbox {
   /** Makes a lane ready again. */
   synchronized void resume(Lane lane) {
     lane.paused = false;
-    update(lane);
+    updateReady(lane);
   }
 
   /** Makes all lanes ready again on a new connection. */

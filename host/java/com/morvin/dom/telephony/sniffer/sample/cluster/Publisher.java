@@ -59,6 +59,7 @@ final class Publisher implements AutoCloseable {
   private volatile Connection connection;
   private volatile boolean closing;
   private final Outage outage;
+  /** The newest complete generation of queues, and the newest one at the first connection; 0 before that. */
   private volatile int generation;
   private volatile int firstGeneration;
   private long nextProbe;

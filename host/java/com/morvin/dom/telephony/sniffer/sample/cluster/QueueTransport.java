@@ -54,7 +54,8 @@ final class QueueTransport implements Transport {
   }
 
   /**
-   * The numbers of the delivered frames of a message, and the count of frames before them that an earlier run recorded.
+   * The numbers of the frames of a message that were passed on, and how many frames before them an earlier run has
+   * recorded.
    */
   private record Passed(MessageId id, int done, long first, long last) {}
 

@@ -11,8 +11,8 @@ import java.nio.ByteBuffer;
 import java.nio.channels.FileChannel;
 import java.nio.file.Files;
 import java.nio.file.Path;
-import java.util.ArrayList;
 import java.util.List;
+import java.util.function.Consumer;
 import java.util.zip.CRC32;
 
 /** A file with the messages that the broker had not confirmed when a front was stopped. */
@@ -80,18 +80,19 @@ final class Spool {
     return (int) crc.getValue();
   }
 
-  /** Returns the messages in the file, up to the first damaged one. */
-  List<Message> read() throws IOException {
-    List<Message> messages = new ArrayList<>();
+  /** Reads the messages in the file, up to the first damaged one. Returns their number. */
+  int read(Consumer<Message> out) throws IOException {
     if (!Files.exists(file)) {
-      return messages;
+      return 0;
     }
+    int count = 0;
     try (DataInputStream in = new DataInputStream(new BufferedInputStream(Files.newInputStream(file)))) {
       for (Message message = next(in); message != null; message = next(in)) {
-        messages.add(message);
+        out.accept(message);
+        count++;
       }
     }
-    return messages;
+    return count;
   }
 
   private static Message next(DataInputStream in) throws IOException {

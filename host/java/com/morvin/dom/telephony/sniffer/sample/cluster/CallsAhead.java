@@ -1,0 +1,42 @@
+package com.morvin.dom.telephony.sniffer.sample.cluster;
+
+import com.morvin.dom.telephony.sniffer.sample.signalling.Call;
+import com.morvin.dom.telephony.sniffer.sample.signalling.CallFollower;
+import com.morvin.dom.telephony.sniffer.sample.transport.Frame;
+import com.morvin.dom.telephony.sniffer.sample.transport.FrameBlock;
+import com.morvin.dom.telephony.sniffer.sample.transport.FrameCursor;
+
+/**
+ * Reads the state of the calls that the next frames need, before they are handled. The state of thousands of calls does
+ * not fit into the caches of a processor, and each object leads to the next. Here the same step is done for many
+ * frames, so that they wait for memory at the same time.
+ */
+final class CallsAhead {
+  private final CallFollower follower;
+  private final FrameCursor frame = new FrameCursor(new FrameBlock(new byte[0], 0, 0, 0, 0));
+  private final Call.Use[] uses;
+  /** Uses what was read, so that the compiler does not leave it out. */
+  private long sum;
+
+  CallsAhead(CallFollower follower, int most) {
+    this.follower = follower;
+    uses = new Call.Use[most];
+  }
+
+  /** Reads the state for the frames from that of a cursor on. */
+  void read(FrameCursor from) {
+    int count = 0;
+    frame.begin(from);
+    do {
+      Call.Use use = frame.protocol() == Frame.RTP ? follower.peek(frame.destination()) : null;
+      if (use != null) {
+        uses[count++] = use;
+      }
+    } while (count < uses.length && frame.next());
+    for (int i = 0; i < count; i++) {
+      Call.Use use = uses[i];
+      sum += use.touch() + (use.call().isOwned() ? 1 : 0)
+          + (use.attachment() instanceof CallStream stream ? stream.number : 0);
+    }
+  }
+}
