@@ -207,7 +207,8 @@ public final class RecorderMain {
     if (options.consume != null) {
       return Cluster.load().queue(options.consume, options.queue, console);
     }
-    return options.udp != null ? new UdpTransport(options.udp, console) : new TcpTransport(options.tcp, options.publish != null, console);
+    return options.udp != null ? new UdpTransport(options.udp, console)
+        : new TcpTransport(options.tcp, options.publish != null, console);
   }
 
   /** Completes the files before the process ends on a signal. */
