@@ -28,7 +28,7 @@ final class AudioOutput {
   /** After a longer pause the clock decides where speech continues. */
   static final long PAUSE_MILLIS = 200;
   /** A smaller difference is jitter. */
-  private static final long JITTER_MILLIS = 40;
+  static final long JITTER_MILLIS = 40;
   /** In this time after the start of a stretch each packet can show that those before were late. */
   private static final long FIRST_MILLIS = 1_000;
   /** For this time after its start a stretch can turn out to be earlier than its first packets said. */

@@ -272,10 +272,11 @@ final class Source {
       return;
     }
     hold(packet);
-    if (held.size() > MAX_LATE) {
-      write(held.remove(0));
-    } else if (held.size() >= AGREEING && packet.time() - held.get(0).time() >= SETTLING_MILLIS) {
+    if (held.size() >= AGREEING && packet.time() - held.get(0).time() >= SETTLING_MILLIS
+        && (held.size() > MAX_LATE || stayLate(held))) {
       insertPause();
+    } else if (held.size() > MAX_LATE) {
+      write(held.remove(0));
     }
   }
 
@@ -343,6 +344,18 @@ final class Source {
     RtpPacket first = packets.get(0);
     RtpPacket last = packets.get(packets.size() - 1);
     return (last.timestamp() - first.timestamp()) / TICKS > 2 * (last.time() - first.time());
+  }
+
+  /** Whether late packets stay as late or get later. With much jitter most are followed by one that is less late. */
+  private boolean stayLate(List<RtpPacket> late) {
+    long least = Long.MAX_VALUE;
+    int staying = 0;
+    for (int i = late.size() - 1; i >= 0; i--) {
+      long delay = delay(late.get(i));
+      least = Math.min(least, delay);
+      staying += delay - least <= AudioOutput.JITTER_MILLIS ? 1 : 0;
+    }
+    return 2 * staying >= late.size();
   }
 
   /** Places the late packets where they were captured. */
