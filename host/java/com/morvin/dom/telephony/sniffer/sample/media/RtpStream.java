@@ -31,7 +31,7 @@ final class RtpStream {
   private static final int REMEMBERED = 512;
   /** Capture times that are further apart show that a clock was set. */
   private static final long MAX_BEHIND_MILLIS = 150_000;
-  /** The packets that set the clock: one in 16. */
+  /** The packets that set the clock once it is settled: one in 16. */
   private static final int SAMPLED = 15;
   /** The least time that a lost packet stands for. */
   private static final int MIN_PACKET_MILLIS = 5;
@@ -339,9 +339,13 @@ final class RtpStream {
     lost += gap > 0 && gap <= MAX_DROPOUT ? gap : lostInOutage(run);
   }
 
-  /** Whether a packet came before it was due. False when that is not known. */
-  boolean isEarly(RtpPacket packet) {
-    return clock.isEarly(packet);
+  /**
+   * Whether a packet came before it was due. False when that is not known.
+   *
+   * @param goesOn whether it goes on exactly: then it may be early, because the clock can be late
+   */
+  boolean isEarly(RtpPacket packet, boolean goesOn) {
+    return goesOn ? clock.isFarEarly(packet) : clock.isEarly(packet);
   }
 
   /** Whether the timestamp of a packet is later than those before the last jumps, or there was no jump. */
@@ -443,7 +447,7 @@ final class RtpStream {
     }
     lastAdvance = advance;
     lastTimestamp = timestamp;
-    if ((packet.sequence() & SAMPLED) == 0) {
+    if ((packet.sequence() & SAMPLED) == 0 || !clock.isSettled(packet.time())) {
       clock.follow(packet);
     }
   }

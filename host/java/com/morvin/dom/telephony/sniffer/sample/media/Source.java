@@ -465,7 +465,8 @@ final class Source {
     }
     lostBefore = stream.lost();
     expectedTimestamp = packet.timestamp() + packet.length();
-    output.begin(pause * (packet.codec().rate() / 1000) / TICKS, missing, packet.time(), stream.isEarly(packet));
+    output.begin(pause * (packet.codec().rate() / 1000) / TICKS, missing, packet.time(),
+        stream.isEarly(packet, pause == 0 && !missing));
     writeSamples(packet, output.channel());
   }
 
