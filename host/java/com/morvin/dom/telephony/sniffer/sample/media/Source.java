@@ -37,6 +37,8 @@ final class Source {
   private static final int MAX_FITTING = 10 * TRUSTED;
   /** After this number of equal pauses the timestamps rise faster than the sound, as with a clock of 16 kHz. */
   private static final int EVEN = 8;
+  /** Timestamps that a sender takes from its clock jitter: two packets seem to overlap by up to this time. */
+  private static final int MAX_OVERLAPPING = 20 * RtpClock.TICKS;
   /** How early and how late the packet is that takes back what was written in its place. */
   private static final long EARLY_MILLIS = 60;
   /** As many runs wait at a time. */
@@ -451,20 +453,24 @@ final class Source {
       ignored++;  // it would take the place of packets from before those that it came with
       return;
     }
+    boolean missing = stream.lost() > lostBefore;
+    int start = packet.timestamp();
     if (pause == 0) {
       fitting = Math.min(fitting + 1, MAX_FITTING);
+    } else if (pause < 0 && pause >= -MAX_OVERLAPPING && !missing && !takesPlace(packet)) {
+      start = expectedTimestamp;  // the next timestamps may be later again
+      pause = 0;
     } else if (pause > 0 ? pause > output.maxPauseAt(packet.time()) * TICKS : !takesPlace(packet)) {
       track.note("timestamp jumps");
       pause = (fitting >= TRUSTED ? output.pauseByClock(packet.time()) : output.pauseUntil(packet.time())) * TICKS;
       fitting = Math.max(0, fitting - TRUSTED);
     }
-    boolean missing = stream.lost() > lostBefore;
     if (isTooFast(pause, missing)) {
       track.note("timestamps rise faster than the sound");
       pause = output.pauseUntil(packet.time()) * TICKS;
     }
     lostBefore = stream.lost();
-    expectedTimestamp = packet.timestamp() + packet.length();
+    expectedTimestamp = start + packet.length();
     output.begin(pause * (packet.codec().rate() / 1000) / TICKS, missing, packet.time(),
         stream.isEarly(packet, pause == 0 && !missing));
     writeSamples(packet, output.channel());
