@@ -214,7 +214,12 @@ final class RtpStream {
       return distance == 0 ? continues(packet) : !timestampDecides(packet) || !clock.isOnTime(packet);
     }
     return (!timestampDecides(packet) || !clock.isEarly(packet) && isFarEnough(packet, distance))
-        && (distance <= REORDER_DEPTH || packet.time() - lastTime >= (long) distance * MIN_PACKET_MILLIS);
+        && hadTimeFor(distance, packet);
+  }
+
+  /** Whether the sender had the time for the packets before one. Otherwise it has skipped their numbers. */
+  private boolean hadTimeFor(int distance, RtpPacket packet) {
+    return distance <= REORDER_DEPTH || packet.time() - lastTime >= (long) distance * MIN_PACKET_MILLIS;
   }
 
   /** Whether the timestamp has moved on at least as far as the number. The packets can have become shorter. */
@@ -336,7 +341,7 @@ final class RtpStream {
       timestampBefore = lastTimestamp;
       stepBefore = step;
     }
-    lost += gap > 0 && gap <= MAX_DROPOUT ? gap : lostInOutage(run);
+    lost += gap > 0 && gap <= MAX_DROPOUT && hadTimeFor(gap, run.first()) ? gap : lostInOutage(run);
   }
 
   /**
