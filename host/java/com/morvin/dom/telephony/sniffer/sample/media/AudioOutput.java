@@ -33,7 +33,7 @@ final class AudioOutput {
   private static final long FIRST_MILLIS = 1_000;
   /** For this time after its start a stretch can turn out to be earlier than its first packets said. */
   private static final long SETTLING_MILLIS = 10_000;
-  /** In this time one early packet counts. */
+  /** In this time only the earliest packet counts. */
   private static final long RECENT_MILLIS = 200;
   private static final long WINDOW_MILLIS = 10_000;
   private static final int WINDOW_PACKETS = 50;
@@ -47,8 +47,7 @@ final class AudioOutput {
   private static final int MAX_RATE = 48_000;
   /** The longest sound that is compared with packets after a restart: 30 s. */
   private static final int MAX_COMPARED = 240_000;
-  /** RTP timestamp units in a millisecond. */
-  private static final int TICKS = 8;
+  private static final int TICKS = RtpClock.TICKS;
 
   /**
    * A sample and its time of capture.
@@ -267,6 +266,7 @@ final class AudioOutput {
     }
   }
 
+  /** Notes how late a packet is, so that the earliest ones of the window are known. */
   private void noteDelay(long delay, long time) {
     if (Math.abs(time - recentSince) < RECENT_MILLIS) {
       recentDelay = Math.min(delay, recentDelay);

@@ -390,6 +390,7 @@ final class RtpStream {
     return fits && Math.abs(first.time() - lastTime - ticks / RtpClock.TICKS) < MAX_CLOCK_MILLIS ? packets - 1 : 0;
   }
 
+  /** Reads values that the next packet needs; see {@link Track#touch}. */
   long touch() {
     return next;
   }

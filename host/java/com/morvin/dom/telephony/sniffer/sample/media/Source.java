@@ -426,8 +426,7 @@ final class Source {
 
   private boolean isAbandoned(AudioOutput other, int rate) {
     return (!yields || other.owner() == this) && writtenBefore.containsKey(other) && !isInUse(other)
-        && !other.channel().full()
-        && other.channel().rate() == rate;
+        && !other.channel().full() && other.channel().rate() == rate;
   }
 
   /** Whether another source has sent to a file at the same time as this one. */
