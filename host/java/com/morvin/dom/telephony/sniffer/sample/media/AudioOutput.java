@@ -28,23 +28,26 @@ final class AudioOutput {
   /** After a longer pause the clock decides where speech continues. */
   static final long PAUSE_MILLIS = 200;
   /** A smaller difference is jitter. */
-  private static final long JITTER_MILLIS = 40;
+  static final long JITTER_MILLIS = 40;
   /** In this time after the start of a stretch each packet can show that those before were late. */
   private static final long FIRST_MILLIS = 1_000;
   /** For this time after its start a stretch can turn out to be earlier than its first packets said. */
   private static final long SETTLING_MILLIS = 10_000;
+  /** In this time only the earliest packet counts. */
+  private static final long RECENT_MILLIS = 200;
   private static final long WINDOW_MILLIS = 10_000;
   private static final int WINDOW_PACKETS = 50;
   /** A smaller drift is left until it has grown. */
   private static final long DRIFT_MILLIS = 5;
   /** More than any delay. */
   private static final long NO_DELAY = Long.MAX_VALUE / 2;
+  /** The start of a window that begins with the next packet. */
+  private static final long NOT_BEGUN = -1;
   private static final int MAX_MARKS = 2000;
   private static final int MAX_RATE = 48_000;
   /** The longest sound that is compared with packets after a restart: 30 s. */
   private static final int MAX_COMPARED = 240_000;
-  /** RTP timestamp units in a millisecond. */
-  private static final int TICKS = 8;
+  private static final int TICKS = RtpClock.TICKS;
 
   /**
    * A sample and its time of capture.
@@ -75,12 +78,14 @@ final class AudioOutput {
   private Overlap overlap;
   private long windowStart;
   private int windowPackets;
+  /** The least delay of the last packets, since a time. */
+  private long recentDelay;
+  private long recentSince;
   /**
-   * The three least delays in the window, the least one first. A single early packet can be forged: the sound is as
-   * early as three packets agree on, which need not follow each other.
+   * The two least of these delays in the window. Packets that come early at once can be forged: the sound is as early
+   * as packets at two times agree on.
    */
   private long leastDelay;
-  private long secondDelay;
   private long agreedDelay;
   private Object owner;
   /** What a restored output needs to open its file. */
@@ -242,27 +247,35 @@ final class AudioOutput {
 
   /** Compares the place of the next sample with its time of capture. */
   private void align(boolean afterPause, long time) {
+    if (windowStart == NOT_BEGUN) {
+      windowStart = time;
+    }
     long delay = delay(0, time);
-    noteDelay(delay);
-    long least = time - windowStart < FIRST_MILLIS ? delay : Math.max(delay, agreedDelay);
+    noteDelay(delay, time);
+    long agreed = Math.max(delay, agreedDelay);
+    long least = time - windowStart < FIRST_MILLIS ? delay : agreed;
     if (!anchored || afterPause && Math.abs(delay) >= JITTER_MILLIS) {
       anchor(time, false);
     } else if (least < 0 && !lastJoined && !isAside && time - lastTime < SETTLING_MILLIS && -least <= roomBefore()) {
       moveBack(Math.min(-least, MAX_LEAD_MILLIS));
-    } else if (least <= -PAUSE_MILLIS) {
-      cut -= least;
+    } else if (agreed <= -PAUSE_MILLIS) {
+      cut -= agreed;
       anchor(time, false);
     } else {
       followDrift(time);
     }
   }
 
-  private void noteDelay(long delay) {
-    if (delay < agreedDelay) {
-      agreedDelay = Math.max(delay, secondDelay);
-      secondDelay = Math.max(leastDelay, Math.min(delay, secondDelay));
-      leastDelay = Math.min(delay, leastDelay);
+  /** Notes how late a packet is, so that the earliest ones of the window are known. */
+  private void noteDelay(long delay, long time) {
+    if (Math.abs(time - recentSince) < RECENT_MILLIS) {
+      recentDelay = Math.min(delay, recentDelay);
+      return;
     }
+    agreedDelay = Math.min(agreedDelay, Math.max(recentDelay, leastDelay));
+    leastDelay = Math.min(leastDelay, recentDelay);
+    recentDelay = delay;
+    recentSince = time;
   }
 
   /** Returns by how many milliseconds the last stretch can move back without reaching the one before. */
@@ -279,8 +292,8 @@ final class AudioOutput {
     Anchor late = anchors.last();
     anchors.replaceLast(new Anchor(late.sample, late.time - millis, false));
     cacheAnchors();
+    recentDelay += millis;
     leastDelay += millis;
-    secondDelay += millis;
     agreedDelay += millis;
     windowPackets = 0;
   }
@@ -298,8 +311,8 @@ final class AudioOutput {
   private void beginWindow(long time) {
     windowStart = time;
     windowPackets = 0;
+    recentDelay = NO_DELAY;
     leastDelay = NO_DELAY;
-    secondDelay = NO_DELAY;
     agreedDelay = NO_DELAY;
   }
 
@@ -404,6 +417,6 @@ final class AudioOutput {
     setChannel(files.wav(savedFile, name, savedFormat, 0).resume(savedChannel, savedStart, savedSamples));
     cacheAnchors();
     interrupted = true;
-    beginWindow(Long.MIN_VALUE / 2);
+    beginWindow(NOT_BEGUN);
   }
 }

@@ -35,7 +35,7 @@ final class RtpClock {
     return copy;
   }
 
-  /** Adjusts the clock to a packet of the stream. A few packets in a second are enough. */
+  /** Adjusts the clock to a packet of the stream. Once it is settled, a few packets in a second are enough. */
   void follow(RtpPacket packet) {
     if (!packet.codec().isAudio()) {
       return;
@@ -46,7 +46,7 @@ final class RtpClock {
       startedAt = setAt == 0 ? packet.time() : startedAt;
       setAt = packet.time();
       offSince = 0;
-    } else if (delay <= LATE && delay >= (packet.time() - setAt < SETTLING_MILLIS ? -NEAR : -EARLY)) {
+    } else if (delay <= LATE && delay >= (packet.time() - setAt < SETTLING_MILLIS ? -FAR : -EARLY)) {
       base += delay > 0 ? delay / 32 : delay;
       offSince = 0;
     } else if (offSince == 0) {

@@ -31,7 +31,7 @@ final class RtpStream {
   private static final int REMEMBERED = 512;
   /** Capture times that are further apart show that a clock was set. */
   private static final long MAX_BEHIND_MILLIS = 150_000;
-  /** The packets that set the clock: one in 16. */
+  /** The packets that set the clock once it is settled: one in 16. */
   private static final int SAMPLED = 15;
   /** The least time that a lost packet stands for. */
   private static final int MIN_PACKET_MILLIS = 5;
@@ -214,7 +214,12 @@ final class RtpStream {
       return distance == 0 ? continues(packet) : !timestampDecides(packet) || !clock.isOnTime(packet);
     }
     return (!timestampDecides(packet) || !clock.isEarly(packet) && isFarEnough(packet, distance))
-        && (distance <= REORDER_DEPTH || packet.time() - lastTime >= (long) distance * MIN_PACKET_MILLIS);
+        && hadTimeFor(distance, packet);
+  }
+
+  /** Whether the sender had the time for the packets before one. Otherwise it has skipped their numbers. */
+  private boolean hadTimeFor(int distance, RtpPacket packet) {
+    return distance <= REORDER_DEPTH || packet.time() - lastTime >= (long) distance * MIN_PACKET_MILLIS;
   }
 
   /** Whether the timestamp has moved on at least as far as the number. The packets can have become shorter. */
@@ -336,12 +341,16 @@ final class RtpStream {
       timestampBefore = lastTimestamp;
       stepBefore = step;
     }
-    lost += gap > 0 && gap <= MAX_DROPOUT ? gap : lostInOutage(run);
+    lost += gap > 0 && gap <= MAX_DROPOUT && hadTimeFor(gap, run.first()) ? gap : lostInOutage(run);
   }
 
-  /** Whether a packet came before it was due. False when that is not known. */
-  boolean isEarly(RtpPacket packet) {
-    return clock.isEarly(packet);
+  /**
+   * Whether a packet came before it was due. False when that is not known.
+   *
+   * @param goesOn whether it goes on exactly: then it may be early, because the clock can be late
+   */
+  boolean isEarly(RtpPacket packet, boolean goesOn) {
+    return goesOn ? clock.isFarEarly(packet) : clock.isEarly(packet);
   }
 
   /** Whether the timestamp of a packet is later than those before the last jumps, or there was no jump. */
@@ -381,6 +390,7 @@ final class RtpStream {
     return fits && Math.abs(first.time() - lastTime - ticks / RtpClock.TICKS) < MAX_CLOCK_MILLIS ? packets - 1 : 0;
   }
 
+  /** Reads values that the next packet needs; see {@link Track#touch}. */
   long touch() {
     return next;
   }
@@ -443,7 +453,7 @@ final class RtpStream {
     }
     lastAdvance = advance;
     lastTimestamp = timestamp;
-    if ((packet.sequence() & SAMPLED) == 0) {
+    if ((packet.sequence() & SAMPLED) == 0 || !clock.isSettled(packet.time())) {
       clock.follow(packet);
     }
   }

@@ -37,6 +37,8 @@ final class Source {
   private static final int MAX_FITTING = 10 * TRUSTED;
   /** After this number of equal pauses the timestamps rise faster than the sound, as with a clock of 16 kHz. */
   private static final int EVEN = 8;
+  /** Timestamps that a sender takes from its clock jitter: two packets seem to overlap by up to this time. */
+  private static final int MAX_OVERLAPPING = 20 * RtpClock.TICKS;
   /** How early and how late the packet is that takes back what was written in its place. */
   private static final long EARLY_MILLIS = 60;
   /** As many runs wait at a time. */
@@ -272,10 +274,11 @@ final class Source {
       return;
     }
     hold(packet);
-    if (held.size() > MAX_LATE) {
-      write(held.remove(0));
-    } else if (held.size() >= AGREEING && packet.time() - held.get(0).time() >= SETTLING_MILLIS) {
+    if (held.size() >= AGREEING && packet.time() - held.get(0).time() >= SETTLING_MILLIS
+        && (held.size() > MAX_LATE || stayLate(held))) {
       insertPause();
+    } else if (held.size() > MAX_LATE) {
+      write(held.remove(0));
     }
   }
 
@@ -345,6 +348,18 @@ final class Source {
     return (last.timestamp() - first.timestamp()) / TICKS > 2 * (last.time() - first.time());
   }
 
+  /** Whether late packets stay as late or get later. With much jitter most are followed by one that is less late. */
+  private boolean stayLate(List<RtpPacket> late) {
+    long least = Long.MAX_VALUE;
+    int staying = 0;
+    for (int i = late.size() - 1; i >= 0; i--) {
+      long delay = delay(late.get(i));
+      least = Math.min(least, delay);
+      staying += delay - least <= AudioOutput.JITTER_MILLIS ? 1 : 0;
+    }
+    return 2 * staying >= late.size();
+  }
+
   /** Places the late packets where they were captured. */
   private void insertPause() {
     track.note("time stamps stood still during a pause");
@@ -411,8 +426,7 @@ final class Source {
 
   private boolean isAbandoned(AudioOutput other, int rate) {
     return (!yields || other.owner() == this) && writtenBefore.containsKey(other) && !isInUse(other)
-        && !other.channel().full()
-        && other.channel().rate() == rate;
+        && !other.channel().full() && other.channel().rate() == rate;
   }
 
   /** Whether another source has sent to a file at the same time as this one. */
@@ -438,21 +452,26 @@ final class Source {
       ignored++;  // it would take the place of packets from before those that it came with
       return;
     }
+    boolean missing = stream.lost() > lostBefore;
+    int start = packet.timestamp();
     if (pause == 0) {
       fitting = Math.min(fitting + 1, MAX_FITTING);
+    } else if (pause < 0 && pause >= -MAX_OVERLAPPING && !missing && !takesPlace(packet)) {
+      start = expectedTimestamp;  // the next timestamps may be later again
+      pause = 0;
     } else if (pause > 0 ? pause > output.maxPauseAt(packet.time()) * TICKS : !takesPlace(packet)) {
       track.note("timestamp jumps");
       pause = (fitting >= TRUSTED ? output.pauseByClock(packet.time()) : output.pauseUntil(packet.time())) * TICKS;
       fitting = Math.max(0, fitting - TRUSTED);
     }
-    boolean missing = stream.lost() > lostBefore;
     if (isTooFast(pause, missing)) {
       track.note("timestamps rise faster than the sound");
       pause = output.pauseUntil(packet.time()) * TICKS;
     }
     lostBefore = stream.lost();
-    expectedTimestamp = packet.timestamp() + packet.length();
-    output.begin(pause * (packet.codec().rate() / 1000) / TICKS, missing, packet.time(), stream.isEarly(packet));
+    expectedTimestamp = start + packet.length();
+    output.begin(pause * (packet.codec().rate() / 1000) / TICKS, missing, packet.time(),
+        stream.isEarly(packet, pause == 0 && !missing));
     writeSamples(packet, output.channel());
   }
 

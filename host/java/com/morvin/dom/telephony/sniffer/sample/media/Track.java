@@ -45,6 +45,7 @@ public final class Track {
   private static final long PAUSE_MILLIS = 800;
   /** A datagram other than RTP is compared with this number of earlier ones, because it may be delivered again. */
   private static final int COMPARED = 512;
+
   /** The file of both voices of a call. */
   public interface SharedFile {
     /** Returns the channel of this direction for a voice of a format; null when there is none. */
