@@ -509,6 +509,8 @@ final class Source {
     out.writeInt(output != null && output.isOwnedBy(this) ? track.outputs().indexOf(output) : -1);
     out.writeInt(overlap == null ? expectedTimestamp : overlap.knownTimestamp());
     out.writeLong(lostBefore);
+    out.writeLong(evenPause);
+    out.writeByte(even);
     out.writeInt(held.size());
     for (RtpPacket packet : held) {
       packet.save(out);
@@ -522,6 +524,8 @@ final class Source {
     source.savedOutput = in.readInt();
     source.expectedTimestamp = in.readInt();
     source.lostBefore = in.readLong();
+    source.evenPause = in.readLong();
+    source.even = in.readUnsignedByte();
     for (int count = in.readInt(); count > 0; count--) {
       source.hold(RtpPacket.restore(in));
     }
