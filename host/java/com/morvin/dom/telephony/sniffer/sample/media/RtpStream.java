@@ -49,6 +49,9 @@ final class RtpStream {
   /** The most by which an outage differs from the jump of the timestamps. */
   private static final long MAX_CLOCK_MILLIS = 1000;
 
+  /** The next number, the lost packets, the last timestamp and its step. */
+  private record Before(long next, long lost, int timestamp, int step) {}
+
   private final TreeMap<Long, RtpPacket> early = new TreeMap<>();
   /** Sequence numbers and timestamps of the last packets. */
   private final long[] seen = new long[REMEMBERED];
@@ -79,11 +82,8 @@ final class RtpStream {
   private long lost;
   /** Packets with a number that another packet has taken: one of the two is forged. */
   private long contradicted;
-  /** The next number, the lost packets, the timestamp and its step before the last jumps; -1 before that. */
-  private long nextBefore = -1;
-  private long lostBefore;
-  private int timestampBefore;
-  private int stepBefore;
+  /** The state before the last jumps; null before the first one. */
+  private Before before;
   /** The time of the last jump. */
   private long jumped;
 
@@ -112,9 +112,9 @@ final class RtpStream {
     } else if (replaces(packet)) {
       seen[slot] = identity;
       contradicted++;
-      int before = regularBefore;
+      int earlier = regularBefore;
       passOn(packet, inOrder);
-      regular = before;
+      regular = earlier;
     } else if (!isSame(seen[slot], identity) || isTruer(packet)) {
       acceptOther(packet, identity, inOrder);
     } else {
@@ -285,19 +285,21 @@ final class RtpStream {
 
   /** Whether packets continue the stream before the last jumps: its sender has not started over. */
   private boolean isBack(Probation.Run run) {
-    int gap = (short) (run.first().sequence() - (int) nextBefore);
-    return nextBefore >= 0 && gap >= 0 && gap <= MAX_DROPOUT && run.step() == stepBefore
-        && clockBefore.isOnTime(run.last())
-        && run.first().timestamp() - timestampBefore >= (gap + 1) * stepBefore;
+    if (before == null) {
+      return false;
+    }
+    int gap = (short) (run.first().sequence() - (int) before.next);
+    return gap >= 0 && gap <= MAX_DROPOUT && run.step() == before.step && clockBefore.isOnTime(run.last())
+        && run.first().timestamp() - before.timestamp >= (gap + 1) * before.step;
   }
 
   /** Goes on with packets that were on probation. */
   private void follow(Probation.Run run, Consumer<RtpPacket> inOrder) {
     probation.remove(run);
     release(inOrder, early.size());
-    boolean wasForged = nextBefore < 0 && isTruer(run.last());  // it was ahead of its time
+    boolean wasForged = before == null && isTruer(run.last());  // it was ahead of its time
     countLostBefore(run);
-    nextBefore = wasForged ? -1 : nextBefore;
+    before = wasForged ? null : before;
     next = 0x10000L + run.first().sequence();
     first = next;
     step = run.step() > 0 ? run.step() : step;
@@ -329,17 +331,13 @@ final class RtpStream {
     if (gap < 0 && gap >= -MAX_DROPOUT) {
       Arrays.fill(seen, 0);  // the numbers come again
     }
-    long back = next + gap - nextBefore;
     if (isBack(run)) {
-      lost = lostBefore + back;  // the jump was not that of the sender
-      nextBefore = -1;
+      lost = before.lost + next + gap - before.next;  // the jump was not that of the sender
+      before = null;
       return;
     }
-    if (nextBefore < 0 || run.first().time() - jumped >= RtpClock.PATIENCE_MILLIS) {
-      nextBefore = next;
-      lostBefore = lost;
-      timestampBefore = lastTimestamp;
-      stepBefore = step;
+    if (before == null || run.first().time() - jumped >= RtpClock.PATIENCE_MILLIS) {
+      before = new Before(next, lost, lastTimestamp, step);
     }
     lost += gap > 0 && gap <= MAX_DROPOUT && hadTimeFor(gap, run.first()) ? gap : lostInOutage(run);
   }
@@ -355,7 +353,7 @@ final class RtpStream {
 
   /** Whether the timestamp of a packet is later than those before the last jumps, or there was no jump. */
   boolean isSinceJump(RtpPacket packet) {
-    return nextBefore < 0 || packet.timestamp() - timestampBefore > 0;
+    return before == null || packet.timestamp() - before.timestamp > 0;
   }
 
   /** Whether the timestamps have fitted the lengths of the packets. */
