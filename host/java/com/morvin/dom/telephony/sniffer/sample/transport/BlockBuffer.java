@@ -32,8 +32,9 @@ final class BlockBuffer {
       complete = (bytes.get(end + Wire.PROTOCOL) & ~Frame.IPV6) == Frame.CAPTURE_TIME ? complete : next;
       end = next;
     }
-    // Capture times without frames must not fill the buffer.
-    complete = bytes.remaining() < Frame.MAX_LENGTH ? Math.max(complete, end) : complete;
+    if (complete == 0 && bytes.remaining() < Frame.MAX_LENGTH) {
+      complete = end;  // capture times without frames must not fill the buffer
+    }
     if (complete == 0) {
       return null;
     }
