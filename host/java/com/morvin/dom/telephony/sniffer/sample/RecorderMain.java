@@ -165,7 +165,7 @@ public final class RecorderMain {
     try (metrics) {
       if (options.embedded.isEmpty()) {
         try (Transport link = transport(options, console)) {
-          if (options.publish == null && options.consume == null) {
+          if (options.consume == null) {
             service.listen(link);
           }
           warmUp(console);
@@ -207,8 +207,7 @@ public final class RecorderMain {
     if (options.consume != null) {
       return Cluster.load().queue(options.consume, options.queue, console);
     }
-    return options.udp != null ? new UdpTransport(options.udp, console)
-        : new TcpTransport(options.tcp, options.publish != null, console);
+    return options.udp != null ? new UdpTransport(options.udp, console) : new TcpTransport(options.tcp, console);
   }
 
   /** Completes the files before the process ends on a signal. */

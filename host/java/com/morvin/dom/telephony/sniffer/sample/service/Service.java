@@ -94,7 +94,7 @@ public abstract class Service implements CallFollower.Listener {
    * The least age of a frame with a stated time of capture, by sniffer: its clock is behind by no more than that. With
    * a transport that redelivers it is not known; a front has judged the media before.
    */
-  private final Map<Integer, Long> leastAges = new HashMap<>();
+  private final Map<Integer, LeastAge> leastAges = new HashMap<>();
   private final Histogram delays = new Histogram();
   private volatile boolean stopping;
 
@@ -165,7 +165,7 @@ public abstract class Service implements CallFollower.Listener {
    * as they do while the loop is busy. Not for a transport that redelivers, which has to be resumed first.
    */
   public final void listen(Transport link) {
-    listening = new Intake(link, console, clock);
+    listening = new Intake(source(link), console, clock);
   }
 
   /**
@@ -315,7 +315,6 @@ public abstract class Service implements CallFollower.Listener {
   protected final void serve(FrameBlock block) {
     Moment time = now;  // most frames of a block have the same time
     boolean hasIpv6 = sniffers.hasIpv6(block.sniffer());
-    long leastAge = leastAges.getOrDefault(block.sniffer(), Long.MAX_VALUE);
     long delay = 0;
     int count = 0;
     follower.setPresent(currentTime());
@@ -334,21 +333,20 @@ public abstract class Service implements CallFollower.Listener {
       long stamp = cursor.time();
       delay = count == 0 && stamp > 0 ? currentTime() - stamp : delay;
       if (cursor.captured() > 0) {
-        leastAge = Math.min(leastAge, block.timeOfDay() - cursor.captured());
-        follower.setClockError(transport.redelivers() ? Integer.MAX_VALUE : Math.max(0, leastAge));
+        long error = leastAge(block.sniffer()).add(block.timeOfDay() - cursor.captured(), now.steady());
+        follower.setClockError(transport.redelivers() ? Integer.MAX_VALUE : Math.max(0, error));
       }
       time = stamp == time.stamp() ? time : new Moment(now.steady(), stamp);
       handleSafely(cursor, time);
     }
-    setLeastAge(block.sniffer(), leastAge);
     delays.add(Math.max(0, delay), count);
   }
 
-  private void setLeastAge(int sniffer, long age) {
+  private LeastAge leastAge(int sniffer) {
     if (leastAges.size() >= MAX_SNIFFERS) {
       leastAges.keySet().retainAll(transport.sniffers());
     }
-    leastAges.put(sniffer, age);
+    return leastAges.computeIfAbsent(sniffer, any -> new LeastAge());
   }
 
   /** Returns the time by the clock that gave frames their time of capture. */

@@ -6,7 +6,6 @@ import java.net.InetSocketAddress;
 import java.net.ProtocolException;
 import java.net.StandardSocketOptions;
 import java.nio.ByteBuffer;
-import java.nio.channels.ClosedChannelException;
 import java.nio.channels.SelectionKey;
 import java.nio.channels.Selector;
 import java.nio.channels.ServerSocketChannel;
@@ -30,46 +29,23 @@ public final class TcpTransport implements Transport {
 
   private final Console console;
   private final Selector selector = Selector.open();
-  private final InetSocketAddress address;
   private final ServerSocketChannel listener = ServerSocketChannel.open();
   private final Map<Integer, Connection> connections = new ConcurrentHashMap<>();
   private final Queue<FrameBlock> blocks = new ArrayDeque<>();
   private volatile int sessions;
   private volatile boolean hungUp;
-  private boolean received;
+  /** The line for the operator when the port is first read; null afterwards. */
+  private String announcement;
 
   /** Listens on an address; port 0 stands for any free port. */
   public TcpTransport(InetSocketAddress address, Console console) throws IOException {
-    this(address, false, console);
-  }
-
-  /**
-   * Listens on an address.
-   *
-   * @param whenRead whether sniffers can connect only from the first {@link #receive} on. What they send before would
-   *     wait in the socket without a time of capture, which they state for what they have to keep.
-   */
-  public TcpTransport(InetSocketAddress address, boolean whenRead, Console console) throws IOException {
-    this.address = address;
     this.console = console;
+    listener.setOption(StandardSocketOptions.SO_REUSEADDR, true);
     enlargeReceiveBuffer();
-    if (whenRead) {
-      try (ServerSocketChannel trial = ServerSocketChannel.open()) {
-        bind(trial);  // a port that is in use is an error at the start
-      }
-    } else {
-      listen();
-    }
-  }
-
-  private void bind(ServerSocketChannel socket) throws IOException {
-    socket.setOption(StandardSocketOptions.SO_REUSEADDR, true).bind(address);
-  }
-
-  private void listen() throws IOException {
-    bind(listener);
+    listener.bind(address);
     listener.configureBlocking(false);
     listener.register(selector, SelectionKey.OP_ACCEPT);
+    announcement = "waiting for the sniffer on TCP " + Endpoint.of((InetSocketAddress) listener.getLocalAddress());
   }
 
   /**
@@ -98,25 +74,14 @@ public final class TcpTransport implements Transport {
 
   @Override
   public FrameBlock receive(long timeoutMillis) throws IOException {
-    if (!received) {
-      received = true;
-      begin();
+    if (announcement != null) {
+      console.line(announcement);
+      announcement = null;
     }
     if (blocks.isEmpty()) {
       selector.select(this::serve, Math.max(1, timeoutMillis));
     }
     return blocks.poll();
-  }
-
-  private void begin() throws IOException {
-    try {
-      if (!listener.isRegistered()) {
-        listen();
-      }
-      console.line("waiting for the sniffer on TCP " + Endpoint.of((InetSocketAddress) listener.getLocalAddress()));
-    } catch (ClosedChannelException e) {
-      // It was hung up before.
-    }
   }
 
   private void serve(SelectionKey key) {
