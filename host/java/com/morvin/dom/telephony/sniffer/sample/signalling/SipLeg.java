@@ -542,7 +542,8 @@ final class SipLeg extends Leg {
     boolean isFollowedBy(SipMessage message, Moment now) {
       boolean known = message.branch().isEmpty() || !message.to().tag().isEmpty() ? message.cseq() <= invite
           : branches.contains(message.branch());
-      boolean late = now.since(end) < BYE_TIMEOUT_MILLIS && (known || message.cseq() < invite);
+      boolean early = now.since(end) < BYE_TIMEOUT_MILLIS || now.stamp() < end.stamp();
+      boolean late = early && (known || message.cseq() < invite);
       return message.isRequest("INVITE") && !late;
     }
   }
