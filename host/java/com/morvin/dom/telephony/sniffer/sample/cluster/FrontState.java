@@ -27,6 +27,8 @@ import java.util.function.Consumer;
  * the writing is done on the disk thread.
  */
 final class FrontState implements AutoCloseable {
+  /** How long a stop waits for a slow disk: a service manager kills a program that takes longer. */
+  private static final long STOP_MILLIS = 30_000;
   /** What is older than this was not saved: the disk is full or slow. */
   private static final long SAVED_NANOS = TimeUnit.SECONDS.toNanos(5);
 
@@ -234,7 +236,8 @@ final class FrontState implements AutoCloseable {
 
   /** Keeps messages for the next front, and reports how much. Returns the number of messages that are kept. */
   int keep(List<Message> messages) {
-    store.disk().drain();
+    store.disk().drain(STOP_MILLIS);
+    store.disk().hurry();
     try {
       int kept = messages.isEmpty() ? 0 : spool.write(messages);
       if (kept < messages.size()) {

@@ -278,7 +278,7 @@ public final class Disk implements AutoCloseable {
     if (!failing && !(e instanceof LeftOutException)) {
       failing = true;
       failingSince = System.nanoTime();
-      console.line("cannot write to " + directory + ": " + e + "; recordings wait in memory");
+      console.line("cannot write to " + directory + ": " + e + "; what is to be written waits in memory");
     }
   }
 
@@ -331,7 +331,13 @@ public final class Disk implements AutoCloseable {
    * disk thread; see also {@link #hurry}.
    */
   public synchronized void drain() {
-    while (!ended && (busy || !isIdle())) {
+    drain(Long.MAX_VALUE);
+  }
+
+  /** Waits as {@link #drain()} does, at most the given time in milliseconds. */
+  public synchronized void drain(long millis) {
+    long begin = System.nanoTime();
+    while (!ended && (busy || !isIdle()) && System.nanoTime() - begin < TimeUnit.MILLISECONDS.toNanos(millis)) {
       long now = System.nanoTime();
       if (failing && now - failingSince >= PATIENCE_NANOS || hurried && now - hurriedSince >= PATIENCE_NANOS) {
         reportRest();
@@ -345,7 +351,7 @@ public final class Disk implements AutoCloseable {
     int jobs = queues.stream().mapToInt(Deque::size).sum();
     if (jobs > 0 && !restReported) {
       restReported = true;
-      console.line((bytes >> 10) + " KB of recordings in " + Text.count(jobs, "job") + " could not be written in time");
+      console.line((bytes >> 10) + " KB in " + Text.count(jobs, "job") + " could not be written in time");
     }
   }
 

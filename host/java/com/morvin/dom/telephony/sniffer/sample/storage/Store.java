@@ -186,8 +186,8 @@ public final class Store implements AutoCloseable {
     if (!Objects.equals(key, directoryKey)) {
       directoryKey = key;
       replaced++;
-      console.line(directory + " is another folder than before: it was moved or unmounted. What was recorded there, and"
-          + " the sound of the calls that run now, is not in it");
+      console.line(directory + " is another folder than before: it was moved or unmounted. What was written there, and"
+          + " what the files of the calls that run now get, is not in it");
     }
   }
 
