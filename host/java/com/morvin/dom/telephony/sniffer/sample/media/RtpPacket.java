@@ -26,10 +26,14 @@ public final class RtpPacket {
   private int length;
   private Codec codec;
   private long time;
+  private boolean delayed;
   private boolean kept;
 
   /** Shows the packet in a frame. Returns false when the frame holds no RTP packet. */
   public boolean read(FrameCursor frame) {
+    if (delayed != frame.isDelayed()) {
+      delayed = !delayed;
+    }
     return read(frame.bytes(), frame.start(), frame.end());
   }
 
@@ -85,7 +89,12 @@ public final class RtpPacket {
 
   /** Returns a packet that stays as it is. */
   RtpPacket keep() {
-    return kept ? this : kept(Arrays.copyOfRange(bytes, start, end), codec, time);
+    if (kept) {
+      return this;
+    }
+    RtpPacket packet = kept(Arrays.copyOfRange(bytes, start, end), codec, time);
+    packet.delayed = delayed;
+    return packet;
   }
 
   private static RtpPacket kept(byte[] frame, Codec codec, long time) {
@@ -94,6 +103,11 @@ public final class RtpPacket {
     packet.describe(codec, time);
     packet.kept = true;
     return packet;
+  }
+
+  /** Whether the sniffer has stated the time of capture: that is by its clock, which may be behind. */
+  boolean isDelayed() {
+    return delayed;
   }
 
   /** Returns the payload type. */

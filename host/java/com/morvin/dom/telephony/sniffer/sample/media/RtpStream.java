@@ -31,7 +31,10 @@ final class RtpStream {
   private static final int REMEMBERED = 512;
   /** Capture times that are further apart show that a clock was set. */
   private static final long MAX_BEHIND_MILLIS = 150_000;
-  /** The packets that set the clock once it is settled: one in 16. */
+  /**
+   * One packet in this number adjusts the clock once it is settled. The number is odd, so that the packets are of both
+   * ways where packets take two ways in turn.
+   */
   private static final int SAMPLED = 15;
   /** The least time that a lost packet stands for. */
   private static final int MIN_PACKET_MILLIS = 5;
@@ -46,6 +49,8 @@ final class RtpStream {
   /** After this number of packets whose timestamps fit their lengths, the timestamps distinguish forged packets. */
   private static final int REGULAR = 16;
   private static final int MAX_REGULAR = 4 * REGULAR;
+  /** In this time after a timely packet the clock of the sniffer does not show when a delayed one is due. */
+  private static final long TIMELY_MILLIS = 1000;
   /** The most by which an outage differs from the jump of the timestamps. */
   private static final long MAX_CLOCK_MILLIS = 1000;
 
@@ -66,6 +71,8 @@ final class RtpStream {
   private long first = -1;
   /** The time of capture of the last packet that was passed on. */
   private long lastTime;
+  /** The time of the last packet that was not delayed; 0 before that. */
+  private long timelyAt;
   /** The timestamp of the last packet with audio, and by how much it was later than the one before. */
   private int lastTimestamp;
   private int lastAdvance;
@@ -174,7 +181,12 @@ final class RtpStream {
 
   /** Whether the timestamp of a packet can show that it is not of the sender. */
   private boolean timestampDecides(RtpPacket packet) {
-    return regular >= REGULAR && packet.codec().isAudio() && clock.isSettled(packet.time());
+    return regular >= REGULAR && packet.codec().isAudio() && clock.isSettled(packet.time()) && !isOutOfTime(packet);
+  }
+
+  /** Whether the time of a packet does not show when it is due: the clock of its sniffer may be behind. */
+  boolean isOutOfTime(RtpPacket packet) {
+    return packet.isDelayed() && timelyAt > 0 && packet.time() - timelyAt < TIMELY_MILLIS;
   }
 
   /** Whether a packet has exactly the timestamp and the length that are due at a distance from the next one. */
@@ -222,10 +234,15 @@ final class RtpStream {
     return distance <= REORDER_DEPTH || packet.time() - lastTime >= (long) distance * MIN_PACKET_MILLIS;
   }
 
-  /** Whether the timestamp has moved on at least as far as the number. The packets can have become shorter. */
+  /**
+   * Whether the timestamp has moved on at least as far as the number. The packets can have become shorter. Keys that
+   * are sent beside the voice take numbers, but no time of it.
+   */
   private boolean isFarEnough(RtpPacket packet, int distance) {
     int least = Math.min(step, Math.max(packet.length(), MIN_PACKET_MILLIS * RtpClock.TICKS));
-    return !timestampDecides(packet) || packet.timestamp() - lastTimestamp >= (distance + 1) * least;
+    int advance = packet.timestamp() - lastTimestamp;
+    return !timestampDecides(packet) || advance >= (distance + 1) * least
+        || distance <= REORDER_DEPTH && advance >= least && clock.isOnTime(packet);
   }
 
   private void insert(RtpPacket packet, int distance, long identity, Consumer<RtpPacket> inOrder) {
@@ -348,7 +365,7 @@ final class RtpStream {
    * @param goesOn whether it goes on exactly: then it may be early, because the clock can be late
    */
   boolean isEarly(RtpPacket packet, boolean goesOn) {
-    return goesOn ? clock.isFarEarly(packet) : clock.isEarly(packet);
+    return isOutOfTime(packet) || (goesOn ? clock.isFarEarly(packet) : clock.isEarly(packet));
   }
 
   /** Whether the timestamp of a packet is later than those before the last jumps, or there was no jump. */
@@ -430,6 +447,9 @@ final class RtpStream {
 
   private void passOn(RtpPacket packet, Consumer<RtpPacket> inOrder) {
     lastTime = packet.time();
+    if (!packet.isDelayed()) {
+      timelyAt = lastTime;
+    }
     if (packet.codec().isAudio()) {
       noteTimestamp(packet);
     } else {
@@ -451,7 +471,7 @@ final class RtpStream {
     }
     lastAdvance = advance;
     lastTimestamp = timestamp;
-    if ((packet.sequence() & SAMPLED) == 0 || !clock.isSettled(packet.time())) {
+    if ((packet.sequence() % SAMPLED == 0 || !clock.isSettled(packet.time())) && !isOutOfTime(packet)) {
       clock.follow(packet);
     }
   }

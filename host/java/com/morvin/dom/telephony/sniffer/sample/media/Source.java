@@ -259,7 +259,7 @@ final class Source {
   private void playInTime(RtpPacket packet) {
     int pause = pauseBefore(packet);
     long delay = output.delay(pause / TICKS, packet.time());
-    if (pause > 0 && delay <= -AudioOutput.PAUSE_MILLIS) {
+    if (pause > 0 && delay <= -AudioOutput.PAUSE_MILLIS && !stream.isOutOfTime(packet)) {
       holdAhead(packet);
       return;
     }

@@ -101,7 +101,7 @@ public final class Recorder extends Service {
     switch (frame.protocol()) {
       case Frame.SIP, Frame.H323 -> {
         long before = follower.malformed();
-        follower.setDelayed(frame.captured() > 0 && !transport().redelivers());
+        follower.setDelayed(frame.isDelayed());
         follower.signalling(frame.frame(), time);
         countMalformed(follower.malformed() - before);
       }
@@ -333,6 +333,9 @@ public final class Recorder extends Service {
     try {
       if (!restoring.states().isEmpty()) {
         recording.restore(restoring.states(), restoring.files());
+        if (transport().redelivers()) {
+          recording.restartLostNothing();
+        }
       }
     } catch (IOException | RuntimeException e) {
       restoring.files().abandon();

@@ -569,6 +569,12 @@ final class Recording {
     }
   }
 
+  /** States that what was not saved before the restart is delivered again. */
+  void restartLostNothing() {
+    fromCaller.restartLostNothing();
+    fromCallee.restartLostNothing();
+  }
+
   /** Checks that no sound lies outside its file and the call: else a file without end would be written. */
   private void check(List<MediaUse> uses) throws IOException {
     long heard = Math.max(fromCaller.heard(), fromCallee.heard());

@@ -201,6 +201,11 @@ final class Voice {
     foreign = in.readLong();
   }
 
+  /** States that what was not saved before the restart is delivered again. */
+  void restartLostNothing() {
+    heardBefore = 0;
+  }
+
   /** Takes {@link #restore} back, and begins again with a track. */
   void reset(Track empty) {
     track = empty;

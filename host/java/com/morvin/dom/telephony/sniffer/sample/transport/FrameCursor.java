@@ -134,6 +134,11 @@ public final class FrameCursor {
     return captured;
   }
 
+  /** Whether the sniffer has stated the time of capture because the frame has left it late. */
+  public boolean isDelayed() {
+    return captured > 0 && !block.sharesTimes();
+  }
+
   /**
    * Returns the time of capture by the {@link SteadyClock}: the stated time if that is plausible, or else the time when
    * the block was read. When the transport redelivers, returns the time by the clock of the sniffer.
