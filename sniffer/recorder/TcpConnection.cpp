@@ -75,8 +75,9 @@ int TcpConnection::getSocket() {
   // Both failures have the same log text, because log filters of operators depend on it.
   if (setsockopt(sd, SOL_SOCKET, SO_SNDBUF, &size, sizeof size) != 0) logger().warn("Error getsockopt");
   logger().info("Tcp socket send buffer size=" + std::to_string(kSendBufferSize));
-  // Frames are sent in groups. A group must not wait until the recorder has acknowledged the one before.
-  setsockopt(sd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+  // Frames are sent in groups. A group need not wait until the recorder has acknowledged the one before. But smaller
+  // segments fill the send buffer sooner, and without a send timeout a full one loses the connection.
+  if (sendTimeout_.count() > 0) setsockopt(sd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
   return sd;
 }
 
