@@ -1,9 +1,8 @@
 package com.morvin.dom.telephony.sniffer.sample.cluster;
 
+import com.morvin.dom.telephony.sniffer.sample.service.UsesAhead;
 import com.morvin.dom.telephony.sniffer.sample.signalling.Call;
 import com.morvin.dom.telephony.sniffer.sample.signalling.CallFollower;
-import com.morvin.dom.telephony.sniffer.sample.transport.Frame;
-import com.morvin.dom.telephony.sniffer.sample.transport.FrameBlock;
 import com.morvin.dom.telephony.sniffer.sample.transport.FrameCursor;
 
 /**
@@ -12,29 +11,19 @@ import com.morvin.dom.telephony.sniffer.sample.transport.FrameCursor;
  * frames, so that they wait for memory at the same time.
  */
 final class CallsAhead {
-  private final CallFollower follower;
-  private final FrameCursor frame = new FrameCursor(new FrameBlock(new byte[0], 0, 0, 0, 0));
-  private final Call.Use[] uses;
+  private final UsesAhead uses;
   /** Uses what was read, so that the compiler does not leave it out. */
   private long sum;
 
   CallsAhead(CallFollower follower, int most) {
-    this.follower = follower;
-    uses = new Call.Use[most];
+    uses = new UsesAhead(follower, most);
   }
 
   /** Reads the state for the frames from that of a cursor on. */
   void read(FrameCursor from) {
-    int count = 0;
-    frame.begin(from);
-    do {
-      Call.Use use = frame.protocol() == Frame.RTP ? follower.peek(frame.destination()) : null;
-      if (use != null) {
-        uses[count++] = use;
-      }
-    } while (count < uses.length && frame.next());
+    int count = uses.find(from);
     for (int i = 0; i < count; i++) {
-      Call.Use use = uses[i];
+      Call.Use use = uses.get(i);
       sum += use.touch() + (use.call().isOwned() ? 1 : 0)
           + (use.attachment() instanceof CallStream stream ? stream.number : 0);
     }

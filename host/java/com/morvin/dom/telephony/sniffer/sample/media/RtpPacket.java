@@ -105,7 +105,7 @@ public final class RtpPacket {
     return packet;
   }
 
-  /** Whether the sniffer has stated the time of capture: that is by its clock, which may be behind. */
+  /** Whether the sniffer has stated the time of capture: that is by its clock, which may be slow. */
   boolean isDelayed() {
     return delayed;
   }

@@ -184,7 +184,7 @@ final class RtpStream {
     return regular >= REGULAR && packet.codec().isAudio() && clock.isSettled(packet.time()) && !isOutOfTime(packet);
   }
 
-  /** Whether the time of a packet does not show when it is due: the clock of its sniffer may be behind. */
+  /** Whether the time of a packet does not show when it is due: the clock of its sniffer may be slow. */
   boolean isOutOfTime(RtpPacket packet) {
     return packet.isDelayed() && timelyAt > 0 && packet.time() - timelyAt < TIMELY_MILLIS;
   }

@@ -1,10 +1,8 @@
 package com.morvin.dom.telephony.sniffer.sample.recording;
 
 import com.morvin.dom.telephony.sniffer.sample.media.Track;
-import com.morvin.dom.telephony.sniffer.sample.signalling.Call;
+import com.morvin.dom.telephony.sniffer.sample.service.UsesAhead;
 import com.morvin.dom.telephony.sniffer.sample.signalling.CallFollower;
-import com.morvin.dom.telephony.sniffer.sample.transport.Frame;
-import com.morvin.dom.telephony.sniffer.sample.transport.FrameBlock;
 import com.morvin.dom.telephony.sniffer.sample.transport.FrameCursor;
 
 /**
@@ -13,33 +11,23 @@ import com.morvin.dom.telephony.sniffer.sample.transport.FrameCursor;
  * object leads to the next. Here the same step is done for many packets, so that they wait at the same time.
  */
 final class LookAhead {
-  private final CallFollower follower;
-  private final FrameCursor frame = new FrameCursor(new FrameBlock(new byte[0], 0, 0, 0, 0));
-  private final Call.Use[] uses;
+  private final UsesAhead uses;
   private final Track[] tracks;
   /** Uses what was read, so that the compiler does not leave it out. */
   private long sum;
 
   LookAhead(CallFollower follower, int most) {
-    this.follower = follower;
-    uses = new Call.Use[most];
+    uses = new UsesAhead(follower, most);
     tracks = new Track[most];
   }
 
   /** Reads the state for the frames from that of a cursor on. */
   void read(FrameCursor from) {
-    int count = 0;
-    frame.begin(from);
-    do {
-      Call.Use use = frame.protocol() == Frame.RTP ? follower.peek(frame.destination()) : null;
-      if (use != null) {
-        uses[count++] = use;
-      }
-    } while (count < uses.length && frame.next());
+    int count = uses.find(from);
     int voices = 0;
     for (int i = 0; i < count; i++) {
-      sum += uses[i].touch();
-      if (uses[i].attachment() instanceof Voice voice) {
+      sum += uses.get(i).touch();
+      if (uses.get(i).attachment() instanceof Voice voice) {
         tracks[voices++] = voice.track;
       }
     }

@@ -91,7 +91,7 @@ public abstract class Service implements CallFollower.Listener {
   private MetricsFile metrics;
   private long lastMetrics;
   /**
-   * The least age of a frame with a stated time of capture, by sniffer: its clock is behind by no more than that. With
+   * The least age of a frame with a stated time of capture, by sniffer: its clock is slow by no more than that. With
    * a transport that redelivers it is not known; a front has judged the media before.
    */
   private final Map<Integer, LeastAge> leastAges = new HashMap<>();
@@ -333,8 +333,7 @@ public abstract class Service implements CallFollower.Listener {
       long stamp = cursor.time();
       delay = count == 0 && stamp > 0 ? currentTime() - stamp : delay;
       if (cursor.captured() > 0) {
-        long error = leastAge(block.sniffer()).add(block.timeOfDay() - cursor.captured(), now.steady());
-        follower.setClockError(transport.redelivers() ? Integer.MAX_VALUE : Math.max(0, error));
+        follower.setClockError(transport.redelivers() ? Integer.MAX_VALUE : clockError(block));
       }
       time = stamp == time.stamp() ? time : new Moment(now.steady(), stamp);
       handleSafely(cursor, time);
@@ -342,11 +341,13 @@ public abstract class Service implements CallFollower.Listener {
     delays.add(Math.max(0, delay), count);
   }
 
-  private LeastAge leastAge(int sniffer) {
+  /** Returns by how much the clock of a sniffer may be slow, in milliseconds. The frame of the cursor counts. */
+  private long clockError(FrameBlock block) {
     if (leastAges.size() >= MAX_SNIFFERS) {
       leastAges.keySet().retainAll(transport.sniffers());
     }
-    return leastAges.computeIfAbsent(sniffer, any -> new LeastAge());
+    LeastAge ages = leastAges.computeIfAbsent(block.sniffer(), any -> new LeastAge());
+    return Math.max(0, ages.add(block.timeOfDay() - cursor.captured(), now.steady()));
   }
 
   /** Returns the time by the clock that gave frames their time of capture. */

@@ -354,7 +354,7 @@ public final class CallFollower {
 
   /**
    * Sets by how much the next frames may be newer than their stamps say, because the clock of their sniffer may be
-   * behind.
+   * slow.
    */
   public void setClockError(long millis) {
     destinations.setClockError(millis);
