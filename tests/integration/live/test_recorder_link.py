@@ -331,7 +331,7 @@ class RecorderLink(TestCase):
             return int.from_bytes(frame[17:19], "big") if frame[2] == RTP else int(frame[27:].split(b"@")[0])
 
         def has(recorder, *last):
-            # The recall of a destination may still wait, so its media may come behind all signalling.
+            # While the recall of a destination waits, its media comes after all signalling.
             recorder.wait(lambda frames: {*last} <= {*frames[-210:]}, "the last frames on the wire")
 
         for dies, again in ((0, 0), (1, 0), (0, 100), (1, 100)):
