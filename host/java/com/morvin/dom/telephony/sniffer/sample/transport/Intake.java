@@ -19,9 +19,8 @@ public final class Intake implements AutoCloseable {
   private static final long MAX_BYTES = 64L << 20;
   /** Approximate memory of a block in addition to its frames, in bytes. */
   private static final int OVERHEAD = 100;
-  /** After a smaller block the reader pauses, so that the next one has more frames. */
+  /** A larger block need not have all frames that waited when it was read. */
   private static final int SMALL_BYTES = 128 << 10;
-  private static final long PAUSE_MILLIS = 4;
   private static final long POLL_MILLIS = 200;
 
   private final Transport transport;
@@ -101,14 +100,21 @@ public final class Intake implements AutoCloseable {
   }
 
   private void read() {
+    ReadPause pause = new ReadPause();
     try {
       while (!isClosed()) {
         FrameBlock block = transport.receive(POLL_MILLIS);
-        if (block != null) {
-          add(transport.redelivers() ? block : block.readBy(clock));
-          if (!transport.redelivers()) {
-            pauseAfter(block);  // the front has filled its messages already
-          }
+        if (block == null) {
+          continue;
+        }
+        if (transport.redelivers()) {
+          add(block);  // a front has filled its messages already
+          continue;
+        }
+        add(block.readBy(clock));
+        pause.read(block.length());
+        if (!transport.hasBlock()) {
+          pause.await();
         }
       }
     } catch (IOException e) {
@@ -123,12 +129,6 @@ public final class Intake implements AutoCloseable {
   /** Whether the block has all frames that waited when it was read. */
   public static boolean isSmall(FrameBlock block) {
     return block.length() < SMALL_BYTES;
-  }
-
-  private static void pauseAfter(FrameBlock block) throws InterruptedException {
-    if (isSmall(block)) {
-      Thread.sleep(PAUSE_MILLIS);
-    }
   }
 
   private synchronized boolean isClosed() {

@@ -84,6 +84,11 @@ public final class TcpTransport implements Transport {
     return blocks.poll();
   }
 
+  @Override
+  public boolean hasBlock() {
+    return !blocks.isEmpty();
+  }
+
   private void serve(SelectionKey key) {
     if (key.isValid() && key.isAcceptable()) {
       accept();

@@ -21,6 +21,11 @@ public interface Transport extends Closeable {
    */
   FrameBlock receive(long timeoutMillis) throws IOException, InterruptedException;
 
+  /** Whether {@link #receive} returns at once, with frames that came together with the last ones. */
+  default boolean hasBlock() {
+    return false;
+  }
+
   /**
    * Sends a complete command to a sniffer without waiting. Does nothing when the sniffer has gone. The command may wait
    * for {@link #flush}, so that several need only one system call.

@@ -93,6 +93,11 @@ public final class UdpTransport implements Transport {
     return blocks.poll();
   }
 
+  @Override
+  public boolean hasBlock() {
+    return !blocks.isEmpty();
+  }
+
   /** Reads the waiting datagrams, at most one block of them. Returns false when there is none. */
   private boolean read() throws IOException {
     Sniffer last = null;
