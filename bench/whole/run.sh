@@ -10,6 +10,7 @@
 # Needs root, iproute2 and ethtool. It makes two network namespaces and removes them. Environment: WHOLE_SECONDS (30) is
 # the length of a call, WHOLE_OUT the folder for the recordings of the last run (a temporary one), WHOLE_JAVA (-Xmx1g)
 # the options of Java, WHOLE_RECORDER further options of the recorder, WHOLE_SETTINGS further settings of the sniffer.
+# With WHOLE_COMPARE=yes each file is compared with what was sent.
 set -euo pipefail
 export LC_ALL=C
 
@@ -139,6 +140,7 @@ measure() {  # CALLS: true when nothing was lost; prints a line
     "$(awk "BEGIN {printf \"%.1f\", ($(written "$recorder") - $before_written) / 1e6 / $took}")" \
     "$sniffer_memory + $(megabytes "$recorder")" "$((media - good))" "$((calls - rows))"
   stop
+  if [ "${WHOLE_COMPARE:-}" = yes ]; then "$here/compare_recordings.py" "$out" "$seconds" || lost=unknown; fi
   if awk "BEGIN {exit !($took > $seconds * 4 / 3 * 1.05)}"; then echo "The sender was too slow: $took s" >&2; fi
   [ "$rows" = "$calls" ] && [ "$good" = "$media" ] && [ "$lost" = 0 ]
 }
