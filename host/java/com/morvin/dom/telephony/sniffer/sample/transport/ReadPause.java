@@ -4,8 +4,9 @@ import java.util.concurrent.TimeUnit;
 import java.util.concurrent.locks.LockSupport;
 
 /**
- * The pause of a reader before it reads again, so that more frames come in one block. It goes by the rate of the frames:
- * a sniffer sends at most 117 KiB that have not been read, and must not wait for the reader. Belongs to one thread.
+ * The pause of a reader before it reads again, so that more frames come in one block. It goes by the rate of what
+ * comes: a sniffer sends at most 117 KiB that have not been read, and must not wait for the reader. Belongs to one
+ * thread.
  */
 final class ReadPause {
   /** What comes from one sniffer in a pause. */
