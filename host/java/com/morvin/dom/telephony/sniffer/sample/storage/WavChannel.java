@@ -229,8 +229,18 @@ public final class WavChannel {
     if (block == null) {
       return null;
     }
-    Piece piece = new Piece(this, block, filled, start + samples - pending);
+    Piece piece = new Piece(this, collected(), filled, start + samples - pending);
     block = null;
     return piece;
+  }
+
+  /** Returns the collected bytes. A short piece gets an array of its length: thousands may wait for the disk. */
+  private byte[] collected() {
+    if (filled > block.length / 2) {
+      return block;
+    }
+    byte[] bytes = Arrays.copyOf(block, filled);
+    file.give(block);
+    return bytes;
   }
 }

@@ -116,6 +116,11 @@ public final class WavFile extends StoredFile {
     return store.blocks().take(format.bytesPerSecond());
   }
 
+  /** Takes back a block that nothing refers to any more. */
+  void give(byte[] block) {
+    store.blocks().give(block);
+  }
+
   /** Whether there is content: the file is created before all that is queued for the disk from now on. */
   public boolean hasBegun() {
     return begun;
@@ -191,7 +196,7 @@ public final class WavFile extends StoredFile {
       }
     }
     writeHeader(file);
-    pieces.forEach(piece -> store.blocks().give(piece.block()));
+    pieces.forEach(piece -> give(piece.block()));
   }
 
   private static long from(List<WavChannel.Piece> pieces) {

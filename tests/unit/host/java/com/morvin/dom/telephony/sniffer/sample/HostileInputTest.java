@@ -10,6 +10,10 @@ import com.morvin.dom.telephony.sniffer.sample.signalling.CallFollower;
 import com.morvin.dom.telephony.sniffer.sample.signalling.Moment;
 import com.morvin.dom.telephony.sniffer.sample.signalling.Share;
 import com.morvin.dom.telephony.sniffer.sample.storage.Disk;
+import com.morvin.dom.telephony.sniffer.sample.storage.Encoding;
+import com.morvin.dom.telephony.sniffer.sample.storage.Store;
+import com.morvin.dom.telephony.sniffer.sample.storage.WavChannel;
+import com.morvin.dom.telephony.sniffer.sample.storage.WavFile;
 import com.morvin.dom.telephony.sniffer.sample.transport.Address;
 import com.morvin.dom.telephony.sniffer.sample.transport.Endpoint;
 import com.morvin.dom.telephony.sniffer.sample.transport.Frame;
@@ -252,13 +256,7 @@ final class HostileInputTest {
       CountDownLatch stalled = new CountDownLatch(1);
       Queue<Integer> written = new ConcurrentLinkedQueue<>();
       Queue<Integer> dropped = new ConcurrentLinkedQueue<>();
-      try (Disk disk = new Disk(directory, 100_000, new Console(System.out, false), bytes -> {
-        try {
-          stalled.await();
-        } catch (InterruptedException e) {
-          throw new IOException(e);
-        }
-      })) {
+      try (Disk disk = new Disk(directory, 100_000, new Console(System.out, false), bytes -> awaitIn(stalled))) {
         disk.submit(() -> { });  // keeps the disk thread busy
         for (int i = 0; i < 10; i++) {
           int number = i;
@@ -280,6 +278,35 @@ final class HostileInputTest {
       that(dropped.contains(9) && dropped.contains(105) && written.contains(219), "the oldest go: " + dropped);
       that(written.size() >= 20 && written.size() <= 26, "" + written);
     });
+  }
+
+  /** Media with many gaps comes in pieces that are much shorter than a second. Thousands wait for a stalled disk. */
+  void testShortPiecesTakeLittleMemory() throws Exception {
+    Testing.inDirectory(directory -> {
+      CountDownLatch stalled = new CountDownLatch(1);
+      int pieces = 50_000;  // half a gigabyte, if each took the memory of a second
+      WavChannel channel;
+      try (Store store = new Store(directory, new Console(System.out, false), bytes -> awaitIn(stalled))) {
+        WavFile file = store.wav("short", new WavFile.Format(Encoding.A_LAW, 8000, 1), 0);
+        channel = file.take(0);
+        byte[] octets = new byte[80];
+        for (int i = 0; i < pieces; i++) {
+          channel.write(octets, 0, octets.length, Encoding.A_LAW);
+          file.flush();
+        }
+        stalled.countDown();
+      }
+      equal(channel.samples(), 80L * pieces);
+      equal(channel.missing(), 0L);
+    });
+  }
+
+  private static void awaitIn(CountDownLatch latch) throws IOException {
+    try {
+      latch.await();
+    } catch (InterruptedException e) {
+      throw new IOException(e);
+    }
   }
 
   /** An error, such as a lack of memory, ends the process: it is neither hidden nor waited for. */
