@@ -4,8 +4,6 @@ import java.io.DataInput;
 import java.io.DataOutput;
 import java.io.IOException;
 import java.util.Arrays;
-import java.util.Map;
-import java.util.TreeMap;
 import java.util.function.Consumer;
 import java.util.function.Supplier;
 
@@ -57,7 +55,7 @@ final class RtpStream {
   /** The next number, the lost packets, the last timestamp and its step. */
   private record Before(long next, long lost, int timestamp, int step) {}
 
-  private final TreeMap<Long, RtpPacket> early = new TreeMap<>();
+  private final EarlyPackets early = new EarlyPackets();
   /** Sequence numbers and timestamps of the last packets. */
   private final long[] seen = new long[REMEMBERED];
   /** The size of {@code early}: a packet in order need not touch it. */
@@ -268,7 +266,7 @@ final class RtpStream {
     waiting = early.size();
     seen[slot] = identity;
     received++;
-    while (!early.isEmpty() && (early.firstKey() == next ? first >= 0 || waiting >= START : waiting > REORDER_DEPTH)) {
+    while (waiting > 0 && (early.firstNumber() == next ? first >= 0 || waiting >= START : waiting > REORDER_DEPTH)) {
       release(inOrder);
     }
   }
@@ -432,17 +430,18 @@ final class RtpStream {
   }
 
   private void release(Consumer<RtpPacket> inOrder) {
-    Map.Entry<Long, RtpPacket> earliest = early.pollFirstEntry();
+    long number = early.firstNumber();
+    RtpPacket earliest = early.removeFirst();
     waiting = early.size();
-    if (first >= 0 && !continues(earliest.getValue())) {
+    if (first >= 0 && !continues(earliest)) {
       received--;
       contradicted++;  // the packets before it have shown that it does not belong there
       return;
     }
-    lost += earliest.getKey() - next;
-    next = earliest.getKey() + 1;
-    first = first < 0 ? earliest.getKey() : first;
-    passOn(earliest.getValue(), inOrder);
+    lost += number - next;
+    next = number + 1;
+    first = first < 0 ? number : first;
+    passOn(earliest, inOrder);
   }
 
   private void passOn(RtpPacket packet, Consumer<RtpPacket> inOrder) {
@@ -483,7 +482,7 @@ final class RtpStream {
 
   /** Returns the time of capture of the last packet, with those that wait for an earlier one. */
   long lastHeard() {
-    return waiting == 0 ? lastTime : Math.max(lastTime, early.lastEntry().getValue().time());
+    return waiting == 0 ? lastTime : Math.max(lastTime, early.last().time());
   }
 
   /** Returns the number of received packets without duplicates. */
@@ -509,11 +508,7 @@ final class RtpStream {
     out.writeLong(received);
     out.writeLong(lost);
     out.writeLong(ignored());
-    out.writeInt(early.size());
-    for (Map.Entry<Long, RtpPacket> entry : early.entrySet()) {
-      out.writeLong(entry.getKey());
-      entry.getValue().save(out);
-    }
+    early.save(out);
   }
 
   void restore(DataInput in) throws IOException {
@@ -524,9 +519,7 @@ final class RtpStream {
     received = in.readLong();
     lost = in.readLong();
     probation.restore(in.readLong());
-    for (int count = in.readInt(); count > 0; count--) {
-      early.put(in.readLong(), RtpPacket.restore(in));
-    }
+    early.restore(in);
     waiting = early.size();
     lastTimestamp = (int) seen[(int) (next - 1) & REMEMBERED - 1];
   }

@@ -205,17 +205,18 @@ public final class WavChannel {
     return block.length - filled;
   }
 
-  /** Appends silent samples. */
+  /** Appends silent samples. The disk thread fills the part between two blocks. */
   public void silence(long length) {
     long bytes = length * sampleBytes;
     if (block != null && bytes <= block.length - filled) {
       Arrays.fill(block, filled, filled + (int) bytes, encoding.silence);
       advance((int) bytes);
-    } else {
-      // The disk thread fills the part between two blocks.
-      file.pass();
-      samples += length;
+      return;
     }
+    if (block != null) {
+      file.pass();
+    }
+    samples += length;
   }
 
   /**

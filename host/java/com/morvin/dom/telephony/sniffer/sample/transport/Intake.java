@@ -72,7 +72,7 @@ public final class Intake implements AutoCloseable {
       notifyAll();
     }
     FrameBlock block = take(oldest());
-    if (overloaded && bytes < maxBytes / 2) {
+    if (overloaded && bytes < maxBytes / 4) {
       recover();
     }
     return block;
@@ -139,12 +139,22 @@ public final class Intake implements AutoCloseable {
     while (transport.redelivers() && bytes >= maxBytes && !closed) {
       wait();
     }
-    while (bytes >= maxBytes) {
-      drop();
+    if (bytes >= maxBytes) {
+      makeRoom();
     }
     blocks.add(block);
     bytes += sizeOf(block);
     notifyAll();
+  }
+
+  /**
+   * Drops the older half of the media. A voice that loses many packets together costs the recorder less than one that
+   * loses a few again and again, so the recorder catches up.
+   */
+  private void makeRoom() {
+    while (bytes >= maxBytes || bytes > maxBytes / 2 && !blocks.isEmpty()) {
+      drop();
+    }
   }
 
   private void drop() {
