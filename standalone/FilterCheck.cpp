@@ -4,6 +4,7 @@
 #include <pcap/pcap.h>
 
 #include <algorithm>
+#include <cctype>
 #include <cstdint>
 #include <set>
 
@@ -120,7 +121,7 @@ const Need kNeeds[] = {
      "Decapsulate",
      {{kIpv4, IPPROTO_GRE}, {kIpv4, IPPROTO_IPIP}, {kIpv4, IPPROTO_IPV6}, {kMpls}, {kPppoe}},  // and those over UDP
      "all tunnels; add the one that the mirror uses, such as \"or udp port 4789\" (VXLAN), \"or proto gre\", \"or "
-     "mpls\""},
+     "ether proto 0x8847\" (MPLS)"},
     {&Settings::ipv6,
      "IPv6",
      {{kIpv6, IPPROTO_UDP}, {kIpv6, IPPROTO_TCP}},
@@ -146,6 +147,62 @@ std::vector<std::string> warnings(const bpf_program& program, const Candidates& 
   return texts;
 }
 
+/// A word after which all of a filter applies behind a header, whatever joins it.
+struct Shift {
+  const char* word;
+  const char* advice;
+};
+
+const Shift kShifts[] = {
+    {"vlan", "write the part with \"vlan\" last"},
+    {"mpls", "write \"ether proto 0x8847\" instead"},
+    {"pppoes", "write \"ether proto 0x8864\" instead"},
+};
+
+/// Returns the words of a filter, with each parenthesis as a word.
+std::vector<std::string> wordsOf(const std::string& filter) {
+  std::vector<std::string> words(1);
+  for (const char c : filter) {
+    const bool isParenthesis = c == '(' || c == ')';
+    if ((isParenthesis || std::isspace(static_cast<unsigned char>(c)) != 0) && !words.back().empty()) {
+      words.emplace_back();
+    }
+    if (isParenthesis) {
+      words.back() = c;
+      words.emplace_back();
+    } else if (std::isspace(static_cast<unsigned char>(c)) == 0) {
+      words.back() += c;
+    }
+  }
+  return words;
+}
+
+/// Whether an alternative to the part of the filter with the word at `index` follows it.
+bool hasAlternativeAfter(const std::vector<std::string>& words, std::size_t index) {
+  int depth = 0;
+  for (std::size_t i = index + 1; i < words.size(); ++i) {
+    depth += words[i] == "(" ? 1 : words[i] == ")" ? -1 : 0;
+    if (depth <= 0 && (words[i] == "or" || words[i] == "||")) return true;
+  }
+  return false;
+}
+
+std::vector<std::string> shiftWarnings(const std::string& filter) {
+  std::vector<std::string> texts;
+  const std::vector<std::string> words = wordsOf(filter);
+  for (const Shift& shift : kShifts) {
+    for (std::size_t i = 0; i < words.size(); ++i) {
+      if (words[i] != shift.word || !hasAlternativeAfter(words, i)) continue;
+      texts.push_back(std::string("all of the filter after \"") + shift.word +
+                      "\" looks behind that header, also what "
+                      "follows \"or\"; " +
+                      shift.advice);
+      break;
+    }
+  }
+  return texts;
+}
+
 }  // namespace
 
 std::vector<std::string> checkFilter(const char* filter, const Settings& settings) {
@@ -154,6 +211,8 @@ std::vector<std::string> checkFilter(const char* filter, const Settings& setting
   bpf_program program{};
   if (pcap_compile(ethernet, &program, filter, 0, 0) == 0) {
     texts = warnings(program, Candidates(filter), settings);
+    const std::vector<std::string> shifts = shiftWarnings(filter);
+    texts.insert(texts.end(), shifts.begin(), shifts.end());
     pcap_freecode(&program);
   }
   pcap_close(ethernet);

@@ -43,6 +43,7 @@ std::unique_ptr<TcpConnection> newTcp(const char* host, int port, const Settings
   connection->setIpv6(settings.ipv6);
   connection->setSendTimeout(std::chrono::milliseconds(settings.sendTimeout));
   connection->setReportsEachLoss(settings.lookBack > 0 && settings.resendLast > 0);
+  connection->setClosesAttempts(!settings.moreRecorders.empty());  // a Java process makes them for each main loop
   return connection;
 }
 

@@ -91,8 +91,11 @@ jint JNICALL Java_com_morvin_dom_telephony_sniffer_EmbeddedPacketChannel_sendReq
   std::uint8_t wire[SnifferRequest::kIpv6WireLength];
   env->GetByteArrayRegion(buffer, 0, SnifferRequest::kWireLength, reinterpret_cast<jbyte*>(wire));
   SnifferRequest request = SnifferRequest::fromWire(wire);
-  if (SnifferRequest::wireLength(wire[0], EmbeddedConnection::dft()->takesIpv6()) > SnifferRequest::kWireLength) {
-    if (length < SnifferRequest::kIpv6WireLength) return 0;
+  // The command may wait for a main loop, whose settings decide whether it has an effect.
+  const bool isIpv6 = SnifferRequest::wireLength(wire[0], true) > SnifferRequest::kWireLength;
+  if (isIpv6 && length < SnifferRequest::kIpv6WireLength) {
+    if (EmbeddedConnection::dft()->takesIpv6()) return 0;
+  } else if (isIpv6) {
     env->GetByteArrayRegion(buffer, 0, SnifferRequest::kIpv6WireLength, reinterpret_cast<jbyte*>(wire));
     request = SnifferRequest::fromIpv6Wire(wire);
   }

@@ -168,6 +168,7 @@ bool EmbeddedConnection::receiveRequest(SnifferRequest& request) {
   request = requestQueue_.front();
   requestQueue_.pop_front();
   requestsWaiting_ = requestQueue_.size();
+  if (!ipv6_) request.hasIpv6 = false;  // the command has no effect
   return true;
 }
 

@@ -354,9 +354,9 @@ void TcpConnection::closeConnection() {
   // A thread that waits for space wakes up and closes the socket itself.
   if (connected_ && waitingForRoom_) shutdown(clientSd_, SHUT_RDWR);
   if (connected_ && !waitingForRoom_) close(clientSd_);
+  if (!connected_ && closesAttempts_ && clientSd_ != -1) close(clientSd_);
   connected_ = false;
   isConnecting_ = false;
-  // A socket that is still connecting is abandoned without a close.
   clientSd_ = -1;
   logger().info("Connection to Recorder closed.");
 }

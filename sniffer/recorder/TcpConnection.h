@@ -42,6 +42,10 @@ class TcpConnection : public BaseConnection, private voip::StreamSocket {
   /// before the first use.
   void setReportsEachLoss(bool on) { reportsEachLoss_ = on; }
 
+  /// Sets whether closeConnection() also closes a socket that is still connecting. Otherwise it stays open until the
+  /// process ends. To be called before the first use.
+  void setClosesAttempts(bool on) { closesAttempts_ = on; }
+
   /// Sets whether commands may have IPv6 addresses. To be called before the first use.
   void setIpv6(bool on);
 
@@ -112,6 +116,7 @@ class TcpConnection : public BaseConnection, private voip::StreamSocket {
   voip::Statistics* statistics_ = nullptr;
   std::chrono::milliseconds sendTimeout_{0};
   bool reportsEachLoss_ = false;
+  bool closesAttempts_ = false;
   voip::SocketAddress serverAddr_;
   const int serverPort_;
   const char* const serverHost_;

@@ -206,6 +206,15 @@ TEST(Embedded, QueuesFramesAndCommandsInOrder) {
   ASSERT_EQ(carriedOut.size(), 5000U);
   EXPECT_TRUE(std::is_sorted(carriedOut.begin(), carriedOut.end()));
 
+  // The setting at the time when a command is carried out decides whether its IPv6 address counts.
+  SnifferRequest ipv6(SnifferRequest::kAddIpv6Destination, IpAddress(), 5000);
+  for (const bool isOn : {false, true}) {
+    connection.sendRequest(ipv6);
+    connection.setIpv6(isOn);
+    EXPECT_TRUE(connection.receiveRequest(request));
+    EXPECT_EQ(request.hasIpv6, isOn);
+  }
+
   connection.sendRequest(request);
   connection.sendPacket(first.data(), 3);
   connection.closeConnection();

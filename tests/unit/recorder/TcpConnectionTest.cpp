@@ -6,6 +6,8 @@
 #include <atomic>
 #include <cerrno>
 #include <deque>
+#include <filesystem>
+#include <iterator>
 
 #include "support/Loopback.h"
 #include "support/TestLog.h"
@@ -120,6 +122,22 @@ TEST_F(Tcp, ALaterSendCompletesAConnectInProgress) {
   const Loopback peer = narrow.accept();
   EXPECT_TRUE(eventually([&] { return second.sendPacket(data.data(), 100) == 100; }));
   EXPECT_EQ(narrow.accept().read(100).size(), 100U);
+}
+
+// The main loops of a Java process make connections again and again.
+TEST_F(Tcp, LeavesNoSocketOfAnAttemptWhereItClosesThem) {
+  const auto openFiles = [] {
+    return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), std::filesystem::directory_iterator());
+  };
+  const auto before = openFiles();
+  for (const bool closes : {true, false}) {
+    {
+      TcpConnection unfinished(kHost, 1);
+      unfinished.setClosesAttempts(closes);
+      unfinished.tcpConnect();
+    }
+    EXPECT_EQ(openFiles() == before, closes);
+  }
 }
 
 TEST_F(Tcp, KeepsConnectedWithoutAFrameAndReportsALossFirst) {
