@@ -157,7 +157,7 @@ class Call:
         self.legs = [(f"call-{number}", [self.ends[0], self.address(3) if managed else self.ends[1]])]
 
     def address(self, side):
-        text = f"2001:db8:{side}::{self.number:x}" if self.ipv6 else f"10.{side}.0.{self.number}"
+        text = f"2001:db8:{side}::{self.number:x}" if self.ipv6 else f"10.{side}.{self.number >> 8}.{self.number & 255}"
         return socket.inet_pton(self.family(), text) + struct.pack("!H", 4000)
 
     def family(self):
@@ -488,7 +488,7 @@ class OneBroker(Cluster):
         self.make_queues(3)
         self.hears("front", r"voip-calls\.2")
         self.recorder(3)
-        self.calls = self.calls + self.begin(range(189, 213))  # so many that the new recorder has one of them
+        self.calls = self.calls + self.begin(range(301, 325))  # so many that the new recorder has one of them
 
     def the_queues_are_lost_with_their_generation(self):
         """The queues are empty when the broker loses all that it has. They are made anew in another generation."""

@@ -32,6 +32,8 @@ final class BlockKeeper {
   /** Whether nothing is written until {@link #retry}, because the last block could not be written. */
   private boolean pausing;
   private boolean closing;
+  /** Whether the thread writes no more. An error that ends it may keep it until the process has ended. */
+  private boolean ended;
   /** Whether the operator has read that blocks cannot be kept, and the System.nanoTime when the last one could not. */
   private boolean failing;
   private long failedAt;
@@ -96,6 +98,11 @@ final class BlockKeeper {
       }
     } catch (InterruptedException e) {
       // Nobody interrupts the thread.
+    } finally {
+      synchronized (this) {
+        ended = true;
+        notifyAll();
+      }
     }
   }
 
@@ -160,17 +167,23 @@ final class BlockKeeper {
     failing = true;
   }
 
+  private synchronized void awaitEnd() {
+    try {
+      while (thread.isAlive() && !ended) {
+        wait();
+      }
+    } catch (InterruptedException e) {
+      Thread.currentThread().interrupt();
+    }
+  }
+
   /** Stops the thread, and removes all blocks. Nothing can be kept afterwards. */
   void clear() throws IOException {
     synchronized (this) {
       closing = true;
       notifyAll();
     }
-    try {
-      thread.join();
-    } catch (InterruptedException e) {
-      Thread.currentThread().interrupt();
-    }
+    awaitEnd();
     log.clear();
   }
 }

@@ -234,13 +234,14 @@ final class RtpStream {
 
   /**
    * Whether the timestamp has moved on at least as far as the number. The packets can have become shorter. Keys that
-   * are sent beside the voice take numbers, but no time of it.
+   * are sent beside the voice take numbers, but no time of it. Packets that wait for a lost one are among those that it
+   * is ahead of.
    */
   private boolean isFarEnough(RtpPacket packet, int distance) {
     int least = Math.min(step, Math.max(packet.length(), MIN_PACKET_MILLIS * RtpClock.TICKS));
     int advance = packet.timestamp() - lastTimestamp;
     return !timestampDecides(packet) || advance >= (distance + 1) * least
-        || distance <= REORDER_DEPTH && advance >= least && clock.isOnTime(packet);
+        || distance <= 2 * REORDER_DEPTH && advance >= least && clock.isOnTime(packet);
   }
 
   private void insert(RtpPacket packet, int distance, long identity, Consumer<RtpPacket> inOrder) {

@@ -103,6 +103,11 @@ final class Claim {
     return true;
   }
 
+  /** Has the fit of the stream computed again: the signalling has changed. */
+  void described() {
+    nextCheck = NEVER;
+  }
+
   /** Whether a frame continues the stream that was received last. That may have paused while the call goes on. */
   boolean isContinuedBy(FrameCursor frame, Moment now) {
     return isStream(frame)

@@ -136,6 +136,8 @@ final class Destinations {
     before.keySet().stream().filter(endpoint -> !wanted.containsKey(endpoint))
         .forEach(endpoint -> withdraw(own, endpoint, call, now));
     own.findHosts();
+    Stream.concat(wanted.keySet().stream(), own.withdrawn.keySet().stream()).map(entries::get)
+        .filter(Objects::nonNull).map(entry -> entry.claim(call)).filter(Objects::nonNull).forEach(Claim::described);
   }
 
   /** Returns the direction of a use. A message does not exchange the parties of a call once their media flows. */

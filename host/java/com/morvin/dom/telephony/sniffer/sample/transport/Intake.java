@@ -39,6 +39,8 @@ public final class Intake implements AutoCloseable {
   private boolean overloaded;
   private IOException failure;
   private boolean closed;
+  /** Whether the thread reads no more. An error that ends it may keep it until the process has ended. */
+  private boolean ended;
 
   /** Starts the thread. The caller closes the transport after this object. */
   public Intake(Transport transport, Console console, SteadyClock clock) {
@@ -100,6 +102,17 @@ public final class Intake implements AutoCloseable {
   }
 
   private void read() {
+    try {
+      readAll();
+    } finally {
+      synchronized (this) {
+        ended = true;
+        notifyAll();
+      }
+    }
+  }
+
+  private void readAll() {
     ReadPause pause = new ReadPause();
     try {
       while (!isClosed()) {
@@ -216,18 +229,16 @@ public final class Intake implements AutoCloseable {
    * Stops the thread. Returns after the last call of {@link Transport#receive} has returned. Waiting blocks can still
    * be taken.
    */
-  public void end() {
-    synchronized (this) {
-      closed = true;
-      if (overloaded) {
-        recover();
-      }
-      notifyAll();
+  public synchronized void end() {
+    closed = true;
+    if (overloaded) {
+      recover();
     }
+    notifyAll();
     boolean interrupted = false;
-    while (reader.isAlive()) {
+    while (!ended) {
       try {
-        reader.join();
+        wait();
       } catch (InterruptedException e) {
         interrupted = true;
       }
