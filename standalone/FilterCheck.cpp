@@ -147,7 +147,7 @@ std::vector<std::string> warnings(const bpf_program& program, const Candidates& 
   return texts;
 }
 
-/// A word after which all of a filter applies behind a header, whatever joins it.
+/// A word after which the rest of a filter applies to the bytes after a header, also the alternatives.
 struct Shift {
   const char* word;
   const char* advice;
@@ -179,10 +179,11 @@ std::vector<std::string> wordsOf(const std::string& filter) {
 
 /// Whether an alternative to the part of the filter with the word at `index` follows it.
 bool hasAlternativeAfter(const std::vector<std::string>& words, std::size_t index) {
-  int depth = 0;
+  int depth = 0, lowest = 0;  // of parentheses; an "or" in a later pair joins other parts
   for (std::size_t i = index + 1; i < words.size(); ++i) {
     depth += words[i] == "(" ? 1 : words[i] == ")" ? -1 : 0;
-    if (depth <= 0 && (words[i] == "or" || words[i] == "||")) return true;
+    lowest = std::min(lowest, depth);
+    if (depth == lowest && (words[i] == "or" || words[i] == "||")) return true;
   }
   return false;
 }
@@ -193,10 +194,8 @@ std::vector<std::string> shiftWarnings(const std::string& filter) {
   for (const Shift& shift : kShifts) {
     for (std::size_t i = 0; i < words.size(); ++i) {
       if (words[i] != shift.word || !hasAlternativeAfter(words, i)) continue;
-      texts.push_back(std::string("all of the filter after \"") + shift.word +
-                      "\" looks behind that header, also what "
-                      "follows \"or\"; " +
-                      shift.advice);
+      texts.push_back(std::string("the filter after \"") + shift.word +
+                      "\" applies to the bytes after that header, also what follows \"or\"; " + shift.advice);
       break;
     }
   }

@@ -27,6 +27,11 @@ final class LoggedTransport implements Transport {
   }
 
   @Override
+  public boolean hasBlock() {
+    return link.hasBlock();
+  }
+
+  @Override
   public void send(int sniffer, Command command) {
     link.send(sniffer, command);
   }
