@@ -111,9 +111,9 @@ void SngDissector::consumePacket() {
 
 /// Does the periodic work, then waits for packets. Returns false when there are none.
 bool SngDissector::takeBatch() {
-  const bool hasMore = router_.expire();
+  hasMore_ = router_.expire();
   const std::chrono::milliseconds longest = lane_.prepareWait();
-  const bool hasPackets = packetQueue_.takeBatch(hasMore ? kNoWait : longest);
+  const bool hasPackets = packetQueue_.takeBatch(hasMore_ ? kNoWait : longest);
   lane_.finishWait(hasPackets, isEmbedded());
   return hasPackets;
 }
@@ -151,9 +151,9 @@ void SngDissector::startLanes(FanOut& fanOut) {
 void SngDissector::classify(FanOut& fanOut) {
   while (!fanOut.hasEnded()) {
     try {
-      const bool hasMore = router_.expire();
+      hasMore_ = router_.expire();
       router_.flush();
-      packetQueue_.takeBatch(hasMore ? kNoWait : kIdleWait);
+      packetQueue_.takeBatch(hasMore_ ? kNoWait : kIdleWait);
       processBatch();
       // The first recorder's lane may need none of these packets, but carries out the host's commands after them.
       if (isEmbedded() && lane_.links().getMedia()->mayHaveRequest()) fanOut.first().queue.wake();
@@ -189,7 +189,7 @@ void SngDissector::signalEnd() {
 
 bool SngDissector::isIdle() {
   FanOut* const fanOut = fanOut_;
-  return packetQueue_.isIdle() && (fanOut == nullptr || fanOut->isIdle());
+  return packetQueue_.isIdle() && !hasMore_ && (fanOut == nullptr || fanOut->isIdle());
 }
 
 Statistics SngDissector::getStatistics() {
