@@ -138,12 +138,17 @@ const Need kNeeds[] = {
      "it; \"ip and\" and IPv4 addresses do, write \"udp\" or add \"or (udp and net 2001:db8::/32)\""},
 };
 
-/// Returns the VLAN of the frames that the filter is for, or nothing when it excludes UDP and TCP in all of them.
-std::optional<std::uint32_t> findTag(const bpf_program& program, const Candidates& candidates) {
+/// The frames that a filter is for.
+struct Purpose {
+  std::uint32_t tag;      ///< their VLAN
+  std::uint8_t protocol;  ///< UDP, or TCP when the filter excludes UDP
+};
+
+/// Returns nothing when the filter excludes UDP and TCP over IPv4.
+std::optional<Purpose> findPurpose(const bpf_program& program, const Candidates& candidates) {
   for (const std::uint32_t tag : candidates.tags) {
-    for (const std::uint16_t type : {kIpv4, kIpv6}) {
-      if (letsThrough(program, candidates, {type, IPPROTO_UDP}, tag)) return tag;
-      if (letsThrough(program, candidates, {type, IPPROTO_TCP}, tag)) return tag;
+    for (const std::uint8_t protocol : {IPPROTO_UDP, IPPROTO_TCP}) {
+      if (letsThrough(program, candidates, {kIpv4, protocol}, tag)) return Purpose{tag, protocol};
     }
   }
   return {};
@@ -151,19 +156,19 @@ std::optional<std::uint32_t> findTag(const bpf_program& program, const Candidate
 
 std::vector<std::string> warnings(const bpf_program& program, const Candidates& candidates, const Settings& settings) {
   std::vector<std::string> texts;
-  const std::optional<std::uint32_t> tag = findTag(program, candidates);
-  if (!tag) return texts;
+  const std::optional<Purpose> purpose = findPurpose(program, candidates);
+  if (!purpose) return texts;
   for (const Need& need : kNeeds) {
     if (!(settings.*need.setting)) continue;
     std::vector<Kind> kinds = need.kinds;
+    if (need.setting == &Settings::reassembleFragments) kinds.front().protocol = purpose->protocol;
     if (need.setting == &Settings::decapsulate) {
       for (const std::uint16_t port : TunnelPorts(settings.tunnelPorts).all()) {
         kinds.push_back({kIpv4, IPPROTO_UDP, 0, port});
       }
     }
-    const bool met = std::any_of(kinds.begin(), kinds.end(),
-                                 [&](const Kind& kind) { return letsThrough(program, candidates, kind, *tag); });
-    if (met) continue;
+    const auto isMet = [&](const Kind& kind) { return letsThrough(program, candidates, kind, purpose->tag); };
+    if (std::any_of(kinds.begin(), kinds.end(), isMet)) continue;
     texts.push_back(std::string(need.name) + "=yes has no effect: the filter excludes " + need.excluded);
   }
   return texts;
