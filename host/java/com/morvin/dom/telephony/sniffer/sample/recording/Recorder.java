@@ -467,7 +467,7 @@ public final class Recorder extends Service {
     if (restoring != null) {
       restoreMedia(recording);  // a saved message has ended the call
     }
-    if (how.equals(CallFollower.DROPPED)) {
+    if (how.equals(CallFollower.DROPPED) && !recording.hasMedia()) {
       // A flood of calls must not fill the disk.
       if (summary.countFlood()) {
         console.line("more calls than can be followed: those without media make way");
