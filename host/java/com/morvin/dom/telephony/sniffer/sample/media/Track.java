@@ -147,12 +147,13 @@ public final class Track {
 
   /**
    * Returns the source of a packet; null when it waits for a place. A source continues from another address when its
-   * next packet comes from there.
+   * next packet comes from there, or the first one after a loss.
    */
   private Source source(RtpPacket packet) {
     Source source = find();
     if (source == null) {
-      source = find(other -> other.ssrc == lastSsrc && other.stream().isNext(packet));
+      source = find(other -> other.ssrc == lastSsrc
+          && (other.stream().isNext(packet) || other.stream().goesOnAfterLoss(packet)));
     }
     if (source == null && sources.size() == MAX_SOURCES && !makeRoom(packet)) {
       return null;
