@@ -98,7 +98,7 @@ final class TimeLine {
     return Math.abs(delay(index + 1) - delay(index));
   }
 
-  /** Makes one of neighbours that differ little, so that a quarter of all anchors goes. The first and last ones stay. */
+  /** Makes one of neighbours that differ little, so that a quarter of all anchors goes. The first and last stay. */
   private void thin() {
     int last = anchors.size() - 1;
     long[] steps = new long[last - 2];
