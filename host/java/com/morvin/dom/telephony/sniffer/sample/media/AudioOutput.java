@@ -10,8 +10,8 @@ import com.morvin.dom.telephony.sniffer.sample.storage.WavFile;
 import java.io.DataInput;
 import java.io.DataOutput;
 import java.io.IOException;
-import java.util.ArrayList;
 import java.util.List;
+import java.util.stream.IntStream;
 
 /**
  * The sound of one direction in a WAV file, and where its samples are in time. Belongs to the recorder thread. Times
@@ -19,7 +19,11 @@ import java.util.List;
  *
  * <p>A packet can be late, but never early. So the earliest packets, compared with their place in the file, give the
  * time of a stretch of speech. The clocks of telephones differ by up to some 100 ppm: every ten seconds the earliest
- * packet gives a further point of time, and the stereo file is stretched evenly in between.
+ * packets show how far the sound has drifted, and the stereo file is stretched evenly in between.
+ *
+ * <p>Packets without a pause that are late by less than 200 ms stay where they follow each other, octet by octet, up to
+ * a drift of 20 ms: the earliest packets of ten seconds are late by some milliseconds when a machine is busy. A clock
+ * that has drifted by that much drifts on in the same direction, and is followed in steps of 5 ms.
  */
 final class AudioOutput {
   /** How far RTP timestamps may be ahead of the clock. A forged timestamp must not fill the disk with silence. */
@@ -37,38 +41,29 @@ final class AudioOutput {
   private static final long RECENT_MILLIS = 200;
   private static final long WINDOW_MILLIS = 10_000;
   private static final int WINDOW_PACKETS = 50;
+  /** A smaller drift may be the load of a machine. */
+  private static final long FIRST_DRIFT_MILLIS = 20;
   /** A smaller drift is left until it has grown. */
   private static final long DRIFT_MILLIS = 5;
+  /** A longer delay is not that of a network. */
+  static final long MAX_DELAY_MILLIS = 1_000;
   /** More than any delay. */
   private static final long NO_DELAY = Long.MAX_VALUE / 2;
   /** The start of a window that begins with the next packet. */
   private static final long NOT_BEGUN = -1;
-  private static final int MAX_MARKS = 2000;
   private static final int MAX_RATE = 48_000;
   /** The longest sound that is compared with packets after a restart: 30 s. */
   private static final int MAX_COMPARED = 240_000;
   private static final int TICKS = RtpClock.TICKS;
 
-  /**
-   * A sample and its time of capture.
-   *
-   * @param joined whether the sound goes on from the sample before it
-   */
-  private record Anchor(long sample, long time, boolean joined) {}
-
-  private record Gap(long from, long to) {}
-
   private WavChannel channel;
   private final String codec;
   private final boolean isAside;
-  private final SavedList<Anchor> anchors = new SavedList<>();
-  private final SavedList<Gap> gaps = new SavedList<>();
-  /** The values of the last anchor, and the time of the first one: each packet needs them. */
-  private boolean anchored;
-  private long lastSample;
-  private long lastTime;
-  private boolean lastJoined;
-  private long firstTime;
+  private final TimeLine line = new TimeLine();
+  /** Where lost packets have left silence, from one sample to another. */
+  private final Marks gaps = new Marks();
+  /** The number of gaps that have no mark. */
+  private long unlisted;
   private int samplesPerMilli;
   private long packets;
   private boolean interrupted;
@@ -87,6 +82,8 @@ final class AudioOutput {
    */
   private long leastDelay;
   private long agreedDelay;
+  /** The last drift that was followed; 0 when there was none. */
+  private long lastDrift;
   private Object owner;
   /** What a restored output needs to open its file. */
   private WavFile.Format savedFormat;
@@ -112,10 +109,11 @@ final class AudioOutput {
   private void setChannel(WavChannel opened) {
     channel = opened;
     samplesPerMilli = opened.rate() / 1000;
+    line.setRate(opened.rate());
   }
 
   long touch() {
-    return packets + lastSample + windowPackets;
+    return packets + line.touch() + windowPackets;
   }
 
   WavChannel channel() {
@@ -171,19 +169,14 @@ final class AudioOutput {
     overlap = null;
   }
 
-  /** Returns the time of a sample in the last stretch. */
-  private long timeOf(long sample) {
-    return lastTime + (sample - lastSample) / samplesPerMilli;
-  }
-
   /** Returns when the last sample ends. */
   long endTime() {
-    return timeOf(channel.samples());
+    return line.timeOf(channel.samples());
   }
 
   /** Returns the pause since the last sample in milliseconds, by the clock. */
   long pauseUntil(long now) {
-    return !anchored ? 0 : Math.max(0, Math.min(now - timeOf(channel.samples()), MAX_CLOCK_GAP_MILLIS));
+    return !line.isBegun() ? 0 : Math.max(0, Math.min(now - line.timeOf(channel.samples()), MAX_CLOCK_GAP_MILLIS));
   }
 
   /**
@@ -191,18 +184,18 @@ final class AudioOutput {
    * ahead of its time: forged packets have filled it.
    */
   long pauseByClock(long now) {
-    long lead = !anchored ? 0 : timeOf(channel.samples()) - now;
+    long lead = !line.isBegun() ? 0 : line.timeOf(channel.samples()) - now;
     return lead > JITTER_MILLIS && lead <= MAX_LEAD_MILLIS ? -lead : pauseUntil(now);
   }
 
   /** Returns how much later than its place in the file a packet was captured that follows a pause in milliseconds. */
   long delay(long pause, long time) {
-    return !anchored ? 0 : time - timeOf(channel.samples()) - pause;
+    return !line.isBegun() ? 0 : time - line.timeOf(channel.samples()) - pause;
   }
 
   /** Returns the longest pause in milliseconds that RTP timestamps may ask for. */
   long maxPauseAt(long now) {
-    long start = anchored ? firstTime : now;
+    long start = line.isBegun() ? line.firstTime() : now;
     return now - start + MAX_LEAD_MILLIS - channel.samples() / samplesPerMilli;
   }
 
@@ -233,16 +226,16 @@ final class AudioOutput {
   private void takeBack(long count) {
     channel.takeBack(count);
     long end = channel.samples();
-    while (anchors.size() > 1 && anchors.last().sample > end) {
-      anchors.removeLast();
+    line.takeBack(end);
+    int kept = gaps.size();
+    while (kept > 0 && gaps.place(kept - 1) >= end) {
+      kept--;
     }
-    while (!gaps.isEmpty() && gaps.last().from >= end) {
-      gaps.removeLast();
+    gaps.truncate(kept);
+    if (kept > 0 && gaps.value(kept - 1) > end) {
+      gaps.set(kept - 1, gaps.place(kept - 1), end);
     }
-    if (!gaps.isEmpty() && gaps.last().to > end) {
-      gaps.replaceLast(new Gap(gaps.last().from, end));
-    }
-    cacheAnchors();
+    noteFirst();
   }
 
   /** Compares the place of the next sample with its time of capture. */
@@ -254,13 +247,12 @@ final class AudioOutput {
     noteDelay(delay, time);
     long agreed = Math.max(delay, agreedDelay);
     long least = time - windowStart < FIRST_MILLIS ? delay : agreed;
-    if (!anchored || afterPause && Math.abs(delay) >= JITTER_MILLIS) {
+    if (!line.isBegun() || afterPause && Math.abs(delay) >= JITTER_MILLIS) {
       anchor(time, false);
-    } else if (least < 0 && !lastJoined && !isAside && time - lastTime < SETTLING_MILLIS && -least <= roomBefore()) {
-      moveBack(Math.min(-least, MAX_LEAD_MILLIS));
+    } else if (least < 0 && !line.isLastJoined() && !isAside && time - line.lastTime() < SETTLING_MILLIS) {
+      moveBack(-least);
     } else if (agreed <= -PAUSE_MILLIS) {
-      cut -= agreed;
-      anchor(time, false);
+      makeRoom(-agreed, time);
     } else {
       followDrift(time);
     }
@@ -278,32 +270,36 @@ final class AudioOutput {
     recentSince = time;
   }
 
-  /** Returns by how many milliseconds the last stretch can move back without reaching the one before. */
-  private long roomBefore() {
-    if (anchors.size() == 1) {
-      return Long.MAX_VALUE;
+  /** The first packets of the last stretch were late. It moves back, but not into the sound before it. */
+  private void moveBack(long millis) {
+    long moved = Math.min(millis, Math.min(line.roomBefore(), MAX_LEAD_MILLIS));
+    if (moved > 0) {
+      line.moveBack(moved);
+      noteFirst();
+      recentDelay += moved;
+      leastDelay += moved;
+      agreedDelay += moved;
+      windowPackets = 0;
     }
-    Anchor before = anchors.items().get(anchors.size() - 2);
-    return lastTime - before.time - (lastSample - before.sample) / samplesPerMilli;
   }
 
-  /** The first packets of the stretch were late. */
-  private void moveBack(long millis) {
-    Anchor late = anchors.last();
-    anchors.replaceLast(new Anchor(late.sample, late.time - millis, false));
-    cacheAnchors();
-    recentDelay += millis;
-    leastDelay += millis;
-    agreedDelay += millis;
-    windowPackets = 0;
+  /** The delay has fallen by a time. What was taken for a pause was delay. Only the rest covers the sound before it. */
+  private void makeRoom(long fall, long time) {
+    long pause = line.isUnbroken() || isAside ? 0 : Math.min(fall, line.roomBefore());
+    moveBack(pause);
+    if (fall - pause >= PAUSE_MILLIS) {
+      cut += fall - pause;
+      anchor(time, false);
+    }
   }
 
   private void followDrift(long time) {
     if (++windowPackets >= WINDOW_PACKETS && time - windowStart >= WINDOW_MILLIS) {
-      long drift = Math.min(agreedDelay, PAUSE_MILLIS);
+      long drift = agreedDelay >= NO_DELAY ? 0 : Math.min(agreedDelay, PAUSE_MILLIS);
       beginWindow(time);
-      if (Math.abs(drift) >= DRIFT_MILLIS) {
-        anchor(timeOf(channel.samples()) + drift, true);
+      if (Math.abs(drift) >= (drift * lastDrift > 0 ? DRIFT_MILLIS : FIRST_DRIFT_MILLIS)) {
+        lastDrift = drift;
+        anchor(line.timeOf(channel.samples()) + drift, true);
       }
     }
   }
@@ -317,49 +313,52 @@ final class AudioOutput {
   }
 
   private void anchor(long time, boolean joined) {
-    if (anchors.size() < MAX_MARKS) {
-      anchors.add(new Anchor(channel.samples(), time, joined));
-      cacheAnchors();
-      beginWindow(time);
-    }
+    line.add(channel.samples(), time, joined);
+    noteFirst();
+    beginWindow(time);
   }
 
-  private void cacheAnchors() {
-    anchored = !anchors.isEmpty();
-    if (anchored) {
-      firstTime = anchors.first().time;
-      lastSample = anchors.last().sample;
-      lastTime = anchors.last().time;
-      lastJoined = anchors.last().joined;
-      channel.setFirstTime(firstTime);
+  /** States that the sound goes on later than the file says, by a time that the next packets agree on. */
+  void resumeLater(long millis, long time) {
+    anchor(line.timeOf(channel.samples()) + millis, false);
+    beginWindow(time);
+  }
+
+  private void noteFirst() {
+    if (line.isBegun()) {
+      channel.setFirstTime(line.firstTime());
     }
   }
 
   private void mark(long from, long to) {
-    if (gaps.size() < MAX_MARKS) {
-      gaps.add(new Gap(from, to));
+    if (gaps.isFull()) {
+      unlisted++;
+    } else {
+      gaps.add(from, to);
     }
+  }
+
+  /** Returns the number of gaps that the report does not list. */
+  long unlistedGaps() {
+    return unlisted;
+  }
+
+  /** Whether the sound has gone on after a pause that its timestamps do not have, and its file neither. */
+  boolean hasPause() {
+    return line.hasPauseOf(PAUSE_MILLIS);
   }
 
   /** Describes the file for the report, with or without its name. */
   CallReport.Part part(long callStart, boolean named) {
     double rate = channel.rate();
     return new CallReport.Part(named ? channel.file().fileName() : "", codec,
-        (anchors.first().time - callStart) / 1000.0, channel.samples() / rate,
-        gaps.items().stream().map(gap -> new CallReport.Gap(gap.from / rate, gap.to / rate)).toList());
+        (line.firstTime() - callStart) / 1000.0, channel.samples() / rate, IntStream.range(0, gaps.size())
+        .mapToObj(i -> new CallReport.Gap(gaps.place(i) / rate, gaps.value(i) / rate)).toList());
   }
 
   /** Returns the stretches of speech, with their times since the start of the call. */
   List<StereoFile.Stretch> stretches(long callStart) {
-    List<StereoFile.Stretch> stretches = new ArrayList<>();
-    for (int i = 0; i < anchors.size(); i++) {
-      Anchor anchor = anchors.items().get(i);
-      Anchor next = i + 1 < anchors.size() ? anchors.items().get(i + 1) : null;
-      long count = (next == null ? channel.samples() : next.sample) - anchor.sample;
-      stretches.add(new StereoFile.Stretch(channel, anchor.sample, count, anchor.time - callStart,
-          next == null ? Long.MAX_VALUE : next.time - callStart, next != null && next.joined));
-    }
-    return stretches;
+    return line.stretches(channel, callStart);
   }
 
   /** Saves the state; the file is in the list, or is added to it. */
@@ -376,15 +375,9 @@ final class AudioOutput {
     // A restart before the check has ended begins it again.
     out.writeLong(overlap == null ? channel.samples() : savedSamples + overlap.known() * samplesPerMilli / TICKS);
     out.writeLong(packets);
-    anchors.save(out, whole, (anchor, to) -> {
-      to.writeLong(anchor.sample);
-      to.writeLong(anchor.time);
-      to.writeBoolean(anchor.joined);
-    });
-    gaps.save(out, whole, (gap, to) -> {
-      to.writeLong(gap.from);
-      to.writeLong(gap.to);
-    });
+    line.save(out, whole);
+    gaps.save(out, whole);
+    out.writeLong(unlisted);
   }
 
   /** Restores what was saved, on top of what was restored into this output before; null for a new one. */
@@ -398,8 +391,9 @@ final class AudioOutput {
     audio.savedStart = in.readLong();
     audio.savedSamples = in.readLong();
     audio.packets = in.readLong();
-    audio.anchors.restore(in, from -> new Anchor(from.readLong(), from.readLong(), from.readBoolean()));
-    audio.gaps.restore(in, from -> new Gap(from.readLong(), from.readLong()));
+    audio.line.restore(in);
+    audio.gaps.restore(in);
+    audio.unlisted = in.readLong();
     return audio;
   }
 
@@ -415,7 +409,8 @@ final class AudioOutput {
   /** Opens the file of a restored output. It may hold more samples than the saved state says. */
   void open(ResumedFiles files, String name) throws IOException {
     setChannel(files.wav(savedFile, name, savedFormat, 0).resume(savedChannel, savedStart, savedSamples));
-    cacheAnchors();
+    line.resume(channel.rate());
+    noteFirst();
     interrupted = true;
     beginWindow(NOT_BEGUN);
   }

@@ -289,8 +289,12 @@ final class RtpStream {
   /** Whether packets are the next ones of the stream, which has come by a longer way and ends before them. */
   private boolean isRest(Probation.Run run) {
     int distance = distance(run.first());
-    return distance >= 0 && distance <= REORDER_DEPTH
-        && run.first().timestamp() - lastTimestamp == (distance + 1) * step;
+    return distance <= REORDER_DEPTH && goesOn(run.first(), distance);
+  }
+
+  /** Whether a packet has the timestamp that is due at a distance from the next one. */
+  private boolean goesOn(RtpPacket packet, int distance) {
+    return distance >= 0 && distance <= MAX_DROPOUT && packet.timestamp() - lastTimestamp == (distance + 1) * step;
   }
 
   /** Whether packets follow the stream after a gap, faster than in real time. */
@@ -352,6 +356,10 @@ final class RtpStream {
       before = null;
       return;
     }
+    if (goesOn(run.first(), gap) && clock.isOnTime(run.last())) {
+      lost += gap;  // there was no jump: packets have overtaken many others
+      return;
+    }
     if (before == null || run.first().time() - jumped >= RtpClock.PATIENCE_MILLIS) {
       before = new Before(next, lost, lastTimestamp, step);
     }
@@ -385,6 +393,16 @@ final class RtpStream {
   /** Whether a packet continues the stream without a gap. */
   boolean isNext(RtpPacket packet) {
     return next >= 0 && waiting == 0 && packet.sequence() == (next & 0xffff);
+  }
+
+  /** Whether a packet continues the stream after a few lost ones, for which there was time since the last one. */
+  boolean goesOnAfterLoss(RtpPacket packet) {
+    int distance = distance(packet);
+    int missing = waiting == 0 ? distance : distance - distance(early.last()) - 1;
+    long due = lastTime + (2L * distance + 1) * step / (2 * RtpClock.TICKS);  // at the earliest
+    return first >= 0 && packet.codec().isAudio() && missing >= 0 && missing <= REORDER_DEPTH
+        && goesOn(packet, distance) && packet.time() >= due
+        && (!clock.isSettled(packet.time()) || clock.isOnTime(packet));
   }
 
   /**

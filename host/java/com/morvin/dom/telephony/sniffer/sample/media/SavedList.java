@@ -7,7 +7,7 @@ import java.util.ArrayList;
 import java.util.Collections;
 import java.util.List;
 
-/** A list that is saved in increments: what was saved before and has not changed is not saved again. */
+/** A growing list that is saved in increments: what was saved before is not saved again. */
 final class SavedList<T> {
   /** Writes an item. */
   interface Writer<T> {
@@ -31,30 +31,8 @@ final class SavedList<T> {
     return items.size();
   }
 
-  boolean isEmpty() {
-    return items.isEmpty();
-  }
-
-  T first() {
-    return items.get(0);
-  }
-
-  T last() {
-    return items.get(items.size() - 1);
-  }
-
   void add(T item) {
     items.add(item);
-  }
-
-  void removeLast() {
-    items.remove(items.size() - 1);
-    saved = Math.min(saved, items.size());
-  }
-
-  void replaceLast(T item) {
-    items.set(items.size() - 1, item);
-    saved = Math.min(saved, items.size() - 1);
   }
 
   /** Saves all items, or those since the last time. */

@@ -362,10 +362,15 @@ final class Source {
     return 2 * staying >= late.size();
   }
 
-  /** Places the late packets where they were captured. */
+  /** Places the late packets where they were captured. A short pause stays out of the file: it may be a delay. */
   private void insertPause() {
-    track.note("time stamps stood still during a pause");
-    expectedTimestamp -= (int) held.stream().mapToLong(this::delay).min().orElse(0) * TICKS;
+    long pause = held.stream().mapToLong(this::delay).min().orElse(0);
+    if (pause < AudioOutput.MAX_DELAY_MILLIS) {
+      output.resumeLater(pause, held.get(0).time());
+    } else {
+      track.note(Track.PAUSE_NOTE);
+      expectedTimestamp -= (int) pause * TICKS;
+    }
     writeHeld();
   }
 

@@ -42,6 +42,7 @@ public final class Track {
   private static final int USUAL_FILES = 2;
   private static final int MAX_PAYLOAD = 2048;
   private static final int MAX_NOTES = 16;
+  static final String PAUSE_NOTE = "time stamps stood still during a pause";
 
   /** A source without packets for this time makes way for a new one. */
   private static final long QUIET_MILLIS = 1000;
@@ -153,12 +154,13 @@ public final class Track {
 
   /**
    * Returns the source of a packet; null when it waits for a place. A source continues from another address when its
-   * next packet comes from there.
+   * next packet comes from there, or the first one after a loss.
    */
   private Source source(RtpPacket packet) {
     Source source = find();
     if (source == null) {
-      source = find(other -> other.ssrc == lastSsrc && other.stream().isNext(packet));
+      source = find(other -> other.ssrc == lastSsrc
+          && (other.stream().isNext(packet) || other.stream().goesOnAfterLoss(packet)));
     }
     if (source == null && !hasPlace() && !makeRoom(packet)) {
       return null;
@@ -342,6 +344,13 @@ public final class Track {
     long cut = outputs.stream().mapToLong(AudioOutput::cutMillis).sum();
     if (cut > 0) {
       note(cut + " ms of sound are not in the stereo file: the delay of the network fell");
+    }
+    long unlisted = outputs.stream().mapToLong(AudioOutput::unlistedGaps).sum();
+    if (unlisted > 0) {
+      note(Text.count(unlisted, "further gap") + " with lost speech not listed");
+    }
+    if (outputs.stream().anyMatch(AudioOutput::hasPause)) {
+      note(PAUSE_NOTE);
     }
     long few = fleeting + newcomers.ignored();
     if (few > 0) {

@@ -359,7 +359,7 @@ public final class Recorder extends Service {
   private void restoreMedia(Recording recording) {
     try {
       if (!restoring.states().isEmpty()) {
-        recording.restore(restoring.states(), restoring.files());
+        recording.restore(restoring.states(), restoring.files(), savedAt());
         if (transport().redelivers()) {
           recording.restartLostNothing();
         }

@@ -329,7 +329,7 @@ final class Recording {
       long early = end + skew - voice.heard();
       if (voice.heard() > 0 && early >= EARLY_MILLIS) {
         all.add(direction + ": stopped " + early / 1000 + " s before the end of the call");
-      } else if (voice.isSilentSinceRestart() && early >= EARLY_AFTER_RESTART_MILLIS) {
+      } else if (voice.isSilentSinceRestart(early) && early >= EARLY_AFTER_RESTART_MILLIS) {
         all.add(direction + ": stopped " + Text.seconds(early) + " s before the end of the call, at a restart");
       }
     }
@@ -564,11 +564,17 @@ final class Recording {
   /**
    * Restores a state that was saved whole and then in increments. When it is damaged, the recording has no media yet:
    * it goes on in new files.
+   *
+   * @param savedAt when the last state of any call was saved, by the clock of this recorder; 0 when that is not known
    */
-  void restore(List<byte[]> states, ResumedFiles files) throws IOException {
+  void restore(List<byte[]> states, ResumedFiles files, long savedAt) throws IOException {
     try {
       read(states, files);
-      check(mediaUses(states));
+      List<MediaUse> uses = mediaUses(states);
+      check(uses);
+      if (savedAt - uses.stream().mapToLong(MediaUse::last).max().orElse(savedAt) >= EARLY_AFTER_RESTART_MILLIS) {
+        restartLostNothing();  // the call was on hold
+      }
     } catch (IOException | RuntimeException e) {
       stereo = null;
       for (Direction direction : Direction.values()) {

@@ -28,6 +28,7 @@ final class Voice {
   private static final long SILENCE_MILLIS = 500;
   /** By how much the packets of two sources come in another order than they were captured. */
   private static final long DISORDER_MILLIS = 200;
+  private static final int FADING = 6;
 
   final Recording recording;
   Track track;
@@ -49,8 +50,10 @@ final class Voice {
   private long last;
   /** The time of the last recorded packet, in milliseconds since 1970; 0 when there was none. */
   private long heard;
-  /** What it was at a restart; 0 when there was none. */
+  /** What it was at a restart; 0 when there was none, or the voice had stopped before it. */
   private long heardBefore;
+  /** The longest of the last pauses between packets, in milliseconds: it fades in the course of 64 packets. */
+  private long pause;
   /** The number of packets that were ignored because a source that the signalling knows better sent as well. */
   private long foreign;
   private Sdp.Media lastMedia;
@@ -115,11 +118,18 @@ final class Voice {
     long from = frame.source();
     long to = frame.destination();
     if (!codec.isPlayed() || accepts(use, from, to, packet.ssrc(), time)) {
-      heard = Math.max(heard, time + skew);
+      hear(time + skew);
       packet.describe(codec, time + skew);
       track.accept(packet, identity(from, to, packet.ssrc()));
     }
     return true;
+  }
+
+  private void hear(long time) {
+    if (time > heard) {
+      pause = Math.max(pause - (pause >> FADING), heard == 0 ? 0 : time - heard);
+      heard = time;
+    }
   }
 
   /** Returns the codec of a payload type, mostly that of the packet before. */
@@ -178,9 +188,9 @@ final class Voice {
     return heard;
   }
 
-  /** Whether nothing was recorded since a restart. */
-  boolean isSilentSinceRestart() {
-    return heardBefore > 0 && heard == heardBefore;
+  /** Whether nothing was recorded since a restart, for a time that is longer than the pauses of the voice before. */
+  boolean isSilentSinceRestart(long millis) {
+    return heardBefore > 0 && heard == heardBefore && millis > 2 * pause;
   }
 
   /** Returns the number of packets that were ignored because a better known source sent to the same destination. */
@@ -192,16 +202,18 @@ final class Voice {
     track.flush();
     known = track.hasBegun();
     out.writeLong(heard);
+    out.writeLong(pause);
     out.writeLong(foreign);
   }
 
   void restore(DataInput in) throws IOException {
     heard = in.readLong();
     heardBefore = heard;
+    pause = in.readLong();
     foreign = in.readLong();
   }
 
-  /** States that what was not saved before the restart is delivered again. */
+  /** States that the restart has lost nothing: what was not saved is delivered again, or there was nothing. */
   void restartLostNothing() {
     heardBefore = 0;
   }
@@ -212,6 +224,7 @@ final class Voice {
     earlier.clear();
     heard = 0;
     heardBefore = 0;
+    pause = 0;
     foreign = 0;
     known = false;
   }

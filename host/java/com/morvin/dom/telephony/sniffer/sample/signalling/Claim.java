@@ -16,6 +16,8 @@ final class Claim {
   /** The pause after which media may go on, although the signalling has moved it or another call claims it. */
   static final long PAUSE_MILLIS = 60_000;
   private static final int RTP_HEADER = 12;
+  /** The most by which numbers jump in a stream (RFC 3550, A.1). */
+  private static final int MAX_DROPOUT = 3000;
   private static final int FIRST_RTCP = 192;
   private static final int LAST_RTCP = 223;
   /** While a stream continues at a destination of one call, its fit is computed once in this time. */
@@ -183,6 +185,23 @@ final class Claim {
   /** Returns the time when the signalling ended the use; null while it has not. */
   Moment end(Moment now) {
     return use.leg().isHungUp(now) ? use.leg().ending().at() : withdrawn;
+  }
+
+  /** Returns when a message has ended or withdrawn the use, also if that awaits an answer; null when none has. */
+  Moment hungUpAt() {
+    Leg.Ending ending = use.leg().ending();
+    return ending != null ? ending.at() : withdrawn;
+  }
+
+  /** Whether its call began after the other use was ended. */
+  boolean isOfCallAfter(Claim other) {
+    return call != other.call && other.hungUpAt() != null && call.start().isAfter(other.hungUpAt());
+  }
+
+  /** Whether RTP is not of the stream that was received last, by its SSRC or by its number. */
+  boolean isOtherStream(FrameCursor frame) {
+    return ssrc(frame) != 0 && (!isStream(frame)
+        || sequence != 0 && Math.abs((short) (sequence(frame) - sequence)) > MAX_DROPOUT);
   }
 
   /** Returns the SSRC of RTP or the sender's SSRC of RTCP; 0 in other media. */

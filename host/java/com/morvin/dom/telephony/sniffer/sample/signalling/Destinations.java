@@ -31,6 +31,8 @@ final class Destinations {
   private static final String EARLIER_MEDIA = "media from before the call was ignored";
   private static final int MAX_DISMISSED = 4096;
   private static final int MAX_WITHDRAWN = 8;
+  /** The most destinations that a call learns before its answer: of RTP and RTCP. */
+  private static final int MAX_EARLY = 2;
   private static final int MAX_REPEATS = 3;
   /** The most ended calls whose media may go on. */
   private static final int MAX_ENDED = 4096;
@@ -390,7 +392,33 @@ final class Destinations {
     if (only != null && only.heardAgain(frame, now)) {
       return only.use;
     }
-    return entry.claims().isEmpty() || entry.isResumedBy(frame, now) ? null : find(entry, frame, now);
+    if (entry.isResumedBy(frame, now)) {
+      return null;
+    }
+    if (entry.isLeftBefore(frame)) {
+      learnBeforeAnswer(entry, frame, now);
+    }
+    return entry.claims().isEmpty() ? null : find(entry, frame, now);
+  }
+
+  /**
+   * Gives a destination that an ended call has left to a call that calls again from the source of a frame, and whose
+   * other party has not described its media yet: its first media can come before the answer.
+   */
+  private void learnBeforeAnswer(Entry entry, FrameCursor frame, Moment now) {
+    Entry source = byKey.get(frame.source());
+    Claim next = source == null ? null : source.claimAfter(entry);
+    if (next == null || next.call.learned() >= MAX_EARLY) {
+      return;
+    }
+    Direction direction = next.use.direction().opposite();
+    boolean isDescribed = next.call.destinations().entrySet().stream().anyMatch(known ->
+        known.getValue().direction() == direction && !next.call.hasLearned(known.getKey(), known.getValue()));
+    if (!isDescribed) {
+      next.call.learn(frame.destinationEndpoint(), new Call.Use(next.call, next.use.leg(), direction,
+          next.use.media()));
+      update(next.call, next.call.destinations(), now);
+    }
   }
 
   /** Sets by how much the next frames may be newer than their stamps say; see {@link CallFollower#setClockError}. */

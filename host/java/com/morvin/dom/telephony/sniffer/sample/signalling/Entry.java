@@ -116,6 +116,20 @@ final class Entry implements EndpointMap.Keyed {
     return claims.values().stream().anyMatch(other -> claim.isRivalledBy(other, now));
   }
 
+  /** Whether the calls that use or used the destination have hung up, and a frame is not of their streams. */
+  boolean isLeftBefore(FrameCursor frame) {
+    return (ended != null || !claims.isEmpty()) && (ended == null || ended.isOtherStream(frame))
+        && claims.values().stream().allMatch(claim -> claim.hungUpAt() != null && claim.isOtherStream(frame));
+  }
+
+  /** Returns the newest claim of a call that began after all calls of another destination had hung up, or null. */
+  Claim claimAfter(Entry other) {
+    return claims.values().stream()
+        .filter(claim -> claim.hungUpAt() == null && (other.ended == null || claim.isOfCallAfter(other.ended))
+            && other.claims.values().stream().allMatch(claim::isOfCallAfter))
+        .max(Comparator.comparingInt(claim -> claim.call.number())).orElse(null);
+  }
+
   /** Whether a frame resumes the stream of the ended call, and no later call claims the destination. */
   boolean isResumedBy(FrameCursor frame, Moment now) {
     return ended != null && ended.isResumedBy(frame, now) && !hasRival(ended, now);

@@ -37,7 +37,7 @@ public final class RunningCalls {
    * The version of the states of calls. From version 6 on, the batches around them keep their form: other versions read
    * the names of the files. Before, batches had a shorter time, and before version 3 there were none.
    */
-  private static final int VERSION = 6;
+  private static final int VERSION = 7;
   private static final int LAST_WITH_SHORT_TIME = 5;
   private static final int LAST_WITHOUT_BATCHES = 2;
   /** A checkpoint is replaced when it is longer than this and than several whole states. */
