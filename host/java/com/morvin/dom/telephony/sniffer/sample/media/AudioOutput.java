@@ -338,6 +338,20 @@ final class AudioOutput {
     }
   }
 
+  /** Returns the memory of its lists beyond the usual, in bytes. */
+  long memory() {
+    return line.memory() + gaps.memory();
+  }
+
+  /** Gives a part of that memory back. */
+  void giveBack() {
+    line.giveBack();
+    if (gaps.hasMany()) {
+      unlisted += gaps.thin();
+    }
+    gaps.trim();
+  }
+
   /** Returns the number of gaps that the report does not list. */
   long unlistedGaps() {
     return unlisted;

@@ -12,6 +12,8 @@ import java.util.Arrays;
 final class Marks {
   /** The most marks of a list: 32 KB. The user of a list decides what becomes of the others. */
   static final int MOST = 2048;
+  /** Each list may have as many; the memory of more comes from the {@link MediaPool}. */
+  static final int USUAL = 64;
   private static final int FEW = 4;
 
   private long[] places = {};
@@ -55,6 +57,33 @@ final class Marks {
   void truncate(int count) {
     size = count;
     saved = Math.min(saved, count);
+  }
+
+  /** Removes every second mark. Returns their number. */
+  int thin() {
+    int before = size;
+    for (int i = 1; i < (size + 1) / 2; i++) {
+      set(i, places[2 * i], values[2 * i]);
+    }
+    truncate((size + 1) / 2);
+    trim();
+    return before - size;
+  }
+
+  /** Whether there are more than usual. */
+  boolean hasMany() {
+    return size > USUAL;
+  }
+
+  /** Returns the memory beyond the usual in bytes. */
+  long memory() {
+    return (long) Math.max(0, places.length - USUAL) * 2 * Long.BYTES;
+  }
+
+  /** Gives unused memory back. */
+  void trim() {
+    places = Arrays.copyOf(places, size);
+    values = Arrays.copyOf(values, size);
   }
 
   /** Saves all marks, or those since the last time. */

@@ -192,6 +192,21 @@ final class TimeLine {
     return stretches;
   }
 
+  /** Returns the memory beyond the usual in bytes. */
+  long memory() {
+    return anchors.memory();
+  }
+
+  /** Gives a part of the memory beyond the usual back. */
+  void giveBack() {
+    if (anchors.hasMany()) {
+      thin();
+      thin();
+      noteLast();
+    }
+    anchors.trim();
+  }
+
   void save(DataOutput out, boolean whole) throws IOException {
     anchors.save(out, whole);
   }

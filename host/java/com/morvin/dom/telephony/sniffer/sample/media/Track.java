@@ -438,6 +438,9 @@ public final class Track {
     for (Source source : sources) {
       bytes += source.memory();
     }
+    for (AudioOutput output : outputs) {
+      bytes += output.memory();
+    }
     for (int i = USUAL_FILES; i < outputs.size() && !sources.isEmpty(); i++) {
       bytes += waitingBytes(outputs.get(i).channel().file().format());
     }
@@ -446,7 +449,7 @@ public final class Track {
 
   /**
    * Gives back memory beyond the usual: the packets of newcomers are dropped, packets that wait are decided on now, and
-   * the sources that have sent the least are forgotten until they send again.
+   * the sources that have sent the least are forgotten until they send again, and long lists are thinned.
    */
   void giveBack() {
     note("attacked, or much was lost: the memory for packets that wait was used up");
@@ -456,6 +459,7 @@ public final class Track {
     sources.removeAll(least);
     least.forEach(this::leave);
     sources.stream().filter(source -> !source.isFleeting()).forEach(Source::finish);
+    outputs.forEach(AudioOutput::giveBack);
     lastSource = null;
   }
 
