@@ -70,6 +70,10 @@ final class Front extends Service {
   private String continued = "";
   /** The difference between the times of day and the stamps of the signalling that is handled. */
   private long skew;
+  /** See {@link FrameCursor#heldUntil}; that of the signalling that is handled. */
+  private long heldUntil;
+  /** Whether the frames that are handled are those of the front before: they are not late. */
+  private boolean reloading;
   /** The saved call whose messages are handled again, and the call that they have begun; null otherwise. */
   private RunningCalls.Loaded restoring;
   private Call restoredCall;
@@ -111,7 +115,9 @@ final class Front extends Service {
       others.restore(now());
       state.save(streams.values(), publisher, clock.timeOfDay());
       // The recorders drop what the earlier front has published already.
+      reloading = true;
       state.blocks().load(clock, this::serve);
+      reloading = false;
     }
     publisher.start();
   }
@@ -129,10 +135,15 @@ final class Front extends Service {
   private void restore(RunningCalls.Loaded loaded, Moment now) {
     restoring = loaded;
     restoredCall = null;
+    // Nothing is known of the media of a call that began just before the restart.
+    heldUntil = FrontState.partition(loaded) == null ? clock.timeOfDay() : 0;
     loaded.frames().stream().sorted(Comparator.comparingLong(RunningCalls.TimedFrame::time))
         .forEach(message -> follower.signalling(message.frame(), now.at(message.time())));
     restoring = null;
     over.forEach(call -> publishAgain(streams.get(call)));
+    if (restoredCall != null && heldUntil > 0 && !over.contains(restoredCall)) {
+      publishAgain(streams.get(restoredCall));
+    }
     closeCalls();
     if (restoredCall == null) {
       state.end(loaded.journal());
@@ -144,7 +155,7 @@ final class Front extends Service {
     }
   }
 
-  /** Publishes the signalling of a call that has ended: the front before may not have published all of it. */
+  /** Publishes the signalling of a call again: the front before may not have published all of it, or not as late. */
   private void publishAgain(CallStream stream) {
     stream.batch.add(stream.signalled(), now().steady());
   }
@@ -166,6 +177,8 @@ final class Front extends Service {
       case Frame.RTP -> media(cursor, now);
       case Frame.SIP, Frame.H323 -> {
         skew = cursor.timeOfDay() - cursor.time();
+        boolean late = !reloading && now().stamp() - now.stamp() >= OUTAGE_MILLIS;
+        heldUntil = late ? now().stamp() + skew : 0;
         follower.signalling(cursor.frame(), now);
       }
       default -> { }
@@ -178,13 +191,13 @@ final class Front extends Service {
       if (use.attachment() == null) {
         use.attach(streams.get(use.call()));
       }
-      publish((CallStream) use.attachment(), cursor, cursor.timeOfDay());
+      publish((CallStream) use.attachment(), cursor, cursor.timeOfDay(), 0);
     }
   }
 
-  private void publish(CallStream stream, FrameCursor cursor, long captured) {
+  private void publish(CallStream stream, FrameCursor cursor, long captured, long lateUntil) {
     frames++;
-    stream.batch.add(cursor, captured, now().steady());
+    stream.batch.add(cursor, captured, lateUntil, now().steady());
   }
 
   @Override
@@ -320,12 +333,12 @@ final class Front extends Service {
     FrameCursor cursor = cursor(frame);
     long captured = now.stamp() + skew;
     if (restoring == null) {
-      publish(stream, cursor, captured);
+      publish(stream, cursor, captured, heldUntil);
       if (state != null) {
         state.append(stream, frame, captured);
       }
     }
-    stream.remember(cursor, captured);
+    stream.remember(cursor, captured, heldUntil);
   }
 
   /** The messages are saved, and not published again: the recorder goes on with its call in the same way. */
@@ -334,7 +347,7 @@ final class Front extends Service {
     CallStream stream = streams.get(call);
     long captured = call.start().stamp() + skew;
     for (CallFollower.TimedMessage message : messages) {
-      stream.remember(cursor(message.frame()), captured);
+      stream.remember(cursor(message.frame()), captured, 0);
       if (state != null) {
         state.append(stream, message.frame(), captured);
       }

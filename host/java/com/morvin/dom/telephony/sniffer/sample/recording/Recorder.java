@@ -37,8 +37,6 @@ public final class Recorder extends Service {
   private static final long SAVE_MILLIS = 1000;
   /** After a longer interruption a saved call counts as ended. */
   private static final long RESUME_MILLIS = 300_000;
-  /** A message that was captured this long ago was held up by an outage. */
-  private static final long OUTAGE_MILLIS = 1_000;
   private static final String GAVE_UP = "goes on in a call of another share";
 
   private final Store store;
@@ -59,6 +57,9 @@ public final class Recorder extends Service {
   private RunningCalls.Loaded restoring;
   private long restoredSkew;
   private long lastNumber;
+  /** When the frame that is handled was captured and came, by the same clock; 0 when it came in time. */
+  private long heldFrom;
+  private long heldUntil;
   private long lastSave = -SAVE_MILLIS;
   private volatile boolean saving;
 
@@ -98,6 +99,8 @@ public final class Recorder extends Service {
   protected void handle(FrameCursor frame, Moment time) {
     summary.count(frame.protocol());
     lastNumber = frame.number();
+    heldFrom = time.stamp();
+    heldUntil = heldUntil(frame, time);
     switch (frame.protocol()) {
       case Frame.SIP, Frame.H323 -> {
         long before = follower.malformed();
@@ -108,6 +111,14 @@ public final class Recorder extends Service {
       case Frame.RTP -> media(frame, time);
       default -> { }
     }
+  }
+
+  private long heldUntil(FrameCursor frame, Moment time) {
+    if (transport().redelivers()) {
+      return frame.heldUntil();
+    }
+    long present = now().stamp();
+    return present - time.stamp() >= OUTAGE_MILLIS ? present : 0;
   }
 
   @Override
@@ -296,7 +307,7 @@ public final class Recorder extends Service {
       return;
     }
     if (loaded.states().isEmpty()) {
-      recording.markOutage();
+      recording.markOutage(recording.call.start().stamp(), now.stamp());
     }
     follower.finishRestoring(recording.call, now);
     if (transport().redelivers()) {
@@ -352,12 +363,17 @@ public final class Recorder extends Service {
     RunningCalls.Journal journal = restoring != null ? restoring.journal() : running.begin();
     Recording recording = new Recording(call, journal, store, skew, options, sharesFiles());
     recordings.put(call, recording);
-    if (restoring == null && !transport().redelivers() && now().stamp() - now.stamp() >= OUTAGE_MILLIS) {
-      recording.markOutage();
-    }
+    markOutage(recording);
     if (restoring == null) {
       console.line(call + "  " + call.protocol() + "  " + Text.printable(call.caller()) + " -> "
           + Text.printable(call.callee()));
+    }
+  }
+
+  /** Media between the capture of a message and its arrival may be lost when that is long. */
+  private void markOutage(Recording recording) {
+    if (restoring == null && heldUntil > 0) {
+      recording.markOutage(heldFrom, heldUntil);
     }
   }
 
@@ -371,8 +387,9 @@ public final class Recorder extends Service {
 
   @Override
   public void signalled(Call call, Frame frame, String label, Moment now) {
-    recordings.get(call).signalled(frame, label, now.stamp(),
-        restoring == null ? null : restoring.journal());
+    Recording recording = recordings.get(call);
+    recording.signalled(frame, label, now.stamp(), restoring == null ? null : restoring.journal());
+    markOutage(recording);
   }
 
   /** The messages get the time of the new call: those of the time before belong to the ended one. */

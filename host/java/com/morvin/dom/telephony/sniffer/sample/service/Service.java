@@ -32,6 +32,8 @@ import java.util.Map;
  * thread may call.
  */
 public abstract class Service implements CallFollower.Listener {
+  /** A message that was captured this long ago was held up by an outage. */
+  protected static final long OUTAGE_MILLIS = 1_000;
   /** See {@link #lookAhead}. */
   protected static final int LOOK_AHEAD = 64;
 
