@@ -88,6 +88,8 @@ final class Front extends Service {
   private long lastSave = -SAVE_MILLIS;
   private long lostReported;
   private boolean losing;
+  /** The frames that neither the broker nor the disk took at the end. */
+  private volatile long lostAtEnd;
 
   /** Makes a front. The directory is that of the {@link FrontState}; null when nothing is kept for a restart. */
   Front(Broker broker, long bufferBytes, Path directory, Limits limits, Console console) throws IOException {
@@ -280,21 +282,28 @@ final class Front extends Service {
 
   @Override
   protected void measure(Metrics figures) {
-    Outbox.Counts own = outbox.own();
-    Outbox.Counts before = outbox.earlier();
     figures.counter("frames_total", "Frames of calls, taken to be published.", frames);
-    figures.counter("confirmed_frames_total", "Frames that are safe with the broker.",
-        own.confirmedFrames() + before.confirmedFrames());
-    figures.counter("buffer_dropped_frames_total", "Frames dropped because the buffer for the broker was full.",
-        outbox.lostFrames());
-    figures.gauge("unconfirmed_frames", "Frames that the broker has not confirmed yet.",
-        frames - own.confirmedFrames() - own.lostFrames() + before.waitingFrames());
-    figures.gauge("buffer_bytes", "Size of the messages that the broker has not confirmed yet.", outbox.bytes());
     figures.gauge("buffer_limit_bytes", "The most that the buffer holds.", bufferBytes);
     if (state != null) {
       figures.gauge("restart_unsafe", "1 while a front that is killed and started again would lose calls or frames.",
           state.isSafe() && ended.size() < MAX_ENDED ? 0 : 1);
     }
+  }
+
+  @Override
+  protected void measureLive(Metrics figures) {
+    Outbox.Counts own = outbox.own();
+    Outbox.Counts before = outbox.earlier();
+    figures.counter("confirmed_frames_total", "Frames that are safe with the broker.",
+        own.confirmedFrames() + before.confirmedFrames());
+    figures.counter("buffer_dropped_frames_total", "Frames dropped because the buffer for the broker was full.",
+        outbox.lostFrames());
+    figures.counter("end_dropped_frames_total", "Frames that neither broker nor disk took at the end.", lostAtEnd);
+    figures.gauge("unconfirmed_frames", "Frames that the broker has not confirmed yet.",
+        own.waitingFrames() + before.waitingFrames());
+    figures.gauge("unconfirmed_seconds", "Age of the oldest message that the broker has not confirmed yet.",
+        (System.nanoTime() - outbox.oldest()) / 1e9);
+    figures.gauge("buffer_bytes", "Size of the messages that the broker has not confirmed yet.", outbox.bytes());
     figures.gauge("broker_connected", "1 while there is a connection to the broker.", publisher.isConnected() ? 1 : 0);
   }
 
@@ -439,25 +448,27 @@ final class Front extends Service {
     if (state != null) {
       state.close();
     }
+    List<Message> saved = left.subList(0, kept);
+    List<Message> lost = left.subList(kept, left.size());
+    lostAtEnd = lost.stream().mapToLong(Message::frames).sum();
     Outbox.Counts own = outbox.own();
     Outbox.Counts before = outbox.earlier();
     console.print(Text.count(follower.seen(), "call") + ", " + Text.count(frames, "frame") + ": "
         + own.confirmedFrames() + " in " + Text.count(own.confirmedMessages(), "message")
-        + " safe with the broker, " + ownFrames(left.subList(0, kept)) + " kept for the next front, "
-        + own.lostFrames() + " lost because the buffer was full, " + ownFrames(left.subList(kept, left.size()))
+        + " safe with the broker, " + frames(saved, true) + " kept for the next front, "
+        + own.lostFrames() + " lost because the buffer was full, " + frames(lost, true)
         + " lost because the broker was not there at the end; at most " + (outbox.peak() >> 10) + " KB waited");
     if (before.frames() > 0) {
       console.print(Text.count(before.frames(), "frame") + " of the front before: " + before.confirmedFrames() + " in "
-          + Text.count(before.confirmedMessages(), "message") + " safe with the broker, " + before.waitingFrames()
-          + " not, " + before.lostFrames() + " lost because the buffer was full");
+          + Text.count(before.confirmedMessages(), "message") + " safe with the broker, " + frames(saved, false)
+          + " kept for the next front, " + before.lostFrames() + " lost because the buffer was full, "
+          + frames(lost, false) + " lost because the broker was not there at the end");
     }
-    if (dropped() > 0) {
-      console.print(Text.count(dropped(), "frame") + " dropped before that: this machine was too slow");
-    }
+    losses().forEach(console::print);
   }
 
-  private long ownFrames(List<Message> messages) {
-    return messages.stream().filter(outbox::isOwn).mapToLong(Message::frames).sum();
+  private long frames(List<Message> messages, boolean own) {
+    return messages.stream().filter(message -> outbox.isOwn(message) == own).mapToLong(Message::frames).sum();
   }
 
   private Message resolved(Message message) {

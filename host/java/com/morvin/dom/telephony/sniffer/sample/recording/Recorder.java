@@ -62,6 +62,8 @@ public final class Recorder extends Service {
   private long heldUntil;
   private long lastSave = -SAVE_MILLIS;
   private volatile boolean saving;
+  /** When the state was last on the disk, or the recorder began, by the clock of the recorder. */
+  private volatile long savedMillis;
 
   /**
    * Records into a store, which the caller closes.
@@ -85,6 +87,7 @@ public final class Recorder extends Service {
   @Override
   protected void attached() {
     if (running == null) {
+      savedMillis = clock.millis();
       running = new RunningCalls(store, log, transport().redelivers());
       others = new OtherShares(store, follower, clock, console);
       restore();
@@ -197,6 +200,12 @@ public final class Recorder extends Service {
   @Override
   protected void measure(Metrics figures) {
     summary.measure(figures, lostNow(), reports.dropped());
+  }
+
+  @Override
+  protected void measureLive(Metrics figures) {
+    figures.gauge("unsaved_seconds", "Time since the state of the running calls was last written.",
+        (clock.millis() - savedMillis) / 1e3);
     store.measure(figures);
   }
 
@@ -232,6 +241,7 @@ public final class Recorder extends Service {
     }
     running.save(calls, whole, clock.read(), position, () -> {
       saving = false;
+      savedMillis = clock.millis();
       if (link.redelivers()) {
         link.acknowledge(upTo);
       }
@@ -511,7 +521,9 @@ public final class Recorder extends Service {
   public void summarize() {
     if (transport() != null) {
       console.print("");
-      summary.lines(follower.seen(), transport().sessions(), reports.dropped(), store.directory())
+      List<String> losses = losses();
+      losses.addAll(store.disk().losses());
+      summary.lines(follower.seen(), transport().sessions(), reports.dropped(), losses, store.directory())
           .forEach(console::print);
       if (follower.seen() > 0) {
         console.print("The table of calls: " + log.file());
