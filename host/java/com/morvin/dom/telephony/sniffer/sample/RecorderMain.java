@@ -145,7 +145,8 @@ public final class RecorderMain {
   private static void fail(Console console, Thread thread, Throwable thrown) {
     reserve = null;
     try {
-      console.line("the " + console.program() + " ends, because its thread " + thread.getName() + " has failed: " + thrown);
+      console.line("the " + console.program() + " ends, because its thread " + thread.getName() + " has failed: "
+          + thrown);
       console.flush(PRINT_MILLIS);
       System.exit(FAILED);
     } catch (OutOfMemoryError e) {

@@ -62,6 +62,9 @@ public final class Recorder extends Service {
   private long heldUntil;
   private long lastSave = -SAVE_MILLIS;
   private volatile boolean saving;
+  /** Whether the recorder ends, and what its last calls lack: a line for each of them would be a flood. */
+  private boolean ending;
+  private long missingAtEnd;
   /** When the state was last on the disk, or the recorder began, by the clock of the recorder. */
   private volatile long savedMillis;
 
@@ -486,7 +489,9 @@ public final class Recorder extends Service {
     summary.countLost(recording.lost());
     console.line(recording.call + "  " + Text.printable(how) + " after "
         + Text.seconds(recording.length(at.stamp())) + " s; " + recording.counts());
-    recording.notes(at.stamp()).forEach(note -> console.line(recording.call + "  " + Text.printable(note)));
+    missingAtEnd += ending ? recording.missing() : 0;
+    recording.notes(at.stamp()).stream().filter(note -> !ending || !note.endsWith(Track.NOT_WRITTEN))
+        .forEach(note -> console.line(recording.call + "  " + Text.printable(note)));
   }
 
   /**
@@ -496,6 +501,7 @@ public final class Recorder extends Service {
   @Override
   public void finish() {
     Moment now = now();
+    ending = true;
     if (stopped()) {
       List.copyOf(follower.calls()).stream().filter(call -> call.isHungUp(now)).forEach(call -> end(call, now));
       store.disk().hurry();
@@ -507,6 +513,11 @@ public final class Recorder extends Service {
     } else {
       List.copyOf(follower.calls()).forEach(call -> end(call, now));
     }
+    if (missingAtEnd > 0) {
+      console.line("the last calls: " + ((missingAtEnd >> 10) + 1) + Track.NOT_WRITTEN);
+      missingAtEnd = 0;
+    }
+    ending = false;
     save(true);
     store.disk().drain();
     console.status("");

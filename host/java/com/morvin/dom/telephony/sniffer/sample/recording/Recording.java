@@ -306,6 +306,11 @@ final class Recording {
     return lost;
   }
 
+  /** Returns the number of bytes of media that could not be written. */
+  long missing() {
+    return allTracks().mapToLong(Track::missing).sum();
+  }
+
   /** Returns "from-caller 3 packets, 0 lost; from-callee 4 packets, 1 lost". */
   String counts() {
     List<String> counts = new ArrayList<>();

@@ -217,8 +217,8 @@ public final class Intake implements AutoCloseable {
   @Override
   public synchronized void close() {
     end();
-    for (Queue<FrameBlock> queue : transport.redelivers() ? List.<Queue<FrameBlock>>of() : List.of(signalling, blocks)) {
-      unhandled += queue.stream().mapToInt(FrameBlock::count).sum();
+    for (Queue<FrameBlock> queue : List.of(signalling, blocks)) {
+      unhandled += transport.redelivers() ? 0 : queue.stream().mapToInt(FrameBlock::count).sum();
       queue.clear();
     }
     if (unhandled > 0) {
