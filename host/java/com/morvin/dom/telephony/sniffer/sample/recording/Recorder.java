@@ -57,9 +57,9 @@ public final class Recorder extends Service {
   private RunningCalls.Loaded restoring;
   private long restoredSkew;
   private long lastNumber;
-  /** When the frame that is handled was captured and came, by the same clock; 0 when it came in time. */
-  private long heldFrom;
-  private long heldUntil;
+  /** The frame that is handled and its time; null before the first one. */
+  private FrameCursor handled;
+  private Moment handledTime;
   private long lastSave = -SAVE_MILLIS;
   private volatile boolean saving;
   /** Whether the recorder ends, and what its last calls lack: a line for each of them would be a flood. */
@@ -105,8 +105,8 @@ public final class Recorder extends Service {
   protected void handle(FrameCursor frame, Moment time) {
     summary.count(frame.protocol());
     lastNumber = frame.number();
-    heldFrom = time.stamp();
-    heldUntil = heldUntil(frame, time);
+    handled = frame;
+    handledTime = time;
     switch (frame.protocol()) {
       case Frame.SIP, Frame.H323 -> {
         long before = follower.malformed();
@@ -117,14 +117,6 @@ public final class Recorder extends Service {
       case Frame.RTP -> media(frame, time);
       default -> { }
     }
-  }
-
-  private long heldUntil(FrameCursor frame, Moment time) {
-    if (transport().redelivers()) {
-      return frame.heldUntil();
-    }
-    long present = now().stamp();
-    return present - time.stamp() >= OUTAGE_MILLIS ? present : 0;
   }
 
   @Override
@@ -383,10 +375,15 @@ public final class Recorder extends Service {
     }
   }
 
-  /** Media between the capture of a message and its arrival may be lost when that is long. */
+  /** Media between the capture of a message and its arrival, here or at a front, may be lost when that is long. */
   private void markOutage(Recording recording) {
-    if (restoring == null && heldUntil > 0) {
-      recording.markOutage(heldFrom, heldUntil);
+    if (restoring != null || handled == null) {
+      return;
+    }
+    long from = handledTime.stamp();
+    long to = transport().redelivers() ? handled.heldUntil() : now().stamp();
+    if (to - from >= OUTAGE_MILLIS) {
+      recording.markOutage(from, to);
     }
   }
 

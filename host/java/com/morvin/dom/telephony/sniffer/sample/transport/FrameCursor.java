@@ -14,7 +14,8 @@ public final class FrameCursor {
   private int payload;
   private int end;
   private long captured;
-  private long heldUntil;
+  /** The index of the capture time frame before that of the frame; -1 when there is none. */
+  private int held = -1;
   private long number;
 
   /** Makes a cursor before the first frame of a block. */
@@ -40,7 +41,7 @@ public final class FrameCursor {
     payload = other.payload;
     end = other.end;
     captured = other.captured;
-    heldUntil = other.heldUntil;
+    held = other.held;
     number = other.number;
   }
 
@@ -54,7 +55,7 @@ public final class FrameCursor {
       if (Wire.protocol(bytes, start) != Frame.CAPTURE_TIME) {
         payload = Wire.payload(bytes, start);
         captured = block.sharesTimes() ? shared(time) : time < 0 ? 0 : captured(time);
-        heldUntil = before < 0 || !block.sharesTimes() ? 0 : stated(before);
+        held = before;
         number++;
         return true;
       }
@@ -144,7 +145,7 @@ public final class FrameCursor {
    * captured before may be lost. Returns 0 when the frame came in time, or from a sniffer.
    */
   public long heldUntil() {
-    return heldUntil;
+    return held < 0 || !block.sharesTimes() ? 0 : stated(held);
   }
 
   /** Whether the sniffer has stated the time of capture because the frame has left it late. */
