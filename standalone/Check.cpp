@@ -156,6 +156,13 @@ void addStatisticsFileError(const std::string& path, ErrorList& errors) {
 }
 
 void printFilterWarnings(const Sniffer& engine) {
+  for (int i = 0; i < engine.getDeviceCount(); ++i) {
+    if (!engine.filtersAfterCopying(i)) continue;
+    printWarning(std::string("the kernel does not take the filter on ") + engine.getDevice(i) +
+                 ": each frame is copied to the program before it is filtered, which costs many times as much; write "
+                 "networks or port ranges instead of single ones (4096 instructions are the most), or raise "
+                 "net.core.optmem_max (sysctl)");
+  }
   for (const std::string& warning : checkFilter(engine.getFilter(), engine.getSettings())) {
     printWarning(warning);
   }
@@ -173,7 +180,7 @@ int check(Sniffer& engine) {
   addSettingErrors(errors);
   printRecorderWarnings(engine);
   addStatisticsFileError(engine.getSettings().statisticsFile, errors);
-  if (errors.getCount() == 0) printFilterWarnings(engine);
+  if (status == 0) printFilterWarnings(engine);
   printResult(errors.getCount());
   return errors.getCount() == 0 ? 0 : std::max(status, kNotReady);
 }

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cctype>
 #include <cstdint>
+#include <optional>
 #include <set>
 
 #include "settings/TunnelPorts.h"
@@ -26,10 +27,15 @@ void append(Frame& frame, std::uint32_t value, int bytes) {
 
 using Address = std::vector<std::uint8_t>;  // 4 or 16 octets
 
-/// The addresses and ports that a filter may let through: those that its text names, and usual ones.
+constexpr std::size_t kMostAddresses = 64;  // all pairs of them are tried
+constexpr std::size_t kMostTags = 16;
+constexpr std::uint32_t kUntagged = 0;
+
+/// The addresses, ports and VLANs that a filter may let through: those that its text names, and usual ones.
 struct Candidates {
   std::set<Address> addresses;
   std::set<std::uint32_t> ports = {1720, 5060, 16384};
+  std::set<std::uint32_t> tags = {kUntagged, 1};
 
   explicit Candidates(const std::string& filter) {
     for (const char* usual : {"10.0.0.1", "10.0.0.2", "2001:db8::1", "2001:db8::2"}) addAddress(usual);
@@ -38,9 +44,11 @@ struct Candidates {
     for (std::size_t at; (at = filter.find_first_of(kCharacters, end)) != std::string::npos;) {
       end = std::min(filter.find_first_not_of(kCharacters, at), filter.size());
       const std::string word = filter.substr(at, end - at);
-      if (addAddress(word)) continue;
+      if (addresses.size() < kMostAddresses && addAddress(word)) continue;
       if (word.size() <= 5 && word.find_first_not_of("0123456789") == std::string::npos) {
-        ports.insert(static_cast<std::uint32_t>(std::stoi(word)));
+        const auto number = static_cast<std::uint32_t>(std::stoi(word));
+        ports.insert(number);
+        if (number < 4096 && tags.size() < kMostTags) tags.insert(number);
       }
     }
   }
@@ -67,8 +75,10 @@ struct Kind {
   std::uint32_t port = 0;  ///< destination port; 0: each of the candidates
 };
 
-Frame build(const Kind& kind, const Address& source, const Address& destination, std::uint32_t port) {
+Frame build(const Kind& kind, const Address& source, const Address& destination, std::uint32_t port,
+            std::uint32_t tag) {
   Frame frame(12);
+  if (tag != kUntagged) append(frame, 0x81000000 | tag, 4);
   append(frame, kind.etherType, 2);
   if (kind.etherType == kIpv4) {
     append(frame, 0x45000064, 4);
@@ -87,13 +97,13 @@ Frame build(const Kind& kind, const Address& source, const Address& destination,
   return frame;
 }
 
-bool letsThrough(const bpf_program& program, const Candidates& candidates, const Kind& kind) {
+bool letsThrough(const bpf_program& program, const Candidates& candidates, const Kind& kind, std::uint32_t tag) {
   const std::size_t size = kind.etherType == kIpv6 ? 16 : 4;
   for (const Address& source : candidates.addresses) {
     for (const Address& destination : candidates.addresses) {
       if (source.size() != size || destination.size() != size) continue;
       for (const std::uint32_t port : candidates.ports) {
-        const Frame frame = build(kind, source, destination, port);
+        const Frame frame = build(kind, source, destination, port, tag);
         const auto length = static_cast<bpf_u_int32>(frame.size());
         const pcap_pkthdr header{{}, length, length};
         if (pcap_offline_filter(&program, &header, frame.data()) != 0) return true;
@@ -128,20 +138,37 @@ const Need kNeeds[] = {
      "it; \"ip and\" and IPv4 addresses do, write \"udp\" or add \"or (udp and net 2001:db8::/32)\""},
 };
 
+/// The frames that a filter is for.
+struct Purpose {
+  std::uint32_t tag;      ///< their VLAN
+  std::uint8_t protocol;  ///< UDP, or TCP when the filter excludes UDP
+};
+
+/// Returns nothing when the filter excludes UDP and TCP over IPv4.
+std::optional<Purpose> findPurpose(const bpf_program& program, const Candidates& candidates) {
+  for (const std::uint32_t tag : candidates.tags) {
+    for (const std::uint8_t protocol : {IPPROTO_UDP, IPPROTO_TCP}) {
+      if (letsThrough(program, candidates, {kIpv4, protocol}, tag)) return Purpose{tag, protocol};
+    }
+  }
+  return {};
+}
+
 std::vector<std::string> warnings(const bpf_program& program, const Candidates& candidates, const Settings& settings) {
   std::vector<std::string> texts;
-  if (!letsThrough(program, candidates, {kIpv4, IPPROTO_UDP})) return texts;
+  const std::optional<Purpose> purpose = findPurpose(program, candidates);
+  if (!purpose) return texts;
   for (const Need& need : kNeeds) {
     if (!(settings.*need.setting)) continue;
     std::vector<Kind> kinds = need.kinds;
+    if (need.setting == &Settings::reassembleFragments) kinds.front().protocol = purpose->protocol;
     if (need.setting == &Settings::decapsulate) {
       for (const std::uint16_t port : TunnelPorts(settings.tunnelPorts).all()) {
         kinds.push_back({kIpv4, IPPROTO_UDP, 0, port});
       }
     }
-    const bool met = std::any_of(kinds.begin(), kinds.end(),
-                                 [&](const Kind& kind) { return letsThrough(program, candidates, kind); });
-    if (met) continue;
+    const auto isMet = [&](const Kind& kind) { return letsThrough(program, candidates, kind, purpose->tag); };
+    if (std::any_of(kinds.begin(), kinds.end(), isMet)) continue;
     texts.push_back(std::string(need.name) + "=yes has no effect: the filter excludes " + need.excluded);
   }
   return texts;

@@ -345,6 +345,37 @@ void attackWithFrames(benchmark::State& state) {
 }
 BENCHMARK(attackWithFrames)->Iterations(1);
 
+Bytes manyMessages() {
+  std::string many;
+  while (many.size() < 64'900) many += "SIP/2.0 200 \nl:0\n\n";
+  return text(many);
+}
+
+/// Long segments of small messages.
+void attackWithMessages(benchmark::State& state) {
+  attack(state, kTcp, [](Attack& frames) {
+    const Bytes many = manyMessages();
+    frames.takeSegment(0, 0, {}, 0, 0x02);
+    for (std::uint32_t i = 0; i < 100; ++i) {
+      frames.takeSegment(0, 1 + i * static_cast<std::uint32_t>(many.size()), many, i);
+    }
+  });
+}
+BENCHMARK(attackWithMessages)->Iterations(1);
+
+/// The same in another numbering, which waits until the early segments of the present one have been passed on.
+void attackWithAnotherNumbering(benchmark::State& state) {
+  attack(state, kTcp, [](Attack& frames) {
+    const Bytes many = manyMessages();
+    frames.takeSegment(0, 0, kStart, 0);
+    for (std::uint32_t i = 0; i < 2'000; ++i) frames.takeSegment(0, 100 + 2 * i, {'x'}, i);
+    for (std::uint32_t i = 0; i < 100; ++i) {
+      frames.takeSegment(0, 0x40000000 + i * static_cast<std::uint32_t>(many.size()), many, 2'000 + i);
+    }
+  });
+}
+BENCHMARK(attackWithAnotherNumbering)->Iterations(1);
+
 /// More early data than the memory takes, in large and in small streams.
 void attackOnMemory(benchmark::State& state) {
   attack(state, kTcp, [](Attack& frames) {

@@ -70,6 +70,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
                                 .openings = 2,
                                 .streamMemory = 16'384,
                                 .earlyMemory = 4'096,
+                                .work = 700,
+                                .backlogMemory = 2'048,
                                 .datagrams = 4,
                                 .datagramMemory = 8'192,
                                 .duplicateBuckets = 2};
@@ -93,6 +95,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
     ++frames;
   }
   require(sink.frames == frames);
-  stack.flush();
+  while (stack.flush()) {
+  }
   return 0;
 }

@@ -1,5 +1,7 @@
 #include "capture/Device.h"
 
+#include <sys/socket.h>
+
 #include <chrono>
 #include <filesystem>
 #include <system_error>
@@ -163,6 +165,14 @@ Device::FilterResult Device::setFilter(const std::string& expression) {
   filter_ = expression;
   if (handle_ == nullptr) return kFilterInstalled;
   return install(handle_, filter_, error_);
+}
+
+bool Device::filtersAfterCopying() const {
+  if (handle_ == nullptr || isFile()) return false;
+  socklen_t instructions = 0;  // with no space for them, the kernel returns their number
+  // Fails for a device that is captured in another way than through a packet socket.
+  if (getsockopt(pcap_fileno(handle_), SOL_SOCKET, SO_GET_FILTER, nullptr, &instructions) != 0) return false;
+  return instructions == 0;
 }
 
 // ---- capturing ----

@@ -75,6 +75,10 @@ class Device {
   /// opening.
   FilterResult setFilter(const std::string& expression);
 
+  /// True when the kernel has not taken the filter, as too long for example. libpcap then copies all frames to the
+  /// process and filters them there.
+  bool filtersAfterCopying() const;
+
   /// The reason of the last failure, empty after a success.
   const std::string& getError() const { return error_; }
 

@@ -78,6 +78,9 @@ class Sniffer final : public voip::Engine {
   /// Returns why device i could not be opened or did not take the filter. Empty when it did.
   const std::string& getDeviceError(int i) const { return devices_[i].getError(); }
 
+  /// See Device::filtersAfterCopying().
+  bool filtersAfterCopying(int i) const { return devices_[i].filtersAfterCopying(); }
+
   /// Opens device i. Returns null when it cannot be opened.
   pcap_t* getHandle(int i);
 

@@ -74,13 +74,26 @@ void PacketRouter::configure(const Settings& settings, FanOut* fanOut) {
 
 void PacketRouter::takeFrame(const pcap_pkthdr& header, u_char* frame, FrameSource source, const CaptureStamp& stamp) {
   stamp_ = stamp;
-  if (followsStreams_) classifier_.h323Parser().beginSegment();
+  beginWork();
   const std::int64_t time = std::int64_t{header.ts.tv_sec} * 1'000'000 + header.ts.tv_usec;
   network_->takeFrame({frame, header.len}, source, time, isPlain_ ? 0 : clock_.at(time, monotonic()));
 }
 
-void PacketRouter::expire() {
-  if (!isPlain_) network_->expire(clock_.advance(monotonic()));
+bool PacketRouter::expire() {
+  if (isPlain_) return false;
+  beginWork();
+  return network_->expire(clock_.advance(monotonic()));
+}
+
+void PacketRouter::finish() {
+  do {
+    beginWork();
+  } while (network_->flush());
+}
+
+/// Limits the effort for the H.323 messages that the following call forwards.
+void PacketRouter::beginWork() {
+  if (followsStreams_) classifier_.h323Parser().beginSegment();
 }
 
 void PacketRouter::takePlainUdp(std::span<u_char> frame, std::size_t offset) {

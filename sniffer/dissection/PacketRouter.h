@@ -39,11 +39,12 @@ class PacketRouter final : private NetworkSink {
   /// must stay valid until flush().
   void takeFrame(const pcap_pkthdr& header, u_char* frame, FrameSource source, const CaptureStamp& stamp);
 
-  /// Does the work that is due in the network stack while no frame arrives: early segments may be forwarded.
-  void expire();
+  /// Does a limited part of the work that is due in the network stack while no frame arrives: messages that frames have
+  /// left and early segments may be forwarded. Returns true when there is more to do.
+  bool expire();
 
   /// Forwards the messages that the network stack still holds. To be called when no frame will follow.
-  void finish() { network_->flush(); }
+  void finish();
 
   /// Sends the frames that wait in the lane, or wakes the lanes of several recorders.
   void flush() {
@@ -78,6 +79,7 @@ class PacketRouter final : private NetworkSink {
   void refuseTcpHeader(int length) override;
   void count(NetworkCount what) override;
 
+  void beginWork();
   void countIpv6(const FlowEnds& ends);
   void addIpv6Items();
   void drop(const Datagram& datagram);

@@ -14,6 +14,7 @@ namespace {
 
 // The wait of the classifying thread is limited: early segments in TCP streams expire.
 constexpr std::chrono::milliseconds kIdleWait(100);
+constexpr std::chrono::milliseconds kNoWait(0);
 constexpr std::chrono::milliseconds kBetweenStarts(1000);  // of threads that could not be started
 
 }  // namespace
@@ -110,8 +111,9 @@ void SngDissector::consumePacket() {
 
 /// Does the periodic work, then waits for packets. Returns false when there are none.
 bool SngDissector::takeBatch() {
-  router_.expire();
-  const bool hasPackets = packetQueue_.takeBatch(lane_.prepareWait());
+  hasMore_ = router_.expire();
+  const std::chrono::milliseconds longest = lane_.prepareWait();
+  const bool hasPackets = packetQueue_.takeBatch(hasMore_ ? kNoWait : longest);
   lane_.finishWait(hasPackets, isEmbedded());
   return hasPackets;
 }
@@ -149,9 +151,9 @@ void SngDissector::startLanes(FanOut& fanOut) {
 void SngDissector::classify(FanOut& fanOut) {
   while (!fanOut.hasEnded()) {
     try {
-      router_.expire();
+      hasMore_ = router_.expire();
       router_.flush();
-      packetQueue_.takeBatch(kIdleWait);
+      packetQueue_.takeBatch(hasMore_ ? kNoWait : kIdleWait);
       processBatch();
       // The first recorder's lane may need none of these packets, but carries out the host's commands after them.
       if (isEmbedded() && lane_.links().getMedia()->mayHaveRequest()) fanOut.first().queue.wake();
@@ -187,7 +189,7 @@ void SngDissector::signalEnd() {
 
 bool SngDissector::isIdle() {
   FanOut* const fanOut = fanOut_;
-  return packetQueue_.isIdle() && (fanOut == nullptr || fanOut->isIdle());
+  return packetQueue_.isIdle() && !hasMore_ && (fanOut == nullptr || fanOut->isIdle());
 }
 
 Statistics SngDissector::getStatistics() {

@@ -142,7 +142,7 @@ class SngDissector {
   /// Returns the number of packets that wait for the consumer. Any thread.
   std::size_t getQueueLength() { return packetQueue_.size(); }
 
-  /// True when nothing is queued and nothing is being processed. Any thread.
+  /// True when nothing is queued, nothing is being processed and frames have left no work. Any thread.
   bool isIdle();
 
   /// Returns a copy of the present statistics. Any thread.
@@ -231,7 +231,8 @@ class SngDissector {
   std::unique_ptr<voip::FanOut> ownFanOut_;            ///< null unless there are several recorders
   std::atomic<voip::FanOut*> fanOut_ = nullptr;        ///< the same; atomic, since signalEnd() may be called meanwhile
   voip::PacketRouter router_{rtpList_, lane_, statistics_};
-  std::thread classifying_;  ///< when there are several recorders
+  std::atomic<bool> hasMore_ = false;  ///< frames have left work
+  std::thread classifying_;            ///< when there are several recorders
 
   static std::atomic<SngDissector*> dissector_;
 };

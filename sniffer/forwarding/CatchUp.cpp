@@ -38,6 +38,7 @@ bool CatchUp::step() {
     return isActive();
   }
   isRecalling_ = true;
+  if (lookBack_->media.lookUpMore()) return true;
   BaseConnection& connection = *links_.getMedia();
   const std::size_t room = connection.getRoom();
   if (room == 0) return false;

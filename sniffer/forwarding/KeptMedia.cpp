@@ -15,6 +15,8 @@ namespace {
 constexpr std::size_t kTableShare = 8;
 constexpr std::size_t kDestinationSize = 72;  // bytes in the table
 constexpr std::size_t kMinDestinations = 1024;
+constexpr int kLookedUpAtOnce = 16'384;  // frames of a recall
+constexpr int kMostExpired = 16;         // blocks that one call drops
 
 std::size_t destinationsFor(std::size_t memory) {
   return std::max(kMinDestinations, memory / kTableShare / kDestinationSize);
@@ -123,11 +125,11 @@ KeptMedia::Block& KeptMedia::blockOf(std::uint64_t number) {
 }
 
 void KeptMedia::expire() {
-  if (!recalled_.empty()) return;
+  if (isRecalling()) return;
   const Instant oldest = oldestAllowed();
   // A block is as old as its last frame, which is no newer than the first frame of the next block.
   const auto isExpired = [&] { return (blocks_.size() == 1 ? newestKept_ : blocks_[1].first()->kept) < oldest; };
-  while (!blocks_.empty() && isExpired()) dropOldestBlock(statistics_.udpDropped);
+  for (int i = 0; i < kMostExpired && !blocks_.empty() && isExpired(); ++i) dropOldestBlock(statistics_.udpDropped);
   forgetEmptied(64);
 }
 
@@ -138,8 +140,16 @@ bool KeptMedia::beginRecall(const IpEndpoint& destination) {
   recalledFor_ = destination;
   Newest* found = newest_.find(destination, IpEndpointHash()(destination));
   if (found == nullptr) return false;
+  earlier_ = *found;
+  newest_.erase(*found);
+  lookUpMore();
+  return isRecalling();
+}
+
+bool KeptMedia::lookUpMore() {
   const Instant oldest = oldestAllowed();
-  for (Newest at = *found; isKept(at.number); at = {at.record->previous, at.record->previousNumber}) {
+  for (int i = 0; i < kLookedUpAtOnce && isKept(earlier_.number); ++i) {
+    const Newest at = std::exchange(earlier_, {earlier_.record->previous, earlier_.record->previousNumber});
     if (at.record->kept >= oldest) {
       recalled_.push_front(at);
     } else {
@@ -148,8 +158,7 @@ bool KeptMedia::beginRecall(const IpEndpoint& destination) {
       statistics_.udpDropped.add();
     }
   }
-  newest_.erase(*found);
-  return !recalled_.empty();
+  return isKept(earlier_.number);
 }
 
 std::span<const KeptFrame> KeptMedia::peekRecalled(std::size_t atMost) {
@@ -172,12 +181,15 @@ void KeptMedia::popRecalled(std::size_t count) {
 }
 
 void KeptMedia::cancelRecall() {
+  const Newest earlier = std::exchange(earlier_, {});
   while (!recalled_.empty() && !isKept(recalled_.front().number)) recalled_.pop_front();
-  if (recalled_.empty()) return;
-  Record& oldest = *recalled_.front().record;
-  oldest.previous = nullptr;  // the frames before it have been sent
-  oldest.previousNumber = 0;
-  const Newest last = recalled_.back();
+  if (recalled_.empty() && !isKept(earlier.number)) return;
+  if (!recalled_.empty()) {
+    Record& oldest = *recalled_.front().record;
+    oldest.previous = earlier.record;  // the frames before it have been sent, unless they were not looked up yet
+    oldest.previousNumber = earlier.number;
+  }
+  const Newest last = recalled_.empty() ? earlier : recalled_.back();
   recalled_.clear();
   prepend(recalledFor_, last);  // frames that were kept during the recall come after those of the recall
 }

@@ -48,6 +48,10 @@ class KeptMedia {
   /// as dropped.
   bool beginRecall(const IpEndpoint& destination);
 
+  /// Looks up more frames of the recall, a limited number of them, since the newest is found first. Returns true when
+  /// it has to be called again before peekRecalled().
+  bool lookUpMore();
+
   /// Returns the next frames of the recall, at most `atMost`; none when no frame is left. They are valid until the next
   /// call of any operation.
   std::span<const KeptFrame> peekRecalled(std::size_t atMost);
@@ -58,7 +62,7 @@ class KeptMedia {
   /// Ends the recall. Its remaining frames are kept as before, in order.
   void cancelRecall();
 
-  /// Drops expired frames. To be called regularly.
+  /// Drops expired frames, a limited number of them. To be called regularly.
   void expire();
 
   /// Stops the time at `since`, the time of the oldest request that has not been met; nullopt lets it run again.
@@ -92,6 +96,7 @@ class KeptMedia {
   static constexpr std::size_t kBlockSize = 128 * 1024;  ///< bytes
   static constexpr std::size_t kMaxSpare = 8;            ///< unused blocks
 
+  bool isRecalling() const { return !recalled_.empty() || isKept(earlier_.number); }
   Newest append(const KeptFrame& kept, std::size_t reserved);
   static void link(Newest& last, const Newest& added);
   void prepend(const IpEndpoint& destination, const Newest& last);
@@ -121,6 +126,7 @@ class KeptMedia {
   // The recall.
   IpEndpoint recalledFor_;         ///< its destination
   std::deque<Newest> recalled_;    ///< its frames, oldest first; some may have been dropped meanwhile
+  Newest earlier_;                 ///< the frame before these, which was not looked up yet; number 0: none
   std::vector<KeptFrame> peeked_;  ///< result of the last peekRecalled()
 };
 

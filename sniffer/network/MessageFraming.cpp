@@ -120,14 +120,15 @@ Cut cutTpkt(Octets octets) {
 }
 
 Found findTpkt(Octets octets) {
-  for (std::size_t at = 0; at < octets.size(); ++at) {
+  const std::size_t end = std::min(octets.size(), kSearchedAtOnce);
+  for (std::size_t at = 0; at < end; ++at) {
     if (octets[at] != 3) continue;
     const Octets rest = octets.subspan(at);
     if (beginsTpkt(rest) != Likeness::kYes) continue;
     const std::size_t length = lengthOfTpkt(rest);
     if (length <= rest.size() && beginsTpkt(rest.subspan(length)) != Likeness::kNo) return {at, Likeness::kYes};
   }
-  return {octets.size()};
+  return {end};
 }
 
 // ---- SIP ----
@@ -169,6 +170,7 @@ Found findSip(Octets octets) {
     const std::size_t end = stream.find('\n', at);
     if (end == stream.npos) break;
     at = end + 1;
+    if (at >= kSearchedAtOnce) return {at};
   }
   return {octets.size()};
 }

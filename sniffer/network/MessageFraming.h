@@ -22,6 +22,9 @@ constexpr std::size_t kMaxIpv6Message = kMaxForwardedFrame - kForwardedIpv6Heade
 /// The greatest length field that is believed, so that a wrong one skips a limited part of the stream.
 constexpr std::uint64_t kLongestBelieved = 16 << 20;
 
+/// The octets in which a search looks for a beginning, so that a long segment takes several searches.
+constexpr std::size_t kSearchedAtOnce = 8'192;
+
 /// What a stream begins with.
 struct Cut {
   enum Kind {
@@ -36,7 +39,7 @@ struct Cut {
 };
 
 /// The position at which a message begins, or may begin when more octets arrive. `at` is the number of octets when
-/// there is none.
+/// there is none, or smaller when kSearchedAtOnce octets were searched.
 struct Found {
   std::size_t at;
   Likeness likeness = Likeness::kNo;

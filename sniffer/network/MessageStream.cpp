@@ -39,44 +39,57 @@ void MessageStream::start(bool isFromStart) {
   isFromStart_ = isFromStart;
 }
 
-void MessageStream::take(Octets octets, const Context& context) {
-  if (isUnsure_ && isMessageAt(octets)) decideAgain();
+std::size_t MessageStream::take(Octets octets, bool isFront, const Context& context) {
+  if (isFront && isUnsure_ && isMessageAt(octets)) decideAgain();
   const std::size_t skipped = std::min<std::size_t>(skip_, octets.size());
   skip_ -= static_cast<std::uint32_t>(skipped);
-  octets = octets.subspan(skipped);
-  if (octets.empty() || kind_ == Kind::kForeign) return;
-  if (kept_ != nullptr && !kept_->partial.empty()) {
-    takeAfterPartial(octets, context);
-  } else if (const std::size_t used = takeMessages(octets, 0, context); used < octets.size()) {
-    kept().partial.assign(octets.begin() + static_cast<std::ptrdiff_t>(used), octets.end());
-  }
+  const Octets rest = octets.subspan(skipped);
+  if (rest.empty() || kind_ == Kind::kForeign) return octets.size();
+  const bool hasPartial = kept_ != nullptr && !kept_->partial.empty();
+  const std::size_t taken = hasPartial ? takeAfterPartial(rest, context) : takeFresh(rest, isFront, context);
   tidy();
+  return skipped + taken;
 }
 
-void MessageStream::takeAfterPartial(Octets octets, const Context& context) {
+std::size_t MessageStream::takeFresh(Octets octets, bool isFront, const Context& context) {
+  const End end = takeMessages(octets, 0, 0, isFront, context);
+  if (end.isSpent) return end.at;
+  if (end.at < octets.size()) {
+    kept().partial.assign(octets.begin() + static_cast<std::ptrdiff_t>(end.at), octets.end());
+  }
+  return octets.size();
+}
+
+std::size_t MessageStream::takeAfterPartial(Octets octets, const Context& context) {
   // Moved out first, so that calls from the code below find the stream in a consistent state.
   std::vector<std::uint8_t> partial = std::move(kept_->partial);
   kept_->partial.clear();
-  const std::size_t known = partial.size();
+  const std::size_t old = partial.size();
   partial.insert(partial.end(), octets.begin(), octets.end());
-  const std::size_t used = partial.size() < wanted_ ? 0 : takeMessages(partial, wanted_ == 0 ? known : 0, context);
-  partial.erase(partial.begin(), partial.begin() + static_cast<std::ptrdiff_t>(used));
+  End end{0, false};
+  if (partial.size() >= wanted_) end = takeMessages(partial, old, wanted_ == 0 ? old : 0, true, context);
+  if (end.isSpent) return end.at - old;
+  partial.erase(partial.begin(), partial.begin() + static_cast<std::ptrdiff_t>(end.at));
   if (!partial.empty()) kept().partial = std::move(partial);
+  return octets.size();
 }
 
-/// Passes on the whole messages and returns the number of octets consumed. The first `known` octets arrived before and
-/// did not complete a message.
-std::size_t MessageStream::takeMessages(Octets octets, std::size_t known, const Context& context) {
+/// Passes on the whole messages. The first `old` octets arrived before; the first `known` ones did not complete a
+/// message. The work may end among the others only.
+MessageStream::End MessageStream::takeMessages(Octets octets, std::size_t old, std::size_t known, bool isFront,
+                                               const Context& context) {
   std::size_t at = 0;
   wanted_ = 0;
   while (at < octets.size()) {
+    if (context.work.isSpent() && at >= old) return {at, true};
     const Octets rest = octets.subspan(at);
-    const Cut piece = cut(rest, at == 0 ? known : 0, at == 0 && known == 0, context);
+    const Cut piece = cut(rest, at == 0 ? known : 0, isFront && at == 0 && known == 0, context);
     const auto here = static_cast<std::size_t>(std::min<std::uint64_t>(piece.length, rest.size()));
+    context.work.spend(1 + here / Work::kOctetsOfUnit);
     switch (piece.kind) {
       case Cut::kMore:
         wanted_ = static_cast<std::uint32_t>(piece.length);
-        return at;
+        return {at, false};
       case Cut::kTooLong:
         refuse(piece.length, context);
         [[fallthrough]];
@@ -90,7 +103,7 @@ std::size_t MessageStream::takeMessages(Octets octets, std::size_t known, const 
         break;  // the stream is out of step now
     }
   }
-  return at;
+  return {at, false};
 }
 
 Cut MessageStream::cut(Octets octets, std::size_t known, bool isFront, const Context& context) {
@@ -98,7 +111,7 @@ Cut MessageStream::cut(Octets octets, std::size_t known, bool isFront, const Con
     if (const auto undecided = decide(octets, known)) return *undecided;
   }
   if (!isInStep_) {
-    if (const auto lost = findStep(octets, known, isFront)) return *lost;
+    if (const auto lost = findStep(octets, known, isFront, context.work)) return *lost;
   }
   WebSocketFrame frame;
   const Cut piece = cutInStep(octets, known, frame);
@@ -232,9 +245,10 @@ Found MessageStream::find(Octets octets, bool isFront) const {
 }
 
 /// Returns nothing when the stream is in step: a message begins with the octets.
-std::optional<Cut> MessageStream::findStep(Octets octets, std::size_t known, bool isFront) {
+std::optional<Cut> MessageStream::findStep(Octets octets, std::size_t known, bool isFront, Work& work) {
   if (kind_ == Kind::kSip && waitsForLine(octets, known)) return Cut{Cut::kMore};
   const Found found = find(octets, isFront);
+  work.spend(found.at);
   if (found.at == octets.size()) loseStep();
   if (found.at > 0) return Cut{Cut::kSkip, found.at};
   if (found.likeness == Likeness::kPerhaps) return Cut{Cut::kMore};
@@ -250,6 +264,7 @@ void MessageStream::passOn(Octets message, const Context& context) {
     return;
   }
   context.sink.count(NetworkCount::kStreamMessages);
+  context.work.spend(kind_ == Kind::kTpkt ? Work::kTpkt : Work::kSipMessage);
   if (kind_ == Kind::kTpkt) {
     context.sink.takeTpkt(context.ends, message, context.captured);
   } else {

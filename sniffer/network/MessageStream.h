@@ -9,6 +9,7 @@
 #include "network/MessageFraming.h"
 #include "network/NetworkSink.h"
 #include "network/WebSocketFraming.h"
+#include "network/Work.h"
 
 namespace voip {
 
@@ -31,6 +32,7 @@ class MessageStream {
     const FlowEnds& ends;
     std::int64_t captured;                ///< capture time of the octets
     std::vector<std::uint8_t>& unmasked;  ///< memory that is reused
+    Work& work;                           ///< of the present call
   };
 
   /// Returns false when no message begins with these octets, the first ones captured of a stream.
@@ -39,7 +41,10 @@ class MessageStream {
   /// `isFromStart`: the next octets are the first ones of the connection.
   void start(bool isFromStart);
 
-  void take(Octets octets, const Context& context);
+  /// Takes the next octets and returns their number, or a smaller one when the work is spent: the caller gives the
+  /// others again, before anything else. Deals with some octets unless the work is spent before. `isFront`: the octets
+  /// begin as their segment does.
+  std::size_t take(Octets octets, bool isFront, const Context& context);
 
   /// `count` octets before the next ones are lost.
   void lose(std::uint64_t count);
@@ -62,11 +67,18 @@ class MessageStream {
   static Kind kindOf(Octets octets, bool isFromStart);
   static bool isMessageAt(Octets octets);
 
-  void takeAfterPartial(Octets octets, const Context& context);
-  std::size_t takeMessages(Octets octets, std::size_t known, const Context& context);
+  /// Where takeMessages() ended: at an incomplete message, or because the work is spent.
+  struct End {
+    std::size_t at;
+    bool isSpent;
+  };
+
+  std::size_t takeFresh(Octets octets, bool isFront, const Context& context);
+  std::size_t takeAfterPartial(Octets octets, const Context& context);
+  End takeMessages(Octets octets, std::size_t old, std::size_t known, bool isFront, const Context& context);
   Cut cut(Octets octets, std::size_t known, bool isFront, const Context& context);
   std::optional<Cut> decide(Octets octets, std::size_t known);
-  std::optional<Cut> findStep(Octets octets, std::size_t known, bool isFront);
+  std::optional<Cut> findStep(Octets octets, std::size_t known, bool isFront, Work& work);
   Found find(Octets octets, bool isFront) const;
   Cut cutInStep(Octets octets, std::size_t known, WebSocketFrame& frame);
   void decideAgain();

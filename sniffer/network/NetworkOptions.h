@@ -31,6 +31,8 @@ struct NetworkLimits {
   std::size_t openings = 16'384;               ///< of these, streams that have had no payload yet
   std::size_t streamMemory = 64 << 20;         ///< of all streams
   std::size_t earlyMemory = 256 << 10;         ///< out-of-order data of one stream
+  std::size_t work = 25'000;                   ///< of one call for streams, in the units of Work
+  std::size_t backlogMemory = 32 << 20;        ///< octets of one stream that earlier calls have left
   std::int64_t gapPatience = 2'000'000;        ///< maximum wait for a missing segment
   std::size_t datagrams = 4'096;               ///< incomplete datagrams
   std::size_t datagramMemory = 16 << 20;       ///< of all incomplete datagrams

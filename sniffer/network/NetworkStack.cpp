@@ -159,13 +159,13 @@ bool NetworkStack::takeSegment(const Header& header, Octets bytes, const Arrival
   return true;
 }
 
-void NetworkStack::expire(std::int64_t now) {
+bool NetworkStack::expire(std::int64_t now) {
   if (fragments_) fragments_->expire(now);
-  if (streams_) streams_->expire(now);
+  return streams_ && streams_->expire(now);
 }
 
-void NetworkStack::flush() {
-  if (streams_) streams_->flush();
+bool NetworkStack::flush() {
+  return streams_ && streams_->flush();
 }
 
 void NetworkStack::takeAsItIs(const Bytes& from, const InnerPacket& packet) {

@@ -29,7 +29,8 @@ struct FrameSource {
 ///
 /// Each frame is either passed to the sink (as a datagram, as a segment or as refused) or counted: as an unwanted
 /// packet, a duplicate, a held fragment (each fragment except the one that completes its datagram), or a segment of a
-/// followed stream. Messages of streams are passed on in addition. One thread.
+/// followed stream. Messages of streams are passed on in addition. A frame costs a limited work: what remains of it is
+/// done with the next ones. One thread.
 class NetworkStack {
  public:
   /// The sink must outlive the stack.
@@ -43,12 +44,13 @@ class NetworkStack {
   /// Takes an Ethernet frame on the plain path, regardless of the options.
   void takePlainFrame(std::span<std::uint8_t> frame);
 
-  /// Does the work that is due while no frame arrives: gives up gaps in streams and drops old fragments. Calls the
-  /// sink.
-  void expire(std::int64_t now);
+  /// Does a limited part of the work that is due while no frame arrives: passes on what frames have left, gives up gaps
+  /// in streams and drops old fragments. Calls the sink. Returns true when there is more to do for streams.
+  bool expire(std::int64_t now);
 
-  /// Gives up all gaps in streams and forgets the streams. To be called when no frame will follow. Calls the sink.
-  void flush();
+  /// Does a limited part of the work at the end, when no frame will follow: passes on what frames have left, gives up
+  /// all gaps in streams and forgets the streams. Calls the sink. Returns true when there is more to do.
+  [[nodiscard]] bool flush();
 
  private:
   struct Bytes {

@@ -95,7 +95,8 @@ void StreamReassembly::goOn(const ArrivedSegment& segment, std::size_t old, Octe
   tidy();
 }
 
-void StreamReassembly::deliver(Octets octets, const Early& segment, OctetReceiver& receiver) {
+/// Passes on octets, which are the end of those of the segment or in the captured frame.
+void StreamReassembly::deliver(Octets octets, Early& segment, OctetReceiver& receiver) {
   passLeft(receiver);
   last_ = static_cast<std::uint32_t>(next_);
   lastSize_ = static_cast<std::uint32_t>(octets.size());
@@ -103,7 +104,8 @@ void StreamReassembly::deliver(Octets octets, const Early& segment, OctetReceive
   lastBack_.set(octets.last(lastFront_.size));
   next_ += static_cast<Position>(octets.size());
   hasEnded_ |= segment.isLast;
-  if (!octets.empty()) receiver.takeOctets(octets, segment.captured);
+  const bool isOwned = !segment.octets.empty();
+  if (!octets.empty()) receiver.takeOctets(octets, segment.captured, isOwned ? &segment.octets : nullptr);
   if (segment.missing == 0) return;
   // The length of the segment may be forged.
   giveUpGap(next_ + static_cast<Position>(segment.missing), {}, receiver);
@@ -172,7 +174,7 @@ bool StreamReassembly::release(std::int64_t now, const NetworkLimits& limits, Oc
   if (earlyDue(limits) > now) return false;
   const auto front = kept.early.begin();
   const Position at = front->first;
-  const Early early = std::move(front->second);
+  Early early = std::move(front->second);
   kept.early.erase(front);
   kept.earlySize -= early.octets.size() + kOverhead;
   if (at > next_) giveUpGap(at, early.octets, receiver);
@@ -223,11 +225,16 @@ void StreamReassembly::takeSyn(std::uint32_t first) {
 
 std::unique_ptr<StreamReassembly::Candidate> StreamReassembly::candidateOf(const ArrivedSegment& segment) {
   auto candidate = std::make_unique<Candidate>();
-  candidate->first = segment.sequence;
-  candidate->next = segment.sequence + static_cast<std::uint32_t>(segment.length());
-  candidate->start = {
-      {segment.octets.begin(), segment.octets.end()}, segment.missing, segment.isLast, segment.captured, segment.now};
+  candidate->first = candidate->next = segment.sequence;
+  candidate->add(segment);
   return candidate;
+}
+
+void StreamReassembly::Candidate::add(const ArrivedSegment& segment) {
+  next += static_cast<std::uint32_t>(segment.length());
+  memory += sizeof(Early) + segment.octets.size();
+  segments.push_back(
+      {{segment.octets.begin(), segment.octets.end()}, segment.missing, segment.isLast, segment.captured, segment.now});
 }
 
 /// Returns false when the segment is at no mark.
@@ -261,13 +268,9 @@ void StreamReassembly::keepRival(const ArrivedSegment& segment) {
 bool StreamReassembly::prolong(const ArrivedSegment& segment) {
   if (disorder_ == nullptr || disorder_->early.empty()) return false;
   const auto add = [&](const std::unique_ptr<Candidate>& one) {
-    if (one == nullptr || one->next != segment.sequence || one->start.missing > 0) return false;
-    Early& start = one->start;
-    if (start.octets.empty()) start.captured = segment.captured;
-    start.octets.insert(start.octets.end(), segment.octets.begin(), segment.octets.end());
-    start.missing = segment.missing;
-    start.isLast = segment.isLast;
-    one->next += static_cast<std::uint32_t>(segment.length());
+    if (one == nullptr || one->next != segment.sequence) return false;
+    if (!one->segments.empty() && one->segments.back().missing > 0) return false;
+    one->add(segment);
     one->isConfirmed = disorder_->isConfirmed = true;
     return true;
   };
@@ -344,7 +347,7 @@ void StreamReassembly::adopt(Candidate candidate, Position weight, OctetReceiver
   disorder_->runStart = next_ - weight;
   disorder_->markedAt = next_;
   receiver.restart(candidate.isSyn);
-  deliver(candidate.start.octets, candidate.start, receiver);
+  for (Early& segment : candidate.segments) deliver(segment.octets, segment, receiver);
 }
 
 void StreamReassembly::releaseUnconfirmed(OctetReceiver& receiver) {
@@ -352,7 +355,7 @@ void StreamReassembly::releaseUnconfirmed(OctetReceiver& receiver) {
   const auto passOn = [&](const std::unique_ptr<Candidate>& one) {
     if (one == nullptr || one->isSyn) return;
     receiver.restart(false);
-    receiver.takeOctets(one->start.octets, one->start.captured);
+    for (Early& segment : one->segments) receiver.takeOctets(segment.octets, segment.captured, &segment.octets);
   };
   for (const Mark& mark : disorder_->marks) passOn(mark.candidate);
   passOn(disorder_->rival);
@@ -464,7 +467,7 @@ void StreamReassembly::tidy() {
 std::size_t StreamReassembly::memoryUsed() const {
   if (disorder_ == nullptr) return 0;
   const auto sizeOf = [](const std::unique_ptr<Candidate>& one) {
-    return one == nullptr ? 0 : sizeof(Candidate) + one->start.octets.size();
+    return one == nullptr ? 0 : sizeof(Candidate) + one->memory;
   };
   std::size_t size = sizeof(Disorder) + disorder_->earlySize + sizeOf(disorder_->rival);
   for (const Mark& mark : disorder_->marks) size += sizeof(Mark) + sizeOf(mark.candidate);

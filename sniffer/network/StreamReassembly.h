@@ -15,8 +15,9 @@ namespace voip {
 /// Receives the octets of one direction of a TCP stream in order.
 class OctetReceiver {
  public:
-  /// `captured` is the capture time of the segment that contained the octets.
-  virtual void takeOctets(Octets octets, std::int64_t captured) = 0;
+  /// `captured` is the capture time of the segment that contained the octets. `memory` is the vector that ends with
+  /// them, which may be moved from; null when they are in no vector.
+  virtual void takeOctets(Octets octets, std::int64_t captured, std::vector<std::uint8_t>* memory) = 0;
 
   /// Reports that `count` octets before the next ones are lost.
   virtual void loseOctets(std::uint64_t count) = 0;
@@ -134,12 +135,15 @@ class StreamReassembly {
     bool isFull() const { return size == octets.size(); }
   };
 
-  /// The first segment of another numbering.
+  /// The first segments of another numbering.
   struct Candidate {
     std::uint32_t first = 0, next = 0;
     bool isSyn = false;
     bool isConfirmed = false;  ///< the other side has acknowledged it
-    Early start;
+    std::vector<Early> segments;
+    std::size_t memory = 0;  ///< of the segments
+
+    void add(const ArrivedSegment& segment);
   };
 
   /// The range of the octets that were expected when the numbering changed.
@@ -185,7 +189,7 @@ class StreamReassembly {
   bool isFar(std::uint32_t sequence) const;
   bool isReady(const NetworkLimits& limits) const;
   std::int64_t earlyDue(const NetworkLimits& limits) const;
-  void deliver(Octets octets, const Early& segment, OctetReceiver& receiver);
+  void deliver(Octets octets, Early& segment, OctetReceiver& receiver);
   void goOn(const ArrivedSegment& segment, std::size_t old, OctetReceiver& receiver);
   std::size_t skipPassed(const ArrivedSegment& segment, std::size_t old, OctetReceiver& receiver);
   bool prolong(const ArrivedSegment& segment);

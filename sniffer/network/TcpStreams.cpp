@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <utility>
 
 namespace voip {
 
@@ -15,42 +16,55 @@ std::uint32_t secondOf(std::int64_t now) {
 
 }  // namespace
 
-/// The early segments that one call may pass on.
+/// What one call may do: early segments that it passes on, and the work for messages.
 struct TcpStreams::Budget {
-  std::size_t segments = 32;
-  std::size_t octets = 65'536;
+  explicit Budget(const NetworkLimits& limits) : work(limits.work) {}
 
-  bool isSpent() const { return segments == 0 || octets == 0; }
+  std::size_t segments = 32;
+  Work work;
+
+  bool isSpent() const { return segments == 0 || work.isSpent(); }
 };
 
-/// Passes the octets of a stream to its MessageStream.
+/// Passes the octets of a stream to its MessageStream, or to its backlog when the work is spent.
 class TcpStreams::Delivery final : public OctetReceiver {
  public:
-  Delivery(TcpStreams& streams, Stream& stream)
-      : streams_(streams), ends_(streams.streams_.keyOf(stream)), stream_(stream) {}
-
-  std::size_t octets() const { return octets_; }
+  Delivery(TcpStreams& streams, Stream& stream, Work& work, std::int64_t now)
+      : streams_(streams), ends_(streams.streams_.keyOf(stream)), stream_(stream), work_(work), now_(now) {}
 
  private:
-  void takeOctets(Octets octets, std::int64_t captured) override {
-    octets_ += octets.size();
-    stream_.messages.take(octets, {streams_.sink_, ends_, captured, streams_.unmasked_});
+  void takeOctets(Octets octets, std::int64_t captured, std::vector<std::uint8_t>* memory) override {
+    std::size_t used = 0;
+    if (stream_.backlog == nullptr && !work_.isSpent()) {
+      used = stream_.messages.take(octets, true, {streams_.sink_, ends_, captured, streams_.unmasked_, work_});
+    }
+    if (used == octets.size()) return;
+    backlog().add(octets.subspan(used), memory, used == 0, captured, now_);
+    const std::size_t dropped = backlog().limit(streams_.limits_.backlogMemory);
+    for (std::size_t i = 0; i < dropped; ++i) streams_.sink_.count(NetworkCount::kStreamGaps);
   }
 
   void loseOctets(std::uint64_t count) override {
     streams_.sink_.count(NetworkCount::kStreamGaps);
-    stream_.messages.lose(count);
+    stream_.backlog == nullptr ? stream_.messages.lose(count) : stream_.backlog->lose(count);
   }
 
   void restart(bool isFromStart) override {
     if (!isFromStart) streams_.sink_.count(NetworkCount::kStreamGaps);
-    stream_.messages.start(false);  // the SYN may be forged, so what follows does not decide for the whole stream
+    // The SYN may be forged, so what follows does not decide for the whole stream.
+    stream_.backlog == nullptr ? stream_.messages.start(false) : stream_.backlog->restart();
+  }
+
+  Backlog& backlog() {
+    if (stream_.backlog == nullptr) stream_.backlog = std::make_unique<Backlog>();
+    return *stream_.backlog;
   }
 
   TcpStreams& streams_;
   const FlowEnds& ends_;
   Stream& stream_;
-  std::size_t octets_ = 0;
+  Work& work_;
+  const std::int64_t now_;
 };
 
 TcpStreams::TcpStreams(NetworkSink& sink, const NetworkLimits& limits)
@@ -124,14 +138,12 @@ void TcpStreams::takeForeign(Stream& stream, const TcpSegment& segment, std::int
 }
 
 bool TcpStreams::takePayload(Stream& stream, const ArrivedSegment& segment) {
-  Delivery delivery(*this, stream);
+  Budget budget(limits_);
+  Delivery delivery(*this, stream, budget.work, segment.now);
   if (stream.order.take(segment, delivery) == StreamReassembly::Placement::kRepeated) {
     sink_.count(NetworkCount::kSegmentsRetransmitted);
   }
-  if (stream.order.due(limits_) <= segment.now) {
-    Budget budget;
-    while (!budget.isSpent() && release(stream, segment.now, budget)) {
-    }
+  while (!budget.isSpent() && release(stream, segment.now, budget)) {
   }
   return settle(stream, segment.now);
 }
@@ -146,7 +158,7 @@ void TcpStreams::takeControl(Stream* stream, const FlowEnds& ends, std::uint64_t
     forget(*stream);  // its numbers are not followed
   } else if (stream != nullptr) {
     stream->order.takeEnd(segment.sequence);
-    if (stream->order.hasEnded()) forget(*stream);
+    if (stream->order.hasEnded() && stream->backlog == nullptr) forget(*stream);
   }
 }
 
@@ -182,14 +194,34 @@ void TcpStreams::acknowledge(const FlowEnds& ends, const TcpSegment& segment) {
   schedule(*stream);
 }
 
-// ---- early segments ----
+// ---- what earlier calls have left ----
 
+/// Passes on the backlog of a stream, or else an early segment. Returns false when there is nothing to do now.
 bool TcpStreams::release(Stream& stream, std::int64_t now, Budget& budget) {
-  Delivery delivery(*this, stream);
+  if (stream.backlog != nullptr) {
+    passBacklog(stream, budget.work);
+    return true;
+  }
+  Delivery delivery(*this, stream, budget.work, now);
   if (!stream.order.release(now, limits_, delivery)) return false;
   --budget.segments;
-  budget.octets -= std::min(budget.octets, delivery.octets());
   return true;
+}
+
+void TcpStreams::passBacklog(Stream& stream, Work& work) {
+  Backlog& backlog = *stream.backlog;
+  while (!backlog.empty() && !work.isSpent()) {
+    Backlog::Piece& piece = backlog.front();
+    if (std::exchange(piece.isRestart, false)) stream.messages.start(false);
+    if (piece.lost > 0) stream.messages.lose(std::exchange(piece.lost, 0));
+    const MessageStream::Context context{sink_, streams_.keyOf(stream), piece.captured, unmasked_, work};
+    const std::size_t used = piece.octets().empty() ? 0 : stream.messages.take(piece.octets(), piece.isWhole, context);
+    piece.used += used;
+    piece.isWhole = piece.isWhole && used == 0;
+    if (piece.octets().empty()) backlog.pop();
+    work.spend(1);
+  }
+  if (backlog.empty()) stream.backlog.reset();
 }
 
 void TcpStreams::releaseDue(std::int64_t now, Budget& budget) {
@@ -204,26 +236,38 @@ void TcpStreams::releaseDue(std::int64_t now, Budget& budget) {
   }
 }
 
-void TcpStreams::expire(std::int64_t now) {
-  Budget budget;
+bool TcpStreams::expire(std::int64_t now) {
+  Budget budget(limits_);
   releaseDue(now, budget);
+  return !waiting_.empty() && waiting_.begin()->first <= now;
 }
 
-void TcpStreams::flush() {
-  while (!waiting_.empty()) expire(StreamReassembly::kNever - 1);
+bool TcpStreams::flush() {
+  constexpr std::int64_t kEnd = StreamReassembly::kNever - 1;
+  if (!waiting_.empty()) {
+    expire(kEnd);
+    return true;
+  }
   for (std::size_t list = 0; list < kLists; ++list) {
     while (Stream* stream = streams_.oldest(list)) {
-      Delivery delivery(*this, *stream);
+      Work work(limits_.work);
+      Delivery delivery(*this, *stream, work, kEnd);
       stream->order.releaseUnconfirmed(delivery);
+      while (stream->backlog != nullptr) {
+        work = Work(limits_.work);
+        passBacklog(*stream, work);
+      }
       forget(*stream);
     }
   }
+  return false;
 }
 
-/// Schedules a stream for the time when its early segments are due. When that time is later than the scheduled one, the
-/// scheduled one stays, because each segment in order defers the time again.
+/// Schedules a stream for the time when its backlog or its early segments are due. When that time is later than the
+/// scheduled one, the scheduled one stays, because each segment in order defers the time again.
 void TcpStreams::schedule(Stream& stream) {
-  const std::int64_t due = stream.order.due(limits_);
+  std::int64_t due = stream.order.due(limits_);
+  if (stream.backlog != nullptr) due = std::min(due, stream.backlog->front().arrived);
   if (due >= stream.due) return;
   if (stream.due != StreamReassembly::kNever) waiting_.erase({stream.due, &stream});
   waiting_.emplace(due, &stream);
@@ -239,7 +283,8 @@ bool TcpStreams::isProtected(const Stream* stream) const {
 
 /// True when the stream carries another protocol. With a mark, the octets that showed this may be forged.
 bool TcpStreams::isForeign(const Stream& stream) {
-  return stream.messages.kind() == MessageStream::Kind::kForeign && !stream.order.hasMarks();
+  return stream.messages.kind() == MessageStream::Kind::kForeign && !stream.order.hasMarks() &&
+         stream.backlog == nullptr;
 }
 
 bool TcpStreams::isExpendable(const Stream& stream) {
@@ -256,7 +301,7 @@ bool TcpStreams::settle(Stream& stream, std::int64_t now) {
     forget(stream);  // it began like a message but is none
     return false;
   }
-  if (stream.order.hasEnded()) {
+  if (stream.order.hasEnded() && stream.backlog == nullptr) {
     forget(stream);
     return isFollowed;
   }
@@ -266,7 +311,8 @@ bool TcpStreams::settle(Stream& stream, std::int64_t now) {
 }
 
 void TcpStreams::account(Stream& stream, std::int64_t now) {
-  const auto memory = static_cast<std::uint32_t>(stream.order.memoryUsed() + stream.messages.memoryUsed());
+  const std::size_t backlog = stream.backlog == nullptr ? 0 : stream.backlog->memoryUsed();
+  const auto memory = static_cast<std::uint32_t>(stream.order.memoryUsed() + stream.messages.memoryUsed() + backlog);
   if (memory < stream.memory) noteFreed(stream.memory - memory);
   memory_ += memory;
   memory_ -= stream.memory;

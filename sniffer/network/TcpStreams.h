@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <set>
 #include <utility>
 #include <vector>
@@ -9,6 +10,7 @@
 #include "base/FreedBlocks.h"
 #include "base/LruTable.h"
 #include "base/SeededHash.h"
+#include "network/Backlog.h"
 #include "network/MessageStream.h"
 #include "network/NetworkOptions.h"
 #include "network/NetworkSink.h"
@@ -24,8 +26,10 @@ namespace voip {
 ///
 /// Bounded by NetworkLimits. When the table is full, streams are removed in this order: streams without payload,
 /// foreign and undecided streams, other streams; among these, the longest idle one first. When the memory is used up,
-/// only streams that use memory are removed, the largest first. A call passes on a limited number of early segments, so
-/// that earlier traffic does not delay a frame; later calls pass on the others.
+/// only streams that use memory are removed, the largest first.
+///
+/// A call does a limited work, so that no frame is delayed by a long one or by earlier traffic. What is left is dealt
+/// with by later calls, in order: early segments stay with their StreamReassembly, octets in order go to the Backlog.
 class TcpStreams {
  public:
   TcpStreams(NetworkSink& sink, const NetworkLimits& limits);
@@ -34,11 +38,13 @@ class TcpStreams {
   /// the segment belongs to no stream that is followed, or has no payload.
   bool follow(const FlowEnds& ends, const TcpSegment& segment, std::int64_t captured, std::int64_t now);
 
-  /// Gives up the gaps that are due and passes on the early segments after them.
-  void expire(std::int64_t now);
+  /// Passes on what earlier calls have left, gives up the gaps that are due and passes on the early segments after
+  /// them. Returns true when there is more to do now.
+  bool expire(std::int64_t now);
 
-  /// Gives up all gaps and forgets all streams. To be called when no segment will follow.
-  void flush();
+  /// Does a limited part of the work at the end: passes on what is left, gives up all gaps and forgets all streams.
+  /// Returns true when there is more to do. To be called when no segment will follow.
+  [[nodiscard]] bool flush();
 
   std::size_t streamCount() const { return streams_.size(); }
   std::size_t memoryUsed() const { return memory_; }
@@ -47,6 +53,7 @@ class TcpStreams {
   struct Stream {
     StreamReassembly order;
     MessageStream messages;
+    std::unique_ptr<Backlog> backlog;             ///< null: none
     std::int64_t due = StreamReassembly::kNever;  ///< its entry in `waiting_`
     std::uint32_t memory = 0;                     ///< as counted last
     std::uint32_t touched = 0;                    ///< in seconds
@@ -71,6 +78,7 @@ class TcpStreams {
   void acknowledge(const FlowEnds& ends, const TcpSegment& segment);
 
   bool release(Stream& stream, std::int64_t now, Budget& budget);
+  void passBacklog(Stream& stream, Work& work);
   void releaseDue(std::int64_t now, Budget& budget);
 
   bool hasPayload(const Stream& stream) const { return streams_.listOf(stream) != kOpening; }
@@ -92,7 +100,7 @@ class TcpStreams {
   const NetworkLimits limits_;
   SeededHash hash_;
   LruTable<FlowEnds, Stream, kLists> streams_;
-  std::set<std::pair<std::int64_t, Stream*>> waiting_;  ///< streams with early segments, by the time they are due
+  std::set<std::pair<std::int64_t, Stream*>> waiting_;  ///< streams with work to do, by the time it is due
   std::size_t memory_ = 0;
   FreedBlocks freed_;
   std::vector<std::uint8_t> unmasked_;  ///< a message of a WebSocket, reused

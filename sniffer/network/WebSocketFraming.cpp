@@ -88,12 +88,13 @@ Likeness beginsSipFrame(Octets octets) {
 }
 
 Found findSipFrame(Octets octets) {
-  for (std::size_t at = 0; at < octets.size(); ++at) {
+  const std::size_t end = std::min(octets.size(), kSearchedAtOnce);
+  for (std::size_t at = 0; at < end; ++at) {
     if (!mayBeginSipFrame(octets[at])) continue;
     const Likeness likeness = beginsSipFrame(octets.subspan(at));
     if (likeness != Likeness::kNo) return {at, likeness};
   }
-  return {octets.size()};
+  return {end};
 }
 
 }  // namespace voip

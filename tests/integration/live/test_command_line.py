@@ -130,6 +130,12 @@ class CommandLine(TestCase):
             ({"Filter": "udp or tcp port 5062"} | fragments | streams, 0, ""),
             ({"Filter": "udp"} | streams, 0, "warning: ReassembleTcp"),
             ({"Filter": "udp port 5062", "Decapsulate": "yes"}, 0, "warning: Decapsulate"),
+            ({"Filter": "tcp port 5062"} | fragments, 0, "warning: ReassembleFragments"),
+            ({"Filter": "tcp"} | fragments | streams, 0, ""),
+            ({"Filter": "ip6 and tcp"} | fragments | streams, 0, ""),
+            ({"Filter": "vlan 7 and udp"} | streams, 0, "warning: ReassembleTcp"),
+            ({"Filter": "vlan 7 and (udp or tcp)"} | streams, 0, ""),
+            ({"Filter": "udp", "ServerPort": 0} | streams, 1, "warning: ReassembleTcp"),
             ({"Filter": "mpls or udp"}, 0, 'warning: the filter after "mpls" applies to the bytes after that header'),
             ({"Filter": "(vlan and udp) or udp"}, 0, 'warning: the filter after "vlan"'),
             ({"Filter": "udp or (vlan and (udp or (vlan and udp)))"}, 0, ""),
@@ -158,6 +164,10 @@ class CommandLine(TestCase):
             ({"Filter": "ip and udp", "IPv6": "yes"}, 0, "warning: IPv6"),
             ({"Filter": "udp and (net 10.0.0.0/8 or net 2a00:1450::/32)", "IPv6": "yes"}, 0, ""),
         ]
+        if os.geteuid() == 0:
+            ports = "port " + "||".join(map(str, range(1, 100)))  # more than the 4096 instructions of a socket filter
+            cases.append(({"Device": "lo", "Filter": ports}, 0, "warning: the kernel does not take the filter on lo"))
+            cases.append(({"Device": "lo", "Filter": "udp"}, 0, ""))
         for settings, expected, told in cases:
             with self.subTest(settings):
                 status, output, errors = self.run_to_end("--check", "-l", logging, settings=GOOD | settings)

@@ -35,7 +35,7 @@ TEST(KeptMedia, DropsExpiredFrames) {
 
 TEST(KeptMedia, RecallsInOrderDespiteInterruptions) {
   Statistics statistics;
-  KeptMedia media(Instant(60'000), 1 << 20, statistics);
+  KeptMedia media(Instant(60'000), 16 << 20, statistics);
   std::uint8_t number = 0;
   const auto keep = [&](int count) {
     for (; count > 0; --count) {
@@ -65,6 +65,17 @@ TEST(KeptMedia, RecallsInOrderDespiteInterruptions) {
   ASSERT_TRUE(media.beginRecall(kDestination)) << "kept during the recall";
   send(100, 1);
   EXPECT_FALSE(media.beginRecall(kDestination));
+
+  std::size_t left = 40'005;  // more than two calls look up
+  keep(40'000);
+  ASSERT_TRUE(media.beginRecall(kDestination));
+  EXPECT_TRUE(media.lookUpMore());
+  keep(5);
+  media.cancelRecall();
+  ASSERT_TRUE(media.beginRecall(kDestination));
+  while (media.lookUpMore()) {
+  }
+  for (std::size_t count; left > 0; left -= count) send(64, count = std::min<std::size_t>(left, 64));
   EXPECT_EQ(expected, number);
   EXPECT_EQ(statistics.lookBackWaiting, 0U);
 }

@@ -84,7 +84,8 @@ struct Step {
     if (kind == kPause) {
       follower.streams.expire(time);
     } else if (kind == kEnd) {
-      follower.streams.flush();
+      while (follower.streams.flush()) {
+      }
     } else {
       TcpSegment one;
       one.sequence = at;
@@ -112,10 +113,18 @@ std::string brief(const Items& items) {
 }
 
 void check(const Case& one) {
-  Follower follower(kFew);
-  for (const Step& step : one.steps) step.happenTo(follower);
-  EXPECT_TRUE(follower.sink.items == one.messages)
-      << one.what << ": " << brief(follower.sink.items) << "instead of " << brief(one.messages);
+  for (const std::size_t work : {kFew.work, std::size_t{1}}) {
+    NetworkLimits limits = kFew;
+    limits.work = work;
+    Follower follower(limits);
+    for (const Step& step : one.steps) {
+      step.happenTo(follower);
+      while (follower.streams.expire(step.time)) {
+      }
+    }
+    EXPECT_TRUE(follower.sink.items == one.messages)
+        << one.what << ", work " << work << ": " << brief(follower.sink.items) << "instead of " << brief(one.messages);
+  }
 }
 
 std::uint32_t after(const std::string& text) {
@@ -128,7 +137,9 @@ TEST(TcpStreams, FindMessagesWhereverSegmentsCut) {
   const std::pair<std::string, Items> streams[] = {{kSipStream, kSip}, {kH323Stream, kH323}, {kWebSocketStream, kSip}};
   for (const auto& [stream, messages] : streams) {
     for (int round = 0; round < 300; ++round) {
-      Follower follower(kFew);
+      NetworkLimits limits = kFew;
+      if (round % 3 == 0) limits.work = 1;
+      Follower follower(limits);
       const std::uint32_t first = round % 2 == 0 ? 0U - random() % 500 : random();  // half of them wrap around
       follower.segment(first - 1, "", 0, true);
       struct Piece {
@@ -148,6 +159,8 @@ TEST(TcpStreams, FindMessagesWhereverSegmentsCut) {
       for (const Piece& piece : pieces) {
         follower.segment(first + static_cast<std::uint32_t>(piece.from),
                          stream.substr(piece.from, piece.to - piece.from));
+      }
+      while (follower.streams.expire(0)) {
       }
       ASSERT_EQ(follower.sink.items, messages) << "round " << round;
       ASSERT_EQ(follower.sink.counts[NetworkCount::kStreamGaps] + follower.sink.counts[NetworkCount::kStreamsOutOfStep],
@@ -355,6 +368,44 @@ TEST(TcpStreams, LimitWhatOneFrameCosts) {
   }
   EXPECT_EQ(items.size(), 501U);
   EXPECT_GT(calls, 5);
+}
+
+// What a call leaves of a long segment follows with later calls, before the next segment, with its own capture time.
+TEST(TcpStreams, DivideLongSegments) {
+  constexpr std::uint32_t kEach = 1'000;
+  NetworkLimits limits;
+  limits.backlogMemory = 200'000;
+  Follower follower(limits);
+  auto& [items, counts, ends, times, tooLong, tails, refused] = follower.sink;
+  std::string many;
+  for (std::uint32_t i = 0; i < kEach; ++i) many += kRinging;
+  std::uint32_t at = 100;
+  const auto take = [&](std::int64_t time) {
+    follower.segment(at, many, time);
+    at += static_cast<std::uint32_t>(many.size());
+  };
+  take(10);
+  take(20);
+  Step{at, "", 30, Step::kFin}.happenTo(follower);
+  for (bool hasMore = true; hasMore;) {
+    const std::size_t before = items.size();
+    hasMore = follower.streams.expire(40);
+    ASSERT_LE(items.size() - before, 100U);
+  }
+  EXPECT_EQ(items, Items(2 * kEach, kRinging));
+  EXPECT_EQ(std::count(times.begin(), times.begin() + kEach, 10), kEach);
+  EXPECT_EQ(std::count(times.begin() + kEach, times.end(), 20), kEach);
+  EXPECT_EQ(follower.streams.streamCount(), 0U) << "the FIN counts when all before it was passed on";
+
+  for (std::int64_t time = 50; time < 70; ++time) {
+    take(time);
+    ASSERT_LE(follower.streams.memoryUsed(), limits.backlogMemory + many.size());
+  }
+  while (follower.streams.flush()) {
+  }
+  EXPECT_GT(counts[NetworkCount::kStreamGaps], 10U) << "the oldest octets are lost";
+  EXPECT_EQ(std::count(times.begin(), times.end(), 69), kEach) << "the latest are not";
+  EXPECT_EQ(std::count(items.begin(), items.end(), kRinging), static_cast<std::ptrdiff_t>(items.size()));
 }
 
 TEST(TcpStreams, LeaveInTheOrderOfTheirUse) {

@@ -1,5 +1,6 @@
 package com.morvin.dom.telephony.sniffer.sample;
 
+import com.morvin.dom.telephony.sniffer.sample.memory.HeapShare;
 import com.morvin.dom.telephony.sniffer.sample.signalling.Share;
 import java.io.IOException;
 import java.net.InetSocketAddress;
@@ -95,7 +96,7 @@ final class Options {
   URI consume;
   String queue;
   URI publish;
-  long bufferBytes = Runtime.getRuntime().maxMemory() / 4;
+  long bufferBytes = HeapShare.MESSAGES;
   Path spool;
   String filter = "udp or tcp";
   boolean trace;

@@ -1,6 +1,7 @@
 package com.morvin.dom.telephony.sniffer.sample.cluster;
 
 import com.morvin.dom.telephony.sniffer.sample.console.Console;
+import com.morvin.dom.telephony.sniffer.sample.memory.HeapShare;
 import com.morvin.dom.telephony.sniffer.sample.transport.FrameBlock;
 import com.morvin.dom.telephony.sniffer.sample.transport.SteadyClock;
 import java.io.IOException;
@@ -15,7 +16,6 @@ import java.util.function.Consumer;
  * waits, the oldest blocks are dropped. Any thread may call any method.
  */
 final class BlockKeeper {
-  private static final long MAX_WAITING = 32L << 20;
   /** A disk that is nearly full takes a block now and then. */
   private static final long STABLE_NANOS = TimeUnit.SECONDS.toNanos(3);
 
@@ -58,9 +58,9 @@ final class BlockKeeper {
 
   /** Keeps a block that was read now until it is released. */
   synchronized void append(FrameBlock block, long now) {
-    while (bytes > MAX_WAITING && !waiting.isEmpty()) {
+    while (bytes > HeapShare.KEPT_FRAMES && !waiting.isEmpty()) {
       remove(waiting.element());
-      reportFailure((MAX_WAITING >> 20) + " MB wait for the disk");
+      reportFailure((HeapShare.KEPT_FRAMES >> 20) + " MB wait for the disk");
     }
     waiting.add(new Read(block, now, System.currentTimeMillis()));
     bytes += block.length();

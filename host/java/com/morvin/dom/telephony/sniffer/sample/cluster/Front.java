@@ -2,6 +2,7 @@ package com.morvin.dom.telephony.sniffer.sample.cluster;
 
 import com.morvin.dom.telephony.sniffer.sample.console.Console;
 import com.morvin.dom.telephony.sniffer.sample.console.Text;
+import com.morvin.dom.telephony.sniffer.sample.memory.HeapShare;
 import com.morvin.dom.telephony.sniffer.sample.metrics.Metrics;
 import com.morvin.dom.telephony.sniffer.sample.service.OtherShares;
 import com.morvin.dom.telephony.sniffer.sample.service.Service;
@@ -18,7 +19,6 @@ import java.io.IOException;
 import java.nio.file.Path;
 import java.util.ArrayDeque;
 import java.util.ArrayList;
-import java.util.Comparator;
 import java.util.Deque;
 import java.util.HashMap;
 import java.util.List;
@@ -93,8 +93,8 @@ final class Front extends Service {
 
   /** Makes a front. The directory is that of the {@link FrontState}; null when nothing is kept for a restart. */
   Front(Broker broker, long bufferBytes, Path directory, Limits limits, Console console) throws IOException {
-    super(new Limits(limits.untilDisconnect(), limits.idleExitMillis(), limits.calls().withCalls(MAX_CALLS)),
-        POLL_MILLIS, console, SteadyClock.system());
+    super(new Limits(limits.untilDisconnect(), limits.idleExitMillis(),
+        limits.calls().withCalls(MAX_CALLS, HeapShare.FRONT_CALLS)), POLL_MILLIS, console, SteadyClock.system());
     this.bufferBytes = bufferBytes;
     outbox = new Outbox(bufferBytes, session);
     state = directory == null ? null : new FrontState(directory, bufferBytes, session, console);
@@ -124,23 +124,24 @@ final class Front extends Service {
     publisher.start();
   }
 
-  private void restore(List<RunningCalls.Loaded> loaded) {
+  private void restore(List<RunningCalls.Loaded> loaded) throws IOException {
     continued = state.continued();
     Moment now = now();
-    loaded.forEach(call -> restore(call, now));
+    for (RunningCalls.Loaded call : loaded) {
+      restore(call, now);
+    }
     if (!streams.isEmpty() || earlier > 0) {
       console.line("going on with " + Text.count(streams.size(), "call") + " from before the restart, and with "
           + Text.count(earlier, "message") + " that the broker had not taken");
     }
   }
 
-  private void restore(RunningCalls.Loaded loaded, Moment now) {
+  private void restore(RunningCalls.Loaded loaded, Moment now) throws IOException {
     restoring = loaded;
     restoredCall = null;
     // Nothing is known of the media of a call that began just before the restart.
     heldUntil = FrontState.partition(loaded) == null ? clock.timeOfDay() : 0;
-    loaded.frames().stream().sorted(Comparator.comparingLong(RunningCalls.TimedFrame::time))
-        .forEach(message -> follower.signalling(message.frame(), now.at(message.time())));
+    loaded.frames().forEach(message -> follower.signalling(message.frame(), now.at(message.time())));
     restoring = null;
     over.forEach(call -> publishAgain(streams.get(call)));
     if (restoredCall != null && heldUntil > 0 && !over.contains(restoredCall)) {
@@ -408,8 +409,8 @@ final class Front extends Service {
   }
 
   @Override
-  public void full(int calls) {
-    console.line("no more than " + calls + " calls can be followed at a time: new ones are not published");
+  public void full(int calls, boolean byMemory) {
+    console.line(mostCalls(calls, byMemory) + ": new ones are not published");
   }
 
   @Override

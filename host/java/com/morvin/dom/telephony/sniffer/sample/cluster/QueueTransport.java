@@ -2,6 +2,7 @@ package com.morvin.dom.telephony.sniffer.sample.cluster;
 
 import com.morvin.dom.telephony.sniffer.sample.console.Console;
 import com.morvin.dom.telephony.sniffer.sample.console.Text;
+import com.morvin.dom.telephony.sniffer.sample.memory.HeapShare;
 import com.morvin.dom.telephony.sniffer.sample.metrics.Metrics;
 import com.morvin.dom.telephony.sniffer.sample.transport.Command;
 import com.morvin.dom.telephony.sniffer.sample.transport.FrameBlock;
@@ -150,7 +151,7 @@ final class QueueTransport implements Transport {
     connection = from;
     channel = from.createChannel();
     // The length of a message is bounded, so this bounds the memory.
-    long prefetch = Math.min(MAX_PREFETCH, Runtime.getRuntime().maxMemory() / 4 / Message.MAX_BODY);
+    long prefetch = Math.min(MAX_PREFETCH, HeapShare.DELIVERIES / Message.MAX_BODY);
     channel.basicQos((int) Math.max(100, prefetch));
     channel.basicConsume(queue, false, new DefaultConsumer(channel) {
       @Override

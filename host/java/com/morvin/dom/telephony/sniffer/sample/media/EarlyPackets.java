@@ -62,6 +62,11 @@ final class EarlyPackets {
     return first;
   }
 
+  /** Returns the approximate memory in bytes. */
+  long memory() {
+    return RtpPacket.memory(Arrays.asList(packets).subList(0, size));
+  }
+
   /** Returns the index after the last packet whose number is not greater. */
   private int after(long number) {
     int at = size;

@@ -65,6 +65,18 @@ final class Newcomers {
     packets = 0;
   }
 
+  /** Drops all packets. */
+  void clear() {
+    ignored += packets;
+    waiting.clear();
+    packets = 0;
+  }
+
+  /** Returns the approximate memory in bytes. */
+  long memory() {
+    return waiting.values().stream().mapToLong(RtpPacket::memory).sum();
+  }
+
   /** Returns the number of packets that were dropped. */
   long ignored() {
     return ignored;

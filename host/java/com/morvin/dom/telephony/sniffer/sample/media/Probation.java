@@ -128,7 +128,16 @@ final class Probation {
     }
   }
 
-  /** Leaves all packets out of the stream. No more follow. */
+  /** Returns the approximate memory in bytes. */
+  long memory() {
+    long bytes = 0;
+    for (Run run : runs) {
+      bytes += RtpPacket.memory(run.packets);
+    }
+    return bytes;
+  }
+
+  /** Leaves all packets out of the stream. */
   void drain() {
     runs.forEach(this::leaveOut);
     runs.clear();

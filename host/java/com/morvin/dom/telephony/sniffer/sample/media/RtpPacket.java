@@ -17,6 +17,8 @@ public final class RtpPacket {
   /** No saved frame is longer. */
   private static final int MAX_FRAME = 1 << 17;
   private static final int HEADER = 12;
+  /** The memory of a copy in addition to the frame, in bytes. */
+  private static final int OBJECT_BYTES = 120;
 
   private byte[] bytes;
   private int start;
@@ -28,6 +30,8 @@ public final class RtpPacket {
   private long time;
   private boolean delayed;
   private boolean kept;
+  /** The memory of its copies, in bytes. */
+  private long copied;
 
   /** Shows the packet in a frame. Returns false when the frame holds no RTP packet. */
   public boolean read(FrameCursor frame) {
@@ -94,7 +98,29 @@ public final class RtpPacket {
     }
     RtpPacket packet = kept(Arrays.copyOfRange(bytes, start, end), codec, time);
     packet.delayed = delayed;
+    copied += packet.memory();
     return packet;
+  }
+
+  /** Returns the memory of the copies that were made since the last call of this method, in bytes. */
+  public long takeCopied() {
+    long bytes = copied;
+    copied = 0;
+    return bytes;
+  }
+
+  /** Returns the approximate memory of a copy in bytes. */
+  int memory() {
+    return end - start + OBJECT_BYTES;
+  }
+
+  /** Returns the approximate memory of copies in bytes. */
+  static long memory(Iterable<RtpPacket> copies) {
+    long bytes = 0;
+    for (RtpPacket packet : copies) {
+      bytes += packet.memory();
+    }
+    return bytes;
   }
 
   private static RtpPacket kept(byte[] frame, Codec codec, long time) {

@@ -413,7 +413,12 @@ final class RtpStream {
     return seen[(int) next & REMEMBERED - 1];
   }
 
-  /** Passes on all packets that are held back. No more packets follow. */
+  /** Returns the approximate memory of the packets that are held back, in bytes. */
+  long memory() {
+    return (waiting == 0 ? 0 : early.memory()) + probation.memory();
+  }
+
+  /** Passes on all packets that are held back. */
   void drain(Consumer<RtpPacket> inOrder) {
     release(inOrder, early.size());
     Probation.Run run = probation.newest();

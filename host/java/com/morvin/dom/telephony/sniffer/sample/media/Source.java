@@ -43,6 +43,8 @@ final class Source {
   private static final long EARLY_MILLIS = 60;
   /** As many runs wait at a time. */
   private static final int MAX_BRANCHES = 4;
+  /** Approximate memory without packets: mostly the numbers of the last ones. */
+  static final int BYTES = 5_000;
   private static final int TICKS = RtpClock.TICKS;
 
   final int ssrc;
@@ -373,7 +375,16 @@ final class Source {
     holds = false;
   }
 
-  /** Writes the packets that are held back. No more packets follow. */
+  /** Returns the approximate memory of the packets that are held back, in bytes. */
+  long memory() {
+    long bytes = stream.memory() + (holds ? RtpPacket.memory(held) : 0) + (isAhead ? RtpPacket.memory(ahead) : 0);
+    for (Source branch : branches) {
+      bytes += BYTES + branch.memory();
+    }
+    return bytes;
+  }
+
+  /** Writes the packets that are held back. */
   void finish() {
     stream.drain(player);
     boolean owns = output != null && output.isOwnedBy(this);

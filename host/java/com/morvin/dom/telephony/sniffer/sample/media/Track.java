@@ -37,6 +37,9 @@ public final class Track {
   private static final int MAX_SOURCES = 8;
   private static final int MAX_FILES = 8;
   private static final int MAX_ASIDE = 6;
+  /** Each track may have as many; more than these only while the pool has memory. */
+  private static final int USUAL_SOURCES = 2;
+  private static final int USUAL_FILES = 2;
   private static final int MAX_PAYLOAD = 2048;
   private static final int MAX_NOTES = 16;
 
@@ -62,6 +65,7 @@ public final class Track {
   private final String fileName;
   private final Options options;
   private final SharedFile shared;
+  private final MediaPool pool;
   private final Consumer<PcapFile> begun;
   /** The last one is the one whose packet came last, at the latest when another source's packet came. */
   private final List<Source> sources = new ArrayList<>();
@@ -92,11 +96,14 @@ public final class Track {
    *
    * @param fileName the name of its files, without a number and an extension
    * @param shared has room for the first source
+   * @param pool has the memory for what is not usual
    * @param begun is called for a new capture file, before the media is added
    */
-  public Track(Store store, String fileName, Options options, SharedFile shared, Consumer<PcapFile> begun) {
+  public Track(Store store, String fileName, Options options, SharedFile shared, MediaPool pool,
+      Consumer<PcapFile> begun) {
     this.options = options;
     this.shared = shared;
+    this.pool = pool;
     this.store = store;
     this.fileName = fileName;
     this.begun = begun;
@@ -156,7 +163,7 @@ public final class Track {
     if (source == null) {
       source = find(other -> other.ssrc == lastSsrc && other.stream().isNext(packet));
     }
-    if (source == null && sources.size() == MAX_SOURCES && !makeRoom(packet)) {
+    if (source == null && !hasPlace() && !makeRoom(packet)) {
       return null;
     }
     if (source == null) {
@@ -167,6 +174,10 @@ public final class Track {
     sources.remove(source);
     sources.add(source);
     return source;
+  }
+
+  private boolean hasPlace() {
+    return sources.size() < USUAL_SOURCES || sources.size() < MAX_SOURCES && pool.take(Source.BYTES);
   }
 
   /** Returns the source with the SSRC and the identity of the last packet; null when there is none. */
@@ -226,13 +237,18 @@ public final class Track {
       return false;
     }
     sources.remove(least);
-    if (least.isFleeting()) {
-      fleeting += least.stream().received();  // single packets are no voice
-    } else {
-      least.finish();
-    }
-    forget(least);
+    leave(least);
     return true;
+  }
+
+  /** Ends a source and forgets it. */
+  private void leave(Source source) {
+    if (source.isFleeting()) {
+      fleeting += source.stream().received();  // single packets are no voice
+    } else {
+      source.finish();
+    }
+    forget(source);
   }
 
   private void forget(Source source) {
@@ -389,16 +405,58 @@ public final class Track {
 
   /** Opens a file for a codec; returns null when there are too many. */
   AudioOutput open(Codec codec, boolean isAside) {
-    if (outputs.size() >= (isAside ? MAX_ASIDE : MAX_FILES)) {
+    WavFile.Format format = format(codec);
+    if (outputs.size() >= (isAside ? MAX_ASIDE : MAX_FILES)
+        || outputs.size() >= USUAL_FILES && !pool.take(waitingBytes(format))) {
       note("more sources than files");
       return null;
     }
-    WavFile.Format format = format(codec);
     WavChannel channel = outputs.isEmpty() && !isAside ? shared.take(format) : null;
     AudioOutput output = new AudioOutput(channel != null ? channel : store.wav(fileName, format, 0).take(0),
         codec.name(), isAside);
     outputs.add(output);
     return output;
+  }
+
+  /** Returns the memory of sound on its way to a file: a block that is filled, and often one that waits. */
+  private static int waitingBytes(WavFile.Format format) {
+    return format.bytesPerSecond() * 15 / 8;
+  }
+
+  /** Returns the approximate memory that each track with such media takes, in bytes. */
+  public int usualBytes() {
+    int waiting = undecoded == null ? 0 : PcapFile.BLOCK;
+    for (AudioOutput output : outputs) {
+      waiting = Math.max(waiting, waitingBytes(output.channel().file().format()));
+    }
+    return waiting + USUAL_SOURCES * Source.BYTES;
+  }
+
+  /** Returns the approximate memory that the track takes beyond the usual, in bytes. */
+  long unusualBytes() {
+    long bytes = newcomers.memory() + (long) Math.max(0, sources.size() - USUAL_SOURCES) * Source.BYTES;
+    for (Source source : sources) {
+      bytes += source.memory();
+    }
+    for (int i = USUAL_FILES; i < outputs.size() && !sources.isEmpty(); i++) {
+      bytes += waitingBytes(outputs.get(i).channel().file().format());
+    }
+    return bytes;
+  }
+
+  /**
+   * Gives back memory beyond the usual: the packets of newcomers are dropped, packets that wait are decided on now, and
+   * the sources that have sent the least are forgotten until they send again.
+   */
+  void giveBack() {
+    note("attacked, or much was lost: the memory for packets that wait was used up");
+    newcomers.clear();
+    List<Source> least = sources.stream().sorted(Comparator.comparing(Source::isBeside)
+        .thenComparing(source -> -source.stream().received())).skip(USUAL_SOURCES).toList();
+    sources.removeAll(least);
+    least.forEach(this::leave);
+    sources.stream().filter(source -> !source.isFleeting()).forEach(Source::finish);
+    lastSource = null;
   }
 
   private WavFile.Format format(Codec codec) {

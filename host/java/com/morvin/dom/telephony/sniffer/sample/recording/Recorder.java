@@ -2,8 +2,10 @@ package com.morvin.dom.telephony.sniffer.sample.recording;
 
 import com.morvin.dom.telephony.sniffer.sample.console.Console;
 import com.morvin.dom.telephony.sniffer.sample.console.Text;
+import com.morvin.dom.telephony.sniffer.sample.media.MediaPool;
 import com.morvin.dom.telephony.sniffer.sample.media.RtpPacket;
 import com.morvin.dom.telephony.sniffer.sample.media.Track;
+import com.morvin.dom.telephony.sniffer.sample.memory.HeapShare;
 import com.morvin.dom.telephony.sniffer.sample.metrics.Metrics;
 import com.morvin.dom.telephony.sniffer.sample.service.OtherShares;
 import com.morvin.dom.telephony.sniffer.sample.service.Service;
@@ -23,7 +25,6 @@ import com.morvin.dom.telephony.sniffer.sample.transport.SteadyClock;
 import com.morvin.dom.telephony.sniffer.sample.transport.Transport;
 import java.io.IOException;
 import java.util.ArrayList;
-import java.util.Comparator;
 import java.util.LinkedHashMap;
 import java.util.List;
 import java.util.Map;
@@ -37,6 +38,8 @@ public final class Recorder extends Service {
   private static final long SAVE_MILLIS = 1000;
   /** After a longer interruption a saved call counts as ended. */
   private static final long RESUME_MILLIS = 300_000;
+  /** The approximate memory of two voices of G.711, in bytes. */
+  private static final int USUAL_MEDIA = 50_000;
   private static final String GAVE_UP = "goes on in a call of another share";
 
   private final Store store;
@@ -48,6 +51,7 @@ public final class Recorder extends Service {
 
   private final Map<Call, Recording> recordings = new LinkedHashMap<>();
   private final Track.Options options;
+  private final MediaPool pool = new MediaPool(HeapShare.MEDIA);
   private final RtpPacket packet = new RtpPacket();
   private final LookAhead lookAhead;
   /** Those whose first media came after the state was saved. */
@@ -162,6 +166,7 @@ public final class Recorder extends Service {
       lastSave = now.steady();
       console.status(summary.status(recordings.size(), lostNow(), now.steady(), dropped()) + " | " + snifferState());
       save();
+      measureMemory();
       logRefused();
       store.disk().submit(listener::tick);
     }
@@ -173,6 +178,10 @@ public final class Recorder extends Service {
    */
   @Override
   protected void stepped(Moment now) {
+    pool.add(packet.takeCopied());
+    if (pool.isEmpty()) {
+      measureMemory();
+    }
     if (unsaved.isEmpty() || transport().redelivers()) {
       return;
     }
@@ -185,6 +194,19 @@ public final class Recorder extends Service {
     if (!calls.isEmpty()) {
       running.save(calls, false, clock.read(), transport().position(lastNumber), () -> { }, () -> { });
     }
+  }
+
+  private void measureMemory() {
+    List<Track> tracks = new ArrayList<>(2 * recordings.size());
+    for (Recording recording : recordings.values()) {
+      recording.call.setMediaBytes(recording.addTracks(tracks));
+    }
+    pool.measure(tracks);
+  }
+
+  @Override
+  public int usualMediaBytes() {
+    return USUAL_MEDIA;
   }
 
   /** Returns the number of packets that the running calls have lost. */
@@ -264,9 +286,15 @@ public final class Recorder extends Service {
       }
       Moment now = now();
       boolean late = !transport().redelivers() && savedAt() > 0 && now.stamp() - savedAt() > RESUME_MILLIS;
+      if (running.forgotten() > 0) {
+        console.line("the states of " + Text.count(running.forgotten(), "call") + " do not fit into the memory, so "
+            + "these go on in new files: give Java as much as before (-Xmx)");
+      }
       rememberEnded(now);
       loaded.forEach(this::restoreUses);
-      loaded.forEach(call -> restore(call, late, now));
+      for (RunningCalls.Loaded call : loaded) {
+        restore(call, late, now);
+      }
       if (!recordings.isEmpty()) {
         console.line("going on with " + Text.count(recordings.size(), "call") + " from before the restart");
       }
@@ -295,12 +323,11 @@ public final class Recorder extends Service {
     }
   }
 
-  private void restore(RunningCalls.Loaded loaded, boolean late, Moment now) {
+  private void restore(RunningCalls.Loaded loaded, boolean late, Moment now) throws IOException {
     restoring = loaded;
     restoredSkew = skewOf(loaded);
-    // The journal of a merged call holds the frames of its legs one after the other.
-    loaded.frames().stream().sorted(Comparator.comparingLong(RunningCalls.TimedFrame::time))
-        .forEach(message -> follower.signalling(message.frame(), now.at(message.time() - restoredSkew)));
+    loaded.frames().forEach(message ->
+        follower.signalling(message.frame(), now.at(message.time() - restoredSkew)));
     Recording recording = recordings.values().stream().filter(other -> other.journal == loaded.journal()).findFirst()
         .orElse(null);
     if (recording != null) {
@@ -358,7 +385,7 @@ public final class Recorder extends Service {
       console.line(recording.call + "  goes on in new files: " + e);
     }
     recording.list(restoring.files().left());
-    restoring = new RunningCalls.Loaded(restoring.journal(), restoring.frames(), List.of(), restoring.files());
+    restoring = restoring.withoutStates();
   }
 
   @Override
@@ -366,7 +393,7 @@ public final class Recorder extends Service {
     // The times of the frames that are redelivered are times of day already.
     long skew = restoring != null ? restoredSkew : transport().redelivers() ? 0 : clock.skew();
     RunningCalls.Journal journal = restoring != null ? restoring.journal() : running.begin();
-    Recording recording = new Recording(call, journal, store, skew, options, sharesFiles());
+    Recording recording = new Recording(call, journal, store, skew, options, pool, sharesFiles());
     recordings.put(call, recording);
     markOutage(recording);
     if (restoring == null) {
@@ -430,8 +457,8 @@ public final class Recorder extends Service {
   }
 
   @Override
-  public void full(int calls) {
-    console.line("no more than " + calls + " calls can be followed at a time: new ones are not recorded");
+  public void full(int calls, boolean byMemory) {
+    console.line(mostCalls(calls, byMemory) + ": new ones are not recorded");
   }
 
   @Override
@@ -467,7 +494,7 @@ public final class Recorder extends Service {
     if (restoring != null) {
       restoreMedia(recording);  // a saved message has ended the call
     }
-    if (how.equals(CallFollower.DROPPED)) {
+    if (how.equals(CallFollower.DROPPED) && !recording.hasMedia()) {
       // A flood of calls must not fill the disk.
       if (summary.countFlood()) {
         console.line("more calls than can be followed: those without media make way");

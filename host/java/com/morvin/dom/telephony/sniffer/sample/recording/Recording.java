@@ -1,6 +1,7 @@
 package com.morvin.dom.telephony.sniffer.sample.recording;
 
 import com.morvin.dom.telephony.sniffer.sample.console.Text;
+import com.morvin.dom.telephony.sniffer.sample.media.MediaPool;
 import com.morvin.dom.telephony.sniffer.sample.media.Track;
 import com.morvin.dom.telephony.sniffer.sample.signalling.Call;
 import com.morvin.dom.telephony.sniffer.sample.signalling.Direction;
@@ -49,11 +50,11 @@ final class Recording {
   private static final int MAX_STEPS = 200;
   private static final int FIRST_STEPS = 50;
   private static final int MAX_DIALLED = 64;
-  /** The length in bytes of the messages that are kept for a capture file: the first and the last ones. */
-  private static final int MAX_KEPT = 16 << 10;
-  private static final int FIRST_KEPT = 4;
+  /** The memory in bytes of the messages that are kept for a capture file. */
+  private static final int MAX_KEPT = 20 << 10;
   private static final int MAX_LEFT = 64;
-  private static final int MAX_UNSAVED = 64;
+  /** The same of the messages that wait for the journal. */
+  private static final int MAX_UNSAVED = 80 << 10;
   /** A message is compared with this number of earlier ones: it may be repeated, or delivered by another sniffer. */
   private static final int COMPARED = 16;
   private static final int USUAL_STATE = 512;
@@ -79,18 +80,18 @@ final class Recording {
   private final Voice fromCallee;
   private final List<CallReport.Step> ladder = new ArrayList<>();
   private final List<Dialled> dialled = new ArrayList<>();
-  private final List<RunningCalls.TimedFrame> kept = new ArrayList<>();
-  private int keptBytes;
+  private final KeptMessages kept = new KeptMessages(MAX_KEPT);
   private final int[] recent = new int[COMPARED];
   private int messages;
   private long latest;
   /** Messages that are not in the journal yet. */
-  private final List<RunningCalls.TimedFrame> unsaved = new ArrayList<>();
+  private final KeptMessages unsaved = new KeptMessages(MAX_UNSAVED);
   private final Store store;
   private final String name;
   private final long start;
   private final long skew;
   private final Track.Options options;
+  private final MediaPool pool;
   private final boolean shares;
   /** The file of both voices; null before the first one, and when each has a file of its own. */
   private WavFile stereo;
@@ -112,14 +113,17 @@ final class Recording {
    * Makes a recording without media.
    *
    * @param skew is added to all times, so that the call has the time of day of its start
+   * @param pool has the memory for what is not usual
    * @param shares whether both voices are written to one file from the start, if their format allows it
    */
-  Recording(Call call, RunningCalls.Journal journal, Store store, long skew, Track.Options options, boolean shares) {
+  Recording(Call call, RunningCalls.Journal journal, Store store, long skew, Track.Options options, MediaPool pool,
+      boolean shares) {
     this.call = call;
     this.journal = journal;
     this.store = store;
     this.skew = skew;
     this.options = options;
+    this.pool = pool;
     this.shares = shares;
     start = call.start().stamp() + skew;
     name = FILE_TIME.format(Instant.ofEpochMilli(start)) + "-" + call.fileNames();
@@ -132,7 +136,7 @@ final class Recording {
   }
 
   private Track track(Direction direction, String fileName) {
-    return new Track(store, fileName, options, format -> channel(direction, format), this::begin);
+    return new Track(store, fileName, options, format -> channel(direction, format), pool, this::begin);
   }
 
   /** Returns the channel of a direction in the file of both voices. G.711 has a place there that is known at once. */
@@ -220,6 +224,15 @@ final class Recording {
     voice.earlier.addAll(added.earlier);
   }
 
+  /** Adds all tracks to a list. Returns the memory that their media usually takes, in bytes. */
+  int addTracks(List<Track> all) {
+    for (Voice voice : List.of(fromCaller, fromCallee)) {
+      all.add(voice.track);
+      all.addAll(voice.earlier);
+    }
+    return fromCaller.track.usualBytes() + fromCallee.track.usualBytes();
+  }
+
   /** Returns all tracks in a fixed order. */
   private Stream<Track> allTracks() {
     return Stream.of(fromCaller, fromCallee).flatMap(Voice::tracks);
@@ -236,7 +249,7 @@ final class Recording {
       return;
     }
     long at = time + skew;
-    if (restoring != journal && unsaved.size() < MAX_UNSAVED) {
+    if (restoring != journal) {
       unsaved.add(new RunningCalls.TimedFrame(at, frame));
     }
     changed = true;
@@ -270,10 +283,6 @@ final class Recording {
 
   private void keep(Frame frame, long time) {
     kept.add(new RunningCalls.TimedFrame(time, frame));
-    keptBytes += frame.payload().length;
-    while (keptBytes > MAX_KEPT) {
-      keptBytes -= kept.remove(Math.min(FIRST_KEPT, kept.size() - 1)).frame().payload().length;
-    }
     fromCaller.track.signalled(frame, time);
     fromCallee.track.signalled(frame, time);
   }
@@ -578,9 +587,9 @@ final class Recording {
   }
 
   private void saveMessages(RunningCalls running) {
-    if (!unsaved.isEmpty()) {
-      running.append(journal, List.copyOf(unsaved));
-      unsaved.clear();
+    List<RunningCalls.TimedFrame> messages = unsaved.takeAll();
+    if (!messages.isEmpty()) {
+      running.append(journal, messages);
     }
   }
 

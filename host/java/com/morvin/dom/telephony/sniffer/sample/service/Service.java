@@ -154,6 +154,12 @@ public abstract class Service implements CallFollower.Listener {
    */
   protected void measureLive(Metrics figures) {}
 
+  /** Returns the beginning of a line about a limit of calls; see {@link CallFollower.Listener#full}. */
+  protected static String mostCalls(int calls, boolean byMemory) {
+    return "no more than " + calls + " calls can be followed at a time"
+        + (byMemory ? " with the memory that Java has (-Xmx)" : "");
+  }
+
   /** Called at the end of each step. */
   protected void stepped(Moment now) {}
 

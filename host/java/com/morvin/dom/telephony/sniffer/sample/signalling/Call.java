@@ -50,7 +50,11 @@ public abstract class Call {
   private boolean owned;
   /** Whether the media before a restart is not known. */
   private boolean restored;
+  /** The length of the messages with their overhead, in bytes. */
   private int messages;
+  /** What the listener takes for the media, and what all of the call takes, in bytes. */
+  private int mediaBytes;
+  private int bytes;
   /** The known destinations; null when they have to be found again. */
   private Map<Endpoint, Use> destinations;
   private final Set<String> notes = new TreeSet<>();
@@ -374,10 +378,43 @@ public abstract class Call {
     return answer == null ? 1 : now.since(answer) < SOON_MILLIS ? ANSWERED_NOW : 0;
   }
 
-  /** Counts a message and returns the approximate memory of the call with its messages in bytes. */
-  int grow(int messageBytes) {
+  /** Counts a message with a length in bytes. */
+  void grow(int messageBytes) {
     messages = Math.min(messages + messageBytes + MESSAGE_BYTES, MAX_MESSAGES);
-    return messages + legs.stream().mapToInt(Leg::size).sum();
+  }
+
+  /** States the memory that the media takes now, in bytes. */
+  public void setMediaBytes(int memory) {
+    mediaBytes = memory;
+  }
+
+  /**
+   * Measures the approximate memory of the call with its messages and its media. Returns by how many bytes it has
+   * grown.
+   *
+   * @param usualMedia what an answered call will take for its media
+   */
+  int measure(int usualMedia) {
+    int before = bytes;
+    boolean hasMedia = owned && (lifetime.answer() != null || flow.exists());
+    bytes = messages + (hasMedia ? Math.max(mediaBytes, usualMedia) : 0);
+    for (Leg leg : legs) {
+      bytes += leg.size();
+    }
+    return bytes - before;
+  }
+
+  /** Measures the memory of an ended call, which is kept without media. Returns by how many bytes it has grown. */
+  int measureEnded() {
+    mediaBytes = 0;
+    return measure(0);
+  }
+
+  /** Forgets what was measured, and returns it in bytes. */
+  int forgetBytes() {
+    int before = bytes;
+    bytes = 0;
+    return before;
   }
 
   /** Adds a remark for the report. */

@@ -1,16 +1,15 @@
 package com.morvin.dom.telephony.sniffer.sample.signalling;
 
+import com.morvin.dom.telephony.sniffer.sample.memory.HeapShare;
 import com.morvin.dom.telephony.sniffer.sample.transport.Command;
 import com.morvin.dom.telephony.sniffer.sample.transport.Endpoint;
 import com.morvin.dom.telephony.sniffer.sample.transport.Frame;
 import com.morvin.dom.telephony.sniffer.sample.transport.FrameCursor;
 import java.util.Collection;
 import java.util.Collections;
-import java.util.HashMap;
 import java.util.LinkedHashSet;
 import java.util.List;
 import java.util.Map;
-import java.util.Objects;
 import java.util.Set;
 import java.util.function.Predicate;
 import java.util.stream.Stream;
@@ -96,8 +95,17 @@ public final class CallFollower {
       return true;
     }
 
-    /** The limit of calls was reached; new calls are not followed. Called once each time the limit is reached. */
-    default void full(int calls) {}
+    /** Returns the approximate memory that an answered call takes for its media, in bytes. */
+    default int usualMediaBytes() {
+      return 0;
+    }
+
+    /**
+     * A limit of calls was reached; new calls are not followed. Called once each time a limit is reached.
+     *
+     * @param byMemory whether the limit is that of their memory, and not that of their number
+     */
+    default void full(int calls, boolean byMemory) {}
   }
 
   /**
@@ -106,19 +114,16 @@ public final class CallFollower {
    * @param calls the most calls of a share at a time
    * @param idleMillis a call ends after this time without messages and media
    * @param unansweredMillis the same for an unanswered call without media
-   * @param bytes the approximate memory of the signalling of all calls
+   * @param bytes the approximate memory of all calls with their media
    * @param share which calls the listener gets
    */
   public record Limits(int calls, long idleMillis, long unansweredMillis, long bytes, Share share) {
-    /**
-     * 10,000 calls, an hour of silence, five minutes without an answer (phones give up earlier), a third of the heap.
-     */
-    public static final Limits DEFAULT = new Limits(10_000, 3_600_000, 300_000,
-        Runtime.getRuntime().maxMemory() / 3, Share.ALL);
+    /** 10,000 calls, an hour of silence, five minutes without an answer (phones give up earlier). */
+    public static final Limits DEFAULT = new Limits(10_000, 3_600_000, 300_000, HeapShare.CALLS, Share.ALL);
 
-    /** Returns these limits with another number of calls. */
-    public Limits withCalls(int number) {
-      return new Limits(number, idleMillis, unansweredMillis, bytes, share);
+    /** Returns these limits with another number of calls, and other memory for them in bytes. */
+    public Limits withCalls(int number, long memory) {
+      return new Limits(number, idleMillis, unansweredMillis, memory, share);
     }
 
     /** Returns these limits with another idle time. */
@@ -139,8 +144,7 @@ public final class CallFollower {
   private final H323Calls h323Calls = new H323Calls(this);
   private final Set<Call> calls = new LinkedHashSet<>();
   private final Removable removable = new Removable();
-  /** The approximate memory of each call, and of all calls, in bytes. */
-  private final Map<Call, Integer> sizes = new HashMap<>();
+  /** The approximate memory of all calls in bytes. */
   private long memory;
   private int lastNumber;
   private int seen;
@@ -268,6 +272,7 @@ public final class CallFollower {
       if (call.legs().size() > 1 && call.retireLegs(now, limits)) {
         update(call, now);
       }
+      memory += call.measure(listener.usualMediaBytes());
       endIfOver(call, now);
     });
     removable.update(calls, now);
@@ -418,6 +423,7 @@ public final class CallFollower {
       call.ended(now);
       if (mayGoOn) {
         destinations.end(call, now);
+        memory += call.measureEnded();
       } else {
         destinations.remove(call, now);
         forgetSize(call);
@@ -459,7 +465,7 @@ public final class CallFollower {
     saveMemory(now);
     boolean room = calls.size() < mostCalls() && memory < limits.bytes;
     if (!room && !full) {
-      listener.full(mostCalls());
+      listener.full(calls.size(), calls.size() < mostCalls());
     }
     full = !room;
     return room;
@@ -593,8 +599,8 @@ public final class CallFollower {
   }
 
   void signalled(Call call, Frame frame, String label, Moment now) {
-    int size = call.grow(frame.payload().length);
-    memory += size - Objects.requireNonNullElse(sizes.put(call, size), 0);
+    call.grow(frame.payload().length);
+    memory += call.measure(listener.usualMediaBytes());
     call.signalling().add(frame, label, now);
     if (call.isOwned()) {
       listener.signalled(call, frame, label, now);
@@ -611,6 +617,6 @@ public final class CallFollower {
   }
 
   private void forgetSize(Call call) {
-    memory -= Objects.requireNonNullElse(sizes.remove(call), 0);
+    memory -= call.forgetBytes();
   }
 }

@@ -28,7 +28,7 @@ final class SipLeg extends Leg {
   private static final int MAX_BYTES = 64 << 10;
   private static final int MAX_OFFERS = 2;
   private static final int MAX_OFFER_BYTES = 4 << 10;
-  private static final int LEG_BYTES = 4000;
+  private static final int LEG_BYTES = 8500;
   private static final int ENTRY_BYTES = 200;
 
   /** The requests whose success can change the destinations of media. */

@@ -1,5 +1,6 @@
 package com.morvin.dom.telephony.sniffer.sample.storage;
 
+import com.morvin.dom.telephony.sniffer.sample.memory.HeapShare;
 import java.util.ArrayDeque;
 
 /**
@@ -10,7 +11,7 @@ final class Blocks {
   /** A second of G.711 and some more, so that a packet too many does not cost another write. */
   private static final int USUAL = 8_000 * 5 / 4;
   /** All voices are written at the same time, so there is one array in use and one that waits for each. */
-  private static final int MAX_SPARE = (int) Math.min(16_384, Runtime.getRuntime().maxMemory() / 8 / USUAL);
+  private static final int MAX_SPARE = (int) Math.min(16_384, HeapShare.SPARE_BLOCKS / USUAL);
 
   private final ArrayDeque<byte[]> spare = new ArrayDeque<>();
 

@@ -55,24 +55,23 @@ public final class FileOperations {
     Files.createDirectories(directory, DIRECTORY);
   }
 
+  /** Writes to a file that has content already. */
+  interface Addition {
+    /** Writes from the end of the content, a place in bytes. */
+    void writeTo(FileChannel file, long end) throws IOException;
+  }
+
   /** Appends all bytes or none: after a failure the file has its former size. */
   static void append(Path file, byte[] bytes) throws IOException {
-    append(file, bytes, false);
+    append(file, (channel, end) -> writeAll(channel, ByteBuffer.wrap(bytes), end));
   }
 
-  /** Appends all bytes or none. They are on the disk afterwards, and survive a crash of the machine. */
-  static void appendSafely(Path file, byte[] bytes) throws IOException {
-    append(file, bytes, true);
-  }
-
-  private static void append(Path file, byte[] bytes, boolean sync) throws IOException {
+  /** Appends all of an addition or nothing. */
+  static void append(Path file, Addition addition) throws IOException {
     try (FileChannel channel = open(file, StandardOpenOption.CREATE, StandardOpenOption.WRITE)) {
       long end = channel.size();
       try {
-        writeAll(channel, ByteBuffer.wrap(bytes), end);
-        if (sync) {
-          channel.force(true);
-        }
+        addition.writeTo(channel, end);
       } catch (IOException e) {
         channel.truncate(end);
         throw e;

@@ -1,8 +1,8 @@
 package com.morvin.dom.telephony.sniffer.sample.storage;
 
+import com.morvin.dom.telephony.sniffer.sample.memory.HeapShare;
 import com.morvin.dom.telephony.sniffer.sample.transport.Frame;
 import com.morvin.dom.telephony.sniffer.sample.transport.SteadyClock;
-import java.io.ByteArrayInputStream;
 import java.io.ByteArrayOutputStream;
 import java.io.DataInputStream;
 import java.io.DataOutputStream;
@@ -12,6 +12,8 @@ import java.nio.charset.StandardCharsets;
 import java.nio.file.Files;
 import java.nio.file.Path;
 import java.util.ArrayList;
+import java.util.Collection;
+import java.util.Comparator;
 import java.util.HashMap;
 import java.util.HashSet;
 import java.util.LinkedHashMap;
@@ -20,7 +22,6 @@ import java.util.Map;
 import java.util.Set;
 import java.util.function.Supplier;
 import java.util.stream.Stream;
-import java.util.zip.CRC32;
 
 /**
  * Saves the running calls, so that they continue after a restart. Each call has a journal with its signalling frames.
@@ -39,7 +40,6 @@ public final class RunningCalls {
   private static final int VERSION = 6;
   private static final int LAST_WITH_SHORT_TIME = 5;
   private static final int LAST_WITHOUT_BATCHES = 2;
-  private static final int BATCH_HEADER = 2 * Integer.BYTES;
   /** A checkpoint is replaced when it is longer than this and than several whole states. */
   private static final long MIN_COMPACTED = 1 << 20;
   private static final int COMPACTED = 8;
@@ -49,6 +49,8 @@ public final class RunningCalls {
   private static final int MAX_FRAMES = 512;
   private static final int FIRST_FRAMES = 32;
   private static final String JOURNAL = ".call";
+  /** Approximate memory of a part of a state in addition to its content, in bytes. */
+  private static final int PART_BYTES = 40;
 
   /** The signalling of one call. */
   public static final class Journal {
@@ -76,20 +78,57 @@ public final class RunningCalls {
    * @param states the whole state and the increments to it, oldest first; empty when the call began after the
    *     checkpoint
    */
-  public record Loaded(Journal journal, List<TimedFrame> frames, List<byte[]> states, ResumedFiles files) {}
+  public record Loaded(Journal journal, List<byte[]> states, ResumedFiles files) {
+    /**
+     * Reads the signalling in the order of its times: the journal of a merged call holds the frames of its legs one
+     * after the other.
+     */
+    public List<TimedFrame> frames() throws IOException {
+      List<TimedFrame> frames = read(journal.file);
+      journal.frames = frames.size();
+      frames.sort(Comparator.comparingLong(TimedFrame::time));
+      return frames;
+    }
+
+    /** Returns the call with a state that nothing is restored from any more. */
+    public Loaded withoutStates() {
+      return new Loaded(journal, List.of(), files);
+    }
+  }
 
   /** The last state of a call in the checkpoint. */
   private static final class State {
     private final List<byte[]> parts = new ArrayList<>();
+    private long bytes;
+    /** Whether increments have no state that they belong to. */
+    private boolean isForgotten;
     private final Map<String, Long> sizes = new LinkedHashMap<>();
     private final List<String> names = new ArrayList<>();
     private final List<long[]> missing = new ArrayList<>();
     private long journalSize;
+
+    private void add(byte[] part, boolean whole) {
+      if (whole) {
+        parts.clear();
+        bytes = 0;
+        isForgotten = false;
+      }
+      if (!isForgotten) {
+        parts.add(part);
+        bytes += part.length + PART_BYTES;
+      }
+    }
+
+    private void forget() {
+      parts.clear();
+      bytes = 0;
+      isForgotten = true;
+    }
   }
 
   private final Store store;
   private final CallLog log;
-  private final Path checkpoint;
+  private final Checkpoint checkpoint;
   private final Path created;
   private final boolean rollsBack;
   private final List<String> endedNames = new ArrayList<>();
@@ -102,6 +141,9 @@ public final class RunningCalls {
   private String fault;
   private boolean isOfOtherVersion;
   private byte[] position = new byte[0];
+  private final long maxStateBytes;
+  private long stateBytes;
+  private int forgotten;
 
   /**
    * Saves into the directory of a store.
@@ -109,10 +151,16 @@ public final class RunningCalls {
    * @param rollsBack whether frames after the checkpoint are delivered again
    */
   public RunningCalls(Store store, CallLog log, boolean rollsBack) {
+    this(store, log, rollsBack, HeapShare.LOADED_STATES);
+  }
+
+  /** The same with the most memory that the loaded states take, in bytes. */
+  RunningCalls(Store store, CallLog log, boolean rollsBack, long maxStateBytes) {
+    this.maxStateBytes = maxStateBytes;
     this.store = store;
     this.log = log;
     this.rollsBack = rollsBack;
-    checkpoint = store.running().resolve("checkpoint");
+    checkpoint = new Checkpoint(store.running().resolve("checkpoint"));
     created = store.running().resolve("created");
   }
 
@@ -230,20 +278,18 @@ public final class RunningCalls {
     wantsAll = false;
     store.disk().submit(size, List.of(() -> {
       store.ensureRunning();
-      if (!all && !Files.exists(checkpoint)) {
+      if (!all && !checkpoint.exists()) {
         wantsAll = true;  // an increment to a removed checkpoint is useless
         failed.run();
         return;
       }
       store.sync();
-      byte[] batch = batch(calls, over, now, position);
       if (all) {
-        FileOperations.replace(checkpoint, batch);
-        FileOperations.syncNames(store.running());
-        wholeSize = batch.length;
+        checkpoint.replace(out -> write(calls, over, now, position, out));
+        wholeSize = checkpoint.size();
       } else {
-        FileOperations.appendSafely(checkpoint, batch);
-        wantsAll |= Files.size(checkpoint) > Math.max(MIN_COMPACTED, COMPACTED * wholeSize);
+        checkpoint.append(out -> write(calls, over, now, position, out));
+        wantsAll |= checkpoint.size() > Math.max(MIN_COMPACTED, COMPACTED * wholeSize);
       }
       if (rollsBack) {
         Files.deleteIfExists(created);
@@ -259,11 +305,8 @@ public final class RunningCalls {
     });
   }
 
-  private byte[] batch(List<Saved> calls, List<String> over, SteadyClock.Reading now, byte[] position)
-      throws IOException {
-    ByteArrayOutputStream bytes = new ByteArrayOutputStream();
-    DataOutputStream out = new DataOutputStream(bytes);
-    out.writeLong(0);  // length and checksum
+  private void write(List<Saved> calls, List<String> over, SteadyClock.Reading now, byte[] position,
+      DataOutputStream out) throws IOException {
     out.writeInt(VERSION);
     out.writeLong(now.timeOfDay());
     out.writeLong(now.sinceBoot());
@@ -282,16 +325,6 @@ public final class RunningCalls {
     for (Saved call : calls) {
       writeMissing(call.files, out);
     }
-    byte[] batch = bytes.toByteArray();
-    int length = batch.length - BATCH_HEADER;
-    ByteBuffer.wrap(batch).putInt(length).putInt(checksum(batch, BATCH_HEADER, length));
-    return batch;
-  }
-
-  private static int checksum(byte[] bytes, int offset, int length) {
-    CRC32 crc = new CRC32();
-    crc.update(bytes, offset, length);
-    return (int) crc.getValue();
   }
 
   private void write(Saved call, DataOutputStream out) throws IOException {
@@ -337,6 +370,11 @@ public final class RunningCalls {
     return isOfOtherVersion;
   }
 
+  /** Returns the number of calls whose state did not fit into the memory. They continue in new files. */
+  public int forgotten() {
+    return forgotten;
+  }
+
   /** Loads the saved calls, oldest first. Called once, before all other methods. */
   public List<Loaded> load() throws IOException {
     Map<String, State> saved = new HashMap<>();
@@ -347,6 +385,7 @@ public final class RunningCalls {
         forgetStates(saved, checkpoint + " is of another version of this program");
       }
       saved.values().forEach(state -> files.addAll(state.names));
+      forgotten = (int) saved.values().stream().filter(state -> state.isForgotten).count();
       if (rollsBack && fault == null) {
         rollBack(saved);
       }
@@ -375,36 +414,9 @@ public final class RunningCalls {
   }
 
   private void readCheckpoint(Map<String, State> saved) throws IOException {
-    if (!Files.exists(checkpoint)) {
-      return;
+    if (checkpoint.exists() && !checkpoint.read(LAST_WITHOUT_BATCHES, in -> readBatch(in, saved))) {
+      isOfOtherVersion = true;
     }
-    byte[] bytes = Files.readAllBytes(checkpoint);
-    int first = bytes.length < Integer.BYTES ? 0 : ByteBuffer.wrap(bytes).getInt();
-    if (first > 0 && first <= LAST_WITHOUT_BATCHES) {
-      isOfOtherVersion = true;  // there is no batch of this length
-      return;
-    }
-    int at = 0;
-    // The last batch is incomplete when the machine has crashed meanwhile.
-    for (int length = batchAt(bytes, at); length > 0 || at == 0; length = batchAt(bytes, at)) {
-      if (length == 0) {
-        throw new IOException(checkpoint + " is damaged");
-      }
-      readBatch(new DataInputStream(new ByteArrayInputStream(bytes, at + BATCH_HEADER, length)), saved);
-      at += BATCH_HEADER + length;
-    }
-  }
-
-  /** Returns the length of a complete batch without its header, or else 0. */
-  private static int batchAt(byte[] bytes, int at) {
-    if (bytes.length - at <= BATCH_HEADER) {
-      return 0;
-    }
-    ByteBuffer header = ByteBuffer.wrap(bytes, at, BATCH_HEADER);
-    int length = header.getInt();
-    boolean complete = length > 0 && length <= bytes.length - at - BATCH_HEADER
-        && checksum(bytes, at + BATCH_HEADER, length) == header.getInt();
-    return complete ? length : 0;
   }
 
   private void readBatch(DataInputStream in, Map<String, State> saved) throws IOException {
@@ -415,12 +427,16 @@ public final class RunningCalls {
     savedLog = in.readLong();
     position = in.readNBytes(in.readInt());
     for (int count = in.readInt(); count > 0; count--) {
-      saved.remove(in.readUTF());
+      State over = saved.remove(in.readUTF());
+      stateBytes -= over == null ? 0 : over.bytes;
     }
     List<State> calls = new ArrayList<>();
     for (int count = in.readInt(); count > 0; count--) {
       calls.add(saved.computeIfAbsent(in.readUTF(), name -> new State()));
       readCall(calls.get(calls.size() - 1), in);
+      if (stateBytes > maxStateBytes) {
+        forgetLargest(saved.values());
+      }
     }
     for (State call : in.available() > 0 ? calls : List.<State>of()) {
       readMissing(call, in);
@@ -438,12 +454,23 @@ public final class RunningCalls {
     }
   }
 
-  private static void readCall(State state, DataInputStream in) throws IOException {
-    state.journalSize = in.readLong();
-    if (in.readBoolean()) {
-      state.parts.clear();
+  /** Forgets the largest states until a half is left: the program had more memory before it was restarted. */
+  private void forgetLargest(Collection<State> states) {
+    for (State state : states.stream().sorted(Comparator.comparingLong((State one) -> one.bytes).reversed()).toList()) {
+      if (stateBytes <= maxStateBytes / 2) {
+        return;
+      }
+      stateBytes -= state.bytes;
+      state.forget();
     }
-    state.parts.add(in.readNBytes(in.readInt()));
+  }
+
+  private void readCall(State state, DataInputStream in) throws IOException {
+    state.journalSize = in.readLong();
+    long before = state.bytes;
+    boolean whole = in.readBoolean();
+    state.add(in.readNBytes(in.readInt()), whole);
+    stateBytes += state.bytes - before;
     state.names.clear();
     state.sizes.clear();
     for (int count = in.readInt(); count > 0; count--) {
@@ -480,12 +507,9 @@ public final class RunningCalls {
         Files.deleteIfExists(path);
       } else {
         Journal journal = new Journal(path);
-        List<TimedFrame> frames = read(path);
-        journal.frames = frames.size();
         lastJournal = Math.max(lastJournal, Long.parseLong(path.getFileName().toString().replaceAll("\\D", "")));
-        loaded.add(call == null ? new Loaded(journal, frames, List.of(), new ResumedFiles(store, List.of(), List.of()))
-            : new Loaded(journal, frames, call.parts,
-                new ResumedFiles(store, call.names, call.missing)));
+        loaded.add(call == null ? new Loaded(journal, List.of(), new ResumedFiles(store, List.of(), List.of()))
+            : new Loaded(journal, call.parts, new ResumedFiles(store, call.names, call.missing)));
       }
     }
     return loaded;

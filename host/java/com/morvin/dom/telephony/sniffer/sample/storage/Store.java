@@ -1,6 +1,7 @@
 package com.morvin.dom.telephony.sniffer.sample.storage;
 
 import com.morvin.dom.telephony.sniffer.sample.console.Console;
+import com.morvin.dom.telephony.sniffer.sample.memory.HeapShare;
 import com.morvin.dom.telephony.sniffer.sample.metrics.Metrics;
 import com.sun.management.UnixOperatingSystemMXBean;
 import java.io.IOException;
@@ -35,7 +36,6 @@ public final class Store implements AutoCloseable {
   private static final int MAX_OPEN = 16_000;
   private static final int MAX_SPARES = 4096;
   private static final String SPARE = "spare-";
-  private static final long MAX_WAITING = 256L << 20;
   private static final long LARGE = 1 << 20;
   private static final long RESERVE = 64 << 20;
   /** The directory with the state for a restart. */
@@ -92,7 +92,7 @@ public final class Store implements AutoCloseable {
     directoryKey = keyOf(directory);
     lock();
     deleteSpares();
-    disk = new Disk(directory, Math.min(MAX_WAITING, Runtime.getRuntime().maxMemory() / 8), console, gate);
+    disk = new Disk(directory, HeapShare.DISK, console, gate);
   }
 
   /** Large files leave room for the recordings of some minutes. */

@@ -36,7 +36,7 @@ public final class WavFile extends StoredFile {
     }
 
     /** Returns the length of a second of one channel in bytes. */
-    int bytesPerSecond() {
+    public int bytesPerSecond() {
       return rate * encoding.bytes;
     }
 

@@ -2,6 +2,7 @@ package com.morvin.dom.telephony.sniffer.sample.transport;
 
 import com.morvin.dom.telephony.sniffer.sample.console.Console;
 import com.morvin.dom.telephony.sniffer.sample.console.Text;
+import com.morvin.dom.telephony.sniffer.sample.memory.HeapShare;
 import java.io.IOException;
 import java.util.ArrayDeque;
 import java.util.List;
@@ -9,14 +10,13 @@ import java.util.Queue;
 import java.util.concurrent.TimeUnit;
 
 /**
- * Reads a transport on a thread of its own into a queue of at most 64 MiB, so that the socket is read even while the
- * recorder is busy. Frames are passed on in blocks: a lock, a wake-up or an object for each frame would cost more than
- * all that is done with it. When the queue is full, the oldest media is dropped first, and signalling when no media
- * waits. Dropped frames are counted; the beginning and the end of each overload are reported. A transport that
- * redelivers is not read while the queue is full, and nothing is dropped.
+ * Reads a transport on a thread of its own into a queue of 64 MiB, or less in a small heap, so that the socket is read
+ * even while the recorder is busy. Frames are passed on in blocks: a lock, a wake-up or an object for each frame would
+ * cost more than all that is done with it. When the queue is full, the oldest media is dropped first, and signalling
+ * when no media waits. Dropped frames are counted; the beginning and the end of each overload are reported. A transport
+ * that redelivers is not read while the queue is full, and nothing is dropped.
  */
 public final class Intake implements AutoCloseable {
-  private static final long MAX_BYTES = 64L << 20;
   /** Approximate memory of a block in addition to its frames, in bytes. */
   private static final int OVERHEAD = 100;
   /** A larger block need not have all frames that waited when it was read. */
@@ -45,7 +45,7 @@ public final class Intake implements AutoCloseable {
 
   /** Starts the thread. The caller closes the transport after this object. */
   public Intake(Transport transport, Console console, SteadyClock clock) {
-    this(transport, console, clock, MAX_BYTES);
+    this(transport, console, clock, HeapShare.INTAKE);
   }
 
   /** Starts the thread with a queue of another size in bytes. */

@@ -250,6 +250,26 @@ final class HostileInputTest {
     });
   }
 
+  /** Forged sources wait with a packet each, in more memory than the media of all calls may take. */
+  void testForgedMediaOfManyCalls() throws Exception {
+    FakeSniffer.with(sniffer -> {
+      int calls = 100;
+      for (int i = 0; i < calls; i++) {
+        sip(sniffer, A, B, INVITE.replace("Call-ID: 1", "Call-ID: " + i).replace("audio 4000", "audio " + (4000 + i)));
+      }
+      for (int i = 0; i < 300 * calls; i++) {
+        Endpoint listed = FakeSniffer.at("10.0.0.1:" + (4000 + i % calls));
+        int number = i / calls;
+        sniffer.udp(A, listed, FakeSniffer.rtp(8, number, number * 160, i, new byte[2000]));
+        sniffer.udp(B, listed, FakeSniffer.rtp(8, number, number * 160, 1, new byte[160]));
+        sniffer.pass(i % calls == 0 ? 20 : 0);
+      }
+      sniffer.recorder.finish();
+      that(sniffer.printed().contains("the memory for packets that wait was used up"), "nothing was given back");
+      sniffer.table().forEach(line -> that(line.matches(".*,0,0,,,3\\d\\d,0,.*"), line));
+    });
+  }
+
   /** Minor jobs are dropped first, then media, then the other jobs; the oldest first in each case. */
   void testWhatWaitsForTheDiskIsBounded() throws Exception {
     Testing.inDirectory(directory -> {
@@ -374,7 +394,7 @@ final class HostileInputTest {
     FakeSniffer.with(sniffer -> {
       String flood = (INVITE.substring(0, INVITE.indexOf("Content-Type")) + "\n").replace("INVITE", "BYE")
           .replace("<sip:b@b>", "<sip:b@b>;tag=b");
-      int calls = 2_500;
+      int calls = 1_500;
       for (int i = 0; i <= calls; i++) {
         String id = "Call-ID: " + i;
         String port = "audio " + (5000 + 2 * i);
