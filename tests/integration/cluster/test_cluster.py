@@ -522,6 +522,8 @@ class OneBroker(Cluster):
         self.assertEqual(told[2::2], [0, 0])
         ended = r"hung up by caller after 10\.\d s"  # signalling is dropped last
         wait_for("the end of ten calls", lambda: sum(len(self.said(f"r{i}", ended)) for i in (1, 2, 3)) == 10)
+        noted = r"begins \d+\.\d s after the answer, after an outage"  # the front got all messages a minute late
+        wait_for("what is missing", lambda: sum(len(self.said(f"r{i}", noted)) for i in (1, 2, 3)) > 0)
 
     def a_call_goes_on_after_its_end(self):
         """The end was forged. A front that is killed later asks for the media of the call that goes on."""

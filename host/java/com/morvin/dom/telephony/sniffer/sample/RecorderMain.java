@@ -52,8 +52,8 @@ public final class RecorderMain {
       StatisticsInterval=60
       """;
 
-  private static final byte[] NO_MEMORY =
-      "the recorder ends, because the heap is full\n".getBytes(StandardCharsets.US_ASCII);
+  /** Made at the start, because the text of an exhausted heap cannot be made. */
+  private static volatile byte[] noMemory = {};
   /** Freed when a thread has failed: the report of an exhausted heap needs memory. */
   private static byte[] reserve = new byte[1 << 20];
 
@@ -116,7 +116,8 @@ public final class RecorderMain {
 
   /** Records until the end. Returns the exit status. Package-private for tests. */
   static int record(Options options) throws IOException, InterruptedException {
-    Console console = new Console(System.out, System.console() != null);
+    Console console = new Console(System.out, System.console() != null, options.publish == null ? "recorder" : "front");
+    noMemory = ("the " + console.program() + " ends, because the heap is full\n").getBytes(StandardCharsets.US_ASCII);
     Thread.setDefaultUncaughtExceptionHandler((thread, thrown) -> fail(console, thread, thrown));
     Service.Limits limits = new Service.Limits(options.untilDisconnect, options.idleExitMillis,
         CallFollower.Limits.DEFAULT.withIdle(options.callTimeoutMillis).withShare(options.share));
@@ -144,11 +145,12 @@ public final class RecorderMain {
   private static void fail(Console console, Thread thread, Throwable thrown) {
     reserve = null;
     try {
-      console.line("the recorder ends, because its thread " + thread.getName() + " has failed: " + thrown);
+      console.line("the " + console.program() + " ends, because its thread " + thread.getName() + " has failed: "
+          + thrown);
       console.flush(PRINT_MILLIS);
       System.exit(FAILED);
     } catch (OutOfMemoryError e) {
-      System.out.write(NO_MEMORY, 0, NO_MEMORY.length);
+      System.out.write(noMemory, 0, noMemory.length);
       System.out.flush();
     } finally {
       Runtime.getRuntime().halt(FAILED);  // not even that was possible
@@ -163,31 +165,39 @@ public final class RecorderMain {
     MetricsFile metrics = options.metrics == null ? null : new MetricsFile(options.metrics, folder, console);
     service.writeMetrics(metrics);
     try (metrics) {
-      if (options.embedded.isEmpty()) {
-        try (Transport link = transport(options, console)) {
-          if (options.consume == null) {
-            service.listen(link);
-          }
-          warmUp(console);
-          service.assumeIpv6(options.ipv6);
-          service.run(link);
-        }
-      } else {
-        warmUp(console);
-        service.assumeIpv6(settings(options).lines().anyMatch(line -> line.replaceAll("\\s", "").equals("IPv6=yes")));
-      }
-      for (String devices : options.embedded) {
-        if (!service.stopped()) {
-          try (Transport link =
-              EmbeddedTransport.on(devices, options.filter, options.trace, settings(options), console)) {
-            service.run(link);
-          }
-        }
+      try {
+        serveAll(options, service, console);
+      } finally {
+        service.summarize();
       }
     } finally {
-      service.summarize();
       console.flush(PRINT_MILLIS);
       finished.countDown();
+    }
+  }
+
+  private static void serveAll(Options options, Service service, Console console)
+      throws IOException, InterruptedException {
+    if (options.embedded.isEmpty()) {
+      try (Transport link = transport(options, console)) {
+        if (options.consume == null) {
+          service.listen(link);
+        }
+        warmUp(console);
+        service.assumeIpv6(options.ipv6);
+        service.run(link);
+      }
+    } else {
+      warmUp(console);
+      service.assumeIpv6(settings(options).lines().anyMatch(line -> line.replaceAll("\\s", "").equals("IPv6=yes")));
+    }
+    for (String devices : options.embedded) {
+      if (!service.stopped()) {
+        try (Transport link =
+            EmbeddedTransport.on(devices, options.filter, options.trace, settings(options), console)) {
+          service.run(link);
+        }
+      }
     }
   }
 

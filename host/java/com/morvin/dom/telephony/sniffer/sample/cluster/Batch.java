@@ -60,13 +60,17 @@ final class Batch {
     }
   }
 
-  /** Adds a frame with its time of capture in milliseconds since 1970. */
-  void add(FrameCursor frame, long captured, long now) {
+  /**
+   * Adds a frame with its time of capture in milliseconds since 1970.
+   *
+   * @param heldUntil see {@link FrameCursor#heldUntil}
+   */
+  void add(FrameCursor frame, long captured, long heldUntil, long now) {
     if (open && frames > 0 && body.lengthWith(frame) - recapped > Message.MAX_BODY) {
       flush();
     }
     open(now);
-    body.add(frame, captured);
+    body.add(frame, captured, heldUntil);
     frames++;
     media |= frame.protocol() == Frame.RTP;
   }

@@ -8,7 +8,7 @@ import java.util.Arrays;
 
 /**
  * Frames that are collected for a message. A capture time frame is added only where the time changes: it holds for all
- * frames up to the next one.
+ * frames up to the next one. Before a frame that came late there are two: when it came, and when it was captured.
  */
 final class Body {
   private static final int SMALLEST = 1024;
@@ -26,16 +26,23 @@ final class Body {
     return length;
   }
 
-  /** Returns the length after a frame is added. */
+  /** Returns the most length after a frame is added. */
   int lengthWith(FrameCursor frame) {
-    return length + timeLength(frame) + frame.end() - frame.start();
+    return length + 2 * timeLength(frame) + frame.end() - frame.start();
   }
 
-  /** Adds a frame with its time of capture in milliseconds since 1970. */
-  void add(FrameCursor frame, long captured) {
+  /**
+   * Adds a frame with its time of capture in milliseconds since 1970.
+   *
+   * @param heldUntil see {@link FrameCursor#heldUntil}
+   */
+  void add(FrameCursor frame, long captured, long heldUntil) {
     int size = frame.end() - frame.start();
-    reserve(timeLength(frame) + size);
-    if (captured != time) {
+    reserve(2 * timeLength(frame) + size);
+    if (heldUntil > 0) {
+      addTime(frame, heldUntil);
+    }
+    if (captured != time || heldUntil > 0) {
       time = captured;
       addTime(frame, captured);
     }

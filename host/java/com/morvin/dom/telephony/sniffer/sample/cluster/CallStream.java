@@ -26,10 +26,10 @@ final class CallStream {
     this.journal = journal;
   }
 
-  /** Adds a signalling frame to those that are repeated. */
-  void remember(FrameCursor frame, long captured) {
+  /** Adds a signalling frame to those that are repeated; see {@link Body#add(FrameCursor, long, long)}. */
+  void remember(FrameCursor frame, long captured, long heldUntil) {
     if (signalled.lengthWith(frame) <= MAX_RECAP) {
-      signalled.add(frame, captured);
+      signalled.add(frame, captured, heldUntil);
     }
   }
 

@@ -70,6 +70,10 @@ final class Front extends Service {
   private String continued = "";
   /** The difference between the times of day and the stamps of the signalling that is handled. */
   private long skew;
+  /** See {@link FrameCursor#heldUntil}; that of the signalling that is handled. */
+  private long heldUntil;
+  /** Whether the frames that are handled are those of the front before: they are not late. */
+  private boolean reloading;
   /** The saved call whose messages are handled again, and the call that they have begun; null otherwise. */
   private RunningCalls.Loaded restoring;
   private Call restoredCall;
@@ -84,6 +88,8 @@ final class Front extends Service {
   private long lastSave = -SAVE_MILLIS;
   private long lostReported;
   private boolean losing;
+  /** The frames that neither the broker nor the disk took at the end. */
+  private volatile long lostAtEnd;
 
   /** Makes a front. The directory is that of the {@link FrontState}; null when nothing is kept for a restart. */
   Front(Broker broker, long bufferBytes, Path directory, Limits limits, Console console) throws IOException {
@@ -111,7 +117,9 @@ final class Front extends Service {
       others.restore(now());
       state.save(streams.values(), publisher, clock.timeOfDay());
       // The recorders drop what the earlier front has published already.
+      reloading = true;
       state.blocks().load(clock, this::serve);
+      reloading = false;
     }
     publisher.start();
   }
@@ -131,9 +139,14 @@ final class Front extends Service {
   private void restore(RunningCalls.Loaded loaded, Moment now) throws IOException {
     restoring = loaded;
     restoredCall = null;
+    // Nothing is known of the media of a call that began just before the restart.
+    heldUntil = FrontState.partition(loaded) == null ? clock.timeOfDay() : 0;
     loaded.frames().forEach(message -> follower.signalling(message.frame(), now.at(message.time())));
     restoring = null;
     over.forEach(call -> publishAgain(streams.get(call)));
+    if (restoredCall != null && heldUntil > 0 && !over.contains(restoredCall)) {
+      publishAgain(streams.get(restoredCall));
+    }
     closeCalls();
     if (restoredCall == null) {
       state.end(loaded.journal());
@@ -145,7 +158,7 @@ final class Front extends Service {
     }
   }
 
-  /** Publishes the signalling of a call that has ended: the front before may not have published all of it. */
+  /** Publishes the signalling of a call again: the front before may not have published all of it, or not as late. */
   private void publishAgain(CallStream stream) {
     stream.batch.add(stream.signalled(), now().steady());
   }
@@ -167,6 +180,8 @@ final class Front extends Service {
       case Frame.RTP -> media(cursor, now);
       case Frame.SIP, Frame.H323 -> {
         skew = cursor.timeOfDay() - cursor.time();
+        boolean late = !reloading && now().stamp() - now.stamp() >= OUTAGE_MILLIS;
+        heldUntil = late ? now().stamp() + skew : 0;
         follower.signalling(cursor.frame(), now);
       }
       default -> { }
@@ -179,13 +194,13 @@ final class Front extends Service {
       if (use.attachment() == null) {
         use.attach(streams.get(use.call()));
       }
-      publish((CallStream) use.attachment(), cursor, cursor.timeOfDay());
+      publish((CallStream) use.attachment(), cursor, cursor.timeOfDay(), 0);
     }
   }
 
-  private void publish(CallStream stream, FrameCursor cursor, long captured) {
+  private void publish(CallStream stream, FrameCursor cursor, long captured, long lateUntil) {
     frames++;
-    stream.batch.add(cursor, captured, now().steady());
+    stream.batch.add(cursor, captured, lateUntil, now().steady());
   }
 
   @Override
@@ -268,21 +283,28 @@ final class Front extends Service {
 
   @Override
   protected void measure(Metrics figures) {
-    Outbox.Counts own = outbox.own();
-    Outbox.Counts before = outbox.earlier();
     figures.counter("frames_total", "Frames of calls, taken to be published.", frames);
-    figures.counter("confirmed_frames_total", "Frames that are safe with the broker.",
-        own.confirmedFrames() + before.confirmedFrames());
-    figures.counter("buffer_dropped_frames_total", "Frames dropped because the buffer for the broker was full.",
-        outbox.lostFrames());
-    figures.gauge("unconfirmed_frames", "Frames that the broker has not confirmed yet.",
-        frames - own.confirmedFrames() - own.lostFrames() + before.waitingFrames());
-    figures.gauge("buffer_bytes", "Size of the messages that the broker has not confirmed yet.", outbox.bytes());
     figures.gauge("buffer_limit_bytes", "The most that the buffer holds.", bufferBytes);
     if (state != null) {
       figures.gauge("restart_unsafe", "1 while a front that is killed and started again would lose calls or frames.",
           state.isSafe() && ended.size() < MAX_ENDED ? 0 : 1);
     }
+  }
+
+  @Override
+  protected void measureLive(Metrics figures) {
+    Outbox.Counts own = outbox.own();
+    Outbox.Counts before = outbox.earlier();
+    figures.counter("confirmed_frames_total", "Frames that are safe with the broker.",
+        own.confirmedFrames() + before.confirmedFrames());
+    figures.counter("buffer_dropped_frames_total", "Frames dropped because the buffer for the broker was full.",
+        outbox.lostFrames());
+    figures.counter("end_dropped_frames_total", "Frames that neither broker nor disk took at the end.", lostAtEnd);
+    figures.gauge("unconfirmed_frames", "Frames that the broker has not confirmed yet.",
+        own.waitingFrames() + before.waitingFrames());
+    figures.gauge("unconfirmed_seconds", "Age of the oldest message that the broker has not confirmed yet.",
+        (System.nanoTime() - outbox.oldest()) / 1e9);
+    figures.gauge("buffer_bytes", "Size of the messages that the broker has not confirmed yet.", outbox.bytes());
     figures.gauge("broker_connected", "1 while there is a connection to the broker.", publisher.isConnected() ? 1 : 0);
   }
 
@@ -321,12 +343,12 @@ final class Front extends Service {
     FrameCursor cursor = cursor(frame);
     long captured = now.stamp() + skew;
     if (restoring == null) {
-      publish(stream, cursor, captured);
+      publish(stream, cursor, captured, heldUntil);
       if (state != null) {
         state.append(stream, frame, captured);
       }
     }
-    stream.remember(cursor, captured);
+    stream.remember(cursor, captured, heldUntil);
   }
 
   /** The messages are saved, and not published again: the recorder goes on with its call in the same way. */
@@ -335,7 +357,7 @@ final class Front extends Service {
     CallStream stream = streams.get(call);
     long captured = call.start().stamp() + skew;
     for (CallFollower.TimedMessage message : messages) {
-      stream.remember(cursor(message.frame()), captured);
+      stream.remember(cursor(message.frame()), captured, 0);
       if (state != null) {
         state.append(stream, message.frame(), captured);
       }
@@ -427,25 +449,27 @@ final class Front extends Service {
     if (state != null) {
       state.close();
     }
+    List<Message> saved = left.subList(0, kept);
+    List<Message> lost = left.subList(kept, left.size());
+    lostAtEnd = lost.stream().mapToLong(Message::frames).sum();
     Outbox.Counts own = outbox.own();
     Outbox.Counts before = outbox.earlier();
     console.print(Text.count(follower.seen(), "call") + ", " + Text.count(frames, "frame") + ": "
         + own.confirmedFrames() + " in " + Text.count(own.confirmedMessages(), "message")
-        + " safe with the broker, " + ownFrames(left.subList(0, kept)) + " kept for the next front, "
-        + own.lostFrames() + " lost because the buffer was full, " + ownFrames(left.subList(kept, left.size()))
+        + " safe with the broker, " + frames(saved, true) + " kept for the next front, "
+        + own.lostFrames() + " lost because the buffer was full, " + frames(lost, true)
         + " lost because the broker was not there at the end; at most " + (outbox.peak() >> 10) + " KB waited");
     if (before.frames() > 0) {
       console.print(Text.count(before.frames(), "frame") + " of the front before: " + before.confirmedFrames() + " in "
-          + Text.count(before.confirmedMessages(), "message") + " safe with the broker, " + before.waitingFrames()
-          + " not, " + before.lostFrames() + " lost because the buffer was full");
+          + Text.count(before.confirmedMessages(), "message") + " safe with the broker, " + frames(saved, false)
+          + " kept for the next front, " + before.lostFrames() + " lost because the buffer was full, "
+          + frames(lost, false) + " lost because the broker was not there at the end");
     }
-    if (dropped() > 0) {
-      console.print(Text.count(dropped(), "frame") + " dropped before that: this machine was too slow");
-    }
+    losses().forEach(console::print);
   }
 
-  private long ownFrames(List<Message> messages) {
-    return messages.stream().filter(outbox::isOwn).mapToLong(Message::frames).sum();
+  private long frames(List<Message> messages, boolean own) {
+    return messages.stream().filter(message -> outbox.isOwn(message) == own).mapToLong(Message::frames).sum();
   }
 
   private Message resolved(Message message) {

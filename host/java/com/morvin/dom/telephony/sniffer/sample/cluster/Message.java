@@ -37,7 +37,7 @@ record Message(MessageId id, Partition partition, String continued, List<Recap> 
     FrameCursor frame = Body.frames(body, start, body.length);
     while (frame.next()) {
       if (frame.protocol() != Frame.RTP) {
-        kept.add(frame, frame.captured());
+        kept.add(frame, frame.captured(), frame.heldUntil());
         count++;
       }
     }

@@ -19,6 +19,7 @@ public final class Console {
 
   private final PrintStream out;
   private final boolean live;
+  private final String program;
   private final Queue<String> lines = new ArrayDeque<>();
   private String status = "";
   private String shown = "";
@@ -32,8 +33,19 @@ public final class Console {
    * @param live whether the stream is a terminal and shows the status line
    */
   public Console(PrintStream out, boolean live) {
+    this(out, live, "recorder");
+  }
+
+  /** Prints lines of a program with another name. */
+  public Console(PrintStream out, boolean live, String program) {
     this.out = out;
     this.live = live;
+    this.program = program;
+  }
+
+  /** Returns what this program calls itself in its lines: "recorder" or "front". */
+  public String program() {
+    return program;
   }
 
   /** Prints a line that starts with the local time of day. */

@@ -44,6 +44,9 @@ public final class Track {
   private static final int MAX_NOTES = 16;
   static final String PAUSE_NOTE = "time stamps stood still during a pause";
 
+  /** The end of the remark on {@link #missing}. */
+  public static final String NOT_WRITTEN = " KB could not be written: the disk was full or too slow";
+
   /** A source without packets for this time makes way for a new one. */
   private static final long QUIET_MILLIS = 1000;
   private static final long PAUSE_MILLIS = 800;
@@ -329,14 +332,20 @@ public final class Track {
     return number;
   }
 
-  /** Returns remarks for the report. */
-  public Set<String> notes() {
+  /** Returns the number of bytes that could not be written. */
+  public long missing() {
     long missing = undecoded == null ? 0 : undecoded.missing();
     for (AudioOutput output : outputs) {
       missing += output.channel().missing();
     }
+    return missing;
+  }
+
+  /** Returns remarks for the report. */
+  public Set<String> notes() {
+    long missing = missing();
     if (missing > 0) {
-      note((missing >> 10) + 1 + " KB could not be written: the disk was full or too slow");
+      note((missing >> 10) + 1 + NOT_WRITTEN);
     }
     if (forgottenIgnored > 0) {
       note(Text.count(forgottenIgnored, "packet") + " with the SSRC of the voice and other numbers ignored");

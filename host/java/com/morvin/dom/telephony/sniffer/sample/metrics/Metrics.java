@@ -43,6 +43,13 @@ public final class Metrics {
     sample(name + "_count", histogram.count());
   }
 
+  /** Returns a copy, to which further figures can be added. */
+  Metrics copy() {
+    Metrics copy = new Metrics(prefix);
+    copy.text.append(text);
+    return copy;
+  }
+
   private void add(String name, String type, String help, double value, String... labels) {
     if (!name.equals(last)) {
       last = name;

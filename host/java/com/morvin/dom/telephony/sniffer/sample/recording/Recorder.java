@@ -38,8 +38,6 @@ public final class Recorder extends Service {
   private static final long SAVE_MILLIS = 1000;
   /** After a longer interruption a saved call counts as ended. */
   private static final long RESUME_MILLIS = 300_000;
-  /** A message that was captured this long ago was held up by an outage. */
-  private static final long OUTAGE_MILLIS = 1_000;
   /** The approximate memory of two voices of G.711, in bytes. */
   private static final int USUAL_MEDIA = 50_000;
   private static final String GAVE_UP = "goes on in a call of another share";
@@ -63,8 +61,16 @@ public final class Recorder extends Service {
   private RunningCalls.Loaded restoring;
   private long restoredSkew;
   private long lastNumber;
+  /** The frame that is handled and its time; null before the first one. */
+  private FrameCursor handled;
+  private Moment handledTime;
   private long lastSave = -SAVE_MILLIS;
   private volatile boolean saving;
+  /** Whether the recorder ends, and what its last calls lack: a line for each of them would be a flood. */
+  private boolean ending;
+  private long missingAtEnd;
+  /** When the state was last on the disk, or the recorder began, by the clock of the recorder. */
+  private volatile long savedMillis;
 
   /**
    * Records into a store, which the caller closes.
@@ -88,6 +94,7 @@ public final class Recorder extends Service {
   @Override
   protected void attached() {
     if (running == null) {
+      savedMillis = clock.millis();
       running = new RunningCalls(store, log, transport().redelivers());
       others = new OtherShares(store, follower, clock, console);
       restore();
@@ -102,6 +109,8 @@ public final class Recorder extends Service {
   protected void handle(FrameCursor frame, Moment time) {
     summary.count(frame.protocol());
     lastNumber = frame.number();
+    handled = frame;
+    handledTime = time;
     switch (frame.protocol()) {
       case Frame.SIP, Frame.H323 -> {
         long before = follower.malformed();
@@ -208,6 +217,12 @@ public final class Recorder extends Service {
   @Override
   protected void measure(Metrics figures) {
     summary.measure(figures, lostNow(), reports.dropped());
+  }
+
+  @Override
+  protected void measureLive(Metrics figures) {
+    figures.gauge("unsaved_seconds", "Time since the state of the running calls was last written.",
+        (clock.millis() - savedMillis) / 1e3);
     store.measure(figures);
   }
 
@@ -243,6 +258,7 @@ public final class Recorder extends Service {
     }
     running.save(calls, whole, clock.read(), position, () -> {
       saving = false;
+      savedMillis = clock.millis();
       if (link.redelivers()) {
         link.acknowledge(upTo);
       }
@@ -323,7 +339,7 @@ public final class Recorder extends Service {
       return;
     }
     if (loaded.states().isEmpty()) {
-      recording.markOutage();
+      recording.markOutage(recording.call.start().stamp(), now.stamp());
     }
     follower.finishRestoring(recording.call, now);
     if (transport().redelivers()) {
@@ -379,12 +395,22 @@ public final class Recorder extends Service {
     RunningCalls.Journal journal = restoring != null ? restoring.journal() : running.begin();
     Recording recording = new Recording(call, journal, store, skew, options, pool, sharesFiles());
     recordings.put(call, recording);
-    if (restoring == null && !transport().redelivers() && now().stamp() - now.stamp() >= OUTAGE_MILLIS) {
-      recording.markOutage();
-    }
+    markOutage(recording);
     if (restoring == null) {
       console.line(call + "  " + call.protocol() + "  " + Text.printable(call.caller()) + " -> "
           + Text.printable(call.callee()));
+    }
+  }
+
+  /** Media between the capture of a message and its arrival, here or at a front, may be lost when that is long. */
+  private void markOutage(Recording recording) {
+    if (restoring != null || handled == null) {
+      return;
+    }
+    long from = handledTime.stamp();
+    long to = transport().redelivers() ? handled.heldUntil() : now().stamp();
+    if (to - from >= OUTAGE_MILLIS) {
+      recording.markOutage(from, to);
     }
   }
 
@@ -398,8 +424,9 @@ public final class Recorder extends Service {
 
   @Override
   public void signalled(Call call, Frame frame, String label, Moment now) {
-    recordings.get(call).signalled(frame, label, now.stamp(),
-        restoring == null ? null : restoring.journal());
+    Recording recording = recordings.get(call);
+    recording.signalled(frame, label, now.stamp(), restoring == null ? null : restoring.journal());
+    markOutage(recording);
   }
 
   /** The messages get the time of the new call: those of the time before belong to the ended one. */
@@ -486,7 +513,9 @@ public final class Recorder extends Service {
     summary.countLost(recording.lost());
     console.line(recording.call + "  " + Text.printable(how) + " after "
         + Text.seconds(recording.length(at.stamp())) + " s; " + recording.counts());
-    recording.notes(at.stamp()).forEach(note -> console.line(recording.call + "  " + Text.printable(note)));
+    missingAtEnd += ending ? recording.missing() : 0;
+    recording.notes(at.stamp()).stream().filter(note -> !ending || !note.endsWith(Track.NOT_WRITTEN))
+        .forEach(note -> console.line(recording.call + "  " + Text.printable(note)));
   }
 
   /**
@@ -496,6 +525,7 @@ public final class Recorder extends Service {
   @Override
   public void finish() {
     Moment now = now();
+    ending = true;
     if (stopped()) {
       List.copyOf(follower.calls()).stream().filter(call -> call.isHungUp(now)).forEach(call -> end(call, now));
       store.disk().hurry();
@@ -507,6 +537,11 @@ public final class Recorder extends Service {
     } else {
       List.copyOf(follower.calls()).forEach(call -> end(call, now));
     }
+    if (missingAtEnd > 0) {
+      console.line("the last calls: " + ((missingAtEnd >> 10) + 1) + Track.NOT_WRITTEN);
+      missingAtEnd = 0;
+    }
+    ending = false;
     save(true);
     store.disk().drain();
     console.status("");
@@ -521,7 +556,9 @@ public final class Recorder extends Service {
   public void summarize() {
     if (transport() != null) {
       console.print("");
-      summary.lines(follower.seen(), transport().sessions(), reports.dropped(), store.directory())
+      List<String> losses = losses();
+      losses.addAll(store.disk().losses());
+      summary.lines(follower.seen(), transport().sessions(), reports.dropped(), losses, store.directory())
           .forEach(console::print);
       if (follower.seen() > 0) {
         console.print("The table of calls: " + log.file());

@@ -68,6 +68,10 @@ final class Recording {
   private static final long MOST_BEFORE_MILLIS = 600_000;
   private static final long MOST_AFTER_MILLIS = 60_000;
 
+  private static final int MAX_OUTAGES = 8;
+
+  private record Outage(long from, long to) {}
+
   private record Dialled(Direction direction, String digits, long time) {}
 
   final Call call;
@@ -93,8 +97,8 @@ final class Recording {
   private WavFile stereo;
   /** Files from before a restart that the recording does not continue. */
   private final List<LeftFile> left = new ArrayList<>();
-  /** Whether the messages came, or were known, without the media of that time: sound may have been lost. */
-  private boolean followsOutage;
+  /** The times whose messages came, or were known, without the media: sound may have been lost. */
+  private final List<Outage> outages = new ArrayList<>();
   private boolean shown;
   /** Whether the saved state is out of date. */
   private boolean changed = true;
@@ -184,9 +188,28 @@ final class Recording {
         .limit(MAX_LEFT - left.size()).forEach(left::add);
   }
 
-  /** Records that the first messages were known after a restart, or came late, without the media of that time. */
-  void markOutage() {
-    followsOutage = true;
+  /**
+   * Records that messages were known after a restart, or came late, without the media of that time.
+   *
+   * @param from when the first of them was captured, by the clock of the recorder
+   * @param to when they came
+   */
+  void markOutage(long from, long to) {
+    addOutage(new Outage(from + skew, to + skew));
+  }
+
+  private void addOutage(Outage outage) {
+    Outage last = outages.isEmpty() ? null : outages.get(outages.size() - 1);
+    if (last != null && (outages.size() == MAX_OUTAGES || outage.from <= last.to && outage.to >= last.from)) {
+      outages.set(outages.size() - 1, new Outage(Math.min(last.from, outage.from), Math.max(last.to, outage.to)));
+    } else {
+      outages.add(outage);
+    }
+  }
+
+  /** Whether there was an outage between two times. */
+  private boolean hadOutage(long from, long to) {
+    return outages.stream().anyMatch(outage -> outage.from < to && outage.to > from);
   }
 
   private static void addTracks(Voice voice, Voice added) {
@@ -292,6 +315,11 @@ final class Recording {
     return lost;
   }
 
+  /** Returns the number of bytes of media that could not be written. */
+  long missing() {
+    return allTracks().mapToLong(Track::missing).sum();
+  }
+
   /** Returns "from-caller 3 packets, 0 lost; from-callee 4 packets, 1 lost". */
   String counts() {
     List<String> counts = new ArrayList<>();
@@ -313,7 +341,8 @@ final class Recording {
     if (!left.isEmpty()) {
       all.add("what was recorded before a restart is in files of its own, and is not counted");
     }
-    if (followsOutage && call.lifetime().answer() != null && fromCaller.heard() + fromCallee.heard() == 0) {
+    long answer = call.lifetime().answer() == null ? Long.MAX_VALUE : call.lifetime().answer().stamp() + skew;
+    if (hadOutage(answer, Long.MAX_VALUE) && fromCaller.heard() + fromCallee.heard() == 0) {
       all.add("no sound, after an outage");
     }
     for (Direction direction : Direction.values()) {
@@ -322,8 +351,8 @@ final class Recording {
       if (voice.foreign() > 0) {
         all.add(direction + ": " + Text.count(voice.foreign(), "packet") + " of other sources ignored");
       }
-      long late = followsOutage ? sinceAnswer(voice) : 0;
-      if (late >= LATE_AFTER_OUTAGE_MILLIS) {
+      long late = sinceAnswer(voice);
+      if (late >= LATE_AFTER_OUTAGE_MILLIS && hadOutage(answer, answer + late)) {
         all.add(direction + ": begins " + Text.seconds(late) + " s after the answer, after an outage");
       }
       long early = end + skew - voice.heard();
@@ -336,10 +365,13 @@ final class Recording {
     return all;
   }
 
-  /** Returns how long after the answer a voice begins, in milliseconds; 0 when one of them is missing. */
+  /**
+   * Returns how long after the answer a voice begins, in milliseconds; 0 when one of them is missing, or when its
+   * beginning may be in a file from before a restart.
+   */
   private long sinceAnswer(Voice voice) {
     Moment answer = call.lifetime().answer();
-    return answer == null ? 0 : voice.track.stretches(answer.stamp() + skew).stream()
+    return answer == null || !left.isEmpty() ? 0 : voice.track.stretches(answer.stamp() + skew).stream()
         .mapToLong(StereoFile.Stretch::start).min().orElse(0);
   }
 
@@ -536,6 +568,11 @@ final class Recording {
         }
       }
       files.addAll(left);
+      out.writeByte(outages.size());  // at the end, where earlier versions do not read it
+      for (Outage outage : outages) {
+        out.writeLong(outage.from);
+        out.writeLong(outage.to);
+      }
       return new RunningCalls.Saved(journal, whole, bytes.toByteArray(), files);
     } catch (IOException e) {
       throw new UncheckedIOException(e);  // an array in memory cannot fail
@@ -629,6 +666,10 @@ final class Recording {
             restore(direction, voice.earlier.get(i), in);
           }
         }
+      }
+      outages.clear();
+      for (int count = in.available() > 0 ? in.readByte() : 0; count > 0; count--) {
+        addOutage(new Outage(in.readLong(), in.readLong()));
       }
     }
     stereo = format == null ? null : files.wav(number, name + Reports.STEREO, format, begin);

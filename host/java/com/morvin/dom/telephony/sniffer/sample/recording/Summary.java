@@ -105,14 +105,15 @@ final class Summary {
     figures.counter("unreported_calls_total", reports, unreported, "reason", "disk");
   }
 
-  /** Returns the lines for the end of the program. */
-  synchronized List<String> lines(int calls, int sessions, long unreported, Path directory) {
+  /** Returns the lines for the end of the program, with those about what was lost elsewhere. */
+  synchronized List<String> lines(int calls, int sessions, long unreported, List<String> losses, Path directory) {
     List<String> lines = new ArrayList<>();
     lines.add(Text.count(calls, "call") + ", " + Text.count(packets, "media packet") + " (" + lost + " lost), "
         + Text.count(recordings, "recording"));
     lines.add("Frames from the sniffer: " + frames[Frame.SIP] + " SIP, " + frames[Frame.RTP] + " RTP, "
         + frames[Frame.H323] + " H.323, " + frames[Frame.HEARTBEAT] + " heartbeats in "
         + Text.count(sessions, "session"));
+    lines.addAll(losses);
     if (flood > 0) {
       lines.add(Text.count(flood, "call") + " without media made way for others");
     }

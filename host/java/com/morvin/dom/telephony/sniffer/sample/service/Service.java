@@ -18,7 +18,9 @@ import com.morvin.dom.telephony.sniffer.sample.transport.Intake;
 import com.morvin.dom.telephony.sniffer.sample.transport.SteadyClock;
 import com.morvin.dom.telephony.sniffer.sample.transport.Transport;
 import java.io.IOException;
+import java.util.ArrayList;
 import java.util.HashMap;
+import java.util.List;
 import java.util.Map;
 
 /**
@@ -32,6 +34,8 @@ import java.util.Map;
  * thread may call.
  */
 public abstract class Service implements CallFollower.Listener {
+  /** A message that was captured this long ago was held up by an outage. */
+  protected static final long OUTAGE_MILLIS = 1_000;
   /** See {@link #lookAhead}. */
   protected static final int LOOK_AHEAD = 64;
 
@@ -74,12 +78,12 @@ public abstract class Service implements CallFollower.Listener {
   private boolean allHaveIpv6;
   private Sniffers sniffers;
   private Heartbeat heartbeat;
-  private Intake intake;
+  private volatile Intake intake;
   /** Reads the transport that {@link #run} serves next; null when nothing reads it yet. */
   private Intake listening;
   private int sessions;
   private Moment now;
-  private long lastStep;
+  private volatile long lastStep;
   private long servedUpTo;
   private long lastTick = -TICK_MILLIS;
   private long lastTraffic;
@@ -97,6 +101,9 @@ public abstract class Service implements CallFollower.Listener {
   private final Map<Integer, LeastAge> leastAges = new HashMap<>();
   private final Histogram delays = new Histogram();
   private volatile boolean stopping;
+  /** The frames that the transports before this one have cost; see {@link Intake}. */
+  private long droppedBefore;
+  private long unhandled;
 
   /**
    * Makes a loop without a transport.
@@ -141,6 +148,12 @@ public abstract class Service implements CallFollower.Listener {
   /** Adds the figures of the subclass to those of all services. */
   protected void measure(Metrics figures) {}
 
+  /**
+   * Adds the figures that change while the loop waits for something. Any thread may call the method, which must not
+   * wait.
+   */
+  protected void measureLive(Metrics figures) {}
+
   /** Returns the beginning of a line about a limit of calls; see {@link CallFollower.Listener#full}. */
   protected static String mostCalls(int calls, boolean byMemory) {
     return "no more than " + calls + " calls can be followed at a time"
@@ -164,6 +177,9 @@ public abstract class Service implements CallFollower.Listener {
   public final void writeMetrics(MetricsFile file) {
     metrics = file;
     lastMetrics = clock.millis() - METRICS_MILLIS;
+    if (file != null) {
+      file.setLive(this::measureAnyTime);
+    }
   }
 
   /**
@@ -197,7 +213,16 @@ public abstract class Service implements CallFollower.Listener {
       finish();
       follower.forgetEnded(now);
       link.flush();
+      endIntake();
       writeMetrics();
+    }
+  }
+
+  private synchronized void endIntake() {
+    if (intake != null) {
+      droppedBefore += intake.dropped();
+      unhandled += intake.unhandled();
+      intake = null;
     }
   }
 
@@ -207,13 +232,36 @@ public abstract class Service implements CallFollower.Listener {
       figures.gauge("running_calls", "Calls that are followed now.", follower.calls().size());
       figures.counter("calls_total", "Calls so far.", follower.seen());
       figures.histogram("delay_seconds", "Time of frames from capture to processing.", delays);
-      figures.counter("overload_dropped_frames_total", "Frames dropped because this process was too slow.", dropped());
       figures.gauge("sniffers", "Sniffers that are connected.", transport.sniffers().size());
       transport.measure(figures);
       measure(figures);
       metrics.replace(figures);
       lastMetrics = clock.millis();
     }
+  }
+
+  private void measureAnyTime(Metrics figures) {
+    figures.gauge("last_step_seconds", "Time since this process last handled frames or looked at its time limits.",
+        (clock.millis() - lastStep) / 1e3);
+    figures.counter("overload_dropped_frames_total", "Frames dropped because this process was too slow.", dropped());
+    figures.counter("unhandled_frames_total", "Frames that waited when this process was stopped.", unhandled());
+    measureLive(figures);
+  }
+
+  private synchronized long unhandled() {
+    return unhandled;
+  }
+
+  /** Returns a line for each place where this process has lost frames before {@link #handle}. */
+  protected final List<String> losses() {
+    List<String> lines = new ArrayList<>();
+    if (dropped() > 0) {
+      lines.add(Text.count(dropped(), "frame") + " dropped before that: this machine was too slow");
+    }
+    if (unhandled() > 0) {
+      lines.add(Text.count(unhandled(), "frame") + " not handled: the " + console.program() + " was stopped before");
+    }
+    return lines;
   }
 
   /** After {@link #stop}, handles the frames that wait, for a limited time. */
@@ -454,7 +502,7 @@ public abstract class Service implements CallFollower.Listener {
   }
 
   /** The number of frames that were dropped because this program was too slow. */
-  protected final long dropped() {
-    return intake == null ? 0 : intake.dropped();
+  protected final synchronized long dropped() {
+    return droppedBefore + (intake == null ? 0 : intake.dropped());
   }
 }

@@ -56,7 +56,8 @@ final class Sniffers {
     } else if (!reported && command.code() == Command.ADD) {
       reported = true;
       console.line("a call has media over IPv6, and " + transport.nameOf(sniffer)
-          + " has sent nothing of IPv6 yet: if it has the setting IPv6=yes, the recorder needs --ipv6");
+          + " has sent nothing of IPv6 yet: if it has the setting IPv6=yes, the " + console.program()
+          + " needs --ipv6");
     }
     return understood;
   }

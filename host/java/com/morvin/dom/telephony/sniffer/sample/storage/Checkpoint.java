@@ -5,6 +5,7 @@ import java.io.BufferedOutputStream;
 import java.io.DataInputStream;
 import java.io.DataOutputStream;
 import java.io.IOException;
+import java.io.InputStream;
 import java.io.OutputStream;
 import java.nio.ByteBuffer;
 import java.nio.channels.Channels;
@@ -27,7 +28,7 @@ final class Checkpoint {
     void write(DataOutputStream out) throws IOException;
   }
 
-  /** Reads the content of a batch. */
+  /** Reads the content of a batch. The stream ends with the batch. */
   interface Reader {
     void read(DataInputStream in) throws IOException;
   }
@@ -112,7 +113,7 @@ final class Checkpoint {
         throw new IOException(file + " is damaged");
       }
       for (long at = 0; length > 0; length = lengthAt(channel, at)) {
-        reader.read(new DataInputStream(content(channel, at)));
+        reader.read(new DataInputStream(content(channel, at, length)));
         at += HEADER + length;
       }
       return true;
@@ -126,8 +127,30 @@ final class Checkpoint {
     return header.rewind();
   }
 
-  private static BufferedInputStream content(FileChannel channel, long at) throws IOException {
-    return new BufferedInputStream(Channels.newInputStream(channel.position(at + HEADER)), BUFFER);
+  /** Returns the content of a batch as a stream, which ends with the batch. */
+  private static InputStream content(FileChannel channel, long at, int length) throws IOException {
+    InputStream rest = Channels.newInputStream(channel.position(at + HEADER));
+    return new BufferedInputStream(new InputStream() {
+      private int left = length;
+
+      @Override
+      public int read() throws IOException {
+        byte[] octet = new byte[1];
+        return read(octet, 0, 1) < 0 ? -1 : octet[0] & 0xff;
+      }
+
+      @Override
+      public int read(byte[] bytes, int offset, int most) throws IOException {
+        int count = left == 0 ? -1 : rest.read(bytes, offset, Math.min(most, left));
+        left -= Math.max(0, count);
+        return count;
+      }
+
+      @Override
+      public int available() {
+        return left;
+      }
+    }, BUFFER);
   }
 
   /** Returns the length of a complete batch without its header, or else 0. */

@@ -72,7 +72,10 @@ public final class Disk implements AutoCloseable {
   private long droppedBytes;
   private long droppedBytesBefore;
   private long droppedJobs;
+  private long droppedJobsBefore;
   private boolean dropping;
+  /** The entry that was counted last: several jobs of it can be given up. */
+  private Entry counted;
   private boolean busy;
   private boolean closing;
   /** Whether an error has ended the disk thread. */
@@ -80,6 +83,9 @@ public final class Disk implements AutoCloseable {
   private long hurriedSince;
   private boolean hurried;
   private boolean restReported;
+  /** The number of jobs that were given up after {@link #hurry}, and why the first one was. */
+  private int givenUp;
+  private String firstGivenUp;
   private long failingSince;
   private boolean failing;
 
@@ -154,6 +160,7 @@ public final class Disk implements AutoCloseable {
   private synchronized void drop(Entry entry) {
     add(entry, -1);
     if (!dropping) {
+      beginCounting();
       dropping = true;
       console.line((maxBytes >> 20) + " MB wait for the disk: reports of calls without media are dropped, then the "
           + "oldest media");
@@ -163,8 +170,19 @@ public final class Disk implements AutoCloseable {
   }
 
   private void count(Entry entry) {
-    droppedBytes += entry.content == Content.MEDIA ? entry.bytes : 0;
-    droppedJobs += entry.content == Content.MEDIA ? 0 : 1;
+    if (entry != counted) {
+      counted = entry;
+      droppedBytes += entry.content == Content.MEDIA ? entry.bytes : 0;
+      droppedJobs += entry.content == Content.MEDIA ? 0 : 1;
+    }
+  }
+
+  /** Begins a fault, whose end is reported with what was dropped since now. */
+  private void beginCounting() {
+    if (!failing && !dropping) {
+      droppedBytesBefore = droppedBytes;
+      droppedJobsBefore = droppedJobs;
+    }
   }
 
   private void write() {
@@ -232,7 +250,8 @@ public final class Disk implements AutoCloseable {
         boolean oneFile = (e instanceof FileSystemException || e instanceof LeftOutException) && canWrite();
         tries += oneFile ? e instanceof LeftOutException ? TRIES : 1 : 0;
         if (tries >= TRIES) {
-          giveUp(entry, e);
+          giveUp(entry, "given up: " + e, !(e instanceof LeftOutException));
+          succeed();
           return false;
         }
         synchronized (this) {
@@ -243,7 +262,7 @@ public final class Disk implements AutoCloseable {
         }
       } catch (RuntimeException e) {
         // One job must not end the writing of all others. An error ends the process.
-        console.line("writing failed: " + e);
+        giveUp(entry, "writing failed: " + e, true);
         return false;
       }
     }
@@ -276,6 +295,7 @@ public final class Disk implements AutoCloseable {
 
   private synchronized void fail(IOException e) {
     if (!failing && !(e instanceof LeftOutException)) {
+      beginCounting();
       failing = true;
       failingSince = System.nanoTime();
       console.line("cannot write to " + directory + ": " + e + "; what is to be written waits in memory");
@@ -285,23 +305,26 @@ public final class Disk implements AutoCloseable {
   private synchronized void succeed() {
     if (failing || dropping && bytes < maxBytes / 2) {
       long lost = droppedBytes - droppedBytesBefore;
+      long jobs = droppedJobs - droppedJobsBefore;
       long millis = failing ? TimeUnit.NANOSECONDS.toMillis(System.nanoTime() - failingSince) : 0;
       console.line("writing goes on" + (failing ? " after " + Text.seconds(millis) + " s; " : "; ")
-          + (lost + droppedJobs == 0 ? "nothing was dropped" : (lost >> 10) + " KB of media and "
-              + Text.count(droppedJobs, "other job") + " (reports, the state of calls) were dropped"));
+          + (lost + jobs == 0 ? "nothing was dropped" : (lost >> 10) + " KB of media and "
+              + Text.count(jobs, "other job") + " (reports, the state of calls) were dropped"));
       failing = false;
       dropping = false;
-      droppedBytesBefore = droppedBytes;
-      droppedJobs = 0;
     }
   }
 
-  private synchronized void giveUp(Entry entry, IOException e) {
-    console.line("given up: " + e);
-    if (failing) {
+  /** Reports a job that is given up. Those after {@link #hurry} are reported together. */
+  private synchronized void giveUp(Entry entry, String why, boolean isLost) {
+    if (isLost) {
       count(entry);
     }
-    succeed();
+    if (!hurried) {
+      console.line(why);
+    } else if (givenUp++ == 0) {
+      firstGivenUp = why;
+    }
   }
 
   private void await(long millis) {
@@ -340,11 +363,11 @@ public final class Disk implements AutoCloseable {
     while (!ended && (busy || !isIdle()) && System.nanoTime() - begin < TimeUnit.MILLISECONDS.toNanos(millis)) {
       long now = System.nanoTime();
       if (failing && now - failingSince >= PATIENCE_NANOS || hurried && now - hurriedSince >= PATIENCE_NANOS) {
-        reportRest();
-        return;
+        break;
       }
       await(100);
     }
+    reportRest();
   }
 
   private void reportRest() {
@@ -353,6 +376,16 @@ public final class Disk implements AutoCloseable {
       restReported = true;
       console.line((bytes >> 10) + " KB in " + Text.count(jobs, "job") + " could not be written in time");
     }
+    if (givenUp > 0) {
+      console.line(firstGivenUp + (givenUp == 1 ? "" : "; and " + Text.count(givenUp - 1, "more job")));
+      givenUp = 0;
+    }
+  }
+
+  /** Returns a line about what was dropped, if anything was. */
+  public synchronized List<String> losses() {
+    return droppedBytes + droppedJobs == 0 ? List.of() : List.of((droppedBytes >> 10) + " KB of media and "
+        + Text.count(droppedJobs, "other job") + " (reports, the state of calls) dropped before the disk");
   }
 
   /** Returns the amount of dropped media in bytes. */
@@ -364,7 +397,8 @@ public final class Disk implements AutoCloseable {
   public synchronized void measure(Metrics figures) {
     figures.gauge("disk_waiting_bytes", "Recordings and reports that wait for the disk, in memory.", bytes);
     figures.gauge("disk_failing", "1 while nothing can be written.", failing ? 1 : 0);
-    figures.counter("disk_dropped_bytes_total", "Media dropped because too much waited for the disk.", droppedBytes);
+    figures.counter("disk_dropped_bytes_total", "Media that the disk did not take.", droppedBytes);
+    figures.counter("disk_dropped_jobs_total", "Reports and states of calls that the disk did not take.", droppedJobs);
   }
 
   /** Waits as {@link #drain} does, discards the remaining jobs and stops the disk thread. */

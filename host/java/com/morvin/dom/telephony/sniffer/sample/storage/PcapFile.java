@@ -7,7 +7,6 @@ import java.nio.ByteBuffer;
 import java.nio.channels.FileChannel;
 import java.nio.file.Path;
 import java.util.List;
-import java.util.concurrent.atomic.AtomicLong;
 
 /**
  * A capture file of raw IP packets of both versions. It holds received datagrams, for which it makes IP and UDP
@@ -29,7 +28,6 @@ public final class PcapFile extends StoredFile {
   /** Packets that begin with an IP header of either version. */
   private static final int LINKTYPE_RAW = 101;
 
-  private final AtomicLong missing = new AtomicLong();
   private ByteBuffer block;  // null when all is flushed
   /** The size of the file in bytes. Belongs to the disk thread. */
   private long stored;
@@ -98,7 +96,7 @@ public final class PcapFile extends StoredFile {
 
   /** Returns the number of bytes that were dropped because too much waited for the disk. */
   public long missing() {
-    return missing.get();
+    return missing(0);
   }
 
   @Override
@@ -106,7 +104,7 @@ public final class PcapFile extends StoredFile {
     if (block != null) {
       ByteBuffer full = block.flip();
       block = null;
-      submit(full.limit(), () -> store(full.duplicate()), () -> missing.addAndGet(full.limit()));
+      submit(full.limit(), () -> store(full.duplicate()), () -> countMissing(0, full.limit()));
     }
   }
 

@@ -21,13 +21,20 @@ public final class ResumedFiles {
 
   private final Store store;
   private final List<String> names;
+  private final List<long[]> missing;
   private final Map<Integer, WavFile> opened = new HashMap<>();
   private final Set<Integer> continued = new HashSet<>();
 
-  /** Takes the names of the files in the directory of the recordings. The name is empty if a file was not created. */
-  ResumedFiles(Store store, List<String> names) {
+  /**
+   * Takes the files in the directory of the recordings.
+   *
+   * @param names the name is empty if a file was not created
+   * @param missing what each file lacks, see {@link StoredFile#missing}; empty when that was not saved
+   */
+  ResumedFiles(Store store, List<String> names, List<long[]> missing) {
     this.store = store;
     this.names = names;
+    this.missing = missing;
   }
 
   /** Returns the path of a file; null when it does not exist. */
@@ -48,6 +55,7 @@ public final class ResumedFiles {
     if (file == null) {
       Path path = path(number);
       file = new WavFile(store, name, format, begin, path, path == null ? 0 : Files.size(path));
+      countMissing(number, file);
       opened.put(number, file);
       continued.add(number);
     }
@@ -58,7 +66,15 @@ public final class ResumedFiles {
   public PcapFile pcap(int number, String name) throws IOException {
     Path path = path(number);
     continued.add(number);
-    return new PcapFile(store, name, path, path == null ? 0 : Files.size(path));
+    PcapFile file = new PcapFile(store, name, path, path == null ? 0 : Files.size(path));
+    countMissing(number, file);
+    return file;
+  }
+
+  private void countMissing(int number, StoredFile file) {
+    for (int channel = 0; number < missing.size() && channel < StoredFile.CHANNELS; channel++) {
+      file.countMissing(channel, missing.get(number)[channel]);
+    }
   }
 
   /** Takes all continuations back: the state of the call cannot be read. */

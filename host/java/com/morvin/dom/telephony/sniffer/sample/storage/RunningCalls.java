@@ -66,7 +66,7 @@ public final class RunningCalls {
   public record TimedFrame(long time, Frame frame) {}
 
   /**
-   * A running call to save. The sizes of its files are read after all earlier jobs are done.
+   * A running call to save. The sizes of its files, and what they lack, are read after all earlier jobs are done.
    *
    * @param whole whether the state replaces the saved one, or is an increment to it
    */
@@ -104,6 +104,7 @@ public final class RunningCalls {
     private boolean isForgotten;
     private final Map<String, Long> sizes = new LinkedHashMap<>();
     private final List<String> names = new ArrayList<>();
+    private final List<long[]> missing = new ArrayList<>();
     private long journalSize;
 
     private void add(byte[] part, boolean whole) {
@@ -321,6 +322,9 @@ public final class RunningCalls {
     for (Saved call : calls) {
       write(call, out);
     }
+    for (Saved call : calls) {
+      writeMissing(call.files, out);
+    }
   }
 
   private void write(Saved call, DataOutputStream out) throws IOException {
@@ -333,6 +337,16 @@ public final class RunningCalls {
     for (StoredFile file : call.files) {
       out.writeUTF(file.fileName());
       out.writeLong(file.size());
+    }
+  }
+
+  /** Writes what each file lacks. It is at the end of a batch, where earlier versions do not read it. */
+  private static void writeMissing(List<StoredFile> files, DataOutputStream out) throws IOException {
+    out.writeInt(files.size());
+    for (StoredFile file : files) {
+      for (int channel = 0; channel < StoredFile.CHANNELS; channel++) {
+        out.writeLong(file.missing(channel));
+      }
     }
   }
 
@@ -416,11 +430,27 @@ public final class RunningCalls {
       State over = saved.remove(in.readUTF());
       stateBytes -= over == null ? 0 : over.bytes;
     }
+    List<State> calls = new ArrayList<>();
     for (int count = in.readInt(); count > 0; count--) {
-      readCall(saved.computeIfAbsent(in.readUTF(), name -> new State()), in);
+      calls.add(saved.computeIfAbsent(in.readUTF(), name -> new State()));
+      readCall(calls.get(calls.size() - 1), in);
       if (stateBytes > maxStateBytes) {
         forgetLargest(saved.values());
       }
+    }
+    for (State call : in.available() > 0 ? calls : List.<State>of()) {
+      readMissing(call, in);
+    }
+  }
+
+  private static void readMissing(State state, DataInputStream in) throws IOException {
+    state.missing.clear();
+    for (int count = in.readInt(); count > 0; count--) {
+      long[] channels = new long[StoredFile.CHANNELS];
+      for (int channel = 0; channel < channels.length; channel++) {
+        channels[channel] = in.readLong();
+      }
+      state.missing.add(channels);
     }
   }
 
@@ -478,8 +508,8 @@ public final class RunningCalls {
       } else {
         Journal journal = new Journal(path);
         lastJournal = Math.max(lastJournal, Long.parseLong(path.getFileName().toString().replaceAll("\\D", "")));
-        loaded.add(call == null ? new Loaded(journal, List.of(), new ResumedFiles(store, List.of()))
-            : new Loaded(journal, call.parts, new ResumedFiles(store, call.names)));
+        loaded.add(call == null ? new Loaded(journal, List.of(), new ResumedFiles(store, List.of(), List.of()))
+            : new Loaded(journal, call.parts, new ResumedFiles(store, call.names, call.missing)));
       }
     }
     return loaded;

@@ -141,7 +141,8 @@ public final class Store implements AutoCloseable {
       }
     }
     if (held == null) {
-      throw new InUseException("another recorder writes to " + directory + ": give this one another --out");
+      throw new InUseException("another " + console.program() + " writes to " + directory + ": give this one another "
+          + (console.program().equals("front") ? "--spool" : "--out"));
     }
     return channel;
   }
@@ -175,7 +176,7 @@ public final class Store implements AutoCloseable {
     } catch (InUseException e) {
       if (!contested) {
         contested = true;
-        console.line("another recorder has begun to write to " + directory + ": stop one of them");
+        console.line("another " + console.program() + " has begun to write to " + directory + ": stop one of them");
       }
     }
   }

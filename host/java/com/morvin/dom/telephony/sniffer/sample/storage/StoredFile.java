@@ -4,14 +4,20 @@ import java.io.IOException;
 import java.nio.channels.FileChannel;
 import java.nio.file.NoSuchFileException;
 import java.nio.file.Path;
+import java.util.concurrent.atomic.AtomicLongArray;
 
 /** A file that grows during a call. It is created with its first content, so that no empty file is left. */
 public abstract class StoredFile {
+  /** The most channels of a file: caller, callee. */
+  static final int CHANNELS = 2;
+
   final Store store;
   private final String name;
   private final String extension;
   private volatile Path path;
   private volatile String fileName = "";
+  /** The bytes of each channel that were dropped because too much waited for the disk. */
+  private final AtomicLongArray missing = new AtomicLongArray(CHANNELS);
 
   /** Makes the file NAME.EXTENSION, see {@link Store#create}, or continues the file of a path that is not null. */
   StoredFile(Store store, String name, String extension, Path path) {
@@ -43,6 +49,16 @@ public abstract class StoredFile {
 
   /** Returns the size on disk in bytes. Called on the disk thread. */
   abstract long size();
+
+  /** Counts bytes of a channel that were dropped because too much waited for the disk. Any thread may call it. */
+  void countMissing(int channel, long bytes) {
+    missing.addAndGet(channel, bytes);
+  }
+
+  /** Returns the number of bytes of a channel that {@link #countMissing} has counted. Any thread may call it. */
+  long missing(int channel) {
+    return missing.get(channel);
+  }
 
   /**
    * Queues a job that writes a number of bytes.

@@ -1,7 +1,6 @@
 package com.morvin.dom.telephony.sniffer.sample.storage;
 
 import java.util.Arrays;
-import java.util.concurrent.atomic.AtomicLong;
 
 /**
  * The sound of one voice: a channel of a WAV file. G.711 is written as it came, octet by octet. The samples are
@@ -20,7 +19,7 @@ public final class WavChannel {
     }
 
     void countMissing() {
-      channel.missing.addAndGet(length);
+      channel.file.countMissing(channel.number, length);
     }
   }
 
@@ -28,7 +27,6 @@ public final class WavChannel {
   private final int number;
   private final Encoding encoding;
   private final int sampleBytes;
-  private final AtomicLong missing = new AtomicLong();
   /** What is not passed to the disk thread yet; null when that is nothing, because ended calls wait for the disk. */
   private byte[] block;
   private int filled;
@@ -79,7 +77,7 @@ public final class WavChannel {
 
   /** Returns the number of bytes that were dropped because too much waited for the disk. */
   public long missing() {
-    return missing.get();
+    return file.missing(number);
   }
 
   /** Whether the file has its maximum length. */

@@ -23,8 +23,6 @@ public final class WavFile extends StoredFile {
   private static final int LINEAR_HEADER = 44;
   /** With the extension of the format and the fact chunk, which other formats than 16-bit need. */
   private static final int OTHER_HEADER = 58;
-  /** The channels of a file with more than one: caller, callee. */
-  private static final int CHANNELS = 2;
   /** Approximate memory of a waiting {@link #move}. */
   private static final int MOVE_BYTES = 200;
   /** The state of the calls is saved every second, and later only by a recorder that is killed again and again. */

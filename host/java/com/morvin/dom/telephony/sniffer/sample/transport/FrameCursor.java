@@ -2,7 +2,7 @@ package com.morvin.dom.telephony.sniffer.sample.transport;
 
 /**
  * Walks through the frames of a block in place. After {@link #next} it shows one frame; capture time frames only give
- * the time of the frame that follows them.
+ * the times of the frame that follows them.
  */
 public final class FrameCursor {
   /** The sniffer holds frames for at most a minute, so an older time comes from a wrong clock. */
@@ -14,6 +14,8 @@ public final class FrameCursor {
   private int payload;
   private int end;
   private long captured;
+  /** The index of the capture time frame before that of the frame; -1 when there is none. */
+  private int held = -1;
   private long number;
 
   /** Makes a cursor before the first frame of a block. */
@@ -39,21 +41,25 @@ public final class FrameCursor {
     payload = other.payload;
     end = other.end;
     captured = other.captured;
+    held = other.held;
     number = other.number;
   }
 
   /** Moves to the next frame. Returns false when there is none. */
   public boolean next() {
     int time = -1;
+    int before = -1;
     while (end < block.to()) {
       start = end;
       end = start + Wire.u16(bytes, start);
       if (Wire.protocol(bytes, start) != Frame.CAPTURE_TIME) {
         payload = Wire.payload(bytes, start);
         captured = block.sharesTimes() ? shared(time) : time < 0 ? 0 : captured(time);
+        held = before;
         number++;
         return true;
       }
+      before = time;
       time = start;
     }
     return false;
@@ -132,6 +138,14 @@ public final class FrameCursor {
   /** Returns the time of capture in milliseconds since 1970; 0 when it is not known. */
   public long captured() {
     return captured;
+  }
+
+  /**
+   * Returns when a front got the frame, in milliseconds since 1970, if that was late: media of its call that was
+   * captured before may be lost. Returns 0 when the frame came in time, or from a sniffer.
+   */
+  public long heldUntil() {
+    return held < 0 || !block.sharesTimes() ? 0 : stated(held);
   }
 
   /** Whether the sniffer has stated the time of capture because the frame has left it late. */

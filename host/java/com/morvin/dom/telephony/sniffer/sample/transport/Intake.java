@@ -35,6 +35,7 @@ public final class Intake implements AutoCloseable {
   private long dropped;
   private long droppedBefore;
   private long droppedSignalling;
+  private long unhandled;
   private long overloadedSince;
   private boolean overloaded;
   private IOException failure;
@@ -176,7 +177,7 @@ public final class Intake implements AutoCloseable {
       overloadedSince = System.nanoTime();
       droppedBefore = dropped;
       droppedSignalling = 0;
-      console.line("the recorder is too slow for what comes: " + (maxBytes >> 20)
+      console.line("the " + console.program() + " is too slow for what comes: " + (maxBytes >> 20)
           + " MB wait, the oldest media is dropped first");
     }
     if (blocks.isEmpty()) {
@@ -198,7 +199,7 @@ public final class Intake implements AutoCloseable {
   private void recover() {
     overloaded = false;
     long millis = TimeUnit.NANOSECONDS.toMillis(System.nanoTime() - overloadedSince);
-    console.line("the recorder has caught up after " + Text.seconds(millis) + " s: "
+    console.line("the " + console.program() + " has caught up after " + Text.seconds(millis) + " s: "
         + Text.count(dropped - droppedBefore - droppedSignalling, "media frame") + " and "
         + Text.count(droppedSignalling, "signalling frame") + " dropped");
   }
@@ -214,15 +215,21 @@ public final class Intake implements AutoCloseable {
 
   /** Stops the thread, as {@link #end} does, and reports the number of frames that nobody has taken. */
   @Override
-  public void close() {
+  public synchronized void close() {
     end();
-    int frames = 0;
     for (Queue<FrameBlock> queue : List.of(signalling, blocks)) {
-      frames += queue.stream().mapToInt(FrameBlock::count).sum();
+      unhandled += transport.redelivers() ? 0 : queue.stream().mapToInt(FrameBlock::count).sum();
+      queue.clear();
     }
-    if (frames > 0 && !transport.redelivers()) {
-      console.line(Text.count(frames, "frame") + " that waited were not handled: the recorder was stopped");
+    if (unhandled > 0) {
+      console.line(Text.count(unhandled, "frame") + " that waited were not handled: the " + console.program()
+          + " was stopped");
     }
+  }
+
+  /** Returns the number of frames that nobody had taken at the end, unless they are delivered again. */
+  public synchronized long unhandled() {
+    return unhandled;
   }
 
   /**

@@ -329,6 +329,26 @@ final class HostileInputTest {
     }
   }
 
+  /** What cannot be written at the end takes one line, however many jobs it is. */
+  void testFloodOfFailuresAtTheEnd() throws Exception {
+    Testing.inDirectory(directory -> {
+      ByteArrayOutputStream shown = new ByteArrayOutputStream();
+      Console console = new Console(new PrintStream(shown, true, StandardCharsets.UTF_8), false);
+      try (Disk disk = new Disk(directory, 1_000_000, console, bytes -> { })) {
+        disk.hurry();
+        for (int i = 0; i < 100; i++) {
+          disk.write(1000, () -> {
+            throw new IllegalStateException("broken");
+          }, () -> { });
+        }
+        disk.drain();
+        equal(disk.losses().size(), 1);
+      }
+      console.flush(60_000);
+      that(shown.toString(StandardCharsets.UTF_8).matches("[^\n]*broken; and 99 more jobs\\R"), shown.toString());
+    });
+  }
+
   /** An error, such as a lack of memory, ends the process: it is neither hidden nor waited for. */
   void testErrorOfTheDiskThread() throws Exception {
     Thread.UncaughtExceptionHandler handler = Thread.getDefaultUncaughtExceptionHandler();

@@ -5,6 +5,8 @@ import static com.morvin.dom.telephony.sniffer.sample.Testing.that;
 
 import com.morvin.dom.telephony.sniffer.sample.console.Console;
 import com.morvin.dom.telephony.sniffer.sample.media.Track;
+import com.morvin.dom.telephony.sniffer.sample.metrics.Metrics;
+import com.morvin.dom.telephony.sniffer.sample.metrics.MetricsFile;
 import com.morvin.dom.telephony.sniffer.sample.recording.Recorder;
 import com.morvin.dom.telephony.sniffer.sample.service.Service;
 import com.morvin.dom.telephony.sniffer.sample.storage.Store;
@@ -33,6 +35,7 @@ import java.net.Socket;
 import java.nio.ByteBuffer;
 import java.nio.charset.StandardCharsets;
 import java.nio.file.Files;
+import java.nio.file.Path;
 import java.time.Instant;
 import java.util.ArrayList;
 import java.util.Arrays;
@@ -44,6 +47,7 @@ import java.util.Queue;
 import java.util.Set;
 import java.util.concurrent.CompletableFuture;
 import java.util.concurrent.ConcurrentLinkedQueue;
+import java.util.concurrent.atomic.AtomicInteger;
 import java.util.concurrent.atomic.AtomicLong;
 import java.util.function.BooleanSupplier;
 
@@ -342,6 +346,23 @@ final class TransportTest {
       requests.add(command);
       return command.length;
     }
+  }
+
+  /** The file of the metrics has the figures of its last moment, also of a service that gives none any more. */
+  void testMetricsOfServiceThatWaits() throws Exception {
+    Testing.inDirectory(directory -> {
+      Path path = directory.resolve("metrics");
+      AtomicInteger waiting = new AtomicInteger(1);
+      try (MetricsFile file = new MetricsFile(path, directory, console)) {
+        file.setLive(figures -> figures.gauge("waiting", "Waiting.", waiting.get()));
+        file.replace(new Metrics("voip_"));
+        for (int i = 0; i < TRIES && !Files.exists(path); i++) {
+          Thread.sleep(10);
+        }
+        waiting.set(2);
+      }
+      that(Files.readString(path).contains("\nvoip_waiting 2\n"), Files.readString(path));
+    });
   }
 
   /** A recorder that is too slow loses media before signalling, and each overload is reported with numbers. */
