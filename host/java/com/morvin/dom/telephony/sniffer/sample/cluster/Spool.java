@@ -19,6 +19,7 @@ import java.util.zip.CRC32;
 final class Spool {
   private static final int VERSION = 1;
   private static final int MAX_RECORD = 1 << 20;
+  private static final int WRITTEN_TOGETHER = 4 << 20;
 
   private final Path file;
 
@@ -34,23 +35,45 @@ final class Spool {
   int write(List<Message> messages) throws IOException {
     int[] written = {0};
     FileOperations.replace(file, channel -> {
-      while (written[0] < messages.size() && append(channel, messages.get(written[0]))) {
-        written[0]++;
+      for (int count = 1; written[0] < messages.size() && count > 0; written[0] += count) {
+        count = appendSome(channel, messages.subList(written[0], messages.size()));
       }
     });
     FileOperations.syncNames(file.getParent());
     return written[0];
   }
 
-  /** Appends a record: length, checksum, content. Returns false when there is no space. */
-  private static boolean append(FileChannel channel, Message message) throws IOException {
+  /** Appends the first messages together: each write can wait for a slow disk. Returns their number, or 0. */
+  private static int appendSome(FileChannel channel, List<Message> messages) throws IOException {
+    ByteArrayOutputStream records = new ByteArrayOutputStream();
+    int count = 0;
+    while (count < messages.size() && records.size() < WRITTEN_TOGETHER) {
+      records.writeBytes(record(messages.get(count++)));
+    }
+    if (append(channel, records.toByteArray())) {
+      return count;
+    }
+    // The disk is full. The messages that still fit are written one by one.
+    int fitting = 0;
+    while (fitting < count && append(channel, record(messages.get(fitting)))) {
+      fitting++;
+    }
+    return fitting;
+  }
+
+  /** Returns a record: length, checksum, content. */
+  private static byte[] record(Message message) throws IOException {
     byte[] content = content(message);
-    ByteBuffer record = ByteBuffer.allocate(2 * Integer.BYTES + content.length).putInt(content.length)
-        .putInt(checksum(content)).put(content).flip();
+    return ByteBuffer.allocate(2 * Integer.BYTES + content.length).putInt(content.length).putInt(checksum(content))
+        .put(content).array();
+  }
+
+  /** Appends all bytes, or nothing. Returns false when there is no space. */
+  private static boolean append(FileChannel channel, byte[] bytes) throws IOException {
     long end = channel.position();
     try {
-      while (record.hasRemaining()) {
-        channel.write(record);
+      for (ByteBuffer rest = ByteBuffer.wrap(bytes); rest.hasRemaining();) {
+        channel.write(rest);
       }
       return true;
     } catch (IOException e) {

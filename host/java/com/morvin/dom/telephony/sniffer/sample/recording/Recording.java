@@ -342,7 +342,7 @@ final class Recording {
       all.add("what was recorded before a restart is in files of its own, and is not counted");
     }
     long answer = call.lifetime().answer() == null ? Long.MAX_VALUE : call.lifetime().answer().stamp() + skew;
-    if (hadOutage(answer, Long.MAX_VALUE) && fromCaller.heard() + fromCallee.heard() == 0) {
+    if (left.isEmpty() && hadOutage(answer, Long.MAX_VALUE) && fromCaller.heard() + fromCallee.heard() == 0) {
       all.add("no sound, after an outage");
     }
     for (Direction direction : Direction.values()) {
