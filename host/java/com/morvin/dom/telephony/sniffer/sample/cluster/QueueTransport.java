@@ -35,7 +35,9 @@ import java.util.concurrent.TimeUnit;
  * <p>This transport has no sniffers: the front asks them for media.
  */
 final class QueueTransport implements Transport {
-  private static final int MAX_PREFETCH = 10_000;
+  /** The most messages that are not acknowledged. Their length is bounded, so this bounds the memory. */
+  private static final int PREFETCH =
+      (int) Math.max(100, Math.min(10_000, HeapShare.DELIVERIES / Message.MAX_BODY));
   private static final long TICK_NANOS = TimeUnit.MILLISECONDS.toNanos(200);
   private static final long NOT_YET = Long.MAX_VALUE;
 
@@ -150,9 +152,7 @@ final class QueueTransport implements Transport {
   private void consume(Connection from) throws IOException {
     connection = from;
     channel = from.createChannel();
-    // The length of a message is bounded, so this bounds the memory.
-    long prefetch = Math.min(MAX_PREFETCH, HeapShare.DELIVERIES / Message.MAX_BODY);
-    channel.basicQos((int) Math.max(100, prefetch));
+    channel.basicQos(PREFETCH);
     channel.basicConsume(queue, false, new DefaultConsumer(channel) {
       @Override
       public void handleDelivery(String consumer, Envelope envelope, AMQP.BasicProperties properties, byte[] body) {
@@ -292,6 +292,11 @@ final class QueueTransport implements Transport {
     }
     positions.forget(sequences::isNew);
     return positions.bytes(stream -> joined.containsKey(stream) ? joined.get(stream).saved(upTo) : "");
+  }
+
+  @Override
+  public synchronized boolean isHeldBack() {
+    return pending.size() + deliveries.size() > PREFETCH / 2;
   }
 
   @Override

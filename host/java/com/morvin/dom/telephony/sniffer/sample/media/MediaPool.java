@@ -16,6 +16,8 @@ public final class MediaPool {
   private final long size;
   /** What the tracks took when they were measured, and what they have taken since, in bytes. */
   private long taken;
+  /** Whether a track could not take what it needs. */
+  private boolean isWanted;
   private long measuredAt = System.nanoTime() - PAUSE_NANOS;
 
   /** Makes a pool with a size in bytes. */
@@ -25,11 +27,11 @@ public final class MediaPool {
 
   /** Takes memory for another source or file of a track. Returns false when there is none. */
   boolean take(int bytes) {
-    if (taken + bytes > size) {
-      return false;
+    isWanted |= taken + bytes > size;
+    if (!isWanted) {
+      taken += bytes;
     }
-    taken += bytes;
-    return true;
+    return !isWanted;
   }
 
   /** Counts memory that was taken for copies of packets. */
@@ -39,13 +41,13 @@ public final class MediaPool {
 
   /** Whether the tracks have to be measured, because they may have taken all. */
   public boolean isEmpty() {
-    return taken > size && System.nanoTime() - measuredAt >= PAUSE_NANOS;
+    return (isWanted || taken > size) && System.nanoTime() - measuredAt >= PAUSE_NANOS;
   }
 
-  /** Measures the tracks. When they have taken more than there is, they give back until half of it is free. */
+  /** Measures the tracks. When they need more than there is, they give back until half of it is free. */
   public void measure(Collection<Track> tracks) {
     taken = tracks.stream().mapToLong(Track::unusualBytes).sum();
-    if (taken > size) {
+    if (isWanted || taken > size) {
       // Their memory changes while they give back.
       record Taker(Track track, long bytes) {}
       List<Taker> takers = tracks.stream().map(track -> new Taker(track, track.unusualBytes()))
@@ -58,6 +60,7 @@ public final class MediaPool {
         taken -= taker.bytes - taker.track.unusualBytes();
       }
     }
+    isWanted = false;
     measuredAt = System.nanoTime();
   }
 }

@@ -1,6 +1,7 @@
 package com.morvin.dom.telephony.sniffer.sample.media;
 
 import com.morvin.dom.telephony.sniffer.sample.console.Text;
+import com.morvin.dom.telephony.sniffer.sample.storage.Blocks;
 import com.morvin.dom.telephony.sniffer.sample.storage.CallReport;
 import com.morvin.dom.telephony.sniffer.sample.storage.Encoding;
 import com.morvin.dom.telephony.sniffer.sample.storage.PcapFile;
@@ -38,8 +39,12 @@ public final class Track {
   private static final int MAX_FILES = 8;
   private static final int MAX_ASIDE = 6;
   /** Each track may have as many; more than these only while the pool has memory. */
-  private static final int USUAL_SOURCES = 2;
-  private static final int USUAL_FILES = 2;
+  private static final int USUAL_SOURCES = 1;
+  private static final int USUAL_FILES = 1;
+  /** The memory of sound or datagrams on their way to a file: a block that is filled, and often one that waits. */
+  private static final int WAITING_BYTES = Blocks.LENGTH * 3 / 2;
+  /** The approximate memory that each track takes, in bytes. */
+  public static final int USUAL_BYTES = USUAL_SOURCES * Source.BYTES + USUAL_FILES * WAITING_BYTES;
   private static final int MAX_PAYLOAD = 2048;
   private static final int MAX_NOTES = 16;
   static final String PAUSE_NOTE = "time stamps stood still during a pause";
@@ -416,7 +421,7 @@ public final class Track {
   AudioOutput open(Codec codec, boolean isAside) {
     WavFile.Format format = format(codec);
     if (outputs.size() >= (isAside ? MAX_ASIDE : MAX_FILES)
-        || outputs.size() >= USUAL_FILES && !pool.take(waitingBytes(format))) {
+        || outputs.size() >= USUAL_FILES && !pool.take(WAITING_BYTES)) {
       note("more sources than files");
       return null;
     }
@@ -425,20 +430,6 @@ public final class Track {
         codec.name(), isAside);
     outputs.add(output);
     return output;
-  }
-
-  /** Returns the memory of sound on its way to a file: a block that is filled, and often one that waits. */
-  private static int waitingBytes(WavFile.Format format) {
-    return format.bytesPerSecond() * 15 / 8;
-  }
-
-  /** Returns the approximate memory that each track with such media takes, in bytes. */
-  public int usualBytes() {
-    int waiting = undecoded == null ? 0 : PcapFile.BLOCK;
-    for (AudioOutput output : outputs) {
-      waiting = Math.max(waiting, waitingBytes(output.channel().file().format()));
-    }
-    return waiting + USUAL_SOURCES * Source.BYTES;
   }
 
   /** Returns the approximate memory that the track takes beyond the usual, in bytes. */
@@ -450,10 +441,8 @@ public final class Track {
     for (AudioOutput output : outputs) {
       bytes += output.memory();
     }
-    for (int i = USUAL_FILES; i < outputs.size() && !sources.isEmpty(); i++) {
-      bytes += waitingBytes(outputs.get(i).channel().file().format());
-    }
-    return bytes;
+    int writing = Math.min(outputs.size(), sources.size());  // each source writes to one file at a time
+    return bytes + (long) Math.max(0, writing - USUAL_FILES) * WAITING_BYTES;
   }
 
   /**

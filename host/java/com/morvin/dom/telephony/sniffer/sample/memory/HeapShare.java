@@ -2,7 +2,7 @@ package com.morvin.dom.telephony.sniffer.sample.memory;
 
 /**
  * How the heap is divided among those who hold what traffic brings, in bytes. Each share is a limit of its own: whoever
- * has reached it drops something, and counts it. An eighth of the heap or more stays free for the garbage collector.
+ * has reached it drops something, and counts it. They are hardly used up all at once, and leave some of the heap free.
  */
 public final class HeapShare {
   private static final long HEAP = Runtime.getRuntime().maxMemory();
@@ -21,7 +21,7 @@ public final class HeapShare {
   /** In a recorder: what the media takes in addition for lost packets, packets that wait, and forged sources. */
   public static final long MEDIA = HEAP / 8;
   /** In a recorder: messages of a front that were received and not read. */
-  public static final long DELIVERIES = HEAP / 16;
+  public static final long DELIVERIES = HEAP * 3 / 16;
 
   /** In a front: the running calls. */
   public static final long FRONT_CALLS = HEAP * 5 / 16;

@@ -36,10 +36,10 @@ import java.util.Map;
 public final class Recorder extends Service {
   private static final long POLL_MILLIS = 200;
   private static final long SAVE_MILLIS = 1000;
+  /** The same when a broker waits for it. */
+  private static final long HURRIED_SAVE_MILLIS = 300;
   /** After a longer interruption a saved call counts as ended. */
   private static final long RESUME_MILLIS = 300_000;
-  /** The approximate memory of two voices of G.711, in bytes. */
-  private static final int USUAL_MEDIA = 50_000;
   private static final String GAVE_UP = "goes on in a call of another share";
 
   private final Store store;
@@ -64,7 +64,8 @@ public final class Recorder extends Service {
   /** The frame that is handled and its time; null before the first one. */
   private FrameCursor handled;
   private Moment handledTime;
-  private long lastSave = -SAVE_MILLIS;
+  private long lastTick = -SAVE_MILLIS;
+  private long lastSave;
   private volatile boolean saving;
   /** Whether the recorder ends, and what its last calls lack: a line for each of them would be a flood. */
   private boolean ending;
@@ -162,8 +163,11 @@ public final class Recorder extends Service {
 
   @Override
   protected void tick(Moment now) {
-    if (now.steady() - lastSave >= SAVE_MILLIS) {
-      lastSave = now.steady();
+    if (now.steady() - lastSave >= HURRIED_SAVE_MILLIS && transport().isHeldBack()) {
+      save();
+    }
+    if (now.steady() - lastTick >= SAVE_MILLIS) {
+      lastTick = now.steady();
       console.status(summary.status(recordings.size(), lostNow(), now.steady(), dropped()) + " | " + snifferState());
       save();
       measureMemory();
@@ -199,14 +203,14 @@ public final class Recorder extends Service {
   private void measureMemory() {
     List<Track> tracks = new ArrayList<>(2 * recordings.size());
     for (Recording recording : recordings.values()) {
-      recording.call.setMediaBytes(recording.addTracks(tracks));
+      recording.addTracks(tracks);
     }
     pool.measure(tracks);
   }
 
   @Override
   public int usualMediaBytes() {
-    return USUAL_MEDIA;
+    return 2 * Track.USUAL_BYTES;
   }
 
   /** Returns the number of packets that the running calls have lost. */
@@ -222,7 +226,7 @@ public final class Recorder extends Service {
   @Override
   protected void measureLive(Metrics figures) {
     figures.gauge("unsaved_seconds", "Time since the state of the running calls was last written.",
-        (clock.millis() - savedMillis) / 1e3);
+        savedMillis == 0 ? 0 : (clock.millis() - savedMillis) / 1e3);
     store.measure(figures);
   }
 
@@ -240,6 +244,7 @@ public final class Recorder extends Service {
   /** Saves the state of all running calls, unless the previous state is not on disk yet. */
   private void save() {
     if (!saving) {
+      lastSave = now().steady();
       save(running.wantsAll());
     }
   }
@@ -497,7 +502,8 @@ public final class Recorder extends Service {
     if (how.equals(CallFollower.DROPPED) && !recording.hasMedia()) {
       // A flood of calls must not fill the disk.
       if (summary.countFlood()) {
-        console.line("more calls than can be followed: those without media make way");
+        console.line("more calls than can be followed" + (follower.isShortOfMemory() ? IN_MEMORY : "")
+            + ": those without media make way, then those with little");
       }
     } else if (recording.hasMedia() || quota.allows(now().steady())) {
       report(recording, how, timeOfEnd(call, at));

@@ -224,13 +224,12 @@ final class Recording {
     voice.earlier.addAll(added.earlier);
   }
 
-  /** Adds all tracks to a list. Returns the memory that their media usually takes, in bytes. */
-  int addTracks(List<Track> all) {
+  /** Adds all tracks to a list. */
+  void addTracks(List<Track> all) {
     for (Voice voice : List.of(fromCaller, fromCallee)) {
       all.add(voice.track);
       all.addAll(voice.earlier);
     }
-    return fromCaller.track.usualBytes() + fromCallee.track.usualBytes();
   }
 
   /** Returns all tracks in a fixed order. */

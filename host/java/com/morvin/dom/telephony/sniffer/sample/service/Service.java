@@ -36,6 +36,8 @@ import java.util.Map;
 public abstract class Service implements CallFollower.Listener {
   /** A message that was captured this long ago was held up by an outage. */
   protected static final long OUTAGE_MILLIS = 1_000;
+  /** Continues a line about a limit that more memory would raise. */
+  protected static final String IN_MEMORY = " for the memory that Java has (-Xmx)";
   /** See {@link #lookAhead}. */
   protected static final int LOOK_AHEAD = 64;
 
@@ -157,7 +159,7 @@ public abstract class Service implements CallFollower.Listener {
   /** Returns the beginning of a line about a limit of calls; see {@link CallFollower.Listener#full}. */
   protected static String mostCalls(int calls, boolean byMemory) {
     return "no more than " + calls + " calls can be followed at a time"
-        + (byMemory ? " with the memory that Java has (-Xmx)" : "");
+        + (byMemory ? IN_MEMORY : "");
   }
 
   /** Called at the end of each step. */
@@ -231,6 +233,8 @@ public abstract class Service implements CallFollower.Listener {
       Metrics figures = new Metrics(metricsPrefix());
       figures.gauge("running_calls", "Calls that are followed now.", follower.calls().size());
       figures.counter("calls_total", "Calls so far.", follower.seen());
+      figures.counter("refused_calls_total", "Calls that were not followed, because a limit was reached.",
+          follower.refused());
       figures.histogram("delay_seconds", "Time of frames from capture to processing.", delays);
       figures.gauge("sniffers", "Sniffers that are connected.", transport.sniffers().size());
       transport.measure(figures);
@@ -255,6 +259,10 @@ public abstract class Service implements CallFollower.Listener {
   /** Returns a line for each place where this process has lost frames before {@link #handle}. */
   protected final List<String> losses() {
     List<String> lines = new ArrayList<>();
+    if (follower.refused() > 0) {
+      lines.add(Text.count(follower.refused(), "call") + " not followed: there were too many at a time"
+          + (follower.isShortOfMemory() ? IN_MEMORY : ""));
+    }
     if (dropped() > 0) {
       lines.add(Text.count(dropped(), "frame") + " dropped before that: this machine was too slow");
     }

@@ -52,8 +52,7 @@ public abstract class Call {
   private boolean restored;
   /** The length of the messages with their overhead, in bytes. */
   private int messages;
-  /** What the listener takes for the media, and what all of the call takes, in bytes. */
-  private int mediaBytes;
+  /** What all of the call takes, in bytes. */
   private int bytes;
   /** The known destinations; null when they have to be found again. */
   private Map<Endpoint, Use> destinations;
@@ -383,11 +382,6 @@ public abstract class Call {
     messages = Math.min(messages + messageBytes + MESSAGE_BYTES, MAX_MESSAGES);
   }
 
-  /** States the memory that the media takes now, in bytes. */
-  public void setMediaBytes(int memory) {
-    mediaBytes = memory;
-  }
-
   /**
    * Measures the approximate memory of the call with its messages and its media. Returns by how many bytes it has
    * grown.
@@ -397,7 +391,7 @@ public abstract class Call {
   int measure(int usualMedia) {
     int before = bytes;
     boolean hasMedia = owned && (lifetime.answer() != null || flow.exists());
-    bytes = messages + (hasMedia ? Math.max(mediaBytes, usualMedia) : 0);
+    bytes = messages + (hasMedia ? usualMedia : 0);
     for (Leg leg : legs) {
       bytes += leg.size();
     }
@@ -406,7 +400,6 @@ public abstract class Call {
 
   /** Measures the memory of an ended call, which is kept without media. Returns by how many bytes it has grown. */
   int measureEnded() {
-    mediaBytes = 0;
     return measure(0);
   }
 

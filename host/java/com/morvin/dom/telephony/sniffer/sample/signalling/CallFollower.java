@@ -31,6 +31,7 @@ public final class CallFollower {
   private static final long ONE_SIDED_MILLIS = 400;
   private static final long CHECK_MILLIS = 100;
   private static final int MAX_LEARNED = 4;
+  private static final int MAX_REFUSED = 4096;
   /** A frame that was captured this long ago was held up by an outage. */
   private static final long LATE_MILLIS = 1_000;
 
@@ -153,6 +154,9 @@ public final class CallFollower {
   private Moment doubtfulUntil;  // null when there was no interruption
   private long malformed;
   private boolean full;
+  /** The last identifiers of calls that are not followed: their messages can be repeated. */
+  private final Map<String, Boolean> refusedIds = new BoundedMap<>(MAX_REFUSED);
+  private long refused;
   private long present;
   private boolean delayed;
   /** Until when media may be late, by {@link Moment#steady}. */
@@ -200,7 +204,7 @@ public final class CallFollower {
    */
   private boolean goOn(FrameCursor frame, Moment now) {
     Call before = destinations.endedCallOf(frame, now);
-    Call call = before == null || !makeRoom(now) ? null : before.goOn(now);
+    Call call = before == null || !makeRoom(before.id(), now) ? null : before.goOn(now);
     if (call == null) {
       return false;
     }
@@ -402,6 +406,16 @@ public final class CallFollower {
     doubtfulUntil = until.latest(doubtfulUntil);
   }
 
+  /** Returns the number of calls of the share that were not followed, because a limit was reached. */
+  public long refused() {
+    return refused;
+  }
+
+  /** Whether the limit of memory is reached before that of calls. */
+  public boolean isShortOfMemory() {
+    return calls.size() < mostCalls();
+  }
+
   /** Returns the number of malformed signalling frames. */
   public long malformed() {
     return malformed;
@@ -458,14 +472,17 @@ public final class CallFollower {
    * Makes space for another leg. Returns whether there is space. At the limits, drops calls without steady and recent
    * media.
    */
-  boolean makeRoom(Moment now) {
+  boolean makeRoom(String id, Moment now) {
     if (calls.size() >= mostCalls()) {
       drop(removable.next(now), now);
     }
     saveMemory(now);
     boolean room = calls.size() < mostCalls() && memory < limits.bytes;
     if (!room && !full) {
-      listener.full(calls.size(), calls.size() < mostCalls());
+      listener.full(calls.size(), isShortOfMemory());
+    }
+    if (!room && refusedIds.put(id, true) == null && limits.share.has(id)) {
+      refused++;
     }
     full = !room;
     return room;

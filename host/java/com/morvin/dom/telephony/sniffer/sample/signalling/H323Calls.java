@@ -123,7 +123,7 @@ final class H323Calls {
     }
     if (call == null) {
       // A call whose Setup was missed is followed only if its media is described.
-      if (text.type() != H323Text.SETUP && text.media().isEmpty() || !follower.makeRoom(now)) {
+      if (text.type() != H323Text.SETUP && text.media().isEmpty() || !follower.makeRoom(id.toString(), now)) {
         return null;
       }
       call = new H323Call(text, calling, calling == frame.source() ? frame.destination() : frame.source(), now);

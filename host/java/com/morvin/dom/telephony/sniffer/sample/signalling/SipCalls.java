@@ -90,7 +90,7 @@ final class SipCalls {
         : late ? List.of() : links.find(message, frame, now);
     if (!found.isEmpty() && found.get(0).call().hasRoomFor(1)) {
       join(leg, found, now);
-    } else if (follower.makeRoom(now)) {
+    } else if (follower.makeRoom(message.callId(), now)) {
       new SipCall(this, follower.nextNumber(), leg, message);
     } else {
       return null;

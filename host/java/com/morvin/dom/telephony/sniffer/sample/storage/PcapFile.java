@@ -14,8 +14,7 @@ import java.util.List;
  */
 public final class PcapFile extends StoredFile {
   private static final int HEADER = 24;
-  /** The memory of datagrams that wait, in bytes. */
-  public static final int BLOCK = 16 << 10;
+  private static final int BLOCK = 16 << 10;
   private static final int RECORD = 16;
   private static final int IPV4 = 20;
   private static final int IPV6 = 40;

@@ -10,6 +10,7 @@ import java.io.IOException;
 import java.nio.ByteBuffer;
 import java.nio.charset.StandardCharsets;
 import java.nio.file.Files;
+import java.nio.file.NoSuchFileException;
 import java.nio.file.Path;
 import java.util.ArrayList;
 import java.util.Collection;
@@ -540,7 +541,13 @@ public final class RunningCalls {
 
   /** Notes a file before it is created, so that a rollback removes it. */
   private void remember(Path path) throws IOException {
-    FileOperations.append(created, (store.directory().relativize(path) + "\n").getBytes(StandardCharsets.UTF_8));
+    byte[] line = (store.directory().relativize(path) + "\n").getBytes(StandardCharsets.UTF_8);
+    try {
+      FileOperations.append(created, line);
+    } catch (NoSuchFileException e) {
+      store.ensureRunning();  // somebody has removed the directory
+      FileOperations.append(created, line);
+    }
   }
 
   private void removeCreated(Set<String> keep) throws IOException {

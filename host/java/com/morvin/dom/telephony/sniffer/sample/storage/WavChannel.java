@@ -163,6 +163,7 @@ public final class WavChannel {
   }
 
   private void convert(byte[] octets, int offset, int length, short[] law) {
+    keepWhole(length);
     for (int i = offset; i < offset + length; i++) {
       append(law[octets[i] & 255]);
     }
@@ -170,8 +171,16 @@ public final class WavChannel {
 
   /** Appends samples. */
   public void write(short[] decoded) {
+    keepWhole(decoded.length);
     for (short sample : decoded) {
       append(sample);
+    }
+  }
+
+  /** Makes the samples of a packet come to the file together: after a restart a part of them is not recognized. */
+  private void keepWhole(int count) {
+    if (block != null && count * sampleBytes > block.length - filled) {
+      file.pass();
     }
   }
 

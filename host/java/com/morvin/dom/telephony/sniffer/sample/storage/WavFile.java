@@ -111,7 +111,7 @@ public final class WavFile extends StoredFile {
   }
 
   byte[] newBlock() {
-    return store.blocks().take(format.bytesPerSecond());
+    return store.blocks().take();
   }
 
   /** Takes back a block that nothing refers to any more. */

@@ -97,6 +97,11 @@ public interface Transport extends Closeable {
    */
   default void acknowledge(long number) {}
 
+  /** Whether soon no more frames come before {@link #acknowledge}. */
+  default boolean isHeldBack() {
+    return false;
+  }
+
   /** Adds figures about the link. Called by the thread that handles the frames. */
   default void measure(Metrics figures) {}
 
