@@ -145,6 +145,11 @@ void addSettingErrors(ErrorList& errors) {
       errors.add(warning.text + "; correct the value");
     }
   }
+  for (const Config::Line& line : Config::dft()->getIgnoredLines()) {
+    if (line.key.starts_with('#')) continue;
+    errors.add("line " + std::to_string(line.number) + " of the settings is longer than 511 characters and is ignored" +
+               (line.key.size() < 40 ? ", so " + line.key + " is not set" : "") + "; make it shorter");
+  }
 }
 
 void addStatisticsFileError(const std::string& path, ErrorList& errors) {

@@ -33,11 +33,13 @@ void Config::loadProperties() {
 
 void Config::loadLines(std::istream& text, const std::string& name) {
   lines_.clear();
+  ignoredLines_.clear();
   std::string line;
   for (int number = 1; std::getline(text, line); ++number) {
     if (line.size() > kMaxLineLength) {
       logger().warn("Line " + std::to_string(number) + " of " + name + " is longer than " +
                     std::to_string(kMaxLineLength) + " characters and is ignored");
+      ignoredLines_.push_back({number, line.substr(0, line.find('='))});
       continue;
     }
     addLine(line, number);

@@ -40,6 +40,9 @@ class Config {
   /// The lines of the last load that set a key, in the order of the file.
   const std::vector<Line>& getLines() const { return lines_; }
 
+  /// The lines of the last load that were too long, with what would be their key.
+  const std::vector<Line>& getIgnoredLines() const { return ignoredLines_; }
+
   /// Returns the value of `key`, empty when the key is absent.
   std::string getProperty(std::string key);
 
@@ -56,7 +59,7 @@ class Config {
 
   std::map<std::string, std::string> properties_;
   std::string cfgFileName_;
-  std::vector<Line> lines_;
+  std::vector<Line> lines_, ignoredLines_;
 
   static Config* config_;
 };

@@ -141,6 +141,8 @@ class CommandLine(TestCase):
             ({"Filter": "udp or (vlan and (udp or (vlan and udp)))"}, 0, ""),
             ({"Filter": "(vlan 7 and udp) and (port 5060 or port 5062)"}, 0, ""),
             ({"LookBak": 2000}, 0, 'warning: Line '),
+            ({"Filter": "udp or host " + 30 * "10.9.10.1 or host " + "10.0.0.1"}, 1, "so Filter is not set"),
+            ({"#Filter": 600 * "x"}, 0, ""),
             ({"LookBack": "2000 ms", "ReopenDevices": "YES"}, 1, "LookBack=2000 ms, not a number"),
             ({"MoreRecorders": "10.0.0.12:6000;10.0.0.13:6001"}, 0, ""),
             ({"MoreRecorders": "10.0.0.12"}, 1, '"10.0.0.12" is left out: write an address and a port'),

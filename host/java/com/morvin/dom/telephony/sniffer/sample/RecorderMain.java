@@ -160,7 +160,7 @@ public final class RecorderMain {
   private static void serve(Options options, Service service, Console console)
       throws IOException, InterruptedException {
     CountDownLatch finished = new CountDownLatch(1);
-    finishOnShutdown(service, finished);
+    finishOnShutdown(service, finished, console);
     Path folder = options.publish == null ? options.out : null;
     MetricsFile metrics = options.metrics == null ? null : new MetricsFile(options.metrics, folder, console);
     service.writeMetrics(metrics);
@@ -221,11 +221,15 @@ public final class RecorderMain {
   }
 
   /** Completes the files before the process ends on a signal. */
-  private static void finishOnShutdown(Service service, CountDownLatch finished) {
+  private static void finishOnShutdown(Service service, CountDownLatch finished, Console console) {
     Runtime.getRuntime().addShutdownHook(new Thread(() -> {
       service.stop();
       try {
-        finished.await(FINISH_SECONDS, TimeUnit.SECONDS);
+        if (!finished.await(FINISH_SECONDS, TimeUnit.SECONDS)) {
+          console.line("the " + console.program() + " ends before all is written, because the disk takes more than "
+              + FINISH_SECONDS + " s");
+          console.flush(PRINT_MILLIS);
+        }
       } catch (InterruptedException e) {
         Thread.currentThread().interrupt();
       }

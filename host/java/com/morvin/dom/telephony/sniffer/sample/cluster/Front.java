@@ -303,7 +303,7 @@ final class Front extends Service {
     figures.gauge("unconfirmed_frames", "Frames that the broker has not confirmed yet.",
         own.waitingFrames() + before.waitingFrames());
     figures.gauge("unconfirmed_seconds", "Age of the oldest message that the broker has not confirmed yet.",
-        (System.nanoTime() - outbox.oldest()) / 1e9);
+        Math.max(0, System.nanoTime() - outbox.oldest()) / 1e9);
     figures.gauge("buffer_bytes", "Size of the messages that the broker has not confirmed yet.", outbox.bytes());
     figures.gauge("broker_connected", "1 while there is a connection to the broker.", publisher.isConnected() ? 1 : 0);
   }

@@ -236,6 +236,10 @@ final class FrontState implements AutoCloseable {
 
   /** Keeps messages for the next front, and reports how much. Returns the number of messages that are kept. */
   int keep(List<Message> messages) {
+    if (!messages.isEmpty()) {
+      console.line(Text.count(messages.size(), "message") + " that the broker did not take are written to "
+          + store.directory());
+    }
     store.disk().drain(STOP_MILLIS);
     store.disk().hurry();
     try {
