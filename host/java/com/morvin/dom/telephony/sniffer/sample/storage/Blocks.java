@@ -5,8 +5,8 @@ import java.util.ArrayDeque;
 
 /**
  * The arrays that hold sound until it is written. They are used again, because the garbage collector would have to copy
- * thousands of them while they wait. Those of all formats have one length, so that a voice with a high sample rate takes
- * no more memory: it is written more often. Any thread may call any method.
+ * thousands of them while they wait. Those of all formats have one length, so a voice with a high sample rate takes no
+ * more memory: it is written more often. Any thread may call any method.
  */
 public final class Blocks {
   /** A second of G.711 and some more, so that a packet too many does not cost another write. */
