@@ -27,6 +27,8 @@ final class RtpStream {
 
   /** The number of packets that are remembered. Another sniffer can deliver the same packet seconds later. */
   private static final int REMEMBERED = 512;
+  /** A packet from before a restart is older than the saved state by no more than this, by its timestamp: 30 s. */
+  private static final int MAX_OLDER = 30_000 * RtpClock.TICKS;
   /** Capture times that are further apart show that a clock was set. */
   private static final long MAX_BEHIND_MILLIS = 150_000;
   /**
@@ -67,6 +69,9 @@ final class RtpStream {
   private long next = -1;
   /** The first number that was passed on; -1 before that. */
   private long first = -1;
+  /** The first number after the saved state, and the timestamp of the packet before it; -1 without a restart. */
+  private long restored = -1;
+  private int restoredTimestamp;
   /** The time of capture of the last packet that was passed on. */
   private long lastTime;
   /** The time of the last packet that was not delayed; 0 before that. */
@@ -390,6 +395,19 @@ final class RtpStream {
     return (int) next & 0xffff;
   }
 
+  /** Whether a packet was received before, by this recorder or before a restart: a sniffer has sent it again. */
+  boolean hasReceived(RtpPacket packet) {
+    return seen[packet.sequence() % REMEMBERED] == identity(packet) || wasReceivedBeforeRestart(packet);
+  }
+
+  /** Whether a packet is older than the saved state, which has none of the packets, only the last number. */
+  private boolean wasReceivedBeforeRestart(RtpPacket packet) {
+    int distance = (short) (packet.sequence() - (int) restored);
+    int age = restoredTimestamp - packet.timestamp();
+    boolean isRecent = restored >= 0 && next >= restored && next - restored < REMEMBERED;
+    return isRecent && distance < 0 && distance >= -REMEMBERED && age >= 0 && age <= MAX_OLDER;
+  }
+
   /** Whether a packet continues the stream without a gap. */
   boolean isNext(RtpPacket packet) {
     return next >= 0 && waiting == 0 && packet.sequence() == (next & 0xffff);
@@ -546,5 +564,7 @@ final class RtpStream {
     early.restore(in);
     waiting = early.size();
     lastTimestamp = (int) seen[(int) (next - 1) & REMEMBERED - 1];
+    restored = first < 0 ? -1 : next;
+    restoredTimestamp = lastTimestamp;
   }
 }
