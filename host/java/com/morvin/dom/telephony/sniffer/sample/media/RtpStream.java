@@ -405,7 +405,7 @@ final class RtpStream {
     int distance = (short) (packet.sequence() - (int) restored);
     int age = restoredTimestamp - packet.timestamp();
     boolean isRecent = restored >= 0 && next >= restored && next - restored < REMEMBERED;
-    return isRecent && distance < 0 && distance >= -REMEMBERED && age >= 0 && age <= MAX_OLDER;
+    return isRecent && distance < 0 && distance >= -MAX_DROPOUT && age >= 0 && age <= MAX_OLDER;
   }
 
   /** Whether a packet continues the stream without a gap. */
