@@ -294,11 +294,11 @@ final class RtpStream {
   /** Whether packets are the next ones of the stream, which has come by a longer way and ends before them. */
   private boolean isRest(Probation.Run run) {
     int distance = distance(run.first());
-    return distance <= REORDER_DEPTH && goesOn(run.first(), distance);
+    return distance <= REORDER_DEPTH && goesOn(run.first(), distance, step);
   }
 
   /** Whether a packet has the timestamp that is due at a distance from the next one. */
-  private boolean goesOn(RtpPacket packet, int distance) {
+  private boolean goesOn(RtpPacket packet, int distance, int step) {
     return distance >= 0 && distance <= MAX_DROPOUT && packet.timestamp() - lastTimestamp == (distance + 1) * step;
   }
 
@@ -361,7 +361,7 @@ final class RtpStream {
       before = null;
       return;
     }
-    if (goesOn(run.first(), gap) && clock.isOnTime(run.last())) {
+    if (goesOn(run.first(), gap, step) && clock.isOnTime(run.last())) {
       lost += gap;  // there was no jump: packets have overtaken many others
       return;
     }
@@ -417,9 +417,10 @@ final class RtpStream {
   boolean goesOnAfterLoss(RtpPacket packet) {
     int distance = distance(packet);
     int missing = waiting == 0 ? distance : distance - distance(early.last()) - 1;
-    long due = lastTime + (2L * distance + 1) * step / (2 * RtpClock.TICKS);  // at the earliest
+    int usual = next == restored ? packet.length() : step;  // the saved state has no step
+    long due = lastTime + (2L * distance + 1) * usual / (2 * RtpClock.TICKS);  // at the earliest
     return first >= 0 && packet.codec().isAudio() && missing >= 0 && missing <= REORDER_DEPTH
-        && goesOn(packet, distance) && packet.time() >= due
+        && goesOn(packet, distance, usual) && packet.time() >= due
         && (!clock.isSettled(packet.time()) || clock.isOnTime(packet));
   }
 
