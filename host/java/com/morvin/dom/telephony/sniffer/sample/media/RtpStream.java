@@ -27,6 +27,8 @@ final class RtpStream {
 
   /** The number of packets that are remembered. Another sniffer can deliver the same packet seconds later. */
   private static final int REMEMBERED = 512;
+  /** A packet from before a restart is older than the saved state by no more than this, by its timestamp: 30 s. */
+  private static final int MAX_OLDER = 30_000 * RtpClock.TICKS;
   /** Capture times that are further apart show that a clock was set. */
   private static final long MAX_BEHIND_MILLIS = 150_000;
   /**
@@ -67,6 +69,9 @@ final class RtpStream {
   private long next = -1;
   /** The first number that was passed on; -1 before that. */
   private long first = -1;
+  /** The first number after the saved state, and the timestamp of the packet before it; -1 without a restart. */
+  private long restored = -1;
+  private int restoredTimestamp;
   /** The time of capture of the last packet that was passed on. */
   private long lastTime;
   /** The time of the last packet that was not delayed; 0 before that. */
@@ -289,11 +294,11 @@ final class RtpStream {
   /** Whether packets are the next ones of the stream, which has come by a longer way and ends before them. */
   private boolean isRest(Probation.Run run) {
     int distance = distance(run.first());
-    return distance <= REORDER_DEPTH && goesOn(run.first(), distance);
+    return distance <= REORDER_DEPTH && goesOn(run.first(), distance, step);
   }
 
   /** Whether a packet has the timestamp that is due at a distance from the next one. */
-  private boolean goesOn(RtpPacket packet, int distance) {
+  private boolean goesOn(RtpPacket packet, int distance, int step) {
     return distance >= 0 && distance <= MAX_DROPOUT && packet.timestamp() - lastTimestamp == (distance + 1) * step;
   }
 
@@ -356,7 +361,7 @@ final class RtpStream {
       before = null;
       return;
     }
-    if (goesOn(run.first(), gap) && clock.isOnTime(run.last())) {
+    if (goesOn(run.first(), gap, step) && clock.isOnTime(run.last())) {
       lost += gap;  // there was no jump: packets have overtaken many others
       return;
     }
@@ -390,6 +395,19 @@ final class RtpStream {
     return (int) next & 0xffff;
   }
 
+  /** Whether a packet was received before, by this recorder or before a restart: a sniffer has sent it again. */
+  boolean hasReceived(RtpPacket packet) {
+    return seen[packet.sequence() % REMEMBERED] == identity(packet) || wasReceivedBeforeRestart(packet);
+  }
+
+  /** Whether a packet is older than the saved state, which has none of the packets, only the last number. */
+  private boolean wasReceivedBeforeRestart(RtpPacket packet) {
+    int distance = (short) (packet.sequence() - (int) restored);
+    int age = restoredTimestamp - packet.timestamp();
+    boolean isRecent = restored >= 0 && next >= restored && next - restored < REMEMBERED;
+    return isRecent && distance < 0 && distance >= -MAX_DROPOUT && age >= 0 && age <= MAX_OLDER;
+  }
+
   /** Whether a packet continues the stream without a gap. */
   boolean isNext(RtpPacket packet) {
     return next >= 0 && waiting == 0 && packet.sequence() == (next & 0xffff);
@@ -399,9 +417,10 @@ final class RtpStream {
   boolean goesOnAfterLoss(RtpPacket packet) {
     int distance = distance(packet);
     int missing = waiting == 0 ? distance : distance - distance(early.last()) - 1;
-    long due = lastTime + (2L * distance + 1) * step / (2 * RtpClock.TICKS);  // at the earliest
+    int usual = next == restored ? packet.length() : step;  // the saved state has no step
+    long due = lastTime + (2L * distance + 1) * usual / (2 * RtpClock.TICKS);  // at the earliest
     return first >= 0 && packet.codec().isAudio() && missing >= 0 && missing <= REORDER_DEPTH
-        && goesOn(packet, distance) && packet.time() >= due
+        && goesOn(packet, distance, usual) && packet.time() >= due
         && (!clock.isSettled(packet.time()) || clock.isOnTime(packet));
   }
 
@@ -546,5 +565,7 @@ final class RtpStream {
     early.restore(in);
     waiting = early.size();
     lastTimestamp = (int) seen[(int) (next - 1) & REMEMBERED - 1];
+    restored = first < 0 ? -1 : next;
+    restoredTimestamp = lastTimestamp;
   }
 }

@@ -161,11 +161,15 @@ public final class Track {
   }
 
   /**
-   * Returns the source of a packet; null when it waits for a place. A source continues from another address when its
-   * next packet comes from there, or the first one after a loss.
+   * Returns the source of a packet; null when it waits for a place, or was recorded before. A source continues from
+   * another address when its next packet comes from there, or the first one after a loss. What is sent again can be
+   * from an address that the source has left.
    */
   private Source source(RtpPacket packet) {
     Source source = find();
+    if (source == null && find(other -> other.ssrc == lastSsrc && other.stream().hasReceived(packet)) != null) {
+      return null;
+    }
     if (source == null) {
       source = find(other -> other.ssrc == lastSsrc
           && (other.stream().isNext(packet) || other.stream().goesOnAfterLoss(packet)));
