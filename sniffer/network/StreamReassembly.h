@@ -106,6 +106,9 @@ class StreamReassembly {
   /// True when the numbering has changed lately. The numbers before the change may return.
   bool hasMarks() const { return disorder_ != nullptr && !disorder_->marks.empty(); }
 
+  /// Returns the number of early segments.
+  std::size_t earlyCount() const { return disorder_ == nullptr ? 0 : disorder_->early.size(); }
+
   /// Returns the memory of early and unconfirmed segments, in bytes.
   std::size_t memoryUsed() const;
 
