@@ -97,6 +97,9 @@ class StreamReassembly {
   /// True when all octets up to a FIN or a RST were passed on.
   bool hasEnded() const { return hasEnded_; }
 
+  /// True when an early segment is the last one of the connection.
+  bool knowsEnd() const;
+
   /// True when a segment with this number is the expected one or may follow it.
   bool isAhead(std::uint32_t sequence) const;
 

@@ -97,11 +97,11 @@ bool TcpStreams::follow(const FlowEnds& ends, const TcpSegment& segment, std::in
   const std::uint64_t hashed = hashOf(ends);
   Stream* stream = streams_.find(ends, hashed);
   if (segment.isBare() || segment.isReset) {
-    takeControl(stream, ends, hashed, segment);
+    takeControl(stream, ends, hashed, segment, now);
     return false;
   }
   if (segment.isSyn && !isProtected(stream)) {
-    takeSyn(stream, ends, hashed, segment.sequence + 1);
+    takeSyn(stream, ends, hashed, segment.sequence + 1, now);
     stream = streams_.find(ends, hashed);
   }
   const std::uint32_t sequence = segment.sequence + (segment.isSyn ? 1 : 0);
@@ -111,8 +111,8 @@ bool TcpStreams::follow(const FlowEnds& ends, const TcpSegment& segment, std::in
     return false;
   }
   // The SYN of another connection was not captured.
-  if (isProtected(stream) && stream->order.hasEnded() && !stream->order.isPlausible(sequence) &&
-      MessageStream::mayBeginWith(segment.payload)) {
+  if (isProtected(stream) && !stream->order.isPlausible(sequence) && MessageStream::mayBeginWith(segment.payload) &&
+      hasEnded(*stream, now)) {
     beginAnother(*stream, sequence, false);
   }
   // No segment has used the numbers of the SYN yet, so they need no protection.
@@ -158,9 +158,10 @@ bool TcpStreams::takePayload(Stream& stream, const ArrivedSegment& segment) {
 /// Takes SYN, FIN and RST. A RST with an unexpected number counts as forged: a receiver would ask the sender about it
 /// (RFC 5961), which an observer cannot do. When that RST was real, no segment follows, and the idle stream is removed
 /// later to make space.
-void TcpStreams::takeControl(Stream* stream, const FlowEnds& ends, std::uint64_t hashed, const TcpSegment& segment) {
+void TcpStreams::takeControl(Stream* stream, const FlowEnds& ends, std::uint64_t hashed, const TcpSegment& segment,
+                             std::int64_t now) {
   if (segment.isSyn) {
-    takeSyn(stream, ends, hashed, segment.sequence + 1);
+    takeSyn(stream, ends, hashed, segment.sequence + 1, now);
   } else if (stream != nullptr && isForeign(*stream)) {
     forget(*stream);  // its numbers are not followed
   } else if (stream != nullptr) {
@@ -169,10 +170,12 @@ void TcpStreams::takeControl(Stream* stream, const FlowEnds& ends, std::uint64_t
   }
 }
 
-void TcpStreams::takeSyn(Stream* stream, const FlowEnds& ends, std::uint64_t hashed, std::uint32_t first) {
+void TcpStreams::takeSyn(Stream* stream, const FlowEnds& ends, std::uint64_t hashed, std::uint32_t first,
+                         std::int64_t now) {
   if (isProtected(stream)) {
-    stream->order.hasEnded() ? beginAnother(*stream, first, true) : stream->order.takeSyn(first);
+    hasEnded(*stream, now) ? beginAnother(*stream, first, true) : stream->order.takeSyn(first);
     account(*stream, std::int64_t{stream->touched} * 1'000'000);
+    schedule(*stream, now);
     return;
   }
   if (stream == nullptr) {
@@ -184,10 +187,21 @@ void TcpStreams::takeSyn(Stream* stream, const FlowEnds& ends, std::uint64_t has
   streams_.move(*stream, kOpening);
 }
 
-/// Begins another connection while the end of the one before is in the backlog.
+/// True when the connection has ended. Its last octets may be in the backlog.
+bool TcpStreams::hasEnded(Stream& stream, std::int64_t now) {
+  if (stream.order.knowsEnd()) {
+    Work none(0);
+    Delivery toBacklog(*this, stream, none, now);
+    while (stream.order.release(now, limits_, toBacklog)) {
+    }
+  }
+  return stream.order.hasEnded();
+}
+
+/// Begins another connection after one that has ended.
 void TcpStreams::beginAnother(Stream& stream, std::uint32_t sequence, bool isFromStart) {
   stream.order.start(sequence, isFromStart);
-  stream.backlog->restart(isFromStart);
+  stream.backlog == nullptr ? stream.messages.start(isFromStart) : stream.backlog->restart(isFromStart);
 }
 
 TcpStreams::Stream& TcpStreams::newStream(const FlowEnds& ends, std::uint64_t hashed) {

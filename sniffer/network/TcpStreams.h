@@ -77,8 +77,10 @@ class TcpStreams {
 
   std::uint64_t hashOf(const FlowEnds& ends) const;
   Stream& newStream(const FlowEnds& ends, std::uint64_t hashed);
-  void takeControl(Stream* stream, const FlowEnds& ends, std::uint64_t hashed, const TcpSegment& segment);
-  void takeSyn(Stream* stream, const FlowEnds& ends, std::uint64_t hashed, std::uint32_t first);
+  void takeControl(Stream* stream, const FlowEnds& ends, std::uint64_t hashed, const TcpSegment& segment,
+                   std::int64_t now);
+  void takeSyn(Stream* stream, const FlowEnds& ends, std::uint64_t hashed, std::uint32_t first, std::int64_t now);
+  bool hasEnded(Stream& stream, std::int64_t now);
   static void beginAnother(Stream& stream, std::uint32_t sequence, bool isFromStart);
   void takeForeign(Stream& stream, const TcpSegment& segment, std::int64_t now);
   bool takePayload(Stream& stream, const ArrivedSegment& segment);

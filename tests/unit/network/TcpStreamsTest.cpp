@@ -387,7 +387,9 @@ TEST(TcpStreams, DivideLongSegments) {
   NetworkLimits limits;
   limits.backlogMemory = 200'000;
   Follower follower(limits);
-  auto& [items, counts, ends, times, tooLong, tails, refused] = follower.sink;
+  auto& items = follower.sink.items;
+  auto& counts = follower.sink.counts;
+  auto& times = follower.sink.times;
   std::string many = repeated(kRinging, kEach);
   std::uint32_t at = 100;
   const auto take = [&](std::int64_t time) {
@@ -443,7 +445,8 @@ TEST(TcpStreams, ServeStreamsInTurn) {
   NetworkLimits limits;
   limits.streamMemory = 500'000;
   Follower follower(limits);
-  auto& [items, counts, ends, times, tooLong, tails, refused] = follower.sink;
+  auto& items = follower.sink.items;
+  auto& counts = follower.sink.counts;
   const auto from = [&](std::uint32_t host) { follower.ends.source = host; };
   from(4);
   follower.segment(100, kInvite.substr(0, 50));
