@@ -23,7 +23,10 @@ struct NullSink final : NetworkSink {
   void takeSipMessage(const FlowEnds&, Octets message, std::int64_t) override {
     benchmark::DoNotOptimize(message.data());
   }
-  void takeTpkt(const FlowEnds&, Octets tpkt, std::int64_t) override { benchmark::DoNotOptimize(tpkt.data()); }
+  std::size_t takeTpkt(const FlowEnds&, Octets tpkt, std::int64_t) override {
+    benchmark::DoNotOptimize(tpkt.data());
+    return 0;
+  }
   void refuseMessage(const FlowEnds&, std::uint64_t) override {}
   void refuseTail(const FlowEnds&, std::size_t) override {}
   void refuseHeader(const sniff_ip&) override {}

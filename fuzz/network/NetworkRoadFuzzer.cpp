@@ -35,9 +35,10 @@ class CheckingSink final : public NetworkSink {
     require(!message.empty() && message.size() <= longest(ends));
     read(message);
   }
-  void takeTpkt(const FlowEnds&, Octets tpkt, std::int64_t) override {
+  std::size_t takeTpkt(const FlowEnds&, Octets tpkt, std::int64_t) override {
     require(tpkt.size() > 4 && tpkt[0] == 3 && tpkt.size() == static_cast<std::size_t>(tpkt[2] << 8 | tpkt[3]));
     read(tpkt);
+    return tpkt[4];
   }
   void refuseMessage(const FlowEnds& ends, std::uint64_t length) override { require(length > longest(ends)); }
   void refuseTail(const FlowEnds&, std::size_t missing) override { require(missing > 0 && missing <= 65535); }

@@ -46,7 +46,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 
     logger->setLevel((settings & 1) != 0 ? log4cxx::Level::getDebug() : log4cxx::Level::getError());
     parser.setTraceSignalling((settings & 2) != 0);
-    if ((settings & 8) != 0) parser.beginSegment();
+    parser.setLimitsComplaints((settings & 8) != 0);
     PString text;
     const bool forwarded = parser.parseH323(
         segment.data(), static_cast<int>(segment.size()), kHeaderLength, inet_addr(kAddresses[connection & 3]),

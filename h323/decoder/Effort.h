@@ -5,13 +5,13 @@
 
 namespace asn1 {
 
-/// The limit of the work that one captured segment may cause, in steps. A step takes some nanoseconds: it decodes a
-/// value, skips an extension addition, or reads 32 of the bits that say which additions are present. All messages of a
-/// segment share one Effort, because anyone can send a segment full of small messages. No message decodes after the
-/// Effort is used up.
+/// The limit of the work that one TPKT may cause, or one captured segment where streams are not followed, in steps. A
+/// step takes some nanoseconds: it decodes a value, skips an extension addition, or reads 32 of the bits that say which
+/// additions are present. All messages in it share one Effort, because anyone can send a TPKT full of small messages.
+/// No message decodes after the Effort is used up.
 class Effort {
  public:
-  /// The steps of any segment. The largest messages seen take a few hundred.
+  /// The steps of any TPKT. The largest messages seen take a few hundred.
   static constexpr std::uint32_t kSteps = 5120;
   /// Further steps for messages that are described. They suffice for hundreds of channels in one Setup.
   static constexpr std::uint32_t kReserve = 20480;
@@ -25,6 +25,7 @@ class Effort {
     return left_ != 0;
   }
   std::uint32_t left() const { return left_; }
+  std::uint32_t spent() const { return kSteps + kReserve - left_ - reserve_; }
 
   /// Charges `steps` that are already spent to the reserve instead, as far as it goes.
   void chargeReserve(std::uint32_t steps) {

@@ -10,6 +10,7 @@
 #include "base/Logger.h"
 #include "forwarding/MediaHeader.h"
 #include "network/PlainPacket.h"
+#include "network/Work.h"
 
 namespace voip {
 
@@ -65,7 +66,7 @@ void PacketRouter::configure(const Settings& settings, FanOut* fanOut) {
   keepsMedia_ = settings.lookBack > 0;
   classifier_.setSipAnyUri(settings.sipAnyUri);
   classifier_.h323Parser().setIpv6(settings.ipv6);
-  followsStreams_ = settings.reassembleTcp;
+  classifier_.h323Parser().setLimitsComplaints(settings.reassembleTcp);
   network_ = std::make_unique<NetworkStack>(NetworkOptions::of(settings), static_cast<NetworkSink&>(*this));
   isPlain_ = !settings.dropDuplicates && !settings.reassembleFragments && !settings.reassembleTcp;
 }
@@ -74,26 +75,17 @@ void PacketRouter::configure(const Settings& settings, FanOut* fanOut) {
 
 void PacketRouter::takeFrame(const pcap_pkthdr& header, u_char* frame, FrameSource source, const CaptureStamp& stamp) {
   stamp_ = stamp;
-  beginWork();
   const std::int64_t time = std::int64_t{header.ts.tv_sec} * 1'000'000 + header.ts.tv_usec;
   network_->takeFrame({frame, header.len}, source, time, isPlain_ ? 0 : clock_.at(time, monotonic()));
 }
 
 bool PacketRouter::expire() {
-  if (isPlain_) return false;
-  beginWork();
-  return network_->expire(clock_.advance(monotonic()));
+  return !isPlain_ && network_->expire(clock_.advance(monotonic()));
 }
 
 void PacketRouter::finish() {
-  do {
-    beginWork();
-  } while (network_->flush());
-}
-
-/// Limits the effort for the H.323 messages that the following call forwards.
-void PacketRouter::beginWork() {
-  if (followsStreams_) classifier_.h323Parser().beginSegment();
+  while (network_->flush()) {
+  }
 }
 
 void PacketRouter::takePlainUdp(std::span<u_char> frame, std::size_t offset) {
@@ -156,11 +148,12 @@ CaptureStamp PacketRouter::stampAt(std::int64_t captured) const {
   return {captured, stamp_.seen - (stamp_.captured - captured)};
 }
 
-void PacketRouter::takeTpkt(const FlowEnds& ends, Octets tpkt, std::int64_t captured) {
+std::size_t PacketRouter::takeTpkt(const FlowEnds& ends, Octets tpkt, std::int64_t captured) {
   countIpv6(ends);
   const CaptureStamp inWork = std::exchange(stamp_, stampAt(captured));
-  forwardDescription(ends, {const_cast<u_char*>(tpkt.data()), tpkt.size()});  // it is only read
+  const bool isSent = forwardDescription(ends, {const_cast<u_char*>(tpkt.data()), tpkt.size()});  // it is only read
   stamp_ = inWork;
+  return classifier_.h323Parser().steps() + (isSent ? Work::kSent : 0);
 }
 
 void PacketRouter::takeSipMessage(const FlowEnds& ends, Octets message, std::int64_t captured) {
@@ -181,17 +174,18 @@ void PacketRouter::takeSipMessage(const FlowEnds& ends, Octets message, std::int
   stamp_ = inWork;
 }
 
-void PacketRouter::forwardDescription(const FlowEnds& ends, std::span<u_char> octets) {
+bool PacketRouter::forwardDescription(const FlowEnds& ends, std::span<u_char> octets) {
   constexpr u_char kTpktVersion = 3;
-  if (!octets.empty() && octets.front() == kTpktVersion && !sendEarlier()) return;
+  if (!octets.empty() && octets.front() == kTpktVersion && !sendEarlier()) return false;
   if (!classifier_.describe(ends, octets, description_)) {
     statistics_.tcpDropped.add();
-    return;
+    return false;
   }
   // A zero byte replaces the text's last character.
   make(ends, {reinterpret_cast<const std::uint8_t*>(description_.data()), description_.size()});
   made_.push_back(0);
   forwardMade();
+  return true;
 }
 
 /// Makes a frame whose header is not written yet.

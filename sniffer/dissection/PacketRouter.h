@@ -64,14 +64,15 @@ class PacketRouter final : private NetworkSink {
   /// lane or lanes.
   void forward(std::span<u_char> frame);
 
-  /// Forwards the description of a segment or TPKT, if it has one, and counts it as dropped if not.
-  void forwardDescription(const FlowEnds& ends, std::span<u_char> octets);
+  /// Forwards the description of a segment or TPKT, if it has one, and counts it as dropped if not. Returns whether it
+  /// has one.
+  bool forwardDescription(const FlowEnds& ends, std::span<u_char> octets);
 
  private:
   void takeDatagram(const Datagram& datagram) override;
   void takeSegment(const Segment& segment) override;
   void takeSipMessage(const FlowEnds& ends, Octets message, std::int64_t captured) override;
-  void takeTpkt(const FlowEnds& ends, Octets tpkt, std::int64_t captured) override;
+  std::size_t takeTpkt(const FlowEnds& ends, Octets tpkt, std::int64_t captured) override;
   void refuseMessage(const FlowEnds& ends, std::uint64_t length) override;
   void refuseTail(const FlowEnds& ends, std::size_t missing) override;
   void refuseHeader(const sniff_ip& ip) override;
@@ -79,7 +80,6 @@ class PacketRouter final : private NetworkSink {
   void refuseTcpHeader(int length) override;
   void count(NetworkCount what) override;
 
-  void beginWork();
   void countIpv6(const FlowEnds& ends);
   void addIpv6Items();
   void drop(const Datagram& datagram);
@@ -94,7 +94,6 @@ class PacketRouter final : private NetworkSink {
   Statistics& statistics_;
   bool keepsMedia_ = false;  ///< there is a look-back
   Classifier classifier_;
-  bool followsStreams_ = false;
   std::unique_ptr<NetworkStack> network_;
   bool isPlain_ = true;  ///< no option that needs a clock is on
   ForwardClock clock_;   ///< of the network stack

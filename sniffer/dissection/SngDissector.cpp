@@ -104,9 +104,16 @@ void SngDissector::consumePacket() {
     throw;
   }
   if (!engineHasEnded()) return;
-  router_.finish();
+  finish();
   router_.flush();
   packetQueue_.clearFromSender();
+}
+
+/// Forwards what streams have left, as far as the recorders take it without a wait and without a new connection.
+void SngDissector::finish() {
+  lane_.links().stopConnecting();
+  if (FanOut* fanOut = fanOut_) fanOut->stopConnecting();
+  router_.finish();
 }
 
 /// Does the periodic work, then waits for packets. Returns false when there are none.
@@ -169,7 +176,7 @@ void SngDissector::endLanes() {
   if (classifying_.joinable()) classifying_.join();
   const std::size_t dropped = fanOut->join();
   try {
-    router_.finish();
+    finish();
     fanOut->drain();
   } catch (const std::exception& failure) {
     logger().error(std::string("A frame is lost: ") + failure.what());

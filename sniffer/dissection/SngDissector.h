@@ -212,6 +212,7 @@ class SngDissector {
  private:
   bool engineHasEnded() const { return sniffer_ != nullptr && sniffer_->hasEnded(); }
   bool isEmbedded() const { return sniffer_ != nullptr && sniffer_->getEmbedded(); }
+  void finish();
   bool takeBatch();
   void processBatch();
   void forwardToFirst(voip::FanOut& fanOut);

@@ -183,6 +183,10 @@ std::size_t FanOut::join() {
   return first_->queue.discard();
 }
 
+void FanOut::stopConnecting() {
+  for (const auto& recorder : further_) recorder->lane.links().stopConnecting();
+}
+
 void FanOut::drain() {
   first().drain();
   for (const auto& recorder : further_) {

@@ -95,6 +95,9 @@ class FanOut {
   /// returns the number of those of the first.
   std::size_t join();
 
+  /// Makes no new connections to the further recorders from now on. To be called after join().
+  void stopConnecting();
+
   /// Sends the frames that were queued after join().
   void drain();
 

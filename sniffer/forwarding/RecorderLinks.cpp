@@ -134,6 +134,12 @@ LinkEvent RecorderLinks::keepConnected() {
   return event;
 }
 
+void RecorderLinks::stopConnecting() {
+  for (BaseConnection* connection : {conMedia_.load(), conSig_.load()}) {
+    if (connection != nullptr) connection->stopConnecting();
+  }
+}
+
 void RecorderLinks::interrupt() {
   if (BaseConnection* media = conMedia_) media->interrupt();
   if (BaseConnection* signalling = conSig_) signalling->interrupt();

@@ -52,6 +52,9 @@ class RecorderLinks {
   /// Connects where no frame waits for it: see BaseConnection::keepConnected(). The lane's thread.
   LinkEvent keepConnected();
 
+  /// Makes no new connection from now on. The lane's thread.
+  void stopConnecting();
+
   /// Ends all waits in the connections, present and future. Any thread.
   void interrupt();
 

@@ -38,24 +38,37 @@ void Backlog::lose(std::uint64_t count) {
   open().lost += count;
 }
 
-void Backlog::restart() {
+void Backlog::restart(bool isFromStart) {
   Piece& piece = open();
   piece.isRestart = true;
+  piece.isFromStart = isFromStart;
   piece.lost = 0;
 }
 
 std::size_t Backlog::limit(std::size_t memory) {
   std::size_t dropped = 0;
-  for (; memory_ > memory && pieces_.size() > 1; ++dropped) {
+  for (; memoryUsed() > memory && pieces_.size() > 1; ++dropped) {
     const Piece& oldest = pieces_.front();
     Piece& next = pieces_[1];
     if (!next.isRestart) {
       next.isRestart = oldest.isRestart;
+      next.isFromStart = oldest.isFromStart;
       next.lost += oldest.lost + oldest.octets().size();
     }
     pop();
   }
+  if (memoryUsed() > memory && !pieces_.empty() && !pieces_.front().octets().empty()) {
+    dropOctets(pieces_.front());
+    ++dropped;
+  }
   return dropped;
+}
+
+void Backlog::dropOctets(Piece& piece) {
+  memory_ -= piece.memory.size();
+  piece.lost += piece.octets().size();
+  piece.used = 0;
+  piece.memory = {};
 }
 
 void Backlog::pop() {

@@ -56,6 +56,23 @@ std::size_t valueOf(std::string_view field, std::string_view name) {
   return colon < field.size() && field[colon] == ':' ? colon + 1 : 0;
 }
 
+/// True when the CSeq field (RFC 3261 20.16) after a request line is among the first octets and names another method
+/// than that line. A line that begins no header field ends the search, so that the lines after a start line are
+/// searched once.
+bool isCutRequest(std::string_view stream) {
+  const std::string_view method = stream.substr(0, stream.find(' '));
+  if (method.find('/') != method.npos) return false;  // the version of a response
+  std::string_view rest = stream.substr(0, kSearchedAtOnce);
+  for (takeField(rest); !rest.empty() && beginsField(rest) == Likeness::kYes;) {
+    const std::string_view field = takeField(rest);
+    const std::size_t value = valueOf(field, "CSeq");
+    if (value == 0) continue;
+    const std::string_view named = trimmed(field.substr(value));
+    return !rest.empty() && named.substr(named.find_last_of(" \t\r\n") + 1) != method;
+  }
+  return false;
+}
+
 }  // namespace
 
 // ---- text ----
@@ -139,7 +156,8 @@ Likeness beginsSipMessage(Octets octets) {
   const std::string_view stream = textOf(octets);
   const std::size_t line = stream.find('\n');
   if (line == stream.npos) return stream.size() > kLongestStartLine ? Likeness::kNo : Likeness::kPerhaps;
-  return beginsField(stream.substr(line + 1));
+  const Likeness field = beginsField(stream.substr(line + 1));
+  return field == Likeness::kYes && isCutRequest(stream) ? Likeness::kNo : field;
 }
 
 Cut cutSip(Octets octets, std::size_t known) {

@@ -58,6 +58,7 @@ Found findTpkt(Octets octets);
 // ---- SIP ----
 
 /// Whether the octets begin with a start line and a header field after it. A start line alone may be a line of a body.
+/// A request whose CSeq field names another method does not count: its start line is only the end of one.
 Likeness beginsSipMessage(Octets octets);
 
 /// `known` of the octets were checked by an earlier call, which did not find the end of the header. CRLFs between

@@ -264,10 +264,10 @@ void MessageStream::passOn(Octets message, const Context& context) {
     return;
   }
   context.sink.count(NetworkCount::kStreamMessages);
-  context.work.spend(kind_ == Kind::kTpkt ? Work::kTpkt : Work::kSipMessage);
   if (kind_ == Kind::kTpkt) {
-    context.sink.takeTpkt(context.ends, message, context.captured);
+    context.work.spend(Work::kTpkt + context.sink.takeTpkt(context.ends, message, context.captured));
   } else {
+    context.work.spend(Work::kSent);
     context.sink.takeSipMessage(context.ends, message, context.captured);
   }
 }

@@ -69,8 +69,8 @@ class NetworkSink : public NetworkCounters {
   /// Takes a SIP message of a TCP stream (RFC 3261 18.3), short enough for one frame to the recorder.
   virtual void takeSipMessage(const FlowEnds& ends, Octets message, std::int64_t captured) = 0;
 
-  /// Takes a TPKT of a TCP stream (RFC 1006), its header included.
-  virtual void takeTpkt(const FlowEnds& ends, Octets tpkt, std::int64_t captured) = 0;
+  /// Takes a TPKT of a TCP stream (RFC 1006), its header included. Returns what that took, in the units of Work.
+  virtual std::size_t takeTpkt(const FlowEnds& ends, Octets tpkt, std::int64_t captured) = 0;
 
   /// Reports a message of a TCP stream that is too long for one frame to the recorder.
   virtual void refuseMessage(const FlowEnds& ends, std::uint64_t length) = 0;

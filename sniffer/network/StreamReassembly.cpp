@@ -119,6 +119,10 @@ void StreamReassembly::takeEnd(std::uint32_t sequence) {
   if (at == last->second.end(last->first)) last->second.isLast = true;
 }
 
+bool StreamReassembly::knowsEnd() const {
+  return earlyCount() > 0 && disorder_->early.rbegin()->second.isLast;
+}
+
 // ---- early segments ----
 
 StreamReassembly::Placement StreamReassembly::keepEarly(const ArrivedSegment& segment, Position at) {

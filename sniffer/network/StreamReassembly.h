@@ -97,6 +97,9 @@ class StreamReassembly {
   /// True when all octets up to a FIN or a RST were passed on.
   bool hasEnded() const { return hasEnded_; }
 
+  /// True when an early segment is the last one of the connection.
+  bool knowsEnd() const;
+
   /// True when a segment with this number is the expected one or may follow it.
   bool isAhead(std::uint32_t sequence) const;
 
@@ -105,6 +108,9 @@ class StreamReassembly {
 
   /// True when the numbering has changed lately. The numbers before the change may return.
   bool hasMarks() const { return disorder_ != nullptr && !disorder_->marks.empty(); }
+
+  /// Returns the number of early segments.
+  std::size_t earlyCount() const { return disorder_ == nullptr ? 0 : disorder_->early.size(); }
 
   /// Returns the memory of early and unconfirmed segments, in bytes.
   std::size_t memoryUsed() const;

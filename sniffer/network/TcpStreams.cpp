@@ -40,8 +40,7 @@ class TcpStreams::Delivery final : public OctetReceiver {
     }
     if (used == octets.size()) return;
     backlog().add(octets.subspan(used), memory, used == 0, captured, now_);
-    const std::size_t dropped = backlog().limit(streams_.limits_.backlogMemory);
-    for (std::size_t i = 0; i < dropped; ++i) streams_.sink_.count(NetworkCount::kStreamGaps);
+    streams_.countLost(backlog().limit(streams_.limits_.backlogMemory));
   }
 
   void loseOctets(std::uint64_t count) override {
@@ -52,7 +51,7 @@ class TcpStreams::Delivery final : public OctetReceiver {
   void restart(bool isFromStart) override {
     if (!isFromStart) streams_.sink_.count(NetworkCount::kStreamGaps);
     // The SYN may be forged, so what follows does not decide for the whole stream.
-    stream_.backlog == nullptr ? stream_.messages.start(false) : stream_.backlog->restart();
+    stream_.backlog == nullptr ? stream_.messages.start(false) : stream_.backlog->restart(false);
   }
 
   Backlog& backlog() {
@@ -89,7 +88,7 @@ std::uint64_t TcpStreams::hashOf(const FlowEnds& ends) const {
 
 bool TcpStreams::follow(const FlowEnds& ends, const TcpSegment& segment, std::int64_t captured, std::int64_t now) {
   if (!waiting_.empty()) {
-    if (segment.hasAcknowledged) acknowledge(ends, segment);
+    if (segment.hasAcknowledged) acknowledge(ends, segment, now);
     expire(now);
   }
   const bool isControl = segment.isSyn || segment.isFin || segment.isReset;
@@ -98,11 +97,11 @@ bool TcpStreams::follow(const FlowEnds& ends, const TcpSegment& segment, std::in
   const std::uint64_t hashed = hashOf(ends);
   Stream* stream = streams_.find(ends, hashed);
   if (segment.isBare() || segment.isReset) {
-    takeControl(stream, ends, hashed, segment);
+    takeControl(stream, ends, hashed, segment, now);
     return false;
   }
   if (segment.isSyn && !isProtected(stream)) {
-    takeSyn(stream, ends, hashed, segment.sequence + 1);
+    takeSyn(stream, ends, hashed, segment.sequence + 1, now);
     stream = streams_.find(ends, hashed);
   }
   const std::uint32_t sequence = segment.sequence + (segment.isSyn ? 1 : 0);
@@ -110,6 +109,11 @@ bool TcpStreams::follow(const FlowEnds& ends, const TcpSegment& segment, std::in
   if (isIgnored && stream->order.track(sequence, segment.payload.size() + segment.missing)) {
     takeForeign(*stream, segment, now);
     return false;
+  }
+  // The SYN of another connection was not captured.
+  if (isProtected(stream) && !stream->order.isPlausible(sequence) && MessageStream::mayBeginWith(segment.payload) &&
+      hasEnded(*stream, now)) {
+    beginAnother(*stream, sequence, false);
   }
   // No segment has used the numbers of the SYN yet, so they need no protection.
   if (stream != nullptr && !isIgnored && !hasPayload(*stream) && !stream->order.isAhead(sequence)) {
@@ -143,17 +147,21 @@ bool TcpStreams::takePayload(Stream& stream, const ArrivedSegment& segment) {
   if (stream.order.take(segment, delivery) == StreamReassembly::Placement::kRepeated) {
     sink_.count(NetworkCount::kSegmentsRetransmitted);
   }
-  while (!budget.isSpent() && release(stream, segment.now, budget)) {
+  const bool isInLine = stream.backlog != nullptr && stream.turn != waiting_.end();
+  while (!isInLine && !budget.isSpent() && release(stream, segment.now, budget)) {
   }
-  return settle(stream, segment.now);
+  const bool isFollowed = settle(stream, segment.now, segment.now);
+  if (isInLine) releaseDue(segment.now, budget);
+  return isFollowed;
 }
 
 /// Takes SYN, FIN and RST. A RST with an unexpected number counts as forged: a receiver would ask the sender about it
 /// (RFC 5961), which an observer cannot do. When that RST was real, no segment follows, and the idle stream is removed
 /// later to make space.
-void TcpStreams::takeControl(Stream* stream, const FlowEnds& ends, std::uint64_t hashed, const TcpSegment& segment) {
+void TcpStreams::takeControl(Stream* stream, const FlowEnds& ends, std::uint64_t hashed, const TcpSegment& segment,
+                             std::int64_t now) {
   if (segment.isSyn) {
-    takeSyn(stream, ends, hashed, segment.sequence + 1);
+    takeSyn(stream, ends, hashed, segment.sequence + 1, now);
   } else if (stream != nullptr && isForeign(*stream)) {
     forget(*stream);  // its numbers are not followed
   } else if (stream != nullptr) {
@@ -162,10 +170,12 @@ void TcpStreams::takeControl(Stream* stream, const FlowEnds& ends, std::uint64_t
   }
 }
 
-void TcpStreams::takeSyn(Stream* stream, const FlowEnds& ends, std::uint64_t hashed, std::uint32_t first) {
+void TcpStreams::takeSyn(Stream* stream, const FlowEnds& ends, std::uint64_t hashed, std::uint32_t first,
+                         std::int64_t now) {
   if (isProtected(stream)) {
-    stream->order.takeSyn(first);
+    hasEnded(*stream, now) ? beginAnother(*stream, first, true) : stream->order.takeSyn(first);
     account(*stream, std::int64_t{stream->touched} * 1'000'000);
+    schedule(*stream, now);
     return;
   }
   if (stream == nullptr) {
@@ -174,24 +184,42 @@ void TcpStreams::takeSyn(Stream* stream, const FlowEnds& ends, std::uint64_t has
   }
   stream->order.start(first, true);
   stream->messages.start(true);
-
   streams_.move(*stream, kOpening);
+}
+
+/// True when the connection has ended. Its last octets may be in the backlog.
+bool TcpStreams::hasEnded(Stream& stream, std::int64_t now) {
+  if (stream.order.knowsEnd()) {
+    Work none(0);
+    Delivery toBacklog(*this, stream, none, now);
+    while (stream.order.release(now, limits_, toBacklog)) {
+    }
+  }
+  return stream.order.hasEnded();
+}
+
+/// Begins another connection after one that has ended.
+void TcpStreams::beginAnother(Stream& stream, std::uint32_t sequence, bool isFromStart) {
+  stream.order.start(sequence, isFromStart);
+  stream.backlog == nullptr ? stream.messages.start(isFromStart) : stream.backlog->restart(isFromStart);
 }
 
 TcpStreams::Stream& TcpStreams::newStream(const FlowEnds& ends, std::uint64_t hashed) {
   if (streams_.isFull()) makePlace();
-  return streams_.insert(ends, hashed, kOpening);
+  Stream& stream = streams_.insert(ends, hashed, kOpening);
+  stream.turn = waiting_.end();
+  return stream;
 }
 
 /// Takes the acknowledgement in a segment, unless the sequence number of the segment shows that it is forged.
-void TcpStreams::acknowledge(const FlowEnds& ends, const TcpSegment& segment) {
+void TcpStreams::acknowledge(const FlowEnds& ends, const TcpSegment& segment, std::int64_t now) {
   const FlowEnds reversed = ends.reversed();
   Stream* stream = streams_.find(reversed, hashOf(reversed));
-  if (stream == nullptr || stream->due == StreamReassembly::kNever) return;
+  if (stream == nullptr || stream->turn == waiting_.end()) return;
   const Stream* own = streams_.find(ends, hashOf(ends));
   if (own != nullptr && !isForeign(*own) && !own->order.isPlausible(segment.sequence)) return;
   stream->order.acknowledge(segment.acknowledged);
-  schedule(*stream);
+  schedule(*stream, now);
 }
 
 // ---- what earlier calls have left ----
@@ -212,7 +240,7 @@ void TcpStreams::passBacklog(Stream& stream, Work& work) {
   Backlog& backlog = *stream.backlog;
   while (!backlog.empty() && !work.isSpent()) {
     Backlog::Piece& piece = backlog.front();
-    if (std::exchange(piece.isRestart, false)) stream.messages.start(false);
+    if (std::exchange(piece.isRestart, false)) stream.messages.start(piece.isFromStart);
     if (piece.lost > 0) stream.messages.lose(std::exchange(piece.lost, 0));
     const MessageStream::Context context{sink_, streams_.keyOf(stream), piece.captured, unmasked_, work};
     const std::size_t used = piece.octets().empty() ? 0 : stream.messages.take(piece.octets(), piece.isWhole, context);
@@ -230,9 +258,8 @@ void TcpStreams::releaseDue(std::int64_t now, Budget& budget) {
     --budget.segments;  // for the stream itself
     while (!budget.isSpent() && release(stream, now, budget)) {
     }
-    waiting_.erase(waiting_.begin());
-    stream.due = StreamReassembly::kNever;
-    settle(stream, std::int64_t{stream.touched} * 1'000'000);
+    unschedule(stream);
+    settle(stream, std::int64_t{stream.touched} * 1'000'000, now);
   }
 }
 
@@ -263,15 +290,21 @@ bool TcpStreams::flush() {
   return false;
 }
 
-/// Schedules a stream for the time when its backlog or its early segments are due. When that time is later than the
-/// scheduled one, the scheduled one stays, because each segment in order defers the time again.
-void TcpStreams::schedule(Stream& stream) {
-  std::int64_t due = stream.order.due(limits_);
-  if (stream.backlog != nullptr) due = std::min(due, stream.backlog->front().arrived);
-  if (due >= stream.due) return;
-  if (stream.due != StreamReassembly::kNever) waiting_.erase({stream.due, &stream});
-  waiting_.emplace(due, &stream);
-  stream.due = due;
+/// Schedules a stream for the time when its early segments are due. When these or a backlog are due now, the stream
+/// comes behind those that are due. When the time is later than the scheduled one, the scheduled one stays, because
+/// each segment in order defers the time again.
+void TcpStreams::schedule(Stream& stream, std::int64_t now) {
+  const std::int64_t due = stream.backlog != nullptr ? now : stream.order.due(limits_);
+  if (due == StreamReassembly::kNever) return;
+  const std::int64_t time = std::max(due, now);
+  if (stream.turn != waiting_.end() && time >= stream.turn->first) return;
+  unschedule(stream);
+  stream.turn = waiting_.emplace(time, &stream);
+}
+
+void TcpStreams::unschedule(Stream& stream) {
+  if (stream.turn != waiting_.end()) waiting_.erase(stream.turn);
+  stream.turn = waiting_.end();
 }
 
 // ---- the table ----
@@ -294,9 +327,9 @@ bool TcpStreams::isExpendable(const Stream& stream) {
 
 /// Updates the table after a stream has taken octets. Returns false when the stream is not followed. May remove the
 /// stream.
-bool TcpStreams::settle(Stream& stream, std::int64_t now) {
+bool TcpStreams::settle(Stream& stream, std::int64_t touched, std::int64_t now) {
   const bool isFollowed = stream.messages.kind() != MessageStream::Kind::kForeign;
-  account(stream, now);
+  account(stream, touched);
   if (stream.memory == 0 && stream.messages.isBlank()) {
     forget(stream);  // it began like a message but is none
     return false;
@@ -305,7 +338,7 @@ bool TcpStreams::settle(Stream& stream, std::int64_t now) {
     forget(stream);
     return isFollowed;
   }
-  schedule(stream);
+  schedule(stream, now);
   if (memory_ > limits_.streamMemory) makeRoom();
   return isFollowed;
 }
@@ -316,7 +349,9 @@ void TcpStreams::account(Stream& stream, std::int64_t now) {
   if (memory < stream.memory) noteFreed(stream.memory - memory);
   memory_ += memory;
   memory_ -= stream.memory;
+  if (!backlogs_.empty()) backlogs_.erase({stream.memory, &stream});
   stream.memory = memory;
+  if (stream.backlog != nullptr) backlogs_.emplace(memory, &stream);
   enlist(stream, listFor(stream), now);
 }
 
@@ -335,7 +370,8 @@ std::size_t TcpStreams::listFor(const Stream& stream) const {
 }
 
 void TcpStreams::forget(Stream& stream) {
-  if (stream.due != StreamReassembly::kNever) waiting_.erase({stream.due, &stream});
+  unschedule(stream);
+  if (!backlogs_.empty()) backlogs_.erase({stream.memory, &stream});
   const std::size_t memory = stream.memory;
   memory_ -= memory;
   streams_.erase(stream);
@@ -348,8 +384,13 @@ void TcpStreams::noteFreed(std::size_t size) {
   freed_.add(1 + size / kSmallest);
 }
 
+void TcpStreams::countLost(std::size_t segments) {
+  for (; segments > 0; --segments) sink_.count(NetworkCount::kStreamGaps);
+}
+
 void TcpStreams::displace(Stream& stream) {
   if (hasPayload(stream)) sink_.count(NetworkCount::kStreamsDisplaced);
+  countLost(stream.order.earlyCount() + (stream.backlog == nullptr ? 0 : stream.backlog->size()));
   forget(stream);
 }
 
@@ -362,7 +403,24 @@ void TcpStreams::makePlace() {
   }
 }
 
+/// Drops the oldest octets of the largest backlog that has any. Returns false when none has.
+bool TcpStreams::shortenBacklog() {
+  const std::size_t excess = memory_ - limits_.streamMemory;
+  for (auto largest = backlogs_.rbegin(); largest != backlogs_.rend(); ++largest) {
+    Stream& stream = *largest->second;
+    const std::size_t used = stream.backlog->memoryUsed();
+    const std::size_t dropped = stream.backlog->limit(used - std::min(used, excess));
+    if (dropped == 0) continue;
+    countLost(dropped);
+    account(stream, std::int64_t{stream.touched} * 1'000'000);
+    return true;
+  }
+  return false;
+}
+
 void TcpStreams::makeRoom() {
+  while (memory_ > limits_.streamMemory && shortenBacklog()) {
+  }
   for (std::size_t size = kSizes - 1; size > 0; --size) {
     for (const std::size_t lists : {kExpendable, kSignalling}) {
       while (memory_ > limits_.streamMemory && streams_.oldest(lists + size) != nullptr) {

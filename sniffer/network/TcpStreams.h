@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <set>
 #include <utility>
@@ -26,10 +27,12 @@ namespace voip {
 ///
 /// Bounded by NetworkLimits. When the table is full, streams are removed in this order: streams without payload,
 /// foreign and undecided streams, other streams; among these, the longest idle one first. When the memory is used up,
-/// only streams that use memory are removed, the largest first.
+/// the largest backlogs lose their oldest octets. Without backlogs, only streams that use memory are removed, the
+/// largest first.
 ///
 /// A call does a limited work, so that no frame is delayed by a long one or by earlier traffic. What is left is dealt
 /// with by later calls, in order: early segments stay with their StreamReassembly, octets in order go to the Backlog.
+/// These calls serve the streams in turn, so that a stream waits for one call of each other stream at most.
 class TcpStreams {
  public:
   TcpStreams(NetworkSink& sink, const NetworkLimits& limits);
@@ -50,13 +53,16 @@ class TcpStreams {
   std::size_t memoryUsed() const { return memory_; }
 
  private:
+  struct Stream;
+  using Waiting = std::multimap<std::int64_t, Stream*>;  // those of the same time keep their order
+
   struct Stream {
     StreamReassembly order;
     MessageStream messages;
-    std::unique_ptr<Backlog> backlog;             ///< null: none
-    std::int64_t due = StreamReassembly::kNever;  ///< its entry in `waiting_`
-    std::uint32_t memory = 0;                     ///< as counted last
-    std::uint32_t touched = 0;                    ///< in seconds
+    std::unique_ptr<Backlog> backlog;  ///< null: none
+    Waiting::iterator turn;            ///< its entry in `waiting_`, or the end of that
+    std::uint32_t memory = 0;          ///< as counted last
+    std::uint32_t touched = 0;         ///< in seconds
   };
 
   // Lists of the table: streams without payload; by memory, foreign and undecided streams; by memory, the others.
@@ -71,11 +77,14 @@ class TcpStreams {
 
   std::uint64_t hashOf(const FlowEnds& ends) const;
   Stream& newStream(const FlowEnds& ends, std::uint64_t hashed);
-  void takeControl(Stream* stream, const FlowEnds& ends, std::uint64_t hashed, const TcpSegment& segment);
-  void takeSyn(Stream* stream, const FlowEnds& ends, std::uint64_t hashed, std::uint32_t first);
+  void takeControl(Stream* stream, const FlowEnds& ends, std::uint64_t hashed, const TcpSegment& segment,
+                   std::int64_t now);
+  void takeSyn(Stream* stream, const FlowEnds& ends, std::uint64_t hashed, std::uint32_t first, std::int64_t now);
+  bool hasEnded(Stream& stream, std::int64_t now);
+  static void beginAnother(Stream& stream, std::uint32_t sequence, bool isFromStart);
   void takeForeign(Stream& stream, const TcpSegment& segment, std::int64_t now);
   bool takePayload(Stream& stream, const ArrivedSegment& segment);
-  void acknowledge(const FlowEnds& ends, const TcpSegment& segment);
+  void acknowledge(const FlowEnds& ends, const TcpSegment& segment, std::int64_t now);
 
   bool release(Stream& stream, std::int64_t now, Budget& budget);
   void passBacklog(Stream& stream, Work& work);
@@ -85,14 +94,17 @@ class TcpStreams {
   bool isProtected(const Stream* stream) const;
   static bool isForeign(const Stream& stream);
   static bool isExpendable(const Stream& stream);
-  bool settle(Stream& stream, std::int64_t now);
-  void schedule(Stream& stream);
+  bool settle(Stream& stream, std::int64_t touched, std::int64_t now);
+  void schedule(Stream& stream, std::int64_t now);
+  void unschedule(Stream& stream);
   void account(Stream& stream, std::int64_t now);
   void enlist(Stream& stream, std::size_t list, std::int64_t now);
   std::size_t listFor(const Stream& stream) const;
   void forget(Stream& stream);
   void noteFreed(std::size_t size);
+  void countLost(std::size_t segments);
   void displace(Stream& stream);
+  bool shortenBacklog();
   void makePlace();
   void makeRoom();
 
@@ -100,7 +112,8 @@ class TcpStreams {
   const NetworkLimits limits_;
   SeededHash hash_;
   LruTable<FlowEnds, Stream, kLists> streams_;
-  std::set<std::pair<std::int64_t, Stream*>> waiting_;  ///< streams with work to do, by the time it is due
+  Waiting waiting_;                                       ///< streams with work to do, by the time it is due
+  std::set<std::pair<std::uint32_t, Stream*>> backlogs_;  ///< streams with a backlog, by memory
   std::size_t memory_ = 0;
   FreedBlocks freed_;
   std::vector<std::uint8_t> unmasked_;  ///< a message of a WebSocket, reused

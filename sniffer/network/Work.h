@@ -9,8 +9,8 @@ namespace voip {
 /// units of about 10 ns, not measured, so that the same frames always give the same result.
 class Work {
  public:
-  static constexpr std::size_t kSipMessage = 300;  ///< sent to the recorder by itself
-  static constexpr std::size_t kTpkt = 30;         ///< most are not sent; the effort of the others is limited elsewhere
+  static constexpr std::size_t kSent = 300;        ///< a message that is sent to the recorder by itself
+  static constexpr std::size_t kTpkt = 30;         ///< in addition to what NetworkSink::takeTpkt() returns
   static constexpr std::size_t kOctetsOfUnit = 8;  ///< octets that are copied; one that is searched is a unit
 
   explicit Work(std::size_t units) : left_(units) {}

@@ -102,6 +102,9 @@ class BaseConnection {
   /// Ends all waits in this connection, present and future. Any thread.
   virtual void interrupt() {}
 
+  /// Makes no new connection from now on: without one, sendPackets() returns LinkEvent::kUnreachable. Sending thread.
+  virtual void stopConnecting() {}
+
   /// Returns true when frames that were sent can be lost with the link, and the sending thread hears of each loss from
   /// sendPackets() or keepConnected() before frames are sent on the next link. Sending thread.
   virtual bool reportsEachLoss() const { return false; }

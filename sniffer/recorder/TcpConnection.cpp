@@ -123,6 +123,11 @@ bool TcpConnection::reconnect() {
   return true;
 }
 
+void TcpConnection::stopConnecting() {
+  const MutexLock held(lock_);
+  mayConnect_ = false;
+}
+
 LinkEvent TcpConnection::keepConnected() {
   if (connected_) return LinkEvent::kNone;
   const MutexLock held(lock_);
@@ -173,7 +178,7 @@ SendResult TcpConnection::sendPackets(std::span<OutgoingFrame> frames) {
   return {frames.size(), event_};
 }
 
-/// Sends frames from the first on. Connects first if there is no connection.
+/// Sends frames from the first on. Connects first if there is no connection, unless stopConnecting() was called.
 SendProgress TcpConnection::sendFrames(std::span<OutgoingFrame> frames) {
   OutgoingFrame& first = frames[0];
   first.sent = 0;
@@ -183,11 +188,11 @@ SendProgress TcpConnection::sendFrames(std::span<OutgoingFrame> frames) {
     event_ = LinkEvent::kLost;
     return {1, false};
   }
-  if (connected_ || reconnect()) {
+  if (connected_ || (mayConnect_ && reconnect())) {
     connectRetries_ = 0;
     return sending_->send(frames);
   }
-  logAttempt();
+  if (mayConnect_) logAttempt();
   isLossKnown_ = true;
   first.sent = -1;
   event_ = LinkEvent::kUnreachable;

@@ -66,6 +66,7 @@ class TcpConnection : public BaseConnection, private voip::StreamSocket {
 
   /// Attempts are 250 ms apart, and one that gets no answer ends after 3 s.
   voip::LinkEvent keepConnected() override;
+  void stopConnecting() override;
 
   bool reportsEachLoss() const override { return reportsEachLoss_; }
   void pause() override;
@@ -128,6 +129,7 @@ class TcpConnection : public BaseConnection, private voip::StreamSocket {
   int clientSd_ = -1;
   std::atomic<bool> connected_ = false;
   int connectRetries_ GUARDED_BY(lock_) = 0;  ///< consecutive sends without a connection
+  bool mayConnect_ = true;                    ///< until stopConnecting()
   bool isConnecting_ = false;                 ///< an attempt to connect is pending
   bool isLossKnown_ = true;                   ///< the sending thread knows that the last connection was lost
   Clock::time_point attemptedAt_;             ///< start of the last attempt to connect

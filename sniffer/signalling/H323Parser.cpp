@@ -63,6 +63,7 @@ bool H323Parser::parseH323(u_char* payload, int len, int ourHdrLen, const u_int&
 }
 
 bool H323Parser::parseSegment(std::span<const u_char> octets, const Connection& connection, PString& upStreamPayload) {
+  steps_ = 0;
   const u_char* segment = octets.data();
   const auto length = static_cast<u_short>(octets.size());
   sniff_tpkt tpkt;
@@ -80,14 +81,9 @@ bool H323Parser::decode(PBYTEArray& appPayload, const u_int& tx_ip, const u_int&
 }
 
 bool H323Parser::decode(const PBYTEArray& appPayload, const Connection& connection, PString& upStreamPayload) {
-  if (!segmentEffort_) {
-    asn1::Effort effort;
-    return describe(appPayload, connection, effort, upStreamPayload);
-  }
-  // Charges Q.931 messages without ASN.1 as well.
-  if (!segmentEffort_->spend(asn1::Effort::kMessage)) return false;
-  const bool forward = describe(appPayload, connection, *segmentEffort_, upStreamPayload);
-  if (forward) segmentEffort_->chargeReserve(asn1::Effort::kMessage);
+  asn1::Effort effort;
+  const bool forward = describe(appPayload, connection, effort, upStreamPayload);
+  steps_ = effort.spent();
   return forward;
 }
 
@@ -210,7 +206,7 @@ bool H323Parser::appendCall(const Connection& connection, unsigned messageType, 
 
 void H323Parser::logUnknownCall(const char* complaint, const h245Addr& tx, const h245Addr& rx) {
   std::optional<std::string> line = complaint;
-  if (segmentEffort_) line = unknownCalls_.admit(complaint, LineLimit::Clock::now());
+  if (limitsComplaints_) line = unknownCalls_.admit(complaint, LineLimit::Clock::now());
   if (!line) return;
   logger().error(*line);
   logger().debug("Tx IP:Port=", tx, "\nRx IP:Port=", rx);

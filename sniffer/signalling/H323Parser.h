@@ -28,8 +28,8 @@
 ///
 /// H.245 on a separate connection does not name a call; CallMaps finds the call that announced the connection.
 ///
-/// An asn1::Effort limits the cost of a segment. The rest of a segment that exceeds it is not described. With TCP
-/// reassembly beginSegment() says which messages belong to one segment.
+/// An asn1::Effort limits the cost of a segment or TPKT. The rest of one that exceeds it is not described. A caller
+/// that passes many TPKTs of one segment limits their cost by steps().
 ///
 /// One thread calls parseH323() and the operations that it consists of. Any thread may call displayCallIdMap().
 /// Addresses of type u_int are IPv4 in network byte order, as in_addr holds them, ports are in host order; tx is the
@@ -74,15 +74,13 @@ class H323Parser {
   /// As parseH323(), for the octets of one segment or TPKT between ends of either family.
   bool parseSegment(std::span<const u_char> octets, const Connection& connection, PString& upStreamPayload);
 
-  /// With TCP reassembly, to be called for each captured segment before the TPKTs that it completes. Without this call,
-  /// each call of parseH323() has its own Effort, so a segment with hundreds of TPKTs costs as much as hundreds of
-  /// segments. From the first call on:
-  /// - The TPKTs until the next call share one Effort. TPKTs that are described are charged to its reserve. After the
-  ///   Effort is used up, parseH323() returns false and logs nothing.
-  /// - The lines about an H.245 message that matches no call, and the maps after them, are logged at most once a
-  /// second.
-  ///   The first of these lines ends with the number of suppressed ones, if any.
-  void beginSegment() { segmentEffort_.emplace(); }
+  /// Returns the steps of asn1::Effort that the last message took.
+  std::uint32_t steps() const { return steps_; }
+
+  /// Whether the lines about an H.245 message that matches no call, and the maps after them, are logged at most once a
+  /// second; off at first. The first of these lines then ends with the number of suppressed ones, if any. For TCP
+  /// reassembly: one segment can contain hundreds of such messages.
+  void setLimitsComplaints(bool on) { limitsComplaints_ = on; }
 
   /// Like parseH323(), for the octets after the TPKT header.
   bool decode(PBYTEArray& appPayload, const u_int& tx_ip, const u_int& rx_ip, const u_int& tx_port,
@@ -172,8 +170,9 @@ class H323Parser {
 
   bool traceSignalling_ = false;
 
-  std::optional<asn1::Effort> segmentEffort_;  ///< set by beginSegment()
-  voip::LineLimit unknownCalls_;               ///< in use after beginSegment()
+  std::uint32_t steps_ = 0;  ///< of the last message
+  bool limitsComplaints_ = false;
+  voip::LineLimit unknownCalls_;
 
   static H323Parser* h323Parser_;  ///< reserved for a parser of the process; null
 };

@@ -173,6 +173,7 @@ TEST(TcpStreams, GoOnAfterALoss) {
   const std::string half = kInvite.substr(30);
   const std::string tail = kH323[1].substr(300);
   const std::string trap = sip("MESSAGE sip:a@b SIP/2.0", "BYE sip:not@sent SIP/2.0\r\nis only a line\r\n");
+  const std::string prack = "PRACK sip:b SIP/2.0\r\nVia: x\r\nCSeq: 7\r\n PRACK\r\nl: 0\r\n\r\n";
   const std::string keepAlive("\3\0\0\4", 4), frame = webSocket(kBye);
   const Case cases[] = {
       {"first seen in the middle of a message", {{100, half}, {after(half), kRinging + kBye}}, {kRinging, kBye}},
@@ -180,6 +181,10 @@ TEST(TcpStreams, GoOnAfterALoss) {
       {"first seen in the middle of a WebSocket", {{100, frame.substr(9)}, {after(frame), frame}}, {kBye}},
       {"first seen in the middle, with a line of a body", {{100, trap.substr(trap.find("BYE"))}}, {}},
       {"first seen at a keep-alive", {{100, "\r\n\r\n"}, {104, "\r\n\r\n" + kInvite}}, {kInvite}},
+      {"first seen inside a start line", {{100, prack.substr(2) + prack}, {after(prack) + 900, prack.substr(2)}}, {}},
+      {"a segment begins inside a start line",
+       {{100, kInvite}, {after(kInvite) + 2, prack.substr(2) + prack}, {0, "", 2'000'000, Step::kPause}},
+       {kInvite, prack}},
       {"a segment is lost",
        {{100, kInvite + kRinging.substr(0, 9)},
         {1100, "x: y\r\n\r\n" + kBye},
@@ -370,33 +375,60 @@ TEST(TcpStreams, LimitWhatOneFrameCosts) {
   EXPECT_GT(calls, 5);
 }
 
+std::string repeated(const std::string& message, std::size_t count) {
+  std::string all;
+  for (; count > 0; --count) all += message;
+  return all;
+}
+
 // What a call leaves of a long segment follows with later calls, before the next segment, with its own capture time.
 TEST(TcpStreams, DivideLongSegments) {
-  constexpr std::uint32_t kEach = 1'000;
+  constexpr std::uint32_t kEach = 1'000, kNew = 0x70000000;
   NetworkLimits limits;
   limits.backlogMemory = 200'000;
   Follower follower(limits);
-  auto& [items, counts, ends, times, tooLong, tails, refused] = follower.sink;
-  std::string many;
-  for (std::uint32_t i = 0; i < kEach; ++i) many += kRinging;
+  auto& items = follower.sink.items;
+  auto& counts = follower.sink.counts;
+  auto& times = follower.sink.times;
+  std::string many = repeated(kRinging, kEach);
   std::uint32_t at = 100;
   const auto take = [&](std::int64_t time) {
     follower.segment(at, many, time);
     at += static_cast<std::uint32_t>(many.size());
   };
-  take(10);
-  take(20);
-  Step{at, "", 30, Step::kFin}.happenTo(follower);
-  for (bool hasMore = true; hasMore;) {
-    const std::size_t before = items.size();
-    hasMore = follower.streams.expire(40);
-    ASSERT_LE(items.size() - before, 100U);
+  const auto goOn = [&] {
+    for (bool hasMore = true; hasMore;) {
+      const std::size_t before = items.size();
+      hasMore = follower.streams.expire(40);
+      ASSERT_LE(items.size() - before, 100U);
+    }
+  };
+  for (const bool isSynSeen : {true, false}) {
+    take(10);
+    take(20);
+    Step{at, "", 30, Step::kFin}.happenTo(follower);
+    // The ports are used again at once, and segments change places.
+    if (isSynSeen) follower.segment(kNew - 1, "", 30, true);
+    if (isSynSeen) follower.segment(kNew + static_cast<std::uint32_t>(kInvite.size()), kBye, 30);
+    follower.segment(kNew, kInvite, 30);
+    if (!isSynSeen) follower.segment(kNew + static_cast<std::uint32_t>(kInvite.size()), kBye, 30);
+    goOn();
+    Items expected(2 * kEach, kRinging);
+    expected.insert(expected.end(), {kInvite, kBye});
+    EXPECT_EQ(items, expected) << isSynSeen;
+    EXPECT_EQ(std::count(times.begin(), times.begin() + kEach, 10), kEach);
+    EXPECT_EQ(std::count(times.begin() + kEach, times.begin() + 2 * kEach, 20), kEach);
+    Step{kNew + static_cast<std::uint32_t>(kInvite.size() + kBye.size()), "", 40, Step::kFin}.happenTo(follower);
+    EXPECT_EQ(follower.streams.streamCount(), 0U) << "the FIN counts when all before it was passed on";
+    items.clear();
+    times.clear();
   }
-  EXPECT_EQ(items, Items(2 * kEach, kRinging));
-  EXPECT_EQ(std::count(times.begin(), times.begin() + kEach, 10), kEach);
-  EXPECT_EQ(std::count(times.begin() + kEach, times.end(), 20), kEach);
-  EXPECT_EQ(follower.streams.streamCount(), 0U) << "the FIN counts when all before it was passed on";
+  EXPECT_EQ(counts[NetworkCount::kStreamGaps], 0U);
 
+  follower.segment(100, repeated(kH323[2], kEach));
+  goOn();
+  EXPECT_EQ(items, Items(kEach, kH323[2])) << "what the sink does with a TPKT is limited as well";
+  follower.ends.source = 9;
   for (std::int64_t time = 50; time < 70; ++time) {
     take(time);
     ASSERT_LE(follower.streams.memoryUsed(), limits.backlogMemory + many.size());
@@ -405,7 +437,40 @@ TEST(TcpStreams, DivideLongSegments) {
   }
   EXPECT_GT(counts[NetworkCount::kStreamGaps], 10U) << "the oldest octets are lost";
   EXPECT_EQ(std::count(times.begin(), times.end(), 69), kEach) << "the latest are not";
-  EXPECT_EQ(std::count(items.begin(), items.end(), kRinging), static_cast<std::ptrdiff_t>(items.size()));
+  EXPECT_EQ(std::count(items.begin(), items.end(), kRinging) + kEach, static_cast<std::ptrdiff_t>(items.size()));
+}
+
+// Two streams that flood delay no other one, and lose octets before any stream is displaced.
+TEST(TcpStreams, ServeStreamsInTurn) {
+  NetworkLimits limits;
+  limits.streamMemory = 500'000;
+  Follower follower(limits);
+  auto& items = follower.sink.items;
+  auto& counts = follower.sink.counts;
+  const auto from = [&](std::uint32_t host) { follower.ends.source = host; };
+  from(4);
+  follower.segment(100, kInvite.substr(0, 50));
+  const std::string many = repeated(kRinging, 900);
+  for (std::uint32_t i = 0; i < 20; ++i) {
+    for (const std::uint32_t host : {1, 2}) {
+      from(host);
+      follower.segment(100 + i * static_cast<std::uint32_t>(many.size()), many);
+      ASSERT_LE(follower.streams.memoryUsed(), limits.streamMemory);
+    }
+  }
+  const std::uint64_t gaps = counts[NetworkCount::kStreamGaps];
+  EXPECT_GT(gaps, 10U);
+  EXPECT_EQ(counts[NetworkCount::kStreamsDisplaced], 0U);
+  from(3);
+  follower.segment(100, repeated(kBye, 100));
+  from(4);
+  follower.segment(150, kInvite.substr(50));
+  follower.segment(after(kInvite) + 9, kBye);
+  Step{after(kInvite) + 9, "", 1, Step::kAcknowledgement}.happenTo(follower);
+  for (int i = 0; i < 4; ++i) follower.streams.expire(2);
+  EXPECT_EQ(std::count(items.begin(), items.end(), kBye), 101);
+  EXPECT_EQ(std::count(items.begin(), items.end(), kInvite), 1);
+  EXPECT_EQ(counts[NetworkCount::kStreamGaps], gaps + 1);
 }
 
 TEST(TcpStreams, LeaveInTheOrderOfTheirUse) {
@@ -437,12 +502,14 @@ TEST(TcpStreams, LeaveInTheOrderOfTheirUse) {
     Step{after(kInvite), "", 4'000'000, Step::kFin}.happenTo(follower);
   }
   EXPECT_LT(follower.streams.streamCount(), limits.streams);
+  EXPECT_EQ(follower.sink.counts[NetworkCount::kStreamGaps], 0U);
   for (std::uint32_t host = 3'000; host < 3'020; ++host) {  // they keep much
     from(host);
     follower.segment(100, kInvite + kBye.substr(0, 40), 5'000'000);
     for (std::uint32_t i = 1; i < 20; ++i) follower.segment(i * 10'000, std::string(1000, 'x'), 5'000'000);
     ASSERT_LE(follower.streams.memoryUsed(), limits.streamMemory);
   }
+  EXPECT_GT(follower.sink.counts[NetworkCount::kStreamGaps], 10U) << "early segments are lost with their streams";
   follower.sink.items.clear();
   from(1);
   follower.segment(after(kInvite), kBye.substr(40), 6'000'000);

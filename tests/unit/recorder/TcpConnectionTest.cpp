@@ -307,6 +307,9 @@ TEST_F(TcpSlowRecorder, IsNotWaitedForAfterTheEnd) {
     EXPECT_FALSE(connection.isConnected());
     if (!ofProgram) peer = established();
   }
+  connection.stopConnecting();
+  EXPECT_EQ(eventOf(connection), LinkEvent::kUnreachable);
+  EXPECT_FALSE(connection.isConnected());
 }
 
 class TcpCommands : public Tcp {

@@ -242,39 +242,27 @@ TEST(Description, EndsWhenTheEffortOfASegmentIsUsedUp) {
   }
 }
 
-// Without beginSegment() each call counts as a segment. After it, small TPKTs that are not described use up the effort
-// that they share; described ones do not.
-TEST(Description, SharesTheEffortOfASegmentAmongItsTpkts) {
+// Who passes on many TPKTs limits their number by their steps: each has an effort of its own.
+TEST(Description, TellsTheStepsOfEachTpkt) {
   TestLog log;
   log.setLevel(log4cxx::Level::getError());
   H323Parser parser;
   const Segment call = segmentOf(kCalls[0], "t:5");
   const Segment channel = segmentFrom("03000018030000640c2013800b0d0001000a140002138900");
-  const auto isDescribedAfter = [&](const Segment& useless) {
-    for (int i = 0; i < 1000; ++i) describe(parser, useless);
-    return describe(parser, call) == Description{true, call.text};
-  };
   const std::string complaint = "ERROR Dropping pkt as received OLC does not match existing session";
-  EXPECT_TRUE(isDescribedAfter(channel));
-  EXPECT_EQ(log.count(complaint), 1000);
-  log.take();
-
-  for (const char* useless : {"0300000500", "030000090802000105", "0300000762c0c4"}) {
-    parser.beginSegment();
-    EXPECT_FALSE(isDescribedAfter(segmentFrom(useless))) << useless;
+  for (const bool isLimited : {false, true}) {
+    parser.setLimitsComplaints(isLimited);
+    for (int i = 0; i < 1000; ++i) describe(parser, channel);
+    EXPECT_EQ(describe(parser, call), (Description{true, call.text}));
+    EXPECT_GT(parser.steps(), 50U);
+    EXPECT_EQ(log.count(complaint) == 1000, !isLimited);
+    log.take();
   }
-  parser.beginSegment();
-  EXPECT_FALSE(isDescribedAfter(channel));
-  const auto complaints = log.take();
-  EXPECT_EQ(complaints.at(0), complaint);
-  EXPECT_LT(complaints.size(), 50);
-
-  PString callReference("7");
-  H323Parser::h245Addr address("0.0.0.0", 0);
-  parser.updateMaps(callReference, address);
-  parser.beginSegment();
-  for (int i = 0; i < 341; ++i) ASSERT_TRUE(describe(parser, channel).first);
-  EXPECT_EQ(describe(parser, call), (Description{true, call.text}));
+  std::vector<std::string> bombs(4000, "\x61\x89");
+  describe(parser, tunnelled(bombs));
+  EXPECT_EQ(parser.steps(), asn1::Effort::kSteps);
+  describe(parser, segmentFrom("0400000500"));
+  EXPECT_EQ(parser.steps(), 0U);
 }
 
 TEST(LineLimit, AdmitsOneLineASecondAndCountsTheOthers) {

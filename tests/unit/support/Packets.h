@@ -10,6 +10,7 @@
 
 #include "base/FrameLimits.h"
 #include "network/NetworkStack.h"
+#include "network/Work.h"
 
 // Packets, from the innermost layer to the outermost one, and a sink that records its input.
 
@@ -100,8 +101,9 @@ struct WritingSink final : voip::NetworkSink {
     ends.push_back(from);
     times.push_back(captured);
   }
-  void takeTpkt(const voip::FlowEnds& from, voip::Octets tpkt, std::int64_t captured) override {
+  std::size_t takeTpkt(const voip::FlowEnds& from, voip::Octets tpkt, std::int64_t captured) override {
     takeSipMessage(from, tpkt, captured);
+    return voip::Work::kSent;
   }
   void refuseMessage(const voip::FlowEnds&, std::uint64_t length) override { tooLong.push_back(length); }
   void refuseTail(const voip::FlowEnds&, std::size_t missing) override { tails.push_back(missing); }
