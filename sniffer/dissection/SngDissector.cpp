@@ -111,6 +111,7 @@ void SngDissector::consumePacket() {
 
 /// Forwards what streams have left, as far as the recorders take it without a wait and without a new connection.
 void SngDissector::finish() {
+  if (!settings_.reassembleTcp) return;
   lane_.links().stopConnecting();
   if (FanOut* fanOut = fanOut_) fanOut->stopConnecting();
   router_.finish();
