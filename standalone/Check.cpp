@@ -147,7 +147,8 @@ void addSettingErrors(ErrorList& errors) {
   }
   for (const Config::Line& line : Config::dft()->getIgnoredLines()) {
     if (line.key.starts_with('#')) continue;
-    errors.add("line " + std::to_string(line.number) + " of the settings is longer than 511 characters and is ignored" +
+    errors.add("line " + std::to_string(line.number) + " of the settings is longer than " +
+               std::to_string(Config::kMaxLineLength) + " characters and is ignored" +
                (line.key.size() < 40 ? ", so " + line.key + " is not set" : "") + "; make it shorter");
   }
 }

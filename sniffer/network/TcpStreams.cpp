@@ -290,9 +290,9 @@ bool TcpStreams::flush() {
   return false;
 }
 
-/// Schedules a stream for the time when its early segments are due. When these or a backlog are due now, the stream
-/// comes behind those that are due. When the time is later than the scheduled one, the scheduled one stays, because
-/// each segment in order defers the time again.
+/// Schedules a stream for the time when its early segments are due. A stream with a backlog is due now, and gets its
+/// turn after all others that are due. A later time does not replace an earlier one, because each segment in order
+/// defers it again.
 void TcpStreams::schedule(Stream& stream, std::int64_t now) {
   const std::int64_t due = stream.backlog != nullptr ? now : stream.order.due(limits_);
   if (due == StreamReassembly::kNever) return;

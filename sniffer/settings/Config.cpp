@@ -8,10 +8,6 @@
 
 using namespace voip;
 
-namespace {
-constexpr std::size_t kMaxLineLength = 511;
-}
-
 Config* Config::config_ = nullptr;
 
 Config* Config::dft() {

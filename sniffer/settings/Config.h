@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <istream>
 #include <map>
 #include <string>
@@ -15,6 +16,8 @@
 /// For one thread at a time: a look-up may add a key.
 class Config {
  public:
+  static constexpr std::size_t kMaxLineLength = 511;  ///< longer lines are ignored
+
   Config() = default;
   Config(const Config&) = delete;
   virtual ~Config() = default;

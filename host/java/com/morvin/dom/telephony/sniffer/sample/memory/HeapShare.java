@@ -1,8 +1,8 @@
 package com.morvin.dom.telephony.sniffer.sample.memory;
 
 /**
- * How the heap is divided among those who hold what traffic brings, in bytes. Each share is a limit of its own: whoever
- * has reached it drops something, and counts it. They are hardly used up all at once, and leave some of the heap free.
+ * How the heap is divided among those who hold what traffic brings, in bytes. Each share is a limit of its own. What
+ * exceeds it is dropped and counted. They are hardly used up all at once, and leave some of the heap free.
  */
 public final class HeapShare {
   private static final long HEAP = Runtime.getRuntime().maxMemory();
@@ -20,7 +20,7 @@ public final class HeapShare {
   public static final long SPARE_BLOCKS = HEAP / 8;
   /** In a recorder: what the media takes in addition for lost packets, packets that wait, and forged sources. */
   public static final long MEDIA = HEAP / 8;
-  /** In a recorder: messages of a front that were received and not read. */
+  /** In a recorder: messages of a front whose recordings are not safe on the disk yet. */
   public static final long DELIVERIES = HEAP * 3 / 16;
 
   /** In a front: the running calls. */

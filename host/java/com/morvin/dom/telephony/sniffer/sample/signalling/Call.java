@@ -398,11 +398,6 @@ public abstract class Call {
     return bytes - before;
   }
 
-  /** Measures the memory of an ended call, which is kept without media. Returns by how many bytes it has grown. */
-  int measureEnded() {
-    return measure(0);
-  }
-
   /** Forgets what was measured, and returns it in bytes. */
   int forgetBytes() {
     int before = bytes;

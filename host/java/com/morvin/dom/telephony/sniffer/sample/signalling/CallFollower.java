@@ -157,6 +157,7 @@ public final class CallFollower {
   /** The last identifiers of calls that are not followed: their messages can be repeated. */
   private final Map<String, Boolean> refusedIds = new BoundedMap<>(MAX_REFUSED);
   private long refused;
+  private boolean shortOfMemory;
   private long present;
   private boolean delayed;
   /** Until when media may be late, by {@link Moment#steady}. */
@@ -411,9 +412,9 @@ public final class CallFollower {
     return refused;
   }
 
-  /** Whether the limit of memory is reached before that of calls. */
+  /** Whether the limit that was reached last is that of memory. */
   public boolean isShortOfMemory() {
-    return calls.size() < mostCalls();
+    return shortOfMemory;
   }
 
   /** Returns the number of malformed signalling frames. */
@@ -437,7 +438,7 @@ public final class CallFollower {
       call.ended(now);
       if (mayGoOn) {
         destinations.end(call, now);
-        memory += call.measureEnded();
+        memory += call.measure(0);  // its media is recorded
       } else {
         destinations.remove(call, now);
         forgetSize(call);
@@ -474,12 +475,13 @@ public final class CallFollower {
    */
   boolean makeRoom(String id, Moment now) {
     if (calls.size() >= mostCalls()) {
+      shortOfMemory = false;
       drop(removable.next(now), now);
     }
     saveMemory(now);
     boolean room = calls.size() < mostCalls() && memory < limits.bytes;
     if (!room && !full) {
-      listener.full(calls.size(), isShortOfMemory());
+      listener.full(calls.size(), shortOfMemory);
     }
     if (!room && refusedIds.put(id, true) == null && limits.share.has(id)) {
       refused++;
@@ -505,6 +507,7 @@ public final class CallFollower {
       if (destinations.forgetEnded(now)) {
         continue;
       }
+      shortOfMemory = true;
       Call next = removable.next(now);
       if (next == null) {
         return;
